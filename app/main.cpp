@@ -1,0 +1,5 @@
+#include <insolate/insolate.h>
+
+int main() {
+    return 0;
+}

@@ -1,0 +1,23 @@
+# Warnings and numerical options that hold for every target of the project.
+option(INSOLATE_WERROR "Treat warnings as errors" OFF)
+
+function(insolate_compile_options target)
+  # No contraction into fused operations: every machine must round the same way.
+  # errno of mathematical functions is never read.
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+    -ffp-contract=off -fno-math-errno
+    $<$<BOOL:${INSOLATE_WERROR}>:-Werror>)
+  if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT INSOLATE_SANITIZE)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "SHARED_LIBRARY" OR type STREQUAL "EXECUTABLE")
+      target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
+    endif()
+  endif()
+  if(INSOLATE_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${INSOLATE_SANITIZE} -fno-omit-frame-pointer
+                           -fno-sanitize-recover=all)
+    target_link_options(${target} PUBLIC -fsanitize=${INSOLATE_SANITIZE})
+  endif()
+endfunction()

@@ -1,0 +1,12 @@
+/// The whole public interface of the library in one include.
+#pragma once
+
+#include <insolate/export.h>
+#include <insolate/version.h>
+
+#include <insolate/platform/debug_output.h>
+
+#include <insolate/geometry/sky_grid.h>
+#include <insolate/geometry/xyzf.h>
+
+#include <insolate/rt/ray_transparency.h>

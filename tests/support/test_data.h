@@ -1,0 +1,32 @@
+/// Where the tests find the real weather and city models, which the project does not ship.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace insolate::test {
+
+/// The folder named by INSOLATE_TEST_DATA, else ../shared/data beside the checkout.
+inline std::filesystem::path testDataFolder() {
+    if (const char* folder = std::getenv("INSOLATE_TEST_DATA")) {
+        return folder;
+    }
+    const char* source = std::getenv("INSOLATE_SOURCE_DIR");
+    return std::filesystem::path(source != nullptr ? source : ".") / ".." / "shared" / "data";
+}
+
+/// A file of the real data, or an empty path when it is not there.
+inline std::filesystem::path testDataFile(const std::string& name) {
+    std::filesystem::path file = testDataFolder() / name;
+    return std::filesystem::exists(file) ? file : std::filesystem::path();
+}
+
+} // namespace insolate::test
+
+/// Ends the test as skipped when a file of the real data is missing.
+#define INSOLATE_REQUIRE_TEST_DATA(variable, name)                                                 \
+    const std::filesystem::path variable = insolate::test::testDataFile(name);                     \
+    if (variable.empty()) {                                                                        \
+        GTEST_SKIP() << "real data not found: " << (name) << " (set INSOLATE_TEST_DATA)";          \
+    }
