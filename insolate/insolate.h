@@ -6,7 +6,9 @@
 
 #include <insolate/platform/debug_output.h>
 
+#include <insolate/geometry/geometry.h>
 #include <insolate/geometry/sky_grid.h>
 #include <insolate/geometry/xyzf.h>
 
+#include <insolate/rt/input_package_util.h>
 #include <insolate/rt/ray_transparency.h>

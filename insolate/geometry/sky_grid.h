@@ -1,9 +1,9 @@
 /// The division of the sky vault into cells that the cumulative sky and the shading mask share.
 ///
 /// 72 azimuth sectors by 18 altitude bands, 1,296 cells of 5 by 5 degrees; band 17 reaches the
-/// zenith, there is no cell of its own for it. Band b spans altitudes [5b, 5b + 5) degrees, sector a
-/// azimuths [5a, 5a + 5) degrees clockwise from north. Cells are stored altitude-major but addressed
-/// (azimuth sector, altitude band) everywhere.
+/// zenith, there is no cell of its own for it. Band b spans altitudes [5b, 5b + 5) degrees, sector
+/// a azimuths [5a, 5a + 5) degrees clockwise from north. Cells are stored altitude-major but
+/// addressed (azimuth sector, altitude band) everywhere.
 #pragma once
 
 #include <algorithm>
@@ -22,11 +22,17 @@ inline constexpr float pi = 3.1415927f;
 inline constexpr float halfPi = 1.5707964f;
 
 /// The place of a cell in its plane.
-constexpr int cellIndex(int azimuth, int altitude) { return altitude * azimuthCount + azimuth; }
+constexpr int cellIndex(int azimuth, int altitude) {
+    return altitude * azimuthCount + azimuth;
+}
 
 /// Whether the pair addresses a cell; negative indices do not.
-constexpr bool isAzimuth(int azimuth) { return azimuth >= 0 && azimuth < azimuthCount; }
-constexpr bool isAltitude(int altitude) { return altitude >= 0 && altitude < altitudeCount; }
+constexpr bool isAzimuth(int azimuth) {
+    return azimuth >= 0 && azimuth < azimuthCount;
+}
+constexpr bool isAltitude(int altitude) {
+    return altitude >= 0 && altitude < altitudeCount;
+}
 constexpr bool isCell(int azimuth, int altitude) {
     return isAzimuth(azimuth) && isAltitude(altitude);
 }
@@ -57,7 +63,9 @@ constexpr int altitudeBand(float altitude) {
 }
 
 /// Lower and upper edge of a band [radians]; the uppermost edge is held at the zenith.
-constexpr float bandLowerEdge(int altitude) { return static_cast<float>(altitude) * cellAngle; }
+constexpr float bandLowerEdge(int altitude) {
+    return static_cast<float>(altitude) * cellAngle;
+}
 constexpr float bandUpperEdge(int altitude) {
     return std::min(bandLowerEdge(altitude) + cellAngle, halfPi);
 }

@@ -16,8 +16,8 @@ public:
     /// Whether receiving surfaces are two-sided: rays are then cast on both sides of the normal.
     virtual bool getSurfaceDoubleSided() = 0;
 
-    /// Transparency along the ray from origin in the given direction (a unit vector), 0 (blocked) to
-    /// 1 (clear). normal is the receiving surface's normal, or nullptr for a point without one.
+    /// Transparency along the ray from origin in the given direction (a unit vector), 0 (blocked)
+    /// to 1 (clear). normal is the receiving surface's normal, or nullptr for a point without one.
     virtual float getTransparencyValue(const XYZf& origin, const XYZf& direction,
                                        const XYZf* normal) = 0;
 
