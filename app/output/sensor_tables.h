@@ -1,0 +1,31 @@
+/// The sensors and their results as tables for other programs: CSV and ParaView's XML PolyData.
+#pragma once
+
+#include "app/output/output_folder.h"
+#include "app/study_data.h"
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace insolate::app {
+
+/// One header line, then one line per sensor: x, y, z [m], nx, ny, nz, then the columns, whose
+/// names carry their unit ("total [Wh/m2]"). Numbers are the shortest text that reads back as the
+/// same value; lines end with LF.
+void writeSensorsCsv(OutputFile& out, const SensorField& field,
+                     std::span<const ResultColumn> columns);
+
+/// XML PolyData, raw appended, 64-bit sizes: the cells as polygons (vertices for sensors without
+/// cells) with the columns as cell data, the first one active, and the normals.
+/// @param provenance which weather, period, method and version made it; kept as field data
+void writeSensorsVtp(OutputFile& out, const SensorField& field,
+                     std::span<const ResultColumn> columns, std::string_view provenance = {});
+
+/// The text as one CSV field: quoted where needed, and never taken for a formula by a spreadsheet.
+std::string csvField(std::string_view text);
+
+/// The text for an XML attribute or element; characters that XML cannot hold become U+FFFD.
+std::string xmlText(std::string_view text);
+
+} // namespace insolate::app

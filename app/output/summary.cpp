@@ -1,0 +1,52 @@
+#include "app/output/summary.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <cairo.h>
+#include <insolate/version.h>
+
+namespace insolate::app {
+
+ColumnRange rangeOf(std::span<const float> values) {
+    ColumnRange range;
+    double sum = 0.0;
+    for (const float value : values) {
+        if (!std::isfinite(value)) {
+            continue;
+        }
+        const double number = value;
+        range.lowest = range.count == 0 ? number : std::min(range.lowest, number);
+        range.highest = range.count == 0 ? number : std::max(range.highest, number);
+        sum += number;
+        ++range.count;
+    }
+    if (range.count > 0) {
+        range.mean = sum / static_cast<double>(range.count);
+    }
+    return range;
+}
+
+nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns) {
+    nlohmann::ordered_json ranges = nlohmann::ordered_json::object();
+    for (const ResultColumn& column : columns) {
+        const ColumnRange range = rangeOf(column.values);
+        ranges[column.name] = {{"title", column.title},  {"unit", column.unit},
+                               {"lowest", range.lowest}, {"highest", range.highest},
+                               {"mean", range.mean},     {"count", range.count}};
+    }
+    return ranges;
+}
+
+nlohmann::ordered_json versionsInUse() {
+    return {{"insolate", INSOLATE_VERSION},
+            {"compiler", __VERSION__},
+            {"cairo", cairo_version_string()}};
+}
+
+void writeSummaryJson(OutputFile& out, const nlohmann::ordered_json& summary) {
+    out.write(summary.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    out.write("\n");
+}
+
+} // namespace insolate::app
