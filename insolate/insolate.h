@@ -8,7 +8,13 @@
 
 #include <insolate/geometry/geometry.h>
 #include <insolate/geometry/sky_grid.h>
+#include <insolate/geometry/triangular_facet.h>
 #include <insolate/geometry/xyzf.h>
 
 #include <insolate/rt/input_package_util.h>
+#include <insolate/rt/ray_queries.h>
 #include <insolate/rt/ray_transparency.h>
+#include <insolate/rt/spatial_tree_util.h>
+
+#include <insolate/shading/shading_mask.h>
+#include <insolate/shading/shading_mask_accumulator.h>

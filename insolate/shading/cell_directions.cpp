@@ -1,0 +1,102 @@
+#include <insolate/shading/cell_directions.h>
+
+#include <insolate/geometry/geometry.h>
+#include <insolate/solar/solar_position.h>
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+#include <numbers>
+
+namespace insolate {
+namespace {
+
+/// The fraction of a cell at which its direction is taken. The jitter is scaled by the cell's angle
+/// although the caller scales it again: it reaches a tenth of the cell only.
+float cellFraction(bool jittered) {
+    return jittered ? (EGeometry::RandomNumber() * 0.6f + 0.2f) * skyGrid::cellAngle : 0.5f;
+}
+
+XYZf computeDirection(int azimuth, int altitude, double northOffset, bool jittered) {
+    const double sector =
+        static_cast<double>(azimuth) + static_cast<double>(cellFraction(jittered));
+    const double horizontal =
+        std::numbers::pi / 2.0 - sector * static_cast<double>(skyGrid::cellAngle) - northOffset;
+    const float vertical =
+        (static_cast<float>(altitude) + cellFraction(jittered)) * skyGrid::cellAngle;
+    XYZf direction{};
+    EGeometry::RotateByPolar({1.0f, 0.0f, 0.0f}, {0.0f, 0.0f, 0.0f}, static_cast<float>(horizontal),
+                             vertical, direction);
+    return direction;
+}
+
+/// What is kept for the offset in force. Everything but the published pointer is guarded by the
+/// mutex; once all cells are known, threads find the finished table without it.
+class Cache {
+public:
+    XYZf direction(int azimuth, int altitude, bool jittered) {
+        const std::lock_guard lock(mutex);
+        return find(azimuth, altitude, ESolarPosition::Global.getNorthOffset(), jittered);
+    }
+
+    std::shared_ptr<const CellDirections> all() {
+        thread_local std::shared_ptr<const CellDirections> mine;
+        const double offset = ESolarPosition::Global.getNorthOffset();
+        // While this thread holds its table the address cannot be reused by another one.
+        if (mine != nullptr && mine.get() == published.load(std::memory_order_acquire) &&
+            mine->northOffset == offset) {
+            return mine;
+        }
+        const std::lock_guard lock(mutex);
+        for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+            for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+                find(azimuth, altitude, offset, false);
+            }
+        }
+        if (complete == nullptr) {
+            complete = std::make_shared<const CellDirections>(partial);
+            published.store(complete.get(), std::memory_order_release);
+        }
+        mine = complete;
+        return mine;
+    }
+
+private:
+    XYZf find(int azimuth, int altitude, double offset, bool jittered) {
+        if (partial.northOffset != offset) {
+            partial.northOffset = offset;
+            computed.fill(false);
+            complete.reset();
+            published.store(nullptr, std::memory_order_release);
+        }
+        const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
+        if (!computed[cell]) {
+            partial.direction[cell] = computeDirection(azimuth, altitude, offset, jittered);
+            computed[cell] = true;
+        }
+        return partial.direction[cell];
+    }
+
+    std::mutex mutex;
+    CellDirections partial;
+    std::array<bool, skyGrid::cellCount> computed{};
+    std::shared_ptr<const CellDirections> complete;
+    std::atomic<const CellDirections*> published = nullptr;
+};
+
+Cache& cache() {
+    static Cache instance;
+    return instance;
+}
+
+} // namespace
+
+XYZf cellDirection(int azimuth, int altitude, bool jittered) {
+    return cache().direction(azimuth, altitude, jittered);
+}
+
+std::shared_ptr<const CellDirections> allCellDirections() {
+    return cache().all();
+}
+
+} // namespace insolate

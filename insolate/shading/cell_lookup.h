@@ -1,0 +1,23 @@
+/// Which cell of a mask lies in a direction of the model.
+#pragma once
+
+#include <insolate/geometry/sky_grid.h>
+#include <insolate/solar/solar_position.h>
+
+namespace insolate {
+
+/// Indices that may lie outside the grid.
+struct SkyCell {
+    int azimuth;
+    int altitude;
+};
+
+/// The cell at a plan angle (counter-clockwise from +X) and an altitude [radians]. The north offset
+/// of the shared site turns the plan angle into an azimuth.
+inline SkyCell skyCellAt(float trigAngle, float altitude) {
+    const auto azimuth = static_cast<float>(
+        ESolarPosition::Global.convertTrigAngleToAzimuth(static_cast<double>(trigAngle)));
+    return {skyGrid::azimuthSector(azimuth), skyGrid::altitudeBand(altitude)};
+}
+
+} // namespace insolate
