@@ -1,5 +1,7 @@
 #include "app/output/sensor_tables.h"
 
+#include "app/output/text.h"
+
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -8,30 +10,6 @@
 namespace insolate::app {
 
 namespace {
-
-/// The length of the UTF-8 sequence at the start of `text` that encodes one Unicode scalar value,
-/// or 0 where there is none (RFC 3629, section 4).
-std::size_t utf8Length(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) {
-        return 1;
-    }
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U) {
-            return 0;
-        }
-    }
-    const unsigned char second = byte(1);
-    const bool overlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
-    const bool surrogate = lead == 0xED && second > 0x9F;
-    const bool beyond = lead == 0xF4 && second > 0x8F;
-    return overlong || surrogate || beyond ? 0 : length;
-}
 
 /// The raw blocks of appended data, each behind its length as an unsigned 64-bit number.
 class AppendedData {
@@ -77,57 +55,6 @@ void writeCounting(OutputFile& out, std::size_t count) {
 }
 
 } // namespace
-
-std::string csvField(std::string_view text) {
-    std::string field;
-    // A spreadsheet runs a field that starts with one of these as a formula.
-    if (!text.empty() &&
-        std::string_view("=+-@\t\r").find(text.front()) != std::string_view::npos) {
-        field += '\'';
-    }
-    field += text;
-    if (field.find_first_of(",\"\r\n") == std::string::npos) {
-        return field;
-    }
-    std::string quoted = "\"";
-    for (const char c : field) {
-        if (c == '"') {
-            quoted += '"';
-        }
-        quoted += c;
-    }
-    return quoted + '"';
-}
-
-std::string xmlText(std::string_view text) {
-    std::string result;
-    while (!text.empty()) {
-        const std::size_t length = utf8Length(text);
-        const std::string_view sequence = text.substr(0, length == 0 ? 1 : length);
-        const char c = sequence.front();
-        const bool control = length == 1 && static_cast<unsigned char>(c) < 0x20 && c != '\t' &&
-                             c != '\n' && c != '\r';
-        const bool noncharacter = sequence == "\xEF\xBF\xBE" || sequence == "\xEF\xBF\xBF";
-        if (length == 0 || control || noncharacter) {
-            result += "\xEF\xBF\xBD";
-        } else if (c == '&') {
-            result += "&amp;";
-        } else if (c == '<') {
-            result += "&lt;";
-        } else if (c == '>') {
-            result += "&gt;";
-        } else if (c == '"') {
-            result += "&quot;";
-        } else if (c == '\n' || c == '\r' || c == '\t') {
-            // A parser would turn these into spaces inside an attribute.
-            result += "&#" + std::to_string(static_cast<int>(c)) + ';';
-        } else {
-            result += sequence;
-        }
-        text.remove_prefix(sequence.size());
-    }
-    return result;
-}
 
 void writeSensorsCsv(OutputFile& out, const SensorField& field,
                      std::span<const ResultColumn> columns) {

@@ -5,7 +5,6 @@
 #include "app/study_data.h"
 
 #include <span>
-#include <string>
 #include <string_view>
 
 namespace insolate::app {
@@ -21,11 +20,5 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
 /// @param provenance which weather, period, method and version made it; kept as field data
 void writeSensorsVtp(OutputFile& out, const SensorField& field,
                      std::span<const ResultColumn> columns, std::string_view provenance = {});
-
-/// The text as one CSV field: quoted where needed, and never taken for a formula by a spreadsheet.
-std::string csvField(std::string_view text);
-
-/// The text for an XML attribute or element; characters that XML cannot hold become U+FFFD.
-std::string xmlText(std::string_view text);
 
 } // namespace insolate::app
