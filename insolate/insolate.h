@@ -14,10 +14,12 @@
 #include <insolate/rt/input_package_util.h>
 #include <insolate/rt/ray_queries.h>
 #include <insolate/solar/solar_position.h>
+#include <insolate/solar/sun_position.h>
 #include <insolate/solar/terrestrial_location.h>
 
 #include <insolate/weather/load_weather_result.h>
 #include <insolate/weather/weather_data.h>
+#include <insolate/weather/weather_series.h>
 
 #include <insolate/rt/ray_transparency.h>
 #include <insolate/rt/spatial_tree_util.h>
