@@ -7,61 +7,80 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <numeric>
+#include <utility>
 
 namespace insolate {
 namespace {
 
 constexpr std::int32_t leafLimit = 12;
-constexpr std::int32_t claimed = -1;
+constexpr std::int32_t claimedMark = -1;
 
-bool isInside(const Vector3d& vertex, const Vector3d& boxMin, const Vector3d& boxMax) {
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        if (!(boxMin[axis] <= vertex[axis] && vertex[axis] <= boxMax[axis])) {
-            return false;
-        }
-    }
-    return true;
+/// A set of octants, bit k for octant k; octant k lies in the upper half along axis a when bit a of
+/// k is set.
+using OctantSet = unsigned;
+
+constexpr OctantSet allOctants = 0xFF;
+constexpr std::array<OctantSet, 3> lowerHalf = {0x55, 0x33, 0x0F};
+constexpr std::array<OctantSet, 3> upperHalf = {0xAA, 0xCC, 0xF0};
+
+double smallest(double a, double b, double c) {
+    return std::min(std::min(a, b), c);
+}
+
+double largest(double a, double b, double c) {
+    return std::max(std::max(a, b), c);
 }
 
 /// Whether the projections of a triangle's vertices and a box of the given radius are apart.
 bool isSeparated(double a, double b, double c, double radius) {
-    return std::min({a, b, c}) > radius || std::max({a, b, c}) < -radius;
+    return smallest(a, b, c) > radius || largest(a, b, c) < -radius;
 }
 
-} // namespace
+/// A triangle's vertices relative to a box's centre.
+struct RelativeVertices {
+    RelativeVertices(const RT::Triangle& triangle, const Vector3d& centre)
+        : v0(difference(triangle.p0, centre)), v1(difference(triangle.p1, centre)),
+          v2(difference(triangle.p2, centre)) {}
 
-bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre,
-                 const Vector3d& halfExtents) {
-    const Vector3d v0 = difference(triangle.p0, centre);
-    const Vector3d v1 = difference(triangle.p1, centre);
-    const Vector3d v2 = difference(triangle.p2, centre);
+    Vector3d v0, v1, v2;
+};
 
-    // Akenine-Moeller (2001), Fast 3D triangle-box overlap testing, Journal of Graphics Tools 6(1):
-    // the cross products of the box axes and the edges, the box axes, the triangle's plane.
-    for (const Vector3d* edge : {&triangle.edge1, &triangle.edge3, &triangle.negEdge2}) {
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const std::size_t i = (axis + 1) % 3;
-            const std::size_t j = (axis + 2) % 3;
-            const double ei = (*edge)[i];
-            const double ej = (*edge)[j];
-            const auto project = [=](const Vector3d& v) { return ei * v[j] - ej * v[i]; };
-            const double radius = std::fabs(ej) * halfExtents[i] + std::fabs(ei) * halfExtents[j];
-            if (isSeparated(project(v0), project(v1), project(v2), radius)) {
-                return false;
-            }
-        }
-    }
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        if (isSeparated(v0[axis], v1[axis], v2[axis], halfExtents[axis])) {
-            return false;
-        }
+/// Along the cross product of an edge with the box axis that is neither i nor j.
+template <std::size_t i, std::size_t j>
+bool isSeparatedAlong(const Vector3d& edge, const RelativeVertices& v,
+                      const Vector3d& halfExtents) {
+    const auto project = [&edge](const Vector3d& vertex) {
+        return edge[i] * vertex[j] - edge[j] * vertex[i];
+    };
+    const double radius = std::fabs(edge[j]) * halfExtents[i] + std::fabs(edge[i]) * halfExtents[j];
+    return isSeparated(project(v.v0), project(v.v1), project(v.v2), radius);
+}
+
+bool isSeparatedByEdge(const Vector3d& edge, const RelativeVertices& v,
+                       const Vector3d& halfExtents) {
+    return isSeparatedAlong<1, 2>(edge, v, halfExtents) ||
+           isSeparatedAlong<2, 0>(edge, v, halfExtents) ||
+           isSeparatedAlong<0, 1>(edge, v, halfExtents);
+}
+
+/// The separating-axis test without the box's own axes: Akenine-Moeller (2001), Fast 3D
+/// triangle-box overlap testing, Journal of Graphics Tools 6(1).
+bool overlapsByEdgesAndPlane(const RT::Triangle& triangle, const RelativeVertices& v,
+                             const Vector3d& halfExtents) {
+    if (isSeparatedByEdge(triangle.edge1, v, halfExtents) ||
+        isSeparatedByEdge(triangle.edge3, v, halfExtents) ||
+        isSeparatedByEdge(triangle.negEdge2, v, halfExtents)) {
+        return false;
     }
     const Vector3d& normal = triangle.normal;
-    const double d = -dotProduct(normal.data(), v0.data());
-    Vector3d against{};
+    const double d = -dotProduct(normal.data(), v.v0.data());
+    Vector3d against{}; // the corners farthest against and along the normal
     Vector3d along{};
     for (std::size_t axis = 0; axis < 3; ++axis) {
         along[axis] = normal[axis] > 0.0 ? halfExtents[axis] : -halfExtents[axis];
@@ -71,6 +90,130 @@ bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre,
         return false;
     }
     return dotProduct(normal.data(), along.data()) + d >= 0.0;
+}
+
+/// Where one triangle goes.
+struct Assignment {
+    OctantSet octants = 0;
+    bool isClaimed = false; ///< lies wholly inside the highest of the octants, which keeps it
+};
+
+/// The eight octants of a box. Each half along each axis is classified once, not once per octant;
+/// the sums are those of the single octants' boxes, so that the answers are theirs to the last bit.
+class Octants {
+public:
+    Octants(const Vector3d& boxMin, const Vector3d& boxMax) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            const double h = (boxMax[axis] - boxMin[axis]) * 0.5;
+            halfExtents[axis] = h * 0.5;
+            for (std::size_t half = 0; half < 2; ++half) {
+                lower[half][axis] = boxMin[axis] + static_cast<double>(half) * h;
+                upper[half][axis] = lower[half][axis] + h;
+                centre[half][axis] = lower[half][axis] + halfExtents[axis];
+            }
+        }
+    }
+
+    Vector3d boxMin(unsigned octant) const { return cornerOf(lower, octant); }
+    Vector3d boxMax(unsigned octant) const { return cornerOf(upper, octant); }
+
+    /// In the order of the octants, a triangle goes to each that holds one of its vertices or
+    /// overlaps it, up to and including the first that holds all three.
+    Assignment assign(const RT::Triangle& triangle) const {
+        const OctantSet in0 = containing(triangle.p0);
+        const OctantSet in1 = containing(triangle.p1);
+        const OctantSet in2 = containing(triangle.p2);
+        const OctantSet inAll = in0 & in1 & in2;
+        const OctantSet inAny = in0 | in1 | in2;
+        OctantSet open = allOctants;
+        if (inAll != 0) {
+            const OctantSet first = inAll & (~inAll + 1U);
+            open = first | (first - 1U);
+        }
+        Assignment assignment{.octants = inAny & open, .isClaimed = inAll != 0};
+        for (OctantSet rest = overlappedByBox(triangle, open & ~inAny); rest != 0;
+             rest &= rest - 1U) {
+            const auto octant = static_cast<unsigned>(std::countr_zero(rest));
+            if (overlapsByEdgesAndPlane(
+                    triangle, RelativeVertices(triangle, cornerOf(centre, octant)), halfExtents)) {
+                assignment.octants |= 1U << octant;
+            }
+        }
+        return assignment;
+    }
+
+private:
+    using Halves = std::array<Vector3d, 2>;
+
+    static Vector3d cornerOf(const Halves& halves, unsigned octant) {
+        return {halves[octant & 1U][0], halves[(octant >> 1) & 1U][1],
+                halves[(octant >> 2) & 1U][2]};
+    }
+
+    OctantSet containing(const Vector3d& vertex) const {
+        OctantSet octants = allOctants;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            const double value = vertex[axis];
+            const bool inLower = lower[0][axis] <= value && value <= upper[0][axis];
+            const bool inUpper = lower[1][axis] <= value && value <= upper[1][axis];
+            octants &= (inLower ? lowerHalf[axis] : 0U) | (inUpper ? upperHalf[axis] : 0U);
+        }
+        return octants;
+    }
+
+    /// Those of the given octants that the box axes do not separate from the triangle.
+    OctantSet overlappedByBox(const RT::Triangle& triangle, OctantSet octants) const {
+        for (std::size_t axis = 0; axis < 3 && octants != 0; ++axis) {
+            for (std::size_t half = 0; half < 2; ++half) {
+                const double c = centre[half][axis];
+                if (isSeparated(triangle.p0[axis] - c, triangle.p1[axis] - c, triangle.p2[axis] - c,
+                                halfExtents[axis])) {
+                    octants &= ~(half == 0 ? lowerHalf[axis] : upperHalf[axis]);
+                }
+            }
+        }
+        return octants;
+    }
+
+    Halves lower{}, upper{}, centre{};
+    Vector3d halfExtents{};
+};
+
+/// Room for one assignment per entry of a node's list; short lists stay on the stack.
+class Assignments {
+public:
+    explicit Assignments(std::size_t size) {
+        if (size > few.size()) {
+            many = std::make_unique_for_overwrite<std::uint16_t[]>(size);
+        }
+        codes = many != nullptr ? many.get() : few.data();
+    }
+
+    void set(std::size_t i, Assignment assignment) {
+        codes[i] = static_cast<std::uint16_t>(assignment.octants |
+                                              (assignment.isClaimed ? claimedBit : 0U));
+    }
+    OctantSet octants(std::size_t i) const { return codes[i] & allOctants; }
+    bool isClaimed(std::size_t i) const { return (codes[i] & claimedBit) != 0; }
+
+private:
+    static constexpr unsigned claimedBit = 0x100;
+    std::array<std::uint16_t, 512> few;
+    std::unique_ptr<std::uint16_t[]> many;
+    std::uint16_t* codes;
+};
+
+} // namespace
+
+bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre,
+                 const Vector3d& halfExtents) {
+    const RelativeVertices v(triangle, centre);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        if (isSeparated(v.v0[axis], v.v1[axis], v.v2[axis], halfExtents[axis])) {
+            return false;
+        }
+    }
+    return overlapsByEdgesAndPlane(triangle, v, halfExtents);
 }
 
 std::int32_t depthLimit(std::int32_t triangleCount) {
@@ -91,58 +234,58 @@ std::unique_ptr<RT::SpatialTree> makeRoot(const RT::InputPackage& package) {
     return root;
 }
 
+/// Creates the children of a node and marks the entries that they claim.
+void subdivide(RT::SpatialTree& node) {
+    const Octants octants(node.boxMin, node.boxMax);
+    Assignments assignments(node.triangles.size());
+    std::array<std::int32_t, 8> count{};
+    std::array<std::int32_t, 8> contained{};
+    for (std::size_t i = 0; i < node.triangles.size(); ++i) {
+        const auto index = static_cast<std::size_t>(node.triangles[i]);
+        const Assignment assignment = octants.assign(node.package->triangles[index]);
+        assignments.set(i, assignment);
+        for (OctantSet rest = assignment.octants; rest != 0; rest &= rest - 1U) {
+            ++count[static_cast<std::size_t>(std::countr_zero(rest))];
+        }
+        if (assignment.isClaimed) {
+            ++contained[static_cast<std::size_t>(std::bit_width(assignment.octants) - 1)];
+        }
+    }
+
+    std::array<std::int32_t*, 8> next{};
+    node.children.reserve(8U - static_cast<std::size_t>(std::count(count.begin(), count.end(), 0)));
+    for (unsigned octant = 0; octant < 8; ++octant) {
+        if (count[octant] == 0) {
+            continue;
+        }
+        auto child = std::make_unique<RT::SpatialTree>();
+        child->depth = node.depth + 1;
+        child->boxMin = octants.boxMin(octant);
+        child->boxMax = octants.boxMax(octant);
+        child->triangleCount = count[octant];
+        child->containedCount = contained[octant];
+        child->triangles.resize(static_cast<std::size_t>(count[octant]));
+        child->parent = &node;
+        child->package = node.package;
+        next[octant] = child->triangles.data();
+        node.children.push_back(std::move(child));
+    }
+    for (std::size_t i = node.triangles.size(); i-- > 0;) { // every list runs backwards
+        for (OctantSet rest = assignments.octants(i); rest != 0; rest &= rest - 1U) {
+            *next[static_cast<std::size_t>(std::countr_zero(rest))]++ = node.triangles[i];
+        }
+        if (assignments.isClaimed(i)) {
+            node.triangles[i] = claimedMark;
+        }
+    }
+}
+
 void buildNode(RT::SpatialTree& node) {
     if (node.triangleCount < leafLimit || node.depth > RT::SpatialTree::maxDepth) {
         node.isLeaf = true;
         return;
     }
-    Vector3d h{};
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        h[axis] = (node.boxMax[axis] - node.boxMin[axis]) * 0.5;
-    }
-    for (unsigned octant = 0; octant < 8; ++octant) {
-        Vector3d boxMin{};
-        Vector3d boxMax{};
-        Vector3d centre{};
-        Vector3d halfExtents{};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            boxMin[axis] = node.boxMin[axis] + static_cast<double>((octant >> axis) & 1U) * h[axis];
-            boxMax[axis] = boxMin[axis] + h[axis];
-            halfExtents[axis] = h[axis] * 0.5;
-            centre[axis] = boxMin[axis] + halfExtents[axis];
-        }
-        std::vector<std::int32_t> list;
-        std::int32_t contained = 0;
-        for (auto entry = node.triangles.rbegin(); entry != node.triangles.rend(); ++entry) {
-            if (*entry == claimed) {
-                continue;
-            }
-            const RT::Triangle& triangle =
-                node.package->triangles[static_cast<std::size_t>(*entry)];
-            const int inside = isInside(triangle.p0, boxMin, boxMax) +
-                               isInside(triangle.p1, boxMin, boxMax) +
-                               isInside(triangle.p2, boxMin, boxMax);
-            if (inside > 0 || overlapsBox(triangle, centre, halfExtents)) {
-                list.push_back(*entry);
-            }
-            if (inside == 3) {
-                ++contained;
-                *entry = claimed;
-            }
-        }
-        if (!list.empty()) {
-            auto child = std::make_unique<RT::SpatialTree>();
-            child->depth = node.depth + 1;
-            child->boxMin = boxMin;
-            child->boxMax = boxMax;
-            child->triangleCount = static_cast<std::int32_t>(list.size());
-            child->containedCount = contained;
-            child->triangles = std::move(list);
-            child->parent = &node;
-            child->package = node.package;
-            node.children.push_back(std::move(child));
-        }
-    }
+    subdivide(node);
     if (!node.children.empty()) {
         tbb::parallel_for(tbb::blocked_range<int>(0, static_cast<int>(node.children.size()), 4),
                           RT::BuildSpatialSubtree(&node), tbb::simple_partitioner());
