@@ -4,6 +4,16 @@
 #include <insolate/export.h>
 #include <insolate/version.h>
 
+#include <insolate/analysis/calculation_method.h>
+#include <insolate/analysis/calculation_point.h>
+#include <insolate/analysis/model.h>
+#include <insolate/analysis/object.h>
+#include <insolate/analysis/solar_analysis_controller.h>
+#include <insolate/analysis/ui_controller.h>
+#include <insolate/sky/cumulative_sky.h>
+#include <insolate/sky/perez_irradiance.h>
+#include <insolate/sky/solar_radiation.h>
+
 #include <insolate/platform/debug_output.h>
 
 #include <insolate/geometry/geometry.h>

@@ -1,0 +1,84 @@
+// The cumulative sky from hourly weather: beam in the sun's cell, diffuse by altitude only.
+#include <insolate/sky/cumulative_sky.h>
+
+#include <insolate/sky/period_walk.h>
+#include <insolate/weather/weather_data.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace skyGrid = insolate::skyGrid;
+
+namespace {
+
+/// Weight of one cell of each band, by the overcast luminance at the band's mid-altitude; the
+/// weights of all 1,296 cells sum to 1. Luminance (1 + 2 sin h) / 3: Moon and Spencer (1942),
+/// eq. 1.
+std::array<float, skyGrid::altitudeCount> overcastWeights() {
+    std::array<float, skyGrid::altitudeCount> weights{};
+    float sum = 0.0f;
+    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
+        const float middle = (skyGrid::bandLowerEdge(band) + skyGrid::bandUpperEdge(band)) * 0.5f;
+        const float weight = (2.0f * std::sin(middle) + 1.0f) / 3.0f;
+        weights[static_cast<std::size_t>(band)] = weight;
+        sum += weight;
+    }
+    const float normaliser = std::max(static_cast<float>(skyGrid::azimuthCount) * sum, 1.0f);
+    for (float& weight : weights) {
+        weight /= normaliser;
+    }
+    return weights;
+}
+
+} // namespace
+
+bool ECumulativeSky::calculate(EWeatherData* weather) {
+    beginCalculation();
+    const insolate::DaySteps steps = insolate::dayStepsOf(*this);
+    endDate = insolate::unwrappedEndDate(startDate, endDate);
+
+    ESolarPosition sun = insolate::sunAtSite(*this);
+    float diffuseTotal = 0.0f;
+    for (long long date = startDate; date <= endDate; ++date) {
+        const int day = insolate::dayWithinYear(static_cast<int>(date));
+        insolate::moveToDay(sun, day);
+        const auto sunrise = static_cast<float>(sun.getSunriseTime());
+        const auto sunset = static_cast<float>(sun.getSunsetTime());
+
+        float next = 0.0f;
+        for (float time = steps.start; time < steps.end; time = next) {
+            next = time + steps.increment;
+            if (!(next > time)) {
+                next = steps.end; // a step that does not advance would never end the day
+            }
+            const float stepEnd = insolate::roundToTenth(time);
+            sun.setTime(stepEnd - steps.increment * 0.5f);
+            const int sector = skyGrid::azimuthSector(
+                static_cast<float>(sun.convertTrigAngleToAzimuth(sun.getTrigAngleInRadians())));
+            const int band =
+                skyGrid::altitudeBand(static_cast<float>(sun.getSolarAltitudeInRadians()));
+            if (!skyGrid::isCell(sector, band)) {
+                continue;
+            }
+            const insolate::HourlyRadiation radiation = insolate::hourlyRadiation(
+                *weather, day - 1, insolate::wholeHour(stepEnd), sunrise, sunset);
+            const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
+            direct[cell] += radiation.direct * steps.increment;
+            diffuseTotal += radiation.diffuse * steps.increment;
+            hourCount += steps.increment;
+            peak[cell] = std::max(peak[cell], radiation.direct + radiation.diffuse);
+            peakDiffuse = std::max(peakDiffuse, radiation.diffuse);
+        }
+    }
+
+    const auto weights = overcastWeights();
+    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
+        const float share = diffuseTotal * weights[static_cast<std::size_t>(band)];
+        for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
+            diffuse[skyGrid::cellIndex(sector, band)] += share;
+        }
+    }
+    updateRanges();
+    return true;
+}
