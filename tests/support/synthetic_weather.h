@@ -1,0 +1,37 @@
+/// Weather whose radiation is a plain formula, for tests that need to know the answer.
+#pragma once
+
+#include <insolate/weather/weather_data.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace insolate::test {
+
+/// A year in which every hour has the same direct normal and diffuse horizontal radiation [W/m2].
+inline EWeatherData constantWeather(float direct, float diffuse) {
+    EWeatherData weather;
+    for (int day = 0; day < 365; ++day) {
+        for (int hour = 0; hour < 24; ++hour) {
+            weather.setHourlyDirectRad(day, hour, direct);
+            weather.setHourlyDiffuseRad(day, hour, diffuse);
+        }
+    }
+    return weather;
+}
+
+/// A year of identical days with a sine of radiation from 6 h to 18 h.
+inline EWeatherData sineDayWeather(float directPeak, float diffusePeak) {
+    EWeatherData weather;
+    for (int day = 0; day < 365; ++day) {
+        for (int hour = 0; hour < 24; ++hour) {
+            const float share =
+                std::max(0.0f, std::sin((static_cast<float>(hour) - 5.5f) / 12.0f * 3.1415927f));
+            weather.setHourlyDirectRad(day, hour, directPeak * share);
+            weather.setHourlyDiffuseRad(day, hour, diffusePeak * share);
+        }
+    }
+    return weather;
+}
+
+} // namespace insolate::test
