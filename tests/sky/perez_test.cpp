@@ -134,10 +134,12 @@ TEST(PerezTilted, DefaultsNullsAndEchoes) {
 TEST(PerezSky, CellsAddUpToTheDiffuseHorizontal) {
     float cells[skyGrid::cellCount];
     for (const double altitude : {0.5, 2.0, 4.0, 15.0, 40.0, 70.0, 89.0}) {
-        for (const auto& [diffuse, direct] :
-             {std::pair{20.0, 0.0}, {150.0, 0.0}, {300.0, 20.0}, {120.0, 300.0}, {60.0, 900.0}}) {
-            const insolate::PerezSky sky =
-                insolate::perezSky(100, altitude * radiansPerDegree, -0.4, diffuse, direct);
+        // irradiances as shares of what reaches the top of the air, horizontally and normally
+        for (const auto& [diffuseShare, direct] :
+             {std::pair{0.3, 0.0}, {0.5, 0.1}, {0.2, 0.4}, {0.1, 0.9}}) {
+            const double diffuse = diffuseShare * 1367.0 * std::sin(altitude * radiansPerDegree);
+            const insolate::PerezSky sky = insolate::perezSky(100, altitude * radiansPerDegree,
+                                                              -0.4, diffuse, direct * 1000.0);
             const float scale = insolate::distributePerezSky(sky, 0.1, cells);
             double sum = 0.0;
             for (int band = 0; band < skyGrid::altitudeCount; ++band) {
@@ -147,7 +149,8 @@ TEST(PerezSky, CellsAddUpToTheDiffuseHorizontal) {
                     sum += cell * std::sin((band + 0.5) * 5.0 * radiansPerDegree);
                 }
             }
-            EXPECT_NEAR(sum / diffuse, 1.0, 1e-5) << altitude << " degrees, direct " << direct;
+            EXPECT_NEAR(sum / diffuse, 1.0, 1e-5)
+                << altitude << " degrees, direct share " << direct;
         }
     }
     EXPECT_EQ(
@@ -240,16 +243,27 @@ TEST(PerezSky, EveryHourOfTheFourCitiesAndAPolarYearIsFiniteAndKeepsItsDiffuse) 
         sky.setTimeRange(0.0f, 24.0f, 1.0f);
         sky.calculateUsingPerez(&weather);
 
+        // An overcast sky that is far too bright for its low sun gets a negative gradation in every
+        // band: such an hour has no distribution, and its diffuse light is not in the sky.
         double booked = 0.0;
+        double dark = 0.0;
         ESolarPosition sun = insolate::sunAtSite(sky);
+        float cells[skyGrid::cellCount];
         for (int day = 1; day <= 365; ++day) {
             insolate::moveToDay(sun, day);
             for (int hour = 0; hour < 24; ++hour) {
                 sun.setTime(hour);
                 const float value = weather.getHourlyDiffuseRad(day - 1, hour);
-                if (sun.getSolarAltitudeInRadians() > insolate::lowestDistributedAltitude) {
-                    booked += value;
+                if (sun.getSolarAltitudeInRadians() <= insolate::lowestDistributedAltitude ||
+                    value <= 0.0f) {
+                    continue;
                 }
+                const float scale = insolate::distributePerezSky(
+                    insolate::perezSky(day, sun.getSolarAltitudeInRadians(),
+                                       sun.getTrigAngleInRadians(), value,
+                                       weather.getHourlyDirectRad(day - 1, hour)),
+                    0.0, cells);
+                (scale >= value / 0.001f ? dark : booked) += value;
             }
         }
         double horizontal = 0.0;
@@ -259,6 +273,8 @@ TEST(PerezSky, EveryHourOfTheFourCitiesAndAPolarYearIsFiniteAndKeepsItsDiffuse) 
             horizontal += sky.diffuse[cell] * std::sin((cell / 72 + 0.5) * 5.0 * radiansPerDegree);
         }
         EXPECT_NEAR(horizontal / booked, 1.0, 1e-3) << site.city << " " << site.latitude;
+        // Amsterdam's weather does not belong under the sun of 78 degrees: only there it is much.
+        EXPECT_LT(dark / booked, site.latitude < 60.0f ? 0.0015 : 0.05) << site.city;
     }
 }
 

@@ -80,12 +80,14 @@ TEST(SolarRadiation, AVerticalSurfaceAddsATenthOfTheOpenHorizontal) {
 TEST(SolarRadiation, ASlopeLosesPartOfItsDiffuseOnly) {
     ECumulativeSky sky = oneCellSky();
     sky.setDirectValue(27, 6, 0.0f);
-    EShadingMask mask;
-    mask.surfaceNormalAltitude = halfPi / 2.0f;
+    const float half = std::sqrt(0.5f);
+    EShadingMask mask = maskOf({0.5f, -0.5f, half}, 1.0f); // tilted 45 degrees to the south-east
+    const float incidence = mask.getSurfaceIncidence(27, 6);
+    EXPECT_GT(incidence, 0.9f);
     float results[3] = {};
     ESolarRadiation().calculate(&sky, &mask, results);
     const float ground = std::cos(halfPi / 2.0f) * 400.0f * std::sin(32.5f * 0.017453293f) * 0.1f;
-    EXPECT_NEAR(results[0], 400.0f * (1.0f - 0.095f) + ground, 0.01f);
+    EXPECT_NEAR(results[0], 400.0f * incidence * (1.0f - 0.095f) + ground, 0.01f);
 }
 
 TEST(SolarRadiation, DoublingTheSkyDoublesEveryTotal) {
