@@ -22,6 +22,7 @@
 #include <insolate/geometry/xyzf.h>
 
 #include <insolate/rt/input_package_util.h>
+#include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/ray_queries.h>
 #include <insolate/solar/solar_position.h>
 #include <insolate/solar/sun_position.h>
@@ -32,6 +33,7 @@
 #include <insolate/weather/weather_series.h>
 
 #include <insolate/rt/ray_transparency.h>
+#include <insolate/rt/sky_visibility.h>
 #include <insolate/rt/spatial_tree_util.h>
 
 #include <insolate/shading/shading_mask.h>

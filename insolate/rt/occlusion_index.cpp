@@ -1,0 +1,169 @@
+#include <insolate/rt/occlusion_index.h>
+
+#include <insolate/rt/input_package.h>
+#include <insolate/rt/occlusion_build.h>
+#include <insolate/rt/occlusion_query.h>
+#include <insolate/rt/triangle.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace insolate {
+
+namespace {
+
+static_assert(offsetof(RT::Triangle, p1) == offsetof(RT::Triangle, p0) + 3 * sizeof(double));
+static_assert(offsetof(RT::Triangle, p2) == offsetof(RT::Triangle, p0) + 6 * sizeof(double));
+
+Vector3d widened(const XYZf& v) {
+    return {static_cast<double>(v.x), static_cast<double>(v.y), static_cast<double>(v.z)};
+}
+
+double largestMagnitude(const Vector3d& v) {
+    return std::max({std::fabs(v[0]), std::fabs(v[1]), std::fabs(v[2])});
+}
+
+bool isFinite(const Vector3d& v) {
+    return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);
+}
+
+bool hitsStored(const Vector3d& origin, const Vector3d& direction, const double* triangle,
+                std::size_t stride) {
+    double vectors[doublesPerTriangle];
+    for (std::size_t i = 0; i < doublesPerTriangle; ++i) {
+        vectors[i] = triangle[i * stride];
+    }
+    return hitsTriangle(origin.data(), direction.data(), vectors, vectors + 3, vectors + 6);
+}
+
+bool hitsUnbounded(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                   const Vector3d& direction) {
+    for (std::size_t i = 0; i < index.unbounded.size(); i += doublesPerTriangle) {
+        if (hitsStored(origin, direction, index.unbounded.data() + i, 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Every triangle, without the help of any box: for origins and directions beyond what the
+/// single-precision boxes can judge.
+bool hitsAny(const OcclusionIndex::Storage& index, const Vector3d& origin,
+             const Vector3d& direction) {
+    for (const OcclusionNode& node : index.nodes) {
+        for (std::size_t lane = 0; lane < node.childCount; ++lane) {
+            const std::uint32_t child = node.child[lane];
+            if (!occlusionChild::isLeaf(child)) {
+                continue;
+            }
+            const double* leaf =
+                index.triangles.get() + doublesPerTriangle * occlusionChild::firstTriangle(child);
+            const std::size_t count = occlusionChild::triangleCount(child);
+            for (std::size_t i = 0; i < count; ++i) {
+                if (hitsStored(origin, direction, leaf + i, count)) {
+                    return true;
+                }
+            }
+        }
+    }
+    return hitsUnbounded(index, origin, direction);
+}
+
+/// Whether the boxes can judge rays from this origin; false for NaN.
+bool withinReach(const Vector3d& origin) {
+    return isFinite(origin) && largestMagnitude(origin) <= largestCoordinate;
+}
+
+} // namespace
+
+OcclusionIndex::OcclusionIndex() : storage(std::make_unique<Storage>()) {}
+
+OcclusionIndex::OcclusionIndex(std::span<const double> coordinates,
+                               const OcclusionIndexOptions& options)
+    : storage(buildOcclusionStorage({reinterpret_cast<const std::byte*>(coordinates.data()),
+                                     9 * sizeof(double), coordinates.size() / 9},
+                                    options.parallel)) {}
+
+OcclusionIndex OcclusionIndex::fromInputPackage(const OcclusionIndexOptions& options) {
+    const std::vector<RT::Triangle>& triangles = RT::InputPackage::instance().triangles;
+    OcclusionIndex index;
+    if (!triangles.empty()) {
+        index.storage =
+            buildOcclusionStorage({reinterpret_cast<const std::byte*>(triangles.front().p0.data()),
+                                   sizeof(RT::Triangle), triangles.size()},
+                                  options.parallel);
+    }
+    return index;
+}
+
+OcclusionIndex::OcclusionIndex(OcclusionIndex&&) noexcept = default;
+OcclusionIndex& OcclusionIndex::operator=(OcclusionIndex&&) noexcept = default;
+OcclusionIndex::~OcclusionIndex() = default;
+
+std::size_t OcclusionIndex::triangleCount() const {
+    return storage->total;
+}
+
+std::size_t OcclusionIndex::memoryBytes() const {
+    return sizeof(Storage) + storage->nodes.capacity() * sizeof(OcclusionNode) +
+           (storage->count + 1) * doublesPerTriangle * sizeof(double) +
+           storage->unbounded.capacity() * sizeof(double);
+}
+
+bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const {
+    const Vector3d from = widened(origin);
+    const Vector3d along = widened(direction);
+    const double length = largestMagnitude(along);
+    if (!withinReach(from) || !isFinite(along) || length < 1e-15 || length > 1e15) {
+        return hitsAny(*storage, from, along);
+    }
+    return occludedInHierarchy(*storage, from, along) || hitsUnbounded(*storage, from, along);
+}
+
+SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& directions,
+                                      const SkyCellSet& wanted) const {
+    const SkyDirectionTable& table = directions.table();
+    SkyCellSet open = wanted;
+    open &= table.cells;
+    const Vector3d from = widened(origin);
+    const bool together = table.regular && withinReach(from);
+    if (together) {
+        closeBlockedCells(*storage, from, table, open);
+        if (storage->unbounded.empty()) {
+            return open;
+        }
+    }
+    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            if (!open.contains(azimuth, altitude)) {
+                continue;
+            }
+            const XYZf& direction = directions.direction(azimuth, altitude);
+            if (together ? hitsUnbounded(*storage, from, widened(direction))
+                         : isOccluded(origin, direction)) {
+                open.erase(azimuth, altitude);
+            }
+        }
+    }
+    return open;
+}
+
+bool FastRayTransparency::getSurfaceDoubleSided() {
+    return surfaceDoubleSided;
+}
+
+float FastRayTransparency::getTransparencyValue(const XYZf& origin, const XYZf& direction,
+                                                const XYZf* /*normal*/) {
+    return index->isOccluded(origin, direction) ? 0.0f : 1.0f;
+}
+
+int FastRayTransparency::initialise() {
+    return 0;
+}
+
+SkyCellSet FastRayTransparency::visibleSky(const XYZf& origin, const SkyDirections& directions,
+                                           const SkyCellSet& wanted) {
+    return index->visibleSky(origin, directions, wanted);
+}
+
+} // namespace insolate

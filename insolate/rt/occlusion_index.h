@@ -1,0 +1,87 @@
+/// A fast index over the triangles of a scene that answers: does anything block this ray?
+///
+/// Hits are those of the library's ray/triangle test, to the last bit: bounds are strict, both
+/// sides block, and hits nearer than 0.01 direction lengths do not count. An index is an ordinary
+/// object; several scenes may live in one process. It copies the triangles and keeps no reference
+/// to its input. All queries are const and may run on any number of threads at once.
+#pragma once
+
+#include <insolate/export.h>
+#include <insolate/geometry/xyzf.h>
+#include <insolate/rt/ray_transparency.h>
+#include <insolate/rt/sky_visibility.h>
+
+#include <cstddef>
+#include <memory>
+#include <span>
+
+namespace insolate {
+
+struct OcclusionIndexOptions {
+    bool parallel = true; ///< build on all processors; the index is the same either way
+};
+
+class INSOLATE_EXPORT OcclusionIndex {
+public:
+    /// An index without triangles: nothing is blocked.
+    OcclusionIndex();
+
+    /// coordinates: nine doubles per triangle (x, y, z of p0, p1, p2) [model units]; a remainder of
+    /// fewer than nine is ignored. At most 2^28 triangles; those beyond are ignored.
+    explicit OcclusionIndex(std::span<const double> coordinates,
+                            const OcclusionIndexOptions& options = {});
+
+    /// Over the triangles that RT::InputPackageUitl has collected so far.
+    static OcclusionIndex fromInputPackage(const OcclusionIndexOptions& options = {});
+
+    OcclusionIndex(OcclusionIndex&&) noexcept;
+    OcclusionIndex& operator=(OcclusionIndex&&) noexcept;
+    ~OcclusionIndex();
+
+    std::size_t triangleCount() const;
+
+    /// Memory that the index holds [bytes].
+    std::size_t memoryBytes() const;
+
+    /// Whether any triangle blocks the ray. The direction is used as given, not normalised.
+    bool isOccluded(const XYZf& origin, const XYZf& direction) const;
+
+    /// The cells among `wanted` that have a direction and whose ray from origin nothing blocks: the
+    /// same as asking isOccluded() for each of them.
+    SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
+                          const SkyCellSet& wanted = SkyCellSet::all()) const;
+
+    struct Storage;
+
+private:
+    std::unique_ptr<const Storage> storage;
+};
+
+/// The ray caster over an OcclusionIndex, for EShadingMask and EModel: transparency 0 or 1.
+///
+///     OcclusionIndex index(coordinates);
+///     FastRayTransparency rays(index);
+///     model.setGetTransparencyValueOnRay(&rays);
+///
+/// Holds no state of its own, so one object serves any number of threads. The index must outlive
+/// it.
+class INSOLATE_EXPORT FastRayTransparency final : public GetTransparencyValueOnRay,
+                                                  public SkyVisibilityQuery {
+public:
+    explicit FastRayTransparency(const OcclusionIndex& occlusionIndex, bool doubleSided = false)
+        : index(&occlusionIndex), surfaceDoubleSided(doubleSided) {}
+
+    bool getSurfaceDoubleSided() override;
+    float getTransparencyValue(const XYZf& origin, const XYZf& direction,
+                               const XYZf* normal) override;
+    int initialise() override; ///< nothing to do; 0
+
+    SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
+                          const SkyCellSet& wanted) override;
+
+private:
+    const OcclusionIndex* index;
+    bool surfaceDoubleSided;
+};
+
+} // namespace insolate

@@ -1,0 +1,20 @@
+/// The wide loops that walk an OcclusionIndex, behind their run-time dispatch.
+#pragma once
+
+#include <insolate/rt/occlusion_storage.h>
+#include <insolate/rt/sky_direction_table.h>
+#include <insolate/rt/triangle.h>
+
+namespace insolate {
+
+/// Whether a triangle of the hierarchy blocks the ray. Origin within largestCoordinate, direction's
+/// components finite and its length within a factor of 1e15 of 1.
+bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                         const Vector3d& direction);
+
+/// Takes the cells whose ray a triangle of the hierarchy blocks out of `open`. Origin within
+/// largestCoordinate; the table must be regular and hold a direction for each open cell.
+void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                       const SkyDirectionTable& directions, SkyCellSet& open);
+
+} // namespace insolate

@@ -1,0 +1,39 @@
+/// What the wide loops know about a set of sky directions.
+#pragma once
+
+#include <insolate/rt/sky_visibility.h>
+
+#include <array>
+
+namespace insolate {
+
+struct SkyDirectionTable {
+    /// A band's directions with the first 16 repeated after the last: 16 neighbours can be loaded
+    /// from any sector on.
+    static constexpr std::size_t rowLength = skyGrid::azimuthCount + 16;
+    using Row = std::array<float, rowLength>;
+
+    alignas(64) std::array<Row, skyGrid::altitudeCount> x{};
+    alignas(64) std::array<Row, skyGrid::altitudeCount> y{};
+    alignas(64) std::array<Row, skyGrid::altitudeCount> z{};
+    std::array<XYZf, skyGrid::cellCount> directions{};
+    SkyCellSet cells;
+
+    /// The largest absolute component.
+    float largestComponent = 0;
+
+    /// Directions that are not finite, or far from unit length, are cast one by one.
+    bool regular = true;
+
+    // Where the directions lie in their cells. Azimuths are counted in sectors of 5 degrees,
+    // clockwise from azimuthOrigin (itself sectors counterclockwise from the x axis), altitudes in
+    // bands of 5 degrees from the horizon; a direction of cell (a, b) lies within
+    // a + [azimuthMin, azimuthMax] and b + [altitudeMin, altitudeMax].
+    float azimuthOrigin = 18;
+    float azimuthMin = 0.5f;
+    float azimuthMax = 0.5f;
+    float altitudeMin = 0.5f;
+    float altitudeMax = 0.5f;
+};
+
+} // namespace insolate

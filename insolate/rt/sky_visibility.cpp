@@ -1,0 +1,103 @@
+#include <insolate/rt/sky_direction_table.h>
+#include <insolate/rt/sky_visibility.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace insolate {
+
+namespace {
+
+constexpr double sectorsPerRadian = 36.0 / std::numbers::pi;
+
+// Squared lengths outside of this leave the range in which the wide loops' error bounds hold.
+constexpr double shortestSquared = 0.25;
+constexpr double longestSquared = 4.0;
+
+/// Notes how the directions lie in their cells, whatever the north offset they were made for.
+void measureReach(SkyDirectionTable& table) {
+    bool first = true;
+    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            if (!table.cells.contains(azimuth, altitude)) {
+                continue;
+            }
+            const XYZf& d =
+                table.directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))];
+            const double x = d.x;
+            const double y = d.y;
+            const double z = d.z;
+            const double squared = x * x + y * y + z * z;
+            if (!(squared >= shortestSquared && squared <= longestSquared)) {
+                table.regular = false;
+                return;
+            }
+            table.largestComponent =
+                std::max({table.largestComponent, std::fabs(d.x), std::fabs(d.y), std::fabs(d.z)});
+            const double turned = std::atan2(y, x) * sectorsPerRadian;
+            const double band = std::atan2(z, std::hypot(x, y)) * sectorsPerRadian - altitude;
+            if (first) {
+                table.azimuthOrigin = static_cast<float>(turned + azimuth + 0.5);
+            }
+            const double offset =
+                std::remainder(static_cast<double>(table.azimuthOrigin) - turned - azimuth - 0.5,
+                               skyGrid::azimuthCount) +
+                0.5;
+            const auto low = [](double value) {
+                return std::nextafter(static_cast<float>(value), -1e9f);
+            };
+            const auto high = [](double value) {
+                return std::nextafter(static_cast<float>(value), 1e9f);
+            };
+            table.azimuthMin = first ? low(offset) : std::min(table.azimuthMin, low(offset));
+            table.azimuthMax = first ? high(offset) : std::max(table.azimuthMax, high(offset));
+            table.altitudeMin = first ? low(band) : std::min(table.altitudeMin, low(band));
+            table.altitudeMax = first ? high(band) : std::max(table.altitudeMax, high(band));
+            first = false;
+        }
+    }
+}
+
+std::shared_ptr<const SkyDirectionTable> emptyTable() {
+    static const std::shared_ptr<const SkyDirectionTable> table =
+        std::make_shared<SkyDirectionTable>();
+    return table;
+}
+
+} // namespace
+
+SkyDirections::SkyDirections() : shared(emptyTable()) {}
+
+SkyDirections::SkyDirections(std::span<const XYZf, skyGrid::cellCount> directions,
+                             const SkyCellSet& cells) {
+    auto table = std::make_shared<SkyDirectionTable>();
+    table->cells = cells;
+    table->cells &= SkyCellSet::all();
+    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+        const auto band = static_cast<std::size_t>(altitude);
+        for (std::size_t i = 0; i < SkyDirectionTable::rowLength; ++i) {
+            const int azimuth = static_cast<int>(i) % skyGrid::azimuthCount;
+            if (!table->cells.contains(azimuth, altitude)) {
+                continue;
+            }
+            const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
+            table->directions[cell] = directions[cell];
+            table->x[band][i] = directions[cell].x;
+            table->y[band][i] = directions[cell].y;
+            table->z[band][i] = directions[cell].z;
+        }
+    }
+    measureReach(*table);
+    shared = std::move(table);
+}
+
+const SkyCellSet& SkyDirections::cells() const {
+    return shared->cells;
+}
+
+const XYZf& SkyDirections::direction(int azimuth, int altitude) const {
+    return shared->directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))];
+}
+
+} // namespace insolate

@@ -1,0 +1,398 @@
+// The fast index against its definition: the exact test of every triangle for every ray.
+
+#include <insolate/rt/occlusion_index.h>
+
+#include <insolate/platform/simd.h>
+#include <insolate/rt/input_package.h>
+#include <insolate/rt/input_package_util.h>
+#include <insolate/rt/ray_queries.h>
+#include <insolate/rt/spatial_tree_util.h>
+#include <insolate/rt/triangle.h>
+
+#include <bench/scenes.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <vector>
+
+namespace {
+
+using namespace insolate;
+using scenes::Point;
+using scenes::Random;
+using scenes::Scene;
+
+const std::array<XYZf, skyGrid::cellCount>& centres() {
+    static const auto directions = scenes::cellCentres();
+    return directions;
+}
+
+/// The plain twin: no boxes, no order, nothing in single precision.
+class EveryTriangle {
+public:
+    explicit EveryTriangle(const std::vector<double>& coordinates) {
+        for (std::size_t i = 0; i + 9 <= coordinates.size(); i += 9) {
+            triangles.push_back(makeTriangle(coordinates.data() + i));
+        }
+    }
+    bool isOccluded(const XYZf& origin, const XYZf& direction) const {
+        const Vector3d o = {origin.x, origin.y, origin.z};
+        const Vector3d d = {direction.x, direction.y, direction.z};
+        return std::any_of(triangles.begin(), triangles.end(),
+                           [&](const RT::Triangle& t) { return hitsTriangle(o, d, t); });
+    }
+
+private:
+    std::vector<RT::Triangle> triangles;
+};
+
+class OcclusionIndexAtLevel : public testing::TestWithParam<SimdLevel> {
+protected:
+    void SetUp() override { setSimdLevel(GetParam()); }
+    void TearDown() override { setSimdLevel(availableSimdLevels().back()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Levels, OcclusionIndexAtLevel, testing::ValuesIn(availableSimdLevels()),
+                         [](const auto& level) { return simdLevelName(level.param); });
+
+/// Rays of one mask, one by one and all at once, against every triangle; the number that differ.
+int differingCells(const OcclusionIndex& index, const EveryTriangle& plain, const XYZf& origin,
+                   const SkyDirections& directions, const SkyCellSet& wanted) {
+    const SkyCellSet visible = index.visibleSky(origin, directions, wanted);
+    int differing = 0;
+    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            const XYZf& direction = directions.direction(azimuth, altitude);
+            const bool asked = wanted.contains(azimuth, altitude) &&
+                               directions.cells().contains(azimuth, altitude);
+            const bool clear = asked && !plain.isOccluded(origin, direction);
+            differing += visible.contains(azimuth, altitude) != clear ? 1 : 0;
+            if (asked) {
+                differing += index.isOccluded(origin, direction) == clear ? 1 : 0;
+            }
+        }
+    }
+    return differing;
+}
+
+/// A set with about one cell in `share` left out.
+SkyCellSet mostCells(Random& random, std::size_t share) {
+    SkyCellSet set = SkyCellSet::all();
+    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            if (random.below(share) == 0) {
+                set.erase(azimuth, altitude);
+            }
+        }
+    }
+    return set;
+}
+
+/// Directions anywhere in their cells, under a random north offset.
+SkyDirections scatteredDirections(Random& random, const SkyCellSet& cells) {
+    std::array<XYZf, skyGrid::cellCount> directions{};
+    const double north = random(-7, 7);
+    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            const double up = (altitude + random(0, 1)) * std::numbers::pi / 36;
+            const double turn = north - (azimuth + random(0, 1)) * std::numbers::pi / 36;
+            directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))] =
+                scenes::toXyz(
+                    {std::cos(up) * std::cos(turn), std::cos(up) * std::sin(turn), std::sin(up)});
+        }
+    }
+    return SkyDirections(directions, cells);
+}
+
+Point randomPoint(Random& random, double size) {
+    return {random(-size, size), random(-size, size), random(-size, size)};
+}
+
+struct MadeScene {
+    const char* name;
+    std::function<void(Scene&, Random&)> make;
+};
+
+void addSoup(Scene& scene, Random& random, int count, double extent, double size, Point at = {}) {
+    for (int i = 0; i < count; ++i) {
+        Point p = randomPoint(random, extent);
+        for (std::size_t k = 0; k < 3; ++k) {
+            p[k] += at[k];
+        }
+        Point q = p;
+        Point r = p;
+        const Point a = randomPoint(random, size);
+        const Point b = randomPoint(random, size);
+        for (std::size_t k = 0; k < 3; ++k) {
+            q[k] += a[k];
+            r[k] += b[k];
+        }
+        scenes::addTriangle(scene, p, q, r);
+    }
+}
+
+/// Made to be hard; each adds triangles and sensors.
+const MadeScene madeScenes[] = {
+    {"soup of all sizes",
+     [](Scene& scene, Random& random) {
+         addSoup(scene, random, 60, 10, 0.2);
+         addSoup(scene, random, 20, 10, 8);
+         for (int i = 0; i < 12; ++i) {
+             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 12)));
+         }
+     }},
+    {"rays through vertices and edges",
+     [](Scene& scene, Random& random) {
+         // Triangles whose corners lie on the rays of the sensor, as closely as doubles can.
+         const XYZf sensor = {1.25f, -0.5f, 2.0f};
+         for (int i = 0; i < 60; ++i) {
+             Point corner[3];
+             for (Point& p : corner) {
+                 const XYZf& d = centres()[random.below(skyGrid::cellCount)];
+                 const double t = random(0.5, 30);
+                 p = {1.25 + t * static_cast<double>(d.x), -0.5 + t * static_cast<double>(d.y),
+                      2.0 + t * static_cast<double>(d.z)};
+             }
+             scenes::addTriangle(scene, corner[0], corner[1], corner[2]);
+         }
+         scene.sensors.push_back(sensor);
+     }},
+    {"fans around one vertex above the sensor",
+     [](Scene& scene, Random& random) {
+         const XYZf sensor = {0.0f, 0.0f, 0.0f};
+         for (int i = 0; i < 4; ++i) {
+             const XYZf& d = centres()[random.below(skyGrid::cellCount)];
+             const Point hub = {8.0 * static_cast<double>(d.x), 8.0 * static_cast<double>(d.y),
+                                8.0 * static_cast<double>(d.z)};
+             Point last = randomPoint(random, 12);
+             const Point start = last;
+             for (int k = 0; k < 7; ++k) {
+                 const Point next = k == 6 ? start : randomPoint(random, 12);
+                 scenes::addTriangle(scene, hub, last, next);
+                 last = next;
+             }
+         }
+         scene.sensors.push_back(sensor);
+     }},
+    {"hits at 0.01 and either side of it",
+     [](Scene& scene, Random& random) {
+         for (int i = 0; i < 40; ++i) {
+             const double ulps = static_cast<double>(random.below(7)) - 3;
+             const double z = 0.01 * (1 + ulps * 0x1p-52);
+             const double x = random(-0.3, 0.3);
+             const double y = random(-0.3, 0.3);
+             scenes::addTriangle(scene, {x, y, z}, {x + 0.02, y, z}, {x, y + 0.02, z});
+         }
+         // The tilted ones cross that distance within the triangle.
+         scenes::addTriangle(scene, {-1, -1, 0.002}, {1, -1, 0.005}, {0, 1, 0.02});
+         scenes::addTriangle(scene, {0.01, -1, -1}, {0.01, 1, -1}, {0.01, 0, 1});
+         scene.sensors.push_back({0, 0, 0});
+         scene.sensors.push_back({0, 0, 0.001f});
+     }},
+    {"slivers, needles and degenerate triangles",
+     [](Scene& scene, Random& random) {
+         for (int i = 0; i < 40; ++i) {
+             const Point a = randomPoint(random, 6);
+             const Point b = randomPoint(random, 6);
+             const double width = std::pow(10.0, random(-15, -2));
+             const double along = random(0, 1);
+             Point c{};
+             for (std::size_t k = 0; k < 3; ++k) {
+                 c[k] = a[k] + along * (b[k] - a[k]) + width * random(-1, 1);
+             }
+             scenes::addTriangle(scene, a, b, c);
+             scenes::addTriangle(scene, a, a, b);
+             scenes::addTriangle(scene, b, a, a);
+         }
+         scenes::addTriangle(scene, {1, 1, 1}, {1, 1, 1}, {1, 1, 1});
+         for (int i = 0; i < 8; ++i) {
+             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 5)));
+         }
+     }},
+    {"coplanar stacks and one triangle many times",
+     [](Scene& scene, Random& random) {
+         for (int i = 0; i < 40; ++i) {
+             scenes::addQuad(scene, {-4, -4, 3}, {4, -4, 3}, {4, 4, 3}, {-4, 4, 3});
+             const double z = 3 + i * 1e-12;
+             scenes::addTriangle(scene, {-9, -9, z}, {9, -9, z}, {0, 9, z});
+         }
+         addSoup(scene, random, 20, 3, 2);
+         scene.sensors.push_back({0, 0, 0});
+         scene.sensors.push_back({0, 0, 3});
+         scene.sensors.push_back({1, 1, 2.995f});
+     }},
+    {"sensors on triangles",
+     [](Scene& scene, Random& random) {
+         addSoup(scene, random, 40, 4, 3);
+         for (std::size_t i = 0; i < 8; ++i) {
+             const double* v = scene.coordinates.data() + 9 * i;
+             scene.sensors.push_back(scenes::toXyz(
+                 {(v[0] + v[3] + v[6]) / 3, (v[1] + v[4] + v[7]) / 3, (v[2] + v[5] + v[8]) / 3}));
+             scene.sensors.push_back(scenes::toXyz({v[0], v[1], v[2]}));
+         }
+     }},
+    {"walls along the axes with sensors in their planes",
+     [](Scene& scene, Random& random) {
+         for (int i = 0; i < 12; ++i) {
+             const double at = static_cast<double>(random.below(5)) - 2;
+             const double lower = static_cast<double>(random.below(3)) - 1;
+             scenes::addQuad(scene, {at, -3, lower}, {at, 3, lower}, {at, 3, lower + 2},
+                             {at, -3, lower + 2});
+             scenes::addQuad(scene, {-3, at, lower}, {3, at, lower}, {3, at, lower + 2},
+                             {-3, at, lower + 2});
+             scenes::addQuad(scene, {at, -3, at}, {at + 1, -3, at}, {at + 1, 3, at}, {at, 3, at});
+         }
+         for (int i = 0; i < 12; ++i) {
+             scene.sensors.push_back({static_cast<float>(random.below(5)) - 2,
+                                      static_cast<float>(random.below(5)) - 2,
+                                      static_cast<float>(random.below(3)) - 1});
+         }
+     }},
+    {"triangles of 1e-4",
+     [](Scene& scene, Random& random) {
+         addSoup(scene, random, 80, 0.05, 1e-4);
+         addSoup(scene, random, 20, 0.05, 1e-2);
+         for (int i = 0; i < 6; ++i) {
+             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 0.05)));
+         }
+     }},
+    {"triangles of 1e6 beside small ones",
+     [](Scene& scene, Random& random) {
+         addSoup(scene, random, 20, 3e6, 1e6);
+         addSoup(scene, random, 40, 30, 5);
+         for (int i = 0; i < 6; ++i) {
+             scene.sensors.push_back(scenes::toXyz(randomPoint(random, i < 3 ? 30 : 2e6)));
+         }
+     }},
+    {"5e6 from the origin",
+     [](Scene& scene, Random& random) {
+         const Point at = {5e6, -5e6, 200};
+         addSoup(scene, random, 60, 20, 4, at);
+         scenes::addQuad(scene, {5e6 - 40, -5e6 - 40, 195}, {5e6 + 40, -5e6 - 40, 195},
+                         {5e6 + 40, -5e6 + 40, 195}, {5e6 - 40, -5e6 + 40, 195});
+         for (int i = 0; i < 8; ++i) {
+             const Point p = randomPoint(random, 20);
+             scene.sensors.push_back(scenes::toXyz({p[0] + 5e6, p[1] - 5e6, p[2] + 200}));
+         }
+     }},
+    {"coordinates that no box can hold",
+     [](Scene& scene, Random& random) {
+         addSoup(scene, random, 20, 10, 4);
+         const double infinite = std::numeric_limits<double>::infinity();
+         const double none = std::numeric_limits<double>::quiet_NaN();
+         scenes::addTriangle(scene, {-1e12, -1e12, 5}, {2e12, 0, 5}, {0, 1e12, 9});
+         scenes::addTriangle(scene, {none, 0, 1}, {1, 0, 1}, {0, 1, 1});
+         scenes::addTriangle(scene, {0, 0, 1}, {infinite, 0, 1}, {0, infinite, 1});
+         for (int i = 0; i < 3; ++i) {
+             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 10)));
+         }
+         scene.sensors.push_back({3e12f, 0, 0});
+         scene.sensors.push_back({std::numeric_limits<float>::infinity(), 0, 0});
+         scene.sensors.push_back({std::numeric_limits<float>::quiet_NaN(), 0, 0});
+     }},
+};
+
+TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleInMadeScenes) {
+    const SkyDirections centreDirections(centres());
+    for (const MadeScene& made : madeScenes) {
+        Random random(11);
+        for (int round = 0; round < 4; ++round) {
+            Scene scene;
+            made.make(scene, random);
+            const OcclusionIndex index(scene.coordinates);
+            const EveryTriangle plain(scene.coordinates);
+            EXPECT_EQ(index.triangleCount(), scene.triangleCount());
+            int differing = 0;
+            for (const XYZf& sensor : scene.sensors) {
+                const SkyCellSet wanted =
+                    round == 0 ? SkyCellSet::all() : mostCells(random, 1 + random.below(5));
+                differing += differingCells(index, plain, sensor, centreDirections, wanted);
+                const SkyDirections scattered =
+                    scatteredDirections(random, mostCells(random, 2 + random.below(9)));
+                differing += differingCells(index, plain, sensor, scattered, wanted);
+            }
+            EXPECT_EQ(differing, 0) << made.name << ", round " << round;
+        }
+    }
+}
+
+TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleForAnyDirection) {
+    // Components of zero, denormal and very large ones, and lengths far from 1.
+    const float components[] = {0.0f,   -0.0f,   1.0f,  -1.0f,  0.5f,   -3e-8f,
+                                1e-20f, -1e-42f, 1e20f, -1e30f, 1e-16f, 0.25f};
+    Random random(12);
+    Scene scene;
+    addSoup(scene, random, 60, 6, 3);
+    madeScenes[7].make(scene, random);
+    const OcclusionIndex index(scene.coordinates);
+    const EveryTriangle plain(scene.coordinates);
+    int differing = 0;
+    int blocked = 0;
+    const std::size_t choices = std::size(components);
+    for (int i = 0; i < 6000; ++i) {
+        const XYZf origin = i % 2 == 0 ? scene.sensors[random.below(scene.sensors.size())]
+                                       : scenes::toXyz(randomPoint(random, 8));
+        const XYZf direction = {components[random.below(choices)],
+                                components[random.below(choices)],
+                                components[random.below(choices)]};
+        const bool expected = plain.isOccluded(origin, direction);
+        blocked += expected ? 1 : 0;
+        differing += index.isOccluded(origin, direction) != expected ? 1 : 0;
+    }
+    EXPECT_EQ(differing, 0);
+    EXPECT_GT(blocked, 500);
+}
+
+TEST_P(OcclusionIndexAtLevel, AnswersLikeTheOctree) {
+    const Scene scene = scenes::city(6000, 60);
+    RT::InputPackageUitl::ResetInputPackage();
+    std::vector<double> coordinates = scene.coordinates;
+    RT::InputPackageUitl::AddTriangles(coordinates.data(), static_cast<int>(coordinates.size()));
+    RT::InputPackageUitl::InflateBoundingBox();
+    RT::SpatialTreeUtil::GenerateSpatialTree();
+    const OcclusionIndex index = OcclusionIndex::fromInputPackage();
+    FastRayTransparency fast(index);
+    GetTransparencyValueOnRayInternal plain;
+    Random random(13);
+    const SkyDirections directions(centres());
+    int differing = 0;
+    for (const XYZf& sensor : scene.sensors) {
+        const SkyCellSet visible = fast.visibleSky(sensor, directions, SkyCellSet::all());
+        for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+            for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+                const XYZf& direction = directions.direction(azimuth, altitude);
+                const float expected = plain.getTransparencyValue(sensor, direction, nullptr);
+                differing += visible.contains(azimuth, altitude) != (expected == 1.0f) ? 1 : 0;
+                differing += fast.getTransparencyValue(sensor, direction, nullptr) != expected;
+            }
+        }
+    }
+    EXPECT_EQ(differing, 0);
+    RT::InputPackageUitl::ResetInputPackage();
+}
+
+TEST(OcclusionIndex, IsTheSameWhateverTheThreadsAndSurvivesAMove) {
+    const Scene scene = scenes::city(60000, 200);
+    const OcclusionIndex serial(scene.coordinates, {.parallel = false});
+    OcclusionIndex source(scene.coordinates);
+    const OcclusionIndex parallel = std::move(source);
+    EXPECT_EQ(serial.memoryBytes(), parallel.memoryBytes());
+    EXPECT_LE(serial.memoryBytes(), 250 * scene.triangleCount());
+    const SkyDirections directions(centres());
+    for (const XYZf& sensor : scene.sensors) {
+        EXPECT_EQ(serial.visibleSky(sensor, directions), parallel.visibleSky(sensor, directions));
+    }
+}
+
+TEST(OcclusionIndex, WithoutTrianglesBlocksNothing) {
+    const SkyDirections directions(centres());
+    EXPECT_EQ(OcclusionIndex().visibleSky({0, 0, 0}, directions).count(), skyGrid::cellCount);
+    EXPECT_FALSE(OcclusionIndex(std::span<const double>()).isOccluded({0, 0, 0}, {0, 0, 1}));
+    EXPECT_EQ(OcclusionIndex().visibleSky({0, 0, 0}, SkyDirections()).count(), 0);
+}
+
+} // namespace
