@@ -178,6 +178,7 @@ void Canvas::text(double x, double y, std::string_view text, double size, Align 
     const double shift = align == Align::left ? 0.0 : align == Align::center ? 0.5 : 1.0;
     cairo_move_to(context(), x - shift * width, y);
     cairo_show_text(context(), shown.c_str());
+    cairo_new_path(context()); // the text leaves a current point that a later line would start from
 }
 
 double Canvas::heading(const std::string& title, const std::string& subtitle) const {
@@ -206,7 +207,11 @@ double Canvas::heading(const std::string& title, const std::string& subtitle) co
     return y + 18.0 * m_unit;
 }
 
-void Canvas::colorBar(const Rectangle& bar, const ColorScale& scale, const ColorMap& colors) const {
+void Canvas::colorBar(const Rectangle& place, const ColorScale& scale,
+                      const ColorMap& colors) const {
+    // On whole pixels, for the rows of colour to meet without seams.
+    const Rectangle bar{std::round(place.x), std::round(place.y), std::round(place.width),
+                        std::round(place.height)};
     const double size = 18.0 * m_unit;
     cairo_t* const cr = context();
     setColor(ink);
@@ -220,11 +225,10 @@ void Canvas::colorBar(const Rectangle& bar, const ColorScale& scale, const Color
         text(bar.x, bar.y + bar.height + 24.0 * m_unit, "no values", size);
         return;
     }
-    const int rows = static_cast<int>(std::ceil(bar.height));
+    const int rows = static_cast<int>(bar.height);
     for (int row = 0; row < rows; ++row) {
-        const double top = bar.y + row;
         setColor(colors(1.0 - (row + 0.5) / rows));
-        cairo_rectangle(cr, bar.x, top, bar.width, std::min(1.0, bar.y + bar.height - top));
+        cairo_rectangle(cr, bar.x, bar.y + row, bar.width, 1.0);
         cairo_fill(cr);
     }
     setColor(ink);

@@ -65,7 +65,7 @@ public:
     double heading(const std::string& title, const std::string& subtitle) const;
 
     /// Upright bar with its ends, round numbers between them, the unit above and the mean's mark.
-    void colorBar(const Rectangle& bar, const ColorScale& scale, const ColorMap& colors) const;
+    void colorBar(const Rectangle& place, const ColorScale& scale, const ColorMap& colors) const;
 
     /// Lets `fill` write the pixels of a rectangle: (pixels, row length in pixels).
     void pixels(int x, int y, int height,

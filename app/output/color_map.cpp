@@ -55,12 +55,25 @@ Color colorOfLightnessChromaHue(double lightness, double chroma, double hue) {
 }
 
 ColorMap::ColorMap() : m_colors() {
-    for (std::size_t i = 0; i < m_colors.size(); ++i) {
-        const double t = static_cast<double>(i) / (count - 1);
-        const double lightness = 14.0 + 80.0 * t;
-        const double hue = 285.0 + 175.0 * t; // blue, violet, red, orange, yellow
-        const double chroma = std::min(0.95 * largestChroma(lightness, hue), 78.0);
-        m_colors[i] = colorOfLightnessChromaHue(lightness, chroma, hue);
+    const auto placeOf = [](int i) { return i / (count - 1.0); };
+    const auto lightnessAt = [](double t) { return 14.0 + 80.0 * t; };
+    const auto hueAt = [](double t) { return 288.0 + 168.0 * t; }; // blue, violet, red, yellow
+    std::array<double, count> rim = {};
+    for (int i = 0; i < count; ++i) {
+        const double t = placeOf(i);
+        rim[static_cast<std::size_t>(i)] =
+            std::min(0.94 * largestChroma(lightnessAt(t), hueAt(t)), 76.0);
+    }
+    for (int i = 0; i < count; ++i) {
+        // The gamut's rim has corners, which would be seen as bands; a running mean takes them off.
+        constexpr int reach = 20;
+        double chroma = 0.0;
+        for (int k = i - reach; k <= i + reach; ++k) {
+            chroma += rim[static_cast<std::size_t>(std::clamp(k, 0, count - 1))] / (2 * reach + 1);
+        }
+        const double t = placeOf(i);
+        m_colors[static_cast<std::size_t>(i)] =
+            colorOfLightnessChromaHue(lightnessAt(t), chroma, hueAt(t));
     }
 }
 

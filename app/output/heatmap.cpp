@@ -151,7 +151,8 @@ public:
     /// Pixels per metre.
     [[nodiscard]] double pixelsPerMetre() const { return m_scale / m_buffer.oversampling(); }
 
-    void drawScene(const Scene& scene) {
+    /// @param tone brightness of what lies level: darker below pale discs
+    void drawScene(const Scene& scene, double tone) {
         for (std::size_t t = 0; t < scene.triangleCount(); ++t) {
             const Vector3* const v = &scene.vertices[3 * t];
             if (!isFinite(v[0]) || !isFinite(v[1]) || !isFinite(v[2])) {
@@ -163,7 +164,8 @@ public:
             }
             // Lambert's law over a bright ground tone.
             const double shade = 0.60 + 0.36 * std::max(0.0, dot(normal, m_light));
-            drawTriangle(v[0], v[1], v[2], {shade, shade, shade * 1.01}, normal, 0.0);
+            drawTriangle(v[0], v[1], v[2], {shade * tone, shade * tone, shade * tone * 1.01},
+                         normal, 0.0);
         }
     }
 
@@ -222,7 +224,7 @@ void drawSensors(ModelPainter& painter, const SensorField& field, const ResultCo
                  const ColorScale& scale, const ColorMap& colors, const Rectangle& area) {
     // Discs that neither hide each other nor vanish.
     const double share = area.width * area.height / std::max<double>(1.0, double(field.size()));
-    const double discRadius = std::clamp(0.3 * std::sqrt(share), 2.0, 9.0);
+    const double discRadius = std::clamp(0.38 * std::sqrt(share), 2.0, 10.0);
     for (std::size_t i = 0; i < field.size(); ++i) {
         const Color& color = colors(scale.placeOf(column.values[i]));
         if (field.hasCells()) {
@@ -265,7 +267,7 @@ void drawNorthArrow(const Canvas& canvas, const View& view, double north, double
         canvas.setColor({tone, tone + 0.01, tone + 0.03});
         cairo_fill(cr);
     }
-    const auto label = at(0.0, 1.3);
+    const auto label = at(0.0, 1.5);
     canvas.setColor({0.13, 0.14, 0.16});
     canvas.text(label[0], label[1] + 7.0 * canvas.unit(), "N", 20.0 * canvas.unit(), Align::center,
                 true);
@@ -322,7 +324,7 @@ void drawHeatmap(OutputFile& out, const Scene& scene, const SensorField& field,
         const int oversampling = area.width * area.height <= 4.0e6 ? 2 : 1;
         ZBuffer buffer(areaWidth, areaHeight, oversampling);
         ModelPainter painter(buffer, view, frame, area);
-        painter.drawScene(scene);
+        painter.drawScene(scene, field.hasCells() ? 1.0 : 0.75);
         drawSensors(painter, field, column, scale, colors, area);
         buffer.darkenEdges();
         canvas.pixels(static_cast<int>(area.x), areaTop, areaHeight,

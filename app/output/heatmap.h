@@ -15,8 +15,8 @@ struct HeatmapOptions {
     double north = 0.0;   ///< from the model's +Y clockwise to true north [degrees]
     /// Compass bearing from which the viewer looks at the model [degrees clockwise from true
     /// north].
-    double viewFrom = 150.0;
-    double elevation = 38.0; ///< height of the viewer above the horizon [degrees], 5..90
+    double viewFrom = 155.0;
+    double elevation = 42.0; ///< height of the viewer above the horizon [degrees], 5..90
     int width = 1600;        ///< pixels, 400..8000
     int height = 1000;       ///< pixels, 300..8000
     /// Ends of the colour scale; the column's own range when absent.

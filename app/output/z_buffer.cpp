@@ -145,7 +145,7 @@ void ZBuffer::darkenEdges() {
         if (marks[i] == EdgeMark_None) {
             continue;
         }
-        const double factor = marks[i] == EdgeMark_Silhouette ? 0.25 : 0.55;
+        const double factor = marks[i] == EdgeMark_Silhouette ? 0.32 : 0.55;
         std::uint32_t color = 0xFF000000U;
         for (unsigned shift = 0; shift <= 16; shift += 8) {
             const double part = static_cast<double>(m_color[i] >> shift & 0xFFU);
