@@ -11,6 +11,7 @@
 #include <insolate/analysis/solar_analysis_controller.h>
 #include <insolate/analysis/ui_controller.h>
 #include <insolate/sky/cumulative_sky.h>
+#include <insolate/sky/hourly_sky.h>
 #include <insolate/sky/perez_irradiance.h>
 #include <insolate/sky/solar_radiation.h>
 

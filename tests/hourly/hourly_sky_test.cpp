@@ -1,0 +1,274 @@
+#include <insolate/sky/hourly_sky.h>
+
+#include <tests/hourly/made_weather.h>
+#include <tests/support/test_data.h>
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+namespace insolate {
+namespace {
+
+using test::degree;
+using test::Vector;
+
+/// Direct and diffuse sums of a sky on an open surface, from its cells.
+struct OnSurface {
+    double beam = 0.0;
+    double sky = 0.0;
+};
+
+OnSurface onOpenSurface(const HourlySky& sky, const Vector& normal) {
+    OnSurface sum;
+    const SkyCells cells(sky.options.northOffset);
+    for (std::size_t i = 0; i < sky.diffuse.size(); ++i) {
+        const Vector moment{static_cast<double>(cells.momentX[i]),
+                            static_cast<double>(cells.momentY[i]),
+                            static_cast<double>(cells.momentZ[i])};
+        sum.sky +=
+            static_cast<double>(sky.diffuse[i]) * std::max(test::product(moment, normal), 0.0);
+    }
+    for (const SunCell& sun : sky.sunCells) {
+        sum.beam += std::max(
+            test::product({static_cast<double>(sun.energy.x), static_cast<double>(sun.energy.y),
+                           static_cast<double>(sun.energy.z)},
+                          normal),
+            0.0);
+    }
+    return sum;
+}
+
+TEST(SkyCells, CoverTheHemisphere) {
+    const SkyCells cells(0.3);
+    const auto sum = [](const std::vector<float>& values) {
+        return std::accumulate(values.begin(), values.end(), 0.0);
+    };
+    EXPECT_NEAR(sum(cells.solidAngle), 2.0 * std::numbers::pi, 1e-5);
+    EXPECT_NEAR(sum(cells.momentZ), std::numbers::pi, 1e-5);
+    EXPECT_NEAR(sum(cells.momentX), 0.0, 1e-5);
+    EXPECT_NEAR(sum(cells.momentY), 0.0, 1e-5);
+}
+
+TEST(HourlySky, KeepsTheSumsOfTheFourCities) {
+    for (const char* file : {"weather/amsterdam.epw", "weather/chicago.epw", "weather/mannheim.epw",
+                             "weather/tokyo.epw"}) {
+        INSOLATE_REQUIRE_TEST_DATA(path, file);
+        const WeatherSeries weather = readWeatherSeries(path).series;
+        const HourlySky sky = buildHourlySky(weather);
+        ASSERT_TRUE(sky.valid);
+        EXPECT_EQ(sky.hours, 8760.0);
+        EXPECT_NEAR(sky.daylightHours, 4430.0, 60.0); // refraction adds to the half
+        const auto sum = [](const std::vector<float>& values) {
+            return std::accumulate(values.begin(), values.end(), 0.0);
+        };
+        const HourlySkyReport& report = sky.report;
+        EXPECT_NEAR(report.directNormal + report.directWithoutSun, sum(weather.directNormal), 1.0);
+        const double extra = report.diffuseHorizontal - sum(weather.diffuseHorizontal);
+        EXPECT_GE(extra, -0.5);
+        EXPECT_LE(extra, report.diffuseWithoutSun + 0.5);
+        EXPECT_NEAR(report.globalHorizontal, sum(weather.globalHorizontal), 1.0);
+
+        const OnSurface horizontal = onOpenSurface(sky, {0, 0, 1});
+        EXPECT_NEAR(horizontal.sky / report.diffuseHorizontal, 1.0, 1e-5) << file;
+        EXPECT_NEAR(horizontal.beam / report.directHorizontal, 1.0, 1e-5) << file;
+        // What the sun's place and the file's direct radiation give closes with the file's global.
+        EXPECT_NEAR((horizontal.sky + horizontal.beam) / report.globalHorizontal, 1.0, 0.01)
+            << file;
+        // The hours hold the same energy as the period.
+        double hours = 0.0;
+        for (const SkyHour& hour : sky.skyHours) {
+            hours += static_cast<double>(hour.diffuse);
+        }
+        double beams = 0.0;
+        for (const BeamPart& part : sky.beams) {
+            beams += static_cast<double>(part.energy.z);
+        }
+        EXPECT_NEAR(hours / report.diffuseHorizontal, 1.0, 1e-5);
+        EXPECT_NEAR(beams / report.directHorizontal, 1.0, 1e-5);
+    }
+}
+
+// The sky's table of the sun's factor against exp and acos, cell by cell, over hours of all kinds.
+TEST(HourlySky, EqualsThePlainLuminance) {
+    const Site site{41.98, -87.92, -6.0, 0.0};
+    struct Hour {
+        int month, day, hour;
+        float direct, diffuse;
+    };
+    for (const Hour& h :
+         {Hour{6, 21, 12, 900, 90}, Hour{6, 21, 12, 5, 300}, Hour{6, 21, 12, 120, 350},
+          Hour{3, 20, 8, 500, 80}, Hour{12, 21, 15, 100, 40}, Hour{12, 21, 7, 1, 4},
+          Hour{9, 5, 10, 300, 200}, Hour{9, 5, 10, 700, 200}, Hour{6, 1, 4, 90, 10}}) {
+        std::vector<float> direct(hoursPerYear, 0.0f);
+        std::vector<float> diffuse(hoursPerYear, 0.0f);
+        const int k = dayIndex(h.month, h.day) * 24 + h.hour;
+        direct[static_cast<std::size_t>(k)] = h.direct;
+        diffuse[static_cast<std::size_t>(k)] = h.diffuse;
+        const HourlySky sky = buildHourlySky(makeWeatherSeries(site, direct, diffuse).series);
+
+        const std::vector<SunPosition> suns = test::sunsOfHour(site, k, 10);
+        ASSERT_FALSE(suns.empty());
+        Vector mean{0, 0, 0};
+        for (const SunPosition& sun : suns) {
+            const Vector s = test::vectorOf(sun);
+            mean = {mean[0] + s[0], mean[1] + s[1], mean[2] + s[2]};
+        }
+        const double rate = 10.0 / static_cast<double>(suns.size());
+        const AllWeatherSky model = allWeatherSky(
+            static_cast<double>(h.direct) * rate, static_cast<double>(h.diffuse) * rate,
+            std::acos(mean[2] / std::sqrt(test::product(mean, mean))), suns.front().distance);
+        std::vector<double> plain(skyGrid::cellCount, 0.0);
+        double horizontal = 0.0;
+        const SkyCells cells(0.0);
+        for (int i = 0; i < skyGrid::cellCount; ++i) {
+            const int band = i / skyGrid::azimuthCount;
+            const Vector centre =
+                test::direction(i % skyGrid::azimuthCount * 5.0 + 2.5, band * 5.0 + 2.5);
+            double gradation = 0.0;
+            double weight = 0.0;
+            for (int part = 0; part < 50; ++part) {
+                const double altitude = (band * 5.0 + 0.05 + part * 0.1) * degree;
+                gradation += std::cos(altitude) * horizonFactor(model, std::sin(altitude));
+                weight += std::cos(altitude);
+            }
+            double& value = plain[static_cast<std::size_t>(i)];
+            for (const SunPosition& sun : suns) {
+                value += gradation / weight *
+                         sunFactor(model, std::acos(test::product(centre, test::vectorOf(sun))));
+            }
+            horizontal += value * static_cast<double>(cells.momentZ[static_cast<std::size_t>(i)]);
+        }
+        for (std::size_t i = 0; i < plain.size(); ++i) {
+            const double expected = plain[i] / horizontal * static_cast<double>(h.diffuse);
+            EXPECT_NEAR(static_cast<double>(sky.diffuse[i]), expected, 2e-3 * expected + 2e-4)
+                << h.month << ' ' << h.hour << ' ' << i;
+        }
+    }
+}
+
+// Walls and tilts against evaluations without cells; every 24th day of a real year.
+TEST(HourlySky, GivesOpenWallsAndTiltsTheirRadiation) {
+    INSOLATE_REQUIRE_TEST_DATA(path, "weather/chicago.epw");
+    WeatherSeries weather = readWeatherSeries(path).series;
+    std::fill(weather.pressure.begin(), weather.pressure.end(), std::nanf(""));
+    std::fill(weather.dryBulb.begin(), weather.dryBulb.end(), std::nanf(""));
+    test::keepDays(weather, 24);
+    const std::vector<Vector> normals{test::direction(0, 0),   test::direction(90, 0),
+                                      test::direction(180, 0), test::direction(270, 0),
+                                      test::direction(137, 0), test::direction(180, 50),
+                                      test::direction(63, 70), {0, 0, 1}};
+    const test::OpenSurfaces plain = test::openSurfaces(weather, normals, 4);
+    HourlySkyOptions options;
+    options.stepsPerHour = 4;
+    const HourlySky sky = buildHourlySky(weather, {}, options);
+    for (std::size_t i = 0; i < normals.size(); ++i) {
+        const OnSurface cells = onOpenSurface(sky, normals[i]);
+        // The night hours of these days hold no diffuse; the beam of a cell that the surface's
+        // plane cuts loses up to a fifth of a percent.
+        EXPECT_NEAR(cells.beam / plain.beam[i], 1.0, plain.beam[i] > 1e4 ? 0.003 : 0.02) << i;
+        EXPECT_NEAR(cells.sky / plain.sky1993[i], 1.0, 0.01) << i;
+        EXPECT_NEAR(cells.sky / plain.sky1990[i], 1.0, 0.12) << i;
+    }
+}
+
+TEST(HourlySky, TreatsMorningAndEveningAlike) {
+    for (const Site& site : {Site{42.0, -90.0, -6.0, 0.0}, Site{-35.0, 82.5, 5.5, 0.0}}) {
+        const HourlySky sky = buildHourlySky(test::clearYear(site));
+        const OnSurface east = onOpenSurface(sky, {1, 0, 0});
+        const OnSurface west = onOpenSurface(sky, {-1, 0, 0});
+        EXPECT_NEAR(east.beam / west.beam, 1.0, 0.002);
+        EXPECT_NEAR(east.sky / west.sky, 1.0, 0.002);
+        const OnSurface north = onOpenSurface(sky, {0, 1, 0});
+        const OnSurface south = onOpenSurface(sky, {0, -1, 0});
+        EXPECT_EQ(site.latitude > 0.0, south.beam > 3.0 * north.beam);
+        EXPECT_EQ(site.latitude<0.0, north.beam> 3.0 * south.beam);
+    }
+}
+
+TEST(HourlySky, AddsUpOverPartsOfThePeriod) {
+    const WeatherSeries weather = test::clearYear({35.7, 139.8, 9.0, 6.0});
+    HourlySkyOptions options;
+    options.stepsPerHour = 4;
+    const auto sums = [&](const AnalysisPeriod& period) {
+        const HourlySky sky = buildHourlySky(weather, period, options);
+        return std::array<double, 4>{sky.hours, sky.report.directNormal,
+                                     sky.report.diffuseHorizontal,
+                                     onOpenSurface(sky, {0.6, 0, 0.8}).sky};
+    };
+    const std::array<double, 4> year = sums({});
+    const auto expectTogether = [&](const AnalysisPeriod& a, const AnalysisPeriod& b) {
+        const std::array<double, 4> first = sums(a);
+        const std::array<double, 4> second = sums(b);
+        for (std::size_t i = 0; i < year.size(); ++i) {
+            EXPECT_GT(first[i], 0.0);
+            // The parts of an hour are scaled to their own energy each.
+            EXPECT_NEAR(first[i] + second[i], year[i], (i == 3 ? 1e-4 : 1e-5) * year[i]) << i;
+        }
+    };
+    expectTogether({1, 100, 0, 24}, {101, 365, 0, 24});
+    expectTogether({300, 30, 0, 24}, {31, 299, 0, 24});         // over new year
+    expectTogether({1, 365, 9.5, 15.25}, {1, 365, 15.25, 9.5}); // over midnight, parts of hours
+    EXPECT_EQ(sums({172, 172, 12.0, 12.0})[0], 1.0);            // an instant is its hour
+}
+
+TEST(HourlySky, PlacesEnergyWithoutSunAndCountsIt) {
+    std::vector<float> direct(hoursPerYear, 0.0f);
+    std::vector<float> diffuse(hoursPerYear, 0.0f);
+    std::vector<float> global(hoursPerYear, 0.0f);
+    direct[1] = 10.0f; // an hour after midnight in winter
+    diffuse[1] = 4.0f;
+    global[1] = 5.0f;
+    direct[12] = std::nanf("");
+    diffuse[12] = 100.0f;
+    global[12] = std::nanf("");
+    const HourlySky sky =
+        buildHourlySky(makeWeatherSeries({50.0, 0.0, 0.0, 0.0}, direct, diffuse, global).series);
+    EXPECT_EQ(sky.report.hoursWithoutSun, 1);
+    EXPECT_DOUBLE_EQ(sky.report.directWithoutSun, 10.0);
+    EXPECT_DOUBLE_EQ(sky.report.diffuseWithoutSun, 5.0);
+    EXPECT_EQ(sky.report.hoursMissing, 1);
+    EXPECT_NEAR(onOpenSurface(sky, {0, 0, 1}).sky, 105.0, 1e-3);
+    EXPECT_NEAR(sky.groundReflected, 0.2 * 105.0, 1e-9);
+    EXPECT_FALSE(buildHourlySky(WeatherSeries{}).valid);
+}
+
+TEST(HourlySky, RunsAnywhere) {
+    struct Place {
+        const char* name;
+        Site site;
+    };
+    for (const Place& place :
+         {Place{"pole", {90, 0, 0, 0}}, Place{"south pole", {-90, 0, 12, 2800}},
+          Place{"polar circle", {67, 25, 2, 0}}, Place{"date line west", {-18, 179.9, 12, 0}},
+          Place{"date line east", {-14, -171.8, 13, 0}}, Place{"equator", {0, 32, 3, 0}},
+          Place{"half hour", {28.6, 77.2, 5.5, 200}}, Place{"quarter", {27.7, 85.3, 5.75, 1300}}}) {
+        HourlySkyOptions options;
+        options.stepsPerHour = 2;
+        const WeatherSeries weather = test::clearYear(place.site);
+        const HourlySky sky = buildHourlySky(weather, {}, options);
+        for (const float value : sky.diffuse) {
+            ASSERT_TRUE(std::isfinite(value) && value >= 0.0f) << place.name;
+        }
+        EXPECT_NEAR(sky.daylightHours, 4450.0, 150.0) << place.name;
+        const OnSurface horizontal = onOpenSurface(sky, {0, 0, 1});
+        double expected = 0.0;
+        for (const float value : weather.diffuseHorizontal) {
+            expected += static_cast<double>(value);
+        }
+        EXPECT_NEAR(horizontal.sky / expected, 1.0, 1e-4) << place.name;
+        for (const SunCell& sun : sky.sunCells) {
+            EXPECT_NEAR(std::hypot(static_cast<double>(sun.direction.x),
+                                   static_cast<double>(sun.direction.y),
+                                   static_cast<double>(sun.direction.z)),
+                        1.0, 1e-5);
+        }
+        if (std::abs(place.site.latitude) == 90.0) { // the sun goes round: every wall gets the same
+            EXPECT_NEAR(onOpenSurface(sky, {1, 0, 0}).beam / onOpenSurface(sky, {0, 1, 0}).beam,
+                        1.0, 0.005);
+        }
+    }
+}
+
+} // namespace
+} // namespace insolate
