@@ -22,9 +22,6 @@
 #include <insolate/geometry/triangular_facet.h>
 #include <insolate/geometry/xyzf.h>
 
-#include <insolate/rt/input_package_util.h>
-#include <insolate/rt/occlusion_index.h>
-#include <insolate/rt/ray_queries.h>
 #include <insolate/solar/solar_position.h>
 #include <insolate/solar/sun_position.h>
 #include <insolate/solar/terrestrial_location.h>
@@ -33,6 +30,9 @@
 #include <insolate/weather/weather_data.h>
 #include <insolate/weather/weather_series.h>
 
+#include <insolate/rt/input_package_util.h>
+#include <insolate/rt/occlusion_index.h>
+#include <insolate/rt/ray_queries.h>
 #include <insolate/rt/ray_transparency.h>
 #include <insolate/rt/sky_visibility.h>
 #include <insolate/rt/spatial_tree_util.h>

@@ -68,8 +68,8 @@ public:
     double getDeclination() const;        ///< [radians]
     double getEquationOfTime() const;     ///< [hours]
     double getTimeZoneDifference() const; ///< [hours]
-    double getSunriseTime() const;        ///< [clock hours]; 0 under the midnight sun
-    double getSunsetTime() const;         ///< [clock hours]; 24 under the midnight sun
+    double getSunriseTime() const;        ///< of the sun's centre, without refraction [clock hours]
+    double getSunsetTime() const;         ///< like sunrise, and equal to it at polar night
     double getDaylightHours() const;      ///< sunset - sunrise [hours]
     double getLocalTime() const;          ///< [clock hours]
     double getSolarTime() const; ///< of the stored local time [hours], not folded into a day
@@ -178,7 +178,9 @@ public:
     double determineTimeZone(double placeLatitude, double placeLongitude) const;
     double determineReferenceLongitudeInDegrees(double placeLatitude, double placeLongitude) const;
     double determineReferenceLongitudeInRadians(double placeLatitude, double placeLongitude) const;
-    /// Index (0 to 30) of the named zone of a meridian [radians]; -1 east of +12.1 hours.
+    /// Index (0 to 30) of the named zone of a meridian [radians], which is folded into half a turn
+    /// first (and taken for Greenwich beyond ten turns): the first zone, from the west, that lies
+    /// less than 0.1 hours west of it or further east. -1 when there is none, as for NaN.
     int getTimeZoneListIndex(double meridian) const;
 
 private:

@@ -1,0 +1,358 @@
+#include <insolate/solar/solar_position.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+
+namespace insolate {
+
+struct EphemerisAccess {
+    using Sun = ESolarPosition;
+    static double julianDay(int day, int year) {
+        return Sun::getJulianCenturies(day, year) * 36525.0 + 2451545.0;
+    }
+    static double meanLongitude(double t) { return Sun::calcGeomMeanLongSun(t); }
+    static double meanAnomaly(double t) { return Sun::calcGeomMeanAnomalySun(t); }
+    static double eccentricity(double t) { return Sun::calcEccentricityEarthOrbit(t); }
+    static double centre(double t) { return Sun::calcSunEqOfCenter(t); }
+    static double trueLongitude(double t) { return Sun::calcSunTrueLong(t); }
+    static double radiusVector(double t) { return Sun::calcSunRadVector(t); }
+    static double apparentLongitude(double t) { return Sun::calcSunApparentLong(t); }
+    static double meanObliquity(double t) { return Sun::calcMeanObliquityOfEcliptic(t); }
+    static double obliquity(double t) { return Sun::calcObliquityCorrection(t); }
+    static double rightAscension(double t) { return Sun::calcSunRtAscension(t); }
+    static double declination(double t) { return Sun::calcSunDeclination(t); }
+    static double equationOfTime(double t) { return Sun::calcEquationOfTime(t); }
+};
+
+} // namespace insolate
+
+namespace {
+
+using Ephemeris = insolate::EphemerisAccess;
+
+constexpr double pi = 3.141592653589793;
+
+double radians(double degrees) {
+    return degrees / 180.0 * pi;
+}
+
+double degrees(double angle) {
+    return angle / pi * 180.0;
+}
+
+ESolarPosition sunAt(double latitude, double longitude, double zone, int day, double time) {
+    ESolarPosition sun;
+    sun.setLocation(radians(latitude), radians(longitude), radians(zone * 15.0));
+    sun.setDayOfTheYear(day, time);
+    return sun;
+}
+
+// Meeus, Astronomical Algorithms (2nd ed., 1998), examples 25.a and 28.b: 13 October 1992, 0 h. The
+// tolerance is the last printed digit.
+TEST(Ephemeris, MatchesTheWorkedExampleOfItsSource) {
+    // A year is computed as the one before.
+    EXPECT_EQ(Ephemeris::julianDay(286, 1993), 2448908.5);
+    const double t = -0.072183436;
+    EXPECT_NEAR(Ephemeris::meanLongitude(t), 201.80720, 1e-5);
+    EXPECT_NEAR(std::fmod(Ephemeris::meanAnomaly(t), 360.0) + 360.0, 278.99397, 1e-5);
+    EXPECT_NEAR(Ephemeris::eccentricity(t), 0.016711668, 1e-9);
+    EXPECT_NEAR(Ephemeris::centre(t), -1.89732, 1e-5);
+    EXPECT_NEAR(Ephemeris::trueLongitude(t), 199.90988, 1e-5);
+    EXPECT_NEAR(Ephemeris::radiusVector(t), 0.99766, 1e-5);
+    EXPECT_NEAR(Ephemeris::apparentLongitude(t), 199.90895, 1e-5);
+    EXPECT_NEAR(Ephemeris::meanObliquity(t), 23.44023, 1e-5);
+    EXPECT_NEAR(Ephemeris::obliquity(t), 23.43999, 1e-5);
+    EXPECT_NEAR(Ephemeris::rightAscension(t), -161.61917, 1e-5);
+    EXPECT_NEAR(Ephemeris::declination(t), -7.78507, 1e-5);
+    EXPECT_NEAR(Ephemeris::equationOfTime(t), 13.0 + 42.7 / 60.0, 0.1 / 60.0);
+}
+
+// Julian days from Meeus, chapter 7, and of the default day.
+TEST(Ephemeris, JulianDays) {
+    EXPECT_EQ(Ephemeris::julianDay(91, 2007), 2453826.5);
+    EXPECT_EQ(Ephemeris::julianDay(1, 2001), 2451544.5);   // 2000 January 1.0
+    EXPECT_EQ(Ephemeris::julianDay(27, 1988), 2446822.5);  // 1987 January 27.0
+    EXPECT_EQ(Ephemeris::julianDay(170, 1988), 2446965.5); // 1987 June 19.0
+    EXPECT_EQ(Ephemeris::julianDay(1, 1901), 2415020.5);   // 1900 January 1.0
+    // Beyond the year's ends: December's last day and days before January.
+    EXPECT_EQ(Ephemeris::julianDay(900, 2007), Ephemeris::julianDay(365, 2007));
+    EXPECT_EQ(Ephemeris::julianDay(-3, 2007), Ephemeris::julianDay(1, 2007) - 4.0);
+}
+
+// Reda and Andreas (2008), NREL/TP-560-34302, table A5.1: Golden, Colorado, 17 October 2003
+// 12:30:30 MST, declination -9.31434 degrees, zenith 50.11162 degrees, azimuth 194.34024 degrees
+// from north.
+TEST(Sun, AgreesWithThePublishedExampleOfTheNrelAlgorithm) {
+    const double time = 12.0 + 30.5 / 60.0;
+    ESolarPosition before = sunAt(39.742476, -105.1786, -7.0, 290, time);
+    ESolarPosition after = sunAt(39.742476, -105.1786, -7.0, 291, time);
+    before.setYear(2004);
+    after.setYear(2004);
+
+    // The ephemeris is that of 0 h UT, the example of 19:30:30 UT: the time between two days.
+    const double share = (19.0 + 30.5 / 60.0) / 24.0;
+    const auto between = [share](double first, double second) {
+        return first + share * (second - first);
+    };
+    // 0.01 degrees is the stated accuracy of the series.
+    EXPECT_NEAR(degrees(between(before.getDeclination(), after.getDeclination())), -9.31434, 0.01);
+    // The example's air is thinner (820 mbar, 11 degrees C): its refraction is 0.004 degrees less.
+    EXPECT_NEAR(between(before.getSolarAltitudeInDegrees(), after.getSolarAltitudeInDegrees()),
+                90.0 - 50.11162, 0.02);
+    EXPECT_NEAR(between(before.getSolarAzimuthInDegrees(), after.getSolarAzimuthInDegrees()),
+                194.34024 - 360.0, 0.02);
+    // Of one day alone the sun is off by what the declination moves in the meantime.
+    EXPECT_NEAR(before.getSolarAltitudeInDegrees(), 90.0 - 50.11162, 0.37 * share + 0.02);
+    // Sunrise 06:12:43 and sunset 17:20:19 there are those of the upper limb with refraction, here
+    // of the centre without: 0.83 degrees, which the sun at 40 degrees north takes 4.6 min to
+    // climb.
+    EXPECT_NEAR(before.getSunriseTime(), 6.0 + 12.7 / 60.0 + 4.6 / 60.0, 1.0 / 60.0);
+    EXPECT_NEAR(before.getSunsetTime(), 17.0 + 20.3 / 60.0 - 4.6 / 60.0, 1.0 / 60.0);
+}
+
+TEST(Sun, DefaultDay) {
+    ESolarPosition sun;
+    sun.setLocalTime(12.0);
+    EXPECT_NEAR(degrees(sun.getDeclination()), 4.40, 0.005);
+    EXPECT_NEAR(sun.getEquationOfTime() * 60.0, -4.03, 0.005);
+}
+
+// The yearly course, from the tilt of the axis (23.44 degrees) and the published extremes of the
+// equation of time: -14.2 min in mid-February, +16.4 min in early November (Meeus, chapter 28).
+TEST(Sun, CourseOfTheYear) {
+    ESolarPosition sun;
+    double lowest = 0.0, highest = 0.0, slowest = 0.0, fastest = 0.0;
+    int shortest = 0, longest = 0, behind = 0, ahead = 0;
+    for (int day = 1; day <= 365; ++day) {
+        sun.setDayOfTheYear(day);
+        const double minutes = sun.getEquationOfTime() * 60.0;
+        if (sun.getDeclination() < lowest) {
+            lowest = sun.getDeclination(), shortest = day;
+        }
+        if (sun.getDeclination() > highest) {
+            highest = sun.getDeclination(), longest = day;
+        }
+        if (minutes < slowest) {
+            slowest = minutes, behind = day;
+        }
+        if (minutes > fastest) {
+            fastest = minutes, ahead = day;
+        }
+    }
+    EXPECT_NEAR(degrees(highest), 23.44, 0.005);
+    EXPECT_NEAR(degrees(lowest), -23.44, 0.005);
+    EXPECT_NEAR(longest, 172, 1);
+    EXPECT_NEAR(shortest, 356, 1);
+    EXPECT_NEAR(slowest, -14.2, 0.1);
+    EXPECT_NEAR(fastest, 16.4, 0.1);
+    EXPECT_NEAR(behind, 42, 2);
+    EXPECT_NEAR(ahead, 307, 2);
+}
+
+// Spherical astronomy by vectors, away from the wrap rules of the class: the sun's direction from
+// hour angle and declination in equatorial axes, turned by the latitude into east, north and up.
+TEST(Sun, DirectionAgreesWithVectorsAllOverTheWorld) {
+    for (double latitude = -80.0; latitude <= 80.0; latitude += 20.0) {
+        for (int day = 15; day <= 365; day += 50) {
+            for (double time = 0.5; time < 24.0; time += 1.5) {
+                const ESolarPosition sun = sunAt(latitude, 24.0, 2.0, day, time);
+                const double hourAngle = radians((sun.getSolarTime() - 12.0) * 15.0);
+                const double declination = sun.getDeclination();
+                const double south = std::cos(declination) * std::cos(hourAngle);
+                const double pole = std::sin(declination);
+                const double phi = radians(latitude);
+                const double east = -std::cos(declination) * std::sin(hourAngle);
+                const double north = std::cos(phi) * pole - std::sin(phi) * south;
+                const double up = std::sin(phi) * pole + std::cos(phi) * south;
+                const double elevation = degrees(std::asin(up));
+
+                double turn = sun.getSolarAzimuthInRadians() - std::atan2(east, north);
+                turn = std::remainder(turn, 2.0 * pi);
+                ASSERT_NEAR(degrees(turn), 0.0, 1e-5) << latitude << ' ' << day << ' ' << time;
+                ASSERT_LE(std::abs(sun.getSolarAzimuthInRadians()), pi);
+
+                // Refraction against Saemundsson (1986), Sky and Telescope 72: within a minute of
+                // arc of each other above -0.5 degrees. Below, it only fades away.
+                const double lift = sun.getSolarAltitudeInDegrees() - elevation;
+                if (elevation > -0.5 && elevation < 85.0) {
+                    const double minutes =
+                        1.02 / std::tan(radians(elevation + 10.3 / (elevation + 5.11)));
+                    ASSERT_NEAR(lift, minutes / 60.0, 1.0 / 60.0) << elevation;
+                } else {
+                    ASSERT_GE(lift, -1e-9);
+                    ASSERT_LT(lift, 0.6);
+                }
+            }
+        }
+    }
+}
+
+TEST(Sun, CulminatesAtSolarNoonOverTheMeridian) {
+    for (const double latitude : {-50.0, -10.0, 0.0, 35.0, 60.0}) {
+        for (const int daylightSaving : {0, 1}) {
+            ESolarPosition sun = sunAt(latitude, 11.0, 1.0, 120, 12.0);
+            sun.setDaylightSaving(daylightSaving);
+            const double noon = sun.convertSolarToLocalTime(12.0);
+            EXPECT_NEAR(sun.convertLocalToSolarTime(noon), 12.0, 1e-12);
+            EXPECT_NEAR((sun.getSunriseTime() + sun.getSunsetTime()) / 2.0, noon, 1e-9);
+            // The clock of the hourly position is standard time.
+            sun.setTime(noon - daylightSaving);
+            EXPECT_NEAR(std::remainder(degrees(sun.getSolarAzimuthInRadians()) -
+                                           (latitude > degrees(sun.getDeclination()) ? 180.0 : 0.0),
+                                       360.0),
+                        0.0, 1e-4);
+            EXPECT_NEAR(sun.getSolarAltitudeInDegrees(),
+                        90.0 - std::abs(latitude - degrees(sun.getDeclination())),
+                        0.035); // refraction at the lowest of these noons, 25 degrees
+        }
+    }
+}
+
+TEST(Sun, MorningIsEastAfternoonWest) {
+    for (const double latitude : {-60.0, -20.0, 20.0, 60.0}) {
+        EXPECT_GT(sunAt(latitude, 0.0, 0.0, 80, 9.0).getSolarAzimuthInDegrees(), 0.0);
+        EXPECT_LT(sunAt(latitude, 0.0, 0.0, 80, 15.0).getSolarAzimuthInDegrees(), 0.0);
+    }
+    // Exactly overhead there is no direction: south of the sun's parallel or north of it decides.
+    ESolarPosition sun = sunAt(23.0, 0.0, 0.0, 172, 12.0);
+    sun.setLatitudeInRadians(sun.getDeclination());
+    sun.setTime(sun.convertSolarToLocalTime(12.0));
+    EXPECT_NEAR(sun.getSolarAltitudeInDegrees(), 90.0, 1e-3);
+    EXPECT_NEAR(std::abs(sun.getSolarAzimuthInRadians()), pi, 1e-12);
+    sun = sunAt(-23.0, 0.0, 0.0, 356, 12.0);
+    sun.setLatitudeInRadians(sun.getDeclination());
+    sun.setTime(sun.convertSolarToLocalTime(12.0));
+    EXPECT_EQ(sun.getSolarAzimuthInRadians(), 0.0);
+}
+
+TEST(Sun, DayLengths) {
+    // At the equator always half a day; at 45 degrees on the longest day acos(-tan 23.44) of a
+    // turn.
+    EXPECT_NEAR(sunAt(0.0, 0.0, 0.0, 172, 12.0).getDaylightHours(), 12.0, 1e-9);
+    EXPECT_NEAR(sunAt(45.0, 0.0, 0.0, 172, 12.0).getDaylightHours(),
+                degrees(std::acos(-std::tan(radians(23.44)))) / 7.5, 0.002);
+    // Midnight sun and polar night; half a day around solar noon (12:01:38) is cut at midnight.
+    const ESolarPosition summer = sunAt(80.0, 0.0, 0.0, 172, 12.0);
+    EXPECT_NEAR(summer.getSunriseTime(), 1.63 / 60.0, 0.01 / 60.0);
+    EXPECT_EQ(summer.getSunsetTime(), 24.0);
+    const ESolarPosition winter = sunAt(80.0, 0.0, 0.0, 356, 12.0);
+    EXPECT_EQ(winter.getDaylightHours(), 0.0);
+}
+
+TEST(Sun, DaysAndTimesAreHeldWithinTheirRange) {
+    const int expected[][2] = {{0, 1}, {-10, 355}, {366, 1},     {400, 35}, {365, 365},
+                               {1, 1}, {-365, 0},  {-800, -435}, {731, 366}};
+    ESolarPosition sun;
+    for (const auto& [asked, stored] : expected) {
+        sun.setDayOfTheYear(asked);
+        EXPECT_EQ(sun.getDayOfTheYear(), stored);
+    }
+    sun.setLocalTime(25.0);
+    EXPECT_EQ(sun.getLocalTime(), 24.0);
+    sun.setTime(-1.0);
+    EXPECT_EQ(sun.getLocalTime(), 0.0);
+    sun.setDayOfTheYear(172, 3.0);
+    EXPECT_EQ(sun.getLocalTime(), 3.0);
+    sun.setLimitToDayTimeOnly(true);
+    EXPECT_TRUE(sun.getLimitToDayTimeOnly());
+    EXPECT_EQ(sun.getLocalTime(), sun.getSunriseTime());
+    sun.setTime(23.0);
+    EXPECT_EQ(sun.getLocalTime(), sun.getSunsetTime());
+    // Under the midnight sun there is nothing to hold the early hours to.
+    sun = sunAt(80.0, 0.0, 0.0, 172, 1.0);
+    sun.setLimitToDayTimeOnly(true);
+    EXPECT_EQ(sun.getLocalTime(), 1.0);
+}
+
+TEST(Sun, DaylightSavingMovesTheDayButNotTheSun) {
+    ESolarPosition standard = sunAt(45.0, 15.0, 1.0, 180, 10.0);
+    ESolarPosition summer = standard;
+    summer.setDaylightSaving(1);
+    EXPECT_NEAR(summer.getSunriseTime() - standard.getSunriseTime(), 1.0, 1e-12);
+    EXPECT_NEAR(summer.getSunsetTime() - standard.getSunsetTime(), 1.0, 1e-12);
+    EXPECT_NEAR(standard.getSolarTime() - summer.getSolarTime(), 1.0, 1e-12);
+    EXPECT_EQ(summer.getSolarAltitudeInRadians(), standard.getSolarAltitudeInRadians());
+}
+
+TEST(Sun, PlanAngleRunsCounterClockwiseFromTheModelsEast) {
+    ESolarPosition sun = sunAt(50.0, 0.0, 0.0, 100, 9.0);
+    for (const double north : {0.0, 0.7, -2.5}) {
+        sun.setNorthOffset(north);
+        EXPECT_EQ(sun.getNorthOffset(), north);
+        const double expected = pi / 2.0 - sun.getSolarAzimuthInRadians() - north;
+        EXPECT_NEAR(std::remainder(sun.getTrigAngleInRadians() - expected, 2.0 * pi), 0.0, 1e-12);
+        EXPECT_NEAR(sun.getTrigAngleInDegrees(), degrees(sun.getTrigAngleInRadians()), 1e-12);
+        for (double angle = -3.1; angle <= 3.14; angle += 0.31) {
+            const double plan = sun.convertAzimuthToTrigAngle(angle);
+            EXPECT_LE(std::abs(plan), pi);
+            EXPECT_NEAR(sun.convertTrigAngleToAzimuth(plan), angle, 1e-12);
+        }
+        // The sun point lies that way: x east, y north, z up in the model.
+        XYZf point{};
+        EXPECT_TRUE(sun.getRelativeSunPos({1.0f, 2.0f, 3.0f}, 10.0f, &point));
+        const double level = 10.0 * std::cos(sun.getSolarAltitudeInRadians());
+        EXPECT_NEAR(point.x, 1.0 + level * std::cos(expected), 1e-5);
+        EXPECT_NEAR(point.y, 2.0 + level * std::sin(expected), 1e-5);
+        EXPECT_NEAR(point.z, 3.0 + 10.0 * std::sin(sun.getSolarAltitudeInRadians()), 1e-5);
+    }
+    EXPECT_TRUE(sun.calculateRelativeSunPos({0.0f, 0.0f, 0.0f}, 1.0f, nullptr));
+}
+
+TEST(Sun, ShadowAngles) {
+    ESolarPosition sun;
+    sun.azimuth = radians(100.0);
+    sun.altitude = radians(30.0);
+    const double horizontal[][2] = {{90.0, 10.0},    {-100.0, -160.0}, {-80.0, 180.0},
+                                    {180.0, -80.0},  {820.0, 0.0},     {-900.0, -80.0},
+                                    {-81.0, -179.0}, {360.0e9, 100.0}};
+    for (const auto& [surface, expected] : horizontal) {
+        // 1e9 turns leave 1e-7 of a turn.
+        EXPECT_NEAR(
+            std::remainder(degrees(sun.calculateHorizontalShadowAngle(radians(surface))) - expected,
+                           360.0),
+            0.0, 1e-4)
+            << surface;
+        EXPECT_LE(std::abs(sun.calculateHorizontalShadowAngle(radians(surface))), pi);
+    }
+    EXPECT_NEAR(degrees(sun.calculateVerticalShadowAngle(0.0, 0.0)), 30.0, 1e-12);
+    // tan(vertical) = tan(altitude) / cos(horizontal); behind the surface it passes the zenith.
+    EXPECT_NEAR(std::tan(sun.calculateVerticalShadowAngle(0.0, radians(60.0))),
+                2.0 * std::tan(radians(30.0)), 1e-12);
+    EXPECT_NEAR(degrees(sun.calculateVerticalShadowAngle(radians(10.0), pi)), 160.0, 1e-12);
+}
+
+// Absurd input must neither hang nor leave the horizon undefined.
+TEST(Sun, AbsurdInputGivesFiniteAnswers) {
+    ESolarPosition sun;
+    for (const double huge : {1e300, -1e300, 1e18, 12345.678}) {
+        sun.setReferenceLongitudeInRadians(huge);
+        EXPECT_TRUE(std::isfinite(sun.getSolarAltitudeInRadians()));
+        EXPECT_TRUE(std::isfinite(sun.getSolarAzimuthInRadians()));
+        EXPECT_TRUE(std::isfinite(sun.calculateHorizontalShadowAngle(huge)));
+        EXPECT_GE(sun.getSunriseTime(), 0.0);
+        EXPECT_LE(sun.getSunsetTime(), 24.0);
+    }
+    for (const int year : {INT_MIN, -4712, 0, 100000, INT_MAX}) {
+        sun.setYear(year);
+        sun.setDayOfTheYear(INT_MAX);
+        sun.setDayOfTheYear(INT_MIN);
+        sun.setDayOfTheYear(180);
+        EXPECT_TRUE(std::isfinite(sun.getDeclination())) << year;
+        EXPECT_TRUE(std::isfinite(sun.getEquationOfTime())) << year;
+    }
+    // Far centuries fold exactly as step by step.
+    for (const double centuries : {-9.9, -0.3, 0.0, 0.07, 40.0}) {
+        double longitude = 280.46646 + centuries * (36000.76983 + 0.0003032 * centuries);
+        while (longitude > 360.0) {
+            longitude -= 360.0;
+        }
+        while (longitude < 0.0) {
+            longitude += 360.0;
+        }
+        EXPECT_EQ(Ephemeris::meanLongitude(centuries), longitude);
+    }
+}
+
+} // namespace
