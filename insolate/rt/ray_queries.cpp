@@ -37,14 +37,14 @@ bool GetTransparencyValueOnRayInternal::isRayIntersectWithTriangles(const RT::Ra
         return false;
     }
     if (!node.isLeaf) {
-        for (const auto& child : node.children) {
-            if (isRayIntersectWithTriangles(ray, *child)) {
+        for (const RT::SpatialTree& child : node.childNodes()) {
+            if (isRayIntersectWithTriangles(ray, child)) {
                 return true;
             }
         }
         return false;
     }
-    for (const std::int32_t index : node.triangles) {
+    for (const std::int32_t index : node.triangleList()) {
         if (insolate::hitsTriangle(ray.origin, ray.direction,
                                    node.package->triangles[static_cast<std::size_t>(index)])) {
             return true;
@@ -84,15 +84,15 @@ bool GetTransparencyValueOnRayImpl::isRayIntersectWithTriangles(const Ray& ray,
         return false;
     }
     if (!node.isLeaf) {
-        for (const auto& child : node.children) {
-            if (isRayIntersectWithTriangles(ray, *child)) {
+        for (const RT::SpatialTree& child : node.childNodes()) {
+            if (isRayIntersectWithTriangles(ray, child)) {
                 return true;
             }
         }
         return false;
     }
     const auto id = static_cast<std::uint32_t>(ray.id);
-    for (const std::int32_t index : node.triangles) {
+    for (const std::int32_t index : node.triangleList()) {
         const Triangle& triangle = node.package->triangles[static_cast<std::size_t>(index)];
         std::uint32_t& lastRay = triangle.mailbox[static_cast<std::size_t>(threadSlot)];
         if (lastRay == id) {

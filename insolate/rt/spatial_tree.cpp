@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <numeric>
-#include <utility>
+#include <span>
 
 namespace insolate {
 namespace {
@@ -203,7 +203,85 @@ private:
     std::uint16_t* codes;
 };
 
+/// Creates the children of a node and marks the entries that they claim.
+void subdivide(RT::SpatialTree& node, TreeArena& arena) {
+    const Octants octants(node.boxMin, node.boxMax);
+    const std::span<std::int32_t> triangles = node.triangleList();
+    Assignments assignments(triangles.size());
+    std::array<std::int32_t, 8> count{};
+    std::array<std::int32_t, 8> contained{};
+    for (std::size_t i = 0; i < triangles.size(); ++i) {
+        const auto index = static_cast<std::size_t>(triangles[i]);
+        const Assignment assignment = octants.assign(node.package->triangles[index]);
+        assignments.set(i, assignment);
+        for (OctantSet rest = assignment.octants; rest != 0; rest &= rest - 1U) {
+            ++count[static_cast<std::size_t>(std::countr_zero(rest))];
+        }
+        if (assignment.isClaimed) {
+            ++contained[static_cast<std::size_t>(std::bit_width(assignment.octants) - 1)];
+        }
+    }
+
+    const auto occupied = 8 - std::count(count.begin(), count.end(), 0);
+    node.children = arena.take<RT::SpatialTree>(static_cast<std::size_t>(occupied));
+    std::array<std::int32_t*, 8> next{};
+    for (unsigned octant = 0; octant < 8; ++octant) {
+        if (count[octant] == 0) {
+            continue;
+        }
+        auto* child = std::construct_at(node.children + node.childCount++);
+        child->depth = node.depth + 1;
+        child->boxMin = octants.boxMin(octant);
+        child->boxMax = octants.boxMax(octant);
+        child->triangleCount = count[octant];
+        child->containedCount = contained[octant];
+        child->triangles = arena.take<std::int32_t>(static_cast<std::size_t>(count[octant]));
+        child->parent = &node;
+        child->package = node.package;
+        next[octant] = child->triangles;
+    }
+    for (std::size_t i = triangles.size(); i-- > 0;) { // every list runs backwards
+        for (OctantSet rest = assignments.octants(i); rest != 0; rest &= rest - 1U) {
+            *next[static_cast<std::size_t>(std::countr_zero(rest))]++ = triangles[i];
+        }
+        if (assignments.isClaimed(i)) {
+            triangles[i] = claimedMark;
+        }
+    }
+}
+
+/// Subdivides a node and everything below it.
+void buildNode(RT::SpatialTree& node, TreeMemory& memory) {
+    if (node.triangleCount < leafLimit || node.depth > RT::SpatialTree::maxDepth) {
+        node.isLeaf = true;
+        return;
+    }
+    subdivide(node, memory.local());
+    if (node.childCount > 0) {
+        tbb::parallel_for(tbb::blocked_range<int>(0, node.childCount, 4),
+                          RT::BuildSpatialSubtree(&node, &memory), tbb::simple_partitioner());
+    }
+}
+
 } // namespace
+
+void* TreeArena::takeBytes(std::size_t bytes) {
+    constexpr std::size_t blockSize = 1U << 18U;
+    bytes = (bytes + alignment - 1) / alignment * alignment;
+    if (bytes > left) {
+        if (bytes > blockSize / 8) { // a block of its own, the current one stays in use
+            blocks.push_back(std::make_unique_for_overwrite<std::byte[]>(bytes));
+            return blocks.back().get();
+        }
+        blocks.push_back(std::make_unique_for_overwrite<std::byte[]>(blockSize));
+        next = blocks.back().get();
+        left = blockSize;
+    }
+    void* const result = next;
+    next += bytes;
+    left -= bytes;
+    return result;
+}
 
 bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre,
                  const Vector3d& halfExtents) {
@@ -222,95 +300,43 @@ std::int32_t depthLimit(std::int32_t triangleCount) {
     return static_cast<std::int32_t>(levels + 0.5) + 3;
 }
 
-std::unique_ptr<RT::SpatialTree> makeRoot(const RT::InputPackage& package) {
-    auto root = std::make_unique<RT::SpatialTree>();
-    root->boxMin = package.boxMin;
-    root->boxMax = package.boxMax;
-    root->package = &package;
-    root->triangleCount = package.triangleCount;
-    root->containedCount = package.triangleCount;
-    root->triangles.resize(static_cast<std::size_t>(package.triangleCount));
-    std::iota(root->triangles.begin(), root->triangles.end(), 0);
-    return root;
-}
-
-/// Creates the children of a node and marks the entries that they claim.
-void subdivide(RT::SpatialTree& node) {
-    const Octants octants(node.boxMin, node.boxMax);
-    Assignments assignments(node.triangles.size());
-    std::array<std::int32_t, 8> count{};
-    std::array<std::int32_t, 8> contained{};
-    for (std::size_t i = 0; i < node.triangles.size(); ++i) {
-        const auto index = static_cast<std::size_t>(node.triangles[i]);
-        const Assignment assignment = octants.assign(node.package->triangles[index]);
-        assignments.set(i, assignment);
-        for (OctantSet rest = assignment.octants; rest != 0; rest &= rest - 1U) {
-            ++count[static_cast<std::size_t>(std::countr_zero(rest))];
-        }
-        if (assignment.isClaimed) {
-            ++contained[static_cast<std::size_t>(std::bit_width(assignment.octants) - 1)];
-        }
-    }
-
-    std::array<std::int32_t*, 8> next{};
-    node.children.reserve(8U - static_cast<std::size_t>(std::count(count.begin(), count.end(), 0)));
-    for (unsigned octant = 0; octant < 8; ++octant) {
-        if (count[octant] == 0) {
-            continue;
-        }
-        auto child = std::make_unique<RT::SpatialTree>();
-        child->depth = node.depth + 1;
-        child->boxMin = octants.boxMin(octant);
-        child->boxMax = octants.boxMax(octant);
-        child->triangleCount = count[octant];
-        child->containedCount = contained[octant];
-        child->triangles.resize(static_cast<std::size_t>(count[octant]));
-        child->parent = &node;
-        child->package = node.package;
-        next[octant] = child->triangles.data();
-        node.children.push_back(std::move(child));
-    }
-    for (std::size_t i = node.triangles.size(); i-- > 0;) { // every list runs backwards
-        for (OctantSet rest = assignments.octants(i); rest != 0; rest &= rest - 1U) {
-            *next[static_cast<std::size_t>(std::countr_zero(rest))]++ = node.triangles[i];
-        }
-        if (assignments.isClaimed(i)) {
-            node.triangles[i] = claimedMark;
-        }
-    }
-}
-
-void buildNode(RT::SpatialTree& node) {
-    if (node.triangleCount < leafLimit || node.depth > RT::SpatialTree::maxDepth) {
-        node.isLeaf = true;
-        return;
-    }
-    subdivide(node);
-    if (!node.children.empty()) {
-        tbb::parallel_for(tbb::blocked_range<int>(0, static_cast<int>(node.children.size()), 4),
-                          RT::BuildSpatialSubtree(&node), tbb::simple_partitioner());
-    }
+Octree::Octree(const RT::InputPackage& package) {
+    rootNode.boxMin = package.boxMin;
+    rootNode.boxMax = package.boxMax;
+    rootNode.package = &package;
+    rootNode.triangleCount = package.triangleCount;
+    rootNode.containedCount = package.triangleCount;
+    rootNode.triangles =
+        memory.local().take<std::int32_t>(static_cast<std::size_t>(package.triangleCount));
+    std::iota(rootNode.triangles, rootNode.triangles + package.triangleCount, 0);
+    buildNode(rootNode, memory);
 }
 
 } // namespace insolate
 
 namespace RT {
+namespace {
 
-std::unique_ptr<SpatialTree> SpatialTree::root;
+std::unique_ptr<insolate::Octree> processTree;
+
+} // namespace
+
+SpatialTree* SpatialTree::root = nullptr;
 std::int32_t SpatialTree::maxDepth = 8;
 
 void BuildSpatialSubtree::operator()(const tbb::blocked_range<int>& range) const {
     for (int i = range.begin(); i != range.end(); ++i) {
-        insolate::buildNode(*node->children[static_cast<std::size_t>(i)]);
+        insolate::buildNode(node->children[i], *memory);
     }
 }
 
 void SpatialTreeUtil::GenerateSpatialTree() {
-    SpatialTree::root.reset();
+    SpatialTree::root = nullptr;
+    processTree.reset();
     const InputPackage& package = InputPackage::instance();
-    SpatialTree::root = insolate::makeRoot(package);
     SpatialTree::maxDepth = insolate::depthLimit(package.triangleCount);
-    insolate::buildNode(*SpatialTree::root);
+    processTree = std::make_unique<insolate::Octree>(package);
+    SpatialTree::root = &processTree->root();
 }
 
 } // namespace RT

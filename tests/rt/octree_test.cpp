@@ -1,0 +1,180 @@
+#include "plain_octree.h"
+#include "scenes.h"
+
+#include <insolate/rt/spatial_tree_util.h>
+
+#include <tbb/global_control.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+
+namespace {
+
+using insolate::Octree;
+using insolate::Vector3d;
+using insolate::test::addQuad;
+using insolate::test::addTriangle;
+using insolate::test::latticeScene;
+using insolate::test::loadScene;
+using insolate::test::PlainNode;
+using insolate::test::plainOctree;
+using insolate::test::randomScene;
+using insolate::test::Scene;
+
+/// Compares two trees node by node; on a difference says where.
+testing::AssertionResult sameTree(RT::SpatialTree& node, const PlainNode& plain,
+                                  const std::string& path = "root") {
+    const auto list = node.triangleList();
+    if (node.depth != plain.depth || node.isLeaf != plain.isLeaf || node.boxMin != plain.boxMin ||
+        node.boxMax != plain.boxMax || node.containedCount != plain.containedCount ||
+        !std::equal(list.begin(), list.end(), plain.triangles.begin(), plain.triangles.end()) ||
+        node.childNodes().size() != plain.children.size()) {
+        return testing::AssertionFailure() << "different node: " << path;
+    }
+    for (std::size_t i = 0; i < plain.children.size(); ++i) {
+        RT::SpatialTree& child = node.childNodes()[i];
+        if (child.parent != &node || child.package != node.package) {
+            return testing::AssertionFailure() << "unlinked child " << i << " of " << path;
+        }
+        if (auto result = sameTree(child, *plain.children[i], path + "/" + std::to_string(i));
+            !result) {
+            return result;
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+/// Twelve copies of one triangle, enough to be subdivided.
+Scene twelveOf(Vector3d a, Vector3d b, Vector3d c) {
+    Scene scene;
+    for (int i = 0; i < 12; ++i) {
+        addTriangle(scene, a, b, c);
+    }
+    return scene;
+}
+
+TEST(Octree, IsTheOneItsDefinitionGives) {
+    Scene far = randomScene(500, 3.0, 9);
+    for (std::size_t i = 0; i < far.size(); i += 3) {
+        far[i] += 5e6;
+    }
+    Scene huge = randomScene(200, 40.0, 10);
+    for (double& value : huge) {
+        value *= 1e7; // beyond the empty box's corners
+    }
+    Scene flat = randomScene(300, 5.0, 11);
+    for (std::size_t i = 2; i < flat.size(); i += 3) {
+        flat[i] = 0.0;
+    }
+    Scene notNumbers = randomScene(100, 5.0, 12);
+    for (std::size_t i = 0; i < notNumbers.size(); i += 17) {
+        notNumbers[i] = std::nan("");
+    }
+    const struct {
+        const char* name;
+        Scene scene;
+        bool inflate;
+    } cases[] = {
+        {"small triangles", randomScene(20000, 1.0, 1), true},
+        {"medium triangles", randomScene(2000, 10.0, 2), true},
+        {"large triangles", randomScene(300, 60.0, 3), true},
+        {"degenerate, long, doubled", randomScene(3000, 4.0, 4, true), true},
+        {"vertices on the octants' faces", latticeScene(16), false},
+        {"a stack", twelveOf({1, 1, 1}, {3, 1, 1}, {1, 3, 2}), true},
+        {"far away", far, true},
+        {"huge", huge, true},
+        {"flat, without a box height", flat, false},
+        {"not a number", notNumbers, true},
+        {"empty", {}, true},
+    };
+    for (const auto& [name, scene, inflate] : cases) {
+        SCOPED_TRACE(name);
+        const RT::InputPackage& package = loadScene(scene, inflate);
+        const int limit = insolate::depthLimit(package.triangleCount);
+        const PlainNode plain = plainOctree(package, limit);
+        RT::SpatialTree::maxDepth = limit;
+        for (const std::size_t threads : {std::size_t{1}, std::size_t{2}, std::size_t{8}}) {
+            const tbb::global_control control(tbb::global_control::max_allowed_parallelism,
+                                              threads);
+            Octree tree(package);
+            EXPECT_TRUE(sameTree(tree.root(), plain)) << threads << " threads";
+        }
+    }
+}
+
+TEST(Octree, DepthLimitLeavesThreeLevelsToSpare) {
+    const struct {
+        int triangles, limit;
+    } cases[] = {{0, 3},  {1, 3},  {2, 3},    {3, 4},       {10, 4},
+                 {12, 4}, {23, 5}, {1000, 6}, {1000000, 10}};
+    for (const auto& [triangles, limit] : cases) {
+        EXPECT_EQ(insolate::depthLimit(triangles), limit) << triangles;
+    }
+}
+
+TEST(Octree, SubdividesFromTwelveTrianglesDownToTheDepthLimit) {
+    Scene scene = twelveOf({1, 1, 1}, {1.001, 1, 1}, {1, 1.001, 1});
+    addTriangle(scene, {50, 50, 50}, {51, 50, 50}, {50, 51, 50});
+    loadScene({scene.begin() + 2 * 9, scene.end()});
+    RT::SpatialTreeUtil::GenerateSpatialTree();
+    EXPECT_TRUE(RT::SpatialTree::root->isLeaf); // eleven
+
+    loadScene(scene);
+    RT::SpatialTreeUtil::GenerateSpatialTree();
+    ASSERT_EQ(RT::SpatialTree::maxDepth, 4);
+    int deepest = 0;
+    const std::function<void(RT::SpatialTree&)> visit = [&](RT::SpatialTree& node) {
+        EXPECT_EQ(node.isLeaf, node.triangleCount < 12 || node.depth > 4);
+        deepest = std::max(deepest, node.depth);
+        std::for_each(node.childNodes().begin(), node.childNodes().end(), visit);
+    };
+    visit(*RT::SpatialTree::root);
+    EXPECT_EQ(deepest, 5); // the twelve stay together
+}
+
+TEST(Octree, AnOctantClaimsWhatItHoldsUpToTheSharedFace) {
+    Scene scene = twelveOf({1, 1, 1}, {4, 1, 1}, {4, 3, 1}); // x = 4 is the middle
+    addTriangle(scene, {0, 0, 0}, {8, 8, 8}, {8, 8, 7});
+    loadScene(scene, false);
+    Octree tree(RT::InputPackage::instance());
+    const auto rootList = tree.root().triangleList();
+    EXPECT_EQ(std::count(rootList.begin(), rootList.end(), -1), 12);
+    EXPECT_EQ(tree.root().childNodes()[0].containedCount, 12);
+    for (const RT::SpatialTree& child : tree.root().childNodes().subspan(1)) {
+        EXPECT_EQ(child.triangleList()[0], 12);
+        EXPECT_EQ(child.triangleCount, 1);
+    }
+}
+
+TEST(TriangleBoxOverlap, FindsEachKindOfSeparation) {
+    const struct {
+        const char* name;
+        Vector3d a, b, c;
+        bool overlaps;
+    } cases[] = {
+        {"across the whole box", {-9, -9, 0.2}, {9, -9, 0.2}, {0, 20, 0.2}, true},
+        {"around the box, cut by no edge", {-9, -9, 0}, {9, -9, 0}, {0, 20, 0}, true},
+        {"inside", {0, 0, 0}, {0.1, 0, 0}, {0, 0.1, 0}, true},
+        {"touching a face", {1, 0, 0}, {2, 0, 0}, {2, 1, 0}, true},
+        {"beyond a face", {1.001, 0, 0}, {2, 0, 0}, {2, 1, 0}, false},
+        {"past an edge of the box", {2.2, 0, -5}, {0, 2.2, -5}, {2.2, 0, 5}, false},
+        {"cutting an edge of the box", {1.8, 0, -5}, {0, 1.8, -5}, {1.8, 0, 5}, true},
+        {"plane past a corner", {3.1, 0, 0}, {0, 3.1, 0}, {0, 0, 3.1}, false},
+        {"plane cutting a corner", {2.9, 0, 0}, {0, 2.9, 0}, {0, 0, 2.9}, true},
+    };
+    for (const auto& [name, a, b, c, overlaps] : cases) {
+        Scene scene;
+        addTriangle(scene, a, b, c);
+        addTriangle(scene, c, b, a);
+        addTriangle(scene, b, c, a);
+        for (std::size_t i = 0; i < scene.size(); i += 9) {
+            const RT::Triangle triangle = insolate::makeTriangle(&scene[i]);
+            EXPECT_EQ(insolate::overlapsBox(triangle, {0, 0, 0}, {1, 1, 1}), overlaps) << name;
+        }
+    }
+}
+
+} // namespace
