@@ -3,6 +3,7 @@
 
 #include <insolate/geometry/geometry.h>
 #include <insolate/sky/perez_sky.h>
+#include <insolate/sky/perez_sky_vector.h>
 #include <insolate/sky/period_walk.h>
 #include <insolate/weather/weather_data.h>
 
@@ -58,15 +59,11 @@ bool ECumulativeSky::calculateUsingPerez(EWeatherData* weather) {
             if (!(radiation.diffuse > 0.0f)) {
                 continue;
             }
-            const float scale = insolate::distributePerezSky(
+            const float scale = insolate::distributePerezSkyVector(
                 insolate::perezSky(day, altitude, sun.getTrigAngleInRadians(), radiation.diffuse,
                                    radiation.direct),
                 northOffset, distribution);
-            for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-                const float value = scale * distribution[cell];
-                diffuse[cell] += value * steps.increment;
-                peak[cell] = std::max(peak[cell], value);
-            }
+            insolate::bookDistribution(distribution, scale, steps.increment, diffuse, peak);
             const auto sunCell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
             direct[sunCell] += radiation.direct * steps.increment;
             hourCount += steps.increment;

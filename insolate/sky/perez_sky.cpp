@@ -14,8 +14,6 @@ constexpr double highestSun = 1.5184364492350666;          // 87 degrees
 constexpr double gradationAltitude = 0.043807764225057666; // 2.51 degrees
 constexpr double solarConstant = 1367.0;                   // [W/m2]
 
-constexpr float highestLuminance = 1.0e30f;
-
 constexpr std::size_t binCount = 8;
 
 struct Bin {
@@ -130,6 +128,10 @@ PerezSky perezSky(int day, double sunAltitude, double sunTrigAngle, double diffu
     return sky;
 }
 
+double perezGradation(const PerezSky& sky, double sineMiddle) {
+    return sky.altitude >= gradationAltitude ? 1.0 + sky.a * std::exp(sky.b / sineMiddle) : 1.0;
+}
+
 float distributePerezSky(const PerezSky& sky, double northOffset,
                          float (&cells)[skyGrid::cellCount]) {
     if (sky.altitude <= lowestDistributedAltitude) {
@@ -146,9 +148,7 @@ float distributePerezSky(const PerezSky& sky, double northOffset,
         const double sineMiddle = std::max(std::sin(middle), 0.001);
         const double cosineMiddle = std::cos(middle);
         const double weight = (std::sin(upper) - std::sin(lower)) / skyGrid::azimuthCount;
-        // Near sunrise and sunset the gradation would run away towards the horizon.
-        const double gradation =
-            sky.altitude >= gradationAltitude ? 1.0 + sky.a * std::exp(sky.b / sineMiddle) : 1.0;
+        const double gradation = perezGradation(sky, sineMiddle);
         for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
             const double cellAngle = pi / 2.0 - (sector + 0.5) * cellWidth - northOffset;
             const double deltaAzimuth = std::fabs(cellAngle - sky.trigAngle);
@@ -159,9 +159,9 @@ float distributePerezSky(const PerezSky& sky, double northOffset,
             const auto luminance =
                 static_cast<float>(gradation * (1.0 + sky.c * std::exp(sky.d * gamma) +
                                                 sky.e * cosineGamma * cosineGamma));
-            // Irradiances that no sky has can overflow the exponentials: such a cell stays finite.
-            const float cell = static_cast<float>(weight) *
-                               (luminance > 0.0f ? std::min(luminance, highestLuminance) : 0.0f);
+            const float cell =
+                static_cast<float>(weight) *
+                (luminance > 0.0f ? std::min(luminance, highestPerezLuminance) : 0.0f);
             cells[skyGrid::cellIndex(sector, band)] = cell;
             sum += cell * sineMiddle;
         }

@@ -36,6 +36,13 @@ PerezSky perezSky(int day, double sunAltitude, double sunTrigAngle, double diffu
 /// The sun's altitude [radians] at or below which the sky gets no distribution.
 inline constexpr double lowestDistributedAltitude = 0.001;
 
+/// Irradiances that no sky has can overflow the exponentials; luminances stop here [relative].
+inline constexpr float highestPerezLuminance = 1.0e30f;
+
+/// Brightening of a band towards the horizon (eq. 1, first factor); 1 near sunrise and sunset,
+/// where it would run away. sineMiddle: sine of the band's mid-altitude, above 0.
+double perezGradation(const PerezSky& sky, double sineMiddle);
+
 /// Writes every cell's solid angle (over 2 pi) times its relative luminance into cells
 /// (altitude-major) and returns the factor that makes them, weighted by the sine of altitude, add
 /// up to the diffuse horizontal irradiance. All 0 with the sun at or below

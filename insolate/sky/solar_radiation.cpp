@@ -1,19 +1,17 @@
 #include <insolate/sky/solar_radiation.h>
 
 #include <insolate/geometry/geometry.h>
-#include <insolate/geometry/sky_grid.h>
 #include <insolate/platform/debug_output.h>
 #include <insolate/shading/shading_mask.h>
 #include <insolate/sky/cumulative_sky.h>
+#include <insolate/sky/perez_point.h>
 #include <insolate/sky/perez_tilted.h>
-#include <insolate/sky/period_walk.h>
+#include <insolate/sky/sky_on_mask.h>
 #include <insolate/solar/solar_position.h>
 #include <insolate/weather/weather_data.h>
 
 #include <algorithm>
 #include <cmath>
-
-namespace skyGrid = insolate::skyGrid;
 
 namespace {
 
@@ -47,23 +45,7 @@ bool ESolarRadiation::calculate(ECumulativeSky* sky, EShadingMask* mask, float* 
     if (sky == nullptr || mask == nullptr) {
         return false;
     }
-    float diffuseSum = 0.0f;
-    float directSum = 0.0f;
-    float horizontalSum = 0.0f;
-    float peakMaximum = 0.0f;
-    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
-        const float sine = std::sin((static_cast<float>(band) + 0.5f) * skyGrid::cellAngle);
-        for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
-            const float factor =
-                mask->getExposure(sector, band) * mask->getSurfaceIncidence(sector, band);
-            const float direct = sky->getDirect(sector, band);
-            const float diffuse = sky->getDiffuse(sector, band);
-            diffuseSum += diffuse * factor;
-            directSum += direct * factor;
-            peakMaximum = std::max(peakMaximum, sky->getPeak(sector, band) * factor);
-            horizontalSum += (diffuse + direct) * sine;
-        }
-    }
+    const insolate::SkyOnMask sums = insolate::integrateSky(*sky, *mask);
     const float diffusePeak = mask->getOvercastSkyComponent() / 100.0f * sky->getPeakDiffuse();
 
     // Tilted surfaces lose up to 9.5 % of the diffuse light; the ground sends back its share of the
@@ -71,12 +53,12 @@ bool ESolarRadiation::calculate(ECumulativeSky* sky, EShadingMask* mask, float* 
     const float normalAltitude = mask->getSurfaceNormalAltitude();
     const auto tiltLoss =
         static_cast<float>(std::fabs(std::sin(2.0 * static_cast<double>(normalAltitude))));
-    const float total = (1.0f - tiltLoss * 0.095f) * diffuseSum +
-                        std::cos(normalAltitude) * horizontalSum * 0.5f * groundReflectance +
-                        directSum;
+    const float total = (1.0f - tiltLoss * 0.095f) * sums.diffuse +
+                        std::cos(normalAltitude) * sums.horizontal * 0.5f * groundReflectance +
+                        sums.direct;
     results[0] = total;
     results[1] = averageOf(total, sky->getHourCount());
-    results[2] = std::max(diffusePeak, peakMaximum);
+    results[2] = std::max(diffusePeak, sums.peak);
     if (results[1] > results[2]) {
         results[2] = results[1];
     }
@@ -100,51 +82,13 @@ bool ESolarRadiation::calculateUsingPerez(EWeatherData* weather, ECumulativeSky*
     surface.skyViewFactor = mask->getUniformSkyComponent() / 100.0f;
     surface.horizonFactor = mask->getPerezHorizonFactor();
 
-    const insolate::DaySteps steps = insolate::dayStepsOf(*sky);
-    const int endDate = insolate::unwrappedEndDate(sky->getStartDate(), sky->getEndDate());
-    ESolarPosition sun = insolate::sunAtSite(*sky);
-    float beamTotal = 0.0f;
-    float diffuseTotal = 0.0f;
-    float hours = 0.0f;
-    float stepPeak = 0.0f;
-    for (long long date = sky->getStartDate(); date <= endDate; ++date) {
-        const int day = insolate::dayWithinYear(static_cast<int>(date));
-        insolate::moveToDay(sun, day);
-        const auto sunrise = static_cast<float>(sun.getSunriseTime());
-        const auto sunset = static_cast<float>(sun.getSunsetTime());
+    const insolate::PointSums sums =
+        insolate::integrateOnSurface(insolate::pointSteps(*weather, *sky), surface, normal, *mask);
 
-        // Unlike the sky's walk, this one leaves the start time out and takes the end time in.
-        float previous = steps.start;
-        for (float time = previous + steps.increment; time <= steps.end && time > previous;
-             previous = time, time += steps.increment) {
-            const float stepEnd = insolate::roundToTenth(time);
-            sun.setTime(stepEnd - steps.increment * 0.5f);
-            const double altitude = sun.getSolarAltitudeInRadians();
-            const int sector =
-                skyGrid::azimuthSector(static_cast<float>(sun.getSolarAzimuthInRadians()));
-            const int band = skyGrid::altitudeBand(static_cast<float>(altitude));
-            if (!(altitude >= 0.0) || !skyGrid::isCell(sector, band)) {
-                continue;
-            }
-            const insolate::HourlyRadiation radiation = insolate::hourlyRadiation(
-                *weather, day - 1, insolate::wholeHour(stepEnd), sunrise, sunset);
-            surface.cosineIncidence = std::cos(
-                static_cast<double>(EGeometry::Angle(zero, sunVector(sun), normal, nullptr)));
-            surface.directFactor = mask->getExposure(sector, band);
-            const insolate::PerezParts parts = insolate::perezOnSurface(
-                insolate::perezSkyState(std::max(radiation.direct, 0.0f),
-                                        std::max(radiation.diffuse, 0.0f), halfPi - altitude),
-                surface);
-            beamTotal += static_cast<float>(parts.beam * steps.increment);
-            diffuseTotal += static_cast<float>(parts.diffuse() * steps.increment);
-            hours += steps.increment;
-            stepPeak = std::max(stepPeak, static_cast<float>(parts.total()));
-        }
-    }
-
-    results[0] = beamTotal + diffuseTotal;
-    results[1] = averageOf(results[0], hours);
-    results[2] = std::max({mask->getDiffuseFactor() * sky->getPeakDiffuse(), stepPeak, results[1]});
+    results[0] = sums.beam + sums.diffuse;
+    results[1] = averageOf(results[0], sums.hours);
+    results[2] =
+        std::max({mask->getDiffuseFactor() * sky->getPeakDiffuse(), sums.peak, results[1]});
     return true;
 }
 

@@ -1,0 +1,283 @@
+// The vector code against the plain definitions, on every instruction set of this machine.
+#include "tests/support/synthetic_weather.h"
+#include "tests/support/test_data.h"
+
+#include <insolate/geometry/geometry.h>
+#include <insolate/platform/simd.h>
+#include <insolate/shading/shading_mask.h>
+#include <insolate/sky/cumulative_sky.h>
+#include <insolate/sky/perez_point.h>
+#include <insolate/sky/perez_sky_vector.h>
+#include <insolate/sky/period_walk.h>
+#include <insolate/sky/sky_on_mask.h>
+#include <insolate/sky/solar_radiation.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace {
+
+namespace skyGrid = insolate::skyGrid;
+
+/// Runs a calculation on every level and expects the same bytes from all; returns the first's.
+template <typename Calculation>
+std::vector<float> onEveryLevel(const Calculation& calculation) {
+    const insolate::SimdLevel before = insolate::simdLevel();
+    std::vector<float> first;
+    for (const insolate::SimdLevel level : insolate::availableSimdLevels()) {
+        EXPECT_TRUE(insolate::setSimdLevel(level));
+        const std::vector<float> values = calculation();
+        if (first.empty()) {
+            first = values;
+        }
+        EXPECT_EQ(std::memcmp(first.data(), values.data(), first.size() * sizeof(float)), 0)
+            << insolate::simdLevelName(level);
+    }
+    insolate::setSimdLevel(before);
+    return first;
+}
+
+EShadingMask randomMask(std::uint32_t seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> value(0.0f, 1.0f);
+    EShadingMask mask;
+    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
+        for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
+            mask.setExposureValue(sector, band, value(random));
+            mask.setIncidenceValue(sector, band, value(random));
+        }
+    }
+    mask.setUniformSkyComponent(63.0f);
+    mask.setPerezHorizonFactor(0.4f);
+    return mask;
+}
+
+TEST(SkyVector, DistributionMatchesThePlainOneCellByCell) {
+    // Degrees of light from overcast to clear, suns from the horizon to the zenith.
+    std::vector<insolate::PerezSky> skies;
+    for (double altitude = 0.002; altitude < 1.57; altitude += 0.021) {
+        for (double angle = -3.1; angle < 3.1; angle += 0.9) {
+            for (const auto& [diffuse, direct] : {std::pair{5.0, 0.0},
+                                                  {60.0, 900.0},
+                                                  {150.0, 30.0},
+                                                  {400.0, 300.0},
+                                                  {32767.0, 0.0}}) {
+                skies.push_back(insolate::perezSky(100, altitude, angle, diffuse, direct));
+            }
+        }
+    }
+    const std::vector<float> fast = onEveryLevel([&] {
+        std::vector<float> all;
+        float cells[skyGrid::cellCount];
+        for (const insolate::PerezSky& sky : skies) {
+            all.push_back(insolate::distributePerezSkyVector(sky, 0.3, cells));
+            all.insert(all.end(), std::begin(cells), std::end(cells));
+        }
+        return all;
+    });
+    float cells[skyGrid::cellCount];
+    std::size_t at = 0;
+    for (const insolate::PerezSky& sky : skies) {
+        const float scale = insolate::distributePerezSky(sky, 0.3, cells);
+        ASSERT_NEAR(fast[at], scale, scale * 1e-5f);
+        float brightest = 0.0f;
+        for (const float cell : cells) {
+            brightest = std::max(brightest, cell);
+        }
+        for (int i = 0; i < skyGrid::cellCount; ++i) {
+            // 1e-5 of the cell; where positive and negative terms cancel, 1e-7 of the brightest.
+            ASSERT_NEAR(fast[at + 1 + static_cast<std::size_t>(i)], cells[i],
+                        std::max(cells[i] * 1e-5f, brightest * 1e-7f))
+                << "altitude " << sky.altitude << " cell " << i;
+        }
+        at += 1 + skyGrid::cellCount;
+    }
+}
+
+TEST(SkyVector, BookingIsTheSameArithmetic) {
+    float cells[skyGrid::cellCount];
+    insolate::distributePerezSky(insolate::perezSky(100, 0.7, 0.4, 80.0, 700.0), 0.0, cells);
+    const std::vector<float> booked = onEveryLevel([&] {
+        ECumulativeSky sky;
+        sky.peak[7] = 1.0e9f;
+        for (int step = 0; step < 3; ++step) {
+            insolate::bookDistribution(cells, 12.5f, 0.1f, sky.diffuse, sky.peak);
+        }
+        std::vector<float> all(std::begin(sky.diffuse), std::end(sky.diffuse));
+        all.insert(all.end(), std::begin(sky.peak), std::end(sky.peak));
+        return all;
+    });
+    for (std::size_t i = 0; i < skyGrid::cellCount; ++i) {
+        const float step = 12.5f * cells[i] * 0.1f;
+        ASSERT_EQ(booked[i], 0.0f + step + step + step);
+        ASSERT_EQ(booked[skyGrid::cellCount + i], i == 7 ? 1.0e9f : 12.5f * cells[i]);
+    }
+}
+
+TEST(SkyVector, SkyOnMaskMatchesTheDoubleSums) {
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> value(0.0f, 900.0f);
+    ECumulativeSky sky;
+    for (int i = 0; i < skyGrid::cellCount; ++i) {
+        sky.direct[i] = i % 3 == 0 ? value(random) : 0.0f;
+        sky.diffuse[i] = value(random);
+        sky.peak[i] = value(random);
+    }
+    for (std::uint32_t seed = 0; seed < 20; ++seed) {
+        const EShadingMask mask = randomMask(seed);
+        const std::vector<float> sums = onEveryLevel([&] {
+            const insolate::SkyOnMask s = insolate::integrateSky(sky, mask);
+            return std::vector<float>{s.diffuse, s.direct, s.horizontal, s.peak};
+        });
+        double diffuse = 0.0;
+        double direct = 0.0;
+        double horizontal = 0.0;
+        float peak = 0.0f;
+        for (int i = 0; i < skyGrid::cellCount; ++i) {
+            const float factor =
+                mask.getExposure(i % 72, i / 72) * mask.getSurfaceIncidence(i % 72, i / 72);
+            diffuse += sky.diffuse[i] * factor;
+            direct += sky.direct[i] * factor;
+            horizontal += (sky.diffuse[i] + sky.direct[i]) *
+                          std::sin((static_cast<float>(i / 72) + 0.5f) * skyGrid::cellAngle);
+            peak = std::max(peak, sky.peak[i] * factor);
+        }
+        // 162 additions a lane in single precision
+        EXPECT_NEAR(sums[0] / diffuse, 1.0, 2e-6);
+        EXPECT_NEAR(sums[1] / direct, 1.0, 2e-6);
+        EXPECT_NEAR(sums[2] / horizontal, 1.0, 2e-6);
+        EXPECT_EQ(sums[3], peak);
+    }
+}
+
+TEST(SkyVector, EveryByteIsTheCorrectlyRoundedFraction) {
+    for (int byte = 0; byte < 256; ++byte) {
+        EShadingMask mask;
+        for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+            mask.setExposureValue(cell % 72, cell / 72, 0.0f);
+        }
+        const float fraction = static_cast<float>(byte) / 255.0f;
+        // The encoding truncates: aim between this byte and the next.
+        mask.setExposureValue(5, 5, (static_cast<float>(byte) + 0.5f) / 255.0f);
+        ECumulativeSky sky;
+        sky.setPeakValue(5, 5, 1.0f);
+        const std::vector<float> peak = onEveryLevel(
+            [&] { return std::vector<float>{insolate::integrateSky(sky, mask).peak}; });
+        ASSERT_EQ(peak[0], fraction) << byte;
+    }
+}
+
+TEST(SkyVector, PointIntegrationMatchesThePlainSteps) {
+    EWeatherData weather = insolate::test::sineDayWeather(600.0f, 150.0f);
+    for (const float latitude : {-33.0f, 0.0f, 52.0f, 80.0f}) {
+        ECumulativeSky sky;
+        sky.setLocation(latitude, 10.0f, 15.0f);
+        sky.setTimeRange(0.0f, 24.0f, 0.5f);
+        const insolate::PointSteps& steps = insolate::pointSteps(weather, sky);
+        std::uint32_t seed = 3;
+        for (const XYZf& normal : {XYZf{0.0f, 0.0f, 1.0f},
+                                   {0.0f, -2.0f, 0.0f},
+                                   {3.0f, 1.0f, 0.5f},
+                                   {0.0f, 0.0f, -1.0f}}) {
+            const EShadingMask mask = randomMask(seed++);
+            insolate::PerezSurface surface{};
+            surface.groundReflectance = 0.2;
+            const double tilt = EGeometry::Angle({0, 0, 0}, normal, {0.0f, 0.0f, 1.0f}, nullptr);
+            surface.sineTilt = std::sin(tilt);
+            surface.cosineTilt = std::cos(tilt);
+            surface.skyViewFactor = 0.63;
+            surface.horizonFactor = 0.4;
+            const std::vector<float> fast = onEveryLevel([&] {
+                const auto s = insolate::integrateOnSurface(steps, surface, normal, mask);
+                return std::vector<float>{s.beam, s.diffuse, s.hours, s.peak};
+            });
+            const auto plain = insolate::integrateOnSurfacePlain(steps, surface, normal, mask);
+            EXPECT_NEAR(fast[0], plain.beam, plain.beam * 1e-5f + 1e-3f);
+            EXPECT_NEAR(fast[1], plain.diffuse, plain.diffuse * 1e-5f);
+            EXPECT_EQ(fast[2], plain.hours);
+            EXPECT_NEAR(fast[3], plain.peak, plain.peak * 1e-5f);
+        }
+    }
+}
+
+TEST(SkyVector, KeptStepsNoticeEveryChangeOfTheirInputs) {
+    EWeatherData weather = insolate::test::constantWeather(500.0f, 100.0f);
+    ECumulativeSky sky;
+    sky.setLocation(40.0f, 0.0f, 0.0f);
+    sky.setDateRange(100, 101);
+    sky.setTimeRange(8.0f, 16.0f, 0.5f);
+    const auto signature = [&] {
+        const insolate::PointSteps& steps = insolate::pointSteps(weather, sky);
+        double sum = steps.hours;
+        for (std::size_t i = 0; i < steps.sky.size(); ++i) {
+            sum += steps.sky[i].direct + 3.0 * steps.sky[i].zenithAngle + 7.0 * steps.sun[i].x;
+        }
+        return sum;
+    };
+    double last = signature();
+    EXPECT_EQ(signature(), last);
+    const auto expectChange = [&](const char* what) {
+        const double now = signature();
+        EXPECT_NE(now, last) << what;
+        last = now;
+    };
+    weather.setHourlyDirectRad(100, 12, 501.0f);
+    expectChange("one hour of the weather");
+    sky.setLocation(41.0f, 0.0f, 0.0f);
+    expectChange("latitude");
+    sky.setLocation(41.0f, 1.0f, 0.0f);
+    expectChange("longitude");
+    sky.setNorthOffset(0.1f);
+    expectChange("north offset");
+    sky.setDateRange(100, 102);
+    expectChange("end date");
+    sky.setTimeRange(8.0f, 15.0f, 0.5f);
+    expectChange("end time");
+    sky.setTimeRange(8.0f, 15.0f, 0.25f);
+    expectChange("time step");
+}
+
+TEST(SkyVector, TheYearsOfTheFourCitiesMatchThePlainSky) {
+    for (const char* city : {"amsterdam", "chicago", "mannheim", "tokyo"}) {
+        INSOLATE_REQUIRE_TEST_DATA(file, std::string("weather/") + city + ".epw");
+        EWeatherData weather;
+        auto result = static_cast<ResultLoadWeatherData>(0);
+        ASSERT_TRUE(weather.loadFile_EPW(file.wstring(), 0, result));
+        ECumulativeSky sky;
+        sky.setLocation(45.0f, 0.0f, 0.0f);
+        sky.setTimeRange(0.0f, 24.0f, 1.0f);
+        sky.calculateUsingPerez(&weather);
+
+        std::vector<double> plain(skyGrid::cellCount);
+        ESolarPosition sun = insolate::sunAtSite(sky);
+        float cells[skyGrid::cellCount];
+        for (int day = 1; day <= 365; ++day) {
+            insolate::moveToDay(sun, day);
+            for (int hour = 0; hour < 24; ++hour) {
+                sun.setTime(hour);
+                const float diffuse = weather.getHourlyDiffuseRad(day - 1, hour);
+                const double altitude = sun.getSolarAltitudeInRadians();
+                if (!(diffuse > 0.0f) || altitude <= insolate::lowestDistributedAltitude) {
+                    continue;
+                }
+                const float scale = insolate::distributePerezSky(
+                    insolate::perezSky(day, altitude, sun.getTrigAngleInRadians(), diffuse,
+                                       weather.getHourlyDirectRad(day - 1, hour)),
+                    0.0, cells);
+                for (std::size_t i = 0; i < plain.size(); ++i) {
+                    plain[i] += static_cast<double>(scale) * cells[i];
+                }
+            }
+        }
+        for (std::size_t i = 0; i < plain.size(); ++i) {
+            // single-precision sums of 4,400 steps drift by some 1e-6
+            ASSERT_NEAR(sky.diffuse[i] / plain[i], 1.0, 1e-5) << city << " cell " << i;
+        }
+    }
+}
+
+} // namespace
