@@ -65,7 +65,7 @@ TEST(SkyVector, DistributionMatchesThePlainOneCellByCell) {
                                                   {60.0, 900.0},
                                                   {150.0, 30.0},
                                                   {400.0, 300.0},
-                                                  {32767.0, 0.0}}) {
+                                                  {700.0, 0.0}}) {
                 skies.push_back(insolate::perezSky(100, altitude, angle, diffuse, direct));
             }
         }
@@ -95,6 +95,18 @@ TEST(SkyVector, DistributionMatchesThePlainOneCellByCell) {
                 << "altitude " << sky.altitude << " cell " << i;
         }
         at += 1 + skyGrid::cellCount;
+    }
+}
+
+TEST(SkyVector, ABrokenHourStaysFinite) {
+    const insolate::PerezSky sky = insolate::perezSky(100, 0.02, 0.3, 32767.0, 0.0);
+    float cells[skyGrid::cellCount];
+    for (const float scale : {insolate::distributePerezSkyVector(sky, 0.0, cells),
+                              insolate::distributePerezSky(sky, 0.0, cells)}) {
+        EXPECT_TRUE(std::isfinite(scale));
+        for (const float cell : cells) {
+            ASSERT_TRUE(std::isfinite(scale * cell) && cell >= 0.0f);
+        }
     }
 }
 
