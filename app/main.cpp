@@ -1,5 +1,5 @@
-#include <insolate/insolate.h>
+#include "app/cli/command_line.h"
 
-int main() {
-    return 0;
+int main(int argc, char** argv) {
+    return insolate::app::runCommandLine(argc, argv);
 }

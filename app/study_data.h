@@ -23,8 +23,8 @@ struct Scene {
     [[nodiscard]] std::size_t triangleCount() const { return vertices.size() / 3; }
 };
 
-/// Where radiation is asked for: a position and a unit normal each, and the polygon of the cell that
-/// the sensor stands for.
+/// Where radiation is asked for: a position and a unit normal each, and the polygon of the cell
+/// that the sensor stands for.
 struct SensorField {
     std::vector<Vector3> positions; ///< already moved off the face by the offset
     std::vector<Vector3> normals;   ///< unit vectors, or zero vectors for points without a surface

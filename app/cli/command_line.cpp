@@ -1,0 +1,63 @@
+#include "app/cli/command_line.h"
+
+#include "app/cli/commands.h"
+#include "app/errors.h"
+#include "app/output/output_folder.h"
+#include "app/terminal/interrupt.h"
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+
+#include <fmt/format.h>
+#include <insolate/insolate.h>
+
+namespace insolate::app {
+
+namespace {
+
+int report(int exitCode, std::string_view message) {
+    fmt::print(stderr, "insolate: error: {}\n", message);
+    return exitCode;
+}
+
+} // namespace
+
+int runCommandLine(int argc, const char* const* argv) {
+    installInterruptHandlers();
+    CLI::App app("Solar radiation on the surfaces of a model, with shade and incidence.",
+                 "insolate");
+    app.set_version_flag("--version", std::string("insolate ") + INSOLATE_VERSION);
+    app.require_subcommand(1);
+    addRunCommand(app);
+    addSkyCommand(app);
+    addSunCommand(app);
+    try {
+        app.parse(argc, argv);
+        if (std::fflush(stdout) != 0) {
+            return report(exitData, "standard output: cannot be written; check the disk or pipe");
+        }
+        return 0;
+    } catch (const CLI::Success& wanted) {
+        return app.exit(wanted); // help or version
+    } catch (const CLI::ParseError& error) {
+        const auto chosen = app.get_subcommands();
+        const std::string command = chosen.empty() ? "" : " " + chosen.front()->get_name();
+        return report(exitUsage,
+                      fmt::format("{}; see 'insolate{} --help'", printable(error.what()), command));
+    } catch (const CommandError& error) {
+        return report(error.exitCode(), error.what());
+    } catch (const OutputError& error) {
+        return report(exitData, error.what());
+    } catch (const std::bad_alloc&) {
+        return report(exitData, "not enough memory; choose a larger --grid, a smaller model or a "
+                                "machine with more memory");
+    } catch (const std::exception& error) {
+        return report(exitData, fmt::format("unexpected: {}; please report this with the command "
+                                            "that caused it",
+                                            printable(error.what())));
+    }
+}
+
+} // namespace insolate::app

@@ -1,0 +1,13 @@
+/// The subcommands and their options. Each function adds one; its work runs while the arguments are
+/// parsed, and its errors come out of the parsing.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace insolate::app {
+
+void addRunCommand(CLI::App& app);
+void addSkyCommand(CLI::App& app);
+void addSunCommand(CLI::App& app);
+
+} // namespace insolate::app

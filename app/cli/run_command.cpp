@@ -1,0 +1,145 @@
+#include "app/cli/commands.h"
+#include "app/cli/sky_arguments.h"
+#include "app/cli/study_file.h"
+#include "app/errors.h"
+#include "app/run/run_study.h"
+
+#include <cmath>
+#include <map>
+#include <memory>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+namespace {
+
+const std::map<std::string, LengthUnit> unitNames = {{"mm", LengthUnit::millimetre},
+                                                     {"cm", LengthUnit::centimetre},
+                                                     {"m", LengthUnit::metre},
+                                                     {"ft", LengthUnit::foot},
+                                                     {"in", LengthUnit::inch}};
+
+struct RunArguments {
+    SkyArguments sky;
+    std::vector<std::string> scenes;
+    std::string sensors;
+    std::string units = "m";
+    std::string up;
+    double north = 0.0;
+    double grid = RunOptions().grid;
+    double offset = RunOptions().offset;
+    std::vector<std::string> select;
+    int threads = 0;
+    std::string rays = "octree";
+    bool force = false;
+
+    void addTo(CLI::App& command) {
+        sky.addTo(command, {"cumulative-sky", "perez-sky", "perez-point"});
+        command
+            .add_option("--scene", scenes,
+                        "Models that cast shadows: OBJ, STL, PLY, glTF and what else assimp reads")
+            ->type_name("FILE");
+        command
+            .add_option("--sensors", sensors,
+                        "Where radiation is asked for: a model, whose faces are cut into cells, or "
+                        "a table (.csv) of x,y,z[,nx,ny,nz]; by default the first scene file")
+            ->type_name("FILE");
+        command.add_option("--units", units, "Length unit of the models and the table")
+            ->check(CLI::IsMember({"mm", "cm", "m", "ft", "in"}))
+            ->type_name("NAME")
+            ->capture_default_str();
+        command
+            .add_option("--up", up,
+                        "Axis that points up in the models; by default y for glTF and Collada, z "
+                        "for all others. With y, the model's -Z is taken as +Y of the plan")
+            ->check(CLI::IsMember({"y", "z"}))
+            ->type_name("AXIS");
+        command
+            .add_option("--north", north,
+                        "Where true north lies in plan: degrees clockwise, seen from above, from "
+                        "the model's +Y. 0: +Y is north; 90: +X is north and a wall that faces +Y "
+                        "looks west")
+            ->type_name("DEG")
+            ->capture_default_str();
+        command
+            .add_option("--grid", grid,
+                        "Largest edge of a square sensor cell [m]; smaller faces are one cell each")
+            ->type_name("M")
+            ->capture_default_str();
+        command.add_option("--offset", offset, "Distance of a sensor from its face [m]")
+            ->type_name("M")
+            ->capture_default_str();
+        command
+            .add_option("--select", select,
+                        "Take only faces of these objects, groups or materials of the sensor model")
+            ->type_name("NAME");
+        command.add_option("--threads", threads, "Processors to use; 0: all")
+            ->type_name("N")
+            ->capture_default_str();
+        command.add_option("--rays", rays, "How rays find what is in their way")
+            ->check(CLI::IsMember({"octree"}))
+            ->type_name("NAME")
+            ->capture_default_str();
+        command.add_flag("--force", force, "Go on with more sensors than seem sensible");
+    }
+
+    [[nodiscard]] RunOptions options() const {
+        RunOptions result;
+        static_cast<SkyOptions&>(result) = sky.options();
+        if (scenes.empty()) {
+            throw UsageError("--scene is missing; give the model that casts shadows");
+        }
+        result.scenes.assign(scenes.begin(), scenes.end());
+        if (!sensors.empty()) {
+            result.sensors = sensors;
+        }
+        result.import.unit = unitNames.at(units);
+        if (!up.empty()) {
+            result.import.up = up == "y" ? UpAxis::y : UpAxis::z;
+        }
+        if (!(std::abs(north) <= 360.0)) {
+            throw UsageError(
+                fmt::format("--north {}: the angle runs from -360 to 360 degrees", north));
+        }
+        if (!(grid >= 1.0e-4 && grid <= 1.0e6)) {
+            throw UsageError(fmt::format(
+                "--grid {}: the edge of a cell must lie between 0.0001 and 1e6 m", grid));
+        }
+        if (!(offset >= 0.0 && offset <= 1.0e3)) {
+            throw UsageError(
+                fmt::format("--offset {}: the distance must lie between 0 and 1000 m", offset));
+        }
+        if (threads < 0) {
+            throw UsageError(
+                fmt::format("--threads {}: give a number of processors, or 0 for all", threads));
+        }
+        result.north = north;
+        result.grid = grid;
+        result.offset = offset;
+        result.select = select;
+        result.threads = threads;
+        result.force = force;
+        return result;
+    }
+};
+
+} // namespace
+
+void addRunCommand(CLI::App& app) {
+    CLI::App* command = app.add_subcommand(
+        "run", "Calculate the solar radiation on sensors of a model.\n"
+               "Writes sensors.csv, sensors.vtp (ParaView), heatmap.png and summary.json.");
+    auto arguments = std::make_shared<RunArguments>();
+    arguments->addTo(*command);
+    command->callback([command, arguments] {
+        if (!arguments->sky.study.empty()) {
+            applyStudyFile(*command, arguments->sky.study);
+        }
+        const RunOptions options = arguments->options();
+        Progress progress(stderr, Progress::styleOf(stderr, options.quiet));
+        runStudy(options, progress);
+    });
+}
+
+} // namespace insolate::app

@@ -1,0 +1,71 @@
+#include "app/cli/sky_arguments.h"
+
+#include "app/errors.h"
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+void SkyArguments::addTo(CLI::App& command, const std::vector<std::string>& methods) {
+    command
+        .add_option("--study", study,
+                    "Study file (TOML) with any of these options as keys; the command line wins")
+        ->type_name("FILE");
+    command.add_option("--weather", weather, "Weather of a year: .epw, .wea or .mra")
+        ->type_name("FILE");
+    command
+        .add_option("--period", period,
+                    "Days, both included: month/day or day of the year, e.g. 6/1-8/31, 152-243, "
+                    "11/1-2/28 over the new year, or one day")
+        ->type_name("DATES")
+        ->capture_default_str();
+    command
+        .add_option("--hours", hours, "Hours of the day, the second not included: 8-18, 8:30-18")
+        ->type_name("TIMES")
+        ->capture_default_str();
+    command
+        .add_option("--step", step,
+                    "Time step [h], 0.01 to 1; minutes when --hours span less "
+                    "than one")
+        ->type_name("H")
+        ->capture_default_str();
+    command.add_option("--method", method, "How radiation is calculated")
+        ->check(CLI::IsMember(methods))
+        ->type_name("NAME")
+        ->capture_default_str();
+    command.add_flag("--allow-gaps", allowGaps,
+                     "Count hours without weather data as hours without radiation");
+    command.add_option("--out", out, "Folder for the results; made when missing")
+        ->type_name("FOLDER");
+    command.add_flag("--quiet", quiet, "Say nothing but errors");
+}
+
+SkyOptions SkyArguments::options() const {
+    requireOption(weather, "--weather", "give the weather file of the site (.epw, .wea, .mra)");
+    requireOption(out, "--out", "give the folder for the results");
+    SkyOptions result;
+    result.weather = weather;
+    parseDates(period, result.period);
+    parseHours(hours, result.period);
+    checkStep(step);
+    result.period.step = step;
+    for (const CalculationMethod known :
+         {CalculationMethod_CumulativeSky, CalculationMethod_PerezSky,
+          CalculationMethod_PerezPoint}) {
+        if (method == methodName(known)) {
+            result.method = known;
+        }
+    }
+    result.allowGaps = allowGaps;
+    result.out = out;
+    result.quiet = quiet;
+    return result;
+}
+
+void requireOption(const std::string& value, const std::string& name, const std::string& mend) {
+    if (value.empty()) {
+        throw UsageError(fmt::format("{} is missing; {}", name, mend));
+    }
+}
+
+} // namespace insolate::app

@@ -1,0 +1,34 @@
+/// The options that say which sky: weather, period, method.
+#pragma once
+
+#include "app/run/run_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+
+namespace insolate::app {
+
+/// The words of the arguments; options() makes values of them.
+struct SkyArguments {
+    std::string study;
+    std::string weather;
+    std::string period = "1/1-12/31";
+    std::string hours = "0-24";
+    double step = 0.1;
+    std::string method = "cumulative-sky";
+    bool allowGaps = false;
+    std::string out;
+    bool quiet = false;
+
+    /// @param methods the names that --method takes
+    void addTo(CLI::App& command, const std::vector<std::string>& methods);
+
+    /// @throws UsageError naming what is missing or impossible
+    [[nodiscard]] SkyOptions options() const;
+};
+
+/// @throws UsageError when an option that the command needs is empty
+void requireOption(const std::string& value, const std::string& name, const std::string& mend);
+
+} // namespace insolate::app

@@ -1,0 +1,110 @@
+#include "app/cli/study_file.h"
+
+#include "app/errors.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include <fmt/format.h>
+#include <toml++/toml.h>
+
+namespace insolate::app {
+
+namespace {
+
+constexpr std::array<std::string_view, 4> fileOptions = {"weather", "scene", "sensors", "out"};
+
+std::optional<std::string> textOf(const toml::node& value) {
+    if (const auto* text = value.as_string()) {
+        return text->get();
+    }
+    if (const auto* number = value.as_integer()) {
+        return fmt::format("{}", number->get());
+    }
+    if (const auto* number = value.as_floating_point()) {
+        return fmt::format("{}", number->get());
+    }
+    if (const auto* flag = value.as_boolean()) {
+        return flag->get() ? "true" : "false";
+    }
+    return std::nullopt;
+}
+
+std::string linePlace(const std::filesystem::path& file, const toml::source_region& source) {
+    return place(file, static_cast<std::size_t>(source.begin.line));
+}
+
+toml::table readTable(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::error_code ignored;
+    if (!in || std::filesystem::is_directory(file, ignored)) {
+        throw DataError(
+            fmt::format("{}: cannot be read; check the name of the study file", place(file)));
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    try {
+        return toml::parse(text.str());
+    } catch (const toml::parse_error& error) {
+        throw DataError(fmt::format("{}: {}; mend the line (study files are TOML)",
+                                    linePlace(file, error.source()),
+                                    printable(error.description())));
+    }
+}
+
+} // namespace
+
+void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
+    const toml::table study = readTable(file);
+    for (const auto& [key, value] : study) {
+        const std::string name(key.str());
+        const std::string where = linePlace(file, value.source());
+        CLI::Option* option =
+            name == "study" || name == "help" ? nullptr : command.get_option_no_throw("--" + name);
+        if (option == nullptr) {
+            throw DataError(fmt::format("{}: there is no option {}; the keys are the options of "
+                                        "'insolate {} --help' without their dashes",
+                                        where, quoted(name), command.get_name()));
+        }
+        if (option->count() > 0) {
+            continue;
+        }
+        std::vector<const toml::node*> items;
+        if (const auto* list = value.as_array()) {
+            for (const toml::node& item : *list) {
+                items.push_back(&item);
+            }
+        } else {
+            items.push_back(&value);
+        }
+        const bool isFile =
+            std::find(fileOptions.begin(), fileOptions.end(), name) != fileOptions.end();
+        for (const toml::node* item : items) {
+            std::optional<std::string> text = textOf(*item);
+            if (!text) {
+                throw DataError(fmt::format("{}: {} must be a text, a number, true or false, or a "
+                                            "list of them",
+                                            where, quoted(name)));
+            }
+            if (isFile) {
+                *text = (file.parent_path() / *text).string();
+            }
+            option->add_result(*text);
+        }
+        try {
+            if (option->count() > 0) {
+                option->run_callback();
+            }
+        } catch (const CLI::ParseError& error) {
+            throw DataError(fmt::format("{}: {}; see 'insolate {} --help'", where,
+                                        printable(error.what()), command.get_name()));
+        }
+    }
+}
+
+} // namespace insolate::app

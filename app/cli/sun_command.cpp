@@ -1,0 +1,54 @@
+#include "app/cli/commands.h"
+#include "app/run/run_sun.h"
+
+#include <cstdio>
+#include <memory>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+namespace {
+
+struct SunArguments {
+    std::string weather;
+    std::string date = "6/21";
+    double step = SunOptions().step;
+    SunOptions options;
+};
+
+} // namespace
+
+void addSunCommand(CLI::App& app) {
+    CLI::App* command = app.add_subcommand(
+        "sun", "Print where the sun stands through a day: sunrise, sunset, altitude and azimuth "
+               "(degrees clockwise from north) by clock time.");
+    auto arguments = std::make_shared<SunArguments>();
+    command->add_option("--lat", arguments->options.latitude, "Latitude, north positive")
+        ->type_name("DEG");
+    command->add_option("--lon", arguments->options.longitude, "Longitude, east positive")
+        ->type_name("DEG");
+    command
+        ->add_option("--tz", arguments->options.timeZone,
+                     "Time zone, hours from UTC, east positive; by default from the built-in map")
+        ->type_name("H");
+    command->add_option("--weather", arguments->weather, "Take the site from this weather file")
+        ->type_name("FILE");
+    command->add_option("--date", arguments->date, "Month/day or day of the year")
+        ->type_name("DATE")
+        ->capture_default_str();
+    command->add_option("--step", arguments->step, "Time step [h], 0.01 to 1")
+        ->type_name("H")
+        ->capture_default_str();
+    command->callback([arguments] {
+        SunOptions options = arguments->options;
+        if (!arguments->weather.empty()) {
+            options.weather = arguments->weather;
+        }
+        options.day = parseDate(arguments->date);
+        options.step = arguments->step;
+        fmt::print("{}", sunTable(options));
+    });
+}
+
+} // namespace insolate::app

@@ -1,0 +1,166 @@
+#include "app/input/period.h"
+
+#include "app/errors.h"
+#include "app/input/numbers.h"
+
+#include <array>
+#include <cmath>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+namespace {
+
+struct Month {
+    std::string_view name;
+    int days;
+};
+constexpr std::array<Month, 12> months = {{{"January", 31},
+                                           {"February", 28},
+                                           {"March", 31},
+                                           {"April", 30},
+                                           {"May", 31},
+                                           {"June", 30},
+                                           {"July", 31},
+                                           {"August", 31},
+                                           {"September", 30},
+                                           {"October", 31},
+                                           {"November", 30},
+                                           {"December", 31}}};
+
+double parseClock(std::string_view text, std::string_view whole) {
+    const auto fail = [&]() -> UsageError {
+        return UsageError(
+            fmt::format("--hours {}: {} is not a time of day; write hours from 0 to 24 such as "
+                        "8-18, 8:30-18 or 8.5-18",
+                        quoted(whole), quoted(trimmed(text))));
+    };
+    double hours = 0.0;
+    if (const std::size_t colon = text.find(':'); colon != std::string_view::npos) {
+        const auto hour = parseNumber<int>(text.substr(0, colon));
+        const auto minute = parseNumber<int>(text.substr(colon + 1));
+        if (!hour || !minute || *hour < 0 || *minute < 0 || *minute > 59) {
+            throw fail();
+        }
+        hours = *hour + *minute / 60.0;
+    } else {
+        const auto number = parseNumber<double>(text);
+        if (!number) {
+            throw fail();
+        }
+        hours = *number;
+    }
+    if (!(hours >= 0.0 && hours <= 24.0)) {
+        throw fail();
+    }
+    return hours;
+}
+
+} // namespace
+
+int parseDate(std::string_view text) {
+    constexpr std::string_view mend =
+        "write month/day such as 6/21, or a day of the year from 1 to 365";
+    text = trimmed(text);
+    const std::size_t slash = text.find('/');
+    if (slash == std::string_view::npos) {
+        const auto day = parseNumber<int>(text);
+        if (!day || *day < 1 || *day > 365) {
+            throw UsageError(fmt::format("date {}: no such day; {}", quoted(text), mend));
+        }
+        return *day;
+    }
+    const auto month = parseNumber<int>(text.substr(0, slash));
+    const auto day = parseNumber<int>(text.substr(slash + 1));
+    if (!month || !day || *month < 1 || *month > 12) {
+        throw UsageError(fmt::format("date {}: no such month and day; {}", quoted(text), mend));
+    }
+    const Month& named = months[static_cast<std::size_t>(*month - 1)];
+    if (*month == 2 && *day == 29) {
+        throw UsageError(fmt::format(
+            "date {}: the year of the weather has 365 days, without 29 February; write 2/28 or 3/1",
+            quoted(text)));
+    }
+    if (*day < 1 || *day > named.days) {
+        throw UsageError(
+            fmt::format("date {}: {} has {} days; {}", quoted(text), named.name, named.days, mend));
+    }
+    int dayOfYear = *day;
+    for (int earlier = 1; earlier < *month; ++earlier) {
+        dayOfYear += months[static_cast<std::size_t>(earlier - 1)].days;
+    }
+    return dayOfYear;
+}
+
+void parseDates(std::string_view text, StudyPeriod& period) {
+    const std::string_view dates = trimmed(text);
+    const std::size_t dash = dates.find('-');
+    try {
+        if (dash == std::string_view::npos) {
+            period.startDay = parseDate(dates);
+            period.endDay = period.startDay;
+            return;
+        }
+        period.startDay = parseDate(dates.substr(0, dash));
+        period.endDay = parseDate(dates.substr(dash + 1));
+    } catch (const UsageError& error) {
+        throw UsageError(fmt::format("--period {}: {}", quoted(text), error.what()));
+    }
+}
+
+void parseHours(std::string_view text, StudyPeriod& period) {
+    const std::string_view hours = trimmed(text);
+    const std::size_t dash = hours.find('-', 1);
+    if (dash == std::string_view::npos) {
+        throw UsageError(fmt::format(
+            "--hours {}: not a range of hours; write such as 8-18 or 8:30-18", quoted(text)));
+    }
+    const double start = parseClock(hours.substr(0, dash), text);
+    const double end = parseClock(hours.substr(dash + 1), text);
+    if (!(start < end)) {
+        throw UsageError(fmt::format(
+            "--hours {}: the range is empty; the second time must be later on the same day",
+            quoted(text)));
+    }
+    period.startHour = start;
+    period.endHour = end;
+}
+
+void checkStep(double step) {
+    if (!(step >= 0.01 && step <= 1.0)) {
+        throw UsageError(fmt::format("--step {}: the step must lie between 0.01 and 1 hour", step));
+    }
+}
+
+int StudyPeriod::dayCount() const {
+    return endDay >= startDay ? endDay - startDay + 1 : endDay - startDay + 366;
+}
+
+std::string StudyPeriod::text() const {
+    std::string days = startDay == endDay
+                           ? dayText(startDay)
+                           : fmt::format("{} to {}", dayText(startDay), dayText(endDay));
+    if (startHour > 0.0 || endHour < 24.0) {
+        days += fmt::format(", {} to {}", clockText(startHour), clockText(endHour));
+    }
+    return days;
+}
+
+std::string dayText(int dayOfYear) {
+    int day = dayOfYear;
+    for (const Month& month : months) {
+        if (day <= month.days) {
+            return fmt::format("{} {}", day, month.name);
+        }
+        day -= month.days;
+    }
+    return fmt::format("day {}", dayOfYear);
+}
+
+std::string clockText(double hours) {
+    const auto minutes = static_cast<int>(std::lround(hours * 60.0));
+    return fmt::format("{}:{:02}", minutes / 60, minutes % 60);
+}
+
+} // namespace insolate::app

@@ -1,0 +1,115 @@
+#include "app/input/sensor_csv.h"
+
+#include "app/errors.h"
+#include "app/input/numbers.h"
+
+#include <array>
+#include <cmath>
+#include <fstream>
+#include <system_error>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+namespace {
+
+constexpr std::size_t mostFields = 6;
+
+/// Splits at commas or semicolons; more than mostFields are counted, not kept.
+std::size_t splitFields(std::string_view line, std::array<std::string_view, mostFields>& fields) {
+    std::size_t count = 0;
+    for (;;) {
+        const std::size_t end = line.find_first_of(",;");
+        if (count < mostFields) {
+            fields[count] = trimmed(line.substr(0, end));
+        }
+        ++count;
+        if (end == std::string_view::npos) {
+            return count;
+        }
+        line.remove_prefix(end + 1);
+    }
+}
+
+} // namespace
+
+SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(file, ignored)) {
+        throw DataError(
+            fmt::format("{}: no such file; check the name of the sensor table", place(file)));
+    }
+    std::ifstream in(file, std::ios::binary);
+    if (!in || std::filesystem::is_directory(file, ignored)) {
+        throw DataError(
+            fmt::format("{}: cannot be read; give a table that you may open", place(file)));
+    }
+    const double scale = metresIn(unit);
+    SensorField field;
+    std::array<std::string_view, mostFields> fields;
+    std::string text;
+    std::size_t expected = 0;
+    bool first = true;
+    for (std::size_t line = 1; std::getline(in, text); ++line) {
+        std::string_view row = text;
+        if (line == 1 && row.starts_with("\xEF\xBB\xBF")) {
+            row.remove_prefix(3);
+        }
+        row = trimmed(row);
+        if (row.empty() || row.front() == '#') {
+            continue;
+        }
+        const std::size_t count = splitFields(row, fields);
+        if (std::exchange(first, false) && !parseNumber<double>(fields[0])) {
+            continue; // the header
+        }
+        if (count != 3 && count != 6) {
+            throw DataError(fmt::format("{}: {} field{} where x,y,z or x,y,z,nx,ny,nz is expected; "
+                                        "complete the line or delete it",
+                                        place(file, line), count, count == 1 ? "" : "s"));
+        }
+        if (expected == 0) {
+            expected = count;
+        }
+        if (count != expected) {
+            throw DataError(fmt::format("{}: {} fields where the lines above have {}; make all "
+                                        "lines alike",
+                                        place(file, line), count, expected));
+        }
+        std::array<double, mostFields> values = {};
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto number = parseNumber<double>(fields[i]);
+            if (!number || !(std::abs(*number) < 1.0e12)) {
+                throw DataError(fmt::format("{}: field {}: {} is not a usable number; mend or "
+                                            "delete the line",
+                                            place(file, line), i + 1, quoted(fields[i])));
+            }
+            values[i] = *number;
+        }
+        Vector3 normal;
+        if (count == 6) {
+            normal = toModelAxes({values[3], values[4], values[5]}, 1.0, up);
+            const double size = length(normal);
+            if (!(size > 1.0e-9)) {
+                throw DataError(fmt::format(
+                    "{}: the normal is zero; give the direction in which the sensor faces, or "
+                    "leave the normals out of the whole table",
+                    place(file, line)));
+            }
+            normal = normal * (1.0 / size);
+        }
+        field.positions.push_back(toModelAxes({values[0], values[1], values[2]}, scale, up));
+        field.normals.push_back(normal);
+    }
+    if (in.bad()) {
+        throw DataError(fmt::format("{}: reading stopped early; check the disk", place(file)));
+    }
+    if (field.positions.empty()) {
+        throw DataError(
+            fmt::format("{}: the table has no sensors; give lines of x,y,z,nx,ny,nz", place(file)));
+    }
+    return field;
+}
+
+} // namespace insolate::app

@@ -1,0 +1,383 @@
+#include "app/input/weather_check.h"
+
+#include "app/errors.h"
+#include "app/input/numbers.h"
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+namespace {
+
+constexpr int daysPerYear = 365;
+constexpr int hoursPerDay = 24;
+constexpr std::size_t hoursPerYear = 8760;
+constexpr std::array<int, 12> daysInMonth = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+/// Above any irradiance on earth [W/m2]; the solar constant is 1,361.
+constexpr double greatestRadiation = 1500.0;
+/// The format's own mark for a missing radiation value.
+constexpr double missingMark = 9999.0;
+
+constexpr std::string_view wrongFile =
+    "not a weather file; give an .epw file, or a .wea or .mra file of this program";
+
+std::string readWhole(const std::filesystem::path& file) {
+    std::error_code problem;
+    if (!std::filesystem::exists(file, problem)) {
+        throw DataError(
+            fmt::format("{}: no such file; check the name of the weather file", place(file)));
+    }
+    std::ifstream in(file, std::ios::binary);
+    if (!in || std::filesystem::is_directory(file, problem)) {
+        throw DataError(
+            fmt::format("{}: cannot be read; give a weather file that you may open", place(file)));
+    }
+    // An annual file is below 3 MB; a film by mistake must not fill the memory.
+    constexpr std::uintmax_t largest = 256U << 20U;
+    if (const auto size = std::filesystem::file_size(file, problem); !problem && size > largest) {
+        throw DataError(fmt::format("{}: {} MB is no annual weather file; give an .epw, .wea or "
+                                    ".mra file",
+                                    place(file), size >> 20U));
+    }
+    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        throw DataError(fmt::format("{}: reading stopped early; check the disk", place(file)));
+    }
+    return content;
+}
+
+/// Fields of a comma-separated line, numbered from 0. Commas between double quotes do not separate.
+class Fields {
+public:
+    explicit Fields(std::string_view line) {
+        std::size_t start = 0;
+        bool inQuotes = false;
+        for (std::size_t i = 0; i <= line.size() && m_count < m_fields.size(); ++i) {
+            if (i == line.size() || (line[i] == ',' && !inQuotes)) {
+                m_fields[m_count++] = trimmed(line.substr(start, i - start));
+                start = i + 1;
+            } else if (line[i] == '"') {
+                inQuotes = !inQuotes;
+            }
+        }
+    }
+    [[nodiscard]] std::size_t count() const { return m_count; }
+    [[nodiscard]] std::string_view operator[](std::size_t i) const {
+        return i < m_count ? m_fields[i] : std::string_view();
+    }
+
+private:
+    std::array<std::string_view, 36> m_fields;
+    std::size_t m_count = 0;
+};
+
+std::string unquoted(std::string_view field) {
+    std::string text(field);
+    std::erase(text, '"');
+    return printable(text);
+}
+
+class EpwInspector {
+public:
+    EpwInspector(const std::filesystem::path& file, std::string_view content)
+        : m_file(file), m_rest(content) {}
+
+    WeatherReport inspect() {
+        if (m_rest.starts_with("\xEF\xBB\xBF")) {
+            m_rest.remove_prefix(3);
+        }
+        if (m_rest.find('\xFF') != std::string_view::npos) {
+            throw DataError(fmt::format("{}: {}", place(m_file), wrongFile));
+        }
+        const bool lastLineEnds = m_rest.ends_with('\n');
+        while (!m_rest.empty()) {
+            ++m_line;
+            const std::size_t end = m_rest.find('\n');
+            const std::string_view line = trimmed(m_rest.substr(0, end));
+            m_rest.remove_prefix(end == std::string_view::npos ? m_rest.size() : end + 1);
+            take(line, end == std::string_view::npos);
+        }
+        if (!m_hasLocation) {
+            throw DataError(fmt::format("{}: no LOCATION line; {}", place(m_file), wrongFile));
+        }
+        if (m_dataLines == 0) {
+            throw DataError(
+                fmt::format("{}: the file holds no hourly data; download it again", place(m_file)));
+        }
+        if (!lastLineEnds) {
+            m_report.notes.emplace_back(
+                "the last line has no line end and is not read; add one in an editor");
+        }
+        if (m_leapLines > 0) {
+            m_report.notes.push_back(fmt::format(
+                "{} lines of 29 February are read as 28 February: the year has 365 days",
+                m_leapLines));
+        }
+        m_report.hoursPresent = m_seen.count();
+        for (int hour = 0; hour < daysPerYear * hoursPerDay; ++hour) {
+            if (!m_seen[static_cast<std::size_t>(hour)]) {
+                m_report.hoursMissing.emplace_back(hour / hoursPerDay, hour % hoursPerDay);
+            }
+        }
+        return m_report;
+    }
+
+private:
+    void take(std::string_view line, bool unfinished) {
+        if (line.empty()) {
+            return;
+        }
+        if (std::isdigit(static_cast<unsigned char>(line.front())) != 0) {
+            takeData(Fields(line), unfinished);
+        } else if (line.starts_with("LOCATION")) {
+            takeLocation(Fields(line));
+        } else if (line.starts_with("DATA PERIODS")) {
+            takePeriods(Fields(line));
+        } else if (m_line == 1) {
+            throw DataError(fmt::format("{}: no LOCATION line; {}", place(m_file, 1), wrongFile));
+        } else if (std::string_view("CDGHT").find(line.front()) == std::string_view::npos) {
+            throw DataError(fmt::format("{}: {} begins neither a header nor a data line; mend or "
+                                        "delete the line",
+                                        place(m_file, m_line), quoted(line.substr(0, 20))));
+        }
+    }
+
+    double locationNumber(const Fields& fields, std::size_t index, std::string_view what,
+                          double lowest, double highest) const {
+        const auto number = parseNumber<double>(fields[index]);
+        if (!number || !(*number >= lowest && *number <= highest)) {
+            throw DataError(fmt::format("{}: LOCATION: {} is no {} between {} and {}; mend the "
+                                        "line or download the file again",
+                                        place(m_file, m_line), quoted(fields[index]), what, lowest,
+                                        highest));
+        }
+        return *number;
+    }
+
+    void takeLocation(const Fields& fields) {
+        if (m_hasLocation) {
+            throw DataError(fmt::format("{}: a second LOCATION line; keep the one of your site",
+                                        place(m_file, m_line)));
+        }
+        m_hasLocation = true;
+        WeatherSite& site = m_report.site;
+        site.city = unquoted(fields[1]);
+        site.region = unquoted(fields[2]);
+        site.country = unquoted(fields[3]);
+        site.latitude = locationNumber(fields, 6, "latitude", -90.0, 90.0);
+        site.longitude = locationNumber(fields, 7, "longitude", -180.0, 180.0);
+        site.timeZone = locationNumber(fields, 8, "time zone", -12.0, 14.0);
+        site.elevation = locationNumber(fields, 9, "elevation", -500.0, 9000.0);
+    }
+
+    void takePeriods(const Fields& fields) const {
+        const auto perHour = parseNumber<int>(fields[2]);
+        if (perHour && *perHour != 1) {
+            throw DataError(fmt::format("{}: the file has {} records an hour; give a file with "
+                                        "one record an hour",
+                                        place(m_file, m_line), *perHour));
+        }
+    }
+
+    void takeData(const Fields& fields, bool unfinished) {
+        ++m_dataLines;
+        if (!m_hasLocation) {
+            throw DataError(fmt::format("{}: no LOCATION line stands before the data; {}",
+                                        place(m_file, m_line), wrongFile));
+        }
+        if (fields.count() < 16) {
+            throw DataError(fmt::format("{}: the line has {} fields, radiation stands in fields 15 "
+                                        "and 16; mend the line or download the file again",
+                                        place(m_file, m_line), fields.count()));
+        }
+        const auto month = parseNumber<int>(fields[1]);
+        const auto day = parseNumber<int>(fields[2]);
+        const auto hour = parseNumber<int>(fields[3]);
+        const bool isLeapDay = month && day && *month == 2 && *day == 29;
+        if (!month || !day || !hour || *month < 1 || *month > 12 || *day < 1 || *hour < 1 ||
+            *hour > hoursPerDay ||
+            (!isLeapDay && *day > daysInMonth[static_cast<std::size_t>(*month - 1)])) {
+            throw DataError(fmt::format("{}: {},{},{} is no month, day and hour (1 to 24); mend "
+                                        "the line or download the file again",
+                                        place(m_file, m_line), quoted(fields[1]), quoted(fields[2]),
+                                        quoted(fields[3])));
+        }
+        const bool missing = takeRadiation(fields, 14, "direct normal") |
+                             takeRadiation(fields, 15, "diffuse horizontal");
+        if (isLeapDay) {
+            ++m_leapLines;
+            return;
+        }
+        if (unfinished) {
+            return;
+        }
+        int dayIndex = *day - 1;
+        for (int earlier = 1; earlier < *month; ++earlier) {
+            dayIndex += daysInMonth[static_cast<std::size_t>(earlier - 1)];
+        }
+        const auto index = static_cast<std::size_t>(dayIndex * hoursPerDay + *hour - 1);
+        if (m_seen[index]) {
+            if (m_report.hoursRepeated++ == 0) {
+                m_report.firstRepeatedLine = m_line;
+            }
+            return;
+        }
+        m_seen.set(index);
+        if (missing) {
+            if (m_report.radiationMissing.empty()) {
+                m_report.firstRadiationMissingLine = m_line;
+            }
+            m_report.radiationMissing.emplace_back(dayIndex, *hour - 1);
+        }
+    }
+
+    /// Whether the value is marked as missing.
+    bool takeRadiation(const Fields& fields, std::size_t index, std::string_view what) const {
+        const auto number = parseNumber<double>(fields[index]);
+        if (number && *number >= missingMark) {
+            return true;
+        }
+        if (!number || !(*number >= 0.0 && *number <= greatestRadiation)) {
+            throw DataError(fmt::format("{}: field {} ({} radiation): {} is not a value from 0 to "
+                                        "{} W/m2; mend the line or download the file again",
+                                        place(m_file, m_line), index + 1, what,
+                                        quoted(fields[index]), greatestRadiation));
+        }
+        return false;
+    }
+
+    const std::filesystem::path& m_file;
+    std::string_view m_rest;
+    std::size_t m_line = 0;
+    std::size_t m_dataLines = 0;
+    std::size_t m_leapLines = 0;
+    bool m_hasLocation = false;
+    std::bitset<hoursPerYear> m_seen;
+    WeatherReport m_report;
+};
+
+WeatherReport inspectWea(const std::filesystem::path& file, std::string_view content) {
+    constexpr std::string_view signature = "xqt_WEA_ver1.10";
+    constexpr std::size_t nameOffset = 16;
+    constexpr std::size_t nameSize = 32;
+    constexpr std::size_t hoursOffset = 80;
+    constexpr std::size_t recordSize = 16;
+    constexpr std::size_t siteOffset = 141584;
+    constexpr std::size_t wholeSize = 141608;
+    if (content.substr(0, signature.size() + 1) != std::string(signature) + '\0') {
+        throw DataError(fmt::format("{}: {}", place(file), wrongFile));
+    }
+    if (content.size() != wholeSize) {
+        throw DataError(fmt::format("{}: the file has {} bytes instead of {}; copy or convert it "
+                                    "again",
+                                    place(file), content.size(), wholeSize));
+    }
+    const auto number = [&](std::size_t offset) {
+        float value = 0.0f;
+        std::memcpy(&value, content.data() + offset, sizeof value);
+        return static_cast<double>(value);
+    };
+    const auto text = [&](std::size_t offset) {
+        const std::string_view field = content.substr(offset, nameSize);
+        return printable(field.substr(0, field.find('\0')));
+    };
+    WeatherReport report;
+    report.site.city = text(nameOffset);
+    report.site.region = text(nameOffset + nameSize);
+    report.site.longitude = number(siteOffset);
+    report.site.timeZone = number(siteOffset + 4) / 15.0;
+    report.site.latitude = number(siteOffset + 8);
+    report.site.elevation = number(siteOffset + 12);
+    if (!(std::abs(report.site.latitude) <= 90.0 && std::abs(report.site.longitude) <= 180.0 &&
+          std::abs(report.site.timeZone) <= 14.0)) {
+        throw DataError(fmt::format("{}: the site ({}, {}, UTC{:+}) is not on earth; convert the "
+                                    "file again",
+                                    place(file), report.site.latitude, report.site.longitude,
+                                    report.site.timeZone));
+    }
+    report.hoursPresent = hoursPerYear;
+    for (std::size_t hour = 0; hour < hoursPerYear; ++hour) {
+        std::array<std::int16_t, 8> record{};
+        std::memcpy(record.data(), content.data() + hoursOffset + hour * recordSize, recordSize);
+        const std::int16_t diffuse = record[4];
+        const std::int16_t direct = record[5];
+        const HourOfYear when(static_cast<int>(hour) / hoursPerDay,
+                              static_cast<int>(hour) % hoursPerDay);
+        if (diffuse >= missingMark || direct >= missingMark) {
+            report.radiationMissing.push_back(when);
+        } else if (std::min(diffuse, direct) < 0 || std::max(diffuse, direct) > greatestRadiation) {
+            throw DataError(fmt::format("{}: day {}, hour {}: radiation of {} and {} W/m2 is not "
+                                        "possible; convert the file again",
+                                        place(file), when.first + 1, when.second + 1, direct,
+                                        diffuse));
+        }
+    }
+    return report;
+}
+
+} // namespace
+
+std::string WeatherSite::text() const {
+    std::string result = city;
+    for (const std::string& part : {region, country}) {
+        if (!part.empty() && part != "-") {
+            result += (result.empty() ? "" : ", ") + part;
+        }
+    }
+    return result.empty() ? "unnamed site" : result;
+}
+
+WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string content = readWhole(file);
+    if (extension == ".epw") {
+        return EpwInspector(file, content).inspect();
+    }
+    if (extension == ".wea" || extension == ".mra") {
+        return inspectWea(file, content);
+    }
+    throw DataError(fmt::format("{}: {}", place(file), wrongFile));
+}
+
+void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
+                         bool allowGaps) {
+    if (allowGaps) {
+        return;
+    }
+    constexpr std::string_view mend =
+        "give a complete file, or --allow-gaps to count them as without radiation";
+    if (report.hoursRepeated > 0) {
+        throw DataError(fmt::format("{}: the hour was given before ({} such lines); give a file "
+                                    "with one record an hour, or --allow-gaps to let the last one "
+                                    "stand",
+                                    place(file, report.firstRepeatedLine), report.hoursRepeated));
+    }
+    if (!report.hoursMissing.empty()) {
+        throw DataError(fmt::format("{}: {} of the year's {} hours are missing; {}", place(file),
+                                    report.hoursMissing.size(), hoursPerYear, mend));
+    }
+    if (!report.radiationMissing.empty()) {
+        const std::string where = report.firstRadiationMissingLine == 0
+                                      ? place(file)
+                                      : place(file, report.firstRadiationMissingLine);
+        throw DataError(fmt::format("{}: radiation is marked as missing in {} hours; {}", where,
+                                    report.radiationMissing.size(), mend));
+    }
+}
+
+} // namespace insolate::app

@@ -1,0 +1,54 @@
+/// What is wrong with a weather file, found before the library reads it: its readers take whatever
+/// opens.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace insolate::app {
+
+struct WeatherSite {
+    std::string city;
+    std::string region;
+    std::string country;
+    double latitude = 0.0;  ///< degrees, north positive
+    double longitude = 0.0; ///< degrees, east positive
+    double timeZone = 0.0;  ///< hours from UTC
+    double elevation = 0.0; ///< metres
+
+    /// "Chicago, IL, USA".
+    [[nodiscard]] std::string text() const;
+};
+
+/// An hour of the year: day index 0..364, hour index 0..23.
+using HourOfYear = std::pair<int, int>;
+
+struct WeatherReport {
+    WeatherSite site;
+    std::size_t hoursPresent = 0;
+    std::vector<HourOfYear> hoursMissing;
+    std::size_t hoursRepeated = 0;     ///< data lines for an hour that an earlier line has given
+    std::size_t firstRepeatedLine = 0; ///< 0 when there is none
+    /// Hours whose direct or diffuse radiation carries the mark for missing.
+    std::vector<HourOfYear> radiationMissing;
+    std::size_t firstRadiationMissingLine = 0;
+    std::vector<std::string> notes; ///< what a user should know, a sentence each
+
+    /// Hours that the file leaves open in one way or the other.
+    [[nodiscard]] std::size_t gapCount() const {
+        return hoursMissing.size() + radiationMissing.size();
+    }
+};
+
+/// Reads an .epw, .wea or .mra file and says what it holds.
+/// @throws DataError when it cannot be a usable weather file whatever the user allows
+WeatherReport inspectWeatherFile(const std::filesystem::path& file);
+
+/// @throws DataError when the year has gaps or repeated hours and they are not allowed
+void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
+                         bool allowGaps);
+
+} // namespace insolate::app

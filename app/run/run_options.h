@@ -1,0 +1,58 @@
+/// What the user asks of a study, as given; nothing is checked here beyond its form.
+#pragma once
+
+#include "app/input/mesh_import.h"
+#include "app/input/period.h"
+
+#include <insolate/insolate.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace insolate::app {
+
+/// How rays find the triangles in their way.
+enum class RayMethod { octree };
+
+/// The weather and the period: what a sky is made from.
+struct SkyOptions {
+    std::filesystem::path weather;
+    StudyPeriod period;
+    CalculationMethod method = CalculationMethod_CumulativeSky;
+    bool allowGaps = false;
+    std::filesystem::path out;
+    bool quiet = false;
+};
+
+struct RunOptions : SkyOptions {
+    std::vector<std::filesystem::path> scenes;
+    std::optional<std::filesystem::path> sensors; ///< absent: the first scene file
+    MeshImportOptions import;
+    double north = 0.0;   ///< from the model's +Y clockwise to true north [degrees]
+    double grid = 2.0;    ///< [m]
+    double offset = 0.05; ///< [m]
+    std::vector<std::string> select;
+    int threads = 0; ///< 0: all processors
+    RayMethod rays = RayMethod::octree;
+    bool force = false;
+
+    [[nodiscard]] const std::filesystem::path& sensorFile() const {
+        return sensors ? *sensors : scenes.front();
+    }
+};
+
+struct SunOptions {
+    std::optional<std::filesystem::path> weather; ///< names the site; else latitude and longitude
+    std::optional<double> latitude;               ///< degrees, north positive
+    std::optional<double> longitude;              ///< degrees, east positive
+    std::optional<double> timeZone; ///< hours from UTC; absent: from the map of time zones
+    int day = 172;                  ///< of the year
+    double step = 1.0;              ///< hours
+};
+
+/// "cumulative-sky", "perez-sky" or "perez-point".
+std::string methodName(CalculationMethod method);
+
+} // namespace insolate::app

@@ -1,0 +1,51 @@
+#include "app/run/study_record.h"
+
+#include "app/output/summary.h"
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather) {
+    nlohmann::ordered_json record;
+    record["versions"] = versionsInUse();
+    record["weather"] = {{"file", options.weather.string()},
+                         {"site", weather.site.text()},
+                         {"latitude_deg", weather.site.latitude},
+                         {"longitude_deg", weather.site.longitude},
+                         {"time_zone_h", weather.site.timeZone},
+                         {"elevation_m", weather.site.elevation},
+                         {"hours_present", weather.hoursPresent},
+                         {"hours_missing", weather.hoursMissing.size()},
+                         {"hours_marked_missing", weather.radiationMissing.size()}};
+    const StudyPeriod& period = options.period;
+    record["period"] = {{"text", period.text()},          {"first_day", period.startDay},
+                        {"last_day", period.endDay},      {"days", period.dayCount()},
+                        {"start_hour", period.startHour}, {"end_hour", period.endHour},
+                        {"step_h", period.step}};
+    record["method"] = methodName(options.method);
+    return record;
+}
+
+std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather) {
+    return fmt::format("{}; {}; {}; insolate {}", weather.site.text(), options.period.text(),
+                       methodName(options.method), INSOLATE_VERSION);
+}
+
+void reportWeather(const WeatherReport& weather, Progress& progress) {
+    progress.note(fmt::format("weather of {}: {} hours", weather.site.text(),
+                              groupedDigits(weather.hoursPresent)));
+    for (const std::string& text : weather.notes) {
+        progress.warn(text);
+    }
+    if (weather.hoursRepeated > 0) {
+        progress.warn(
+            fmt::format("{} lines repeat an hour; the last one stands", weather.hoursRepeated));
+    }
+    if (weather.gapCount() > 0) {
+        progress.warn(
+            fmt::format("{} hours without data count as without radiation", weather.gapCount()));
+    }
+}
+
+} // namespace insolate::app

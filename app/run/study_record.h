@@ -1,0 +1,23 @@
+/// What made a result, as it stands in summaries, subtitles and on the screen.
+#pragma once
+
+#include "app/input/weather_check.h"
+#include "app/run/run_options.h"
+#include "app/terminal/progress.h"
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace insolate::app {
+
+/// Versions, weather, site, period and method.
+nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather);
+
+/// One line for pictures: site; period; method; version.
+std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather);
+
+/// Names the site on the screen and warns of what is odd in the file.
+void reportWeather(const WeatherReport& weather, Progress& progress);
+
+} // namespace insolate::app

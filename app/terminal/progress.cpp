@@ -1,0 +1,137 @@
+#include "app/terminal/progress.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace insolate::app {
+
+std::string groupedDigits(std::size_t number) {
+    std::string text = std::to_string(number);
+    for (std::size_t place = text.size(); place > 3; place -= 3) {
+        text.insert(place - 3, 1, ',');
+    }
+    return text;
+}
+
+std::string durationText(double seconds) {
+    if (seconds < 0.9995) {
+        return fmt::format("{:.0f} ms", std::max(seconds, 0.0) * 1000.0);
+    }
+    if (seconds < 59.95) {
+        return fmt::format("{:.1f} s", seconds);
+    }
+    const auto whole = static_cast<long>(std::min(seconds + 0.5, 1.0e9));
+    if (whole < 3600) {
+        return fmt::format("{} min {:02} s", whole / 60, whole % 60);
+    }
+    return fmt::format("{} h {:02} min", whole / 3600, whole % 3600 / 60);
+}
+
+std::string progressText(std::size_t done, std::size_t total, double seconds,
+                         std::string_view things) {
+    const double share = total == 0 ? 1.0 : static_cast<double>(done) / static_cast<double>(total);
+    std::string text = fmt::format("{:3.0f} %  {} of {} {}", std::floor(share * 100.0),
+                                   groupedDigits(done), groupedDigits(total), things);
+    if (done == 0 || seconds <= 0.0) {
+        return text;
+    }
+    const double rate = static_cast<double>(done) / seconds;
+    text += fmt::format("  {}/s", groupedDigits(static_cast<std::size_t>(std::llround(rate))));
+    if (done < total) {
+        text += fmt::format("  {} left", durationText(static_cast<double>(total - done) / rate));
+    }
+    return text;
+}
+
+Progress::Style Progress::styleOf(std::FILE* stream, bool quiet) {
+    if (quiet) {
+        return Style::quiet;
+    }
+    return isatty(fileno(stream)) == 1 ? Style::bar : Style::plain;
+}
+
+void Progress::eraseBar() {
+    if (m_barShown) {
+        std::fputs("\r\033[K", m_stream);
+        m_barShown = false;
+    }
+}
+
+void Progress::note(const std::string& text) {
+    if (m_style == Style::quiet) {
+        return;
+    }
+    const std::lock_guard lock(m_mutex);
+    eraseBar();
+    fmt::print(m_stream, "insolate: {}\n", text);
+    std::fflush(m_stream);
+}
+
+void Progress::warn(const std::string& text) {
+    note("warning: " + text);
+}
+
+void Progress::begin(std::size_t total, std::string_view things) {
+    const std::lock_guard lock(m_mutex);
+    m_total = total;
+    m_done = 0;
+    m_nextPlain = total / 10;
+    m_things = things;
+    m_running = true;
+    m_start = std::chrono::steady_clock::now();
+    m_lastDrawn = m_start;
+}
+
+void Progress::advance(std::size_t count) {
+    const std::lock_guard lock(m_mutex);
+    m_done += count;
+    if (m_style == Style::quiet || !m_running) {
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    const double seconds = std::chrono::duration<double>(now - m_start).count();
+    if (m_style == Style::bar) {
+        if (now - m_lastDrawn >= std::chrono::milliseconds(100)) {
+            m_lastDrawn = now;
+            draw(seconds);
+        }
+    } else if (m_done >= m_nextPlain && m_done < m_total) {
+        // Work of less than a second needs no report on the way.
+        if (seconds >= 1.0) {
+            fmt::print(m_stream, "insolate: {}\n",
+                       progressText(m_done, m_total, seconds, m_things));
+            std::fflush(m_stream);
+        }
+        m_nextPlain = m_done + std::max<std::size_t>(m_total / 10, 1);
+    }
+}
+
+void Progress::draw(double seconds) {
+    constexpr std::size_t width = 24;
+    const std::size_t filled =
+        m_total == 0 ? width : std::min(width, width * m_done / std::max<std::size_t>(m_total, 1));
+    fmt::print(m_stream, "\r\033[K[{}{}] {}", std::string(filled, '#'),
+               std::string(width - filled, '.'), progressText(m_done, m_total, seconds, m_things));
+    std::fflush(m_stream);
+    m_barShown = true;
+}
+
+void Progress::end() {
+    const std::lock_guard lock(m_mutex);
+    if (!m_running) {
+        return;
+    }
+    m_running = false;
+    eraseBar();
+    if (m_style != Style::quiet && m_done == m_total) {
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+        fmt::print(m_stream, "insolate: {}\n", progressText(m_done, m_total, seconds, m_things));
+    }
+    std::fflush(m_stream);
+}
+
+} // namespace insolate::app

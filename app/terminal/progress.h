@@ -1,0 +1,67 @@
+/// What a person sees while the command works, on standard error.
+///
+/// On a terminal one line is redrawn: bar, share, rate and time left. Into a file or pipe, plain
+/// lines are written at every tenth of the work. --quiet leaves errors only.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace insolate::app {
+
+/// "  45 %  12,000 of 26,000 sensors  9,100/s  2 s left", without the bar.
+std::string progressText(std::size_t done, std::size_t total, double seconds,
+                         std::string_view things);
+
+/// "1,234,567".
+std::string groupedDigits(std::size_t number);
+
+/// "850 ms", "12.3 s", "4 min 05 s", "2 h 10 min".
+std::string durationText(double seconds);
+
+class Progress {
+public:
+    enum class Style { quiet, plain, bar };
+
+    /// The style that suits standard error.
+    static Style styleOf(std::FILE* stream, bool quiet);
+
+    Progress(std::FILE* stream, Style style) : m_stream(stream), m_style(style) {}
+
+    /// A line of its own about what happens; nothing when quiet.
+    void note(const std::string& text);
+
+    /// A line that a person should not overlook; written unless quiet.
+    void warn(const std::string& text);
+
+    /// Begins counting `total` things, named in the plural.
+    void begin(std::size_t total, std::string_view things);
+
+    /// May be called from any thread.
+    void advance(std::size_t count);
+
+    /// Ends the count and leaves the terminal's line clean; harmless when nothing was begun.
+    void end();
+
+private:
+    void eraseBar();
+    void draw(double seconds);
+
+    std::FILE* m_stream;
+    Style m_style;
+    std::mutex m_mutex;
+    std::string m_things;
+    std::size_t m_total = 0;
+    std::size_t m_done = 0;
+    std::size_t m_nextPlain = 0;
+    bool m_running = false;
+    bool m_barShown = false;
+    std::chrono::steady_clock::time_point m_start;
+    std::chrono::steady_clock::time_point m_lastDrawn;
+};
+
+} // namespace insolate::app
