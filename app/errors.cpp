@@ -23,7 +23,7 @@ std::string place(const std::filesystem::path& file, std::size_t line) {
     return fmt::format("{}:{}", place(file), line);
 }
 
-std::string quoted(std::string_view text) {
+std::string quoteText(std::string_view text) {
     constexpr std::size_t longest = 60;
     if (text.size() <= longest) {
         return "'" + printable(text) + "'";

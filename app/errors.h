@@ -50,6 +50,6 @@ std::string place(const std::filesystem::path& file);
 std::string place(const std::filesystem::path& file, std::size_t line);
 
 /// "'FILE'"-like quoting for text from the user or a file, cut when long.
-std::string quoted(std::string_view text);
+std::string quoteText(std::string_view text);
 
 } // namespace insolate::app

@@ -69,7 +69,7 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
         if (option == nullptr) {
             throw DataError(fmt::format("{}: there is no option {}; the keys are the options of "
                                         "'insolate {} --help' without their dashes",
-                                        where, quoted(name), command.get_name()));
+                                        where, quoteText(name), command.get_name()));
         }
         if (option->count() > 0) {
             continue;
@@ -89,7 +89,7 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
             if (!text) {
                 throw DataError(fmt::format("{}: {} must be a text, a number, true or false, or a "
                                             "list of them",
-                                            where, quoted(name)));
+                                            where, quoteText(name)));
             }
             if (isFile) {
                 *text = (file.parent_path() / *text).string();

@@ -160,13 +160,13 @@ std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::st
             constexpr std::size_t most = 20;
             std::string known;
             for (std::size_t i = 0; i < std::min(mesh.names.size(), most); ++i) {
-                known += (i == 0 ? "" : ", ") + quoted(mesh.names[i]);
+                known += (i == 0 ? "" : ", ") + quoteText(mesh.names[i]);
             }
             if (mesh.names.size() > most) {
                 known += fmt::format(" and {} more", mesh.names.size() - most);
             }
             throw DataError(fmt::format(
-                "{}: no object, group or material is called {}; {}", source, quoted(name),
+                "{}: no object, group or material is called {}; {}", source, quoteText(name),
                 known.empty() ? "the model has no names: leave --select out to take every face"
                               : "choose from " + known));
         }

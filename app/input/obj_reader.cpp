@@ -84,7 +84,7 @@ struct ObjBuilder {
                                     "and export it again"
                                   : fmt::format("{} is not a coordinate; mend the model and export "
                                                 "it again",
-                                                quoted(word)));
+                                                quoteText(word)));
                 return;
             }
             coordinate = *number;

@@ -34,7 +34,7 @@ double parseClock(std::string_view text, std::string_view whole) {
         return UsageError(
             fmt::format("--hours {}: {} is not a time of day; write hours from 0 to 24 such as "
                         "8-18, 8:30-18 or 8.5-18",
-                        quoted(whole), quoted(trimmed(text))));
+                        quoteText(whole), quoteText(trimmed(text))));
     };
     double hours = 0.0;
     if (const std::size_t colon = text.find(':'); colon != std::string_view::npos) {
@@ -67,24 +67,24 @@ int parseDate(std::string_view text) {
     if (slash == std::string_view::npos) {
         const auto day = parseNumber<int>(text);
         if (!day || *day < 1 || *day > 365) {
-            throw UsageError(fmt::format("date {}: no such day; {}", quoted(text), mend));
+            throw UsageError(fmt::format("date {}: no such day; {}", quoteText(text), mend));
         }
         return *day;
     }
     const auto month = parseNumber<int>(text.substr(0, slash));
     const auto day = parseNumber<int>(text.substr(slash + 1));
     if (!month || !day || *month < 1 || *month > 12) {
-        throw UsageError(fmt::format("date {}: no such month and day; {}", quoted(text), mend));
+        throw UsageError(fmt::format("date {}: no such month and day; {}", quoteText(text), mend));
     }
     const Month& named = months[static_cast<std::size_t>(*month - 1)];
     if (*month == 2 && *day == 29) {
         throw UsageError(fmt::format(
             "date {}: the year of the weather has 365 days, without 29 February; write 2/28 or 3/1",
-            quoted(text)));
+            quoteText(text)));
     }
     if (*day < 1 || *day > named.days) {
-        throw UsageError(
-            fmt::format("date {}: {} has {} days; {}", quoted(text), named.name, named.days, mend));
+        throw UsageError(fmt::format("date {}: {} has {} days; {}", quoteText(text), named.name,
+                                     named.days, mend));
     }
     int dayOfYear = *day;
     for (int earlier = 1; earlier < *month; ++earlier) {
@@ -105,7 +105,7 @@ void parseDates(std::string_view text, StudyPeriod& period) {
         period.startDay = parseDate(dates.substr(0, dash));
         period.endDay = parseDate(dates.substr(dash + 1));
     } catch (const UsageError& error) {
-        throw UsageError(fmt::format("--period {}: {}", quoted(text), error.what()));
+        throw UsageError(fmt::format("--period {}: {}", quoteText(text), error.what()));
     }
 }
 
@@ -114,14 +114,14 @@ void parseHours(std::string_view text, StudyPeriod& period) {
     const std::size_t dash = hours.find('-', 1);
     if (dash == std::string_view::npos) {
         throw UsageError(fmt::format(
-            "--hours {}: not a range of hours; write such as 8-18 or 8:30-18", quoted(text)));
+            "--hours {}: not a range of hours; write such as 8-18 or 8:30-18", quoteText(text)));
     }
     const double start = parseClock(hours.substr(0, dash), text);
     const double end = parseClock(hours.substr(dash + 1), text);
     if (!(start < end)) {
         throw UsageError(fmt::format(
             "--hours {}: the range is empty; the second time must be later on the same day",
-            quoted(text)));
+            quoteText(text)));
     }
     period.startHour = start;
     period.endHour = end;

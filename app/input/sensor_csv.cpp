@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fstream>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -83,7 +84,7 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
             if (!number || !(std::abs(*number) < 1.0e12)) {
                 throw DataError(fmt::format("{}: field {}: {} is not a usable number; mend or "
                                             "delete the line",
-                                            place(file, line), i + 1, quoted(fields[i])));
+                                            place(file, line), i + 1, quoteText(fields[i])));
             }
             values[i] = *number;
         }

@@ -151,7 +151,7 @@ private:
         } else if (std::string_view("CDGHT").find(line.front()) == std::string_view::npos) {
             throw DataError(fmt::format("{}: {} begins neither a header nor a data line; mend or "
                                         "delete the line",
-                                        place(m_file, m_line), quoted(line.substr(0, 20))));
+                                        place(m_file, m_line), quoteText(line.substr(0, 20))));
         }
     }
 
@@ -161,8 +161,8 @@ private:
         if (!number || !(*number >= lowest && *number <= highest)) {
             throw DataError(fmt::format("{}: LOCATION: {} is no {} between {} and {}; mend the "
                                         "line or download the file again",
-                                        place(m_file, m_line), quoted(fields[index]), what, lowest,
-                                        highest));
+                                        place(m_file, m_line), quoteText(fields[index]), what,
+                                        lowest, highest));
         }
         return *number;
     }
@@ -212,8 +212,8 @@ private:
             (!isLeapDay && *day > daysInMonth[static_cast<std::size_t>(*month - 1)])) {
             throw DataError(fmt::format("{}: {},{},{} is no month, day and hour (1 to 24); mend "
                                         "the line or download the file again",
-                                        place(m_file, m_line), quoted(fields[1]), quoted(fields[2]),
-                                        quoted(fields[3])));
+                                        place(m_file, m_line), quoteText(fields[1]),
+                                        quoteText(fields[2]), quoteText(fields[3])));
         }
         const bool missing = takeRadiation(fields, 14, "direct normal") |
                              takeRadiation(fields, 15, "diffuse horizontal");
@@ -254,7 +254,7 @@ private:
             throw DataError(fmt::format("{}: field {} ({} radiation): {} is not a value from 0 to "
                                         "{} W/m2; mend the line or download the file again",
                                         place(m_file, m_line), index + 1, what,
-                                        quoted(fields[index]), greatestRadiation));
+                                        quoteText(fields[index]), greatestRadiation));
         }
         return false;
     }

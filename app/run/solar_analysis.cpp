@@ -66,6 +66,12 @@ float visibleSolidAngle(const EShadingMask& mask) {
     return static_cast<float>(100.0 * visible);
 }
 
+/// The ground's share of a surface that faces straight down is the cosine of a right angle, which
+/// rounds to just below zero; NaN stays what it is.
+float notNegative(float value) {
+    return value < 0.0f ? 0.0f : value;
+}
+
 bool isZero(const Vector3& v) {
     return v.x == 0.0 && v.y == 0.0 && v.z == 0.0;
 }
@@ -225,8 +231,8 @@ SensorResults calculateSensors(SolarAnalysis& analysis, const RayScene& scene,
         slot->controller.calculate(&slot->block);
         for (std::size_t i = first; i < end; ++i) {
             const ECalculationPoint& point = points[i - first];
-            results.total[i] = point.getValue(ResultAccumulator_Total);
-            results.average[i] = point.getValue(ResultAccumulator_Average);
+            results.total[i] = notNegative(point.getValue(ResultAccumulator_Total));
+            results.average[i] = notNegative(point.getValue(ResultAccumulator_Average));
             results.peak[i] = point.getValue(ResultAccumulator_Peak);
         }
         progress.advance(end - first);

@@ -1,0 +1,223 @@
+// The built command as a user meets it: arguments in; exit code, one line and files out.
+#include "tests/app/support/study_fixture.h"
+#include "tests/support/test_data.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+namespace insolate::app {
+namespace {
+
+using test::readFile;
+using test::StudyFolder;
+using test::withLine;
+using testing::HasSubstr;
+
+class CommandTest : public testing::Test {
+protected:
+    CommandTest() {
+        m_folder.write("good.epw", test::clearYear());
+        m_folder.write("court.obj", test::courtModel());
+    }
+
+    struct Outcome {
+        int exitCode = -1;
+        std::string out;
+        std::string err;
+    };
+
+    /// Starts the command in the folder; words are separated by single spaces.
+    pid_t start(const std::string& words) const {
+        std::vector<std::string> arguments = {INSOLATE_COMMAND};
+        for (std::size_t at = 0; at < words.size();) {
+            const std::size_t end = std::min(words.find(' ', at), words.size());
+            arguments.push_back(words.substr(at, end - at));
+            at = end + 1;
+        }
+        std::vector<char*> pointers;
+        for (std::string& argument : arguments) {
+            pointers.push_back(argument.data());
+        }
+        pointers.push_back(nullptr);
+        const pid_t child = fork();
+        if (child == 0) {
+            const int flags = O_CREAT | O_TRUNC | O_WRONLY;
+            if (chdir(path("").c_str()) != 0 || dup2(open("stdout", flags, 0600), 1) < 0 ||
+                dup2(open("stderr", flags, 0600), 2) < 0) {
+                _exit(127);
+            }
+            execv(pointers[0], pointers.data());
+            _exit(127);
+        }
+        return child;
+    }
+
+    Outcome finish(pid_t child) const {
+        int status = 0;
+        waitpid(child, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
+                readFile(path("stdout")), readFile(path("stderr"))};
+    }
+
+    Outcome command(const std::string& words) const { return finish(start(words)); }
+
+    [[nodiscard]] std::filesystem::path path(const std::string& name) const {
+        return m_folder.path() / name;
+    }
+    void write(const std::string& name, const std::string& content) const {
+        m_folder.write(name, content);
+    }
+
+private:
+    StudyFolder m_folder;
+};
+
+TEST_F(CommandTest, RunsAStudy) {
+    const Outcome run =
+        command("run --weather good.epw --scene court.obj --sensors court.obj --select floor "
+                "--period 6/1-6/30 --hours 8-18 --step 0.5 --grid 1 --out a/b");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    EXPECT_THAT(run.err, HasSubstr("sensors: 100\n"));
+    for (const char* name : {"sensors.csv", "sensors.vtp", "heatmap.png", "summary.json"}) {
+        EXPECT_GT(std::filesystem::file_size(path("a/b") / name), 100U) << name;
+    }
+    const std::string table = readFile(path("a/b/sensors.csv"));
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 101);
+    EXPECT_THAT(readFile(path("a/b/summary.json")),
+                HasSubstr("\"1 June to 30 June, 8:00 to 18:00\""));
+    // What was printed may go; the results stay.
+    const Outcome again =
+        command("run --weather good.epw --scene court.obj --select floor --period 6/1-6/30 "
+                "--hours 8-18 --step 0.5 --grid 1 --out c --quiet --threads 2");
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_EQ(again.err, "");
+    for (const char* name : {"sensors.csv", "sensors.vtp", "heatmap.png"}) {
+        EXPECT_EQ(readFile(path("a/b") / name), readFile(path("c") / name)) << name;
+    }
+}
+
+TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
+    std::filesystem::create_directory(path("s"));
+    write("s/points.csv", "5,5,0.1,0,0,1\n");
+    write("s/a.toml",
+          "weather = '../good.epw'\nscene = ['../court.obj']\nsensors = 'points.csv'\n"
+          "period = '3/1-3/2'\nnorth = 30\nquiet = true\nmethod = 'perez-sky'\nout = 'r'\n");
+    const Outcome run = command("run --study s/a.toml --period 3/1");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const std::string summary = readFile(path("s/r/summary.json"));
+    EXPECT_THAT(summary, HasSubstr("\"text\": \"1 March\""));
+    EXPECT_THAT(summary, HasSubstr("\"north_deg\": 30.0"));
+    EXPECT_THAT(summary, HasSubstr("\"method\": \"perez-sky\""));
+
+    write("bad.toml", "step = 0.1\nwether = 'a'\n");
+    write("value.toml", "step = 'x'\n");
+    write("nest.toml", "period = { a = 1 }\n");
+    write("form.toml", "period = \n");
+    EXPECT_THAT(command("run --study bad.toml").err,
+                HasSubstr("bad.toml:2: there is no option 'wether'"));
+    EXPECT_THAT(command("run --study value.toml").err, HasSubstr("value.toml:1: "));
+    EXPECT_THAT(command("run --study nest.toml").err, HasSubstr("nest.toml:1: 'period' must be"));
+    EXPECT_THAT(command("run --study form.toml").err, HasSubstr("form.toml:1: "));
+    EXPECT_THAT(command("run --study none.toml").err, HasSubstr("none.toml: cannot be read"));
+}
+
+TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
+    const std::string good = test::clearYear();
+    write("gap.epw", withLine(good, test::weatherLine(3, 5, 12), "2001,3,5,12", "2001,3,5,13"));
+    write("short.epw", good.substr(0, good.find("2001,12,1,1,")));
+    write("noplace.epw", good.substr(good.find('\n') + 1));
+    write("text.epw", "hello\n");
+    write("points.obj", "v 0 0 0\n");
+    write("nan.obj", "v 0 0 nan\n");
+    write("bad.csv", "x,y,z,nx,ny,nz\n1,2,3,0,0,1\n1,2\n");
+    write("zero.csv", "1,2,3,0,0,0\n");
+    write("file", "");
+    struct Case {
+        std::string words;
+        int exitCode;
+        std::string message;
+    };
+    const std::string base = "run --scene court.obj --weather good.epw --out out ";
+    const std::string scene = "run --scene court.obj --out out --weather ";
+    for (const Case& c : std::vector<Case>{
+             {"", 2, "subcommand"},
+             {"fly", 2, "insolate --help"},
+             {"run --out out --scene court.obj", 2, "--weather is missing"},
+             {"run --weather good.epw --out out", 2, "--scene is missing"},
+             {"run --weather good.epw --scene court.obj", 2, "--out is missing"},
+             {base + "--colour red", 2, "insolate run --help"},
+             {base + "--units yd", 2, "yd not in"},
+             {base + "--method magic", 2, "magic not in"},
+             {base + "--step fast", 2, "--step"},
+             {base + "--step 0", 2, "--step 0: "},
+             {base + "--period 2/30-3/1", 2, "February has 28 days"},
+             {base + "--hours 18-8", 2, "the range is empty"},
+             {base + "--grid 0", 2, "--grid 0"},
+             {base + "--grid 0.0005", 2, "choose a larger --grid"},
+             {base + "--north nan", 2, "--north nan"},
+             {base + "--threads -1", 2, "--threads -1"},
+             {scene + "none.epw", 1, "none.epw: no such file"},
+             {scene + "court.obj", 1, "court.obj: not a weather file"},
+             {scene + "text.epw", 1, "text.epw:1: no LOCATION line"},
+             {scene + "noplace.epw", 1, "no LOCATION line"},
+             {scene + "short.epw", 1, "744 of the year's 8760 hours are missing"},
+             {scene + "gap.epw", 1, "--allow-gaps"},
+             {base + "--sensors none.obj", 1, "none.obj: no such file"},
+             {base + "--sensors points.obj", 1, "points.obj: the model has no faces"},
+             {base + "--sensors nan.obj", 1, "nan.obj:1: 'nan' is not a coordinate"},
+             {base + "--sensors bad.csv", 1, "bad.csv:3: 2 fields"},
+             {base + "--sensors zero.csv", 1, "zero.csv:1: the normal is zero"},
+             {base + "--sensors zero.csv --select floor", 2, "--select"},
+             {base + "--select tower", 1, "'tower'; choose from 'court', 'floor'"},
+             {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
+             {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},
+             {"sky --weather good.epw --out out --method perez-point", 2, "perez-point not in"},
+             {"sun", 2, "give --lat and --lon"},
+             {"sun --lat 40 --lon 0 --date 2/30", 2, "February has 28 days"}}) {
+        const Outcome bad = command(c.words);
+        EXPECT_EQ(bad.exitCode, c.exitCode) << c.words << "\n" << bad.err;
+        EXPECT_THAT(bad.err, HasSubstr(c.message)) << c.words;
+        const std::size_t error = bad.err.find("insolate: error: ");
+        ASSERT_NE(error, std::string::npos) << c.words << "\n" << bad.err;
+        EXPECT_EQ(bad.err.find('\n', error), bad.err.size() - 1) << "more than a line: " << bad.err;
+        EXPECT_THAT(bad.err.substr(error), HasSubstr("; ")) << "no mend";
+        EXPECT_FALSE(std::filesystem::exists(path("out"))) << c.words;
+    }
+    EXPECT_EQ(command(scene + "gap.epw --allow-gaps --quiet").exitCode, 0);
+}
+
+TEST_F(CommandTest, StopsAtASignalWithoutFiles) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const pid_t child = start("run --scene court.obj --weather good.epw --grid 0.04 --out out");
+        while (readFile(path("stderr")).find("sensors: ") == std::string::npos) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        kill(child, signal);
+        const Outcome stopped = finish(child);
+        EXPECT_EQ(stopped.exitCode, 128 + signal) << stopped.err;
+        EXPECT_THAT(stopped.err, HasSubstr("stopped; no result was written"));
+        EXPECT_FALSE(std::filesystem::exists(path("out")));
+    }
+}
+
+TEST_F(CommandTest, PrintsSunAndWritesSky) {
+    const Outcome sun = command("sun --weather good.epw --date 3/21 --step 0.5");
+    EXPECT_EQ(sun.exitCode, 0);
+    EXPECT_THAT(sun.out, HasSubstr("Testville, TST, 40.00 N, 0.00 E, UTC+0, 21 March"));
+    const Outcome sky = command("sky --weather good.epw --period 6/21 --out sky");
+    ASSERT_EQ(sky.exitCode, 0) << sky.err;
+    const std::string table = readFile(path("sky/sky.csv"));
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1297);
+    EXPECT_TRUE(std::filesystem::exists(path("sky/sky.png")));
+    EXPECT_THAT(command("--version").out, HasSubstr("insolate "));
+    EXPECT_THAT(command("run --help").out, HasSubstr("true north"));
+}
+
+} // namespace
+} // namespace insolate::app

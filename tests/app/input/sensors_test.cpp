@@ -1,0 +1,148 @@
+#include "app/errors.h"
+#include "app/input/sensor_csv.h"
+#include "app/input/sensor_grid.h"
+#include "tests/app/support/study_fixture.h"
+
+#include <gmock/gmock.h>
+
+#include <numeric>
+#include <random>
+
+namespace insolate::app {
+namespace {
+
+using test::StudyFolder;
+using testing::HasSubstr;
+
+Mesh meshOf(const std::vector<std::vector<Vector3>>& polygons) {
+    Mesh mesh;
+    for (const auto& polygon : polygons) {
+        Mesh::Face face;
+        face.firstCorner = static_cast<std::uint32_t>(mesh.corners.size());
+        face.cornerCount = static_cast<std::uint32_t>(polygon.size());
+        for (const Vector3& p : polygon) {
+            mesh.corners.push_back(static_cast<std::uint32_t>(mesh.vertices.size()));
+            mesh.vertices.push_back(p);
+        }
+        mesh.faces.push_back(face);
+    }
+    return mesh;
+}
+
+SensorGrid cutAll(const Mesh& mesh, const SensorGridOptions& options) {
+    return cutIntoSensors(mesh, selectFaces(mesh, {}, "test"), options);
+}
+
+std::span<const Vector3> cell(const SensorField& field, std::size_t i) {
+    return {field.corners.data() + field.cellStart[i], field.cellStart[i + 1] - field.cellStart[i]};
+}
+
+TEST(SensorGrid, CutsARectangleIntoEqualRectangles) {
+    const Mesh mesh = meshOf({{{0, 0, 1}, {10, 0, 1}, {10, 3, 1}, {0, 3, 1}}});
+    const SensorField field = cutAll(mesh, {.spacing = 2.0, .offset = 0.1}).field;
+    ASSERT_EQ(field.size(), 10U); // 5 columns of 2 m, 2 rows of 1.5 m
+    EXPECT_EQ(field.cellStart.back(), 40U);
+    EXPECT_NEAR(field.positions[0].x, 1.0, 1e-12);
+    EXPECT_NEAR(field.positions[0].y, 0.75, 1e-12);
+    EXPECT_NEAR(field.positions[0].z, 1.1, 1e-12);
+    EXPECT_NEAR(field.normals[9].z, 1.0, 1e-12);
+    // An edge of exactly the spacing is one cell, wherever the model stands.
+    const Mesh far = meshOf(
+        {{{5e6, 4e6, 1}, {5e6 + 0.3, 4e6, 1}, {5e6 + 0.3, 4e6 + 0.1, 1}, {5e6, 4e6 + 0.1, 1}}});
+    EXPECT_EQ(cutAll(far, {.spacing = 0.1}).field.size(), 3U);
+}
+
+TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
+    std::mt19937 random(20260101);
+    std::uniform_real_distribution<double> place(-20.0, 20.0);
+    const SensorGridOptions options{.spacing = 1.5, .offset = 0.05};
+    for (int round = 0; round < 50; ++round) {
+        std::vector<Vector3> polygon(3);
+        for (Vector3& p : polygon) {
+            p = {place(random), place(random), place(random)};
+        }
+        const double whole = length(areaVector(polygon));
+        const Vector3 normal = areaVector(polygon) * (1.0 / whole);
+        double narrowest = 1.0; // sine of the triangle's smallest angle, times 1/2 below
+        const auto smallestSine = [](std::span<const Vector3> t) {
+            double least = 1.0;
+            for (std::size_t i = 0; i < 3; ++i) {
+                const Vector3 a = t[(i + 1) % 3] - t[i];
+                const Vector3 b = t[(i + 2) % 3] - t[i];
+                least = std::min(least, length(cross(a, b)) / (length(a) * length(b)));
+            }
+            return least;
+        };
+        narrowest = smallestSine(polygon);
+        const Mesh mesh = meshOf({polygon});
+        const SensorGrid grid = cutAll(mesh, options);
+        double covered = 0.0;
+        for (std::size_t i = 0; i < grid.field.size(); ++i) {
+            const auto corners = cell(grid.field, i);
+            const double area = length(areaVector(corners));
+            covered += area;
+            EXPECT_LE(area * 0.5, 1.5 * 1.5 * 1.00001);
+            EXPECT_GE(smallestSine(corners), 0.49 * narrowest);
+            const Vector3 centre = (corners[0] + corners[1] + corners[2]) * (1.0 / 3.0);
+            EXPECT_NEAR(length(grid.field.positions[i] - (centre + normal * 0.05)), 0.0, 1e-9);
+        }
+        EXPECT_NEAR(covered / whole, 1.0, 1e-9);
+        const double estimate = estimatedSensorCount(mesh, selectFaces(mesh, {}, "test"), options);
+        EXPECT_NEAR(std::log2(estimate / static_cast<double>(grid.field.size())), 0.0, 1.1);
+    }
+}
+
+TEST(SensorGrid, LeavesOutFacesWithoutAreaAndTreatsWarpedQuadsAsTriangles) {
+    const Mesh mesh = meshOf({{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}},
+                              {{3, 3, 3}, {3, 3, 3}, {3, 3, 3}, {3, 3, 3}},
+                              {{0, 0, 0}, {1, 0, 0}, {1, 1, 1}, {0, 1, 0}}});
+    const SensorGrid grid = cutAll(mesh, {.spacing = 5.0});
+    EXPECT_EQ(grid.emptyFaces, 2U);
+    EXPECT_EQ(grid.field.size(), 2U);
+    EXPECT_EQ(cell(grid.field, 1).size(), 3U);
+}
+
+TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
+    const StudyFolder folder;
+    const auto full = folder.write("a.csv", "\xEF\xBB\xBFx,y,z,nx,ny,nz\r\n# roof\r\n\r\n"
+                                            "1000, 2000 ,3000,0,0,-2\r\n+1e3;2;3;1;0;0");
+    const SensorField field = readSensorCsv(full, LengthUnit::millimetre, UpAxis::y);
+    ASSERT_EQ(field.size(), 2U);
+    EXPECT_FALSE(field.hasCells());
+    EXPECT_NEAR(field.positions[0].y, -3.0, 1e-12); // the file's -Z is the plan's +Y
+    EXPECT_NEAR(field.positions[0].z, 2.0, 1e-12);
+    EXPECT_NEAR(field.normals[0].y, 1.0, 1e-12);
+    const SensorField bare =
+        readSensorCsv(folder.write("b.csv", "1,2,3\n"), LengthUnit::metre, UpAxis::z);
+    EXPECT_EQ(bare.normals[0].x, 0.0);
+    EXPECT_EQ(bare.positions[0].z, 3.0);
+}
+
+TEST(SensorCsv, NamesTheLineOfAFault) {
+    struct Case {
+        const char* content;
+        const char* message;
+    };
+    const StudyFolder folder;
+    for (const Case& c :
+         {Case{"x,y,z\n1,2\n", "a.csv:2: 2 fields"}, Case{"1,2,3,4\n", "a.csv:1: 4 fields"},
+          Case{"1,2,3\n1,2,3,0,0,1\n", "a.csv:2: 6 fields where the lines above"},
+          Case{"x,y,z\n1,2,3\nx,y,z\n", "a.csv:3: field 1: 'x'"},
+          Case{"1,2,nan\n", "a.csv:1: field 3: 'nan'"}, Case{"1,inf,3\n", "field 2: 'inf'"},
+          Case{"1,2,1e15\n", "field 3: '1e15'"}, Case{"1,,3\n", "a.csv:1: field 2: ''"},
+          Case{"1,2,3,0,0,0\n", "a.csv:1: the normal is zero"},
+          Case{"x,y,z\n", "a.csv: the table has no sensors"}, Case{"", "the table has no sensors"},
+          Case{"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"}}) {
+        try {
+            readSensorCsv(folder.write("a.csv", c.content), LengthUnit::metre, UpAxis::z);
+            ADD_FAILURE() << c.content << " was taken";
+        } catch (const DataError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(c.message));
+        }
+    }
+    EXPECT_THROW(readSensorCsv(folder.path() / "none.csv", LengthUnit::metre, UpAxis::z),
+                 DataError);
+}
+
+} // namespace
+} // namespace insolate::app

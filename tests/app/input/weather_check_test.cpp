@@ -1,0 +1,150 @@
+#include "app/errors.h"
+#include "app/input/weather_check.h"
+#include "tests/app/support/study_fixture.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+namespace insolate::app {
+namespace {
+
+using test::StudyFolder;
+using test::weatherLine;
+using test::withLine;
+using testing::HasSubstr;
+
+/// What the user is told, or an empty text when the file is taken.
+std::string verdict(const std::filesystem::path& file, bool allowGaps = false) {
+    try {
+        requireCompleteYear(inspectWeatherFile(file), file, allowGaps);
+        return {};
+    } catch (const DataError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("; ")) << "no mend";
+        return error.what();
+    }
+}
+
+TEST(WeatherCheck, TakesACompleteYear) {
+    const StudyFolder folder;
+    const auto file = folder.write("a.EPW", test::clearYear());
+    const WeatherReport report = inspectWeatherFile(file);
+    EXPECT_EQ(report.hoursPresent, 8760U);
+    EXPECT_EQ(report.gapCount(), 0U);
+    EXPECT_EQ(report.site.text(), "Testville, TST");
+    EXPECT_EQ(report.site.latitude, 40.0);
+    EXPECT_EQ(report.site.elevation, 100.0);
+    EXPECT_EQ(verdict(file), "");
+}
+
+TEST(WeatherCheck, ReadsQuotesByteOrderMarkAndBothLineEnds) {
+    const StudyFolder folder;
+    std::string text = withLine(test::clearYear(), 1, "Testville", "\"Test, ville\"");
+    std::string windows = "\xEF\xBB\xBF";
+    for (const char c : text) {
+        windows += c == '\n' ? "\r\n" : std::string(1, c);
+    }
+    const auto file = folder.write("a.epw", windows + "\r\n");
+    EXPECT_EQ(verdict(file), "");
+    EXPECT_EQ(inspectWeatherFile(file).site.city, "Test, ville");
+    EXPECT_EQ(inspectWeatherFile(file).site.latitude, 40.0);
+}
+
+TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
+    const std::string good = test::clearYear();
+    const std::string body = good.substr(good.find('\n') + 1);
+    const std::size_t noon = weatherLine(3, 5, 12);
+    const std::string at = fmt::format("a.epw:{}: ", noon);
+    const auto noonWith = [&](const std::string& part, const std::string& text) {
+        return withLine(good, noon, part, text);
+    };
+    const std::size_t lastLine = good.rfind('\n', good.size() - 2) + 1;
+    struct Case {
+        std::string content;
+        std::string message;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"", "no LOCATION line"},
+             {"solid cube\nfacet\n", "a.epw:1: no LOCATION line"},
+             {body, "a.epw:1: no LOCATION line"},
+             {body.substr(body.find('\n') + 1), "no LOCATION line stands before the data"},
+             {"LOCATION,a,b,c,d,1,40,0,0,100\n", "a.epw: the file holds no hourly data"},
+             {withLine(good, 1, "40.0", "91"), "a.epw:1: LOCATION: '91' is no latitude"},
+             {withLine(good, 1, ",40.0,0.0", ",40.0,east"), "'east' is no longitude"},
+             {withLine(good, 1, "0.0,100.0", "0.0"), "is no elevation"},
+             {good + good, "a second LOCATION line"},
+             {withLine(good, 2, "1,1", "1,4"), "a.epw:2: the file has 4 records an hour"},
+             {good.substr(0, lastLine), "1 of the year's 8760 hours are missing"},
+             {good.substr(0, good.find("2001,12,1,1,")),
+              "744 of the year's 8760 hours are missing"},
+             {noonWith("2001,3,5,12", "2001,3,5,13"),
+              fmt::format("a.epw:{}: the hour was given before (1 such", noon + 1)},
+             {noonWith("2001,3,5,12", "2001,3,5,25"), at + "'3','5','25' is no month"},
+             {noonWith("2001,3,5,12", "2001,3,32,12"), at + "'3','32','12' is no month"},
+             {noonWith("2001,3,5,12,0,?9,10.0", "2001,3,5,12"), at + "field 15"},
+             {noonWith("2001,3,5,12", "2001,3,5,12\n"), at + "the line has 4 fields"},
+             {noonWith(",300,0,", ",300,0,bright"), at + "field 15 (direct normal radiation)"},
+             {noonWith(",300,0,", ",300,0,-"), at + "field 15 (direct normal radiation): '-"},
+             {noonWith(",300,0,793,", ",300,0,1501,"), "'1501' is not a value from 0 to 1500"},
+             {noonWith(",300,0,793,118", ",300,0,793,9999"),
+              at + "radiation is marked as missing in 1 hours"},
+             {noonWith("2001,3,5,12", "\xFF"), "not a weather file"},
+             {noonWith("2001,3,5,12", "year"), at + "'year"}}) {
+        const StudyFolder folder;
+        EXPECT_THAT(verdict(folder.write("a.epw", c.content)), HasSubstr(c.message));
+    }
+}
+
+TEST(WeatherCheck, GapsPassWhenTheyAreAllowed) {
+    const StudyFolder folder;
+    const std::string good = test::clearYear();
+    const std::size_t noon = weatherLine(3, 5, 12);
+    const auto gap = folder.write("gap.epw", withLine(good, noon, "2001,3,5,12", "2001,3,5,13"));
+    EXPECT_EQ(verdict(gap, true), "");
+    const WeatherReport report = inspectWeatherFile(gap);
+    ASSERT_EQ(report.hoursMissing.size(), 1U);
+    EXPECT_EQ(report.hoursMissing[0], HourOfYear(63, 11));
+    const auto marked = folder.write("m.epw", withLine(good, noon, ",793,", ",99999,"));
+    EXPECT_EQ(verdict(marked, true), "");
+    EXPECT_EQ(inspectWeatherFile(marked).radiationMissing.at(0), HourOfYear(63, 11));
+}
+
+TEST(WeatherCheck, KnowsLeapDaysAndTheUnreadLastLine) {
+    const StudyFolder folder;
+    std::string text = test::clearYear();
+    text.insert(text.find("2001,3,1,1,"), "2004,2,29,1,0,?,1,1,1,1,1,1,1,1,0,0\n");
+    const WeatherReport leap = inspectWeatherFile(folder.write("a.epw", text));
+    EXPECT_EQ(leap.hoursPresent, 8760U);
+    ASSERT_EQ(leap.notes.size(), 1U);
+    EXPECT_THAT(leap.notes[0], HasSubstr("29 February"));
+    text.pop_back();
+    const WeatherReport cut = inspectWeatherFile(folder.write("a.epw", text));
+    EXPECT_EQ(cut.hoursMissing.at(0), HourOfYear(364, 23));
+    EXPECT_THAT(cut.notes.at(0), HasSubstr("last line"));
+}
+
+TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
+    std::string good(141608, '\0');
+    good.replace(0, 15, "xqt_WEA_ver1.10");
+    good.replace(16, 4, "Rome");
+    const float latitude = 41.9f;
+    std::memcpy(good.data() + 141592, &latitude, sizeof latitude);
+    const StudyFolder folder;
+    EXPECT_EQ(verdict(folder.write("a.wea", good)), "");
+    EXPECT_EQ(inspectWeatherFile(folder.write("a.mra", good)).site.city, "Rome");
+    EXPECT_THAT(verdict(folder.write("a.wea", good.substr(1))), HasSubstr("not a weather file"));
+    EXPECT_THAT(verdict(folder.write("a.wea", good.substr(0, 141607))), HasSubstr("141607 bytes"));
+    EXPECT_THAT(verdict(folder.write("a.txt", good)), HasSubstr("not a weather file"));
+    EXPECT_THAT(verdict(folder.path() / "none.epw"), HasSubstr("no such file"));
+    const std::int16_t mark = 9999;
+    std::string marked = good;
+    std::memcpy(marked.data() + 80 + 30 * 16 + 10, &mark, sizeof mark); // direct, 2 January 7 h
+    EXPECT_EQ(inspectWeatherFile(folder.write("a.wea", marked)).radiationMissing.at(0),
+              HourOfYear(1, 6));
+    const float nowhere = 95.0f;
+    std::memcpy(good.data() + 141592, &nowhere, sizeof nowhere);
+    EXPECT_THAT(verdict(folder.write("a.wea", good)), HasSubstr("not on earth"));
+}
+
+} // namespace
+} // namespace insolate::app

@@ -1,0 +1,180 @@
+#include "app/errors.h"
+#include "app/input/mesh.h"
+#include "app/input/sensor_grid.h"
+#include "app/run/run_sun.h"
+#include "app/run/solar_analysis.h"
+#include "tests/app/support/study_fixture.h"
+#include "tests/support/test_data.h"
+
+#include <gmock/gmock.h>
+
+namespace insolate::app {
+namespace {
+
+using test::StudyFolder;
+using testing::HasSubstr;
+
+SensorField pointsFacing(const std::vector<Vector3>& normals) {
+    SensorField field;
+    field.normals = normals;
+    field.positions.resize(normals.size());
+    return field;
+}
+
+/// A flat square far below: a scene that hides nothing.
+Scene openScene() {
+    return {{{-1, -1, -100}, {1, -1, -100}, {0, 1, -100}}};
+}
+
+struct Study {
+    std::filesystem::path weather;
+    double north = 0.0;
+    CalculationMethod method = CalculationMethod_CumulativeSky;
+    int threads = 1;
+    StudyPeriod period = {};
+    bool allowGaps = false;
+};
+
+SensorResults calculate(const Study& study, const Scene& scene, const SensorField& field) {
+    SkyOptions options;
+    options.weather = study.weather;
+    options.method = study.method;
+    options.period = study.period;
+    options.allowGaps = study.allowGaps;
+    SolarAnalysis analysis(options, study.north);
+    const RayScene rays(scene, field);
+    Progress silent(stderr, Progress::Style::quiet);
+    return calculateSensors(analysis, rays, field, study.threads, silent);
+}
+
+/// Sun in the afternoon only, so that west and east differ.
+std::string afternoonYear() {
+    return test::weatherText([](int, int hour) {
+        return hour > 13 && hour <= 18 ? test::HourOfWeather{600, 50} : test::HourOfWeather{0, 20};
+    });
+}
+
+TEST(SolarAnalysis, NorthTurnsClockwiseFromModelY) {
+    const StudyFolder folder;
+    Study study{.weather = folder.write("a.epw", afternoonYear())};
+    const SensorField walls = pointsFacing({{0, 1, 0}, {1, 0, 0}, {0, -1, 0}, {-1, 0, 0}});
+    const auto compass = calculate(study, openScene(), walls).total; // N, E, S, W
+    EXPECT_GT(compass[3], 1.5f * compass[1]);
+    EXPECT_GT(compass[2], 1.2f * compass[0]);
+    // True north at +X: a wall that faces +Y looks west, +X north, -Y east, -X south.
+    study.north = 90.0;
+    const auto turned = calculate(study, openScene(), walls).total;
+    const std::array<std::size_t, 4> looksTo = {3, 0, 1, 2};
+    for (std::size_t wall = 0; wall < 4; ++wall) {
+        EXPECT_NEAR(turned[wall] / compass[looksTo[wall]], 1.0, 0.01) << wall;
+    }
+    // A screen south of the sensor takes its sun when +Y is north, not when -Y is.
+    const Scene screen{{{-50, -5, -20}, {50, -5, -20}, {0, -5, 80}}};
+    const SensorField up = pointsFacing({{0, 0, 1}});
+    study.north = 0.0;
+    const float inShade = calculate(study, screen, up).total[0];
+    study.north = 180.0;
+    EXPECT_LT(inShade, 0.8f * calculate(study, screen, up).total[0]);
+}
+
+TEST(SolarAnalysis, OpenSensorsSeeWhatGeometrySays) {
+    const StudyFolder folder;
+    const Study study{.weather = folder.write("a.epw", test::clearYear())};
+    const SensorField field = pointsFacing({{0, 0, 1}, {0, 1, 0}, {0, 0, -1}, {0, 0, 0}});
+    const SensorResults open = calculate(study, openScene(), field);
+    // The sky is seen in 5-degree cells and bytes: half a percent.
+    EXPECT_NEAR(open.skyView[0], 100.0f, 0.5f);
+    EXPECT_NEAR(open.skyView[1], 50.0f, 0.5f);
+    EXPECT_EQ(open.skyView[2], 0.0f);
+    EXPECT_NEAR(open.skyView[3], 100.0f, 0.01f);
+    EXPECT_GE(open.total[2], 0.0f);
+    EXPECT_GE(open.peak[0], open.average[0]);
+}
+
+TEST(SolarAnalysis, GivesTheSameBytesForAnyNumberOfThreadsAndNearOrFar) {
+    const StudyFolder folder;
+    Study study{.weather = folder.write("a.epw", test::clearYear())};
+    const auto cut = [&](double x, double y, double z) {
+        Mesh mesh = importMesh(folder.write("court.obj", test::courtModel()), {});
+        for (Vector3& v : mesh.vertices) {
+            v = v + Vector3{x, y, z};
+        }
+        std::pair<Scene, SensorField> result;
+        appendTriangles(mesh, result.first);
+        result.second = cutIntoSensors(mesh, selectFaces(mesh, {}, ""), {.spacing = 0.7}).field;
+        return result;
+    };
+    const auto [nearScene, nearField] = cut(0, 0, 0);
+    ASSERT_GT(nearField.size(), 3U * 256U) << "too few blocks for two threads";
+    const SensorResults one = calculate(study, nearScene, nearField);
+    study.threads = 2;
+    const SensorResults two = calculate(study, nearScene, nearField);
+    EXPECT_EQ(one.total, two.total);
+    EXPECT_EQ(one.peak, two.peak);
+    EXPECT_EQ(one.skyView, two.skyView);
+    const auto [farScene, farField] = cut(5.0e6, -4.0e6, 2.0e3);
+    const SensorResults far = calculate(study, farScene, farField);
+    EXPECT_EQ(one.total, far.total);
+    EXPECT_EQ(one.skyView, far.skyView);
+}
+
+TEST(SolarAnalysis, MethodsPeriodsAndGapsReachTheLibrary) {
+    const StudyFolder folder;
+    Study study{.weather = folder.write("a.epw", test::clearYear())};
+    const SensorField up = pointsFacing({{0, 0, 1}});
+    const float year = calculate(study, openScene(), up).total[0];
+    study.method = CalculationMethod_PerezSky;
+    const float perezSky = calculate(study, openScene(), up).total[0];
+    study.method = CalculationMethod_PerezPoint;
+    const float perezPoint = calculate(study, openScene(), up).total[0];
+    EXPECT_NE(year, perezSky);
+    EXPECT_NE(perezSky, perezPoint);
+    EXPECT_NEAR(perezPoint / year, 1.0, 0.25);
+
+    study.method = CalculationMethod_CumulativeSky;
+    study.period = {.startDay = 335, .endDay = 31}; // over the new year
+    const float winter = calculate(study, openScene(), up).total[0];
+    study.period = {.startDay = 152, .endDay = 213};
+    EXPECT_GT(calculate(study, openScene(), up).total[0], 1.5f * winter);
+
+    // A mark for missing must not be taken for 9,999 W/m2.
+    study.period = {};
+    study.allowGaps = true;
+    study.weather = folder.write(
+        "m.epw", test::withLine(test::clearYear(), test::weatherLine(6, 5, 12), ",793,", ",9999,"));
+    const SensorResults marked = calculate(study, openScene(), up);
+    EXPECT_LT(marked.peak[0], 1000.0f);
+    EXPECT_LT(marked.total[0], year);
+}
+
+TEST(SolarAnalysis, OpenHorizontalSensorInChicago) {
+    INSOLATE_REQUIRE_TEST_DATA(weather, "weather/chicago.epw");
+    const SensorResults open =
+        calculate({.weather = weather}, openScene(), pointsFacing({{0, 0, 1}}));
+    // An independent calculation of the same sky gives 1.1647e6 Wh/m2; a thousandth covers the
+    // bytes of the mask.
+    EXPECT_NEAR(open.total[0] / 1.1647e6, 1.0, 1e-3);
+}
+
+TEST(Sun, IsTabledByClockTime) {
+    SunOptions options;
+    options.latitude = 41.98;
+    options.longitude = -87.92;
+    options.timeZone = -6.0;
+    const std::string table = sunTable(options);
+    EXPECT_THAT(table, HasSubstr("41.98 N, 87.92 W, UTC-6, 21 June"));
+    EXPECT_THAT(table, HasSubstr("sunrise 4:1"));
+    EXPECT_THAT(table, HasSubstr("\n 12:00 "));
+    EXPECT_THAT(table, testing::Not(HasSubstr("\n  2:00 ")));
+    options.latitude = 80.0;
+    EXPECT_THAT(sunTable(options), HasSubstr("does not set"));
+    options.day = 355;
+    EXPECT_THAT(sunTable(options), HasSubstr("does not rise"));
+    options.latitude = 95.0;
+    EXPECT_THROW(sunTable(options), UsageError);
+    options.latitude.reset();
+    EXPECT_THROW(sunTable(options), UsageError);
+}
+
+} // namespace
+} // namespace insolate::app

@@ -1,0 +1,119 @@
+/// Small models, weather and folders for the tests of the command.
+#pragma once
+
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+#include <fmt/format.h>
+
+namespace insolate::app::test {
+
+/// A folder of its own that goes with the object.
+class StudyFolder {
+public:
+    StudyFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "insolate-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("no temporary folder");
+        }
+        m_path = name;
+    }
+    ~StudyFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    StudyFolder(const StudyFolder&) = delete;
+    StudyFolder& operator=(const StudyFolder&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
+    std::filesystem::path write(const std::string& name, const std::string& content) const {
+        const auto file = m_path / name;
+        std::ofstream(file, std::ios::binary) << content;
+        return file;
+    }
+
+private:
+    std::filesystem::path m_path;
+};
+
+inline std::string readFile(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+/// One hour's radiation [W/m2].
+struct HourOfWeather {
+    int direct = 0;
+    int diffuse = 0;
+};
+
+inline constexpr std::array<int, 12> monthDays = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+/// Line number of an hour's record in weatherText; month, day and hour from 1.
+inline std::size_t weatherLine(int month, int day, int hour) {
+    int days = day - 1;
+    for (int m = 1; m < month; ++m) {
+        days += monthDays[static_cast<std::size_t>(m - 1)];
+    }
+    return static_cast<std::size_t>(3 + days * 24 + hour - 1);
+}
+
+/// A year of weather in the EPW format: 2 header lines, 8,760 records. Hours are 1 to 24.
+inline std::string weatherText(const std::function<HourOfWeather(int month, int hour)>& hourOf) {
+    std::string text = "LOCATION,Testville,-,TST,made,0,40.0,0.0,0.0,100.0\n"
+                       "DATA PERIODS,1,1,Data,Sunday,1/1,12/31\n";
+    for (int month = 1; month <= 12; ++month) {
+        for (int day = 1; day <= monthDays[static_cast<std::size_t>(month - 1)]; ++day) {
+            for (int hour = 1; hour <= 24; ++hour) {
+                const HourOfWeather w = hourOf(month, hour);
+                text += fmt::format("2001,{},{},{},0,?9,10.0,5.0,50,100000,0,0,300,0,{},{},0,0,0,0,"
+                                    "0,2.0,0,0,20,77777,9,999999999,10\n",
+                                    month, day, hour, w.direct, w.diffuse);
+            }
+        }
+    }
+    return text;
+}
+
+/// Clear days: the sun shines from 6 to 18, most at noon.
+inline std::string clearYear() {
+    return weatherText([](int, int hour) {
+        if (hour <= 6 || hour > 18) {
+            return HourOfWeather{};
+        }
+        const double height = std::sin((hour - 6.5) / 12.0 * 3.141592653589793);
+        return HourOfWeather{static_cast<int>(800.0 * height), static_cast<int>(120.0 * height)};
+    });
+}
+
+/// The text with a part of one line replaced; the part must be there.
+inline std::string withLine(const std::string& text, std::size_t line, const std::string& part,
+                            const std::string& replacement) {
+    std::size_t start = 0;
+    for (std::size_t i = 1; i < line; ++i) {
+        start = text.find('\n', start) + 1;
+    }
+    const std::size_t at = text.find(part, start);
+    if (at == std::string::npos || at > text.find('\n', start)) {
+        throw std::runtime_error("the line does not hold " + part);
+    }
+    return std::string(text).replace(at, part.size(), replacement);
+}
+
+/// A box open above with walls of height 10 around a court of 10 by 10, all of it one group each.
+inline std::string courtModel() {
+    return "o court\n"
+           "v 0 0 0\nv 10 0 0\nv 10 10 0\nv 0 10 0\n"
+           "v 0 0 10\nv 10 0 10\nv 10 10 10\nv 0 10 10\n"
+           "g floor\nusemtl stone\nf 1 2 3 4\n"
+           "g walls\nusemtl brick\nf 1 5 6 2\nf 2 6 7 3\nf 3 7 8 4\nf 4 8 5 1\n";
+}
+
+} // namespace insolate::app::test

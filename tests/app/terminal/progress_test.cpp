@@ -1,0 +1,63 @@
+#include "app/errors.h"
+#include "app/terminal/interrupt.h"
+#include "app/terminal/progress.h"
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+#include <gmock/gmock.h>
+
+namespace insolate::app {
+namespace {
+
+/// What a progress of the style writes for 1,000 things in pieces of 7.
+std::string written(Progress::Style style) {
+    std::FILE* file = std::tmpfile();
+    Progress progress(file, style);
+    progress.note("begin");
+    progress.begin(1000, "things");
+    for (std::size_t done = 0; done < 1000; done += 8) {
+        progress.advance(8);
+    }
+    progress.end();
+    std::rewind(file);
+    std::string text(4096, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    std::fclose(file);
+    return text;
+}
+
+TEST(Progress, SaysShareRateAndTimeLeft) {
+    EXPECT_EQ(progressText(300, 1200, 3.0, "sensors"),
+              " 25 %  300 of 1,200 sensors  100/s  9.0 s left");
+    EXPECT_EQ(progressText(0, 10, 1.0, "sensors"), "  0 %  0 of 10 sensors");
+    EXPECT_EQ(progressText(1234567, 1234567, 1.0, "x"),
+              "100 %  1,234,567 of 1,234,567 x  1,234,567/s");
+    EXPECT_EQ(durationText(0.25), "250 ms");
+    EXPECT_EQ(durationText(59.99), "1 min 00 s");
+    EXPECT_EQ(durationText(3720.0), "1 h 02 min");
+}
+
+TEST(Progress, IsSilentPlainOrABar) {
+    EXPECT_EQ(written(Progress::Style::quiet), "");
+    EXPECT_THAT(
+        written(Progress::Style::plain),
+        testing::MatchesRegex("insolate: begin\ninsolate: 100 %  1,000 of 1,000 things .*"));
+    EXPECT_THAT(written(Progress::Style::plain), testing::Not(testing::HasSubstr("\033")));
+}
+
+TEST(Interrupt, IsRememberedUntilTheNextBlock) {
+    installInterruptHandlers();
+    EXPECT_NO_THROW(throwIfInterrupted());
+    std::raise(SIGTERM);
+    try {
+        throwIfInterrupted();
+        ADD_FAILURE();
+    } catch (const Interrupted& stop) {
+        EXPECT_EQ(stop.exitCode(), 143);
+    }
+}
+
+} // namespace
+} // namespace insolate::app
