@@ -100,19 +100,19 @@ struct RunArguments {
         }
         if (!(std::abs(north) <= 360.0)) {
             throw UsageError(
-                fmt::format("--north {}: the angle runs from -360 to 360 degrees", north));
+                fmt::format("--north {}: no angle; give degrees from -360 to 360", north));
         }
         if (!(grid >= 1.0e-4 && grid <= 1.0e6)) {
-            throw UsageError(fmt::format(
-                "--grid {}: the edge of a cell must lie between 0.0001 and 1e6 m", grid));
+            throw UsageError(
+                fmt::format("--grid {}: no edge of a cell; give metres from 0.0001 to 1e6", grid));
         }
         if (!(offset >= 0.0 && offset <= 1.0e3)) {
             throw UsageError(
-                fmt::format("--offset {}: the distance must lie between 0 and 1000 m", offset));
+                fmt::format("--offset {}: no distance; give metres from 0 to 1000", offset));
         }
         if (threads < 0) {
-            throw UsageError(
-                fmt::format("--threads {}: give a number of processors, or 0 for all", threads));
+            throw UsageError(fmt::format(
+                "--threads {}: no number of processors; give 1 or more, or 0 for all", threads));
         }
         result.north = north;
         result.grid = grid;

@@ -129,7 +129,7 @@ void parseHours(std::string_view text, StudyPeriod& period) {
 
 void checkStep(double step) {
     if (!(step >= 0.01 && step <= 1.0)) {
-        throw UsageError(fmt::format("--step {}: the step must lie between 0.01 and 1 hour", step));
+        throw UsageError(fmt::format("--step {}: no usable step; give hours from 0.01 to 1", step));
     }
 }
 

@@ -154,7 +154,9 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
             longest = std::max(longest, length(polygon[i] - polygon[(i + 1) % polygon.size()]));
         }
         const double byArea = 1.3 * area / (options.spacing * options.spacing);
-        count += std::max({1.0, byArea, longest / (2.0 * options.spacing)});
+        // A needle is halved along both its long edges.
+        const double byEdge = 2.0 * longest / options.spacing - 3.0;
+        count += std::max({1.0, byArea, byEdge});
     }
     return count;
 }

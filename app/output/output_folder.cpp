@@ -32,7 +32,7 @@ std::string mendFor(int reason) {
     case EROFS:
         return "; choose a folder that you may write to";
     default:
-        return "";
+        return "; choose another folder for the results";
     }
 }
 

@@ -59,14 +59,16 @@ std::string sunTable(const SunOptions& options) {
     ESolarPosition sun;
     std::string table = fmt::format("# {}, {}\n", placeSun(options, sun), dayText(options.day));
     sun.setDayOfTheYear(options.day);
-    const double daylight = sun.getDaylightHours();
-    if (daylight <= 0.0) {
+    // Cosine of the half day's hour angle; beyond +-1 the sun does not cross the horizon.
+    const double halfDay = -std::tan(sun.getLatitudeInRadians()) * std::tan(sun.getDeclination());
+    if (halfDay >= 1.0) {
         return table + "# the sun does not rise\n";
     }
-    table += daylight >= 24.0 ? std::string("# the sun does not set\n")
-                              : fmt::format("# sunrise {}, sunset {}, daylight {} h\n",
-                                            clockText(sun.getSunriseTime()),
-                                            clockText(sun.getSunsetTime()), clockText(daylight));
+    table += halfDay <= -1.0
+                 ? std::string("# the sun does not set\n")
+                 : fmt::format("# sunrise {}, sunset {}, daylight {} h\n",
+                               clockText(sun.getSunriseTime()), clockText(sun.getSunsetTime()),
+                               clockText(sun.getDaylightHours()));
     table += "# time  altitude[deg]  azimuth[deg]\n";
     const int steps = static_cast<int>(std::floor(24.0 / options.step + 1.0e-9));
     for (int i = 0; i <= steps; ++i) {

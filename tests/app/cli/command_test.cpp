@@ -44,6 +44,7 @@ protected:
             pointers.push_back(argument.data());
         }
         pointers.push_back(nullptr);
+        std::filesystem::remove(path("stderr")); // of the command before
         const pid_t child = fork();
         if (child == 0) {
             const int flags = O_CREAT | O_TRUNC | O_WRONLY;

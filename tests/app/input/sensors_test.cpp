@@ -88,7 +88,7 @@ TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
         }
         EXPECT_NEAR(covered / whole, 1.0, 1e-9);
         const double estimate = estimatedSensorCount(mesh, selectFaces(mesh, {}, "test"), options);
-        EXPECT_NEAR(std::log2(estimate / static_cast<double>(grid.field.size())), 0.0, 1.1);
+        EXPECT_NEAR(std::log2(estimate / static_cast<double>(grid.field.size())), 0.0, 1.6);
     }
 }
 

@@ -66,8 +66,7 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
     for (const Case& c : std::vector<Case>{
              {"", "no LOCATION line"},
              {"solid cube\nfacet\n", "a.epw:1: no LOCATION line"},
-             {body, "a.epw:1: no LOCATION line"},
-             {body.substr(body.find('\n') + 1), "no LOCATION line stands before the data"},
+             {body, "a.epw:2: no LOCATION line stands before the data"},
              {"LOCATION,a,b,c,d,1,40,0,0,100\n", "a.epw: the file holds no hourly data"},
              {withLine(good, 1, "40.0", "91"), "a.epw:1: LOCATION: '91' is no latitude"},
              {withLine(good, 1, ",40.0,0.0", ",40.0,east"), "'east' is no longitude"},
@@ -81,7 +80,6 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
               fmt::format("a.epw:{}: the hour was given before (1 such", noon + 1)},
              {noonWith("2001,3,5,12", "2001,3,5,25"), at + "'3','5','25' is no month"},
              {noonWith("2001,3,5,12", "2001,3,32,12"), at + "'3','32','12' is no month"},
-             {noonWith("2001,3,5,12,0,?9,10.0", "2001,3,5,12"), at + "field 15"},
              {noonWith("2001,3,5,12", "2001,3,5,12\n"), at + "the line has 4 fields"},
              {noonWith(",300,0,", ",300,0,bright"), at + "field 15 (direct normal radiation)"},
              {noonWith(",300,0,", ",300,0,-"), at + "field 15 (direct normal radiation): '-"},
