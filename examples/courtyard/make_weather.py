@@ -107,7 +107,7 @@ def make_year():
 
 def header():
     return [
-        f"LOCATION,Courtyard Demo,Synthetic,---,made by make_weather.py,000000,{LATITUDE:.2f},{LONGITUDE:.2f},{ZONE:.1f},{ELEVATION:.1f}",
+        f"LOCATION,Courtyard Demo (synthetic weather),,,made by make_weather.py,000000,{LATITUDE:.2f},{LONGITUDE:.2f},{ZONE:.1f},{ELEVATION:.1f}",
         "DESIGN CONDITIONS,0",
         "TYPICAL/EXTREME PERIODS,0",
         "GROUND TEMPERATURES,0",
