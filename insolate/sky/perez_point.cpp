@@ -27,11 +27,23 @@
 
 namespace insolate {
 
-/// What a surface contributes to each part of the model.
+/// What a surface contributes to each part of the model, and its unit normal.
 struct SurfaceFactors {
     double isotropic;
     double horizon;
     double ground;
+    double x;
+    double y;
+    double z;
+};
+
+/// Steps are evaluated by tiles that stay in the nearest cache.
+struct StepTile {
+    static constexpr std::size_t capacity = 512;
+    float visibility[capacity]; ///< of the sun, by step
+    float beam[capacity];       ///< [Wh/m2]
+    float diffuse[capacity];    ///< [Wh/m2]
+    float total[capacity];      ///< [W/m2]
 };
 
 } // namespace insolate
@@ -44,27 +56,36 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-/// Beam and diffuse light of each step [W/m2] from its incidence and sun visibility.
-void evaluateSteps(const PointSteps& steps, const SurfaceFactors& factors, const double* incidence,
-                   const double* visibility, double* beam, double* diffuse) {
-    const hn::ScalableTag<double> d;
+/// Evaluates the steps from first on, a multiple of the lanes.
+void evaluateSteps(const PointSteps& steps, const SurfaceFactors& factors, std::size_t first,
+                   std::size_t count, StepTile& tile) {
+    const hn::CappedTag<double, 8> d;
+    const hn::Rebind<float, decltype(d)> d32;
     const auto zero = hn::Zero(d);
-    const auto isotropicFactor = hn::Set(d, factors.isotropic);
-    const auto horizonFactor = hn::Set(d, factors.horizon);
-    const auto groundFactor = hn::Set(d, factors.ground);
-    const std::size_t count = steps.beam.size(); // a multiple of 8, padded
+    const auto hours = hn::Set(d, static_cast<double>(steps.increment));
+    const auto promoted = [&](const float* values) {
+        return hn::PromoteTo(d, hn::LoadU(d32, values));
+    };
     for (std::size_t i = 0; i < count; i += hn::Lanes(d)) {
-        const auto reach =
-            hn::Mul(hn::Max(hn::LoadU(d, incidence + i), zero), hn::LoadU(d, visibility + i));
-        hn::StoreU(hn::Mul(hn::LoadU(d, steps.beam.data() + i), reach), d, beam + i);
-        const auto isotropic = hn::Mul(hn::LoadU(d, steps.isotropic.data() + i), isotropicFactor);
+        const std::size_t at = first + i;
+        const auto incidence =
+            hn::Add(hn::Add(hn::Mul(promoted(steps.sunX.data() + at), hn::Set(d, factors.x)),
+                            hn::Mul(promoted(steps.sunY.data() + at), hn::Set(d, factors.y))),
+                    hn::Mul(promoted(steps.sunZ.data() + at), hn::Set(d, factors.z)));
+        const auto reach = hn::Mul(hn::Max(incidence, zero), promoted(tile.visibility + i));
+        const auto beam = hn::Mul(hn::LoadU(d, steps.beam.data() + at), reach);
+        const auto isotropic =
+            hn::Mul(hn::LoadU(d, steps.isotropic.data() + at), hn::Set(d, factors.isotropic));
         const auto circumsolar =
-            hn::Max(hn::Mul(hn::LoadU(d, steps.circumsolar.data() + i), reach), zero);
-        const auto horizon =
-            hn::Max(hn::Mul(hn::LoadU(d, steps.horizon.data() + i), horizonFactor), zero);
-        const auto ground = hn::Mul(hn::LoadU(d, steps.ground.data() + i), groundFactor);
-        hn::StoreU(hn::Add(hn::Add(hn::Add(isotropic, circumsolar), horizon), ground), d,
-                   diffuse + i);
+            hn::Max(hn::Mul(hn::LoadU(d, steps.circumsolar.data() + at), reach), zero);
+        const auto horizon = hn::Max(
+            hn::Mul(hn::LoadU(d, steps.horizon.data() + at), hn::Set(d, factors.horizon)), zero);
+        const auto ground =
+            hn::Mul(hn::LoadU(d, steps.ground.data() + at), hn::Set(d, factors.ground));
+        const auto diffuse = hn::Add(hn::Add(hn::Add(isotropic, circumsolar), horizon), ground);
+        hn::StoreU(hn::DemoteTo(d32, hn::Mul(beam, hours)), d32, tile.beam + i);
+        hn::StoreU(hn::DemoteTo(d32, hn::Mul(diffuse, hours)), d32, tile.diffuse + i);
+        hn::StoreU(hn::DemoteTo(d32, hn::Add(diffuse, beam)), d32, tile.total + i);
     }
 }
 
@@ -88,7 +109,9 @@ void addStep(PointSteps& steps, const PerezSkyState& sky, XYZf sun, int cell) {
     if (!sky.sunIsHigh) {
         steps.lowSun.push_back(steps.sky.size());
     }
-    steps.sun.push_back(sun);
+    steps.sunX.push_back(sun.x);
+    steps.sunY.push_back(sun.y);
+    steps.sunZ.push_back(sun.z);
     steps.cell.push_back(cell);
     steps.sky.push_back(sky);
     steps.beam.push_back(sky.direct);
@@ -102,28 +125,29 @@ void addStep(PointSteps& steps, const PerezSkyState& sky, XYZf sun, int cell) {
     steps.ground.push_back(sky.cosineZenith * sky.direct + sky.diffuse);
 }
 
-/// Sums in the order of time.
-class Integration {
-public:
-    void add(double beam, double diffuse, float increment) {
-        m_sums.beam += static_cast<float>(beam * increment);
-        m_sums.diffuse += static_cast<float>(diffuse * increment);
-        m_sums.peak = std::max(m_sums.peak, static_cast<float>(diffuse + beam));
-    }
-    [[nodiscard]] PointSums finish(float hours) const {
-        PointSums sums = m_sums;
-        sums.hours = hours;
-        return sums;
-    }
-
-private:
-    PointSums m_sums{};
+/// One step's parts as the sums take them: [Wh/m2], [Wh/m2], [W/m2].
+struct StepSums {
+    float beam;
+    float diffuse;
+    float total;
 };
+
+StepSums stepSums(const PerezParts& parts, float increment) {
+    return {static_cast<float>(parts.beam * increment),
+            static_cast<float>(parts.diffuse() * increment), static_cast<float>(parts.total())};
+}
+
+void add(PointSums& sums, const StepSums& step) {
+    sums.beam += step.beam;
+    sums.diffuse += step.diffuse;
+    sums.peak = std::max(sums.peak, step.total);
+}
 
 PerezSurface atStep(PerezSurface surface, const PointSteps& steps, std::size_t step, XYZf normal,
                     const std::uint8_t* exposure) {
+    const XYZf sun{steps.sunX[step], steps.sunY[step], steps.sunZ[step]};
     surface.cosineIncidence =
-        std::cos(static_cast<double>(EGeometry::Angle(origin, steps.sun[step], normal, nullptr)));
+        std::cos(static_cast<double>(EGeometry::Angle(origin, sun, normal, nullptr)));
     surface.directFactor = static_cast<float>(exposure[steps.cell[step]]) / 255.0f;
     return surface;
 }
@@ -200,6 +224,9 @@ PointSteps makePointSteps(const EWeatherData& weather, const ECumulativeSky& sky
          {&steps.beam, &steps.circumsolar, &steps.isotropic, &steps.horizon, &steps.ground}) {
         part->resize(padded, 0.0);
     }
+    for (auto* coordinate : {&steps.sunX, &steps.sunY, &steps.sunZ}) {
+        coordinate->resize(padded, 0.0f);
+    }
     return steps;
 }
 
@@ -221,58 +248,59 @@ const PointSteps& pointSteps(const EWeatherData& weather, const ECumulativeSky& 
 
 PointSums integrateOnSurfacePlain(const PointSteps& steps, const PerezSurface& surface, XYZf normal,
                                   const EShadingMask& mask) {
-    Integration sums;
+    PointSums sums{};
     for (std::size_t step = 0; step < steps.sky.size(); ++step) {
-        const PerezParts parts =
-            perezOnSurface(steps.sky[step],
-                           atStep(surface, steps, step, normal, ShadingMaskAccess::exposure(mask)));
-        sums.add(parts.beam, parts.diffuse(), steps.increment);
+        add(sums,
+            stepSums(perezOnSurface(steps.sky[step], atStep(surface, steps, step, normal,
+                                                            ShadingMaskAccess::exposure(mask))),
+                     steps.increment));
     }
-    return sums.finish(steps.hours);
+    sums.hours = steps.hours;
+    return sums;
 }
 
 PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surface, XYZf normal,
                              const EShadingMask& mask) {
-    const std::size_t count = steps.sky.size();
-    const std::size_t padded = steps.beam.size();
-    thread_local std::vector<double> work;
-    work.assign(4 * padded, 0.0);
-    double* incidence = work.data();
-    double* visibility = incidence + padded;
-    double* beam = visibility + padded;
-    double* diffuse = beam + padded;
-
     const std::uint8_t* exposure = ShadingMaskAccess::exposure(mask);
-    std::array<double, 256> fractions{};
+    std::array<float, 256> fractions{};
     for (std::size_t byte = 0; byte < fractions.size(); ++byte) {
         fractions[byte] = static_cast<float>(byte) / 255.0f;
     }
     const double length = std::hypot(static_cast<double>(normal.x), static_cast<double>(normal.y),
                                      static_cast<double>(normal.z));
-    const double x = normal.x / length;
-    const double y = normal.y / length;
-    const double z = normal.z / length;
-    for (std::size_t step = 0; step < count; ++step) {
-        const XYZf& sun = steps.sun[step];
-        incidence[step] = sun.x * x + sun.y * y + sun.z * z;
-        visibility[step] = fractions[exposure[steps.cell[step]]];
-    }
-
-    const SurfaceFactors factors{surface.skyViewFactor, surface.sineTilt * surface.horizonFactor,
-                                 (1.0 - surface.cosineTilt) * surface.groundReflectance * 0.5};
+    const SurfaceFactors factors{surface.skyViewFactor,
+                                 surface.sineTilt * surface.horizonFactor,
+                                 (1.0 - surface.cosineTilt) * surface.groundReflectance * 0.5,
+                                 normal.x / length,
+                                 normal.y / length,
+                                 normal.z / length};
     applySimdChoice();
-    HWY_DYNAMIC_DISPATCH(evaluateSteps)(steps, factors, incidence, visibility, beam, diffuse);
-    for (const std::size_t step : steps.lowSun) {
-        const PerezParts parts =
-            perezOnSurface(steps.sky[step], atStep(surface, steps, step, normal, exposure));
-        beam[step] = parts.beam;
-        diffuse[step] = parts.diffuse();
+    PointSums sums{};
+    StepTile tile;
+    auto lowSun = steps.lowSun.begin();
+    for (std::size_t first = 0; first < steps.sky.size(); first += StepTile::capacity) {
+        const std::size_t count = std::min(StepTile::capacity, steps.sky.size() - first);
+        const std::size_t padded = std::min(StepTile::capacity, steps.beam.size() - first);
+        for (std::size_t i = 0; i < count; ++i) {
+            tile.visibility[i] = fractions[exposure[steps.cell[first + i]]];
+        }
+        std::fill(tile.visibility + count, tile.visibility + padded, 0.0f);
+        HWY_DYNAMIC_DISPATCH(evaluateSteps)(steps, factors, first, padded, tile);
+        for (; lowSun != steps.lowSun.end() && *lowSun < first + count; ++lowSun) {
+            const StepSums step =
+                stepSums(perezOnSurface(steps.sky[*lowSun],
+                                        atStep(surface, steps, *lowSun, normal, exposure)),
+                         steps.increment);
+            tile.beam[*lowSun - first] = step.beam;
+            tile.diffuse[*lowSun - first] = step.diffuse;
+            tile.total[*lowSun - first] = step.total;
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            add(sums, {tile.beam[i], tile.diffuse[i], tile.total[i]});
+        }
     }
-    Integration sums;
-    for (std::size_t step = 0; step < count; ++step) {
-        sums.add(beam[step], diffuse[step], steps.increment);
-    }
-    return sums.finish(steps.hours);
+    sums.hours = steps.hours;
+    return sums;
 }
 
 } // namespace insolate

@@ -20,12 +20,15 @@ namespace insolate {
 
 /// The steps of a period with the sun up, in the order of time.
 struct PointSteps {
-    std::vector<XYZf> sun;           ///< unit vector to the sun, model axes
+    std::vector<float> sunX; ///< unit vector to the sun, model axes
+    std::vector<float> sunY;
+    std::vector<float> sunZ;
     std::vector<std::int32_t> cell;  ///< the sun's sky cell
     std::vector<PerezSkyState> sky;  ///<
-    std::vector<std::size_t> lowSun; ///< the steps that lie outside the model's range
+    std::vector<std::size_t> lowSun; ///< the steps that lie outside the model's range, rising
 
-    // The sky's share of each part, by step, so that a point only multiplies [W/m2].
+    // Vector code reads whole vectors: the sun and what follows are padded with steps without
+    // light. The sky's share of each part, by step, so that a point only multiplies [W/m2].
     std::vector<double> beam;        ///< direct normal
     std::vector<double> circumsolar; ///< by cosine of incidence and sun visibility
     std::vector<double> isotropic;   ///< by sky view factor

@@ -23,10 +23,10 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-using F32 = hn::CappedTag<float, 8>;
+using F32 = hn::CappedTag<float, 16>;
 using Floats = hn::Vec<F32>;
 
-constexpr std::size_t laneCount = 8;
+constexpr std::size_t laneCount = 16;
 
 /// byte / 255, correctly rounded. With fused operations a division's worth of accuracy comes from
 /// one correction of the product with the reciprocal; a test compares all 256 values.
@@ -49,26 +49,21 @@ SkyOnMask integrate(const float* direct, const float* diffuse, const float* peak
                     const std::uint8_t* incidence) {
     const F32 d;
     const std::size_t step = hn::Lanes(d);
-    alignas(32) float lanes[4][laneCount];
+    alignas(64) float lanes[4][laneCount];
     for (std::size_t lane = 0; lane < laneCount; lane += step) {
         Floats diffuseSum = hn::Zero(d);
         Floats directSum = hn::Zero(d);
         Floats horizontalSum = hn::Zero(d);
         Floats highest = hn::Zero(d);
-        for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-            const Floats sine = hn::Set(d, sines[band]);
-            const std::size_t end = (band + 1) * skyGrid::azimuthCount;
-            for (std::size_t i = band * skyGrid::azimuthCount + lane; i < end; i += laneCount) {
-                const Floats factor =
-                    hn::Mul(fraction(d, exposure + i), fraction(d, incidence + i));
-                const Floats cellDiffuse = hn::LoadU(d, diffuse + i);
-                const Floats cellDirect = hn::LoadU(d, direct + i);
-                diffuseSum = hn::Add(diffuseSum, hn::Mul(cellDiffuse, factor));
-                directSum = hn::Add(directSum, hn::Mul(cellDirect, factor));
-                horizontalSum =
-                    hn::Add(horizontalSum, hn::Mul(hn::Add(cellDiffuse, cellDirect), sine));
-                highest = hn::Max(highest, hn::Mul(hn::LoadU(d, peak + i), factor));
-            }
+        for (std::size_t i = lane; i < skyGrid::cellCount; i += laneCount) {
+            const Floats factor = hn::Mul(fraction(d, exposure + i), fraction(d, incidence + i));
+            const Floats cellDiffuse = hn::LoadU(d, diffuse + i);
+            const Floats cellDirect = hn::LoadU(d, direct + i);
+            diffuseSum = hn::Add(diffuseSum, hn::Mul(cellDiffuse, factor));
+            directSum = hn::Add(directSum, hn::Mul(cellDirect, factor));
+            horizontalSum = hn::Add(
+                horizontalSum, hn::Mul(hn::Add(cellDiffuse, cellDirect), hn::LoadU(d, sines + i)));
+            highest = hn::Max(highest, hn::Mul(hn::LoadU(d, peak + i), factor));
         }
         hn::Store(diffuseSum, d, lanes[0] + lane);
         hn::Store(directSum, d, lanes[1] + lane);
@@ -96,10 +91,12 @@ namespace {
 
 HWY_EXPORT(integrate);
 
-std::array<float, skyGrid::altitudeCount> bandSines() {
-    std::array<float, skyGrid::altitudeCount> sines{};
-    for (std::size_t band = 0; band < sines.size(); ++band) {
-        sines[band] = std::sin((static_cast<float>(band) + 0.5f) * skyGrid::cellAngle);
+/// Sine of each cell's mid-altitude.
+std::array<float, skyGrid::cellCount> cellSines() {
+    std::array<float, skyGrid::cellCount> sines{};
+    for (std::size_t cell = 0; cell < sines.size(); ++cell) {
+        const auto band = static_cast<float>(cell / skyGrid::azimuthCount);
+        sines[cell] = std::sin((band + 0.5f) * skyGrid::cellAngle);
     }
     return sines;
 }
@@ -107,7 +104,7 @@ std::array<float, skyGrid::altitudeCount> bandSines() {
 } // namespace
 
 SkyOnMask integrateSky(const ECumulativeSky& sky, const EShadingMask& mask) {
-    static const std::array<float, skyGrid::altitudeCount> sines = bandSines();
+    static const std::array<float, skyGrid::cellCount> sines = cellSines();
     applySimdChoice();
     return HWY_DYNAMIC_DISPATCH(integrate)(sky.direct, sky.diffuse, sky.peak, sines.data(),
                                            ShadingMaskAccess::exposure(mask),
