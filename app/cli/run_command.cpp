@@ -31,7 +31,9 @@ struct RunArguments {
     double offset = RunOptions().offset;
     std::vector<std::string> select;
     int threads = 0;
-    std::string rays = "octree";
+    std::string rays = "fast";
+    bool saveMasks = false;
+    std::string masks;
     bool force = false;
 
     void addTo(CLI::App& command) {
@@ -77,10 +79,20 @@ struct RunArguments {
         command.add_option("--threads", threads, "Processors to use; 0: all")
             ->type_name("N")
             ->capture_default_str();
-        command.add_option("--rays", rays, "How rays find what is in their way")
-            ->check(CLI::IsMember({"octree"}))
+        command
+            .add_option("--rays", rays,
+                        "How rays find what is in their way: fast, or octree, the plain way with "
+                        "the same answers")
+            ->check(CLI::IsMember({"fast", "octree"}))
             ->type_name("NAME")
             ->capture_default_str();
+        command.add_flag("--save-masks", saveMasks,
+                         "Also write sensors.masks: what each sensor sees of the sky");
+        command
+            .add_option("--masks", masks,
+                        "Take what the sensors see from the sensors.masks of an earlier run with "
+                        "the same scene, sensors and north")
+            ->type_name("FILE");
         command.add_flag("--force", force, "Go on with more sensors than seem sensible");
     }
 
@@ -119,6 +131,11 @@ struct RunArguments {
         result.offset = offset;
         result.select = select;
         result.threads = threads;
+        result.rays = rays == "octree" ? RayMethod::octree : RayMethod::fast;
+        result.saveMasks = saveMasks;
+        if (!masks.empty()) {
+            result.masks = masks;
+        }
         result.force = force;
         return result;
     }

@@ -17,7 +17,8 @@ namespace insolate::app {
 
 namespace {
 
-constexpr std::array<std::string_view, 4> fileOptions = {"weather", "scene", "sensors", "out"};
+constexpr std::array<std::string_view, 5> fileOptions = {"weather", "scene", "sensors", "masks",
+                                                         "out"};
 
 std::optional<std::string> textOf(const toml::node& value) {
     if (const auto* text = value.as_string()) {

@@ -14,7 +14,7 @@
 namespace insolate::app {
 
 /// How rays find the triangles in their way.
-enum class RayMethod { octree };
+enum class RayMethod { fast, octree };
 
 /// The weather and the period: what a sky is made from.
 struct SkyOptions {
@@ -35,7 +35,9 @@ struct RunOptions : SkyOptions {
     double offset = 0.05; ///< [m]
     std::vector<std::string> select;
     int threads = 0; ///< 0: all processors
-    RayMethod rays = RayMethod::octree;
+    RayMethod rays = RayMethod::fast;
+    bool saveMasks = false;                     ///< keep what each sensor sees of the sky
+    std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
     bool force = false;
 
     [[nodiscard]] const std::filesystem::path& sensorFile() const {
@@ -54,5 +56,8 @@ struct SunOptions {
 
 /// "cumulative-sky", "perez-sky" or "perez-point".
 std::string methodName(CalculationMethod method);
+
+/// Threads that work when `threads` are asked for; 0 asks for all processors.
+int usedThreads(int threads);
 
 } // namespace insolate::app

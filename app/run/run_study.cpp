@@ -8,6 +8,8 @@
 #include "app/output/output_folder.h"
 #include "app/output/sensor_tables.h"
 #include "app/output/summary.h"
+#include "app/run/mask_source.h"
+#include "app/run/sky_visibility_store.h"
 #include "app/run/solar_analysis.h"
 #include "app/run/study_record.h"
 #include "app/terminal/interrupt.h"
@@ -134,7 +136,9 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
 nlohmann::ordered_json runRecord(const RunOptions& options, SolarAnalysis& analysis,
                                  const Inputs& inputs) {
     nlohmann::ordered_json record = studyRecord(options, analysis.weather());
-    record["rays"] = "octree";
+    record["rays"] = options.masks                       ? "masks " + options.masks->string()
+                     : options.rays == RayMethod::octree ? "octree"
+                                                         : "fast";
     record["scene"]["files"] = nlohmann::ordered_json::array();
     for (const auto& file : options.scenes) {
         record["scene"]["files"].push_back(file.string());
@@ -162,11 +166,27 @@ void runStudy(const RunOptions& options, Progress& progress) {
     watch.lap("weather_and_sky_s");
     const Inputs inputs = readInputs(options, progress);
     watch.lap("models_s");
-    const RayScene scene(inputs.scene, inputs.field);
+    const Recentring recentring(inputs.scene, inputs.field);
+    const VisibilityKey key = options.masks || options.saveMasks
+                                  ? visibilityKey(inputs.scene, inputs.field, options.north)
+                                  : VisibilityKey();
+    SkyVisibilityStore stored;
+    if (options.masks) {
+        stored = SkyVisibilityStore::read(*options.masks, key);
+    }
+    const std::unique_ptr<MaskSource> masks =
+        options.masks ? makeStoredMasks(stored, options.north)
+                      : makeRayMasks(inputs.scene, recentring, options.rays);
     throwIfInterrupted();
-    watch.lap("octree_s");
-    SensorResults results =
-        calculateSensors(analysis, scene, inputs.field, options.threads, progress);
+    watch.lap("ray_index_s");
+    SkyVisibilityStore saved(options.saveMasks ? inputs.field.size() : 0);
+    SensorResults results = calculateSensors(analysis,
+                                             {.field = inputs.field,
+                                              .recentring = recentring,
+                                              .masks = *masks,
+                                              .threads = options.threads,
+                                              .saved = options.saveMasks ? &saved : nullptr},
+                                             progress);
     watch.lap("sensors_s");
 
     const std::array<ResultColumn, 4> columns = {
@@ -184,6 +204,9 @@ void runStudy(const RunOptions& options, Progress& progress) {
     picture.subtitle = subtitle;
     picture.north = options.north;
     drawHeatmap(folder.stage("heatmap.png"), inputs.scene, inputs.field, columns[0], picture);
+    if (options.saveMasks) {
+        saved.write(folder.stage("sensors.masks"), key);
+    }
     throwIfInterrupted();
     watch.lap("files_s");
 
@@ -198,9 +221,11 @@ void runStudy(const RunOptions& options, Progress& progress) {
     const ColumnRange range = rangeOf(columns[0].values);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} Wh/m2", range.lowest,
                               range.highest, range.mean));
-    progress.note(fmt::format("wrote sensors.csv, sensors.vtp, heatmap.png and summary.json in {} "
-                              "({})",
-                              options.out.string(), durationText(watch.whole())));
+    progress.note(
+        fmt::format("wrote sensors.csv, sensors.vtp, heatmap.png{} and summary.json in {} "
+                    "({})",
+                    options.saveMasks ? ", sensors.masks" : "", options.out.string(),
+                    durationText(watch.whole())));
 }
 
 } // namespace insolate::app

@@ -1,7 +1,6 @@
 #include "app/run/solar_analysis.h"
 
 #include "app/errors.h"
-#include "app/input/mesh.h"
 #include "app/terminal/interrupt.h"
 
 #include <algorithm>
@@ -22,10 +21,6 @@ namespace {
 
 /// Points of one block: enough to keep the threads from meeting, few enough to stop soon.
 constexpr std::size_t blockSize = 256;
-
-/// Ray ids are 32 bits wide and a point takes 1,296 of them; a thread that has used them up goes on
-/// without remembering which triangles a ray has met: slower, never wrong.
-constexpr int mostRayIdBlocks = 3'300'000;
 
 /// A block of sensors as the library asks for it.
 class BlockOfPoints final : public EUiController {
@@ -48,7 +43,6 @@ struct ThreadSlot {
 
     ESolarAnalysisController controller;
     BlockOfPoints block;
-    int pointIndex = 0;
 };
 
 /// Solid angle of the visible cells over the one of the dome [%].
@@ -144,54 +138,14 @@ void SolarAnalysis::loadWeather(const std::filesystem::path& file) {
     }
 }
 
-RayScene::RayScene(const Scene& scene, const SensorField& field) {
-    Vector3 lowest = {1e300, 1e300, 1e300};
-    Vector3 highest = {-1e300, -1e300, -1e300};
-    const auto fold = [&](const std::vector<Vector3>& points) {
-        for (const Vector3& p : points) {
-            lowest = {std::min(lowest.x, p.x), std::min(lowest.y, p.y), std::min(lowest.z, p.z)};
-            highest = {std::max(highest.x, p.x), std::max(highest.y, p.y),
-                       std::max(highest.z, p.z)};
-        }
-    };
-    fold(scene.vertices);
-    fold(field.positions);
-    if (lowest.x <= highest.x) {
-        const Vector3 middle = (lowest + highest) * 0.5;
-        m_centre = {std::floor(middle.x), std::floor(middle.y), std::floor(middle.z)};
-    }
-
-    RT::InputPackageUitl::ResetInputPackage();
-    // In pieces, so that the doubles of a large scene do not stand in memory once more.
-    constexpr std::size_t piece = 3 * std::size_t{4096};
-    std::vector<double> coordinates;
-    for (std::size_t first = 0; first < scene.vertices.size(); first += piece) {
-        coordinates.clear();
-        const std::size_t end = std::min(first + piece, scene.vertices.size());
-        for (std::size_t i = first; i < end; ++i) {
-            const Vector3 p = scene.vertices[i] - m_centre;
-            coordinates.insert(coordinates.end(), {p.x, p.y, p.z});
-        }
-        RT::InputPackageUitl::AddTriangles(coordinates.data(),
-                                           static_cast<int>(coordinates.size()));
-        throwIfInterrupted();
-    }
-    RT::InputPackageUitl::InflateBoundingBox();
-    RT::SpatialTreeUtil::GenerateSpatialTree();
-}
-
-XYZf RayScene::local(const Vector3& point) const {
-    const Vector3 p = point - m_centre;
-    return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
-}
-
 int usedThreads(int threads) {
     const int processors = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
     return threads <= 0 ? processors : std::min(threads, processors);
 }
 
-SensorResults calculateSensors(SolarAnalysis& analysis, const RayScene& scene,
-                               const SensorField& field, int threads, Progress& progress) {
+SensorResults calculateSensors(SolarAnalysis& analysis, const SensorWork& work,
+                               Progress& progress) {
+    const SensorField& field = work.field;
     const std::size_t count = field.size();
     SensorResults results;
     for (auto* values : {&results.total, &results.average, &results.peak, &results.skyView}) {
@@ -199,8 +153,9 @@ SensorResults calculateSensors(SolarAnalysis& analysis, const RayScene& scene,
     }
 
     // A slot of the arena is a slot in every triangle's memory of rays: no more than processors.
-    tbb::task_arena arena(usedThreads(threads));
-    std::vector<std::optional<ThreadSlot>> slots(static_cast<std::size_t>(usedThreads(threads)));
+    tbb::task_arena arena(usedThreads(work.threads));
+    std::vector<std::optional<ThreadSlot>> slots(
+        static_cast<std::size_t>(usedThreads(work.threads)));
 
     const auto calculateBlock = [&](std::size_t first) {
         const int slotIndex = tbb::this_task_arena::current_thread_index();
@@ -216,14 +171,12 @@ SensorResults calculateSensors(SolarAnalysis& analysis, const RayScene& scene,
             const bool onFace = !isZero(n);
             const XYZf normal = {static_cast<float>(n.x), static_cast<float>(n.y),
                                  static_cast<float>(n.z)};
-            ECalculationPoint& point = points.emplace_back(scene.local(field.positions[i]), normal,
-                                                           static_cast<int>(i - first), 0, onFace);
-            if (slot->pointIndex < mostRayIdBlocks) {
-                RT::GetTransparencyValueOnRayImpl rays(slotIndex, slot->pointIndex++);
-                point.updateShadingMask(&rays);
-            } else {
-                GetTransparencyValueOnRayInternal rays;
-                point.updateShadingMask(&rays);
+            ECalculationPoint& point =
+                points.emplace_back(work.recentring.local(field.positions[i]), normal,
+                                    static_cast<int>(i - first), 0, onFace);
+            work.masks.updateMask(point, i, slotIndex);
+            if (work.saved != nullptr) {
+                work.saved->set(i, *point.getShadingMask());
             }
             results.skyView[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
                                         : visibleSolidAngle(*point.getShadingMask());

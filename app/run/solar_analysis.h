@@ -3,7 +3,9 @@
 #pragma once
 
 #include "app/input/weather_check.h"
+#include "app/run/mask_source.h"
 #include "app/run/run_options.h"
+#include "app/run/sky_visibility_store.h"
 #include "app/study_data.h"
 #include "app/terminal/progress.h"
 
@@ -37,22 +39,6 @@ private:
     std::unique_ptr<EModel> m_model; ///< on the heap: the controllers point back at it
 };
 
-/// The scene in the library's ray caster, moved so that its middle is the origin: positions in the
-/// library are single precision, and map coordinates would lose their decimetres. One at a time.
-class RayScene {
-public:
-    /// Replaces the scene of the process and builds the octree.
-    /// @param field takes part in finding the middle
-    RayScene(const Scene& scene, const SensorField& field);
-
-    /// A point of the model as the library sees it.
-    [[nodiscard]] XYZf local(const Vector3& point) const;
-    [[nodiscard]] const Vector3& centre() const { return m_centre; }
-
-private:
-    Vector3 m_centre; ///< whole metres, so that moving a model rounds alike wherever it stands
-};
-
 struct SensorResults {
     std::vector<float> total;   ///< [Wh/m2]
     std::vector<float> average; ///< [W/m2]
@@ -63,13 +49,17 @@ struct SensorResults {
     std::vector<float> skyView;
 };
 
-/// Masks and results of all sensors, in blocks on `threads` threads (0: all processors). Equal
-/// inputs give equal bytes for every number of threads.
-/// @throws Interrupted at the next block after a signal
-SensorResults calculateSensors(SolarAnalysis& analysis, const RayScene& scene,
-                               const SensorField& field, int threads, Progress& progress);
+struct SensorWork {
+    const SensorField& field;
+    const Recentring& recentring;
+    MaskSource& masks;
+    int threads = 0;                     ///< 0: all processors
+    SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
+};
 
-/// Threads that calculateSensors uses when asked for `threads`.
-int usedThreads(int threads);
+/// Masks and results of all sensors, in blocks. Equal inputs give equal bytes for every number of
+/// threads.
+/// @throws Interrupted at the next block after a signal
+SensorResults calculateSensors(SolarAnalysis& analysis, const SensorWork& work, Progress& progress);
 
 } // namespace insolate::app

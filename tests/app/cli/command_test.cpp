@@ -95,11 +95,16 @@ TEST_F(CommandTest, RunsAStudy) {
     // What was printed may go; the results stay.
     const Outcome again =
         command("run --weather good.epw --scene court.obj --select floor --period 6/1-6/30 "
-                "--hours 8-18 --step 0.5 --grid 1 --out c --quiet --threads 2");
+                "--hours 8-18 --step 0.5 --grid 1 --out c --quiet --threads 2 --save-masks");
     EXPECT_EQ(again.exitCode, 0);
     EXPECT_EQ(again.err, "");
+    const Outcome stored =
+        command("run --weather good.epw --scene court.obj --select floor --period 6/1-6/30 "
+                "--hours 8-18 --step 0.5 --grid 1 --out d --masks c/sensors.masks");
+    EXPECT_EQ(stored.exitCode, 0) << stored.err;
     for (const char* name : {"sensors.csv", "sensors.vtp", "heatmap.png"}) {
         EXPECT_EQ(readFile(path("a/b") / name), readFile(path("c") / name)) << name;
+        EXPECT_EQ(readFile(path("a/b") / name), readFile(path("d") / name)) << name;
     }
 }
 
@@ -175,6 +180,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--sensors bad.csv", 1, "bad.csv:3: 2 fields"},
              {base + "--sensors zero.csv", 1, "zero.csv:1: the normal is zero"},
              {base + "--sensors zero.csv --select floor", 2, "--select"},
+             {base + "--masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--select tower", 1, "'tower'; choose from 'court', 'floor'"},
              {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
              {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},

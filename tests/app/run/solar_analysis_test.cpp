@@ -33,6 +33,9 @@ struct Study {
     int threads = 1;
     StudyPeriod period = {};
     bool allowGaps = false;
+    RayMethod rays = RayMethod::fast;
+    const SkyVisibilityStore* stored = nullptr;
+    SkyVisibilityStore* saved = nullptr;
 };
 
 SensorResults calculate(const Study& study, const Scene& scene, const SensorField& field) {
@@ -42,9 +45,17 @@ SensorResults calculate(const Study& study, const Scene& scene, const SensorFiel
     options.period = study.period;
     options.allowGaps = study.allowGaps;
     SolarAnalysis analysis(options, study.north);
-    const RayScene rays(scene, field);
+    const Recentring recentring(scene, field);
+    const auto masks = study.stored != nullptr ? makeStoredMasks(*study.stored, study.north)
+                                               : makeRayMasks(scene, recentring, study.rays);
     Progress silent(stderr, Progress::Style::quiet);
-    return calculateSensors(analysis, rays, field, study.threads, silent);
+    return calculateSensors(analysis,
+                            {.field = field,
+                             .recentring = recentring,
+                             .masks = *masks,
+                             .threads = study.threads,
+                             .saved = study.saved},
+                            silent);
 }
 
 /// Sun in the afternoon only, so that west and east differ.
@@ -91,31 +102,97 @@ TEST(SolarAnalysis, OpenSensorsSeeWhatGeometrySays) {
     EXPECT_GE(open.peak[0], open.average[0]);
 }
 
-TEST(SolarAnalysis, GivesTheSameBytesForAnyNumberOfThreadsAndNearOrFar) {
+/// The court's scene and sensors on all its faces, moved to a place.
+std::pair<Scene, SensorField> courtAt(const Vector3& place) {
     const StudyFolder folder;
-    Study study{.weather = folder.write("a.epw", test::clearYear())};
-    const auto cut = [&](double x, double y, double z) {
-        Mesh mesh = importMesh(folder.write("court.obj", test::courtModel()), {});
-        for (Vector3& v : mesh.vertices) {
-            v = v + Vector3{x, y, z};
-        }
-        std::pair<Scene, SensorField> result;
-        appendTriangles(mesh, result.first);
-        result.second = cutIntoSensors(mesh, selectFaces(mesh, {}, ""), {.spacing = 0.7}).field;
-        return result;
+    Mesh mesh = importMesh(folder.write("court.obj", test::courtModel()), {});
+    for (Vector3& v : mesh.vertices) {
+        v = v + place;
+    }
+    std::pair<Scene, SensorField> result;
+    appendTriangles(mesh, result.first);
+    result.second = cutIntoSensors(mesh, selectFaces(mesh, {}, ""), {.spacing = 0.7}).field;
+    return result;
+}
+
+TEST(SolarAnalysis, GivesTheSameBytesByAnyWay) {
+    const StudyFolder folder;
+    Study study{.weather = folder.write("a.epw", test::clearYear()), .north = 20.0};
+    const auto [scene, field] = courtAt({0, 0, 0});
+    ASSERT_GT(field.size(), 3U * 256U) << "too few blocks for two threads";
+    SkyVisibilityStore store(field.size());
+    study.saved = &store;
+    const SensorResults one = calculate(study, scene, field);
+    study.saved = nullptr;
+    const auto expectSame = [&](const SensorResults& other, const char* way) {
+        EXPECT_EQ(one.total, other.total) << way;
+        EXPECT_EQ(one.average, other.average) << way;
+        EXPECT_EQ(one.peak, other.peak) << way;
+        EXPECT_EQ(one.skyView, other.skyView) << way;
     };
-    const auto [nearScene, nearField] = cut(0, 0, 0);
-    ASSERT_GT(nearField.size(), 3U * 256U) << "too few blocks for two threads";
-    const SensorResults one = calculate(study, nearScene, nearField);
     study.threads = 2;
-    const SensorResults two = calculate(study, nearScene, nearField);
-    EXPECT_EQ(one.total, two.total);
-    EXPECT_EQ(one.peak, two.peak);
-    EXPECT_EQ(one.skyView, two.skyView);
-    const auto [farScene, farField] = cut(5.0e6, -4.0e6, 2.0e3);
-    const SensorResults far = calculate(study, farScene, farField);
-    EXPECT_EQ(one.total, far.total);
-    EXPECT_EQ(one.skyView, far.skyView);
+    expectSame(calculate(study, scene, field), "two threads");
+    study.rays = RayMethod::octree;
+    expectSame(calculate(study, scene, field), "octree");
+    study.stored = &store;
+    expectSame(calculate(study, scene, field), "stored masks");
+    study.stored = nullptr;
+    study.rays = RayMethod::fast;
+    const auto [farScene, farField] = courtAt({5.0e6, -4.0e6, 2.0e3});
+    expectSame(calculate(study, farScene, farField), "far from the origin");
+}
+
+TEST(SkyVisibilityStore, ComesBackFromItsFileAndRefusesAnother) {
+    const StudyFolder folder;
+    const Scene scene = openScene();
+    const SensorField field = pointsFacing({{0, 0, 1}, {0, 1, 0}});
+    const VisibilityKey key = visibilityKey(scene, field, 10.0);
+    SkyVisibilityStore store(2);
+    EShadingMask mask;
+    store.set(0, mask);
+    for (const int band : {0, 3, 17}) {
+        mask.setExposureValue(71, band, 0.0f);
+    }
+    store.set(1, mask);
+    const auto file = folder.path() / "a.masks";
+    {
+        OutputFile out(file, "a.masks");
+        store.write(out, key);
+        out.finish();
+    }
+    const std::string bytes = test::readFile(file);
+    EXPECT_EQ(bytes.size(), 56U + 2U * 162U + 8U);
+    const SkyVisibilityStore back = SkyVisibilityStore::read(file, key);
+    EXPECT_EQ(back.visibleSky(0), SkyCellSet::all());
+    EXPECT_EQ(back.visibleSky(1).count(), 1293);
+    EXPECT_FALSE(back.visibleSky(1).contains(71, 17));
+    EXPECT_TRUE(back.visibleSky(1).contains(0, 17));
+
+    const auto expectRefusal = [&](const std::filesystem::path& f, const VisibilityKey& k,
+                                   const char* message) {
+        try {
+            SkyVisibilityStore::read(f, k);
+            ADD_FAILURE() << message;
+        } catch (const DataError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(message));
+        }
+    };
+    SensorField moved = field;
+    moved.positions[1].x = 1e-9;
+    expectRefusal(file, visibilityKey(scene, moved, 10.0), "another scene or other sensors");
+    expectRefusal(file, visibilityKey(scene, field, 11.0), "made with --north 10");
+    expectRefusal(file, visibilityKey(scene, pointsFacing({{0, 0, 1}}), 10.0),
+                  "made for 2 sensors");
+    std::string damaged = bytes;
+    damaged[100] = static_cast<char>(damaged[100] ^ 4);
+    expectRefusal(folder.write("b.masks", damaged), key, "damaged");
+    expectRefusal(folder.write("b.masks", bytes.substr(0, 200)), key, "cut short");
+    expectRefusal(folder.write("b.masks", bytes + "x"), key, "cut short");
+    expectRefusal(folder.write("b.masks", bytes.substr(0, 20)), key, "not a mask file");
+    damaged = bytes;
+    damaged[8] = 2;
+    expectRefusal(folder.write("b.masks", damaged), key, "has version 2");
+    expectRefusal(folder.path() / "none", key, "cannot be read");
 }
 
 TEST(SolarAnalysis, MethodsPeriodsAndGapsReachTheLibrary) {
