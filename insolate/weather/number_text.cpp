@@ -104,12 +104,15 @@ double leadingDecimal(std::string_view text) {
             break;
         }
     }
+    if (digitCount == 0) {
+        return 0.0;
+    }
     double value = 0.0;
     const bool simple =
         digitCount <= 15 && (at == text.size() || (text[at] != 'e' && text[at] != 'E'));
     if (simple) {
         value = static_cast<double>(digits) / exactPowersOfTen[decimals];
-    } else if (digitCount > 0) {
+    } else {
         const char* end = text.data() + text.size();
         if (std::from_chars(text.data(), end, value).ec == std::errc::result_out_of_range) {
             value = beyondRange(text);

@@ -65,6 +65,10 @@ TEST(NumberText, LeadingDecimals) {
           Case{"0e999999999999", 0.0}}) {
         EXPECT_EQ(leadingDecimal(one.text), one.value) << one.text;
     }
+    // A sign without a number is no negative zero.
+    EXPECT_FALSE(std::signbit(leadingDecimal("-")));
+    EXPECT_FALSE(std::signbit(leadingDecimal("-x1")));
+    EXPECT_TRUE(std::signbit(leadingDecimal("-0.0")));
     const std::string zeros(400, '0');
     EXPECT_EQ(leadingDecimal("1" + zeros), infinite);
     EXPECT_EQ(leadingDecimal("0." + zeros + "1"), 0.0);
