@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Encodes a world time-zone grid as the table in time_zone_map_data.cpp.
 
-    python3 make_time_zone_map.py zone_grid.csv time_zone_map_data.cpp
+    python3 make_time_zone_map.py time_zone_grid.csv time_zone_map_data.cpp
 
 The grid has 357 lines of pairs "length:zone", one line per row of half-degree cells from the north
 pole, pairs from west to east, zones in tenths of an hour. The first run of a line starts one column
