@@ -33,6 +33,7 @@ int runCommandLine(int argc, const char* const* argv) {
     addRunCommand(app);
     addSkyCommand(app);
     addSunCommand(app);
+    addWeatherCommand(app);
     try {
         app.parse(argc, argv);
         if (std::fflush(stdout) != 0) {
@@ -42,8 +43,11 @@ int runCommandLine(int argc, const char* const* argv) {
     } catch (const CLI::Success& wanted) {
         return app.exit(wanted); // help or version
     } catch (const CLI::ParseError& error) {
-        const auto chosen = app.get_subcommands();
-        const std::string command = chosen.empty() ? "" : " " + chosen.front()->get_name();
+        std::string command;
+        for (const CLI::App* level = &app; !level->get_subcommands().empty();) {
+            level = level->get_subcommands().front();
+            command += " " + level->get_name();
+        }
         return report(exitUsage,
                       fmt::format("{}; see 'insolate{} --help'", printable(error.what()), command));
     } catch (const CommandError& error) {

@@ -9,5 +9,6 @@ namespace insolate::app {
 void addRunCommand(CLI::App& app);
 void addSkyCommand(CLI::App& app);
 void addSunCommand(CLI::App& app);
+void addWeatherCommand(CLI::App& app);
 
 } // namespace insolate::app

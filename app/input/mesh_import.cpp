@@ -1,9 +1,8 @@
 #include "app/input/mesh_import.h"
 
 #include "app/errors.h"
+#include "app/input/file_name.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <system_error>
@@ -11,17 +10,6 @@
 #include <fmt/format.h>
 
 namespace insolate::app {
-
-namespace {
-
-std::string lowerExtension(const std::filesystem::path& file) {
-    std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
-} // namespace
 
 double metresIn(LengthUnit unit) {
     switch (unit) {
@@ -40,9 +28,7 @@ double metresIn(LengthUnit unit) {
 }
 
 UpAxis defaultUpAxis(const std::filesystem::path& file) {
-    const std::string extension = lowerExtension(file);
-    return extension == ".gltf" || extension == ".glb" || extension == ".dae" ? UpAxis::y
-                                                                              : UpAxis::z;
+    return hasExtension(file, {".gltf", ".glb", ".dae"}) ? UpAxis::y : UpAxis::z;
 }
 
 Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up) {
@@ -61,7 +47,7 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
         throw DataError(
             fmt::format("{}: cannot be read; give a model file that you may open", place(file)));
     }
-    Mesh mesh = lowerExtension(file) == ".obj" ? readObj(file) : readWithAssimp(file);
+    Mesh mesh = hasExtension(file, {".obj"}) ? readObj(file) : readWithAssimp(file);
     if (mesh.faces.empty()) {
         throw DataError(fmt::format(
             "{}: the model has no faces; export it with surfaces, not only lines or points",

@@ -1,6 +1,7 @@
 #include "app/input/weather_check.h"
 
 #include "app/errors.h"
+#include "app/input/file_name.h"
 #include "app/input/numbers.h"
 
 #include <algorithm>
@@ -341,14 +342,11 @@ std::string WeatherSite::text() const {
 }
 
 WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
-    std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     const std::string content = readWhole(file);
-    if (extension == ".epw") {
+    if (hasExtension(file, {".epw"})) {
         return EpwInspector(file, content).inspect();
     }
-    if (extension == ".wea" || extension == ".mra") {
+    if (hasExtension(file, {".wea", ".mra"})) {
         return inspectWea(file, content);
     }
     throw DataError(fmt::format("{}: {}", place(file), wrongFile));

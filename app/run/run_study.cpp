@@ -1,6 +1,7 @@
 #include "app/run/run_study.h"
 
 #include "app/errors.h"
+#include "app/input/file_name.h"
 #include "app/input/mesh.h"
 #include "app/input/sensor_csv.h"
 #include "app/input/sensor_grid.h"
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <chrono>
 #include <cmath>
 
@@ -45,13 +45,6 @@ private:
     std::chrono::steady_clock::time_point m_last = m_start;
     nlohmann::ordered_json m_record;
 };
-
-bool isTable(const std::filesystem::path& file) {
-    std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension == ".csv" || extension == ".txt";
-}
 
 /// Refuses what the machine cannot hold, before memory is taken.
 void checkSize(double sensors, double triangles, const RunOptions& options) {
@@ -114,7 +107,7 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
     const auto triangles = static_cast<double>(inputs.scene.triangleCount());
     progress.note(fmt::format("scene: {} triangles", groupedDigits(inputs.scene.triangleCount())));
 
-    if (isTable(sensorFile)) {
+    if (hasExtension(sensorFile, {".csv", ".txt"})) {
         if (!options.select.empty()) {
             throw UsageError("--select chooses faces of a sensor model, but the sensors come from "
                              "a table; leave it out");

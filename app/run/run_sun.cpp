@@ -2,6 +2,7 @@
 
 #include "app/errors.h"
 #include "app/input/weather_check.h"
+#include "app/run/solar_analysis.h"
 
 #include <cmath>
 
@@ -46,10 +47,7 @@ std::string placeSun(const SunOptions& options, ESolarPosition& sun) {
     } else {
         sun.setLocation(radians(latitude), radians(longitude));
     }
-    return name + fmt::format("{:.2f} {}, {:.2f} {}, UTC{:+}", std::abs(latitude),
-                              latitude < 0.0 ? "S" : "N", std::abs(longitude),
-                              longitude < 0.0 ? "W" : "E",
-                              std::round(sun.getTimeZone() * 100.0) / 100.0);
+    return name + siteText({latitude, longitude, sun.getTimeZone(), 0.0});
 }
 
 } // namespace

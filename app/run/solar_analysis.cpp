@@ -90,7 +90,7 @@ SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
     // Model north lies at the plan angle pi/2 - north offset, which is clockwise of +Y.
     ESolarPosition::Global.setNorthOffset(ESolarPosition::convertDegreesToRadians(north));
     controller().setSolarCalculationMethod(options.method);
-    loadWeather(options.weather);
+    loadWeather(controller(), options.weather, m_weather);
     const StudyPeriod& period = options.period;
     controller().setTimeSpec(static_cast<float>(period.startHour),
                              static_cast<float>(period.endHour), static_cast<float>(period.step),
@@ -102,7 +102,8 @@ SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
     }
 }
 
-void SolarAnalysis::loadWeather(const std::filesystem::path& file) {
+void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
+                 const WeatherReport& report) {
     constexpr std::size_t longestName = 260;
     std::wstring name;
     try {
@@ -117,14 +118,14 @@ void SolarAnalysis::loadWeather(const std::filesystem::path& file) {
                                     place(file), longestName));
     }
     auto result = static_cast<ResultLoadWeatherData>(0);
-    if (!controller().setWeatherFile(name, result)) {
+    if (!controller.setWeatherFile(name, result)) {
         throw DataError(fmt::format("{}: cannot be opened as a weather file; give an .epw, .wea or "
                                     ".mra file that you may read",
                                     place(file)));
     }
     // Marks for missing values are numbers to the readers; allowed gaps are without radiation.
-    if (!m_weather.radiationMissing.empty()) {
-        EWeatherData& store = controller().getWeatherData();
+    if (!report.radiationMissing.empty()) {
+        EWeatherData& store = controller.getWeatherData();
         const auto isMark = [](float value) { return value < 0.0f || value >= 9999.0f; };
         for (int day = 0; day < ESolarPosition::DAYS_PER_YEAR; ++day) {
             for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
@@ -136,6 +137,12 @@ void SolarAnalysis::loadWeather(const std::filesystem::path& file) {
             }
         }
     }
+}
+
+std::string siteText(const Site& site) {
+    return fmt::format("{:.2f} {}, {:.2f} {}, UTC{:+}", std::abs(site.latitude),
+                       site.latitude < 0.0 ? "S" : "N", std::abs(site.longitude),
+                       site.longitude < 0.0 ? "W" : "E", std::round(site.timeZone * 100.0) / 100.0);
 }
 
 int usedThreads(int threads) {

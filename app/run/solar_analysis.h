@@ -12,9 +12,19 @@
 #include <insolate/insolate.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace insolate::app {
+
+/// Reads a weather file that was inspected into the controller's store and moves the library's site
+/// there. Hours that the file marks as missing become hours without radiation.
+/// @throws DataError when the library cannot open it
+void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
+                 const WeatherReport& report);
+
+/// "41.98 N, 87.92 W, UTC-6".
+std::string siteText(const Site& site);
 
 /// Weather, site and sky of one period, ready to be asked for results.
 ///
@@ -33,8 +43,6 @@ public:
     }
 
 private:
-    void loadWeather(const std::filesystem::path& file);
-
     WeatherReport m_weather;
     std::unique_ptr<EModel> m_model; ///< on the heap: the controllers point back at it
 };

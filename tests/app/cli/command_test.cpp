@@ -185,6 +185,10 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
              {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},
              {"sky --weather good.epw --out out --method perez-point", 2, "perez-point not in"},
+             {"weather", 2, "insolate weather --help"},
+             {"weather info", 2, "insolate weather info --help"},
+             {"weather info none.epw", 1, "none.epw"},
+             {"weather convert good.epw out", 2, "out: only .wea"},
              {"sun", 2, "give --lat and --lon"},
              {"sun --lat 40 --lon 0 --date 2/30", 2, "February has 28 days"}}) {
         const Outcome bad = command(c.words);
@@ -211,6 +215,30 @@ TEST_F(CommandTest, StopsAtASignalWithoutFiles) {
         EXPECT_THAT(stopped.err, HasSubstr("stopped; no result was written"));
         EXPECT_FALSE(std::filesystem::exists(path("out")));
     }
+}
+
+TEST_F(CommandTest, ConvertsWeatherWithoutChangingResults) {
+    const Outcome convert = command("weather convert good.epw w/good.wea");
+    ASSERT_EQ(convert.exitCode, 0) << convert.err;
+    EXPECT_EQ(std::filesystem::file_size(path("w/good.wea")), 141608U);
+    const std::string study =
+        "run --scene court.obj --select floor --period 12/20-1/10 --quiet --weather ";
+    EXPECT_EQ(command(study + "good.epw --out a").exitCode, 0);
+    EXPECT_EQ(command(study + "w/good.wea --out b").exitCode, 0);
+    EXPECT_EQ(readFile(path("a/sensors.csv")), readFile(path("b/sensors.csv")));
+
+    // Per month the clear year gives days x 12 hours of a half sine of 800 W/m2 at noon.
+    const Outcome info = command("weather info good.epw");
+    EXPECT_EQ(info.exitCode, 0) << info.err;
+    EXPECT_THAT(info.out, HasSubstr("40.00 N, 0.00 E, UTC+0, elevation 100 m"));
+    EXPECT_THAT(info.out,
+                testing::ContainsRegex("January +189\\.[0-9] +28\\.[0-9] +0\\.0 +10\\.0"));
+    EXPECT_THAT(info.out, HasSubstr("usable by 'insolate run'"));
+    EXPECT_THAT(command("weather info w/good.wea").out, HasSubstr("Testville"));
+    write("gap.epw", withLine(test::clearYear(), 100, "2001", "what"));
+    EXPECT_THAT(command("weather info gap.epw").out, HasSubstr("gap.epw:100"));
+    EXPECT_EQ(command("weather convert gap.epw gap.wea").exitCode, 1);
+    EXPECT_FALSE(std::filesystem::exists(path("gap.wea")));
 }
 
 TEST_F(CommandTest, PrintsSunAndWritesSky) {

@@ -1,0 +1,38 @@
+#include "app/cli/commands.h"
+#include "app/cli/sky_arguments.h"
+#include "app/run/run_weather.h"
+
+#include <memory>
+#include <string>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+void addWeatherCommand(CLI::App& app) {
+    CLI::App* command = app.add_subcommand("weather", "Look into a weather file, or convert it.");
+    command->require_subcommand(1);
+
+    struct Arguments {
+        std::string from;
+        std::string to;
+        bool allowGaps = false;
+    };
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App* info = command->add_subcommand(
+        "info", "Print site, monthly and annual sums, and what looks wrong in the file.");
+    info->add_option("FILE", arguments->from, "Weather file: .epw, .wea or .mra")->required();
+    info->callback([arguments] { fmt::print("{}", weatherInfo(arguments->from)); });
+
+    CLI::App* convert =
+        command->add_subcommand("convert", "Write an .epw file as .wea, which loads faster.");
+    convert->add_option("FROM", arguments->from, "Weather file: .epw")->required();
+    convert->add_option("TO", arguments->to, "File to write: .wea")->required();
+    convert->add_flag("--allow-gaps", arguments->allowGaps,
+                      "Store hours without weather data as hours without radiation");
+    convert->callback([arguments] {
+        fmt::print("{}", convertWeather(arguments->from, arguments->to, arguments->allowGaps));
+    });
+}
+
+} // namespace insolate::app

@@ -1,0 +1,17 @@
+#include "app/input/file_name.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+
+namespace insolate::app {
+
+bool hasExtension(const std::filesystem::path& file,
+                  std::initializer_list<std::string_view> extensions) {
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
+}
+
+} // namespace insolate::app

@@ -1,0 +1,194 @@
+#include "app/run/run_weather.h"
+
+#include "app/errors.h"
+#include "app/input/file_name.h"
+#include "app/input/weather_check.h"
+#include "app/output/output_folder.h"
+#include "app/run/solar_analysis.h"
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <vector>
+
+#include <fmt/format.h>
+#include <insolate/insolate.h>
+
+namespace insolate::app {
+
+namespace {
+
+constexpr std::array<const char*, 12> monthNames = {
+    "January", "February", "March",     "April",   "May",      "June",
+    "July",    "August",   "September", "October", "November", "December"};
+
+/// The hours of a year as both kinds of file give them; absent series are empty.
+struct Year {
+    std::string place;
+    Site site;
+    std::vector<float> direct, diffuse, global, temperature;
+    std::vector<std::string> findings;
+};
+
+Year readEpwYear(const std::filesystem::path& file) {
+    WeatherReading reading = readWeatherSeries(file);
+    std::vector<std::string> findings;
+    for (const WeatherFinding& finding : reading.findings) {
+        findings.push_back(printable(finding.text));
+    }
+    if (!reading.ok) {
+        throw DataError(findings.empty() ? place(file) + ": not a weather file; give an .epw file"
+                                         : findings.back());
+    }
+    WeatherSeries& series = reading.series;
+    return {printable(series.place),
+            series.site,
+            std::move(series.directNormal),
+            std::move(series.diffuseHorizontal),
+            std::move(series.globalHorizontal),
+            std::move(series.dryBulb),
+            std::move(findings)};
+}
+
+Year readStoredYear(const std::filesystem::path& file) {
+    const WeatherReport report = inspectWeatherFile(file);
+    EModel model;
+    loadWeather(model.getSolarAnalysisController(), file, report);
+    EWeatherData& store = model.getSolarAnalysisController().getWeatherData();
+    Year year;
+    year.place = report.site.text();
+    year.site = {report.site.latitude, report.site.longitude, report.site.timeZone,
+                 report.site.elevation};
+    for (int day = 0; day < ESolarPosition::DAYS_PER_YEAR; ++day) {
+        for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
+            year.direct.push_back(store.getHourlyDirectRad(day, hour));
+            year.diffuse.push_back(store.getHourlyDiffuseRad(day, hour));
+            year.temperature.push_back(store.getHourlyTemp(day, hour));
+        }
+    }
+    if (!report.radiationMissing.empty()) {
+        year.findings.push_back(
+            fmt::format("{}: radiation is marked as missing in {} hours; --allow-gaps counts them "
+                        "as without radiation",
+                        place(file), report.radiationMissing.size()));
+    }
+    return year;
+}
+
+/// Sum and count of the values that are there.
+struct Total {
+    double sum = 0.0;
+    int count = 0;
+
+    void add(float value) {
+        if (std::isfinite(value)) {
+            sum += static_cast<double>(value);
+            ++count;
+        }
+    }
+    [[nodiscard]] std::string sumText() const {
+        return count == 0 ? std::string("-") : fmt::format("{:.1f}", sum / 1000.0);
+    }
+    [[nodiscard]] std::string meanText() const {
+        return count == 0 ? std::string("-") : fmt::format("{:.1f}", sum / count);
+    }
+};
+
+struct MonthTotals {
+    Total direct, diffuse, global, temperature;
+
+    void add(const Year& year, std::size_t hour) {
+        direct.add(year.direct[hour]);
+        diffuse.add(year.diffuse[hour]);
+        if (!year.global.empty()) {
+            global.add(year.global[hour]);
+        }
+        temperature.add(year.temperature[hour]);
+    }
+    [[nodiscard]] std::string row(std::string_view name) const {
+        return fmt::format("{:<10} {:>14} {:>14} {:>14} {:>12}\n", name, direct.sumText(),
+                           diffuse.sumText(), global.sumText(), temperature.meanText());
+    }
+};
+
+/// The reason why a run would refuse the file, or an empty text.
+std::string refusal(const std::filesystem::path& file) {
+    try {
+        requireCompleteYear(inspectWeatherFile(file), file, false);
+        return {};
+    } catch (const DataError& error) {
+        return error.what();
+    }
+}
+
+} // namespace
+
+std::string weatherInfo(const std::filesystem::path& file) {
+    const Year year = hasExtension(file, {".epw"}) ? readEpwYear(file) : readStoredYear(file);
+    std::array<MonthTotals, 12> months;
+    MonthTotals whole;
+    for (std::size_t hour = 0; hour < year.direct.size(); ++hour) {
+        const MonthAndDay date = monthAndDay(static_cast<int>(hour / 24));
+        months[static_cast<std::size_t>(date.month - 1)].add(year, hour);
+        whole.add(year, hour);
+    }
+    std::string text = fmt::format("# {}\n# {}, elevation {:.0f} m\n", year.place,
+                                   siteText(year.site), year.site.elevation);
+    text += fmt::format("{:<10} {:>14} {:>14} {:>14} {:>12}\n", "#", "direct normal", "diffuse",
+                        "global", "temperature");
+    text += fmt::format("{:<10} {:>14} {:>14} {:>14} {:>12}\n", "#", "[kWh/m2]", "[kWh/m2]",
+                        "[kWh/m2]", "mean [C]");
+    for (std::size_t month = 0; month < months.size(); ++month) {
+        text += months[month].row(monthNames[month]);
+    }
+    text += whole.row("year");
+    for (const std::string& finding : year.findings) {
+        text += fmt::format("# {}\n", finding);
+    }
+    const std::string reason = refusal(file);
+    text += reason.empty() ? "# usable by 'insolate run'\n"
+                           : fmt::format("# 'insolate run' says: {}\n", reason);
+    return text;
+}
+
+std::string convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
+                           bool allowGaps) {
+    if (!hasExtension(to, {".wea"})) {
+        throw UsageError(fmt::format(
+            "{}: only .wea files are written; give a name that ends in .wea", place(to)));
+    }
+    if (!hasExtension(from, {".epw"})) {
+        throw UsageError(fmt::format("{}: only .epw files are converted; give one", place(from)));
+    }
+    const WeatherReport report = inspectWeatherFile(from);
+    requireCompleteYear(report, from, allowGaps);
+    EModel model;
+    loadWeather(model.getSolarAnalysisController(), from, report);
+    // After an EPW file the record holds degrees, which is what the file wants.
+    const EWeaFileFormatData& record =
+        model.getSolarAnalysisController().getWeatherData().getDataForWrite();
+    constexpr char signature[16] = "xqt_WEA_ver1.10";
+
+    const std::filesystem::path parent = to.parent_path();
+    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent);
+    OutputFile& out = folder.stage(to.filename().string());
+    out.write(signature, sizeof signature);
+    out.write(&record, sizeof record);
+    folder.commit();
+
+    std::string text = fmt::format("wrote {}: {}\n", place(to), report.site.text());
+    for (const std::string& note : report.notes) {
+        text += note + '\n';
+    }
+    if (report.gapCount() > 0) {
+        text += fmt::format("{} hours without data are stored as without radiation\n",
+                            report.gapCount());
+    }
+    // The year of the store ends with what EPW files give for 31 December at the day before.
+    text += "31 December stands in the place of 30 December, where the library keeps it\n";
+    return text;
+}
+
+} // namespace insolate::app
