@@ -216,8 +216,9 @@ private:
                                         place(m_file, m_line), quoteText(fields[1]),
                                         quoteText(fields[2]), quoteText(fields[3])));
         }
-        const bool missing = takeRadiation(fields, 14, "direct normal") |
-                             takeRadiation(fields, 15, "diffuse horizontal");
+        // Both fields are looked at: a wrong diffuse value is told even where direct is missing.
+        const bool directMissing = takeRadiation(fields, 14, "direct normal");
+        const bool diffuseMissing = takeRadiation(fields, 15, "diffuse horizontal");
         if (isLeapDay) {
             ++m_leapLines;
             return;
@@ -237,7 +238,7 @@ private:
             return;
         }
         m_seen.set(index);
-        if (missing) {
+        if (directMissing || diffuseMissing) {
             if (m_report.radiationMissing.empty()) {
                 m_report.firstRadiationMissingLine = m_line;
             }
