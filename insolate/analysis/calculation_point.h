@@ -51,7 +51,7 @@ public:
 
 private:
     XYZf m_position;
-    int m_nKey;
+    [[maybe_unused]] int m_nKey; ///< its index in the model's list, kept for whoever debugs a host
     XYZf m_normal;
     EShadingMask m_shadingMask;
     int m_nFaceOrExtraKey;

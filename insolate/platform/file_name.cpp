@@ -18,7 +18,7 @@ std::string narrowFileName(const std::wstring& name) {
         if (taken++ == maxFileNameLength) {
             break;
         }
-        const auto code = static_cast<std::uint32_t>(character);
+        const std::uint32_t code = std::char_traits<wchar_t>::to_int_type(character);
         const auto append = [&bytes](std::uint32_t byte) { bytes += static_cast<char>(byte); };
         if (code < 0x80) {
             append(code);

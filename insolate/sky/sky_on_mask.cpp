@@ -95,8 +95,8 @@ HWY_EXPORT(integrate);
 std::array<float, skyGrid::cellCount> cellSines() {
     std::array<float, skyGrid::cellCount> sines{};
     for (std::size_t cell = 0; cell < sines.size(); ++cell) {
-        const auto band = static_cast<float>(cell / skyGrid::azimuthCount);
-        sines[cell] = std::sin((band + 0.5f) * skyGrid::cellAngle);
+        const std::size_t band = cell / skyGrid::azimuthCount;
+        sines[cell] = std::sin((static_cast<float>(band) + 0.5f) * skyGrid::cellAngle);
     }
     return sines;
 }

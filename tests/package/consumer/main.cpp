@@ -10,5 +10,6 @@ int main() {
     EModel model;
     std::printf("insolate %s: %.2f degrees high at noon\n", INSOLATE_VERSION,
                 sun.getSolarAltitudeInDegrees());
-    return model.getJobSize() == 0 && std::fabs(sun.getSolarAltitudeInDegrees() - 56.6) < 0.5 ? 0 : 1;
+    return model.getJobSize() == 0 && std::fabs(sun.getSolarAltitudeInDegrees() - 56.6) < 0.5 ? 0
+                                                                                              : 1;
 }
