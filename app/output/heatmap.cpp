@@ -276,6 +276,9 @@ void drawNorthArrow(const Canvas& canvas, const View& view, double north, double
 /// A length that is true for horizontal lines across the picture.
 void drawScaleBar(const Canvas& canvas, double pixelsPerMetre, double x, double y) {
     const double longest = 220.0 * canvas.unit() / pixelsPerMetre;
+    if (!std::isfinite(longest)) {
+        return; // a model so large that no metre can be seen
+    }
     const double power = std::pow(10.0, std::floor(std::log10(longest)));
     const double lead = longest / power;
     const double length = power * (lead >= 5.0 ? 5.0 : lead >= 2.0 ? 2.0 : 1.0);

@@ -173,6 +173,9 @@ TEST_F(PicturesTest, copesWithOddInput) {
     const Picture mixed = heatmap(scene, points, {1.0F, 1.0F, nan, 1.0F}, options);
     EXPECT_EQ(mixed.width(), 500);
     EXPECT_GT(mixed.patch(0.5).count, 20) << "equal values lie in the middle of the scale";
+    SensorField farAway = fourTiles();
+    farAway.corners[0] = {1.0e308, -1.0e308, 1.0e308};
+    EXPECT_EQ(heatmap({}, farAway, {1.0F, 2.0F, 3.0F, 4.0F}, options).width(), 500);
     const Picture empty = heatmap({}, {}, {}, options);
     EXPECT_EQ(empty.height(), 320);
     for (int y = 60; y < 300; ++y) { // the long title ends inside the picture
