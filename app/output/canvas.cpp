@@ -191,12 +191,11 @@ double Canvas::heading(const std::string& title, const std::string& subtitle) co
     const double size = 19.0 * m_unit;
     std::vector<std::string> lines;
     for (const std::string& word : wordsOf(validText(subtitle))) {
-        if (!lines.empty() && textWidth(lines.back() + " " + word, size) <= available) {
-            lines.back() += " " + word;
-        } else if (lines.size() < 3) {
+        const bool fits = !lines.empty() && textWidth(lines.back() + " " + word, size) <= available;
+        if (lines.empty() || (!fits && lines.size() < 3)) {
             lines.push_back(word);
         } else {
-            lines.back() += " " + word; // cut where the line is drawn
+            lines.back() += " " + word; // the third line is cut where it is drawn
         }
     }
     setColor(paleInk);

@@ -40,8 +40,10 @@ void fillCells(const Canvas& canvas, const Dome& dome, const ResultColumn& colum
             for (int col = 0; col < size; ++col) {
                 std::array<double, 3> sum = {};
                 for (int k = 0; k < sub * sub; ++k) {
-                    const double dx = left + col + (k % sub + 0.5) / sub - dome.x;
-                    const double dy = dome.y - (top + row + (k / sub + 0.5) / sub);
+                    const int subColumn = k % sub;
+                    const int subRow = k / sub;
+                    const double dx = left + col + (subColumn + 0.5) / sub - dome.x;
+                    const double dy = dome.y - (top + row + (subRow + 0.5) / sub);
                     const double altitude = 90.0 - 90.0 * std::hypot(dx, dy) / dome.radius;
                     Color color{1.0, 1.0, 1.0};
                     if (altitude >= 0.0) {
