@@ -1,5 +1,6 @@
 #include <insolate/geometry/geometry.h>
 
+#include <insolate/geometry/arc_cosine.h>
 #include <insolate/geometry/sky_grid.h>
 #include <insolate/geometry/vector_math.h>
 
@@ -60,7 +61,7 @@ float EGeometry::DistanceToLine(XYZf p, XYZf a, XYZf b) {
         if (cosine <= -1.0f) {
             return d1;
         }
-        theta = cosine >= 1.0f ? 0.0f : std::acos(cosine);
+        theta = cosine >= 1.0f ? 0.0f : insolate::roundedArcCosine(cosine);
     }
     if (theta > halfPi) {
         return d1;
@@ -99,7 +100,7 @@ float EGeometry::Angle(XYZf a, XYZf b, XYZf c, XYZf* out) {
     if (cosine >= 1.0f) {
         return 0.0f;
     }
-    return cosine <= -1.0f ? pi : std::acos(cosine);
+    return cosine <= -1.0f ? pi : insolate::roundedArcCosine(cosine);
 }
 
 float EGeometry::DivideSafely(float a, float b) {

@@ -54,6 +54,12 @@ public:
             }
         }
         if (complete == nullptr) {
+            for (std::size_t cell = 0; cell < partial.direction.size(); ++cell) {
+                partial.x[cell] = partial.direction[cell].x;
+                partial.y[cell] = partial.direction[cell].y;
+                partial.z[cell] = partial.direction[cell].z;
+            }
+            partial.sky = SkyDirections(partial.direction);
             complete = std::make_shared<const CellDirections>(partial);
             published.store(complete.get(), std::memory_order_release);
         }

@@ -3,6 +3,7 @@
 
 #include <insolate/geometry/sky_grid.h>
 #include <insolate/geometry/xyzf.h>
+#include <insolate/rt/sky_visibility.h>
 
 #include <array>
 #include <memory>
@@ -13,6 +14,9 @@ namespace insolate {
 struct CellDirections {
     double northOffset = 0.0; ///< [radians]
     std::array<XYZf, skyGrid::cellCount> direction{};
+    // The same by component, for vector code, and prepared for rays; both only once all are known.
+    alignas(64) std::array<float, skyGrid::cellCount> x{}, y{}, z{};
+    SkyDirections sky;
 };
 
 /// The unit vector to a cell, cell 0 being centred 2.5 degrees clockwise from north. A direction is

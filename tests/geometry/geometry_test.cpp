@@ -1,3 +1,4 @@
+#include <insolate/geometry/arc_cosine.h>
 #include <insolate/geometry/geometry.h>
 
 #include <gtest/gtest.h>
@@ -192,6 +193,30 @@ TEST(Geometry, RandomNumbersRepeatWithTheirSeed) {
     EXPECT_EQ(EGeometry::RandomNumber(), first);
     EGeometry::SeedRandomiser(0);
     EXPECT_NE(EGeometry::RandomNumber(), EGeometry::RandomNumber());
+}
+
+TEST(Geometry, RoundsArcCosineAndCosineToTheNearestFloat) {
+    // One value in some hundred million lies so near the middle of two floats that it may fall on
+    // the other side: none of these does.
+    const auto sweep = [](float from, float to, auto&& own, auto&& reference) {
+        int count = 0;
+        for (float x = from; x < to; x = std::nextafter(x * 1.00003f, 4.0f), ++count) {
+            ASSERT_EQ(own(x), static_cast<float>(reference(static_cast<double>(x)))) << x;
+        }
+        EXPECT_GT(count, 300000);
+    };
+    const auto arcCosine = [](double x) { return std::acos(x); };
+    const auto cosine = [](double x) { return std::cos(x); };
+    sweep(1e-8f, 1.0f, insolate::roundedArcCosine, arcCosine);
+    sweep(
+        1e-8f, 1.0f, [](float x) { return insolate::roundedArcCosine(-x); },
+        [](double x) { return std::acos(-x); });
+    sweep(1e-6f, 3.1415927f, insolate::roundedCosine, cosine);
+    EXPECT_EQ(insolate::roundedArcCosine(0.0f), halfPi);
+    EXPECT_EQ(insolate::roundedArcCosine(1.0f), 0.0f);
+    EXPECT_EQ(insolate::roundedArcCosine(-1.0f), pi);
+    EXPECT_EQ(insolate::roundedCosine(pi), -1.0f);
+    EXPECT_EQ(insolate::roundedCosine(halfPi), static_cast<float>(std::cos(1.57079637050628662)));
 }
 
 } // namespace
