@@ -31,12 +31,11 @@ double skyDiffuse(const EPerezResults& results) {
 }
 
 TEST(PerezTilted, AgreesWithPublishedSkyDiffuseTotals) {
-    // Sky diffuse on a surface of tilt 40, azimuth 180 by the Perez 1990 model in the validation
-    // data of a public photovoltaic modelling library (Perez coefficients "allsitescomposite1990",
-    // relative air mass of Kasten and Young 1989, extraterrestrial irradiance by day of the year).
-    // The model here takes the air mass of Kasten (1966), 1,367 W/m2 on every day and coefficients
-    // with more digits. Doing without the sun-earth distance moves the brightness by up to 3.4 %,
-    // which F1 and F2 weaken: 1 % of the total covers both.
+    // Published sky-diffuse totals on a surface of tilt 40, azimuth 180, by the model of Perez et
+    // al. (1990) with the air mass of Kasten and Young (1989) and the extraterrestrial irradiance
+    // of the day. The model here takes the air mass of Kasten (1966), 1,367 W/m2 on every day and
+    // coefficients with more digits. Doing without the sun-earth distance moves the brightness by
+    // up to 3.4 %, which F1 and F2 weaken: the three cases differ by -0.69, +0.30 and -0.36 %.
     struct Case {
         double diffuse, direct, zenith, sunAzimuth, expected;
     };
@@ -55,9 +54,7 @@ TEST(PerezTilted, AgreesWithPublishedSkyDiffuseTotals) {
                                              std::cos((c.sunAzimuth - 180.0) * radiansPerDegree));
         EPerezResults results;
         irradiance(input, &results);
-        RecordProperty("difference_percent",
-                       std::to_string((skyDiffuse(results) / c.expected - 1.0) * 100.0));
-        EXPECT_NEAR(skyDiffuse(results) / c.expected, 1.0, 0.01) << "zenith " << c.zenith;
+        EXPECT_NEAR(skyDiffuse(results) / c.expected, 1.0, 0.008) << "zenith " << c.zenith;
     }
 }
 
