@@ -12,7 +12,7 @@ Month monthTable[13] = {{"January", 31},   {"February", 28}, {"March", 31},    {
                         {"September", 30}, {"October", 31},  {"November", 30}, {"December", 31},
                         {"Oops!", -1}};
 
-MonthAndDay monthAndDayOf(int dayOfYear) {
+CalendarDate calendarDateOf(int dayOfYear) {
     int month = 0;
     int daysBefore = 0;
     while (month < ESolarPosition::MONTHS_PER_YEAR - 1 &&
@@ -68,7 +68,7 @@ int ESolarPosition::getDayOfTheYear(int* day, int* month) const {
 }
 
 void ESolarPosition::calculateMonthAndDay(int dayOfYear, ESolarDayAndTime& date) const {
-    const insolate::MonthAndDay found = insolate::monthAndDayOf(dayOfYear);
+    const insolate::CalendarDate found = insolate::calendarDateOf(dayOfYear);
     date.time = localTime;
     date.day = found.day;
     date.month = found.month;

@@ -14,12 +14,12 @@ struct Month {
 extern Month monthTable[13];
 
 /// A month index (0 to 11) and a day of that month.
-struct MonthAndDay {
+struct CalendarDate {
     int month;
     int day;
 };
 
 /// Days beyond 365 give 31 December; days below 1 give January with the day as it is.
-MonthAndDay monthAndDayOf(int dayOfYear);
+CalendarDate calendarDateOf(int dayOfYear);
 
 } // namespace insolate

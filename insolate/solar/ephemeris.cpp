@@ -295,7 +295,7 @@ double ESolarPosition::calculateVerticalShadowAngle(double altitudeOffset,
 }
 
 double ESolarPosition::getJulianCenturies(int dayOfYear, double calendarYear) {
-    const insolate::MonthAndDay date = insolate::monthAndDayOf(dayOfYear);
+    const insolate::CalendarDate date = insolate::calendarDateOf(dayOfYear);
     int month = date.month + 1;
     if (month <= 2) {
         month += 12;
