@@ -119,7 +119,9 @@ int ESolarAnalysisController::getTimeSliceCount() const {
     if (start > end) {
         return start - end + 365;
     }
-    return static_cast<int>((getEndTime() - getStartTime()) * 24.0f + 0.5f);
+    // Times are unchecked: what no integer holds is no number of slices.
+    const float slices = (getEndTime() - getStartTime()) * 24.0f + 0.5f;
+    return slices > -2147483648.0f && slices < 2147483648.0f ? static_cast<int>(slices) : 0;
 }
 
 CalculationMethod ESolarAnalysisController::setSolarCalculationMethod(CalculationMethod method) {

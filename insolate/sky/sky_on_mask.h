@@ -15,9 +15,9 @@ struct SkyOnMask {
 
 /// One pass over the mask's bytes and the sky's planes.
 ///
-/// Each sum runs over eight lanes, sector modulo 8, which are added up at the end: single precision
-/// in an order that every instruction set can keep, and closer to the exact sum than one long
-/// chain.
+/// Each sum runs over sixteen lanes, cell modulo 16, which are added up at the end: single
+/// precision in an order that every instruction set can keep, and closer to the exact sum than one
+/// long chain.
 SkyOnMask integrateSky(const ECumulativeSky& sky, const EShadingMask& mask);
 
 } // namespace insolate

@@ -98,7 +98,8 @@ double ESolarRadiation::getIncidentSolarRadiation(EWeatherData* weather, ESolarP
         return 0.0;
     }
     const int day = position->getDayOfTheYear() - 1;
-    const int hour = static_cast<int>(position->getLocalTime());
+    const double time = position->getLocalTime();
+    const int hour = time > -1.0 && time < 24.0 ? static_cast<int>(time) : -1; // -1: no record
     EPerezInput input;
     input.direct = weather->getHourlyDirectRad(day, hour);
     input.diffuse = weather->getHourlyDiffuseRad(day, hour);

@@ -159,6 +159,27 @@ TEST_F(Controller, CountsTimeSlices) {
     EXPECT_EQ(controller.getTimeSliceCount(), 375);
 }
 
+TEST_F(Controller, ThePeriodIsBuiltAtTheSharedSite) {
+    ESolarPosition& site = ESolarPosition::Global;
+    site.setLocation(0.5, -1.0, -1.25);
+    site.setNorthOffset(0.75);
+    site.setDaylightSaving(2);
+    controller.setTimeSpec(8.0f, 18.5f, 0.25f, 360, 5);
+    const ECumulativeSky& sky = controller.getCumulativeSky();
+    EXPECT_NEAR(sky.getLatitude(), 28.647890f, 1e-5f);
+    EXPECT_NEAR(sky.getLongitude(), -57.295780f, 1e-5f);
+    EXPECT_NEAR(sky.getReferenceLongitude(), -71.619724f, 1e-5f);
+    EXPECT_EQ(sky.getNorthOffset(), 0.75f); // radians stay radians
+    EXPECT_TRUE(sky.getDaylightSavingTime());
+    EXPECT_EQ(controller.getStartTime(), 8.0f);
+    EXPECT_EQ(controller.getEndTime(), 18.5f);
+    EXPECT_EQ(controller.getTimeIncrement(), 0.25f);
+    EXPECT_EQ(controller.getStartDate(), 360);
+    EXPECT_EQ(controller.getEndDate(), 370); // the build has raised it past the new year
+    EXPECT_EQ(controller.getSolarCalculationMethod(), CalculationMethod_CumulativeSky);
+    EXPECT_FALSE(sky.getAccumulationMultipleDistributions());
+}
+
 TEST_F(Controller, MethodsChooseTheSkyAndThePointIntegration) {
     EXPECT_EQ(controller.setSolarCalculationMethod(CalculationMethod_PerezPoint),
               CalculationMethod_PerezPoint);
