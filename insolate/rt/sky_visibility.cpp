@@ -38,7 +38,9 @@ void measureReach(SkyDirectionTable& table) {
             const double turned = std::atan2(y, x) * sectorsPerRadian;
             const double band = std::atan2(z, std::hypot(x, y)) * sectorsPerRadian - altitude;
             if (first) {
-                table.azimuthOrigin = static_cast<float>(turned + azimuth + 0.5);
+                const double origin = std::fmod(turned + azimuth + 0.5, skyGrid::azimuthCount);
+                table.azimuthOrigin =
+                    static_cast<float>(origin < 0 ? origin + skyGrid::azimuthCount : origin);
             }
             const double offset =
                 std::remainder(static_cast<double>(table.azimuthOrigin) - turned - azimuth - 0.5,
@@ -57,6 +59,8 @@ void measureReach(SkyDirectionTable& table) {
             first = false;
         }
     }
+    // Ranges of cells are counted within a turn of the first sector.
+    table.regular = table.azimuthMin >= -1.0f && table.azimuthMax <= 2.0f;
 }
 
 std::shared_ptr<const SkyDirectionTable> emptyTable() {
