@@ -108,6 +108,28 @@ void masks(const char* only) {
     }
 }
 
+/// This library alone, for a profiler.
+void own(const char* only) {
+    const SkyDirections directions(centres());
+    for (const Scene& scene : benchScenes(sensorsPerRound)) {
+        if (only != nullptr && scene.name.find(only) == std::string::npos) {
+            continue;
+        }
+        const OcclusionIndex index(scene.coordinates);
+        std::vector<Contender> contenders;
+        contenders.push_back({"", [&] {
+                                  for (const XYZf& sensor : scene.sensors) {
+                                      index.visibleSky(sensor, directions);
+                                  }
+                              }});
+        race(contenders, 21);
+        const std::vector<double>& seconds = contenders.front().seconds;
+        std::printf("%-16s %6.1f us at best\n", scene.name.c_str(),
+                    *std::min_element(seconds.begin(), seconds.end()) * 1e6 /
+                        static_cast<double>(scene.sensors.size()));
+    }
+}
+
 void build() {
     const Scene scene = scenes::city(1'000'000, 1);
     const double count = static_cast<double>(scene.triangleCount());
@@ -252,6 +274,8 @@ int main(int count, char** arguments) {
     const char* more = count > 2 ? arguments[2] : nullptr;
     if (what == "masks") {
         masks(more);
+    } else if (what == "own") {
+        own(more);
     } else if (what == "whole") {
         wholeMasks();
     } else if (what == "build") {

@@ -29,45 +29,55 @@ inline constexpr std::size_t stackSize =
 /// The value is off by at most 2^-24 of its magnitude; the bounds leave 2^-22, and at least 1e-20
 /// so that a box touching the origin stays in front of it.
 struct BoundedOrigin {
-    float low[3];  ///< not above the origin
-    float high[3]; ///< not below it
+    float bound[2][3]; ///< not above the origin; not below it
 
     BoundedOrigin(const Vector3d& origin, const std::array<double, 3>& centre) {
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const auto value = static_cast<float>(origin[axis] - centre[axis]);
             const float margin = std::fabs(value) * 0x1p-22f + 1e-20f;
-            low[axis] = value - margin;
-            high[axis] = value + margin;
+            bound[0][axis] = value - margin;
+            bound[1][axis] = value + margin;
         }
     }
 };
 
-/// A ray as the box test wants it.
+/// A ray as the box test wants it: per axis where a node keeps the planes that the ray enters and
+/// leaves by (offsets in floats), the origin's bounds for each, and one over the direction.
 struct BoundedRay {
-    /// Per axis: where a node keeps the planes that the ray enters and leaves by (offsets in
-    /// floats), the origin's bounds for each, and one over the direction.
     std::size_t nearPlane[3];
     std::size_t farPlane[3];
     float nearOrigin[3];
     float farOrigin[3];
     float inverse[3];
 
-    BoundedRay(const BoundedOrigin& origin, const float* direction) {
+    BoundedRay(const BoundedOrigin& origin, const XYZf& inverseDirection)
+        : inverse{inverseDirection.x, inverseDirection.y, inverseDirection.z} {
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            const bool forward = direction[axis] >= 0;
-            const std::size_t low = 2 * axis * OcclusionNode::width;
-            const std::size_t high = low + OcclusionNode::width;
-            nearPlane[axis] = forward ? low : high;
-            farPlane[axis] = forward ? high : low;
-            nearOrigin[axis] = forward ? origin.high[axis] : origin.low[axis];
-            farOrigin[axis] = forward ? origin.low[axis] : origin.high[axis];
-            // A component of 0 (or nearly) never leaves its slab: the large number stands for
-            // infinity without making NaN of a distance of 0.
-            inverse[axis] = std::fabs(direction[axis]) < 1e-30f ? (forward ? 1e30f : -1e30f)
-                                                                : 1.0f / direction[axis];
+            const std::size_t backward = std::signbit(inverse[axis]) ? 1 : 0;
+            nearPlane[axis] = (2 * axis + backward) * OcclusionNode::width;
+            farPlane[axis] = (2 * axis + 1 - backward) * OcclusionNode::width;
+            nearOrigin[axis] = origin.bound[1 - backward][axis];
+            farOrigin[axis] = origin.bound[backward][axis];
         }
     }
 };
+
+/// Asks for the memory of an entry that a walk will come to.
+inline void prefetchEntry(const OcclusionIndex::Storage& index, std::uint32_t entry) {
+    constexpr std::size_t line = 64;
+    const char* first = nullptr;
+    std::size_t bytes = sizeof(OcclusionNode) - 32;
+    if (occlusionChild::isLeaf(entry)) {
+        first = reinterpret_cast<const char*>(
+            index.triangles.get() + doublesPerTriangle * occlusionChild::firstTriangle(entry));
+        bytes = doublesPerTriangle * sizeof(double) * occlusionChild::triangleCount(entry);
+    } else {
+        first = reinterpret_cast<const char*>(index.nodes.data() + entry);
+    }
+    for (std::size_t offset = 0; offset < bytes; offset += line) {
+        __builtin_prefetch(first + offset);
+    }
+}
 
 /// The 72 bits of a band.
 struct BandBits {
@@ -251,7 +261,9 @@ HWY_NOINLINE bool rayIsBlocked(const OcclusionIndex::Storage& index, std::uint32
         const OcclusionNode& node = index.nodes[entry];
         std::uint32_t met = childrenMet(node, ray);
         while (met != 0) {
-            stack[held++] = node.child[static_cast<std::size_t>(std::countr_zero(met))];
+            const std::uint32_t child = node.child[static_cast<std::size_t>(std::countr_zero(met))];
+            prefetchEntry(index, child);
+            stack[held++] = child;
             met &= met - 1;
         }
     }
@@ -264,10 +276,11 @@ bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
     // Boxes do not care for the direction's length; near 1 nothing overflows.
     const double length =
         std::max({std::fabs(direction[0]), std::fabs(direction[1]), std::fabs(direction[2])});
-    const float scaled[3] = {static_cast<float>(direction[0] / length),
-                             static_cast<float>(direction[1] / length),
-                             static_cast<float>(direction[2] / length)};
-    return rayIsBlocked(index, index.root, origin, direction.data(), BoundedRay(bounded, scaled));
+    const XYZf scaled = {static_cast<float>(direction[0] / length),
+                         static_cast<float>(direction[1] / length),
+                         static_cast<float>(direction[2] / length)};
+    return rayIsBlocked(index, index.root, origin, direction.data(),
+                        BoundedRay(bounded, inverseDirection(scaled)));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -355,13 +368,13 @@ private:
         const Floats d;
         for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
             reached |= reachOfBoxes(
-                hn::Sub(hn::Load(d, node.minX.data() + lane), hn::Set(d, bounded.high[0])),
-                hn::Sub(hn::Load(d, node.maxX.data() + lane), hn::Set(d, bounded.low[0])),
-                hn::Sub(hn::Load(d, node.minY.data() + lane), hn::Set(d, bounded.high[1])),
-                hn::Sub(hn::Load(d, node.maxY.data() + lane), hn::Set(d, bounded.low[1])),
-                hn::Sub(hn::Load(d, node.minZ.data() + lane), hn::Set(d, bounded.high[2])),
-                hn::Sub(hn::Load(d, node.maxZ.data() + lane), hn::Set(d, bounded.low[2])), reach,
-                lane);
+                hn::Sub(hn::Load(d, node.minX.data() + lane), hn::Set(d, bounded.bound[1][0])),
+                hn::Sub(hn::Load(d, node.maxX.data() + lane), hn::Set(d, bounded.bound[0][0])),
+                hn::Sub(hn::Load(d, node.minY.data() + lane), hn::Set(d, bounded.bound[1][1])),
+                hn::Sub(hn::Load(d, node.maxY.data() + lane), hn::Set(d, bounded.bound[0][1])),
+                hn::Sub(hn::Load(d, node.minZ.data() + lane), hn::Set(d, bounded.bound[1][2])),
+                hn::Sub(hn::Load(d, node.maxZ.data() + lane), hn::Set(d, bounded.bound[0][2])),
+                reach, lane);
         }
         float distances[OcclusionNode::width];
         std::size_t count = 0;
@@ -380,6 +393,7 @@ private:
             }
             distances[place] = distance;
             stack[place] = {node.child[lane], range};
+            prefetchEntry(index, node.child[lane]);
         }
         return count;
     }
@@ -468,14 +482,23 @@ private:
                 for (; cells != 0; cells &= cells - 1) {
                     const auto bit = static_cast<std::size_t>(std::countr_zero(cells));
                     const std::size_t azimuth = 64 * word + bit;
-                    const float narrow[3] = {directions.x[band][azimuth],
-                                             directions.y[band][azimuth],
-                                             directions.z[band][azimuth]};
-                    const double wide[3] = {static_cast<double>(narrow[0]),
-                                            static_cast<double>(narrow[1]),
-                                            static_cast<double>(narrow[2])};
-                    if (rayIsBlocked(index, entry.child, origin, wide,
-                                     BoundedRay(bounded, narrow))) {
+                    const double direction[3] = {static_cast<double>(directions.x[band][azimuth]),
+                                                 static_cast<double>(directions.y[band][azimuth]),
+                                                 static_cast<double>(directions.z[band][azimuth])};
+                    bool blocked = false;
+                    if (occlusionChild::isLeaf(entry.child)) {
+                        blocked = hitsLeaf(origin, direction,
+                                           index.triangles.get() +
+                                               doublesPerTriangle *
+                                                   occlusionChild::firstTriangle(entry.child),
+                                           occlusionChild::triangleCount(entry.child));
+                    } else {
+                        const XYZf& inverse =
+                            directions.inverse[skyGrid::azimuthCount * band + azimuth];
+                        blocked = rayIsBlocked(index, entry.child, origin, direction,
+                                               BoundedRay(bounded, inverse));
+                    }
+                    if (blocked) {
                         open.words[2 * band + word] &= ~(std::uint64_t{1} << bit);
                     }
                 }

@@ -4,8 +4,18 @@
 #include <insolate/rt/sky_visibility.h>
 
 #include <array>
+#include <cmath>
 
 namespace insolate {
+
+/// One over a direction's components, as the box test wants it. A component of 0 (or nearly) never
+/// leaves its slab: the large number stands for infinity without making NaN of a distance of 0.
+inline XYZf inverseDirection(const XYZf& direction) {
+    const auto inverse = [](float component) {
+        return std::fabs(component) < 1e-30f ? std::copysign(1e30f, component) : 1.0f / component;
+    };
+    return {inverse(direction.x), inverse(direction.y), inverse(direction.z)};
+}
 
 struct SkyDirectionTable {
     /// A band's directions with the first 16 repeated after the last: 16 neighbours can be loaded
@@ -17,6 +27,7 @@ struct SkyDirectionTable {
     alignas(64) std::array<Row, skyGrid::altitudeCount> y{};
     alignas(64) std::array<Row, skyGrid::altitudeCount> z{};
     std::array<XYZf, skyGrid::cellCount> directions{};
+    std::array<XYZf, skyGrid::cellCount> inverse{}; ///< inverseDirection() of each
     SkyCellSet cells;
 
     /// The largest absolute component.

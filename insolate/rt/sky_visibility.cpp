@@ -87,6 +87,7 @@ SkyDirections::SkyDirections(std::span<const XYZf, skyGrid::cellCount> direction
             }
             const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
             table->directions[cell] = directions[cell];
+            table->inverse[cell] = inverseDirection(directions[cell]);
             table->x[band][i] = directions[cell].x;
             table->y[band][i] = directions[cell].y;
             table->z[band][i] = directions[cell].z;
