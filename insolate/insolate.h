@@ -6,6 +6,7 @@
 
 #include <insolate/analysis/calculation_method.h>
 #include <insolate/analysis/calculation_point.h>
+#include <insolate/analysis/hourly_analysis.h>
 #include <insolate/analysis/model.h>
 #include <insolate/analysis/object.h>
 #include <insolate/analysis/solar_analysis_controller.h>

@@ -1,0 +1,370 @@
+#include <insolate/analysis/hourly_analysis.h>
+
+#include <tests/hourly/made_weather.h>
+#include <tests/support/test_data.h>
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <random>
+#include <thread>
+
+namespace insolate {
+namespace {
+
+using test::degree;
+using test::Vector;
+
+/// A scene given by a formula: whether a direction is free.
+class FormulaScene final : public GetTransparencyValueOnRay {
+public:
+    explicit FormulaScene(std::function<bool(const XYZf&)> isFree, bool doubleSided = false)
+        : m_isFree(std::move(isFree)), m_doubleSided(doubleSided) {}
+    bool getSurfaceDoubleSided() override { return m_doubleSided; }
+    float getTransparencyValue(const XYZf&, const XYZf& direction, const XYZf*) override {
+        ++rays;
+        return m_isFree(direction) ? 1.0f : 0.0f;
+    }
+    int initialise() override { return 0; }
+
+    int rays = 0;
+
+private:
+    std::function<bool(const XYZf&)> m_isFree;
+    bool m_doubleSided;
+};
+
+WeatherSeries chicago() {
+    const std::filesystem::path file = test::testDataFile("weather/chicago.epw");
+    return file.empty() ? test::clearYear({41.98, -87.92, -6.0, 201.0})
+                        : readWeatherSeries(file).series;
+}
+
+const HourlySky& chicagoSky() {
+    static const HourlySky sky = [] {
+        HourlySkyOptions options;
+        options.sunshineThreshold = 1.0; // so that every step that counts has energy
+        return buildHourlySky(chicago(), {}, options);
+    }();
+    return sky;
+}
+
+void addQuad(std::vector<double>& triangles, const Vector& a, const Vector& b, const Vector& c,
+             const Vector& d) {
+    for (const Vector& corner : {a, b, c, a, c, d}) {
+        triangles.insert(triangles.end(), corner.begin(), corner.end());
+    }
+}
+
+void addBox(std::vector<double>& triangles, const Vector& low, const Vector& high) {
+    const auto at = [&](bool x, bool y, bool z) {
+        return Vector{x ? high[0] : low[0], y ? high[1] : low[1], z ? high[2] : low[2]};
+    };
+    addQuad(triangles, at(false, false, false), at(true, false, false), at(true, false, true),
+            at(false, false, true));
+    addQuad(triangles, at(false, true, false), at(true, true, false), at(true, true, true),
+            at(false, true, true));
+    addQuad(triangles, at(false, false, false), at(false, true, false), at(false, true, true),
+            at(false, false, true));
+    addQuad(triangles, at(true, false, false), at(true, true, false), at(true, true, true),
+            at(true, false, true));
+    addQuad(triangles, at(false, false, true), at(true, false, true), at(true, true, true),
+            at(false, true, true));
+}
+
+TEST(HourlyAnalysis, ClosesOnOpenGround) {
+    for (const char* file : {"weather/amsterdam.epw", "weather/chicago.epw", "weather/mannheim.epw",
+                             "weather/tokyo.epw"}) {
+        INSOLATE_REQUIRE_TEST_DATA(path, file);
+        const HourlyAnalysis analysis(buildHourlySky(readWeatherSeries(path).series));
+        const SensorResult result = analysis.evaluate(OcclusionIndex(), Sensor{});
+        const HourlySkyReport& report = analysis.sky().report;
+        EXPECT_NEAR(static_cast<double>(result.total) /
+                        (report.diffuseHorizontal + report.directHorizontal),
+                    1.0, 5e-4);
+        EXPECT_FLOAT_EQ(result.skyViewFactor, 1.0f);
+        EXPECT_EQ(result.ground, 0.0f);
+        EXPECT_NEAR(static_cast<double>(result.directSunHours), analysis.sky().daylightHours, 0.5);
+        EXPECT_NEAR(static_cast<double>(result.averagePeriod) * 8760.0,
+                    static_cast<double>(result.total), 10.0);
+    }
+}
+
+TEST(HourlyAnalysis, SplitsTheViewOfOpenTiltsIntoSkyAndGround) {
+    const HourlyAnalysis analysis(chicagoSky());
+    for (const double tilt : {0.0, 20.0, 90.0, 135.0, 180.0}) {
+        const XYZf normal = test::narrowed(test::direction(205.0, 90.0 - tilt));
+        const SensorResult result = analysis.evaluate(OcclusionIndex(), {{0, 0, 1}, normal});
+        EXPECT_NEAR(static_cast<double>(result.skyViewFactor),
+                    0.5 * (1.0 + std::cos(tilt * degree)), 2e-3);
+        EXPECT_NEAR(static_cast<double>(result.groundViewFactor),
+                    0.5 * (1.0 - std::cos(tilt * degree)), 1e-4);
+        EXPECT_NEAR(static_cast<double>(result.ground),
+                    0.2 * analysis.sky().report.globalHorizontal *
+                        static_cast<double>(result.groundViewFactor),
+                    10.0);
+    }
+    // Of the ground a wall opposite hides what lies behind it; it stands 1 m away and reaches down
+    // 3 m.
+    std::vector<double> wall;
+    addQuad(wall, {-500, -1, -3}, {500, -1, -3}, {500, -1, 50}, {-500, -1, 50});
+    HourlyAnalysisOptions fine;
+    fine.groundRays = 4000;
+    const OcclusionIndex scene(wall);
+    const Sensor south{{0, 0, 0}, {0, -1, 0}};
+    const double hidden =
+        0.5 * (3.0 / std::sqrt(10.0)); // view to the part of the wall below the sensor
+    EXPECT_NEAR(static_cast<double>(
+                    HourlyAnalysis(chicagoSky(), fine).evaluate(scene, south).groundViewFactor),
+                0.5 - hidden, 0.003);
+    EXPECT_NEAR(static_cast<double>(analysis.evaluate(scene, south).groundViewFactor), 0.5 - hidden,
+                0.05);
+    fine.groundRays = 0;
+    EXPECT_EQ(HourlyAnalysis(chicagoSky(), fine).evaluate(scene, south).groundViewFactor, 0.5f);
+}
+
+/// What a sensor gets from the sky and the sun behind a formula, by small steps over the dome and
+/// the sky's own sub-steps.
+struct Reference {
+    double sky = 0.0;
+    double beam = 0.0;
+    double sunHours = 0.0;
+};
+
+Reference bruteForce(const HourlySky& sky, const XYZf& normal,
+                     const std::function<bool(const XYZf&)>& isFree) {
+    Reference sum;
+    constexpr int split = 20; // quarters of a degree
+    for (std::size_t i = 0; i < sky.diffuse.size(); ++i) {
+        const double azimuth = static_cast<double>(i % 72) * 5.0;
+        const double altitude = static_cast<double>(i / 72) * 5.0;
+        double view = 0.0;
+        for (int v = 0; v < split; ++v) {
+            const double h = altitude + (v + 0.5) * 5.0 / split;
+            for (int u = 0; u < split; ++u) {
+                const XYZf d =
+                    test::narrowed(test::direction(azimuth + (u + 0.5) * 5.0 / split, h));
+                const float cosine = normal.x * d.x + normal.y * d.y + normal.z * d.z;
+                view += cosine > 0.0f && isFree(d)
+                            ? static_cast<double>(cosine) * std::cos(h * degree)
+                            : 0.0;
+            }
+        }
+        sum.sky += static_cast<double>(sky.diffuse[i]) * view * std::pow(5.0 / split * degree, 2);
+    }
+    for (const SunStep& step : sky.sunSteps) {
+        const XYZf& e = step.energy;
+        const float length = std::sqrt(e.x * e.x + e.y * e.y + e.z * e.z);
+        const float power = normal.x * e.x + normal.y * e.y + normal.z * e.z;
+        if (length > 0.0f && power > 0.0f && isFree({e.x / length, e.y / length, e.z / length})) {
+            sum.beam += static_cast<double>(power);
+            sum.sunHours += static_cast<double>(step.sunHours);
+        }
+    }
+    return sum;
+}
+
+struct Shade {
+    const char* name;
+    XYZf normal;
+    std::function<bool(const XYZf&)> isFree;
+    double skyView; // closed form
+};
+
+/// An endless wall of the given height over distance, across the compass direction, with its top
+/// turned away from the axes.
+bool behindWall(const XYZf& d, double compass, double slope) {
+    const Vector towards = test::direction(compass, 0.0);
+    const double level =
+        static_cast<double>(d.x) * towards[0] + static_cast<double>(d.y) * towards[1];
+    return level > 0.0 && static_cast<double>(d.z) < slope * level;
+}
+
+std::vector<Shade> shades() {
+    const XYZf up{0, 0, 1};
+    const XYZf south{0, -1, 0};
+    return {
+        {"wall to the south", up, [](const XYZf& d) { return !behindWall(d, 180.0, 1.0); },
+         0.5 * (1.0 + std::cos(45.0 * degree))},
+        {"wall to the south-west", up, [](const XYZf& d) { return !behindWall(d, 217.0, 0.7); },
+         0.5 * (1.0 + std::cos(std::atan(0.7)))},
+        {"low wall to the east", up, [](const XYZf& d) { return !behindWall(d, 95.0, 0.3); },
+         0.5 * (1.0 + std::cos(std::atan(0.3)))},
+        {"canyon along 20 degrees", up,
+         [](const XYZf& d) { return !behindWall(d, 110.0, 1.3) && !behindWall(d, 290.0, 0.8); },
+         0.5 * (std::cos(std::atan(1.3)) + std::cos(std::atan(0.8)))},
+        // Facade opposite a parallel one: the strip of sky above it.
+        {"facade in a canyon", south, [](const XYZf& d) { return !behindWall(d, 180.0, 0.9); },
+         0.5 * (1.0 - std::sin(std::atan(0.9)))},
+    };
+}
+
+TEST(HourlyAnalysis, MeetsClosedFormsAndBruteForceBehindWalls) {
+    HourlyAnalysisOptions tolerant;
+    tolerant.sunTolerance = 0.002;
+    const HourlyAnalysis plain(chicagoSky());
+    const HourlyAnalysis split(chicagoSky(), tolerant);
+    for (const Shade& shade : shades()) {
+        const Reference expected = bruteForce(chicagoSky(), shade.normal, shade.isFree);
+        FormulaScene scene(shade.isFree);
+        const Sensor sensor{{0, 0, 0}, shade.normal};
+        const SensorResult result = plain.evaluate(scene, sensor);
+        const int raysPlain = scene.rays;
+        const SensorResult fine = split.evaluate(scene, sensor);
+        EXPECT_NEAR(static_cast<double>(result.skyViewFactor), shade.skyView, 0.01 * shade.skyView)
+            << shade.name;
+        EXPECT_NEAR(static_cast<double>(result.sky) / expected.sky, 1.0, 0.01) << shade.name;
+        EXPECT_NEAR(static_cast<double>(result.beam) / expected.beam, 1.0, 0.02) << shade.name;
+        EXPECT_NEAR(static_cast<double>(fine.beam) / expected.beam, 1.0, 0.005) << shade.name;
+        EXPECT_NEAR(static_cast<double>(fine.directSunHours) / expected.sunHours, 1.0, 0.01)
+            << shade.name;
+        EXPECT_LT(scene.rays - raysPlain, 7 * raysPlain) << shade.name;
+    }
+}
+
+// A court of boxes through the ray index: the same by triangles and by formula.
+TEST(HourlyAnalysis, MeetsBruteForceInABoxCourt) {
+    std::vector<double> court;
+    addBox(court, {-9, 6, 0}, {9, 9, 7});
+    addBox(court, {-9, -9, 0}, {9, -6, 4});
+    addBox(court, {6, -6, 0}, {9, 6, 9});
+    addBox(court, {-9, -6, 0}, {-6, 6, 5});
+    const OcclusionIndex scene(court);
+    HourlyAnalysisOptions tolerant;
+    tolerant.sunTolerance = 0.002;
+    const HourlyAnalysis plain(chicagoSky());
+    const HourlyAnalysis split(chicagoSky(), tolerant);
+    for (const Sensor& sensor :
+         {Sensor{{1.0f, 2.3f, 0.1f}, {0, 0, 1}}, Sensor{{-3.3f, -1.7f, 0.1f}, {0, 0, 1}},
+          Sensor{{0.7f, 5.9f, 2.1f}, {0, -1, 0}}}) {
+        const auto isFree = [&](const XYZf& d) { return !scene.isOccluded(sensor.position, d); };
+        const Reference expected = bruteForce(chicagoSky(), sensor.normal, isFree);
+        const SensorResult result = plain.evaluate(scene, sensor);
+        EXPECT_NEAR(static_cast<double>(result.sky) / expected.sky, 1.0, 0.01);
+        EXPECT_NEAR(static_cast<double>(result.beam) / expected.beam, 1.0, 0.02);
+        EXPECT_NEAR(static_cast<double>(split.evaluate(scene, sensor).beam) / expected.beam, 1.0,
+                    0.005);
+        // Ray by ray gives the same as whole skies.
+        FormulaScene single(isFree);
+        EXPECT_FLOAT_EQ(plain.evaluate(single, sensor).beam, result.beam);
+        EXPECT_FLOAT_EQ(plain.evaluate(single, sensor).sky, result.sky);
+    }
+}
+
+// The peak is searched through bounds; the hours of the sensor are computed without them.
+TEST(HourlyAnalysis, FindsThePeakOfTheHours) {
+    std::mt19937 random(17);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const HourlyAnalysis analysis(chicagoSky());
+    for (int i = 0; i < 150; ++i) {
+        const double compass = 360.0 * unit(random);
+        const double slope = 3.0 * unit(random);
+        const double gap = unit(random);
+        FormulaScene scene(
+            [=](const XYZf& d) {
+                return !behindWall(d, compass, slope) &&
+                       !(i % 3 == 0 && behindWall(d, compass + 180.0, 2.0 * gap));
+            },
+            i % 10 == 9);
+        Sensor sensor{
+            {0, 0, 0},
+            test::narrowed(test::direction(360.0 * unit(random), 180.0 * unit(random) - 90.0))};
+        if (i % 10 == 8) {
+            sensor.normal = {0, 0, 0};
+        }
+        SensorHours hours;
+        const SensorResult result = analysis.evaluate(scene, sensor, &hours);
+        double sum = 0.0;
+        float highest = 0.0f;
+        for (std::size_t k = 0; k < hoursPerYear; ++k) {
+            const float hour = hours.beam[k] + hours.sky[k] + hours.ground[k];
+            highest = std::max(highest, hour);
+            sum += static_cast<double>(hour);
+        }
+        EXPECT_NEAR(sum, static_cast<double>(result.total), 0.01 * sum) << i;
+        EXPECT_NEAR(result.peak, highest, 1e-4f * highest) << i;
+        ASSERT_EQ(result.peakHour >= 0, highest > 0.0f);
+        if (result.peakHour < 0) {
+            continue;
+        }
+        const auto k = static_cast<std::size_t>(result.peakHour);
+        EXPECT_NEAR(hours.beam[k] + hours.sky[k] + hours.ground[k], result.peak, 1e-4f * highest)
+            << i;
+    }
+}
+
+TEST(HourlyAnalysis, ChangesNothingWhenModelAndNorthTurnTogether) {
+    const WeatherSeries weather = chicago();
+    for (const double turn : {17.0 * degree, -1.1}) {
+        HourlySkyOptions options;
+        options.northOffset = turn;
+        const HourlyAnalysis turned(buildHourlySky(weather, {}, options));
+        const HourlyAnalysis straight(buildHourlySky(weather));
+        const auto rotated = [&](double compass) { return compass + turn / degree; };
+        for (const double facing : {10.0, 100.0, 233.0}) {
+            FormulaScene before([](const XYZf& d) { return !behindWall(d, 150.0, 0.8); });
+            FormulaScene after([&](const XYZf& d) { return !behindWall(d, rotated(150.0), 0.8); });
+            const SensorResult a = straight.evaluate(
+                before, {{0, 0, 0}, test::narrowed(test::direction(facing, 30.0))});
+            const SensorResult b = turned.evaluate(
+                after, {{0, 0, 0}, test::narrowed(test::direction(rotated(facing), 30.0))});
+            EXPECT_NEAR(b.total / a.total, 1.0f, 0.002f);
+            EXPECT_NEAR(b.beam / a.beam, 1.0f, 0.002f);
+            EXPECT_NEAR(b.peak / a.peak, 1.0f, 0.002f);
+            EXPECT_NEAR(b.directSunHours / a.directSunHours, 1.0f, 0.002f);
+        }
+    }
+}
+
+TEST(HourlyAnalysis, GivesTwoSidesTheSumAndHiddenSensorsNothing) {
+    const HourlyAnalysis analysis(chicagoSky());
+    const XYZf normal = test::narrowed(test::direction(70.0, 25.0));
+    FormulaScene one([](const XYZf&) { return true; });
+    FormulaScene two([](const XYZf&) { return true; }, true);
+    FormulaScene closed([](const XYZf&) { return false; });
+    const SensorResult front = analysis.evaluate(one, {{0, 0, 0}, normal});
+    const SensorResult back =
+        analysis.evaluate(one, {{0, 0, 0}, {-normal.x, -normal.y, -normal.z}});
+    const SensorResult both = analysis.evaluate(two, {{0, 0, 0}, normal});
+    EXPECT_NEAR(both.total / (front.total + back.total), 1.0f, 1e-4f);
+    const SensorResult none = analysis.evaluate(closed, {{0, 0, 0}, normal});
+    EXPECT_EQ(none.total, 0.0f);
+    EXPECT_EQ(none.peak, 0.0f);
+    EXPECT_EQ(none.peakHour, -1);
+    EXPECT_EQ(HourlyAnalysis(HourlySky{}).evaluate(one, Sensor{}).total, 0.0f);
+}
+
+// Several analyses at once in one process, and one analysis on several threads.
+TEST(HourlyAnalysis, RunsBesideOthers) {
+    std::vector<double> wall;
+    addBox(wall, {-50, 3, 0}, {50, 5, 9});
+    const OcclusionIndex scene(wall);
+    std::vector<Sensor> sensors;
+    for (int i = 0; i < 40; ++i) {
+        sensors.push_back({{static_cast<float>(i) - 20.0f, 0.0f, 0.1f}, {0, 0, 1}});
+    }
+    const WeatherSeries weather = chicago();
+    const HourlyAnalysis shared(chicagoSky());
+    std::vector<SensorResult> expected(sensors.size());
+    shared.evaluate(scene, sensors, expected);
+    std::vector<std::thread> threads;
+    std::array<float, 4> wrong{};
+    for (std::size_t t = 0; t < wrong.size(); ++t) {
+        threads.emplace_back([&, t] {
+            const HourlyAnalysis own(buildHourlySky(weather));
+            std::vector<SensorResult> results(sensors.size());
+            (t % 2 == 0 ? own : shared).evaluate(scene, sensors, results);
+            for (std::size_t i = 0; i < sensors.size(); ++i) {
+                wrong[t] += std::abs(results[i].total - expected[i].total) +
+                            std::abs(results[i].peak - expected[i].peak);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, (std::array<float, 4>{}));
+}
+
+} // namespace
+} // namespace insolate
