@@ -11,11 +11,12 @@
 #include <insolate/geometry/arc_cosine.h>
 #include <insolate/geometry/vector_math.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <numeric>
 
 HWY_BEFORE_NAMESPACE();
 namespace insolate::HWY_NAMESPACE {
@@ -26,8 +27,6 @@ namespace hn = hwy::HWY_NAMESPACE;
 // Eight cells at a time: a band is nine times eight. No fused operations: the scalar code has none.
 using F64 = hn::CappedTag<double, 8>;
 using F32 = hn::Rebind<float, F64>;
-using I32 = hn::Rebind<std::int32_t, F64>;
-using U8 = hn::Rebind<std::uint8_t, F64>;
 using Doubles = hn::Vec<F64>;
 using Floats = hn::Vec<F32>;
 using FloatMask = hn::Mask<F32>;
@@ -63,120 +62,226 @@ void cosinesAt(const XYZf& point, const XYZf& normal, const CellDirections& dire
     }
 }
 
-template <std::size_t count>
-HWY_INLINE Doubles polynomial(F64 d, const std::array<double, count>& terms, Doubles x) {
-    Doubles value = hn::Set(d, terms[count - 1]);
-    for (std::size_t i = count - 1; i-- > 0;) {
-        value = hn::Add(hn::Mul(value, x), hn::Set(d, terms[i]));
+// The arc cosine is one long chain of operations: several vectors go through it side by side.
+constexpr std::size_t chains = hn::MaxLanes(F64()) >= 8 ? 4 : 2;
+
+template <class V>
+using Several = std::array<V, chains>;
+
+template <class V, class Step>
+HWY_INLINE Several<V> each(const Step& step) {
+    Several<V> values;
+    for (std::size_t k = 0; k < chains; ++k) {
+        values[k] = step(k);
     }
-    return value;
+    return values;
 }
 
-/// Cosine of the rounded angle of a cosine: roundedCosine(roundedArcCosine(x)), and 1 or -1 beyond
-/// these.
-HWY_INLINE Floats cosineOfAngle(Floats cosine) {
+template <std::size_t count>
+HWY_INLINE Several<Doubles> polynomial(F64 d, const std::array<double, count>& terms,
+                                       const Several<Doubles>& x) {
+    Several<Doubles> values;
+    values.fill(hn::Set(d, terms[count - 1]));
+    for (std::size_t i = count - 1; i-- > 0;) {
+        const Doubles term = hn::Set(d, terms[i]);
+        values =
+            each<Doubles>([&](std::size_t k) { return hn::Add(hn::Mul(values[k], x[k]), term); });
+    }
+    return values;
+}
+
+/// Cosines of the rounded angles of cosines: roundedCosine(roundedArcCosine(x)), and 1 or -1 beyond
+/// these. In front of a single-sided surface they are all positive.
+template <bool allPositive>
+HWY_INLINE Several<Floats> cosinesOfAngles(const Several<Floats>& cosines) {
     const F64 d;
     const F32 d32;
-    const Doubles half = hn::Set(d, 0.5);
-    const Doubles x = hn::PromoteTo(d, cosine);
-    const Doubles magnitude = hn::Min(hn::Abs(x), hn::Set(d, 1.0));
-    const auto isLow = hn::Le(magnitude, half);
-    const Doubles square =
-        hn::IfThenElse(isLow, hn::Mul(x, x), hn::Mul(hn::Sub(hn::Set(d, 1.0), magnitude), half));
-    const Doubles s = hn::IfThenElse(isLow, magnitude, hn::Sqrt(square));
-    const Doubles arcSine =
-        hn::Add(s, hn::Mul(hn::Mul(s, square), polynomial(d, arcCosine::arcSineTerms, square)));
-    const Doubles folded = hn::IfThenElse(isLow, hn::Sub(hn::Set(d, arcCosine::halfPi), arcSine),
-                                          hn::Add(arcSine, arcSine));
-    const Doubles exactAngle =
-        hn::IfThenElse(hn::Lt(x, hn::Zero(d)), hn::Sub(hn::Set(d, arcCosine::pi), folded), folded);
+    const Floats one = hn::Set(d32, 1.0f);
+    const Floats smallest = hn::Set(d32, arcCosine::smallestRoot);
+    const Doubles halfPi = hn::Set(d, arcCosine::halfPi);
+    Several<Doubles> square;
+    Several<hn::Mask<F64>> isLow;
+    const auto arc = each<Doubles>([&](std::size_t k) {
+        const Floats magnitude = hn::Min(hn::Abs(cosines[k]), one);
+        const Floats half = hn::Mul(hn::Sub(one, magnitude), hn::Set(d32, 0.5f));
+        const Floats root = hn::Sqrt(half);
+        const Floats slope = hn::Div(hn::Set(d32, 0.5f), hn::Max(root, smallest));
+        const Doubles x = hn::PromoteTo(d, magnitude);
+        isLow[k] = hn::Le(x, hn::Set(d, 0.5));
+        const Doubles r0 = hn::PromoteTo(d, root);
+        square[k] = hn::IfThenElse(isLow[k], hn::Mul(x, x), hn::PromoteTo(d, half));
+        const Doubles improved =
+            hn::Add(r0, hn::Mul(hn::Sub(square[k], hn::Mul(r0, r0)), hn::PromoteTo(d, slope)));
+        return hn::IfThenElse(isLow[k], x, improved);
+    });
+    const auto arcSeries = polynomial(d, arcCosine::arcSineTerms, square);
+    const auto r = each<Doubles>([&](std::size_t k) {
+        const Doubles arcSine = hn::Add(arc[k], hn::Mul(hn::Mul(arc[k], square[k]), arcSeries[k]));
+        Doubles exactAngle =
+            hn::IfThenElse(isLow[k], hn::Sub(halfPi, arcSine), hn::Add(arcSine, arcSine));
+        if (!allPositive) {
+            exactAngle = hn::IfThenElse(hn::Lt(hn::PromoteTo(d, cosines[k]), hn::Zero(d)),
+                                        hn::Sub(hn::Set(d, arcCosine::pi), exactAngle), exactAngle);
+        }
+        const Doubles angle = hn::PromoteTo(d, hn::DemoteTo(d32, exactAngle));
+        return hn::Add(hn::Sub(halfPi, angle), hn::Set(d, arcCosine::halfPiRest));
+    });
+    const auto squareR = each<Doubles>([&](std::size_t k) { return hn::Mul(r[k], r[k]); });
+    const auto series = polynomial(d, arcCosine::sineTerms, squareR);
+    return each<Floats>([&](std::size_t k) {
+        return hn::DemoteTo(d32, hn::Add(r[k], hn::Mul(hn::Mul(r[k], squareR[k]), series[k])));
+    });
+}
 
-    const Doubles angle = hn::PromoteTo(d, hn::DemoteTo(d32, exactAngle));
-    const Doubles r =
-        hn::Add(hn::Sub(hn::Set(d, arcCosine::halfPi), angle), hn::Set(d, arcCosine::halfPiRest));
-    const Doubles squareR = hn::Mul(r, r);
-    return hn::DemoteTo(d32, hn::Add(r, hn::Mul(hn::Mul(r, squareR),
-                                                polynomial(d, arcCosine::sineTerms, squareR))));
+constexpr std::size_t groupSize = 8;
+constexpr std::size_t groupCount = cellCount / groupSize;
+constexpr std::size_t bandGroups = bandCells / groupSize;
+
+/// What one mask's arithmetic passes from step to step. Groups are eight cells.
+struct Work {
+    alignas(64) std::array<float, cellCount> cosine; ///< as incidence shows it, before truncation
+    alignas(64) std::array<float, cellCount> uniform, overcast, horizon; ///< what cells add
+    std::array<std::uint16_t, groupCount> due; ///< groups whose cosines must be exact
+    std::size_t dueCount = 0;
+    std::size_t dueOnHorizon = 0; ///< of them, in the horizon bands
+};
+
+/// Lists the groups in which light is summed or an incidence might truncate to another byte; in the
+/// others a lower bound of the cosine gives the byte.
+void listDueGroups(const float* cosines, bool doubleSided, const float* transparency, Work& work) {
+    const F32 d;
+    const Floats zero = hn::Zero(d);
+    const Floats one = hn::Set(d, 1.0f);
+    const Floats steps = hn::Set(d, 255.0f);
+    // The cosine of the rounded angle differs from the cosine itself by half a unit in the last
+    // place of an angle (below 2^-22) and by its own rounding (2^-25).
+    const Floats margin = hn::Set(d, 0x1p-21f);
+    for (std::size_t group = 0; group < groupCount; ++group) {
+        bool isDue = false;
+        for (std::size_t i = group * groupSize; i < (group + 1) * groupSize; i += hn::Lanes(d)) {
+            const Floats c = hn::Load(d, cosines + i);
+            const FloatMask isFacing =
+                doubleSided ? hn::Eq(one, one) : hn::Gt(c, hn::Set(d, behindCosine));
+            const FloatMask isLit = hn::And(isFacing, hn::Ne(hn::Load(d, transparency + i), zero));
+            const Floats size = hn::Min(hn::Abs(c), one);
+            const Floats low = hn::Max(hn::Sub(size, margin), zero);
+            const Floats high = hn::Min(hn::Add(size, margin), one);
+            const FloatMask isOpen = hn::And(
+                isFacing, hn::Ne(hn::Floor(hn::Mul(low, steps)), hn::Floor(hn::Mul(high, steps))));
+            isDue = isDue || !hn::AllFalse(d, hn::Or(isLit, isOpen));
+            hn::Store(hn::IfThenElseZero(isFacing, low), d, work.cosine.data() + i);
+        }
+        work.due[work.dueCount] = static_cast<std::uint16_t>(group);
+        work.dueCount += isDue ? 1U : 0U;
+        work.dueOnHorizon = group < horizonBands * bandGroups ? work.dueCount : work.dueOnHorizon;
+    }
+}
+
+/// Replaces the cosines of due groups by the exact ones, 0 behind a single-sided surface.
+template <bool doubleSided>
+void angleCosines(const float* cosines, const std::uint16_t* due, std::size_t count, Work& work) {
+    const F32 d;
+    constexpr std::size_t lanes = hn::MaxLanes(F32());
+    constexpr std::size_t parts = groupSize / lanes; // vectors in a group
+    const std::size_t vectors = count * parts;
+    const auto placeOf = [&](std::size_t vector) {
+        const std::size_t known = std::min(vector, vectors - 1); // the last again and again
+        return due[known / parts] * groupSize + known % parts * lanes;
+    };
+    for (std::size_t vector = 0; vector < vectors; vector += chains) {
+        const auto raw =
+            each<Floats>([&](std::size_t k) { return hn::Load(d, cosines + placeOf(vector + k)); });
+        const auto exact = cosinesOfAngles<!doubleSided>(raw);
+        for (std::size_t k = 0; k < chains; ++k) {
+            const Floats size = hn::Abs(exact[k]);
+            const Floats kept =
+                doubleSided ? size
+                            : hn::IfThenElseZero(hn::Gt(raw[k], hn::Set(d, behindCosine)), size);
+            hn::Store(kept, d, work.cosine.data() + placeOf(vector + k));
+        }
+    }
+}
+
+/// What the cells of a due group add to the sums. A cosine of 0 is that of a cell behind the
+/// surface; what has no light adds 0, which changes nothing.
+HWY_INLINE void weighGroup(const float* transparency, const SkyWeights& weights, std::size_t group,
+                           Work& work) {
+    const F32 d;
+    const Floats zero = hn::Zero(d);
+    const std::size_t band = group / bandGroups;
+    const Floats weight = hn::Set(d, weights.solidAngle[band]);
+    const Floats luminance = hn::Set(d, weights.luminance[band]);
+    for (std::size_t i = group * groupSize; i < (group + 1) * groupSize; i += hn::Lanes(d)) {
+        const Floats t = hn::Load(d, transparency + i);
+        const Floats c = hn::Load(d, work.cosine.data() + i);
+        const FloatMask isLit = hn::And(hn::Gt(c, zero), hn::Ne(t, zero)); // NaN is lit
+        const Floats share = hn::IfThenElseZero(isLit, hn::Mul(hn::Mul(c, weight), t));
+        hn::Store(share, d, work.uniform.data() + i);
+        hn::Store(hn::Mul(share, luminance), d, work.overcast.data() + i);
+        hn::Store(hn::IfThenElseZero(isLit, hn::Mul(t, weight)), d, work.horizon.data() + i);
+    }
+}
+
+/// Adds a group's cells one after another, as the sums' order demands.
+template <bool isOnHorizon>
+HWY_INLINE void addGroup(const Work& work, std::size_t group, MaskSums& sums) {
+    for (std::size_t i = group * groupSize; i < (group + 1) * groupSize; ++i) {
+        sums.uniform += work.uniform[i];
+        sums.overcast += work.overcast[i];
+        if (isOnHorizon) {
+            sums.horizon += work.horizon[i];
+        }
+    }
 }
 
 /// Limited to 0..1, times 255, truncated; NaN gives 0.
-HWY_INLINE hn::Vec<I32> toByte(Floats value) {
-    const F32 d;
-    const Floats positive = hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), value);
-    const Floats limited = hn::Min(positive, hn::Set(d, 1.0f));
-    return hn::ConvertTo(I32(), hn::Mul(limited, hn::Set(d, 255.0f)));
+void truncateToBytes(const float* values, std::uint8_t* bytes) {
+    const hn::CappedTag<float, 16> d;
+    const hn::Rebind<std::int32_t, decltype(d)> d32;
+    const hn::Rebind<std::uint8_t, decltype(d)> d8;
+    for (std::size_t i = 0; i < cellCount; i += hn::Lanes(d)) {
+        const auto value = hn::Load(d, values + i);
+        const auto positive = hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), value);
+        const auto scaledUp = hn::Mul(hn::Min(positive, hn::Set(d, 1.0f)), hn::Set(d, 255.0f));
+        hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(d32, scaledUp)), d8, bytes + i);
+    }
 }
-
-/// Cells whose light counts, packed in cell order, as products with their weights.
-struct Lit {
-    alignas(64) std::array<float, cellCount + 16> uniform;
-    alignas(64) std::array<float, cellCount + 16> overcast;
-    alignas(64) std::array<float, cellCount + 16> horizon;
-    std::size_t count = 0;
-    std::size_t horizonCount = 0;
-};
 
 MaskSums fill(const float* cosines, bool doubleSided, const float* transparency,
               std::uint8_t* exposure, std::uint8_t* incidence) {
-    const F32 d;
-    const std::size_t step = hn::Lanes(d);
     const SkyWeights& weights = SkyWeights::instance();
-    const Floats zero = hn::Zero(d);
-    const Floats one = hn::Set(d, 1.0f);
-    // The cosine of the rounded angle differs from the cosine itself by half a unit in the last
-    // place of an angle below 2 (2^-24), by another 2^-23 beyond, and by its own rounding.
-    const Floats margin = hn::Set(d, 0x1p-21f);
-    Lit lit;
-    for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        const Floats weight = hn::Set(d, weights.solidAngle[band]);
-        const Floats luminance = hn::Set(d, weights.luminance[band]);
-        for (std::size_t i = band * bandCells; i < (band + 1) * bandCells; i += step) {
-            const Floats t = hn::LoadU(d, transparency + i);
-            hn::StoreU(hn::DemoteTo(U8(), toByte(t)), U8(), exposure + i);
-
-            Floats c = one;
-            FloatMask isFacing = hn::Eq(one, one);
-            hn::Vec<I32> byte = hn::Set(I32(), 255);
-            // A cell without light adds nothing; NaN counts.
-            FloatMask isLit = hn::Ne(t, zero);
-            if (cosines != nullptr) {
-                c = hn::LoadU(d, cosines + i);
-                isFacing = doubleSided ? isFacing : hn::Gt(c, hn::Set(d, behindCosine));
-                isLit = hn::And(isLit, isFacing);
-                const Floats size = hn::Min(hn::Abs(c), one);
-                byte = toByte(hn::Sub(size, margin));
-                // The cosine of the angle is worked out only where it is summed, or where it might
-                // truncate to another byte.
-                const auto highest = toByte(hn::Add(size, margin));
-                if (!hn::AllFalse(d, isLit) || !hn::AllTrue(I32(), hn::Eq(byte, highest))) {
-                    c = hn::Abs(cosineOfAngle(c));
-                    byte = toByte(c);
-                }
-                byte = hn::IfThenElseZero(hn::RebindMask(I32(), isFacing), byte);
-            }
-            hn::StoreU(hn::DemoteTo(U8(), byte), U8(), incidence + i);
-
-            if (hn::AllFalse(d, isLit)) {
-                continue;
-            }
-            const Floats share = hn::Mul(hn::Mul(c, weight), t);
-            hn::CompressStore(share, isLit, d, lit.uniform.data() + lit.count);
-            lit.count += hn::CompressStore(hn::Mul(share, luminance), isLit, d,
-                                           lit.overcast.data() + lit.count);
-            if (band < horizonBands) {
-                lit.horizonCount += hn::CompressStore(hn::Mul(t, weight), isLit, d,
-                                                      lit.horizon.data() + lit.horizonCount);
+    Work work;
+    if (cosines != nullptr) {
+        listDueGroups(cosines, doubleSided, transparency, work);
+    } else {
+        std::iota(work.due.begin(), work.due.end(), std::uint16_t{0});
+        work.dueCount = groupCount;
+        work.cosine.fill(1.0f);
+        work.dueOnHorizon = horizonBands * bandGroups;
+    }
+    // A few groups at a time: the chains of additions run beside the next groups' arithmetic.
+    constexpr std::size_t batch = 4;
+    MaskSums sums;
+    for (std::size_t from = 0; from < work.dueCount; from += batch) {
+        const std::size_t to = std::min(from + batch, work.dueCount);
+        if (cosines != nullptr && doubleSided) {
+            angleCosines<true>(cosines, work.due.data() + from, to - from, work);
+        } else if (cosines != nullptr) {
+            angleCosines<false>(cosines, work.due.data() + from, to - from, work);
+        }
+        for (std::size_t k = from; k < to; ++k) {
+            weighGroup(transparency, weights, work.due[k], work);
+        }
+        for (std::size_t k = from; k < to; ++k) {
+            if (k < work.dueOnHorizon) {
+                addGroup<true>(work, work.due[k], sums);
+            } else {
+                addGroup<false>(work, work.due[k], sums);
             }
         }
     }
-    MaskSums sums;
-    for (std::size_t i = 0; i < lit.count; ++i) {
-        sums.uniform += lit.uniform[i];
-        sums.overcast += lit.overcast[i];
-    }
-    for (std::size_t i = 0; i < lit.horizonCount; ++i) {
-        sums.horizon += lit.horizon[i];
-    }
+    truncateToBytes(transparency, exposure);
+    truncateToBytes(work.cosine.data(), incidence);
     return sums;
 }
 
@@ -195,6 +300,17 @@ void compareCosines(const float* cosines, std::uint8_t* bits) {
     }
 }
 
+void expandBits(const std::uint8_t* bits, float* values) {
+    const hn::CappedTag<float, 8> d;
+    for (std::size_t i = 0; i < cellCount; i += 8) {
+        for (std::size_t lane = 0; lane < 8; lane += hn::Lanes(d)) {
+            const std::uint8_t part[8] = {static_cast<std::uint8_t>(bits[i / 8] >> lane)};
+            hn::Store(hn::IfThenElseZero(hn::LoadMaskBits(d, part), hn::Set(d, 1.0f)), d,
+                      values + i + lane);
+        }
+    }
+}
+
 } // namespace
 } // namespace insolate::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -207,6 +323,7 @@ namespace {
 HWY_EXPORT(cosinesAt);
 HWY_EXPORT(fill);
 HWY_EXPORT(compareCosines);
+HWY_EXPORT(expandBits);
 
 constexpr std::size_t bandBytes = skyGrid::azimuthCount / 8;
 
@@ -261,15 +378,16 @@ SkyCellSet cellsInFront(const CellValues& cosines) {
 }
 
 void setTransparency(const SkyCellSet& visible, CellValues& transparency) {
-    float* to = transparency.value.data();
+    applySimdChoice();
+    std::array<std::uint8_t, skyGrid::cellCount / 8> bits;
     for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        for (unsigned bit = 0; bit < 64; ++bit) {
-            *to++ = static_cast<float>(visible.words[2 * band] >> bit & 1U);
+        std::uint8_t* to = bits.data() + band * bandBytes;
+        for (unsigned byte = 0; byte < 8; ++byte) {
+            to[byte] = static_cast<std::uint8_t>(visible.words[2 * band] >> (8 * byte));
         }
-        for (unsigned bit = 0; bit < 8; ++bit) {
-            *to++ = static_cast<float>(visible.words[2 * band + 1] >> bit & 1U);
-        }
+        to[8] = static_cast<std::uint8_t>(visible.words[2 * band + 1]);
     }
+    HWY_DYNAMIC_DISPATCH(expandBits)(bits.data(), transparency.value.data());
 }
 
 MaskSums fillMask(const CellValues* cosines, bool doubleSided, const CellValues& transparency,
