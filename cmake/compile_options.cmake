@@ -21,5 +21,13 @@ function(insolate_compile_options target)
     target_compile_options(${target} PRIVATE -fsanitize=${INSOLATE_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)
     target_link_options(${target} PUBLIC -fsanitize=${INSOLATE_SANITIZE})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE")
+      target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/sanitizers/suppressions.cpp)
+    endif()
+    if(INSOLATE_SANITIZE STREQUAL "thread")
+      # The packaged oneTBB is not instrumented: its hand-over of work between threads stays unseen.
+      target_include_directories(${target} BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/tests/sanitizers/plain_threads)
+    endif()
   endif()
 endfunction()

@@ -2,8 +2,8 @@
 
 #include <insolate/rt/spatial_tree_util.h>
 
-#include <tbb/parallel_for.h>
-#include <tbb/partitioner.h>
+#include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/partitioner.h>
 
 #include <algorithm>
 #include <array>

@@ -3,8 +3,8 @@
 
 #include <insolate/rt/input_package.h>
 
-#include <tbb/blocked_range.h>
-#include <tbb/enumerable_thread_specific.h>
+#include <oneapi/tbb/blocked_range.h>
+#include <oneapi/tbb/enumerable_thread_specific.h>
 
 #include <cstddef>
 #include <cstdint>

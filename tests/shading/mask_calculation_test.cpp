@@ -14,13 +14,6 @@
 #include <functional>
 #include <numbers>
 
-#if defined(__SANITIZE_ADDRESS__)
-// The convenience form leaves its ray object behind, as its documentation says.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:EShadingMask::calculate";
-}
-#endif
-
 namespace {
 
 using insolate::test::addQuad;

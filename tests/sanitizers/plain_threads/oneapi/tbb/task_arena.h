@@ -1,0 +1,2 @@
+#pragma once
+#include "../../plain_tasks.h"

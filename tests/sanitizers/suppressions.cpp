@@ -1,0 +1,21 @@
+// What the sanitizers are told in every program that is built with them.
+#define TOLD extern "C" __attribute__((visibility("default"))) const char*
+
+TOLD __lsan_default_suppressions();
+TOLD __lsan_default_suppressions() {
+    // A model never frees its points, nor the convenience mask its ray object: hosts may still hold
+    // them. Fontconfig keeps its patterns until the process ends.
+    return "leak:EModel::addCalculationPoint\n"
+           "leak:EShadingMask::calculate\n"
+           "leak:libfontconfig\n";
+}
+
+TOLD __lsan_default_options();
+TOLD __lsan_default_options() {
+    return "print_suppressions=0";
+}
+
+TOLD __ubsan_default_options();
+TOLD __ubsan_default_options() {
+    return "print_stacktrace=1";
+}
