@@ -1,3 +1,4 @@
+#include "../support/formula_rays.h"
 #include "plain_mask.h"
 
 #include <insolate/platform/simd.h>
@@ -14,73 +15,46 @@
 namespace {
 
 using insolate::SkyCellSet;
+using insolate::test::FormulaRays;
 using insolate::test::plainMask;
 using insolate::test::PlainMask;
 
-/// Answers by a table in the order of asking; skipped cells are skipped.
-class TableRays : public GetTransparencyValueOnRay {
-public:
-    TableRays(std::vector<float> answers, bool isDoubleSided)
-        : table(std::move(answers)), doubleSided(isDoubleSided) {}
-    bool getSurfaceDoubleSided() override { return doubleSided; }
-    float getTransparencyValue(const XYZf& /*origin*/, const XYZf& /*direction*/,
-                               const XYZf* /*normal*/) override {
-        return table[static_cast<std::size_t>(cast++) % table.size()];
-    }
-    int initialise() override { return 0; }
+/// Answers from a table in the order of asking.
+FormulaRays tableRays(const std::vector<float>& table, bool isDoubleSided) {
+    return FormulaRays(
+        [&table, at = std::size_t{0}](const XYZf&) mutable { return table[at++ % table.size()]; },
+        isDoubleSided);
+}
 
-    std::vector<float> table;
-    bool doubleSided;
-    int cast = 0;
-};
+float halfSky(const XYZf& direction) {
+    return direction.x + 0.3f * direction.z > 0.1f ? 1.0f : 0.0f;
+}
 
-/// Open where a formula says so, cell by cell or all at once.
-class HalfSky : public GetTransparencyValueOnRay {
-public:
-    bool getSurfaceDoubleSided() override { return doubleSided; }
-    float getTransparencyValue(const XYZf& /*origin*/, const XYZf& direction,
-                               const XYZf* /*normal*/) override {
-        return direction.x + 0.3f * direction.z > 0.1f ? 1.0f : 0.0f;
-    }
-    int initialise() override { return 0; }
-
-    bool doubleSided = false;
-};
-
-class HalfSkyAtOnce final : public HalfSky, public insolate::SkyVisibilityQuery {
-public:
-    SkyCellSet visibleSky(const XYZf& origin, const insolate::SkyDirections& directions,
+struct HalfSkyAtOnce final : FormulaRays, insolate::SkyVisibilityQuery {
+    explicit HalfSkyAtOnce(bool isDoubleSided) : FormulaRays(halfSky, isDoubleSided) {}
+    SkyCellSet visibleSky(const XYZf& /*origin*/, const insolate::SkyDirections& directions,
                           const SkyCellSet& wanted) override {
         ++calls;
         SkyCellSet visible;
         for (int cell = 0; cell < 1296; ++cell) {
-            const int azimuth = cell % 72;
-            const int altitude = cell / 72;
-            if (wanted.contains(azimuth, altitude) &&
-                getTransparencyValue(origin, directions.direction(azimuth, altitude), nullptr) >
-                    0) {
-                visible.insert(azimuth, altitude);
+            if (wanted.contains(cell % 72, cell / 72) &&
+                halfSky(directions.direction(cell % 72, cell / 72)) > 0) {
+                visible.insert(cell % 72, cell / 72);
             }
         }
         return visible;
     }
-
     int calls = 0;
 };
 
 void expectSame(const EShadingMask& mask, const EShadingMask& plain) {
-    const auto* bytes = insolate::ShadingMaskAccess::exposure(mask);
-    const auto* plainBytes = insolate::ShadingMaskAccess::exposure(plain);
+    using Access = insolate::ShadingMaskAccess;
     for (int cell = 0; cell < 1296; ++cell) {
-        ASSERT_EQ(bytes[cell], plainBytes[cell]) << "exposure of cell " << cell;
-        ASSERT_EQ(insolate::ShadingMaskAccess::incidence(mask)[cell],
-                  insolate::ShadingMaskAccess::incidence(plain)[cell])
-            << "incidence of cell " << cell;
+        ASSERT_EQ(Access::exposure(mask)[cell], Access::exposure(plain)[cell]) << cell;
+        ASSERT_EQ(Access::incidence(mask)[cell], Access::incidence(plain)[cell]) << cell;
     }
     const auto bits = [](float value) {
-        std::uint32_t word = 0;
-        std::memcpy(&word, &value, sizeof word);
-        return std::isnan(value) ? 0 : word;
+        return std::isnan(value) ? 0 : std::bit_cast<std::uint32_t>(value);
     };
     EXPECT_EQ(bits(mask.getUniformSkyComponent()), bits(plain.getUniformSkyComponent()));
     EXPECT_EQ(bits(mask.getOvercastSkyComponent()), bits(plain.getOvercastSkyComponent()));
@@ -113,11 +87,11 @@ TEST(MaskArithmetic, GivesTheBytesAndSumsOfItsDefinitionOnEveryLevel) {
         if (index == 5) {
             table[3] = nan;
         }
-        TableRays plainRays(table, index % 5 == 0);
+        FormulaRays plainRays = tableRays(table, index % 5 == 0);
         const PlainMask plain = plainMask(plainRays, point, &normal);
         for (const insolate::SimdLevel level : insolate::availableSimdLevels()) {
             insolate::setSimdLevel(level);
-            TableRays rays(table, index % 5 == 0);
+            FormulaRays rays = tableRays(table, index % 5 == 0);
             EShadingMask mask;
             mask.calculate(&rays, point, &normal);
             EXPECT_EQ(rays.cast, plain.raysCast);
@@ -129,33 +103,31 @@ TEST(MaskArithmetic, GivesTheBytesAndSumsOfItsDefinitionOnEveryLevel) {
 }
 
 TEST(MaskArithmetic, AsksForAllCellsAtOnceWhereItCan) {
-    const XYZf point = {3, 2, 1};
     XYZf tilted = {0.2f, -0.4f, 0.5f};
     for (XYZf* normal : {static_cast<XYZf*>(nullptr), &tilted}) {
         for (const bool doubleSided : {false, true}) {
-            HalfSky rays;
-            HalfSkyAtOnce atOnce;
-            rays.doubleSided = doubleSided;
-            atOnce.doubleSided = doubleSided;
+            FormulaRays rays(halfSky, doubleSided);
+            HalfSkyAtOnce atOnce(doubleSided);
             EShadingMask mask;
-            mask.calculate(&atOnce, point, normal);
+            mask.calculate(&atOnce, {3, 2, 1}, normal);
             EXPECT_EQ(atOnce.calls, 1);
-            expectSame(mask, plainMask(rays, point, normal).mask);
+            expectSame(mask, plainMask(rays, {3, 2, 1}, normal).mask);
         }
     }
 }
 
 TEST(MaskArithmetic, TurnsCellsBehindTheSurfaceAwayAtTheRoundedRightAngle) {
+    const float inFront = std::nextafter(insolate::behindCosine, 1.0f);
     EXPECT_GE(insolate::roundedArcCosine(insolate::behindCosine), 1.5707964f);
-    EXPECT_LT(insolate::roundedArcCosine(std::nextafter(insolate::behindCosine, 1.0f)), 1.5707964f);
+    EXPECT_LT(insolate::roundedArcCosine(inFront), 1.5707964f);
     insolate::CellValues cosines{};
     cosines.value.fill(insolate::behindCosine);
     cosines.value[72 * 4 + 70] = 0.5f;
-    cosines.value[72 * 17 + 1] = std::nextafter(insolate::behindCosine, 1.0f);
-    const SkyCellSet front = insolate::cellsInFront(cosines);
-    EXPECT_EQ(front.count(), 2);
-    EXPECT_TRUE(front.contains(70, 4));
-    EXPECT_TRUE(front.contains(1, 17));
+    cosines.value[72 * 17 + 1] = inFront;
+    SkyCellSet expected;
+    expected.insert(70, 4);
+    expected.insert(1, 17);
+    EXPECT_EQ(insolate::cellsInFront(cosines), expected);
 }
 
 } // namespace

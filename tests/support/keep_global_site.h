@@ -8,6 +8,10 @@ namespace insolate::test {
 class KeepGlobalSite {
 public:
     KeepGlobalSite() : kept(ESolarPosition::Global) {}
+    /// Turns the shared site's north [radians] meanwhile.
+    explicit KeepGlobalSite(double northOffset) : KeepGlobalSite() {
+        ESolarPosition::Global.setNorthOffset(northOffset);
+    }
     ~KeepGlobalSite() { ESolarPosition::Global = kept; }
     KeepGlobalSite(const KeepGlobalSite&) = delete;
     KeepGlobalSite& operator=(const KeepGlobalSite&) = delete;
