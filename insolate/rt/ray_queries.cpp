@@ -37,14 +37,14 @@ bool GetTransparencyValueOnRayInternal::isRayIntersectWithTriangles(const RT::Ra
         return false;
     }
     if (!node.isLeaf) {
-        for (const RT::SpatialTree& child : node.childNodes()) {
-            if (isRayIntersectWithTriangles(ray, child)) {
+        for (std::int32_t i = 0; i < node.childCount; ++i) {
+            if (isRayIntersectWithTriangles(ray, node.child(i))) {
                 return true;
             }
         }
         return false;
     }
-    for (const std::int32_t index : node.triangleList()) {
+    for (const std::int32_t index : node.leafTriangles()) {
         if (insolate::hitsTriangle(ray.origin, ray.direction,
                                    node.package->triangles[static_cast<std::size_t>(index)])) {
             return true;
@@ -84,15 +84,15 @@ bool GetTransparencyValueOnRayImpl::isRayIntersectWithTriangles(const Ray& ray,
         return false;
     }
     if (!node.isLeaf) {
-        for (const RT::SpatialTree& child : node.childNodes()) {
-            if (isRayIntersectWithTriangles(ray, child)) {
+        for (std::int32_t i = 0; i < node.childCount; ++i) {
+            if (isRayIntersectWithTriangles(ray, node.child(i))) {
                 return true;
             }
         }
         return false;
     }
     const auto id = static_cast<std::uint32_t>(ray.id);
-    for (const std::int32_t index : node.triangleList()) {
+    for (const std::int32_t index : node.leafTriangles()) {
         const Triangle& triangle = node.package->triangles[static_cast<std::size_t>(index)];
         std::uint32_t& lastRay = triangle.mailbox[static_cast<std::size_t>(threadSlot)];
         if (lastRay == id) {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <numeric>
 #include <span>
+#include <vector>
 
 namespace insolate {
 namespace {
@@ -21,8 +22,7 @@ namespace {
 constexpr std::int32_t leafLimit = 12;
 constexpr std::int32_t claimedMark = -1;
 
-/// A set of octants, bit k for octant k; octant k lies in the upper half along axis a when bit a of
-/// k is set.
+/// A set of octants, bit k for octant k.
 using OctantSet = unsigned;
 
 constexpr OctantSet allOctants = 0xFF;
@@ -39,7 +39,8 @@ double largest(double a, double b, double c) {
 
 /// Whether the projections of a triangle's vertices and a box of the given radius are apart.
 bool isSeparated(double a, double b, double c, double radius) {
-    return smallest(a, b, c) > radius || largest(a, b, c) < -radius;
+    return static_cast<int>(smallest(a, b, c) > radius) |
+           static_cast<int>(largest(a, b, c) < -radius);
 }
 
 /// A triangle's vertices relative to a box's centre.
@@ -114,9 +115,6 @@ public:
         }
     }
 
-    Vector3d boxMin(unsigned octant) const { return cornerOf(lower, octant); }
-    Vector3d boxMax(unsigned octant) const { return cornerOf(upper, octant); }
-
     /// In the order of the octants, a triangle goes to each that holds one of its vertices or
     /// overlaps it, up to and including the first that holds all three.
     Assignment assign(const RT::Triangle& triangle) const {
@@ -131,7 +129,8 @@ public:
             open = first | (first - 1U);
         }
         Assignment assignment{.octants = inAny & open, .isClaimed = inAll != 0};
-        for (OctantSet rest = overlappedByBox(triangle, open & ~inAny); rest != 0;
+        const OctantSet unsettled = open & ~inAny;
+        for (OctantSet rest = unsettled != 0 ? overlappedByBox(triangle, unsettled) : 0U; rest != 0;
              rest &= rest - 1U) {
             const auto octant = static_cast<unsigned>(std::countr_zero(rest));
             if (overlapsByEdgesAndPlane(
@@ -154,22 +153,25 @@ private:
         OctantSet octants = allOctants;
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const double value = vertex[axis];
-            const bool inLower = lower[0][axis] <= value && value <= upper[0][axis];
-            const bool inUpper = lower[1][axis] <= value && value <= upper[1][axis];
-            octants &= (inLower ? lowerHalf[axis] : 0U) | (inUpper ? upperHalf[axis] : 0U);
+            // Arithmetic on truth values: whether a vertex is inside cannot be predicted.
+            const OctantSet inLower = static_cast<OctantSet>(lower[0][axis] <= value) &
+                                      static_cast<OctantSet>(value <= upper[0][axis]);
+            const OctantSet inUpper = static_cast<OctantSet>(lower[1][axis] <= value) &
+                                      static_cast<OctantSet>(value <= upper[1][axis]);
+            octants &= (lowerHalf[axis] * inLower) | (upperHalf[axis] * inUpper);
         }
         return octants;
     }
 
     /// Those of the given octants that the box axes do not separate from the triangle.
     OctantSet overlappedByBox(const RT::Triangle& triangle, OctantSet octants) const {
-        for (std::size_t axis = 0; axis < 3 && octants != 0; ++axis) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
             for (std::size_t half = 0; half < 2; ++half) {
                 const double c = centre[half][axis];
-                if (isSeparated(triangle.p0[axis] - c, triangle.p1[axis] - c, triangle.p2[axis] - c,
-                                halfExtents[axis])) {
-                    octants &= ~(half == 0 ? lowerHalf[axis] : upperHalf[axis]);
-                }
+                const bool isApart = isSeparated(triangle.p0[axis] - c, triangle.p1[axis] - c,
+                                                 triangle.p2[axis] - c, halfExtents[axis]);
+                octants &= ~((half == 0 ? lowerHalf[axis] : upperHalf[axis]) *
+                             static_cast<OctantSet>(isApart));
             }
         }
         return octants;
@@ -203,16 +205,74 @@ private:
     std::uint16_t* codes;
 };
 
-/// Creates the children of a node and marks the entries that they claim.
-void subdivide(RT::SpatialTree& node, TreeArena& arena) {
-    const Octants octants(node.boxMin, node.boxMax);
-    const std::span<std::int32_t> triangles = node.triangleList();
+// Lists that no ray reads are packed: an index as its distance from the last one that was not
+// claimed, seven bits a byte, the sign in the lowest; indices are unique, so that 0 is the mark.
+
+void packList(std::span<const std::int32_t> list, std::vector<std::uint8_t>& bytes) {
+    bytes.clear();
+    std::int64_t last = -1;
+    for (const std::int32_t index : list) {
+        if (index == claimedMark) {
+            bytes.push_back(0);
+            continue;
+        }
+        const std::int64_t distance = index - last;
+        last = index;
+        auto rest = static_cast<std::uint64_t>(distance < 0 ? -2 * distance + 1 : 2 * distance);
+        for (; rest >= 0x80; rest >>= 7U) {
+            bytes.push_back(static_cast<std::uint8_t>(rest | 0x80U));
+        }
+        bytes.push_back(static_cast<std::uint8_t>(rest));
+    }
+}
+
+std::vector<std::int32_t> unpackList(const std::uint8_t* bytes, std::int32_t count) {
+    std::vector<std::int32_t> list(static_cast<std::size_t>(count), claimedMark);
+    std::int64_t last = -1;
+    for (std::int32_t& index : list) {
+        std::uint64_t value = 0;
+        for (unsigned shift = 0;; shift += 7) {
+            value |= static_cast<std::uint64_t>(*bytes & 0x7FU) << shift;
+            if ((*bytes++ & 0x80U) == 0) {
+                break;
+            }
+        }
+        if (value != 0) {
+            const auto distance = static_cast<std::int64_t>(value >> 1U);
+            last += (value & 1U) != 0 ? -distance : distance;
+            index = static_cast<std::int32_t>(last);
+        }
+    }
+    return list;
+}
+
+/// Room for a node's list of the given length: in its final place when it is a leaf.
+std::int32_t* prepare(NodeInWork& work, TreeArena& arena, TreeMemory& memory) {
+    PackedNode& node = *work.node;
+    const auto count = static_cast<std::size_t>(node.triangleCount);
+    node.isLeaf = node.triangleCount < leafLimit || node.depth > RT::SpatialTree::maxDepth;
+    if (node.isLeaf) {
+        node.triangles = arena.take(memory, count * sizeof(std::int32_t));
+        return memory.at<std::int32_t>(node.triangles);
+    }
+    work.triangles = std::make_unique_for_overwrite<std::int32_t[]>(count);
+    return work.triangles.get();
+}
+
+/// Creates the children of a node, marks the entries that they claim, and packs its list.
+void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
+               const RT::InputPackage& package, TreeMemory& memory) {
+    TreeArena& arena = memory.arena();
+    PackedNode& node = *work.node;
+    const Octants octants(work.boxMin, work.boxMax);
+    const std::span<std::int32_t> triangles(work.triangles.get(),
+                                            static_cast<std::size_t>(node.triangleCount));
     Assignments assignments(triangles.size());
     std::array<std::int32_t, 8> count{};
     std::array<std::int32_t, 8> contained{};
     for (std::size_t i = 0; i < triangles.size(); ++i) {
         const auto index = static_cast<std::size_t>(triangles[i]);
-        const Assignment assignment = octants.assign(node.package->triangles[index]);
+        const Assignment assignment = octants.assign(package.triangles[index]);
         assignments.set(i, assignment);
         for (OctantSet rest = assignment.octants; rest != 0; rest &= rest - 1U) {
             ++count[static_cast<std::size_t>(std::countr_zero(rest))];
@@ -222,23 +282,22 @@ void subdivide(RT::SpatialTree& node, TreeArena& arena) {
         }
     }
 
-    const auto occupied = 8 - std::count(count.begin(), count.end(), 0);
-    node.children = arena.take<RT::SpatialTree>(static_cast<std::size_t>(occupied));
+    const auto occupied = static_cast<std::size_t>(8 - std::count(count.begin(), count.end(), 0));
+    node.children = arena.take(memory, occupied * sizeof(PackedNode));
+    auto* const packed = memory.at<PackedNode>(node.children);
     std::array<std::int32_t*, 8> next{};
     for (unsigned octant = 0; octant < 8; ++octant) {
         if (count[octant] == 0) {
             continue;
         }
-        auto* child = std::construct_at(node.children + node.childCount++);
-        child->depth = node.depth + 1;
-        child->boxMin = octants.boxMin(octant);
-        child->boxMax = octants.boxMax(octant);
-        child->triangleCount = count[octant];
-        child->containedCount = contained[octant];
-        child->triangles = arena.take<std::int32_t>(static_cast<std::size_t>(count[octant]));
-        child->parent = &node;
-        child->package = node.package;
-        next[octant] = child->triangles;
+        NodeInWork& child = children[node.childCount];
+        child.node = std::construct_at(packed + node.childCount++);
+        child.node->depth = static_cast<std::uint8_t>(node.depth + 1);
+        child.node->octant = static_cast<std::uint8_t>(octant);
+        child.node->triangleCount = count[octant];
+        child.node->containedCount = contained[octant];
+        octantBox(work.boxMin, work.boxMax, octant, child.boxMin, child.boxMax);
+        next[octant] = prepare(child, arena, memory);
     }
     for (std::size_t i = triangles.size(); i-- > 0;) { // every list runs backwards
         for (OctantSet rest = assignments.octants(i); rest != 0; rest &= rest - 1U) {
@@ -248,40 +307,41 @@ void subdivide(RT::SpatialTree& node, TreeArena& arena) {
             triangles[i] = claimedMark;
         }
     }
+    packList(triangles, arena.scratch);
+    node.triangles = arena.take(memory, arena.scratch.size());
+    std::copy(arena.scratch.begin(), arena.scratch.end(), memory.at<std::uint8_t>(node.triangles));
+    work.triangles.reset();
 }
 
 /// Subdivides a node and everything below it.
-void buildNode(RT::SpatialTree& node, TreeMemory& memory) {
-    if (node.triangleCount < leafLimit || node.depth > RT::SpatialTree::maxDepth) {
-        node.isLeaf = true;
+void buildNode(NodeInWork& work, const RT::InputPackage& package, TreeMemory& memory) {
+    if (work.node->isLeaf) {
         return;
     }
-    subdivide(node, memory.local());
-    if (node.childCount > 0) {
-        tbb::parallel_for(tbb::blocked_range<int>(0, node.childCount, 4),
-                          RT::BuildSpatialSubtree(&node, &memory), tbb::simple_partitioner());
+    RT::BuildSpatialSubtree::Children children;
+    subdivide(work, children, package, memory);
+    if (work.node->childCount > 0) {
+        tbb::parallel_for(tbb::blocked_range<int>(0, work.node->childCount, 4),
+                          RT::BuildSpatialSubtree(&children, &package, &memory),
+                          tbb::simple_partitioner());
     }
+}
+
+PackedNode buildTree(const RT::InputPackage& package, TreeMemory& memory) {
+    PackedNode root;
+    root.triangleCount = package.triangleCount;
+    root.containedCount = package.triangleCount;
+    NodeInWork work;
+    work.node = &root;
+    work.boxMin = package.boxMin;
+    work.boxMax = package.boxMax;
+    std::int32_t* const list = prepare(work, memory.arena(), memory);
+    std::iota(list, list + package.triangleCount, 0);
+    buildNode(work, package, memory);
+    return root;
 }
 
 } // namespace
-
-void* TreeArena::takeBytes(std::size_t bytes) {
-    constexpr std::size_t blockSize = 1U << 18U;
-    bytes = (bytes + alignment - 1) / alignment * alignment;
-    if (bytes > left) {
-        if (bytes > blockSize / 8) { // a block of its own, the current one stays in use
-            blocks.push_back(std::make_unique_for_overwrite<std::byte[]>(bytes));
-            return blocks.back().get();
-        }
-        blocks.push_back(std::make_unique_for_overwrite<std::byte[]>(blockSize));
-        next = blocks.back().get();
-        left = blockSize;
-    }
-    void* const result = next;
-    next += bytes;
-    left -= bytes;
-    return result;
-}
 
 bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre,
                  const Vector3d& halfExtents) {
@@ -300,17 +360,8 @@ std::int32_t depthLimit(std::int32_t triangleCount) {
     return static_cast<std::int32_t>(levels + 0.5) + 3;
 }
 
-Octree::Octree(const RT::InputPackage& package) {
-    rootNode.boxMin = package.boxMin;
-    rootNode.boxMax = package.boxMax;
-    rootNode.package = &package;
-    rootNode.triangleCount = package.triangleCount;
-    rootNode.containedCount = package.triangleCount;
-    rootNode.triangles =
-        memory.local().take<std::int32_t>(static_cast<std::size_t>(package.triangleCount));
-    std::iota(rootNode.triangles, rootNode.triangles + package.triangleCount, 0);
-    buildNode(rootNode, memory);
-}
+Octree::Octree(const RT::InputPackage& package)
+    : packedRoot(buildTree(package, memory)), rootNode(packedRoot, memory, package) {}
 
 } // namespace insolate
 
@@ -321,12 +372,39 @@ std::unique_ptr<insolate::Octree> processTree;
 
 } // namespace
 
-SpatialTree* SpatialTree::root = nullptr;
+const SpatialTree* SpatialTree::root = nullptr;
 std::int32_t SpatialTree::maxDepth = 8;
+
+SpatialTree::SpatialTree(const insolate::PackedNode& packedRoot,
+                         const insolate::TreeMemory& treeMemory, const InputPackage& triangles)
+    : depth(packedRoot.depth), isLeaf(packedRoot.isLeaf), boxMin(triangles.boxMin),
+      boxMax(triangles.boxMax), triangleCount(packedRoot.triangleCount),
+      containedCount(packedRoot.containedCount), parent(nullptr), childCount(packedRoot.childCount),
+      package(&triangles), packed(&packedRoot), memory(&treeMemory) {}
+
+SpatialTree::SpatialTree(const SpatialTree& from, const insolate::PackedNode& packedChild)
+    : depth(packedChild.depth), isLeaf(packedChild.isLeaf), boxMin(), boxMax(),
+      triangleCount(packedChild.triangleCount), containedCount(packedChild.containedCount),
+      parent(&from), childCount(packedChild.childCount), package(from.package),
+      packed(&packedChild), memory(from.memory) {
+    insolate::octantBox(from.boxMin, from.boxMax, packedChild.octant, boxMin, boxMax);
+}
+
+SpatialTree SpatialTree::child(std::int32_t index) const {
+    return {*this, memory->at<const insolate::PackedNode>(packed->children)[index]};
+}
+
+std::vector<std::int32_t> SpatialTree::triangleList() const {
+    if (isLeaf) {
+        const auto list = leafTriangles();
+        return {list.begin(), list.end()};
+    }
+    return insolate::unpackList(memory->at<const std::uint8_t>(packed->triangles), triangleCount);
+}
 
 void BuildSpatialSubtree::operator()(const tbb::blocked_range<int>& range) const {
     for (int i = range.begin(); i != range.end(); ++i) {
-        insolate::buildNode(node->children[i], *memory);
+        insolate::buildNode((*children)[static_cast<std::size_t>(i)], *package, *memory);
     }
 }
 

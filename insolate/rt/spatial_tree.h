@@ -2,10 +2,11 @@
 #pragma once
 
 #include <insolate/rt/input_package.h>
+#include <insolate/rt/tree_memory.h>
 
 #include <oneapi/tbb/blocked_range.h>
-#include <oneapi/tbb/enumerable_thread_specific.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -14,73 +15,103 @@
 
 namespace insolate {
 
-/// Memory in large blocks that is given back as a whole. A tree over a million triangles has
-/// millions of nodes with lists of a few entries each: allocated one by one they would take half as
-/// much again.
-class TreeArena {
-public:
-    /// Uninitialised room for a number of objects. Throws std::bad_alloc only.
-    template <class T>
-    T* take(std::size_t count) {
-        static_assert(alignof(T) <= alignment);
-        return static_cast<T*>(takeBytes(count * sizeof(T)));
-    }
-
-private:
-    static constexpr std::size_t alignment = 8;
-
-    void* takeBytes(std::size_t bytes);
-
-    std::vector<std::unique_ptr<std::byte[]>> blocks;
-    std::byte* next = nullptr;
-    std::size_t left = 0;
+/// A node as it is kept. A million triangles make millions of nodes: their boxes follow from the
+/// root's box to the last bit, and RT::SpatialTree works them out on the way down.
+struct PackedNode {
+    TreeReference triangles = 0; ///< a leaf's list as it stands, another's packed
+    TreeReference children = 0;
+    std::int32_t triangleCount = 0;
+    std::int32_t containedCount = 0;
+    std::uint8_t depth = 1;
+    std::uint8_t octant = 0; ///< of its parent
+    std::uint8_t childCount = 0;
+    bool isLeaf = false;
 };
 
-/// One arena for each thread that takes part in the build.
-using TreeMemory = tbb::enumerable_thread_specific<TreeArena>;
+/// Corners of one octant of a box; octant k lies in the upper half along axis a when bit a of k is
+/// set.
+inline void octantBox(const Vector3d& boxMin, const Vector3d& boxMax, unsigned octant,
+                      Vector3d& octantMin, Vector3d& octantMax) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        const double h = (boxMax[axis] - boxMin[axis]) * 0.5;
+        octantMin[axis] = boxMin[axis] + static_cast<double>((octant >> axis) & 1U) * h;
+        octantMax[axis] = octantMin[axis] + h;
+    }
+}
 
 } // namespace insolate
 
 namespace RT {
 
-/// One node; the root is the tree. The arrays lie in the tree's memory.
+/// One node, as it is seen on the way down from the root; the root is the tree.
 struct SpatialTree {
-    std::int32_t depth = 1; ///< 1 for the root
-    bool isLeaf = false;
-    std::uint8_t childCount = 0;
-    insolate::Vector3d boxMin{}, boxMax{};
-    std::int32_t triangleCount = 0;    ///< entries of triangles
-    std::int32_t containedCount = 0;   ///< how many of them lie wholly inside the box
-    std::int32_t* triangles = nullptr; ///< see triangleList
-    SpatialTree* parent = nullptr;
-    SpatialTree* children = nullptr; ///< see childNodes
-    const InputPackage* package = nullptr;
+    /// The root.
+    SpatialTree(const insolate::PackedNode& packedRoot, const insolate::TreeMemory& treeMemory,
+                const InputPackage& triangles);
+
+    std::int32_t depth; ///< 1 for the root
+    bool isLeaf;
+    insolate::Vector3d boxMin, boxMax;
+    std::int32_t triangleCount;  ///< entries of triangleList()
+    std::int32_t containedCount; ///< how many of them lie wholly inside the box
+    const SpatialTree* parent;   ///< the node from which this one was reached; null for the root
+    std::int32_t childCount;     ///< octants that hold something, at most 8
+    const InputPackage* package;
+
+    /// A child, in the octants' order; 0 <= index < childCount. It refers to this node.
+    SpatialTree child(std::int32_t index) const;
 
     /// Indices into the package's triangles. -1 stands where a child claimed a triangle that lies
-    /// wholly inside it; rays read the lists of leaves only, which have no such marks.
-    std::span<std::int32_t> triangleList() const {
-        return {triangles, static_cast<std::size_t>(triangleCount)};
+    /// wholly inside it; leaves have no such marks.
+    std::vector<std::int32_t> triangleList() const;
+
+    /// The same list of a leaf, for rays: they read no others.
+    std::span<const std::int32_t> leafTriangles() const {
+        return {memory->at<const std::int32_t>(packed->triangles),
+                static_cast<std::size_t>(triangleCount)};
     }
 
-    /// The octants that hold something, in order; at most 8.
-    std::span<SpatialTree> childNodes() const { return {children, childCount}; }
-
     /// The tree of this process; null until it is first generated.
-    static SpatialTree* root;
+    static const SpatialTree* root;
 
     /// Nodes deeper than this are leaves whatever they hold.
     static std::int32_t maxDepth;
+
+private:
+    SpatialTree(const SpatialTree& from, const insolate::PackedNode& packedChild);
+
+    const insolate::PackedNode* packed;
+    const insolate::TreeMemory* memory;
 };
+
+} // namespace RT
+
+namespace insolate {
+
+/// A node that is being built: its place, its box, and its list until that is packed.
+struct NodeInWork {
+    PackedNode* node = nullptr;
+    Vector3d boxMin{}, boxMax{};
+    std::unique_ptr<std::int32_t[]> triangles; ///< null for a leaf, whose list is in its place
+};
+
+} // namespace insolate
+
+namespace RT {
 
 /// Body of the parallel loop over a node's children: builds the subtree of each.
 class BuildSpatialSubtree {
 public:
-    BuildSpatialSubtree(SpatialTree* parentNode, insolate::TreeMemory* treeMemory)
-        : node(parentNode), memory(treeMemory) {}
+    using Children = std::array<insolate::NodeInWork, 8>;
+
+    BuildSpatialSubtree(Children* nodes, const InputPackage* triangles,
+                        insolate::TreeMemory* treeMemory)
+        : children(nodes), package(triangles), memory(treeMemory) {}
     void operator()(const tbb::blocked_range<int>& range) const;
 
 private:
-    SpatialTree* node;
+    Children* children;
+    const InputPackage* package;
     insolate::TreeMemory* memory;
 };
 
@@ -102,10 +133,11 @@ public:
     Octree(const Octree&) = delete;
     Octree& operator=(const Octree&) = delete;
 
-    RT::SpatialTree& root() { return rootNode; }
+    const RT::SpatialTree& root() const { return rootNode; }
 
 private:
     TreeMemory memory;
+    PackedNode packedRoot;
     RT::SpatialTree rootNode;
 };
 

@@ -25,17 +25,17 @@ using insolate::test::randomScene;
 using insolate::test::Scene;
 
 /// Compares two trees node by node; on a difference says where.
-testing::AssertionResult sameTree(RT::SpatialTree& node, const PlainNode& plain,
+testing::AssertionResult sameTree(const RT::SpatialTree& node, const PlainNode& plain,
                                   const std::string& path = "root") {
-    const auto list = node.triangleList();
+    const std::vector<std::int32_t> list = node.triangleList();
     if (node.depth != plain.depth || node.isLeaf != plain.isLeaf || node.boxMin != plain.boxMin ||
         node.boxMax != plain.boxMax || node.containedCount != plain.containedCount ||
         !std::equal(list.begin(), list.end(), plain.triangles.begin(), plain.triangles.end()) ||
-        node.childNodes().size() != plain.children.size()) {
+        static_cast<std::size_t>(node.childCount) != plain.children.size()) {
         return testing::AssertionFailure() << "different node: " << path;
     }
     for (std::size_t i = 0; i < plain.children.size(); ++i) {
-        RT::SpatialTree& child = node.childNodes()[i];
+        const RT::SpatialTree child = node.child(static_cast<std::int32_t>(i));
         if (child.parent != &node || child.package != node.package) {
             return testing::AssertionFailure() << "unlinked child " << i << " of " << path;
         }
@@ -126,10 +126,12 @@ TEST(Octree, SubdividesFromTwelveTrianglesDownToTheDepthLimit) {
     RT::SpatialTreeUtil::GenerateSpatialTree();
     ASSERT_EQ(RT::SpatialTree::maxDepth, 4);
     int deepest = 0;
-    const std::function<void(RT::SpatialTree&)> visit = [&](RT::SpatialTree& node) {
+    const std::function<void(const RT::SpatialTree&)> visit = [&](const RT::SpatialTree& node) {
         EXPECT_EQ(node.isLeaf, node.triangleCount < 12 || node.depth > 4);
         deepest = std::max(deepest, node.depth);
-        std::for_each(node.childNodes().begin(), node.childNodes().end(), visit);
+        for (int i = 0; i < node.childCount; ++i) {
+            visit(node.child(i));
+        }
     };
     visit(*RT::SpatialTree::root);
     EXPECT_EQ(deepest, 5); // the twelve stay together
@@ -142,8 +144,9 @@ TEST(Octree, AnOctantClaimsWhatItHoldsUpToTheSharedFace) {
     Octree tree(RT::InputPackage::instance());
     const auto rootList = tree.root().triangleList();
     EXPECT_EQ(std::count(rootList.begin(), rootList.end(), -1), 12);
-    EXPECT_EQ(tree.root().childNodes()[0].containedCount, 12);
-    for (const RT::SpatialTree& child : tree.root().childNodes().subspan(1)) {
+    EXPECT_EQ(tree.root().child(0).containedCount, 12);
+    for (int i = 1; i < tree.root().childCount; ++i) {
+        const RT::SpatialTree child = tree.root().child(i);
         EXPECT_EQ(child.triangleList()[0], 12);
         EXPECT_EQ(child.triangleCount, 1);
     }
