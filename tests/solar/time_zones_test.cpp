@@ -18,20 +18,15 @@ double zoneAt(double latitude, double longitude) {
 }
 
 TEST(TimeZoneMap, KnownPlaces) {
-    struct Place {
-        double latitude, longitude, hours;
-    };
-    for (const Place& place :
-         {Place{37.79, -122.39, -8.0}, Place{28.6, 77.2, 5.5}, Place{35.7, 51.4, 3.5},
-          Place{51.5, -0.12, 0.0}, Place{48.86, 2.35, 1.0}, Place{41.9, -87.65, -6.0},
-          Place{40.7, -74.0, -5.0}, Place{35.68, 139.76, 9.0}, Place{34.5, 69.2, 4.5},
-          Place{-33.9, 151.2, 10.0}, Place{-31.9, 116.0, 8.0}, Place{55.75, 37.6, 3.0},
-          // The date line: no run covers the easternmost columns.
-          Place{0.0, 179.0, 12.0}, Place{0.0, -179.9, -11.0}, Place{60.0, -179.9, -12.0},
-          // The poles read the outermost rows.
-          Place{90.0, 0.0, 0.0}, Place{-90.0, 0.0, 0.0}, Place{-88.4, 100.0, 7.0}}) {
-        EXPECT_EQ(zoneAt(place.latitude, place.longitude), place.hours)
-            << place.latitude << ' ' << place.longitude;
+    // The last six: at the date line no run covers the easternmost columns; the poles read the
+    // outermost rows.
+    const double places[][3] = {
+        {37.79, -122.39, -8.0}, {28.6, 77.2, 5.5},    {35.7, 51.4, 3.5},    {51.5, -0.12, 0.0},
+        {48.86, 2.35, 1.0},     {41.9, -87.65, -6.0}, {35.68, 139.76, 9.0}, {34.5, 69.2, 4.5},
+        {-33.9, 151.2, 10.0},   {-31.9, 116.0, 8.0},  {0.0, 179.0, 12.0},   {0.0, -179.9, -11.0},
+        {60.0, -179.9, -12.0},  {90.0, 0.0, 0.0},     {-90.0, 0.0, 0.0},    {-88.4, 100.0, 7.0}};
+    for (const auto& [latitude, longitude, hours] : places) {
+        EXPECT_EQ(zoneAt(latitude, longitude), hours) << latitude << ' ' << longitude;
     }
     EXPECT_EQ(anywhere.determineReferenceLongitudeInDegrees(0.6, -2.1), -120.0);
 }
@@ -93,14 +88,11 @@ TEST(TimeZoneList, EveryZoneIsFoundByItsMeridian) {
 }
 
 TEST(TimeZoneList, MeridiansBetweenZonesTakeTheNextOneEast) {
-    struct Case {
-        double hours;
-        int index;
-    };
-    for (const Case& one : {Case{-8.0, 4}, Case{-3.6, 9}, Case{-3.39, 10}, Case{5.65, 22},
-                            Case{12.05, 0}, // beyond half a turn: folded to -11.95
-                            Case{-12.5, 30}, Case{35.0, 29}, Case{-59.0, 1}, Case{1e9, 13}}) {
-        EXPECT_EQ(anywhere.getTimeZoneListIndex(one.hours * M_PI / 12), one.index) << one.hours;
+    // Beyond half a turn they are folded: 12.05 to -11.95.
+    const double cases[][2] = {{-8.0, 4},   {-3.6, 9},  {-3.39, 10}, {5.65, 22}, {12.05, 0},
+                               {-12.5, 30}, {35.0, 29}, {-59.0, 1},  {1e9, 13}};
+    for (const auto& [hours, index] : cases) {
+        EXPECT_EQ(anywhere.getTimeZoneListIndex(hours * M_PI / 12), index) << hours;
     }
     EXPECT_EQ(anywhere.getTimeZoneListIndex(std::nan("")), -1);
 }
