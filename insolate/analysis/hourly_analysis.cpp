@@ -1,5 +1,6 @@
 #include <insolate/analysis/hourly_analysis.h>
 
+#include <insolate/analysis/hourly_kernels.h>
 #include <insolate/rt/sky_visibility.h>
 
 #include <algorithm>
@@ -16,8 +17,9 @@ namespace {
 constexpr float pi = std::numbers::pi_v<float>;
 constexpr std::size_t cellCount = skyGrid::cellCount;
 constexpr std::size_t patchCount = skyPatches::count;
-constexpr std::size_t lanes = 16;
-constexpr std::size_t zoneCount = 16;
+using hourlyKernels::lanes;
+using hourlyKernels::sumOfProducts;
+using hourlyKernels::zoneCount;
 
 /// Within an hour the sun moves by 15 degrees, half of it away from the hour's mean.
 constexpr float sunSwing = 0.15f;
@@ -39,22 +41,6 @@ XYZf scaled(const XYZf& a, float factor) {
 }
 XYZf added(const XYZf& a, const XYZf& b) {
     return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
-
-/// A sum of products in a fixed order that vectorises; count is a multiple of lanes.
-float sumOfProducts(const float* a, const float* b, std::size_t count) {
-    std::array<float, lanes> sums{};
-    for (std::size_t i = 0; i < count; i += lanes) {
-        for (std::size_t lane = 0; lane < lanes; ++lane) {
-            sums[lane] += a[i + lane] * b[i + lane];
-        }
-    }
-    for (std::size_t half = lanes / 2; half > 0; half /= 2) {
-        for (std::size_t lane = 0; lane < half; ++lane) {
-            sums[lane] += sums[lane + half];
-        }
-    }
-    return sums[0];
 }
 
 /// How a surface weighs what comes from a direction.
@@ -86,19 +72,28 @@ public:
         return value > 0.0f ? std::min(value, 1.0f) : 0.0f;
     }
 
-    /// Visibility of the wanted cells' directions, by cell index; 0 for the others.
-    void sky(const SkyDirections& directions, const SkyCellSet& wanted,
-             std::array<float, cellCount>& visibility) {
+    /// Visibility of the wanted cells' directions, by cell index, 0 for the others; gives the cells
+    /// that are free.
+    SkyCellSet sky(const SkyDirections& directions, const SkyCellSet& wanted,
+                   std::array<float, cellCount>& visibility) {
         visibility.fill(0.0f);
+        SkyCellSet free;
         if (m_query != nullptr) {
-            forEach(m_query->visibleSky(m_origin, directions, wanted),
-                    [&](std::size_t cell, int, int) { visibility[cell] = 1.0f; });
-            return;
+            free = m_query->visibleSky(m_origin, directions, wanted);
+            forEach(free, [&](std::size_t cell, int, int) { visibility[cell] = 1.0f; });
+            return free;
         }
         forEach(wanted, [&](std::size_t cell, int azimuth, int altitude) {
             visibility[cell] = one(directions.direction(azimuth, altitude));
+            if (visibility[cell] == 1.0f) {
+                free.insert(azimuth, altitude);
+            }
         });
+        return free;
     }
+
+    /// Whether every visibility is 0 or 1.
+    bool allOrNothing() const { return m_query != nullptr; }
 
 private:
     template <typename Function>
@@ -118,50 +113,6 @@ private:
     XYZf m_origin;
     const XYZf* m_normal = nullptr;
 };
-
-/// A set of sun cells by their index.
-class SunCellSet {
-public:
-    void insert(std::size_t sunCell) {
-        m_words[sunCell / 64] |= std::uint64_t{1} << (sunCell % 64);
-    }
-    bool meets(const SunCellSet& other, std::size_t sunCells) const {
-        std::uint64_t common = 0;
-        for (std::size_t i = 0; i <= sunCells / 64; ++i) {
-            common |= m_words[i] & other.m_words[i];
-        }
-        return common != 0;
-    }
-
-private:
-    std::array<std::uint64_t, cellCount / 64 + 1> m_words{};
-};
-
-/// Where the ray of each cell goes: at well-spread places of the cells instead of their middles.
-///
-/// A roof line that runs along a row of cells would pass all their middles on the same side and be
-/// half a cell off as a whole; places that follow the golden section along a row (in altitude) and
-/// along a column (in azimuth) find its share of the row.
-std::vector<XYZf> sampleDirections(double northOffset) {
-    constexpr double width = std::numbers::pi / 36.0;
-    const auto fraction = [](double value) { return value - std::floor(value); };
-    std::vector<XYZf> directions(cellCount);
-    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
-        const double low = std::sin(band * width);
-        const double high = std::sin((band + 1) * width);
-        for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
-            const double u = fraction(0.5 + 0.6180339887 * band + 0.5698402910 * sector);
-            const double v = fraction(0.5 + 0.6180339887 * sector + 0.7548776662 * band);
-            const double azimuth = (sector + u) * width + northOffset;
-            const double sine = low + v * (high - low);
-            const double cosine = std::sqrt(1.0 - sine * sine);
-            directions[static_cast<std::size_t>(skyGrid::cellIndex(sector, band))] = {
-                static_cast<float>(cosine * std::sin(azimuth)),
-                static_cast<float>(cosine * std::cos(azimuth)), static_cast<float>(sine)};
-        }
-    }
-    return directions;
-}
 
 /// A piece of the lower hemisphere, for the ground's rays.
 struct GroundPiece {
@@ -225,6 +176,12 @@ struct HourlyAnalysis::Prepared {
     std::vector<GroundPiece> ground;
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
 
+    /// Of the sun cells, padded with zeros to a multiple of 8.
+    std::vector<float> sunEnergyX, sunEnergyY, sunEnergyZ, sunX, sunY, sunZ;
+    std::vector<std::uint32_t> sunBit; // in a SkyCellSet: word * 64 + bit
+    std::vector<float> shareInverse;   // of boundedHour
+    hourlyKernels::PeakHours peakHours;
+
     /// Upper bounds as means over the hour [W/m2], of hours or of blocks of `lanes` hours.
     struct Bounds {
         std::vector<float> beamX, beamY, beamZ;
@@ -233,6 +190,12 @@ struct HourlyAnalysis::Prepared {
         std::vector<float> open, openX, openY, openZ;
         std::vector<float> brightest; // radiance [W/(m2 sr)]
         std::vector<float> ground;
+
+        hourlyKernels::BoundArrays arrays() const {
+            return {beamX.data(),     beamY.data(),     beamZ.data(), beamRadius.data(),
+                    beamSlack.data(), open.data(),      openX.data(), openY.data(),
+                    openZ.data(),     brightest.data(), ground.data()};
+        }
 
         void add(const XYZf& beam, float radius, float slack, float constant,
                  const XYZf& openVector, float brightestPatch, float groundLight) {
@@ -251,7 +214,8 @@ struct HourlyAnalysis::Prepared {
     };
     Bounds hourBounds;
     Bounds blockBounds;
-    std::vector<SunCellSet> blockSun; // where the sun stands in the hours of a block
+    std::size_t sunWords = 0;            // of a set of sun cells
+    std::vector<std::uint64_t> blockSun; // where the sun stands in the hours of a block, as sets
     std::vector<BeamPart>
         boundedBeams; // as sky.beams, in the order of boundedHour, as means [W/m2]
     std::vector<std::size_t> firstBeam{0}; // into boundedBeams, one more than boundedHour
@@ -263,18 +227,31 @@ struct HourlyAnalysis::Prepared {
 
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
         : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
+          cellDirections(std::span<const XYZf, cellCount>(cells.centre.data(), cellCount)),
           sunCellOfCell(cellCount, -1), patchOfCell(cellCount),
           ground(groundPieces(options.groundRays, sky.options.northOffset)) {
-        std::vector<XYZf> directions = sampleDirections(sky.options.northOffset);
-        cellDirections =
-            SkyDirections(std::span<const XYZf, cellCount>(directions.data(), cellCount));
-        directions.assign(cellCount, XYZf{0, 0, 0});
+        std::vector<XYZf> directions(cellCount, XYZf{0, 0, 0});
         SkyCellSet held;
         for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
             const SunCell& sun = sky.sunCells[j];
             directions[static_cast<std::size_t>(sun.cell)] = sun.direction;
             sunCellOfCell[static_cast<std::size_t>(sun.cell)] = static_cast<int>(j);
-            held.insert(sun.cell % skyGrid::azimuthCount, sun.cell / skyGrid::azimuthCount);
+            const int azimuth = sun.cell % skyGrid::azimuthCount;
+            const int altitude = sun.cell / skyGrid::azimuthCount;
+            held.insert(azimuth, altitude);
+            sunBit.push_back(
+                static_cast<std::uint32_t>((2 * altitude + azimuth / 64) * 64 + azimuth % 64));
+            sunEnergyX.push_back(sun.energy.x);
+            sunEnergyY.push_back(sun.energy.y);
+            sunEnergyZ.push_back(sun.energy.z);
+            sunX.push_back(sun.direction.x);
+            sunY.push_back(sun.direction.y);
+            sunZ.push_back(sun.direction.z);
+        }
+        sunWords = sky.sunCells.size() / 64 + 1;
+        for (std::vector<float>* values :
+             {&sunEnergyX, &sunEnergyY, &sunEnergyZ, &sunX, &sunY, &sunZ}) {
+            values->resize((values->size() + 7) / 8 * 8, 0.0f);
         }
         sunDirections =
             SkyDirections(std::span<const XYZf, cellCount>(directions.data(), cellCount), held);
@@ -374,9 +351,22 @@ struct HourlyAnalysis::Prepared {
             addBlock(block);
         }
         while (blockBounds.open.size() % lanes != 0) {
-            blockBounds.add({0, 0, 0}, 0, 0, -1e30f, {0, 0, 0}, 0, 0);
-            blockSun.push_back({});
+            blockBounds.add({0, 0, 0}, 0, 0, 0, {0, 0, 0}, 0, 0);
+            blockSun.resize(blockSun.size() + sunWords, 0);
+            blockZoneBrightest.resize(blockZoneBrightest.size() + zoneCount, 0.0f);
         }
+        peakHours.blockBounds = blockBounds.arrays();
+        peakHours.hourBounds = hourBounds.arrays();
+        peakHours.blockCount = blockBounds.open.size();
+        peakHours.blockZones = blockZoneBrightest.data();
+        peakHours.hourZones = zoneBrightest.data();
+        peakHours.blockSun = blockSun.data();
+        peakHours.sunWords = sunWords;
+        peakHours.beams = boundedBeams.data();
+        peakHours.firstBeam = firstBeam.data();
+        peakHours.skyHour = boundedHour.data();
+        peakHours.share = shareInverse.data();
+        peakHours.patches = sky.patchRadiance.data();
     }
 
     struct HourBound {
@@ -412,12 +402,14 @@ struct HourlyAnalysis::Prepared {
         float openRadius = 0.0f;
         float slack = 0.0f;
         HourBound most;
-        SunCellSet sun;
+        const std::size_t sun = blockSun.size();
+        blockSun.resize(sun + sunWords, 0);
         for (const HourBound& hour : hours) {
             const SkyHour& skyHour = sky.skyHours[static_cast<std::size_t>(hour.hour)];
             for (int b = 0; b < skyHour.beamCount; ++b) {
-                sun.insert(static_cast<std::size_t>(
-                    sky.beams[static_cast<std::size_t>(skyHour.firstBeam + b)].sunCell));
+                const auto cell = static_cast<std::size_t>(
+                    sky.beams[static_cast<std::size_t>(skyHour.firstBeam + b)].sunCell);
+                blockSun[sun + cell / 64] |= std::uint64_t{1} << (cell % 64);
             }
             beamRadius = std::max(beamRadius, length(added(hour.beam, scaled(beam, -1.0f))));
             openRadius =
@@ -430,7 +422,6 @@ struct HourlyAnalysis::Prepared {
         }
         blockBounds.add(beam, beamRadius, slack, most.open + openRadius, openVector, most.brightest,
                         most.ground);
-        blockSun.push_back(sun);
         const std::size_t firstBlockZone = blockZoneBrightest.size();
         blockZoneBrightest.resize(firstBlockZone + zoneCount, 0.0f);
         for (std::size_t i = boundedHour.size() - hours.size(); i < boundedHour.size(); ++i) {
@@ -443,7 +434,8 @@ struct HourlyAnalysis::Prepared {
             boundedHour.push_back(-1);
             firstBeam.push_back(boundedBeams.size());
             zoneBrightest.resize(zoneBrightest.size() + zoneCount, 0.0f);
-            hourBounds.add({0, 0, 0}, 0, 0, -1e30f, {0, 0, 0}, 0, 0);
+            hourBounds.add({0, 0, 0}, 0, 0, 0, {0, 0, 0}, 0, 0);
+            shareInverse.push_back(1.0f);
         }
     }
 
@@ -466,6 +458,7 @@ struct HourlyAnalysis::Prepared {
             zone = std::max(zone, patches[p] / skyHour.share);
         }
         boundedHour.push_back(hour.hour);
+        shareInverse.push_back(1.0f / skyHour.share);
         firstBeam.push_back(boundedBeams.size());
         hourBounds.add(hour.beam, 0.0f, sunSwing * hour.beamLength, hour.open, hour.openVector,
                        hour.brightest, hour.ground);
@@ -526,56 +519,101 @@ private:
     }
 
     void seeSky() {
-        const float* x = m.cells.momentX.data();
-        const float* y = m.cells.momentY.data();
-        const float* z = m.cells.momentZ.data();
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            m_weight[i] = m_normal.x * x[i] + m_normal.y * y[i] + m_normal.z * z[i];
-        }
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            m_weight[i] = m_sides == Sides::One   ? std::max(m_weight[i], 0.0f)
-                          : m_sides == Sides::Two ? std::abs(m_weight[i])
-                                                  : m.cells.solidAngle[i];
-        }
-        SkyCellSet wanted;
-        for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-            const float* row = m_weight.data() + band * skyGrid::azimuthCount;
-            wanted.words[2 * band] = positiveBits(row, 64);
-            wanted.words[2 * band + 1] = positiveBits(row + 64, 8);
-        }
-        m_rays.sky(m.cellDirections, wanted, m_visible);
-        std::array<float, lanes> view{};
-        for (std::size_t i = 0; i < cellCount; i += lanes) {
-            for (std::size_t lane = 0; lane < lanes; ++lane) {
-                m_weight[i + lane] *= m_visible[i + lane];
-                view[lane] += m_weight[i + lane];
+        SkyCellSet wanted = SkyCellSet::all();
+        if (m_sides == Sides::One) {
+            std::array<std::uint8_t, cellCount / 8> front;
+            hourlyKernels::weighInFront(m_normal, m.cells.momentX.data(), m.cells.momentY.data(),
+                                        m.cells.momentZ.data(), cellCount, m_weight.data(),
+                                        front.data());
+            wanted = setOf(front);
+        } else {
+            for (std::size_t i = 0; i < cellCount; ++i) {
+                m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
+                                    m.cells.solidAngle[i]);
             }
         }
-        for (const float part : view) {
-            m_view += part;
+        SkyCellSet free = m_rays.sky(m.cellDirections, wanted, m_visible);
+        if (m.options.sunTolerance > 0.0) {
+            quarterSkyEdges();
         }
-        m_sky = sumOfProducts(m_weight.data(), m.sky.diffuse.data(), cellCount);
+        if (m.options.sunTolerance > 0.0 || !m_rays.allOrNothing()) {
+            for (std::size_t i = 0; i < cellCount; ++i) {
+                m_weight[i] *= m_visible[i];
+            }
+            free = SkyCellSet::all();
+        }
+        const hourlyKernels::ViewSums sums =
+            hourlyKernels::keepVisible(free, m.sky.diffuse.data(), m_weight.data());
+        m_view = sums.view;
+        m_sky = sums.sky;
     }
 
-    static std::uint64_t positiveBits(const float* values, std::size_t count) {
-        std::uint64_t bits = 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            bits |= std::uint64_t{values[i] > 0.0f ? 1U : 0U} << i;
+    static SkyCellSet setOf(const std::array<std::uint8_t, cellCount / 8>& bits) {
+        SkyCellSet set;
+        for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
+            const std::uint8_t* row = bits.data() + band * 9;
+            for (unsigned byte = 0; byte < 8; ++byte) {
+                set.words[2 * band] |= std::uint64_t{row[byte]} << (8 * byte);
+            }
+            set.words[2 * band + 1] = row[8];
         }
-        return bits;
+        return set;
+    }
+
+    /// Asks the cells that differ from a neighbour in the middle of each quarter instead.
+    void quarterSkyEdges() {
+        constexpr double width = std::numbers::pi / 36.0;
+        const std::array<float, cellCount> middles = m_visible;
+        const auto differs = [&](std::size_t cell, int azimuth, int altitude) {
+            if (!skyGrid::isAltitude(altitude)) {
+                return false;
+            }
+            const int sector = (azimuth + skyGrid::azimuthCount) % skyGrid::azimuthCount;
+            const auto i = static_cast<std::size_t>(skyGrid::cellIndex(sector, altitude));
+            return m_weight[i] > 0.0f && middles[i] != middles[cell];
+        };
+        for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+            for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+                const auto i = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
+                if (!(m_weight[i] > 0.0f) ||
+                    !(differs(i, azimuth - 1, altitude) || differs(i, azimuth + 1, altitude) ||
+                      differs(i, azimuth, altitude - 1) || differs(i, azimuth, altitude + 1))) {
+                    continue;
+                }
+                float sum = 0.0f;
+                for (int quarter = 0; quarter < 4; ++quarter) {
+                    const double h = (altitude + (quarter < 2 ? 0.25 : 0.75)) * width;
+                    const double a = (azimuth + (quarter % 2 == 0 ? 0.25 : 0.75)) * width +
+                                     m.sky.options.northOffset;
+                    sum += m_rays.one({static_cast<float>(std::cos(h) * std::sin(a)),
+                                       static_cast<float>(std::cos(h) * std::cos(a)),
+                                       static_cast<float>(std::sin(h))});
+                }
+                m_visible[i] = 0.25f * sum;
+            }
+        }
     }
 
     void seeSun() {
         const std::vector<SunCell>& sunCells = m.sky.sunCells;
-        m_sunWeight.resize(sunCells.size());
-        m_sunVisible.resize(sunCells.size());
-        m_sunHoursOf.resize(sunCells.size());
+        const std::size_t count = m.sunX.size();
+        std::array<float, cellCount + 8> cosine;
+        std::array<std::uint8_t, cellCount / 8 + 1> front;
         SkyCellSet wanted;
-        for (std::size_t j = 0; j < sunCells.size(); ++j) {
-            const SunCell& sun = sunCells[j];
-            m_sunWeight[j] = weigh(sun.energy, sun.directNormal);
-            if (weigh(sun.direction, 1.0f) > 0.0f) {
-                wanted.insert(sun.cell % skyGrid::azimuthCount, sun.cell / skyGrid::azimuthCount);
+        if (m_sides == Sides::One) {
+            hourlyKernels::weighInFront(m_normal, m.sunEnergyX.data(), m.sunEnergyY.data(),
+                                        m.sunEnergyZ.data(), count, m_sunWeight.data(),
+                                        front.data());
+            hourlyKernels::weighInFront(m_normal, m.sunX.data(), m.sunY.data(), m.sunZ.data(),
+                                        count, cosine.data(), front.data());
+            for (std::size_t j = 0; j < sunCells.size(); ++j) {
+                wanted.words[m.sunBit[j] / 64] |= std::uint64_t{front[j / 8] >> (j % 8) & 1U}
+                                                  << (m.sunBit[j] % 64);
+            }
+        } else {
+            wanted = m.sunDirections.cells();
+            for (std::size_t j = 0; j < sunCells.size(); ++j) {
+                m_sunWeight[j] = weigh(sunCells[j].energy, sunCells[j].directNormal);
             }
         }
         m_rays.sky(m.sunDirections, wanted, m_sunInCell);
@@ -592,7 +630,7 @@ private:
     void sumBeam() {
         m_beam = 0.0f;
         m_sunHours = 0.0f;
-        for (std::size_t j = 0; j < m_sunWeight.size(); ++j) {
+        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
             m_beam += m_sunWeight[j] * m_sunVisible[j];
             m_sunHours += m_sunHoursOf[j];
         }
@@ -641,7 +679,7 @@ private:
         const auto i = static_cast<std::size_t>(skyGrid::cellIndex(sector, altitude));
         const XYZf moment{m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]};
         const int sunCell = m.sunCellOfCell[i];
-        return (weigh(moment, 1.0f) > 0.0f && m_visible[i] != here) ||
+        return (weigh(moment, 1.0f) > 0.0f && (m_visible[i] > 0.5f) != (here > 0.5f)) ||
                (sunCell >= 0 && m_sunWeight[static_cast<std::size_t>(sunCell)] > 0.0f &&
                 m_sunInCell[i] != here);
     }
@@ -760,8 +798,18 @@ private:
     /// The visible weights on the patches, scaled so that the hours' diffuse adds up to the one
     /// from the cells.
     void gatherPatches() {
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            m_patchWeight[m.patchOfCell[i]] += m_weight[i];
+        float* patch = m_patchWeight.data();
+        for (std::size_t row = 0; row < skyGrid::altitudeCount / 2; ++row) {
+            const float* lower = m_weight.data() + 2 * row * skyGrid::azimuthCount;
+            const float* upper = lower + skyGrid::azimuthCount;
+            const std::size_t width = skyPatches::sectorsWide(row);
+            for (std::size_t first = 0; first < skyGrid::azimuthCount; first += width) {
+                float sum = 0.0f;
+                for (std::size_t sector = first; sector < first + width; ++sector) {
+                    sum += lower[sector] + upper[sector];
+                }
+                *patch++ = sum;
+            }
         }
         const float sum = sumOfProducts(m_patchWeight.data(), m.patchTotals.data(), patchCount);
         m_patchScale = sum > 0.0f ? m_sky / sum : 0.0f;
@@ -770,15 +818,12 @@ private:
         }
     }
 
-    float beamOf(std::span<const BeamPart> parts) const {
+    float beamOf(const SkyHour& hour) const {
         float beam = 0.0f;
-        for (const BeamPart& part : parts) {
-            const float visible = m_sunVisible[static_cast<std::size_t>(part.sunCell)];
-            if (visible > 0.0f) {
-                beam +=
-                    visible * (m_sides == Sides::One ? std::max(dot(m_normal, part.energy), 0.0f)
-                                                     : weigh(part.energy, length(part.energy)));
-            }
+        for (int b = 0; b < hour.beamCount; ++b) {
+            const BeamPart& part = m.sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+            beam += m_sunVisible[static_cast<std::size_t>(part.sunCell)] *
+                    weigh(part.energy, length(part.energy));
         }
         return beam;
     }
@@ -787,109 +832,55 @@ private:
         return sumOfProducts(m_patchWeight.data(), m.patchesOf(skyHour), patchCount);
     }
 
-    using Lanes = std::array<float, lanes>;
-
-    /// Bounds of one-sided surfaces, of the sky and in all.
-    void boundsOf(const Prepared::Bounds& bounds, std::size_t first, float view, Lanes& sky,
-                  Lanes& all) const {
-        for (std::size_t lane = 0; lane < lanes; ++lane) {
-            const std::size_t i = first + lane;
-            const float beam = m_normal.x * bounds.beamX[i] + m_normal.y * bounds.beamY[i] +
-                               m_normal.z * bounds.beamZ[i] + bounds.beamRadius[i];
-            const float slack = bounds.beamSlack[i];
-            const float open = bounds.open[i] + m_normal.x * bounds.openX[i] +
-                               m_normal.y * bounds.openY[i] + m_normal.z * bounds.openZ[i];
-            sky[lane] = std::min(open * m_patchScale, bounds.brightest[i] * view);
-            all[lane] = (beam > slack    ? beam
-                         : beam > -slack ? slack
-                                         : 0.0f) +
-                        sky[lane] + m_groundView * bounds.ground[i];
+    void findPeak(SensorResult& result) {
+        if (m_sides == Sides::One) {
+            findPeakOfOneSide(result);
+            return;
+        }
+        for (std::size_t h = 0; h < m.sky.skyHours.size(); ++h) {
+            const SkyHour& hour = m.sky.skyHours[h];
+            const float value =
+                (beamOf(hour) + skyOf(h) + m_groundView * hour.groundReflected) / hour.share;
+            if (value > result.peak) {
+                result.peak = value;
+                result.peakHour = hour.hour;
+            }
         }
     }
 
-    float zoneSky(const std::vector<float>& brightest, std::size_t i) const {
-        return sumOfProducts(m_zoneWeight.data(), brightest.data() + i * zoneCount, zoneCount);
-    }
-
-    void findPeak(SensorResult& result) {
-        const float view = m_view * m_patchScale;
+    void findPeakOfOneSide(SensorResult& result) {
         for (std::size_t p = 0; p < patchCount; ++p) {
             m_zoneWeight[m.zoneOfPatch[p]] += m_patchWeight[p];
         }
-        if (m_sides != Sides::One) {
-            for (std::size_t i = 0; i < m.boundedHour.size(); ++i) {
-                if (m.boundedHour[i] >= 0) {
-                    consider(i, m.hourBounds.brightest[i] * view, result);
-                }
-            }
-            return;
-        }
-        std::size_t promising = 0;
+        int start = -1;
         float promise = 0.0f;
-        SunCellSet visibleSun;
-        for (std::size_t j = 0; j < m_sunVisible.size(); ++j) {
+        std::array<std::uint64_t, cellCount / 64 + 1> visibleSun{};
+        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
+            const float visible = m_sunVisible[j];
+            visibleSun[j / 64] |= std::uint64_t{visible > 0.0f ? 1U : 0U} << (j % 64);
             const float value =
-                dot(m_normal, m.sky.sunCells[j].direction) * m.strongestBeam[j] * m_sunVisible[j];
-            if (m_sunVisible[j] > 0.0f) {
-                visibleSun.insert(j);
-            }
+                dot(m_normal, m.sky.sunCells[j].direction) * m.strongestBeam[j] * visible;
             if (value > promise) {
                 promise = value;
-                promising = j;
+                start = static_cast<int>(m.strongest[j]);
             }
         }
-        if (promise > 0.0f) {
-            consider(m.strongest[promising], m.hourBounds.brightest[m.strongest[promising]] * view,
-                     result);
-        }
-        Lanes skyBound;
-        Lanes bound;
-        Lanes blockSky;
-        Lanes blockBound;
-        for (std::size_t first = 0; first < m.blockBounds.open.size(); first += lanes) {
-            boundsOf(m.blockBounds, first, view, blockSky, blockBound);
-            for (std::size_t block = 0; block < lanes; ++block) {
-                const std::size_t b = first + block;
-                if (!(blockBound[block] > result.peak) ||
-                    !(blockBound[block] - blockSky[block] + zoneSky(m.blockZoneBrightest, b) >
-                      result.peak)) {
-                    continue;
-                }
-                if (!m.blockSun[b].meets(visibleSun, m_sunVisible.size()) &&
-                    !(zoneSky(m.blockZoneBrightest, b) + m_groundView * m.blockBounds.ground[b] >
-                      result.peak)) {
-                    continue;
-                }
-                const std::size_t firstHour = (first + block) * lanes;
-                boundsOf(m.hourBounds, firstHour, view, skyBound, bound);
-                for (std::size_t lane = 0; lane < lanes; ++lane) {
-                    if (bound[lane] > result.peak) {
-                        consider(firstHour + lane, skyBound[lane], result);
-                    }
-                }
-            }
-        }
-    }
-
-    /// Computes the hour of a bound as far as it may still exceed the best one.
-    void consider(std::size_t i, float skyBound, SensorResult& result) const {
-        const float beam =
-            beamOf({m.boundedBeams.data() + m.firstBeam[i], m.firstBeam[i + 1] - m.firstBeam[i]});
-        const float ground = m_groundView * m.hourBounds.ground[i];
-        if (!(beam + skyBound + ground > result.peak) ||
-            !(beam +
-                  sumOfProducts(m_zoneWeight.data(), m.zoneBrightest.data() + i * zoneCount,
-                                zoneCount) +
-                  ground >
-              result.peak)) {
-            return;
-        }
-        const auto h = static_cast<std::size_t>(m.boundedHour[i]);
-        const SkyHour& hour = m.sky.skyHours[h];
-        const float value = beam + skyOf(h) / hour.share + ground;
-        if (value > result.peak) {
-            result.peak = value;
-            result.peakHour = hour.hour;
+        hourlyKernels::PeakSensor sensor;
+        sensor.normal = m_normal;
+        sensor.patchWeight = m_patchWeight.data();
+        sensor.zoneWeight = m_zoneWeight.data();
+        sensor.sunVisible = m_sunVisible.data();
+        sensor.visibleSun = visibleSun.data();
+        sensor.openScale = m_patchScale;
+        sensor.view = m_view * m_patchScale;
+        sensor.groundView = m_groundView;
+        const hourlyKernels::Peak peak = hourlyKernels::highestHour(m.peakHours, sensor, start);
+        if (peak.hour >= 0) {
+            result.peak = peak.value;
+            result.peakHour = m.sky
+                                  .skyHours[static_cast<std::size_t>(
+                                      m.boundedHour[static_cast<std::size_t>(peak.hour)])]
+                                  .hour;
         }
     }
 
@@ -900,8 +891,7 @@ private:
         for (std::size_t h = 0; h < m.sky.skyHours.size(); ++h) {
             const SkyHour& hour = m.sky.skyHours[h];
             const auto k = static_cast<std::size_t>(hour.hour);
-            hours.beam[k] = beamOf(
-                {m.sky.beams.data() + hour.firstBeam, static_cast<std::size_t>(hour.beamCount)});
+            hours.beam[k] = beamOf(hour);
             hours.sky[k] = skyOf(h);
             hours.ground[k] = hour.groundReflected * m_groundView;
         }
@@ -916,9 +906,10 @@ private:
     std::array<float, cellCount> m_sunInCell; // of the sun, by cell
     std::array<float, patchCount> m_patchWeight{};
     std::array<float, zoneCount> m_zoneWeight{};
-    std::vector<float> m_sunWeight;  // of the sun cells' energy on the surface [Wh/m2]
-    std::vector<float> m_sunVisible; // their visible part
-    std::vector<float> m_sunHoursOf;
+    // Of the sun cells: energy on the surface [Wh/m2], its visible part, hours of direct sun.
+    std::array<float, cellCount + 8> m_sunWeight;
+    std::array<float, cellCount + 8> m_sunVisible;
+    std::array<float, cellCount + 8> m_sunHoursOf;
     float m_view = 0.0f;
     float m_sky = 0.0f;
     float m_beam = 0.0f;

@@ -37,7 +37,8 @@ struct Sensor {
 struct HourlyAnalysisOptions {
     /// Largest error that shadow edges may leave in the direct part, as a share of the sensor's
     /// total (0.002 is 0.2 %): cells that an edge crosses are split, down to 0.16 degrees, until it
-    /// is met. 0 asks once for each cell that held the sun.
+    /// is met; the sky of cells at an edge is then asked at four places too. 0 asks once for each
+    /// cell and once more for each that held the sun.
     double sunTolerance = 0.0;
     /// Rays into the lower hemisphere that find the part of the ground hidden by the scene, for
     /// surfaces that face it; 0 takes the ground as open. Take 0 also for a scene that models its

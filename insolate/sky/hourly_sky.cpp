@@ -23,7 +23,7 @@ struct PatchTable {
     constexpr PatchTable() {
         std::size_t first = 0;
         for (std::size_t row = 0; row < bandCount / 2; ++row) {
-            const std::size_t width = row < 5 ? 2 : row < 7 ? 4 : row < 8 ? 6 : 12;
+            const std::size_t width = skyPatches::sectorsWide(row);
             for (std::size_t band = 2 * row; band < 2 * row + 2; ++band) {
                 for (std::size_t sector = 0; sector < sectorCount; ++sector) {
                     ofCell[band * sectorCount + sector] =

@@ -15,6 +15,7 @@
 #include <insolate/geometry/xyzf.h>
 #include <insolate/weather/weather_series.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -124,7 +125,11 @@ INSOLATE_EXPORT HourlySky buildHourlySky(const WeatherSeries& weather,
 /// Cells in groups of about ten degrees, for what is computed hour by hour.
 namespace skyPatches {
 inline constexpr int count = 240; ///< the last ones are empty: a multiple of vector lengths
-/// The patch of a cell (skyGrid::cellIndex).
+/// Patches stand in rows of two bands; their widths in sectors, row 0 at the horizon.
+constexpr std::size_t sectorsWide(std::size_t row) {
+    return row < 5 ? 2 : row < 7 ? 4 : row < 8 ? 6 : 12;
+}
+/// The patch of a cell (skyGrid::cellIndex); they are numbered row by row, along the azimuth.
 INSOLATE_EXPORT int ofCell(int cell);
 } // namespace skyPatches
 
