@@ -463,13 +463,18 @@ private:
         to = hn::Floor(to);
         low = hn::Ceil(low);
         high = hn::Floor(high);
+        const auto reaches = hn::And(hn::Le(from, to), hn::Le(low, high));
+        // Places that hold no box give NaN, which has no whole number.
         const hn::RebindToSigned<Floats> di;
-        hn::Store(hn::ConvertTo(di, from), di, reach.azimuthFirst.data() + lane);
-        hn::Store(hn::ConvertTo(di, to), di, reach.azimuthLast.data() + lane);
-        hn::Store(hn::ConvertTo(di, low), di, reach.altitudeFirst.data() + lane);
-        hn::Store(hn::ConvertTo(di, high), di, reach.altitudeLast.data() + lane);
+        const auto whole = [&](V value) HWY_ATTR {
+            return hn::ConvertTo(di, hn::IfThenElseZero(reaches, value));
+        };
+        hn::Store(whole(from), di, reach.azimuthFirst.data() + lane);
+        hn::Store(whole(to), di, reach.azimuthLast.data() + lane);
+        hn::Store(whole(low), di, reach.altitudeFirst.data() + lane);
+        hn::Store(whole(high), di, reach.altitudeLast.data() + lane);
         hn::Store(hn::MulAdd(nearZ, nearZ, nearSquared), d, reach.distance.data() + lane);
-        return bitsOf(d, hn::And(hn::Le(from, to), hn::Le(low, high))) << lane;
+        return bitsOf(d, reaches) << lane;
     }
 
     /// Casts the open cells of an entry one by one.
