@@ -129,8 +129,14 @@ public:
         }
         m_report.hoursPresent = m_seen.count();
         for (int hour = 0; hour < daysPerYear * hoursPerDay; ++hour) {
+            const HourOfYear when(hour / hoursPerDay, hour % hoursPerDay);
             if (!m_seen[static_cast<std::size_t>(hour)]) {
-                m_report.hoursMissing.emplace_back(hour / hoursPerDay, hour % hoursPerDay);
+                m_report.hoursMissing.push_back(when);
+            }
+            if (const std::size_t line = m_missingAt[static_cast<std::size_t>(hour)]; line != 0) {
+                m_report.radiationMissing.push_back(when);
+                std::size_t& first = m_report.firstRadiationMissingLine;
+                first = first == 0 ? line : std::min(first, line);
             }
         }
         return m_report;
@@ -219,18 +225,21 @@ private:
         // Both fields are looked at: a wrong diffuse value is told even where direct is missing.
         const bool directMissing = takeRadiation(fields, 14, "direct normal");
         const bool diffuseMissing = takeRadiation(fields, 15, "diffuse horizontal");
-        if (isLeapDay) {
-            ++m_leapLines;
-            return;
-        }
+        m_leapLines += isLeapDay ? 1 : 0;
         if (unfinished) {
             return;
         }
-        int dayIndex = *day - 1;
+        // A leap day's lines take the place of the day before.
+        int dayIndex = isLeapDay ? 27 : *day - 1;
         for (int earlier = 1; earlier < *month; ++earlier) {
             dayIndex += daysInMonth[static_cast<std::size_t>(earlier - 1)];
         }
         const auto index = static_cast<std::size_t>(dayIndex * hoursPerDay + *hour - 1);
+        // Of several lines for an hour the last one stands.
+        m_missingAt[index] = directMissing || diffuseMissing ? m_line : 0;
+        if (isLeapDay) {
+            return;
+        }
         if (m_seen[index]) {
             if (m_report.hoursRepeated++ == 0) {
                 m_report.firstRepeatedLine = m_line;
@@ -238,12 +247,6 @@ private:
             return;
         }
         m_seen.set(index);
-        if (directMissing || diffuseMissing) {
-            if (m_report.radiationMissing.empty()) {
-                m_report.firstRadiationMissingLine = m_line;
-            }
-            m_report.radiationMissing.emplace_back(dayIndex, *hour - 1);
-        }
     }
 
     /// Whether the value is marked as missing.
@@ -268,6 +271,8 @@ private:
     std::size_t m_leapLines = 0;
     bool m_hasLocation = false;
     std::bitset<hoursPerYear> m_seen;
+    /// The line that marks the hour's radiation as missing, 0 for none.
+    std::vector<std::size_t> m_missingAt = std::vector<std::size_t>(hoursPerYear, 0);
     WeatherReport m_report;
 };
 
