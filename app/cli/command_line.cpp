@@ -4,10 +4,12 @@
 #include "app/errors.h"
 #include "app/output/output_folder.h"
 #include "app/terminal/interrupt.h"
+#include "app/terminal/standard_output.h"
 
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <sstream>
 #include <string>
 
 #include <fmt/format.h>
@@ -18,7 +20,8 @@ namespace insolate::app {
 namespace {
 
 int report(int exitCode, std::string_view message) {
-    fmt::print(stderr, "insolate: error: {}\n", message);
+    // Where standard error is closed or full, the exit code must do.
+    std::fputs(fmt::format("insolate: error: {}\n", message).c_str(), stderr);
     return exitCode;
 }
 
@@ -36,12 +39,16 @@ int runCommandLine(int argc, const char* const* argv) {
     addWeatherCommand(app);
     try {
         app.parse(argc, argv);
-        if (std::fflush(stdout) != 0) {
-            return report(exitData, "standard output: cannot be written; check the disk or pipe");
-        }
         return 0;
     } catch (const CLI::Success& wanted) {
-        return app.exit(wanted); // help or version
+        std::ostringstream text; // help or version
+        const int exitCode = app.exit(wanted, text, text);
+        try {
+            printResult(text.str());
+        } catch (const DataError& error) {
+            return report(error.exitCode(), error.what());
+        }
+        return exitCode;
     } catch (const CLI::ParseError& error) {
         std::string command;
         for (const CLI::App* level = &app; !level->get_subcommands().empty();) {

@@ -1,10 +1,8 @@
 #include "app/cli/commands.h"
 #include "app/run/run_sun.h"
+#include "app/terminal/standard_output.h"
 
-#include <cstdio>
 #include <memory>
-
-#include <fmt/format.h>
 
 namespace insolate::app {
 
@@ -47,7 +45,7 @@ void addSunCommand(CLI::App& app) {
         }
         options.day = parseDate(arguments->date);
         options.step = arguments->step;
-        fmt::print("{}", sunTable(options));
+        printResult(sunTable(options));
     });
 }
 

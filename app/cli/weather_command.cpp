@@ -1,11 +1,10 @@
 #include "app/cli/commands.h"
 #include "app/cli/sky_arguments.h"
 #include "app/run/run_weather.h"
+#include "app/terminal/standard_output.h"
 
 #include <memory>
 #include <string>
-
-#include <fmt/format.h>
 
 namespace insolate::app {
 
@@ -22,7 +21,7 @@ void addWeatherCommand(CLI::App& app) {
     CLI::App* info = command->add_subcommand(
         "info", "Print site, monthly and annual sums, and what looks wrong in the file.");
     info->add_option("FILE", arguments->from, "Weather file: .epw, .wea or .mra")->required();
-    info->callback([arguments] { fmt::print("{}", weatherInfo(arguments->from)); });
+    info->callback([arguments] { printResult(weatherInfo(arguments->from)); });
 
     CLI::App* convert =
         command->add_subcommand("convert", "Write an .epw file as .wea, which loads faster.");
@@ -31,7 +30,7 @@ void addWeatherCommand(CLI::App& app) {
     convert->add_flag("--allow-gaps", arguments->allowGaps,
                       "Store hours without weather data as hours without radiation");
     convert->callback([arguments] {
-        fmt::print("{}", convertWeather(arguments->from, arguments->to, arguments->allowGaps));
+        printResult(convertWeather(arguments->from, arguments->to, arguments->allowGaps));
     });
 }
 

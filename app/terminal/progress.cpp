@@ -53,6 +53,11 @@ Progress::Style Progress::styleOf(std::FILE* stream, bool quiet) {
     return isatty(fileno(stream)) == 1 ? Style::bar : Style::plain;
 }
 
+void Progress::print(const std::string& text) {
+    std::fputs(text.c_str(), m_stream);
+    std::fflush(m_stream);
+}
+
 void Progress::eraseBar() {
     if (m_barShown) {
         std::fputs("\r\033[K", m_stream);
@@ -66,8 +71,7 @@ void Progress::note(const std::string& text) {
     }
     const std::lock_guard lock(m_mutex);
     eraseBar();
-    fmt::print(m_stream, "insolate: {}\n", text);
-    std::fflush(m_stream);
+    print(fmt::format("insolate: {}\n", text));
 }
 
 void Progress::warn(const std::string& text) {
@@ -101,9 +105,7 @@ void Progress::advance(std::size_t count) {
     } else if (m_done >= m_nextPlain && m_done < m_total) {
         // Work of less than a second needs no report on the way.
         if (seconds >= 1.0) {
-            fmt::print(m_stream, "insolate: {}\n",
-                       progressText(m_done, m_total, seconds, m_things));
-            std::fflush(m_stream);
+            print(fmt::format("insolate: {}\n", progressText(m_done, m_total, seconds, m_things)));
         }
         m_nextPlain = m_done + std::max<std::size_t>(m_total / 10, 1);
     }
@@ -113,9 +115,9 @@ void Progress::draw(double seconds) {
     constexpr std::size_t width = 24;
     const std::size_t filled =
         m_total == 0 ? width : std::min(width, width * m_done / std::max<std::size_t>(m_total, 1));
-    fmt::print(m_stream, "\r\033[K[{}{}] {}", std::string(filled, '#'),
-               std::string(width - filled, '.'), progressText(m_done, m_total, seconds, m_things));
-    std::fflush(m_stream);
+    print(fmt::format("\r\033[K[{}{}] {}", std::string(filled, '#'),
+                      std::string(width - filled, '.'),
+                      progressText(m_done, m_total, seconds, m_things)));
     m_barShown = true;
 }
 
@@ -129,9 +131,8 @@ void Progress::end() {
     if (m_style != Style::quiet && m_done == m_total) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-        fmt::print(m_stream, "insolate: {}\n", progressText(m_done, m_total, seconds, m_things));
+        print(fmt::format("insolate: {}\n", progressText(m_done, m_total, seconds, m_things)));
     }
-    std::fflush(m_stream);
 }
 
 } // namespace insolate::app

@@ -48,6 +48,9 @@ public:
     void end();
 
 private:
+    /// Writes and flushes. What nobody can read is no reason to stop the work, so a closed or full
+    /// stream is passed over.
+    void print(const std::string& text);
     void eraseBar();
     void draw(double seconds);
 

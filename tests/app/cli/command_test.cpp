@@ -203,6 +203,22 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     EXPECT_EQ(command(scene + "gap.epw --allow-gaps --quiet").exitCode, 0);
 }
 
+TEST_F(CommandTest, OutlivesStreamsThatNobodyReads) {
+    const auto exitCodeOf = [&](const std::string& words) {
+        const std::string line =
+            "cd " + path("").string() + " && " + INSOLATE_COMMAND + " " + words;
+        const int status = std::system(line.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    EXPECT_EQ(exitCodeOf("sky --weather good.epw --period 6/21 --out sky 2>/dev/full"), 0);
+    EXPECT_EQ(exitCodeOf("sun 2>&-"), 2);
+    for (const char* words : {"sun --lat 40 --lon 0 --step 0.01", "run --help"}) {
+        EXPECT_EQ(exitCodeOf(std::string(words) + " >/dev/full 2>stderr"), 1);
+        EXPECT_THAT(readFile(path("stderr")),
+                    HasSubstr("error: standard output: cannot be written"));
+    }
+}
+
 TEST_F(CommandTest, StopsAtASignalWithoutFiles) {
     for (const int signal : {SIGINT, SIGTERM}) {
         const pid_t child = start("run --scene court.obj --weather good.epw --grid 0.04 --out out");
