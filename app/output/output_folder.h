@@ -1,8 +1,8 @@
 /// The folder that receives a run's results: nothing half-written is ever seen under a result's
 /// name.
 ///
-/// Files are written as "NAME.partial" in the target folder and renamed when all of them are
-/// complete; whatever was there before stays until then. One run at a time may hold a folder.
+/// Files are written as "NAME.insolate-partial" in the target folder and renamed when all of them
+/// are complete; whatever was there before stays until then. One run at a time may hold a folder.
 #pragma once
 
 #include <cstddef>
@@ -97,7 +97,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const { return m_folder; }
 
-    static constexpr std::string_view partialSuffix = ".partial";
+    static constexpr std::string_view partialSuffix = ".insolate-partial";
     static constexpr std::string_view lockName = ".insolate.lock";
 
 private:

@@ -66,10 +66,12 @@ TEST_F(OutputFolderTest, leftoversOfAKilledRunGoAndItsLockDoesNotHold) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFSIGNALED(status));
-    EXPECT_TRUE(std::filesystem::exists(folder / "a.txt.partial"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "a.txt.insolate-partial"));
+    put("film.partial", "of another program");
     EXPECT_FALSE(std::filesystem::exists(folder / "a.txt"));
     { OutputFolder out(folder); }
-    EXPECT_EQ(fileCount(), 0);
+    EXPECT_EQ(fileCount(), 1);
+    EXPECT_EQ(contentOf(folder / "film.partial"), "of another program");
 }
 
 TEST_F(OutputFolderTest, refusesASecondRunInTheSameFolder) {
