@@ -3,6 +3,7 @@
 #include "app/errors.h"
 #include "app/input/numbers.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <fstream>
@@ -62,7 +63,10 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
             continue;
         }
         const std::size_t count = splitFields(row, fields);
-        if (std::exchange(first, false) && !parseNumber<double>(fields[0])) {
+        if (std::exchange(first, false) &&
+            std::none_of(
+                fields.begin(), fields.begin() + std::min(count, mostFields),
+                [](std::string_view word) { return parseNumber<double>(word).has_value(); })) {
             continue; // the header
         }
         if (count != 3 && count != 6) {

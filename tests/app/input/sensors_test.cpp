@@ -128,6 +128,7 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
          {Case{"x,y,z\n1,2\n", "a.csv:2: 2 fields"}, Case{"1,2,3,4\n", "a.csv:1: 4 fields"},
           Case{"1,2,3\n1,2,3,0,0,1\n", "a.csv:2: 6 fields where the lines above"},
           Case{"x,y,z\n1,2,3\nx,y,z\n", "a.csv:3: field 1: 'x'"},
+          Case{"1.o,2,3\n4,5,6\n", "a.csv:1: field 1: '1.o'"},
           Case{"1,2,nan\n", "a.csv:1: field 3: 'nan'"}, Case{"1,inf,3\n", "field 2: 'inf'"},
           Case{"1,2,1e15\n", "field 3: '1e15'"}, Case{"1,,3\n", "a.csv:1: field 2: ''"},
           Case{"1,2,3,0,0,0\n", "a.csv:1: the normal is zero"},
