@@ -92,7 +92,7 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
                                             "list of them",
                                             where, quoteText(name)));
             }
-            if (isFile) {
+            if (isFile && !text->empty()) {
                 *text = (file.parent_path() / *text).string();
             }
             option->add_result(*text);
