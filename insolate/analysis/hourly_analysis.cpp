@@ -495,7 +495,7 @@ public:
         result.averageDaylight = over(result.total, m.sky.daylightHours);
         result.averagePeriod = over(result.total, m.sky.hours);
         result.skyViewFactor = m_view / whole;
-        result.groundViewFactor = m_groundView;
+        result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
         if (m.options.peak || hours != nullptr) {
             gatherPatches();
@@ -914,7 +914,7 @@ private:
     float m_sky = 0.0f;
     float m_beam = 0.0f;
     float m_sunHours = 0.0f;
-    float m_groundView = 0.0f;
+    float m_groundView = 0.0f; // what the ground's light counts by: 2 for an open point
     float m_patchScale = 0.0f;
 };
 

@@ -453,11 +453,11 @@ struct Reader {
     }
 };
 
-void countMissing(WeatherReading& reading) {
+void countMissing(WeatherReading& reading, bool hasGlobal) {
     const WeatherSeries& series = reading.series;
     for (std::size_t k = 0; k < hoursPerYear; ++k) {
         if (std::isnan(series.directNormal[k]) || std::isnan(series.diffuseHorizontal[k]) ||
-            std::isnan(series.globalHorizontal[k])) {
+            (hasGlobal && std::isnan(series.globalHorizontal[k]))) {
             ++reading.hoursWithoutRadiation;
         }
     }
@@ -494,7 +494,7 @@ WeatherReading parseWeatherSeries(std::string_view epwText, std::string_view nam
     Reader reader(epwText, name);
     reader.reading.ok = reader.readLines() && reader.assemble();
     if (reader.reading.ok) {
-        countMissing(reader.reading);
+        countMissing(reader.reading, true);
     }
     reader.reading.findings = reader.findings.finished();
     return std::move(reader.reading);
@@ -547,7 +547,9 @@ WeatherReading makeWeatherSeries(const Site& site, std::span<const float> direct
         to.assign(from.begin(), from.end());
         to.resize(hoursPerYear, missing);
         for (float& value : to) {
-            if (value < 0.0f) {
+            if (!std::isfinite(value)) {
+                value = missing;
+            } else if (value < 0.0f) {
                 findings.add(WeatherFindingKind::NegativeValue, 0, field, "radiation below zero",
                              "taken as 0");
                 value = 0.0f;
@@ -557,9 +559,7 @@ WeatherReading makeWeatherSeries(const Site& site, std::span<const float> direct
     take(directNormal, series.directNormal, Direct);
     take(diffuseHorizontal, series.diffuseHorizontal, Diffuse);
     take(globalHorizontal, series.globalHorizontal, Global);
-    if (!globalHorizontal.empty()) {
-        countMissing(reading);
-    }
+    countMissing(reading, !globalHorizontal.empty());
     reading.findings = findings.finished();
     reading.ok = true;
     return reading;

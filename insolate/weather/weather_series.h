@@ -84,7 +84,7 @@ INSOLATE_EXPORT WeatherReading readWeatherSeries(const std::filesystem::path& ep
 INSOLATE_EXPORT WeatherReading parseWeatherSeries(std::string_view epwText, std::string_view name);
 
 /// A series from plain hourly arrays of 8,760 values each [W/m2]. globalHorizontal may be empty: it
-/// is then unknown, and the sky closes it from the other two. NaN marks a missing value.
+/// is then unknown, and the sky closes it from the other two. What is no finite number is missing.
 INSOLATE_EXPORT WeatherReading makeWeatherSeries(const Site& site,
                                                  std::span<const float> directNormal,
                                                  std::span<const float> diffuseHorizontal,

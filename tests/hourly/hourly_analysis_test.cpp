@@ -333,6 +333,9 @@ TEST(HourlyAnalysis, GivesTwoSidesTheSumAndHiddenSensorsNothing) {
         analysis.evaluate(one, {{0, 0, 0}, {-normal.x, -normal.y, -normal.z}});
     const SensorResult both = analysis.evaluate(two, {{0, 0, 0}, normal});
     EXPECT_NEAR(both.total / (front.total + back.total), 1.0f, 1e-4f);
+    const SensorResult point = analysis.evaluate(one, {{0, 0, 0}, {0, 0, 0}});
+    EXPECT_FLOAT_EQ(point.skyViewFactor, 1.0f);
+    EXPECT_EQ(point.groundViewFactor, 1.0f);
     const SensorResult none = analysis.evaluate(closed, {{0, 0, 0}, normal});
     EXPECT_EQ(none.total, 0.0f);
     EXPECT_EQ(none.peak, 0.0f);

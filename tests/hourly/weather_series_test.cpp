@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <numeric>
 
 namespace insolate {
@@ -182,6 +183,11 @@ TEST(WeatherSeries, RefusesWhatIsNoWeather) {
     EXPECT_NE(find(readWeatherSeries("no/such/file.epw"), WeatherFindingKind::CannotOpen), nullptr);
     const std::vector<float> shortArray(24, 0.0f);
     EXPECT_FALSE(makeWeatherSeries(Site{}, shortArray, shortArray).ok);
+    std::vector<float> hours(hoursPerYear, 100.0f);
+    hours[7] = std::numeric_limits<float>::infinity();
+    const WeatherReading holed = makeWeatherSeries(Site{}, hours, hours);
+    EXPECT_TRUE(std::isnan(holed.series.directNormal[7]));
+    EXPECT_EQ(holed.hoursWithoutRadiation, 1);
 }
 
 TEST(WeatherSeries, ReadsTheRealFiles) {
