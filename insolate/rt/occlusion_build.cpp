@@ -97,8 +97,8 @@ struct Extent {
 /// A rounded-outwards box of a triangle, relative to the centre.
 ///
 /// The single-precision value is off by at most 2^-24 of its magnitude; 2^-22 of it covers that and
-/// the rounding of this arithmetic. A millionth of the triangle's size, and 1e-20 so that no box is
-/// flat, keep every hit of the exact test inside: see occlusion_query.cpp.
+/// the rounding of this arithmetic. A millionth of the triangle's size, far above the rounding of
+/// the exact test's double-precision products, keeps its hits inside; 1e-20 leaves no box flat.
 bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::uint32_t triangle,
               Item& item) {
     std::array<float, 4> low{};
@@ -209,7 +209,9 @@ private:
                 items[kept++] = items[i];
             } else {
                 storage->unbounded.resize(storage->unbounded.size() + doublesPerTriangle);
-                packTriangle(i, &*storage->unbounded.end() - doublesPerTriangle, 1);
+                packTriangle(
+                    i, storage->unbounded.data() + storage->unbounded.size() - doublesPerTriangle,
+                    1);
             }
         }
         items.resize(kept);

@@ -357,8 +357,8 @@ private:
     /// So few open cells are cheaper to cast one by one.
     static constexpr int fewCells = 2;
 
-    /// Added to either end of a range [cells]: over the error of angleOf() and a lateral millionth
-    /// of the distance (see the head of this file).
+    /// Added to either end of a range [cells]: six times the error of angleOf(). The boxes
+    /// themselves are rounded outwards and hold every hit of the exact test.
     static constexpr float angleMargin = 1e-3f;
 
     /// Puts the children that may block an open cell on the stack, the nearest last.
