@@ -34,10 +34,13 @@ struct RunArguments {
     std::string rays = "fast";
     bool saveMasks = false;
     std::string masks;
+    double sunTolerance = 0.0;
+    bool openGround = false;
+    std::vector<std::size_t> series;
     bool force = false;
 
     void addTo(CLI::App& command) {
-        sky.addTo(command, {"cumulative-sky", "perez-sky", "perez-point"});
+        sky.addTo(command, {allMethods.begin(), allMethods.end()});
         command
             .add_option("--scene", scenes,
                         "Models that cast shadows: OBJ, STL, PLY, glTF and what else assimp reads")
@@ -87,12 +90,28 @@ struct RunArguments {
             ->type_name("NAME")
             ->capture_default_str();
         command.add_flag("--save-masks", saveMasks,
-                         "Also write sensors.masks: what each sensor sees of the sky");
+                         "Also write sensors.masks: what each sensor sees of the sky; for the "
+                         "methods other than hourly");
         command
             .add_option("--masks", masks,
                         "Take what the sensors see from the sensors.masks of an earlier run with "
-                        "the same scene, sensors and north")
+                        "the same scene, sensors and north; for the methods other than hourly")
             ->type_name("FILE");
+        command
+            .add_option("--sun-tolerance", sunTolerance,
+                        "hourly: largest error that shadow edges may leave in the direct sun, in "
+                        "percent of a sensor's total, e.g. 0.5; 0 asks once for each sky cell")
+            ->type_name("PERCENT")
+            ->capture_default_str();
+        command.add_flag("--open-ground", openGround,
+                         "hourly: the scene does not hide the ground; for a scene that models its "
+                         "own ground, which would else count as in the way of the ground's light");
+        command
+            .add_option("--series", series,
+                        "hourly: also write series.csv, the hours of these sensors, numbered from "
+                        "0 as in sensors.csv: 0,17,4")
+            ->delimiter(',')
+            ->type_name("N,...");
         command.add_flag("--force", force, "Go on with more sensors than seem sensible");
     }
 
@@ -137,6 +156,23 @@ struct RunArguments {
             result.masks = masks;
         }
         result.force = force;
+        if (!(sunTolerance >= 0.0 && sunTolerance <= 100.0)) {
+            throw UsageError(fmt::format("--sun-tolerance {}: no share; give percent from 0 to 100",
+                                         sunTolerance));
+        }
+        requireHourly(result.method, "--sun-tolerance", sunTolerance > 0.0);
+        requireHourly(result.method, "--open-ground", openGround);
+        requireHourly(result.method, "--series", !series.empty());
+        if (result.method == Method::hourly && (saveMasks || !masks.empty())) {
+            throw UsageError(fmt::format(
+                "--{} does not belong to --method hourly: masks hold the middles of the sky's "
+                "cells, the hourly method looks at the sun's own places; leave it out or choose "
+                "another method",
+                saveMasks ? "save-masks" : "masks"));
+        }
+        result.hourly.sunTolerance = sunTolerance;
+        result.hourly.openGround = openGround;
+        result.hourly.series = series;
         return result;
     }
 };

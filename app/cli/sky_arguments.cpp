@@ -1,12 +1,17 @@
 #include "app/cli/sky_arguments.h"
 
 #include "app/errors.h"
+#include "app/input/numbers.h"
 
 #include <fmt/format.h>
 
 namespace insolate::app {
 
-void SkyArguments::addTo(CLI::App& command, const std::vector<std::string>& methods) {
+void SkyArguments::addTo(CLI::App& command, const std::vector<Method>& methods) {
+    std::vector<std::string> names;
+    for (const Method known : methods) {
+        names.push_back(methodName(known));
+    }
     command
         .add_option("--study", study,
                     "Study file (TOML) with any of these options as keys; the command line wins")
@@ -29,10 +34,18 @@ void SkyArguments::addTo(CLI::App& command, const std::vector<std::string>& meth
                     "than one")
         ->type_name("H")
         ->capture_default_str();
-    command.add_option("--method", method, "How radiation is calculated")
-        ->check(CLI::IsMember(methods))
+    command
+        .add_option("--method", method,
+                    "How radiation is calculated: hourly closes with the weather's own sums; the "
+                    "others are for comparison")
+        ->check(CLI::IsMember(names))
         ->type_name("NAME")
         ->capture_default_str();
+    command
+        .add_option("--albedo", albedo,
+                    "hourly: reflectance of the ground, 0 to 1, or epw for the monthly values of "
+                    "the weather file; 0.2 when absent")
+        ->type_name("VALUE");
     command.add_flag("--allow-gaps", allowGaps,
                      "Count hours without weather data as hours without radiation");
     command.add_option("--out", out, "Folder for the results; made when missing")
@@ -49,17 +62,35 @@ SkyOptions SkyArguments::options() const {
     parseHours(hours, result.period);
     checkStep(step);
     result.period.step = step;
-    for (const CalculationMethod known :
-         {CalculationMethod_CumulativeSky, CalculationMethod_PerezSky,
-          CalculationMethod_PerezPoint}) {
+    for (const Method known : allMethods) {
         if (method == methodName(known)) {
             result.method = known;
         }
     }
+    if (albedo == "epw") {
+        result.hourly.monthlyAlbedo = true;
+    } else if (!albedo.empty()) {
+        const auto number = parseNumber<double>(albedo);
+        if (!number || !(*number >= 0.0 && *number <= 1.0)) {
+            throw UsageError(fmt::format("--albedo {}: no reflectance; give 0 to 1, or epw for the "
+                                         "weather file's own",
+                                         quoteText(albedo)));
+        }
+        result.hourly.albedo = *number;
+    }
+    requireHourly(result.method, "--albedo", !albedo.empty());
     result.allowGaps = allowGaps;
     result.out = out;
     result.quiet = quiet;
     return result;
+}
+
+void requireHourly(Method method, const std::string& name, bool given) {
+    if (given && method != Method::hourly) {
+        throw UsageError(fmt::format("{} does not belong to --method {}; leave it out or take "
+                                     "--method hourly",
+                                     name, methodName(method)));
+    }
 }
 
 void requireOption(const std::string& value, const std::string& name, const std::string& mend) {

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <string>
+#include <vector>
 
 namespace insolate::app {
 
@@ -16,17 +17,20 @@ struct SkyArguments {
     std::string period = "1/1-12/31";
     std::string hours = "0-24";
     double step = 0.1;
-    std::string method = "cumulative-sky";
+    std::string method = methodName(Method::hourly);
+    std::string albedo;
     bool allowGaps = false;
     std::string out;
     bool quiet = false;
 
-    /// @param methods the names that --method takes
-    void addTo(CLI::App& command, const std::vector<std::string>& methods);
+    void addTo(CLI::App& command, const std::vector<Method>& methods);
 
     /// @throws UsageError naming what is missing or impossible
     [[nodiscard]] SkyOptions options() const;
 };
+
+/// @throws UsageError when an option of the hourly method is given with another one
+void requireHourly(Method method, const std::string& name, bool given);
 
 /// @throws UsageError when an option that the command needs is empty
 void requireOption(const std::string& value, const std::string& name, const std::string& mend);

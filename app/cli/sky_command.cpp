@@ -12,7 +12,7 @@ void addSkyCommand(CLI::App& app) {
         app.add_subcommand("sky", "Spread the radiation of a period over the sky's 1,296 cells.\n"
                                   "Writes sky.csv, sky.png and sky.json.");
     auto arguments = std::make_shared<SkyArguments>();
-    arguments->addTo(*command, {"cumulative-sky", "perez-sky"});
+    arguments->addTo(*command, {Method::hourly, Method::cumulativeSky, Method::perezSky});
     command->callback([command, arguments] {
         if (!arguments->study.empty()) {
             applyStudyFile(*command, arguments->study);

@@ -3,6 +3,7 @@
 #include "app/errors.h"
 #include "app/input/file_name.h"
 #include "app/input/numbers.h"
+#include "app/input/period.h"
 
 #include <algorithm>
 #include <array>
@@ -358,6 +359,11 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
     throw DataError(fmt::format("{}: {}", place(file), wrongFile));
 }
 
+std::string hourOfYearText(const HourOfYear& hour) {
+    return fmt::format("{}, {} to {}", dayText(hour.first + 1), clockText(hour.second),
+                       clockText(hour.second + 1));
+}
+
 void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
                          bool allowGaps) {
     if (allowGaps) {
@@ -372,15 +378,18 @@ void requireCompleteYear(const WeatherReport& report, const std::filesystem::pat
                                     place(file, report.firstRepeatedLine), report.hoursRepeated));
     }
     if (!report.hoursMissing.empty()) {
-        throw DataError(fmt::format("{}: {} of the year's {} hours are missing; {}", place(file),
-                                    report.hoursMissing.size(), hoursPerYear, mend));
+        throw DataError(
+            fmt::format("{}: {} of the year's {} hours are missing, the first is {}; {}",
+                        place(file), report.hoursMissing.size(), hoursPerYear,
+                        hourOfYearText(report.hoursMissing.front()), mend));
     }
     if (!report.radiationMissing.empty()) {
         const std::string where = report.firstRadiationMissingLine == 0
                                       ? place(file)
                                       : place(file, report.firstRadiationMissingLine);
-        throw DataError(fmt::format("{}: radiation is marked as missing in {} hours; {}", where,
-                                    report.radiationMissing.size(), mend));
+        throw DataError(fmt::format("{}: radiation is missing in {} hours, the first is {}; {}",
+                                    where, report.radiationMissing.size(),
+                                    hourOfYearText(report.radiationMissing.front()), mend));
     }
 }
 

@@ -47,6 +47,9 @@ struct WeatherReport {
 /// @throws DataError when it cannot be a usable weather file whatever the user allows
 WeatherReport inspectWeatherFile(const std::filesystem::path& file);
 
+/// "21 June, 12:00 to 13:00".
+std::string hourOfYearText(const HourOfYear& hour);
+
 /// @throws DataError when the year has gaps or repeated hours and they are not allowed
 void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
                          bool allowGaps);

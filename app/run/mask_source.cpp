@@ -48,10 +48,13 @@ public:
         }
     }
 
+    GetTransparencyValueOnRay* rays() override { return &m_rays; }
+
 private:
     struct alignas(64) Slot {
         int rayIdBlocks = 0;
     };
+    GetTransparencyValueOnRayInternal m_rays;
     std::vector<Slot> m_slots = std::vector<Slot>(static_cast<std::size_t>(usedThreads(0)));
 };
 
@@ -64,6 +67,8 @@ public:
         FastRayTransparency rays(m_rays);
         point.updateShadingMask(&rays);
     }
+
+    GetTransparencyValueOnRay* rays() override { return &m_rays; }
 
 private:
     static OcclusionIndex indexOf(const Scene& scene, const Recentring& recentring) {

@@ -33,6 +33,9 @@ public:
     /// @param sensor index of the sensor that the point stands for
     /// @param slot the calling thread's number, below the number of processors
     virtual void updateMask(ECalculationPoint& point, std::size_t sensor, int slot) = 0;
+
+    /// The caster for rays into any direction, for all threads; null where none are cast.
+    virtual GetTransparencyValueOnRay* rays() { return nullptr; }
 };
 
 /// Rays through the scene; builds what they walk through. Only one source by octree may exist at a

@@ -4,8 +4,8 @@
 #include "app/input/mesh_import.h"
 #include "app/input/period.h"
 
-#include <insolate/insolate.h>
-
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -16,11 +16,26 @@ namespace insolate::app {
 /// How rays find the triangles in their way.
 enum class RayMethod { fast, octree };
 
+/// How radiation is calculated: hour by hour, or by one of the library's CalculationMethod.
+enum class Method { hourly, cumulativeSky, perezSky, perezPoint };
+inline constexpr std::array<Method, 4> allMethods = {Method::hourly, Method::cumulativeSky,
+                                                     Method::perezSky, Method::perezPoint};
+
+/// What only the hourly method asks for.
+struct HourlyOptions {
+    double sunTolerance = 0.0;  ///< percent of a sensor's total; 0: no splitting at shadow edges
+    double albedo = 0.2;        ///< 0..1
+    bool monthlyAlbedo = false; ///< from the weather file, where it has one
+    bool openGround = false;    ///< the scene does not hide the ground below the horizon
+    std::vector<std::size_t> series = {}; ///< sensors whose hours are wanted
+};
+
 /// The weather and the period: what a sky is made from.
 struct SkyOptions {
     std::filesystem::path weather;
     StudyPeriod period;
-    CalculationMethod method = CalculationMethod_CumulativeSky;
+    Method method = Method::hourly;
+    HourlyOptions hourly;
     bool allowGaps = false;
     std::filesystem::path out;
     bool quiet = false;
@@ -54,8 +69,8 @@ struct SunOptions {
     double step = 1.0;              ///< hours
 };
 
-/// "cumulative-sky", "perez-sky" or "perez-point".
-std::string methodName(CalculationMethod method);
+/// "hourly", "cumulative-sky", "perez-sky" or "perez-point".
+std::string methodName(Method method);
 
 /// Threads that work when `threads` are asked for; 0 asks for all processors.
 int usedThreads(int threads);

@@ -3,12 +3,15 @@
 #include "app/output/output_folder.h"
 #include "app/output/sky_output.h"
 #include "app/output/summary.h"
+#include "app/run/hourly_study.h"
 #include "app/run/solar_analysis.h"
 #include "app/run/study_record.h"
 #include "app/terminal/interrupt.h"
 
 #include <array>
-#include <cmath>
+#include <memory>
+#include <numbers>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -16,57 +19,104 @@ namespace insolate::app {
 
 namespace {
 
+constexpr std::array<int, 3> pathDays = {172, 80, 355};
+
 /// The sun's way on the longest, a middle and the shortest day, for orientation.
-std::vector<SkyPath> sunPaths() {
+/// @param sunAt gives azimuth and altitude [degrees] by day of the year and clock hour
+template <typename SunAt>
+std::vector<SkyPath> sunPaths(SunAt&& sunAt) {
     std::vector<SkyPath> paths;
-    for (const int day : {172, 80, 355}) {
+    for (const int day : pathDays) {
         SkyPath path{.label = dayText(day), .points = {}};
-        ESolarPosition sun = ESolarPosition::Global;
-        sun.setDayOfTheYear(day);
         for (int minute = 0; minute <= 1440; minute += 10) {
-            sun.setTime(minute / 60.0);
-            const double azimuth = sun.getSolarAzimuthInDegrees();
-            path.points.push_back({.azimuth = azimuth < 0.0 ? azimuth + 360.0 : azimuth,
-                                   .altitude = sun.getSolarAltitudeInDegrees()});
+            path.points.push_back(sunAt(day, minute / 60.0));
         }
         paths.push_back(std::move(path));
     }
     return paths;
 }
 
-} // namespace
+/// A sky as table and picture show it.
+struct SkyPages {
+    std::vector<ResultColumn> parts; ///< of the table
+    ResultColumn whole;              ///< of the picture
+    std::vector<SkyPath> paths;
+};
 
-void runSky(const SkyOptions& options, Progress& progress) {
-    OutputFolder folder(options.out);
-    SolarAnalysis analysis(options, 0.0);
-    reportWeather(analysis.weather(), progress);
+SkyPages pagesOf(const HourlyStudy& study) {
+    const HourlySky& sky = study.sky();
+    SkyPages pages;
+    const std::vector<float> empty(static_cast<std::size_t>(skyGrid::cellCount), 0.0f);
+    pages.parts = {{"direct", "Wh/m2", "Direct radiation", empty},
+                   {"diffuse", "Wh/m2", "Diffuse radiation", sky.diffuse},
+                   {"sun_hours", "h", "Hours of sun", empty}};
+    pages.whole = {"radiation", "Wh/m2", "Radiation by sky cell", empty};
+    for (const SunCell& sun : sky.sunCells) {
+        pages.parts[0].values[static_cast<std::size_t>(sun.cell)] = sun.directNormal;
+        pages.parts[2].values[static_cast<std::size_t>(sun.cell)] = sun.sunHours;
+    }
+    const SkyCells cells(sky.options.northOffset);
+    for (std::size_t cell = 0; cell < empty.size(); ++cell) {
+        pages.parts[1].values[cell] *= cells.solidAngle[cell];
+        pages.whole.values[cell] = pages.parts[0].values[cell] + pages.parts[1].values[cell];
+    }
+    pages.paths = sunPaths([&](int day, double hour) {
+        const MonthAndDay date = monthAndDay(day - 1);
+        const SunPosition sun =
+            sunPosition(julianDay(2001, date.month, date.day, hour - sky.site.timeZone), sky.site);
+        constexpr double degrees = 180.0 / std::numbers::pi;
+        return SkyPath::Point{sun.azimuth * degrees, sun.altitude * degrees};
+    });
+    return pages;
+}
 
+SkyPages pagesOf(const SolarAnalysis& analysis) {
     ECumulativeSky& sky = analysis.controller().getCumulativeSky();
-    std::array<ResultColumn, 4> columns;
-    columns[0] = {"direct", "Wh/m2", "Direct radiation", {}};
-    columns[1] = {"diffuse", "Wh/m2", "Diffuse radiation", {}};
-    columns[2] = {"peak", "W/m2", "Peak radiation", {}};
-    columns[3] = {"radiation", "Wh/m2", "Radiation by sky cell", {}};
+    SkyPages pages;
+    pages.parts = {{"direct", "Wh/m2", "Direct radiation", {}},
+                   {"diffuse", "Wh/m2", "Diffuse radiation", {}},
+                   {"peak", "W/m2", "Peak radiation", {}}};
+    pages.whole = {"radiation", "Wh/m2", "Radiation by sky cell", {}};
     for (int band = 0; band < skyGrid::altitudeCount; ++band) {
         for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
             const float direct = sky.getDirect(sector, band);
             const float diffuse = sky.getDiffuse(sector, band);
-            columns[0].values.push_back(direct);
-            columns[1].values.push_back(diffuse);
-            columns[2].values.push_back(sky.getPeak(sector, band));
-            columns[3].values.push_back(direct + diffuse);
+            pages.parts[0].values.push_back(direct);
+            pages.parts[1].values.push_back(diffuse);
+            pages.parts[2].values.push_back(sky.getPeak(sector, band));
+            pages.whole.values.push_back(direct + diffuse);
         }
     }
-    const std::span<const ResultColumn> parts(columns.data(), 3);
-    writeSkyCsv(folder.stage("sky.csv"), parts);
+    ESolarPosition sun = ESolarPosition::Global;
+    pages.paths = sunPaths([&](int day, double hour) {
+        sun.setDayOfTheYear(day);
+        sun.setTime(hour);
+        const double azimuth = sun.getSolarAzimuthInDegrees();
+        return SkyPath::Point{azimuth < 0.0 ? azimuth + 360.0 : azimuth,
+                              sun.getSolarAltitudeInDegrees()};
+    });
+    return pages;
+}
+
+} // namespace
+
+void runSky(const SkyOptions& options, Progress& progress) {
+    OutputFolder folder(options.out);
+    const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, 0.0);
+    reportWeather(method->weather(), progress);
+    const auto* hourly = dynamic_cast<const HourlyStudy*>(method.get());
+    const SkyPages pages =
+        hourly != nullptr ? pagesOf(*hourly) : pagesOf(dynamic_cast<const SolarAnalysis&>(*method));
+
+    writeSkyCsv(folder.stage("sky.csv"), pages.parts);
     SkyDomeOptions picture;
-    picture.title = columns[3].title;
-    picture.subtitle = studySubtitle(options, analysis.weather());
-    picture.paths = sunPaths();
-    drawSkyDome(folder.stage("sky.png"), columns[3], picture);
-    nlohmann::ordered_json record = studyRecord(options, analysis.weather());
-    record["hours_counted"] = sky.getHourCount();
-    record["results"] = rangesOf(parts);
+    picture.title = pages.whole.title;
+    picture.subtitle = studySubtitle(options, method->weather());
+    picture.paths = pages.paths;
+    drawSkyDome(folder.stage("sky.png"), pages.whole, picture);
+    nlohmann::ordered_json record = studyRecord(options, method->weather());
+    method->describe(record, {});
+    record["results"] = rangesOf(pages.parts);
     writeSummaryJson(folder.stage("sky.json"), record);
     throwIfInterrupted();
     folder.commit();

@@ -9,9 +9,10 @@
 #include "app/output/output_folder.h"
 #include "app/output/sensor_tables.h"
 #include "app/output/summary.h"
+#include "app/run/hourly_study.h"
 #include "app/run/mask_source.h"
+#include "app/run/radiation_method.h"
 #include "app/run/sky_visibility_store.h"
-#include "app/run/solar_analysis.h"
 #include "app/run/study_record.h"
 #include "app/terminal/interrupt.h"
 
@@ -48,7 +49,7 @@ private:
 
 /// Refuses what the machine cannot hold, before memory is taken.
 void checkSize(double sensors, double triangles, const RunOptions& options) {
-    constexpr double bytesPerSensor = 180.0;   // position, normal, cell, results
+    constexpr double bytesPerSensor = 210.0;   // position, normal, cell, results
     constexpr double bytesPerTriangle = 900.0; // model, ray caster, its tree
     constexpr double secondsPerSensor = 1.0e-3;
     constexpr double mostSensors = 5.0e6;
@@ -126,9 +127,9 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
     return inputs;
 }
 
-nlohmann::ordered_json runRecord(const RunOptions& options, SolarAnalysis& analysis,
+nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,
                                  const Inputs& inputs) {
-    nlohmann::ordered_json record = studyRecord(options, analysis.weather());
+    nlohmann::ordered_json record = studyRecord(options, weather);
     record["rays"] = options.masks                       ? "masks " + options.masks->string()
                      : options.rays == RayMethod::octree ? "octree"
                                                          : "fast";
@@ -145,8 +146,25 @@ nlohmann::ordered_json runRecord(const RunOptions& options, SolarAnalysis& analy
         record["sensors"]["offset_m"] = options.offset;
         record["sensors"]["select"] = options.select;
     }
-    record["hours_counted"] = analysis.controller().getCumulativeSky().getHourCount();
     return record;
+}
+
+void checkSeries(const RunOptions& options, std::size_t sensors) {
+    for (const std::size_t sensor : options.hourly.series) {
+        if (sensor >= sensors) {
+            throw UsageError(fmt::format("--series {}: there is no such sensor; give numbers from "
+                                         "0 to {}, the lines of sensors.csv below its header",
+                                         sensor, sensors - 1));
+        }
+    }
+}
+
+ResultColumn inKilowattHours(ResultColumn column) {
+    for (float& value : column.values) {
+        value /= 1000.0f;
+    }
+    column.unit = "kWh/m2";
+    return column;
 }
 
 } // namespace
@@ -154,10 +172,11 @@ nlohmann::ordered_json runRecord(const RunOptions& options, SolarAnalysis& analy
 void runStudy(const RunOptions& options, Progress& progress) {
     Stopwatch watch;
     OutputFolder folder(options.out);
-    SolarAnalysis analysis(options, options.north);
-    reportWeather(analysis.weather(), progress);
+    const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, options.north);
+    reportWeather(method->weather(), progress);
     watch.lap("weather_and_sky_s");
     const Inputs inputs = readInputs(options, progress);
+    checkSeries(options, inputs.field.size());
     watch.lap("models_s");
     const Recentring recentring(inputs.scene, inputs.field);
     const VisibilityKey key = options.masks || options.saveMasks
@@ -173,37 +192,40 @@ void runStudy(const RunOptions& options, Progress& progress) {
     throwIfInterrupted();
     watch.lap("ray_index_s");
     SkyVisibilityStore saved(options.saveMasks ? inputs.field.size() : 0);
-    SensorResults results = calculateSensors(analysis,
-                                             {.field = inputs.field,
-                                              .recentring = recentring,
-                                              .masks = *masks,
-                                              .threads = options.threads,
-                                              .saved = options.saveMasks ? &saved : nullptr},
-                                             progress);
+    const SensorWork work = {.field = inputs.field,
+                             .recentring = recentring,
+                             .masks = *masks,
+                             .threads = options.threads,
+                             .saved = options.saveMasks ? &saved : nullptr};
+    const std::vector<ResultColumn> columns = calculateSensors(*method, work, progress);
     watch.lap("sensors_s");
 
-    const std::array<ResultColumn, 4> columns = {
-        {{"total", "Wh/m2", "Total radiation", std::move(results.total)},
-         {"average", "W/m2", "Average radiation", std::move(results.average)},
-         {"peak", "W/m2", "Peak radiation", std::move(results.peak)},
-         {"sky_view", "%", "Sky view", std::move(results.skyView)}}};
-    const std::string subtitle = studySubtitle(options, analysis.weather());
+    std::string written = "sensors.csv, sensors.vtp, heatmap.png";
+    const std::string subtitle = studySubtitle(options, method->weather());
     writeSensorsCsv(folder.stage("sensors.csv"), inputs.field, columns);
     throwIfInterrupted();
     writeSensorsVtp(folder.stage("sensors.vtp"), inputs.field, columns, subtitle);
     throwIfInterrupted();
+    const ResultColumn shown = inKilowattHours(columns.front());
     HeatmapOptions picture;
-    picture.title = columns[0].title;
+    picture.title = shown.title;
     picture.subtitle = subtitle;
     picture.north = options.north;
-    drawHeatmap(folder.stage("heatmap.png"), inputs.scene, inputs.field, columns[0], picture);
+    drawHeatmap(folder.stage("heatmap.png"), inputs.scene, inputs.field, shown, picture);
     if (options.saveMasks) {
         saved.write(folder.stage("sensors.masks"), key);
+        written += ", sensors.masks";
+    }
+    if (const auto* hourly = dynamic_cast<const HourlyStudy*>(method.get());
+        hourly != nullptr && !options.hourly.series.empty()) {
+        hourly->writeSeries(folder.stage("series.csv"), work);
+        written += ", series.csv";
     }
     throwIfInterrupted();
     watch.lap("files_s");
 
-    nlohmann::ordered_json record = runRecord(options, analysis, inputs);
+    nlohmann::ordered_json record = runRecord(options, method->weather(), inputs);
+    method->describe(record, columns);
     record["results"] = rangesOf(columns);
     record["threads"] = usedThreads(options.threads);
     record["timings"] = watch.record();
@@ -211,14 +233,11 @@ void runStudy(const RunOptions& options, Progress& progress) {
     writeSummaryJson(folder.stage("summary.json"), record);
     folder.commit();
 
-    const ColumnRange range = rangeOf(columns[0].values);
-    progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} Wh/m2", range.lowest,
-                              range.highest, range.mean));
-    progress.note(
-        fmt::format("wrote sensors.csv, sensors.vtp, heatmap.png{} and summary.json in {} "
-                    "({})",
-                    options.saveMasks ? ", sensors.masks" : "", options.out.string(),
-                    durationText(watch.whole())));
+    const ColumnRange range = rangeOf(shown.values);
+    progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} {}", range.lowest,
+                              range.highest, range.mean, shown.unit));
+    progress.note(fmt::format("wrote {} and summary.json in {} ({})", written, options.out.string(),
+                              durationText(watch.whole())));
 }
 
 } // namespace insolate::app

@@ -5,6 +5,7 @@
 #include "app/input/weather_check.h"
 #include "app/output/output_folder.h"
 #include "app/run/solar_analysis.h"
+#include "app/run/weather_year.h"
 
 #include <array>
 #include <cmath>
@@ -23,59 +24,6 @@ namespace {
 constexpr std::array<const char*, 12> monthNames = {
     "January", "February", "March",     "April",   "May",      "June",
     "July",    "August",   "September", "October", "November", "December"};
-
-/// The hours of a year as both kinds of file give them; absent series are empty.
-struct Year {
-    std::string place;
-    Site site;
-    std::vector<float> direct, diffuse, global, temperature;
-    std::vector<std::string> findings;
-};
-
-Year readEpwYear(const std::filesystem::path& file) {
-    WeatherReading reading = readWeatherSeries(file);
-    std::vector<std::string> findings;
-    for (const WeatherFinding& finding : reading.findings) {
-        findings.push_back(printable(finding.text));
-    }
-    if (!reading.ok) {
-        throw DataError(findings.empty() ? place(file) + ": not a weather file; give an .epw file"
-                                         : findings.back());
-    }
-    WeatherSeries& series = reading.series;
-    return {printable(series.place),
-            series.site,
-            std::move(series.directNormal),
-            std::move(series.diffuseHorizontal),
-            std::move(series.globalHorizontal),
-            std::move(series.dryBulb),
-            std::move(findings)};
-}
-
-Year readStoredYear(const std::filesystem::path& file) {
-    const WeatherReport report = inspectWeatherFile(file);
-    EModel model;
-    loadWeather(model.getSolarAnalysisController(), file, report);
-    EWeatherData& store = model.getSolarAnalysisController().getWeatherData();
-    Year year;
-    year.place = report.site.text();
-    year.site = {report.site.latitude, report.site.longitude, report.site.timeZone,
-                 report.site.elevation};
-    for (int day = 0; day < ESolarPosition::DAYS_PER_YEAR; ++day) {
-        for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
-            year.direct.push_back(store.getHourlyDirectRad(day, hour));
-            year.diffuse.push_back(store.getHourlyDiffuseRad(day, hour));
-            year.temperature.push_back(store.getHourlyTemp(day, hour));
-        }
-    }
-    if (!report.radiationMissing.empty()) {
-        year.findings.push_back(
-            fmt::format("{}: radiation is marked as missing in {} hours; --allow-gaps counts them "
-                        "as without radiation",
-                        place(file), report.radiationMissing.size()));
-    }
-    return year;
-}
 
 /// Sum and count of the values that are there.
 struct Total {
@@ -99,13 +47,11 @@ struct Total {
 struct MonthTotals {
     Total direct, diffuse, global, temperature;
 
-    void add(const Year& year, std::size_t hour) {
-        direct.add(year.direct[hour]);
-        diffuse.add(year.diffuse[hour]);
-        if (!year.global.empty()) {
-            global.add(year.global[hour]);
-        }
-        temperature.add(year.temperature[hour]);
+    void add(const WeatherSeries& year, std::size_t hour) {
+        direct.add(year.directNormal[hour]);
+        diffuse.add(year.diffuseHorizontal[hour]);
+        global.add(year.globalHorizontal[hour]);
+        temperature.add(year.dryBulb[hour]);
     }
     [[nodiscard]] std::string row(std::string_view name) const {
         return fmt::format("{:<10} {:>14} {:>14} {:>14} {:>12}\n", name, direct.sumText(),
@@ -113,10 +59,11 @@ struct MonthTotals {
     }
 };
 
-/// The reason why a run would refuse the file, or an empty text.
-std::string refusal(const std::filesystem::path& file) {
+/// What a run with such a check says about the file: nothing when it takes it.
+template <typename Check>
+std::string refusal(Check&& check) {
     try {
-        requireCompleteYear(inspectWeatherFile(file), file, false);
+        check();
         return {};
     } catch (const DataError& error) {
         return error.what();
@@ -126,15 +73,16 @@ std::string refusal(const std::filesystem::path& file) {
 } // namespace
 
 std::string weatherInfo(const std::filesystem::path& file) {
-    const Year year = hasExtension(file, {".epw"}) ? readEpwYear(file) : readStoredYear(file);
+    const WeatherYear read = readWeatherYear(file);
+    const WeatherSeries& year = read.series;
     std::array<MonthTotals, 12> months;
     MonthTotals whole;
-    for (std::size_t hour = 0; hour < year.direct.size(); ++hour) {
+    for (std::size_t hour = 0; hour < year.directNormal.size(); ++hour) {
         const MonthAndDay date = monthAndDay(static_cast<int>(hour / 24));
         months[static_cast<std::size_t>(date.month - 1)].add(year, hour);
         whole.add(year, hour);
     }
-    std::string text = fmt::format("# {}\n# {}, elevation {:.0f} m\n", year.place,
+    std::string text = fmt::format("# {}\n# {}, elevation {:.0f} m\n", printable(year.place),
                                    siteText(year.site), year.site.elevation);
     text += fmt::format("{:<10} {:>14} {:>14} {:>14} {:>12}\n", "#", "direct normal", "diffuse",
                         "global", "temperature");
@@ -144,12 +92,17 @@ std::string weatherInfo(const std::filesystem::path& file) {
         text += months[month].row(monthNames[month]);
     }
     text += whole.row("year");
-    for (const std::string& finding : year.findings) {
+    for (const std::string& finding : read.report.notes) {
         text += fmt::format("# {}\n", finding);
     }
-    const std::string reason = refusal(file);
-    text += reason.empty() ? "# usable by 'insolate run'\n"
-                           : fmt::format("# 'insolate run' says: {}\n", reason);
+    const std::string hourly = refusal([&] { requireCompleteYear(read.report, file, false); });
+    const std::string others =
+        refusal([&] { requireCompleteYear(inspectWeatherFile(file), file, false); });
+    text += hourly.empty() ? "# usable by 'insolate run'\n"
+                           : fmt::format("# 'insolate run' says: {}\n", hourly);
+    if (!others.empty() && others != hourly) {
+        text += fmt::format("# the methods other than hourly say: {}\n", others);
+    }
     return text;
 }
 

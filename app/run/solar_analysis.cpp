@@ -1,26 +1,16 @@
 #include "app/run/solar_analysis.h"
 
 #include "app/errors.h"
-#include "app/terminal/interrupt.h"
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 #include <string>
-#include <thread>
 
 #include <fmt/format.h>
-#include <oneapi/tbb/blocked_range.h>
-#include <oneapi/tbb/parallel_for.h>
-#include <oneapi/tbb/partitioner.h>
-#include <oneapi/tbb/task_arena.h>
 
 namespace insolate::app {
 
 namespace {
-
-/// Points of one block: enough to keep the threads from meeting, few enough to stop soon.
-constexpr std::size_t blockSize = 256;
 
 /// A block of sensors as the library asks for it.
 class BlockOfPoints final : public EUiController {
@@ -35,14 +25,6 @@ public:
     }
 
     std::vector<ECalculationPoint> points;
-};
-
-/// What a thread keeps from block to block.
-struct ThreadSlot {
-    explicit ThreadSlot(const ESolarAnalysisController& source) : controller(source) {}
-
-    ESolarAnalysisController controller;
-    BlockOfPoints block;
 };
 
 /// Solid angle of the visible cells over the one of the dome [%].
@@ -66,30 +48,33 @@ float notNegative(float value) {
     return value < 0.0f ? 0.0f : value;
 }
 
+CalculationMethod libraryMethod(Method method) {
+    return method == Method::perezSky     ? CalculationMethod_PerezSky
+           : method == Method::perezPoint ? CalculationMethod_PerezPoint
+                                          : CalculationMethod_CumulativeSky;
+}
+
 bool isZero(const Vector3& v) {
     return v.x == 0.0 && v.y == 0.0 && v.z == 0.0;
 }
 
 } // namespace
 
-std::string methodName(CalculationMethod method) {
-    switch (method) {
-    case CalculationMethod_PerezSky:
-        return "perez-sky";
-    case CalculationMethod_PerezPoint:
-        return "perez-point";
-    case CalculationMethod_CumulativeSky:
-        break;
-    }
-    return "cumulative-sky";
-}
+/// What a thread keeps from block to block.
+struct SolarAnalysis::ThreadSlot {
+    explicit ThreadSlot(const ESolarAnalysisController& source) : controller(source) {}
+
+    ESolarAnalysisController controller;
+    BlockOfPoints block;
+};
 
 SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
-    : m_weather(inspectWeatherFile(options.weather)), m_model(std::make_unique<EModel>()) {
+    : m_weather(inspectWeatherFile(options.weather)), m_model(std::make_unique<EModel>()),
+      m_slots(static_cast<std::size_t>(usedThreads(0))) {
     requireCompleteYear(m_weather, options.weather, options.allowGaps);
     // Model north lies at the plan angle pi/2 - north offset, which is clockwise of +Y.
     ESolarPosition::Global.setNorthOffset(ESolarPosition::convertDegreesToRadians(north));
-    controller().setSolarCalculationMethod(options.method);
+    controller().setSolarCalculationMethod(libraryMethod(options.method));
     loadWeather(controller(), options.weather, m_weather);
     const StudyPeriod& period = options.period;
     controller().setTimeSpec(static_cast<float>(period.startHour),
@@ -101,6 +86,8 @@ SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
                                     place(options.weather)));
     }
 }
+
+SolarAnalysis::~SolarAnalysis() = default;
 
 void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
                  const WeatherReport& report) {
@@ -145,77 +132,47 @@ std::string siteText(const Site& site) {
                        site.longitude < 0.0 ? "W" : "E", std::round(site.timeZone * 100.0) / 100.0);
 }
 
-int usedThreads(int threads) {
-    const int processors = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
-    return threads <= 0 ? processors : std::min(threads, processors);
+std::vector<ResultColumn> SolarAnalysis::columns() const {
+    return {{"total", "Wh/m2", "Total radiation", {}},
+            {"average", "W/m2", "Average radiation", {}},
+            {"peak", "W/m2", "Peak radiation", {}},
+            {"sky_view", "%", "Sky view", {}}};
 }
 
-SensorResults calculateSensors(SolarAnalysis& analysis, const SensorWork& work,
-                               Progress& progress) {
-    const SensorField& field = work.field;
-    const std::size_t count = field.size();
-    SensorResults results;
-    for (auto* values : {&results.total, &results.average, &results.peak, &results.skyView}) {
-        values->resize(count);
+void SolarAnalysis::calculate(const SensorWork& work, SensorRange range, int slotIndex,
+                              std::span<ResultColumn> columns) {
+    std::optional<ThreadSlot>& slot = m_slots[static_cast<std::size_t>(slotIndex)];
+    if (!slot) {
+        slot.emplace(controller());
     }
-
-    // A slot of the arena is a slot in every triangle's memory of rays: no more than processors.
-    tbb::task_arena arena(usedThreads(work.threads));
-    std::vector<std::optional<ThreadSlot>> slots(
-        static_cast<std::size_t>(usedThreads(work.threads)));
-
-    const auto calculateBlock = [&](std::size_t first) {
-        const int slotIndex = tbb::this_task_arena::current_thread_index();
-        std::optional<ThreadSlot>& slot = slots[static_cast<std::size_t>(slotIndex)];
-        if (!slot) {
-            slot.emplace(analysis.controller());
+    std::vector<ECalculationPoint>& points = slot->block.points;
+    points.clear();
+    for (std::size_t i = range.first; i < range.end; ++i) {
+        const Vector3& n = work.field.normals[i];
+        const bool onFace = !isZero(n);
+        const XYZf normal = {static_cast<float>(n.x), static_cast<float>(n.y),
+                             static_cast<float>(n.z)};
+        ECalculationPoint& point =
+            points.emplace_back(work.recentring.local(work.field.positions[i]), normal,
+                                static_cast<int>(i - range.first), 0, onFace);
+        work.masks.updateMask(point, i, slotIndex);
+        if (work.saved != nullptr) {
+            work.saved->set(i, *point.getShadingMask());
         }
-        std::vector<ECalculationPoint>& points = slot->block.points;
-        points.clear();
-        const std::size_t end = std::min(first + blockSize, count);
-        for (std::size_t i = first; i < end; ++i) {
-            const Vector3& n = field.normals[i];
-            const bool onFace = !isZero(n);
-            const XYZf normal = {static_cast<float>(n.x), static_cast<float>(n.y),
-                                 static_cast<float>(n.z)};
-            ECalculationPoint& point =
-                points.emplace_back(work.recentring.local(field.positions[i]), normal,
-                                    static_cast<int>(i - first), 0, onFace);
-            work.masks.updateMask(point, i, slotIndex);
-            if (work.saved != nullptr) {
-                work.saved->set(i, *point.getShadingMask());
-            }
-            results.skyView[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
-                                        : visibleSolidAngle(*point.getShadingMask());
-        }
-        slot->controller.calculate(&slot->block);
-        for (std::size_t i = first; i < end; ++i) {
-            const ECalculationPoint& point = points[i - first];
-            results.total[i] = notNegative(point.getValue(ResultAccumulator_Total));
-            results.average[i] = notNegative(point.getValue(ResultAccumulator_Average));
-            results.peak[i] = point.getValue(ResultAccumulator_Peak);
-        }
-        progress.advance(end - first);
-    };
+        columns[3].values[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
+                                      : visibleSolidAngle(*point.getShadingMask());
+    }
+    slot->controller.calculate(&slot->block);
+    for (std::size_t i = range.first; i < range.end; ++i) {
+        const ECalculationPoint& point = points[i - range.first];
+        columns[0].values[i] = notNegative(point.getValue(ResultAccumulator_Total));
+        columns[1].values[i] = notNegative(point.getValue(ResultAccumulator_Average));
+        columns[2].values[i] = point.getValue(ResultAccumulator_Peak);
+    }
+}
 
-    progress.begin(count, "sensors");
-    arena.execute([&] {
-        const std::size_t blocks = (count + blockSize - 1) / blockSize;
-        tbb::parallel_for(
-            tbb::blocked_range<std::size_t>(0, blocks, 1),
-            [&](const tbb::blocked_range<std::size_t>& range) {
-                for (std::size_t block = range.begin(); block < range.end(); ++block) {
-                    if (pendingSignal() != 0) {
-                        return;
-                    }
-                    calculateBlock(block * blockSize);
-                }
-            },
-            tbb::simple_partitioner());
-    });
-    progress.end();
-    throwIfInterrupted();
-    return results;
+void SolarAnalysis::describe(nlohmann::ordered_json& record, std::span<const ResultColumn>) const {
+    record["hours_counted"] = controller().getCumulativeSky().getHourCount();
 }
 
 } // namespace insolate::app

@@ -2,16 +2,12 @@
 /// make results.
 #pragma once
 
-#include "app/input/weather_check.h"
-#include "app/run/mask_source.h"
-#include "app/run/run_options.h"
-#include "app/run/sky_visibility_store.h"
-#include "app/study_data.h"
-#include "app/terminal/progress.h"
+#include "app/run/radiation_method.h"
 
 #include <insolate/insolate.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,48 +22,38 @@ void loadWeather(ESolarAnalysisController& controller, const std::filesystem::pa
 /// "41.98 N, 87.92 W, UTC-6".
 std::string siteText(const Site& site);
 
-/// Weather, site and sky of one period, ready to be asked for results.
+/// Weather, site and sky of one period by one of the library's CalculationMethod, ready to be asked
+/// for results.
 ///
 /// The library's site is shared by the whole process: one analysis at a time.
-class SolarAnalysis {
+class SolarAnalysis final : public RadiationMethod {
 public:
     /// Reads the weather, sets the site and builds the sky.
     /// @param north from the model's +Y clockwise to true north [degrees]
     /// @throws DataError when the weather cannot be used
     SolarAnalysis(const SkyOptions& options, double north);
+    ~SolarAnalysis() override;
 
-    [[nodiscard]] const WeatherReport& weather() const { return m_weather; }
+    [[nodiscard]] const WeatherReport& weather() const override { return m_weather; }
     /// The configured controller; copies of it calculate on other threads.
-    [[nodiscard]] ESolarAnalysisController& controller() {
+    [[nodiscard]] ESolarAnalysisController& controller() const {
         return m_model->getSolarAnalysisController();
     }
+    /// Total, average and peak; and sky view, the share of the unobstructed sky that is seen:
+    /// weighted by the cosine of incidence for sensors with a normal (an open horizontal one has
+    /// 100, an open wall 50), by solid angle for sensors without.
+    [[nodiscard]] std::vector<ResultColumn> columns() const override;
+    void calculate(const SensorWork& work, SensorRange range, int slot,
+                   std::span<ResultColumn> columns) override;
+    void describe(nlohmann::ordered_json& record,
+                  std::span<const ResultColumn> columns) const override;
 
 private:
+    struct ThreadSlot;
+
     WeatherReport m_weather;
     std::unique_ptr<EModel> m_model; ///< on the heap: the controllers point back at it
+    std::vector<std::optional<ThreadSlot>> m_slots;
 };
-
-struct SensorResults {
-    std::vector<float> total;   ///< [Wh/m2]
-    std::vector<float> average; ///< [W/m2]
-    std::vector<float> peak;    ///< [W/m2]
-    /// Share of the unobstructed sky that is seen [%]: weighted by the cosine of incidence for
-    /// sensors with a normal (an open horizontal one has 100, an open wall 50), by solid angle for
-    /// sensors without.
-    std::vector<float> skyView;
-};
-
-struct SensorWork {
-    const SensorField& field;
-    const Recentring& recentring;
-    MaskSource& masks;
-    int threads = 0;                     ///< 0: all processors
-    SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
-};
-
-/// Masks and results of all sensors, in blocks. Equal inputs give equal bytes for every number of
-/// threads.
-/// @throws Interrupted at the next block after a signal
-SensorResults calculateSensors(SolarAnalysis& analysis, const SensorWork& work, Progress& progress);
 
 } // namespace insolate::app

@@ -3,6 +3,7 @@
 #include "app/output/summary.h"
 
 #include <fmt/format.h>
+#include <insolate/version.h>
 
 namespace insolate::app {
 

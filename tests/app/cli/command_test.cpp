@@ -81,7 +81,7 @@ private:
 TEST_F(CommandTest, RunsAStudy) {
     const Outcome run =
         command("run --weather good.epw --scene court.obj --sensors court.obj --select floor "
-                "--period 6/1-6/30 --hours 8-18 --step 0.5 --grid 1 --out a/b");
+                "--period 6/1-6/30 --hours 8-18 --step 0.5 --grid 1 --method perez-sky --out a/b");
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "");
     EXPECT_THAT(run.err, HasSubstr("sensors: 100\n"));
@@ -95,17 +95,59 @@ TEST_F(CommandTest, RunsAStudy) {
     // What was printed may go; the results stay.
     const Outcome again =
         command("run --weather good.epw --scene court.obj --select floor --period 6/1-6/30 "
-                "--hours 8-18 --step 0.5 --grid 1 --out c --quiet --threads 2 --save-masks");
+                "--hours 8-18 --step 0.5 --grid 1 --method perez-sky --out c --quiet --threads 2 "
+                "--save-masks");
     EXPECT_EQ(again.exitCode, 0);
     EXPECT_EQ(again.err, "");
-    const Outcome stored =
-        command("run --weather good.epw --scene court.obj --select floor --period 6/1-6/30 "
-                "--hours 8-18 --step 0.5 --grid 1 --out d --masks c/sensors.masks");
+    const Outcome stored = command(
+        "run --weather good.epw --scene court.obj --select floor --period 6/1-6/30 "
+        "--hours 8-18 --step 0.5 --grid 1 --method perez-sky --out d --masks c/sensors.masks");
     EXPECT_EQ(stored.exitCode, 0) << stored.err;
     for (const char* name : {"sensors.csv", "sensors.vtp", "heatmap.png"}) {
         EXPECT_EQ(readFile(path("a/b") / name), readFile(path("c") / name)) << name;
         EXPECT_EQ(readFile(path("a/b") / name), readFile(path("d") / name)) << name;
     }
+}
+
+TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
+    const Outcome run =
+        command("run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 "
+                "--hours 8:30-18 --albedo 0.3 --sun-tolerance 1 --series 3,12 --out h");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_THAT(run.err, HasSubstr("kWh/m2\n"));
+    EXPECT_THAT(run.err, HasSubstr("series.csv and summary.json"));
+    const auto rows = [&](const std::string& name) {
+        std::vector<std::vector<std::string>> result;
+        std::istringstream lines(readFile(path(name)));
+        for (std::string line; std::getline(lines, line);) {
+            std::istringstream fields(line);
+            result.emplace_back();
+            for (std::string field; std::getline(fields, field, ',');) {
+                result.back().push_back(field);
+            }
+        }
+        return result;
+    };
+    const auto series = rows("h/series.csv");
+    const auto sensors = rows("h/sensors.csv");
+    ASSERT_EQ(series.size(), 1U + 4U * 10U);
+    EXPECT_THAT(series[0],
+                testing::ElementsAre("hour_of_year", "month", "day", "hour", "beam_3 [Wh/m2]",
+                                     "sky_3 [Wh/m2]", "ground_3 [Wh/m2]", "beam_12 [Wh/m2]",
+                                     "sky_12 [Wh/m2]", "ground_12 [Wh/m2]"));
+    EXPECT_EQ(series[1][0] + " " + series[1][1] + "/" + series[1][2] + " " + series[1][3],
+              "8721 12/30 9"); // half of it lies in the period
+    EXPECT_EQ(series[21][0], "9");
+    double sum = 0.0;
+    for (std::size_t row = 1; row < series.size(); ++row) {
+        sum += std::stod(series[row][7]) + std::stod(series[row][8]) + std::stod(series[row][9]);
+    }
+    EXPECT_EQ(sensors[0][6], "total [Wh/m2]");
+    EXPECT_NEAR(sum / std::stod(sensors[13][6]), 1.0, 1e-5);
+    const std::string summary = readFile(path("h/summary.json"));
+    EXPECT_THAT(summary, HasSubstr("\"albedo\": 0.3"));
+    EXPECT_THAT(summary, HasSubstr("\"while_the_sun_is_down\""));
+    EXPECT_THAT(summary, HasSubstr("\"highest_peak\""));
 }
 
 TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
@@ -168,10 +210,17 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--grid 0.0005", 2, "choose a larger --grid"},
              {base + "--north nan", 2, "--north nan"},
              {base + "--threads -1", 2, "--threads -1"},
-             {scene + "none.epw", 1, "none.epw: no such file"},
+             {scene + "none.epw", 1, "none.epw: the file cannot be opened"},
              {scene + "court.obj", 1, "court.obj: not a weather file"},
-             {scene + "text.epw", 1, "text.epw:1: no LOCATION line"},
+             {scene + "text.epw", 1, "text.epw: there is no LOCATION line"},
+             {scene + "text.epw --method perez-sky", 1, "text.epw:1: no LOCATION line"},
              {scene + "noplace.epw", 1, "no LOCATION line"},
+             {base + "--step 0.3", 2, "--step 0.3: hours are walked"},
+             {base + "--albedo 2", 2, "--albedo '2'"},
+             {base + "--albedo epw --method perez-sky", 2, "does not belong to --method perez-sky"},
+             {base + "--sun-tolerance -1", 2, "--sun-tolerance -1"},
+             {base + "--series 0,100000", 2, "--series 100000: there is no such sensor"},
+             {base + "--save-masks", 2, "does not belong to --method hourly"},
              {scene + "short.epw", 1, "744 of the year's 8760 hours are missing"},
              {scene + "gap.epw", 1, "--allow-gaps"},
              {base + "--sensors none.obj", 1, "none.obj: no such file"},
@@ -180,7 +229,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--sensors bad.csv", 1, "bad.csv:3: 2 fields"},
              {base + "--sensors zero.csv", 1, "zero.csv:1: the normal is zero"},
              {base + "--sensors zero.csv --select floor", 2, "--select"},
-             {base + "--masks good.epw", 1, "good.epw: not a mask file"},
+             {base + "--method perez-sky --masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--select tower", 1, "'tower'; choose from 'court', 'floor'"},
              {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
              {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},
@@ -237,8 +286,8 @@ TEST_F(CommandTest, ConvertsWeatherWithoutChangingResults) {
     const Outcome convert = command("weather convert good.epw w/good.wea");
     ASSERT_EQ(convert.exitCode, 0) << convert.err;
     EXPECT_EQ(std::filesystem::file_size(path("w/good.wea")), 141608U);
-    const std::string study =
-        "run --scene court.obj --select floor --period 12/20-1/10 --quiet --weather ";
+    const std::string study = "run --scene court.obj --select floor --period 12/20-1/10 --quiet "
+                              "--method cumulative-sky --weather ";
     EXPECT_EQ(command(study + "good.epw --out a").exitCode, 0);
     EXPECT_EQ(command(study + "w/good.wea --out b").exitCode, 0);
     EXPECT_EQ(readFile(path("a/sensors.csv")), readFile(path("b/sensors.csv")));

@@ -85,7 +85,7 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
              {noonWith(",300,0,", ",300,0,-"), at + "field 15 (direct normal radiation): '-"},
              {noonWith(",300,0,793,", ",300,0,1501,"), "'1501' is not a value from 0 to 1500"},
              {noonWith(",300,0,793,118", ",300,0,793,9999"),
-              at + "radiation is marked as missing in 1 hours"},
+              at + "radiation is missing in 1 hours, the first is 5 March, 11:00"},
              {noonWith("2001,3,5,12", "\xFF"), "not a weather file"},
              {noonWith("2001,3,5,12", "year"), at + "'year"}}) {
         const StudyFolder folder;

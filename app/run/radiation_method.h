@@ -1,0 +1,64 @@
+/// A way to calculate the radiation on sensors, and the walk over the sensors that all ways share.
+#pragma once
+
+#include "app/input/weather_check.h"
+#include "app/output/output_folder.h"
+#include "app/run/mask_source.h"
+#include "app/run/run_options.h"
+#include "app/run/sky_visibility_store.h"
+#include "app/study_data.h"
+#include "app/terminal/progress.h"
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace insolate::app {
+
+struct SensorWork {
+    const SensorField& field;
+    const Recentring& recentring;
+    MaskSource& masks;
+    int threads = 0;                     ///< 0: all processors
+    SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
+};
+
+/// Sensors first to end - 1.
+struct SensorRange {
+    std::size_t first = 0;
+    std::size_t end = 0;
+};
+
+class RadiationMethod {
+public:
+    virtual ~RadiationMethod() = default;
+
+    [[nodiscard]] virtual const WeatherReport& weather() const = 0;
+
+    /// What each sensor gets, the values still empty; the first column is the one to look at.
+    [[nodiscard]] virtual std::vector<ResultColumn> columns() const = 0;
+
+    /// Fills the range's part of the columns. Different ranges may be calculated at the same time,
+    /// each on a slot of its own.
+    virtual void calculate(const SensorWork& work, SensorRange range, int slot,
+                           std::span<ResultColumn> columns) = 0;
+
+    /// Adds what was used and, from columns unless they are empty, what came out to the
+    /// summary.
+    virtual void describe(nlohmann::ordered_json& record,
+                          std::span<const ResultColumn> columns) const = 0;
+};
+
+/// Reads the weather and builds the sky of the period.
+/// @throws DataError when the weather cannot be used
+std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north);
+
+/// Results of all sensors, in blocks. Equal inputs give equal bytes for every number of threads.
+/// @throws Interrupted at the next block after a signal
+std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const SensorWork& work,
+                                           Progress& progress);
+
+} // namespace insolate::app
