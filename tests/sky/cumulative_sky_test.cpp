@@ -1,7 +1,5 @@
 #include "tests/support/synthetic_weather.h"
-#include "tests/support/test_data.h"
 
-#include <insolate/sky/cumulative_sky.h>
 #include <insolate/sky/period_walk.h>
 #include <insolate/solar/solar_position.h>
 
@@ -13,16 +11,10 @@
 namespace {
 
 using insolate::test::constantWeather;
+using insolate::test::denverSky;
 namespace skyGrid = insolate::skyGrid;
 
-constexpr float radiansPerDegree = 0.017453293f;
-
-/// A sky in Denver (39.74 N, 105.18 W, meridian of UTC-7).
-ECumulativeSky denverSky() {
-    ECumulativeSky sky;
-    sky.setLocation(39.74f, -105.18f, -105.0f);
-    return sky;
-}
+constexpr double radiansPerDegree = M_PI / 180.0;
 
 double sumOf(const float (&plane)[skyGrid::cellCount]) {
     return std::accumulate(std::begin(plane), std::end(plane), 0.0);
@@ -44,17 +36,17 @@ TEST(CumulativeSky, CellsOutsideTheGridReadZeroAndRefuseValues) {
 
 TEST(CumulativeSky, SettersWidenTheRangeFromTheFirstValueOn) {
     ECumulativeSky sky;
+    const auto expectRange = [&](float minimum, float maximum) {
+        EXPECT_EQ(sky.minPeak, minimum);
+        EXPECT_EQ(sky.maxPeak, maximum);
+    };
     sky.setPeakValue(3, 2, 7.0f);
-    EXPECT_EQ(sky.minPeak, 7.0f);
-    EXPECT_EQ(sky.maxPeak, 7.0f);
+    expectRange(7.0f, 7.0f);
     sky.clear();
     sky.setPeakValue(3, 2, 5.0f); // clearing does not make the next value the first again
-    EXPECT_EQ(sky.minPeak, 0.0f);
-    EXPECT_EQ(sky.maxPeak, 5.0f);
+    expectRange(0.0f, 5.0f);
     sky.setPeakValue(71, 17, -2.0f);
-    EXPECT_EQ(sky.minPeak, -2.0f);
-    EXPECT_EQ(sky.getPeak(71, 17), -2.0f);
-    EXPECT_EQ(sky.getPeak(3, 2), 5.0f);
+    expectRange(-2.0f, 5.0f);
 }
 
 TEST(CumulativeSky, LookupByAngleFindsTheCellThatHoldsTheDirection) {
@@ -62,13 +54,15 @@ TEST(CumulativeSky, LookupByAngleFindsTheCellThatHoldsTheDirection) {
     sky.setDirectValue(18, 0, 1.0f);  // east, horizon
     sky.setDiffuseValue(0, 17, 2.0f); // north, zenith
     sky.setPeakValue(71, 9, 3.0f);    // just west of north
-    const float east = 0.0f;
-    EXPECT_EQ(sky.getDirectByAngle(east - 0.01f, 0.01f), 1.0f);
-    EXPECT_EQ(sky.getDirectByAngle(east - 0.01f, -0.05f), 1.0f);
-    EXPECT_EQ(sky.getDirectByAngle(east - 0.01f, -0.1f), 0.0f);
-    EXPECT_EQ(sky.getDiffuseByAngle(89.9f * radiansPerDegree, 86.0f * radiansPerDegree), 2.0f);
-    EXPECT_EQ(sky.getDiffuseByAngle(89.9f * radiansPerDegree, 90.1f * radiansPerDegree), 0.0f);
-    EXPECT_EQ(sky.getPeakByAngle(92.0f * radiansPerDegree, 46.0f * radiansPerDegree), 3.0f);
+    const double cases[][5] = {{-0.6, 0.6, 1, 0, 0}, {-0.6, -2.9, 1, 0, 0}, {-0.6, -5.7, 0, 0, 0},
+                               {89.9, 86, 0, 2, 0},  {89.9, 90.1, 0, 0, 0}, {92, 46, 0, 0, 3}};
+    for (const auto& [plan, up, direct, diffuse, peak] : cases) {
+        const auto angle = static_cast<float>(plan * radiansPerDegree);
+        const auto altitude = static_cast<float>(up * radiansPerDegree);
+        EXPECT_EQ(sky.getDirectByAngle(angle, altitude), direct) << plan << ' ' << up;
+        EXPECT_EQ(sky.getDiffuseByAngle(angle, altitude), diffuse) << plan << ' ' << up;
+        EXPECT_EQ(sky.getPeakByAngle(angle, altitude), peak) << plan << ' ' << up;
+    }
 }
 
 TEST(CumulativeSky, AYearOfConstantWeatherBooksEveryHourOfSun) {
@@ -86,10 +80,9 @@ TEST(CumulativeSky, AYearOfConstantWeatherBooksEveryHourOfSun) {
     // at 42.5.
     EXPECT_EQ(sky.getDiffuse(0, 5), sky.getDiffuse(50, 5));
     EXPECT_NEAR(sky.getDiffuse(0, 8) / sky.getDiffuse(0, 17),
-                (1.0 + 2.0 * std::sin(42.5 * M_PI / 180.0)) /
-                    (1.0 + 2.0 * std::sin(87.5 * M_PI / 180.0)),
+                (1.0 + 2.0 * std::sin(42.5 * radiansPerDegree)) /
+                    (1.0 + 2.0 * std::sin(87.5 * radiansPerDegree)),
                 1e-5);
-    EXPECT_EQ(sky.minDirect, 0.0f);
     EXPECT_EQ(sky.minPeak, 0.0f);
     EXPECT_GT(sky.maxPeak, 600.0f - 0.1f);
 
@@ -100,51 +93,38 @@ TEST(CumulativeSky, AYearOfConstantWeatherBooksEveryHourOfSun) {
     EXPECT_NEAR(sumOf(sky.diffuse) / (100.0 * sky.getHourCount()), 1.0, 1e-3);
 }
 
-TEST(CumulativeSky, EastAndWestShareTheDayAroundSolarNoon) {
+TEST(CumulativeSky, TheSunStandsInTheMiddleOfEachStep) {
     EWeatherData weather = constantWeather(500.0f, 0.0f);
-    ECumulativeSky sky = denverSky();
-    sky.setDateRange(172, 172);
-    sky.setTimeRange(9.0f, 15.0f, 0.1f);
+    ECumulativeSky sky = denverSky(172, 172, 9.0f, 15.0f);
     sky.calculate(&weather);
     double east = 0.0;
-    double west = 0.0;
-    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
-        for (int sector = 0; sector < 36; ++sector) {
-            east += sky.getDirect(sector, band);
-            west += sky.getDirect(71 - sector, band);
-        }
+    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+        east += cell % 72 < 36 ? sky.direct[cell] : 0.0f;
     }
-    // The sun is set to the middle of each step that ends at 9.0 h, 9.1 h, ..., 14.9 h; it crosses
-    // the south at 12.04 h, after 31 of the 60 steps.
-    EXPECT_NEAR(east / west, 31.0 / 29.0, 1e-3);
+    // The steps end at 9.0 h, 9.1 h, ..., 14.9 h; the sun crosses the south at 12.04 h, after 31 of
+    // the 60 steps.
+    EXPECT_NEAR(east / sumOf(sky.direct), 31.0 / 60.0, 1e-3);
+
+    // Short ranges are walked by the minute.
+    sky = denverSky(172, 174, 12.0f, 12.5f);
+    EXPECT_FLOAT_EQ(insolate::dayStepsOf(sky).increment, 1.0f / 60.0f);
+    sky.calculate(&weather);
+    EXPECT_NEAR(sky.getHourCount(), 1.5f, 0.06f);
 }
 
 TEST(CumulativeSky, ASingleInstantIsOneHourWithTheSunHalfAnHourBefore) {
     EWeatherData weather;
     weather.setHourlyDirectRad(171, 13, 640.0f); // the record read at 12 h is the one that follows
     weather.setHourlyDiffuseRad(171, 13, 90.0f);
-    ECumulativeSky sky = denverSky();
-    sky.setDateRange(172, 172);
-    sky.setTimeRange(12.0f, 12.0f, 0.1f);
+    ECumulativeSky sky = denverSky(172, 172, 12.0f, 12.0f);
     sky.calculate(&weather);
     EXPECT_EQ(sky.getHourCount(), 1.0f);
-    EXPECT_EQ(sky.getTimeIncrement(), 0.1f);
     EXPECT_EQ(sumOf(sky.direct), 640.0);
     EXPECT_NEAR(sumOf(sky.diffuse), 90.0, 1e-4);
     EXPECT_EQ(sky.getPeakDiffuse(), 90.0f);
     // At 11:30 the midsummer sun of Denver stands at 72.3 degrees and 154 degrees from north.
     EXPECT_EQ(sky.getDirect(30, 14), 640.0f);
     EXPECT_EQ(sky.getPeak(30, 14), 730.0f);
-}
-
-TEST(CumulativeSky, ShortRangesAreWalkedByTheMinute) {
-    ECumulativeSky sky = denverSky();
-    sky.setDateRange(172, 174);
-    sky.setTimeRange(12.0f, 12.5f, 0.1f);
-    EXPECT_FLOAT_EQ(insolate::dayStepsOf(sky).increment, 1.0f / 60.0f);
-    EWeatherData weather = constantWeather(600.0f, 0.0f);
-    sky.calculate(&weather);
-    EXPECT_NEAR(sky.getHourCount(), 1.5f, 0.06f);
 }
 
 TEST(CumulativeSky, APeriodOverTheNewYearReadsTheOldAndTheNewYear) {
@@ -154,9 +134,7 @@ TEST(CumulativeSky, APeriodOverTheNewYearReadsTheOldAndTheNewYear) {
         weather.setHourlyDiffuseRad(0, hour, 1.0f);
         weather.setHourlyDiffuseRad(200, hour, 1000.0f);
     }
-    ECumulativeSky sky = denverSky();
-    sky.setDateRange(364, 2);
-    sky.setTimeRange(10.0f, 14.0f, 0.5f);
+    ECumulativeSky sky = denverSky(364, 2, 10.0f, 14.0f, 0.5f);
     sky.calculate(&weather);
     EXPECT_EQ(sky.getEndDate(), 367);
     EXPECT_NEAR(sumOf(sky.diffuse), 4.0 * 10.0 + 4.0 * 1.0, 1e-3);
@@ -165,8 +143,7 @@ TEST(CumulativeSky, APeriodOverTheNewYearReadsTheOldAndTheNewYear) {
 
 TEST(CumulativeSky, AccumulationAddsPlanesButCountsTheHoursOfTheLastCall) {
     EWeatherData weather = constantWeather(300.0f, 80.0f);
-    ECumulativeSky once = denverSky();
-    once.setDateRange(100, 110);
+    ECumulativeSky once = denverSky(100, 110);
     ECumulativeSky twice = once;
     twice.setAccumulationMultipleDistributions(true);
     once.calculate(&weather);
@@ -176,18 +153,6 @@ TEST(CumulativeSky, AccumulationAddsPlanesButCountsTheHoursOfTheLastCall) {
     EXPECT_NEAR(sumOf(twice.direct), 2.0 * sumOf(once.direct), 0.5);
     EXPECT_NEAR(sumOf(twice.diffuse), 2.0 * sumOf(once.diffuse), 0.5);
     EXPECT_EQ(twice.maxPeak, once.maxPeak);
-
-    // Two halves, accumulated, make the whole.
-    ECumulativeSky halves = denverSky();
-    halves.setAccumulationMultipleDistributions(true);
-    halves.setDateRange(100, 104);
-    halves.calculate(&weather);
-    halves.setDateRange(105, 110);
-    halves.calculate(&weather);
-    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-        EXPECT_NEAR(halves.direct[cell], once.direct[cell], once.direct[cell] * 1e-5f);
-        EXPECT_NEAR(halves.diffuse[cell], once.diffuse[cell], once.diffuse[cell] * 1e-5f);
-    }
 }
 
 TEST(CumulativeSky, WithoutRadiationEveryRangeStillHasAWidth) {
@@ -195,85 +160,47 @@ TEST(CumulativeSky, WithoutRadiationEveryRangeStillHasAWidth) {
     ECumulativeSky sky = denverSky();
     sky.calculate(&weather);
     EXPECT_EQ(sumOf(sky.direct) + sumOf(sky.diffuse) + sumOf(sky.peak), 0.0);
-    for (const auto& [minimum, maximum] : {std::pair{sky.minDirect, sky.maxDirect},
-                                           {sky.minDiffuse, sky.maxDiffuse},
-                                           {sky.minPeak, sky.maxPeak}}) {
-        EXPECT_EQ(minimum, 0.0f);
+    EXPECT_EQ(sky.minDirect + sky.minDiffuse + sky.minPeak, 0.0f);
+    for (const float maximum : {sky.maxDirect, sky.maxDiffuse, sky.maxPeak}) {
         EXPECT_EQ(maximum, 1.0f);
     }
 }
 
-TEST(CumulativeSky, TheHourBeforeMidnightReadsNothing) {
-    EWeatherData weather = constantWeather(100.0f, 50.0f);
-    const insolate::HourlyRadiation last = insolate::hourlyRadiation(weather, 10, 23, 6.0f, 18.0f);
-    EXPECT_EQ(last.direct, 0.0f);
-    EXPECT_EQ(last.diffuse, 0.0f);
-}
-
 TEST(CumulativeSky, RadiationIsInProportionBesideSunriseAndSunset) {
     EWeatherData weather = constantWeather(100.0f, 50.0f);
-    struct Case {
+    const struct {
         int hour;
         float sunrise, sunset, direct;
-    };
-    for (const Case& c : {Case{6, 6.25f, 18.5f, 100.0f}, Case{7, 6.25f, 18.5f, 100.0f / 1.75f},
-                          Case{12, 6.25f, 18.5f, 100.0f}, Case{18, 6.25f, 18.5f, 200.0f},
-                          Case{18, 6.25f, 18.0f, 100.0f}, // a divisor of 0 leaves the values
-                          Case{0, 0.0f, 24.0f, 100.0f}, Case{12, 12.0f, 12.0f, 100.0f}}) {
-        const auto value = insolate::hourlyRadiation(weather, 10, c.hour, c.sunrise, c.sunset);
-        EXPECT_FLOAT_EQ(value.direct, c.direct) << c.hour << " h, sunset " << c.sunset;
-        EXPECT_FLOAT_EQ(value.diffuse, c.direct / 2.0f);
+    } cases[] = {{6, 6.25f, 18.5f, 100.0f},  {7, 6.25f, 18.5f, 100.0f / 1.75f},
+                 {12, 6.25f, 18.5f, 100.0f}, {18, 6.25f, 18.5f, 200.0f},
+                 {18, 6.25f, 18.0f, 100.0f}, // a divisor of 0 leaves the values
+                 {0, 0.0f, 24.0f, 100.0f},   {12, 12.0f, 12.0f, 100.0f},
+                 {23, 6.0f, 18.0f, 0.0f}}; // the hour before midnight reads nothing
+    EXPECT_FLOAT_EQ(insolate::roundToTenth(6.25f), 6.3f);
+    for (const auto& [hour, sunrise, sunset, direct] : cases) {
+        const auto value = insolate::hourlyRadiation(weather, 10, hour, sunrise, sunset);
+        EXPECT_FLOAT_EQ(value.direct, direct) << hour << " h, sunset " << sunset;
+        EXPECT_FLOAT_EQ(value.diffuse, direct / 2.0f);
     }
 }
 
-TEST(CumulativeSky, PolarDayAndNightStayFinite) {
+TEST(CumulativeSky, PolarYearsAreFiniteAndStepsThatDoNotAdvanceEnd) {
     EWeatherData weather = constantWeather(200.0f, 60.0f);
     for (const float latitude : {90.0f, 78.2f, -78.2f, -90.0f}) {
         for (const bool perez : {false, true}) {
             ECumulativeSky sky;
             sky.setLocation(latitude, 15.6f, 15.0f);
-            sky.setTimeRange(0.0f, 24.0f, 0.5f);
-            ASSERT_TRUE(perez ? sky.calculateUsingPerez(&weather) : sky.calculate(&weather));
+            for (const float step : {0.0f, -1.0f, 1.0e-9f, 0.5f}) {
+                sky.setTimeRange(step == 0.5f ? 0.0f : 12.0f, 24.0f, step);
+                ASSERT_TRUE(perez ? sky.calculateUsingPerez(&weather) : sky.calculate(&weather));
+            }
             for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-                ASSERT_TRUE(sky.direct[cell] >= 0.0f && std::isfinite(sky.direct[cell]));
-                ASSERT_TRUE(sky.diffuse[cell] >= 0.0f && std::isfinite(sky.diffuse[cell]));
-                ASSERT_TRUE(sky.peak[cell] >= 0.0f && std::isfinite(sky.peak[cell]));
+                for (const float value : {sky.direct[cell], sky.diffuse[cell], sky.peak[cell]}) {
+                    ASSERT_TRUE(value >= 0.0f && std::isfinite(value));
+                }
             }
         }
     }
-}
-
-TEST(CumulativeSky, AStepThatDoesNotAdvanceEndsTheDay) {
-    EWeatherData weather = constantWeather(200.0f, 60.0f);
-    for (const float increment : {0.0f, -1.0f, 1.0e-9f}) {
-        ECumulativeSky sky = denverSky();
-        sky.setDateRange(10, 12);
-        sky.setTimeRange(12.0f, 14.0f, increment);
-        EXPECT_TRUE(sky.calculate(&weather));
-        EXPECT_TRUE(sky.calculateUsingPerez(&weather));
-    }
-}
-
-TEST(CumulativeSky, ChicagoOverTheYear) {
-    INSOLATE_REQUIRE_TEST_DATA(file, "weather/chicago.epw");
-    EWeatherData weather;
-    auto result = static_cast<ResultLoadWeatherData>(0);
-    ASSERT_TRUE(weather.loadFile_EPW(file.wstring(), 0, result));
-    ECumulativeSky sky;
-    sky.setLocation(41.98f, -87.92f, -90.0f);
-    sky.calculate(&weather);
-    // Sums of the file itself, over the hours with the sun up; reading an hour late and the
-    // corrections beside sunrise and sunset move a few percent.
-    double direct = 0.0;
-    double diffuse = 0.0;
-    for (int day = 0; day < 364; ++day) {
-        for (int hour = 0; hour < 24; ++hour) {
-            direct += weather.getHourlyDirectRad(day, hour);
-            diffuse += weather.getHourlyDiffuseRad(day, hour);
-        }
-    }
-    EXPECT_NEAR(sumOf(sky.direct) / direct, 1.0, 0.08);
-    EXPECT_NEAR(sumOf(sky.diffuse) / diffuse, 1.0, 0.08);
 }
 
 } // namespace

@@ -77,6 +77,7 @@ TEST(Location, IsTakenFromARecordAndFromAnotherPosition) {
     second.setYear(1999);
     EXPECT_EQ(second.getSolarAltitudeInRadians(), first.getSolarAltitudeInRadians());
     EXPECT_EQ(second.getTrigAngleInRadians(), first.getTrigAngleInRadians());
+    EXPECT_EQ(second.getSunriseTime(), first.getSunriseTime());
 
     const struct {
         int day;

@@ -1,6 +1,7 @@
 /// Weather whose radiation is a plain formula, for tests that need to know the answer.
 #pragma once
 
+#include <insolate/sky/cumulative_sky.h>
 #include <insolate/weather/weather_data.h>
 
 #include <algorithm>
@@ -32,6 +33,16 @@ inline EWeatherData sineDayWeather(float directPeak, float diffusePeak) {
         }
     }
     return weather;
+}
+
+/// A sky in Denver (39.74 N, 105.18 W, meridian of UTC-7) over a period.
+inline ECumulativeSky denverSky(int startDay = 1, int endDay = 365, float startHour = 0.0f,
+                                float endHour = 24.0f, float step = 0.1f) {
+    ECumulativeSky sky;
+    sky.setLocation(39.74f, -105.18f, -105.0f);
+    sky.setDateRange(startDay, endDay);
+    sky.setTimeRange(startHour, endHour, step);
+    return sky;
 }
 
 } // namespace insolate::test
