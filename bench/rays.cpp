@@ -35,19 +35,27 @@ std::filesystem::path dataFolder() {
     return folder != nullptr ? folder : "../shared/data";
 }
 
-std::vector<Scene> benchScenes(std::size_t sensors) {
-    std::vector<Scene> all;
-    all.push_back(scenes::lyon(dataFolder(), sensors));
-    for (const std::size_t triangles : {10'000, 100'000, 1'000'000}) {
-        all.push_back(scenes::city(triangles, sensors));
+/// The scenes whose names contain `only`; all of them for an empty one.
+std::vector<Scene> benchScenes(std::size_t sensors, const std::string& only) {
+    const std::vector<std::pair<std::string, std::function<Scene()>>> makers = {
+        {"Lyon", [&] { return scenes::lyon(dataFolder(), sensors); }},
+        {"city of 10000", [&] { return scenes::city(10'000, sensors); }},
+        {"city of 100000", [&] { return scenes::city(100'000, sensors); }},
+        {"city of 1000000", [&] { return scenes::city(1'000'000, sensors); }},
+        {"uneven scene", [&] { return scenes::uneven(70'000, sensors); }},
+        {"scanned object", [&] { return scenes::scannedObject(70'000, sensors); }},
+    };
+    std::vector<Scene> chosen;
+    for (const auto& [name, make] : makers) {
+        if (name.find(only) != std::string::npos) {
+            chosen.push_back(make());
+            if (chosen.back().sensors.empty()) {
+                std::printf("%s is left out: set INSOLATE_TEST_DATA\n", name.c_str());
+                chosen.pop_back();
+            }
+        }
     }
-    all.push_back(scenes::uneven(70'000, sensors));
-    all.push_back(scenes::scannedObject(70'000, sensors));
-    if (all.front().sensors.empty()) {
-        std::puts("Lyon is left out: set INSOLATE_TEST_DATA");
-        all.erase(all.begin());
-    }
-    return all;
+    return chosen;
 }
 
 const std::array<XYZf, skyGrid::cellCount>& centres() {
@@ -55,16 +63,13 @@ const std::array<XYZf, skyGrid::cellCount>& centres() {
     return directions;
 }
 
-void masks(const char* only) {
+void masks(const std::string& only) {
     const SkyDirections directions(centres());
     // Embree takes the instruction set that this library has been told to take.
     const bool narrow = simdLevel() != SimdLevel::avx512;
     const std::string isa = narrow ? "threads=1,isa=avx2" : "threads=1";
     std::printf("%s, microseconds per mask (1,296 rays), one thread\n", simdLevelName(simdLevel()));
-    for (const Scene& scene : benchScenes(sensorsPerRound)) {
-        if (only != nullptr && scene.name.find(only) == std::string::npos) {
-            continue;
-        }
+    for (const Scene& scene : benchScenes(sensorsPerRound, only)) {
         const OcclusionIndex index(scene.coordinates);
         EmbreeMasks embree(scene.coordinates, centres(), isa);
         long visible = 0;
@@ -97,7 +102,7 @@ void masks(const char* only) {
         std::printf("%-16s %8zu triangles, %4.1f %% of the sky visible: %6.1f, Embree's best %6.1f "
                     "= %.2f x\n",
                     scene.name.c_str(), scene.triangleCount(), 100 * share, own, best, best / own);
-        if (only != nullptr) {
+        if (!only.empty()) {
             for (std::size_t m = 1; m < contenders.size(); ++m) {
                 std::printf("    %-34s %7.1f  (%ld cells visible more than here)\n",
                             contenders[m].name.c_str(), contenders[m].median() * perMask,
@@ -109,12 +114,9 @@ void masks(const char* only) {
 }
 
 /// This library alone, for a profiler.
-void own(const char* only) {
+void own(const std::string& only) {
     const SkyDirections directions(centres());
-    for (const Scene& scene : benchScenes(sensorsPerRound)) {
-        if (only != nullptr && scene.name.find(only) == std::string::npos) {
-            continue;
-        }
+    for (const Scene& scene : benchScenes(sensorsPerRound, only)) {
         const OcclusionIndex index(scene.coordinates);
         std::vector<Contender> contenders;
         contenders.push_back({"", [&] {
@@ -179,9 +181,9 @@ void growth() {
     }
 }
 
-void threads() {
+void threads(const std::string& only) {
     const SkyDirections directions(centres());
-    for (const Scene& scene : benchScenes(4000)) {
+    for (const Scene& scene : benchScenes(4000, only)) {
         const OcclusionIndex index(scene.coordinates);
         const auto part = [&](std::size_t first, std::size_t step) {
             for (std::size_t i = first; i < scene.sensors.size(); i += step) {
@@ -202,8 +204,8 @@ void threads() {
 }
 
 /// Whole masks with a normal, over the rays alone.
-void wholeMasks() {
-    for (const Scene& scene : benchScenes(sensorsPerRound)) {
+void wholeMasks(const std::string& only) {
+    for (const Scene& scene : benchScenes(sensorsPerRound, only)) {
         const OcclusionIndex index(scene.coordinates);
         FastRayTransparency rays(index);
         const SkyDirections directions(centres());
@@ -232,7 +234,7 @@ int compare(std::size_t sensors) {
     const SkyDirections directions(centres());
     long rays = 0;
     long differing = 0;
-    for (Scene& scene : benchScenes(sensors)) {
+    for (Scene& scene : benchScenes(sensors, "")) {
         RT::InputPackageUitl::ResetInputPackage();
         RT::InputPackageUitl::AddTriangles(scene.coordinates.data(),
                                            static_cast<int>(scene.coordinates.size()));
@@ -271,21 +273,21 @@ int compare(std::size_t sensors) {
 
 int main(int count, char** arguments) {
     const std::string what = count > 1 ? arguments[1] : "masks";
-    const char* more = count > 2 ? arguments[2] : nullptr;
+    const std::string more = count > 2 ? arguments[2] : "";
     if (what == "masks") {
         masks(more);
     } else if (what == "own") {
         own(more);
     } else if (what == "whole") {
-        wholeMasks();
+        wholeMasks(more);
     } else if (what == "build") {
         build();
     } else if (what == "growth") {
         growth();
     } else if (what == "threads") {
-        threads();
+        threads(more);
     } else if (what == "compare") {
-        return compare(more != nullptr ? std::strtoul(more, nullptr, 10) : 1500);
+        return compare(more.empty() ? 1500 : std::stoul(more));
     } else {
         std::puts(
             "bench_rays masks [scene] | whole | build | growth | threads | compare [sensors]");

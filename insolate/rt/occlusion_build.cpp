@@ -97,9 +97,9 @@ struct Extent {
 /// A rounded-outwards box of a triangle, relative to the centre.
 ///
 /// The single-precision value is off by at most 2^-24 of its magnitude; 2^-22 of it covers that and
-/// the rounding of this arithmetic. A millionth of the triangle's size, far above the rounding of
-/// the exact test's double-precision products, keeps its hits inside; 1e-20 leaves no box flat.
-bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::uint32_t triangle,
+/// the rounding of this arithmetic. A millionth of the triangle's size, and 1e-20 so that no box is
+/// flat, keep every hit of the exact test inside: see occlusion_query.cpp.
+bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::size_t triangle,
               Item& item) {
     std::array<float, 4> low{};
     std::array<float, 4> high{};
@@ -109,7 +109,7 @@ bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::
         const double b = vertices[3 + axis];
         const double c = vertices[6 + axis];
         if (!(std::max({std::fabs(a), std::fabs(b), std::fabs(c)}) <= largestCoordinate) ||
-            std::isnan(a + b + c)) {
+            std::isnan(a + b + c) || triangle >= largestScene) {
             return false;
         }
         low[axis] = static_cast<float>(std::min({a, b, c}) - centre[axis]);
@@ -121,7 +121,7 @@ bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::
         low[axis] -= std::fabs(low[axis]) * 0x1p-22f + margin;
         high[axis] += std::fabs(high[axis]) * 0x1p-22f + margin;
     }
-    low[3] = std::bit_cast<float>(triangle | Item::ordinary);
+    low[3] = std::bit_cast<float>(static_cast<std::uint32_t>(triangle) | Item::ordinary);
     high[3] = 0;
     item.low = std::bit_cast<Float4>(low);
     item.high = std::bit_cast<Float4>(high);
@@ -132,18 +132,15 @@ class Builder {
 public:
     Builder(const TriangleSource& triangleSource, bool inParallel)
         : source(triangleSource), parallel(inParallel),
-          storage(std::make_unique<OcclusionIndex::Storage>()) {}
+          storage(std::make_unique<OcclusionIndex::Storage>()), items(source.count),
+          binary(source.count) {}
 
     std::unique_ptr<const OcclusionIndex::Storage> build() {
-        source.count = std::min(source.count, occlusionChild::largestScene);
-        storage->total = source.count;
         const Extent extent = collectItems();
-        storage->count = items.size();
-        if (items.empty()) {
+        if (items.size() == 0) {
             return std::move(storage);
         }
         const auto count = static_cast<std::uint32_t>(items.size());
-        binary.resize(count);
         const std::uint32_t top = split(0, count, extent, 0);
         if (top == noNode) {
             // One leaf: a root with a single child.
@@ -193,12 +190,10 @@ private:
         for (std::size_t axis = 0; axis < 3; ++axis) {
             storage->centre[axis] = low[axis] <= high[axis] ? (low[axis] + high[axis]) / 2 : 0.0;
         }
-        items.resize(source.count);
         std::vector<std::uint8_t> boxed(source.count);
         forRange(source.count, [&](std::size_t begin, std::size_t end) {
             for (std::size_t i = begin; i < end; ++i) {
-                boxed[i] = makeItem(source.vertices(i), storage->centre,
-                                    static_cast<std::uint32_t>(i), items[i]);
+                boxed[i] = makeItem(source.vertices(i), storage->centre, i, items[i]);
             }
         });
         Extent extent;
@@ -209,24 +204,56 @@ private:
                 items[kept++] = items[i];
             } else {
                 storage->unbounded.resize(storage->unbounded.size() + doublesPerTriangle);
-                packTriangle(
-                    i, storage->unbounded.data() + storage->unbounded.size() - doublesPerTriangle,
-                    1);
+                packTriangle(i, storage->unbounded.data() + storage->unbounded.size() -
+                                    doublesPerTriangle);
             }
         }
-        items.resize(kept);
+        items.shrink(kept);
         return extent;
     }
 
-    /// Writes p0, edge1, edge2 in the order of the leaves. The edges are formed exactly as the
-    /// package forms them.
-    void packTriangle(std::size_t triangle, double* place, std::size_t stride) const {
+    /// Writes p0, edge1, edge2. The edges are formed exactly as the package forms them.
+    void packTriangle(std::size_t triangle, double* place) const {
         const double* p = source.vertices(triangle);
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            place[axis * stride] = p[axis];
-            place[(3 + axis) * stride] = p[3 + axis] - p[axis];
-            place[(6 + axis) * stride] = p[6 + axis] - p[axis];
+            place[axis] = p[axis];
+            place[3 + axis] = p[3 + axis] - p[axis];
+            place[6 + axis] = p[6 + axis] - p[axis];
         }
+    }
+
+    /// Writes the leaf of items [begin, end) from the given unit on; box is the leaf's own.
+    void packLeaf(std::uint32_t begin, std::uint32_t end, const Box& box,
+                  std::uint32_t unit) const {
+        OcclusionLeafUnit* place = storage->leaves.data() + unit;
+        OcclusionLeafHeader header{};
+        header.firstTriangle = begin;
+        for (int axis = 0; axis < 3; ++axis) {
+            header.anchor[static_cast<std::size_t>(axis)] =
+                storage->centre[static_cast<std::size_t>(axis)] +
+                static_cast<double>(box.low[axis] + box.high[axis]) / 2;
+        }
+        const std::size_t count = end - begin;
+        float* runs = place[1].values.data();
+        for (std::size_t i = 0; i < count; ++i) {
+            double* exact = storage->exact.data() + doublesPerTriangle * (begin + i);
+            packTriangle(items[begin + i].triangle(), exact);
+            double reach = 0;
+            double edges[2] = {0, 0};
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                const double local = exact[axis] - header.anchor[axis];
+                reach += std::fabs(local);
+                edges[0] += std::fabs(exact[3 + axis]);
+                edges[1] += std::fabs(exact[6 + axis]);
+                runs[axis * count + i] = static_cast<float>(local);
+                runs[(3 + axis) * count + i] = static_cast<float>(exact[3 + axis]);
+                runs[(6 + axis) * count + i] = static_cast<float>(exact[6 + axis]);
+            }
+            constexpr double upwards = 1 + 0x1p-22;
+            runs[9 * count + i] = static_cast<float>(std::max(edges[0], edges[1]) * upwards);
+            header.reach = std::max(header.reach, static_cast<float>(reach * upwards));
+        }
+        std::memcpy(place, &header, sizeof(header));
     }
 
     /// Cuts items [begin, end) recursively; the node made, or noNode for a leaf.
@@ -383,13 +410,16 @@ private:
         return children;
     }
 
-    void markWide(std::uint32_t index, std::vector<std::uint32_t>& place) const {
+    /// Marks the inner nodes that stay, and notes the size of each leaf.
+    void markWide(std::uint32_t index, std::vector<std::uint32_t>& place) {
         place[index] = 1;
         const Children children = childrenOf(index);
         const bool large = parallel && binary[index].end - binary[index].begin > parallelItems;
         const auto mark = [&](std::size_t i) {
             if (children.node[i] != noNode) {
                 markWide(children.node[i], place);
+            } else {
+                units[children.begin[i]] = leafUnits(children.end[i] - children.begin[i]);
             }
         };
         if (large) {
@@ -405,6 +435,7 @@ private:
     void emit(std::uint32_t top) {
         const std::size_t count = items.size();
         std::vector<std::uint32_t> place(count, 0);
+        units.resize(count, 0);
         markWide(top, place);
         std::uint32_t wide = 0;
         for (std::uint32_t& p : place) {
@@ -412,12 +443,26 @@ private:
             p = marked != 0 ? wide : noNode;
             wide += marked;
         }
-        storage->nodes.resize(wide);
         storage->root = place[top];
-        // One triangle of room behind the last, since a load takes eight lanes of any leaf.
-        const std::size_t doubles = (count + 1) * doublesPerTriangle;
-        storage->triangles = std::make_unique_for_overwrite<double[]>(doubles);
-        std::fill_n(storage->triangles.get() + count * doublesPerTriangle, doublesPerTriangle, 0.0);
+        // Leaves start where their first item does; `units` holds their sizes, then their places.
+        std::uint32_t unit = 0;
+        for (std::uint32_t& u : units) {
+            const std::uint32_t size = u;
+            u = unit;
+            unit += size;
+        }
+        const std::size_t leafCount = std::size_t{unit} + 1; // a load takes eight lanes of any run
+        const std::size_t nodeBytes = wide * sizeof(OcclusionNode);
+        const std::size_t leafBytes = leafCount * sizeof(OcclusionLeafUnit);
+        const std::size_t doubles = count * doublesPerTriangle;
+        storage->block = LargeBlock(nodeBytes + leafBytes + doubles * sizeof(double));
+        std::byte* memory = storage->block.data();
+        storage->nodes = {reinterpret_cast<OcclusionNode*>(memory), wide};
+        memory += nodeBytes;
+        storage->leaves = {reinterpret_cast<OcclusionLeafUnit*>(memory), leafCount};
+        memory += leafBytes;
+        storage->exact = {reinterpret_cast<double*>(memory), doubles};
+        storage->leaves.back() = {};
         forRange(count, [&](std::size_t begin, std::size_t end) {
             for (std::size_t i = begin; i < end; ++i) {
                 if (place[i] != noNode) {
@@ -445,12 +490,9 @@ private:
                     for (std::uint32_t i = first; i < end; ++i) {
                         box.low = smaller(box.low, items[i].low);
                         box.high = larger(box.high, items[i].high);
-                        packTriangle(items[i].triangle(),
-                                     storage->triangles.get() + doublesPerTriangle * first +
-                                         (i - first),
-                                     end - first);
                     }
-                    node.child[lane] = occlusionChild::leaf(first, end - first);
+                    packLeaf(first, end, box, units[first]);
+                    node.child[lane] = occlusionChild::leaf(units[first], end - first);
                 }
             }
             node.minX[lane] = box.low[0];
@@ -465,8 +507,9 @@ private:
     TriangleSource source;
     bool parallel;
     std::unique_ptr<OcclusionIndex::Storage> storage;
-    std::vector<Item> items;
-    std::vector<BinaryNode> binary;
+    LargeArray<Item> items;
+    LargeArray<BinaryNode> binary;
+    std::vector<std::uint32_t> units; ///< by a leaf's first item
 };
 
 } // namespace

@@ -27,46 +27,15 @@ bool isFinite(const Vector3d& v) {
     return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);
 }
 
-bool hitsStored(const Vector3d& origin, const Vector3d& direction, const double* triangle,
-                std::size_t stride) {
-    double vectors[doublesPerTriangle];
-    for (std::size_t i = 0; i < doublesPerTriangle; ++i) {
-        vectors[i] = triangle[i * stride];
-    }
-    return hitsTriangle(origin.data(), direction.data(), vectors, vectors + 3, vectors + 6);
-}
-
-bool hitsUnbounded(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                   const Vector3d& direction) {
-    for (std::size_t i = 0; i < index.unbounded.size(); i += doublesPerTriangle) {
-        if (hitsStored(origin, direction, index.unbounded.data() + i, 1)) {
+bool hitsOneOf(std::span<const double> triangles, const Vector3d& origin,
+               const Vector3d& direction) {
+    for (std::size_t i = 0; i < triangles.size(); i += doublesPerTriangle) {
+        const double* triangle = triangles.data() + i;
+        if (hitsTriangle(origin.data(), direction.data(), triangle, triangle + 3, triangle + 6)) {
             return true;
         }
     }
     return false;
-}
-
-/// Every triangle, without the help of any box: for origins and directions beyond what the
-/// single-precision boxes can judge.
-bool hitsAny(const OcclusionIndex::Storage& index, const Vector3d& origin,
-             const Vector3d& direction) {
-    for (const OcclusionNode& node : index.nodes) {
-        for (std::size_t lane = 0; lane < node.childCount; ++lane) {
-            const std::uint32_t child = node.child[lane];
-            if (!occlusionChild::isLeaf(child)) {
-                continue;
-            }
-            const double* leaf =
-                index.triangles.get() + doublesPerTriangle * occlusionChild::firstTriangle(child);
-            const std::size_t count = occlusionChild::triangleCount(child);
-            for (std::size_t i = 0; i < count; ++i) {
-                if (hitsStored(origin, direction, leaf + i, count)) {
-                    return true;
-                }
-            }
-        }
-    }
-    return hitsUnbounded(index, origin, direction);
 }
 
 /// Whether the boxes can judge rays from this origin; false for NaN.
@@ -101,13 +70,11 @@ OcclusionIndex& OcclusionIndex::operator=(OcclusionIndex&&) noexcept = default;
 OcclusionIndex::~OcclusionIndex() = default;
 
 std::size_t OcclusionIndex::triangleCount() const {
-    return storage->total;
+    return storage->triangleCount();
 }
 
 std::size_t OcclusionIndex::memoryBytes() const {
-    return sizeof(Storage) + storage->nodes.capacity() * sizeof(OcclusionNode) +
-           (storage->count + 1) * doublesPerTriangle * sizeof(double) +
-           storage->unbounded.capacity() * sizeof(double);
+    return sizeof(Storage) + storage->block.size() + storage->unbounded.capacity() * sizeof(double);
 }
 
 bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const {
@@ -115,9 +82,11 @@ bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const
     const Vector3d along = widened(direction);
     const double length = largestMagnitude(along);
     if (!withinReach(from) || !isFinite(along) || length < 1e-15 || length > 1e15) {
-        return hitsAny(*storage, from, along);
+        // Every triangle, without the help of any box.
+        return hitsOneOf(storage->exact, from, along) || hitsOneOf(storage->unbounded, from, along);
     }
-    return occludedInHierarchy(*storage, from, along) || hitsUnbounded(*storage, from, along);
+    return occludedInHierarchy(*storage, from, direction) ||
+           hitsOneOf(storage->unbounded, from, along);
 }
 
 SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& directions,
@@ -139,7 +108,7 @@ SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& d
                 continue;
             }
             const XYZf& direction = directions.direction(azimuth, altitude);
-            if (together ? hitsUnbounded(*storage, from, widened(direction))
+            if (together ? hitsOneOf(storage->unbounded, from, widened(direction))
                          : isOccluded(origin, direction)) {
                 open.erase(azimuth, altitude);
             }

@@ -27,7 +27,8 @@ public:
     OcclusionIndex();
 
     /// coordinates: nine doubles per triangle (x, y, z of p0, p1, p2) [model units]; a remainder of
-    /// fewer than nine is ignored. At most 2^28 triangles; those beyond are ignored.
+    /// fewer than nine is ignored. Triangles beyond 2^26, or with a coordinate beyond 1e9, are
+    /// tested for every ray: correct, but slow.
     explicit OcclusionIndex(std::span<const double> coordinates,
                             const OcclusionIndexOptions& options = {});
 

@@ -41,42 +41,34 @@ struct BoundedOrigin {
     }
 };
 
-/// A ray as the box test wants it: per axis where a node keeps the planes that the ray enters and
-/// leaves by (offsets in floats), the origin's bounds for each, and one over the direction.
-struct BoundedRay {
-    std::size_t nearPlane[3];
-    std::size_t farPlane[3];
-    float nearOrigin[3];
-    float farOrigin[3];
-    float inverse[3];
+/// Rays from one origin that walk the hierarchy together; each is a bit in the masks of a walk.
+struct RaySet {
+    static constexpr std::size_t largest = 32;
 
-    BoundedRay(const BoundedOrigin& origin, const XYZf& inverseDirection)
-        : inverse{inverseDirection.x, inverseDirection.y, inverseDirection.z} {
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const std::size_t backward = std::signbit(inverse[axis]) ? 1 : 0;
-            nearPlane[axis] = (2 * axis + backward) * OcclusionNode::width;
-            farPlane[axis] = (2 * axis + 1 - backward) * OcclusionNode::width;
-            nearOrigin[axis] = origin.bound[1 - backward][axis];
-            farOrigin[axis] = origin.bound[backward][axis];
-        }
+    std::array<XYZf, largest> direction;
+    std::array<XYZf, largest> inverse; ///< inverseDirection() of each, of any positive scale
+    std::size_t count = 0;
+
+    void add(const XYZf& along, const XYZf& inverseAlong) {
+        direction[count] = along;
+        inverse[count] = inverseAlong;
+        ++count;
     }
+    std::uint32_t all() const { return count == 0 ? 0 : ~std::uint32_t{0} >> (largest - count); }
 };
 
-/// Asks for the memory of an entry that a walk will come to.
+/// Asks for the memory of an entry that a walk will come to. Written out, since a compiler may drop
+/// a loop of prefetches as having no effect.
 inline void prefetchEntry(const OcclusionIndex::Storage& index, std::uint32_t entry) {
-    constexpr std::size_t line = 64;
-    const char* first = nullptr;
-    std::size_t bytes = sizeof(OcclusionNode) - 32;
-    if (occlusionChild::isLeaf(entry)) {
-        first = reinterpret_cast<const char*>(
-            index.triangles.get() + doublesPerTriangle * occlusionChild::firstTriangle(entry));
-        bytes = doublesPerTriangle * sizeof(double) * occlusionChild::triangleCount(entry);
-    } else {
-        first = reinterpret_cast<const char*>(index.nodes.data() + entry);
-    }
-    for (std::size_t offset = 0; offset < bytes; offset += line) {
-        __builtin_prefetch(first + offset);
-    }
+    const char* first =
+        occlusionChild::isLeaf(entry)
+            ? reinterpret_cast<const char*>(index.leaves.data() + occlusionChild::firstUnit(entry))
+            : reinterpret_cast<const char*>(index.nodes.data() + entry);
+    __builtin_prefetch(first);
+    __builtin_prefetch(first + 64);
+    __builtin_prefetch(first + 128);
+    __builtin_prefetch(first + 192);
+    __builtin_prefetch(first + 256);
 }
 
 /// The 72 bits of a band.
@@ -129,14 +121,61 @@ inline int openCells(const SkyCellSet& open, const CellRange& range, int limit) 
 }
 
 /// The exact test of one triangle of a leaf.
-inline bool hitsLeafTriangle(const Vector3d& origin, const double* direction,
-                             const double* triangle, std::size_t stride) {
-    double vectors[doublesPerTriangle];
-    for (std::size_t i = 0; i < doublesPerTriangle; ++i) {
-        vectors[i] = triangle[i * stride];
-    }
-    return hitsTriangle(origin.data(), direction, vectors, vectors + 3, vectors + 6);
+inline bool hitsExactly(const OcclusionIndex::Storage& index, const OcclusionLeaf& leaf,
+                        std::size_t triangle, const Vector3d& origin, const double* direction) {
+    const double* exact =
+        index.exact.data() + doublesPerTriangle * (leaf.header->firstTriangle + triangle);
+    return hitsTriangle(origin.data(), direction, exact, exact + 3, exact + 6);
 }
+
+// What the single-precision filters may decide.
+//
+// With s = origin - p0, the exact test forms, for a direction d,
+//     det = d . D,  u det = d . U,  v det = d . V,  t det = T,
+//     D = edge2 x edge1,  U = edge2 x s,  V = s x edge1,  T = edge2 . V,
+// and (1 - u - v) det = d . W with W = D - U - V. A hit has d.U, d.V and d.W of det's sign, and T
+// of the same sign, since t > 0. The filters form the same values in single precision.
+//
+// Let m be the largest magnitude of d's components, e the larger of the two edges' sums of
+// magnitudes, S a bound of the sum of magnitudes of origin - anchor plus that of p0 - anchor, and
+// r = 2^-24. Sums of magnitudes obey n(a x b) <= n(a) n(b) and |d . a| <= m n(a).
+//   - s, rounded from two differences that are themselves rounded once each, is off by at most
+//     3 r S; the edges by r e.
+//   - A cross product of s and an edge: 3 r S e + r S e from its factors and 2 r S e from its own
+//     roundings. Its dot product with d: 3 r m S e more. Together 9 r m S e. For D: 7 r m e^2.
+//   - W, or det - d.U - d.V: the sum of the three and two more roundings: 9 r m e^2 + 22 r m S e.
+//   - T: e times the error of V, the rounding of edge2, and 3 roundings: 10 r S e^2.
+// The exact test's own roundings are 2^-29 times smaller. So beyond
+//     E = 26 r m e (S + e)
+// the signs of the single-precision values are those of the exact test, and beyond
+//     ET = 13 r S e^2
+// so is that of T. E also takes in the limit below which the exact test rejects det: a hit decided
+// with all three values beyond E has det beyond three times the limit.
+//
+// What a box must hold. The exact test may count a ray as a hit that passes the triangle by a
+// rounding error: u, v and t are off by about 2^-50 n(s) n(e) m / |det| of an edge's length. As
+// long as |det| > 2^-29 m n(e1) n(e2), rays not within 2e-9 rad of the plane of a well-shaped
+// triangle, that is a millionth of the distance and of the edge, and boxes and angles here have
+// that much to spare. Below it, u and v of the exact test are noise, and a hit needs an origin
+// within the same 2e-9 of the plane.
+
+inline constexpr float directionFactor = 26 * 0x1p-24f; ///< times m e (S + e)
+inline constexpr float volumeFactor = 13 * 0x1p-24f;    ///< times S e^2
+inline constexpr float smallestError = 1.1e-10f;        ///< above the limit of |det|
+
+/// An origin as a leaf sees it.
+struct LeafOrigin {
+    float x, y, z; ///< relative to the anchor
+    float reach;   ///< the bound S
+
+    LeafOrigin(const OcclusionLeafHeader& header, const Vector3d& origin)
+        : x(static_cast<float>(origin[0] - header.anchor[0])),
+          y(static_cast<float>(origin[1] - header.anchor[1])),
+          z(static_cast<float>(origin[2] - header.anchor[2])),
+          reach(std::max((std::fabs(x) + std::fabs(y) + std::fabs(z) + header.reach) *
+                             (1.0f + 0x1p-20f),
+                         1e-15f)) {}
+};
 
 } // namespace insolate
 
@@ -149,7 +188,6 @@ namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 using Floats = hn::CappedTag<float, 8>;
-using Doubles = hn::CappedTag<double, 8>;
 using Cells = hn::CappedTag<float, 16>;
 
 template <typename Tag, typename Mask>
@@ -161,126 +199,251 @@ HWY_INLINE std::uint32_t bitsOf(Tag tag, Mask mask) {
     return bits;
 }
 
+template <typename V>
+HWY_INLINE V crossTerm(V a, V b, V c, V d) {
+    return hn::MulSub(a, b, hn::Mul(c, d));
+}
+template <typename V>
+HWY_INLINE V dotOf(V ax, V ay, V az, V bx, V by, V bz) {
+    return hn::MulAdd(az, bz, hn::MulAdd(ay, by, hn::Mul(ax, bx)));
+}
+template <typename V>
+HWY_INLINE V sumOfMagnitudes(V x, V y, V z) {
+    return hn::Add(hn::Add(hn::Abs(x), hn::Abs(y)), hn::Abs(z));
+}
+HWY_INLINE std::uint32_t allLanes(std::size_t count) {
+    return (1U << count) - 1;
+}
+
+using FloatLanes = hn::Vec<Floats>;
+
+/// Some boxes of a node relative to an origin, each large enough for the origin's rounding.
+struct RelativeBoxes {
+    FloatLanes x0, x1, y0, y1, z0, z1;
+
+    HWY_INLINE RelativeBoxes() = default;
+    HWY_INLINE RelativeBoxes(const OcclusionNode& node, const BoundedOrigin& origin,
+                             std::size_t lane) {
+        const Floats d;
+        x0 = hn::Sub(hn::Load(d, node.minX.data() + lane), hn::Set(d, origin.bound[1][0]));
+        x1 = hn::Sub(hn::Load(d, node.maxX.data() + lane), hn::Set(d, origin.bound[0][0]));
+        y0 = hn::Sub(hn::Load(d, node.minY.data() + lane), hn::Set(d, origin.bound[1][1]));
+        y1 = hn::Sub(hn::Load(d, node.maxY.data() + lane), hn::Set(d, origin.bound[0][1]));
+        z0 = hn::Sub(hn::Load(d, node.minZ.data() + lane), hn::Set(d, origin.bound[1][2]));
+        z1 = hn::Sub(hn::Load(d, node.maxZ.data() + lane), hn::Set(d, origin.bound[0][2]));
+    }
+};
+
+/// Some triangles of a leaf seen from an origin.
+struct SeenLanes {
+    // Relative to p0, and the edges.
+    FloatLanes sx, sy, sz, e1x, e1y, e1z, e2x, e2y, e2z;
+    FloatLanes edge; ///< the bound e
+
+    // U, V and W, turned so that a hit has positive dot products with all three.
+    FloatLanes ux, uy, uz, vx, vy, vz, wx, wy, wz;
+    FloatLanes error;          ///< E
+    FloatLanes volume;         ///< |T|
+    FloatLanes volumeError;    ///< ET
+    hn::Mask<Floats> possible; ///< may be hit at all
+    hn::Mask<Floats> near;     ///< may be hit nearer than 0.01
+    hn::Mask<Floats> edgeOn;   ///< T's sign is not certain
+
+    /// m: the largest component of any direction.
+    HWY_INLINE SeenLanes(const OcclusionLeaf& leaf, const LeafOrigin& origin, std::size_t lane,
+                         float m) {
+        const Floats d;
+        const float* first = leaf.runs + lane;
+        const std::size_t n = leaf.count;
+        sx = hn::Sub(hn::Set(d, origin.x), hn::LoadU(d, first));
+        sy = hn::Sub(hn::Set(d, origin.y), hn::LoadU(d, first + n));
+        sz = hn::Sub(hn::Set(d, origin.z), hn::LoadU(d, first + 2 * n));
+        e1x = hn::LoadU(d, first + 3 * n);
+        e1y = hn::LoadU(d, first + 4 * n);
+        e1z = hn::LoadU(d, first + 5 * n);
+        e2x = hn::LoadU(d, first + 6 * n);
+        e2y = hn::LoadU(d, first + 7 * n);
+        e2z = hn::LoadU(d, first + 8 * n);
+        edge = hn::LoadU(d, first + 9 * n);
+
+        vx = crossTerm(sy, e1z, sz, e1y);
+        vy = crossTerm(sz, e1x, sx, e1z);
+        vz = crossTerm(sx, e1y, sy, e1x);
+        ux = crossTerm(e2y, sz, e2z, sy);
+        uy = crossTerm(e2z, sx, e2x, sz);
+        uz = crossTerm(e2x, sy, e2y, sx);
+        const FloatLanes dx = crossTerm(e2y, e1z, e2z, e1y);
+        const FloatLanes dy = crossTerm(e2z, e1x, e2x, e1z);
+        const FloatLanes dz = crossTerm(e2x, e1y, e2y, e1x);
+        const FloatLanes t = dotOf(e2x, e2y, e2z, vx, vy, vz);
+        const FloatLanes sign = hn::And(t, hn::SignBit(d));
+        wx = hn::Xor(hn::Sub(hn::Sub(dx, ux), vx), sign);
+        wy = hn::Xor(hn::Sub(hn::Sub(dy, uy), vy), sign);
+        wz = hn::Xor(hn::Sub(hn::Sub(dz, uz), vz), sign);
+        ux = hn::Xor(ux, sign);
+        uy = hn::Xor(uy, sign);
+        uz = hn::Xor(uz, sign);
+        vx = hn::Xor(vx, sign);
+        vy = hn::Xor(vy, sign);
+        vz = hn::Xor(vz, sign);
+
+        const FloatLanes edge2 = hn::Mul(edge, edge);
+        error = hn::MulAdd(hn::Mul(edge, hn::Set(d, directionFactor * m)),
+                           hn::Add(hn::Set(d, origin.reach), edge), hn::Set(d, smallestError));
+        volume = hn::Abs(t);
+        volumeError = hn::Mul(edge2, hn::Set(d, volumeFactor * origin.reach));
+        const FloatLanes largestDet =
+            hn::Mul(hn::Set(d, m * 1.001f),
+                    hn::MulAdd(hn::Set(d, 0x1p-20f), edge2, sumOfMagnitudes(dx, dy, dz)));
+        possible = hn::Gt(largestDet, hn::Set(d, 0.99f * static_cast<float>(parallelLimit)));
+        near = hn::Lt(hn::Sub(volume, volumeError),
+                      hn::Mul(hn::Set(d, 1.02f * static_cast<float>(nearestHit)), largestDet));
+        edgeOn = hn::Le(volume, volumeError);
+    }
+};
+
 // ---------------------------------------------------------------------------------------------
-// One ray
+// A few rays
 
-/// The children of a node whose boxes the ray may meet, one bit each.
-///
-/// Ize (2013), "Robust BVH ray traversal", Journal of Computer Graphics Techniques 2(2): each
-/// distance is off by at most three roundings, so 2^-20 between near and far keeps every box that
-/// the real ray meets.
-HWY_INLINE std::uint32_t childrenMet(const OcclusionNode& node, const BoundedRay& ray) {
-    const Floats d;
-    const float* planes = node.minX.data();
-    std::uint32_t met = 0;
-    for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-        auto nearest = hn::Zero(d);
-        auto farthest = hn::Set(d, 3e38f);
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const auto inverse = hn::Set(d, ray.inverse[axis]);
-            const auto in = hn::Mul(hn::Sub(hn::Load(d, planes + ray.nearPlane[axis] + lane),
-                                            hn::Set(d, ray.nearOrigin[axis])),
-                                    inverse);
-            const auto out = hn::Mul(hn::Sub(hn::Load(d, planes + ray.farPlane[axis] + lane),
-                                             hn::Set(d, ray.farOrigin[axis])),
-                                     inverse);
-            nearest = hn::Max(nearest, in);
-            farthest = hn::Min(farthest, out);
-        }
-        const auto mask = hn::Le(nearest, hn::Mul(farthest, hn::Set(d, 1.0f + 0x1p-20f)));
-        met |= bitsOf(d, mask) << lane;
-    }
-    return met;
-}
+/// The rays of a set that something below an entry blocks.
+class RayWalk {
+public:
+    RayWalk(const OcclusionIndex::Storage& storage, const Vector3d& from,
+            const BoundedOrigin& boundedFrom, const RaySet& raySet, float largest)
+        : index(storage), origin(from), bounded(boundedFrom), rays(raySet),
+          largestComponent(largest) {}
 
-/// Whether the ray hits one of a leaf's triangles: the operations of hitsTriangle(), in its order,
-/// on several triangles at once.
-HWY_INLINE bool hitsLeaf(const Vector3d& origin, const double* direction, const double* leaf,
-                         std::size_t count) {
-    const Doubles d;
-    const auto dx = hn::Set(d, direction[0]);
-    const auto dy = hn::Set(d, direction[1]);
-    const auto dz = hn::Set(d, direction[2]);
-    const auto zero = hn::Zero(d);
-    const auto one = hn::Set(d, 1.0);
-    for (std::size_t lane = 0; lane < count; lane += hn::Lanes(d)) {
-        const double* first = leaf + lane;
-        const auto e1x = hn::LoadU(d, first + 3 * count);
-        const auto e1y = hn::LoadU(d, first + 4 * count);
-        const auto e1z = hn::LoadU(d, first + 5 * count);
-        const auto e2x = hn::LoadU(d, first + 6 * count);
-        const auto e2y = hn::LoadU(d, first + 7 * count);
-        const auto e2z = hn::LoadU(d, first + 8 * count);
-        const auto px = hn::Sub(hn::Mul(dy, e2z), hn::Mul(dz, e2y));
-        const auto py = hn::Sub(hn::Mul(dz, e2x), hn::Mul(dx, e2z));
-        const auto pz = hn::Sub(hn::Mul(dx, e2y), hn::Mul(dy, e2x));
-        const auto det = hn::Add(hn::Add(hn::Mul(e1x, px), hn::Mul(e1y, py)), hn::Mul(e1z, pz));
-        auto miss = hn::Lt(hn::Abs(det), hn::Set(d, parallelLimit));
-        const auto inverse = hn::Div(one, det);
-        const auto sx = hn::Sub(hn::Set(d, origin[0]), hn::LoadU(d, first));
-        const auto sy = hn::Sub(hn::Set(d, origin[1]), hn::LoadU(d, first + count));
-        const auto sz = hn::Sub(hn::Set(d, origin[2]), hn::LoadU(d, first + 2 * count));
-        const auto u =
-            hn::Mul(hn::Add(hn::Add(hn::Mul(sx, px), hn::Mul(sy, py)), hn::Mul(sz, pz)), inverse);
-        miss = hn::Or(miss, hn::Or(hn::Ge(u, one), hn::Le(u, zero)));
-        const auto qx = hn::Sub(hn::Mul(sy, e1z), hn::Mul(sz, e1y));
-        const auto qy = hn::Sub(hn::Mul(sz, e1x), hn::Mul(sx, e1z));
-        const auto qz = hn::Sub(hn::Mul(sx, e1y), hn::Mul(sy, e1x));
-        const auto v =
-            hn::Mul(hn::Add(hn::Add(hn::Mul(dx, qx), hn::Mul(dy, qy)), hn::Mul(dz, qz)), inverse);
-        miss = hn::Or(miss, hn::Or(hn::Le(v, zero), hn::Ge(hn::Add(u, v), one)));
-        const auto t = hn::Mul(
-            hn::Add(hn::Add(hn::Mul(e2x, qx), hn::Mul(e2y, qy)), hn::Mul(e2z, qz)), inverse);
-        const auto hit = hn::AndNot(miss, hn::Ge(t, hn::Set(d, nearestHit)));
-        const std::uint32_t lanes = (1U << std::min<std::size_t>(count - lane, 8)) - 1;
-        if ((bitsOf(d, hit) & lanes) != 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// Whether anything below `top` blocks the ray.
-HWY_NOINLINE bool rayIsBlocked(const OcclusionIndex::Storage& index, std::uint32_t top,
-                               const Vector3d& origin, const double* direction,
-                               const BoundedRay& ray) {
-    std::uint32_t stack[stackSize];
-    std::size_t held = 0;
-    stack[held++] = top;
-    while (held != 0) {
-        const std::uint32_t entry = stack[--held];
-        if (occlusionChild::isLeaf(entry)) {
-            if (hitsLeaf(origin, direction,
-                         index.triangles.get() +
-                             doublesPerTriangle * occlusionChild::firstTriangle(entry),
-                         occlusionChild::triangleCount(entry))) {
-                return true;
+    HWY_NOINLINE std::uint32_t blockedBelow(std::uint32_t top) const {
+        struct Held {
+            std::uint32_t child;
+            std::uint32_t rays;
+        };
+        Held stack[stackSize];
+        std::size_t held = 0;
+        stack[held++] = {top, rays.all()};
+        std::uint32_t open = rays.all();
+        while (held != 0) {
+            const Held entry = stack[--held];
+            const std::uint32_t asked = entry.rays & open;
+            if (asked == 0) {
+                continue;
             }
-            continue;
+            if (occlusionChild::isLeaf(entry.child)) {
+                open &= ~blockedByLeaf(entry.child, asked);
+                continue;
+            }
+            const OcclusionNode& node = index.nodes[entry.child];
+            alignas(32) std::array<std::uint32_t, OcclusionNode::width> met;
+            for (std::uint32_t lanes = childrenMet(node, asked, met); lanes != 0;
+                 lanes &= lanes - 1) {
+                const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
+                prefetchEntry(index, node.child[lane]);
+                stack[held++] = {node.child[lane], met[lane]};
+            }
         }
-        const OcclusionNode& node = index.nodes[entry];
-        std::uint32_t met = childrenMet(node, ray);
-        while (met != 0) {
-            const std::uint32_t child = node.child[static_cast<std::size_t>(std::countr_zero(met))];
-            prefetchEntry(index, child);
-            stack[held++] = child;
-            met &= met - 1;
-        }
+        return rays.all() & ~open;
     }
-    return false;
-}
+
+private:
+    /// For each child the rays that may meet its box; the children that any ray may meet.
+    ///
+    /// Ize (2013), "Robust BVH ray traversal", Journal of Computer Graphics Techniques 2(2): each
+    /// distance is off by at most three roundings, so 2^-20 between near and far keeps every box
+    /// that the real ray meets.
+    HWY_INLINE std::uint32_t
+    childrenMet(const OcclusionNode& node, std::uint32_t asked,
+                std::array<std::uint32_t, OcclusionNode::width>& met) const {
+        const Floats d;
+        const hn::RebindToUnsigned<Floats> du;
+        std::uint32_t children = 0;
+        for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
+            const RelativeBoxes box(node, bounded, lane);
+            auto meeting = hn::Zero(du);
+            for (std::uint32_t left = asked; left != 0; left &= left - 1) {
+                const auto ray = static_cast<std::size_t>(std::countr_zero(left));
+                const auto inverseX = hn::Set(d, rays.inverse[ray].x);
+                const auto inverseY = hn::Set(d, rays.inverse[ray].y);
+                const auto inverseZ = hn::Set(d, rays.inverse[ray].z);
+                const auto ax = hn::Mul(box.x0, inverseX);
+                const auto bx = hn::Mul(box.x1, inverseX);
+                const auto ay = hn::Mul(box.y0, inverseY);
+                const auto by = hn::Mul(box.y1, inverseY);
+                const auto az = hn::Mul(box.z0, inverseZ);
+                const auto bz = hn::Mul(box.z1, inverseZ);
+                const auto in = hn::Max(hn::Max(hn::Min(ax, bx), hn::Min(ay, by)),
+                                        hn::Max(hn::Min(az, bz), hn::Zero(d)));
+                const auto out =
+                    hn::Min(hn::Min(hn::Max(ax, bx), hn::Max(ay, by)), hn::Max(az, bz));
+                const auto meets = hn::Le(in, hn::Mul(out, hn::Set(d, 1.0f + 0x1p-20f)));
+                meeting = hn::Or(meeting, hn::IfThenElseZero(hn::RebindMask(du, meets),
+                                                             hn::Set(du, std::uint32_t{1} << ray)));
+            }
+            hn::Store(meeting, du, met.data() + lane);
+            children |= bitsOf(du, hn::Ne(meeting, hn::Zero(du))) << lane;
+        }
+        return children & allLanes(node.childCount);
+    }
+
+    /// The rays among `asked` that hit one of a leaf's triangles.
+    HWY_INLINE std::uint32_t blockedByLeaf(std::uint32_t child, std::uint32_t asked) const {
+        const OcclusionLeaf leaf(index, child);
+        const LeafOrigin from(*leaf.header, origin);
+        const Floats d;
+        std::uint32_t blocked = 0;
+        for (std::size_t lane = 0; lane < leaf.count; lane += hn::Lanes(d)) {
+            const SeenLanes seen(leaf, from, lane, largestComponent);
+            const std::uint32_t real =
+                allLanes(std::min<std::size_t>(leaf.count - lane, hn::Lanes(d)));
+            const std::uint32_t possible = bitsOf(d, seen.possible) & real;
+            const std::uint32_t certain = possible & ~bitsOf(d, seen.near);
+            const std::uint32_t edgeOn = bitsOf(d, seen.edgeOn) & possible;
+            for (std::uint32_t left = asked & ~blocked; left != 0; left &= left - 1) {
+                const auto ray = static_cast<std::size_t>(std::countr_zero(left));
+                const auto x = hn::Set(d, rays.direction[ray].x);
+                const auto y = hn::Set(d, rays.direction[ray].y);
+                const auto z = hn::Set(d, rays.direction[ray].z);
+                const auto u = dotOf(x, y, z, seen.ux, seen.uy, seen.uz);
+                const auto v = dotOf(x, y, z, seen.vx, seen.vy, seen.vz);
+                const auto w = dotOf(x, y, z, seen.wx, seen.wy, seen.wz);
+                const auto least = hn::Min(hn::Min(u, v), w);
+                bool isBlocked = (bitsOf(d, hn::Gt(least, seen.error)) & certain) != 0;
+                std::uint32_t maybe = bitsOf(d, hn::Ge(least, hn::Neg(seen.error))) & possible;
+                if (edgeOn != 0) {
+                    const auto greatest = hn::Max(hn::Max(u, v), w);
+                    maybe |= bitsOf(d, hn::Le(greatest, seen.error)) & edgeOn;
+                }
+                for (; maybe != 0 && !isBlocked; maybe &= maybe - 1) {
+                    const XYZf& along = rays.direction[ray];
+                    const double direction[3] = {static_cast<double>(along.x),
+                                                 static_cast<double>(along.y),
+                                                 static_cast<double>(along.z)};
+                    isBlocked = hitsExactly(
+                        index, leaf, lane + static_cast<std::size_t>(std::countr_zero(maybe)),
+                        origin, direction);
+                }
+                blocked |= static_cast<std::uint32_t>(isBlocked) << ray;
+            }
+        }
+        return blocked;
+    }
+
+    const OcclusionIndex::Storage& index;
+    const Vector3d& origin;
+    const BoundedOrigin& bounded;
+    const RaySet& rays;
+    float largestComponent;
+};
 
 bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                         const Vector3d& direction) {
-    const BoundedOrigin bounded(origin, index.centre);
+                         const XYZf& direction) {
     // Boxes do not care for the direction's length; near 1 nothing overflows.
-    const double length =
-        std::max({std::fabs(direction[0]), std::fabs(direction[1]), std::fabs(direction[2])});
-    const XYZf scaled = {static_cast<float>(direction[0] / length),
-                         static_cast<float>(direction[1] / length),
-                         static_cast<float>(direction[2] / length)};
-    return rayIsBlocked(index, index.root, origin, direction.data(),
-                        BoundedRay(bounded, inverseDirection(scaled)));
+    const float largest =
+        std::max({std::fabs(direction.x), std::fabs(direction.y), std::fabs(direction.z)});
+    RaySet rays;
+    rays.add(direction, inverseDirection(
+                            {direction.x / largest, direction.y / largest, direction.z / largest}));
+    const BoundedOrigin bounded(origin, index.centre);
+    return RayWalk(index, origin, bounded, rays, largest).blockedBelow(index.root) != 0;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -355,7 +518,7 @@ public:
 
 private:
     /// So few open cells are cheaper to cast one by one.
-    static constexpr int fewCells = 2;
+    static constexpr int fewCells = 32;
 
     /// Added to either end of a range [cells]: six times the error of angleOf(). The boxes
     /// themselves are rounded outwards and hold every hit of the exact test.
@@ -367,14 +530,7 @@ private:
         std::uint32_t reached = 0;
         const Floats d;
         for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-            reached |= reachOfBoxes(
-                hn::Sub(hn::Load(d, node.minX.data() + lane), hn::Set(d, bounded.bound[1][0])),
-                hn::Sub(hn::Load(d, node.maxX.data() + lane), hn::Set(d, bounded.bound[0][0])),
-                hn::Sub(hn::Load(d, node.minY.data() + lane), hn::Set(d, bounded.bound[1][1])),
-                hn::Sub(hn::Load(d, node.maxY.data() + lane), hn::Set(d, bounded.bound[0][1])),
-                hn::Sub(hn::Load(d, node.minZ.data() + lane), hn::Set(d, bounded.bound[1][2])),
-                hn::Sub(hn::Load(d, node.maxZ.data() + lane), hn::Set(d, bounded.bound[0][2])),
-                reach, lane);
+            reached |= reachOfBoxes(RelativeBoxes(node, bounded, lane), reach, lane);
         }
         float distances[OcclusionNode::width];
         std::size_t count = 0;
@@ -415,9 +571,14 @@ private:
 
     /// The cells whose directions may pass through boxes, given relative to the origin; the lanes
     /// that have any.
-    template <typename V>
-    HWY_INLINE std::uint32_t reachOfBoxes(V x0, V x1, V y0, V y1, V z0, V z1, BoxReach& reach,
+    HWY_INLINE std::uint32_t reachOfBoxes(const RelativeBoxes& box, BoxReach& reach,
                                           std::size_t lane) const {
+        const auto x0 = box.x0;
+        const auto x1 = box.x1;
+        const auto y0 = box.y0;
+        const auto y1 = box.y1;
+        const auto z0 = box.z0;
+        const auto z1 = box.z1;
         const Floats d;
         const auto zero = hn::Zero(d);
         const auto right = hn::Gt(x0, zero);
@@ -466,7 +627,7 @@ private:
         const auto reaches = hn::And(hn::Le(from, to), hn::Le(low, high));
         // Places that hold no box give NaN, which has no whole number.
         const hn::RebindToSigned<Floats> di;
-        const auto whole = [&](V value) HWY_ATTR {
+        const auto whole = [&](FloatLanes value) HWY_ATTR {
             return hn::ConvertTo(di, hn::IfThenElseZero(reaches, value));
         };
         hn::Store(whole(from), di, reach.azimuthFirst.data() + lane);
@@ -477,37 +638,40 @@ private:
         return bitsOf(d, reaches) << lane;
     }
 
-    /// Casts the open cells of an entry one by one.
+    /// Casts the open cells of an entry, few as they are.
     void castCells(const HeldEntry& entry) {
-        const BandBits sectors = sectorsOf(entry.range);
+        RaySet rays;
+        std::array<std::uint8_t, RaySet::largest> bands;
+        std::array<std::uint8_t, RaySet::largest> sectors;
+        const auto cast = [&] {
+            const RayWalk walk(index, origin, bounded, rays, directions.largestComponent);
+            for (std::uint32_t blocked = walk.blockedBelow(entry.child); blocked != 0;
+                 blocked &= blocked - 1) {
+                const auto ray = static_cast<std::size_t>(std::countr_zero(blocked));
+                open.erase(sectors[ray], bands[ray]);
+            }
+            rays.count = 0;
+        };
+        const BandBits asked = sectorsOf(entry.range);
         for (std::size_t band = entry.range.altitudeLow; band <= entry.range.altitudeHigh; ++band) {
             for (std::size_t word = 0; word < 2; ++word) {
                 std::uint64_t cells =
-                    open.words[2 * band + word] & (word == 0 ? sectors.low : sectors.high);
+                    open.words[2 * band + word] & (word == 0 ? asked.low : asked.high);
                 for (; cells != 0; cells &= cells - 1) {
-                    const auto bit = static_cast<std::size_t>(std::countr_zero(cells));
-                    const std::size_t azimuth = 64 * word + bit;
-                    const double direction[3] = {static_cast<double>(directions.x[band][azimuth]),
-                                                 static_cast<double>(directions.y[band][azimuth]),
-                                                 static_cast<double>(directions.z[band][azimuth])};
-                    bool blocked = false;
-                    if (occlusionChild::isLeaf(entry.child)) {
-                        blocked = hitsLeaf(origin, direction,
-                                           index.triangles.get() +
-                                               doublesPerTriangle *
-                                                   occlusionChild::firstTriangle(entry.child),
-                                           occlusionChild::triangleCount(entry.child));
-                    } else {
-                        const XYZf& inverse =
-                            directions.inverse[skyGrid::azimuthCount * band + azimuth];
-                        blocked = rayIsBlocked(index, entry.child, origin, direction,
-                                               BoundedRay(bounded, inverse));
-                    }
-                    if (blocked) {
-                        open.words[2 * band + word] &= ~(std::uint64_t{1} << bit);
+                    const std::size_t sector =
+                        64 * word + static_cast<std::size_t>(std::countr_zero(cells));
+                    const std::size_t cell = skyGrid::azimuthCount * band + sector;
+                    bands[rays.count] = static_cast<std::uint8_t>(band);
+                    sectors[rays.count] = static_cast<std::uint8_t>(sector);
+                    rays.add(directions.directions[cell], directions.inverse[cell]);
+                    if (rays.count == RaySet::largest) {
+                        cast();
                     }
                 }
             }
+        }
+        if (rays.count != 0) {
+            cast();
         }
     }
 
@@ -515,156 +679,80 @@ private:
     struct SeenTriangles {
         using Lanes = std::array<float, 8>;
 
-        // Directions d inside the triangle's outline have positive dot products with all three
-        // planes, which are turned so that the dot products' sum has the sign of a hit in front.
+        // U, V and W, turned so that a hit has positive dot products with all three.
         alignas(32) std::array<Lanes, 3> u, v, w;
-        alignas(32) Lanes bound;    ///< dot products are decided beyond this
-        alignas(32) Lanes distance; ///< hit distance times the sum of the dot products
-        alignas(32) Lanes lowX, highX, lowY, highY, lowZ, highZ;
+        alignas(32) Lanes error;  ///< E
+        alignas(32) Lanes volume; ///< |T|
+        alignas(32) Lanes volumeError;
         std::uint32_t possible = 0; ///< may be hit at all
         std::uint32_t near = 0;     ///< may be hit nearer than 0.01
+        std::uint32_t edgeOn = 0;   ///< T's sign is not certain
     };
 
-    HWY_INLINE void closeBehindLeaf(std::uint32_t child) {
-        const std::size_t count = occlusionChild::triangleCount(child);
-        const double* leaf =
-            index.triangles.get() + doublesPerTriangle * occlusionChild::firstTriangle(child);
+    void closeBehindLeaf(std::uint32_t child) {
+        const OcclusionLeaf leaf(index, child);
+        const LeafOrigin from(*leaf.header, origin);
         SeenTriangles seen;
-        const Doubles d;
-        for (std::size_t lane = 0; lane < count; lane += hn::Lanes(d)) {
-            see(leaf, count, lane, seen);
-        }
         BoxReach reach;
         std::uint32_t reached = 0;
-        const Floats df;
-        for (std::size_t lane = 0; lane < count; lane += hn::Lanes(df)) {
-            reached |= reachOfBoxes(
-                hn::Load(df, seen.lowX.data() + lane), hn::Load(df, seen.highX.data() + lane),
-                hn::Load(df, seen.lowY.data() + lane), hn::Load(df, seen.highY.data() + lane),
-                hn::Load(df, seen.lowZ.data() + lane), hn::Load(df, seen.highZ.data() + lane),
-                reach, lane);
+        const Floats d;
+        for (std::size_t lane = 0; lane < leaf.count; lane += hn::Lanes(d)) {
+            reached |= see(leaf, from, lane, seen, reach);
         }
-        for (std::uint32_t lanes = reached & allLanes(count) & seen.possible; lanes != 0;
+        for (std::uint32_t lanes = reached & allLanes(leaf.count) & seen.possible; lanes != 0;
              lanes &= lanes - 1) {
             const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
             if ((seen.near >> lane & 1U) != 0) {
-                closeBehindTriangle<true>(seen, lane, rangeOf(reach, lane), leaf + lane, count);
+                closeBehindTriangle<true>(seen, lane, rangeOf(reach, lane), leaf);
             } else {
-                closeBehindTriangle<false>(seen, lane, rangeOf(reach, lane), leaf + lane, count);
+                closeBehindTriangle<false>(seen, lane, rangeOf(reach, lane), leaf);
             }
         }
     }
 
-    /// Prepares triangles [lane, lane + lanes of a double vector) of a leaf.
-    ///
-    /// With s = origin - p0 the exact test forms, for a direction d,
-    ///     det = d . D,  u det = d . U,  v det = d . V,  t det = T,
-    ///     D = edge2 x edge1,  U = edge2 x s,  V = s x edge1,  T = edge2 . V,
-    /// and with W = D - U - V, (1 - u - v) det = d . W. T is the very number of the exact test, so
-    /// a hit (t > 0) has det of T's sign, and then U, V and W, all turned by it, have positive dot
-    /// products with d.
-    ///
-    /// Bound. Let n(a) be the sum of the magnitudes of a's components and m the largest component
-    /// of any direction. A component of a cross product in double precision is off by at most 2^-52
-    /// n(a) n(b), and the exact test's own dot products, formed in another order, by no more than
-    /// 10 roundings of terms that sum up to m n(a) n(b). 2^-48 m (n(e1) n(e2) + n(s) (n(e1) +
-    /// n(e2))) is more than all these together. The single-precision dot product has at most four
-    /// roundings per term, one of them in the narrowing: 6 * 2^-24 m n(U). Beyond the sum of both
-    /// the sign is the one that the exact test finds; adding its limit of |det| makes a hit decided
-    /// here pass that limit too, since det is the sum of the three.
-    HWY_INLINE void see(const double* leaf, std::size_t count, std::size_t lane,
-                        SeenTriangles& seen) const {
-        const Doubles d;
-        const double* first = leaf + lane;
-        const auto sx = hn::Sub(hn::Set(d, origin[0]), hn::LoadU(d, first));
-        const auto sy = hn::Sub(hn::Set(d, origin[1]), hn::LoadU(d, first + count));
-        const auto sz = hn::Sub(hn::Set(d, origin[2]), hn::LoadU(d, first + 2 * count));
-        const auto e1x = hn::LoadU(d, first + 3 * count);
-        const auto e1y = hn::LoadU(d, first + 4 * count);
-        const auto e1z = hn::LoadU(d, first + 5 * count);
-        const auto e2x = hn::LoadU(d, first + 6 * count);
-        const auto e2y = hn::LoadU(d, first + 7 * count);
-        const auto e2z = hn::LoadU(d, first + 8 * count);
-        const auto vx = hn::Sub(hn::Mul(sy, e1z), hn::Mul(sz, e1y));
-        const auto vy = hn::Sub(hn::Mul(sz, e1x), hn::Mul(sx, e1z));
-        const auto vz = hn::Sub(hn::Mul(sx, e1y), hn::Mul(sy, e1x));
-        const auto t = hn::Add(hn::Add(hn::Mul(e2x, vx), hn::Mul(e2y, vy)), hn::Mul(e2z, vz));
-        const auto ux = hn::Sub(hn::Mul(e2y, sz), hn::Mul(e2z, sy));
-        const auto uy = hn::Sub(hn::Mul(e2z, sx), hn::Mul(e2x, sz));
-        const auto uz = hn::Sub(hn::Mul(e2x, sy), hn::Mul(e2y, sx));
-        const auto dx = hn::Sub(hn::Mul(e2y, e1z), hn::Mul(e2z, e1y));
-        const auto dy = hn::Sub(hn::Mul(e2z, e1x), hn::Mul(e2x, e1z));
-        const auto dz = hn::Sub(hn::Mul(e2x, e1y), hn::Mul(e2y, e1x));
-        const auto wx = hn::Sub(hn::Sub(dx, ux), vx);
-        const auto wy = hn::Sub(hn::Sub(dy, uy), vy);
-        const auto wz = hn::Sub(hn::Sub(dz, uz), vz);
+    /// Prepares triangles from `lane` on, as many as a vector has; those that may block any cell.
+    HWY_INLINE std::uint32_t see(const OcclusionLeaf& leaf, const LeafOrigin& from,
+                                 std::size_t lane, SeenTriangles& seen, BoxReach& reach) const {
+        const Floats d;
+        const SeenLanes lanes(leaf, from, lane, directions.largestComponent);
+        seen.possible |= bitsOf(d, lanes.possible) << lane;
+        seen.near |= bitsOf(d, lanes.near) << lane;
+        seen.edgeOn |= bitsOf(d, lanes.edgeOn) << lane;
+        hn::Store(lanes.ux, d, seen.u[0].data() + lane);
+        hn::Store(lanes.uy, d, seen.u[1].data() + lane);
+        hn::Store(lanes.uz, d, seen.u[2].data() + lane);
+        hn::Store(lanes.vx, d, seen.v[0].data() + lane);
+        hn::Store(lanes.vy, d, seen.v[1].data() + lane);
+        hn::Store(lanes.vz, d, seen.v[2].data() + lane);
+        hn::Store(lanes.wx, d, seen.w[0].data() + lane);
+        hn::Store(lanes.wy, d, seen.w[1].data() + lane);
+        hn::Store(lanes.wz, d, seen.w[2].data() + lane);
+        hn::Store(lanes.error, d, seen.error.data() + lane);
+        hn::Store(lanes.volume, d, seen.volume.data() + lane);
+        hn::Store(lanes.volumeError, d, seen.volumeError.data() + lane);
 
-        const auto n1 = sumOfMagnitudes(d, e1x, e1y, e1z);
-        const auto n2 = sumOfMagnitudes(d, e2x, e2y, e2z);
-        const auto ns = sumOfMagnitudes(d, sx, sy, sz);
-        const auto nd = sumOfMagnitudes(d, dx, dy, dz);
-        const auto planes =
-            hn::Max(hn::Max(sumOfMagnitudes(d, ux, uy, uz), sumOfMagnitudes(d, vx, vy, vz)),
-                    sumOfMagnitudes(d, wx, wy, wz));
-        const double m = static_cast<double>(directions.largestComponent);
-        const auto det = hn::Mul(hn::Set(d, m * 0x1p-48), hn::Mul(n1, n2));
-        const auto exact = hn::MulAdd(hn::Set(d, m * 0x1p-48), hn::Mul(ns, hn::Add(n1, n2)), det);
-        const auto bound =
-            hn::MulAdd(hn::Set(d, m * 6 * 0x1p-24), planes, hn::Add(exact, hn::Set(d, 1.1e-10)));
-        const auto distance = hn::Abs(t);
-        const auto largestDet = hn::MulAdd(hn::Set(d, m * 1.001), nd, det);
-        // A determinant never reaches its limit, or the origin lies in the plane.
-        const auto never =
-            hn::Or(hn::Lt(largestDet, hn::Set(d, parallelLimit)), hn::Eq(t, hn::Zero(d)));
-        const auto near = hn::Lt(distance, hn::Mul(hn::Set(d, 1.01 * nearestHit), largestDet));
-        seen.possible |= bitsOf(d, hn::Not(never)) << lane;
-        seen.near |= bitsOf(d, near) << lane;
-
-        const hn::Rebind<float, Doubles> df;
-        const auto store = [&](const auto& value, SeenTriangles::Lanes& lanes) HWY_ATTR {
-            hn::Store(hn::DemoteTo(df, value), df, lanes.data() + lane);
+        // The box of the vertices relative to the origin: a millionth of the edges to spare, as in
+        // the stored boxes, and the error of s.
+        const auto margin = hn::MulAdd(hn::Set(d, 0x1p-19f), lanes.edge,
+                                       hn::Set(d, 0x1p-22f * from.reach + 1e-20f));
+        RelativeBoxes box;
+        const auto span = [&](auto s, auto e1, auto e2, auto& low, auto& high) HWY_ATTR {
+            const auto a = hn::Neg(s);
+            const auto b = hn::Sub(e1, s);
+            const auto c = hn::Sub(e2, s);
+            low = hn::Sub(hn::Min(a, hn::Min(b, c)), margin);
+            high = hn::Add(hn::Max(a, hn::Max(b, c)), margin);
         };
-        const auto turned = [&](const auto& value)
-                                HWY_ATTR { return hn::Xor(value, hn::And(t, hn::SignBit(d))); };
-        store(turned(ux), seen.u[0]);
-        store(turned(uy), seen.u[1]);
-        store(turned(uz), seen.u[2]);
-        store(turned(vx), seen.v[0]);
-        store(turned(vy), seen.v[1]);
-        store(turned(vz), seen.v[2]);
-        store(turned(wx), seen.w[0]);
-        store(turned(wy), seen.w[1]);
-        store(turned(wz), seen.w[2]);
-        store(hn::Mul(bound, hn::Set(d, 1.0 + 0x1p-20)), seen.bound);
-        store(distance, seen.distance);
-
-        // The vertices relative to the origin; a margin as for the stored boxes.
-        const auto ax = hn::Neg(sx);
-        const auto ay = hn::Neg(sy);
-        const auto az = hn::Neg(sz);
-        const auto margin = hn::MulAdd(hn::Set(d, 0x1p-20), hn::Add(n1, n2), hn::Set(d, 1e-20));
-        const auto storeSpan = [&](const auto& a, const auto& e1, const auto& e2,
-                                   SeenTriangles::Lanes& low, SeenTriangles::Lanes& high) HWY_ATTR {
-            const auto b = hn::Add(a, e1);
-            const auto c = hn::Add(a, e2);
-            store(hn::Sub(hn::Min(a, hn::Min(b, c)), margin), low);
-            store(hn::Add(hn::Max(a, hn::Max(b, c)), margin), high);
-        };
-        storeSpan(ax, e1x, e2x, seen.lowX, seen.highX);
-        storeSpan(ay, e1y, e2y, seen.lowY, seen.highY);
-        storeSpan(az, e1z, e2z, seen.lowZ, seen.highZ);
-    }
-
-    template <typename V>
-    static HWY_INLINE V sumOfMagnitudes(Doubles /*d*/, V x, V y, V z) {
-        return hn::Add(hn::Add(hn::Abs(x), hn::Abs(y)), hn::Abs(z));
+        span(lanes.sx, lanes.e1x, lanes.e2x, box.x0, box.x1);
+        span(lanes.sy, lanes.e1y, lanes.e2y, box.y0, box.y1);
+        span(lanes.sz, lanes.e1z, lanes.e2z, box.z0, box.z1);
+        return reachOfBoxes(box, reach, lane);
     }
 
     /// Closes the open cells of a range whose rays one triangle blocks.
     template <bool near>
     HWY_INLINE void closeBehindTriangle(const SeenTriangles& seen, std::size_t lane,
-                                        const CellRange& range, const double* triangle,
-                                        std::size_t stride) {
+                                        const CellRange& range, const OcclusionLeaf& leaf) {
         const Cells d;
         const std::size_t lanes = hn::Lanes(d);
         const auto ux = hn::Set(d, seen.u[0][lane]);
@@ -676,10 +764,11 @@ private:
         const auto wx = hn::Set(d, seen.w[0][lane]);
         const auto wy = hn::Set(d, seen.w[1][lane]);
         const auto wz = hn::Set(d, seen.w[2][lane]);
-        const auto bound = hn::Set(d, seen.bound[lane]);
+        const auto bound = hn::Set(d, seen.error[lane]);
+        const bool edgeOn = near && (seen.edgeOn >> lane & 1U) != 0;
         for (std::size_t done = 0; done < range.width; done += lanes) {
             const std::size_t left = range.width - done;
-            const std::uint32_t asked = left >= lanes ? allLanes(lanes) : allLanes(left);
+            const std::uint32_t asked = allLanes(std::min(left, lanes));
             std::size_t azimuth = range.azimuth + done;
             azimuth = azimuth >= skyGrid::azimuthCount ? azimuth - skyGrid::azimuthCount : azimuth;
             for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
@@ -690,32 +779,44 @@ private:
                 const auto x = hn::LoadU(d, directions.x[band].data() + azimuth);
                 const auto y = hn::LoadU(d, directions.y[band].data() + azimuth);
                 const auto z = hn::LoadU(d, directions.z[band].data() + azimuth);
-                const auto u = hn::MulAdd(z, uz, hn::MulAdd(y, uy, hn::Mul(x, ux)));
-                const auto v = hn::MulAdd(z, vz, hn::MulAdd(y, vy, hn::Mul(x, vx)));
-                const auto w = hn::MulAdd(z, wz, hn::MulAdd(y, wy, hn::Mul(x, wx)));
+                const auto u = dotOf(x, y, z, ux, uy, uz);
+                const auto v = dotOf(x, y, z, vx, vy, vz);
+                const auto w = dotOf(x, y, z, wx, wy, wz);
                 const auto least = hn::Min(hn::Min(u, v), w);
-                auto maybe = hn::Ge(least, hn::Neg(bound));
-                auto surely = hn::Gt(least, bound);
+                std::uint32_t maybe = 0;
+                std::uint32_t closed = 0;
                 if constexpr (near) {
-                    // The distance against 0.01, with the sum off by three bounds at most.
-                    const auto det = hn::Add(hn::Add(u, v), w);
+                    // The distance against 0.01, with det off by three bounds at most.
+                    const auto det = hn::Abs(hn::Add(hn::Add(u, v), w));
                     const auto slack = hn::Mul(bound, hn::Set(d, 3.01f));
-                    const auto distance = hn::Set(d, seen.distance[lane]);
+                    const auto volume = hn::Set(d, seen.volume[lane]);
+                    const auto error = hn::Set(d, seen.volumeError[lane]);
                     constexpr auto limit = static_cast<float>(nearestHit);
-                    maybe = hn::And(maybe, hn::Ge(distance, hn::Mul(hn::Set(d, 0.999f * limit),
-                                                                    hn::Sub(det, slack))));
-                    surely = hn::And(surely, hn::Gt(distance, hn::Mul(hn::Set(d, 1.001f * limit),
-                                                                      hn::Add(det, slack))));
+                    const auto inside = hn::Ge(least, hn::Neg(bound));
+                    const auto greatest = hn::Max(hn::Max(u, v), w);
+                    maybe = bitsOf(d, inside) | (edgeOn ? bitsOf(d, hn::Le(greatest, bound)) : 0);
+                    maybe &=
+                        bitsOf(d, hn::Ge(hn::Add(volume, error),
+                                         hn::Mul(hn::Set(d, 0.999f * limit), hn::Sub(det, slack))));
+                    if (!edgeOn) {
+                        closed = bitsOf(d, hn::Gt(least, bound)) &
+                                 bitsOf(d, hn::Ge(hn::Sub(volume, error),
+                                                  hn::Mul(hn::Set(d, 1.001f * limit),
+                                                          hn::Add(det, slack))));
+                    }
+                } else {
+                    maybe = bitsOf(d, hn::Ge(least, hn::Neg(bound)));
+                    closed = bitsOf(d, hn::Gt(least, bound));
                 }
-                std::uint32_t closed = bitsOf(d, surely) & still;
-                std::uint32_t undecided = bitsOf(d, maybe) & still & ~closed;
+                closed &= still;
+                std::uint32_t undecided = maybe & still & ~closed;
                 for (; undecided != 0; undecided &= undecided - 1) {
                     const auto cell = static_cast<std::size_t>(std::countr_zero(undecided));
                     const double direction[3] = {
                         static_cast<double>(directions.x[band][azimuth + cell]),
                         static_cast<double>(directions.y[band][azimuth + cell]),
                         static_cast<double>(directions.z[band][azimuth + cell])};
-                    if (hitsLeafTriangle(origin, direction, triangle, stride)) {
+                    if (hitsExactly(index, leaf, lane, origin, direction)) {
                         closed |= 1U << cell;
                     }
                 }
@@ -723,8 +824,6 @@ private:
             }
         }
     }
-
-    static HWY_INLINE std::uint32_t allLanes(std::size_t count) { return (1U << count) - 1; }
 
     /// Open cells of a band from a sector on, the sector's own in bit 0; at least 16 bits.
     HWY_INLINE std::uint32_t window(std::size_t band, std::size_t azimuth) const {
@@ -772,7 +871,7 @@ HWY_EXPORT(OccludedInHierarchy);
 HWY_EXPORT(CloseBlockedCells);
 
 bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                         const Vector3d& direction) {
+                         const XYZf& direction) {
     if (index.nodes.empty()) {
         return false;
     }

@@ -10,7 +10,7 @@ namespace insolate {
 /// Whether a triangle of the hierarchy blocks the ray. Origin within largestCoordinate, direction's
 /// components finite and its length within a factor of 1e15 of 1.
 bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                         const Vector3d& direction);
+                         const XYZf& direction);
 
 /// Takes the cells whose ray a triangle of the hierarchy blocks out of `open`. Origin within
 /// largestCoordinate; the table must be regular and hold a direction for each open cell.

@@ -6,12 +6,13 @@
 /// precision, and by a millionth of each triangle's size.
 #pragma once
 
+#include <insolate/platform/large_block.h>
 #include <insolate/rt/occlusion_index.h>
 
 #include <array>
 #include <cstdint>
 #include <limits>
-#include <memory>
+#include <span>
 #include <vector>
 
 namespace insolate {
@@ -28,21 +29,21 @@ struct alignas(64) OcclusionNode {
 };
 static_assert(sizeof(OcclusionNode) == 256);
 
-/// What a node's child entry says: the index of an inner node, or a leaf's triangles.
+/// What a node's child entry says: the index of an inner node, or where a leaf starts and how many
+/// triangles it has.
 namespace occlusionChild {
 
 inline constexpr std::uint32_t leafBit = 0x80000000U;
 inline constexpr std::uint32_t largestLeaf = 8;
 inline constexpr int largestDepth = 96;
-inline constexpr std::size_t largestScene = std::size_t{1} << 28U;
 
 constexpr bool isLeaf(std::uint32_t child) {
     return (child & leafBit) != 0;
 }
-constexpr std::uint32_t leaf(std::uint32_t first, std::uint32_t count) {
-    return leafBit | ((count - 1) << 28U) | first;
+constexpr std::uint32_t leaf(std::uint32_t firstUnit, std::uint32_t count) {
+    return leafBit | ((count - 1) << 28U) | firstUnit;
 }
-constexpr std::uint32_t firstTriangle(std::uint32_t child) {
+constexpr std::uint32_t firstUnit(std::uint32_t child) {
     return child & 0x0FFFFFFFU;
 }
 constexpr std::uint32_t triangleCount(std::uint32_t child) {
@@ -51,27 +52,70 @@ constexpr std::uint32_t triangleCount(std::uint32_t child) {
 
 } // namespace occlusionChild
 
-/// The doubles of a triangle in the order in which a leaf stores them: x, y, z of p0, then edge1,
-/// then edge2. A leaf of n triangles is 9 runs of n doubles.
+/// Leaves' triangles in single precision, in units of 32 bytes. A leaf's first unit is its header;
+/// behind it stand ten runs of as many floats as it has triangles: x, y, z of p0 relative to the
+/// anchor, of edge1 and of edge2, and a bound of the edges' lengths.
+struct alignas(32) OcclusionLeafUnit {
+    std::array<float, 8> values;
+};
+
+struct alignas(32) OcclusionLeafHeader {
+    std::array<double, 3> anchor;
+    float reach;                 ///< largest sum of the magnitudes of a p0's coordinates
+    std::uint32_t firstTriangle; ///< its place in Storage::exact
+};
+static_assert(sizeof(OcclusionLeafHeader) == sizeof(OcclusionLeafUnit));
+
+inline constexpr std::size_t floatsPerTriangle = 10;
+
+constexpr std::uint32_t leafUnits(std::uint32_t triangles) {
+    return 1 + (static_cast<std::uint32_t>(floatsPerTriangle) * triangles + 7) / 8;
+}
+
+/// More than these do not fit the places that an entry can name, if every leaf held one triangle.
+inline constexpr std::size_t largestScene = std::size_t{1} << 26U;
+static_assert(largestScene * leafUnits(1) < (std::size_t{1} << 28U));
+
+/// The doubles of a triangle: p0, edge1, edge2.
 inline constexpr std::size_t doublesPerTriangle = 9;
 
 /// Coordinates beyond this [model units] overflow the single-precision products of the wide loops.
 inline constexpr double largestCoordinate = 1e9;
 
 struct OcclusionIndex::Storage {
-    std::vector<OcclusionNode> nodes; ///< the root is nodes[root]; empty without triangles
+    /// Holds nodes, leaves and exact, one behind the other.
+    LargeBlock block;
+
+    std::span<OcclusionNode> nodes; ///< the root is nodes[root]; empty without triangles
     std::uint32_t root = 0;
-    std::size_t count = 0; ///< triangles in the hierarchy
-    std::size_t total = 0; ///< triangles given
 
-    /// Leaves' triangles, with room for a full load behind the last one.
-    std::unique_ptr<double[]> triangles;
+    std::span<OcclusionLeafUnit> leaves; ///< with room for a full load behind the last
 
-    /// Triangles with a coordinate beyond largestCoordinate (or not finite), nine doubles each as
-    /// in a leaf of one: tested for every ray.
+    /// Triangles as the exact test takes them, in the order of the leaves.
+    std::span<double> exact;
+
+    /// Triangles with a coordinate beyond largestCoordinate (or not finite), and those beyond
+    /// largestScene, as in exact: tested for every ray.
     std::vector<double> unbounded;
 
     std::array<double, 3> centre{}; ///< of the scene; boxes are relative to it
+
+    std::size_t triangleCount() const {
+        return (exact.size() + unbounded.size()) / doublesPerTriangle;
+    }
+};
+
+/// One leaf.
+struct OcclusionLeaf {
+    const OcclusionLeafHeader* header;
+    const float* runs;
+    std::size_t count;
+
+    OcclusionLeaf(const OcclusionIndex::Storage& index, std::uint32_t child)
+        : header(reinterpret_cast<const OcclusionLeafHeader*>(index.leaves.data() +
+                                                              occlusionChild::firstUnit(child))),
+          runs(reinterpret_cast<const float*>(header + 1)),
+          count(occlusionChild::triangleCount(child)) {}
 };
 
 } // namespace insolate
