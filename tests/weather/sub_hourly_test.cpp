@@ -6,14 +6,8 @@
 
 namespace {
 
-TEST(SubHourly, LineThroughTwoPoints) {
-    const EWeatherData weather;
-    EXPECT_EQ(weather.interpolate(2.0f, 1.0f, 3.0f, 10.0f, 20.0f), 15.0f);
-    EXPECT_EQ(weather.interpolate(5.0f, 1.0f, 3.0f, 10.0f, 20.0f), 30.0f);
-    EXPECT_EQ(weather.interpolate(5.0f, 1.0f, 1.0f, 10.0f, 20.0f), 15.0f);
-}
-
-TEST(SubHourly, TowardTheNextHour) {
+/// Hours 9 to 12 of day 100, and the radiation of some.
+EWeatherData forenoon() {
     EWeatherData weather;
     weather.setHourlyTemp(100, 10, 10.0f);
     weather.setHourlyTemp(100, 11, 20.0f);
@@ -22,16 +16,27 @@ TEST(SubHourly, TowardTheNextHour) {
     weather.setHourlyWindDirection(100, 11, 94);
     weather.setHourlyCloud(100, 10, 8.0f);
     weather.setHourlyRain(100, 11, 6.0f);
+    weather.setHourlyHumidity(100, 10, 130.0f);
+    weather.setHourlyHumidity(100, 11, -20.0f);
+    weather.setHourlyDirectRad(100, 9, 50.0f);
     weather.setHourlyDirectRad(100, 10, 100.0f);
     weather.setHourlyDirectRad(100, 11, 200.0f);
+    weather.setHourlyDiffuseRad(100, 9, 8.0f);
     weather.setHourlyDiffuseRad(100, 10, 60.0f);
     weather.setHourlyDiffuseRad(100, 11, 20.0f);
-    EXPECT_EQ(weather.getSubHourlyTemperature(100, 10.0f), weather.getHourlyTemp(100, 10));
+    return weather;
+}
+
+TEST(SubHourly, TowardTheNextHour) {
+    const EWeatherData weather = forenoon();
+    EXPECT_EQ(weather.getSubHourlyTemperature(100, 10.0f), 10.0f);
     EXPECT_EQ(weather.getSubHourlyTemperature(100, 10.5f), 15.0f);
     EXPECT_EQ(weather.getSubHourlyWindSpeed(100, 10.5f), 2.0f);
     EXPECT_EQ(weather.getSubHourlyWindDirection(100, 10.5f), 92);
     EXPECT_EQ(weather.getSubHourlyCloudiness(100, 10.25f), 6.0f);
     EXPECT_EQ(weather.getSubHourlyRainfall(100, 10.25f), 1.5f);
+    EXPECT_EQ(weather.getSubHourlyHumidity(100, 10.0f), 100.0f); // capped above only
+    EXPECT_EQ(weather.getSubHourlyHumidity(100, 11.0f), -20.0f);
     // Radiation runs half an hour ahead, beyond the next hour's value after the half hour.
     const float expected[][3] = {{10.0f, 100.0f, 60.0f},
                                  {10.25f, 175.0f, 30.0f},
@@ -42,14 +47,8 @@ TEST(SubHourly, TowardTheNextHour) {
         EXPECT_EQ(weather.getSubHourlyDiffuseRadiation(100, time), diffuse);
         EXPECT_EQ(weather.getSubHourlyTotalRadiation(100, time), direct + diffuse);
     }
-}
-
-TEST(SubHourly, HumidityIsCappedAbove) {
-    EWeatherData weather;
-    weather.setHourlyHumidity(0, 0, 130.0f);
-    weather.setHourlyHumidity(0, 1, -20.0f);
-    EXPECT_EQ(weather.getSubHourlyHumidity(0, 0.0f), 100.0f);
-    EXPECT_EQ(weather.getSubHourlyHumidity(0, 1.0f), -20.0f);
+    EXPECT_EQ(weather.interpolate(5.0f, 1.0f, 3.0f, 10.0f, 20.0f), 30.0f);
+    EXPECT_EQ(weather.interpolate(5.0f, 1.0f, 1.0f, 10.0f, 20.0f), 15.0f);
 }
 
 TEST(SubHourly, LastHourLooksAtMidnightOfThisDayAndTheNext) {
@@ -65,14 +64,11 @@ TEST(SubHourly, LastHourLooksAtMidnightOfThisDayAndTheNext) {
 }
 
 TEST(SubHourly, TowardThePreviousHour) {
-    EWeatherData weather;
-    weather.setHourlyDirectRad(100, 9, 50.0f);
-    weather.setHourlyDirectRad(100, 10, 100.0f);
-    weather.setHourlyDiffuseRad(100, 9, 8.0f);
+    EWeatherData weather = forenoon();
     EXPECT_EQ(weather.getPreSubHourlyDirectRadiation(100, 10.0f), 100.0f);
     EXPECT_EQ(weather.getPreSubHourlyDirectRadiation(100, 10.5f), 75.0f);
-    EXPECT_EQ(weather.getPreSubHourlyDiffuseRadiation(100, 10.5f), 4.0f);
-    EXPECT_EQ(weather.getPreSubHourlyTotalRadiation(100, 10.5f), 79.0f);
+    EXPECT_EQ(weather.getPreSubHourlyDiffuseRadiation(100, 10.5f), 34.0f);
+    EXPECT_EQ(weather.getPreSubHourlyTotalRadiation(100, 10.5f), 109.0f);
     // Within the first hour the previous one is hour 23 of the same day; at midnight itself the
     // time counts as 23:00.
     weather.setHourlyTemp(0, 23, 30.0f);

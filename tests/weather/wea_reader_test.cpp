@@ -1,22 +1,16 @@
 #include "../support/keep_global_site.h"
-#include "../support/temporary_file.h"
-
-#include <insolate/weather/weather_data.h>
-
-#include <gtest/gtest.h>
+#include "load.h"
 
 #include <cstring>
-#include <string>
 
 namespace {
 
+using insolate::test::loadWea;
 using insolate::test::TemporaryFile;
 
-const std::string signature("xqt_WEA_ver1.10\0", 16);
-
 std::string imageOf(const EWeaFileFormatData& data) {
-    return signature +
-           std::string(reinterpret_cast<const char*>(&data), sizeof(EWeaFileFormatData));
+    return std::string("xqt_WEA_ver1.10\0", 16) +
+           std::string(reinterpret_cast<const char*>(&data), sizeof(data));
 }
 
 // A record with every byte of the tables set, and a site in degrees.
@@ -40,12 +34,9 @@ EWeatherData sample() {
 TEST(WeaReader, TakesTheRecordAndTurnsThePositionToRadians) {
     const insolate::test::KeepGlobalSite keep;
     EWeatherData written = sample();
-    const TemporaryFile file(imageOf(written.getDataForWrite()), ".wea");
     for (const int update : {0, 1}) {
         EWeatherData weather;
-        auto result = ResultLoadWeatherData{};
-        ASSERT_TRUE(weather.loadFile_WEA(file.wideName(), update, result));
-        EXPECT_EQ(result, ResultLoadWeatherData{});
+        loadWea(weather, imageOf(written.getDataForWrite()), update);
         const EWeaFileFormatData& data = weather.getDataForWrite();
         EXPECT_EQ(
             std::memcmp(&data, &written.getDataForWrite(), offsetof(EWeaFileFormatData, longitude)),
@@ -53,7 +44,6 @@ TEST(WeaReader, TakesTheRecordAndTurnsThePositionToRadians) {
         EXPECT_EQ(data.spare, 0xCAFEF00DU);
         EXPECT_EQ(data.loaded, 1);
         EXPECT_EQ(weather.getLatitudeInRadians(), 0.7853982f);
-        EXPECT_EQ(weather.getLatitudeInDegrees(), 45.0f);
         EXPECT_EQ(weather.getLongitudeInDegrees(), -90.0f);
         EXPECT_FLOAT_EQ(weather.getTimeZone(), -1.8325957f / 15.0f);
         EXPECT_EQ(weather.getAltitude(), 353.0f);
@@ -70,38 +60,33 @@ TEST(WeaReader, RecordsLieWhereTheFormatSays) {
     ASSERT_EQ(image.size(), 141608U);
     image[80 + 24 * 16 + 10] = '\x2C';
     image[80 + 24 * 16 + 11] = '\x01';
-    image[141600] = '\x01';
-    const TemporaryFile file(image, ".wea");
     EWeatherData weather;
-    auto result = ResultLoadWeatherData{};
-    ASSERT_TRUE(weather.loadFile_WEA(file.wideName(), 0, result));
+    loadWea(weather, image, 0);
     EXPECT_EQ(weather.getHourlyDirectRad(1, 0), 300.0f);
-    EXPECT_EQ(weather.getDataForWrite().loaded, 1);
 }
 
 TEST(WeaReader, OtherFilesAreRefusedUntouched) {
-    const std::string image = imageOf(EWeaFileFormatData{});
-    std::string changed[3] = {image, image, image};
-    changed[0][0] = 'X';
-    changed[1][14] = '1';
-    changed[2][15] = '0';
     const EWeatherData before = sample();
+    const auto expectRefusal = [&](auto read, const std::wstring& name,
+                                   ResultLoadWeatherData expected) {
+        EWeatherData weather = before;
+        auto result = ResultLoadWeatherData{};
+        EXPECT_FALSE((weather.*read)(name, 1, result));
+        EXPECT_EQ(result, expected);
+        EXPECT_EQ(std::memcmp(&weather, &before, sizeof(before)), 0);
+    };
+    const std::string image = imageOf(EWeaFileFormatData{});
     for (const std::string& bytes :
-         {changed[0], changed[1], changed[2], std::string(), image.substr(0, 15)}) {
-        const TemporaryFile file(bytes, ".wea");
-        EWeatherData weather = before;
-        auto result = ResultLoadWeatherData{};
-        EXPECT_FALSE(weather.loadFile_WEA(file.wideName(), 1, result));
-        EXPECT_EQ(result, ResultLoadWeatherData_WrongFormat);
-        EXPECT_EQ(std::memcmp(&weather, &before, sizeof(before)), 0);
+         {"X" + image.substr(1), std::string(image).replace(14, 1, "1"),
+          std::string(image).replace(15, 1, "0"), std::string(), image.substr(0, 15)}) {
+        const TemporaryFile file(bytes);
+        expectRefusal(&EWeatherData::loadFile_WEA, file.wideName(),
+                      ResultLoadWeatherData_WrongFormat);
     }
-    for (const std::wstring& name :
-         {std::wstring(L"/no/such/file.wea"), std::filesystem::temp_directory_path().wstring()}) {
-        EWeatherData weather = before;
-        auto result = ResultLoadWeatherData{};
-        EXPECT_FALSE(weather.loadFile_WEA(name, 1, result));
-        EXPECT_EQ(result, ResultLoadWeatherData_CannotOpen);
-        EXPECT_EQ(std::memcmp(&weather, &before, sizeof(before)), 0);
+    for (const std::wstring& name : {std::wstring(L"/no/such/file"), std::wstring(),
+                                     std::filesystem::temp_directory_path().wstring()}) {
+        expectRefusal(&EWeatherData::loadFile_WEA, name, ResultLoadWeatherData_CannotOpen);
+        expectRefusal(&EWeatherData::loadFile_EPW, name, ResultLoadWeatherData_CannotOpen);
     }
 }
 
@@ -109,17 +94,19 @@ TEST(WeaReader, AShortFileKeepsTheRestOfTheStore) {
     EWeaFileFormatData other;
     std::strcpy(other.name, "Cut");
     other.hourly[0][0].temp = 123;
-    const TemporaryFile file(imageOf(other).substr(0, 16 + 64 + 16), ".wea");
+    other.spare = 0x01020304;
     EWeatherData weather = sample();
     const EHourlyData second = *weather.getHourlyDataAsPointer(0, 1);
-    auto result = ResultLoadWeatherData{};
-    ASSERT_TRUE(weather.loadFile_WEA(file.wideName(), 0, result));
+    loadWea(weather, imageOf(other).substr(0, 16 + 64 + 16), 0);
     EXPECT_STREQ(weather.getName(), "Cut");
     EXPECT_EQ(weather.getHourlyDataAsPointer(0, 0)->temp, 123);
     EXPECT_EQ(std::memcmp(weather.getHourlyDataAsPointer(0, 1), &second, sizeof(second)), 0);
     // The conversion does not ask where the position came from.
     EXPECT_EQ(weather.getLatitudeInRadians(), 0.7853982f);
     EXPECT_EQ(weather.getDataForWrite().loaded, 1);
+    // One byte short
+    loadWea(weather, imageOf(other).substr(0, 141607), 0);
+    EXPECT_EQ(weather.getDataForWrite().spare, 0xCA020304U);
 }
 
 TEST(WeaReader, NamesAlwaysEnd) {
@@ -127,10 +114,8 @@ TEST(WeaReader, NamesAlwaysEnd) {
     EWeaFileFormatData endless;
     std::memset(endless.name, 'n', sizeof(endless.name));
     std::memset(endless.state, 's', sizeof(endless.state));
-    const TemporaryFile file(imageOf(endless), ".wea");
     EWeatherData weather;
-    auto result = ResultLoadWeatherData{};
-    ASSERT_TRUE(weather.loadFile_WEA(file.wideName(), 1, result));
+    loadWea(weather, imageOf(endless), 1);
     EXPECT_EQ(std::string(weather.getName()), std::string(31, 'n'));
     EXPECT_EQ(std::string(weather.getState()), std::string(31, 's'));
     EXPECT_EQ(std::string(ESolarPosition::Global.name), std::string(31, 'n'));

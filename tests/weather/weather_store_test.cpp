@@ -4,37 +4,28 @@
 
 #include <climits>
 #include <cmath>
-#include <cstring>
-#include <memory>
 
 namespace {
 
 TEST(WeatherStore, StartsWithoutASite) {
-    const auto weather = std::make_unique<EWeatherData>();
-    EXPECT_STREQ(weather->getName(), "[NoName]");
-    EXPECT_STREQ(weather->getState(), "[NoWhere]");
-    EXPECT_EQ(weather->getLatitudeInRadians(), 0.0f);
-    EXPECT_EQ(weather->getTimeZone(), 0.0f);
-    const EWeaFileFormatData& data = weather->getDataForWrite();
-    EXPECT_EQ(data.loaded, 0);
-    EXPECT_EQ(data.spare, 0U);
-    EXPECT_EQ(data.hourly[364][23].rain, 0);
+    EWeatherData weather;
+    EXPECT_STREQ(weather.getName(), "[NoName]");
+    EXPECT_STREQ(weather.getState(), "[NoWhere]");
+    EXPECT_EQ(weather.getLatitudeInRadians(), 0.0f);
+    EXPECT_EQ(weather.getDataForWrite().loaded, 0);
+    EXPECT_EQ(weather.getDataForWrite().hourly[364][23].rain, 0);
 }
 
-using Setter = bool (EWeatherData::*)(int, int, float);
-using Getter = float (EWeatherData::*)(int, int) const;
-
 TEST(WeatherStore, EachFieldHasItsPlaceAndScale) {
-    struct Case {
-        Setter set;
-        Getter get;
-        std::int16_t EHourlyData::*field;
-        int index;
-        float scale;
-    };
     using Store = EWeatherData;
     using Record = EHourlyData;
-    const Case cases[] = {
+    const struct {
+        bool (Store::*set)(int, int, float);
+        float (Store::*get)(int, int) const;
+        std::int16_t Record::*field;
+        int index;
+        float scale;
+    } cases[] = {
         {&Store::setHourlyTemp, &Store::getHourlyTemp, &Record::temp, 0, 10.0f},
         {&Store::setHourlyHumidity, &Store::getHourlyHumidity, &Record::humidity, 1, 1.0f},
         {&Store::setHourlyWindSpeed, &Store::getHourlyWindSpeed, &Record::windSpeed, 2, 10.0f},
@@ -44,7 +35,7 @@ TEST(WeatherStore, EachFieldHasItsPlaceAndScale) {
         {&Store::setHourlyRain, &Store::getHourlyRain, &Record::rain, 7, 1.0f},
     };
     EWeatherData weather;
-    for (const Case& one : cases) {
+    for (const auto& one : cases) {
         const EHourlyData& record = *weather.getHourlyDataAsPointer(17, 5);
         EXPECT_TRUE((weather.*one.set)(17, 5, -21.37f));
         const int stored = one.scale > 1.0f ? -213 : -21;
@@ -85,25 +76,13 @@ TEST(WeatherStore, HoursAreAddressedDayByDay) {
     EXPECT_EQ(weather.getHourlyDataAsPointer(364, 23) - first, 8759);
 }
 
-TEST(WeatherStore, CopiesEveryByte) {
-    EWeatherData one;
-    std::memset(static_cast<void*>(&one.getDataForWrite()), 0x5A, sizeof(EWeaFileFormatData));
-    EWeatherData other;
-    other = one;
-    EXPECT_EQ(
-        std::memcmp(&other.getDataForWrite(), &one.getDataForWrite(), sizeof(EWeaFileFormatData)),
-        0);
-}
-
 TEST(WeatherStore, DegreesAreTakenFromRadians) {
     EWeatherData weather;
     weather.getDataForWrite().latitude = 0.7853982f;
     weather.getDataForWrite().longitude = -1.5707964f;
-    weather.getDataForWrite().altitude = 201.0f;
     EXPECT_EQ(weather.getLatitudeInDegrees(), 45.0f);
     EXPECT_EQ(weather.getLongitudeInDegrees(), -90.0f);
     EXPECT_EQ(weather.getLongitudeInRadians(), -1.5707964f);
-    EXPECT_EQ(weather.getAltitude(), 201.0f);
 }
 
 } // namespace
