@@ -19,3 +19,11 @@ TOLD __ubsan_default_options();
 TOLD __ubsan_default_options() {
     return "print_stacktrace=1";
 }
+
+TOLD __tsan_default_suppressions();
+TOLD __tsan_default_suppressions() {
+    // The installed oneTBB is not instrumented: how it hands tasks from thread to thread is not
+    // seen, and everything that one task wrote and another reads looks like a race.
+    return "race:tbb::detail\n"
+           "race:libtbb\n";
+}
