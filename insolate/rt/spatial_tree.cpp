@@ -2,7 +2,6 @@
 
 #include <insolate/rt/spatial_tree_util.h>
 
-#include <hwy/cache_control.h>
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/partitioner.h>
 
@@ -270,14 +269,9 @@ void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
     Assignments assignments(triangles.size());
     std::array<std::int32_t, 8> count{};
     std::array<std::int32_t, 8> contained{};
-    const auto triangleAt = [&](std::size_t i) -> const RT::Triangle& {
-        return package.triangles[static_cast<std::size_t>(triangles[i])];
-    };
     for (std::size_t i = 0; i < triangles.size(); ++i) {
-        const RT::Triangle& ahead = triangleAt(std::min(i + 4, triangles.size() - 1));
-        hwy::Prefetch(&ahead.p0);
-        hwy::Prefetch(&ahead.p2[2]);
-        const Assignment assignment = octants.assign(triangleAt(i));
+        const auto index = static_cast<std::size_t>(triangles[i]);
+        const Assignment assignment = octants.assign(package.triangles[index]);
         assignments.set(i, assignment);
         for (OctantSet rest = assignment.octants; rest != 0; rest &= rest - 1U) {
             ++count[static_cast<std::size_t>(std::countr_zero(rest))];
