@@ -289,7 +289,7 @@ void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
         if (count[octant] == 0) {
             continue;
         }
-        NodeInWork& child = children[node.childCount];
+        NodeInWork& child = children.nodes[node.childCount];
         child.node = std::construct_at(packed + node.childCount++);
         child.node->depth = static_cast<std::uint8_t>(node.depth + 1);
         child.node->octant = static_cast<std::uint8_t>(octant);
@@ -320,9 +320,11 @@ void buildNode(NodeInWork& work, const RT::InputPackage& package, TreeMemory& me
     RT::BuildSpatialSubtree::Children children;
     subdivide(work, children, package, memory);
     if (work.node->childCount > 0) {
+        children.finished.store(0, std::memory_order_release);
         tbb::parallel_for(tbb::blocked_range<int>(0, work.node->childCount, 4),
                           RT::BuildSpatialSubtree(&children, &package, &memory),
                           tbb::simple_partitioner());
+        static_cast<void>(children.finished.load(std::memory_order_acquire));
     }
 }
 
@@ -402,9 +404,11 @@ std::vector<std::int32_t> SpatialTree::triangleList() const {
 }
 
 void BuildSpatialSubtree::operator()(const tbb::blocked_range<int>& range) const {
+    static_cast<void>(children->finished.load(std::memory_order_acquire));
     for (int i = range.begin(); i != range.end(); ++i) {
-        insolate::buildNode((*children)[static_cast<std::size_t>(i)], *package, *memory);
+        insolate::buildNode(children->nodes[static_cast<std::size_t>(i)], *package, *memory);
     }
+    children->finished.fetch_add(1, std::memory_order_release);
 }
 
 void SpatialTreeUtil::GenerateSpatialTree() {

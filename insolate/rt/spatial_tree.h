@@ -7,6 +7,7 @@
 #include <oneapi/tbb/blocked_range.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -102,7 +103,12 @@ namespace RT {
 /// Body of the parallel loop over a node's children: builds the subtree of each.
 class BuildSpatialSubtree {
 public:
-    using Children = std::array<insolate::NodeInWork, 8>;
+    struct Children {
+        std::array<insolate::NodeInWork, 8> nodes;
+        /// Counts finished chunks: every task's work is ordered after its parent's and before the
+        /// end of the loop by this alone, also for tools that do not see into the task library.
+        std::atomic<int> finished = 0;
+    };
 
     BuildSpatialSubtree(Children* nodes, const InputPackage* triangles,
                         insolate::TreeMemory* treeMemory)
