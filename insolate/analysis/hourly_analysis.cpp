@@ -114,6 +114,14 @@ private:
     const XYZf* m_normal = nullptr;
 };
 
+/// Zones: sectors of 30 degrees up to 20 and up to 40 degrees, of 60 degrees up to 70, halves
+/// above.
+std::size_t zoneOfCell(std::size_t cell) {
+    const std::size_t row = cell / skyGrid::azimuthCount / 2;
+    const std::size_t sector = cell % skyGrid::azimuthCount;
+    return row < 4 ? row / 2 * 12 + sector / 6 : row < 7 ? 24 + sector / 12 : 30 + sector / 36;
+}
+
 /// A piece of the lower hemisphere, for the ground's rays.
 struct GroundPiece {
     XYZf direction; // unit
@@ -163,7 +171,7 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
 /// light. Hours with a similar sun stand in blocks of 16 that have a common bound. A good hour for
 /// a start is the strongest one of the sun cell that promises most. Only blocks whose bound exceeds
 /// the best hour so far are opened, and of them only hours whose bound does are computed: with the
-/// visibility of their one to three sun cells, then with the brightest patches of 16 zones, then
+/// visibility of their one to three sun cells, then with the brightest patches of 32 zones, then
 /// with one product over the 240 patches.
 struct HourlyAnalysis::Prepared {
     HourlySky sky;
@@ -176,44 +184,14 @@ struct HourlyAnalysis::Prepared {
     std::vector<GroundPiece> ground;
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
 
-    /// Of the sun cells, padded with zeros to a multiple of 8.
+    /// Of the sun cells, the vectors padded with zeros to a multiple of 8.
     std::vector<float> sunEnergyX, sunEnergyY, sunEnergyZ, sunX, sunY, sunZ;
+    std::vector<std::uint16_t> cellOfSun;
+    std::vector<float> sunHours;
     std::vector<std::uint32_t> sunBit; // in a SkyCellSet: word * 64 + bit
     std::vector<float> shareInverse;   // of boundedHour
     hourlyKernels::PeakHours peakHours;
 
-    /// Upper bounds as means over the hour [W/m2], of hours or of blocks of `lanes` hours.
-    struct Bounds {
-        std::vector<float> beamX, beamY, beamZ;
-        std::vector<float> beamRadius; // of the block's vectors around their mean, 0 for an hour
-        std::vector<float> beamSlack;  // most of a beam that the surface's plane cuts
-        std::vector<float> open, openX, openY, openZ;
-        std::vector<float> brightest; // radiance [W/(m2 sr)]
-        std::vector<float> ground;
-
-        hourlyKernels::BoundArrays arrays() const {
-            return {beamX.data(),     beamY.data(),     beamZ.data(), beamRadius.data(),
-                    beamSlack.data(), open.data(),      openX.data(), openY.data(),
-                    openZ.data(),     brightest.data(), ground.data()};
-        }
-
-        void add(const XYZf& beam, float radius, float slack, float constant,
-                 const XYZf& openVector, float brightestPatch, float groundLight) {
-            beamX.push_back(beam.x);
-            beamY.push_back(beam.y);
-            beamZ.push_back(beam.z);
-            beamRadius.push_back(radius);
-            beamSlack.push_back(slack);
-            open.push_back(constant);
-            openX.push_back(openVector.x);
-            openY.push_back(openVector.y);
-            openZ.push_back(openVector.z);
-            brightest.push_back(brightestPatch);
-            ground.push_back(groundLight);
-        }
-    };
-    Bounds hourBounds;
-    Bounds blockBounds;
     std::size_t sunWords = 0;            // of a set of sun cells
     std::vector<std::uint64_t> blockSun; // where the sun stands in the hours of a block, as sets
     std::vector<BeamPart>
@@ -221,7 +199,7 @@ struct HourlyAnalysis::Prepared {
     std::vector<std::size_t> firstBeam{0}; // into boundedBeams, one more than boundedHour
     std::vector<int> boundedHour;          // index into sky.skyHours, -1 where a block is not full
     std::vector<float> blockZoneBrightest; // zoneCount for each block
-    std::vector<float> zoneBrightest;      // zoneCount for each of boundedHour [W/(m2 sr)]
+    std::vector<float> zoneBrightest;      // of the hours, block by block: zones of `lanes` hours
     std::vector<std::size_t> strongest;    // for each sun cell: its strongest hour in boundedHour
     std::vector<float> strongestBeam;      // and that hour's direct radiation [W/m2]
 
@@ -244,6 +222,8 @@ struct HourlyAnalysis::Prepared {
             sunEnergyX.push_back(sun.energy.x);
             sunEnergyY.push_back(sun.energy.y);
             sunEnergyZ.push_back(sun.energy.z);
+            cellOfSun.push_back(static_cast<std::uint16_t>(sun.cell));
+            sunHours.push_back(sun.sunHours);
             sunX.push_back(sun.direction.x);
             sunY.push_back(sun.direction.y);
             sunZ.push_back(sun.direction.z);
@@ -257,9 +237,7 @@ struct HourlyAnalysis::Prepared {
             SkyDirections(std::span<const XYZf, cellCount>(directions.data(), cellCount), held);
         for (std::size_t i = 0; i < cellCount; ++i) {
             patchOfCell[i] = static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(i)));
-            // Eight sectors below and above 40 degrees.
-            zoneOfPatch[patchOfCell[i]] =
-                i % skyGrid::azimuthCount / 9 + (i < 8 * skyGrid::azimuthCount ? 0 : 8);
+            zoneOfPatch[patchOfCell[i]] = zoneOfCell(i);
         }
         std::array<double, patchCount> totals{};
         for (std::size_t i = 0; i < sky.patchRadiance.size(); ++i) {
@@ -324,7 +302,11 @@ struct HourlyAnalysis::Prepared {
             bound.open *= 1.05f; // for the normals in between
             bound.brightest = *std::max_element(patches, patches + patchCount) * perHour;
             bound.ground = hour.groundReflected * perHour;
-            bound.group = mainSunCell(hour);
+            const int sunCell = mainSunCell(hour);
+            bound.group =
+                sunCell < 0
+                    ? -1
+                    : skyPatches::ofCell(sky.sunCells[static_cast<std::size_t>(sunCell)].cell);
         }
         std::stable_sort(list.begin(), list.end(), [](const HourBound& a, const HourBound& b) {
             return a.group != b.group ? a.group < b.group : a.beamLength > b.beamLength;
@@ -350,14 +332,6 @@ struct HourlyAnalysis::Prepared {
         for (const std::span<const HourBound>& block : blocks) {
             addBlock(block);
         }
-        while (blockBounds.open.size() % lanes != 0) {
-            blockBounds.add({0, 0, 0}, 0, 0, 0, {0, 0, 0}, 0, 0);
-            blockSun.resize(blockSun.size() + sunWords, 0);
-            blockZoneBrightest.resize(blockZoneBrightest.size() + zoneCount, 0.0f);
-        }
-        peakHours.blockBounds = blockBounds.arrays();
-        peakHours.hourBounds = hourBounds.arrays();
-        peakHours.blockCount = blockBounds.open.size();
         peakHours.blockZones = blockZoneBrightest.data();
         peakHours.hourZones = zoneBrightest.data();
         peakHours.blockSun = blockSun.data();
@@ -420,21 +394,19 @@ struct HourlyAnalysis::Prepared {
             most.ground = std::max(most.ground, hour.ground);
             addHour(hour);
         }
-        blockBounds.add(beam, beamRadius, slack, most.open + openRadius, openVector, most.brightest,
-                        most.ground);
+        peakHours.blockBounds.add({beam.x, beam.y, beam.z, beamRadius, slack,
+                                   most.open + openRadius, openVector.x, openVector.y, openVector.z,
+                                   most.brightest, most.ground});
         const std::size_t firstBlockZone = blockZoneBrightest.size();
         blockZoneBrightest.resize(firstBlockZone + zoneCount, 0.0f);
-        for (std::size_t i = boundedHour.size() - hours.size(); i < boundedHour.size(); ++i) {
-            for (std::size_t zone = 0; zone < zoneCount; ++zone) {
-                float& brightest = blockZoneBrightest[firstBlockZone + zone];
-                brightest = std::max(brightest, zoneBrightest[i * zoneCount + zone]);
-            }
+        for (std::size_t zone = 0; zone < zoneCount; ++zone) {
+            const float* row = zoneBrightest.data() + (firstBlockZone + zone) * lanes;
+            blockZoneBrightest[firstBlockZone + zone] = *std::max_element(row, row + lanes);
         }
         while (boundedHour.size() % lanes != 0) {
             boundedHour.push_back(-1);
             firstBeam.push_back(boundedBeams.size());
-            zoneBrightest.resize(zoneBrightest.size() + zoneCount, 0.0f);
-            hourBounds.add({0, 0, 0}, 0, 0, 0, {0, 0, 0}, 0, 0);
+            peakHours.hourBounds.add({});
             shareInverse.push_back(1.0f);
         }
     }
@@ -450,18 +422,22 @@ struct HourlyAnalysis::Prepared {
             }
             boundedBeams.push_back({part.sunCell, scaled(part.energy, 1.0f / skyHour.share)});
         }
-        const std::size_t firstZone = zoneBrightest.size();
-        zoneBrightest.resize(firstZone + zoneCount, 0.0f);
+        const std::size_t lane = boundedHour.size() % lanes;
+        if (lane == 0) {
+            zoneBrightest.resize(zoneBrightest.size() + zoneCount * lanes, 0.0f);
+        }
+        float* zones = zoneBrightest.data() + zoneBrightest.size() - zoneCount * lanes + lane;
         const float* patches = patchesOf(static_cast<std::size_t>(hour.hour));
         for (std::size_t p = 0; p < patchCount; ++p) {
-            float& zone = zoneBrightest[firstZone + zoneOfPatch[p]];
+            float& zone = zones[zoneOfPatch[p] * lanes];
             zone = std::max(zone, patches[p] / skyHour.share);
         }
         boundedHour.push_back(hour.hour);
         shareInverse.push_back(1.0f / skyHour.share);
         firstBeam.push_back(boundedBeams.size());
-        hourBounds.add(hour.beam, 0.0f, sunSwing * hour.beamLength, hour.open, hour.openVector,
-                       hour.brightest, hour.ground);
+        peakHours.hourBounds.add(
+            {hour.beam.x, hour.beam.y, hour.beam.z, 0.0f, sunSwing * hour.beamLength, hour.open,
+             hour.openVector.x, hour.openVector.y, hour.openVector.z, hour.brightest, hour.ground});
     }
 };
 
@@ -597,7 +573,6 @@ private:
     void seeSun() {
         const std::vector<SunCell>& sunCells = m.sky.sunCells;
         const std::size_t count = m.sunX.size();
-        std::array<float, cellCount + 8> cosine;
         std::array<std::uint8_t, cellCount / 8 + 1> front;
         SkyCellSet wanted;
         if (m_sides == Sides::One) {
@@ -605,7 +580,7 @@ private:
                                         m.sunEnergyZ.data(), count, m_sunWeight.data(),
                                         front.data());
             hourlyKernels::weighInFront(m_normal, m.sunX.data(), m.sunY.data(), m.sunZ.data(),
-                                        count, cosine.data(), front.data());
+                                        count, m_sunCosine.data(), front.data());
             for (std::size_t j = 0; j < sunCells.size(); ++j) {
                 wanted.words[m.sunBit[j] / 64] |= std::uint64_t{front[j / 8] >> (j % 8) & 1U}
                                                   << (m.sunBit[j] % 64);
@@ -618,8 +593,8 @@ private:
         }
         m_rays.sky(m.sunDirections, wanted, m_sunInCell);
         for (std::size_t j = 0; j < sunCells.size(); ++j) {
-            m_sunVisible[j] = m_sunInCell[static_cast<std::size_t>(sunCells[j].cell)];
-            m_sunHoursOf[j] = sunCells[j].sunHours * m_sunVisible[j];
+            m_sunVisible[j] = m_sunInCell[m.cellOfSun[j]];
+            m_sunHoursOf[j] = m.sunHours[j] * m_sunVisible[j];
         }
         sumBeam();
         if (m.options.sunTolerance > 0.0) {
@@ -858,8 +833,7 @@ private:
         for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
             const float visible = m_sunVisible[j];
             visibleSun[j / 64] |= std::uint64_t{visible > 0.0f ? 1U : 0U} << (j % 64);
-            const float value =
-                dot(m_normal, m.sky.sunCells[j].direction) * m.strongestBeam[j] * visible;
+            const float value = m_sunCosine[j] * m.strongestBeam[j] * visible;
             if (value > promise) {
                 promise = value;
                 start = static_cast<int>(m.strongest[j]);
@@ -908,6 +882,7 @@ private:
     std::array<float, zoneCount> m_zoneWeight{};
     // Of the sun cells: energy on the surface [Wh/m2], its visible part, hours of direct sun.
     std::array<float, cellCount + 8> m_sunWeight;
+    std::array<float, cellCount + 8> m_sunCosine; // of the sun itself, one-sided
     std::array<float, cellCount + 8> m_sunVisible;
     std::array<float, cellCount + 8> m_sunHoursOf;
     float m_view = 0.0f;

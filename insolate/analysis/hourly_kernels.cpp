@@ -119,9 +119,10 @@ struct Lanes {
     alignas(64) std::array<float, lanes> all;
 };
 
-/// Bounds of `lanes` hours or blocks; gives the lanes above the best as bits.
-unsigned boundsAt(const BoundArrays& bounds, std::size_t first, const PeakSensor& sensor,
-                  float best, Lanes& result) {
+/// Bounds of `lanes` hours or blocks; gives the lanes above the best as bits. zones, where given,
+/// are the brightest radiances of zoneCount zones for each lane, zone by zone.
+unsigned boundsAt(const Bounds& bounds, std::size_t first, const float* zones,
+                  const PeakSensor& sensor, float best, Lanes& result) {
     const F d;
     const std::size_t n = hn::Lanes(d);
     const V nx = hn::Set(d, sensor.normal.x);
@@ -130,22 +131,31 @@ unsigned boundsAt(const BoundArrays& bounds, std::size_t first, const PeakSensor
     const V zero = hn::Zero(d);
     unsigned above = 0;
     for (std::size_t part = 0; part < lanes; part += n) {
-        const std::size_t i = first + part;
-        const auto product = [&](const float* x, const float* y, const float* z) HWY_ATTR {
-            return hn::Add(
-                hn::Add(hn::Mul(nx, hn::LoadU(d, x + i)), hn::Mul(ny, hn::LoadU(d, y + i))),
-                hn::Mul(nz, hn::LoadU(d, z + i)));
+        const auto field = [&](Bounds::Field which) HWY_ATTR {
+            return hn::LoadU(d, bounds.lanesOf(first, which) + part);
         };
-        const V beam = hn::Add(product(bounds.beamX, bounds.beamY, bounds.beamZ),
-                               hn::LoadU(d, bounds.beamRadius + i));
-        const V slack = hn::LoadU(d, bounds.beamSlack + i);
+        const auto product = [&](Bounds::Field x, Bounds::Field y, Bounds::Field z) HWY_ATTR {
+            return hn::Add(hn::Add(hn::Mul(nx, field(x)), hn::Mul(ny, field(y))),
+                           hn::Mul(nz, field(z)));
+        };
+        const V beam = hn::Add(product(Bounds::beamX, Bounds::beamY, Bounds::beamZ),
+                               field(Bounds::beamRadius));
+        const V slack = field(Bounds::beamSlack);
         const V direct = hn::IfThenElse(hn::Gt(beam, slack), beam,
                                         hn::IfThenElseZero(hn::Gt(beam, hn::Neg(slack)), slack));
-        const V open = hn::Add(product(bounds.openX, bounds.openY, bounds.openZ),
-                               hn::LoadU(d, bounds.open + i));
-        const V sky = hn::Min(hn::Mul(open, hn::Set(d, sensor.openScale)),
-                              hn::Mul(hn::LoadU(d, bounds.brightest + i), hn::Set(d, sensor.view)));
-        const V ground = hn::Mul(hn::LoadU(d, bounds.ground + i), hn::Set(d, sensor.groundView));
+        const V open =
+            hn::Add(product(Bounds::openX, Bounds::openY, Bounds::openZ), field(Bounds::open));
+        V sky = hn::Min(hn::Mul(open, hn::Set(d, sensor.openScale)),
+                        hn::Mul(field(Bounds::brightest), hn::Set(d, sensor.view)));
+        if (zones != nullptr) {
+            V sum = zero;
+            for (std::size_t zone = 0; zone < zoneCount; ++zone) {
+                sum = hn::Add(sum, hn::Mul(hn::LoadU(d, zones + zone * lanes + part),
+                                           hn::Set(d, sensor.zoneWeight[zone])));
+            }
+            sky = hn::Min(sky, sum);
+        }
+        const V ground = hn::Mul(field(Bounds::ground), hn::Set(d, sensor.groundView));
         const V all = hn::Mul(hn::Add(hn::Add(direct, sky), ground), hn::Set(d, margin));
         hn::StoreU(sky, d, result.sky.data() + part);
         hn::StoreU(all, d, result.all.data() + part);
@@ -166,11 +176,8 @@ void consider(const PeakHours& hours, const PeakSensor& sensor, std::size_t i, f
         const float product = sensor.normal.x * e.x + sensor.normal.y * e.y + sensor.normal.z * e.z;
         beam += sensor.sunVisible[part.sunCell] * (product > 0.0f ? product : 0.0f);
     }
-    const float ground = sensor.groundView * hours.hourBounds.ground[i];
-    if (!((beam + skyBound + ground) * margin > best.value) ||
-        !((beam + zoneProduct(sensor.zoneWeight, hours.hourZones + i * zoneCount) + ground) *
-              margin >
-          best.value)) {
+    const float ground = sensor.groundView * hours.hourBounds.at(i, Bounds::ground);
+    if (!((beam + skyBound + ground) * margin > best.value)) {
         return;
     }
     const float* patches =
@@ -189,8 +196,8 @@ Peak search(const PeakHours& hours, const PeakSensor& sensor, int start) {
     }
     Lanes ofBlocks;
     Lanes ofHours;
-    for (std::size_t first = 0; first < hours.blockCount; first += lanes) {
-        unsigned blocks = boundsAt(hours.blockBounds, first, sensor, best.value, ofBlocks);
+    for (std::size_t first = 0; first < hours.blockBounds.size(); first += lanes) {
+        unsigned blocks = boundsAt(hours.blockBounds, first, nullptr, sensor, best.value, ofBlocks);
         for (; blocks != 0; blocks &= blocks - 1) {
             const auto lane = static_cast<std::size_t>(__builtin_ctz(blocks));
             const std::size_t block = first + lane;
@@ -203,13 +210,15 @@ Peak search(const PeakHours& hours, const PeakSensor& sensor, int start) {
             for (std::size_t word = 0; word < hours.sunWords; ++word) {
                 seen |= hours.blockSun[block * hours.sunWords + word] & sensor.visibleSun[word];
             }
-            const float ground = sensor.groundView * hours.blockBounds.ground[block];
+            const float ground = sensor.groundView * hours.blockBounds.at(block, Bounds::ground);
             const float bound =
                 seen != 0 ? ofBlocks.all[lane] - ofBlocks.sky[lane] + zones : zones + ground;
             if (!(bound * margin > best.value)) {
                 continue;
             }
-            unsigned open = boundsAt(hours.hourBounds, block * lanes, sensor, best.value, ofHours);
+            unsigned open =
+                boundsAt(hours.hourBounds, block * lanes,
+                         hours.hourZones + block * lanes * zoneCount, sensor, best.value, ofHours);
             for (; open != 0; open &= open - 1) {
                 const auto hour = static_cast<std::size_t>(__builtin_ctz(open));
                 if (ofHours.all[hour] > best.value) {

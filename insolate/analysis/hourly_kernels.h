@@ -8,13 +8,15 @@
 #include <insolate/rt/sky_visibility.h>
 #include <insolate/sky/hourly_sky.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace insolate::hourlyKernels {
 
 inline constexpr std::size_t lanes = 16;
-inline constexpr std::size_t zoneCount = 16;
+inline constexpr std::size_t zoneCount = 32;
 
 /// Sum of a[i] * b[i]; count is a multiple of lanes.
 float sumOfProducts(const float* a, const float* b, std::size_t count);
@@ -30,28 +32,57 @@ struct ViewSums {
 };
 ViewSums keepVisible(const SkyCellSet& visible, const float* diffuse, float* weight);
 
-/// Upper bounds as means over the hour [W/m2], of hours or of blocks of hours.
-struct BoundArrays {
-    const float* beamX = nullptr; // direct radiation as a vector
-    const float* beamY = nullptr;
-    const float* beamZ = nullptr;
-    const float* beamRadius = nullptr; // of the block's vectors around their mean, 0 for an hour
-    const float* beamSlack = nullptr;  // most of a beam that the surface's plane cuts
-    const float* open = nullptr;       // open sky: constant and vector
-    const float* openX = nullptr;
-    const float* openY = nullptr;
-    const float* openZ = nullptr;
-    const float* brightest = nullptr; // radiance [W/(m2 sr)]
-    const float* ground = nullptr;
+/// Upper bounds as means over the hour [W/m2], of hours or of blocks of hours. Each `lanes` of them
+/// lie together, field by field, since they are read together.
+class Bounds {
+public:
+    enum Field : std::size_t {
+        beamX, // direct radiation as a vector
+        beamY,
+        beamZ,
+        beamRadius, // of a block's vectors around their mean, 0 for an hour
+        beamSlack,  // most of a beam that the surface's plane cuts
+        open,       // open sky: constant and vector
+        openX,
+        openY,
+        openZ,
+        brightest, // radiance [W/(m2 sr)]
+        ground,
+        fieldCount
+    };
+
+    void add(const std::array<float, fieldCount>& bound) {
+        if (m_size % lanes == 0) {
+            m_values.resize(m_values.size() + fieldCount * lanes, 0.0f);
+        }
+        for (std::size_t field = 0; field < fieldCount; ++field) {
+            m_values[place(m_size, field)] = bound[field];
+        }
+        ++m_size;
+    }
+
+    /// The bounds added so far; those up to the next multiple of lanes are 0.
+    std::size_t size() const { return m_size; }
+    float at(std::size_t i, Field field) const { return m_values[place(i, field)]; }
+    /// A field of the `lanes` bounds from first, a multiple of lanes.
+    const float* lanesOf(std::size_t first, Field field) const {
+        return &m_values[place(first, field)];
+    }
+
+private:
+    static std::size_t place(std::size_t i, std::size_t field) {
+        return (i / lanes * fieldCount + field) * lanes + i % lanes;
+    }
+    std::vector<float> m_values;
+    std::size_t m_size = 0;
 };
 
 /// The hours, ordered in blocks of `lanes`, as the peak's search wants them.
 struct PeakHours {
-    BoundArrays blockBounds;
-    BoundArrays hourBounds;
-    std::size_t blockCount = 0;        // a multiple of lanes
+    Bounds blockBounds;
+    Bounds hourBounds;
     const float* blockZones = nullptr; // brightest radiance of each zone, zoneCount for each block
-    const float* hourZones = nullptr;  // and for each hour
+    const float* hourZones = nullptr;  // and of its hours: zone by zone, `lanes` values each
     const std::uint64_t* blockSun = nullptr; // sun cells of the block, sunWords words each
     std::size_t sunWords = 0;
     const BeamPart* beams = nullptr; // as means [W/m2]
