@@ -89,8 +89,8 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
             std::optional<std::string> text = textOf(*item);
             if (!text) {
                 throw DataError(fmt::format("{}: {} must be a text, a number, true or false, or a "
-                                            "list of them",
-                                            where, quoteText(name)));
+                                            "list of them; write it as {} = VALUE",
+                                            where, quoteText(name), printable(name)));
             }
             if (isFile && !text->empty()) {
                 *text = (file.parent_path() / *text).string();

@@ -1,4 +1,5 @@
 #include "app/errors.h"
+#include "app/input/assimp_scene.h"
 #include "app/input/mesh_import.h"
 #include "app/input/numbers.h"
 
@@ -113,7 +114,11 @@ public:
 
 private:
     void add(const aiMesh& part, const Placement& placement, const char* nodeName) {
-        if (m_mesh.vertices.size() + part.mNumVertices >= 0xFFFFFFFFU) {
+        std::size_t corners = m_mesh.corners.size();
+        for (unsigned i = 0; i < part.mNumFaces; ++i) {
+            corners += part.mFaces[i].mNumIndices;
+        }
+        if (m_mesh.vertices.size() + part.mNumVertices >= 0xFFFFFFFFU || corners >= 0xFFFFFFFFU) {
             throw DataError(fmt::format("{}: the model has more vertices than can be counted; "
                                         "split it into several files",
                                         place(m_file)));
@@ -158,6 +163,10 @@ private:
 
 } // namespace
 
+Mesh meshFromAssimp(const aiScene& scene, const std::filesystem::path& file) {
+    return AssimpBuilder(scene, file).build();
+}
+
 Mesh readWithAssimp(const std::filesystem::path& file) {
     Assimp::Importer importer;
     // Only what shapes the surfaces is read.
@@ -174,10 +183,7 @@ Mesh readWithAssimp(const std::filesystem::path& file) {
                                     "or another format that assimp reads",
                                     place(file), reason));
     }
-    if (scene->mRootNode == nullptr) {
-        return {};
-    }
-    return AssimpBuilder(*scene, file).build();
+    return meshFromAssimp(*scene, file);
 }
 
 } // namespace insolate::app

@@ -47,7 +47,11 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
         throw DataError(
             fmt::format("{}: cannot be read; give a model file that you may open", place(file)));
     }
-    Mesh mesh = hasExtension(file, {".obj"}) ? readObj(file) : readWithAssimp(file);
+    return placedMesh(hasExtension(file, {".obj"}) ? readObj(file) : readWithAssimp(file), file,
+                      options);
+}
+
+Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options) {
     if (mesh.faces.empty()) {
         throw DataError(fmt::format(
             "{}: the model has no faces; export it with surfaces, not only lines or points",

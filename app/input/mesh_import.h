@@ -32,6 +32,9 @@ Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up);
 ///         not finite numbers
 Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options);
 
+/// The second half of the import: metres, z up, every coordinate checked.
+Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);
+
 /// Reads Wavefront OBJ in double precision: map coordinates of some thousand kilometres keep their
 /// millimetres. Coordinates as in the file.
 Mesh readObj(const std::filesystem::path& file);

@@ -44,6 +44,9 @@ protected:
         if (m_text.empty()) {
             return traits_type::eof();
         }
+        if (m_text.back() != '\n') { // a file that ends in a backslash
+            m_text += '\n';
+        }
         setg(m_text.data(), m_text.data(), m_text.data() + m_text.size());
         return traits_type::to_int_type(m_text.front());
     }

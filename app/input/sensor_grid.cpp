@@ -148,14 +148,20 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
     std::vector<Vector3> polygon;
     for (const std::uint32_t index : faces) {
         polygonOf(mesh, mesh.faces[index], polygon);
-        const double area = length(areaVector(polygon)) * 0.5;
+        // The parts of a polygon that crosses itself have more area than the whole.
+        double area = 0.0;
+        for (const auto& corners : triangulate(polygon)) {
+            area += 0.5 * length(areaVector(std::array{polygon[corners[0]], polygon[corners[1]],
+                                                       polygon[corners[2]]}));
+        }
         double longest = 0.0;
         for (std::size_t i = 0; i < polygon.size(); ++i) {
             longest = std::max(longest, length(polygon[i] - polygon[(i + 1) % polygon.size()]));
         }
         const double byArea = 1.3 * area / (options.spacing * options.spacing);
-        // A needle is halved along both its long edges.
-        const double byEdge = 2.0 * longest / options.spacing - 3.0;
+        // A needle is halved along both its long edges; each of a polygon's triangles may be one.
+        const double byEdge =
+            static_cast<double>(polygon.size() - 2) * (2.0 * longest / options.spacing - 3.0);
         count += std::max({1.0, byArea, byEdge});
     }
     return count;

@@ -26,7 +26,8 @@ std::string mendFor(int reason) {
     switch (reason) {
     case ENOSPC:
     case EDQUOT:
-        return "; free some space and run again";
+    case EFBIG:
+        return "; the disk or quota is full: free some space and run again";
     case EACCES:
     case EPERM:
     case EROFS:
@@ -199,9 +200,14 @@ void OutputFolder::lock() {
     }
     // A lock file left by a killed run opens even where no new file can be made, so one is tried.
     const fs::path trial = m_folder / (std::string(lockName) + std::string(partialSuffix));
-    OutputFile file(trial, m_folder.string());
-    file.write("writable\n");
-    file.finish();
+    try {
+        OutputFile file(trial, m_folder.string());
+        file.write("writable\n");
+        file.finish();
+    } catch (...) {
+        unlink(trial.c_str());
+        throw;
+    }
     unlink(trial.c_str());
 }
 

@@ -28,6 +28,8 @@ void installInterruptHandlers() {
     sigaction(SIGTERM, &action, nullptr);
     // A reader that goes away (a pipe into head) is a failed write, not a sudden death.
     std::signal(SIGPIPE, SIG_IGN);
+    // So is a file that reaches its largest size.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int pendingSignal() {

@@ -1,0 +1,12 @@
+// Any bytes as an OBJ model.
+#include "mesh_promises.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    using namespace insolate::app;
+    const insolate::fuzz::MemoryFile file(bytes, size);
+    try {
+        insolate::fuzz::checkMesh(readObj(file.name()), UpAxis::z);
+    } catch (const DataError&) {
+    }
+    return 0;
+}

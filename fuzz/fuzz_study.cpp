@@ -1,0 +1,23 @@
+// Any bytes as a study file for each subcommand: options are taken over or an error says where.
+#include "memory_file.h"
+
+#include "app/cli/commands.h"
+#include "app/cli/study_file.h"
+#include "app/errors.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    using namespace insolate::app;
+    const insolate::fuzz::MemoryFile file(bytes, size);
+    for (auto* add : {addRunCommand, addSkyCommand}) {
+        CLI::App app;
+        add(app);
+        CLI::App* command = app.get_subcommands([](CLI::App*) { return true; }).front();
+        try {
+            applyStudyFile(*command, file.name());
+        } catch (const CommandError& error) {
+            insolate::fuzz::require(std::string(error.what()).find("; ") != std::string::npos,
+                                    "errors name a mend");
+        }
+    }
+    return 0;
+}

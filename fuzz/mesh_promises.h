@@ -1,0 +1,50 @@
+/// What holds of every mesh that the readers let through, and of what is made from it.
+#pragma once
+
+#include "memory_file.h"
+
+#include "app/errors.h"
+#include "app/input/mesh_import.h"
+#include "app/input/sensor_grid.h"
+
+#include <cmath>
+
+namespace insolate::fuzz {
+
+inline bool isUsable(const app::Vector3& p) {
+    return std::abs(p.x) < 1.0e13 && std::abs(p.y) < 1.0e13 && std::abs(p.z) < 1.0e13;
+}
+
+/// Refuses the mesh with a DataError as the import does, or keeps the promises.
+inline void checkMesh(app::Mesh raw, app::UpAxis up) {
+    const app::Mesh mesh =
+        app::placedMesh(std::move(raw), "input", {.unit = app::LengthUnit::foot, .up = up});
+    for (const app::Mesh::Face& face : mesh.faces) {
+        require(face.cornerCount >= 3 &&
+                    face.firstCorner + std::size_t{face.cornerCount} <= mesh.corners.size(),
+                "faces have corners");
+        for (const std::uint32_t corner : mesh.cornersOf(face)) {
+            require(corner < mesh.vertices.size(), "corners are vertices");
+        }
+        for (const std::uint32_t name : {face.object, face.group, face.material}) {
+            require(name == app::Mesh::unnamed || name < mesh.names.size(), "names are known");
+        }
+    }
+    app::Scene scene;
+    app::appendTriangles(mesh, scene);
+    require(scene.triangleCount() == mesh.corners.size() - 2 * mesh.faces.size(),
+            "a polygon gives its corner count less two triangles");
+    const auto faces = app::selectFaces(mesh, {}, "input");
+    const app::SensorGridOptions grid{.spacing = 5.0};
+    if (app::estimatedSensorCount(mesh, faces, grid) < 2.0e4) {
+        const app::SensorGrid cut = app::cutIntoSensors(mesh, faces, grid);
+        require(cut.field.size() < 1000000, "the estimate is of the right size");
+        for (std::size_t i = 0; i < cut.field.size(); ++i) {
+            require(isUsable(cut.field.positions[i]), "sensors have a place");
+            require(std::abs(app::length(cut.field.normals[i]) - 1.0) < 1.0e-6,
+                    "sensors have a normal");
+        }
+    }
+}
+
+} // namespace insolate::fuzz
