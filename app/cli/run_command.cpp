@@ -37,6 +37,7 @@ struct RunArguments {
     double sunTolerance = 0.0;
     bool openGround = false;
     std::vector<std::size_t> series;
+    bool resume = false;
     bool force = false;
 
     void addTo(CLI::App& command) {
@@ -112,6 +113,9 @@ struct RunArguments {
                         "0 as in sensors.csv: 0,17,4")
             ->delimiter(',')
             ->type_name("N,...");
+        command.add_flag("--resume", resume,
+                         "Go on where a run of the same study into the same folder was stopped; "
+                         "from the start if there is none");
         command.add_flag("--force", force, "Go on with more sensors than seem sensible");
     }
 
@@ -155,6 +159,7 @@ struct RunArguments {
         if (!masks.empty()) {
             result.masks = masks;
         }
+        result.resume = resume;
         result.force = force;
         if (!(sunTolerance >= 0.0 && sunTolerance <= 100.0)) {
             throw UsageError(fmt::format("--sun-tolerance {}: no share; give percent from 0 to 100",

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <thread>
 
+#include <fmt/format.h>
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/partitioner.h>
@@ -18,6 +19,35 @@ namespace {
 
 /// Sensors of one block: enough to keep the threads from meeting, few enough to stop soon.
 constexpr std::size_t blockSize = 256;
+
+/// Keeps finished sensors for as long as their columns are sure to be there.
+class Keeping {
+public:
+    Keeping(const SensorWork& work, std::span<ResultColumn> columns)
+        : m_kept(work.kept),
+          m_taken(m_kept != nullptr ? m_kept->attach(columns, work.saved, blockSize) : 0) {}
+    ~Keeping() {
+        if (m_kept != nullptr) {
+            m_kept->detach();
+        }
+    }
+    Keeping(const Keeping&) = delete;
+    Keeping& operator=(const Keeping&) = delete;
+
+    [[nodiscard]] std::size_t sensorsTaken() const { return m_taken; }
+    [[nodiscard]] bool isFinished(std::size_t first) const {
+        return m_kept != nullptr && m_kept->isFinished(first);
+    }
+    void finish(std::size_t first) {
+        if (m_kept != nullptr) {
+            m_kept->finish(first);
+        }
+    }
+
+private:
+    PartialResults* m_kept;
+    std::size_t m_taken;
+};
 
 } // namespace
 
@@ -56,7 +86,12 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
     }
     // A slot of the arena is a slot in every triangle's memory of rays: no more than processors.
     tbb::task_arena arena(usedThreads(work.threads));
-    progress.begin(count, "sensors");
+    Keeping keeping(work, columns);
+    if (keeping.sensorsTaken() > 0) {
+        progress.note(fmt::format("going on after {} of {} sensors",
+                                  groupedDigits(keeping.sensorsTaken()), groupedDigits(count)));
+    }
+    progress.begin(count - keeping.sensorsTaken(), "sensors");
     arena.execute([&] {
         const std::size_t blocks = (count + blockSize - 1) / blockSize;
         tbb::parallel_for(
@@ -68,8 +103,12 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
                     }
                     const SensorRange sensors{block * blockSize,
                                               std::min((block + 1) * blockSize, count)};
+                    if (keeping.isFinished(sensors.first)) {
+                        continue;
+                    }
                     method.calculate(work, sensors, tbb::this_task_arena::current_thread_index(),
                                      columns);
+                    keeping.finish(sensors.first);
                     progress.advance(sensors.end - sensors.first);
                 }
             },

@@ -4,6 +4,7 @@
 #include "app/input/weather_check.h"
 #include "app/output/output_folder.h"
 #include "app/run/mask_source.h"
+#include "app/run/partial_results.h"
 #include "app/run/run_options.h"
 #include "app/run/sky_visibility_store.h"
 #include "app/study_data.h"
@@ -24,6 +25,7 @@ struct SensorWork {
     MaskSource& masks;
     int threads = 0;                     ///< 0: all processors
     SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
+    PartialResults* kept = nullptr;      ///< receives finished sensors, when given
 };
 
 /// Sensors first to end - 1.

@@ -53,6 +53,7 @@ struct RunOptions : SkyOptions {
     RayMethod rays = RayMethod::fast;
     bool saveMasks = false;                     ///< keep what each sensor sees of the sky
     std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
+    bool resume = false;                        ///< go on where a stopped run of the same study was
     bool force = false;
 
     [[nodiscard]] const std::filesystem::path& sensorFile() const {

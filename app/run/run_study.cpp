@@ -47,25 +47,48 @@ private:
     nlohmann::ordered_json m_record;
 };
 
+constexpr double bytesPerTriangle = 900.0; // model, ray caster, its tree
+constexpr double mostTriangles = 1.0e7;
+
+bool fitsMemory(double bytes) {
+    return bytes <= 0.8 * static_cast<double>(sysconf(_SC_PHYS_PAGES)) *
+                        static_cast<double>(sysconf(_SC_PAGE_SIZE));
+}
+
 /// Refuses what the machine cannot hold, before memory is taken.
 void checkSize(double sensors, double triangles, const RunOptions& options) {
-    constexpr double bytesPerSensor = 210.0;   // position, normal, cell, results
-    constexpr double bytesPerTriangle = 900.0; // model, ray caster, its tree
+    constexpr double bytesPerSensor = 210.0; // position, normal, cell, results
     constexpr double secondsPerSensor = 1.0e-3;
     constexpr double mostSensors = 5.0e6;
     // Cells are numbered with 32 bits, four corners each.
     constexpr double mostCells = 1.0e9;
     const double bytes = sensors * bytesPerSensor + triangles * bytesPerTriangle;
-    const double memory =
-        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
     if (sensors > mostCells ||
-        ((sensors > mostSensors || bytes > 0.8 * memory) && !options.force)) {
+        ((sensors > mostSensors || triangles > mostTriangles || !fitsMemory(bytes)) &&
+         !options.force)) {
         throw UsageError(fmt::format(
             "about {:.2g} sensors over {:.2g} triangles would take some {:.1f} GB of memory and "
             "{}; choose a larger --grid or fewer faces with --select{}",
             sensors, triangles, bytes / 1.0e9,
             durationText(sensors * secondsPerSensor / usedThreads(options.threads)),
             sensors > mostCells ? "" : ", or give --force"));
+    }
+}
+
+/// The same for a model, by its file's size alone.
+void checkFileSize(const std::filesystem::path& file, const RunOptions& options) {
+    constexpr double bytesInFile = 50.0; // of a triangle in binary STL; more or less in others
+    constexpr double secondsPerTriangle = 3.0e-6;
+    std::error_code problem;
+    const std::uintmax_t size = std::filesystem::file_size(file, problem);
+    const double triangles = problem ? 0.0 : static_cast<double>(size) / bytesInFile;
+    const double bytes = triangles * bytesPerTriangle;
+    if ((triangles > mostTriangles || !fitsMemory(bytes)) && !options.force) {
+        throw UsageError(fmt::format(
+            "{}: a file of {:.1f} GB may hold {:.2g} triangles, which would take some {:.0f} GB of "
+            "memory and {} before the first ray; choose a smaller model, or give --force",
+            place(file), static_cast<double>(size) / 1.0e9, triangles, bytes / 1.0e9,
+            durationText(triangles * secondsPerTriangle)));
     }
 }
 
@@ -98,6 +121,7 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
     Inputs inputs;
     std::optional<Mesh> sensorMesh;
     for (const std::filesystem::path& file : options.scenes) {
+        checkFileSize(file, options);
         Mesh mesh = importMesh(file, options.import);
         throwIfInterrupted();
         appendTriangles(mesh, inputs.scene);
@@ -118,6 +142,7 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
         checkSize(static_cast<double>(inputs.field.size()), triangles, options);
     } else {
         if (!sensorMesh) {
+            checkFileSize(sensorFile, options);
             sensorMesh = importMesh(sensorFile, options.import);
         }
         inputs.field = cutSensors(*sensorMesh, triangles, options, progress);
@@ -167,9 +192,22 @@ ResultColumn inKilowattHours(ResultColumn column) {
     return column;
 }
 
-} // namespace
+PartialResults::Key resumeKey(const RunOptions& options, const RadiationMethod& method,
+                              const Inputs& inputs) {
+    nlohmann::ordered_json record = runRecord(options, method.weather(), inputs);
+    method.describe(record, {});
+    record["save_masks"] = options.saveMasks;
+    std::vector<std::filesystem::path> files = {options.weather};
+    if (options.masks) {
+        files.push_back(*options.masks);
+    }
+    return PartialResults::keyOf(
+        record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace),
+        visibilityKey(inputs.scene, inputs.field, options.north), files);
+}
 
-void runStudy(const RunOptions& options, Progress& progress) {
+/// @param kept receives how many finished sensors the folder keeps
+void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& kept) {
     Stopwatch watch;
     OutputFolder folder(options.out);
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, options.north);
@@ -191,13 +229,24 @@ void runStudy(const RunOptions& options, Progress& progress) {
                       : makeRayMasks(inputs.scene, recentring, options.rays);
     throwIfInterrupted();
     watch.lap("ray_index_s");
+    PartialResults partial(options.out, resumeKey(options, *method, inputs), options.resume);
     SkyVisibilityStore saved(options.saveMasks ? inputs.field.size() : 0);
     const SensorWork work = {.field = inputs.field,
                              .recentring = recentring,
                              .masks = *masks,
                              .threads = options.threads,
-                             .saved = options.saveMasks ? &saved : nullptr};
-    const std::vector<ResultColumn> columns = calculateSensors(*method, work, progress);
+                             .saved = options.saveMasks ? &saved : nullptr,
+                             .kept = &partial};
+    const auto columns = [&] {
+        try {
+            std::vector<ResultColumn> results = calculateSensors(*method, work, progress);
+            kept = partial.sensorsKept();
+            return results;
+        } catch (...) {
+            kept = partial.sensorsKept();
+            throw;
+        }
+    }();
     watch.lap("sensors_s");
 
     std::string written = "sensors.csv, sensors.vtp, heatmap.png";
@@ -232,12 +281,29 @@ void runStudy(const RunOptions& options, Progress& progress) {
     record["timings"]["whole_s"] = watch.whole();
     writeSummaryJson(folder.stage("summary.json"), record);
     folder.commit();
+    partial.remove();
 
     const ColumnRange range = rangeOf(shown.values);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} {}", range.lowest,
                               range.highest, range.mean, shown.unit));
     progress.note(fmt::format("wrote {} and summary.json in {} ({})", written, options.out.string(),
                               durationText(watch.whole())));
+}
+
+} // namespace
+
+void runStudy(const RunOptions& options, Progress& progress) {
+    std::size_t kept = 0;
+    try {
+        calculateStudy(options, progress, kept);
+    } catch (const Interrupted& stop) {
+        if (kept == 0) {
+            throw;
+        }
+        throw CommandError(stop.exitCode(),
+                           fmt::format("{}; run again with --resume to go on after {} sensors",
+                                       stop.what(), groupedDigits(kept)));
+    }
 }
 
 } // namespace insolate::app

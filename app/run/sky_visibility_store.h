@@ -27,6 +27,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <vector>
 
 namespace insolate::app {
@@ -56,6 +57,11 @@ public:
     /// time.
     void set(std::size_t sensor, const EShadingMask& mask);
     [[nodiscard]] SkyCellSet visibleSky(std::size_t sensor) const;
+
+    /// The bits of some sensors, as the file holds them.
+    [[nodiscard]] std::span<std::uint8_t> records(std::size_t first, std::size_t count) {
+        return {m_bits.data() + first * recordSize, count * recordSize};
+    }
 
     void write(OutputFile& out, const VisibilityKey& key) const;
 

@@ -1,0 +1,216 @@
+// What becomes of the results when the disk, the memory, the folder or the process goes away.
+#include "tests/app/support/command_fixture.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include <sys/resource.h>
+
+namespace insolate::app {
+namespace {
+
+using test::readFile;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+class FaultsTest : public test::CommandFixture {
+protected:
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr const char* study =
+        "run --scene court.obj --weather good.epw --period 6/1-6/3 --grid 0.25 --quiet";
+#else
+    static constexpr const char* study =
+        "run --scene court.obj --weather good.epw --period 6/1-6/3 --grid 0.07 --quiet";
+#endif
+
+    /// Every file is whole and right, or named as partial.
+    void expectWholeOrPartial(const fs::path& folder) {
+        std::error_code none;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder, none)) {
+            const std::string name = entry.path().filename().string();
+            if (name == "summary.json") { // it tells times, and comes last
+                EXPECT_EQ(readFile(entry.path()).back(), '\n');
+                EXPECT_TRUE(fs::exists(folder / "sensors.csv"));
+            } else if (fs::exists(m_reference / name)) {
+                EXPECT_TRUE(readFile(entry.path()) == readFile(m_reference / name)) << name;
+            } else {
+                EXPECT_TRUE(name.ends_with(".insolate-partial") || name == ".insolate.lock")
+                    << name;
+            }
+        }
+    }
+
+    void makeReference() {
+        const auto begin = std::chrono::steady_clock::now();
+        const Outcome run = command(std::string(study) + " --out reference");
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        m_duration = std::chrono::steady_clock::now() - begin;
+        m_reference = path("reference");
+    }
+
+    fs::path m_reference;
+    std::chrono::duration<double> m_duration{};
+};
+
+TEST_F(FaultsTest, KilledAtAnyMomentLeavesNothingHalf) {
+    makeReference();
+    const char* wanted = std::getenv("INSOLATE_KILLS");
+    const int kills = wanted != nullptr ? std::atoi(wanted) : 5;
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> moment(0.0, 1.05 * m_duration.count());
+    for (int i = 0; i < kills; ++i) {
+        const int signal = std::array<int, 3>{SIGKILL, SIGINT, SIGTERM}[random() % 3];
+        const std::chrono::duration<double> delay(moment(random));
+        SCOPED_TRACE(fmt::format("kill {} with signal {} after {} s", i, signal, delay.count()));
+        const pid_t child = start(std::string(study) + " --resume --out out");
+        std::this_thread::sleep_for(delay);
+        kill(child, signal);
+        const Outcome ended = finish(child);
+        EXPECT_THAT(ended.exitCode,
+                    testing::AnyOf(0, signal == SIGKILL ? -SIGKILL : 128 + signal, -signal));
+        expectWholeOrPartial(path("out"));
+    }
+    const Outcome last = command(std::string(study) + " --resume --out out");
+    EXPECT_EQ(last.exitCode, 0) << last.err;
+    EXPECT_TRUE(fs::exists(path("out/summary.json")));
+    expectWholeOrPartial(path("out"));
+    EXPECT_FALSE(fs::exists(path("out/.insolate-partial")));
+}
+
+TEST_F(FaultsTest, FullDiskAndVanishingFolderEndWithTheFileNamed) {
+    makeReference();
+    for (const rlim_t most : {rlim_t{1}, rlim_t{1000}, rlim_t{500'000}}) {
+        const Outcome full = command(std::string(study) + " --out full", [most] {
+            const rlimit limit = {most, most};
+            setrlimit(RLIMIT_FSIZE, &limit);
+        });
+        // Even the message may not fit.
+        EXPECT_EQ(full.exitCode, 1) << full.err;
+        if (most >= 1000) {
+            EXPECT_THAT(full.err, testing::AllOf(HasSubstr("full"), HasSubstr("; ")));
+        }
+        EXPECT_FALSE(fs::exists(path("full/sensors.csv"))) << most;
+        expectWholeOrPartial(path("full"));
+    }
+    const Outcome again = command(std::string(study) + " --resume --out full");
+    EXPECT_EQ(again.exitCode, 0) << again.err;
+    expectWholeOrPartial(path("full"));
+    const pid_t child = start(std::string(study) + " --out gone");
+    while (!fs::exists(path("gone"))) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    fs::rename(path("gone"), path("elsewhere"));
+    const Outcome gone = finish(child);
+    EXPECT_EQ(gone.exitCode, 1) << gone.err;
+    EXPECT_THAT(gone.err, testing::AllOf(HasSubstr("gone"), HasSubstr("; ")));
+    expectWholeOrPartial(path("elsewhere"));
+}
+
+TEST_F(FaultsTest, OneRunAtATimeHoldsAFolder) {
+    const pid_t first = start(std::string(study) + " --out out");
+    while (!fs::exists(path("out/.insolate.lock"))) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    fs::rename(path("stderr"), path("stderr of the first"));
+    const Outcome second = command(std::string(study) + " --out out");
+    EXPECT_EQ(second.exitCode, 1);
+    EXPECT_THAT(second.err, HasSubstr("another run is writing to this folder; "));
+    EXPECT_EQ(finish(first).exitCode, 0);
+    EXPECT_TRUE(fs::exists(path("out/summary.json")));
+}
+
+TEST_F(FaultsTest, HostileSizesAreRefusedBeforeMemoryIsTaken) {
+    // A header alone that claims 20 million triangles, and a file as long as they are.
+    std::string header(84, '\0');
+    const std::uint32_t claimed = 20'000'000;
+    std::memcpy(header.data() + 80, &claimed, sizeof claimed);
+    write("claims.stl", header);
+    write("long.stl", header);
+    fs::resize_file(path("long.stl"), 84 + std::uintmax_t{50} * claimed);
+    write("empty.stl", std::string(84, '\0'));
+    write("far.csv", "1e11,0,0\n");
+    const std::string base = "run --weather good.epw --out out --period 6/1 ";
+    struct Case {
+        std::string words;
+        int exitCode;
+        std::vector<std::string> messages;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"--scene long.stl", 2, {"long.stl", "2e+07 triangles", "GB of memory", "--force"}},
+             {"--scene claims.stl", 1, {"claims.stl", "; "}},
+             {"--scene empty.stl", 1, {"empty.stl", "; "}},
+             {"--scene court.obj --grid 0.0022", 2, {"sensors", "GB of memory and ", "--force"}},
+             {"--scene court.obj --grid 0.0001 --force", 2, {"sensors", "larger --grid"}}}) {
+        const Outcome refused = command(base + c.words, [] {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they reserve terabytes
+            const rlimit limit = {rlim_t{1} << 30U, rlim_t{1} << 30U};
+            setrlimit(RLIMIT_AS, &limit);
+#endif
+        });
+        EXPECT_EQ(refused.exitCode, c.exitCode) << c.words << "\n" << refused.err;
+        for (const std::string& message : c.messages) {
+            EXPECT_THAT(refused.err, HasSubstr(message)) << c.words;
+        }
+        EXPECT_THAT(refused.err, testing::Not(HasSubstr("not enough memory"))) << c.words;
+        EXPECT_FALSE(fs::exists(path("out"))) << c.words;
+    }
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(FaultsTest, TooLittleMemoryIsSaid) {
+    for (const rlim_t megabytes : {200U, 300U, 400U, 600U}) {
+        const Outcome run = command("run --scene court.obj --weather good.epw --out out --period "
+                                    "6/1 --grid 0.012 --threads 1",
+                                    [megabytes] {
+                                        const rlimit limit = {megabytes << 20U, megabytes << 20U};
+                                        setrlimit(RLIMIT_AS, &limit);
+                                    });
+        EXPECT_EQ(run.exitCode, 1) << megabytes << " MB: " << run.err;
+        EXPECT_THAT(run.err, HasSubstr("not enough memory; ")) << megabytes;
+        EXPECT_FALSE(fs::exists(path("out")));
+    }
+}
+#endif
+
+TEST_F(FaultsTest, FarFromTheOriginNothingChanges) {
+    const auto courtAt = [](double east, double north) {
+        std::string text;
+        for (const double z : {0.0, 10.25}) {
+            for (const auto& [x, y] :
+                 {std::pair{0.0, 0.0}, {10.5, 0.0}, {10.5, 10.125}, {0.0, 10.125}}) {
+                text += fmt::format("v {} {} {}\n", x + east, y + north, z);
+            }
+        }
+        return text + "g floor\nf 1 2 3 4\ng walls\nf 1 5 6 2\nf 2 6 7 3\nf 3 7 8 4\nf 4 8 5 1\n";
+    };
+    write("near.obj", courtAt(0.0, 0.0));
+    write("far.obj", courtAt(5.0e6, -4.0e6));
+    std::array<std::vector<std::string>, 2> results;
+    for (const bool far : {false, true}) {
+        const std::string name = far ? "far" : "near";
+        const Outcome run = command(fmt::format("run --scene {0}.obj --weather good.epw --period "
+                                                "6/1-6/3 --grid 1 --quiet --out {0}",
+                                                name));
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        std::ifstream table(path(name) / "sensors.csv");
+        std::string line;
+        std::getline(table, line);
+        while (std::getline(table, line)) {
+            const std::size_t x = static_cast<std::size_t>(std::stod(line));
+            EXPECT_EQ(far ? x / 1'000'000 : 0U, far ? 5U : 0U) << line;
+            std::size_t at = 0; // past the position
+            for (int comma = 0; comma < 3; ++comma) {
+                at = line.find(',', at) + 1;
+            }
+            results[far ? 1 : 0].push_back(line.substr(at));
+        }
+    }
+    EXPECT_GT(results[0].size(), 500U);
+    EXPECT_EQ(results[0], results[1]);
+}
+
+} // namespace
+} // namespace insolate::app
