@@ -40,10 +40,10 @@ TEST(TriangularFacet, IsHitFromItsFrontOnly) {
 TEST(TriangularFacet, KeepsThreeVertices) {
     ETriangularFacet facet = facingUp;
     XYZf out = {9, 9, 9};
-    EXPECT_FALSE(facet.getVertex(3, &out));
-    EXPECT_FALSE(facet.getVertex(-1, &out));
-    EXPECT_FALSE(facet.setVertex(3, 0, 0, 0));
-    EXPECT_FALSE(facet.setVertex(-1, 0, 0, 0));
+    for (const int outside : {3, -1}) {
+        EXPECT_FALSE(facet.getVertex(outside, &out));
+        EXPECT_FALSE(facet.setVertex(outside, 0, 0, 0));
+    }
     EXPECT_EQ(out.x, 9.0f);
     EXPECT_TRUE(facet.setVertex(2, 0, -1, 0)); // turns the facet over
     EXPECT_TRUE(facet.getVertex(2, &out));
