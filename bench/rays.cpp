@@ -4,7 +4,7 @@
 ///     bench_rays build           time and memory of the index
 ///     bench_rays growth          time per mask from 1,000 to 4 million triangles
 ///     bench_rays threads         two threads over one
-///     bench_rays compare         every cell against the plain octree walk
+///     bench_rays compare [sensors [scene]]   every cell against the plain octree walk
 #include <bench/embree_masks.h>
 #include <bench/scenes.h>
 #include <bench/side_by_side.h>
@@ -230,11 +230,11 @@ void wholeMasks(const std::string& only) {
     }
 }
 
-int compare(std::size_t sensors) {
+int compare(std::size_t sensors, const std::string& only) {
     const SkyDirections directions(centres());
     long rays = 0;
     long differing = 0;
-    for (Scene& scene : benchScenes(sensors, "")) {
+    for (Scene& scene : benchScenes(sensors, only)) {
         RT::InputPackageUitl::ResetInputPackage();
         RT::InputPackageUitl::AddTriangles(scene.coordinates.data(),
                                            static_cast<int>(scene.coordinates.size()));
@@ -287,10 +287,10 @@ int main(int count, char** arguments) {
     } else if (what == "threads") {
         threads(more);
     } else if (what == "compare") {
-        return compare(more.empty() ? 1500 : std::stoul(more));
+        return compare(more.empty() ? 1500 : std::stoul(more), count > 3 ? arguments[3] : "");
     } else {
-        std::puts(
-            "bench_rays masks [scene] | whole | build | growth | threads | compare [sensors]");
+        std::puts("bench_rays masks [scene] | whole | build | growth | threads | compare [sensors "
+                  "[scene]]");
         return 2;
     }
     return 0;
