@@ -9,6 +9,7 @@ namespace insolate::app {
 
 void SkyArguments::addTo(CLI::App& command, const std::vector<Method>& methods) {
     std::vector<std::string> names;
+    names.reserve(methods.size());
     for (const Method known : methods) {
         names.push_back(methodName(known));
     }
