@@ -117,6 +117,13 @@ SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& d
     return open;
 }
 
+void OcclusionIndex::visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                                  std::span<SkyCellSet> cells) const {
+    for (std::size_t i = 0; i < std::min(directions.size(), cells.size()); ++i) {
+        cells[i] = visibleSky(origin, directions[i], cells[i]);
+    }
+}
+
 bool FastRayTransparency::getSurfaceDoubleSided() {
     return surfaceDoubleSided;
 }
@@ -133,6 +140,12 @@ int FastRayTransparency::initialise() {
 SkyCellSet FastRayTransparency::visibleSky(const XYZf& origin, const SkyDirections& directions,
                                            const SkyCellSet& wanted) {
     return index->visibleSky(origin, directions, wanted);
+}
+
+void FastRayTransparency::visibleSkies(const XYZf& origin,
+                                       std::span<const SkyDirections> directions,
+                                       std::span<SkyCellSet> cells) {
+    index->visibleSkies(origin, directions, cells);
 }
 
 } // namespace insolate

@@ -52,6 +52,13 @@ public:
     SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                           const SkyCellSet& wanted = SkyCellSet::all()) const;
 
+    /// The same for several sets of directions in one walk. cells: for each of the directions the
+    /// wanted cells; they become the visible ones. The shorter span counts. Directions that lie
+    /// close to each other cell by cell, as the cells' middles and the sun in them, cost little
+    /// more than one set.
+    void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                      std::span<SkyCellSet> cells) const;
+
     struct Storage;
 
 private:
@@ -79,6 +86,8 @@ public:
 
     SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                           const SkyCellSet& wanted) override;
+    void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                      std::span<SkyCellSet> cells) override;
 
 private:
     const OcclusionIndex* index;

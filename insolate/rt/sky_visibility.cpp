@@ -105,4 +105,11 @@ const XYZf& SkyDirections::direction(int azimuth, int altitude) const {
     return shared->directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))];
 }
 
+void SkyVisibilityQuery::visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                                      std::span<SkyCellSet> cells) {
+    for (std::size_t i = 0; i < std::min(directions.size(), cells.size()); ++i) {
+        cells[i] = visibleSky(origin, directions[i], cells[i]);
+    }
+}
+
 } // namespace insolate

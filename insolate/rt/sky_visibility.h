@@ -115,6 +115,13 @@ public:
     virtual SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                                   const SkyCellSet& wanted) = 0;
 
+    /// The same question for several sets of directions from one origin, which may share the work.
+    ///
+    /// cells: for each of the directions the wanted cells; they become the visible ones, as
+    /// visibleSky() would give them. The shorter span counts.
+    virtual void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                              std::span<SkyCellSet> cells);
+
 protected:
     SkyVisibilityQuery() = default;
     SkyVisibilityQuery(const SkyVisibilityQuery&) = default;

@@ -79,6 +79,19 @@ int differingCells(const OcclusionIndex& index, const EveryTriangle& plain, cons
     return differing;
 }
 
+/// Several sets of directions at once against each of them alone; the number that differ.
+int differingSets(const OcclusionIndex& index, const XYZf& origin,
+                  const std::vector<SkyDirections>& directions,
+                  const std::vector<SkyCellSet>& wanted) {
+    std::vector<SkyCellSet> visible = wanted;
+    index.visibleSkies(origin, directions, visible);
+    int differing = 0;
+    for (std::size_t i = 0; i < visible.size(); ++i) {
+        differing += visible[i] != index.visibleSky(origin, directions[i], wanted[i]) ? 1 : 0;
+    }
+    return differing;
+}
+
 /// A set with about one cell in `share` left out.
 SkyCellSet mostCells(Random& random, std::size_t share) {
     SkyCellSet set = SkyCellSet::all();
@@ -314,6 +327,14 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleInMadeScenes) {
                 const SkyDirections scattered =
                     scatteredDirections(random, mostCells(random, 2 + random.below(9)));
                 differing += differingCells(index, plain, sensor, scattered, wanted);
+                std::vector<SkyDirections> sets{centreDirections, scattered};
+                std::vector<SkyCellSet> cells{wanted, SkyCellSet::all()};
+                differing += differingSets(index, sensor, sets, cells);
+                for (std::size_t more = random.below(8); more > 0; --more) {
+                    sets.push_back(scatteredDirections(random, mostCells(random, 1 + more)));
+                    cells.push_back(mostCells(random, 1 + random.below(3)));
+                }
+                differing += differingSets(index, sensor, sets, cells);
             }
             EXPECT_EQ(differing, 0) << made.name << ", round " << round;
         }
