@@ -1,5 +1,6 @@
 #include "app/cli/command_line.h"
 
+#include "app/cli/arguments.h"
 #include "app/cli/commands.h"
 #include "app/errors.h"
 #include "app/output/output_folder.h"
@@ -50,13 +51,11 @@ int runCommandLine(int argc, const char* const* argv) {
         }
         return exitCode;
     } catch (const CLI::ParseError& error) {
-        std::string command;
-        for (const CLI::App* level = &app; !level->get_subcommands().empty();) {
-            level = level->get_subcommands().front();
-            command += " " + level->get_name();
+        const CLI::App* command = &app;
+        while (!command->get_subcommands().empty()) {
+            command = command->get_subcommands().front();
         }
-        return report(exitUsage,
-                      fmt::format("{}; see 'insolate{} --help'", printable(error.what()), command));
+        return report(exitUsage, parseFailure(*command, error));
     } catch (const CommandError& error) {
         return report(error.exitCode(), error.what());
     } catch (const OutputError& error) {

@@ -1,3 +1,4 @@
+#include "app/cli/arguments.h"
 #include "app/cli/commands.h"
 #include "app/cli/sky_arguments.h"
 #include "app/cli/study_file.h"
@@ -52,42 +53,48 @@ struct RunArguments {
                         "a table (.csv) of x,y,z[,nx,ny,nz]; by default the first scene file")
             ->type_name("FILE");
         command.add_option("--units", units, "Length unit of the models and the table")
-            ->check(CLI::IsMember({"mm", "cm", "m", "ft", "in"}))
+            ->check(wordCheck({"mm", "cm", "m", "ft", "in"}))
             ->type_name("NAME")
             ->capture_default_str();
         command
             .add_option("--up", up,
                         "Axis that points up in the models; by default y for glTF and Collada, z "
                         "for all others. With y, the model's -Z is taken as +Y of the plan")
-            ->check(CLI::IsMember({"y", "z"}))
+            ->check(wordCheck({"y", "z"}))
             ->type_name("AXIS");
         command
             .add_option("--north", north,
                         "Where true north lies in plan: degrees clockwise, seen from above, from "
                         "the model's +Y. 0: +Y is north; 90: +X is north and a wall that faces +Y "
                         "looks west")
+            ->check(numberCheck("degrees clockwise from the model's +Y"))
             ->type_name("DEG")
             ->capture_default_str();
         command
             .add_option("--grid", grid,
                         "Largest edge of a square sensor cell [m]; smaller faces are one cell each")
+            ->check(numberCheck("metres"))
             ->type_name("M")
             ->capture_default_str();
         command.add_option("--offset", offset, "Distance of a sensor from its face [m]")
+            ->check(numberCheck("metres"))
             ->type_name("M")
             ->capture_default_str();
         command
-            .add_option("--select", select,
-                        "Take only faces of these objects, groups or materials of the sensor model")
-            ->type_name("NAME");
+            .add_option(
+                "--select", select,
+                "Take only faces of these objects, groups or materials of the sensor model: "
+                "roof or roof,wall")
+            ->type_name("NAME,...");
         command.add_option("--threads", threads, "Processors to use; 0: all")
+            ->check(wholeNumberCheck("the number of processors, or 0 for all"))
             ->type_name("N")
             ->capture_default_str();
         command
             .add_option("--rays", rays,
                         "How rays find what is in their way: fast, or octree, the plain way with "
                         "the same answers")
-            ->check(CLI::IsMember({"fast", "octree"}))
+            ->check(wordCheck({"fast", "octree"}))
             ->type_name("NAME")
             ->capture_default_str();
         command.add_flag("--save-masks", saveMasks,
@@ -102,6 +109,7 @@ struct RunArguments {
             .add_option("--sun-tolerance", sunTolerance,
                         "hourly: largest error that shadow edges may leave in the direct sun, in "
                         "percent of a sensor's total, e.g. 0.5; 0 asks once for each sky cell")
+            ->check(numberCheck("percent of a sensor's total"))
             ->type_name("PERCENT")
             ->capture_default_str();
         command.add_flag("--open-ground", openGround,
@@ -112,6 +120,7 @@ struct RunArguments {
                         "hourly: also write series.csv, the hours of these sensors, numbered from "
                         "0 as in sensors.csv: 0,17,4")
             ->delimiter(',')
+            ->check(countCheck("numbers of sensors as in sensors.csv: 0,17,4"))
             ->type_name("N,...");
         command.add_flag("--resume", resume,
                          "Go on where a run of the same study into the same folder was stopped; "
@@ -170,9 +179,10 @@ struct RunArguments {
         requireHourly(result.method, "--series", !series.empty());
         if (result.method == Method::hourly && (saveMasks || !masks.empty())) {
             throw UsageError(fmt::format(
-                "--{} does not belong to --method hourly: masks hold the middles of the sky's "
-                "cells, the hourly method looks at the sun's own places; leave it out or choose "
-                "another method",
+                "--{} does not belong to --method hourly: masks say what is seen of the middles of "
+                "the sky's cells, and the hourly method also looks at the sun's own places, which "
+                "change with the weather and the period; leave it out (--resume goes on with a "
+                "stopped run), or take one of the other methods",
                 saveMasks ? "save-masks" : "masks"));
         }
         result.hourly.sunTolerance = sunTolerance;

@@ -1,5 +1,6 @@
 #include "app/cli/sky_arguments.h"
 
+#include "app/cli/arguments.h"
 #include "app/errors.h"
 #include "app/input/numbers.h"
 
@@ -33,13 +34,14 @@ void SkyArguments::addTo(CLI::App& command, const std::vector<Method>& methods) 
         .add_option("--step", step,
                     "Time step [h], 0.01 to 1; minutes when --hours span less "
                     "than one")
+        ->check(numberCheck("hours from 0.01 to 1"))
         ->type_name("H")
         ->capture_default_str();
     command
         .add_option("--method", method,
                     "How radiation is calculated: hourly closes with the weather's own sums; the "
                     "others are for comparison")
-        ->check(CLI::IsMember(names))
+        ->check(wordCheck(names))
         ->type_name("NAME")
         ->capture_default_str();
     command
@@ -51,7 +53,7 @@ void SkyArguments::addTo(CLI::App& command, const std::vector<Method>& methods) 
                      "Count hours without weather data as hours without radiation");
     command.add_option("--out", out, "Folder for the results; made when missing")
         ->type_name("FOLDER");
-    command.add_flag("--quiet", quiet, "Say nothing but errors");
+    command.add_flag("--quiet", quiet, "Say nothing but warnings and errors");
 }
 
 SkyOptions SkyArguments::options() const {

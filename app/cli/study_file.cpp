@@ -1,5 +1,7 @@
 #include "app/cli/study_file.h"
 
+#include "app/cli/arguments.h"
+#include "app/closest_name.h"
 #include "app/errors.h"
 
 #include <algorithm>
@@ -68,9 +70,11 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
         CLI::Option* option =
             name == "study" || name == "help" ? nullptr : command.get_option_no_throw("--" + name);
         if (option == nullptr) {
-            throw DataError(fmt::format("{}: there is no option {}; the keys are the options of "
+            throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
                                         "'insolate {} --help' without their dashes",
-                                        where, quoteText(name), command.get_name()));
+                                        where, quoteText(name),
+                                        didYouMean(name, optionNames(command)),
+                                        command.get_name()));
         }
         if (option->count() > 0) {
             continue;
@@ -102,8 +106,7 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
                 option->run_callback();
             }
         } catch (const CLI::ParseError& error) {
-            throw DataError(fmt::format("{}: {}; see 'insolate {} --help'", where,
-                                        printable(error.what()), command.get_name()));
+            throw DataError(fmt::format("{}: {}", where, parseFailure(command, error)));
         }
     }
 }

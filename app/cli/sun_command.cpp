@@ -1,3 +1,4 @@
+#include "app/cli/arguments.h"
 #include "app/cli/commands.h"
 #include "app/run/run_sun.h"
 #include "app/terminal/standard_output.h"
@@ -23,12 +24,15 @@ void addSunCommand(CLI::App& app) {
                "(degrees clockwise from north) by clock time.");
     auto arguments = std::make_shared<SunArguments>();
     command->add_option("--lat", arguments->options.latitude, "Latitude, north positive")
+        ->check(numberCheck("degrees, north positive"))
         ->type_name("DEG");
     command->add_option("--lon", arguments->options.longitude, "Longitude, east positive")
+        ->check(numberCheck("degrees, east positive"))
         ->type_name("DEG");
     command
         ->add_option("--tz", arguments->options.timeZone,
                      "Time zone, hours from UTC, east positive; by default from the built-in map")
+        ->check(numberCheck("hours from UTC"))
         ->type_name("H");
     command->add_option("--weather", arguments->weather, "Take the site from this weather file")
         ->type_name("FILE");
@@ -36,6 +40,7 @@ void addSunCommand(CLI::App& app) {
         ->type_name("DATE")
         ->capture_default_str();
     command->add_option("--step", arguments->step, "Time step [h], 0.01 to 1")
+        ->check(numberCheck("hours from 0.01 to 1"))
         ->type_name("H")
         ->capture_default_str();
     command->callback([arguments] {

@@ -1,5 +1,5 @@
 #include "app/cli/commands.h"
-#include "app/cli/sky_arguments.h"
+#include "app/errors.h"
 #include "app/run/run_weather.h"
 #include "app/terminal/standard_output.h"
 
@@ -19,9 +19,16 @@ void addWeatherCommand(CLI::App& app) {
     };
     auto arguments = std::make_shared<Arguments>();
     CLI::App* info = command->add_subcommand(
-        "info", "Print site, monthly and annual sums, and what looks wrong in the file.");
+        "info", "Print site, monthly and annual sums, and what looks wrong in the file.\n"
+                "Fails when 'insolate run' would not take the file.");
     info->add_option("FILE", arguments->from, "Weather file: .epw, .wea or .mra")->required();
-    info->callback([arguments] { printResult(weatherInfo(arguments->from)); });
+    info->callback([arguments] {
+        const WeatherInfo found = weatherInfo(arguments->from);
+        printResult(found.text);
+        if (!found.refusal.empty()) {
+            throw DataError(found.refusal);
+        }
+    });
 
     CLI::App* convert =
         command->add_subcommand("convert", "Write an .epw file as .wea, which loads faster.");
@@ -30,7 +37,8 @@ void addWeatherCommand(CLI::App& app) {
     convert->add_flag("--allow-gaps", arguments->allowGaps,
                       "Store hours without weather data as hours without radiation");
     convert->callback([arguments] {
-        printResult(convertWeather(arguments->from, arguments->to, arguments->allowGaps));
+        Progress progress(stderr, Progress::styleOf(stderr, false));
+        convertWeather(arguments->from, arguments->to, arguments->allowGaps, progress);
     });
 }
 

@@ -1,6 +1,8 @@
 #include "app/input/mesh.h"
 
+#include "app/closest_name.h"
 #include "app/errors.h"
+#include "app/input/numbers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -145,6 +147,37 @@ void appendTriangles(const Mesh& mesh, Scene& scene) {
     }
 }
 
+namespace {
+
+bool markNamed(const Mesh& mesh, std::string_view name, std::vector<bool>& marks) {
+    const auto found = std::find(mesh.names.begin(), mesh.names.end(), name);
+    if (found == mesh.names.end()) {
+        return false;
+    }
+    marks[static_cast<std::size_t>(found - mesh.names.begin())] = true;
+    return true;
+}
+
+/// What can be selected, as the end of a message about a name that cannot.
+std::string choiceOf(const Mesh& mesh, std::string_view name) {
+    if (mesh.names.empty()) {
+        return "; the model has no names: leave --select out to take every face";
+    }
+    const std::string close = didYouMean(name, mesh.names);
+    if (!close.empty()) {
+        return close;
+    }
+    constexpr std::size_t most = 12;
+    std::string known;
+    for (std::size_t i = 0; i < std::min(mesh.names.size(), most); ++i) {
+        known += (i == 0 ? "; choose from " : ", ") + quoteText(mesh.names[i]);
+    }
+    return mesh.names.size() > most ? known + fmt::format(" and {} more", mesh.names.size() - most)
+                                    : known;
+}
+
+} // namespace
+
 std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
                                        const std::string& source) {
     std::vector<std::uint32_t> selected;
@@ -155,22 +188,18 @@ std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::st
     }
     std::vector<bool> wanted(mesh.names.size(), false);
     for (const std::string& name : names) {
-        const auto found = std::find(mesh.names.begin(), mesh.names.end(), name);
-        if (found == mesh.names.end()) {
-            constexpr std::size_t most = 20;
-            std::string known;
-            for (std::size_t i = 0; i < std::min(mesh.names.size(), most); ++i) {
-                known += (i == 0 ? "" : ", ") + quoteText(mesh.names[i]);
-            }
-            if (mesh.names.size() > most) {
-                known += fmt::format(" and {} more", mesh.names.size() - most);
-            }
-            throw DataError(fmt::format(
-                "{}: no object, group or material is called {}; {}", source, quoteText(name),
-                known.empty() ? "the model has no names: leave --select out to take every face"
-                              : "choose from " + known));
+        if (!markNamed(mesh, name, wanted)) {
+            // Where no name is the whole text, it is a list of names.
+            std::string_view rest = name;
+            do {
+                const std::string part(trimmed(rest.substr(0, rest.find(','))));
+                if (!markNamed(mesh, part, wanted)) {
+                    throw DataError(fmt::format("{}: no object, group or material is called {}{}",
+                                                source, quoteText(part), choiceOf(mesh, part)));
+                }
+                rest.remove_prefix(std::min(rest.find(','), rest.size() - 1) + 1);
+            } while (!rest.empty());
         }
-        wanted[static_cast<std::size_t>(found - mesh.names.begin())] = true;
     }
     const auto matches = [&](std::uint32_t name) { return name != Mesh::unnamed && wanted[name]; };
     for (std::uint32_t i = 0; i < mesh.faces.size(); ++i) {

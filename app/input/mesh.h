@@ -65,7 +65,7 @@ std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> p
 void appendTriangles(const Mesh& mesh, Scene& scene);
 
 /// The faces whose object, group or material has one of the names; all faces when no name is
-/// given.
+/// given. A text that is no name may be several, separated by commas.
 /// @param source what a message names as the origin of the mesh
 /// @throws DataError listing the names there are when a name matches nothing
 std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,

@@ -96,6 +96,11 @@ int parseDate(std::string_view text) {
 void parseDates(std::string_view text, StudyPeriod& period) {
     const std::string_view dates = trimmed(text);
     const std::size_t dash = dates.find('-');
+    if (dash == 0 || (!dates.empty() && dash == dates.size() - 1)) {
+        throw UsageError(fmt::format("--period {}: the {} date is missing; write two dates such as "
+                                     "6/1-8/31, or one without the dash",
+                                     quoteText(text), dash == 0 ? "first" : "second"));
+    }
     try {
         if (dash == std::string_view::npos) {
             period.startDay = parseDate(dates);
@@ -135,6 +140,10 @@ void checkStep(double step) {
 
 int StudyPeriod::dayCount() const {
     return endDay >= startDay ? endDay - startDay + 1 : endDay - startDay + 366;
+}
+
+bool StudyPeriod::contains(int day) const {
+    return endDay >= startDay ? day >= startDay && day <= endDay : day >= startDay || day <= endDay;
 }
 
 std::string StudyPeriod::text() const {

@@ -15,6 +15,8 @@ struct StudyPeriod {
     double step = 0.1;      ///< hours, 0 < step <= 1
 
     [[nodiscard]] int dayCount() const;
+    /// @param day of the year, 1..365
+    [[nodiscard]] bool contains(int day) const;
     /// "1 June to 31 August, 8:00 to 18:00".
     [[nodiscard]] std::string text() const;
 };

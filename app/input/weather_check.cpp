@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bitset>
 #include <cctype>
 #include <cmath>
 #include <cstring>
@@ -16,6 +15,7 @@
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -128,18 +128,24 @@ public:
                 "{} lines of 29 February are read as 28 February: the year has 365 days",
                 m_leapLines));
         }
-        m_report.hoursPresent = m_seen.count();
+        std::size_t line = 0;
         for (int hour = 0; hour < daysPerYear * hoursPerDay; ++hour) {
             const HourOfYear when(hour / hoursPerDay, hour % hoursPerDay);
-            if (!m_seen[static_cast<std::size_t>(hour)]) {
+            const std::size_t lastLine =
+                std::exchange(line, m_lineOf[static_cast<std::size_t>(hour)]);
+            if (line == 0) {
+                if (m_report.hoursMissing.empty()) {
+                    m_report.lineBeforeMissing = lastLine;
+                }
                 m_report.hoursMissing.push_back(when);
             }
-            if (const std::size_t line = m_missingAt[static_cast<std::size_t>(hour)]; line != 0) {
+            if (const std::size_t at = m_missingAt[static_cast<std::size_t>(hour)]; at != 0) {
                 m_report.radiationMissing.push_back(when);
                 std::size_t& first = m_report.firstRadiationMissingLine;
-                first = first == 0 ? line : std::min(first, line);
+                first = first == 0 ? at : std::min(first, at);
             }
         }
+        m_report.hoursPresent = hoursPerYear - m_report.hoursMissing.size();
         return m_report;
     }
 
@@ -181,6 +187,11 @@ private:
                                         place(m_file, m_line)));
         }
         m_hasLocation = true;
+        if (fields[0].find(';') != std::string_view::npos) {
+            throw DataError(fmt::format("{}: the fields are separated by semicolons; save the file "
+                                        "again with commas between them",
+                                        place(m_file, m_line)));
+        }
         WeatherSite& site = m_report.site;
         site.city = unquoted(fields[1]);
         site.region = unquoted(fields[2]);
@@ -241,13 +252,11 @@ private:
         if (isLeapDay) {
             return;
         }
-        if (m_seen[index]) {
+        if (std::exchange(m_lineOf[index], m_line) != 0) {
             if (m_report.hoursRepeated++ == 0) {
                 m_report.firstRepeatedLine = m_line;
             }
-            return;
         }
-        m_seen.set(index);
     }
 
     /// Whether the value is marked as missing.
@@ -271,7 +280,8 @@ private:
     std::size_t m_dataLines = 0;
     std::size_t m_leapLines = 0;
     bool m_hasLocation = false;
-    std::bitset<hoursPerYear> m_seen;
+    /// The line that gives the hour, 0 for none.
+    std::vector<std::size_t> m_lineOf = std::vector<std::size_t>(hoursPerYear, 0);
     /// The line that marks the hour's radiation as missing, 0 for none.
     std::vector<std::size_t> m_missingAt = std::vector<std::size_t>(hoursPerYear, 0);
     WeatherReport m_report;
@@ -378,10 +388,11 @@ void requireCompleteYear(const WeatherReport& report, const std::filesystem::pat
                                     place(file, report.firstRepeatedLine), report.hoursRepeated));
     }
     if (!report.hoursMissing.empty()) {
-        throw DataError(
-            fmt::format("{}: {} of the year's {} hours are missing, the first is {}; {}",
-                        place(file), report.hoursMissing.size(), hoursPerYear,
-                        hourOfYearText(report.hoursMissing.front()), mend));
+        throw DataError(fmt::format(
+            "{}: {} of the year's {} hours are missing, the first is {}{}; {}",
+            report.lineBeforeMissing == 0 ? place(file) : place(file, report.lineBeforeMissing),
+            report.hoursMissing.size(), hoursPerYear, hourOfYearText(report.hoursMissing.front()),
+            report.lineBeforeMissing == 0 ? "" : ", after this line", mend));
     }
     if (!report.radiationMissing.empty()) {
         const std::string where = report.firstRadiationMissingLine == 0

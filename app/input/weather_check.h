@@ -30,11 +30,14 @@ struct WeatherReport {
     WeatherSite site;
     std::size_t hoursPresent = 0;
     std::vector<HourOfYear> hoursMissing;
+    std::size_t lineBeforeMissing = 0; ///< after which the first missing hour belongs; 0: unknown
     std::size_t hoursRepeated = 0;     ///< data lines for an hour that an earlier line has given
     std::size_t firstRepeatedLine = 0; ///< 0 when there is none
     /// Hours whose direct or diffuse radiation carries the mark for missing.
     std::vector<HourOfYear> radiationMissing;
     std::size_t firstRadiationMissingLine = 0;
+    /// The year ends on 30 December: 31 December, with light on the day before, has none.
+    bool lastDayEmpty = false;
     std::vector<std::string> notes; ///< what a user should know, a sentence each
 
     /// Hours that the file leaves open in one way or the other.

@@ -246,6 +246,9 @@ void OutputFolder::commit() {
         // While the names change over, the file that closes the set is absent.
         unlink(m_staged.back().target.c_str());
     }
+    for (const fs::path& old : m_retired) {
+        unlink(old.c_str());
+    }
     for (const Staged& staged : m_staged) {
         if (rename(staged.partial.c_str(), staged.target.c_str()) != 0) {
             const int reason = errno;

@@ -90,6 +90,10 @@ public:
     /// the folder object. Staged once per name.
     OutputFile& stage(const std::string& name);
 
+    /// A file of an earlier run that would contradict the staged ones: it goes at commit(), once
+    /// they are complete.
+    void retire(const std::string& name) { m_retired.push_back(m_folder / name); }
+
     /// Finishes all staged files and gives them their names, the last staged one last: its presence
     /// says that the set is complete (stage "summary.json" last). When finishing fails, nothing has
     /// been renamed.
@@ -115,6 +119,7 @@ private:
     std::filesystem::path m_folder;
     std::vector<std::filesystem::path> m_createdFolders; ///< innermost last
     std::vector<Staged> m_staged;
+    std::vector<std::filesystem::path> m_retired;
     int m_lock = -1;
     bool m_committed = false;
 };

@@ -26,9 +26,6 @@ enum Column {
     sunHours
 };
 
-/// Share of the diffuse radiation; dawn and dusk give less in any sound file.
-constexpr double worthTelling = 1.0e-3;
-
 int stepsOfHour(double step) {
     const double steps = std::round(1.0 / step);
     if (steps > 60.0 || std::abs(steps * step - 1.0) > 1.0e-9) {
@@ -73,12 +70,9 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
                                                   m_options.albedo));
         }
     }
-    const HourlySkyReport& report = sky.report;
-    if (report.diffuseWithoutSun > worthTelling * report.diffuseHorizontal) {
-        m_weather.notes.push_back(
-            fmt::format("{} hours have radiation while the sun is down: {:.4g} kWh/m2 of it are "
-                        "placed on the whole sky",
-                        report.hoursWithoutSun, report.diffuseWithoutSun / 1000.0));
+    noteLastDay(m_weather, options);
+    if (std::string odd = sunDownText(options.weather, sky.report); !odd.empty()) {
+        m_weather.notes.push_back(std::move(odd));
     }
     HourlyAnalysisOptions analysis;
     analysis.sunTolerance = m_options.sunTolerance / 100.0;
@@ -165,7 +159,7 @@ void HourlyStudy::describe(nlohmann::ordered_json& record,
 
 void HourlyStudy::writeSeries(OutputFile& out, const SensorWork& work) const {
     std::vector<SensorHours> series;
-    out.write("hour_of_year,month,day,hour");
+    out.write(seriesHeader);
     for (const std::size_t sensor : m_options.series) {
         m_analysis->evaluate(*work.masks.rays(), sensorAt(work, sensor), &series.emplace_back());
         out.write(fmt::format(",beam_{0} [Wh/m2],sky_{0} [Wh/m2],ground_{0} [Wh/m2]", sensor));

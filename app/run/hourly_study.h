@@ -7,8 +7,12 @@
 #include <insolate/insolate.h>
 
 #include <optional>
+#include <string_view>
 
 namespace insolate::app {
+
+/// How the table of hours begins.
+inline constexpr std::string_view seriesHeader = "hour_of_year,month,day,hour";
 
 class HourlyStudy final : public RadiationMethod {
 public:

@@ -20,6 +20,7 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <fstream>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -46,6 +47,9 @@ private:
     std::chrono::steady_clock::time_point m_last = m_start;
     nlohmann::ordered_json m_record;
 };
+
+constexpr const char* masksName = "sensors.masks";
+constexpr const char* seriesName = "series.csv";
 
 constexpr double bytesPerTriangle = 900.0; // model, ray caster, its tree
 constexpr double mostTriangles = 1.0e7;
@@ -184,6 +188,22 @@ void checkSeries(const RunOptions& options, std::size_t sensors) {
     }
 }
 
+/// Results of an earlier run that this one does not replace. Files that only have such a name stay,
+/// and so do masks that still belong to the study.
+void retireResults(OutputFolder& folder, const RunOptions& options, const VisibilityKey& key) {
+    if (options.hourly.series.empty()) {
+        std::string begin(seriesHeader.size(), '\0');
+        std::ifstream series(folder.path() / seriesName, std::ios::binary);
+        series.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+        if (begin == seriesHeader) {
+            folder.retire(seriesName);
+        }
+    }
+    if (!options.saveMasks && SkyVisibilityStore::isForeign(folder.path() / masksName, key)) {
+        folder.retire(masksName);
+    }
+}
+
 ResultColumn inKilowattHours(ResultColumn column) {
     for (float& value : column.values) {
         value /= 1000.0f;
@@ -193,7 +213,7 @@ ResultColumn inKilowattHours(ResultColumn column) {
 }
 
 PartialResults::Key resumeKey(const RunOptions& options, const RadiationMethod& method,
-                              const Inputs& inputs) {
+                              const Inputs& inputs, const VisibilityKey& visibility) {
     nlohmann::ordered_json record = runRecord(options, method.weather(), inputs);
     method.describe(record, {});
     record["save_masks"] = options.saveMasks;
@@ -202,8 +222,8 @@ PartialResults::Key resumeKey(const RunOptions& options, const RadiationMethod& 
         files.push_back(*options.masks);
     }
     return PartialResults::keyOf(
-        record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace),
-        visibilityKey(inputs.scene, inputs.field, options.north), files);
+        record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace), visibility,
+        files);
 }
 
 /// @param kept receives how many finished sensors the folder keeps
@@ -217,9 +237,7 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     checkSeries(options, inputs.field.size());
     watch.lap("models_s");
     const Recentring recentring(inputs.scene, inputs.field);
-    const VisibilityKey key = options.masks || options.saveMasks
-                                  ? visibilityKey(inputs.scene, inputs.field, options.north)
-                                  : VisibilityKey();
+    const VisibilityKey key = visibilityKey(inputs.scene, inputs.field, options.north);
     SkyVisibilityStore stored;
     if (options.masks) {
         stored = SkyVisibilityStore::read(*options.masks, key);
@@ -229,7 +247,7 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
                       : makeRayMasks(inputs.scene, recentring, options.rays);
     throwIfInterrupted();
     watch.lap("ray_index_s");
-    PartialResults partial(options.out, resumeKey(options, *method, inputs), options.resume);
+    PartialResults partial(options.out, resumeKey(options, *method, inputs, key), options.resume);
     SkyVisibilityStore saved(options.saveMasks ? inputs.field.size() : 0);
     const SensorWork work = {.field = inputs.field,
                              .recentring = recentring,
@@ -262,13 +280,13 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     picture.north = options.north;
     drawHeatmap(folder.stage("heatmap.png"), inputs.scene, inputs.field, shown, picture);
     if (options.saveMasks) {
-        saved.write(folder.stage("sensors.masks"), key);
-        written += ", sensors.masks";
+        saved.write(folder.stage(masksName), key);
+        written += fmt::format(", {}", masksName);
     }
     if (const auto* hourly = dynamic_cast<const HourlyStudy*>(method.get());
         hourly != nullptr && !options.hourly.series.empty()) {
-        hourly->writeSeries(folder.stage("series.csv"), work);
-        written += ", series.csv";
+        hourly->writeSeries(folder.stage(seriesName), work);
+        written += fmt::format(", {}", seriesName);
     }
     throwIfInterrupted();
     watch.lap("files_s");
@@ -280,6 +298,7 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     record["timings"] = watch.record();
     record["timings"]["whole_s"] = watch.whole();
     writeSummaryJson(folder.stage("summary.json"), record);
+    retireResults(folder, options, key);
     folder.commit();
     partial.remove();
 

@@ -72,7 +72,7 @@ std::string refusal(Check&& check) {
 
 } // namespace
 
-std::string weatherInfo(const std::filesystem::path& file) {
+WeatherInfo weatherInfo(const std::filesystem::path& file) {
     const WeatherYear read = readWeatherYear(file);
     const WeatherSeries& year = read.series;
     std::array<MonthTotals, 12> months;
@@ -95,19 +95,26 @@ std::string weatherInfo(const std::filesystem::path& file) {
     for (const std::string& finding : read.report.notes) {
         text += fmt::format("# {}\n", finding);
     }
+    if (read.report.lastDayEmpty) {
+        text += fmt::format("# {}\n", lastDayText(file, Method::hourly));
+    }
+    if (const std::string odd = sunDownText(file, buildHourlySky(year).report); !odd.empty()) {
+        text += fmt::format("# {}\n", odd);
+    }
     const std::string hourly = refusal([&] { requireCompleteYear(read.report, file, false); });
     const std::string others =
         refusal([&] { requireCompleteYear(inspectWeatherFile(file), file, false); });
-    text += hourly.empty() ? "# usable by 'insolate run'\n"
-                           : fmt::format("# 'insolate run' says: {}\n", hourly);
-    if (!others.empty() && others != hourly) {
-        text += fmt::format("# the methods other than hourly say: {}\n", others);
+    if (hourly.empty()) {
+        text += "# usable by 'insolate run'\n";
+        if (!others.empty()) {
+            text += fmt::format("# the methods other than hourly say: {}\n", others);
+        }
     }
-    return text;
+    return {text, hourly};
 }
 
-std::string convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
-                           bool allowGaps) {
+void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
+                    bool allowGaps, Progress& progress) {
     if (!hasExtension(to, {".wea"})) {
         throw UsageError(fmt::format(
             "{}: only .wea files are written; give a name that ends in .wea", place(to)));
@@ -131,17 +138,20 @@ std::string convertWeather(const std::filesystem::path& from, const std::filesys
     out.write(&record, sizeof record);
     folder.commit();
 
-    std::string text = fmt::format("wrote {}: {}\n", place(to), report.site.text());
     for (const std::string& note : report.notes) {
-        text += note + '\n';
+        progress.warn(note);
     }
     if (report.gapCount() > 0) {
-        text += fmt::format("{} hours without data are stored as without radiation\n",
-                            report.gapCount());
+        progress.warn(fmt::format("{} hours without data are stored as without radiation",
+                                  report.gapCount()));
     }
-    // The year of the store ends with what EPW files give for 31 December at the day before.
-    text += "31 December stands in the place of 30 December, where the library keeps it\n";
-    return text;
+    // The store puts what EPW files give for 31 December at the day before.
+    progress.warn(
+        fmt::format("{}: the weather of 31 December stands at the 30th, whose own is lost, "
+                    "and the 31st is empty: so the methods other than hourly read a year. "
+                    "For the hourly method keep {}",
+                    place(to), place(from)));
+    progress.note(fmt::format("wrote {}: {}", place(to), report.site.text()));
 }
 
 } // namespace insolate::app

@@ -1,6 +1,7 @@
 #include "app/run/solar_analysis.h"
 
 #include "app/errors.h"
+#include "app/run/weather_year.h"
 
 #include <algorithm>
 #include <cmath>
@@ -77,6 +78,8 @@ SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
     controller().setSolarCalculationMethod(libraryMethod(options.method));
     loadWeather(controller(), options.weather, m_weather);
     const StudyPeriod& period = options.period;
+    m_weather.lastDayEmpty = lastDayIsEmpty(controller().getWeatherData());
+    noteLastDay(m_weather, options);
     controller().setTimeSpec(static_cast<float>(period.startHour),
                              static_cast<float>(period.endHour), static_cast<float>(period.step),
                              period.startDay, period.endDay);
@@ -124,6 +127,19 @@ void loadWeather(ESolarAnalysisController& controller, const std::filesystem::pa
             }
         }
     }
+}
+
+bool lastDayIsEmpty(const EWeatherData& year) {
+    const auto isDark = [&](int day) {
+        for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
+            if (year.getHourlyDirectRad(day, hour) != 0.0f ||
+                year.getHourlyDiffuseRad(day, hour) != 0.0f) {
+                return false;
+            }
+        }
+        return true;
+    };
+    return isDark(ESolarPosition::DAYS_PER_YEAR - 1) && !isDark(ESolarPosition::DAYS_PER_YEAR - 2);
 }
 
 std::string siteText(const Site& site) {

@@ -19,6 +19,10 @@ namespace insolate::app {
 void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
                  const WeatherReport& report);
 
+/// Whether the year ends on 30 December: 31 December, with light on the day before, has none. So it
+/// is with every EPW file, whose 31 December takes the place of the 30th in the store.
+bool lastDayIsEmpty(const EWeatherData& year);
+
 /// "41.98 N, 87.92 W, UTC-6".
 std::string siteText(const Site& site);
 

@@ -4,6 +4,8 @@
 #include "app/input/file_name.h"
 #include "app/run/solar_analysis.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -36,11 +38,27 @@ void listGaps(WeatherYear& year) {
     report.hoursPresent = series.directNormal.size() - report.hoursMissing.size();
 }
 
+/// Lines that a refusal of the file can name.
+void noteLine(const WeatherFinding& finding, WeatherReport& report) {
+    constexpr std::array<int, 2> radiationColumns = {15, 16};
+    const auto line = static_cast<std::size_t>(finding.line);
+    if (finding.kind == WeatherFindingKind::Gap) {
+        report.lineBeforeMissing = line;
+    } else if ((finding.kind == WeatherFindingKind::MissingValue ||
+                finding.kind == WeatherFindingKind::BadNumber) &&
+               std::find(radiationColumns.begin(), radiationColumns.end(), finding.column) !=
+                   radiationColumns.end()) {
+        std::size_t& first = report.firstRadiationMissingLine;
+        first = first == 0 ? line : std::min(first, line);
+    }
+}
+
 WeatherYear readEpwYear(const std::filesystem::path& file) {
     WeatherReading reading = readWeatherSeries(file);
     WeatherYear year;
     for (const WeatherFinding& finding : reading.findings) {
         year.report.notes.push_back(printable(finding.text));
+        noteLine(finding, year.report);
     }
     if (!reading.ok) {
         throw DataError(year.report.notes.empty()
@@ -80,19 +98,7 @@ WeatherYear readStoredYear(const std::filesystem::path& file) {
         const auto index = static_cast<std::size_t>(day * ESolarPosition::HOURS_PER_DAY + hour);
         direct[index] = diffuse[index] = std::numeric_limits<float>::quiet_NaN();
     }
-    const auto darkDay = [&](std::size_t day) {
-        float sum = 0.0f;
-        for (std::size_t hour = 24 * day; hour < 24 * day + 24; ++hour) {
-            sum += direct[hour] + diffuse[hour];
-        }
-        return sum == 0.0f;
-    };
-    if (darkDay(364) && !darkDay(363)) {
-        year.report.notes.push_back(fmt::format(
-            "{}: 31 December holds no radiation and counts as dark; convert the year's .epw file "
-            "again or give that",
-            place(file)));
-    }
+    year.report.lastDayEmpty = lastDayIsEmpty(store);
     const WeatherSite& site = year.report.site;
     year.series = makeWeatherSeries({site.latitude, site.longitude, site.timeZone, site.elevation},
                                     direct, diffuse)
@@ -106,6 +112,41 @@ WeatherYear readStoredYear(const std::filesystem::path& file) {
 
 WeatherYear readWeatherYear(const std::filesystem::path& file) {
     return hasExtension(file, {".epw"}) ? readEpwYear(file) : readStoredYear(file);
+}
+
+std::string lastDayText(const std::filesystem::path& file, Method method) {
+    if (hasExtension(file, {".epw"})) {
+        return fmt::format(
+            "{}: 31 December counts as dark and 30 December takes the weather of the "
+            "31st: so --method {} reads a year; take --method hourly for these days",
+            place(file), methodName(method));
+    }
+    return fmt::format(
+        "{}: 31 December is empty and counts as dark, and 30 December has the weather "
+        "of the 31st if 'insolate weather convert' made the file; give the .epw "
+        "file{}",
+        place(file), method == Method::hourly ? "" : " with --method hourly");
+}
+
+void noteLastDay(WeatherReport& report, const SkyOptions& options) {
+    if (report.lastDayEmpty && (options.period.contains(364) || options.period.contains(365))) {
+        report.notes.push_back(lastDayText(options.weather, options.method));
+    }
+}
+
+std::string sunDownText(const std::filesystem::path& file, const HourlySkyReport& report) {
+    constexpr double worthTelling = 1.0e-3; // dawn and dusk give less in any sound file
+    if (report.diffuseWithoutSun <= worthTelling * report.diffuseHorizontal &&
+        report.directWithoutSun <= worthTelling * (report.directNormal + report.directWithoutSun)) {
+        return {};
+    }
+    return fmt::format("{}: {} hours have radiation while the sun is down: {:.4g} kWh/m2 of direct "
+                       "normal, which has "
+                       "no place in the sky, and {:.4g} kWh/m2 on the level, which go on the whole "
+                       "sky. Usually the "
+                       "time zone is wrong or the hours are shifted; check both",
+                       place(file), report.hoursWithoutSun, report.directWithoutSun / 1000.0,
+                       report.diffuseWithoutSun / 1000.0);
 }
 
 } // namespace insolate::app

@@ -3,10 +3,12 @@
 #pragma once
 
 #include "app/input/weather_check.h"
+#include "app/run/run_options.h"
 
 #include <insolate/insolate.h>
 
 #include <filesystem>
+#include <string>
 
 namespace insolate::app {
 
@@ -20,5 +22,16 @@ struct WeatherYear {
 /// @throws DataError when the file gives no year; one with gaps is for requireCompleteYear() to
 ///         judge
 WeatherYear readWeatherYear(const std::filesystem::path& file);
+
+/// What becomes of the year's last days by the method when the report says that the last one is
+/// empty, and the mend.
+std::string lastDayText(const std::filesystem::path& file, Method method);
+
+/// Adds that to the report's notes where the period touches these days.
+void noteLastDay(WeatherReport& report, const SkyOptions& options);
+
+/// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
+/// empty.
+std::string sunDownText(const std::filesystem::path& file, const HourlySkyReport& report);
 
 } // namespace insolate::app

@@ -66,16 +66,19 @@ void Progress::eraseBar() {
 }
 
 void Progress::note(const std::string& text) {
-    if (m_style == Style::quiet) {
-        return;
+    if (m_style != Style::quiet) {
+        printLine(text);
     }
-    const std::lock_guard lock(m_mutex);
-    eraseBar();
-    print(fmt::format("insolate: {}\n", text));
 }
 
 void Progress::warn(const std::string& text) {
-    note("warning: " + text);
+    printLine("warning: " + text);
+}
+
+void Progress::printLine(const std::string& text) {
+    const std::lock_guard lock(m_mutex);
+    eraseBar();
+    print(fmt::format("insolate: {}\n", text));
 }
 
 void Progress::begin(std::size_t total, std::string_view things) {

@@ -1,7 +1,7 @@
 /// What a person sees while the command works, on standard error.
 ///
 /// On a terminal one line is redrawn: bar, share, rate and time left. Into a file or pipe, plain
-/// lines are written at every tenth of the work. --quiet leaves errors only.
+/// lines are written at every tenth of the work. --quiet leaves warnings and errors.
 #pragma once
 
 #include <chrono>
@@ -35,7 +35,7 @@ public:
     /// A line of its own about what happens; nothing when quiet.
     void note(const std::string& text);
 
-    /// A line that a person should not overlook; written unless quiet.
+    /// A line that a person should not overlook; written when quiet too.
     void warn(const std::string& text);
 
     /// Begins counting `total` things, named in the plural.
@@ -51,6 +51,7 @@ private:
     /// Writes and flushes. What nobody can read is no reason to stop the work, so a closed or full
     /// stream is passed over.
     void print(const std::string& text);
+    void printLine(const std::string& text);
     void eraseBar();
     void draw(double seconds);
 

@@ -111,8 +111,9 @@ public:
     explicit Findings(std::string_view name) : m_name(name) {}
 
     /// Counts an occurrence; what and mend make the sentence of the first one.
+    /// @param column of the file, counted from 1
     void add(WeatherFindingKind kind, int line, int field, const std::string& what,
-             const char* mend) {
+             const char* mend, int column = 0) {
         const auto [place, fresh] =
             m_places.try_emplace({static_cast<int>(kind), field}, m_list.size());
         if (!fresh) {
@@ -127,7 +128,7 @@ public:
         if (*mend != '\0') {
             text += std::string("; ") + mend;
         }
-        m_list.push_back({kind, line, 1, std::move(text)});
+        m_list.push_back({kind, line, 1, std::move(text), column});
     }
 
     std::vector<WeatherFinding> finished() {
@@ -183,7 +184,13 @@ struct Reader {
 
     bool readLocation(std::string_view text) {
         std::array<std::string_view, 10> columns;
-        if (split(text, columns) < columns.size()) {
+        const std::size_t count = split(text, columns);
+        if (columns[0].find(';') != std::string_view::npos) {
+            return fail(WeatherFindingKind::BadLocation, line,
+                        "the fields are separated by semicolons",
+                        "save the file again with commas between them");
+        }
+        if (count < columns.size()) {
             return fail(WeatherFindingKind::BadLocation, line,
                         "the LOCATION line has fewer than 10 fields",
                         "give place, latitude, longitude, zone and elevation");
@@ -256,7 +263,7 @@ struct Reader {
             findings.add(kind, line, f,
                          "field " + std::to_string(field.column + 1) + " (" + field.name +
                              "): " + quoted(text) + what,
-                         mend);
+                         mend, static_cast<int>(field.column) + 1);
         };
         const std::optional<double> value = number(text);
         if (!value) {
@@ -368,6 +375,7 @@ struct Reader {
             counts[static_cast<std::size_t>(f)].assign(hoursPerYear, 0);
         }
         std::vector<int> seen(hoursPerYear, 0);
+        std::vector<int> lineOf(hoursPerYear, 0);
         WeatherSeries& series = reading.series;
         series.year.assign(hoursPerYear, 0);
         int previous = -1;
@@ -383,6 +391,7 @@ struct Reader {
                              "a second record for the same hour", "the first one is kept");
                 continue;
             }
+            lineOf[slot] = record.line;
             series.year[slot] = record.year;
             for (std::size_t f = 0; f < FieldCount; ++f) {
                 if (!std::isnan(record.values[f])) {
@@ -400,10 +409,12 @@ struct Reader {
         if (firstGap >= 0) {
             const int gaps = static_cast<int>(std::count(seen.begin(), seen.end(), 0));
             const MonthAndDay date = monthAndDay(firstGap / 24);
-            findings.add(WeatherFindingKind::Gap, 0, 0,
+            const int before = firstGap == 0 ? 0 : lineOf[static_cast<std::size_t>(firstGap - 1)];
+            findings.add(WeatherFindingKind::Gap, before, 0,
                          std::to_string(gaps) + " hours have no record, the first is day " +
                              std::to_string(date.day) + " of month " + std::to_string(date.month) +
-                             ", hour " + std::to_string(firstGap % 24 + 1),
+                             ", hour " + std::to_string(firstGap % 24 + 1) +
+                             (before == 0 ? "" : ", after this line"),
                          "they count as missing");
         }
         const std::array<std::vector<float>*, FieldCount> targets{&series.dryBulb,

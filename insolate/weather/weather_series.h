@@ -63,9 +63,12 @@ enum class WeatherFindingKind {
 
 struct WeatherFinding {
     WeatherFindingKind kind{};
-    int line = 0;     ///< of the first occurrence, counted from 1; 0 where there is no line
+    /// Of the first occurrence, counted from 1; 0 where there is no line. For a gap the line
+    /// before.
+    int line = 0;
     int count = 0;    ///< occurrences
     std::string text; ///< complete sentence with the file's name, the line and the mend
+    int column = 0;   ///< of the value in the line, counted from 1; 0 where a line as such is meant
 };
 
 /// What a reading gives. Findings of the same kind and field are counted together.

@@ -48,6 +48,13 @@ TEST_F(CommandTest, RunsAStudy) {
         EXPECT_EQ(readFile(path("a/b") / name), readFile(path("c") / name)) << name;
         EXPECT_EQ(readFile(path("a/b") / name), readFile(path("d") / name)) << name;
     }
+    // Masks stay beside the results of the sensors they were made for, and no others.
+    const std::string next = "run --weather good.epw --scene court.obj --select floor --period 6/1 "
+                             "--quiet --out c --grid ";
+    EXPECT_EQ(command(next + "1").exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists(path("c/sensors.masks")));
+    EXPECT_EQ(command(next + "2").exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(path("c/sensors.masks")));
 }
 
 TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
@@ -89,6 +96,17 @@ TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
     EXPECT_THAT(summary, HasSubstr("\"albedo\": 0.3"));
     EXPECT_THAT(summary, HasSubstr("\"while_the_sun_is_down\""));
     EXPECT_THAT(summary, HasSubstr("\"highest_peak\""));
+
+    // A run without it takes the earlier run's series away, but no file that only has its name.
+    const std::string without =
+        "run --weather good.epw --scene court.obj --period 1/1 --quiet --out h";
+    EXPECT_EQ(command(without + " --grid 0").exitCode, 2);
+    EXPECT_TRUE(std::filesystem::exists(path("h/series.csv")));
+    EXPECT_EQ(command(without).exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(path("h/series.csv")));
+    write("h/series.csv", "hour,mine\n");
+    EXPECT_EQ(command(without).exitCode, 0);
+    EXPECT_EQ(readFile(path("h/series.csv")), "hour,mine\n");
 }
 
 TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
@@ -109,7 +127,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
     write("nest.toml", "period = { a = 1 }\n");
     write("form.toml", "period = \n");
     EXPECT_THAT(command("run --study bad.toml").err,
-                HasSubstr("bad.toml:2: there is no option 'wether'"));
+                HasSubstr("bad.toml:2: there is no option 'wether'; did you mean 'weather'?"));
     EXPECT_THAT(command("run --study value.toml").err, HasSubstr("value.toml:1: "));
     EXPECT_THAT(command("run --study nest.toml").err, HasSubstr("nest.toml:1: 'period' must be"));
     EXPECT_THAT(command("run --study form.toml").err, HasSubstr("form.toml:1: "));
@@ -136,13 +154,27 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     const std::string scene = "run --scene court.obj --out out --weather ";
     for (const Case& c : std::vector<Case>{
              {"", 2, "subcommand"},
-             {"fly", 2, "insolate --help"},
+             {"fly", 2, "'fly'; choose from run, sky, sun, weather; see 'insolate --help'"},
+             {"runn --out out", 2, "no subcommand 'runn'; did you mean 'run'?"},
+             {"weather inof good.epw", 2, "did you mean 'info'?"},
+             {base + "--gird=2", 2, "no option '--gird'; did you mean '--grid'?"},
+             {base + "more", 2, "'more' was not expected; "},
+             {base + "--method hourli", 2,
+              "--method: there is no 'hourli'; did you mean 'hourly'?"},
+             {base + "--method", 2, "--method: the value is missing; give --method NAME:{hourly"},
+             {base + "--method --quiet", 2, "--method: the value is missing; "},
+             {base + "--grid 1 --grid 2", 2, "--grid is given more than once; "},
+             {base + "--north abc", 2, "--north: 'abc' is no number; give degrees"},
+             {base + "--threads 1.5", 2, "--threads: '1.5' is no whole number; give"},
+             {base + "--series=-1", 2, "--series: '-1' is no number from 0; give"},
+             {base + "--series 1,x", 2, "--series: 'x' is no number from 0; give"},
+             {base + "--period 6/1-", 2, "the second date is missing; "},
              {"run --out out --scene court.obj", 2, "--weather is missing"},
              {"run --weather good.epw --out out", 2, "--scene is missing"},
              {"run --weather good.epw --scene court.obj", 2, "--out is missing"},
              {base + "--colour red", 2, "insolate run --help"},
-             {base + "--units yd", 2, "yd not in"},
-             {base + "--method magic", 2, "magic not in"},
+             {base + "--units yd", 2, "there is no 'yd'; choose from mm, cm"},
+             {base + "--method magic", 2, "there is no 'magic'; choose from hourly, "},
              {base + "--step fast", 2, "--step"},
              {base + "--step 0", 2, "--step 0: "},
              {base + "--period 2/30-3/1", 2, "February has 28 days"},
@@ -172,9 +204,11 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--sensors zero.csv --select floor", 2, "--select"},
              {base + "--method perez-sky --masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--select tower", 1, "'tower'; choose from 'court', 'floor'"},
+             {base + "--select walls,flor", 1, "'flor'; did you mean 'floor'?"},
              {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
              {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},
-             {"sky --weather good.epw --out out --method perez-point", 2, "perez-point not in"},
+             {"sky --weather good.epw --out out --method perez-point", 2,
+              "there is no 'perez-point'; choose from "},
              {"weather", 2, "insolate weather --help"},
              {"weather info", 2, "insolate weather info --help"},
              {"weather info none.epw", 1, "none.epw"},
@@ -226,11 +260,16 @@ TEST_F(CommandTest, StopsAtASignalWithoutFiles) {
 TEST_F(CommandTest, ConvertsWeatherWithoutChangingResults) {
     const Outcome convert = command("weather convert good.epw w/good.wea");
     ASSERT_EQ(convert.exitCode, 0) << convert.err;
+    EXPECT_THAT(convert.err, HasSubstr("keep good.epw"));
     EXPECT_EQ(std::filesystem::file_size(path("w/good.wea")), 141608U);
     const std::string study = "run --scene court.obj --select floor --period 12/20-1/10 --quiet "
                               "--method cumulative-sky --weather ";
-    EXPECT_EQ(command(study + "good.epw --out a").exitCode, 0);
-    EXPECT_EQ(command(study + "w/good.wea --out b").exitCode, 0);
+    const Outcome whole = command(study + "good.epw --out a");
+    EXPECT_EQ(whole.exitCode, 0);
+    EXPECT_THAT(whole.err, HasSubstr("warning: good.epw: 31 December counts as dark"));
+    const Outcome stored = command(study + "w/good.wea --out b");
+    EXPECT_EQ(stored.exitCode, 0);
+    EXPECT_THAT(stored.err, HasSubstr("give the .epw file with --method hourly"));
     EXPECT_EQ(readFile(path("a/sensors.csv")), readFile(path("b/sensors.csv")));
 
     // Per month the clear year gives days x 12 hours of a half sine of 800 W/m2 at noon.
@@ -242,7 +281,12 @@ TEST_F(CommandTest, ConvertsWeatherWithoutChangingResults) {
     EXPECT_THAT(info.out, HasSubstr("usable by 'insolate run'"));
     EXPECT_THAT(command("weather info w/good.wea").out, HasSubstr("Testville"));
     write("gap.epw", withLine(test::clearYear(), 100, "2001", "what"));
-    EXPECT_THAT(command("weather info gap.epw").out, HasSubstr("gap.epw:100"));
+    const Outcome gap = command("weather info gap.epw");
+    EXPECT_EQ(gap.exitCode, 1);
+    EXPECT_THAT(gap.out, HasSubstr("gap.epw:100"));
+    EXPECT_THAT(gap.err, HasSubstr("gap.epw:99: 1 of the year's 8760 hours are missing"));
+    write("zone.epw", withLine(test::clearYear(), 1, "40.0,0.0,0.0", "40.0,0.0,6.0"));
+    EXPECT_THAT(command("weather info zone.epw").out, HasSubstr("while the sun is down: "));
     EXPECT_EQ(command("weather convert gap.epw gap.wea").exitCode, 1);
     EXPECT_FALSE(std::filesystem::exists(path("gap.wea")));
 }

@@ -51,7 +51,7 @@ TEST(Period, RefusesTheImpossibleWithAMend) {
          {Case{"2/30-3/1", "0-24", "February has 28 days"},
           Case{"2/29", "0-24", "without 29 February"}, Case{"13/1-13/2", "0-24", "no such month"},
           Case{"0-10", "0-24", "from 1 to 365"}, Case{"1-366", "0-24", "from 1 to 365"},
-          Case{"", "0-24", "no such day"}, Case{"6/1-", "0-24", "no such day"},
+          Case{"", "0-24", "no such day"}, Case{"6/1-", "0-24", "the second date is missing"},
           Case{"1-2-3", "0-24", "no such day"}, Case{"6/x", "0-24", "no such month"},
           Case{"1-365", "8", "not a range"}, Case{"1-365", "8-25", "'25' is not a time"},
           Case{"1-365", "8:60-9", "'8:60' is not a time"},

@@ -1,0 +1,132 @@
+#include "app/cli/arguments.h"
+
+#include "app/closest_name.h"
+#include "app/errors.h"
+#include "app/input/numbers.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+namespace {
+
+template <typename Number>
+CLI::Validator numbersOnly(const char* kind, const std::string& wanted) {
+    return CLI::Validator(
+        [kind, wanted](std::string& text) {
+            if (!parseNumber<Number>(text)) {
+                return fmt::format("{} is no {}; give {}", quoteText(text), kind, wanted);
+            }
+            text = trimmed(text);
+            return std::string();
+        },
+        std::string());
+}
+
+/// The end of a message about a word that is none of those.
+std::string closeOrAll(std::string_view word, const std::vector<std::string>& words) {
+    const std::string close = didYouMean(word, words);
+    return close.empty() ? fmt::format("; choose from {}", fmt::join(words, ", ")) : close;
+}
+
+/// The command as it is called: "insolate weather info".
+std::string callOf(const CLI::App& command) {
+    return command.get_parent() == nullptr
+               ? command.get_name()
+               : callOf(*command.get_parent()) + " " + command.get_name();
+}
+
+std::vector<std::string> commandNames(const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::App* sub : command.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(sub->get_name());
+    }
+    return names;
+}
+
+/// What is wrong with an argument that the command has no use for.
+std::string unexpected(const CLI::App& command, const std::string& argument) {
+    const std::size_t name = argument.find_first_not_of('-');
+    if (name == 0 || name == std::string::npos) {
+        const std::vector<std::string> commands = commandNames(command);
+        return commands.empty() ? quoteText(argument) + " was not expected"
+                                : fmt::format("there is no subcommand {}{}", quoteText(argument),
+                                              closeOrAll(argument, commands));
+    }
+    const std::string option = argument.substr(0, argument.find('='));
+    const std::string close = closestName(option.substr(name), optionNames(command));
+    return "there is no option " + quoteText(option) +
+           (close.empty() ? "" : "; did you mean '--" + close + "'?");
+}
+
+} // namespace
+
+CLI::Validator numberCheck(const std::string& wanted) {
+    return numbersOnly<double>("number", wanted);
+}
+
+CLI::Validator wholeNumberCheck(const std::string& wanted) {
+    return numbersOnly<int>("whole number", wanted);
+}
+
+CLI::Validator countCheck(const std::string& wanted) {
+    return numbersOnly<std::size_t>("number from 0", wanted);
+}
+
+CLI::Validator wordCheck(const std::vector<std::string>& words) {
+    return CLI::Validator(
+        [words](std::string& text) {
+            if (std::find(words.begin(), words.end(), text) != words.end()) {
+                return std::string();
+            }
+            return text.starts_with('-')
+                       ? fmt::format("the value is missing; choose from {}", fmt::join(words, ", "))
+                       : fmt::format("there is no {}{}", quoteText(text), closeOrAll(text, words));
+        },
+        fmt::format("{{{}}}", fmt::join(words, ",")));
+}
+
+std::vector<std::string> optionNames(const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+std::string parseFailure(const CLI::App& command, const CLI::ParseError& error) {
+    std::string text = printable(error.what());
+    const std::string name = text.substr(0, text.find(':'));
+    const std::vector<std::string> rest = command.remaining();
+    if (dynamic_cast<const CLI::ValidationError*>(&error) != nullptr) {
+        return text; // the checks above name the mend
+    }
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !rest.empty()) {
+        text = unexpected(command, rest.front());
+    } else if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr &&
+               !commandNames(command).empty()) {
+        text = rest.empty() ? fmt::format("a subcommand is missing; give one of {}",
+                                          fmt::join(commandNames(command), ", "))
+                            : unexpected(command, rest.front());
+    } else if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        if (text.find("missing") != std::string::npos) {
+            const CLI::Option* option = command.get_option_no_throw(name);
+            text = fmt::format("{}: the value is missing; give {} {}", name, name,
+                               option == nullptr ? "VALUE" : option->get_type_name());
+        } else if (text.find("At Most 1") != std::string::npos) {
+            text = fmt::format("{} is given more than once", name);
+        }
+    }
+    if (text.ends_with('?')) {
+        return text;
+    }
+    return fmt::format("{}; see '{} --help'", text, callOf(command));
+}
+
+} // namespace insolate::app
