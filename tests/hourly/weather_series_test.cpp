@@ -146,7 +146,7 @@ TEST(WeatherSeries, ReportsWhatIsWrongWithLineAndCount) {
                               Expected{WeatherFindingKind::DuplicateHour, 76, 1},
                               Expected{WeatherFindingKind::BadLine, 122, 1},
                               Expected{WeatherFindingKind::OutOfOrder, 8762, 1},
-                              Expected{WeatherFindingKind::Gap, 0, 1}}) {
+                              Expected{WeatherFindingKind::Gap, 121, 1}}) {
         const WeatherFinding* finding = find(reading, e.kind);
         ASSERT_NE(finding, nullptr) << static_cast<int>(e.kind);
         EXPECT_EQ(finding->line, e.line) << finding->text;
@@ -155,6 +155,7 @@ TEST(WeatherSeries, ReportsWhatIsWrongWithLineAndCount) {
     EXPECT_THAT(find(reading, WeatherFindingKind::BadNumber)->text,
                 testing::StrEq("made.epw:55: field 15 (direct normal radiation): 'abc' is not a "
                                "number; the value counts as missing"));
+    EXPECT_EQ(find(reading, WeatherFindingKind::BadNumber)->column, 15);
     EXPECT_TRUE(std::isnan(reading.series.directNormal[24]));
     EXPECT_TRUE(std::isnan(reading.series.directNormal[2 * 24 + 4]));
     EXPECT_EQ(reading.series.directNormal[2 * 24 + 5], 0.0f);
