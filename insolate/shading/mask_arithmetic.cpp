@@ -65,8 +65,15 @@ void cosinesAt(const XYZf& point, const XYZf& normal, const CellDirections& dire
 // The arc cosine is one long chain of operations: several vectors go through it side by side.
 constexpr std::size_t chains = hn::MaxLanes(F64()) >= 8 ? 4 : 2;
 
+/// Not a std::array: its members would not be compiled for the level's instructions.
 template <class V>
-using Several = std::array<V, chains>;
+struct Several {
+    V values[chains];
+
+    HWY_INLINE Several() {}
+    HWY_INLINE V& operator[](std::size_t k) { return values[k]; }
+    HWY_INLINE const V& operator[](std::size_t k) const { return values[k]; }
+};
 
 template <class V, class Step>
 HWY_INLINE Several<V> each(const Step& step) {
@@ -80,8 +87,7 @@ HWY_INLINE Several<V> each(const Step& step) {
 template <std::size_t count>
 HWY_INLINE Several<Doubles> polynomial(F64 d, const std::array<double, count>& terms,
                                        const Several<Doubles>& x) {
-    Several<Doubles> values;
-    values.fill(hn::Set(d, terms[count - 1]));
+    auto values = each<Doubles>([&](std::size_t) { return hn::Set(d, terms[count - 1]); });
     for (std::size_t i = count - 1; i-- > 0;) {
         const Doubles term = hn::Set(d, terms[i]);
         values =
