@@ -22,6 +22,7 @@ struct Scene {
     std::string name;
     std::vector<double> coordinates;
     std::vector<XYZf> sensors;
+    std::vector<XYZf> normals; ///< of the surfaces they stand on, where they all stand on one
 
     std::size_t triangleCount() const { return coordinates.size() / 9; }
 };
@@ -84,6 +85,8 @@ inline void addSurfaceSensor(Scene& scene, Random& random, std::size_t first, st
     const double offset = (n[2] < -1e-6 * length ? -0.05 : 0.05) / length;
     scene.sensors.push_back(
         toXyz({p[0] + offset * n[0], p[1] + offset * n[1], p[2] + offset * n[2]}));
+    const double turned = std::copysign(1 / length, offset);
+    scene.normals.push_back(toXyz({turned * n[0], turned * n[1], turned * n[2]}));
 }
 
 /// Blocks of gabled houses and flat-roofed towers on gently rolling ground, about `triangles` in

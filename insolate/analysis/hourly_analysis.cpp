@@ -72,24 +72,31 @@ public:
         return value > 0.0f ? std::min(value, 1.0f) : 0.0f;
     }
 
-    /// Visibility of the wanted cells' directions, by cell index, 0 for the others; gives the cells
-    /// that are free.
-    SkyCellSet sky(const SkyDirections& directions, const SkyCellSet& wanted,
-                   std::array<float, cellCount>& visibility) {
-        visibility.fill(0.0f);
-        SkyCellSet free;
+    /// Visibility of several sets of directions, by cell index, 0 for the cells that are not
+    /// wanted. cells: for each set the wanted ones; they become those that are free.
+    void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells,
+               std::span<std::array<float, cellCount>* const> visibility) {
         if (m_query != nullptr) {
-            free = m_query->visibleSky(m_origin, directions, wanted);
-            forEach(free, [&](std::size_t cell, int, int) { visibility[cell] = 1.0f; });
-            return free;
-        }
-        forEach(wanted, [&](std::size_t cell, int azimuth, int altitude) {
-            visibility[cell] = one(directions.direction(azimuth, altitude));
-            if (visibility[cell] == 1.0f) {
-                free.insert(azimuth, altitude);
+            m_query->visibleSkies(m_origin, directions, cells);
+            for (std::size_t i = 0; i < directions.size(); ++i) {
+                visibility[i]->fill(0.0f);
+                forEach(cells[i],
+                        [&](std::size_t cell, int, int) { (*visibility[i])[cell] = 1.0f; });
             }
-        });
-        return free;
+            return;
+        }
+        for (std::size_t i = 0; i < directions.size(); ++i) {
+            visibility[i]->fill(0.0f);
+            SkyCellSet free;
+            forEach(cells[i], [&](std::size_t cell, int azimuth, int altitude) {
+                const float value = one(directions[i].direction(azimuth, altitude));
+                (*visibility[i])[cell] = value;
+                if (value == 1.0f) {
+                    free.insert(azimuth, altitude);
+                }
+            });
+            cells[i] = free;
+        }
     }
 
     /// Whether every visibility is 0 or 1.
@@ -177,9 +184,8 @@ struct HourlyAnalysis::Prepared {
     HourlySky sky;
     HourlyAnalysisOptions options;
     SkyCells cells;
-    SkyDirections cellDirections;
-    SkyDirections sunDirections;
-    std::vector<int> sunCellOfCell; // -1 for cells without sun
+    std::array<SkyDirections, 2> directions; // the cells' middles, the sun in them
+    std::vector<int> sunCellOfCell;          // -1 for cells without sun
     std::vector<std::size_t> patchOfCell;
     std::vector<GroundPiece> ground;
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
@@ -205,14 +211,13 @@ struct HourlyAnalysis::Prepared {
 
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
         : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
-          cellDirections(std::span<const XYZf, cellCount>(cells.centre.data(), cellCount)),
           sunCellOfCell(cellCount, -1), patchOfCell(cellCount),
           ground(groundPieces(options.groundRays, sky.options.northOffset)) {
-        std::vector<XYZf> directions(cellCount, XYZf{0, 0, 0});
+        std::vector<XYZf> towardsSun(cellCount, XYZf{0, 0, 0});
         SkyCellSet held;
         for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
             const SunCell& sun = sky.sunCells[j];
-            directions[static_cast<std::size_t>(sun.cell)] = sun.direction;
+            towardsSun[static_cast<std::size_t>(sun.cell)] = sun.direction;
             sunCellOfCell[static_cast<std::size_t>(sun.cell)] = static_cast<int>(j);
             const int azimuth = sun.cell % skyGrid::azimuthCount;
             const int altitude = sun.cell / skyGrid::azimuthCount;
@@ -233,8 +238,9 @@ struct HourlyAnalysis::Prepared {
              {&sunEnergyX, &sunEnergyY, &sunEnergyZ, &sunX, &sunY, &sunZ}) {
             values->resize((values->size() + 7) / 8 * 8, 0.0f);
         }
-        sunDirections =
-            SkyDirections(std::span<const XYZf, cellCount>(directions.data(), cellCount), held);
+        directions = {
+            SkyDirections(std::span<const XYZf, cellCount>(cells.centre.data(), cellCount)),
+            SkyDirections(std::span<const XYZf, cellCount>(towardsSun.data(), cellCount), held)};
         for (std::size_t i = 0; i < cellCount; ++i) {
             patchOfCell[i] = static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(i)));
             zoneOfPatch[patchOfCell[i]] = zoneOfCell(i);
@@ -459,7 +465,10 @@ public:
     }
 
     SensorResult result(SensorHours* hours) {
-        seeSky();
+        std::array<SkyCellSet, 2> cells{skyInFront(), sunInFront()};
+        const std::array visibility{&m_visible, &m_sunInCell};
+        m_rays.skies(m.directions, cells, visibility);
+        sumSky(cells[0]);
         seeSun();
         seeGround();
         const float whole = m_sides == Sides::NoSurface ? 2.0f * pi : pi;
@@ -494,21 +503,23 @@ private:
         return weightOf(m_sides, m_normal, vector, measure);
     }
 
-    void seeSky() {
-        SkyCellSet wanted = SkyCellSet::all();
+    /// Weighs the open sky's cells; gives those that the sensor faces.
+    SkyCellSet skyInFront() {
         if (m_sides == Sides::One) {
             std::array<std::uint8_t, cellCount / 8> front;
             hourlyKernels::weighInFront(m_normal, m.cells.momentX.data(), m.cells.momentY.data(),
                                         m.cells.momentZ.data(), cellCount, m_weight.data(),
                                         front.data());
-            wanted = setOf(front);
-        } else {
-            for (std::size_t i = 0; i < cellCount; ++i) {
-                m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
-                                    m.cells.solidAngle[i]);
-            }
+            return setOf(front);
         }
-        SkyCellSet free = m_rays.sky(m.cellDirections, wanted, m_visible);
+        for (std::size_t i = 0; i < cellCount; ++i) {
+            m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
+                                m.cells.solidAngle[i]);
+        }
+        return SkyCellSet::all();
+    }
+
+    void sumSky(SkyCellSet free) {
         if (m.options.sunTolerance > 0.0) {
             quarterSkyEdges();
         }
@@ -570,7 +581,8 @@ private:
         }
     }
 
-    void seeSun() {
+    /// Weighs the unshaded sun; gives the cells in which the sensor faces it.
+    SkyCellSet sunInFront() {
         const std::vector<SunCell>& sunCells = m.sky.sunCells;
         const std::size_t count = m.sunX.size();
         std::array<std::uint8_t, cellCount / 8 + 1> front;
@@ -586,13 +598,16 @@ private:
                                                   << (m.sunBit[j] % 64);
             }
         } else {
-            wanted = m.sunDirections.cells();
+            wanted = m.directions[1].cells();
             for (std::size_t j = 0; j < sunCells.size(); ++j) {
                 m_sunWeight[j] = weigh(sunCells[j].energy, sunCells[j].directNormal);
             }
         }
-        m_rays.sky(m.sunDirections, wanted, m_sunInCell);
-        for (std::size_t j = 0; j < sunCells.size(); ++j) {
+        return wanted;
+    }
+
+    void seeSun() {
+        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
             m_sunVisible[j] = m_sunInCell[m.cellOfSun[j]];
             m_sunHoursOf[j] = m.sunHours[j] * m_sunVisible[j];
         }

@@ -91,36 +91,57 @@ bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const
 
 SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& directions,
                                       const SkyCellSet& wanted) const {
-    const SkyDirectionTable& table = directions.table();
     SkyCellSet open = wanted;
-    open &= table.cells;
+    visibleSkies(origin, {&directions, 1}, {&open, 1});
+    return open;
+}
+
+void OcclusionIndex::visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                                  std::span<SkyCellSet> cells) const {
     const Vector3d from = widened(origin);
-    const bool together = table.regular && withinReach(from);
-    if (together) {
-        closeBlockedCells(*storage, from, table, open);
-        if (storage->unbounded.empty()) {
-            return open;
+    const bool near = withinReach(from);
+    std::array<OpenSky, mostSkies> skies;
+    std::size_t count = 0;
+    const auto walk = [&] {
+        closeBlockedCells(*storage, from, {skies.data(), count});
+        count = 0;
+    };
+    const std::size_t sets = std::min(directions.size(), cells.size());
+    for (std::size_t i = 0; i < sets; ++i) {
+        const SkyDirectionTable& table = directions[i].table();
+        cells[i] &= table.cells;
+        if (near && table.regular) {
+            skies[count++] = {&table, &cells[i]};
+            if (count == mostSkies) {
+                walk();
+            }
         }
     }
+    walk();
+    for (std::size_t i = 0; i < sets; ++i) {
+        const bool together = near && directions[i].table().regular;
+        if (!together || !storage->unbounded.empty()) {
+            castOneByOne(origin, directions[i], together, cells[i]);
+        }
+    }
+}
+
+/// Takes out the cells that something blocks; only what no box holds where the boxes have been
+/// asked.
+void OcclusionIndex::castOneByOne(const XYZf& origin, const SkyDirections& directions,
+                                  bool boxesAsked, SkyCellSet& open) const {
+    const Vector3d from = widened(origin);
     for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
         for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
             if (!open.contains(azimuth, altitude)) {
                 continue;
             }
             const XYZf& direction = directions.direction(azimuth, altitude);
-            if (together ? hitsOneOf(storage->unbounded, from, widened(direction))
-                         : isOccluded(origin, direction)) {
+            if (boxesAsked ? hitsOneOf(storage->unbounded, from, widened(direction))
+                           : isOccluded(origin, direction)) {
                 open.erase(azimuth, altitude);
             }
         }
-    }
-    return open;
-}
-
-void OcclusionIndex::visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
-                                  std::span<SkyCellSet> cells) const {
-    for (std::size_t i = 0; i < std::min(directions.size(), cells.size()); ++i) {
-        cells[i] = visibleSky(origin, directions[i], cells[i]);
     }
 }
 

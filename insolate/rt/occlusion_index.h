@@ -62,6 +62,9 @@ public:
     struct Storage;
 
 private:
+    void castOneByOne(const XYZf& origin, const SkyDirections& directions, bool boxesAsked,
+                      SkyCellSet& open) const;
+
     std::unique_ptr<const Storage> storage;
 };
 

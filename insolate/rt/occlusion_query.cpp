@@ -84,40 +84,46 @@ struct CellRange {
     std::uint8_t altitudeHigh;
 };
 
-/// Bits [0, count) of a band, 0 <= count <= 72.
-inline BandBits firstSectors(unsigned count) {
-    if (count < 64) {
-        return {(std::uint64_t{1} << count) - 1, 0};
+/// Sets of sectors that differ by a range's bits: ends[0..72] hold the sectors before an end,
+/// ends[73..144] the sectors from the end's place in the next turn on.
+inline constexpr std::array<BandBits, 145> ends = [] {
+    std::array<BandBits, 145> bits{};
+    for (unsigned end = 0; end < 145; ++end) {
+        for (unsigned sector = 0; sector < 72; ++sector) {
+            if (end <= 72 ? sector < end : sector >= end - 72) {
+                (sector < 64 ? bits[end].low : bits[end].high) |= std::uint64_t{1} << sector % 64;
+            }
+        }
     }
-    return {~std::uint64_t{0}, (std::uint64_t{1} << (count - 64)) - 1};
-}
+    return bits;
+}();
 
 /// The sectors of a range.
 inline BandBits sectorsOf(const CellRange& range) {
-    const unsigned end = range.azimuth + static_cast<unsigned>(range.width);
-    const BandBits before = firstSectors(range.azimuth);
-    const BandBits upTo = firstSectors(std::min(end, 72U));
-    BandBits bits{upTo.low & ~before.low, upTo.high & ~before.high};
-    if (end > 72) {
-        const BandBits wrapped = firstSectors(end - 72);
-        bits.low |= wrapped.low;
-        bits.high |= wrapped.high;
-    }
-    return bits;
+    const BandBits& from = ends[range.azimuth];
+    const BandBits& to = ends[range.azimuth + std::size_t{range.width}];
+    return {from.low ^ to.low, from.high ^ to.high};
 }
 
-/// Open cells of a range, counted up to a limit.
-inline int openCells(const SkyCellSet& open, const CellRange& range, int limit) {
+/// Open cells of a range.
+inline int openCells(const SkyCellSet& open, const CellRange& range) {
     const BandBits sectors = sectorsOf(range);
     int count = 0;
     for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
         count += std::popcount(open.words[2 * band] & sectors.low) +
                  std::popcount(open.words[2 * band + 1] & sectors.high);
-        if (count >= limit) {
-            break;
-        }
     }
     return count;
+}
+
+/// Whether any cell of a range is open.
+inline bool anyOpen(const SkyCellSet& open, const CellRange& range) {
+    const BandBits sectors = sectorsOf(range);
+    std::uint64_t any = 0;
+    for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
+        any |= (open.words[2 * band] & sectors.low) | (open.words[2 * band + 1] & sectors.high);
+    }
+    return any != 0;
 }
 
 /// The exact test of one triangle of a leaf.
@@ -449,18 +455,12 @@ bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
 // ---------------------------------------------------------------------------------------------
 // All cells of one origin
 
-/// An entry that a walk holds back, with the cells that it may block.
-struct HeldEntry {
-    std::uint32_t child;
-    CellRange range;
-};
-
-/// The cells that each of eight boxes may block.
+/// The cells of one set of directions that each of eight boxes may block.
 struct BoxReach {
-    // First and last cell whose direction may pass through the box; first > last for none. Sectors
-    // may lie outside 0..71 by up to a turn.
+    // First and last cell whose direction may pass through the box. Sectors may lie outside 0..71
+    // by up to a turn.
     alignas(32) std::array<std::int32_t, 8> azimuthFirst, azimuthLast, altitudeFirst, altitudeLast;
-    alignas(32) std::array<float, 8> distance; ///< squared, from the origin to the box
+    std::uint32_t reached; ///< the boxes that may block any cell
 };
 
 /// The angle of (x, y) counterclockwise from the x axis in units of 5 degrees, in [-36, 36].
@@ -486,21 +486,27 @@ HWY_INLINE V angleOf(Tag d, V x, V y) {
     return hn::CopySign(angle, y);
 }
 
-/// Everything about one mask's walk.
+/// Everything about one walk for the masks of several sets of directions. With fixedCount above 0
+/// there are so many sets: one set must not pay for the others.
+template <std::size_t fixedCount>
 class MaskWalk {
 public:
     MaskWalk(const OcclusionIndex::Storage& storage, const Vector3d& from,
-             const SkyDirectionTable& table, SkyCellSet& cells)
-        : index(storage), origin(from), directions(table), open(cells),
-          bounded(from, storage.centre) {}
+             std::span<const OpenSky> openSkies)
+        : index(storage), origin(from), skies(openSkies), bounded(from, storage.centre) {
+        for (std::size_t k = 0; k < setCount(); ++k) {
+            largestComponent = std::max(largestComponent, tableOf(k).largestComponent);
+        }
+    }
 
     void run() {
         HeldEntry stack[stackSize];
         std::size_t held = 0;
-        stack[held++] = {index.root, {0, 72, 0, skyGrid::altitudeCount - 1}};
+        stack[held].child = index.root;
+        stack[held++].range.fill({0, 72, 0, skyGrid::altitudeCount - 1});
         while (held != 0) {
             const HeldEntry entry = stack[--held];
-            const int cells = openCells(open, entry.range, fewCells + 1);
+            const int cells = openCellsOf(entry);
             if (cells == 0) {
                 continue;
             }
@@ -517,6 +523,14 @@ public:
     }
 
 private:
+    static constexpr std::size_t largestCount = fixedCount == 0 ? mostSkies : fixedCount;
+
+    /// An entry that the walk holds back, with the cells of each set that it may block.
+    struct HeldEntry {
+        std::uint32_t child;
+        std::array<CellRange, largestCount> range;
+    };
+
     /// So few open cells are cheaper to cast one by one.
     static constexpr int fewCells = 32;
 
@@ -524,37 +538,72 @@ private:
     /// themselves are rounded outwards and hold every hit of the exact test.
     static constexpr float angleMargin = 1e-3f;
 
+    HWY_INLINE std::size_t setCount() const { return fixedCount == 0 ? skies.size() : fixedCount; }
+    HWY_INLINE const SkyDirectionTable& tableOf(std::size_t k) const {
+        return *skies[k].directions;
+    }
+    HWY_INLINE SkyCellSet& openOf(std::size_t k) const { return *skies[k].open; }
+
+    /// Open cells of an entry, counted on until there are more than a few.
+    HWY_INLINE int openCellsOf(const HeldEntry& entry) const {
+        int count = 0;
+        for (std::size_t k = 0; k < setCount() && count <= fewCells; ++k) {
+            count += openCells(openOf(k), entry.range[k]);
+        }
+        return count;
+    }
+    HWY_INLINE bool anyOpenOf(const HeldEntry& entry) const {
+        for (std::size_t k = 0; k < setCount(); ++k) {
+            if (anyOpen(openOf(k), entry.range[k])) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    using Reaches = std::array<BoxReach, largestCount>;
+
     /// Puts the children that may block an open cell on the stack, the nearest last.
     HWY_INLINE std::size_t holdChildren(const OcclusionNode& node, HeldEntry* stack) const {
-        BoxReach reach;
+        Reaches reach;
+        alignas(32) std::array<float, 8> boxDistance; // squared
         std::uint32_t reached = 0;
         const Floats d;
         for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-            reached |= reachOfBoxes(RelativeBoxes(node, bounded, lane), reach, lane);
+            const RelativeBoxes box(node, bounded, lane);
+            reached |= reachOfBoxes(box, reach, lane);
+            hn::Store(squaredDistance(box), d, boxDistance.data() + lane);
         }
         float distances[OcclusionNode::width];
         std::size_t count = 0;
         for (std::uint32_t lanes = reached & allLanes(node.childCount); lanes != 0;
              lanes &= lanes - 1) {
             const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
-            const CellRange range = rangeOf(reach, lane);
-            if (openCells(open, range, 1) == 0) {
+            HeldEntry entry;
+            entry.child = node.child[lane];
+            for (std::size_t k = 0; k < setCount(); ++k) {
+                entry.range[k] = rangeOf(reach[k], lane);
+            }
+            if (!anyOpenOf(entry)) {
                 continue;
             }
-            const float distance = reach.distance[lane];
+            const float distance = boxDistance[lane];
             std::size_t place = count++;
             for (; place > 0 && distances[place - 1] < distance; --place) {
                 distances[place] = distances[place - 1];
                 stack[place] = stack[place - 1];
             }
             distances[place] = distance;
-            stack[place] = {node.child[lane], range};
-            prefetchEntry(index, node.child[lane]);
+            stack[place] = entry;
+            prefetchEntry(index, entry.child);
         }
         return count;
     }
 
     static HWY_INLINE CellRange rangeOf(const BoxReach& reach, std::size_t lane) {
+        if (fixedCount != 1 && (reach.reached >> lane & 1U) == 0) {
+            return {0, 0, 1, 0};
+        }
         int first = reach.azimuthFirst[lane];
         int width = reach.azimuthLast[lane] - first + 1;
         if (width >= skyGrid::azimuthCount) {
@@ -569,9 +618,17 @@ private:
                 static_cast<std::uint8_t>(reach.altitudeLast[lane])};
     }
 
+    static HWY_INLINE FloatLanes squaredDistance(const RelativeBoxes& box) {
+        const auto zero = hn::Zero(Floats());
+        const auto x = hn::Max(hn::Max(box.x0, hn::Neg(box.x1)), zero);
+        const auto y = hn::Max(hn::Max(box.y0, hn::Neg(box.y1)), zero);
+        const auto z = hn::Max(hn::Max(box.z0, hn::Neg(box.z1)), zero);
+        return hn::MulAdd(z, z, hn::MulAdd(x, x, hn::Mul(y, y)));
+    }
+
     /// The cells whose directions may pass through boxes, given relative to the origin; the lanes
     /// that have any.
-    HWY_INLINE std::uint32_t reachOfBoxes(const RelativeBoxes& box, BoxReach& reach,
+    HWY_INLINE std::uint32_t reachOfBoxes(const RelativeBoxes& box, Reaches& reach,
                                           std::size_t lane) const {
         const auto x0 = box.x0;
         const auto x1 = box.x1;
@@ -593,79 +650,91 @@ private:
         const auto counterY = hn::IfThenElse(hn::Or(left, hn::AndNot(right, above)), y0, y1);
         const auto around = hn::Not(hn::Or(hn::Or(right, left), hn::Or(above, below)));
 
-        const auto turn = hn::Set(d, 72.0f);
-        const auto reference = hn::Set(d, directions.azimuthOrigin);
-        auto from = hn::Sub(reference, angleOf(d, counterX, counterY));
-        auto to = hn::Sub(reference, angleOf(d, clockwiseX, clockwiseY));
-        // An outline that crosses the negative x axis; no outline is wider than half a turn.
-        to = hn::IfThenElse(hn::Lt(to, hn::Sub(from, hn::Set(d, 18.0f))), hn::Add(to, turn), to);
-        from = hn::Sub(from, hn::Set(d, directions.azimuthMax + angleMargin));
-        to = hn::Sub(to, hn::Set(d, directions.azimuthMin - angleMargin));
-        from = hn::IfThenElse(around, zero, from);
-        to = hn::IfThenElse(around, turn, to);
-
         const auto nearX = hn::Max(hn::Max(x0, hn::Neg(x1)), zero);
         const auto nearY = hn::Max(hn::Max(y0, hn::Neg(y1)), zero);
-        const auto nearZ = hn::Max(hn::Max(z0, hn::Neg(z1)), zero);
         const auto farX = hn::Max(hn::Neg(x0), x1);
         const auto farY = hn::Max(hn::Neg(y0), y1);
-        const auto nearSquared = hn::MulAdd(nearX, nearX, hn::Mul(nearY, nearY));
-        const auto farSquared = hn::MulAdd(farX, farX, hn::Mul(farY, farY));
-        const auto nearest = hn::Sqrt(nearSquared);
-        const auto farthest = hn::Sqrt(farSquared);
-        auto high = angleOf(d, hn::IfThenElse(hn::Gt(z1, zero), nearest, farthest), z1);
-        auto low = angleOf(d, hn::IfThenElse(hn::Gt(z0, zero), farthest, nearest), z0);
-        low = hn::Sub(low, hn::Set(d, directions.altitudeMax + angleMargin));
-        high = hn::Sub(high, hn::Set(d, directions.altitudeMin - angleMargin));
-        low = hn::Max(low, zero);
-        high = hn::Min(high, hn::Set(d, static_cast<float>(skyGrid::altitudeCount - 1)));
+        const auto nearest = hn::Sqrt(hn::MulAdd(nearX, nearX, hn::Mul(nearY, nearY)));
+        const auto farthest = hn::Sqrt(hn::MulAdd(farX, farX, hn::Mul(farY, farY)));
+        const auto highest = angleOf(d, hn::IfThenElse(hn::Gt(z1, zero), nearest, farthest), z1);
+        const auto lowest = angleOf(d, hn::IfThenElse(hn::Gt(z0, zero), farthest, nearest), z0);
+        const auto counter = angleOf(d, counterX, counterY);
+        const auto clockwise = angleOf(d, clockwiseX, clockwiseY);
 
-        from = hn::Ceil(from);
-        to = hn::Floor(to);
-        low = hn::Ceil(low);
-        high = hn::Floor(high);
-        const auto reaches = hn::And(hn::Le(from, to), hn::Le(low, high));
-        // Places that hold no box give NaN, which has no whole number.
-        const hn::RebindToSigned<Floats> di;
-        const auto whole = [&](FloatLanes value) HWY_ATTR {
-            return hn::ConvertTo(di, hn::IfThenElseZero(reaches, value));
-        };
-        hn::Store(whole(from), di, reach.azimuthFirst.data() + lane);
-        hn::Store(whole(to), di, reach.azimuthLast.data() + lane);
-        hn::Store(whole(low), di, reach.altitudeFirst.data() + lane);
-        hn::Store(whole(high), di, reach.altitudeLast.data() + lane);
-        hn::Store(hn::MulAdd(nearZ, nearZ, nearSquared), d, reach.distance.data() + lane);
-        return bitsOf(d, reaches) << lane;
+        const auto turn = hn::Set(d, 72.0f);
+        std::uint32_t reached = 0;
+        for (std::size_t k = 0; k < setCount(); ++k) {
+            const SkyDirectionTable& table = tableOf(k);
+            const auto reference = hn::Set(d, table.azimuthOrigin);
+            auto from = hn::Sub(reference, counter);
+            auto to = hn::Sub(reference, clockwise);
+            // An outline that crosses the negative x axis; no outline is wider than half a turn.
+            to =
+                hn::IfThenElse(hn::Lt(to, hn::Sub(from, hn::Set(d, 18.0f))), hn::Add(to, turn), to);
+            from = hn::Sub(from, hn::Set(d, table.azimuthMax + angleMargin));
+            to = hn::Sub(to, hn::Set(d, table.azimuthMin - angleMargin));
+            from = hn::IfThenElse(around, zero, from);
+            to = hn::IfThenElse(around, turn, to);
+            auto low = hn::Sub(lowest, hn::Set(d, table.altitudeMax + angleMargin));
+            auto high = hn::Sub(highest, hn::Set(d, table.altitudeMin - angleMargin));
+            low = hn::Max(low, zero);
+            high = hn::Min(high, hn::Set(d, static_cast<float>(skyGrid::altitudeCount - 1)));
+
+            from = hn::Ceil(from);
+            to = hn::Floor(to);
+            low = hn::Ceil(low);
+            high = hn::Floor(high);
+            const auto reaches = hn::And(hn::Le(from, to), hn::Le(low, high));
+            // Places that hold no box give NaN, which has no whole number.
+            const hn::RebindToSigned<Floats> di;
+            const auto whole = [&](FloatLanes value) HWY_ATTR {
+                return hn::ConvertTo(di, hn::IfThenElseZero(reaches, value));
+            };
+            hn::Store(whole(from), di, reach[k].azimuthFirst.data() + lane);
+            hn::Store(whole(to), di, reach[k].azimuthLast.data() + lane);
+            hn::Store(whole(low), di, reach[k].altitudeFirst.data() + lane);
+            hn::Store(whole(high), di, reach[k].altitudeLast.data() + lane);
+            const std::uint32_t bits = bitsOf(d, reaches) << lane;
+            reach[k].reached = lane == 0 ? bits : reach[k].reached | bits;
+            reached |= bits;
+        }
+        return reached;
     }
 
     /// Casts the open cells of an entry, few as they are.
     void castCells(const HeldEntry& entry) {
         RaySet rays;
+        std::array<std::uint8_t, RaySet::largest> sets;
         std::array<std::uint8_t, RaySet::largest> bands;
         std::array<std::uint8_t, RaySet::largest> sectors;
         const auto cast = [&] {
-            const RayWalk walk(index, origin, bounded, rays, directions.largestComponent);
+            const RayWalk walk(index, origin, bounded, rays, largestComponent);
             for (std::uint32_t blocked = walk.blockedBelow(entry.child); blocked != 0;
                  blocked &= blocked - 1) {
                 const auto ray = static_cast<std::size_t>(std::countr_zero(blocked));
-                open.erase(sectors[ray], bands[ray]);
+                openOf(sets[ray]).erase(sectors[ray], bands[ray]);
             }
             rays.count = 0;
         };
-        const BandBits asked = sectorsOf(entry.range);
-        for (std::size_t band = entry.range.altitudeLow; band <= entry.range.altitudeHigh; ++band) {
-            for (std::size_t word = 0; word < 2; ++word) {
-                std::uint64_t cells =
-                    open.words[2 * band + word] & (word == 0 ? asked.low : asked.high);
-                for (; cells != 0; cells &= cells - 1) {
-                    const std::size_t sector =
-                        64 * word + static_cast<std::size_t>(std::countr_zero(cells));
-                    const std::size_t cell = skyGrid::azimuthCount * band + sector;
-                    bands[rays.count] = static_cast<std::uint8_t>(band);
-                    sectors[rays.count] = static_cast<std::uint8_t>(sector);
-                    rays.add(directions.directions[cell], directions.inverse[cell]);
-                    if (rays.count == RaySet::largest) {
-                        cast();
+        for (std::size_t k = 0; k < setCount(); ++k) {
+            const CellRange& range = entry.range[k];
+            const SkyDirectionTable& table = tableOf(k);
+            const BandBits asked = sectorsOf(range);
+            for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
+                for (std::size_t word = 0; word < 2; ++word) {
+                    std::uint64_t cells =
+                        openOf(k).words[2 * band + word] & (word == 0 ? asked.low : asked.high);
+                    for (; cells != 0; cells &= cells - 1) {
+                        const std::size_t sector =
+                            64 * word + static_cast<std::size_t>(std::countr_zero(cells));
+                        const std::size_t cell = skyGrid::azimuthCount * band + sector;
+                        sets[rays.count] = static_cast<std::uint8_t>(k);
+                        bands[rays.count] = static_cast<std::uint8_t>(band);
+                        sectors[rays.count] = static_cast<std::uint8_t>(sector);
+                        rays.add(table.directions[cell], table.inverse[cell]);
+                        if (rays.count == RaySet::largest) {
+                            cast();
+                        }
                     }
                 }
             }
@@ -693,7 +762,7 @@ private:
         const OcclusionLeaf leaf(index, child);
         const LeafOrigin from(*leaf.header, origin);
         SeenTriangles seen;
-        BoxReach reach;
+        Reaches reach;
         std::uint32_t reached = 0;
         const Floats d;
         for (std::size_t lane = 0; lane < leaf.count; lane += hn::Lanes(d)) {
@@ -702,19 +771,22 @@ private:
         for (std::uint32_t lanes = reached & allLanes(leaf.count) & seen.possible; lanes != 0;
              lanes &= lanes - 1) {
             const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
-            if ((seen.near >> lane & 1U) != 0) {
-                closeBehindTriangle<true>(seen, lane, rangeOf(reach, lane), leaf);
-            } else {
-                closeBehindTriangle<false>(seen, lane, rangeOf(reach, lane), leaf);
+            for (std::size_t k = 0; k < setCount(); ++k) {
+                const CellRange range = rangeOf(reach[k], lane);
+                if ((seen.near >> lane & 1U) != 0) {
+                    closeBehindTriangle<true>(seen, lane, range, leaf, tableOf(k), openOf(k));
+                } else {
+                    closeBehindTriangle<false>(seen, lane, range, leaf, tableOf(k), openOf(k));
+                }
             }
         }
     }
 
     /// Prepares triangles from `lane` on, as many as a vector has; those that may block any cell.
     HWY_INLINE std::uint32_t see(const OcclusionLeaf& leaf, const LeafOrigin& from,
-                                 std::size_t lane, SeenTriangles& seen, BoxReach& reach) const {
+                                 std::size_t lane, SeenTriangles& seen, Reaches& reach) const {
         const Floats d;
-        const SeenLanes lanes(leaf, from, lane, directions.largestComponent);
+        const SeenLanes lanes(leaf, from, lane, largestComponent);
         seen.possible |= bitsOf(d, lanes.possible) << lane;
         seen.near |= bitsOf(d, lanes.near) << lane;
         seen.edgeOn |= bitsOf(d, lanes.edgeOn) << lane;
@@ -752,7 +824,8 @@ private:
     /// Closes the open cells of a range whose rays one triangle blocks.
     template <bool near>
     HWY_INLINE void closeBehindTriangle(const SeenTriangles& seen, std::size_t lane,
-                                        const CellRange& range, const OcclusionLeaf& leaf) {
+                                        const CellRange& range, const OcclusionLeaf& leaf,
+                                        const SkyDirectionTable& directions, SkyCellSet& open) {
         const Cells d;
         const std::size_t lanes = hn::Lanes(d);
         const auto ux = hn::Set(d, seen.u[0][lane]);
@@ -772,7 +845,7 @@ private:
             std::size_t azimuth = range.azimuth + done;
             azimuth = azimuth >= skyGrid::azimuthCount ? azimuth - skyGrid::azimuthCount : azimuth;
             for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-                const std::uint32_t still = window(band, azimuth) & asked;
+                const std::uint32_t still = window(open, band, azimuth) & asked;
                 if (still == 0) {
                     continue;
                 }
@@ -820,13 +893,14 @@ private:
                         closed |= 1U << cell;
                     }
                 }
-                close(band, azimuth, closed);
+                close(open, band, azimuth, closed);
             }
         }
     }
 
     /// Open cells of a band from a sector on, the sector's own in bit 0; at least 16 bits.
-    HWY_INLINE std::uint32_t window(std::size_t band, std::size_t azimuth) const {
+    static HWY_INLINE std::uint32_t window(const SkyCellSet& open, std::size_t band,
+                                           std::size_t azimuth) {
         const std::uint64_t low = open.words[2 * band];
         const std::uint64_t high = open.words[2 * band + 1] | low << 8U;
         return static_cast<std::uint32_t>(
@@ -834,7 +908,8 @@ private:
     }
 
     /// Closes the cells of a window.
-    HWY_INLINE void close(std::size_t band, std::size_t azimuth, std::uint64_t cells) {
+    static HWY_INLINE void close(SkyCellSet& open, std::size_t band, std::size_t azimuth,
+                                 std::uint64_t cells) {
         std::uint64_t beyond = 0;
         std::uint64_t low = 0;
         if (azimuth < 64) {
@@ -849,14 +924,20 @@ private:
 
     const OcclusionIndex::Storage& index;
     const Vector3d& origin;
-    const SkyDirectionTable& directions;
-    SkyCellSet& open;
+    std::span<const OpenSky> skies;
     BoundedOrigin bounded;
+    float largestComponent = 0.0f; ///< of all directions
 };
 
 void CloseBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                       const SkyDirectionTable& directions, SkyCellSet& open) {
-    MaskWalk(index, origin, directions, open).run();
+                       std::span<const OpenSky> skies) {
+    if (skies.size() == 1) {
+        MaskWalk<1>(index, origin, skies).run();
+    } else if (skies.size() == 2) {
+        MaskWalk<2>(index, origin, skies).run();
+    } else {
+        MaskWalk<0>(index, origin, skies).run();
+    }
 }
 
 } // namespace HWY_NAMESPACE
@@ -880,12 +961,12 @@ bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
 }
 
 void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                       const SkyDirectionTable& directions, SkyCellSet& open) {
-    if (index.nodes.empty()) {
+                       std::span<const OpenSky> skies) {
+    if (index.nodes.empty() || skies.empty()) {
         return;
     }
     applySimdChoice();
-    HWY_DYNAMIC_DISPATCH(CloseBlockedCells)(index, origin, directions, open);
+    HWY_DYNAMIC_DISPATCH(CloseBlockedCells)(index, origin, skies);
 }
 
 } // namespace insolate

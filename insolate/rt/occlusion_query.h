@@ -5,6 +5,8 @@
 #include <insolate/rt/sky_direction_table.h>
 #include <insolate/rt/triangle.h>
 
+#include <span>
+
 namespace insolate {
 
 /// Whether a triangle of the hierarchy blocks the ray. Origin within largestCoordinate, direction's
@@ -12,9 +14,19 @@ namespace insolate {
 bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
                          const XYZf& direction);
 
-/// Takes the cells whose ray a triangle of the hierarchy blocks out of `open`. Origin within
-/// largestCoordinate; the table must be regular and hold a direction for each open cell.
+/// One set of directions and its cells that are not known to be blocked.
+struct OpenSky {
+    const SkyDirectionTable* directions;
+    SkyCellSet* open;
+};
+
+/// As many sets as a walk takes.
+inline constexpr std::size_t mostSkies = 8;
+
+/// Takes the cells whose ray a triangle of the hierarchy blocks out of each set. Origin within
+/// largestCoordinate; at most mostSkies sets, whose tables must be regular and hold a direction for
+/// each open cell.
 void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                       const SkyDirectionTable& directions, SkyCellSet& open);
+                       std::span<const OpenSky> skies);
 
 } // namespace insolate

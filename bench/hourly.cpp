@@ -1,0 +1,202 @@
+// The hourly method beside the defined default one, sensor by sensor, masks included, in one run
+// whose repetitions are mixed. Ends with a table of the times and their ratios.
+#include <insolate/insolate.h>
+
+#include <insolate/platform/simd.h>
+
+#include <bench/scenes.h>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace insolate;
+
+constexpr std::size_t sensorCount = 400;
+
+std::filesystem::path dataFolder() {
+    const char* folder = std::getenv("INSOLATE_TEST_DATA");
+    return folder != nullptr ? folder : "../shared/data";
+}
+
+std::string weatherFile() {
+    const std::filesystem::path chicago = dataFolder() / "weather" / "chicago.epw";
+    return std::filesystem::exists(chicago) ? chicago.string() : "examples/courtyard/weather.epw";
+}
+
+/// What a sensor is asked for beyond its sums.
+struct Extent {
+    const char* name;
+    bool peak;
+    int groundRays;
+};
+const Extent extents[] = {
+    {"sums", false, 0},
+    {"and peak", true, 0},
+    {"and ground rays", true, HourlyAnalysisOptions{}.groundRays},
+};
+
+const ECumulativeSky& definedSky() {
+    static const ECumulativeSky sky = [] {
+        EWeatherData weather;
+        auto result = static_cast<ResultLoadWeatherData>(0);
+        weather.loadFile_EPW(std::filesystem::path(weatherFile()).wstring(), 0, result);
+        ECumulativeSky year;
+        year.setLocation(41.98f, -87.92f, -90.0f);
+        year.calculate(&weather);
+        return year;
+    }();
+    return sky;
+}
+
+const HourlyAnalysis& analysis(const Extent& extent) {
+    static std::map<std::string, HourlyAnalysis> made;
+    const auto found = made.find(extent.name);
+    if (found != made.end()) {
+        return found->second;
+    }
+    static const WeatherReading weather = readWeatherSeries(weatherFile());
+    HourlyAnalysisOptions options;
+    options.peak = extent.peak;
+    options.groundRays = extent.groundRays;
+    return made.emplace(extent.name, HourlyAnalysis(buildHourlySky(weather.series), options))
+        .first->second;
+}
+
+/// A scene and its index, made when first asked for.
+struct Place {
+    std::string name;
+    std::function<scenes::Scene()> make;
+    scenes::Scene scene{};
+    std::unique_ptr<OcclusionIndex> index{};
+
+    const OcclusionIndex& ready() {
+        if (index == nullptr) {
+            scene = make();
+            index = std::make_unique<OcclusionIndex>(scene.coordinates);
+        }
+        return *index;
+    }
+};
+
+const std::string definedName = "default method";
+
+void timeDefined(benchmark::State& state, Place& place) {
+    FastRayTransparency rays(place.ready());
+    ECumulativeSky sky = definedSky();
+    ESolarRadiation radiation;
+    EShadingMask mask;
+    float results[3];
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < place.scene.sensors.size(); ++i) {
+            mask.calculate(&rays, place.scene.sensors[i], &place.scene.normals[i]);
+            radiation.calculate(&sky, &mask, results);
+            benchmark::DoNotOptimize(results);
+        }
+    }
+}
+
+void timeHourly(benchmark::State& state, Place& place, const Extent& extent) {
+    FastRayTransparency rays(place.ready());
+    const HourlyAnalysis& hourly = analysis(extent);
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < place.scene.sensors.size(); ++i) {
+            benchmark::DoNotOptimize(
+                hourly.evaluate(rays, {place.scene.sensors[i], place.scene.normals[i]}));
+        }
+    }
+}
+
+/// Prints the medians side by side when all is measured.
+class Table : public benchmark::ConsoleReporter {
+public:
+    explicit Table(const std::vector<Place>& places) : m_places(places) {}
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.aggregate_name == "median") {
+                m_medians[run.run_name.function_name] = run.GetAdjustedRealTime();
+            }
+        }
+    }
+
+    void Finalize() override {
+        std::printf("\nMicroseconds a sensor, and over those of the %s (%s):\n",
+                    definedName.c_str(), simdLevelName(simdLevel()));
+        for (const Place& place : m_places) {
+            const auto defined = m_medians.find(place.name + "/" + definedName);
+            if (defined == m_medians.end()) {
+                continue;
+            }
+            std::printf("%-16s %s %.1f", place.name.c_str(), definedName.c_str(),
+                        defined->second / sensorCount);
+            for (const Extent& extent : extents) {
+                const auto hourly = m_medians.find(place.name + "/" + extent.name);
+                if (hourly != m_medians.end()) {
+                    std::printf(", %s %.1f (%.2f)", extent.name, hourly->second / sensorCount,
+                                hourly->second / defined->second);
+                }
+            }
+            std::printf("\n");
+        }
+    }
+
+private:
+    const std::vector<Place>& m_places;
+    std::map<std::string, double> m_medians;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::vector<Place> places;
+    places.push_back({"Lyon", [] { return scenes::lyon(dataFolder(), sensorCount); }});
+    for (const std::size_t triangles : {10'000U, 100'000U, 1'000'000U}) {
+        places.push_back({"city of " + std::to_string(triangles),
+                          [triangles] { return scenes::city(triangles, sensorCount); }});
+    }
+    // Mixed repetitions, so that the machine's moods fall on all alike.
+    std::vector<std::string> words{argv[0], "--benchmark_enable_random_interleaving=true"};
+    words.insert(words.end(), argv + 1, argv + argc);
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
+        return 2;
+    }
+    const auto add = [](const std::string& name, const auto& run) {
+        benchmark::RegisterBenchmark(name.c_str(), run)
+            ->Unit(benchmark::kMicrosecond)
+            ->Iterations(2)
+            ->Repetitions(15)
+            ->ReportAggregatesOnly();
+    };
+    for (Place& place : places) {
+        if (place.name == "Lyon" && !std::filesystem::exists(dataFolder() / "meshes")) {
+            continue;
+        }
+        add(place.name + "/" + definedName,
+            [&place](benchmark::State& state) { timeDefined(state, place); });
+        for (const Extent& extent : extents) {
+            add(place.name + "/" + extent.name,
+                [&place, &extent](benchmark::State& state) { timeHourly(state, place, extent); });
+        }
+    }
+    Table table(places);
+    benchmark::RunSpecifiedBenchmarks(&table);
+    benchmark::Shutdown();
+    return 0;
+}
