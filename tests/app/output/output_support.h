@@ -3,44 +3,32 @@
 
 #include "app/output/output_folder.h"
 #include "app/study_data.h"
+#include "tests/app/support/study_fixture.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include <gmock/gmock.h>
 
 namespace insolate::app {
 
-class OutputTest : public ::testing::Test {
+class OutputTest : public testing::Test {
 protected:
-    OutputTest()
-        : folder(std::filesystem::temp_directory_path() /
-                 ("insolate_output_" + std::to_string(getpid()) + "_" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
-    }
-    ~OutputTest() override { std::filesystem::remove_all(folder); }
-
-    static std::string contentOf(const std::filesystem::path& file) {
-        std::ifstream stream(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    }
-    void put(const std::string& name, const std::string& content) const {
-        std::ofstream(folder / name, std::ios::binary) << content;
-    }
     [[nodiscard]] int fileCount() const {
         return static_cast<int>(std::distance(std::filesystem::directory_iterator(folder),
                                               std::filesystem::directory_iterator()));
     }
+    /// What `write` makes of a file.
+    template <typename Write>
+    [[nodiscard]] std::filesystem::path written(const char* name, Write&& write) const {
+        OutputFile file(folder / name, name);
+        write(file);
+        file.finish();
+        return folder / name;
+    }
 
-    std::filesystem::path folder;
+    test::StudyFolder own;
+    const std::filesystem::path folder = own.path();
 };
 
-/// Adds a sensor above the middle of a quadrilateral.
+/// Adds a sensor above the middle of a parallelogram.
 inline void addCell(SensorField& field, const Vector3& a, const Vector3& b, const Vector3& c,
                     const Vector3& d, const Vector3& normal) {
     if (field.cellStart.empty()) {

@@ -13,8 +13,9 @@ constexpr std::size_t sensors = 10;
 constexpr std::size_t blockSize = 4;
 constexpr PartialResults::Key key = {1, 2};
 
+/// Two columns, counting from the value, or zeros.
 std::vector<ResultColumn> columnsOf(float first) {
-    std::vector<ResultColumn> columns = {{"a", "", "", {}}, {"b", "", "", {}}};
+    std::vector<ResultColumn> columns(2);
     for (ResultColumn& column : columns) {
         for (std::size_t i = 0; i < sensors; ++i) {
             column.values.push_back(first == 0.0f ? 0.0f : first++);
@@ -23,22 +24,28 @@ std::vector<ResultColumn> columnsOf(float first) {
     return columns;
 }
 
-/// Leaves the blocks of sensors 8 and 0 in the folder.
-void leaveTwoBlocks(const std::filesystem::path& folder) {
-    std::vector<ResultColumn> columns = columnsOf(1.0f);
-    PartialResults stopped(folder, key, false);
-    EXPECT_EQ(stopped.attach(columns, nullptr, blockSize), 0U);
-    std::this_thread::sleep_for(PartialResults::interval);
-    stopped.finish(8);
-    stopped.finish(0);
-    stopped.detach();
-    EXPECT_EQ(stopped.sensorsKept(), 6U);
-}
-
 TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
     const test::StudyFolder folder;
     const std::filesystem::path file = folder.path() / PartialResults::fileName;
-    leaveTwoBlocks(folder.path());
+    const std::vector<ResultColumn> expected = columnsOf(1.0f);
+    {
+        std::vector<ResultColumn> columns = expected;
+        PartialResults stopped(folder.path(), key, false);
+        EXPECT_EQ(stopped.attach(columns, nullptr, blockSize), 0U);
+        stopped.finish(8);
+        stopped.detach();
+        EXPECT_FALSE(std::filesystem::exists(file)) << "short runs leave nothing";
+    }
+    {
+        std::vector<ResultColumn> columns = expected;
+        PartialResults stopped(folder.path(), key, false);
+        stopped.attach(columns, nullptr, blockSize);
+        std::this_thread::sleep_for(PartialResults::interval);
+        stopped.finish(8);
+        stopped.finish(0);
+        stopped.detach();
+        EXPECT_EQ(stopped.sensorsKept(), 6U);
+    }
     const std::string whole = test::readFile(file);
     constexpr std::size_t firstBlock = 40 + 16 + 2 * 2 * 4 + 8;
     ASSERT_EQ(whole.size(), firstBlock + 16 + 4 * 2 * 4 + 8);
@@ -50,9 +57,7 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         std::size_t taken;
     };
     const auto damaged = [&](std::size_t at) {
-        std::string text = whole;
-        text[at] = static_cast<char>(text[at] ^ 1);
-        return text;
+        return std::string(whole).replace(at, 1, 1, static_cast<char>(whole[at] ^ 1));
     };
     for (const Case& c : std::vector<Case>{
              {"as left", whole, key, 6},
@@ -67,24 +72,21 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         SCOPED_TRACE(c.what);
         folder.write(PartialResults::fileName, c.content);
         std::vector<ResultColumn> columns = columnsOf(0.0f);
-        const std::vector<ResultColumn> expected = columnsOf(1.0f);
         PartialResults resumed(folder.path(), c.wanted, true);
         EXPECT_EQ(resumed.attach(columns, nullptr, blockSize), c.taken);
         EXPECT_EQ(resumed.isFinished(8), c.taken >= 2);
         EXPECT_EQ(resumed.isFinished(0), c.taken == 6);
         EXPECT_FALSE(resumed.isFinished(4));
-        for (std::size_t i = 0; i < sensors; ++i) {
-            for (std::size_t column = 0; column < 2; ++column) {
-                EXPECT_EQ(columns[column].values[i],
-                          resumed.isFinished(i / 4 * 4) ? expected[column].values[i] : 0.0f);
-            }
-        }
-        // What is finished next stands behind what was whole.
         for (std::size_t column = 0; column < 2; ++column) {
+            for (std::size_t i = 0; i < sensors; ++i) {
+                const bool finished = resumed.isFinished(i / blockSize * blockSize);
+                EXPECT_EQ(columns[column].values[i], finished ? expected[column].values[i] : 0.0f);
+            }
             columns[column].values = expected[column].values;
         }
+        // What is finished next stands behind what was whole.
         std::this_thread::sleep_for(PartialResults::interval);
-        for (const std::size_t first : {0U, 4U, 8U}) {
+        for (std::size_t first = 0; first < sensors; first += blockSize) {
             if (!resumed.isFinished(first)) {
                 resumed.finish(first);
             }
@@ -97,16 +99,6 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         last.remove();
         EXPECT_FALSE(std::filesystem::exists(file));
     }
-}
-
-TEST(PartialResults, ShortRunsLeaveNothing) {
-    const test::StudyFolder folder;
-    std::vector<ResultColumn> columns = columnsOf(1.0f);
-    PartialResults partial(folder.path(), key, false);
-    partial.attach(columns, nullptr, blockSize);
-    partial.finish(0);
-    partial.detach();
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 } // namespace

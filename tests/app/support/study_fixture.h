@@ -8,8 +8,10 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -46,6 +48,31 @@ private:
 inline std::string readFile(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+/// What the action's exception says; "nothing is wrong" without one.
+template <typename Action>
+std::string messageOf(Action&& action) {
+    try {
+        action();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "nothing is wrong";
+}
+
+/// Fields of a table by line; quotes are not known.
+inline std::vector<std::vector<std::string>> rowsOf(const std::filesystem::path& file) {
+    std::vector<std::vector<std::string>> rows;
+    std::ifstream in(file);
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        rows.emplace_back();
+        for (std::string field; std::getline(fields, field, ',');) {
+            rows.back().push_back(field);
+        }
+    }
+    return rows;
 }
 
 /// One hour's radiation [W/m2].
