@@ -1,82 +1,83 @@
 #include "app/errors.h"
 #include "app/input/period.h"
+#include "tests/app/support/study_fixture.h"
 
 #include <gmock/gmock.h>
 
 namespace insolate::app {
 namespace {
 
-using testing::HasSubstr;
-
-TEST(Period, ReadsDatesInBothForms) {
+TEST(Period, ReadsDatesAndHoursInAllForms) {
     struct Case {
-        const char* text;
-        int first;
-        int last;
+        const char* dates;
+        const char* hours;
+        StudyPeriod expected;
         int days;
-    };
-    for (const Case& c : {Case{"6/1-8/31", 152, 243, 92}, Case{"152-243", 152, 243, 92},
-                          Case{" 1/1 - 12/31 ", 1, 365, 365}, Case{"11/1-2/28", 305, 59, 120},
-                          Case{"6/21", 172, 172, 1}, Case{"365-1", 365, 1, 2}}) {
-        StudyPeriod period;
-        parseDates(c.text, period);
-        EXPECT_EQ(period.startDay, c.first) << c.text;
-        EXPECT_EQ(period.endDay, c.last) << c.text;
-        EXPECT_EQ(period.dayCount(), c.days) << c.text;
-    }
-}
-
-TEST(Period, ReadsHours) {
-    struct Case {
         const char* text;
-        double start;
-        double end;
     };
-    for (const Case& c : {Case{"8-18", 8.0, 18.0}, Case{"8:30-17:15", 8.5, 17.25},
-                          Case{"0-24", 0.0, 24.0}, Case{"6.5-7", 6.5, 7.0}}) {
+    for (const Case& c : {Case{"6/1-8/31",
+                               "8:30-18",
+                               {152, 243, 8.5, 18.0},
+                               92,
+                               "1 June to 31 August, 8:30 to 18:00"},
+                          Case{"152-243",
+                               "8.5-17.25",
+                               {152, 243, 8.5, 17.25},
+                               92,
+                               "1 June to 31 August, 8:30 to 17:15"},
+                          Case{" 1/1 - 12/31 ", "0-24", {1, 365}, 365, "1 January to 31 December"},
+                          Case{"11/1-2/28",
+                               "6.5-7",
+                               {305, 59, 6.5, 7.0},
+                               120,
+                               "1 November to 28 February, 6:30 to 7:00"},
+                          Case{"2/28", "0-24", {59, 59}, 1, "28 February"},
+                          Case{"365-1", "0-24", {365, 1}, 2, "31 December to 1 January"}}) {
         StudyPeriod period;
-        parseHours(c.text, period);
-        EXPECT_DOUBLE_EQ(period.startHour, c.start) << c.text;
-        EXPECT_DOUBLE_EQ(period.endHour, c.end) << c.text;
+        parseDates(c.dates, period);
+        parseHours(c.hours, period);
+        EXPECT_EQ(period.startDay, c.expected.startDay) << c.dates;
+        EXPECT_EQ(period.endDay, c.expected.endDay) << c.dates;
+        EXPECT_DOUBLE_EQ(period.startHour, c.expected.startHour) << c.hours;
+        EXPECT_DOUBLE_EQ(period.endHour, c.expected.endHour) << c.hours;
+        int days = 0;
+        for (int day = 1; day <= 365; ++day) {
+            days += period.contains(day) ? 1 : 0;
+        }
+        EXPECT_EQ(days, c.days) << c.dates;
+        EXPECT_EQ(period.dayCount(), c.days) << c.dates;
+        EXPECT_EQ(period.text(), c.text);
     }
 }
 
 TEST(Period, RefusesTheImpossibleWithAMend) {
-    struct Case {
-        const char* dates;
-        const char* hours;
-        const char* message;
-    };
-    for (const Case& c :
-         {Case{"2/30-3/1", "0-24", "February has 28 days"},
-          Case{"2/29", "0-24", "without 29 February"}, Case{"13/1-13/2", "0-24", "no such month"},
-          Case{"0-10", "0-24", "from 1 to 365"}, Case{"1-366", "0-24", "from 1 to 365"},
-          Case{"", "0-24", "no such day"}, Case{"6/1-", "0-24", "the second date is missing"},
-          Case{"1-2-3", "0-24", "no such day"}, Case{"6/x", "0-24", "no such month"},
-          Case{"1-365", "8", "not a range"}, Case{"1-365", "8-25", "'25' is not a time"},
-          Case{"1-365", "8:60-9", "'8:60' is not a time"},
-          Case{"1-365", "-1-9", "'-1' is not a time"},
-          Case{"1-365", "nan-9", "'nan' is not a time"},
-          Case{"1-365", "18-8", "the range is empty"},
-          Case{"1-365", "8-8", "the range is empty"}}) {
-        StudyPeriod period;
-        try {
-            parseDates(c.dates, period);
-            parseHours(c.hours, period);
-            ADD_FAILURE() << c.dates << " " << c.hours << " was taken";
-        } catch (const UsageError& error) {
-            EXPECT_THAT(error.what(), HasSubstr(c.message));
-            EXPECT_EQ(error.exitCode(), 2);
-        }
+    StudyPeriod period;
+    for (const auto& [dates, message] : {std::pair{"2/30-3/1", "February has 28 days"},
+                                         {"2/29", "without 29 February"},
+                                         {"13/1-13/2", "no such month"},
+                                         {"0-10", "from 1 to 365"},
+                                         {"1-366", "from 1 to 365"},
+                                         {"", "no such day"},
+                                         {"6/1-", "the second date is missing"},
+                                         {"-6/1", "the first date is missing"},
+                                         {"1-2-3", "no such day"},
+                                         {"6/x", "no such month"}}) {
+        EXPECT_THAT(test::messageOf([&, text = dates] { parseDates(text, period); }),
+                    testing::HasSubstr(message));
+    }
+    for (const auto& [hours, message] : {std::pair{"8", "not a range"},
+                                         {"8-25", "'25' is not a time"},
+                                         {"8:60-9", "'8:60' is not a time"},
+                                         {"-1-9", "'-1' is not a time"},
+                                         {"nan-9", "'nan' is not a time"},
+                                         {"18-8", "the range is empty"},
+                                         {"8-8", "the range is empty"}}) {
+        EXPECT_THAT(test::messageOf([&, text = hours] { parseHours(text, period); }),
+                    testing::HasSubstr(message));
     }
     EXPECT_THROW(checkStep(0.0), UsageError);
     EXPECT_THROW(checkStep(1.5), UsageError);
     EXPECT_NO_THROW(checkStep(0.25));
-}
-
-TEST(Period, IsToldInWords) {
-    EXPECT_EQ((StudyPeriod{152, 243, 8.5, 18.0, 0.1}.text()), "1 June to 31 August, 8:30 to 18:00");
-    EXPECT_EQ((StudyPeriod{59, 59, 0.0, 24.0, 0.1}.text()), "28 February");
 }
 
 } // namespace

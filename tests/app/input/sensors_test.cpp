@@ -63,7 +63,6 @@ TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
         }
         const double whole = length(areaVector(polygon));
         const Vector3 normal = areaVector(polygon) * (1.0 / whole);
-        double narrowest = 1.0; // sine of the triangle's smallest angle, times 1/2 below
         const auto smallestSine = [](std::span<const Vector3> t) {
             double least = 1.0;
             for (std::size_t i = 0; i < 3; ++i) {
@@ -73,7 +72,7 @@ TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
             }
             return least;
         };
-        narrowest = smallestSine(polygon);
+        const double narrowest = smallestSine(polygon);
         const Mesh mesh = meshOf({polygon});
         const SensorGrid grid = cutAll(mesh, options);
         double covered = 0.0;
@@ -119,27 +118,24 @@ TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
 }
 
 TEST(SensorCsv, NamesTheLineOfAFault) {
-    struct Case {
-        const char* content;
-        const char* message;
-    };
     const StudyFolder folder;
-    for (const Case& c :
-         {Case{"x,y,z\n1,2\n", "a.csv:2: 2 fields"}, Case{"1,2,3,4\n", "a.csv:1: 4 fields"},
-          Case{"1,2,3\n1,2,3,0,0,1\n", "a.csv:2: 6 fields where the lines above"},
-          Case{"x,y,z\n1,2,3\nx,y,z\n", "a.csv:3: field 1: 'x'"},
-          Case{"1.o,2,3\n4,5,6\n", "a.csv:1: field 1: '1.o'"},
-          Case{"1,2,nan\n", "a.csv:1: field 3: 'nan'"}, Case{"1,inf,3\n", "field 2: 'inf'"},
-          Case{"1,2,1e15\n", "field 3: '1e15'"}, Case{"1,,3\n", "a.csv:1: field 2: ''"},
-          Case{"1,2,3,0,0,0\n", "a.csv:1: the normal is zero"},
-          Case{"x,y,z\n", "a.csv: the table has no sensors"}, Case{"", "the table has no sensors"},
-          Case{"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"}}) {
-        try {
-            readSensorCsv(folder.write("a.csv", c.content), LengthUnit::metre, UpAxis::z);
-            ADD_FAILURE() << c.content << " was taken";
-        } catch (const DataError& error) {
-            EXPECT_THAT(error.what(), HasSubstr(c.message));
-        }
+    for (const auto& [content, message] :
+         {std::pair{"x,y,z\n1,2\n", "a.csv:2: 2 fields"},
+          {"1,2,3,4\n", "a.csv:1: 4 fields"},
+          {"1,2,3\n1,2,3,0,0,1\n", "a.csv:2: 6 fields where the lines above"},
+          {"x,y,z\n1,2,3\nx,y,z\n", "a.csv:3: field 1: 'x'"},
+          {"1.o,2,3\n4,5,6\n", "a.csv:1: field 1: '1.o'"},
+          {"1,2,nan\n", "a.csv:1: field 3: 'nan'"},
+          {"1,inf,3\n", "field 2: 'inf'"},
+          {"1,2,1e15\n", "field 3: '1e15'"},
+          {"1,,3\n", "a.csv:1: field 2: ''"},
+          {"1,2,3,0,0,0\n", "a.csv:1: the normal is zero"},
+          {"x,y,z\n", "a.csv: the table has no sensors"},
+          {"", "the table has no sensors"},
+          {"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"}}) {
+        const auto file = folder.write("a.csv", content);
+        EXPECT_THAT(test::messageOf([&] { readSensorCsv(file, LengthUnit::metre, UpAxis::z); }),
+                    HasSubstr(message));
     }
     EXPECT_THROW(readSensorCsv(folder.path() / "none.csv", LengthUnit::metre, UpAxis::z),
                  DataError);

@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include <cstring>
+#include <tuple>
 
 namespace insolate::app {
 namespace {
@@ -25,29 +25,23 @@ std::string verdict(const std::filesystem::path& file, bool allowGaps = false) {
     }
 }
 
-TEST(WeatherCheck, TakesACompleteYear) {
+TEST(WeatherCheck, TakesACompleteYearWithQuotesByteOrderMarkAndBothLineEnds) {
     const StudyFolder folder;
-    const auto file = folder.write("a.EPW", test::clearYear());
-    const WeatherReport report = inspectWeatherFile(file);
-    EXPECT_EQ(report.hoursPresent, 8760U);
-    EXPECT_EQ(report.gapCount(), 0U);
-    EXPECT_EQ(report.site.text(), "Testville, TST");
-    EXPECT_EQ(report.site.latitude, 40.0);
-    EXPECT_EQ(report.site.elevation, 100.0);
-    EXPECT_EQ(verdict(file), "");
-}
-
-TEST(WeatherCheck, ReadsQuotesByteOrderMarkAndBothLineEnds) {
-    const StudyFolder folder;
-    std::string text = withLine(test::clearYear(), 1, "Testville", "\"Test, ville\"");
     std::string windows = "\xEF\xBB\xBF";
-    for (const char c : text) {
+    for (const char c : withLine(test::clearYear(), 1, "Testville", "\"Test, ville\"")) {
         windows += c == '\n' ? "\r\n" : std::string(1, c);
     }
-    const auto file = folder.write("a.epw", windows + "\r\n");
-    EXPECT_EQ(verdict(file), "");
-    EXPECT_EQ(inspectWeatherFile(file).site.city, "Test, ville");
-    EXPECT_EQ(inspectWeatherFile(file).site.latitude, 40.0);
+    for (const auto& [text, place] : {std::pair{test::clearYear(), "Testville, TST"},
+                                      std::pair{windows + "\r\n", "Test, ville, TST"}}) {
+        const auto file = folder.write("a.EPW", text);
+        const WeatherReport report = inspectWeatherFile(file);
+        EXPECT_EQ(report.hoursPresent, 8760U);
+        EXPECT_EQ(report.gapCount(), 0U);
+        EXPECT_EQ(report.site.text(), place);
+        EXPECT_EQ(report.site.latitude, 40.0);
+        EXPECT_EQ(report.site.elevation, 100.0);
+        EXPECT_EQ(verdict(file), "");
+    }
 }
 
 TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
@@ -59,11 +53,8 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
         return withLine(good, noon, part, text);
     };
     const std::size_t lastLine = good.rfind('\n', good.size() - 2) + 1;
-    struct Case {
-        std::string content;
-        std::string message;
-    };
-    for (const Case& c : std::vector<Case>{
+    const StudyFolder folder;
+    for (const auto& [content, message] : std::vector<std::pair<std::string, std::string>>{
              {"", "no LOCATION line"},
              {"solid cube\nfacet\n", "a.epw:1: no LOCATION line"},
              {body, "a.epw:2: no LOCATION line stands before the data"},
@@ -91,23 +82,22 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
               at + "radiation is missing in 1 hours, the first is 5 March, 11:00"},
              {noonWith("2001,3,5,12", "\xFF"), "not a weather file"},
              {noonWith("2001,3,5,12", "year"), at + "'year"}}) {
-        const StudyFolder folder;
-        EXPECT_THAT(verdict(folder.write("a.epw", c.content)), HasSubstr(c.message));
+        EXPECT_THAT(verdict(folder.write("a.epw", content)), HasSubstr(message));
     }
 }
 
 TEST(WeatherCheck, GapsPassWhenTheyAreAllowed) {
     const StudyFolder folder;
     const std::string good = test::clearYear();
-    const std::size_t noon = weatherLine(3, 5, 12);
-    const auto gap = folder.write("gap.epw", withLine(good, noon, "2001,3,5,12", "2001,3,5,13"));
-    EXPECT_EQ(verdict(gap, true), "");
-    const WeatherReport report = inspectWeatherFile(gap);
-    ASSERT_EQ(report.hoursMissing.size(), 1U);
-    EXPECT_EQ(report.hoursMissing[0], HourOfYear(63, 11));
-    const auto marked = folder.write("m.epw", withLine(good, noon, ",793,", ",99999,"));
-    EXPECT_EQ(verdict(marked, true), "");
-    EXPECT_EQ(inspectWeatherFile(marked).radiationMissing.at(0), HourOfYear(63, 11));
+    for (const auto& [from, to] : {std::pair{"2001,3,5,12", "2001,3,5,13"}, {",793,", ",99999,"}}) {
+        const auto gap = folder.write("gap.epw", withLine(good, weatherLine(3, 5, 12), from, to));
+        EXPECT_EQ(verdict(gap, true), "");
+        const WeatherReport report = inspectWeatherFile(gap);
+        ASSERT_EQ(report.gapCount(), 1U);
+        EXPECT_EQ((report.hoursMissing.empty() ? report.radiationMissing : report.hoursMissing)[0],
+                  HourOfYear(63, 11));
+        EXPECT_EQ(report.hoursPresent, 8760U - report.hoursMissing.size());
+    }
 }
 
 TEST(WeatherCheck, KnowsLeapDaysAndTheUnreadLastLine) {
@@ -136,25 +126,26 @@ TEST(WeatherCheck, KnowsLeapDaysAndTheUnreadLastLine) {
 
 TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
     std::string good(141608, '\0');
+    const auto with = [&](std::size_t at, auto value) {
+        return std::string(good).replace(at, sizeof value, reinterpret_cast<const char*>(&value),
+                                         sizeof value);
+    };
     good.replace(0, 15, "xqt_WEA_ver1.10");
     good.replace(16, 4, "Rome");
-    const float latitude = 41.9f;
-    std::memcpy(good.data() + 141592, &latitude, sizeof latitude);
+    good = with(141592, 41.9f);
     const StudyFolder folder;
-    EXPECT_EQ(verdict(folder.write("a.wea", good)), "");
     EXPECT_EQ(inspectWeatherFile(folder.write("a.mra", good)).site.city, "Rome");
-    EXPECT_THAT(verdict(folder.write("a.wea", good.substr(1))), HasSubstr("not a weather file"));
-    EXPECT_THAT(verdict(folder.write("a.wea", good.substr(0, 141607))), HasSubstr("141607 bytes"));
-    EXPECT_THAT(verdict(folder.write("a.txt", good)), HasSubstr("not a weather file"));
+    const std::string marked = with(80 + 30 * 16 + 10, std::int16_t{9999}); // 2 January, 7 h
+    for (const auto& [name, content, message] :
+         {std::tuple{"a.wea", good, ""},
+          {"a.wea", good.substr(1), "not a weather file"},
+          {"a.wea", good.substr(0, 141607), "141607 bytes"},
+          {"a.txt", good, "not a weather file"},
+          {"a.wea", with(141592, 95.0f), "not on earth"},
+          {"a.wea", marked, "in 1 hours, the first is 2 January, 6:00 to 7:00"}}) {
+        EXPECT_THAT(verdict(folder.write(name, content)), HasSubstr(message));
+    }
     EXPECT_THAT(verdict(folder.path() / "none.epw"), HasSubstr("no such file"));
-    const std::int16_t mark = 9999;
-    std::string marked = good;
-    std::memcpy(marked.data() + 80 + 30 * 16 + 10, &mark, sizeof mark); // direct, 2 January 7 h
-    EXPECT_EQ(inspectWeatherFile(folder.write("a.wea", marked)).radiationMissing.at(0),
-              HourOfYear(1, 6));
-    const float nowhere = 95.0f;
-    std::memcpy(good.data() + 141592, &nowhere, sizeof nowhere);
-    EXPECT_THAT(verdict(folder.write("a.wea", good)), HasSubstr("not on earth"));
 }
 
 } // namespace

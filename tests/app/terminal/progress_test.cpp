@@ -1,8 +1,5 @@
-#include "app/errors.h"
-#include "app/terminal/interrupt.h"
 #include "app/terminal/progress.h"
 
-#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -11,11 +8,12 @@
 namespace insolate::app {
 namespace {
 
-/// What a progress of the style writes for 1,000 things in pieces of 7.
+/// What a progress of the style writes for 1,000 things in pieces of 8.
 std::string written(Progress::Style style) {
     std::FILE* file = std::tmpfile();
     Progress progress(file, style);
     progress.note("begin");
+    progress.warn("odd");
     progress.begin(1000, "things");
     for (std::size_t done = 0; done < 1000; done += 8) {
         progress.advance(8);
@@ -39,24 +37,11 @@ TEST(Progress, SaysShareRateAndTimeLeft) {
     EXPECT_EQ(durationText(3720.0), "1 h 02 min");
 }
 
-TEST(Progress, IsSilentPlainOrABar) {
-    EXPECT_EQ(written(Progress::Style::quiet), "");
-    EXPECT_THAT(
-        written(Progress::Style::plain),
-        testing::MatchesRegex("insolate: begin\ninsolate: 100 %  1,000 of 1,000 things .*"));
-    EXPECT_THAT(written(Progress::Style::plain), testing::Not(testing::HasSubstr("\033")));
-}
-
-TEST(Interrupt, IsRememberedUntilTheNextBlock) {
-    installInterruptHandlers();
-    EXPECT_NO_THROW(throwIfInterrupted());
-    std::raise(SIGTERM);
-    try {
-        throwIfInterrupted();
-        ADD_FAILURE();
-    } catch (const Interrupted& stop) {
-        EXPECT_EQ(stop.exitCode(), 143);
-    }
+TEST(Progress, IsPlainOrSilentButForWarnings) {
+    EXPECT_EQ(written(Progress::Style::quiet), "insolate: warning: odd\n");
+    EXPECT_THAT(written(Progress::Style::plain),
+                testing::MatchesRegex("insolate: begin\ninsolate: warning: odd\n"
+                                      "insolate: 100 %  1,000 of 1,000 things .*"));
 }
 
 } // namespace
