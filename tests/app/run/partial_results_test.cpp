@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t sensors = 10;
 constexpr std::size_t blockSize = 4;
-constexpr PartialResults::Key key = {1, 2};
+constexpr PartialResults::Key studyKey = {1, 2};
 
 /// Two columns, counting from the value, or zeros.
 std::vector<ResultColumn> columnsOf(float first) {
@@ -30,7 +30,7 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
     const std::vector<ResultColumn> expected = columnsOf(1.0f);
     {
         std::vector<ResultColumn> columns = expected;
-        PartialResults stopped(folder.path(), key, false);
+        PartialResults stopped(folder.path(), studyKey, false);
         EXPECT_EQ(stopped.attach(columns, nullptr, blockSize), 0U);
         stopped.finish(8);
         stopped.detach();
@@ -38,7 +38,7 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
     }
     {
         std::vector<ResultColumn> columns = expected;
-        PartialResults stopped(folder.path(), key, false);
+        PartialResults stopped(folder.path(), studyKey, false);
         stopped.attach(columns, nullptr, blockSize);
         std::this_thread::sleep_for(PartialResults::interval);
         stopped.finish(8);
@@ -60,15 +60,15 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         return std::string(whole).replace(at, 1, 1, static_cast<char>(whole[at] ^ 1));
     };
     for (const Case& c : std::vector<Case>{
-             {"as left", whole, key, 6},
+             {"as left", whole, studyKey, 6},
              {"another study", whole, {1, 3}, 0},
-             {"cut within the second block", whole.substr(0, whole.size() - 1), key, 2},
-             {"a value of the second block changed", damaged(firstBlock + 20), key, 2},
-             {"a block twice", whole + whole.substr(firstBlock), key, 6},
-             {"the first block's count changed", damaged(48), key, 0},
-             {"another version", damaged(8), key, 0},
-             {"cut header", whole.substr(0, 39), key, 0},
-             {"nothing", "", key, 0}}) {
+             {"cut within the second block", whole.substr(0, whole.size() - 1), studyKey, 2},
+             {"a value of the second block changed", damaged(firstBlock + 20), studyKey, 2},
+             {"a block twice", whole + whole.substr(firstBlock), studyKey, 6},
+             {"the first block's count changed", damaged(48), studyKey, 0},
+             {"another version", damaged(8), studyKey, 0},
+             {"cut header", whole.substr(0, 39), studyKey, 0},
+             {"nothing", "", studyKey, 0}}) {
         SCOPED_TRACE(c.what);
         folder.write(PartialResults::fileName, c.content);
         std::vector<ResultColumn> columns = columnsOf(0.0f);
