@@ -109,19 +109,6 @@ TEST_F(FaultsTest, FullDiskAndVanishingFolderEndWithTheFileNamed) {
     expectWholeOrPartial(path("elsewhere"));
 }
 
-TEST_F(FaultsTest, OneRunAtATimeHoldsAFolder) {
-    const pid_t first = start(std::string(study) + " --out out");
-    while (!fs::exists(path("out/.insolate.lock"))) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    fs::rename(path("stderr"), path("stderr of the first"));
-    const Outcome second = command(std::string(study) + " --out out");
-    EXPECT_EQ(second.exitCode, 1);
-    EXPECT_THAT(second.err, HasSubstr("another run is writing to this folder; "));
-    EXPECT_EQ(finish(first).exitCode, 0);
-    EXPECT_TRUE(fs::exists(path("out/summary.json")));
-}
-
 TEST_F(FaultsTest, HostileSizesAreRefusedBeforeMemoryIsTaken) {
     // A header alone that claims 20 million triangles, and a file as long as they are.
     std::string header(84, '\0');
@@ -174,43 +161,6 @@ TEST_F(FaultsTest, TooLittleMemoryIsSaid) {
     }
 }
 #endif
-
-TEST_F(FaultsTest, FarFromTheOriginNothingChanges) {
-    const auto courtAt = [](double east, double north) {
-        std::string text;
-        for (const double z : {0.0, 10.25}) {
-            for (const auto& [x, y] :
-                 {std::pair{0.0, 0.0}, {10.5, 0.0}, {10.5, 10.125}, {0.0, 10.125}}) {
-                text += fmt::format("v {} {} {}\n", x + east, y + north, z);
-            }
-        }
-        return text + "g floor\nf 1 2 3 4\ng walls\nf 1 5 6 2\nf 2 6 7 3\nf 3 7 8 4\nf 4 8 5 1\n";
-    };
-    write("near.obj", courtAt(0.0, 0.0));
-    write("far.obj", courtAt(5.0e6, -4.0e6));
-    std::array<std::vector<std::string>, 2> results;
-    for (const bool far : {false, true}) {
-        const std::string name = far ? "far" : "near";
-        const Outcome run = command(fmt::format("run --scene {0}.obj --weather good.epw --period "
-                                                "6/1-6/3 --grid 1 --quiet --out {0}",
-                                                name));
-        ASSERT_EQ(run.exitCode, 0) << run.err;
-        std::ifstream table(path(name) / "sensors.csv");
-        std::string line;
-        std::getline(table, line);
-        while (std::getline(table, line)) {
-            const std::size_t x = static_cast<std::size_t>(std::stod(line));
-            EXPECT_EQ(far ? x / 1'000'000 : 0U, far ? 5U : 0U) << line;
-            std::size_t at = 0; // past the position
-            for (int comma = 0; comma < 3; ++comma) {
-                at = line.find(',', at) + 1;
-            }
-            results[far ? 1 : 0].push_back(line.substr(at));
-        }
-    }
-    EXPECT_GT(results[0].size(), 500U);
-    EXPECT_EQ(results[0], results[1]);
-}
 
 } // namespace
 } // namespace insolate::app
