@@ -3,10 +3,10 @@
 #include "app/cli/arguments.h"
 #include "app/closest_name.h"
 #include "app/errors.h"
+#include "app/input/input_file.h"
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -43,12 +43,7 @@ std::string linePlace(const std::filesystem::path& file, const toml::source_regi
 }
 
 toml::table readTable(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    std::error_code ignored;
-    if (!in || std::filesystem::is_directory(file, ignored)) {
-        throw DataError(
-            fmt::format("{}: cannot be read; check the name of the study file", place(file)));
-    }
+    std::ifstream in = openInput(file, "study file");
     std::ostringstream text;
     text << in.rdbuf();
     try {

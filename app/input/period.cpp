@@ -7,27 +7,15 @@
 #include <cmath>
 
 #include <fmt/format.h>
+#include <insolate/weather/weather_series.h>
 
 namespace insolate::app {
 
 namespace {
 
-struct Month {
-    std::string_view name;
-    int days;
-};
-constexpr std::array<Month, 12> months = {{{"January", 31},
-                                           {"February", 28},
-                                           {"March", 31},
-                                           {"April", 30},
-                                           {"May", 31},
-                                           {"June", 30},
-                                           {"July", 31},
-                                           {"August", 31},
-                                           {"September", 30},
-                                           {"October", 31},
-                                           {"November", 30},
-                                           {"December", 31}}};
+constexpr std::array<const char*, 12> monthNames = {
+    "January", "February", "March",     "April",   "May",      "June",
+    "July",    "August",   "September", "October", "November", "December"};
 
 double parseClock(std::string_view text, std::string_view whole) {
     const auto fail = [&]() -> UsageError {
@@ -76,21 +64,18 @@ int parseDate(std::string_view text) {
     if (!month || !day || *month < 1 || *month > 12) {
         throw UsageError(fmt::format("date {}: no such month and day; {}", quoteText(text), mend));
     }
-    const Month& named = months[static_cast<std::size_t>(*month - 1)];
     if (*month == 2 && *day == 29) {
         throw UsageError(fmt::format(
             "date {}: the year of the weather has 365 days, without 29 February; write 2/28 or 3/1",
             quoteText(text)));
     }
-    if (*day < 1 || *day > named.days) {
-        throw UsageError(fmt::format("date {}: {} has {} days; {}", quoteText(text), named.name,
-                                     named.days, mend));
+    const int index = dayIndex(*month, *day);
+    if (index < 0) {
+        const int nextMonth = *month == 12 ? 365 : dayIndex(*month + 1, 1);
+        throw UsageError(fmt::format("date {}: {} has {} days; {}", quoteText(text),
+                                     monthName(*month), nextMonth - dayIndex(*month, 1), mend));
     }
-    int dayOfYear = *day;
-    for (int earlier = 1; earlier < *month; ++earlier) {
-        dayOfYear += months[static_cast<std::size_t>(earlier - 1)].days;
-    }
-    return dayOfYear;
+    return index + 1;
 }
 
 void parseDates(std::string_view text, StudyPeriod& period) {
@@ -156,15 +141,13 @@ std::string StudyPeriod::text() const {
     return days;
 }
 
+const char* monthName(int month) {
+    return monthNames[static_cast<std::size_t>(month - 1)];
+}
+
 std::string dayText(int dayOfYear) {
-    int day = dayOfYear;
-    for (const Month& month : months) {
-        if (day <= month.days) {
-            return fmt::format("{} {}", day, month.name);
-        }
-        day -= month.days;
-    }
-    return fmt::format("day {}", dayOfYear);
+    const MonthAndDay date = monthAndDay(dayOfYear - 1);
+    return fmt::format("{} {}", date.day, monthName(date.month));
 }
 
 std::string clockText(double hours) {

@@ -34,6 +34,9 @@ void parseHours(std::string_view text, StudyPeriod& period);
 /// A step in decimal hours.
 void checkStep(double step);
 
+/// "June" for 6; month 1 to 12.
+const char* monthName(int month);
+
 /// "21 June".
 std::string dayText(int dayOfYear);
 

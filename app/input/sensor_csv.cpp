@@ -1,13 +1,12 @@
 #include "app/input/sensor_csv.h"
 
 #include "app/errors.h"
+#include "app/input/input_file.h"
 #include "app/input/numbers.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <fstream>
-#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -37,16 +36,7 @@ std::size_t splitFields(std::string_view line, std::array<std::string_view, most
 } // namespace
 
 SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up) {
-    std::error_code ignored;
-    if (!std::filesystem::exists(file, ignored)) {
-        throw DataError(
-            fmt::format("{}: no such file; check the name of the sensor table", place(file)));
-    }
-    std::ifstream in(file, std::ios::binary);
-    if (!in || std::filesystem::is_directory(file, ignored)) {
-        throw DataError(
-            fmt::format("{}: cannot be read; give a table that you may open", place(file)));
-    }
+    std::ifstream in = openInput(file, "sensor table");
     const double scale = metresIn(unit);
     SensorField field;
     std::array<std::string_view, mostFields> fields;

@@ -2,6 +2,7 @@
 
 #include "app/errors.h"
 #include "app/input/file_name.h"
+#include "app/input/input_file.h"
 #include "app/input/numbers.h"
 #include "app/input/period.h"
 
@@ -10,7 +11,6 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <optional>
 #include <string_view>
@@ -18,6 +18,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <insolate/weather/weather_series.h>
 
 namespace insolate::app {
 
@@ -26,7 +27,6 @@ namespace {
 constexpr int daysPerYear = 365;
 constexpr int hoursPerDay = 24;
 constexpr std::size_t hoursPerYear = 8760;
-constexpr std::array<int, 12> daysInMonth = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
 /// Above any irradiance on earth [W/m2]; the solar constant is 1,361.
 constexpr double greatestRadiation = 1500.0;
@@ -37,16 +37,8 @@ constexpr std::string_view wrongFile =
     "not a weather file; give an .epw file, or a .wea or .mra file of this program";
 
 std::string readWhole(const std::filesystem::path& file) {
+    std::ifstream in = openInput(file, "weather file");
     std::error_code problem;
-    if (!std::filesystem::exists(file, problem)) {
-        throw DataError(
-            fmt::format("{}: no such file; check the name of the weather file", place(file)));
-    }
-    std::ifstream in(file, std::ios::binary);
-    if (!in || std::filesystem::is_directory(file, problem)) {
-        throw DataError(
-            fmt::format("{}: cannot be read; give a weather file that you may open", place(file)));
-    }
     // An annual file is below 3 MB; a film by mistake must not fill the memory.
     constexpr std::uintmax_t largest = 256U << 20U;
     if (const auto size = std::filesystem::file_size(file, problem); !problem && size > largest) {
@@ -226,9 +218,9 @@ private:
         const auto day = parseNumber<int>(fields[2]);
         const auto hour = parseNumber<int>(fields[3]);
         const bool isLeapDay = month && day && *month == 2 && *day == 29;
-        if (!month || !day || !hour || *month < 1 || *month > 12 || *day < 1 || *hour < 1 ||
-            *hour > hoursPerDay ||
-            (!isLeapDay && *day > daysInMonth[static_cast<std::size_t>(*month - 1)])) {
+        // A leap day's lines take the place of the day before.
+        const int dayOfYear = month && day ? dayIndex(*month, isLeapDay ? 28 : *day) : -1;
+        if (dayOfYear < 0 || !hour || *hour < 1 || *hour > hoursPerDay) {
             throw DataError(fmt::format("{}: {},{},{} is no month, day and hour (1 to 24); mend "
                                         "the line or download the file again",
                                         place(m_file, m_line), quoteText(fields[1]),
@@ -241,12 +233,7 @@ private:
         if (unfinished) {
             return;
         }
-        // A leap day's lines take the place of the day before.
-        int dayIndex = isLeapDay ? 27 : *day - 1;
-        for (int earlier = 1; earlier < *month; ++earlier) {
-            dayIndex += daysInMonth[static_cast<std::size_t>(earlier - 1)];
-        }
-        const auto index = static_cast<std::size_t>(dayIndex * hoursPerDay + *hour - 1);
+        const auto index = static_cast<std::size_t>(dayOfYear * hoursPerDay + *hour - 1);
         // Of several lines for an hour the last one stands.
         m_missingAt[index] = directMissing || diffuseMissing ? m_line : 0;
         if (isLeapDay) {

@@ -60,8 +60,7 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
                      std::span<const ResultColumn> columns) {
     out.write("x [m],y [m],z [m],nx,ny,nz");
     for (const ResultColumn& column : columns) {
-        out.write("," + csvField(column.unit.empty() ? column.name
-                                                     : column.name + " [" + column.unit + "]"));
+        out.write("," + csvHeading(column));
     }
     out.write("\n");
     for (std::size_t i = 0; i < field.size(); ++i) {

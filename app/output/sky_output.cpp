@@ -137,9 +137,7 @@ void drawPath(const Canvas& canvas, const Dome& dome, const SkyPath& path) {
 void writeSkyCsv(OutputFile& out, std::span<const ResultColumn> columns) {
     out.write("azimuth [deg],altitude [deg],solid_angle [sr]");
     for (const ResultColumn& column : columns) {
-        out.write(",");
-        out.write(
-            csvField(column.unit.empty() ? column.name : column.name + " [" + column.unit + "]"));
+        out.write("," + csvHeading(column));
     }
     out.write("\n");
     for (int band = 0; band < skyGrid::altitudeCount; ++band) {

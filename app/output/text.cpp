@@ -77,6 +77,10 @@ std::string csvField(std::string_view text) {
     return quoted + '"';
 }
 
+std::string csvHeading(const ResultColumn& column) {
+    return csvField(column.unit.empty() ? column.name : column.name + " [" + column.unit + "]");
+}
+
 std::string xmlText(std::string_view text) {
     std::string result;
     for (const char c : validText(text)) {

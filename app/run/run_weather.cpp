@@ -2,6 +2,7 @@
 
 #include "app/errors.h"
 #include "app/input/file_name.h"
+#include "app/input/period.h"
 #include "app/input/weather_check.h"
 #include "app/output/output_folder.h"
 #include "app/run/solar_analysis.h"
@@ -20,10 +21,6 @@
 namespace insolate::app {
 
 namespace {
-
-constexpr std::array<const char*, 12> monthNames = {
-    "January", "February", "March",     "April",   "May",      "June",
-    "July",    "August",   "September", "October", "November", "December"};
 
 /// Sum and count of the values that are there.
 struct Total {
@@ -89,7 +86,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
     text += fmt::format("{:<10} {:>14} {:>14} {:>14} {:>12}\n", "#", "[kWh/m2]", "[kWh/m2]",
                         "[kWh/m2]", "mean [C]");
     for (std::size_t month = 0; month < months.size(); ++month) {
-        text += months[month].row(monthNames[month]);
+        text += months[month].row(monthName(static_cast<int>(month) + 1));
     }
     text += whole.row("year");
     for (const std::string& finding : read.report.notes) {

@@ -20,4 +20,12 @@ inline SkyCell skyCellAt(float trigAngle, float altitude) {
     return {skyGrid::azimuthSector(azimuth), skyGrid::altitudeBand(altitude)};
 }
 
+/// What value(azimuth, altitude) gives for the cell in a direction; 1 below the horizon's band and
+/// from the zenith up.
+template <typename Value>
+float valueByAngle(float trigAngle, float altitude, Value&& value) {
+    const SkyCell cell = skyCellAt(trigAngle, altitude);
+    return skyGrid::isAltitude(cell.altitude) ? value(cell.azimuth, cell.altitude) : 1.0f;
+}
+
 } // namespace insolate

@@ -8,9 +8,7 @@
 
 namespace {
 
-using insolate::SkyCell;
-using insolate::skyCellAt;
-using insolate::skyGrid::isAltitude;
+using insolate::valueByAngle;
 using insolate::skyGrid::isCell;
 
 /// NaN passes.
@@ -82,18 +80,18 @@ bool EShadingMask::setIncidenceValue(int azimuth, int altitude, float value) {
 }
 
 float EShadingMask::getExposureByAngle(float angle, float altitude) const {
-    const SkyCell cell = skyCellAt(angle, altitude);
-    return isAltitude(cell.altitude) ? getExposure(cell.azimuth, cell.altitude) : 1.0f;
+    return valueByAngle(angle, altitude,
+                        [this](int sector, int band) { return getExposure(sector, band); });
 }
 
 float EShadingMask::getSurfaceIncidenceByAngle(float angle, float altitude) const {
-    const SkyCell cell = skyCellAt(angle, altitude);
-    return isAltitude(cell.altitude) ? getSurfaceIncidence(cell.azimuth, cell.altitude) : 1.0f;
+    return valueByAngle(angle, altitude,
+                        [this](int sector, int band) { return getSurfaceIncidence(sector, band); });
 }
 
 float EShadingMask::getShadingByAngle(float angle, float altitude) const {
-    const SkyCell cell = skyCellAt(angle, altitude);
-    return isAltitude(cell.altitude) ? getShading(cell.azimuth, cell.altitude) : 1.0f;
+    return valueByAngle(angle, altitude,
+                        [this](int sector, int band) { return getShading(sector, band); });
 }
 
 void EShadingMask::setOvercastSkyComponent(float percent) {

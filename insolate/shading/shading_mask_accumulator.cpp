@@ -4,11 +4,9 @@
 
 namespace {
 
-using insolate::SkyCell;
-using insolate::skyCellAt;
+using insolate::valueByAngle;
 using insolate::skyGrid::altitudeCount;
 using insolate::skyGrid::azimuthCount;
-using insolate::skyGrid::isAltitude;
 using insolate::skyGrid::isCell;
 
 } // namespace
@@ -74,16 +72,16 @@ float EShadingMaskAccumulator::getShading(int azimuth, int altitude) const {
 }
 
 float EShadingMaskAccumulator::getExposureByAngle(float angle, float altitude) const {
-    const SkyCell cell = skyCellAt(angle, altitude);
-    return isAltitude(cell.altitude) ? getExposure(cell.azimuth, cell.altitude) : 1.0f;
+    return valueByAngle(angle, altitude,
+                        [this](int sector, int band) { return getExposure(sector, band); });
 }
 
 float EShadingMaskAccumulator::getSurfaceIncidenceByAngle(float angle, float altitude) const {
-    const SkyCell cell = skyCellAt(angle, altitude);
-    return isAltitude(cell.altitude) ? getSurfaceIncidence(cell.azimuth, cell.altitude) : 1.0f;
+    return valueByAngle(angle, altitude,
+                        [this](int sector, int band) { return getSurfaceIncidence(sector, band); });
 }
 
 float EShadingMaskAccumulator::getShadingByAngle(float angle, float altitude) const {
-    const SkyCell cell = skyCellAt(angle, altitude);
-    return getShading(cell.azimuth, cell.altitude); // outside the grid 1 in either direction
+    return valueByAngle(angle, altitude,
+                        [this](int sector, int band) { return getShading(sector, band); });
 }

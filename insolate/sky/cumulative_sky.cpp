@@ -1,6 +1,6 @@
 #include <insolate/sky/cumulative_sky.h>
 
-#include <insolate/solar/solar_position.h>
+#include <insolate/shading/cell_lookup.h>
 
 #include <algorithm>
 #include <iterator>
@@ -14,9 +14,8 @@ float cellOf(const float (&plane)[skyGrid::cellCount], int azimuth, int altitude
 }
 
 float cellByAngle(const float (&plane)[skyGrid::cellCount], float trigAngle, float altitude) {
-    const double azimuth = ESolarPosition::Global.convertTrigAngleToAzimuth(trigAngle);
-    return cellOf(plane, skyGrid::azimuthSector(static_cast<float>(azimuth)),
-                  skyGrid::altitudeBand(altitude));
+    const insolate::SkyCell cell = insolate::skyCellAt(trigAngle, altitude);
+    return cellOf(plane, cell.azimuth, cell.altitude);
 }
 
 bool setCell(float (&plane)[skyGrid::cellCount], int azimuth, int altitude, float value,

@@ -38,39 +38,24 @@ bool ECumulativeSky::calculate(EWeatherData* weather) {
     const insolate::DaySteps steps = insolate::dayStepsOf(*this);
     endDate = insolate::unwrappedEndDate(startDate, endDate);
 
-    ESolarPosition sun = insolate::sunAtSite(*this);
     float diffuseTotal = 0.0f;
-    for (long long date = startDate; date <= endDate; ++date) {
-        const int day = insolate::dayWithinYear(static_cast<int>(date));
-        insolate::moveToDay(sun, day);
-        const auto sunrise = static_cast<float>(sun.getSunriseTime());
-        const auto sunset = static_cast<float>(sun.getSunsetTime());
-
-        float next = 0.0f;
-        for (float time = steps.start; time < steps.end; time = next) {
-            next = time + steps.increment;
-            if (!(next > time)) {
-                next = steps.end; // a step that does not advance would never end the day
-            }
-            const float stepEnd = insolate::roundToTenth(time);
-            sun.setTime(stepEnd - steps.increment * 0.5f);
-            const int sector = skyGrid::azimuthSector(
-                static_cast<float>(sun.convertTrigAngleToAzimuth(sun.getTrigAngleInRadians())));
-            const int band =
-                skyGrid::altitudeBand(static_cast<float>(sun.getSolarAltitudeInRadians()));
-            if (!skyGrid::isCell(sector, band)) {
-                continue;
-            }
-            const insolate::HourlyRadiation radiation = insolate::hourlyRadiation(
-                *weather, day - 1, insolate::wholeHour(stepEnd), sunrise, sunset);
-            const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
-            direct[cell] += radiation.direct * steps.increment;
-            diffuseTotal += radiation.diffuse * steps.increment;
-            hourCount += steps.increment;
-            peak[cell] = std::max(peak[cell], radiation.direct + radiation.diffuse);
-            peakDiffuse = std::max(peakDiffuse, radiation.diffuse);
+    insolate::walkSteps(*this, steps, [&](ESolarPosition& sun, int day, float time) {
+        const float stepEnd = insolate::roundToTenth(time);
+        sun.setTime(stepEnd - steps.increment * 0.5f);
+        const auto [sector, band] = insolate::cellOfSun(sun);
+        if (!skyGrid::isCell(sector, band)) {
+            return;
         }
-    }
+        const insolate::HourlyRadiation radiation = insolate::hourlyRadiation(
+            *weather, day - 1, insolate::wholeHour(stepEnd),
+            static_cast<float>(sun.getSunriseTime()), static_cast<float>(sun.getSunsetTime()));
+        const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
+        direct[cell] += radiation.direct * steps.increment;
+        diffuseTotal += radiation.diffuse * steps.increment;
+        hourCount += steps.increment;
+        peak[cell] = std::max(peak[cell], radiation.direct + radiation.diffuse);
+        peakDiffuse = std::max(peakDiffuse, radiation.diffuse);
+    });
 
     const auto weights = overcastWeights();
     for (int band = 0; band < skyGrid::altitudeCount; ++band) {

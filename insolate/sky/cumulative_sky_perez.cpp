@@ -35,42 +35,28 @@ bool ECumulativeSky::calculateUsingPerez(EWeatherData* weather) {
     const insolate::DaySteps steps = insolate::dayStepsOf(*this);
     endDate = insolate::unwrappedEndDate(startDate, endDate);
 
-    ESolarPosition sun = insolate::sunAtSite(*this);
     float distribution[skyGrid::cellCount];
-    for (long long date = startDate; date <= endDate; ++date) {
-        const int day = insolate::dayWithinYear(static_cast<int>(date));
-        insolate::moveToDay(sun, day);
-
-        float next = 0.0f;
-        for (float time = steps.start; time < steps.end; time = next) {
-            next = time + steps.increment;
-            if (!(next > time)) {
-                next = steps.end; // a step that does not advance would never end the day
-            }
-            sun.setTime(time);
-            const double altitude = sun.getSolarAltitudeInRadians();
-            const int sector = skyGrid::azimuthSector(
-                static_cast<float>(sun.convertTrigAngleToAzimuth(sun.getTrigAngleInRadians())));
-            const int band = skyGrid::altitudeBand(static_cast<float>(altitude));
-            if (!skyGrid::isCell(sector, band)) {
-                continue;
-            }
-            const insolate::HourlyRadiation radiation = radiationAt(*weather, day - 1, time);
-            if (!(radiation.diffuse > 0.0f)) {
-                continue;
-            }
-            const float scale = insolate::distributePerezSkyVector(
-                insolate::perezSky(day, altitude, sun.getTrigAngleInRadians(), radiation.diffuse,
-                                   radiation.direct),
-                northOffset, distribution);
-            insolate::bookDistribution(distribution, scale, steps.increment, diffuse, peak);
-            const auto sunCell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
-            direct[sunCell] += radiation.direct * steps.increment;
-            hourCount += steps.increment;
-            peak[sunCell] = std::max(peak[sunCell], radiation.diffuse + radiation.direct);
-            peakDiffuse = std::max(peakDiffuse, radiation.diffuse);
+    insolate::walkSteps(*this, steps, [&](ESolarPosition& sun, int day, float time) {
+        sun.setTime(time);
+        const auto [sector, band] = insolate::cellOfSun(sun);
+        if (!skyGrid::isCell(sector, band)) {
+            return;
         }
-    }
+        const insolate::HourlyRadiation radiation = radiationAt(*weather, day - 1, time);
+        if (!(radiation.diffuse > 0.0f)) {
+            return;
+        }
+        const float scale = insolate::distributePerezSkyVector(
+            insolate::perezSky(day, sun.getSolarAltitudeInRadians(), sun.getTrigAngleInRadians(),
+                               radiation.diffuse, radiation.direct),
+            northOffset, distribution);
+        insolate::bookDistribution(distribution, scale, steps.increment, diffuse, peak);
+        const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
+        direct[cell] += radiation.direct * steps.increment;
+        hourCount += steps.increment;
+        peak[cell] = std::max(peak[cell], radiation.diffuse + radiation.direct);
+        peakDiffuse = std::max(peakDiffuse, radiation.diffuse);
+    });
     updateRanges();
     return true;
 }

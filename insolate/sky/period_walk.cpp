@@ -1,6 +1,5 @@
 #include <insolate/sky/period_walk.h>
 
-#include <insolate/sky/cumulative_sky.h>
 #include <insolate/weather/weather_data.h>
 
 #include <cmath>
@@ -45,6 +44,12 @@ ESolarPosition sunAtSite(const ECumulativeSky& sky) {
 void moveToDay(ESolarPosition& sun, int day) {
     sun.localTime = 12.0;
     sun.setDayOfTheYear(day);
+}
+
+SkyCell cellOfSun(const ESolarPosition& sun) {
+    return {skyGrid::azimuthSector(
+                static_cast<float>(sun.convertTrigAngleToAzimuth(sun.getTrigAngleInRadians()))),
+            skyGrid::altitudeBand(static_cast<float>(sun.getSolarAltitudeInRadians()))};
 }
 
 HourlyRadiation hourlyRadiation(const EWeatherData& weather, int day, int hour, float sunrise,

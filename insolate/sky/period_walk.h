@@ -2,9 +2,10 @@
 /// their rules for steps, dates and hourly values cannot drift apart.
 #pragma once
 
+#include <insolate/shading/cell_lookup.h>
+#include <insolate/sky/cumulative_sky.h>
 #include <insolate/solar/solar_position.h>
 
-class ECumulativeSky;
 class EWeatherData;
 
 namespace insolate {
@@ -34,6 +35,28 @@ ESolarPosition sunAtSite(const ECumulativeSky& sky);
 
 /// Moves the sun to noon of a day, which settles declination, sunrise and sunset.
 void moveToDay(ESolarPosition& sun, int day);
+
+/// The cell of the sun by its plan angle; an index outside the grid where there is none.
+SkyCell cellOfSun(const ESolarPosition& sun);
+
+/// Calls step(sun, day of the year, time) for every step of the sky's dates, with the sun moved to
+/// the day but not to the time; the dates must be unwrapped.
+template <typename Step>
+void walkSteps(const ECumulativeSky& sky, const DaySteps& steps, Step&& step) {
+    ESolarPosition sun = sunAtSite(sky);
+    for (long long date = sky.getStartDate(); date <= sky.getEndDate(); ++date) {
+        const int day = dayWithinYear(static_cast<int>(date));
+        moveToDay(sun, day);
+        float next = 0.0f;
+        for (float time = steps.start; time < steps.end; time = next) {
+            next = time + steps.increment;
+            if (!(next > time)) {
+                next = steps.end; // a step that does not advance would never end the day
+            }
+            step(sun, day, time);
+        }
+    }
+}
 
 /// Direct normal and diffuse horizontal radiation [W/m2].
 struct HourlyRadiation {

@@ -105,7 +105,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
         write("bad.toml", content);
         EXPECT_THAT(command("run --study bad.toml").err, HasSubstr(message));
     }
-    EXPECT_THAT(command("run --study none.toml").err, HasSubstr("none.toml: cannot be read"));
+    EXPECT_THAT(command("run --study none.toml").err, HasSubstr("none.toml: no such file"));
 }
 
 TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {

@@ -1,0 +1,31 @@
+/// Files that the user names, opened or refused.
+#pragma once
+
+#include "app/errors.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+#include <system_error>
+
+#include <fmt/format.h>
+
+namespace insolate::app {
+
+/// @param what the kind of file in messages, "weather file"
+/// @throws DataError when there is no such file or it may not be read
+inline std::ifstream openInput(const std::filesystem::path& file, std::string_view what) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(file, ignored)) {
+        throw DataError(
+            fmt::format("{}: no such file; check the name of the {}", place(file), what));
+    }
+    std::ifstream in(file, std::ios::binary);
+    if (!in || std::filesystem::is_directory(file, ignored)) {
+        throw DataError(
+            fmt::format("{}: cannot be read; give a {} that you may open", place(file), what));
+    }
+    return in;
+}
+
+} // namespace insolate::app
