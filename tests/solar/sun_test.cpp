@@ -104,28 +104,6 @@ TEST(Sun, AgreesWithThePublishedExampleOfTheNrelAlgorithm) {
     EXPECT_NEAR(before.getSunsetTime(), 17.0 + 20.3 / 60.0 - 4.6 / 60.0, 1.0 / 60.0);
 }
 
-// The tilt of the axis (23.44 degrees) and the published extremes of the equation of time: -14.2
-// min in mid-February, +16.4 min in early November (Meeus, chapter 28).
-TEST(Sun, CourseOfTheYear) {
-    ESolarPosition sun;
-    const auto minutes = [&](int day) {
-        sun.setDayOfTheYear(day);
-        return sun.getEquationOfTime() * 60.0;
-    };
-    const auto declination = [&](int day) {
-        sun.setDayOfTheYear(day);
-        return degrees(sun.getDeclination());
-    };
-    EXPECT_NEAR(declination(172), 23.44, 0.01);
-    EXPECT_NEAR(declination(356), -23.44, 0.01);
-    EXPECT_NEAR(minutes(42), -14.2, 0.1);
-    EXPECT_NEAR(minutes(307), 16.4, 0.1);
-    for (int day = 1; day <= 365; ++day) {
-        EXPECT_NEAR(declination(day), 0.0, 23.445);
-        EXPECT_NEAR(minutes(day), 1.1, 15.4);
-    }
-}
-
 // Spherical astronomy by vectors, away from the wrap rules of the class: the sun's direction from
 // hour angle and declination in equatorial axes, turned by the latitude into east, north and up.
 TEST(Sun, DirectionAgreesWithVectorsAllOverTheWorld) {

@@ -68,14 +68,6 @@ TEST(TimeZoneMap, IsWellFormed) {
     EXPECT_EQ(zones, expected);
 }
 
-// Far from land the map is the nautical one: bands of 15 degrees around the whole hours.
-TEST(TimeZoneMap, PolarRowsAreNautical) {
-    for (int column = 0; column < 705; ++column) {
-        const double longitude = -180.0 + (column + 0.5) / 2.0;
-        ASSERT_EQ(insolate::timeZoneOfCell(0, column), std::round(longitude / 15.0)) << longitude;
-    }
-}
-
 TEST(TimeZoneList, EveryZoneIsFoundByItsMeridian) {
     for (int index = 0; index < 31; ++index) {
         const double meridian =
