@@ -102,26 +102,24 @@ TEST(WeatherCheck, GapsPassWhenTheyAreAllowed) {
 
 TEST(WeatherCheck, KnowsLeapDaysAndTheUnreadLastLine) {
     const StudyFolder folder;
+    const auto inspect = [&](const std::string& text) {
+        return inspectWeatherFile(folder.write("a.epw", text));
+    };
     std::string text = test::clearYear();
     text.insert(text.find("2001,3,1,1,"), "2004,2,29,1,0,?,1,1,1,1,1,1,1,1,0,0\n");
-    const WeatherReport leap = inspectWeatherFile(folder.write("a.epw", text));
-    EXPECT_EQ(leap.hoursPresent, 8760U);
-    ASSERT_EQ(leap.notes.size(), 1U);
-    EXPECT_THAT(leap.notes[0], HasSubstr("29 February"));
+    EXPECT_EQ(inspect(text).hoursPresent, 8760U);
+    EXPECT_THAT(inspect(text).notes, testing::ElementsAre(HasSubstr("29 February")));
     // What stands in the place of 28 February is what counts: the leap day, or a later line.
     const std::string marked = withLine(text, weatherLine(3, 1, 1), ",0,0", ",9999,0");
-    const WeatherReport noLight = inspectWeatherFile(folder.write("m.epw", marked));
-    ASSERT_EQ(noLight.radiationMissing.size(), 1U);
-    EXPECT_EQ(noLight.radiationMissing[0], HourOfYear(58, 0));
-    EXPECT_EQ(noLight.firstRadiationMissingLine, weatherLine(3, 1, 1));
+    EXPECT_THAT(inspect(marked).radiationMissing, testing::ElementsAre(HourOfYear(58, 0)));
+    EXPECT_EQ(inspect(marked).firstRadiationMissingLine, weatherLine(3, 1, 1));
     const std::string repeated =
         withLine(withLine(marked, weatherLine(3, 5, 12) + 1, ",793,", ",9999,"),
                  weatherLine(3, 5, 13) + 1, "5,13,", "5,12,");
-    EXPECT_EQ(inspectWeatherFile(folder.write("r.epw", repeated)).radiationMissing.size(), 1U);
+    EXPECT_EQ(inspect(repeated).radiationMissing.size(), 1U);
     text.pop_back();
-    const WeatherReport cut = inspectWeatherFile(folder.write("a.epw", text));
-    EXPECT_EQ(cut.hoursMissing.at(0), HourOfYear(364, 23));
-    EXPECT_THAT(cut.notes.at(0), HasSubstr("last line"));
+    EXPECT_THAT(inspect(text).hoursMissing, testing::ElementsAre(HourOfYear(364, 23)));
+    EXPECT_THAT(inspect(text).notes.at(0), HasSubstr("last line"));
 }
 
 TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
