@@ -163,7 +163,7 @@ std::string choiceOf(const Mesh& mesh, std::string_view name) {
     if (mesh.names.empty()) {
         return "; the model has no names: leave --select out to take every face";
     }
-    const std::string close = didYouMean(name, mesh.names);
+    std::string close = didYouMean(name, mesh.names);
     if (!close.empty()) {
         return close;
     }

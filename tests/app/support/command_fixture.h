@@ -36,6 +36,7 @@ protected:
             at = end + 1;
         }
         std::vector<char*> pointers;
+        pointers.reserve(arguments.size() + 1);
         for (std::string& argument : arguments) {
             pointers.push_back(argument.data());
         }

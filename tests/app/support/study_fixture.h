@@ -36,7 +36,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
     std::filesystem::path write(const std::string& name, const std::string& content) const {
-        const auto file = m_path / name;
+        auto file = m_path / name;
         std::ofstream(file, std::ios::binary) << content;
         return file;
     }
