@@ -25,9 +25,6 @@ inline constexpr std::array<double, 7> sineTerms = {
     -0.1666666666666665,    0.008333333333325933,   -0.00019841269836469024, 2.7557318055685783e-06,
     -2.505197292154555e-08, 1.6050972244135636e-10, -7.40805488954261e-13};
 
-/// Below the root of every number that a cosine below 1 leaves; keeps 0 from being a divisor.
-inline constexpr float smallestRoot = 1e-10f;
-
 inline constexpr double pi = 3.141592653589793;
 inline constexpr double halfPi = 1.5707963267948966;
 inline constexpr double halfPiRest = 6.123233995736766e-17; ///< pi/2 - halfPi
@@ -48,18 +45,11 @@ namespace insolate {
 /// Arc cosine of a number in [-1, 1], 0..pi.
 inline float roundedArcCosine(float cosine) {
     using namespace arcCosine;
-    // asin directly up to 1/2; above, acos(x) = 2 asin(sqrt((1 - x) / 2)). The half is exact in
-    // single precision; one step of Newton's method makes its root good to 1e-14, at a fraction of
-    // a double-precision root's time in vector code.
-    const float magnitude = std::fabs(cosine);
-    const bool isLow = magnitude <= 0.5f;
-    const float half = (1.0f - magnitude) * 0.5f;
-    const float root = std::sqrt(half);
-    const float slope = 0.5f / (root > smallestRoot ? root : smallestRoot);
-    const auto x = static_cast<double>(magnitude);
-    const auto r = static_cast<double>(root);
-    const double square = isLow ? x * x : static_cast<double>(half);
-    const double s = isLow ? x : r + (square - r * r) * static_cast<double>(slope);
+    // asin directly up to 1/2; above, acos(x) = 2 asin(sqrt((1 - x) / 2)).
+    const auto x = static_cast<double>(std::fabs(cosine));
+    const bool isLow = x <= 0.5;
+    const double square = isLow ? x * x : (1.0 - x) * 0.5;
+    const double s = isLow ? x : std::sqrt(square);
     const double arcSine = s + s * square * polynomial(arcSineTerms, square);
     const double angle = isLow ? halfPi - arcSine : arcSine + arcSine;
     return static_cast<float>(cosine < 0.0f ? pi - angle : angle);

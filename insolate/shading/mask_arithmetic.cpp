@@ -102,23 +102,16 @@ template <bool allPositive>
 HWY_INLINE Several<Floats> cosinesOfAngles(const Several<Floats>& cosines) {
     const F64 d;
     const F32 d32;
-    const Floats one = hn::Set(d32, 1.0f);
-    const Floats smallest = hn::Set(d32, arcCosine::smallestRoot);
+    const Doubles one = hn::Set(d, 1.0);
+    const Doubles half = hn::Set(d, 0.5);
     const Doubles halfPi = hn::Set(d, arcCosine::halfPi);
     Several<Doubles> square;
     Several<hn::Mask<F64>> isLow;
     const auto arc = each<Doubles>([&](std::size_t k) {
-        const Floats magnitude = hn::Min(hn::Abs(cosines[k]), one);
-        const Floats half = hn::Mul(hn::Sub(one, magnitude), hn::Set(d32, 0.5f));
-        const Floats root = hn::Sqrt(half);
-        const Floats slope = hn::Div(hn::Set(d32, 0.5f), hn::Max(root, smallest));
-        const Doubles x = hn::PromoteTo(d, magnitude);
-        isLow[k] = hn::Le(x, hn::Set(d, 0.5));
-        const Doubles r0 = hn::PromoteTo(d, root);
-        square[k] = hn::IfThenElse(isLow[k], hn::Mul(x, x), hn::PromoteTo(d, half));
-        const Doubles improved =
-            hn::Add(r0, hn::Mul(hn::Sub(square[k], hn::Mul(r0, r0)), hn::PromoteTo(d, slope)));
-        return hn::IfThenElse(isLow[k], x, improved);
+        const Doubles x = hn::Min(hn::Abs(hn::PromoteTo(d, cosines[k])), one);
+        isLow[k] = hn::Le(x, half);
+        square[k] = hn::IfThenElse(isLow[k], hn::Mul(x, x), hn::Mul(hn::Sub(one, x), half));
+        return hn::IfThenElse(isLow[k], x, hn::Sqrt(square[k]));
     });
     const auto arcSeries = polynomial(d, arcCosine::arcSineTerms, square);
     const auto r = each<Doubles>([&](std::size_t k) {
@@ -169,12 +162,16 @@ void listDueGroups(const float* cosines, bool doubleSided, const float* transpar
             const FloatMask isFacing =
                 doubleSided ? hn::Eq(one, one) : hn::Gt(c, hn::Set(d, behindCosine));
             const FloatMask isLit = hn::And(isFacing, hn::Ne(hn::Load(d, transparency + i), zero));
+            if (!hn::AllFalse(d, isLit)) {
+                isDue = true;
+                break;
+            }
             const Floats size = hn::Min(hn::Abs(c), one);
             const Floats low = hn::Max(hn::Sub(size, margin), zero);
             const Floats high = hn::Min(hn::Add(size, margin), one);
             const FloatMask isOpen = hn::And(
                 isFacing, hn::Ne(hn::Floor(hn::Mul(low, steps)), hn::Floor(hn::Mul(high, steps))));
-            isDue = isDue || !hn::AllFalse(d, hn::Or(isLit, isOpen));
+            isDue = isDue || !hn::AllFalse(d, isOpen);
             hn::Store(hn::IfThenElseZero(isFacing, low), d, work.cosine.data() + i);
         }
         work.due[work.dueCount] = static_cast<std::uint16_t>(group);
@@ -243,13 +240,16 @@ HWY_INLINE void addGroup(const Work& work, std::size_t group, MaskSums& sums) {
 /// Limited to 0..1, times 255, truncated; NaN gives 0.
 void truncateToBytes(const float* values, std::uint8_t* bytes) {
     const hn::CappedTag<float, 16> d;
-    const hn::Rebind<std::int32_t, decltype(d)> d32;
+    const hn::Rebind<std::uint32_t, decltype(d)> d32;
     const hn::Rebind<std::uint8_t, decltype(d)> d8;
     for (std::size_t i = 0; i < cellCount; i += hn::Lanes(d)) {
         const auto value = hn::Load(d, values + i);
         const auto positive = hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), value);
-        const auto scaledUp = hn::Mul(hn::Min(positive, hn::Set(d, 1.0f)), hn::Set(d, 255.0f));
-        hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(d32, scaledUp)), d8, bytes + i);
+        const auto whole =
+            hn::Floor(hn::Mul(hn::Min(positive, hn::Set(d, 1.0f)), hn::Set(d, 255.0f)));
+        // Added to 2^23, a whole number stands in the lowest bits.
+        const auto bits = hn::BitCast(d32, hn::Add(whole, hn::Set(d, 0x1p23f)));
+        hn::StoreU(hn::TruncateTo(d8, bits), d8, bytes + i);
     }
 }
 
