@@ -29,13 +29,20 @@ inline constexpr double pi = 3.141592653589793;
 inline constexpr double halfPi = 1.5707963267948966;
 inline constexpr double halfPiRest = 6.123233995736766e-17; ///< pi/2 - halfPi
 
+/// Two terms at a time, then two pairs and so on (Estrin 1960): a short chain of operations, which
+/// vector code walks in the same order.
 template <std::size_t count>
 constexpr double polynomial(const std::array<double, count>& terms, double x) {
-    double value = terms[count - 1];
-    for (std::size_t i = count - 1; i-- > 0;) {
-        value = value * x + terms[i];
+    const double x2 = x * x;
+    const double x4 = x2 * x2;
+    const double low = (terms[0] + terms[1] * x) + (terms[2] + terms[3] * x) * x2;
+    if constexpr (count == 7) {
+        return low + ((terms[4] + terms[5] * x) + terms[6] * x2) * x4;
+    } else {
+        static_assert(count == 9);
+        const double high = (terms[4] + terms[5] * x) + (terms[6] + terms[7] * x) * x2;
+        return low + (high + terms[8] * x4) * x4;
     }
-    return value;
 }
 
 } // namespace insolate::arcCosine

@@ -16,7 +16,68 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <numeric>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#ifndef INSOLATE_MASK_ARITHMETIC_ONCE
+#define INSOLATE_MASK_ARITHMETIC_ONCE
+
+namespace insolate {
+
+/// The light of a mask's cells.
+struct Light {
+    CellBits lit;
+    const float* transparency; ///< null where every lit cell is clear
+};
+
+/// Cells before a surface, and the blocks in which only the point itself told which are in front.
+struct FacedCells {
+    CellBits inFront, undecided;
+    std::array<std::uint8_t, blockCount> doubtful;
+    std::size_t doubtfulCount = 0;
+};
+
+/// What depends on a normal alone.
+///
+/// From point to point, a cell's cosine varies by some units in its last place, as the coordinates
+/// round. Near a reference angle g, a float with the last place q, the cosine of the float nearest
+/// to acos(c) is cos(g + k q) with a whole k, which for c = cos(g) + x is the nearest to
+///     t = -x / (sin(g) q) (1 + x cos(g) / (2 sin(g)^2)),
+/// and cos(g + k q) = cos(g) - k q (sin(g) + k q cos(g) / 2), by Taylor's series.
+struct CosineTable {
+    MaskSurface surface; ///< the first point with the normal, with a margin for others
+    std::shared_ptr<const CellDirections> directions;
+    FacedCells faced;
+    alignas(64) std::array<std::uint8_t, skyGrid::cellCount> incidence;
+    CosineTable(const MaskSurface& first, std::shared_ptr<const CellDirections> all)
+        : surface(first), directions(std::move(all)) {}
+
+    // By cell: cos(g) in two parts; -1 / (sin(g) q), NaN where the series does not hold; sin(g) q;
+    // cos(g) q^2 / 2.
+    alignas(64) std::array<float, skyGrid::cellCount> cosine, rest, slope, sine, curve;
+};
+
+/// For the bands of vectors' lanes.
+inline constexpr auto bandNumbers = [] {
+    std::array<float, skyGrid::altitudeCount> numbers{};
+    for (std::size_t band = 0; band < numbers.size(); ++band) {
+        numbers[band] = static_cast<float>(band);
+    }
+    return numbers;
+}();
+
+/// Steps k up to which the series hold: t within 2^-14, the cosine within 2^-20 of its change. The
+/// terms left out are below (k q / sin(g))^2 of those kept.
+inline constexpr float mostSteps = 256.0f;
+inline constexpr double smallestSine = 0.02;
+
+/// Above this a table would hardly serve another point.
+inline constexpr float largestTableMargin = 0x1p-15f;
+
+} // namespace insolate
+
+#endif
 
 HWY_BEFORE_NAMESPACE();
 namespace insolate::HWY_NAMESPACE {
@@ -24,41 +85,119 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Eight cells at a time: a band is nine times eight. No fused operations: the scalar code has none.
+// No fused operations where a result is rounded: the scalar code has none.
 using F64 = hn::CappedTag<double, 8>;
 using F32 = hn::Rebind<float, F64>;
 using Doubles = hn::Vec<F64>;
 using Floats = hn::Vec<F32>;
-using FloatMask = hn::Mask<F32>;
+using F32x16 = hn::CappedTag<float, blockSize>;
 
 constexpr std::size_t cellCount = skyGrid::cellCount;
-constexpr std::size_t bandCells = skyGrid::azimuthCount;
 
-void cosinesAt(const XYZf& point, const XYZf& normal, const CellDirections& directions,
-               float* cosines) {
-    const hn::CappedTag<float, 16> d;
-    using V = hn::Vec<decltype(d)>;
-    const XYZf u = difference(sum(point, scaled(normal, 100.0f)), point);
-    const V pointX = hn::Set(d, point.x);
-    const V pointY = hn::Set(d, point.y);
-    const V pointZ = hn::Set(d, point.z);
-    const V hundred = hn::Set(d, 100.0f);
-    const V zero = hn::Zero(d);
-    const V lengthU = hn::Set(d, vectorLength(u));
-    const auto tip = [&](const float* component, V origin) {
-        return hn::Sub(hn::Add(origin, hn::Mul(hn::Load(d, component), hundred)), origin);
+/// The cosines between a surface's normal and cells from `first` on, before the angle is taken.
+template <class D>
+HWY_INLINE hn::Vec<D> cosinesFrom(D d, std::size_t first, const MaskSurface& surface,
+                                  const CellDirections& directions) {
+    const auto hundred = hn::Set(d, 100.0f);
+    const auto zero = hn::Zero(d);
+    const auto tip = [&](const float* component, float origin) HWY_ATTR {
+        const auto from = hn::Set(d, origin);
+        return hn::Sub(hn::Add(from, hn::Mul(hn::Load(d, component + first), hundred)), from);
     };
-    for (std::size_t i = 0; i < cellCount; i += hn::Lanes(d)) {
-        const V x = tip(directions.x.data() + i, pointX);
-        const V y = tip(directions.y.data() + i, pointY);
-        const V z = tip(directions.z.data() + i, pointZ);
-        const V squares = hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
-        const V length = hn::IfThenElseZero(hn::Gt(squares, zero), hn::Sqrt(squares));
-        const V product = hn::Mul(lengthU, length);
-        const V dot = hn::Add(hn::Add(hn::Mul(hn::Set(d, u.x), x), hn::Mul(hn::Set(d, u.y), y)),
-                              hn::Mul(hn::Set(d, u.z), z));
-        const auto defined = hn::And(hn::Lt(product, hn::Set(d, 1e38f)), hn::Ne(product, zero));
-        hn::Store(hn::IfThenElseZero(defined, hn::Div(dot, product)), d, cosines + i);
+    const auto x = tip(directions.x.data(), surface.point.x);
+    const auto y = tip(directions.y.data(), surface.point.y);
+    const auto z = tip(directions.z.data(), surface.point.z);
+    const auto squares = hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
+    const auto length = hn::IfThenElseZero(hn::Gt(squares, zero), hn::Sqrt(squares));
+    const auto product = hn::Mul(hn::Set(d, surface.length), length);
+    const auto dot =
+        hn::Add(hn::Add(hn::Mul(hn::Set(d, surface.up.x), x), hn::Mul(hn::Set(d, surface.up.y), y)),
+                hn::Mul(hn::Set(d, surface.up.z), z));
+    const auto defined = hn::And(hn::Lt(product, hn::Set(d, 1e38f)), hn::Ne(product, zero));
+    return hn::IfThenElseZero(defined, hn::Div(dot, product));
+}
+
+template <class D, class Mask>
+HWY_INLINE std::uint32_t bitsOf(D d, Mask mask) {
+    std::uint8_t bytes[8] = {};
+    hn::StoreMaskBits(d, mask, bytes);
+    return static_cast<std::uint32_t>(bytes[0] | bytes[1] << 8U);
+}
+
+/// Lanes from bits, the first in bit `from`.
+template <class D>
+HWY_INLINE hn::Mask<D> maskOf(D d, std::uint16_t bits, std::size_t from) {
+    const std::uint8_t bytes[8] = {static_cast<std::uint8_t>(bits >> from),
+                                   static_cast<std::uint8_t>(bits >> 8U)};
+    return hn::LoadMaskBits(d, bytes);
+}
+
+/// Whole numbers 0..255, given as single precision.
+template <class D>
+HWY_INLINE void storeBytes(D d, hn::Vec<D> whole, std::uint8_t* bytes) {
+    const hn::Rebind<std::uint32_t, D> d32;
+    const hn::Rebind<std::uint8_t, D> d8;
+    // Added to 2^23, a whole number stands in the lowest bits.
+    hn::StoreU(hn::TruncateTo(d8, hn::BitCast(d32, hn::Add(whole, hn::Set(d, 0x1p23f)))), d8,
+               bytes);
+}
+
+/// Limited to 0..1, times 255, truncated; NaN gives 0.
+template <class D>
+HWY_INLINE void truncateToBytes(D d, hn::Vec<D> value, std::uint8_t* bytes) {
+    const auto positive = hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), value);
+    storeBytes(d, hn::Floor(hn::Mul(hn::Min(positive, hn::Set(d, 1.0f)), hn::Set(d, 255.0f))),
+               bytes);
+}
+
+/// Writes the incidences of some blocks from lower bounds of the cosines; notes the cells in front
+/// and, among them, those in which an upper bound would give another byte.
+void faceBlocks(const MaskSurface& surface, const CellDirections& directions,
+                const std::uint8_t* blocks, std::size_t count, std::uint8_t* incidence,
+                FacedCells& faced) {
+    const F32x16 d;
+    const std::size_t lanes = hn::Lanes(d);
+    const auto one = hn::Set(d, 1.0f);
+    const auto steps = hn::Set(d, 255.0f);
+    const auto behind = hn::Set(d, behindCosine);
+    const auto margin = hn::Set(d, surface.margin);
+    // The cosine of the rounded angle differs from the cosine itself by half a unit in the last
+    // place of an angle (at most 2^-23) and by its own rounding (2^-25).
+    const auto wider = hn::Set(d, surface.margin + 0x1p-22f);
+    const auto x = hn::Set(d, surface.unit.x);
+    const auto y = hn::Set(d, surface.unit.y);
+    const auto z = hn::Set(d, surface.unit.z);
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::size_t block = blocks[k];
+        std::uint32_t front = 0;
+        std::uint32_t open = 0;
+        bool isDoubtful = false;
+        for (std::size_t part = 0; part < blockSize; part += lanes) {
+            const std::size_t at = block * blockSize + part;
+            const auto cosine =
+                hn::MulAdd(z, hn::Load(d, directions.z.data() + at),
+                           hn::MulAdd(y, hn::Load(d, directions.y.data() + at),
+                                      hn::Mul(x, hn::Load(d, directions.x.data() + at))));
+            auto isInFront = hn::Eq(one, one);
+            if (!surface.doubleSided) {
+                isInFront = hn::Gt(cosine, behind);
+                if (!hn::AllTrue(d, hn::Gt(hn::Abs(hn::Sub(cosine, behind)), margin))) {
+                    isInFront = hn::Gt(cosinesFrom(d, at, surface, directions), behind);
+                    isDoubtful = true;
+                }
+            }
+            const auto size = hn::Abs(cosine);
+            const auto low =
+                hn::Floor(hn::Mul(hn::Min(hn::ZeroIfNegative(hn::Sub(size, wider)), one), steps));
+            const auto high = hn::Floor(hn::Mul(hn::Min(hn::Add(size, wider), one), steps));
+            front |= bitsOf(d, isInFront) << part;
+            open |= bitsOf(d, hn::And(isInFront, hn::Not(hn::Eq(low, high)))) << part;
+            storeBytes(d, hn::IfThenElseZero(isInFront, low), incidence + at);
+        }
+        faced.inFront[block] = static_cast<std::uint16_t>(front);
+        faced.undecided[block] = static_cast<std::uint16_t>(open);
+        faced.doubtful[faced.doubtfulCount] = static_cast<std::uint8_t>(block);
+        faced.doubtfulCount += isDoubtful ? 1U : 0U;
     }
 }
 
@@ -87,232 +226,309 @@ HWY_INLINE Several<V> each(const Step& step) {
 template <std::size_t count>
 HWY_INLINE Several<Doubles> polynomial(F64 d, const std::array<double, count>& terms,
                                        const Several<Doubles>& x) {
-    auto values = each<Doubles>([&](std::size_t) { return hn::Set(d, terms[count - 1]); });
-    for (std::size_t i = count - 1; i-- > 0;) {
-        const Doubles term = hn::Set(d, terms[i]);
-        values =
-            each<Doubles>([&](std::size_t k) { return hn::Add(hn::Mul(values[k], x[k]), term); });
+    const auto x2 = each<Doubles>([&](std::size_t k) HWY_ATTR { return hn::Mul(x[k], x[k]); });
+    const auto x4 = each<Doubles>([&](std::size_t k) HWY_ATTR { return hn::Mul(x2[k], x2[k]); });
+    const auto pair = [&](std::size_t i) HWY_ATTR {
+        const Doubles first = hn::Set(d, terms[i]);
+        const Doubles second = hn::Set(d, terms[i + 1]);
+        return each<Doubles>([&](std::size_t k)
+                                 HWY_ATTR { return hn::Add(first, hn::Mul(second, x[k])); });
+    };
+    const auto add = [&](const Several<Doubles>& low, const Several<Doubles>& high,
+                         const Several<Doubles>& power) HWY_ATTR {
+        return each<Doubles>([&](std::size_t k)
+                                 HWY_ATTR { return hn::Add(low[k], hn::Mul(high[k], power[k])); });
+    };
+    const auto low = add(pair(0), pair(2), x2);
+    const auto last =
+        each<Doubles>([&](std::size_t) HWY_ATTR { return hn::Set(d, terms[count - 1]); });
+    if constexpr (count == 7) {
+        return add(low, add(pair(4), last, x2), x4);
+    } else {
+        return add(low, add(add(pair(4), pair(6), x2), last, x4), x4);
     }
-    return values;
 }
 
-/// Cosines of the rounded angles of cosines: roundedCosine(roundedArcCosine(x)), and 1 or -1 beyond
-/// these. In front of a single-sided surface they are all positive.
+/// Angles in single precision, and their cosines.
+struct Angles {
+    Several<Floats> angle;
+    Several<Doubles> cosine;
+
+    HWY_INLINE Angles() {}
+};
+
+/// roundedArcCosine(x), 0 or pi beyond 1 and -1, and roundedCosine() of it but for the rounding. In
+/// front of a single-sided surface cosines are all positive.
 template <bool allPositive>
-HWY_INLINE Several<Floats> cosinesOfAngles(const Several<Floats>& cosines) {
+HWY_INLINE Angles anglesOf(const Several<Floats>& cosines) {
     const F64 d;
     const F32 d32;
     const Doubles one = hn::Set(d, 1.0);
     const Doubles half = hn::Set(d, 0.5);
     const Doubles halfPi = hn::Set(d, arcCosine::halfPi);
+    Angles angles;
     Several<Doubles> square;
     Several<hn::Mask<F64>> isLow;
-    const auto arc = each<Doubles>([&](std::size_t k) {
+    const auto arc = each<Doubles>([&](std::size_t k) HWY_ATTR {
         const Doubles x = hn::Min(hn::Abs(hn::PromoteTo(d, cosines[k])), one);
         isLow[k] = hn::Le(x, half);
         square[k] = hn::IfThenElse(isLow[k], hn::Mul(x, x), hn::Mul(hn::Sub(one, x), half));
         return hn::IfThenElse(isLow[k], x, hn::Sqrt(square[k]));
     });
     const auto arcSeries = polynomial(d, arcCosine::arcSineTerms, square);
-    const auto r = each<Doubles>([&](std::size_t k) {
+    const auto r = each<Doubles>([&](std::size_t k) HWY_ATTR {
         const Doubles arcSine = hn::Add(arc[k], hn::Mul(hn::Mul(arc[k], square[k]), arcSeries[k]));
-        Doubles exactAngle =
+        Doubles exact =
             hn::IfThenElse(isLow[k], hn::Sub(halfPi, arcSine), hn::Add(arcSine, arcSine));
         if (!allPositive) {
-            exactAngle = hn::IfThenElse(hn::Lt(hn::PromoteTo(d, cosines[k]), hn::Zero(d)),
-                                        hn::Sub(hn::Set(d, arcCosine::pi), exactAngle), exactAngle);
+            exact = hn::IfThenElse(hn::Lt(hn::PromoteTo(d, cosines[k]), hn::Zero(d)),
+                                   hn::Sub(hn::Set(d, arcCosine::pi), exact), exact);
         }
-        const Doubles angle = hn::PromoteTo(d, hn::DemoteTo(d32, exactAngle));
-        return hn::Add(hn::Sub(halfPi, angle), hn::Set(d, arcCosine::halfPiRest));
+        angles.angle[k] = hn::DemoteTo(d32, exact);
+        return hn::Add(hn::Sub(halfPi, hn::PromoteTo(d, angles.angle[k])),
+                       hn::Set(d, arcCosine::halfPiRest));
     });
-    const auto squareR = each<Doubles>([&](std::size_t k) { return hn::Mul(r[k], r[k]); });
+    const auto squareR = each<Doubles>([&](std::size_t k) HWY_ATTR { return hn::Mul(r[k], r[k]); });
     const auto series = polynomial(d, arcCosine::sineTerms, squareR);
-    return each<Floats>([&](std::size_t k) {
-        return hn::DemoteTo(d32, hn::Add(r[k], hn::Mul(hn::Mul(r[k], squareR[k]), series[k])));
+    angles.cosine = each<Doubles>([&](std::size_t k) HWY_ATTR {
+        return hn::Add(r[k], hn::Mul(hn::Mul(r[k], squareR[k]), series[k]));
     });
+    return angles;
 }
 
-constexpr std::size_t groupSize = 8;
-constexpr std::size_t groupCount = cellCount / groupSize;
-constexpr std::size_t bandGroups = bandCells / groupSize;
+/// Fills a table but for what faceBlocks() finds out.
+void tabulate(CosineTable& table) {
+    const F64 d;
+    const F32 d32;
+    const hn::RebindToUnsigned<F32> bits;
+    const std::size_t lanes = hn::Lanes(d);
+    for (std::size_t i = 0; i < cellCount; i += chains * lanes) {
+        // The last steps of some vector lengths reach beyond the last cell.
+        const auto placeOf = [&](std::size_t k)
+                                 HWY_ATTR { return std::min(i + k * lanes, cellCount - lanes); };
+        const Angles angles = anglesOf<false>(each<Floats>([&](std::size_t k) HWY_ATTR {
+            return cosinesFrom(d32, placeOf(k), table.surface, *table.directions);
+        }));
+        for (std::size_t k = 0; k < chains; ++k) {
+            const Floats angle = angles.angle[k];
+            const Doubles cosine = angles.cosine[k];
+            const Floats power = hn::BitCast(
+                d32, hn::And(hn::BitCast(bits, angle), hn::Set(bits, std::uint32_t{0x7F800000})));
+            const Floats last = hn::Mul(power, hn::Set(d32, 0x1p-23f));
+            const Floats reach = hn::Mul(last, hn::Set(d32, mostSteps + 2));
+            const Doubles sine = hn::Sqrt(
+                hn::Max(hn::Sub(hn::Set(d, 1.0), hn::Mul(cosine, cosine)), hn::Set(d, 1e-12)));
+            const Doubles step = hn::Mul(sine, hn::PromoteTo(d, last));
+            // Within one power of two the last place stays the same.
+            const auto holds = hn::And(
+                hn::And(hn::Ge(hn::Sub(angle, reach), power),
+                        hn::Lt(hn::Add(angle, reach), hn::Add(power, power))),
+                hn::Gt(hn::DemoteTo(d32, sine), hn::Set(d32, static_cast<float>(smallestSine))));
+            const Floats slope = hn::DemoteTo(d32, hn::Div(hn::Set(d, -1.0), step));
+            const Floats high = hn::DemoteTo(d32, cosine);
+            const std::size_t at = placeOf(k);
+            hn::Store(high, d32, table.cosine.data() + at);
+            hn::Store(hn::DemoteTo(d32, hn::Sub(cosine, hn::PromoteTo(d, high))), d32,
+                      table.rest.data() + at);
+            hn::Store(hn::IfThenElse(holds, slope, hn::NaN(d32)), d32, table.slope.data() + at);
+            hn::Store(hn::DemoteTo(d32, step), d32, table.sine.data() + at);
+            hn::Store(hn::Mul(hn::Mul(high, last), hn::Mul(last, hn::Set(d32, 0.5f))), d32,
+                      table.curve.data() + at);
+        }
+    }
+}
 
-/// What one mask's arithmetic passes from step to step. Groups are eight cells.
-struct Work {
-    alignas(64) std::array<float, cellCount> cosine; ///< as incidence shows it, before truncation
-    alignas(64) std::array<float, cellCount> uniform, overcast, horizon; ///< what cells add
-    std::array<std::uint16_t, groupCount> due; ///< groups whose cosines must be exact
-    std::size_t dueCount = 0;
-    std::size_t dueOnHorizon = 0; ///< of them, in the horizon bands
+// Each step of the arithmetic is taken for some blocks at a time: short chains of operations fill
+// the processor better than long ones.
+constexpr std::size_t batchBlocks = 4;
+constexpr std::size_t batchCells = batchBlocks * blockSize;
+
+/// The cosines of the rounded angles of cosines, in place.
+template <bool allPositive>
+HWY_INLINE void roundAngles(float* cosines, std::size_t count) {
+    const F32 d;
+    const std::size_t lanes = hn::Lanes(d);
+    for (std::size_t i = 0; i < count; i += chains * lanes) {
+        const Angles angles = anglesOf<allPositive>(each<Floats>(
+            [&](std::size_t k) HWY_ATTR { return hn::Load(d, cosines + i + k * lanes); }));
+        for (std::size_t k = 0; k < chains; ++k) {
+            hn::Store(hn::DemoteTo(d, angles.cosine[k]), d, cosines + i + k * lanes);
+        }
+    }
+}
+
+/// The same for one block by a table; false, changing nothing, where that may fail to tell on which
+/// side of a rounding a number lies.
+HWY_INLINE bool roundAnglesBy(const CosineTable& table, std::size_t block, float* cosines) {
+    const F32x16 d;
+    hn::Vec<F32x16> results[blockSize / hn::MaxLanes(F32x16())];
+    for (std::size_t part = 0; part < blockSize; part += hn::Lanes(d)) {
+        const std::size_t at = block * blockSize + part;
+        const auto high = hn::Load(d, table.cosine.data() + at);
+        const auto rest = hn::Load(d, table.rest.data() + at);
+        const auto slope = hn::Load(d, table.slope.data() + at);
+        const auto curve = hn::Load(d, table.curve.data() + at);
+        const auto x = hn::Sub(hn::Sub(hn::Load(d, cosines + part), high), rest);
+        const auto first = hn::Mul(x, slope);
+        const auto t = hn::MulAdd(hn::Mul(first, first), hn::Mul(curve, slope), first);
+        const auto doubt = hn::Set(d, 0x1p-13f);
+        const auto k = hn::Round(hn::Sub(t, doubt));
+        const auto change =
+            hn::NegMulAdd(k, hn::MulAdd(k, curve, hn::Load(d, table.sine.data() + at)), rest);
+        const auto bound = hn::MulAdd(hn::Abs(change), hn::Set(d, 0x1p-20f), hn::Set(d, 0x1p-46f));
+        const auto result = hn::Add(high, hn::Sub(change, bound));
+        const auto isCertain = hn::And(hn::And(hn::Eq(k, hn::Round(hn::Add(t, doubt))),
+                                               hn::Le(hn::Abs(k), hn::Set(d, mostSteps))),
+                                       hn::Eq(result, hn::Add(high, hn::Add(change, bound))));
+        if (!hn::AllTrue(d, isCertain)) {
+            return false;
+        }
+        results[part / hn::Lanes(d)] = result;
+    }
+    for (std::size_t part = 0; part < blockSize; part += hn::Lanes(d)) {
+        hn::Store(results[part / hn::Lanes(d)], d, cosines + part);
+    }
+    return true;
+}
+
+HWY_NOINLINE void roundBlockAngles(float* cosines) {
+    alignas(64) std::array<float, 2 * blockSize> twice; // as long as the longest chains take
+    std::copy_n(cosines, blockSize, twice.data());
+    std::copy_n(cosines, blockSize, twice.data() + blockSize);
+    roundAngles<false>(twice.data(), twice.size());
+    std::copy_n(twice.data(), blockSize, cosines);
+}
+
+/// What a batch's cells add to the sums.
+struct Shares {
+    alignas(64) std::array<float, batchCells> uniform, overcast, horizon;
+    std::size_t blocks = 0;
+    bool areLow = false; ///< some of them in the horizon bands
+
+    /// Adds a block's cells one after another, as the sums' order demands.
+    HWY_INLINE void addTo(MaskSums& sums, std::size_t block) const {
+        if (block >= blocks) {
+            return;
+        }
+        for (std::size_t i = 0; i < blockSize; ++i) {
+            sums.uniform += uniform[block * blockSize + i];
+        }
+        for (std::size_t i = 0; i < blockSize; ++i) {
+            sums.overcast += overcast[block * blockSize + i];
+        }
+        for (std::size_t i = 0; areLow && i < blockSize; ++i) {
+            sums.horizon += horizon[block * blockSize + i];
+        }
+    }
 };
 
-/// Lists the groups in which light is summed or an incidence might truncate to another byte; in the
-/// others a lower bound of the cosine gives the byte.
-void listDueGroups(const float* cosines, bool doubleSided, const float* transparency, Work& work) {
-    const F32 d;
-    const Floats zero = hn::Zero(d);
-    const Floats one = hn::Set(d, 1.0f);
-    const Floats steps = hn::Set(d, 255.0f);
-    // The cosine of the rounded angle differs from the cosine itself by half a unit in the last
-    // place of an angle (below 2^-22) and by its own rounding (2^-25).
-    const Floats margin = hn::Set(d, 0x1p-21f);
-    for (std::size_t group = 0; group < groupCount; ++group) {
-        bool isDue = false;
-        for (std::size_t i = group * groupSize; i < (group + 1) * groupSize; i += hn::Lanes(d)) {
-            const Floats c = hn::Load(d, cosines + i);
-            const FloatMask isFacing =
-                doubleSided ? hn::Eq(one, one) : hn::Gt(c, hn::Set(d, behindCosine));
-            const FloatMask isLit = hn::And(isFacing, hn::Ne(hn::Load(d, transparency + i), zero));
-            if (!hn::AllFalse(d, isLit)) {
-                isDue = true;
-                break;
-            }
-            const Floats size = hn::Min(hn::Abs(c), one);
-            const Floats low = hn::Max(hn::Sub(size, margin), zero);
-            const Floats high = hn::Min(hn::Add(size, margin), one);
-            const FloatMask isOpen = hn::And(
-                isFacing, hn::Ne(hn::Floor(hn::Mul(low, steps)), hn::Floor(hn::Mul(high, steps))));
-            isDue = isDue || !hn::AllFalse(d, isOpen);
-            hn::Store(hn::IfThenElseZero(isFacing, low), d, work.cosine.data() + i);
-        }
-        work.due[work.dueCount] = static_cast<std::uint16_t>(group);
-        work.dueCount += isDue ? 1U : 0U;
-        work.dueOnHorizon = group < horizonBands * bandGroups ? work.dueCount : work.dueOnHorizon;
-    }
-}
-
-/// Replaces the cosines of due groups by the exact ones, 0 behind a single-sided surface.
-template <bool doubleSided>
-void angleCosines(const float* cosines, const std::uint16_t* due, std::size_t count, Work& work) {
-    const F32 d;
-    constexpr std::size_t lanes = hn::MaxLanes(F32());
-    constexpr std::size_t parts = groupSize / lanes; // vectors in a group
-    const std::size_t vectors = count * parts;
-    const auto placeOf = [&](std::size_t vector) {
-        const std::size_t known = std::min(vector, vectors - 1); // the last again and again
-        return due[known / parts] * groupSize + known % parts * lanes;
-    };
-    for (std::size_t vector = 0; vector < vectors; vector += chains) {
-        const auto raw =
-            each<Floats>([&](std::size_t k) { return hn::Load(d, cosines + placeOf(vector + k)); });
-        const auto exact = cosinesOfAngles<!doubleSided>(raw);
-        for (std::size_t k = 0; k < chains; ++k) {
-            const Floats size = hn::Abs(exact[k]);
-            const Floats kept =
-                doubleSided ? size
-                            : hn::IfThenElseZero(hn::Gt(raw[k], hn::Set(d, behindCosine)), size);
-            hn::Store(kept, d, work.cosine.data() + placeOf(vector + k));
-        }
-    }
-}
-
-/// What the cells of a due group add to the sums. A cosine of 0 is that of a cell behind the
-/// surface; what has no light adds 0, which changes nothing.
-HWY_INLINE void weighGroup(const float* transparency, const SkyWeights& weights, std::size_t group,
-                           Work& work) {
-    const F32 d;
-    const Floats zero = hn::Zero(d);
-    const std::size_t band = group / bandGroups;
-    const Floats weight = hn::Set(d, weights.solidAngle[band]);
-    const Floats luminance = hn::Set(d, weights.luminance[band]);
-    for (std::size_t i = group * groupSize; i < (group + 1) * groupSize; i += hn::Lanes(d)) {
-        const Floats t = hn::Load(d, transparency + i);
-        const Floats c = hn::Load(d, work.cosine.data() + i);
-        const FloatMask isLit = hn::And(hn::Gt(c, zero), hn::Ne(t, zero)); // NaN is lit
-        const Floats share = hn::IfThenElseZero(isLit, hn::Mul(hn::Mul(c, weight), t));
-        hn::Store(share, d, work.uniform.data() + i);
-        hn::Store(hn::Mul(share, luminance), d, work.overcast.data() + i);
-        hn::Store(hn::IfThenElseZero(isLit, hn::Mul(t, weight)), d, work.horizon.data() + i);
-    }
-}
-
-/// Adds a group's cells one after another, as the sums' order demands.
-template <bool isOnHorizon>
-HWY_INLINE void addGroup(const Work& work, std::size_t group, MaskSums& sums) {
-    for (std::size_t i = group * groupSize; i < (group + 1) * groupSize; ++i) {
-        sums.uniform += work.uniform[i];
-        sums.overcast += work.overcast[i];
-        if (isOnHorizon) {
-            sums.horizon += work.horizon[i];
-        }
-    }
-}
-
-/// Limited to 0..1, times 255, truncated; NaN gives 0.
-void truncateToBytes(const float* values, std::uint8_t* bytes) {
-    const hn::CappedTag<float, 16> d;
-    const hn::Rebind<std::uint32_t, decltype(d)> d32;
-    const hn::Rebind<std::uint8_t, decltype(d)> d8;
-    for (std::size_t i = 0; i < cellCount; i += hn::Lanes(d)) {
-        const auto value = hn::Load(d, values + i);
-        const auto positive = hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), value);
-        const auto whole =
-            hn::Floor(hn::Mul(hn::Min(positive, hn::Set(d, 1.0f)), hn::Set(d, 255.0f)));
-        // Added to 2^23, a whole number stands in the lowest bits.
-        const auto bits = hn::BitCast(d32, hn::Add(whole, hn::Set(d, 0x1p23f)));
-        hn::StoreU(hn::TruncateTo(d8, bits), d8, bytes + i);
-    }
-}
-
-MaskSums fill(const float* cosines, bool doubleSided, const float* transparency,
-              std::uint8_t* exposure, std::uint8_t* incidence) {
+/// Adds up the light of all cells; cosines and incidences as far as they are not known yet.
+MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
+                  const CellDirections& directions, const Light& light, std::uint8_t* incidence) {
+    const F32x16 d;
+    const std::size_t lanes = hn::Lanes(d);
     const SkyWeights& weights = SkyWeights::instance();
-    Work work;
-    if (cosines != nullptr) {
-        listDueGroups(cosines, doubleSided, transparency, work);
-    } else {
-        std::iota(work.due.begin(), work.due.end(), std::uint16_t{0});
-        work.dueCount = groupCount;
-        work.cosine.fill(1.0f);
-        work.dueOnHorizon = horizonBands * bandGroups;
+    alignas(64) std::array<float, batchCells> cosines;
+    Shares shares;
+    cosines.fill(1.0f);
+    std::array<std::uint8_t, blockCount + batchBlocks> due;
+    std::size_t dueCount = 0;
+    for (std::size_t block = 0; block < blockCount; ++block) {
+        due[dueCount] = static_cast<std::uint8_t>(block);
+        dueCount +=
+            (light.lit[block] | (surface != nullptr ? faced->undecided[block] : 0)) != 0 ? 1U : 0U;
     }
-    // A few groups at a time: the chains of additions run beside the next groups' arithmetic.
-    constexpr std::size_t batch = 4;
+    for (std::size_t k = dueCount; k % batchBlocks != 0; ++k) {
+        due[k] = due[k - 1];
+    }
     MaskSums sums;
-    for (std::size_t from = 0; from < work.dueCount; from += batch) {
-        const std::size_t to = std::min(from + batch, work.dueCount);
-        if (cosines != nullptr && doubleSided) {
-            angleCosines<true>(cosines, work.due.data() + from, to - from, work);
-        } else if (cosines != nullptr) {
-            angleCosines<false>(cosines, work.due.data() + from, to - from, work);
+    for (std::size_t from = 0; from < dueCount; from += batchBlocks) {
+        const std::uint8_t* blocks = due.data() + from;
+        // The chains of additions run beside the next batch's arithmetic.
+        for (std::size_t block = 0; block < batchBlocks; ++block) {
+            for (std::size_t i = 0; surface != nullptr && i < blockSize; i += lanes) {
+                hn::Store(cosinesFrom(d, blocks[block] * blockSize + i, *surface, directions), d,
+                          cosines.data() + block * blockSize + i);
+            }
+            shares.addTo(sums, block);
         }
-        for (std::size_t k = from; k < to; ++k) {
-            weighGroup(transparency, weights, work.due[k], work);
-        }
-        for (std::size_t k = from; k < to; ++k) {
-            if (k < work.dueOnHorizon) {
-                addGroup<true>(work, work.due[k], sums);
+        if (surface != nullptr) {
+            if (faced->table != nullptr) {
+                for (std::size_t i = 0; i < batchCells; i += blockSize) {
+                    if (!roundAnglesBy(*faced->table, blocks[i / blockSize], cosines.data() + i)) {
+                        roundBlockAngles(cosines.data() + i);
+                    }
+                }
+            } else if (surface->doubleSided) {
+                roundAngles<false>(cosines.data(), batchCells);
             } else {
-                addGroup<false>(work, work.due[k], sums);
+                roundAngles<true>(cosines.data(), batchCells);
             }
         }
+        const std::size_t cells = std::min(batchBlocks, dueCount - from) * blockSize;
+        for (std::size_t i = 0; i < cells; i += lanes) {
+            const std::size_t block = blocks[i / blockSize];
+            const std::size_t first = block * blockSize + i % blockSize;
+            // A block may have its halves in two bands.
+            const std::size_t band = first / skyGrid::azimuthCount;
+            const std::size_t next = (first + lanes - 1) / skyGrid::azimuthCount;
+            const auto isFirst = hn::FirstN(d, blockSize / 2);
+            const auto byBand = [&](const auto& values) HWY_ATTR {
+                return hn::IfThenElse(isFirst, hn::Set(d, values[band]), hn::Set(d, values[next]));
+            };
+            const auto weight = byBand(weights.solidAngle);
+            auto c = hn::Load(d, cosines.data() + i);
+            if (surface != nullptr) {
+                c = hn::IfThenElseZero(maskOf(d, faced->inFront[block], i % blockSize), hn::Abs(c));
+                truncateToBytes(d, c, incidence + first);
+            }
+            // What has no light adds 0, which changes nothing.
+            const auto isLit = maskOf(d, light.lit[block], i % blockSize);
+            auto share = hn::Mul(c, weight);
+            auto size = weight;
+            if (light.transparency != nullptr) {
+                const auto t = hn::Load(d, light.transparency + first);
+                share = hn::Mul(share, t);
+                size = hn::Mul(t, weight);
+            }
+            share = hn::IfThenElseZero(isLit, share);
+            hn::Store(share, d, shares.uniform.data() + i);
+            hn::Store(hn::Mul(share, byBand(weights.luminance)), d, shares.overcast.data() + i);
+            const auto isLow = hn::Lt(byBand(bandNumbers), hn::Set(d, 1.0f * horizonBands));
+            hn::Store(hn::IfThenElseZero(hn::And(isLit, isLow), size), d,
+                      shares.horizon.data() + i);
+        }
+        shares.blocks = cells / blockSize;
+        shares.areLow = blocks[0] * blockSize < horizonBands * skyGrid::azimuthCount;
     }
-    truncateToBytes(transparency, exposure);
-    truncateToBytes(work.cosine.data(), incidence);
+    for (std::size_t block = 0; block < batchBlocks; ++block) {
+        shares.addTo(sums, block);
+    }
     return sums;
 }
 
-void compareCosines(const float* cosines, std::uint8_t* bits) {
-    const hn::CappedTag<float, 8> d;
-    const std::size_t step = hn::Lanes(d);
-    const auto behind = hn::Set(d, behindCosine);
-    for (std::size_t i = 0; i < cellCount; i += 8) {
-        unsigned byte = 0;
-        for (std::size_t lane = 0; lane < 8; lane += step) {
-            std::uint8_t part[8] = {};
-            hn::StoreMaskBits(d, hn::Gt(hn::Load(d, cosines + i + lane), behind), part);
-            byte |= static_cast<unsigned>(part[0]) << lane;
+/// Exposures and light of transparencies.
+void takeTransparency(const float* transparency, Light& light, std::uint8_t* exposure) {
+    const F32x16 d;
+    for (std::size_t i = 0; i < cellCount; i += blockSize) {
+        std::uint32_t lit = 0;
+        for (std::size_t part = 0; part < blockSize; part += hn::Lanes(d)) {
+            const auto value = hn::Load(d, transparency + i + part);
+            truncateToBytes(d, value, exposure + i + part);
+            lit |= bitsOf(d, hn::Ne(value, hn::Zero(d))) << part; // NaN is lit
         }
-        bits[i / 8] = static_cast<std::uint8_t>(byte);
+        light.lit[i / blockSize] = static_cast<std::uint16_t>(lit);
     }
+    light.transparency = transparency;
 }
 
-void expandBits(const std::uint8_t* bits, float* values) {
-    const hn::CappedTag<float, 8> d;
-    for (std::size_t i = 0; i < cellCount; i += 8) {
-        for (std::size_t lane = 0; lane < 8; lane += hn::Lanes(d)) {
-            const std::uint8_t part[8] = {static_cast<std::uint8_t>(bits[i / 8] >> lane)};
-            hn::Store(hn::IfThenElseZero(hn::LoadMaskBits(d, part), hn::Set(d, 1.0f)), d,
-                      values + i + lane);
+/// 255 for each bit that is set.
+void expandBits(const CellBits& bits, std::uint8_t* bytes) {
+    const hn::CappedTag<std::uint8_t, blockSize> d;
+    for (std::size_t block = 0; block < blockCount; ++block) {
+        for (std::size_t part = 0; part < blockSize; part += hn::Lanes(d)) {
+            hn::StoreU(hn::VecFromMask(d, maskOf(d, bits[block], part)), d,
+                       bytes + block * blockSize + part);
         }
     }
 }
@@ -326,12 +542,95 @@ HWY_AFTER_NAMESPACE();
 namespace insolate {
 namespace {
 
-HWY_EXPORT(cosinesAt);
-HWY_EXPORT(fill);
-HWY_EXPORT(compareCosines);
+HWY_EXPORT(faceBlocks);
+HWY_EXPORT(tabulate);
+HWY_EXPORT(sumCells);
+HWY_EXPORT(takeTransparency);
 HWY_EXPORT(expandBits);
 
-constexpr std::size_t bandBytes = skyGrid::azimuthCount / 8;
+constexpr auto allBlocks = [] {
+    std::array<std::uint8_t, blockCount> blocks{};
+    for (std::size_t block = 0; block < blockCount; ++block) {
+        blocks[block] = static_cast<std::uint8_t>(block);
+    }
+    return blocks;
+}();
+
+// Two bands are nine blocks; the upper one begins in the middle of a block.
+static_assert(2 * skyGrid::azimuthCount == 9 * blockSize);
+
+CellBits packed(const SkyCellSet& cells) {
+    CellBits bits;
+    for (std::size_t pair = 0; pair < skyGrid::altitudeCount / 2; ++pair) {
+        const std::uint64_t* words = cells.words.data() + 4 * pair;
+        std::uint16_t* to = bits.data() + 9 * pair;
+        for (unsigned k = 0; k < 4; ++k) {
+            to[k] = static_cast<std::uint16_t>(words[0] >> (16 * k));
+            to[k + 5] = static_cast<std::uint16_t>(words[2] >> (16 * k + 8));
+        }
+        to[4] = static_cast<std::uint16_t>(words[1] | words[2] << 8U);
+        to[8] = static_cast<std::uint16_t>(words[2] >> 56U | words[3] << 8U);
+    }
+    return bits;
+}
+
+SkyCellSet unpacked(const CellBits& bits) {
+    SkyCellSet cells;
+    for (std::size_t pair = 0; pair < skyGrid::altitudeCount / 2; ++pair) {
+        std::uint64_t* words = cells.words.data() + 4 * pair;
+        const std::uint16_t* from = bits.data() + 9 * pair;
+        for (unsigned k = 0; k < 4; ++k) {
+            words[0] |= std::uint64_t{from[k]} << (16 * k);
+            words[2] |= std::uint64_t{from[k + 5]} << 8U << (16 * k);
+        }
+        words[1] = from[4] & 0xFFU;
+        words[2] |= from[4] >> 8U;
+        words[3] = from[8] >> 8U;
+    }
+    return cells;
+}
+
+MaskSums completeMask(const MaskSurface* surface, const FacedSky* faced,
+                      const CellDirections& directions, const Light& light,
+                      std::uint8_t* incidence) {
+    if (surface == nullptr) {
+        std::fill_n(incidence, skyGrid::cellCount, std::uint8_t{255});
+    }
+    return HWY_DYNAMIC_DISPATCH(sumCells)(surface, faced, directions, light, incidence);
+}
+
+bool sameNormal(const XYZf& a, const XYZf& b) {
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+}
+
+void faceAll(const MaskSurface& surface, const CellDirections& directions, std::uint8_t* incidence,
+             FacedCells& faced) {
+    HWY_DYNAMIC_DISPATCH(faceBlocks)
+    (surface, directions, allBlocks.data(), allBlocks.size(), incidence, faced);
+}
+
+/// The table that serves a surface, made when the thread's last surface had the same normal; else
+/// null.
+std::shared_ptr<const CosineTable>
+tableFor(const MaskSurface& surface, const std::shared_ptr<const CellDirections>& directions) {
+    thread_local XYZf lastNormal{};
+    thread_local std::shared_ptr<const CosineTable> kept;
+    const bool isRepeated = sameNormal(surface.normal, lastNormal);
+    lastNormal = surface.normal;
+    if (!isRepeated || !(surface.margin <= largestTableMargin)) {
+        return nullptr;
+    }
+    if (kept == nullptr || !sameNormal(kept->surface.normal, surface.normal) ||
+        kept->surface.doubleSided != surface.doubleSided || kept->surface.margin < surface.margin ||
+        kept->directions != directions) {
+        const auto table = std::make_shared<CosineTable>(surface, directions);
+        table->surface.margin = std::exp2(std::ceil(std::log2(surface.margin)));
+        HWY_DYNAMIC_DISPATCH(tabulate)(*table);
+        faceAll(table->surface, *directions, table->incidence.data(), table->faced);
+        kept = table;
+    }
+    return kept;
+}
 
 } // namespace
 
@@ -360,47 +659,64 @@ const SkyWeights& SkyWeights::instance() {
     return weights;
 }
 
-void measureCosines(const XYZf& point, const XYZf& normal, const CellDirections& directions,
-                    CellValues& cosines) {
-    applySimdChoice();
-    HWY_DYNAMIC_DISPATCH(cosinesAt)(point, normal, directions, cosines.value.data());
-}
-
-SkyCellSet cellsInFront(const CellValues& cosines) {
-    applySimdChoice();
-    std::array<std::uint8_t, skyGrid::cellCount / 8> bits;
-    HWY_DYNAMIC_DISPATCH(compareCosines)(cosines.value.data(), bits.data());
-    SkyCellSet cells;
-    for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        const std::uint8_t* from = bits.data() + band * bandBytes;
-        std::uint64_t word = 0;
-        for (unsigned byte = 0; byte < 8; ++byte) {
-            word |= static_cast<std::uint64_t>(from[byte]) << (8 * byte);
-        }
-        cells.words[2 * band] = word;
-        cells.words[2 * band + 1] = from[8];
+MaskSurface::MaskSurface(const XYZf& position, const XYZf& direction, bool isDoubleSided)
+    : point(position), normal(direction),
+      up(difference(sum(position, scaled(direction, 100.0f)), position)), length(vectorLength(up)),
+      doubleSided(isDoubleSided), unit{}, margin(std::numeric_limits<float>::infinity()) {
+    const float size = vectorLength(direction);
+    const float reach =
+        std::max({std::fabs(position.x), std::fabs(position.y), std::fabs(position.z)});
+    if (size > 1e-3f && size < 1e3f && reach < 1e9f &&
+        !std::isnan(position.x + position.y + position.z)) {
+        unit = scaled(direction, 1.0f / size);
+        // With r = 2^-24: the components of either point's offset are off by r (reach + 300 size),
+        // the offset as a whole by sqrt(3) times that, and its direction by a hundredth of it over
+        // size. The cosine's own operations add 10 r, those of unit . direction 8 r. In all
+        // 2 sqrt(3) 3 + 18 < 30, and some to spare.
+        margin = 0x1p-24f * (40.0f + 0.018f * reach * (1.0f + 1.0f / size));
     }
-    return cells;
 }
 
-void setTransparency(const SkyCellSet& visible, CellValues& transparency) {
+FacedSky faceSky(const MaskSurface& surface,
+                 const std::shared_ptr<const CellDirections>& directions, std::uint8_t* incidence) {
     applySimdChoice();
-    std::array<std::uint8_t, skyGrid::cellCount / 8> bits;
-    for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        std::uint8_t* to = bits.data() + band * bandBytes;
-        for (unsigned byte = 0; byte < 8; ++byte) {
-            to[byte] = static_cast<std::uint8_t>(visible.words[2 * band] >> (8 * byte));
+    FacedSky sky;
+    sky.table = tableFor(surface, directions);
+    FacedCells cells;
+    if (sky.table != nullptr) {
+        const FacedCells& known = sky.table->faced;
+        cells.inFront = known.inFront;
+        cells.undecided = known.undecided;
+        std::copy(sky.table->incidence.begin(), sky.table->incidence.end(), incidence);
+        if (known.doubtfulCount != 0) {
+            HWY_DYNAMIC_DISPATCH(faceBlocks)
+            (surface, *directions, known.doubtful.data(), known.doubtfulCount, incidence, cells);
         }
-        to[8] = static_cast<std::uint8_t>(visible.words[2 * band + 1]);
+    } else {
+        faceAll(surface, *directions, incidence, cells);
     }
-    HWY_DYNAMIC_DISPATCH(expandBits)(bits.data(), transparency.value.data());
+    sky.wanted = unpacked(cells.inFront);
+    sky.inFront = cells.inFront;
+    sky.undecided = cells.undecided;
+    return sky;
 }
 
-MaskSums fillMask(const CellValues* cosines, bool doubleSided, const CellValues& transparency,
-                  std::uint8_t* exposure, std::uint8_t* incidence) {
+MaskSums fillMask(const MaskSurface* surface, const FacedSky* faced,
+                  const CellDirections& directions, const SkyCellSet& visible,
+                  const MaskPlanes& planes) {
     applySimdChoice();
-    return HWY_DYNAMIC_DISPATCH(fill)(cosines != nullptr ? cosines->value.data() : nullptr,
-                                      doubleSided, transparency.value.data(), exposure, incidence);
+    const Light light{packed(visible), nullptr};
+    HWY_DYNAMIC_DISPATCH(expandBits)(light.lit, planes.exposure);
+    return completeMask(surface, faced, directions, light, planes.incidence);
+}
+
+MaskSums fillMask(const MaskSurface* surface, const FacedSky* faced,
+                  const CellDirections& directions, const CellValues& transparency,
+                  const MaskPlanes& planes) {
+    applySimdChoice();
+    Light light;
+    HWY_DYNAMIC_DISPATCH(takeTransparency)(transparency.value.data(), light, planes.exposure);
+    return completeMask(surface, faced, directions, light, planes.incidence);
 }
 
 } // namespace insolate

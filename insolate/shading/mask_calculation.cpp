@@ -8,6 +8,7 @@
 #include <insolate/shading/mask_arithmetic.h>
 
 #include <memory>
+#include <optional>
 
 namespace {
 
@@ -41,30 +42,27 @@ bool EShadingMask::calculate(GetTransparencyValueOnRay* rayQuery, const XYZf& po
     const bool doubleSided = rayQuery->getSurfaceDoubleSided();
     const std::shared_ptr<const CellDirections> directions = insolate::allCellDirections();
 
-    CellValues cosines;
-    SkyCellSet wanted = SkyCellSet::all();
+    std::optional<insolate::MaskSurface> surface;
+    insolate::FacedSky faced{SkyCellSet::all(), {}, {}, nullptr};
+    surfaceNormalAltitude = 0.0f;
     if (normal != nullptr) {
         const XYZf tip = insolate::sum(point, insolate::scaled(*normal, 100.0f));
         surfaceNormalAltitude = EGeometry::Altitude(point, tip);
-        insolate::measureCosines(point, *normal, *directions, cosines);
-        if (!doubleSided) {
-            wanted = insolate::cellsInFront(cosines);
-        }
-    } else {
-        surfaceNormalAltitude = 0.0f;
+        surface.emplace(point, *normal, doubleSided);
+        faced = insolate::faceSky(*surface, directions, incidence[0]);
     }
 
-    CellValues transparency;
+    const insolate::MaskSurface* known = surface ? &*surface : nullptr;
+    const insolate::MaskPlanes planes{exposure[0], incidence[0]};
+    insolate::MaskSums sums;
     if (auto* skyQuery = dynamic_cast<insolate::SkyVisibilityQuery*>(rayQuery)) {
-        insolate::setTransparency(skyQuery->visibleSky(point, directions->sky, wanted),
-                                  transparency);
+        const SkyCellSet visible = skyQuery->visibleSky(point, directions->sky, faced.wanted);
+        sums = insolate::fillMask(known, &faced, *directions, visible, planes);
     } else {
-        castRays(*rayQuery, point, normal, *directions, wanted, transparency);
+        CellValues transparency;
+        castRays(*rayQuery, point, normal, *directions, faced.wanted, transparency);
+        sums = insolate::fillMask(known, &faced, *directions, transparency, planes);
     }
-
-    const insolate::MaskSums sums =
-        insolate::fillMask(normal != nullptr ? &cosines : nullptr, doubleSided, transparency,
-                           exposure[0], incidence[0]);
     const insolate::MaskSums& open = insolate::SkyWeights::instance().open; // all above 0
     setOvercastSkyComponent(sums.overcast / open.overcast * 100.0f);
     setUniformSkyComponent(sums.uniform / open.uniform * 100.0f);

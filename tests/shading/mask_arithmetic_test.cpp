@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <bit>
 #include <limits>
 #include <random>
 #include <vector>
@@ -18,6 +18,7 @@ using insolate::SkyCellSet;
 using insolate::test::FormulaRays;
 using insolate::test::plainMask;
 using insolate::test::PlainMask;
+using Levels = std::vector<insolate::SimdLevel>;
 
 /// Answers from a table in the order of asking.
 FormulaRays tableRays(const std::vector<float>& table, bool isDoubleSided) {
@@ -61,73 +62,92 @@ void expectSame(const EShadingMask& mask, const EShadingMask& plain) {
     EXPECT_EQ(bits(mask.getPerezHorizonFactor()), bits(plain.getPerezHorizonFactor()));
 }
 
+/// A thread reuses what it knows from the second mask with one normal on.
+void forgetNormal() {
+    std::array<std::uint8_t, 1296> incidence;
+    faceSky(insolate::MaskSurface({0, 0, 0}, {1, 2, 3}, false), insolate::allCellDirections(),
+            incidence.data());
+}
+
 TEST(MaskArithmetic, GivesTheBytesAndSumsOfItsDefinitionOnEveryLevel) {
     constexpr float infinity = std::numeric_limits<float>::infinity();
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     std::mt19937 random(41);
     std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
-    std::vector<XYZf> normals = {{0, 0, 1},           {0, 0, -1},
-                                 {1, 0, 0},           {0, 0, 0},
-                                 {0, 0, 1e20f},       {1e30f, 0, 0},
-                                 {nan, 0, 1},         {infinity, 0, 0},
-                                 {1e-25f, 0, 1e-25f}, insolate::cellDirection(10, 7)};
-    while (normals.size() < 150) {
+    const XYZf cell = insolate::cellDirection(10, 7);
+    std::vector<XYZf> normals = {
+        {0, 0, 1},     {0, 0, -1},          {1, 0, 0},        {0, 0, 0},        {0, 0, 1e20f},
+        {1e30f, 0, 0}, {nan, 0, 1},         {infinity, 0, 0}, {0, 0.5f, 2e-3f}, {1e-25f, 0, 1e-25f},
+        cell,          {-cell.z, 0, cell.x}}; // facing, edge-on
+    while (normals.size() < 60) {
         normals.push_back({unit(random), unit(random), unit(random)});
     }
     const insolate::SimdLevel before = insolate::simdLevel();
-    int index = 0;
-    for (XYZf& normal : normals) {
-        SCOPED_TRACE(testing::Message() << "normal " << index);
-        const float reach = index % 3 == 0 ? 1e6f : index % 3 == 1 ? 100.0f : 0.0f;
-        const XYZf point = {reach * unit(random), reach * unit(random), reach * unit(random)};
-        std::vector<float> table(97);
-        for (float& value : table) {
-            value = index % 2 == 0 ? (unit(random) > 0.2f ? 1.0f : 0.0f) : 2.0f * unit(random);
+    const Levels levels = insolate::availableSimdLevels();
+    for (std::size_t index = 0; index < normals.size(); ++index) {
+        for (const float reach : {0.0f, 50.0f, 1000.0f, 3.0f, 1e6f, infinity}) {
+            SCOPED_TRACE(testing::Message() << "normal " << index << " reach " << reach);
+            const bool doubleSided = index % 3 == 0;
+            XYZf normal = normals[index];
+            const XYZf point = {reach == 0 ? 0 : reach * unit(random), unit(random), unit(random)};
+            std::vector<float> table(97);
+            for (float& value : table) {
+                value = index % 2 == 0 ? (unit(random) > 0.2f ? 1.0f : 0.0f) : 2.0f * unit(random);
+            }
+            table[3] = index == 5 ? nan : table[3];
+            FormulaRays plainRays = tableRays(table, doubleSided);
+            const PlainMask plain = plainMask(plainRays, point, &normal);
+            FormulaRays half(halfSky, doubleSided);
+            const PlainMask plainHalf = plainMask(half, point, &normal);
+            for (const insolate::SimdLevel level : levels) {
+                insolate::setSimdLevel(level);
+                if (reach < 10) {
+                    forgetNormal();
+                }
+                FormulaRays rays = tableRays(table, doubleSided);
+                EShadingMask mask;
+                mask.calculate(&rays, point, &normal);
+                EXPECT_EQ(rays.cast, plain.raysCast);
+                expectSame(mask, plain.mask);
+                HalfSkyAtOnce atOnce(doubleSided);
+                mask.calculate(&atOnce, point, &normal);
+                EXPECT_EQ(atOnce.calls, 1);
+                expectSame(mask, plainHalf.mask);
+            }
         }
-        if (index == 5) {
-            table[3] = nan;
-        }
-        FormulaRays plainRays = tableRays(table, index % 5 == 0);
-        const PlainMask plain = plainMask(plainRays, point, &normal);
-        for (const insolate::SimdLevel level : insolate::availableSimdLevels()) {
-            insolate::setSimdLevel(level);
-            FormulaRays rays = tableRays(table, index % 5 == 0);
-            EShadingMask mask;
-            mask.calculate(&rays, point, &normal);
-            EXPECT_EQ(rays.cast, plain.raysCast);
-            expectSame(mask, plain.mask);
-        }
-        ++index;
+    }
+    for (const bool doubleSided : {false, true}) {
+        FormulaRays half(halfSky, doubleSided);
+        HalfSkyAtOnce atOnce(doubleSided);
+        EShadingMask mask;
+        mask.calculate(&atOnce, {3, 2, 1}, nullptr);
+        expectSame(mask, plainMask(half, {3, 2, 1}, nullptr).mask);
     }
     insolate::setSimdLevel(before);
 }
 
-TEST(MaskArithmetic, AsksForAllCellsAtOnceWhereItCan) {
-    XYZf tilted = {0.2f, -0.4f, 0.5f};
-    for (XYZf* normal : {static_cast<XYZf*>(nullptr), &tilted}) {
-        for (const bool doubleSided : {false, true}) {
-            FormulaRays rays(halfSky, doubleSided);
-            HalfSkyAtOnce atOnce(doubleSided);
-            EShadingMask mask;
-            mask.calculate(&atOnce, {3, 2, 1}, normal);
-            EXPECT_EQ(atOnce.calls, 1);
-            expectSame(mask, plainMask(rays, {3, 2, 1}, normal).mask);
-        }
-    }
+TEST(MaskArithmetic, SharesWhatEqualNormalsHaveInCommonUntilTheDirectionsChange) {
+    const auto directions = insolate::allCellDirections();
+    const auto faced = [&](const XYZf& point, const XYZf& normal, const auto& given) {
+        std::array<std::uint8_t, 1296> incidence;
+        return faceSky(insolate::MaskSurface(point, normal, false), given, incidence.data()).table;
+    };
+    const XYZf slope = {0.1f, 0.2f, 0.9f};
+    EXPECT_EQ(faced({1, 2, 3}, slope, directions), nullptr);
+    const auto table = faced({4, 5, 6}, slope, directions);
+    ASSERT_NE(table, nullptr);
+    EXPECT_EQ(faced({-1, 2, 8}, slope, directions), table);
+    EXPECT_NE(faced({900, 2, 8}, slope, directions), table) << "coarser coordinates";
+    EXPECT_EQ(faced({1e8f, 2, 8}, slope, directions), nullptr);
+    const auto others = std::make_shared<const insolate::CellDirections>(*directions);
+    EXPECT_NE(faced({4, 5, 6}, slope, others), table);
+    EXPECT_EQ(faced({4, 5, 6}, {0, 0, 1}, directions), nullptr);
 }
 
 TEST(MaskArithmetic, TurnsCellsBehindTheSurfaceAwayAtTheRoundedRightAngle) {
     const float inFront = std::nextafter(insolate::behindCosine, 1.0f);
     EXPECT_GE(insolate::roundedArcCosine(insolate::behindCosine), 1.5707964f);
     EXPECT_LT(insolate::roundedArcCosine(inFront), 1.5707964f);
-    insolate::CellValues cosines{};
-    cosines.value.fill(insolate::behindCosine);
-    cosines.value[72 * 4 + 70] = 0.5f;
-    cosines.value[72 * 17 + 1] = inFront;
-    SkyCellSet expected;
-    expected.insert(70, 4);
-    expected.insert(1, 17);
-    EXPECT_EQ(insolate::cellsInFront(cosines), expected);
 }
 
 } // namespace
