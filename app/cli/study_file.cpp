@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
@@ -38,6 +39,11 @@ std::optional<std::string> textOf(const toml::node& value) {
     return std::nullopt;
 }
 
+/// Options that make no sense in a study file.
+bool isNoKey(const std::string& name) {
+    return name == "study" || name == "help";
+}
+
 std::string linePlace(const std::filesystem::path& file, const toml::source_region& source) {
     return place(file, static_cast<std::size_t>(source.begin.line));
 }
@@ -59,16 +65,16 @@ toml::table readTable(const std::filesystem::path& file) {
 
 void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
     const toml::table study = readTable(file);
+    std::vector<std::string> keys = optionNames(command);
+    std::erase_if(keys, isNoKey);
     for (const auto& [key, value] : study) {
         const std::string name(key.str());
         const std::string where = linePlace(file, value.source());
-        CLI::Option* option =
-            name == "study" || name == "help" ? nullptr : command.get_option_no_throw("--" + name);
+        CLI::Option* option = isNoKey(name) ? nullptr : command.get_option_no_throw("--" + name);
         if (option == nullptr) {
             throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
                                         "'insolate {} --help' without their dashes",
-                                        where, quoteText(name),
-                                        didYouMean(name, optionNames(command)),
+                                        where, quoteText(name), didYouMean(name, keys),
                                         command.get_name()));
         }
         if (option->count() > 0) {

@@ -100,6 +100,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
     for (const auto& [content, message] :
          {std::pair{"step = 0.1\nwether = 'a'\n",
                     "bad.toml:2: there is no option 'wether'; did you mean 'weather'?"},
+          {"study = 'a'\n", "bad.toml:1: there is no option 'study'; the keys"},
           {"step = 'x'\n", "bad.toml:1: --step: 'x' is no number; give hours"},
           {"period = { a = 1 }\n", "bad.toml:1: 'period' must be"},
           {"period = \n", "bad.toml:1: "}}) {
