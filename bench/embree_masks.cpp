@@ -1,7 +1,5 @@
 #include <bench/embree_masks.h>
 
-#include <bench/side_by_side.h>
-
 #include <embree3/rtcore.h>
 
 #include <atomic>
@@ -98,7 +96,6 @@ struct PacketSet {
 struct EmbreeMasks::Parts {
     RTCDevice device = nullptr;
     RTCScene scene = nullptr;
-    double seconds = 0;
     std::atomic<long> bytes{0};
     long bytesAfterBuild = 0;
     std::array<XYZf, skyGrid::cellCount> directions;
@@ -157,17 +154,13 @@ EmbreeMasks::EmbreeMasks(const std::vector<double>& coordinates,
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(parts->scene, geometry);
     rtcReleaseGeometry(geometry);
-    parts->seconds = secondsOf([&] { rtcCommitScene(parts->scene); });
+    rtcCommitScene(parts->scene);
     parts->bytesAfterBuild = parts->bytes;
 }
 
 EmbreeMasks::~EmbreeMasks() {
     rtcReleaseScene(parts->scene);
     rtcReleaseDevice(parts->device);
-}
-
-double EmbreeMasks::buildSeconds() const {
-    return parts->seconds;
 }
 
 double EmbreeMasks::buildBytes() const {

@@ -28,7 +28,6 @@ public:
                 const std::string& configuration);
     ~EmbreeMasks();
 
-    double buildSeconds() const;
     double buildBytes() const; ///< that the library had allocated at most after the build
 
     /// Casts a mask's 1,296 rays; the number of blocked cells.

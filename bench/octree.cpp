@@ -1,13 +1,13 @@
 // Time and memory of the octree's build over a generated city, its package included.
 //   bench_octree [triangles = 1000000] [threads = 2]
-#include "scenes.h"
+#include <bench/race.h>
+#include <bench/scenes.h>
 
 #include <insolate/rt/input_package_util.h>
 #include <insolate/rt/spatial_tree_util.h>
 
 #include <oneapi/tbb/global_control.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -15,12 +15,6 @@
 #include <sys/resource.h>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 double peakMegabytes() {
     rusage usage{};
@@ -31,6 +25,7 @@ double peakMegabytes() {
 } // namespace
 
 int main(int argc, char** argv) {
+    insolate::bench::prepareRaces(argc, argv, 3);
     const long triangles = argc > 1 ? std::atol(argv[1]) : 1000000;
     const long threads = argc > 2 ? std::atol(argv[2]) : 2;
     if (triangles < 1 || threads < 1) {
@@ -48,10 +43,8 @@ int main(int argc, char** argv) {
         std::printf("package of %zu triangles: peak %.0f MB\n", city.triangleCount(),
                     peakMegabytes());
     }
-    for (int run = 0; run < 3; ++run) {
-        const auto start = Clock::now();
-        RT::SpatialTreeUtil::GenerateSpatialTree();
-        std::printf("octree on %ld threads: %.2f s, peak of the process %.0f MB\n", threads,
-                    secondsSince(start), peakMegabytes());
-    }
+    const auto timings =
+        insolate::bench::race({{"octree", RT::SpatialTreeUtil::GenerateSpatialTree}});
+    std::printf("octree on %ld threads: %.2f s, peak of the process %.0f MB\n", threads,
+                timings.front().median, peakMegabytes());
 }

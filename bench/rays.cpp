@@ -1,13 +1,17 @@
-/// Shading masks side by side with another ray caster.
+/// Shading masks side by side with another ray caster: medians of Google Benchmark's repetitions,
+/// the contenders taking turns at random.
 ///
-///     bench_rays masks [scene]   time per mask against each mode of Embree
-///     bench_rays build           time and memory of the index
-///     bench_rays growth          time per mask from 1,000 to 4 million triangles
-///     bench_rays threads         two threads over one
+///     bench_rays masks [scene]     time per mask against each mode of Embree
+///     bench_rays whole [scene]     EShadingMask::calculate with a normal, over its rays alone
+///     bench_rays threads [scene]   two threads over one
+///     bench_rays build             time and memory of the index
+///     bench_rays growth            time per mask from 1,000 to 4 million triangles
 ///     bench_rays compare [sensors [scene]]   every cell against the plain octree walk
+///
+/// Flags such as --benchmark_repetitions=21 go before the words.
 #include <bench/embree_masks.h>
+#include <bench/race.h>
 #include <bench/scenes.h>
-#include <bench/side_by_side.h>
 
 #include <insolate/platform/simd.h>
 #include <insolate/rt/input_package_util.h>
@@ -16,9 +20,11 @@
 #include <insolate/rt/spatial_tree_util.h>
 #include <insolate/shading/shading_mask.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <thread>
 
 namespace {
@@ -27,7 +33,7 @@ using namespace insolate;
 using namespace insolate::bench;
 using scenes::Scene;
 
-constexpr int rounds = 11;
+constexpr int rounds = 15;
 constexpr std::size_t sensorsPerRound = 400;
 
 std::filesystem::path dataFolder() {
@@ -36,8 +42,9 @@ std::filesystem::path dataFolder() {
 }
 
 /// The scenes whose names contain `only`; all of them for an empty one.
-std::vector<Scene> benchScenes(std::size_t sensors, const std::string& only) {
-    const std::vector<std::pair<std::string, std::function<Scene()>>> makers = {
+std::vector<Scene> benchScenes(std::size_t sensors, const std::string& only,
+                               bool forOctree = false) {
+    std::vector<std::pair<std::string, std::function<Scene()>>> makers = {
         {"Lyon", [&] { return scenes::lyon(dataFolder(), sensors); }},
         {"city of 10000", [&] { return scenes::city(10'000, sensors); }},
         {"city of 100000", [&] { return scenes::city(100'000, sensors); }},
@@ -45,6 +52,10 @@ std::vector<Scene> benchScenes(std::size_t sensors, const std::string& only) {
         {"uneven scene", [&] { return scenes::uneven(70'000, sensors); }},
         {"scanned object", [&] { return scenes::scannedObject(70'000, sensors); }},
     };
+    if (forOctree) {
+        // Half a second a mask for the octree, whose smallest leaf holds the whole object.
+        makers.push_back({"coarse uneven scene", [&] { return scenes::uneven(4'000, sensors); }});
+    }
     std::vector<Scene> chosen;
     for (const auto& [name, make] : makers) {
         if (name.find(only) != std::string::npos) {
@@ -63,23 +74,35 @@ const std::array<XYZf, skyGrid::cellCount>& centres() {
     return directions;
 }
 
+double microsecondsPerMask(const Timing& timing, const Scene& scene) {
+    return timing.median * 1e6 / static_cast<double>(scene.sensors.size());
+}
+
+/// All masks of a scene, rays alone; the number of visible cells.
+long castMasks(const OcclusionIndex& index, const Scene& scene, const SkyDirections& directions) {
+    long visible = 0;
+    for (const XYZf& sensor : scene.sensors) {
+        visible += index.visibleSky(sensor, directions).count();
+    }
+    return visible;
+}
+
 void masks(const std::string& only) {
     const SkyDirections directions(centres());
     // Embree takes the instruction set that this library has been told to take.
     const bool narrow = simdLevel() != SimdLevel::avx512;
     const std::string isa = narrow ? "threads=1,isa=avx2" : "threads=1";
-    std::printf("%s, microseconds per mask (1,296 rays), one thread\n", simdLevelName(simdLevel()));
+    std::printf("%s, microseconds per mask (1,296 rays), one thread\n"
+                "%-16s %9s %8s %8s %8s %7s  Embree's best mode\n",
+                simdLevelName(simdLevel()), "scene", "triangles", "visible", "here", "Embree",
+                "ratio");
     for (const Scene& scene : benchScenes(sensorsPerRound, only)) {
         const OcclusionIndex index(scene.coordinates);
         EmbreeMasks embree(scene.coordinates, centres(), isa);
         long visible = 0;
         std::vector<Contender> contenders;
-        contenders.push_back({"this library", [&] {
-                                  visible = 0;
-                                  for (const XYZf& sensor : scene.sensors) {
-                                      visible += index.visibleSky(sensor, directions).count();
-                                  }
-                              }});
+        contenders.push_back(
+            {"this library", [&] { visible = castMasks(index, scene, directions); }});
         std::vector<long> blocked(EmbreeMasks::modes().size());
         for (std::size_t m = 0; m < blocked.size(); ++m) {
             const EmbreeMasks::Mode& mode = EmbreeMasks::modes()[m];
@@ -90,75 +113,53 @@ void masks(const std::string& only) {
                                       }
                                   }});
         }
-        race(contenders, rounds);
-        const double perMask = 1e6 / static_cast<double>(scene.sensors.size());
-        const double own = contenders.front().median() * perMask;
-        double best = 1e9;
-        for (std::size_t m = 1; m < contenders.size(); ++m) {
-            best = std::min(best, contenders[m].median() * perMask);
-        }
-        const double share = static_cast<double>(visible) / skyGrid::cellCount /
-                             static_cast<double>(scene.sensors.size());
-        std::printf("%-16s %8zu triangles, %4.1f %% of the sky visible: %6.1f, Embree's best %6.1f "
-                    "= %.2f x\n",
-                    scene.name.c_str(), scene.triangleCount(), 100 * share, own, best, best / own);
-        if (!only.empty()) {
-            for (std::size_t m = 1; m < contenders.size(); ++m) {
-                std::printf("    %-34s %7.1f  (%ld cells visible more than here)\n",
-                            contenders[m].name.c_str(), contenders[m].median() * perMask,
-                            static_cast<long>(scene.sensors.size()) * skyGrid::cellCount -
-                                blocked[m - 1] - visible);
+        const std::vector<Timing> timings = race(contenders);
+        const auto best =
+            std::min_element(timings.begin() + 1, timings.end(),
+                             [](const Timing& a, const Timing& b) { return a.median < b.median; });
+        const double own = microsecondsPerMask(timings.front(), scene);
+        const double other = microsecondsPerMask(*best, scene);
+        const auto cells = static_cast<long>(scene.sensors.size()) * skyGrid::cellCount;
+        std::printf("%-16s %9zu %6.1f %% %8.1f %8.1f %7.2f  %s\n", scene.name.c_str(),
+                    scene.triangleCount(),
+                    100 * static_cast<double>(visible) / static_cast<double>(cells), own, other,
+                    other / own,
+                    contenders[static_cast<std::size_t>(best - timings.begin())].name.c_str());
+        for (std::size_t m = 0; !only.empty() && m < contenders.size(); ++m) {
+            std::printf("    %-34s %7.1f  cv %4.1f %%", contenders[m].name.c_str(),
+                        microsecondsPerMask(timings[m], scene), 100 * timings[m].spread);
+            if (m > 0) {
+                std::printf("  (%ld cells visible more than here)",
+                            cells - blocked[m - 1] - visible);
             }
+            std::printf("\n");
         }
-    }
-}
-
-/// This library alone, for a profiler.
-void own(const std::string& only) {
-    const SkyDirections directions(centres());
-    for (const Scene& scene : benchScenes(sensorsPerRound, only)) {
-        const OcclusionIndex index(scene.coordinates);
-        std::vector<Contender> contenders;
-        contenders.push_back({"", [&] {
-                                  for (const XYZf& sensor : scene.sensors) {
-                                      index.visibleSky(sensor, directions);
-                                  }
-                              }});
-        race(contenders, 21);
-        const std::vector<double>& seconds = contenders.front().seconds;
-        std::printf("%-16s %6.1f us at best\n", scene.name.c_str(),
-                    *std::min_element(seconds.begin(), seconds.end()) * 1e6 /
-                        static_cast<double>(scene.sensors.size()));
+        std::fflush(stdout);
     }
 }
 
 void build() {
     const Scene scene = scenes::city(1'000'000, 1);
-    const double count = static_cast<double>(scene.triangleCount());
-    double bytes = 0;
-    double embreeSeconds = 0;
-    double embreeBytes = 0;
-    const auto timed = [&](bool parallel) {
-        return [&, parallel] {
+    const auto count = static_cast<double>(scene.triangleCount());
+    std::array<double, 3> bytes{};
+    const auto built = [&](std::size_t which, bool parallel) {
+        return [&, which, parallel] {
             const OcclusionIndex index(scene.coordinates, {.parallel = parallel});
-            bytes = static_cast<double>(index.memoryBytes());
+            bytes[which] = static_cast<double>(index.memoryBytes());
         };
     };
-    std::vector<Contender> contenders;
-    contenders.push_back({"index, one thread", timed(false)});
-    contenders.push_back({"index, all threads", timed(true)});
-    race(contenders, 5);
-    {
-        const EmbreeMasks embree(scene.coordinates, centres(), "threads=1");
-        embreeSeconds = embree.buildSeconds();
-        embreeBytes = embree.buildBytes();
+    const std::vector<Contender> contenders = {
+        {"index, one thread", built(0, false)},
+        {"index, all threads", built(1, true)},
+        {"Embree with its copy of the vertices, one thread", [&] {
+             const EmbreeMasks embree(scene.coordinates, centres(), "threads=1");
+             bytes[2] = embree.buildBytes();
+         }}};
+    const std::vector<Timing> timings = race(contenders);
+    for (std::size_t k = 0; k < contenders.size(); ++k) {
+        std::printf("%-50s %.3f s for %.0f triangles, %.0f bytes each\n",
+                    contenders[k].name.c_str(), timings[k].median, count, bytes[k] / count);
     }
-    for (const Contender& contender : contenders) {
-        std::printf("%-20s %.3f s for %.0f triangles, %.0f bytes each\n", contender.name.c_str(),
-                    contender.median(), count, bytes / count);
-    }
-    std::printf("%-20s %.3f s, %.0f bytes each (with its copy of the vertices)\n",
-                "Embree, one thread", embreeSeconds, embreeBytes / count);
 }
 
 void growth() {
@@ -166,67 +167,80 @@ void growth() {
     for (std::size_t triangles = 1000; triangles <= 4'096'000; triangles *= 4) {
         const Scene scene = scenes::city(triangles, 1000);
         const OcclusionIndex index(scene.coordinates);
-        std::vector<Contender> contenders;
-        contenders.push_back({"", [&] {
-                                  for (const XYZf& sensor : scene.sensors) {
-                                      index.visibleSky(sensor, directions);
-                                  }
-                              }});
-        race(contenders, rounds);
-        const double perMask =
-            contenders.front().median() * 1e6 / static_cast<double>(scene.sensors.size());
+        const Timing timing =
+            race({{"masks", [&] { castMasks(index, scene, directions); }}}).front();
+        const double perMask = microsecondsPerMask(timing, scene);
         const double levels = std::log2(static_cast<double>(scene.triangleCount()));
         std::printf("%8zu triangles: %6.1f us per mask, %.2f per doubling of the scene\n",
                     scene.triangleCount(), perMask, perMask / levels);
+        std::fflush(stdout);
     }
+}
+
+/// Work for each sensor, on two threads that take a few sensors at a time.
+template <class Work>
+void onTwoThreads(const Scene& scene, const Work& work) {
+    constexpr std::size_t block = 16;
+    std::atomic<std::size_t> next = 0;
+    const auto takeBlocks = [&] {
+        for (std::size_t from = next.fetch_add(block); from < scene.sensors.size();
+             from = next.fetch_add(block)) {
+            for (std::size_t i = from; i < std::min(from + block, scene.sensors.size()); ++i) {
+                work(scene.sensors[i]);
+            }
+        }
+    };
+    std::thread other(takeBlocks);
+    takeBlocks();
+    other.join();
 }
 
 void threads(const std::string& only) {
     const SkyDirections directions(centres());
     for (const Scene& scene : benchScenes(4000, only)) {
         const OcclusionIndex index(scene.coordinates);
-        const auto part = [&](std::size_t first, std::size_t step) {
-            for (std::size_t i = first; i < scene.sensors.size(); i += step) {
-                index.visibleSky(scene.sensors[i], directions);
-            }
-        };
-        std::vector<Contender> contenders;
-        contenders.push_back({"one", [&] { part(0, 1); }});
-        contenders.push_back({"two", [&] {
-                                  std::thread other(part, 1, 2);
-                                  part(0, 2);
-                                  other.join();
-                              }});
-        race(contenders, 7);
+        const auto timings = race({{"one", [&] { castMasks(index, scene, directions); }},
+                                   {"two", [&] {
+                                        onTwoThreads(scene, [&](const XYZf& sensor) {
+                                            index.visibleSky(sensor, directions);
+                                        });
+                                    }}});
         std::printf("%-16s two threads over one: %.2f x\n", scene.name.c_str(),
-                    contenders[0].median() / contenders[1].median());
+                    timings[0].median / timings[1].median);
+        std::fflush(stdout);
     }
 }
 
 /// Whole masks with a normal, over the rays alone.
 void wholeMasks(const std::string& only) {
+    std::printf("microseconds per mask, over the rays alone\n%-16s %8s %18s %18s %18s\n", "scene",
+                "rays", "upright normals", "turning normals", "without normals");
     for (const Scene& scene : benchScenes(sensorsPerRound, only)) {
         const OcclusionIndex index(scene.coordinates);
         FastRayTransparency rays(index);
         const SkyDirections directions(centres());
-        XYZf normal = {0, 0, 1};
-        std::vector<Contender> contenders;
-        contenders.push_back({"rays alone", [&] {
-                                  for (const XYZf& sensor : scene.sensors) {
-                                      index.visibleSky(sensor, directions);
-                                  }
-                              }});
-        contenders.push_back({"EShadingMask::calculate", [&] {
-                                  EShadingMask mask;
-                                  for (const XYZf& sensor : scene.sensors) {
-                                      mask.calculate(&rays, sensor, &normal);
-                                  }
-                              }});
-        race(contenders, rounds);
-        const double perMask = 1e6 / static_cast<double>(scene.sensors.size());
-        std::printf("%-16s rays alone %6.1f us, whole mask %6.1f us: %.2f x\n", scene.name.c_str(),
-                    contenders[0].median() * perMask, contenders[1].median() * perMask,
-                    contenders[1].median() / contenders[0].median());
+        // Normals that turn by no more than rounding see the same cells, but share nothing.
+        const auto whole = [&](float turn, bool withNormal) {
+            return [&, turn, withNormal] {
+                EShadingMask mask;
+                XYZf normal = {0, 0, 1};
+                for (const XYZf& sensor : scene.sensors) {
+                    normal.x = turn - normal.x;
+                    mask.calculate(&rays, sensor, withNormal ? &normal : nullptr);
+                }
+            };
+        };
+        const auto timings = race({{"rays", [&] { castMasks(index, scene, directions); }},
+                                   {"upright", whole(0.0f, true)},
+                                   {"turning", whole(1e-5f, true)},
+                                   {"without", whole(0.0f, false)}});
+        std::printf("%-16s %8.1f", scene.name.c_str(), microsecondsPerMask(timings[0], scene));
+        for (std::size_t k = 1; k < timings.size(); ++k) {
+            std::printf("    %6.1f = %.2f x", microsecondsPerMask(timings[k], scene),
+                        timings[k].median / timings[0].median);
+        }
+        std::printf("\n");
+        std::fflush(stdout);
     }
 }
 
@@ -234,33 +248,35 @@ int compare(std::size_t sensors, const std::string& only) {
     const SkyDirections directions(centres());
     long rays = 0;
     long differing = 0;
-    for (Scene& scene : benchScenes(sensors, only)) {
+    for (Scene& scene : benchScenes(sensors, only, true)) {
         RT::InputPackageUitl::ResetInputPackage();
         RT::InputPackageUitl::AddTriangles(scene.coordinates.data(),
                                            static_cast<int>(scene.coordinates.size()));
         RT::InputPackageUitl::InflateBoundingBox();
         RT::SpatialTreeUtil::GenerateSpatialTree();
         const OcclusionIndex index(scene.coordinates);
-        GetTransparencyValueOnRayInternal plain;
         const auto start = std::chrono::steady_clock::now();
-        long here = 0;
-        for (const XYZf& sensor : scene.sensors) {
+        std::atomic<long> here = 0;
+        onTwoThreads(scene, [&](const XYZf& sensor) {
+            GetTransparencyValueOnRayInternal plain;
             const SkyCellSet visible = index.visibleSky(sensor, directions);
+            long different = 0;
             for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
                 for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
                     const XYZf& direction = directions.direction(azimuth, altitude);
                     const bool clear =
                         plain.getTransparencyValue(sensor, direction, nullptr) == 1.0f;
-                    here += visible.contains(azimuth, altitude) != clear ? 1 : 0;
-                    here += index.isOccluded(sensor, direction) == clear ? 1 : 0;
+                    different += visible.contains(azimuth, altitude) != clear ? 1 : 0;
+                    different += index.isOccluded(sensor, direction) == clear ? 1 : 0;
                 }
             }
-        }
+            here += different;
+        });
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const long cast = static_cast<long>(scene.sensors.size()) * skyGrid::cellCount;
-        std::printf("%-16s %ld rays, %ld differ (%.0f s)\n", scene.name.c_str(), cast, here,
-                    seconds);
+        std::printf("%-16s %zu triangles, %ld rays, %ld differ (%.0f s)\n", scene.name.c_str(),
+                    scene.triangleCount(), cast, here.load(), seconds);
         std::fflush(stdout);
         rays += cast;
         differing += here;
@@ -272,25 +288,24 @@ int compare(std::size_t sensors, const std::string& only) {
 } // namespace
 
 int main(int count, char** arguments) {
+    prepareRaces(count, arguments, rounds);
     const std::string what = count > 1 ? arguments[1] : "masks";
     const std::string more = count > 2 ? arguments[2] : "";
     if (what == "masks") {
         masks(more);
-    } else if (what == "own") {
-        own(more);
     } else if (what == "whole") {
         wholeMasks(more);
+    } else if (what == "threads") {
+        threads(more);
     } else if (what == "build") {
         build();
     } else if (what == "growth") {
         growth();
-    } else if (what == "threads") {
-        threads(more);
     } else if (what == "compare") {
         return compare(more.empty() ? 1500 : std::stoul(more), count > 3 ? arguments[3] : "");
     } else {
-        std::puts("bench_rays masks [scene] | whole | build | growth | threads | compare [sensors "
-                  "[scene]]");
+        std::puts("bench_rays [--benchmark_repetitions=N] masks [scene] | whole [scene] | threads "
+                  "[scene] | build | growth | compare [sensors [scene]]");
         return 2;
     }
     return 0;
