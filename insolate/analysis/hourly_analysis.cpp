@@ -1,6 +1,7 @@
 #include <insolate/analysis/hourly_analysis.h>
 
 #include <insolate/analysis/hourly_kernels.h>
+#include <insolate/analysis/peak_hours.h>
 #include <insolate/rt/sky_visibility.h>
 
 #include <algorithm>
@@ -19,10 +20,6 @@ constexpr std::size_t cellCount = skyGrid::cellCount;
 constexpr std::size_t patchCount = skyPatches::count;
 using hourlyKernels::lanes;
 using hourlyKernels::sumOfProducts;
-using hourlyKernels::zoneCount;
-
-/// Within an hour the sun moves by 15 degrees, half of it away from the hour's mean.
-constexpr float sunSwing = 0.15f;
 
 /// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.
 constexpr float smallGroundView = 0.005f;
@@ -79,9 +76,7 @@ public:
         if (m_query != nullptr) {
             m_query->visibleSkies(m_origin, directions, cells);
             for (std::size_t i = 0; i < directions.size(); ++i) {
-                visibility[i]->fill(0.0f);
-                forEach(cells[i],
-                        [&](std::size_t cell, int, int) { (*visibility[i])[cell] = 1.0f; });
+                hourlyKernels::spread(cells[i], visibility[i]->data());
             }
             return;
         }
@@ -120,14 +115,6 @@ private:
     XYZf m_origin;
     const XYZf* m_normal = nullptr;
 };
-
-/// Zones: sectors of 30 degrees up to 20 and up to 40 degrees, of 60 degrees up to 70, halves
-/// above.
-std::size_t zoneOfCell(std::size_t cell) {
-    const std::size_t row = cell / skyGrid::azimuthCount / 2;
-    const std::size_t sector = cell % skyGrid::azimuthCount;
-    return row < 4 ? row / 2 * 12 + sector / 6 : row < 7 ? 24 + sector / 12 : 30 + sector / 36;
-}
 
 /// A piece of the lower hemisphere, for the ground's rays.
 struct GroundPiece {
@@ -170,16 +157,6 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
 } // namespace
 
 /// What all sensors of an analysis share.
-///
-/// The peak does not walk the hours over the cells. Each hour has an upper bound of what it can
-/// give to a surface of a given normal: its direct vector times the normal; for the diffuse sky a
-/// constant plus a vector times the normal, fitted above the open sky's true values over all
-/// normals, or the brightest patch times the sensor's view, whichever is less; and the ground's
-/// light. Hours with a similar sun stand in blocks of 16 that have a common bound. A good hour for
-/// a start is the strongest one of the sun cell that promises most. Only blocks whose bound exceeds
-/// the best hour so far are opened, and of them only hours whose bound does are computed: with the
-/// visibility of their one to three sun cells, then with the brightest patches of 32 zones, then
-/// with one product over the 240 patches.
 struct HourlyAnalysis::Prepared {
     HourlySky sky;
     HourlyAnalysisOptions options;
@@ -190,24 +167,13 @@ struct HourlyAnalysis::Prepared {
     std::vector<GroundPiece> ground;
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
 
-    /// Of the sun cells, the vectors padded with zeros to a multiple of 8.
-    std::vector<float> sunEnergyX, sunEnergyY, sunEnergyZ, sunX, sunY, sunZ;
+    /// Of the sun cells, padded with zeros to a multiple of lanes.
+    std::vector<float> sunEnergyX, sunEnergyY, sunEnergyZ;
     std::vector<std::uint16_t> cellOfSun;
     std::vector<float> sunHours;
-    std::vector<std::uint32_t> sunBit; // in a SkyCellSet: word * 64 + bit
-    std::vector<float> shareInverse;   // of boundedHour
-    hourlyKernels::PeakHours peakHours;
-
-    std::size_t sunWords = 0;            // of a set of sun cells
-    std::vector<std::uint64_t> blockSun; // where the sun stands in the hours of a block, as sets
-    std::vector<BeamPart>
-        boundedBeams; // as sky.beams, in the order of boundedHour, as means [W/m2]
-    std::vector<std::size_t> firstBeam{0}; // into boundedBeams, one more than boundedHour
-    std::vector<int> boundedHour;          // index into sky.skyHours, -1 where a block is not full
-    std::vector<float> blockZoneBrightest; // zoneCount for each block
-    std::vector<float> zoneBrightest;      // of the hours, block by block: zones of `lanes` hours
-    std::vector<std::size_t> strongest;    // for each sun cell: its strongest hour in boundedHour
-    std::vector<float> strongestBeam;      // and that hour's direct radiation [W/m2]
+    /// The sun's directions by cell, 0 for cells without.
+    std::array<float, cellCount> towardsSunX{}, towardsSunY{}, towardsSunZ{};
+    PeakHours peakHours;
 
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
         : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
@@ -222,28 +188,24 @@ struct HourlyAnalysis::Prepared {
             const int azimuth = sun.cell % skyGrid::azimuthCount;
             const int altitude = sun.cell / skyGrid::azimuthCount;
             held.insert(azimuth, altitude);
-            sunBit.push_back(
-                static_cast<std::uint32_t>((2 * altitude + azimuth / 64) * 64 + azimuth % 64));
+            const auto cell = static_cast<std::size_t>(sun.cell);
+            towardsSunX[cell] = sun.direction.x;
+            towardsSunY[cell] = sun.direction.y;
+            towardsSunZ[cell] = sun.direction.z;
             sunEnergyX.push_back(sun.energy.x);
             sunEnergyY.push_back(sun.energy.y);
             sunEnergyZ.push_back(sun.energy.z);
             cellOfSun.push_back(static_cast<std::uint16_t>(sun.cell));
             sunHours.push_back(sun.sunHours);
-            sunX.push_back(sun.direction.x);
-            sunY.push_back(sun.direction.y);
-            sunZ.push_back(sun.direction.z);
         }
-        sunWords = sky.sunCells.size() / 64 + 1;
-        for (std::vector<float>* values :
-             {&sunEnergyX, &sunEnergyY, &sunEnergyZ, &sunX, &sunY, &sunZ}) {
-            values->resize((values->size() + 7) / 8 * 8, 0.0f);
+        for (std::vector<float>* values : {&sunEnergyX, &sunEnergyY, &sunEnergyZ, &sunHours}) {
+            values->resize((values->size() + lanes - 1) / lanes * lanes, 0.0f);
         }
         directions = {
             SkyDirections(std::span<const XYZf, cellCount>(cells.centre.data(), cellCount)),
             SkyDirections(std::span<const XYZf, cellCount>(towardsSun.data(), cellCount), held)};
         for (std::size_t i = 0; i < cellCount; ++i) {
             patchOfCell[i] = static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(i)));
-            zoneOfPatch[patchOfCell[i]] = zoneOfCell(i);
         }
         std::array<double, patchCount> totals{};
         for (std::size_t i = 0; i < sky.patchRadiance.size(); ++i) {
@@ -253,197 +215,12 @@ struct HourlyAnalysis::Prepared {
             patchTotals[p] = static_cast<float>(totals[p]);
         }
         if (options.peak && sky.valid) {
-            prepareBounds();
+            peakHours = PeakHours(sky, cells);
         }
     }
-
-    std::array<std::size_t, patchCount> zoneOfPatch{};
 
     const float* patchesOf(std::size_t skyHour) const {
         return sky.patchRadiance.data() + skyHour * patchCount;
-    }
-
-    void prepareBounds() {
-        // Normals spread evenly over the sphere by the golden angle, with what their open sky
-        // weighs.
-        constexpr int normalCount = 96;
-        std::vector<XYZf> normals;
-        std::vector<std::array<float, patchCount>> weights(normalCount);
-        for (int i = 0; i < normalCount; ++i) {
-            const double z = 1.0 - (2.0 * i + 1.0) / normalCount;
-            const double turn = i * std::numbers::pi * (3.0 - std::sqrt(5.0));
-            const double r = std::sqrt(1.0 - z * z);
-            normals.push_back({static_cast<float>(r * std::cos(turn)),
-                               static_cast<float>(r * std::sin(turn)), static_cast<float>(z)});
-            std::array<float, patchCount>& weight = weights[static_cast<std::size_t>(i)];
-            weight.fill(0.0f);
-            for (std::size_t c = 0; c < cellCount; ++c) {
-                weight[patchOfCell[c]] += std::max(
-                    dot(normals.back(), {cells.momentX[c], cells.momentY[c], cells.momentZ[c]}),
-                    0.0f);
-            }
-        }
-        std::vector<HourBound> list(sky.skyHours.size());
-        for (std::size_t h = 0; h < list.size(); ++h) {
-            const SkyHour& hour = sky.skyHours[h];
-            HourBound& bound = list[h];
-            bound.hour = static_cast<int>(h);
-            const float perHour = 1.0f / hour.share;
-            for (int b = 0; b < hour.beamCount; ++b) {
-                bound.beam = added(bound.beam,
-                                   sky.beams[static_cast<std::size_t>(hour.firstBeam + b)].energy);
-            }
-            bound.beam = scaled(bound.beam, perHour);
-            bound.beamLength = length(bound.beam);
-            const float* patches = patchesOf(h);
-            std::array<float, normalCount> values{};
-            for (std::size_t i = 0; i < normalCount; ++i) {
-                values[i] = sumOfProducts(patches, weights[i].data(), patchCount) * perHour;
-                bound.openVector =
-                    added(bound.openVector, scaled(normals[i], 3.0f / normalCount * values[i]));
-            }
-            for (std::size_t i = 0; i < normalCount; ++i) {
-                bound.open = std::max(bound.open, values[i] - dot(normals[i], bound.openVector));
-            }
-            bound.open *= 1.05f; // for the normals in between
-            bound.brightest = *std::max_element(patches, patches + patchCount) * perHour;
-            bound.ground = hour.groundReflected * perHour;
-            const int sunCell = mainSunCell(hour);
-            bound.group =
-                sunCell < 0
-                    ? -1
-                    : skyPatches::ofCell(sky.sunCells[static_cast<std::size_t>(sunCell)].cell);
-        }
-        std::stable_sort(list.begin(), list.end(), [](const HourBound& a, const HourBound& b) {
-            return a.group != b.group ? a.group < b.group : a.beamLength > b.beamLength;
-        });
-        strongest.assign(sky.sunCells.size(), 0);
-        strongestBeam.assign(sky.sunCells.size(), 0.0f);
-        std::vector<std::span<const HourBound>> blocks;
-        for (std::size_t i = 0; i < list.size();) {
-            std::size_t end = i + 1;
-            while (end < list.size() && end - i < lanes && list[end].group == list[i].group) {
-                ++end;
-            }
-            blocks.emplace_back(list.data() + i, end - i);
-            i = end;
-        }
-        // Strong ones first: the best hour is soon a good one.
-        const auto strength = [](const HourBound& hour) {
-            return hour.beamLength + hour.open + length(hour.openVector);
-        };
-        std::stable_sort(blocks.begin(), blocks.end(), [&](const auto& a, const auto& b) {
-            return strength(a.front()) > strength(b.front());
-        });
-        for (const std::span<const HourBound>& block : blocks) {
-            addBlock(block);
-        }
-        peakHours.blockZones = blockZoneBrightest.data();
-        peakHours.hourZones = zoneBrightest.data();
-        peakHours.blockSun = blockSun.data();
-        peakHours.sunWords = sunWords;
-        peakHours.beams = boundedBeams.data();
-        peakHours.firstBeam = firstBeam.data();
-        peakHours.skyHour = boundedHour.data();
-        peakHours.share = shareInverse.data();
-        peakHours.patches = sky.patchRadiance.data();
-    }
-
-    struct HourBound {
-        int hour = 0;
-        int group = 0;
-        XYZf beam{0, 0, 0}, openVector{0, 0, 0};
-        float beamLength = 0, open = 0, brightest = 0, ground = 0;
-    };
-
-    /// The sun cell that gives most of an hour's direct radiation, -1 without any.
-    int mainSunCell(const SkyHour& hour) const {
-        int cell = -1;
-        float most = 0.0f;
-        for (int b = 0; b < hour.beamCount; ++b) {
-            const BeamPart& part = sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
-            if (length(part.energy) > most) {
-                most = length(part.energy);
-                cell = part.sunCell;
-            }
-        }
-        return cell;
-    }
-
-    void addBlock(std::span<const HourBound> hours) {
-        XYZf beam{0, 0, 0};
-        XYZf openVector{0, 0, 0};
-        for (const HourBound& hour : hours) {
-            beam = added(beam, scaled(hour.beam, 1.0f / static_cast<float>(hours.size())));
-            openVector =
-                added(openVector, scaled(hour.openVector, 1.0f / static_cast<float>(hours.size())));
-        }
-        float beamRadius = 0.0f;
-        float openRadius = 0.0f;
-        float slack = 0.0f;
-        HourBound most;
-        const std::size_t sun = blockSun.size();
-        blockSun.resize(sun + sunWords, 0);
-        for (const HourBound& hour : hours) {
-            const SkyHour& skyHour = sky.skyHours[static_cast<std::size_t>(hour.hour)];
-            for (int b = 0; b < skyHour.beamCount; ++b) {
-                const auto cell = static_cast<std::size_t>(
-                    sky.beams[static_cast<std::size_t>(skyHour.firstBeam + b)].sunCell);
-                blockSun[sun + cell / 64] |= std::uint64_t{1} << (cell % 64);
-            }
-            beamRadius = std::max(beamRadius, length(added(hour.beam, scaled(beam, -1.0f))));
-            openRadius =
-                std::max(openRadius, length(added(hour.openVector, scaled(openVector, -1.0f))));
-            slack = std::max(slack, sunSwing * hour.beamLength);
-            most.open = std::max(most.open, hour.open);
-            most.brightest = std::max(most.brightest, hour.brightest);
-            most.ground = std::max(most.ground, hour.ground);
-            addHour(hour);
-        }
-        peakHours.blockBounds.add({beam.x, beam.y, beam.z, beamRadius, slack,
-                                   most.open + openRadius, openVector.x, openVector.y, openVector.z,
-                                   most.brightest, most.ground});
-        const std::size_t firstBlockZone = blockZoneBrightest.size();
-        blockZoneBrightest.resize(firstBlockZone + zoneCount, 0.0f);
-        for (std::size_t zone = 0; zone < zoneCount; ++zone) {
-            const float* row = zoneBrightest.data() + (firstBlockZone + zone) * lanes;
-            blockZoneBrightest[firstBlockZone + zone] = *std::max_element(row, row + lanes);
-        }
-        while (boundedHour.size() % lanes != 0) {
-            boundedHour.push_back(-1);
-            firstBeam.push_back(boundedBeams.size());
-            peakHours.hourBounds.add({});
-            shareInverse.push_back(1.0f);
-        }
-    }
-
-    void addHour(const HourBound& hour) {
-        const SkyHour& skyHour = sky.skyHours[static_cast<std::size_t>(hour.hour)];
-        for (int b = 0; b < skyHour.beamCount; ++b) {
-            const BeamPart& part = sky.beams[static_cast<std::size_t>(skyHour.firstBeam + b)];
-            const auto cell = static_cast<std::size_t>(part.sunCell);
-            if (length(part.energy) > strongestBeam[cell]) {
-                strongestBeam[cell] = length(part.energy);
-                strongest[cell] = boundedHour.size();
-            }
-            boundedBeams.push_back({part.sunCell, scaled(part.energy, 1.0f / skyHour.share)});
-        }
-        const std::size_t lane = boundedHour.size() % lanes;
-        if (lane == 0) {
-            zoneBrightest.resize(zoneBrightest.size() + zoneCount * lanes, 0.0f);
-        }
-        float* zones = zoneBrightest.data() + zoneBrightest.size() - zoneCount * lanes + lane;
-        const float* patches = patchesOf(static_cast<std::size_t>(hour.hour));
-        for (std::size_t p = 0; p < patchCount; ++p) {
-            float& zone = zones[zoneOfPatch[p] * lanes];
-            zone = std::max(zone, patches[p] / skyHour.share);
-        }
-        boundedHour.push_back(hour.hour);
-        shareInverse.push_back(1.0f / skyHour.share);
-        firstBeam.push_back(boundedBeams.size());
-        peakHours.hourBounds.add(
-            {hour.beam.x, hour.beam.y, hour.beam.z, 0.0f, sunSwing * hour.beamLength, hour.open,
-             hour.openVector.x, hour.openVector.y, hour.openVector.z, hour.brightest, hour.ground});
     }
 };
 
@@ -584,19 +361,18 @@ private:
     /// Weighs the unshaded sun; gives the cells in which the sensor faces it.
     SkyCellSet sunInFront() {
         const std::vector<SunCell>& sunCells = m.sky.sunCells;
-        const std::size_t count = m.sunX.size();
-        std::array<std::uint8_t, cellCount / 8 + 1> front;
+        const std::size_t count = m.sunEnergyX.size();
+        std::array<std::uint8_t, cellCount / 8> front;
         SkyCellSet wanted;
         if (m_sides == Sides::One) {
             hourlyKernels::weighInFront(m_normal, m.sunEnergyX.data(), m.sunEnergyY.data(),
                                         m.sunEnergyZ.data(), count, m_sunWeight.data(),
                                         front.data());
-            hourlyKernels::weighInFront(m_normal, m.sunX.data(), m.sunY.data(), m.sunZ.data(),
-                                        count, m_sunCosine.data(), front.data());
-            for (std::size_t j = 0; j < sunCells.size(); ++j) {
-                wanted.words[m.sunBit[j] / 64] |= std::uint64_t{front[j / 8] >> (j % 8) & 1U}
-                                                  << (m.sunBit[j] % 64);
-            }
+            std::array<float, cellCount> cosine;
+            hourlyKernels::weighInFront(m_normal, m.towardsSunX.data(), m.towardsSunY.data(),
+                                        m.towardsSunZ.data(), cellCount, cosine.data(),
+                                        front.data());
+            wanted = setOf(front);
         } else {
             wanted = m.directions[1].cells();
             for (std::size_t j = 0; j < sunCells.size(); ++j) {
@@ -611,6 +387,9 @@ private:
             m_sunVisible[j] = m_sunInCell[m.cellOfSun[j]];
             m_sunHoursOf[j] = m.sunHours[j] * m_sunVisible[j];
         }
+        for (std::size_t j = m.sky.sunCells.size(); j < m.sunEnergyX.size(); ++j) {
+            m_sunWeight[j] = m_sunVisible[j] = m_sunHoursOf[j] = 0.0f;
+        }
         sumBeam();
         if (m.options.sunTolerance > 0.0) {
             splitShadowEdges();
@@ -618,12 +397,13 @@ private:
     }
 
     void sumBeam() {
-        m_beam = 0.0f;
-        m_sunHours = 0.0f;
-        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
-            m_beam += m_sunWeight[j] * m_sunVisible[j];
-            m_sunHours += m_sunHoursOf[j];
-        }
+        static constexpr std::array<float, cellCount + lanes> ones = [] {
+            std::array<float, cellCount + lanes> values{};
+            values.fill(1.0f);
+            return values;
+        }();
+        m_beam = sumOfProducts(m_sunWeight.data(), m_sunVisible.data(), m.sunEnergyX.size());
+        m_sunHours = sumOfProducts(m_sunHoursOf.data(), ones.data(), m.sunEnergyX.size());
     }
 
     /// A cell being split: a square of visibilities, side 2^level, by azimuth and altitude.
@@ -839,37 +619,21 @@ private:
     }
 
     void findPeakOfOneSide(SensorResult& result) {
-        for (std::size_t p = 0; p < patchCount; ++p) {
-            m_zoneWeight[m.zoneOfPatch[p]] += m_patchWeight[p];
-        }
-        int start = -1;
-        float promise = 0.0f;
-        std::array<std::uint64_t, cellCount / 64 + 1> visibleSun{};
-        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
-            const float visible = m_sunVisible[j];
-            visibleSun[j / 64] |= std::uint64_t{visible > 0.0f ? 1U : 0U} << (j % 64);
-            const float value = m_sunCosine[j] * m.strongestBeam[j] * visible;
-            if (value > promise) {
-                promise = value;
-                start = static_cast<int>(m.strongest[j]);
-            }
-        }
+        std::array<float, skyZones::termCount> zoneWeight;
+        skyZones::measure(m_patchWeight.data(), false, zoneWeight.data());
         hourlyKernels::PeakSensor sensor;
         sensor.normal = m_normal;
         sensor.patchWeight = m_patchWeight.data();
-        sensor.zoneWeight = m_zoneWeight.data();
+        sensor.zoneWeight = zoneWeight.data();
         sensor.sunVisible = m_sunVisible.data();
-        sensor.visibleSun = visibleSun.data();
         sensor.openScale = m_patchScale;
         sensor.view = m_view * m_patchScale;
         sensor.groundView = m_groundView;
-        const hourlyKernels::Peak peak = hourlyKernels::highestHour(m.peakHours, sensor, start);
+        const hourlyKernels::Peak peak = hourlyKernels::highestHour(m.peakHours, sensor);
         if (peak.hour >= 0) {
             result.peak = peak.value;
-            result.peakHour = m.sky
-                                  .skyHours[static_cast<std::size_t>(
-                                      m.boundedHour[static_cast<std::size_t>(peak.hour)])]
-                                  .hour;
+            const int skyHour = m.peakHours.skyHour[static_cast<std::size_t>(peak.hour)];
+            result.peakHour = m.sky.skyHours[static_cast<std::size_t>(skyHour)].hour;
         }
     }
 
@@ -894,12 +658,10 @@ private:
     std::array<float, cellCount> m_visible;   // of the cells
     std::array<float, cellCount> m_sunInCell; // of the sun, by cell
     std::array<float, patchCount> m_patchWeight{};
-    std::array<float, zoneCount> m_zoneWeight{};
     // Of the sun cells: energy on the surface [Wh/m2], its visible part, hours of direct sun.
-    std::array<float, cellCount + 8> m_sunWeight;
-    std::array<float, cellCount + 8> m_sunCosine; // of the sun itself, one-sided
-    std::array<float, cellCount + 8> m_sunVisible;
-    std::array<float, cellCount + 8> m_sunHoursOf;
+    std::array<float, cellCount + lanes> m_sunWeight;
+    std::array<float, cellCount + lanes> m_sunVisible;
+    std::array<float, cellCount + lanes> m_sunHoursOf;
     float m_view = 0.0f;
     float m_sky = 0.0f;
     float m_beam = 0.0f;
