@@ -110,6 +110,9 @@ struct PeakHours::Hour {
     XYZf beam{0, 0, 0}, openVector{0, 0, 0};
     float beamLength = 0, open = 0, brightest = 0, ground = 0;
 
+    XYZf towardsSun() const {
+        return beamLength > 0.0f ? scaled(beam, 1.0f / beamLength) : XYZf{0, 0, 0};
+    }
     float strength() const { return beamLength + open + vectorLength(openVector); }
 };
 
@@ -180,12 +183,20 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
 
 void PeakHours::addBlock(const HourlySky& sky, const Hour* first, std::size_t count) {
     const float part = 1.0f / static_cast<float>(count);
-    XYZf beam{0, 0, 0};
+    XYZf sun{0, 0, 0};
     XYZf openVector{0, 0, 0};
+    float strongestBeam = 0.0f;
     for (const Hour* hour = first; hour != first + count; ++hour) {
-        beam = sum(beam, scaled(hour->beam, part));
+        sun = sum(sun, hour->towardsSun());
+        strongestBeam = std::max(strongestBeam, hour->beamLength);
         openVector = sum(openVector, scaled(hour->openVector, part));
     }
+    // A beam L s gives n L s, which is at most L times n with the mean of the s, plus its distance
+    // from that mean.
+    if (vectorLength(sun) > 0.0f) {
+        sun = scaled(sun, 1.0f / vectorLength(sun));
+    }
+    const XYZf beam = scaled(sun, strongestBeam);
     const std::size_t block = blockBounds.add();
     blockBounds.at(block, PeakBounds::beamX) = beam.x;
     blockBounds.at(block, PeakBounds::beamY) = beam.y;
@@ -197,23 +208,25 @@ void PeakHours::addBlock(const HourlySky& sky, const Hour* first, std::size_t co
         blockBounds.at(block, field) = std::max(blockBounds.at(block, field), value);
     };
     float openRadius = 0.0f;
-    const std::size_t sun = blockSun.size();
-    blockSun.resize(sun + sunWords, 0);
+    const std::size_t suns = blockSun.size();
+    blockSun.resize(suns + sunWords, 0);
     hourZones.resize(hourZones.size() + skyZones::termCount * lanes, 0);
     for (const Hour* hour = first; hour != first + count; ++hour) {
-        raise(PeakBounds::beamRadius, vectorLength(sum(hour->beam, scaled(beam, -1.0f))));
+        if (hour->beamLength > 0.0f) {
+            raise(PeakBounds::beamRadius,
+                  strongestBeam * vectorLength(difference(hour->towardsSun(), sun)));
+        }
         raise(PeakBounds::beamSlack, sunSwing * hour->beamLength);
         raise(PeakBounds::open, hour->open);
         raise(PeakBounds::brightest, hour->brightest);
         raise(PeakBounds::ground, hour->ground);
-        openRadius =
-            std::max(openRadius, vectorLength(sum(hour->openVector, scaled(openVector, -1.0f))));
+        openRadius = std::max(openRadius, vectorLength(difference(hour->openVector, openVector)));
         addHour(sky, *hour);
         const SkyHour& ofSky = sky.skyHours[static_cast<std::size_t>(hour->skyHour)];
         for (int b = 0; b < ofSky.beamCount; ++b) {
             const auto cell = static_cast<std::size_t>(
                 sky.beams[static_cast<std::size_t>(ofSky.firstBeam + b)].sunCell);
-            blockSun[sun + cell / 64] |= std::uint64_t{1} << (cell % 64);
+            blockSun[suns + cell / 64] |= std::uint64_t{1} << (cell % 64);
         }
     }
     blockBounds.at(block, PeakBounds::open) += openRadius;

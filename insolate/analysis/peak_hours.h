@@ -25,10 +25,10 @@ public:
         brightest, // radiance [W/(m2 sr)]
         ground,
         skyFields,         // hours have no more
-        beamX = skyFields, // mean of a block's direct radiation as a vector
+        beamX = skyFields, // mean direction to the sun of a block times its strongest beam
         beamY,
         beamZ,
-        beamRadius, // of a block's vectors around their mean
+        beamRadius, // the directions' largest distance from their mean, times the same
         beamSlack,  // most of a beam that the surface's plane cuts
         allFields
     };
