@@ -262,16 +262,18 @@ unsigned boundBlocks(const PeakHours& hours, std::size_t first, const PeakSensor
 HWY_INLINE V beamOfHours(const PeakHours& hours, std::size_t block, std::size_t part,
                          const PeakSensor& sensor, const Broadcast& in) {
     const F d;
-    const hn::RebindToSigned<F> di;
     V beam = hn::Zero(d);
     for (std::size_t row = hours.firstBeams[block]; row < hours.firstBeams[block + 1]; ++row) {
+        const float visible =
+            sensor.sunVisible[static_cast<std::size_t>(hours.sunCellOfBeams[row])];
+        if (visible == 0.0f) {
+            continue;
+        }
         const PeakHours::Beams& beams = hours.beams[row];
         const V product =
             in.dot(hn::LoadU(d, beams.x.data() + part), hn::LoadU(d, beams.y.data() + part),
                    hn::LoadU(d, beams.z.data() + part));
-        const V visible =
-            hn::GatherIndex(d, sensor.sunVisible, hn::LoadU(di, beams.sunCell.data() + part));
-        beam = hn::Add(beam, hn::Mul(visible, hn::Max(product, hn::Zero(d))));
+        beam = hn::Add(beam, hn::Mul(hn::Set(d, visible), hn::Max(product, hn::Zero(d))));
     }
     return beam;
 }

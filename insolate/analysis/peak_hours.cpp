@@ -276,14 +276,17 @@ void PeakHours::addHour(const HourlySky& sky, const Hour& hour) {
             strongestY[cell] = sun.y * vectorLength(mean);
             strongestZ[cell] = sun.z * vectorLength(mean);
         }
-        const std::size_t row = firstBeams.back() + static_cast<std::size_t>(b);
+        const auto found =
+            std::find(sunCellOfBeams.begin() + static_cast<std::ptrdiff_t>(firstBeams.back()),
+                      sunCellOfBeams.end(), part.sunCell);
+        const auto row = static_cast<std::size_t>(found - sunCellOfBeams.begin());
         if (row == beams.size()) {
             beams.emplace_back();
+            sunCellOfBeams.push_back(part.sunCell);
         }
         beams[row].x[lane] = mean.x;
         beams[row].y[lane] = mean.y;
         beams[row].z[lane] = mean.z;
-        beams[row].sunCell[lane] = part.sunCell;
     }
 
     std::array<float, patchCount> radiance;

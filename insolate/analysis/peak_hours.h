@@ -97,12 +97,12 @@ struct PeakHours {
     PeakBounds hourBounds{PeakBounds::skyFields};
     std::vector<std::uint16_t> hourZones; ///< as blockZones, of each block's hours
 
-    /// A part of the direct radiation of a block's hours, as means [W/m2].
+    /// The direct radiation of a block's hours that came from one sun cell, as means [W/m2].
     struct Beams {
         alignas(64) std::array<float, lanes> x{}, y{}, z{};
-        alignas(64) std::array<std::int32_t, lanes> sunCell{};
     };
     std::vector<Beams> beams;
+    std::vector<std::int32_t> sunCellOfBeams;
     std::vector<std::size_t> firstBeams{0}; ///< of each block; one more than blocks
 
     std::vector<int> skyHour;        ///< index into the sky's hours, -1 for none
