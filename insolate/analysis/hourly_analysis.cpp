@@ -69,12 +69,19 @@ public:
         return value > 0.0f ? std::min(value, 1.0f) : 0.0f;
     }
 
+    /// The cells that are free, where every visibility is 0 or 1; else it changes nothing.
+    void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells) {
+        if (m_query != nullptr) {
+            m_query->visibleSkies(m_origin, directions, cells);
+        }
+    }
+
     /// Visibility of several sets of directions, by cell index, 0 for the cells that are not
     /// wanted. cells: for each set the wanted ones; they become those that are free.
     void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells,
                std::span<std::array<float, cellCount>* const> visibility) {
         if (m_query != nullptr) {
-            m_query->visibleSkies(m_origin, directions, cells);
+            skies(directions, cells);
             for (std::size_t i = 0; i < directions.size(); ++i) {
                 hourlyKernels::spread(cells[i], visibility[i]->data());
             }
@@ -156,6 +163,50 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
 
 } // namespace
 
+/// The ground's rays as cells of the lower hemisphere, band 0 at the nadir, so that they are asked
+/// like a sky; as many sets as it takes to give each ray a cell of its own.
+struct GroundRays {
+    struct Cell {
+        std::size_t set;
+        int azimuth, altitude;
+    };
+    std::vector<SkyDirections> sets;
+    std::vector<Cell> cells; // of the pieces
+
+    explicit GroundRays(const std::vector<GroundPiece>& pieces) {
+        constexpr double width = std::numbers::pi / 36.0;
+        std::vector<SkyCellSet> taken;
+        std::vector<std::vector<XYZf>> directions;
+        for (const GroundPiece& piece : pieces) {
+            const XYZf& d = piece.direction;
+            const double turn = std::atan2(static_cast<double>(d.x), static_cast<double>(d.y));
+            const double depth = std::acos(std::clamp(static_cast<double>(-d.z), 0.0, 1.0));
+            const int sector = static_cast<int>(std::floor(turn / width));
+            Cell cell;
+            cell.azimuth = (sector + skyGrid::azimuthCount) % skyGrid::azimuthCount;
+            cell.altitude = std::min(static_cast<int>(depth / width), skyGrid::altitudeCount - 1);
+            cell.set = 0;
+            while (cell.set < taken.size() &&
+                   taken[cell.set].contains(cell.azimuth, cell.altitude)) {
+                ++cell.set;
+            }
+            if (cell.set == taken.size()) {
+                taken.emplace_back();
+                directions.emplace_back(cellCount, XYZf{0, 0, 0});
+            }
+            taken[cell.set].insert(cell.azimuth, cell.altitude);
+            directions[cell.set]
+                      [static_cast<std::size_t>(skyGrid::cellIndex(cell.azimuth, cell.altitude))] =
+                          d;
+            cells.push_back(cell);
+        }
+        for (std::size_t i = 0; i < taken.size(); ++i) {
+            sets.emplace_back(std::span<const XYZf, cellCount>(directions[i].data(), cellCount),
+                              taken[i]);
+        }
+    }
+};
+
 /// What all sensors of an analysis share.
 struct HourlyAnalysis::Prepared {
     HourlySky sky;
@@ -165,6 +216,7 @@ struct HourlyAnalysis::Prepared {
     std::vector<int> sunCellOfCell;          // -1 for cells without sun
     std::vector<std::size_t> patchOfCell;
     std::vector<GroundPiece> ground;
+    GroundRays groundRays;
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
 
     /// Of the sun cells, padded with zeros to a multiple of lanes.
@@ -178,7 +230,7 @@ struct HourlyAnalysis::Prepared {
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
         : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
           sunCellOfCell(cellCount, -1), patchOfCell(cellCount),
-          ground(groundPieces(options.groundRays, sky.options.northOffset)) {
+          ground(groundPieces(options.groundRays, sky.options.northOffset)), groundRays(ground) {
         std::vector<XYZf> towardsSun(cellCount, XYZf{0, 0, 0});
         SkyCellSet held;
         for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
@@ -553,13 +605,27 @@ private:
         if (open < smallGroundView || m.ground.empty()) {
             return;
         }
+        std::vector<SkyCellSet> free(m.groundRays.sets.size());
+        std::vector<float> weights(m.ground.size());
+        for (std::size_t i = 0; i < m.ground.size(); ++i) {
+            weights[i] = weigh(m.ground[i].moment, m.ground[i].solidAngle);
+            if (weights[i] > 0.0f) {
+                const GroundRays::Cell& cell = m.groundRays.cells[i];
+                free[cell.set].insert(cell.azimuth, cell.altitude);
+            }
+        }
+        m_rays.skies(m.groundRays.sets, free);
         float seen = 0.0f;
         float all = 0.0f;
-        for (const GroundPiece& piece : m.ground) {
-            const float weight = weigh(piece.moment, piece.solidAngle);
-            if (weight > 0.0f) {
-                all += weight;
-                seen += weight * m_rays.one(piece.direction);
+        for (std::size_t i = 0; i < m.ground.size(); ++i) {
+            if (weights[i] > 0.0f) {
+                const GroundRays::Cell& cell = m.groundRays.cells[i];
+                all += weights[i];
+                seen +=
+                    weights[i] *
+                    (m_rays.allOrNothing()
+                         ? static_cast<float>(free[cell.set].contains(cell.azimuth, cell.altitude))
+                         : m_rays.one(m.ground[i].direction));
             }
         }
         m_groundView = all > 0.0f ? open * seen / all : open;

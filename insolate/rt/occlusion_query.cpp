@@ -839,19 +839,24 @@ private:
         const auto wz = hn::Set(d, seen.w[2][lane]);
         const auto bound = hn::Set(d, seen.error[lane]);
         const bool edgeOn = near && (seen.edgeOn >> lane & 1U) != 0;
-        for (std::size_t done = 0; done < range.width; done += lanes) {
-            const std::size_t left = range.width - done;
-            const std::uint32_t asked = allLanes(std::min(left, lanes));
-            std::size_t azimuth = range.azimuth + done;
-            azimuth = azimuth >= skyGrid::azimuthCount ? azimuth - skyGrid::azimuthCount : azimuth;
+        BandBits sectors = sectorsOf(range);
+        while ((sectors.low | sectors.high) != 0) {
+            const std::size_t azimuth =
+                (sectors.low != 0 ? static_cast<std::size_t>(std::countr_zero(sectors.low))
+                                  : 64 + static_cast<std::size_t>(std::countr_zero(sectors.high))) &
+                ~(lanes - 1);
+            std::uint64_t& half = azimuth < 64 ? sectors.low : sectors.high;
+            const std::uint32_t asked =
+                static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
+            half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
             for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
                 const std::uint32_t still = window(open, band, azimuth) & asked;
                 if (still == 0) {
                     continue;
                 }
-                const auto x = hn::LoadU(d, directions.x[band].data() + azimuth);
-                const auto y = hn::LoadU(d, directions.y[band].data() + azimuth);
-                const auto z = hn::LoadU(d, directions.z[band].data() + azimuth);
+                const auto x = hn::Load(d, directions.x[band].data() + azimuth);
+                const auto y = hn::Load(d, directions.y[band].data() + azimuth);
+                const auto z = hn::Load(d, directions.z[band].data() + azimuth);
                 const auto u = dotOf(x, y, z, ux, uy, uz);
                 const auto v = dotOf(x, y, z, vx, vy, vz);
                 const auto w = dotOf(x, y, z, wx, wy, wz);
@@ -898,28 +903,31 @@ private:
         }
     }
 
-    /// Open cells of a band from a sector on, the sector's own in bit 0; at least 16 bits.
-    static HWY_INLINE std::uint32_t window(const SkyCellSet& open, std::size_t band,
-                                           std::size_t azimuth) {
-        const std::uint64_t low = open.words[2 * band];
-        const std::uint64_t high = open.words[2 * band + 1] | low << 8U;
-        return static_cast<std::uint32_t>(
-            azimuth < 64 ? low >> azimuth | high << 1U << (63 - azimuth) : high >> (azimuth - 64));
+    /// As many cells as a vector has lanes lie in one such part of a set.
+    using Part =
+        std::conditional_t<(HWY_MAX_BYTES / sizeof(float) >= 16), std::uint16_t, std::uint8_t>;
+
+    static HWY_INLINE void* placeOf(SkyCellSet& open, std::size_t band, std::size_t azimuth) {
+        static_assert(std::endian::native == std::endian::little);
+        return reinterpret_cast<char*>(&open.words[2 * band]) + azimuth / 8;
     }
 
-    /// Closes the cells of a window.
+    /// The part of a set with the cells of a band from a sector on, a multiple of the lanes; the
+    /// sector's own in bit 0.
+    static HWY_INLINE std::uint32_t window(SkyCellSet& open, std::size_t band,
+                                           std::size_t azimuth) {
+        Part part;
+        std::memcpy(&part, placeOf(open, band, azimuth), sizeof(part));
+        return static_cast<std::uint32_t>(part) >> azimuth % 8;
+    }
+
+    /// Closes cells of such a part.
     static HWY_INLINE void close(SkyCellSet& open, std::size_t band, std::size_t azimuth,
-                                 std::uint64_t cells) {
-        std::uint64_t beyond = 0;
-        std::uint64_t low = 0;
-        if (azimuth < 64) {
-            low = cells << azimuth;
-            beyond = cells >> 1U >> (63 - azimuth);
-        } else {
-            beyond = cells << (azimuth - 64);
-        }
-        open.words[2 * band] &= ~(low | beyond >> 8U);
-        open.words[2 * band + 1] &= ~(beyond & 0xFF);
+                                 std::uint32_t cells) {
+        Part part;
+        std::memcpy(&part, placeOf(open, band, azimuth), sizeof(part));
+        part = static_cast<Part>(part & ~(cells << azimuth % 8));
+        std::memcpy(placeOf(open, band, azimuth), &part, sizeof(part));
     }
 
     const OcclusionIndex::Storage& index;

@@ -18,9 +18,8 @@ inline XYZf inverseDirection(const XYZf& direction) {
 }
 
 struct SkyDirectionTable {
-    /// A band's directions with the first 16 repeated after the last: 16 neighbours can be loaded
-    /// from any sector on.
-    static constexpr std::size_t rowLength = skyGrid::azimuthCount + 16;
+    /// A band's directions, with room for a full load of 16 from sector 64 on.
+    static constexpr std::size_t rowLength = 80;
     using Row = std::array<float, rowLength>;
 
     alignas(64) std::array<Row, skyGrid::altitudeCount> x{};

@@ -80,8 +80,8 @@ SkyDirections::SkyDirections(std::span<const XYZf, skyGrid::cellCount> direction
     table->cells &= SkyCellSet::all();
     for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
         const auto band = static_cast<std::size_t>(altitude);
-        for (std::size_t i = 0; i < SkyDirectionTable::rowLength; ++i) {
-            const int azimuth = static_cast<int>(i) % skyGrid::azimuthCount;
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            const auto i = static_cast<std::size_t>(azimuth);
             if (!table->cells.contains(azimuth, altitude)) {
                 continue;
             }
