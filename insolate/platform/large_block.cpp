@@ -1,5 +1,6 @@
 #include <insolate/platform/large_block.h>
 
+#include <cstdint>
 #include <new>
 
 #if defined(__linux__)
@@ -16,22 +17,51 @@ constexpr std::size_t largePage = std::size_t{2} << 20U;
 /// Below this a large page would be mostly empty.
 constexpr std::size_t smallestOnLargePages = largePage / 4;
 
+#if defined(__linux__)
+
+/// Fresh pages from the system: those that the heap has handed out before stay small.
+std::byte* mapLargePages(std::size_t bytes) {
+    void* mapped = mmap(nullptr, bytes + largePage, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    auto* first = static_cast<std::byte*>(mapped);
+    const std::size_t before =
+        (largePage - reinterpret_cast<std::uintptr_t>(first) % largePage) % largePage;
+    if (before != 0) {
+        munmap(first, before);
+    }
+    munmap(first + before + bytes, largePage - before);
+    // A refusal costs nothing but speed.
+    static_cast<void>(madvise(first + before, bytes, MADV_HUGEPAGE));
+    return first + before;
+}
+
+#endif
+
 } // namespace
 
 LargeBlock::LargeBlock(std::size_t bytes) {
     const std::size_t alignment = bytes < smallestOnLargePages ? cacheLine : largePage;
     allocated = (bytes + alignment - 1) / alignment * alignment;
-    memory = {static_cast<std::byte*>(::operator new(allocated, std::align_val_t(alignment))),
-              Release{alignment}};
 #if defined(__linux__)
     if (alignment == largePage) {
-        // A refusal costs nothing but speed.
-        static_cast<void>(madvise(memory.get(), allocated, MADV_HUGEPAGE));
+        memory = {mapLargePages(allocated), Release{allocated, alignment}};
+        return;
     }
 #endif
+    memory = {static_cast<std::byte*>(::operator new(allocated, std::align_val_t(alignment))),
+              Release{allocated, alignment}};
 }
 
 void LargeBlock::Release::operator()(std::byte* block) const {
+#if defined(__linux__)
+    if (alignment == largePage) {
+        munmap(block, bytes);
+        return;
+    }
+#endif
     ::operator delete(block, std::align_val_t(alignment));
 }
 

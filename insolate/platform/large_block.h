@@ -21,10 +21,10 @@ public:
 
 private:
     struct Release {
-        std::size_t alignment;
+        std::size_t bytes, alignment;
         void operator()(std::byte* block) const;
     };
-    std::unique_ptr<std::byte, Release> memory{nullptr, Release{0}};
+    std::unique_ptr<std::byte, Release> memory{nullptr, Release{0, 0}};
     std::size_t allocated = 0;
 };
 
