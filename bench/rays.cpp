@@ -8,7 +8,7 @@
 ///     bench_rays growth            time per mask from 1,000 to 4 million triangles
 ///     bench_rays compare [sensors [scene]]   every cell against the plain octree walk
 ///
-/// Flags such as --benchmark_repetitions=21 go before the words.
+/// --benchmark_repetitions=N and the like may stand anywhere.
 #include <bench/embree_masks.h>
 #include <bench/race.h>
 #include <bench/scenes.h>
