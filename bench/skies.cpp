@@ -109,8 +109,19 @@ BENCHMARK(perezStepVector)->Apply([](benchmark::internal::Benchmark* b) {
     }
 });
 
-/// A surface tilted to the south-east under an open sky.
+/// A surface tilted to the south-east under a sky that a street's skyline leaves open.
 struct TiltedPoint {
+    TiltedPoint() {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
+            const int skyline = azimuth * 31 % 17 / 3 + (azimuth % 36 < 20 ? 4 : 0);
+            for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
+                mask.setExposureValue(azimuth, altitude, altitude < skyline ? 0.0f : 1.0f);
+                mask.setIncidenceValue(azimuth, altitude,
+                                       static_cast<float>((azimuth * 5 + altitude) % 37) / 37.0f);
+            }
+        }
+    }
+
     XYZf normal{0.5f, -0.5f, 0.7f};
     EShadingMask mask;
     insolate::PerezSurface surface{0.2, 0.0, 0.71, 0.70, 0.9, 1.0, 0.8};

@@ -287,13 +287,19 @@ PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surfac
         std::fill(tile.visibility + count, tile.visibility + padded, 0.0f);
         HWY_DYNAMIC_DISPATCH(evaluateSteps)(steps, factors, first, padded, tile);
         for (; lowSun != steps.lowSun.end() && *lowSun < first + count; ++lowSun) {
-            const StepSums step =
-                stepSums(perezOnSurface(steps.sky[*lowSun],
-                                        atStep(surface, steps, *lowSun, normal, exposure)),
-                         steps.increment);
-            tile.beam[*lowSun - first] = step.beam;
-            tile.diffuse[*lowSun - first] = step.diffuse;
-            tile.total[*lowSun - first] = step.total;
+            const std::size_t at = *lowSun;
+            PerezSurface reached = surface;
+            reached.cosineIncidence = steps.sunX[at] * factors.x + steps.sunY[at] * factors.y +
+                                      steps.sunZ[at] * factors.z;
+            reached.directFactor = tile.visibility[at - first];
+            // The model has a jump where the sun passes the surface's plane.
+            if (!(std::fabs(reached.cosineIncidence) > 1e-5)) {
+                reached = atStep(surface, steps, at, normal, exposure);
+            }
+            const StepSums step = stepSums(perezOnSurface(steps.sky[at], reached), steps.increment);
+            tile.beam[at - first] = step.beam;
+            tile.diffuse[at - first] = step.diffuse;
+            tile.total[at - first] = step.total;
         }
         for (std::size_t i = 0; i < count; ++i) {
             add(sums, {tile.beam[i], tile.diffuse[i], tile.total[i]});

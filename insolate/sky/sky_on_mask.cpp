@@ -48,6 +48,7 @@ SkyOnMask integrate(const float* direct, const float* diffuse, const float* peak
                     const float* sines, const std::uint8_t* exposure,
                     const std::uint8_t* incidence) {
     const F32 d;
+    const hn::Rebind<std::uint8_t, F32> d8;
     const std::size_t step = hn::Lanes(d);
     alignas(64) float lanes[4][laneCount];
     for (std::size_t lane = 0; lane < laneCount; lane += step) {
@@ -56,7 +57,14 @@ SkyOnMask integrate(const float* direct, const float* diffuse, const float* peak
         Floats horizontalSum = hn::Zero(d);
         Floats highest = hn::Zero(d);
         for (std::size_t i = lane; i < skyGrid::cellCount; i += laneCount) {
-            const Floats factor = hn::Mul(fraction(d, exposure + i), fraction(d, incidence + i));
+            // Most cells are open or blocked as a whole, with their neighbours.
+            const auto bytes = hn::LoadU(d8, exposure + i);
+            Floats factor = hn::Zero(d);
+            if (hn::AllTrue(d8, hn::Eq(bytes, hn::Set(d8, 255)))) {
+                factor = fraction(d, incidence + i);
+            } else if (!hn::AllTrue(d8, hn::Eq(bytes, hn::Zero(d8)))) {
+                factor = hn::Mul(fraction(d, exposure + i), fraction(d, incidence + i));
+            }
             const Floats cellDiffuse = hn::LoadU(d, diffuse + i);
             const Floats cellDirect = hn::LoadU(d, direct + i);
             diffuseSum = hn::Add(diffuseSum, hn::Mul(cellDiffuse, factor));
