@@ -119,9 +119,10 @@ private:
             corners += part.mFaces[i].mNumIndices;
         }
         if (m_mesh.vertices.size() + part.mNumVertices >= 0xFFFFFFFFU || corners >= 0xFFFFFFFFU) {
-            throw DataError(fmt::format("{}: the model has more vertices than can be counted; "
-                                        "split it into several files",
-                                        place(m_file)));
+            throw DataError(
+                fmt::format("{}: the model has more vertices or corners than can be counted; "
+                            "split it into several files",
+                            place(m_file)));
         }
         const auto firstVertex = static_cast<std::uint32_t>(m_mesh.vertices.size());
         for (unsigned i = 0; i < part.mNumVertices; ++i) {

@@ -5,6 +5,7 @@
 #include "app/input/numbers.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <numeric>
 
@@ -24,9 +25,121 @@ double turn(const PlanePoint& a, const PlanePoint& b, const PlanePoint& c) {
     return (b.u - a.u) * (c.v - a.v) - (b.v - a.v) * (c.u - a.u);
 }
 
-bool isInside(const PlanePoint& p, const PlanePoint& a, const PlanePoint& b, const PlanePoint& c) {
-    return turn(a, b, p) >= 0.0 && turn(b, c, p) >= 0.0 && turn(c, a, p) >= 0.0;
-}
+/// A triangle that winds counter-clockwise, with its border.
+struct Ear {
+    const PlanePoint& a;
+    const PlanePoint& b;
+    const PlanePoint& c;
+
+    [[nodiscard]] bool holds(const PlanePoint& p) const {
+        return turn(a, b, p) >= 0.0 && turn(b, c, p) >= 0.0 && turn(c, a, p) >= 0.0;
+    }
+    /// Whether it may hold a point of the box: no edge has the whole box on its outer side. Each
+    /// edge looks at the box's corner that lies farthest in; rounding cannot turn that order.
+    [[nodiscard]] bool mayMeet(const PlanePoint& low, const PlanePoint& high) const {
+        const auto reaches = [&](const PlanePoint& from, const PlanePoint& to) {
+            return turn(from, to,
+                        {to.v - from.v >= 0.0 ? low.u : high.u,
+                         to.u - from.u >= 0.0 ? high.v : low.v}) >= 0.0;
+        };
+        return reaches(a, b) && reaches(b, c) && reaches(c, a);
+    }
+};
+
+/// The corners that are still part of the polygon, in a tree of boxes. To ask whether a triangle is
+/// empty takes the square root of their number at most, so that no polygon makes the cutting cubic.
+class CornerTree {
+public:
+    explicit CornerTree(const std::vector<PlanePoint>& points)
+        : m_points(points), m_order(points.size()), m_place(points.size()),
+          m_present(points.size(), true) {
+        std::iota(m_order.begin(), m_order.end(), 0U);
+        m_nodes.resize(2 * std::bit_ceil(points.size() / leafSize + 1));
+        build(1, 0, points.size());
+        for (std::uint32_t i = 0; i < m_order.size(); ++i) {
+            m_place[m_order[i]] = i;
+        }
+    }
+
+    void remove(std::uint32_t corner) {
+        m_present[corner] = false;
+        std::size_t node = 1;
+        --m_nodes[node].present;
+        for (std::size_t first = 0, end = m_order.size(); end - first > leafSize;) {
+            const std::size_t middle = (first + end) / 2;
+            const bool upper = m_place[corner] >= middle;
+            (upper ? first : end) = middle;
+            node = 2 * node + (upper ? 1 : 0);
+            --m_nodes[node].present;
+        }
+    }
+
+    /// Whether the triangle of three neighbours holds no other corner.
+    [[nodiscard]] bool isEmpty(std::uint32_t a, std::uint32_t b, std::uint32_t c) const {
+        const Ear ear{m_points[a], m_points[b], m_points[c]};
+        const auto isOther = [&](std::uint32_t i) { return i != a && i != b && i != c; };
+        return isEmpty(ear, isOther, 1, 0, m_order.size());
+    }
+
+private:
+    static constexpr std::size_t leafSize = 8;
+
+    struct Node {
+        PlanePoint low{}, high{};
+        std::size_t present = 0;
+    };
+
+    void build(std::size_t node, std::size_t first, std::size_t end) {
+        PlanePoint low = m_points[m_order[first]];
+        PlanePoint high = low;
+        for (std::size_t i = first; i < end; ++i) {
+            const PlanePoint& p = m_points[m_order[i]];
+            low = {std::min(low.u, p.u), std::min(low.v, p.v)};
+            high = {std::max(high.u, p.u), std::max(high.v, p.v)};
+        }
+        m_nodes[node] = {low, high, end - first};
+        if (end - first <= leafSize) {
+            return;
+        }
+        const std::size_t middle = (first + end) / 2;
+        const bool alongU = high.u - low.u >= high.v - low.v;
+        const auto at = [&](std::size_t i) {
+            return m_order.begin() + static_cast<std::ptrdiff_t>(i);
+        };
+        std::nth_element(at(first), at(middle), at(end), [&](std::uint32_t i, std::uint32_t j) {
+            return alongU ? m_points[i].u < m_points[j].u : m_points[i].v < m_points[j].v;
+        });
+        build(2 * node, first, middle);
+        build(2 * node + 1, middle, end);
+    }
+
+    template <typename IsOther>
+    bool isEmpty(const Ear& ear, const IsOther& isOther, std::size_t node, std::size_t first,
+                 std::size_t end) const {
+        const Node& box = m_nodes[node];
+        if (box.present == 0 || !ear.mayMeet(box.low, box.high)) {
+            return true;
+        }
+        if (end - first > leafSize) {
+            const std::size_t middle = (first + end) / 2;
+            return isEmpty(ear, isOther, 2 * node, first, middle) &&
+                   isEmpty(ear, isOther, 2 * node + 1, middle, end);
+        }
+        for (std::size_t i = first; i < end; ++i) {
+            const std::uint32_t corner = m_order[i];
+            if (m_present[corner] && isOther(corner) && ear.holds(m_points[corner])) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    const std::vector<PlanePoint>& m_points;
+    std::vector<std::uint32_t> m_order; ///< corners, as the tree's leaves hold them
+    std::vector<std::uint32_t> m_place; ///< of a corner in the order
+    std::vector<bool> m_present;
+    std::vector<Node> m_nodes; ///< 1 is the whole; the halves of n are 2n and 2n + 1
+};
 
 /// Drops the axis along which the normal is longest; the result winds counter-clockwise.
 std::vector<PlanePoint> projected(std::span<const Vector3> polygon, const Vector3& normal) {
@@ -94,32 +207,75 @@ std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> p
         return triangles;
     }
     const std::vector<PlanePoint> points = projected(polygon, areaVector(polygon));
-    std::vector<std::uint32_t> rest(polygon.size());
-    std::iota(rest.begin(), rest.end(), 0U);
-    std::size_t at = 0;
-    std::size_t failures = 0;
-    while (rest.size() > 3) {
-        const std::size_t count = rest.size();
-        const std::uint32_t a = rest[at % count];
-        const std::uint32_t b = rest[(at + 1) % count];
-        const std::uint32_t c = rest[(at + 2) % count];
-        bool ear = turn(points[a], points[b], points[c]) > 0.0;
-        for (std::size_t i = 3; ear && i < count; ++i) {
-            const std::uint32_t other = rest[(at + i) % count];
-            ear = !isInside(points[other], points[a], points[b], points[c]);
+    if (polygon.size() == 4) { // most faces: an ear of the second corner, or else of the third
+        const bool ear = turn(points[0], points[1], points[2]) > 0.0 &&
+                         !Ear{points[0], points[1], points[2]}.holds(points[3]);
+        triangles.push_back(ear ? std::array{0U, 1U, 2U} : std::array{1U, 2U, 3U});
+        triangles.push_back(ear ? std::array{0U, 2U, 3U} : std::array{0U, 1U, 3U});
+        return triangles;
+    }
+    const auto count = static_cast<std::uint32_t>(points.size());
+    CornerTree corners(points);
+    std::vector<std::uint32_t> before(count);
+    std::vector<std::uint32_t> after(count);
+    std::vector<std::uint32_t> waiting(count); // a ring: no corner waits twice
+    std::vector<bool> waits(count, true);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        before[i] = (i + count - 1) % count;
+        after[i] = (i + 1) % count;
+        waiting[i] = after[i];
+    }
+    std::size_t head = 0;
+    std::size_t queued = count;
+    const auto enqueue = [&](std::uint32_t corner) {
+        if (!waits[corner]) {
+            waits[corner] = true;
+            waiting[(head + queued++) % count] = corner;
         }
-        // When a whole round finds no ear the polygon is degenerate; cutting anyway ends the work.
-        if (ear || failures >= count) {
+    };
+    // When no corner is an ear though neighbours have gone, all are looked at once more: corners
+    // that touch others may have come free. A polygon that has none then is degenerate, and cutting
+    // anyway ends the work.
+    std::size_t looksAgain = std::size_t{20} * count;
+    bool hasChanged = false;
+    std::uint32_t last = 0;
+    while (triangles.size() + 3 < count) {
+        bool forced = false;
+        if (queued == 0) {
+            const std::size_t left = count - triangles.size();
+            if (hasChanged && looksAgain >= left) {
+                looksAgain -= left;
+                hasChanged = false;
+                for (std::uint32_t i = last, seen = 0; seen < left; ++seen, i = after[i]) {
+                    enqueue(i);
+                }
+            } else {
+                forced = true;
+                enqueue(last);
+            }
+        }
+        const std::uint32_t b = waiting[head];
+        head = (head + 1) % count;
+        --queued;
+        waits[b] = false;
+        const std::uint32_t a = before[b];
+        const std::uint32_t c = after[b];
+        if (a == b) {
+            continue; // it has gone since
+        }
+        if (forced || (turn(points[a], points[b], points[c]) > 0.0 && corners.isEmpty(a, b, c))) {
             triangles.push_back({a, b, c});
-            rest.erase(rest.begin() + static_cast<std::ptrdiff_t>((at + 1) % count));
-            at %= rest.size();
-            failures = 0;
-        } else {
-            at = (at + 1) % count;
-            ++failures;
+            corners.remove(b);
+            after[a] = c;
+            before[c] = a;
+            before[b] = b;
+            hasChanged = !forced;
+            last = c;
+            enqueue(a);
+            enqueue(c);
         }
     }
-    triangles.push_back({rest[0], rest[1], rest[2]});
+    triangles.push_back({last, after[last], before[last]});
     return triangles;
 }
 

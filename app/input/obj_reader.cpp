@@ -2,6 +2,7 @@
 #include "app/input/mesh_import.h"
 #include "app/input/numbers.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <istream>
@@ -100,6 +101,12 @@ struct ObjBuilder {
             return;
         }
         const auto vertexCount = static_cast<long>(mesh.vertices.size());
+        if (std::max(mesh.vertices.size(), mesh.corners.size() + static_cast<std::size_t>(count)) >=
+            0xFFFFFFFFU) {
+            fail("the model has more vertices or corners than can be counted; split it into "
+                 "several files");
+            return;
+        }
         Mesh::Face face;
         face.firstCorner = static_cast<std::uint32_t>(mesh.corners.size());
         for (int i = 0; i < count; ++i) {

@@ -33,6 +33,34 @@ bool isFlatAndConvex(std::span<const Vector3> quad, const Vector3& normal) {
     return true;
 }
 
+/// Rows and columns of cells on a quadrilateral; none when its edges ask for far more cells than
+/// its area and outline do, as in a kite as thin as a needle.
+struct QuadCells {
+    double columns = 0.0;
+    double rows = 0.0;
+
+    QuadCells(std::span<const Vector3> quad, const Vector3& area, double spacing) {
+        if (quad.size() != 4 || !isFlatAndConvex(quad, area * (1.0 / length(area)))) {
+            return;
+        }
+        const auto pieces = [&](double edge, double opposite) {
+            return std::max(1.0, std::ceil(std::max(edge, opposite) / (spacing * slack)));
+        };
+        const double first = length(quad[1] - quad[0]);
+        const double second = length(quad[2] - quad[1]);
+        const double third = length(quad[3] - quad[2]);
+        const double fourth = length(quad[0] - quad[3]);
+        columns = pieces(first, third);
+        rows = pieces(fourth, second);
+        const double needed =
+            0.5 * length(area) / (spacing * spacing) + (first + second + third + fourth) / spacing;
+        if (columns * rows > 4.0 * needed + 4.0) {
+            columns = rows = 0.0;
+        }
+    }
+    [[nodiscard]] bool any() const { return columns > 0.0; }
+};
+
 class Cutter {
 public:
     explicit Cutter(const SensorGridOptions& options) : m_options(options) {
@@ -47,8 +75,8 @@ public:
             return;
         }
         const Vector3 normal = area * (1.0 / size);
-        if (polygon.size() == 4 && isFlatAndConvex(polygon, normal)) {
-            cutQuad(polygon, normal);
+        if (const QuadCells cells(polygon, area, m_options.spacing); cells.any()) {
+            cutQuad(polygon, normal, cells);
             return;
         }
         for (const auto& corners : triangulate(polygon)) {
@@ -85,30 +113,61 @@ private:
                 continue;
             }
             std::size_t first = 0; // the longest edge starts here; the earliest of equals
+            std::size_t least = 0; // and the shortest here
             double longest = length(t[1] - t[0]);
+            double shortest = longest;
             for (std::size_t i = 1; i < 3; ++i) {
                 const double edge = length(t[(i + 1) % 3] - t[i]);
                 if (edge > longest * slack) {
                     longest = edge;
                     first = i;
                 }
+                if (edge < shortest) {
+                    shortest = edge;
+                    least = i;
+                }
+            }
+            if (shortest <= 0.5 * m_options.spacing && longest > largestEdge) {
+                slice({t[least], t[(least + 1) % 3], t[(least + 2) % 3]},
+                      std::ceil(longest / largestEdge), normal);
+                continue;
             }
             const Vector3& a = t[first];
             const Vector3& b = t[(first + 1) % 3];
             const Vector3& c = t[(first + 2) % 3];
             const Vector3 middle = (a + b) * 0.5;
+            if (length(middle - a) == 0.0 || length(middle - b) == 0.0) {
+                // Far from the origin a small grid asks for more than the coordinates can tell.
+                addCell(t, middle, normal);
+                continue;
+            }
             m_open.push_back({middle, b, c});
             m_open.push_back({a, middle, c});
         }
     }
 
-    void cutQuad(std::span<const Vector3> quad, const Vector3& normal) {
-        const auto pieces = [&](double edge, double opposite) {
-            const double larger = std::max(edge, opposite);
-            return std::max(1.0, std::ceil(larger / (m_options.spacing * slack)));
-        };
-        const double columns = pieces(length(quad[1] - quad[0]), length(quad[2] - quad[3]));
-        const double rows = pieces(length(quad[3] - quad[0]), length(quad[2] - quad[1]));
+    /// Cuts a needle across, between its short edge and its tip; halving would give three needles
+    /// of half the length again and again.
+    void slice(const Triangle& needle, double count, const Vector3& normal) {
+        const auto [left, right, tip] = needle;
+        Vector3 l0 = left;
+        Vector3 r0 = right;
+        for (double i = 1.0; i <= count; i += 1.0) {
+            const Vector3 l1 = left + (tip - left) * (i / count);
+            const Vector3 r1 = right + (tip - right) * (i / count);
+            if (i < count) {
+                addCell(std::array{l0, r0, r1, l1}, (l0 + r0 + r1 + l1) * 0.25, normal);
+            } else {
+                addCell(std::array{l0, r0, tip}, (l0 + r0 + tip) * (1.0 / 3.0), normal);
+            }
+            l0 = l1;
+            r0 = r1;
+        }
+    }
+
+    void cutQuad(std::span<const Vector3> quad, const Vector3& normal, const QuadCells& cells) {
+        const double columns = cells.columns;
+        const double rows = cells.rows;
         const auto at = [&](double column, double row) {
             const double u = column / columns;
             const double v = row / rows;
@@ -148,21 +207,23 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
     std::vector<Vector3> polygon;
     for (const std::uint32_t index : faces) {
         polygonOf(mesh, mesh.faces[index], polygon);
-        // The parts of a polygon that crosses itself have more area than the whole.
-        double area = 0.0;
+        const Vector3 whole = areaVector(polygon);
+        if (!(length(whole) > 0.0)) {
+            continue;
+        }
+        if (const QuadCells cells(polygon, whole, options.spacing); cells.any()) {
+            count += cells.columns * cells.rows;
+            continue;
+        }
         for (const auto& corners : triangulate(polygon)) {
-            area += 0.5 * length(areaVector(std::array{polygon[corners[0]], polygon[corners[1]],
-                                                       polygon[corners[2]]}));
+            const Triangle triangle = {polygon[corners[0]], polygon[corners[1]],
+                                       polygon[corners[2]]};
+            const double area = 0.5 * length(areaVector(triangle));
+            if (area > 0.0) {
+                count += std::max({1.0, 1.3 * area / (options.spacing * options.spacing),
+                                   0.75 * longestEdge(triangle) / options.spacing});
+            }
         }
-        double longest = 0.0;
-        for (std::size_t i = 0; i < polygon.size(); ++i) {
-            longest = std::max(longest, length(polygon[i] - polygon[(i + 1) % polygon.size()]));
-        }
-        const double byArea = 1.3 * area / (options.spacing * options.spacing);
-        // A needle is halved along both its long edges; each of a polygon's triangles may be one.
-        const double byEdge =
-            static_cast<double>(polygon.size() - 2) * (2.0 * longest / options.spacing - 3.0);
-        count += std::max({1.0, byArea, byEdge});
     }
     return count;
 }

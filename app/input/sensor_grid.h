@@ -26,11 +26,13 @@ struct SensorGrid {
 double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
                             const SensorGridOptions& options);
 
-/// Cuts the faces. A convex flat quadrilateral becomes rows and columns of quadrilaterals; any
-/// other face becomes triangles, each halved across its longest edge until it is small enough: its
-/// area at most the spacing's square, its longest edge at most twice the spacing. Halving the
-/// longest edge never makes an angle less than half as wide as the narrowest one there was
-/// (Rosenberg and Stenger 1975, Mathematics of Computation 29, 390-395), so no slivers arise.
+/// Cuts the faces. A convex flat quadrilateral becomes rows and columns of quadrilaterals, unless
+/// they would be far more than its area and outline ask for. Any other face becomes triangles, each
+/// halved across its longest edge until it is small enough: its area at most the spacing's square,
+/// its longest edge at most twice the spacing. Halving the longest edge never makes an angle less
+/// than half as wide as the narrowest one there was (Rosenberg and Stenger 1975, Mathematics of
+/// Computation 29, 390-395), so no slivers arise. A needle, whose short edge is at most half the
+/// spacing, is sliced across instead.
 /// The order of the sensors is the order of the faces.
 SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
                           const SensorGridOptions& options);

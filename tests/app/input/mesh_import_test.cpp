@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <numbers>
+#include <random>
 
 namespace insolate::app {
 namespace {
@@ -41,7 +43,43 @@ TEST(Mesh, CutsConcavePolygonsIntoTrianglesThatCoverThem) {
         std::reverse(polygon.begin(), polygon.end());
         EXPECT_NEAR(areaOf(polygon), 5.0, 1e-12);
     }
+    // Stars of random points, windings of a spiral and the teeth of a comb.
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> radius(0.1, 10.0);
+    std::vector<Vector3> star;
+    std::vector<Vector3> spiral;
+    std::vector<Vector3> comb = {{0, -1, 0}, {2000, -1, 0}};
+    for (int i = 0; i < 2000; ++i) {
+        const double angle = i * 2.0 * std::numbers::pi / 2000.0;
+        const double r = radius(random);
+        star.push_back({r * std::cos(angle), r * std::sin(angle), 0.0});
+        const bool inward = i >= 1000;
+        const double turn = (inward ? 1999 - i : i) * 0.03;
+        const double from = 1.0 + turn + (inward ? 1.0 : 0.0);
+        spiral.push_back({from * std::cos(turn), from * std::sin(turn), 0.0});
+        comb.push_back({1999.5 - i, i % 2 == 0 ? 1000.0 + radius(random) : 0.0, 0.0});
+    }
+    for (const auto& polygon : {star, spiral, comb}) {
+        EXPECT_NEAR(areaOf(polygon) / (0.5 * length(areaVector(polygon))), 1.0, 1e-9);
+    }
+}
+
+TEST(Mesh, CutsDegeneratePolygonsOfManyCornersInTime) {
     EXPECT_EQ(triangulate(std::vector<Vector3>(5)).size(), 3U); // all corners in one place
+    const std::size_t count = 100'000;
+    std::mt19937 random(12);
+    std::uniform_real_distribution<double> place(-1.0, 1.0);
+    std::vector<Vector3> line;
+    std::vector<Vector3> tangle;
+    std::vector<Vector3> thereAndBack;
+    for (std::size_t i = 0; i < count; ++i) {
+        line.push_back({static_cast<double>(i), 0.0, 0.0});
+        tangle.push_back({place(random), place(random), 0.0});
+        thereAndBack.push_back({i % 2 == 0 ? 0.0 : 1.0, 0.0, i % 3 == 0 ? 1.0 : 0.0});
+    }
+    for (const auto& polygon : {line, tangle, thereAndBack}) {
+        EXPECT_EQ(triangulate(polygon).size(), count - 2);
+    }
 }
 
 TEST(ObjImport, KeepsNamesPolygonsAndDoublePrecision) {
