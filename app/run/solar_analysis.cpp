@@ -1,6 +1,7 @@
 #include "app/run/solar_analysis.h"
 
 #include "app/errors.h"
+#include "app/input/file_name.h"
 #include "app/run/weather_year.h"
 
 #include <algorithm>
@@ -113,19 +114,21 @@ void loadWeather(ESolarAnalysisController& controller, const std::filesystem::pa
                                     ".mra file that you may read",
                                     place(file)));
     }
-    // Marks for missing values are numbers to the readers; allowed gaps are without radiation.
-    if (!report.radiationMissing.empty()) {
-        EWeatherData& store = controller.getWeatherData();
-        const auto isMark = [](float value) { return value < 0.0f || value >= 9999.0f; };
-        for (int day = 0; day < ESolarPosition::DAYS_PER_YEAR; ++day) {
-            for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
-                if (isMark(store.getHourlyDirectRad(day, hour)) ||
-                    isMark(store.getHourlyDiffuseRad(day, hour))) {
-                    store.setHourlyDirectRad(day, hour, 0.0f);
-                    store.setHourlyDiffuseRad(day, hour, 0.0f);
-                }
-            }
+    // Marks for missing values are numbers to the readers, and the store's 16 bits wrap the larger
+    // ones; allowed gaps are without radiation.
+    EWeatherData& store = controller.getWeatherData();
+    const bool isText = hasExtension(file, {".epw"});
+    constexpr int lastDay = ESolarPosition::DAYS_PER_YEAR - 1;
+    for (const auto& [day, hour] : report.radiationMissing) {
+        // Of text files the store has 31 December, where it is given, in the place of the 30th.
+        if (isText && day == lastDay - 1 &&
+            std::find(report.hoursMissing.begin(), report.hoursMissing.end(),
+                      HourOfYear(lastDay, hour)) == report.hoursMissing.end()) {
+            continue;
         }
+        const int place = isText ? std::min(day, lastDay - 1) : day;
+        store.setHourlyDirectRad(place, hour, 0.0f);
+        store.setHourlyDiffuseRad(place, hour, 0.0f);
     }
 }
 
