@@ -20,6 +20,7 @@ function(insolate_compile_options target)
   if(INSOLATE_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${INSOLATE_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)
+    target_compile_definitions(${target} PRIVATE INSOLATE_SANITIZED)
     target_link_options(${target} PUBLIC -fsanitize=${INSOLATE_SANITIZE})
     get_target_property(type ${target} TYPE)
     if(type STREQUAL "EXECUTABLE")

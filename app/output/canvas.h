@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <numbers>
 #include <optional>
 #include <span>
 #include <string>
@@ -16,6 +17,8 @@
 #include <cairo.h>
 
 namespace insolate::app {
+
+inline constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 
 /// How a column's values are shown: in which unit, and between which ends the colours run.
 struct ColorScale {

@@ -17,8 +17,7 @@ namespace insolate::app {
 
 namespace {
 
-constexpr double radians = std::numbers::pi / 180.0;
-constexpr Color background = {1.0, 1.0, 1.0};
+constexpr Color paper = {1.0, 1.0, 1.0};
 
 double dot(const Vector3& a, const Vector3& b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
@@ -66,8 +65,8 @@ struct View {
 
     View(double bearingInModel, double elevation, const Vector3& modelCenter)
         : center(modelCenter) {
-        const double a = bearingInModel * radians;
-        const double e = elevation * radians;
+        const double a = bearingInModel * radiansPerDegree;
+        const double e = elevation * radiansPerDegree;
         toViewer = {std::sin(a) * std::cos(e), std::cos(a) * std::cos(e), std::sin(e)};
         right = {-std::cos(a), std::sin(a), 0.0};
         up = cross(toViewer, right);
@@ -244,7 +243,7 @@ void drawNorthArrow(const Canvas& canvas, const View& view, double north, double
     const double radius = 46.0 * canvas.unit();
     // `turn` degrees clockwise from north, `part` of the radius away from the middle.
     const auto at = [&](double turn, double part) {
-        const double a = (north + turn) * radians;
+        const double a = (north + turn) * radiansPerDegree;
         const Vector3 p = view.inViewAxes({std::sin(a), std::cos(a), 0.0});
         return std::array<double, 2>{x + radius * part * p.x, y - radius * part * p.y};
     };
@@ -332,7 +331,7 @@ void drawHeatmap(OutputFile& out, const Scene& scene, const SensorField& field,
         buffer.darkenEdges();
         canvas.pixels(static_cast<int>(area.x), areaTop, areaHeight,
                       [&](std::span<std::uint32_t> pixels, std::size_t stride) {
-                          buffer.resolve(background, pixels, stride);
+                          buffer.resolve(paper, pixels, stride);
                       });
         pixelsPerMetre = painter.pixelsPerMetre();
     }

@@ -14,7 +14,6 @@ namespace insolate::app {
 
 namespace {
 
-constexpr double radians = std::numbers::pi / 180.0;
 constexpr double cellDegrees = 90.0 / skyGrid::altitudeCount;
 
 /// The circle of the horizon in the picture; altitude falls evenly from the centre to the rim.
@@ -25,7 +24,8 @@ struct Dome {
 
     [[nodiscard]] std::array<double, 2> at(double azimuth, double altitude) const {
         const double r = radius * (90.0 - altitude) / 90.0;
-        return {x + r * std::sin(azimuth * radians), y - r * std::cos(azimuth * radians)};
+        return {x + r * std::sin(azimuth * radiansPerDegree),
+                y - r * std::cos(azimuth * radiansPerDegree)};
     }
 };
 
@@ -47,7 +47,7 @@ void fillCells(const Canvas& canvas, const Dome& dome, const ResultColumn& colum
                     const double altitude = 90.0 - 90.0 * std::hypot(dx, dy) / dome.radius;
                     Color color{1.0, 1.0, 1.0};
                     if (altitude >= 0.0) {
-                        const double azimuth = std::atan2(dx, dy) / radians;
+                        const double azimuth = std::atan2(dx, dy) / radiansPerDegree;
                         const double turned = azimuth < 0.0 ? azimuth + 360.0 : azimuth;
                         const int sector = std::min(static_cast<int>(turned / cellDegrees),
                                                     skyGrid::azimuthCount - 1);
@@ -141,8 +141,8 @@ void writeSkyCsv(OutputFile& out, std::span<const ResultColumn> columns) {
     }
     out.write("\n");
     for (int band = 0; band < skyGrid::altitudeCount; ++band) {
-        const double low = band * cellDegrees * radians;
-        const double high = (band + 1) * cellDegrees * radians;
+        const double low = band * cellDegrees * radiansPerDegree;
+        const double high = (band + 1) * cellDegrees * radiansPerDegree;
         const double solidAngle =
             (std::sin(high) - std::sin(low)) * 2.0 * std::numbers::pi / skyGrid::azimuthCount;
         for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {

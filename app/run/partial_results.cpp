@@ -15,8 +15,8 @@ namespace insolate::app {
 
 namespace {
 
-constexpr std::string_view magic = "INSOPART";
-constexpr std::uint32_t formatVersion = 1;
+constexpr std::string_view partialMagic = "INSOPART";
+constexpr std::uint32_t partialVersion = 1;
 
 struct BlockHeader {
     std::uint64_t first;
@@ -81,8 +81,8 @@ std::size_t PartialResults::payloadSize(std::size_t count) const {
 }
 
 std::string PartialResults::headerBytes() const {
-    std::string bytes(magic);
-    append(bytes, formatVersion);
+    std::string bytes(partialMagic);
+    append(bytes, partialVersion);
     append(bytes, static_cast<std::uint32_t>(m_columns.size()));
     append(bytes, static_cast<std::uint64_t>(sensorCount()));
     append(bytes, m_key);

@@ -19,8 +19,8 @@ namespace {
 static_assert(std::endian::native == std::endian::little, "the file is written as memory stands");
 static_assert(skyGrid::cellCount % 8 == 0);
 
-constexpr std::string_view magic = "INSOMASK";
-constexpr std::uint32_t formatVersion = 1;
+constexpr std::string_view maskMagic = "INSOMASK";
+constexpr std::uint32_t maskVersion = 1;
 
 struct Header {
     char magic[8];
@@ -81,8 +81,8 @@ SkyCellSet SkyVisibilityStore::visibleSky(std::size_t sensor) const {
 
 void SkyVisibilityStore::write(OutputFile& out, const VisibilityKey& key) const {
     Header header = {};
-    magic.copy(header.magic, magic.size());
-    header.version = formatVersion;
+    maskMagic.copy(header.magic, maskMagic.size());
+    header.version = maskVersion;
     header.recordSize = recordSize;
     header.sensors = key.sensors;
     header.triangles = key.triangles;
@@ -105,8 +105,9 @@ bool SkyVisibilityStore::isForeign(const std::filesystem::path& file, const Visi
     in.read(reinterpret_cast<char*>(&header), sizeof header);
     const VisibilityKey made = {
         header.sensors, header.triangles, {header.hash[0], header.hash[1]}, header.north};
-    return in.gcount() == sizeof header && std::string_view(header.magic, magic.size()) == magic &&
-           (header.version != formatVersion || made != key);
+    return in.gcount() == sizeof header &&
+           std::string_view(header.magic, maskMagic.size()) == maskMagic &&
+           (header.version != maskVersion || made != key);
 }
 
 SkyVisibilityStore SkyVisibilityStore::read(const std::filesystem::path& file,
@@ -121,14 +122,15 @@ SkyVisibilityStore SkyVisibilityStore::read(const std::filesystem::path& file,
     }
     Header header = {};
     in.read(reinterpret_cast<char*>(&header), sizeof header);
-    if (in.gcount() != sizeof header || std::string_view(header.magic, magic.size()) != magic) {
+    if (in.gcount() != sizeof header ||
+        std::string_view(header.magic, maskMagic.size()) != maskMagic) {
         throw DataError(fmt::format("{}: not a mask file; give the sensors.masks that a run with "
                                     "--save-masks wrote",
                                     place(file)));
     }
-    if (header.version != formatVersion || header.recordSize != recordSize) {
+    if (header.version != maskVersion || header.recordSize != recordSize) {
         throw DataError(fmt::format("{}: the mask file has version {}, this program reads {}; {}",
-                                    place(file), header.version, formatVersion, again));
+                                    place(file), header.version, maskVersion, again));
     }
     if (header.sensors != key.sensors || header.triangles != key.triangles) {
         throw DataError(fmt::format(

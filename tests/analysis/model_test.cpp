@@ -16,7 +16,6 @@ namespace {
 
 using insolate::test::DebugRecorder;
 
-constexpr XYZf origin{0.0f, 0.0f, 0.0f};
 constexpr XYZf up{0.0f, 0.0f, 1.0f};
 
 /// A model whose points are deleted at the end, as a host would.
@@ -25,7 +24,7 @@ struct OwnedModel {
     std::vector<std::unique_ptr<ECalculationPoint>> points;
 
     int add() {
-        const int key = model.addCalculationPoint(origin, up, 40);
+        const int key = model.addCalculationPoint(XYZf(), up, 40);
         points.emplace_back(model.getCalculationPoint(key));
         return key;
     }
@@ -100,8 +99,8 @@ TEST(Model, SpeaksOfTheSharedSite) {
 }
 
 TEST(CalculationPoint, FaceAndExtraKeysExcludeEachOther) {
-    ECalculationPoint onFace(origin, up, 7, 40, true);
-    ECalculationPoint loose(origin, up, 8, 41, false);
+    ECalculationPoint onFace(XYZf(), up, 7, 40, true);
+    ECalculationPoint loose(XYZf(), up, 8, 41, false);
     XYZf* normal = nullptr;
     onFace.getNormal(&normal);
     ASSERT_NE(normal, nullptr);
@@ -120,7 +119,7 @@ TEST(CalculationPoint, FaceAndExtraKeysExcludeEachOther) {
 }
 
 TEST(CalculationPoint, ValuesExistOnlyAfterACalculation) {
-    ECalculationPoint point(origin, up, 0, 0, true);
+    ECalculationPoint point(XYZf(), up, 0, 0, true);
     DebugRecorder recorder;
     EXPECT_FALSE(point.hasValidValue());
     EXPECT_EQ(point.getValue(ResultAccumulator_Total), 0.0f);

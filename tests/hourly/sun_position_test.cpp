@@ -1,3 +1,5 @@
+#include "made_weather.h"
+
 #include <insolate/solar/sun_position.h>
 
 #include <gtest/gtest.h>
@@ -8,7 +10,7 @@
 namespace insolate {
 namespace {
 
-constexpr double degree = std::numbers::pi / 180.0;
+using test::degree;
 
 // Reda and Andreas (2004), Solar Energy 76(5), section 4 and appendix: the worked example.
 const Site golden{39.742476, -105.1786, -7.0, 1830.14};

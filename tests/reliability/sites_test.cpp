@@ -22,7 +22,7 @@ namespace {
 
 constexpr double degree = 3.14159265358979323846 / 180.0;
 constexpr int siteCount = 200;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef INSOLATE_SANITIZED
 constexpr int siteStep = 7; // many times slower
 #else
 constexpr int siteStep = 1;

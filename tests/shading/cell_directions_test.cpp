@@ -16,19 +16,19 @@ using insolate::allCellDirections;
 using insolate::cellDirection;
 using insolate::test::KeepGlobalSite;
 
-constexpr double degree = std::numbers::pi / 180.0;
+constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 
 /// Compass azimuth 0..360 and altitude [degrees] of a direction of a model without north offset.
 struct Compass {
     explicit Compass(const XYZf& d)
-        : azimuth(std::fmod(std::atan2(d.x, d.y) / degree + 360.0, 360.0)),
-          altitude(std::asin(static_cast<double>(d.z)) / degree) {}
+        : azimuth(std::fmod(std::atan2(d.x, d.y) / radiansPerDegree + 360.0, 360.0)),
+          altitude(std::asin(static_cast<double>(d.z)) / radiansPerDegree) {}
     double azimuth, altitude;
 };
 
 TEST(CellDirections, PointAtTheCellsCentresClockwiseFromNorth) {
     for (const double offset : {0.0, 30.0, -90.0, 200.0}) {
-        const KeepGlobalSite north(offset * degree);
+        const KeepGlobalSite north(offset * radiansPerDegree);
         const auto directions = allCellDirections();
         for (int cell = 0; cell < 1296; ++cell) {
             const XYZf d = directions->direction[static_cast<std::size_t>(cell)];
@@ -52,13 +52,13 @@ TEST(CellDirections, KeepAJitteredDirectionUntilTheNorthOffsetChanges) {
     };
     forgetAll();
     EGeometry::SeedRandomiser(5);
-    const double across = (EGeometry::RandomNumber() * 0.6 + 0.2) * 5 * degree;
-    const double up = (EGeometry::RandomNumber() * 0.6 + 0.2) * 5 * degree;
+    const double across = (EGeometry::RandomNumber() * 0.6 + 0.2) * 5 * radiansPerDegree;
+    const double up = (EGeometry::RandomNumber() * 0.6 + 0.2) * 5 * radiansPerDegree;
     EGeometry::SeedRandomiser(5);
     const Compass jittered(cellDirection(20, 6, true));
     // The random numbers exceed 1 where the platform's do: any angle may come out.
-    const double altitude = (30 + 5 * up) * degree;
-    EXPECT_NEAR(std::sin(jittered.altitude * degree), std::sin(altitude), 1e-3);
+    const double altitude = (30 + 5 * up) * radiansPerDegree;
+    EXPECT_NEAR(std::sin(jittered.altitude * radiansPerDegree), std::sin(altitude), 1e-3);
     const double turn = std::cos(altitude) < 0 ? 180.0 : 0.0;
     EXPECT_NEAR(std::remainder(jittered.azimuth - turn - (100 + 5 * across), 360.0), 0.0, 0.2);
 

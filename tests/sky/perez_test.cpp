@@ -15,7 +15,7 @@ namespace {
 
 namespace skyGrid = insolate::skyGrid;
 
-constexpr double radiansPerDegree = M_PI / 180.0;
+constexpr double degree = M_PI / 180.0;
 
 double irradiance(EPerezInput input, EPerezResults& results) {
     return ESolarRadiation().getPerezAllWeatherSkyData(&input, &results);
@@ -25,7 +25,7 @@ double irradiance(EPerezInput input, EPerezResults& results) {
 double horizontalSum(const float (&cells)[skyGrid::cellCount]) {
     double sum = 0.0;
     for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-        sum += cells[cell] * std::sin((cell / 72 + 0.5) * 5.0 * radiansPerDegree);
+        sum += cells[cell] * std::sin((cell / 72 + 0.5) * 5.0 * degree);
     }
     return sum;
 }
@@ -42,8 +42,8 @@ TEST(PerezTilted, AgreesWithPublishedSkyDiffuseTotals) {
                  {118.45831879, 939.95469881, 10.56413562, 144.76567754, 109.0843},
                  {62.03376265, 646.22886049, 72.41687122, 287.04104128, 45.4554}};
     for (const auto& c : cases) {
-        const double zenith = c.zenith * radiansPerDegree;
-        const double tilt = 40.0 * radiansPerDegree;
+        const double zenith = c.zenith * degree;
+        const double tilt = 40.0 * degree;
         EPerezInput input;
         input.direct = c.direct;
         input.diffuse = c.diffuse;
@@ -51,7 +51,7 @@ TEST(PerezTilted, AgreesWithPublishedSkyDiffuseTotals) {
         input.zenithAngle = zenith;
         input.incidenceAngle = std::acos(std::cos(zenith) * std::cos(tilt) +
                                          std::sin(zenith) * std::sin(tilt) *
-                                             std::cos((c.sunAzimuth - 180.0) * radiansPerDegree));
+                                             std::cos((c.sunAzimuth - 180.0) * degree));
         EPerezResults results;
         irradiance(input, results);
         const double sky = results.isotropic + results.circumsolar + results.horizonBrightening;
@@ -82,8 +82,8 @@ TEST(PerezTilted, MeetsTheClosedFormsOfItsLimits) {
     EPerezInput low;
     low.direct = 100.0;
     low.diffuse = 60.0;
-    low.zenithAngle = 88.0 * radiansPerDegree;
-    low.tilt = 60.0 * radiansPerDegree;
+    low.zenithAngle = 88.0 * degree;
+    low.tilt = 60.0 * degree;
     const double ground = 0.5 * (std::cos(low.zenithAngle) * 100.0 + 60.0) * 0.2 * 0.5;
     low.incidenceAngle = 1.0;
     EXPECT_NEAR(irradiance(low, results), 0.75 * 60.0 + ground + std::cos(1.0) * 100.0, 1e-9);
@@ -122,9 +122,9 @@ TEST(PerezSky, CellsAddUpToTheDiffuseHorizontal) {
         // irradiances as shares of what reaches the top of the air, horizontally and normally
         for (const auto& [diffuseShare, direct] :
              {std::pair{0.3, 0.0}, {0.5, 0.1}, {0.2, 0.4}, {0.1, 0.9}}) {
-            const double diffuse = diffuseShare * 1367.0 * std::sin(altitude * radiansPerDegree);
-            const insolate::PerezSky sky = insolate::perezSky(100, altitude * radiansPerDegree,
-                                                              -0.4, diffuse, direct * 1000.0);
+            const double diffuse = diffuseShare * 1367.0 * std::sin(altitude * degree);
+            const insolate::PerezSky sky =
+                insolate::perezSky(100, altitude * degree, -0.4, diffuse, direct * 1000.0);
             const float scale = insolate::distributePerezSky(sky, 0.1, cells);
             EXPECT_NEAR(scale * horizontalSum(cells) / diffuse, 1.0, 1e-5)
                 << altitude << " degrees, direct share " << direct;
@@ -139,11 +139,10 @@ TEST(PerezSky, CellsAddUpToTheDiffuseHorizontal) {
 TEST(PerezSky, ClearSkiesAreBrightestAroundTheSun) {
     // Sun in the south-east (trigonometric angle -45 degrees, azimuth 135), 42.5 degrees high: the
     // cells on both sides of it. Turning the model's north by 90 degrees turns the cells along.
-    const auto sky =
-        insolate::perezSky(80, 42.5 * radiansPerDegree, -45.0 * radiansPerDegree, 60.0, 900.0);
+    const auto sky = insolate::perezSky(80, 42.5 * degree, -45.0 * degree, 60.0, 900.0);
     for (const auto& [north, sector] : {std::pair{0.0, 26}, {90.0, 8}}) {
         float cells[skyGrid::cellCount];
-        insolate::distributePerezSky(sky, north * radiansPerDegree, cells);
+        insolate::distributePerezSky(sky, north * degree, cells);
         const auto brightest = std::max_element(cells + 8 * 72, cells + 9 * 72) - (cells + 8 * 72);
         EXPECT_NEAR(static_cast<double>(brightest), sector + 0.5, 0.5);
     }

@@ -10,7 +10,7 @@
 
 namespace {
 
-double radians(double degrees) {
+double toRadians(double degrees) {
     return ESolarPosition::convertDegreesToRadians(degrees);
 }
 
@@ -30,10 +30,10 @@ TEST(Location, StartsAtTheDefaultSite) {
 TEST(Location, IsHeldOffThePolesAndWithinTheDateLine) {
     ESolarPosition site;
     for (const double side : {1.0, -1.0}) {
-        site.setLatitudeInRadians(side * radians(90.0));
+        site.setLatitudeInRadians(side * toRadians(90.0));
         EXPECT_EQ(site.getLatitudeInRadians(), side * 1.5550883635269477);
         EXPECT_EQ(site.isSouthernHemisphere(), side < 0.0);
-        site.setLongitudeInRadians(side * radians(200.0));
+        site.setLongitudeInRadians(side * toRadians(200.0));
         EXPECT_EQ(site.getLongitudeInRadians(), side * 3.141592653589793);
     }
 }
@@ -42,18 +42,18 @@ TEST(Location, TimeZoneAndItsDifferenceFollowTheMeridian) {
     ESolarPosition site;
     site.setTimeZone(5.5);
     EXPECT_NEAR(site.getReferenceLongitudeInDegrees(), 82.5, 1e-12);
-    site.setLongitudeInRadians(radians(77.2));
+    site.setLongitudeInRadians(toRadians(77.2));
     EXPECT_NEAR(site.getTimeZoneDifference(), (77.2 - 82.5) * 4.0 / 60.0, 1e-12);
     // Without a meridian it comes from the map, by way of the single-precision value of pi.
-    site.setLocation(radians(28.6), radians(77.2));
+    site.setLocation(toRadians(28.6), toRadians(77.2));
     EXPECT_EQ(site.getReferenceLongitudeInRadians(), 5.5 * 15.0 / 180.0 * 3.1415927410125732);
 }
 
 TEST(Location, IsTakenFromARecordAndFromAnotherPosition) {
     ETerrestrialLocation record;
     std::strcpy(record.name, "Reykjavik");
-    record.latitude = radians(64.15);
-    record.longitude = radians(-21.94);
+    record.latitude = toRadians(64.15);
+    record.longitude = toRadians(-21.94);
     record.northOffset = 0.25;
     record.daylightSaving = 1;
 
@@ -120,12 +120,12 @@ TEST(Location, TheSharedSiteMovesWhateverObjectIsAsked) {
 
 TEST(Location, DistanceIsGreatCircle) {
     ESolarPosition site;
-    site.setLocation(radians(10.0), radians(20.0), 0.0);
+    site.setLocation(toRadians(10.0), toRadians(20.0), 0.0);
     // Here, a degree north, over the pole to the other side of the parallel, and the antipode.
     const double cases[][3] = {{10, 20, 0}, {11, 20, 1}, {10, -160, 160}, {-10, -160, 180}};
     for (const auto& [latitude, longitude, arc] : cases) {
-        EXPECT_NEAR(site.calculateDistanceFrom(radians(latitude), radians(longitude)),
-                    radians(arc) * 6.371e6, 1.0);
+        EXPECT_NEAR(site.calculateDistanceFrom(toRadians(latitude), toRadians(longitude)),
+                    toRadians(arc) * 6.371e6, 1.0);
     }
 }
 

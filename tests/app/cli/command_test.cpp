@@ -183,7 +183,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
         EXPECT_THAT(bad.err.substr(error), HasSubstr("; ")) << "no mend";
         EXPECT_FALSE(exists(path("out"))) << c.words;
     }
-    done(scene + "gap.epw --allow-gaps");
+    done(scene + "gap.epw --allow-gaps --period 3/5");
 }
 
 TEST_F(CommandTest, OutlivesStreamsThatNobodyReads) {

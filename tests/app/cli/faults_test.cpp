@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 class FaultsTest : public test::CommandFixture {
 protected:
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef INSOLATE_SANITIZED
     static constexpr const char* study =
         "run --scene court.obj --weather good.epw --period 6/1-6/3 --grid 0.25 --quiet";
 #else
@@ -132,7 +132,7 @@ TEST_F(FaultsTest, HostileSizesAreRefusedBeforeMemoryIsTaken) {
              {"--scene court.obj --grid 0.0022", 2, {"sensors", "GB of memory and ", "--force"}},
              {"--scene court.obj --grid 0.0001 --force", 2, {"sensors", "larger --grid"}}}) {
         const Outcome refused = command(base + c.words, [] {
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they reserve terabytes
+#ifndef INSOLATE_SANITIZED // they reserve terabytes
             const rlimit limit = {rlim_t{1} << 30U, rlim_t{1} << 30U};
             setrlimit(RLIMIT_AS, &limit);
 #endif
@@ -146,7 +146,7 @@ TEST_F(FaultsTest, HostileSizesAreRefusedBeforeMemoryIsTaken) {
     }
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef INSOLATE_SANITIZED
 TEST_F(FaultsTest, TooLittleMemoryIsSaid) {
     for (const rlim_t megabytes : {200U, 300U, 400U, 600U}) {
         const Outcome run = command("run --scene court.obj --weather good.epw --out out --period "

@@ -1,0 +1,56 @@
+// Every target over its seeds and former findings, without libFuzzer: replay TARGET FOLDER.
+#define LLVMFuzzerTestOneInput dates
+#include "fuzz_dates.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput epw
+#include "fuzz_epw.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput masks
+#include "fuzz_masks.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput mesh
+#include "fuzz_mesh.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput obj
+#include "fuzz_obj.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput sensors
+#include "fuzz_sensors.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput study
+#include "fuzz_study.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput wea
+#include "fuzz_wea.cpp"
+#undef LLVMFuzzerTestOneInput
+#define LLVMFuzzerTestOneInput weather_check
+#include "fuzz_weather_check.cpp"
+#undef LLVMFuzzerTestOneInput
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+
+int main(int count, char** words) {
+    using Target = int (*)(const std::uint8_t*, std::size_t);
+    const std::map<std::string, Target> targets = {
+        {"dates", dates}, {"epw", epw}, {"masks", masks},
+        {"mesh", mesh},   {"obj", obj}, {"sensors", sensors},
+        {"study", study}, {"wea", wea}, {"weather_check", weather_check}};
+    if (count != 3 || !targets.contains(words[1])) {
+        std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
+        return 2;
+    }
+    int seeds = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(words[2])) {
+        std::printf("%s\n", entry.path().filename().c_str());
+        std::fflush(stdout); // the last name is that of an input that ends the program
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
+        targets.at(words[1])(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+        ++seeds;
+    }
+    return seeds > 0 ? 0 : 1;
+}
