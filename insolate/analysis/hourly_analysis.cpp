@@ -698,7 +698,7 @@ private:
         const hourlyKernels::Peak peak = hourlyKernels::highestHour(m.peakHours, sensor);
         if (peak.hour >= 0) {
             result.peak = peak.value;
-            const int skyHour = m.peakHours.skyHour[static_cast<std::size_t>(peak.hour)];
+            const int skyHour = m.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;
             result.peakHour = m.sky.skyHours[static_cast<std::size_t>(skyHour)].hour;
         }
     }

@@ -157,8 +157,7 @@ int promisingHour(const PeakHours& hours, const PeakSensor& sensor, std::uint64_
 
 /// What `lanes` blocks or hours may give.
 struct Lanes {
-    alignas(64) std::array<float, lanes> beam;
-    alignas(64) std::array<float, lanes> rest; // sky and ground
+    alignas(64) std::array<float, lanes> rest; // without the direct radiation
     alignas(64) std::array<float, lanes> all;
 };
 
@@ -185,58 +184,55 @@ struct Broadcast {
 /// With W the sum of a zone's n patch weights w, D the root of the sum of squares of w - W/n, and
 /// the same of the radiance p, the zone gives W mean(p) + sum((w - W/n)(p - mean(p))), the last
 /// term at most the product of the two deviations (Cauchy and Schwarz).
-HWY_INLINE V skyOfZones(const std::uint16_t* zones, const float* zoneWeight) {
+HWY_INLINE V skyOfZones(const std::uint32_t* zones, const float* zoneWeight) {
     const F d;
     const hn::Rebind<std::uint32_t, F> du;
-    const hn::Rebind<std::uint16_t, F> halves;
-    const auto term = [&](std::size_t i) HWY_ATTR {
-        const V value = hn::BitCast(
-            d, hn::ShiftLeft<16>(hn::PromoteTo(du, hn::LoadU(halves, zones + i * lanes))));
-        return hn::Mul(value, hn::Set(d, zoneWeight[i]));
-    };
     // Several sums, or each would wait for the one before.
-    V a = hn::Zero(d);
-    V b = a;
-    V c = a;
-    V e = a;
-    for (std::size_t i = 0; i < skyZones::termCount; i += 4) {
-        a = hn::Add(a, term(i));
-        b = hn::Add(b, term(i + 1));
-        c = hn::Add(c, term(i + 2));
-        e = hn::Add(e, term(i + 3));
+    V means[2] = {hn::Zero(d), hn::Zero(d)};
+    V rests[2] = {hn::Zero(d), hn::Zero(d)};
+    for (std::size_t zone = 0; zone < skyZones::count; zone += 2) {
+        for (std::size_t k = 0; k < 2; ++k) {
+            const auto both = hn::LoadU(du, zones + (zone + k) * lanes);
+            means[k] = hn::MulAdd(hn::BitCast(d, both), hn::Set(d, zoneWeight[zone + k]), means[k]);
+            rests[k] = hn::MulAdd(hn::BitCast(d, hn::ShiftLeft<16>(both)),
+                                  hn::Set(d, zoneWeight[skyZones::count + zone + k]), rests[k]);
+        }
     }
-    return hn::Add(hn::Add(a, b), hn::Add(c, e));
+    return hn::Add(hn::Add(means[0], means[1]), hn::Add(rests[0], rests[1]));
 }
 
-/// Completes the bounds of lanes from `part` on, given their direct radiation; those above the best
-/// as bits. The zones are looked at when the open sky alone leaves one above.
-HWY_INLINE unsigned boundLanes(const PeakBounds& bounds, std::size_t first, std::size_t part,
-                               const std::uint16_t* zones, const PeakSensor& sensor,
-                               const Broadcast& in, V beam, float best, Lanes& result) {
+/// Direct radiation that the whole sun gives at most, its directions off by up to a radius.
+HWY_INLINE V beamOfWholeSun(const PeakBounds& bounds, std::size_t first, std::size_t part,
+                            const Broadcast& in, V radius) {
     const F d;
     const auto field = [&](PeakBounds::Field which)
                            HWY_ATTR { return hn::LoadU(d, bounds.lanesOf(first, which) + part); };
-    const V ground = hn::Mul(field(PeakBounds::ground), in.groundView);
-    const V open = hn::Add(
-        in.dot(field(PeakBounds::openX), field(PeakBounds::openY), field(PeakBounds::openZ)),
-        field(PeakBounds::open));
-    V sky = hn::Min(hn::Mul(open, in.openScale), hn::Mul(field(PeakBounds::brightest), in.view));
-    const V least = hn::Set(d, best);
-    const auto all = [&] HWY_ATTR {
-        return hn::Mul(hn::Add(hn::Add(beam, sky), ground), hn::Set(d, margin));
-    };
-    if (hn::AllFalse(d, hn::Gt(all(), least))) {
-        return 0;
-    }
-    sky = hn::Min(sky, skyOfZones(zones + part, sensor.zoneWeight));
-    hn::StoreU(beam, d, result.beam.data() + part);
-    hn::StoreU(hn::Add(sky, ground), d, result.rest.data() + part);
-    hn::StoreU(all(), d, result.all.data() + part);
+    const V beam = hn::Add(
+        in.dot(field(PeakBounds::beamX), field(PeakBounds::beamY), field(PeakBounds::beamZ)),
+        radius);
+    const V slack = field(PeakBounds::beamSlack);
+    return hn::IfThenElse(hn::Gt(beam, slack), beam,
+                          hn::IfThenElseZero(hn::Gt(beam, hn::Neg(slack)), slack));
+}
+
+/// Notes the bounds of some lanes; those above the best as bits.
+HWY_INLINE unsigned noteBounds(V beam, V rest, float best, std::size_t part, Lanes& result) {
+    const F d;
+    const V all = hn::Mul(hn::Add(beam, rest), hn::Set(d, margin));
+    hn::StoreU(rest, d, result.rest.data() + part);
+    hn::StoreU(all, d, result.all.data() + part);
     std::uint8_t some[8] = {};
-    hn::StoreMaskBits(d, hn::Gt(all(), least), some);
+    hn::StoreMaskBits(d, hn::Gt(all, hn::Set(d, best)), some);
     return (some[0] | static_cast<unsigned>(hn::Lanes(d) > 8 ? some[1] : 0) << 8) << part;
 }
 
+HWY_INLINE bool anyAbove(V beam, V rest, float best) {
+    const F d;
+    const V all = hn::Mul(hn::Add(beam, rest), hn::Set(d, margin));
+    return !hn::AllFalse(d, hn::Gt(all, hn::Set(d, best)));
+}
+
+/// `lanes` blocks: by the open sky, and where that leaves one above the best, by its zones.
 unsigned boundBlocks(const PeakHours& hours, std::size_t first, const PeakSensor& sensor,
                      const Broadcast& in, float best, Lanes& result) {
     const F d;
@@ -245,85 +241,71 @@ unsigned boundBlocks(const PeakHours& hours, std::size_t first, const PeakSensor
         const auto field = [&](PeakBounds::Field which) HWY_ATTR {
             return hn::LoadU(d, hours.blockBounds.lanesOf(first, which) + part);
         };
-        const V beam = hn::Add(
-            in.dot(field(PeakBounds::beamX), field(PeakBounds::beamY), field(PeakBounds::beamZ)),
-            field(PeakBounds::beamRadius));
-        const V slack = field(PeakBounds::beamSlack);
-        const V direct = hn::IfThenElse(hn::Gt(beam, slack), beam,
-                                        hn::IfThenElseZero(hn::Gt(beam, hn::Neg(slack)), slack));
-        above |= boundLanes(hours.blockBounds, first, part,
-                            hours.blockZones.data() + first * skyZones::termCount, sensor, in,
-                            direct, best, result);
+        const V beam =
+            beamOfWholeSun(hours.blockBounds, first, part, in, field(PeakBounds::beamRadius));
+        const V open = hn::Add(
+            in.dot(field(PeakBounds::openX), field(PeakBounds::openY), field(PeakBounds::openZ)),
+            field(PeakBounds::open));
+        const V sky =
+            hn::Min(hn::Mul(open, in.openScale), hn::Mul(field(PeakBounds::brightest), in.view));
+        const V ground = hn::Mul(field(PeakBounds::ground), in.groundView);
+        if (anyAbove(beam, hn::Add(sky, ground), best)) {
+            const V seen = skyOfZones(hours.blockZones.data() + first * skyZones::count + part,
+                                      sensor.zoneWeight);
+            above |= noteBounds(beam, hn::Add(hn::Min(sky, seen), ground), best, part, result);
+        }
     }
     return above;
 }
 
-/// Direct radiation that the lanes from `part` on of a block's hours give.
-HWY_INLINE V beamOfHours(const PeakHours& hours, std::size_t block, std::size_t part,
-                         const PeakSensor& sensor, const Broadcast& in) {
-    const F d;
-    V beam = hn::Zero(d);
-    for (std::size_t row = hours.firstBeams[block]; row < hours.firstBeams[block + 1]; ++row) {
-        const float visible =
-            sensor.sunVisible[static_cast<std::size_t>(hours.sunCellOfBeams[row])];
-        if (visible == 0.0f) {
-            continue;
-        }
-        const PeakHours::Beams& beams = hours.beams[row];
-        const V product =
-            in.dot(hn::LoadU(d, beams.x.data() + part), hn::LoadU(d, beams.y.data() + part),
-                   hn::LoadU(d, beams.z.data() + part));
-        beam = hn::Add(beam, hn::Mul(hn::Set(d, visible), hn::Max(product, hn::Zero(d))));
-    }
-    return beam;
-}
-
+/// The hours of a block whose sky and ground give at most blockRest: with the whole sun first, and
+/// where that leaves one above the best, by their zones.
 unsigned boundHours(const PeakHours& hours, std::size_t block, const PeakSensor& sensor,
-                    const Broadcast& in, float best, Lanes& result) {
+                    const Broadcast& in, bool sunSeen, float blockRest, float best, Lanes& result) {
     const F d;
+    const V most = hn::Set(d, blockRest);
     unsigned above = 0;
     for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
-        above |= boundLanes(hours.hourBounds, block * lanes, part,
-                            hours.hourZones.data() + block * lanes * skyZones::termCount, sensor,
-                            in, beamOfHours(hours, block, part, sensor, in), best, result);
+        const V beam = sunSeen
+                           ? beamOfWholeSun(hours.hourBounds, block * lanes, part, in, hn::Zero(d))
+                           : hn::Zero(d);
+        if (anyAbove(beam, most, best)) {
+            const V ground = hn::Mul(
+                hn::LoadU(d, hours.hourBounds.lanesOf(block * lanes, PeakBounds::ground) + part),
+                in.groundView);
+            const V sky = skyOfZones(
+                hours.hourZones.data() + block * lanes * skyZones::count + part, sensor.zoneWeight);
+            above |= noteBounds(beam, hn::Min(hn::Add(sky, ground), most), best, part, result);
+        }
     }
     return above;
 }
 
-void consider(const PeakHours& hours, const PeakSensor& sensor, std::size_t i, float beam,
+/// Computes an hour as far as it may still exceed the best one. Without its direct radiation it
+/// gives at most `rest`.
+void consider(const PeakHours& hours, const PeakSensor& sensor, std::size_t i, float rest,
               Peak& best) {
+    const PeakHours::Hour& hour = hours.hours[i];
+    float beam = 0.0f;
+    for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
+        const BeamPart& part = hours.beams[b];
+        const XYZf& e = part.energy;
+        const float product = sensor.normal.x * e.x + sensor.normal.y * e.y + sensor.normal.z * e.z;
+        beam += sensor.sunVisible[part.sunCell] * (product > 0.0f ? product : 0.0f);
+    }
+    if (!((beam + rest) * margin > best.value)) {
+        return;
+    }
     const float* patches =
-        hours.patches + static_cast<std::size_t>(hours.skyHour[i]) * skyPatches::count;
+        hours.patches + static_cast<std::size_t>(hour.skyHour) * skyPatches::count;
     const float value =
-        beam + dotProduct(sensor.patchWeight, patches, skyPatches::count) * hours.shareInverse[i] +
-        sensor.groundView * hours.hourBounds.at(i, PeakBounds::ground);
+        beam + dotProduct(sensor.patchWeight, patches, skyPatches::count) * hour.shareInverse +
+        sensor.groundView * hour.ground;
     if (value > best.value ||
         (value == best.value && best.hour >= 0 &&
-         hours.skyHour[i] < hours.skyHour[static_cast<std::size_t>(best.hour)])) {
+         hour.skyHour < hours.hours[static_cast<std::size_t>(best.hour)].skyHour)) {
         best = {value, static_cast<int>(i)};
     }
-}
-
-/// The place of the first of the highest values, all of which are 0 or more, with `lanes` zeros
-/// behind them; count when all are 0.
-std::size_t placeOfMost(const float* values, std::size_t count) {
-    const F d;
-    const std::size_t n = hn::Lanes(d);
-    V most = hn::Zero(d);
-    for (std::size_t i = 0; i < count; i += n) {
-        most = hn::Max(most, hn::LoadU(d, values + i));
-    }
-    most = hn::MaxOfLanes(d, most);
-    if (!(hn::GetLane(most) > 0.0f)) {
-        return count;
-    }
-    for (std::size_t i = 0; i < count; i += n) {
-        const auto found = hn::FindFirstTrue(d, hn::Eq(hn::LoadU(d, values + i), most));
-        if (found >= 0) {
-            return i + static_cast<std::size_t>(found);
-        }
-    }
-    return count;
 }
 
 /// Whether one of a block's sun cells is visible.
@@ -339,50 +321,59 @@ HWY_INLINE bool sunSeen(const PeakHours& hours, std::size_t block, const std::ui
 }
 
 Peak search(const PeakHours& hours, const PeakSensor& sensor) {
-    const F d;
     const Broadcast in(sensor);
     Peak best;
-    Lanes bounds;
     alignas(64) std::array<std::uint64_t, skyGrid::cellCount / 64 + 8> visible{};
     const int start = promisingHour(hours, sensor, visible.data());
     if (start >= 0) {
-        const auto hour = static_cast<std::size_t>(start);
-        for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
-            hn::StoreU(beamOfHours(hours, hour / lanes, part, sensor, in), d,
-                       bounds.beam.data() + part);
-        }
-        consider(hours, sensor, hour, bounds.beam[hour % lanes], best);
+        consider(hours, sensor, static_cast<std::size_t>(start), 1e30f, best);
     }
-    std::array<float, PeakHours::mostBlocks + lanes> promises;
-    std::array<std::uint16_t, PeakHours::mostBlocks> promising;
+    struct Candidate {
+        float bound;
+        float rest; // without the direct radiation
+        std::uint16_t block;
+        bool sunSeen;
+    };
+    std::array<Candidate, PeakHours::mostBlocks> candidates;
     std::size_t count = 0;
+    Lanes bounds;
     for (std::size_t first = 0; first < hours.blockBounds.size(); first += lanes) {
         unsigned blocks = boundBlocks(hours, first, sensor, in, best.value, bounds);
+        std::size_t promisingMost = lanes;
+        float most = best.value;
         for (; blocks != 0; blocks &= blocks - 1) {
             const auto lane = static_cast<std::size_t>(__builtin_ctz(blocks));
             const bool seen = sunSeen(hours, first + lane, visible.data());
             const float bound = seen ? bounds.all[lane] : bounds.rest[lane] * margin;
             if (bound > best.value) {
-                promises[count] = bound;
-                promising[count++] = static_cast<std::uint16_t>(first + lane);
+                candidates[count++] = {bound, bounds.rest[lane],
+                                       static_cast<std::uint16_t>(first + lane), seen};
+                if (bound > most) {
+                    most = bound;
+                    promisingMost = lane;
+                }
             }
         }
-    }
-    std::fill_n(promises.begin() + static_cast<std::ptrdiff_t>(count), lanes, 0.0f);
-    for (;;) {
-        const std::size_t next = placeOfMost(promises.data(), count);
-        if (next == count || !(promises[next] > best.value)) {
-            return best;
+        // A good hour early keeps many blocks out.
+        if (promisingMost < lanes) {
+            consider(hours, sensor, (first + promisingMost) * lanes, bounds.rest[promisingMost],
+                     best);
         }
-        promises[next] = 0.0f;
-        unsigned open = boundHours(hours, promising[next], sensor, in, best.value, bounds);
+    }
+    std::sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(count),
+              [](const Candidate& a, const Candidate& b) { return a.bound > b.bound; });
+    for (std::size_t i = 0; i < count && candidates[i].bound > best.value; ++i) {
+        const Candidate& candidate = candidates[i];
+        unsigned open = boundHours(hours, candidate.block, sensor, in, candidate.sunSeen,
+                                   candidate.rest, best.value, bounds);
         for (; open != 0; open &= open - 1) {
             const auto lane = static_cast<std::size_t>(__builtin_ctz(open));
             if (bounds.all[lane] > best.value) {
-                consider(hours, sensor, promising[next] * lanes + lane, bounds.beam[lane], best);
+                consider(hours, sensor, candidate.block * lanes + lane, bounds.rest[lane], best);
             }
         }
     }
+    return best;
 }
 
 } // namespace

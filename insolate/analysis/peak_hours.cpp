@@ -99,12 +99,14 @@ void skyZones::measure(const float* patches, bool averages, float* terms) {
     }
 }
 
-std::uint16_t PeakHours::storedUp(float value) {
-    const auto bits = std::bit_cast<std::uint32_t>(value);
-    return static_cast<std::uint16_t>((bits + 0xFFFFU) >> 16U);
+std::uint32_t PeakHours::paired(float first, float second) {
+    const std::uint32_t lower = (std::bit_cast<std::uint32_t>(second) + 0xFFFFU) >> 16U;
+    const auto exact = std::bit_cast<std::uint32_t>(first);
+    const std::uint32_t word = (exact & 0xFFFF0000U) | lower;
+    return word >= exact ? word : word + 0x10000U;
 }
 
-struct PeakHours::Hour {
+struct PeakHours::Described {
     int skyHour = 0;
     int group = 0; // by the sun's patch, -1 without sun
     XYZf beam{0, 0, 0}, openVector{0, 0, 0};
@@ -119,10 +121,10 @@ struct PeakHours::Hour {
 PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
     : patches(sky.patchRadiance.data()) {
     const SpreadNormals spread(cells);
-    std::vector<Hour> list(sky.skyHours.size());
+    std::vector<Described> list(sky.skyHours.size());
     for (std::size_t h = 0; h < list.size(); ++h) {
         const SkyHour& ofSky = sky.skyHours[h];
-        Hour& hour = list[h];
+        Described& hour = list[h];
         hour.skyHour = static_cast<int>(h);
         const float perHour = 1.0f / ofSky.share;
         for (int b = 0; b < ofSky.beamCount; ++b) {
@@ -153,7 +155,7 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
                          ? -1
                          : skyPatches::ofCell(sky.sunCells[static_cast<std::size_t>(sunCell)].cell);
     }
-    std::stable_sort(list.begin(), list.end(), [](const Hour& a, const Hour& b) {
+    std::stable_sort(list.begin(), list.end(), [](const Described& a, const Described& b) {
         return a.group != b.group ? a.group < b.group : a.strength() > b.strength();
     });
     std::vector<std::pair<std::size_t, std::size_t>> blocks; // first and count
@@ -181,12 +183,12 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
     }
 }
 
-void PeakHours::addBlock(const HourlySky& sky, const Hour* first, std::size_t count) {
+void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size_t count) {
     const float part = 1.0f / static_cast<float>(count);
     XYZf sun{0, 0, 0};
     XYZf openVector{0, 0, 0};
     float strongestBeam = 0.0f;
-    for (const Hour* hour = first; hour != first + count; ++hour) {
+    for (const Described* hour = first; hour != first + count; ++hour) {
         sun = sum(sun, hour->towardsSun());
         strongestBeam = std::max(strongestBeam, hour->beamLength);
         openVector = sum(openVector, scaled(hour->openVector, part));
@@ -210,8 +212,8 @@ void PeakHours::addBlock(const HourlySky& sky, const Hour* first, std::size_t co
     float openRadius = 0.0f;
     const std::size_t suns = blockSun.size();
     blockSun.resize(suns + sunWords, 0);
-    hourZones.resize(hourZones.size() + skyZones::termCount * lanes, 0);
-    for (const Hour* hour = first; hour != first + count; ++hour) {
+    hourZones.resize(hourZones.size() + skyZones::count * lanes, 0);
+    for (const Described* hour = first; hour != first + count; ++hour) {
         if (hour->beamLength > 0.0f) {
             raise(PeakBounds::beamRadius,
                   strongestBeam * vectorLength(difference(hour->towardsSun(), sun)));
@@ -230,40 +232,44 @@ void PeakHours::addBlock(const HourlySky& sky, const Hour* first, std::size_t co
         }
     }
     blockBounds.at(block, PeakBounds::open) += openRadius;
-    firstBeams.push_back(beams.size());
-    while (skyHour.size() % lanes != 0) {
-        skyHour.push_back(-1);
-        shareInverse.push_back(1.0f);
+    while (hours.size() % lanes != 0) {
+        hours.emplace_back();
         hourBounds.add();
     }
 
     const std::size_t lane = block % lanes;
     if (lane == 0) {
-        blockZones.resize(blockZones.size() + skyZones::termCount * lanes, 0);
+        blockZones.resize(blockZones.size() + skyZones::count * lanes, 0);
     }
-    std::uint16_t* zones = blockZones.data() + blockZones.size() - skyZones::termCount * lanes;
-    const std::uint16_t* ofHours =
-        hourZones.data() + hourZones.size() - skyZones::termCount * lanes;
-    for (std::size_t term = 0; term < skyZones::termCount; ++term) {
-        const std::uint16_t* row = ofHours + term * lanes;
-        zones[term * lanes + lane] = *std::max_element(row, row + lanes);
+    std::uint32_t* zones = blockZones.data() + blockZones.size() - skyZones::count * lanes;
+    const std::uint32_t* ofHours = hourZones.data() + hourZones.size() - skyZones::count * lanes;
+    for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
+        float mean = 0.0f;
+        float rest = 0.0f;
+        for (std::size_t i = 0; i < lanes; ++i) {
+            const std::uint32_t word = ofHours[zone * lanes + i];
+            mean = std::max(mean, std::bit_cast<float>(word));
+            rest = std::max(rest, std::bit_cast<float>(word << 16U));
+        }
+        zones[zone * lanes + lane] = paired(mean, rest);
     }
 }
 
-void PeakHours::addHour(const HourlySky& sky, const Hour& hour) {
+void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
     const std::size_t place = hourBounds.add();
     const std::size_t lane = place % lanes;
-    hourBounds.at(place, PeakBounds::open) = hour.open;
-    hourBounds.at(place, PeakBounds::openX) = hour.openVector.x;
-    hourBounds.at(place, PeakBounds::openY) = hour.openVector.y;
-    hourBounds.at(place, PeakBounds::openZ) = hour.openVector.z;
-    hourBounds.at(place, PeakBounds::brightest) = hour.brightest;
     hourBounds.at(place, PeakBounds::ground) = hour.ground;
+
+    hourBounds.at(place, PeakBounds::beamX) = hour.beam.x;
+    hourBounds.at(place, PeakBounds::beamY) = hour.beam.y;
+    hourBounds.at(place, PeakBounds::beamZ) = hour.beam.z;
+    hourBounds.at(place, PeakBounds::beamSlack) = sunSwing * hour.beamLength;
 
     const SkyHour& ofSky = sky.skyHours[static_cast<std::size_t>(hour.skyHour)];
     const float perHour = 1.0f / ofSky.share;
-    skyHour.push_back(hour.skyHour);
-    shareInverse.push_back(perHour);
+    hours.push_back({static_cast<std::uint32_t>(beams.size()),
+                     static_cast<std::uint32_t>(ofSky.beamCount), hour.skyHour, perHour,
+                     hour.ground});
     for (int b = 0; b < ofSky.beamCount; ++b) {
         const BeamPart& part = sky.beams[static_cast<std::size_t>(ofSky.firstBeam + b)];
         const XYZf mean = scaled(part.energy, perHour);
@@ -276,17 +282,7 @@ void PeakHours::addHour(const HourlySky& sky, const Hour& hour) {
             strongestY[cell] = sun.y * vectorLength(mean);
             strongestZ[cell] = sun.z * vectorLength(mean);
         }
-        const auto found =
-            std::find(sunCellOfBeams.begin() + static_cast<std::ptrdiff_t>(firstBeams.back()),
-                      sunCellOfBeams.end(), part.sunCell);
-        const auto row = static_cast<std::size_t>(found - sunCellOfBeams.begin());
-        if (row == beams.size()) {
-            beams.emplace_back();
-            sunCellOfBeams.push_back(part.sunCell);
-        }
-        beams[row].x[lane] = mean.x;
-        beams[row].y[lane] = mean.y;
-        beams[row].z[lane] = mean.z;
+        beams.push_back({part.sunCell, mean});
     }
 
     std::array<float, patchCount> radiance;
@@ -295,9 +291,9 @@ void PeakHours::addHour(const HourlySky& sky, const Hour& hour) {
     }
     std::array<float, skyZones::termCount> terms;
     skyZones::measure(radiance.data(), true, terms.data());
-    std::uint16_t* zones = hourZones.data() + hourZones.size() - skyZones::termCount * lanes;
-    for (std::size_t term = 0; term < skyZones::termCount; ++term) {
-        zones[term * lanes + lane] = storedUp(terms[term]);
+    std::uint32_t* zones = hourZones.data() + hourZones.size() - skyZones::count * lanes;
+    for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
+        zones[zone * lanes + lane] = paired(terms[zone], terms[skyZones::count + zone]);
     }
 }
 

@@ -17,20 +17,23 @@ public:
     static constexpr std::size_t lanes = 16;
 
     enum Field : std::size_t {
+        // Direct radiation as a vector: of a block, the mean direction to the sun times the
+        // strongest beam.
+        beamX,
+        beamY,
+        beamZ,
+        beamSlack, // most of a beam that the surface's plane cuts
+        ground,
+        hourFields, // hours have no more
+        // Largest distance of a direction from the mean, times the strongest beam.
+        beamRadius = hourFields,
         // Open sky: constant and vector, to be added to the product of normal and vector.
         open,
         openX,
         openY,
         openZ,
         brightest, // radiance [W/(m2 sr)]
-        ground,
-        skyFields,         // hours have no more
-        beamX = skyFields, // mean direction to the sun of a block times its strongest beam
-        beamY,
-        beamZ,
-        beamRadius, // the directions' largest distance from their mean, times the same
-        beamSlack,  // most of a beam that the surface's plane cuts
-        allFields
+        blockFields
     };
 
     explicit PeakBounds(std::size_t fieldCount) : m_fieldCount(fieldCount) {}
@@ -88,34 +91,35 @@ struct PeakHours {
     std::vector<int> strongest;
     std::vector<float> strongestX, strongestY, strongestZ;
 
-    PeakBounds blockBounds{PeakBounds::allFields};
-    /// Zone terms of each `lanes` blocks, term by term, by storedUp().
-    std::vector<std::uint16_t> blockZones;
+    PeakBounds blockBounds{PeakBounds::blockFields};
+    /// The zones of each `lanes` blocks, zone by zone, by paired(): mean and deviation.
+    std::vector<std::uint32_t> blockZones;
     std::size_t sunWords = 0;
     std::vector<std::uint64_t> blockSun; ///< for each block the sun cells of its hours, as a set
 
-    PeakBounds hourBounds{PeakBounds::skyFields};
-    std::vector<std::uint16_t> hourZones; ///< as blockZones, of each block's hours
+    PeakBounds hourBounds{PeakBounds::hourFields};
+    std::vector<std::uint32_t> hourZones; ///< as blockZones, of each block's hours
 
-    /// The direct radiation of a block's hours that came from one sun cell, as means [W/m2].
-    struct Beams {
-        alignas(64) std::array<float, lanes> x{}, y{}, z{};
+    struct Hour {
+        std::uint32_t firstBeam = 0; ///< its part of beams
+        std::uint32_t beamCount = 0;
+        int skyHour = -1;       ///< index into the sky's hours, -1 for none
+        float shareInverse = 1; ///< 1 / SkyHour::share
+        float ground = 0;       ///< [W/m2]
     };
-    std::vector<Beams> beams;
-    std::vector<std::int32_t> sunCellOfBeams;
-    std::vector<std::size_t> firstBeams{0}; ///< of each block; one more than blocks
+    std::vector<Hour> hours;
+    std::vector<BeamPart> beams;    ///< as means [W/m2]
+    const float* patches = nullptr; ///< HourlySky::patchRadiance
 
-    std::vector<int> skyHour;        ///< index into the sky's hours, -1 for none
-    std::vector<float> shareInverse; ///< 1 / SkyHour::share
-    const float* patches = nullptr;  ///< HourlySky::patchRadiance
-
-    /// The upper half of a single-precision number, rounded up; for values of 0 or more.
-    static std::uint16_t storedUp(float value);
+    /// Two numbers of 0 or more in one word. The word itself, taken as single precision, is not
+    /// below the first by more than nothing nor above it by more than 2^-7; its lower half moved
+    /// up stands for the second in the same way.
+    static std::uint32_t paired(float first, float second);
 
 private:
-    struct Hour;
-    void addBlock(const HourlySky& sky, const Hour* first, std::size_t count);
-    void addHour(const HourlySky& sky, const Hour& hour);
+    struct Described;
+    void addBlock(const HourlySky& sky, const Described* first, std::size_t count);
+    void addHour(const HourlySky& sky, const Described& hour);
 };
 
 } // namespace insolate
