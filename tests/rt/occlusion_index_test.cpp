@@ -50,6 +50,13 @@ private:
     std::vector<RT::Triangle> triangles;
 };
 
+template <class Visit>
+void forEachCell(const Visit& visit) {
+    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+        visit(cell % skyGrid::azimuthCount, cell / skyGrid::azimuthCount);
+    }
+}
+
 class OcclusionIndexAtLevel : public testing::TestWithParam<SimdLevel> {
 protected:
     void SetUp() override { setSimdLevel(GetParam()); }
@@ -64,18 +71,14 @@ int differingCells(const OcclusionIndex& index, const EveryTriangle& plain, cons
                    const SkyDirections& directions, const SkyCellSet& wanted) {
     const SkyCellSet visible = index.visibleSky(origin, directions, wanted);
     int differing = 0;
-    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
-        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
-            const XYZf& direction = directions.direction(azimuth, altitude);
-            const bool asked = wanted.contains(azimuth, altitude) &&
-                               directions.cells().contains(azimuth, altitude);
-            const bool clear = asked && !plain.isOccluded(origin, direction);
-            differing += visible.contains(azimuth, altitude) != clear ? 1 : 0;
-            if (asked) {
-                differing += index.isOccluded(origin, direction) == clear ? 1 : 0;
-            }
-        }
-    }
+    forEachCell([&](int azimuth, int altitude) {
+        const XYZf& direction = directions.direction(azimuth, altitude);
+        const bool asked =
+            wanted.contains(azimuth, altitude) && directions.cells().contains(azimuth, altitude);
+        const bool clear = asked && !plain.isOccluded(origin, direction);
+        differing += visible.contains(azimuth, altitude) != clear ? 1 : 0;
+        differing += asked && index.isOccluded(origin, direction) == clear ? 1 : 0;
+    });
     return differing;
 }
 
@@ -95,13 +98,11 @@ int differingSets(const OcclusionIndex& index, const XYZf& origin,
 /// A set with about one cell in `share` left out.
 SkyCellSet mostCells(Random& random, std::size_t share) {
     SkyCellSet set = SkyCellSet::all();
-    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
-        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
-            if (random.below(share) == 0) {
-                set.erase(azimuth, altitude);
-            }
+    forEachCell([&](int azimuth, int altitude) {
+        if (random.below(share) == 0) {
+            set.erase(azimuth, altitude);
         }
-    }
+    });
     return set;
 }
 
@@ -109,15 +110,12 @@ SkyCellSet mostCells(Random& random, std::size_t share) {
 SkyDirections scatteredDirections(Random& random, const SkyCellSet& cells) {
     std::array<XYZf, skyGrid::cellCount> directions{};
     const double north = random(-7, 7);
-    for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
-        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
-            const double up = (altitude + random(0, 1)) * std::numbers::pi / 36;
-            const double turn = north - (azimuth + random(0, 1)) * std::numbers::pi / 36;
-            directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))] =
-                scenes::toXyz(
-                    {std::cos(up) * std::cos(turn), std::cos(up) * std::sin(turn), std::sin(up)});
-        }
-    }
+    forEachCell([&](int azimuth, int altitude) {
+        const double up = (altitude + random(0, 1)) * std::numbers::pi / 36;
+        const double turn = north - (azimuth + random(0, 1)) * std::numbers::pi / 36;
+        directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))] = scenes::toXyz(
+            {std::cos(up) * std::cos(turn), std::cos(up) * std::sin(turn), std::sin(up)});
+    });
     return SkyDirections(directions, cells);
 }
 
@@ -130,21 +128,31 @@ struct MadeScene {
     std::function<void(Scene&, Random&)> make;
 };
 
+Point shifted(Point p, const Point& by) {
+    for (std::size_t k = 0; k < 3; ++k) {
+        p[k] += by[k];
+    }
+    return p;
+}
+
+/// A point on the ray of a random cell from an origin.
+Point onARay(Random& random, const Point& from, double distance) {
+    const XYZf& d = centres()[random.below(skyGrid::cellCount)];
+    return shifted(from, {distance * static_cast<double>(d.x), distance * static_cast<double>(d.y),
+                          distance * static_cast<double>(d.z)});
+}
+
 void addSoup(Scene& scene, Random& random, int count, double extent, double size, Point at = {}) {
     for (int i = 0; i < count; ++i) {
-        Point p = randomPoint(random, extent);
-        for (std::size_t k = 0; k < 3; ++k) {
-            p[k] += at[k];
-        }
-        Point q = p;
-        Point r = p;
-        const Point a = randomPoint(random, size);
-        const Point b = randomPoint(random, size);
-        for (std::size_t k = 0; k < 3; ++k) {
-            q[k] += a[k];
-            r[k] += b[k];
-        }
-        scenes::addTriangle(scene, p, q, r);
+        const Point p = shifted(randomPoint(random, extent), at);
+        scenes::addTriangle(scene, p, shifted(p, randomPoint(random, size)),
+                            shifted(p, randomPoint(random, size)));
+    }
+}
+
+void addSensors(Scene& scene, Random& random, int count, double extent, Point at = {}) {
+    for (int i = 0; i < count; ++i) {
+        scene.sensors.push_back(scenes::toXyz(shifted(randomPoint(random, extent), at)));
     }
 }
 
@@ -154,33 +162,22 @@ const MadeScene madeScenes[] = {
      [](Scene& scene, Random& random) {
          addSoup(scene, random, 60, 10, 0.2);
          addSoup(scene, random, 20, 10, 8);
-         for (int i = 0; i < 12; ++i) {
-             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 12)));
-         }
+         addSensors(scene, random, 12, 12);
      }},
     {"rays through vertices and edges",
      [](Scene& scene, Random& random) {
          // Triangles whose corners lie on the rays of the sensor, as closely as doubles can.
-         const XYZf sensor = {1.25f, -0.5f, 2.0f};
+         const Point sensor = {1.25, -0.5, 2};
          for (int i = 0; i < 60; ++i) {
-             Point corner[3];
-             for (Point& p : corner) {
-                 const XYZf& d = centres()[random.below(skyGrid::cellCount)];
-                 const double t = random(0.5, 30);
-                 p = {1.25 + t * static_cast<double>(d.x), -0.5 + t * static_cast<double>(d.y),
-                      2.0 + t * static_cast<double>(d.z)};
-             }
-             scenes::addTriangle(scene, corner[0], corner[1], corner[2]);
+             const auto corner = [&] { return onARay(random, sensor, random(0.5, 30)); };
+             scenes::addTriangle(scene, corner(), corner(), corner());
          }
-         scene.sensors.push_back(sensor);
+         scene.sensors.push_back(scenes::toXyz(sensor));
      }},
     {"fans around one vertex above the sensor",
      [](Scene& scene, Random& random) {
-         const XYZf sensor = {0.0f, 0.0f, 0.0f};
          for (int i = 0; i < 4; ++i) {
-             const XYZf& d = centres()[random.below(skyGrid::cellCount)];
-             const Point hub = {8.0 * static_cast<double>(d.x), 8.0 * static_cast<double>(d.y),
-                                8.0 * static_cast<double>(d.z)};
+             const Point hub = onARay(random, {0, 0, 0}, 8);
              Point last = randomPoint(random, 12);
              const Point start = last;
              for (int k = 0; k < 7; ++k) {
@@ -189,7 +186,7 @@ const MadeScene madeScenes[] = {
                  last = next;
              }
          }
-         scene.sensors.push_back(sensor);
+         scene.sensors.push_back({0, 0, 0});
      }},
     {"hits at 0.01 and either side of it",
      [](Scene& scene, Random& random) {
@@ -213,18 +210,14 @@ const MadeScene madeScenes[] = {
              const Point b = randomPoint(random, 6);
              const double width = std::pow(10.0, random(-15, -2));
              const double along = random(0, 1);
-             Point c{};
-             for (std::size_t k = 0; k < 3; ++k) {
-                 c[k] = a[k] + along * (b[k] - a[k]) + width * random(-1, 1);
-             }
-             scenes::addTriangle(scene, a, b, c);
+             const Point c = {a[0] + along * (b[0] - a[0]), a[1] + along * (b[1] - a[1]),
+                              a[2] + along * (b[2] - a[2])};
+             scenes::addTriangle(scene, a, b, shifted(c, randomPoint(random, width)));
              scenes::addTriangle(scene, a, a, b);
              scenes::addTriangle(scene, b, a, a);
          }
          scenes::addTriangle(scene, {1, 1, 1}, {1, 1, 1}, {1, 1, 1});
-         for (int i = 0; i < 8; ++i) {
-             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 5)));
-         }
+         addSensors(scene, random, 8, 5);
      }},
     {"coplanar stacks and one triangle many times",
      [](Scene& scene, Random& random) {
@@ -269,17 +262,14 @@ const MadeScene madeScenes[] = {
      [](Scene& scene, Random& random) {
          addSoup(scene, random, 80, 0.05, 1e-4);
          addSoup(scene, random, 20, 0.05, 1e-2);
-         for (int i = 0; i < 6; ++i) {
-             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 0.05)));
-         }
+         addSensors(scene, random, 6, 0.05);
      }},
     {"triangles of 1e6 beside small ones",
      [](Scene& scene, Random& random) {
          addSoup(scene, random, 20, 3e6, 1e6);
          addSoup(scene, random, 40, 30, 5);
-         for (int i = 0; i < 6; ++i) {
-             scene.sensors.push_back(scenes::toXyz(randomPoint(random, i < 3 ? 30 : 2e6)));
-         }
+         addSensors(scene, random, 3, 30);
+         addSensors(scene, random, 3, 2e6);
      }},
     {"5e6 from the origin",
      [](Scene& scene, Random& random) {
@@ -287,10 +277,7 @@ const MadeScene madeScenes[] = {
          addSoup(scene, random, 60, 20, 4, at);
          scenes::addQuad(scene, {5e6 - 40, -5e6 - 40, 195}, {5e6 + 40, -5e6 - 40, 195},
                          {5e6 + 40, -5e6 + 40, 195}, {5e6 - 40, -5e6 + 40, 195});
-         for (int i = 0; i < 8; ++i) {
-             const Point p = randomPoint(random, 20);
-             scene.sensors.push_back(scenes::toXyz({p[0] + 5e6, p[1] - 5e6, p[2] + 200}));
-         }
+         addSensors(scene, random, 8, 20, at);
      }},
     {"coordinates that no box can hold",
      [](Scene& scene, Random& random) {
@@ -300,9 +287,7 @@ const MadeScene madeScenes[] = {
          scenes::addTriangle(scene, {-1e12, -1e12, 5}, {2e12, 0, 5}, {0, 1e12, 9});
          scenes::addTriangle(scene, {none, 0, 1}, {1, 0, 1}, {0, 1, 1});
          scenes::addTriangle(scene, {0, 0, 1}, {infinite, 0, 1}, {0, infinite, 1});
-         for (int i = 0; i < 3; ++i) {
-             scene.sensors.push_back(scenes::toXyz(randomPoint(random, 10)));
-         }
+         addSensors(scene, random, 3, 10);
          scene.sensors.push_back({3e12f, 0, 0});
          scene.sensors.push_back({std::numeric_limits<float>::infinity(), 0, 0});
          scene.sensors.push_back({std::numeric_limits<float>::quiet_NaN(), 0, 0});
@@ -378,19 +363,16 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeTheOctree) {
     const OcclusionIndex index = OcclusionIndex::fromInputPackage();
     FastRayTransparency fast(index);
     GetTransparencyValueOnRayInternal plain;
-    Random random(13);
     const SkyDirections directions(centres());
     int differing = 0;
     for (const XYZf& sensor : scene.sensors) {
         const SkyCellSet visible = fast.visibleSky(sensor, directions, SkyCellSet::all());
-        for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
-            for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
-                const XYZf& direction = directions.direction(azimuth, altitude);
-                const float expected = plain.getTransparencyValue(sensor, direction, nullptr);
-                differing += visible.contains(azimuth, altitude) != (expected == 1.0f) ? 1 : 0;
-                differing += fast.getTransparencyValue(sensor, direction, nullptr) != expected;
-            }
-        }
+        forEachCell([&](int azimuth, int altitude) {
+            const XYZf& direction = directions.direction(azimuth, altitude);
+            const float expected = plain.getTransparencyValue(sensor, direction, nullptr);
+            differing += visible.contains(azimuth, altitude) != (expected == 1.0f) ? 1 : 0;
+            differing += fast.getTransparencyValue(sensor, direction, nullptr) != expected;
+        });
     }
     EXPECT_EQ(differing, 0);
     RT::InputPackageUitl::ResetInputPackage();

@@ -8,14 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <string>
 
 namespace {
 
 using insolate::Octree;
 using insolate::Vector3d;
-using insolate::test::addQuad;
 using insolate::test::addTriangle;
 using insolate::test::latticeScene;
 using insolate::test::loadScene;
@@ -47,10 +45,10 @@ testing::AssertionResult sameTree(const RT::SpatialTree& node, const PlainNode& 
     return testing::AssertionSuccess();
 }
 
-/// Twelve copies of one triangle, enough to be subdivided.
-Scene twelveOf(Vector3d a, Vector3d b, Vector3d c) {
+/// Copies of one triangle; twelve are enough to be subdivided.
+Scene copiesOf(int count, Vector3d a, Vector3d b, Vector3d c) {
     Scene scene;
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < count; ++i) {
         addTriangle(scene, a, b, c);
     }
     return scene;
@@ -73,6 +71,8 @@ TEST(Octree, IsTheOneItsDefinitionGives) {
     for (std::size_t i = 0; i < notNumbers.size(); i += 17) {
         notNumbers[i] = std::nan("");
     }
+    Scene heap = copiesOf(12, {1, 1, 1}, {1.001, 1, 1}, {1, 1.001, 1});
+    addTriangle(heap, {50, 50, 50}, {51, 50, 50}, {50, 51, 50});
     const struct {
         const char* name;
         Scene scene;
@@ -83,7 +83,10 @@ TEST(Octree, IsTheOneItsDefinitionGives) {
         {"large triangles", randomScene(300, 60.0, 3), true},
         {"degenerate, long, doubled", randomScene(3000, 4.0, 4, true), true},
         {"vertices on the octants' faces", latticeScene(16), false},
-        {"a stack", twelveOf({1, 1, 1}, {3, 1, 1}, {1, 3, 2}), true},
+        {"a stack", copiesOf(12, {1, 1, 1}, {3, 1, 1}, {1, 3, 2}), true},
+        {"one too few", copiesOf(11, {1, 1, 1}, {3, 1, 1}, {1, 3, 2}), true},
+        {"down to the depth limit", heap, true},
+        {"up to the shared face", copiesOf(12, {0, 0, 0}, {4, 0, 0}, {8, 8, 8}), false},
         {"far away", far, true},
         {"huge", huge, true},
         {"flat, without a box height", flat, false},
@@ -95,8 +98,10 @@ TEST(Octree, IsTheOneItsDefinitionGives) {
         const RT::InputPackage& package = loadScene(scene, inflate);
         const int limit = insolate::depthLimit(package.triangleCount);
         const PlainNode plain = plainOctree(package, limit);
-        RT::SpatialTree::maxDepth = limit;
-        for (const std::size_t threads : {std::size_t{1}, std::size_t{2}, std::size_t{8}}) {
+        RT::SpatialTreeUtil::GenerateSpatialTree();
+        EXPECT_EQ(RT::SpatialTree::maxDepth, limit);
+        EXPECT_TRUE(sameTree(*RT::SpatialTree::root, plain));
+        for (const std::size_t threads : {std::size_t{1}, std::size_t{8}}) {
             const tbb::global_control control(tbb::global_control::max_allowed_parallelism,
                                               threads);
             Octree tree(package);
@@ -112,43 +117,6 @@ TEST(Octree, DepthLimitLeavesThreeLevelsToSpare) {
                  {12, 4}, {23, 5}, {1000, 6}, {1000000, 10}};
     for (const auto& [triangles, limit] : cases) {
         EXPECT_EQ(insolate::depthLimit(triangles), limit) << triangles;
-    }
-}
-
-TEST(Octree, SubdividesFromTwelveTrianglesDownToTheDepthLimit) {
-    Scene scene = twelveOf({1, 1, 1}, {1.001, 1, 1}, {1, 1.001, 1});
-    addTriangle(scene, {50, 50, 50}, {51, 50, 50}, {50, 51, 50});
-    loadScene({scene.begin() + 2 * 9, scene.end()});
-    RT::SpatialTreeUtil::GenerateSpatialTree();
-    EXPECT_TRUE(RT::SpatialTree::root->isLeaf); // eleven
-
-    loadScene(scene);
-    RT::SpatialTreeUtil::GenerateSpatialTree();
-    ASSERT_EQ(RT::SpatialTree::maxDepth, 4);
-    int deepest = 0;
-    const std::function<void(const RT::SpatialTree&)> visit = [&](const RT::SpatialTree& node) {
-        EXPECT_EQ(node.isLeaf, node.triangleCount < 12 || node.depth > 4);
-        deepest = std::max(deepest, node.depth);
-        for (int i = 0; i < node.childCount; ++i) {
-            visit(node.child(i));
-        }
-    };
-    visit(*RT::SpatialTree::root);
-    EXPECT_EQ(deepest, 5); // the twelve stay together
-}
-
-TEST(Octree, AnOctantClaimsWhatItHoldsUpToTheSharedFace) {
-    Scene scene = twelveOf({1, 1, 1}, {4, 1, 1}, {4, 3, 1}); // x = 4 is the middle
-    addTriangle(scene, {0, 0, 0}, {8, 8, 8}, {8, 8, 7});
-    loadScene(scene, false);
-    Octree tree(RT::InputPackage::instance());
-    const auto rootList = tree.root().triangleList();
-    EXPECT_EQ(std::count(rootList.begin(), rootList.end(), -1), 12);
-    EXPECT_EQ(tree.root().child(0).containedCount, 12);
-    for (int i = 1; i < tree.root().childCount; ++i) {
-        const RT::SpatialTree child = tree.root().child(i);
-        EXPECT_EQ(child.triangleList()[0], 12);
-        EXPECT_EQ(child.triangleCount, 1);
     }
 }
 

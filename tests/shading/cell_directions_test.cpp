@@ -7,8 +7,6 @@
 
 #include <cmath>
 #include <numbers>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -68,27 +66,6 @@ TEST(CellDirections, KeepAJitteredDirectionUntilTheNorthOffsetChanges) {
     EXPECT_NEAR(Compass(cellDirection(21, 6, true)).azimuth, 107.5, 1e-4) << "known by now";
     forgetAll();
     EXPECT_NEAR(Compass(cellDirection(20, 6)).azimuth, 102.5, 1e-4);
-}
-
-TEST(CellDirections, AreSharedByThreads) {
-    for (const double offset : {0.5, 0.75, 0.5}) {
-        const KeepGlobalSite north(offset);
-        std::vector<std::shared_ptr<const insolate::CellDirections>> seen(8);
-        {
-            std::vector<std::jthread> threads;
-            for (auto& mine : seen) {
-                threads.emplace_back([&mine] {
-                    mine = allCellDirections();
-                    cellDirection(3, 3);
-                    EXPECT_EQ(allCellDirections(), mine);
-                });
-            }
-        }
-        for (const auto& mine : seen) {
-            EXPECT_EQ(mine, seen[0]);
-            EXPECT_EQ(mine->northOffset, offset);
-        }
-    }
 }
 
 } // namespace

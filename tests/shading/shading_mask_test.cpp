@@ -198,18 +198,4 @@ TEST(ShadingMaskAccumulator, AveragesCellsAndFactors) {
     EXPECT_EQ(factorsOf(average), (Values{75, 75, 0.75f}));
 }
 
-TEST(ShadingMaskAccumulator, TheAverageOfOneMaskIsThatMask) {
-    EShadingMask mask;
-    for (int cell = 0; cell < 1296; ++cell) {
-        // Half a step up: the byte itself, where its own value might be truncated to the one below.
-        mask.setExposureValue(cell % 72, cell / 72, (static_cast<float>(cell % 255) + 0.5f) / 255);
-        mask.setIncidenceValue(cell % 72, cell / 72, (static_cast<float>(cell % 254) + 0.5f) / 255);
-    }
-    EShadingMaskAccumulator sum;
-    sum.addMask(&mask);
-    EShadingMask average;
-    sum.getAverageMask(&average);
-    EXPECT_TRUE(sameBytes(average, mask));
-}
-
 } // namespace
