@@ -14,9 +14,16 @@ constexpr double solarConstant = 1367.0;
 
 constexpr std::array<double, 7> clearnessBounds{1.065, 1.23, 1.5, 1.95, 2.8, 4.5, 6.2};
 
-// Perez, Seals and Michalsky (1993), table 1, in the order a1..a4 b1..b4 c1..c4 d1..d4 e1..e4.
-using Row = std::array<double, 20>;
-constexpr std::array<Row, 8> coefficients{{
+/// Relative optical air mass. Kasten and Young (1989), Applied Optics 28(22), eq. 3.
+double airMass(double zenith) {
+    const double altitude = 90.0 - zenith * 180.0 / std::numbers::pi;
+    return 1.0 / (std::cos(zenith) + 0.50572 * std::pow(altitude + 6.07995, -1.6364));
+}
+
+} // namespace
+
+// Perez, Seals and Michalsky (1993), table 1.
+const std::array<LuminanceCoefficients, 8> luminanceCoefficients{{
     {1.3525, -0.2576, -0.2690, -1.4366, -0.7670, 0.0007, 1.2734, -0.1233, 2.8000,  0.6004,
      1.2375, 1.0000,  1.8734,  0.6297,  0.9738,  0.2809, 0.0356, -0.1246, -0.5718, 0.9938},
     {-1.2219, -0.7730, 1.4148,  1.1016,  -0.2054, 0.0367, -3.9128, 0.9156, 6.9750,  0.1774,
@@ -35,14 +42,6 @@ constexpr std::array<Row, 8> coefficients{{
      -46.1148, 55.3750, -7.2312, 0.4050, 13.3500, 0.6234, 1.5000, -0.6426, 1.8564,  0.5636},
 }};
 
-/// Relative optical air mass. Kasten and Young (1989), Applied Optics 28(22), eq. 3.
-double airMass(double zenith) {
-    const double altitude = 90.0 - zenith * 180.0 / std::numbers::pi;
-    return 1.0 / (std::cos(zenith) + 0.50572 * std::pow(altitude + 6.07995, -1.6364));
-}
-
-} // namespace
-
 AllWeatherSky allWeatherSky(double directNormal, double diffuseHorizontal, double zenith,
                             double distance) {
     const double Z = std::clamp(zenith, 0.0, std::numbers::pi / 2.0);
@@ -60,7 +59,7 @@ AllWeatherSky allWeatherSky(double directNormal, double diffuseHorizontal, doubl
     sky.limited = delta != sky.brightness;
 
     // Equation 6; c and d of the overcast bin follow equations 7 and 8.
-    const Row& x = coefficients[bin];
+    const LuminanceCoefficients& x = luminanceCoefficients[bin];
     const auto linear = [&](std::size_t i) {
         return x[i] + x[i + 1] * Z + delta * (x[i + 2] + x[i + 3] * Z);
     };

@@ -2,7 +2,13 @@
 /// luminance of a sky element relative to the others, from an hour's two radiation values.
 #pragma once
 
+#include <array>
+
 namespace insolate {
+
+/// Table 1: a1..a4, b1..b4, c1..c4, d1..d4, e1..e4, from the overcast bin to the clearest.
+using LuminanceCoefficients = std::array<double, 20>;
+extern const std::array<LuminanceCoefficients, 8> luminanceCoefficients;
 
 /// The coefficients of equation 1 for one sky.
 struct AllWeatherSky {

@@ -1,5 +1,7 @@
 #include <insolate/analysis/hourly_analysis.h>
 
+#include <insolate/platform/simd.h>
+
 #include <tests/hourly/made_weather.h>
 #include <tests/support/test_data.h>
 
@@ -342,14 +344,16 @@ TEST(HourlyAnalysis, GivesTwoSidesTheSumAndHiddenSensorsNothing) {
     EXPECT_EQ(HourlyAnalysis(HourlySky{}).evaluate(one, Sensor{}).total, 0.0f);
 }
 
-// Several analyses at once in one process, and one analysis on several threads.
+// Several analyses at once in one process, one analysis on several threads, and every instruction
+// level.
 TEST(HourlyAnalysis, RunsBesideOthers) {
     std::vector<double> wall;
     addBox(wall, {-50, 3, 0}, {50, 5, 9});
     const OcclusionIndex scene(wall);
     std::vector<Sensor> sensors;
     for (int i = 0; i < 40; ++i) {
-        sensors.push_back({{static_cast<float>(i) - 20.0f, 0.0f, 0.1f}, {0, 0, 1}});
+        sensors.push_back({{static_cast<float>(i) - 20.0f, 0.0f, 0.1f},
+                           test::narrowed(test::direction(27.0 * i, 3.0 * i - 20.0))});
     }
     const WeatherSeries weather = chicago();
     const HourlyAnalysis shared(chicagoSky());
@@ -372,6 +376,19 @@ TEST(HourlyAnalysis, RunsBesideOthers) {
         thread.join();
     }
     EXPECT_EQ(wrong, (std::array<float, 4>{}));
+
+    for (const SimdLevel level : availableSimdLevels()) {
+        setSimdLevel(level);
+        std::vector<SensorResult> results(sensors.size());
+        shared.evaluate(scene, sensors, results);
+        for (std::size_t i = 0; i < sensors.size(); ++i) {
+            EXPECT_EQ(results[i].total, expected[i].total) << simdLevelName(level) << ' ' << i;
+            EXPECT_EQ(results[i].directSunHours, expected[i].directSunHours);
+            EXPECT_EQ(results[i].peak, expected[i].peak) << simdLevelName(level) << ' ' << i;
+            EXPECT_EQ(results[i].peakHour, expected[i].peakHour);
+        }
+    }
+    setSimdLevel(availableSimdLevels().back());
 }
 
 } // namespace
