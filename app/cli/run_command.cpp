@@ -35,7 +35,8 @@ struct RunArguments {
     std::string rays = "fast";
     bool saveMasks = false;
     std::string masks;
-    double sunTolerance = 0.0;
+    double skyTolerance = HourlyOptions().skyTolerance;
+    double sunTolerance = HourlyOptions().sunTolerance;
     bool openGround = false;
     std::vector<std::size_t> series;
     bool resume = false;
@@ -106,10 +107,17 @@ struct RunArguments {
                         "the same scene, sensors and north; for the methods other than hourly")
             ->type_name("FILE");
         command
+            .add_option("--sky-tolerance", skyTolerance,
+                        "hourly: error that shadow edges may leave in a sensor's diffuse sky, in "
+                        "percent of it; 0 asks once for each sky cell, which is faster")
+            ->check(numberCheck("percent of the diffuse sky"))
+            ->type_name("PERCENT")
+            ->capture_default_str();
+        command
             .add_option("--sun-tolerance", sunTolerance,
-                        "hourly: largest error that shadow edges may leave in the direct sun, in "
-                        "percent of a sensor's total, e.g. 0.5; 0 asks once for each sky cell")
-            ->check(numberCheck("percent of a sensor's total"))
+                        "hourly: the same for the direct sun, e.g. 0.25 for half a percent in "
+                        "practically all places")
+            ->check(numberCheck("percent of the direct sun"))
             ->type_name("PERCENT")
             ->capture_default_str();
         command.add_flag("--open-ground", openGround,
@@ -170,11 +178,15 @@ struct RunArguments {
         }
         result.resume = resume;
         result.force = force;
-        if (!(sunTolerance >= 0.0 && sunTolerance <= 100.0)) {
-            throw UsageError(fmt::format("--sun-tolerance {}: no share; give percent from 0 to 100",
-                                         sunTolerance));
-        }
-        requireHourly(result.method, "--sun-tolerance", sunTolerance > 0.0);
+        const auto checkTolerance = [&](const char* option, double percent, double usual) {
+            if (!(percent >= 0.0 && percent <= 100.0)) {
+                throw UsageError(
+                    fmt::format("{} {}: no share; give percent from 0 to 100", option, percent));
+            }
+            requireHourly(result.method, option, percent != usual);
+        };
+        checkTolerance("--sky-tolerance", skyTolerance, HourlyOptions().skyTolerance);
+        checkTolerance("--sun-tolerance", sunTolerance, HourlyOptions().sunTolerance);
         requireHourly(result.method, "--open-ground", openGround);
         requireHourly(result.method, "--series", !series.empty());
         if (result.method == Method::hourly && (saveMasks || !masks.empty())) {
@@ -185,6 +197,7 @@ struct RunArguments {
                 "stopped run), or take one of the other methods",
                 saveMasks ? "save-masks" : "masks"));
         }
+        result.hourly.skyTolerance = skyTolerance;
         result.hourly.sunTolerance = sunTolerance;
         result.hourly.openGround = openGround;
         result.hourly.series = series;

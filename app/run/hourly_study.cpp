@@ -75,6 +75,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
         m_weather.notes.push_back(std::move(odd));
     }
     HourlyAnalysisOptions analysis;
+    analysis.skyTolerance = m_options.skyTolerance / 100.0;
     analysis.sunTolerance = m_options.sunTolerance / 100.0;
     if (m_options.openGround) {
         analysis.groundRays = 0;
@@ -126,6 +127,7 @@ void HourlyStudy::describe(nlohmann::ordered_json& record,
                         {"albedo", m_options.albedo},
                         {"albedo_of_weather_file", m_options.monthlyAlbedo},
                         {"ground", m_options.openGround ? "open" : "hidden by the scene"},
+                        {"sky_tolerance_percent", m_options.skyTolerance},
                         {"sun_tolerance_percent", m_options.sunTolerance},
                         {"hours", sky.hours},
                         {"daylight_hours", sky.daylightHours},

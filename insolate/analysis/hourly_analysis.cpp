@@ -2,7 +2,8 @@
 
 #include <insolate/analysis/hourly_kernels.h>
 #include <insolate/analysis/peak_hours.h>
-#include <insolate/rt/sky_visibility.h>
+#include <insolate/analysis/sensor_rays.h>
+#include <insolate/analysis/shadow_edges.h>
 
 #include <algorithm>
 #include <array>
@@ -10,6 +11,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <optional>
 #include <utility>
 
 namespace insolate {
@@ -24,104 +26,12 @@ using hourlyKernels::sumOfProducts;
 /// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.
 constexpr float smallGroundView = 0.005f;
 
-/// Deepest splitting of a cell at a shadow edge: 5 degrees / 2^5.
-constexpr int deepestLevel = 5;
+/// A part of the radiation counts for its tolerance as at least this share of the sensor's own
+/// total and of that of open ground.
+constexpr float smallPart = 0.1f;
 
-float dot(const XYZf& a, const XYZf& b) {
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-float length(const XYZf& a) {
-    return std::sqrt(dot(a, a));
-}
-XYZf scaled(const XYZf& a, float factor) {
-    return {a.x * factor, a.y * factor, a.z * factor};
-}
-XYZf added(const XYZf& a, const XYZf& b) {
-    return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
-
-/// How a surface weighs what comes from a direction.
-enum class Sides { One, Two, NoSurface };
-
-/// The weight of a vector whose length, or measure without direction, is given.
-float weightOf(Sides sides, const XYZf& normal, const XYZf& vector, float measure) {
-    switch (sides) {
-    case Sides::One:
-        return std::max(dot(normal, vector), 0.0f);
-    case Sides::Two:
-        return std::abs(dot(normal, vector));
-    case Sides::NoSurface:
-        break;
-    }
-    return measure;
-}
-
-/// The rays of one sensor. Visibilities are 0 (blocked) to 1 (clear).
-class Rays {
-public:
-    Rays(GetTransparencyValueOnRay& caster, const XYZf& origin)
-        : m_caster(caster), m_query(dynamic_cast<SkyVisibilityQuery*>(&caster)), m_origin(origin) {}
-
-    void receiveOn(const XYZf* normal) { m_normal = normal; }
-
-    float one(const XYZf& direction) {
-        const float value = m_caster.getTransparencyValue(m_origin, direction, m_normal);
-        return value > 0.0f ? std::min(value, 1.0f) : 0.0f;
-    }
-
-    /// The cells that are free, where every visibility is 0 or 1; else it changes nothing.
-    void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells) {
-        if (m_query != nullptr) {
-            m_query->visibleSkies(m_origin, directions, cells);
-        }
-    }
-
-    /// Visibility of several sets of directions, by cell index, 0 for the cells that are not
-    /// wanted. cells: for each set the wanted ones; they become those that are free.
-    void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells,
-               std::span<std::array<float, cellCount>* const> visibility) {
-        if (m_query != nullptr) {
-            skies(directions, cells);
-            for (std::size_t i = 0; i < directions.size(); ++i) {
-                hourlyKernels::spread(cells[i], visibility[i]->data());
-            }
-            return;
-        }
-        for (std::size_t i = 0; i < directions.size(); ++i) {
-            visibility[i]->fill(0.0f);
-            SkyCellSet free;
-            forEach(cells[i], [&](std::size_t cell, int azimuth, int altitude) {
-                const float value = one(directions[i].direction(azimuth, altitude));
-                (*visibility[i])[cell] = value;
-                if (value == 1.0f) {
-                    free.insert(azimuth, altitude);
-                }
-            });
-            cells[i] = free;
-        }
-    }
-
-    /// Whether every visibility is 0 or 1.
-    bool allOrNothing() const { return m_query != nullptr; }
-
-private:
-    template <typename Function>
-    static void forEach(const SkyCellSet& set, Function&& function) {
-        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-            const auto altitude = static_cast<int>(word / 2);
-            for (std::uint64_t bits = set.words[word]; bits != 0; bits &= bits - 1) {
-                const int azimuth = static_cast<int>(word % 2) * 64 + std::countr_zero(bits);
-                function(static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude)), azimuth,
-                         altitude);
-            }
-        }
-    }
-
-    GetTransparencyValueOnRay& m_caster;
-    SkyVisibilityQuery* m_query;
-    XYZf m_origin;
-    const XYZf* m_normal = nullptr;
-};
+/// Below this tolerance cells at edges are split further than twice.
+constexpr double fineTolerance = 0.01;
 
 /// A piece of the lower hemisphere, for the ground's rays.
 struct GroundPiece {
@@ -212,11 +122,13 @@ struct HourlyAnalysis::Prepared {
     HourlySky sky;
     HourlyAnalysisOptions options;
     SkyCells cells;
-    std::array<SkyDirections, 2> directions; // the cells' middles, the sun in them
-    std::vector<int> sunCellOfCell;          // -1 for cells without sun
+    std::array<SkyDirections, 2> directions; // of the cells' first rays, of the sun in them
     std::vector<std::size_t> patchOfCell;
     std::vector<GroundPiece> ground;
     GroundRays groundRays;
+    std::optional<EdgeTables> edges;             // where a tolerance is given
+    int edgeLevel = 2;                           // of the finest squares
+    float openTotal = 0.0f;                      // of open ground [Wh/m2]
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
 
     /// Of the sun cells, padded with zeros to a multiple of lanes.
@@ -229,14 +141,13 @@ struct HourlyAnalysis::Prepared {
 
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
         : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
-          sunCellOfCell(cellCount, -1), patchOfCell(cellCount),
-          ground(groundPieces(options.groundRays, sky.options.northOffset)), groundRays(ground) {
+          patchOfCell(cellCount), ground(groundPieces(options.groundRays, sky.options.northOffset)),
+          groundRays(ground) {
         std::vector<XYZf> towardsSun(cellCount, XYZf{0, 0, 0});
         SkyCellSet held;
         for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
             const SunCell& sun = sky.sunCells[j];
             towardsSun[static_cast<std::size_t>(sun.cell)] = sun.direction;
-            sunCellOfCell[static_cast<std::size_t>(sun.cell)] = static_cast<int>(j);
             const int azimuth = sun.cell % skyGrid::azimuthCount;
             const int altitude = sun.cell / skyGrid::azimuthCount;
             held.insert(azimuth, altitude);
@@ -254,7 +165,7 @@ struct HourlyAnalysis::Prepared {
             values->resize((values->size() + lanes - 1) / lanes * lanes, 0.0f);
         }
         directions = {
-            SkyDirections(std::span<const XYZf, cellCount>(cells.centre.data(), cellCount)),
+            EdgeTables::firstDirections(sky.options.northOffset),
             SkyDirections(std::span<const XYZf, cellCount>(towardsSun.data(), cellCount), held)};
         for (std::size_t i = 0; i < cellCount; ++i) {
             patchOfCell[i] = static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(i)));
@@ -266,6 +177,16 @@ struct HourlyAnalysis::Prepared {
         for (std::size_t p = 0; p < patchCount; ++p) {
             patchTotals[p] = static_cast<float>(totals[p]);
         }
+        if (sky.valid && (options.skyTolerance > 0.0 || options.sunTolerance > 0.0)) {
+            const auto fine = [](double tolerance) {
+                return tolerance > 0.0 && tolerance < fineTolerance;
+            };
+            if (fine(options.skyTolerance) || fine(options.sunTolerance)) {
+                edgeLevel = EdgeTables::deepest + 1;
+            }
+            edges.emplace(sky, edgeLevel);
+        }
+        openTotal = static_cast<float>(sky.report.diffuseHorizontal + sky.report.directHorizontal);
         if (options.peak && sky.valid) {
             peakHours = PeakHours(sky, cells);
         }
@@ -296,9 +217,23 @@ public:
     SensorResult result(SensorHours* hours) {
         std::array<SkyCellSet, 2> cells{skyInFront(), sunInFront()};
         const std::array visibility{&m_visible, &m_sunInCell};
+        const std::array<SkyCellSet, 2> front = cells;
         m_rays.skies(m.directions, cells, visibility);
-        sumSky(cells[0]);
         seeSun();
+        if (m.edges) {
+            ShadowEdges edges(*m.edges, m.sky, m_sides, m_normal);
+            edges.find({front, cells, m_visible.data(), m_weight.data(), m_sunVisible.data(),
+                        m_sunWeight.data()});
+            for (const ShadowEdges::Mixed& cell : edges.mixed()) {
+                m_sunVisible[static_cast<std::size_t>(cell.sunCell)] = cell.visible;
+            }
+            sumSky(cells[0]);
+            sumBeam();
+            lookAgain(edges);
+        } else {
+            sumSky(cells[0]);
+            sumBeam();
+        }
         seeGround();
         const float whole = m_sides == Sides::NoSurface ? 2.0f * pi : pi;
         SensorResult result;
@@ -349,10 +284,7 @@ private:
     }
 
     void sumSky(SkyCellSet free) {
-        if (m.options.sunTolerance > 0.0) {
-            quarterSkyEdges();
-        }
-        if (m.options.sunTolerance > 0.0 || !m_rays.allOrNothing()) {
+        if (!m_rays.allOrNothing()) {
             for (std::size_t i = 0; i < cellCount; ++i) {
                 m_weight[i] *= m_visible[i];
             }
@@ -374,40 +306,6 @@ private:
             set.words[2 * band + 1] = row[8];
         }
         return set;
-    }
-
-    /// Asks the cells that differ from a neighbour in the middle of each quarter instead.
-    void quarterSkyEdges() {
-        constexpr double width = std::numbers::pi / 36.0;
-        const std::array<float, cellCount> middles = m_visible;
-        const auto differs = [&](std::size_t cell, int azimuth, int altitude) {
-            if (!skyGrid::isAltitude(altitude)) {
-                return false;
-            }
-            const int sector = (azimuth + skyGrid::azimuthCount) % skyGrid::azimuthCount;
-            const auto i = static_cast<std::size_t>(skyGrid::cellIndex(sector, altitude));
-            return m_weight[i] > 0.0f && middles[i] != middles[cell];
-        };
-        for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
-            for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
-                const auto i = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
-                if (!(m_weight[i] > 0.0f) ||
-                    !(differs(i, azimuth - 1, altitude) || differs(i, azimuth + 1, altitude) ||
-                      differs(i, azimuth, altitude - 1) || differs(i, azimuth, altitude + 1))) {
-                    continue;
-                }
-                float sum = 0.0f;
-                for (int quarter = 0; quarter < 4; ++quarter) {
-                    const double h = (altitude + (quarter < 2 ? 0.25 : 0.75)) * width;
-                    const double a = (azimuth + (quarter % 2 == 0 ? 0.25 : 0.75)) * width +
-                                     m.sky.options.northOffset;
-                    sum += m_rays.one({static_cast<float>(std::cos(h) * std::sin(a)),
-                                       static_cast<float>(std::cos(h) * std::cos(a)),
-                                       static_cast<float>(std::sin(h))});
-                }
-                m_visible[i] = 0.25f * sum;
-            }
-        }
     }
 
     /// Weighs the unshaded sun; gives the cells in which the sensor faces it.
@@ -437,164 +335,37 @@ private:
     void seeSun() {
         for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
             m_sunVisible[j] = m_sunInCell[m.cellOfSun[j]];
-            m_sunHoursOf[j] = m.sunHours[j] * m_sunVisible[j];
         }
         for (std::size_t j = m.sky.sunCells.size(); j < m.sunEnergyX.size(); ++j) {
-            m_sunWeight[j] = m_sunVisible[j] = m_sunHoursOf[j] = 0.0f;
-        }
-        sumBeam();
-        if (m.options.sunTolerance > 0.0) {
-            splitShadowEdges();
+            m_sunWeight[j] = m_sunVisible[j] = 0.0f;
         }
     }
 
     void sumBeam() {
-        static constexpr std::array<float, cellCount + lanes> ones = [] {
-            std::array<float, cellCount + lanes> values{};
-            values.fill(1.0f);
-            return values;
-        }();
         m_beam = sumOfProducts(m_sunWeight.data(), m_sunVisible.data(), m.sunEnergyX.size());
-        m_sunHours = sumOfProducts(m_sunHoursOf.data(), ones.data(), m.sunEnergyX.size());
+        m_sunHours = sumOfProducts(m.sunHours.data(), m_sunVisible.data(), m.sunEnergyX.size());
     }
 
-    /// A cell being split: a square of visibilities, side 2^level, by azimuth and altitude.
-    struct SplitCell {
-        std::size_t sunCell = 0;
-        std::vector<float> visible;
-        std::vector<char> atEdge;
-        float doubt = 0.0f; ///< energy of the squares that an edge crosses
-    };
-
-    void splitShadowEdges() {
-        std::vector<SplitCell> cells;
-        float doubt = 0.0f;
-        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
-            if (m_sunWeight[j] > 0.0f && edgeNear(m.sky.sunCells[j].cell)) {
-                cells.push_back({j, {m_sunVisible[j]}, {1}, m_sunWeight[j]});
-                doubt += m_sunWeight[j];
+    /// Puts right what the edges of shadows leave too uncertain.
+    void lookAgain(ShadowEdges& edges) {
+        const float least = smallPart * std::max(m_sky + m_beam, m.openTotal);
+        const EdgeTolerance tolerance{
+            static_cast<float>(m.options.skyTolerance) * std::max(m_sky, least),
+            static_cast<float>(m.options.sunTolerance) * std::max(m_beam, least), m.edgeLevel};
+        for (const ShadowEdges::Cell& cell : edges.refine(m_rays, tolerance)) {
+            const auto i = static_cast<std::size_t>(cell.cell);
+            const float gained = cell.seen - m_weight[i];
+            m_weight[i] = cell.seen;
+            m_view += gained;
+            m_sky += gained * m.sky.diffuse[i];
+            if (cell.sunCell >= 0) {
+                const auto j = static_cast<std::size_t>(cell.sunCell);
+                m_beam += cell.beamSeen - m_sunWeight[j] * m_sunVisible[j];
+                m_sunHours += cell.directHours - m.sunHours[j] * m_sunVisible[j];
+                m_sunWeight[j] = cell.beam;
+                m_sunVisible[j] = cell.beam > 0.0f ? cell.beamSeen / cell.beam : 0.0f;
             }
         }
-        // A square that an edge crosses errs by a quarter of its energy in the mean; taken as if
-        // all erred to the same side.
-        for (int level = 1; level <= deepestLevel; ++level) {
-            if (0.25f * doubt <= static_cast<float>(m.options.sunTolerance) * (m_beam + m_sky)) {
-                break;
-            }
-            doubt = 0.0f;
-            for (SplitCell& cell : cells) {
-                if (cell.doubt > 0.0f) {
-                    split(cell, level);
-                    doubt += cell.doubt;
-                }
-            }
-            sumBeam();
-        }
-    }
-
-    /// Whether a neighbouring cell, as far as the surface faces it, is seen differently.
-    bool differsFrom(float here, int azimuth, int altitude) const {
-        if (!skyGrid::isAltitude(altitude)) {
-            return false;
-        }
-        const int sector = (azimuth + skyGrid::azimuthCount) % skyGrid::azimuthCount;
-        const auto i = static_cast<std::size_t>(skyGrid::cellIndex(sector, altitude));
-        const XYZf moment{m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]};
-        const int sunCell = m.sunCellOfCell[i];
-        return (weigh(moment, 1.0f) > 0.0f && (m_visible[i] > 0.5f) != (here > 0.5f)) ||
-               (sunCell >= 0 && m_sunWeight[static_cast<std::size_t>(sunCell)] > 0.0f &&
-                m_sunInCell[i] != here);
-    }
-
-    bool edgeNear(int cell) const {
-        const int azimuth = cell % skyGrid::azimuthCount;
-        const int altitude = cell / skyGrid::azimuthCount;
-        for (int b = altitude - 1; b <= altitude + 1; ++b) {
-            for (int a = azimuth - 1; a <= azimuth + 1; ++a) {
-                if (differsFrom(m_sunInCell[static_cast<std::size_t>(cell)], a, b)) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    }
-
-    /// Brings a cell to the next level: the quarters of each square at an edge are asked for where
-    /// the sun was in them, the others inherit; then the asked squares that differ from a neighbour
-    /// are at an edge.
-    void split(SplitCell& cell, int level) {
-        const SunCell& sun = m.sky.sunCells[cell.sunCell];
-        const std::size_t side = std::size_t{1} << level;
-        std::vector<float> visible(side * side);
-        std::vector<char> asked(side * side);
-        std::vector<float> weight(side * side, 0.0f);
-        for (std::size_t v = 0; v < side; ++v) {
-            for (std::size_t u = 0; u < side; ++u) {
-                const std::size_t parent = (v / 2) * (side / 2) + u / 2;
-                visible[v * side + u] = cell.visible[parent];
-                asked[v * side + u] = cell.atEdge[parent];
-            }
-        }
-        float beam = 0.0f;
-        float whole = 0.0f;
-        float hours = 0.0f;
-        const int shift = 2 * (6 - level);
-        const SunStep* step = m.sky.sunSteps.data() + sun.firstStep;
-        for (const SunStep* const end = step + sun.stepCount; step != end;) {
-            const std::uint32_t square = step->place >> shift;
-            XYZf energy{0, 0, 0};
-            float sunHours = 0.0f;
-            for (; step != end && step->place >> shift == square; ++step) {
-                energy = added(energy, step->energy);
-                sunHours += step->sunHours;
-            }
-            std::size_t u = 0;
-            std::size_t v = 0;
-            for (int bit = 0; bit < level; ++bit) {
-                u |= std::size_t{square >> (2 * bit) & 1U} << bit;
-                v |= std::size_t{square >> (2 * bit + 1) & 1U} << bit;
-            }
-            const std::size_t i = v * side + u;
-            const float size = length(energy);
-            weight[i] = weigh(energy, size);
-            if (asked[i] != 0 && weight[i] > 0.0f) {
-                visible[i] = m_rays.one(scaled(energy, 1.0f / size));
-            }
-            beam += weight[i] * visible[i];
-            whole += weight[i];
-            hours += sunHours * visible[i];
-        }
-        cell.atEdge.assign(side * side, 0);
-        cell.doubt = 0.0f;
-        for (std::size_t v = 0; v < side; ++v) {
-            for (std::size_t u = 0; u < side; ++u) {
-                if (asked[v * side + u] != 0 && squareAtEdge(visible, side, u, v, sun.cell)) {
-                    cell.atEdge[v * side + u] = 1;
-                    cell.doubt += weight[v * side + u];
-                }
-            }
-        }
-        cell.visible = std::move(visible);
-        m_sunVisible[cell.sunCell] = whole > 0.0f ? beam / whole : 0.0f;
-        m_sunHoursOf[cell.sunCell] = hours;
-    }
-
-    bool squareAtEdge(const std::vector<float>& visible, std::size_t side, std::size_t u,
-                      std::size_t v, int cell) const {
-        const float here = visible[v * side + u];
-        for (std::size_t y = v > 0 ? v - 1 : 0; y <= std::min(v + 1, side - 1); ++y) {
-            for (std::size_t x = u > 0 ? u - 1 : 0; x <= std::min(u + 1, side - 1); ++x) {
-                if (visible[y * side + x] != here) {
-                    return true;
-                }
-            }
-        }
-        const int azimuth = cell % skyGrid::azimuthCount;
-        const int altitude = cell / skyGrid::azimuthCount;
-        return (u == 0 && differsFrom(here, azimuth - 1, altitude)) ||
-               (u == side - 1 && differsFrom(here, azimuth + 1, altitude)) ||
-               (v == 0 && differsFrom(here, azimuth, altitude - 1)) ||
-               (v == side - 1 && differsFrom(here, azimuth, altitude + 1));
     }
 
     void seeGround() {
@@ -724,10 +495,9 @@ private:
     std::array<float, cellCount> m_visible;   // of the cells
     std::array<float, cellCount> m_sunInCell; // of the sun, by cell
     std::array<float, patchCount> m_patchWeight{};
-    // Of the sun cells: energy on the surface [Wh/m2], its visible part, hours of direct sun.
+    // Of the sun cells: energy on the surface [Wh/m2], its visible part.
     std::array<float, cellCount + lanes> m_sunWeight;
     std::array<float, cellCount + lanes> m_sunVisible;
-    std::array<float, cellCount + lanes> m_sunHoursOf;
     float m_view = 0.0f;
     float m_sky = 0.0f;
     float m_beam = 0.0f;

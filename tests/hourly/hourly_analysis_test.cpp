@@ -9,7 +9,9 @@
 
 #include <numeric>
 #include <random>
+#include <string>
 #include <thread>
+#include <utility>
 
 namespace insolate {
 namespace {
@@ -171,9 +173,6 @@ struct Shade {
     XYZf normal;
     std::function<bool(const XYZf&)> isFree;
     double skyView; // closed form
-    // Of the sky, with one ray a cell: where a facade sees only a strip of sky above a roof line
-    // that runs along a row of cells, half a cell is more of it.
-    double tolerance = 0.01;
 };
 
 /// An endless wall of the given height over distance, across the compass direction, with its top
@@ -200,32 +199,84 @@ std::vector<Shade> shades() {
          0.5 * (std::cos(std::atan(1.3)) + std::cos(std::atan(0.8)))},
         // Facade opposite a parallel one: the strip of sky above it.
         {"facade in a canyon", south, [](const XYZf& d) { return !behindWall(d, 180.0, 0.9); },
-         0.5 * (1.0 - std::sin(std::atan(0.9))), 0.02},
+         0.5 * (1.0 - std::sin(std::atan(0.9)))},
     };
 }
 
+/// With the usual tolerances, with finer ones, and with one ray a cell.
+struct Analyses {
+    HourlyAnalysis usual{chicagoSky()};
+    HourlyAnalysis fine = with(0.0025);
+    HourlyAnalysis rough = with(0.0);
+
+    static HourlyAnalysis with(double tolerance) {
+        HourlyAnalysisOptions options;
+        options.skyTolerance = options.sunTolerance = tolerance;
+        return HourlyAnalysis(chicagoSky(), options);
+    }
+    static const Analyses& get() {
+        static const Analyses analyses;
+        return analyses;
+    }
+};
+
+void expectWithinTolerances(const SensorResult& usual, const SensorResult& fine,
+                            const Reference& expected, const std::string& name) {
+    EXPECT_NEAR(static_cast<double>(usual.sky) / expected.sky, 1.0, 0.01) << name;
+    EXPECT_NEAR(static_cast<double>(usual.beam) / expected.beam, 1.0, 0.02) << name;
+    EXPECT_NEAR(static_cast<double>(fine.sky) / expected.sky, 1.0, 0.005) << name;
+    EXPECT_NEAR(static_cast<double>(fine.beam) / expected.beam, 1.0, 0.005) << name;
+    EXPECT_NEAR(static_cast<double>(fine.directSunHours) / expected.sunHours, 1.0, 0.01) << name;
+}
+
 TEST(HourlyAnalysis, MeetsClosedFormsAndBruteForceBehindWalls) {
-    HourlyAnalysisOptions tolerant;
-    tolerant.sunTolerance = 0.002;
-    const HourlyAnalysis plain(chicagoSky());
-    const HourlyAnalysis split(chicagoSky(), tolerant);
+    const Analyses& analyses = Analyses::get();
     for (const Shade& shade : shades()) {
         const Reference expected = bruteForce(chicagoSky(), shade.normal, shade.isFree);
         FormulaScene scene(shade.isFree);
         const Sensor sensor{{0, 0, 0}, shade.normal};
-        const SensorResult result = plain.evaluate(scene, sensor);
-        const int raysPlain = scene.rays;
-        const SensorResult fine = split.evaluate(scene, sensor);
-        EXPECT_NEAR(static_cast<double>(result.skyViewFactor) / shade.skyView, 1.0, shade.tolerance)
+        const SensorResult usual = analyses.usual.evaluate(scene, sensor);
+        expectWithinTolerances(usual, analyses.fine.evaluate(scene, sensor), expected, shade.name);
+        EXPECT_NEAR(static_cast<double>(usual.skyViewFactor) / shade.skyView, 1.0, 0.01)
             << shade.name;
-        EXPECT_NEAR(static_cast<double>(result.sky) / expected.sky, 1.0, shade.tolerance)
-            << shade.name;
-        EXPECT_NEAR(static_cast<double>(result.beam) / expected.beam, 1.0, 0.02) << shade.name;
-        EXPECT_NEAR(static_cast<double>(fine.beam) / expected.beam, 1.0, 0.005) << shade.name;
-        EXPECT_NEAR(static_cast<double>(fine.directSunHours) / expected.sunHours, 1.0, 0.01)
-            << shade.name;
-        EXPECT_LT(scene.rays - raysPlain, 7 * raysPlain) << shade.name;
     }
+}
+
+TEST(HourlyAnalysis, AsksMoreOnlyWhereEdgesMatter) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> slope(0.0, 2.0);
+    const Analyses& analyses = Analyses::get();
+    double worstRough = 0.0;
+    for (int i = 0; i < 12; ++i) {
+        const std::array<double, 4> walls{slope(random), slope(random), slope(random),
+                                          slope(random)};
+        const auto isFree = [&](const XYZf& d) {
+            for (std::size_t w = 0; w < 4; ++w) {
+                if (behindWall(d, 11.0 * i + 90.0 * static_cast<double>(w), walls[w])) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        const Reference expected = bruteForce(chicagoSky(), {0, 0, 1}, isFree);
+        FormulaScene scene(isFree);
+        const SensorResult rough = analyses.rough.evaluate(scene, Sensor{});
+        const int raysRough = std::exchange(scene.rays, 0);
+        const SensorResult usual = analyses.usual.evaluate(scene, Sensor{});
+        const int raysUsual = std::exchange(scene.rays, 0);
+        const SensorResult fine = analyses.fine.evaluate(scene, Sensor{});
+        expectWithinTolerances(usual, fine, expected, "court " + std::to_string(i));
+        worstRough =
+            std::max({worstRough, std::abs(static_cast<double>(rough.sky) / expected.sky - 1.0),
+                      0.5 * std::abs(static_cast<double>(rough.beam) / expected.beam - 1.0)});
+        EXPECT_EQ(raysRough, skyGrid::cellCount + static_cast<int>(chicagoSky().sunCells.size()));
+        EXPECT_LT(raysUsual, 2 * raysRough);
+        EXPECT_LT(scene.rays, 3 * raysRough);
+    }
+    EXPECT_GT(worstRough, 0.01);
+    FormulaScene open([](const XYZf&) { return true; });
+    analyses.fine.evaluate(open, Sensor{});
+    EXPECT_EQ(open.rays, skyGrid::cellCount + static_cast<int>(chicagoSky().sunCells.size()));
 }
 
 // A court of boxes through the ray index: the same by triangles and by formula.
@@ -236,26 +287,18 @@ TEST(HourlyAnalysis, MeetsBruteForceInABoxCourt) {
     addBox(court, {6, -6, 0}, {9, 6, 9});
     addBox(court, {-9, -6, 0}, {-6, 6, 5});
     const OcclusionIndex scene(court);
-    HourlyAnalysisOptions tolerant;
-    tolerant.sunTolerance = 0.002;
-    const HourlyAnalysis plain(chicagoSky());
-    const HourlyAnalysis split(chicagoSky(), tolerant);
+    const Analyses& analyses = Analyses::get();
     for (const Sensor& sensor :
          {Sensor{{1.0f, 2.3f, 0.1f}, {0, 0, 1}}, Sensor{{-3.3f, -1.7f, 0.1f}, {0, 0, 1}},
           Sensor{{0.7f, 5.9f, 2.1f}, {0, -1, 0}}}) {
         const auto isFree = [&](const XYZf& d) { return !scene.isOccluded(sensor.position, d); };
         const Reference expected = bruteForce(chicagoSky(), sensor.normal, isFree);
-        const SensorResult result = plain.evaluate(scene, sensor);
-        EXPECT_NEAR(static_cast<double>(result.sky) / expected.sky, 1.0, 0.02);
-        EXPECT_NEAR(static_cast<double>(split.evaluate(scene, sensor).sky) / expected.sky, 1.0,
-                    0.01);
-        EXPECT_NEAR(static_cast<double>(result.beam) / expected.beam, 1.0, 0.02);
-        EXPECT_NEAR(static_cast<double>(split.evaluate(scene, sensor).beam) / expected.beam, 1.0,
-                    0.005);
+        const SensorResult fine = analyses.fine.evaluate(scene, sensor);
+        expectWithinTolerances(analyses.usual.evaluate(scene, sensor), fine, expected, "boxes");
         // Ray by ray gives the same as whole skies.
         FormulaScene single(isFree);
-        EXPECT_FLOAT_EQ(plain.evaluate(single, sensor).beam, result.beam);
-        EXPECT_FLOAT_EQ(plain.evaluate(single, sensor).sky, result.sky);
+        EXPECT_EQ(analyses.fine.evaluate(single, sensor).beam, fine.beam);
+        EXPECT_EQ(analyses.fine.evaluate(single, sensor).sky, fine.sky);
     }
 }
 

@@ -55,7 +55,8 @@ TEST_F(CommandTest, RunsAStudy) {
 TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
     const Outcome run =
         done("run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
-             "8:30-18 --albedo 0.3 --sun-tolerance 1 --open-ground --series 3,12 --out h");
+             "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --series 3,12 "
+             "--out h");
     expectAll(run.err, {"kWh/m2\n", "series.csv and summary.json"});
     const auto series = rowsOf(path("h/series.csv"));
     const auto sensors = rowsOf(path("h/sensors.csv"));
@@ -75,7 +76,7 @@ TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
     EXPECT_NEAR(sum / std::stod(sensors[13][6]), 1.0, 1e-5);
     expectAll(readFile(path("h/summary.json")),
               {"\"albedo\": 0.3", "\"ground\": \"open\"", "\"sun_tolerance_percent\": 1.0",
-               "\"while_the_sun_is_down\"", "\"highest_peak\""});
+               "\"sky_tolerance_percent\": 3.0", "\"while_the_sun_is_down\"", "\"highest_peak\""});
 
     // A run without it takes the earlier run's series away, but no file that only has its name.
     const std::string without = "run --weather good.epw --scene court.obj --period 1/1 --out h";
@@ -158,6 +159,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--albedo 2", 2, "--albedo '2'"},
              {base + "--albedo epw --method perez-sky", 2, "does not belong to --method perez-sky"},
              {base + "--sun-tolerance -1", 2, "--sun-tolerance -1"},
+             {base + "--sky-tolerance 101", 2, "--sky-tolerance 101"},
              {base + "--save-masks", 2, "does not belong to --method hourly"},
              {base + "--method perez-sky --masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--sensors none.obj", 1, "none.obj: no such file"},

@@ -1,0 +1,566 @@
+#include <insolate/analysis/shadow_edges.h>
+
+#include <limits>
+#include <numbers>
+
+namespace insolate {
+namespace {
+
+constexpr int sectors = skyGrid::azimuthCount;
+constexpr int bands = skyGrid::altitudeCount;
+constexpr int deepest = EdgeTables::deepest;
+constexpr int side = EdgeTables::side;
+
+/// By these the root of the summed squares of the weights at edges bounds the errors: less than one
+/// in a hundred sensors behind walls, in courts and in cities have larger ones.
+constexpr float skyFactor = 0.45f;
+constexpr float beamFactor = 0.75f;
+
+/// What becomes of a square's doubt when it gets a second ray, and when it is split. The sun's
+/// energy lies unevenly in a square.
+struct Shrinking {
+    float sky, beam;
+};
+constexpr Shrinking unchanged{1.0f, 1.0f};
+constexpr Shrinking halved{0.35f, 0.5f};
+constexpr Shrinking quartered{0.125f, 0.25f};
+constexpr Shrinking gone{0.0f, 0.0f};
+
+/// Sums of squared weights, by the power of two of each.
+class Doubts {
+public:
+    void add(float value) {
+        const std::size_t exponent = std::bit_cast<std::uint32_t>(value) >> exponentShift & 0xFF;
+        m_sums[exponent] += value;
+        m_sum += value;
+        m_end = std::max(m_end, exponent + 1);
+    }
+    float sum() const { return m_sum; }
+    /// The highest power of two from which on values shrunk by a factor add up, with those below,
+    /// to no more than is allowed; 0 if none is enough.
+    float limit(float allowed, float factor) const {
+        float left = m_sum;
+        std::size_t exponent = m_end;
+        while (left > allowed && exponent > 1) {
+            --exponent;
+            left -= (1.0f - factor) * m_sums[exponent];
+        }
+        if (left > allowed) {
+            return 0.0f;
+        }
+        return exponent == m_end
+                   ? std::numeric_limits<float>::infinity()
+                   : std::bit_cast<float>(static_cast<std::uint32_t>(exponent) << exponentShift);
+    }
+
+private:
+    static constexpr unsigned exponentShift = 23;
+    std::array<float, 256> m_sums{};
+    float m_sum = 0.0f;
+    std::size_t m_end = 0;
+};
+
+double part(double value) {
+    return value - std::floor(value);
+}
+
+/// Place of a cell's first ray: by golden ratios, upwards from sector to sector, sideways from band
+/// to band.
+double firstX(int altitude) {
+    return part(0.5 + altitude / std::numbers::phi);
+}
+double firstY(int azimuth) {
+    return part(0.5 + azimuth / std::numbers::phi);
+}
+
+XYZf directionOf(double sector, double band, double northOffset) {
+    const double azimuth = sector * std::numbers::pi / 36.0 + northOffset;
+    const double altitude = band * std::numbers::pi / 36.0;
+    return {static_cast<float>(std::cos(altitude) * std::sin(azimuth)),
+            static_cast<float>(std::cos(altitude) * std::cos(azimuth)),
+            static_cast<float>(std::sin(altitude))};
+}
+
+/// The cells' first rays, moved within the cells.
+SkyDirections lattice(double moveX, double moveY, double northOffset) {
+    std::array<XYZf, skyGrid::cellCount> directions;
+    for (int altitude = 0; altitude < bands; ++altitude) {
+        for (int azimuth = 0; azimuth < sectors; ++azimuth) {
+            directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))] =
+                directionOf(azimuth + part(firstX(altitude) + moveX),
+                            altitude + part(firstY(azimuth) + moveY), northOffset);
+        }
+    }
+    return SkyDirections(directions);
+}
+
+/// Three of six interleaved bits, from the highest.
+int highBits(std::uint32_t place, int axis, int level) {
+    int value = 0;
+    for (int bit = 0; bit < level; ++bit) {
+        value = value * 2 + static_cast<int>(place >> (10 - 2 * bit + axis) & 1U);
+    }
+    return value;
+}
+
+constexpr float squared(float value) {
+    return value * value;
+}
+
+/// Of a square whose moment has length 1 [sr].
+float solidAngle(int level) {
+    constexpr auto width = static_cast<float>(std::numbers::pi / 36.0);
+    return width * width / static_cast<float>(1 << 2 * level);
+}
+
+/// The cell of a word's lowest bit.
+int cellOf(std::size_t word, std::uint64_t bits) {
+    return static_cast<int>(word / 2) * sectors + static_cast<int>(word % 2) * 64 +
+           std::countr_zero(bits);
+}
+
+/// The set and the eight cells around each of its cells.
+SkyCellSet grown(const SkyCellSet& set) {
+    SkyCellSet wide = set;
+    for (std::size_t band = 0; band < bands; ++band) {
+        const std::uint64_t low = set.words[2 * band];
+        const std::uint64_t high = set.words[2 * band + 1];
+        wide.words[2 * band] |= low << 1 | high >> 7 | low >> 1 | high << 63;
+        wide.words[2 * band + 1] |= (high << 1 | low >> 63 | high >> 1 | low << 7) & 0xFF;
+    }
+    SkyCellSet result = wide;
+    for (std::size_t i = 0; i + 2 < SkyCellSet::wordCount; ++i) {
+        result.words[i] |= wide.words[i + 2];
+        result.words[i + 2] |= wide.words[i];
+    }
+    return result;
+}
+
+} // namespace
+
+EdgeTables::EdgeTables(const HourlySky& sky, int finest)
+    : m_sky(&sky), m_north(sky.options.northOffset), m_sunCellOf(skyGrid::cellCount, -1) {
+    const double north = m_north;
+    for (int level = 1; level <= std::min(finest, deepest); ++level) {
+        const int squares = 1 << level;
+        int count = 0;
+        for (int y = 0; y < squares; ++y) {
+            for (int x = 0; x < squares; ++x) {
+                const bool known = x % 2 == 0 && y % 2 == 0;
+                m_setOfMove[static_cast<std::size_t>(level)]
+                           [static_cast<std::size_t>(y << level | x)] =
+                               static_cast<std::int8_t>(known ? -1 : count++);
+                if (!known) {
+                    m_sets.push_back(lattice(static_cast<double>(x) / squares,
+                                             static_cast<double>(y) / squares, north));
+                }
+            }
+        }
+    }
+    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+        m_first[static_cast<std::size_t>(cell)] = {
+            static_cast<std::uint8_t>(firstX(cell / sectors) * side),
+            static_cast<std::uint8_t>(firstY(cell % sectors) * side)};
+    }
+    const auto angles = [](int cells, double offset) {
+        std::vector<Angle> result;
+        for (int i = 0; i < cells * 2 * side; ++i) {
+            const double angle = i * std::numbers::pi / (36.0 * 2 * side) + offset;
+            result.push_back(
+                {static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle))});
+        }
+        return result;
+    };
+    m_azimuths = angles(sectors, north);
+    m_altitudes = angles(bands, 0.0);
+
+    for (int level = 0; level <= deepest; ++level) {
+        m_suns[static_cast<std::size_t>(level)].resize(sky.sunCells.size() << 2 * level);
+    }
+    for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
+        const SunCell& sun = sky.sunCells[j];
+        m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<int>(j);
+        const int azimuth = sun.cell % sectors;
+        const int altitude = sun.cell / sectors;
+        const double x = firstX(altitude);
+        const double y = firstY(azimuth);
+        const double turned =
+            std::atan2(static_cast<double>(sun.direction.x), static_cast<double>(sun.direction.y)) -
+            north;
+        const double sunX =
+            std::remainder(turned * 36.0 / std::numbers::pi - azimuth - 0.5, 72.0) + 0.5;
+        const double sunY = std::asin(std::min(static_cast<double>(sun.direction.z), 1.0)) * 36.0 /
+                                std::numbers::pi -
+                            altitude;
+        const double narrowing = std::cos((altitude + 0.5) * std::numbers::pi / 36.0);
+        double near = 0.0;
+        double whole = 0.0;
+        for (int s = sun.firstStep; s < sun.firstStep + sun.stepCount; ++s) {
+            const SunStep& step = sky.sunSteps[static_cast<std::size_t>(s)];
+            for (int level = 0; level <= deepest; ++level) {
+                Sun& square = m_suns[static_cast<std::size_t>(level)][static_cast<std::size_t>(
+                    (static_cast<int>(j) << 2 * level) + (highBits(step.place, 1, level) << level) +
+                    highBits(step.place, 0, level))];
+                square.energy = added(square.energy, step.energy);
+                square.hours += step.sunHours;
+            }
+            const double stepX = (highBits(step.place, 0, 6) + 0.5) / 64.0;
+            const double stepY = (highBits(step.place, 1, 6) + 0.5) / 64.0;
+            const auto energy = static_cast<double>(length(step.energy));
+            whole += energy;
+            if (std::hypot((stepX - sunX) * narrowing, stepY - sunY) <=
+                std::hypot((stepX - x) * narrowing, stepY - y)) {
+                near += energy;
+            }
+        }
+        m_nearSun.push_back(whole > 0.0 ? static_cast<float>(near / whole) : 1.0f);
+    }
+}
+
+XYZf EdgeTables::firstRay(int azimuth, int altitude) const {
+    return directionOf(azimuth + firstX(altitude), altitude + firstY(azimuth), m_north);
+}
+
+SkyDirections EdgeTables::firstDirections(double northOffset) {
+    return lattice(0.0, 0.0, northOffset);
+}
+
+std::span<const SunStep> EdgeTables::stepsOf(int sunCell, int x, int y) const {
+    const SunCell& sun = m_sky->sunCells[static_cast<std::size_t>(sunCell)];
+    const std::span<const SunStep> steps = std::span(m_sky->sunSteps)
+                                               .subspan(static_cast<std::size_t>(sun.firstStep),
+                                                        static_cast<std::size_t>(sun.stepCount));
+    constexpr int below = 2 * (6 - deepest);
+    std::uint32_t square = 0;
+    for (unsigned bit = 0; bit < deepest; ++bit) {
+        square |= (static_cast<std::uint32_t>(x) >> bit & 1U) << 2 * bit |
+                  (static_cast<std::uint32_t>(y) >> bit & 1U) << (2 * bit + 1);
+    }
+    const auto first = std::partition_point(steps.begin(), steps.end(), [&](const SunStep& step) {
+        return step.place >> below < square;
+    });
+    const auto end = std::partition_point(
+        first, steps.end(), [&](const SunStep& step) { return step.place >> below == square; });
+    return {first, end};
+}
+
+void ShadowEdges::find(const FirstLook& look) {
+    m_first = look;
+    SkyCellSet free;
+    SkyCellSet hidden;
+    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
+        free.words[i] = look.free[0].words[i] | look.free[1].words[i];
+        hidden.words[i] = (look.front[0].words[i] & ~look.free[0].words[i]) |
+                          (look.front[1].words[i] & ~look.free[1].words[i]);
+    }
+    SkyCellSet both = grown(free);
+    both &= grown(hidden);
+    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
+        both.words[i] &= look.front[0].words[i];
+        for (std::uint64_t bits = both.words[i]; bits != 0; bits &= bits - 1) {
+            const int cell = cellOf(i, bits);
+            const auto at = static_cast<std::size_t>(cell);
+            const int sunCell = m_tables.sunCellOf(cell);
+            float beam = 0.0f;
+            if (sunCell >= 0) {
+                const auto j = static_cast<std::size_t>(sunCell);
+                beam = look.sunWeight[j];
+                if (beam > 0.0f && look.weight[at] > 0.0f &&
+                    look.sunVisible[j] != look.visible[at]) {
+                    m_mixed.push_back(
+                        {sunCell, look.visible[at] + m_tables.nearSun(sunCell) *
+                                                         (look.sunVisible[j] - look.visible[at])});
+                }
+            }
+            m_edges.push_back({squared(look.weight[at] * m_hourlySky.diffuse[at]), squared(beam),
+                               static_cast<std::uint16_t>(cell), 0, 0});
+        }
+    }
+    if (m_sides == Sides::One) {
+        findCutCells();
+    }
+}
+
+/// Cells that the surface's own plane cuts count by their middle at first. What that loses is no
+/// chance: it is of one sign, and adds up plainly.
+void ShadowEdges::findCutCells() {
+    SkyCellSet behind = SkyCellSet::all();
+    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
+        behind.words[i] &= ~m_first.front[0].words[i];
+    }
+    if (behind == SkyCellSet()) {
+        return;
+    }
+    SkyCellSet cut = grown(behind);
+    cut &= m_first.free[0];
+    SkyCellSet beyond = grown(m_first.free[0]);
+    beyond &= behind;
+    struct Lost {
+        std::size_t edge;
+        float sky, beam;
+    };
+    std::vector<Lost> lost;
+    float lostSky = 0.0f;
+    float lostBeam = 0.0f;
+    std::size_t edge = 0;
+    const std::size_t edges = m_edges.size();
+    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
+        for (std::uint64_t bits = cut.words[i] | beyond.words[i]; bits != 0; bits &= bits - 1) {
+            const int cell = cellOf(i, bits);
+            const auto at = static_cast<std::size_t>(cell);
+            const int sunCell = m_tables.sunCellOf(cell);
+            float sky = -m_first.weight[at];
+            float beam = sunCell < 0 ? 0.0f : -m_first.sunWeight[sunCell];
+            for (int y = 0; y < 2; ++y) {
+                for (int x = 0; x < 2; ++x) {
+                    sky += solidAngle(1) * weigh(m_tables.moment(1, cell, x, y));
+                    beam += sunCell < 0 ? 0.0f : weigh(m_tables.sunOf(1, sunCell, x, y).energy);
+                }
+            }
+            sky = std::max(sky * m_hourlySky.diffuse[at], 0.0f);
+            beam = std::max(beam, 0.0f);
+            lostSky += sky;
+            lostBeam += beam;
+            while (edge < edges && m_edges[edge].cell < cell) {
+                ++edge;
+            }
+            if (edge < edges && m_edges[edge].cell == cell) {
+                lost.push_back({edge, sky, beam});
+            } else {
+                lost.push_back({m_edges.size(), sky, beam});
+                m_edges.push_back({0.0f, 0.0f, static_cast<std::uint16_t>(cell), 0, 0});
+            }
+        }
+    }
+    for (const Lost& cell : lost) {
+        m_edges[cell.edge].sky += cell.sky * lostSky / squared(skyFactor);
+        m_edges[cell.edge].beam += cell.beam * lostBeam / squared(beamFactor);
+    }
+}
+
+std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTolerance& tolerance) {
+    const auto allowed = [](float error, float factor) {
+        return error > 0.0f ? squared(error / factor) : std::numeric_limits<float>::infinity();
+    };
+    const float allowedSky = allowed(tolerance.sky, skyFactor);
+    const float allowedBeam = allowed(tolerance.beam, beamFactor);
+    float fixedSky = 0.0f;
+    float fixedBeam = 0.0f;
+    std::vector<Square> squares = std::move(m_edges);
+    std::vector<Square> chosen;
+    m_mapped = tolerance.deepest > 1;
+    for (int level = 1;; ++level) {
+        Doubts sky;
+        Doubts beam;
+        for (const Square& square : squares) {
+            sky.add(square.sky);
+            beam.add(square.beam);
+        }
+        const auto enough = [&](const Shrinking& shrinking) {
+            return fixedSky + shrinking.sky * sky.sum() <= allowedSky &&
+                   fixedBeam + shrinking.beam * beam.sum() <= allowedBeam;
+        };
+        if (enough(unchanged)) {
+            break;
+        }
+        const bool onlyHalve = level == 1 && enough(halved);
+        const bool steps = level > EdgeTables::deepest;
+        const bool reached = onlyHalve || steps || enough(quartered);
+        const bool last = reached || level >= tolerance.deepest;
+        const Shrinking& shrinking = onlyHalve ? halved : steps || !reached ? gone : quartered;
+        // What is left alone takes a part of what is allowed, when this is not yet enough.
+        const float share = reached ? 1.0f : 0.25f;
+        const float skyLimit = steps ? std::numeric_limits<float>::infinity()
+                                     : sky.limit(share * allowedSky - fixedSky, shrinking.sky);
+        const float beamLimit = beam.limit(share * allowedBeam - fixedBeam, shrinking.beam);
+        chosen.clear();
+        for (const Square& square : squares) {
+            if ((square.sky > 0.0f && square.sky >= skyLimit) ||
+                (square.beam > 0.0f && square.beam >= beamLimit)) {
+                chosen.push_back(square);
+            } else {
+                fixedSky += square.sky;
+                fixedBeam += square.beam;
+            }
+        }
+        if (steps) {
+            for (const Square& square : chosen) {
+                lookAtSteps(rays, square);
+            }
+            break;
+        }
+        look(rays, level, chosen, onlyHalve);
+        if (last) {
+            break;
+        }
+        squares.clear();
+        for (const Square& parent : chosen) {
+            const Cell& cell = m_cells[static_cast<std::size_t>(m_place[parent.cell])];
+            for (int quarter = 0; quarter < 4; ++quarter) {
+                const int x = 2 * parent.x + quarter % 2;
+                const int y = 2 * parent.y + quarter / 2;
+                if (atEdge(level, parent.cell, x, y)) {
+                    const float energy =
+                        cell.sunCell < 0 ? 0.0f
+                                         : weigh(m_tables.sunOf(level, cell.sunCell, x, y).energy);
+                    // Of the square's sky a quarter is near enough here.
+                    squares.push_back({parent.sky / 16.0f, squared(energy), parent.cell,
+                                       static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y)});
+                }
+            }
+        }
+    }
+    return m_cells;
+}
+
+/// Asks a square of the deepest level for each step of the sun.
+void ShadowEdges::lookAtSteps(Rays& rays, const Square& square) {
+    Cell& cell = m_cells[static_cast<std::size_t>(m_place[square.cell])];
+    const float value = mapOf(square.cell)[mapPlace(deepest, square.x, square.y)];
+    for (const SunStep& step : m_tables.stepsOf(cell.sunCell, square.x, square.y)) {
+        const float beam = weigh(step.energy);
+        if (beam > 0.0f) {
+            const float change = rays.one(scaled(step.energy, 1.0f / length(step.energy))) - value;
+            cell.beamSeen += change * beam;
+            cell.directHours += change * step.sunHours;
+        }
+    }
+}
+
+/// Asks the squares of the level that lie in the chosen ones of the level before: all of them, or
+/// only the one opposite to the known one, whose neighbours then take the mean.
+void ShadowEdges::look(Rays& rays, int level, const std::vector<Square>& squares, bool onlyHalve) {
+    const std::span<const SkyDirections> sets = m_tables.setsOf(level);
+    std::vector<SkyCellSet> cells(sets.size());
+    const auto setOf = [&](const Square& square, unsigned quarter) {
+        return static_cast<std::size_t>(
+            m_tables.setOfSquare(level, square.cell, 2 * square.x + static_cast<int>(quarter & 1U),
+                                 2 * square.y + static_cast<int>(quarter >> 1)));
+    };
+    const unsigned firstAsked = onlyHalve ? 3 : 1;
+    for (const Square& square : squares) {
+        const unsigned known = m_tables.knownQuarter(level, square.cell);
+        for (unsigned other = firstAsked; other < 4; ++other) {
+            cells[setOf(square, known ^ other)].insert(square.cell % sectors,
+                                                       square.cell / sectors);
+        }
+    }
+    for (std::size_t first = 0; first < sets.size(); ++first) {
+        std::size_t end = first;
+        while (end < sets.size() && !(cells[end] == SkyCellSet())) {
+            ++end;
+        }
+        if (end > first) {
+            rays.skies(sets.subspan(first, end - first),
+                       std::span(cells).subspan(first, end - first));
+            first = end;
+        }
+    }
+    if (level == 1) {
+        m_place.assign(skyGrid::cellCount, -1);
+        m_cells.reserve(squares.size());
+        m_maps.resize(m_mapped ? squares.size() : 0);
+    }
+    for (const Square& square : squares) {
+        const unsigned known = m_tables.knownQuarter(level, square.cell);
+        std::array<float, 4> values;
+        values[known] = level == 1 ? start(rays, square.cell)
+                                   : mapOf(square.cell)[mapPlace(level - 1, square.x, square.y)];
+        for (unsigned other = firstAsked; other < 4; ++other) {
+            const std::size_t set = setOf(square, known ^ other);
+            values[known ^ other] =
+                rays.visible(sets[set], cells[set], square.cell % sectors, square.cell / sectors);
+        }
+        if (onlyHalve) {
+            values[known ^ 1] = values[known ^ 2] = 0.5f * (values[known] + values[known ^ 3]);
+        }
+        replace(level, square, values);
+    }
+}
+
+/// Begins the record of a cell; gives what its first ray saw.
+float ShadowEdges::start(Rays& rays, int index) {
+    m_place[static_cast<std::size_t>(index)] = static_cast<std::int16_t>(m_cells.size());
+    Cell& cell = m_cells.emplace_back();
+    cell.cell = index;
+    cell.sunCell = m_tables.sunCellOf(index);
+    const int azimuth = index % sectors;
+    const int altitude = index / sectors;
+    return m_first.front[0].contains(azimuth, altitude)
+               ? m_first.visible[index]
+               : rays.one(m_tables.firstRay(azimuth, altitude));
+}
+
+/// Puts the four squares of a level in the place of the one that they make up.
+void ShadowEdges::replace(int level, const Square& square, const std::array<float, 4>& values) {
+    Cell& cell = m_cells[static_cast<std::size_t>(m_place[square.cell])];
+    if (level > 1) {
+        const float value = mapOf(cell.cell)[mapPlace(level - 1, square.x, square.y)];
+        count(cell, level - 1, square.x, square.y, value, -1.0f);
+    }
+    const int width = side >> level;
+    for (int quarter = 0; quarter < 4; ++quarter) {
+        const int x = 2 * square.x + quarter % 2;
+        const int y = 2 * square.y + quarter / 2;
+        const float value = values[static_cast<std::size_t>(quarter)];
+        count(cell, level, x, y, value, 1.0f);
+        for (int row = 0; m_mapped && row < width; ++row) {
+            std::fill_n(mapOf(cell.cell).begin() + (y * width + row) * side + x * width, width,
+                        value);
+        }
+    }
+}
+
+/// Adds a square to its cell's sums, or takes it out with a sign of -1.
+inline void ShadowEdges::count(Cell& cell, int level, int x, int y, float value, float sign) const {
+    cell.seen += sign * value * solidAngle(level) * weigh(m_tables.moment(level, cell.cell, x, y));
+    if (cell.sunCell >= 0) {
+        const EdgeTables::Sun& sun = m_tables.sunOf(level, cell.sunCell, x, y);
+        const float beam = sign * weigh(sun.energy);
+        cell.beam += beam;
+        cell.beamSeen += beam * value;
+        cell.directHours += beam != 0.0f ? sign * sun.hours * value : 0.0f;
+    }
+}
+
+/// Visibility of a place in a cell's map or, one step beyond it, in its neighbour's; -1 where the
+/// sensor does not look.
+float ShadowEdges::valueAt(int azimuth, int altitude, int x, int y) const {
+    azimuth += x < 0 ? -1 : x >= side ? 1 : 0;
+    altitude += y < 0 ? -1 : y >= side ? 1 : 0;
+    azimuth = azimuth < 0 ? azimuth + sectors : azimuth >= sectors ? azimuth - sectors : azimuth;
+    if (altitude < 0 || altitude >= bands || !m_first.front[0].contains(azimuth, altitude)) {
+        return -1.0f;
+    }
+    const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
+    const std::int16_t place = m_place[cell];
+    return place < 0 ? m_first.visible[cell]
+                     : m_maps[static_cast<std::size_t>(place)]
+                             [static_cast<std::size_t>((y & (side - 1)) * side + (x & (side - 1)))];
+}
+
+/// Whether a square differs from one beside it.
+bool ShadowEdges::atEdge(int level, int cell, int x, int y) {
+    const int width = side >> level;
+    const int x0 = x * width;
+    const int y0 = y * width;
+    const int azimuth = cell % sectors;
+    const int altitude = cell / sectors;
+    const float own = mapOf(cell)[static_cast<std::size_t>(y0 * side + x0)];
+    const Map& map = m_maps[static_cast<std::size_t>(m_place[static_cast<std::size_t>(cell)])];
+    const auto differs = [&](int px, int py) {
+        const bool inside = static_cast<unsigned>(px) < side && static_cast<unsigned>(py) < side;
+        const float value = inside ? map[static_cast<std::size_t>(py * side + px)]
+                                   : valueAt(azimuth, altitude, px, py);
+        return value >= 0.0f && value != own;
+    };
+    for (const int i : {0, width - 1}) {
+        if (differs(x0 - 1, y0 + i) || differs(x0 + width, y0 + i) || differs(x0 + i, y0 - 1) ||
+            differs(x0 + i, y0 + width)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace insolate
