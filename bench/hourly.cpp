@@ -38,11 +38,14 @@ struct Extent {
     const char* name;
     bool peak;
     int groundRays;
+    double sunTolerance;
 };
 const Extent extents[] = {
-    {"sums", false, 0},
-    {"and peak", true, 0},
-    {"and ground rays", true, HourlyAnalysisOptions{}.groundRays},
+    {"sums", false, 0, 0.0},
+    {"and peak", true, 0, 0.0},
+    {"and ground rays", true, HourlyAnalysisOptions{}.groundRays, 0.0},
+    {"and shadow edges", true, HourlyAnalysisOptions{}.groundRays,
+     HourlyAnalysisOptions{}.sunTolerance},
 };
 
 const ECumulativeSky& definedSky() {
@@ -68,6 +71,7 @@ const HourlyAnalysis& analysis(const Extent& extent) {
     HourlyAnalysisOptions options;
     options.peak = extent.peak;
     options.groundRays = extent.groundRays;
+    options.sunTolerance = extent.sunTolerance;
     return made.emplace(extent.name, HourlyAnalysis(buildHourlySky(weather.series), options))
         .first->second;
 }
