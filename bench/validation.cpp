@@ -14,6 +14,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -47,12 +48,15 @@ public:
         : m_isFree(std::move(isFree)) {}
     bool getSurfaceDoubleSided() override { return false; }
     float getTransparencyValue(const XYZf&, const XYZf& d, const XYZf*) override {
+        ++rays;
         return m_isFree(
                    {static_cast<double>(d.x), static_cast<double>(d.y), static_cast<double>(d.z)})
                    ? 1.0f
                    : 0.0f;
     }
     int initialise() override { return 0; }
+
+    int rays = 0;
 
 private:
     std::function<bool(const Vector&)> m_isFree;
@@ -166,73 +170,106 @@ void symmetry() {
     }
 }
 
-struct Errors {
-    std::vector<double> sky, beam, fineSky, fineBeam;
-    static void print(std::vector<double> errors, double limit) {
-        double sum = 0.0;
-        double largest = 0.0;
-        int within = 0;
-        for (const double e : errors) {
-            sum += e * e;
-            largest = std::max(largest, std::abs(e));
-            within += std::abs(e) <= limit ? 1 : 0;
+/// Errors of many cases.
+class Errors {
+public:
+    void add(double error) { m_errors.push_back(std::abs(error)); }
+    void print(double limit) const {
+        double squares = 0.0;
+        double within = 0.0;
+        for (const double error : m_errors) {
+            squares += error * error;
+            within += error <= limit ? 1.0 : 0.0;
         }
-        const auto count = static_cast<double>(errors.size());
-        std::printf(" %.2f %% / %.2f %% / %.0f %% |", 100.0 * std::sqrt(sum / count),
-                    100.0 * largest, 100.0 * within / count);
+        const auto count = static_cast<double>(m_errors.size());
+        std::printf(" %.2f / %.2f / %.1f |", 100.0 * std::sqrt(squares / count),
+                    100.0 * *std::max_element(m_errors.begin(), m_errors.end()),
+                    100.0 * within / count);
     }
+
+private:
+    std::vector<double> m_errors;
 };
 
-/// Random walls, canyons and courts against four degree fractions of the dome and the sky's own
-/// steps.
+/// Walls of random height around a sensor on the ground, or before one on a facade.
+struct Surroundings {
+    const char* name;
+    int walls;
+    double turn; ///< from a wall to the next [degrees]
+    bool facade;
+};
+
+/// Random walls, canyons and courts against quarters of a degree and the sky's own steps.
 void shading(const std::string& folder) {
-    std::printf("\n## Shading\n\nRoot mean square / largest error / share of 100 random cases "
-                "within the bar.\n\n"
-                "| case | sky (1 %%) | beam (2 %%) | sky, tolerance 0.002 (1 %%) | beam, tolerance "
-                "0.002 (0.5 %%) |\n|---|---|---|---|---|\n");
+    constexpr int cases = 500;
+    std::printf(
+        "\n## Shading\n\nRoot mean square / largest error / share of %d random cases within "
+        "the bar in the heading, all in percent.\n\n"
+        "| case | sky (1) | beam (2) | sky, no tolerance (1) | beam, no tolerance (2) | "
+        "beam, 0.5 %% (0.5) | beam, 0.25 %% (0.5) | rays, none / usual / 0.5 / 0.25 %% |\n"
+        "|---|---|---|---|---|---|---|---|\n",
+        cases);
     const HourlySky sky = buildHourlySky(readWeatherSeries(folder + "/chicago.epw").series);
-    HourlyAnalysisOptions fine;
-    fine.sunTolerance = 0.002;
-    const HourlyAnalysis plain(sky);
-    const HourlyAnalysis split(sky, fine);
+    const auto analysis = [&](double skyTolerance, double sunTolerance) {
+        HourlyAnalysisOptions options;
+        options.skyTolerance = skyTolerance;
+        options.sunTolerance = sunTolerance;
+        options.groundRays = 0;
+        options.peak = false;
+        return HourlyAnalysis(sky, options);
+    };
+    std::vector<HourlyAnalysis> analyses;
+    analyses.push_back(analysis(0.0, 0.0));
+    analyses.push_back(
+        analysis(HourlyAnalysisOptions().skyTolerance, HourlyAnalysisOptions().sunTolerance));
+    analyses.push_back(analysis(HourlyAnalysisOptions().skyTolerance, 0.005));
+    analyses.push_back(analysis(HourlyAnalysisOptions().skyTolerance, 0.0025));
+    constexpr int parts = 20;
+    std::vector<Vector> dome;
+    for (int h = 0; h < 18 * parts; ++h) {
+        for (int a = 0; a < 72 * parts; ++a) {
+            dome.push_back(direction((a + 0.5) * 5.0 / parts, (h + 0.5) * 5.0 / parts));
+        }
+    }
     std::mt19937 random(11);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
-    for (const int walls : {1, 2, 4, 5}) {
-        Errors errors;
-        for (int n = 0; n < 100; ++n) {
+    for (const Surroundings& around :
+         {Surroundings{"endless wall", 1, 0.0, false}, Surroundings{"canyon", 2, 180.0, false},
+          Surroundings{"court", 4, 90.0, false}, Surroundings{"facade before a wall", 1, 0.0, true},
+          Surroundings{"facade in a court", 3, 90.0, true}}) {
+        std::vector<Errors> skyErrors(analyses.size());
+        std::vector<Errors> beamErrors(analyses.size());
+        std::vector<double> rays(analyses.size());
+        for (int n = 0; n < cases; ++n) {
             const double compass = 360.0 * unit(random);
-            const std::array<double, 4> slope{2.0 * unit(random), 2.0 * unit(random),
-                                              2.0 * unit(random), 2.0 * unit(random)};
-            const int count = walls == 5 ? 1 : walls;
+            std::vector<std::pair<Vector, double>> walls;
+            for (int w = 0; w < around.walls; ++w) {
+                const double turn = around.facade ? w - around.walls / 2 : w;
+                walls.emplace_back(direction(compass + around.turn * turn, 0.0),
+                                   2.0 * unit(random));
+            }
             const auto isFree = [&](const Vector& d) {
-                for (int w = 0; w < count; ++w) {
-                    const Vector towards =
-                        direction(compass + (count == 2 ? 180.0 : 90.0) * w, 0.0);
-                    const double level = test::product(d, towards);
-                    if (level > 0.0 && d[2] < slope[static_cast<std::size_t>(w)] * level) {
+                for (const auto& [towards, slope] : walls) {
+                    const double level = d[0] * towards[0] + d[1] * towards[1];
+                    if (level > 0.0 && d[2] < slope * level) {
                         return false;
                     }
                 }
                 return true;
             };
-            const Vector normal = walls == 5 ? direction(compass, 0.0) : Vector{0, 0, 1};
+            const Vector normal = around.facade ? direction(compass, 0.0) : Vector{0, 0, 1};
             double skySum = 0.0;
-            double beamSum = 0.0;
-            constexpr int parts = 20;
-            for (std::size_t i = 0; i < sky.diffuse.size(); ++i) {
-                for (int k = 0; k < parts * parts; ++k) {
-                    const double h =
-                        static_cast<double>(i / 72) * 5.0 + (k / parts + 0.5) * 5.0 / parts;
-                    const double a =
-                        static_cast<double>(i % 72) * 5.0 + (k % parts + 0.5) * 5.0 / parts;
-                    const Vector d = direction(a, h);
-                    if (isFree(d)) {
-                        skySum += static_cast<double>(sky.diffuse[i]) * std::cos(h * test::degree) *
-                                  std::max(test::product(normal, d), 0.0);
-                    }
+            for (std::size_t i = 0; i < dome.size(); ++i) {
+                const double weight = test::product(normal, dome[i]);
+                if (weight > 0.0 && isFree(dome[i])) {
+                    const std::size_t cell =
+                        i / (72 * parts) / parts * 72 + i % (72 * parts) / parts;
+                    skySum += static_cast<double>(sky.diffuse[cell]) * weight *
+                              std::hypot(dome[i][0], dome[i][1]);
                 }
             }
             skySum *= std::pow(5.0 / parts * test::degree, 2);
+            double beamSum = 0.0;
             for (const SunStep& step : sky.sunSteps) {
                 const Vector e{static_cast<double>(step.energy.x),
                                static_cast<double>(step.energy.y),
@@ -241,27 +278,28 @@ void shading(const std::string& folder) {
                     beamSum += std::max(test::product(normal, e), 0.0);
                 }
             }
+            // As the tolerances do: a part counts as a tenth of the total at least.
+            const double least = 0.1 * std::max(skySum + beamSum, sky.report.diffuseHorizontal +
+                                                                      sky.report.directHorizontal);
             FormulaScene scene(isFree);
-            const Sensor sensor{{0, 0, 0}, narrowed(normal)};
-            const SensorResult a = plain.evaluate(scene, sensor);
-            const SensorResult b = split.evaluate(scene, sensor);
-            errors.sky.push_back(static_cast<double>(a.sky) / skySum - 1.0);
-            errors.fineSky.push_back(static_cast<double>(b.sky) / skySum - 1.0);
-            const double noise = 0.001 * (beamSum + skySum); // a facade that the sun hardly meets
-            errors.beam.push_back((static_cast<double>(a.beam) - beamSum) /
-                                  std::max(beamSum, noise));
-            errors.fineBeam.push_back((static_cast<double>(b.beam) - beamSum) /
-                                      std::max(beamSum, noise));
+            for (std::size_t k = 0; k < analyses.size(); ++k) {
+                const SensorResult result =
+                    analyses[k].evaluate(scene, {{0, 0, 0}, narrowed(normal)});
+                skyErrors[k].add((static_cast<double>(result.sky) - skySum) /
+                                 std::max(skySum, least));
+                beamErrors[k].add((static_cast<double>(result.beam) - beamSum) /
+                                  std::max(beamSum, least));
+                rays[k] += std::exchange(scene.rays, 0) / static_cast<double>(cases);
+            }
         }
-        std::printf("| %s |", walls == 1   ? "endless wall"
-                              : walls == 2 ? "canyon"
-                              : walls == 4 ? "court"
-                                           : "facade before a wall");
-        Errors::print(errors.sky, 0.01);
-        Errors::print(errors.beam, 0.02);
-        Errors::print(errors.fineSky, 0.01);
-        Errors::print(errors.fineBeam, 0.005);
-        std::printf("\n");
+        std::printf("| %s |", around.name);
+        skyErrors[1].print(0.01);
+        beamErrors[1].print(0.02);
+        skyErrors[0].print(0.01);
+        beamErrors[0].print(0.02);
+        beamErrors[2].print(0.005);
+        beamErrors[3].print(0.005);
+        std::printf(" %.0f / %.0f / %.0f / %.0f |\n", rays[0], rays[1], rays[2], rays[3]);
     }
 }
 
