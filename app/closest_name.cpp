@@ -39,12 +39,20 @@ std::size_t typingErrors(std::string_view a, std::string_view b) {
 } // namespace
 
 std::string closestName(std::string_view word, std::span<const std::string> names) {
-    std::size_t allowed = std::min<std::size_t>(3, (word.size() + 1) / 3);
+    std::size_t allowed = std::clamp<std::size_t>(word.size() / 3, 1, 3);
+    const auto begins = [](std::string_view longer, std::string_view shorter) {
+        return shorter.size() > 2 && shorter.size() <= longer.size() &&
+               typingErrors(longer.substr(0, shorter.size()), shorter) == 0;
+    };
+    const bool isShort = allowed == 1; // then another first letter makes another word
     std::string closest;
     for (const std::string& name : names) {
         const std::size_t longer = std::max(name.size(), word.size());
-        const bool isBeginning = word.size() > 2 && name.starts_with(word);
-        if (!isBeginning && longer - std::min(name.size(), word.size()) > allowed) {
+        const bool isBeginning = begins(name, word) || begins(word, name);
+        const bool isOther = longer - std::min(name.size(), word.size()) > allowed ||
+                             (isShort && (name.empty() || word.empty() ||
+                                          typingErrors(word.substr(0, 1), name.substr(0, 1)) != 0));
+        if (!isBeginning && isOther) {
             continue;
         }
         const std::size_t errors = isBeginning ? 1 : typingErrors(word, name);

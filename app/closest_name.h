@@ -8,9 +8,9 @@
 namespace insolate::app {
 
 /// The name that differs least from the word, letters' case aside; empty when none is close: within
-/// one typing error for each three letters, three at most, where two swapped neighbours are one
-/// error (optimal string alignment; Damerau 1964, Communications of the ACM 7(3), 171-176), and so
-/// is an end left out.
+/// one typing error for each three letters, at least one and three at most, where two swapped
+/// neighbours are one error (optimal string alignment; Damerau 1964, Communications of the ACM
+/// 7(3), 171-176), and so is an end left out or added.
 std::string closestName(std::string_view word, std::span<const std::string> names);
 
 /// "; did you mean 'NAME'?", or nothing when no name is close.

@@ -103,7 +103,11 @@ std::vector<std::string> optionNames(const CLI::App& command) {
 std::string parseFailure(const CLI::App& command, const CLI::ParseError& error) {
     std::string text = printable(error.what());
     const std::string name = text.substr(0, text.find(':'));
-    const std::vector<std::string> rest = command.remaining();
+    std::vector<std::string> rest = command.remaining();
+    for (const CLI::App* above = command.get_parent(); rest.empty() && above != nullptr;
+         above = above->get_parent()) {
+        rest = above->remaining();
+    }
     if (dynamic_cast<const CLI::ValidationError*>(&error) != nullptr) {
         return text; // the checks above name the mend
     }

@@ -77,7 +77,14 @@ public:
     /// Whether the triangle of three neighbours holds no other corner.
     [[nodiscard]] bool isEmpty(std::uint32_t a, std::uint32_t b, std::uint32_t c) const {
         const Ear ear{m_points[a], m_points[b], m_points[c]};
-        const auto isOther = [&](std::uint32_t i) { return i != a && i != b && i != c; };
+        // A bridge to a hole passes its corners twice: a corner's twin does not fill the ear.
+        const auto isAt = [&](std::uint32_t i, const PlanePoint& p) {
+            return m_points[i].u == p.u && m_points[i].v == p.v;
+        };
+        const auto isOther = [&](std::uint32_t i) {
+            return i != a && i != b && i != c && !isAt(i, ear.a) && !isAt(i, ear.b) &&
+                   !isAt(i, ear.c);
+        };
         return isEmpty(ear, isOther, 1, 0, m_order.size());
     }
 
@@ -223,7 +230,9 @@ std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> p
     for (std::uint32_t i = 0; i < count; ++i) {
         before[i] = (i + count - 1) % count;
         after[i] = (i + 1) % count;
-        waiting[i] = after[i];
+        // Every other corner first: each time around halves a round face, where corners in their
+        // order would cut a fan of needles.
+        waiting[i] = i < count / 2 ? 2 * i + 1 : 2 * (i - count / 2);
     }
     std::size_t head = 0;
     std::size_t queued = count;

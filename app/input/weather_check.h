@@ -2,6 +2,7 @@
 /// opens.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -40,6 +41,11 @@ struct WeatherReport {
     bool lastDayEmpty = false;
     std::vector<std::string> notes; ///< what a user should know, a sentence each
 
+    /// Whether the file has lines for 31 December.
+    [[nodiscard]] bool hasLastDay() const {
+        return std::none_of(hoursMissing.begin(), hoursMissing.end(),
+                            [](const HourOfYear& hour) { return hour.first == 364; });
+    }
     /// Hours that the file leaves open in one way or the other.
     [[nodiscard]] std::size_t gapCount() const {
         return hoursMissing.size() + radiationMissing.size();

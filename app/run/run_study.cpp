@@ -188,20 +188,21 @@ void checkSeries(const RunOptions& options, std::size_t sensors) {
     }
 }
 
-/// Results of an earlier run that this one does not replace. Files that only have such a name stay,
-/// and so do masks that still belong to the study.
-void retireResults(OutputFolder& folder, const RunOptions& options, const VisibilityKey& key) {
-    if (options.hourly.series.empty()) {
-        std::string begin(seriesHeader.size(), '\0');
-        std::ifstream series(folder.path() / seriesName, std::ios::binary);
-        series.read(begin.data(), static_cast<std::streamsize>(begin.size()));
-        if (begin == seriesHeader) {
-            folder.retire(seriesName);
-        }
+/// An earlier run's series, which would stand beside results that it does not belong to. A file
+/// that only has its name stays, and so do masks: they are dear, and a run refuses those of another
+/// study.
+bool retireSeries(OutputFolder& folder, const RunOptions& options) {
+    if (!options.hourly.series.empty()) {
+        return false;
     }
-    if (!options.saveMasks && SkyVisibilityStore::isForeign(folder.path() / masksName, key)) {
-        folder.retire(masksName);
+    std::string begin(seriesHeader.size(), '\0');
+    std::ifstream series(folder.path() / seriesName, std::ios::binary);
+    series.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+    if (begin != seriesHeader) {
+        return false;
     }
+    folder.retire(seriesName);
+    return true;
 }
 
 ResultColumn inKilowattHours(ResultColumn column) {
@@ -298,9 +299,12 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     record["timings"] = watch.record();
     record["timings"]["whole_s"] = watch.whole();
     writeSummaryJson(folder.stage("summary.json"), record);
-    retireResults(folder, options, key);
+    const bool tookAway = retireSeries(folder, options);
     folder.commit();
     partial.remove();
+    if (tookAway) {
+        progress.note(fmt::format("took away {}, which an earlier run had left", seriesName));
+    }
 
     const ColumnRange range = rangeOf(shown.values);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} {}", range.lowest,

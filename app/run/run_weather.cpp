@@ -107,7 +107,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
             text += fmt::format("# the methods other than hourly say: {}\n", others);
         }
     }
-    return {text, hourly};
+    return {text, hourly.empty() ? hourly : "'insolate run' would refuse it: " + hourly};
 }
 
 void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
@@ -143,6 +143,9 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
                                   report.gapCount()));
     }
     // The store puts what EPW files give for 31 December at the day before.
+    if (!report.hasLastDay()) {
+        return;
+    }
     progress.warn(
         fmt::format("{}: the weather of 31 December stands at the 30th, whose own is lost, "
                     "and the 31st is empty: so the methods other than hourly read a year. "

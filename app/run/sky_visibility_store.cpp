@@ -99,17 +99,6 @@ void SkyVisibilityStore::write(OutputFile& out, const VisibilityKey& key) const 
     out.write(&check, sizeof check);
 }
 
-bool SkyVisibilityStore::isForeign(const std::filesystem::path& file, const VisibilityKey& key) {
-    std::ifstream in(file, std::ios::binary);
-    Header header = {};
-    in.read(reinterpret_cast<char*>(&header), sizeof header);
-    const VisibilityKey made = {
-        header.sensors, header.triangles, {header.hash[0], header.hash[1]}, header.north};
-    return in.gcount() == sizeof header &&
-           std::string_view(header.magic, maskMagic.size()) == maskMagic &&
-           (header.version != maskVersion || made != key);
-}
-
 SkyVisibilityStore SkyVisibilityStore::read(const std::filesystem::path& file,
                                             const VisibilityKey& key) {
     constexpr std::string_view again = "make it again with --save-masks";

@@ -69,9 +69,6 @@ public:
     ///         scene, other sensors or another north
     static SkyVisibilityStore read(const std::filesystem::path& file, const VisibilityKey& key);
 
-    /// Whether the file is such a store, by its first bytes, and not of this key.
-    static bool isForeign(const std::filesystem::path& file, const VisibilityKey& key);
-
 private:
     std::vector<std::uint8_t> m_bits;
 };

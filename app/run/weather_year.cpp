@@ -129,7 +129,8 @@ std::string lastDayText(const std::filesystem::path& file, Method method) {
 }
 
 void noteLastDay(WeatherReport& report, const SkyOptions& options) {
-    if (report.lastDayEmpty && (options.period.contains(364) || options.period.contains(365))) {
+    if (report.lastDayEmpty && report.hasLastDay() &&
+        (options.period.contains(364) || options.period.contains(365))) {
         report.notes.push_back(lastDayText(options.weather, options.method));
     }
 }

@@ -104,6 +104,19 @@ TEST(Sun, AgreesWithThePublishedExampleOfTheNrelAlgorithm) {
     EXPECT_NEAR(before.getSunsetTime(), 17.0 + 20.3 / 60.0 - 4.6 / 60.0, 1.0 / 60.0);
 }
 
+// The tilt of the axis and the published extremes of the equation of time (Meeus, chapter 28).
+TEST(Sun, TurnsAtTheSolsticesAndLagsByTheEquationOfTime) {
+    ESolarPosition sun;
+    sun.setDayOfTheYear(172);
+    EXPECT_NEAR(degrees(sun.getDeclination()), 23.44, 0.01);
+    sun.setDayOfTheYear(356);
+    EXPECT_NEAR(degrees(sun.getDeclination()), -23.44, 0.01);
+    sun.setDayOfTheYear(42);
+    EXPECT_NEAR(sun.getEquationOfTime() * 60.0, -14.2, 0.1);
+    sun.setDayOfTheYear(307);
+    EXPECT_NEAR(sun.getEquationOfTime() * 60.0, 16.4, 0.1);
+}
+
 // Spherical astronomy by vectors, away from the wrap rules of the class: the sun's direction from
 // hour angle and declination in equatorial axes, turned by the latitude into east, north and up.
 TEST(Sun, DirectionAgreesWithVectorsAllOverTheWorld) {

@@ -43,6 +43,16 @@ TEST(Mesh, CutsConcavePolygonsIntoTrianglesThatCoverThem) {
         std::reverse(polygon.begin(), polygon.end());
         EXPECT_NEAR(areaOf(polygon), 5.0, 1e-12);
     }
+    // A wall with windows, which bridges join to its edge: their corners come twice.
+    const std::vector<Vector3> wall = {{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}};
+    const std::vector<Vector3> window = {{1, 1, 0}, {1, 3, 0}, {3, 3, 0}, {3, 1, 0}, {1, 1, 0}};
+    for (const int bridge : {0, 1, 3}) { // from the third corner it would cross the window
+        std::vector<Vector3> polygon = wall;
+        const auto at = polygon.begin() + bridge;
+        const Vector3 corner = *at;
+        polygon.insert(polygon.insert(at, corner) + 1, window.begin(), window.end());
+        EXPECT_NEAR(areaOf(polygon), 12.0, 1e-12) << bridge;
+    }
     // Stars of random points, windings of a spiral and the teeth of a comb.
     std::mt19937 random(11);
     std::uniform_real_distribution<double> radius(0.1, 10.0);
