@@ -103,10 +103,14 @@ std::vector<std::string> optionNames(const CLI::App& command) {
 std::string parseFailure(const CLI::App& command, const CLI::ParseError& error) {
     std::string text = printable(error.what());
     const std::string name = text.substr(0, text.find(':'));
-    std::vector<std::string> rest = command.remaining();
-    for (const CLI::App* above = command.get_parent(); rest.empty() && above != nullptr;
-         above = above->get_parent()) {
-        rest = above->remaining();
+    const std::vector<std::string> rest = command.remaining();
+    const CLI::App* above = command.get_parent();
+    if (rest.empty() && above != nullptr && !above->remaining().empty()) {
+        const std::string argument = above->remaining().front();
+        return command.get_option_no_throw(argument) == nullptr
+                   ? fmt::format("{}; see '{} --help'", unexpected(*above, argument),
+                                 callOf(*above))
+                   : fmt::format("{} belongs behind '{}'", argument, callOf(command));
     }
     if (dynamic_cast<const CLI::ValidationError*>(&error) != nullptr) {
         return text; // the checks above name the mend
