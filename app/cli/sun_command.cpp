@@ -35,7 +35,10 @@ void addSunCommand(CLI::App& app) {
         ->check(numberCheck("hours from UTC"))
         ->type_name("H");
     command->add_option("--weather", arguments->weather, "Take the site from this weather file")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->excludes("--lat")
+        ->excludes("--lon")
+        ->excludes("--tz");
     command->add_option("--date", arguments->date, "Month/day or day of the year")
         ->type_name("DATE")
         ->capture_default_str();

@@ -17,11 +17,13 @@ namespace {
 
 constexpr std::size_t mostFields = 6;
 
-/// Splits at commas or semicolons; more than mostFields are counted, not kept.
+/// Splits at semicolons, or at commas in a line without any, so that decimal commas are no further
+/// fields; more than mostFields are counted, not kept.
 std::size_t splitFields(std::string_view line, std::array<std::string_view, mostFields>& fields) {
+    const char separator = line.find(';') == std::string_view::npos ? ',' : ';';
     std::size_t count = 0;
     for (;;) {
-        const std::size_t end = line.find_first_of(",;");
+        const std::size_t end = line.find(separator);
         if (count < mostFields) {
             fields[count] = trimmed(line.substr(0, end));
         }
@@ -54,9 +56,11 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
         }
         const std::size_t count = splitFields(row, fields);
         if (std::exchange(first, false) &&
-            std::none_of(
-                fields.begin(), fields.begin() + std::min(count, mostFields),
-                [](std::string_view word) { return parseNumber<double>(word).has_value(); })) {
+            std::none_of(fields.begin(), fields.begin() + std::min(count, mostFields),
+                         [](std::string_view word) {
+                             return word.find_first_of("0123456789") == 0 ||
+                                    parseNumber<double>(word).has_value();
+                         })) {
             continue; // the header
         }
         if (count != 3 && count != 6) {
@@ -76,9 +80,11 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
         for (std::size_t i = 0; i < count; ++i) {
             const auto number = parseNumber<double>(fields[i]);
             if (!number || !(std::abs(*number) < 1.0e12)) {
-                throw DataError(fmt::format("{}: field {}: {} is not a usable number; mend or "
-                                            "delete the line",
-                                            place(file, line), i + 1, quoteText(fields[i])));
+                const bool hasComma = fields[i].find(',') != std::string_view::npos;
+                throw DataError(fmt::format("{}: field {}: {} is not a usable number; {}",
+                                            place(file, line), i + 1, quoteText(fields[i]),
+                                            hasComma ? "write decimals with a point"
+                                                     : "mend or delete the line"));
             }
             values[i] = *number;
         }
