@@ -27,9 +27,9 @@ struct HourlyOptions {
     /// asks once for each sky cell.
     double skyTolerance = 1.0;
     double sunTolerance = 2.0;
-    double albedo = 0.2;        ///< 0..1
-    bool monthlyAlbedo = false; ///< from the weather file, where it has one
-    bool openGround = false;    ///< the scene does not hide the ground below the horizon
+    double albedo = 0.2;                  ///< 0..1
+    bool monthlyAlbedo = false;           ///< from the weather file, where it has one
+    bool openGround = false;              ///< the scene does not hide the ground below the horizon
     std::vector<std::size_t> series = {}; ///< sensors whose hours are wanted
 };
 
