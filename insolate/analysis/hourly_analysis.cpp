@@ -354,8 +354,9 @@ private:
             static_cast<float>(m.options.sunTolerance) * std::max(m_beam, least), m.edgeLevel};
         for (const ShadowEdges::Cell& cell : edges.refine(m_rays, tolerance)) {
             const auto i = static_cast<std::size_t>(cell.cell);
-            const float gained = cell.seen - m_weight[i];
-            m_weight[i] = cell.seen;
+            const float seen = std::max(cell.seen, 0.0f);
+            const float gained = seen - m_weight[i];
+            m_weight[i] = seen;
             m_view += gained;
             m_sky += gained * m.sky.diffuse[i];
             if (cell.sunCell >= 0) {
@@ -363,9 +364,15 @@ private:
                 m_beam += cell.beamSeen - m_sunWeight[j] * m_sunVisible[j];
                 m_sunHours += cell.directHours - m.sunHours[j] * m_sunVisible[j];
                 m_sunWeight[j] = cell.beam;
-                m_sunVisible[j] = cell.beam > 0.0f ? cell.beamSeen / cell.beam : 0.0f;
+                // Where squares were taken out again, sums of nothing are not quite 0.
+                m_sunVisible[j] =
+                    cell.beam > 0.0f ? std::clamp(cell.beamSeen / cell.beam, 0.0f, 1.0f) : 0.0f;
             }
         }
+        m_view = std::max(m_view, 0.0f);
+        m_sky = std::max(m_sky, 0.0f);
+        m_beam = std::max(m_beam, 0.0f);
+        m_sunHours = std::max(m_sunHours, 0.0f);
     }
 
     void seeGround() {

@@ -162,6 +162,17 @@ EdgeTables::EdgeTables(const HourlySky& sky, int finest)
             static_cast<std::uint8_t>(firstX(cell / sectors) * side),
             static_cast<std::uint8_t>(firstY(cell % sectors) * side)};
     }
+    // From the middle of an eighth to the ray in it.
+    const auto shift = [](double place) {
+        const double angle = (part(place * side) - 0.5) / side * std::numbers::pi / 36.0;
+        return Angle{static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle))};
+    };
+    for (int altitude = 0; altitude < bands; ++altitude) {
+        m_shiftX[static_cast<std::size_t>(altitude)] = shift(firstX(altitude));
+    }
+    for (int azimuth = 0; azimuth < sectors; ++azimuth) {
+        m_shiftY[static_cast<std::size_t>(azimuth)] = shift(firstY(azimuth));
+    }
     const auto angles = [](int cells, double offset) {
         std::vector<Angle> result;
         for (int i = 0; i < cells * 2 * side; ++i) {
@@ -217,6 +228,27 @@ EdgeTables::EdgeTables(const HourlySky& sky, int finest)
     }
 }
 
+XYZf EdgeTables::rayOf(int level, int cell, int x, int y) const {
+    const Place first = m_first[static_cast<std::size_t>(cell)];
+    const int below = deepest - level;
+    const int rest = (1 << below) - 1;
+    const int azimuth = cell % sectors;
+    const int altitude = cell / sectors;
+    const auto turned = [](const Angle& angle, const Angle& by) {
+        return Angle{angle.sine * by.cosine + angle.cosine * by.sine,
+                     angle.cosine * by.cosine - angle.sine * by.sine};
+    };
+    const int eighthX = (x << below) + (first.x & rest);
+    const int eighthY = (y << below) + (first.y & rest);
+    const Angle turn =
+        turned(m_azimuths[static_cast<std::size_t>((azimuth * side + eighthX) * 2 + 1)],
+               m_shiftX[static_cast<std::size_t>(altitude)]);
+    const Angle height =
+        turned(m_altitudes[static_cast<std::size_t>((altitude * side + eighthY) * 2 + 1)],
+               m_shiftY[static_cast<std::size_t>(azimuth)]);
+    return {height.cosine * turn.sine, height.cosine * turn.cosine, height.sine};
+}
+
 XYZf EdgeTables::firstRay(int azimuth, int altitude) const {
     return directionOf(azimuth + firstX(altitude), altitude + firstY(azimuth), m_north);
 }
@@ -265,8 +297,8 @@ void ShadowEdges::find(const FirstLook& look) {
             if (sunCell >= 0) {
                 const auto j = static_cast<std::size_t>(sunCell);
                 beam = look.sunWeight[j];
-                if (beam > 0.0f && look.weight[at] > 0.0f &&
-                    look.sunVisible[j] != look.visible[at]) {
+                if (beam > 0.0f && look.sunVisible[j] != look.visible[at] &&
+                    facesRay(0, cell, 0, 0)) {
                     m_mixed.push_back(
                         {sunCell, look.visible[at] + m_tables.nearSun(sunCell) *
                                                          (look.sunVisible[j] - look.visible[at])});
@@ -348,7 +380,6 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTol
     float fixedBeam = 0.0f;
     std::vector<Square> squares = std::move(m_edges);
     std::vector<Square> chosen;
-    m_mapped = tolerance.deepest > 1;
     for (int level = 1;; ++level) {
         Doubts sky;
         Doubts beam;
@@ -413,16 +444,20 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTol
     return m_cells;
 }
 
-/// Asks a square of the deepest level for each step of the sun.
+/// Asks a square of the deepest level for each step of the sun. Steps without radiation keep what
+/// the square's own ray saw.
 void ShadowEdges::lookAtSteps(Rays& rays, const Square& square) {
     Cell& cell = m_cells[static_cast<std::size_t>(m_place[square.cell])];
     const float value = mapOf(square.cell)[mapPlace(deepest, square.x, square.y)];
+    const bool faced = facesRay(deepest, square.cell, square.x, square.y);
+    countSun(cell, m_tables.sunOf(deepest, cell.sunCell, square.x, square.y), faced, value, -1.0f);
     for (const SunStep& step : m_tables.stepsOf(cell.sunCell, square.x, square.y)) {
-        const float beam = weigh(step.energy);
-        if (beam > 0.0f) {
-            const float change = rays.one(scaled(step.energy, 1.0f / length(step.energy))) - value;
-            cell.beamSeen += change * beam;
-            cell.directHours += change * step.sunHours;
+        const float size = length(step.energy);
+        if (weigh(step.energy) > 0.0f) {
+            countSun(cell, {step.energy, step.sunHours}, true,
+                     rays.one(scaled(step.energy, 1.0f / size)), 1.0f);
+        } else if (size == 0.0f) {
+            countSun(cell, {step.energy, step.sunHours}, faced, value, 1.0f);
         }
     }
 }
@@ -459,7 +494,7 @@ void ShadowEdges::look(Rays& rays, int level, const std::vector<Square>& squares
     if (level == 1) {
         m_place.assign(skyGrid::cellCount, -1);
         m_cells.reserve(squares.size());
-        m_maps.resize(m_mapped ? squares.size() : 0);
+        m_maps.resize(squares.size());
     }
     for (const Square& square : squares) {
         const unsigned known = m_tables.knownQuarter(level, square.cell);
@@ -504,7 +539,7 @@ void ShadowEdges::replace(int level, const Square& square, const std::array<floa
         const int y = 2 * square.y + quarter / 2;
         const float value = values[static_cast<std::size_t>(quarter)];
         count(cell, level, x, y, value, 1.0f);
-        for (int row = 0; m_mapped && row < width; ++row) {
+        for (int row = 0; row < width; ++row) {
             std::fill_n(mapOf(cell.cell).begin() + (y * width + row) * side + x * width, width,
                         value);
         }
@@ -515,12 +550,25 @@ void ShadowEdges::replace(int level, const Square& square, const std::array<floa
 inline void ShadowEdges::count(Cell& cell, int level, int x, int y, float value, float sign) const {
     cell.seen += sign * value * solidAngle(level) * weigh(m_tables.moment(level, cell.cell, x, y));
     if (cell.sunCell >= 0) {
-        const EdgeTables::Sun& sun = m_tables.sunOf(level, cell.sunCell, x, y);
-        const float beam = sign * weigh(sun.energy);
-        cell.beam += beam;
-        cell.beamSeen += beam * value;
-        cell.directHours += beam != 0.0f ? sign * sun.hours * value : 0.0f;
+        countSun(cell, m_tables.sunOf(level, cell.sunCell, x, y),
+                 value > 0.0f && facesRay(level, cell.cell, x, y), value, sign);
     }
+}
+
+/// The same for the sun in a square, or for a step of it. The time counts where the surface faces
+/// the ray, whether the sun radiates or not: would its energy tell, a surface with a wall behind it
+/// would lose time where the ray lies on one side of its plane and the energy on the other.
+inline void ShadowEdges::countSun(Cell& cell, const EdgeTables::Sun& sun, bool faced, float value,
+                                  float sign) const {
+    const float beam = sign * weigh(sun.energy);
+    cell.beam += beam;
+    cell.beamSeen += beam * value;
+    cell.directHours += faced ? sign * sun.hours * value : 0.0f;
+}
+
+/// Whether the surface faces the ray of a square.
+inline bool ShadowEdges::facesRay(int level, int cell, int x, int y) const {
+    return m_sides != Sides::One || dot(m_normal, m_tables.rayOf(level, cell, x, y)) > 0.0f;
 }
 
 /// Visibility of a place in a cell's map or, one step beyond it, in its neighbour's; -1 where the

@@ -36,6 +36,8 @@ public:
     /// The first rays of the cells.
     static SkyDirections firstDirections(double northOffset);
     XYZf firstRay(int azimuth, int altitude) const;
+    /// The ray of a square, of level 0 (the cell's first) on.
+    XYZf rayOf(int level, int cell, int x, int y) const;
 
     /// The further sets of a level, 1..deepest.
     std::span<const SkyDirections> setsOf(int level) const {
@@ -62,7 +64,7 @@ public:
     /// The direct radiation of a square.
     struct Sun {
         XYZf energy{0, 0, 0}; ///< as SunCell::energy
-        float hours = 0;      ///< of direct sun
+        float hours = 0;      ///< as SunCell::sunHours, also without energy
     };
     const Sun& sunOf(int level, int sunCell, int x, int y) const {
         return m_suns[static_cast<std::size_t>(level)]
@@ -102,6 +104,8 @@ private:
     std::vector<float> m_nearSun;
     std::vector<int> m_sunCellOf;
     std::vector<Angle> m_azimuths, m_altitudes; // at sixteenths of a cell
+    std::array<Angle, skyGrid::altitudeCount> m_shiftX;
+    std::array<Angle, skyGrid::azimuthCount> m_shiftY;
 };
 
 /// How far a sensor's sums may be off.
@@ -162,6 +166,9 @@ private:
     void replace(int level, const Square& square, const std::array<float, 4>& values);
     void lookAtSteps(Rays& rays, const Square& square);
     void count(Cell& cell, int level, int x, int y, float value, float sign) const;
+    void countSun(Cell& cell, const EdgeTables::Sun& sun, bool faced, float value,
+                  float sign) const;
+    bool facesRay(int level, int cell, int x, int y) const;
     bool atEdge(int level, int cell, int x, int y);
     float valueAt(int azimuth, int altitude, int x, int y) const;
     float start(Rays& rays, int index);
@@ -187,8 +194,7 @@ private:
     std::vector<Square> m_edges;
     std::vector<Mixed> m_mixed;
     std::vector<Cell> m_cells;
-    bool m_mapped = false;             // whether squares may be split again
-    std::vector<Map> m_maps;           // of m_cells then
+    std::vector<Map> m_maps;           // of m_cells
     std::vector<std::int16_t> m_place; // of a cell in m_cells, -1 for none
 };
 

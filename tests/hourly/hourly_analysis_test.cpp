@@ -302,6 +302,42 @@ TEST(HourlyAnalysis, MeetsBruteForceInABoxCourt) {
     }
 }
 
+// What a surface's own wall hides it does not see anyway. Time with the sun up counts without
+// radiation too, so also where most days are dark.
+TEST(HourlyAnalysis, LosesNothingToAWallBehindTheSensor) {
+    WeatherSeries weather = chicago();
+    for (const bool dark : {false, true}) {
+        HourlyAnalysisOptions options;
+        if (dark) {
+            test::keepDays(weather, 40);
+            options.skyTolerance = options.sunTolerance = 0.001;
+        }
+        const HourlyAnalysis analysis(buildHourlySky(weather), options);
+        for (const auto& [compass, altitude] : {std::pair{3.0, 0.0},
+                                                {80.0, 40.0},
+                                                {250.0, 12.0},
+                                                {0.0, -40.0},
+                                                {352.0, -10.0},
+                                                {205.0, -20.0}}) {
+            const Sensor sensor{{0, 0, 0}, test::narrowed(test::direction(compass, altitude))};
+            const XYZf& n = sensor.normal;
+            FormulaScene wall(
+                [&](const XYZf& d) { return n.x * d.x + n.y * d.y + n.z * d.z > -5e-5f; });
+            FormulaScene empty([](const XYZf&) { return true; });
+            SensorHours hours;
+            const SensorResult result = analysis.evaluate(wall, sensor, &hours);
+            const SensorResult open = analysis.evaluate(empty, sensor);
+            const float allowed = dark ? 0.03f : 0.005f;
+            const std::string name = std::to_string(compass) + (dark ? " dark" : "");
+            EXPECT_NEAR(result.directSunHours, open.directSunHours, allowed * open.directSunHours)
+                << name;
+            EXPECT_NEAR(result.beam, open.beam, allowed * open.beam) << name;
+            EXPECT_GE(*std::min_element(hours.beam.begin(), hours.beam.end()), 0.0f) << name;
+            EXPECT_LE(result.peak, open.peak * 1.02f) << name;
+        }
+    }
+}
+
 // The peak is searched through bounds; the hours of the sensor are computed without them.
 TEST(HourlyAnalysis, FindsThePeakOfTheHours) {
     std::mt19937 random(17);
