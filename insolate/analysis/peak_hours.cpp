@@ -16,8 +16,9 @@ namespace {
 constexpr std::size_t cellCount = skyGrid::cellCount;
 constexpr std::size_t patchCount = skyPatches::count;
 
-/// Within an hour the sun moves by 15 degrees, half of it away from the hour's mean.
-constexpr float sunSwing = 0.15f;
+/// Within an hour the sun moves by up to 15 degrees. A mean weighted with energy may lie at either
+/// end of that: a step is at most 2 sin(7.5 degrees) away from it.
+constexpr float sunSwing = 0.262f;
 
 std::size_t zoneOfCell(std::size_t cell) {
     const std::size_t row = cell / skyGrid::azimuthCount / 2;
@@ -147,7 +148,7 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
             hour.open =
                 std::max(hour.open, values[i] - dotProduct(spread.normals[i], hour.openVector));
         }
-        hour.open *= 1.05f; // for the normals in between
+        hour.open *= 1.05f; // for the normals in between; found by trial to be enough
         hour.brightest = *std::max_element(radiance, radiance + patchCount) * perHour;
         hour.ground = ofSky.groundReflected * perHour;
         const int sunCell = mainSunCell(sky, ofSky);
