@@ -67,9 +67,11 @@ inline constexpr auto bandNumbers = [] {
     return numbers;
 }();
 
-/// Steps k up to which the series hold: t within 2^-14, the cosine within 2^-20 of its change. The
-/// terms left out are below (k q / sin(g))^2 of those kept.
+/// Steps k up to which the series hold: t within 2^-14, the cosine within 2^-20 of its change. Of t
+/// the cubic term is left out, (1 + 2 cos(g)^2) / 6 k^3 (q / sin(g))^2, at most 2^-15 with the
+/// largest q / sin(g); of the cosine's change less than (k q)^2.
 inline constexpr float mostSteps = 256.0f;
+inline constexpr float largestPlaceToSine = 0x1p-19f;
 inline constexpr double smallestSine = 0.02;
 
 /// Above this a table would hardly serve another point.
@@ -320,10 +322,13 @@ void tabulate(CosineTable& table) {
                 hn::Max(hn::Sub(hn::Set(d, 1.0), hn::Mul(cosine, cosine)), hn::Set(d, 1e-12)));
             const Doubles step = hn::Mul(sine, hn::PromoteTo(d, last));
             // Within one power of two the last place stays the same.
-            const auto holds = hn::And(
-                hn::And(hn::Ge(hn::Sub(angle, reach), power),
-                        hn::Lt(hn::Add(angle, reach), hn::Add(power, power))),
-                hn::Gt(hn::DemoteTo(d32, sine), hn::Set(d32, static_cast<float>(smallestSine))));
+            const Floats sine32 = hn::DemoteTo(d32, sine);
+            const auto samePower = hn::And(hn::Ge(hn::Sub(angle, reach), power),
+                                           hn::Lt(hn::Add(angle, reach), hn::Add(power, power)));
+            const auto steep =
+                hn::And(hn::Gt(sine32, hn::Set(d32, static_cast<float>(smallestSine))),
+                        hn::Le(last, hn::Mul(sine32, hn::Set(d32, largestPlaceToSine))));
+            const auto holds = hn::And(samePower, steep);
             const Floats slope = hn::DemoteTo(d32, hn::Div(hn::Set(d, -1.0), step));
             const Floats high = hn::DemoteTo(d32, cosine);
             const std::size_t at = placeOf(k);
