@@ -43,6 +43,9 @@ std::byte* mapLargePages(std::size_t bytes) {
 } // namespace
 
 LargeBlock::LargeBlock(std::size_t bytes) {
+    if (bytes > SIZE_MAX - 2 * largePage) { // rounded up it would wrap
+        throw std::bad_alloc();
+    }
     const std::size_t alignment = bytes < smallestOnLargePages ? cacheLine : largePage;
     allocated = (bytes + alignment - 1) / alignment * alignment;
 #if defined(__linux__)
