@@ -236,7 +236,7 @@ private:
         const auto index = static_cast<std::size_t>(dayOfYear * hoursPerDay + *hour - 1);
         // Of several lines for an hour the last one stands.
         m_missingAt[index] = directMissing || diffuseMissing ? m_line : 0;
-        if (isLeapDay) {
+        if (isLeapDay && m_lineOf[index] != 0) {
             return;
         }
         if (std::exchange(m_lineOf[index], m_line) != 0) {
