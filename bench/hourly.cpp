@@ -38,14 +38,13 @@ struct Extent {
     const char* name;
     bool peak;
     int groundRays;
-    double sunTolerance;
+    bool edges; // to 1 % of the sky's part, 2 % of the direct one
 };
 const Extent extents[] = {
-    {"sums", false, 0, 0.0},
-    {"and peak", true, 0, 0.0},
-    {"and ground rays", true, HourlyAnalysisOptions{}.groundRays, 0.0},
-    {"and shadow edges", true, HourlyAnalysisOptions{}.groundRays,
-     HourlyAnalysisOptions{}.sunTolerance},
+    {"sums", false, 0, false},
+    {"and ground rays", false, HourlyAnalysisOptions{}.groundRays, false},
+    {"and peak", true, HourlyAnalysisOptions{}.groundRays, false},
+    {"and shadow edges", true, HourlyAnalysisOptions{}.groundRays, true},
 };
 
 const ECumulativeSky& definedSky() {
@@ -71,7 +70,8 @@ const HourlyAnalysis& analysis(const Extent& extent) {
     HourlyAnalysisOptions options;
     options.peak = extent.peak;
     options.groundRays = extent.groundRays;
-    options.sunTolerance = extent.sunTolerance;
+    options.skyTolerance = extent.edges ? 0.01 : 0.0;
+    options.sunTolerance = extent.edges ? 0.02 : 0.0;
     return made.emplace(extent.name, HourlyAnalysis(buildHourlySky(weather.series), options))
         .first->second;
 }

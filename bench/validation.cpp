@@ -4,12 +4,15 @@
 ///     <plot.svg>
 #include <insolate/insolate.h>
 
+#include <bench/scenes.h>
 #include <tests/hourly/made_weather.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <random>
@@ -205,8 +208,8 @@ void shading(const std::string& folder) {
     std::printf(
         "\n## Shading\n\nRoot mean square / largest error / share of %d random cases within "
         "the bar in the heading, all in percent.\n\n"
-        "| case | sky (1) | beam (2) | sky, no tolerance (1) | beam, no tolerance (2) | "
-        "beam, 0.5 %% (0.5) | beam, 0.25 %% (0.5) | rays, none / usual / 0.5 / 0.25 %% |\n"
+        "| case | sky (1) | beam (2) | sky, 1 %% (1) | beam, 2 %% (2) | beam, 0.5 %% (0.5) | "
+        "beam, 0.25 %% (0.5) | rays, usual / 1 and 2 / 0.5 / 0.25 %% |\n"
         "|---|---|---|---|---|---|---|---|\n",
         cases);
     const HourlySky sky = buildHourlySky(readWeatherSeries(folder + "/chicago.epw").series);
@@ -219,11 +222,11 @@ void shading(const std::string& folder) {
         return HourlyAnalysis(sky, options);
     };
     std::vector<HourlyAnalysis> analyses;
-    analyses.push_back(analysis(0.0, 0.0));
-    analyses.push_back(
-        analysis(HourlyAnalysisOptions().skyTolerance, HourlyAnalysisOptions().sunTolerance));
-    analyses.push_back(analysis(HourlyAnalysisOptions().skyTolerance, 0.005));
-    analyses.push_back(analysis(HourlyAnalysisOptions().skyTolerance, 0.0025));
+    const HourlyAnalysisOptions usual;
+    analyses.push_back(analysis(usual.skyTolerance, usual.sunTolerance));
+    for (const double sunTolerance : {0.02, 0.005, 0.0025}) {
+        analyses.push_back(analysis(0.01, sunTolerance));
+    }
     constexpr int parts = 20;
     std::vector<Vector> dome;
     for (int h = 0; h < 18 * parts; ++h) {
@@ -293,13 +296,152 @@ void shading(const std::string& folder) {
             }
         }
         std::printf("| %s |", around.name);
-        skyErrors[1].print(0.01);
-        beamErrors[1].print(0.02);
         skyErrors[0].print(0.01);
         beamErrors[0].print(0.02);
+        skyErrors[1].print(0.01);
+        beamErrors[1].print(0.02);
         beamErrors[2].print(0.005);
         beamErrors[3].print(0.005);
         std::printf(" %.0f / %.0f / %.0f / %.0f |\n", rays[0], rays[1], rays[2], rays[3]);
+    }
+}
+
+/// Real and dense surroundings against a hundred rays a cell and the sky's own steps.
+void denseScenes(const std::string& folder) {
+    constexpr std::size_t sensors = 400;
+    constexpr int parts = 10;
+    std::printf(
+        "\n## Dense scenes\n\nRoot mean square / largest error / share of %zu sensors within "
+        "the bar in the heading, in percent; microseconds a sensor.\n\n"
+        "| scene | sky (1) | beam (2) | time | sky, 1 %% (1) | beam, 2 %% (2) | time |\n"
+        "|---|---|---|---|---|---|---|\n",
+        sensors);
+    const HourlySky sky = buildHourlySky(readWeatherSeries(folder + "/chicago.epw").series);
+    const double open = sky.report.diffuseHorizontal + sky.report.directHorizontal;
+    std::vector<scenes::Scene> places;
+    if (std::filesystem::exists(folder + "/../meshes")) {
+        places.push_back(scenes::lyon(folder + "/..", sensors));
+    }
+    places.push_back(scenes::city(10'000, sensors));
+    std::vector<std::vector<XYZf>> rays;
+    std::vector<SkyDirections> sets;
+    for (int part = 0; part < parts * parts; ++part) {
+        std::vector<XYZf>& set = rays.emplace_back();
+        for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+            set.push_back(narrowed(direction((cell % 72 + (part % parts + 0.5) / parts) * 5.0,
+                                             (cell / 72 + (part / parts + 0.5) / parts) * 5.0)));
+        }
+        sets.emplace_back(std::span<const XYZf, skyGrid::cellCount>(set.data(), set.size()));
+    }
+    for (const scenes::Scene& place : places) {
+        const OcclusionIndex index(place.coordinates);
+        std::vector<std::array<double, 2>> expected(sensors);
+        for (std::size_t i = 0; i < sensors; ++i) {
+            const XYZf& n = place.normals[i];
+            const auto cosine = [&](const XYZf& d) {
+                return std::max(
+                    static_cast<double>(n.x * d.x + n.y * d.y + n.z * d.z) /
+                        std::sqrt(static_cast<double>(n.x * n.x + n.y * n.y + n.z * n.z)),
+                    0.0);
+            };
+            std::vector<SkyCellSet> free(sets.size(), SkyCellSet::all());
+            index.visibleSkies(place.sensors[i], sets, free);
+            for (std::size_t set = 0; set < sets.size(); ++set) {
+                for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+                    const auto at = static_cast<std::size_t>(cell);
+                    const XYZf& d = rays[set][at];
+                    if (free[set].contains(cell % 72, cell / 72)) {
+                        expected[i][0] += cosine(d) * static_cast<double>(sky.diffuse[at]) *
+                                          static_cast<double>(std::hypot(d.x, d.y)) *
+                                          std::pow(5.0 / parts * test::degree, 2);
+                    }
+                }
+            }
+            for (const SunStep& step : sky.sunSteps) {
+                const double power = cosine(step.energy);
+                if (power > 0.0) {
+                    const float size = std::hypot(step.energy.x, step.energy.y, step.energy.z);
+                    const XYZf towards{step.energy.x / size, step.energy.y / size,
+                                       step.energy.z / size};
+                    expected[i][1] += index.isOccluded(place.sensors[i], towards) ? 0.0 : power;
+                }
+            }
+        }
+        std::printf("| %s |", place.name.c_str());
+        for (const bool tolerances : {false, true}) {
+            HourlyAnalysisOptions options;
+            options.peak = false;
+            options.groundRays = 0;
+            if (tolerances) {
+                options.skyTolerance = 0.01;
+                options.sunTolerance = 0.02;
+            }
+            const HourlyAnalysis analysis(sky, options);
+            std::vector<Sensor> list;
+            for (std::size_t i = 0; i < sensors; ++i) {
+                list.push_back({place.sensors[i], place.normals[i]});
+            }
+            std::vector<SensorResult> results(sensors);
+            const auto start = std::chrono::steady_clock::now();
+            analysis.evaluate(index, list, results);
+            const std::chrono::duration<double, std::micro> time =
+                std::chrono::steady_clock::now() - start;
+            Errors skyErrors;
+            Errors beamErrors;
+            for (std::size_t i = 0; i < sensors; ++i) {
+                const auto& [skyPart, beam] = expected[i];
+                const double least = 0.1 * std::max(skyPart + beam, open);
+                skyErrors.add((static_cast<double>(results[i].sky) - skyPart) /
+                              std::max(skyPart, least));
+                beamErrors.add((static_cast<double>(results[i].beam) - beam) /
+                               std::max(beam, least));
+            }
+            skyErrors.print(0.01);
+            beamErrors.print(0.02);
+            std::printf(" %.0f |", time.count() / static_cast<double>(sensors));
+        }
+        std::printf("\n");
+    }
+}
+
+/// The ground that facades of an endless canyon see, against the closed form.
+void ground(const std::string& folder) {
+    std::printf(
+        "\n## Ground\n\nFacades of a canyon 12 m wide and 18 m high, at 60 heights and three "
+        "bearings. Error of the ground's part, in percent of the sensor's total: root mean "
+        "square / largest.\n\n| rays | error |\n|---|---|\n");
+    const HourlySky sky = buildHourlySky(readWeatherSeries(folder + "/chicago.epw").series);
+    for (const int rays : {48, HourlyAnalysisOptions().groundRays, 384}) {
+        HourlyAnalysisOptions options;
+        options.groundRays = rays;
+        options.peak = false;
+        const HourlyAnalysis analysis(sky, options);
+        double squares = 0.0;
+        double largest = 0.0;
+        int count = 0;
+        for (const double compass : {0.0, 37.0, 200.0}) {
+            const Vector facing = direction(compass, 0.0);
+            for (int i = 0; i < 60; ++i) {
+                const double height = 0.2 + 0.29 * i;
+                FormulaScene canyon([&](const Vector& d) {
+                    const double level = d[0] * facing[0] + d[1] * facing[1];
+                    return level > 0.0 && (d[2] < 0.0 ? -d[2] * 12.0 > height * level
+                                                      : d[2] * 12.0 > (18.0 - height) * level);
+                });
+                const SensorResult result =
+                    analysis.evaluate(canyon, {{0, 0, 0}, narrowed(facing)});
+                const double view = 0.5 * (1.0 - height / std::hypot(height, 12.0));
+                const double expected = sky.groundReflected * view;
+                const double error = (static_cast<double>(result.ground) - expected) /
+                                     (static_cast<double>(result.total) -
+                                      static_cast<double>(result.ground) + expected);
+                squares += error * error;
+                largest = std::max(largest, std::abs(error));
+                ++count;
+            }
+        }
+        std::printf("| %d | %.2f / %.2f |\n", rays, 100.0 * std::sqrt(squares / count),
+                    100.0 * largest);
     }
 }
 
@@ -386,6 +528,8 @@ int main(int argc, char** argv) {
     openWalls(argv[1]);
     symmetry();
     shading(argv[1]);
+    denseScenes(argv[1]);
+    ground(argv[1]);
     fourMethods(argv[1], argv[2]);
     return 0;
 }

@@ -1,5 +1,6 @@
 #include <insolate/analysis/hourly_analysis.h>
 
+#include <insolate/analysis/first_rays.h>
 #include <insolate/analysis/hourly_kernels.h>
 #include <insolate/analysis/peak_hours.h>
 #include <insolate/analysis/sensor_rays.h>
@@ -7,9 +8,7 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
-#include <limits>
 #include <numbers>
 #include <optional>
 #include <utility>
@@ -26,12 +25,20 @@ using hourlyKernels::sumOfProducts;
 /// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.
 constexpr float smallGroundView = 0.005f;
 
+/// For less than this share of the view a quarter of the ground's rays are enough.
+constexpr float littleGroundView = 0.15f;
+
 /// A part of the radiation counts for its tolerance as at least this share of the sensor's own
 /// total and of that of open ground.
 constexpr float smallPart = 0.1f;
 
-/// Below this tolerance cells at edges are split further than twice.
-constexpr double fineTolerance = 0.01;
+/// Cells of less projected solid angle than this count too little for two rays [sr]: a fifth of the
+/// heaviest cell of a facade. A level surface sees all around, where errors even out, and has half
+/// as much again.
+constexpr float lightCell = 0.0016f;
+constexpr float lightCellUpwards = 0.0008f;
+
+constexpr std::uint64_t everySecond = 0x5555555555555555U;
 
 /// A piece of the lower hemisphere, for the ground's rays.
 struct GroundPiece {
@@ -40,7 +47,8 @@ struct GroundPiece {
     float solidAngle;
 };
 
-/// About the given number of pieces, of equal horizontal projection in each of their bands.
+/// About the given number of pieces, of equal horizontal projection in each of their bands. Their
+/// rays are spread over them by golden ratios: along the foot of a wall the errors cancel.
 std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
     std::vector<GroundPiece> pieces;
     if (rays <= 0) {
@@ -49,6 +57,10 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
     const int bands =
         std::max(1, static_cast<int>(std::lround(std::sqrt(std::min(rays, 4096) / 3.0))));
     const int sectors = std::max(3, std::min(rays, 4096) / bands);
+    const auto spread = [](int i) {
+        const double place = 0.25 + i / std::numbers::phi;
+        return place - std::floor(place);
+    };
     for (int band = 0; band < bands; ++band) {
         const double h0 = std::asin(static_cast<double>(band) / bands);
         const double h1 = std::asin(static_cast<double>(band + 1) / bands);
@@ -63,7 +75,12 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
             piece.moment = {static_cast<float>(level * (std::cos(a0) - std::cos(a1))),
                             static_cast<float>(level * (std::sin(a1) - std::sin(a0))),
                             static_cast<float>(-down)};
-            piece.direction = scaled(piece.moment, 1.0f / length(piece.moment));
+            const double sine = (band + spread(sector)) / bands;
+            const double turn = a0 + spread(band) * width;
+            const double cosine = std::sqrt(1.0 - sine * sine);
+            piece.direction = {static_cast<float>(cosine * std::sin(turn)),
+                               static_cast<float>(cosine * std::cos(turn)),
+                               static_cast<float>(-sine)};
             piece.solidAngle = static_cast<float>((std::sin(h1) - std::sin(h0)) * width);
             pieces.push_back(piece);
         }
@@ -81,9 +98,10 @@ struct GroundRays {
         int azimuth, altitude;
     };
     std::vector<SkyDirections> sets;
+    std::vector<GroundPiece> pieces;
     std::vector<Cell> cells; // of the pieces
 
-    explicit GroundRays(const std::vector<GroundPiece>& pieces) {
+    explicit GroundRays(std::vector<GroundPiece> thePieces) : pieces(std::move(thePieces)) {
         constexpr double width = std::numbers::pi / 36.0;
         std::vector<SkyCellSet> taken;
         std::vector<std::vector<XYZf>> directions;
@@ -122,54 +140,18 @@ struct HourlyAnalysis::Prepared {
     HourlySky sky;
     HourlyAnalysisOptions options;
     SkyCells cells;
-    std::array<SkyDirections, 2> directions; // of the cells' first rays, of the sun in them
-    std::vector<std::size_t> patchOfCell;
-    std::vector<GroundPiece> ground;
-    GroundRays groundRays;
-    std::optional<EdgeTables> edges;             // where a tolerance is given
-    int edgeLevel = 2;                           // of the finest squares
-    float openTotal = 0.0f;                      // of open ground [Wh/m2]
+    FirstRays first;
+    std::array<GroundRays, 2> ground; // for surfaces that face it, and that see little of it
+    std::optional<EdgeTables> edges;  // where a tolerance is given
+    float openTotal = 0.0f;           // of open ground [Wh/m2]
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
-
-    /// Of the sun cells, padded with zeros to a multiple of lanes.
-    std::vector<float> sunEnergyX, sunEnergyY, sunEnergyZ;
-    std::vector<std::uint16_t> cellOfSun;
-    std::vector<float> sunHours;
-    /// The sun's directions by cell, 0 for cells without.
-    std::array<float, cellCount> towardsSunX{}, towardsSunY{}, towardsSunZ{};
     PeakHours peakHours;
 
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
         : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
-          patchOfCell(cellCount), ground(groundPieces(options.groundRays, sky.options.northOffset)),
-          groundRays(ground) {
-        std::vector<XYZf> towardsSun(cellCount, XYZf{0, 0, 0});
-        SkyCellSet held;
-        for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
-            const SunCell& sun = sky.sunCells[j];
-            towardsSun[static_cast<std::size_t>(sun.cell)] = sun.direction;
-            const int azimuth = sun.cell % skyGrid::azimuthCount;
-            const int altitude = sun.cell / skyGrid::azimuthCount;
-            held.insert(azimuth, altitude);
-            const auto cell = static_cast<std::size_t>(sun.cell);
-            towardsSunX[cell] = sun.direction.x;
-            towardsSunY[cell] = sun.direction.y;
-            towardsSunZ[cell] = sun.direction.z;
-            sunEnergyX.push_back(sun.energy.x);
-            sunEnergyY.push_back(sun.energy.y);
-            sunEnergyZ.push_back(sun.energy.z);
-            cellOfSun.push_back(static_cast<std::uint16_t>(sun.cell));
-            sunHours.push_back(sun.sunHours);
-        }
-        for (std::vector<float>* values : {&sunEnergyX, &sunEnergyY, &sunEnergyZ, &sunHours}) {
-            values->resize((values->size() + lanes - 1) / lanes * lanes, 0.0f);
-        }
-        directions = {
-            EdgeTables::firstDirections(sky.options.northOffset),
-            SkyDirections(std::span<const XYZf, cellCount>(towardsSun.data(), cellCount), held)};
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            patchOfCell[i] = static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(i)));
-        }
+          first(sky), ground{GroundRays(groundPieces(options.groundRays, sky.options.northOffset)),
+                             GroundRays(groundPieces((options.groundRays + 3) / 4,
+                                                     sky.options.northOffset))} {
         std::array<double, patchCount> totals{};
         for (std::size_t i = 0; i < sky.patchRadiance.size(); ++i) {
             totals[i % patchCount] += static_cast<double>(sky.patchRadiance[i]);
@@ -178,13 +160,7 @@ struct HourlyAnalysis::Prepared {
             patchTotals[p] = static_cast<float>(totals[p]);
         }
         if (sky.valid && (options.skyTolerance > 0.0 || options.sunTolerance > 0.0)) {
-            const auto fine = [](double tolerance) {
-                return tolerance > 0.0 && tolerance < fineTolerance;
-            };
-            if (fine(options.skyTolerance) || fine(options.sunTolerance)) {
-                edgeLevel = EdgeTables::deepest + 1;
-            }
-            edges.emplace(sky, edgeLevel);
+            edges.emplace(sky, first);
         }
         openTotal = static_cast<float>(sky.report.diffuseHorizontal + sky.report.directHorizontal);
         if (options.peak && sky.valid) {
@@ -215,29 +191,16 @@ public:
     }
 
     SensorResult result(SensorHours* hours) {
-        std::array<SkyCellSet, 2> cells{skyInFront(), sunInFront()};
-        const std::array visibility{&m_visible, &m_sunInCell};
-        const std::array<SkyCellSet, 2> front = cells;
-        m_rays.skies(m.directions, cells, visibility);
-        seeSun();
+        see();
+        sumSky();
+        sumSun();
         if (m.edges) {
-            ShadowEdges edges(*m.edges, m.sky, m_sides, m_normal);
-            edges.find({front, cells, m_visible.data(), m_weight.data(), m_sunVisible.data(),
-                        m_sunWeight.data()});
-            for (const ShadowEdges::Mixed& cell : edges.mixed()) {
-                m_sunVisible[static_cast<std::size_t>(cell.sunCell)] = cell.visible;
-            }
-            sumSky(cells[0]);
-            sumBeam();
-            lookAgain(edges);
-        } else {
-            sumSky(cells[0]);
-            sumBeam();
+            lookAgain();
         }
         seeGround();
         const float whole = m_sides == Sides::NoSurface ? 2.0f * pi : pi;
         SensorResult result;
-        result.beam = m_beam;
+        result.beam = m_beam > FirstRays::leastEnergy ? m_beam : 0.0f;
         result.sky = m_sky;
         result.ground = static_cast<float>(m.sky.groundReflected) * m_groundView;
         result.total = result.beam + result.sky + result.ground;
@@ -267,35 +230,6 @@ private:
         return weightOf(m_sides, m_normal, vector, measure);
     }
 
-    /// Weighs the open sky's cells; gives those that the sensor faces.
-    SkyCellSet skyInFront() {
-        if (m_sides == Sides::One) {
-            std::array<std::uint8_t, cellCount / 8> front;
-            hourlyKernels::weighInFront(m_normal, m.cells.momentX.data(), m.cells.momentY.data(),
-                                        m.cells.momentZ.data(), cellCount, m_weight.data(),
-                                        front.data());
-            return setOf(front);
-        }
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
-                                m.cells.solidAngle[i]);
-        }
-        return SkyCellSet::all();
-    }
-
-    void sumSky(SkyCellSet free) {
-        if (!m_rays.allOrNothing()) {
-            for (std::size_t i = 0; i < cellCount; ++i) {
-                m_weight[i] *= m_visible[i];
-            }
-            free = SkyCellSet::all();
-        }
-        const hourlyKernels::ViewSums sums =
-            hourlyKernels::keepVisible(free, m.sky.diffuse.data(), m_weight.data());
-        m_view = sums.view;
-        m_sky = sums.sky;
-    }
-
     static SkyCellSet setOf(const std::array<std::uint8_t, cellCount / 8>& bits) {
         SkyCellSet set;
         for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
@@ -308,61 +242,110 @@ private:
         return set;
     }
 
-    /// Weighs the unshaded sun; gives the cells in which the sensor faces it.
-    SkyCellSet sunInFront() {
-        const std::vector<SunCell>& sunCells = m.sky.sunCells;
-        const std::size_t count = m.sunEnergyX.size();
-        std::array<std::uint8_t, cellCount / 8> front;
-        SkyCellSet wanted;
+    /// Weighs the sky's cells and asks for them, one ray in each half; cells that weigh little have
+    /// one ray, in the lower or the upper half by turns.
+    void see() {
+        m_look.front = m_look.asked[0] = m_look.asked[1] = SkyCellSet::all();
+        std::array<SkyCellSet, 2> alone; // the cells that only the other half is asked for
         if (m_sides == Sides::One) {
-            hourlyKernels::weighInFront(m_normal, m.sunEnergyX.data(), m.sunEnergyY.data(),
-                                        m.sunEnergyZ.data(), count, m_sunWeight.data(),
-                                        front.data());
-            std::array<float, cellCount> cosine;
-            hourlyKernels::weighInFront(m_normal, m.towardsSunX.data(), m.towardsSunY.data(),
-                                        m.towardsSunZ.data(), cellCount, cosine.data(),
-                                        front.data());
-            wanted = setOf(front);
+            std::array<std::uint8_t, cellCount / 8> frontBits;
+            std::array<std::uint8_t, cellCount / 8> heavyBits;
+            hourlyKernels::weighInFront(m_normal, m.cells.momentX.data(), m.cells.momentY.data(),
+                                        m.cells.momentZ.data(), cellCount,
+                                        lightCell + lightCellUpwards * std::max(m_normal.z, 0.0f),
+                                        m_weight.data(), frontBits.data(), heavyBits.data());
+            m_look.front = setOf(frontBits);
+            const SkyCellSet heavy = setOf(heavyBits);
+            // The surface's own plane may cut cells: one behind it may hold sun in front of it, and
+            // in one in front either ray may lie behind.
+            const SkyCellSet near = m_look.front.grown();
+            SkyCellSet cut = SkyCellSet::all();
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                cut.words[word] &= ~m_look.front.words[word];
+            }
+            cut = cut.grown();
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                const std::uint64_t asked =
+                    m_look.front.words[word] | (near.words[word] & m.first.withSun.words[word]);
+                const std::uint64_t light = asked & ~heavy.words[word] & ~cut.words[word];
+                const std::uint64_t even = word / 2 % 2 == 0 ? everySecond : ~everySecond;
+                alone[0].words[word] = light & even;
+                alone[1].words[word] = light & ~even;
+                for (std::size_t half = 0; half < 2; ++half) {
+                    m_look.asked[half].words[word] = asked & ~alone[half].words[word];
+                }
+            }
         } else {
-            wanted = m.directions[1].cells();
-            for (std::size_t j = 0; j < sunCells.size(); ++j) {
-                m_sunWeight[j] = weigh(sunCells[j].energy, sunCells[j].directNormal);
+            for (std::size_t i = 0; i < cellCount; ++i) {
+                m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
+                                    m.cells.solidAngle[i]);
             }
         }
-        return wanted;
+        m_look.free = m_look.asked;
+        m_rays.skies(m.first.directions, m_look.free, {{&m_visible[0], &m_visible[1]}}, alone);
     }
 
-    void seeSun() {
+    void sumSky() {
+        const hourlyKernels::ViewSums sums =
+            hourlyKernels::sumSky({m_weight.data(),
+                                   {m_visible[0].data(), m_visible[1].data()},
+                                   m.sky.diffuse.data(),
+                                   m_seen.data()});
+        m_view = sums.view;
+        m_sky = sums.sky;
+    }
+
+    void sumSun() {
+        if (m_sides == Sides::One) {
+            const hourlyKernels::SunSums sums =
+                hourlyKernels::sumSun(m_normal, {&m.first,
+                                                 {m_visible[0].data(), m_visible[1].data()},
+                                                 m_sunWeight.data(),
+                                                 m_sunVisible.data()});
+            m_beam = sums.beam;
+            m_sunHours = sums.hours;
+            return;
+        }
+        std::fill(m_sunVisible.begin(), m_sunVisible.end(), 0.0f);
         for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
-            m_sunVisible[j] = m_sunInCell[m.cellOfSun[j]];
+            const auto cell = static_cast<std::size_t>(m.first.cellOfSun[j]);
+            float weight = 0.0f;
+            float seen = 0.0f;
+            for (std::size_t half = 0; half < 2; ++half) {
+                const FirstRays::Sun& sun = m.first.sun[half];
+                const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
+                const float visible = m_visible[half][cell];
+                weight += weigh(energy, length(energy));
+                seen += visible * weigh(energy, length(energy));
+                m_sunHours += visible * sun.hours[j];
+            }
+            m_beam += seen;
+            m_sunWeight[j] = weight;
+            m_sunVisible[j] = weight > 0.0f ? seen / weight : 0.0f;
         }
-        for (std::size_t j = m.sky.sunCells.size(); j < m.sunEnergyX.size(); ++j) {
-            m_sunWeight[j] = m_sunVisible[j] = 0.0f;
-        }
-    }
-
-    void sumBeam() {
-        m_beam = sumOfProducts(m_sunWeight.data(), m_sunVisible.data(), m.sunEnergyX.size());
-        m_sunHours = sumOfProducts(m.sunHours.data(), m_sunVisible.data(), m.sunEnergyX.size());
     }
 
     /// Puts right what the edges of shadows leave too uncertain.
-    void lookAgain(ShadowEdges& edges) {
+    void lookAgain() {
+        m_look.visible = {m_visible[0].data(), m_visible[1].data()};
+        m_look.weight = m_weight.data();
+        m_look.sunWeight = m_sunWeight.data();
         const float least = smallPart * std::max(m_sky + m_beam, m.openTotal);
         const EdgeTolerance tolerance{
             static_cast<float>(m.options.skyTolerance) * std::max(m_sky, least),
-            static_cast<float>(m.options.sunTolerance) * std::max(m_beam, least), m.edgeLevel};
-        for (const ShadowEdges::Cell& cell : edges.refine(m_rays, tolerance)) {
+            static_cast<float>(m.options.sunTolerance) * std::max(m_beam, least)};
+        ShadowEdges edges(*m.edges, m.sky, m_sides, m_normal);
+        for (const ShadowEdges::Cell& cell : edges.refine(m_rays, m_look, tolerance)) {
             const auto i = static_cast<std::size_t>(cell.cell);
             const float seen = std::max(cell.seen, 0.0f);
-            const float gained = seen - m_weight[i];
-            m_weight[i] = seen;
+            const float gained = seen - m_seen[i];
+            m_seen[i] = seen;
             m_view += gained;
             m_sky += gained * m.sky.diffuse[i];
             if (cell.sunCell >= 0) {
                 const auto j = static_cast<std::size_t>(cell.sunCell);
                 m_beam += cell.beamSeen - m_sunWeight[j] * m_sunVisible[j];
-                m_sunHours += cell.directHours - m.sunHours[j] * m_sunVisible[j];
+                m_sunHours += cell.directHours - sunHoursOf(i, j);
                 m_sunWeight[j] = cell.beam;
                 // Where squares were taken out again, sums of nothing are not quite 0.
                 m_sunVisible[j] =
@@ -375,35 +358,49 @@ private:
         m_sunHours = std::max(m_sunHours, 0.0f);
     }
 
+    /// What sumSun() counted for a cell.
+    float sunHoursOf(std::size_t cell, std::size_t sunCell) const {
+        float hours = 0.0f;
+        for (std::size_t half = 0; half < 2; ++half) {
+            const FirstRays::Sun& sun = m.first.sun[half];
+            const XYZf energy{sun.energyX[sunCell], sun.energyY[sunCell], sun.energyZ[sunCell]};
+            if (m_sides != Sides::One || dot(m_normal, energy) > 0.0f) {
+                hours += sun.hours[sunCell] * m_visible[half][cell];
+            }
+        }
+        return hours;
+    }
+
     void seeGround() {
         const float open = m_sides == Sides::One   ? 0.5f * (1.0f - m_normal.z)
                            : m_sides == Sides::Two ? 1.0f
                                                    : 2.0f;
         m_groundView = open;
-        if (open < smallGroundView || m.ground.empty()) {
+        if (open < smallGroundView || m.ground[0].pieces.empty()) {
             return;
         }
-        std::vector<SkyCellSet> free(m.groundRays.sets.size());
-        std::vector<float> weights(m.ground.size());
-        for (std::size_t i = 0; i < m.ground.size(); ++i) {
-            weights[i] = weigh(m.ground[i].moment, m.ground[i].solidAngle);
+        const GroundRays& ground = m.ground[open < littleGroundView ? 1 : 0];
+        std::vector<SkyCellSet> free(ground.sets.size());
+        std::vector<float> weights(ground.pieces.size());
+        for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
+            weights[i] = weigh(ground.pieces[i].moment, ground.pieces[i].solidAngle);
             if (weights[i] > 0.0f) {
-                const GroundRays::Cell& cell = m.groundRays.cells[i];
+                const GroundRays::Cell& cell = ground.cells[i];
                 free[cell.set].insert(cell.azimuth, cell.altitude);
             }
         }
-        m_rays.skies(m.groundRays.sets, free);
+        m_rays.skies(ground.sets, free);
         float seen = 0.0f;
         float all = 0.0f;
-        for (std::size_t i = 0; i < m.ground.size(); ++i) {
+        for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
             if (weights[i] > 0.0f) {
-                const GroundRays::Cell& cell = m.groundRays.cells[i];
+                const GroundRays::Cell& cell = ground.cells[i];
                 all += weights[i];
                 seen +=
                     weights[i] *
                     (m_rays.allOrNothing()
                          ? static_cast<float>(free[cell.set].contains(cell.azimuth, cell.altitude))
-                         : m_rays.one(m.ground[i].direction));
+                         : m_rays.one(ground.pieces[i].direction));
             }
         }
         m_groundView = all > 0.0f ? open * seen / all : open;
@@ -414,13 +411,17 @@ private:
     void gatherPatches() {
         float* patch = m_patchWeight.data();
         for (std::size_t row = 0; row < skyGrid::altitudeCount / 2; ++row) {
-            const float* lower = m_weight.data() + 2 * row * skyGrid::azimuthCount;
+            const float* lower = m_seen.data() + 2 * row * skyGrid::azimuthCount;
             const float* upper = lower + skyGrid::azimuthCount;
+            std::array<float, skyGrid::azimuthCount> both;
+            for (std::size_t sector = 0; sector < both.size(); ++sector) {
+                both[sector] = lower[sector] + upper[sector];
+            }
             const std::size_t width = skyPatches::sectorsWide(row);
-            for (std::size_t first = 0; first < skyGrid::azimuthCount; first += width) {
-                float sum = 0.0f;
-                for (std::size_t sector = first; sector < first + width; ++sector) {
-                    sum += lower[sector] + upper[sector];
+            for (std::size_t first = 0; first < both.size(); first += width) {
+                float sum = both[first] + both[first + 1];
+                for (std::size_t sector = first + 2; sector < first + width; ++sector) {
+                    sum += both[sector];
                 }
                 *patch++ = sum;
             }
@@ -463,12 +464,9 @@ private:
     }
 
     void findPeakOfOneSide(SensorResult& result) {
-        std::array<float, skyZones::termCount> zoneWeight;
-        skyZones::measure(m_patchWeight.data(), false, zoneWeight.data());
         hourlyKernels::PeakSensor sensor;
         sensor.normal = m_normal;
         sensor.patchWeight = m_patchWeight.data();
-        sensor.zoneWeight = zoneWeight.data();
         sensor.sunVisible = m_sunVisible.data();
         sensor.openScale = m_patchScale;
         sensor.view = m_view * m_patchScale;
@@ -498,11 +496,12 @@ private:
     Rays m_rays;
     Sides m_sides = Sides::One;
     XYZf m_normal{0, 0, 0};
-    std::array<float, cellCount> m_weight;    // projected solid angle that is visible [sr]
-    std::array<float, cellCount> m_visible;   // of the cells
-    std::array<float, cellCount> m_sunInCell; // of the sun, by cell
+    ShadowEdges::FirstLook m_look;
+    std::array<float, cellCount> m_weight; // projected solid angle of the cells [sr]
+    std::array<float, cellCount> m_seen;   // the visible part of it
+    std::array<std::array<float, cellCount>, 2> m_visible; // of the cells' halves
     std::array<float, patchCount> m_patchWeight{};
-    // Of the sun cells: energy on the surface [Wh/m2], its visible part.
+    // Of the sun cells: energy on the surface [Wh/m2], its visible share.
     std::array<float, cellCount + lanes> m_sunWeight;
     std::array<float, cellCount + lanes> m_sunVisible;
     float m_view = 0.0f;

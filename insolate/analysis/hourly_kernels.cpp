@@ -24,6 +24,22 @@ using V = hn::Vec<F>;
 /// Bounds are taken a little higher than computed: their rounding must not hide an hour.
 constexpr float margin = 1.00001f;
 
+/// Adds the upper half of some numbers to the lower one.
+template <std::size_t half>
+HWY_INLINE void fold(float* numbers) {
+    const hn::CappedTag<float, half> d;
+    for (std::size_t i = 0; i < half; i += hn::Lanes(d)) {
+        hn::StoreU(hn::Add(hn::LoadU(d, numbers + i), hn::LoadU(d, numbers + half + i)), d,
+                   numbers + i);
+    }
+}
+
+HWY_INLINE float sumOf(std::array<float, lanes>& sums) {
+    fold<8>(sums.data());
+    fold<4>(sums.data());
+    return (sums[0] + sums[2]) + (sums[1] + sums[3]);
+}
+
 float dotProduct(const float* a, const float* b, std::size_t count) {
     const F d;
     const std::size_t n = hn::Lanes(d);
@@ -35,16 +51,11 @@ float dotProduct(const float* a, const float* b, std::size_t count) {
         }
         hn::StoreU(sum, d, sums.data() + part);
     }
-    for (std::size_t half = lanes / 2; half > 0; half /= 2) {
-        for (std::size_t lane = 0; lane < half; ++lane) {
-            sums[lane] += sums[lane + half];
-        }
-    }
-    return sums[0];
+    return sumOf(sums);
 }
 
 void weigh(const XYZf& normal, const float* x, const float* y, const float* z, std::size_t count,
-           float* out, std::uint8_t* front) {
+           float least, float* out, std::uint8_t* front, std::uint8_t* heavy) {
     const hn::CappedTag<float, 8> d;
     using V8 = hn::Vec<decltype(d)>;
     const std::size_t n = hn::Lanes(d);
@@ -52,19 +63,25 @@ void weigh(const XYZf& normal, const float* x, const float* y, const float* z, s
     const V8 ny = hn::Set(d, normal.y);
     const V8 nz = hn::Set(d, normal.z);
     const V8 zero = hn::Zero(d);
+    const auto bitsAbove = [&](V8 product, V8 limit) HWY_ATTR {
+        std::uint8_t some[8] = {};
+        hn::StoreMaskBits(d, hn::Gt(product, limit), some);
+        return static_cast<unsigned>(some[0]);
+    };
     for (std::size_t i = 0; i < count; i += 8) {
-        unsigned bits = 0;
+        unsigned inFront = 0;
+        unsigned above = 0;
         for (std::size_t part = 0; part < 8; part += n) {
             const std::size_t k = i + part;
             const V8 product =
                 hn::Add(hn::Add(hn::Mul(nx, hn::LoadU(d, x + k)), hn::Mul(ny, hn::LoadU(d, y + k))),
                         hn::Mul(nz, hn::LoadU(d, z + k)));
-            std::uint8_t some[8] = {};
-            hn::StoreMaskBits(d, hn::Gt(product, zero), some);
-            bits |= static_cast<unsigned>(some[0]) << part;
+            inFront |= bitsAbove(product, zero) << part;
+            above |= bitsAbove(product, hn::Set(d, least)) << part;
             hn::StoreU(hn::Max(product, zero), d, out + k);
         }
-        front[i / 8] = static_cast<std::uint8_t>(bits);
+        front[i / 8] = static_cast<std::uint8_t>(inFront);
+        heavy[i / 8] = static_cast<std::uint8_t>(above);
     }
 }
 
@@ -92,74 +109,71 @@ void spreadOut(const SkyCellSet& set, float* out) {
     }
 }
 
-ViewSums keep(const SkyCellSet& visible, const float* diffuse, float* weight) {
+ViewSums skySums(const SkySeen& cells) {
     const hn::CappedTag<float, 8> d;
     using V8 = hn::Vec<decltype(d)>;
     const std::size_t n = hn::Lanes(d);
-    alignas(64) std::array<float, 8> views{};
-    alignas(64) std::array<float, 8> skies{};
-    const CellBits bits = bitsOfCells(visible);
+    std::array<float, lanes> views{};
+    std::array<float, lanes> skies{};
+    const V8 half = hn::Set(d, 0.5f);
     for (std::size_t part = 0; part < 8; part += n) {
         V8 view = hn::Zero(d);
         V8 sky = hn::Zero(d);
-        for (std::size_t i = 0; i < skyGrid::cellCount; i += 8) {
-            const std::uint8_t some[8] = {static_cast<std::uint8_t>(bits[i / 8] >> part)};
-            const V8 kept =
-                hn::IfThenElseZero(hn::LoadMaskBits(d, some), hn::LoadU(d, weight + i + part));
-            hn::StoreU(kept, d, weight + i + part);
-            view = hn::Add(view, kept);
-            sky = hn::Add(sky, hn::Mul(kept, hn::LoadU(d, diffuse + i + part)));
+        for (std::size_t i = part; i < skyGrid::cellCount; i += 8) {
+            const V8 free = hn::Mul(half, hn::Add(hn::LoadU(d, cells.visible[0] + i),
+                                                  hn::LoadU(d, cells.visible[1] + i)));
+            const V8 seen = hn::Mul(hn::LoadU(d, cells.weight + i), free);
+            hn::StoreU(seen, d, cells.seen + i);
+            view = hn::Add(view, seen);
+            sky = hn::Add(sky, hn::Mul(seen, hn::LoadU(d, cells.diffuse + i)));
         }
         hn::StoreU(view, d, views.data() + part);
         hn::StoreU(sky, d, skies.data() + part);
     }
-    for (std::size_t half = 4; half > 0; half /= 2) {
-        for (std::size_t lane = 0; lane < half; ++lane) {
-            views[lane] += views[lane + half];
-            skies[lane] += skies[lane + half];
-        }
-    }
-    return {views[0], skies[0]};
+    return {sumOf(views), sumOf(skies)};
 }
 
-/// The strongest hour of the sun cell that promises most, the first of equals; -1 where none is
-/// seen. Sets a bit for each visible cell.
-int promisingHour(const PeakHours& hours, const PeakSensor& sensor, std::uint64_t* visible) {
+SunSums sunSums(const XYZf& normal, const SunSeen& cells) {
     const F d;
+    const hn::RebindToSigned<F> di;
     const std::size_t n = hn::Lanes(d);
-    const V nx = hn::Set(d, sensor.normal.x);
-    const V ny = hn::Set(d, sensor.normal.y);
-    const V nz = hn::Set(d, sensor.normal.z);
+    const V nx = hn::Set(d, normal.x);
+    const V ny = hn::Set(d, normal.y);
+    const V nz = hn::Set(d, normal.z);
     const V zero = hn::Zero(d);
-    V most = zero;
-    V place = zero; // exact in single precision
-    for (std::size_t i = 0; i < hours.strongest.size(); i += n) {
-        const V product = hn::Add(hn::Add(hn::Mul(nx, hn::LoadU(d, hours.strongestX.data() + i)),
-                                          hn::Mul(ny, hn::LoadU(d, hours.strongestY.data() + i))),
-                                  hn::Mul(nz, hn::LoadU(d, hours.strongestZ.data() + i)));
-        const V seen = hn::LoadU(d, sensor.sunVisible + i);
-        const V value = hn::Mul(product, seen);
-        const auto more = hn::Gt(value, most);
-        most = hn::IfThenElse(more, value, most);
-        place = hn::IfThenElse(more, hn::Iota(d, static_cast<float>(i)), place);
-        std::uint8_t some[8] = {};
-        hn::StoreMaskBits(d, hn::Gt(seen, zero), some);
-        visible[i / 64] |= (some[0] | std::uint64_t{n > 8 ? some[1] : 0U} << 8U) << (i % 64);
+    std::array<float, lanes> beams{};
+    std::array<float, lanes> times{};
+    for (std::size_t part = 0; part < lanes; part += n) {
+        V beam = zero;
+        V time = zero;
+        for (std::size_t i = part; i < cells.rays->cellOfSun.size(); i += lanes) {
+            const auto cell = hn::LoadU(di, cells.rays->cellOfSun.data() + i);
+            V weight = zero;
+            V seen = zero;
+            for (std::size_t half = 0; half < 2; ++half) {
+                const FirstRays::Sun& sun = cells.rays->sun[half];
+                const V product =
+                    hn::Add(hn::Add(hn::Mul(nx, hn::LoadU(d, sun.energyX.data() + i)),
+                                    hn::Mul(ny, hn::LoadU(d, sun.energyY.data() + i))),
+                            hn::Mul(nz, hn::LoadU(d, sun.energyZ.data() + i)));
+                const V energy = hn::Max(product, zero);
+                const V free = hn::GatherIndex(d, cells.visible[half], cell);
+                weight = hn::Add(weight, energy);
+                seen = hn::Add(seen, hn::Mul(energy, free));
+                time = hn::Add(
+                    time, hn::IfThenElseZero(hn::Gt(product, zero),
+                                             hn::Mul(hn::LoadU(d, sun.hours.data() + i), free)));
+            }
+            beam = hn::Add(beam, seen);
+            hn::StoreU(weight, d, cells.weight + i);
+            hn::StoreU(hn::IfThenElseZero(hn::Gt(weight, zero), hn::Div(seen, weight)), d,
+                       cells.sunVisible + i);
+        }
+        hn::StoreU(beam, d, beams.data() + part);
+        hn::StoreU(time, d, times.data() + part);
     }
-    const V highest = hn::MaxOfLanes(d, most);
-    if (!(hn::GetLane(highest) > 0.0f)) {
-        return -1;
-    }
-    const V first =
-        hn::MinOfLanes(d, hn::IfThenElse(hn::Eq(most, highest), place, hn::Set(d, 1e9f)));
-    return hours.strongest[static_cast<std::size_t>(hn::GetLane(first))];
+    return {sumOf(beams), sumOf(times)};
 }
-
-/// What `lanes` blocks or hours may give.
-struct Lanes {
-    alignas(64) std::array<float, lanes> rest; // without the direct radiation
-    alignas(64) std::array<float, lanes> all;
-};
 
 /// The sensor's numbers in every lane.
 struct Broadcast {
@@ -179,111 +193,207 @@ struct Broadcast {
     }
 };
 
+skyZones::Terms measure(const float* patches) {
+    const F d;
+    const hn::RebindToSigned<F> di;
+    const skyZones::Table& table = skyZones::table();
+    skyZones::Terms terms;
+    for (std::size_t zone = 0; zone < skyZones::count; zone += hn::Lanes(d)) {
+        V sum = hn::Zero(d);
+        V squares = hn::Zero(d);
+        for (std::size_t i = zone; i < table.patches.size(); i += skyZones::count) {
+            const V value = hn::GatherIndex(d, patches, hn::LoadU(di, table.patches.data() + i));
+            sum = hn::Add(sum, value);
+            squares = hn::MulAdd(value, value, squares);
+        }
+        const V mean = hn::Mul(sum, hn::LoadU(d, table.share.data() + zone));
+        // Rounding takes less than a millionth of the squares from the difference.
+        const V rest = hn::Max(hn::NegMulAdd(sum, mean, squares), hn::Zero(d));
+        hn::StoreU(sum, d, terms.sums.data() + zone);
+        hn::StoreU(hn::Sqrt(hn::MulAdd(hn::Set(d, 4e-6f), squares, rest)), d,
+                   terms.deviations.data() + zone);
+    }
+    return terms;
+}
+
+/// What a beam of 1 W/m2 gives at most, by the sun cell from which it comes: its direction s is
+/// off the cell's own by no more than a radius, and so is the product of s and the normal.
+void seeSun(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in, float* seen) {
+    const F d;
+    for (std::size_t i = 0; i < hours.sunX.size(); i += hn::Lanes(d)) {
+        const V product =
+            hn::Add(in.dot(hn::LoadU(d, hours.sunX.data() + i), hn::LoadU(d, hours.sunY.data() + i),
+                           hn::LoadU(d, hours.sunZ.data() + i)),
+                    hn::LoadU(d, hours.sunRadius.data() + i));
+        hn::StoreU(hn::Mul(hn::LoadU(d, sensor.sunVisible + i), hn::Max(product, hn::Zero(d))), d,
+                   seen + i);
+    }
+}
+
+/// Bound of the direct radiation that the words from first up to end, by steps, stand for.
+HWY_INLINE V beamOf(const SunWords& suns, std::size_t first, std::size_t end, std::size_t step,
+                    const float* seen) {
+    const F d;
+    const hn::Rebind<std::int32_t, F> di;
+    const hn::Rebind<std::uint32_t, F> du;
+    V sum = hn::Zero(d);
+    for (std::size_t i = first; i < end; i += step) {
+        const auto words = hn::LoadU(du, suns.words.data() + i);
+        const auto cells = hn::BitCast(di, hn::And(words, hn::Set(du, 0xFFFFU)));
+        sum = hn::MulAdd(hn::BitCast(d, words), hn::GatherIndex(d, seen, cells), sum);
+    }
+    return sum;
+}
+
 /// Bound of the sky from its zones.
 ///
 /// With W the sum of a zone's n patch weights w, D the root of the sum of squares of w - W/n, and
 /// the same of the radiance p, the zone gives W mean(p) + sum((w - W/n)(p - mean(p))), the last
 /// term at most the product of the two deviations (Cauchy and Schwarz).
-HWY_INLINE V skyOfZones(const std::uint32_t* zones, const float* zoneWeight) {
+HWY_INLINE float skyOf(const std::uint32_t* zones, const skyZones::Terms& weights) {
     const F d;
     const hn::Rebind<std::uint32_t, F> du;
-    // Several sums, or each would wait for the one before.
-    V means[2] = {hn::Zero(d), hn::Zero(d)};
-    V rests[2] = {hn::Zero(d), hn::Zero(d)};
-    for (std::size_t zone = 0; zone < skyZones::count; zone += 2) {
-        for (std::size_t k = 0; k < 2; ++k) {
-            const auto both = hn::LoadU(du, zones + (zone + k) * lanes);
-            means[k] = hn::MulAdd(hn::BitCast(d, both), hn::Set(d, zoneWeight[zone + k]), means[k]);
-            rests[k] = hn::MulAdd(hn::BitCast(d, hn::ShiftLeft<16>(both)),
-                                  hn::Set(d, zoneWeight[skyZones::count + zone + k]), rests[k]);
+    V means = hn::Zero(d);
+    V rests = hn::Zero(d);
+    for (std::size_t zone = 0; zone < skyZones::count; zone += hn::Lanes(d)) {
+        const auto both = hn::LoadU(du, zones + zone);
+        means = hn::MulAdd(hn::BitCast(d, both), hn::LoadU(d, weights.sums.data() + zone), means);
+        rests = hn::MulAdd(hn::BitCast(d, hn::ShiftLeft<16>(both)),
+                           hn::LoadU(d, weights.deviations.data() + zone), rests);
+    }
+    return hn::GetLane(hn::SumOfLanes(d, hn::Add(means, rests)));
+}
+
+/// What the sensor sees: of the sun by seeSun(), of the sky.
+struct Sight {
+    std::array<float, skyGrid::cellCount> sun;
+    skyZones::Terms zones;
+    /// The patches of which something is seen, as the first of each `lanes`.
+    std::array<std::uint32_t, skyPatches::count / lanes> patches;
+    std::size_t patchCount = 0;
+
+    Sight(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in)
+        : zones(measure(sensor.patchWeight)) {
+        const F d;
+        seeSun(hours, sensor, in, sun.data());
+        for (std::size_t i = 0; i < skyPatches::count; i += lanes) {
+            patches[patchCount] = static_cast<std::uint32_t>(i);
+            V any = hn::Zero(d);
+            for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
+                any = hn::Max(any, hn::LoadU(d, sensor.patchWeight + i + part));
+            }
+            patchCount += !hn::AllTrue(d, hn::Eq(any, hn::Zero(d)));
         }
     }
-    return hn::Add(hn::Add(means[0], means[1]), hn::Add(rests[0], rests[1]));
+};
+
+/// The lanes whose bounds, taken a little higher, exceed the best.
+HWY_INLINE auto above(V bounds, float best) {
+    const F d;
+    return hn::Gt(hn::Mul(bounds, hn::Set(d, margin)), hn::Set(d, best));
 }
 
-/// Direct radiation that the whole sun gives at most, its directions off by up to a radius.
-HWY_INLINE V beamOfWholeSun(const PeakBounds& bounds, std::size_t first, std::size_t part,
-                            const Broadcast& in, V radius) {
-    const F d;
-    const auto field = [&](PeakBounds::Field which)
-                           HWY_ATTR { return hn::LoadU(d, bounds.lanesOf(first, which) + part); };
-    const V beam = hn::Add(
-        in.dot(field(PeakBounds::beamX), field(PeakBounds::beamY), field(PeakBounds::beamZ)),
-        radius);
-    const V slack = field(PeakBounds::beamSlack);
-    return hn::IfThenElse(hn::Gt(beam, slack), beam,
-                          hn::IfThenElseZero(hn::Gt(beam, hn::Neg(slack)), slack));
-}
+/// What the blocks promise.
+struct Promise {
+    std::array<float, PeakHours::mostBlocks> beam;
+    std::array<float, PeakHours::mostBlocks> rest; // without the direct radiation
+    std::array<std::int32_t, PeakHours::mostBlocks + lanes> list;
+    std::int32_t* end = list.data();
+};
 
-/// Notes the bounds of some lanes; those above the best as bits.
-HWY_INLINE unsigned noteBounds(V beam, V rest, float best, std::size_t part, Lanes& result) {
+/// The blocks that may exceed the best with the whole sun and the open sky.
+void boundBlocks(const PeakHours& hours, const Broadcast& in, float best, Promise& blocks) {
     const F d;
-    const V all = hn::Mul(hn::Add(beam, rest), hn::Set(d, margin));
-    hn::StoreU(rest, d, result.rest.data() + part);
-    hn::StoreU(all, d, result.all.data() + part);
-    std::uint8_t some[8] = {};
-    hn::StoreMaskBits(d, hn::Gt(all, hn::Set(d, best)), some);
-    return (some[0] | static_cast<unsigned>(hn::Lanes(d) > 8 ? some[1] : 0) << 8) << part;
-}
-
-HWY_INLINE bool anyAbove(V beam, V rest, float best) {
-    const F d;
-    const V all = hn::Mul(hn::Add(beam, rest), hn::Set(d, margin));
-    return !hn::AllFalse(d, hn::Gt(all, hn::Set(d, best)));
-}
-
-/// `lanes` blocks: by the open sky, and where that leaves one above the best, by its zones.
-unsigned boundBlocks(const PeakHours& hours, std::size_t first, const PeakSensor& sensor,
-                     const Broadcast& in, float best, Lanes& result) {
-    const F d;
-    unsigned above = 0;
-    for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
+    const hn::RebindToSigned<F> di;
+    for (std::size_t i = 0; i < hours.blockBounds.size(); i += hn::Lanes(d)) {
         const auto field = [&](PeakBounds::Field which) HWY_ATTR {
-            return hn::LoadU(d, hours.blockBounds.lanesOf(first, which) + part);
+            return hn::LoadU(d, hours.blockBounds.lanesOf(i, which));
         };
-        const V beam =
-            beamOfWholeSun(hours.blockBounds, first, part, in, field(PeakBounds::beamRadius));
+        const V product = hn::Add(
+            in.dot(field(PeakBounds::beamX), field(PeakBounds::beamY), field(PeakBounds::beamZ)),
+            field(PeakBounds::beamRadius));
+        const V slack = field(PeakBounds::beamSlack);
+        const V beam = hn::IfThenElse(hn::Gt(product, slack), product,
+                                      hn::IfThenElseZero(hn::Gt(product, hn::Neg(slack)), slack));
         const V open = hn::Add(
             in.dot(field(PeakBounds::openX), field(PeakBounds::openY), field(PeakBounds::openZ)),
             field(PeakBounds::open));
         const V sky =
             hn::Min(hn::Mul(open, in.openScale), hn::Mul(field(PeakBounds::brightest), in.view));
-        const V ground = hn::Mul(field(PeakBounds::ground), in.groundView);
-        if (anyAbove(beam, hn::Add(sky, ground), best)) {
-            const V seen = skyOfZones(hours.blockZones.data() + first * skyZones::count + part,
-                                      sensor.zoneWeight);
-            above |= noteBounds(beam, hn::Add(hn::Min(sky, seen), ground), best, part, result);
-        }
+        const V rest = hn::Add(sky, hn::Mul(field(PeakBounds::ground), in.groundView));
+        hn::StoreU(beam, d, blocks.beam.data() + i);
+        hn::StoreU(rest, d, blocks.rest.data() + i);
+        blocks.end +=
+            hn::CompressStore(hn::Iota(di, static_cast<std::int32_t>(i)),
+                              hn::RebindMask(di, above(hn::Add(beam, rest), best)), di, blocks.end);
     }
-    return above;
 }
 
-/// The hours of a block whose sky and ground give at most blockRest: with the whole sun first, and
-/// where that leaves one above the best, by their zones.
-unsigned boundHours(const PeakHours& hours, std::size_t block, const PeakSensor& sensor,
-                    const Broadcast& in, bool sunSeen, float blockRest, float best, Lanes& result) {
+/// Of those blocks the ones that may with the sun cells and the zones that are seen; the first of
+/// them promises most.
+void boundBySight(const PeakHours& hours, const PeakSensor& sensor, const Sight& sight, float best,
+                  Promise& blocks) {
     const F d;
-    const V most = hn::Set(d, blockRest);
-    unsigned above = 0;
-    for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
-        const V beam = sunSeen
-                           ? beamOfWholeSun(hours.hourBounds, block * lanes, part, in, hn::Zero(d))
-                           : hn::Zero(d);
-        if (anyAbove(beam, most, best)) {
-            const V ground = hn::Mul(
-                hn::LoadU(d, hours.hourBounds.lanesOf(block * lanes, PeakBounds::ground) + part),
-                in.groundView);
-            const V sky = skyOfZones(
-                hours.hourZones.data() + block * lanes * skyZones::count + part, sensor.zoneWeight);
-            above |= noteBounds(beam, hn::Min(hn::Add(sky, ground), most), best, part, result);
+    std::int32_t* end = blocks.list.data();
+    for (const std::int32_t* at = blocks.list.data(); at != blocks.end; ++at) {
+        const auto block = static_cast<std::size_t>(*at);
+        V cells = hn::Zero(d);
+        for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
+            cells =
+                hn::Add(cells, beamOf(hours.blockSun, hours.blockSun.firsts[block] + part,
+                                      hours.blockSun.firsts[block + 1], lanes, sight.sun.data()));
         }
+        blocks.beam[block] = std::min(blocks.beam[block], hn::GetLane(hn::SumOfLanes(d, cells)));
+        *end = *at;
+        end += (blocks.beam[block] + blocks.rest[block]) * margin > best;
     }
-    return above;
+    blocks.end = end;
+    end = blocks.list.data();
+    std::int32_t* first = end;
+    float most = 0.0f;
+    for (const std::int32_t* at = blocks.list.data(); at != blocks.end; ++at) {
+        const auto block = static_cast<std::size_t>(*at);
+        const float rest =
+            std::min(blocks.rest[block],
+                     skyOf(hours.blockZones.data() + block * skyZones::count, sight.zones) +
+                         hours.blockBounds.at(block, PeakBounds::ground) * sensor.groundView);
+        blocks.rest[block] = rest;
+        const float bound = (blocks.beam[block] + rest) * margin;
+        *end = *at;
+        first = bound > most ? end : first;
+        most = std::max(bound, most);
+        end += bound > best;
+    }
+    blocks.end = end;
+    if (end != blocks.list.data()) {
+        std::swap(*first, blocks.list[0]);
+    }
 }
 
-/// Computes an hour as far as it may still exceed the best one. Without its direct radiation it
-/// gives at most `rest`.
-void consider(const PeakHours& hours, const PeakSensor& sensor, std::size_t i, float rest,
+/// The place of the leader that promises most.
+std::size_t bestLeader(const PeakHours& hours, const Broadcast& in, const float* seen) {
+    const F d;
+    V most = hn::Set(d, -1.0f);
+    V places = hn::Zero(d); // exact in single precision
+    for (std::size_t i = 0; i < hours.leaders.size(); i += hn::Lanes(d)) {
+        const std::size_t group = i / lanes;
+        const V beam = beamOf(hours.leaderSun, hours.leaderSun.firsts[group] + i % lanes,
+                              hours.leaderSun.firsts[group + 1], lanes, seen);
+        const V rest = hn::Add(hn::Mul(hn::LoadU(d, hours.leaderSky.data() + i), in.view),
+                               hn::Mul(hn::LoadU(d, hours.leaderGround.data() + i), in.groundView));
+        const V value = hn::Add(beam, rest);
+        const auto more = hn::Gt(value, most);
+        most = hn::IfThenElse(more, value, most);
+        places = hn::IfThenElse(more, hn::Iota(d, static_cast<float>(i)), places);
+    }
+    const V first = hn::MinOfLanes(
+        d, hn::IfThenElse(hn::Eq(most, hn::MaxOfLanes(d, most)), places, hn::Set(d, 1e9f)));
+    return static_cast<std::size_t>(hours.leaders[static_cast<std::size_t>(hn::GetLane(first))]);
+}
+
+/// Computes an hour; of equal ones the first in the sky is the best. Patches without weight would
+/// add nothing to the product and are left out.
+void consider(const PeakHours& hours, const PeakSensor& sensor, const Sight& sight, std::size_t i,
               Peak& best) {
     const PeakHours::Hour& hour = hours.hours[i];
     float beam = 0.0f;
@@ -293,14 +403,20 @@ void consider(const PeakHours& hours, const PeakSensor& sensor, std::size_t i, f
         const float product = sensor.normal.x * e.x + sensor.normal.y * e.y + sensor.normal.z * e.z;
         beam += sensor.sunVisible[part.sunCell] * (product > 0.0f ? product : 0.0f);
     }
-    if (!((beam + rest) * margin > best.value)) {
-        return;
-    }
     const float* patches =
         hours.patches + static_cast<std::size_t>(hour.skyHour) * skyPatches::count;
-    const float value =
-        beam + dotProduct(sensor.patchWeight, patches, skyPatches::count) * hour.shareInverse +
-        sensor.groundView * hour.ground;
+    const F d;
+    alignas(64) std::array<float, lanes> sums;
+    for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
+        V sum = hn::Zero(d);
+        for (std::size_t k = 0; k < sight.patchCount; ++k) {
+            const std::size_t at = sight.patches[k] + part;
+            sum = hn::Add(
+                sum, hn::Mul(hn::LoadU(d, sensor.patchWeight + at), hn::LoadU(d, patches + at)));
+        }
+        hn::StoreU(sum, d, sums.data() + part);
+    }
+    const float value = beam + sumOf(sums) * hour.shareInverse + sensor.groundView * hour.ground;
     if (value > best.value ||
         (value == best.value && best.hour >= 0 &&
          hour.skyHour < hours.hours[static_cast<std::size_t>(best.hour)].skyHour)) {
@@ -308,70 +424,64 @@ void consider(const PeakHours& hours, const PeakSensor& sensor, std::size_t i, f
     }
 }
 
-/// Whether one of a block's sun cells is visible.
-HWY_INLINE bool sunSeen(const PeakHours& hours, std::size_t block, const std::uint64_t* visible) {
-    const hn::CappedTag<std::uint64_t, 8> d;
-    auto seen = hn::Zero(d);
-    for (std::size_t word = 0; word < hours.sunWords; word += hn::Lanes(d)) {
-        seen = hn::Or(seen,
-                      hn::And(hn::LoadU(d, hours.blockSun.data() + block * hours.sunWords + word),
-                              hn::LoadU(d, visible + word)));
+/// Computes the hours of up to `lanes` blocks that may exceed the best with the sun cells and zones
+/// that are seen.
+void open(const PeakHours& hours, const PeakSensor& sensor, const Sight& sight,
+          const Promise& blocks, const std::int32_t* at, const std::int32_t* end, Peak& best) {
+    const F d;
+    const hn::RebindToSigned<F> di;
+    std::array<std::int32_t, (lanes + 1) * lanes> places;
+    std::array<float, (lanes + 1) * lanes> bounds;
+    std::size_t count = 0;
+    std::size_t first = 0; // the most promising one
+    for (; at != end; ++at) {
+        const auto block = static_cast<std::size_t>(*at);
+        for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
+            const V beam = beamOf(hours.hourSun, hours.hourSun.firsts[block] + part,
+                                  hours.hourSun.firsts[block + 1], lanes, sight.sun.data());
+            const auto more = above(hn::Add(beam, hn::Set(d, blocks.rest[block])), best.value);
+            const auto place = static_cast<std::int32_t>(block * lanes + part);
+            hn::StoreU(hn::Compress(beam, more), d, bounds.data() + count);
+            hn::StoreU(hn::Compress(hn::Iota(di, place), hn::RebindMask(di, more)), di,
+                       places.data() + count);
+            count += hn::CountTrue(d, more);
+        }
     }
-    return !hn::AllTrue(d, hn::Eq(seen, hn::Zero(d)));
+    if (count == 0) {
+        return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto place = static_cast<std::size_t>(places[i]);
+        bounds[i] += skyOf(hours.hourZones.data() + place * skyZones::count, sight.zones) +
+                     hours.hours[place].ground * sensor.groundView;
+        first = bounds[i] > bounds[first] ? i : first;
+    }
+    std::swap(bounds[0], bounds[first]);
+    std::swap(places[0], places[first]);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (bounds[i] * margin > best.value) {
+            consider(hours, sensor, sight, static_cast<std::size_t>(places[i]), best);
+        }
+    }
 }
 
 Peak search(const PeakHours& hours, const PeakSensor& sensor) {
+    if (hours.leaders.empty()) {
+        return {};
+    }
     const Broadcast in(sensor);
+    const Sight sight(hours, sensor, in);
     Peak best;
-    alignas(64) std::array<std::uint64_t, skyGrid::cellCount / 64 + 8> visible{};
-    const int start = promisingHour(hours, sensor, visible.data());
-    if (start >= 0) {
-        consider(hours, sensor, static_cast<std::size_t>(start), 1e30f, best);
-    }
-    struct Candidate {
-        float bound;
-        float rest; // without the direct radiation
-        std::uint16_t block;
-        bool sunSeen;
-    };
-    std::array<Candidate, PeakHours::mostBlocks> candidates;
-    std::size_t count = 0;
-    Lanes bounds;
-    for (std::size_t first = 0; first < hours.blockBounds.size(); first += lanes) {
-        unsigned blocks = boundBlocks(hours, first, sensor, in, best.value, bounds);
-        std::size_t promisingMost = lanes;
-        float most = best.value;
-        for (; blocks != 0; blocks &= blocks - 1) {
-            const auto lane = static_cast<std::size_t>(__builtin_ctz(blocks));
-            const bool seen = sunSeen(hours, first + lane, visible.data());
-            const float bound = seen ? bounds.all[lane] : bounds.rest[lane] * margin;
-            if (bound > best.value) {
-                candidates[count++] = {bound, bounds.rest[lane],
-                                       static_cast<std::uint16_t>(first + lane), seen};
-                if (bound > most) {
-                    most = bound;
-                    promisingMost = lane;
-                }
-            }
-        }
-        // A good hour early keeps many blocks out.
-        if (promisingMost < lanes) {
-            consider(hours, sensor, (first + promisingMost) * lanes, bounds.rest[promisingMost],
-                     best);
-        }
-    }
-    std::sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(count),
-              [](const Candidate& a, const Candidate& b) { return a.bound > b.bound; });
-    for (std::size_t i = 0; i < count && candidates[i].bound > best.value; ++i) {
-        const Candidate& candidate = candidates[i];
-        unsigned open = boundHours(hours, candidate.block, sensor, in, candidate.sunSeen,
-                                   candidate.rest, best.value, bounds);
-        for (; open != 0; open &= open - 1) {
-            const auto lane = static_cast<std::size_t>(__builtin_ctz(open));
-            if (bounds.all[lane] > best.value) {
-                consider(hours, sensor, candidate.block * lanes + lane, bounds.rest[lane], best);
-            }
-        }
+    consider(hours, sensor, sight, bestLeader(hours, in, sight.sun.data()), best);
+    Promise blocks;
+    boundBlocks(hours, in, best.value, blocks);
+    boundBySight(hours, sensor, sight, best.value, blocks);
+    // The most promising one by itself: with its hours the best is nearly found.
+    const std::int32_t* at = blocks.list.data();
+    for (std::ptrdiff_t some = 1; at != blocks.end; some = lanes) {
+        some = std::min(some, blocks.end - at);
+        open(hours, sensor, sight, blocks, at, at + some, best);
+        at += some;
     }
     return best;
 }
@@ -386,8 +496,10 @@ namespace insolate::hourlyKernels {
 
 HWY_EXPORT(dotProduct);
 HWY_EXPORT(weigh);
-HWY_EXPORT(keep);
+HWY_EXPORT(skySums);
+HWY_EXPORT(sunSums);
 HWY_EXPORT(spreadOut);
+HWY_EXPORT(measure);
 HWY_EXPORT(search);
 
 float sumOfProducts(const float* a, const float* b, std::size_t count) {
@@ -396,19 +508,30 @@ float sumOfProducts(const float* a, const float* b, std::size_t count) {
 }
 
 void weighInFront(const XYZf& normal, const float* x, const float* y, const float* z,
-                  std::size_t count, float* out, std::uint8_t* front) {
+                  std::size_t count, float least, float* out, std::uint8_t* front,
+                  std::uint8_t* heavy) {
     applySimdChoice();
-    HWY_DYNAMIC_DISPATCH(weigh)(normal, x, y, z, count, out, front);
+    HWY_DYNAMIC_DISPATCH(weigh)(normal, x, y, z, count, least, out, front, heavy);
 }
 
-ViewSums keepVisible(const SkyCellSet& visible, const float* diffuse, float* weight) {
+ViewSums sumSky(const SkySeen& cells) {
     applySimdChoice();
-    return HWY_DYNAMIC_DISPATCH(keep)(visible, diffuse, weight);
+    return HWY_DYNAMIC_DISPATCH(skySums)(cells);
+}
+
+SunSums sumSun(const XYZf& normal, const SunSeen& cells) {
+    applySimdChoice();
+    return HWY_DYNAMIC_DISPATCH(sunSums)(normal, cells);
 }
 
 void spread(const SkyCellSet& set, float* out) {
     applySimdChoice();
     HWY_DYNAMIC_DISPATCH(spreadOut)(set, out);
+}
+
+skyZones::Terms measureZones(const float* patches) {
+    applySimdChoice();
+    return HWY_DYNAMIC_DISPATCH(measure)(patches);
 }
 
 Peak highestHour(const PeakHours& hours, const PeakSensor& sensor) {

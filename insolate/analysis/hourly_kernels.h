@@ -4,10 +4,12 @@
 /// bounds decide what is looked at, not what comes out.
 #pragma once
 
+#include <insolate/analysis/first_rays.h>
 #include <insolate/analysis/peak_hours.h>
 #include <insolate/geometry/xyzf.h>
 #include <insolate/rt/sky_visibility.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -18,25 +20,47 @@ inline constexpr std::size_t lanes = PeakHours::lanes;
 /// Sum of a[i] * b[i]; count is a multiple of lanes.
 float sumOfProducts(const float* a, const float* b, std::size_t count);
 
-/// out[i] = max(normal * (x, y, z)[i], 0), and a bit in front for each that is above 0 (eight a
-/// byte). count is a multiple of 8; out and front hold that many.
+/// out[i] = max(normal * (x, y, z)[i], 0), and a bit in front for each that is above 0, in heavy
+/// for each that is above least (eight a byte). count is a multiple of 8; the outputs hold that
+/// many.
 void weighInFront(const XYZf& normal, const float* x, const float* y, const float* z,
-                  std::size_t count, float* out, std::uint8_t* front);
+                  std::size_t count, float least, float* out, std::uint8_t* front,
+                  std::uint8_t* heavy);
 
-/// Sets the weights of the cells outside the set to 0; sums what is left, plain and times diffuse.
+/// What a sensor sees of the sky, one cell after the other.
+struct SkySeen {
+    const float* weight;                 ///< projected solid angle [sr]
+    std::array<const float*, 2> visible; ///< of the cells' lower and upper halves
+    const float* diffuse;                ///< [Wh/(m2 sr)]
+    float* seen;                         ///< gets the visible part of the weights
+};
 struct ViewSums {
     float view, sky;
 };
-ViewSums keepVisible(const SkyCellSet& visible, const float* diffuse, float* weight);
+ViewSums sumSky(const SkySeen& cells);
+
+/// The same for the sun, one sun cell after the other; the surface is one-sided.
+struct SunSeen {
+    const FirstRays* rays;
+    std::array<const float*, 2> visible; ///< of the cells' halves, by cell
+    float* weight;                       ///< gets the energy on the surface [Wh/m2]
+    float* sunVisible;                   ///< gets the visible share of it
+};
+struct SunSums {
+    float beam, hours;
+};
+SunSums sumSun(const XYZf& normal, const SunSeen& cells);
 
 /// out[cell] = 1 for the cells of the set, 0 for the others.
 void spread(const SkyCellSet& set, float* out);
+
+/// The terms of some patch values.
+skyZones::Terms measureZones(const float* patches);
 
 /// One-sided sensor.
 struct PeakSensor {
     XYZf normal{0, 0, 1};
     const float* patchWeight = nullptr;
-    const float* zoneWeight = nullptr; ///< skyZones::measure of the patch weights, as sums
     const float* sunVisible =
         nullptr;            ///< of the sun cells, padded with zeros as PeakHours has them
     float openScale = 1.0f; ///< of the open sky's bound
@@ -51,11 +75,11 @@ struct Peak {
 
 /// The highest hour.
 ///
-/// It starts from the strongest hour of the sun cell that promises most. Blocks whose bound exceeds
-/// the best hour so far are opened, the one that promises most first; of them only hours whose own
-/// bound does are computed: with the visibility of their sun cells first, then with one product
-/// over the patches. Where an hour's bound is equal to the best it is computed too, so the order
-/// does not matter.
+/// It starts from the leader that promises most. Blocks that the whole sun and the open sky could
+/// lift above the best hour so far are bounded by the sun cells and the zones of the sky that the
+/// sensor sees. Those still above it are opened, the one that promises most first; of their hours
+/// only those are computed that their own sun cells and zones leave above the best. Where a bound
+/// is equal to the best the hour is computed too, so the order does not matter.
 Peak highestHour(const PeakHours& hours, const PeakSensor& sensor);
 
 } // namespace insolate::hourlyKernels

@@ -7,7 +7,10 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <limits>
+#include <map>
 #include <numbers>
+#include <numeric>
 #include <utility>
 
 namespace insolate {
@@ -25,23 +28,6 @@ std::size_t zoneOfCell(std::size_t cell) {
     const std::size_t sector = cell % skyGrid::azimuthCount;
     return row < 4 ? row / 2 * 12 + sector / 6 : row < 7 ? 24 + sector / 12 : 30 + sector / 36;
 }
-
-struct Zones {
-    std::array<std::uint8_t, patchCount> ofPatch{};
-    std::array<float, skyZones::count> patches{}; // the patches in each
-
-    Zones() {
-        std::size_t used = 0;
-        for (std::size_t cell = 0; cell < cellCount; ++cell) {
-            const auto patch = static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(cell)));
-            ofPatch[patch] = static_cast<std::uint8_t>(zoneOfCell(cell));
-            used = std::max(used, patch + 1);
-        }
-        for (std::size_t patch = 0; patch < used; ++patch) {
-            patches[ofPatch[patch]] += 1.0f;
-        }
-    }
-};
 
 /// Normals spread evenly over the sphere by the golden angle, with what their open sky weighs.
 struct SpreadNormals {
@@ -82,29 +68,46 @@ int mainSunCell(const HourlySky& sky, const SkyHour& hour) {
 
 } // namespace
 
-void skyZones::measure(const float* patches, bool averages, float* terms) {
-    static const Zones zones;
-    std::array<float, count> squares{};
-    std::fill(terms, terms + termCount, 0.0f);
-    for (std::size_t p = 0; p < patchCount; ++p) {
-        const std::size_t zone = zones.ofPatch[p];
-        terms[zone] += patches[p];
-        squares[zone] += patches[p] * patches[p];
-    }
-    for (std::size_t zone = 0; zone < count; ++zone) {
-        const float mean = terms[zone] / zones.patches[zone];
-        // Rounding takes less than a millionth of the squares from the difference.
-        const float rest = std::max(squares[zone] - terms[zone] * mean, 0.0f);
-        terms[count + zone] = std::sqrt(rest + 4e-6f * squares[zone]);
-        terms[zone] = averages ? mean : terms[zone];
-    }
+const skyZones::Table& skyZones::table() {
+    static const Table made = [] {
+        Table table;
+        table.patches.fill(static_cast<std::int32_t>(patchCount) - 1);
+        std::array<std::size_t, count> used{};
+        std::int32_t last = -1; // patches are numbered by their first cells
+        for (std::size_t cell = 0; cell < cellCount; ++cell) {
+            const std::int32_t patch = skyPatches::ofCell(static_cast<int>(cell));
+            if (patch > last) {
+                last = patch;
+                const std::size_t zone = zoneOfCell(cell);
+                table.patches[used[zone]++ * count + zone] = patch;
+            }
+        }
+        for (std::size_t zone = 0; zone < count; ++zone) {
+            table.share[zone] = 1.0f / static_cast<float>(used[zone]);
+        }
+        return table;
+    }();
+    return made;
 }
 
-std::uint32_t PeakHours::paired(float first, float second) {
-    const std::uint32_t lower = (std::bit_cast<std::uint32_t>(second) + 0xFFFFU) >> 16U;
-    const auto exact = std::bit_cast<std::uint32_t>(first);
+void SunWords::close() {
+    words.resize((words.size() + PeakHours::lanes - 1) / PeakHours::lanes * PeakHours::lanes, 0);
+    firsts.push_back(static_cast<std::uint32_t>(words.size()));
+}
+
+namespace {
+
+/// A word with the given lower half that, taken as single precision, is not below the number.
+std::uint32_t raisedWord(float number, std::uint32_t lower) {
+    const auto exact = std::bit_cast<std::uint32_t>(number);
     const std::uint32_t word = (exact & 0xFFFF0000U) | lower;
     return word >= exact ? word : word + 0x10000U;
+}
+
+} // namespace
+
+std::uint32_t PeakHours::paired(float first, float second) {
+    return raisedWord(first, (std::bit_cast<std::uint32_t>(second) + 0xFFFFU) >> 16U);
 }
 
 struct PeakHours::Described {
@@ -116,8 +119,48 @@ struct PeakHours::Described {
     XYZf towardsSun() const {
         return beamLength > 0.0f ? scaled(beam, 1.0f / beamLength) : XYZf{0, 0, 0};
     }
+    static constexpr std::size_t features = 7;
+    float feature(std::size_t k) const {
+        const std::array values{beam.x,       beam.y,       beam.z, openVector.x,
+                                openVector.y, openVector.z, open};
+        return values[k];
+    }
     float strength() const { return beamLength + open + vectorLength(openVector); }
 };
+
+/// Orders hours so that each `lanes` of them are alike: halves them by what spreads most, and
+/// again. Alike in sun and sky, since a block that joins the strongest beam of one hour with the
+/// brightest sky of another promises more than any of them gives.
+void PeakHours::split(Described* first, Described* last) {
+    const auto count = static_cast<std::size_t>(last - first);
+    if (count <= lanes) {
+        return;
+    }
+    const auto widest = [&] {
+        std::array<float, Described::features> low;
+        std::array<float, Described::features> high;
+        low.fill(std::numeric_limits<float>::max());
+        high.fill(std::numeric_limits<float>::lowest());
+        for (const Described* hour = first; hour != last; ++hour) {
+            for (std::size_t k = 0; k < low.size(); ++k) {
+                low[k] = std::min(low[k], hour->feature(k));
+                high[k] = std::max(high[k], hour->feature(k));
+            }
+        }
+        std::size_t most = 0;
+        for (std::size_t k = 1; k < low.size(); ++k) {
+            most = high[k] - low[k] > high[most] - low[most] ? k : most;
+        }
+        return most;
+    }();
+    Described* middle = first + (count + lanes - 1) / lanes / 2 * lanes;
+    std::nth_element(first, middle, last, [&](const Described& a, const Described& b) {
+        return a.feature(widest) != b.feature(widest) ? a.feature(widest) > b.feature(widest)
+                                                      : a.skyHour < b.skyHour;
+    });
+    split(first, middle);
+    split(middle, last);
+}
 
 PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
     : patches(sky.patchRadiance.data()) {
@@ -156,31 +199,67 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
                          ? -1
                          : skyPatches::ofCell(sky.sunCells[static_cast<std::size_t>(sunCell)].cell);
     }
-    std::stable_sort(list.begin(), list.end(), [](const Described& a, const Described& b) {
-        return a.group != b.group ? a.group < b.group : a.strength() > b.strength();
-    });
-    std::vector<std::pair<std::size_t, std::size_t>> blocks; // first and count
-    for (std::size_t i = 0; i < list.size();) {
-        std::size_t end = i + 1;
-        while (end < list.size() && end - i < lanes && list[end].group == list[i].group) {
-            ++end;
-        }
-        blocks.emplace_back(i, end - i);
-        i = end;
+    split(list.data(), list.data() + list.size());
+    for (std::vector<float>* values : {&sunX, &sunY, &sunZ, &sunRadius}) {
+        values->assign((sky.sunCells.size() + lanes - 1) / lanes * lanes, 0.0f);
     }
-    // Strong ones together, so that many are passed over at once.
-    std::stable_sort(blocks.begin(), blocks.end(), [&](const auto& a, const auto& b) {
-        return list[a.first].strength() > list[b.first].strength();
-    });
+    for (std::size_t cell = 0; cell < sky.sunCells.size(); ++cell) {
+        const XYZf& sun = sky.sunCells[cell].direction;
+        sunX[cell] = sun.x;
+        sunY[cell] = sun.y;
+        sunZ[cell] = sun.z;
+    }
+    for (std::size_t i = 0; i < list.size(); i += lanes) {
+        addBlock(sky, list.data() + i, std::min(lanes, list.size() - i));
+    }
+    addLeaders(list);
+}
 
-    const std::size_t sunCells = (sky.sunCells.size() + lanes - 1) / lanes * lanes;
-    strongest.assign(sunCells, 0);
-    for (std::vector<float>* values : {&strongestX, &strongestY, &strongestZ}) {
-        values->assign(sunCells, 0.0f);
+void PeakHours::addSun(SunWords& suns, const std::vector<std::size_t>& places) const {
+    std::uint32_t most = 0;
+    for (const std::size_t place : places) {
+        most = std::max(most, hours[place].beamCount);
     }
-    sunWords = (sunCells + 511) / 512 * 8;
-    for (const auto& [first, count] : blocks) {
-        addBlock(sky, list.data() + first, count);
+    for (std::uint32_t b = 0; b < most; ++b) {
+        for (const std::size_t place : places) {
+            const Hour& hour = hours[place];
+            const BeamPart* beam = b < hour.beamCount ? &beams[hour.firstBeam + b] : nullptr;
+            suns.words.push_back(beam != nullptr
+                                     ? raisedWord(vectorLength(beam->energy),
+                                                  static_cast<std::uint32_t>(beam->sunCell))
+                                     : 0U);
+        }
+    }
+    suns.close();
+}
+
+void PeakHours::addLeaders(const std::vector<Described>& list) {
+    std::map<int, std::size_t> strongest; // by group; the list has the order of the hours
+    for (std::size_t place = 0; place < list.size(); ++place) {
+        std::size_t& most = strongest.emplace(list[place].group, place).first->second;
+        if (list[place].strength() > list[most].strength()) {
+            most = place;
+        }
+    }
+    std::vector<std::size_t> places;
+    places.reserve(strongest.size() + lanes);
+    for (const auto& [group, place] : strongest) {
+        places.push_back(place);
+    }
+    while (places.size() % lanes != 0) {
+        places.push_back(places.back());
+    }
+    for (std::size_t i = 0; i < places.size(); i += lanes) {
+        const auto first = places.begin() + static_cast<std::ptrdiff_t>(i);
+        addSun(leaderSun, {first, first + lanes});
+    }
+    for (const std::size_t place : places) {
+        const Hour& hour = hours[place];
+        const float* radiance = patches + static_cast<std::size_t>(hour.skyHour) * patchCount;
+        leaders.push_back(static_cast<int>(place));
+        leaderSky.push_back(std::accumulate(radiance, radiance + patchCount, 0.0f) *
+                            hour.shareInverse / static_cast<float>(patchCount));
+        leaderGround.push_back(hour.ground);
     }
 }
 
@@ -211,9 +290,8 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
         blockBounds.at(block, field) = std::max(blockBounds.at(block, field), value);
     };
     float openRadius = 0.0f;
-    const std::size_t suns = blockSun.size();
-    blockSun.resize(suns + sunWords, 0);
-    hourZones.resize(hourZones.size() + skyZones::count * lanes, 0);
+    std::map<int, float> ofCells; // the strongest beams
+    std::vector<std::size_t> places;
     for (const Described* hour = first; hour != first + count; ++hour) {
         if (hour->beamLength > 0.0f) {
             raise(PeakBounds::beamRadius,
@@ -224,48 +302,37 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
         raise(PeakBounds::brightest, hour->brightest);
         raise(PeakBounds::ground, hour->ground);
         openRadius = std::max(openRadius, vectorLength(difference(hour->openVector, openVector)));
+        places.push_back(hours.size());
         addHour(sky, *hour);
-        const SkyHour& ofSky = sky.skyHours[static_cast<std::size_t>(hour->skyHour)];
-        for (int b = 0; b < ofSky.beamCount; ++b) {
-            const auto cell = static_cast<std::size_t>(
-                sky.beams[static_cast<std::size_t>(ofSky.firstBeam + b)].sunCell);
-            blockSun[suns + cell / 64] |= std::uint64_t{1} << (cell % 64);
+        for (std::size_t b = hours.back().firstBeam; b < beams.size(); ++b) {
+            float& strongest = ofCells[beams[b].sunCell];
+            strongest = std::max(strongest, vectorLength(beams[b].energy));
         }
     }
     blockBounds.at(block, PeakBounds::open) += openRadius;
-    while (hours.size() % lanes != 0) {
-        hours.emplace_back();
-        hourBounds.add();
+    for (const auto& [cell, energy] : ofCells) {
+        blockSun.words.push_back(raisedWord(energy, static_cast<std::uint32_t>(cell)));
     }
-
-    const std::size_t lane = block % lanes;
-    if (lane == 0) {
-        blockZones.resize(blockZones.size() + skyZones::count * lanes, 0);
-    }
-    std::uint32_t* zones = blockZones.data() + blockZones.size() - skyZones::count * lanes;
-    const std::uint32_t* ofHours = hourZones.data() + hourZones.size() - skyZones::count * lanes;
+    blockSun.close();
     for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
         float mean = 0.0f;
         float rest = 0.0f;
-        for (std::size_t i = 0; i < lanes; ++i) {
-            const std::uint32_t word = ofHours[zone * lanes + i];
+        for (const std::size_t place : places) {
+            const std::uint32_t word = hourZones[place * skyZones::count + zone];
             mean = std::max(mean, std::bit_cast<float>(word));
             rest = std::max(rest, std::bit_cast<float>(word << 16U));
         }
-        zones[zone * lanes + lane] = paired(mean, rest);
+        blockZones.push_back(paired(mean, rest));
     }
+    while (hours.size() % lanes != 0) {
+        places.push_back(hours.size());
+        hours.emplace_back();
+        hourZones.resize(hourZones.size() + skyZones::count, 0);
+    }
+    addSun(hourSun, places);
 }
 
 void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
-    const std::size_t place = hourBounds.add();
-    const std::size_t lane = place % lanes;
-    hourBounds.at(place, PeakBounds::ground) = hour.ground;
-
-    hourBounds.at(place, PeakBounds::beamX) = hour.beam.x;
-    hourBounds.at(place, PeakBounds::beamY) = hour.beam.y;
-    hourBounds.at(place, PeakBounds::beamZ) = hour.beam.z;
-    hourBounds.at(place, PeakBounds::beamSlack) = sunSwing * hour.beamLength;
-
     const SkyHour& ofSky = sky.skyHours[static_cast<std::size_t>(hour.skyHour)];
     const float perHour = 1.0f / ofSky.share;
     hours.push_back({static_cast<std::uint32_t>(beams.size()),
@@ -275,26 +342,23 @@ void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
         const BeamPart& part = sky.beams[static_cast<std::size_t>(ofSky.firstBeam + b)];
         const XYZf mean = scaled(part.energy, perHour);
         const auto cell = static_cast<std::size_t>(part.sunCell);
-        const XYZf& sun = sky.sunCells[cell].direction;
-        if (vectorLength(mean) >
-            vectorLength({strongestX[cell], strongestY[cell], strongestZ[cell]})) {
-            strongest[cell] = static_cast<int>(place);
-            strongestX[cell] = sun.x * vectorLength(mean);
-            strongestY[cell] = sun.y * vectorLength(mean);
-            strongestZ[cell] = sun.z * vectorLength(mean);
+        if (const float energy = vectorLength(mean); energy > 0.0f) {
+            // A little more than the rounding of the directions and of the products with them.
+            const float distance = vectorLength(difference(scaled(mean, 1.0f / energy),
+                                                           sky.sunCells[cell].direction)) +
+                                   1e-5f;
+            sunRadius[cell] = std::max(sunRadius[cell], distance);
         }
         beams.push_back({part.sunCell, mean});
     }
-
     std::array<float, patchCount> radiance;
     for (std::size_t p = 0; p < patchCount; ++p) {
         radiance[p] = patches[static_cast<std::size_t>(hour.skyHour) * patchCount + p] * perHour;
     }
-    std::array<float, skyZones::termCount> terms;
-    skyZones::measure(radiance.data(), true, terms.data());
-    std::uint32_t* zones = hourZones.data() + hourZones.size() - skyZones::count * lanes;
+    const skyZones::Terms terms = hourlyKernels::measureZones(radiance.data());
     for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
-        zones[zone * lanes + lane] = paired(terms[zone], terms[skyZones::count + zone]);
+        hourZones.push_back(
+            paired(terms.sums[zone] * skyZones::table().share[zone], terms.deviations[zone]));
     }
 }
 

@@ -10,38 +10,33 @@
 
 namespace insolate {
 
-/// Upper bounds as means over the hour [W/m2], of hours or of blocks of hours. Each `lanes` of them
-/// lie together, field by field, since they are read together.
+/// Upper bounds of blocks of hours, as means over the hour [W/m2]. Each `lanes` of them lie
+/// together, field by field, since they are read together.
 class PeakBounds {
 public:
     static constexpr std::size_t lanes = 16;
 
     enum Field : std::size_t {
-        // Direct radiation as a vector: of a block, the mean direction to the sun times the
-        // strongest beam.
+        // The mean direction to the sun, times the strongest beam.
         beamX,
         beamY,
         beamZ,
-        beamSlack, // most of a beam that the surface's plane cuts
+        beamRadius, // largest distance of a direction from the mean, times the strongest beam
+        beamSlack,  // most of a beam that the surface's plane cuts
         ground,
-        hourFields, // hours have no more
-        // Largest distance of a direction from the mean, times the strongest beam.
-        beamRadius = hourFields,
         // Open sky: constant and vector, to be added to the product of normal and vector.
         open,
         openX,
         openY,
         openZ,
         brightest, // radiance [W/(m2 sr)]
-        blockFields
+        fieldCount
     };
-
-    explicit PeakBounds(std::size_t fieldCount) : m_fieldCount(fieldCount) {}
 
     /// Adds a bound of which every field is 0; gives its place.
     std::size_t add() {
         if (m_size % lanes == 0) {
-            m_values.resize(m_values.size() + m_fieldCount * lanes, 0.0f);
+            m_values.resize(m_values.size() + fieldCount * lanes, 0.0f);
         }
         return m_size++;
     }
@@ -56,10 +51,9 @@ public:
     }
 
 private:
-    std::size_t place(std::size_t i, std::size_t field) const {
-        return (i / lanes * m_fieldCount + field) * lanes + i % lanes;
+    static std::size_t place(std::size_t i, std::size_t field) {
+        return (i / lanes * fieldCount + field) * lanes + i % lanes;
     }
-    std::size_t m_fieldCount;
     std::vector<float> m_values;
     std::size_t m_size = 0;
 };
@@ -68,13 +62,34 @@ private:
 /// halves above.
 namespace skyZones {
 inline constexpr std::size_t count = 32;
-/// What bounds the product of two series of patch values: for each zone the sum of the values, then
-/// for each the root of the squared deviations from their mean.
-inline constexpr std::size_t termCount = 2 * count;
-/// The terms of some patch values, not below the exact ones. With averages, means take the place of
-/// the sums.
-void measure(const float* patches, bool averages, float* terms);
+inline constexpr std::size_t mostPatches = 12; // of a zone
+
+struct Table {
+    /// The zones' patches, a first one of each zone, then a second; filled up with an empty one.
+    std::array<std::int32_t, mostPatches * count> patches;
+    std::array<float, count> share; ///< 1 / patches of the zone
+};
+const Table& table();
+
+/// What bounds the product of two series of patch values: for each zone the sum of the values and
+/// the root of the squared deviations from their mean, not below the exact ones.
+struct Terms {
+    std::array<float, count> sums;
+    std::array<float, count> deviations;
+};
 } // namespace skyZones
+
+/// Direct radiation by sun cell: words of which each holds a cell in the lower half and, taken as
+/// single precision, radiation that is not below the exact one; 0 for none. They come in parts of
+/// full vectors.
+struct SunWords {
+    std::vector<std::uint32_t> words;
+    std::vector<std::uint32_t> firsts{0}; ///< of the parts, and the end of the last
+
+    /// Ends the part, filled up to full vectors.
+    void close();
+    std::size_t partCount() const { return firsts.size() - 1; }
+};
 
 /// Hours with a similar sun stand in blocks of `lanes`, the last of which are filled up with hours
 /// that give nothing.
@@ -86,19 +101,22 @@ struct PeakHours {
     /// Keeps a pointer to the sky's patches.
     PeakHours(const HourlySky& sky, const SkyCells& cells);
 
-    /// Of the sun cells, padded with zeros to a multiple of lanes: the strongest hour, and the
-    /// sun's direction times that hour's direct radiation [W/m2].
-    std::vector<int> strongest;
-    std::vector<float> strongestX, strongestY, strongestZ;
+    /// Of the sun cells, padded with zeros to a multiple of lanes: the direction to the sun and the
+    /// largest distance from it of a beam's own direction.
+    std::vector<float> sunX, sunY, sunZ, sunRadius;
 
-    PeakBounds blockBounds{PeakBounds::blockFields};
-    /// The zones of each `lanes` blocks, zone by zone, by paired(): mean and deviation.
-    std::vector<std::uint32_t> blockZones;
-    std::size_t sunWords = 0;
-    std::vector<std::uint64_t> blockSun; ///< for each block the sun cells of its hours, as a set
+    /// For each patch that holds the sun its strongest hour, to start with; padded to a multiple of
+    /// lanes. Their sun stands in one part for each `lanes`, hour by hour in the lanes.
+    std::vector<int> leaders;
+    SunWords leaderSun;
+    std::vector<float> leaderSky;    ///< mean radiance [W/(m2 sr)]
+    std::vector<float> leaderGround; ///< as Hour::ground
 
-    PeakBounds hourBounds{PeakBounds::hourFields};
-    std::vector<std::uint32_t> hourZones; ///< as blockZones, of each block's hours
+    PeakBounds blockBounds;
+    SunWords blockSun; ///< for each block and sun cell the strongest of the hours
+    /// For each block or hour its zones, by paired(): mean radiance and deviation.
+    std::vector<std::uint32_t> blockZones, hourZones;
+    SunWords hourSun; ///< for each block the sun of its hours, hour by hour in the lanes
 
     struct Hour {
         std::uint32_t firstBeam = 0; ///< its part of beams
@@ -112,14 +130,17 @@ struct PeakHours {
     const float* patches = nullptr; ///< HourlySky::patchRadiance
 
     /// Two numbers of 0 or more in one word. The word itself, taken as single precision, is not
-    /// below the first by more than nothing nor above it by more than 2^-7; its lower half moved
+    /// below the first nor above it by more than 2^-7 of it; its lower half moved
     /// up stands for the second in the same way.
     static std::uint32_t paired(float first, float second);
 
 private:
     struct Described;
+    static void split(Described* first, Described* last);
+    void addLeaders(const std::vector<Described>& list);
     void addBlock(const HourlySky& sky, const Described* first, std::size_t count);
     void addHour(const HourlySky& sky, const Described& hour);
+    void addSun(SunWords& suns, const std::vector<std::size_t>& places) const;
 };
 
 } // namespace insolate

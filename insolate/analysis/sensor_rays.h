@@ -63,28 +63,40 @@ public:
         }
     }
 
-    /// Visibility of several sets of directions, by cell index, 0 for the cells that are not
-    /// wanted. cells: for each set the wanted ones; they become those that are free.
-    void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells,
-               std::span<std::array<float, skyGrid::cellCount>* const> visibility) {
-        if (m_query != nullptr) {
-            skies(directions, cells);
-            for (std::size_t i = 0; i < directions.size(); ++i) {
-                hourlyKernels::spread(cells[i], visibility[i]->data());
+    /// Visibility of two sets of directions, by cell index, 0 for the cells that are not wanted.
+    /// cells: for each set the wanted ones; they become those that are free. Cells in `alone` take
+    /// what the other set says.
+    void skies(const std::array<SkyDirections, 2>& directions, std::array<SkyCellSet, 2>& cells,
+               const std::array<std::array<float, skyGrid::cellCount>*, 2>& visibility,
+               const std::array<SkyCellSet, 2>& alone) {
+        if (m_query == nullptr) {
+            for (std::size_t i = 0; i < 2; ++i) {
+                visibility[i]->fill(0.0f);
+                SkyCellSet free;
+                forEach(cells[i], [&](std::size_t cell, int azimuth, int altitude) {
+                    const float value = one(directions[i].direction(azimuth, altitude));
+                    (*visibility[i])[cell] = value;
+                    if (value == 1.0f) {
+                        free.insert(azimuth, altitude);
+                    }
+                });
+                cells[i] = free;
             }
-            return;
+        } else {
+            skies(directions, cells);
         }
-        for (std::size_t i = 0; i < directions.size(); ++i) {
-            visibility[i]->fill(0.0f);
-            SkyCellSet free;
-            forEach(cells[i], [&](std::size_t cell, int azimuth, int altitude) {
-                const float value = one(directions[i].direction(azimuth, altitude));
-                (*visibility[i])[cell] = value;
-                if (value == 1.0f) {
-                    free.insert(azimuth, altitude);
-                }
-            });
-            cells[i] = free;
+        const std::array<SkyCellSet, 2> free = cells;
+        for (std::size_t i = 0; i < 2; ++i) {
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                cells[i].words[word] |= alone[i].words[word] & free[1 - i].words[word];
+            }
+            if (m_query != nullptr) {
+                hourlyKernels::spread(cells[i], visibility[i]->data());
+            } else {
+                forEach(alone[i], [&](std::size_t cell, int, int) {
+                    (*visibility[i])[cell] = (*visibility[1 - i])[cell];
+                });
+            }
         }
     }
 

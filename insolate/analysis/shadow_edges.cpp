@@ -1,5 +1,8 @@
 #include <insolate/analysis/shadow_edges.h>
 
+#include <algorithm>
+#include <bit>
+#include <cmath>
 #include <limits>
 #include <numbers>
 
@@ -11,19 +14,17 @@ constexpr int bands = skyGrid::altitudeCount;
 constexpr int deepest = EdgeTables::deepest;
 constexpr int side = EdgeTables::side;
 
-/// By these the root of the summed squares of the weights at edges bounds the errors: less than one
-/// in a hundred sensors behind walls, in courts and in cities have larger ones.
-constexpr float skyFactor = 0.45f;
-constexpr float beamFactor = 0.75f;
+/// By these the root of the summed squares of the weights at edges bounds the errors: one in a
+/// hundred sensors behind walls and in courts, up to three in dense cities, have larger ones.
+constexpr float skyFactor = 0.36f;
+constexpr float beamFactor = 0.8f;
 
-/// What becomes of a square's doubt when it gets a second ray, and when it is split. The sun's
-/// energy lies unevenly in a square.
+/// What becomes of a square's doubt when it is split. The sun's energy lies unevenly in a square.
 struct Shrinking {
     float sky, beam;
 };
 constexpr Shrinking unchanged{1.0f, 1.0f};
-constexpr Shrinking halved{0.35f, 0.5f};
-constexpr Shrinking quartered{0.125f, 0.25f};
+constexpr Shrinking quartered{0.2f, 0.22f};
 constexpr Shrinking gone{0.0f, 0.0f};
 
 /// Sums of squared weights, by the power of two of each.
@@ -60,40 +61,6 @@ private:
     std::size_t m_end = 0;
 };
 
-double part(double value) {
-    return value - std::floor(value);
-}
-
-/// Place of a cell's first ray: by golden ratios, upwards from sector to sector, sideways from band
-/// to band.
-double firstX(int altitude) {
-    return part(0.5 + altitude / std::numbers::phi);
-}
-double firstY(int azimuth) {
-    return part(0.5 + azimuth / std::numbers::phi);
-}
-
-XYZf directionOf(double sector, double band, double northOffset) {
-    const double azimuth = sector * std::numbers::pi / 36.0 + northOffset;
-    const double altitude = band * std::numbers::pi / 36.0;
-    return {static_cast<float>(std::cos(altitude) * std::sin(azimuth)),
-            static_cast<float>(std::cos(altitude) * std::cos(azimuth)),
-            static_cast<float>(std::sin(altitude))};
-}
-
-/// The cells' first rays, moved within the cells.
-SkyDirections lattice(double moveX, double moveY, double northOffset) {
-    std::array<XYZf, skyGrid::cellCount> directions;
-    for (int altitude = 0; altitude < bands; ++altitude) {
-        for (int azimuth = 0; azimuth < sectors; ++azimuth) {
-            directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))] =
-                directionOf(azimuth + part(firstX(altitude) + moveX),
-                            altitude + part(firstY(azimuth) + moveY), northOffset);
-        }
-    }
-    return SkyDirections(directions);
-}
-
 /// Three of six interleaved bits, from the highest.
 int highBits(std::uint32_t place, int axis, int level) {
     int value = 0;
@@ -119,59 +86,51 @@ int cellOf(std::size_t word, std::uint64_t bits) {
            std::countr_zero(bits);
 }
 
-/// The set and the eight cells around each of its cells.
-SkyCellSet grown(const SkyCellSet& set) {
-    SkyCellSet wide = set;
-    for (std::size_t band = 0; band < bands; ++band) {
-        const std::uint64_t low = set.words[2 * band];
-        const std::uint64_t high = set.words[2 * band + 1];
-        wide.words[2 * band] |= low << 1 | high >> 7 | low >> 1 | high << 63;
-        wide.words[2 * band + 1] |= (high << 1 | low >> 63 | high >> 1 | low << 7) & 0xFF;
-    }
-    SkyCellSet result = wide;
-    for (std::size_t i = 0; i + 2 < SkyCellSet::wordCount; ++i) {
-        result.words[i] |= wide.words[i + 2];
-        result.words[i + 2] |= wide.words[i];
-    }
-    return result;
-}
-
 } // namespace
 
-EdgeTables::EdgeTables(const HourlySky& sky, int finest)
-    : m_sky(&sky), m_north(sky.options.northOffset), m_sunCellOf(skyGrid::cellCount, -1) {
-    const double north = m_north;
-    for (int level = 1; level <= std::min(finest, deepest); ++level) {
+EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& firstRays)
+    : m_sky(&sky), m_firstRays(&firstRays), m_sunCellOf(skyGrid::cellCount, -1) {
+    const double north = sky.options.northOffset;
+    for (int level = 1; level <= deepest; ++level) {
         const int squares = 1 << level;
-        int count = 0;
-        for (int y = 0; y < squares; ++y) {
-            for (int x = 0; x < squares; ++x) {
-                const bool known = x % 2 == 0 && y % 2 == 0;
-                m_setOfMove[static_cast<std::size_t>(level)]
-                           [static_cast<std::size_t>(y << level | x)] =
-                               static_cast<std::int8_t>(known ? -1 : count++);
-                if (!known) {
-                    m_sets.push_back(lattice(static_cast<double>(x) / squares,
-                                             static_cast<double>(y) / squares, north));
+        auto& pairs = m_pairOfMove[static_cast<std::size_t>(level)];
+        for (int move = 0; move < squares * squares; ++move) {
+            const int x = move % squares;
+            const int y = move / squares;
+            const int other = ((y + squares / 2) % squares) * squares + (x + squares / 2) % squares;
+            std::uint8_t& pair = pairs[static_cast<std::size_t>(move)];
+            if (level > 1 && x % 2 == 0 && y % 2 == 0) {
+                pair = m_pairOfMove[static_cast<std::size_t>(level - 1)]
+                                   [static_cast<std::size_t>(y / 2 << (level - 1) | x / 2)];
+            } else if (other < move) {
+                pair = pairs[static_cast<std::size_t>(other)];
+            } else {
+                pair = static_cast<std::uint8_t>(m_sets.size() / 2);
+                for (const std::vector<XYZf>& half :
+                     rayLattice::pair(static_cast<double>(x) / squares,
+                                      static_cast<double>(y) / squares, north)) {
+                    m_sets.emplace_back(
+                        std::span<const XYZf, skyGrid::cellCount>(half.data(), half.size()));
                 }
             }
         }
     }
     for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
         m_first[static_cast<std::size_t>(cell)] = {
-            static_cast<std::uint8_t>(firstX(cell / sectors) * side),
-            static_cast<std::uint8_t>(firstY(cell % sectors) * side)};
+            static_cast<std::uint8_t>(rayLattice::placeX(cell / sectors) * side),
+            static_cast<std::uint8_t>(rayLattice::placeY(cell % sectors) * side)};
     }
     // From the middle of an eighth to the ray in it.
     const auto shift = [](double place) {
-        const double angle = (part(place * side) - 0.5) / side * std::numbers::pi / 36.0;
+        const double over = place * side - std::floor(place * side) - 0.5;
+        const double angle = over / side * std::numbers::pi / 36.0;
         return Angle{static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle))};
     };
     for (int altitude = 0; altitude < bands; ++altitude) {
-        m_shiftX[static_cast<std::size_t>(altitude)] = shift(firstX(altitude));
+        m_shiftX[static_cast<std::size_t>(altitude)] = shift(rayLattice::placeX(altitude));
     }
     for (int azimuth = 0; azimuth < sectors; ++azimuth) {
-        m_shiftY[static_cast<std::size_t>(azimuth)] = shift(firstY(azimuth));
+        m_shiftY[static_cast<std::size_t>(azimuth)] = shift(rayLattice::placeY(azimuth));
     }
     const auto angles = [](int cells, double offset) {
         std::vector<Angle> result;
@@ -191,21 +150,6 @@ EdgeTables::EdgeTables(const HourlySky& sky, int finest)
     for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
         const SunCell& sun = sky.sunCells[j];
         m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<int>(j);
-        const int azimuth = sun.cell % sectors;
-        const int altitude = sun.cell / sectors;
-        const double x = firstX(altitude);
-        const double y = firstY(azimuth);
-        const double turned =
-            std::atan2(static_cast<double>(sun.direction.x), static_cast<double>(sun.direction.y)) -
-            north;
-        const double sunX =
-            std::remainder(turned * 36.0 / std::numbers::pi - azimuth - 0.5, 72.0) + 0.5;
-        const double sunY = std::asin(std::min(static_cast<double>(sun.direction.z), 1.0)) * 36.0 /
-                                std::numbers::pi -
-                            altitude;
-        const double narrowing = std::cos((altitude + 0.5) * std::numbers::pi / 36.0);
-        double near = 0.0;
-        double whole = 0.0;
         for (int s = sun.firstStep; s < sun.firstStep + sun.stepCount; ++s) {
             const SunStep& step = sky.sunSteps[static_cast<std::size_t>(s)];
             for (int level = 0; level <= deepest; ++level) {
@@ -215,16 +159,7 @@ EdgeTables::EdgeTables(const HourlySky& sky, int finest)
                 square.energy = added(square.energy, step.energy);
                 square.hours += step.sunHours;
             }
-            const double stepX = (highBits(step.place, 0, 6) + 0.5) / 64.0;
-            const double stepY = (highBits(step.place, 1, 6) + 0.5) / 64.0;
-            const auto energy = static_cast<double>(length(step.energy));
-            whole += energy;
-            if (std::hypot((stepX - sunX) * narrowing, stepY - sunY) <=
-                std::hypot((stepX - x) * narrowing, stepY - y)) {
-                near += energy;
-            }
         }
-        m_nearSun.push_back(whole > 0.0 ? static_cast<float>(near / whole) : 1.0f);
     }
 }
 
@@ -249,14 +184,6 @@ XYZf EdgeTables::rayOf(int level, int cell, int x, int y) const {
     return {height.cosine * turn.sine, height.cosine * turn.cosine, height.sine};
 }
 
-XYZf EdgeTables::firstRay(int azimuth, int altitude) const {
-    return directionOf(azimuth + firstX(altitude), altitude + firstY(azimuth), m_north);
-}
-
-SkyDirections EdgeTables::firstDirections(double northOffset) {
-    return lattice(0.0, 0.0, northOffset);
-}
-
 std::span<const SunStep> EdgeTables::stepsOf(int sunCell, int x, int y) const {
     const SunCell& sun = m_sky->sunCells[static_cast<std::size_t>(sunCell)];
     const std::span<const SunStep> steps = std::span(m_sky->sunSteps)
@@ -276,56 +203,53 @@ std::span<const SunStep> EdgeTables::stepsOf(int sunCell, int x, int y) const {
     return {first, end};
 }
 
-void ShadowEdges::find(const FirstLook& look) {
-    m_first = look;
+/// The cells whose halves are seen differently, or a neighbour's.
+std::vector<ShadowEdges::Square> ShadowEdges::cellsAtEdges() const {
     SkyCellSet free;
     SkyCellSet hidden;
-    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        free.words[i] = look.free[0].words[i] | look.free[1].words[i];
-        hidden.words[i] = (look.front[0].words[i] & ~look.free[0].words[i]) |
-                          (look.front[1].words[i] & ~look.free[1].words[i]);
+    for (std::size_t half = 0; half < 2; ++half) {
+        for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
+            free.words[i] |= m_first.free[half].words[i];
+            hidden.words[i] |= m_first.asked[half].words[i] & ~m_first.free[half].words[i];
+        }
     }
-    SkyCellSet both = grown(free);
-    both &= grown(hidden);
+    SkyCellSet both = free.grown();
+    both &= hidden.grown();
+    both &= m_first.front;
+    std::vector<Square> edges;
     for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        both.words[i] &= look.front[0].words[i];
         for (std::uint64_t bits = both.words[i]; bits != 0; bits &= bits - 1) {
             const int cell = cellOf(i, bits);
             const auto at = static_cast<std::size_t>(cell);
             const int sunCell = m_tables.sunCellOf(cell);
-            float beam = 0.0f;
-            if (sunCell >= 0) {
-                const auto j = static_cast<std::size_t>(sunCell);
-                beam = look.sunWeight[j];
-                if (beam > 0.0f && look.sunVisible[j] != look.visible[at] &&
-                    facesRay(0, cell, 0, 0)) {
-                    m_mixed.push_back(
-                        {sunCell, look.visible[at] + m_tables.nearSun(sunCell) *
-                                                         (look.sunVisible[j] - look.visible[at])});
-                }
-            }
-            m_edges.push_back({squared(look.weight[at] * m_hourlySky.diffuse[at]), squared(beam),
-                               static_cast<std::uint16_t>(cell), 0, 0});
+            const float beam = sunCell < 0 ? 0.0f : m_first.sunWeight[sunCell];
+            edges.push_back({squared(m_first.weight[at] * m_hourlySky.diffuse[at]), squared(beam),
+                             static_cast<std::uint16_t>(cell), 0, 0});
         }
     }
     if (m_sides == Sides::One) {
-        findCutCells();
+        addCutCells(edges);
     }
+    return edges;
 }
 
 /// Cells that the surface's own plane cuts count by their middle at first. What that loses is no
 /// chance: it is of one sign, and adds up plainly.
-void ShadowEdges::findCutCells() {
+void ShadowEdges::addCutCells(std::vector<Square>& edges) const {
     SkyCellSet behind = SkyCellSet::all();
     for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        behind.words[i] &= ~m_first.front[0].words[i];
+        behind.words[i] &= ~m_first.front.words[i];
     }
     if (behind == SkyCellSet()) {
         return;
     }
-    SkyCellSet cut = grown(behind);
-    cut &= m_first.free[0];
-    SkyCellSet beyond = grown(m_first.free[0]);
+    SkyCellSet free = m_first.front;
+    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
+        free.words[i] &= m_first.free[0].words[i] | m_first.free[1].words[i];
+    }
+    SkyCellSet cut = behind.grown();
+    cut &= free;
+    SkyCellSet beyond = free.grown();
     beyond &= behind;
     struct Lost {
         std::size_t edge;
@@ -335,7 +259,7 @@ void ShadowEdges::findCutCells() {
     float lostSky = 0.0f;
     float lostBeam = 0.0f;
     std::size_t edge = 0;
-    const std::size_t edges = m_edges.size();
+    const std::size_t count = edges.size();
     for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
         for (std::uint64_t bits = cut.words[i] | beyond.words[i]; bits != 0; bits &= bits - 1) {
             const int cell = cellOf(i, bits);
@@ -353,24 +277,26 @@ void ShadowEdges::findCutCells() {
             beam = std::max(beam, 0.0f);
             lostSky += sky;
             lostBeam += beam;
-            while (edge < edges && m_edges[edge].cell < cell) {
+            while (edge < count && edges[edge].cell < cell) {
                 ++edge;
             }
-            if (edge < edges && m_edges[edge].cell == cell) {
+            if (edge < count && edges[edge].cell == cell) {
                 lost.push_back({edge, sky, beam});
             } else {
-                lost.push_back({m_edges.size(), sky, beam});
-                m_edges.push_back({0.0f, 0.0f, static_cast<std::uint16_t>(cell), 0, 0});
+                lost.push_back({edges.size(), sky, beam});
+                edges.push_back({0.0f, 0.0f, static_cast<std::uint16_t>(cell), 0, 0});
             }
         }
     }
     for (const Lost& cell : lost) {
-        m_edges[cell.edge].sky += cell.sky * lostSky / squared(skyFactor);
-        m_edges[cell.edge].beam += cell.beam * lostBeam / squared(beamFactor);
+        edges[cell.edge].sky += cell.sky * lostSky / squared(skyFactor);
+        edges[cell.edge].beam += cell.beam * lostBeam / squared(beamFactor);
     }
 }
 
-std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTolerance& tolerance) {
+std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLook& first,
+                                                       const EdgeTolerance& tolerance) {
+    m_first = first;
     const auto allowed = [](float error, float factor) {
         return error > 0.0f ? squared(error / factor) : std::numeric_limits<float>::infinity();
     };
@@ -378,7 +304,7 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTol
     const float allowedBeam = allowed(tolerance.beam, beamFactor);
     float fixedSky = 0.0f;
     float fixedBeam = 0.0f;
-    std::vector<Square> squares = std::move(m_edges);
+    std::vector<Square> squares = cellsAtEdges();
     std::vector<Square> chosen;
     for (int level = 1;; ++level) {
         Doubts sky;
@@ -394,11 +320,9 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTol
         if (enough(unchanged)) {
             break;
         }
-        const bool onlyHalve = level == 1 && enough(halved);
         const bool steps = level > EdgeTables::deepest;
-        const bool reached = onlyHalve || steps || enough(quartered);
-        const bool last = reached || level >= tolerance.deepest;
-        const Shrinking& shrinking = onlyHalve ? halved : steps || !reached ? gone : quartered;
+        const bool reached = steps || enough(quartered);
+        const Shrinking& shrinking = steps || !reached ? gone : quartered;
         // What is left alone takes a part of what is allowed, when this is not yet enough.
         const float share = reached ? 1.0f : 0.25f;
         const float skyLimit = steps ? std::numeric_limits<float>::infinity()
@@ -420,8 +344,8 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const EdgeTol
             }
             break;
         }
-        look(rays, level, chosen, onlyHalve);
-        if (last) {
+        look(rays, level, chosen);
+        if (reached) {
             break;
         }
         squares.clear();
@@ -462,68 +386,63 @@ void ShadowEdges::lookAtSteps(Rays& rays, const Square& square) {
     }
 }
 
-/// Asks the squares of the level that lie in the chosen ones of the level before: all of them, or
-/// only the one opposite to the known one, whose neighbours then take the mean.
-void ShadowEdges::look(Rays& rays, int level, const std::vector<Square>& squares, bool onlyHalve) {
+/// Asks the squares of the level that lie in the chosen ones of the level before.
+void ShadowEdges::look(Rays& rays, int level, const std::vector<Square>& squares) {
     const std::span<const SkyDirections> sets = m_tables.setsOf(level);
+    const std::size_t firstSet = EdgeTables::firstSetOf(level);
     std::vector<SkyCellSet> cells(sets.size());
     const auto setOf = [&](const Square& square, unsigned quarter) {
-        return static_cast<std::size_t>(
-            m_tables.setOfSquare(level, square.cell, 2 * square.x + static_cast<int>(quarter & 1U),
-                                 2 * square.y + static_cast<int>(quarter >> 1)));
+        return m_tables.setOfSquare(level, square.cell,
+                                    2 * square.x + static_cast<int>(quarter & 1U),
+                                    2 * square.y + static_cast<int>(quarter >> 1));
     };
-    const unsigned firstAsked = onlyHalve ? 3 : 1;
+    const auto isKnown = [&](const Square& square, unsigned quarter, std::size_t set) {
+        if (level > 1) {
+            return quarter == m_tables.knownQuarter(level, square.cell);
+        }
+        const int azimuth = square.cell % sectors;
+        const int altitude = square.cell / sectors;
+        return m_tables.isFirst(set, azimuth, altitude) &&
+               m_first.asked[set].contains(azimuth, altitude);
+    };
     for (const Square& square : squares) {
-        const unsigned known = m_tables.knownQuarter(level, square.cell);
-        for (unsigned other = firstAsked; other < 4; ++other) {
-            cells[setOf(square, known ^ other)].insert(square.cell % sectors,
-                                                       square.cell / sectors);
+        for (unsigned quarter = 0; quarter < 4; ++quarter) {
+            const std::size_t set = setOf(square, quarter);
+            if (!isKnown(square, quarter, set)) {
+                cells[set - firstSet].insert(square.cell % sectors, square.cell / sectors);
+            }
         }
     }
-    for (std::size_t first = 0; first < sets.size(); ++first) {
-        std::size_t end = first;
-        while (end < sets.size() && !(cells[end] == SkyCellSet())) {
-            ++end;
-        }
-        if (end > first) {
-            rays.skies(sets.subspan(first, end - first),
-                       std::span(cells).subspan(first, end - first));
-            first = end;
-        }
-    }
+    rays.skies(sets, cells);
     if (level == 1) {
         m_place.assign(skyGrid::cellCount, -1);
         m_cells.reserve(squares.size());
         m_maps.resize(squares.size());
     }
     for (const Square& square : squares) {
-        const unsigned known = m_tables.knownQuarter(level, square.cell);
-        std::array<float, 4> values;
-        values[known] = level == 1 ? start(rays, square.cell)
-                                   : mapOf(square.cell)[mapPlace(level - 1, square.x, square.y)];
-        for (unsigned other = firstAsked; other < 4; ++other) {
-            const std::size_t set = setOf(square, known ^ other);
-            values[known ^ other] =
-                rays.visible(sets[set], cells[set], square.cell % sectors, square.cell / sectors);
+        if (level == 1) {
+            start(square.cell);
         }
-        if (onlyHalve) {
-            values[known ^ 1] = values[known ^ 2] = 0.5f * (values[known] + values[known ^ 3]);
+        std::array<float, 4> values;
+        for (unsigned quarter = 0; quarter < 4; ++quarter) {
+            const std::size_t set = setOf(square, quarter);
+            values[quarter] = !isKnown(square, quarter, set)
+                                  ? rays.visible(sets[set - firstSet], cells[set - firstSet],
+                                                 square.cell % sectors, square.cell / sectors)
+                              : level == 1
+                                  ? m_first.visible[set][square.cell]
+                                  : mapOf(square.cell)[mapPlace(level - 1, square.x, square.y)];
         }
         replace(level, square, values);
     }
 }
 
-/// Begins the record of a cell; gives what its first ray saw.
-float ShadowEdges::start(Rays& rays, int index) {
+/// Begins the record of a cell.
+void ShadowEdges::start(int index) {
     m_place[static_cast<std::size_t>(index)] = static_cast<std::int16_t>(m_cells.size());
     Cell& cell = m_cells.emplace_back();
     cell.cell = index;
     cell.sunCell = m_tables.sunCellOf(index);
-    const int azimuth = index % sectors;
-    const int altitude = index / sectors;
-    return m_first.front[0].contains(azimuth, altitude)
-               ? m_first.visible[index]
-               : rays.one(m_tables.firstRay(azimuth, altitude));
 }
 
 /// Puts the four squares of a level in the place of the one that they make up.
@@ -577,12 +496,12 @@ float ShadowEdges::valueAt(int azimuth, int altitude, int x, int y) const {
     azimuth += x < 0 ? -1 : x >= side ? 1 : 0;
     altitude += y < 0 ? -1 : y >= side ? 1 : 0;
     azimuth = azimuth < 0 ? azimuth + sectors : azimuth >= sectors ? azimuth - sectors : azimuth;
-    if (altitude < 0 || altitude >= bands || !m_first.front[0].contains(azimuth, altitude)) {
+    if (altitude < 0 || altitude >= bands || !m_first.front.contains(azimuth, altitude)) {
         return -1.0f;
     }
     const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
     const std::int16_t place = m_place[cell];
-    return place < 0 ? m_first.visible[cell]
+    return place < 0 ? m_first.visible[(y & (side - 1)) >= side / 2 ? 1 : 0][cell]
                      : m_maps[static_cast<std::size_t>(place)]
                              [static_cast<std::size_t>((y & (side - 1)) * side + (x & (side - 1)))];
 }

@@ -1,13 +1,13 @@
 /// The cells that a shadow's edge crosses, for the hourly method.
 ///
-/// One ray answers for a cell of 5 degrees, so the whole error of a sensor lies in the cells that
-/// are seen differently from a neighbour. Their rays do not stand in the middle but spread over the
-/// cells by golden ratios, row by row and column by column: along a roof line the errors of the
-/// cells then add up like those of chance or better, and the root of the summed squares of the
-/// cells' weights bounds them. Where that bound exceeds what is tolerated, the heaviest cells get
-/// further rays, as many as the tolerance needs.
+/// Two rays answer for a cell of 5 degrees, so the whole error of a sensor lies in the cells that
+/// are seen differently from a neighbour. Along a roof line the errors of the cells add up like
+/// those of chance or better (first_rays.h), and the root of the summed squares of the cells'
+/// weights bounds them. Where that bound exceeds what is tolerated, the heaviest cells are split,
+/// as often as the tolerance needs.
 #pragma once
 
+#include <insolate/analysis/first_rays.h>
 #include <insolate/analysis/sensor_rays.h>
 #include <insolate/sky/hourly_sky.h>
 
@@ -22,37 +22,43 @@ namespace insolate {
 /// What the sensors of an analysis share.
 ///
 /// A cell is split into squares of 2^level by 2^level. Level by level their rays form one lattice:
-/// the cell's first ray, moved by multiples of 1/2^level of the cell's width and height, wrapped
+/// the cell's own place, moved by multiples of 1/2^level of the cell's width and height, wrapped
 /// around within the cell. So each square of each level has exactly one of them, and the rays of a
-/// level are also rays of the next.
+/// level are also rays of the next. Sets of directions stand in pairs for the halves of the cells.
 class EdgeTables {
 public:
     static constexpr int deepest = 3; ///< 0.6 degrees, the size of the sun's disc
     static constexpr int side = 1 << deepest;
 
-    /// Keeps the sky by reference; prepares squares down to a level.
-    EdgeTables(const HourlySky& sky, int finest);
+    /// Keeps the sky and the first rays by reference.
+    EdgeTables(const HourlySky& sky, const FirstRays& first);
 
-    /// The first rays of the cells.
-    static SkyDirections firstDirections(double northOffset);
-    XYZf firstRay(int azimuth, int altitude) const;
-    /// The ray of a square, of level 0 (the cell's first) on.
+    /// The ray of a square.
     XYZf rayOf(int level, int cell, int x, int y) const;
 
-    /// The further sets of a level, 1..deepest.
+    /// The sets of a level that are none of the level before; the first level has the lattice's own
+    /// pair too.
     std::span<const SkyDirections> setsOf(int level) const {
-        const auto first = static_cast<std::size_t>((1 << 2 * (level - 1)) - 1);
-        return std::span(m_sets).subspan(first, std::size_t{3} << 2 * (level - 1));
+        const std::size_t first = firstSetOf(level);
+        return std::span(m_sets).subspan(first, (std::size_t{1} << 2 * level) - first);
     }
-    /// The set of that level, counted from its first, that holds the ray of a cell's square; -1 if
-    /// it is a ray of the level before.
-    int setOfSquare(int level, int cell, int x, int y) const {
+    static std::size_t firstSetOf(int level) {
+        return level == 1 ? 0 : std::size_t{1} << 2 * (level - 1);
+    }
+    /// The set that holds the ray of a cell's square, counted from set 0.
+    std::size_t setOfSquare(int level, int cell, int x, int y) const {
         const Place first = m_first[static_cast<std::size_t>(cell)];
         const int last = (1 << level) - 1;
         const int moveX = (x - (first.x >> (deepest - level))) & last;
         const int moveY = (y - (first.y >> (deepest - level))) & last;
-        return m_setOfMove[static_cast<std::size_t>(level)]
-                          [static_cast<std::size_t>(moveY << level | moveX)];
+        return m_pairOfMove[static_cast<std::size_t>(level)]
+                           [static_cast<std::size_t>(moveY << level | moveX)] *
+                   std::size_t{2} +
+               static_cast<std::size_t>(y >> (level - 1));
+    }
+    /// Whether the first rays have that of a half (set 0 or 1).
+    bool isFirst(std::size_t set, int azimuth, int altitude) const {
+        return set < 2 && m_firstRays->ofLattice[set].contains(azimuth, altitude);
     }
     /// Which of the four squares (bit 0: to the right, bit 1: above) of a level in one of the level
     /// before has the ray of that one.
@@ -72,8 +78,6 @@ public:
     }
     /// The sun's steps in a square of the deepest level.
     std::span<const SunStep> stepsOf(int sunCell, int x, int y) const;
-    /// The share of a sun cell's energy that lies nearer to the sun's own ray than to the cell's.
-    float nearSun(int sunCell) const { return m_nearSun[static_cast<std::size_t>(sunCell)]; }
     int sunCellOf(int cell) const { return m_sunCellOf[static_cast<std::size_t>(cell)]; }
 
     /// A vector to the middle of a square, of the length of its solid angle (but for a factor that
@@ -96,12 +100,11 @@ private:
         std::uint8_t x, y;
     };
     const HourlySky* m_sky;
-    double m_north;
+    const FirstRays* m_firstRays;
     std::vector<SkyDirections> m_sets;
-    std::array<std::array<std::int8_t, side * side>, deepest + 1> m_setOfMove{};
-    std::array<Place, skyGrid::cellCount> m_first;    // of the cells' first rays, in eighths
+    std::array<std::array<std::uint8_t, side * side>, deepest + 1> m_pairOfMove{};
+    std::array<Place, skyGrid::cellCount> m_first;    // of the lattice's own place, in eighths
     std::array<std::vector<Sun>, deepest + 1> m_suns; // by sun cell, row by row
-    std::vector<float> m_nearSun;
     std::vector<int> m_sunCellOf;
     std::vector<Angle> m_azimuths, m_altitudes; // at sixteenths of a cell
     std::array<Angle, skyGrid::altitudeCount> m_shiftX;
@@ -110,8 +113,7 @@ private:
 
 /// How far a sensor's sums may be off.
 struct EdgeTolerance {
-    float sky = 0, beam = 0;           ///< [Wh/m2]; 0: as it comes
-    int deepest = EdgeTables::deepest; ///< level of the finest squares
+    float sky = 0, beam = 0; ///< [Wh/m2]; 0: as it comes
 };
 
 /// The edges that one sensor sees.
@@ -120,19 +122,17 @@ public:
     ShadowEdges(const EdgeTables& tables, const HourlySky& sky, Sides sides, const XYZf& normal)
         : m_tables(tables), m_hourlySky(sky), m_sides(sides), m_normal(normal) {}
 
-    /// What was asked first: of the cells' rays and of the sun's, those in front of the surface,
-    /// and those of them that are free; the visibilities, of the cells and of the sun cells; and
-    /// the weights, projected solid angle [sr] and energy on the surface [Wh/m2].
+    /// What was asked first: the cells in front of the surface; those asked in either half, which
+    /// may also hold only the sun in front of it; those of them that are free. The visibilities of
+    /// the halves, and the weights: projected solid angle [sr], energy on the surface [Wh/m2] by
+    /// sun cell.
     struct FirstLook {
-        std::array<SkyCellSet, 2> front, free;
-        const float* visible;
-        const float* weight;
-        const float* sunVisible;
-        const float* sunWeight;
+        SkyCellSet front;
+        std::array<SkyCellSet, 2> asked, free;
+        std::array<const float*, 2> visible{};
+        const float* weight = nullptr;
+        const float* sunWeight = nullptr;
     };
-
-    /// Finds the cells at edges.
-    void find(const FirstLook& look);
 
     /// A cell that was looked at again, by its squares.
     struct Cell {
@@ -145,15 +145,8 @@ public:
     };
 
     /// Looks again where it is needed.
-    std::span<const Cell> refine(Rays& rays, const EdgeTolerance& tolerance);
-
-    /// Cells at edges that hold the sun and whose two rays differ: cell of the sun and the part of
-    /// its energy that is visible.
-    struct Mixed {
-        int sunCell;
-        float visible;
-    };
-    std::span<const Mixed> mixed() const { return m_mixed; }
+    std::span<const Cell> refine(Rays& rays, const FirstLook& first,
+                                 const EdgeTolerance& tolerance);
 
 private:
     struct Square {
@@ -161,8 +154,9 @@ private:
         std::uint16_t cell;
         std::uint8_t x, y;
     };
-    void findCutCells();
-    void look(Rays& rays, int level, const std::vector<Square>& squares, bool onlyHalve);
+    std::vector<Square> cellsAtEdges() const;
+    void addCutCells(std::vector<Square>& edges) const;
+    void look(Rays& rays, int level, const std::vector<Square>& squares);
     void replace(int level, const Square& square, const std::array<float, 4>& values);
     void lookAtSteps(Rays& rays, const Square& square);
     void count(Cell& cell, int level, int x, int y, float value, float sign) const;
@@ -171,7 +165,7 @@ private:
     bool facesRay(int level, int cell, int x, int y) const;
     bool atEdge(int level, int cell, int x, int y);
     float valueAt(int azimuth, int altitude, int x, int y) const;
-    float start(Rays& rays, int index);
+    void start(int index);
     static std::size_t mapPlace(int level, int x, int y) {
         const int width = EdgeTables::side >> level;
         return static_cast<std::size_t>((y * EdgeTables::side + x) * width);
@@ -191,8 +185,6 @@ private:
     Sides m_sides;
     const XYZf& m_normal;
     FirstLook m_first{};
-    std::vector<Square> m_edges;
-    std::vector<Mixed> m_mixed;
     std::vector<Cell> m_cells;
     std::vector<Map> m_maps;           // of m_cells
     std::vector<std::int16_t> m_place; // of a cell in m_cells, -1 for none

@@ -100,24 +100,28 @@ void OcclusionIndex::visibleSkies(const XYZf& origin, std::span<const SkyDirecti
                                   std::span<SkyCellSet> cells) const {
     const Vector3d from = widened(origin);
     const bool near = withinReach(from);
-    std::array<OpenSky, mostSkies> skies;
-    std::size_t count = 0;
-    const auto walk = [&] {
-        closeBlockedCells(*storage, from, {skies.data(), count});
-        count = 0;
-    };
     const std::size_t sets = std::min(directions.size(), cells.size());
+    const auto walks = [&](std::size_t i) { return near && directions[i].table().regular; };
     for (std::size_t i = 0; i < sets; ++i) {
+        cells[i] &= directions[i].table().cells;
+    }
+    for (std::size_t i = 0; i < sets; ++i) {
+        if (!walks(i)) {
+            continue;
+        }
         const SkyDirectionTable& table = directions[i].table();
-        cells[i] &= table.cells;
-        if (near && table.regular) {
-            skies[count++] = {&table, &cells[i]};
-            if (count == mostSkies) {
-                walk();
+        std::array<OpenSky, 2> skies{{{&table, &cells[i]}, {}}};
+        if (i + 1 < sets && walks(i + 1)) {
+            const SkyDirectionTable& next = directions[i + 1].table();
+            if (const std::optional<SkyReach> both = table.reach.halves(next.reach)) {
+                ++i;
+                skies[1] = {&next, &cells[i]};
+                closeBlockedCells(*storage, from, skies, *both);
+                continue;
             }
         }
+        closeBlockedCells(*storage, from, {skies.data(), 1}, table.reach);
     }
-    walk();
     for (std::size_t i = 0; i < sets; ++i) {
         const bool together = near && directions[i].table().regular;
         if (!together || !storage->unbounded.empty()) {

@@ -52,10 +52,10 @@ public:
     SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                           const SkyCellSet& wanted = SkyCellSet::all()) const;
 
-    /// The same for several sets of directions in one walk. cells: for each of the directions the
-    /// wanted cells; they become the visible ones. The shorter span counts. Directions that lie
-    /// close to each other cell by cell, as the cells' middles and the sun in them, cost little
-    /// more than one set.
+    /// The same for several sets of directions. cells: for each of the directions the
+    /// wanted cells; they become the visible ones. The shorter span counts. Two sets that follow
+    /// each other, the first in the lower and the second in the upper halves of the cells, share
+    /// the work as one finer mask.
     void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
                       std::span<SkyCellSet> cells) const;
 

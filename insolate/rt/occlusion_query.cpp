@@ -105,23 +105,24 @@ inline BandBits sectorsOf(const CellRange& range) {
     return {from.low ^ to.low, from.high ^ to.high};
 }
 
-/// Open cells of a range.
-inline int openCells(const SkyCellSet& open, const CellRange& range) {
+/// Open cells of a range, counted on until there are more than enough.
+inline int openCells(const std::uint64_t* open, const CellRange& range, int enough) {
     const BandBits sectors = sectorsOf(range);
     int count = 0;
-    for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-        count += std::popcount(open.words[2 * band] & sectors.low) +
-                 std::popcount(open.words[2 * band + 1] & sectors.high);
+    for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh && count <= enough;
+         ++band) {
+        count += std::popcount(open[2 * band] & sectors.low) +
+                 std::popcount(open[2 * band + 1] & sectors.high);
     }
     return count;
 }
 
 /// Whether any cell of a range is open.
-inline bool anyOpen(const SkyCellSet& open, const CellRange& range) {
+inline bool anyOpen(const std::uint64_t* open, const CellRange& range) {
     const BandBits sectors = sectorsOf(range);
     std::uint64_t any = 0;
     for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-        any |= (open.words[2 * band] & sectors.low) | (open.words[2 * band + 1] & sectors.high);
+        any |= (open[2 * band] & sectors.low) | (open[2 * band + 1] & sectors.high);
     }
     return any != 0;
 }
@@ -455,12 +456,11 @@ bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
 // ---------------------------------------------------------------------------------------------
 // All cells of one origin
 
-/// The cells of one set of directions that each of eight boxes may block.
+/// The cells that each of eight boxes may block.
 struct BoxReach {
     // First and last cell whose direction may pass through the box. Sectors may lie outside 0..71
     // by up to a turn.
     alignas(32) std::array<std::int32_t, 8> azimuthFirst, azimuthLast, altitudeFirst, altitudeLast;
-    std::uint32_t reached; ///< the boxes that may block any cell
 };
 
 /// The angle of (x, y) counterclockwise from the x axis in units of 5 degrees, in [-36, 36].
@@ -486,16 +486,29 @@ HWY_INLINE V angleOf(Tag d, V x, V y) {
     return hn::CopySign(angle, y);
 }
 
-/// Everything about one walk for the masks of several sets of directions. With fixedCount above 0
-/// there are so many sets: one set must not pay for the others.
-template <std::size_t fixedCount>
+/// Everything about one walk for a mask. With two sets of directions each band of cells is split in
+/// two, the first set's in the lower halves: a finer mask, of which nothing is asked twice.
+template <std::size_t split>
 class MaskWalk {
 public:
     MaskWalk(const OcclusionIndex::Storage& storage, const Vector3d& from,
-             std::span<const OpenSky> openSkies)
-        : index(storage), origin(from), skies(openSkies), bounded(from, storage.centre) {
-        for (std::size_t k = 0; k < setCount(); ++k) {
-            largestComponent = std::max(largestComponent, tableOf(k).largestComponent);
+             std::span<const OpenSky, split> openSkies, const SkyReach& skyReach)
+        : index(storage), origin(from), skies(openSkies), bounded(from, storage.centre),
+          reachOfSkies(skyReach) {
+        for (std::size_t k = 0; k < split; ++k) {
+            largestComponent = std::max(largestComponent, skies[k].directions->largestComponent);
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                open[(word / 2 * split + k) * 2 + word % 2] = skies[k].open->words[word];
+            }
+        }
+    }
+
+    /// Leaves what is still open in the sets.
+    void finish() const {
+        for (std::size_t k = 0; k < split; ++k) {
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                skies[k].open->words[word] = open[(word / 2 * split + k) * 2 + word % 2];
+            }
         }
     }
 
@@ -503,10 +516,10 @@ public:
         HeldEntry stack[stackSize];
         std::size_t held = 0;
         stack[held].child = index.root;
-        stack[held++].range.fill({0, 72, 0, skyGrid::altitudeCount - 1});
+        stack[held++].range = {0, 72, 0, bandCount - 1};
         while (held != 0) {
             const HeldEntry entry = stack[--held];
-            const int cells = openCellsOf(entry);
+            const int cells = openCells(open.data(), entry.range, fewCells);
             if (cells == 0) {
                 continue;
             }
@@ -523,49 +536,24 @@ public:
     }
 
 private:
-    static constexpr std::size_t largestCount = fixedCount == 0 ? mostSkies : fixedCount;
+    static constexpr int bandCount = skyGrid::altitudeCount * split;
 
-    /// An entry that the walk holds back, with the cells of each set that it may block.
+    /// An entry that the walk holds back, with the cells that it may block.
     struct HeldEntry {
         std::uint32_t child;
-        std::array<CellRange, largestCount> range;
+        CellRange range;
     };
 
     /// So few open cells are cheaper to cast one by one.
-    static constexpr int fewCells = 32;
+    static constexpr int fewCells = RaySet::largest;
 
     /// Added to either end of a range [cells]: six times the error of angleOf(). The boxes
     /// themselves are rounded outwards and hold every hit of the exact test.
     static constexpr float angleMargin = 1e-3f;
 
-    HWY_INLINE std::size_t setCount() const { return fixedCount == 0 ? skies.size() : fixedCount; }
-    HWY_INLINE const SkyDirectionTable& tableOf(std::size_t k) const {
-        return *skies[k].directions;
-    }
-    HWY_INLINE SkyCellSet& openOf(std::size_t k) const { return *skies[k].open; }
-
-    /// Open cells of an entry, counted on until there are more than a few.
-    HWY_INLINE int openCellsOf(const HeldEntry& entry) const {
-        int count = 0;
-        for (std::size_t k = 0; k < setCount() && count <= fewCells; ++k) {
-            count += openCells(openOf(k), entry.range[k]);
-        }
-        return count;
-    }
-    HWY_INLINE bool anyOpenOf(const HeldEntry& entry) const {
-        for (std::size_t k = 0; k < setCount(); ++k) {
-            if (anyOpen(openOf(k), entry.range[k])) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-    using Reaches = std::array<BoxReach, largestCount>;
-
     /// Puts the children that may block an open cell on the stack, the nearest last.
     HWY_INLINE std::size_t holdChildren(const OcclusionNode& node, HeldEntry* stack) const {
-        Reaches reach;
+        BoxReach reach;
         alignas(32) std::array<float, 8> boxDistance; // squared
         std::uint32_t reached = 0;
         const Floats d;
@@ -581,10 +569,8 @@ private:
             const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
             HeldEntry entry;
             entry.child = node.child[lane];
-            for (std::size_t k = 0; k < setCount(); ++k) {
-                entry.range[k] = rangeOf(reach[k], lane);
-            }
-            if (!anyOpenOf(entry)) {
+            entry.range = rangeOf(reach, lane);
+            if (!anyOpen(open.data(), entry.range)) {
                 continue;
             }
             const float distance = boxDistance[lane];
@@ -601,9 +587,6 @@ private:
     }
 
     static HWY_INLINE CellRange rangeOf(const BoxReach& reach, std::size_t lane) {
-        if (fixedCount != 1 && (reach.reached >> lane & 1U) == 0) {
-            return {0, 0, 1, 0};
-        }
         int first = reach.azimuthFirst[lane];
         int width = reach.azimuthLast[lane] - first + 1;
         if (width >= skyGrid::azimuthCount) {
@@ -628,7 +611,7 @@ private:
 
     /// The cells whose directions may pass through boxes, given relative to the origin; the lanes
     /// that have any.
-    HWY_INLINE std::uint32_t reachOfBoxes(const RelativeBoxes& box, Reaches& reach,
+    HWY_INLINE std::uint32_t reachOfBoxes(const RelativeBoxes& box, BoxReach& reach,
                                           std::size_t lane) const {
         const auto x0 = box.x0;
         const auto x1 = box.x1;
@@ -662,49 +645,43 @@ private:
         const auto clockwise = angleOf(d, clockwiseX, clockwiseY);
 
         const auto turn = hn::Set(d, 72.0f);
-        std::uint32_t reached = 0;
-        for (std::size_t k = 0; k < setCount(); ++k) {
-            const SkyDirectionTable& table = tableOf(k);
-            const auto reference = hn::Set(d, table.azimuthOrigin);
-            auto from = hn::Sub(reference, counter);
-            auto to = hn::Sub(reference, clockwise);
-            // An outline that crosses the negative x axis; no outline is wider than half a turn.
-            to =
-                hn::IfThenElse(hn::Lt(to, hn::Sub(from, hn::Set(d, 18.0f))), hn::Add(to, turn), to);
-            from = hn::Sub(from, hn::Set(d, table.azimuthMax + angleMargin));
-            to = hn::Sub(to, hn::Set(d, table.azimuthMin - angleMargin));
-            from = hn::IfThenElse(around, zero, from);
-            to = hn::IfThenElse(around, turn, to);
-            auto low = hn::Sub(lowest, hn::Set(d, table.altitudeMax + angleMargin));
-            auto high = hn::Sub(highest, hn::Set(d, table.altitudeMin - angleMargin));
-            low = hn::Max(low, zero);
-            high = hn::Min(high, hn::Set(d, static_cast<float>(skyGrid::altitudeCount - 1)));
+        const auto reference = hn::Set(d, reachOfSkies.azimuthOrigin);
+        auto from = hn::Sub(reference, counter);
+        auto to = hn::Sub(reference, clockwise);
+        // An outline that crosses the negative x axis; no outline is wider than half a turn.
+        to = hn::IfThenElse(hn::Lt(to, hn::Sub(from, hn::Set(d, 18.0f))), hn::Add(to, turn), to);
+        from = hn::Sub(from, hn::Set(d, reachOfSkies.azimuthMax + angleMargin));
+        to = hn::Sub(to, hn::Set(d, reachOfSkies.azimuthMin - angleMargin));
+        from = hn::IfThenElse(around, zero, from);
+        to = hn::IfThenElse(around, turn, to);
+        const auto fine = hn::Set(d, static_cast<float>(split));
+        auto low = hn::Sub(hn::Mul(lowest, fine),
+                           hn::Set(d, reachOfSkies.altitudeMax + angleMargin * split));
+        auto high = hn::Sub(hn::Mul(highest, fine),
+                            hn::Set(d, reachOfSkies.altitudeMin - angleMargin * split));
+        low = hn::Max(low, zero);
+        high = hn::Min(high, hn::Set(d, static_cast<float>(bandCount - 1)));
 
-            from = hn::Ceil(from);
-            to = hn::Floor(to);
-            low = hn::Ceil(low);
-            high = hn::Floor(high);
-            const auto reaches = hn::And(hn::Le(from, to), hn::Le(low, high));
-            // Places that hold no box give NaN, which has no whole number.
-            const hn::RebindToSigned<Floats> di;
-            const auto whole = [&](FloatLanes value) HWY_ATTR {
-                return hn::ConvertTo(di, hn::IfThenElseZero(reaches, value));
-            };
-            hn::Store(whole(from), di, reach[k].azimuthFirst.data() + lane);
-            hn::Store(whole(to), di, reach[k].azimuthLast.data() + lane);
-            hn::Store(whole(low), di, reach[k].altitudeFirst.data() + lane);
-            hn::Store(whole(high), di, reach[k].altitudeLast.data() + lane);
-            const std::uint32_t bits = bitsOf(d, reaches) << lane;
-            reach[k].reached = lane == 0 ? bits : reach[k].reached | bits;
-            reached |= bits;
-        }
-        return reached;
+        from = hn::Ceil(from);
+        to = hn::Floor(to);
+        low = hn::Ceil(low);
+        high = hn::Floor(high);
+        const auto reaches = hn::And(hn::Le(from, to), hn::Le(low, high));
+        // Places that hold no box give NaN, which has no whole number.
+        const hn::RebindToSigned<Floats> di;
+        const auto whole = [&](FloatLanes value) HWY_ATTR {
+            return hn::ConvertTo(di, hn::IfThenElseZero(reaches, value));
+        };
+        hn::Store(whole(from), di, reach.azimuthFirst.data() + lane);
+        hn::Store(whole(to), di, reach.azimuthLast.data() + lane);
+        hn::Store(whole(low), di, reach.altitudeFirst.data() + lane);
+        hn::Store(whole(high), di, reach.altitudeLast.data() + lane);
+        return bitsOf(d, reaches) << lane;
     }
 
     /// Casts the open cells of an entry, few as they are.
     void castCells(const HeldEntry& entry) {
         RaySet rays;
-        std::array<std::uint8_t, RaySet::largest> sets;
         std::array<std::uint8_t, RaySet::largest> bands;
         std::array<std::uint8_t, RaySet::largest> sectors;
         const auto cast = [&] {
@@ -712,29 +689,26 @@ private:
             for (std::uint32_t blocked = walk.blockedBelow(entry.child); blocked != 0;
                  blocked &= blocked - 1) {
                 const auto ray = static_cast<std::size_t>(std::countr_zero(blocked));
-                openOf(sets[ray]).erase(sectors[ray], bands[ray]);
+                open[2 * bands[ray] + sectors[ray] / 64] &=
+                    ~(std::uint64_t{1} << sectors[ray] % 64);
             }
             rays.count = 0;
         };
-        for (std::size_t k = 0; k < setCount(); ++k) {
-            const CellRange& range = entry.range[k];
-            const SkyDirectionTable& table = tableOf(k);
-            const BandBits asked = sectorsOf(range);
-            for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-                for (std::size_t word = 0; word < 2; ++word) {
-                    std::uint64_t cells =
-                        openOf(k).words[2 * band + word] & (word == 0 ? asked.low : asked.high);
-                    for (; cells != 0; cells &= cells - 1) {
-                        const std::size_t sector =
-                            64 * word + static_cast<std::size_t>(std::countr_zero(cells));
-                        const std::size_t cell = skyGrid::azimuthCount * band + sector;
-                        sets[rays.count] = static_cast<std::uint8_t>(k);
-                        bands[rays.count] = static_cast<std::uint8_t>(band);
-                        sectors[rays.count] = static_cast<std::uint8_t>(sector);
-                        rays.add(table.directions[cell], table.inverse[cell]);
-                        if (rays.count == RaySet::largest) {
-                            cast();
-                        }
+        const CellRange& range = entry.range;
+        const BandBits asked = sectorsOf(range);
+        for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
+            const SkyDirectionTable& table = *skies[band % split].directions;
+            for (std::size_t word = 0; word < 2; ++word) {
+                std::uint64_t cells = open[2 * band + word] & (word == 0 ? asked.low : asked.high);
+                for (; cells != 0; cells &= cells - 1) {
+                    const std::size_t sector =
+                        64 * word + static_cast<std::size_t>(std::countr_zero(cells));
+                    const std::size_t cell = skyGrid::azimuthCount * (band / split) + sector;
+                    bands[rays.count] = static_cast<std::uint8_t>(band);
+                    sectors[rays.count] = static_cast<std::uint8_t>(sector);
+                    rays.add(table.directions[cell], table.inverse[cell]);
+                    if (rays.count == RaySet::largest) {
+                        cast();
                     }
                 }
             }
@@ -762,7 +736,7 @@ private:
         const OcclusionLeaf leaf(index, child);
         const LeafOrigin from(*leaf.header, origin);
         SeenTriangles seen;
-        Reaches reach;
+        BoxReach reach;
         std::uint32_t reached = 0;
         const Floats d;
         for (std::size_t lane = 0; lane < leaf.count; lane += hn::Lanes(d)) {
@@ -771,20 +745,18 @@ private:
         for (std::uint32_t lanes = reached & allLanes(leaf.count) & seen.possible; lanes != 0;
              lanes &= lanes - 1) {
             const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
-            for (std::size_t k = 0; k < setCount(); ++k) {
-                const CellRange range = rangeOf(reach[k], lane);
-                if ((seen.near >> lane & 1U) != 0) {
-                    closeBehindTriangle<true>(seen, lane, range, leaf, tableOf(k), openOf(k));
-                } else {
-                    closeBehindTriangle<false>(seen, lane, range, leaf, tableOf(k), openOf(k));
-                }
+            const CellRange range = rangeOf(reach, lane);
+            if ((seen.near >> lane & 1U) != 0) {
+                closeBehindTriangle<true>(seen, lane, range, leaf);
+            } else {
+                closeBehindTriangle<false>(seen, lane, range, leaf);
             }
         }
     }
 
     /// Prepares triangles from `lane` on, as many as a vector has; those that may block any cell.
     HWY_INLINE std::uint32_t see(const OcclusionLeaf& leaf, const LeafOrigin& from,
-                                 std::size_t lane, SeenTriangles& seen, Reaches& reach) const {
+                                 std::size_t lane, SeenTriangles& seen, BoxReach& reach) const {
         const Floats d;
         const SeenLanes lanes(leaf, from, lane, largestComponent);
         seen.possible |= bitsOf(d, lanes.possible) << lane;
@@ -824,8 +796,7 @@ private:
     /// Closes the open cells of a range whose rays one triangle blocks.
     template <bool near>
     HWY_INLINE void closeBehindTriangle(const SeenTriangles& seen, std::size_t lane,
-                                        const CellRange& range, const OcclusionLeaf& leaf,
-                                        const SkyDirectionTable& directions, SkyCellSet& open) {
+                                        const CellRange& range, const OcclusionLeaf& leaf) {
         const Cells d;
         const std::size_t lanes = hn::Lanes(d);
         const auto ux = hn::Set(d, seen.u[0][lane]);
@@ -850,13 +821,15 @@ private:
                 static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
             half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
             for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-                const std::uint32_t still = window(open, band, azimuth) & asked;
+                const std::uint32_t still = window(band, azimuth) & asked;
                 if (still == 0) {
                     continue;
                 }
-                const auto x = hn::Load(d, directions.x[band].data() + azimuth);
-                const auto y = hn::Load(d, directions.y[band].data() + azimuth);
-                const auto z = hn::Load(d, directions.z[band].data() + azimuth);
+                const SkyDirectionTable& table = *skies[band % split].directions;
+                const std::size_t row = band / split;
+                const auto x = hn::Load(d, table.x[row].data() + azimuth);
+                const auto y = hn::Load(d, table.y[row].data() + azimuth);
+                const auto z = hn::Load(d, table.z[row].data() + azimuth);
                 const auto u = dotOf(x, y, z, ux, uy, uz);
                 const auto v = dotOf(x, y, z, vx, vy, vz);
                 const auto w = dotOf(x, y, z, wx, wy, wz);
@@ -890,15 +863,14 @@ private:
                 std::uint32_t undecided = maybe & still & ~closed;
                 for (; undecided != 0; undecided &= undecided - 1) {
                     const auto cell = static_cast<std::size_t>(std::countr_zero(undecided));
-                    const double direction[3] = {
-                        static_cast<double>(directions.x[band][azimuth + cell]),
-                        static_cast<double>(directions.y[band][azimuth + cell]),
-                        static_cast<double>(directions.z[band][azimuth + cell])};
+                    const double direction[3] = {static_cast<double>(table.x[row][azimuth + cell]),
+                                                 static_cast<double>(table.y[row][azimuth + cell]),
+                                                 static_cast<double>(table.z[row][azimuth + cell])};
                     if (hitsExactly(index, leaf, lane, origin, direction)) {
                         closed |= 1U << cell;
                     }
                 }
-                close(open, band, azimuth, closed);
+                close(band, azimuth, closed);
             }
         }
     }
@@ -907,44 +879,46 @@ private:
     using Part =
         std::conditional_t<(HWY_MAX_BYTES / sizeof(float) >= 16), std::uint16_t, std::uint8_t>;
 
-    static HWY_INLINE void* placeOf(SkyCellSet& open, std::size_t band, std::size_t azimuth) {
+    HWY_INLINE void* placeOf(std::size_t band, std::size_t azimuth) {
         static_assert(std::endian::native == std::endian::little);
-        return reinterpret_cast<char*>(&open.words[2 * band]) + azimuth / 8;
+        return reinterpret_cast<char*>(&open[2 * band]) + azimuth / 8;
     }
 
-    /// The part of a set with the cells of a band from a sector on, a multiple of the lanes; the
-    /// sector's own in bit 0.
-    static HWY_INLINE std::uint32_t window(SkyCellSet& open, std::size_t band,
-                                           std::size_t azimuth) {
+    /// The part of the open cells in a band from a sector on, a multiple of the lanes; the sector's
+    /// own in bit 0.
+    HWY_INLINE std::uint32_t window(std::size_t band, std::size_t azimuth) {
         Part part;
-        std::memcpy(&part, placeOf(open, band, azimuth), sizeof(part));
+        std::memcpy(&part, placeOf(band, azimuth), sizeof(part));
         return static_cast<std::uint32_t>(part) >> azimuth % 8;
     }
 
     /// Closes cells of such a part.
-    static HWY_INLINE void close(SkyCellSet& open, std::size_t band, std::size_t azimuth,
-                                 std::uint32_t cells) {
+    HWY_INLINE void close(std::size_t band, std::size_t azimuth, std::uint32_t cells) {
         Part part;
-        std::memcpy(&part, placeOf(open, band, azimuth), sizeof(part));
+        std::memcpy(&part, placeOf(band, azimuth), sizeof(part));
         part = static_cast<Part>(part & ~(cells << azimuth % 8));
-        std::memcpy(placeOf(open, band, azimuth), &part, sizeof(part));
+        std::memcpy(placeOf(band, azimuth), &part, sizeof(part));
     }
 
     const OcclusionIndex::Storage& index;
     const Vector3d& origin;
-    std::span<const OpenSky> skies;
+    std::span<const OpenSky, split> skies;
     BoundedOrigin bounded;
-    float largestComponent = 0.0f; ///< of all directions
+    SkyReach reachOfSkies;
+    std::array<std::uint64_t, SkyCellSet::wordCount * split> open; ///< band by band, as SkyCellSet
+    float largestComponent = 0.0f;                                 ///< of all directions
 };
 
 void CloseBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                       std::span<const OpenSky> skies) {
+                       std::span<const OpenSky> skies, const SkyReach& reach) {
     if (skies.size() == 1) {
-        MaskWalk<1>(index, origin, skies).run();
-    } else if (skies.size() == 2) {
-        MaskWalk<2>(index, origin, skies).run();
+        MaskWalk<1> walk(index, origin, skies.first<1>(), reach);
+        walk.run();
+        walk.finish();
     } else {
-        MaskWalk<0>(index, origin, skies).run();
+        MaskWalk<2> walk(index, origin, skies.first<2>(), reach);
+        walk.run();
+        walk.finish();
     }
 }
 
@@ -969,12 +943,12 @@ bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
 }
 
 void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                       std::span<const OpenSky> skies) {
+                       std::span<const OpenSky> skies, const SkyReach& reach) {
     if (index.nodes.empty() || skies.empty()) {
         return;
     }
     applySimdChoice();
-    HWY_DYNAMIC_DISPATCH(CloseBlockedCells)(index, origin, skies);
+    HWY_DYNAMIC_DISPATCH(CloseBlockedCells)(index, origin, skies, reach);
 }
 
 } // namespace insolate

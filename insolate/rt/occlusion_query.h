@@ -20,13 +20,11 @@ struct OpenSky {
     SkyCellSet* open;
 };
 
-/// As many sets as a walk takes.
-inline constexpr std::size_t mostSkies = 8;
-
-/// Takes the cells whose ray a triangle of the hierarchy blocks out of each set. Origin within
-/// largestCoordinate; at most mostSkies sets, whose tables must be regular and hold a direction for
-/// each open cell.
+/// Takes the cells whose ray a triangle of the hierarchy blocks out of one set, or of two, of which
+/// the second has its directions above those of the first in each cell. Origin within
+/// largestCoordinate; the tables must hold a direction for each open cell. Of two, the reach counts
+/// in bands of half the height (SkyReach::halves).
 void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
-                       std::span<const OpenSky> skies);
+                       std::span<const OpenSky> skies, const SkyReach& reach);
 
 } // namespace insolate

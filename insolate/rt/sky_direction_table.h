@@ -3,8 +3,10 @@
 
 #include <insolate/rt/sky_visibility.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 
 namespace insolate {
 
@@ -16,6 +18,39 @@ inline XYZf inverseDirection(const XYZf& direction) {
     };
     return {inverse(direction.x), inverse(direction.y), inverse(direction.z)};
 }
+
+/// Where directions lie in their cells. Azimuths are counted in sectors of 5 degrees, clockwise
+/// from azimuthOrigin (itself sectors counterclockwise from the x axis), altitudes in bands of 5
+/// degrees from the horizon; a direction of cell (a, b) lies within a + [azimuthMin, azimuthMax]
+/// and b + [altitudeMin, altitudeMax].
+struct SkyReach {
+    float azimuthOrigin = 18;
+    float azimuthMin = 0.5f;
+    float azimuthMax = 0.5f;
+    float altitudeMin = 0.5f;
+    float altitudeMax = 0.5f;
+
+    /// Ranges of cells are counted within a turn of the first sector.
+    bool regular() const { return azimuthMin >= -1.0f && azimuthMax <= 2.0f; }
+
+    /// The reach in bands of half the height, of this set in the lower and another in the upper
+    /// halves, if it is about as narrow as a cell; else nothing.
+    std::optional<SkyReach> halves(const SkyReach& upper) const {
+        constexpr float narrow = 1.5f;
+        const float turn = std::remainder(upper.azimuthOrigin - azimuthOrigin,
+                                          static_cast<float>(skyGrid::azimuthCount));
+        SkyReach both = *this;
+        both.azimuthMin = std::min(azimuthMin, upper.azimuthMin - turn);
+        both.azimuthMax = std::max(azimuthMax, upper.azimuthMax - turn);
+        both.altitudeMin = std::min(2.0f * altitudeMin, 2.0f * upper.altitudeMin - 1.0f);
+        both.altitudeMax = std::max(2.0f * altitudeMax, 2.0f * upper.altitudeMax - 1.0f);
+        if (!both.regular() || both.azimuthMax - both.azimuthMin > narrow ||
+            both.altitudeMax - both.altitudeMin > narrow) {
+            return std::nullopt;
+        }
+        return both;
+    }
+};
 
 struct SkyDirectionTable {
     /// A band's directions, with room for a full load of 16 from sector 64 on.
@@ -35,15 +70,7 @@ struct SkyDirectionTable {
     /// Directions that are not finite, or far from unit length, are cast one by one.
     bool regular = true;
 
-    // Where the directions lie in their cells. Azimuths are counted in sectors of 5 degrees,
-    // clockwise from azimuthOrigin (itself sectors counterclockwise from the x axis), altitudes in
-    // bands of 5 degrees from the horizon; a direction of cell (a, b) lies within
-    // a + [azimuthMin, azimuthMax] and b + [altitudeMin, altitudeMax].
-    float azimuthOrigin = 18;
-    float azimuthMin = 0.5f;
-    float azimuthMax = 0.5f;
-    float altitudeMin = 0.5f;
-    float altitudeMax = 0.5f;
+    SkyReach reach;
 };
 
 } // namespace insolate

@@ -17,6 +17,7 @@ constexpr double longestSquared = 4.0;
 
 /// Notes how the directions lie in their cells, whatever the north offset they were made for.
 void measureReach(SkyDirectionTable& table) {
+    SkyReach& reach = table.reach;
     bool first = true;
     for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
         for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
@@ -39,11 +40,11 @@ void measureReach(SkyDirectionTable& table) {
             const double band = std::atan2(z, std::hypot(x, y)) * sectorsPerRadian - altitude;
             if (first) {
                 const double origin = std::fmod(turned + azimuth + 0.5, skyGrid::azimuthCount);
-                table.azimuthOrigin =
+                reach.azimuthOrigin =
                     static_cast<float>(origin < 0 ? origin + skyGrid::azimuthCount : origin);
             }
             const double offset =
-                std::remainder(static_cast<double>(table.azimuthOrigin) - turned - azimuth - 0.5,
+                std::remainder(static_cast<double>(reach.azimuthOrigin) - turned - azimuth - 0.5,
                                skyGrid::azimuthCount) +
                 0.5;
             const auto low = [](double value) {
@@ -52,15 +53,14 @@ void measureReach(SkyDirectionTable& table) {
             const auto high = [](double value) {
                 return std::nextafter(static_cast<float>(value), 1e9f);
             };
-            table.azimuthMin = first ? low(offset) : std::min(table.azimuthMin, low(offset));
-            table.azimuthMax = first ? high(offset) : std::max(table.azimuthMax, high(offset));
-            table.altitudeMin = first ? low(band) : std::min(table.altitudeMin, low(band));
-            table.altitudeMax = first ? high(band) : std::max(table.altitudeMax, high(band));
+            reach.azimuthMin = first ? low(offset) : std::min(reach.azimuthMin, low(offset));
+            reach.azimuthMax = first ? high(offset) : std::max(reach.azimuthMax, high(offset));
+            reach.altitudeMin = first ? low(band) : std::min(reach.altitudeMin, low(band));
+            reach.altitudeMax = first ? high(band) : std::max(reach.altitudeMax, high(band));
             first = false;
         }
     }
-    // Ranges of cells are counted within a turn of the first sector.
-    table.regular = table.azimuthMin >= -1.0f && table.azimuthMax <= 2.0f;
+    table.regular = reach.regular();
 }
 
 std::shared_ptr<const SkyDirectionTable> emptyTable() {

@@ -57,6 +57,23 @@ public:
         return cells;
     }
 
+    /// The set and the eight cells around each of its cells.
+    SkyCellSet grown() const {
+        SkyCellSet wide = *this;
+        for (std::size_t word = 0; word < wordCount; word += 2) {
+            const std::uint64_t low = words[word];
+            const std::uint64_t high = words[word + 1];
+            wide.words[word] |= low << 1 | high >> 7 | low >> 1 | high << 63;
+            wide.words[word + 1] |= (high << 1 | low >> 63 | high >> 1 | low << 7) & 0xFF;
+        }
+        SkyCellSet result = wide;
+        for (std::size_t word = 0; word + 2 < wordCount; ++word) {
+            result.words[word] |= wide.words[word + 2];
+            result.words[word + 2] |= wide.words[word];
+        }
+        return result;
+    }
+
     /// Keeps the cells that are also in the other set.
     SkyCellSet& operator&=(const SkyCellSet& other) {
         for (std::size_t word = 0; word < wordCount; ++word) {
@@ -115,7 +132,9 @@ public:
     virtual SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                                   const SkyCellSet& wanted) = 0;
 
-    /// The same question for several sets of directions from one origin, which may share the work.
+    /// The same question for several sets of directions from one origin. Two sets that follow each
+    /// other, the second with its directions above those of the first in each cell, may share the
+    /// work.
     ///
     /// cells: for each of the directions the wanted cells; they become the visible ones, as
     /// visibleSky() would give them. The shorter span counts.

@@ -1,6 +1,6 @@
 #include <insolate/shading/shading_mask.h>
 
-#include <insolate/shading/cell_lookup.h>
+#include <insolate/solar/cell_lookup.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include <insolate/sky/cumulative_sky.h>
 
-#include <insolate/shading/cell_lookup.h>
+#include <insolate/solar/cell_lookup.h>
 
 #include <algorithm>
 #include <iterator>

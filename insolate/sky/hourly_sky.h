@@ -57,7 +57,7 @@ struct SunCell {
     int stepCount = 0;
 };
 
-/// A sub-step with direct radiation, for the splitting of cells at shadow edges.
+/// A sub-step with the sun up, with or without direct radiation: what is finer than the cells.
 struct SunStep {
     std::uint32_t place = 0; ///< in the cell: 6 bits of azimuth and of altitude, interleaved
     XYZf energy{0, 0, 0};    ///< direct normal radiation times sun direction [Wh/m2]

@@ -2,8 +2,8 @@
 /// their rules for steps, dates and hourly values cannot drift apart.
 #pragma once
 
-#include <insolate/shading/cell_lookup.h>
 #include <insolate/sky/cumulative_sky.h>
+#include <insolate/solar/cell_lookup.h>
 #include <insolate/solar/solar_position.h>
 
 class EWeatherData;

@@ -128,7 +128,7 @@ public:
         if (*mend != '\0') {
             text += std::string("; ") + mend;
         }
-        m_list.push_back({kind, line, 1, std::move(text), column});
+        m_list.push_back({kind, line, 1, std::move(text), column, what});
     }
 
     std::vector<WeatherFinding> finished() {

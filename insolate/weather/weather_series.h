@@ -69,6 +69,7 @@ struct WeatherFinding {
     int count = 0;    ///< occurrences
     std::string text; ///< complete sentence with the file's name, the line and the mend
     int column = 0;   ///< of the value in the line, counted from 1; 0 where a line as such is meant
+    std::string what = {}; ///< what the text says between place and mend, the file's words quoted
 };
 
 /// What a reading gives. Findings of the same kind and field are counted together.

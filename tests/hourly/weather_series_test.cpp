@@ -1,48 +1,37 @@
-#include <tests/support/test_data.h>
-
 #include <insolate/weather/weather_series.h>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <numeric>
 
 namespace insolate {
 namespace {
 
-struct Row {
-    int month, day, hour, minute;
-};
-
-/// An EPW of a year with the given records an hour; edit changes or drops a row's text.
-std::string madeYear(int recordsAnHour, bool leapYear,
-                     const std::function<void(const Row&, std::string&)>& edit = {}) {
-    std::string text = "LOCATION,Bombay,-,IND,made,430030,19.12,72.85,5.5,14.0\n"
-                       "DATA PERIODS,1," +
-                       std::to_string(recordsAnHour) + ",Data,Sunday,1/1,12/31\n";
-    constexpr int lengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    for (int month = 1; month <= 12; ++month) {
-        const int days = lengths[month - 1] + (leapYear && month == 2 ? 1 : 0);
-        for (int day = 1; day <= days; ++day) {
-            for (int hour = 1; hour <= 24; ++hour) {
-                for (int i = 1; i <= recordsAnHour; ++i) {
-                    const Row row{month, day, hour, 60 * i / recordsAnHour};
-                    // The radiation names its hour: direct = hour * 10 + part, diffuse = day.
-                    std::string line =
-                        "2003," + std::to_string(month) + ',' + std::to_string(day) + ',' +
-                        std::to_string(hour) + ',' + std::to_string(row.minute) +
-                        ",?9,20.5,11.5,50,100500,0,0,300," + std::to_string(hour * 20) + ',' +
-                        std::to_string(hour * 10 + i - 1) + ',' + std::to_string(day) +
-                        ",0,0,0,0,0,0,0,0,0,0,9,999999999,0,0.05,0,88,0.25,0,1\n";
-                    if (edit) {
-                        edit(row, line);
-                    }
-                    text += line;
-                }
-            }
+/// An EPW of a year with the given records an hour.
+std::string madeYear(int recordsAnHour, bool leapYear) {
+    std::string text = fmt::format("LOCATION,Bombay,-,IND,made,430030,19.12,72.85,5.5,14.0\n"
+                                   "DATA PERIODS,1,{},Data,Sunday,1/1,12/31\n",
+                                   recordsAnHour);
+    const auto addDay = [&](MonthAndDay date) {
+        for (int record = 0; record < 24 * recordsAnHour; ++record) {
+            const int hour = record / recordsAnHour + 1;
+            const int part = record % recordsAnHour;
+            // The radiation names its hour: direct = hour * 10 + part, diffuse = day.
+            text +=
+                fmt::format("2003,{},{},{},{},?9,20.5,11.5,50,100500,0,0,300,{},{},{},0,0,0,0,0,"
+                            "0,0,0,0,0,9,999999999,0,0.05,0,88,0.25,0,1\n",
+                            date.month, date.day, hour, 60 * (part + 1) / recordsAnHour, hour * 20,
+                            hour * 10 + part, date.day);
+        }
+    };
+    for (int day = 0; day < 365; ++day) {
+        addDay(monthAndDay(day));
+        if (leapYear && day == dayIndex(2, 28)) {
+            addDay({2, 29});
         }
     }
     return text;
@@ -114,39 +103,32 @@ TEST(WeatherSeries, AveragesTheRecordsOfAnHourAndLeavesOutTheLeapDay) {
 }
 
 TEST(WeatherSeries, ReportsWhatIsWrongWithLineAndCount) {
-    std::string late;
-    const std::string text = madeYear(1, false, [&](const Row& row, std::string& line) {
-        const auto replace = [&](const char* from, const char* to) {
-            line.replace(line.find(from), std::string(from).size(), to);
-        };
-        if (row.month == 1 && row.day == 2 && row.hour <= 3) {
-            replace(",300,", ",300,9999,9999,9999,"); // shifts nothing that is read before them
-        } else if (row.month == 1 && row.day == 3 && row.hour == 5) {
-            replace(",100,50,3,", ",100,abc,3,");
-        } else if (row.month == 1 && row.day == 3 && row.hour == 6) {
-            replace(",120,60,3,", ",120,-60,3,");
-        } else if (row.month == 1 && row.day == 4 && row.hour == 1) {
-            line += line;
-        } else if (row.month == 1 && row.day == 5 && row.hour <= 2) {
-            late += line; // both hours again after the year's end
-            line.clear();
-        } else if (row.month == 1 && row.day == 6 && row.hour == 1) {
-            line = "2003,1,32,1,60,x\n";
-        }
-    });
+    std::string text = madeYear(1, false);
+    const auto edit = [&](const char* hour, const std::string& from, const char* to) {
+        text.replace(text.find(from, text.find(hour)), from.size(), to);
+    };
+    for (const char* hour : {"2003,1,2,1,", "2003,1,2,2,", "2003,1,2,3,"}) {
+        edit(hour, ",300,", ",300,9999,9999,9999,"); // shifts nothing that is read before them
+    }
+    edit("2003,1,3,5,", ",100,50,3,", ",100,abc,3,");
+    edit("2003,1,3,6,", ",120,60,3,", ",120,-60,3,");
+    edit("2003,1,6,1,", ",6,1,60,", ",32,1,60,");
+    const std::size_t fifth = text.find("2003,1,5,1,"); // its first two hours after the year's end
+    const std::string late = text.substr(fifth, text.find("2003,1,5,3,") - fifth);
+    text.erase(fifth, late.size());
+    const std::size_t fourth = text.find("2003,1,4,1,"); // the hour twice
+    text.insert(fourth, text.substr(fourth, text.find("2003,1,4,2,") - fourth));
     const WeatherReading reading = parseWeatherSeries(text + late, "made.epw");
     ASSERT_TRUE(reading.ok);
+    using Kind = WeatherFindingKind;
     struct Expected {
-        WeatherFindingKind kind;
+        Kind kind;
         int line, count;
     };
-    for (const Expected& e : {Expected{WeatherFindingKind::MissingValue, 27, 3},
-                              Expected{WeatherFindingKind::BadNumber, 55, 1},
-                              Expected{WeatherFindingKind::NegativeValue, 56, 1},
-                              Expected{WeatherFindingKind::DuplicateHour, 76, 1},
-                              Expected{WeatherFindingKind::BadLine, 122, 1},
-                              Expected{WeatherFindingKind::OutOfOrder, 8762, 1},
-                              Expected{WeatherFindingKind::Gap, 121, 1}}) {
+    for (const Expected& e : {Expected{Kind::MissingValue, 27, 3}, Expected{Kind::BadNumber, 55, 1},
+                              Expected{Kind::NegativeValue, 56, 1},
+                              Expected{Kind::DuplicateHour, 76, 1}, Expected{Kind::BadLine, 122, 1},
+                              Expected{Kind::OutOfOrder, 8762, 1}, Expected{Kind::Gap, 121, 1}}) {
         const WeatherFinding* finding = find(reading, e.kind);
         ASSERT_NE(finding, nullptr) << static_cast<int>(e.kind);
         EXPECT_EQ(finding->line, e.line) << finding->text;
@@ -164,22 +146,18 @@ TEST(WeatherSeries, ReportsWhatIsWrongWithLineAndCount) {
 }
 
 TEST(WeatherSeries, RefusesWhatIsNoWeather) {
+    using Kind = WeatherFindingKind;
     const std::string year = madeYear(1, false);
     const std::size_t afterLocation = year.find('\n') + 1;
-    struct Case {
-        std::string text;
-        WeatherFindingKind kind;
-    };
-    for (const Case& c :
-         {Case{"", WeatherFindingKind::NotEpw}, Case{"\xFF\xFE", WeatherFindingKind::NotEpw},
-          Case{year.substr(afterLocation), WeatherFindingKind::NotEpw},
-          Case{year.substr(0, afterLocation), WeatherFindingKind::NotEpw},
-          Case{"LOCATION,a,b\n", WeatherFindingKind::BadLocation},
-          Case{"LOCATION,a,b,c,d,e,91,0,0,0\n", WeatherFindingKind::BadLocation},
-          Case{"LOCATION,a,b,c,d,e,nan,0,0,0\n", WeatherFindingKind::BadLocation}}) {
-        const WeatherReading reading = parseWeatherSeries(c.text, "x.epw");
+    for (const auto& [text, kind] : {std::pair{std::string("\xFF\xFE"), Kind::NotEpw},
+                                     {year.substr(afterLocation), Kind::NotEpw},
+                                     {year.substr(0, afterLocation), Kind::NotEpw},
+                                     {"LOCATION,a,b\n", Kind::BadLocation},
+                                     {"LOCATION,a,b,c,d,e,91,0,0,0\n", Kind::BadLocation},
+                                     {"LOCATION,a,b,c,d,e,nan,0,0,0\n", Kind::BadLocation}}) {
+        const WeatherReading reading = parseWeatherSeries(text, "x.epw");
         EXPECT_FALSE(reading.ok);
-        EXPECT_NE(find(reading, c.kind), nullptr) << c.text.substr(0, 40);
+        EXPECT_NE(find(reading, kind), nullptr) << text.substr(0, 40);
     }
     EXPECT_NE(find(readWeatherSeries("no/such/file.epw"), WeatherFindingKind::CannotOpen), nullptr);
     const std::vector<float> shortArray(24, 0.0f);
@@ -189,31 +167,6 @@ TEST(WeatherSeries, RefusesWhatIsNoWeather) {
     const WeatherReading holed = makeWeatherSeries(Site{}, hours, hours);
     EXPECT_TRUE(std::isnan(holed.series.directNormal[7]));
     EXPECT_EQ(holed.hoursWithoutRadiation, 1);
-}
-
-TEST(WeatherSeries, ReadsTheRealFiles) {
-    struct City {
-        const char* file;
-        double zone;
-        float albedo; // of July; negative for none
-    };
-    for (const City& city :
-         {City{"weather/amsterdam.epw", 1.0, -1.0f}, City{"weather/chicago.epw", -6.0, -1.0f},
-          City{"weather/mannheim.epw", 1.0, 0.2f}, City{"weather/tokyo.epw", 9.0, 0.17f}}) {
-        INSOLATE_REQUIRE_TEST_DATA(file, city.file);
-        const WeatherReading reading = readWeatherSeries(file);
-        ASSERT_TRUE(reading.ok) << city.file;
-        EXPECT_EQ(reading.hoursWithoutRadiation, 0);
-        EXPECT_DOUBLE_EQ(reading.series.site.timeZone, city.zone);
-        if (city.albedo < 0.0f) {
-            EXPECT_TRUE(std::isnan(reading.series.monthlyAlbedo[6])) << city.file;
-        } else {
-            EXPECT_NEAR(reading.series.monthlyAlbedo[6], city.albedo, 0.1f) << city.file;
-        }
-        for (const WeatherFinding& finding : reading.findings) {
-            std::printf("%s\n", finding.text.c_str());
-        }
-    }
 }
 
 } // namespace

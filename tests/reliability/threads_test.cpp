@@ -5,7 +5,6 @@
 #include <insolate/platform/processor_count.h>
 #include <insolate/rt/ray_queries.h>
 #include <insolate/rt/spatial_tree_util.h>
-#include <insolate/shading/cell_directions.h>
 #include <insolate/shading/shading_mask.h>
 
 #include <atomic>
@@ -19,12 +18,8 @@
 namespace insolate {
 namespace {
 
-class Threads : public testing::Test {
-protected:
-    test::KeepGlobalSite m_keep;
-};
-
-TEST_F(Threads, MasksOfOneRayObjectPerSlotAreThoseOfOneThread) {
+TEST(Threads, MasksOfOneRayObjectPerSlotAreThoseOfOneThread) {
+    const test::KeepGlobalSite keep;
     // The same triangles remember rays for every slot, so slots are what must not meet.
     const int slots = insolate::processorCount();
     test::loadScene(test::randomScene(400, 12.0, 20, true));
@@ -40,12 +35,7 @@ TEST_F(Threads, MasksOfOneRayObjectPerSlotAreThoseOfOneThread) {
     }
     int rayIds = 0;
     for (const double north : {0.0, 0.7, -2.1}) {
-        ESolarPosition::Global.setNorthOffset(north);
-        std::vector<EShadingMask> alone(pointCount);
-        GetTransparencyValueOnRayInternal plain;
-        for (std::size_t i = 0; i < pointCount; ++i) {
-            alone[i].calculate(&plain, positions[i], &normals[i]);
-        }
+        ESolarPosition::Global.setNorthOffset(north); // the threads compute its directions
         std::vector<EShadingMask> together(pointCount);
         std::atomic<std::size_t> next{0};
         std::vector<std::thread> threads;
@@ -61,35 +51,12 @@ TEST_F(Threads, MasksOfOneRayObjectPerSlotAreThoseOfOneThread) {
             thread.join();
         }
         rayIds += pointCount;
+        GetTransparencyValueOnRayInternal plain;
         for (std::size_t i = 0; i < pointCount; ++i) {
-            EXPECT_EQ(std::memcmp(&alone[i], &together[i], sizeof(EShadingMask)), 0)
+            EShadingMask alone;
+            alone.calculate(&plain, positions[i], &normals[i]);
+            EXPECT_EQ(std::memcmp(&alone, &together[i], sizeof alone), 0)
                 << "north " << north << ", point " << i;
-        }
-    }
-}
-
-TEST_F(Threads, DirectionsComputedByManyAreThoseOfOne) {
-    for (int round = 0; round < 20; ++round) {
-        ESolarPosition::Global.setNorthOffset(0.01 * round);
-        std::vector<std::thread> threads;
-        std::vector<std::array<XYZf, skyGrid::cellCount>> seen(4);
-        for (std::size_t thread = 0; thread < seen.size(); ++thread) {
-            threads.emplace_back([&, thread] {
-                for (int k = 0; k < skyGrid::cellCount; ++k) {
-                    // Each from another end, so that all compute and all find computed ones.
-                    const int cell = (k + static_cast<int>(thread) * 317) % skyGrid::cellCount;
-                    seen[thread][static_cast<std::size_t>(cell)] =
-                        thread == 3 ? allCellDirections()->direction[static_cast<std::size_t>(cell)]
-                                    : cellDirection(cell % skyGrid::azimuthCount,
-                                                    cell / skyGrid::azimuthCount);
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        for (std::size_t thread = 1; thread < seen.size(); ++thread) {
-            EXPECT_EQ(std::memcmp(seen[0].data(), seen[thread].data(), sizeof(seen[0])), 0);
         }
     }
 }

@@ -1,44 +1,24 @@
 #include "scenes.h"
 
 #include <insolate/platform/processor_count.h>
+#include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/ray.h>
 #include <insolate/rt/ray_queries.h>
 #include <insolate/rt/spatial_tree_util.h>
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <cmath>
 #include <random>
 
+namespace insolate::test {
 namespace {
 
-using insolate::Vector3d;
-using insolate::test::addTriangle;
-using insolate::test::latticeScene;
-using insolate::test::loadScene;
-using insolate::test::randomScene;
-using insolate::test::Scene;
 using RT::GetTransparencyValueOnRayImpl;
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 void build(const Scene& scene) {
     loadScene(scene);
     RT::SpatialTreeUtil::GenerateSpatialTree();
-}
-
-Vector3d widened(const XYZf& v) {
-    return {v.x, v.y, v.z};
-}
-
-/// The definition: the ray is blocked when any triangle of the scene is hit.
-float bruteForce(const XYZf& origin, const XYZf& direction) {
-    for (const RT::Triangle& triangle : RT::InputPackage::instance().triangles) {
-        if (insolate::hitsTriangle(widened(origin), widened(direction), triangle)) {
-            return 0.0f;
-        }
-    }
-    return 1.0f;
 }
 
 TEST(RayTriangle, HitsTheInsideOfEitherSideFromAHundredthOn) {
@@ -51,23 +31,17 @@ TEST(RayTriangle, HitsTheInsideOfEitherSideFromAHundredthOn) {
     } cases[] = {
         {"from above", {0.25, 0.25, 3}, {0, 0, -1}, true},
         {"from below", {0.25, 0.25, -3}, {0, 0, 1}, true},
-        {"a million away", {0.25, 0.25, 1e6}, {0, 0, -1}, true},
         {"behind the origin", {0.25, 0.25, 3}, {0, 0, 1}, false},
         {"beside", {0.75, 0.75, 3}, {0, 0, -1}, false},
         {"edge u = 0", {0, 0.5, 1}, {0, 0, -1}, false},
         {"edge v = 0", {0.5, 0, 1}, {0, 0, -1}, false},
         {"edge u + v = 1", {0.5, 0.5, 1}, {0, 0, -1}, false},
-        {"a vertex", {0, 1, 1}, {0, 0, -1}, false},
         {"nearest distance", {0.25, 0.25, 0.01}, {0, 0, -1}, true},
         {"too near", {0.25, 0.25, 0.0099999}, {0, 0, -1}, false},
-        {"on the triangle", {0.25, 0.25, 0}, {0, 0, 1}, false},
         {"near but in short steps", {0.25, 0.25, 0.005}, {0, 0, -0.5}, true},
-        {"in the plane", {-1, 0.25, 0}, {1, 0, 0}, false},
         {"determinant at the limit", {0.25, 0.25, 1e-9}, {0, 0, -insolate::parallelLimit}, true},
         {"determinant below it", {0.25, 0.25, 1e-9}, {0, 0, -0.9999e-10}, false},
-        {"origin not a number", {nan, 0.25, 3}, {0, 0, -1}, false},
-        {"direction not a number", {0.25, 0.25, 3}, {nan, 0, -1}, false},
-        {"no direction", {0.25, 0.25, 3}, {0, 0, 0}, false},
+        {"direction not a number", {0.25, 0.25, 3}, {std::nan(""), 0, -1}, false},
     };
     for (const auto& [name, origin, direction, hits] : cases) {
         EXPECT_EQ(insolate::hitsTriangle(origin, direction, triangle), hits) << name;
@@ -76,34 +50,15 @@ TEST(RayTriangle, HitsTheInsideOfEitherSideFromAHundredthOn) {
     EXPECT_FALSE(insolate::hitsTriangle({1, 1, 5}, {0, 0, -1}, insolate::makeTriangle(line)));
 }
 
-TEST(RayBox, KeepsRaysOnTheFacesAndDropsBoxesBehind) {
-    const struct {
-        const char* name;
-        Vector3d origin, direction;
-        bool passes;
-    } cases[] = {
-        {"inside", {0.5, 0.5, 0.5}, {1, 0, 0}, true},
-        {"ahead", {-5, 0.5, 0.5}, {1, 0, 0}, true},
-        {"behind", {5, 0.5, 0.5}, {1, 0, 0}, false},
-        {"beside, parallel", {-5, 1.5, 0.5}, {1, 0, 0}, false},
-        {"on the lower face", {-5, 0, 0.5}, {1, 0.0, 0}, true},
-        {"on the lower face, negative zero", {-5, 0, 0.5}, {1, -0.0, 0}, true},
-        {"on the upper face, negative zero", {-5, 1, 0.5}, {1, -0.0, -0.0}, true},
-        {"along an edge", {-5, 0, 1}, {1, 0, 0}, true},
-        {"through a corner", {-1, -1, -1}, {1, 1, 1}, true},
-        {"past a corner", {-1, 0.5, 0.5}, {1, 1, 0}, false},
-        {"beyond the reach", {-2e8, 0.5, 0.5}, {1, 0, 0}, false},
-    };
-    for (const auto& [name, origin, direction, passes] : cases) {
-        EXPECT_EQ(insolate::passesBox({origin, direction}, {0, 0, 0}, {1, 1, 1}), passes) << name;
-    }
-}
-
 TEST(RayQueries, AgreeWithTestingEveryTriangle) {
+    Scene boxOf258 = randomScene(1000, 20.0, 25); // with what the box is inflated by
+    addTriangle(boxOf258, {-128, -128, -128}, {-127, -128, -128}, {-128, -127, -128});
+    addTriangle(boxOf258, {128, 128, 128}, {127, 128, 128}, {128, 127, 128});
     const Scene scenes[] = {randomScene(4000, 4.0, 21),
                             randomScene(400, 30.0, 22),
                             randomScene(2000, 5.0, 23, true),
                             latticeScene(16),
+                            boxOf258,
                             {}};
     std::mt19937 random(24);
     std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
@@ -112,25 +67,31 @@ TEST(RayQueries, AgreeWithTestingEveryTriangle) {
         build(scene);
         GetTransparencyValueOnRayInternal internal;
         GetTransparencyValueOnRayImpl impl(0, 0);
+        const auto index = insolate::OcclusionIndex::fromInputPackage();
+        insolate::FastRayTransparency fast(index);
         int blocked = 0;
         for (int i = 0; i < 3000; ++i) {
-            const XYZf origin = {place(random), place(random), place(random)};
+            XYZf origin = {place(random), place(random), place(random)};
             XYZf direction = {unit(random), unit(random), unit(random)};
             if (i % 3 == 1 && !scene.empty()) { // at a vertex or the middle of an edge
-                const std::size_t at = random() % (scene.size() / 9) * 9;
-                const bool middle = (i & 1) != 0;
+                const double* a = &scene[random() % (scene.size() / 9) * 9];
+                const double* b = a + i % 2 * 3;
                 const auto target = [&](std::size_t axis) {
-                    const double a = scene[at + axis];
-                    return static_cast<float>(middle ? (a + scene[at + 3 + axis]) / 2 : a);
+                    return static_cast<float>((a[axis] + b[axis]) / 2);
                 };
                 direction = {target(0) - origin.x, target(1) - origin.y, target(2) - origin.z};
-            } else if (i % 3 == 2) { // along the axes
-                direction = {i % 2 == 0 ? 0.0f : direction.x, i % 5 == 0 ? -0.0f : direction.y,
-                             i % 7 == 0 ? 0.0f : direction.z};
+            } else if (i % 3 == 2) { // within the faces of the box of 258
+                const auto axis = static_cast<std::size_t>(i / 3 % 3);
+                float* const components[] = {&direction.x, &direction.y, &direction.z};
+                float* const places[] = {&origin.x, &origin.y, &origin.z};
+                *components[axis] = i % 2 == 0 ? 0.0f : -0.0f;
+                *places[axis] = 258.0f / 16 * static_cast<float>(i % 8);
+                *components[(axis + 1) % 3] *= static_cast<float>(i % 5);
             }
-            const float expected = bruteForce(origin, direction);
+            const float expected = isBlocked(scene, origin, direction) ? 0.0f : 1.0f;
             ASSERT_EQ(internal.getTransparencyValue(origin, direction, nullptr), expected) << i;
             ASSERT_EQ(impl.getTransparencyValue(origin, direction, nullptr), expected) << i;
+            ASSERT_EQ(fast.getTransparencyValue(origin, direction, nullptr), expected) << i;
             blocked += expected == 0.0f ? 1 : 0;
         }
         EXPECT_EQ(blocked > 100, !scene.empty());
@@ -162,3 +123,4 @@ TEST(RayQueries, CountTheirRaysAndSkipTrianglesTestedForTheSameRay) {
 }
 
 } // namespace
+} // namespace insolate::test

@@ -1,6 +1,7 @@
 /// Seeded triangle scenes that ray casters find hard.
 #pragma once
 
+#include <insolate/geometry/xyzf.h>
 #include <insolate/rt/input_package.h>
 #include <insolate/rt/input_package_util.h>
 
@@ -74,13 +75,24 @@ inline Scene latticeScene(int length) {
     Scene scene;
     for (int x = 0; x < length; ++x) {
         for (int y = 0; y < length; ++y) {
-            const Vector3d corner = {static_cast<double>(x), static_cast<double>(y),
-                                     static_cast<double>((x * 7 + y * 3) % length)};
+            const Vector3d corner = {1.0 * x, 1.0 * y, 1.0 * ((x * 7 + y * 3) % length)};
             addQuad(scene, corner, {1, 0, 0}, {0, 1, 0});
             addQuad(scene, corner, {0, 1, 0}, {0, 0, 1});
         }
     }
     return scene;
+}
+
+/// The definition of a blocked ray: any triangle of the scene is hit.
+inline bool isBlocked(const Scene& scene, const XYZf& origin, const XYZf& direction) {
+    const Vector3d o = {origin.x, origin.y, origin.z};
+    const Vector3d d = {direction.x, direction.y, direction.z};
+    for (std::size_t at = 0; at + 9 <= scene.size(); at += 9) {
+        if (hitsTriangle(o, d, makeTriangle(&scene[at]))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 /// Makes the scene the only content of the process-wide package, in a box of its own.

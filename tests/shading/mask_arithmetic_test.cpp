@@ -18,7 +18,6 @@ using insolate::SkyCellSet;
 using insolate::test::FormulaRays;
 using insolate::test::plainMask;
 using insolate::test::PlainMask;
-using Levels = std::vector<insolate::SimdLevel>;
 
 /// Answers from a table in the order of asking.
 FormulaRays tableRays(const std::vector<float>& table, bool isDoubleSided) {
@@ -83,7 +82,7 @@ TEST(MaskArithmetic, GivesTheBytesAndSumsOfItsDefinitionOnEveryLevel) {
         normals.push_back({unit(random), unit(random), unit(random)});
     }
     const insolate::SimdLevel before = insolate::simdLevel();
-    const Levels levels = insolate::availableSimdLevels();
+    const std::vector<insolate::SimdLevel> levels = insolate::availableSimdLevels();
     for (std::size_t index = 0; index < normals.size(); ++index) {
         for (const float reach : {0.0f, 50.0f, 1000.0f, 3.0f, 1e6f, infinity}) {
             SCOPED_TRACE(testing::Message() << "normal " << index << " reach " << reach);

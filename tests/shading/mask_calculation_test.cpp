@@ -2,8 +2,10 @@
 #include "../support/formula_rays.h"
 #include "../support/keep_global_site.h"
 
+#include <insolate/geometry/geometry.h>
 #include <insolate/rt/ray_queries.h>
 #include <insolate/rt/spatial_tree_util.h>
+#include <insolate/shading/cell_directions.h>
 #include <insolate/shading/shading_mask.h>
 
 #include <gtest/gtest.h>
@@ -121,39 +123,62 @@ TEST(MaskCalculation, MeetsTheClosedFormsOfWallsAndCourts) {
     }
 }
 
-TEST(MaskCalculation, ChangesNothingWhenSceneNormalAndNorthTurnTogether) {
-    Scene scene;
-    addWall(scene, -8, 6);
-    addQuad(scene, {3, 4, 0}, {5, 1, 0}, {0, 0, 12});
-    addQuad(scene, {-2, -9, 3}, {7, -2, 1}, {1, 3, 4});
-    const EShadingMask mask = maskInScene(scene, {1, 0.5f, 0.25f}, {0.6f, 0, 0.8f});
+using insolate::allCellDirections;
+using insolate::cellDirection;
+using insolate::test::KeepGlobalSite;
 
-    for (const double turn : {0.7, -2.0, pi / 2}) {
-        SCOPED_TRACE(turn);
-        const double c = std::cos(turn);
-        const double s = std::sin(turn);
-        Scene turned = scene;
-        for (std::size_t i = 0; i < scene.size(); i += 3) {
-            turned[i] = c * scene[i] - s * scene[i + 1];
-            turned[i + 1] = s * scene[i] + c * scene[i + 1];
-        }
-        const auto turnedXY = [&](float x, float y, float z) {
-            return XYZf{static_cast<float>(c * x - s * y), static_cast<float>(s * x + c * y), z};
-        };
-        // North lies at the plan angle pi/2 - offset.
-        const insolate::test::KeepGlobalSite north(-turn);
-        const EShadingMask same =
-            maskInScene(turned, turnedXY(1, 0.5f, 0.25f), turnedXY(0.6f, 0, 0.8f));
-        int flipped = 0; // rays within rounding of an edge may
+constexpr double radiansPerDegree = std::numbers::pi / 180.0;
+
+/// Compass azimuth 0..360 and altitude [degrees] of a direction of a model without north offset.
+struct Compass {
+    explicit Compass(const XYZf& d)
+        : azimuth(std::fmod(std::atan2(d.x, d.y) / radiansPerDegree + 360.0, 360.0)),
+          altitude(std::asin(static_cast<double>(d.z)) / radiansPerDegree) {}
+    double azimuth, altitude;
+};
+
+TEST(CellDirections, PointAtTheCellsCentresClockwiseFromNorth) {
+    for (const double offset : {0.0, 30.0, -90.0, 200.0}) {
+        const KeepGlobalSite north(offset * radiansPerDegree);
+        const auto directions = allCellDirections();
         for (int cell = 0; cell < 1296; ++cell) {
-            const int azimuth = cell % 72;
-            const int altitude = cell / 72;
-            flipped += mask.getShading(azimuth, altitude) != same.getShading(azimuth, altitude);
-            ASSERT_NEAR(mask.getSurfaceIncidence(azimuth, altitude),
-                        same.getSurfaceIncidence(azimuth, altitude), 1.01f / 255);
+            const XYZf d = directions->direction[static_cast<std::size_t>(cell)];
+            const Compass compass(d);
+            // Single precision near the zenith resolves the azimuth to some 1e-4 degrees.
+            const double turn = compass.azimuth - (5 * (cell % 72) + 2.5 + offset);
+            ASSERT_NEAR(std::remainder(turn, 360.0), 0.0, 1e-3) << cell;
+            ASSERT_NEAR(compass.altitude, 5 * (cell / 72) + 2.5, 2e-3);
+            ASSERT_NEAR(d.x * d.x + d.y * d.y + d.z * d.z, 1.0f, 1e-6f);
+            ASSERT_EQ(cellDirection(cell % 72, cell / 72).x, d.x);
         }
-        EXPECT_LE(flipped, 1);
     }
+}
+
+TEST(CellDirections, KeepAJitteredDirectionUntilTheNorthOffsetChanges) {
+    const KeepGlobalSite north(0.25);
+    const auto forgetAll = [] {
+        ESolarPosition::Global.setNorthOffset(0.25);
+        cellDirection(0, 0);
+        ESolarPosition::Global.setNorthOffset(0.0);
+    };
+    forgetAll();
+    EGeometry::SeedRandomiser(5);
+    const double across = (EGeometry::RandomNumber() * 0.6 + 0.2) * 5 * radiansPerDegree;
+    const double up = (EGeometry::RandomNumber() * 0.6 + 0.2) * 5 * radiansPerDegree;
+    EGeometry::SeedRandomiser(5);
+    const Compass jittered(cellDirection(20, 6, true));
+    // The random numbers exceed 1 where the platform's do: any angle may come out.
+    const double altitude = (30 + 5 * up) * radiansPerDegree;
+    EXPECT_NEAR(std::sin(jittered.altitude * radiansPerDegree), std::sin(altitude), 1e-3);
+    const double turn = std::cos(altitude) < 0 ? 180.0 : 0.0;
+    EXPECT_NEAR(std::remainder(jittered.azimuth - turn - (100 + 5 * across), 360.0), 0.0, 0.2);
+
+    EXPECT_EQ(Compass(cellDirection(20, 6)).azimuth, jittered.azimuth);
+    EXPECT_EQ(Compass(allCellDirections()->direction[6 * 72 + 20]).azimuth, jittered.azimuth);
+    EXPECT_NEAR(Compass(cellDirection(21, 6)).azimuth, 107.5, 1e-4);
+    EXPECT_NEAR(Compass(cellDirection(21, 6, true)).azimuth, 107.5, 1e-4) << "known by now";
+    forgetAll();
+    EXPECT_NEAR(Compass(cellDirection(20, 6)).azimuth, 102.5, 1e-4);
 }
 
 } // namespace

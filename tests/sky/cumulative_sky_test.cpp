@@ -20,33 +20,25 @@ double sumOf(const float (&plane)[skyGrid::cellCount]) {
     return std::accumulate(std::begin(plane), std::end(plane), 0.0);
 }
 
-TEST(CumulativeSky, CellsOutsideTheGridReadZeroAndRefuseValues) {
+TEST(CumulativeSky, CellsAreSetWithinTheGridAndWidenTheRangeFromTheFirstValueOn) {
     ECumulativeSky sky;
     for (const auto& [azimuth, altitude] : {std::pair{72, 0}, {0, 18}, {-1, 0}, {0, -1}}) {
         EXPECT_FALSE(sky.setDirectValue(azimuth, altitude, 1.0f));
         EXPECT_FALSE(sky.setDiffuseValue(azimuth, altitude, 1.0f));
         EXPECT_FALSE(sky.setPeakValue(azimuth, altitude, 1.0f));
         EXPECT_EQ(sky.getDirect(azimuth, altitude), 0.0f);
-        EXPECT_EQ(sky.getDiffuse(azimuth, altitude), 0.0f);
-        EXPECT_EQ(sky.getPeak(azimuth, altitude), 0.0f);
     }
     EXPECT_EQ(sumOf(sky.direct) + sumOf(sky.diffuse) + sumOf(sky.peak), 0.0);
     EXPECT_EQ(sky.getDayCount(), 364);
-}
 
-TEST(CumulativeSky, SettersWidenTheRangeFromTheFirstValueOn) {
-    ECumulativeSky sky;
-    const auto expectRange = [&](float minimum, float maximum) {
-        EXPECT_EQ(sky.minPeak, minimum);
-        EXPECT_EQ(sky.maxPeak, maximum);
-    };
     sky.setPeakValue(3, 2, 7.0f);
-    expectRange(7.0f, 7.0f);
+    EXPECT_EQ(sky.minPeak, 7.0f);
     sky.clear();
     sky.setPeakValue(3, 2, 5.0f); // clearing does not make the next value the first again
-    expectRange(0.0f, 5.0f);
+    EXPECT_EQ(sky.minPeak, 0.0f);
     sky.setPeakValue(71, 17, -2.0f);
-    expectRange(-2.0f, 5.0f);
+    EXPECT_EQ(sky.minPeak, -2.0f);
+    EXPECT_EQ(sky.maxPeak, 5.0f);
 }
 
 TEST(CumulativeSky, LookupByAngleFindsTheCellThatHoldsTheDirection) {
@@ -54,8 +46,8 @@ TEST(CumulativeSky, LookupByAngleFindsTheCellThatHoldsTheDirection) {
     sky.setDirectValue(18, 0, 1.0f);  // east, horizon
     sky.setDiffuseValue(0, 17, 2.0f); // north, zenith
     sky.setPeakValue(71, 9, 3.0f);    // just west of north
-    const double cases[][5] = {{-0.6, 0.6, 1, 0, 0}, {-0.6, -2.9, 1, 0, 0}, {-0.6, -5.7, 0, 0, 0},
-                               {89.9, 86, 0, 2, 0},  {89.9, 90.1, 0, 0, 0}, {92, 46, 0, 0, 3}};
+    const double cases[][5] = {
+        {-0.6, 0.6, 1, 0, 0}, {-0.6, -5.7, 0, 0, 0}, {89.9, 86, 0, 2, 0}, {92, 46, 0, 0, 3}};
     for (const auto& [plan, up, direct, diffuse, peak] : cases) {
         const auto angle = static_cast<float>(plan * radiansPerDegree);
         const auto altitude = static_cast<float>(up * radiansPerDegree);
@@ -136,6 +128,7 @@ TEST(CumulativeSky, APeriodOverTheNewYearReadsTheOldAndTheNewYear) {
     }
     ECumulativeSky sky = denverSky(364, 2, 10.0f, 14.0f, 0.5f);
     sky.calculate(&weather);
+    EXPECT_EQ(sky.maxDirect, 1.0f) << "a range without a width is widened";
     EXPECT_EQ(sky.getEndDate(), 367);
     EXPECT_NEAR(sumOf(sky.diffuse), 4.0 * 10.0 + 4.0 * 1.0, 1e-3);
     EXPECT_NEAR(sky.getHourCount(), 16.0f, 1e-4f);
@@ -155,51 +148,28 @@ TEST(CumulativeSky, AccumulationAddsPlanesButCountsTheHoursOfTheLastCall) {
     EXPECT_EQ(twice.maxPeak, once.maxPeak);
 }
 
-TEST(CumulativeSky, WithoutRadiationEveryRangeStillHasAWidth) {
-    EWeatherData weather;
-    ECumulativeSky sky = denverSky();
-    sky.calculate(&weather);
-    EXPECT_EQ(sumOf(sky.direct) + sumOf(sky.diffuse) + sumOf(sky.peak), 0.0);
-    EXPECT_EQ(sky.minDirect + sky.minDiffuse + sky.minPeak, 0.0f);
-    for (const float maximum : {sky.maxDirect, sky.maxDiffuse, sky.maxPeak}) {
-        EXPECT_EQ(maximum, 1.0f);
-    }
-}
-
 TEST(CumulativeSky, RadiationIsInProportionBesideSunriseAndSunset) {
     EWeatherData weather = constantWeather(100.0f, 50.0f);
-    const struct {
-        int hour;
-        float sunrise, sunset, direct;
-    } cases[] = {{6, 6.25f, 18.5f, 100.0f},  {7, 6.25f, 18.5f, 100.0f / 1.75f},
-                 {12, 6.25f, 18.5f, 100.0f}, {18, 6.25f, 18.5f, 200.0f},
-                 {18, 6.25f, 18.0f, 100.0f}, // a divisor of 0 leaves the values
-                 {0, 0.0f, 24.0f, 100.0f},   {12, 12.0f, 12.0f, 100.0f},
-                 {23, 6.0f, 18.0f, 0.0f}}; // the hour before midnight reads nothing
+    // At sunset on the hour a divisor of 0 leaves the values; the hour before midnight reads none.
+    const float cases[][4] = {{6, 6.25f, 18.5f, 100},  {7, 6.25f, 18.5f, 100 / 1.75f},
+                              {12, 6.25f, 18.5f, 100}, {18, 6.25f, 18.5f, 200},
+                              {18, 6.25f, 18, 100},    {23, 6, 18, 0}};
     EXPECT_FLOAT_EQ(insolate::roundToTenth(6.25f), 6.3f);
     for (const auto& [hour, sunrise, sunset, direct] : cases) {
-        const auto value = insolate::hourlyRadiation(weather, 10, hour, sunrise, sunset);
+        const auto value =
+            insolate::hourlyRadiation(weather, 10, static_cast<int>(hour), sunrise, sunset);
         EXPECT_FLOAT_EQ(value.direct, direct) << hour << " h, sunset " << sunset;
         EXPECT_FLOAT_EQ(value.diffuse, direct / 2.0f);
     }
 }
 
-TEST(CumulativeSky, PolarYearsAreFiniteAndStepsThatDoNotAdvanceEnd) {
+TEST(CumulativeSky, StepsThatDoNotAdvanceEnd) {
     EWeatherData weather = constantWeather(200.0f, 60.0f);
-    for (const float latitude : {90.0f, 78.2f, -78.2f, -90.0f}) {
-        for (const bool perez : {false, true}) {
-            ECumulativeSky sky;
-            sky.setLocation(latitude, 15.6f, 15.0f);
-            for (const float step : {0.0f, -1.0f, 1.0e-9f, 0.5f}) {
-                sky.setTimeRange(step == 0.5f ? 0.0f : 12.0f, 24.0f, step);
-                ASSERT_TRUE(perez ? sky.calculateUsingPerez(&weather) : sky.calculate(&weather));
-            }
-            for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-                for (const float value : {sky.direct[cell], sky.diffuse[cell], sky.peak[cell]}) {
-                    ASSERT_TRUE(value >= 0.0f && std::isfinite(value));
-                }
-            }
-        }
+    for (const float step : {0.0f, -1.0f, 1.0e-9f}) {
+        ECumulativeSky sky = denverSky(1, 365, 12.0f, 24.0f, step);
+        EXPECT_TRUE(sky.calculate(&weather));
+        EXPECT_TRUE(sky.calculateUsingPerez(&weather));
+        EXPECT_TRUE(std::isfinite(sumOf(sky.direct) + sumOf(sky.diffuse)));
     }
 }
 

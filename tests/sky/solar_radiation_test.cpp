@@ -82,9 +82,10 @@ TEST(SolarRadiation, NullsWriteNothing) {
     ESolarRadiation radiation;
     EXPECT_FALSE(radiation.calculate(nullptr, &mask, results.data()));
     EXPECT_FALSE(radiation.calculate(&sky, nullptr, results.data()));
-    EXPECT_FALSE(radiation.calculateUsingPerez(nullptr, &sky, &mask, {}, {}, results.data()));
-    EXPECT_FALSE(radiation.calculateUsingPerez(&weather, nullptr, &mask, {}, {}, results.data()));
-    EXPECT_FALSE(radiation.calculateUsingPerez(&weather, &sky, nullptr, {}, {}, results.data()));
+    float* out = results.data();
+    EXPECT_FALSE(radiation.calculateUsingPerez(nullptr, &sky, &mask, {}, {}, out));
+    EXPECT_FALSE(radiation.calculateUsingPerez(&weather, nullptr, &mask, {}, {}, out));
+    EXPECT_FALSE(radiation.calculateUsingPerez(&weather, &sky, nullptr, {}, {}, out));
     EXPECT_EQ(results, (Results{-1.0f, -1.0f, -1.0f}));
     ESolarPosition position;
     EXPECT_EQ(radiation.getIncidentSolarRadiation(nullptr, &position, {}, 0.2), 0.0);

@@ -21,21 +21,17 @@ namespace insolate::test {
 class PlainEpwReader {
 public:
     PlainEpwReader(const std::string& bytes, EWeatherData& store) : weather(store) {
-        // Text mode: CR LF is a line feed.
+        std::string line;
         for (std::size_t at = bytes.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0; at < bytes.size();
              ++at) {
             if (bytes[at] == '\r' && at + 1 < bytes.size() && bytes[at + 1] == '\n') {
-                continue;
+                continue; // text mode: CR LF is a line feed
             }
-            text += bytes[at];
-        }
-        std::string line;
-        for (const char character : text) {
-            if (static_cast<unsigned char>(character) == 255) {
+            if (static_cast<unsigned char>(bytes[at]) == 255) {
                 return;
             }
-            line += character;
-            if (character == '\n' || line.size() == 1024) {
+            line += bytes[at];
+            if (bytes[at] == '\n' || line.size() == 1024) {
                 if (line[0] == 'L') {
                     location(line);
                 } else if (std::strchr("CDGHT", line[0]) == nullptr || line[0] == '\0') {
@@ -150,7 +146,6 @@ private:
         }
     }
 
-    std::string text;
     EWeatherData& weather;
 };
 

@@ -9,30 +9,29 @@
 
 namespace insolate::test {
 
-/// A year in which every hour has the same direct normal and diffuse horizontal radiation [W/m2].
-inline EWeatherData constantWeather(float direct, float diffuse) {
+/// A year of identical days: each hour has its share of the direct normal and diffuse horizontal
+/// radiation [W/m2].
+template <typename ShareOf>
+EWeatherData weatherOfShares(float direct, float diffuse, const ShareOf& shareOf) {
     EWeatherData weather;
     for (int day = 0; day < 365; ++day) {
         for (int hour = 0; hour < 24; ++hour) {
-            weather.setHourlyDirectRad(day, hour, direct);
-            weather.setHourlyDiffuseRad(day, hour, diffuse);
+            weather.setHourlyDirectRad(day, hour, direct * shareOf(hour));
+            weather.setHourlyDiffuseRad(day, hour, diffuse * shareOf(hour));
         }
     }
     return weather;
 }
 
-/// A year of identical days with a sine of radiation from 6 h to 18 h.
+inline EWeatherData constantWeather(float direct, float diffuse) {
+    return weatherOfShares(direct, diffuse, [](int) { return 1.0f; });
+}
+
+/// A sine of radiation from 6 h to 18 h.
 inline EWeatherData sineDayWeather(float directPeak, float diffusePeak) {
-    EWeatherData weather;
-    for (int day = 0; day < 365; ++day) {
-        for (int hour = 0; hour < 24; ++hour) {
-            const float share =
-                std::max(0.0f, std::sin((static_cast<float>(hour) - 5.5f) / 12.0f * 3.1415927f));
-            weather.setHourlyDirectRad(day, hour, directPeak * share);
-            weather.setHourlyDiffuseRad(day, hour, diffusePeak * share);
-        }
-    }
-    return weather;
+    return weatherOfShares(directPeak, diffusePeak, [](int hour) {
+        return std::max(0.0f, std::sin((static_cast<float>(hour) - 5.5f) / 12.0f * 3.1415927f));
+    });
 }
 
 /// A sky in Denver (39.74 N, 105.18 W, meridian of UTC-7) over a period.

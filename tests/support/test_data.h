@@ -7,13 +7,18 @@
 
 namespace insolate::test {
 
+/// The checkout.
+inline std::filesystem::path sourceFolder() {
+    const char* folder = std::getenv("INSOLATE_SOURCE_DIR");
+    return folder != nullptr ? folder : ".";
+}
+
 /// The folder named by INSOLATE_TEST_DATA, else ../shared/data beside the checkout.
 inline std::filesystem::path testDataFolder() {
     if (const char* folder = std::getenv("INSOLATE_TEST_DATA")) {
         return folder;
     }
-    const char* source = std::getenv("INSOLATE_SOURCE_DIR");
-    return std::filesystem::path(source != nullptr ? source : ".") / ".." / "shared" / "data";
+    return sourceFolder() / ".." / "shared" / "data";
 }
 
 /// A file of the real data, or an empty path when it is not there.

@@ -1,7 +1,7 @@
 /// Weather files out of the bytes a test gives.
 #pragma once
 
-#include "../support/temporary_file.h"
+#include "../support/temporary_folder.h"
 
 #include <insolate/weather/weather_data.h>
 
@@ -14,9 +14,9 @@ namespace insolate::test {
 /// Loads the bytes over what the store holds, which must succeed.
 template <auto read = &EWeatherData::loadFile_EPW>
 void load(EWeatherData& weather, const std::string& bytes, int updateSite = 0) {
-    const TemporaryFile file(bytes);
+    const TemporaryFolder folder;
     auto result = ResultLoadWeatherData{};
-    EXPECT_TRUE((weather.*read)(file.wideName(), updateSite, result));
+    EXPECT_TRUE((weather.*read)(folder.write("weather", bytes).wstring(), updateSite, result));
     EXPECT_EQ(result, ResultLoadWeatherData{});
 }
 

@@ -1,4 +1,5 @@
-/// Which cell of a mask lies in a direction of the model.
+/// Which cell of the sky lies in a direction of the model: the grid alone cannot say, north is the
+/// shared site's.
 #pragma once
 
 #include <insolate/geometry/sky_grid.h>
