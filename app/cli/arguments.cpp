@@ -27,12 +27,6 @@ CLI::Validator numbersOnly(const char* kind, const std::string& wanted) {
         std::string());
 }
 
-/// The end of a message about a word that is none of those.
-std::string closeOrAll(std::string_view word, const std::vector<std::string>& words) {
-    const std::string close = didYouMean(word, words);
-    return close.empty() ? fmt::format("; choose from {}", fmt::join(words, ", ")) : close;
-}
-
 /// The command as it is called: "insolate weather info".
 std::string callOf(const CLI::App& command) {
     return command.get_parent() == nullptr
@@ -53,9 +47,13 @@ std::string unexpected(const CLI::App& command, const std::string& argument) {
     const std::size_t name = argument.find_first_not_of('-');
     if (name == 0 || name == std::string::npos) {
         const std::vector<std::string> commands = commandNames(command);
-        return commands.empty() ? quoteText(argument) + " was not expected"
-                                : fmt::format("there is no subcommand {}{}", quoteText(argument),
-                                              closeOrAll(argument, commands));
+        if (commands.empty()) {
+            return quoteText(argument) + " was not expected";
+        }
+        const std::string close = didYouMean(argument, commands);
+        return fmt::format(
+            "there is no subcommand {}{}", quoteText(argument),
+            close.empty() ? fmt::format("; choose from {}", fmt::join(commands, ", ")) : close);
     }
     const std::string option = argument.substr(0, argument.find('='));
     const std::string close = closestName(option.substr(name), optionNames(command));
@@ -85,7 +83,8 @@ CLI::Validator wordCheck(const std::vector<std::string>& words) {
             }
             return text.starts_with('-')
                        ? fmt::format("the value is missing; choose from {}", fmt::join(words, ", "))
-                       : fmt::format("there is no {}{}", quoteText(text), closeOrAll(text, words));
+                       : fmt::format("there is no {}; choose from {}", quoteText(text),
+                                     fmt::join(words, ", "));
         },
         fmt::format("{{{}}}", fmt::join(words, ",")));
 }

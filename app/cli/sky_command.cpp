@@ -14,12 +14,11 @@ void addSkyCommand(CLI::App& app) {
     auto arguments = std::make_shared<SkyArguments>();
     arguments->addTo(*command, {Method::hourly, Method::cumulativeSky, Method::perezSky});
     command->callback([command, arguments] {
-        if (!arguments->study.empty()) {
-            applyStudyFile(*command, arguments->study);
-        }
-        const SkyOptions options = arguments->options();
-        Progress progress(stderr, Progress::styleOf(stderr, options.quiet));
-        runSky(options, progress);
+        withStudyFile(*command, arguments->study, [&] {
+            const SkyOptions options = arguments->options();
+            Progress progress(stderr, Progress::styleOf(stderr, options.quiet));
+            runSky(options, progress);
+        });
     });
 }
 

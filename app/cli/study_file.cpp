@@ -4,10 +4,12 @@
 #include "app/closest_name.h"
 #include "app/errors.h"
 #include "app/input/input_file.h"
+#include "app/input/numbers.h"
 
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -39,6 +41,14 @@ std::optional<std::string> textOf(const toml::node& value) {
     return std::nullopt;
 }
 
+/// A value that no option takes, in words.
+const char* kindOf(const toml::node& value) {
+    return value.is_array()     ? "a list of lists"
+           : value.is_table()   ? "a table"
+           : value.is_boolean() ? "true or false"
+                                : "a date or time without quotes";
+}
+
 /// Options that make no sense in a study file.
 bool isNoKey(const std::string& name) {
     return name == "study" || name == "help";
@@ -48,28 +58,122 @@ std::string linePlace(const std::filesystem::path& file, const toml::source_regi
     return place(file, static_cast<std::size_t>(source.begin.line));
 }
 
+/// The line's text, without what surrounds it.
+std::string_view lineOf(std::string_view text, std::size_t number) {
+    for (; number > 1 && text.find('\n') != std::string_view::npos; --number) {
+        text.remove_prefix(text.find('\n') + 1);
+    }
+    return trimmed(text.substr(0, text.find('\n')));
+}
+
+/// What is wrong where the parser stopped. Its own words speak of grammar.
+std::string syntaxFault(std::string_view line, std::string_view parserSays) {
+    if (parserSays.find("redefine") != std::string_view::npos) {
+        return fmt::format("{} is given a second time; keep one of the lines",
+                           quoteText(trimmed(line.substr(0, line.find('=')))));
+    }
+    if (parserSays.find("utf-8") != std::string_view::npos) {
+        return "the text is not UTF-8; save the file as UTF-8";
+    }
+    return fmt::format("{} cannot be read; write NAME = VALUE, with texts in quotes ({}), decimals "
+                       "as 0.5, true or false, lists as [1, 2]",
+                       quoteText(line),
+                       line.find('\\') == std::string_view::npos ? "\"6/21\""
+                                                                 : "in '...' where they hold a \\");
+}
+
 toml::table readTable(const std::filesystem::path& file) {
     std::ifstream in = openInput(file, "study file");
-    std::ostringstream text;
-    text << in.rdbuf();
+    std::ostringstream stream;
+    stream << in.rdbuf();
+    const std::string text = stream.str();
     try {
-        return toml::parse(text.str());
+        return toml::parse(text);
     } catch (const toml::parse_error& error) {
-        throw DataError(fmt::format("{}: {}; mend the line (study files are TOML)",
-                                    linePlace(file, error.source()),
-                                    printable(error.description())));
+        const toml::source_position& at = error.source().begin;
+        throw DataError(fmt::format("{}:{}: {}", linePlace(file, error.source()), at.column,
+                                    syntaxFault(lineOf(text, at.line), error.description())));
+    }
+}
+
+bool isFlag(const CLI::Option& option) {
+    return option.get_expected_max() == 0;
+}
+
+/// What the option would say to the value, nothing when it takes it.
+std::optional<std::string> refusal(const CLI::App& command, CLI::Option& option,
+                                   std::span<const std::string> texts) {
+    option.clear();
+    for (const std::string& text : texts) {
+        option.add_result(text);
+    }
+    try {
+        if (!texts.empty()) {
+            option.run_callback();
+        }
+        return std::nullopt;
+    } catch (const CLI::ParseError& error) {
+        return parseFailure(command, error);
+    }
+}
+
+/// Gives the option the values of a key.
+/// @throws DataError with the line of the value that it does not take
+void giveValues(const CLI::App& command, CLI::Option& option, const toml::node& value,
+                const std::string& name, const std::filesystem::path& file) {
+    const auto fail = [&](const toml::node& at, const std::string& what) {
+        return DataError(fmt::format("{}: {}", linePlace(file, at.source()), what));
+    };
+    if (isFlag(option) && !value.is_boolean()) {
+        throw fail(value, fmt::format("{0} is on or off; write {1} = true or {1} = false",
+                                      quoteText(name), printable(name)));
+    }
+    const bool isFile =
+        std::find(fileOptions.begin(), fileOptions.end(), name) != fileOptions.end();
+    std::vector<const toml::node*> items;
+    std::vector<std::string> texts;
+    const auto take = [&](const toml::node& item) {
+        std::optional<std::string> text = textOf(item);
+        if (!text || (item.is_boolean() && !isFlag(option))) {
+            throw fail(item,
+                       fmt::format("{} cannot be {}; write {} = VALUE with a text or a number",
+                                   quoteText(name), kindOf(item), printable(name)));
+        }
+        if (isFile && !text->empty()) {
+            *text = (file.parent_path() / *text).string();
+        }
+        items.push_back(&item);
+        texts.push_back(std::move(*text));
+    };
+    if (const auto* list = value.as_array()) {
+        std::for_each(list->begin(), list->end(), take);
+    } else {
+        take(value);
+    }
+    if (texts.size() > 1 && option.get_items_expected_max() == 1) {
+        throw fail(value, fmt::format("{} takes one value, not a list; write {} = VALUE",
+                                      quoteText(name), printable(name)));
+    }
+    if (const auto whole = refusal(command, option, texts)) {
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            if (const auto one = refusal(command, option, std::span(texts).subspan(i, 1))) {
+                throw fail(*items[i], *one);
+            }
+        }
+        throw fail(value, *whole);
     }
 }
 
 } // namespace
 
-void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
+StudyKeys applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
     const toml::table study = readTable(file);
     std::vector<std::string> keys = optionNames(command);
     std::erase_if(keys, isNoKey);
+    StudyKeys taken;
     for (const auto& [key, value] : study) {
         const std::string name(key.str());
-        const std::string where = linePlace(file, value.source());
+        const std::string where = linePlace(file, key.source());
         CLI::Option* option = isNoKey(name) ? nullptr : command.get_option_no_throw("--" + name);
         if (option == nullptr) {
             throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
@@ -77,39 +181,20 @@ void applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
                                         where, quoteText(name), didYouMean(name, keys),
                                         command.get_name()));
         }
-        if (option->count() > 0) {
-            continue;
-        }
-        std::vector<const toml::node*> items;
-        if (const auto* list = value.as_array()) {
-            for (const toml::node& item : *list) {
-                items.push_back(&item);
-            }
-        } else {
-            items.push_back(&value);
-        }
-        const bool isFile =
-            std::find(fileOptions.begin(), fileOptions.end(), name) != fileOptions.end();
-        for (const toml::node* item : items) {
-            std::optional<std::string> text = textOf(*item);
-            if (!text) {
-                throw DataError(fmt::format("{}: {} must be a text, a number, true or false, or a "
-                                            "list of them; write it as {} = VALUE",
-                                            where, quoteText(name), printable(name)));
-            }
-            if (isFile && !text->empty()) {
-                *text = (file.parent_path() / *text).string();
-            }
-            option->add_result(*text);
-        }
-        try {
-            if (option->count() > 0) {
-                option->run_callback();
-            }
-        } catch (const CLI::ParseError& error) {
-            throw DataError(fmt::format("{}: {}", where, parseFailure(command, error)));
+        if (option->count() == 0) {
+            giveValues(command, *option, value, name, file);
+            taken["--" + name] = where;
         }
     }
+    return taken;
+}
+
+void failInStudy(const StudyKeys& keys, const UsageError& error) {
+    const std::string text = error.what();
+    if (const auto key = keys.find(text.substr(0, text.find_first_of(": "))); key != keys.end()) {
+        throw DataError(key->second + ": " + text);
+    }
+    throw error;
 }
 
 } // namespace insolate::app

@@ -8,6 +8,7 @@
 #include <bit>
 #include <cmath>
 #include <numeric>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -21,8 +22,27 @@ struct PlanePoint {
     double v;
 };
 
+/// Twice the area of the triangle, positive when it winds counter-clockwise. The corners are taken
+/// in a fixed order, so that rounding cannot put a point outside of both sides of an edge.
 double turn(const PlanePoint& a, const PlanePoint& b, const PlanePoint& c) {
-    return (b.u - a.u) * (c.v - a.v) - (b.v - a.v) * (c.u - a.u);
+    const PlanePoint* p = &a;
+    const PlanePoint* q = &b;
+    const PlanePoint* r = &c;
+    double sign = 1.0;
+    const auto order = [&](const PlanePoint*& first, const PlanePoint*& second) {
+        if (second->u < first->u || (second->u == first->u && second->v < first->v)) {
+            std::swap(first, second);
+            sign = -sign;
+        }
+    };
+    order(p, q);
+    order(q, r);
+    order(p, q);
+    return sign * ((q->u - p->u) * (r->v - p->v) - (q->v - p->v) * (r->u - p->u));
+}
+
+bool isSame(const PlanePoint& a, const PlanePoint& b) {
+    return a.u == b.u && a.v == b.v;
 }
 
 /// A triangle that winds counter-clockwise, with its border.
@@ -34,13 +54,16 @@ struct Ear {
     [[nodiscard]] bool holds(const PlanePoint& p) const {
         return turn(a, b, p) >= 0.0 && turn(b, c, p) >= 0.0 && turn(c, a, p) >= 0.0;
     }
-    /// Whether it may hold a point of the box: no edge has the whole box on its outer side. Each
-    /// edge looks at the box's corner that lies farthest in; rounding cannot turn that order.
+    /// Whether it may hold a point of the box: no edge has the whole box on its outer side,
+    /// rounding allowed for. Each edge looks at the box's corner that lies farthest in.
     [[nodiscard]] bool mayMeet(const PlanePoint& low, const PlanePoint& high) const {
         const auto reaches = [&](const PlanePoint& from, const PlanePoint& to) {
-            return turn(from, to,
-                        {to.v - from.v >= 0.0 ? low.u : high.u,
-                         to.u - from.u >= 0.0 ? high.v : low.v}) >= 0.0;
+            const double alongU = to.u - from.u;
+            const double alongV = to.v - from.v;
+            const double u = (alongV >= 0.0 ? low.u : high.u) - from.u;
+            const double v = (alongU >= 0.0 ? high.v : low.v) - from.v;
+            const double edge = std::abs(alongU) + std::abs(alongV);
+            return alongU * v - alongV * u >= -1.0e-14 * edge * (edge + std::abs(u) + std::abs(v));
         };
         return reaches(a, b) && reaches(b, c) && reaches(c, a);
     }
@@ -74,18 +97,19 @@ public:
         }
     }
 
-    /// Whether the triangle of three neighbours holds no other corner.
-    [[nodiscard]] bool isEmpty(std::uint32_t a, std::uint32_t b, std::uint32_t c) const {
-        const Ear ear{m_points[a], m_points[b], m_points[c]};
-        // A bridge to a hole passes its corners twice: a corner's twin does not fill the ear.
-        const auto isAt = [&](std::uint32_t i, const PlanePoint& p) {
-            return m_points[i].u == p.u && m_points[i].v == p.v;
+    /// Whether the triangle, which winds counter-clockwise, is free of all present corners but its
+    /// own: holds none, and none at its corners' places reaches into it.
+    /// @param reachesIn (corner, its place, the triangle's next two corners)
+    template <typename ReachesIn>
+    [[nodiscard]] bool isEmpty(const Ear& ear, const ReachesIn& reachesIn) const {
+        const auto blocks = [&](std::uint32_t corner) {
+            const PlanePoint& p = m_points[corner];
+            return isSame(p, ear.a)   ? reachesIn(corner, ear.a, ear.b, ear.c)
+                   : isSame(p, ear.b) ? reachesIn(corner, ear.b, ear.c, ear.a)
+                   : isSame(p, ear.c) ? reachesIn(corner, ear.c, ear.a, ear.b)
+                                      : ear.holds(p);
         };
-        const auto isOther = [&](std::uint32_t i) {
-            return i != a && i != b && i != c && !isAt(i, ear.a) && !isAt(i, ear.b) &&
-                   !isAt(i, ear.c);
-        };
-        return isEmpty(ear, isOther, 1, 0, m_order.size());
+        return isEmpty(ear, blocks, 1, 0, m_order.size());
     }
 
 private:
@@ -120,8 +144,8 @@ private:
         build(2 * node + 1, middle, end);
     }
 
-    template <typename IsOther>
-    bool isEmpty(const Ear& ear, const IsOther& isOther, std::size_t node, std::size_t first,
+    template <typename Blocks>
+    bool isEmpty(const Ear& ear, const Blocks& blocks, std::size_t node, std::size_t first,
                  std::size_t end) const {
         const Node& box = m_nodes[node];
         if (box.present == 0 || !ear.mayMeet(box.low, box.high)) {
@@ -129,12 +153,12 @@ private:
         }
         if (end - first > leafSize) {
             const std::size_t middle = (first + end) / 2;
-            return isEmpty(ear, isOther, 2 * node, first, middle) &&
-                   isEmpty(ear, isOther, 2 * node + 1, middle, end);
+            return isEmpty(ear, blocks, 2 * node, first, middle) &&
+                   isEmpty(ear, blocks, 2 * node + 1, middle, end);
         }
         for (std::size_t i = first; i < end; ++i) {
             const std::uint32_t corner = m_order[i];
-            if (m_present[corner] && isOther(corner) && ear.holds(m_points[corner])) {
+            if (m_present[corner] && blocks(corner)) {
                 return false;
             }
         }
@@ -146,6 +170,169 @@ private:
     std::vector<std::uint32_t> m_place; ///< of a corner in the order
     std::vector<bool> m_present;
     std::vector<Node> m_nodes; ///< 1 is the whole; the halves of n are 2n and 2n + 1
+};
+
+/// Cuts ears off a polygon of five or more corners. Bridges to holes, and holes that touch, may
+/// pass a place more than once.
+class EarCutter {
+public:
+    explicit EarCutter(const std::vector<PlanePoint>& points)
+        : m_points(points), m_corners(points), m_before(points.size()), m_after(points.size()),
+          m_waiting(points.size()), m_waits(points.size(), true), m_queued(points.size()) {
+        const auto count = static_cast<std::uint32_t>(points.size());
+        for (std::uint32_t i = 0; i < count; ++i) {
+            m_before[i] = (i + count - 1) % count;
+            m_after[i] = (i + 1) % count;
+            // Every other corner first: each time around halves a round face, where corners in
+            // their order would cut a fan of needles.
+            m_waiting[i] = i < count / 2 ? 2 * i + 1 : 2 * (i - count / 2);
+        }
+        for (std::uint32_t i = 0; i < count; ++i) {
+            noteSlit(i);
+        }
+        m_triangles.reserve(count - 2);
+    }
+
+    std::vector<std::array<std::uint32_t, 3>> cut() {
+        const std::size_t count = m_points.size();
+        // When no corner is an ear though neighbours have gone, all are looked at once more:
+        // corners that touch others may have come free. A polygon that has none then is degenerate,
+        // and cutting anyway ends the work.
+        std::size_t looksAgain = std::size_t{20} * count;
+        bool hasChanged = false;
+        while (m_triangles.size() + 3 < count) {
+            bool forced = false;
+            if (m_queued == 0 && m_slits.empty()) {
+                const std::size_t left = count - m_triangles.size();
+                forced = !hasChanged || looksAgain < left;
+                if (forced) {
+                    enqueue(m_last);
+                } else {
+                    looksAgain -= left;
+                    hasChanged = false;
+                    for (std::uint32_t i = m_last, seen = 0; seen < left; ++seen, i = m_after[i]) {
+                        enqueue(i);
+                    }
+                }
+            }
+            const std::uint32_t corner = next();
+            const bool isGone = m_before[corner] == corner;
+            if (!isGone && (forced || isSlit(corner) || isEar(corner))) {
+                cutOff(corner);
+                hasChanged = !forced;
+            }
+        }
+        m_triangles.push_back({m_last, m_after[m_last], m_before[m_last]});
+        return std::move(m_triangles);
+    }
+
+private:
+    void enqueue(std::uint32_t corner) {
+        if (!m_waits[corner]) {
+            m_waits[corner] = true;
+            m_waiting[(m_head + m_queued++) % m_waiting.size()] = corner;
+        }
+    }
+
+    std::uint32_t next() {
+        if (!m_slits.empty()) {
+            const std::uint32_t corner = m_slits.back();
+            m_slits.pop_back();
+            return corner;
+        }
+        const std::uint32_t corner = m_waiting[m_head];
+        m_head = (m_head + 1) % m_waiting.size();
+        --m_queued;
+        m_waits[corner] = false;
+        return corner;
+    }
+
+    /// Whether the way stands still at the corner or turns back: nothing lies between, and what is
+    /// left hides which way is inside.
+    [[nodiscard]] bool isSlit(std::uint32_t corner) const {
+        const PlanePoint& from = m_points[m_before[corner]];
+        const PlanePoint& at = m_points[corner];
+        const PlanePoint& to = m_points[m_after[corner]];
+        return isSame(from, at) || isSame(at, to) || isSame(from, to);
+    }
+    void noteSlit(std::uint32_t corner) {
+        if (isSlit(corner)) {
+            m_slits.push_back(corner);
+        }
+    }
+
+    [[nodiscard]] bool isEar(std::uint32_t b) {
+        const Ear ear{m_points[m_before[b]], m_points[b], m_points[m_after[b]]};
+        if (!(turn(ear.a, ear.b, ear.c) > 0.0)) {
+            return false;
+        }
+        // Another corner at one of the ear's places is in the way when an edge leads from it
+        // inside. Where its edges run along the ear's at the tip, the ear may be the hole between.
+        bool mayBeHole = false;
+        const auto reachesIn = [&](std::uint32_t corner, const PlanePoint& at, const PlanePoint& x,
+                                   const PlanePoint& y) {
+            const PlanePoint& from = m_points[m_before[corner]];
+            const PlanePoint& to = m_points[m_after[corner]];
+            const auto leadsIn = [&](const PlanePoint& end) {
+                return turn(at, x, end) > 0.0 && turn(at, end, y) > 0.0;
+            };
+            mayBeHole = mayBeHole || (corner != b && isSame(at, ear.b) &&
+                                      turn(at, x, from) == 0.0 && turn(at, to, y) == 0.0);
+            return leadsIn(from) || leadsIn(to);
+        };
+        return m_corners.isEmpty(ear, reachesIn) && !(mayBeHole && isOutside(ear));
+    }
+
+    /// Whether the middle of a triangle that no edge enters lies outside of what is left: a ray
+    /// from it crosses an even number of edges.
+    [[nodiscard]] bool isOutside(const Ear& ear) {
+        const std::size_t left = m_points.size() - m_triangles.size();
+        if (m_stepsAround < left) {
+            return false;
+        }
+        m_stepsAround -= left;
+        const PlanePoint middle{(ear.a.u + ear.b.u + ear.c.u) / 3.0,
+                                (ear.a.v + ear.b.v + ear.c.v) / 3.0};
+        bool isInside = false;
+        std::uint32_t i = m_last;
+        for (std::size_t seen = 0; seen < left; ++seen, i = m_after[i]) {
+            const PlanePoint& p = m_points[i];
+            const PlanePoint& q = m_points[m_after[i]];
+            if ((p.v > middle.v) != (q.v > middle.v)) {
+                const bool isLeft = turn(p, q, middle) > 0.0;
+                isInside = isInside != (isLeft == (q.v > p.v));
+            }
+        }
+        return !isInside;
+    }
+
+    void cutOff(std::uint32_t b) {
+        const std::uint32_t a = m_before[b];
+        const std::uint32_t c = m_after[b];
+        m_triangles.push_back({a, b, c});
+        m_corners.remove(b);
+        m_after[a] = c;
+        m_before[c] = a;
+        m_before[b] = b;
+        m_last = c;
+        for (const std::uint32_t end : {a, c}) {
+            enqueue(end);
+            noteSlit(end);
+        }
+    }
+
+    const std::vector<PlanePoint>& m_points;
+    CornerTree m_corners;
+    std::vector<std::uint32_t> m_before; ///< itself for a corner that has gone
+    std::vector<std::uint32_t> m_after;
+    std::vector<std::uint32_t> m_waiting; ///< a ring: no corner waits twice
+    std::vector<bool> m_waits;
+    std::vector<std::uint32_t> m_slits; ///< to be cut before all others
+    std::size_t m_head = 0;
+    std::size_t m_queued;
+    std::uint32_t m_last = 0;                                       ///< a corner that is left
+    std::size_t m_stepsAround = std::size_t{200} * m_points.size(); ///< bounds the work
+    std::vector<std::array<std::uint32_t, 3>> m_triangles;
 };
 
 /// Drops the axis along which the normal is longest; the result winds counter-clockwise.
@@ -208,7 +395,6 @@ std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> p
     if (polygon.size() < 3) {
         return triangles;
     }
-    triangles.reserve(polygon.size() - 2);
     if (polygon.size() == 3) {
         triangles.push_back({0, 1, 2});
         return triangles;
@@ -221,71 +407,7 @@ std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> p
         triangles.push_back(ear ? std::array{0U, 2U, 3U} : std::array{0U, 1U, 3U});
         return triangles;
     }
-    const auto count = static_cast<std::uint32_t>(points.size());
-    CornerTree corners(points);
-    std::vector<std::uint32_t> before(count);
-    std::vector<std::uint32_t> after(count);
-    std::vector<std::uint32_t> waiting(count); // a ring: no corner waits twice
-    std::vector<bool> waits(count, true);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        before[i] = (i + count - 1) % count;
-        after[i] = (i + 1) % count;
-        // Every other corner first: each time around halves a round face, where corners in their
-        // order would cut a fan of needles.
-        waiting[i] = i < count / 2 ? 2 * i + 1 : 2 * (i - count / 2);
-    }
-    std::size_t head = 0;
-    std::size_t queued = count;
-    const auto enqueue = [&](std::uint32_t corner) {
-        if (!waits[corner]) {
-            waits[corner] = true;
-            waiting[(head + queued++) % count] = corner;
-        }
-    };
-    // When no corner is an ear though neighbours have gone, all are looked at once more: corners
-    // that touch others may have come free. A polygon that has none then is degenerate, and cutting
-    // anyway ends the work.
-    std::size_t looksAgain = std::size_t{20} * count;
-    bool hasChanged = false;
-    std::uint32_t last = 0;
-    while (triangles.size() + 3 < count) {
-        bool forced = false;
-        if (queued == 0) {
-            const std::size_t left = count - triangles.size();
-            if (hasChanged && looksAgain >= left) {
-                looksAgain -= left;
-                hasChanged = false;
-                for (std::uint32_t i = last, seen = 0; seen < left; ++seen, i = after[i]) {
-                    enqueue(i);
-                }
-            } else {
-                forced = true;
-                enqueue(last);
-            }
-        }
-        const std::uint32_t b = waiting[head];
-        head = (head + 1) % count;
-        --queued;
-        waits[b] = false;
-        const std::uint32_t a = before[b];
-        const std::uint32_t c = after[b];
-        if (a == b) {
-            continue; // it has gone since
-        }
-        if (forced || (turn(points[a], points[b], points[c]) > 0.0 && corners.isEmpty(a, b, c))) {
-            triangles.push_back({a, b, c});
-            corners.remove(b);
-            after[a] = c;
-            before[c] = a;
-            before[b] = b;
-            hasChanged = !forced;
-            last = c;
-            enqueue(a);
-            enqueue(c);
-        }
-    }
-    triangles.push_back({last, after[last], before[last]});
-    return triangles;
+    return EarCutter(points).cut();
 }
 
 void appendTriangles(const Mesh& mesh, Scene& scene) {

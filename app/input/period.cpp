@@ -155,4 +155,9 @@ std::string clockText(double hours) {
     return fmt::format("{}:{:02}", minutes / 60, minutes % 60);
 }
 
+std::string clockTextToSeconds(double hours) {
+    const auto seconds = static_cast<int>(std::lround(hours * 3600.0));
+    return fmt::format("{}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
+}
+
 } // namespace insolate::app

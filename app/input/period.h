@@ -43,4 +43,7 @@ std::string dayText(int dayOfYear);
 /// "8:30"; rounded to minutes.
 std::string clockText(double hours);
 
+/// "8:30:36"; rounded to seconds.
+std::string clockTextToSeconds(double hours);
+
 } // namespace insolate::app

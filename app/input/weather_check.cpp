@@ -347,13 +347,33 @@ std::string WeatherSite::text() const {
 
 WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
     const std::string content = readWhole(file);
-    if (hasExtension(file, {".epw"})) {
-        return EpwInspector(file, content).inspect();
+    if (!hasExtension(file, {".epw", ".wea", ".mra"})) {
+        throw DataError(fmt::format("{}: {}", place(file), wrongFile));
     }
-    if (hasExtension(file, {".wea", ".mra"})) {
-        return inspectWea(file, content);
+    WeatherReport report = hasExtension(file, {".epw"}) ? EpwInspector(file, content).inspect()
+                                                        : inspectWea(file, content);
+    if (std::string odd = timeZoneText(report.site, file); !odd.empty()) {
+        report.notes.push_back(std::move(odd));
     }
-    throw DataError(fmt::format("{}: {}", place(file), wrongFile));
+    return report;
+}
+
+std::string timeZoneText(const WeatherSite& site, const std::filesystem::path& file) {
+    const double solarZone = site.longitude / 15.0;
+    const double difference = site.timeZone - solarZone;
+    // Across the date line a clock may be a day ahead of the sun.
+    if (std::abs(difference - 24.0 * std::round(difference / 24.0)) <= 3.5) {
+        return {};
+    }
+    return fmt::format("{}: the time zone UTC{:+} does not go with longitude {:.2f} {}, where the "
+                       "sun keeps UTC{:+.1f}: the sun would stand elsewhere than in the file's "
+                       "hours; {}",
+                       place(file), site.timeZone, std::abs(site.longitude),
+                       site.longitude < 0.0 ? "W" : "E", solarZone,
+                       hasExtension(file, {".epw"})
+                           ? "mend fields 8 (longitude, east positive) and 9 (time zone) of the "
+                             "LOCATION line"
+                           : "mend the .epw file and convert it again");
 }
 
 std::string hourOfYearText(const HourOfYear& hour) {
@@ -374,20 +394,33 @@ void requireCompleteYear(const WeatherReport& report, const std::filesystem::pat
                                     "stand",
                                     place(file, report.firstRepeatedLine), report.hoursRepeated));
     }
+    const auto failAt = [&](const LineFault& fault, const std::string& consequence) {
+        return DataError(fmt::format("{}: {}; {}; mend the line, {}", place(file, fault.line),
+                                     printable(fault.what), consequence, mend));
+    };
     if (!report.hoursMissing.empty()) {
+        const std::string missing = fmt::format(
+            "{} of the year's {} hours are missing, the first is {}", report.hoursMissing.size(),
+            hoursPerYear, hourOfYearText(report.hoursMissing.front()));
+        if (report.unreadableLine.line == report.lineBeforeMissing + 1) {
+            throw failAt(report.unreadableLine, missing);
+        }
         throw DataError(fmt::format(
-            "{}: {} of the year's {} hours are missing, the first is {}{}; {}",
+            "{}: {}{}; {}",
             report.lineBeforeMissing == 0 ? place(file) : place(file, report.lineBeforeMissing),
-            report.hoursMissing.size(), hoursPerYear, hourOfYearText(report.hoursMissing.front()),
-            report.lineBeforeMissing == 0 ? "" : ", after this line", mend));
+            missing, report.lineBeforeMissing == 0 ? "" : ", after this line", mend));
     }
     if (!report.radiationMissing.empty()) {
+        const std::string missing = fmt::format("radiation is missing in {} hours, the first is {}",
+                                                report.radiationMissing.size(),
+                                                hourOfYearText(report.radiationMissing.front()));
+        if (report.unreadableRadiation.line > 0) {
+            throw failAt(report.unreadableRadiation, missing);
+        }
         const std::string where = report.firstRadiationMissingLine == 0
                                       ? place(file)
                                       : place(file, report.firstRadiationMissingLine);
-        throw DataError(fmt::format("{}: radiation is missing in {} hours, the first is {}; {}",
-                                    where, report.radiationMissing.size(),
-                                    hourOfYearText(report.radiationMissing.front()), mend));
+        throw DataError(fmt::format("{}: {}; {}", where, missing, mend));
     }
 }
 

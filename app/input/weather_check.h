@@ -27,16 +27,24 @@ struct WeatherSite {
 /// An hour of the year: day index 0..364, hour index 0..23.
 using HourOfYear = std::pair<int, int>;
 
+/// What is wrong in a line of the file, without a mend: "field 15 (...): 'abc' is not a number".
+struct LineFault {
+    std::size_t line = 0; ///< 0: there is none
+    std::string what;
+};
+
 struct WeatherReport {
     WeatherSite site;
     std::size_t hoursPresent = 0;
     std::vector<HourOfYear> hoursMissing;
     std::size_t lineBeforeMissing = 0; ///< after which the first missing hour belongs; 0: unknown
+    LineFault unreadableLine;          ///< the first data line that was left out
     std::size_t hoursRepeated = 0;     ///< data lines for an hour that an earlier line has given
     std::size_t firstRepeatedLine = 0; ///< 0 when there is none
     /// Hours whose direct or diffuse radiation carries the mark for missing.
     std::vector<HourOfYear> radiationMissing;
     std::size_t firstRadiationMissingLine = 0;
+    LineFault unreadableRadiation; ///< the first text in the place of a radiation value
     /// The year ends on 30 December: 31 December, with light on the day before, has none.
     bool lastDayEmpty = false;
     std::vector<std::string> notes; ///< what a user should know, a sentence each
@@ -55,6 +63,10 @@ struct WeatherReport {
 /// Reads an .epw, .wea or .mra file and says what it holds.
 /// @throws DataError when it cannot be a usable weather file whatever the user allows
 WeatherReport inspectWeatherFile(const std::filesystem::path& file);
+
+/// What is odd about the site's clock: nothing while it is within 3.5 hours of the sun's own time,
+/// which no country's is beyond.
+std::string timeZoneText(const WeatherSite& site, const std::filesystem::path& file);
 
 /// "21 June, 12:00 to 13:00".
 std::string hourOfYearText(const HourOfYear& hour);

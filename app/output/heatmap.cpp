@@ -12,6 +12,7 @@
 #include <limits>
 #include <numbers>
 #include <string>
+#include <vector>
 
 namespace insolate::app {
 
@@ -90,20 +91,64 @@ Extent extentOf(const std::vector<Vector3>& points, const View& view) {
     return extent;
 }
 
-/// The sensors with what surrounds them; of a much larger scene only the neighbourhood.
-Extent framedExtent(const Extent& sensors, const Extent& scene) {
-    if (sensors.isEmpty()) {
-        return scene;
+/// Adds the part of a triangle that lies within the window, by cutting it at the four sides
+/// (Sutherland and Hodgman 1974, Communications of the ACM 17(1), 32-42).
+void addWithin(const Extent& window, const std::array<Vector3, 3>& triangle, Extent& extent) {
+    Extent own;
+    for (const Vector3& p : triangle) {
+        own.add(p.x, p.y);
     }
+    if (own.left > window.right || own.right < window.left || own.bottom > window.top ||
+        own.top < window.bottom) {
+        return;
+    }
+    std::vector<Vector3> polygon(triangle.begin(), triangle.end());
+    std::vector<Vector3> kept;
+    const auto cut = [&](auto&& inside) { // how far inside a point lies, negative outside
+        kept.clear();
+        for (std::size_t i = 0; i < polygon.size(); ++i) {
+            const Vector3& a = polygon[i];
+            const Vector3& b = polygon[(i + 1) % polygon.size()];
+            const double ofA = inside(a);
+            const double ofB = inside(b);
+            if (ofA >= 0.0) {
+                kept.push_back(a);
+            }
+            if ((ofA >= 0.0) != (ofB >= 0.0)) {
+                const double part = ofA / (ofA - ofB);
+                kept.push_back({a.x + part * (b.x - a.x), a.y + part * (b.y - a.y), 0.0});
+            }
+        }
+        polygon.swap(kept);
+    };
+    cut([&](const Vector3& p) { return p.x - window.left; });
+    cut([&](const Vector3& p) { return window.right - p.x; });
+    cut([&](const Vector3& p) { return p.y - window.bottom; });
+    cut([&](const Vector3& p) { return window.top - p.y; });
+    for (const Vector3& p : polygon) {
+        extent.add(p.x, p.y);
+    }
+}
+
+/// The sensors with what surrounds them; of a scene that reaches further only the neighbourhood,
+/// and what lies wholly elsewhere does not count.
+Extent framedExtent(const Extent& sensors, const Scene& scene, const View& view) {
+    const Extent whole = extentOf(scene.vertices, view);
+    if (sensors.isEmpty() || whole.isEmpty()) {
+        return sensors.isEmpty() ? whole : sensors;
+    }
+    constexpr double leastReach = 10.0; // metres: a single sensor is shown in its surroundings
+    const double reach = std::max(0.45 * std::max(sensors.width(), sensors.height()), leastReach);
+    Extent window = sensors;
+    window.add(sensors.left - reach, sensors.bottom - reach);
+    window.add(sensors.right + reach, sensors.top + reach);
     Extent frame = sensors;
-    if (scene.isEmpty()) {
-        return frame;
+    for (std::size_t t = 0; t < scene.triangleCount(); ++t) {
+        const Vector3* const v = &scene.vertices[3 * t];
+        if (isFinite(v[0]) && isFinite(v[1]) && isFinite(v[2])) {
+            addWithin(window, {view.project(v[0]), view.project(v[1]), view.project(v[2])}, frame);
+        }
     }
-    const double reach = 0.45 * std::max(sensors.width(), sensors.height());
-    frame.left = std::max(std::min(scene.left, frame.left), sensors.left - reach);
-    frame.right = std::min(std::max(scene.right, frame.right), sensors.right + reach);
-    frame.bottom = std::max(std::min(scene.bottom, frame.bottom), sensors.bottom - reach);
-    frame.top = std::min(std::max(scene.top, frame.top), sensors.top + reach);
     return frame;
 }
 
@@ -316,7 +361,7 @@ void drawHeatmap(OutputFile& out, const Scene& scene, const SensorField& field,
     const View view(options.north + options.viewFrom, std::clamp(options.elevation, 5.0, 90.0),
                     centerOf(scene, field));
     const Extent sensors = extentOf(field.hasCells() ? field.corners : field.positions, view);
-    const Extent frame = framedExtent(sensors, extentOf(scene.vertices, view));
+    const Extent frame = framedExtent(sensors, scene, view);
 
     double pixelsPerMetre = 1.0;
     const int areaWidth = static_cast<int>(area.width);

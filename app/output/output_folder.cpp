@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string reasonText(int reason) {
-    return std::generic_category().message(reason);
+    // Said of a name that was to be made: its folder is there, but holds no files of ours (/proc).
+    return reason == ENOENT ? "no file or folder can be made there"
+                            : std::generic_category().message(reason);
 }
 
 std::string mendFor(int reason) {
@@ -33,7 +35,7 @@ std::string mendFor(int reason) {
     case EROFS:
         return "; choose a folder that you may write to";
     default:
-        return "; choose another folder for the results";
+        return "; choose another folder";
     }
 }
 
@@ -125,7 +127,8 @@ void OutputFile::fail(int reason) const {
     throw OutputError(m_shownName + ": cannot be written: " + reasonText(reason) + mendFor(reason));
 }
 
-OutputFolder::OutputFolder(const fs::path& folder) : m_folder(folder) {
+OutputFolder::OutputFolder(const fs::path& folder, std::string onlyFile)
+    : m_folder(folder), m_onlyFile(std::move(onlyFile)) {
     // What this constructor has begun is undone here: a throwing constructor has no destructor.
     try {
         createFolder();
@@ -139,6 +142,12 @@ OutputFolder::OutputFolder(const fs::path& folder) : m_folder(folder) {
 
 OutputFolder::~OutputFolder() {
     discard();
+}
+
+void OutputFolder::fail(const std::string& what, int reason) const {
+    throw OutputError((m_onlyFile.empty() ? m_folder.string() + ": the output folder " + what
+                                          : m_onlyFile + ": cannot be written") +
+                      ": " + reasonText(reason) + mendFor(reason));
 }
 
 void OutputFolder::createFolder() {
@@ -157,12 +166,14 @@ void OutputFolder::createFolder() {
         if (mkdir(missing.back().c_str(), mode_t{0777}) == 0) {
             m_createdFolders.push_back(missing.back());
         } else if (errno != EEXIST) {
-            const int reason = errno;
-            throw OutputError(m_folder.string() + ": the output folder cannot be created: " +
-                              reasonText(reason) + mendFor(reason));
+            fail("cannot be created", errno);
         }
     }
     if (!fs::is_directory(m_folder, error)) {
+        if (!m_onlyFile.empty()) {
+            throw OutputError(m_onlyFile + ": cannot be written: " + m_folder.string() +
+                              " is not a folder; choose another folder");
+        }
         throw OutputError(m_folder.string() +
                           ": is not a folder; give --out the name of a folder for the results");
     }
@@ -173,9 +184,7 @@ void OutputFolder::lock() {
     for (;;) {
         m_lock = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, mode_t{0666});
         if (m_lock < 0) {
-            const int reason = errno;
-            throw OutputError(m_folder.string() + ": the output folder cannot be written: " +
-                              reasonText(reason) + mendFor(reason));
+            fail("cannot be written", errno);
         }
         if (flock(m_lock, LOCK_EX | LOCK_NB) != 0) {
             const int reason = errno;
@@ -185,8 +194,7 @@ void OutputFolder::lock() {
                                   ": another run is writing to this folder; wait for it to end or "
                                   "choose another folder");
             }
-            throw OutputError(m_folder.string() +
-                              ": the output folder cannot be locked: " + reasonText(reason));
+            fail("cannot be locked", reason);
         }
         // The run before may have removed the file between our open and our lock; then the lock
         // is on a file that nobody else will find.
@@ -201,7 +209,7 @@ void OutputFolder::lock() {
     // A lock file left by a killed run opens even where no new file can be made, so one is tried.
     const fs::path trial = m_folder / (std::string(lockName) + std::string(partialSuffix));
     try {
-        OutputFile file(trial, m_folder.string());
+        OutputFile file(trial, m_onlyFile.empty() ? m_folder.string() : m_onlyFile);
         file.write("writable\n");
         file.finish();
     } catch (...) {
@@ -228,7 +236,10 @@ OutputFile& OutputFolder::stage(const std::string& name) {
     const fs::path target = m_folder / name;
     std::error_code error;
     if (fs::is_directory(target, error)) {
-        throw OutputError(target.string() + ": is a folder; move it away or choose another --out");
+        throw OutputError(target.string() +
+                          (m_onlyFile.empty()
+                               ? ": is a folder; move it away or choose another --out"
+                               : ": is a folder; move it away or choose another name"));
     }
     fs::path partial = target;
     partial += partialSuffix;
@@ -253,7 +264,7 @@ void OutputFolder::commit() {
         if (rename(staged.partial.c_str(), staged.target.c_str()) != 0) {
             const int reason = errno;
             throw OutputError(staged.target.string() + ": cannot be given its name: " +
-                              reasonText(reason) + mendFor(reason));
+                              std::generic_category().message(reason) + mendFor(reason));
         }
         m_committed = true; // the folder stays from the first result on
     }

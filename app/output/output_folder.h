@@ -79,9 +79,12 @@ private:
 class OutputFolder {
 public:
     /// Creates the folder when it is missing, tries that files can be made in it, and locks it.
+    /// @param onlyFile the one file that is to be written, as messages call it; empty where the
+    /// user
+    ///        has named the folder
     /// @throws OutputError when that fails or another run holds the folder. The lock dies with the
     ///         process; partial files that a killed run left are removed.
-    explicit OutputFolder(const std::filesystem::path& folder);
+    explicit OutputFolder(const std::filesystem::path& folder, std::string onlyFile = {});
     ~OutputFolder();
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
@@ -113,10 +116,13 @@ private:
 
     void createFolder();
     void lock();
+    /// @param what "cannot be created"
+    [[noreturn]] void fail(const std::string& what, int reason) const;
     void removeLeftovers();
     void discard() noexcept;
 
     std::filesystem::path m_folder;
+    std::string m_onlyFile;
     std::vector<std::filesystem::path> m_createdFolders; ///< innermost last
     std::vector<Staged> m_staged;
     std::vector<std::filesystem::path> m_retired;

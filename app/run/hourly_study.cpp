@@ -23,6 +23,7 @@ enum Column {
     peak,
     peakHour,
     skyView,
+    groundView,
     sunHours
 };
 
@@ -71,7 +72,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
         }
     }
     noteLastDay(m_weather, options);
-    if (std::string odd = sunDownText(options.weather, sky.report); !odd.empty()) {
+    if (std::string odd = sunDownText(options.weather, sky); !odd.empty()) {
         m_weather.notes.push_back(std::move(odd));
     }
     HourlyAnalysisOptions analysis;
@@ -93,6 +94,7 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
             {"peak", "W/m2", "Highest mean of an hour", {}},
             {"peak_hour", "hour of year", "Hour of the peak, counted by its end", {}},
             {"sky_view", "%", "Sky view", {}},
+            {"ground_view", "%", "Ground view", {}},
             {"direct_sun_hours", "h", "Hours of direct sun", {}}};
 }
 
@@ -115,6 +117,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
         columns[peak].values[i] = result.peak;
         columns[peakHour].values[i] = static_cast<float>(result.peakHour + 1);
         columns[skyView].values[i] = 100.0f * result.skyViewFactor;
+        columns[groundView].values[i] = 100.0f * result.groundViewFactor;
         columns[sunHours].values[i] = result.directSunHours;
     }
 }
@@ -123,28 +126,29 @@ void HourlyStudy::describe(nlohmann::ordered_json& record,
                            std::span<const ResultColumn> columns) const {
     const HourlySky& sky = m_analysis->sky();
     const HourlySkyReport& report = sky.report;
-    record["hourly"] = {{"steps_per_hour", sky.options.stepsPerHour},
-                        {"albedo", m_options.albedo},
-                        {"albedo_of_weather_file", m_options.monthlyAlbedo},
-                        {"ground", m_options.openGround ? "open" : "hidden by the scene"},
-                        {"sky_tolerance_percent", m_options.skyTolerance},
-                        {"sun_tolerance_percent", m_options.sunTolerance},
-                        {"hours", sky.hours},
-                        {"daylight_hours", sky.daylightHours},
-                        {"placed",
-                         {{"unit", "Wh/m2"},
-                          {"direct_normal", report.directNormal},
-                          {"direct_horizontal", report.directHorizontal},
-                          {"diffuse_horizontal", report.diffuseHorizontal},
-                          {"open_horizontal", report.directHorizontal + report.diffuseHorizontal},
-                          {"global_horizontal_of_the_weather", report.globalHorizontal},
-                          {"reflected_by_open_ground", sky.groundReflected}}},
-                        {"while_the_sun_is_down",
-                         {{"hours", report.hoursWithoutSun},
-                          {"direct_normal_Wh_m2", report.directWithoutSun},
-                          {"placed_on_the_whole_sky_Wh_m2", report.diffuseWithoutSun}}},
-                        {"hours_missing", report.hoursMissing},
-                        {"hours_with_sky_model_held_to_its_range", report.skiesLimited}};
+    record["hourly"] = {
+        {"steps_per_hour", sky.options.stepsPerHour},
+        {"albedo", m_options.monthlyAlbedo ? nlohmann::json() : nlohmann::json(m_options.albedo)},
+        {"albedo_of_weather_file", m_options.monthlyAlbedo},
+        {"ground", m_options.openGround ? "open" : "open where the scene does not hide it"},
+        {"sky_tolerance_percent", m_options.skyTolerance},
+        {"sun_tolerance_percent", m_options.sunTolerance},
+        {"hours", sky.hours},
+        {"daylight_hours", sky.daylightHours},
+        {"placed",
+         {{"unit", "Wh/m2"},
+          {"direct_normal", report.directNormal},
+          {"direct_horizontal", report.directHorizontal},
+          {"diffuse_horizontal", report.diffuseHorizontal},
+          {"open_horizontal", report.directHorizontal + report.diffuseHorizontal},
+          {"global_horizontal_of_the_weather", report.globalHorizontal},
+          {"reflected_by_open_ground", sky.groundReflected}}},
+        {"while_the_sun_is_down",
+         {{"hours", report.hoursWithoutSun},
+          {"direct_normal_Wh_m2", report.directWithoutSun},
+          {"placed_on_the_whole_sky_Wh_m2", report.diffuseWithoutSun}}},
+        {"hours_missing", report.hoursMissing},
+        {"hours_with_sky_model_held_to_its_range", report.skiesLimited}};
     if (columns.empty()) {
         return;
     }

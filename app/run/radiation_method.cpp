@@ -77,6 +77,28 @@ std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, 
     return std::make_unique<SolarAnalysis>(options, north);
 }
 
+std::size_t countEnclosed(std::span<const ResultColumn> columns, const SensorField& field) {
+    const auto columnOf = [&](std::string_view name) {
+        const auto found = std::find_if(columns.begin(), columns.end(),
+                                        [&](const ResultColumn& c) { return c.name == name; });
+        return found == columns.end() ? nullptr : &*found;
+    };
+    // Sums of views that were taken out again are not quite 0, and a nearly level roof's part of
+    // the ground is not looked for.
+    constexpr float leastSky = 0.001f;
+    constexpr float leastGround = 0.5f;
+    constexpr double straightDown = -0.999;
+    const ResultColumn* sky = columnOf("sky_view");
+    const ResultColumn* ground = columnOf("ground_view");
+    std::size_t count = 0;
+    for (std::size_t i = 0; sky != nullptr && i < field.size(); ++i) {
+        const bool seesGround = ground != nullptr ? ground->values[i] >= leastGround
+                                                  : field.normals[i].z < straightDown;
+        count += sky->values[i] < leastSky && !seesGround ? 1 : 0;
+    }
+    return count;
+}
+
 std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const SensorWork& work,
                                            Progress& progress) {
     const std::size_t count = work.field.size();

@@ -54,6 +54,11 @@ public:
                           std::span<const ResultColumn> columns) const = 0;
 };
 
+/// Sensors before which nothing is open, whatever the period and its light: no sky and, where
+/// the method looks for it, no ground. Those that face straight down see no sky anyway; without a
+/// column of the ground they do not count.
+std::size_t countEnclosed(std::span<const ResultColumn> columns, const SensorField& field);
+
 /// Reads the weather and builds the sky of the period.
 /// @throws DataError when the weather cannot be used
 std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north);

@@ -24,9 +24,9 @@ inline constexpr std::array<Method, 4> allMethods = {Method::hourly, Method::cum
 /// What only the hourly method asks for.
 struct HourlyOptions {
     /// Errors that shadow edges may leave, in percent of the sensor's diffuse sky and direct sun; 0
-    /// asks once for each sky cell.
-    double skyTolerance = 1.0;
-    double sunTolerance = 2.0;
+    /// takes what two rays for each sky cell give.
+    double skyTolerance = 0.0;
+    double sunTolerance = 0.0;
     double albedo = 0.2;                  ///< 0..1
     bool monthlyAlbedo = false;           ///< from the weather file, where it has one
     bool openGround = false;              ///< the scene does not hide the ground below the horizon

@@ -116,6 +116,11 @@ void runSky(const SkyOptions& options, Progress& progress) {
     drawSkyDome(folder.stage("sky.png"), pages.whole, picture);
     nlohmann::ordered_json record = studyRecord(options, method->weather());
     method->describe(record, {});
+    if (hourly != nullptr) { // these belong to sensors in a scene
+        for (const char* name : {"ground", "sky_tolerance_percent", "sun_tolerance_percent"}) {
+            record["hourly"].erase(name);
+        }
+    }
     record["results"] = rangesOf(pages.parts);
     writeSummaryJson(folder.stage("sky.json"), record);
     throwIfInterrupted();

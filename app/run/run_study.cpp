@@ -62,7 +62,7 @@ bool fitsMemory(double bytes) {
 /// Refuses what the machine cannot hold, before memory is taken.
 void checkSize(double sensors, double triangles, const RunOptions& options) {
     constexpr double bytesPerSensor = 210.0; // position, normal, cell, results
-    constexpr double secondsPerSensor = 1.0e-3;
+    constexpr double secondsPerSensor = 1.0e-4;
     constexpr double mostSensors = 5.0e6;
     // Cells are numbered with 32 bits, four corners each.
     constexpr double mostCells = 1.0e9;
@@ -294,6 +294,8 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
 
     nlohmann::ordered_json record = runRecord(options, method->weather(), inputs);
     method->describe(record, columns);
+    const std::size_t enclosed = countEnclosed(columns, inputs.field);
+    record["sensors"]["enclosed"] = enclosed;
     record["results"] = rangesOf(columns);
     record["threads"] = usedThreads(options.threads);
     record["timings"] = watch.record();
@@ -306,6 +308,13 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
         progress.note(fmt::format("took away {}, which an earlier run had left", seriesName));
     }
 
+    if (enclosed > 0) {
+        progress.warn(fmt::format(
+            "{} of {} sensors see {}; they may lie inside closed geometry or face into it: check "
+            "the faces' normals, --offset and --select",
+            groupedDigits(enclosed), groupedDigits(inputs.field.size()),
+            options.method == Method::hourly ? "neither sky nor ground" : "no sky"));
+    }
     const ColumnRange range = rangeOf(shown.values);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} {}", range.lowest,
                               range.highest, range.mean, shown.unit));

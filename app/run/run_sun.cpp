@@ -5,6 +5,7 @@
 #include "app/run/solar_analysis.h"
 
 #include <cmath>
+#include <numbers>
 
 #include <fmt/format.h>
 #include <insolate/insolate.h>
@@ -13,19 +14,28 @@ namespace insolate::app {
 
 namespace {
 
-/// Sets the site and gives it a name.
-std::string placeSun(const SunOptions& options, ESolarPosition& sun) {
-    const auto radians = ESolarPosition::convertDegreesToRadians;
+constexpr double radiansPerDegree = std::numbers::pi / 180.0;
+constexpr int almanacYear = 2001; ///< a year without a leap day, as that of the weather
+
+struct NamedSite {
+    std::string name;
+    Site site;
+    std::string odd; ///< about the weather file's site; empty where nothing is
+};
+
+NamedSite siteOf(const SunOptions& options) {
     double latitude = 0.0;
     double longitude = 0.0;
     std::optional<double> zone = options.timeZone;
     std::string name;
+    std::string odd;
     if (options.weather) {
         const WeatherSite site = inspectWeatherFile(*options.weather).site;
         latitude = site.latitude;
         longitude = site.longitude;
         zone = zone ? zone : site.timeZone;
         name = site.text() + ", ";
+        odd = timeZoneText(site, *options.weather);
     } else {
         if (!options.latitude || !options.longitude) {
             throw UsageError("the site is missing; give --lat and --lon in degrees, or --weather "
@@ -39,46 +49,86 @@ std::string placeSun(const SunOptions& options, ESolarPosition& sun) {
                                      "from -180 to 180 degrees, east positive",
                                      latitude, longitude));
     }
-    if (zone) {
-        if (!(*zone >= -12.0 && *zone <= 14.0)) {
-            throw UsageError(fmt::format("--tz {}: time zones run from -12 to 14 hours", *zone));
-        }
-        sun.setLocation(radians(latitude), radians(longitude), radians(*zone * 15.0));
-    } else {
-        sun.setLocation(radians(latitude), radians(longitude));
+    if (zone && !(*zone >= -12.0 && *zone <= 14.0)) {
+        throw UsageError(fmt::format("--tz {}: time zones run from -12 to 14 hours", *zone));
     }
-    return name + siteText({latitude, longitude, sun.getTimeZone(), 0.0});
+    if (!zone) {
+        zone = ESolarPosition::Global.determineTimeZone(latitude * radiansPerDegree,
+                                                        longitude * radiansPerDegree);
+    }
+    const Site site{latitude, longitude, *zone, 0.0};
+    return {name + siteText(site), site, odd};
+}
+
+/// Clock times as exact as the steps of the table need them.
+class Clock {
+public:
+    explicit Clock(double step)
+        : m_seconds(std::abs(step * 60.0 - std::round(step * 60.0)) > 1e-6) {}
+
+    [[nodiscard]] std::string text(double hours) const {
+        return m_seconds ? clockTextToSeconds(hours) : clockText(hours);
+    }
+    /// Of a moment that may lie outside the day.
+    [[nodiscard]] std::string textOfMoment(double hours) const {
+        const double days = std::floor(hours / 24.0);
+        return text(hours - 24.0 * days) + (days < 0.0   ? " of the day before"
+                                            : days > 0.0 ? " of the day after"
+                                                         : "");
+    }
+
+private:
+    bool m_seconds;
+};
+
+/// Whether the time of day lies between rise and set of this or a neighbouring day.
+bool isUp(double time, const SunTimes& times) {
+    if (times.kind != DayKind::RisesAndSets) {
+        return times.kind == DayKind::PolarDay;
+    }
+    for (const double days : {-1.0, 0.0, 1.0}) {
+        const double moment = time + 24.0 * days;
+        if (moment >= times.rise && moment <= times.set) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
 
 std::string sunTable(const SunOptions& options) {
     checkStep(options.step);
-    ESolarPosition sun;
-    std::string table = fmt::format("# {}, {}\n", placeSun(options, sun), dayText(options.day));
-    sun.setDayOfTheYear(options.day);
-    // Cosine of the half day's hour angle; beyond +-1 the sun does not cross the horizon.
-    const double halfDay = -std::tan(sun.getLatitudeInRadians()) * std::tan(sun.getDeclination());
-    if (halfDay >= 1.0) {
+    const auto [name, site, odd] = siteOf(options);
+    const MonthAndDay date = monthAndDay(options.day - 1);
+    const SunTimes times = sunTimes(almanacYear, date.month, date.day, site);
+    std::string table = fmt::format("# {}, {}\n", name, dayText(options.day));
+    if (!odd.empty()) {
+        table += fmt::format("# {}\n", odd);
+    }
+    if (times.kind == DayKind::PolarNight) {
         return table + "# the sun does not rise\n";
     }
-    table += halfDay <= -1.0
-                 ? std::string("# the sun does not set\n")
-                 : fmt::format("# sunrise {}, sunset {}, daylight {} h\n",
-                               clockText(sun.getSunriseTime()), clockText(sun.getSunsetTime()),
-                               clockText(sun.getDaylightHours()));
-    table += "# time  altitude[deg]  azimuth[deg]\n";
+    const Clock clock(options.step);
+    table +=
+        times.kind == DayKind::PolarDay
+            ? std::string("# the sun does not set\n")
+            : fmt::format("# sunrise {}, sunset {}, daylight {} h: upper edge on the horizon\n",
+                          clock.textOfMoment(times.rise), clock.textOfMoment(times.set),
+                          clock.text(times.set - times.rise));
+    table += "# altitude: of the sun's centre as seen, lifted by refraction; true: without it\n"
+             "#   time  altitude[deg]  azimuth[deg]  true_altitude[deg]\n";
     const int steps = static_cast<int>(std::floor(24.0 / options.step + 1.0e-9));
     for (int i = 0; i <= steps; ++i) {
         const double time = i * options.step;
-        sun.setTime(time);
-        if (sun.getSolarAltitudeInDegrees() < 0.0) {
+        if (!isUp(time, times)) {
             continue;
         }
-        const double azimuth = sun.getSolarAzimuthInDegrees();
-        table +=
-            fmt::format("{:>6}  {:13.2f}  {:12.2f}\n", clockText(time),
-                        sun.getSolarAltitudeInDegrees(), azimuth < 0.0 ? azimuth + 360.0 : azimuth);
+        const SunPosition sun =
+            sunPosition(julianDay(almanacYear, date.month, date.day, time - site.timeZone), site);
+        table += fmt::format("{:>8}  {:13.2f}  {:12.2f}  {:18.2f}\n", clock.text(time),
+                             sun.altitude / radiansPerDegree, sun.azimuth / radiansPerDegree,
+                             sun.geometricAltitude / radiansPerDegree);
     }
     return table;
 }

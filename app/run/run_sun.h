@@ -7,8 +7,9 @@
 
 namespace insolate::app {
 
-/// The table: site, sunrise and sunset, then a line per step while the sun is up: clock time,
-/// altitude and azimuth (clockwise from north) in degrees.
+/// The table: site, sunrise and sunset (upper edge on the horizon, refraction included), then a
+/// line per step while the sun is up: clock time, altitude of the centre with refraction, azimuth
+/// (clockwise from north) and altitude without refraction, in degrees.
 /// @throws CommandError
 std::string sunTable(const SunOptions& options);
 

@@ -95,7 +95,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
     if (read.report.lastDayEmpty) {
         text += fmt::format("# {}\n", lastDayText(file, Method::hourly));
     }
-    if (const std::string odd = sunDownText(file, buildHourlySky(year).report); !odd.empty()) {
+    if (const std::string odd = sunDownText(file, buildHourlySky(year)); !odd.empty()) {
         text += fmt::format("# {}\n", odd);
     }
     const std::string hourly = refusal([&] { requireCompleteYear(read.report, file, false); });
@@ -129,7 +129,7 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
     constexpr char signature[16] = "xqt_WEA_ver1.10";
 
     const std::filesystem::path parent = to.parent_path();
-    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent);
+    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, place(to));
     OutputFile& out = folder.stage(to.filename().string());
     out.write(signature, sizeof signature);
     out.write(&record, sizeof record);

@@ -44,12 +44,19 @@ void noteLine(const WeatherFinding& finding, WeatherReport& report) {
     const auto line = static_cast<std::size_t>(finding.line);
     if (finding.kind == WeatherFindingKind::Gap) {
         report.lineBeforeMissing = line;
+    } else if (finding.kind == WeatherFindingKind::BadLine) {
+        report.unreadableLine = {line, finding.what};
     } else if ((finding.kind == WeatherFindingKind::MissingValue ||
                 finding.kind == WeatherFindingKind::BadNumber) &&
                std::find(radiationColumns.begin(), radiationColumns.end(), finding.column) !=
                    radiationColumns.end()) {
         std::size_t& first = report.firstRadiationMissingLine;
         first = first == 0 ? line : std::min(first, line);
+        LineFault& fault = report.unreadableRadiation;
+        if (finding.kind == WeatherFindingKind::BadNumber &&
+            (fault.line == 0 || line < fault.line)) {
+            fault = {line, finding.what};
+        }
     }
 }
 
@@ -74,6 +81,9 @@ WeatherYear readEpwYear(const std::filesystem::path& file) {
                         .longitude = site.longitude,
                         .timeZone = site.timeZone,
                         .elevation = site.elevation};
+    if (std::string odd = timeZoneText(year.report.site, file); !odd.empty()) {
+        year.report.notes.push_back(std::move(odd));
+    }
     listGaps(year);
     return year;
 }
@@ -135,7 +145,8 @@ void noteLastDay(WeatherReport& report, const SkyOptions& options) {
     }
 }
 
-std::string sunDownText(const std::filesystem::path& file, const HourlySkyReport& report) {
+std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky) {
+    const HourlySkyReport& report = sky.report;
     if (report.diffuseHorizontal <= 0.0 && report.directNormal <= 0.0) {
         return fmt::format(
             "{}: no hour of the period has radiation; check that the file is complete",
@@ -146,13 +157,13 @@ std::string sunDownText(const std::filesystem::path& file, const HourlySkyReport
         report.directWithoutSun <= worthTelling * (report.directNormal + report.directWithoutSun)) {
         return {};
     }
-    return fmt::format("{}: {} hours have radiation while the sun is down: {:.4g} kWh/m2 of direct "
-                       "normal, which has "
-                       "no place in the sky, and {:.4g} kWh/m2 on the level, which go on the whole "
-                       "sky. Usually the "
-                       "time zone is wrong or the hours are shifted; check both",
-                       place(file), report.hoursWithoutSun, report.directWithoutSun / 1000.0,
-                       report.diffuseWithoutSun / 1000.0);
+    return fmt::format(
+        "{}: {} hours have radiation while the sun is down: {:.4g} kWh/m2 of direct "
+        "normal, which has no place in the sky, and {:.4g} kWh/m2 on the level, "
+        "which go on the whole sky. Usually the place or its time zone is wrong ({}) "
+        "or the hours are shifted; check the LOCATION line and the data",
+        place(file), report.hoursWithoutSun, report.directWithoutSun / 1000.0,
+        report.diffuseWithoutSun / 1000.0, siteText(sky.site));
 }
 
 } // namespace insolate::app

@@ -32,6 +32,6 @@ void noteLastDay(WeatherReport& report, const SkyOptions& options);
 
 /// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
 /// empty.
-std::string sunDownText(const std::filesystem::path& file, const HourlySkyReport& report);
+std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky);
 
 } // namespace insolate::app

@@ -16,15 +16,26 @@ using test::readFile;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
+/// Limits what the process may take; not its addresses where a sanitizer reserves terabytes.
+void limitTo(decltype(RLIMIT_AS) resource, rlim_t most) {
+#ifdef INSOLATE_SANITIZED
+    if (resource == RLIMIT_AS) {
+        return;
+    }
+#endif
+    const rlimit limit = {most, most};
+    setrlimit(resource, &limit);
+}
+
 class FaultsTest : public test::CommandFixture {
 protected:
 #ifdef INSOLATE_SANITIZED
-    static constexpr const char* study =
-        "run --scene court.obj --weather good.epw --period 6/1-6/3 --grid 0.25 --quiet";
+    const std::string grid = "0.25";
 #else
-    static constexpr const char* study =
-        "run --scene court.obj --weather good.epw --period 6/1-6/3 --grid 0.07 --quiet";
+    const std::string grid = "0.07";
 #endif
+    const std::string study =
+        "run --scene court.obj --weather good.epw --period 6/1-6/3 --quiet --grid " + grid;
 
     /// Every file is whole and right, or named as partial.
     void expectWholeOrPartial(const fs::path& folder) {
@@ -45,7 +56,7 @@ protected:
 
     void makeReference() {
         const auto begin = std::chrono::steady_clock::now();
-        const Outcome run = command(std::string(study) + " --out reference");
+        const Outcome run = command(study + " --out reference");
         ASSERT_EQ(run.exitCode, 0) << run.err;
         m_duration = std::chrono::steady_clock::now() - begin;
         m_reference = path("reference");
@@ -65,7 +76,7 @@ TEST_F(FaultsTest, KilledAtAnyMomentLeavesNothingHalf) {
         const int signal = std::array<int, 3>{SIGKILL, SIGINT, SIGTERM}[random() % 3];
         const std::chrono::duration<double> delay(moment(random));
         SCOPED_TRACE(fmt::format("kill {} with signal {} after {} s", i, signal, delay.count()));
-        const pid_t child = start(std::string(study) + " --resume --out out");
+        const pid_t child = start(study + " --resume --out out");
         std::this_thread::sleep_for(delay);
         kill(child, signal);
         const Outcome ended = finish(child);
@@ -73,7 +84,7 @@ TEST_F(FaultsTest, KilledAtAnyMomentLeavesNothingHalf) {
                     testing::AnyOf(0, signal == SIGKILL ? -SIGKILL : 128 + signal, -signal));
         expectWholeOrPartial(path("out"));
     }
-    const Outcome last = command(std::string(study) + " --resume --out out");
+    const Outcome last = command(study + " --resume --out out");
     EXPECT_EQ(last.exitCode, 0) << last.err;
     EXPECT_TRUE(fs::exists(path("out/summary.json")));
     expectWholeOrPartial(path("out"));
@@ -83,10 +94,8 @@ TEST_F(FaultsTest, KilledAtAnyMomentLeavesNothingHalf) {
 TEST_F(FaultsTest, FullDiskAndVanishingFolderEndWithTheFileNamed) {
     makeReference();
     for (const rlim_t most : {rlim_t{1}, rlim_t{1000}, rlim_t{500'000}}) {
-        const Outcome full = command(std::string(study) + " --out full", [most] {
-            const rlimit limit = {most, most};
-            setrlimit(RLIMIT_FSIZE, &limit);
-        });
+        const Outcome full =
+            command(study + " --out full", [most] { limitTo(RLIMIT_FSIZE, most); });
         // Even the message may not fit.
         EXPECT_EQ(full.exitCode, 1) << full.err;
         if (most >= 1000) {
@@ -95,10 +104,10 @@ TEST_F(FaultsTest, FullDiskAndVanishingFolderEndWithTheFileNamed) {
         EXPECT_FALSE(fs::exists(path("full/sensors.csv"))) << most;
         expectWholeOrPartial(path("full"));
     }
-    const Outcome again = command(std::string(study) + " --resume --out full");
+    const Outcome again = command(study + " --resume --out full");
     EXPECT_EQ(again.exitCode, 0) << again.err;
     expectWholeOrPartial(path("full"));
-    const pid_t child = start(std::string(study) + " --out gone");
+    const pid_t child = start(study + " --out gone");
     while (!fs::exists(path("gone"))) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -131,12 +140,8 @@ TEST_F(FaultsTest, HostileSizesAreRefusedBeforeMemoryIsTaken) {
              {"--scene empty.stl", 1, {"empty.stl", "; "}},
              {"--scene court.obj --grid 0.0022", 2, {"sensors", "GB of memory and ", "--force"}},
              {"--scene court.obj --grid 0.0001 --force", 2, {"sensors", "larger --grid"}}}) {
-        const Outcome refused = command(base + c.words, [] {
-#ifndef INSOLATE_SANITIZED // they reserve terabytes
-            const rlimit limit = {rlim_t{1} << 30U, rlim_t{1} << 30U};
-            setrlimit(RLIMIT_AS, &limit);
-#endif
-        });
+        const Outcome refused =
+            command(base + c.words, [] { limitTo(RLIMIT_AS, rlim_t{1} << 30U); });
         EXPECT_EQ(refused.exitCode, c.exitCode) << c.words << "\n" << refused.err;
         for (const std::string& message : c.messages) {
             EXPECT_THAT(refused.err, HasSubstr(message)) << c.words;
@@ -151,10 +156,7 @@ TEST_F(FaultsTest, TooLittleMemoryIsSaid) {
     for (const rlim_t megabytes : {200U, 300U, 400U, 600U}) {
         const Outcome run = command("run --scene court.obj --weather good.epw --out out --period "
                                     "6/1 --grid 0.012 --threads 1",
-                                    [megabytes] {
-                                        const rlimit limit = {megabytes << 20U, megabytes << 20U};
-                                        setrlimit(RLIMIT_AS, &limit);
-                                    });
+                                    [megabytes] { limitTo(RLIMIT_AS, megabytes << 20U); });
         EXPECT_EQ(run.exitCode, 1) << megabytes << " MB: " << run.err;
         EXPECT_THAT(run.err, HasSubstr("not enough memory; ")) << megabytes;
         EXPECT_FALSE(fs::exists(path("out")));

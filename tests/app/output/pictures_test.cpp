@@ -26,8 +26,7 @@ public:
     [[nodiscard]] int width() const { return cairo_image_surface_get_width(m_surface.get()); }
     [[nodiscard]] int height() const { return cairo_image_surface_get_height(m_surface.get()); }
     [[nodiscard]] std::array<int, 3> at(int x, int y) const {
-        const unsigned char* const p = cairo_image_surface_get_data(m_surface.get()) +
-                                       y * cairo_image_surface_get_stride(m_surface.get()) + 4 * x;
+        const auto* const p = cairo_image_surface_get_data(m_surface.get()) + 4 * (y * width() + x);
         return {p[2], p[1], p[0]};
     }
     /// Pixels within the drawing area with the colour that the map gives to this place of the
@@ -72,10 +71,7 @@ SensorField fourTiles(double z = 0.0) {
 }
 /// Their values, and where these lie on the scale.
 const std::vector<float> tileValues = {0.0F, 1.0F, 2.0F, 4.0F};
-constexpr double northTile = 0.0;
-constexpr double eastTile = 0.25;
-constexpr double southTile = 0.5;
-constexpr double westTile = 1.0;
+constexpr double northTile = 0.0, eastTile = 0.25, southTile = 0.5, westTile = 1.0;
 
 void addQuad(Scene& scene, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& d) {
     scene.vertices.insert(scene.vertices.end(), {a, b, c, a, c, d});
@@ -99,26 +95,26 @@ protected:
 
 TEST_F(PicturesTest, showsTheModelAsSeenFromTheGivenBearing) {
     options.elevation = 45.0;
-    // When true north is turned, the bearing turns along.
-    for (const auto& [viewFrom, north] : {std::pair{180.0, 0.0}, std::pair{150.0, 30.0}}) {
-        options.viewFrom = viewFrom;
-        options.north = north;
+    // What lies at the top, at the bottom, to the left and to the right; when true north is turned,
+    // the bearing turns along.
+    const struct {
+        double viewFrom, north, top, bottom, left, right;
+    } cases[] = {{180.0, 0.0, northTile, southTile, westTile, eastTile},
+                 {150.0, 30.0, northTile, southTile, westTile, eastTile},
+                 {90.0, 0.0, westTile, eastTile, southTile, northTile}};
+    for (const auto& c : cases) {
+        options.viewFrom = c.viewFrom;
+        options.north = c.north;
         const Picture picture = heatmap({}, fourTiles());
         EXPECT_EQ(picture.width(), 800);
         EXPECT_EQ(picture.height(), 500);
         for (const double tile : {northTile, eastTile, southTile, westTile}) {
             EXPECT_GT(picture.patch(tile).count, 500);
         }
-        // From the south, the north is at the top.
-        EXPECT_LT(picture.patch(northTile).y, picture.patch(southTile).y - 50);
-        EXPECT_LT(picture.patch(westTile).x, picture.patch(eastTile).x - 50);
-        EXPECT_NEAR(picture.patch(northTile).x, picture.patch(southTile).x, 3.0);
+        EXPECT_LT(picture.patch(c.top).y, picture.patch(c.bottom).y - 50);
+        EXPECT_LT(picture.patch(c.left).x, picture.patch(c.right).x - 50);
+        EXPECT_NEAR(picture.patch(c.top).x, picture.patch(c.bottom).x, 3.0);
     }
-    options.viewFrom = 90.0;
-    options.north = 0.0;
-    const Picture fromEast = heatmap({}, fourTiles());
-    EXPECT_LT(fromEast.patch(westTile).y, fromEast.patch(eastTile).y - 50);
-    EXPECT_LT(fromEast.patch(southTile).x, fromEast.patch(northTile).x - 50);
 }
 
 TEST_F(PicturesTest, hidesWhatLiesBehindAndShowsTheLitSideOfCells) {
@@ -140,13 +136,27 @@ TEST_F(PicturesTest, hidesWhatLiesBehindAndShowsTheLitSideOfCells) {
     EXPECT_EQ(picture.patch(1.0).count, 0);
 }
 
+TEST_F(PicturesTest, showsTheNeighbourhoodOfTheSensorsAndNoEmptySpace) {
+    const SensorField field = fourTiles();
+    const Picture alone = heatmap({}, field);
+    Scene elsewhere;
+    addQuad(elsewhere, {200, 0, 0}, {300, 0, 0}, {300, 100, 0}, {200, 100, 0});
+    EXPECT_EQ(heatmap(elsewhere, field).patch(northTile).count, alone.patch(northTile).count);
+    // Ground that runs through is shown as far as the neighbourhood goes; one point has one too.
+    Scene ground;
+    addQuad(ground, {-1e4, -1e4, 0}, {1e4, -1e4, 0}, {1e4, 1e4, 0}, {-1e4, 1e4, 0});
+    EXPECT_GT(heatmap(ground, field).patch(northTile).count, alone.patch(northTile).count / 8);
+    EXPECT_LT(heatmap(ground, field).patch(northTile).count, alone.patch(northTile).count / 2);
+    SensorField point;
+    point.positions = {{0, 0, 1}};
+    point.normals = {{0, 0, 1}};
+    EXPECT_GT(heatmap(ground, point, {1.0F}).patch(0.5).count, 100);
+}
+
 TEST_F(PicturesTest, copesWithOddInput) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const double huge = std::numeric_limits<double>::infinity();
     options.title = "Title \xFF that is far too long for one line " + std::string(400, 'W');
-    options.subtitle = options.title;
-    options.width = 500;
-    options.height = 320;
     SensorField points = fourTiles();
     points.corners.clear();
     points.cellStart.clear();
@@ -155,29 +165,24 @@ TEST_F(PicturesTest, copesWithOddInput) {
     Scene scene;
     addQuad(scene, {0, 0, 0}, {0, 0, 0}, {huge, 0, 0}, {0, -huge, 0});
     const Picture mixed = heatmap(scene, points, {1.0F, 1.0F, nan, 1.0F});
-    EXPECT_EQ(mixed.width(), 500);
     EXPECT_GT(mixed.patch(0.5).count, 20) << "equal values lie in the middle of the scale";
-    for (int y = 60; y < 300; ++y) { // the long title ends inside the picture
-        ASSERT_EQ(mixed.at(499, y), (std::array<int, 3>{255, 255, 255}));
+    for (int y = 60; y < 480; ++y) { // the long title ends inside the picture
+        ASSERT_EQ(mixed.at(799, y), (std::array<int, 3>{255, 255, 255}));
     }
     SensorField farAway = fourTiles();
     farAway.corners[0] = {1.0e308, -1.0e308, 1.0e308};
-    EXPECT_EQ(heatmap({}, farAway).width(), 500);
-    EXPECT_EQ(heatmap({}, {}, {}).height(), 320);
+    EXPECT_EQ(heatmap({}, farAway).width(), 800);
+    EXPECT_EQ(heatmap({}, {}, {}).height(), 500);
 }
 
 TEST_F(PicturesTest, skyDomeHasNorthUpAndEastToTheRight) {
     ResultColumn column{"direct", "Wh/m2", "Direct", std::vector<float>(skyGrid::cellCount)};
-    const auto set = [&](int sector, int band, float value) {
-        column.values[static_cast<std::size_t>(skyGrid::cellIndex(sector, band))] = value;
-    };
+    column.values[0] = 300.0F;
     for (int band = 4; band < 10; ++band) { // 20..50 degrees up, 15..25 degrees around
-        for (int sector = 3; sector < 5; ++sector) {
-            set(sector, band, 100.0F);      // north-north-east
-            set(sector + 18, band, 200.0F); // east-south-east
-        }
+        float* const sector = &column.values[static_cast<std::size_t>(skyGrid::cellIndex(3, band))];
+        std::fill_n(sector, 2, 100.0F);      // north-north-east
+        std::fill_n(sector + 18, 2, 200.0F); // east-south-east
     }
-    set(0, 0, 300.0F);
     SkyDomeOptions dome;
     dome.paths = {{"path", {{100, -5}, {120, 10}, {180, 40}, {250, std::nan("")}}}};
     const Picture picture(
@@ -185,8 +190,7 @@ TEST_F(PicturesTest, skyDomeHasNorthUpAndEastToTheRight) {
     const auto all = picture.patch(0.0);
     const auto north = picture.patch(1.0 / 3.0);
     const auto east = picture.patch(2.0 / 3.0);
-    ASSERT_GT(north.count, 200);
-    ASSERT_GT(east.count, 200);
+    ASSERT_GT(std::min(north.count, east.count), 200);
     EXPECT_LT(north.y, all.y - 100);
     EXPECT_GT(north.x, all.x + 20);
     EXPECT_GT(east.x, all.x + 100);
@@ -196,9 +200,7 @@ TEST_F(PicturesTest, skyDomeHasNorthUpAndEastToTheRight) {
 TEST(ColorMapTest, lightnessRisesEvenly) {
     const ColorMap colors;
     // CIE L* from sRGB, IEC 61966-2-1 and CIE 15.
-    const auto linear = [](double v) {
-        return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
-    };
+    const auto linear = [](double v) { return std::pow((v + 0.055) / 1.055, 2.4); };
     for (int i = 0; i <= 20; ++i) {
         const Color& c = colors(i / 20.0);
         const double y =

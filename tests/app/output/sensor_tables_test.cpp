@@ -49,12 +49,11 @@ TEST_F(SensorTablesTest, csvReadsBackAsTheSameNumbers) {
                                               "total [Wh/m2]", "\"sky \"\"seen\"\" [%]\""));
     for (std::size_t i = 0; i < 3; ++i) {
         const auto& row = rows[i + 1];
-        const Vector3& p = field.positions[i];
-        const Vector3& n = field.normals[i];
         ASSERT_EQ(row.size(), 8U);
-        const std::array<double, 6> place = {p.x, p.y, p.z, n.x, n.y, n.z};
-        for (std::size_t k = 0; k < place.size(); ++k) {
-            EXPECT_EQ(parseNumber<double>(row[k]), place[k]);
+        for (std::size_t k = 0; k < 3; ++k) {
+            const double Vector3::*axis = std::array{&Vector3::x, &Vector3::y, &Vector3::z}[k];
+            EXPECT_EQ(parseNumber<double>(row[k]), field.positions[i].*axis);
+            EXPECT_EQ(parseNumber<double>(row[3 + k]), field.normals[i].*axis);
         }
         EXPECT_EQ(parseNumber<float>(row[6]), columns[0].values[i]);
         EXPECT_EQ(parseNumber<float>(row[7]), columns[1].values[i]);
@@ -72,7 +71,6 @@ TEST(TextTest, namesFromModelsCannotBreakOutOfTheirField) {
         {"=cmd|'/c calc'!A0", "'=cmd|'/c calc'!A0", "=cmd|'/c calc'!A0"},
         {"-1+2,@x", "\"'-1+2,@x\"", "-1+2,@x"},
         {"</DataArray>&", "</DataArray>&", "&lt;/DataArray&gt;&amp;"},
-        {"Zürich €", "Zürich €", "Zürich €"},
         {"\x01\xFF\xC0\xAF", "\x01\xFF\xC0\xAF", "\uFFFD\uFFFD\uFFFD\uFFFD"},
         {"\xED\xA0\x80", "\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"}, // a surrogate
         {"cut \xE2\x82", "cut \xE2\x82", "cut \uFFFD\uFFFD"},
@@ -88,19 +86,16 @@ struct VtpFile {
     explicit VtpFile(const std::string& content) {
         const std::size_t mark = content.find("<AppendedData encoding=\"raw\">\n   _");
         data = content.substr(content.find('_', mark) + 1);
-        const std::string head = content.substr(0, mark) + "</VTKFile>";
-        EXPECT_TRUE(xml.load_string(head.c_str()));
         EXPECT_TRUE(data.ends_with("\n  </AppendedData>\n</VTKFile>\n"));
+        EXPECT_TRUE(xml.load_string((content.substr(0, mark) + "</VTKFile>").c_str()));
         piece = xml.select_node("/VTKFile/PolyData/Piece").node();
     }
     template <typename Number>
     [[nodiscard]] std::vector<Number> array(const char* section, const char* name) const {
-        const auto offset = piece.child(section)
-                                .find_child_by_attribute("DataArray", "Name", name)
-                                .attribute("offset")
-                                .as_ullong(data.size());
-        std::uint64_t bytes = 0;
+        const auto node = piece.child(section).find_child_by_attribute("DataArray", "Name", name);
+        const std::size_t offset = node.attribute("offset").as_ullong(data.size());
         EXPECT_LT(offset, data.size()) << section << " has no " << name;
+        std::uint64_t bytes = 0;
         std::memcpy(&bytes, data.data() + offset, sizeof bytes);
         std::vector<Number> values(bytes / sizeof(Number));
         std::memcpy(values.data(), data.data() + offset + sizeof bytes, bytes);

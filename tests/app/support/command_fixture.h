@@ -4,9 +4,7 @@
 #include "tests/app/support/study_fixture.h"
 
 #include <functional>
-#include <vector>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,33 +24,19 @@ protected:
         std::string err;
     };
 
-    /// Starts the command in the folder; words are separated by single spaces.
+    /// Starts the command in the folder, by a shell that it takes the place of.
+    /// @param words its arguments; redirections among them win over stdout and stderr in the folder
     /// @param prepare runs in the new process
     pid_t start(const std::string& words, const std::function<void()>& prepare = {}) const {
-        std::vector<std::string> arguments = {INSOLATE_COMMAND};
-        for (std::size_t at = 0; at < words.size();) {
-            const std::size_t end = std::min(words.find(' ', at), words.size());
-            arguments.push_back(words.substr(at, end - at));
-            at = end + 1;
-        }
-        std::vector<char*> pointers;
-        pointers.reserve(arguments.size() + 1);
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
         std::filesystem::remove(path("stderr")); // of the command before
+        const std::string line = fmt::format("cd '{}' && exec '{}' >stdout 2>stderr {}",
+                                             path("").string(), INSOLATE_COMMAND, words);
         const pid_t child = fork();
         if (child == 0) {
-            const int flags = O_CREAT | O_TRUNC | O_WRONLY;
-            if (chdir(path("").c_str()) != 0 || dup2(open("stdout", flags, 0600), 1) < 0 ||
-                dup2(open("stderr", flags, 0600), 2) < 0) {
-                _exit(127);
-            }
             if (prepare) {
                 prepare();
             }
-            execv(pointers[0], pointers.data());
+            execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
             _exit(127);
         }
         return child;

@@ -1,54 +1,21 @@
 /// Small models, weather and folders for the tests of the command.
 #pragma once
 
-#include <array>
+#include "tests/support/temporary_folder.h"
+
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <fmt/format.h>
+#include <insolate/weather/weather_series.h>
 
 namespace insolate::app::test {
 
-/// A folder of its own that goes with the object.
-class StudyFolder {
-public:
-    StudyFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "insolate-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary folder");
-        }
-        m_path = name;
-    }
-    ~StudyFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    StudyFolder(const StudyFolder&) = delete;
-    StudyFolder& operator=(const StudyFolder&) = delete;
-
-    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-    std::filesystem::path write(const std::string& name, const std::string& content) const {
-        auto file = m_path / name;
-        std::ofstream(file, std::ios::binary) << content;
-        return file;
-    }
-
-private:
-    std::filesystem::path m_path;
-};
-
-inline std::string readFile(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using insolate::test::readFile;
+using StudyFolder = insolate::test::TemporaryFolder;
 
 /// What the action's exception says; "nothing is wrong" without one.
 template <typename Action>
@@ -81,37 +48,29 @@ struct HourOfWeather {
     int diffuse = 0;
 };
 
-inline constexpr std::array<int, 12> monthDays = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-
 /// Line number of an hour's record in weatherText; month, day and hour from 1.
 inline std::size_t weatherLine(int month, int day, int hour) {
-    int days = day - 1;
-    for (int m = 1; m < month; ++m) {
-        days += monthDays[static_cast<std::size_t>(m - 1)];
-    }
-    return static_cast<std::size_t>(3 + days * 24 + hour - 1);
+    return static_cast<std::size_t>(3 + dayIndex(month, day) * 24 + hour - 1);
 }
 
-/// A year of weather in the EPW format: 2 header lines, 8,760 records. Hours are 1 to 24.
-inline std::string weatherText(const std::function<HourOfWeather(int month, int hour)>& hourOf) {
+/// A year of weather in the EPW format, of equal days: 2 header lines, 8,760 records. Hours are 1
+/// to 24.
+inline std::string weatherText(const std::function<HourOfWeather(int hour)>& hourOf) {
     std::string text = "LOCATION,Testville,-,TST,made,0,40.0,0.0,0.0,100.0\n"
                        "DATA PERIODS,1,1,Data,Sunday,1/1,12/31\n";
-    for (int month = 1; month <= 12; ++month) {
-        for (int day = 1; day <= monthDays[static_cast<std::size_t>(month - 1)]; ++day) {
-            for (int hour = 1; hour <= 24; ++hour) {
-                const HourOfWeather w = hourOf(month, hour);
-                text += fmt::format("2001,{},{},{},0,?9,10.0,5.0,50,100000,0,0,300,0,{},{},0,0,0,0,"
-                                    "0,2.0,0,0,20,77777,9,999999999,10\n",
-                                    month, day, hour, w.direct, w.diffuse);
-            }
-        }
+    for (int k = 0; k < 8760; ++k) {
+        const MonthAndDay date = monthAndDay(k / 24);
+        const HourOfWeather w = hourOf(k % 24 + 1);
+        text += fmt::format("2001,{},{},{},0,?9,10.0,5.0,50,100000,0,0,300,0,{},{},0,0,0,0,0,2.0,0,"
+                            "0,20,77777,9,999999999,10\n",
+                            date.month, date.day, k % 24 + 1, w.direct, w.diffuse);
     }
     return text;
 }
 
 /// Clear days: the sun shines from 6 to 18, most at noon.
 inline std::string clearYear() {
-    return weatherText([](int, int hour) {
+    return weatherText([](int hour) {
         if (hour <= 6 || hour > 18) {
             return HourOfWeather{};
         }

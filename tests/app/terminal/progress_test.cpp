@@ -29,7 +29,6 @@ std::string written(Progress::Style style) {
 TEST(Progress, SaysShareRateAndTimeLeft) {
     EXPECT_EQ(progressText(300, 1200, 3.0, "sensors"),
               " 25 %  300 of 1,200 sensors  100/s  9.0 s left");
-    EXPECT_EQ(progressText(0, 10, 1.0, "sensors"), "  0 %  0 of 10 sensors");
     EXPECT_EQ(progressText(1234567, 1234567, 1.0, "x"),
               "100 %  1,234,567 of 1,234,567 x  1,234,567/s");
     EXPECT_EQ(durationText(0.25), "250 ms");
