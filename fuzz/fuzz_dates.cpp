@@ -7,7 +7,7 @@
 #include <cstring>
 #include <functional>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(dates)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::app;
     using insolate::fuzz::require;
     const std::string text(reinterpret_cast<const char*>(bytes), size);
@@ -16,8 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         try {
             parse();
         } catch (const UsageError& error) {
-            require(std::string(error.what()).find("; ") != std::string::npos,
-                    "errors name a mend");
+            insolate::fuzz::requireMend(error);
         }
     };
     attempt([&] {

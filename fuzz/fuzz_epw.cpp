@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(epw)(const std::uint8_t* bytes, std::size_t size) {
     using insolate::fuzz::require;
     const insolate::fuzz::MemoryFile file(bytes, size);
     static EWeatherData read;

@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <xxhash.h>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(masks)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::app;
     using insolate::fuzz::require;
     constexpr std::size_t headerSize = 56;

@@ -64,7 +64,7 @@ aiMesh* makeMesh(Bytes& bytes) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
+INSOLATE_FUZZ_TARGET(mesh)(const std::uint8_t* input, std::size_t size) {
     using namespace insolate::app;
     Bytes bytes(input, size);
     aiScene scene; // owns and frees what hangs on it

@@ -1,7 +1,7 @@
 // Any bytes as an OBJ model.
 #include "mesh_promises.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(obj)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::app;
     const insolate::fuzz::MemoryFile file(bytes, size);
     try {

@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(sensors)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::app;
     using insolate::fuzz::require;
     if (size == 0) {
@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             require(size2 == 0.0 || std::abs(size2 - 1.0) < 1.0e-9, "normals have length 1");
         }
     } catch (const DataError& error) {
-        require(std::string(error.what()).find("; ") != std::string::npos, "errors name a mend");
+        insolate::fuzz::requireMend(error);
     }
     return 0;
 }

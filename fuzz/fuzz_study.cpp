@@ -5,7 +5,7 @@
 #include "app/cli/study_file.h"
 #include "app/errors.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(study)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::app;
     const insolate::fuzz::MemoryFile file(bytes, size);
     for (auto* add : {addRunCommand, addSkyCommand}) {
@@ -15,8 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         try {
             applyStudyFile(*command, file.name());
         } catch (const CommandError& error) {
-            insolate::fuzz::require(std::string(error.what()).find("; ") != std::string::npos,
-                                    "errors name a mend");
+            insolate::fuzz::requireMend(error);
         }
     }
     return 0;

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(wea)(const std::uint8_t* bytes, std::size_t size) {
     using insolate::fuzz::require;
     constexpr std::size_t fileSize = 16 + sizeof(EWeaFileFormatData);
     constexpr std::size_t tail = 24;

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+INSOLATE_FUZZ_TARGET(weather_check)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::app;
     using insolate::fuzz::require;
     if (size == 0) {
@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             require(static_cast<unsigned char>(c) >= 0x20U && c != 0x7F, "names are printable");
         }
     } catch (const DataError& error) {
-        require(std::string(error.what()).find("; ") != std::string::npos, "errors name a mend");
+        insolate::fuzz::requireMend(error);
     }
     std::filesystem::remove(name);
     return 0;

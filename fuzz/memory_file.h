@@ -1,10 +1,11 @@
-/// A file in memory with a name that any reader can open.
+/// What every target needs: a file in memory with a name that any reader can open, and promises.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 
 #include <sys/mman.h>
@@ -39,4 +40,16 @@ inline void require(bool holds, const char* promise) {
     }
 }
 
+/// What the command refuses it refuses with the mend.
+inline void requireMend(const std::exception& error) {
+    require(std::string(error.what()).find("; ") != std::string::npos, "errors name a mend");
+}
+
 } // namespace insolate::fuzz
+
+/// Begins a target: the function that libFuzzer calls, or in the replay one of several.
+#ifdef INSOLATE_REPLAY
+#define INSOLATE_FUZZ_TARGET(name) static int name
+#else
+#define INSOLATE_FUZZ_TARGET(name) extern "C" int LLVMFuzzerTestOneInput
+#endif

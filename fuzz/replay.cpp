@@ -1,31 +1,14 @@
 // Every target over its seeds and former findings, without libFuzzer: replay TARGET FOLDER.
-#define LLVMFuzzerTestOneInput dates
+#define INSOLATE_REPLAY
 #include "fuzz_dates.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput epw
 #include "fuzz_epw.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput masks
 #include "fuzz_masks.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput mesh
 #include "fuzz_mesh.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput obj
 #include "fuzz_obj.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput sensors
 #include "fuzz_sensors.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput study
 #include "fuzz_study.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput wea
 #include "fuzz_wea.cpp"
-#undef LLVMFuzzerTestOneInput
-#define LLVMFuzzerTestOneInput weather_check
 #include "fuzz_weather_check.cpp"
-#undef LLVMFuzzerTestOneInput
 
 #include <filesystem>
 #include <fstream>
