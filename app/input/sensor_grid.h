@@ -22,7 +22,7 @@ struct SensorGrid {
     std::size_t emptyFaces = 0; ///< faces without area, left out
 };
 
-/// How many sensors the cutting will give, within a factor of about three, without doing it.
+/// How many sensors the cutting will give, within a factor of about two, without doing it.
 double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
                             const SensorGridOptions& options);
 
@@ -31,8 +31,8 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
 /// halved across its longest edge until it is small enough: its area at most the spacing's square,
 /// its longest edge at most twice the spacing. Halving the longest edge never makes an angle less
 /// than half as wide as the narrowest one there was (Rosenberg and Stenger 1975, Mathematics of
-/// Computation 29, 390-395), so no slivers arise. A needle, whose short edge is at most half the
-/// spacing, is sliced across instead.
+/// Computation 29, 390-395), so no slivers arise. What is no wider than half the spacing, a needle
+/// or a flat triangle, is sliced across instead.
 /// The order of the sensors is the order of the faces.
 SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
                           const SensorGridOptions& options);
