@@ -110,7 +110,8 @@ struct RunArguments {
             .add_option("--sky-tolerance", skyTolerance,
                         "hourly: error that shadow edges may leave in a sensor's diffuse sky, in "
                         "percent of it; splits the sky's cells at edges where needed, which takes "
-                        "up to three times as long. 0: two rays for each cell")
+                        "up to three times as long. 0: two rays for each cell; else at least 0.05, "
+                        "where the smallest splits end")
             ->check(numberCheck("percent of the diffuse sky"))
             ->type_name("PERCENT")
             ->capture_default_str();
@@ -119,7 +120,7 @@ struct RunArguments {
                 "--sun-tolerance", sunTolerance,
                 "hourly: the same for the direct sun; 0.25 keeps half a percent in "
                 "practically all places of a year's sum, and 2 % of a single day's; without it "
-                "a day may be off by 20 % at the edges of shadows")
+                "a day may be off by 20 % at the edges of shadows. 0, or at least 0.02")
             ->check(numberCheck("percent of the direct sun"))
             ->type_name("PERCENT")
             ->capture_default_str();
@@ -185,15 +186,23 @@ struct RunArguments {
         }
         result.resume = resume;
         result.force = force;
-        const auto checkTolerance = [&](const char* option, double percent, double usual) {
+        const auto checkTolerance = [&](const char* option, double percent, double least,
+                                        double usual) {
             if (!(percent >= 0.0 && percent <= 100.0)) {
                 throw UsageError(
                     fmt::format("{} {}: no share; give percent from 0 to 100", option, percent));
             }
+            if (percent > 0.0 && percent < least) {
+                throw UsageError(fmt::format(
+                    "{} {}: below {} % nothing gets better, since cells are split down to 0.6 "
+                    "degrees; give {} or more, or 0 for two rays a cell",
+                    option, percent, least, least));
+            }
             requireHourly(result.method, option, percent != usual);
         };
-        checkTolerance("--sky-tolerance", skyTolerance, HourlyOptions().skyTolerance);
-        checkTolerance("--sun-tolerance", sunTolerance, HourlyOptions().sunTolerance);
+        // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
+        checkTolerance("--sky-tolerance", skyTolerance, 0.05, HourlyOptions().skyTolerance);
+        checkTolerance("--sun-tolerance", sunTolerance, 0.02, HourlyOptions().sunTolerance);
         requireHourly(result.method, "--open-ground", openGround);
         requireHourly(result.method, "--series", !series.empty());
         if (result.method == Method::hourly && (saveMasks || !masks.empty())) {

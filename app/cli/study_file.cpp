@@ -140,7 +140,14 @@ void giveValues(const CLI::App& command, CLI::Option& option, const toml::node& 
                                    quoteText(name), kindOf(item), printable(name)));
         }
         if (isFile && !text->empty()) {
-            *text = (file.parent_path() / *text).string();
+            const std::filesystem::path named = file.parent_path() / *text;
+            std::error_code ignored;
+            if (name != "out" && !std::filesystem::exists(named, ignored)) {
+                throw fail(item, fmt::format("{}: {}: no such file; check the name, which counts "
+                                             "from the study file's folder",
+                                             printable(name), place(named)));
+            }
+            *text = named.string();
         }
         items.push_back(&item);
         texts.push_back(std::move(*text));

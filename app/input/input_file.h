@@ -25,6 +25,17 @@ inline std::ifstream openInput(const std::filesystem::path& file, std::string_vi
         throw DataError(
             fmt::format("{}: cannot be read; give a {} that you may open", place(file), what));
     }
+    // The byte order mark of UTF-16, with which no file begins that is read here.
+    const int first = in.get();
+    const int second = in.peek();
+    if ((first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF)) {
+        throw DataError(
+            fmt::format("{}: the text is UTF-16; save the {} as UTF-8", place(file), what));
+    }
+    in.clear(); // of the end of an empty file
+    if (first != std::ifstream::traits_type::eof()) {
+        in.unget();
+    }
     return in;
 }
 

@@ -1,3 +1,4 @@
+#include "app/counted.h"
 #include "app/errors.h"
 #include "app/input/mesh_import.h"
 #include "app/input/numbers.h"
@@ -113,9 +114,11 @@ struct ObjBuilder {
             const long index = indices[i].vertex_index;
             const long vertex = index > 0 ? index - 1 : vertexCount + index;
             if (index == 0 || vertex < 0 || vertex >= vertexCount) {
-                fail(fmt::format("the face names vertex {}, but {} vertices stand before it; mend "
+                fail(fmt::format("the face names vertex {}, but {} {} before it; mend "
                                  "the model and export it again",
-                                 index, vertexCount));
+                                 index, vertexCount,
+                                 counted(static_cast<std::size_t>(vertexCount), "vertex stands",
+                                         "vertices stand")));
                 return;
             }
             mesh.corners.push_back(static_cast<std::uint32_t>(vertex));

@@ -1,5 +1,6 @@
 #include "app/input/sensor_csv.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 #include "app/input/input_file.h"
 #include "app/input/numbers.h"
@@ -17,13 +18,17 @@ namespace {
 
 constexpr std::size_t mostFields = 6;
 
-/// Splits at semicolons, or at commas in a line without any, so that decimal commas are no further
-/// fields; more than mostFields are counted, not kept.
+/// Splits at semicolons; at commas in a line without any, so that decimal commas are no further
+/// fields; at blanks and tabs in a line without either. More than mostFields are counted, not kept.
 std::size_t splitFields(std::string_view line, std::array<std::string_view, mostFields>& fields) {
-    const char separator = line.find(';') == std::string_view::npos ? ',' : ';';
+    constexpr std::string_view blanks = " \t";
+    const bool byBlanks = line.find_first_of(";,") == std::string_view::npos;
+    const std::string_view separators = byBlanks                                   ? blanks
+                                        : line.find(';') == std::string_view::npos ? ","
+                                                                                   : ";";
     std::size_t count = 0;
     for (;;) {
-        const std::size_t end = line.find(separator);
+        const std::size_t end = line.find_first_of(separators);
         if (count < mostFields) {
             fields[count] = trimmed(line.substr(0, end));
         }
@@ -31,7 +36,7 @@ std::size_t splitFields(std::string_view line, std::array<std::string_view, most
         if (end == std::string_view::npos) {
             return count;
         }
-        line.remove_prefix(end + 1);
+        line.remove_prefix(byBlanks ? line.find_first_not_of(blanks, end) : end + 1);
     }
 }
 
@@ -64,9 +69,12 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
             continue; // the header
         }
         if (count != 3 && count != 6) {
-            throw DataError(fmt::format("{}: {} field{} where x,y,z or x,y,z,nx,ny,nz is expected; "
-                                        "complete the line or delete it",
-                                        place(file, line), count, count == 1 ? "" : "s"));
+            const bool hasDecimalCommas = count > 1 && row.find(", ") == std::string_view::npos &&
+                                          fields[1].find_first_of(" \t") != std::string_view::npos;
+            throw DataError(fmt::format("{}: {} {} where x,y,z or x,y,z,nx,ny,nz is expected; {}",
+                                        place(file, line), count, counted(count, "field", "fields"),
+                                        hasDecimalCommas ? "write decimals with a point"
+                                                         : "complete the line or delete it"));
         }
         if (expected == 0) {
             expected = count;

@@ -1,5 +1,6 @@
 #include "app/input/weather_check.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 #include "app/input/file_name.h"
 #include "app/input/input_file.h"
@@ -12,13 +13,14 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
-#include <insolate/weather/weather_series.h>
+#include <insolate/insolate.h>
 
 namespace insolate::app {
 
@@ -27,6 +29,7 @@ namespace {
 constexpr int daysPerYear = 365;
 constexpr int hoursPerDay = 24;
 constexpr std::size_t hoursPerYear = 8760;
+constexpr float missingValue = std::numeric_limits<float>::quiet_NaN();
 
 /// Above any irradiance on earth [W/m2]; the solar constant is 1,361.
 constexpr double greatestRadiation = 1500.0;
@@ -90,6 +93,13 @@ public:
         : m_file(file), m_rest(content) {}
 
     WeatherReport inspect() {
+        WeatherReport report = read();
+        report.oddClock = oddClockText(report.site, m_diffuse, m_file);
+        return report;
+    }
+
+private:
+    WeatherReport read() {
         if (m_rest.starts_with("\xEF\xBB\xBF")) {
             m_rest.remove_prefix(3);
         }
@@ -117,8 +127,8 @@ public:
         }
         if (m_leapLines > 0) {
             m_report.notes.push_back(fmt::format(
-                "{} lines of 29 February are read as 28 February: the year has 365 days",
-                m_leapLines));
+                "{} {} read as 28 February: the year has 365 days", m_leapLines,
+                counted(m_leapLines, "line of 29 February is", "lines of 29 February are")));
         }
         std::size_t line = 0;
         for (int hour = 0; hour < daysPerYear * hoursPerDay; ++hour) {
@@ -141,7 +151,6 @@ public:
         return m_report;
     }
 
-private:
     void take(std::string_view line, bool unfinished) {
         if (line.empty()) {
             return;
@@ -210,9 +219,10 @@ private:
                                         place(m_file, m_line), wrongFile));
         }
         if (fields.count() < 16) {
-            throw DataError(fmt::format("{}: the line has {} fields, radiation stands in fields 15 "
+            throw DataError(fmt::format("{}: the line has {} {}, radiation stands in fields 15 "
                                         "and 16; mend the line or download the file again",
-                                        place(m_file, m_line), fields.count()));
+                                        place(m_file, m_line), fields.count(),
+                                        counted(fields.count(), "field", "fields")));
         }
         const auto month = parseNumber<int>(fields[1]);
         const auto day = parseNumber<int>(fields[2]);
@@ -236,6 +246,8 @@ private:
         const auto index = static_cast<std::size_t>(dayOfYear * hoursPerDay + *hour - 1);
         // Of several lines for an hour the last one stands.
         m_missingAt[index] = directMissing || diffuseMissing ? m_line : 0;
+        m_diffuse[index] =
+            diffuseMissing ? missingValue : parseNumber<float>(fields[15]).value_or(missingValue);
         if (isLeapDay && m_lineOf[index] != 0) {
             return;
         }
@@ -271,6 +283,7 @@ private:
     std::vector<std::size_t> m_lineOf = std::vector<std::size_t>(hoursPerYear, 0);
     /// The line that marks the hour's radiation as missing, 0 for none.
     std::vector<std::size_t> m_missingAt = std::vector<std::size_t>(hoursPerYear, 0);
+    std::vector<float> m_diffuse = std::vector<float>(hoursPerYear, missingValue);
     WeatherReport m_report;
 };
 
@@ -314,6 +327,7 @@ WeatherReport inspectWea(const std::filesystem::path& file, std::string_view con
                                     report.site.timeZone));
     }
     report.hoursPresent = hoursPerYear;
+    std::vector<float> diffuseOf(hoursPerYear, missingValue);
     for (std::size_t hour = 0; hour < hoursPerYear; ++hour) {
         std::array<std::int16_t, 8> record{};
         std::memcpy(record.data(), content.data() + hoursOffset + hour * recordSize, recordSize);
@@ -328,9 +342,48 @@ WeatherReport inspectWea(const std::filesystem::path& file, std::string_view con
                                         "possible; convert the file again",
                                         place(file), when.first + 1, when.second + 1, direct,
                                         diffuse));
+        } else {
+            diffuseOf[hour] = static_cast<float>(diffuse);
         }
     }
+    report.oddClock = oddClockText(report.site, diffuseOf, file);
     return report;
+}
+
+/// How much later than the sun's noon the middle of the days' light lies [h]; 0 where too few days
+/// tell. It is the light's ends that count, which clouds do not move.
+double middleOfLight(const WeatherSite& site, std::span<const float> diffuse) {
+    constexpr float light = 5.0f; // [W/m2], just before sunrise under any sky
+    constexpr int longestDay = 18;
+    constexpr int fewestDays = 30;
+    double sum = 0.0;
+    int days = 0;
+    for (std::size_t first = 0; first + hoursPerDay <= diffuse.size(); first += hoursPerDay) {
+        const std::span<const float> day = diffuse.subspan(first, hoursPerDay);
+        const auto lit =
+            std::count_if(day.begin(), day.end(), [](float value) { return value > light; });
+        if (lit == 0 || lit > longestDay ||
+            std::any_of(day.begin(), day.end(), [](float value) { return std::isnan(value); })) {
+            continue;
+        }
+        const MonthAndDay date = monthAndDay(static_cast<int>(first / hoursPerDay));
+        const SunPosition sun = sunPosition(julianDay(2001, date.month, date.day, 12.0), {});
+        const double noon =
+            12.0 + site.timeZone - site.longitude / 15.0 - sun.equationOfTime / 60.0;
+        double dawn = 12.0;
+        double dusk = -12.0;
+        for (std::size_t hour = 0; hour < day.size(); ++hour) {
+            if (day[hour] > light) {
+                const double late = static_cast<double>(hour) + 0.5 - noon;
+                const double nearest = late - 24.0 * std::round(late / 24.0);
+                dawn = std::min(dawn, nearest);
+                dusk = std::max(dusk, nearest);
+            }
+        }
+        sum += 0.5 * (dawn + dusk);
+        ++days;
+    }
+    return days < fewestDays ? 0.0 : sum / days;
 }
 
 } // namespace
@@ -352,28 +405,44 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
     }
     WeatherReport report = hasExtension(file, {".epw"}) ? EpwInspector(file, content).inspect()
                                                         : inspectWea(file, content);
-    if (std::string odd = timeZoneText(report.site, file); !odd.empty()) {
-        report.notes.push_back(std::move(odd));
+    if (!report.oddClock.empty()) {
+        report.notes.push_back(report.oddClock);
     }
     return report;
 }
 
-std::string timeZoneText(const WeatherSite& site, const std::filesystem::path& file) {
+std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
+                         const std::filesystem::path& file) {
+    const bool isText = hasExtension(file, {".epw"});
     const double solarZone = site.longitude / 15.0;
     const double difference = site.timeZone - solarZone;
     // Across the date line a clock may be a day ahead of the sun.
     if (std::abs(difference - 24.0 * std::round(difference / 24.0)) <= 3.5) {
-        return {};
+        // Records at the wrong end of half an hour are common, and dawn and dusk are known to the
+        // hour: 0.75 h is more than both leave (0.55 h in four sound years, 0.16 h).
+        constexpr double worthTelling = 0.75;
+        const double late = middleOfLight(site, diffuse);
+        if (std::abs(late) <= worthTelling) {
+            return {};
+        }
+        return fmt::format(
+            "{}: the days' light lies {:.1f} h {} the sun's noon at {:.2f} {} by the "
+            "time zone UTC{:+}: the hours would fit about UTC{:+}; {}",
+            place(file), std::abs(late), late < 0.0 ? "before" : "after", std::abs(site.longitude),
+            site.longitude < 0.0 ? "W" : "E", site.timeZone,
+            std::round(2.0 * (site.timeZone + late)) / 2.0,
+            isText ? "check fields 8 (longitude, east positive) and 9 (time zone) of "
+                     "the LOCATION line"
+                   : "check the .epw file and convert it again");
     }
     return fmt::format("{}: the time zone UTC{:+} does not go with longitude {:.2f} {}, where the "
                        "sun keeps UTC{:+.1f}: the sun would stand elsewhere than in the file's "
                        "hours; {}",
                        place(file), site.timeZone, std::abs(site.longitude),
                        site.longitude < 0.0 ? "W" : "E", solarZone,
-                       hasExtension(file, {".epw"})
-                           ? "mend fields 8 (longitude, east positive) and 9 (time zone) of the "
-                             "LOCATION line"
-                           : "mend the .epw file and convert it again");
+                       isText ? "mend fields 8 (longitude, east positive) and 9 (time zone) of the "
+                                "LOCATION line"
+                              : "mend the .epw file and convert it again");
 }
 
 std::string hourOfYearText(const HourOfYear& hour) {
@@ -389,10 +458,11 @@ void requireCompleteYear(const WeatherReport& report, const std::filesystem::pat
     constexpr std::string_view mend =
         "give a complete file, or --allow-gaps to count them as without radiation";
     if (report.hoursRepeated > 0) {
-        throw DataError(fmt::format("{}: the hour was given before ({} such lines); give a file "
+        throw DataError(fmt::format("{}: the hour was given before ({} such {}); give a file "
                                     "with one record an hour, or --allow-gaps to let the last one "
                                     "stand",
-                                    place(file, report.firstRepeatedLine), report.hoursRepeated));
+                                    place(file, report.firstRepeatedLine), report.hoursRepeated,
+                                    counted(report.hoursRepeated, "line", "lines")));
     }
     const auto failAt = [&](const LineFault& fault, const std::string& consequence) {
         return DataError(fmt::format("{}: {}; {}; mend the line, {}", place(file, fault.line),
@@ -400,8 +470,9 @@ void requireCompleteYear(const WeatherReport& report, const std::filesystem::pat
     };
     if (!report.hoursMissing.empty()) {
         const std::string missing = fmt::format(
-            "{} of the year's {} hours are missing, the first is {}", report.hoursMissing.size(),
-            hoursPerYear, hourOfYearText(report.hoursMissing.front()));
+            "{} of the year's {} hours {} {}", report.hoursMissing.size(), hoursPerYear,
+            counted(report.hoursMissing.size(), "is missing:", "are missing, the first is"),
+            hourOfYearText(report.hoursMissing.front()));
         if (report.unreadableLine.line == report.lineBeforeMissing + 1) {
             throw failAt(report.unreadableLine, missing);
         }
@@ -411,9 +482,10 @@ void requireCompleteYear(const WeatherReport& report, const std::filesystem::pat
             missing, report.lineBeforeMissing == 0 ? "" : ", after this line", mend));
     }
     if (!report.radiationMissing.empty()) {
-        const std::string missing = fmt::format("radiation is missing in {} hours, the first is {}",
-                                                report.radiationMissing.size(),
-                                                hourOfYearText(report.radiationMissing.front()));
+        const std::string missing =
+            fmt::format("radiation is missing in {} {} {}", report.radiationMissing.size(),
+                        counted(report.radiationMissing.size(), "hour:", "hours, the first is"),
+                        hourOfYearText(report.radiationMissing.front()));
         if (report.unreadableRadiation.line > 0) {
             throw failAt(report.unreadableRadiation, missing);
         }

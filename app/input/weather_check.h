@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,6 +36,7 @@ struct LineFault {
 
 struct WeatherReport {
     WeatherSite site;
+    std::string oddClock; ///< what oddClockText() says; among the notes too
     std::size_t hoursPresent = 0;
     std::vector<HourOfYear> hoursMissing;
     std::size_t lineBeforeMissing = 0; ///< after which the first missing hour belongs; 0: unknown
@@ -65,8 +67,10 @@ struct WeatherReport {
 WeatherReport inspectWeatherFile(const std::filesystem::path& file);
 
 /// What is odd about the site's clock: nothing while it is within 3.5 hours of the sun's own time,
-/// which no country's is beyond.
-std::string timeZoneText(const WeatherSite& site, const std::filesystem::path& file);
+/// which no country's is beyond, and the light of the days lies about the sun's noon.
+/// @param diffuse horizontal radiation of the year's hours [W/m2], NaN where it is missing
+std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
+                         const std::filesystem::path& file);
 
 /// "21 June, 12:00 to 13:00".
 std::string hourOfYearText(const HourOfYear& hour);

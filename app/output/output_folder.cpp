@@ -232,15 +232,22 @@ void OutputFolder::removeLeftovers() {
     }
 }
 
-OutputFile& OutputFolder::stage(const std::string& name) {
-    const fs::path target = m_folder / name;
-    std::error_code error;
-    if (fs::is_directory(target, error)) {
-        throw OutputError(target.string() +
-                          (m_onlyFile.empty()
-                               ? ": is a folder; move it away or choose another --out"
-                               : ": is a folder; move it away or choose another name"));
+void OutputFolder::requireFree(std::initializer_list<std::string_view> names) const {
+    for (const std::string_view name : names) {
+        const fs::path target = m_folder / name;
+        std::error_code error;
+        if (fs::is_directory(target, error)) {
+            throw OutputError(target.string() +
+                              (m_onlyFile.empty()
+                                   ? ": is a folder; move it away or choose another --out"
+                                   : ": is a folder; move it away or choose another name"));
+        }
     }
+}
+
+OutputFile& OutputFolder::stage(const std::string& name) {
+    requireFree({name});
+    const fs::path target = m_folder / name;
     fs::path partial = target;
     partial += partialSuffix;
     m_staged.push_back({target, partial, std::make_unique<OutputFile>(partial, target.string())});

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -70,6 +71,7 @@ private:
 /// Holds the folder for one run, from before the work starts until commit() or destruction.
 ///
 ///     OutputFolder folder(out);               // fails here if nothing could be written later
+///     folder.requireFree({"sensors.csv"});
 ///     OutputFile& table = folder.stage("sensors.csv");
 ///     ... long work, writeSensorsCsv(table, ...) ...
 ///     folder.commit();                        // all files appear under their names
@@ -92,6 +94,10 @@ public:
     /// A file that will get `name` (no path separators) at commit(). The reference holds as long as
     /// the folder object. Staged once per name.
     OutputFile& stage(const std::string& name);
+
+    /// Refuses early what stage() would refuse late, after the work.
+    /// @throws OutputError when one of the names is taken by a folder
+    void requireFree(std::initializer_list<std::string_view> names) const;
 
     /// A file of an earlier run that would contradict the staged ones: it goes at commit(), once
     /// they are complete.

@@ -1,5 +1,6 @@
 #include "app/run/hourly_study.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 
 #include <algorithm>
@@ -62,13 +63,14 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
                                     place(options.weather)));
     }
     if (m_options.monthlyAlbedo) {
-        const auto months =
+        const auto missing = static_cast<std::size_t>(
             std::count_if(year.series.monthlyAlbedo.begin(), year.series.monthlyAlbedo.end(),
-                          [](float value) { return std::isfinite(value); });
-        if (months < 12) {
-            m_weather.notes.push_back(fmt::format("{}: {} months have no albedo; {} holds for them",
-                                                  place(options.weather), 12 - months,
-                                                  m_options.albedo));
+                          [](float value) { return !std::isfinite(value); }));
+        if (missing > 0) {
+            m_weather.notes.push_back(
+                fmt::format("{}: {} {} no albedo; {} holds for {}", place(options.weather), missing,
+                            counted(missing, "month has", "months have"), m_options.albedo,
+                            counted(missing, "it", "them")));
         }
     }
     noteLastDay(m_weather, options);

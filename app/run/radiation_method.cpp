@@ -1,5 +1,6 @@
 #include "app/run/radiation_method.h"
 
+#include "app/counted.h"
 #include "app/run/hourly_study.h"
 #include "app/run/solar_analysis.h"
 #include "app/terminal/interrupt.h"
@@ -110,10 +111,12 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
     tbb::task_arena arena(usedThreads(work.threads));
     Keeping keeping(work, columns);
     if (keeping.sensorsTaken() > 0) {
-        progress.note(fmt::format("going on after {} of {} sensors",
-                                  groupedDigits(keeping.sensorsTaken()), groupedDigits(count)));
+        progress.note(fmt::format("going on after {} of {} {}",
+                                  groupedDigits(keeping.sensorsTaken()), groupedDigits(count),
+                                  counted(count, "sensor", "sensors")));
     }
-    progress.begin(count - keeping.sensorsTaken(), "sensors");
+    const std::size_t left = count - keeping.sensorsTaken();
+    progress.begin(left, counted(left, "sensor", "sensors"));
     arena.execute([&] {
         const std::size_t blocks = (count + blockSize - 1) / blockSize;
         tbb::parallel_for(

@@ -102,6 +102,7 @@ SkyPages pagesOf(const SolarAnalysis& analysis) {
 
 void runSky(const SkyOptions& options, Progress& progress) {
     OutputFolder folder(options.out);
+    folder.requireFree({"sky.csv", "sky.png", "sky.json"});
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, 0.0);
     reportWeather(method->weather(), progress);
     const auto* hourly = dynamic_cast<const HourlyStudy*>(method.get());

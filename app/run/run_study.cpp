@@ -1,5 +1,6 @@
 #include "app/run/run_study.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 #include "app/input/file_name.h"
 #include "app/input/mesh.h"
@@ -109,8 +110,9 @@ SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& opt
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid);
     if (cut.emptyFaces > 0) {
-        progress.warn(fmt::format("{}: {} faces without area are left out", source,
-                                  groupedDigits(cut.emptyFaces)));
+        progress.warn(
+            fmt::format("{}: {} {} left out", source, groupedDigits(cut.emptyFaces),
+                        counted(cut.emptyFaces, "face without area is", "faces without area are")));
     }
     if (cut.field.size() == 0) {
         throw DataError(fmt::format("{}: no face has an area to put sensors on; mend the model or "
@@ -134,7 +136,8 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
         }
     }
     const auto triangles = static_cast<double>(inputs.scene.triangleCount());
-    progress.note(fmt::format("scene: {} triangles", groupedDigits(inputs.scene.triangleCount())));
+    progress.note(fmt::format("scene: {} {}", groupedDigits(inputs.scene.triangleCount()),
+                              counted(inputs.scene.triangleCount(), "triangle", "triangles")));
 
     if (hasExtension(sensorFile, {".csv", ".txt"})) {
         if (!options.select.empty()) {
@@ -231,6 +234,13 @@ PartialResults::Key resumeKey(const RunOptions& options, const RadiationMethod& 
 void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& kept) {
     Stopwatch watch;
     OutputFolder folder(options.out);
+    folder.requireFree({"sensors.csv", "sensors.vtp", "heatmap.png", "summary.json"});
+    if (options.saveMasks) {
+        folder.requireFree({masksName});
+    }
+    if (!options.hourly.series.empty()) {
+        folder.requireFree({seriesName});
+    }
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, options.north);
     reportWeather(method->weather(), progress);
     watch.lap("weather_and_sky_s");
@@ -310,10 +320,12 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
 
     if (enclosed > 0) {
         progress.warn(fmt::format(
-            "{} of {} sensors see {}; they may lie inside closed geometry or face into it: check "
+            "{} of {} {} {} {}; {} may lie inside closed geometry or face into it: check "
             "the faces' normals, --offset and --select",
             groupedDigits(enclosed), groupedDigits(inputs.field.size()),
-            options.method == Method::hourly ? "neither sky nor ground" : "no sky"));
+            counted(inputs.field.size(), "sensor", "sensors"), counted(enclosed, "sees", "see"),
+            options.method == Method::hourly ? "neither sky nor ground" : "no sky",
+            counted(enclosed, "it", "they")));
     }
     const ColumnRange range = rangeOf(shown.values);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} {}", range.lowest,
@@ -333,8 +345,9 @@ void runStudy(const RunOptions& options, Progress& progress) {
             throw;
         }
         throw CommandError(stop.exitCode(),
-                           fmt::format("{}; run again with --resume to go on after {} sensors",
-                                       stop.what(), groupedDigits(kept)));
+                           fmt::format("{}; run again with --resume to go on after {} {}",
+                                       stop.what(), groupedDigits(kept),
+                                       counted(kept, "sensor", "sensors")));
     }
 }
 

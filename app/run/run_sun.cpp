@@ -20,7 +20,7 @@ constexpr int almanacYear = 2001; ///< a year without a leap day, as that of the
 struct NamedSite {
     std::string name;
     Site site;
-    std::string odd; ///< about the weather file's site; empty where nothing is
+    std::string note; ///< on its clock; empty where there is nothing to say
 };
 
 NamedSite siteOf(const SunOptions& options) {
@@ -28,14 +28,15 @@ NamedSite siteOf(const SunOptions& options) {
     double longitude = 0.0;
     std::optional<double> zone = options.timeZone;
     std::string name;
-    std::string odd;
+    std::string note;
     if (options.weather) {
-        const WeatherSite site = inspectWeatherFile(*options.weather).site;
+        const WeatherReport weather = inspectWeatherFile(*options.weather);
+        const WeatherSite& site = weather.site;
         latitude = site.latitude;
         longitude = site.longitude;
         zone = zone ? zone : site.timeZone;
         name = site.text() + ", ";
-        odd = timeZoneText(site, *options.weather);
+        note = weather.oddClock;
     } else {
         if (!options.latitude || !options.longitude) {
             throw UsageError("the site is missing; give --lat and --lon in degrees, or --weather "
@@ -55,9 +56,13 @@ NamedSite siteOf(const SunOptions& options) {
     if (!zone) {
         zone = ESolarPosition::Global.determineTimeZone(latitude * radiansPerDegree,
                                                         longitude * radiansPerDegree);
+        note =
+            fmt::format("UTC{:+} is from the built-in map of about 2007, which has no quarters of "
+                        "an hour and no daylight saving; set the zone with --tz",
+                        *zone);
     }
     const Site site{latitude, longitude, *zone, 0.0};
-    return {name + siteText(site), site, odd};
+    return {name + siteText(site), site, note};
 }
 
 /// Clock times as exact as the steps of the table need them.
@@ -68,6 +73,11 @@ public:
 
     [[nodiscard]] std::string text(double hours) const {
         return m_seconds ? clockTextToSeconds(hours) : clockText(hours);
+    }
+    /// The moment as the texts have it.
+    [[nodiscard]] double rounded(double hours) const {
+        const double steps = m_seconds ? 3600.0 : 60.0;
+        return std::round(hours * steps) / steps;
     }
     /// Of a moment that may lie outside the day.
     [[nodiscard]] std::string textOfMoment(double hours) const {
@@ -99,12 +109,12 @@ bool isUp(double time, const SunTimes& times) {
 
 std::string sunTable(const SunOptions& options) {
     checkStep(options.step);
-    const auto [name, site, odd] = siteOf(options);
+    const auto [name, site, note] = siteOf(options);
     const MonthAndDay date = monthAndDay(options.day - 1);
     const SunTimes times = sunTimes(almanacYear, date.month, date.day, site);
     std::string table = fmt::format("# {}, {}\n", name, dayText(options.day));
-    if (!odd.empty()) {
-        table += fmt::format("# {}\n", odd);
+    if (!note.empty()) {
+        table += fmt::format("# {}\n", note);
     }
     if (times.kind == DayKind::PolarNight) {
         return table + "# the sun does not rise\n";
@@ -115,7 +125,7 @@ std::string sunTable(const SunOptions& options) {
             ? std::string("# the sun does not set\n")
             : fmt::format("# sunrise {}, sunset {}, daylight {} h: upper edge on the horizon\n",
                           clock.textOfMoment(times.rise), clock.textOfMoment(times.set),
-                          clock.text(times.set - times.rise));
+                          clock.text(clock.rounded(times.set) - clock.rounded(times.rise)));
     table += "# altitude: of the sun's centre as seen, lifted by refraction; true: without it\n"
              "#   time  altitude[deg]  azimuth[deg]  true_altitude[deg]\n";
     const int steps = static_cast<int>(std::floor(24.0 / options.step + 1.0e-9));

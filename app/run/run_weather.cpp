@@ -1,5 +1,6 @@
 #include "app/run/run_weather.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 #include "app/input/file_name.h"
 #include "app/input/period.h"
@@ -139,8 +140,9 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
         progress.warn(note);
     }
     if (report.gapCount() > 0) {
-        progress.warn(fmt::format("{} hours without data are stored as without radiation",
-                                  report.gapCount()));
+        progress.warn(fmt::format(
+            "{} {} stored as without radiation", report.gapCount(),
+            counted(report.gapCount(), "hour without data is", "hours without data are")));
     }
     // The store puts what EPW files give for 31 December at the day before.
     if (!report.hasLastDay()) {

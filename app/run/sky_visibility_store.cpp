@@ -1,5 +1,6 @@
 #include "app/run/sky_visibility_store.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 
 #include <bit>
@@ -123,8 +124,9 @@ SkyVisibilityStore SkyVisibilityStore::read(const std::filesystem::path& file,
     }
     if (header.sensors != key.sensors || header.triangles != key.triangles) {
         throw DataError(fmt::format(
-            "{}: made for {} sensors and {} triangles, but the study has {} and {}; {}",
-            place(file), header.sensors, header.triangles, key.sensors, key.triangles, again));
+            "{}: made for {} {} and {} {}, but the study has {} and {}; {}", place(file),
+            header.sensors, counted(header.sensors, "sensor", "sensors"), header.triangles,
+            counted(header.triangles, "triangle", "triangles"), key.sensors, key.triangles, again));
     }
     if (header.north != key.north) {
         throw DataError(fmt::format("{}: made with --north {}, but the study has {}; {}",

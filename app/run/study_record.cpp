@@ -1,5 +1,6 @@
 #include "app/run/study_record.h"
 
+#include "app/counted.h"
 #include "app/output/summary.h"
 
 #include <fmt/format.h>
@@ -34,18 +35,20 @@ std::string studySubtitle(const SkyOptions& options, const WeatherReport& weathe
 }
 
 void reportWeather(const WeatherReport& weather, Progress& progress) {
-    progress.note(fmt::format("weather of {}: {} hours", weather.site.text(),
-                              groupedDigits(weather.hoursPresent)));
+    progress.note(fmt::format("weather of {}: {} {}", weather.site.text(),
+                              groupedDigits(weather.hoursPresent),
+                              counted(weather.hoursPresent, "hour", "hours")));
     for (const std::string& text : weather.notes) {
         progress.warn(text);
     }
     if (weather.hoursRepeated > 0) {
-        progress.warn(
-            fmt::format("{} lines repeat an hour; the last one stands", weather.hoursRepeated));
+        progress.warn(fmt::format("{} {} an hour; the last one stands", weather.hoursRepeated,
+                                  counted(weather.hoursRepeated, "line repeats", "lines repeat")));
     }
     if (weather.gapCount() > 0) {
-        progress.warn(
-            fmt::format("{} hours without data count as without radiation", weather.gapCount()));
+        progress.warn(fmt::format(
+            "{} {} as without radiation", weather.gapCount(),
+            counted(weather.gapCount(), "hour without data counts", "hours without data count")));
     }
 }
 

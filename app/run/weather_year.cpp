@@ -1,5 +1,6 @@
 #include "app/run/weather_year.h"
 
+#include "app/counted.h"
 #include "app/errors.h"
 #include "app/input/file_name.h"
 #include "app/run/solar_analysis.h"
@@ -81,7 +82,8 @@ WeatherYear readEpwYear(const std::filesystem::path& file) {
                         .longitude = site.longitude,
                         .timeZone = site.timeZone,
                         .elevation = site.elevation};
-    if (std::string odd = timeZoneText(year.report.site, file); !odd.empty()) {
+    if (std::string odd = oddClockText(year.report.site, year.series.diffuseHorizontal, file);
+        !odd.empty()) {
         year.report.notes.push_back(std::move(odd));
     }
     listGaps(year);
@@ -158,12 +160,13 @@ std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky)
         return {};
     }
     return fmt::format(
-        "{}: {} hours have radiation while the sun is down: {:.4g} kWh/m2 of direct "
+        "{}: {} {} radiation while the sun is down: {:.4g} kWh/m2 of direct "
         "normal, which has no place in the sky, and {:.4g} kWh/m2 on the level, "
         "which go on the whole sky. Usually the place or its time zone is wrong ({}) "
         "or the hours are shifted; check the LOCATION line and the data",
-        place(file), report.hoursWithoutSun, report.directWithoutSun / 1000.0,
-        report.diffuseWithoutSun / 1000.0, siteText(sky.site));
+        place(file), report.hoursWithoutSun,
+        counted(static_cast<std::size_t>(report.hoursWithoutSun), "hour has", "hours have"),
+        report.directWithoutSun / 1000.0, report.diffuseWithoutSun / 1000.0, siteText(sky.site));
 }
 
 } // namespace insolate::app

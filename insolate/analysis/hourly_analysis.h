@@ -43,7 +43,7 @@ struct HourlyAnalysisOptions {
     /// leave more, the heaviest of them are split. The bound is one of chance: one sensor in a
     /// hundred, up to three in dense cities, may exceed it. Cells are split down to 0.6 degrees,
     /// then by the sun's own steps: in short periods a single square of the sky may hold much of
-    /// the sun.
+    /// the sun. Below 0.0005 of the sky and 0.0002 of the sun nothing gets better.
     double skyTolerance = 0.0;
     double sunTolerance = 0.0;
     /// Rays into the lower hemisphere that find the part of the ground hidden by the scene;
@@ -63,8 +63,10 @@ struct SensorResult {
     float averageDaylight = 0; ///< total over the hours with the sun above the horizon [W/m2]
     float averagePeriod = 0;   ///< total over all hours of the period [W/m2]
     float peak = 0;            ///< highest mean of an hour [W/m2]; 0 when not asked for
-    int peakHour = -1;       ///< its hour of the year 0..8,759, ending at peakHour + 1; -1 for none
-    float skyViewFactor = 0; ///< cosine-weighted share of the view that is sky, 0..1
+    /// Its hour of the year 0..8,759, ending at peakHour + 1; -1 for none. The command's tables
+    /// count hours by their ends, from 1.
+    int peakHour = -1;
+    float skyViewFactor = 0;    ///< cosine-weighted share of the view that is sky, 0..1
     float groundViewFactor = 0; ///< the same for open ground
     float directSunHours = 0;   ///< see HourlySkyOptions::sunshineThreshold [hours]
 };

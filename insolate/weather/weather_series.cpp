@@ -96,6 +96,11 @@ std::size_t split(std::string_view line, std::array<std::string_view, N>& column
     return count;
 }
 
+/// "1 record", "2 records".
+std::string counted(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 /// A place or value from the file, made safe to print.
 std::string quoted(std::string_view text) {
     text = trimmed(text);
@@ -234,7 +239,8 @@ struct Reader {
         if (count < requiredColumns || index < 0 || hour < 1 || hour > 24) {
             findings.add(WeatherFindingKind::BadLine, line, 0,
                          count < requiredColumns
-                             ? "only " + std::to_string(count) + " fields where at least 16 belong"
+                             ? "only " + counted(count, "field", "fields") +
+                                   " where at least 16 belong"
                              : "no such hour: month " + quoted(columns[1]) + ", day " +
                                    quoted(columns[2]) + ", hour " + quoted(columns[3]),
                          "the line is left out");
@@ -288,6 +294,10 @@ struct Reader {
     bool readLines() {
         std::string_view text;
         std::array<std::string_view, 33> columns;
+        if (rest.starts_with("\xFF\xFE") || rest.starts_with("\xFE\xFF")) {
+            return fail(WeatherFindingKind::NotEpw, 0, "the text is UTF-16",
+                        "save it as UTF-8 or ASCII");
+        }
         while (next(text)) {
             if (line == 1 && text.substr(0, 3) == "\xEF\xBB\xBF") {
                 text.remove_prefix(3);
@@ -354,8 +364,9 @@ struct Reader {
         }
         if (recordsAnHour > 0 && recordsAnHour != perHour) {
             findings.add(WeatherFindingKind::Averaged, 0, 1,
-                         "the header promises " + std::to_string(recordsAnHour) +
-                             " records an hour, the rows hold " + std::to_string(perHour),
+                         "the header promises " +
+                             counted(static_cast<std::size_t>(recordsAnHour), "record", "records") +
+                             " an hour, the rows hold " + std::to_string(perHour),
                          "the rows decide");
         }
         if (perHour > 1) {
@@ -364,7 +375,8 @@ struct Reader {
         }
         if (leapRecords > 0) {
             findings.add(WeatherFindingKind::LeapDayLeftOut, leapLine, 0,
-                         "29 February with " + std::to_string(leapRecords) + " records",
+                         "29 February with " +
+                             counted(static_cast<std::size_t>(leapRecords), "record", "records"),
                          "left out: a year has 365 days");
         }
 
@@ -407,11 +419,12 @@ struct Reader {
             }
         }
         if (firstGap >= 0) {
-            const int gaps = static_cast<int>(std::count(seen.begin(), seen.end(), 0));
+            const auto gaps = static_cast<std::size_t>(std::count(seen.begin(), seen.end(), 0));
             const MonthAndDay date = monthAndDay(firstGap / 24);
             const int before = firstGap == 0 ? 0 : lineOf[static_cast<std::size_t>(firstGap - 1)];
             findings.add(WeatherFindingKind::Gap, before, 0,
-                         std::to_string(gaps) + " hours have no record, the first is day " +
+                         counted(gaps, "hour has no record: day ",
+                                 "hours have no record, the first is day ") +
                              std::to_string(date.day) + " of month " + std::to_string(date.month) +
                              ", hour " + std::to_string(firstGap % 24 + 1) +
                              (before == 0 ? "" : ", after this line"),

@@ -109,6 +109,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
           {"weather = 'good.epw'\nout = 'o'\nscene = 'court.obj'\nhours = '9'\n",
            "bad.toml:4: --hours '9': "},
           {"quiet = true\nperiod = 6/1\n", "bad.toml:2:11: 'period = 6/1' cannot be read; write"},
+          {"quiet = true\nweather = 'none.epw'\n", "bad.toml:2: weather: none.epw: no such file; "},
           {"grid = 2\ngrid = 3\n", "bad.toml:2:8: 'grid' is given a second time; "}}) {
         write("bad.toml", content);
         EXPECT_THAT(command("run --study bad.toml").err, HasSubstr(message));
@@ -120,6 +121,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     write("gap.epw", withLine(test::clearYear(), test::weatherLine(3, 5, 12), "3,5,12", "3,5,13"));
     write("bad.csv", "x,y,z,nx,ny,nz\n1,2,3,0,0,1\n1,2\n");
     write("file", "");
+    std::filesystem::create_directories(path("taken/series.csv"));
     struct Case {
         std::string words;
         int exitCode;
@@ -161,6 +163,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--albedo epw --method perez-sky", 2, "does not belong to --method perez-sky"},
              {base + "--sun-tolerance -1", 2, "--sun-tolerance -1"},
              {base + "--sky-tolerance 101", 2, "--sky-tolerance 101"},
+             {base + "--sky-tolerance 0.01", 2, "give 0.05 or more, or 0"},
              {base + "--save-masks", 2, "does not belong to --method hourly"},
              {base + "--method perez-sky --masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--sensors none.obj", 1, "none.obj: no such file"},
@@ -171,6 +174,8 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {scene + "gap.epw", 1, "--allow-gaps"},
              {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
              {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},
+             {"run --scene court.obj --weather none.epw --out taken --series 0", 1,
+              "taken/series.csv: is a folder; "},
              {"sky --weather good.epw --out out --method perez-point", 2,
               "there is no 'perez-point'; choose from "},
              {"sun", 2, "give --lat and --lon"}}) {
@@ -241,7 +246,7 @@ TEST_F(CommandTest, LooksIntoWeather) {
     EXPECT_EQ(gap.exitCode, 1);
     EXPECT_THAT(gap.out, HasSubstr("gap.epw:100"));
     EXPECT_THAT(gap.err, HasSubstr("gap.epw:100: 'what' does not begin a data line; 1 of the "
-                                   "year's 8760 hours are missing"));
+                                   "year's 8760 hours is missing"));
     // What stands in a value's place is quoted, even where another hour's is marked as missing.
     write("text.epw", withLine(withLine(test::clearYear(), 50, ",300,0,", ",300,0,12x"), 40,
                                ",300,0,", ",300,0,9999"));

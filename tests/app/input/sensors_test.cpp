@@ -122,13 +122,16 @@ TEST(SensorGrid, NeedlesAndEndlessCoordinatesGiveFewCells) {
 TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
     const StudyFolder folder;
     const auto full = folder.write("a.csv", "\xEF\xBB\xBFx,y,z,nx,ny,nz\r\n# roof\r\n\r\n"
-                                            "1000, 2000 ,3000,0,0,-2\r\n+1e3;2;3;1;0;0");
+                                            "1000, 2000 ,3000,0,0,-2\r\n+1e3;2;3;1;0;0\r\n"
+                                            "\t1 2\t 3  0\t0 1 \r\n");
     const SensorField field = readSensorCsv(full, LengthUnit::millimetre, UpAxis::y);
-    ASSERT_EQ(field.size(), 2U);
+    ASSERT_EQ(field.size(), 3U);
     EXPECT_FALSE(field.hasCells());
     EXPECT_NEAR(field.positions[0].y, -3.0, 1e-12); // the file's -Z is the plan's +Y
     EXPECT_NEAR(field.positions[0].z, 2.0, 1e-12);
     EXPECT_NEAR(field.normals[0].y, 1.0, 1e-12);
+    EXPECT_NEAR(field.positions[2].z, 0.002, 1e-12);
+    EXPECT_NEAR(field.normals[2].y, -1.0, 1e-12);
     const SensorField bare =
         readSensorCsv(folder.write("b.csv", "1,2,3\n"), LengthUnit::metre, UpAxis::z);
     EXPECT_EQ(bare.normals[0].x, 0.0);
@@ -145,7 +148,11 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
           {"1,2,1e15\n", "field 3: '1e15'"},
           {"1,2,3,0,0,0\n", "a.csv:1: the normal is zero"},
           {"x,y,z\n", "a.csv: the table has no sensors"},
-          {"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"}}) {
+          {"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"},
+          {"1\n", "a.csv:1: 1 field where"},
+          {"1,5\t2,5\t3,5\n", "write decimals with a point"},
+          {"\xFF\xFEx", "a.csv: the text is UTF-16; save the sensor table as UTF-8"},
+          {"", "a.csv: the table has no sensors"}}) {
         const auto file = folder.write("a.csv", content);
         EXPECT_THAT(test::messageOf([&] { readSensorCsv(file, LengthUnit::metre, UpAxis::z); }),
                     HasSubstr(message));

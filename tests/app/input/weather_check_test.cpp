@@ -57,6 +57,7 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
              {"", "no LOCATION line"},
              {"solid cube\nfacet\n", "a.epw:1: no LOCATION line"},
              {noonWith("2001,3,5,12", "\xFF"), "not a weather file"},
+             {"\xFF\xFEL", "a.epw: the text is UTF-16; save the weather file as UTF-8"},
              {body, "a.epw:2: no LOCATION line stands before the data"},
              {"LOCATION,a,b,c,d,1,40,0,0,100\n", "a.epw: the file holds no hourly data"},
              {withLine(good, 1, "40.0", "91"), "a.epw:1: LOCATION: '91' is no latitude"},
@@ -65,7 +66,8 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
              {withLine(good, 2, "1,1", "1,4"), "a.epw:2: the file has 4 records an hour"},
              {"LOCATION;a;b;c;d;1;40,0;0,0;0,0;100,0\n",
               "a.epw:1: the fields are separated by semi"},
-             {good.substr(0, lastLine), "a.epw:8761: 1 of the year's 8760 hours are missing"},
+             {good.substr(0, lastLine),
+              "a.epw:8761: 1 of the year's 8760 hours is missing: 31 Dec"},
              {good.substr(0, good.find("2001,12,1,1,")),
               "744 of the year's 8760 hours are missing, the first is 1 December, 0:00 to 1:00, "
               "after this line"},
@@ -76,9 +78,28 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
              {noonWith(",300,0,", ",300,0,bright"), at + "field 15 (direct normal radiation)"},
              {noonWith(",300,0,793,", ",300,0,1501,"), "'1501' is not a value from 0 to 1500"},
              {noonWith(",300,0,793,118", ",300,0,793,9999"),
-              at + "radiation is missing in 1 hours, the first is 5 March, 11:00"},
+              at + "radiation is missing in 1 hour: 5 March, 11:00"},
              {noonWith("2001,3,5,12", "year"), at + "'year"}}) {
         EXPECT_THAT(verdict(folder.write("a.epw", content)), HasSubstr(message));
+    }
+}
+
+TEST(WeatherCheck, TellsAClockThatTheLightDoesNotKeep) {
+    const StudyFolder folder;
+    for (const auto& [site, message] : std::vector<std::pair<std::string, std::string>>{
+             {"-40.0,-3.0,0.5", ""}, // half an hour between record and sun is common
+             {"-40.0,85.3,5.0", ""},
+             {"40.0,0.0,1.0", "1.0 h before the sun's noon at 0.00 E by the time zone UTC+1: the "
+                              "hours would fit about UTC+0;"},
+             {"-40.0,179.0,10.0", "1.9 h after"},
+             {"-40.0,179.0,-12.0", ""}, // across the date line
+             {"40.0,0.0,6.0", "UTC+6 does not go with longitude 0.00 E"}}) {
+        const auto file =
+            folder.write("a.epw", withLine(test::clearYear(), 1, "40.0,0.0,0.0", site));
+        const WeatherReport report = inspectWeatherFile(file);
+        EXPECT_THAT(report.oddClock, HasSubstr(message)) << site;
+        EXPECT_EQ(report.oddClock.empty(), message.empty()) << report.oddClock;
+        EXPECT_EQ(report.notes.size(), message.empty() ? 0U : 1U);
     }
 }
 
@@ -136,7 +157,7 @@ TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
           {"a.wea", good.substr(0, 141607), "141607 bytes"},
           {"a.txt", good, "not a weather file"},
           {"a.wea", with(141592, 95.0f), "not on earth"},
-          {"a.wea", marked, "in 1 hours, the first is 2 January, 6:00 to 7:00"}}) {
+          {"a.wea", marked, "in 1 hour: 2 January, 6:00 to 7:00"}}) {
         EXPECT_THAT(verdict(folder.write(name, content)), HasSubstr(message));
     }
     EXPECT_THAT(verdict(folder.path() / "none.epw"), HasSubstr("no such file"));
