@@ -5,6 +5,7 @@
 #include "app/errors.h"
 #include "app/run/run_study.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <memory>
@@ -216,7 +217,12 @@ struct RunArguments {
         result.hourly.skyTolerance = skyTolerance;
         result.hourly.sunTolerance = sunTolerance;
         result.hourly.openGround = openGround;
-        result.hourly.series = series;
+        for (const std::size_t sensor : series) { // a table has no two columns of one name
+            std::vector<std::size_t>& asked = result.hourly.series;
+            if (std::find(asked.begin(), asked.end(), sensor) == asked.end()) {
+                asked.push_back(sensor);
+            }
+        }
         return result;
     }
 };

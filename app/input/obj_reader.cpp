@@ -1,5 +1,6 @@
 #include "app/counted.h"
 #include "app/errors.h"
+#include "app/input/input_file.h"
 #include "app/input/mesh_import.h"
 #include "app/input/numbers.h"
 
@@ -146,7 +147,7 @@ std::string nameText(const char* name) {
 } // namespace
 
 Mesh readObj(const std::filesystem::path& file) {
-    std::ifstream bytes(file, std::ios::binary);
+    std::ifstream bytes = openInput(file, "model");
     LineSource source(bytes);
     std::istream in(&source);
     ObjBuilder state{.mesh = {}, .file = file, .source = source, .problem = {}};

@@ -150,9 +150,10 @@ void noteLastDay(WeatherReport& report, const SkyOptions& options) {
 std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky) {
     const HourlySkyReport& report = sky.report;
     if (report.diffuseHorizontal <= 0.0 && report.directNormal <= 0.0) {
-        return fmt::format(
-            "{}: no hour of the period has radiation; check that the file is complete",
-            place(file));
+        return fmt::format("{}: no hour of the period has radiation; choose days and hours with "
+                           "light, or check that "
+                           "the file is complete",
+                           place(file));
     }
     constexpr double worthTelling = 1.0e-3; // dawn and dusk give less in any sound file
     if (report.diffuseWithoutSun <= worthTelling * report.diffuseHorizontal &&

@@ -50,10 +50,10 @@ TEST_F(CommandTest, RunsAStudy) {
 }
 
 TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
-    const Outcome run =
-        done("run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
-             "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --series 3,12 "
-             "--out h");
+    const Outcome run = done(
+        "run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
+        "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --series 3,12,3 "
+        "--out h");
     expectAll(run.err, {"kWh/m2\n", "series.csv and summary.json"});
     const auto series = rowsOf(path("h/series.csv"));
     const auto sensors = rowsOf(path("h/sensors.csv"));

@@ -213,6 +213,7 @@ TEST(MeshImport, NamesFilePlaceAndMendOfABadModel) {
              {"two.obj", triangle + "f 1 2\n", "two.obj:4: the face has less than three"},
              {"points.obj", triangle + "l 1 2\n", "points.obj: the model has no faces"},
              {"far.obj", "v 1e13 0 0\n" + triangle + "f 1 2 3\n", "far.obj: vertex 1"},
+             {"wide.obj", "\xFF\xFEv", "wide.obj: the text is UTF-16"},
              {"empty.stl", "", "empty.stl: cannot be read as a model"},
              {"model.xyz", "what", "model.xyz: cannot be read as a model"},
              {"nan.ply",
