@@ -32,3 +32,19 @@ function(insolate_compile_options target)
     endif()
   endif()
 endfunction()
+
+# In unity builds the sources of a folder are compiled together: those of each group below. What is in
+# no group stays by itself.
+function(insolate_unity target)
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ${INSOLATE_UNITY} UNITY_BUILD_MODE GROUP)
+  if(INSOLATE_UNITY AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # GCC takes the anonymous namespaces of sources that are included for those of headers.
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+  endif()
+endfunction()
+
+# insolate_unity_group(<target> <sources of the current folder>)
+function(insolate_unity_group target)
+  get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+  set_source_files_properties(${ARGN} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${folder})
+endfunction()

@@ -6,7 +6,6 @@
 namespace insolate {
 namespace {
 
-constexpr int sectors = skyGrid::azimuthCount;
 constexpr float directionOnly = 1e-20f; // [Wh/m2]
 
 double part(double value) {
@@ -49,8 +48,8 @@ double rayLattice::placeY(int azimuth) {
 std::array<std::vector<XYZf>, 2> rayLattice::pair(double moveX, double moveY, double northOffset) {
     std::array<std::vector<XYZf>, 2> directions;
     for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-        const int azimuth = cell % sectors;
-        const int altitude = cell / sectors;
+        const int azimuth = cell % skyGrid::azimuthCount;
+        const int altitude = cell / skyGrid::azimuthCount;
         double x = part(placeX(altitude) + moveX);
         double y = part(placeY(azimuth) + moveY);
         for (std::size_t half = 0; half < 2; ++half) {
@@ -67,8 +66,8 @@ std::array<std::vector<XYZf>, 2> rayLattice::pair(double moveX, double moveY, do
 FirstRays::FirstRays(const HourlySky& sky) : ofLattice{SkyCellSet::all(), SkyCellSet::all()} {
     std::array<std::vector<XYZf>, 2> rays = rayLattice::pair(0.0, 0.0, sky.options.northOffset);
     for (const SunCell& cell : sky.sunCells) {
-        const int azimuth = cell.cell % sectors;
-        const int altitude = cell.cell / sectors;
+        const int azimuth = cell.cell % skyGrid::azimuthCount;
+        const int altitude = cell.cell / skyGrid::azimuthCount;
         withSun.insert(azimuth, altitude);
         cellOfSun.push_back(cell.cell);
         std::array<Mean, 2> energy;

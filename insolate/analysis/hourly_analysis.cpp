@@ -17,9 +17,9 @@ namespace insolate {
 namespace {
 
 constexpr float pi = std::numbers::pi_v<float>;
-constexpr std::size_t cellCount = skyGrid::cellCount;
-constexpr std::size_t patchCount = skyPatches::count;
+using hourlyKernels::cellCount;
 using hourlyKernels::lanes;
+using hourlyKernels::patchCount;
 using hourlyKernels::sumOfProducts;
 
 /// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.

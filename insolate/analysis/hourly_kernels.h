@@ -16,6 +16,8 @@
 namespace insolate::hourlyKernels {
 
 inline constexpr std::size_t lanes = PeakHours::lanes;
+inline constexpr std::size_t cellCount = skyGrid::cellCount;
+inline constexpr std::size_t patchCount = skyPatches::count;
 
 /// Sum of a[i] * b[i]; count is a multiple of lanes.
 float sumOfProducts(const float* a, const float* b, std::size_t count);

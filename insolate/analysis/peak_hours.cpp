@@ -16,8 +16,8 @@
 namespace insolate {
 namespace {
 
-constexpr std::size_t cellCount = skyGrid::cellCount;
-constexpr std::size_t patchCount = skyPatches::count;
+using hourlyKernels::cellCount;
+using hourlyKernels::patchCount;
 
 /// Within an hour the sun moves by up to 15 degrees. A mean weighted with energy may lie at either
 /// end of that: a step is at most 2 sin(7.5 degrees) away from it.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <insolate/analysis/hourly_kernels.h>
+#include <insolate/geometry/vector_math.h>
 #include <insolate/rt/ray_transparency.h>
 #include <insolate/rt/sky_visibility.h>
 
@@ -18,9 +19,6 @@ inline float dot(const XYZf& a, const XYZf& b) {
 }
 inline float length(const XYZf& a) {
     return std::sqrt(dot(a, a));
-}
-inline XYZf scaled(const XYZf& a, float factor) {
-    return {a.x * factor, a.y * factor, a.z * factor};
 }
 inline XYZf added(const XYZf& a, const XYZf& b) {
     return {a.x + b.x, a.y + b.y, a.z + b.z};
