@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstring>
 
 HWY_BEFORE_NAMESPACE();
 namespace insolate::HWY_NAMESPACE {
@@ -216,33 +218,42 @@ skyZones::Terms measure(const float* patches) {
     return terms;
 }
 
-/// What a beam of 1 W/m2 gives at most, by the sun cell from which it comes: its direction s is
-/// off the cell's own by no more than a radius, and so is the product of s and the normal.
-void seeSun(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in, float* seen) {
-    const F d;
-    for (std::size_t i = 0; i < hours.sunX.size(); i += hn::Lanes(d)) {
-        const V product =
-            hn::Add(in.dot(hn::LoadU(d, hours.sunX.data() + i), hn::LoadU(d, hours.sunY.data() + i),
-                           hn::LoadU(d, hours.sunZ.data() + i)),
-                    hn::LoadU(d, hours.sunRadius.data() + i));
-        hn::StoreU(hn::Mul(hn::LoadU(d, sensor.sunVisible + i), hn::Max(product, hn::Zero(d))), d,
-                   seen + i);
-    }
+/// The bits of a mask, the first lane's lowest.
+template <typename D, typename Mask>
+HWY_INLINE std::uint64_t bitsOf(D d, Mask mask) {
+    std::uint8_t bytes[8] = {};
+    hn::StoreMaskBits(d, mask, bytes);
+    std::uint64_t bits;
+    std::memcpy(&bits, bytes, sizeof(bits));
+    return bits;
 }
 
-/// Bound of the direct radiation that the words from first up to end, by steps, stand for.
-HWY_INLINE V beamOf(const SunWords& suns, std::size_t first, std::size_t end, std::size_t step,
-                    const float* seen) {
+/// Direct radiation of the hours in the lanes from `lane` on, one part after the other.
+HWY_INLINE V beamsOf(const BeamLanes* parts, const BeamLanes* end, std::size_t lane,
+                     const Broadcast& in, const float* visible) {
     const F d;
-    const hn::Rebind<std::int32_t, F> di;
-    const hn::Rebind<std::uint32_t, F> du;
+    const hn::RebindToSigned<F> di;
     V sum = hn::Zero(d);
-    for (std::size_t i = first; i < end; i += step) {
-        const auto words = hn::LoadU(du, suns.words.data() + i);
-        const auto cells = hn::BitCast(di, hn::And(words, hn::Set(du, 0xFFFFU)));
-        sum = hn::MulAdd(hn::BitCast(d, words), hn::GatherIndex(d, seen, cells), sum);
+    for (; parts != end; ++parts) {
+        const V product =
+            in.dot(hn::LoadU(d, parts->x.data() + lane), hn::LoadU(d, parts->y.data() + lane),
+                   hn::LoadU(d, parts->z.data() + lane));
+        const V free = hn::GatherIndex(d, visible, hn::LoadU(di, parts->cell.data() + lane));
+        sum = hn::Add(sum, hn::Mul(free, hn::Max(product, hn::Zero(d))));
     }
     return sum;
+}
+
+/// Bound of the direct radiation of those hours if nothing hid the sun.
+HWY_INLINE V openBeamsOf(const WholeBeams& whole, std::size_t lane, const Broadcast& in) {
+    const F d;
+    const V product =
+        in.dot(hn::LoadU(d, whole.x.data() + lane), hn::LoadU(d, whole.y.data() + lane),
+               hn::LoadU(d, whole.z.data() + lane));
+    const V swing = hn::LoadU(d, whole.swing.data() + lane);
+    const V cut = hn::Mul(hn::Set(d, 0.5f), hn::Add(product, swing));
+    return hn::MulAdd(hn::Set(d, WholeBeams::rounding), swing,
+                      hn::Max(hn::Max(product, cut), hn::Zero(d)));
 }
 
 /// Bound of the sky from its zones.
@@ -264,18 +275,26 @@ HWY_INLINE float skyOf(const std::uint32_t* zones, const skyZones::Terms& weight
     return hn::GetLane(hn::SumOfLanes(d, hn::Add(means, rests)));
 }
 
-/// What the sensor sees: of the sun by seeSun(), of the sky.
+/// What the sensor sees of the sun and of the sky.
 struct Sight {
-    std::array<float, skyGrid::cellCount> sun;
+    std::array<std::uint64_t, PeakHours::mostCellWords> sun{}; ///< a bit for each sun cell
     skyZones::Terms zones;
     /// The patches of which something is seen, as the first of each `lanes`.
     std::array<std::uint32_t, skyPatches::count / lanes> patches;
     std::size_t patchCount = 0;
 
-    Sight(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in)
+    Sight(const PeakHours& hours, const PeakSensor& sensor)
         : zones(measure(sensor.patchWeight)) {
         const F d;
-        seeSun(hours, sensor, in, sun.data());
+        for (std::size_t first = 0; first < hours.sunCellCount; first += 64) {
+            const std::size_t count = std::min<std::size_t>(hours.sunCellCount - first, 64);
+            std::uint64_t word = 0;
+            for (std::size_t i = 0; i < count; i += hn::Lanes(d)) {
+                const V visible = hn::LoadU(d, sensor.sunVisible + first + i);
+                word |= bitsOf(d, hn::Gt(visible, hn::Zero(d))) << i;
+            }
+            sun[first / 64] = word;
+        }
         for (std::size_t i = 0; i < skyPatches::count; i += lanes) {
             patches[patchCount] = static_cast<std::uint32_t>(i);
             V any = hn::Zero(d);
@@ -284,6 +303,17 @@ struct Sight {
             }
             patchCount += !hn::AllTrue(d, hn::Eq(any, hn::Zero(d)));
         }
+    }
+
+    /// Whether any sun cell of a block's hours is seen.
+    HWY_INLINE bool sunOf(const PeakHours& hours, std::size_t block) const {
+        const hn::CappedTag<std::uint64_t, 4> d;
+        const std::uint64_t* cells = hours.blockCells.data() + block * hours.cellWords;
+        auto both = hn::Zero(d);
+        for (std::size_t i = 0; i < hours.cellWords; i += hn::Lanes(d)) {
+            both = hn::Or(both, hn::And(hn::LoadU(d, cells + i), hn::LoadU(d, sun.data() + i)));
+        }
+        return !hn::AllTrue(d, hn::Eq(both, hn::Zero(d)));
     }
 };
 
@@ -297,14 +327,25 @@ HWY_INLINE auto above(V bounds, float best) {
 struct Promise {
     std::array<float, PeakHours::mostBlocks> beam;
     std::array<float, PeakHours::mostBlocks> rest; // without the direct radiation
-    std::array<std::int32_t, PeakHours::mostBlocks + lanes> list;
-    std::int32_t* end = list.data();
+    std::array<std::uint32_t, PeakHours::mostBlocks> list;
+    std::uint32_t* end = list.data();
+
+    /// Keeps the blocks of the list of which the function says so.
+    template <typename Function>
+    HWY_INLINE void keep(Function&& function) {
+        std::uint32_t* kept = list.data();
+        for (const std::uint32_t* at = list.data(); at != end; ++at) {
+            *kept = *at;
+            kept += function(std::size_t{*at});
+        }
+        end = kept;
+    }
+    float bound(std::size_t block) const { return (beam[block] + rest[block]) * margin; }
 };
 
 /// The blocks that may exceed the best with the whole sun and the open sky.
 void boundBlocks(const PeakHours& hours, const Broadcast& in, float best, Promise& blocks) {
     const F d;
-    const hn::RebindToSigned<F> di;
     for (std::size_t i = 0; i < hours.blockBounds.size(); i += hn::Lanes(d)) {
         const auto field = [&](PeakBounds::Field which) HWY_ATTR {
             return hn::LoadU(d, hours.blockBounds.lanesOf(i, which));
@@ -323,86 +364,53 @@ void boundBlocks(const PeakHours& hours, const Broadcast& in, float best, Promis
         const V rest = hn::Add(sky, hn::Mul(field(PeakBounds::ground), in.groundView));
         hn::StoreU(beam, d, blocks.beam.data() + i);
         hn::StoreU(rest, d, blocks.rest.data() + i);
-        blocks.end +=
-            hn::CompressStore(hn::Iota(di, static_cast<std::int32_t>(i)),
-                              hn::RebindMask(di, above(hn::Add(beam, rest), best)), di, blocks.end);
+        for (std::uint64_t more = bitsOf(d, above(hn::Add(beam, rest), best)); more != 0;
+             more &= more - 1) {
+            *blocks.end++ = static_cast<std::uint32_t>(i) +
+                            static_cast<std::uint32_t>(std::countr_zero(more));
+        }
     }
 }
 
-/// Of those blocks the ones that may with the sun cells and the zones that are seen; the first of
+/// Of those blocks the ones that may with what is seen of the sun and of the zones; the first of
 /// them promises most.
-void boundBySight(const PeakHours& hours, const PeakSensor& sensor, const Sight& sight, float best,
-                  Promise& blocks) {
-    const F d;
-    std::int32_t* end = blocks.list.data();
-    for (const std::int32_t* at = blocks.list.data(); at != blocks.end; ++at) {
-        const auto block = static_cast<std::size_t>(*at);
-        V cells = hn::Zero(d);
-        for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
-            cells =
-                hn::Add(cells, beamOf(hours.blockSun, hours.blockSun.firsts[block] + part,
-                                      hours.blockSun.firsts[block + 1], lanes, sight.sun.data()));
-        }
-        blocks.beam[block] = std::min(blocks.beam[block], hn::GetLane(hn::SumOfLanes(d, cells)));
-        *end = *at;
-        end += (blocks.beam[block] + blocks.rest[block]) * margin > best;
-    }
-    blocks.end = end;
-    end = blocks.list.data();
-    std::int32_t* first = end;
-    float most = 0.0f;
-    for (const std::int32_t* at = blocks.list.data(); at != blocks.end; ++at) {
-        const auto block = static_cast<std::size_t>(*at);
-        const float rest =
+void boundBySight(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in,
+                  const Sight& sight, float best, Promise& blocks) {
+    blocks.keep([&](std::size_t block) HWY_ATTR {
+        blocks.beam[block] = sight.sunOf(hours, block) ? blocks.beam[block] : 0.0f;
+        return blocks.bound(block) > best;
+    });
+    blocks.keep([&](std::size_t block) HWY_ATTR {
+        blocks.rest[block] =
             std::min(blocks.rest[block],
                      skyOf(hours.blockZones.data() + block * skyZones::count, sight.zones) +
                          hours.blockBounds.at(block, PeakBounds::ground) * sensor.groundView);
-        blocks.rest[block] = rest;
-        const float bound = (blocks.beam[block] + rest) * margin;
-        *end = *at;
-        first = bound > most ? end : first;
+        return blocks.bound(block) > best;
+    });
+    std::uint32_t first = 0;
+    float most = 0.0f;
+    blocks.keep([&](std::size_t block) HWY_ATTR {
+        const F d;
+        V beam = hn::Zero(d);
+        for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
+            beam = hn::Max(beam, openBeamsOf(hours.wholeBeams[block], part, in));
+        }
+        blocks.beam[block] = std::min(blocks.beam[block], hn::GetLane(hn::MaxOfLanes(d, beam)));
+        const float bound = blocks.bound(block);
+        first = bound > most ? static_cast<std::uint32_t>(block) : first;
         most = std::max(bound, most);
-        end += bound > best;
-    }
-    blocks.end = end;
-    if (end != blocks.list.data()) {
-        std::swap(*first, blocks.list[0]);
+        return bound > best;
+    });
+    if (most > best) {
+        std::iter_swap(std::find(blocks.list.data(), blocks.end, first), blocks.list.data());
     }
 }
 
-/// The place of the leader that promises most.
-std::size_t bestLeader(const PeakHours& hours, const Broadcast& in, const float* seen) {
-    const F d;
-    V most = hn::Set(d, -1.0f);
-    V places = hn::Zero(d); // exact in single precision
-    for (std::size_t i = 0; i < hours.leaders.size(); i += hn::Lanes(d)) {
-        const std::size_t group = i / lanes;
-        const V beam = beamOf(hours.leaderSun, hours.leaderSun.firsts[group] + i % lanes,
-                              hours.leaderSun.firsts[group + 1], lanes, seen);
-        const V rest = hn::Add(hn::Mul(hn::LoadU(d, hours.leaderSky.data() + i), in.view),
-                               hn::Mul(hn::LoadU(d, hours.leaderGround.data() + i), in.groundView));
-        const V value = hn::Add(beam, rest);
-        const auto more = hn::Gt(value, most);
-        most = hn::IfThenElse(more, value, most);
-        places = hn::IfThenElse(more, hn::Iota(d, static_cast<float>(i)), places);
-    }
-    const V first = hn::MinOfLanes(
-        d, hn::IfThenElse(hn::Eq(most, hn::MaxOfLanes(d, most)), places, hn::Set(d, 1e9f)));
-    return static_cast<std::size_t>(hours.leaders[static_cast<std::size_t>(hn::GetLane(first))]);
-}
-
-/// Computes an hour; of equal ones the first in the sky is the best. Patches without weight would
-/// add nothing to the product and are left out.
+/// Computes an hour from its direct radiation; of equal ones the first in the sky is the best.
+/// Patches without weight would add nothing to the product and are left out.
 void consider(const PeakHours& hours, const PeakSensor& sensor, const Sight& sight, std::size_t i,
-              Peak& best) {
+              float beam, Peak& best) {
     const PeakHours::Hour& hour = hours.hours[i];
-    float beam = 0.0f;
-    for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
-        const BeamPart& part = hours.beams[b];
-        const XYZf& e = part.energy;
-        const float product = sensor.normal.x * e.x + sensor.normal.y * e.y + sensor.normal.z * e.z;
-        beam += sensor.sunVisible[part.sunCell] * (product > 0.0f ? product : 0.0f);
-    }
     const float* patches =
         hours.patches + static_cast<std::size_t>(hour.skyHour) * skyPatches::count;
     const F d;
@@ -424,43 +432,79 @@ void consider(const PeakHours& hours, const PeakSensor& sensor, const Sight& sig
     }
 }
 
-/// Computes the hours of up to `lanes` blocks that may exceed the best with the sun cells and zones
-/// that are seen.
-void open(const PeakHours& hours, const PeakSensor& sensor, const Sight& sight,
-          const Promise& blocks, const std::int32_t* at, const std::int32_t* end, Peak& best) {
+/// Computes the leader that promises most.
+void considerLeader(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in,
+                    const Sight& sight, Peak& best) {
     const F d;
-    const hn::RebindToSigned<F> di;
-    std::array<std::int32_t, (lanes + 1) * lanes> places;
-    std::array<float, (lanes + 1) * lanes> bounds;
+    V most = hn::Set(d, -1.0f);
+    V beams = hn::Zero(d);
+    V places = hn::Zero(d); // exact in single precision
+    for (std::size_t i = 0; i < hours.leaders.size(); i += hn::Lanes(d)) {
+        const std::size_t group = i / lanes;
+        const V beam = beamsOf(hours.leaderBeams.begin(group), hours.leaderBeams.end(group),
+                               i % lanes, in, sensor.sunVisible);
+        const V rest = hn::Add(hn::Mul(hn::LoadU(d, hours.leaderSky.data() + i), in.view),
+                               hn::Mul(hn::LoadU(d, hours.leaderGround.data() + i), in.groundView));
+        const V value = hn::Add(beam, rest);
+        const auto more = hn::Gt(value, most);
+        most = hn::IfThenElse(more, value, most);
+        beams = hn::IfThenElse(more, beam, beams);
+        places = hn::IfThenElse(more, hn::Iota(d, static_cast<float>(i)), places);
+    }
+    const auto lane = static_cast<std::size_t>(
+        std::countr_zero(bitsOf(d, hn::Eq(most, hn::MaxOfLanes(d, most)))));
+    alignas(64) std::array<float, 2 * lanes> kept;
+    hn::Store(beams, d, kept.data());
+    hn::Store(places, d, kept.data() + lanes);
+    const int leader = hours.leaders[static_cast<std::size_t>(kept[lanes + lane])];
+    consider(hours, sensor, sight, static_cast<std::size_t>(leader), kept[lane], best);
+}
+
+/// Computes the hours of up to `lanes` blocks that may exceed the best with their direct radiation
+/// and the zones that are seen.
+void open(const PeakHours& hours, const PeakSensor& sensor, const Broadcast& in, const Sight& sight,
+          const Promise& blocks, const std::uint32_t* at, const std::uint32_t* end, Peak& best) {
+    struct Hour {
+        std::size_t place;
+        float beam, bound;
+    };
+    const F d;
+    std::array<Hour, lanes * lanes> list;
     std::size_t count = 0;
-    std::size_t first = 0; // the most promising one
     for (; at != end; ++at) {
-        const auto block = static_cast<std::size_t>(*at);
+        const std::size_t block = *at;
+        const V rest = hn::Set(d, blocks.rest[block]);
         for (std::size_t part = 0; part < lanes; part += hn::Lanes(d)) {
-            const V beam = beamOf(hours.hourSun, hours.hourSun.firsts[block] + part,
-                                  hours.hourSun.firsts[block + 1], lanes, sight.sun.data());
-            const auto more = above(hn::Add(beam, hn::Set(d, blocks.rest[block])), best.value);
-            const auto place = static_cast<std::int32_t>(block * lanes + part);
-            hn::StoreU(hn::Compress(beam, more), d, bounds.data() + count);
-            hn::StoreU(hn::Compress(hn::Iota(di, place), hn::RebindMask(di, more)), di,
-                       places.data() + count);
-            count += hn::CountTrue(d, more);
+            const V open = openBeamsOf(hours.wholeBeams[block], part, in);
+            if (hn::AllFalse(d, above(hn::Add(open, rest), best.value))) {
+                continue;
+            }
+            const V beam = beamsOf(hours.hourBeams.begin(block), hours.hourBeams.end(block), part,
+                                   in, sensor.sunVisible);
+            alignas(64) std::array<float, lanes> beams;
+            hn::Store(beam, d, beams.data());
+            for (std::uint64_t more = bitsOf(d, above(hn::Add(beam, rest), best.value)); more != 0;
+                 more &= more - 1) {
+                const auto lane = static_cast<std::size_t>(std::countr_zero(more));
+                list[count++] = {block * lanes + part + lane, beams[lane], 0.0f};
+            }
         }
     }
     if (count == 0) {
         return;
     }
+    std::size_t first = 0; // the most promising one
     for (std::size_t i = 0; i < count; ++i) {
-        const auto place = static_cast<std::size_t>(places[i]);
-        bounds[i] += skyOf(hours.hourZones.data() + place * skyZones::count, sight.zones) +
-                     hours.hours[place].ground * sensor.groundView;
-        first = bounds[i] > bounds[first] ? i : first;
+        const std::size_t place = list[i].place;
+        list[i].bound = list[i].beam +
+                        skyOf(hours.hourZones.data() + place * skyZones::count, sight.zones) +
+                        hours.hours[place].ground * sensor.groundView;
+        first = list[i].bound > list[first].bound ? i : first;
     }
-    std::swap(bounds[0], bounds[first]);
-    std::swap(places[0], places[first]);
+    std::swap(list[0], list[first]);
     for (std::size_t i = 0; i < count; ++i) {
-        if (bounds[i] * margin > best.value) {
-            consider(hours, sensor, sight, static_cast<std::size_t>(places[i]), best);
+        if (list[i].bound * margin > best.value) {
+            consider(hours, sensor, sight, list[i].place, list[i].beam, best);
         }
     }
 }
@@ -470,17 +514,17 @@ Peak search(const PeakHours& hours, const PeakSensor& sensor) {
         return {};
     }
     const Broadcast in(sensor);
-    const Sight sight(hours, sensor, in);
+    const Sight sight(hours, sensor);
     Peak best;
-    consider(hours, sensor, sight, bestLeader(hours, in, sight.sun.data()), best);
+    considerLeader(hours, sensor, in, sight, best);
     Promise blocks;
     boundBlocks(hours, in, best.value, blocks);
-    boundBySight(hours, sensor, sight, best.value, blocks);
+    boundBySight(hours, sensor, in, sight, best.value, blocks);
     // The most promising one by itself: with its hours the best is nearly found.
-    const std::int32_t* at = blocks.list.data();
+    const std::uint32_t* at = blocks.list.data();
     for (std::ptrdiff_t some = 1; at != blocks.end; some = lanes) {
         some = std::min(some, blocks.end - at);
-        open(hours, sensor, sight, blocks, at, at + some, best);
+        open(hours, sensor, in, sight, blocks, at, at + some, best);
         at += some;
     }
     return best;

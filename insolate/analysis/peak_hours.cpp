@@ -90,11 +90,6 @@ const skyZones::Table& skyZones::table() {
     return made;
 }
 
-void SunWords::close() {
-    words.resize((words.size() + PeakHours::lanes - 1) / PeakHours::lanes * PeakHours::lanes, 0);
-    firsts.push_back(static_cast<std::uint32_t>(words.size()));
-}
-
 namespace {
 
 /// A word with the given lower half that, taken as single precision, is not below the number.
@@ -200,37 +195,59 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
                          : skyPatches::ofCell(sky.sunCells[static_cast<std::size_t>(sunCell)].cell);
     }
     split(list.data(), list.data() + list.size());
-    for (std::vector<float>* values : {&sunX, &sunY, &sunZ, &sunRadius}) {
-        values->assign((sky.sunCells.size() + lanes - 1) / lanes * lanes, 0.0f);
-    }
-    for (std::size_t cell = 0; cell < sky.sunCells.size(); ++cell) {
-        const XYZf& sun = sky.sunCells[cell].direction;
-        sunX[cell] = sun.x;
-        sunY[cell] = sun.y;
-        sunZ[cell] = sun.z;
-    }
+    sunCellCount = (sky.sunCells.size() + lanes - 1) / lanes * lanes;
+    cellWords = (sunCellCount + 255) / 256 * 4;
     for (std::size_t i = 0; i < list.size(); i += lanes) {
         addBlock(sky, list.data() + i, std::min(lanes, list.size() - i));
     }
     addLeaders(list);
 }
 
-void PeakHours::addSun(SunWords& suns, const std::vector<std::size_t>& places) const {
+void PeakHours::addBeams(BeamTable& table, const std::vector<std::size_t>& places) const {
     std::uint32_t most = 0;
     for (const std::size_t place : places) {
         most = std::max(most, hours[place].beamCount);
     }
     for (std::uint32_t b = 0; b < most; ++b) {
-        for (const std::size_t place : places) {
-            const Hour& hour = hours[place];
-            const BeamPart* beam = b < hour.beamCount ? &beams[hour.firstBeam + b] : nullptr;
-            suns.words.push_back(beam != nullptr
-                                     ? raisedWord(vectorLength(beam->energy),
-                                                  static_cast<std::uint32_t>(beam->sunCell))
-                                     : 0U);
+        BeamLanes& part = table.parts.emplace_back();
+        for (std::size_t lane = 0; lane < lanes; ++lane) {
+            const Hour& hour = hours[places[lane]];
+            if (b < hour.beamCount) {
+                const BeamPart& beam = beams[hour.firstBeam + b];
+                part.cell[lane] = beam.sunCell;
+                part.x[lane] = beam.energy.x;
+                part.y[lane] = beam.energy.y;
+                part.z[lane] = beam.energy.z;
+            }
         }
     }
-    suns.close();
+    table.firsts.push_back(table.parts.size());
+}
+
+WholeBeams PeakHours::wholeBeamsOf(const std::vector<std::size_t>& places) const {
+    WholeBeams whole;
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+        const Hour& hour = hours[places[lane]];
+        XYZf all{0, 0, 0};
+        float size = 0.0f;
+        for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
+            all = sum(all, beams[b].energy);
+            size += vectorLength(beams[b].energy);
+        }
+        float radius = 0.02f; // what the rounding is a share of
+        for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
+            if (const float part = vectorLength(beams[b].energy); part > 0.0f) {
+                radius = std::max(radius,
+                                  vectorLength(difference(scaled(beams[b].energy, 1.0f / part),
+                                                          scaled(all, 1.0f / size))));
+            }
+        }
+        whole.x[lane] = all.x;
+        whole.y[lane] = all.y;
+        whole.z[lane] = all.z;
+        whole.swing[lane] = radius * size;
+    }
+    return whole;
 }
 
 void PeakHours::addLeaders(const std::vector<Described>& list) {
@@ -251,7 +268,7 @@ void PeakHours::addLeaders(const std::vector<Described>& list) {
     }
     for (std::size_t i = 0; i < places.size(); i += lanes) {
         const auto first = places.begin() + static_cast<std::ptrdiff_t>(i);
-        addSun(leaderSun, {first, first + lanes});
+        addBeams(leaderBeams, {first, first + lanes});
     }
     for (const std::size_t place : places) {
         const Hour& hour = hours[place];
@@ -290,8 +307,8 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
         blockBounds.at(block, field) = std::max(blockBounds.at(block, field), value);
     };
     float openRadius = 0.0f;
-    std::map<int, float> ofCells; // the strongest beams
     std::vector<std::size_t> places;
+    blockCells.resize(blockCells.size() + cellWords, 0);
     for (const Described* hour = first; hour != first + count; ++hour) {
         if (hour->beamLength > 0.0f) {
             raise(PeakBounds::beamRadius,
@@ -305,15 +322,11 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
         places.push_back(hours.size());
         addHour(sky, *hour);
         for (std::size_t b = hours.back().firstBeam; b < beams.size(); ++b) {
-            float& strongest = ofCells[beams[b].sunCell];
-            strongest = std::max(strongest, vectorLength(beams[b].energy));
+            const auto cell = static_cast<std::size_t>(beams[b].sunCell);
+            blockCells[block * cellWords + cell / 64] |= std::uint64_t{1} << cell % 64;
         }
     }
     blockBounds.at(block, PeakBounds::open) += openRadius;
-    for (const auto& [cell, energy] : ofCells) {
-        blockSun.words.push_back(raisedWord(energy, static_cast<std::uint32_t>(cell)));
-    }
-    blockSun.close();
     for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
         float mean = 0.0f;
         float rest = 0.0f;
@@ -329,7 +342,8 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
         hours.emplace_back();
         hourZones.resize(hourZones.size() + skyZones::count, 0);
     }
-    addSun(hourSun, places);
+    addBeams(hourBeams, places);
+    wholeBeams.push_back(wholeBeamsOf(places));
 }
 
 void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
@@ -340,16 +354,7 @@ void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
                      hour.ground});
     for (int b = 0; b < ofSky.beamCount; ++b) {
         const BeamPart& part = sky.beams[static_cast<std::size_t>(ofSky.firstBeam + b)];
-        const XYZf mean = scaled(part.energy, perHour);
-        const auto cell = static_cast<std::size_t>(part.sunCell);
-        if (const float energy = vectorLength(mean); energy > 0.0f) {
-            // A little more than the rounding of the directions and of the products with them.
-            const float distance = vectorLength(difference(scaled(mean, 1.0f / energy),
-                                                           sky.sunCells[cell].direction)) +
-                                   1e-5f;
-            sunRadius[cell] = std::max(sunRadius[cell], distance);
-        }
-        beams.push_back({part.sunCell, mean});
+        beams.push_back({part.sunCell, scaled(part.energy, perHour)});
     }
     std::array<float, patchCount> radiance;
     for (std::size_t p = 0; p < patchCount; ++p) {

@@ -79,16 +79,31 @@ struct Terms {
 };
 } // namespace skyZones
 
-/// Direct radiation by sun cell: words of which each holds a cell in the lower half and, taken as
-/// single precision, radiation that is not below the exact one; 0 for none. They come in parts of
-/// full vectors.
-struct SunWords {
-    std::vector<std::uint32_t> words;
-    std::vector<std::uint32_t> firsts{0}; ///< of the parts, and the end of the last
+/// Direct radiation of `lanes` hours: of each one part, from one sun cell.
+struct BeamLanes {
+    static constexpr std::size_t lanes = PeakBounds::lanes;
+    std::array<std::int32_t, lanes> cell{};
+    std::array<float, lanes> x{}, y{}, z{}; ///< [W/m2]
+};
 
-    /// Ends the part, filled up to full vectors.
-    void close();
-    std::size_t partCount() const { return firsts.size() - 1; }
+/// Such parts, as many for each `lanes` hours as the one with the most has.
+struct BeamTable {
+    std::vector<BeamLanes> parts;
+    std::vector<std::size_t> firsts{0};
+
+    const BeamLanes* begin(std::size_t i) const { return parts.data() + firsts[i]; }
+    const BeamLanes* end(std::size_t i) const { return parts.data() + firsts[i + 1]; }
+};
+
+/// The whole direct radiation of `lanes` hours [W/m2].
+struct WholeBeams {
+    /// The share of the swing that stands for the rounding of a product with the vector.
+    static constexpr float rounding = 1e-4f;
+    std::array<float, BeamLanes::lanes> x{}, y{}, z{};
+    /// How far the parts' directions lie from their mean, times the sum of the parts. Of parts
+    /// within d of a mean product p, those above 0 bring at most (p + d) / 2 where the plane cuts
+    /// them.
+    std::array<float, BeamLanes::lanes> swing{};
 };
 
 /// Hours with a similar sun stand in blocks of `lanes`, the last of which are filled up with hours
@@ -101,22 +116,25 @@ struct PeakHours {
     /// Keeps a pointer to the sky's patches.
     PeakHours(const HourlySky& sky, const SkyCells& cells);
 
-    /// Of the sun cells, padded with zeros to a multiple of lanes: the direction to the sun and the
-    /// largest distance from it of a beam's own direction.
-    std::vector<float> sunX, sunY, sunZ, sunRadius;
+    /// Sun cells, as a multiple of lanes.
+    std::size_t sunCellCount = 0;
 
     /// For each patch that holds the sun its strongest hour, to start with; padded to a multiple of
-    /// lanes. Their sun stands in one part for each `lanes`, hour by hour in the lanes.
+    /// lanes.
     std::vector<int> leaders;
-    SunWords leaderSun;
+    BeamTable leaderBeams;
     std::vector<float> leaderSky;    ///< mean radiance [W/(m2 sr)]
     std::vector<float> leaderGround; ///< as Hour::ground
 
     PeakBounds blockBounds;
-    SunWords blockSun; ///< for each block and sun cell the strongest of the hours
+    /// The sun cells of each block's hours, a bit for each in so many words.
+    std::vector<std::uint64_t> blockCells;
+    std::size_t cellWords = 0;
+    static constexpr std::size_t mostCellWords = (skyGrid::cellCount + 255) / 256 * 4;
     /// For each block or hour its zones, by paired(): mean radiance and deviation.
     std::vector<std::uint32_t> blockZones, hourZones;
-    SunWords hourSun; ///< for each block the sun of its hours, hour by hour in the lanes
+    BeamTable hourBeams; ///< of each block's hours
+    std::vector<WholeBeams> wholeBeams;
 
     struct Hour {
         std::uint32_t firstBeam = 0; ///< its part of beams
@@ -140,7 +158,8 @@ private:
     void addLeaders(const std::vector<Described>& list);
     void addBlock(const HourlySky& sky, const Described* first, std::size_t count);
     void addHour(const HourlySky& sky, const Described& hour);
-    void addSun(SunWords& suns, const std::vector<std::size_t>& places) const;
+    void addBeams(BeamTable& table, const std::vector<std::size_t>& places) const;
+    WholeBeams wholeBeamsOf(const std::vector<std::size_t>& places) const;
 };
 
 } // namespace insolate
