@@ -283,8 +283,7 @@ struct Sight {
     std::array<std::uint32_t, skyPatches::count / lanes> patches;
     std::size_t patchCount = 0;
 
-    Sight(const PeakHours& hours, const PeakSensor& sensor)
-        : zones(measure(sensor.patchWeight)) {
+    Sight(const PeakHours& hours, const PeakSensor& sensor) : zones(measure(sensor.patchWeight)) {
         const F d;
         for (std::size_t first = 0; first < hours.sunCellCount; first += 64) {
             const std::size_t count = std::min<std::size_t>(hours.sunCellCount - first, 64);
@@ -366,8 +365,8 @@ void boundBlocks(const PeakHours& hours, const Broadcast& in, float best, Promis
         hn::StoreU(rest, d, blocks.rest.data() + i);
         for (std::uint64_t more = bitsOf(d, above(hn::Add(beam, rest), best)); more != 0;
              more &= more - 1) {
-            *blocks.end++ = static_cast<std::uint32_t>(i) +
-                            static_cast<std::uint32_t>(std::countr_zero(more));
+            *blocks.end++ =
+                static_cast<std::uint32_t>(i) + static_cast<std::uint32_t>(std::countr_zero(more));
         }
     }
 }

@@ -237,9 +237,9 @@ WholeBeams PeakHours::wholeBeamsOf(const std::vector<std::size_t>& places) const
         float radius = 0.02f; // what the rounding is a share of
         for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
             if (const float part = vectorLength(beams[b].energy); part > 0.0f) {
-                radius = std::max(radius,
-                                  vectorLength(difference(scaled(beams[b].energy, 1.0f / part),
-                                                          scaled(all, 1.0f / size))));
+                radius =
+                    std::max(radius, vectorLength(difference(scaled(beams[b].energy, 1.0f / part),
+                                                             scaled(all, 1.0f / size))));
             }
         }
         whole.x[lane] = all.x;
