@@ -137,7 +137,7 @@ struct RunArguments {
             ->type_name("N,...");
         command.add_flag("--resume", resume,
                          "Go on where a run of the same study into the same folder was stopped; "
-                         "from the start if there is none");
+                         "from the start if there is none, refused if it was of another study");
         command.add_flag(
             "--force", force,
             "Go on with more than 5 million sensors, 10 million triangles or four fifths of "

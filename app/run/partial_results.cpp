@@ -50,6 +50,39 @@ PartialResults::Key PartialResults::keyOf(const std::string& options,
     return {hash.low64, hash.high64};
 }
 
+PartialResults::Leftover PartialResults::leftover() const {
+    struct Header {
+        std::array<char, partialMagic.size()> magic;
+        std::uint32_t version;
+        std::uint32_t columns;
+        std::uint64_t sensors;
+        Key key;
+    };
+    static_assert(sizeof(Header) == 40);
+    std::ifstream in(m_file, std::ios::binary);
+    Header header = {};
+    if (!in.read(reinterpret_cast<char*>(&header), sizeof header) ||
+        std::string_view(header.magic.data(), header.magic.size()) != partialMagic ||
+        header.version != partialVersion) {
+        return {};
+    }
+    Leftover left{.ofThisStudy = header.key == m_key};
+    std::error_code problem;
+    const std::uintmax_t size = std::filesystem::file_size(m_file, problem);
+    std::uintmax_t at = sizeof header;
+    BlockHeader block = {};
+    while (in.seekg(static_cast<std::streamoff>(at)) &&
+           in.read(reinterpret_cast<char*>(&block), sizeof block)) {
+        at += sizeof block + block.size + sizeof(std::uint64_t);
+        if (problem || at > size) {
+            break;
+        }
+        left.sensors += block.count;
+    }
+    left.sensors = std::min(left.sensors, static_cast<std::size_t>(header.sensors));
+    return left;
+}
+
 std::size_t PartialResults::attach(std::span<ResultColumn> columns, SkyVisibilityStore* masks,
                                    std::size_t blockSize) {
     m_columns = columns;

@@ -59,6 +59,13 @@ public:
     PartialResults(const PartialResults&) = delete;
     PartialResults& operator=(const PartialResults&) = delete;
 
+    /// What a stopped run has left in the folder.
+    struct Leftover {
+        std::size_t sensors = 0; ///< finished ones; 0 when there is no file
+        bool ofThisStudy = false;
+    };
+    [[nodiscard]] Leftover leftover() const;
+
     /// Names what is to be kept, until detach().
     /// @param columns sized for all sensors
     /// @param masks what the sensors see, or null

@@ -230,6 +230,26 @@ PartialResults::Key resumeKey(const RunOptions& options, const RadiationMethod& 
         files);
 }
 
+/// Finished sensors of another study may have taken hours: they go only where the user knows.
+void checkLeftover(const PartialResults::Leftover& left, const RunOptions& options,
+                   Progress& progress) {
+    if (left.sensors == 0 || (options.resume && left.ofThisStudy)) {
+        return;
+    }
+    if (options.resume) {
+        throw UsageError(fmt::format(
+            "--resume: the {} finished {} in {} {} to another study or version and {}; repeat the "
+            "options of that run, or leave --resume out to replace them",
+            groupedDigits(left.sensors), counted(left.sensors, "sensor", "sensors"),
+            place(options.out), counted(left.sensors, "belongs", "belong"),
+            counted(left.sensors, "stays", "stay")));
+    }
+    progress.warn(fmt::format(
+        "{} finished {} of an interrupted run {} replaced{}", groupedDigits(left.sensors),
+        counted(left.sensors, "sensor", "sensors"), counted(left.sensors, "is", "are"),
+        left.ofThisStudy ? "; --resume would go on after them" : ""));
+}
+
 /// @param kept receives how many finished sensors the folder keeps
 void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& kept) {
     Stopwatch watch;
@@ -249,6 +269,8 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     watch.lap("models_s");
     const Recentring recentring(inputs.scene, inputs.field);
     const VisibilityKey key = visibilityKey(inputs.scene, inputs.field, options.north);
+    PartialResults partial(options.out, resumeKey(options, *method, inputs, key), options.resume);
+    checkLeftover(partial.leftover(), options, progress);
     SkyVisibilityStore stored;
     if (options.masks) {
         stored = SkyVisibilityStore::read(*options.masks, key);
@@ -258,7 +280,6 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
                       : makeRayMasks(inputs.scene, recentring, options.rays);
     throwIfInterrupted();
     watch.lap("ray_index_s");
-    PartialResults partial(options.out, resumeKey(options, *method, inputs, key), options.resume);
     SkyVisibilityStore saved(options.saveMasks ? inputs.field.size() : 0);
     const SensorWork work = {.field = inputs.field,
                              .recentring = recentring,

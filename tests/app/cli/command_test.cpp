@@ -191,6 +191,22 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     done(scene + "gap.epw --allow-gaps --period 3/5");
 }
 
+TEST_F(CommandTest, KeepsAnotherStudysFinishedSensorsUnderResume) {
+    std::string left("INSOPART\1\0\0\0\1\0\0\0\7\0\0\0\0\0\0\0", 24);
+    left += std::string(16, 'k') + std::string("\0\0\0\0\0\0\0\0\2\0\0\0\10\0\0\0", 16) +
+            std::string(16, 'v');
+    std::filesystem::create_directory(path("o"));
+    write("o/.insolate-partial", left);
+    const std::string study = "run --scene court.obj --weather good.epw --period 6/1 --quiet "
+                              "--out o ";
+    const Outcome refused = command(study + "--resume");
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_THAT(refused.err, HasSubstr("--resume: the 2 finished sensors in o belong to another "));
+    EXPECT_EQ(readFile(path("o/.insolate-partial")), left);
+    EXPECT_THAT(done(study).err, HasSubstr("2 finished sensors of an interrupted run are rep"));
+    EXPECT_FALSE(exists(path("o/.insolate-partial")));
+}
+
 TEST_F(CommandTest, OutlivesStreamsThatNobodyReads) {
     EXPECT_EQ(command("sky --weather good.epw --period 6/21 --out sky 2>/dev/full").exitCode, 0);
     EXPECT_EQ(command("sun 2>&-").exitCode, 2);

@@ -49,24 +49,28 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         std::string content;
         PartialResults::Key wanted;
         std::size_t taken;
+        std::size_t left; ///< whole blocks by their sizes alone
     };
     const auto damaged = [&](std::size_t at) {
         return std::string(whole).replace(at, 1, 1, static_cast<char>(whole[at] ^ 1));
     };
     for (const Case& c : std::vector<Case>{
-             {"as left", whole, studyKey, 6},
-             {"another study", whole, {1, 3}, 0},
-             {"cut within the second block", whole.substr(0, whole.size() - 1), studyKey, 2},
-             {"a value of the second block changed", damaged(firstBlock + 20), studyKey, 2},
-             {"a block twice", whole + whole.substr(firstBlock), studyKey, 6},
-             {"the first block's count changed", damaged(48), studyKey, 0},
-             {"another version", damaged(8), studyKey, 0},
-             {"cut header", whole.substr(0, 39), studyKey, 0},
-             {"nothing", "", studyKey, 0}}) {
+             {"as left", whole, studyKey, 6, 6},
+             {"another study", whole, {1, 3}, 0, 6},
+             {"cut within the second block", whole.substr(0, whole.size() - 1), studyKey, 2, 2},
+             {"a value of the second block changed", damaged(firstBlock + 20), studyKey, 2, 6},
+             {"a block twice", whole + whole.substr(firstBlock), studyKey, 6, 10},
+             {"the first block's count changed", damaged(48), studyKey, 0, 7},
+             {"another version", damaged(8), studyKey, 0, 0},
+             {"cut header", whole.substr(0, 39), studyKey, 0, 0},
+             {"nothing", "", studyKey, 0, 0}}) {
         SCOPED_TRACE(c.what);
         folder.write(PartialResults::fileName, c.content);
         std::vector<ResultColumn> columns = columnsOf(0.0f);
         PartialResults resumed(folder.path(), c.wanted, true);
+        const PartialResults::Leftover left = resumed.leftover();
+        EXPECT_EQ(left.ofThisStudy, c.wanted == studyKey && left.sensors > 0);
+        EXPECT_EQ(left.sensors, c.left);
         EXPECT_EQ(resumed.attach(columns, nullptr, blockSize), c.taken);
         EXPECT_EQ(resumed.isFinished(8), c.taken >= 2);
         EXPECT_EQ(resumed.isFinished(0), c.taken == 6);
