@@ -95,6 +95,7 @@ public:
     WeatherReport inspect() {
         WeatherReport report = read();
         report.oddClock = oddClockText(report.site, m_diffuse, m_file);
+        noteStrayDirect(report, m_direct, m_diffuse, m_global, m_file);
         return report;
     }
 
@@ -246,8 +247,13 @@ private:
         const auto index = static_cast<std::size_t>(dayOfYear * hoursPerDay + *hour - 1);
         // Of several lines for an hour the last one stands.
         m_missingAt[index] = directMissing || diffuseMissing ? m_line : 0;
-        m_diffuse[index] =
-            diffuseMissing ? missingValue : parseNumber<float>(fields[15]).value_or(missingValue);
+        const auto valueOf = [&](std::size_t field, bool isMissing) {
+            return isMissing ? missingValue
+                             : parseNumber<float>(fields[field]).value_or(missingValue);
+        };
+        m_global[index] = valueOf(13, false);
+        m_direct[index] = valueOf(14, directMissing);
+        m_diffuse[index] = valueOf(15, diffuseMissing);
         if (isLeapDay && m_lineOf[index] != 0) {
             return;
         }
@@ -283,7 +289,9 @@ private:
     std::vector<std::size_t> m_lineOf = std::vector<std::size_t>(hoursPerYear, 0);
     /// The line that marks the hour's radiation as missing, 0 for none.
     std::vector<std::size_t> m_missingAt = std::vector<std::size_t>(hoursPerYear, 0);
-    std::vector<float> m_diffuse = std::vector<float>(hoursPerYear, missingValue);
+    std::vector<float> m_global = std::vector<float>(hoursPerYear, missingValue);
+    std::vector<float> m_direct = m_global;
+    std::vector<float> m_diffuse = m_global;
     WeatherReport m_report;
 };
 
@@ -328,6 +336,8 @@ WeatherReport inspectWea(const std::filesystem::path& file, std::string_view con
     }
     report.hoursPresent = hoursPerYear;
     std::vector<float> diffuseOf(hoursPerYear, missingValue);
+    std::vector<float> directOf = diffuseOf;
+    const std::vector<float> unknown = diffuseOf;
     for (std::size_t hour = 0; hour < hoursPerYear; ++hour) {
         std::array<std::int16_t, 8> record{};
         std::memcpy(record.data(), content.data() + hoursOffset + hour * recordSize, recordSize);
@@ -344,9 +354,11 @@ WeatherReport inspectWea(const std::filesystem::path& file, std::string_view con
                                         diffuse));
         } else {
             diffuseOf[hour] = static_cast<float>(diffuse);
+            directOf[hour] = static_cast<float>(direct);
         }
     }
     report.oddClock = oddClockText(report.site, diffuseOf, file);
+    noteStrayDirect(report, directOf, diffuseOf, unknown, file);
     return report;
 }
 
@@ -443,6 +455,36 @@ std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse
                        isText ? "mend fields 8 (longitude, east positive) and 9 (time zone) of the "
                                 "LOCATION line"
                               : "mend the .epw file and convert it again");
+}
+
+void noteStrayDirect(WeatherReport& report, std::span<const float> direct,
+                     std::span<const float> diffuse, std::span<const float> global,
+                     const std::filesystem::path& file) {
+    StrayDirect stray;
+    double whole = 0.0;
+    for (std::size_t hour = 0; hour < direct.size(); ++hour) {
+        if (!(direct[hour] > 0.0f)) {
+            continue;
+        }
+        whole += static_cast<double>(direct[hour]);
+        if (diffuse[hour] == 0.0f && !(global[hour] > 0.0f)) {
+            ++stray.hours;
+            stray.sum += static_cast<double>(direct[hour]);
+        }
+    }
+    constexpr double worthTelling = 1.0e-3; // as of radiation while the sun is down
+    if (!(stray.sum > worthTelling * whole)) {
+        return;
+    }
+    report.strayDirect = stray;
+    report.notes.push_back(fmt::format(
+        "{}: {} {} direct normal radiation but neither global nor diffuse ({:.4g} kWh/m2): a "
+        "residue of the file's processing; the hourly method leaves it out where the sun is down, "
+        "of the other methods trust no peak; {}",
+        place(file), stray.hours, counted(stray.hours, "hour has", "hours have"),
+        stray.sum / 1000.0,
+        hasExtension(file, {".epw"}) ? "set field 15 to 0 in these hours"
+                                     : "mend the .epw file and convert it again"));
 }
 
 std::string hourOfYearText(const HourOfYear& hour) {

@@ -34,9 +34,16 @@ struct LineFault {
     std::string what;
 };
 
+/// Hours with direct normal radiation in which the level ground gets none at all.
+struct StrayDirect {
+    std::size_t hours = 0;
+    double sum = 0.0; ///< [Wh/m2]
+};
+
 struct WeatherReport {
     WeatherSite site;
-    std::string oddClock; ///< what oddClockText() says; among the notes too
+    std::string oddClock;    ///< what oddClockText() says; among the notes too
+    StrayDirect strayDirect; ///< nothing where it is not worth telling
     std::size_t hoursPresent = 0;
     std::vector<HourOfYear> hoursMissing;
     std::size_t lineBeforeMissing = 0; ///< after which the first missing hour belongs; 0: unknown
@@ -71,6 +78,12 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file);
 /// @param diffuse horizontal radiation of the year's hours [W/m2], NaN where it is missing
 std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
                          const std::filesystem::path& file);
+
+/// Notes in the report the direct radiation that neither global nor diffuse radiation goes with.
+/// @param global NaN where it is missing or unknown
+void noteStrayDirect(WeatherReport& report, std::span<const float> direct,
+                     std::span<const float> diffuse, std::span<const float> global,
+                     const std::filesystem::path& file);
 
 /// "21 June, 12:00 to 13:00".
 std::string hourOfYearText(const HourOfYear& hour);

@@ -74,7 +74,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
         }
     }
     noteLastDay(m_weather, options);
-    if (std::string odd = sunDownText(options.weather, sky); !odd.empty()) {
+    if (std::string odd = sunDownText(options.weather, sky, m_weather.strayDirect); !odd.empty()) {
         m_weather.notes.push_back(std::move(odd));
     }
     HourlyAnalysisOptions analysis;

@@ -96,7 +96,8 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
     if (read.report.lastDayEmpty) {
         text += fmt::format("# {}\n", lastDayText(file, Method::hourly));
     }
-    if (const std::string odd = sunDownText(file, buildHourlySky(year)); !odd.empty()) {
+    if (const std::string odd = sunDownText(file, buildHourlySky(year), read.report.strayDirect);
+        !odd.empty()) {
         text += fmt::format("# {}\n", odd);
     }
     const std::string hourly = refusal([&] { requireCompleteYear(read.report, file, false); });

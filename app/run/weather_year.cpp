@@ -86,6 +86,8 @@ WeatherYear readEpwYear(const std::filesystem::path& file) {
         !odd.empty()) {
         year.report.notes.push_back(std::move(odd));
     }
+    noteStrayDirect(year.report, year.series.directNormal, year.series.diffuseHorizontal,
+                    year.series.globalHorizontal, file);
     listGaps(year);
     return year;
 }
@@ -147,7 +149,8 @@ void noteLastDay(WeatherReport& report, const SkyOptions& options) {
     }
 }
 
-std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky) {
+std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
+                        const StrayDirect& stray) {
     const HourlySkyReport& report = sky.report;
     if (report.diffuseHorizontal <= 0.0 && report.directNormal <= 0.0) {
         return fmt::format("{}: no hour of the period has radiation; choose days and hours with "
@@ -157,7 +160,8 @@ std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky)
     }
     constexpr double worthTelling = 1.0e-3; // dawn and dusk give less in any sound file
     if (report.diffuseWithoutSun <= worthTelling * report.diffuseHorizontal &&
-        report.directWithoutSun <= worthTelling * (report.directNormal + report.directWithoutSun)) {
+        report.directWithoutSun - stray.sum <=
+            worthTelling * (report.directNormal + report.directWithoutSun)) {
         return {};
     }
     return fmt::format(

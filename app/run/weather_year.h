@@ -32,6 +32,8 @@ void noteLastDay(WeatherReport& report, const SkyOptions& options);
 
 /// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
 /// empty.
-std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky);
+/// @param stray what the report has told already
+std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
+                        const StrayDirect& stray);
 
 } // namespace insolate::app

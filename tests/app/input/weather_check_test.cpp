@@ -1,5 +1,6 @@
 #include "app/errors.h"
 #include "app/input/weather_check.h"
+#include "app/run/weather_year.h"
 #include "tests/app/support/study_fixture.h"
 
 #include <gmock/gmock.h>
@@ -101,6 +102,31 @@ TEST(WeatherCheck, TellsAClockThatTheLightDoesNotKeep) {
         EXPECT_EQ(report.oddClock.empty(), message.empty()) << report.oddClock;
         EXPECT_EQ(report.notes.size(), message.empty() ? 0U : 1U);
     }
+}
+
+TEST(WeatherCheck, TellsDirectRadiationThatNoOtherGoesWith) {
+    const StudyFolder folder;
+    const auto nights = [](int direct) {
+        return test::weatherText([=](int hour) {
+            return hour > 6 && hour <= 18 ? test::HourOfWeather{500, 100}
+                                          : test::HourOfWeather{hour == 3 ? direct : 0, 0};
+        });
+    };
+    const auto file = folder.write("a.epw", nights(40));
+    const WeatherReport report = inspectWeatherFile(file);
+    EXPECT_EQ(report.strayDirect.hours, 365U);
+    EXPECT_EQ(report.strayDirect.sum, 14600.0);
+    EXPECT_THAT(report.notes, testing::ElementsAre(
+                                  HasSubstr("a.epw: 365 hours have direct normal radiation but ")));
+    // It is told once, by whatever reads the file, and does not put the time zone in doubt.
+    HourlySky sky;
+    sky.report.diffuseHorizontal = sky.report.directNormal = 1.0e6;
+    sky.report.directWithoutSun = 14600.0;
+    EXPECT_EQ(sunDownText(file, sky, report.strayDirect), "");
+    EXPECT_EQ(readWeatherYear(file).report.notes, report.notes);
+    sky.report.diffuseWithoutSun = 5000.0;
+    EXPECT_THAT(sunDownText(file, sky, report.strayDirect), HasSubstr("time zone"));
+    EXPECT_TRUE(inspectWeatherFile(folder.write("a.epw", nights(5))).notes.empty());
 }
 
 TEST(WeatherCheck, GapsPassWhenTheyAreAllowed) {
