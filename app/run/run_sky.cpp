@@ -104,7 +104,7 @@ void runSky(const SkyOptions& options, Progress& progress) {
     OutputFolder folder(options.out);
     folder.requireFree({"sky.csv", "sky.png", "sky.json"});
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, 0.0);
-    reportWeather(method->weather(), progress);
+    reportStudy(options, method->weather(), progress);
     const auto* hourly = dynamic_cast<const HourlyStudy*>(method.get());
     const SkyPages pages =
         hourly != nullptr ? pagesOf(*hourly) : pagesOf(dynamic_cast<const SolarAnalysis&>(*method));

@@ -60,11 +60,35 @@ bool fitsMemory(double bytes) {
                         static_cast<double>(sysconf(_SC_PAGE_SIZE));
 }
 
+/// Edges of the box around the points.
+Vector3 extentOf(const std::vector<Vector3>& points) {
+    if (points.empty()) {
+        return {};
+    }
+    Vector3 low = points.front();
+    Vector3 high = low;
+    for (const Vector3& p : points) {
+        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    }
+    return high - low;
+}
+
+/// "60 x 40 x 18 m"; a wrong unit or axis shows here first.
+std::string extentText(const Vector3& extent) {
+    const auto text = [](double metres) {
+        return metres >= 100.0 ? groupedDigits(static_cast<std::size_t>(std::llround(metres)))
+                               : fmt::format("{:.3g}", metres);
+    };
+    return fmt::format("{} x {} x {} m", text(extent.x), text(extent.y), text(extent.z));
+}
+
 /// Refuses what the machine cannot hold, before memory is taken.
-void checkSize(double sensors, double triangles, const RunOptions& options) {
+void checkSize(double sensors, double triangles, const Vector3& extent, const RunOptions& options) {
     constexpr double bytesPerSensor = 210.0; // position, normal, cell, results
     constexpr double secondsPerSensor = 1.0e-4;
     constexpr double mostSensors = 5.0e6;
+    constexpr double largestCity = 5.0e4; // metres
     // Cells are numbered with 32 bits, four corners each.
     constexpr double mostCells = 1.0e9;
     const double bytes = sensors * bytesPerSensor + triangles * bytesPerTriangle;
@@ -73,9 +97,12 @@ void checkSize(double sensors, double triangles, const RunOptions& options) {
          !options.force)) {
         throw UsageError(fmt::format(
             "about {:.2g} sensors over {:.2g} triangles would take some {:.1f} GB of memory and "
-            "{}; choose a larger --grid or fewer faces with --select{}",
+            "{}; choose a larger --grid or fewer faces with --select{}{}",
             sensors, triangles, bytes / 1.0e9,
             durationText(sensors * secondsPerSensor / usedThreads(options.threads)),
+            std::max(extent.x, extent.y) > largestCity
+                ? fmt::format(", or --units if the model does not measure {}", extentText(extent))
+                : "",
             sensors > mostCells ? "" : ", or give --force"));
     }
 }
@@ -107,7 +134,7 @@ SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& opt
     const std::string source = place(options.sensorFile());
     const auto faces = selectFaces(mesh, options.select, source);
     const SensorGridOptions grid{.spacing = options.grid, .offset = options.offset};
-    checkSize(estimatedSensorCount(mesh, faces, grid), triangles, options);
+    checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid);
     if (cut.emptyFaces > 0) {
         progress.warn(
@@ -136,8 +163,9 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
         }
     }
     const auto triangles = static_cast<double>(inputs.scene.triangleCount());
-    progress.note(fmt::format("scene: {} {}", groupedDigits(inputs.scene.triangleCount()),
-                              counted(inputs.scene.triangleCount(), "triangle", "triangles")));
+    progress.note(fmt::format("scene: {} {}, {}", groupedDigits(inputs.scene.triangleCount()),
+                              counted(inputs.scene.triangleCount(), "triangle", "triangles"),
+                              extentText(extentOf(inputs.scene.vertices))));
 
     if (hasExtension(sensorFile, {".csv", ".txt"})) {
         if (!options.select.empty()) {
@@ -146,7 +174,7 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
         }
         const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
         inputs.field = readSensorCsv(sensorFile, options.import.unit, up);
-        checkSize(static_cast<double>(inputs.field.size()), triangles, options);
+        checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
     } else {
         if (!sensorMesh) {
             checkFileSize(sensorFile, options);
@@ -262,7 +290,7 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
         folder.requireFree({seriesName});
     }
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, options.north);
-    reportWeather(method->weather(), progress);
+    reportStudy(options, method->weather(), progress);
     watch.lap("weather_and_sky_s");
     const Inputs inputs = readInputs(options, progress);
     checkSeries(options, inputs.field.size());

@@ -34,10 +34,14 @@ std::string studySubtitle(const SkyOptions& options, const WeatherReport& weathe
                        methodName(options.method), INSOLATE_VERSION);
 }
 
-void reportWeather(const WeatherReport& weather, Progress& progress) {
+void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progress& progress) {
     progress.note(fmt::format("weather of {}: {} {}", weather.site.text(),
                               groupedDigits(weather.hoursPresent),
                               counted(weather.hoursPresent, "hour", "hours")));
+    const StudyPeriod& period = options.period;
+    const bool wholeDays = period.startHour <= 0.0 && period.endHour >= 24.0;
+    progress.note(fmt::format("{} method, {}{}", methodName(options.method), period.text(),
+                              wholeDays ? ", 0:00 to 24:00" : ""));
     for (const std::string& text : weather.notes) {
         progress.warn(text);
     }

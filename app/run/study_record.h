@@ -17,7 +17,7 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
 /// One line for pictures: site; period; method; version.
 std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather);
 
-/// Names the site on the screen and warns of what is odd in the file.
-void reportWeather(const WeatherReport& weather, Progress& progress);
+/// Names the site, the method and the period on the screen and warns of what is odd in the file.
+void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progress& progress);
 
 } // namespace insolate::app

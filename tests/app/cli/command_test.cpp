@@ -34,7 +34,8 @@ TEST_F(CommandTest, RunsAStudy) {
         "--step 0.5 --grid 1 --method perez-sky ";
     const Outcome run = done(study + "--sensors court.obj --out a/b");
     EXPECT_EQ(run.out, "");
-    EXPECT_THAT(run.err, HasSubstr("sensors: 100\n"));
+    expectAll(run.err, {"perez-sky method, 1 June to 30 June, 8:00 to 18:00\n",
+                        "scene: 10 triangles, 10 x 10 x 10 m\n", "sensors: 100\n"});
     EXPECT_EQ(rowsOf(path("a/b/sensors.csv")).size(), 101U);
     EXPECT_THAT(readFile(path("a/b/summary.json")),
                 HasSubstr("\"1 June to 30 June, 8:00 to 18:00\""));
@@ -120,6 +121,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
 TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     write("gap.epw", withLine(test::clearYear(), test::weatherLine(3, 5, 12), "3,5,12", "3,5,13"));
     write("bad.csv", "x,y,z,nx,ny,nz\n1,2,3,0,0,1\n1,2\n");
+    write("far.obj", "v 0 0 0\nv 6e4 0 0\nv 6e4 4e4 0\nf 1 2 3\n");
     write("file", "");
     std::filesystem::create_directories(path("taken/series.csv"));
     struct Case {
@@ -150,7 +152,9 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--method --quiet", 2, "--method: the value is missing; "},
              {base + "--grid 1 --grid 2", 2, "--grid is given more than once; "},
              {base + "--grid 0", 2, "--grid 0"},
-             {base + "--grid 0.0005", 2, "choose a larger --grid"},
+             {base + "--grid 0.0005", 2, "larger --grid or fewer faces with --select, or give"},
+             {"run --scene far.obj --weather good.epw --out out", 2,
+              "--units if the model does not measure 60,000 x 40,000 x 0 m, or give --force"},
              {base + "--north nan", 2, "--north nan"},
              {base + "--north abc", 2, "--north: 'abc' is no number; give degrees"},
              {base + "--step 0.3", 2, "--step 0.3: hours are walked"},
