@@ -257,4 +257,15 @@ SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces
     return std::move(cutter).result();
 }
 
+std::vector<float> cellAreas(const SensorField& field) {
+    std::vector<float> areas;
+    const std::span<const Vector3> corners = field.corners;
+    for (std::size_t i = 0; field.hasCells() && i < field.size(); ++i) {
+        const std::size_t first = field.cellStart[i];
+        const Vector3 twice = areaVector(corners.subspan(first, field.cellStart[i + 1] - first));
+        areas.push_back(static_cast<float>(0.5 * length(twice)));
+    }
+    return areas;
+}
+
 } // namespace insolate::app

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <span>
+#include <vector>
 
 namespace insolate::app {
 
@@ -36,5 +37,8 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
 /// The order of the sensors is the order of the faces.
 SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
                           const SensorGridOptions& options);
+
+/// Areas of the sensors' cells [m2]; none for sensors without cells.
+std::vector<float> cellAreas(const SensorField& field);
 
 } // namespace insolate::app

@@ -92,8 +92,8 @@ cairo_status_t writePart(void* closure, const unsigned char* data, unsigned int 
 } // namespace
 
 ColorScale scaleOf(const ResultColumn& column, std::optional<double> lowest,
-                   std::optional<double> highest) {
-    const ColumnRange range = rangeOf(column.values);
+                   std::optional<double> highest, std::span<const float> weights) {
+    const ColumnRange range = rangeOf(column.values, weights);
     ColorScale scale;
     scale.hasValues = range.count > 0;
     const double low = lowest.value_or(range.lowest);

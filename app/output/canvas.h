@@ -35,8 +35,9 @@ struct ColorScale {
     }
 };
 /// Ends that are not given are the column's own; large Wh become kWh or MWh.
+/// @param weights of the mean, one for each value; empty: all alike
 ColorScale scaleOf(const ResultColumn& column, std::optional<double> lowest = {},
-                   std::optional<double> highest = {});
+                   std::optional<double> highest = {}, std::span<const float> weights = {});
 
 enum class Align { left, center, right };
 

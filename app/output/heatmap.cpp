@@ -350,7 +350,8 @@ void drawHeatmap(OutputFile& out, const Scene& scene, const SensorField& field,
     const Canvas canvas(width, height);
     const double u = canvas.unit();
     const ColorMap colors;
-    const ColorScale scale = scaleOf(column, options.scaleLowest, options.scaleHighest);
+    const ColorScale scale =
+        scaleOf(column, options.scaleLowest, options.scaleHighest, options.areas);
 
     const double top = canvas.heading(options.title, options.subtitle);
     const int areaTop = static_cast<int>(top);

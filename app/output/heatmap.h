@@ -5,6 +5,7 @@
 #include "app/study_data.h"
 
 #include <optional>
+#include <span>
 #include <string>
 
 namespace insolate::app {
@@ -22,6 +23,7 @@ struct HeatmapOptions {
     /// Ends of the colour scale; the column's own range when absent.
     std::optional<double> scaleLowest;
     std::optional<double> scaleHighest;
+    std::span<const float> areas = {}; ///< of the cells, for the mean; empty: all alike
 };
 
 /// Draws the sensor cells coloured by one column, the scene around them in grey, in an axonometric

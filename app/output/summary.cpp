@@ -8,29 +8,34 @@
 
 namespace insolate::app {
 
-ColumnRange rangeOf(std::span<const float> values) {
+ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights) {
     ColumnRange range;
     double sum = 0.0;
-    for (const float value : values) {
+    double weight = 0.0;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const float value = values[i];
         if (!std::isfinite(value)) {
             continue;
         }
         const double number = value;
         range.lowest = range.count == 0 ? number : std::min(range.lowest, number);
         range.highest = range.count == 0 ? number : std::max(range.highest, number);
-        sum += number;
+        const double own = weights.empty() ? 1.0 : static_cast<double>(weights[i]);
+        sum += own * number;
+        weight += own;
         ++range.count;
     }
-    if (range.count > 0) {
-        range.mean = sum / static_cast<double>(range.count);
+    if (weight > 0.0) {
+        range.mean = sum / weight;
     }
     return range;
 }
 
-nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns) {
+nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns,
+                                std::span<const float> weights) {
     nlohmann::ordered_json ranges = nlohmann::ordered_json::object();
     for (const ResultColumn& column : columns) {
-        const ColumnRange range = rangeOf(column.values);
+        const ColumnRange range = rangeOf(column.values, weights);
         ranges[column.name] = {{"title", column.title},  {"unit", column.unit},
                                {"lowest", range.lowest}, {"highest", range.highest},
                                {"mean", range.mean},     {"count", range.count}};

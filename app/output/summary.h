@@ -18,10 +18,12 @@ struct ColumnRange {
     double mean = 0.0;
     std::size_t count = 0; ///< finite values; the other members are 0 when there are none
 };
-ColumnRange rangeOf(std::span<const float> values);
+/// @param weights of the mean, one for each value; empty: all alike
+ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights = {});
 
 /// {"total": {"title": ..., "unit": ..., "lowest": ..., "highest": ..., "mean": ...}, ...}
-nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns);
+nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns,
+                                std::span<const float> weights = {});
 
 /// {"insolate": "0.1.0", "compiler": ..., "cairo": ...}: what made the result.
 nlohmann::ordered_json versionsInUse();

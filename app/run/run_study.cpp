@@ -22,6 +22,8 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <numeric>
+#include <span>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -315,7 +317,7 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
                              .threads = options.threads,
                              .saved = options.saveMasks ? &saved : nullptr,
                              .kept = &partial};
-    const auto columns = [&] {
+    auto columns = [&] {
         try {
             std::vector<ResultColumn> results = calculateSensors(*method, work, progress);
             kept = partial.sensorsKept();
@@ -326,6 +328,11 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
         }
     }();
     watch.lap("sensors_s");
+    const std::size_t results = columns.size();
+    const std::vector<float> areas = cellAreas(inputs.field);
+    if (!areas.empty()) {
+        columns.push_back({"area", "m2", "Area of the cell", areas});
+    }
 
     std::string written = "sensors.csv, sensors.vtp, heatmap.png";
     const std::string subtitle = studySubtitle(options, method->weather());
@@ -338,6 +345,7 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     picture.title = shown.title;
     picture.subtitle = subtitle;
     picture.north = options.north;
+    picture.areas = areas;
     drawHeatmap(folder.stage("heatmap.png"), inputs.scene, inputs.field, shown, picture);
     if (options.saveMasks) {
         saved.write(folder.stage(masksName), key);
@@ -355,7 +363,11 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     method->describe(record, columns);
     const std::size_t enclosed = countEnclosed(columns, inputs.field);
     record["sensors"]["enclosed"] = enclosed;
-    record["results"] = rangesOf(columns);
+    if (!areas.empty()) {
+        record["sensors"]["area_m2"] = std::accumulate(areas.begin(), areas.end(), 0.0);
+    }
+    record["sensors"]["means_weighted_by"] = areas.empty() ? "count" : "area";
+    record["results"] = rangesOf(std::span(columns).first(results), areas);
     record["threads"] = usedThreads(options.threads);
     record["timings"] = watch.record();
     record["timings"]["whole_s"] = watch.whole();
@@ -376,9 +388,10 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
             options.method == Method::hourly ? "neither sky nor ground" : "no sky",
             counted(enclosed, "it", "they")));
     }
-    const ColumnRange range = rangeOf(shown.values);
-    progress.note(fmt::format("total radiation {:.4g} to {:.4g}, mean {:.4g} {}", range.lowest,
-                              range.highest, range.mean, shown.unit));
+    const ColumnRange range = rangeOf(shown.values, areas);
+    progress.note(fmt::format("total radiation {:.4g} to {:.4g}, {} {:.4g} {}", range.lowest,
+                              range.highest, areas.empty() ? "mean" : "mean by area", range.mean,
+                              shown.unit));
     progress.note(fmt::format("wrote {} and summary.json in {} ({})", written, options.out.string(),
                               durationText(watch.whole())));
 }

@@ -50,6 +50,32 @@ TEST_F(CommandTest, RunsAStudy) {
     EXPECT_TRUE(exists(path("c/sensors.masks"))) << "masks may have taken hours";
 }
 
+TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
+    write("two.obj", "v 0 0 20\nv 9 0 20\nv 9 7 20\nv 0 7 20\nf 1 2 3 4\n"
+                     "v 20 0 9\nv 23 0 9\nv 20 2 9\nf 5 7 6\n");
+    write("two.csv", "4.5,3.5,20.05,0,0,1\n21,0.5,8.95,0,0,-1\n");
+    const std::string study =
+        "run --weather good.epw --period 6/1 --quiet --out o --scene two.obj ";
+    const auto meanOf = [&] {
+        const std::string summary = readFile(path("o/summary.json"));
+        return std::stod(summary.substr(summary.find("\"mean\": ") + 8));
+    };
+    done(study + "--grid 20");
+    const auto rows = rowsOf(path("o/sensors.csv"));
+    ASSERT_EQ(rows.size(), 3U);
+    EXPECT_EQ(rows[0].back(), "area [m2]");
+    EXPECT_EQ(rows[1].back() + " " + rows[2].back(), "63 3");
+    const double up = std::stod(rows[1][6]);
+    const double down = std::stod(rows[2][6]);
+    EXPECT_NEAR(meanOf(), (63.0 * up + 3.0 * down) / 66.0, 1e-6 * up);
+    expectAll(readFile(path("o/summary.json")),
+              {"\"area_m2\": 66.0", "\"means_weighted_by\": \"area\""});
+    EXPECT_THAT(readFile(path("o/sensors.vtp")), HasSubstr("Name=\"area\""));
+    done(study + "--sensors two.csv");
+    EXPECT_EQ(rowsOf(path("o/sensors.csv"))[0].back(), "direct_sun_hours [h]");
+    EXPECT_NEAR(meanOf(), (up + down) / 2.0, 1e-6 * up);
+}
+
 TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
     const Outcome run = done(
         "run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
@@ -152,7 +178,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--method --quiet", 2, "--method: the value is missing; "},
              {base + "--grid 1 --grid 2", 2, "--grid is given more than once; "},
              {base + "--grid 0", 2, "--grid 0"},
-             {base + "--grid 0.0005", 2, "larger --grid or fewer faces with --select, or give"},
+             {base + "--grid 0.0005", 2, "larger --grid or fewer faces with --select\n"},
              {"run --scene far.obj --weather good.epw --out out", 2,
               "--units if the model does not measure 60,000 x 40,000 x 0 m, or give --force"},
              {base + "--north nan", 2, "--north nan"},
