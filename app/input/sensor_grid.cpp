@@ -198,7 +198,7 @@ private:
     std::vector<Triangle> m_open;
 };
 
-/// What cutTriangle gives, within a factor of about two; the factors are found by trial.
+/// What cutTriangle gives, within a factor of two and a half; the factors are found by trial.
 double estimatedCells(const Triangle& triangle, double spacing) {
     const double area = 0.5 * length(areaVector(triangle)) / (spacing * spacing);
     const double longest = longestEdge(triangle) / spacing;

@@ -23,7 +23,7 @@ struct SensorGrid {
     std::size_t emptyFaces = 0; ///< faces without area, left out
 };
 
-/// How many sensors the cutting will give, within a factor of about two, without doing it.
+/// How many sensors the cutting will give, within a factor of two and a half, without doing it.
 double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
                             const SensorGridOptions& options);
 

@@ -451,7 +451,8 @@ void considerLeader(const PeakHours& hours, const PeakSensor& sensor, const Broa
         places = hn::IfThenElse(more, hn::Iota(d, static_cast<float>(i)), places);
     }
     const auto lane = static_cast<std::size_t>(
-        std::countr_zero(bitsOf(d, hn::Eq(most, hn::MaxOfLanes(d, most)))));
+                          std::countr_zero(bitsOf(d, hn::Eq(most, hn::MaxOfLanes(d, most))))) %
+                      lanes; // a NaN is equal to none
     alignas(64) std::array<float, 2 * lanes> kept;
     hn::Store(beams, d, kept.data());
     hn::Store(places, d, kept.data() + lanes);

@@ -78,10 +78,11 @@ struct Peak {
 /// The highest hour.
 ///
 /// It starts from the leader that promises most. Blocks that the whole sun and the open sky could
-/// lift above the best hour so far are bounded by the sun cells and the zones of the sky that the
-/// sensor sees. Those still above it are opened, the one that promises most first; of their hours
-/// only those are computed that their own sun cells and zones leave above the best. Where a bound
-/// is equal to the best the hour is computed too, so the order does not matter.
+/// lift above the best hour so far lose the sun if none of its cells is seen, and are bounded by
+/// the zones of the sky that the sensor sees and by their hours' whole beams. Those still above it
+/// are opened, the one that promises most first; of their hours only those are computed that their
+/// exact direct radiation and their own zones leave above the best. Where a bound is equal to the
+/// best the hour is computed too, so the order does not matter.
 Peak highestHour(const PeakHours& hours, const PeakSensor& sensor);
 
 } // namespace insolate::hourlyKernels

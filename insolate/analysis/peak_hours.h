@@ -127,7 +127,8 @@ struct PeakHours {
     std::vector<float> leaderGround; ///< as Hour::ground
 
     PeakBounds blockBounds;
-    /// The sun cells of each block's hours, a bit for each in so many words.
+    /// The sun cells of each block's hours, a bit for each in so many words: a multiple of four,
+    /// since as many are read at once.
     std::vector<std::uint64_t> blockCells;
     std::size_t cellWords = 0;
     static constexpr std::size_t mostCellWords = (skyGrid::cellCount + 255) / 256 * 4;

@@ -406,7 +406,7 @@ TEST(HourlyAnalysis, FindsThePeakOfTheHours) {
             sum += static_cast<double>(hour);
         }
         EXPECT_NEAR(sum, static_cast<double>(result.total), 0.02 * sum) << i;
-        EXPECT_NEAR(result.peak, highest, 1e-4f * highest) << i;
+        EXPECT_NEAR(result.peak, highest, 2e-6f * highest) << i;
         ASSERT_EQ(result.peakHour >= 0, highest > 0.0f);
         if (result.peakHour < 0) {
             continue;
