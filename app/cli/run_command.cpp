@@ -237,7 +237,8 @@ void addRunCommand(CLI::App& app) {
     arguments->addTo(*command);
     command->callback([command, arguments] {
         withStudyFile(*command, arguments->sky.study, [&] {
-            const RunOptions options = arguments->options();
+            RunOptions options = arguments->options();
+            options.gridGiven = command->count("--grid") > 0;
             Progress progress(stderr, Progress::styleOf(stderr, options.quiet));
             runStudy(options, progress);
         });

@@ -1,9 +1,13 @@
 #include "app/cli/arguments.h"
 #include "app/cli/commands.h"
+#include "app/errors.h"
+#include "app/input/period.h"
 #include "app/run/run_sun.h"
 #include "app/terminal/standard_output.h"
 
 #include <memory>
+
+#include <fmt/format.h>
 
 namespace insolate::app {
 
@@ -51,7 +55,12 @@ void addSunCommand(CLI::App& app) {
         if (!arguments->weather.empty()) {
             options.weather = arguments->weather;
         }
-        options.day = parseDate(arguments->date);
+        try {
+            options.day = parseDate(arguments->date);
+        } catch (const UsageError& error) {
+            throw UsageError(
+                fmt::format("--date {}: {}", quoteText(arguments->date), error.what()));
+        }
         options.step = arguments->step;
         printResult(sunTable(options));
     });

@@ -54,7 +54,8 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options) {
     if (mesh.faces.empty()) {
         throw DataError(fmt::format(
-            "{}: the model has no faces; export it with surfaces, not only lines or points",
+            "{}: the model has no faces; export it with surfaces, not only lines or points, "
+            "or the file is cut off",
             place(file)));
     }
     const double scale = metresIn(options.unit);

@@ -181,6 +181,21 @@ void Canvas::text(double x, double y, std::string_view text, double size, Align 
     cairo_new_path(context()); // the text leaves a current point that a later line would start from
 }
 
+void Canvas::outlinedText(double x, double y, std::string_view text, double size,
+                          Align align) const {
+    const double width = textWidth(text, size);
+    const double shift = align == Align::left ? 0.0 : align == Align::center ? 0.5 : 1.0;
+    cairo_move_to(context(), x - shift * width, y);
+    cairo_text_path(context(), validText(text).c_str());
+    setColor(ink, 0.85);
+    cairo_set_line_width(context(), 0.24 * size);
+    cairo_set_line_join(context(), CAIRO_LINE_JOIN_ROUND);
+    cairo_stroke_preserve(context());
+    cairo_set_line_join(context(), CAIRO_LINE_JOIN_MITER);
+    setColor({1.0, 1.0, 1.0});
+    cairo_fill(context());
+}
+
 double Canvas::heading(const std::string& title, const std::string& subtitle) const {
     const double margin = 40.0 * m_unit;
     const double available = m_width - 2.0 * margin;

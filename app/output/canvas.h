@@ -62,6 +62,9 @@ public:
     /// One line with its baseline at y; shrunk, then cut with an ellipsis, to `maxWidth` pixels.
     void text(double x, double y, std::string_view text, double size, Align align = Align::left,
               bool bold = false, double maxWidth = 1.0e9) const;
+    /// White, with a dark outline that makes it readable on any colour.
+    void outlinedText(double x, double y, std::string_view text, double size,
+                      Align align = Align::left) const;
     [[nodiscard]] double textWidth(std::string_view text, double size, bool bold = false) const;
 
     /// Title and, below it, the subtitle broken into at most three lines.

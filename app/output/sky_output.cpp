@@ -99,10 +99,10 @@ void drawFrame(const Canvas& canvas, const Dome& dome) {
         const double size = (main ? 26.0 : 18.0) * u;
         canvas.text(label[0], label[1] + 0.36 * size, names[i], size, Align::center, main);
     }
-    canvas.setColor({1.0, 1.0, 1.0}, 0.85);
     for (const double altitude : {30.0, 60.0}) {
         const auto p = dome.at(0.0, altitude);
-        canvas.text(p[0] + 4.0 * u, p[1] - 4.0 * u, altitude == 30.0 ? "30°" : "60°", 15.0 * u);
+        canvas.outlinedText(p[0] + 4.0 * u, p[1] - 4.0 * u, altitude == 30.0 ? "30°" : "60°",
+                            15.0 * u);
     }
 }
 
@@ -128,7 +128,7 @@ void drawPath(const Canvas& canvas, const Dome& dome, const SkyPath& path) {
     cairo_stroke(cr);
     if (highest != nullptr && !path.label.empty()) {
         const auto p = dome.at(highest->azimuth, highest->altitude);
-        canvas.text(p[0], p[1] - 7.0 * u, path.label, 15.0 * u, Align::center);
+        canvas.outlinedText(p[0], p[1] - 7.0 * u, path.label, 15.0 * u, Align::center);
     }
 }
 

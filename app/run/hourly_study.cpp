@@ -55,6 +55,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
     : m_period(options.period), m_options(options.hourly) {
     WeatherYear year = readWeatherYear(options.weather);
     m_weather = std::move(year.report);
+    m_monthlyAlbedo = year.series.monthlyAlbedo;
     requireCompleteYear(m_weather, options.weather, options.allowGaps);
     HourlySky sky = skyOf(year.series, options, north);
     if (!sky.valid) {
@@ -128,9 +129,18 @@ void HourlyStudy::describe(nlohmann::ordered_json& record,
                            std::span<const ResultColumn> columns) const {
     const HourlySky& sky = m_analysis->sky();
     const HourlySkyReport& report = sky.report;
+    nlohmann::ordered_json albedo = m_options.albedo;
+    if (m_options.monthlyAlbedo) {
+        albedo = nlohmann::ordered_json::array();
+        for (const float month : m_monthlyAlbedo) {
+            // Six digits: what a float holds, not the double near it.
+            albedo.push_back(month > 0.0f ? std::round(static_cast<double>(month) * 1.0e6) / 1.0e6
+                                          : m_options.albedo);
+        }
+    }
     record["hourly"] = {
         {"steps_per_hour", sky.options.stepsPerHour},
-        {"albedo", m_options.monthlyAlbedo ? nlohmann::json() : nlohmann::json(m_options.albedo)},
+        {"albedo", albedo},
         {"albedo_of_weather_file", m_options.monthlyAlbedo},
         {"ground", m_options.openGround ? "open" : "open where the scene does not hide it"},
         {"sky_tolerance_percent", m_options.skyTolerance},

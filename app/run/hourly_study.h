@@ -6,6 +6,7 @@
 
 #include <insolate/insolate.h>
 
+#include <array>
 #include <optional>
 #include <string_view>
 
@@ -38,6 +39,7 @@ private:
     StudyPeriod m_period;
     HourlyOptions m_options;
     WeatherReport m_weather;
+    std::array<float, 12> m_monthlyAlbedo{};  ///< of the weather, NaN where it has none
     std::optional<HourlyAnalysis> m_analysis; ///< holds a value from construction on
 };
 

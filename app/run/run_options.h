@@ -48,8 +48,9 @@ struct RunOptions : SkyOptions {
     std::vector<std::filesystem::path> scenes;
     std::optional<std::filesystem::path> sensors; ///< absent: the first scene file
     MeshImportOptions import;
-    double north = 0.0;   ///< from the model's +Y clockwise to true north [degrees]
-    double grid = 2.0;    ///< [m]
+    double north = 0.0; ///< from the model's +Y clockwise to true north [degrees]
+    double grid = 2.0;  ///< [m]
+    bool gridGiven = false;
     double offset = 0.05; ///< [m]
     std::vector<std::string> select;
     int threads = 0; ///< 0: all processors

@@ -151,6 +151,17 @@ SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& opt
     return std::move(cut.field);
 }
 
+void noteUndersides(const SensorField& field, Progress& progress) {
+    const auto down = static_cast<std::size_t>(
+        std::count_if(field.normals.begin(), field.normals.end(),
+                      [](const Vector3& normal) { return normal.z < -0.5; }));
+    if (field.hasCells() && 10 * down > field.size()) {
+        progress.note(fmt::format("{} of them {} down: undersides lower the mean; --select leaves "
+                                  "them out by name",
+                                  groupedDigits(down), counted(down, "faces", "face")));
+    }
+}
+
 Inputs readInputs(const RunOptions& options, Progress& progress) {
     const std::filesystem::path& sensorFile = options.sensorFile();
     Inputs inputs;
@@ -174,6 +185,10 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
             throw UsageError("--select chooses faces of a sensor model, but the sensors come from "
                              "a table; leave it out");
         }
+        if (options.gridGiven) {
+            throw UsageError("--grid cuts the faces of a sensor model, but the sensors come from a "
+                             "table; leave it out");
+        }
         const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
         inputs.field = readSensorCsv(sensorFile, options.import.unit, up);
         checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
@@ -185,6 +200,7 @@ Inputs readInputs(const RunOptions& options, Progress& progress) {
         inputs.field = cutSensors(*sensorMesh, triangles, options, progress);
     }
     progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
+    noteUndersides(inputs.field, progress);
     throwIfInterrupted();
     return inputs;
 }
@@ -293,6 +309,12 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
     }
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, options.north);
     reportStudy(options, method->weather(), progress);
+    constexpr int week = 7;
+    if (options.method == Method::hourly && options.period.dayCount() <= week &&
+        options.hourly.sunTolerance <= 0.0) {
+        progress.note("in a week or less the edges of shadows count more; --sun-tolerance 0.25 "
+                      "looks closer at them");
+    }
     watch.lap("weather_and_sky_s");
     const Inputs inputs = readInputs(options, progress);
     checkSeries(options, inputs.field.size());

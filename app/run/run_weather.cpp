@@ -14,6 +14,7 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
@@ -121,6 +122,13 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
     if (!hasExtension(from, {".epw"})) {
         throw UsageError(fmt::format("{}: only .epw files are converted; give one", place(from)));
     }
+    const std::filesystem::path parent = to.parent_path();
+    std::error_code problem;
+    if (!parent.empty() && !std::filesystem::exists(parent, problem)) {
+        throw DataError(fmt::format("{}: cannot be written: there is no folder {}; make it first "
+                                    "or give another one",
+                                    place(to), place(parent)));
+    }
     const WeatherReport report = inspectWeatherFile(from);
     requireCompleteYear(report, from, allowGaps);
     EModel model;
@@ -130,7 +138,6 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
         model.getSolarAnalysisController().getWeatherData().getDataForWrite();
     constexpr char signature[16] = "xqt_WEA_ver1.10";
 
-    const std::filesystem::path parent = to.parent_path();
     OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, place(to));
     OutputFile& out = folder.stage(to.filename().string());
     out.write(signature, sizeof signature);

@@ -71,6 +71,11 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
     expectAll(readFile(path("o/summary.json")),
               {"\"area_m2\": 66.0", "\"means_weighted_by\": \"area\""});
     EXPECT_THAT(readFile(path("o/sensors.vtp")), HasSubstr("Name=\"area\""));
+    EXPECT_THAT(
+        done("run --weather good.epw --period 6/1 --grid 20 --albedo epw --out o --scene two.obj")
+            .err,
+        testing::AllOf(HasSubstr("of them faces down: "), HasSubstr("--sun-tolerance 0.25")));
+    expectAll(readFile(path("o/summary.json")), {"\"albedo\": [\n      0.2,\n"});
     done(study + "--sensors two.csv");
     EXPECT_EQ(rowsOf(path("o/sensors.csv"))[0].back(), "direct_sun_hours [h]");
     EXPECT_NEAR(meanOf(), (up + down) / 2.0, 1e-6 * up);
@@ -164,7 +169,9 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {"weather inof good.epw", 2, "did you mean 'info'?"},
              {"weather info none.epw", 1, "none.epw"},
              {"weather convert good.epw out", 2, "out: only .wea"},
-             {"weather convert good.epw /proc/x/a.wea", 1, "/proc/x/a.wea: cannot be written: "},
+             {"weather convert good.epw out/a.wea", 1,
+              "out/a.wea: cannot be written: there is no "},
+             {"weather convert good.epw /proc/a.wea", 1, "/proc/a.wea: cannot be written: "},
              {"weather convert good.epw file/a.wea", 1, "file/a.wea: cannot be written: file is"},
              {"run --out out --scene court.obj", 2, "--weather is missing"},
              {"run --weather good.epw --out out", 2, "--scene is missing"},
@@ -199,6 +206,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--sensors none.obj", 1, "none.obj: no such file"},
              {base + "--sensors bad.csv", 1, "bad.csv:3: 2 fields"},
              {base + "--sensors bad.csv --select floor", 2, "--select"},
+             {base + "--sensors bad.csv --grid 2", 2, "--grid cuts"},
              {scene + "court.obj", 1, "court.obj: not a weather file"},
              {scene + "file --method perez-sky", 1, "file: not a weather file"},
              {scene + "gap.epw", 1, "--allow-gaps"},
@@ -208,7 +216,9 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
               "taken/series.csv: is a folder; "},
              {"sky --weather good.epw --out out --method perez-point", 2,
               "there is no 'perez-point'; choose from "},
-             {"sun", 2, "give --lat and --lon"}}) {
+             {"sun", 2, "give --lat and --lon"},
+             {"sun --lat 4 --lon 4 --date 2/30", 2,
+              "--date '2/30': date '2/30': February has 28"}}) {
         const Outcome bad = command(c.words);
         EXPECT_EQ(bad.exitCode, c.exitCode) << c.words << "\n" << bad.err;
         EXPECT_THAT(bad.err, HasSubstr(c.message)) << c.words;
@@ -262,6 +272,7 @@ TEST_F(CommandTest, StopsAtASignalWithoutFiles) {
 }
 
 TEST_F(CommandTest, ConvertsWeatherWithoutChangingResultsAndWarnsOfTheLastDays) {
+    std::filesystem::create_directory(path("w"));
     EXPECT_THAT(done("weather convert good.epw w/good.wea").err, HasSubstr("keep good.epw"));
     EXPECT_EQ(std::filesystem::file_size(path("w/good.wea")), 141608U);
     struct Case {
