@@ -60,21 +60,29 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
             continue;
         }
         const std::size_t count = splitFields(row, fields);
-        if (std::exchange(first, false) &&
-            std::none_of(fields.begin(), fields.begin() + std::min(count, mostFields),
-                         [](std::string_view word) {
-                             return word.find_first_of("0123456789") == 0 ||
-                                    parseNumber<double>(word).has_value();
-                         })) {
-            continue; // the header
+        const auto kept = fields.begin() + std::min(count, mostFields);
+        if (std::exchange(first, false)) {
+            const auto numbers = std::count_if(fields.begin(), kept, [](std::string_view word) {
+                return word.find_first_of("0123456789") == 0 ||
+                       parseNumber<double>(word).has_value();
+            });
+            const bool isWords = row.find_first_of(";,") == std::string_view::npos;
+            if (numbers == 0 ||
+                (isWords && numbers < std::min<std::ptrdiff_t>(3, kept - fields.begin()))) {
+                continue; // the header; one of words may have a number among them
+            }
         }
         if (count != 3 && count != 6) {
             const bool hasDecimalCommas = count > 1 && row.find(", ") == std::string_view::npos &&
                                           fields[1].find_first_of(" \t") != std::string_view::npos;
+            const bool isMixed = std::any_of(fields.begin(), kept, [](std::string_view word) {
+                return word.empty() || word.find_first_of(" \t,") != std::string_view::npos;
+            });
             throw DataError(fmt::format("{}: {} {} where x,y,z or x,y,z,nx,ny,nz is expected; {}",
                                         place(file, line), count, counted(count, "field", "fields"),
                                         hasDecimalCommas ? "write decimals with a point"
-                                                         : "complete the line or delete it"));
+                                        : isMixed ? "separate all fields alike, none of them empty"
+                                                  : "complete the line or delete it"));
         }
         if (expected == 0) {
             expected = count;

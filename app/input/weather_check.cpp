@@ -362,40 +362,51 @@ WeatherReport inspectWea(const std::filesystem::path& file, std::string_view con
     return report;
 }
 
-/// How much later than the sun's noon the middle of the days' light lies [h]; 0 where too few days
-/// tell. It is the light's ends that count, which clouds do not move.
-double middleOfLight(const WeatherSite& site, std::span<const float> diffuse) {
+/// The middle of a day's light [h]: opposite that of its longest night, around midnight. None
+/// without both, or where the light's ends are missing.
+std::optional<double> middleOfLight(std::span<const float> day) {
     constexpr float light = 5.0f; // [W/m2], just before sunrise under any sky
-    constexpr int longestDay = 18;
-    constexpr int fewestDays = 30;
-    double sum = 0.0;
-    int days = 0;
-    for (std::size_t first = 0; first + hoursPerDay <= diffuse.size(); first += hoursPerDay) {
-        const std::span<const float> day = diffuse.subspan(first, hoursPerDay);
-        const auto lit =
-            std::count_if(day.begin(), day.end(), [](float value) { return value > light; });
-        if (lit == 0 || lit > longestDay ||
-            std::any_of(day.begin(), day.end(), [](float value) { return std::isnan(value); })) {
-            continue;
+    constexpr std::size_t shortestNight = 6;
+    const auto at = [&](std::size_t hour) { return day[hour % day.size()]; };
+    std::size_t begin = 0;
+    std::size_t night = 0;
+    for (std::size_t hour = 0; hour < day.size(); ++hour) {
+        std::size_t dark = 0;
+        while (dark < day.size() && !(at(hour + dark) > light)) {
+            ++dark;
         }
-        const MonthAndDay date = monthAndDay(static_cast<int>(first / hoursPerDay));
-        const SunPosition sun = sunPosition(julianDay(2001, date.month, date.day, 12.0), {});
-        const double noon =
-            12.0 + site.timeZone - site.longitude / 15.0 - sun.equationOfTime / 60.0;
-        double dawn = 12.0;
-        double dusk = -12.0;
-        for (std::size_t hour = 0; hour < day.size(); ++hour) {
-            if (day[hour] > light) {
-                const double late = static_cast<double>(hour) + 0.5 - noon;
-                const double nearest = late - 24.0 * std::round(late / 24.0);
-                dawn = std::min(dawn, nearest);
-                dusk = std::max(dusk, nearest);
-            }
+        if (dark > night) {
+            begin = hour;
+            night = dark;
         }
-        sum += 0.5 * (dawn + dusk);
-        ++days;
     }
-    return days < fewestDays ? 0.0 : sum / days;
+    if (night < shortestNight || night == day.size() || std::isnan(at(begin)) ||
+        std::isnan(at(begin + night - 1))) {
+        return std::nullopt;
+    }
+    return static_cast<double>(begin) + 0.5 * static_cast<double>(night) + 12.0;
+}
+
+/// How much later than the sun's noon the middle of the light lies on the median day [h]; 0 where
+/// too few days tell. It is the light's ends that count, which clouds do not move.
+double latenessOfLight(const WeatherSite& site, std::span<const float> diffuse) {
+    constexpr std::size_t fewestDays = 30;
+    std::vector<double> late;
+    for (std::size_t first = 0; first + hoursPerDay <= diffuse.size(); first += hoursPerDay) {
+        if (const auto middle = middleOfLight(diffuse.subspan(first, hoursPerDay))) {
+            const MonthAndDay date = monthAndDay(static_cast<int>(first / hoursPerDay));
+            const SunPosition sun = sunPosition(julianDay(2001, date.month, date.day, 12.0), {});
+            const double noon =
+                12.0 + site.timeZone - site.longitude / 15.0 - sun.equationOfTime / 60.0;
+            late.push_back(std::remainder(*middle - noon, 24.0));
+        }
+    }
+    if (late.size() < fewestDays) {
+        return 0.0;
+    }
+    const auto median = late.begin() + static_cast<std::ptrdiff_t>(late.size() / 2);
+    std::nth_element(late.begin(), median, late.end());
+    return *median;
 }
 
 } // namespace
@@ -425,6 +436,9 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
 
 std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
                          const std::filesystem::path& file) {
+    if (std::abs(site.latitude) > 89.0) {
+        return {}; // the pole has the noon of any longitude
+    }
     const bool isText = hasExtension(file, {".epw"});
     const double solarZone = site.longitude / 15.0;
     const double difference = site.timeZone - solarZone;
@@ -433,16 +447,17 @@ std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse
         // Records at the wrong end of half an hour are common, and dawn and dusk are known to the
         // hour: 0.75 h is more than both leave (0.55 h in four sound years, 0.16 h).
         constexpr double worthTelling = 0.75;
-        const double late = middleOfLight(site, diffuse);
+        const double late = latenessOfLight(site, diffuse);
         if (std::abs(late) <= worthTelling) {
             return {};
         }
+        double fitting = std::round(2.0 * (site.timeZone + late)) / 2.0 + 0.0; // no -0
+        fitting += fitting < -12.0 ? 24.0 : fitting > 14.0 ? -24.0 : 0.0;
         return fmt::format(
             "{}: the days' light lies {:.1f} h {} the sun's noon at {:.2f} {} by the "
             "time zone UTC{:+}: the hours would fit about UTC{:+}; {}",
             place(file), std::abs(late), late < 0.0 ? "before" : "after", std::abs(site.longitude),
-            site.longitude < 0.0 ? "W" : "E", site.timeZone,
-            std::round(2.0 * (site.timeZone + late)) / 2.0,
+            site.longitude < 0.0 ? "W" : "E", site.timeZone, fitting,
             isText ? "check fields 8 (longitude, east positive) and 9 (time zone) of "
                      "the LOCATION line"
                    : "check the .epw file and convert it again");

@@ -151,6 +151,9 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
           {"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"},
           {"1\n", "a.csv:1: 1 field where"},
           {"1,5\t2,5\t3,5\n", "write decimals with a point"},
+          {"Sensors of level 2\n1,2,3 0,0,1\n",
+           "a.csv:2: 5 fields where x,y,z or x,y,z,nx,ny,nz is "
+           "expected; separate all fields alike"},
           {"\xFF\xFEx", "a.csv: the text is UTF-16; save the sensor table as UTF-8"},
           {"", "a.csv: the table has no sensors"}}) {
         const auto file = folder.write("a.csv", content);
