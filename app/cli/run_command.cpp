@@ -193,13 +193,13 @@ struct RunArguments {
                 throw UsageError(
                     fmt::format("{} {}: no share; give percent from 0 to 100", option, percent));
             }
+            requireHourly(result.method, option, percent != usual);
             if (percent > 0.0 && percent < least) {
                 throw UsageError(fmt::format(
-                    "{} {}: below {} % nothing gets better, since cells are split down to 0.6 "
-                    "degrees; give {} or more, or 0 for two rays a cell",
+                    "{} {}: below {} % nothing gets better; give {} or more, or 0 for two rays a "
+                    "cell",
                     option, percent, least, least));
             }
-            requireHourly(result.method, option, percent != usual);
         };
         // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
         checkTolerance("--sky-tolerance", skyTolerance, 0.05, HourlyOptions().skyTolerance);

@@ -141,8 +141,8 @@ void giveValues(const CLI::App& command, CLI::Option& option, const toml::node& 
         }
         if (isFile && !text->empty()) {
             const std::filesystem::path named = file.parent_path() / *text;
-            std::error_code ignored;
-            if (name != "out" && !std::filesystem::exists(named, ignored)) {
+            std::error_code problem; // what may not be searched is told when the file is opened
+            if (name != "out" && !std::filesystem::exists(named, problem) && !problem) {
                 throw fail(item, fmt::format("{}: {}: no such file; check the name, which counts "
                                              "from the study file's folder",
                                              printable(name), place(named)));

@@ -2,6 +2,7 @@
 
 #include "app/errors.h"
 #include "app/input/file_name.h"
+#include "app/input/input_file.h"
 
 #include <cmath>
 #include <fstream>
@@ -47,6 +48,7 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
         throw DataError(
             fmt::format("{}: cannot be read; give a model file that you may open", place(file)));
     }
+    openInput(file, "model"); // tells what no importer does
     return placedMesh(hasExtension(file, {".obj"}) ? readObj(file) : readWithAssimp(file), file,
                       options);
 }
@@ -55,7 +57,7 @@ Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOp
     if (mesh.faces.empty()) {
         throw DataError(fmt::format(
             "{}: the model has no faces; export it with surfaces, not only lines or points, "
-            "or the file is cut off",
+            "or whole if the file is cut off",
             place(file)));
     }
     const double scale = metresIn(options.unit);

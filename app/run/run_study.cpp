@@ -401,6 +401,11 @@ void calculateStudy(const RunOptions& options, Progress& progress, std::size_t& 
         progress.note(fmt::format("took away {}, which an earlier run had left", seriesName));
     }
 
+    const std::vector<float>& totals = columns.front().values;
+    if (options.method != Method::hourly && enclosed < totals.size() && // hourly tells by its sky
+        std::all_of(totals.begin(), totals.end(), [](float total) { return total == 0.0f; })) {
+        progress.warn(noLightText(options.weather));
+    }
     if (enclosed > 0) {
         progress.warn(fmt::format(
             "{} of {} {} {} {}; {} may lie inside closed geometry or face into it: check "

@@ -149,14 +149,17 @@ void noteLastDay(WeatherReport& report, const SkyOptions& options) {
     }
 }
 
+std::string noLightText(const std::filesystem::path& file) {
+    return fmt::format("{}: no hour of the period has radiation; choose days and hours with light, "
+                       "or check that the file is complete",
+                       place(file));
+}
+
 std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
                         const StrayDirect& stray) {
     const HourlySkyReport& report = sky.report;
     if (report.diffuseHorizontal <= 0.0 && report.directNormal <= 0.0) {
-        return fmt::format("{}: no hour of the period has radiation; choose days and hours with "
-                           "light, or check that "
-                           "the file is complete",
-                           place(file));
+        return noLightText(file);
     }
     constexpr double worthTelling = 1.0e-3; // dawn and dusk give less in any sound file
     if (report.diffuseWithoutSun <= worthTelling * report.diffuseHorizontal &&

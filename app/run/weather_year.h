@@ -30,6 +30,9 @@ std::string lastDayText(const std::filesystem::path& file, Method method);
 /// Adds that to the report's notes where the period touches these days.
 void noteLastDay(WeatherReport& report, const SkyOptions& options);
 
+/// That a period without any radiation was asked for, and the mend.
+std::string noLightText(const std::filesystem::path& file);
+
 /// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
 /// empty.
 /// @param stray what the report has told already
