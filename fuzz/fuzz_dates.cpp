@@ -1,14 +1,14 @@
 // Any text as a date, dates, hours and a step: refused, or a period that can be calculated.
 #include "memory_file.h"
 
-#include "app/errors.h"
-#include "app/input/period.h"
+#include "study/run/period.h"
+#include "study/support/errors.h"
 
 #include <cstring>
 #include <functional>
 
 INSOLATE_FUZZ_TARGET(dates)(const std::uint8_t* bytes, std::size_t size) {
-    using namespace insolate::app;
+    using namespace insolate::study;
     using insolate::fuzz::require;
     const std::string text(reinterpret_cast<const char*>(bytes), size);
     StudyPeriod period;

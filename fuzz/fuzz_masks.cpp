@@ -2,8 +2,8 @@
 // and the check value put right, which chance would never hit.
 #include "memory_file.h"
 
-#include "app/errors.h"
-#include "app/run/sky_visibility_store.h"
+#include "study/run/sky_visibility_store.h"
+#include "study/support/errors.h"
 
 #include <cstring>
 #include <fstream>
@@ -13,7 +13,7 @@
 #include <xxhash.h>
 
 INSOLATE_FUZZ_TARGET(masks)(const std::uint8_t* bytes, std::size_t size) {
-    using namespace insolate::app;
+    using namespace insolate::study;
     using insolate::fuzz::require;
     constexpr std::size_t headerSize = 56;
     constexpr std::size_t wholeSize = headerSize + 3 * SkyVisibilityStore::recordSize + 8;

@@ -1,7 +1,7 @@
 // What a model library may hand over: any coordinates, indices, faces, node trees and placements.
 #include "mesh_promises.h"
 
-#include "app/input/assimp_scene.h"
+#include "study/model/assimp_scene.h"
 
 #include <cstring>
 #include <memory>
@@ -65,7 +65,7 @@ aiMesh* makeMesh(Bytes& bytes) {
 } // namespace
 
 INSOLATE_FUZZ_TARGET(mesh)(const std::uint8_t* input, std::size_t size) {
-    using namespace insolate::app;
+    using namespace insolate::study;
     Bytes bytes(input, size);
     aiScene scene; // owns and frees what hangs on it
     const UpAxis up = bytes.below(2) == 0 ? UpAxis::y : UpAxis::z;

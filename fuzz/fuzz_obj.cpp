@@ -2,7 +2,7 @@
 #include "mesh_promises.h"
 
 INSOLATE_FUZZ_TARGET(obj)(const std::uint8_t* bytes, std::size_t size) {
-    using namespace insolate::app;
+    using namespace insolate::study;
     const insolate::fuzz::MemoryFile file(bytes, size);
     try {
         insolate::fuzz::checkMesh(readObj(file.name()), UpAxis::z);

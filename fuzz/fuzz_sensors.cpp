@@ -1,13 +1,13 @@
 // Any bytes as a table of sensors; the first chooses unit and axis.
 #include "memory_file.h"
 
-#include "app/errors.h"
-#include "app/input/sensor_csv.h"
+#include "study/model/sensor_csv.h"
+#include "study/support/errors.h"
 
 #include <cmath>
 
 INSOLATE_FUZZ_TARGET(sensors)(const std::uint8_t* bytes, std::size_t size) {
-    using namespace insolate::app;
+    using namespace insolate::study;
     using insolate::fuzz::require;
     if (size == 0) {
         return 0;

@@ -2,14 +2,14 @@
 // byte makes it a WEA file.
 #include "memory_file.h"
 
-#include "app/errors.h"
-#include "app/input/weather_check.h"
+#include "study/support/errors.h"
+#include "study/weather/weather_check.h"
 
 #include <filesystem>
 #include <fstream>
 
 INSOLATE_FUZZ_TARGET(weather_check)(const std::uint8_t* bytes, std::size_t size) {
-    using namespace insolate::app;
+    using namespace insolate::study;
     using insolate::fuzz::require;
     if (size == 0) {
         return 0;

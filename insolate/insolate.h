@@ -6,15 +6,16 @@
 
 #include <insolate/analysis/calculation_method.h>
 #include <insolate/analysis/calculation_point.h>
-#include <insolate/analysis/hourly_analysis.h>
 #include <insolate/analysis/model.h>
 #include <insolate/analysis/object.h>
 #include <insolate/analysis/solar_analysis_controller.h>
 #include <insolate/analysis/ui_controller.h>
 #include <insolate/sky/cumulative_sky.h>
-#include <insolate/sky/hourly_sky.h>
 #include <insolate/sky/perez_irradiance.h>
 #include <insolate/sky/solar_radiation.h>
+
+#include <insolate/hourly/hourly_analysis.h>
+#include <insolate/hourly/hourly_sky.h>
 
 #include <insolate/platform/debug_output.h>
 

@@ -1,8 +1,8 @@
 #include "app/cli/arguments.h"
 
-#include "app/closest_name.h"
-#include "app/errors.h"
-#include "app/input/numbers.h"
+#include "study/support/closest_name.h"
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -11,6 +11,8 @@
 #include <fmt/format.h>
 
 namespace insolate::app {
+
+using namespace study;
 
 namespace {
 

@@ -2,10 +2,9 @@
 
 #include "app/cli/arguments.h"
 #include "app/cli/commands.h"
-#include "app/errors.h"
-#include "app/output/output_folder.h"
 #include "app/terminal/interrupt.h"
 #include "app/terminal/standard_output.h"
+#include "study/support/errors.h"
 
 #include <cstdio>
 #include <exception>
@@ -18,7 +17,13 @@
 
 namespace insolate::app {
 
+using namespace study;
+
 namespace {
+
+/// Exit codes that a script can act on; a stop by signal N gives 128 + N.
+constexpr int exitData = 1;
+constexpr int exitUsage = 2;
 
 int report(int exitCode, std::string_view message) {
     // Where standard error is closed or full, the exit code must do.
@@ -29,13 +34,13 @@ int report(int exitCode, std::string_view message) {
 } // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
-    installInterruptHandlers();
+    const Interruption interruption;
     CLI::App app("Solar radiation on the surfaces of a model, with shade and incidence.",
                  "insolate");
     app.set_version_flag("--version", std::string("insolate ") + INSOLATE_VERSION);
     app.require_subcommand(1);
-    addRunCommand(app);
-    addSkyCommand(app);
+    addRunCommand(app, interruption);
+    addSkyCommand(app, interruption);
     addSunCommand(app);
     addWeatherCommand(app);
     try {
@@ -47,7 +52,7 @@ int runCommandLine(int argc, const char* const* argv) {
         try {
             printResult(text.str());
         } catch (const DataError& error) {
-            return report(error.exitCode(), error.what());
+            return report(exitData, error.what());
         }
         return exitCode;
     } catch (const CLI::ParseError& error) {
@@ -56,9 +61,11 @@ int runCommandLine(int argc, const char* const* argv) {
             command = command->get_subcommands().front();
         }
         return report(exitUsage, parseFailure(*command, error));
-    } catch (const CommandError& error) {
-        return report(error.exitCode(), error.what());
-    } catch (const OutputError& error) {
+    } catch (const Stopped& error) {
+        return report(128 + interruption.signal(), error.what());
+    } catch (const UsageError& error) {
+        return report(exitUsage, error.what());
+    } catch (const Error& error) {
         return report(exitData, error.what());
     } catch (const std::bad_alloc&) {
         return report(exitData, "not enough memory; choose a larger --grid, a smaller model or a "

@@ -2,12 +2,14 @@
 /// parsed, and its errors come out of the parsing.
 #pragma once
 
+#include "app/terminal/interrupt.h"
+
 #include <CLI/CLI.hpp>
 
 namespace insolate::app {
 
-void addRunCommand(CLI::App& app);
-void addSkyCommand(CLI::App& app);
+void addRunCommand(CLI::App& app, const Interruption& interruption);
+void addSkyCommand(CLI::App& app, const Interruption& interruption);
 void addSunCommand(CLI::App& app);
 void addWeatherCommand(CLI::App& app);
 

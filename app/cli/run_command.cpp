@@ -2,8 +2,9 @@
 #include "app/cli/commands.h"
 #include "app/cli/sky_arguments.h"
 #include "app/cli/study_file.h"
-#include "app/errors.h"
-#include "app/run/run_study.h"
+#include "app/terminal/progress.h"
+#include "study/run/run_study.h"
+#include "study/support/errors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,6 +14,8 @@
 #include <fmt/format.h>
 
 namespace insolate::app {
+
+using namespace study;
 
 namespace {
 
@@ -229,18 +232,18 @@ struct RunArguments {
 
 } // namespace
 
-void addRunCommand(CLI::App& app) {
+void addRunCommand(CLI::App& app, const Interruption& interruption) {
     CLI::App* command = app.add_subcommand(
         "run", "Calculate the solar radiation on sensors of a model.\n"
                "Writes sensors.csv, sensors.vtp (ParaView), heatmap.png and summary.json.");
     auto arguments = std::make_shared<RunArguments>();
     arguments->addTo(*command);
-    command->callback([command, arguments] {
+    command->callback([command, arguments, &interruption] {
         withStudyFile(*command, arguments->sky.study, [&] {
             RunOptions options = arguments->options();
             options.gridGiven = command->count("--grid") > 0;
-            Progress progress(stderr, Progress::styleOf(stderr, options.quiet));
-            runStudy(options, progress);
+            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, options.quiet));
+            runStudy(options, progress, interruption.token());
         });
     });
 }

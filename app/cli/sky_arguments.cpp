@@ -1,12 +1,14 @@
 #include "app/cli/sky_arguments.h"
 
 #include "app/cli/arguments.h"
-#include "app/errors.h"
-#include "app/input/numbers.h"
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
 
 #include <fmt/format.h>
 
 namespace insolate::app {
+
+using namespace study;
 
 void SkyArguments::addTo(CLI::App& command, const std::vector<Method>& methods) {
     std::vector<std::string> names;

@@ -1,7 +1,7 @@
 /// The options that say which sky: weather, period, method.
 #pragma once
 
-#include "app/run/run_options.h"
+#include "study/run/run_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -17,22 +17,22 @@ struct SkyArguments {
     std::string period = "1/1-12/31";
     std::string hours = "0-24";
     double step = 0.1;
-    std::string method = methodName(Method::hourly);
+    std::string method = study::methodName(study::Method::hourly);
     std::string albedo;
     bool allowGaps = false;
     std::string out;
     bool quiet = false;
 
-    void addTo(CLI::App& command, const std::vector<Method>& methods);
+    void addTo(CLI::App& command, const std::vector<study::Method>& methods);
 
-    /// @throws UsageError naming what is missing or impossible
-    [[nodiscard]] SkyOptions options() const;
+    /// @throws study::UsageError naming what is missing or impossible
+    [[nodiscard]] study::SkyOptions options() const;
 };
 
-/// @throws UsageError when an option of the hourly method is given with another one
-void requireHourly(Method method, const std::string& name, bool given);
+/// @throws study::UsageError when an option of the hourly method is given with another one
+void requireHourly(study::Method method, const std::string& name, bool given);
 
-/// @throws UsageError when an option that the command needs is empty
+/// @throws study::UsageError when an option that the command needs is empty
 void requireOption(const std::string& value, const std::string& name, const std::string& mend);
 
 } // namespace insolate::app

@@ -1,10 +1,10 @@
 #include "app/cli/study_file.h"
 
 #include "app/cli/arguments.h"
-#include "app/closest_name.h"
-#include "app/errors.h"
-#include "app/input/input_file.h"
-#include "app/input/numbers.h"
+#include "study/files/input_file.h"
+#include "study/support/closest_name.h"
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -19,6 +19,8 @@
 #include <toml++/toml.h>
 
 namespace insolate::app {
+
+using namespace study;
 
 namespace {
 

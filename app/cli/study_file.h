@@ -1,7 +1,7 @@
 /// Options from a study file.
 #pragma once
 
-#include "app/errors.h"
+#include "study/support/errors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -21,7 +21,7 @@ StudyKeys applyStudyFile(CLI::App& command, const std::filesystem::path& file);
 
 /// Throws the error again: with the place of the option that it begins with, when a study file has
 /// given that one.
-[[noreturn]] void failInStudy(const StudyKeys& keys, const UsageError& error);
+[[noreturn]] void failInStudy(const StudyKeys& keys, const study::UsageError& error);
 
 /// Does the work with the options that the study file, if there is one, has completed.
 template <typename Work>
@@ -29,7 +29,7 @@ void withStudyFile(CLI::App& command, const std::string& study, Work&& work) {
     const StudyKeys keys = study.empty() ? StudyKeys() : applyStudyFile(command, study);
     try {
         work();
-    } catch (const UsageError& error) {
+    } catch (const study::UsageError& error) {
         failInStudy(keys, error);
     }
 }

@@ -1,15 +1,17 @@
 #include "app/cli/arguments.h"
 #include "app/cli/commands.h"
-#include "app/errors.h"
-#include "app/input/period.h"
-#include "app/run/run_sun.h"
 #include "app/terminal/standard_output.h"
+#include "study/run/period.h"
+#include "study/run/run_sun.h"
+#include "study/support/errors.h"
 
 #include <memory>
 
 #include <fmt/format.h>
 
 namespace insolate::app {
+
+using namespace study;
 
 namespace {
 

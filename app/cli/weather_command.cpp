@@ -1,12 +1,15 @@
 #include "app/cli/commands.h"
-#include "app/errors.h"
-#include "app/run/run_weather.h"
+#include "app/terminal/progress.h"
 #include "app/terminal/standard_output.h"
+#include "study/run/run_weather.h"
+#include "study/support/errors.h"
 
 #include <memory>
 #include <string>
 
 namespace insolate::app {
+
+using namespace study;
 
 void addWeatherCommand(CLI::App& app) {
     CLI::App* command = app.add_subcommand("weather", "Look into a weather file, or convert it.");
@@ -37,7 +40,7 @@ void addWeatherCommand(CLI::App& app) {
     convert->add_flag("--allow-gaps", arguments->allowGaps,
                       "Store hours without weather data as hours without radiation");
     convert->callback([arguments] {
-        Progress progress(stderr, Progress::styleOf(stderr, false));
+        TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, false));
         convertWeather(arguments->from, arguments->to, arguments->allowGaps, progress);
     });
 }

@@ -1,44 +1,62 @@
 #include "app/terminal/interrupt.h"
 
-#include "app/errors.h"
-
-#include <atomic>
 #include <csignal>
+
+#include <pthread.h>
+#include <unistd.h>
 
 namespace insolate::app {
 
 namespace {
 
-std::atomic<int> receivedSignal{0};
-static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
-
-extern "C" void rememberSignal(int signal) {
-    receivedSignal.store(signal, std::memory_order_relaxed);
+/// The signals that ask to stop, and the one by which the destructor ends the waiting.
+sigset_t watchedSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGUSR1);
+    return signals;
 }
 
 } // namespace
 
-void installInterruptHandlers() {
-    struct sigaction action = {};
-    action.sa_handler = rememberSignal;
-    sigemptyset(&action.sa_mask);
-    // Back to the default after the first: whoever presses twice means it.
-    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+Interruption::Interruption() {
+    // A shell starts background work with SIGINT ignored, and what is ignored cannot be waited for.
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
     // A reader that goes away (a pipe into head) is a failed write, not a sudden death.
     std::signal(SIGPIPE, SIG_IGN);
     // So is a file that reaches its largest size.
     std::signal(SIGXFSZ, SIG_IGN);
+    const sigset_t signals = watchedSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    m_thread = std::thread([this] { wait(); });
 }
 
-int pendingSignal() {
-    return receivedSignal.load(std::memory_order_relaxed);
+Interruption::~Interruption() {
+    m_ended = true;
+    pthread_kill(m_thread.native_handle(), SIGUSR1);
+    m_thread.join();
 }
 
-void throwIfInterrupted() {
-    if (const int signal = pendingSignal(); signal != 0) {
-        throw Interrupted(signal);
+void Interruption::wait() {
+    const sigset_t signals = watchedSignals();
+    for (;;) {
+        int received = 0;
+        if (sigwait(&signals, &received) != 0) {
+            return;
+        }
+        if (m_ended) {
+            return;
+        }
+        if (received == SIGUSR1) {
+            continue;
+        }
+        if (m_signal.exchange(received) != 0) {
+            _exit(128 + received); // whoever asks twice means it
+        }
+        m_stop.request_stop();
     }
 }
 

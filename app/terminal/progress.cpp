@@ -1,5 +1,7 @@
 #include "app/terminal/progress.h"
 
+#include "study/support/readable.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -8,27 +10,8 @@
 
 namespace insolate::app {
 
-std::string groupedDigits(std::size_t number) {
-    std::string text = std::to_string(number);
-    for (std::size_t place = text.size(); place > 3; place -= 3) {
-        text.insert(place - 3, 1, ',');
-    }
-    return text;
-}
-
-std::string durationText(double seconds) {
-    if (seconds < 0.9995) {
-        return fmt::format("{:.0f} ms", std::max(seconds, 0.0) * 1000.0);
-    }
-    if (seconds < 59.95) {
-        return fmt::format("{:.1f} s", seconds);
-    }
-    const auto whole = static_cast<long>(std::min(seconds + 0.5, 1.0e9));
-    if (whole < 3600) {
-        return fmt::format("{} min {:02} s", whole / 60, whole % 60);
-    }
-    return fmt::format("{} h {:02} min", whole / 3600, whole % 3600 / 60);
-}
+using study::durationText;
+using study::groupedDigits;
 
 std::string progressText(std::size_t done, std::size_t total, double seconds,
                          std::string_view things) {
@@ -46,42 +29,42 @@ std::string progressText(std::size_t done, std::size_t total, double seconds,
     return text;
 }
 
-Progress::Style Progress::styleOf(std::FILE* stream, bool quiet) {
+TerminalProgress::Style TerminalProgress::styleOf(std::FILE* stream, bool quiet) {
     if (quiet) {
         return Style::quiet;
     }
     return isatty(fileno(stream)) == 1 ? Style::bar : Style::plain;
 }
 
-void Progress::print(const std::string& text) {
+void TerminalProgress::print(const std::string& text) {
     std::fputs(text.c_str(), m_stream);
     std::fflush(m_stream);
 }
 
-void Progress::eraseBar() {
+void TerminalProgress::eraseBar() {
     if (m_barShown) {
         std::fputs("\r\033[K", m_stream);
         m_barShown = false;
     }
 }
 
-void Progress::note(const std::string& text) {
+void TerminalProgress::note(const std::string& text) {
     if (m_style != Style::quiet) {
         printLine(text);
     }
 }
 
-void Progress::warn(const std::string& text) {
+void TerminalProgress::warn(const std::string& text) {
     printLine("warning: " + text);
 }
 
-void Progress::printLine(const std::string& text) {
+void TerminalProgress::printLine(const std::string& text) {
     const std::lock_guard lock(m_mutex);
     eraseBar();
     print(fmt::format("insolate: {}\n", text));
 }
 
-void Progress::begin(std::size_t total, std::string_view things) {
+void TerminalProgress::begin(std::size_t total, std::string_view things) {
     const std::lock_guard lock(m_mutex);
     m_total = total;
     m_done = 0;
@@ -92,7 +75,7 @@ void Progress::begin(std::size_t total, std::string_view things) {
     m_lastDrawn = m_start;
 }
 
-void Progress::advance(std::size_t count) {
+void TerminalProgress::advance(std::size_t count) {
     const std::lock_guard lock(m_mutex);
     m_done += count;
     if (m_style == Style::quiet || !m_running) {
@@ -114,7 +97,7 @@ void Progress::advance(std::size_t count) {
     }
 }
 
-void Progress::draw(double seconds) {
+void TerminalProgress::draw(double seconds) {
     constexpr std::size_t width = 24;
     const std::size_t filled =
         m_total == 0 ? width : std::min(width, width * m_done / std::max<std::size_t>(m_total, 1));
@@ -124,7 +107,7 @@ void Progress::draw(double seconds) {
     m_barShown = true;
 }
 
-void Progress::end() {
+void TerminalProgress::end() {
     const std::lock_guard lock(m_mutex);
     if (!m_running) {
         return;

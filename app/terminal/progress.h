@@ -4,6 +4,8 @@
 /// lines are written at every tenth of the work. --quiet leaves warnings and errors.
 #pragma once
 
+#include "study/support/progress.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
@@ -17,35 +19,29 @@ namespace insolate::app {
 std::string progressText(std::size_t done, std::size_t total, double seconds,
                          std::string_view things);
 
-/// "1,234,567".
-std::string groupedDigits(std::size_t number);
-
-/// "850 ms", "12.3 s", "4 min 05 s", "2 h 10 min".
-std::string durationText(double seconds);
-
-class Progress {
+class TerminalProgress final : public study::Progress {
 public:
     enum class Style { quiet, plain, bar };
 
     /// The style that suits standard error.
     static Style styleOf(std::FILE* stream, bool quiet);
 
-    Progress(std::FILE* stream, Style style) : m_stream(stream), m_style(style) {}
+    TerminalProgress(std::FILE* stream, Style style) : m_stream(stream), m_style(style) {}
 
     /// A line of its own about what happens; nothing when quiet.
-    void note(const std::string& text);
+    void note(const std::string& text) override;
 
     /// A line that a person should not overlook; written when quiet too.
-    void warn(const std::string& text);
+    void warn(const std::string& text) override;
 
     /// Begins counting `total` things, named in the plural.
-    void begin(std::size_t total, std::string_view things);
+    void begin(std::size_t total, std::string_view things) override;
 
     /// May be called from any thread.
-    void advance(std::size_t count);
+    void advance(std::size_t count) override;
 
     /// Ends the count and leaves the terminal's line clean; harmless when nothing was begun.
-    void end();
+    void end() override;
 
 private:
     /// Writes and flushes. What nobody can read is no reason to stop the work, so a closed or full

@@ -1,10 +1,12 @@
 #include "app/terminal/standard_output.h"
 
-#include "app/errors.h"
+#include "study/support/errors.h"
 
 #include <cstdio>
 
 namespace insolate::app {
+
+using namespace study;
 
 void printResult(std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() ||

@@ -1,4 +1,4 @@
-#include <insolate/analysis/hourly_analysis.h>
+#include <insolate/hourly/hourly_analysis.h>
 
 #include <insolate/platform/simd.h>
 

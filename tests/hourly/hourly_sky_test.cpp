@@ -1,4 +1,4 @@
-#include <insolate/sky/hourly_sky.h>
+#include <insolate/hourly/hourly_sky.h>
 
 #include <tests/hourly/made_weather.h>
 #include <tests/support/test_data.h>

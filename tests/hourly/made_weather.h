@@ -1,8 +1,8 @@
 /// Weather made for tests, and the plain evaluations that the cells are compared with.
 #pragma once
 
+#include <insolate/hourly/hourly_sky.h>
 #include <insolate/sky/all_weather_luminance.h>
-#include <insolate/sky/hourly_sky.h>
 #include <insolate/sky/solar_radiation.h>
 #include <insolate/solar/sun_position.h>
 

@@ -5,6 +5,8 @@
 #include <thread>
 
 namespace insolate::app {
+
+using namespace study;
 namespace {
 
 using std::filesystem::exists;

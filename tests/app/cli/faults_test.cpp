@@ -10,6 +10,8 @@
 #include <sys/resource.h>
 
 namespace insolate::app {
+
+using namespace study;
 namespace {
 
 using test::readFile;

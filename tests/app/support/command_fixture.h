@@ -1,7 +1,7 @@
 /// The built command in a folder of its own.
 #pragma once
 
-#include "tests/app/support/study_fixture.h"
+#include "tests/study/support/study_fixture.h"
 
 #include <functional>
 
@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 namespace insolate::app::test {
+
+using namespace study::test;
 
 class CommandFixture : public testing::Test {
 protected:

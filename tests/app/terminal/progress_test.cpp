@@ -1,4 +1,5 @@
 #include "app/terminal/progress.h"
+#include "study/support/readable.h"
 
 #include <cstdio>
 #include <string>
@@ -6,12 +7,14 @@
 #include <gmock/gmock.h>
 
 namespace insolate::app {
+
+using study::durationText;
 namespace {
 
 /// What a progress of the style writes for 1,000 things in pieces of 8.
-std::string written(Progress::Style style) {
+std::string written(TerminalProgress::Style style) {
     std::FILE* file = std::tmpfile();
-    Progress progress(file, style);
+    TerminalProgress progress(file, style);
     progress.note("begin");
     progress.warn("odd");
     progress.begin(1000, "things");
@@ -37,8 +40,8 @@ TEST(Progress, SaysShareRateAndTimeLeft) {
 }
 
 TEST(Progress, IsPlainOrSilentButForWarnings) {
-    EXPECT_EQ(written(Progress::Style::quiet), "insolate: warning: odd\n");
-    EXPECT_THAT(written(Progress::Style::plain),
+    EXPECT_EQ(written(TerminalProgress::Style::quiet), "insolate: warning: odd\n");
+    EXPECT_THAT(written(TerminalProgress::Style::plain),
                 testing::MatchesRegex("insolate: begin\ninsolate: warning: odd\n"
                                       "insolate: 100 %  1,000 of 1,000 things .*"));
 }

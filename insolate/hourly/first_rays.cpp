@@ -1,0 +1,109 @@
+#include <insolate/hourly/first_rays.h>
+
+#include <cmath>
+#include <numbers>
+
+namespace insolate {
+namespace {
+
+constexpr float directionOnly = 1e-20f; // [Wh/m2]
+
+double part(double value) {
+    return value - std::floor(value);
+}
+
+XYZf directionOf(double sector, double band, double northOffset) {
+    const double azimuth = sector * std::numbers::pi / 36.0 + northOffset;
+    const double altitude = band * std::numbers::pi / 36.0;
+    return {static_cast<float>(std::cos(altitude) * std::sin(azimuth)),
+            static_cast<float>(std::cos(altitude) * std::cos(azimuth)),
+            static_cast<float>(std::sin(altitude))};
+}
+
+/// A sum over the sun's steps, for its direction.
+struct Mean {
+    std::array<double, 3> sum{};
+    void add(const XYZf& value) {
+        sum[0] += static_cast<double>(value.x);
+        sum[1] += static_cast<double>(value.y);
+        sum[2] += static_cast<double>(value.z);
+    }
+    double length() const { return std::hypot(sum[0], sum[1], sum[2]); }
+    XYZf scaled(double factor) const {
+        return {static_cast<float>(sum[0] * factor), static_cast<float>(sum[1] * factor),
+                static_cast<float>(sum[2] * factor)};
+    }
+};
+
+} // namespace
+
+double rayLattice::placeX(int altitude) {
+    return part(0.25 + altitude / std::numbers::phi);
+}
+
+double rayLattice::placeY(int azimuth) {
+    return part(0.25 + azimuth / std::numbers::phi);
+}
+
+std::array<std::vector<XYZf>, 2> rayLattice::pair(double moveX, double moveY, double northOffset) {
+    std::array<std::vector<XYZf>, 2> directions;
+    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+        const int azimuth = cell % skyGrid::azimuthCount;
+        const int altitude = cell / skyGrid::azimuthCount;
+        double x = part(placeX(altitude) + moveX);
+        double y = part(placeY(azimuth) + moveY);
+        for (std::size_t half = 0; half < 2; ++half) {
+            if ((y >= 0.5) != (half == 1)) {
+                x = part(x + 0.5);
+                y = part(y + 0.5);
+            }
+            directions[half].push_back(directionOf(azimuth + x, altitude + y, northOffset));
+        }
+    }
+    return directions;
+}
+
+FirstRays::FirstRays(const HourlySky& sky) : ofLattice{SkyCellSet::all(), SkyCellSet::all()} {
+    std::array<std::vector<XYZf>, 2> rays = rayLattice::pair(0.0, 0.0, sky.options.northOffset);
+    for (const SunCell& cell : sky.sunCells) {
+        const int azimuth = cell.cell % skyGrid::azimuthCount;
+        const int altitude = cell.cell / skyGrid::azimuthCount;
+        withSun.insert(azimuth, altitude);
+        cellOfSun.push_back(cell.cell);
+        std::array<Mean, 2> energy;
+        std::array<double, 2> hours{};
+        for (int s = cell.firstStep; s < cell.firstStep + cell.stepCount; ++s) {
+            const SunStep& step = sky.sunSteps[static_cast<std::size_t>(s)];
+            const std::size_t half = step.place >> 11 & 1U;
+            energy[half].add(step.energy);
+            hours[half] += static_cast<double>(step.sunHours);
+        }
+        for (std::size_t half = 0; half < 2; ++half) {
+            XYZf& ray = rays[half][static_cast<std::size_t>(cell.cell)];
+            XYZf kept = energy[half].scaled(1.0);
+            const double size = energy[half].length();
+            if (size > 0.0) {
+                ray = energy[half].scaled(1.0 / size);
+                ofLattice[half].erase(azimuth, altitude);
+            } else {
+                kept = {ray.x * directionOnly, ray.y * directionOnly, ray.z * directionOnly};
+            }
+            sun[half].energyX.push_back(kept.x);
+            sun[half].energyY.push_back(kept.y);
+            sun[half].energyZ.push_back(kept.z);
+            sun[half].hours.push_back(static_cast<float>(hours[half]));
+        }
+    }
+    const std::size_t padded = (cellOfSun.size() + 15) / 16 * 16;
+    cellOfSun.resize(padded, 0);
+    for (std::size_t half = 0; half < 2; ++half) {
+        for (std::vector<float>* values :
+             {&sun[half].energyX, &sun[half].energyY, &sun[half].energyZ, &sun[half].hours}) {
+            values->resize(padded, 0.0f);
+        }
+        directions[half] = SkyDirections(
+            std::span<const XYZf, skyGrid::cellCount>(rays[half].data(), rays[half].size()));
+    }
+}
+
+} // namespace insolate

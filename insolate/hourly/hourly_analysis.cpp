@@ -1,0 +1,552 @@
+#include <insolate/hourly/hourly_analysis.h>
+
+#include <insolate/hourly/first_rays.h>
+#include <insolate/hourly/hourly_kernels.h>
+#include <insolate/hourly/peak_hours.h>
+#include <insolate/hourly/sensor_rays.h>
+#include <insolate/hourly/shadow_edges.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <optional>
+#include <utility>
+
+namespace insolate {
+namespace {
+
+constexpr float pi = std::numbers::pi_v<float>;
+using hourlyKernels::cellCount;
+using hourlyKernels::lanes;
+using hourlyKernels::patchCount;
+using hourlyKernels::sumOfProducts;
+
+/// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.
+constexpr float smallGroundView = 0.005f;
+
+/// For less than this share of the view a quarter of the ground's rays are enough.
+constexpr float littleGroundView = 0.15f;
+
+/// A part of the radiation counts for its tolerance as at least this share of the sensor's own
+/// total and of that of open ground.
+constexpr float smallPart = 0.1f;
+
+/// Cells of less projected solid angle than this count too little for two rays [sr]: a fifth of the
+/// heaviest cell of a facade. A level surface sees all around, where errors even out, and has half
+/// as much again.
+constexpr float lightCell = 0.0016f;
+constexpr float lightCellUpwards = 0.0008f;
+
+constexpr std::uint64_t everySecond = 0x5555555555555555U;
+
+/// A piece of the lower hemisphere, for the ground's rays.
+struct GroundPiece {
+    XYZf direction; // unit
+    XYZf moment;    // integral of the direction over the piece [sr]
+    float solidAngle;
+};
+
+/// About the given number of pieces, of equal horizontal projection in each of their bands. Their
+/// rays are spread over them by golden ratios: along the foot of a wall the errors cancel.
+std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
+    std::vector<GroundPiece> pieces;
+    if (rays <= 0) {
+        return pieces;
+    }
+    const int bands =
+        std::max(1, static_cast<int>(std::lround(std::sqrt(std::min(rays, 4096) / 3.0))));
+    const int sectors = std::max(3, std::min(rays, 4096) / bands);
+    const auto spread = [](int i) {
+        const double place = 0.25 + i / std::numbers::phi;
+        return place - std::floor(place);
+    };
+    for (int band = 0; band < bands; ++band) {
+        const double h0 = std::asin(static_cast<double>(band) / bands);
+        const double h1 = std::asin(static_cast<double>(band + 1) / bands);
+        const double width = 2.0 * std::numbers::pi / sectors;
+        const double level = 0.5 * (h1 - h0) + 0.25 * (std::sin(2.0 * h1) - std::sin(2.0 * h0));
+        const double down =
+            0.5 * (std::sin(h1) * std::sin(h1) - std::sin(h0) * std::sin(h0)) * width;
+        for (int sector = 0; sector < sectors; ++sector) {
+            const double a0 = sector * width + northOffset;
+            const double a1 = a0 + width;
+            GroundPiece piece;
+            piece.moment = {static_cast<float>(level * (std::cos(a0) - std::cos(a1))),
+                            static_cast<float>(level * (std::sin(a1) - std::sin(a0))),
+                            static_cast<float>(-down)};
+            const double sine = (band + spread(sector)) / bands;
+            const double turn = a0 + spread(band) * width;
+            const double cosine = std::sqrt(1.0 - sine * sine);
+            piece.direction = {static_cast<float>(cosine * std::sin(turn)),
+                               static_cast<float>(cosine * std::cos(turn)),
+                               static_cast<float>(-sine)};
+            piece.solidAngle = static_cast<float>((std::sin(h1) - std::sin(h0)) * width);
+            pieces.push_back(piece);
+        }
+    }
+    return pieces;
+}
+
+} // namespace
+
+/// The ground's rays as cells of the lower hemisphere, band 0 at the nadir, so that they are asked
+/// like a sky; as many sets as it takes to give each ray a cell of its own.
+struct GroundRays {
+    struct Cell {
+        std::size_t set;
+        int azimuth, altitude;
+    };
+    std::vector<SkyDirections> sets;
+    std::vector<GroundPiece> pieces;
+    std::vector<Cell> cells; // of the pieces
+
+    explicit GroundRays(std::vector<GroundPiece> thePieces) : pieces(std::move(thePieces)) {
+        constexpr double width = std::numbers::pi / 36.0;
+        std::vector<SkyCellSet> taken;
+        std::vector<std::vector<XYZf>> directions;
+        for (const GroundPiece& piece : pieces) {
+            const XYZf& d = piece.direction;
+            const double turn = std::atan2(static_cast<double>(d.x), static_cast<double>(d.y));
+            const double depth = std::acos(std::clamp(static_cast<double>(-d.z), 0.0, 1.0));
+            const int sector = static_cast<int>(std::floor(turn / width));
+            Cell cell;
+            cell.azimuth = (sector + skyGrid::azimuthCount) % skyGrid::azimuthCount;
+            cell.altitude = std::min(static_cast<int>(depth / width), skyGrid::altitudeCount - 1);
+            cell.set = 0;
+            while (cell.set < taken.size() &&
+                   taken[cell.set].contains(cell.azimuth, cell.altitude)) {
+                ++cell.set;
+            }
+            if (cell.set == taken.size()) {
+                taken.emplace_back();
+                directions.emplace_back(cellCount, XYZf{0, 0, 0});
+            }
+            taken[cell.set].insert(cell.azimuth, cell.altitude);
+            directions[cell.set]
+                      [static_cast<std::size_t>(skyGrid::cellIndex(cell.azimuth, cell.altitude))] =
+                          d;
+            cells.push_back(cell);
+        }
+        for (std::size_t i = 0; i < taken.size(); ++i) {
+            sets.emplace_back(std::span<const XYZf, cellCount>(directions[i].data(), cellCount),
+                              taken[i]);
+        }
+    }
+};
+
+/// What all sensors of an analysis share.
+struct HourlyAnalysis::Prepared {
+    HourlySky sky;
+    HourlyAnalysisOptions options;
+    SkyCells cells;
+    FirstRays first;
+    std::array<GroundRays, 2> ground; // for surfaces that face it, and that see little of it
+    std::optional<EdgeTables> edges;  // where a tolerance is given
+    float openTotal = 0.0f;           // of open ground [Wh/m2]
+    std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
+    PeakHours peakHours;
+
+    Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
+        : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
+          first(sky), ground{GroundRays(groundPieces(options.groundRays, sky.options.northOffset)),
+                             GroundRays(groundPieces((options.groundRays + 3) / 4,
+                                                     sky.options.northOffset))} {
+        std::array<double, patchCount> totals{};
+        for (std::size_t i = 0; i < sky.patchRadiance.size(); ++i) {
+            totals[i % patchCount] += static_cast<double>(sky.patchRadiance[i]);
+        }
+        for (std::size_t p = 0; p < patchCount; ++p) {
+            patchTotals[p] = static_cast<float>(totals[p]);
+        }
+        if (sky.valid && (options.skyTolerance > 0.0 || options.sunTolerance > 0.0)) {
+            edges.emplace(sky, first);
+        }
+        openTotal = static_cast<float>(sky.report.diffuseHorizontal + sky.report.directHorizontal);
+        if (options.peak && sky.valid) {
+            peakHours = PeakHours(sky, cells);
+        }
+    }
+
+    const float* patchesOf(std::size_t skyHour) const {
+        return sky.patchRadiance.data() + skyHour * patchCount;
+    }
+};
+
+/// The work of one sensor: first what it sees, then what comes through.
+class HourlyAnalysis::Evaluation {
+public:
+    Evaluation(const Evaluation&) = delete;
+    Evaluation& operator=(const Evaluation&) = delete;
+    Evaluation(const Prepared& prepared, GetTransparencyValueOnRay& caster, const Sensor& sensor)
+        : m(prepared), m_rays(caster, sensor.position) {
+        const float size = length(sensor.normal);
+        if (size > 1e-12f && std::isfinite(size)) {
+            m_normal = scaled(sensor.normal, 1.0f / size);
+            m_sides = caster.getSurfaceDoubleSided() ? Sides::Two : Sides::One;
+            m_rays.receiveOn(&m_normal);
+        } else {
+            m_sides = Sides::NoSurface;
+        }
+    }
+
+    SensorResult result(SensorHours* hours) {
+        see();
+        sumSky();
+        sumSun();
+        if (m.edges) {
+            lookAgain();
+        }
+        seeGround();
+        const float whole = m_sides == Sides::NoSurface ? 2.0f * pi : pi;
+        SensorResult result;
+        result.beam = m_beam > FirstRays::leastEnergy ? m_beam : 0.0f;
+        result.sky = m_sky;
+        result.ground = static_cast<float>(m.sky.groundReflected) * m_groundView;
+        result.total = result.beam + result.sky + result.ground;
+        result.averageDaylight = over(result.total, m.sky.daylightHours);
+        result.averagePeriod = over(result.total, m.sky.hours);
+        result.skyViewFactor = m_view / whole;
+        result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
+        result.directSunHours = m_sunHours;
+        if (m.options.peak || hours != nullptr) {
+            gatherPatches();
+        }
+        if (m.options.peak) {
+            findPeak(result);
+        }
+        if (hours != nullptr) {
+            fill(*hours);
+        }
+        return result;
+    }
+
+private:
+    static float over(float total, double hours) {
+        return hours > 0.0 ? static_cast<float>(static_cast<double>(total) / hours) : 0.0f;
+    }
+
+    float weigh(const XYZf& vector, float measure) const {
+        return weightOf(m_sides, m_normal, vector, measure);
+    }
+
+    static SkyCellSet setOf(const std::array<std::uint8_t, cellCount / 8>& bits) {
+        SkyCellSet set;
+        for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
+            const std::uint8_t* row = bits.data() + band * 9;
+            for (unsigned byte = 0; byte < 8; ++byte) {
+                set.words[2 * band] |= std::uint64_t{row[byte]} << (8 * byte);
+            }
+            set.words[2 * band + 1] = row[8];
+        }
+        return set;
+    }
+
+    /// Weighs the sky's cells and asks for them, one ray in each half; cells that weigh little have
+    /// one ray, in the lower or the upper half by turns.
+    void see() {
+        m_look.front = m_look.asked[0] = m_look.asked[1] = SkyCellSet::all();
+        std::array<SkyCellSet, 2> alone; // the cells that only the other half is asked for
+        if (m_sides == Sides::One) {
+            std::array<std::uint8_t, cellCount / 8> frontBits;
+            std::array<std::uint8_t, cellCount / 8> heavyBits;
+            hourlyKernels::weighInFront(m_normal, m.cells.momentX.data(), m.cells.momentY.data(),
+                                        m.cells.momentZ.data(), cellCount,
+                                        lightCell + lightCellUpwards * std::max(m_normal.z, 0.0f),
+                                        m_weight.data(), frontBits.data(), heavyBits.data());
+            m_look.front = setOf(frontBits);
+            const SkyCellSet heavy = setOf(heavyBits);
+            // The surface's own plane may cut cells: one behind it may hold sun in front of it, and
+            // in one in front either ray may lie behind.
+            const SkyCellSet near = m_look.front.grown();
+            SkyCellSet cut = SkyCellSet::all();
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                cut.words[word] &= ~m_look.front.words[word];
+            }
+            cut = cut.grown();
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                const std::uint64_t asked =
+                    m_look.front.words[word] | (near.words[word] & m.first.withSun.words[word]);
+                const std::uint64_t light = asked & ~heavy.words[word] & ~cut.words[word];
+                const std::uint64_t even = word / 2 % 2 == 0 ? everySecond : ~everySecond;
+                alone[0].words[word] = light & even;
+                alone[1].words[word] = light & ~even;
+                for (std::size_t half = 0; half < 2; ++half) {
+                    m_look.asked[half].words[word] = asked & ~alone[half].words[word];
+                }
+            }
+        } else {
+            for (std::size_t i = 0; i < cellCount; ++i) {
+                m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
+                                    m.cells.solidAngle[i]);
+            }
+        }
+        m_look.free = m_look.asked;
+        m_rays.skies(m.first.directions, m_look.free, {{&m_visible[0], &m_visible[1]}}, alone);
+    }
+
+    void sumSky() {
+        const hourlyKernels::ViewSums sums =
+            hourlyKernels::sumSky({m_weight.data(),
+                                   {m_visible[0].data(), m_visible[1].data()},
+                                   m.sky.diffuse.data(),
+                                   m_seen.data()});
+        m_view = sums.view;
+        m_sky = sums.sky;
+    }
+
+    void sumSun() {
+        if (m_sides == Sides::One) {
+            const hourlyKernels::SunSums sums =
+                hourlyKernels::sumSun(m_normal, {&m.first,
+                                                 {m_visible[0].data(), m_visible[1].data()},
+                                                 m_sunWeight.data(),
+                                                 m_sunVisible.data()});
+            m_beam = sums.beam;
+            m_sunHours = sums.hours;
+            return;
+        }
+        std::fill(m_sunVisible.begin(), m_sunVisible.end(), 0.0f);
+        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
+            const auto cell = static_cast<std::size_t>(m.first.cellOfSun[j]);
+            float weight = 0.0f;
+            float seen = 0.0f;
+            for (std::size_t half = 0; half < 2; ++half) {
+                const FirstRays::Sun& sun = m.first.sun[half];
+                const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
+                const float visible = m_visible[half][cell];
+                weight += weigh(energy, length(energy));
+                seen += visible * weigh(energy, length(energy));
+                m_sunHours += visible * sun.hours[j];
+            }
+            m_beam += seen;
+            m_sunWeight[j] = weight;
+            m_sunVisible[j] = weight > 0.0f ? seen / weight : 0.0f;
+        }
+    }
+
+    /// Puts right what the edges of shadows leave too uncertain.
+    void lookAgain() {
+        m_look.visible = {m_visible[0].data(), m_visible[1].data()};
+        m_look.weight = m_weight.data();
+        m_look.sunWeight = m_sunWeight.data();
+        const float least = smallPart * std::max(m_sky + m_beam, m.openTotal);
+        const EdgeTolerance tolerance{
+            static_cast<float>(m.options.skyTolerance) * std::max(m_sky, least),
+            static_cast<float>(m.options.sunTolerance) * std::max(m_beam, least)};
+        ShadowEdges edges(*m.edges, m.sky, m_sides, m_normal);
+        for (const ShadowEdges::Cell& cell : edges.refine(m_rays, m_look, tolerance)) {
+            const auto i = static_cast<std::size_t>(cell.cell);
+            const float seen = std::max(cell.seen, 0.0f);
+            const float gained = seen - m_seen[i];
+            m_seen[i] = seen;
+            m_view += gained;
+            m_sky += gained * m.sky.diffuse[i];
+            if (cell.sunCell >= 0) {
+                const auto j = static_cast<std::size_t>(cell.sunCell);
+                m_beam += cell.beamSeen - m_sunWeight[j] * m_sunVisible[j];
+                m_sunHours += cell.directHours - sunHoursOf(i, j);
+                m_sunWeight[j] = cell.beam;
+                // Where squares were taken out again, sums of nothing are not quite 0.
+                m_sunVisible[j] =
+                    cell.beam > 0.0f ? std::clamp(cell.beamSeen / cell.beam, 0.0f, 1.0f) : 0.0f;
+            }
+        }
+        m_view = std::max(m_view, 0.0f);
+        m_sky = std::max(m_sky, 0.0f);
+        m_beam = std::max(m_beam, 0.0f);
+        m_sunHours = std::max(m_sunHours, 0.0f);
+    }
+
+    /// What sumSun() counted for a cell.
+    float sunHoursOf(std::size_t cell, std::size_t sunCell) const {
+        float hours = 0.0f;
+        for (std::size_t half = 0; half < 2; ++half) {
+            const FirstRays::Sun& sun = m.first.sun[half];
+            const XYZf energy{sun.energyX[sunCell], sun.energyY[sunCell], sun.energyZ[sunCell]};
+            if (m_sides != Sides::One || dot(m_normal, energy) > 0.0f) {
+                hours += sun.hours[sunCell] * m_visible[half][cell];
+            }
+        }
+        return hours;
+    }
+
+    void seeGround() {
+        const float open = m_sides == Sides::One   ? 0.5f * (1.0f - m_normal.z)
+                           : m_sides == Sides::Two ? 1.0f
+                                                   : 2.0f;
+        m_groundView = open;
+        if (open < smallGroundView || m.ground[0].pieces.empty()) {
+            return;
+        }
+        const GroundRays& ground = m.ground[open < littleGroundView ? 1 : 0];
+        std::vector<SkyCellSet> free(ground.sets.size());
+        std::vector<float> weights(ground.pieces.size());
+        for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
+            weights[i] = weigh(ground.pieces[i].moment, ground.pieces[i].solidAngle);
+            if (weights[i] > 0.0f) {
+                const GroundRays::Cell& cell = ground.cells[i];
+                free[cell.set].insert(cell.azimuth, cell.altitude);
+            }
+        }
+        m_rays.skies(ground.sets, free);
+        float seen = 0.0f;
+        float all = 0.0f;
+        for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
+            if (weights[i] > 0.0f) {
+                const GroundRays::Cell& cell = ground.cells[i];
+                all += weights[i];
+                seen +=
+                    weights[i] *
+                    (m_rays.allOrNothing()
+                         ? static_cast<float>(free[cell.set].contains(cell.azimuth, cell.altitude))
+                         : m_rays.one(ground.pieces[i].direction));
+            }
+        }
+        m_groundView = all > 0.0f ? open * seen / all : open;
+    }
+
+    /// The visible weights on the patches, scaled so that the hours' diffuse adds up to the one
+    /// from the cells.
+    void gatherPatches() {
+        float* patch = m_patchWeight.data();
+        for (std::size_t row = 0; row < skyGrid::altitudeCount / 2; ++row) {
+            const float* lower = m_seen.data() + 2 * row * skyGrid::azimuthCount;
+            const float* upper = lower + skyGrid::azimuthCount;
+            std::array<float, skyGrid::azimuthCount> both;
+            for (std::size_t sector = 0; sector < both.size(); ++sector) {
+                both[sector] = lower[sector] + upper[sector];
+            }
+            const std::size_t width = skyPatches::sectorsWide(row);
+            for (std::size_t first = 0; first < both.size(); first += width) {
+                float sum = both[first] + both[first + 1];
+                for (std::size_t sector = first + 2; sector < first + width; ++sector) {
+                    sum += both[sector];
+                }
+                *patch++ = sum;
+            }
+        }
+        const float sum = sumOfProducts(m_patchWeight.data(), m.patchTotals.data(), patchCount);
+        m_patchScale = sum > 0.0f ? m_sky / sum : 0.0f;
+        for (float& weight : m_patchWeight) {
+            weight *= m_patchScale;
+        }
+    }
+
+    float beamOf(const SkyHour& hour) const {
+        float beam = 0.0f;
+        for (int b = 0; b < hour.beamCount; ++b) {
+            const BeamPart& part = m.sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+            beam += m_sunVisible[static_cast<std::size_t>(part.sunCell)] *
+                    weigh(part.energy, length(part.energy));
+        }
+        return beam;
+    }
+
+    float skyOf(std::size_t skyHour) const {
+        return sumOfProducts(m_patchWeight.data(), m.patchesOf(skyHour), patchCount);
+    }
+
+    void findPeak(SensorResult& result) {
+        if (m_sides == Sides::One) {
+            findPeakOfOneSide(result);
+            return;
+        }
+        for (std::size_t h = 0; h < m.sky.skyHours.size(); ++h) {
+            const SkyHour& hour = m.sky.skyHours[h];
+            const float value =
+                (beamOf(hour) + skyOf(h) + m_groundView * hour.groundReflected) / hour.share;
+            if (value > result.peak) {
+                result.peak = value;
+                result.peakHour = hour.hour;
+            }
+        }
+    }
+
+    void findPeakOfOneSide(SensorResult& result) {
+        hourlyKernels::PeakSensor sensor;
+        sensor.normal = m_normal;
+        sensor.patchWeight = m_patchWeight.data();
+        sensor.sunVisible = m_sunVisible.data();
+        sensor.openScale = m_patchScale;
+        sensor.view = m_view * m_patchScale;
+        sensor.groundView = m_groundView;
+        const hourlyKernels::Peak peak = hourlyKernels::highestHour(m.peakHours, sensor);
+        if (peak.hour >= 0) {
+            result.peak = peak.value;
+            const int skyHour = m.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;
+            result.peakHour = m.sky.skyHours[static_cast<std::size_t>(skyHour)].hour;
+        }
+    }
+
+    void fill(SensorHours& hours) const {
+        for (std::vector<float>* series : {&hours.beam, &hours.sky, &hours.ground}) {
+            series->assign(hoursPerYear, 0.0f);
+        }
+        for (std::size_t h = 0; h < m.sky.skyHours.size(); ++h) {
+            const SkyHour& hour = m.sky.skyHours[h];
+            const auto k = static_cast<std::size_t>(hour.hour);
+            hours.beam[k] = beamOf(hour);
+            hours.sky[k] = skyOf(h);
+            hours.ground[k] = hour.groundReflected * m_groundView;
+        }
+    }
+
+    const Prepared& m;
+    Rays m_rays;
+    Sides m_sides = Sides::One;
+    XYZf m_normal{0, 0, 0};
+    ShadowEdges::FirstLook m_look;
+    std::array<float, cellCount> m_weight; // projected solid angle of the cells [sr]
+    std::array<float, cellCount> m_seen;   // the visible part of it
+    std::array<std::array<float, cellCount>, 2> m_visible; // of the cells' halves
+    std::array<float, patchCount> m_patchWeight{};
+    // Of the sun cells: energy on the surface [Wh/m2], its visible share.
+    std::array<float, cellCount + lanes> m_sunWeight;
+    std::array<float, cellCount + lanes> m_sunVisible;
+    float m_view = 0.0f;
+    float m_sky = 0.0f;
+    float m_beam = 0.0f;
+    float m_sunHours = 0.0f;
+    float m_groundView = 0.0f; // what the ground's light counts by: 2 for an open point
+    float m_patchScale = 0.0f;
+};
+
+HourlyAnalysis::HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options)
+    : m_prepared(std::make_unique<Prepared>(std::move(sky), options)) {}
+HourlyAnalysis::HourlyAnalysis(HourlyAnalysis&&) noexcept = default;
+HourlyAnalysis& HourlyAnalysis::operator=(HourlyAnalysis&&) noexcept = default;
+HourlyAnalysis::~HourlyAnalysis() = default;
+
+const HourlySky& HourlyAnalysis::sky() const {
+    return m_prepared->sky;
+}
+
+SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
+                                      SensorHours* hours) const {
+    if (!m_prepared->sky.valid) {
+        if (hours != nullptr) {
+            hours->beam.assign(hoursPerYear, 0.0f);
+            hours->sky.assign(hoursPerYear, 0.0f);
+            hours->ground.assign(hoursPerYear, 0.0f);
+        }
+        return {};
+    }
+    return Evaluation(*m_prepared, rays, sensor).result(hours);
+}
+
+SensorResult HourlyAnalysis::evaluate(const OcclusionIndex& scene, const Sensor& sensor,
+                                      SensorHours* hours) const {
+    FastRayTransparency rays(scene);
+    return evaluate(rays, sensor, hours);
+}
+
+void HourlyAnalysis::evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
+                              std::span<SensorResult> results) const {
+    FastRayTransparency rays(scene);
+    for (std::size_t i = 0; i < std::min(sensors.size(), results.size()); ++i) {
+        results[i] = evaluate(rays, sensors[i]);
+    }
+}
+
+} // namespace insolate

@@ -1,0 +1,142 @@
+/// The rays of one sensor of the hourly method, and how its surface weighs what they bring.
+#pragma once
+
+#include <insolate/geometry/vector_math.h>
+#include <insolate/hourly/hourly_kernels.h>
+#include <insolate/rt/occlusion_index.h>
+#include <insolate/rt/ray_transparency.h>
+#include <insolate/rt/sky_visibility.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <span>
+#include <typeinfo>
+
+namespace insolate {
+
+inline float dot(const XYZf& a, const XYZf& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+inline float length(const XYZf& a) {
+    return std::sqrt(dot(a, a));
+}
+inline XYZf added(const XYZf& a, const XYZf& b) {
+    return {a.x + b.x, a.y + b.y, a.z + b.z};
+}
+
+/// How a surface weighs what comes from a direction.
+enum class Sides { One, Two, NoSurface };
+
+/// The weight of a vector whose length, or measure without direction, is given.
+inline float weightOf(Sides sides, const XYZf& normal, const XYZf& vector, float measure) {
+    switch (sides) {
+    case Sides::One:
+        return std::max(dot(normal, vector), 0.0f);
+    case Sides::Two:
+        return std::abs(dot(normal, vector));
+    case Sides::NoSurface:
+        break;
+    }
+    return measure;
+}
+
+/// The rays of one sensor. Visibilities are 0 (blocked) to 1 (clear).
+class Rays {
+public:
+    Rays(GetTransparencyValueOnRay& caster, const XYZf& origin)
+        : m_caster(caster), m_query(queryOf(caster)), m_origin(origin) {}
+
+    /// The surface that receives, for casters that mind; kept by reference.
+    void receiveOn(const XYZf* normal) { m_normal = normal; }
+
+    float one(const XYZf& direction) const {
+        const float value = m_caster.getTransparencyValue(m_origin, direction, m_normal);
+        return value > 0.0f ? std::min(value, 1.0f) : 0.0f;
+    }
+
+    /// The cells that are free, where every visibility is 0 or 1; else it changes nothing.
+    void skies(std::span<const SkyDirections> directions, std::span<SkyCellSet> cells) {
+        if (m_query != nullptr) {
+            m_query->visibleSkies(m_origin, directions, cells);
+        }
+    }
+
+    /// Visibility of two sets of directions, by cell index, 0 for the cells that are not wanted.
+    /// cells: for each set the wanted ones; they become those that are free. Cells in `alone` take
+    /// what the other set says.
+    void skies(const std::array<SkyDirections, 2>& directions, std::array<SkyCellSet, 2>& cells,
+               const std::array<std::array<float, skyGrid::cellCount>*, 2>& visibility,
+               const std::array<SkyCellSet, 2>& alone) {
+        if (m_query == nullptr) {
+            for (std::size_t i = 0; i < 2; ++i) {
+                visibility[i]->fill(0.0f);
+                SkyCellSet free;
+                forEach(cells[i], [&](std::size_t cell, int azimuth, int altitude) {
+                    const float value = one(directions[i].direction(azimuth, altitude));
+                    (*visibility[i])[cell] = value;
+                    if (value == 1.0f) {
+                        free.insert(azimuth, altitude);
+                    }
+                });
+                cells[i] = free;
+            }
+        } else {
+            skies(directions, cells);
+        }
+        const std::array<SkyCellSet, 2> free = cells;
+        for (std::size_t i = 0; i < 2; ++i) {
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                cells[i].words[word] |= alone[i].words[word] & free[1 - i].words[word];
+            }
+            if (m_query != nullptr) {
+                hourlyKernels::spread(cells[i], visibility[i]->data());
+            } else {
+                forEach(alone[i], [&](std::size_t cell, int, int) {
+                    (*visibility[i])[cell] = (*visibility[1 - i])[cell];
+                });
+            }
+        }
+    }
+
+    /// Visibility of a cell's direction of a set that skies() was asked for; free: what became of
+    /// its cells.
+    float visible(const SkyDirections& directions, const SkyCellSet& free, int azimuth,
+                  int altitude) const {
+        if (m_query == nullptr) {
+            return one(directions.direction(azimuth, altitude));
+        }
+        return free.contains(azimuth, altitude) ? 1.0f : 0.0f;
+    }
+
+    /// Whether every visibility is 0 or 1.
+    bool allOrNothing() const { return m_query != nullptr; }
+
+private:
+    /// The usual caster is told by its type: a cast across classes takes as long as a dozen rays.
+    static SkyVisibilityQuery* queryOf(GetTransparencyValueOnRay& caster) {
+        return typeid(caster) == typeid(FastRayTransparency)
+                   ? static_cast<FastRayTransparency*>(&caster)
+                   : dynamic_cast<SkyVisibilityQuery*>(&caster);
+    }
+
+    template <typename Function>
+    static void forEach(const SkyCellSet& set, Function&& function) {
+        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+            const auto altitude = static_cast<int>(word / 2);
+            for (std::uint64_t bits = set.words[word]; bits != 0; bits &= bits - 1) {
+                const int azimuth = static_cast<int>(word % 2) * 64 + std::countr_zero(bits);
+                function(static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude)), azimuth,
+                         altitude);
+            }
+        }
+    }
+
+    GetTransparencyValueOnRay& m_caster;
+    SkyVisibilityQuery* m_query;
+    XYZf m_origin;
+    const XYZf* m_normal = nullptr;
+};
+
+} // namespace insolate

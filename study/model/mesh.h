@@ -1,0 +1,74 @@
+/// A model as it was read: polygons with the names of what they belong to.
+#pragma once
+
+#include "study/model/scene.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace insolate::study {
+
+/// Polygons over shared vertices, in metres, z up.
+struct Mesh {
+    static constexpr std::uint32_t unnamed = 0xFFFFFFFFU;
+
+    struct Face {
+        std::uint32_t firstCorner = 0;    ///< into corners
+        std::uint32_t cornerCount = 0;    ///< 3 or more
+        std::uint32_t object = unnamed;   ///< into names
+        std::uint32_t group = unnamed;    ///< into names
+        std::uint32_t material = unnamed; ///< into names
+    };
+
+    std::vector<Vector3> vertices;
+    std::vector<std::uint32_t> corners; ///< into vertices
+    std::vector<Face> faces;
+    std::vector<std::string> names; ///< of objects, groups and materials, each once
+
+    [[nodiscard]] std::span<const std::uint32_t> cornersOf(const Face& face) const {
+        return {corners.data() + face.firstCorner, face.cornerCount};
+    }
+    /// The index of the name in names, appended when it is new; empty text is unnamed.
+    std::uint32_t nameIndex(const std::string& name);
+
+private:
+    std::unordered_map<std::string, std::uint32_t> m_nameIndices;
+};
+
+inline Vector3 operator+(const Vector3& a, const Vector3& b) {
+    return {a.x + b.x, a.y + b.y, a.z + b.z};
+}
+inline Vector3 operator-(const Vector3& a, const Vector3& b) {
+    return {a.x - b.x, a.y - b.y, a.z - b.z};
+}
+inline Vector3 operator*(const Vector3& a, double factor) {
+    return {a.x * factor, a.y * factor, a.z * factor};
+}
+double dot(const Vector3& a, const Vector3& b);
+Vector3 cross(const Vector3& a, const Vector3& b);
+double length(const Vector3& a);
+
+/// Twice the polygon's area along its normal (Newell's sum: right for concave and slightly warped
+/// polygons); the zero vector for a degenerate one.
+Vector3 areaVector(std::span<const Vector3> polygon);
+
+/// Splits a simple polygon into triangles by cutting ears; corner numbers, three per triangle.
+/// A polygon that winds into itself still gives its corner count less two triangles.
+std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> polygon);
+
+/// Appends the mesh's triangles to the scene.
+void appendTriangles(const Mesh& mesh, Scene& scene);
+
+/// The faces whose object, group or material has one of the names; all faces when no name is
+/// given. A text that is no name may be several, separated by commas.
+/// @param source what a message names as the origin of the mesh
+/// @throws DataError listing the names there are when a name matches nothing
+std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
+                                       const std::string& source);
+
+} // namespace insolate::study

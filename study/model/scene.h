@@ -1,0 +1,39 @@
+/// A scene and its sensors, as they pass between the parts of a study.
+///
+/// All coordinates are double precision, in metres, z up, in the axes and the origin of the user's
+/// model; the calculation works on a recentred single-precision copy.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace insolate::study {
+
+struct Vector3 {
+    double x = 0.0;
+    double y = 0.0;
+    double z = 0.0;
+};
+
+/// The obstructing triangles: three consecutive vertices each.
+struct Scene {
+    std::vector<Vector3> vertices;
+    [[nodiscard]] std::size_t triangleCount() const { return vertices.size() / 3; }
+};
+
+/// Where radiation is asked for: a position and a unit normal each, and the polygon of the cell
+/// that the sensor stands for.
+struct SensorField {
+    std::vector<Vector3> positions; ///< already moved off the face by the offset
+    std::vector<Vector3> normals;   ///< unit vectors, or zero vectors for points without a surface
+    /// Corners of all cells, one after the other; empty for sensors without cells.
+    std::vector<Vector3> corners;
+    /// cellStart[i]..cellStart[i + 1] are the corners of sensor i's cell; size() + 1 entries, or
+    /// empty for sensors without cells.
+    std::vector<std::uint32_t> cellStart;
+    [[nodiscard]] std::size_t size() const { return positions.size(); }
+    [[nodiscard]] bool hasCells() const { return !cellStart.empty(); }
+};
+
+} // namespace insolate::study

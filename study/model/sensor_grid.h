@@ -1,0 +1,44 @@
+/// Sensors on the faces of a model: every face is cut into cells, one sensor at each cell's centre.
+#pragma once
+
+#include "study/model/mesh.h"
+#include "study/model/scene.h"
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace insolate::study {
+
+struct SensorGridOptions {
+    /// Largest edge of a square cell [m], > 0. A cell's area is at most its square.
+    double spacing = 2.0;
+    /// Distance of a sensor from its face, along the normal [m]; above the 0.01 within which rays
+    /// see nothing, so that faces which meet at an edge do shade each other.
+    double offset = 0.05;
+};
+
+struct SensorGrid {
+    SensorField field;
+    std::size_t emptyFaces = 0; ///< faces without area, left out
+};
+
+/// How many sensors the cutting will give, within a factor of two and a half, without doing it.
+double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
+                            const SensorGridOptions& options);
+
+/// Cuts the faces. A convex flat quadrilateral becomes rows and columns of quadrilaterals, unless
+/// they would be far more than its area and outline ask for. Any other face becomes triangles, each
+/// halved across its longest edge until it is small enough: its area at most the spacing's square,
+/// its longest edge at most twice the spacing. Halving the longest edge never makes an angle less
+/// than half as wide as the narrowest one there was (Rosenberg and Stenger 1975, Mathematics of
+/// Computation 29, 390-395), so no slivers arise. What is no wider than half the spacing, a needle
+/// or a flat triangle, is sliced across instead.
+/// The order of the sensors is the order of the faces.
+SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
+                          const SensorGridOptions& options);
+
+/// Areas of the sensors' cells [m2]; none for sensors without cells.
+std::vector<float> cellAreas(const SensorField& field);
+
+} // namespace insolate::study

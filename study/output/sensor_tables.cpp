@@ -1,0 +1,153 @@
+#include "study/output/sensor_tables.h"
+
+#include "study/output/text.h"
+
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <vector>
+
+namespace insolate::study {
+
+namespace {
+
+/// The raw blocks of appended data, each behind its length as an unsigned 64-bit number.
+class AppendedData {
+public:
+    /// Registers a block of `size` bytes and gives its offset for the XML.
+    std::uint64_t add(std::uint64_t size) {
+        const std::uint64_t offset = m_next;
+        m_next += sizeof(std::uint64_t) + size;
+        return offset;
+    }
+
+private:
+    std::uint64_t m_next = 0;
+};
+
+void openArray(OutputFile& out, std::string_view type, std::string_view name, int components,
+               std::uint64_t offset) {
+    out.write("        <DataArray type=\"");
+    out.write(type);
+    out.write("\" Name=\"");
+    out.write(name);
+    out.write("\" NumberOfComponents=\"" + std::to_string(components) +
+              "\" format=\"appended\" offset=\"" + std::to_string(offset) + "\"/>\n");
+}
+
+void writeBlockSize(OutputFile& out, std::uint64_t size) {
+    out.write(&size, sizeof size);
+}
+
+void writePoints(OutputFile& out, const std::vector<Vector3>& points) {
+    static_assert(sizeof(Vector3) == 3 * sizeof(double));
+    writeBlockSize(out, points.size() * sizeof(Vector3));
+    out.write(points.data(), points.size() * sizeof(Vector3));
+}
+
+/// Connectivity 0..count - 1.
+void writeCounting(OutputFile& out, std::size_t count) {
+    writeBlockSize(out, count * sizeof(std::int64_t));
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto index = static_cast<std::int64_t>(i);
+        out.write(&index, sizeof index);
+    }
+}
+
+} // namespace
+
+void writeSensorsCsv(OutputFile& out, const SensorField& field,
+                     std::span<const ResultColumn> columns) {
+    out.write("x [m],y [m],z [m],nx,ny,nz");
+    for (const ResultColumn& column : columns) {
+        out.write("," + csvHeading(column));
+    }
+    out.write("\n");
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        const Vector3& p = field.positions[i];
+        const Vector3& n = field.normals[i];
+        const std::array<double, 6> coordinates = {p.x, p.y, p.z, n.x, n.y, n.z};
+        for (std::size_t k = 0; k < coordinates.size(); ++k) {
+            if (k > 0) {
+                out.write(",");
+            }
+            out.writeNumber(coordinates[k]);
+        }
+        for (const ResultColumn& column : columns) {
+            out.write(",");
+            out.writeNumber(column.values[i]);
+        }
+        out.write("\n");
+    }
+}
+
+void writeSensorsVtp(OutputFile& out, const SensorField& field,
+                     std::span<const ResultColumn> columns, std::string_view provenance) {
+    static_assert(std::endian::native == std::endian::little,
+                  "the byte order in the header below is the machine's");
+    const std::size_t sensors = field.size();
+    const std::vector<Vector3>& points = field.hasCells() ? field.corners : field.positions;
+    const std::string pointCount = std::to_string(points.size());
+    const std::string cells = std::to_string(sensors);
+
+    AppendedData blocks;
+    out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<VTKFile type=\"PolyData\" version=\"1.0\" byte_order=\"LittleEndian\" "
+              "header_type=\"UInt64\">\n  <PolyData>\n");
+    if (!provenance.empty()) {
+        // Text arrays are kept as the numbers of their bytes, each text ended by a zero.
+        out.write("    <FieldData>\n      <DataArray type=\"String\" Name=\"made_by\" "
+                  "NumberOfTuples=\"1\" format=\"ascii\">\n       ");
+        for (const char c : provenance) {
+            out.write(" " + std::to_string(static_cast<int>(static_cast<unsigned char>(c))));
+        }
+        out.write(" 0\n      </DataArray>\n    </FieldData>\n");
+    }
+    const char* const topology = field.hasCells() ? "Polys" : "Verts";
+    out.write("    <Piece NumberOfPoints=\"" + pointCount + "\" NumberOfVerts=\"" +
+              (field.hasCells() ? "0" : cells) +
+              "\" NumberOfLines=\"0\" NumberOfStrips=\"0\" NumberOfPolys=\"" +
+              (field.hasCells() ? cells : "0") + "\">\n");
+    out.write("      <CellData");
+    if (!columns.empty()) {
+        out.write(" Scalars=\"" + xmlText(columns.front().name) + "\"");
+    }
+    out.write(" Normals=\"normal\">\n");
+    for (const ResultColumn& column : columns) {
+        openArray(out, "Float32", xmlText(column.name), 1, blocks.add(sensors * sizeof(float)));
+    }
+    openArray(out, "Float32", "normal", 3, blocks.add(sensors * 3 * sizeof(float)));
+    out.write("      </CellData>\n      <Points>\n");
+    openArray(out, "Float64", "Points", 3, blocks.add(points.size() * sizeof(Vector3)));
+    out.write("      </Points>\n      <");
+    out.write(topology);
+    out.write(">\n");
+    openArray(out, "Int64", "connectivity", 1, blocks.add(points.size() * sizeof(std::int64_t)));
+    openArray(out, "Int64", "offsets", 1, blocks.add(sensors * sizeof(std::int64_t)));
+    out.write("      </");
+    out.write(topology);
+    out.write(">\n    </Piece>\n  </PolyData>\n  <AppendedData encoding=\"raw\">\n   _");
+
+    // The blocks, in the order in which they were announced.
+    for (const ResultColumn& column : columns) {
+        writeBlockSize(out, sensors * sizeof(float));
+        out.write(column.values.data(), sensors * sizeof(float));
+    }
+    writeBlockSize(out, sensors * 3 * sizeof(float));
+    for (const Vector3& n : field.normals) {
+        const std::array<float, 3> normal = {static_cast<float>(n.x), static_cast<float>(n.y),
+                                             static_cast<float>(n.z)};
+        out.write(normal.data(), sizeof normal);
+    }
+    writePoints(out, points);
+    writeCounting(out, points.size());
+    writeBlockSize(out, sensors * sizeof(std::int64_t));
+    for (std::size_t i = 0; i < sensors; ++i) {
+        const auto end = field.hasCells() ? static_cast<std::int64_t>(field.cellStart[i + 1])
+                                          : static_cast<std::int64_t>(i + 1);
+        out.write(&end, sizeof end);
+    }
+    out.write("\n  </AppendedData>\n</VTKFile>\n");
+}
+
+} // namespace insolate::study

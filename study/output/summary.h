@@ -1,0 +1,35 @@
+/// summary.json: what was asked, what was used, what came out.
+#pragma once
+
+#include "study/files/output_folder.h"
+#include "study/results/result_column.h"
+
+#include <cstddef>
+#include <span>
+
+#include <nlohmann/json.hpp>
+
+namespace insolate::study {
+
+/// Least, greatest and mean of a column's finite values.
+struct ColumnRange {
+    double lowest = 0.0;
+    double highest = 0.0;
+    double mean = 0.0;
+    std::size_t count = 0; ///< finite values; the other members are 0 when there are none
+};
+/// @param weights of the mean, one for each value; empty: all alike
+ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights = {});
+
+/// {"total": {"title": ..., "unit": ..., "lowest": ..., "highest": ..., "mean": ...}, ...}
+nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns,
+                                std::span<const float> weights = {});
+
+/// {"insolate": "0.1.0", "compiler": ..., "cairo": ...}: what made the result.
+nlohmann::ordered_json versionsInUse();
+
+/// Writes the document indented, with a final newline; text that is not UTF-8 is mended, not
+/// refused.
+void writeSummaryJson(OutputFile& out, const nlohmann::ordered_json& summary);
+
+} // namespace insolate::study

@@ -1,0 +1,205 @@
+#include "study/run/hourly_study.h"
+
+#include "study/support/errors.h"
+#include "study/support/readable.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+/// Places of the columns.
+enum Column {
+    total,
+    beam,
+    diffuse,
+    ground,
+    averageDaylight,
+    averagePeriod,
+    peak,
+    peakHour,
+    skyView,
+    groundView,
+    sunHours
+};
+
+int stepsOfHour(double step) {
+    const double steps = std::round(1.0 / step);
+    if (steps > 60.0 || std::abs(steps * step - 1.0) > 1.0e-9) {
+        throw UsageError(fmt::format("--step {}: hours are walked in equal parts of a minute or "
+                                     "more; give 0.1, 0.25, 0.5 or 1",
+                                     step));
+    }
+    return static_cast<int>(steps);
+}
+
+HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, double north) {
+    const StudyPeriod& period = options.period;
+    HourlySkyOptions sky;
+    sky.stepsPerHour = stepsOfHour(period.step);
+    sky.northOffset = north * std::numbers::pi / 180.0;
+    sky.albedo = options.hourly.albedo;
+    sky.monthlyAlbedo = options.hourly.monthlyAlbedo;
+    return buildHourlySky(weather,
+                          {period.startDay, period.endDay, period.startHour, period.endHour}, sky);
+}
+
+} // namespace
+
+HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
+    : m_period(options.period), m_options(options.hourly) {
+    WeatherYear year = readWeatherYear(options.weather);
+    m_weather = std::move(year.report);
+    m_monthlyAlbedo = year.series.monthlyAlbedo;
+    requireCompleteYear(m_weather, options.weather, options.allowGaps);
+    HourlySky sky = skyOf(year.series, options, north);
+    if (!sky.valid) {
+        throw DataError(fmt::format("{}: the sky of the period could not be built; choose another "
+                                    "period",
+                                    place(options.weather)));
+    }
+    if (m_options.monthlyAlbedo) {
+        const auto missing = static_cast<std::size_t>(
+            std::count_if(year.series.monthlyAlbedo.begin(), year.series.monthlyAlbedo.end(),
+                          [](float value) { return !std::isfinite(value); }));
+        if (missing > 0) {
+            m_weather.notes.push_back(
+                fmt::format("{}: {} {} no albedo; {} holds for {}", place(options.weather), missing,
+                            counted(missing, "month has", "months have"), m_options.albedo,
+                            counted(missing, "it", "them")));
+        }
+    }
+    noteLastDay(m_weather, options);
+    if (std::string odd = sunDownText(options.weather, sky, m_weather.strayDirect); !odd.empty()) {
+        m_weather.notes.push_back(std::move(odd));
+    }
+    HourlyAnalysisOptions analysis;
+    analysis.skyTolerance = m_options.skyTolerance / 100.0;
+    analysis.sunTolerance = m_options.sunTolerance / 100.0;
+    if (m_options.openGround) {
+        analysis.groundRays = 0;
+    }
+    m_analysis.emplace(std::move(sky), analysis);
+}
+
+std::vector<ResultColumn> HourlyStudy::columns() const {
+    return {{"total", "Wh/m2", "Total radiation", {}},
+            {"beam", "Wh/m2", "Direct radiation", {}},
+            {"sky", "Wh/m2", "Radiation of the sky", {}},
+            {"ground", "Wh/m2", "Radiation reflected by the ground", {}},
+            {"average_daylight", "W/m2", "Average while the sun is up", {}},
+            {"average_period", "W/m2", "Average over all hours", {}},
+            {"peak", "W/m2", "Highest mean of an hour", {}},
+            {"peak_hour", "hour of year", "Hour of the peak, counted by its end", {}},
+            {"sky_view", "%", "Sky view", {}},
+            {"ground_view", "%", "Ground view", {}},
+            {"direct_sun_hours", "h", "Hours of direct sun", {}}};
+}
+
+Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
+    const Vector3& n = work.field.normals[index];
+    return {work.recentring.local(work.field.positions[index]),
+            {static_cast<float>(n.x), static_cast<float>(n.y), static_cast<float>(n.z)}};
+}
+
+void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
+                            std::span<ResultColumn> columns) {
+    for (std::size_t i = range.first; i < range.end; ++i) {
+        const SensorResult result = m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i));
+        columns[total].values[i] = result.total;
+        columns[beam].values[i] = result.beam;
+        columns[diffuse].values[i] = result.sky;
+        columns[ground].values[i] = result.ground;
+        columns[averageDaylight].values[i] = result.averageDaylight;
+        columns[averagePeriod].values[i] = result.averagePeriod;
+        columns[peak].values[i] = result.peak;
+        columns[peakHour].values[i] = static_cast<float>(result.peakHour + 1);
+        columns[skyView].values[i] = 100.0f * result.skyViewFactor;
+        columns[groundView].values[i] = 100.0f * result.groundViewFactor;
+        columns[sunHours].values[i] = result.directSunHours;
+    }
+}
+
+void HourlyStudy::describe(nlohmann::ordered_json& record,
+                           std::span<const ResultColumn> columns) const {
+    const HourlySky& sky = m_analysis->sky();
+    const HourlySkyReport& report = sky.report;
+    nlohmann::ordered_json albedo = m_options.albedo;
+    if (m_options.monthlyAlbedo) {
+        albedo = nlohmann::ordered_json::array();
+        for (const float month : m_monthlyAlbedo) {
+            // Six digits: what a float holds, not the double near it.
+            albedo.push_back(month > 0.0f ? std::round(static_cast<double>(month) * 1.0e6) / 1.0e6
+                                          : m_options.albedo);
+        }
+    }
+    record["hourly"] = {
+        {"steps_per_hour", sky.options.stepsPerHour},
+        {"albedo", albedo},
+        {"albedo_of_weather_file", m_options.monthlyAlbedo},
+        {"ground", m_options.openGround ? "open" : "open where the scene does not hide it"},
+        {"sky_tolerance_percent", m_options.skyTolerance},
+        {"sun_tolerance_percent", m_options.sunTolerance},
+        {"hours", sky.hours},
+        {"daylight_hours", sky.daylightHours},
+        {"placed",
+         {{"unit", "Wh/m2"},
+          {"direct_normal", report.directNormal},
+          {"direct_horizontal", report.directHorizontal},
+          {"diffuse_horizontal", report.diffuseHorizontal},
+          {"open_horizontal", report.directHorizontal + report.diffuseHorizontal},
+          {"global_horizontal_of_the_weather", report.globalHorizontal},
+          {"reflected_by_open_ground", sky.groundReflected}}},
+        {"while_the_sun_is_down",
+         {{"hours", report.hoursWithoutSun},
+          {"direct_normal_Wh_m2", report.directWithoutSun},
+          {"placed_on_the_whole_sky_Wh_m2", report.diffuseWithoutSun}}},
+        {"hours_missing", report.hoursMissing},
+        {"hours_with_sky_model_held_to_its_range", report.skiesLimited}};
+    if (columns.empty()) {
+        return;
+    }
+    const auto highest = std::max_element(columns[peak].values.begin(), columns[peak].values.end());
+    if (highest != columns[peak].values.end() && *highest > 0.0f) {
+        const auto sensor = static_cast<std::size_t>(highest - columns[peak].values.begin());
+        const auto hour = static_cast<int>(columns[peakHour].values[sensor]);
+        record["highest_peak"] = {{"W_m2", *highest},
+                                  {"sensor", sensor},
+                                  {"hour_of_year", hour},
+                                  {"text", hourOfYearText({(hour - 1) / 24, (hour - 1) % 24})}};
+    }
+}
+
+void HourlyStudy::writeSeries(OutputFile& out, const SensorWork& work) const {
+    std::vector<SensorHours> series;
+    out.write(seriesHeader);
+    for (const std::size_t sensor : m_options.series) {
+        m_analysis->evaluate(*work.masks.rays(), sensorAt(work, sensor), &series.emplace_back());
+        out.write(fmt::format(",beam_{0} [Wh/m2],sky_{0} [Wh/m2],ground_{0} [Wh/m2]", sensor));
+    }
+    out.write("\n");
+    const auto firstHour = static_cast<int>(std::floor(m_period.startHour));
+    const auto endHour = static_cast<int>(std::ceil(m_period.endHour));
+    for (int i = 0; i < m_period.dayCount(); ++i) {
+        const int day = (m_period.startDay - 1 + i) % 365;
+        const MonthAndDay date = monthAndDay(day);
+        for (int hour = firstHour; hour < endHour; ++hour) {
+            const auto index = static_cast<std::size_t>(24 * day + hour);
+            out.write(fmt::format("{},{},{},{}", index + 1, date.month, date.day, hour + 1));
+            for (const SensorHours& hours : series) {
+                for (const auto* part : {&hours.beam, &hours.sky, &hours.ground}) {
+                    out.write(",");
+                    out.writeNumber((*part)[index]);
+                }
+            }
+            out.write("\n");
+        }
+    }
+}
+
+} // namespace insolate::study

@@ -1,0 +1,179 @@
+#include "study/run/mask_source.h"
+
+#include "study/model/mesh.h"
+#include "study/support/errors.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace insolate::study {
+
+namespace {
+
+/// Ray ids are 32 bits wide and a point takes 1,296 of them; a thread that has used them up goes on
+/// without remembering which triangles a ray has met: slower, never wrong.
+constexpr int mostRayIdBlocks = 3'300'000;
+
+class OctreeMasks final : public MaskSource {
+public:
+    OctreeMasks(const Scene& scene, const Recentring& recentring, const std::stop_token& stop) {
+        RT::InputPackageUitl::ResetInputPackage();
+        // In pieces, so that the doubles of a large scene do not stand in memory once more.
+        constexpr std::size_t piece = 3 * std::size_t{4096};
+        std::vector<double> coordinates;
+        for (std::size_t first = 0; first < scene.vertices.size(); first += piece) {
+            coordinates.clear();
+            const std::size_t end = std::min(first + piece, scene.vertices.size());
+            for (std::size_t i = first; i < end; ++i) {
+                const Vector3 p = recentring.moved(scene.vertices[i]);
+                coordinates.insert(coordinates.end(), {p.x, p.y, p.z});
+            }
+            RT::InputPackageUitl::AddTriangles(coordinates.data(),
+                                               static_cast<int>(coordinates.size()));
+            throwIfStopped(stop);
+        }
+        RT::InputPackageUitl::InflateBoundingBox();
+        RT::SpatialTreeUtil::GenerateSpatialTree();
+    }
+
+    void updateMask(ECalculationPoint& point, std::size_t, int slot) override {
+        int& used = m_slots[static_cast<std::size_t>(slot)].rayIdBlocks;
+        if (used < mostRayIdBlocks) {
+            RT::GetTransparencyValueOnRayImpl rays(slot, used++);
+            point.updateShadingMask(&rays);
+        } else {
+            GetTransparencyValueOnRayInternal rays;
+            point.updateShadingMask(&rays);
+        }
+    }
+
+    GetTransparencyValueOnRay* rays() override { return &m_rays; }
+
+private:
+    struct alignas(64) Slot {
+        int rayIdBlocks = 0;
+    };
+    GetTransparencyValueOnRayInternal m_rays;
+    std::vector<Slot> m_slots = std::vector<Slot>(static_cast<std::size_t>(usedThreads(0)));
+};
+
+class FastMasks final : public MaskSource {
+public:
+    FastMasks(const Scene& scene, const Recentring& recentring)
+        : m_index(indexOf(scene, recentring)), m_rays(m_index) {}
+
+    void updateMask(ECalculationPoint& point, std::size_t, int) override {
+        FastRayTransparency rays(m_rays);
+        point.updateShadingMask(&rays);
+    }
+
+    GetTransparencyValueOnRay* rays() override { return &m_rays; }
+
+private:
+    static OcclusionIndex indexOf(const Scene& scene, const Recentring& recentring) {
+        std::vector<double> coordinates;
+        coordinates.reserve(3 * scene.vertices.size());
+        for (const Vector3& vertex : scene.vertices) {
+            const Vector3 p = recentring.moved(vertex);
+            coordinates.insert(coordinates.end(), {p.x, p.y, p.z});
+        }
+        return OcclusionIndex(coordinates);
+    }
+
+    OcclusionIndex m_index;
+    FastRayTransparency m_rays;
+};
+
+/// Answers for one sensor from the store.
+class StoredSky final : public GetTransparencyValueOnRay, public SkyVisibilityQuery {
+public:
+    StoredSky(const SkyCellSet& visible, double northOffset)
+        : m_visible(visible), m_northOffset(northOffset) {}
+
+    bool getSurfaceDoubleSided() override { return false; }
+    int initialise() override { return 0; }
+
+    float getTransparencyValue(const XYZf&, const XYZf& direction, const XYZf*) override {
+        const double x = static_cast<double>(direction.x);
+        const double y = static_cast<double>(direction.y);
+        const double z = static_cast<double>(direction.z);
+        constexpr double turn = 2.0 * 3.141592653589793;
+        double azimuth = 0.25 * turn - std::atan2(y, x) - m_northOffset;
+        azimuth -= turn * std::floor(azimuth / turn);
+        const double altitude = std::atan2(z, std::hypot(x, y));
+        const int sector = skyGrid::azimuthSector(static_cast<float>(azimuth));
+        const int band = skyGrid::altitudeBand(static_cast<float>(altitude));
+        return skyGrid::isCell(sector, band) && m_visible.contains(sector, band) ? 1.0f : 0.0f;
+    }
+
+    SkyCellSet visibleSky(const XYZf&, const SkyDirections& directions,
+                          const SkyCellSet& wanted) override {
+        SkyCellSet seen = m_visible;
+        seen &= wanted;
+        seen &= directions.cells();
+        return seen;
+    }
+
+private:
+    SkyCellSet m_visible;
+    double m_northOffset;
+};
+
+class StoredMasks final : public MaskSource {
+public:
+    StoredMasks(const SkyVisibilityStore& store, double north)
+        : m_store(store), m_northOffset(ESolarPosition::convertDegreesToRadians(north)) {}
+
+    void updateMask(ECalculationPoint& point, std::size_t sensor, int) override {
+        StoredSky rays(m_store.visibleSky(sensor), m_northOffset);
+        point.updateShadingMask(&rays);
+    }
+
+private:
+    const SkyVisibilityStore& m_store;
+    double m_northOffset;
+};
+
+} // namespace
+
+Recentring::Recentring(const Scene& scene, const SensorField& field) {
+    Vector3 lowest = {1e300, 1e300, 1e300};
+    Vector3 highest = {-1e300, -1e300, -1e300};
+    const auto fold = [&](const std::vector<Vector3>& points) {
+        for (const Vector3& p : points) {
+            lowest = {std::min(lowest.x, p.x), std::min(lowest.y, p.y), std::min(lowest.z, p.z)};
+            highest = {std::max(highest.x, p.x), std::max(highest.y, p.y),
+                       std::max(highest.z, p.z)};
+        }
+    };
+    fold(scene.vertices);
+    fold(field.positions);
+    if (lowest.x <= highest.x) {
+        const Vector3 middle = (lowest + highest) * 0.5;
+        m_centre = {std::floor(middle.x), std::floor(middle.y), std::floor(middle.z)};
+    }
+}
+
+Vector3 Recentring::moved(const Vector3& point) const {
+    return point - m_centre;
+}
+
+XYZf Recentring::local(const Vector3& point) const {
+    const Vector3 p = moved(point);
+    return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
+}
+
+std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& recentring,
+                                         RayMethod method, const std::stop_token& stop) {
+    if (method == RayMethod::octree) {
+        return std::make_unique<OctreeMasks>(scene, recentring, stop);
+    }
+    return std::make_unique<FastMasks>(scene, recentring);
+}
+
+std::unique_ptr<MaskSource> makeStoredMasks(const SkyVisibilityStore& store, double north) {
+    return std::make_unique<StoredMasks>(store, north);
+}
+
+} // namespace insolate::study

@@ -1,0 +1,49 @@
+/// The analysis period as people write it: dates, hours of the day, and a step.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace insolate::study {
+
+/// Every year has 365 days here; there is no 29 February.
+struct StudyPeriod {
+    int startDay = 1; ///< day of the year, 1..365
+    int endDay = 365; ///< day of the year, included; before startDay the period wraps over new year
+    double startHour = 0.0; ///< clock time in decimal hours, 0 <= startHour < endHour
+    double endHour = 24.0;  ///< clock time in decimal hours, not included, up to 24
+    double step = 0.1;      ///< hours, 0 < step <= 1
+
+    [[nodiscard]] int dayCount() const;
+    /// @param day of the year, 1..365
+    [[nodiscard]] bool contains(int day) const;
+    /// "1 June to 31 August, 8:00 to 18:00".
+    [[nodiscard]] std::string text() const;
+};
+
+/// A date as month/day ("6/21") or day of the year ("172").
+/// @throws UsageError naming what is impossible about it and the mend.
+int parseDate(std::string_view text);
+
+/// "6/1-8/31", "152-243", "11/1-2/28" (over new year), or a single date for one day.
+void parseDates(std::string_view text, StudyPeriod& period);
+
+/// "8-18", "8:30-17:15" or "8.5-17.25".
+void parseHours(std::string_view text, StudyPeriod& period);
+
+/// A step in decimal hours.
+void checkStep(double step);
+
+/// "June" for 6; month 1 to 12.
+const char* monthName(int month);
+
+/// "21 June".
+std::string dayText(int dayOfYear);
+
+/// "8:30"; rounded to minutes.
+std::string clockText(double hours);
+
+/// "8:30:36"; rounded to seconds.
+std::string clockTextToSeconds(double hours);
+
+} // namespace insolate::study

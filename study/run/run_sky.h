@@ -1,0 +1,15 @@
+/// `insolate sky`: the radiation of a period by sky cell.
+#pragma once
+
+#include "study/run/run_options.h"
+#include "study/support/progress.h"
+
+#include <stop_token>
+
+namespace insolate::study {
+
+/// Writes sky.csv, sky.png and, last, sky.json.
+/// @throws Error; no file is left then
+void runSky(const SkyOptions& options, Progress& progress, const std::stop_token& stop = {});
+
+} // namespace insolate::study

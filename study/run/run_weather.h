@@ -1,0 +1,24 @@
+/// `insolate weather`: what is in a weather file, and its conversion.
+#pragma once
+
+#include "study/support/progress.h"
+
+#include <filesystem>
+#include <string>
+
+namespace insolate::study {
+
+struct WeatherInfo {
+    std::string text;    ///< site, a table of months with annual sums, findings; a line each
+    std::string refusal; ///< why `insolate run` would not take the file; empty when it would
+};
+
+/// @throws DataError when it is no weather file
+WeatherInfo weatherInfo(const std::filesystem::path& file);
+
+/// Writes the year as the library reads it into a .wea file.
+/// @throws Error; no file is left then
+void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
+                    bool allowGaps, Progress& progress);
+
+} // namespace insolate::study

@@ -1,0 +1,59 @@
+#include "study/run/study_record.h"
+
+#include "study/output/summary.h"
+#include "study/support/readable.h"
+
+#include <fmt/format.h>
+#include <insolate/version.h>
+
+namespace insolate::study {
+
+nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather) {
+    nlohmann::ordered_json record;
+    record["versions"] = versionsInUse();
+    record["weather"] = {{"file", options.weather.string()},
+                         {"site", weather.site.text()},
+                         {"latitude_deg", weather.site.latitude},
+                         {"longitude_deg", weather.site.longitude},
+                         {"time_zone_h", weather.site.timeZone},
+                         {"elevation_m", weather.site.elevation},
+                         {"hours_present", weather.hoursPresent},
+                         {"hours_missing", weather.hoursMissing.size()},
+                         {"hours_marked_missing", weather.radiationMissing.size()}};
+    const StudyPeriod& period = options.period;
+    record["period"] = {{"text", period.text()},          {"first_day", period.startDay},
+                        {"last_day", period.endDay},      {"days", period.dayCount()},
+                        {"start_hour", period.startHour}, {"end_hour", period.endHour},
+                        {"step_h", period.step}};
+    record["method"] = methodName(options.method);
+    return record;
+}
+
+std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather) {
+    return fmt::format("{}; {}; {}; insolate {}", weather.site.text(), options.period.text(),
+                       methodName(options.method), INSOLATE_VERSION);
+}
+
+void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progress& progress) {
+    progress.note(fmt::format("weather of {}: {} {}", weather.site.text(),
+                              groupedDigits(weather.hoursPresent),
+                              counted(weather.hoursPresent, "hour", "hours")));
+    const StudyPeriod& period = options.period;
+    const bool wholeDays = period.startHour <= 0.0 && period.endHour >= 24.0;
+    progress.note(fmt::format("{} method, {}{}", methodName(options.method), period.text(),
+                              wholeDays ? ", 0:00 to 24:00" : ""));
+    for (const std::string& text : weather.notes) {
+        progress.warn(text);
+    }
+    if (weather.hoursRepeated > 0) {
+        progress.warn(fmt::format("{} {} an hour; the last one stands", weather.hoursRepeated,
+                                  counted(weather.hoursRepeated, "line repeats", "lines repeat")));
+    }
+    if (weather.gapCount() > 0) {
+        progress.warn(fmt::format(
+            "{} {} as without radiation", weather.gapCount(),
+            counted(weather.gapCount(), "hour without data counts", "hours without data count")));
+    }
+}
+
+} // namespace insolate::study

@@ -1,0 +1,23 @@
+/// What made a result, as it stands in summaries, subtitles and on the screen.
+#pragma once
+
+#include "study/run/run_options.h"
+#include "study/support/progress.h"
+#include "study/weather/weather_check.h"
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace insolate::study {
+
+/// Versions, weather, site, period and method.
+nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather);
+
+/// One line for pictures: site; period; method; version.
+std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather);
+
+/// Names the site, the method and the period on the screen and warns of what is odd in the file.
+void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progress& progress);
+
+} // namespace insolate::study

@@ -1,0 +1,34 @@
+#include "study/support/errors.h"
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+std::string printable(std::string_view text) {
+    std::string result(text);
+    for (char& c : result) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20U || byte == 0x7FU) {
+            c = '?';
+        }
+    }
+    return result;
+}
+
+std::string place(const std::filesystem::path& file) {
+    return printable(file.string());
+}
+
+std::string place(const std::filesystem::path& file, std::size_t line) {
+    return fmt::format("{}:{}", place(file), line);
+}
+
+std::string quoteText(std::string_view text) {
+    constexpr std::size_t longest = 60;
+    if (text.size() <= longest) {
+        return "'" + printable(text) + "'";
+    }
+    return "'" + printable(text.substr(0, longest)) + "...'";
+}
+
+} // namespace insolate::study

@@ -1,0 +1,36 @@
+/// Numbers in text, read without regard to the locale.
+#pragma once
+
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+namespace insolate::study {
+
+inline std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r\n\v\f";
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+/// The number that the whole text is, blanks around it aside; nothing when it is anything else.
+/// "nan" and "inf" are numbers here: who needs a finite one asks for it.
+template <typename Number>
+std::optional<Number> parseNumber(std::string_view text) {
+    text = trimmed(text);
+    if (text.size() > 1 && text.front() == '+' && text[1] != '-' && text[1] != '+') {
+        text.remove_prefix(1);
+    }
+    Number value{};
+    const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (problem != std::errc() || end != text.data() + text.size() || text.empty()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+} // namespace insolate::study

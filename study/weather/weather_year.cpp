@@ -1,0 +1,180 @@
+#include "study/weather/weather_year.h"
+
+#include "study/run/solar_analysis.h"
+#include "study/support/errors.h"
+#include "study/support/file_name.h"
+#include "study/support/readable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+/// Sorts the hours without radiation into those without a record and those whose values are
+/// missing.
+void listGaps(WeatherYear& year) {
+    const WeatherSeries& series = year.series;
+    WeatherReport& report = year.report;
+    for (std::size_t hour = 0; hour < series.directNormal.size(); ++hour) {
+        if (std::isfinite(series.directNormal[hour]) &&
+            std::isfinite(series.diffuseHorizontal[hour])) {
+            continue;
+        }
+        const auto index = static_cast<int>(hour);
+        const bool isEmpty = !std::isfinite(series.directNormal[hour]) &&
+                             !std::isfinite(series.diffuseHorizontal[hour]) &&
+                             !std::isfinite(series.globalHorizontal[hour]) &&
+                             !std::isfinite(series.dryBulb[hour]);
+        (isEmpty ? report.hoursMissing : report.radiationMissing)
+            .emplace_back(index / 24, index % 24);
+    }
+    report.hoursPresent = series.directNormal.size() - report.hoursMissing.size();
+}
+
+/// Lines that a refusal of the file can name.
+void noteLine(const WeatherFinding& finding, WeatherReport& report) {
+    constexpr std::array<int, 2> radiationColumns = {15, 16};
+    const auto line = static_cast<std::size_t>(finding.line);
+    if (finding.kind == WeatherFindingKind::Gap) {
+        report.lineBeforeMissing = line;
+    } else if (finding.kind == WeatherFindingKind::BadLine) {
+        report.unreadableLine = {line, finding.what};
+    } else if ((finding.kind == WeatherFindingKind::MissingValue ||
+                finding.kind == WeatherFindingKind::BadNumber) &&
+               std::find(radiationColumns.begin(), radiationColumns.end(), finding.column) !=
+                   radiationColumns.end()) {
+        std::size_t& first = report.firstRadiationMissingLine;
+        first = first == 0 ? line : std::min(first, line);
+        LineFault& fault = report.unreadableRadiation;
+        if (finding.kind == WeatherFindingKind::BadNumber &&
+            (fault.line == 0 || line < fault.line)) {
+            fault = {line, finding.what};
+        }
+    }
+}
+
+WeatherYear readEpwYear(const std::filesystem::path& file) {
+    WeatherReading reading = readWeatherSeries(file);
+    WeatherYear year;
+    for (const WeatherFinding& finding : reading.findings) {
+        year.report.notes.push_back(printable(finding.text));
+        noteLine(finding, year.report);
+    }
+    if (!reading.ok) {
+        throw DataError(year.report.notes.empty()
+                            ? place(file) + ": not a weather file; give an .epw file"
+                            : year.report.notes.back());
+    }
+    year.series = std::move(reading.series);
+    const Site& site = year.series.site;
+    year.report.site = {.city = printable(year.series.place),
+                        .region = {},
+                        .country = {},
+                        .latitude = site.latitude,
+                        .longitude = site.longitude,
+                        .timeZone = site.timeZone,
+                        .elevation = site.elevation};
+    if (std::string odd = oddClockText(year.report.site, year.series.diffuseHorizontal, file);
+        !odd.empty()) {
+        year.report.notes.push_back(std::move(odd));
+    }
+    noteStrayDirect(year.report, year.series.directNormal, year.series.diffuseHorizontal,
+                    year.series.globalHorizontal, file);
+    listGaps(year);
+    return year;
+}
+
+WeatherYear readStoredYear(const std::filesystem::path& file) {
+    WeatherYear year;
+    year.report = inspectWeatherFile(file);
+    EModel model;
+    loadWeather(model.getSolarAnalysisController(), file, year.report);
+    EWeatherData& store = model.getSolarAnalysisController().getWeatherData();
+    std::vector<float> direct;
+    std::vector<float> diffuse;
+    std::vector<float> temperature;
+    for (int day = 0; day < ESolarPosition::DAYS_PER_YEAR; ++day) {
+        for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
+            direct.push_back(store.getHourlyDirectRad(day, hour));
+            diffuse.push_back(store.getHourlyDiffuseRad(day, hour));
+            temperature.push_back(store.getHourlyTemp(day, hour));
+        }
+    }
+    for (const auto& [day, hour] : year.report.radiationMissing) {
+        const auto index = static_cast<std::size_t>(day * ESolarPosition::HOURS_PER_DAY + hour);
+        direct[index] = diffuse[index] = std::numeric_limits<float>::quiet_NaN();
+    }
+    year.report.lastDayEmpty = lastDayIsEmpty(store);
+    const WeatherSite& site = year.report.site;
+    year.series = makeWeatherSeries({site.latitude, site.longitude, site.timeZone, site.elevation},
+                                    direct, diffuse)
+                      .series;
+    year.series.place = site.text();
+    year.series.dryBulb = std::move(temperature);
+    return year;
+}
+
+} // namespace
+
+WeatherYear readWeatherYear(const std::filesystem::path& file) {
+    return hasExtension(file, {".epw"}) ? readEpwYear(file) : readStoredYear(file);
+}
+
+std::string lastDayText(const std::filesystem::path& file, Method method) {
+    if (hasExtension(file, {".epw"})) {
+        return fmt::format(
+            "{}: 31 December counts as dark and 30 December takes the weather of the "
+            "31st: so --method {} reads a year; take --method hourly for these days",
+            place(file), methodName(method));
+    }
+    return fmt::format(
+        "{}: 31 December is empty and counts as dark, and 30 December has the weather "
+        "of the 31st if 'insolate weather convert' made the file; give the .epw "
+        "file{}",
+        place(file), method == Method::hourly ? "" : " with --method hourly");
+}
+
+void noteLastDay(WeatherReport& report, const SkyOptions& options) {
+    if (report.lastDayEmpty && report.hasLastDay() &&
+        (options.period.contains(364) || options.period.contains(365))) {
+        report.notes.push_back(lastDayText(options.weather, options.method));
+    }
+}
+
+std::string noLightText(const std::filesystem::path& file) {
+    return fmt::format("{}: no hour of the period has radiation; choose days and hours with light, "
+                       "or check that the file is complete",
+                       place(file));
+}
+
+std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
+                        const StrayDirect& stray) {
+    const HourlySkyReport& report = sky.report;
+    if (report.diffuseHorizontal <= 0.0 && report.directNormal <= 0.0) {
+        return noLightText(file);
+    }
+    constexpr double worthTelling = 1.0e-3; // dawn and dusk give less in any sound file
+    if (report.diffuseWithoutSun <= worthTelling * report.diffuseHorizontal &&
+        report.directWithoutSun - stray.sum <=
+            worthTelling * (report.directNormal + report.directWithoutSun)) {
+        return {};
+    }
+    return fmt::format(
+        "{}: {} {} radiation while the sun is down: {:.4g} kWh/m2 of direct "
+        "normal, which has no place in the sky, and {:.4g} kWh/m2 on the level, "
+        "which go on the whole sky. Usually the place or its time zone is wrong ({}) "
+        "or the hours are shifted; check the LOCATION line and the data",
+        place(file), report.hoursWithoutSun,
+        counted(static_cast<std::size_t>(report.hoursWithoutSun), "hour has", "hours have"),
+        report.directWithoutSun / 1000.0, report.diffuseWithoutSun / 1000.0, siteText(sky.site));
+}
+
+} // namespace insolate::study

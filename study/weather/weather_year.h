@@ -1,0 +1,42 @@
+/// A year of weather for what works hour by hour: any weather file as plain series, with what the
+/// user should know about it.
+#pragma once
+
+#include "study/run/run_options.h"
+#include "study/weather/weather_check.h"
+
+#include <insolate/insolate.h>
+
+#include <filesystem>
+#include <string>
+
+namespace insolate::study {
+
+struct WeatherYear {
+    WeatherSeries series;
+    WeatherReport report; ///< site, hours without radiation, findings
+};
+
+/// Reads .epw files as they stand; .wea and .mra files through the library's store, which holds no
+/// global radiation.
+/// @throws DataError when the file gives no year; one with gaps is for requireCompleteYear() to
+///         judge
+WeatherYear readWeatherYear(const std::filesystem::path& file);
+
+/// What becomes of the year's last days by the method when the report says that the last one is
+/// empty, and the mend.
+std::string lastDayText(const std::filesystem::path& file, Method method);
+
+/// Adds that to the report's notes where the period touches these days.
+void noteLastDay(WeatherReport& report, const SkyOptions& options);
+
+/// That a period without any radiation was asked for, and the mend.
+std::string noLightText(const std::filesystem::path& file);
+
+/// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
+/// empty.
+/// @param stray what the report has told already
+std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
+                        const StrayDirect& stray);
+
+} // namespace insolate::study

@@ -1,0 +1,276 @@
+#include "study/model/mesh_import.h"
+#include "study/support/errors.h"
+#include "tests/study/support/study_fixture.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <numbers>
+#include <numeric>
+#include <random>
+#include <span>
+
+namespace insolate::study {
+namespace {
+
+using test::messageOf;
+using test::StudyFolder;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+double areaOf(const std::vector<Vector3>& polygon) {
+    double area = 0.0;
+    for (const auto& t : triangulate(polygon)) {
+        const std::array<Vector3, 3> triangle = {polygon[t[0]], polygon[t[1]], polygon[t[2]]};
+        // Signed against the whole: overlapping or turned triangles would not add up.
+        area += dot(areaVector(triangle), areaVector(polygon)) / length(areaVector(polygon)) * 0.5;
+        EXPECT_GE(dot(areaVector(triangle), areaVector(polygon)), -1e-12);
+    }
+    return area;
+}
+
+TEST(Mesh, CutsConcavePolygonsIntoTrianglesThatCoverThem) {
+    // An L in each of the three planes and both windings; a fan from its first corner would reach
+    // outside.
+    const double shape[][2] = {{0, 3}, {0, 0}, {3, 0}, {3, 1}, {1, 1}, {1, 3}};
+    std::array<std::vector<Vector3>, 3> planes;
+    for (const auto& [u, v] : shape) {
+        planes[0].push_back({u, v, 7.0});
+        planes[1].push_back({7.0, u, v});
+        planes[2].push_back({v, 7.0, u});
+    }
+    for (std::vector<Vector3>& polygon : planes) {
+        EXPECT_NEAR(areaOf(polygon), 5.0, 1e-12);
+        std::reverse(polygon.begin(), polygon.end());
+        EXPECT_NEAR(areaOf(polygon), 5.0, 1e-12);
+    }
+    // A wall with a window, which a bridge joins to its edge: their corners come twice.
+    const std::vector<Vector3> window = {{1, 1, 0}, {1, 3, 0}, {3, 3, 0}, {3, 1, 0}, {1, 1, 0}};
+    for (const int bridge : {0, 1, 3}) { // from the third corner it would cross the window
+        std::vector<Vector3> polygon = {{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}};
+        const auto at = polygon.begin() + bridge;
+        const Vector3 corner = *at;
+        polygon.insert(polygon.insert(at, corner) + 1, window.begin(), window.end());
+        EXPECT_NEAR(areaOf(polygon), 12.0, 1e-12) << bridge;
+    }
+    // Stars of random points, windings of a spiral and the teeth of a comb.
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> radius(0.1, 10.0);
+    std::vector<Vector3> star;
+    std::vector<Vector3> spiral;
+    std::vector<Vector3> comb = {{0, -1, 0}, {2000, -1, 0}};
+    const auto at = [](double r, double angle) {
+        return Vector3{r * std::cos(angle), r * std::sin(angle), 0.0};
+    };
+    for (int i = 0; i < 2000; ++i) {
+        star.push_back(at(radius(random), i * 2.0 * std::numbers::pi / 2000.0));
+        const bool inward = i >= 1000;
+        const double turn = (inward ? 1999 - i : i) * 0.03;
+        spiral.push_back(at(1.0 + turn + (inward ? 1.0 : 0.0), turn));
+        comb.push_back({1999.5 - i, i % 2 == 0 ? 1000.0 + radius(random) : 0.0, 0.0});
+    }
+    for (const auto& polygon : {star, spiral, comb}) {
+        EXPECT_NEAR(areaOf(polygon) / (0.5 * length(areaVector(polygon))), 1.0, 1e-9);
+    }
+}
+
+/// Whether a ray from the point crosses the ring an odd number of times.
+bool isInside(std::span<const Vector3> ring, const Vector3& p) {
+    bool inside = false;
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        const Vector3& a = ring[i];
+        const Vector3& b = ring[(i + 1) % ring.size()];
+        const bool crosses =
+            (a.y > p.y) != (b.y > p.y) && p.x < a.x + (b.x - a.x) * (p.y - a.y) / (b.y - a.y);
+        inside = inside != crosses;
+    }
+    return inside;
+}
+
+TEST(Mesh, CutsAroundHolesThatShareCorners) {
+    std::mt19937 random(13);
+    const auto upTo = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    for (int round = 0; round < 300; ++round) {
+        // Square holes along the diagonal, each meeting the next at a corner. A hole hangs on the
+        // one before by that corner, or on the outline by a bridge down or up.
+        const int holes = 1 + upTo(7);
+        const double size = holes + 2.0;
+        std::vector<Vector3> polygon;
+        for (int i = 0; i <= holes + 2; ++i) {
+            polygon.push_back({i * 1.0, 0, 0});
+        }
+        for (int i = holes + 2; i >= 0; --i) {
+            polygon.push_back({i * 1.0, size, 0});
+        }
+        std::vector<double> order(static_cast<std::size_t>(holes));
+        std::iota(order.begin(), order.end(), 1.0);
+        std::shuffle(order.begin(), order.end(), random);
+        for (const double k : order) {
+            const std::array<Vector3, 4> hole = {
+                Vector3{k, k, 0}, {k, k + 1, 0}, {k + 1, k + 1, 0}, {k + 1, k, 0}};
+            const auto find = [&](const Vector3& p) {
+                return std::find_if(polygon.begin(), polygon.end(),
+                                    [&](const Vector3& q) { return q.x == p.x && q.y == p.y; });
+            };
+            const int way = upTo(3);
+            std::size_t first = way == 0 ? 0 : way == 1 ? 3 : 1;
+            auto at = find(hole[first]);
+            if (way != 0 || at == polygon.end()) {
+                first = way == 1 ? 3 : 1;
+                at = find({hole[first].x, first == 3 ? 0.0 : size, 0});
+            }
+            std::vector<Vector3> loop = {*at};
+            for (std::size_t i = 0; i <= 4; ++i) {
+                loop.push_back(hole[(first + i) % 4]);
+            }
+            polygon.insert(at, loop.begin(), loop.end());
+        }
+        const double angle = round % 2 == 0 ? 0.0 : upTo(1000) * 0.01; // exact, and with rounding
+        for (Vector3& p : polygon) {
+            p = {std::cos(angle) * p.x - std::sin(angle) * p.y,
+                 std::sin(angle) * p.x + std::cos(angle) * p.y, 0.0};
+        }
+        std::rotate(polygon.begin(), polygon.begin() + upTo(static_cast<int>(polygon.size())),
+                    polygon.end());
+        ASSERT_NEAR(areaOf(polygon), size * size - holes, 1e-9) << round;
+        const auto triangles = triangulate(polygon);
+        std::uniform_real_distribution<double> place(-size, size);
+        for (int i = 0; i < 40; ++i) {
+            const Vector3 p = {place(random), place(random), 0.0};
+            int covers = 0;
+            for (const auto& t : triangles) {
+                covers += isInside(std::array{polygon[t[0]], polygon[t[1]], polygon[t[2]]}, p);
+            }
+            ASSERT_EQ(covers, isInside(polygon, p) ? 1 : 0) << round;
+        }
+    }
+}
+
+TEST(Mesh, CutsDegeneratePolygonsOfManyCornersInTime) {
+    EXPECT_EQ(triangulate(std::vector<Vector3>(5)).size(), 3U); // all corners in one place
+    const std::size_t count = 100'000;
+    std::mt19937 random(12);
+    std::uniform_real_distribution<double> place(-1.0, 1.0);
+    std::array<std::vector<Vector3>, 3> polygons; // a line, a tangle, there and back
+    for (std::size_t i = 0; i < count; ++i) {
+        polygons[0].push_back({static_cast<double>(i), 0.0, 0.0});
+        polygons[1].push_back({place(random), place(random), 0.0});
+        polygons[2].push_back({i % 2 == 0 ? 0.0 : 1.0, 0.0, i % 3 == 0 ? 1.0 : 0.0});
+    }
+    for (const auto& polygon : polygons) {
+        EXPECT_EQ(triangulate(polygon).size(), count - 2);
+    }
+}
+
+TEST(ObjImport, KeepsNamesPolygonsAndDoublePrecision) {
+    const StudyFolder folder;
+    const auto file = folder.write("a.obj", "# map coordinates\r\n"
+                                            "mtllib ../../etc/passwd\r\n"
+                                            "o house\r\ng roof top\r\nusemtl red tiles\r\n"
+                                            "v 5000000.001 6000000.002 0.003\r\n"
+                                            "v 5000001 6000000 0 1 0 0\r\n"
+                                            "v 5000001 6000001 \\\r\n 0\r\nv 5e6 6000001 0\r\n"
+                                            "vn 0 0 1\r\nf 1//1 2//1 3//1 4//1\r\n"
+                                            "usemtl blue\r\nf -4/1 -2/2 -1/3");
+    const Mesh mesh = importMesh(file, {});
+    ASSERT_EQ(mesh.faces.size(), 2U);
+    EXPECT_EQ(mesh.vertices[0].x, 5000000.001);
+    EXPECT_EQ(mesh.vertices[0].y, 6000000.002);
+    EXPECT_THAT(mesh.cornersOf(mesh.faces[0]), ElementsAre(0, 1, 2, 3));
+    EXPECT_THAT(mesh.cornersOf(mesh.faces[1]), ElementsAre(0, 2, 3));
+    EXPECT_THAT(mesh.names, ElementsAre("house", "roof", "red tiles", "blue"));
+
+    const auto pick = [&](const char* name) {
+        return selectFaces(mesh, std::vector<std::string>{name}, "a.obj");
+    };
+    EXPECT_THAT(pick("house"), ElementsAre(0, 1));
+    EXPECT_THAT(pick("blue"), ElementsAre(1));
+    EXPECT_THAT(pick("red tiles, blue"), ElementsAre(0, 1));
+    EXPECT_THAT(selectFaces(mesh, {}, "a.obj"), ElementsAre(0, 1));
+    for (const auto& [name, message] :
+         {std::pair{"tower", "'tower'; choose from 'house', 'roof', 'red tiles'"},
+          {"roof,bleu", "'bleu'; did you mean 'blue'?"},
+          {"Hose", "did you mean 'house'?"},
+          {"red", "did you mean 'red tiles'?"}}) {
+        EXPECT_THAT(messageOf([&, n = name] { pick(n); }), HasSubstr(message));
+    }
+}
+
+TEST(MeshImport, NamesFilePlaceAndMendOfABadModel) {
+    struct Case {
+        std::string name, content, message;
+    };
+    const StudyFolder folder;
+    std::filesystem::create_directory(folder.path() / "folder.obj");
+    const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
+    for (const Case& c : std::vector<Case>{
+             {"nan.obj", "v 0 0 0\nv nan 0 0\n", "nan.obj:2: 'nan' is not a coordinate"},
+             {"inf.obj", "v 0 0 1e999\n", "inf.obj:1: '1e999' is not a coordinate"},
+             {"short.obj", "\nv 0 0\n", "short.obj:2: the vertex has less than three"},
+             {"index.obj", triangle + "f 1 2 4\n", "index.obj:4: the face names"},
+             {"index0.obj", triangle + "f 0 0 0\n", "index0.obj:4: the face names vertex 0"},
+             {"back.obj", triangle + "f -2 -3 -4\n", "back.obj:4: the face names vertex -4"},
+             {"two.obj", triangle + "f 1 2\n", "two.obj:4: the face has less than three"},
+             {"points.obj", triangle + "l 1 2\n", "points.obj: the model has no faces"},
+             {"far.obj", "v 1e13 0 0\n" + triangle + "f 1 2 3\n", "far.obj: vertex 1"},
+             {"wide.obj", "\xFF\xFEv", "wide.obj: the text is UTF-16"},
+             {"empty.stl", "", "empty.stl: cannot be read as a model"},
+             {"model.xyz", "what", "model.xyz: cannot be read as a model"},
+             {"nan.ply",
+              "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+              "property float z\nelement face 1\nproperty list uchar int vertex_indices\n"
+              "end_header\nnan 0 0\n1 0 0\n0 1 0\n3 0 1 2\n",
+              "nan.ply: vertex 1 is at (nan"}}) {
+        const auto file = folder.write(c.name, c.content);
+        EXPECT_THAT(messageOf([&] { importMesh(file, {}); }),
+                    testing::AllOf(HasSubstr(c.message), HasSubstr("; ")));
+    }
+    for (const char* name : {"none.obj", "folder.obj"}) {
+        EXPECT_THROW(importMesh(folder.path() / name, {}), DataError);
+    }
+}
+
+/// One triangle in the file's xy plane, under a node that moves by (10, 20, 30) and scales by 2;
+/// the buffer holds (0 0 0) (1 0 0) (0 1 0) and the indices 0 1 2.
+std::string gltfTriangle(const std::string& bufferUri) {
+    return R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[
+{"name":"moved","translation":[10,20,30],"scale":[2,2,2],"children":[1]},{"name":"leaf","mesh":0}],
+"meshes":[{"name":"part","primitives":[{"attributes":{"POSITION":0},"indices":1,"material":0}]}],
+"materials":[{"name":"paint"}],
+"accessors":[{"bufferView":0,"componentType":5126,"count":3,"type":"VEC3","min":[0,0,0],"max":[1,1,0]},
+{"bufferView":1,"componentType":5123,"count":3,"type":"SCALAR"}],
+"bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":36},{"buffer":0,"byteOffset":36,"byteLength":6}],
+"buffers":[{"byteLength":42,"uri":")" +
+           bufferUri + "\"}]}";
+}
+
+TEST(MeshImport, AppliesNodesUnitsAndUpAxis) {
+    const StudyFolder folder;
+    const std::string uri = "data:application/octet-stream;base64,"
+                            "AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAAAAABAAIA";
+    const auto file = folder.write("a.gltf", gltfTriangle(uri));
+    /// The second corner, (12, 20, 30) in the file.
+    const auto expectCorner = [](const Mesh& mesh, double x, double y, double z) {
+        const Vector3 p = mesh.vertices[mesh.cornersOf(mesh.faces.at(0))[1]];
+        EXPECT_NEAR(length(p - Vector3{x, y, z}), 0.0, 1e-9) << p.x << ' ' << p.y << ' ' << p.z;
+    };
+    const Mesh turned = importMesh(file, {});
+    expectCorner(turned, 12.0, -30.0, 20.0);
+    EXPECT_THAT(turned.names, testing::IsSupersetOf({"leaf", "part", "paint"}));
+    expectCorner(importMesh(file, {.unit = LengthUnit::foot, .up = UpAxis::z}), 12 * 0.3048,
+                 20 * 0.3048, 30 * 0.3048);
+
+    // The same through a file beside it, and one outside its folder that must not be opened.
+    const std::string bytes("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x80\x3f\0\0\0\0\0\0\0\0\0\0\0\0"
+                            "\0\0\x80\x3f\0\0\0\0\0\0\x01\0\x02\0",
+                            42);
+    std::filesystem::create_directory(folder.path() / "in");
+    folder.write("in/b.bin", bytes);
+    folder.write("out.bin", bytes);
+    expectCorner(importMesh(folder.write("in/b.gltf", gltfTriangle("b.bin")), {}), 12.0, -30.0,
+                 20.0);
+    EXPECT_THROW(importMesh(folder.write("in/c.gltf", gltfTriangle("../out.bin")), {}), DataError);
+}
+
+} // namespace
+} // namespace insolate::study

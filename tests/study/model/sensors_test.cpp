@@ -1,0 +1,168 @@
+#include "study/model/sensor_csv.h"
+#include "study/model/sensor_grid.h"
+#include "study/support/errors.h"
+#include "tests/study/support/study_fixture.h"
+
+#include <gmock/gmock.h>
+
+#include <numeric>
+#include <random>
+
+namespace insolate::study {
+namespace {
+
+using test::StudyFolder;
+using testing::HasSubstr;
+
+Mesh meshOf(const std::vector<std::vector<Vector3>>& polygons) {
+    Mesh mesh;
+    for (const auto& polygon : polygons) {
+        mesh.faces.push_back({.firstCorner = static_cast<std::uint32_t>(mesh.corners.size()),
+                              .cornerCount = static_cast<std::uint32_t>(polygon.size())});
+        for (const Vector3& p : polygon) {
+            mesh.corners.push_back(static_cast<std::uint32_t>(mesh.vertices.size()));
+            mesh.vertices.push_back(p);
+        }
+    }
+    return mesh;
+}
+
+SensorGrid cutAll(const Mesh& mesh, const SensorGridOptions& options) {
+    return cutIntoSensors(mesh, selectFaces(mesh, {}, "test"), options);
+}
+
+std::span<const Vector3> cell(const SensorField& field, std::size_t i) {
+    return {field.corners.data() + field.cellStart[i], field.cellStart[i + 1] - field.cellStart[i]};
+}
+
+TEST(SensorGrid, CutsARectangleIntoEqualRectangles) {
+    const Mesh mesh = meshOf({{{0, 0, 1}, {10, 0, 1}, {10, 3, 1}, {0, 3, 1}}});
+    const SensorField field = cutAll(mesh, {.spacing = 2.0, .offset = 0.1}).field;
+    ASSERT_EQ(field.size(), 10U); // 5 columns of 2 m, 2 rows of 1.5 m
+    EXPECT_EQ(field.cellStart.back(), 40U);
+    EXPECT_NEAR(length(field.positions[0] - Vector3{1.0, 0.75, 1.1}), 0.0, 1e-12);
+    EXPECT_NEAR(field.normals[9].z, 1.0, 1e-12);
+    // An edge of exactly the spacing is one cell, wherever the model stands.
+    const double x = 5e6;
+    const double y = 4e6;
+    const Mesh far = meshOf({{{x, y, 1}, {x + 0.3, y, 1}, {x + 0.3, y + 0.1, 1}, {x, y + 0.1, 1}}});
+    EXPECT_EQ(cutAll(far, {.spacing = 0.1}).field.size(), 3U);
+}
+
+TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
+    std::mt19937 random(20260101);
+    std::uniform_real_distribution<double> place(-20.0, 20.0);
+    const SensorGridOptions options{.spacing = 1.5, .offset = 0.05};
+    for (int round = 0; round < 50; ++round) {
+        std::vector<Vector3> polygon(3);
+        for (Vector3& p : polygon) {
+            p = {place(random), place(random), place(random)};
+        }
+        const double whole = length(areaVector(polygon));
+        const Vector3 normal = areaVector(polygon) * (1.0 / whole);
+        const auto smallestSine = [](std::span<const Vector3> t) {
+            double least = 1.0;
+            for (std::size_t i = 0; i < 3; ++i) {
+                const Vector3 a = t[(i + 1) % 3] - t[i];
+                const Vector3 b = t[(i + 2) % 3] - t[i];
+                least = std::min(least, length(cross(a, b)) / (length(a) * length(b)));
+            }
+            return least;
+        };
+        const double narrowest = smallestSine(polygon);
+        const Mesh mesh = meshOf({polygon});
+        const SensorGrid grid = cutAll(mesh, options);
+        double covered = 0.0;
+        for (std::size_t i = 0; i < grid.field.size(); ++i) {
+            const auto corners = cell(grid.field, i);
+            const double area = length(areaVector(corners));
+            covered += area;
+            EXPECT_LE(area * 0.5, 1.5 * 1.5 * 1.00001);
+            if (corners.size() == 3) {
+                EXPECT_GE(smallestSine(corners), 0.49 * narrowest);
+            }
+            const Vector3 centre = std::accumulate(corners.begin(), corners.end(), Vector3()) *
+                                   (1.0 / static_cast<double>(corners.size()));
+            EXPECT_NEAR(length(grid.field.positions[i] - (centre + normal * 0.05)), 0.0, 1e-9);
+        }
+        EXPECT_NEAR(covered / whole, 1.0, 1e-9);
+        const double estimate = estimatedSensorCount(mesh, selectFaces(mesh, {}, "test"), options);
+        EXPECT_NEAR(std::log2(estimate / static_cast<double>(grid.field.size())), 0.0, 1.2);
+    }
+}
+
+TEST(SensorGrid, LeavesOutFacesWithoutAreaAndTreatsWarpedQuadsAsTriangles) {
+    const Mesh mesh = meshOf({{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}},
+                              {{3, 3, 3}, {3, 3, 3}, {3, 3, 3}, {3, 3, 3}},
+                              {{0, 0, 0}, {1, 0, 0}, {1, 1, 1}, {0, 1, 0}}});
+    const SensorGrid grid = cutAll(mesh, {.spacing = 5.0});
+    EXPECT_EQ(grid.emptyFaces, 2U);
+    EXPECT_EQ(grid.field.size(), 2U);
+    EXPECT_EQ(cell(grid.field, 1).size(), 3U);
+}
+
+TEST(SensorGrid, NeedlesAndEndlessCoordinatesGiveFewCells) {
+    // A kite whose long edges meet: rows and columns would be 8,000 times 8,000. A flat triangle:
+    // halving would cover its length thirty times.
+    const SensorGridOptions options{.spacing = 5.0};
+    for (const Mesh& mesh : {meshOf({{{0, 0, 0}, {40000, 3, 0}, {1, 3, 0}, {1, 2, 0}}}),
+                             meshOf({{{0, 0, 0}, {860, 1e-3, 0}, {86000, 0, 0}}})}) {
+        const std::size_t cells = cutAll(mesh, options).field.size();
+        EXPECT_LT(cells, 50'000U);
+        const double estimate = estimatedSensorCount(mesh, selectFaces(mesh, {}, "test"), options);
+        EXPECT_NEAR(std::log2(estimate / static_cast<double>(cells)), 0.0, 1.2);
+    }
+    // Neighbouring numbers at 1e12 are 1e-4 apart: halving ends there.
+    const double step = 0x1p-13;
+    const Mesh far =
+        meshOf({{{9e11, 9e11, 0}, {9e11 + 4 * step, 9e11, 0}, {9e11, 9e11 + 4 * step, 0}}});
+    EXPECT_LT(cutAll(far, {.spacing = 1e-6}).field.size(), 100U);
+}
+
+TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
+    const StudyFolder folder;
+    const auto full = folder.write("a.csv", "\xEF\xBB\xBFx,y,z,nx,ny,nz\r\n# roof\r\n\r\n"
+                                            "1000, 2000 ,3000,0,0,-2\r\n+1e3;2;3;1;0;0\r\n"
+                                            "\t1 2\t 3  0\t0 1 \r\n");
+    const SensorField field = readSensorCsv(full, LengthUnit::millimetre, UpAxis::y);
+    ASSERT_EQ(field.size(), 3U);
+    EXPECT_FALSE(field.hasCells());
+    EXPECT_NEAR(field.positions[0].y, -3.0, 1e-12); // the file's -Z is the plan's +Y
+    EXPECT_NEAR(field.positions[0].z, 2.0, 1e-12);
+    EXPECT_NEAR(field.normals[0].y, 1.0, 1e-12);
+    EXPECT_NEAR(field.positions[2].z, 0.002, 1e-12);
+    EXPECT_NEAR(field.normals[2].y, -1.0, 1e-12);
+    const SensorField bare =
+        readSensorCsv(folder.write("b.csv", "1,2,3\n"), LengthUnit::metre, UpAxis::z);
+    EXPECT_EQ(bare.normals[0].x, 0.0);
+    EXPECT_EQ(bare.positions[0].z, 3.0);
+}
+
+TEST(SensorCsv, NamesTheLineOfAFault) {
+    const StudyFolder folder;
+    for (const auto& [content, message] :
+         {std::pair{"x,y,z\n1,2\n", "a.csv:2: 2 fields"},
+          {"1,2,3\n1,2,3,0,0,1\n", "a.csv:2: 6 fields where the lines above"},
+          {"1.o,2,3\n4,5,6\n", "a.csv:1: field 1: '1.o'"},
+          {"1,2,nan\n", "a.csv:1: field 3: 'nan'"},
+          {"1,2,1e15\n", "field 3: '1e15'"},
+          {"1,2,3,0,0,0\n", "a.csv:1: the normal is zero"},
+          {"x,y,z\n", "a.csv: the table has no sensors"},
+          {"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"},
+          {"1\n", "a.csv:1: 1 field where"},
+          {"1,5\t2,5\t3,5\n", "write decimals with a point"},
+          {"Sensors of level 2\n1,2,3 0,0,1\n",
+           "a.csv:2: 5 fields where x,y,z or x,y,z,nx,ny,nz is "
+           "expected; separate all fields alike"},
+          {"\xFF\xFEx", "a.csv: the text is UTF-16; save the sensor table as UTF-8"},
+          {"", "a.csv: the table has no sensors"}}) {
+        const auto file = folder.write("a.csv", content);
+        EXPECT_THAT(test::messageOf([&] { readSensorCsv(file, LengthUnit::metre, UpAxis::z); }),
+                    HasSubstr(message));
+    }
+    EXPECT_THROW(readSensorCsv(folder.path() / "none.csv", LengthUnit::metre, UpAxis::z),
+                 DataError);
+}
+
+} // namespace
+} // namespace insolate::study

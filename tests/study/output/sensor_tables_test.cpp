@@ -1,0 +1,157 @@
+#include "tests/study/output/output_support.h"
+
+#include "study/output/sensor_tables.h"
+#include "study/output/sky_output.h"
+#include "study/output/text.h"
+#include "study/support/numbers.h"
+
+#include <cstring>
+#include <limits>
+#include <numbers>
+#include <random>
+
+#include <insolate/geometry/sky_grid.h>
+#include <pugixml.hpp>
+
+namespace insolate::study {
+namespace {
+
+using test::readFile;
+using test::rowsOf;
+using SensorTablesTest = OutputTest;
+
+/// A triangle, a quadrilateral and a pentagon, far from the origin.
+SensorField mixedField() {
+    SensorField field;
+    field.cellStart = {0, 3, 7, 12};
+    std::mt19937 random(7); // the seed decides all numbers below
+    std::uniform_real_distribution<double> map(5.0e6, 5.1e6);
+    for (int i = 0; i < 12; ++i) {
+        field.corners.push_back({map(random), map(random), map(random)});
+    }
+    for (int i = 0; i < 3; ++i) {
+        field.positions.push_back({map(random), 0.1 + i, 1.0 / 3.0});
+        field.normals.push_back({0.0, 0.6, i == 1 ? -0.8 : 0.8});
+    }
+    return field;
+}
+
+TEST_F(SensorTablesTest, csvReadsBackAsTheSameNumbers) {
+    const SensorField field = mixedField();
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::vector<ResultColumn> columns = {
+        {"total", "Wh/m2", "Total", {1.1647e6F, 0.1F, 1.0e-30F}},
+        {"sky \"seen\"", "%", "Sky", {-0.0F, inf, 100.0F / 3.0F}}};
+    const auto rows = rowsOf(
+        written("sensors.csv", [&](OutputFile& file) { writeSensorsCsv(file, field, columns); }));
+    ASSERT_EQ(rows.size(), 4U);
+    EXPECT_THAT(rows[0], testing::ElementsAre("x [m]", "y [m]", "z [m]", "nx", "ny", "nz",
+                                              "total [Wh/m2]", "\"sky \"\"seen\"\" [%]\""));
+    for (std::size_t i = 0; i < 3; ++i) {
+        const auto& row = rows[i + 1];
+        ASSERT_EQ(row.size(), 8U);
+        for (std::size_t k = 0; k < 3; ++k) {
+            const double Vector3::*axis = std::array{&Vector3::x, &Vector3::y, &Vector3::z}[k];
+            EXPECT_EQ(parseNumber<double>(row[k]), field.positions[i].*axis);
+            EXPECT_EQ(parseNumber<double>(row[3 + k]), field.normals[i].*axis);
+        }
+        EXPECT_EQ(parseNumber<float>(row[6]), columns[0].values[i]);
+        EXPECT_EQ(parseNumber<float>(row[7]), columns[1].values[i]);
+    }
+    EXPECT_EQ(rows[2][6], "0.1") << "floats are written as floats, not as the doubles near them";
+}
+
+TEST(TextTest, namesFromModelsCannotBreakOutOfTheirField) {
+    const struct {
+        std::string_view raw, csv, xml;
+    } cases[] = {
+        {"a,b", "\"a,b\"", "a,b"},
+        {"say \"hi\"", "\"say \"\"hi\"\"\"", "say &quot;hi&quot;"},
+        {"two\nlines", "\"two\nlines\"", "two&#10;lines"},
+        {"=cmd|'/c calc'!A0", "'=cmd|'/c calc'!A0", "=cmd|'/c calc'!A0"},
+        {"-1+2,@x", "\"'-1+2,@x\"", "-1+2,@x"},
+        {"</DataArray>&", "</DataArray>&", "&lt;/DataArray&gt;&amp;"},
+        {"\x01\xFF\xC0\xAF", "\x01\xFF\xC0\xAF", "\uFFFD\uFFFD\uFFFD\uFFFD"},
+        {"\xED\xA0\x80", "\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"}, // a surrogate
+        {"cut \xE2\x82", "cut \xE2\x82", "cut \uFFFD\uFFFD"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(csvField(c.raw), c.csv);
+        EXPECT_EQ(xmlText(c.raw), c.xml);
+    }
+}
+
+/// The XML of a file written by us and, by offset, the appended bytes behind it.
+struct VtpFile {
+    explicit VtpFile(const std::string& content) {
+        const std::size_t mark = content.find("<AppendedData encoding=\"raw\">\n   _");
+        data = content.substr(content.find('_', mark) + 1);
+        EXPECT_TRUE(data.ends_with("\n  </AppendedData>\n</VTKFile>\n"));
+        EXPECT_TRUE(xml.load_string((content.substr(0, mark) + "</VTKFile>").c_str()));
+        piece = xml.select_node("/VTKFile/PolyData/Piece").node();
+    }
+    template <typename Number>
+    [[nodiscard]] std::vector<Number> array(const char* section, const char* name) const {
+        const auto node = piece.child(section).find_child_by_attribute("DataArray", "Name", name);
+        const std::size_t offset = node.attribute("offset").as_ullong(data.size());
+        EXPECT_LT(offset, data.size()) << section << " has no " << name;
+        std::uint64_t bytes = 0;
+        std::memcpy(&bytes, data.data() + offset, sizeof bytes);
+        std::vector<Number> values(bytes / sizeof(Number));
+        std::memcpy(values.data(), data.data() + offset + sizeof bytes, bytes);
+        return values;
+    }
+
+    pugi::xml_document xml;
+    pugi::xml_node piece;
+    std::string data;
+};
+
+TEST_F(SensorTablesTest, vtpHoldsCellsAndValuesAtTheAnnouncedOffsets) {
+    SensorField field = mixedField();
+    const std::vector<ResultColumn> columns = {{"total", "Wh/m2", "Total", {1.0F, 2.5F, -3.0F}},
+                                               {"a<b>&\"", "h", "Odd", {7.0F, 8.0F, 9.0F}}};
+    const auto write = [&] {
+        return VtpFile(readFile(written("sensors.vtp", [&](OutputFile& file) {
+            writeSensorsVtp(file, field, columns, "ü<");
+        })));
+    };
+    const VtpFile cells = write();
+    EXPECT_EQ(cells.piece.attribute("NumberOfPoints").as_int(), 12);
+    EXPECT_EQ(cells.piece.attribute("NumberOfPolys").as_int(), 3);
+    EXPECT_STREQ(cells.piece.child("CellData").attribute("Scalars").value(), "total");
+    EXPECT_EQ(cells.array<float>("CellData", "total"), columns[0].values);
+    EXPECT_EQ(cells.array<float>("CellData", "a<b>&\""), columns[1].values);
+    EXPECT_EQ(cells.array<float>("CellData", "normal")[5], -0.8F);
+    const auto points = cells.array<double>("Points", "Points");
+    ASSERT_EQ(points.size(), 36U);
+    EXPECT_EQ(points[35], field.corners[11].z);
+    EXPECT_EQ(cells.array<std::int64_t>("Polys", "offsets"), (std::vector<std::int64_t>{3, 7, 12}));
+    EXPECT_EQ(cells.array<std::int64_t>("Polys", "connectivity")[11], 11);
+    EXPECT_THAT(cells.xml.select_node("//FieldData/DataArray").node().text().as_string(),
+                testing::HasSubstr("195 188 60 0")); // the bytes of the text
+
+    field.corners.clear();
+    field.cellStart.clear();
+    const VtpFile bare = write();
+    EXPECT_EQ(bare.piece.attribute("NumberOfVerts").as_int(), 3);
+    EXPECT_EQ(bare.array<double>("Points", "Points")[1], field.positions[0].y);
+    EXPECT_EQ(bare.array<std::int64_t>("Verts", "offsets"), (std::vector<std::int64_t>{1, 2, 3}));
+}
+
+TEST_F(SensorTablesTest, skyCsvNamesEachCellAndItsSolidAngle) {
+    ResultColumn direct{"direct", "Wh/m2", "Direct", std::vector<float>(skyGrid::cellCount)};
+    direct.values[static_cast<std::size_t>(skyGrid::cellIndex(36, 12))] = 42.0F;
+    const auto rows = rowsOf(
+        written("sky.csv", [&](OutputFile& file) { writeSkyCsv(file, std::span(&direct, 1)); }));
+    ASSERT_EQ(rows.size(), 1297U);
+    double solidAngle = 0.0;
+    for (std::size_t i = 1; i < rows.size(); ++i) {
+        solidAngle += parseNumber<double>(rows[i][2]).value();
+        EXPECT_EQ(rows[i][3] == "42", rows[i][0] == "180" && rows[i][1] == "60");
+    }
+    EXPECT_NEAR(solidAngle, 2.0 * std::numbers::pi, 1.0e-5); // a half sphere, from single precision
+}
+
+} // namespace
+} // namespace insolate::study
