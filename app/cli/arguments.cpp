@@ -14,27 +14,13 @@ namespace insolate::app {
 
 using namespace study;
 
-namespace {
-
-template <typename Number>
-CLI::Validator numbersOnly(const char* kind, const std::string& wanted) {
-    return CLI::Validator(
-        [kind, wanted](std::string& text) {
-            if (!parseNumber<Number>(text)) {
-                return fmt::format("{} is no {}; give {}", quoteText(text), kind, wanted);
-            }
-            text = trimmed(text);
-            return std::string();
-        },
-        std::string());
-}
-
-/// The command as it is called: "insolate weather info".
 std::string callOf(const CLI::App& command) {
     return command.get_parent() == nullptr
                ? command.get_name()
                : callOf(*command.get_parent()) + " " + command.get_name();
 }
+
+namespace {
 
 std::vector<std::string> commandNames(const CLI::App& command) {
     std::vector<std::string> names;
@@ -66,29 +52,15 @@ std::string unexpected(const CLI::App& command, const std::string& argument) {
 } // namespace
 
 CLI::Validator numberCheck(const std::string& wanted) {
-    return numbersOnly<double>("number", wanted);
-}
-
-CLI::Validator wholeNumberCheck(const std::string& wanted) {
-    return numbersOnly<int>("whole number", wanted);
-}
-
-CLI::Validator countCheck(const std::string& wanted) {
-    return numbersOnly<std::size_t>("number from 0", wanted);
-}
-
-CLI::Validator wordCheck(const std::vector<std::string>& words) {
     return CLI::Validator(
-        [words](std::string& text) {
-            if (std::find(words.begin(), words.end(), text) != words.end()) {
-                return std::string();
+        [wanted](std::string& text) {
+            if (!parseNumber<double>(text)) {
+                return fmt::format("{} is no number; give {}", quoteText(text), wanted);
             }
-            return text.starts_with('-')
-                       ? fmt::format("the value is missing; choose from {}", fmt::join(words, ", "))
-                       : fmt::format("there is no {}; choose from {}", quoteText(text),
-                                     fmt::join(words, ", "));
+            text = trimmed(text);
+            return std::string();
         },
-        fmt::format("{{{}}}", fmt::join(words, ",")));
+        std::string());
 }
 
 std::vector<std::string> optionNames(const CLI::App& command) {

@@ -11,18 +11,14 @@ namespace insolate::app {
 /// Takes decimal numbers, "nan" and "inf" among them: their range is for the options to check.
 /// @param wanted what to give instead of something else, "degrees"
 CLI::Validator numberCheck(const std::string& wanted);
-/// Takes whole numbers.
-CLI::Validator wholeNumberCheck(const std::string& wanted);
-/// Takes numbers from 0.
-CLI::Validator countCheck(const std::string& wanted);
-/// Takes one of the words, which the help lists.
-CLI::Validator wordCheck(const std::vector<std::string>& words);
-
 /// What is wrong with the arguments, and the mend.
 /// @param command the one that was being parsed, or that the arguments are for
 std::string parseFailure(const CLI::App& command, const CLI::ParseError& error);
 
 /// The long names of the command's options, without dashes.
 std::vector<std::string> optionNames(const CLI::App& command);
+
+/// The command as it is called: "insolate weather info".
+std::string callOf(const CLI::App& command);
 
 } // namespace insolate::app

@@ -3,6 +3,7 @@
 
 #include "study/files/output_folder.h"
 #include "study/results/result_column.h"
+#include "study/results/sky_pages.h"
 
 #include <span>
 #include <string>
@@ -13,16 +14,6 @@ namespace insolate::study {
 /// One line per sky cell: azimuth and altitude of its lower edges [degrees, 5 wide], its solid
 /// angle [sr], then the columns. Each column has 1,296 values in the order of skyGrid::cellIndex.
 void writeSkyCsv(OutputFile& out, std::span<const ResultColumn> columns);
-
-/// A line over the dome, e.g. the sun's way on one day.
-struct SkyPath {
-    struct Point {
-        double azimuth = 0.0;  ///< degrees clockwise from true north
-        double altitude = 0.0; ///< degrees; points below the horizon end the line
-    };
-    std::string label; ///< written at its highest point; may be empty
-    std::vector<Point> points;
-};
 
 struct SkyDomeOptions {
     std::string title;

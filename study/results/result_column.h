@@ -14,4 +14,13 @@ struct ResultColumn {
     std::vector<float> values;
 };
 
+/// A column in Wh/m2, in the unit that people read.
+inline ResultColumn inKilowattHours(ResultColumn column) {
+    for (float& value : column.values) {
+        value /= 1000.0f;
+    }
+    column.unit = "kWh/m2";
+    return column;
+}
+
 } // namespace insolate::study

@@ -1,5 +1,7 @@
 #include "study/run/hourly_study.h"
 
+#include "study/run/sun_paths.h"
+
 #include "study/support/errors.h"
 #include "study/support/readable.h"
 
@@ -43,7 +45,7 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, double 
     HourlySkyOptions sky;
     sky.stepsPerHour = stepsOfHour(period.step);
     sky.northOffset = north * std::numbers::pi / 180.0;
-    sky.albedo = options.hourly.albedo;
+    sky.albedo = options.hourly.albedo.value_or(HourlyOptions::usualAlbedo);
     sky.monthlyAlbedo = options.hourly.monthlyAlbedo;
     return buildHourlySky(weather,
                           {period.startDay, period.endDay, period.startHour, period.endHour}, sky);
@@ -70,11 +72,11 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
         if (missing > 0) {
             m_weather.notes.push_back(
                 fmt::format("{}: {} {} no albedo; {} holds for {}", place(options.weather), missing,
-                            counted(missing, "month has", "months have"), m_options.albedo,
-                            counted(missing, "it", "them")));
+                            counted(missing, "month has", "months have"),
+                            HourlyOptions::usualAlbedo, counted(missing, "it", "them")));
         }
     }
-    noteLastDay(m_weather, options);
+    noteLastDay(m_weather, options.weather, options.method, touchesLastDays(options.period));
     if (std::string odd = sunDownText(options.weather, sky, m_weather.strayDirect); !odd.empty()) {
         m_weather.notes.push_back(std::move(odd));
     }
@@ -125,42 +127,97 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
     }
 }
 
-void HourlyStudy::describe(nlohmann::ordered_json& record,
-                           std::span<const ResultColumn> columns) const {
+bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const SensorField&,
+                             std::size_t sensor) const {
+    // Sums of views that were taken out again are not quite 0, and a nearly level roof's part of
+    // the ground is not looked for.
+    constexpr float leastSky = 0.001f;
+    constexpr float leastGround = 0.5f;
+    return columns[skyView].values[sensor] < leastSky &&
+           !(columns[groundView].values[sensor] >= leastGround);
+}
+
+SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) const {
+    SensorHours hours;
+    m_analysis->evaluate(*work.masks.rays(), sensorAt(work, sensor), &hours);
+    return hours;
+}
+
+SkyPages HourlyStudy::skyPages() const {
+    const HourlySky& sky = m_analysis->sky();
+    SkyPages pages;
+    const std::vector<float> empty(static_cast<std::size_t>(skyGrid::cellCount), 0.0f);
+    pages.parts = {{"direct", "Wh/m2", "Direct radiation", empty},
+                   {"diffuse", "Wh/m2", "Diffuse radiation", sky.diffuse},
+                   {"sun_hours", "h", "Hours of sun", empty}};
+    pages.whole = {"radiation", "Wh/m2", "Radiation by sky cell", empty};
+    for (const SunCell& sun : sky.sunCells) {
+        pages.parts[0].values[static_cast<std::size_t>(sun.cell)] = sun.directNormal;
+        pages.parts[2].values[static_cast<std::size_t>(sun.cell)] = sun.sunHours;
+    }
+    const SkyCells cells(sky.options.northOffset);
+    for (std::size_t cell = 0; cell < empty.size(); ++cell) {
+        pages.parts[1].values[cell] *= cells.solidAngle[cell];
+        pages.whole.values[cell] = pages.parts[0].values[cell] + pages.parts[1].values[cell];
+    }
+    pages.paths = sunPaths([&](int day, double hour) {
+        const MonthAndDay date = monthAndDay(day - 1);
+        const SunPosition sun =
+            sunPosition(julianDay(2001, date.month, date.day, hour - sky.site.timeZone), sky.site);
+        constexpr double degrees = 180.0 / std::numbers::pi;
+        return SkyPath::Point{sun.azimuth * degrees, sun.altitude * degrees};
+    });
+    return pages;
+}
+
+std::string HourlyStudy::advice() const {
+    constexpr int week = 7;
+    return m_period.dayCount() <= week && m_options.sunTolerance <= 0.0
+               ? "in a week or less the edges of shadows count more; --sun-tolerance 0.25 looks "
+                 "closer at them"
+               : std::string();
+}
+
+void HourlyStudy::describeSky(nlohmann::ordered_json& record) const {
     const HourlySky& sky = m_analysis->sky();
     const HourlySkyReport& report = sky.report;
-    nlohmann::ordered_json albedo = m_options.albedo;
+    const double usual = m_options.albedo.value_or(HourlyOptions::usualAlbedo);
+    nlohmann::ordered_json albedo = usual;
     if (m_options.monthlyAlbedo) {
         albedo = nlohmann::ordered_json::array();
         for (const float month : m_monthlyAlbedo) {
             // Six digits: what a float holds, not the double near it.
             albedo.push_back(month > 0.0f ? std::round(static_cast<double>(month) * 1.0e6) / 1.0e6
-                                          : m_options.albedo);
+                                          : usual);
         }
     }
-    record["hourly"] = {
-        {"steps_per_hour", sky.options.stepsPerHour},
-        {"albedo", albedo},
-        {"albedo_of_weather_file", m_options.monthlyAlbedo},
-        {"ground", m_options.openGround ? "open" : "open where the scene does not hide it"},
-        {"sky_tolerance_percent", m_options.skyTolerance},
-        {"sun_tolerance_percent", m_options.sunTolerance},
-        {"hours", sky.hours},
-        {"daylight_hours", sky.daylightHours},
-        {"placed",
-         {{"unit", "Wh/m2"},
-          {"direct_normal", report.directNormal},
-          {"direct_horizontal", report.directHorizontal},
-          {"diffuse_horizontal", report.diffuseHorizontal},
-          {"open_horizontal", report.directHorizontal + report.diffuseHorizontal},
-          {"global_horizontal_of_the_weather", report.globalHorizontal},
-          {"reflected_by_open_ground", sky.groundReflected}}},
-        {"while_the_sun_is_down",
-         {{"hours", report.hoursWithoutSun},
-          {"direct_normal_Wh_m2", report.directWithoutSun},
-          {"placed_on_the_whole_sky_Wh_m2", report.diffuseWithoutSun}}},
-        {"hours_missing", report.hoursMissing},
-        {"hours_with_sky_model_held_to_its_range", report.skiesLimited}};
+    record["hourly"] = {{"steps_per_hour", sky.options.stepsPerHour},
+                        {"albedo", albedo},
+                        {"albedo_of_weather_file", m_options.monthlyAlbedo},
+                        {"hours", sky.hours},
+                        {"daylight_hours", sky.daylightHours},
+                        {"placed",
+                         {{"unit", "Wh/m2"},
+                          {"direct_normal", report.directNormal},
+                          {"direct_horizontal", report.directHorizontal},
+                          {"diffuse_horizontal", report.diffuseHorizontal},
+                          {"open_horizontal", report.directHorizontal + report.diffuseHorizontal},
+                          {"global_horizontal_of_the_weather", report.globalHorizontal},
+                          {"reflected_by_open_ground", sky.groundReflected}}},
+                        {"while_the_sun_is_down",
+                         {{"hours", report.hoursWithoutSun},
+                          {"direct_normal_Wh_m2", report.directWithoutSun},
+                          {"placed_on_the_whole_sky_Wh_m2", report.diffuseWithoutSun}}},
+                        {"hours_missing", report.hoursMissing},
+                        {"hours_with_sky_model_held_to_its_range", report.skiesLimited}};
+}
+
+void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
+                                  std::span<const ResultColumn> columns) const {
+    nlohmann::ordered_json& hourly = record["hourly"];
+    hourly["ground"] = m_options.openGround ? "open" : "open where the scene does not hide it";
+    hourly["sky_tolerance_percent"] = m_options.skyTolerance;
+    hourly["sun_tolerance_percent"] = m_options.sunTolerance;
     if (columns.empty()) {
         return;
     }
@@ -175,31 +232,8 @@ void HourlyStudy::describe(nlohmann::ordered_json& record,
     }
 }
 
-void HourlyStudy::writeSeries(OutputFile& out, const SensorWork& work) const {
-    std::vector<SensorHours> series;
-    out.write(seriesHeader);
-    for (const std::size_t sensor : m_options.series) {
-        m_analysis->evaluate(*work.masks.rays(), sensorAt(work, sensor), &series.emplace_back());
-        out.write(fmt::format(",beam_{0} [Wh/m2],sky_{0} [Wh/m2],ground_{0} [Wh/m2]", sensor));
-    }
-    out.write("\n");
-    const auto firstHour = static_cast<int>(std::floor(m_period.startHour));
-    const auto endHour = static_cast<int>(std::ceil(m_period.endHour));
-    for (int i = 0; i < m_period.dayCount(); ++i) {
-        const int day = (m_period.startDay - 1 + i) % 365;
-        const MonthAndDay date = monthAndDay(day);
-        for (int hour = firstHour; hour < endHour; ++hour) {
-            const auto index = static_cast<std::size_t>(24 * day + hour);
-            out.write(fmt::format("{},{},{},{}", index + 1, date.month, date.day, hour + 1));
-            for (const SensorHours& hours : series) {
-                for (const auto* part : {&hours.beam, &hours.sky, &hours.ground}) {
-                    out.write(",");
-                    out.writeNumber((*part)[index]);
-                }
-            }
-            out.write("\n");
-        }
-    }
+std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north) {
+    return std::make_unique<HourlyStudy>(options, north);
 }
 
 } // namespace insolate::study

@@ -8,12 +8,8 @@
 
 #include <array>
 #include <optional>
-#include <string_view>
 
 namespace insolate::study {
-
-/// How the table of hours begins.
-inline constexpr std::string_view seriesHeader = "hour_of_year,month,day,hour";
 
 class HourlyStudy final : public RadiationMethod {
 public:
@@ -22,16 +18,20 @@ public:
     HourlyStudy(const SkyOptions& options, double north);
 
     [[nodiscard]] const WeatherReport& weather() const override { return m_weather; }
-    [[nodiscard]] const HourlySky& sky() const { return m_analysis->sky(); }
     [[nodiscard]] std::vector<ResultColumn> columns() const override;
     /// Needs a source that casts rays.
     void calculate(const SensorWork& work, SensorRange range, int slot,
                    std::span<ResultColumn> columns) override;
-    void describe(nlohmann::ordered_json& record,
-                  std::span<const ResultColumn> columns) const override;
-
-    /// A line for each hour that touches the period, three columns for each chosen sensor.
-    void writeSeries(OutputFile& out, const SensorWork& work) const;
+    [[nodiscard]] bool isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
+                                  std::size_t sensor) const override;
+    [[nodiscard]] const char* enclosedText() const override { return "neither sky nor ground"; }
+    [[nodiscard]] SensorHours hoursOf(const SensorWork& work, std::size_t sensor) const override;
+    [[nodiscard]] SkyPages skyPages() const override;
+    void describeSky(nlohmann::ordered_json& record) const override;
+    void describeSensors(nlohmann::ordered_json& record,
+                         std::span<const ResultColumn> columns) const override;
+    [[nodiscard]] std::string advice() const override;
+    [[nodiscard]] bool reportsDarkness() const override { return true; }
 
 private:
     [[nodiscard]] Sensor sensorAt(const SensorWork& work, std::size_t index) const;
@@ -42,5 +42,7 @@ private:
     std::array<float, 12> m_monthlyAlbedo{};  ///< of the weather, NaN where it has none
     std::optional<HourlyAnalysis> m_analysis; ///< holds a value from construction on
 };
+
+std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north);
 
 } // namespace insolate::study

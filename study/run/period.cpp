@@ -47,6 +47,10 @@ double parseClock(std::string_view text, std::string_view whole) {
 
 } // namespace
 
+bool touchesLastDays(const StudyPeriod& period) {
+    return period.contains(364) || period.contains(365);
+}
+
 int parseDate(std::string_view text) {
     constexpr std::string_view mend =
         "write month/day such as 6/21, or a day of the year from 1 to 365";

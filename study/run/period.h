@@ -21,6 +21,9 @@ struct StudyPeriod {
     [[nodiscard]] std::string text() const;
 };
 
+/// Whether the period has 30 or 31 December, which older stores of weather mix up.
+bool touchesLastDays(const StudyPeriod& period);
+
 /// A date as month/day ("6/21") or day of the year ("172").
 /// @throws UsageError naming what is impossible about it and the mend.
 int parseDate(std::string_view text);

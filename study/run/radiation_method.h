@@ -1,33 +1,32 @@
-/// A way to calculate the radiation on sensors, and the walk over the sensors that all ways share.
+/// A way to calculate the radiation on sensors. A new way is one new file with a class like this
+/// and one line in the list of radiation_method.cpp.
 #pragma once
 
-#include "study/files/output_folder.h"
 #include "study/model/scene.h"
 #include "study/results/result_column.h"
+#include "study/results/sensor_series.h"
+#include "study/results/sky_pages.h"
 #include "study/run/mask_source.h"
-#include "study/run/partial_results.h"
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
-#include "study/support/progress.h"
 #include "study/weather/weather_check.h"
 
 #include <cstddef>
 #include <memory>
 #include <span>
-#include <stop_token>
+#include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 namespace insolate::study {
 
+/// What every sensor's calculation reads.
 struct SensorWork {
     const SensorField& field;
     const Recentring& recentring;
     MaskSource& masks;
-    int threads = 0;                     ///< 0: all processors
     SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
-    PartialResults* kept = nullptr;      ///< receives finished sensors, when given
 };
 
 /// Sensors first to end - 1.
@@ -50,24 +49,45 @@ public:
     virtual void calculate(const SensorWork& work, SensorRange range, int slot,
                            std::span<ResultColumn> columns) = 0;
 
-    /// Adds what was used and, from columns unless they are empty, what came out to the
-    /// summary.
-    virtual void describe(nlohmann::ordered_json& record,
-                          std::span<const ResultColumn> columns) const = 0;
+    /// Whether nothing is open before the sensor, whatever the period and its light: no sky and,
+    /// where the method looks for it, no ground. One that faces straight down sees no sky anyway.
+    [[nodiscard]] virtual bool isEnclosed(std::span<const ResultColumn> columns,
+                                          const SensorField& field, std::size_t sensor) const = 0;
+    /// What an enclosed sensor sees not, for the user: "no sky".
+    [[nodiscard]] virtual const char* enclosedText() const = 0;
+
+    /// The hours of a sensor. Only asked of methods that take --series.
+    [[nodiscard]] virtual SensorHours hoursOf(const SensorWork& /*work*/,
+                                              std::size_t /*sensor*/) const {
+        return {};
+    }
+
+    /// The sky of the period by cell. Only asked of methods that are listed as having one.
+    [[nodiscard]] virtual SkyPages skyPages() const { return {}; }
+
+    /// What the sky was made with, for a summary.
+    virtual void describeSky(nlohmann::ordered_json& record) const = 0;
+    /// What else the sensors were calculated with; and, from the columns unless they are empty,
+    /// what came out.
+    virtual void describeSensors(nlohmann::ordered_json& record,
+                                 std::span<const ResultColumn> columns) const = 0;
+
+    /// Advice that the chosen options call for; empty when there is none.
+    [[nodiscard]] virtual std::string advice() const { return {}; }
+    /// That a period has no light is said by skies that know; others have it seen in the results.
+    [[nodiscard]] virtual bool reportsDarkness() const { return false; }
 };
 
-/// Sensors before which nothing is open, whatever the period and its light: no sky and, where
-/// the method looks for it, no ground. Those that face straight down see no sky anyway; without a
-/// column of the ground they do not count.
-std::size_t countEnclosed(std::span<const ResultColumn> columns, const SensorField& field);
+/// The names that --method takes, the usual one first.
+enum class MethodsOf { aRun, aSky };
+std::vector<std::string> methodNames(MethodsOf use = MethodsOf::aRun);
+
+/// @throws UsageError when there is no such method
+void findMethod(const std::string& name);
 
 /// Reads the weather and builds the sky of the period.
-/// @throws DataError when the weather cannot be used
+/// @param north from the model's +Y clockwise to true north [degrees]
+/// @throws DataError when the weather cannot be used, UsageError when there is no such method
 std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north);
-
-/// Results of all sensors, in blocks. Equal inputs give equal bytes for every number of threads.
-/// @throws Stopped at the next block after the stop was asked for
-std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const SensorWork& work,
-                                           Progress& progress, const std::stop_token& stop);
 
 } // namespace insolate::study

@@ -1,8 +1,9 @@
 #include "study/run/run_sun.h"
 
-#include "study/run/solar_analysis.h"
+#include "study/run/period.h"
 #include "study/support/errors.h"
 #include "study/weather/weather_check.h"
+#include "study/weather/weather_store.h"
 
 #include <cmath>
 #include <numbers>

@@ -2,11 +2,11 @@
 
 #include "study/files/output_folder.h"
 #include "study/run/period.h"
-#include "study/run/solar_analysis.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
 #include "study/support/readable.h"
 #include "study/weather/weather_check.h"
+#include "study/weather/weather_store.h"
 #include "study/weather/weather_year.h"
 
 #include <array>
@@ -95,7 +95,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
         text += fmt::format("# {}\n", finding);
     }
     if (read.report.lastDayEmpty) {
-        text += fmt::format("# {}\n", lastDayText(file, Method::hourly));
+        text += fmt::format("# {}\n", lastDayText(file, "hourly"));
     }
     if (const std::string odd = sunDownText(file, buildHourlySky(year), read.report.strayDirect);
         !odd.empty()) {

@@ -1,10 +1,13 @@
 #include "study/run/solar_analysis.h"
 
+#include "study/run/sun_paths.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
+#include "study/weather/weather_store.h"
 #include "study/weather/weather_year.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <string>
 
@@ -13,6 +16,9 @@
 namespace insolate::study {
 
 namespace {
+
+/// Places of the columns.
+enum Column { total, average, peak, skyView };
 
 /// A block of sensors as the library asks for it.
 class BlockOfPoints final : public EUiController {
@@ -50,11 +56,8 @@ float notNegative(float value) {
     return value < 0.0f ? 0.0f : value;
 }
 
-CalculationMethod libraryMethod(Method method) {
-    return method == Method::perezSky     ? CalculationMethod_PerezSky
-           : method == Method::perezPoint ? CalculationMethod_PerezPoint
-                                          : CalculationMethod_CumulativeSky;
-}
+/// The site and the scene of the analysis controllers are the process's.
+std::atomic_flag sceneIsHeld;
 
 bool isZero(const Vector3& v) {
     return v.x == 0.0 && v.y == 0.0 && v.z == 0.0;
@@ -70,17 +73,17 @@ struct SolarAnalysis::ThreadSlot {
     BlockOfPoints block;
 };
 
-SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
+SolarAnalysis::SolarAnalysis(CalculationMethod method, const SkyOptions& options, double north)
     : m_weather(inspectWeatherFile(options.weather)), m_model(std::make_unique<EModel>()),
       m_slots(static_cast<std::size_t>(usedThreads(0))) {
     requireCompleteYear(m_weather, options.weather, options.allowGaps);
     // Model north lies at the plan angle pi/2 - north offset, which is clockwise of +Y.
     ESolarPosition::Global.setNorthOffset(ESolarPosition::convertDegreesToRadians(north));
-    controller().setSolarCalculationMethod(libraryMethod(options.method));
+    controller().setSolarCalculationMethod(method);
     loadWeather(controller(), options.weather, m_weather);
     const StudyPeriod& period = options.period;
     m_weather.lastDayEmpty = lastDayIsEmpty(controller().getWeatherData());
-    noteLastDay(m_weather, options);
+    noteLastDay(m_weather, options.weather, options.method, touchesLastDays(options.period));
     controller().setTimeSpec(static_cast<float>(period.startHour),
                              static_cast<float>(period.endHour), static_cast<float>(period.step),
                              period.startDay, period.endDay);
@@ -93,62 +96,16 @@ SolarAnalysis::SolarAnalysis(const SkyOptions& options, double north)
 
 SolarAnalysis::~SolarAnalysis() = default;
 
-void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
-                 const WeatherReport& report) {
-    constexpr std::size_t longestName = 260;
-    std::wstring name;
-    try {
-        name = file.wstring();
-    } catch (const std::exception&) {
-        throw DataError(
-            fmt::format("{}: the file name is not UTF-8; rename the file", place(file)));
-    }
-    if (name.size() > longestName) {
-        throw DataError(fmt::format("{}: the file name is longer than {} characters; go to its "
-                                    "folder or copy the file to a shorter name",
-                                    place(file), longestName));
-    }
-    auto result = static_cast<ResultLoadWeatherData>(0);
-    if (!controller.setWeatherFile(name, result)) {
-        throw DataError(fmt::format("{}: cannot be opened as a weather file; give an .epw, .wea or "
-                                    ".mra file that you may read",
-                                    place(file)));
-    }
-    // Marks for missing values are numbers to the readers, and the store's 16 bits wrap the larger
-    // ones; allowed gaps are without radiation.
-    EWeatherData& store = controller.getWeatherData();
-    const bool isText = hasExtension(file, {".epw"});
-    constexpr int lastDay = ESolarPosition::DAYS_PER_YEAR - 1;
-    for (const auto& [day, hour] : report.radiationMissing) {
-        // Of text files the store has 31 December, where it is given, in the place of the 30th.
-        if (isText && day == lastDay - 1 &&
-            std::find(report.hoursMissing.begin(), report.hoursMissing.end(),
-                      HourOfYear(lastDay, hour)) == report.hoursMissing.end()) {
-            continue;
-        }
-        const int place = isText ? std::min(day, lastDay - 1) : day;
-        store.setHourlyDirectRad(place, hour, 0.0f);
-        store.setHourlyDiffuseRad(place, hour, 0.0f);
+SolarAnalysis::SceneLock::SceneLock() {
+    if (sceneIsHeld.test_and_set()) {
+        throw UsageError("--method: the controllers' methods hold one site and one scene for the "
+                         "whole process, and another study uses them; wait for it to end or take "
+                         "--method hourly");
     }
 }
 
-bool lastDayIsEmpty(const EWeatherData& year) {
-    const auto isDark = [&](int day) {
-        for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
-            if (year.getHourlyDirectRad(day, hour) != 0.0f ||
-                year.getHourlyDiffuseRad(day, hour) != 0.0f) {
-                return false;
-            }
-        }
-        return true;
-    };
-    return isDark(ESolarPosition::DAYS_PER_YEAR - 1) && !isDark(ESolarPosition::DAYS_PER_YEAR - 2);
-}
-
-std::string siteText(const Site& site) {
-    return fmt::format("{:.2f} {}, {:.2f} {}, UTC{:+}", std::abs(site.latitude),
-                       site.latitude < 0.0 ? "S" : "N", std::abs(site.longitude),
-                       site.longitude < 0.0 ? "W" : "E", std::round(site.timeZone * 100.0) / 100.0);
+SolarAnalysis::SceneLock::~SceneLock() {
+    sceneIsHeld.clear();
 }
 
 std::vector<ResultColumn> SolarAnalysis::columns() const {
@@ -178,19 +135,55 @@ void SolarAnalysis::calculate(const SensorWork& work, SensorRange range, int slo
         if (work.saved != nullptr) {
             work.saved->set(i, *point.getShadingMask());
         }
-        columns[3].values[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
-                                      : visibleSolidAngle(*point.getShadingMask());
+        columns[skyView].values[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
+                                            : visibleSolidAngle(*point.getShadingMask());
     }
     slot->controller.calculate(&slot->block);
     for (std::size_t i = range.first; i < range.end; ++i) {
         const ECalculationPoint& point = points[i - range.first];
-        columns[0].values[i] = notNegative(point.getValue(ResultAccumulator_Total));
-        columns[1].values[i] = notNegative(point.getValue(ResultAccumulator_Average));
-        columns[2].values[i] = point.getValue(ResultAccumulator_Peak);
+        columns[total].values[i] = notNegative(point.getValue(ResultAccumulator_Total));
+        columns[average].values[i] = notNegative(point.getValue(ResultAccumulator_Average));
+        columns[peak].values[i] = point.getValue(ResultAccumulator_Peak);
     }
 }
 
-void SolarAnalysis::describe(nlohmann::ordered_json& record, std::span<const ResultColumn>) const {
+bool SolarAnalysis::isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
+                               std::size_t sensor) const {
+    // Sums of views that were taken out again are not quite 0.
+    constexpr float leastSky = 0.001f;
+    constexpr double straightDown = -0.999;
+    return columns[skyView].values[sensor] < leastSky && field.normals[sensor].z >= straightDown;
+}
+
+SkyPages SolarAnalysis::skyPages() const {
+    ECumulativeSky& sky = controller().getCumulativeSky();
+    SkyPages pages;
+    pages.parts = {{"direct", "Wh/m2", "Direct radiation", {}},
+                   {"diffuse", "Wh/m2", "Diffuse radiation", {}},
+                   {"peak", "W/m2", "Peak radiation", {}}};
+    pages.whole = {"radiation", "Wh/m2", "Radiation by sky cell", {}};
+    for (int band = 0; band < skyGrid::altitudeCount; ++band) {
+        for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
+            const float direct = sky.getDirect(sector, band);
+            const float diffuse = sky.getDiffuse(sector, band);
+            pages.parts[0].values.push_back(direct);
+            pages.parts[1].values.push_back(diffuse);
+            pages.parts[2].values.push_back(sky.getPeak(sector, band));
+            pages.whole.values.push_back(direct + diffuse);
+        }
+    }
+    ESolarPosition sun = ESolarPosition::Global;
+    pages.paths = sunPaths([&](int day, double hour) {
+        sun.setDayOfTheYear(day);
+        sun.setTime(hour);
+        const double azimuth = sun.getSolarAzimuthInDegrees();
+        return SkyPath::Point{azimuth < 0.0 ? azimuth + 360.0 : azimuth,
+                              sun.getSolarAltitudeInDegrees()};
+    });
+    return pages;
+}
+
+void SolarAnalysis::describeSky(nlohmann::ordered_json& record) const {
     record["hours_counted"] = controller().getCumulativeSky().getHourCount();
 }
 

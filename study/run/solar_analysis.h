@@ -1,5 +1,5 @@
-/// The command as a host of the library: weather and period make a sky, the scene makes masks, both
-/// make results.
+/// The three methods of the analysis controllers: weather and period make a sky, the scene makes
+/// masks, both make results.
 #pragma once
 
 #include "study/run/radiation_method.h"
@@ -13,19 +13,6 @@
 
 namespace insolate::study {
 
-/// Reads a weather file that was inspected into the controller's store and moves the library's site
-/// there. Hours that the file marks as missing become hours without radiation.
-/// @throws DataError when the library cannot open it
-void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
-                 const WeatherReport& report);
-
-/// Whether the year ends on 30 December: 31 December, with light on the day before, has none. So it
-/// is with every EPW file, whose 31 December takes the place of the 30th in the store.
-bool lastDayIsEmpty(const EWeatherData& year);
-
-/// "41.98 N, 87.92 W, UTC-6".
-std::string siteText(const Site& site);
-
 /// Weather, site and sky of one period by one of the library's CalculationMethod, ready to be asked
 /// for results.
 ///
@@ -34,8 +21,8 @@ class SolarAnalysis final : public RadiationMethod {
 public:
     /// Reads the weather, sets the site and builds the sky.
     /// @param north from the model's +Y clockwise to true north [degrees]
-    /// @throws DataError when the weather cannot be used
-    SolarAnalysis(const SkyOptions& options, double north);
+    /// @throws DataError when the weather cannot be used, UsageError while another one is alive
+    SolarAnalysis(CalculationMethod method, const SkyOptions& options, double north);
     ~SolarAnalysis() override;
 
     [[nodiscard]] const WeatherReport& weather() const override { return m_weather; }
@@ -49,11 +36,26 @@ public:
     [[nodiscard]] std::vector<ResultColumn> columns() const override;
     void calculate(const SensorWork& work, SensorRange range, int slot,
                    std::span<ResultColumn> columns) override;
-    void describe(nlohmann::ordered_json& record,
-                  std::span<const ResultColumn> columns) const override;
+    [[nodiscard]] bool isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
+                                  std::size_t sensor) const override;
+    [[nodiscard]] const char* enclosedText() const override { return "no sky"; }
+    [[nodiscard]] SkyPages skyPages() const override;
+    void describeSky(nlohmann::ordered_json& record) const override;
+    void describeSensors(nlohmann::ordered_json&, std::span<const ResultColumn>) const override {}
 
 private:
     struct ThreadSlot;
+
+    /// Holds the library's site and scene for one analysis.
+    class SceneLock {
+    public:
+        SceneLock();
+        ~SceneLock();
+        SceneLock(const SceneLock&) = delete;
+        SceneLock& operator=(const SceneLock&) = delete;
+    };
+
+    SceneLock m_lock; ///< before all that needs it
 
     WeatherReport m_weather;
     std::unique_ptr<EModel> m_model; ///< on the heap: the controllers point back at it

@@ -25,13 +25,35 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
                         {"last_day", period.endDay},      {"days", period.dayCount()},
                         {"start_hour", period.startHour}, {"end_hour", period.endHour},
                         {"step_h", period.step}};
-    record["method"] = methodName(options.method);
+    record["method"] = options.method;
+    return record;
+}
+
+nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,
+                                 const StudyInputs& inputs) {
+    nlohmann::ordered_json record = studyRecord(options, weather);
+    record["rays"] = options.masks                       ? "masks " + options.masks->string()
+                     : options.rays == RayMethod::octree ? "octree"
+                                                         : "fast";
+    record["scene"]["files"] = nlohmann::ordered_json::array();
+    for (const auto& file : options.scenes) {
+        record["scene"]["files"].push_back(file.string());
+    }
+    record["scene"]["triangles"] = inputs.scene.triangleCount();
+    record["scene"]["metres_per_unit"] = metresIn(options.import.unit);
+    record["scene"]["north_deg"] = options.north;
+    record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
+    if (inputs.field.hasCells()) {
+        record["sensors"]["grid_m"] = options.grid.value_or(RunOptions::usualGrid);
+        record["sensors"]["offset_m"] = options.offset;
+        record["sensors"]["select"] = options.select;
+    }
     return record;
 }
 
 std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather) {
     return fmt::format("{}; {}; {}; insolate {}", weather.site.text(), options.period.text(),
-                       methodName(options.method), INSOLATE_VERSION);
+                       options.method, INSOLATE_VERSION);
 }
 
 void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progress& progress) {
@@ -40,7 +62,7 @@ void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progre
                               counted(weather.hoursPresent, "hour", "hours")));
     const StudyPeriod& period = options.period;
     const bool wholeDays = period.startHour <= 0.0 && period.endHour >= 24.0;
-    progress.note(fmt::format("{} method, {}{}", methodName(options.method), period.text(),
+    progress.note(fmt::format("{} method, {}{}", options.method, period.text(),
                               wholeDays ? ", 0:00 to 24:00" : ""));
     for (const std::string& text : weather.notes) {
         progress.warn(text);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "study/run/run_options.h"
+#include "study/run/study_inputs.h"
 #include "study/support/progress.h"
 #include "study/weather/weather_check.h"
 
@@ -13,6 +14,10 @@ namespace insolate::study {
 
 /// Versions, weather, site, period and method.
 nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather);
+
+/// The same with what belongs to sensors in a scene.
+nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,
+                                 const StudyInputs& inputs);
 
 /// One line for pictures: site; period; method; version.
 std::string studySubtitle(const SkyOptions& options, const WeatherReport& weather);

@@ -1,9 +1,9 @@
 #include "study/weather/weather_year.h"
 
-#include "study/run/solar_analysis.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
 #include "study/support/readable.h"
+#include "study/weather/weather_store.h"
 
 #include <algorithm>
 #include <array>
@@ -128,24 +128,24 @@ WeatherYear readWeatherYear(const std::filesystem::path& file) {
     return hasExtension(file, {".epw"}) ? readEpwYear(file) : readStoredYear(file);
 }
 
-std::string lastDayText(const std::filesystem::path& file, Method method) {
+std::string lastDayText(const std::filesystem::path& file, const std::string& method) {
     if (hasExtension(file, {".epw"})) {
         return fmt::format(
             "{}: 31 December counts as dark and 30 December takes the weather of the "
             "31st: so --method {} reads a year; take --method hourly for these days",
-            place(file), methodName(method));
+            place(file), method);
     }
     return fmt::format(
         "{}: 31 December is empty and counts as dark, and 30 December has the weather "
         "of the 31st if 'insolate weather convert' made the file; give the .epw "
         "file{}",
-        place(file), method == Method::hourly ? "" : " with --method hourly");
+        place(file), method == "hourly" ? "" : " with --method hourly");
 }
 
-void noteLastDay(WeatherReport& report, const SkyOptions& options) {
-    if (report.lastDayEmpty && report.hasLastDay() &&
-        (options.period.contains(364) || options.period.contains(365))) {
-        report.notes.push_back(lastDayText(options.weather, options.method));
+void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
+                 const std::string& method, bool touchesLastDays) {
+    if (report.lastDayEmpty && report.hasLastDay() && touchesLastDays) {
+        report.notes.push_back(lastDayText(file, method));
     }
 }
 

@@ -2,7 +2,6 @@
 /// user should know about it.
 #pragma once
 
-#include "study/run/run_options.h"
 #include "study/weather/weather_check.h"
 
 #include <insolate/insolate.h>
@@ -25,10 +24,11 @@ WeatherYear readWeatherYear(const std::filesystem::path& file);
 
 /// What becomes of the year's last days by the method when the report says that the last one is
 /// empty, and the mend.
-std::string lastDayText(const std::filesystem::path& file, Method method);
+std::string lastDayText(const std::filesystem::path& file, const std::string& method);
 
 /// Adds that to the report's notes where the period touches these days.
-void noteLastDay(WeatherReport& report, const SkyOptions& options);
+void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
+                 const std::string& method, bool touchesLastDays);
 
 /// That a period without any radiation was asked for, and the mend.
 std::string noLightText(const std::filesystem::path& file);

@@ -1,31 +1,25 @@
-#include "app/cli/study_file.h"
+#include "study/run/study_file.h"
 
-#include "app/cli/arguments.h"
 #include "study/files/input_file.h"
 #include "study/support/closest_name.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
-namespace insolate::app {
-
-using namespace study;
+namespace insolate::study {
 
 namespace {
-
-constexpr std::array<std::string_view, 5> fileOptions = {"weather", "scene", "sensors", "masks",
-                                                         "out"};
 
 std::optional<std::string> textOf(const toml::node& value) {
     if (const auto* text = value.as_string()) {
@@ -49,11 +43,6 @@ const char* kindOf(const toml::node& value) {
            : value.is_table()   ? "a table"
            : value.is_boolean() ? "true or false"
                                 : "a date or time without quotes";
-}
-
-/// Options that make no sense in a study file.
-bool isNoKey(const std::string& name) {
-    return name == "study" || name == "help";
 }
 
 std::string linePlace(const std::filesystem::path& file, const toml::source_region& source) {
@@ -98,102 +87,79 @@ toml::table readTable(const std::filesystem::path& file) {
     }
 }
 
-bool isFlag(const CLI::Option& option) {
-    return option.get_expected_max() == 0;
-}
-
-/// What the option would say to the value, nothing when it takes it.
-std::optional<std::string> refusal(const CLI::App& command, CLI::Option& option,
-                                   std::span<const std::string> texts) {
-    option.clear();
-    for (const std::string& text : texts) {
-        option.add_result(text);
-    }
-    try {
-        if (!texts.empty()) {
-            option.run_callback();
-        }
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        return parseFailure(command, error);
-    }
-}
-
-/// Gives the option the values of a key.
-/// @throws DataError with the line of the value that it does not take
-void giveValues(const CLI::App& command, CLI::Option& option, const toml::node& value,
-                const std::string& name, const std::filesystem::path& file) {
+/// The value's texts, each with the node that it stands in.
+/// @throws DataError with the line of what the option cannot take
+std::vector<std::pair<const toml::node*, std::string>>
+textsOf(const Option& option, const toml::node& value, const std::filesystem::path& file) {
     const auto fail = [&](const toml::node& at, const std::string& what) {
         return DataError(fmt::format("{}: {}", linePlace(file, at.source()), what));
     };
-    if (isFlag(option) && !value.is_boolean()) {
-        throw fail(value, fmt::format("{0} is on or off; write {1} = true or {1} = false",
-                                      quoteText(name), printable(name)));
+    const std::string& name = option.name;
+    const bool isFlag = option.kind == Option::Kind::flag;
+    if (isFlag && !value.is_boolean()) {
+        throw fail(value, fmt::format("'{0}' is on or off; write {0} = true or {0} = false", name));
     }
-    const bool isFile =
-        std::find(fileOptions.begin(), fileOptions.end(), name) != fileOptions.end();
-    std::vector<const toml::node*> items;
-    std::vector<std::string> texts;
+    std::vector<std::pair<const toml::node*, std::string>> texts;
     const auto take = [&](const toml::node& item) {
         std::optional<std::string> text = textOf(item);
-        if (!text || (item.is_boolean() && !isFlag(option))) {
-            throw fail(item,
-                       fmt::format("{} cannot be {}; write {} = VALUE with a text or a number",
-                                   quoteText(name), kindOf(item), printable(name)));
+        if (!text || (item.is_boolean() && !isFlag)) {
+            throw fail(item, fmt::format("'{0}' cannot be {1}; write {0} = VALUE with a text or a "
+                                         "number",
+                                         name, kindOf(item)));
         }
-        if (isFile && !text->empty()) {
+        if (option.path != Option::Path::none && !text->empty()) {
             const std::filesystem::path named = file.parent_path() / *text;
-            std::error_code problem; // what may not be searched is told when the file is opened
-            if (name != "out" && !std::filesystem::exists(named, problem) && !problem) {
+            std::error_code problem; // what may not be searched is reported when it is opened
+            if (option.path == Option::Path::input && !std::filesystem::exists(named, problem) &&
+                !problem) {
                 throw fail(item, fmt::format("{}: {}: no such file; check the name, which counts "
                                              "from the study file's folder",
-                                             printable(name), place(named)));
+                                             name, place(named)));
             }
             *text = named.string();
         }
-        items.push_back(&item);
-        texts.push_back(std::move(*text));
+        texts.emplace_back(&item, std::move(*text));
     };
     if (const auto* list = value.as_array()) {
         std::for_each(list->begin(), list->end(), take);
     } else {
         take(value);
     }
-    if (texts.size() > 1 && option.get_items_expected_max() == 1) {
-        throw fail(value, fmt::format("{} takes one value, not a list; write {} = VALUE",
-                                      quoteText(name), printable(name)));
+    if (texts.size() > 1 && option.kind != Option::Kind::list) {
+        throw fail(value,
+                   fmt::format("'{0}' takes one value, not a list; write {0} = VALUE", name));
     }
-    if (const auto whole = refusal(command, option, texts)) {
-        for (std::size_t i = 0; i < items.size(); ++i) {
-            if (const auto one = refusal(command, option, std::span(texts).subspan(i, 1))) {
-                throw fail(*items[i], *one);
-            }
-        }
-        throw fail(value, *whole);
-    }
+    return texts;
 }
 
 } // namespace
 
-StudyKeys applyStudyFile(CLI::App& command, const std::filesystem::path& file) {
+StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
+                         const std::set<std::string>& given, const std::string& help) {
     const toml::table study = readTable(file);
-    std::vector<std::string> keys = optionNames(command);
-    std::erase_if(keys, isNoKey);
     StudyKeys taken;
     for (const auto& [key, value] : study) {
         const std::string name(key.str());
         const std::string where = linePlace(file, key.source());
-        CLI::Option* option = isNoKey(name) ? nullptr : command.get_option_no_throw("--" + name);
+        const Option* option = table.find(name);
         if (option == nullptr) {
             throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
-                                        "'insolate {} --help' without their dashes",
-                                        where, quoteText(name), didYouMean(name, keys),
-                                        command.get_name()));
+                                        "{} without their dashes",
+                                        where, quoteText(name), didYouMean(name, table.names()),
+                                        help));
         }
-        if (option->count() == 0) {
-            giveValues(command, *option, value, name, file);
-            taken["--" + name] = where;
+        if (given.contains(name)) {
+            continue;
         }
+        for (const auto& [node, text] : textsOf(*option, value, file)) {
+            try {
+                OptionTable::give(*option, std::span(&text, 1));
+            } catch (const UsageError& error) {
+                throw DataError(
+                    fmt::format("{}: {}", linePlace(file, node->source()), error.what()));
+            }
+        }
+        taken["--" + name] = where;
     }
     return taken;
 }
@@ -206,4 +172,4 @@ void failInStudy(const StudyKeys& keys, const UsageError& error) {
     throw error;
 }
 
-} // namespace insolate::app
+} // namespace insolate::study

@@ -1,0 +1,51 @@
+#include "study/output/series_table.h"
+
+#include <cmath>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+constexpr std::string_view header = "hour_of_year,month,day,hour";
+
+} // namespace
+
+void writeSeriesCsv(OutputFile& out, const StudyPeriod& period,
+                    std::span<const SensorSeries> series) {
+    out.write(header);
+    for (const SensorSeries& one : series) {
+        out.write(fmt::format(",beam_{0} [Wh/m2],sky_{0} [Wh/m2],ground_{0} [Wh/m2]", one.sensor));
+    }
+    out.write("\n");
+    const auto firstHour = static_cast<int>(std::floor(period.startHour));
+    const auto endHour = static_cast<int>(std::ceil(period.endHour));
+    for (int i = 0; i < period.dayCount(); ++i) {
+        const int day = (period.startDay - 1 + i) % 365;
+        const MonthAndDay date = monthAndDay(day);
+        for (int hour = firstHour; hour < endHour; ++hour) {
+            const auto index = static_cast<std::size_t>(24 * day + hour);
+            out.write(fmt::format("{},{},{},{}", index + 1, date.month, date.day, hour + 1));
+            for (const SensorSeries& one : series) {
+                for (const auto* part : {&one.hours.beam, &one.hours.sky, &one.hours.ground}) {
+                    out.write(",");
+                    out.writeNumber((*part)[index]);
+                }
+            }
+            out.write("\n");
+        }
+    }
+}
+
+bool isSeriesCsv(const std::filesystem::path& file) {
+    std::string begin(header.size(), '\0');
+    std::ifstream in(file, std::ios::binary);
+    in.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+    return begin == header;
+}
+
+} // namespace insolate::study

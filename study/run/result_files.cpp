@@ -1,0 +1,92 @@
+#include "study/run/result_files.h"
+
+#include "study/output/heatmap.h"
+#include "study/output/sensor_tables.h"
+#include "study/output/series_table.h"
+#include "study/output/summary.h"
+#include "study/run/study_record.h"
+
+#include <array>
+#include <numeric>
+
+namespace insolate::study {
+
+namespace {
+
+/// The method's columns and, where sensors have cells, the cells' areas.
+std::vector<ResultColumn> tableColumns(const StudyResults& results) {
+    std::vector<ResultColumn> columns = results.columns;
+    if (!results.areas.empty()) {
+        columns.push_back({"area", "m2", "Area of the cell", results.areas});
+    }
+    return columns;
+}
+
+void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+    writeSensorsCsv(out, study.inputs.field, tableColumns(results));
+}
+
+void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+    writeSensorsVtp(out, study.inputs.field, tableColumns(results),
+                    studySubtitle(study.options, study.method->weather()));
+}
+
+void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+    const ResultColumn shown = inKilowattHours(results.columns.front());
+    HeatmapOptions picture;
+    picture.title = shown.title;
+    picture.subtitle = studySubtitle(study.options, study.method->weather());
+    picture.north = study.options.north;
+    picture.areas = results.areas;
+    drawHeatmap(out, study.inputs.scene, study.inputs.field, shown, picture);
+}
+
+void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+    results.seen.write(out, study.visibility);
+}
+
+void writeSeries(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+    writeSeriesCsv(out, study.options.period, results.series);
+}
+
+void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+    nlohmann::ordered_json record = runRecord(study.options, study.method->weather(), study.inputs);
+    study.method->describeSky(record);
+    study.method->describeSensors(record, results.columns);
+    record["sensors"]["enclosed"] = results.enclosed;
+    if (!results.areas.empty()) {
+        record["sensors"]["area_m2"] =
+            std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
+    }
+    record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
+    record["results"] = rangesOf(results.columns, results.areas);
+    record["threads"] = usedThreads(study.options.threads);
+    for (const auto& [stage, seconds] : study.watch.stages()) {
+        record["timings"][stage] = seconds;
+    }
+    record["timings"]["whole_s"] = study.watch.whole();
+    writeSummaryJson(out, record);
+}
+
+bool always(const RunOptions&) {
+    return true;
+}
+
+constexpr std::array listedFiles = {
+    ResultFile{"sensors.csv", always, writeCsv},
+    ResultFile{"sensors.vtp", always, writeVtp},
+    ResultFile{"heatmap.png", always, writePicture},
+    // Masks of another study stay: they are expensive, and a run refuses those that do not fit.
+    ResultFile{"sensors.masks", [](const RunOptions& o) { return o.saveMasks; }, writeMasks},
+    ResultFile{"series.csv", [](const RunOptions& o) { return !o.hourly.series.empty(); },
+               writeSeries, isSeriesCsv},
+    ResultFile{"summary.json", always, writeSummary},
+};
+
+} // namespace
+
+std::span<const ResultFile> resultFiles() {
+    return listedFiles;
+}
+
+} // namespace insolate::study

@@ -1,0 +1,179 @@
+#include "study/run/run_option_table.h"
+
+#include "study/run/radiation_method.h"
+#include "study/support/numbers.h"
+
+#include <algorithm>
+#include <map>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+const std::map<std::string, LengthUnit> unitNames = {{"mm", LengthUnit::millimetre},
+                                                     {"cm", LengthUnit::centimetre},
+                                                     {"m", LengthUnit::metre},
+                                                     {"ft", LengthUnit::foot},
+                                                     {"in", LengthUnit::inch}};
+
+void takeAlbedo(HourlyOptions& hourly, const std::string& text) {
+    hourly.monthlyAlbedo = text == "epw";
+    if (hourly.monthlyAlbedo) {
+        hourly.albedo.reset();
+        return;
+    }
+    const std::optional<double> number = parseNumber<double>(text);
+    if (!number || !(*number >= 0.0 && *number <= 1.0)) {
+        throw UsageError(fmt::format("--albedo {}: no reflectance; give 0 to 1, or epw for the "
+                                     "weather file's own",
+                                     quoteText(text)));
+    }
+    hourly.albedo = number;
+}
+
+/// Sensors whose hours are wanted, each once: a table has no two columns of one name.
+void takeSeries(std::vector<std::size_t>& series, const std::string& text) {
+    const std::size_t sensor =
+        countOf("series", text, "numbers of sensors as in sensors.csv: 0,17,4");
+    if (std::find(series.begin(), series.end(), sensor) == series.end()) {
+        series.push_back(sensor);
+    }
+}
+
+void takeScene(std::vector<std::filesystem::path>& scenes, const std::string& text) {
+    scenes.emplace_back(text);
+}
+
+} // namespace
+
+void addSkyOptions(OptionTable& table, SkyOptions& options,
+                   const std::vector<std::string>& methods) {
+    table.file("weather", options.weather, "Weather of a year: .epw, .wea or .mra");
+    table.add({.name = "period",
+               .help = "Days, both included: month/day or day of the year, e.g. 6/1-8/31, 152-243, "
+                       "11/1-2/28 over the new year, or one day",
+               .typeName = "DATES",
+               .usual = "1/1-12/31",
+               .take = [&](const std::string& text) { parseDates(text, options.period); }});
+    table.add({.name = "hours",
+               .help = "Hours of the day, the second not included: 8-18, 8:30-18",
+               .typeName = "TIMES",
+               .usual = "0-24",
+               .take = [&](const std::string& text) { parseHours(text, options.period); }});
+    table.number("step", options.period.step, "H",
+                 "Time step [h], 0.01 to 1; minutes when --hours span less than one",
+                 "hours from 0.01 to 1");
+    table
+        .text("method", options.method, "NAME",
+              "How radiation is calculated: hourly closes with the weather's own sums; the others "
+              "are for comparison")
+        .choices = methods;
+    table.add({.name = "albedo",
+               .help = "hourly: reflectance of the ground, 0 to 1, or epw for the monthly values "
+                       "of the weather file; 0.2 when absent",
+               .typeName = "VALUE",
+               .take = [&](const std::string& text) { takeAlbedo(options.hourly, text); }});
+    table.flag("allow-gaps", options.allowGaps,
+               "Count hours without weather data as hours without radiation");
+    Option& out = table.file("out", options.out, "Folder for the results; made when missing");
+    out.typeName = "FOLDER";
+    out.path = Option::Path::output;
+}
+
+void addRunOptions(OptionTable& table, RunOptions& options) {
+    addSkyOptions(table, options, methodNames());
+    table.add({.name = "scene",
+               .kind = Option::Kind::list,
+               .help = "Models that cast shadows: OBJ, STL, PLY, glTF and what else assimp reads",
+               .typeName = "FILE",
+               .path = Option::Path::input,
+               .take = [&](const std::string& text) { takeScene(options.scenes, text); }});
+    table.add({.name = "sensors",
+               .help = "Where radiation is asked for: a model, whose faces are cut into cells, or "
+                       "a table (.csv) of x,y,z[,nx,ny,nz]; by default the first scene file",
+               .typeName = "FILE",
+               .path = Option::Path::input,
+               .take = [&](const std::string& text) { options.sensors = text; }});
+    table.add({.name = "units",
+               .help = "Length unit of the models and the table",
+               .typeName = "NAME",
+               .choices = {"mm", "cm", "m", "ft", "in"},
+               .usual = "m",
+               .take = [&](const std::string& text) { options.import.unit = unitNames.at(text); }});
+    table.add({.name = "up",
+               .help = "Axis that points up in the models; by default y for glTF and Collada, z "
+                       "for all others. With y, the model's -Z is taken as +Y of the plan",
+               .typeName = "AXIS",
+               .choices = {"y", "z"},
+               .take = [&](const std::string& text) {
+                   options.import.up = text == "y" ? UpAxis::y : UpAxis::z;
+               }});
+    table.number("north", options.north, "DEG",
+                 "Where true north lies in plan: degrees clockwise, seen from above, from the "
+                 "model's +Y. 0: +Y is north; 90: +X is north and a wall that faces +Y looks west",
+                 "degrees clockwise from the model's +Y");
+    table
+        .number("grid", options.grid, "M",
+                "Largest edge of a square sensor cell [m]; smaller faces are one cell each",
+                "metres")
+        .usual = fmt::format("{}", RunOptions::usualGrid);
+    table.number("offset", options.offset, "M", "Distance of a sensor from its face [m]", "metres");
+    table.add({.name = "select",
+               .kind = Option::Kind::list,
+               .help = "Take only faces of these objects, groups or materials of the sensor model: "
+                       "roof or roof,wall",
+               .typeName = "NAME,...",
+               .take = [&](const std::string& text) { options.select.push_back(text); }});
+    table.wholeNumber("threads", options.threads, "N", "Processors to use; 0: all",
+                      "the number of processors, or 0 for all");
+    table.add({.name = "rays",
+               .help = "How rays find what is in their way: fast, or octree, the plain way with "
+                       "the same answers",
+               .typeName = "NAME",
+               .choices = {"fast", "octree"},
+               .usual = "fast",
+               .take = [&](const std::string& text) {
+                   options.rays = text == "octree" ? RayMethod::octree : RayMethod::fast;
+               }});
+    table.flag("save-masks", options.saveMasks,
+               "Also write sensors.masks: what each sensor sees of the sky; for the methods other "
+               "than hourly");
+    table.add({.name = "masks",
+               .help = "Take what the sensors see from the sensors.masks of an earlier run with "
+                       "the same scene, sensors and north; for the methods other than hourly",
+               .typeName = "FILE",
+               .path = Option::Path::input,
+               .take = [&](const std::string& text) { options.masks = text; }});
+    table.number("sky-tolerance", options.hourly.skyTolerance, "PERCENT",
+                 "hourly: error that shadow edges may leave in a sensor's diffuse sky, in percent "
+                 "of it; splits the sky's cells at edges where needed, which takes up to three "
+                 "times as long. 0: two rays for each cell; else at least 0.05, where the smallest "
+                 "splits end",
+                 "percent of the diffuse sky");
+    table.number("sun-tolerance", options.hourly.sunTolerance, "PERCENT",
+                 "hourly: the same for the direct sun; 0.25 keeps half a percent in practically "
+                 "all places of a year's sum, and 2 % of a single day's; without it a day may be "
+                 "off by 20 % at the edges of shadows. 0, or at least 0.02",
+                 "percent of the direct sun");
+    table.flag("open-ground", options.hourly.openGround,
+               "hourly: the scene does not hide the ground; for a scene that models its own "
+               "ground, which would else count as in the way of the ground's light");
+    table.add({.name = "series",
+               .kind = Option::Kind::list,
+               .help = "hourly: also write series.csv, the hours of these sensors, numbered from 0 "
+                       "as in sensors.csv: 0,17,4",
+               .typeName = "N,...",
+               .separator = ',',
+               .take = [&](const std::string& text) { takeSeries(options.hourly.series, text); }});
+    table.flag("resume", options.resume,
+               "Go on where a run of the same study into the same folder was stopped; from the "
+               "start if there is none, refused if it was of another study");
+    table.flag("force", options.force,
+               "Go on with more than 5 million sensors, 10 million triangles or four fifths of the "
+               "machine's memory; up to 1,000 million sensors. Earlier results in the folder are "
+               "replaced with or without it");
+}
+
+} // namespace insolate::study

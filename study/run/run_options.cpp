@@ -1,0 +1,100 @@
+#include "study/run/run_options.h"
+
+#include "study/run/radiation_method.h"
+#include "study/support/errors.h"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+void require(bool given, const char* name, const char* fix) {
+    if (!given) {
+        throw UsageError(fmt::format("{} is missing; {}", name, fix));
+    }
+}
+
+/// Refuses an option that the chosen method would ignore.
+void requireHourly(const SkyOptions& options, const char* name, bool given) {
+    if (given && options.method != "hourly") {
+        throw UsageError(fmt::format("{} does not belong to --method {}; leave it out or take "
+                                     "--method hourly",
+                                     name, options.method));
+    }
+}
+
+void checkTolerance(const SkyOptions& options, const char* name, double percent, double least) {
+    if (!(percent >= 0.0 && percent <= 100.0)) {
+        throw UsageError(fmt::format("{} {}: no share; give percent from 0 to 100", name, percent));
+    }
+    requireHourly(options, name, percent != 0.0);
+    if (percent > 0.0 && percent < least) {
+        throw UsageError(fmt::format("{} {}: below {} % nothing gets better; give {} or more, or 0 "
+                                     "for two rays a cell",
+                                     name, percent, least, least));
+    }
+}
+
+} // namespace
+
+void checkSkyOptions(const SkyOptions& options) {
+    require(!options.weather.empty(), "--weather",
+            "give the weather file of the site (.epw, .wea, .mra)");
+    require(!options.out.empty(), "--out", "give the folder for the results");
+    checkStep(options.period.step);
+    findMethod(options.method);
+    const HourlyOptions& hourly = options.hourly;
+    if (hourly.albedo && !(*hourly.albedo >= 0.0 && *hourly.albedo <= 1.0)) {
+        throw UsageError(fmt::format("--albedo '{}': no reflectance; give 0 to 1, or epw for the "
+                                     "weather file's own",
+                                     *hourly.albedo));
+    }
+    requireHourly(options, "--albedo", hourly.albedo || hourly.monthlyAlbedo);
+}
+
+void checkRunOptions(const RunOptions& options) {
+    checkSkyOptions(options);
+    require(!options.scenes.empty(), "--scene", "give the model that casts shadows");
+    if (!(std::abs(options.north) <= 360.0)) {
+        throw UsageError(
+            fmt::format("--north {}: no angle; give degrees from -360 to 360", options.north));
+    }
+    if (options.grid && !(*options.grid >= 1.0e-4 && *options.grid <= 1.0e6)) {
+        throw UsageError(fmt::format(
+            "--grid {}: no edge of a cell; give metres from 0.0001 to 1e6", *options.grid));
+    }
+    if (!(options.offset >= 0.0 && options.offset <= 1.0e3)) {
+        throw UsageError(
+            fmt::format("--offset {}: no distance; give metres from 0 to 1000", options.offset));
+    }
+    if (options.threads < 0) {
+        throw UsageError(
+            fmt::format("--threads {}: no number of processors; give 1 or more, or 0 for all",
+                        options.threads));
+    }
+    // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
+    checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);
+    checkTolerance(options, "--sun-tolerance", options.hourly.sunTolerance, 0.02);
+    requireHourly(options, "--open-ground", options.hourly.openGround);
+    requireHourly(options, "--series", !options.hourly.series.empty());
+    if (options.method == "hourly" && (options.saveMasks || options.masks)) {
+        throw UsageError(fmt::format(
+            "--{} does not belong to --method hourly: masks say what is seen of the middles of "
+            "the sky's cells, and the hourly method also looks at the sun's own places, which "
+            "change with the weather and the period; leave it out (--resume goes on with a "
+            "stopped run), or take one of the other methods",
+            options.saveMasks ? "save-masks" : "masks"));
+    }
+}
+
+int usedThreads(int threads) {
+    const int processors = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    return threads <= 0 ? processors : std::min(threads, processors);
+}
+
+} // namespace insolate::study

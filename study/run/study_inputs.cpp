@@ -1,0 +1,172 @@
+#include "study/run/study_inputs.h"
+
+#include "study/model/mesh.h"
+#include "study/model/sensor_csv.h"
+#include "study/model/sensor_grid.h"
+#include "study/support/errors.h"
+#include "study/support/file_name.h"
+#include "study/support/readable.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace insolate::study {
+
+namespace {
+
+constexpr double bytesPerTriangle = 900.0; // model, ray caster, its tree
+constexpr double mostTriangles = 1.0e7;
+
+bool fitsMemory(double bytes) {
+    return bytes <= 0.8 * static_cast<double>(sysconf(_SC_PHYS_PAGES)) *
+                        static_cast<double>(sysconf(_SC_PAGE_SIZE));
+}
+
+/// Edges of the box around the points.
+Vector3 extentOf(const std::vector<Vector3>& points) {
+    if (points.empty()) {
+        return {};
+    }
+    Vector3 low = points.front();
+    Vector3 high = low;
+    for (const Vector3& p : points) {
+        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    }
+    return high - low;
+}
+
+/// "60 x 40 x 18 m"; a wrong unit or axis shows here first.
+std::string extentText(const Vector3& extent) {
+    const auto text = [](double metres) {
+        return metres >= 100.0 ? groupedDigits(static_cast<std::size_t>(std::llround(metres)))
+                               : fmt::format("{:.3g}", metres);
+    };
+    return fmt::format("{} x {} x {} m", text(extent.x), text(extent.y), text(extent.z));
+}
+
+/// Refuses what the machine cannot hold, before memory is taken.
+void checkSize(double sensors, double triangles, const Vector3& extent, const RunOptions& options) {
+    constexpr double bytesPerSensor = 210.0; // position, normal, cell, results
+    constexpr double secondsPerSensor = 1.0e-4;
+    constexpr double mostSensors = 5.0e6;
+    constexpr double largestCity = 5.0e4; // metres
+    // Cells are numbered with 32 bits, four corners each.
+    constexpr double mostCells = 1.0e9;
+    const double bytes = sensors * bytesPerSensor + triangles * bytesPerTriangle;
+    if (sensors > mostCells ||
+        ((sensors > mostSensors || triangles > mostTriangles || !fitsMemory(bytes)) &&
+         !options.force)) {
+        throw UsageError(fmt::format(
+            "about {:.2g} sensors over {:.2g} triangles would take some {:.1f} GB of memory and "
+            "{}; choose a larger --grid or fewer faces with --select{}{}",
+            sensors, triangles, bytes / 1.0e9,
+            durationText(sensors * secondsPerSensor / usedThreads(options.threads)),
+            std::max(extent.x, extent.y) > largestCity
+                ? fmt::format(", or --units if the model does not measure {}", extentText(extent))
+                : "",
+            sensors > mostCells ? "" : ", or give --force"));
+    }
+}
+
+/// The same for a model, by its file's size alone.
+void checkFileSize(const std::filesystem::path& file, const RunOptions& options) {
+    constexpr double bytesInFile = 50.0; // of a triangle in binary STL; more or less in others
+    constexpr double secondsPerTriangle = 3.0e-6;
+    std::error_code problem;
+    const std::uintmax_t size = std::filesystem::file_size(file, problem);
+    const double triangles = problem ? 0.0 : static_cast<double>(size) / bytesInFile;
+    const double bytes = triangles * bytesPerTriangle;
+    if ((triangles > mostTriangles || !fitsMemory(bytes)) && !options.force) {
+        throw UsageError(fmt::format(
+            "{}: a file of {:.1f} GB may hold {:.2g} triangles, which would take some {:.0f} GB of "
+            "memory and {} before the first ray; choose a smaller model, or give --force",
+            place(file), static_cast<double>(size) / 1.0e9, triangles, bytes / 1.0e9,
+            durationText(triangles * secondsPerTriangle)));
+    }
+}
+
+SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& options,
+                       Progress& progress) {
+    const std::string source = place(options.sensorFile());
+    const auto faces = selectFaces(mesh, options.select, source);
+    const SensorGridOptions grid{.spacing = options.grid.value_or(RunOptions::usualGrid), .offset = options.offset};
+    checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
+    SensorGrid cut = cutIntoSensors(mesh, faces, grid);
+    if (cut.emptyFaces > 0) {
+        progress.warn(
+            fmt::format("{}: {} {} left out", source, groupedDigits(cut.emptyFaces),
+                        counted(cut.emptyFaces, "face without area is", "faces without area are")));
+    }
+    if (cut.field.size() == 0) {
+        throw DataError(fmt::format("{}: no face has an area to put sensors on; mend the model or "
+                                    "choose another one",
+                                    source));
+    }
+    return std::move(cut.field);
+}
+
+void noteUndersides(const SensorField& field, Progress& progress) {
+    const auto down = static_cast<std::size_t>(
+        std::count_if(field.normals.begin(), field.normals.end(),
+                      [](const Vector3& normal) { return normal.z < -0.5; }));
+    if (field.hasCells() && 10 * down > field.size()) {
+        progress.note(fmt::format("{} of them {} down: undersides lower the mean; --select leaves "
+                                  "them out by name",
+                                  groupedDigits(down), counted(down, "faces", "face")));
+    }
+}
+
+} // namespace
+
+StudyInputs readInputs(const RunOptions& options, Progress& progress, const std::stop_token& stop) {
+    const std::filesystem::path& sensorFile = options.sensorFile();
+    StudyInputs inputs;
+    std::optional<Mesh> sensorMesh;
+    for (const std::filesystem::path& file : options.scenes) {
+        checkFileSize(file, options);
+        Mesh mesh = importMesh(file, options.import);
+        throwIfStopped(stop);
+        appendTriangles(mesh, inputs.scene);
+        if (file == sensorFile) {
+            sensorMesh = std::move(mesh);
+        }
+    }
+    const auto triangles = static_cast<double>(inputs.scene.triangleCount());
+    progress.note(fmt::format("scene: {} {}, {}", groupedDigits(inputs.scene.triangleCount()),
+                              counted(inputs.scene.triangleCount(), "triangle", "triangles"),
+                              extentText(extentOf(inputs.scene.vertices))));
+
+    if (hasExtension(sensorFile, {".csv", ".txt"})) {
+        if (!options.select.empty()) {
+            throw UsageError("--select chooses faces of a sensor model, but the sensors come from "
+                             "a table; leave it out");
+        }
+        if (options.grid) {
+            throw UsageError("--grid cuts the faces of a sensor model, but the sensors come from a "
+                             "table; leave it out");
+        }
+        const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
+        inputs.field = readSensorCsv(sensorFile, options.import.unit, up);
+        checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
+    } else {
+        if (!sensorMesh) {
+            checkFileSize(sensorFile, options);
+            sensorMesh = importMesh(sensorFile, options.import);
+        }
+        inputs.field = cutSensors(*sensorMesh, triangles, options, progress);
+    }
+    progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
+    noteUndersides(inputs.field, progress);
+    throwIfStopped(stop);
+    return inputs;
+}
+
+} // namespace insolate::study

@@ -1,0 +1,71 @@
+#include "study/weather/weather_store.h"
+
+#include "study/support/errors.h"
+#include "study/support/file_name.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
+                 const WeatherReport& report) {
+    constexpr std::size_t longestName = 260;
+    std::wstring name;
+    try {
+        name = file.wstring();
+    } catch (const std::exception&) {
+        throw DataError(
+            fmt::format("{}: the file name is not UTF-8; rename the file", place(file)));
+    }
+    if (name.size() > longestName) {
+        throw DataError(fmt::format("{}: the file name is longer than {} characters; go to its "
+                                    "folder or copy the file to a shorter name",
+                                    place(file), longestName));
+    }
+    auto result = static_cast<ResultLoadWeatherData>(0);
+    if (!controller.setWeatherFile(name, result)) {
+        throw DataError(fmt::format("{}: cannot be opened as a weather file; give an .epw, .wea or "
+                                    ".mra file that you may read",
+                                    place(file)));
+    }
+    // Marks for missing values are numbers to the readers, and the store's 16 bits wrap the larger
+    // ones; allowed gaps are without radiation.
+    EWeatherData& store = controller.getWeatherData();
+    const bool isText = hasExtension(file, {".epw"});
+    constexpr int lastDay = ESolarPosition::DAYS_PER_YEAR - 1;
+    for (const auto& [day, hour] : report.radiationMissing) {
+        // Of text files the store has 31 December, where it is given, in the place of the 30th.
+        if (isText && day == lastDay - 1 &&
+            std::find(report.hoursMissing.begin(), report.hoursMissing.end(),
+                      HourOfYear(lastDay, hour)) == report.hoursMissing.end()) {
+            continue;
+        }
+        const int place = isText ? std::min(day, lastDay - 1) : day;
+        store.setHourlyDirectRad(place, hour, 0.0f);
+        store.setHourlyDiffuseRad(place, hour, 0.0f);
+    }
+}
+
+bool lastDayIsEmpty(const EWeatherData& year) {
+    const auto isDark = [&](int day) {
+        for (int hour = 0; hour < ESolarPosition::HOURS_PER_DAY; ++hour) {
+            if (year.getHourlyDirectRad(day, hour) != 0.0f ||
+                year.getHourlyDiffuseRad(day, hour) != 0.0f) {
+                return false;
+            }
+        }
+        return true;
+    };
+    return isDark(ESolarPosition::DAYS_PER_YEAR - 1) && !isDark(ESolarPosition::DAYS_PER_YEAR - 2);
+}
+
+std::string siteText(const Site& site) {
+    return fmt::format("{:.2f} {}, {:.2f} {}, UTC{:+}", std::abs(site.latitude),
+                       site.latitude < 0.0 ? "S" : "N", std::abs(site.longitude),
+                       site.longitude < 0.0 ? "W" : "E", std::round(site.timeZone * 100.0) / 100.0);
+}
+
+} // namespace insolate::study
