@@ -5,6 +5,8 @@
 /// are complete; whatever was there before stays until then. One run at a time may hold a folder.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/support/errors.h"
 
 #include <cstddef>
@@ -18,7 +20,7 @@
 namespace insolate::study {
 
 /// A buffered file for writing. Every failure, at closing included, is an OutputError.
-class OutputFile {
+class INSOLATE_STUDY_EXPORT OutputFile {
 public:
     /// Creates or empties `path`; `shownName` is what error messages call it.
     OutputFile(const std::filesystem::path& path, std::string shownName);
@@ -73,7 +75,7 @@ private:
 ///
 /// Without commit() the destructor removes the partial files, and the folder if this object made
 /// it.
-class OutputFolder {
+class INSOLATE_STUDY_EXPORT OutputFolder {
 public:
     /// Creates the folder when it is missing, tries that files can be made in it, and locks it.
     /// @param onlyFile the one file that is to be written, as messages call it; empty where the

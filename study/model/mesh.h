@@ -1,6 +1,8 @@
 /// A model as it was read: polygons with the names of what they belong to.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/scene.h"
 
 #include <array>
@@ -14,7 +16,7 @@
 namespace insolate::study {
 
 /// Polygons over shared vertices, in metres, z up.
-struct Mesh {
+struct INSOLATE_STUDY_EXPORT Mesh {
     static constexpr std::uint32_t unnamed = 0xFFFFFFFFU;
 
     struct Face {
@@ -49,26 +51,26 @@ inline Vector3 operator-(const Vector3& a, const Vector3& b) {
 inline Vector3 operator*(const Vector3& a, double factor) {
     return {a.x * factor, a.y * factor, a.z * factor};
 }
-double dot(const Vector3& a, const Vector3& b);
-Vector3 cross(const Vector3& a, const Vector3& b);
-double length(const Vector3& a);
+INSOLATE_STUDY_EXPORT double dot(const Vector3& a, const Vector3& b);
+INSOLATE_STUDY_EXPORT Vector3 cross(const Vector3& a, const Vector3& b);
+INSOLATE_STUDY_EXPORT double length(const Vector3& a);
 
 /// Twice the polygon's area along its normal (Newell's sum: right for concave and slightly warped
 /// polygons); the zero vector for a degenerate one.
-Vector3 areaVector(std::span<const Vector3> polygon);
+INSOLATE_STUDY_EXPORT Vector3 areaVector(std::span<const Vector3> polygon);
 
 /// Splits a simple polygon into triangles by cutting ears; corner numbers, three per triangle.
 /// A polygon that winds into itself still gives its corner count less two triangles.
-std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> polygon);
+INSOLATE_STUDY_EXPORT std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> polygon);
 
 /// Appends the mesh's triangles to the scene.
-void appendTriangles(const Mesh& mesh, Scene& scene);
+INSOLATE_STUDY_EXPORT void appendTriangles(const Mesh& mesh, Scene& scene);
 
 /// The faces whose object, group or material has one of the names; all faces when no name is
 /// given. A text that is no name may be several, separated by commas.
 /// @param source what a message names as the origin of the mesh
 /// @throws DataError listing the names there are when a name matches nothing
-std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
+INSOLATE_STUDY_EXPORT std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
                                        const std::string& source);
 
 } // namespace insolate::study

@@ -1,6 +1,8 @@
 /// Model files in: OBJ in full double precision, everything else as assimp reads it.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/mesh.h"
 
 #include <filesystem>
@@ -13,7 +15,7 @@ enum class LengthUnit { millimetre, centimetre, metre, foot, inch };
 enum class UpAxis { y, z };
 
 /// Metres in one unit.
-double metresIn(LengthUnit unit);
+INSOLATE_STUDY_EXPORT double metresIn(LengthUnit unit);
 
 struct MeshImportOptions {
     LengthUnit unit = LengthUnit::metre;
@@ -22,15 +24,15 @@ struct MeshImportOptions {
 };
 
 /// The up axis that holds for a file when the user says nothing.
-UpAxis defaultUpAxis(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT UpAxis defaultUpAxis(const std::filesystem::path& file);
 
 /// A point of a file in metres, z up. A y-up model is turned so that its -Z becomes +Y.
-Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up);
+INSOLATE_STUDY_EXPORT Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up);
 
 /// Reads a model: node transforms applied, names kept, lines and points left out.
 /// @throws DataError when it cannot be opened or read, has no faces, or holds coordinates that are
 ///         not finite numbers
-Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options);
+INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options);
 
 /// The second half of the import: metres, z up, every coordinate checked.
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);

@@ -1,6 +1,8 @@
 /// Sensors on the faces of a model: every face is cut into cells, one sensor at each cell's centre.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/mesh.h"
 #include "study/model/scene.h"
 
@@ -24,7 +26,7 @@ struct SensorGrid {
 };
 
 /// How many sensors the cutting will give, within a factor of two and a half, without doing it.
-double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
+INSOLATE_STUDY_EXPORT double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
                             const SensorGridOptions& options);
 
 /// Cuts the faces. A convex flat quadrilateral becomes rows and columns of quadrilaterals, unless
@@ -35,10 +37,10 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
 /// Computation 29, 390-395), so no slivers arise. What is no wider than half the spacing, a needle
 /// or a flat triangle, is sliced across instead.
 /// The order of the sensors is the order of the faces.
-SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
+INSOLATE_STUDY_EXPORT SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
                           const SensorGridOptions& options);
 
 /// Areas of the sensors' cells [m2]; none for sensors without cells.
-std::vector<float> cellAreas(const SensorField& field);
+INSOLATE_STUDY_EXPORT std::vector<float> cellAreas(const SensorField& field);
 
 } // namespace insolate::study

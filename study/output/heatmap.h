@@ -1,6 +1,8 @@
 /// A picture of the results in the model: what people look at first.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/files/output_folder.h"
 #include "study/model/scene.h"
 #include "study/results/result_column.h"
@@ -29,7 +31,7 @@ struct HeatmapOptions {
 
 /// Draws the sensor cells coloured by one column, the scene around them in grey, in an axonometric
 /// view with colour bar, units, title and north arrow, as PNG. Sensors without cells are discs.
-void drawHeatmap(OutputFile& out, const Scene& scene, const SensorField& field,
+INSOLATE_STUDY_EXPORT void drawHeatmap(OutputFile& out, const Scene& scene, const SensorField& field,
                  const ResultColumn& column, const HeatmapOptions& options);
 
 } // namespace insolate::study

@@ -2,6 +2,8 @@
 /// languages give them by the same names, with the same checks and texts.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/support/errors.h"
 
 #include <deque>
@@ -33,7 +35,7 @@ struct Option {
 };
 
 /// The options of one question, bound to the values that they set. Those must outlive the table.
-class OptionTable {
+class INSOLATE_STUDY_EXPORT OptionTable {
 public:
     /// Each adds one option and gives it back for what is left to say of it.
     Option& flag(std::string name, bool& value, std::string help);
@@ -63,8 +65,8 @@ private:
 /// The number that the text is.
 /// @param wanted what to give instead, "degrees"
 /// @throws UsageError "--NAME: 'TEXT' is no number; give WANTED"
-double numberOf(const std::string& name, const std::string& text, const std::string& wanted);
-int wholeNumberOf(const std::string& name, const std::string& text, const std::string& wanted);
-std::size_t countOf(const std::string& name, const std::string& text, const std::string& wanted);
+INSOLATE_STUDY_EXPORT double numberOf(const std::string& name, const std::string& text, const std::string& wanted);
+INSOLATE_STUDY_EXPORT int wholeNumberOf(const std::string& name, const std::string& text, const std::string& wanted);
+INSOLATE_STUDY_EXPORT std::size_t countOf(const std::string& name, const std::string& text, const std::string& wanted);
 
 } // namespace insolate::study

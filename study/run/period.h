@@ -1,13 +1,15 @@
 /// The analysis period as people write it: dates, hours of the day, and a step.
 #pragma once
 
+#include "study/export.h"
+
 #include <string>
 #include <string_view>
 
 namespace insolate::study {
 
 /// Every year has 365 days here; there is no 29 February.
-struct StudyPeriod {
+struct INSOLATE_STUDY_EXPORT StudyPeriod {
     int startDay = 1; ///< day of the year, 1..365
     int endDay = 365; ///< day of the year, included; before startDay the period wraps over new year
     double startHour = 0.0; ///< clock time in decimal hours, 0 <= startHour < endHour
@@ -22,31 +24,31 @@ struct StudyPeriod {
 };
 
 /// Whether the period has 30 or 31 December, which older stores of weather mix up.
-bool touchesLastDays(const StudyPeriod& period);
+INSOLATE_STUDY_EXPORT bool touchesLastDays(const StudyPeriod& period);
 
 /// A date as month/day ("6/21") or day of the year ("172").
 /// @throws UsageError naming what is impossible about it and the mend.
-int parseDate(std::string_view text);
+INSOLATE_STUDY_EXPORT int parseDate(std::string_view text);
 
 /// "6/1-8/31", "152-243", "11/1-2/28" (over new year), or a single date for one day.
-void parseDates(std::string_view text, StudyPeriod& period);
+INSOLATE_STUDY_EXPORT void parseDates(std::string_view text, StudyPeriod& period);
 
 /// "8-18", "8:30-17:15" or "8.5-17.25".
-void parseHours(std::string_view text, StudyPeriod& period);
+INSOLATE_STUDY_EXPORT void parseHours(std::string_view text, StudyPeriod& period);
 
 /// A step in decimal hours.
-void checkStep(double step);
+INSOLATE_STUDY_EXPORT void checkStep(double step);
 
 /// "June" for 6; month 1 to 12.
-const char* monthName(int month);
+INSOLATE_STUDY_EXPORT const char* monthName(int month);
 
 /// "21 June".
-std::string dayText(int dayOfYear);
+INSOLATE_STUDY_EXPORT std::string dayText(int dayOfYear);
 
 /// "8:30"; rounded to minutes.
-std::string clockText(double hours);
+INSOLATE_STUDY_EXPORT std::string clockText(double hours);
 
 /// "8:30:36"; rounded to seconds.
-std::string clockTextToSeconds(double hours);
+INSOLATE_STUDY_EXPORT std::string clockTextToSeconds(double hours);
 
 } // namespace insolate::study

@@ -56,7 +56,7 @@ std::vector<std::string> methodNames(MethodsOf use) {
     return names;
 }
 
-void findMethod(const std::string& name) {
+void checkMethod(const std::string& name) {
     methodOf(name);
 }
 

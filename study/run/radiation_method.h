@@ -78,13 +78,6 @@ public:
     [[nodiscard]] virtual bool reportsDarkness() const { return false; }
 };
 
-/// The names that --method takes, the usual one first.
-enum class MethodsOf { aRun, aSky };
-std::vector<std::string> methodNames(MethodsOf use = MethodsOf::aRun);
-
-/// @throws UsageError when there is no such method
-void findMethod(const std::string& name);
-
 /// Reads the weather and builds the sky of the period.
 /// @param north from the model's +Y clockwise to true north [degrees]
 /// @throws DataError when the weather cannot be used, UsageError when there is no such method

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "study/files/output_folder.h"
-#include "study/run/run_study.h"
+#include "study/run/study_steps.h"
 
 #include <span>
 

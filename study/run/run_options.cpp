@@ -47,7 +47,7 @@ void checkSkyOptions(const SkyOptions& options) {
             "give the weather file of the site (.epw, .wea, .mra)");
     require(!options.out.empty(), "--out", "give the folder for the results");
     checkStep(options.period.step);
-    findMethod(options.method);
+    checkMethod(options.method);
     const HourlyOptions& hourly = options.hourly;
     if (hourly.albedo && !(*hourly.albedo >= 0.0 && *hourly.albedo <= 1.0)) {
         throw UsageError(fmt::format("--albedo '{}': no reflectance; give 0 to 1, or epw for the "

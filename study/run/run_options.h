@@ -1,6 +1,7 @@
 /// What the user asks of a study, as plain values.
 #pragma once
 
+#include "study/export.h"
 #include "study/model/mesh_import.h"
 #include "study/run/period.h"
 
@@ -61,12 +62,19 @@ struct RunOptions : SkyOptions {
     }
 };
 
+/// The names that --method takes, the usual one first.
+enum class MethodsOf { aRun, aSky };
+INSOLATE_STUDY_EXPORT std::vector<std::string> methodNames(MethodsOf use = MethodsOf::aRun);
+
+/// @throws UsageError when there is no such method
+INSOLATE_STUDY_EXPORT void checkMethod(const std::string& name);
+
 /// @throws UsageError naming the option that is missing, out of its range, or does not go with the
 ///         method
-void checkSkyOptions(const SkyOptions& options);
-void checkRunOptions(const RunOptions& options);
+INSOLATE_STUDY_EXPORT void checkSkyOptions(const SkyOptions& options);
+INSOLATE_STUDY_EXPORT void checkRunOptions(const RunOptions& options);
 
 /// Threads that work when `threads` are asked for; 0 asks for all processors.
-int usedThreads(int threads);
+INSOLATE_STUDY_EXPORT int usedThreads(int threads);
 
 } // namespace insolate::study

@@ -6,6 +6,7 @@
 #include "study/run/calculate_sensors.h"
 #include "study/run/result_files.h"
 #include "study/run/study_record.h"
+#include "study/run/study_steps.h"
 #include "study/support/errors.h"
 #include "study/support/readable.h"
 #include "study/weather/weather_year.h"

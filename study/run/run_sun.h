@@ -1,6 +1,8 @@
 /// `insolate sun`: where the sun stands through a day.
 #pragma once
 
+#include "study/export.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -20,6 +22,6 @@ struct SunOptions {
 /// line per step while the sun is up: clock time, altitude of the centre with refraction, azimuth
 /// (clockwise from north) and altitude without refraction, in degrees.
 /// @throws Error
-std::string sunTable(const SunOptions& options);
+INSOLATE_STUDY_EXPORT std::string sunTable(const SunOptions& options);
 
 } // namespace insolate::study

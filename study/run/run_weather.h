@@ -1,6 +1,8 @@
 /// `insolate weather`: what is in a weather file, and its conversion.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/support/progress.h"
 
 #include <filesystem>
@@ -14,11 +16,11 @@ struct WeatherInfo {
 };
 
 /// @throws DataError when it is no weather file
-WeatherInfo weatherInfo(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT WeatherInfo weatherInfo(const std::filesystem::path& file);
 
 /// Writes the year as the library reads it into a .wea file.
 /// @throws Error; no file is left then
-void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
+INSOLATE_STUDY_EXPORT void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
                     bool allowGaps, Progress& progress);
 
 } // namespace insolate::study

@@ -1,6 +1,8 @@
 /// Options from a study file (TOML): one key for each option, named as on the command line.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/run/option_table.h"
 
 #include <filesystem>
@@ -18,11 +20,11 @@ using StudyKeys = std::map<std::string, std::string>;
 /// @param given names of options that have their values
 /// @param help where the options are listed, "'insolate run --help'"
 /// @throws DataError with file and line when the file cannot be read or a key or value is wrong
-StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
+INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
                          const std::set<std::string>& given, const std::string& help);
 
 /// Throws the error again: with the place of the option that it begins with, when a study file has
 /// given that one.
-[[noreturn]] void failInStudy(const StudyKeys& keys, const UsageError& error);
+[[noreturn]] INSOLATE_STUDY_EXPORT void failInStudy(const StudyKeys& keys, const UsageError& error);
 
 } // namespace insolate::study

@@ -1,6 +1,8 @@
 /// What a mistyped name was probably meant to be.
 #pragma once
 
+#include "study/export.h"
+
 #include <span>
 #include <string>
 #include <string_view>
@@ -11,9 +13,9 @@ namespace insolate::study {
 /// one typing error for each three letters, at least one and three at most, where two swapped
 /// neighbours are one error (optimal string alignment; Damerau 1964, Communications of the ACM
 /// 7(3), 171-176), and so is an end left out or added.
-std::string closestName(std::string_view word, std::span<const std::string> names);
+INSOLATE_STUDY_EXPORT std::string closestName(std::string_view word, std::span<const std::string> names);
 
 /// "; did you mean 'NAME'?", or nothing when no name is close.
-std::string didYouMean(std::string_view word, std::span<const std::string> names);
+INSOLATE_STUDY_EXPORT std::string didYouMean(std::string_view word, std::span<const std::string> names);
 
 } // namespace insolate::study

@@ -1,6 +1,8 @@
 /// How work on a study fails: one line for the user that says what is wrong, where, and what to do.
 #pragma once
 
+#include "study/export.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <stdexcept>
@@ -12,31 +14,31 @@ namespace insolate::study {
 
 /// The base of every exception that this library throws of its own: a message of the form
 /// "FILE:LINE: what is wrong; what to do".
-class Error : public std::runtime_error {
+class INSOLATE_STUDY_EXPORT Error : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
 /// The options cannot be what was meant. A message about one option begins with its name: "--grid".
-class UsageError : public Error {
+class INSOLATE_STUDY_EXPORT UsageError : public Error {
 public:
     using Error::Error;
 };
 
 /// A file or folder is not what the work needs.
-class DataError : public Error {
+class INSOLATE_STUDY_EXPORT DataError : public Error {
 public:
     using Error::Error;
 };
 
 /// A result could not be written.
-class OutputError : public Error {
+class INSOLATE_STUDY_EXPORT OutputError : public Error {
 public:
     using Error::Error;
 };
 
 /// The caller asked to stop; no result was written.
-class Stopped : public Error {
+class INSOLATE_STUDY_EXPORT Stopped : public Error {
 public:
     explicit Stopped(const std::string& message = "stopped; no result was written")
         : Error(message) {}
@@ -50,13 +52,13 @@ inline void throwIfStopped(const std::stop_token& stop) {
 }
 
 /// The text with control characters replaced: names from files must not steer the terminal.
-std::string printable(std::string_view text);
+INSOLATE_STUDY_EXPORT std::string printable(std::string_view text);
 
 /// "FILE" or "FILE:LINE" as the beginning of a message.
-std::string place(const std::filesystem::path& file);
-std::string place(const std::filesystem::path& file, std::size_t line);
+INSOLATE_STUDY_EXPORT std::string place(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT std::string place(const std::filesystem::path& file, std::size_t line);
 
 /// "'FILE'"-like quoting for text from the user or a file, cut when long.
-std::string quoteText(std::string_view text);
+INSOLATE_STUDY_EXPORT std::string quoteText(std::string_view text);
 
 } // namespace insolate::study

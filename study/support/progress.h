@@ -1,6 +1,8 @@
 /// What the caller of long work hears of it.
 #pragma once
 
+#include "study/export.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -9,7 +11,7 @@ namespace insolate::study {
 
 /// Receives what a study reports while it runs. Every function does nothing unless it is
 /// overridden, so a plain Progress is a silent one.
-class Progress {
+class INSOLATE_STUDY_EXPORT Progress {
 public:
     virtual ~Progress() = default;
 

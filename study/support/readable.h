@@ -1,6 +1,8 @@
 /// Numbers, counts and durations as people read them.
 #pragma once
 
+#include "study/export.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -13,9 +15,9 @@ constexpr std::string_view counted(std::size_t count, std::string_view one, std:
 }
 
 /// "1,234,567".
-std::string groupedDigits(std::size_t number);
+INSOLATE_STUDY_EXPORT std::string groupedDigits(std::size_t number);
 
 /// "850 ms", "12.3 s", "4 min 05 s", "2 h 10 min".
-std::string durationText(double seconds);
+INSOLATE_STUDY_EXPORT std::string durationText(double seconds);
 
 } // namespace insolate::study

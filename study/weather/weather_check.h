@@ -2,6 +2,8 @@
 /// opens.
 #pragma once
 
+#include "study/export.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <filesystem>
@@ -12,7 +14,7 @@
 
 namespace insolate::study {
 
-struct WeatherSite {
+struct INSOLATE_STUDY_EXPORT WeatherSite {
     std::string city;
     std::string region;
     std::string country;
@@ -40,7 +42,7 @@ struct StrayDirect {
     double sum = 0.0; ///< [Wh/m2]
 };
 
-struct WeatherReport {
+struct INSOLATE_STUDY_EXPORT WeatherReport {
     WeatherSite site;
     std::string oddClock;    ///< what oddClockText() says; among the notes too
     StrayDirect strayDirect; ///< nothing where it is not worth telling
@@ -71,25 +73,25 @@ struct WeatherReport {
 
 /// Reads an .epw, .wea or .mra file and says what it holds.
 /// @throws DataError when it cannot be a usable weather file whatever the user allows
-WeatherReport inspectWeatherFile(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT WeatherReport inspectWeatherFile(const std::filesystem::path& file);
 
 /// What is odd about the site's clock: nothing while it is within 3.5 hours of the sun's own time,
 /// which no country's is beyond, and the light of the days lies about the sun's noon.
 /// @param diffuse horizontal radiation of the year's hours [W/m2], NaN where it is missing
-std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
+INSOLATE_STUDY_EXPORT std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
                          const std::filesystem::path& file);
 
 /// Notes in the report the direct radiation that neither global nor diffuse radiation goes with.
 /// @param global NaN where it is missing or unknown
-void noteStrayDirect(WeatherReport& report, std::span<const float> direct,
+INSOLATE_STUDY_EXPORT void noteStrayDirect(WeatherReport& report, std::span<const float> direct,
                      std::span<const float> diffuse, std::span<const float> global,
                      const std::filesystem::path& file);
 
 /// "21 June, 12:00 to 13:00".
-std::string hourOfYearText(const HourOfYear& hour);
+INSOLATE_STUDY_EXPORT std::string hourOfYearText(const HourOfYear& hour);
 
 /// @throws DataError when the year has gaps or repeated hours and they are not allowed
-void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
+INSOLATE_STUDY_EXPORT void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
                          bool allowGaps);
 
 } // namespace insolate::study

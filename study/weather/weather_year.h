@@ -2,6 +2,8 @@
 /// user should know about it.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/weather/weather_check.h"
 
 #include <insolate/insolate.h>
@@ -20,23 +22,23 @@ struct WeatherYear {
 /// global radiation.
 /// @throws DataError when the file gives no year; one with gaps is for requireCompleteYear() to
 ///         judge
-WeatherYear readWeatherYear(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const std::filesystem::path& file);
 
 /// What becomes of the year's last days by the method when the report says that the last one is
 /// empty, and the mend.
-std::string lastDayText(const std::filesystem::path& file, const std::string& method);
+INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file, const std::string& method);
 
 /// Adds that to the report's notes where the period touches these days.
-void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
+INSOLATE_STUDY_EXPORT void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
                  const std::string& method, bool touchesLastDays);
 
 /// That a period without any radiation was asked for, and the mend.
-std::string noLightText(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT std::string noLightText(const std::filesystem::path& file);
 
 /// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
 /// empty.
 /// @param stray what the report has told already
-std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
+INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
                         const StrayDirect& stray);
 
 } // namespace insolate::study
