@@ -5,6 +5,7 @@
 #include <study/files/output_folder.h>
 #include <study/model/mesh.h>
 #include <study/model/mesh_import.h>
+#include <study/model/recentring.h>
 #include <study/model/scene.h>
 #include <study/model/sensor_csv.h>
 #include <study/model/sensor_grid.h>

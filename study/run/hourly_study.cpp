@@ -104,9 +104,8 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
 }
 
 Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
-    const Vector3& n = work.field.normals[index];
     return {work.recentring.local(work.field.positions[index]),
-            {static_cast<float>(n.x), static_cast<float>(n.y), static_cast<float>(n.z)}};
+            narrowed(work.field.normals[index])};
 }
 
 void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,

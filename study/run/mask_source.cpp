@@ -61,7 +61,7 @@ private:
 class FastMasks final : public MaskSource {
 public:
     FastMasks(const Scene& scene, const Recentring& recentring)
-        : m_index(indexOf(scene, recentring)), m_rays(m_index) {}
+        : m_index(recentring.coordinates(scene)), m_rays(m_index) {}
 
     void updateMask(ECalculationPoint& point, std::size_t, int) override {
         FastRayTransparency rays(m_rays);
@@ -71,16 +71,6 @@ public:
     GetTransparencyValueOnRay* rays() override { return &m_rays; }
 
 private:
-    static OcclusionIndex indexOf(const Scene& scene, const Recentring& recentring) {
-        std::vector<double> coordinates;
-        coordinates.reserve(3 * scene.vertices.size());
-        for (const Vector3& vertex : scene.vertices) {
-            const Vector3 p = recentring.moved(vertex);
-            coordinates.insert(coordinates.end(), {p.x, p.y, p.z});
-        }
-        return OcclusionIndex(coordinates);
-    }
-
     OcclusionIndex m_index;
     FastRayTransparency m_rays;
 };
@@ -136,33 +126,6 @@ private:
 };
 
 } // namespace
-
-Recentring::Recentring(const Scene& scene, const SensorField& field) {
-    Vector3 lowest = {1e300, 1e300, 1e300};
-    Vector3 highest = {-1e300, -1e300, -1e300};
-    const auto fold = [&](const std::vector<Vector3>& points) {
-        for (const Vector3& p : points) {
-            lowest = {std::min(lowest.x, p.x), std::min(lowest.y, p.y), std::min(lowest.z, p.z)};
-            highest = {std::max(highest.x, p.x), std::max(highest.y, p.y),
-                       std::max(highest.z, p.z)};
-        }
-    };
-    fold(scene.vertices);
-    fold(field.positions);
-    if (lowest.x <= highest.x) {
-        const Vector3 middle = (lowest + highest) * 0.5;
-        m_centre = {std::floor(middle.x), std::floor(middle.y), std::floor(middle.z)};
-    }
-}
-
-Vector3 Recentring::moved(const Vector3& point) const {
-    return point - m_centre;
-}
-
-XYZf Recentring::local(const Vector3& point) const {
-    const Vector3 p = moved(point);
-    return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
-}
 
 std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& recentring,
                                          RayMethod method, const std::stop_token& stop) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "study/model/scene.h"
+#include "study/model/recentring.h"
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
 
@@ -12,19 +13,6 @@
 #include <stop_token>
 
 namespace insolate::study {
-
-/// Moves model coordinates so that the middle of scene and sensors is the origin: positions in the
-/// library are single precision, and map coordinates would lose their decimetres.
-class Recentring {
-public:
-    Recentring(const Scene& scene, const SensorField& field);
-
-    [[nodiscard]] Vector3 moved(const Vector3& point) const;
-    [[nodiscard]] XYZf local(const Vector3& point) const;
-
-private:
-    Vector3 m_centre; ///< whole metres, so that a model rounds alike wherever it stands
-};
 
 /// Fills masks. One call at a time for each thread slot.
 class MaskSource {

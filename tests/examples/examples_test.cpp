@@ -3,7 +3,12 @@
 #include "../support/test_data.h"
 
 #include <cstdio>
+#include <filesystem>
+#include <sstream>
 #include <string>
+#include <vector>
+
+#include <fmt/format.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -46,9 +51,40 @@ TEST(MinimalHost, failsInWords) {
     EXPECT_THAT(outputOf(MINIMAL_HOST, 2), testing::HasSubstr("usage"));
 }
 
+TEST(HourlyHost, givesTheNumbersOfTheCommand) {
+    const insolate::test::TemporaryFolder folder;
+    const std::filesystem::path demo = sourceFolder() / "examples/courtyard";
+    const std::string files =
+        fmt::format("'{}' '{}'", (demo / "weather.epw").string(), (demo / "courtyard.obj").string());
+    outputOf(fmt::format("cd '{}' && {} {}", folder.path().string(), HOURLY_HOST, files), 0);
+    outputOf(fmt::format("cd '{}' && {} run --quiet --out out --weather '{}' --scene '{}'",
+                         folder.path().string(), COMMAND, (demo / "weather.epw").string(),
+                         (demo / "courtyard.obj").string()),
+             0);
+    const auto firstColumns = [](const std::filesystem::path& file, std::size_t count) {
+        std::istringstream lines(readFile(file));
+        std::vector<std::string> columns;
+        for (std::string line; std::getline(lines, line);) {
+            std::size_t end = 0;
+            for (std::size_t i = 0; i < count; ++i) {
+                end = line.find(',', end) + 1;
+            }
+            columns.push_back(line.substr(0, end));
+        }
+        return columns;
+    };
+    // Place, normal and total of every sensor.
+    const auto host = firstColumns(folder.path() / "radiation/sensors.csv", 7);
+    EXPECT_GT(host.size(), 1000U);
+    EXPECT_EQ(host, firstColumns(folder.path() / "out/sensors.csv", 7));
+    EXPECT_THAT(outputOf(fmt::format("{} nowhere.epw none.obj", HOURLY_HOST), 1),
+                testing::HasSubstr("nowhere.epw"));
+}
+
 TEST(HostIntegrationGuide, quotesTheExampleWordForWord) {
     const std::string guide = readFile(sourceFolder() / "docs/host-integration.md");
-    const std::string example = readFile(sourceFolder() / "examples/minimal_host.cpp");
+    const std::string example = readFile(sourceFolder() / "examples/hourly_host.cpp") +
+                                readFile(sourceFolder() / "examples/minimal_host.cpp");
     int blocks = 0;
     for (std::size_t at = guide.find("```cpp\n"); at != std::string::npos;
          at = guide.find("```cpp\n", at)) {
@@ -58,7 +94,7 @@ TEST(HostIntegrationGuide, quotesTheExampleWordForWord) {
         at += block.size() + 3;
         ++blocks;
     }
-    EXPECT_GE(blocks, 5);
+    EXPECT_GE(blocks, 9);
 }
 
 } // namespace

@@ -1,0 +1,31 @@
+/// From the model's double precision to the single precision of rays.
+#pragma once
+
+#include "study/export.h"
+#include "study/model/scene.h"
+
+#include <vector>
+
+#include <insolate/geometry/xyzf.h>
+
+namespace insolate::study {
+
+/// Moves model coordinates so that the middle of scene and sensors is the origin: positions in the
+/// kernel are single precision, and map coordinates would lose their decimetres.
+class INSOLATE_STUDY_EXPORT Recentring {
+public:
+    Recentring(const Scene& scene, const SensorField& field);
+
+    [[nodiscard]] Vector3 moved(const Vector3& point) const;
+    [[nodiscard]] XYZf local(const Vector3& point) const;
+    /// The moved corners of all triangles, three numbers each, as OcclusionIndex takes them.
+    [[nodiscard]] std::vector<double> coordinates(const Scene& scene) const;
+
+private:
+    Vector3 m_centre; ///< whole metres, so that a model rounds alike wherever it stands
+};
+
+/// The vector in single precision.
+INSOLATE_STUDY_EXPORT XYZf narrowed(const Vector3& vector);
+
+} // namespace insolate::study
