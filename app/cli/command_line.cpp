@@ -34,7 +34,7 @@ int report(int exitCode, std::string_view message) {
 } // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
-    const Interruption interruption;
+    Interruption interruption;
     CLI::App app("Solar radiation on the surfaces of a model, with shade and incidence.",
                  "insolate");
     app.set_version_flag("--version", std::string("insolate ") + INSOLATE_VERSION);

@@ -8,8 +8,8 @@
 
 namespace insolate::app {
 
-void addRunCommand(CLI::App& app, const Interruption& interruption);
-void addSkyCommand(CLI::App& app, const Interruption& interruption);
+void addRunCommand(CLI::App& app, Interruption& interruption);
+void addSkyCommand(CLI::App& app, Interruption& interruption);
 void addSunCommand(CLI::App& app);
 void addWeatherCommand(CLI::App& app);
 

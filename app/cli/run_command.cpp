@@ -18,7 +18,7 @@ struct RunArguments {
 
 } // namespace
 
-void addRunCommand(CLI::App& app, const Interruption& interruption) {
+void addRunCommand(CLI::App& app, Interruption& interruption) {
     CLI::App* command = app.add_subcommand(
         "run", "Calculate the solar radiation on sensors of a model.\n"
                "Writes sensors.csv, sensors.vtp (ParaView), heatmap.png and summary.json.");
@@ -28,7 +28,7 @@ void addRunCommand(CLI::App& app, const Interruption& interruption) {
     auto arguments = std::make_shared<TableArguments>(*command, run->table);
     command->callback([run, arguments, &interruption] {
         arguments->run([&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, run->quiet));
+            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, run->quiet), &interruption);
             study::runStudy(run->options, progress, interruption.token());
         });
     });

@@ -19,7 +19,7 @@ struct SkyArguments {
 
 } // namespace
 
-void addSkyCommand(CLI::App& app, const Interruption& interruption) {
+void addSkyCommand(CLI::App& app, Interruption& interruption) {
     CLI::App* command =
         app.add_subcommand("sky", "Spread the radiation of a period over the sky's 1,296 cells.\n"
                                   "Writes sky.csv, sky.png and sky.json.");
@@ -29,7 +29,7 @@ void addSkyCommand(CLI::App& app, const Interruption& interruption) {
     auto arguments = std::make_shared<TableArguments>(*command, sky->table);
     command->callback([sky, arguments, &interruption] {
         arguments->run([&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sky->quiet));
+            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sky->quiet), &interruption);
             study::runSky(sky->options, progress, interruption.token());
         });
     });

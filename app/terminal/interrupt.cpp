@@ -1,6 +1,10 @@
 #include "app/terminal/interrupt.h"
 
+#include "study/files/output_folder.h"
+
 #include <csignal>
+#include <ctime>
+#include <string_view>
 
 #include <pthread.h>
 #include <unistd.h>
@@ -40,24 +44,43 @@ Interruption::~Interruption() {
     m_thread.join();
 }
 
+void Interruption::holdsFolder(study::OutputFolder* folder) {
+    const std::lock_guard lock(m_mutex);
+    m_folder = folder;
+}
+
 void Interruption::wait() {
     const sigset_t signals = watchedSignals();
-    for (;;) {
-        int received = 0;
-        if (sigwait(&signals, &received) != 0) {
-            return;
+    int received = 0;
+    while (sigwait(&signals, &received) == 0 && !m_ended) {
+        if (received != SIGUSR1) {
+            m_signal = received;
+            m_stop.request_stop();
+            break;
         }
-        if (m_ended) {
-            return;
-        }
-        if (received == SIGUSR1) {
-            continue;
-        }
-        if (m_signal.exchange(received) != 0) {
-            _exit(128 + received); // whoever asks twice means it
-        }
-        m_stop.request_stop();
     }
+    // Work that is between two questions for the stop, inside a library or waiting for a file, gets
+    // this long; a second signal means that somebody does not want to wait at all.
+    timespec patience = {0, 700'000'000};
+    while (!m_ended) {
+        const int second = sigtimedwait(&signals, nullptr, &patience);
+        if (!m_ended && second != SIGUSR1) {
+            endNow();
+        }
+    }
+}
+
+void Interruption::endNow() {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_folder != nullptr && m_folder->abandon()) {
+            // The results got their names before the request came through.
+            _exit(128 + m_signal);
+        }
+    }
+    constexpr std::string_view message = "\ninsolate: error: stopped; no result was written\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, message.data(), message.size());
+    _exit(128 + m_signal);
 }
 
 } // namespace insolate::app

@@ -1,15 +1,21 @@
-/// Ctrl-C and termination requests, turned into a stop token.
+/// Ctrl-C and termination requests: a stop token for the work, and an end for what does not heed it.
 #pragma once
 
 #include <atomic>
+#include <mutex>
 #include <stop_token>
 #include <thread>
 
+namespace insolate::study {
+class OutputFolder;
+}
+
 namespace insolate::app {
 
-/// Waits for SIGINT and SIGTERM on a thread of its own: the first asks the work to stop, a second
-/// one ends the process at once. Made before any other thread, because threads inherit which
-/// signals are held back from them.
+/// Waits for SIGINT and SIGTERM on a thread of its own. The first asks the work to stop; work that
+/// has not ended within the patience, or a second signal, ends the process with 128 + N, after the
+/// output folder was given up. Made before any other thread, because threads inherit which signals
+/// are held back from them.
 class Interruption {
 public:
     Interruption();
@@ -20,13 +26,18 @@ public:
     [[nodiscard]] std::stop_token token() const { return m_stop.get_token(); }
     /// The signal that asked to stop, or 0.
     [[nodiscard]] int signal() const { return m_signal.load(); }
+    /// The folder to give up when the process must end at once; null for none.
+    void holdsFolder(study::OutputFolder* folder);
 
 private:
     void wait();
+    [[noreturn]] void endNow();
 
     std::stop_source m_stop;
     std::atomic<int> m_signal{0};
     std::atomic<bool> m_ended{false};
+    std::mutex m_mutex;
+    study::OutputFolder* m_folder = nullptr;
     std::thread m_thread;
 };
 

@@ -121,4 +121,10 @@ void TerminalProgress::end() {
     }
 }
 
+void TerminalProgress::holdsFolder(study::OutputFolder* folder) {
+    if (m_interruption != nullptr) {
+        m_interruption->holdsFolder(folder);
+    }
+}
+
 } // namespace insolate::app

@@ -4,6 +4,7 @@
 /// lines are written at every tenth of the work. --quiet leaves warnings and errors.
 #pragma once
 
+#include "app/terminal/interrupt.h"
 #include "study/support/progress.h"
 
 #include <chrono>
@@ -26,7 +27,9 @@ public:
     /// The style that suits standard error.
     static Style styleOf(std::FILE* stream, bool quiet);
 
-    TerminalProgress(std::FILE* stream, Style style) : m_stream(stream), m_style(style) {}
+    /// @param interruption hears which output folder is in use; may be null
+    TerminalProgress(std::FILE* stream, Style style, Interruption* interruption = nullptr)
+        : m_stream(stream), m_style(style), m_interruption(interruption) {}
 
     /// A line of its own about what happens; nothing when quiet.
     void note(const std::string& text) override;
@@ -43,6 +46,8 @@ public:
     /// Ends the count and leaves the terminal's line clean; harmless when nothing was begun.
     void end() override;
 
+    void holdsFolder(study::OutputFolder* folder) override;
+
 private:
     /// Writes and flushes. What nobody can read is no reason to stop the work, so a closed or full
     /// stream is passed over.
@@ -53,6 +58,7 @@ private:
 
     std::FILE* m_stream;
     Style m_style;
+    Interruption* m_interruption;
     std::mutex m_mutex;
     std::string m_things;
     std::size_t m_total = 0;

@@ -1,6 +1,6 @@
 #include "study/run/run_sky.h"
 
-#include "study/files/output_folder.h"
+#include "study/files/folder_hold.h"
 #include "study/output/sky_output.h"
 #include "study/output/summary.h"
 #include "study/run/radiation_method.h"
@@ -16,6 +16,7 @@ namespace insolate::study {
 void runSky(const SkyOptions& options, Progress& progress, const std::stop_token& stop) {
     checkSkyOptions(options);
     OutputFolder folder(options.out);
+    const FolderHold hold(progress, folder);
     folder.requireFree({"sky.csv", "sky.png", "sky.json"});
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, 0.0);
     reportStudy(options, method->weather(), progress);

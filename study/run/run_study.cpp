@@ -1,6 +1,6 @@
 #include "study/run/run_study.h"
 
-#include "study/files/output_folder.h"
+#include "study/files/folder_hold.h"
 #include "study/model/sensor_grid.h"
 #include "study/output/summary.h"
 #include "study/run/calculate_sensors.h"
@@ -172,6 +172,7 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
 void runStudy(const RunOptions& options, Progress& progress, const std::stop_token& stop) {
     checkRunOptions(options);
     OutputFolder folder(options.out);
+    const FolderHold hold(progress, folder);
     for (const ResultFile& file : resultFiles()) {
         if (file.isWanted(options)) {
             folder.requireFree({file.name});

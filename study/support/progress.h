@@ -9,6 +9,8 @@
 
 namespace insolate::study {
 
+class OutputFolder;
+
 /// Receives what a study reports while it runs. Every function does nothing unless it is
 /// overridden, so a plain Progress is a silent one.
 class INSOLATE_STUDY_EXPORT Progress {
@@ -26,6 +28,10 @@ public:
     virtual void advance(std::size_t /*count*/) {}
     /// Ends the count.
     virtual void end() {}
+
+    /// The work holds this output folder from now on; null when it has let it go. A caller that must
+    /// end the process at once may meanwhile call its abandon() from any thread.
+    virtual void holdsFolder(OutputFolder* /*folder*/) {}
 };
 
 } // namespace insolate::study
