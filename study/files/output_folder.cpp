@@ -1,13 +1,18 @@
 #include "study/files/output_folder.h"
 
+#include "study/support/readable.h"
+
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <span>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,7 +29,7 @@ std::string reasonText(int reason) {
                             : std::generic_category().message(reason);
 }
 
-std::string mendFor(int reason) {
+std::string remedyFor(int reason) {
     switch (reason) {
     case ENOSPC:
     case EDQUOT:
@@ -39,7 +44,12 @@ std::string mendFor(int reason) {
     }
 }
 
-/// Makes renames in the folder survive a power cut. File systems that cannot do it are not refused.
+// Lines of the lock file.
+constexpr std::string_view processKey = "process ";
+constexpr std::string_view partialKey = "writes ";
+
+/// Makes the folder's names as they are now survive a loss of power. File systems that cannot do it
+/// are not refused.
 void syncFolder(const fs::path& folder) {
     const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor >= 0) {
@@ -124,7 +134,7 @@ void OutputFile::finish() {
 }
 
 void OutputFile::fail(int reason) const {
-    throw OutputError(m_shownName + ": cannot be written: " + reasonText(reason) + mendFor(reason));
+    throw OutputError(m_shownName + ": cannot be written: " + reasonText(reason) + remedyFor(reason));
 }
 
 OutputFolder::OutputFolder(const fs::path& folder, std::string onlyFile)
@@ -133,7 +143,8 @@ OutputFolder::OutputFolder(const fs::path& folder, std::string onlyFile)
     try {
         createFolder();
         lock();
-        removeLeftovers();
+        takeOver();
+        tryToWrite();
     } catch (...) {
         discard();
         throw;
@@ -141,13 +152,14 @@ OutputFolder::OutputFolder(const fs::path& folder, std::string onlyFile)
 }
 
 OutputFolder::~OutputFolder() {
+    const std::lock_guard guard(m_mutex);
     discard();
 }
 
 void OutputFolder::fail(const std::string& what, int reason) const {
     throw OutputError((m_onlyFile.empty() ? m_folder.string() + ": the output folder " + what
                                           : m_onlyFile + ": cannot be written") +
-                      ": " + reasonText(reason) + mendFor(reason));
+                      ": " + reasonText(reason) + remedyFor(reason));
 }
 
 void OutputFolder::createFolder() {
@@ -206,7 +218,48 @@ void OutputFolder::lock() {
         }
         close(std::exchange(m_lock, -1));
     }
-    // A lock file left by a killed run opens even where no new file can be made, so one is tried.
+}
+
+/// A lock file that nobody holds is of a run that died: what it had begun is removed, by the names
+/// that it holds, and it becomes ours.
+void OutputFolder::takeOver() {
+    std::istringstream content(fileBeginning(m_folder / lockName, 65'536));
+    std::string process;
+    std::size_t removed = 0;
+    for (std::string line; std::getline(content, line);) {
+        if (line.starts_with(processKey)) {
+            process = line.substr(processKey.size());
+        } else if (line.starts_with(partialKey)) {
+            const std::string name = line.substr(partialKey.size());
+            const fs::path partial = m_folder / (name + std::string(partialSuffix));
+            if (name.find('/') == std::string::npos && unlink(partial.c_str()) == 0) {
+                ++removed;
+            }
+        }
+    }
+    if (!process.empty()) {
+        m_notes.push_back(fmt::format(
+            "{}: took over the folder from process {}, which ended in the middle of its work{}",
+            place(m_folder), printable(process),
+            removed == 0 ? ""
+                         : fmt::format("; removed {} unfinished {}", removed,
+                                       counted(removed, "file", "files"))));
+    }
+    if (ftruncate(m_lock, 0) == 0) {
+        lseek(m_lock, 0, SEEK_SET);
+        writeLock(fmt::format("{}{}", processKey, getpid()));
+    }
+}
+
+/// What the lock file says only serves the next run after a kill, so that a full disk is left to
+/// the files that matter.
+void OutputFolder::writeLock(const std::string& line) {
+    const std::string text = line + "\n";
+    [[maybe_unused]] const ssize_t written = write(m_lock, text.data(), text.size());
+}
+
+/// A lock file left by a killed run opens even where no new file can be made, so one is tried.
+void OutputFolder::tryToWrite() const {
     const fs::path trial = m_folder / (std::string(lockName) + std::string(partialSuffix));
     try {
         OutputFile file(trial, m_onlyFile.empty() ? m_folder.string() : m_onlyFile);
@@ -219,71 +272,118 @@ void OutputFolder::lock() {
     unlink(trial.c_str());
 }
 
-void OutputFolder::removeLeftovers() {
-    std::error_code error;
-    std::vector<fs::path> leftovers;
-    for (const fs::directory_entry& entry : fs::directory_iterator(m_folder, error)) {
-        if (entry.path().extension() == partialSuffix) {
-            leftovers.push_back(entry.path());
+void OutputFolder::requireFree(std::span<const ResultName> results,
+                               std::span<const fs::path> inputs) const {
+    const std::string_view elsewhere = m_onlyFile.empty() ? "another --out" : "another name";
+    for (const ResultName& result : results) {
+        const fs::path target = m_folder / result.name;
+        fs::path partial = target;
+        requireNoPartial(partial += partialSuffix);
+        std::error_code error;
+        if (!fs::exists(fs::symlink_status(target, error))) {
+            continue;
         }
-    }
-    for (const fs::path& path : leftovers) {
-        unlink(path.c_str());
+        const auto refuse = [&](std::string_view what) {
+            throw OutputError(fmt::format("{}: {} {}", place(target), what, elsewhere));
+        };
+        if (fs::is_directory(target, error)) {
+            refuse("is a folder; move it away or choose");
+        }
+        for (const fs::path& input : inputs) {
+            if (fs::equivalent(target, input, error)) {
+                refuse("is read by this run, whose result of that name would replace it; choose");
+            }
+        }
+        const bool isEmpty = fs::is_regular_file(target, error) && fs::is_empty(target, error);
+        if (!isEmpty && !result.isOurs(target)) {
+            refuse("was not written by insolate, and a result of that name would replace it; "
+                   "rename it or choose");
+        }
     }
 }
 
-void OutputFolder::requireFree(std::initializer_list<std::string_view> names) const {
-    for (const std::string_view name : names) {
-        const fs::path target = m_folder / name;
-        std::error_code error;
-        if (fs::is_directory(target, error)) {
-            throw OutputError(target.string() +
-                              (m_onlyFile.empty()
-                                   ? ": is a folder; move it away or choose another --out"
-                                   : ": is a folder; move it away or choose another name"));
-        }
+/// A partial file that no dead run had begun is somebody else's.
+void OutputFolder::requireNoPartial(const fs::path& partial) const {
+    std::error_code error;
+    if (fs::exists(fs::symlink_status(partial, error))) {
+        throw OutputError(fmt::format("{}: stands in the way of an unfinished result; remove or "
+                                      "rename it",
+                                      place(partial)));
     }
 }
 
 OutputFile& OutputFolder::stage(const std::string& name) {
-    requireFree({name});
     const fs::path target = m_folder / name;
     fs::path partial = target;
     partial += partialSuffix;
+    const std::lock_guard guard(m_mutex);
+    if (m_abandoned) {
+        throw Stopped();
+    }
+    std::error_code error;
+    if (fs::is_directory(target, error)) {
+        throw OutputError(place(target) + ": is a folder; move it away");
+    }
+    requireNoPartial(partial);
+    writeLock(std::string(partialKey) + name); // before the file is there to be left behind
     m_staged.push_back({target, partial, std::make_unique<OutputFile>(partial, target.string())});
     return *m_staged.back().file;
 }
 
+void OutputFolder::rename(const Staged& staged) {
+    if (::rename(staged.partial.c_str(), staged.target.c_str()) != 0) {
+        const int reason = errno;
+        throw OutputError(staged.target.string() + ": cannot be given its name: " +
+                          std::generic_category().message(reason) + remedyFor(reason));
+    }
+    m_committed = true; // the folder stays from the first result on
+}
+
 void OutputFolder::commit() {
-    for (const Staged& staged : m_staged) {
+    for (const Staged& staged : m_staged) { // this thread alone adds to them
         if (!staged.file->isFinished()) {
             staged.file->finish();
         }
     }
-    if (!m_staged.empty()) {
+    {
+        const std::lock_guard guard(m_mutex);
+        if (m_abandoned) {
+            throw Stopped();
+        }
+        if (m_staged.empty()) {
+            return;
+        }
         // While the names change over, the file that closes the set is absent.
         unlink(m_staged.back().target.c_str());
-    }
-    for (const fs::path& old : m_retired) {
-        unlink(old.c_str());
-    }
-    for (const Staged& staged : m_staged) {
-        if (rename(staged.partial.c_str(), staged.target.c_str()) != 0) {
-            const int reason = errno;
-            throw OutputError(staged.target.string() + ": cannot be given its name: " +
-                              std::generic_category().message(reason) + mendFor(reason));
+        syncFolder(m_folder);
+        for (const fs::path& old : m_retired) {
+            unlink(old.c_str());
         }
-        m_committed = true; // the folder stays from the first result on
+        for (const Staged& staged : std::span(m_staged).first(m_staged.size() - 1)) {
+            rename(staged);
+        }
+        syncFolder(m_folder);
+        rename(m_staged.back());
+        m_staged.clear();
     }
     syncFolder(m_folder);
-    m_staged.clear();
+    for (const fs::path& folder : m_createdFolders) {
+        syncFolder(folder.parent_path());
+    }
 }
 
-void OutputFolder::discard() noexcept {
+bool OutputFolder::abandon() noexcept {
+    const std::lock_guard guard(m_mutex);
+    m_abandoned = true;
+    // The files themselves belong to the thread that writes them; only their names go.
     for (const Staged& staged : m_staged) {
         unlink(staged.partial.c_str());
     }
-    m_staged.clear();
+    release();
+    return m_committed;
+}
+
+void OutputFolder::release() noexcept {
     if (m_lock >= 0) {
         // Removed while still held: whoever opened it meanwhile sees that it lost its name.
         unlink((m_folder / lockName).c_str());
@@ -295,6 +395,16 @@ void OutputFolder::discard() noexcept {
             m_createdFolders.pop_back();
         }
     }
+}
+
+void OutputFolder::discard() noexcept {
+    if (m_abandoned) {
+        return; // the names may be another run's by now
+    }
+    for (const Staged& staged : m_staged) {
+        unlink(staged.partial.c_str());
+    }
+    release();
 }
 
 } // namespace insolate::study

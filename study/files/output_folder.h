@@ -6,13 +6,15 @@
 #pragma once
 
 #include "study/export.h"
-
+#include "study/files/result_name.h"
 #include "study/support/errors.h"
 
 #include <cstddef>
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,33 +70,43 @@ private:
 /// Holds the folder for one run, from before the work starts until commit() or destruction.
 ///
 ///     OutputFolder folder(out);               // fails here if nothing could be written later
-///     folder.requireFree({"sensors.csv"});
+///     folder.requireFree(results, inputs);    // and here if a result would replace a user's file
 ///     OutputFile& table = folder.stage("sensors.csv");
 ///     ... long work, writeSensorsCsv(table, ...) ...
 ///     folder.commit();                        // all files appear under their names
 ///
 /// Without commit() the destructor removes the partial files, and the folder if this object made
-/// it.
+/// it. One thread uses the object; abandon() alone may be called from any other.
+///
+/// The file ".insolate.lock" holds the number of the process and the names of its partial files.
+/// The system takes the lock off when the process dies; the next run then removes exactly the
+/// partial files that the dead one had begun, and notes() says so.
 class INSOLATE_STUDY_EXPORT OutputFolder {
 public:
     /// Creates the folder when it is missing, tries that files can be made in it, and locks it.
     /// @param onlyFile the one file that is to be written, as messages call it; empty where the
-    /// user
-    ///        has named the folder
-    /// @throws OutputError when that fails or another run holds the folder. The lock dies with the
-    ///         process; partial files that a killed run left are removed.
+    ///        user has named the folder
+    /// @throws OutputError when that fails or another run holds the folder
     explicit OutputFolder(const std::filesystem::path& folder, std::string onlyFile = {});
     ~OutputFolder();
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
 
+    /// Refuses, before the work, results that would replace what is not a result: an input of this
+    /// run (the same file, by whatever name), a file that somebody else wrote, a folder. Empty files
+    /// are free.
+    /// @throws OutputError with the way out
+    void requireFree(std::span<const ResultName> results,
+                     std::span<const std::filesystem::path> inputs = {}) const;
+    void requireFree(std::initializer_list<ResultName> results,
+                     std::span<const std::filesystem::path> inputs = {}) const {
+        requireFree(std::span(results.begin(), results.size()), inputs);
+    }
+
     /// A file that will get `name` (no path separators) at commit(). The reference holds as long as
     /// the folder object. Staged once per name.
+    /// @throws OutputError, and Stopped after abandon()
     OutputFile& stage(const std::string& name);
-
-    /// Refuses early what stage() would refuse late, after the work.
-    /// @throws OutputError when one of the names is taken by a folder
-    void requireFree(std::initializer_list<std::string_view> names) const;
 
     /// A file of an earlier run that would contradict the staged ones: it goes at commit(), once
     /// they are complete.
@@ -102,8 +114,20 @@ public:
 
     /// Finishes all staged files and gives them their names, the last staged one last: its presence
     /// says that the set is complete (stage "summary.json" last). When finishing fails, nothing has
-    /// been renamed.
+    /// been renamed. After a loss of power as well the last one is there only beside the others:
+    /// contents go to the disk before names, and names of the set before that of the last.
+    /// @throws OutputError, and Stopped after abandon()
     void commit();
+
+    /// Gives the folder up from another thread, while the one that uses the object may be anywhere
+    /// in its work: removes the partial files, the lock and the folder if this object made it. What
+    /// that thread still writes goes nowhere, and its next stage() or commit() throws Stopped.
+    /// Waits for the renaming of a commit() to end, if that has begun.
+    /// @return whether the results have got their names, and so stay
+    bool abandon() noexcept;
+
+    /// What a person may want to know of the folder: sentences, empty as a rule.
+    [[nodiscard]] const std::vector<std::string>& notes() const { return m_notes; }
 
     [[nodiscard]] const std::filesystem::path& path() const { return m_folder; }
 
@@ -119,18 +143,27 @@ private:
 
     void createFolder();
     void lock();
+    void tryToWrite() const;
+    void takeOver();
+    void requireNoPartial(const std::filesystem::path& partial) const;
+    void rename(const Staged& staged); ///< with m_mutex held, as release() and discard()
+    void writeLock(const std::string& line);
     /// @param what "cannot be created"
     [[noreturn]] void fail(const std::string& what, int reason) const;
-    void removeLeftovers();
+    void release() noexcept;
     void discard() noexcept;
 
     std::filesystem::path m_folder;
     std::string m_onlyFile;
+    std::vector<std::string> m_notes;
+    std::vector<std::filesystem::path> m_retired;
+
+    std::mutex m_mutex; ///< of all below, which abandon() shares with the using thread
     std::vector<std::filesystem::path> m_createdFolders; ///< innermost last
     std::vector<Staged> m_staged;
-    std::vector<std::filesystem::path> m_retired;
     int m_lock = -1;
     bool m_committed = false;
+    bool m_abandoned = false;
 };
 
 } // namespace insolate::study

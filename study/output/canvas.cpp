@@ -2,6 +2,8 @@
 
 #include "study/output/summary.h"
 #include "study/output/text.h"
+#include "study/support/errors.h"
+#include "study/support/file_name.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +12,27 @@
 #include <new>
 #include <vector>
 
+#include <cairo-pdf.h>
+#include <cairo-svg.h>
+
 namespace insolate::study {
+
+using namespace std::string_view_literals;
+
+/// Where cairo's bytes go. Exceptions must not pass through the C library, so one is kept until the
+/// call has returned.
+struct Canvas::Sink {
+    OutputFile& out;
+    PictureFormat format;
+    std::stop_token stop;
+    std::size_t written = 0;
+    bool closed = false;
+    std::exception_ptr failure = nullptr;
+
+    /// Puts our mark where the format has room for it: behind the first chunk of a PNG, behind the
+    /// first line of an SVG. A PDF holds it in its document information.
+    void write(std::string_view bytes);
+};
 
 namespace {
 
@@ -62,42 +84,66 @@ std::vector<std::string> wordsOf(const std::string& text) {
     return words;
 }
 
-/// Without the last character, however many bytes that has.
-void removeLastCharacter(std::string& text) {
-    while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U) {
-        text.pop_back();
+/// The longest beginning of at most `size` bytes that does not split a character.
+std::string_view beginningOf(std::string_view text, std::size_t size) {
+    if (text.size() <= size) {
+        return text;
     }
-    if (!text.empty()) {
-        text.pop_back();
+    while (size > 0 && (static_cast<unsigned char>(text[size]) & 0xC0U) == 0x80U) {
+        --size;
     }
+    return text.substr(0, size);
 }
 
-/// Exceptions must not pass through the C library, so one is kept until the call has returned.
-struct PngSink {
-    OutputFile& out;
-    std::exception_ptr failure;
-};
+/// More bytes of text than a line of any picture shows; measuring all of a text of megabytes would
+/// take minutes.
+constexpr std::size_t longestLine = 1000;
 
-cairo_status_t writePart(void* closure, const unsigned char* data, unsigned int size) {
-    auto& sink = *static_cast<PngSink*>(closure);
-    try {
-        sink.out.write(data, size);
-        return CAIRO_STATUS_SUCCESS;
-    } catch (...) {
-        sink.failure = std::current_exception();
-        return CAIRO_STATUS_WRITE_ERROR;
+constexpr std::string_view pngMark = "Software\0insolate"sv;
+constexpr std::string_view svgMark = "<!-- made by insolate -->\n";
+constexpr std::string_view pdfMark = "insolate";
+
+std::string bigEndian(std::uint32_t value) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes += static_cast<char>(value >> shift & 0xFFU);
     }
+    return bytes;
 }
+
+/// A text chunk of the PNG specification (W3C 2003, 11.3.4.3), its CRC after annex D.
+std::string pngTextChunk() {
+    const std::string content = "tEXt" + std::string(pngMark);
+    std::uint32_t crc = 0xFFFFFFFFU;
+    for (const char c : content) {
+        crc ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc & 1U) != 0 ? 0xEDB88320U ^ crc >> 1U : crc >> 1U;
+        }
+    }
+    return bigEndian(static_cast<std::uint32_t>(pngMark.size())) + content + bigEndian(~crc);
+}
+
+constexpr std::size_t pngHeaderSize = 33; // signature and IHDR chunk
 
 } // namespace
 
-ColorScale scaleOf(const ResultColumn& column, std::optional<double> lowest,
-                   std::optional<double> highest, std::span<const float> weights) {
-    const ColumnRange range = rangeOf(column.values, weights);
+double ColorScale::placeOfShown(double value) const {
+    if (scheme == ColorScheme::diverging) {
+        return 0.5 + 0.5 * value / std::max(std::abs(lowest), std::abs(highest));
+    }
+    return (value - lowest) / (highest - lowest);
+}
+
+ColorScale scaleOf(const ResultColumn& column, const ColorScaleOptions& options) {
+    const ColumnRange range = rangeOf(column.values, options.weights);
     ColorScale scale;
+    scale.scheme = options.scheme;
     scale.hasValues = range.count > 0;
-    const double low = lowest.value_or(range.lowest);
-    const double high = highest.value_or(range.highest);
+    const bool diverging = options.scheme == ColorScheme::diverging;
+    const double reach = std::max(std::abs(range.lowest), std::abs(range.highest));
+    const double low = options.lowest.value_or(diverging ? -reach : range.lowest);
+    const double high = options.highest.value_or(diverging ? reach : range.highest);
     std::string unit = column.unit;
     if (unit.starts_with("Wh")) {
         const double size = std::max(std::abs(low), std::abs(high));
@@ -123,12 +169,84 @@ ColorScale scaleOf(const ResultColumn& column, std::optional<double> lowest,
     return scale;
 }
 
-Canvas::Canvas(int width, int height)
-    : m_width(width), m_height(height), m_unit(std::min(width / 1600.0, height / 1000.0)),
-      m_surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height)),
-      m_context(cairo_create(m_surface.get())) {
+PictureFormat pictureFormat(const std::filesystem::path& file) {
+    if (hasExtension(file, {".png"})) {
+        return PictureFormat::png;
+    }
+    if (hasExtension(file, {".svg"})) {
+        return PictureFormat::svg;
+    }
+    if (hasExtension(file, {".pdf"})) {
+        return PictureFormat::pdf;
+    }
+    throw UsageError(place(file) +
+                     ": no picture has this ending; give a name that ends in .png, .svg or .pdf");
+}
+
+void Canvas::Sink::write(std::string_view bytes) {
+    std::string_view mark;
+    std::size_t before = bytes.size(); // how many of these bytes come before the mark
+    std::string chunk;
+    if (format == PictureFormat::png && written < pngHeaderSize &&
+        written + bytes.size() >= pngHeaderSize) {
+        before = pngHeaderSize - written;
+        chunk = pngTextChunk();
+        mark = chunk;
+    } else if (format == PictureFormat::svg && written == 0) {
+        before = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+        mark = svgMark;
+    }
+    out.write(bytes.substr(0, before));
+    out.write(mark);
+    out.write(bytes.substr(before));
+    written += bytes.size();
+}
+
+cairo_status_t Canvas::writePart(void* sink, const unsigned char* data, unsigned int size) {
+    auto& to = *static_cast<Sink*>(sink);
+    if (to.closed || to.failure) {
+        return CAIRO_STATUS_WRITE_ERROR;
+    }
+    try {
+        throwIfStopped(to.stop);
+        if (size > 0) {
+            to.write({reinterpret_cast<const char*>(data), size});
+        }
+        return CAIRO_STATUS_SUCCESS;
+    } catch (...) {
+        to.failure = std::current_exception();
+        return CAIRO_STATUS_WRITE_ERROR;
+    }
+}
+
+Canvas::Canvas(OutputFile& out, PictureFormat format, int width, int height,
+               const std::stop_token& stop)
+    : m_sink(new Sink{.out = out, .format = format, .stop = stop}), m_format(format),
+      m_width(width), m_height(height), m_unit(std::min(width / 1600.0, height / 1000.0)) {
+    constexpr double pointsPerPixel = 0.5;
+    switch (format) {
+    case PictureFormat::png:
+        m_surface.reset(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
+        break;
+    case PictureFormat::svg:
+        m_surface.reset(
+            cairo_svg_surface_create_for_stream(writePart, m_sink.get(), width, height));
+        cairo_svg_surface_set_document_unit(m_surface.get(), CAIRO_SVG_UNIT_PX);
+        break;
+    case PictureFormat::pdf:
+        m_surface.reset(cairo_pdf_surface_create_for_stream(
+            writePart, m_sink.get(), pointsPerPixel * width, pointsPerPixel * height));
+        cairo_pdf_surface_set_metadata(m_surface.get(), CAIRO_PDF_METADATA_CREATOR, pdfMark.data());
+        // The same results make the same bytes, whenever.
+        cairo_pdf_surface_set_metadata(m_surface.get(), CAIRO_PDF_METADATA_CREATE_DATE, "");
+        break;
+    }
+    m_context.reset(cairo_create(m_surface.get()));
     if (cairo_status(m_context.get()) != CAIRO_STATUS_SUCCESS) {
         throw std::bad_alloc();
+    }
+    if (format == PictureFormat::pdf) {
+        cairo_scale(context(), pointsPerPixel, pointsPerPixel);
     }
     setColor({1.0, 1.0, 1.0});
     cairo_paint(context());
@@ -139,6 +257,10 @@ Canvas::Canvas(int width, int height)
     cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
     cairo_set_font_options(context(), options);
     cairo_font_options_destroy(options);
+}
+
+Canvas::~Canvas() {
+    m_sink->closed = true; // of a sheet that was given up nothing more is written
 }
 
 void Canvas::setColor(const Color& color, double opacity) const {
@@ -154,25 +276,32 @@ void Canvas::selectFont(double size, bool bold) const {
 double Canvas::textWidth(std::string_view text, double size, bool bold) const {
     selectFont(size, bold);
     cairo_text_extents_t extents;
-    cairo_text_extents(context(), validText(text).c_str(), &extents);
+    cairo_text_extents(context(), validText(beginningOf(text, longestLine)).c_str(), &extents);
     return extents.x_advance;
 }
 
 void Canvas::text(double x, double y, std::string_view text, double size, Align align, bool bold,
                   double maxWidth) const {
-    std::string shown = validText(text);
+    std::string shown = validText(beginningOf(text, longestLine));
+    const auto cutTo = [whole = shown](std::size_t bytes) {
+        return std::string(beginningOf(whole, bytes)) + "…";
+    };
+    if (text.size() > longestLine) {
+        shown = cutTo(shown.size());
+    }
     double width = textWidth(shown, size, bold);
     if (width > maxWidth) {
         size *= std::max(0.7, maxWidth / width);
         width = textWidth(shown, size, bold);
     }
     if (width > maxWidth) {
-        std::string cut = shown;
-        while (!cut.empty() && width > maxWidth) {
-            removeLastCharacter(cut);
-            shown = cut + "…";
-            width = textWidth(shown, size, bold);
+        std::size_t fits = 0;
+        for (std::size_t tooLong = shown.size(); fits + 1 < tooLong;) {
+            const std::size_t middle = (fits + tooLong) / 2;
+            (textWidth(cutTo(middle), size, bold) <= maxWidth ? fits : tooLong) = middle;
         }
+        shown = cutTo(fits);
+        width = textWidth(shown, size, bold);
     }
     selectFont(size, bold);
     const double shift = align == Align::left ? 0.0 : align == Align::center ? 0.5 : 1.0;
@@ -183,6 +312,7 @@ void Canvas::text(double x, double y, std::string_view text, double size, Align 
 
 void Canvas::outlinedText(double x, double y, std::string_view text, double size,
                           Align align) const {
+    text = beginningOf(text, longestLine);
     const double width = textWidth(text, size);
     const double shift = align == Align::left ? 0.0 : align == Align::center ? 0.5 : 1.0;
     cairo_move_to(context(), x - shift * width, y);
@@ -205,9 +335,11 @@ double Canvas::heading(const std::string& title, const std::string& subtitle) co
 
     const double size = 19.0 * m_unit;
     std::vector<std::string> lines;
-    for (const std::string& word : wordsOf(validText(subtitle))) {
+    constexpr std::size_t mostLines = 3;
+    const std::string_view shown = beginningOf(subtitle, mostLines * longestLine);
+    for (const std::string& word : wordsOf(validText(shown))) {
         const bool fits = !lines.empty() && textWidth(lines.back() + " " + word, size) <= available;
-        if (lines.empty() || (!fits && lines.size() < 3)) {
+        if (lines.empty() || (!fits && lines.size() < mostLines)) {
             lines.push_back(word);
         } else {
             lines.back() += " " + word; // the third line is cut where it is drawn
@@ -241,7 +373,9 @@ void Canvas::colorBar(const Rectangle& place, const ColorScale& scale,
     }
     const int rows = static_cast<int>(bar.height);
     for (int row = 0; row < rows; ++row) {
-        setColor(colors(1.0 - (row + 0.5) / rows));
+        const double value = // of the shown unit, downwards from the highest
+            scale.highest - (row + 0.5) / rows * (scale.highest - scale.lowest);
+        setColor(colors(scale.placeOfShown(value)));
         cairo_rectangle(cr, bar.x, bar.y + row, bar.width, 1.0);
         cairo_fill(cr);
     }
@@ -272,42 +406,83 @@ void Canvas::colorBar(const Rectangle& place, const ColorScale& scale,
             tick(k * step, step, false);
         }
     }
-    if (scale.mean > scale.lowest && scale.mean < scale.highest) {
-        const double y = heightOf(scale.mean);
+    const auto markAt = [&](double y) {
         cairo_move_to(cr, bar.x - 2.0 * m_unit, y);
         cairo_rel_line_to(cr, -11.0 * m_unit, -6.0 * m_unit);
         cairo_rel_line_to(cr, 0.0, 12.0 * m_unit);
         cairo_close_path(cr);
         cairo_fill(cr);
-        text(bar.x - 18.0 * m_unit, y + 0.36 * size, "mean", 16.0 * m_unit, Align::right);
+    };
+    // Below the bar, the mark repeated beside it: among the other numbers it would hide one.
+    const double meanLine = bar.y + bar.height + 40.0 * m_unit;
+    text(bar.x + 6.0 * m_unit, meanLine, "mean " + numberText(scale.mean, step * 0.1), size, Align::left, true,
+         m_width - bar.x - 14.0 * m_unit);
+    markAt(meanLine - 0.36 * size);
+    if (scale.mean > scale.lowest && scale.mean < scale.highest) {
+        markAt(heightOf(scale.mean));
     }
 }
 
-void Canvas::pixels(int x, int y, int height,
-                    const std::function<void(std::span<std::uint32_t>, std::size_t)>& fill) const {
-    cairo_surface_flush(m_surface.get());
-    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(m_surface.get())) /
+void Canvas::image(int x, int y, int width, int height, int detail,
+                   const std::function<void(std::span<std::uint32_t>, std::size_t)>& fill) const {
+    const std::unique_ptr<cairo_surface_t, Release> picture(
+        cairo_image_surface_create(CAIRO_FORMAT_RGB24, width * detail, height * detail));
+    if (cairo_surface_status(picture.get()) != CAIRO_STATUS_SUCCESS) {
+        throw std::bad_alloc();
+    }
+    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(picture.get())) /
                         sizeof(std::uint32_t);
     // Rows of a 32-bit surface are aligned for their pixels.
     auto* const first = static_cast<std::uint32_t*>(
-        static_cast<void*>(cairo_image_surface_get_data(m_surface.get())));
-    const std::size_t start = static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(x);
-    const std::size_t end = static_cast<std::size_t>(y + height) * stride;
-    fill(std::span<std::uint32_t>(first + start, end - start), stride);
-    cairo_surface_mark_dirty(m_surface.get());
+        static_cast<void*>(cairo_image_surface_get_data(picture.get())));
+    fill({first, stride * static_cast<std::size_t>(height * detail)}, stride);
+    cairo_surface_mark_dirty(picture.get());
+    cairo_t* const cr = context();
+    cairo_save(cr);
+    cairo_translate(cr, x, y);
+    cairo_scale(cr, 1.0 / detail, 1.0 / detail);
+    cairo_set_source_surface(cr, picture.get(), 0.0, 0.0);
+    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_NEAREST);
+    cairo_rectangle(cr, 0.0, 0.0, width * detail, height * detail);
+    cairo_fill(cr);
+    cairo_restore(cr);
 }
 
-void Canvas::writePng(OutputFile& out) const {
-    PngSink sink{out, nullptr};
-    const cairo_status_t status =
-        cairo_surface_write_to_png_stream(m_surface.get(), writePart, &sink);
-    if (sink.failure) {
-        std::rethrow_exception(sink.failure);
+void Canvas::finish() {
+    cairo_status_t status = CAIRO_STATUS_SUCCESS;
+    if (m_format == PictureFormat::png) {
+        status = cairo_surface_write_to_png_stream(m_surface.get(), writePart, m_sink.get());
+    } else {
+        cairo_surface_finish(m_surface.get());
+        status = cairo_surface_status(m_surface.get());
     }
-    if (status != CAIRO_STATUS_SUCCESS || cairo_status(context()) != CAIRO_STATUS_SUCCESS) {
-        throw OutputError(out.shownName() +
+    if (m_sink->failure) {
+        std::rethrow_exception(m_sink->failure);
+    }
+    if (status == CAIRO_STATUS_SUCCESS && m_format == PictureFormat::png) {
+        status = cairo_status(context());
+    }
+    if (status != CAIRO_STATUS_SUCCESS) {
+        throw OutputError(m_sink->out.shownName() +
                           ": the picture could not be drawn: " + cairo_status_to_string(status));
     }
+}
+
+bool isOurPicture(const std::filesystem::path& file) {
+    const std::string begin = fileBeginning(file, pngHeaderSize + pngTextChunk().size());
+    if (begin.starts_with("\x89PNG")) {
+        if (begin.ends_with(pngTextChunk())) {
+            return true;
+        }
+        // Up to version 0.1 pictures had no mark; the summary beside them was ours then as now.
+        return isOurSummary(file.parent_path() / "summary.json") ||
+               isOurSummary(file.parent_path() / "sky.json");
+    }
+    if (begin.starts_with("<?xml")) {
+        return begin.find(svgMark.substr(0, svgMark.size() - 1)) != std::string::npos;
+    }
+    return begin.starts_with("%PDF-") &&
+           fileEnd(file, 4096).find("/Creator (insolate)") != std::string::npos;
 }
 
 } // namespace insolate::study

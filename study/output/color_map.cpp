@@ -54,19 +54,29 @@ Color colorOfLightnessChromaHue(double lightness, double chroma, double hue) {
     return {encode(linear.red), encode(linear.green), encode(linear.blue)};
 }
 
-ColorMap::ColorMap() : m_colors() {
+ColorMap::ColorMap(ColorScheme scheme) : m_colors() {
+    const bool diverging = scheme == ColorScheme::diverging;
     const auto placeOf = [](int i) { return i / (count - 1.0); };
-    const auto lightnessAt = [](double t) { return 14.0 + 80.0 * t; };
-    const auto hueAt = [](double t) { return 288.0 + 168.0 * t; }; // blue, violet, red, yellow
+    const auto lightnessAt = [&](double t) {
+        return diverging ? 95.0 - 110.0 * std::abs(t - 0.5) : 14.0 + 80.0 * t;
+    };
+    const auto hueAt = [&](double t) {
+        if (diverging) {
+            return t < 0.5 ? 270.0 : 55.0; // blue, orange
+        }
+        return 288.0 + 168.0 * t; // blue, violet, red, yellow
+    };
     std::array<double, count> rim = {};
     for (int i = 0; i < count; ++i) {
         const double t = placeOf(i);
+        const double own = std::min(0.94 * largestChroma(lightnessAt(t), hueAt(t)), 76.0);
+        // The middle of a diverging scale is grey, so that its two hues meet.
         rim[static_cast<std::size_t>(i)] =
-            std::min(0.94 * largestChroma(lightnessAt(t), hueAt(t)), 76.0);
+            diverging ? std::min(own, 160.0 * std::abs(t - 0.5)) : own;
     }
     for (int i = 0; i < count; ++i) {
         // The gamut's rim has corners, which would be seen as bands; a running mean takes them off.
-        constexpr int reach = 20;
+        const int reach = diverging ? 4 : 20;
         double chroma = 0.0;
         for (int k = i - reach; k <= i + reach; ++k) {
             chroma += rim[static_cast<std::size_t>(std::clamp(k, 0, count - 1))] / (2 * reach + 1);

@@ -1,4 +1,4 @@
-/// The colours that values are shown in: from dark blue over red to light yellow.
+/// The colours that values are shown in.
 #pragma once
 
 #include <array>
@@ -15,11 +15,18 @@ struct Color {
 /// The sRGB colour of CIE L*, C*ab, hab (degrees), D65 white, clipped to what sRGB can show.
 Color colorOfLightnessChromaHue(double lightness, double chroma, double hue);
 
-/// Equal steps of value are equal steps of lightness L*, so that the picture reads the same in grey
-/// and to a colour-blind eye; hue runs alongside.
+enum class ColorScheme {
+    /// Dark blue over red to light yellow. Equal steps of value are equal steps of lightness L*, so
+    /// that the picture reads the same in grey and to a colour-blind eye; hue runs alongside.
+    sequential,
+    /// For differences: blue below the middle, near white in it, orange above; lightness falls
+    /// evenly to both sides. Blue and orange stay apart for every common colour blindness.
+    diverging
+};
+
 class ColorMap {
 public:
-    ColorMap();
+    explicit ColorMap(ColorScheme scheme = ColorScheme::sequential);
     /// The colour of a value within 0..1; grey for NaN, the end colours outside.
     [[nodiscard]] const Color& operator()(double value) const;
 

@@ -1,6 +1,7 @@
 #include "study/output/sensor_tables.h"
 
 #include "study/output/text.h"
+#include "study/support/errors.h"
 
 #include <array>
 #include <bit>
@@ -10,6 +11,16 @@
 namespace insolate::study {
 
 namespace {
+
+constexpr std::string_view coordinateHeadings = "x [m],y [m],z [m],nx,ny,nz";
+constexpr std::string_view provenanceName = "Name=\"made_by\"";
+
+/// Asks now and then, in a loop over sensors.
+void askStop(const std::stop_token& stop, std::size_t sensor) {
+    if (sensor % 4096 == 0) {
+        throwIfStopped(stop);
+    }
+}
 
 /// The raw blocks of appended data, each behind its length as an unsigned 64-bit number.
 class AppendedData {
@@ -46,9 +57,10 @@ void writePoints(OutputFile& out, const std::vector<Vector3>& points) {
 }
 
 /// Connectivity 0..count - 1.
-void writeCounting(OutputFile& out, std::size_t count) {
+void writeCounting(OutputFile& out, std::size_t count, const std::stop_token& stop) {
     writeBlockSize(out, count * sizeof(std::int64_t));
     for (std::size_t i = 0; i < count; ++i) {
+        askStop(stop, i);
         const auto index = static_cast<std::int64_t>(i);
         out.write(&index, sizeof index);
     }
@@ -57,13 +69,14 @@ void writeCounting(OutputFile& out, std::size_t count) {
 } // namespace
 
 void writeSensorsCsv(OutputFile& out, const SensorField& field,
-                     std::span<const ResultColumn> columns) {
-    out.write("x [m],y [m],z [m],nx,ny,nz");
+                     std::span<const ResultColumn> columns, const std::stop_token& stop) {
+    out.write(coordinateHeadings);
     for (const ResultColumn& column : columns) {
         out.write("," + csvHeading(column));
     }
     out.write("\n");
     for (std::size_t i = 0; i < field.size(); ++i) {
+        askStop(stop, i);
         const Vector3& p = field.positions[i];
         const Vector3& n = field.normals[i];
         const std::array<double, 6> coordinates = {p.x, p.y, p.z, n.x, n.y, n.z};
@@ -82,7 +95,8 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
 }
 
 void writeSensorsVtp(OutputFile& out, const SensorField& field,
-                     std::span<const ResultColumn> columns, std::string_view provenance) {
+                     std::span<const ResultColumn> columns, std::string_view provenance,
+                     const std::stop_token& stop) {
     static_assert(std::endian::native == std::endian::little,
                   "the byte order in the header below is the machine's");
     const std::size_t sensors = field.size();
@@ -96,8 +110,9 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
               "header_type=\"UInt64\">\n  <PolyData>\n");
     if (!provenance.empty()) {
         // Text arrays are kept as the numbers of their bytes, each text ended by a zero.
-        out.write("    <FieldData>\n      <DataArray type=\"String\" Name=\"made_by\" "
-                  "NumberOfTuples=\"1\" format=\"ascii\">\n       ");
+        out.write("    <FieldData>\n      <DataArray type=\"String\" ");
+        out.write(provenanceName);
+        out.write(" NumberOfTuples=\"1\" format=\"ascii\">\n       ");
         for (const char c : provenance) {
             out.write(" " + std::to_string(static_cast<int>(static_cast<unsigned char>(c))));
         }
@@ -130,24 +145,40 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
 
     // The blocks, in the order in which they were announced.
     for (const ResultColumn& column : columns) {
+        throwIfStopped(stop);
         writeBlockSize(out, sensors * sizeof(float));
         out.write(column.values.data(), sensors * sizeof(float));
     }
     writeBlockSize(out, sensors * 3 * sizeof(float));
-    for (const Vector3& n : field.normals) {
+    for (std::size_t i = 0; i < sensors; ++i) {
+        askStop(stop, i);
+        const Vector3& n = field.normals[i];
         const std::array<float, 3> normal = {static_cast<float>(n.x), static_cast<float>(n.y),
                                              static_cast<float>(n.z)};
         out.write(normal.data(), sizeof normal);
     }
     writePoints(out, points);
-    writeCounting(out, points.size());
+    writeCounting(out, points.size(), stop);
     writeBlockSize(out, sensors * sizeof(std::int64_t));
     for (std::size_t i = 0; i < sensors; ++i) {
+        askStop(stop, i);
         const auto end = field.hasCells() ? static_cast<std::int64_t>(field.cellStart[i + 1])
                                           : static_cast<std::int64_t>(i + 1);
         out.write(&end, sizeof end);
     }
     out.write("\n  </AppendedData>\n</VTKFile>\n");
+}
+
+bool isOurSensorsCsv(const std::filesystem::path& file) {
+    const std::string begin = fileBeginning(file, 4096);
+    const std::string_view line = std::string_view(begin).substr(0, begin.find('\n'));
+    return line.starts_with(coordinateHeadings) &&
+           line.find(" [", coordinateHeadings.size()) != std::string_view::npos;
+}
+
+bool isOurSensorsVtp(const std::filesystem::path& file) {
+    const std::string begin = fileBeginning(file, 4096);
+    return begin.starts_with("<?xml") && begin.find(provenanceName) != std::string::npos;
 }
 
 } // namespace insolate::study

@@ -1,8 +1,6 @@
 #include "study/output/series_table.h"
 
 #include <cmath>
-#include <fstream>
-#include <string>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -41,11 +39,8 @@ void writeSeriesCsv(OutputFile& out, const StudyPeriod& period,
     }
 }
 
-bool isSeriesCsv(const std::filesystem::path& file) {
-    std::string begin(header.size(), '\0');
-    std::ifstream in(file, std::ios::binary);
-    in.read(begin.data(), static_cast<std::streamsize>(begin.size()));
-    return begin == header;
+bool isOurSeriesCsv(const std::filesystem::path& file) {
+    return fileBeginning(file, header.size()) == header;
 }
 
 } // namespace insolate::study

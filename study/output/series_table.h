@@ -15,6 +15,6 @@ void writeSeriesCsv(OutputFile& out, const StudyPeriod& period,
                     std::span<const SensorSeries> series);
 
 /// Whether the file begins as such a table does.
-bool isSeriesCsv(const std::filesystem::path& file);
+bool isOurSeriesCsv(const std::filesystem::path& file);
 
 } // namespace insolate::study

@@ -2,6 +2,7 @@
 
 #include "study/output/canvas.h"
 #include "study/output/text.h"
+#include "study/support/errors.h"
 
 #include <algorithm>
 #include <array>
@@ -14,6 +15,7 @@ namespace insolate::study {
 
 namespace {
 
+constexpr std::string_view skyHeadings = "azimuth [deg],altitude [deg],solid_angle [sr]";
 constexpr double cellDegrees = 90.0 / skyGrid::altitudeCount;
 
 /// The circle of the horizon in the picture; altitude falls evenly from the centre to the rim.
@@ -30,33 +32,38 @@ struct Dome {
 };
 
 void fillCells(const Canvas& canvas, const Dome& dome, const ResultColumn& column,
-               const ColorScale& scale, const ColorMap& colors) {
+               const ColorScale& scale, const ColorMap& colors, const std::stop_token& stop) {
     const int top = static_cast<int>(dome.y - dome.radius) - 1;
     const int left = static_cast<int>(dome.x - dome.radius) - 1;
     const int size = static_cast<int>(2.0 * dome.radius) + 3;
+    const int detail = canvas.imageDetail();
     constexpr int sub = 3; // samples per pixel and direction, so that cells have smooth borders
-    canvas.pixels(left, top, size, [&](std::span<std::uint32_t> pixels, std::size_t stride) {
-        for (int row = 0; row < size; ++row) {
-            for (int col = 0; col < size; ++col) {
+    const auto colorAt = [&](double x, double y) { // from the dome's centre, y upwards
+        const double altitude = 90.0 - 90.0 * std::hypot(x, y) / dome.radius;
+        if (altitude < 0.0) {
+            return Color{1.0, 1.0, 1.0};
+        }
+        const double azimuth = std::atan2(x, y) / radiansPerDegree;
+        const double turned = azimuth < 0.0 ? azimuth + 360.0 : azimuth;
+        const int sector =
+            std::min(static_cast<int>(turned / cellDegrees), skyGrid::azimuthCount - 1);
+        const int band =
+            std::min(static_cast<int>(altitude / cellDegrees), skyGrid::altitudeCount - 1);
+        const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
+        return colors(scale.placeOf(column.values[cell]));
+    };
+    canvas.image(left, top, size, size, detail, [&](std::span<std::uint32_t> pixels,
+                                                    std::size_t stride) {
+        for (int row = 0; row < size * detail; ++row) {
+            throwIfStopped(stop);
+            for (int col = 0; col < size * detail; ++col) {
                 std::array<double, 3> sum = {};
                 for (int k = 0; k < sub * sub; ++k) {
                     const int subColumn = k % sub;
                     const int subRow = k / sub;
-                    const double dx = left + col + (subColumn + 0.5) / sub - dome.x;
-                    const double dy = dome.y - (top + row + (subRow + 0.5) / sub);
-                    const double altitude = 90.0 - 90.0 * std::hypot(dx, dy) / dome.radius;
-                    Color color{1.0, 1.0, 1.0};
-                    if (altitude >= 0.0) {
-                        const double azimuth = std::atan2(dx, dy) / radiansPerDegree;
-                        const double turned = azimuth < 0.0 ? azimuth + 360.0 : azimuth;
-                        const int sector = std::min(static_cast<int>(turned / cellDegrees),
-                                                    skyGrid::azimuthCount - 1);
-                        const int band = std::min(static_cast<int>(altitude / cellDegrees),
-                                                  skyGrid::altitudeCount - 1);
-                        const auto cell =
-                            static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
-                        color = colors(scale.placeOf(column.values[cell]));
-                    }
+                    const Color color =
+                        colorAt(left + (col + (subColumn + 0.5) / sub) / detail - dome.x,
+                                dome.y - (top + (row + (subRow + 0.5) / sub) / detail));
                     sum[0] += color.red;
                     sum[1] += color.green;
                     sum[2] += color.blue;
@@ -135,7 +142,7 @@ void drawPath(const Canvas& canvas, const Dome& dome, const SkyPath& path) {
 } // namespace
 
 void writeSkyCsv(OutputFile& out, std::span<const ResultColumn> columns) {
-    out.write("azimuth [deg],altitude [deg],solid_angle [sr]");
+    out.write(skyHeadings);
     for (const ResultColumn& column : columns) {
         out.write("," + csvHeading(column));
     }
@@ -161,9 +168,10 @@ void writeSkyCsv(OutputFile& out, std::span<const ResultColumn> columns) {
     }
 }
 
-void drawSkyDome(OutputFile& out, const ResultColumn& column, const SkyDomeOptions& options) {
-    const Canvas canvas(std::clamp(options.width, 400, 8000),
-                        std::clamp(options.height, 400, 8000));
+void drawSkyDome(OutputFile& out, const ResultColumn& column, const SkyDomeOptions& options,
+                 const std::stop_token& stop) {
+    Canvas canvas(out, options.format, std::clamp(options.width, 400, 8000),
+                  std::clamp(options.height, 400, 8000), stop);
     const double u = canvas.unit();
     const ColorMap colors;
     const ColorScale scale = scaleOf(column);
@@ -172,7 +180,7 @@ void drawSkyDome(OutputFile& out, const ResultColumn& column, const SkyDomeOptio
     const double areaHeight = canvas.height() - top - 20.0 * u;
     const Dome dome{0.5 * areaWidth + 15.0 * u, top + 0.5 * areaHeight,
                     0.5 * std::min(areaWidth, areaHeight) - 58.0 * u};
-    fillCells(canvas, dome, column, scale, colors);
+    fillCells(canvas, dome, column, scale, colors, stop);
     drawFrame(canvas, dome);
     for (const SkyPath& path : options.paths) {
         drawPath(canvas, dome, path);
@@ -180,7 +188,11 @@ void drawSkyDome(OutputFile& out, const ResultColumn& column, const SkyDomeOptio
     const double barHeight = 0.6 * areaHeight;
     canvas.colorBar({canvas.width() - 165.0 * u, top + 0.2 * areaHeight, 28.0 * u, barHeight},
                     scale, colors);
-    canvas.writePng(out);
+    canvas.finish();
+}
+
+bool isOurSkyCsv(const std::filesystem::path& file) {
+    return fileBeginning(file, skyHeadings.size()) == skyHeadings;
 }
 
 } // namespace insolate::study

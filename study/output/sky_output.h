@@ -2,10 +2,13 @@
 #pragma once
 
 #include "study/files/output_folder.h"
+#include "study/output/picture_format.h"
 #include "study/results/result_column.h"
 #include "study/results/sky_pages.h"
 
+#include <filesystem>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -21,10 +24,16 @@ struct SkyDomeOptions {
     std::vector<SkyPath> paths;
     int width = 1100;  ///< pixels, 400..8000
     int height = 1000; ///< pixels, 400..8000
+    PictureFormat format = PictureFormat::png;
 };
 
-/// The sky seen as on a plan: zenith in the centre, north up, east to the right, as PNG.
+/// The sky seen as on a plan: zenith in the centre, north up, east to the right.
 /// The colour stands for the column's values as they are, one per cell.
-void drawSkyDome(OutputFile& out, const ResultColumn& column, const SkyDomeOptions& options);
+/// @throws OutputError, Stopped
+void drawSkyDome(OutputFile& out, const ResultColumn& column, const SkyDomeOptions& options,
+                 const std::stop_token& stop = {});
+
+/// By the first line of the table.
+bool isOurSkyCsv(const std::filesystem::path& file);
 
 } // namespace insolate::study

@@ -54,4 +54,11 @@ void writeSummaryJson(OutputFile& out, const nlohmann::ordered_json& summary) {
     out.write("\n");
 }
 
+bool isOurSummary(const std::filesystem::path& file) {
+    const std::string begin = fileBeginning(file, 256);
+    const std::size_t versions = begin.find("\"versions\"");
+    return begin.starts_with("{") && versions != std::string::npos &&
+           begin.find("\"insolate\":", versions) != std::string::npos;
+}
+
 } // namespace insolate::study

@@ -5,6 +5,7 @@
 #include "study/results/result_column.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <span>
 
 #include <nlohmann/json.hpp>
@@ -28,8 +29,11 @@ nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns,
 /// {"insolate": "0.1.0", "compiler": ..., "cairo": ...}: what made the result.
 nlohmann::ordered_json versionsInUse();
 
-/// Writes the document indented, with a final newline; text that is not UTF-8 is mended, not
-/// refused.
+/// Writes the document indented, with a final newline; text that is not UTF-8 gets
+/// replacement characters.
 void writeSummaryJson(OutputFile& out, const nlohmann::ordered_json& summary);
+
+/// By the versions that each summary begins with, versionsInUse().
+bool isOurSummary(const std::filesystem::path& file);
 
 } // namespace insolate::study

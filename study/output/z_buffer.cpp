@@ -12,12 +12,10 @@ namespace {
 
 constexpr float nothing = -std::numeric_limits<float>::infinity();
 
-std::uint32_t pack(const Color& c) {
-    const auto byte = [](double v) {
-        return static_cast<std::uint32_t>(std::lround(std::clamp(v, 0.0, 1.0) * 255.0));
-    };
-    return 0xFF000000U | byte(c.red) << 16U | byte(c.green) << 8U | byte(c.blue);
-}
+// Marks of a sample, above its colour.
+constexpr std::uint32_t isCell = 1U << 24U;
+constexpr std::uint32_t isSceneEdge = 1U << 25U; // as keepSceneEdges() found it
+constexpr std::uint32_t hidesEdge = 1U << 26U;   // a cell drawn over such an edge
 
 std::uint32_t packNormal(const Vector3& n) {
     const auto part = [](double v) {
@@ -33,18 +31,29 @@ std::array<float, 3> unpackNormal(std::uint32_t packed) {
     return {part(packed >> 20U), part(packed >> 10U), part(packed)};
 }
 
-/// Where the edge from `a` to `b` crosses the row at `y`. The ends are taken in a fixed order, so
-/// that the two triangles at an edge agree and leave neither gap nor overlap.
-double crossing(ViewPoint a, ViewPoint b, double y) {
-    if (a.y > b.y || (a.y == b.y && a.x > b.x)) {
-        std::swap(a, b);
-    }
-    return a.x + (b.x - a.x) * ((y - a.y) / (b.y - a.y));
-}
+/// An edge between two points, of which the first is not below the second. Both triangles at an edge
+/// so get the same crossings with rows, and leave neither gap nor overlap.
+struct Edge {
+    double x;
+    double y;
+    double slope; ///< not finite for a level edge, which no row crosses
+
+    Edge(const ViewPoint& a, const ViewPoint& b)
+        : x(a.x), y(a.y), slope((b.x - a.x) / (b.y - a.y)) {}
+    [[nodiscard]] double at(double row) const { return x + (row - y) * slope; }
+};
 
 /// The first sample whose centre is not left of (above) `place`, held within 0..count.
 int firstSample(double place, int count) {
-    return static_cast<int>(std::clamp(std::ceil(place - 0.5), 0.0, static_cast<double>(count)));
+    const double number = place - 0.5;
+    if (!(number > 0.0)) { // NaN as well
+        return 0;
+    }
+    if (number >= static_cast<double>(count)) {
+        return count;
+    }
+    const int below = static_cast<int>(number); // std::ceil is a call on some processors
+    return below + (static_cast<double>(below) < number ? 1 : 0);
 }
 
 enum EdgeMark : std::uint8_t { EdgeMark_None, EdgeMark_Crease, EdgeMark_Silhouette };
@@ -60,8 +69,35 @@ ZBuffer::ZBuffer(int width, int height, int oversampling)
     m_normal.assign(samples, 0U);
 }
 
-void ZBuffer::drawTriangle(const ViewPoint& a, const ViewPoint& b, const ViewPoint& c,
-                           const Color& color, const Vector3& normal) {
+std::uint32_t ZBuffer::pack(const Color& color) {
+    const auto byte = [](double v) {
+        return static_cast<std::uint32_t>(std::lround(std::clamp(v, 0.0, 1.0) * 255.0));
+    };
+    return byte(color.red) << 16U | byte(color.green) << 8U | byte(color.blue);
+}
+
+void ZBuffer::clear() {
+    std::fill(m_depth.begin(), m_depth.end(), nothing);
+    std::fill(m_color.begin(), m_color.end(), 0U);
+}
+
+double ZBuffer::workOf(const ViewPoint& a, const ViewPoint& b, const ViewPoint& c) const {
+    const double area = 0.5 * std::abs((b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y));
+    if (!(area > 0.0)) { // not a number: nothing is drawn
+        return 0.0;
+    }
+    const auto centresWithin = [](double p, double q, double r, int count) {
+        return firstSample(std::max({p, q, r}), count) - firstSample(std::min({p, q, r}), count);
+    };
+    const double columns = centresWithin(a.x, b.x, c.x, m_columns);
+    const double rows = centresWithin(a.y, b.y, c.y, m_rows);
+    constexpr double rowStart = 12.0; // finding the ends of a row costs as much as so many samples
+    return std::min(area, columns * rows) + rowStart * rows;
+}
+
+template <Surface surface>
+void ZBuffer::fillTriangle(const ViewPoint& a, const ViewPoint& b, const ViewPoint& c,
+                           std::uint32_t color, std::uint32_t normal) {
     const double area = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
     if (!(std::abs(area) > 1.0e-9)) { // seen edge-on, or not a number
         return;
@@ -73,30 +109,58 @@ void ZBuffer::drawTriangle(const ViewPoint& a, const ViewPoint& b, const ViewPoi
     std::array<ViewPoint, 3> v = {a, b, c};
     std::sort(v.begin(), v.end(), [](const ViewPoint& p, const ViewPoint& q) { return p.y < q.y; });
 
-    const std::uint32_t packedColor = pack(color);
-    const std::uint32_t packedNormal = packNormal(normal);
+    const Edge whole(v[0], v[2]);
+    const Edge upper(v[0], v[1]);
+    const Edge lower(v[1], v[2]);
+    const double leftDepth = a.depth + slopeX * (0.5 - a.x); // of the first column's samples
     const int lastRow = firstSample(v[2].y, m_rows);
     for (int row = firstSample(v[0].y, m_rows); row < lastRow; ++row) {
         const double y = row + 0.5;
-        double left = crossing(v[0], v[2], y);
-        double right = y < v[1].y ? crossing(v[0], v[1], y) : crossing(v[1], v[2], y);
+        double left = whole.at(y);
+        double right = y < v[1].y ? upper.at(y) : lower.at(y);
         if (left > right) {
             std::swap(left, right);
         }
         const int first = firstSample(left, m_columns);
         const int last = firstSample(right, m_columns);
         const std::size_t rowStart = indexOf(0, row);
-        const double rowDepth = a.depth + slopeY * (y - a.y);
+        const double rowDepth = leftDepth + slopeY * (y - a.y);
         for (int column = first; column < last; ++column) {
-            const auto depth = static_cast<float>(rowDepth + slopeX * (column + 0.5 - a.x));
+            const auto depth = static_cast<float>(rowDepth + slopeX * column);
             const std::size_t i = rowStart + static_cast<std::size_t>(column);
-            if (depth > m_depth[i]) {
+            if constexpr (surface == Surface::cellInFront) {
+                const std::uint32_t old = m_color[i];
+                if (depth > m_depth[i] || ((old & isCell) == 0 && !std::isnan(depth))) {
+                    const bool behindEdge = (old & isSceneEdge) != 0 && depth < m_depth[i];
+                    m_depth[i] = depth;
+                    m_color[i] = color | isCell | (old & hidesEdge) | (behindEdge ? hidesEdge : 0U);
+                    m_normal[i] = normal;
+                }
+            } else if (depth > m_depth[i]) {
                 m_depth[i] = depth;
-                m_color[i] = packedColor;
-                m_normal[i] = packedNormal;
+                m_color[i] = surface == Surface::cell ? color | isCell : color;
+                m_normal[i] = normal;
             }
         }
     }
+}
+
+void ZBuffer::drawTriangle(const ViewPoint& a, const ViewPoint& b, const ViewPoint& c,
+                           std::uint32_t color, const Vector3& normal, Surface surface) {
+    const std::uint32_t packed = packNormal(normal);
+    switch (surface) {
+    case Surface::scene:
+        return fillTriangle<Surface::scene>(a, b, c, color, packed);
+    case Surface::cell:
+        return fillTriangle<Surface::cell>(a, b, c, color, packed);
+    case Surface::cellInFront:
+        return fillTriangle<Surface::cellInFront>(a, b, c, color, packed);
+    }
+}
+
+std::size_t ZBuffer::cellSamples() const {
+    return static_cast<std::size_t>(std::count_if(
+        m_color.begin(), m_color.end(), [](std::uint32_t color) { return (color & isCell) != 0; }));
 }
 
 void ZBuffer::compareNeighbours(std::size_t here, std::size_t there,
@@ -128,7 +192,7 @@ void ZBuffer::compareNeighbours(std::size_t here, std::size_t there,
     }
 }
 
-void ZBuffer::darkenEdges() {
+std::vector<std::uint8_t> ZBuffer::edges() const {
     std::vector<std::uint8_t> marks(m_depth.size(), EdgeMark_None);
     for (int y = 0; y < m_rows; ++y) {
         for (int x = 0; x < m_columns; ++x) {
@@ -141,12 +205,27 @@ void ZBuffer::darkenEdges() {
             }
         }
     }
+    return marks;
+}
+
+void ZBuffer::keepSceneEdges() {
+    const std::vector<std::uint8_t> marks = edges();
     for (std::size_t i = 0; i < marks.size(); ++i) {
-        if (marks[i] == EdgeMark_None) {
+        if (marks[i] != EdgeMark_None) {
+            m_color[i] |= isSceneEdge;
+        }
+    }
+}
+
+void ZBuffer::darkenEdges() {
+    const std::vector<std::uint8_t> marks = edges();
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+        const bool overEdge = (m_color[i] & hidesEdge) != 0;
+        if (marks[i] == EdgeMark_None && !overEdge) {
             continue;
         }
         const double factor = marks[i] == EdgeMark_Silhouette ? 0.32 : 0.55;
-        std::uint32_t color = 0xFF000000U;
+        std::uint32_t color = m_color[i] & 0xFF000000U;
         for (unsigned shift = 0; shift <= 16; shift += 8) {
             const double part = static_cast<double>(m_color[i] >> shift & 0xFFU);
             color |= static_cast<std::uint32_t>(part * factor) << shift;

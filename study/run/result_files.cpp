@@ -1,6 +1,6 @@
 #include "study/run/result_files.h"
 
-#include "study/output/heatmap.h"
+#include "study/output/picture.h"
 #include "study/output/sensor_tables.h"
 #include "study/output/series_table.h"
 #include "study/output/summary.h"
@@ -22,34 +22,39 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
     return columns;
 }
 
-void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
-    writeSensorsCsv(out, study.inputs.field, tableColumns(results));
+void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token& stop) {
+    writeSensorsCsv(out, study.inputs.field, tableColumns(results), stop);
 }
 
-void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token& stop) {
     writeSensorsVtp(out, study.inputs.field, tableColumns(results),
-                    studySubtitle(study.options, study.method->weather()));
+                    studySubtitle(study.options, study.method->weather()), stop);
 }
 
-void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token& stop) {
     const ResultColumn shown = inKilowattHours(results.columns.front());
-    HeatmapOptions picture;
-    picture.title = shown.title;
+    PictureOptions picture;
     picture.subtitle = studySubtitle(study.options, study.method->weather());
     picture.north = study.options.north;
     picture.areas = results.areas;
-    drawHeatmap(out, study.inputs.scene, study.inputs.field, shown, picture);
+    drawPicture(out, study.inputs.scene, study.inputs.field, shown, picture, stop);
 }
 
-void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token&) {
     results.seen.write(out, study.visibility);
 }
 
-void writeSeries(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+void writeSeries(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token&) {
     writeSeriesCsv(out, study.options.period, results.series);
 }
 
-void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResults& results) {
+void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token&) {
     nlohmann::ordered_json record = runRecord(study.options, study.method->weather(), study.inputs);
     study.method->describeSky(record);
     study.method->describeSensors(record, results.columns);
@@ -73,14 +78,15 @@ bool always(const RunOptions&) {
 }
 
 constexpr std::array listedFiles = {
-    ResultFile{"sensors.csv", always, writeCsv},
-    ResultFile{"sensors.vtp", always, writeVtp},
-    ResultFile{"heatmap.png", always, writePicture},
+    ResultFile{"sensors.csv", always, writeCsv, isOurSensorsCsv},
+    ResultFile{"sensors.vtp", always, writeVtp, isOurSensorsVtp},
+    ResultFile{"heatmap.png", always, writePicture, isOurPicture},
     // Masks of another study stay: they are expensive, and a run refuses those that do not fit.
-    ResultFile{"sensors.masks", [](const RunOptions& o) { return o.saveMasks; }, writeMasks},
+    ResultFile{"sensors.masks", [](const RunOptions& o) { return o.saveMasks; }, writeMasks,
+               SkyVisibilityStore::isStore},
     ResultFile{"series.csv", [](const RunOptions& o) { return !o.hourly.series.empty(); },
-               writeSeries, isSeriesCsv},
-    ResultFile{"summary.json", always, writeSummary},
+               writeSeries, isOurSeriesCsv, true},
+    ResultFile{"summary.json", always, writeSummary, isOurSummary},
 };
 
 } // namespace

@@ -4,7 +4,9 @@
 #include "study/files/output_folder.h"
 #include "study/run/study_steps.h"
 
+#include <filesystem>
 #include <span>
+#include <stop_token>
 
 namespace insolate::study {
 
@@ -12,10 +14,13 @@ struct ResultFile {
     const char* name;
     /// Whether the options ask for it.
     bool (*isWanted)(const RunOptions& options);
-    void (*write)(OutputFile& out, const PreparedStudy& study, const StudyResults& results);
-    /// Whether a file of this name, which the options do not ask for, is of an earlier run and would
-    /// contradict the new results; null for files that cannot.
-    bool (*isStale)(const std::filesystem::path& file) = nullptr;
+    void (*write)(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                  const std::stop_token& stop);
+    /// Whether a file of this name is of an earlier run.
+    bool (*isOurs)(const std::filesystem::path& file);
+    /// Whether an earlier run's file, which the options do not ask for, would contradict the new
+    /// results.
+    bool contradicts = false;
 };
 
 /// In the order in which they are written; the last one closes the set.

@@ -7,6 +7,7 @@
 #include "study/run/study_record.h"
 #include "study/support/errors.h"
 
+#include <array>
 #include <memory>
 
 #include <fmt/format.h>
@@ -17,7 +18,12 @@ void runSky(const SkyOptions& options, Progress& progress, const std::stop_token
     checkSkyOptions(options);
     OutputFolder folder(options.out);
     const FolderHold hold(progress, folder);
-    folder.requireFree({"sky.csv", "sky.png", "sky.json"});
+    folder.requireFree(
+        {{"sky.csv", isOurSkyCsv}, {"sky.png", isOurPicture}, {"sky.json", isOurSummary}},
+                       std::array{options.weather});
+    for (const std::string& note : folder.notes()) {
+        progress.note(note);
+    }
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, 0.0);
     reportStudy(options, method->weather(), progress);
     const SkyPages pages = method->skyPages();
@@ -27,7 +33,7 @@ void runSky(const SkyOptions& options, Progress& progress, const std::stop_token
     picture.title = pages.whole.title;
     picture.subtitle = studySubtitle(options, method->weather());
     picture.paths = pages.paths;
-    drawSkyDome(folder.stage("sky.png"), pages.whole, picture);
+    drawSkyDome(folder.stage("sky.png"), pages.whole, picture, stop);
     nlohmann::ordered_json record = studyRecord(options, method->weather());
     method->describeSky(record);
     record["results"] = rangesOf(pages.parts);

@@ -31,6 +31,17 @@ void checkSeries(const RunOptions& options, std::size_t sensors) {
     }
 }
 
+/// What the results must not replace.
+std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
+    std::vector<std::filesystem::path> files = options.scenes;
+    files.push_back(options.sensorFile());
+    files.push_back(options.weather);
+    if (options.masks) {
+        files.push_back(*options.masks);
+    }
+    return files;
+}
+
 PartialResults::Key resumeKey(const PreparedStudy& study) {
     const RunOptions& options = study.options;
     nlohmann::ordered_json record = runRecord(options, study.method->weather(), study.inputs);
@@ -77,9 +88,9 @@ void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& 
             study.watch.lap("files_s"); // the summary has the times of all others
         }
         if (file.isWanted(study.options)) {
-            file.write(folder.stage(file.name), study, results);
+            file.write(folder.stage(file.name), study, results, stop);
             written.emplace_back(file.name);
-        } else if (file.isStale != nullptr && file.isStale(folder.path() / file.name)) {
+        } else if (file.contradicts && file.isOurs(folder.path() / file.name)) {
             folder.retire(file.name);
             retired.emplace_back(file.name);
         }
@@ -173,9 +184,13 @@ void runStudy(const RunOptions& options, Progress& progress, const std::stop_tok
     checkRunOptions(options);
     OutputFolder folder(options.out);
     const FolderHold hold(progress, folder);
+    for (const std::string& note : folder.notes()) {
+        progress.note(note);
+    }
+    const std::vector<std::filesystem::path> inputs = filesRead(options);
     for (const ResultFile& file : resultFiles()) {
         if (file.isWanted(options)) {
-            folder.requireFree({file.name});
+            folder.requireFree({{file.name, file.isOurs}}, inputs);
         }
     }
     PreparedStudy study = prepareStudy(options, progress, stop);

@@ -80,6 +80,10 @@ SkyCellSet SkyVisibilityStore::visibleSky(std::size_t sensor) const {
     return visible;
 }
 
+bool SkyVisibilityStore::isStore(const std::filesystem::path& file) {
+    return fileBeginning(file, maskMagic.size()) == maskMagic;
+}
+
 void SkyVisibilityStore::write(OutputFile& out, const VisibilityKey& key) const {
     Header header = {};
     maskMagic.copy(header.magic, maskMagic.size());

@@ -64,6 +64,8 @@ public:
     }
 
     void write(OutputFile& out, const VisibilityKey& key) const;
+    /// Whether a file is a store that write() made, of whatever study.
+    static bool isStore(const std::filesystem::path& file);
 
     /// @throws DataError when the file is not such a store, is damaged, or was made for another
     ///         scene, other sensors or another north
