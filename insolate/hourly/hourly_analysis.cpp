@@ -183,7 +183,7 @@ public:
         const float size = length(sensor.normal);
         if (size > 1e-12f && std::isfinite(size)) {
             m_normal = scaled(sensor.normal, 1.0f / size);
-            m_sides = caster.getSurfaceDoubleSided() ? Sides::Two : Sides::One;
+            m_sides = m_rays.doubleSided() ? Sides::Two : Sides::One;
             m_rays.receiveOn(&m_normal);
         } else {
             m_sides = Sides::NoSurface;

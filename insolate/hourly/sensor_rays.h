@@ -3,16 +3,13 @@
 
 #include <insolate/geometry/vector_math.h>
 #include <insolate/hourly/hourly_kernels.h>
-#include <insolate/rt/occlusion_index.h>
-#include <insolate/rt/ray_transparency.h>
-#include <insolate/rt/sky_visibility.h>
+#include <insolate/rt/ray_caster_abilities.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
 #include <span>
-#include <typeinfo>
 
 namespace insolate {
 
@@ -46,7 +43,11 @@ inline float weightOf(Sides sides, const XYZf& normal, const XYZf& vector, float
 class Rays {
 public:
     Rays(GetTransparencyValueOnRay& caster, const XYZf& origin)
-        : m_caster(caster), m_query(queryOf(caster)), m_origin(origin) {}
+        : m_caster(caster), m_abilities(abilitiesOf(caster)), m_query(m_abilities.wholeSkies),
+          m_origin(origin) {}
+
+    /// Whether receiving surfaces have two sides.
+    bool doubleSided() const { return m_abilities.doubleSided; }
 
     /// The surface that receives, for casters that mind; kept by reference.
     void receiveOn(const XYZf* normal) { m_normal = normal; }
@@ -114,13 +115,6 @@ public:
     bool allOrNothing() const { return m_query != nullptr; }
 
 private:
-    /// The usual caster is told by its type: a cast across classes takes as long as a dozen rays.
-    static SkyVisibilityQuery* queryOf(GetTransparencyValueOnRay& caster) {
-        return typeid(caster) == typeid(FastRayTransparency)
-                   ? static_cast<FastRayTransparency*>(&caster)
-                   : dynamic_cast<SkyVisibilityQuery*>(&caster);
-    }
-
     template <typename Function>
     static void forEach(const SkyCellSet& set, Function&& function) {
         for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
@@ -134,6 +128,7 @@ private:
     }
 
     GetTransparencyValueOnRay& m_caster;
+    RayCasterAbilities m_abilities;
     SkyVisibilityQuery* m_query;
     XYZf m_origin;
     const XYZf* m_normal = nullptr;

@@ -150,6 +150,7 @@ void OcclusionIndex::castOneByOne(const XYZf& origin, const SkyDirections& direc
 }
 
 bool FastRayTransparency::getSurfaceDoubleSided() {
+    offerWholeSkies(*this);
     return surfaceDoubleSided;
 }
 

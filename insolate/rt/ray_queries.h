@@ -18,10 +18,11 @@ struct Ray;
 struct SpatialTree;
 } // namespace RT
 
-/// Tests every triangle that it meets. Writes nothing shared: one object may serve all threads.
-class INSOLATE_EXPORT GetTransparencyValueOnRayInternal final : public GetTransparencyValueOnRay {
+/// Tests every triangle that it meets. A host may derive from it, for instance to make surfaces
+/// double-sided. Writes nothing shared: one object may serve all threads.
+class INSOLATE_EXPORT GetTransparencyValueOnRayInternal : public GetTransparencyValueOnRay {
 public:
-    /// Always false.
+    /// False.
     bool getSurfaceDoubleSided() override;
     float getTransparencyValue(const XYZf& origin, const XYZf& direction,
                                const XYZf* normal) override;
@@ -35,20 +36,20 @@ private:
 namespace RT {
 
 /// Skips the triangles that it has already tested for the same ray: each triangle remembers, for
-/// every thread slot, the id of the last ray.
+/// every thread slot, the id of the last ray. A host may derive from it as from the other.
 ///
 /// Every thread needs an object of its own with a thread slot of its own; two objects that share a
 /// slot on different threads may overlook triangles. Ids must not repeat in a slot while a triangle
 /// may still remember them: a new object with a new point index for each point does so, as long as
 /// it casts no more than the 1,296 rays of one mask.
-class INSOLATE_EXPORT GetTransparencyValueOnRayImpl final : public GetTransparencyValueOnRay {
+class INSOLATE_EXPORT GetTransparencyValueOnRayImpl : public GetTransparencyValueOnRay {
 public:
     /// threadSlot: 0 to the number of processors - 1; pointIndex: block of 1,296 ray ids.
     GetTransparencyValueOnRayImpl(int threadSlot, int pointIndex);
     GetTransparencyValueOnRayImpl(const GetTransparencyValueOnRayImpl&) = default;
     GetTransparencyValueOnRayImpl& operator=(const GetTransparencyValueOnRayImpl&) = default;
 
-    /// Always false.
+    /// False.
     bool getSurfaceDoubleSided() override;
     float getTransparencyValue(const XYZf& origin, const XYZf& direction,
                                const XYZf* normal) override;

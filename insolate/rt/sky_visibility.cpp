@@ -1,9 +1,11 @@
+#include <insolate/rt/ray_caster_abilities.h>
 #include <insolate/rt/sky_direction_table.h>
 #include <insolate/rt/sky_visibility.h>
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 namespace insolate {
 
@@ -69,7 +71,35 @@ std::shared_ptr<const SkyDirectionTable> emptyTable() {
     return table;
 }
 
+/// The question that this thread has put to a caster; null outside of one.
+struct Question {
+    const GetTransparencyValueOnRay* caster;
+    SkyVisibilityQuery* offer = nullptr;
+};
+thread_local Question* askedNow = nullptr;
+
 } // namespace
+
+RayCasterAbilities abilitiesOf(GetTransparencyValueOnRay& caster) {
+    // A host may throw, or ask for another mask before it answers.
+    struct Asking {
+        explicit Asking(Question& question) : before(std::exchange(askedNow, &question)) {}
+        Asking(const Asking&) = delete;
+        Asking& operator=(const Asking&) = delete;
+        ~Asking() { askedNow = before; }
+        Question* before;
+    };
+    Question question{&caster};
+    const Asking asking(question);
+    const bool doubleSided = caster.getSurfaceDoubleSided();
+    return {doubleSided, question.offer};
+}
+
+void SkyVisibilityQuery::offerWholeSkies(const GetTransparencyValueOnRay& caster) {
+    if (askedNow != nullptr && askedNow->caster == &caster) {
+        askedNow->offer = this;
+    }
+}
 
 SkyDirections::SkyDirections() : shared(emptyTable()) {}
 

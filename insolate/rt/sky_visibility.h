@@ -7,6 +7,7 @@
 #include <insolate/export.h>
 #include <insolate/geometry/sky_grid.h>
 #include <insolate/geometry/xyzf.h>
+#include <insolate/rt/ray_transparency.h>
 
 #include <array>
 #include <bit>
@@ -121,7 +122,18 @@ private:
     std::shared_ptr<const SkyDirectionTable> shared;
 };
 
-/// An ability that a ray caster may have beside GetTransparencyValueOnRay (found by dynamic_cast).
+/// An ability that a ray caster may have beside GetTransparencyValueOnRay.
+///
+/// The caster offers it when the library asks getSurfaceDoubleSided(), once before each mask:
+///
+///     class Rays : public GetTransparencyValueOnRay, public insolate::SkyVisibilityQuery {
+///         bool getSurfaceDoubleSided() override {
+///             offerWholeSkies(*this);
+///             return false;
+///         }
+///
+/// Nothing else makes the library use it: no type of the host's is looked at, so that classes may
+/// be compiled without run-time type information.
 class INSOLATE_EXPORT SkyVisibilityQuery {
 public:
     /// The cells among `wanted` that have a direction and whose ray from origin nothing blocks.
@@ -142,6 +154,12 @@ public:
                               std::span<SkyCellSet> cells);
 
 protected:
+    /// Offers this object's answers for the rays of `caster`, the object that the library is asking
+    /// at the moment: for this one mask and on this thread. An offer for any other object counts
+    /// for nothing, so a caster may forward the question to another one that offers: its own rays
+    /// are asked all the same.
+    void offerWholeSkies(const GetTransparencyValueOnRay& caster);
+
     SkyVisibilityQuery() = default;
     SkyVisibilityQuery(const SkyVisibilityQuery&) = default;
     SkyVisibilityQuery& operator=(const SkyVisibilityQuery&) = default;

@@ -2,8 +2,8 @@
 
 #include <insolate/geometry/geometry.h>
 #include <insolate/geometry/vector_math.h>
+#include <insolate/rt/ray_caster_abilities.h>
 #include <insolate/rt/ray_queries.h>
-#include <insolate/rt/sky_visibility.h>
 #include <insolate/shading/cell_directions.h>
 #include <insolate/shading/mask_arithmetic.h>
 
@@ -39,7 +39,7 @@ bool EShadingMask::calculate(GetTransparencyValueOnRay* rayQuery, const XYZf& po
     if (rayQuery == nullptr) {
         return false;
     }
-    const bool doubleSided = rayQuery->getSurfaceDoubleSided();
+    const auto [doubleSided, wholeSkies] = insolate::abilitiesOf(*rayQuery);
     const std::shared_ptr<const CellDirections> directions = insolate::allCellDirections();
 
     std::optional<insolate::MaskSurface> surface;
@@ -55,8 +55,8 @@ bool EShadingMask::calculate(GetTransparencyValueOnRay* rayQuery, const XYZf& po
     const insolate::MaskSurface* known = surface ? &*surface : nullptr;
     const insolate::MaskPlanes planes{exposure[0], incidence[0]};
     insolate::MaskSums sums;
-    if (auto* skyQuery = dynamic_cast<insolate::SkyVisibilityQuery*>(rayQuery)) {
-        const SkyCellSet visible = skyQuery->visibleSky(point, directions->sky, faced.wanted);
+    if (wholeSkies != nullptr) {
+        const SkyCellSet visible = wholeSkies->visibleSky(point, directions->sky, faced.wanted);
         sums = insolate::fillMask(known, &faced, *directions, visible, planes);
     } else {
         CellValues transparency;

@@ -32,7 +32,7 @@ public:
     /// Casts one ray per cell and sums up the daylight factors. With a normal, cells behind a
     /// single-sided surface are hidden and no ray is cast to them; rayQuery tells whether the
     /// surface is double-sided. Without one (nullptr), the point faces every direction equally.
-    /// A rayQuery that is also an insolate::SkyVisibilityQuery answers all cells in one call.
+    /// A rayQuery that offers insolate::SkyVisibilityQuery answers all cells in one call.
     /// False, changing nothing, when rayQuery is null.
     ///
     /// Masks may be calculated on several threads with one rayQuery each; the north offset of

@@ -81,7 +81,10 @@ public:
     StoredSky(const SkyCellSet& visible, double northOffset)
         : m_visible(visible), m_northOffset(northOffset) {}
 
-    bool getSurfaceDoubleSided() override { return false; }
+    bool getSurfaceDoubleSided() override {
+        offerWholeSkies(*this);
+        return false;
+    }
     int initialise() override { return 0; }
 
     float getTransparencyValue(const XYZf&, const XYZf& direction, const XYZf*) override {

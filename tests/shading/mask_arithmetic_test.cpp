@@ -32,6 +32,10 @@ float halfSky(const XYZf& direction) {
 
 struct HalfSkyAtOnce final : FormulaRays, insolate::SkyVisibilityQuery {
     explicit HalfSkyAtOnce(bool isDoubleSided) : FormulaRays(halfSky, isDoubleSided) {}
+    bool getSurfaceDoubleSided() override {
+        offerWholeSkies(*this);
+        return doubleSided;
+    }
     SkyCellSet visibleSky(const XYZf& /*origin*/, const insolate::SkyDirections& directions,
                           const SkyCellSet& wanted) override {
         ++calls;
