@@ -45,19 +45,19 @@ bool withinReach(const Vector3d& origin) {
 
 } // namespace
 
-OcclusionIndex::OcclusionIndex() : storage(std::make_unique<Storage>()) {}
+OcclusionIndex::OcclusionIndex() = default;
 
 OcclusionIndex::OcclusionIndex(std::span<const double> coordinates,
                                const OcclusionIndexOptions& options)
-    : storage(buildOcclusionStorage({reinterpret_cast<const std::byte*>(coordinates.data()),
-                                     9 * sizeof(double), coordinates.size() / 9},
-                                    options.parallel)) {}
+    : m_storage(buildOcclusionStorage({reinterpret_cast<const std::byte*>(coordinates.data()),
+                                       9 * sizeof(double), coordinates.size() / 9},
+                                      options.parallel)) {}
 
 OcclusionIndex OcclusionIndex::fromInputPackage(const OcclusionIndexOptions& options) {
     const std::vector<RT::Triangle>& triangles = RT::InputPackage::instance().triangles;
     OcclusionIndex index;
     if (!triangles.empty()) {
-        index.storage =
+        index.m_storage =
             buildOcclusionStorage({reinterpret_cast<const std::byte*>(triangles.front().p0.data()),
                                    sizeof(RT::Triangle), triangles.size()},
                                   options.parallel);
@@ -69,12 +69,21 @@ OcclusionIndex::OcclusionIndex(OcclusionIndex&&) noexcept = default;
 OcclusionIndex& OcclusionIndex::operator=(OcclusionIndex&&) noexcept = default;
 OcclusionIndex::~OcclusionIndex() = default;
 
+const OcclusionIndex::Storage& OcclusionIndex::storage() const {
+    if (m_storage != nullptr) {
+        return *m_storage;
+    }
+    static const Storage empty;
+    return empty;
+}
+
 std::size_t OcclusionIndex::triangleCount() const {
-    return storage->triangleCount();
+    return storage().triangleCount();
 }
 
 std::size_t OcclusionIndex::memoryBytes() const {
-    return sizeof(Storage) + storage->block.size() + storage->unbounded.capacity() * sizeof(double);
+    return sizeof(Storage) + storage().block.size() +
+           storage().unbounded.capacity() * sizeof(double);
 }
 
 bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const {
@@ -83,10 +92,11 @@ bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const
     const double length = largestMagnitude(along);
     if (!withinReach(from) || !isFinite(along) || length < 1e-15 || length > 1e15) {
         // Every triangle, without the help of any box.
-        return hitsOneOf(storage->exact, from, along) || hitsOneOf(storage->unbounded, from, along);
+        return hitsOneOf(storage().exact, from, along) ||
+               hitsOneOf(storage().unbounded, from, along);
     }
-    return occludedInHierarchy(*storage, from, direction) ||
-           hitsOneOf(storage->unbounded, from, along);
+    return occludedInHierarchy(storage(), from, direction) ||
+           hitsOneOf(storage().unbounded, from, along);
 }
 
 SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& directions,
@@ -116,15 +126,15 @@ void OcclusionIndex::visibleSkies(const XYZf& origin, std::span<const SkyDirecti
             if (const std::optional<SkyReach> both = table.reach.halves(next.reach)) {
                 ++i;
                 skies[1] = {&next, &cells[i]};
-                closeBlockedCells(*storage, from, skies, *both);
+                closeBlockedCells(storage(), from, skies, *both);
                 continue;
             }
         }
-        closeBlockedCells(*storage, from, {skies.data(), 1}, table.reach);
+        closeBlockedCells(storage(), from, {skies.data(), 1}, table.reach);
     }
     for (std::size_t i = 0; i < sets; ++i) {
         const bool together = near && directions[i].table().regular;
-        if (!together || !storage->unbounded.empty()) {
+        if (!together || !storage().unbounded.empty()) {
             castOneByOne(origin, directions[i], together, cells[i]);
         }
     }
@@ -141,7 +151,7 @@ void OcclusionIndex::castOneByOne(const XYZf& origin, const SkyDirections& direc
                 continue;
             }
             const XYZf& direction = directions.direction(azimuth, altitude);
-            if (boxesAsked ? hitsOneOf(storage->unbounded, from, widened(direction))
+            if (boxesAsked ? hitsOneOf(storage().unbounded, from, widened(direction))
                            : isOccluded(origin, direction)) {
                 open.erase(azimuth, altitude);
             }
@@ -151,12 +161,12 @@ void OcclusionIndex::castOneByOne(const XYZf& origin, const SkyDirections& direc
 
 bool FastRayTransparency::getSurfaceDoubleSided() {
     offerWholeSkies(*this);
-    return surfaceDoubleSided;
+    return m_doubleSided;
 }
 
 float FastRayTransparency::getTransparencyValue(const XYZf& origin, const XYZf& direction,
                                                 const XYZf* /*normal*/) {
-    return index->isOccluded(origin, direction) ? 0.0f : 1.0f;
+    return m_index->isOccluded(origin, direction) ? 0.0f : 1.0f;
 }
 
 int FastRayTransparency::initialise() {
@@ -165,13 +175,13 @@ int FastRayTransparency::initialise() {
 
 SkyCellSet FastRayTransparency::visibleSky(const XYZf& origin, const SkyDirections& directions,
                                            const SkyCellSet& wanted) {
-    return index->visibleSky(origin, directions, wanted);
+    return m_index->visibleSky(origin, directions, wanted);
 }
 
 void FastRayTransparency::visibleSkies(const XYZf& origin,
                                        std::span<const SkyDirections> directions,
                                        std::span<SkyCellSet> cells) {
-    index->visibleSkies(origin, directions, cells);
+    m_index->visibleSkies(origin, directions, cells);
 }
 
 } // namespace insolate

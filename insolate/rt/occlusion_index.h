@@ -1,7 +1,10 @@
 /// A fast index over the triangles of a scene that answers: does anything block this ray?
 ///
 /// Hits are those of the library's ray/triangle test, to the last bit: bounds are strict, both
-/// sides block, and hits nearer than 0.01 direction lengths do not count. An index is an ordinary
+/// sides block, and hits nearer than 0.01 direction lengths do not count. There is no upper limit
+/// of distance; the octree's queries have one of 1e8 direction lengths, so that the two may differ
+/// for directions shorter than 1e-7 or scenes larger than 1e8. A ray with an origin or a direction
+/// that is not a number hits nothing: such a place sees an open sky. An index is an ordinary
 /// object; several scenes may live in one process. It copies the triangles and keeps no reference
 /// to its input. All queries are const and may run on any number of threads at once.
 #pragma once
@@ -35,6 +38,7 @@ public:
     /// Over the triangles that RT::InputPackageUitl has collected so far.
     static OcclusionIndex fromInputPackage(const OcclusionIndexOptions& options = {});
 
+    /// What was moved from is an index without triangles.
     OcclusionIndex(OcclusionIndex&&) noexcept;
     OcclusionIndex& operator=(OcclusionIndex&&) noexcept;
     ~OcclusionIndex();
@@ -62,10 +66,11 @@ public:
     struct Storage;
 
 private:
+    const Storage& storage() const;
     void castOneByOne(const XYZf& origin, const SkyDirections& directions, bool boxesAsked,
                       SkyCellSet& open) const;
 
-    std::unique_ptr<const Storage> storage;
+    std::unique_ptr<const Storage> m_storage; ///< null without triangles
 };
 
 /// The ray caster over an OcclusionIndex, for EShadingMask and EModel: transparency 0 or 1.
@@ -74,18 +79,20 @@ private:
 ///     FastRayTransparency rays(index);
 ///     model.setGetTransparencyValueOnRay(&rays);
 ///
-/// Holds no state of its own, so one object serves any number of threads. The index must outlive
-/// it.
+/// Its answers are those of GetTransparencyValueOnRayInternal over the same triangles, but for the
+/// limit of distance above. Holds no state of its own, so one object serves any number of threads.
+/// The index must outlive it.
 class INSOLATE_EXPORT FastRayTransparency final : public GetTransparencyValueOnRay,
                                                   public SkyVisibilityQuery {
 public:
     explicit FastRayTransparency(const OcclusionIndex& occlusionIndex, bool doubleSided = false)
-        : index(&occlusionIndex), surfaceDoubleSided(doubleSided) {}
+        : m_index(&occlusionIndex), m_doubleSided(doubleSided) {}
 
     bool getSurfaceDoubleSided() override;
     float getTransparencyValue(const XYZf& origin, const XYZf& direction,
                                const XYZf* normal) override;
-    int initialise() override; ///< nothing to do; 0
+    /// Does nothing; 0.
+    int initialise() override;
 
     SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                           const SkyCellSet& wanted) override;
@@ -93,8 +100,8 @@ public:
                       std::span<SkyCellSet> cells) override;
 
 private:
-    const OcclusionIndex* index;
-    bool surfaceDoubleSided;
+    const OcclusionIndex* m_index;
+    bool m_doubleSided;
 };
 
 } // namespace insolate

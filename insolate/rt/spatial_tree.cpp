@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <numeric>
 #include <span>
 #include <vector>
 
@@ -245,11 +244,12 @@ std::vector<std::int32_t> unpackList(const std::uint8_t* bytes, std::int32_t cou
     return list;
 }
 
-/// Room for a node's list of the given length: in its final place when it is a leaf.
-std::int32_t* prepare(NodeInWork& work, TreeArena& arena, TreeMemory& memory) {
+/// Room for a node's list: in its final place when it is a leaf. weight: triangles that the list
+/// stands for.
+std::int32_t* prepare(NodeInWork& work, std::int32_t weight, TreeArena& arena, TreeMemory& memory) {
     PackedNode& node = *work.node;
     const auto count = static_cast<std::size_t>(node.triangleCount);
-    node.isLeaf = node.triangleCount < leafLimit || node.depth > RT::SpatialTree::maxDepth;
+    node.isLeaf = weight < leafLimit || node.depth > RT::SpatialTree::maxDepth;
     if (node.isLeaf) {
         node.triangles = arena.take(memory, count * sizeof(std::int32_t));
         return memory.at<std::int32_t>(node.triangles);
@@ -260,7 +260,8 @@ std::int32_t* prepare(NodeInWork& work, TreeArena& arena, TreeMemory& memory) {
 
 /// Creates the children of a node, marks the entries that they claim, and packs its list.
 void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
-               const RT::InputPackage& package, TreeMemory& memory) {
+               const RT::InputPackage& package, const DistinctTriangles& distinct,
+               TreeMemory& memory) {
     TreeArena& arena = memory.arena();
     PackedNode& node = *work.node;
     const Octants octants(work.boxMin, work.boxMax);
@@ -268,13 +269,17 @@ void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
                                             static_cast<std::size_t>(node.triangleCount));
     Assignments assignments(triangles.size());
     std::array<std::int32_t, 8> count{};
+    std::array<std::int32_t, 8> weight{};
     std::array<std::int32_t, 8> contained{};
     for (std::size_t i = 0; i < triangles.size(); ++i) {
         const auto index = static_cast<std::size_t>(triangles[i]);
         const Assignment assignment = octants.assign(package.triangles[index]);
         assignments.set(i, assignment);
+        const std::int32_t own = distinct.weight(index);
         for (OctantSet rest = assignment.octants; rest != 0; rest &= rest - 1U) {
-            ++count[static_cast<std::size_t>(std::countr_zero(rest))];
+            const auto octant = static_cast<std::size_t>(std::countr_zero(rest));
+            ++count[octant];
+            weight[octant] += own;
         }
         if (assignment.isClaimed) {
             ++contained[static_cast<std::size_t>(std::bit_width(assignment.octants) - 1)];
@@ -296,7 +301,7 @@ void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
         child.node->triangleCount = count[octant];
         child.node->containedCount = contained[octant];
         octantBox(work.boxMin, work.boxMax, octant, child.boxMin, child.boxMax);
-        next[octant] = prepare(child, arena, memory);
+        next[octant] = prepare(child, weight[octant], arena, memory);
     }
     for (std::size_t i = triangles.size(); i-- > 0;) { // every list runs backwards
         for (OctantSet rest = assignments.octants(i); rest != 0; rest &= rest - 1U) {
@@ -313,46 +318,73 @@ void subdivide(NodeInWork& work, RT::BuildSpatialSubtree::Children& children,
 }
 
 /// Subdivides a node and everything below it.
-void buildNode(NodeInWork& work, const RT::InputPackage& package, TreeMemory& memory) {
+void buildNode(NodeInWork& work, const RT::InputPackage& package, const DistinctTriangles& distinct,
+               TreeMemory& memory) {
     if (work.node->isLeaf) {
         return;
     }
     RT::BuildSpatialSubtree::Children children;
-    subdivide(work, children, package, memory);
+    subdivide(work, children, package, distinct, memory);
     if (work.node->childCount > 0) {
         children.finished.store(0, std::memory_order_release);
         tbb::parallel_for(tbb::blocked_range<int>(0, work.node->childCount, 4),
-                          RT::BuildSpatialSubtree(&children, &package, &memory),
+                          RT::BuildSpatialSubtree(&children, &package, &distinct, &memory),
                           tbb::simple_partitioner());
         static_cast<void>(children.finished.load(std::memory_order_acquire));
     }
 }
 
 PackedNode buildTree(const RT::InputPackage& package, TreeMemory& memory) {
+    const DistinctTriangles distinct(package);
     PackedNode root;
-    root.triangleCount = package.triangleCount;
-    root.containedCount = package.triangleCount;
+    root.triangleCount = static_cast<std::int32_t>(distinct.first.size());
+    root.containedCount = root.triangleCount;
     NodeInWork work;
     work.node = &root;
     work.boxMin = package.boxMin;
     work.boxMax = package.boxMax;
-    std::int32_t* const list = prepare(work, memory.arena(), memory);
-    std::iota(list, list + package.triangleCount, 0);
-    buildNode(work, package, memory);
+    std::int32_t* const list = prepare(work, package.triangleCount, memory.arena(), memory);
+    std::copy(distinct.first.begin(), distinct.first.end(), list);
+    buildNode(work, package, distinct, memory);
     return root;
 }
 
 } // namespace
 
-bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre,
-                 const Vector3d& halfExtents) {
-    const RelativeVertices v(triangle, centre);
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        if (isSeparated(v.v0[axis], v.v1[axis], v.v2[axis], halfExtents[axis])) {
-            return false;
+DistinctTriangles::DistinctTriangles(const RT::InputPackage& package) {
+    // A table of at least twice as many places as triangles; each lies at the first free one from
+    // the place that its coordinates give.
+    using Bits = std::array<std::uint64_t, 9>;
+    const auto bitsOf = [&package](std::int32_t index) {
+        const RT::Triangle& triangle = package.triangles[static_cast<std::size_t>(index)];
+        return std::bit_cast<Bits>(std::array{triangle.p0, triangle.p1, triangle.p2});
+    };
+    const std::int32_t count = package.triangleCount;
+    constexpr std::int32_t none = -1;
+    const auto width =
+        static_cast<unsigned>(std::bit_width(2 * static_cast<std::uint64_t>(count) + 1));
+    std::vector<std::int32_t> table(std::size_t{1} << width, none);
+    first.reserve(static_cast<std::size_t>(count));
+    for (std::int32_t index = 0; index < count; ++index) {
+        const Bits bits = bitsOf(index);
+        std::uint64_t hash = 0;
+        for (const std::uint64_t word : bits) {
+            hash = (std::rotl(hash, 23) ^ word) * 0x9E3779B97F4A7C15U; // the golden ratio's digits
         }
+        std::size_t place = hash >> (64U - width);
+        while (table[place] != none && bitsOf(table[place]) != bits) {
+            place = (place + 1) & (table.size() - 1);
+        }
+        if (table[place] == none) {
+            table[place] = index;
+            first.push_back(index);
+            continue;
+        }
+        if (copies.empty()) {
+            copies.assign(static_cast<std::size_t>(count), 1);
+        }
+        ++copies[static_cast<std::size_t>(table[place])];
     }
-    return overlapsByEdgesAndPlane(triangle, v, halfExtents);
 }
 
 std::int32_t depthLimit(std::int32_t triangleCount) {
@@ -406,7 +438,8 @@ std::vector<std::int32_t> SpatialTree::triangleList() const {
 void BuildSpatialSubtree::operator()(const tbb::blocked_range<int>& range) const {
     static_cast<void>(children->finished.load(std::memory_order_acquire));
     for (int i = range.begin(); i != range.end(); ++i) {
-        insolate::buildNode(children->nodes[static_cast<std::size_t>(i)], *package, *memory);
+        insolate::buildNode(children->nodes[static_cast<std::size_t>(i)], *package, *distinct,
+                            *memory);
     }
     children->finished.fetch_add(1, std::memory_order_release);
 }

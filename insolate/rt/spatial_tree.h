@@ -62,8 +62,9 @@ struct SpatialTree {
     /// A child, in the octants' order; 0 <= index < childCount. It refers to this node.
     SpatialTree child(std::int32_t index) const;
 
-    /// Indices into the package's triangles. -1 stands where a child claimed a triangle that lies
-    /// wholly inside it; leaves have no such marks.
+    /// Indices into the package's triangles, of copies that of the first (see
+    /// insolate::DistinctTriangles). -1 stands where a child claimed a triangle that lies wholly
+    /// inside it; leaves have no such marks.
     std::vector<std::int32_t> triangleList() const;
 
     /// The same list of a leaf, for rays: they read no others.
@@ -89,6 +90,24 @@ private:
 
 namespace insolate {
 
+/// A package's triangles without their copies.
+///
+/// Triangles that are equal to the last bit go the same way through every box, and a ray hits all
+/// of them or none: the first stands for all in the tree's lists, but counts for all where a node
+/// is judged full. So the nodes are those of a tree over all triangles, and thousands of copies,
+/// each of which may reach thousands of boxes, cost no more than one.
+struct DistinctTriangles {
+    explicit DistinctTriangles(const RT::InputPackage& package);
+
+    std::vector<std::int32_t> first;  ///< the first of each, in the package's order
+    std::vector<std::int32_t> copies; ///< by triangle, what it counts for; empty without copies
+
+    /// What a triangle in a list counts for.
+    std::int32_t weight(std::size_t triangle) const {
+        return copies.empty() ? 1 : copies[triangle];
+    }
+};
+
 /// A node that is being built: its place, its box, and its list until that is packed.
 struct NodeInWork {
     PackedNode* node = nullptr;
@@ -111,13 +130,15 @@ public:
     };
 
     BuildSpatialSubtree(Children* nodes, const InputPackage* triangles,
+                        const insolate::DistinctTriangles* distinctTriangles,
                         insolate::TreeMemory* treeMemory)
-        : children(nodes), package(triangles), memory(treeMemory) {}
+        : children(nodes), package(triangles), distinct(distinctTriangles), memory(treeMemory) {}
     void operator()(const tbb::blocked_range<int>& range) const;
 
 private:
     Children* children;
     const InputPackage* package;
+    const insolate::DistinctTriangles* distinct;
     insolate::TreeMemory* memory;
 };
 
@@ -146,8 +167,5 @@ private:
     PackedNode packedRoot;
     RT::SpatialTree rootNode;
 };
-
-/// Whether a triangle overlaps a box given by its centre and half extents; touching counts.
-bool overlapsBox(const RT::Triangle& triangle, const Vector3d& centre, const Vector3d& halfExtents);
 
 } // namespace insolate

@@ -98,6 +98,22 @@ TEST(RayQueries, AgreeWithTestingEveryTriangle) {
     }
 }
 
+TEST(RayQueries, DifferFromTheIndexBeyondAHundredMillionDirections) {
+    Scene scene;
+    addTriangle(scene, {-1e6, -1e6, 50}, {2e6, -1e6, 50}, {-1e6, 2e6, 50});
+    build(scene);
+    GetTransparencyValueOnRayInternal internal;
+    const auto index = insolate::OcclusionIndex::fromInputPackage();
+    for (const auto& [length, plain] : {std::pair(1e-6f, 0.0f), std::pair(1e-7f, 1.0f)}) {
+        const XYZf up = {0, 0, length};
+        EXPECT_EQ(internal.getTransparencyValue({0, 0, 0}, up, nullptr), plain);
+        EXPECT_TRUE(index.isOccluded({0, 0, 0}, up));
+        const XYZf nowhere = {0, std::nanf(""), 0};
+        EXPECT_EQ(internal.getTransparencyValue(nowhere, up, nullptr), 1.0f);
+        EXPECT_FALSE(index.isOccluded(nowhere, up));
+    }
+}
+
 TEST(RayQueries, CountTheirRaysAndSkipTrianglesTestedForTheSameRay) {
     Scene scene;
     addTriangle(scene, {0, 0, 0}, {1, 0, 0}, {0, 1, 0});

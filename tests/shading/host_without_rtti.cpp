@@ -94,13 +94,15 @@ int main() {
     expect(plain.rays == 648, "one ray a cell in front");
     expect(atOnce.rays == 0, "an offer takes the place of the rays");
     expect(std::memcmp(&mask, &same, sizeof mask) == 0, "the same mask either way");
-    expect(mask.getExposure(19, 3) == 1.0f && mask.getExposure(53, 3) == 0.0f, "light from the east");
+    expect(mask.getExposure(19, 3) == 1.0f && mask.getExposure(53, 3) == 0.0f,
+           "light from the east");
 
     const insolate::OcclusionIndex open;
     insolate::FastRayTransparency fast(open);
     Glass glass(fast);
     expect(maskOf(fast).getExposure(36, 3) == 1.0f, "the library's own caster");
-    expect(maskOf(glass).getExposure(36, 3) == 127.0f / 255.0f, "an offer is not taken for another");
+    expect(maskOf(glass).getExposure(36, 3) == 127.0f / 255.0f,
+           "an offer is not taken for another");
 
     const std::vector<float> grey(8760, 100.0f);
     const auto weather = insolate::makeWeatherSeries({}, std::vector<float>(8760, 0.0f), grey);
@@ -113,9 +115,8 @@ int main() {
     RT::SpatialTreeUtil::GenerateSpatialTree();
     DoubleSided<GetTransparencyValueOnRayInternal> internal;
     DoubleSided<RT::GetTransparencyValueOnRayImpl> mailbox(0, 0);
-    for (GetTransparencyValueOnRay* rays :
-         {static_cast<GetTransparencyValueOnRay*>(&internal),
-          static_cast<GetTransparencyValueOnRay*>(&mailbox)}) {
+    for (GetTransparencyValueOnRay* rays : {static_cast<GetTransparencyValueOnRay*>(&internal),
+                                            static_cast<GetTransparencyValueOnRay*>(&mailbox)}) {
         expect(maskOf(*rays).getPerezHorizonFactor() > 0.99f, "both sides of the surface");
     }
     return failures == 0 ? 0 : 1;
