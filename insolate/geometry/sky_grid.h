@@ -14,7 +14,9 @@ inline constexpr int azimuthCount = 72;
 inline constexpr int altitudeCount = 18;
 inline constexpr int cellCount = azimuthCount * altitudeCount;
 
-/// One cell's width and height, 5 degrees [radians], in single precision.
+/// One cell's width and height, 5 degrees [radians]: to the last bit of double precision, and as
+/// the single-precision arithmetic of cells and bands uses it, one unit in the last place more.
+inline constexpr double cellWidth = 0.08726646259971647;
 inline constexpr float cellAngle = 0.08726647f;
 
 /// Pi as the cell lookups use it, in single precision.

@@ -1,8 +1,10 @@
-/// Single-precision vector arithmetic, private to the library.
+/// Vector arithmetic in single and in double precision, private to the library.
 #pragma once
 
 #include <insolate/geometry/xyzf.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace insolate {
@@ -31,6 +33,33 @@ constexpr XYZf crossProduct(XYZf a, XYZf b) {
 inline float vectorLength(XYZf v) {
     const float squares = dotProduct(v, v);
     return squares > 0.0f ? std::sqrt(squares) : 0.0f;
+}
+
+/// The vector times the power of two that brings its largest component to [1, 2), so that its
+/// squares neither overflow nor vanish; as it is where no power does: zero, infinite, NaN.
+inline XYZf withModerateLength(XYZf v) {
+    const float largest = std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
+    if (!(largest > 0.0f) || !std::isfinite(largest)) {
+        return v;
+    }
+    const int exponent = std::ilogb(largest);
+    return {std::ldexp(v.x, -exponent), std::ldexp(v.y, -exponent), std::ldexp(v.z, -exponent)};
+}
+
+/// A point or vector in double precision. The operations take pointers to three components, since
+/// the ray caster keeps its triangles in long arrays.
+using Vector3d = std::array<double, 3>;
+
+constexpr Vector3d difference(const Vector3d& a, const Vector3d& b) {
+    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+}
+
+constexpr double dotProduct(const double* a, const double* b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+constexpr Vector3d crossProduct(const double* a, const double* b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
 
 } // namespace insolate

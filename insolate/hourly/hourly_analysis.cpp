@@ -180,9 +180,10 @@ public:
     Evaluation& operator=(const Evaluation&) = delete;
     Evaluation(const Prepared& prepared, GetTransparencyValueOnRay& caster, const Sensor& sensor)
         : m(prepared), m_rays(caster, sensor.position) {
-        const float size = length(sensor.normal);
-        if (size > 1e-12f && std::isfinite(size)) {
-            m_normal = scaled(sensor.normal, 1.0f / size);
+        const XYZf normal = withModerateLength(sensor.normal);
+        const float size = vectorLength(normal);
+        if (size > 0.0f && std::isfinite(size)) {
+            m_normal = scaled(normal, 1.0f / size);
             m_sides = m_rays.doubleSided() ? Sides::Two : Sides::One;
             m_rays.receiveOn(&m_normal);
         } else {

@@ -28,9 +28,10 @@ namespace insolate {
 
 /// A place at which radiation is computed, in model coordinates.
 struct Sensor {
+    /// [model units]. Rays from a position that is not finite hit nothing: it sees an open sky.
     XYZf position{0, 0, 0};
-    /// Outward normal of the receiving surface, of any length. A zero vector stands for a point
-    /// without a surface, on which every direction counts fully.
+    /// Outward normal of the receiving surface, of any length. A zero vector, or one that is not
+    /// finite, stands for a point without a surface, on which every direction counts fully.
     XYZf normal{0, 0, 1};
 };
 

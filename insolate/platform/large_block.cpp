@@ -47,15 +47,15 @@ LargeBlock::LargeBlock(std::size_t bytes) {
         throw std::bad_alloc();
     }
     const std::size_t alignment = bytes < smallestOnLargePages ? cacheLine : largePage;
-    allocated = (bytes + alignment - 1) / alignment * alignment;
+    m_allocated = (bytes + alignment - 1) / alignment * alignment;
 #if defined(__linux__)
     if (alignment == largePage) {
-        memory = {mapLargePages(allocated), Release{allocated, alignment}};
+        m_memory = {mapLargePages(m_allocated), Release{m_allocated, alignment}};
         return;
     }
 #endif
-    memory = {static_cast<std::byte*>(::operator new(allocated, std::align_val_t(alignment))),
-              Release{allocated, alignment}};
+    m_memory = {static_cast<std::byte*>(::operator new(m_allocated, std::align_val_t(alignment))),
+                Release{m_allocated, alignment}};
 }
 
 void LargeBlock::Release::operator()(std::byte* block) const {

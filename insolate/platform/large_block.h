@@ -16,16 +16,16 @@ public:
     /// Throws std::bad_alloc only.
     explicit LargeBlock(std::size_t bytes);
 
-    std::byte* data() const { return memory.get(); }
-    std::size_t size() const { return allocated; }
+    std::byte* data() const { return m_memory.get(); }
+    std::size_t size() const { return m_allocated; }
 
 private:
     struct Release {
         std::size_t bytes, alignment;
         void operator()(std::byte* block) const;
     };
-    std::unique_ptr<std::byte, Release> memory{nullptr, Release{0, 0}};
-    std::size_t allocated = 0;
+    std::unique_ptr<std::byte, Release> m_memory{nullptr, Release{0, 0}};
+    std::size_t m_allocated = 0;
 };
 
 /// An array in a block of its own; its elements are not initialised.
@@ -33,18 +33,18 @@ template <typename T>
 class LargeArray {
 public:
     explicit LargeArray(std::size_t count)
-        : block(count * sizeof(T)), elements(reinterpret_cast<T*>(block.data()), count) {}
+        : m_block(count * sizeof(T)), m_elements(reinterpret_cast<T*>(m_block.data()), count) {}
 
-    T& operator[](std::size_t i) const { return elements[i]; }
-    T* data() const { return elements.data(); }
-    std::size_t size() const { return elements.size(); }
+    T& operator[](std::size_t i) const { return m_elements[i]; }
+    T* data() const { return m_elements.data(); }
+    std::size_t size() const { return m_elements.size(); }
 
     /// Forgets the elements from `count` on.
-    void shrink(std::size_t count) { elements = elements.first(count); }
+    void shrink(std::size_t count) { m_elements = m_elements.first(count); }
 
 private:
-    LargeBlock block;
-    std::span<T> elements;
+    LargeBlock m_block;
+    std::span<T> m_elements;
 };
 
 } // namespace insolate

@@ -24,20 +24,21 @@ void append(RT::InputPackage& package, const double* coordinates) {
 
 std::span<std::uint32_t> MailboxPool::take() {
     const auto size = static_cast<std::size_t>(processorCount());
-    if (blocks.empty() || taken == mailboxesPerBlock) {
+    if (m_blocks.empty() || m_taken == mailboxesPerBlock) {
         // The entries are written when handed out: an unused rest of a block costs no memory.
-        blocks.push_back(std::make_unique_for_overwrite<std::uint32_t[]>(mailboxesPerBlock * size));
-        taken = 0;
+        m_blocks.push_back(
+            std::make_unique_for_overwrite<std::uint32_t[]>(mailboxesPerBlock * size));
+        m_taken = 0;
     }
-    const std::span<std::uint32_t> mailbox(blocks.back().get() + taken * size, size);
-    ++taken;
+    const std::span<std::uint32_t> mailbox(m_blocks.back().get() + m_taken * size, size);
+    ++m_taken;
     std::fill(mailbox.begin(), mailbox.end(), noRay);
     return mailbox;
 }
 
 void MailboxPool::clear() {
-    blocks.clear();
-    taken = 0;
+    m_blocks.clear();
+    m_taken = 0;
 }
 
 } // namespace insolate

@@ -21,8 +21,8 @@ public:
     void clear();
 
 private:
-    std::vector<std::unique_ptr<std::uint32_t[]>> blocks;
-    std::size_t taken = 0; ///< mailboxes handed out from the last block
+    std::vector<std::unique_ptr<std::uint32_t[]>> m_blocks;
+    std::size_t m_taken = 0; ///< mailboxes handed out from the last block
 };
 
 } // namespace insolate

@@ -130,24 +130,24 @@ bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::
 
 class Builder {
 public:
-    Builder(const TriangleSource& triangleSource, bool inParallel)
-        : source(triangleSource), parallel(inParallel),
-          storage(std::make_unique<OcclusionIndex::Storage>()), items(source.count),
-          binary(source.count) {}
+    Builder(const TriangleSource& source, bool parallel)
+        : m_source(source), m_parallel(parallel),
+          m_storage(std::make_unique<OcclusionIndex::Storage>()), m_items(source.count),
+          m_binary(source.count) {}
 
     std::unique_ptr<const OcclusionIndex::Storage> build() {
         const Extent extent = collectItems();
-        if (items.size() == 0) {
-            return std::move(storage);
+        if (m_items.size() == 0) {
+            return std::move(m_storage);
         }
-        const auto count = static_cast<std::uint32_t>(items.size());
+        const auto count = static_cast<std::uint32_t>(m_items.size());
         const std::uint32_t top = split(0, count, extent, 0);
         if (top == noNode) {
             // One leaf: a root with a single child.
-            binary[0] = {extent.box, 0, count, noNode, noNode};
+            m_binary[0] = {extent.box, 0, count, noNode, noNode};
         }
         emit(top == noNode ? 0 : top);
-        return std::move(storage);
+        return std::move(m_storage);
     }
 
 private:
@@ -165,7 +165,7 @@ private:
 
     template <typename Body>
     void forRange(std::size_t count, const Body& body) const {
-        if (parallel) {
+        if (m_parallel) {
             tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, 16384),
                               [&](const auto& range) { body(range.begin(), range.end()); });
         } else {
@@ -178,8 +178,8 @@ private:
         constexpr double far = std::numeric_limits<double>::max();
         std::array<double, 3> low{far, far, far};
         std::array<double, 3> high{-far, -far, -far};
-        for (std::size_t i = 0; i < source.count; ++i) {
-            const double* vertices = source.vertices(i);
+        for (std::size_t i = 0; i < m_source.count; ++i) {
+            const double* vertices = m_source.vertices(i);
             for (std::size_t k = 0; k < 9; ++k) {
                 if (std::fabs(vertices[k]) <= largestCoordinate) {
                     low[k % 3] = std::min(low[k % 3], vertices[k]);
@@ -188,33 +188,33 @@ private:
             }
         }
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            storage->centre[axis] = low[axis] <= high[axis] ? (low[axis] + high[axis]) / 2 : 0.0;
+            m_storage->centre[axis] = low[axis] <= high[axis] ? (low[axis] + high[axis]) / 2 : 0.0;
         }
-        std::vector<std::uint8_t> boxed(source.count);
-        forRange(source.count, [&](std::size_t begin, std::size_t end) {
+        std::vector<std::uint8_t> boxed(m_source.count);
+        forRange(m_source.count, [&](std::size_t begin, std::size_t end) {
             for (std::size_t i = begin; i < end; ++i) {
-                boxed[i] = makeItem(source.vertices(i), storage->centre, i, items[i]);
+                boxed[i] = makeItem(m_source.vertices(i), m_storage->centre, i, m_items[i]);
             }
         });
         Extent extent;
         std::size_t kept = 0;
-        for (std::size_t i = 0; i < source.count; ++i) {
+        for (std::size_t i = 0; i < m_source.count; ++i) {
             if (boxed[i] != 0) {
-                extent.add(items[i]);
-                items[kept++] = items[i];
+                extent.add(m_items[i]);
+                m_items[kept++] = m_items[i];
             } else {
-                storage->unbounded.resize(storage->unbounded.size() + doublesPerTriangle);
-                packTriangle(i, storage->unbounded.data() + storage->unbounded.size() -
+                m_storage->unbounded.resize(m_storage->unbounded.size() + doublesPerTriangle);
+                packTriangle(i, m_storage->unbounded.data() + m_storage->unbounded.size() -
                                     doublesPerTriangle);
             }
         }
-        items.shrink(kept);
+        m_items.shrink(kept);
         return extent;
     }
 
     /// Writes p0, edge1, edge2. The edges are formed exactly as the package forms them.
     void packTriangle(std::size_t triangle, double* place) const {
-        const double* p = source.vertices(triangle);
+        const double* p = m_source.vertices(triangle);
         for (std::size_t axis = 0; axis < 3; ++axis) {
             place[axis] = p[axis];
             place[3 + axis] = p[3 + axis] - p[axis];
@@ -225,19 +225,19 @@ private:
     /// Writes the leaf of items [begin, end) from the given unit on; box is the leaf's own.
     void packLeaf(std::uint32_t begin, std::uint32_t end, const Box& box,
                   std::uint32_t unit) const {
-        OcclusionLeafUnit* place = storage->leaves.data() + unit;
+        OcclusionLeafUnit* place = m_storage->leaves.data() + unit;
         OcclusionLeafHeader header{};
         header.firstTriangle = begin;
         for (int axis = 0; axis < 3; ++axis) {
             header.anchor[static_cast<std::size_t>(axis)] =
-                storage->centre[static_cast<std::size_t>(axis)] +
+                m_storage->centre[static_cast<std::size_t>(axis)] +
                 static_cast<double>(box.low[axis] + box.high[axis]) / 2;
         }
         const std::size_t count = end - begin;
         float* runs = place[1].values.data();
         for (std::size_t i = 0; i < count; ++i) {
-            double* exact = storage->exact.data() + doublesPerTriangle * (begin + i);
-            packTriangle(items[begin + i].triangle(), exact);
+            double* exact = m_storage->exact.data() + doublesPerTriangle * (begin + i);
+            packTriangle(m_items[begin + i].triangle(), exact);
             double reach = 0;
             double edges[2] = {0, 0};
             for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -269,13 +269,13 @@ private:
         const std::uint32_t middle = depth < halvingDepth
                                          ? partition(begin, end, extent, left, right)
                                          : halve(begin, end, left, right);
-        BinaryNode& node = binary[middle];
+        BinaryNode& node = m_binary[middle];
         node.box = extent.box;
         node.begin = begin;
         node.end = end;
         const auto cutLeft = [&] { node.left = split(begin, middle, left, depth + 1); };
         const auto cutRight = [&] { node.right = split(middle, end, right, depth + 1); };
-        if (parallel && end - begin > parallelItems) {
+        if (m_parallel && end - begin > parallelItems) {
             tbb::parallel_invoke(cutLeft, cutRight);
         } else {
             cutLeft();
@@ -303,8 +303,8 @@ private:
             return static_cast<std::size_t>(bin[axis]) < cut.bin;
         };
         // From both ends inwards, so that the order is the same on every machine.
-        Item* first = items.data() + begin;
-        Item* last = items.data() + end;
+        Item* first = m_items.data() + begin;
+        Item* last = m_items.data() + end;
         while (true) {
             while (first != last && isLeft(*first)) {
                 left.add(*first++);
@@ -317,14 +317,14 @@ private:
             }
             std::swap(*first, last[-1]);
         }
-        return static_cast<std::uint32_t>(first - items.data());
+        return static_cast<std::uint32_t>(first - m_items.data());
     }
 
     /// Items with one common centre: any half is as good.
     std::uint32_t halve(std::uint32_t begin, std::uint32_t end, Extent& left, Extent& right) {
         const std::uint32_t middle = begin + (end - begin) / 2;
         for (std::uint32_t i = begin; i < end; ++i) {
-            (i < middle ? left : right).add(items[i]);
+            (i < middle ? left : right).add(m_items[i]);
         }
         return middle;
     }
@@ -333,7 +333,7 @@ private:
         std::array<std::array<Box, binCount>, 3> boxes;
         std::array<std::array<std::uint32_t, binCount>, 3> counts{};
         for (std::uint32_t i = begin; i < end; ++i) {
-            const Item& item = items[i];
+            const Item& item = m_items[i];
             const Int4 bin = __builtin_convertvector((item.doubledCentre() - origin) * scale, Int4);
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 const auto b = static_cast<std::size_t>(bin[axis]);
@@ -382,7 +382,7 @@ private:
             children.begin[place] = begin;
             children.end[place] = end;
         };
-        const BinaryNode& top = binary[index];
+        const BinaryNode& top = m_binary[index];
         if (top.left == noNode && top.right == noNode && top.end - top.begin <= leafItems) {
             add(0, noNode, top.begin, top.end);
             children.count = 1;
@@ -395,8 +395,8 @@ private:
             float largest = -1;
             std::size_t widest = 0;
             for (std::size_t i = 0; i < children.count; ++i) {
-                if (children.node[i] != noNode && binary[children.node[i]].box.area() > largest) {
-                    largest = binary[children.node[i]].box.area();
+                if (children.node[i] != noNode && m_binary[children.node[i]].box.area() > largest) {
+                    largest = m_binary[children.node[i]].box.area();
                     widest = i;
                 }
             }
@@ -404,8 +404,8 @@ private:
                 break;
             }
             const std::uint32_t opened = children.node[widest];
-            add(children.count++, binary[opened].right, opened, binary[opened].end);
-            add(widest, binary[opened].left, binary[opened].begin, opened);
+            add(children.count++, m_binary[opened].right, opened, m_binary[opened].end);
+            add(widest, m_binary[opened].left, m_binary[opened].begin, opened);
         }
         return children;
     }
@@ -414,12 +414,13 @@ private:
     void markWide(std::uint32_t index, std::vector<std::uint32_t>& place) {
         place[index] = 1;
         const Children children = childrenOf(index);
-        const bool large = parallel && binary[index].end - binary[index].begin > parallelItems;
+        const bool large =
+            m_parallel && m_binary[index].end - m_binary[index].begin > parallelItems;
         const auto mark = [&](std::size_t i) {
             if (children.node[i] != noNode) {
                 markWide(children.node[i], place);
             } else {
-                units[children.begin[i]] = leafUnits(children.end[i] - children.begin[i]);
+                m_units[children.begin[i]] = leafUnits(children.end[i] - children.begin[i]);
             }
         };
         if (large) {
@@ -433,9 +434,9 @@ private:
 
     /// Turns the binary tree into nodes of eight and writes the leaves' triangles.
     void emit(std::uint32_t top) {
-        const std::size_t count = items.size();
+        const std::size_t count = m_items.size();
         std::vector<std::uint32_t> place(count, 0);
-        units.resize(count, 0);
+        m_units.resize(count, 0);
         markWide(top, place);
         std::uint32_t wide = 0;
         for (std::uint32_t& p : place) {
@@ -443,10 +444,10 @@ private:
             p = marked != 0 ? wide : noNode;
             wide += marked;
         }
-        storage->root = place[top];
+        m_storage->root = place[top];
         // Leaves start where their first item does; `units` holds their sizes, then their places.
         std::uint32_t unit = 0;
-        for (std::uint32_t& u : units) {
+        for (std::uint32_t& u : m_units) {
             const std::uint32_t size = u;
             u = unit;
             unit += size;
@@ -455,14 +456,14 @@ private:
         const std::size_t nodeBytes = wide * sizeof(OcclusionNode);
         const std::size_t leafBytes = leafCount * sizeof(OcclusionLeafUnit);
         const std::size_t doubles = count * doublesPerTriangle;
-        storage->block = LargeBlock(nodeBytes + leafBytes + doubles * sizeof(double));
-        std::byte* memory = storage->block.data();
-        storage->nodes = {reinterpret_cast<OcclusionNode*>(memory), wide};
+        m_storage->block = LargeBlock(nodeBytes + leafBytes + doubles * sizeof(double));
+        std::byte* memory = m_storage->block.data();
+        m_storage->nodes = {reinterpret_cast<OcclusionNode*>(memory), wide};
         memory += nodeBytes;
-        storage->leaves = {reinterpret_cast<OcclusionLeafUnit*>(memory), leafCount};
+        m_storage->leaves = {reinterpret_cast<OcclusionLeafUnit*>(memory), leafCount};
         memory += leafBytes;
-        storage->exact = {reinterpret_cast<double*>(memory), doubles};
-        storage->leaves.back() = {};
+        m_storage->exact = {reinterpret_cast<double*>(memory), doubles};
+        m_storage->leaves.back() = {};
         forRange(count, [&](std::size_t begin, std::size_t end) {
             for (std::size_t i = begin; i < end; ++i) {
                 if (place[i] != noNode) {
@@ -474,7 +475,7 @@ private:
 
     void emitNode(std::uint32_t index, const std::vector<std::uint32_t>& place) {
         const Children children = childrenOf(index);
-        OcclusionNode& node = storage->nodes[place[index]];
+        OcclusionNode& node = m_storage->nodes[place[index]];
         node = {};
         node.childCount = static_cast<std::uint32_t>(children.count);
         for (std::size_t lane = 0; lane < OcclusionNode::width; ++lane) {
@@ -484,15 +485,15 @@ private:
                 const std::uint32_t first = children.begin[lane];
                 const std::uint32_t end = children.end[lane];
                 if (child != noNode) {
-                    box = binary[child].box;
+                    box = m_binary[child].box;
                     node.child[lane] = place[child];
                 } else {
                     for (std::uint32_t i = first; i < end; ++i) {
-                        box.low = smaller(box.low, items[i].low);
-                        box.high = larger(box.high, items[i].high);
+                        box.low = smaller(box.low, m_items[i].low);
+                        box.high = larger(box.high, m_items[i].high);
                     }
-                    packLeaf(first, end, box, units[first]);
-                    node.child[lane] = occlusionChild::leaf(units[first], end - first);
+                    packLeaf(first, end, box, m_units[first]);
+                    node.child[lane] = occlusionChild::leaf(m_units[first], end - first);
                 }
             }
             node.minX[lane] = box.low[0];
@@ -504,12 +505,12 @@ private:
         }
     }
 
-    TriangleSource source;
-    bool parallel;
-    std::unique_ptr<OcclusionIndex::Storage> storage;
-    LargeArray<Item> items;
-    LargeArray<BinaryNode> binary;
-    std::vector<std::uint32_t> units; ///< by a leaf's first item
+    TriangleSource m_source;
+    bool m_parallel;
+    std::unique_ptr<OcclusionIndex::Storage> m_storage;
+    LargeArray<Item> m_items;
+    LargeArray<BinaryNode> m_binary;
+    std::vector<std::uint32_t> m_units; ///< by a leaf's first item
 };
 
 } // namespace

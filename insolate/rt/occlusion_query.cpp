@@ -7,13 +7,14 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <numbers>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "insolate/rt/occlusion_query.cpp"
 #include <hwy/foreach_target.h>
 
 #include <hwy/highway.h>
+
+#include <insolate/platform/vector_masks.h>
 
 #ifndef INSOLATE_OCCLUSION_QUERY_ONCE
 #define INSOLATE_OCCLUSION_QUERY_ONCE
@@ -197,15 +198,6 @@ namespace hn = hwy::HWY_NAMESPACE;
 using Floats = hn::CappedTag<float, 8>;
 using Cells = hn::CappedTag<float, 16>;
 
-template <typename Tag, typename Mask>
-HWY_INLINE std::uint32_t bitsOf(Tag tag, Mask mask) {
-    std::uint8_t bytes[8] = {};
-    hn::StoreMaskBits(tag, mask, bytes);
-    std::uint32_t bits;
-    std::memcpy(&bits, bytes, sizeof(bits));
-    return bits;
-}
-
 template <typename V>
 HWY_INLINE V crossTerm(V a, V b, V c, V d) {
     return hn::MulSub(a, b, hn::Mul(c, d));
@@ -315,10 +307,10 @@ struct SeenLanes {
 /// The rays of a set that something below an entry blocks.
 class RayWalk {
 public:
-    RayWalk(const OcclusionIndex::Storage& storage, const Vector3d& from,
-            const BoundedOrigin& boundedFrom, const RaySet& raySet, float largest)
-        : index(storage), origin(from), bounded(boundedFrom), rays(raySet),
-          largestComponent(largest) {}
+    RayWalk(const OcclusionIndex::Storage& index, const Vector3d& origin,
+            const BoundedOrigin& bounded, const RaySet& rays, float largestComponent)
+        : m_index(index), m_origin(origin), m_bounded(bounded), m_rays(rays),
+          m_largestComponent(largestComponent) {}
 
     HWY_NOINLINE std::uint32_t blockedBelow(std::uint32_t top) const {
         struct Held {
@@ -327,8 +319,8 @@ public:
         };
         Held stack[stackSize];
         std::size_t held = 0;
-        stack[held++] = {top, rays.all()};
-        std::uint32_t open = rays.all();
+        stack[held++] = {top, m_rays.all()};
+        std::uint32_t open = m_rays.all();
         while (held != 0) {
             const Held entry = stack[--held];
             const std::uint32_t asked = entry.rays & open;
@@ -339,16 +331,16 @@ public:
                 open &= ~blockedByLeaf(entry.child, asked);
                 continue;
             }
-            const OcclusionNode& node = index.nodes[entry.child];
+            const OcclusionNode& node = m_index.nodes[entry.child];
             alignas(32) std::array<std::uint32_t, OcclusionNode::width> met;
             for (std::uint32_t lanes = childrenMet(node, asked, met); lanes != 0;
                  lanes &= lanes - 1) {
                 const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
-                prefetchEntry(index, node.child[lane]);
+                prefetchEntry(m_index, node.child[lane]);
                 stack[held++] = {node.child[lane], met[lane]};
             }
         }
-        return rays.all() & ~open;
+        return m_rays.all() & ~open;
     }
 
 private:
@@ -364,13 +356,13 @@ private:
         const hn::RebindToUnsigned<Floats> du;
         std::uint32_t children = 0;
         for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-            const RelativeBoxes box(node, bounded, lane);
+            const RelativeBoxes box(node, m_bounded, lane);
             auto meeting = hn::Zero(du);
             for (std::uint32_t left = asked; left != 0; left &= left - 1) {
                 const auto ray = static_cast<std::size_t>(std::countr_zero(left));
-                const auto inverseX = hn::Set(d, rays.inverse[ray].x);
-                const auto inverseY = hn::Set(d, rays.inverse[ray].y);
-                const auto inverseZ = hn::Set(d, rays.inverse[ray].z);
+                const auto inverseX = hn::Set(d, m_rays.inverse[ray].x);
+                const auto inverseY = hn::Set(d, m_rays.inverse[ray].y);
+                const auto inverseZ = hn::Set(d, m_rays.inverse[ray].z);
                 const auto ax = hn::Mul(box.x0, inverseX);
                 const auto bx = hn::Mul(box.x1, inverseX);
                 const auto ay = hn::Mul(box.y0, inverseY);
@@ -393,12 +385,12 @@ private:
 
     /// The rays among `asked` that hit one of a leaf's triangles.
     HWY_INLINE std::uint32_t blockedByLeaf(std::uint32_t child, std::uint32_t asked) const {
-        const OcclusionLeaf leaf(index, child);
-        const LeafOrigin from(*leaf.header, origin);
+        const OcclusionLeaf leaf(m_index, child);
+        const LeafOrigin from(*leaf.header, m_origin);
         const Floats d;
         std::uint32_t blocked = 0;
         for (std::size_t lane = 0; lane < leaf.count; lane += hn::Lanes(d)) {
-            const SeenLanes seen(leaf, from, lane, largestComponent);
+            const SeenLanes seen(leaf, from, lane, m_largestComponent);
             const std::uint32_t real =
                 allLanes(std::min<std::size_t>(leaf.count - lane, hn::Lanes(d)));
             const std::uint32_t possible = bitsOf(d, seen.possible) & real;
@@ -406,9 +398,9 @@ private:
             const std::uint32_t edgeOn = bitsOf(d, seen.edgeOn) & possible;
             for (std::uint32_t left = asked & ~blocked; left != 0; left &= left - 1) {
                 const auto ray = static_cast<std::size_t>(std::countr_zero(left));
-                const auto x = hn::Set(d, rays.direction[ray].x);
-                const auto y = hn::Set(d, rays.direction[ray].y);
-                const auto z = hn::Set(d, rays.direction[ray].z);
+                const auto x = hn::Set(d, m_rays.direction[ray].x);
+                const auto y = hn::Set(d, m_rays.direction[ray].y);
+                const auto z = hn::Set(d, m_rays.direction[ray].z);
                 const auto u = dotOf(x, y, z, seen.ux, seen.uy, seen.uz);
                 const auto v = dotOf(x, y, z, seen.vx, seen.vy, seen.vz);
                 const auto w = dotOf(x, y, z, seen.wx, seen.wy, seen.wz);
@@ -420,13 +412,13 @@ private:
                     maybe |= bitsOf(d, hn::Le(greatest, seen.error)) & edgeOn;
                 }
                 for (; maybe != 0 && !isBlocked; maybe &= maybe - 1) {
-                    const XYZf& along = rays.direction[ray];
+                    const XYZf& along = m_rays.direction[ray];
                     const double direction[3] = {static_cast<double>(along.x),
                                                  static_cast<double>(along.y),
                                                  static_cast<double>(along.z)};
                     isBlocked = hitsExactly(
-                        index, leaf, lane + static_cast<std::size_t>(std::countr_zero(maybe)),
-                        origin, direction);
+                        m_index, leaf, lane + static_cast<std::size_t>(std::countr_zero(maybe)),
+                        m_origin, direction);
                 }
                 blocked |= static_cast<std::uint32_t>(isBlocked) << ray;
             }
@@ -434,11 +426,11 @@ private:
         return blocked;
     }
 
-    const OcclusionIndex::Storage& index;
-    const Vector3d& origin;
-    const BoundedOrigin& bounded;
-    const RaySet& rays;
-    float largestComponent;
+    const OcclusionIndex::Storage& m_index;
+    const Vector3d& m_origin;
+    const BoundedOrigin& m_bounded;
+    const RaySet& m_rays;
+    float m_largestComponent;
 };
 
 bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
@@ -474,7 +466,7 @@ HWY_INLINE V angleOf(Tag d, V x, V y) {
     const auto larger = hn::Max(hn::Max(ax, ay), hn::Set(d, 1e-37f));
     const auto q = hn::Div(hn::Min(ax, ay), larger);
     const auto q2 = hn::Mul(q, q);
-    constexpr float unit = static_cast<float>(36.0 / std::numbers::pi);
+    constexpr float unit = static_cast<float>(1.0 / skyGrid::cellWidth);
     auto sum = hn::Set(d, 0.0208351f * unit);
     sum = hn::MulAdd(sum, q2, hn::Set(d, -0.0851330f * unit));
     sum = hn::MulAdd(sum, q2, hn::Set(d, 0.1801410f * unit));
@@ -491,14 +483,15 @@ HWY_INLINE V angleOf(Tag d, V x, V y) {
 template <std::size_t split>
 class MaskWalk {
 public:
-    MaskWalk(const OcclusionIndex::Storage& storage, const Vector3d& from,
-             std::span<const OpenSky, split> openSkies, const SkyReach& skyReach)
-        : index(storage), origin(from), skies(openSkies), bounded(from, storage.centre),
-          reachOfSkies(skyReach) {
+    MaskWalk(const OcclusionIndex::Storage& index, const Vector3d& origin,
+             std::span<const OpenSky, split> skies, const SkyReach& reachOfSkies)
+        : m_index(index), m_origin(origin), m_skies(skies), m_bounded(origin, index.centre),
+          m_reachOfSkies(reachOfSkies) {
         for (std::size_t k = 0; k < split; ++k) {
-            largestComponent = std::max(largestComponent, skies[k].directions->largestComponent);
+            m_largestComponent =
+                std::max(m_largestComponent, m_skies[k].directions->largestComponent);
             for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                open[(word / 2 * split + k) * 2 + word % 2] = skies[k].open->words[word];
+                m_open[(word / 2 * split + k) * 2 + word % 2] = m_skies[k].open->words[word];
             }
         }
     }
@@ -507,7 +500,7 @@ public:
     void finish() const {
         for (std::size_t k = 0; k < split; ++k) {
             for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                skies[k].open->words[word] = open[(word / 2 * split + k) * 2 + word % 2];
+                m_skies[k].open->words[word] = m_open[(word / 2 * split + k) * 2 + word % 2];
             }
         }
     }
@@ -515,11 +508,11 @@ public:
     void run() {
         HeldEntry stack[stackSize];
         std::size_t held = 0;
-        stack[held].child = index.root;
+        stack[held].child = m_index.root;
         stack[held++].range = {0, 72, 0, bandCount - 1};
         while (held != 0) {
             const HeldEntry entry = stack[--held];
-            const int cells = openCells(open.data(), entry.range, fewCells);
+            const int cells = openCells(m_open.data(), entry.range, fewCells);
             if (cells == 0) {
                 continue;
             }
@@ -531,7 +524,7 @@ public:
                 closeBehindLeaf(entry.child);
                 continue;
             }
-            held += holdChildren(index.nodes[entry.child], stack + held);
+            held += holdChildren(m_index.nodes[entry.child], stack + held);
         }
     }
 
@@ -558,7 +551,7 @@ private:
         std::uint32_t reached = 0;
         const Floats d;
         for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-            const RelativeBoxes box(node, bounded, lane);
+            const RelativeBoxes box(node, m_bounded, lane);
             reached |= reachOfBoxes(box, reach, lane);
             hn::Store(squaredDistance(box), d, boxDistance.data() + lane);
         }
@@ -570,7 +563,7 @@ private:
             HeldEntry entry;
             entry.child = node.child[lane];
             entry.range = rangeOf(reach, lane);
-            if (!anyOpen(open.data(), entry.range)) {
+            if (!anyOpen(m_open.data(), entry.range)) {
                 continue;
             }
             const float distance = boxDistance[lane];
@@ -581,7 +574,7 @@ private:
             }
             distances[place] = distance;
             stack[place] = entry;
-            prefetchEntry(index, entry.child);
+            prefetchEntry(m_index, entry.child);
         }
         return count;
     }
@@ -645,20 +638,20 @@ private:
         const auto clockwise = angleOf(d, clockwiseX, clockwiseY);
 
         const auto turn = hn::Set(d, 72.0f);
-        const auto reference = hn::Set(d, reachOfSkies.azimuthOrigin);
+        const auto reference = hn::Set(d, m_reachOfSkies.azimuthOrigin);
         auto from = hn::Sub(reference, counter);
         auto to = hn::Sub(reference, clockwise);
         // An outline that crosses the negative x axis; no outline is wider than half a turn.
         to = hn::IfThenElse(hn::Lt(to, hn::Sub(from, hn::Set(d, 18.0f))), hn::Add(to, turn), to);
-        from = hn::Sub(from, hn::Set(d, reachOfSkies.azimuthMax + angleMargin));
-        to = hn::Sub(to, hn::Set(d, reachOfSkies.azimuthMin - angleMargin));
+        from = hn::Sub(from, hn::Set(d, m_reachOfSkies.azimuthMax + angleMargin));
+        to = hn::Sub(to, hn::Set(d, m_reachOfSkies.azimuthMin - angleMargin));
         from = hn::IfThenElse(around, zero, from);
         to = hn::IfThenElse(around, turn, to);
         const auto fine = hn::Set(d, static_cast<float>(split));
         auto low = hn::Sub(hn::Mul(lowest, fine),
-                           hn::Set(d, reachOfSkies.altitudeMax + angleMargin * split));
+                           hn::Set(d, m_reachOfSkies.altitudeMax + angleMargin * split));
         auto high = hn::Sub(hn::Mul(highest, fine),
-                            hn::Set(d, reachOfSkies.altitudeMin - angleMargin * split));
+                            hn::Set(d, m_reachOfSkies.altitudeMin - angleMargin * split));
         low = hn::Max(low, zero);
         high = hn::Min(high, hn::Set(d, static_cast<float>(bandCount - 1)));
 
@@ -685,11 +678,11 @@ private:
         std::array<std::uint8_t, RaySet::largest> bands;
         std::array<std::uint8_t, RaySet::largest> sectors;
         const auto cast = [&] {
-            const RayWalk walk(index, origin, bounded, rays, largestComponent);
+            const RayWalk walk(m_index, m_origin, m_bounded, rays, m_largestComponent);
             for (std::uint32_t blocked = walk.blockedBelow(entry.child); blocked != 0;
                  blocked &= blocked - 1) {
                 const auto ray = static_cast<std::size_t>(std::countr_zero(blocked));
-                open[2 * bands[ray] + sectors[ray] / 64] &=
+                m_open[2 * bands[ray] + sectors[ray] / 64] &=
                     ~(std::uint64_t{1} << sectors[ray] % 64);
             }
             rays.count = 0;
@@ -697,9 +690,10 @@ private:
         const CellRange& range = entry.range;
         const BandBits asked = sectorsOf(range);
         for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-            const SkyDirectionTable& table = *skies[band % split].directions;
+            const SkyDirectionTable& table = *m_skies[band % split].directions;
             for (std::size_t word = 0; word < 2; ++word) {
-                std::uint64_t cells = open[2 * band + word] & (word == 0 ? asked.low : asked.high);
+                std::uint64_t cells =
+                    m_open[2 * band + word] & (word == 0 ? asked.low : asked.high);
                 for (; cells != 0; cells &= cells - 1) {
                     const std::size_t sector =
                         64 * word + static_cast<std::size_t>(std::countr_zero(cells));
@@ -733,8 +727,8 @@ private:
     };
 
     void closeBehindLeaf(std::uint32_t child) {
-        const OcclusionLeaf leaf(index, child);
-        const LeafOrigin from(*leaf.header, origin);
+        const OcclusionLeaf leaf(m_index, child);
+        const LeafOrigin from(*leaf.header, m_origin);
         SeenTriangles seen;
         BoxReach reach;
         std::uint32_t reached = 0;
@@ -758,7 +752,7 @@ private:
     HWY_INLINE std::uint32_t see(const OcclusionLeaf& leaf, const LeafOrigin& from,
                                  std::size_t lane, SeenTriangles& seen, BoxReach& reach) const {
         const Floats d;
-        const SeenLanes lanes(leaf, from, lane, largestComponent);
+        const SeenLanes lanes(leaf, from, lane, m_largestComponent);
         seen.possible |= bitsOf(d, lanes.possible) << lane;
         seen.near |= bitsOf(d, lanes.near) << lane;
         seen.edgeOn |= bitsOf(d, lanes.edgeOn) << lane;
@@ -825,7 +819,7 @@ private:
                 if (still == 0) {
                     continue;
                 }
-                const SkyDirectionTable& table = *skies[band % split].directions;
+                const SkyDirectionTable& table = *m_skies[band % split].directions;
                 const std::size_t row = band / split;
                 const auto x = hn::Load(d, table.x[row].data() + azimuth);
                 const auto y = hn::Load(d, table.y[row].data() + azimuth);
@@ -866,7 +860,7 @@ private:
                     const double direction[3] = {static_cast<double>(table.x[row][azimuth + cell]),
                                                  static_cast<double>(table.y[row][azimuth + cell]),
                                                  static_cast<double>(table.z[row][azimuth + cell])};
-                    if (hitsExactly(index, leaf, lane, origin, direction)) {
+                    if (hitsExactly(m_index, leaf, lane, m_origin, direction)) {
                         closed |= 1U << cell;
                     }
                 }
@@ -881,7 +875,7 @@ private:
 
     HWY_INLINE void* placeOf(std::size_t band, std::size_t azimuth) {
         static_assert(std::endian::native == std::endian::little);
-        return reinterpret_cast<char*>(&open[2 * band]) + azimuth / 8;
+        return reinterpret_cast<char*>(&m_open[2 * band]) + azimuth / 8;
     }
 
     /// The part of the open cells in a band from a sector on, a multiple of the lanes; the sector's
@@ -900,13 +894,14 @@ private:
         std::memcpy(placeOf(band, azimuth), &part, sizeof(part));
     }
 
-    const OcclusionIndex::Storage& index;
-    const Vector3d& origin;
-    std::span<const OpenSky, split> skies;
-    BoundedOrigin bounded;
-    SkyReach reachOfSkies;
-    std::array<std::uint64_t, SkyCellSet::wordCount * split> open; ///< band by band, as SkyCellSet
-    float largestComponent = 0.0f;                                 ///< of all directions
+    const OcclusionIndex::Storage& m_index;
+    const Vector3d& m_origin;
+    std::span<const OpenSky, split> m_skies;
+    BoundedOrigin m_bounded;
+    SkyReach m_reachOfSkies;
+    std::array<std::uint64_t, SkyCellSet::wordCount * split>
+        m_open;                      ///< band by band, as SkyCellSet
+    float m_largestComponent = 0.0f; ///< of all directions
 };
 
 void CloseBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,

@@ -3,11 +3,11 @@
 /// A ray is blocked (0.0) or clear (1.0). It is blocked by either side of a triangle at a distance
 /// of at least 0.01 directions; rays through an edge or a vertex pass, so that rays which graze the
 /// common edge of two triangles are not caught between them. Boxes of the octree that a ray enters
-/// only after 1e8 directions are not searched: no limit for unit directions, but a direction shorter
-/// than 1e-7 may miss what an OcclusionIndex finds. The direction is used as given; a ray that is
-/// not a number hits nothing; the normal has no influence. The package must hold its triangles
-/// and the tree must have been generated (RT::InputPackageUitl, RT::SpatialTreeUtil) before the
-/// first query and must not change while queries run.
+/// only after 1e8 directions are not searched: no limit for unit directions, but a direction
+/// shorter than 1e-7 may miss what an OcclusionIndex finds. The direction is used as given; a ray
+/// that is not a number hits nothing; the normal has no influence. The package must hold its
+/// triangles and the tree must have been generated (RT::InputPackageUitl, RT::SpatialTreeUtil)
+/// before the first query and must not change while queries run.
 #pragma once
 
 #include <insolate/export.h>

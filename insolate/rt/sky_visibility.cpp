@@ -4,14 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 #include <utility>
 
 namespace insolate {
 
 namespace {
 
-constexpr double sectorsPerRadian = 36.0 / std::numbers::pi;
+constexpr double sectorsPerRadian = 1.0 / skyGrid::cellWidth;
 
 // Squared lengths outside of this leave the range in which the wide loops' error bounds hold.
 constexpr double shortestSquared = 0.25;
@@ -101,7 +100,7 @@ void SkyVisibilityQuery::offerWholeSkies(const GetTransparencyValueOnRay& caster
     }
 }
 
-SkyDirections::SkyDirections() : shared(emptyTable()) {}
+SkyDirections::SkyDirections() : m_shared(emptyTable()) {}
 
 SkyDirections::SkyDirections(std::span<const XYZf, skyGrid::cellCount> directions,
                              const SkyCellSet& cells) {
@@ -124,15 +123,15 @@ SkyDirections::SkyDirections(std::span<const XYZf, skyGrid::cellCount> direction
         }
     }
     measureReach(*table);
-    shared = std::move(table);
+    m_shared = std::move(table);
 }
 
 const SkyCellSet& SkyDirections::cells() const {
-    return shared->cells;
+    return m_shared->cells;
 }
 
 const XYZf& SkyDirections::direction(int azimuth, int altitude) const {
-    return shared->directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))];
+    return m_shared->directions[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))];
 }
 
 void SkyVisibilityQuery::visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,

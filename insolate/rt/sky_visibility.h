@@ -116,10 +116,10 @@ public:
     /// The direction of a cell, as given; a zero vector for a cell without one.
     const XYZf& direction(int azimuth, int altitude) const;
 
-    const SkyDirectionTable& table() const { return *shared; }
+    const SkyDirectionTable& table() const { return *m_shared; }
 
 private:
-    std::shared_ptr<const SkyDirectionTable> shared;
+    std::shared_ptr<const SkyDirectionTable> m_shared;
 };
 
 /// An ability that a ray caster may have beside GetTransparencyValueOnRay.

@@ -104,11 +104,11 @@ public:
     Octants(const Vector3d& boxMin, const Vector3d& boxMax) {
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const double h = (boxMax[axis] - boxMin[axis]) * 0.5;
-            halfExtents[axis] = h * 0.5;
+            m_halfExtents[axis] = h * 0.5;
             for (std::size_t half = 0; half < 2; ++half) {
-                lower[half][axis] = boxMin[axis] + static_cast<double>(half) * h;
-                upper[half][axis] = lower[half][axis] + h;
-                centre[half][axis] = lower[half][axis] + halfExtents[axis];
+                m_lower[half][axis] = boxMin[axis] + static_cast<double>(half) * h;
+                m_upper[half][axis] = m_lower[half][axis] + h;
+                m_centre[half][axis] = m_lower[half][axis] + m_halfExtents[axis];
             }
         }
     }
@@ -131,8 +131,9 @@ public:
         for (OctantSet rest = unsettled != 0 ? overlappedByBox(triangle, unsettled) : 0U; rest != 0;
              rest &= rest - 1U) {
             const auto octant = static_cast<unsigned>(std::countr_zero(rest));
-            if (overlapsByEdgesAndPlane(
-                    triangle, RelativeVertices(triangle, cornerOf(centre, octant)), halfExtents)) {
+            if (overlapsByEdgesAndPlane(triangle,
+                                        RelativeVertices(triangle, cornerOf(m_centre, octant)),
+                                        m_halfExtents)) {
                 assignment.octants |= 1U << octant;
             }
         }
@@ -152,10 +153,10 @@ private:
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const double value = vertex[axis];
             // Arithmetic on truth values: whether a vertex is inside cannot be predicted.
-            const OctantSet inLower = static_cast<OctantSet>(lower[0][axis] <= value) &
-                                      static_cast<OctantSet>(value <= upper[0][axis]);
-            const OctantSet inUpper = static_cast<OctantSet>(lower[1][axis] <= value) &
-                                      static_cast<OctantSet>(value <= upper[1][axis]);
+            const OctantSet inLower = static_cast<OctantSet>(m_lower[0][axis] <= value) &
+                                      static_cast<OctantSet>(value <= m_upper[0][axis]);
+            const OctantSet inUpper = static_cast<OctantSet>(m_lower[1][axis] <= value) &
+                                      static_cast<OctantSet>(value <= m_upper[1][axis]);
             octants &= (lowerHalf[axis] * inLower) | (upperHalf[axis] * inUpper);
         }
         return octants;
@@ -165,9 +166,9 @@ private:
     OctantSet overlappedByBox(const RT::Triangle& triangle, OctantSet octants) const {
         for (std::size_t axis = 0; axis < 3; ++axis) {
             for (std::size_t half = 0; half < 2; ++half) {
-                const double c = centre[half][axis];
+                const double c = m_centre[half][axis];
                 const bool isApart = isSeparated(triangle.p0[axis] - c, triangle.p1[axis] - c,
-                                                 triangle.p2[axis] - c, halfExtents[axis]);
+                                                 triangle.p2[axis] - c, m_halfExtents[axis]);
                 octants &= ~((half == 0 ? lowerHalf[axis] : upperHalf[axis]) *
                              static_cast<OctantSet>(isApart));
             }
@@ -175,32 +176,32 @@ private:
         return octants;
     }
 
-    Halves lower{}, upper{}, centre{};
-    Vector3d halfExtents{};
+    Halves m_lower{}, m_upper{}, m_centre{};
+    Vector3d m_halfExtents{};
 };
 
 /// Room for one assignment per entry of a node's list; short lists stay on the stack.
 class Assignments {
 public:
     explicit Assignments(std::size_t size) {
-        if (size > few.size()) {
-            many = std::make_unique_for_overwrite<std::uint16_t[]>(size);
+        if (size > m_few.size()) {
+            m_many = std::make_unique_for_overwrite<std::uint16_t[]>(size);
         }
-        codes = many != nullptr ? many.get() : few.data();
+        m_codes = m_many != nullptr ? m_many.get() : m_few.data();
     }
 
     void set(std::size_t i, Assignment assignment) {
-        codes[i] = static_cast<std::uint16_t>(assignment.octants |
-                                              (assignment.isClaimed ? claimedBit : 0U));
+        m_codes[i] = static_cast<std::uint16_t>(assignment.octants |
+                                                (assignment.isClaimed ? claimedBit : 0U));
     }
-    OctantSet octants(std::size_t i) const { return codes[i] & allOctants; }
-    bool isClaimed(std::size_t i) const { return (codes[i] & claimedBit) != 0; }
+    OctantSet octants(std::size_t i) const { return m_codes[i] & allOctants; }
+    bool isClaimed(std::size_t i) const { return (m_codes[i] & claimedBit) != 0; }
 
 private:
     static constexpr unsigned claimedBit = 0x100;
-    std::array<std::uint16_t, 512> few;
-    std::unique_ptr<std::uint16_t[]> many;
-    std::uint16_t* codes;
+    std::array<std::uint16_t, 512> m_few;
+    std::unique_ptr<std::uint16_t[]> m_many;
+    std::uint16_t* m_codes;
 };
 
 // Lists that no ray reads are packed: an index as its distance from the last one that was not
@@ -394,7 +395,7 @@ std::int32_t depthLimit(std::int32_t triangleCount) {
 }
 
 Octree::Octree(const RT::InputPackage& package)
-    : packedRoot(buildTree(package, memory)), rootNode(packedRoot, memory, package) {}
+    : m_packedRoot(buildTree(package, m_memory)), m_rootNode(m_packedRoot, m_memory, package) {}
 
 } // namespace insolate
 

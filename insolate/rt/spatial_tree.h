@@ -160,12 +160,12 @@ public:
     Octree(const Octree&) = delete;
     Octree& operator=(const Octree&) = delete;
 
-    const RT::SpatialTree& root() const { return rootNode; }
+    const RT::SpatialTree& root() const { return m_rootNode; }
 
 private:
-    TreeMemory memory;
-    PackedNode packedRoot;
-    RT::SpatialTree rootNode;
+    TreeMemory m_memory;
+    PackedNode m_packedRoot;
+    RT::SpatialTree m_rootNode;
 };
 
 } // namespace insolate

@@ -21,8 +21,8 @@ public:
     ///
     /// Time and memory grow with the boxes that each triangle reaches, up to some 4^depth at a
     /// depth of log8 of the number of triangles plus 3: a scene of n triangles, each of which is as
-    /// large as the scene, takes n^(5/3) steps (3,000 of them 5 s and 200 MB). Copies of a triangle,
-    /// equal to the last bit, count once. OcclusionIndex has no such limit.
+    /// large as the scene, takes n^(5/3) steps (3,000 of them 5 s and 200 MB). Copies of a
+    /// triangle, equal to the last bit, count once. OcclusionIndex has no such limit.
     static void GenerateSpatialTree();
 };
 

@@ -6,32 +6,32 @@ namespace insolate {
 
 TreeReference TreeArena::take(TreeMemory& memory, std::size_t bytes) {
     const std::size_t units = (bytes + TreeMemory::unit - 1) / TreeMemory::unit;
-    if (units > left) {
+    if (units > m_left) {
         if (units >
             TreeMemory::blockUnits / 8) { // a run of its own, the current block stays in use
             return memory.addBlocks(units);
         }
-        next = memory.addBlocks(TreeMemory::blockUnits);
-        left = TreeMemory::blockUnits;
+        m_next = memory.addBlocks(TreeMemory::blockUnits);
+        m_left = TreeMemory::blockUnits;
     }
-    const TreeReference result = next;
-    next += static_cast<TreeReference>(units);
-    left -= units;
+    const TreeReference result = m_next;
+    m_next += static_cast<TreeReference>(units);
+    m_left -= units;
     return result;
 }
 
-TreeMemory::TreeMemory() : table(maxBlocks) {}
+TreeMemory::TreeMemory() : m_table(maxBlocks) {}
 
 TreeReference TreeMemory::addBlocks(std::size_t units) {
     const std::size_t blocks = (units + blockUnits - 1) / blockUnits;
-    const std::lock_guard lock(mutex);
-    if (blocks > maxBlocks - used) {
+    const std::lock_guard lock(m_mutex);
+    if (blocks > maxBlocks - m_used) {
         throw std::bad_alloc();
     }
-    runs.push_back(std::make_unique_for_overwrite<std::byte[]>(units * unit));
-    const auto first = static_cast<TreeReference>(used << blockBits);
+    m_runs.push_back(std::make_unique_for_overwrite<std::byte[]>(units * unit));
+    const auto first = static_cast<TreeReference>(m_used << blockBits);
     for (std::size_t block = 0; block < blocks; ++block) {
-        table[used++] = runs.back().get() + block * blockUnits * unit;
+        m_table[m_used++] = m_runs.back().get() + block * blockUnits * unit;
     }
     return first;
 }

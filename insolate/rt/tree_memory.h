@@ -27,8 +27,8 @@ public:
     std::vector<std::uint8_t> scratch;
 
 private:
-    TreeReference next = 0;
-    std::size_t left = 0; ///< units
+    TreeReference m_next = 0;
+    std::size_t m_left = 0; ///< units
 };
 
 /// Blocks of a megabyte that are given back as a whole. Pieces are added by the arenas of several
@@ -41,12 +41,12 @@ public:
 
     template <class T>
     T* at(TreeReference reference) const {
-        return reinterpret_cast<T*>(table[reference >> blockBits] +
+        return reinterpret_cast<T*>(m_table[reference >> blockBits] +
                                     (reference & (blockUnits - 1U)) * unit);
     }
 
     /// The arena of the calling thread.
-    TreeArena& arena() { return arenas.local(); }
+    TreeArena& arena() { return m_arenas.local(); }
 
 private:
     friend class TreeArena;
@@ -59,11 +59,11 @@ private:
     /// A run of blocks, one after another; the last may be cut short.
     TreeReference addBlocks(std::size_t units);
 
-    std::mutex mutex;
-    std::vector<std::byte*> table; ///< of full length from the start: readers need no lock
-    std::vector<std::unique_ptr<std::byte[]>> runs;
-    std::size_t used = 0; ///< entries of table
-    tbb::enumerable_thread_specific<TreeArena> arenas;
+    std::mutex m_mutex;
+    std::vector<std::byte*> m_table; ///< of full length from the start: readers need no lock
+    std::vector<std::unique_ptr<std::byte[]>> m_runs;
+    std::size_t m_used = 0; ///< entries of table
+    tbb::enumerable_thread_specific<TreeArena> m_arenas;
 };
 
 } // namespace insolate

@@ -1,28 +1,14 @@
 /// One obstructing triangle, prepared for ray and box tests, and the test that decides every ray.
 #pragma once
 
-#include <array>
+#include <insolate/geometry/vector_math.h>
+
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace insolate {
-
-/// A point or vector of the ray caster, in double precision [model units].
-using Vector3d = std::array<double, 3>;
-
-inline Vector3d difference(const Vector3d& a, const Vector3d& b) {
-    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
-}
-
-inline double dotProduct(const double* a, const double* b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-inline Vector3d crossProduct(const double* a, const double* b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
 
 /// Corners of the box that encloses nothing yet: the first point folded in sets them, as long as it
 /// lies within 1e8 model units of the origin.

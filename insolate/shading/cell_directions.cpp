@@ -35,7 +35,7 @@ XYZf computeDirection(int azimuth, int altitude, double northOffset, bool jitter
 class Cache {
 public:
     XYZf direction(int azimuth, int altitude, bool jittered) {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(m_mutex);
         return find(azimuth, altitude, ESolarPosition::Global.getNorthOffset(), jittered);
     }
 
@@ -43,51 +43,51 @@ public:
         thread_local std::shared_ptr<const CellDirections> mine;
         const double offset = ESolarPosition::Global.getNorthOffset();
         // While this thread holds its table the address cannot be reused by another one.
-        if (mine != nullptr && mine.get() == published.load(std::memory_order_acquire) &&
+        if (mine != nullptr && mine.get() == m_published.load(std::memory_order_acquire) &&
             mine->northOffset == offset) {
             return mine;
         }
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(m_mutex);
         for (int altitude = 0; altitude < skyGrid::altitudeCount; ++altitude) {
             for (int azimuth = 0; azimuth < skyGrid::azimuthCount; ++azimuth) {
                 find(azimuth, altitude, offset, false);
             }
         }
-        if (complete == nullptr) {
-            for (std::size_t cell = 0; cell < partial.direction.size(); ++cell) {
-                partial.x[cell] = partial.direction[cell].x;
-                partial.y[cell] = partial.direction[cell].y;
-                partial.z[cell] = partial.direction[cell].z;
+        if (m_complete == nullptr) {
+            for (std::size_t cell = 0; cell < m_partial.direction.size(); ++cell) {
+                m_partial.x[cell] = m_partial.direction[cell].x;
+                m_partial.y[cell] = m_partial.direction[cell].y;
+                m_partial.z[cell] = m_partial.direction[cell].z;
             }
-            partial.sky = SkyDirections(partial.direction);
-            complete = std::make_shared<const CellDirections>(partial);
-            published.store(complete.get(), std::memory_order_release);
+            m_partial.sky = SkyDirections(m_partial.direction);
+            m_complete = std::make_shared<const CellDirections>(m_partial);
+            m_published.store(m_complete.get(), std::memory_order_release);
         }
-        mine = complete;
+        mine = m_complete;
         return mine;
     }
 
 private:
     XYZf find(int azimuth, int altitude, double offset, bool jittered) {
-        if (partial.northOffset != offset) {
-            partial.northOffset = offset;
-            computed.fill(false);
-            complete.reset();
-            published.store(nullptr, std::memory_order_release);
+        if (m_partial.northOffset != offset) {
+            m_partial.northOffset = offset;
+            m_computed.fill(false);
+            m_complete.reset();
+            m_published.store(nullptr, std::memory_order_release);
         }
         const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
-        if (!computed[cell]) {
-            partial.direction[cell] = computeDirection(azimuth, altitude, offset, jittered);
-            computed[cell] = true;
+        if (!m_computed[cell]) {
+            m_partial.direction[cell] = computeDirection(azimuth, altitude, offset, jittered);
+            m_computed[cell] = true;
         }
-        return partial.direction[cell];
+        return m_partial.direction[cell];
     }
 
-    std::mutex mutex;
-    CellDirections partial;
-    std::array<bool, skyGrid::cellCount> computed{};
-    std::shared_ptr<const CellDirections> complete;
-    std::atomic<const CellDirections*> published = nullptr;
+    std::mutex m_mutex;
+    CellDirections m_partial;
+    std::array<bool, skyGrid::cellCount> m_computed{};
+    std::shared_ptr<const CellDirections> m_complete;
+    std::atomic<const CellDirections*> m_published = nullptr;
 };
 
 Cache& cache() {

@@ -8,6 +8,8 @@
 #include <hwy/foreach_target.h> // compiles this file once per instruction set
 #include <hwy/highway.h>
 
+#include <insolate/platform/vector_masks.h>
+
 #include <insolate/geometry/arc_cosine.h>
 #include <insolate/geometry/vector_math.h>
 
@@ -117,13 +119,6 @@ HWY_INLINE hn::Vec<D> cosinesFrom(D d, std::size_t first, const MaskSurface& sur
                 hn::Mul(hn::Set(d, surface.up.z), z));
     const auto defined = hn::And(hn::Lt(product, hn::Set(d, 1e38f)), hn::Ne(product, zero));
     return hn::IfThenElseZero(defined, hn::Div(dot, product));
-}
-
-template <class D, class Mask>
-HWY_INLINE std::uint32_t bitsOf(D d, Mask mask) {
-    std::uint8_t bytes[8] = {};
-    hn::StoreMaskBits(d, mask, bytes);
-    return static_cast<std::uint32_t>(bytes[0] | bytes[1] << 8U);
 }
 
 /// Lanes from bits, the first in bit `from`.
