@@ -1,3 +1,20 @@
+// The walks through an OcclusionIndex: a few rays together, or all cells of a mask at once.
+//
+// Both walk the same hierarchy of boxes from the root, eight boxes in a few vector operations, with
+// a stack of entries that are still to be visited.
+//
+// - RayWalk carries up to 32 rays as bits. Each entry holds the rays that may meet its box.
+// - MaskWalk carries the open cells of the sky, a bit each, and no rays. A box seen from the origin
+//   spans a range of azimuths and altitudes; it matters when a cell in that range is still open.
+//   The nearest box comes first, since what it blocks need not be asked of those behind it. In a
+//   leaf, each triangle closes the cells of its own range whose directions pass through it. Where
+//   few cells of a range are open they go on as rays.
+//
+// A leaf's triangles are tested in single precision with a bound of the error, derived below. What
+// lies within the bound goes to hitsTriangle() in double precision, which is the one definition of
+// a hit: so both walks answer as if every ray had been tested with every triangle. The file is
+// compiled once for each instruction set.
+
 #include <insolate/rt/occlusion_query.h>
 
 #include <insolate/platform/simd.h>
@@ -537,7 +554,8 @@ private:
         CellRange range;
     };
 
-    /// So few open cells are cheaper to cast one by one.
+    /// So few open cells of a range are cheaper as rays (./dev bench rays masks). As many as a set
+    /// of rays takes: with more, a range would be walked twice.
     static constexpr int fewCells = RaySet::largest;
 
     /// Added to either end of a range [cells]: six times the error of angleOf(). The boxes

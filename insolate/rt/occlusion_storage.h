@@ -23,7 +23,7 @@ struct alignas(64) OcclusionNode {
     using Lanes = std::array<float, width>;
 
     Lanes minX, maxX, minY, maxY, minZ, maxZ;
-    std::array<std::uint32_t, width> child; ///< see OcclusionChild
+    std::array<std::uint32_t, width> child; ///< see occlusionChild
     std::uint32_t childCount;
     std::uint32_t unused[7];
 };

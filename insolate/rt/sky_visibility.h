@@ -1,7 +1,7 @@
 /// The question a whole shading mask asks at once: which sky cells does a point see?
 ///
 /// A ray caster may offer SkyVisibilityQuery beside GetTransparencyValueOnRay. Its answers are
-/// those of one ray for each cell; it merely shares the work between them.
+/// those of one ray for each cell; only the work is shared between them.
 #pragma once
 
 #include <insolate/export.h>

@@ -71,7 +71,7 @@ bool isSeparatedByEdge(const Vector3d& edge, const RelativeVertices& v,
 
 /// The separating-axis test without the box's own axes: Akenine-Moeller (2001), Fast 3D
 /// triangle-box overlap testing, Journal of Graphics Tools 6(1). The plane goes first here: it is
-/// cheap and parts most large triangles from small boxes.
+/// cheap and separates most large triangles from small boxes.
 bool overlapsByEdgesAndPlane(const RT::Triangle& triangle, const RelativeVertices& v,
                              const Vector3d& halfExtents) {
     const Vector3d& normal = triangle.normal;

@@ -95,7 +95,8 @@ namespace insolate {
 /// Triangles that are equal to the last bit go the same way through every box, and a ray hits all
 /// of them or none: the first stands for all in the tree's lists, but counts for all where a node
 /// is judged full. So the nodes are those of a tree over all triangles, and thousands of copies,
-/// each of which may reach thousands of boxes, cost no more than one.
+/// each of which may reach thousands of boxes, cost no more than one. Of the mailboxes, too, only
+/// that of the first is used.
 struct DistinctTriangles {
     explicit DistinctTriangles(const RT::InputPackage& package);
 

@@ -1,3 +1,25 @@
+// The arithmetic of a mask's 1,296 cells, with the bytes and sums of its definition.
+//
+// By definition a cell takes the cosine c between the normal and its direction, measured between
+// points 100 units away in single precision; the angle g = acos(c), rounded to a float; and as its
+// incidence cos(g), rounded again. These roundings show in the results, so each must be made as the
+// definition makes it. Most cells are settled without an arc cosine all the same:
+//
+// 1. faceBlocks(), before the rays. The product of the unit normal and the direction differs from
+//    the incidence by less than a known margin. Where the margin does not reach the surface's plane
+//    or another byte of 1/255, the side and the byte of the cell are final.
+// 2. sumCells(), after the rays. Only blocks of 16 cells with light, or with an open byte, take the
+//    incidence itself; all others add nothing to the sums.
+// 3. CosineTable. Sensors on one face share their normal. From point to point, a cell's angle is
+//    then one of a few neighbouring floats: the table holds one of them with its cosine, and the
+//    cosine of another follows by Taylor's series in single precision with a bound of the error.
+// 4. anglesOf(). What the bounds leave open takes the polynomials of geometry/arc_cosine.h.
+//
+// Sums in single precision depend on their order. Shares are formed by vectors, but added one after
+// another in the cells' order, beside the arithmetic of the next cells. The file is compiled once
+// for each instruction set; multiplications and additions are fused in bounds alone, so that every
+// set gives the same bits.
+
 #include <insolate/shading/mask_arithmetic.h>
 
 #undef HWY_TARGET_INCLUDE
@@ -27,40 +49,50 @@
 
 namespace insolate {
 
-/// The light of a mask's cells.
+/// What the rays have brought: the cells with light, and how much of it passes.
 struct Light {
     CellBits lit;
-    const float* transparency; ///< null where every lit cell is clear
+    const float* transparency; ///< of each cell; null where every lit cell is clear
 };
 
-/// Cells before a surface, and the blocks in which only the point itself told which are in front.
+/// How the cells lie before a surface.
 struct FacedCells {
-    CellBits inFront, undecided;
+    CellBits inFront;
+    CellBits undecided; ///< among them, those whose byte of incidence the margin leaves open
+    /// Blocks with a cell within the margin of the surface's plane: which side it lies on depends
+    /// on the point, and is to be asked again for each.
     std::array<std::uint8_t, blockCount> doubtful;
     std::size_t doubtfulCount = 0;
 };
 
-/// What depends on a normal alone.
+/// What points with one normal have in common.
 ///
-/// From point to point, a cell's cosine varies by some units in its last place, as the coordinates
-/// round. Near a reference angle g, a float with the last place q, the cosine of the float nearest
-/// to acos(c) is cos(g + k q) with a whole k, which for c = cos(g) + x is the nearest to
+/// From point to point, a cell's cosine c varies by some units in its last place, as the
+/// coordinates round. Let g be the rounded angle of one point, a float whose last place is worth q.
+/// The rounded angle of another point is then g + k q with a whole k, which for c = cos(g) + x is
+/// the nearest to
 ///     t = -x / (sin(g) q) (1 + x cos(g) / (2 sin(g)^2)),
-/// and cos(g + k q) = cos(g) - k q (sin(g) + k q cos(g) / 2), by Taylor's series.
+/// and cos(g + k q) = cos(g) - k q (sin(g) + k q cos(g) / 2), both by Taylor's series.
 struct CosineTable {
     MaskSurface surface; ///< the first point with the normal, with a margin for others
     std::shared_ptr<const CellDirections> directions;
     FacedCells faced;
-    alignas(64) std::array<std::uint8_t, skyGrid::cellCount> incidence;
+    alignas(
+        64) std::array<std::uint8_t, skyGrid::cellCount> incidence; ///< bytes, as faced has them
+
+    // By cell, for roundAnglesBy().
+    using Floats = std::array<float, skyGrid::cellCount>;
+    alignas(64) Floats cosine; ///< cos(g), rounded
+    alignas(64) Floats rest;   ///< cos(g) less that
+    alignas(64) Floats slope;  ///< -1 / (sin(g) q); NaN where the series does not hold
+    alignas(64) Floats sine;   ///< sin(g) q
+    alignas(64) Floats curve;  ///< cos(g) q^2 / 2
+
     CosineTable(const MaskSurface& first, std::shared_ptr<const CellDirections> all)
         : surface(first), directions(std::move(all)) {}
-
-    // By cell: cos(g) in two parts; -1 / (sin(g) q), NaN where the series does not hold; sin(g) q;
-    // cos(g) q^2 / 2.
-    alignas(64) std::array<float, skyGrid::cellCount> cosine, rest, slope, sine, curve;
 };
 
-/// For the bands of vectors' lanes.
+/// The bands' numbers, from which a vector takes those of its lanes.
 inline constexpr auto bandNumbers = [] {
     std::array<float, skyGrid::altitudeCount> numbers{};
     for (std::size_t band = 0; band < numbers.size(); ++band) {
@@ -69,14 +101,19 @@ inline constexpr auto bandNumbers = [] {
     return numbers;
 }();
 
-/// Steps k up to which the series hold: t within 2^-14, the cosine within 2^-20 of its change. Of t
-/// the cubic term is left out, (1 + 2 cos(g)^2) / 6 k^3 (q / sin(g))^2, at most 2^-15 with the
-/// largest q / sin(g); of the cosine's change less than (k q)^2.
+// Up to mostSteps from an angle g with sin(g) and q / sin(g) within these limits, t is off by less
+// than 2^-14 and the cosine by less than 2^-20 of its change. Of t the cubic term is left out,
+// (1 + 2 cos(g)^2) / 6 k^3 (q / sin(g))^2, at most 2^-15 here; of the cosine's change less than
+// (k q)^2. With twice as many steps, or twice as large a q / sin(g), the cubic term would exceed
+// what roundAnglesBy() allows for, and a mask could differ from its definition in the last bit;
+// with fewer, more blocks take the full arithmetic.
 inline constexpr float mostSteps = 256.0f;
 inline constexpr float largestPlaceToSine = 0x1p-19f;
 inline constexpr double smallestSine = 0.02;
 
-/// Above this a table would hardly serve another point.
+/// The largest margin of a surface with which a table is made. A cosine that moves by so much moves
+/// the angle by 256 steps and more, which the series do not reach: beyond, a table would be made
+/// and then serve hardly any other point.
 inline constexpr float largestTableMargin = 0x1p-15f;
 
 } // namespace insolate
@@ -98,7 +135,8 @@ using F32x16 = hn::CappedTag<float, blockSize>;
 
 constexpr std::size_t cellCount = skyGrid::cellCount;
 
-/// The cosines between a surface's normal and cells from `first` on, before the angle is taken.
+/// The cosines between a surface's normal and cells from `first` on, before the angle is taken:
+/// operation by operation those of EGeometry::Angle.
 template <class D>
 HWY_INLINE hn::Vec<D> cosinesFrom(D d, std::size_t first, const MaskSurface& surface,
                                   const CellDirections& directions) {
@@ -121,7 +159,7 @@ HWY_INLINE hn::Vec<D> cosinesFrom(D d, std::size_t first, const MaskSurface& sur
     return hn::IfThenElseZero(defined, hn::Div(dot, product));
 }
 
-/// Lanes from bits, the first in bit `from`.
+/// A mask of lanes from a block's bits, the first lane's in bit `from`.
 template <class D>
 HWY_INLINE hn::Mask<D> maskOf(D d, std::uint16_t bits, std::size_t from) {
     const std::uint8_t bytes[8] = {static_cast<std::uint8_t>(bits >> from),
@@ -129,7 +167,7 @@ HWY_INLINE hn::Mask<D> maskOf(D d, std::uint16_t bits, std::size_t from) {
     return hn::LoadMaskBits(d, bytes);
 }
 
-/// Whole numbers 0..255, given as single precision.
+/// Stores whole numbers 0..255, given in single precision, as bytes.
 template <class D>
 HWY_INLINE void storeBytes(D d, hn::Vec<D> whole, std::uint8_t* bytes) {
     const hn::Rebind<std::uint32_t, D> d32;
@@ -139,7 +177,7 @@ HWY_INLINE void storeBytes(D d, hn::Vec<D> whole, std::uint8_t* bytes) {
                bytes);
 }
 
-/// Limited to 0..1, times 255, truncated; NaN gives 0.
+/// Stores values as a mask keeps them: limited to 0..1, times 255, truncated; NaN gives 0.
 template <class D>
 HWY_INLINE void truncateToBytes(D d, hn::Vec<D> value, std::uint8_t* bytes) {
     const auto positive = hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), value);
@@ -171,18 +209,21 @@ void faceBlocks(const MaskSurface& surface, const CellDirections& directions,
         bool isDoubtful = false;
         for (std::size_t part = 0; part < blockSize; part += lanes) {
             const std::size_t at = block * blockSize + part;
+            // Within the margin of the cosine that the definition takes.
             const auto cosine =
                 hn::MulAdd(z, hn::Load(d, directions.z.data() + at),
                            hn::MulAdd(y, hn::Load(d, directions.y.data() + at),
                                       hn::Mul(x, hn::Load(d, directions.x.data() + at))));
             auto isInFront = hn::Eq(one, one);
             if (!surface.doubleSided) {
+                // The definition's own cosine decides only where the margin reaches the plane.
                 isInFront = hn::Gt(cosine, behind);
                 if (!hn::AllTrue(d, hn::Gt(hn::Abs(hn::Sub(cosine, behind)), margin))) {
                     isInFront = hn::Gt(cosinesFrom(d, at, surface, directions), behind);
                     isDoubtful = true;
                 }
             }
+            // The byte is final where both ends of the margin give the same one.
             const auto size = hn::Abs(cosine);
             const auto low =
                 hn::Floor(hn::Mul(hn::Min(hn::ZeroIfNegative(hn::Sub(size, wider)), one), steps));
@@ -198,10 +239,13 @@ void faceBlocks(const MaskSurface& surface, const CellDirections& directions,
     }
 }
 
-// The arc cosine is one long chain of operations: several vectors go through it side by side.
+// The arc cosine is one long chain of operations, each of which waits for the one before. Several
+// vectors go through it side by side, as many as the registers hold: 4 with the 32 of AVX-512, else
+// 2 (timed by ./dev bench rays whole, column "changing normals").
 constexpr std::size_t chains = hn::MaxLanes(F64()) >= 8 ? 4 : 2;
 
-/// Not a std::array: its members would not be compiled for the level's instructions.
+/// The vectors that go through a computation side by side. Not a std::array: its members would not
+/// be compiled for the level's instructions.
 template <class V>
 struct Several {
     V values[chains];
@@ -211,6 +255,7 @@ struct Several {
     HWY_INLINE const V& operator[](std::size_t k) const { return values[k]; }
 };
 
+/// One step of the computation, taken for each vector.
 template <class V, class Step>
 HWY_INLINE Several<V> each(const Step& step) {
     Several<V> values;
@@ -220,6 +265,7 @@ HWY_INLINE Several<V> each(const Step& step) {
     return values;
 }
 
+/// arcCosine::polynomial(), operation by operation.
 template <std::size_t count>
 HWY_INLINE Several<Doubles> polynomial(F64 d, const std::array<double, count>& terms,
                                        const Several<Doubles>& x) {
@@ -293,7 +339,7 @@ HWY_INLINE Angles anglesOf(const Several<Floats>& cosines) {
     return angles;
 }
 
-/// Fills a table but for what faceBlocks() finds out.
+/// Fills a table's terms of the series; the rest of it is what faceBlocks() finds out.
 void tabulate(CosineTable& table) {
     const F64 d;
     const F32 d32;
@@ -309,6 +355,7 @@ void tabulate(CosineTable& table) {
         for (std::size_t k = 0; k < chains; ++k) {
             const Floats angle = angles.angle[k];
             const Doubles cosine = angles.cosine[k];
+            // q, from the power of two below the angle: its bits without those of the mantissa.
             const Floats power = hn::BitCast(
                 d32, hn::And(hn::BitCast(bits, angle), hn::Set(bits, std::uint32_t{0x7F800000})));
             const Floats last = hn::Mul(power, hn::Set(d32, 0x1p-23f));
@@ -316,7 +363,8 @@ void tabulate(CosineTable& table) {
             const Doubles sine = hn::Sqrt(
                 hn::Max(hn::Sub(hn::Set(d, 1.0), hn::Mul(cosine, cosine)), hn::Set(d, 1e-12)));
             const Doubles step = hn::Mul(sine, hn::PromoteTo(d, last));
-            // Within one power of two the last place stays the same.
+            // The series holds for angles that are neither flat, where the sine vanishes, nor near
+            // a power of two, beyond which the last place is worth twice as much or half.
             const Floats sine32 = hn::DemoteTo(d32, sine);
             const auto samePower = hn::And(hn::Ge(hn::Sub(angle, reach), power),
                                            hn::Lt(hn::Add(angle, reach), hn::Add(power, power)));
@@ -339,11 +387,12 @@ void tabulate(CosineTable& table) {
 }
 
 // Each step of the arithmetic is taken for some blocks at a time: short chains of operations fill
-// the processor better than long ones.
+// the processor better than long ones. 8 and 16 blocks gain nothing over 4 (./dev bench rays
+// whole).
 constexpr std::size_t batchBlocks = 4;
 constexpr std::size_t batchCells = batchBlocks * blockSize;
 
-/// The cosines of the rounded angles of cosines, in place.
+/// Turns cosines into the cosines of their rounded angles: the incidences.
 template <bool allPositive>
 HWY_INLINE void roundAngles(float* cosines, std::size_t count) {
     const F32 d;
@@ -357,8 +406,8 @@ HWY_INLINE void roundAngles(float* cosines, std::size_t count) {
     }
 }
 
-/// The same for one block by a table; false, changing nothing, where that may fail to tell on which
-/// side of a rounding a number lies.
+/// The same for one block by a table. False, changing nothing, where the errors of the series leave
+/// more than one answer for any of its cells.
 HWY_INLINE bool roundAnglesBy(const CosineTable& table, std::size_t block, float* cosines) {
     const F32x16 d;
     hn::Vec<F32x16> results[blockSize / hn::MaxLanes(F32x16())];
@@ -368,11 +417,13 @@ HWY_INLINE bool roundAnglesBy(const CosineTable& table, std::size_t block, float
         const auto rest = hn::Load(d, table.rest.data() + at);
         const auto slope = hn::Load(d, table.slope.data() + at);
         const auto curve = hn::Load(d, table.curve.data() + at);
+        // t, and k as its nearest whole number at both ends of twice the error of t.
         const auto x = hn::Sub(hn::Sub(hn::Load(d, cosines + part), high), rest);
         const auto first = hn::Mul(x, slope);
         const auto t = hn::MulAdd(hn::Mul(first, first), hn::Mul(curve, slope), first);
         const auto doubt = hn::Set(d, 0x1p-13f);
         const auto k = hn::Round(hn::Sub(t, doubt));
+        // The cosine at k, rounded at both ends of its error: the change's 2^-20 and the roundings.
         const auto change =
             hn::NegMulAdd(k, hn::MulAdd(k, curve, hn::Load(d, table.sine.data() + at)), rest);
         const auto bound = hn::MulAdd(hn::Abs(change), hn::Set(d, 0x1p-20f), hn::Set(d, 0x1p-46f));
@@ -391,6 +442,7 @@ HWY_INLINE bool roundAnglesBy(const CosineTable& table, std::size_t block, float
     return true;
 }
 
+/// The same for one block in full, for what a table leaves open.
 HWY_NOINLINE void roundBlockAngles(float* cosines) {
     alignas(64) std::array<float, 2 * blockSize> twice; // as long as the longest chains take
     std::copy_n(cosines, blockSize, twice.data());
@@ -399,13 +451,13 @@ HWY_NOINLINE void roundBlockAngles(float* cosines) {
     std::copy_n(twice.data(), blockSize, cosines);
 }
 
-/// What a batch's cells add to the sums.
+/// What each cell of a batch adds to the sums.
 struct Shares {
     alignas(64) std::array<float, batchCells> uniform, overcast, horizon;
     std::size_t blocks = 0;
     bool areLow = false; ///< some of them in the horizon bands
 
-    /// Adds a block's cells one after another, as the sums' order demands.
+    /// Adds a block's cells one after another, in the order of the definition.
     HWY_INLINE void addTo(MaskSums& sums, std::size_t block) const {
         if (block >= blocks) {
             return;
@@ -422,7 +474,8 @@ struct Shares {
     }
 };
 
-/// Adds up the light of all cells; cosines and incidences as far as they are not known yet.
+/// Adds up the light of all cells, and completes the bytes of incidence that faceBlocks() has left
+/// open. Without a surface every cosine is 1.
 MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
                   const CellDirections& directions, const Light& light, std::uint8_t* incidence) {
     const F32x16 d;
@@ -431,6 +484,7 @@ MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
     alignas(64) std::array<float, batchCells> cosines;
     Shares shares;
     cosines.fill(1.0f);
+    // The blocks that have anything to add or to complete, filled up to whole batches.
     std::array<std::uint8_t, blockCount + batchBlocks> due;
     std::size_t dueCount = 0;
     for (std::size_t block = 0; block < blockCount; ++block) {
@@ -444,7 +498,8 @@ MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
     MaskSums sums;
     for (std::size_t from = 0; from < dueCount; from += batchBlocks) {
         const std::uint8_t* blocks = due.data() + from;
-        // The chains of additions run beside the next batch's arithmetic.
+        // The definition's cosines. Between them the last batch's shares are added: that chain of
+        // additions, each waiting for the one before, leaves room for other work.
         for (std::size_t block = 0; block < batchBlocks; ++block) {
             for (std::size_t i = 0; surface != nullptr && i < blockSize; i += lanes) {
                 hn::Store(cosinesFrom(d, blocks[block] * blockSize + i, *surface, directions), d,
@@ -452,6 +507,7 @@ MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
             }
             shares.addTo(sums, block);
         }
+        // Cosines to incidences.
         if (surface != nullptr) {
             if (faced->table != nullptr) {
                 for (std::size_t i = 0; i < batchCells; i += blockSize) {
@@ -465,6 +521,7 @@ MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
                 roundAngles<true>(cosines.data(), batchCells);
             }
         }
+        // Incidences to bytes and shares. The blocks that fill up the batch stay out.
         const std::size_t cells = std::min(batchBlocks, dueCount - from) * blockSize;
         for (std::size_t i = 0; i < cells; i += lanes) {
             const std::size_t block = blocks[i / blockSize];
@@ -507,7 +564,7 @@ MaskSums sumCells(const MaskSurface* surface, const FacedSky* faced,
     return sums;
 }
 
-/// Exposures and light of transparencies.
+/// The exposures and the light of transparencies.
 void takeTransparency(const float* transparency, Light& light, std::uint8_t* exposure) {
     const F32x16 d;
     for (std::size_t i = 0; i < cellCount; i += blockSize) {
@@ -559,6 +616,7 @@ constexpr auto allBlocks = [] {
 // Two bands are nine blocks; the upper one begins in the middle of a block.
 static_assert(2 * skyGrid::azimuthCount == 9 * blockSize);
 
+/// A set's cells, which stand band by band in words of 64 bits, as bits of blocks.
 CellBits packed(const SkyCellSet& cells) {
     CellBits bits;
     for (std::size_t pair = 0; pair < skyGrid::altitudeCount / 2; ++pair) {
@@ -574,6 +632,7 @@ CellBits packed(const SkyCellSet& cells) {
     return bits;
 }
 
+/// The other way round.
 SkyCellSet unpacked(const CellBits& bits) {
     SkyCellSet cells;
     for (std::size_t pair = 0; pair < skyGrid::altitudeCount / 2; ++pair) {
@@ -613,6 +672,7 @@ void faceAll(const MaskSurface& surface, const CellDirections& directions, std::
 /// null.
 std::shared_ptr<const CosineTable>
 tableFor(const MaskSurface& surface, const std::shared_ptr<const CellDirections>& directions) {
+    // A table is worth its cost from the second point on: changing normals never pay for one.
     thread_local XYZf lastNormal{};
     thread_local std::shared_ptr<const CosineTable> kept;
     const bool isRepeated = sameNormal(surface.normal, lastNormal);
@@ -624,6 +684,7 @@ tableFor(const MaskSurface& surface, const std::shared_ptr<const CellDirections>
         kept->surface.doubleSided != surface.doubleSided || kept->surface.margin < surface.margin ||
         kept->directions != directions) {
         const auto table = std::make_shared<CosineTable>(surface, directions);
+        // Up to the next power of two, so that points a little farther out find it good as well.
         table->surface.margin = std::exp2(std::ceil(std::log2(surface.margin)));
         HWY_DYNAMIC_DISPATCH(tabulate)(*table);
         faceAll(table->surface, *directions, table->incidence.data(), table->faced);
@@ -684,6 +745,7 @@ FacedSky faceSky(const MaskSurface& surface,
     sky.table = tableFor(surface, directions);
     FacedCells cells;
     if (sky.table != nullptr) {
+        // The table's margin covers this point: what is settled there is settled here.
         const FacedCells& known = sky.table->faced;
         cells.inFront = known.inFront;
         cells.undecided = known.undecided;

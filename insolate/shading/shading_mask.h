@@ -30,10 +30,15 @@ public:
     void clear();
 
     /// Casts one ray per cell and sums up the daylight factors. With a normal, cells behind a
-    /// single-sided surface are hidden and no ray is cast to them; rayQuery tells whether the
+    /// single-sided surface are hidden and no ray is cast to them; rayQuery says whether the
     /// surface is double-sided. Without one (nullptr), the point faces every direction equally.
     /// A rayQuery that offers insolate::SkyVisibilityQuery answers all cells in one call.
     /// False, changing nothing, when rayQuery is null.
+    ///
+    /// The normal should be a unit vector. Cosines are measured in single precision at the tip of
+    /// 100 normals: one longer than 1e17 units or shorter than coordinates resolve (a hundredth of
+    /// 1e-7 of the position), and a point or normal that is not a number, faces no cell. Without a
+    /// normal, a point that is not a number sees an open sky through the library's ray casters.
     ///
     /// Masks may be calculated on several threads with one rayQuery each; the north offset of
     /// ESolarPosition::Global must not change meanwhile.
