@@ -38,7 +38,7 @@ constexpr std::size_t sensorsPerRound = 400;
 
 std::filesystem::path dataFolder() {
     const char* folder = std::getenv("INSOLATE_TEST_DATA");
-    return folder != nullptr ? folder : "../shared/data";
+    return folder != nullptr ? folder : "";
 }
 
 /// The scenes whose names contain `only`; all of them for an empty one.

@@ -71,15 +71,15 @@ struct BinaryNode {
 
 constexpr std::uint32_t noNode = 0xFFFFFFFFU;
 
-/// Places at which a cut is tried along each axis. Twice as many make the build slower, and hardly
-/// change the walks (./dev bench rays build; ./dev bench rays masks).
+/// Places at which a cut is tried along each axis: fewer give worse cuts and slower walks
+/// (./dev bench rays masks), more a slower build (./dev bench rays build).
 constexpr std::size_t binCount = 16;
 
 /// Below this depth ranges are halved whatever it costs, which bounds the depth of any tree by this
 /// plus the logarithm of the largest scene.
 constexpr int halvingDepth = 64;
 static_assert(halvingDepth + 28 <= occlusionChild::largestDepth);
-/// Fewer are not worth a task: they are cut in some 0.2 ms (./dev bench rays build).
+/// Fewer are not worth a task, which costs some microseconds (./dev bench rays build).
 constexpr std::uint32_t parallelItems = 4096;
 
 /// Leaves hold at most this many, which one pass of the widest loop tests. Leaves of 4 and 6 gain
