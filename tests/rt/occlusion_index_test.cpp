@@ -2,6 +2,7 @@
 
 #include <insolate/rt/occlusion_index.h>
 
+#include <insolate/geometry/vector_math.h>
 #include <insolate/platform/simd.h>
 
 #include <bench/scenes.h>
@@ -186,6 +187,25 @@ const MadeScene madeScenes[] = {
          }
          scene.sensors.push_back(scenes::toXyz(sensor));
      }},
+    {"slivers as wide as a thousandth of a cell, around rays",
+     [](Scene& scene, Random& random) {
+         for (int i = 0; i < 60; ++i) {
+             const XYZf d = centres()[random.below(skyGrid::cellCount)];
+             const Point at = {10.0 * d.x, 10.0 * d.y, 10.0 * d.z};
+             const double flat = std::hypot(d.x, d.y);
+             const Point across = {-d.y / flat, d.x / flat, 0};
+             const Point up = {-d.z * d.x / flat, -d.z * d.y / flat, flat};
+             const Point& wide = i % 2 == 0 ? across : up;
+             const Point& high = i % 2 == 0 ? up : across;
+             const auto corner = [&](double u, double v) {
+                 u *= 2e-4 * flat;
+                 return shifted(at, {u * wide[0] + v * high[0], u * wide[1] + v * high[1],
+                                     u * wide[2] + v * high[2]});
+             };
+             scenes::addTriangle(scene, corner(-1, -0.1), corner(1, -0.1), corner(0, 0.2));
+         }
+         scene.sensors.push_back({0, 0, 0});
+     }},
     {"fans around one vertex above the sensor",
      [](Scene& scene, Random& random) {
          for (int i = 0; i < 4; ++i) {
@@ -327,8 +347,19 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleForAnyDirection) {
         blocked += expected ? 1 : 0;
         differing += index.isOccluded(origin, direction) != expected ? 1 : 0;
     }
-    EXPECT_EQ(differing, 0);
     EXPECT_GT(blocked, 500);
+    const SkyDirections scattered = scatteredDirections(random, SkyCellSet::all(), 0);
+    std::array<XYZf, skyGrid::cellCount> stretched{};
+    forEachCell([&](int azimuth, int altitude) {
+        const float lengths[] = {0.0f, 1e-35f, 1e-7f, 1.0f, 1e7f, 1e37f};
+        stretched[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))] =
+            scaled(scattered.direction(azimuth, altitude), lengths[random.below(6)]);
+    });
+    for (const XYZf& sensor : scene.sensors) {
+        differing +=
+            differingCells(index, scene, sensor, SkyDirections(stretched), SkyCellSet::all());
+    }
+    EXPECT_EQ(differing, 0);
 }
 
 TEST(OcclusionIndex, IsTheSameWhateverTheThreadsAndSurvivesAMove) {

@@ -129,22 +129,41 @@ TEST(MaskArithmetic, GivesTheBytesAndSumsOfItsDefinitionOnEveryLevel) {
     insolate::setSimdLevel(before);
 }
 
-TEST(MaskArithmetic, SharesWhatEqualNormalsHaveInCommonUntilTheDirectionsChange) {
+TEST(MaskArithmetic, SharesWhatEqualNormalsHaveInCommon) {
     const auto directions = insolate::allCellDirections();
-    const auto faced = [&](const XYZf& point, const XYZf& normal, const auto& given) {
-        std::array<std::uint8_t, 1296> incidence;
-        return faceSky(insolate::MaskSurface(point, normal, false), given, incidence.data()).table;
-    };
-    const XYZf slope = {0.1f, 0.2f, 0.9f};
-    EXPECT_EQ(faced({1, 2, 3}, slope, directions), nullptr);
-    const auto table = faced({4, 5, 6}, slope, directions);
-    ASSERT_NE(table, nullptr);
-    EXPECT_EQ(faced({-1, 2, 8}, slope, directions), table);
-    EXPECT_NE(faced({900, 2, 8}, slope, directions), table) << "coarser coordinates";
-    EXPECT_EQ(faced({1e8f, 2, 8}, slope, directions), nullptr);
     const auto others = std::make_shared<const insolate::CellDirections>(*directions);
-    EXPECT_NE(faced({4, 5, 6}, slope, others), table);
-    EXPECT_EQ(faced({4, 5, 6}, {0, 0, 1}, directions), nullptr);
+    const XYZf slope = {0.1f, 0.2f, 0.9f};
+    forgetNormal();
+    // One point after the other, and whether it takes a table, the last one or a new one.
+    enum Table { none, kept, made };
+    const struct {
+        const char* name;
+        XYZf point, normal;
+        bool doubleSided, otherDirections;
+        Table table;
+    } steps[] = {
+        {"the first with its normal", {1, 2, 3}, slope, false, false, none},
+        {"the second", {4, 5, 6}, slope, false, false, made},
+        {"the third", {-1, 2, 8}, slope, false, false, kept},
+        {"coarser coordinates", {900, 2, 8}, slope, false, false, made},
+        {"finer ones", {4, 5, 6}, slope, false, false, kept},
+        {"coordinates too coarse for any", {1e8f, 2, 8}, slope, false, false, none},
+        {"two sides", {4, 5, 6}, slope, true, false, made},
+        {"one side again", {4, 5, 6}, slope, false, false, made},
+        {"other directions", {4, 5, 6}, slope, false, true, made},
+        {"the same ones", {4, 5, 6}, slope, false, true, kept},
+        {"another normal", {4, 5, 6}, {0, 0, 1}, false, true, none},
+        {"and again", {4, 5, 6}, {0, 0, 1}, false, true, made},
+    };
+    std::shared_ptr<const insolate::CosineTable> last;
+    for (const auto& [name, point, normal, doubleSided, otherDirections, table] : steps) {
+        std::array<std::uint8_t, 1296> incidence;
+        const auto given = faceSky(insolate::MaskSurface(point, normal, doubleSided),
+                                   otherDirections ? others : directions, incidence.data())
+                               .table;
+        EXPECT_EQ(given == nullptr ? none : given == last ? kept : made, table) << name;
+        last = given != nullptr ? given : last;
+    }
 }
 
 TEST(MaskArithmetic, TurnsCellsBehindTheSurfaceAwayAtTheRoundedRightAngle) {

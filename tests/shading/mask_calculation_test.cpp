@@ -43,8 +43,10 @@ void addWall(Scene& scene, double x, double height) {
 
 TEST(MaskCalculation, FacesEveryDirectionWithoutANormalAndNoneWithoutRays) {
     auto rays = uniformRays(1.0f);
+    auto darkness = uniformRays(0.0f);
+    XYZf up = {0, 0, 1};
     EShadingMask mask;
-    mask.setExposureValue(1, 2, 0.3f);
+    EXPECT_TRUE(mask.calculate(&darkness, {1, 2, 3}, &up)); // of which nothing may stay
     EXPECT_TRUE(mask.calculate(&rays, {1, 2, 3}, nullptr));
     EXPECT_EQ(rays.cast, 1296);
     EXPECT_EQ(rays.lastNormal, nullptr);
