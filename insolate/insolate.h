@@ -1,43 +1,31 @@
-/// The whole public interface of the library in one include.
+/// The whole public interface of the library in one include. There are two worlds in it:
+///
+/// - the host classes (<insolate/host_classes.h>): an analysis driven through a controller and
+///   callbacks, with one shared site and one scene for the process. C++17 is enough for them;
+/// - namespace insolate: weather series, the hourly sky and its analysis, the occlusion index, the
+///   sun at an instant. Plain values without process-wide state. C++20.
+///
+/// They meet in the ray interface (an OcclusionIndex may serve masks, a host's rays may serve the
+/// hourly analysis), in XYZf and in the grid of sky cells.
 #pragma once
 
-#include <insolate/export.h>
-#include <insolate/version.h>
+#if (defined(_MSVC_LANG) ? _MSVC_LANG : __cplusplus) < 202002L
+#error                                                                                             \
+    "insolate/insolate.h needs C++20 (-std=c++20); for the host classes alone, which need C++17, include insolate/host_classes.h instead"
+#else
 
-#include <insolate/analysis/calculation_method.h>
-#include <insolate/analysis/calculation_point.h>
-#include <insolate/analysis/model.h>
-#include <insolate/analysis/object.h>
-#include <insolate/analysis/solar_analysis_controller.h>
-#include <insolate/analysis/ui_controller.h>
-#include <insolate/sky/cumulative_sky.h>
-#include <insolate/sky/perez_irradiance.h>
-#include <insolate/sky/solar_radiation.h>
+// The host classes.
+#include <insolate/host_classes.h>
 
+// Namespace insolate.
 #include <insolate/hourly/hourly_analysis.h>
 #include <insolate/hourly/hourly_sky.h>
 
-#include <insolate/platform/debug_output.h>
-
-#include <insolate/geometry/geometry.h>
-#include <insolate/geometry/sky_grid.h>
-#include <insolate/geometry/triangular_facet.h>
-#include <insolate/geometry/xyzf.h>
-
-#include <insolate/solar/solar_position.h>
-#include <insolate/solar/sun_position.h>
-#include <insolate/solar/terrestrial_location.h>
-
-#include <insolate/weather/load_weather_result.h>
-#include <insolate/weather/weather_data.h>
 #include <insolate/weather/weather_series.h>
 
-#include <insolate/rt/input_package_util.h>
-#include <insolate/rt/occlusion_index.h>
-#include <insolate/rt/ray_queries.h>
-#include <insolate/rt/ray_transparency.h>
-#include <insolate/rt/sky_visibility.h>
-#include <insolate/rt/spatial_tree_util.h>
+#include <insolate/solar/sun_position.h>
 
-#include <insolate/shading/shading_mask.h>
-#include <insolate/shading/shading_mask_accumulator.h>
+#include <insolate/rt/occlusion_index.h>
+#include <insolate/rt/sky_visibility.h>
+
+#endif

@@ -5,8 +5,30 @@
 #include <insolate/platform/performance_counter.h>
 #include <insolate/solar/solar_position.h>
 
+#include <utility>
+
 EModel::EModel() : m_nFrequency(insolate::performanceFrequency()) {
     m_controller.m_pModel = this;
+}
+
+EModel::EModel(EModel&& other) noexcept
+    : m_points(std::exchange(other.m_points, {})), m_controller(std::move(other.m_controller)),
+      m_pGetTransparencyValueOnRay(other.m_pGetTransparencyValueOnRay),
+      m_nFrequency(other.m_nFrequency),
+      m_fCalculationMinimumOffset(other.m_fCalculationMinimumOffset) {
+    m_controller.m_pModel = this;
+}
+
+EModel& EModel::operator=(EModel&& other) noexcept {
+    if (this != &other) {
+        m_points = std::exchange(other.m_points, {});
+        m_controller = std::move(other.m_controller);
+        m_controller.m_pModel = this;
+        m_pGetTransparencyValueOnRay = other.m_pGetTransparencyValueOnRay;
+        m_nFrequency = other.m_nFrequency;
+        m_fCalculationMinimumOffset = other.m_fCalculationMinimumOffset;
+    }
+    return *this;
 }
 
 int EModel::addCalculationPoint(const XYZf& position, const XYZf& normal, int faceKey) {

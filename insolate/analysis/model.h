@@ -16,13 +16,18 @@ class GetTransparencyValueOnRay;
 /// The points live on the heap and are never freed by the model: neither reset nor the destructor
 /// destroys them. A host that wants their memory back deletes what getCalculationPoint gave it
 /// after the reset, or owns its points itself and serves them through EUiController::getPoint. A
-/// copied model shares the points with its source, and its controller keeps pointing at the source
-/// model, which must therefore outlive it.
+/// copied model shares the points with its source. A moved model takes them along; the source is
+/// then empty of points. Either may outlive the other.
 ///
 /// Not for concurrent use on the same point.
 class INSOLATE_EXPORT EModel {
 public:
     EModel();
+    EModel(const EModel&) = default;
+    EModel& operator=(const EModel&) = default;
+    EModel(EModel&& other) noexcept;
+    EModel& operator=(EModel&& other) noexcept;
+    ~EModel() = default;
 
     /// Adds a point on a face, exactly at the given position, and returns its key: 0, 1, 2, ...
     int addCalculationPoint(const XYZf& position, const XYZf& normal, int faceKey);

@@ -1,7 +1,6 @@
 #include <insolate/analysis/solar_analysis_controller.h>
 
 #include <insolate/analysis/calculation_point.h>
-#include <insolate/analysis/model.h>
 #include <insolate/analysis/ui_controller.h>
 #include <insolate/platform/debug_output.h>
 #include <insolate/platform/performance_counter.h>
@@ -58,8 +57,9 @@ bool ESolarAnalysisController::calculate(EUiController* ui) {
         return isCalculationEnabled();
     }
     enableCalculation();
-    const auto frequency = static_cast<double>(
-        m_pModel != nullptr ? m_pModel->getFrequency() : insolate::performanceFrequency());
+    // The clock is the process's, whichever model holds the controller: the back-pointer of a copy
+    // names its source, which may be gone.
+    const auto frequency = static_cast<double>(insolate::performanceFrequency());
     ResultRange average;
     ResultRange total;
     ResultRange peak;

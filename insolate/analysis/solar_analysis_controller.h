@@ -31,16 +31,35 @@ public:
     bool calculate(EUiController* ui) override;
 
     /// Loads the year of weather and moves ESolarPosition::Global to its site. The extension
-    /// decides the format, in any case of letters: .epw, or .wea and .mra.
+    /// decides the format, in any case of letters: .epw, or .wea and .mra. The name is opened as
+    /// UTF-8; only its first 260 characters are used.
     ///
     /// False for any other extension, with result untouched, and when the file cannot be read, with
     /// result saying why; result is not written on success. The sky is not rebuilt.
     bool setWeatherFile(const std::wstring& fileName, ResultLoadWeatherData& result);
 
-    /// Sets the period and builds the sky for it at the site of ESolarPosition::Global.
+    /// Sets the period and builds the sky for it at the site of ESolarPosition::Global, whose
+    /// place, north offset and daylight saving overwrite those of getCumulativeSky().
     ///
-    /// Times are decimal hours of the day, the end time exclusive; dates are days of the
+    /// Times are decimal hours of the day, the increment is in hours, dates are days of the
     /// year 1..365, both included, and run over the new year when the start is after the end.
+    /// Nothing is checked. What is walked:
+    ///
+    /// - The skies of all methods start at the start time and leave the end time out. The points of
+    ///   CalculationMethod_PerezPoint take their own steps: the first ends one increment after the
+    ///   start time, and the end time is included.
+    /// - Times less than an hour apart are walked by the minute, whatever the increment.
+    /// - Times less than 0.01 h apart on a single day are one instant, a step of one hour for the
+    ///   skies: methods 0 and 1 give that hour's radiation, with the sun half an hour before the
+    ///   start time (0) or at it (1). The points of method 2 find no step in it, so their results
+    ///   are 0 but for the diffuse share of the peak.
+    /// - An end time before the start time, or equal to it over several days, walks no step; the
+    /// sky
+    ///   is then empty.
+    /// - An increment by which the clock cannot advance over the whole range (0, negative, NaN, or
+    ///   lost in the single precision of the time) leaves one step of that length a day, and at
+    ///   most one for the points of method 2. Other increments are walked as they are: the time
+    ///   that a build takes grows with the number of steps, and so does the memory of method 2.
     void setTimeSpec(float startTime, float endTime, float timeIncrement, int startDate,
                      int endDate);
 

@@ -27,6 +27,8 @@ public:
     virtual float getTransparencyValue(const XYZf& origin, const XYZf& direction,
                                        const XYZf* normal) = 0;
 
+    /// For the host, to prepare its object as it likes. The library never calls it; its own objects
+    /// do nothing and give 0.
     virtual int initialise() = 0;
 
 protected:

@@ -61,6 +61,10 @@ public:
     /// End date minus start date: the number of nights between the two, not of days.
     int getDayCount() const { return endDate - startDate; }
 
+    // Site, north offset and daylight saving are those of the next calculation. The sky of a
+    // controller has them overwritten by ESolarAnalysisController::setTimeSpec: set them on
+    // ESolarPosition::Global instead.
+
     /// The site [degrees: north and east positive; the meridian of the time zone], unchecked.
     void setLocation(float latitudeDegrees, float longitudeDegrees,
                      float referenceLongitudeDegrees);
@@ -72,7 +76,8 @@ public:
     void setNorthOffset(float radians) { northOffset = radians; }
     float getNorthOffset() const { return northOffset; }
 
-    /// Whether local times include one hour of daylight saving.
+    /// Whether local times include one hour of daylight saving. It moves sunrise and sunset, and so
+    /// the hours that are put in proportion; the sun's place at a clock time stays.
     void setDaylightSavingTime(bool value) { daylightSavingTime = value; }
     bool getDaylightSavingTime() const { return daylightSavingTime; }
 
@@ -85,13 +90,16 @@ public:
     /// the period's diffuse radiation is spread over all cells as the overcast sky of Moon and
     /// Spencer (1942), Trans. IES 37: luminance (1 + 2 sin h) / 3 at altitude h.
     ///
-    /// weather must not be null. Always true: hours that the weather lacks count as 0.
+    /// Each step reads the record after its hour, with the sun in the middle of the step. weather
+    /// must not be null. Always true: hours that the weather lacks count as 0.
     bool calculate(EWeatherData* weather);
 
     /// Fills the sky from hourly weather with the diffuse radiation of each step distributed by the
     /// all-weather model of Perez, Seals and Michalsky (1993), Solar Energy 50(3).
     ///
-    /// weather must not be null. Always true; a step without diffuse radiation books nothing.
+    /// Each step takes the sun at its own time and the radiation between the records of its hour
+    /// and the next. weather must not be null. Always true; a step without diffuse radiation books
+    /// nothing, neither beam nor hours.
     bool calculateUsingPerez(EWeatherData* weather);
 
     // The record itself, in its order in memory.

@@ -6,6 +6,17 @@
 #include <limits>
 
 namespace insolate {
+namespace {
+
+/// Whether every time of the range moves on by the increment. Numbers lie the farther apart the
+/// larger they are, and a tie rounds to the even one, so the last two times before the end decide.
+bool clockAdvances(const DaySteps& steps) {
+    const float last = std::nextafter(steps.end, steps.start);
+    const float lastButOne = std::nextafter(last, steps.start);
+    return last + steps.increment > last && lastButOne + steps.increment > lastButOne;
+}
+
+} // namespace
 
 DaySteps dayStepsOf(const ECumulativeSky& sky) {
     DaySteps steps{sky.getStartTime(), sky.getEndTime(), sky.getTimeIncrement()};
@@ -17,6 +28,9 @@ DaySteps dayStepsOf(const ECumulativeSky& sky) {
         } else if (duration < 1.0f) {
             steps.increment = 0.016666668f;
         }
+    }
+    if (steps.start < steps.end && !clockAdvances(steps)) {
+        steps.end = std::nextafter(steps.start, steps.end);
     }
     return steps;
 }

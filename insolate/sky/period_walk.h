@@ -18,7 +18,9 @@ struct DaySteps {
 };
 
 /// The steps of a sky's period. A single instant on a single day becomes one step of one hour; a
-/// range below an hour is walked in steps of a minute. The sky's stored range stays as it is.
+/// range below an hour is walked in steps of a minute. An increment by which the clock cannot
+/// advance over the whole range (0, negative, NaN, or lost in the rounding of the time) leaves the
+/// one step at the start. The sky's stored range stays as it is.
 DaySteps dayStepsOf(const ECumulativeSky& sky);
 
 /// The last day of a period that may run over the new year: raised by whole years until it is not

@@ -22,7 +22,14 @@ public:
     bool calculate(ECumulativeSky* sky, EShadingMask* mask, float* results);
 
     /// The same three results, integrated step by step over the sky's period with the
-    /// tilted-surface model instead of the sky's cells.
+    /// tilted-surface model instead of the sky's cells. The sky gives period, site and the highest
+    /// diffuse value that its last calculation found, for the peak; it need not have been
+    /// calculated.
+    ///
+    /// The first step ends one increment after the start time and the end time is included, unlike
+    /// in the sky's own calculations; a single instant therefore has no step. A step counts while
+    /// the sun is above the horizon. The sun and the sky of each step are kept for the thread's
+    /// next point, about 110 bytes a step.
     ///
     /// normal: outward normal of the surface; one shorter than 1e-5 counts as upward. The second
     /// vector is not used. The mask gives sky view, horizon factor and the sun's visibility. False,

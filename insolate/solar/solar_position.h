@@ -85,7 +85,9 @@ public:
     /// Stores the clock time and recomputes day and hour.
     void setLocalTime(double hours);
     /// Stores the clock time, held within 0 to 24 (and within daylight when limited), and
-    /// recomputes the hourly position alone: the cheap step through a day.
+    /// recomputes the hourly position alone: the cheap step through a day. On a fresh object the
+    /// day's values are still 0: the sun then stands as at an equinox without equation of time, and
+    /// nothing limits it to daylight. Call a setter of the day or the site first.
     void setTime(double hours);
     void setNorthOffset(double radians);
     void setLimitToDayTimeOnly(bool limit);
@@ -143,7 +145,8 @@ public:
     bool isGenericWeekDay(int dayOfYear) const;
 
     // --- The site ------------------------------------------------------------------------------
-    // Latitudes are held within +-89.1 degrees and longitudes within +-180 degrees.
+    // Latitudes are held within +-89.1 degrees and longitudes within +-180 degrees. Meridians of
+    // time zones are taken as they are.
 
     void setLatitudeInRadians(double radians);
     void setLongitudeInRadians(double radians);
@@ -159,6 +162,8 @@ public:
     bool isSouthernHemisphere() const;
     /// The zone comes from the map of time zones.
     void setLocation(double newLatitude, double newLongitude);
+    /// Write 0.0, not 0: setLocation(0, 0, 0) is the call with a null position, which changes
+    /// nothing.
     void setLocation(double newLatitude, double newLongitude, double newReferenceLongitude);
     /// Moves ESolarPosition::Global, whatever object it is called on.
     void setGlobalLocation(float newLatitude, float newLongitude, float newReferenceLongitude);

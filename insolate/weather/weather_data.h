@@ -133,6 +133,7 @@ public:
     float getAveragedRadiation(int day, int hour, int dayWindow) const;
 
     // --- Files ---------------------------------------------------------------------------------
+    // Names are opened as UTF-8; only their first 260 characters are used.
 
     /// Reads an EnergyPlus weather file over what the store holds: hours that the file does not
     /// give keep their values. Malformed content is no error: text that is not a number reads as 0,

@@ -228,15 +228,29 @@ TEST_F(Model, KeysAreIndicesAndStrayKeysFallBackToTheFirstPoint) {
     EXPECT_EQ(model.getCalculationPoint(-1), first);
     EXPECT_EQ(DebugRecorder::texts().size(), 3U);
 
-    model.setCalculationMinimumOffset(0.25f);
-    EModel copy(model); // shares the points
-    EXPECT_EQ(copy.getCalculationPoint(0), first);
-    EXPECT_EQ(copy.getCalculationMinimumOffset(), 0.25f);
     model.reset();
     EXPECT_EQ(model.getJobSize(), 0);
-    EXPECT_EQ(copy.getJobSize(), 2);
     EXPECT_EQ(second->getFaceKey(), 40); // still alive
     add();
+}
+
+TEST_F(Model, CopiesAndMovedModelsCalculateAfterTheirSourceIsGone) {
+    model.setCalculationMinimumOffset(0.25f);
+    ECalculationPoint* const point = add();
+    std::vector<EModel> models{model}; // shares the point
+    EXPECT_EQ(model.getJobSize(), 1);
+    models.emplace_back(std::move(models.front()));
+    EXPECT_EQ(models.front().getJobSize(), 0);
+    models.front() = models.back();
+    models.back() = std::move(models.front());
+    models.erase(models.begin());
+    models.shrink_to_fit(); // what was moved from is freed
+    EXPECT_EQ(models[0].getCalculationPoint(0), point);
+    EXPECT_EQ(models[0].getCalculationMinimumOffset(), 0.25f);
+    RecordingUi ui{up};
+    EXPECT_TRUE(models[0].getSolarAnalysisController().calculate(&ui));
+    EXPECT_THAT(ui.times,
+                testing::ElementsAre(testing::AllOf(testing::Ge(0.0), testing::Lt(10.0))));
 }
 
 TEST_F(Model, MasksAreComputedOnceUntilTheyAreRestarted) {

@@ -1,12 +1,15 @@
 #include "tests/support/synthetic_weather.h"
 
+#include <insolate/sky/perez_point.h>
 #include <insolate/sky/period_walk.h>
 #include <insolate/solar/solar_position.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <numeric>
+#include <tuple>
 
 namespace {
 
@@ -163,14 +166,28 @@ TEST(CumulativeSky, RadiationIsInProportionBesideSunriseAndSunset) {
     }
 }
 
-TEST(CumulativeSky, StepsThatDoNotAdvanceEnd) {
+TEST(CumulativeSky, AStepThatCannotAdvanceTheClockIsTakenOnceADay) {
     EWeatherData weather = constantWeather(200.0f, 60.0f);
-    for (const float step : {0.0f, -1.0f, 1.0e-9f}) {
-        ECumulativeSky sky = denverSky(1, 365, 12.0f, 24.0f, step);
+    // From 16 h on, times are 2^-19 h apart and half of that rounds to the even neighbour: 2^-20
+    // ends at 16 h, 1e-30 would take 2^24 steps to end near midnight.
+    const float infinite = std::numeric_limits<float>::infinity();
+    for (const auto& [start, end, step] : {std::tuple{12.0f, 24.0f, 0.0f},
+                                           {12.0f, 24.0f, -1.0f},
+                                           {12.0f, 24.0f, 1.0e-9f},
+                                           {12.0f, 24.0f, 0x1p-20f},
+                                           {12.0f, infinite, 0.1f},
+                                           {0.0f, 24.0f, 1.0e-30f}}) {
+        ECumulativeSky sky = denverSky(1, 365, start, end, step);
+        const float expected = start == 0.0f ? 0.0f : 365.0f * step; // midnight is dark
         EXPECT_TRUE(sky.calculate(&weather));
+        EXPECT_NEAR(sky.getHourCount(), expected, 1e-5f * std::abs(expected)) << step;
         EXPECT_TRUE(sky.calculateUsingPerez(&weather));
-        EXPECT_TRUE(std::isfinite(sumOf(sky.direct) + sumOf(sky.diffuse)));
+        EXPECT_NEAR(sky.getHourCount(), expected, 1e-5f * std::abs(expected)) << step;
+        EXPECT_LE(insolate::makePointSteps(weather, sky).sky.size(), 365u);
     }
+    // The smallest step that advances everywhere is walked to the end.
+    ECumulativeSky sky = denverSky(172, 172, 12.0f, 16.0f, 0x1p-20f);
+    EXPECT_EQ(insolate::dayStepsOf(sky).end, 16.0f);
 }
 
 } // namespace
