@@ -3,10 +3,10 @@
 
 #include <insolate/platform/simd.h>
 #include <insolate/shading/shading_mask.h>
-#include <insolate/sky/perez_point.h>
-#include <insolate/sky/perez_sky.h>
-#include <insolate/sky/perez_sky_vector.h>
+#include <insolate/sky/all_weather_cells.h>
+#include <insolate/sky/all_weather_cells_vector.h>
 #include <insolate/sky/sky_on_mask.h>
+#include <insolate/sky/tilted_surface_period.h>
 
 #include <benchmark/benchmark.h>
 
@@ -73,7 +73,7 @@ BENCHMARK(perezSkyYear)->Unit(benchmark::kMillisecond);
 template <typename Distribute>
 void perezStep(benchmark::State& state, const Distribute& distribute) {
     float cells[skyGrid::cellCount];
-    insolate::PerezSky sky = insolate::perezSky(100, 0.7, 0.4, 80.0, 700.0);
+    insolate::AllWeatherStep sky = insolate::allWeatherStep(100, 0.7, 0.4, 80.0, 700.0);
     for (auto _ : state) {
         sky.trigAngle += 1.0e-4;
         benchmark::DoNotOptimize(distribute(sky, cells));
@@ -84,8 +84,8 @@ void perezStep(benchmark::State& state, const Distribute& distribute) {
 }
 
 void perezStepPlain(benchmark::State& state) {
-    perezStep(state, [](const insolate::PerezSky& sky, float(&cells)[skyGrid::cellCount]) {
-        return insolate::distributePerezSky(sky, 0.0, cells);
+    perezStep(state, [](const insolate::AllWeatherStep& sky, float(&cells)[skyGrid::cellCount]) {
+        return insolate::distributeAllWeather(sky, 0.0, cells);
     });
 }
 BENCHMARK(perezStepPlain);
@@ -98,8 +98,8 @@ void perezStepVector(benchmark::State& state) {
         return;
     }
     state.SetLabel(insolate::simdLevelName(level));
-    perezStep(state, [](const insolate::PerezSky& sky, float(&cells)[skyGrid::cellCount]) {
-        return insolate::distributePerezSkyVector(sky, 0.0, cells);
+    perezStep(state, [](const insolate::AllWeatherStep& sky, float(&cells)[skyGrid::cellCount]) {
+        return insolate::distributeAllWeatherVector(sky, 0.0, cells);
     });
     insolate::setSimdLevel(before);
 }
@@ -124,7 +124,7 @@ struct TiltedPoint {
 
     XYZf normal{0.5f, -0.5f, 0.7f};
     EShadingMask mask;
-    insolate::PerezSurface surface{0.2, 0.0, 0.71, 0.70, 0.9, 1.0, 0.8};
+    insolate::TiltedSurface surface{0.2, 0.0, 0.71, 0.70, 0.9, 1.0, 0.8};
 };
 
 void perezPointPlain(benchmark::State& state) {

@@ -1,6 +1,7 @@
 /// The host classes in one include: the controller and its points, the masks, the scene of the
-/// process, the sun, the weather and the cumulative sky. They stand at global scope and in RT, share
-/// the process-wide site ESolarPosition::Global and the process-wide scene, and compile as C++17.
+/// process, the sun, the weather and the cumulative sky. They stand at global scope and in RT,
+/// share the process-wide site ESolarPosition::Global and the process-wide scene, and compile as
+/// C++17.
 #pragma once
 
 #include <insolate/export.h>

@@ -2,11 +2,14 @@
 #pragma once
 
 enum CalculationMethod : int {
-    /// Cumulative sky with overcast-weighted diffuse light; points integrate sky and mask.
+    /// Cumulative sky with the diffuse light of an overcast sky; points integrate sky and mask.
     CalculationMethod_CumulativeSky = 0,
-    /// Cumulative sky by the all-weather model; points integrate sky and mask.
+    /// Cumulative sky with diffuse light by the all-weather sky of Perez, Seals and Michalsky
+    /// (1993);
+    /// points integrate sky and mask.
     CalculationMethod_PerezSky = 1,
-    /// Points integrate the tilted-surface model step by step over the period.
+    /// Points integrate the tilted-surface model of Perez et al. (1990) step by step over the
+    /// period.
     CalculationMethod_PerezPoint = 2,
 };
 

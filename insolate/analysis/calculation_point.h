@@ -12,10 +12,9 @@ class GetTransparencyValueOnRay;
 /// A plain copyable record: position, normal, mask, three results.
 class INSOLATE_EXPORT ECalculationPoint {
 public:
-    /// \param position       in model coordinates
-    /// \param normal         outward normal of the surface, used while onFace is set
-    /// \param key            the point's key in its model
-    /// \param faceOrExtraKey the key of the host's face with onFace, else a free key of the host
+    /// position: in model coordinates; normal: outward normal of the surface, used by the mask
+    /// while onFace is set and by CalculationMethod_PerezPoint always; key: the point's key in its
+    /// model; faceOrExtraKey: the key of the host's face with onFace, else a free key of the host.
     ECalculationPoint(const XYZf& position, const XYZf& normal, int key, int faceOrExtraKey,
                       bool onFace);
 

@@ -73,8 +73,7 @@ public:
         m_sum.fill(0.0f);
         std::array<float, tableSize + 1> values{};
         for (std::size_t i = 0; i <= tableSize; ++i) {
-            values[i] = static_cast<float>(std::max(
-                1.0 + sky.c * std::exp(sky.d * m_angles[i]) + sky.e * m_squaredCosines[i], 0.0));
+            values[i] = static_cast<float>(sunFactor(sky, m_angles[i], m_squaredCosines[i]));
         }
         for (std::size_t i = 0; i < tableSize; ++i) {
             m_table[i] = {values[i], values[i + 1] - values[i]};

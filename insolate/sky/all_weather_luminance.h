@@ -1,14 +1,17 @@
 /// The all-weather sky of Perez, Seals and Michalsky (1993), Solar Energy 50(3), 235-245: the
 /// luminance of a sky element relative to the others, from an hour's two radiation values.
+///
+///     l = (1 + a exp(b / sin h)) (1 + c exp(d g) + e cos^2 g)                               (eq.
+///     1)
+///
+/// for an element at altitude h and angle g to the sun; a to e depend on the sky's clearness and
+/// brightness and on the sun's zenith angle (eq. 6 to 8, table 1).
 #pragma once
 
-#include <array>
+#include <algorithm>
+#include <cmath>
 
 namespace insolate {
-
-/// Table 1: a1..a4, b1..b4, c1..c4, d1..d4, e1..e4, from the overcast bin to the clearest.
-using LuminanceCoefficients = std::array<double, 20>;
-extern const std::array<LuminanceCoefficients, 8> luminanceCoefficients;
 
 /// The coefficients of equation 1 for one sky.
 struct AllWeatherSky {
@@ -20,7 +23,7 @@ struct AllWeatherSky {
     bool limited = false;     ///< brightness or a coefficient was held to its range
 };
 
-/// The sky of an hour.
+/// The sky of an hour as the hourly method takes it.
 ///
 /// diffuseHorizontal > 0 and directNormal >= 0 [W/m2]; zenith: of the sun [radians], held to
 /// 0..pi/2; distance: to the sun [astronomical units].
@@ -31,10 +34,20 @@ struct AllWeatherSky {
 AllWeatherSky allWeatherSky(double directNormal, double diffuseHorizontal, double zenith,
                             double distance);
 
+/// Sets a to e from the sky's clearness: linear in the sun's zenith angle [radians] and in the
+/// brightness as the caller limits it, but for c and d of the overcast bin.
+void setLuminanceCoefficients(AllWeatherSky& sky, double zenith, double brightness);
+
 /// The first factor of equation 1, for a sky element's altitude by its sine (> 0); at least 0.
 double horizonFactor(const AllWeatherSky& sky, double sineOfAltitude);
 
-/// The second factor of equation 1, for the angle to the sun [radians, 0..pi]; at least 0.
-double sunFactor(const AllWeatherSky& sky, double angleToSun);
+/// The second factor of equation 1, for the angle to the sun [radians, 0..pi] and its cosine
+/// squared, which tables keep beside it; at least 0.
+inline double sunFactor(const AllWeatherSky& sky, double angleToSun, double squaredCosine) {
+    return std::max(1.0 + sky.c * std::exp(sky.d * angleToSun) + sky.e * squaredCosine, 0.0);
+}
+inline double sunFactor(const AllWeatherSky& sky, double angleToSun) {
+    return sunFactor(sky, angleToSun, std::cos(angleToSun) * std::cos(angleToSun));
+}
 
 } // namespace insolate

@@ -1,4 +1,5 @@
-/// The records of the tilted-surface irradiance model.
+/// The records of the tilted-surface model of Perez et al. (1990), see
+/// ESolarRadiation::getPerezAllWeatherSkyData.
 #pragma once
 
 #include <insolate/export.h>

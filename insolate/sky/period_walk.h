@@ -72,9 +72,8 @@ struct HourlyRadiation {
 /// after the sunrise hour, by sunset - hour in the sunset hour. A divisor of 0 (polar day and
 /// night) leaves them as read.
 ///
-/// \param day  index of the weather store, 0..364
-/// \param hour whole hour of the step's time
-/// \param sunrise, sunset of that day [clock hours]
+/// day: index of the weather store, 0..364; hour: whole hour of the step's time; sunrise, sunset:
+/// of that day [clock hours].
 HourlyRadiation hourlyRadiation(const EWeatherData& weather, int day, int hour, float sunrise,
                                 float sunset);
 

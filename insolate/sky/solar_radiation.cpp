@@ -4,23 +4,23 @@
 #include <insolate/platform/debug_output.h>
 #include <insolate/shading/shading_mask.h>
 #include <insolate/sky/cumulative_sky.h>
-#include <insolate/sky/perez_point.h>
-#include <insolate/sky/perez_tilted.h>
 #include <insolate/sky/sky_on_mask.h>
+#include <insolate/sky/tilted_surface.h>
+#include <insolate/sky/tilted_surface_period.h>
 #include <insolate/solar/solar_position.h>
 #include <insolate/weather/weather_data.h>
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace {
 
 constexpr float groundReflectance = 0.2f;
-constexpr double halfPi = 1.5707963267948966;
 constexpr XYZf zero{0.0f, 0.0f, 0.0f};
 constexpr XYZf up{0.0f, 0.0f, 1.0f};
 
-/// Total over hours; a total without hours has no average, which somebody should hear of.
+/// Total over hours; a total without hours has no average, which is reported as a diagnostic.
 float averageOf(float total, float hours) {
     if (hours > 0.001f) {
         return total / hours;
@@ -48,8 +48,9 @@ bool ESolarRadiation::calculate(ECumulativeSky* sky, EShadingMask* mask, float* 
     const insolate::SkyOnMask sums = insolate::integrateSky(*sky, *mask);
     const float diffusePeak = mask->getOvercastSkyComponent() / 100.0f * sky->getPeakDiffuse();
 
-    // Tilted surfaces lose up to 9.5 % of the diffuse light; the ground sends back its share of the
-    // open horizontal radiation, half of it to a vertical surface.
+    // Tilted surfaces lose up to 9.5 % of the diffuse light, most at 45 degrees. The ground
+    // reflects its share of the radiation on open, level ground; a vertical surface gets half of
+    // that.
     const float normalAltitude = mask->getSurfaceNormalAltitude();
     const auto tiltLoss =
         static_cast<float>(std::fabs(std::sin(2.0 * static_cast<double>(normalAltitude))));
@@ -75,7 +76,7 @@ bool ESolarRadiation::calculateUsingPerez(EWeatherData* weather, ECumulativeSky*
         normal = up;
     }
     const double tilt = EGeometry::Angle(zero, normal, up, nullptr);
-    insolate::PerezSurface surface{};
+    insolate::TiltedSurface surface{};
     surface.groundReflectance = 0.2;
     surface.sineTilt = std::sin(tilt);
     surface.cosineTilt = std::cos(tilt);
@@ -97,6 +98,7 @@ double ESolarRadiation::getIncidentSolarRadiation(EWeatherData* weather, ESolarP
     if (weather == nullptr || position == nullptr) {
         return 0.0;
     }
+    // The record of the clock's whole hour, without the shift by one of the hourly methods.
     const int day = position->getDayOfTheYear() - 1;
     const double time = position->getLocalTime();
     const int hour = time > -1.0 && time < 24.0 ? static_cast<int>(time) : -1; // -1: no record
@@ -106,7 +108,7 @@ double ESolarRadiation::getIncidentSolarRadiation(EWeatherData* weather, ESolarP
     input.groundReflectance = albedo;
     input.incidenceAngle = EGeometry::Angle(zero, sunVector(*position), normal, nullptr);
     input.tilt = EGeometry::Angle(zero, normal, up, nullptr);
-    input.zenithAngle = halfPi - position->getSolarAltitudeInRadians();
+    input.zenithAngle = std::numbers::pi / 2.0 - position->getSolarAltitudeInRadians();
     EPerezResults results;
     return getPerezAllWeatherSkyData(&input, &results);
 }

@@ -5,10 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
+using std::numbers::pi;
 
 // Radians the sun's hour angle turns in an hour, 15 degrees.
 constexpr double radiansPerHour = 0.2617993877991494;

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numbers>
 
 constinit ESolarPosition ESolarPosition::Global;
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
+using std::numbers::pi;
 
 // Single-precision pi, widened: meridians taken from the map of time zones are computed with it.
 constexpr float narrowPi = 3.1415927f;

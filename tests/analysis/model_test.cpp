@@ -24,7 +24,7 @@ constexpr XYZf up{0.0f, 0.0f, 1.0f};
 constexpr XYZf north{0.0f, 1.0f, 0.0f};
 constexpr XYZf south{0.0f, -1.0f, 0.0f};
 
-/// Serves points and writes down what it is told.
+/// Serves points and records the callbacks.
 class RecordingUi : public EUiController {
 public:
     explicit RecordingUi(std::initializer_list<XYZf> normals = {}) {

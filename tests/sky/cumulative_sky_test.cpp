@@ -1,7 +1,7 @@
 #include "tests/support/synthetic_weather.h"
 
-#include <insolate/sky/perez_point.h>
 #include <insolate/sky/period_walk.h>
+#include <insolate/sky/tilted_surface_period.h>
 #include <insolate/solar/solar_position.h>
 
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
 #include "tests/support/synthetic_weather.h"
 
 #include <insolate/geometry/geometry.h>
-#include <insolate/sky/perez_sky.h>
-#include <insolate/sky/perez_tilted.h>
+#include <insolate/sky/all_weather_cells.h>
 #include <insolate/sky/period_walk.h>
 #include <insolate/sky/solar_radiation.h>
+#include <insolate/sky/tilted_surface.h>
 
 #include <gtest/gtest.h>
 
@@ -119,32 +119,36 @@ TEST(PerezSky, CellsAddUpToTheDiffuseHorizontal) {
         for (const auto& [diffuseShare, direct] :
              {std::pair{0.3, 0.0}, {0.5, 0.1}, {0.2, 0.4}, {0.1, 0.9}}) {
             const double diffuse = diffuseShare * 1367.0 * std::sin(altitude * degree);
-            const insolate::PerezSky sky =
-                insolate::perezSky(100, altitude * degree, -0.4, diffuse, direct * 1000.0);
-            const float scale = insolate::distributePerezSky(sky, 0.1, cells);
+            const insolate::AllWeatherStep sky =
+                insolate::allWeatherStep(100, altitude * degree, -0.4, diffuse, direct * 1000.0);
+            const float scale = insolate::distributeAllWeather(sky, 0.1, cells);
             EXPECT_NEAR(scale * horizontalSum(cells) / diffuse, 1.0, 1e-5)
                 << altitude << " degrees, direct share " << direct;
             EXPECT_GE(*std::min_element(std::begin(cells), std::end(cells)), 0.0f);
         }
     }
-    const insolate::PerezSky dark = insolate::perezSky(1, 0.001, 0.0, 10.0, 0.0);
-    EXPECT_EQ(insolate::distributePerezSky(dark, 0.0, cells), 0.0f);
+    const insolate::AllWeatherStep dark = insolate::allWeatherStep(1, 0.001, 0.0, 10.0, 0.0);
+    EXPECT_EQ(insolate::distributeAllWeather(dark, 0.0, cells), 0.0f);
     EXPECT_EQ(horizontalSum(cells), 0.0);
 }
 
 TEST(PerezSky, ClearSkiesAreBrightestAroundTheSun) {
     // Sun in the south-east (trigonometric angle -45 degrees, azimuth 135), 42.5 degrees high: the
     // cells on both sides of it. Turning the model's north by 90 degrees turns the cells along.
-    const auto sky = insolate::perezSky(80, 42.5 * degree, -45.0 * degree, 60.0, 900.0);
+    const auto sky = insolate::allWeatherStep(80, 42.5 * degree, -45.0 * degree, 60.0, 900.0);
     for (const auto& [north, sector] : {std::pair{0.0, 26}, {90.0, 8}}) {
         float cells[skyGrid::cellCount];
-        insolate::distributePerezSky(sky, north * degree, cells);
+        insolate::distributeAllWeather(sky, north * degree, cells);
         const auto brightest = std::max_element(cells + 8 * 72, cells + 9 * 72) - (cells + 8 * 72);
         EXPECT_NEAR(static_cast<double>(brightest), sector + 0.5, 0.5);
     }
     // With the sun below 2.51 degrees only the angle to it tells cells apart.
-    EXPECT_EQ(insolate::perezGradation(insolate::perezSky(80, 0.043, 0.0, 80.0, 0.0), 0.2), 1.0);
-    EXPECT_NE(insolate::perezGradation(insolate::perezSky(80, 0.044, 0.0, 80.0, 0.0), 0.2), 1.0);
+    EXPECT_EQ(
+        insolate::allWeatherGradation(insolate::allWeatherStep(80, 0.043, 0.0, 80.0, 0.0), 0.2),
+        1.0);
+    EXPECT_NE(
+        insolate::allWeatherGradation(insolate::allWeatherStep(80, 0.044, 0.0, 80.0, 0.0), 0.2),
+        1.0);
 }
 
 TEST(PerezSky, AYearGivesBackItsInterpolatedSums) {

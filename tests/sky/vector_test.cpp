@@ -5,12 +5,12 @@
 #include <insolate/geometry/geometry.h>
 #include <insolate/platform/simd.h>
 #include <insolate/shading/shading_mask.h>
+#include <insolate/sky/all_weather_cells_vector.h>
 #include <insolate/sky/cumulative_sky.h>
-#include <insolate/sky/perez_point.h>
-#include <insolate/sky/perez_sky_vector.h>
 #include <insolate/sky/period_walk.h>
 #include <insolate/sky/sky_on_mask.h>
 #include <insolate/sky/solar_radiation.h>
+#include <insolate/sky/tilted_surface_period.h>
 
 #include <gtest/gtest.h>
 
@@ -56,15 +56,15 @@ EShadingMask randomMask(std::uint32_t seed) {
 }
 
 TEST(SkyVector, DistributionMatchesThePlainOneCellByCell) {
-    const auto expectThePlain = [](const insolate::PerezSky& sky) {
+    const auto expectThePlain = [](const insolate::AllWeatherStep& sky) {
         float cells[skyGrid::cellCount];
         const std::vector<float> fast = onEveryLevel([&] {
-            const float scale = insolate::distributePerezSkyVector(sky, 0.3, cells);
+            const float scale = insolate::distributeAllWeatherVector(sky, 0.3, cells);
             std::vector<float> all(std::begin(cells), std::end(cells));
             all.push_back(scale);
             return all;
         });
-        const float scale = insolate::distributePerezSky(sky, 0.3, cells);
+        const float scale = insolate::distributeAllWeather(sky, 0.3, cells);
         ASSERT_NEAR(fast.back(), scale, scale * 1e-5f);
         const float brightest = *std::max_element(std::begin(cells), std::end(cells));
         for (std::size_t i = 0; i < skyGrid::cellCount; ++i) {
@@ -78,17 +78,17 @@ TEST(SkyVector, DistributionMatchesThePlainOneCellByCell) {
         for (double angle = -3.1; angle < 3.1; angle += 0.9) {
             for (const auto& [diffuse, direct] :
                  {std::pair{5, 0}, {60, 900}, {150, 30}, {400, 300}, {700, 0}}) {
-                expectThePlain(insolate::perezSky(100, altitude, angle, diffuse, direct));
+                expectThePlain(insolate::allWeatherStep(100, altitude, angle, diffuse, direct));
             }
         }
     }
 }
 
 TEST(SkyVector, ABrokenHourStaysFinite) {
-    const insolate::PerezSky sky = insolate::perezSky(100, 0.02, 0.3, 32767.0, 0.0);
+    const insolate::AllWeatherStep sky = insolate::allWeatherStep(100, 0.02, 0.3, 32767.0, 0.0);
     float cells[skyGrid::cellCount];
-    for (const float scale : {insolate::distributePerezSkyVector(sky, 0.0, cells),
-                              insolate::distributePerezSky(sky, 0.0, cells)}) {
+    for (const float scale : {insolate::distributeAllWeatherVector(sky, 0.0, cells),
+                              insolate::distributeAllWeather(sky, 0.0, cells)}) {
         EXPECT_TRUE(std::isfinite(scale));
         for (const float cell : cells) {
             ASSERT_TRUE(std::isfinite(scale * cell) && cell >= 0.0f);
@@ -98,7 +98,8 @@ TEST(SkyVector, ABrokenHourStaysFinite) {
 
 TEST(SkyVector, BookingIsTheSameArithmetic) {
     float cells[skyGrid::cellCount];
-    insolate::distributePerezSky(insolate::perezSky(100, 0.7, 0.4, 80.0, 700.0), 0.0, cells);
+    insolate::distributeAllWeather(insolate::allWeatherStep(100, 0.7, 0.4, 80.0, 700.0), 0.0,
+                                   cells);
     const std::vector<float> booked = onEveryLevel([&] {
         ECumulativeSky sky;
         sky.peak[7] = 1.0e9f;
@@ -174,7 +175,7 @@ TEST(SkyVector, PointIntegrationMatchesThePlainSteps) {
                                    {3.0f, 1.0f, 0.5f},
                                    {0.0f, 0.0f, -1.0f}}) {
             const EShadingMask mask = randomMask(seed++);
-            insolate::PerezSurface surface{};
+            insolate::TiltedSurface surface{};
             surface.groundReflectance = 0.2;
             const double tilt = EGeometry::Angle({0, 0, 0}, normal, {0.0f, 0.0f, 1.0f}, nullptr);
             surface.sineTilt = std::sin(tilt);
@@ -250,9 +251,9 @@ TEST(SkyVector, TheYearsOfTheFourCitiesAndAPolarOneMatchThePlainSky) {
                 if (!(diffuse > 0.0f) || altitude <= insolate::lowestDistributedAltitude) {
                     continue;
                 }
-                const float scale = insolate::distributePerezSky(
-                    insolate::perezSky(day, altitude, sun.getTrigAngleInRadians(), diffuse,
-                                       weather.getHourlyDirectRad(day - 1, hour)),
+                const float scale = insolate::distributeAllWeather(
+                    insolate::allWeatherStep(day, altitude, sun.getTrigAngleInRadians(), diffuse,
+                                             weather.getHourlyDirectRad(day - 1, hour)),
                     0.0, cells);
                 for (std::size_t i = 0; i < plain.size(); ++i) {
                     plain[i] += static_cast<double>(scale) * cells[i];

@@ -1,7 +1,7 @@
-#include <insolate/sky/perez_sky_vector.h>
+#include <insolate/sky/all_weather_cells_vector.h>
 
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "insolate/sky/perez_sky_vector.cpp"
+#define HWY_TARGET_INCLUDE "insolate/sky/all_weather_cells_vector.cpp"
 #include <insolate/platform/simd.h>
 #include <insolate/platform/simd_targets.h>
 
@@ -11,14 +11,15 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numbers>
 
-#ifndef INSOLATE_SKY_PEREZ_SKY_VECTOR_SHARED
-#define INSOLATE_SKY_PEREZ_SKY_VECTOR_SHARED
+#ifndef INSOLATE_SKY_ALL_WEATHER_CELLS_VECTOR_SHARED
+#define INSOLATE_SKY_ALL_WEATHER_CELLS_VECTOR_SHARED
 
 namespace insolate {
 
 /// What depends on the band or the sector alone.
-struct PerezGridConstants {
+struct CellConstants {
     std::array<double, skyGrid::altitudeCount> sine{};   ///< of the mid-altitude, at least 0.001
     std::array<double, skyGrid::altitudeCount> cosine{}; ///< of the mid-altitude
     std::array<float, skyGrid::altitudeCount> weight{};  ///< solid angle of a cell over 2 pi
@@ -83,18 +84,19 @@ HWY_INLINE V64 exponential(D64 d, V64 x) {
     return hn::Mul(sum, hn::BitCast(d, power));
 }
 
-double distribute(const PerezSky& sky, const PerezGridConstants& grid, const double* cosineDelta,
+double distribute(const AllWeatherStep& step, const CellConstants& grid, const double* cosineDelta,
                   const double* gradation, float* cells) {
     const D64 d;
     const D32 d32;
-    const std::size_t step = hn::Lanes(d);
-    const double cosineAltitude = std::cos(sky.altitude);
-    const double sineAltitude = std::sin(sky.altitude);
+    const std::size_t lanes = hn::Lanes(d);
+    const AllWeatherSky& sky = step.luminance;
+    const double cosineAltitude = std::cos(step.altitude);
+    const double sineAltitude = std::sin(step.altitude);
     const V64 c = hn::Set(d, sky.c);
     const V64 width = hn::Set(d, sky.d);
     const V64 e = hn::Set(d, sky.e);
     const V64 one = hn::Set(d, 1.0);
-    const auto highest = hn::Set(d32, highestPerezLuminance);
+    const auto highest = hn::Set(d32, highestLuminance);
     alignas(64) double sums[laneCount] = {};
     for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
         const V64 sine = hn::Set(d, grid.sine[band]);
@@ -104,7 +106,7 @@ double distribute(const PerezSky& sky, const PerezGridConstants& grid, const dou
         const V64 bandGradation = hn::Set(d, gradation[band]);
         const auto weight = hn::Set(d32, grid.weight[band]);
         float* bandCells = cells + band * skyGrid::azimuthCount;
-        for (std::size_t lane = 0; lane < laneCount; lane += step) {
+        for (std::size_t lane = 0; lane < laneCount; lane += lanes) {
             V64 sum = hn::Load(d, sums + lane);
             for (std::size_t sector = lane; sector < skyGrid::azimuthCount; sector += laneCount) {
                 const V64 product =
@@ -155,14 +157,13 @@ namespace {
 HWY_EXPORT(distribute);
 HWY_EXPORT(book);
 
-constexpr double pi = 3.141592653589793;
-constexpr double cellWidth = 5.0 * pi / 180.0;
+using std::numbers::pi;
 
-PerezGridConstants makeGridConstants() {
-    PerezGridConstants grid;
+CellConstants makeCellConstants() {
+    CellConstants grid;
     for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        const double lower = static_cast<double>(band) * cellWidth;
-        const double upper = std::min(lower + cellWidth, pi / 2.0);
+        const double lower = static_cast<double>(band) * skyGrid::exactCellAngle;
+        const double upper = std::min(lower + skyGrid::exactCellAngle, pi / 2.0);
         const double middle = (lower + upper) / 2.0;
         grid.sine[band] = std::max(std::sin(middle), 0.001);
         grid.cosine[band] = std::cos(middle);
@@ -170,7 +171,8 @@ PerezGridConstants makeGridConstants() {
             static_cast<float>((std::sin(upper) - std::sin(lower)) / skyGrid::azimuthCount);
     }
     for (std::size_t sector = 0; sector < skyGrid::azimuthCount; ++sector) {
-        const double angle = pi / 2.0 - (static_cast<double>(sector) + 0.5) * cellWidth;
+        const double angle =
+            pi / 2.0 - (static_cast<double>(sector) + 0.5) * skyGrid::exactCellAngle;
         grid.sectorCosine[sector] = std::cos(angle);
         grid.sectorSine[sector] = std::sin(angle);
     }
@@ -179,16 +181,16 @@ PerezGridConstants makeGridConstants() {
 
 } // namespace
 
-float distributePerezSkyVector(const PerezSky& sky, double northOffset,
-                               float (&cells)[skyGrid::cellCount]) {
-    if (sky.altitude <= lowestDistributedAltitude) {
+float distributeAllWeatherVector(const AllWeatherStep& step, double northOffset,
+                                 float (&cells)[skyGrid::cellCount]) {
+    if (step.altitude <= lowestDistributedAltitude) {
         std::fill(std::begin(cells), std::end(cells), 0.0f);
         return 0.0f;
     }
-    static const PerezGridConstants grid = makeGridConstants();
+    static const CellConstants grid = makeCellConstants();
     // Angle between the sun's and each sector's plan direction, by the cosine of a difference.
-    const double sunCosine = std::cos(northOffset + sky.trigAngle);
-    const double sunSine = std::sin(northOffset + sky.trigAngle);
+    const double sunCosine = std::cos(northOffset + step.trigAngle);
+    const double sunSine = std::sin(northOffset + step.trigAngle);
     alignas(64) double cosineDelta[skyGrid::azimuthCount];
     for (std::size_t sector = 0; sector < skyGrid::azimuthCount; ++sector) {
         cosineDelta[sector] =
@@ -196,11 +198,11 @@ float distributePerezSkyVector(const PerezSky& sky, double northOffset,
     }
     double gradation[skyGrid::altitudeCount];
     for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        gradation[band] = perezGradation(sky, grid.sine[band]);
+        gradation[band] = allWeatherGradation(step, grid.sine[band]);
     }
     applySimdChoice();
-    const double sum = HWY_DYNAMIC_DISPATCH(distribute)(sky, grid, cosineDelta, gradation, cells);
-    return static_cast<float>(sky.diffuse) / std::max(static_cast<float>(sum), 0.001f);
+    const double sum = HWY_DYNAMIC_DISPATCH(distribute)(step, grid, cosineDelta, gradation, cells);
+    return static_cast<float>(step.diffuse) / std::max(static_cast<float>(sum), 0.001f);
 }
 
 void bookDistribution(const float (&cells)[skyGrid::cellCount], float scale, float hours,

@@ -1,7 +1,7 @@
-#include <insolate/sky/perez_point.h>
+#include <insolate/sky/tilted_surface_period.h>
 
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "insolate/sky/perez_point.cpp"
+#define HWY_TARGET_INCLUDE "insolate/sky/tilted_surface_period.cpp"
 #include <insolate/platform/simd.h>
 #include <insolate/platform/simd_targets.h>
 
@@ -15,15 +15,17 @@
 #include <insolate/sky/period_walk.h>
 #include <insolate/solar/solar_position.h>
 #include <insolate/weather/weather_data.h>
+#include <insolate/weather/weather_series.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <numbers>
 
-#ifndef INSOLATE_SKY_PEREZ_POINT_SHARED
-#define INSOLATE_SKY_PEREZ_POINT_SHARED
+#ifndef INSOLATE_SKY_TILTED_SURFACE_PERIOD_SHARED
+#define INSOLATE_SKY_TILTED_SURFACE_PERIOD_SHARED
 
 namespace insolate {
 
@@ -100,12 +102,10 @@ namespace {
 
 HWY_EXPORT(evaluateSteps);
 
-constexpr double halfPi = 1.5707963267948966;
-constexpr double cosine85Degrees = 0.0871557;
 constexpr std::size_t laneCount = 8;
 constexpr XYZf origin{0.0f, 0.0f, 0.0f};
 
-void addStep(PointSteps& steps, const PerezSkyState& sky, XYZf sun, int cell) {
+void addStep(PointSteps& steps, const TiltedSurfaceSky& sky, XYZf sun, int cell) {
     if (!sky.sunIsHigh) {
         steps.lowSun.push_back(steps.sky.size());
     }
@@ -116,7 +116,7 @@ void addStep(PointSteps& steps, const PerezSkyState& sky, XYZf sun, int cell) {
     steps.sky.push_back(sky);
     steps.beam.push_back(sky.direct);
     steps.circumsolar.push_back(sky.hasBrightness
-                                    ? sky.diffuse / std::max(sky.cosineZenith, cosine85Degrees) *
+                                    ? sky.diffuse / std::max(sky.cosineZenith, lowestCosineZenith) *
                                           sky.circumsolarDegree
                                     : 0.0);
     steps.isotropic.push_back(sky.hasBrightness ? sky.diffuse - sky.circumsolarDegree * sky.diffuse
@@ -132,7 +132,7 @@ struct StepSums {
     float total;
 };
 
-StepSums stepSums(const PerezParts& parts, float increment) {
+StepSums stepSums(const TiltedSurfaceParts& parts, float increment) {
     return {static_cast<float>(parts.beam * increment),
             static_cast<float>(parts.diffuse() * increment), static_cast<float>(parts.total())};
 }
@@ -143,8 +143,8 @@ void add(PointSums& sums, const StepSums& step) {
     sums.peak = std::max(sums.peak, step.total);
 }
 
-PerezSurface atStep(PerezSurface surface, const PointSteps& steps, std::size_t step, XYZf normal,
-                    const std::uint8_t* exposure) {
+TiltedSurface atStep(TiltedSurface surface, const PointSteps& steps, std::size_t step, XYZf normal,
+                     const std::uint8_t* exposure) {
     const XYZf sun{steps.sunX[step], steps.sunY[step], steps.sunZ[step]};
     surface.cosineIncidence =
         std::cos(static_cast<double>(EGeometry::Angle(origin, sun, normal, nullptr)));
@@ -154,7 +154,7 @@ PerezSurface atStep(PerezSurface surface, const PointSteps& steps, std::size_t s
 
 /// What the steps of a period depend on, compared value by value.
 struct StepInputs {
-    std::array<EHourlyData, 365 * 24> hours;
+    std::array<EHourlyData, hoursPerYear> hours;
     std::array<float, 7> numbers;
     std::array<int, 3> dates;
 
@@ -190,6 +190,8 @@ PointSteps makePointSteps(const EWeatherData& weather, const ECumulativeSky& sky
     ESolarPosition sun = sunAtSite(sky);
     PointSteps steps;
     steps.increment = day.increment;
+    // The walk of the skies' methods, but with the start left out, the end taken in, and no light
+    // from below the horizon.
     for (long long date = sky.getStartDate(); date <= endDate; ++date) {
         const int dayOfYear = dayWithinYear(static_cast<int>(date));
         moveToDay(sun, dayOfYear);
@@ -212,8 +214,9 @@ PointSteps makePointSteps(const EWeatherData& weather, const ECumulativeSky& sky
             XYZf toSun{};
             sun.calculateRelativeSunPos(origin, 1.0f, &toSun);
             addStep(steps,
-                    perezSkyState(std::max(radiation.direct, 0.0f),
-                                  std::max(radiation.diffuse, 0.0f), halfPi - altitude),
+                    tiltedSurfaceSky(std::max(radiation.direct, 0.0f),
+                                     std::max(radiation.diffuse, 0.0f),
+                                     std::numbers::pi / 2.0 - altitude),
                     toSun, skyGrid::cellIndex(sector, band));
             steps.hours += day.increment;
         }
@@ -246,20 +249,20 @@ const PointSteps& pointSteps(const EWeatherData& weather, const ECumulativeSky& 
     return kept->steps;
 }
 
-PointSums integrateOnSurfacePlain(const PointSteps& steps, const PerezSurface& surface, XYZf normal,
-                                  const EShadingMask& mask) {
+PointSums integrateOnSurfacePlain(const PointSteps& steps, const TiltedSurface& surface,
+                                  XYZf normal, const EShadingMask& mask) {
     PointSums sums{};
     for (std::size_t step = 0; step < steps.sky.size(); ++step) {
-        add(sums,
-            stepSums(perezOnSurface(steps.sky[step], atStep(surface, steps, step, normal,
-                                                            ShadingMaskAccess::exposure(mask))),
-                     steps.increment));
+        add(sums, stepSums(irradianceOnSurface(steps.sky[step],
+                                               atStep(surface, steps, step, normal,
+                                                      ShadingMaskAccess::exposure(mask))),
+                           steps.increment));
     }
     sums.hours = steps.hours;
     return sums;
 }
 
-PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surface, XYZf normal,
+PointSums integrateOnSurface(const PointSteps& steps, const TiltedSurface& surface, XYZf normal,
                              const EShadingMask& mask) {
     const std::uint8_t* exposure = ShadingMaskAccess::exposure(mask);
     std::array<float, 256> fractions{};
@@ -275,6 +278,8 @@ PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surfac
                                  normal.y / length,
                                  normal.z / length};
     applySimdChoice();
+    // Tile by tile: visibility of the sun by table, all steps in vector code, then the few low suns
+    // again by the plain model, and sums in the order of time.
     PointSums sums{};
     StepTile tile;
     auto lowSun = steps.lowSun.begin();
@@ -288,7 +293,7 @@ PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surfac
         HWY_DYNAMIC_DISPATCH(evaluateSteps)(steps, factors, first, padded, tile);
         for (; lowSun != steps.lowSun.end() && *lowSun < first + count; ++lowSun) {
             const std::size_t at = *lowSun;
-            PerezSurface reached = surface;
+            TiltedSurface reached = surface;
             reached.cosineIncidence = steps.sunX[at] * factors.x + steps.sunY[at] * factors.y +
                                       steps.sunZ[at] * factors.z;
             reached.directFactor = tile.visibility[at - first];
@@ -296,7 +301,8 @@ PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surfac
             if (!(std::fabs(reached.cosineIncidence) > 1e-5)) {
                 reached = atStep(surface, steps, at, normal, exposure);
             }
-            const StepSums step = stepSums(perezOnSurface(steps.sky[at], reached), steps.increment);
+            const StepSums step =
+                stepSums(irradianceOnSurface(steps.sky[at], reached), steps.increment);
             tile.beam[at - first] = step.beam;
             tile.diffuse[at - first] = step.diffuse;
             tile.total[at - first] = step.total;

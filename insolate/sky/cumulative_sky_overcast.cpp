@@ -1,4 +1,4 @@
-// The cumulative sky from hourly weather: beam in the sun's cell, diffuse by altitude only.
+// ECumulativeSky::calculate: beam in the sun's cell, diffuse light as from an overcast sky.
 #include <insolate/sky/cumulative_sky.h>
 
 #include <insolate/sky/period_walk.h>
@@ -40,6 +40,7 @@ bool ECumulativeSky::calculate(EWeatherData* weather) {
 
     float diffuseTotal = 0.0f;
     insolate::walkSteps(*this, steps, [&](ESolarPosition& sun, int day, float time) {
+        // A step whose sun is below the lowest band (-5 degrees) is night and does not count.
         const float stepEnd = insolate::roundToTenth(time);
         sun.setTime(stepEnd - steps.increment * 0.5f);
         const auto [sector, band] = insolate::cellOfSun(sun);
@@ -57,6 +58,7 @@ bool ECumulativeSky::calculate(EWeatherData* weather) {
         peakDiffuse = std::max(peakDiffuse, radiation.diffuse);
     });
 
+    // The period's diffuse radiation, shared out by altitude alone.
     const auto weights = overcastWeights();
     for (int band = 0; band < skyGrid::altitudeCount; ++band) {
         const float share = diffuseTotal * weights[static_cast<std::size_t>(band)];

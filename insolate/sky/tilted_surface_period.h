@@ -6,7 +6,7 @@
 #pragma once
 
 #include <insolate/geometry/xyzf.h>
-#include <insolate/sky/perez_tilted.h>
+#include <insolate/sky/tilted_surface.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,9 +23,9 @@ struct PointSteps {
     std::vector<float> sunX; ///< unit vector to the sun, model axes
     std::vector<float> sunY;
     std::vector<float> sunZ;
-    std::vector<std::int32_t> cell;  ///< the sun's sky cell
-    std::vector<PerezSkyState> sky;  ///<
-    std::vector<std::size_t> lowSun; ///< the steps that lie outside the model's range, rising
+    std::vector<std::int32_t> cell;    ///< the sun's sky cell
+    std::vector<TiltedSurfaceSky> sky; ///< sun, weather and degrees of the step
+    std::vector<std::size_t> lowSun;   ///< the steps that lie outside the model's range, rising
 
     // Vector code reads whole vectors: the sun and what follows are padded with steps without
     // light. The sky's share of each part, by step, so that a point only multiplies [W/m2].
@@ -54,15 +54,15 @@ struct PointSums {
     float peak;    ///< of a step [W/m2]
 };
 
-/// Integrates the steps on a surface: each step by perezOnSurface, in single-precision sums in the
-/// order of time. normal must not be a zero vector; surface gives all but incidence and sun
+/// Integrates the steps on a surface: each step by irradianceOnSurface, in single-precision sums in
+/// the order of time. normal must not be a zero vector; surface gives all but incidence and sun
 /// visibility.
-PointSums integrateOnSurfacePlain(const PointSteps& steps, const PerezSurface& surface, XYZf normal,
-                                  const EShadingMask& mask);
+PointSums integrateOnSurfacePlain(const PointSteps& steps, const TiltedSurface& surface,
+                                  XYZf normal, const EShadingMask& mask);
 
 /// The same in vector code, without the detour of the incidence over its angle: steps differ by
 /// 1e-7 of full incidence. Every instruction set gives the same bits.
-PointSums integrateOnSurface(const PointSteps& steps, const PerezSurface& surface, XYZf normal,
+PointSums integrateOnSurface(const PointSteps& steps, const TiltedSurface& surface, XYZf normal,
                              const EShadingMask& mask);
 
 } // namespace insolate

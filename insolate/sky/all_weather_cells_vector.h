@@ -1,4 +1,4 @@
-/// The all-weather distribution in vector code: the same cells as distributePerezSky, many at a
+/// The all-weather distribution in vector code: the same cells as distributeAllWeather, many at a
 /// time.
 ///
 /// Each cell costs one arc cosine and one exponential, both as polynomials good to 1e-11, so that
@@ -8,13 +8,13 @@
 #pragma once
 
 #include <insolate/geometry/sky_grid.h>
-#include <insolate/sky/perez_sky.h>
+#include <insolate/sky/all_weather_cells.h>
 
 namespace insolate {
 
-/// As distributePerezSky.
-float distributePerezSkyVector(const PerezSky& sky, double northOffset,
-                               float (&cells)[skyGrid::cellCount]);
+/// As distributeAllWeather.
+float distributeAllWeatherVector(const AllWeatherStep& step, double northOffset,
+                                 float (&cells)[skyGrid::cellCount]);
 
 /// Books one step's distribution: diffuse += scale x cell x hours, peak = max(peak, scale x cell).
 void bookDistribution(const float (&cells)[skyGrid::cellCount], float scale, float hours,

@@ -1,9 +1,10 @@
-// The cumulative sky with the diffuse light of every step distributed by the all-weather model.
+// ECumulativeSky::calculateUsingPerez: the diffuse light of every step as the all-weather sky has
+// it.
 #include <insolate/sky/cumulative_sky.h>
 
 #include <insolate/geometry/geometry.h>
-#include <insolate/sky/perez_sky.h>
-#include <insolate/sky/perez_sky_vector.h>
+#include <insolate/sky/all_weather_cells.h>
+#include <insolate/sky/all_weather_cells_vector.h>
 #include <insolate/sky/period_walk.h>
 #include <insolate/weather/weather_data.h>
 
@@ -46,9 +47,11 @@ bool ECumulativeSky::calculateUsingPerez(EWeatherData* weather) {
         if (!(radiation.diffuse > 0.0f)) {
             return;
         }
-        const float scale = insolate::distributePerezSkyVector(
-            insolate::perezSky(day, sun.getSolarAltitudeInRadians(), sun.getTrigAngleInRadians(),
-                               radiation.diffuse, radiation.direct),
+        // Diffuse light to all cells; beam to the sun's cell, whose peak is that of both.
+        const float scale = insolate::distributeAllWeatherVector(
+            insolate::allWeatherStep(day, sun.getSolarAltitudeInRadians(),
+                                     sun.getTrigAngleInRadians(), radiation.diffuse,
+                                     radiation.direct),
             northOffset, distribution);
         insolate::bookDistribution(distribution, scale, steps.increment, diffuse, peak);
         const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
