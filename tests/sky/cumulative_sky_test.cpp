@@ -100,7 +100,8 @@ TEST(CumulativeSky, TheSunStandsInTheMiddleOfEachStep) {
     // the 60 steps.
     EXPECT_NEAR(east / sumOf(sky.direct), 31.0 / 60.0, 1e-3);
 
-    // Short ranges are walked by the minute.
+    // Ranges below an hour are walked by the minute, a whole hour is not.
+    EXPECT_EQ(insolate::dayStepsOf(denverSky(172, 174, 12.0f, 13.0f)).increment, 0.1f);
     sky = denverSky(172, 174, 12.0f, 12.5f);
     EXPECT_FLOAT_EQ(insolate::dayStepsOf(sky).increment, 1.0f / 60.0f);
     sky.calculate(&weather);

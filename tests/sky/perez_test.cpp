@@ -1,33 +1,106 @@
+#include "tests/sky/plain_models.h"
 #include "tests/support/synthetic_weather.h"
 
-#include <insolate/geometry/geometry.h>
+#include <insolate/shading/shading_mask.h>
 #include <insolate/sky/all_weather_cells.h>
-#include <insolate/sky/period_walk.h>
 #include <insolate/sky/solar_radiation.h>
 #include <insolate/sky/tilted_surface.h>
+#include <insolate/solar/solar_position.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <numeric>
+#include <tuple>
+#include <vector>
 
 namespace {
 
 namespace skyGrid = insolate::skyGrid;
 
-constexpr double degree = M_PI / 180.0;
+using insolate::test::degree;
+using insolate::test::PlainLuminance;
+using insolate::test::PlainStep;
+using insolate::test::PlainTilted;
 
 double irradiance(EPerezInput input, EPerezResults& results) {
     return ESolarRadiation().getPerezAllWeatherSkyData(&input, &results);
 }
 
-/// Irradiance on the horizontal of cells that hold their radiance times their solid angle.
-double horizontalSum(const float (&cells)[skyGrid::cellCount]) {
-    double sum = 0.0;
-    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-        sum += cells[cell] * std::sin((cell / 72 + 0.5) * 5.0 * degree);
+/// Close to a part in 1e9, or in 1e9 of 1.
+void expectNear(double value, double expected, double tolerance = 1e-9) {
+    EXPECT_NEAR(value, expected, tolerance * std::max(std::fabs(expected), 1.0));
+}
+
+// A state on either side of each bound of clearness, under a high, a low and a zenith sun with
+// little and much diffuse light: each coefficient, bound and air mass counts in some of them.
+TEST(PerezModels, HaveTheirFormulasInEachBinOfClearness) {
+    std::vector<double> clearnesses{1.0, 13.0};
+    for (const double bound : {1.065, 1.23, 1.5, 1.95, 2.8, 4.5, 6.2}) {
+        clearnesses.push_back(bound * 0.999);
+        clearnesses.push_back(bound * 1.001);
     }
-    return sum;
+    for (const double clearness : clearnesses) {
+        for (const auto& [day, altitude, diffuse] :
+             {std::tuple{10, 60.0, 120.0}, {190, 20.0, 150.0}, {100, 89.5, 400.0}}) {
+            SCOPED_TRACE(testing::Message() << "clearness " << clearness << ", sun " << altitude);
+            const double zenith = (90.0 - std::min(altitude, 87.0)) * degree;
+            const double direct = diffuse * (clearness - 1.0) * (1.0 + 1.041 * std::pow(zenith, 3));
+
+            const PlainStep plain(day, altitude * degree, diffuse, direct);
+            const PlainLuminance expected = plain.luminance();
+            const insolate::AllWeatherSky sky =
+                insolate::allWeatherStep(day, altitude * degree, 0.0, diffuse, direct).luminance;
+            expectNear(sky.clearness, clearness);
+            expectNear(sky.brightness, plain.brightness);
+            expectNear(sky.a, expected.a);
+            expectNear(sky.b, expected.b);
+            expectNear(sky.c, expected.c);
+            expectNear(sky.d, expected.d);
+            expectNear(sky.e, expected.e);
+
+            EPerezInput input;
+            input.direct = direct;
+            input.diffuse = diffuse;
+            input.zenithAngle = zenith;
+            input.incidenceAngle = 0.7;
+            input.tilt = 1.1;
+            input.skyViewFactor = 0.6;
+            input.directFactor = 0.8;
+            input.horizonFactor = 0.7;
+            EPerezResults results;
+            const double total = irradiance(input, results);
+            const PlainTilted parts(direct, diffuse, zenith, std::cos(0.7), 1.1, 0.6, 0.8, 0.7);
+            // degrees are counted with 0.01745329 radians
+            expectNear(results.isotropic, parts.isotropic, 1e-7);
+            expectNear(results.circumsolar, parts.circumsolar, 1e-7);
+            expectNear(results.horizonBrightening, parts.horizon, 1e-7);
+            expectNear(results.groundReflected, parts.ground, 1e-7);
+            expectNear(total, parts.beam + parts.diffuse(), 1e-7);
+        }
+    }
+}
+
+TEST(PerezModels, TheHourlySkyIsHeldToTheRangeOfTheMeasurements) {
+    // Zenith angle, diffuse, direct, and the brightness that counts where it is held.
+    for (const auto& [degrees, diffuse, direct, held] :
+         {std::tuple{60.0, 200.0, 0.0, 0.0},
+          {60.0, 2.0, 0.0, 0.01},
+          {60.0, 60.0, 60.0, 0.2},
+          {60.0, 900.0, 0.0, 0.6},
+          {6.0, 20.0, 50.0, 0.0}}) { // in bin 6 the horizon would grow without bound: b is above 0
+        const double z = degrees * degree;
+        const insolate::AllWeatherSky sky = insolate::allWeatherSky(direct, diffuse, z, 1.01);
+        const double kappa = 1.041 * std::pow(z, 3);
+        const double airMass = // Kasten and Young (1989)
+            1.0 / (std::cos(z) + 0.50572 * std::pow(96.07995 - degrees, -1.6364));
+        expectNear(sky.clearness, (1.0 + direct / diffuse + kappa) / (1.0 + kappa));
+        expectNear(sky.brightness, airMass * diffuse * 1.01 * 1.01 / 1367.0);
+        const PlainLuminance expected(sky.clearness, held > 0.0 ? held : sky.brightness, z);
+        expectNear(sky.a, expected.a);
+        expectNear(sky.b, std::min(expected.b, 0.0));
+        expectNear(sky.e, expected.e);
+        EXPECT_EQ(sky.limited, held > 0.0 || degrees == 6.0);
+    }
 }
 
 TEST(PerezTilted, AgreesWithPublishedSkyDiffuseTotals) {
@@ -101,6 +174,9 @@ TEST(PerezTilted, NullsAndEchoes) {
     EPerezResults results;
     EXPECT_EQ(radiation.getPerezAllWeatherSkyData(nullptr, &results), 0.0);
     EXPECT_EQ(radiation.getPerezAllWeatherSkyData(&input, nullptr), 0.0);
+    input.direct = input.diffuse = -5.0;
+    EXPECT_EQ(radiation.getPerezAllWeatherSkyData(&input, &results), 0.0);
+    EXPECT_EQ(input.direct + input.diffuse, 0.0);
     input.direct = -5.0;
     input.diffuse = 70.0;
     results.isotropic = 1.0;
@@ -112,66 +188,181 @@ TEST(PerezTilted, NullsAndEchoes) {
     EXPECT_EQ(results.diffuseHorizontal, 0.0);
 }
 
-TEST(PerezSky, CellsAddUpToTheDiffuseHorizontal) {
-    float cells[skyGrid::cellCount];
-    for (const double altitude : {0.5, 2.0, 4.0, 15.0, 40.0, 70.0, 89.0}) {
-        // irradiances as shares of what reaches the top of the air, horizontally and normally
-        for (const auto& [diffuseShare, direct] :
-             {std::pair{0.3, 0.0}, {0.5, 0.1}, {0.2, 0.4}, {0.1, 0.9}}) {
-            const double diffuse = diffuseShare * 1367.0 * std::sin(altitude * degree);
-            const insolate::AllWeatherStep sky =
-                insolate::allWeatherStep(100, altitude * degree, -0.4, diffuse, direct * 1000.0);
-            const float scale = insolate::distributeAllWeather(sky, 0.1, cells);
-            EXPECT_NEAR(scale * horizontalSum(cells) / diffuse, 1.0, 1e-5)
-                << altitude << " degrees, direct share " << direct;
-            EXPECT_GE(*std::min_element(std::begin(cells), std::end(cells)), 0.0f);
+/// A year in which every clearness occurs, with hours of beam without diffuse light; by the height
+/// of the sun, so that the sky stays within the models' range.
+EWeatherData madeYear(ESolarPosition sun) {
+    EWeatherData weather;
+    for (int day = 0; day < 365; ++day) {
+        sun.setDayOfTheYear(day + 1, 12.0);
+        for (int hour = 0; hour < 24; ++hour) {
+            sun.setTime(hour);
+            const double sine = std::max(std::sin(sun.getSolarAltitudeInRadians()), 0.0);
+            const double beam = std::vector{0.0, 20.0, 60.0, 150.0, 400.0, 900.0}[(day + hour) % 6];
+            const double share = std::vector{0.35, 0.0, 0.1, 0.2, 0.5}[(day / 6 + hour) % 5];
+            weather.setHourlyDirectRad(day, hour, static_cast<float>(beam * std::sqrt(sine)));
+            weather.setHourlyDiffuseRad(day, hour, static_cast<float>(1367.0 * share * sine));
         }
     }
-    const insolate::AllWeatherStep dark = insolate::allWeatherStep(1, 0.001, 0.0, 10.0, 0.0);
-    EXPECT_EQ(insolate::distributeAllWeather(dark, 0.0, cells), 0.0f);
-    EXPECT_EQ(horizontalSum(cells), 0.0);
+    return weather;
 }
 
-TEST(PerezSky, ClearSkiesAreBrightestAroundTheSun) {
-    // Sun in the south-east (trigonometric angle -45 degrees, azimuth 135), 42.5 degrees high: the
-    // cells on both sides of it. Turning the model's north by 90 degrees turns the cells along.
-    const auto sky = insolate::allWeatherStep(80, 42.5 * degree, -45.0 * degree, 60.0, 900.0);
-    for (const auto& [north, sector] : {std::pair{0.0, 26}, {90.0, 8}}) {
-        float cells[skyGrid::cellCount];
-        insolate::distributeAllWeather(sky, north * degree, cells);
-        const auto brightest = std::max_element(cells + 8 * 72, cells + 9 * 72) - (cells + 8 * 72);
-        EXPECT_NEAR(static_cast<double>(brightest), sector + 0.5, 0.5);
+/// Latitude, longitude and zone meridian; daylight saving.
+class PerezYear : public testing::TestWithParam<std::tuple<double, double, double, int>> {
+protected:
+    PerezYear() {
+        const auto& [latitude, longitude, meridian, daylightSaving] = GetParam();
+        m_sun.setNorthOffset(0.4);
+        m_sun.setDaylightSaving(daylightSaving);
+        m_sun.setLocation(latitude * degree, longitude * degree, meridian * degree);
+        m_weather = madeYear(m_sun);
+        m_sky.setLocation(static_cast<float>(latitude), static_cast<float>(longitude),
+                          static_cast<float>(meridian));
+        m_sky.setNorthOffset(0.4f);
+        m_sky.setDaylightSavingTime(daylightSaving != 0);
+        m_sky.setTimeRange(0.0f, 24.0f, 0.5f);
     }
-    // With the sun below 2.51 degrees only the angle to it tells cells apart.
-    EXPECT_EQ(
-        insolate::allWeatherGradation(insolate::allWeatherStep(80, 0.043, 0.0, 80.0, 0.0), 0.2),
-        1.0);
-    EXPECT_NE(
-        insolate::allWeatherGradation(insolate::allWeatherStep(80, 0.044, 0.0, 80.0, 0.0), 0.2),
-        1.0);
+
+    /// The cell of the sun as sector and band, which may be below the grid.
+    std::pair<int, int> cellOfSun() const {
+        const double azimuth = std::fmod(m_sun.getSolarAzimuthInDegrees() + 360.0, 360.0);
+        return {static_cast<int>(azimuth / 5.0),
+                static_cast<int>(m_sun.getSolarAltitudeInDegrees() / 5.0)};
+    }
+
+    ESolarPosition m_sun;
+    EWeatherData m_weather;
+    ECumulativeSky m_sky;
+};
+
+// The sky of each step from the papers' formulas, cell by cell.
+TEST_P(PerezYear, OfTheAllWeatherSkyIsTheSumOfItsSteps) {
+    ASSERT_TRUE(m_sky.calculateUsingPerez(&m_weather));
+    std::vector<double> direct(skyGrid::cellCount), diffuse = direct, peak = direct;
+    std::vector<double> cells(skyGrid::cellCount);
+    double hours = 0.0;
+    double peakDiffuse = 0.0;
+    for (int day = 1; day <= 365; ++day) {
+        m_sun.setDayOfTheYear(day, 12.0);
+        for (int half = 0; half < 48; ++half) {
+            m_sun.setTime(0.5 * half);
+            const double altitude = m_sun.getSolarAltitudeInRadians();
+            const auto at = [&](auto get) {
+                const double now = (m_weather.*get)(day - 1, half / 2);
+                const double next = (m_weather.*get)(day - 1, half / 2 + 1); // 0 after midnight
+                return half % 2 == 0 ? now : 0.5 * (now + next);
+            };
+            const double beam = at(&EWeatherData::getHourlyDirectRad);
+            const double light = at(&EWeatherData::getHourlyDiffuseRad);
+            if (altitude <= -5.0 * degree || light == 0.0) {
+                continue;
+            }
+            const PlainStep step(day, altitude, light, beam);
+            const PlainLuminance l = step.luminance();
+            double sum = 0.0;
+            for (int cell = 0; altitude > 0.001 && cell < skyGrid::cellCount; ++cell) {
+                const double up = (cell / 72 + 0.5) * 5.0 * degree;
+                const double turn = (cell % 72 + 0.5) * 5.0 * degree;
+                const double cosine = std::sin(up) * std::sin(step.altitude) +
+                                      std::cos(up) * std::cos(step.altitude) *
+                                          std::cos(turn - m_sun.getSolarAzimuthInRadians());
+                const double horizon =
+                    altitude < 2.51 * degree ? 1.0 : 1.0 + l.a * std::exp(l.b / std::sin(up));
+                const double luminance = horizon * (1.0 + l.c * std::exp(l.d * std::acos(cosine)) +
+                                                    l.e * cosine * cosine);
+                const double solidAngle = std::sin(up + 2.5 * degree) - std::sin(up - 2.5 * degree);
+                cells[cell] = std::max(luminance, 0.0) * solidAngle;
+                sum += cells[cell] * std::sin(up);
+            }
+            for (std::size_t cell = 0; altitude > 0.001 && cell < cells.size(); ++cell) {
+                diffuse[cell] += 0.5 * light * cells[cell] / sum;
+                peak[cell] = std::max(peak[cell], light * cells[cell] / sum);
+            }
+            const auto [sector, band] = cellOfSun();
+            const auto sunCell = static_cast<std::size_t>(band * 72 + sector);
+            direct[sunCell] += 0.5 * beam;
+            peak[sunCell] = std::max(peak[sunCell], beam + light);
+            peakDiffuse = std::max(peakDiffuse, light);
+            hours += 0.5;
+        }
+    }
+    EXPECT_NEAR(m_sky.getHourCount(), hours, 1e-3);
+    EXPECT_NEAR(m_sky.getPeakDiffuse(), peakDiffuse, 1e-3);
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        // single-precision sums of up to 8,760 steps
+        ASSERT_NEAR(m_sky.direct[cell], direct[cell], 1e-5 * direct[cell]) << "cell " << cell;
+        ASSERT_NEAR(m_sky.diffuse[cell], diffuse[cell], 2e-5 * diffuse[cell]) << "cell " << cell;
+        ASSERT_NEAR(m_sky.peak[cell], peak[cell], 1e-4 * peak[cell]) << "cell " << cell;
+    }
 }
 
-TEST(PerezSky, AYearGivesBackItsInterpolatedSums) {
-    EWeatherData weather = insolate::test::sineDayWeather(300.0f, 150.0f);
-    // The sun is up at all of these hours, all year.
-    ECumulativeSky sky = insolate::test::denverSky(1, 365, 8.0f, 16.0f, 0.25f);
-    sky.calculateUsingPerez(&weather);
-    double diffuse = 0.0;
-    double direct = 0.0;
-    for (int quarter = 0; quarter < 4 * 8; ++quarter) {
-        const int hour = 8 + quarter / 4;
-        const float share = static_cast<float>(quarter % 4) / 4.0f;
-        diffuse += 0.25 * std::lerp(weather.getHourlyDiffuseRad(0, hour),
-                                    weather.getHourlyDiffuseRad(0, hour + 1), share);
-        direct += 0.25 * std::lerp(weather.getHourlyDirectRad(0, hour),
-                                   weather.getHourlyDirectRad(0, hour + 1), share);
+TEST_P(PerezYear, OfAPointIsTheSumOfItsSteps) {
+    EShadingMask mask;
+    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+        mask.setExposureValue(cell % 72, cell / 72, static_cast<float>(cell * 37 % 101) / 100.0f);
     }
-    // Single-precision sums over 11,680 steps: 1e-3 covers their drift.
-    EXPECT_NEAR(horizontalSum(sky.diffuse) / (365.0 * diffuse), 1.0, 1e-3);
-    EXPECT_NEAR(std::accumulate(std::begin(sky.direct), std::end(sky.direct), 0.0) /
-                    (365.0 * direct),
-                1.0, 1e-3);
-    EXPECT_NEAR(sky.getHourCount(), 365.0f * 8.0f, 1.0f);
+    mask.setUniformSkyComponent(63.0f);
+    mask.setPerezHorizonFactor(0.4f);
+    mask.setOvercastSkyComponent(60.0f);
+    const XYZf up{0.0f, 0.0f, 1.0f};
+    for (const XYZf& asked : {XYZf{}, {0.6f, -0.48f, 0.64f}, {-0.8f, 0.0f, -0.6f}}) {
+        const XYZf normal = asked.z == 0.0f ? up : asked; // a normal without length counts as up
+        double total = 0.0;
+        double hours = 0.0;
+        double peak = 0.0;
+        for (int day = 1; day <= 365; ++day) {
+            m_sun.setDayOfTheYear(day, 12.0);
+            for (int half = 1; half <= 48; ++half) { // the start is left out, the end taken in
+                m_sun.setTime(0.5 * half - 0.25);
+                const double altitude = m_sun.getSolarAltitudeInRadians();
+                if (altitude < 0.0) {
+                    continue;
+                }
+                const int hour = half / 2;
+                double share = 1.0;
+                if (hour == std::floor(m_sun.getSunriseTime()) + 1.0) {
+                    share = hour + 1 - m_sun.getSunriseTime();
+                } else if (hour == std::floor(m_sun.getSunsetTime())) {
+                    share = m_sun.getSunsetTime() - hour;
+                }
+                share = share == 0.0 ? 1.0 : share;
+                XYZf sun{};
+                m_sun.calculateRelativeSunPos({}, 1.0f, &sun);
+                const auto [sector, band] = cellOfSun();
+                const PlainTilted parts(
+                    m_weather.getHourlyDirectRad(day - 1, hour + 1) / share,
+                    m_weather.getHourlyDiffuseRad(day - 1, hour + 1) / share, M_PI / 2.0 - altitude,
+                    static_cast<double>(sun.x) * normal.x + static_cast<double>(sun.y) * normal.y +
+                        static_cast<double>(sun.z) * normal.z,
+                    std::acos(static_cast<double>(normal.z)), 0.63, mask.getExposure(sector, band),
+                    0.4);
+                total += 0.5 * (parts.beam + parts.diffuse());
+                peak = std::max(peak, parts.beam + parts.diffuse());
+                hours += 0.5;
+            }
+        }
+        for (const float peakDiffuse : {0.0f, 1.0e6f}) {
+            m_sky.peakDiffuse = peakDiffuse;
+            float results[3];
+            ASSERT_TRUE(ESolarRadiation().calculateUsingPerez(&m_weather, &m_sky, &mask, asked, {},
+                                                              results));
+            EXPECT_NEAR(results[0] / total, 1.0, 2e-5);
+            EXPECT_NEAR(results[1] / (total / hours), 1.0, 2e-5);
+            EXPECT_NEAR(results[2] / std::max(peak, 0.6 * peakDiffuse), 1.0, 2e-5);
+        }
+    }
+    m_sky.setDateRange(172, 172);
+    m_sky.setTimeRange(12.0f, 12.0f, 0.1f); // an instant steps nothing
+    m_sky.peakDiffuse = 0.0f;
+    float results[3] = {1.0f, 1.0f, 1.0f};
+    ESolarRadiation().calculateUsingPerez(&m_weather, &m_sky, &mask, up, {}, results);
+    EXPECT_EQ(results[0] + results[1] + results[2], 0.0f);
 }
+
+// In the tropics, where the sun passes the zenith, beyond the polar circle, and in between with a
+// clock that is far from the sun.
+INSTANTIATE_TEST_SUITE_P(Sites, PerezYear,
+                         testing::Values(std::tuple{10.0, 3.0, 0.0, 0},
+                                         std::tuple{-78.0, -140.0, -150.0, 0},
+                                         std::tuple{48.0, 4.0, 30.0, 1}));
 
 } // namespace

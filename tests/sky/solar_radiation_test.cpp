@@ -1,11 +1,11 @@
 #include "tests/support/debug_recorder.h"
 #include "tests/support/formula_rays.h"
-#include "tests/support/synthetic_weather.h"
 
 #include <insolate/shading/shading_mask.h>
-#include <insolate/sky/period_walk.h>
+#include <insolate/sky/cumulative_sky.h>
 #include <insolate/sky/solar_radiation.h>
 #include <insolate/solar/solar_position.h>
+#include <insolate/weather/weather_data.h>
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,6 @@
 namespace {
 
 using insolate::test::DebugRecorder;
-using insolate::test::denverSky;
 
 using Results = std::array<float, 3>;
 
@@ -107,49 +106,6 @@ TEST(SolarRadiation, ATotalWithoutHoursIsReported) {
     mask.setOvercastSkyComponent(50.0f);
     EXPECT_EQ(resultsOf(empty, mask), (Results{0.0f, 0.0f, 150.0f}));
     EXPECT_EQ(DebugRecorder::texts().size(), 1U);
-}
-
-TEST(SolarRadiation, ThePointMethodIntegratesTheTiltedModel) {
-    // One hour of a known day, walked in tenths: the same model evaluated by hand at each step.
-    EWeatherData weather = insolate::test::constantWeather(700.0f, 150.0f);
-    ECumulativeSky sky = denverSky(172, 172, 11.0f, 12.5f, 0.5f);
-    const XYZf south{0.0f, -1.0f, 0.0f};
-    EShadingMask mask = maskOf(south, 1.0f);
-    Results results{};
-    const auto calculate = [&] {
-        return ESolarRadiation().calculateUsingPerez(&weather, &sky, &mask, south, {},
-                                                     results.data());
-    };
-    ASSERT_TRUE(calculate());
-
-    ESolarPosition sun = insolate::sunAtSite(sky);
-    sun.setDayOfTheYear(172);
-    double total = 0.0;
-    double peak = 0.0;
-    for (const double stepEnd : {11.5, 12.0, 12.5}) { // the start is left out, the end taken in
-        sun.setTime(stepEnd - 0.25);
-        const double altitude = sun.getSolarAltitudeInRadians();
-        EPerezInput input;
-        input.direct = 700.0;
-        input.diffuse = 150.0;
-        input.tilt = M_PI / 2.0;
-        input.zenithAngle = M_PI / 2.0 - altitude;
-        input.incidenceAngle =
-            std::acos(-std::cos(altitude) * std::cos(sun.getSolarAzimuthInRadians()));
-        input.skyViewFactor = mask.getUniformSkyComponent() / 100.0;
-        input.horizonFactor = mask.getPerezHorizonFactor();
-        EPerezResults parts;
-        const double value = ESolarRadiation().getPerezAllWeatherSkyData(&input, &parts);
-        total += 0.5 * value;
-        peak = std::max(peak, value);
-    }
-    EXPECT_NEAR(results[0] / total, 1.0, 1e-5); // angles and sums in single precision
-    EXPECT_NEAR(results[1] / (total / 1.5), 1.0, 1e-5);
-    EXPECT_NEAR(results[2] / peak, 1.0, 1e-5);
-
-    sky.setTimeRange(12.0f, 12.0f, 0.1f); // an instant steps nothing
-    EXPECT_TRUE(calculate());
-    EXPECT_EQ(results, (Results{0.0f, 0.0f, 0.0f}));
 }
 
 TEST(SolarRadiation, IncidentRadiationOfOneHour) {

@@ -1,12 +1,10 @@
 #include <insolate/solar/solar_position.h>
 #include <insolate/solar/time_zone_list.h>
-#include <insolate/solar/time_zone_map.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <set>
 
 namespace {
 
@@ -37,26 +35,6 @@ TEST(TimeZoneMap, PlacesOutsideTheWorldReadItsEdge) {
     EXPECT_EQ(anywhere.determineTimeZone(infinite, 0.0), 0.0);
     EXPECT_EQ(anywhere.determineTimeZone(1.04, -infinite), -12.0);
     EXPECT_EQ(anywhere.determineTimeZone(std::nan(""), 0.0), 0.0);
-}
-
-// Every row by itself: the runs fill columns 0 to 705 and hold known zones only.
-TEST(TimeZoneMap, IsWellFormed) {
-    using namespace insolate;
-    std::set<int> zones;
-    ASSERT_EQ(timeZoneMapRowStart[timeZoneMapRows], timeZoneMapBytes);
-    for (int row = 0; row < timeZoneMapRows; ++row) {
-        int columns = 0;
-        for (int at = timeZoneMapRowStart[row]; at < timeZoneMapRowStart[row + 1]; at += 2) {
-            columns += timeZoneMapRuns[at];
-            zones.insert(timeZoneMapRuns[at + 1]);
-        }
-        ASSERT_EQ(columns, 706) << row;
-    }
-    std::set<int> expected = {35, 45, 55, 95};
-    for (int hour = -12; hour <= 12; ++hour) {
-        expected.insert(10 * hour);
-    }
-    EXPECT_EQ(zones, expected);
 }
 
 TEST(TimeZoneList, MeridiansTakeTheirZoneOrTheNextOneEast) {
