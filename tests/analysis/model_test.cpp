@@ -12,8 +12,10 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <memory>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -235,22 +237,29 @@ TEST_F(Model, KeysAreIndicesAndStrayKeysFallBackToTheFirstPoint) {
 }
 
 TEST_F(Model, CopiesAndMovedModelsCalculateAfterTheirSourceIsGone) {
-    model.setCalculationMinimumOffset(0.25f);
-    ECalculationPoint* const point = add();
-    std::vector<EModel> models{model}; // shares the point
-    EXPECT_EQ(model.getJobSize(), 1);
-    models.emplace_back(std::move(models.front()));
-    EXPECT_EQ(models.front().getJobSize(), 0);
-    models.front() = models.back();
-    models.back() = std::move(models.front());
-    models.erase(models.begin());
-    models.shrink_to_fit(); // what was moved from is freed
-    EXPECT_EQ(models[0].getCalculationPoint(0), point);
-    EXPECT_EQ(models[0].getCalculationMinimumOffset(), 0.25f);
-    RecordingUi ui{up};
-    EXPECT_TRUE(models[0].getSolarAnalysisController().calculate(&ui));
-    EXPECT_THAT(ui.times,
-                testing::ElementsAre(testing::AllOf(testing::Ge(0.0), testing::Lt(10.0))));
+    alignas(EModel) std::array<unsigned char, sizeof(EModel)> room;
+    auto* const source = new (room.data()) EModel;
+    source->setCalculationMinimumOffset(0.25f);
+    source->addCalculationPoint(XYZf(), up, 40);
+    const std::unique_ptr<ECalculationPoint> point(source->getCalculationPoint(0));
+    EModel copy(*source);
+    EModel assigned;
+    assigned = copy;
+    std::vector<EModel> grown;
+    grown.push_back(std::move(*source));
+    grown.emplace_back(std::move(grown.front()));
+    EXPECT_EQ(source->getJobSize() + grown.front().getJobSize(), 0);
+    grown.front() = std::move(grown.back());
+    source->~EModel();
+    room.fill(0); // no clock is left in it
+    for (EModel* each : {&copy, &assigned, &grown.front()}) {
+        EXPECT_EQ(each->getCalculationPoint(0), point.get()); // all share it
+        EXPECT_EQ(each->getCalculationMinimumOffset(), 0.25f);
+        RecordingUi ui{up};
+        EXPECT_TRUE(each->getSolarAnalysisController().calculate(&ui));
+        EXPECT_THAT(ui.times,
+                    testing::ElementsAre(testing::AllOf(testing::Ge(0.0), testing::Lt(10.0))));
+    }
 }
 
 TEST_F(Model, MasksAreComputedOnceUntilTheyAreRestarted) {
