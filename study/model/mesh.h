@@ -17,7 +17,7 @@ namespace insolate::study {
 
 /// Polygons over shared vertices, in metres, z up.
 struct INSOLATE_STUDY_EXPORT Mesh {
-    static constexpr std::uint32_t unnamed = 0xFFFFFFFFU;
+    static constexpr std::uint32_t unnamed = CellOrigin::unnamed;
 
     struct Face {
         std::uint32_t firstCorner = 0;    ///< into corners

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace insolate::study {
@@ -22,6 +23,15 @@ struct Scene {
     [[nodiscard]] std::size_t triangleCount() const { return vertices.size() / 3; }
 };
 
+/// Where a sensor's cell comes from.
+struct CellOrigin {
+    static constexpr std::uint32_t unnamed = 0xFFFFFFFFU;
+
+    std::uint32_t face = 0;           ///< of the sensor mesh
+    std::uint32_t object = unnamed;   ///< into SensorField::names; the group of a face in no object
+    std::uint32_t material = unnamed; ///< into SensorField::names
+};
+
 /// Where radiation is asked for: a position and a unit normal each, and the polygon of the cell
 /// that the sensor stands for.
 struct SensorField {
@@ -32,6 +42,10 @@ struct SensorField {
     /// cellStart[i]..cellStart[i + 1] are the corners of sensor i's cell; size() + 1 entries, or
     /// empty for sensors without cells.
     std::vector<std::uint32_t> cellStart;
+    /// By sensor; empty for sensors that were not cut from a mesh.
+    std::vector<CellOrigin> origins;
+    /// What the origins point into: the names of the sensor mesh, used by a cell or not.
+    std::vector<std::string> names;
     [[nodiscard]] std::size_t size() const { return positions.size(); }
     [[nodiscard]] bool hasCells() const { return !cellStart.empty(); }
 };

@@ -67,13 +67,15 @@ public:
         m_grid.field.cellStart.push_back(0);
     }
 
-    void addFace(std::span<const Vector3> polygon) {
+    /// @param origin where the face's cells come from
+    void addFace(std::span<const Vector3> polygon, const CellOrigin& origin) {
         const Vector3 area = areaVector(polygon);
         const double size = length(area);
         if (!(size > 0.0)) {
             ++m_grid.emptyFaces;
             return;
         }
+        m_origin = origin;
         const Vector3 normal = area * (1.0 / size);
         if (const QuadCells cells(polygon, area, m_options.spacing); cells.any()) {
             cutQuad(polygon, normal, cells);
@@ -90,7 +92,10 @@ public:
         }
     }
 
-    SensorGrid result() && { return std::move(m_grid); }
+    SensorGrid result(const Mesh& mesh) && {
+        m_grid.field.names = mesh.names;
+        return std::move(m_grid);
+    }
 
 private:
     void addCell(std::span<const Vector3> cell, const Vector3& centre, const Vector3& normal) {
@@ -99,6 +104,7 @@ private:
         field.normals.push_back(normal);
         field.corners.insert(field.corners.end(), cell.begin(), cell.end());
         field.cellStart.push_back(static_cast<std::uint32_t>(field.corners.size()));
+        field.origins.push_back(m_origin);
     }
 
     void cutTriangle(const Triangle& whole, const Vector3& normal) {
@@ -195,6 +201,7 @@ private:
 
     SensorGridOptions m_options;
     SensorGrid m_grid;
+    CellOrigin m_origin; ///< of the face that is being cut
     std::vector<Triangle> m_open;
 };
 
@@ -252,9 +259,12 @@ SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces
     Cutter cutter(options);
     std::vector<Vector3> polygon;
     for (const std::uint32_t index : faces) {
-        cutter.addFace(polygonOf(mesh, mesh.faces[index], polygon));
+        const Mesh::Face& face = mesh.faces[index];
+        const std::uint32_t object = face.object != Mesh::unnamed ? face.object : face.group;
+        cutter.addFace(polygonOf(mesh, face, polygon),
+                       {.face = index, .object = object, .material = face.material});
     }
-    return std::move(cutter).result();
+    return std::move(cutter).result(mesh);
 }
 
 std::vector<float> cellAreas(const SensorField& field) {

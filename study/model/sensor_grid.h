@@ -36,7 +36,8 @@ INSOLATE_STUDY_EXPORT double estimatedSensorCount(const Mesh& mesh, std::span<co
 /// than half as wide as the narrowest one there was (Rosenberg and Stenger 1975, Mathematics of
 /// Computation 29, 390-395), so no slivers arise. What is no wider than half the spacing, a needle
 /// or a flat triangle, is sliced across instead.
-/// The order of the sensors is the order of the faces.
+/// The order of the sensors is the order of the faces; each knows the face that it comes from, with
+/// its object and material.
 INSOLATE_STUDY_EXPORT SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
                           const SensorGridOptions& options);
 

@@ -91,6 +91,25 @@ TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
     }
 }
 
+TEST(SensorGrid, CellsKnowTheirFaceObjectAndMaterial) {
+    Mesh mesh = meshOf({{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}},
+                        {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}},
+                        {{0, 0, 0}, {4, 0, 0}, {4, 2, 0}, {0, 2, 0}}});
+    mesh.faces[0].group = mesh.nameIndex("yard");
+    mesh.faces[2].object = mesh.nameIndex("house");
+    mesh.faces[2].group = mesh.nameIndex("wing");
+    mesh.faces[2].material = mesh.nameIndex("tile");
+    const SensorField field = cutIntoSensors(mesh, std::array{2U, 1U, 0U}, {.spacing = 2.0}).field;
+    std::vector<std::string> found;
+    for (const CellOrigin& origin : field.origins) {
+        const auto name = [&](std::uint32_t i) {
+            return i == CellOrigin::unnamed ? "-" : field.names.at(i);
+        };
+        found.push_back(std::to_string(origin.face) + name(origin.object) + name(origin.material));
+    }
+    EXPECT_THAT(found, testing::ElementsAre("2housetile", "2housetile", "0yard-"));
+}
+
 TEST(SensorGrid, LeavesOutFacesWithoutAreaAndTreatsWarpedQuadsAsTriangles) {
     const Mesh mesh = meshOf({{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}},
                               {{3, 3, 3}, {3, 3, 3}, {3, 3, 3}, {3, 3, 3}},
