@@ -1,16 +1,10 @@
 #include "study/model/mesh.h"
 
-#include "study/support/closest_name.h"
-#include "study/support/errors.h"
-#include "study/support/numbers.h"
-
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <numeric>
 #include <utility>
-
-#include <fmt/format.h>
 
 namespace insolate::study {
 
@@ -369,6 +363,14 @@ std::uint32_t Mesh::nameIndex(const std::string& name) {
     return entry->second;
 }
 
+std::span<const Vector3> Mesh::polygonOf(const Face& face, std::vector<Vector3>& polygon) const {
+    polygon.clear();
+    for (const std::uint32_t corner : cornersOf(face)) {
+        polygon.push_back(vertices[corner]);
+    }
+    return polygon;
+}
+
 double dot(const Vector3& a, const Vector3& b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
@@ -422,85 +424,12 @@ void appendTriangles(const Mesh& mesh, Scene& scene) {
             }
             continue;
         }
-        polygon.clear();
-        for (const std::uint32_t corner : corners) {
-            polygon.push_back(mesh.vertices[corner]);
-        }
-        for (const auto& triangle : triangulate(polygon)) {
+        for (const auto& triangle : triangulate(mesh.polygonOf(face, polygon))) {
             for (const std::uint32_t corner : triangle) {
                 scene.vertices.push_back(polygon[corner]);
             }
         }
     }
-}
-
-namespace {
-
-bool markNamed(const Mesh& mesh, std::string_view name, std::vector<bool>& marks) {
-    const auto found = std::find(mesh.names.begin(), mesh.names.end(), name);
-    if (found == mesh.names.end()) {
-        return false;
-    }
-    marks[static_cast<std::size_t>(found - mesh.names.begin())] = true;
-    return true;
-}
-
-/// What can be selected, as the end of a message about a name that cannot.
-std::string choiceOf(const Mesh& mesh, std::string_view name) {
-    if (mesh.names.empty()) {
-        return "; the model has no names: leave --select out to take every face";
-    }
-    std::string close = didYouMean(name, mesh.names);
-    if (!close.empty()) {
-        return close;
-    }
-    constexpr std::size_t most = 12;
-    std::string known;
-    for (std::size_t i = 0; i < std::min(mesh.names.size(), most); ++i) {
-        known += (i == 0 ? "; choose from " : ", ") + quoteText(mesh.names[i]);
-    }
-    return mesh.names.size() > most ? known + fmt::format(" and {} more", mesh.names.size() - most)
-                                    : known;
-}
-
-} // namespace
-
-std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
-                                       const std::string& source) {
-    std::vector<std::uint32_t> selected;
-    if (names.empty()) {
-        selected.resize(mesh.faces.size());
-        std::iota(selected.begin(), selected.end(), 0U);
-        return selected;
-    }
-    std::vector<bool> wanted(mesh.names.size(), false);
-    for (const std::string& name : names) {
-        if (!markNamed(mesh, name, wanted)) {
-            // Where no name is the whole text, it is a list of names.
-            std::string_view rest = name;
-            do {
-                const std::string part(trimmed(rest.substr(0, rest.find(','))));
-                if (!markNamed(mesh, part, wanted)) {
-                    throw DataError(fmt::format("{}: no object, group or material is called {}{}",
-                                                source, quoteText(part), choiceOf(mesh, part)));
-                }
-                rest.remove_prefix(std::min(rest.find(','), rest.size() - 1) + 1);
-            } while (!rest.empty());
-        }
-    }
-    const auto matches = [&](std::uint32_t name) { return name != Mesh::unnamed && wanted[name]; };
-    for (std::uint32_t i = 0; i < mesh.faces.size(); ++i) {
-        const Mesh::Face& face = mesh.faces[i];
-        if (matches(face.object) || matches(face.group) || matches(face.material)) {
-            selected.push_back(i);
-        }
-    }
-    if (selected.empty()) {
-        throw DataError(fmt::format("{}: the selection holds no face; choose another name or leave "
-                                    "--select out to take every face",
-                                    source));
-    }
-    return selected;
 }
 
 } // namespace insolate::study

@@ -35,6 +35,8 @@ struct INSOLATE_STUDY_EXPORT Mesh {
     [[nodiscard]] std::span<const std::uint32_t> cornersOf(const Face& face) const {
         return {corners.data() + face.firstCorner, face.cornerCount};
     }
+    /// The places of the face's corners; the vector holds them and may be used again.
+    std::span<const Vector3> polygonOf(const Face& face, std::vector<Vector3>& polygon) const;
     /// The index of the name in names, appended when it is new; empty text is unnamed.
     std::uint32_t nameIndex(const std::string& name);
 
@@ -66,10 +68,8 @@ INSOLATE_STUDY_EXPORT std::vector<std::array<std::uint32_t, 3>> triangulate(std:
 /// Appends the mesh's triangles to the scene.
 INSOLATE_STUDY_EXPORT void appendTriangles(const Mesh& mesh, Scene& scene);
 
-/// The faces whose object, group or material has one of the names; all faces when no name is
-/// given. A text that is no name may be several, separated by commas.
-/// @param source what a message names as the origin of the mesh
-/// @throws DataError listing the names there are when a name matches nothing
+/// The faces that the patterns take (study/model/selection.h), all faces when none is given.
+/// @throws DataError when a pattern matches nothing
 INSOLATE_STUDY_EXPORT std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
                                        const std::string& source);
 

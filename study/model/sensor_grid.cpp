@@ -220,15 +220,6 @@ double estimatedCells(const Triangle& triangle, double spacing) {
     return loss * std::max({1.0, 1.3 * area, 0.75 * longest});
 }
 
-std::vector<Vector3>& polygonOf(const Mesh& mesh, const Mesh::Face& face,
-                                std::vector<Vector3>& polygon) {
-    polygon.clear();
-    for (const std::uint32_t corner : mesh.cornersOf(face)) {
-        polygon.push_back(mesh.vertices[corner]);
-    }
-    return polygon;
-}
-
 } // namespace
 
 double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
@@ -236,7 +227,7 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
     double count = 0.0;
     std::vector<Vector3> polygon;
     for (const std::uint32_t index : faces) {
-        polygonOf(mesh, mesh.faces[index], polygon);
+        mesh.polygonOf(mesh.faces[index], polygon);
         const Vector3 whole = areaVector(polygon);
         if (!(length(whole) > 0.0)) {
             continue;
@@ -261,7 +252,7 @@ SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces
     for (const std::uint32_t index : faces) {
         const Mesh::Face& face = mesh.faces[index];
         const std::uint32_t object = face.object != Mesh::unnamed ? face.object : face.group;
-        cutter.addFace(polygonOf(mesh, face, polygon),
+        cutter.addFace(mesh.polygonOf(face, polygon),
                        {.face = index, .object = object, .material = face.material});
     }
     return std::move(cutter).result(mesh);

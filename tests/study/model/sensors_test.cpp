@@ -2,6 +2,7 @@
 #include "study/model/sensor_grid.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
+#include "tests/study/support/test_mesh.h"
 
 #include <gmock/gmock.h>
 
@@ -11,21 +12,9 @@
 namespace insolate::study {
 namespace {
 
+using test::meshOf;
 using test::StudyFolder;
 using testing::HasSubstr;
-
-Mesh meshOf(const std::vector<std::vector<Vector3>>& polygons) {
-    Mesh mesh;
-    for (const auto& polygon : polygons) {
-        mesh.faces.push_back({.firstCorner = static_cast<std::uint32_t>(mesh.corners.size()),
-                              .cornerCount = static_cast<std::uint32_t>(polygon.size())});
-        for (const Vector3& p : polygon) {
-            mesh.corners.push_back(static_cast<std::uint32_t>(mesh.vertices.size()));
-            mesh.vertices.push_back(p);
-        }
-    }
-    return mesh;
-}
 
 SensorGrid cutAll(const Mesh& mesh, const SensorGridOptions& options) {
     return cutIntoSensors(mesh, selectFaces(mesh, {}, "test"), options);
