@@ -1,5 +1,7 @@
 #include "study/model/sensor_grid.h"
 
+#include "study/model/polygon_rings.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -220,6 +222,17 @@ double estimatedCells(const Triangle& triangle, double spacing) {
     return loss * std::max({1.0, 1.3 * area, 0.75 * longest});
 }
 
+/// The face as it is cut. Corners on straight edges, and the corner that happens to be listed first,
+/// decide nothing.
+std::span<const Vector3> outlineOf(const Mesh& mesh, const Mesh::Face& face,
+                                   std::vector<Vector3>& polygon) {
+    mesh.polygonOf(face, polygon);
+    if (polygon.size() > 4) {
+        polygon = simplified(polygon);
+    }
+    return polygon;
+}
+
 } // namespace
 
 double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
@@ -227,7 +240,7 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
     double count = 0.0;
     std::vector<Vector3> polygon;
     for (const std::uint32_t index : faces) {
-        mesh.polygonOf(mesh.faces[index], polygon);
+        outlineOf(mesh, mesh.faces[index], polygon);
         const Vector3 whole = areaVector(polygon);
         if (!(length(whole) > 0.0)) {
             continue;
@@ -252,7 +265,7 @@ SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces
     for (const std::uint32_t index : faces) {
         const Mesh::Face& face = mesh.faces[index];
         const std::uint32_t object = face.object != Mesh::unnamed ? face.object : face.group;
-        cutter.addFace(mesh.polygonOf(face, polygon),
+        cutter.addFace(outlineOf(mesh, face, polygon),
                        {.face = index, .object = object, .material = face.material});
     }
     return std::move(cutter).result(mesh);
