@@ -222,8 +222,8 @@ double estimatedCells(const Triangle& triangle, double spacing) {
     return loss * std::max({1.0, 1.3 * area, 0.75 * longest});
 }
 
-/// The face as it is cut. Corners on straight edges, and the corner that happens to be listed first,
-/// decide nothing.
+/// The face as it is cut. Corners on straight edges, and the corner that happens to be listed
+/// first, decide nothing.
 std::span<const Vector3> outlineOf(const Mesh& mesh, const Mesh::Face& face,
                                    std::vector<Vector3>& polygon) {
     mesh.polygonOf(face, polygon);
