@@ -383,7 +383,7 @@ void denseScenes(const std::string& folder) {
             }
             std::vector<SensorResult> results(sensors);
             const auto start = std::chrono::steady_clock::now();
-            analysis.evaluate(index, list, results);
+            analysis.evaluate(index, list, results, {.threads = 1});
             const std::chrono::duration<double, std::micro> time =
                 std::chrono::steady_clock::now() - start;
             Errors skyErrors;

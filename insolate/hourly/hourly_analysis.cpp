@@ -5,10 +5,15 @@
 #include <insolate/hourly/peak_hours.h>
 #include <insolate/hourly/sensor_rays.h>
 #include <insolate/hourly/shadow_edges.h>
+#include <insolate/platform/processor_count.h>
+
+#include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/task_arena.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <mutex>
 #include <numbers>
 #include <optional>
 #include <utility>
@@ -37,6 +42,10 @@ constexpr float smallPart = 0.1f;
 /// as much again.
 constexpr float lightCell = 0.0016f;
 constexpr float lightCellUpwards = 0.0008f;
+
+/// Sensors that a thread evaluates in one go: a few milliseconds, far above what it costs to hand
+/// them out, and often enough for a progress bar.
+constexpr std::size_t sensorsPerBlock = 64;
 
 constexpr std::uint64_t everySecond = 0x5555555555555555U;
 
@@ -542,12 +551,47 @@ SensorResult HourlyAnalysis::evaluate(const OcclusionIndex& scene, const Sensor&
     return evaluate(rays, sensor, hours);
 }
 
-void HourlyAnalysis::evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
-                              std::span<SensorResult> results) const {
+bool HourlyAnalysis::evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
+                              std::span<SensorResult> results, const EvaluateOptions& options,
+                              std::span<SensorHours> hours) const {
     FastRayTransparency rays(scene);
-    for (std::size_t i = 0; i < std::min(sensors.size(), results.size()); ++i) {
-        results[i] = evaluate(rays, sensors[i]);
+    return evaluate(rays, sensors, results, options, hours);
+}
+
+bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, std::span<const Sensor> sensors,
+                              std::span<SensorResult> results, const EvaluateOptions& options,
+                              std::span<SensorHours> hours) const {
+    const std::size_t count = std::min(sensors.size(), results.size());
+    std::size_t finished = 0;
+    std::mutex reporting; // guards finished, and keeps the reports apart
+    const auto evaluateBlock = [&](std::size_t block) {
+        const std::size_t first = block * sensorsPerBlock;
+        const std::size_t end = std::min(first + sensorsPerBlock, count);
+        std::size_t next = first;
+        for (; next < end && !options.stop.stop_requested(); ++next) {
+            results[next] =
+                evaluate(rays, sensors[next], next < hours.size() ? &hours[next] : nullptr);
+        }
+        if (next > first) {
+            const std::lock_guard lock(reporting);
+            finished += next - first;
+            if (options.progress) {
+                options.progress(next - first);
+            }
+        }
+    };
+    const std::size_t blocks = (count + sensorsPerBlock - 1) / sensorsPerBlock;
+    const int threads =
+        options.threads > 0 ? std::min(options.threads, processorCount()) : processorCount();
+    if (threads == 1 || blocks < 2) {
+        for (std::size_t block = 0; block < blocks; ++block) {
+            evaluateBlock(block);
+        }
+    } else {
+        tbb::task_arena arena(threads);
+        arena.execute([&] { tbb::parallel_for(std::size_t{0}, blocks, evaluateBlock); });
     }
+    return finished == count;
 }
 
 } // namespace insolate

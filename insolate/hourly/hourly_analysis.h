@@ -20,8 +20,11 @@
 #include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/ray_transparency.h>
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <span>
+#include <stop_token>
 #include <vector>
 
 namespace insolate {
@@ -81,6 +84,19 @@ struct SensorHours {
     std::vector<float> ground;
 };
 
+/// How many sensors at once are evaluated. The results are the same bytes whatever is chosen.
+struct EvaluateOptions {
+    /// Threads that share the work, the caller's included; 0, and more than there are processors,
+    /// takes one for each processor. 1 stays on the caller's thread.
+    int threads = 0;
+    /// Called with the number of sensors that were finished since the last call, some dozens at a
+    /// time; over a run that finishes these numbers add up to all sensors. Calls come from any of
+    /// the threads, never two at once.
+    std::function<void(std::size_t finished)> progress = {};
+    /// Asked before each sensor; those that have begun are finished.
+    std::stop_token stop = {};
+};
+
 class INSOLATE_EXPORT HourlyAnalysis {
 public:
     /// Takes the sky over. An invalid sky gives results of 0.
@@ -95,16 +111,28 @@ public:
     SensorResult evaluate(const OcclusionIndex& scene, const Sensor& sensor,
                           SensorHours* hours = nullptr) const;
 
-    /// The same for each sensor; results holds as many elements as sensors (the shorter one
-    /// counts).
-    void evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
-                  std::span<SensorResult> results) const;
-
     /// Through any ray caster, with its transparencies and its choice of one or two sides. Casters
     /// that offer SkyVisibilityQuery are asked for whole skies. As safe on threads as the caster
     /// is.
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
                           SensorHours* hours = nullptr) const;
+
+    /// The same for many sensors, in parallel. results[i] is that of sensors[i], and hours[i],
+    /// where there is such an element, gets its hours (105 kB a sensor); the shorter of sensors and
+    /// results counts.
+    ///
+    /// Gives true when every sensor was evaluated, false when a stop came before: the elements of
+    /// the sensors left out are then as the caller gave them. What the ray caster or the progress
+    /// function throws ends the run and is passed on.
+    bool evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
+                  std::span<SensorResult> results, const EvaluateOptions& options = {},
+                  std::span<SensorHours> hours = {}) const;
+
+    /// The same through any ray caster. All threads share it: one that is not safe on threads takes
+    /// options.threads = 1.
+    bool evaluate(GetTransparencyValueOnRay& rays, std::span<const Sensor> sensors,
+                  std::span<SensorResult> results, const EvaluateOptions& options = {},
+                  std::span<SensorHours> hours = {}) const;
 
 private:
     struct Prepared;

@@ -8,8 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <numeric>
 #include <random>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <utility>
@@ -517,6 +520,53 @@ TEST(HourlyAnalysis, RunsBesideOthers) {
         }
     }
     setSimdLevel(availableSimdLevels().back());
+}
+
+// Many sensors at once: the bytes of one after the other on every number of threads, all of them
+// counted, and none begun after a stop.
+TEST(HourlyAnalysis, SharesSensorsAmongThreads) {
+    std::vector<double> wall;
+    addBox(wall, {-50, 3, 0}, {50, 5, 9});
+    const OcclusionIndex scene(wall);
+    std::vector<Sensor> sensors;
+    for (int i = 0; i < 300; ++i) {
+        sensors.push_back({{0.1f * static_cast<float>(i) - 20.0f, 0.0f, 0.1f},
+                           test::narrowed(test::direction(27.0 * i, 3.0 * (i % 60) - 90.0))});
+    }
+    const HourlyAnalysis analysis(chicagoSky());
+    SensorHours hoursOfFirst;
+    for (const int threads : {1, 2}) {
+        std::vector<SensorResult> results(sensors.size());
+        std::vector<SensorHours> hours(1);
+        std::size_t reported = 0;
+        EXPECT_TRUE(analysis.evaluate(
+            scene, sensors, results,
+            {.threads = threads, .progress = [&](std::size_t count) { reported += count; }},
+            hours));
+        EXPECT_EQ(reported, sensors.size());
+        for (std::size_t i = 0; i < sensors.size(); ++i) {
+            const SensorResult one =
+                analysis.evaluate(scene, sensors[i], i == 0 ? &hoursOfFirst : nullptr);
+            EXPECT_EQ(std::memcmp(&results[i], &one, sizeof(one)), 0) << threads << ' ' << i;
+        }
+        EXPECT_EQ(hours[0].sky, hoursOfFirst.sky);
+
+        std::stop_source stop;
+        reported = 0;
+        results.assign(sensors.size(), SensorResult{.total = -1.0f});
+        EXPECT_FALSE(analysis.evaluate(scene, sensors, results,
+                                       {.threads = threads,
+                                        .progress =
+                                            [&](std::size_t count) {
+                                                reported += count;
+                                                stop.request_stop();
+                                            },
+                                        .stop = stop.get_token()}));
+        EXPECT_EQ(std::ranges::count_if(
+                      results, [](const SensorResult& result) { return result.total >= 0.0f; }),
+                  static_cast<std::ptrdiff_t>(reported));
+        EXPECT_LT(reported, sensors.size());
+    }
 }
 
 } // namespace
