@@ -167,18 +167,21 @@ TEST(MaskArithmetic, SharesWhatEqualNormalsHaveInCommon) {
 }
 
 TEST(MaskArithmetic, TakesEachIncidenceToTheLastBitFromItsTable) {
-    // A single cell with light is the whole sum. Some 20,000 units from the origin angles differ by
-    // a hundred steps and more, as many as the tables' series reach.
+    // A single cell with light is the whole sum. Coordinates of other powers of two round
+    // otherwise: angles differ by up to a few hundred steps, as many as the tables' series reach.
     const auto directions = insolate::allCellDirections();
     const XYZf normal = {30, -20, 70};
     std::mt19937 random(42);
-    std::uniform_real_distribution<float> place(-20000, 20000);
+    std::uniform_real_distribution<float> power(9.0f, 14.6f);
+    const auto place = [&] {
+        return (random() % 2 == 0 ? 1.0f : -1.0f) * std::exp2(power(random));
+    };
     const insolate::SimdLevel before = insolate::simdLevel();
     for (const insolate::SimdLevel level : insolate::availableSimdLevels()) {
         insolate::setSimdLevel(level);
         forgetNormal();
         for (int i = 0; i < 20; ++i) {
-            const XYZf point = {place(random), place(random), place(random)};
+            const XYZf point = {place(), place(), place()};
             const insolate::MaskSurface surface(point, normal, true);
             std::array<std::uint8_t, 1296> exposure;
             std::array<std::uint8_t, 1296> incidence;
