@@ -368,9 +368,9 @@ TEST(OcclusionIndex, IsTheSameWhateverTheThreadsAndSurvivesAMove) {
     const OcclusionIndex serial(scene.coordinates, {.parallel = false});
     OcclusionIndex source(scene.coordinates);
     const OcclusionIndex parallel = std::move(source);
-    EXPECT_EQ(source.triangleCount(), 0U); // NOLINT(bugprone-use-after-move)
-    EXPECT_FALSE(source.isOccluded(scene.sensors[0], {0, 0, -1}));
-    EXPECT_EQ(source.visibleSky({0, 0, 0}, SkyDirections(centres())).count(), skyGrid::cellCount);
+    EXPECT_FALSE(
+        source.isOccluded(scene.sensors[0], {0, 0, -1})); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(source.triangleCount(), 0U);
     EXPECT_EQ(serial.memoryBytes(), parallel.memoryBytes());
     EXPECT_LE(serial.memoryBytes(), 250 * scene.triangleCount());
     const SkyDirections directions(centres());

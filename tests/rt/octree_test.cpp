@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -96,31 +94,13 @@ void fillPlainly(const RT::InputPackage& package, PlainNode& node, PlainNode& ch
     }
 }
 
-/// The first of equal triangles, which stands for all, and by triangle how many it stands for.
-struct Copies {
-    explicit Copies(const Scene& scene) : weight(scene.size() / 9, 0) {
-        std::map<std::vector<std::uint64_t>, std::size_t> known;
-        for (std::size_t i = 0; i < weight.size(); ++i) {
-            std::vector<std::uint64_t> bits(9);
-            std::memcpy(bits.data(), &scene[9 * i], 9 * sizeof(double));
-            const auto [place, isFirst] = known.emplace(std::move(bits), i);
-            ++weight[place->second];
-            if (isFirst) {
-                first.push_back(static_cast<std::int32_t>(i));
-            }
-        }
-    }
-    std::vector<std::int32_t> first;
-    std::vector<int> weight;
-};
-
 /// Compares a tree with its definition node by node; on a difference says where.
 testing::AssertionResult isAsDefined(const RT::SpatialTree& node, PlainNode plain,
-                                     const Copies& copies, int maxDepth, int depth = 1,
+                                     const DistinctTriangles& distinct, int maxDepth, int depth = 1,
                                      const std::string& path = "root") {
     int weight = 0;
     for (const std::int32_t index : plain.triangles) {
-        weight += copies.weight[static_cast<std::size_t>(index)];
+        weight += distinct.weight(static_cast<std::size_t>(index));
     }
     const bool isLeaf = weight < 12 || depth > maxDepth;
     if (node.depth != depth || node.isLeaf != isLeaf || node.boxMin != plain.boxMin ||
@@ -151,7 +131,7 @@ testing::AssertionResult isAsDefined(const RT::SpatialTree& node, PlainNode plai
         if (child.parent != &node || child.package != node.package) {
             return testing::AssertionFailure() << "unlinked node: " << below;
         }
-        if (auto result = isAsDefined(child, expected, copies, maxDepth, depth + 1, below);
+        if (auto result = isAsDefined(child, expected, distinct, maxDepth, depth + 1, below);
             !result) {
             return result;
         }
@@ -210,17 +190,17 @@ TEST(Octree, IsTheOneItsDefinitionGives) {
         SCOPED_TRACE(name);
         const RT::InputPackage& package = loadScene(scene, inflate);
         const int limit = insolate::depthLimit(package.triangleCount);
-        const Copies copies(scene);
-        const PlainNode root{package.boxMin, package.boxMax, copies.first,
-                             static_cast<std::int32_t>(copies.first.size())};
+        const DistinctTriangles distinct(package);
+        const PlainNode root{package.boxMin, package.boxMax, distinct.first,
+                             static_cast<std::int32_t>(distinct.first.size())};
         RT::SpatialTreeUtil::GenerateSpatialTree();
         EXPECT_EQ(RT::SpatialTree::maxDepth, limit);
-        EXPECT_TRUE(isAsDefined(*RT::SpatialTree::root, root, copies, limit));
+        EXPECT_TRUE(isAsDefined(*RT::SpatialTree::root, root, distinct, limit));
         for (const std::size_t threads : {std::size_t{1}, std::size_t{8}}) {
             const tbb::global_control control(tbb::global_control::max_allowed_parallelism,
                                               threads);
             const Octree tree(package);
-            EXPECT_TRUE(isAsDefined(tree.root(), root, copies, limit)) << threads << " threads";
+            EXPECT_TRUE(isAsDefined(tree.root(), root, distinct, limit)) << threads << " threads";
         }
     }
 }
@@ -233,14 +213,13 @@ TEST(Octree, DepthLimitLeavesThreeLevelsToSpare) {
 }
 
 TEST(Octree, TakesThousandsOfCopiesLikeOne) {
-    // Each copy reaches some 20,000 boxes.
-    Scene scene = randomScene(30, 5, 13);
-    const Scene copies = copiesOf(5000, {0, 0, 1}, {100, 0, 2}, {0, 100, 50});
-    scene.insert(scene.end(), copies.begin(), copies.end());
-    loadScene(scene);
-    RT::SpatialTreeUtil::GenerateSpatialTree();
-    EXPECT_EQ(RT::SpatialTree::root->triangleCount, 31);
-    EXPECT_EQ(RT::SpatialTree::maxDepth, 7);
+    Scene scene = copiesOf(5000, {0, 0, 1}, {100, 0, 2}, {0, 100, 50});
+    addTriangle(scene, {100, 0, 2}, {0, 100, 50}, {0, 0, 1}); // other corners first: no copy
+    addTriangle(scene, {0, 0, 1}, {100, 0, 2}, {0, 100, 50});
+    const DistinctTriangles distinct(loadScene(scene));
+    EXPECT_EQ(distinct.first, (std::vector<std::int32_t>{0, 5000}));
+    EXPECT_EQ(distinct.weight(0), 5001);
+    EXPECT_EQ(distinct.weight(5000), 1);
 }
 
 } // namespace
