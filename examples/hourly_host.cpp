@@ -35,14 +35,16 @@ int calculate(const char* weatherFile, const char* modelFile, double north) {
     study::Scene scene;
     study::appendTriangles(mesh, scene);
     const study::SensorField field =
-        study::cutIntoSensors(mesh, study::selectFaces(mesh, {}, modelFile), {.spacing = 2.0}).field;
+        study::cutIntoSensors(mesh, study::selectFaces(mesh, {}, modelFile), {.spacing = 2.0})
+            .field;
 
     // Rays are single precision: model and sensors move to the middle of both.
     const study::Recentring recentring(scene, field);
     const OcclusionIndex rays(recentring.coordinates(scene));
     std::vector<Sensor> sensors;
     for (std::size_t i = 0; i < field.size(); ++i) {
-        sensors.push_back({recentring.local(field.positions[i]), study::narrowed(field.normals[i])});
+        sensors.push_back(
+            {recentring.local(field.positions[i]), study::narrowed(field.normals[i])});
     }
 
     // All sensors, on all processors.

@@ -1,5 +1,5 @@
-/// The whole public interface of the study library in one include: models, sensors, weather, studies
-/// and the files that they leave.
+/// The whole public interface of the study library in one include: models, sensors, weather,
+/// studies and the files that they leave.
 #pragma once
 
 #include <study/files/output_folder.h>

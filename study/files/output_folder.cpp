@@ -134,7 +134,8 @@ void OutputFile::finish() {
 }
 
 void OutputFile::fail(int reason) const {
-    throw OutputError(m_shownName + ": cannot be written: " + reasonText(reason) + remedyFor(reason));
+    throw OutputError(m_shownName + ": cannot be written: " + reasonText(reason) +
+                      remedyFor(reason));
 }
 
 OutputFolder::OutputFolder(const fs::path& folder, std::string onlyFile)

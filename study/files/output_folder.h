@@ -93,8 +93,8 @@ public:
     OutputFolder& operator=(const OutputFolder&) = delete;
 
     /// Refuses, before the work, results that would replace what is not a result: an input of this
-    /// run (the same file, by whatever name), a file that somebody else wrote, a folder. Empty files
-    /// are free.
+    /// run (the same file, by whatever name), a file that somebody else wrote, a folder. Empty
+    /// files are free.
     /// @throws OutputError with the way out
     void requireFree(std::span<const ResultName> results,
                      std::span<const std::filesystem::path> inputs = {}) const;

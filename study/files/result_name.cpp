@@ -16,8 +16,8 @@ std::string bytesOf(const std::filesystem::path& file, std::size_t size, bool fr
         return {};
     }
     const std::uintmax_t length = std::filesystem::file_size(file, problem);
-    std::string bytes(problem ? 0 : static_cast<std::size_t>(std::min<std::uintmax_t>(length, size)),
-                      '\0');
+    std::string bytes(
+        problem ? 0 : static_cast<std::size_t>(std::min<std::uintmax_t>(length, size)), '\0');
     std::ifstream in(file, std::ios::binary);
     if (fromEnd) {
         in.seekg(static_cast<std::streamoff>(length - bytes.size()));

@@ -63,7 +63,8 @@ INSOLATE_STUDY_EXPORT Vector3 areaVector(std::span<const Vector3> polygon);
 
 /// Splits a simple polygon into triangles by cutting ears; corner numbers, three per triangle.
 /// A polygon that winds into itself still gives its corner count less two triangles.
-INSOLATE_STUDY_EXPORT std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> polygon);
+INSOLATE_STUDY_EXPORT std::vector<std::array<std::uint32_t, 3>>
+triangulate(std::span<const Vector3> polygon);
 
 /// Appends the mesh's triangles to the scene.
 INSOLATE_STUDY_EXPORT void appendTriangles(const Mesh& mesh, Scene& scene);

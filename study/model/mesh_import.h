@@ -32,7 +32,8 @@ INSOLATE_STUDY_EXPORT Vector3 toModelAxes(const Vector3& point, double scale, Up
 /// Reads a model: node transforms applied, names kept, lines and points left out.
 /// @throws DataError when it cannot be opened or read, has no faces, or holds coordinates that are
 ///         not finite numbers
-INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options);
+INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file,
+                                      const MeshImportOptions& options);
 
 /// The second half of the import: metres, z up, every coordinate checked.
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);

@@ -14,6 +14,7 @@ namespace insolate::study {
 /// many fields as the first. A first line without any number is a header; empty lines and lines
 /// that begin with # are passed over. Normals need not have unit length.
 /// @throws DataError with file and line on anything else
-INSOLATE_STUDY_EXPORT SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up);
+INSOLATE_STUDY_EXPORT SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit,
+                                                UpAxis up);
 
 } // namespace insolate::study

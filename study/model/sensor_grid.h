@@ -26,8 +26,9 @@ struct SensorGrid {
 };
 
 /// How many sensors the cutting will give, within a factor of two and a half, without doing it.
-INSOLATE_STUDY_EXPORT double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
-                            const SensorGridOptions& options);
+INSOLATE_STUDY_EXPORT double estimatedSensorCount(const Mesh& mesh,
+                                                  std::span<const std::uint32_t> faces,
+                                                  const SensorGridOptions& options);
 
 /// Cuts the faces. A convex flat quadrilateral becomes rows and columns of quadrilaterals, unless
 /// they would be far more than its area and outline ask for. Any other face becomes triangles, each

@@ -194,8 +194,8 @@ Camera fitCamera(const Scene& scene, const SensorField& field, const CameraOptio
         addPoints(scene.vertices, camera.projection, camera.frame);
     } else if (!field.hasCells()) {
         constexpr double leastMargin = 5.0; // metres: a single point is shown in its surroundings
-        camera.frame.grow(std::max(
-            0.1 * std::max(camera.frame.width(), camera.frame.height()), leastMargin));
+        camera.frame.grow(
+            std::max(0.1 * std::max(camera.frame.width(), camera.frame.height()), leastMargin));
     }
     return camera;
 }

@@ -56,9 +56,10 @@ struct Camera {
 };
 
 struct CameraOptions {
-    std::optional<PictureView> view; ///< absent: from above, of ten bearings the one that shows most
-    double north = 0.0;              ///< as for Projection
-    double aspect = 1.6;             ///< width / height of the sheet
+    std::optional<PictureView>
+        view;            ///< absent: from above, of ten bearings the one that shows most
+    double north = 0.0;  ///< as for Projection
+    double aspect = 1.6; ///< width / height of the sheet
     std::span<const std::uint8_t> shown = {}; ///< 0 leaves a sensor out; empty: all
 };
 

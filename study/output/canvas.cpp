@@ -415,8 +415,8 @@ void Canvas::colorBar(const Rectangle& place, const ColorScale& scale,
     };
     // Below the bar, the mark repeated beside it: among the other numbers it would hide one.
     const double meanLine = bar.y + bar.height + 40.0 * m_unit;
-    text(bar.x + 6.0 * m_unit, meanLine, "mean " + numberText(scale.mean, step * 0.1), size, Align::left, true,
-         m_width - bar.x - 14.0 * m_unit);
+    text(bar.x + 6.0 * m_unit, meanLine, "mean " + numberText(scale.mean, step * 0.1), size,
+         Align::left, true, m_width - bar.x - 14.0 * m_unit);
     markAt(meanLine - 0.36 * size);
     if (scale.mean > scale.lowest && scale.mean < scale.highest) {
         markAt(heightOf(scale.mean));
@@ -469,9 +469,9 @@ void Canvas::finish() {
 }
 
 bool isOurPicture(const std::filesystem::path& file) {
-    const std::string begin = fileBeginning(file, pngHeaderSize + pngTextChunk().size());
+    const std::string begin = fileBeginning(file, 256);
     if (begin.starts_with("\x89PNG")) {
-        if (begin.ends_with(pngTextChunk())) {
+        if (begin.find(pngTextChunk()) == pngHeaderSize) {
             return true;
         }
         // Up to version 0.1 pictures had no mark; the summary beside them was ours then as now.

@@ -41,8 +41,8 @@ struct ColorScale {
 
 struct ColorScaleOptions {
     /// Ends in the column's unit; absent: the column's own, of differences the same to both sides.
-    std::optional<double> lowest;
-    std::optional<double> highest;
+    std::optional<double> lowest = {};
+    std::optional<double> highest = {};
     std::span<const float> weights = {}; ///< of the mean, one for each value; empty: all alike
     ColorScheme scheme = ColorScheme::sequential;
 };
@@ -93,11 +93,13 @@ public:
     /// beside it and its number below.
     void colorBar(const Rectangle& place, const ColorScale& scale, const ColorMap& colors) const;
 
-    /// Fills whole pixels of the sheet with an image of `detail` x `detail` pixels for each of them.
+    /// Fills whole pixels of the sheet with an image of `detail` x `detail` pixels for each of
+    /// them.
     /// @param fill receives the image's pixels and its row length in pixels
     void image(int x, int y, int width, int height, int detail,
                const std::function<void(std::span<std::uint32_t>, std::size_t)>& fill) const;
-    /// Pixels of an image that show as one pixel of the sheet: more where the sheet can be enlarged.
+    /// Pixels of an image that show as one pixel of the sheet: more where the sheet can be
+    /// enlarged.
     [[nodiscard]] int imageDetail() const { return m_format == PictureFormat::png ? 1 : 2; }
 
     /// Writes the file.

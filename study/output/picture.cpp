@@ -145,9 +145,7 @@ public:
 
 private:
     [[nodiscard]] std::size_t triangleCount() const { return m_subject.scene.triangleCount(); }
-    [[nodiscard]] std::size_t faceCount() const {
-        return triangleCount() + m_subject.field.size();
-    }
+    [[nodiscard]] std::size_t faceCount() const { return triangleCount() + m_subject.field.size(); }
 
     /// Some clock cycles each, so it is not asked for every small face.
     void askStop(std::size_t face) const {
@@ -268,10 +266,10 @@ struct ModelImage {
 
 ModelImage drawModel(const Subject& subject, const Camera& camera, int width, int height,
                      int detail, const std::stop_token& stop) {
-    // A second for 0.3e9 to 0.5e9, with 1.6 million cells in 160 layers on a busy core, where depths
-    // come from memory. The courtyard and the Lyon model take 0.012e9 at the default size, 2 million
-    // cells side by side 0.04e9: a fifth of this limit would still draw all models without overlaps,
-    // and four times as much takes longer than the calculation of their sensors.
+    // A second for 0.3e9 to 0.5e9, with 1.6 million cells in 160 layers on a busy core, where
+    // depths come from memory. The courtyard and the Lyon model take 0.012e9 at the default size, 2
+    // million cells side by side 0.04e9: a fifth of this limit would still draw all models without
+    // overlaps, and four times as much takes longer than the calculation of their sensors.
     constexpr double mostWork = 0.5e9;
     const double area = static_cast<double>(width) * height;
     // Discs that neither hide each other nor vanish.
@@ -305,8 +303,8 @@ ModelImage drawModel(const Subject& subject, const Camera& camera, int width, in
             image.buffer.keepSceneEdges();
             painter.drawCells(Surface::cellInFront);
         }
-        image.coloredShare = static_cast<double>(image.buffer.cellSamples()) /
-                             (area * samples * samples);
+        image.coloredShare =
+            static_cast<double>(image.buffer.cellSamples()) / (area * samples * samples);
         throwIfStopped(stop);
         image.buffer.darkenEdges();
         throwIfStopped(stop);
@@ -417,12 +415,11 @@ void drawSmallPlaces(const Canvas& canvas, const std::vector<SmallPlace>& places
 }
 
 /// An arrow to true north that lies on the ground of the model.
-void drawNorthArrow(const Canvas& canvas, const Camera& camera, double north, double x,
-                    double y) {
+void drawNorthArrow(const Canvas& canvas, const Camera& camera, double north, double x, double y) {
     cairo_t* const cr = canvas.context();
     if (std::abs(camera.view.altitude) < 8.0) { // the ground is a line
-        constexpr std::array<const char*, 8> names = {
-            "north", "north-east", "east", "south-east", "south", "south-west", "west", "north-west"};
+        constexpr std::array<const char*, 8> names = {"north", "north-east", "east", "south-east",
+                                                      "south", "south-west", "west", "north-west"};
         const double eighths = std::fmod(camera.view.azimuth + 360.0, 360.0) / 45.0;
         const bool named = std::abs(eighths - std::round(eighths)) < 0.01;
         canvas.setColor({0.13, 0.14, 0.16});
@@ -490,11 +487,10 @@ void drawScaleBar(const Canvas& canvas, double pixelsPerMetre, double x, double 
 }
 
 /// @throws UsageError when the ends of the colour scale are not in order
-void checkScale(const ColorScale& scale, const PictureOptions& options) {
-    const double low = options.scaleLowest.value_or(scale.lowest / scale.factor);
-    const double high = options.scaleHighest.value_or(scale.highest / scale.factor);
-    if ((options.scaleLowest || options.scaleHighest) &&
-        !(low < high && std::isfinite(low) && std::isfinite(high))) {
+void checkScale(const PictureOptions& options) {
+    const double low = options.scaleLowest.value_or(-std::numeric_limits<double>::max());
+    const double high = options.scaleHighest.value_or(std::numeric_limits<double>::max());
+    if (!(low < high && std::isfinite(low) && std::isfinite(high))) {
         throw UsageError(fmt::format("--scale {:g},{:g}: the first must be below the second; give "
                                      "the lower end first",
                                      low, high));
@@ -506,6 +502,7 @@ void checkScale(const ColorScale& scale, const PictureOptions& options) {
 std::size_t drawPicture(OutputFile& out, const Scene& scene, const SensorField& field,
                         const ResultColumn& column, const PictureOptions& options,
                         const std::stop_token& stop) {
+    checkScale(options);
     const int width = std::clamp(options.width, 400, 8000);
     const int height = std::clamp(options.height, 300, 8000);
     Canvas canvas(out, options.format, width, height, stop);
@@ -515,7 +512,6 @@ std::size_t drawPicture(OutputFile& out, const Scene& scene, const SensorField& 
                                               .highest = options.scaleHighest,
                                               .weights = options.areas,
                                               .scheme = options.colors});
-    checkScale(scale, options);
 
     const double top =
         canvas.heading(options.title.empty() ? column.title : options.title, options.subtitle);
@@ -524,12 +520,11 @@ std::size_t drawPicture(OutputFile& out, const Scene& scene, const SensorField& 
     const int areaWidth = std::max(static_cast<int>(width - left - 190.0 * u), 1);
     const int areaHeight = std::max(static_cast<int>(height - areaTop - 60.0 * u), 1);
 
-    const Camera camera =
-        fitCamera(scene, field,
-                  {.view = options.view,
-                   .north = options.north,
-                   .aspect = static_cast<double>(areaWidth) / areaHeight,
-                   .shown = options.shownSensors});
+    const Camera camera = fitCamera(scene, field,
+                                    {.view = options.view,
+                                     .north = options.north,
+                                     .aspect = static_cast<double>(areaWidth) / areaHeight,
+                                     .shown = options.shownSensors});
     std::string remark;
     std::size_t leftOut = 0;
     if (!camera.frame.isEmpty()) {
@@ -549,7 +544,8 @@ std::size_t drawPicture(OutputFile& out, const Scene& scene, const SensorField& 
         constexpr double almostNothing = 0.02;
         if (field.size() > 0 && !(image.coloredShare > 0.0)) {
             remark = "all that is coloured is hidden or seen from behind; choose another view";
-        } else if (field.hasCells() && image.coloredShare < almostNothing) {
+        }
+        if (field.hasCells() && image.coloredShare < almostNothing) {
             const double radius = 9.0 * u;
             const auto places = smallPlaces(subject, column, camera, placement, radius, stop);
             const Rectangle area{static_cast<double>(left), static_cast<double>(areaTop),

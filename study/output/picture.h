@@ -36,7 +36,7 @@ struct PictureOptions {
     std::optional<double> scaleLowest;
     std::optional<double> scaleHighest;
     ColorScheme colors = ColorScheme::sequential; ///< diverging for differences
-    std::span<const float> areas = {}; ///< of the cells, for the mean; empty: all alike
+    std::span<const float> areas = {};            ///< of the cells, for the mean; empty: all alike
     /// By sensor and by triangle of the scene: 0 leaves it out; empty: all are shown. Who knows the
     /// objects' names selects by them here.
     std::span<const std::uint8_t> shownSensors = {};
@@ -58,8 +58,9 @@ struct PictureOptions {
 /// @return how many faces were left out for that; the picture says it as well
 /// @throws UsageError for a scale whose ends are not in order, OutputError, and Stopped soon after
 ///         the token asks to stop
-INSOLATE_STUDY_EXPORT std::size_t drawPicture(OutputFile& out, const Scene& scene, const SensorField& field,
-                        const ResultColumn& column, const PictureOptions& options,
-                        const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT std::size_t drawPicture(OutputFile& out, const Scene& scene,
+                                              const SensorField& field, const ResultColumn& column,
+                                              const PictureOptions& options,
+                                              const std::stop_token& stop = {});
 
 } // namespace insolate::study

@@ -19,14 +19,16 @@ namespace insolate::study {
 /// same value; lines end with LF.
 /// @throws OutputError, and Stopped soon after the token asks to stop, as all writers here
 INSOLATE_STUDY_EXPORT void writeSensorsCsv(OutputFile& out, const SensorField& field,
-                     std::span<const ResultColumn> columns, const std::stop_token& stop = {});
+                                           std::span<const ResultColumn> columns,
+                                           const std::stop_token& stop = {});
 
 /// XML PolyData, raw appended, 64-bit sizes: the cells as polygons (vertices for sensors without
 /// cells) with the columns as cell data, the first one active, and the normals.
 /// @param provenance which weather, period, method and version made it; kept as field data
 INSOLATE_STUDY_EXPORT void writeSensorsVtp(OutputFile& out, const SensorField& field,
-                     std::span<const ResultColumn> columns, std::string_view provenance = {},
-                     const std::stop_token& stop = {});
+                                           std::span<const ResultColumn> columns,
+                                           std::string_view provenance = {},
+                                           const std::stop_token& stop = {});
 
 /// By the first line of the table: our coordinates and at least one result with its unit.
 INSOLATE_STUDY_EXPORT bool isOurSensorsCsv(const std::filesystem::path& file);

@@ -52,32 +52,32 @@ void fillCells(const Canvas& canvas, const Dome& dome, const ResultColumn& colum
         const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(sector, band));
         return colors(scale.placeOf(column.values[cell]));
     };
-    canvas.image(left, top, size, size, detail, [&](std::span<std::uint32_t> pixels,
-                                                    std::size_t stride) {
-        for (int row = 0; row < size * detail; ++row) {
-            throwIfStopped(stop);
-            for (int col = 0; col < size * detail; ++col) {
-                std::array<double, 3> sum = {};
-                for (int k = 0; k < sub * sub; ++k) {
-                    const int subColumn = k % sub;
-                    const int subRow = k / sub;
-                    const Color color =
-                        colorAt(left + (col + (subColumn + 0.5) / sub) / detail - dome.x,
-                                dome.y - (top + (row + (subRow + 0.5) / sub) / detail));
-                    sum[0] += color.red;
-                    sum[1] += color.green;
-                    sum[2] += color.blue;
+    canvas.image(
+        left, top, size, size, detail, [&](std::span<std::uint32_t> pixels, std::size_t stride) {
+            for (int row = 0; row < size * detail; ++row) {
+                throwIfStopped(stop);
+                for (int col = 0; col < size * detail; ++col) {
+                    std::array<double, 3> sum = {};
+                    for (int k = 0; k < sub * sub; ++k) {
+                        const int subColumn = k % sub;
+                        const int subRow = k / sub;
+                        const Color color =
+                            colorAt(left + (col + (subColumn + 0.5) / sub) / detail - dome.x,
+                                    dome.y - (top + (row + (subRow + 0.5) / sub) / detail));
+                        sum[0] += color.red;
+                        sum[1] += color.green;
+                        sum[2] += color.blue;
+                    }
+                    std::uint32_t pixel = 0xFFU;
+                    for (const double part : sum) {
+                        pixel = pixel << 8U |
+                                static_cast<std::uint32_t>(std::lround(part / (sub * sub) * 255.0));
+                    }
+                    pixels[static_cast<std::size_t>(row) * stride + static_cast<std::size_t>(col)] =
+                        pixel;
                 }
-                std::uint32_t pixel = 0xFFU;
-                for (const double part : sum) {
-                    pixel = pixel << 8U |
-                            static_cast<std::uint32_t>(std::lround(part / (sub * sub) * 255.0));
-                }
-                pixels[static_cast<std::size_t>(row) * stride + static_cast<std::size_t>(col)] =
-                    pixel;
             }
-        }
-    });
+        });
 }
 
 void drawFrame(const Canvas& canvas, const Dome& dome) {

@@ -31,8 +31,8 @@ std::array<float, 3> unpackNormal(std::uint32_t packed) {
     return {part(packed >> 20U), part(packed >> 10U), part(packed)};
 }
 
-/// An edge between two points, of which the first is not below the second. Both triangles at an edge
-/// so get the same crossings with rows, and leave neither gap nor overlap.
+/// An edge between two points, of which the first is not below the second. Both triangles at an
+/// edge so get the same crossings with rows, and leave neither gap nor overlap.
 struct Edge {
     double x;
     double y;

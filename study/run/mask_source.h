@@ -1,8 +1,8 @@
 /// Where the sensors' shading masks come from: rays through the scene, or a file of an earlier run.
 #pragma once
 
-#include "study/model/scene.h"
 #include "study/model/recentring.h"
+#include "study/model/scene.h"
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
 

@@ -1,5 +1,5 @@
-/// The options of a question, each defined once: the command line, study files and bindings to other
-/// languages give them by the same names, with the same checks and texts.
+/// The options of a question, each defined once: the command line, study files and bindings to
+/// other languages give them by the same names, with the same checks and texts.
 #pragma once
 
 #include "study/export.h"
@@ -25,8 +25,8 @@ struct Option {
     std::string help = {};
     std::string typeName = {};             ///< what the help calls a value: "M", "FILE"
     std::vector<std::string> choices = {}; ///< the words it takes; empty: any text
-    std::string usual = {};                ///< the default as the help shows it; empty: none to show
-    char separator = '\0';            ///< between several values in one text, of lists
+    std::string usual = {}; ///< the default as the help shows it; empty: none to show
+    char separator = '\0';  ///< between several values in one text, of lists
     /// Names of files that must exist are looked for beside the study file that holds them.
     enum class Path { none, input, output } path = Path::none;
     /// Takes one value.
@@ -65,8 +65,11 @@ private:
 /// The number that the text is.
 /// @param wanted what to give instead, "degrees"
 /// @throws UsageError "--NAME: 'TEXT' is no number; give WANTED"
-INSOLATE_STUDY_EXPORT double numberOf(const std::string& name, const std::string& text, const std::string& wanted);
-INSOLATE_STUDY_EXPORT int wholeNumberOf(const std::string& name, const std::string& text, const std::string& wanted);
-INSOLATE_STUDY_EXPORT std::size_t countOf(const std::string& name, const std::string& text, const std::string& wanted);
+INSOLATE_STUDY_EXPORT double numberOf(const std::string& name, const std::string& text,
+                                      const std::string& wanted);
+INSOLATE_STUDY_EXPORT int wholeNumberOf(const std::string& name, const std::string& text,
+                                        const std::string& wanted);
+INSOLATE_STUDY_EXPORT std::size_t countOf(const std::string& name, const std::string& text,
+                                          const std::string& wanted);
 
 } // namespace insolate::study

@@ -23,12 +23,12 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
 }
 
 void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token& stop) {
+              const std::stop_token& stop) {
     writeSensorsCsv(out, study.inputs.field, tableColumns(results), stop);
 }
 
 void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token& stop) {
+              const std::stop_token& stop) {
     writeSensorsVtp(out, study.inputs.field, tableColumns(results),
                     studySubtitle(study.options, study.method->weather()), stop);
 }
@@ -44,12 +44,12 @@ void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResult
 }
 
 void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token&) {
+                const std::stop_token&) {
     results.seen.write(out, study.visibility);
 }
 
 void writeSeries(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token&) {
+                 const std::stop_token&) {
     writeSeriesCsv(out, study.options.period, results.series);
 }
 

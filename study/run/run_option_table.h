@@ -9,7 +9,8 @@
 namespace insolate::study {
 
 /// @param methods the names that --method takes
-INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options, const std::vector<std::string>& methods);
+INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options,
+                                         const std::vector<std::string>& methods);
 
 /// Those of the sky and all others of a run.
 INSOLATE_STUDY_EXPORT void addRunOptions(OptionTable& table, RunOptions& options);

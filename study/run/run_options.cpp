@@ -65,8 +65,8 @@ void checkRunOptions(const RunOptions& options) {
             fmt::format("--north {}: no angle; give degrees from -360 to 360", options.north));
     }
     if (options.grid && !(*options.grid >= 1.0e-4 && *options.grid <= 1.0e6)) {
-        throw UsageError(fmt::format(
-            "--grid {}: no edge of a cell; give metres from 0.0001 to 1e6", *options.grid));
+        throw UsageError(fmt::format("--grid {}: no edge of a cell; give metres from 0.0001 to 1e6",
+                                     *options.grid));
     }
     if (!(options.offset >= 0.0 && options.offset <= 1.0e3)) {
         throw UsageError(

@@ -20,7 +20,7 @@ void runSky(const SkyOptions& options, Progress& progress, const std::stop_token
     const FolderHold hold(progress, folder);
     folder.requireFree(
         {{"sky.csv", isOurSkyCsv}, {"sky.png", isOurPicture}, {"sky.json", isOurSummary}},
-                       std::array{options.weather});
+        std::array{options.weather});
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }

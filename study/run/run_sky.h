@@ -12,6 +12,7 @@ namespace insolate::study {
 
 /// Writes sky.csv, sky.png and, last, sky.json.
 /// @throws Error; no file is left then
-INSOLATE_STUDY_EXPORT void runSky(const SkyOptions& options, Progress& progress, const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT void runSky(const SkyOptions& options, Progress& progress,
+                                  const std::stop_token& stop = {});
 
 } // namespace insolate::study

@@ -20,7 +20,8 @@ INSOLATE_STUDY_EXPORT WeatherInfo weatherInfo(const std::filesystem::path& file)
 
 /// Writes the year as the library reads it into a .wea file.
 /// @throws Error; no file is left then
-INSOLATE_STUDY_EXPORT void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
-                    bool allowGaps, Progress& progress);
+INSOLATE_STUDY_EXPORT void convertWeather(const std::filesystem::path& from,
+                                          const std::filesystem::path& to, bool allowGaps,
+                                          Progress& progress);
 
 } // namespace insolate::study

@@ -20,8 +20,10 @@ using StudyKeys = std::map<std::string, std::string>;
 /// @param given names of options that have their values
 /// @param help where the options are listed, "'insolate run --help'"
 /// @throws DataError with file and line when the file cannot be read or a key or value is wrong
-INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
-                         const std::set<std::string>& given, const std::string& help);
+INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table,
+                                               const std::filesystem::path& file,
+                                               const std::set<std::string>& given,
+                                               const std::string& help);
 
 /// Throws the error again: with the place of the option that it begins with, when a study file has
 /// given that one.

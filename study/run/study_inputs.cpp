@@ -97,7 +97,8 @@ SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& opt
                        Progress& progress) {
     const std::string source = place(options.sensorFile());
     const auto faces = selectFaces(mesh, options.select, source);
-    const SensorGridOptions grid{.spacing = options.grid.value_or(RunOptions::usualGrid), .offset = options.offset};
+    const SensorGridOptions grid{.spacing = options.grid.value_or(RunOptions::usualGrid),
+                                 .offset = options.offset};
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid);
     if (cut.emptyFaces > 0) {

@@ -14,8 +14,8 @@ struct StudyInputs {
     SensorField field;
 };
 
-/// Reads the models and cuts or reads the sensors. Refuses what the machine cannot hold before memory
-/// is taken, unless the options force it.
+/// Reads the models and cuts or reads the sensors. Refuses what the machine cannot hold before
+/// memory is taken, unless the options force it.
 /// @throws DataError, UsageError, Stopped
 StudyInputs readInputs(const RunOptions& options, Progress& progress, const std::stop_token& stop);
 

@@ -78,20 +78,22 @@ INSOLATE_STUDY_EXPORT WeatherReport inspectWeatherFile(const std::filesystem::pa
 /// What is odd about the site's clock: nothing while it is within 3.5 hours of the sun's own time,
 /// which no country's is beyond, and the light of the days lies about the sun's noon.
 /// @param diffuse horizontal radiation of the year's hours [W/m2], NaN where it is missing
-INSOLATE_STUDY_EXPORT std::string oddClockText(const WeatherSite& site, std::span<const float> diffuse,
-                         const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT std::string oddClockText(const WeatherSite& site,
+                                               std::span<const float> diffuse,
+                                               const std::filesystem::path& file);
 
 /// Notes in the report the direct radiation that neither global nor diffuse radiation goes with.
 /// @param global NaN where it is missing or unknown
 INSOLATE_STUDY_EXPORT void noteStrayDirect(WeatherReport& report, std::span<const float> direct,
-                     std::span<const float> diffuse, std::span<const float> global,
-                     const std::filesystem::path& file);
+                                           std::span<const float> diffuse,
+                                           std::span<const float> global,
+                                           const std::filesystem::path& file);
 
 /// "21 June, 12:00 to 13:00".
 INSOLATE_STUDY_EXPORT std::string hourOfYearText(const HourOfYear& hour);
 
 /// @throws DataError when the year has gaps or repeated hours and they are not allowed
-INSOLATE_STUDY_EXPORT void requireCompleteYear(const WeatherReport& report, const std::filesystem::path& file,
-                         bool allowGaps);
+INSOLATE_STUDY_EXPORT void requireCompleteYear(const WeatherReport& report,
+                                               const std::filesystem::path& file, bool allowGaps);
 
 } // namespace insolate::study

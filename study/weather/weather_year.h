@@ -26,11 +26,12 @@ INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const std::filesystem::path& f
 
 /// What becomes of the year's last days by the method when the report says that the last one is
 /// empty, and the mend.
-INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file, const std::string& method);
+INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file,
+                                              const std::string& method);
 
 /// Adds that to the report's notes where the period touches these days.
 INSOLATE_STUDY_EXPORT void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
-                 const std::string& method, bool touchesLastDays);
+                                       const std::string& method, bool touchesLastDays);
 
 /// That a period without any radiation was asked for, and the mend.
 INSOLATE_STUDY_EXPORT std::string noLightText(const std::filesystem::path& file);
@@ -38,7 +39,7 @@ INSOLATE_STUDY_EXPORT std::string noLightText(const std::filesystem::path& file)
 /// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
 /// empty.
 /// @param stray what the report has told already
-INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
-                        const StrayDirect& stray);
+INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file,
+                                              const HourlySky& sky, const StrayDirect& stray);
 
 } // namespace insolate::study

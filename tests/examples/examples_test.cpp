@@ -54,8 +54,8 @@ TEST(MinimalHost, failsInWords) {
 TEST(HourlyHost, givesTheNumbersOfTheCommand) {
     const insolate::test::TemporaryFolder folder;
     const std::filesystem::path demo = sourceFolder() / "examples/courtyard";
-    const std::string files =
-        fmt::format("'{}' '{}'", (demo / "weather.epw").string(), (demo / "courtyard.obj").string());
+    const std::string files = fmt::format("'{}' '{}'", (demo / "weather.epw").string(),
+                                          (demo / "courtyard.obj").string());
     outputOf(fmt::format("cd '{}' && {} {}", folder.path().string(), HOURLY_HOST, files), 0);
     outputOf(fmt::format("cd '{}' && {} run --quiet --out out --weather '{}' --scene '{}'",
                          folder.path().string(), COMMAND, (demo / "weather.epw").string(),

@@ -2,10 +2,48 @@
 
 #include "study/output/summary.h"
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <limits>
+#include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+/// What was asked of the disk, in order: "sync NAME", "rename NAME", "unlink NAME".
+std::vector<std::string> diskLog; // NOLINT
+std::atomic<bool> logsDisk = false;
+
+void logDisk(const char* what, const std::filesystem::path& path) {
+    if (logsDisk) {
+        diskLog.push_back(std::string(what) + " " + path.filename().string());
+    }
+}
+
+} // namespace
+
+// These stand before those of the C library, in this program alone.
+extern "C" int fsync(int descriptor) {
+    std::error_code ignored;
+    logDisk("sync",
+            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), ignored));
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+extern "C" int rename(const char* from, const char* to) noexcept {
+    logDisk("rename", to);
+    return renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+extern "C" int unlink(const char* path) noexcept {
+    logDisk("unlink", path);
+    return unlinkat(AT_FDCWD, path, 0);
+}
 
 namespace insolate::study {
 namespace {
@@ -16,12 +54,17 @@ using testing::AllOf;
 using testing::HasSubstr;
 
 using OutputFolderTest = OutputTest;
+namespace fs = std::filesystem;
+
+bool beginsWithOurs(const fs::path& file) {
+    return readFile(file).starts_with("ours");
+}
 
 TEST_F(OutputFolderTest, resultsAppearTogetherAtCommitAndNotBefore) {
     own.write("a.txt", "old a");
     own.write("gone.txt", "contradicts the new results");
     own.write("summary.json", "old summary");
-    const std::filesystem::path fresh = folder / "new" / "deeper";
+    const fs::path fresh = folder / "new" / "deeper";
     try {
         OutputFolder out(folder);
         OutputFolder made(fresh);
@@ -42,43 +85,183 @@ TEST_F(OutputFolderTest, resultsAppearTogetherAtCommitAndNotBefore) {
                     AllOf(HasSubstr(folder.string()), HasSubstr("another run")));
         out.commit();
         EXPECT_EQ(readFile(folder / "a.txt"), "new a");
+        EXPECT_TRUE(out.notes().empty());
     }
     EXPECT_EQ(readFile(folder / "summary.json"), "new summary");
     EXPECT_EQ(fileCount(), 2) << "lock, partial or retired files are left";
 }
 
-TEST_F(OutputFolderTest, leftoversOfAKilledRunGoAndItsLockDoesNotHold) {
-    if (const pid_t child = fork(); child == 0) {
-        OutputFolder out(folder);
-        out.stage("a.txt").write("half");
-        raise(SIGKILL);
-    } else {
-        waitpid(child, nullptr, 0);
-    }
-    EXPECT_TRUE(std::filesystem::exists(folder / "a.txt.insolate-partial"));
+TEST_F(OutputFolderTest, contentsReachTheDiskBeforeNamesAndTheSummaryComesLast) {
+    own.write("gone.txt", "");
+    const fs::path results = folder / "results";
+    OutputFolder out(results);
+    out.retire("../gone.txt");
+    out.stage("a.txt").write("a");
+    out.stage("b.txt").write("b");
+    out.stage("summary.json").write("{}");
+    diskLog.clear();
+    logsDisk = true;
+    out.commit();
+    logsDisk = false;
+    EXPECT_THAT(diskLog,
+                testing::ElementsAre("sync a.txt.insolate-partial", "sync b.txt.insolate-partial",
+                                     "sync summary.json.insolate-partial", "unlink summary.json",
+                                     "sync results", "unlink gone.txt", "rename a.txt",
+                                     "rename b.txt", "sync results", "rename summary.json",
+                                     "sync results", "sync " + folder.filename().string()));
+}
+
+TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
+    const auto killedRun = [&] {
+        if (const pid_t child = fork(); child == 0) {
+            OutputFolder out(folder);
+            out.stage("a.txt").write("half");
+            raise(SIGKILL);
+        } else {
+            waitpid(child, nullptr, 0);
+        }
+    };
+    own.write("film.insolate-partial", "of the user");
     own.write("film.partial", "of another program");
-    { OutputFolder out(folder); }
-    EXPECT_EQ(fileCount(), 1);
-    EXPECT_EQ(readFile(folder / "film.partial"), "of another program");
+    killedRun();
+    EXPECT_TRUE(fs::exists(folder / "a.txt.insolate-partial"));
+    {
+        OutputFolder out(folder);
+        ASSERT_EQ(out.notes().size(), 1U);
+        EXPECT_THAT(out.notes()[0], AllOf(HasSubstr("took over"), HasSubstr("1 unfinished file")));
+        EXPECT_THAT(readFile(folder / ".insolate.lock"),
+                    HasSubstr("process " + std::to_string(getpid())));
+        EXPECT_FALSE(fs::exists(folder / "a.txt.insolate-partial"));
+    }
+    EXPECT_EQ(readFile(folder / "film.insolate-partial"), "of the user");
+    EXPECT_EQ(fileCount(), 2);
+    // A lock file made by hand reaches no other folder.
+    own.write("victim.insolate-partial", "of the user");
+    fs::create_directory(folder / "out");
+    own.write("out/.insolate.lock", "process 1\nwrites ../victim\n");
+    { OutputFolder out(folder / "out"); }
+    EXPECT_EQ(readFile(folder / "victim.insolate-partial"), "of the user");
+}
+
+TEST_F(OutputFolderTest, replacesItsOwnResultsAndNothingElse) {
+    const fs::path input = own.write("input.csv", "ours, but read by this run");
+    own.write("ours.csv", "ours, of an earlier run");
+    own.write("empty.csv", "");
+    own.write("users.csv", "x,y\n1,2\n");
+    own.write("half.csv.insolate-partial", "of the user");
+    fs::create_directory(folder / "folder.csv");
+    fs::create_symlink("users.csv", folder / "link.csv");
+    fs::create_symlink("nowhere", folder / "dangling.csv");
+    fs::create_hard_link(input, folder / "hard.csv");
+    fs::create_symlink(input, folder / "soft.csv");
+    ASSERT_EQ(mkfifo((folder / "pipe.csv").c_str(), 0600), 0);
+    const auto isOurs = [](const fs::path& file) {
+        return fs::is_regular_file(file) && beginsWithOurs(file);
+    };
+    OutputFolder out(folder);
+    const std::vector<fs::path> inputs = {folder / "none.csv", folder / "." / "input.csv"};
+    for (const auto& [name, message] :
+         {std::pair{"ours.csv", "nothing is wrong"},
+          {"new.csv", "nothing is wrong"},
+          {"empty.csv", "nothing is wrong"},
+          {"users.csv", "users.csv: was not written by insolate"},
+          {"link.csv", "link.csv: was not written by insolate"},
+          {"dangling.csv", "dangling.csv: was not written by insolate"},
+          {"pipe.csv", "pipe.csv: was not written by insolate"},
+          {"half.csv", "half.csv.insolate-partial: stands in the way"},
+          {"folder.csv", "folder.csv: is a folder; move it away or choose another --out"},
+          {"input.csv", "input.csv: is read by this run"},
+          {"hard.csv", "hard.csv: is read by this run"},
+          {"soft.csv", "soft.csv: is read by this run"}}) {
+        EXPECT_THAT(messageOf([&, file = name] {
+                        out.requireFree({{file, isOurs}}, inputs);
+                    }),
+                    HasSubstr(message));
+    }
+    EXPECT_THAT(messageOf([&] { out.stage("half.csv"); }), HasSubstr("stands in the way"));
+    EXPECT_EQ(readFile(folder / "half.csv.insolate-partial"), "of the user");
+}
+
+TEST_F(OutputFolderTest, followsNoLinkThatSomebodyPlanted) {
+    const fs::path victim = own.write("victim", "of the user");
+    const fs::path out = folder / "out";
+    fs::create_directory(out);
+    fs::create_symlink(victim, out / ".insolate.lock");
+    EXPECT_THAT(messageOf([&] { OutputFolder locked(out); }), HasSubstr("cannot be written"));
+    fs::create_symlink(victim, out / "result");
+    EXPECT_THAT(messageOf([&] { OutputFile(out / "result", "result"); }),
+                HasSubstr("cannot be written"));
+    EXPECT_EQ(readFile(victim), "of the user");
+}
+
+TEST_F(OutputFolderTest, anotherThreadMayGiveTheFolderUpAtAnyMoment) {
+    const fs::path made = folder / "made";
+    const auto write = [](OutputFolder& out) {
+        for (const char* name : {"a.txt", "b.txt", "summary.json"}) {
+            out.stage(name).write(std::string(100'000, 'x'));
+        }
+        out.commit();
+    };
+    const auto start = std::chrono::steady_clock::now();
+    {
+        OutputFolder whole(made);
+        write(whole);
+    }
+    const auto whole = std::chrono::steady_clock::now() - start;
+    fs::remove_all(made);
+    int kept = 0;
+    constexpr int rounds = 40;
+    for (int round = 0; round < rounds; ++round) {
+        OutputFolder out(made);
+        std::atomic<bool> stopped = false;
+        std::thread writer([&] {
+            try {
+                write(out);
+            } catch (const Stopped&) {
+                stopped = true;
+            }
+        });
+        std::this_thread::sleep_for(whole * round / (rounds / 2));
+        const bool complete = out.abandon();
+        EXPECT_FALSE(fs::exists(made / ".insolate.lock"));
+        writer.join();
+        EXPECT_EQ(complete, !stopped);
+        EXPECT_EQ(fs::exists(made), complete) << "something is left";
+        if (complete) {
+            ++kept;
+            EXPECT_EQ(std::distance(fs::directory_iterator(made), {}), 3);
+            fs::remove_all(made);
+        }
+    }
+    OutputFolder out(made);
+    out.stage("a.txt");
+    out.abandon();
+    OutputFolder next(made); // the given up object must not touch what is another run's by now
+    next.stage("a.txt");
+    EXPECT_THROW(out.stage("b.txt"), Stopped);
+    EXPECT_THROW(out.commit(), Stopped);
+    EXPECT_TRUE(fs::exists(made / "a.txt.insolate-partial"));
+    EXPECT_GT(kept, 0) << "no moment was late";
+    EXPECT_LT(kept, rounds) << "no moment was early";
 }
 
 TEST_F(OutputFolderTest, saysBeforeTheWorkWhatCannotBeWritten) {
     own.write("file", "");
-    std::filesystem::create_directory(folder / "sensors.csv");
+    fs::create_directory(folder / "sensors.csv");
     for (const auto& [target, message] :
          {std::pair{folder / "file", "not a folder"},
           std::pair{folder / "file" / "below", "cannot be created"},
-          std::pair{std::filesystem::path("/proc/insolate_results"), "/proc/insolate_results"},
+          std::pair{fs::path("/proc/insolate_results"), "/proc/insolate_results"},
           std::pair{folder, "sensors.csv: is a folder; "}}) {
         EXPECT_THAT(messageOf([&, name = target] { OutputFolder(name).stage("sensors.csv"); }),
                     HasSubstr(message));
     }
 }
 
-TEST_F(OutputFolderTest, aFullDiskIsAnErrorWithNameAndMend) {
+TEST_F(OutputFolderTest, aFullDiskIsAnErrorWithNameAndRemedy) {
     OutputFile full("/dev/full", "results/sensors.csv");
     EXPECT_THAT(messageOf([&] {
-                    full.write("x"); // only buffered, so the end must tell
+                    full.write("x"); // only buffered, so the end must say it
                     full.finish();
                 }),
                 AllOf(HasSubstr("results/sensors.csv"), HasSubstr("No space"), HasSubstr("free")));
@@ -97,7 +280,7 @@ TEST_F(OutputFolderTest, writesAcrossItsBufferInOrder) {
     EXPECT_TRUE(readFile(file) == expected);
 }
 
-TEST_F(OutputFolderTest, summaryHoldsRangesOfFiniteValuesAndMendsText) {
+TEST_F(OutputFolderTest, summaryHoldsRangesOfFiniteValuesAndRepairsText) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const std::vector<ResultColumn> columns = {{"total", "Wh/m2", "Total", {3.0F, nan, -1.0F}},
                                                {"none", "h", "None", {nan}}};

@@ -2,6 +2,7 @@
 
 #include "study/output/sensor_tables.h"
 #include "study/output/sky_output.h"
+#include "study/output/summary.h"
 #include "study/output/text.h"
 #include "study/support/numbers.h"
 
@@ -151,6 +152,34 @@ TEST_F(SensorTablesTest, skyCsvNamesEachCellAndItsSolidAngle) {
         EXPECT_EQ(rows[i][3] == "42", rows[i][0] == "180" && rows[i][1] == "60");
     }
     EXPECT_NEAR(solidAngle, 2.0 * std::numbers::pi, 1.0e-5); // a half sphere, from single precision
+}
+
+TEST_F(SensorTablesTest, tablesAreKnownByTheirContentsAndEndWithAStop) {
+    SensorField field = mixedField();
+    const std::vector<ResultColumn> columns = {{"total", "Wh/m2", "Total", {1, 2, 3}}};
+    const std::vector<ResultColumn> sky = {
+        {"direct", "Wh/m2", "Direct", std::vector<float>(skyGrid::cellCount)}};
+    const auto csv = written("a.csv", [&](OutputFile& f) { writeSensorsCsv(f, field, columns); });
+    const auto vtp =
+        written("a.vtp", [&](OutputFile& f) { writeSensorsVtp(f, field, columns, "us"); });
+    const auto dome = written("sky.csv", [&](OutputFile& f) { writeSkyCsv(f, sky); });
+    const auto summary = written("s.json", [&](OutputFile& f) {
+        writeSummaryJson(f, {{"versions", versionsInUse()}});
+    });
+    const auto points = own.write("points.csv", "x [m],y [m],z [m],nx,ny,nz\n0,0,0,0,0,1\n");
+    const auto xml = own.write("other.vtp", "<?xml version=\"1.0\"?>\n<VTKFile>");
+    const auto json = own.write("other.json", "{\"insolate\": 1}");
+    for (const auto& file : {csv, vtp, dome, summary, points, xml, json}) {
+        EXPECT_EQ(isOurSensorsCsv(file), file == csv) << file;
+        EXPECT_EQ(isOurSensorsVtp(file), file == vtp) << file;
+        EXPECT_EQ(isOurSkyCsv(file), file == dome) << file;
+        EXPECT_EQ(isOurSummary(file), file == summary) << file;
+    }
+    std::stop_source source;
+    source.request_stop();
+    OutputFile out(folder / "stopped", "stopped");
+    EXPECT_THROW(writeSensorsCsv(out, field, columns, source.get_token()), Stopped);
+    EXPECT_THROW(writeSensorsVtp(out, field, columns, "", source.get_token()), Stopped);
 }
 
 } // namespace
