@@ -1,5 +1,6 @@
 // Every target over its seeds and former findings, without libFuzzer: replay TARGET FOLDER.
 #define INSOLATE_REPLAY
+#include "fuzz_cityjson.cpp"
 #include "fuzz_dates.cpp"
 #include "fuzz_epw.cpp"
 #include "fuzz_masks.cpp"
@@ -18,9 +19,11 @@
 int main(int count, char** words) {
     using Target = int (*)(const std::uint8_t*, std::size_t);
     const std::map<std::string, Target> targets = {
-        {"dates", dates}, {"epw", epw}, {"masks", masks},
-        {"mesh", mesh},   {"obj", obj}, {"sensors", sensors},
-        {"study", study}, {"wea", wea}, {"weather_check", weather_check}};
+        {"cityjson", cityjson}, {"dates", dates},
+        {"epw", epw},           {"masks", masks},
+        {"mesh", mesh},         {"obj", obj},
+        {"sensors", sensors},   {"study", study},
+        {"wea", wea},           {"weather_check", weather_check}};
     if (count != 3 || !targets.contains(words[1])) {
         std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
         return 2;

@@ -31,6 +31,7 @@ struct INSOLATE_STUDY_EXPORT Mesh {
     std::vector<std::uint32_t> corners; ///< into vertices
     std::vector<Face> faces;
     std::vector<std::string> names; ///< of objects, groups and materials, each once
+    std::vector<std::string> notes; ///< what a person should know of how the file was read
 
     [[nodiscard]] std::span<const std::uint32_t> cornersOf(const Face& face) const {
         return {corners.data() + face.firstCorner, face.cornerCount};

@@ -1,6 +1,7 @@
 #include "study/model/mesh_import.h"
 
 #include "study/files/input_file.h"
+#include "study/model/cityjson_reader.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
 
@@ -49,6 +50,9 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
             fmt::format("{}: cannot be read; give a model file that you may open", place(file)));
     }
     openInput(file, "model"); // tells what no importer does
+    if (isCityJson(file)) {
+        return placedMesh(readCityJson(file, options.lod), file, options);
+    }
     return placedMesh(hasExtension(file, {".obj"}) ? readObj(file) : readWithAssimp(file), file,
                       options);
 }

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace insolate::study {
@@ -21,6 +22,7 @@ struct MeshImportOptions {
     LengthUnit unit = LengthUnit::metre;
     /// Absent: what the format says (glTF and Collada arrive y up), else z.
     std::optional<UpAxis> up;
+    std::string lod; ///< level of detail of a CityJSON model, "" for the highest (cityjson_reader.h)
 };
 
 /// The up axis that holds for a file when the user says nothing.
