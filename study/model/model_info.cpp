@@ -1,0 +1,341 @@
+#include "study/model/model_info.h"
+
+#include "study/model/mesh_edges.h"
+#include "study/model/selection.h"
+#include "study/model/winding.h"
+#include "study/support/errors.h"
+#include "study/support/readable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <span>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace insolate::study {
+
+namespace {
+
+constexpr double degrees = 180.0 / std::numbers::pi;
+
+/// Collects the faces of one kind of part.
+class PartCounter {
+public:
+    explicit PartCounter(const Mesh& mesh) : m_mesh(mesh), m_parts(mesh.names.size() + 1) {}
+
+    void add(std::uint32_t name, const Vector3& areaVector) {
+        PartInfo& part = name == Mesh::unnamed ? m_parts.back() : m_parts[name];
+        ++part.faces;
+        part.area += 0.5 * length(areaVector);
+        part.meanNormal = part.meanNormal + areaVector * 0.5;
+    }
+
+    /// The largest first; nothing when no face has a name.
+    std::vector<PartInfo> sorted() {
+        std::vector<PartInfo> parts;
+        for (std::size_t i = 0; i < m_parts.size(); ++i) {
+            PartInfo& part = m_parts[i];
+            if (part.faces > 0) {
+                part.name = i < m_mesh.names.size() ? m_mesh.names[i] : std::string();
+                part.meanNormal = part.meanNormal * (part.area > 0.0 ? 1.0 / part.area : 0.0);
+                parts.push_back(std::move(part));
+            }
+        }
+        std::stable_sort(parts.begin(), parts.end(),
+                         [](const PartInfo& a, const PartInfo& b) { return a.area > b.area; });
+        return parts.size() == 1 && parts[0].name.empty() ? std::vector<PartInfo>() : parts;
+    }
+
+private:
+    const Mesh& m_mesh;
+    std::vector<PartInfo> m_parts; ///< by name; the last has none
+};
+
+const char* nameOf(LengthUnit unit) {
+    switch (unit) {
+    case LengthUnit::millimetre:
+        return "mm";
+    case LengthUnit::centimetre:
+        return "cm";
+    case LengthUnit::metre:
+        return "m";
+    case LengthUnit::foot:
+        return "ft";
+    case LengthUnit::inch:
+        return "in";
+    }
+    return "m";
+}
+
+/// Whether these are lengths of buildings, cities or terrain [m].
+bool isPlausible(const Vector3& extent, double medianEdge) {
+    const double longest = std::max({extent.x, extent.y, extent.z});
+    const bool isFlat = extent.z < 0.01 * longest;
+    return longest >= 2.0 && longest <= 2.0e5 && extent.z <= 1.0e4 && (isFlat || extent.z >= 1.5) &&
+           medianEdge >= 0.1 && medianEdge <= 100.0;
+}
+
+std::optional<LengthUnit> guessUnit(LengthUnit asRead, const Vector3& extent, double medianEdge) {
+    for (const LengthUnit unit : {asRead, LengthUnit::metre, LengthUnit::millimetre,
+                                  LengthUnit::centimetre, LengthUnit::foot, LengthUnit::inch}) {
+        const double factor = metresIn(unit) / metresIn(asRead);
+        if (isPlausible(extent * factor, medianEdge * factor)) {
+            return unit;
+        }
+    }
+    return std::nullopt;
+}
+
+/// Finds faces with the same corners, wherever they begin and however they wind.
+void countDoubles(const Mesh& mesh, std::span<const std::uint32_t> welded,
+                  std::span<const Vector3> areas, ModelInfo& info) {
+    const std::size_t count = mesh.faces.size();
+    std::vector<std::pair<std::uint64_t, std::uint32_t>> byHash(count);
+    for (std::uint32_t f = 0; f < count; ++f) {
+        std::uint64_t hash = mesh.faces[f].cornerCount;
+        for (const std::uint32_t corner : mesh.cornersOf(mesh.faces[f])) {
+            // A sum, so that the order does not matter.
+            std::uint64_t h = (welded[corner] + 1ULL) * 0x9E3779B97F4A7C15ULL;
+            hash += (h ^ (h >> 29U)) * 0xBF58476D1CE4E5B9ULL;
+        }
+        byHash[f] = {hash, f};
+    }
+    std::sort(byHash.begin(), byHash.end());
+    const auto corners = [&](std::uint32_t face) {
+        std::vector<std::uint32_t> sorted;
+        for (const std::uint32_t corner : mesh.cornersOf(mesh.faces[face])) {
+            sorted.push_back(welded[corner]);
+        }
+        std::sort(sorted.begin(), sorted.end());
+        return sorted;
+    };
+    for (std::size_t i = 1, first = 0; i < count; ++i) {
+        const std::uint32_t face = byHash[i].second;
+        const std::uint32_t original = byHash[first].second;
+        if (byHash[i].first != byHash[first].first || corners(face) != corners(original)) {
+            first = i;
+            continue;
+        }
+        ++info.doubles;
+        info.backToBack += dot(areas[face], areas[original]) < 0.0 ? 1U : 0U;
+    }
+}
+
+double azimuthOf(const Vector3& normal, double north) {
+    const double azimuth = std::fmod(std::atan2(normal.x, normal.y) * degrees - north, 360.0);
+    return azimuth < 0.0 ? azimuth + 360.0 : azimuth;
+}
+
+/// "up", "south, tilt 35", "mainly west", "all around".
+std::string orientationText(const PartInfo& part, double north) {
+    const double agreement = length(part.meanNormal);
+    if (!(agreement >= 0.05)) {
+        return "all around";
+    }
+    constexpr std::array<const char*, 8> points = {"north", "northeast", "east", "southeast",
+                                                   "south", "southwest", "west", "northwest"};
+    const double tilt = tiltOf(part.meanNormal);
+    const auto point =
+        static_cast<std::size_t>(std::lround(azimuthOf(part.meanNormal, north) / 45.0)) % 8;
+    const std::string side = tilt <= 10.0    ? "up"
+                             : tilt >= 170.0 ? "down"
+                             : std::abs(tilt - 90.0) <= 5.0
+                                 ? points[point]
+                                 : fmt::format("{}, tilt {:.0f}", points[point], tilt);
+    return agreement < 0.9 ? "mainly " + side : side;
+}
+
+std::string lengthText(double metres) {
+    return std::abs(metres) >= 1000.0 ? fmt::format("{:.0f}", metres)
+                                      : fmt::format("{:.4g}", metres);
+}
+
+} // namespace
+
+ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit) {
+    ModelInfo info;
+    info.source = source;
+    info.unit = unit;
+    info.notes = mesh.notes;
+    info.faces = mesh.faces.size();
+    constexpr double most = std::numeric_limits<double>::max();
+    info.low = {most, most, most};
+    info.high = {-most, -most, -most};
+    const std::vector<std::uint32_t> welded = weldedVertices(mesh);
+    std::vector<char> isUsed(mesh.vertices.size(), 0);
+    PartCounter objects(mesh);
+    PartCounter groups(mesh);
+    PartCounter materials(mesh);
+    std::vector<Vector3> areas;
+    areas.reserve(info.faces);
+    std::vector<float> edges;
+    std::vector<Vector3> polygon;
+    for (const Mesh::Face& face : mesh.faces) {
+        mesh.polygonOf(face, polygon);
+        const Vector3 area = areaVector(polygon);
+        areas.push_back(area);
+        info.triangles += polygon.size() - 2;
+        info.area += 0.5 * length(area);
+        info.facesWithoutArea += length(area) > 0.0 ? 0U : 1U;
+        objects.add(face.object, area);
+        groups.add(face.group, area);
+        materials.add(face.material, area);
+        for (std::size_t i = 0; i < polygon.size(); ++i) {
+            const Vector3& p = polygon[i];
+            info.low = {std::min(info.low.x, p.x), std::min(info.low.y, p.y),
+                        std::min(info.low.z, p.z)};
+            info.high = {std::max(info.high.x, p.x), std::max(info.high.y, p.y),
+                         std::max(info.high.z, p.z)};
+            edges.push_back(static_cast<float>(length(polygon[(i + 1) % polygon.size()] - p)));
+        }
+        for (const std::uint32_t corner : mesh.cornersOf(face)) {
+            info.vertices += isUsed[welded[corner]] == 0 ? 1U : 0U;
+            isUsed[welded[corner]] = 1;
+        }
+    }
+    if (mesh.faces.empty()) {
+        info.low = info.high = {};
+        return info;
+    }
+    info.objects = objects.sorted();
+    info.groups = groups.sorted();
+    info.materials = materials.sorted();
+    const auto middle = edges.begin() + static_cast<std::ptrdiff_t>(edges.size() / 2);
+    std::nth_element(edges.begin(), middle, edges.end());
+    info.likelyUnit = guessUnit(unit, info.high - info.low, *middle);
+
+    const Bodies bodies = findBodies(mesh);
+    info.outward = bodies.count(Winding::outward);
+    info.inward = bodies.count(Winding::inward);
+    info.mixed = bodies.count(Winding::mixed);
+    info.open = bodies.count(Winding::open);
+    for (const Body& body : bodies.bodies) {
+        info.hollows += body.isHollow ? 1U : 0U;
+        info.volume += body.isHollow ? -body.volume : body.volume;
+    }
+    countDoubles(mesh, welded, areas, info);
+    return info;
+}
+
+std::string modelInfoText(const ModelInfo& info, double north) {
+    std::string text =
+        fmt::format("{}\n{} {}, {} {}, {} places, {} m2\n", info.source, groupedDigits(info.faces),
+                    counted(info.faces, "face", "faces"), groupedDigits(info.triangles),
+                    counted(info.triangles, "triangle", "triangles"), groupedDigits(info.vertices),
+                    lengthText(info.area));
+    const Vector3 extent = info.high - info.low;
+    text += fmt::format("extent {} x {} x {} m, from ({}, {}, {}) to ({}, {}, {})\n",
+                        lengthText(extent.x), lengthText(extent.y), lengthText(extent.z),
+                        lengthText(info.low.x), lengthText(info.low.y), lengthText(info.low.z),
+                        lengthText(info.high.x), lengthText(info.high.y), lengthText(info.high.z));
+    if (!info.likelyUnit) {
+        text += fmt::format("units: read as {}; the lengths fit no building in any unit\n",
+                            nameOf(info.unit));
+    } else if (*info.likelyUnit != info.unit) {
+        text += fmt::format("units: read as {}, but the lengths look like {}: try --units {}\n",
+                            nameOf(info.unit), nameOf(*info.likelyUnit), nameOf(*info.likelyUnit));
+    } else {
+        text += fmt::format("units: {}, which fits the lengths\n", nameOf(info.unit));
+    }
+
+    const std::size_t closed = info.outward + info.inward + info.mixed;
+    text += fmt::format("closed bodies: {}", groupedDigits(closed));
+    if (closed > 0) {
+        text += fmt::format(", {} m3; {} wound outward, {} inward, {} mixed",
+                            lengthText(info.volume), groupedDigits(info.outward),
+                            groupedDigits(info.inward), groupedDigits(info.mixed));
+    }
+    text += fmt::format("; open surfaces: {}\n", groupedDigits(info.open));
+    if (info.hollows > 0) {
+        text += fmt::format("  {} of the bodies {} of others\n", groupedDigits(info.hollows),
+                            counted(info.hollows, "is a hollow", "are hollows"));
+    }
+    if (info.inward + info.mixed > 0) {
+        text += "  bodies wound inward have their sensors inside: --orient outward turns them\n";
+    }
+    if (info.doubles > 0) {
+        text += fmt::format("double faces: {}, {} of them back to back\n",
+                            groupedDigits(info.doubles), groupedDigits(info.backToBack));
+    }
+    if (info.facesWithoutArea > 0) {
+        text += fmt::format("faces without area: {}, which get no sensors\n",
+                            groupedDigits(info.facesWithoutArea));
+    }
+    for (const std::string& note : info.notes) {
+        text += note + "\n";
+    }
+
+    constexpr std::size_t mostRows = 20;
+    for (const auto& [title, parts] :
+         {std::pair{"objects", &info.objects}, std::pair{"groups", &info.groups},
+          std::pair{"materials", &info.materials}}) {
+        if (parts->empty()) {
+            text += fmt::format("\n{}: none\n", title);
+            continue;
+        }
+        text += fmt::format("\n{:<32} {:>10} {:>12}  mean orientation\n",
+                            fmt::format("{} ({})", title, parts->size()), "faces", "m2");
+        for (std::size_t i = 0; i < std::min(parts->size(), mostRows); ++i) {
+            const PartInfo& part = (*parts)[i];
+            text += fmt::format("{:<32} {:>10} {:>12}  {}\n",
+                                part.name.empty() ? "(no name)" : printable(part.name),
+                                groupedDigits(part.faces), lengthText(part.area),
+                                orientationText(part, north));
+        }
+        if (parts->size() > mostRows) {
+            text += fmt::format("and {} smaller ones: --json lists all\n",
+                                groupedDigits(parts->size() - mostRows));
+        }
+    }
+    return text;
+}
+
+std::string modelInfoJson(const ModelInfo& info, double north) {
+    using Json = nlohmann::ordered_json;
+    const auto point = [](const Vector3& p) { return Json{p.x, p.y, p.z}; };
+    const auto parts = [&](const std::vector<PartInfo>& list) {
+        Json all = Json::array();
+        for (const PartInfo& part : list) {
+            Json entry = {{"name", part.name}, {"faces", part.faces}, {"area_m2", part.area}};
+            const double agreement = length(part.meanNormal);
+            entry["orientation"] = {
+                {"agreement", agreement},
+                {"tilt", agreement > 0.0 ? Json(tiltOf(part.meanNormal)) : Json()},
+                {"azimuth", agreement > 0.0 ? Json(azimuthOf(part.meanNormal, north)) : Json()}};
+            all.push_back(std::move(entry));
+        }
+        return all;
+    };
+    const Json json = {
+        {"file", info.source},
+        {"faces", info.faces},
+        {"triangles", info.triangles},
+        {"vertices", info.vertices},
+        {"area_m2", info.area},
+        {"extent_m", {{"low", point(info.low)}, {"high", point(info.high)}}},
+        {"units",
+         {{"read_as", nameOf(info.unit)},
+          {"likely", info.likelyUnit ? Json(nameOf(*info.likelyUnit)) : Json()}}},
+        {"bodies",
+         {{"outward", info.outward},
+          {"inward", info.inward},
+          {"mixed", info.mixed},
+          {"hollows", info.hollows},
+          {"open_surfaces", info.open},
+          {"volume_m3", info.volume}}},
+        {"faces_without_area", info.facesWithoutArea},
+        {"double_faces", info.doubles},
+        {"back_to_back", info.backToBack},
+        {"notes", info.notes},
+        {"objects", parts(info.objects)},
+        {"groups", parts(info.groups)},
+        {"materials", parts(info.materials)},
+    };
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+} // namespace insolate::study
