@@ -3,17 +3,18 @@
 #pragma once
 
 #include <study/files/output_folder.h>
-#include <study/files/result_name.h>
+#include <study/model/coplanar.h>
+#include <study/model/ground_plane.h>
 #include <study/model/mesh.h>
 #include <study/model/mesh_import.h>
+#include <study/model/model_info.h>
 #include <study/model/recentring.h>
 #include <study/model/scene.h>
+#include <study/model/selection.h>
 #include <study/model/sensor_csv.h>
 #include <study/model/sensor_grid.h>
-#include <study/output/color_map.h>
-#include <study/output/picture.h>
-#include <study/output/picture_format.h>
-#include <study/output/picture_view.h>
+#include <study/model/winding.h>
+#include <study/output/heatmap.h>
 #include <study/output/sensor_tables.h>
 #include <study/results/result_column.h>
 #include <study/run/option_table.h>

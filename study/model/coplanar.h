@@ -1,6 +1,8 @@
 /// Triangles that lie in one plane, put together to the polygons that they were cut from.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/mesh.h"
 
 #include <cstddef>
@@ -23,6 +25,6 @@ struct MergedMesh {
 /// A triangle lies in the plane of others when its corners are off it by no more than a millionth
 /// of the model's extent, and its normal by no more than a tenth of a degree and what that
 /// millionth explains of a narrow one.
-MergedMesh mergeCoplanarTriangles(const Mesh& mesh);
+INSOLATE_STUDY_EXPORT MergedMesh mergeCoplanarTriangles(const Mesh& mesh);
 
 } // namespace insolate::study

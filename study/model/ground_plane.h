@@ -1,6 +1,8 @@
 /// Sensors on a level plane through the scene, without a face that carries them.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/scene.h"
 
 #include <cstddef>
@@ -18,10 +20,10 @@ struct GroundPlane {
 /// "plane:z=1.5,grid=1", in metres; grid may be left out, the order is free. Nothing when the text
 /// does not begin with "plane:", so that it may be a file's name.
 /// @throws UsageError
-std::optional<GroundPlane> parseGroundPlane(std::string_view text);
+INSOLATE_STUDY_EXPORT std::optional<GroundPlane> parseGroundPlane(std::string_view text);
 
 /// Cells of the plane over the scene's extent, those in buildings among them.
-double groundPlaneCells(const GroundPlane& plane, const Scene& scene);
+INSOLATE_STUDY_EXPORT double groundPlaneCells(const GroundPlane& plane, const Scene& scene);
 
 struct GroundPlaneSensors {
     SensorField field;      ///< level cells that face up, row by row from south to north
@@ -38,7 +40,8 @@ struct GroundPlaneSensors {
 ///   posts stay;
 /// - under an open surface as wide as the scene, which is its ground.
 /// @throws Stopped
-GroundPlaneSensors cutGroundPlane(const GroundPlane& plane, const Scene& scene,
-                                  const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT GroundPlaneSensors cutGroundPlane(const GroundPlane& plane,
+                                                        const Scene& scene,
+                                                        const std::stop_token& stop = {});
 
 } // namespace insolate::study

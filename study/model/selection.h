@@ -1,6 +1,8 @@
 /// Which faces of a model are meant: by name, by what they face, by their slope.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/mesh.h"
 
 #include <cstddef>
@@ -61,18 +63,18 @@ struct SelectedFaces {
 /// @param source what a message names as the origin of the mesh
 /// @throws DataError when a pattern matches nothing, with the nearest name or a list of those there
 ///         are, and when no face is left
-SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection, double north,
-                          const std::string& source);
+INSOLATE_STUDY_EXPORT SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection,
+                                                double north, const std::string& source);
 
 /// Angle between a face and the level plane by its normal of any length [degrees], 0 to 180.
-double tiltOf(const Vector3& normal);
+INSOLATE_STUDY_EXPORT double tiltOf(const Vector3& normal);
 
 /// "up", "down", "north", "east", "south" or "west", several separated by commas.
 /// @throws UsageError
-std::vector<Facing> parseFacing(std::string_view text);
+INSOLATE_STUDY_EXPORT std::vector<Facing> parseFacing(std::string_view text);
 
 /// "0-30", or one angle with a degree to either side.
 /// @throws UsageError
-TiltRange parseTiltRange(std::string_view text);
+INSOLATE_STUDY_EXPORT TiltRange parseTiltRange(std::string_view text);
 
 } // namespace insolate::study

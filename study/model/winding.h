@@ -5,6 +5,8 @@
 /// two bodies touch along an edge), so that it has an inside.
 #pragma once
 
+#include "study/export.h"
+
 #include "study/model/mesh.h"
 
 #include <cstddef>
@@ -33,7 +35,7 @@ struct Body {
     bool isHollow = false;
 };
 
-struct Bodies {
+struct INSOLATE_STUDY_EXPORT Bodies {
     std::vector<Body> bodies;          ///< in the order of their first faces
     std::vector<std::uint32_t> bodyOf; ///< by face, into bodies
     /// By face: whether it must be turned for its body to be wound outward; none of open ones.
@@ -43,7 +45,7 @@ struct Bodies {
 };
 
 /// Faces without area belong to bodies like others.
-Bodies findBodies(const Mesh& mesh);
+INSOLATE_STUDY_EXPORT Bodies findBodies(const Mesh& mesh);
 
 /// What becomes of the winding: closed bodies turned outward, every face turned, or nothing.
 enum class Orient { outward, flip, keep };
@@ -58,14 +60,15 @@ struct OrientReport {
 };
 
 /// Turns faces by reversing their corners behind the first.
-OrientReport orientFaces(Mesh& mesh, Orient orient);
+INSOLATE_STUDY_EXPORT OrientReport orientFaces(Mesh& mesh, Orient orient);
 
 /// A sentence for the user about bodies that pointed inwards and what was done about them; empty
 /// when there is nothing to say.
-std::string orientText(const OrientReport& report, Orient orient, const std::string& source);
+INSOLATE_STUDY_EXPORT std::string orientText(const OrientReport& report, Orient orient,
+                                             const std::string& source);
 
 /// "outward", "flip" or "keep".
 /// @throws UsageError
-Orient parseOrient(std::string_view text);
+INSOLATE_STUDY_EXPORT Orient parseOrient(std::string_view text);
 
 } // namespace insolate::study
