@@ -3,6 +3,7 @@
 #pragma once
 
 #include <study/files/output_folder.h>
+#include <study/files/result_name.h>
 #include <study/model/coplanar.h>
 #include <study/model/ground_plane.h>
 #include <study/model/mesh.h>
@@ -14,7 +15,10 @@
 #include <study/model/sensor_csv.h>
 #include <study/model/sensor_grid.h>
 #include <study/model/winding.h>
-#include <study/output/heatmap.h>
+#include <study/output/color_map.h>
+#include <study/output/picture.h>
+#include <study/output/picture_format.h>
+#include <study/output/picture_view.h>
 #include <study/output/sensor_tables.h>
 #include <study/results/result_column.h>
 #include <study/run/option_table.h>
