@@ -1,8 +1,9 @@
 #include <insolate/hourly/hourly_analysis.h>
 
 #include <insolate/hourly/first_rays.h>
-#include <insolate/hourly/hourly_kernels.h>
 #include <insolate/hourly/peak_hours.h>
+#include <insolate/hourly/peak_search.h>
+#include <insolate/hourly/sensor_kernels.h>
 #include <insolate/hourly/sensor_rays.h>
 #include <insolate/hourly/shadow_edges.h>
 #include <insolate/platform/processor_count.h>
@@ -22,10 +23,10 @@ namespace insolate {
 namespace {
 
 constexpr float pi = std::numbers::pi_v<float>;
-using hourlyKernels::cellCount;
-using hourlyKernels::lanes;
-using hourlyKernels::patchCount;
-using hourlyKernels::sumOfProducts;
+using sensorKernels::cellCount;
+using sensorKernels::lanes;
+using sensorKernels::patchCount;
+using sensorKernels::sumOfProducts;
 
 /// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.
 constexpr float smallGroundView = 0.005f;
@@ -237,7 +238,7 @@ private:
     }
 
     float weigh(const XYZf& vector, float measure) const {
-        return weightOf(m_sides, m_normal, vector, measure);
+        return weightOnSurface(m_sides, m_normal, vector, measure);
     }
 
     static SkyCellSet setOf(const std::array<std::uint8_t, cellCount / 8>& bits) {
@@ -260,10 +261,10 @@ private:
         if (m_sides == Sides::One) {
             std::array<std::uint8_t, cellCount / 8> frontBits;
             std::array<std::uint8_t, cellCount / 8> heavyBits;
-            hourlyKernels::weighInFront(m_normal, m.cells.momentX.data(), m.cells.momentY.data(),
-                                        m.cells.momentZ.data(), cellCount,
-                                        lightCell + lightCellUpwards * std::max(m_normal.z, 0.0f),
-                                        m_weight.data(), frontBits.data(), heavyBits.data());
+            sensorKernels::projectOnSurface(
+                m_normal, m.cells.momentX.data(), m.cells.momentY.data(), m.cells.momentZ.data(),
+                cellCount, lightCell + lightCellUpwards * std::max(m_normal.z, 0.0f),
+                m_weight.data(), frontBits.data(), heavyBits.data());
             m_look.front = setOf(frontBits);
             const SkyCellSet heavy = setOf(heavyBits);
             // The surface's own plane may cut cells: one behind it may hold sun in front of it, and
@@ -296,22 +297,22 @@ private:
     }
 
     void sumSky() {
-        const hourlyKernels::ViewSums sums =
-            hourlyKernels::sumSky({m_weight.data(),
-                                   {m_visible[0].data(), m_visible[1].data()},
-                                   m.sky.diffuse.data(),
-                                   m_seen.data()});
+        const sensorKernels::SkySums sums =
+            sensorKernels::sumVisibleSky({m_weight.data(),
+                                          {m_visible[0].data(), m_visible[1].data()},
+                                          m.sky.diffuse.data(),
+                                          m_seen.data()});
         m_view = sums.view;
-        m_sky = sums.sky;
+        m_sky = sums.diffuse;
     }
 
     void sumSun() {
         if (m_sides == Sides::One) {
-            const hourlyKernels::SunSums sums =
-                hourlyKernels::sumSun(m_normal, {&m.first,
-                                                 {m_visible[0].data(), m_visible[1].data()},
-                                                 m_sunWeight.data(),
-                                                 m_sunVisible.data()});
+            const sensorKernels::SunSums sums =
+                sensorKernels::sumVisibleSun(m_normal, {&m.first,
+                                                        {m_visible[0].data(), m_visible[1].data()},
+                                                        m_sunWeight.data(),
+                                                        m_sunVisible.data()});
             m_beam = sums.beam;
             m_sunHours = sums.hours;
             return;
@@ -325,8 +326,8 @@ private:
                 const FirstRays::Sun& sun = m.first.sun[half];
                 const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
                 const float visible = m_visible[half][cell];
-                weight += weigh(energy, length(energy));
-                seen += visible * weigh(energy, length(energy));
+                weight += weigh(energy, vectorLength(energy));
+                seen += visible * weigh(energy, vectorLength(energy));
                 m_sunHours += visible * sun.hours[j];
             }
             m_beam += seen;
@@ -374,7 +375,7 @@ private:
         for (std::size_t half = 0; half < 2; ++half) {
             const FirstRays::Sun& sun = m.first.sun[half];
             const XYZf energy{sun.energyX[sunCell], sun.energyY[sunCell], sun.energyZ[sunCell]};
-            if (m_sides != Sides::One || dot(m_normal, energy) > 0.0f) {
+            if (m_sides != Sides::One || dotProduct(m_normal, energy) > 0.0f) {
                 hours += sun.hours[sunCell] * m_visible[half][cell];
             }
         }
@@ -448,7 +449,7 @@ private:
         for (int b = 0; b < hour.beamCount; ++b) {
             const BeamPart& part = m.sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
             beam += m_sunVisible[static_cast<std::size_t>(part.sunCell)] *
-                    weigh(part.energy, length(part.energy));
+                    weigh(part.energy, vectorLength(part.energy));
         }
         return beam;
     }
@@ -474,14 +475,14 @@ private:
     }
 
     void findPeakOfOneSide(SensorResult& result) {
-        hourlyKernels::PeakSensor sensor;
+        PeakSensor sensor;
         sensor.normal = m_normal;
         sensor.patchWeight = m_patchWeight.data();
         sensor.sunVisible = m_sunVisible.data();
         sensor.openScale = m_patchScale;
         sensor.view = m_view * m_patchScale;
         sensor.groundView = m_groundView;
-        const hourlyKernels::Peak peak = hourlyKernels::highestHour(m.peakHours, sensor);
+        const Peak peak = highestHour(m.peakHours, sensor);
         if (peak.hour >= 0) {
             result.peak = peak.value;
             const int skyHour = m.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;

@@ -2,7 +2,7 @@
 
 #include <insolate/geometry/sky_grid.h>
 #include <insolate/geometry/vector_math.h>
-#include <insolate/hourly/hourly_kernels.h>
+#include <insolate/hourly/sensor_kernels.h>
 
 #include <algorithm>
 #include <bit>
@@ -16,8 +16,9 @@
 namespace insolate {
 namespace {
 
-using hourlyKernels::cellCount;
-using hourlyKernels::patchCount;
+using sensorKernels::cellCount;
+using sensorKernels::lanes;
+using sensorKernels::patchCount;
 
 /// Within an hour the sun moves by up to 15 degrees. A mean weighted with energy may lie at either
 /// end of that: a step is at most 2 sin(7.5 degrees) away from it.
@@ -105,16 +106,21 @@ std::uint32_t PeakHours::paired(float first, float second) {
     return raisedWord(first, (std::bit_cast<std::uint32_t>(second) + 0xFFFFU) >> 16U);
 }
 
-struct PeakHours::Described {
+/// What makes hours alike, and what their blocks are bounded by; means over the hour [W/m2].
+struct HourFeatures {
     int skyHour = 0;
-    int group = 0; // by the sun's patch, -1 without sun
-    XYZf beam{0, 0, 0}, openVector{0, 0, 0};
-    float beamLength = 0, open = 0, brightest = 0, ground = 0;
+    int group = 0;      // the patch of its main sun cell, -1 without direct radiation
+    XYZf beam{0, 0, 0}; // sum of its direct radiation
+    float beamLength = 0;
+    XYZf openVector{0, 0, 0}; // an open sky gives normal * openVector + open at most
+    float open = 0;
+    float brightest = 0; // radiance [W/(m2 sr)]
+    float ground = 0;
 
     XYZf towardsSun() const {
         return beamLength > 0.0f ? scaled(beam, 1.0f / beamLength) : XYZf{0, 0, 0};
     }
-    static constexpr std::size_t features = 7;
+    static constexpr std::size_t featureCount = 7;
     float feature(std::size_t k) const {
         const std::array values{beam.x,       beam.y,       beam.z, openVector.x,
                                 openVector.y, openVector.z, open};
@@ -123,20 +129,22 @@ struct PeakHours::Described {
     float strength() const { return beamLength + open + vectorLength(openVector); }
 };
 
+namespace {
+
 /// Orders hours so that each `lanes` of them are alike: halves them by what spreads most, and
 /// again. Alike in sun and sky, since a block that joins the strongest beam of one hour with the
 /// brightest sky of another promises more than any of them gives.
-void PeakHours::split(Described* first, Described* last) {
+void orderByLikeness(HourFeatures* first, HourFeatures* last) {
     const auto count = static_cast<std::size_t>(last - first);
     if (count <= lanes) {
         return;
     }
     const auto widest = [&] {
-        std::array<float, Described::features> low;
-        std::array<float, Described::features> high;
+        std::array<float, HourFeatures::featureCount> low;
+        std::array<float, HourFeatures::featureCount> high;
         low.fill(std::numeric_limits<float>::max());
         high.fill(std::numeric_limits<float>::lowest());
-        for (const Described* hour = first; hour != last; ++hour) {
+        for (const HourFeatures* hour = first; hour != last; ++hour) {
             for (std::size_t k = 0; k < low.size(); ++k) {
                 low[k] = std::min(low[k], hour->feature(k));
                 high[k] = std::max(high[k], hour->feature(k));
@@ -148,22 +156,24 @@ void PeakHours::split(Described* first, Described* last) {
         }
         return most;
     }();
-    Described* middle = first + (count + lanes - 1) / lanes / 2 * lanes;
-    std::nth_element(first, middle, last, [&](const Described& a, const Described& b) {
+    HourFeatures* middle = first + (count + lanes - 1) / lanes / 2 * lanes;
+    std::nth_element(first, middle, last, [&](const HourFeatures& a, const HourFeatures& b) {
         return a.feature(widest) != b.feature(widest) ? a.feature(widest) > b.feature(widest)
                                                       : a.skyHour < b.skyHour;
     });
-    split(first, middle);
-    split(middle, last);
+    orderByLikeness(first, middle);
+    orderByLikeness(middle, last);
 }
+
+} // namespace
 
 PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
     : patches(sky.patchRadiance.data()) {
     const SpreadNormals spread(cells);
-    std::vector<Described> list(sky.skyHours.size());
+    std::vector<HourFeatures> list(sky.skyHours.size());
     for (std::size_t h = 0; h < list.size(); ++h) {
         const SkyHour& ofSky = sky.skyHours[h];
-        Described& hour = list[h];
+        HourFeatures& hour = list[h];
         hour.skyHour = static_cast<int>(h);
         const float perHour = 1.0f / ofSky.share;
         for (int b = 0; b < ofSky.beamCount; ++b) {
@@ -177,7 +187,7 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
         std::array<float, SpreadNormals::count> values{};
         for (std::size_t i = 0; i < values.size(); ++i) {
             values[i] =
-                hourlyKernels::sumOfProducts(radiance, spread.weights[i].data(), patchCount) *
+                sensorKernels::sumOfProducts(radiance, spread.weights[i].data(), patchCount) *
                 perHour;
             hour.openVector = sum(hour.openVector, scaled(spread.normals[i],
                                                           3.0f / SpreadNormals::count * values[i]));
@@ -194,7 +204,7 @@ PeakHours::PeakHours(const HourlySky& sky, const SkyCells& cells)
                          ? -1
                          : skyPatches::ofCell(sky.sunCells[static_cast<std::size_t>(sunCell)].cell);
     }
-    split(list.data(), list.data() + list.size());
+    orderByLikeness(list.data(), list.data() + list.size());
     sunCellCount = (sky.sunCells.size() + lanes - 1) / lanes * lanes;
     cellWords = (sunCellCount + 255) / 256 * 4;
     for (std::size_t i = 0; i < list.size(); i += lanes) {
@@ -234,7 +244,7 @@ WholeBeams PeakHours::wholeBeamsOf(const std::vector<std::size_t>& places) const
             all = sum(all, beams[b].energy);
             size += vectorLength(beams[b].energy);
         }
-        float radius = 0.02f; // what the rounding is a share of
+        float radius = WholeBeams::leastRadius;
         for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
             if (const float part = vectorLength(beams[b].energy); part > 0.0f) {
                 radius =
@@ -250,7 +260,7 @@ WholeBeams PeakHours::wholeBeamsOf(const std::vector<std::size_t>& places) const
     return whole;
 }
 
-void PeakHours::addLeaders(const std::vector<Described>& list) {
+void PeakHours::addLeaders(const std::vector<HourFeatures>& list) {
     std::map<int, std::size_t> strongest; // by group; the list has the order of the hours
     for (std::size_t place = 0; place < list.size(); ++place) {
         std::size_t& most = strongest.emplace(list[place].group, place).first->second;
@@ -280,12 +290,12 @@ void PeakHours::addLeaders(const std::vector<Described>& list) {
     }
 }
 
-void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size_t count) {
+void PeakHours::addBlock(const HourlySky& sky, const HourFeatures* first, std::size_t count) {
     const float part = 1.0f / static_cast<float>(count);
     XYZf sun{0, 0, 0};
     XYZf openVector{0, 0, 0};
     float strongestBeam = 0.0f;
-    for (const Described* hour = first; hour != first + count; ++hour) {
+    for (const HourFeatures* hour = first; hour != first + count; ++hour) {
         sun = sum(sun, hour->towardsSun());
         strongestBeam = std::max(strongestBeam, hour->beamLength);
         openVector = sum(openVector, scaled(hour->openVector, part));
@@ -296,28 +306,28 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
         sun = scaled(sun, 1.0f / vectorLength(sun));
     }
     const XYZf beam = scaled(sun, strongestBeam);
-    const std::size_t block = blockBounds.add();
-    blockBounds.at(block, PeakBounds::beamX) = beam.x;
-    blockBounds.at(block, PeakBounds::beamY) = beam.y;
-    blockBounds.at(block, PeakBounds::beamZ) = beam.z;
-    blockBounds.at(block, PeakBounds::openX) = openVector.x;
-    blockBounds.at(block, PeakBounds::openY) = openVector.y;
-    blockBounds.at(block, PeakBounds::openZ) = openVector.z;
-    const auto raise = [&](PeakBounds::Field field, float value) {
-        blockBounds.at(block, field) = std::max(blockBounds.at(block, field), value);
+    const std::size_t block = blockTerms.add();
+    blockTerms.at(block, BlockTerms::beamX) = beam.x;
+    blockTerms.at(block, BlockTerms::beamY) = beam.y;
+    blockTerms.at(block, BlockTerms::beamZ) = beam.z;
+    blockTerms.at(block, BlockTerms::openX) = openVector.x;
+    blockTerms.at(block, BlockTerms::openY) = openVector.y;
+    blockTerms.at(block, BlockTerms::openZ) = openVector.z;
+    const auto raise = [&](BlockTerms::Field field, float value) {
+        blockTerms.at(block, field) = std::max(blockTerms.at(block, field), value);
     };
     float openRadius = 0.0f;
     std::vector<std::size_t> places;
     blockCells.resize(blockCells.size() + cellWords, 0);
-    for (const Described* hour = first; hour != first + count; ++hour) {
+    for (const HourFeatures* hour = first; hour != first + count; ++hour) {
         if (hour->beamLength > 0.0f) {
-            raise(PeakBounds::beamRadius,
+            raise(BlockTerms::beamRadius,
                   strongestBeam * vectorLength(difference(hour->towardsSun(), sun)));
         }
-        raise(PeakBounds::beamSlack, sunSwing * hour->beamLength);
-        raise(PeakBounds::open, hour->open);
-        raise(PeakBounds::brightest, hour->brightest);
-        raise(PeakBounds::ground, hour->ground);
+        raise(BlockTerms::beamSlack, sunSwing * hour->beamLength);
+        raise(BlockTerms::open, hour->open);
+        raise(BlockTerms::brightest, hour->brightest);
+        raise(BlockTerms::ground, hour->ground);
         openRadius = std::max(openRadius, vectorLength(difference(hour->openVector, openVector)));
         places.push_back(hours.size());
         addHour(sky, *hour);
@@ -326,7 +336,7 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
             blockCells[block * cellWords + cell / 64] |= std::uint64_t{1} << cell % 64;
         }
     }
-    blockBounds.at(block, PeakBounds::open) += openRadius;
+    blockTerms.at(block, BlockTerms::open) += openRadius;
     for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
         float mean = 0.0f;
         float rest = 0.0f;
@@ -346,7 +356,7 @@ void PeakHours::addBlock(const HourlySky& sky, const Described* first, std::size
     wholeBeams.push_back(wholeBeamsOf(places));
 }
 
-void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
+void PeakHours::addHour(const HourlySky& sky, const HourFeatures& hour) {
     const SkyHour& ofSky = sky.skyHours[static_cast<std::size_t>(hour.skyHour)];
     const float perHour = 1.0f / ofSky.share;
     hours.push_back({static_cast<std::uint32_t>(beams.size()),
@@ -360,7 +370,7 @@ void PeakHours::addHour(const HourlySky& sky, const Described& hour) {
     for (std::size_t p = 0; p < patchCount; ++p) {
         radiance[p] = patches[static_cast<std::size_t>(hour.skyHour) * patchCount + p] * perHour;
     }
-    const skyZones::Terms terms = hourlyKernels::measureZones(radiance.data());
+    const skyZones::Terms terms = skyZones::measure(radiance.data());
     for (std::size_t zone = 0; zone < skyZones::count; ++zone) {
         hourZones.push_back(
             paired(terms.sums[zone] * skyZones::table().share[zone], terms.deviations[zone]));

@@ -1,7 +1,13 @@
-/// The hours of a period as the search for a sensor's peak wants them: ordered, with upper bounds.
+/// The hours of a period as the search for a sensor's peak wants them: in blocks of 16 alike, each
+/// with what bounds it for any sensor (peak_search.h says how).
+///
+/// Made once per analysis. Sixteen hours whose sun and sky are alike share a bound that is nearly
+/// as tight as that of each of them, so hours are ordered by halving: the list is cut where its
+/// features spread most, and the halves again, down to blocks.
 #pragma once
 
 #include <insolate/hourly/hourly_sky.h>
+#include <insolate/weather/weather_series.h>
 
 #include <array>
 #include <cstddef>
@@ -10,30 +16,28 @@
 
 namespace insolate {
 
-/// Upper bounds of blocks of hours, as means over the hour [W/m2]. Each `lanes` of them lie
-/// together, field by field, since they are read together.
-class PeakBounds {
+/// What the first bound of a block is made of, for blocks of hours, as means over the hour [W/m2].
+/// Each `lanes` blocks lie together, field by field, since they are read together.
+class BlockTerms {
 public:
     static constexpr std::size_t lanes = 16;
 
     enum Field : std::size_t {
-        // The mean direction to the sun, times the strongest beam.
-        beamX,
+        beamX, ///< the mean direction to the sun, times the strongest beam
         beamY,
         beamZ,
-        beamRadius, // largest distance of a direction from the mean, times the strongest beam
-        beamSlack,  // most of a beam that the surface's plane cuts
-        ground,
-        // Open sky: constant and vector, to be added to the product of normal and vector.
-        open,
+        beamRadius, ///< largest distance of a direction from the mean, times the strongest beam
+        beamSlack,  ///< most of a beam that the surface's plane cuts
+        ground,     ///< reflected by the ground
+        open,       ///< the open sky gives at most this and normal * (openX, openY, openZ)
         openX,
         openY,
         openZ,
-        brightest, // radiance [W/(m2 sr)]
+        brightest, ///< radiance [W/(m2 sr)]
         fieldCount
     };
 
-    /// Adds a bound of which every field is 0; gives its place.
+    /// Adds a block of which every field is 0; gives its place.
     std::size_t add() {
         if (m_size % lanes == 0) {
             m_values.resize(m_values.size() + fieldCount * lanes, 0.0f);
@@ -41,11 +45,11 @@ public:
         return m_size++;
     }
 
-    /// The bounds added so far; those up to the next multiple of lanes are 0.
+    /// The blocks added so far; the fields of those up to the next multiple of lanes are 0.
     std::size_t size() const { return m_size; }
     float& at(std::size_t i, Field field) { return m_values[place(i, field)]; }
     float at(std::size_t i, Field field) const { return m_values[place(i, field)]; }
-    /// A field of the `lanes` bounds from first, a multiple of lanes.
+    /// A field of the `lanes` blocks from first, a multiple of lanes.
     const float* lanesOf(std::size_t first, Field field) const {
         return &m_values[place(first, field)];
     }
@@ -77,11 +81,13 @@ struct Terms {
     std::array<float, count> sums;
     std::array<float, count> deviations;
 };
+/// Of skyPatches::count values.
+Terms measure(const float* patches);
 } // namespace skyZones
 
 /// Direct radiation of `lanes` hours: of each one part, from one sun cell.
 struct BeamLanes {
-    static constexpr std::size_t lanes = PeakBounds::lanes;
+    static constexpr std::size_t lanes = BlockTerms::lanes;
     std::array<std::int32_t, lanes> cell{};
     std::array<float, lanes> x{}, y{}, z{}; ///< [W/m2]
 };
@@ -97,20 +103,28 @@ struct BeamTable {
 
 /// The whole direct radiation of `lanes` hours [W/m2].
 struct WholeBeams {
-    /// The share of the swing that stands for the rounding of a product with the vector.
+    /// The share of the swing that stands for the rounding of a product with the vector: with a
+    /// swing of leastRadius or more of the beam, 2e-6 of the beam; three products round by 4e-7.
     static constexpr float rounding = 1e-4f;
+    static constexpr float leastRadius = 0.02f;
     std::array<float, BeamLanes::lanes> x{}, y{}, z{};
-    /// How far the parts' directions lie from their mean, times the sum of the parts. Of parts
-    /// within d of a mean product p, those above 0 bring at most (p + d) / 2 where the plane cuts
-    /// them.
+    /// How far the parts' directions lie from their mean, at least leastRadius, times the sum of
+    /// the parts. Of parts within d of a mean product p, those above 0 bring at most (p + d) / 2
+    /// where the surface's plane cuts them: at worst half of them lie at p + d and half at p - d <
+    /// 0.
     std::array<float, BeamLanes::lanes> swing{};
 };
 
-/// Hours with a similar sun stand in blocks of `lanes`, the last of which are filled up with hours
-/// that give nothing.
+struct HourFeatures;
+
+/// Hours with a similar sun and sky stand in blocks of `lanes`; the last block is filled up with
+/// hours that give nothing.
 struct PeakHours {
-    static constexpr std::size_t lanes = PeakBounds::lanes;
-    static constexpr std::size_t mostBlocks = 1024;
+    static constexpr std::size_t lanes = BlockTerms::lanes;
+    /// The search keeps its lists on the stack; a multiple of lanes, as many blocks being read at
+    /// once.
+    static constexpr std::size_t mostBlocks = 560;
+    static_assert(mostBlocks * lanes >= hoursPerYear && mostBlocks % lanes == 0);
 
     PeakHours() = default;
     /// Keeps a pointer to the sky's patches.
@@ -126,7 +140,7 @@ struct PeakHours {
     std::vector<float> leaderSky;    ///< mean radiance [W/(m2 sr)]
     std::vector<float> leaderGround; ///< as Hour::ground
 
-    PeakBounds blockBounds;
+    BlockTerms blockTerms;
     /// The sun cells of each block's hours, a bit for each in so many words: a multiple of four,
     /// since as many are read at once.
     std::vector<std::uint64_t> blockCells;
@@ -154,11 +168,9 @@ struct PeakHours {
     static std::uint32_t paired(float first, float second);
 
 private:
-    struct Described;
-    static void split(Described* first, Described* last);
-    void addLeaders(const std::vector<Described>& list);
-    void addBlock(const HourlySky& sky, const Described* first, std::size_t count);
-    void addHour(const HourlySky& sky, const Described& hour);
+    void addLeaders(const std::vector<HourFeatures>& list);
+    void addBlock(const HourlySky& sky, const HourFeatures* first, std::size_t count);
+    void addHour(const HourlySky& sky, const HourFeatures& hour);
     void addBeams(BeamTable& table, const std::vector<std::size_t>& places) const;
     WholeBeams wholeBeamsOf(const std::vector<std::size_t>& places) const;
 };

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <insolate/geometry/vector_math.h>
-#include <insolate/hourly/hourly_kernels.h>
+#include <insolate/hourly/sensor_kernels.h>
 #include <insolate/rt/ray_caster_abilities.h>
 
 #include <algorithm>
@@ -13,26 +13,16 @@
 
 namespace insolate {
 
-inline float dot(const XYZf& a, const XYZf& b) {
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-inline float length(const XYZf& a) {
-    return std::sqrt(dot(a, a));
-}
-inline XYZf added(const XYZf& a, const XYZf& b) {
-    return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
-
 /// How a surface weighs what comes from a direction.
 enum class Sides { One, Two, NoSurface };
 
 /// The weight of a vector whose length, or measure without direction, is given.
-inline float weightOf(Sides sides, const XYZf& normal, const XYZf& vector, float measure) {
+inline float weightOnSurface(Sides sides, const XYZf& normal, const XYZf& vector, float measure) {
     switch (sides) {
     case Sides::One:
-        return std::max(dot(normal, vector), 0.0f);
+        return std::max(dotProduct(normal, vector), 0.0f);
     case Sides::Two:
-        return std::abs(dot(normal, vector));
+        return std::abs(dotProduct(normal, vector));
     case Sides::NoSurface:
         break;
     }
@@ -92,7 +82,7 @@ public:
                 cells[i].words[word] |= alone[i].words[word] & free[1 - i].words[word];
             }
             if (m_query != nullptr) {
-                hourlyKernels::spread(cells[i], visibility[i]->data());
+                sensorKernels::expandSet(cells[i], visibility[i]->data());
             } else {
                 forEach(alone[i], [&](std::size_t cell, int, int) {
                     (*visibility[i])[cell] = (*visibility[1 - i])[cell];

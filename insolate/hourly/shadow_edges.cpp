@@ -156,7 +156,7 @@ EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& firstRays)
                 Sun& square = m_suns[static_cast<std::size_t>(level)][static_cast<std::size_t>(
                     (static_cast<int>(j) << 2 * level) + (highBits(step.place, 1, level) << level) +
                     highBits(step.place, 0, level))];
-                square.energy = added(square.energy, step.energy);
+                square.energy = sum(square.energy, step.energy);
                 square.hours += step.sunHours;
             }
         }
@@ -376,7 +376,7 @@ void ShadowEdges::lookAtSteps(Rays& rays, const Square& square) {
     const bool faced = facesRay(deepest, square.cell, square.x, square.y);
     countSun(cell, m_tables.sunOf(deepest, cell.sunCell, square.x, square.y), faced, value, -1.0f);
     for (const SunStep& step : m_tables.stepsOf(cell.sunCell, square.x, square.y)) {
-        const float size = length(step.energy);
+        const float size = vectorLength(step.energy);
         if (weigh(step.energy) > 0.0f) {
             countSun(cell, {step.energy, step.sunHours}, true,
                      rays.one(scaled(step.energy, 1.0f / size)), 1.0f);
@@ -487,7 +487,7 @@ inline void ShadowEdges::countSun(Cell& cell, const EdgeTables::Sun& sun, bool f
 
 /// Whether the surface faces the ray of a square.
 inline bool ShadowEdges::facesRay(int level, int cell, int x, int y) const {
-    return m_sides != Sides::One || dot(m_normal, m_tables.rayOf(level, cell, x, y)) > 0.0f;
+    return m_sides != Sides::One || dotProduct(m_normal, m_tables.rayOf(level, cell, x, y)) > 0.0f;
 }
 
 /// Visibility of a place in a cell's map or, one step beyond it, in its neighbour's; -1 where the

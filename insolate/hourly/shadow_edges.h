@@ -176,8 +176,9 @@ private:
         return m_maps[static_cast<std::size_t>(m_place[static_cast<std::size_t>(cell)])];
     }
     float weigh(const XYZf& vector) const {
-        return m_sides == Sides::One ? std::max(dot(m_normal, vector), 0.0f)
-                                     : weightOf(m_sides, m_normal, vector, length(vector));
+        return m_sides == Sides::One
+                   ? std::max(dotProduct(m_normal, vector), 0.0f)
+                   : weightOnSurface(m_sides, m_normal, vector, vectorLength(vector));
     }
 
     const EdgeTables& m_tables;
