@@ -1,7 +1,10 @@
 /// Writes the tables of docs/validation.md and its plot.
 ///
 ///     bench_validation <folder with amsterdam.epw, chicago.epw, mannheim.epw, tokyo.epw>
-///     <plot.svg>
+///     <plot.svg> [section...]
+///
+/// Sections are closure, walls, symmetry, shading, scenes, ground and methods (which draws the
+/// plot); all of them when none is named.
 #include <insolate/insolate.h>
 
 #include <bench/scenes.h>
@@ -520,16 +523,28 @@ void fourMethods(const std::string& folder, const char* plot) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: bench_validation <weather folder> <plot.svg>\n");
+    const std::vector<std::pair<std::string, std::function<void()>>> sections{
+        {"closure", [&] { closure(argv[1]); }},
+        {"walls", [&] { openWalls(argv[1]); }},
+        {"symmetry", [] { symmetry(); }},
+        {"shading", [&] { shading(argv[1]); }},
+        {"scenes", [&] { denseScenes(argv[1]); }},
+        {"ground", [&] { ground(argv[1]); }},
+        {"methods", [&] { fourMethods(argv[1], argv[2]); }}};
+    const std::vector<std::string> wanted(argv + std::min(argc, 3), argv + argc);
+    const bool known = std::all_of(wanted.begin(), wanted.end(), [&](const std::string& name) {
+        return std::any_of(sections.begin(), sections.end(),
+                           [&](const auto& section) { return section.first == name; });
+    });
+    if (argc < 3 || !known) {
+        std::fprintf(stderr, "usage: bench_validation <weather folder> <plot.svg> [closure] "
+                             "[walls] [symmetry] [shading] [scenes] [ground] [methods]\n");
         return 2;
     }
-    closure(argv[1]);
-    openWalls(argv[1]);
-    symmetry();
-    shading(argv[1]);
-    denseScenes(argv[1]);
-    ground(argv[1]);
-    fourMethods(argv[1], argv[2]);
+    for (const auto& [name, run] : sections) {
+        if (wanted.empty() || std::find(wanted.begin(), wanted.end(), name) != wanted.end()) {
+            run();
+        }
+    }
     return 0;
 }

@@ -1,6 +1,7 @@
 #include <insolate/hourly/hourly_analysis.h>
 
 #include <insolate/hourly/first_rays.h>
+#include <insolate/hourly/ground_rays.h>
 #include <insolate/hourly/peak_hours.h>
 #include <insolate/hourly/peak_search.h>
 #include <insolate/hourly/sensor_kernels.h>
@@ -48,102 +49,42 @@ constexpr float lightCellUpwards = 0.0008f;
 /// them out, and often enough for a progress bar.
 constexpr std::size_t sensorsPerBlock = 64;
 
-constexpr std::uint64_t everySecond = 0x5555555555555555U;
-
-/// A piece of the lower hemisphere, for the ground's rays.
-struct GroundPiece {
-    XYZf direction; // unit
-    XYZf moment;    // integral of the direction over the piece [sr]
-    float solidAngle;
-};
-
-/// About the given number of pieces, of equal horizontal projection in each of their bands. Their
-/// rays are spread over them by golden ratios: along the foot of a wall the errors cancel.
-std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
-    std::vector<GroundPiece> pieces;
-    if (rays <= 0) {
-        return pieces;
+/// Whoever changed a sky's options may have left no finite number there.
+HourlySky withFiniteNorth(HourlySky sky) {
+    if (!std::isfinite(sky.options.northOffset)) {
+        sky.options.northOffset = 0.0;
     }
-    const int bands =
-        std::max(1, static_cast<int>(std::lround(std::sqrt(std::min(rays, 4096) / 3.0))));
-    const int sectors = std::max(3, std::min(rays, 4096) / bands);
-    const auto spread = [](int i) {
-        const double place = 0.25 + i / std::numbers::phi;
-        return place - std::floor(place);
-    };
-    for (int band = 0; band < bands; ++band) {
-        const double h0 = std::asin(static_cast<double>(band) / bands);
-        const double h1 = std::asin(static_cast<double>(band + 1) / bands);
-        const double width = 2.0 * std::numbers::pi / sectors;
-        const double level = 0.5 * (h1 - h0) + 0.25 * (std::sin(2.0 * h1) - std::sin(2.0 * h0));
-        const double down =
-            0.5 * (std::sin(h1) * std::sin(h1) - std::sin(h0) * std::sin(h0)) * width;
-        for (int sector = 0; sector < sectors; ++sector) {
-            const double a0 = sector * width + northOffset;
-            const double a1 = a0 + width;
-            GroundPiece piece;
-            piece.moment = {static_cast<float>(level * (std::cos(a0) - std::cos(a1))),
-                            static_cast<float>(level * (std::sin(a1) - std::sin(a0))),
-                            static_cast<float>(-down)};
-            const double sine = (band + spread(sector)) / bands;
-            const double turn = a0 + spread(band) * width;
-            const double cosine = std::sqrt(1.0 - sine * sine);
-            piece.direction = {static_cast<float>(cosine * std::sin(turn)),
-                               static_cast<float>(cosine * std::cos(turn)),
-                               static_cast<float>(-sine)};
-            piece.solidAngle = static_cast<float>((std::sin(h1) - std::sin(h0)) * width);
-            pieces.push_back(piece);
-        }
-    }
-    return pieces;
+    return sky;
 }
 
-} // namespace
-
-/// The ground's rays as cells of the lower hemisphere, band 0 at the nadir, so that they are asked
-/// like a sky; as many sets as it takes to give each ray a cell of its own.
-struct GroundRays {
-    struct Cell {
-        std::size_t set;
-        int azimuth, altitude;
-    };
-    std::vector<SkyDirections> sets;
-    std::vector<GroundPiece> pieces;
-    std::vector<Cell> cells; // of the pieces
-
-    explicit GroundRays(std::vector<GroundPiece> thePieces) : pieces(std::move(thePieces)) {
-        constexpr double width = std::numbers::pi / 36.0;
-        std::vector<SkyCellSet> taken;
-        std::vector<std::vector<XYZf>> directions;
-        for (const GroundPiece& piece : pieces) {
-            const XYZf& d = piece.direction;
-            const double turn = std::atan2(static_cast<double>(d.x), static_cast<double>(d.y));
-            const double depth = std::acos(std::clamp(static_cast<double>(-d.z), 0.0, 1.0));
-            const int sector = static_cast<int>(std::floor(turn / width));
-            Cell cell;
-            cell.azimuth = (sector + skyGrid::azimuthCount) % skyGrid::azimuthCount;
-            cell.altitude = std::min(static_cast<int>(depth / width), skyGrid::altitudeCount - 1);
-            cell.set = 0;
-            while (cell.set < taken.size() &&
-                   taken[cell.set].contains(cell.azimuth, cell.altitude)) {
-                ++cell.set;
-            }
-            if (cell.set == taken.size()) {
-                taken.emplace_back();
-                directions.emplace_back(cellCount, XYZf{0, 0, 0});
-            }
-            taken[cell.set].insert(cell.azimuth, cell.altitude);
-            directions[cell.set]
-                      [static_cast<std::size_t>(skyGrid::cellIndex(cell.azimuth, cell.altitude))] =
-                          d;
-            cells.push_back(cell);
-        }
-        for (std::size_t i = 0; i < taken.size(); ++i) {
-            sets.emplace_back(std::span<const XYZf, cellCount>(directions[i].data(), cellCount),
-                              taken[i]);
-        }
+/// A zero vector stays one.
+XYZf unitVector(const XYZf& v) {
+    const float length = vectorLength(v);
+    if (length > 1e-12f && length < 1e12f) {
+        return scaled(v, 1.0f / length);
     }
-};
+    // Single precision does not hold the squares of what is much shorter or longer.
+    const double exact =
+        std::hypot(static_cast<double>(v.x), static_cast<double>(v.y), static_cast<double>(v.z));
+    const auto part = [&](float component) {
+        return exact > 0.0 ? static_cast<float>(static_cast<double>(component) / exact) : 0.0f;
+    };
+    return {part(v.x), part(v.y), part(v.z)};
+}
+
+void clear(SensorHours& hours) {
+    for (std::vector<float>* series : {&hours.beam, &hours.sky, &hours.ground}) {
+        series->assign(hoursPerYear, 0.0f);
+    }
+}
+
+bool isFinite(const XYZf& v) {
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+constexpr std::uint64_t everySecond = 0x5555555555555555U;
+
+} // namespace
 
 /// What all sensors of an analysis share.
 struct HourlyAnalysis::Prepared {
@@ -158,10 +99,10 @@ struct HourlyAnalysis::Prepared {
     PeakHours peakHours;
 
     Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
-        : sky(std::move(theSky)), options(theOptions), cells(sky.options.northOffset),
-          first(sky), ground{GroundRays(groundPieces(options.groundRays, sky.options.northOffset)),
-                             GroundRays(groundPieces((options.groundRays + 3) / 4,
-                                                     sky.options.northOffset))} {
+        : sky(withFiniteNorth(std::move(theSky))), options(theOptions),
+          cells(sky.options.northOffset),
+          first(sky), ground{GroundRays(raysOfGround(1), sky.options.northOffset),
+                             GroundRays(raysOfGround(4), sky.options.northOffset)} {
         std::array<double, patchCount> totals{};
         for (std::size_t i = 0; i < sky.patchRadiance.size(); ++i) {
             totals[i % patchCount] += static_cast<double>(sky.patchRadiance[i]);
@@ -178,6 +119,11 @@ struct HourlyAnalysis::Prepared {
         }
     }
 
+    /// A part of the ground's rays, rounded up.
+    int raysOfGround(int part) const {
+        return (std::clamp(options.groundRays, 0, GroundRays::mostRays) + part - 1) / part;
+    }
+
     const float* patchesOf(std::size_t skyHour) const {
         return sky.patchRadiance.data() + skyHour * patchCount;
     }
@@ -189,11 +135,9 @@ public:
     Evaluation(const Evaluation&) = delete;
     Evaluation& operator=(const Evaluation&) = delete;
     Evaluation(const Prepared& prepared, GetTransparencyValueOnRay& caster, const Sensor& sensor)
-        : m(prepared), m_rays(caster, sensor.position) {
-        const XYZf normal = withModerateLength(sensor.normal);
-        const float size = vectorLength(normal);
-        if (size > 0.0f && std::isfinite(size)) {
-            m_normal = scaled(normal, 1.0f / size);
+        : m_shared(prepared), m_rays(caster, sensor.position) {
+        m_normal = unitVector(sensor.normal);
+        if (vectorLength(m_normal) > 0.0f) {
             m_sides = m_rays.doubleSided() ? Sides::Two : Sides::One;
             m_rays.receiveOn(&m_normal);
         } else {
@@ -205,7 +149,7 @@ public:
         see();
         sumSky();
         sumSun();
-        if (m.edges) {
+        if (m_shared.edges) {
             lookAgain();
         }
         seeGround();
@@ -213,17 +157,17 @@ public:
         SensorResult result;
         result.beam = m_beam > FirstRays::leastEnergy ? m_beam : 0.0f;
         result.sky = m_sky;
-        result.ground = static_cast<float>(m.sky.groundReflected) * m_groundView;
+        result.ground = static_cast<float>(m_shared.sky.groundReflected) * m_groundView;
         result.total = result.beam + result.sky + result.ground;
-        result.averageDaylight = over(result.total, m.sky.daylightHours);
-        result.averagePeriod = over(result.total, m.sky.hours);
+        result.averageDaylight = over(result.total, m_shared.sky.daylightHours);
+        result.averagePeriod = over(result.total, m_shared.sky.hours);
         result.skyViewFactor = m_view / whole;
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
-        if (m.options.peak || hours != nullptr) {
+        if (m_shared.options.peak || hours != nullptr) {
             gatherPatches();
         }
-        if (m.options.peak) {
+        if (m_shared.options.peak) {
             findPeak(result);
         }
         if (hours != nullptr) {
@@ -237,7 +181,8 @@ private:
         return hours > 0.0 ? static_cast<float>(static_cast<double>(total) / hours) : 0.0f;
     }
 
-    float weigh(const XYZf& vector, float measure) const {
+    /// What a vector with the given length, or measure without direction, brings on the surface.
+    float received(const XYZf& vector, float measure) const {
         return weightOnSurface(m_sides, m_normal, vector, measure);
     }
 
@@ -262,9 +207,10 @@ private:
             std::array<std::uint8_t, cellCount / 8> frontBits;
             std::array<std::uint8_t, cellCount / 8> heavyBits;
             sensorKernels::projectOnSurface(
-                m_normal, m.cells.momentX.data(), m.cells.momentY.data(), m.cells.momentZ.data(),
-                cellCount, lightCell + lightCellUpwards * std::max(m_normal.z, 0.0f),
-                m_weight.data(), frontBits.data(), heavyBits.data());
+                m_normal, m_shared.cells.momentX.data(), m_shared.cells.momentY.data(),
+                m_shared.cells.momentZ.data(), cellCount,
+                lightCell + lightCellUpwards * std::max(m_normal.z, 0.0f), m_weight.data(),
+                frontBits.data(), heavyBits.data());
             m_look.front = setOf(frontBits);
             const SkyCellSet heavy = setOf(heavyBits);
             // The surface's own plane may cut cells: one behind it may hold sun in front of it, and
@@ -276,8 +222,8 @@ private:
             }
             cut = cut.grown();
             for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                const std::uint64_t asked =
-                    m_look.front.words[word] | (near.words[word] & m.first.withSun.words[word]);
+                const std::uint64_t asked = m_look.front.words[word] |
+                                            (near.words[word] & m_shared.first.withSun.words[word]);
                 const std::uint64_t light = asked & ~heavy.words[word] & ~cut.words[word];
                 const std::uint64_t even = word / 2 % 2 == 0 ? everySecond : ~everySecond;
                 alone[0].words[word] = light & even;
@@ -288,19 +234,21 @@ private:
             }
         } else {
             for (std::size_t i = 0; i < cellCount; ++i) {
-                m_weight[i] = weigh({m.cells.momentX[i], m.cells.momentY[i], m.cells.momentZ[i]},
-                                    m.cells.solidAngle[i]);
+                m_weight[i] = received({m_shared.cells.momentX[i], m_shared.cells.momentY[i],
+                                        m_shared.cells.momentZ[i]},
+                                       m_shared.cells.solidAngle[i]);
             }
         }
         m_look.free = m_look.asked;
-        m_rays.skies(m.first.directions, m_look.free, {{&m_visible[0], &m_visible[1]}}, alone);
+        m_rays.skies(m_shared.first.directions, m_look.free, {{&m_visible[0], &m_visible[1]}},
+                     alone);
     }
 
     void sumSky() {
         const sensorKernels::SkySums sums =
             sensorKernels::sumVisibleSky({m_weight.data(),
                                           {m_visible[0].data(), m_visible[1].data()},
-                                          m.sky.diffuse.data(),
+                                          m_shared.sky.diffuse.data(),
                                           m_seen.data()});
         m_view = sums.view;
         m_sky = sums.diffuse;
@@ -309,7 +257,7 @@ private:
     void sumSun() {
         if (m_sides == Sides::One) {
             const sensorKernels::SunSums sums =
-                sensorKernels::sumVisibleSun(m_normal, {&m.first,
+                sensorKernels::sumVisibleSun(m_normal, {&m_shared.first,
                                                         {m_visible[0].data(), m_visible[1].data()},
                                                         m_sunWeight.data(),
                                                         m_sunVisible.data()});
@@ -318,16 +266,16 @@ private:
             return;
         }
         std::fill(m_sunVisible.begin(), m_sunVisible.end(), 0.0f);
-        for (std::size_t j = 0; j < m.sky.sunCells.size(); ++j) {
-            const auto cell = static_cast<std::size_t>(m.first.cellOfSun[j]);
+        for (std::size_t j = 0; j < m_shared.sky.sunCells.size(); ++j) {
+            const auto cell = static_cast<std::size_t>(m_shared.first.cellOfSun[j]);
             float weight = 0.0f;
             float seen = 0.0f;
             for (std::size_t half = 0; half < 2; ++half) {
-                const FirstRays::Sun& sun = m.first.sun[half];
+                const FirstRays::Sun& sun = m_shared.first.sun[half];
                 const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
                 const float visible = m_visible[half][cell];
-                weight += weigh(energy, vectorLength(energy));
-                seen += visible * weigh(energy, vectorLength(energy));
+                weight += received(energy, vectorLength(energy));
+                seen += visible * received(energy, vectorLength(energy));
                 m_sunHours += visible * sun.hours[j];
             }
             m_beam += seen;
@@ -341,18 +289,18 @@ private:
         m_look.visible = {m_visible[0].data(), m_visible[1].data()};
         m_look.weight = m_weight.data();
         m_look.sunWeight = m_sunWeight.data();
-        const float least = smallPart * std::max(m_sky + m_beam, m.openTotal);
+        const float least = smallPart * std::max(m_sky + m_beam, m_shared.openTotal);
         const EdgeTolerance tolerance{
-            static_cast<float>(m.options.skyTolerance) * std::max(m_sky, least),
-            static_cast<float>(m.options.sunTolerance) * std::max(m_beam, least)};
-        ShadowEdges edges(*m.edges, m.sky, m_sides, m_normal);
+            static_cast<float>(m_shared.options.skyTolerance) * std::max(m_sky, least),
+            static_cast<float>(m_shared.options.sunTolerance) * std::max(m_beam, least)};
+        ShadowEdges edges(*m_shared.edges, m_shared.sky, m_sides, m_normal);
         for (const ShadowEdges::Cell& cell : edges.refine(m_rays, m_look, tolerance)) {
             const auto i = static_cast<std::size_t>(cell.cell);
             const float seen = std::max(cell.seen, 0.0f);
             const float gained = seen - m_seen[i];
             m_seen[i] = seen;
             m_view += gained;
-            m_sky += gained * m.sky.diffuse[i];
+            m_sky += gained * m_shared.sky.diffuse[i];
             if (cell.sunCell >= 0) {
                 const auto j = static_cast<std::size_t>(cell.sunCell);
                 m_beam += cell.beamSeen - m_sunWeight[j] * m_sunVisible[j];
@@ -373,7 +321,7 @@ private:
     float sunHoursOf(std::size_t cell, std::size_t sunCell) const {
         float hours = 0.0f;
         for (std::size_t half = 0; half < 2; ++half) {
-            const FirstRays::Sun& sun = m.first.sun[half];
+            const FirstRays::Sun& sun = m_shared.first.sun[half];
             const XYZf energy{sun.energyX[sunCell], sun.energyY[sunCell], sun.energyZ[sunCell]};
             if (m_sides != Sides::One || dotProduct(m_normal, energy) > 0.0f) {
                 hours += sun.hours[sunCell] * m_visible[half][cell];
@@ -387,14 +335,14 @@ private:
                            : m_sides == Sides::Two ? 1.0f
                                                    : 2.0f;
         m_groundView = open;
-        if (open < smallGroundView || m.ground[0].pieces.empty()) {
+        if (open < smallGroundView || m_shared.ground[0].pieces.empty()) {
             return;
         }
-        const GroundRays& ground = m.ground[open < littleGroundView ? 1 : 0];
+        const GroundRays& ground = m_shared.ground[open < littleGroundView ? 1 : 0];
         std::vector<SkyCellSet> free(ground.sets.size());
         std::vector<float> weights(ground.pieces.size());
         for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
-            weights[i] = weigh(ground.pieces[i].moment, ground.pieces[i].solidAngle);
+            weights[i] = received(ground.pieces[i].moment, ground.pieces[i].solidAngle);
             if (weights[i] > 0.0f) {
                 const GroundRays::Cell& cell = ground.cells[i];
                 free[cell.set].insert(cell.azimuth, cell.altitude);
@@ -437,7 +385,8 @@ private:
                 *patch++ = sum;
             }
         }
-        const float sum = sumOfProducts(m_patchWeight.data(), m.patchTotals.data(), patchCount);
+        const float sum =
+            sumOfProducts(m_patchWeight.data(), m_shared.patchTotals.data(), patchCount);
         m_patchScale = sum > 0.0f ? m_sky / sum : 0.0f;
         for (float& weight : m_patchWeight) {
             weight *= m_patchScale;
@@ -447,15 +396,46 @@ private:
     float beamOf(const SkyHour& hour) const {
         float beam = 0.0f;
         for (int b = 0; b < hour.beamCount; ++b) {
-            const BeamPart& part = m.sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
-            beam += m_sunVisible[static_cast<std::size_t>(part.sunCell)] *
-                    weigh(part.energy, vectorLength(part.energy));
+            const BeamPart& part = m_shared.sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+            beam += m_sunVisible[static_cast<std::size_t>(part.sunCell)] * receivedOf(part);
         }
         return beam;
     }
 
+    float receivedOf(const BeamPart& part) const {
+        return received(part.energy, vectorLength(part.energy));
+    }
+
+    /// How what a sensor gets from a sun cell is shared among the hours.
+    struct CellShare {
+        double received = 0.0; // by the whole sun of the hours, sum over the parts [Wh/m2]
+        double energy = 0.0;   // the same without a surface
+        double factor = 0.0;   // on what a part brings
+        double extra = 0.0;    // on a part's energy
+    };
+
+    /// The sums take the energy of half a cell as one vector, the hours take their own parts. The
+    /// same comes of it unless the surface's plane cuts the cell. There the hours' parts are scaled
+    /// down to what the sums have, and what these have more is shared by energy.
+    std::vector<CellShare> sharesOfSunCells() const {
+        std::vector<CellShare> shares(m_shared.sky.sunCells.size());
+        for (const BeamPart& part : m_shared.sky.beams) {
+            CellShare& share = shares[static_cast<std::size_t>(part.sunCell)];
+            share.received += static_cast<double>(receivedOf(part));
+            share.energy += static_cast<double>(vectorLength(part.energy));
+        }
+        for (std::size_t j = 0; j < shares.size(); ++j) {
+            CellShare& share = shares[j];
+            const double seen = static_cast<double>(m_sunWeight[j] * m_sunVisible[j]);
+            share.factor = share.received > 0.0 ? std::min(seen / share.received, 1.0) : 0.0;
+            share.extra =
+                share.energy > 0.0 ? std::max(seen - share.received, 0.0) / share.energy : 0.0;
+        }
+        return shares;
+    }
+
     float skyOf(std::size_t skyHour) const {
-        return sumOfProducts(m_patchWeight.data(), m.patchesOf(skyHour), patchCount);
+        return sumOfProducts(m_patchWeight.data(), m_shared.patchesOf(skyHour), patchCount);
     }
 
     void findPeak(SensorResult& result) {
@@ -463,8 +443,8 @@ private:
             findPeakOfOneSide(result);
             return;
         }
-        for (std::size_t h = 0; h < m.sky.skyHours.size(); ++h) {
-            const SkyHour& hour = m.sky.skyHours[h];
+        for (std::size_t h = 0; h < m_shared.sky.skyHours.size(); ++h) {
+            const SkyHour& hour = m_shared.sky.skyHours[h];
             const float value =
                 (beamOf(hour) + skyOf(h) + m_groundView * hour.groundReflected) / hour.share;
             if (value > result.peak) {
@@ -482,28 +462,36 @@ private:
         sensor.openScale = m_patchScale;
         sensor.view = m_view * m_patchScale;
         sensor.groundView = m_groundView;
-        const Peak peak = highestHour(m.peakHours, sensor);
+        const Peak peak = highestHour(m_shared.peakHours, sensor);
         if (peak.hour >= 0) {
             result.peak = peak.value;
-            const int skyHour = m.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;
-            result.peakHour = m.sky.skyHours[static_cast<std::size_t>(skyHour)].hour;
+            const int skyHour =
+                m_shared.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;
+            result.peakHour = m_shared.sky.skyHours[static_cast<std::size_t>(skyHour)].hour;
         }
     }
 
     void fill(SensorHours& hours) const {
-        for (std::vector<float>* series : {&hours.beam, &hours.sky, &hours.ground}) {
-            series->assign(hoursPerYear, 0.0f);
-        }
-        for (std::size_t h = 0; h < m.sky.skyHours.size(); ++h) {
-            const SkyHour& hour = m.sky.skyHours[h];
+        clear(hours);
+        const std::vector<CellShare> shares = sharesOfSunCells();
+        for (std::size_t h = 0; h < m_shared.sky.skyHours.size(); ++h) {
+            const SkyHour& hour = m_shared.sky.skyHours[h];
             const auto k = static_cast<std::size_t>(hour.hour);
-            hours.beam[k] = beamOf(hour);
+            double beam = 0.0;
+            for (int b = 0; b < hour.beamCount; ++b) {
+                const BeamPart& part =
+                    m_shared.sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+                const CellShare& share = shares[static_cast<std::size_t>(part.sunCell)];
+                beam += share.factor * static_cast<double>(receivedOf(part)) +
+                        share.extra * static_cast<double>(vectorLength(part.energy));
+            }
+            hours.beam[k] = static_cast<float>(beam);
             hours.sky[k] = skyOf(h);
             hours.ground[k] = hour.groundReflected * m_groundView;
         }
     }
 
-    const Prepared& m;
+    const Prepared& m_shared;
     Rays m_rays;
     Sides m_sides = Sides::One;
     XYZf m_normal{0, 0, 0};
@@ -530,16 +518,15 @@ HourlyAnalysis& HourlyAnalysis::operator=(HourlyAnalysis&&) noexcept = default;
 HourlyAnalysis::~HourlyAnalysis() = default;
 
 const HourlySky& HourlyAnalysis::sky() const {
-    return m_prepared->sky;
+    static const HourlySky none;
+    return m_prepared != nullptr ? m_prepared->sky : none;
 }
 
 SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
                                       SensorHours* hours) const {
-    if (!m_prepared->sky.valid) {
+    if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal)) {
         if (hours != nullptr) {
-            hours->beam.assign(hoursPerYear, 0.0f);
-            hours->sky.assign(hoursPerYear, 0.0f);
-            hours->ground.assign(hoursPerYear, 0.0f);
+            clear(*hours);
         }
         return {};
     }

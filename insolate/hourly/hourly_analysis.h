@@ -31,10 +31,11 @@ namespace insolate {
 
 /// A place at which radiation is computed, in model coordinates.
 struct Sensor {
-    /// [model units]. Rays from a position that is not finite hit nothing: it sees an open sky.
+    /// A sensor of which a coordinate is no finite number gets results of 0 and no peak hour.
     XYZf position{0, 0, 0};
-    /// Outward normal of the receiving surface, of any length. A zero vector, or one that is not
-    /// finite, stands for a point without a surface, on which every direction counts fully.
+    /// Outward normal of the receiving surface, of any length. A zero vector stands for a point
+    /// without a surface, on which every direction counts fully. A component that is no finite
+    /// number gives results of 0 too.
     XYZf normal{0, 0, 1};
 };
 
@@ -52,8 +53,9 @@ struct HourlyAnalysisOptions {
     double sunTolerance = 0.0;
     /// Rays into the lower hemisphere that find the part of the ground hidden by the scene;
     /// surfaces that see little of it have a quarter of them. 128 leave a facade in a deep canyon
-    /// within 1 % of its total (root mean square), 384 within half of that. 0 takes the ground as
-    /// open. Take 0 also for a scene that models its own ground, which would count as hiding it.
+    /// within 1 % of its total (root mean square), 384 within half of that. 0 or less takes the
+    /// ground as open, more than 4,096 are 4,096. Take 0 also for a scene that models its own
+    /// ground, which would count as hiding it.
     int groundRays = 128;
     bool peak = true; ///< whether to find the peak and its hour
 };
@@ -76,8 +78,12 @@ struct SensorResult {
 };
 
 /// The hours of a sensor: 8,760 values each [Wh/m2], 0 outside the period. They add up to the
-/// sensor's result, the beam to within the few cells that the surface's own plane cuts (within
-/// 0.7 % of a year's total, mostly under 0.2 %); the highest is the sensor's peak.
+/// sensor's beam, sky and ground to within 1e-4 of its total, in every period.
+///
+/// The sums take the sun of half a cell as one vector, and lose a little where the surface's plane
+/// cuts the cell (within 0.7 % of a year's total, mostly under 0.2 %). The hours of such a cell are
+/// scaled to what the sums have of it. The sensor's peak is searched before this: it is the highest
+/// of the hours unless the sun of that hour stands within 7 degrees of the surface's plane.
 struct SensorHours {
     std::vector<float> beam;
     std::vector<float> sky;
@@ -99,12 +105,14 @@ struct EvaluateOptions {
 
 class INSOLATE_EXPORT HourlyAnalysis {
 public:
-    /// Takes the sky over. An invalid sky gives results of 0.
+    /// Takes the sky over. An invalid sky gives results of 0, and so does an analysis that was
+    /// moved from; a north offset in the sky's options that is no finite number counts as 0.
     explicit HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options = {});
     HourlyAnalysis(HourlyAnalysis&&) noexcept;
     HourlyAnalysis& operator=(HourlyAnalysis&&) noexcept;
     ~HourlyAnalysis();
 
+    /// The sky as it was taken over; an invalid one in an analysis that was moved from.
     const HourlySky& sky() const;
 
     /// One-sided sensors in a scene. hours, where given, gets the sensor's hours.

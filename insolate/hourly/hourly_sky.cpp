@@ -183,10 +183,14 @@ AnalysisPeriod heldToRange(AnalysisPeriod period) {
     return period;
 }
 
+double finiteOffset(double northOffset) {
+    return std::isfinite(northOffset) ? northOffset : 0.0;
+}
+
 HourlySkyOptions heldToRange(HourlySkyOptions options) {
     options.stepsPerHour = std::clamp(options.stepsPerHour, 1, 60);
     options.albedo = options.albedo > 0.0 ? std::min(options.albedo, 1.0) : 0.0;
-    options.northOffset = std::isfinite(options.northOffset) ? options.northOffset : 0.0;
+    options.northOffset = finiteOffset(options.northOffset);
     return options;
 }
 
@@ -506,6 +510,7 @@ SkyCells::SkyCells(double northOffset)
     : centre(cellCount), momentX(cellCount), momentY(cellCount), momentZ(cellCount),
       solidAngle(cellCount) {
     constexpr double width = pi / 36.0;
+    const double north = finiteOffset(northOffset);
     for (std::size_t band = 0; band < bandCount; ++band) {
         const double h0 = static_cast<double>(band) * width;
         const double h1 = h0 + width;
@@ -515,7 +520,7 @@ SkyCells::SkyCells(double northOffset)
         const double upward = 0.5 * (std::sin(h1) * std::sin(h1) - std::sin(h0) * std::sin(h0));
         const double middle = 0.5 * (h0 + h1);
         for (std::size_t sector = 0; sector < sectorCount; ++sector) {
-            const double a0 = static_cast<double>(sector) * width + northOffset;
+            const double a0 = static_cast<double>(sector) * width + north;
             const double a1 = a0 + width;
             const double azimuth = 0.5 * (a0 + a1);
             const std::size_t i = band * sectorCount + sector;

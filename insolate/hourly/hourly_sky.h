@@ -33,9 +33,10 @@ struct AnalysisPeriod {
 };
 
 struct HourlySkyOptions {
-    int stepsPerHour = 10;    ///< sub-steps of an hour, 1..60; 10 are 6 minutes
-    double northOffset = 0.0; ///< turns the compass in the model [radians, clockwise]
-    double albedo = 0.2;      ///< ground reflectance 0..1
+    int stepsPerHour = 10; ///< sub-steps of an hour, 1..60; 10 are 6 minutes
+    /// Turns the compass in the model [radians, clockwise]; what is no finite number counts as 0.
+    double northOffset = 0.0;
+    double albedo = 0.2; ///< ground reflectance 0..1
     /// Takes the weather's monthly albedo where it has one; albedo holds for the other months.
     bool monthlyAlbedo = false;
     /// Direct normal radiation from which a step counts as direct sun [W/m2]: 0 counts all the time
@@ -135,6 +136,7 @@ INSOLATE_EXPORT int ofCell(int cell);
 
 /// The geometry of the cells in model coordinates; 1,296 values each.
 struct SkyCells {
+    /// northOffset as in HourlySkyOptions.
     explicit INSOLATE_EXPORT SkyCells(double northOffset);
     std::vector<XYZf> centre; ///< direction of the middle in azimuth and altitude, unit
     /// Integral of the direction over the cell's solid angle, exact [sr]: its product with a normal

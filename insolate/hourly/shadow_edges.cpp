@@ -1,3 +1,26 @@
+// How the cells at the edges of shadows are found, and which of them are split.
+//
+// After the first look a cell counts by two rays, one in each of its halves. That is wrong only
+// where the edge of a shadow passes: in cells whose rays, or those of a neighbour, are seen
+// differently. refine() works on these.
+//
+// 1. Each cell at an edge could be wrong by about what it weighs: its sky and its beam on the
+//    surface. The errors of different cells have either sign, so their squares add up, and the root
+//    of the sum, times an empirical factor, bounds the error of the sensor. Cells that the
+//    surface's own plane cuts lose instead of erring, all in one direction, and add up plainly.
+// 2. While the bound exceeds the tolerance, the heaviest cells are split into squares, two by two
+//    (level 1, 2.5 degrees), then those of the squares at edges again (1.25, 0.6 degrees). A split
+//    square has one ray for each of its four. How heavy a square must be to be split is read from a
+//    histogram of the errors.
+// 3. When one more split of some squares is enough, no others are looked at, and this is the last
+//    round. Otherwise all squares at edges are split but the light ones that together leave a
+//    quarter of what is tolerated.
+// 4. Beyond the smallest squares the sun's own steps are asked one by one; the sky has no finer
+//    detail.
+//
+// The sums of a cell (Cell) hold at any time what its squares give: a square that is split is taken
+// out and its four are put in. A map of each such cell holds what is seen of it, in eighths of its
+// width and height, so that squares of different levels can be compared with their neighbours.
 #include <insolate/hourly/shadow_edges.h>
 
 #include <algorithm>
@@ -19,7 +42,7 @@ constexpr int side = EdgeTables::side;
 constexpr float skyFactor = 0.36f;
 constexpr float beamFactor = 0.8f;
 
-/// What becomes of a square's doubt when it is split. The sun's energy lies unevenly in a square.
+/// The share of a square's squared error that is left when it is split.
 struct Shrinking {
     float sky, beam;
 };
@@ -27,8 +50,13 @@ constexpr Shrinking unchanged{1.0f, 1.0f};
 constexpr Shrinking quartered{0.2f, 0.22f};
 constexpr Shrinking gone{0.0f, 0.0f};
 
-/// Sums of squared weights, by the power of two of each.
-class Doubts {
+/// Of what is tolerated, the part that squares may take which are left as they are while others are
+/// still to be split further.
+constexpr float shareOfLightSquares = 0.25f;
+
+/// Squared errors of squares, summed by the power of two of each: the limit above which squares
+/// must be split is found without sorting them.
+class ErrorHistogram {
 public:
     void add(float value) {
         const std::size_t exponent = std::bit_cast<std::uint32_t>(value) >> exponentShift & 0xFF;
@@ -37,8 +65,9 @@ public:
         m_end = std::max(m_end, exponent + 1);
     }
     float sum() const { return m_sum; }
-    /// The highest power of two from which on values shrunk by a factor add up, with those below,
-    /// to no more than is allowed; 0 if none is enough.
+    /// The highest power of two such that, when all values from there on shrink by the factor, the
+    /// sum of all is no more than allowed: infinity when nothing need shrink, 0 when shrinking all
+    /// of them is not enough.
     float limit(float allowed, float factor) const {
         float left = m_sum;
         std::size_t exponent = m_end;
@@ -61,7 +90,7 @@ private:
     std::size_t m_end = 0;
 };
 
-/// Three of six interleaved bits, from the highest.
+/// The upper `level` of six interleaved bits of an axis (0: azimuth, 1: altitude).
 int highBits(std::uint32_t place, int axis, int level) {
     int value = 0;
     for (int bit = 0; bit < level; ++bit) {
@@ -74,7 +103,7 @@ constexpr float squared(float value) {
     return value * value;
 }
 
-/// Of a square whose moment has length 1 [sr].
+/// Solid angle of a square whose moment has length 1 [sr].
 float solidAngle(int level) {
     constexpr auto width = static_cast<float>(std::numbers::pi / 36.0);
     return width * width / static_cast<float>(1 << 2 * level);
@@ -233,8 +262,11 @@ std::vector<ShadowEdges::Square> ShadowEdges::cellsAtEdges() const {
     return edges;
 }
 
-/// Cells that the surface's own plane cuts count by their middle at first. What that loses is no
-/// chance: it is of one sign, and adds up plainly.
+/// Adds the cells that the surface's own plane cuts. The first look weighs such a cell by its
+/// middle alone, and loses what lies in front of the plane in the corners. These losses have one
+/// sign: a cell's squared error is its loss times the loss of all, so that the sum of these is the
+/// square of the whole loss. The empirical factor, which holds for errors of either sign, is
+/// divided out.
 void ShadowEdges::addCutCells(std::vector<Square>& edges) const {
     SkyCellSet behind = SkyCellSet::all();
     for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
@@ -269,8 +301,8 @@ void ShadowEdges::addCutCells(std::vector<Square>& edges) const {
             float beam = sunCell < 0 ? 0.0f : -m_first.sunWeight[sunCell];
             for (int y = 0; y < 2; ++y) {
                 for (int x = 0; x < 2; ++x) {
-                    sky += solidAngle(1) * weigh(m_tables.moment(1, cell, x, y));
-                    beam += sunCell < 0 ? 0.0f : weigh(m_tables.sunOf(1, sunCell, x, y).energy);
+                    sky += solidAngle(1) * projected(m_tables.moment(1, cell, x, y));
+                    beam += sunCell < 0 ? 0.0f : projected(m_tables.sunOf(1, sunCell, x, y).energy);
                 }
             }
             sky = std::max(sky * m_hourlySky.diffuse[at], 0.0f);
@@ -297,6 +329,8 @@ void ShadowEdges::addCutCells(std::vector<Square>& edges) const {
 std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLook& first,
                                                        const EdgeTolerance& tolerance) {
     m_first = first;
+    // The tolerances as sums of squares that are allowed, and what the squares that stay as they
+    // are take of them.
     const auto allowed = [](float error, float factor) {
         return error > 0.0f ? squared(error / factor) : std::numeric_limits<float>::infinity();
     };
@@ -307,8 +341,8 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLo
     std::vector<Square> squares = cellsAtEdges();
     std::vector<Square> chosen;
     for (int level = 1;; ++level) {
-        Doubts sky;
-        Doubts beam;
+        ErrorHistogram sky;
+        ErrorHistogram beam;
         for (const Square& square : squares) {
             sky.add(square.sky);
             beam.add(square.beam);
@@ -320,11 +354,11 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLo
         if (enough(unchanged)) {
             break;
         }
+        // The last round splits no more than needed; the steps of the sun are always the last.
         const bool steps = level > EdgeTables::deepest;
         const bool reached = steps || enough(quartered);
         const Shrinking& shrinking = steps || !reached ? gone : quartered;
-        // What is left alone takes a part of what is allowed, when this is not yet enough.
-        const float share = reached ? 1.0f : 0.25f;
+        const float share = reached ? 1.0f : shareOfLightSquares;
         const float skyLimit = steps ? std::numeric_limits<float>::infinity()
                                      : sky.limit(share * allowedSky - fixedSky, shrinking.sky);
         const float beamLimit = beam.limit(share * allowedBeam - fixedBeam, shrinking.beam);
@@ -348,6 +382,7 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLo
         if (reached) {
             break;
         }
+        // The next round's squares: those of the new ones that an edge crosses.
         squares.clear();
         for (const Square& parent : chosen) {
             const Cell& cell = m_cells[static_cast<std::size_t>(m_place[parent.cell])];
@@ -356,9 +391,11 @@ std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLo
                 const int y = 2 * parent.y + quarter / 2;
                 if (atEdge(level, parent.cell, x, y)) {
                     const float energy =
-                        cell.sunCell < 0 ? 0.0f
-                                         : weigh(m_tables.sunOf(level, cell.sunCell, x, y).energy);
-                    // Of the square's sky a quarter is near enough here.
+                        cell.sunCell < 0
+                            ? 0.0f
+                            : projected(m_tables.sunOf(level, cell.sunCell, x, y).energy);
+                    // A quarter of the parent's sky is near enough for a bound, squared a
+                    // sixteenth.
                     squares.push_back({parent.sky / 16.0f, squared(energy), parent.cell,
                                        static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y)});
                 }
@@ -377,7 +414,7 @@ void ShadowEdges::lookAtSteps(Rays& rays, const Square& square) {
     countSun(cell, m_tables.sunOf(deepest, cell.sunCell, square.x, square.y), faced, value, -1.0f);
     for (const SunStep& step : m_tables.stepsOf(cell.sunCell, square.x, square.y)) {
         const float size = vectorLength(step.energy);
-        if (weigh(step.energy) > 0.0f) {
+        if (projected(step.energy) > 0.0f) {
             countSun(cell, {step.energy, step.sunHours}, true,
                      rays.one(scaled(step.energy, 1.0f / size)), 1.0f);
         } else if (size == 0.0f) {
@@ -467,7 +504,8 @@ void ShadowEdges::replace(int level, const Square& square, const std::array<floa
 
 /// Adds a square to its cell's sums, or takes it out with a sign of -1.
 inline void ShadowEdges::count(Cell& cell, int level, int x, int y, float value, float sign) const {
-    cell.seen += sign * value * solidAngle(level) * weigh(m_tables.moment(level, cell.cell, x, y));
+    cell.seen +=
+        sign * value * solidAngle(level) * projected(m_tables.moment(level, cell.cell, x, y));
     if (cell.sunCell >= 0) {
         countSun(cell, m_tables.sunOf(level, cell.sunCell, x, y),
                  value > 0.0f && facesRay(level, cell.cell, x, y), value, sign);
@@ -479,7 +517,7 @@ inline void ShadowEdges::count(Cell& cell, int level, int x, int y, float value,
 /// would lose time where the ray lies on one side of its plane and the energy on the other.
 inline void ShadowEdges::countSun(Cell& cell, const EdgeTables::Sun& sun, bool faced, float value,
                                   float sign) const {
-    const float beam = sign * weigh(sun.energy);
+    const float beam = sign * projected(sun.energy);
     cell.beam += beam;
     cell.beamSeen += beam * value;
     cell.directHours += faced ? sign * sun.hours * value : 0.0f;

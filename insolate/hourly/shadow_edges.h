@@ -103,10 +103,10 @@ private:
     const FirstRays* m_firstRays;
     std::vector<SkyDirections> m_sets;
     std::array<std::array<std::uint8_t, side * side>, deepest + 1> m_pairOfMove{};
-    std::array<Place, skyGrid::cellCount> m_first;    // of the lattice's own place, in eighths
-    std::array<std::vector<Sun>, deepest + 1> m_suns; // by sun cell, row by row
+    std::array<Place, skyGrid::cellCount> m_first;    ///< of the lattice's own place, in eighths
+    std::array<std::vector<Sun>, deepest + 1> m_suns; ///< by sun cell, row by row
     std::vector<int> m_sunCellOf;
-    std::vector<Angle> m_azimuths, m_altitudes; // at sixteenths of a cell
+    std::vector<Angle> m_azimuths, m_altitudes; ///< at sixteenths of a cell
     std::array<Angle, skyGrid::altitudeCount> m_shiftX;
     std::array<Angle, skyGrid::azimuthCount> m_shiftY;
 };
@@ -175,7 +175,8 @@ private:
     Map& mapOf(int cell) {
         return m_maps[static_cast<std::size_t>(m_place[static_cast<std::size_t>(cell)])];
     }
-    float weigh(const XYZf& vector) const {
+    /// What a vector brings on the surface.
+    float projected(const XYZf& vector) const {
         return m_sides == Sides::One
                    ? std::max(dotProduct(m_normal, vector), 0.0f)
                    : weightOnSurface(m_sides, m_normal, vector, vectorLength(vector));
@@ -187,8 +188,8 @@ private:
     const XYZf& m_normal;
     FirstLook m_first{};
     std::vector<Cell> m_cells;
-    std::vector<Map> m_maps;           // of m_cells
-    std::vector<std::int16_t> m_place; // of a cell in m_cells, -1 for none
+    std::vector<Map> m_maps;           ///< of m_cells
+    std::vector<std::int16_t> m_place; ///< of a cell in m_cells, -1 for none
 };
 
 } // namespace insolate
