@@ -7,6 +7,8 @@
 /// plot); all of them when none is named.
 #include <insolate/insolate.h>
 
+#include <insolate/sky/all_weather_luminance.h>
+
 #include <bench/scenes.h>
 #include <tests/hourly/made_weather.h>
 
@@ -129,6 +131,83 @@ void closure(const std::string& folder) {
     }
 }
 
+/// Radiation on open surfaces without cells, hour by hour: the beam at each sub-step's own sun.
+struct OpenSurfaces {
+    std::vector<double> beam;
+    std::vector<double>
+        sky1993; ///< Perez et al. (1993), the dome integrated test::degree by test::degree
+    std::vector<double> sky1990; ///< Perez et al. (1990), tilted-surface model
+};
+
+OpenSurfaces openSurfaces(const WeatherSeries& weather, const std::vector<Vector>& normals,
+                          int steps) {
+    OpenSurfaces result;
+    result.beam.assign(normals.size(), 0.0);
+    result.sky1993 = result.sky1990 = result.beam;
+    struct Element {
+        Vector direction;
+        double solidAngle;
+    };
+    std::vector<Element> dome;
+    for (int h = 0; h < 90; ++h) {
+        for (int a = 0; a < 360; ++a) {
+            dome.push_back(
+                {direction(a + 0.5, h + 0.5),
+                 (std::sin((h + 1) * test::degree) - std::sin(h * test::degree)) * test::degree});
+        }
+    }
+    for (int k = 0; k < hoursPerYear; ++k) {
+        const double direct = weather.directNormal[static_cast<std::size_t>(k)];
+        const double diffuse = weather.diffuseHorizontal[static_cast<std::size_t>(k)];
+        if (!(direct > 0.0) && !(diffuse > 0.0)) {
+            continue;
+        }
+        const std::vector<SunPosition> suns = test::sunsOfHour(weather.site, k, steps);
+        const double share = 1.0 / static_cast<double>(suns.size());
+        const double rate = steps * share; // of the sun's time
+        for (const SunPosition& sun : suns) {
+            const Vector s = test::vectorOf(sun);
+            for (std::size_t i = 0; i < normals.size(); ++i) {
+                result.beam[i] += direct * share * std::max(test::product(normals[i], s), 0.0);
+            }
+            if (!(diffuse > 0.0)) {
+                continue;
+            }
+            const double zenith = 90.0 * test::degree - sun.altitude;
+            const AllWeatherSky sky =
+                allWeatherSky(direct * rate, diffuse * rate, zenith, sun.distance);
+            std::vector<double> onSurface(normals.size(), 0.0);
+            double horizontal = 0.0;
+            for (const Element& e : dome) {
+                const double fromSun =
+                    std::acos(std::clamp(test::product(e.direction, s), -1.0, 1.0));
+                const double L =
+                    horizonFactor(sky, e.direction[2]) * sunFactor(sky, fromSun) * e.solidAngle;
+                horizontal += L * e.direction[2];
+                for (std::size_t i = 0; i < normals.size(); ++i) {
+                    onSurface[i] += L * std::max(test::product(normals[i], e.direction), 0.0);
+                }
+            }
+            for (std::size_t i = 0; i < normals.size(); ++i) {
+                result.sky1993[i] += onSurface[i] / horizontal * diffuse * share;
+                EPerezInput input;
+                input.direct = direct * rate;
+                input.diffuse = diffuse * rate;
+                input.groundReflectance = 0.0;
+                input.incidenceAngle =
+                    std::acos(std::clamp(test::product(normals[i], s), -1.0, 1.0));
+                input.tilt = std::acos(normals[i][2]);
+                input.zenithAngle = zenith;
+                EPerezResults parts;
+                ESolarRadiation().getPerezAllWeatherSkyData(&input, &parts);
+                result.sky1990[i] +=
+                    (parts.isotropic + parts.circumsolar + parts.horizonBrightening) * share / rate;
+            }
+        }
+    }
+    return result;
+}
+
 void openWalls(const std::string& folder) {
     std::printf("\n## Open walls and tilts\n\n| surface | beam | beam, cells | sky 1993, 1 degree "
                 "| sky, cells | difference | sky 1990 | difference |\n"
@@ -146,7 +225,7 @@ void openWalls(const std::string& folder) {
     for (const auto& surface : surfaces) {
         normals.push_back(surface.second);
     }
-    const test::OpenSurfaces plain = test::openSurfaces(weather, normals, 10);
+    const OpenSurfaces plain = openSurfaces(weather, normals, 10);
     HourlyAnalysisOptions options;
     options.groundRays = 0;
     const HourlyAnalysis analysis(buildHourlySky(weather), options);

@@ -29,19 +29,27 @@ using sensorKernels::lanes;
 using sensorKernels::patchCount;
 using sensorKernels::sumOfProducts;
 
-/// Shares of the view below this are not worth a ray: a two-hundredth of the ground's light.
+/// Shares of the view below this are not worth a ray: what hides all of it takes a 200th of the
+/// light of open ground, below a thousandth of a year's total.
 constexpr float smallGroundView = 0.005f;
 
-/// For less than this share of the view a quarter of the ground's rays are enough.
+/// For less than this share of the view a quarter of the ground's rays are enough. By
+/// `bench_validation <weather folder> <plot.svg> ground` 48 rays leave a facade, with a share of
+/// 0.5, 2.4 % of its total (root mean square), 128 rays 1.0 %: with 0.15 the 32 rays leave less
+/// than 1 % too. At 0.3 they would leave up to twice that, at 0.05 roofs and slopes would take 96
+/// rays more without need.
 constexpr float littleGroundView = 0.15f;
 
 /// A part of the radiation counts for its tolerance as at least this share of the sensor's own
-/// total and of that of open ground.
+/// total and of that of open ground. It is part of what the tolerances promise, not an estimate.
 constexpr float smallPart = 0.1f;
 
 /// Cells of less projected solid angle than this count too little for two rays [sr]: a fifth of the
 /// heaviest cell of a facade. A level surface sees all around, where errors even out, and has half
-/// as much again.
+/// as much again. By `bench_validation <weather folder> <plot.svg> shading scenes` half of both
+/// takes 14 % more rays on the ground and 8 % more on facades, for errors that are a twentieth less
+/// at most; twice both saves 36 % and 12 %, but three quarters more are left of the beam in courts
+/// (1.05 % in place of 0.60, root mean square), and a quarter more in a dense city.
 constexpr float lightCell = 0.0016f;
 constexpr float lightCellUpwards = 0.0008f;
 

@@ -37,12 +37,21 @@ constexpr int bands = skyGrid::altitudeCount;
 constexpr int deepest = EdgeTables::deepest;
 constexpr int side = EdgeTables::side;
 
-/// By these the root of the summed squares of the weights at edges bounds the errors: one in a
-/// hundred sensors behind walls and in courts, up to three in dense cities, have larger ones.
+// The constants below are measured by `bench_validation <weather folder> <plot.svg> shading
+// scenes`: 500 random cases of each kind of surroundings, and 400 sensors of Lyon and of a dense
+// city.
+
+/// These times the root of the summed squares of the weights at edges bound the error. Of facades
+/// before a wall, the hardest case, 98.0 % keep half a percent of the beam at a tolerance of 0.25
+/// %, of those in a court 98.6 % keep 1 % of the sky. With 0.3 and 0.65 the rays are 5 % fewer and
+/// the shares 96.4 % and 97.8 %; with 0.45 and 1.0 the rays are 6 % more, the shares 99.6 %
+/// and 98.8 %.
 constexpr float skyFactor = 0.36f;
 constexpr float beamFactor = 0.8f;
 
-/// The share of a square's squared error that is left when it is split.
+/// The share of a square's squared error that is left when it is split. Halves of these save 3 % of
+/// the rays, doubles take 2 % more; the share of facades before a wall within half a percent of the
+/// beam, 88.4 % at that tolerance, becomes 86.6 % and 89.4 %.
 struct Shrinking {
     float sky, beam;
 };
@@ -51,7 +60,8 @@ constexpr Shrinking quartered{0.2f, 0.22f};
 constexpr Shrinking gone{0.0f, 0.0f};
 
 /// Of what is tolerated, the part that squares may take which are left as they are while others are
-/// still to be split further.
+/// still to be split further. The errors are the same from 0.1 to 0.5; the rays are 5 % more with
+/// 0.1 and 2 % fewer with 0.5.
 constexpr float shareOfLightSquares = 0.25f;
 
 /// Squared errors of squares, summed by the power of two of each: the limit above which squares

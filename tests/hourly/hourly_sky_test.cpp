@@ -1,5 +1,7 @@
 #include <insolate/hourly/hourly_sky.h>
 
+#include <insolate/sky/all_weather_luminance.h>
+
 #include <tests/hourly/made_weather.h>
 #include <tests/support/test_data.h>
 
@@ -137,28 +139,26 @@ TEST(HourlySky, EqualsThePlainLuminance) {
     }
 }
 
-// Walls and tilts against evaluations without cells; every 24th day of a real year.
-TEST(HourlySky, GivesOpenWallsAndTiltsTheirRadiation) {
-    INSOLATE_REQUIRE_TEST_DATA(path, "weather/chicago.epw");
-    WeatherSeries weather = readWeatherSeries(path).series;
-    std::fill(weather.pressure.begin(), weather.pressure.end(), std::nanf(""));
-    std::fill(weather.dryBulb.begin(), weather.dryBulb.end(), std::nanf(""));
-    test::keepDays(weather, 24);
-    const std::vector<Vector> normals{test::direction(0, 0),   test::direction(90, 0),
-                                      test::direction(180, 0), test::direction(270, 0),
-                                      test::direction(137, 0), test::direction(180, 50),
-                                      test::direction(63, 70), {0, 0, 1}};
-    const test::OpenSurfaces plain = test::openSurfaces(weather, normals, 4);
+// The beam of walls and tilts, at each sub-step's own sun.
+TEST(HourlySky, GivesOpenWallsAndTiltsTheirBeam) {
+    const Site site{41.98, -87.92, -6.0, 201.0};
+    const WeatherSeries weather = test::clearYear(site);
     HourlySkyOptions options;
     options.stepsPerHour = 4;
     const HourlySky sky = buildHourlySky(weather, {}, options);
-    for (std::size_t i = 0; i < normals.size(); ++i) {
-        const OnSurface cells = onOpenSurface(sky, normals[i]);
-        // The night hours of these days hold no diffuse; the beam of a cell that the surface's
-        // plane cuts loses up to a fifth of a percent.
-        EXPECT_NEAR(cells.beam / plain.beam[i], 1.0, plain.beam[i] > 1e4 ? 0.003 : 0.02) << i;
-        EXPECT_NEAR(cells.sky / plain.sky1993[i], 1.0, 0.01) << i;
-        EXPECT_NEAR(cells.sky / plain.sky1990[i], 1.0, 0.12) << i;
+    for (const Vector& normal : {test::direction(0, 0), test::direction(90, 0),
+                                 test::direction(205, 0), test::direction(280, 50)}) {
+        double beam = 0.0;
+        for (int k = 0; k < hoursPerYear; ++k) {
+            const std::vector<SunPosition> suns = test::sunsOfHour(site, k, 4);
+            for (const SunPosition& sun : suns) {
+                beam += static_cast<double>(weather.directNormal[static_cast<std::size_t>(k)]) *
+                        std::max(test::product(normal, test::vectorOf(sun)), 0.0) /
+                        static_cast<double>(suns.size());
+            }
+        }
+        // A cell that the surface's plane cuts loses a little.
+        EXPECT_NEAR(onOpenSurface(sky, normal).beam / beam, 1.0, normal[1] == 1.0 ? 0.02 : 0.003);
     }
 }
 
@@ -218,6 +218,35 @@ TEST(HourlySky, PlacesEnergyWithoutSunAndCountsIt) {
     EXPECT_NEAR(onOpenSurface(sky, {0, 0, 1}).sky, 105.0, 1e-3);
     EXPECT_NEAR(sky.groundReflected, 0.2 * 105.0, 1e-9);
     EXPECT_FALSE(buildHourlySky(WeatherSeries{}).valid);
+}
+
+TEST(HourlySky, TakesTheYearAndTheAirOfTheHour) {
+    WeatherSeries weather = test::clearYear({-22.5, -68.0, -4.0, 4000.0});
+    const auto onGround = [&](int year) {
+        return buildHourlySky(weather, {}, {.year = year}).report.directHorizontal;
+    };
+    const double usual = onGround(0); // 2001, air of 4,000 m
+    const double of1988 = onGround(1988);
+    EXPECT_NE(of1988, usual);
+    weather.year.assign(hoursPerYear, 1988);
+    EXPECT_EQ(onGround(0), of1988);
+    weather.pressure.assign(hoursPerYear, static_cast<float>(standardPressure(4000.0)));
+    EXPECT_NEAR(onGround(2001) / usual, 1.0, 1e-9);
+    weather.pressure.assign(hoursPerYear, 101325.0f);
+    EXPECT_NE(onGround(2001), usual);
+}
+
+// Of the hour of sunrise a period that ends before the sun has nothing, the rest all.
+TEST(HourlySky, SharesTheHourOfSunriseByTheSunsTime) {
+    const WeatherSeries weather = test::clearYear({42.0, -90.0, -6.0, 0.0});
+    const double hour = std::floor(sunTimes(2001, 2, 1, weather.site).rise); // 7:09, standard time
+    const auto diffuse = [&](double start, double end) {
+        return buildHourlySky(weather, {32, 32, start, end}).report.diffuseHorizontal;
+    };
+    EXPECT_EQ(diffuse(hour, hour + 0.1), 0.0);
+    EXPECT_EQ(diffuse(hour + 0.5, hour + 1.0) + diffuse(hour, hour + 0.5),
+              diffuse(hour, hour + 1.0));
+    EXPECT_GT(diffuse(hour, hour + 0.5), 0.0);
 }
 
 TEST(HourlySky, RunsAnywhere) {

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <insolate/hourly/hourly_sky.h>
-#include <insolate/sky/all_weather_luminance.h>
-#include <insolate/sky/solar_radiation.h>
 #include <insolate/solar/sun_position.h>
 
 #include <algorithm>
@@ -85,79 +83,6 @@ inline void keepDays(WeatherSeries& weather, int n) {
         }
     }
     weather.year.clear();
-}
-
-/// Radiation on open surfaces without cells, hour by hour: the beam at each sub-step's own sun.
-struct OpenSurfaces {
-    std::vector<double> beam;
-    std::vector<double> sky1993; ///< Perez et al. (1993), the dome integrated degree by degree
-    std::vector<double> sky1990; ///< Perez et al. (1990), tilted-surface model
-};
-
-inline OpenSurfaces openSurfaces(const WeatherSeries& weather, const std::vector<Vector>& normals,
-                                 int steps) {
-    OpenSurfaces result;
-    result.beam.assign(normals.size(), 0.0);
-    result.sky1993 = result.sky1990 = result.beam;
-    struct Element {
-        Vector direction;
-        double solidAngle;
-    };
-    std::vector<Element> dome;
-    for (int h = 0; h < 90; ++h) {
-        for (int a = 0; a < 360; ++a) {
-            dome.push_back({direction(a + 0.5, h + 0.5),
-                            (std::sin((h + 1) * degree) - std::sin(h * degree)) * degree});
-        }
-    }
-    for (int k = 0; k < hoursPerYear; ++k) {
-        const double direct = weather.directNormal[static_cast<std::size_t>(k)];
-        const double diffuse = weather.diffuseHorizontal[static_cast<std::size_t>(k)];
-        if (!(direct > 0.0) && !(diffuse > 0.0)) {
-            continue;
-        }
-        const std::vector<SunPosition> suns = sunsOfHour(weather.site, k, steps);
-        const double share = 1.0 / static_cast<double>(suns.size());
-        const double rate = steps * share; // of the sun's time
-        for (const SunPosition& sun : suns) {
-            const Vector s = vectorOf(sun);
-            for (std::size_t i = 0; i < normals.size(); ++i) {
-                result.beam[i] += direct * share * std::max(product(normals[i], s), 0.0);
-            }
-            if (!(diffuse > 0.0)) {
-                continue;
-            }
-            const double zenith = 90.0 * degree - sun.altitude;
-            const AllWeatherSky sky =
-                allWeatherSky(direct * rate, diffuse * rate, zenith, sun.distance);
-            std::vector<double> onSurface(normals.size(), 0.0);
-            double horizontal = 0.0;
-            for (const Element& e : dome) {
-                const double fromSun = std::acos(std::clamp(product(e.direction, s), -1.0, 1.0));
-                const double L =
-                    horizonFactor(sky, e.direction[2]) * sunFactor(sky, fromSun) * e.solidAngle;
-                horizontal += L * e.direction[2];
-                for (std::size_t i = 0; i < normals.size(); ++i) {
-                    onSurface[i] += L * std::max(product(normals[i], e.direction), 0.0);
-                }
-            }
-            for (std::size_t i = 0; i < normals.size(); ++i) {
-                result.sky1993[i] += onSurface[i] / horizontal * diffuse * share;
-                EPerezInput input;
-                input.direct = direct * rate;
-                input.diffuse = diffuse * rate;
-                input.groundReflectance = 0.0;
-                input.incidenceAngle = std::acos(std::clamp(product(normals[i], s), -1.0, 1.0));
-                input.tilt = std::acos(normals[i][2]);
-                input.zenithAngle = zenith;
-                EPerezResults parts;
-                ESolarRadiation().getPerezAllWeatherSkyData(&input, &parts);
-                result.sky1990[i] +=
-                    (parts.isotropic + parts.circumsolar + parts.horizonBrightening) * share / rate;
-            }
-        }
-    }
-    return result;
 }
 
 } // namespace insolate::test

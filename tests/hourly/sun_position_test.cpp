@@ -23,6 +23,13 @@ TEST(SunPosition, MatchesTheWorkedExampleOfRedaAndAndreas) {
     EXPECT_NEAR(sun.declination / degree, -9.31434, 0.005);
     EXPECT_NEAR(sun.equationOfTime, 14.641503, 0.02);
     EXPECT_NEAR(sun.distance, 0.9965422974, 1e-4);
+    // Their eq. 42: refraction is in proportion to pressure over absolute temperature.
+    const auto refraction = [&](const Air& air) {
+        const SunPosition low = sunPosition(julianDay(2003, 10, 17, 23.5), golden, air);
+        return low.altitude - low.geometricAltitude;
+    };
+    EXPECT_NEAR(refraction({50000.0, -30.0}) / refraction({100000.0, 30.0}), 0.5 * 303.0 / 243.0,
+                1e-3);
 
     // Their rise and set are those of the UTC day: the set is the local evening of the 16th.
     EXPECT_NEAR(sunTimes(2003, 10, 17, golden).rise * 60.0, 6 * 60 + 12 + 43.0 / 60.0, 0.5);
@@ -33,6 +40,7 @@ TEST(SunPosition, MatchesTheWorkedExamplesOfMeeus) {
     // Meeus (1998), Astronomical Algorithms, examples 7.a, 25.b and 28.b.
     EXPECT_DOUBLE_EQ(julianDay(1957, 10, 4, 0.81 * 24.0), 2436116.31);
     EXPECT_DOUBLE_EQ(julianDay(2000, 1, 1, 12.0), 2451545.0);
+    EXPECT_DOUBLE_EQ(julianDay(2004, 2, 29, 0.0), 2451544.5 + 4 * 365 + 1 + 31 + 28);
     const double instant = julianDay(1992, 10, 13, -deltaT(1992.78) / 3600.0); // 0 h dynamical time
     const SunPosition sun = sunPosition(instant, Site{}, {0.0, 0.0});
     EXPECT_NEAR(sun.declination / degree, -(7.0 + 47.0 / 60.0 + 1.74 / 3600.0), 0.003);
