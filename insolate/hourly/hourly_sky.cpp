@@ -253,7 +253,8 @@ private:
         const double stepHours = 1.0 / stepCount;
         const MonthAndDay date = monthAndDay(day);
         const double startOfHour =
-            julianDay(yearOf(k), date.month, date.day, hour - m_weather.site.timeZone);
+            julianDay(yearOf(k), date.month, date.day,
+                      hour - m_weather.site.timeZone + m_weather.sampleOffset);
         const Air air = airOf(k);
 
         m_steps.clear();

@@ -1,11 +1,25 @@
+// The store's reader of EPW files. The lines and their fields are those of every EPW reader
+// (epw_text.h). What it does otherwise, and keeps because results and other programs rest on it:
+//
+//   - a line longer than 1,024 bytes is cut, and its rest is a line of its own;
+//   - a byte 0xFF ends the file, and a last line without a line feed is not read;
+//   - lines are known by their first letter alone, capitals only: every line that does not begin
+//     with C, D, G, H, L or T is a line of data;
+//   - a text of the LOCATION line loses all its quote characters and its leading blanks only; the
+//     last one keeps the line feed;
+//   - a field of data keeps its quote characters, and its first 255 bytes are looked at;
+//   - numbers are what a field begins with (number_text.h), 0 where it begins with none, and
+//     wrap to 16 bits; marks for missing values are numbers;
+//   - days beyond the month's end are its last day, the calendar ends at day 364, and the records
+//     of an hour replace one another;
+//   - wind speed is taken as whole m/s, unscaled; the sky cover is cleared by complete lines.
 #include <insolate/solar/solar_position.h>
+#include <insolate/weather/epw_text.h>
 #include <insolate/weather/number_text.h>
 #include <insolate/weather/weather_data.h>
 #include <insolate/weather/weather_file.h>
 
-#include <algorithm>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 using insolate::leadingDecimal;
@@ -14,101 +28,40 @@ using insolate::toField;
 
 namespace {
 
-// A longer line is cut and its rest taken for the next line.
-constexpr std::size_t maxLineLength = 1024;
+constexpr insolate::EpwLineRules storeRules{
+    .longestLine = 1024, .byteFFEnds = true, .dropsUnfinishedLine = true};
 
 // Of a longer field only so much is looked at.
 constexpr std::size_t maxFieldLength = 255;
 
-/// The lines of a file, each with its line feed. CR LF reads as LF, a byte order mark at the start
-/// is skipped, a byte 0xFF ends the file, and a last line without a line feed is dropped.
-class LineReader {
-public:
-    explicit LineReader(std::FILE* source) : file(source), block(new char[blockSize]) {
-        refill();
-        if (std::string_view(block.get(), size).substr(0, 3) == "\xEF\xBB\xBF") {
-            position = 3;
-        }
-    }
-
-    /// False at the end of the file. The line is valid until the next call.
-    bool next(std::string_view& line) {
-        // The byte after the longest line tells whether it ends in CR LF.
-        if (size - position <= maxLineLength && !ended) {
-            refill();
-        }
-        char* start = block.get() + position;
-        const std::size_t inSight = std::min(size - position, maxLineLength + 1);
-        if (auto* lineFeed = static_cast<char*>(std::memchr(start, '\n', inSight))) {
-            auto length = static_cast<std::size_t>(lineFeed - start) + 1;
-            const bool carriageReturn = length >= 2 && lineFeed[-1] == '\r';
-            if (carriageReturn || length <= maxLineLength) {
-                position += length;
-                if (carriageReturn) {
-                    lineFeed[-1] = '\n';
-                    --length;
-                }
-                line = std::string_view(start, length);
-                return true;
-            }
-        }
-        if (inSight < maxLineLength) {
-            return false;
-        }
-        position += maxLineLength;
-        line = std::string_view(start, maxLineLength);
-        return true;
-    }
-
-private:
-    static constexpr std::size_t blockSize = 64 * 1024;
-
-    // Moves what is left to the front and reads on.
-    void refill() {
-        size -= position;
-        std::memmove(block.get(), block.get() + position, size);
-        position = 0;
-        const std::size_t wanted = blockSize - size;
-        std::size_t got = std::fread(block.get() + size, 1, wanted, file);
-        ended = got < wanted;
-        if (const void* endMark = std::memchr(block.get() + size, 0xFF, got)) {
-            got =
-                static_cast<std::size_t>(static_cast<const char*>(endMark) - (block.get() + size));
-            ended = true;
-        }
-        size += got;
-    }
-
-    std::FILE* file;
-    std::unique_ptr<char[]> block;
-    std::size_t position = 0;
-    std::size_t size = 0;
-    bool ended = false;
-};
-
-// A field of the LOCATION line without its quote characters and leading white space, cut to fit
-// and filled up with zeros.
+// A text of the LOCATION line, cut to fit and filled up with zeros.
 template <std::size_t capacity>
-void copyLocationField(std::string_view line, int wanted, char (&text)[capacity]) {
+void copyLocationField(const insolate::EpwLine& line, int wanted, char (&text)[capacity]) {
+    insolate::EpwFieldSplitter fields(line.text);
+    std::string_view field;
+    bool present = true;
+    for (int i = 0; i <= wanted && present; ++i) {
+        present = fields.next(field);
+    }
     std::size_t length = 0;
-    int field = 0;
-    bool quoted = false;
-    for (const char character : line) {
-        if (character == '"') {
-            quoted = !quoted;
-        } else if (character == ',' && !quoted) {
-            if (++field > wanted) {
-                break;
-            }
-        } else if (field == wanted && length < capacity - 1 &&
-                   (length > 0 || !insolate::isWhiteSpace(character))) {
+    const auto append = [&](char character) {
+        if (character != '"' && length < capacity - 1 &&
+            (length > 0 || !insolate::isWhiteSpace(character))) {
             text[length++] = character;
+        }
+    };
+    if (present) {
+        for (const char character : field) {
+            append(character);
+        }
+        if (fields.atEnd() && line.ended) {
+            append('\n');
         }
     }
     std::memset(text + length, 0, capacity - length);
 }
 
-float locationNumber(std::string_view line, int field) {
+float locationNumber(const insolate::EpwLine& line, int field) {
     char text[maxFieldLength + 1];
     copyLocationField(line, field, text);
     return static_cast<float>(leadingDecimal(text));
@@ -118,7 +71,8 @@ float toRadians(float degrees) {
     return degrees / 180.0f * 3.1415927f;
 }
 
-void readLocation(std::string_view line, EWeaFileFormatData& data, bool updateGlobalLocation) {
+void readLocation(const insolate::EpwLine& line, EWeaFileFormatData& data,
+                  bool updateGlobalLocation) {
     copyLocationField(line, 1, data.name);
     copyLocationField(line, 2, data.state);
     data.latitude = locationNumber(line, 6);
@@ -136,7 +90,7 @@ void readLocation(std::string_view line, EWeaFileFormatData& data, bool updateGl
     }
 }
 
-// What a data line has told so far about the hour it belongs to.
+// What a data line has said so far about the hour it belongs to.
 struct HourOfLine {
     int month = 0;
     int day = 0;
@@ -202,23 +156,11 @@ void readDataField(int field, std::string_view text, HourOfLine& hour, EWeatherD
 void readDataLine(std::string_view line, EWeatherData& weather) {
     constexpr int lastField = 28;
     HourOfLine hour;
-    bool quoted = false;
-    int field = 0;
-    std::size_t start = 0;
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        const char character = line[at];
-        if (character == '"') {
-            quoted = !quoted;
-        } else if (character == ',' && !quoted) {
-            readDataField(field, line.substr(start, std::min(at - start, maxFieldLength)), hour,
-                          weather);
-            start = at + 1;
-            if (++field > lastField) {
-                return;
-            }
-        }
+    insolate::EpwFieldSplitter fields(line);
+    std::string_view field;
+    for (int i = 0; i <= lastField && fields.next(field); ++i) {
+        readDataField(i, field.substr(0, maxFieldLength), hour, weather);
     }
-    readDataField(field, line.substr(start, maxFieldLength), hour, weather);
 }
 
 } // namespace
@@ -230,10 +172,10 @@ bool EWeatherData::loadFile_EPW(const std::wstring& fileName, int updateGlobalLo
         result = ResultLoadWeatherData_CannotOpen;
         return false;
     }
-    LineReader lines(file.get());
-    std::string_view line;
+    insolate::EpwLines lines(file.get(), storeRules);
+    insolate::EpwLine line;
     while (lines.next(line)) {
-        switch (line.front()) {
+        switch (line.text.empty() ? '\0' : line.text.front()) {
         case 'C': // COMMENTS
         case 'D': // DATA PERIODS, DESIGN CONDITIONS
         case 'G': // GROUND TEMPERATURES
@@ -244,7 +186,7 @@ bool EWeatherData::loadFile_EPW(const std::wstring& fileName, int updateGlobalLo
             readLocation(line, data, updateGlobalLocation >= 1);
             break;
         default:
-            readDataLine(line, *this);
+            readDataLine(line.text, *this);
             break;
         }
     }

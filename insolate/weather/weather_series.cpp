@@ -1,7 +1,7 @@
+#include <insolate/weather/epw_text.h>
 #include <insolate/weather/weather_series.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -17,108 +17,22 @@ constexpr float missing = std::numeric_limits<float>::quiet_NaN();
 constexpr std::array<int, 12> monthLengths{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 constexpr std::size_t largestFile = std::size_t{512} << 20;
 
-/// The fields of an EPW data line that are read, with their place, their mark for "missing" and the
-/// name that findings use. Crawley, Hand, Lawrie (1999), Improving the weather information
-/// available to simulation programs, table 1.
-struct Field {
-    std::size_t column; // counted from 0
-    double missingFrom; // values from here up mean "missing"
-    bool radiation;
-    const char* name;
-};
-enum FieldIndex { DryBulb, DewPoint, Pressure, Global, Direct, Diffuse, Albedo, FieldCount };
-constexpr std::array<Field, FieldCount> fields{{{6, 99.9, false, "dry bulb temperature"},
-                                                {7, 99.9, false, "dew point temperature"},
-                                                {9, 999999.0, false, "pressure"},
-                                                {13, 9999.0, true, "global horizontal radiation"},
-                                                {14, 9999.0, true, "direct normal radiation"},
-                                                {15, 9999.0, true, "diffuse horizontal radiation"},
-                                                {32, 2.0, false, "albedo"}}};
-constexpr std::size_t requiredColumns = 16;
-
-std::string_view trimmed(std::string_view text) {
-    const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '"'; };
-    while (!text.empty() && blank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && blank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
-std::optional<double> number(std::string_view text) {
-    text = trimmed(text);
-    if (!text.empty() && text.front() == '+') {
-        text.remove_prefix(1);
-    }
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc{} || end != text.data() + text.size() || !std::isfinite(value)) {
-        return std::nullopt;
-    }
-    return value;
-}
-
-/// A whole number as some writers give it, "1" or "1.0".
-int wholeNumber(std::string_view text) {
-    const std::optional<double> value = number(text);
-    return value && std::abs(*value) < 1e6 && *value == std::floor(*value)
-               ? static_cast<int>(*value)
-               : std::numeric_limits<int>::min();
-}
-
-bool startsWith(std::string_view line, std::string_view key) {
-    if (line.size() < key.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < key.size(); ++i) {
-        const char c = line[i];
-        if ((c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c) != key[i]) {
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Splits a line at its commas, up to the given number of columns; gives how many there are.
-template <std::size_t N>
-std::size_t split(std::string_view line, std::array<std::string_view, N>& columns) {
-    std::size_t count = 0;
-    while (count < N) {
-        const std::size_t comma = line.find(',');
-        columns[count++] = line.substr(0, comma);
-        if (comma == std::string_view::npos) {
-            break;
-        }
-        line.remove_prefix(comma + 1);
-    }
-    return count;
-}
+/// More than the sun gives anywhere on the ground, reflecting clouds included [W/m2].
+constexpr double plausibleRadiation = 2000.0;
 
 /// "1 record", "2 records".
 std::string counted(std::size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-/// A place or value from the file, made safe to print.
-std::string quoted(std::string_view text) {
-    text = trimmed(text);
-    std::string result = "'";
-    for (const char c : text.substr(0, 40)) {
-        result += c >= 0x20 && c != 0x7f ? c : '?';
-    }
-    return result + (text.size() > 40 ? "...'" : "'");
-}
-
 class Findings {
 public:
     explicit Findings(std::string_view name) : m_name(name) {}
 
-    /// Counts an occurrence; what and mend make the sentence of the first one.
+    /// Counts an occurrence; what and fix make the sentence of the first one.
     /// @param column of the file, counted from 1
     void add(WeatherFindingKind kind, int line, int field, const std::string& what,
-             const char* mend, int column = 0) {
+             std::string_view fix, int column = 0) {
         const auto [place, fresh] =
             m_places.try_emplace({static_cast<int>(kind), field}, m_list.size());
         if (!fresh) {
@@ -130,8 +44,8 @@ public:
             text += ":" + std::to_string(line);
         }
         text += ": " + what;
-        if (*mend != '\0') {
-            text += std::string("; ") + mend;
+        if (!fix.empty()) {
+            text.append("; ").append(fix);
         }
         m_list.push_back({kind, line, 1, std::move(text), column, what});
     }
@@ -151,10 +65,14 @@ private:
     std::map<std::pair<int, int>, std::size_t> m_places;
 };
 
-struct Reader {
-    Reader(std::string_view text, std::string_view name) : rest(text), findings(name) {}
+constexpr auto indexOf(EpwField field) {
+    return static_cast<std::size_t>(field);
+}
 
-    std::string_view rest;
+struct Reader {
+    Reader(std::string_view epwText, std::string_view name) : text(epwText), findings(name) {}
+
+    std::string_view text;
     Findings findings;
     WeatherReading reading;
     int line = 0;
@@ -165,165 +83,106 @@ struct Reader {
         int slot;
         int line;
         std::int16_t year;
-        std::array<float, FieldCount> values;
+        std::array<float, epwFieldCount> values;
     };
     std::vector<Record> records;
     int leapRecords = 0;
     int leapLine = 0;
 
-    bool next(std::string_view& text) {
-        if (rest.empty()) {
-            return false;
-        }
-        const std::size_t end = std::min(rest.find('\n'), rest.size());
-        text = trimmed(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        ++line;
-        return true;
-    }
-
-    bool fail(WeatherFindingKind kind, int at, const std::string& what, const char* mend = "") {
-        findings.add(kind, at, 0, what, mend);
+    bool fail(WeatherFindingKind kind, int atLine, const std::string& what, std::string_view fix,
+              int column = 0) {
+        findings.add(kind, atLine, 0, what, fix, column);
         return false;
     }
 
-    bool readLocation(std::string_view text) {
-        std::array<std::string_view, 10> columns;
-        const std::size_t count = split(text, columns);
-        if (columns[0].find(';') != std::string_view::npos) {
-            return fail(WeatherFindingKind::BadLocation, line,
-                        "the fields are separated by semicolons",
-                        "save the file again with commas between them");
+    bool readLocation(const EpwFields& fields) {
+        EpwLocation location;
+        if (const auto fault = readEpwLocation(fields, location)) {
+            return fail(WeatherFindingKind::BadLocation, line, fault->what, fault->fix,
+                        fault->column);
         }
-        if (count < columns.size()) {
-            return fail(WeatherFindingKind::BadLocation, line,
-                        "the LOCATION line has fewer than 10 fields",
-                        "give place, latitude, longitude, zone and elevation");
-        }
-        reading.series.place = trimmed(columns[1]);
-        struct Entry {
-            std::size_t column;
-            double low, high;
-            const char* name;
-            double* value;
-        };
-        Site& site = reading.series.site;
-        for (const Entry& entry : {Entry{6, -90.0, 90.0, "latitude", &site.latitude},
-                                   Entry{7, -180.0, 180.0, "longitude", &site.longitude},
-                                   Entry{8, -12.0, 14.0, "time zone", &site.timeZone},
-                                   Entry{9, -1000.0, 9999.9, "elevation", &site.elevation}}) {
-            const std::optional<double> value = number(columns[entry.column]);
-            if (!value || *value < entry.low || *value > entry.high) {
-                return fail(WeatherFindingKind::BadLocation, line,
-                            "field " + std::to_string(entry.column + 1) + " (" + entry.name +
-                                "): " + quoted(columns[entry.column]) + " is not a value from " +
-                                std::to_string(static_cast<int>(entry.low)) + " to " +
-                                std::to_string(static_cast<int>(std::ceil(entry.high))));
-            }
-            *entry.value = *value;
-        }
+        reading.series.place = location.city;
+        reading.series.site = location.site;
         located = true;
         return true;
     }
 
-    void readRecord(const std::array<std::string_view, 33>& columns, std::size_t count) {
-        const int month = wholeNumber(columns[1]);
-        const int day = wholeNumber(columns[2]);
-        const int hour = wholeNumber(columns[3]);
-        if (month == 2 && day == 29) {
+    void readRecord(const EpwFields& fields) {
+        EpwDate date;
+        if (const auto fault = readEpwDate(fields, date)) {
+            findings.add(WeatherFindingKind::BadLine, line, 0, fault->what, "the line is left out");
+            return;
+        }
+        if (date.isLeapDay()) {
             leapLine = leapRecords == 0 ? line : leapLine;
             ++leapRecords;
             return;
         }
-        const int index = dayIndex(month, day);
-        if (count < requiredColumns || index < 0 || hour < 1 || hour > 24) {
-            findings.add(WeatherFindingKind::BadLine, line, 0,
-                         count < requiredColumns
-                             ? "only " + counted(count, "field", "fields") +
-                                   " where at least 16 belong"
-                             : "no such hour: month " + quoted(columns[1]) + ", day " +
-                                   quoted(columns[2]) + ", hour " + quoted(columns[3]),
-                         "the line is left out");
-            return;
-        }
-        const int year = wholeNumber(columns[0]);
-        Record record{index * 24 + hour - 1,
+        Record record{dayIndex(date.month, date.day) * 24 + date.hour - 1,
                       line,
-                      static_cast<std::int16_t>(year > 0 && year < 10000 ? year : 0),
+                      static_cast<std::int16_t>(date.year),
                       {}};
-        for (int f = 0; f < FieldCount; ++f) {
-            record.values[static_cast<std::size_t>(f)] = readValue(columns, count, f);
+        for (std::size_t f = 0; f < epwFieldCount; ++f) {
+            record.values[f] = readValue(fields, static_cast<EpwField>(f));
         }
         records.push_back(record);
     }
 
-    float readValue(const std::array<std::string_view, 33>& columns, std::size_t count, int f) {
-        const Field& field = fields[static_cast<std::size_t>(f)];
-        if (f == Albedo) { // often absent, and 0 where nobody knew
-            const std::optional<double> value =
-                count > field.column ? number(columns[field.column]) : std::nullopt;
-            return value && *value > 0.0 && *value <= 1.0 ? static_cast<float>(*value) : missing;
+    float readValue(const EpwFields& fields, EpwField field) {
+        const EpwValue value = readEpwValue(fields, field);
+        if (field == EpwField::Albedo) { // often absent, and 0 where nobody knew
+            return value.state == EpwValue::Number && value.number > 0.0 && value.number <= 1.0
+                       ? static_cast<float>(value.number)
+                       : missing;
         }
-        const std::string_view text = columns[field.column];
-        const auto report = [&](WeatherFindingKind kind, const char* what, const char* mend) {
-            findings.add(kind, line, f,
-                         "field " + std::to_string(field.column + 1) + " (" + field.name +
-                             "): " + quoted(text) + what,
-                         mend, static_cast<int>(field.column) + 1);
+        const auto report = [&](WeatherFindingKind kind, const char* what, const char* fix) {
+            findings.add(kind, line, static_cast<int>(field), epwFieldText(fields, field) + what,
+                         fix, static_cast<int>(epwFieldInfo(field).column) + 1);
         };
-        const std::optional<double> value = number(text);
-        if (!value) {
+        if (value.state == EpwValue::NotANumber) {
             report(WeatherFindingKind::BadNumber, " is not a number",
                    "the value counts as missing");
             return missing;
         }
-        if (*value >= field.missingFrom || (f == Pressure && *value <= 0.0)) {
+        if (value.state == EpwValue::Missing) {
             report(WeatherFindingKind::MissingValue, " marks a missing value", "");
             return missing;
         }
-        if (field.radiation && *value < 0.0) {
+        if (epwFieldInfo(field).radiation && value.number < 0.0) {
             report(WeatherFindingKind::NegativeValue, " is negative", "taken as 0");
             return 0.0f;
         }
-        if (field.radiation && *value > 2000.0) {
+        if (epwFieldInfo(field).radiation && value.number > plausibleRadiation) {
             report(WeatherFindingKind::ImplausibleValue, " is more than the sun gives", "kept");
         }
-        return static_cast<float>(*value);
+        return static_cast<float>(value.number);
     }
 
     bool readLines() {
-        std::string_view text;
-        std::array<std::string_view, 33> columns;
-        if (rest.starts_with("\xFF\xFE") || rest.starts_with("\xFE\xFF")) {
-            return fail(WeatherFindingKind::NotEpw, 0, "the text is UTF-16",
+        if (const std::string_view encoding = foreignEncoding(text); !encoding.empty()) {
+            return fail(WeatherFindingKind::NotEpw, 0, "the text is " + std::string(encoding),
                         "save it as UTF-8 or ASCII");
         }
-        while (next(text)) {
-            if (line == 1 && text.substr(0, 3) == "\xEF\xBB\xBF") {
-                text.remove_prefix(3);
-            }
-            if (text.empty()) {
-                continue;
-            }
-            if (startsWith(text, "LOCATION")) {
+        EpwLines lines(text);
+        EpwLine next;
+        while (lines.next(next)) {
+            line = static_cast<int>(next.number);
+            const EpwLineKind kind = epwLineKind(next.text);
+            const EpwFields fields(next.text);
+            if (kind == EpwLineKind::Location) {
                 if (located) {
                     findings.add(WeatherFindingKind::SecondLocation, line, 0,
                                  "a second LOCATION line", "the first one holds");
-                } else if (!readLocation(text)) {
+                } else if (!readLocation(fields)) {
                     return false;
                 }
-                continue;
-            }
-            const std::size_t count = split(text, columns);
-            if (startsWith(text, "DATA PERIODS") && count > 2) {
-                recordsAnHour = std::max(wholeNumber(columns[2]), 0);
-            }
-            const char first = text.front();
-            if ((first >= '0' && first <= '9') || first == '-' || first == '+') {
-                readRecord(columns, count);
-            } else if (!records.empty()) {
+            } else if (kind == EpwLineKind::DataPeriods) {
+                recordsAnHour = std::max(epwWholeNumber(fields[2]).value_or(0), 0);
+            } else if (kind == EpwLineKind::Record) {
+                readRecord(fields);
+            } else if (kind == EpwLineKind::Unknown && !records.empty()) {
                 findings.add(WeatherFindingKind::BadLine, line, 0,
-                             quoted(columns[0]) + " does not begin a data line",
+                             epwQuoted(fields[0]) + " does not begin a data line",
                              "the line is left out");
             }
         }
@@ -380,11 +239,17 @@ struct Reader {
                          "left out: a year has 365 days");
         }
 
-        std::array<std::vector<double>, FieldCount> sums;
-        std::array<std::vector<int>, FieldCount> counts;
-        for (int f = 0; f < FieldCount; ++f) {
-            sums[static_cast<std::size_t>(f)].assign(hoursPerYear, 0.0);
-            counts[static_cast<std::size_t>(f)].assign(hoursPerYear, 0);
+        std::array<std::vector<double>, epwFieldCount> sums;
+        std::array<std::vector<int>, epwFieldCount> counts;
+        for (std::size_t f = 0; f < epwFieldCount; ++f) {
+            sums[f].assign(hoursPerYear, 0.0);
+            counts[f].assign(hoursPerYear, 0);
+        }
+        // Of more records than belong to an hour the last ones hold, as where a correction is
+        // appended; the readers of the store do the same.
+        std::vector<int> left(hoursPerYear, 0);
+        for (const Record& record : records) {
+            ++left[static_cast<std::size_t>(record.slot)];
         }
         std::vector<int> seen(hoursPerYear, 0);
         std::vector<int> lineOf(hoursPerYear, 0);
@@ -400,12 +265,14 @@ struct Reader {
             previous = record.slot;
             if (++seen[slot] > perHour) {
                 findings.add(WeatherFindingKind::DuplicateHour, record.line, 0,
-                             "a second record for the same hour", "the first one is kept");
+                             "the hour was given before", "the last record holds");
+            }
+            if (left[slot]-- > perHour) {
                 continue;
             }
             lineOf[slot] = record.line;
             series.year[slot] = record.year;
-            for (std::size_t f = 0; f < FieldCount; ++f) {
+            for (std::size_t f = 0; f < epwFieldCount; ++f) {
                 if (!std::isnan(record.values[f])) {
                     sums[f][slot] += static_cast<double>(record.values[f]);
                     ++counts[f][slot];
@@ -430,28 +297,21 @@ struct Reader {
                              (before == 0 ? "" : ", after this line"),
                          "they count as missing");
         }
-        const std::array<std::vector<float>*, FieldCount> targets{&series.dryBulb,
-                                                                  &series.dewPoint,
-                                                                  &series.pressure,
-                                                                  &series.globalHorizontal,
-                                                                  &series.directNormal,
-                                                                  &series.diffuseHorizontal,
-                                                                  nullptr};
-        for (std::size_t f = 0; f < FieldCount; ++f) {
-            if (targets[f] == nullptr) {
-                continue;
-            }
+        // In the order of EpwField.
+        const std::array<std::vector<float>*, epwFieldCount - 1> targets{
+            &series.dryBulb,          &series.dewPoint,     &series.pressure,
+            &series.globalHorizontal, &series.directNormal, &series.diffuseHorizontal};
+        for (std::size_t f = 0; f < targets.size(); ++f) {
+            const bool radiation = epwFieldInfo(static_cast<EpwField>(f)).radiation;
             targets[f]->assign(hoursPerYear, missing);
             for (std::size_t k = 0; k < hoursPerYear; ++k) {
                 // A radiation mean over a part of the hour would change the hour's sum.
-                const bool complete =
-                    fields[f].radiation ? counts[f][k] == perHour : counts[f][k] > 0;
-                if (complete) {
+                if (radiation ? counts[f][k] == perHour : counts[f][k] > 0) {
                     (*targets[f])[k] = static_cast<float>(sums[f][k] / counts[f][k]);
                 }
             }
         }
-        assembleAlbedo(sums[Albedo], counts[Albedo]);
+        assembleAlbedo(sums[indexOf(EpwField::Albedo)], counts[indexOf(EpwField::Albedo)]);
         return true;
     }
 
@@ -567,22 +427,31 @@ WeatherReading makeWeatherSeries(const Site& site, std::span<const float> direct
     series.dewPoint.assign(hoursPerYear, missing);
     series.pressure.assign(hoursPerYear, missing);
     series.monthlyAlbedo.fill(missing);
-    const auto take = [&](std::span<const float> from, std::vector<float>& to, int field) {
+    const auto take = [&](std::span<const float> from, std::vector<float>& to, EpwField field) {
+        const EpwFieldInfo& info = epwFieldInfo(field);
+        const auto report = [&](WeatherFindingKind kind, const char* what, const char* fix) {
+            findings.add(kind, 0, static_cast<int>(field), std::string(info.name) + what, fix);
+        };
         to.assign(from.begin(), from.end());
         to.resize(hoursPerYear, missing);
         for (float& value : to) {
             if (!std::isfinite(value)) {
                 value = missing;
             } else if (value < 0.0f) {
-                findings.add(WeatherFindingKind::NegativeValue, 0, field, "radiation below zero",
-                             "taken as 0");
+                report(WeatherFindingKind::NegativeValue, " below zero", "taken as 0");
                 value = 0.0f;
+            } else if (static_cast<double>(value) >= info.missingFrom) {
+                report(WeatherFindingKind::MissingValue, " of 9,999 W/m2 or more",
+                       "the value counts as missing");
+                value = missing;
+            } else if (static_cast<double>(value) > plausibleRadiation) {
+                report(WeatherFindingKind::ImplausibleValue, " of more than the sun gives", "kept");
             }
         }
     };
-    take(directNormal, series.directNormal, Direct);
-    take(diffuseHorizontal, series.diffuseHorizontal, Diffuse);
-    take(globalHorizontal, series.globalHorizontal, Global);
+    take(directNormal, series.directNormal, EpwField::Direct);
+    take(diffuseHorizontal, series.diffuseHorizontal, EpwField::Diffuse);
+    take(globalHorizontal, series.globalHorizontal, EpwField::Global);
     countMissing(reading, !globalHorizontal.empty());
     reading.findings = findings.finished();
     reading.ok = true;

@@ -24,6 +24,10 @@ inline constexpr int hoursPerYear = 8760;
 struct WeatherSeries {
     std::string place; ///< the site's name as the file gives it
     Site site;
+    /// How much later than the middle of its hour the sun stood as in a record [h], -0.5..0.5: 0
+    /// for means over the hour. Records taken at an instant stand for the hour around it; the
+    /// series keeps them in the hour that holds their label, and the sun is placed this much later.
+    double sampleOffset = 0.0;
     std::vector<float> dryBulb;           ///< [degrees C], 8,760 values as all series here
     std::vector<float> dewPoint;          ///< [degrees C]
     std::vector<float> pressure;          ///< at the station [Pa]
@@ -49,10 +53,10 @@ enum class WeatherFindingKind {
     // These leave a series with some hours changed or empty.
     BadLine,          ///< a data line too short, or with an impossible date or hour: left out
     BadNumber,        ///< text where a number belongs: the value is NaN
-    MissingValue,     ///< the format's mark for a missing value: the value is NaN
+    MissingValue,     ///< the format's mark for a missing value, 9,999 or more: the value is NaN
     NegativeValue,    ///< radiation below zero: taken as zero
     ImplausibleValue, ///< radiation above 2,000 W/m2: kept
-    DuplicateHour,    ///< a second record for the same hour: the first is kept
+    DuplicateHour,    ///< a further record for the same hour: the last one holds
     Gap,              ///< hours without a record: NaN
     OutOfOrder,       ///< records that go back in time: put in their place
     // These are for information.
@@ -67,9 +71,9 @@ struct WeatherFinding {
     /// before.
     int line = 0;
     int count = 0;    ///< occurrences
-    std::string text; ///< complete sentence with the file's name, the line and the mend
+    std::string text; ///< complete sentence with the file's name, the line and the fix
     int column = 0;   ///< of the value in the line, counted from 1; 0 where a line as such is meant
-    std::string what = {}; ///< what the text says between place and mend, the file's words quoted
+    std::string what = {}; ///< what the text says between place and fix, the file's words quoted
 };
 
 /// What a reading gives. Findings of the same kind and field are counted together.
@@ -88,7 +92,8 @@ INSOLATE_EXPORT WeatherReading readWeatherSeries(const std::filesystem::path& ep
 INSOLATE_EXPORT WeatherReading parseWeatherSeries(std::string_view epwText, std::string_view name);
 
 /// A series from plain hourly arrays of 8,760 values each [W/m2]. globalHorizontal may be empty: it
-/// is then unknown, and the sky closes it from the other two. What is no finite number is missing.
+/// is then unknown, and the sky closes it from the other two. What is no finite number is missing,
+/// and so is, with a finding, what no field of an EPW file could hold: 9,999 W/m2 and more.
 INSOLATE_EXPORT WeatherReading makeWeatherSeries(const Site& site,
                                                  std::span<const float> directNormal,
                                                  std::span<const float> diffuseHorizontal,
