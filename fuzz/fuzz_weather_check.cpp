@@ -3,7 +3,7 @@
 #include "memory_file.h"
 
 #include "study/support/errors.h"
-#include "study/weather/weather_check.h"
+#include "study/weather/weather_year.h"
 
 #include <filesystem>
 #include <fstream>

@@ -185,14 +185,14 @@ std::optional<EpwFault> readEpwLocation(const EpwFields& fields, EpwLocation& lo
         const char* fix;
     };
     Site& site = location.site;
-    for (const Entry& entry : {Entry{6, -90, 90, "latitude", &site.latitude,
-                                     "give the site's degrees, north positive"},
-                               Entry{7, -180, 180, "longitude", &site.longitude,
-                                     "give the site's degrees, east positive"},
-                               Entry{8, -12, 14, "time zone", &site.timeZone,
-                                     "give the hours of standard time before UTC, as 5.5"},
-                               Entry{9, -1000, 10000, "elevation", &site.elevation,
-                                     "give the metres above the sea, 0 where unknown"}}) {
+    for (const Entry& entry :
+         {Entry{6, -90, 90, "latitude", &site.latitude, "give the site's degrees, north positive"},
+          Entry{7, -180, 180, "longitude", &site.longitude,
+                "give the site's degrees, east positive"},
+          Entry{8, -12, 14, "time zone", &site.timeZone,
+                "give the hours of standard time before UTC, as 5.5"},
+          Entry{9, -1000, 10000, "elevation", &site.elevation,
+                "give the metres above the sea, 0 where unknown"}}) {
         const std::optional<double> value = epwNumber(fields[entry.column]);
         if (!value || *value < entry.low || *value > entry.high) {
             return EpwFault{"LOCATION: field " + std::to_string(entry.column + 1) + " (" +

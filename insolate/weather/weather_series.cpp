@@ -311,29 +311,14 @@ struct Reader {
                 }
             }
         }
-        assembleAlbedo(sums[indexOf(EpwField::Albedo)], counts[indexOf(EpwField::Albedo)]);
-        return true;
-    }
-
-    void assembleAlbedo(const std::vector<double>& sums, const std::vector<int>& counts) {
-        WeatherSeries& series = reading.series;
-        std::array<double, 12> energy{};
-        std::array<double, 12> reflected{};
+        std::vector<double> albedo(hoursPerYear, static_cast<double>(missing));
         for (std::size_t k = 0; k < hoursPerYear; ++k) {
-            if (counts[k] > 0) {
-                const auto month =
-                    static_cast<std::size_t>(monthAndDay(static_cast<int>(k / 24)).month - 1);
-                const float global = series.globalHorizontal[k];
-                // A thousandth keeps months of polar night defined.
-                const double weight = 1e-3 + (global > 0.0f ? static_cast<double>(global) : 0.0);
-                energy[month] += weight;
-                reflected[month] += weight * sums[k] / counts[k];
+            if (const int count = counts[indexOf(EpwField::Albedo)][k]; count > 0) {
+                albedo[k] = sums[indexOf(EpwField::Albedo)][k] / count;
             }
         }
-        for (std::size_t m = 0; m < 12; ++m) {
-            series.monthlyAlbedo[m] =
-                energy[m] > 0.0 ? static_cast<float>(reflected[m] / energy[m]) : missing;
-        }
+        series.monthlyAlbedo = monthlyAlbedoOf(albedo, series.globalHorizontal);
+        return true;
     }
 };
 
@@ -372,6 +357,28 @@ int dayIndex(int month, int day) {
         index += monthLengths[static_cast<std::size_t>(m - 1)];
     }
     return index;
+}
+
+std::array<float, 12> monthlyAlbedoOf(std::span<const double> albedo,
+                                      std::span<const float> globalHorizontal) {
+    std::array<double, 12> energy{};
+    std::array<double, 12> reflected{};
+    for (std::size_t k = 0; k < std::min(albedo.size(), globalHorizontal.size()); ++k) {
+        if (albedo[k] > 0.0 && albedo[k] <= 1.0) {
+            const auto month =
+                static_cast<std::size_t>(monthAndDay(static_cast<int>(k / 24)).month - 1);
+            const float global = globalHorizontal[k];
+            // A thousandth keeps months of polar night defined.
+            const double weight = 1e-3 + (global > 0.0f ? static_cast<double>(global) : 0.0);
+            energy[month] += weight;
+            reflected[month] += weight * albedo[k];
+        }
+    }
+    std::array<float, 12> result{};
+    for (std::size_t m = 0; m < 12; ++m) {
+        result[m] = energy[m] > 0.0 ? static_cast<float>(reflected[m] / energy[m]) : missing;
+    }
+    return result;
 }
 
 WeatherReading parseWeatherSeries(std::string_view epwText, std::string_view name) {

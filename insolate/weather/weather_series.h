@@ -99,6 +99,11 @@ INSOLATE_EXPORT WeatherReading makeWeatherSeries(const Site& site,
                                                  std::span<const float> diffuseHorizontal,
                                                  std::span<const float> globalHorizontal = {});
 
+/// Mean reflectance of each month, weighted with the global radiation, from a year's hours; NaN for
+/// a month without a usable value (0 < albedo <= 1).
+INSOLATE_EXPORT std::array<float, 12> monthlyAlbedoOf(std::span<const double> albedo,
+                                                      std::span<const float> globalHorizontal);
+
 /// Calendar of a year of 365 days: month 1..12 and day 1..31 of a day index 0..364 (held to range).
 struct MonthAndDay {
     int month = 1;

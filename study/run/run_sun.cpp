@@ -2,7 +2,6 @@
 
 #include "study/run/period.h"
 #include "study/support/errors.h"
-#include "study/weather/weather_check.h"
 #include "study/weather/weather_store.h"
 
 #include <cmath>

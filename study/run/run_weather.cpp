@@ -5,7 +5,7 @@
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
 #include "study/support/readable.h"
-#include "study/weather/weather_check.h"
+#include "study/weather/store_check.h"
 #include "study/weather/weather_store.h"
 #include "study/weather/weather_year.h"
 
@@ -72,7 +72,8 @@ std::string refusal(Check&& check) {
 } // namespace
 
 WeatherInfo weatherInfo(const std::filesystem::path& file) {
-    const WeatherYear read = readWeatherYear(file);
+    const WeatherInput input = openWeather(file);
+    const WeatherYear read = readWeatherYear(input);
     const WeatherSeries& year = read.series;
     std::array<MonthTotals, 12> months;
     MonthTotals whole;
@@ -91,19 +92,24 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
         text += months[month].row(monthName(static_cast<int>(month) + 1));
     }
     text += whole.row("year");
-    for (const std::string& finding : read.report.notes) {
-        text += fmt::format("# {}\n", finding);
+    for (const auto* findings : {&read.report.facts, &read.report.notes}) {
+        for (const std::string& finding : *findings) {
+            text += fmt::format("# {}\n", finding);
+        }
     }
     if (read.report.lastDayEmpty) {
-        text += fmt::format("# {}\n", lastDayText(file, "hourly"));
+        text += fmt::format("# {}\n", lastDayText(file, input.format, "hourly"));
     }
     if (const std::string odd = sunDownText(file, buildHourlySky(year), read.report.strayDirect);
         !odd.empty()) {
         text += fmt::format("# {}\n", odd);
     }
     const std::string hourly = refusal([&] { requireCompleteYear(read.report, file, false); });
-    const std::string others =
-        refusal([&] { requireCompleteYear(inspectWeatherFile(file), file, false); });
+    const std::string others = refusal([&] {
+        if (isStoreFormat(input.format)) {
+            requireCompleteYear(inspectStoredWeather(input).report, file, false);
+        }
+    });
     if (hourly.empty()) {
         text += "# usable by 'insolate run'\n";
         if (!others.empty()) {
@@ -119,9 +125,6 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
         throw UsageError(fmt::format(
             "{}: only .wea files are written; give a name that ends in .wea", place(to)));
     }
-    if (!hasExtension(from, {".epw"})) {
-        throw UsageError(fmt::format("{}: only .epw files are converted; give one", place(from)));
-    }
     const std::filesystem::path parent = to.parent_path();
     std::error_code problem;
     if (!parent.empty() && !std::filesystem::exists(parent, problem)) {
@@ -130,6 +133,10 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
                                     place(to), place(parent)));
     }
     const WeatherReport report = inspectWeatherFile(from);
+    if (report.format == WeatherFormat::Store) {
+        throw UsageError(
+            fmt::format("{}: is such a file already; give one of another format", place(from)));
+    }
     requireCompleteYear(report, from, allowGaps);
     EModel model;
     loadWeather(model.getSolarAnalysisController(), from, report);
@@ -153,14 +160,13 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
             counted(report.gapCount(), "hour without data is", "hours without data are")));
     }
     // The store puts what EPW files give for 31 December at the day before.
-    if (!report.hasLastDay()) {
-        return;
+    if (report.format == WeatherFormat::Epw && report.hasLastDay()) {
+        progress.warn(
+            fmt::format("{}: the weather of 31 December stands at the 30th, whose own is lost, "
+                        "and the 31st is empty: so the methods other than hourly read a year. "
+                        "For the hourly method keep {}",
+                        place(to), place(from)));
     }
-    progress.warn(
-        fmt::format("{}: the weather of 31 December stands at the 30th, whose own is lost, "
-                    "and the 31st is empty: so the methods other than hourly read a year. "
-                    "For the hourly method keep {}",
-                    place(to), place(from)));
     progress.note(fmt::format("wrote {}: {}", place(to), report.site.text()));
 }
 

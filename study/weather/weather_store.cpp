@@ -1,7 +1,6 @@
 #include "study/weather/weather_store.h"
 
 #include "study/support/errors.h"
-#include "study/support/file_name.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,16 +24,21 @@ void loadWeather(ESolarAnalysisController& controller, const std::filesystem::pa
                                     "folder or copy the file to a shorter name",
                                     place(file), longestName));
     }
+    EWeatherData& store = controller.getWeatherData();
+    if (!isStoreFormat(report.format)) {
+        fillStore(store, readWeatherYear(file).series);
+        return;
+    }
+    const bool isText = report.format == WeatherFormat::Epw;
     auto result = static_cast<ResultLoadWeatherData>(0);
-    if (!controller.setWeatherFile(name, result)) {
-        throw DataError(fmt::format("{}: cannot be opened as a weather file; give an .epw, .wea or "
-                                    ".mra file that you may read",
+    // By what the file holds, whatever its name.
+    if (!(isText ? store.loadFile_EPW(name, 1, result) : store.loadFile_WEA(name, 1, result))) {
+        throw DataError(fmt::format("{}: cannot be opened as a weather file; give one that you may "
+                                    "read",
                                     place(file)));
     }
     // Marks for missing values are numbers to the readers, and the store's 16 bits wrap the larger
     // ones; allowed gaps are without radiation.
-    EWeatherData& store = controller.getWeatherData();
-    const bool isText = hasExtension(file, {".epw"});
     constexpr int lastDay = ESolarPosition::DAYS_PER_YEAR - 1;
     for (const auto& [day, hour] : report.radiationMissing) {
         // Of text files the store has 31 December, where it is given, in the place of the 30th.
@@ -47,6 +51,36 @@ void loadWeather(ESolarAnalysisController& controller, const std::filesystem::pa
         store.setHourlyDirectRad(place, hour, 0.0f);
         store.setHourlyDiffuseRad(place, hour, 0.0f);
     }
+}
+
+void fillStore(EWeatherData& store, const WeatherSeries& series) {
+    EWeaFileFormatData& record = store.getDataForWrite();
+    record = {};
+    const auto copy = [](const std::string& text, auto& field) {
+        std::copy_n(text.begin(), std::min(text.size(), std::size(field) - 1), std::begin(field));
+    };
+    std::fill(std::begin(record.name), std::end(record.name), '\0');
+    std::fill(std::begin(record.state), std::end(record.state), '\0');
+    copy(series.place, record.name);
+    record.latitude = static_cast<float>(series.site.latitude);
+    record.longitude = static_cast<float>(series.site.longitude);
+    record.timeZone = static_cast<float>(series.site.timeZone * 15.0);
+    record.altitude = static_cast<float>(series.site.elevation);
+    record.loaded = 1;
+    for (int hour = 0; hour < hoursPerYear; ++hour) {
+        const auto k = static_cast<std::size_t>(hour);
+        // NaN is stored as 0.
+        store.setHourlyTemp(hour / 24, hour % 24, series.dryBulb[k]);
+        store.setHourlyDirectRad(hour / 24, hour % 24, std::round(series.directNormal[k]));
+        store.setHourlyDiffuseRad(hour / 24, hour % 24, std::round(series.diffuseHorizontal[k]));
+    }
+    const auto radians = [](double degrees) {
+        return ESolarPosition::convertDegreesToRadians(degrees);
+    };
+    ESolarPosition::Global.setLocation(radians(series.site.latitude),
+                                       radians(series.site.longitude),
+                                       radians(series.site.timeZone * 15.0));
+    ESolarPosition::Global.setName(record.name);
 }
 
 bool lastDayIsEmpty(const EWeatherData& year) {

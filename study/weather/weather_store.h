@@ -1,7 +1,7 @@
 /// Weather in the store of the analysis controllers.
 #pragma once
 
-#include "study/weather/weather_check.h"
+#include "study/weather/weather_year.h"
 
 #include <filesystem>
 #include <string>
@@ -15,6 +15,10 @@ namespace insolate::study {
 /// @throws DataError when the library cannot open it
 void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
                  const WeatherReport& report);
+
+/// Puts the year into the library's store as an .epw file would be, in whole W/m2, and moves
+/// ESolarPosition::Global to its site. What is missing counts as without radiation.
+void fillStore(EWeatherData& store, const WeatherSeries& series);
 
 /// Whether the year ends on 30 December: 31 December, with light on the day before, has none. So it
 /// is with every EPW file, whose 31 December takes the place of the 30th in the store.

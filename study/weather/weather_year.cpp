@@ -1,8 +1,9 @@
 #include "study/weather/weather_year.h"
 
 #include "study/support/errors.h"
-#include "study/support/file_name.h"
 #include "study/support/readable.h"
+#include "study/weather/sampled_weather.h"
+#include "study/weather/store_check.h"
 #include "study/weather/weather_store.h"
 
 #include <algorithm>
@@ -43,7 +44,10 @@ void listGaps(WeatherYear& year) {
 void noteLine(const WeatherFinding& finding, WeatherReport& report) {
     constexpr std::array<int, 2> radiationColumns = {15, 16};
     const auto line = static_cast<std::size_t>(finding.line);
-    if (finding.kind == WeatherFindingKind::Gap) {
+    if (finding.kind == WeatherFindingKind::DuplicateHour) {
+        report.hoursRepeated = static_cast<std::size_t>(finding.count);
+        report.firstRepeatedLine = line;
+    } else if (finding.kind == WeatherFindingKind::Gap) {
         report.lineBeforeMissing = line;
     } else if (finding.kind == WeatherFindingKind::BadLine) {
         report.unreadableLine = {line, finding.what};
@@ -61,42 +65,42 @@ void noteLine(const WeatherFinding& finding, WeatherReport& report) {
     }
 }
 
-WeatherYear readEpwYear(const std::filesystem::path& file) {
-    WeatherReading reading = readWeatherSeries(file);
+WeatherYear readEpwYear(const WeatherInput& input) {
+    WeatherReading reading = parseWeatherSeries(input.content, place(input.file));
     WeatherYear year;
+    WeatherReport& report = year.report;
+    report.format = WeatherFormat::Epw;
     for (const WeatherFinding& finding : reading.findings) {
-        year.report.notes.push_back(printable(finding.text));
-        noteLine(finding, year.report);
+        if (finding.kind == WeatherFindingKind::SecondLocation) {
+            throw DataError(fmt::format("{}: a second LOCATION line; keep the one of your site",
+                                        place(input.file, static_cast<std::size_t>(finding.line))));
+        }
+        report.notes.push_back(printable(finding.text));
+        noteLine(finding, report);
     }
     if (!reading.ok) {
-        throw DataError(year.report.notes.empty()
-                            ? place(file) + ": not a weather file; give an .epw file"
-                            : year.report.notes.back());
+        throw DataError(report.notes.empty()
+                            ? fmt::format("{}: {}", place(input.file), notWeatherText)
+                            : report.notes.back());
     }
     year.series = std::move(reading.series);
     const Site& site = year.series.site;
-    year.report.site = {.city = printable(year.series.place),
-                        .region = {},
-                        .country = {},
-                        .latitude = site.latitude,
-                        .longitude = site.longitude,
-                        .timeZone = site.timeZone,
-                        .elevation = site.elevation};
-    if (std::string odd = oddClockText(year.report.site, year.series.diffuseHorizontal, file);
-        !odd.empty()) {
-        year.report.notes.push_back(std::move(odd));
-    }
-    noteStrayDirect(year.report, year.series.directNormal, year.series.diffuseHorizontal,
-                    year.series.globalHorizontal, file);
+    report.site = {.city = printable(year.series.place),
+                   .region = {},
+                   .country = {},
+                   .latitude = site.latitude,
+                   .longitude = site.longitude,
+                   .timeZone = site.timeZone,
+                   .elevation = site.elevation};
     listGaps(year);
     return year;
 }
 
-WeatherYear readStoredYear(const std::filesystem::path& file) {
+WeatherYear readStoredYear(const WeatherInput& input) {
     WeatherYear year;
-    year.report = inspectWeatherFile(file);
+    year.report = inspectStoredWeather(input).report;
     EModel model;
-    loadWeather(model.getSolarAnalysisController(), file, year.report);
+    loadWeather(model.getSolarAnalysisController(), input.file, year.report);
     EWeatherData& store = model.getSolarAnalysisController().getWeatherData();
     std::vector<float> direct;
     std::vector<float> diffuse;
@@ -125,11 +129,52 @@ WeatherYear readStoredYear(const std::filesystem::path& file) {
 } // namespace
 
 WeatherYear readWeatherYear(const std::filesystem::path& file) {
-    return hasExtension(file, {".epw"}) ? readEpwYear(file) : readStoredYear(file);
+    return readWeatherYear(openWeather(file));
 }
 
-std::string lastDayText(const std::filesystem::path& file, const std::string& method) {
-    if (hasExtension(file, {".epw"})) {
+WeatherYear readWeatherYear(const WeatherInput& input) {
+    WeatherYear year;
+    switch (input.format) {
+    case WeatherFormat::Epw:
+        year = readEpwYear(input);
+        break;
+    case WeatherFormat::Store:
+        year = readStoredYear(input);
+        break;
+    case WeatherFormat::WeaText:
+        year = readWeaText(input);
+        break;
+    case WeatherFormat::Tmy3:
+        year = assembleYear(readTmy3(input), input.file);
+        break;
+    case WeatherFormat::Nsrdb:
+        year = assembleYear(readNsrdb(input), input.file);
+        break;
+    case WeatherFormat::Pvgis:
+        year = assembleYear(readPvgis(input), input.file);
+        break;
+    }
+    const WeatherSeries& series = year.series;
+    noteOddities(year.report,
+                 {series.directNormal, series.diffuseHorizontal, series.globalHorizontal,
+                  series.sampleOffset},
+                 input.file);
+    return year;
+}
+
+WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
+    const WeatherInput input = openWeather(file);
+    if (!isStoreFormat(input.format)) {
+        return readWeatherYear(input).report;
+    }
+    StoredWeather stored = inspectStoredWeather(input);
+    noteOddities(stored.report, stored.hours(), file);
+    return std::move(stored.report);
+}
+
+std::string lastDayText(const std::filesystem::path& file, WeatherFormat format,
+                        const std::string& method) {
+    if (format == WeatherFormat::Epw) {
         return fmt::format(
             "{}: 31 December counts as dark and 30 December takes the weather of the "
             "31st: so --method {} reads a year; take --method hourly for these days",
@@ -145,7 +190,7 @@ std::string lastDayText(const std::filesystem::path& file, const std::string& me
 void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
                  const std::string& method, bool touchesLastDays) {
     if (report.lastDayEmpty && report.hasLastDay() && touchesLastDays) {
-        report.notes.push_back(lastDayText(file, method));
+        report.notes.push_back(lastDayText(file, report.format, method));
     }
 }
 
@@ -171,7 +216,7 @@ std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
         "{}: {} {} radiation while the sun is down: {:.4g} kWh/m2 of direct "
         "normal, which has no place in the sky, and {:.4g} kWh/m2 on the level, "
         "which go on the whole sky. Usually the place or its time zone is wrong ({}) "
-        "or the hours are shifted; check the LOCATION line and the data",
+        "or the hours are shifted; check the site and the hours of the file",
         place(file), report.hoursWithoutSun,
         counted(static_cast<std::size_t>(report.hoursWithoutSun), "hour has", "hours have"),
         report.directWithoutSun / 1000.0, report.diffuseWithoutSun / 1000.0, siteText(sky.site));

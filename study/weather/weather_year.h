@@ -3,7 +3,6 @@
 #pragma once
 
 #include "study/export.h"
-
 #include "study/weather/weather_check.h"
 
 #include <insolate/insolate.h>
@@ -18,28 +17,34 @@ struct WeatherYear {
     WeatherReport report; ///< site, hours without radiation, findings
 };
 
-/// Reads .epw files as they stand; .wea and .mra files through the library's store, which holds no
-/// global radiation.
+/// The year as the hourly method takes it: of .epw files as they stand, of .wea and .mra files
+/// through the library's store, which holds no global radiation; of other texts with each value
+/// where its label says.
 /// @throws DataError when the file gives no year; one with gaps is for requireCompleteYear() to
 ///         judge
 INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const WeatherInput& input);
+
+/// The year as the store of the methods other than hourly takes it.
+/// @throws DataError when it cannot be a usable weather file for them whatever the user allows
+INSOLATE_STUDY_EXPORT WeatherReport inspectWeatherFile(const std::filesystem::path& file);
 
 /// What becomes of the year's last days by the method when the report says that the last one is
-/// empty, and the mend.
-INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file,
-                                              const std::string& method);
+/// empty, and the fix.
+INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file, WeatherFormat format,
+                        const std::string& method);
 
 /// Adds that to the report's notes where the period touches these days.
 INSOLATE_STUDY_EXPORT void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
                                        const std::string& method, bool touchesLastDays);
 
-/// That a period without any radiation was asked for, and the mend.
+/// That a period without any radiation was asked for, and the fix.
 INSOLATE_STUDY_EXPORT std::string noLightText(const std::filesystem::path& file);
 
-/// Energy recorded while the sun is down, where it is worth telling, and what it points to; else
+/// Energy recorded while the sun is down, where it is worth a note, and what it points to; else
 /// empty.
-/// @param stray what the report has told already
-INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file,
-                                              const HourlySky& sky, const StrayDirect& stray);
+/// @param stray what the report has noted already
+INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
+                        const StrayDirect& stray);
 
 } // namespace insolate::study

@@ -61,8 +61,11 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
              {"\xFF\xFEL", "a.epw: the text is UTF-16; save the weather file as UTF-8"},
              {body, "a.epw:2: no LOCATION line stands before the data"},
              {"LOCATION,a,b,c,d,1,40,0,0,100\n", "a.epw: the file holds no hourly data"},
-             {withLine(good, 1, "40.0", "91"), "a.epw:1: LOCATION: '91' is no latitude"},
-             {withLine(good, 1, "0.0,100.0", "0.0"), "is no elevation"},
+             {withLine(good, 1, "40.0", "91"), "a.epw:1: LOCATION: field 7 (latitude): '91' is not "
+                                               "a value from -90 to 90; give the site's "
+                                               "degrees, north positive"},
+             {withLine(good, 1, "100.0", "high"), "field 10 (elevation): 'high' is not a value"},
+             {withLine(good, 1, "0.0,100.0", "0.0"), "has fewer than 10 fields; give place, "},
              {good + good, "a second LOCATION line"},
              {withLine(good, 2, "1,1", "1,4"), "a.epw:2: the file has 4 records an hour"},
              {"LOCATION;a;b;c;d;1;40,0;0,0;0,0;100,0\n",
@@ -74,7 +77,8 @@ TEST(WeatherCheck, SaysWhatIsWrongAndWhere) {
               "after this line"},
              {noonWith("2001,3,5,12", "2001,3,5,13"),
               fmt::format("a.epw:{}: the hour was given before (1 such", noon + 1)},
-             {noonWith("2001,3,5,12", "2001,3,5,25"), at + "'3','5','25' is no month"},
+             {noonWith("2001,3,5,12", "2001,3,5,25"),
+              at + "month '3', day '5', hour '25' (1 to 24) is no hour"},
              {noonWith("2001,3,5,12", "2001,3,5,12\n"), at + "the line has 4 fields"},
              {noonWith(",300,0,", ",300,0,bright"), at + "field 15 (direct normal radiation)"},
              {noonWith(",300,0,793,", ",300,0,1501,"), "'1501' is not a value from 0 to 1500"},
@@ -181,7 +185,8 @@ TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
          {std::tuple{"a.wea", good, ""},
           {"a.wea", good.substr(1), "not a weather file"},
           {"a.wea", good.substr(0, 141607), "141607 bytes"},
-          {"a.txt", good, "not a weather file"},
+          {"a.txt", good, ""}, // what a file holds decides
+          {"a.txt", std::string("solid"), "not a weather file"},
           {"a.wea", with(141592, 95.0f), "not on earth"},
           {"a.wea", marked, "in 1 hour: 2 January, 6:00 to 7:00"}}) {
         EXPECT_THAT(verdict(folder.write(name, content)), HasSubstr(message));

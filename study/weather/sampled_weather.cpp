@@ -1,0 +1,260 @@
+#include "study/weather/sampled_weather.h"
+
+#include "study/support/errors.h"
+#include "study/support/readable.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+constexpr double hoursOfYear = hoursPerYear;
+
+/// The clock of the samples: step k lies at (k + phase) / perHour hours of the year.
+struct SampleClock {
+    int perHour = 1;
+    double phase = 0.0; ///< in steps, from just below 0 to below 1
+
+    /// How much later than the middle of the hour the mean of its samples lies [h], to 4 s.
+    [[nodiscard]] double offset() const {
+        const double middle = (phase + 0.5 * (perHour - 1)) / perHour;
+        return std::round((middle - 0.5) * 1000.0) / 1000.0 + 0.0; // no -0
+    }
+};
+
+/// The step is the commonest time from one sample to the next, the phase the mean one.
+SampleClock clockOf(const std::vector<double>& times, const WeatherSample& first,
+                    const std::filesystem::path& file) {
+    std::vector<double> steps;
+    for (std::size_t i = 1; i < times.size(); ++i) {
+        if (times[i] > times[i - 1]) {
+            steps.push_back(times[i] - times[i - 1]);
+        }
+    }
+    SampleClock clock;
+    if (!steps.empty()) {
+        const auto median = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2);
+        std::nth_element(steps.begin(), median, steps.end());
+        const double perHour = std::round(1.0 / *median);
+        if (perHour < 1.0 || perHour > 60.0 || std::abs(perHour * *median - 1.0) > 0.05 ||
+            60 % static_cast<int>(perHour) != 0) {
+            throw DataError(fmt::format("{}: the records are {:.4g} minutes apart, which does not "
+                                        "divide the hour evenly; give a file with a record every "
+                                        "60, 30, 15, 10, 5 or 1 minutes",
+                                        place(file, first.line), *median * 60.0));
+        }
+        clock.perHour = static_cast<int>(perHour);
+    }
+    // Phases go round: 0.98 and 0.01 are neighbours, whose mean is that of their directions.
+    double sine = 0.0;
+    double cosine = 0.0;
+    for (const double time : times) {
+        const double turn = 2.0 * std::numbers::pi * time * clock.perHour;
+        sine += std::sin(turn);
+        cosine += std::cos(turn);
+    }
+    clock.phase = std::atan2(sine, cosine) / (2.0 * std::numbers::pi);
+    constexpr double roundedDown = -0.02; // "0.166" for a sixth belongs to the step that it begins
+    clock.phase += clock.phase < roundedDown ? 1.0 : 0.0;
+    return clock;
+}
+
+bool isDark(double hourOfYear, const WeatherSite& site) {
+    // Below a degree there is hardly light, and programs differ on when the sun rises.
+    constexpr double low = std::numbers::pi / 180.0;
+    const MonthAndDay date = monthAndDay(static_cast<int>(hourOfYear / 24.0));
+    const double hour = std::fmod(hourOfYear, 24.0);
+    const Site where{site.latitude, site.longitude, site.timeZone, site.elevation};
+    return sunPosition(julianDay(2001, date.month, date.day, hour - site.timeZone), where)
+               .geometricAltitude < low;
+}
+
+/// Mean of what is there; complete where nothing is missing.
+struct HourMean {
+    double sum = 0.0;
+    int count = 0;
+
+    void add(float value) {
+        if (std::isfinite(value)) {
+            sum += static_cast<double>(value);
+            ++count;
+        }
+    }
+    [[nodiscard]] float mean(int atLeast) const {
+        return count >= atLeast ? static_cast<float>(sum / count) : unknownValue;
+    }
+};
+
+} // namespace
+
+void checkSite(const WeatherSite& site, const std::filesystem::path& file, std::size_t line) {
+    const auto check = [&](double value, double low, double high, std::string_view name,
+                           std::string_view fix) {
+        if (!(value >= low && value <= high)) {
+            throw DataError(fmt::format("{}: {} {} is not a value from {} to {}; {}",
+                                        place(file, line), name, value, low, high, fix));
+        }
+    };
+    check(site.latitude, -90.0, 90.0, "latitude", "give the site's degrees, north positive");
+    check(site.longitude, -180.0, 180.0, "longitude", "give the site's degrees");
+    check(site.timeZone, -12.0, 14.0, "time zone", "give the hours of the file's clock before UTC");
+    check(site.elevation, -1000.0, 10000.0, "elevation", "give the metres above the sea");
+}
+
+WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::path& file) {
+    std::vector<const WeatherSample*> samples;
+    std::vector<double> times;
+    std::size_t leapSamples = 0;
+    for (const WeatherSample& sample : weather.samples) {
+        if (sample.month == 2 && sample.day == 29) {
+            ++leapSamples;
+            continue;
+        }
+        const int day = dayIndex(sample.month, sample.day);
+        if (day < 0) {
+            throw DataError(fmt::format("{}: there is no day {} in month {}; correct the line",
+                                        place(file, sample.line), sample.day, sample.month));
+        }
+        samples.push_back(&sample);
+        times.push_back(day * 24.0 + sample.hour);
+    }
+    if (samples.empty()) {
+        throw DataError(
+            fmt::format("{}: the file holds no hourly data; download it again", place(file)));
+    }
+    const SampleClock clock = clockOf(times, *samples.front(), file);
+
+    // The last sample of each step of the year.
+    WeatherYear year;
+    WeatherReport& report = year.report;
+    report = weather.report;
+    const std::size_t perHour = static_cast<std::size_t>(clock.perHour);
+    std::vector<const WeatherSample*> sampleOf(hoursPerYear * perHour, nullptr);
+    const auto stepCount = static_cast<double>(sampleOf.size());
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const double exact = times[i] * clock.perHour - clock.phase;
+        double step = std::round(exact);
+        if (std::abs(exact - step) > 0.1) {
+            throw DataError(fmt::format(
+                "{}: the record at {:.4g} h does not stand in line with the others, which are {} "
+                "minutes apart; correct the line or give a file with equal steps",
+                place(file, samples[i]->line), samples[i]->hour, 60 / clock.perHour));
+        }
+        step -= stepCount * std::floor(step / stepCount); // over new year
+        const WeatherSample*& slot = sampleOf[static_cast<std::size_t>(step)];
+        if (slot != nullptr && report.hoursRepeated++ == 0) {
+            report.firstRepeatedLine = samples[i]->line;
+        }
+        slot = samples[i];
+    }
+
+    std::vector<float> direct(hoursPerYear, unknownValue);
+    std::vector<float> diffuse = direct;
+    std::vector<float> global = direct;
+    std::vector<float> dryBulb = direct;
+    std::vector<float> dewPoint = direct;
+    std::vector<float> pressure = direct;
+    std::vector<double> albedo(hoursPerYear, static_cast<double>(unknownValue));
+    std::vector<std::int16_t> years(hoursPerYear, 0);
+    std::size_t nights = 0;
+    std::size_t line = 0;
+    for (std::size_t hour = 0; hour < hoursPerYear; ++hour) {
+        HourMean means[7];
+        std::size_t absent = 0;
+        std::size_t holed = 0;
+        for (std::size_t part = 0; part < perHour; ++part) {
+            const std::size_t step = hour * perHour + part;
+            const WeatherSample* sample = sampleOf[step];
+            if (sample == nullptr) {
+                const double time = (static_cast<double>(step) + clock.phase) / clock.perHour;
+                if (weather.nightsMayBeLeftOut &&
+                    isDark(std::clamp(time, 0.0, hoursOfYear), report.site)) {
+                    ++nights;
+                    means[0].add(0.0f);
+                    means[1].add(0.0f);
+                } else {
+                    ++absent;
+                }
+                continue;
+            }
+            years[hour] = static_cast<std::int16_t>(sample->year);
+            if (std::isnan(sample->direct) || std::isnan(sample->diffuse)) {
+                holed = holed == 0 ? sample->line : holed;
+            }
+            const float values[7] = {sample->direct,  sample->diffuse,  sample->global,
+                                     sample->dryBulb, sample->dewPoint, sample->pressure,
+                                     sample->albedo};
+            for (std::size_t v = 0; v < 7; ++v) {
+                means[v].add(values[v]);
+            }
+        }
+        const auto index = static_cast<int>(hour);
+        const HourOfYear when(index / 24, index % 24);
+        if (absent == perHour) {
+            if (report.hoursMissing.empty()) {
+                report.lineBeforeMissing = line;
+            }
+            report.hoursMissing.push_back(when);
+        } else if (absent > 0 || holed > 0) {
+            report.radiationMissing.push_back(when);
+            std::size_t& first = report.firstRadiationMissingLine;
+            first = first == 0 ? holed : first;
+        }
+        if (const WeatherSample* last = sampleOf[hour * perHour + perHour - 1]) {
+            line = last->line;
+        }
+        // A radiation mean over a part of the hour would change the hour's sum.
+        direct[hour] = means[0].mean(clock.perHour);
+        diffuse[hour] = means[1].mean(clock.perHour);
+        global[hour] = means[2].mean(clock.perHour);
+        dryBulb[hour] = means[3].mean(1);
+        dewPoint[hour] = means[4].mean(1);
+        pressure[hour] = means[5].mean(1);
+        albedo[hour] = static_cast<double>(means[6].mean(1));
+    }
+    report.hoursPresent = hoursPerYear - report.hoursMissing.size();
+
+    const WeatherSite& site = report.site;
+    WeatherReading reading =
+        makeWeatherSeries({site.latitude, site.longitude, site.timeZone, site.elevation}, direct,
+                          diffuse, global);
+    for (const WeatherFinding& finding : reading.findings) {
+        report.notes.push_back(fmt::format("{}: {}", place(file), finding.text));
+    }
+    year.series = std::move(reading.series);
+    year.series.place = site.text();
+    year.series.sampleOffset = clock.offset();
+    year.series.dryBulb = std::move(dryBulb);
+    year.series.dewPoint = std::move(dewPoint);
+    year.series.pressure = std::move(pressure);
+    year.series.year = std::move(years);
+    year.series.monthlyAlbedo = monthlyAlbedoOf(albedo, year.series.globalHorizontal);
+
+    if (leapSamples > 0) {
+        report.facts.push_back(fmt::format("{}: 29 February is left out: a year has 365 days",
+                                           place(file)));
+    }
+    if (nights > 0) {
+        report.facts.push_back(fmt::format("{}: {} {} left out while the sun is down: counted as "
+                                           "dark",
+                                           place(file), nights, counted(nights, "row is", "rows are")));
+    }
+    if (clock.perHour > 1) {
+        report.facts.push_back(fmt::format("{}: {} records an hour, averaged over the hour",
+                                           place(file), clock.perHour));
+    }
+    if (year.series.sampleOffset != 0.0) {
+        report.facts.push_back(fmt::format(
+            "{}: the values stand {:.1f} min {} the middle of their hours; the sun is placed there",
+            place(file), std::abs(year.series.sampleOffset) * 60.0,
+            year.series.sampleOffset < 0.0 ? "before" : "after"));
+    }
+    return year;
+}
+
+} // namespace insolate::study

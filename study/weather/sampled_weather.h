@@ -1,0 +1,54 @@
+/// Weather files whose records say when they were taken: brought into the hours of a year.
+#pragma once
+
+#include "study/weather/weather_year.h"
+
+#include <limits>
+#include <string_view>
+#include <vector>
+
+namespace insolate::study {
+
+inline constexpr float unknownValue = std::numeric_limits<float>::quiet_NaN();
+
+/// A record of the file. It stands for the time around an instant, half a step to either side: for a
+/// mean the middle of what it covers, else the moment it was taken.
+struct WeatherSample {
+    std::size_t line = 0;
+    int year = 0; ///< 0 where the file does not say
+    int month = 1;
+    int day = 1;       ///< of the calendar; 29 February is left out
+    double hour = 0.0; ///< the instant's clock time in the site's zone; may lie outside 0..24
+    float direct = unknownValue;  ///< normal to the sun [W/m2], NaN where missing, as all here
+    float diffuse = unknownValue; ///< on the level [W/m2]
+    float global = unknownValue;
+    float dryBulb = unknownValue;  ///< [degrees C]
+    float dewPoint = unknownValue; ///< [degrees C]
+    float pressure = unknownValue; ///< [Pa]
+    float albedo = unknownValue;
+};
+
+struct SampledWeather {
+    WeatherReport report; ///< format, site, notes and facts so far
+    std::vector<WeatherSample> samples;
+    /// Rows of times with the sun down may be left out of such files: they are dark, not missing.
+    bool nightsMayBeLeftOut = false;
+};
+
+/// The samples' own steps are found, equal parts of an hour or hours; several of an hour are
+/// averaged, of several for the same time the last one holds. WeatherSeries::sampleOffset says
+/// where in its hour a value stands.
+/// @throws DataError when there are no samples, or their times do not go on in equal steps
+WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::path& file);
+
+/// @throws DataError naming the line when the site is not on earth
+void checkSite(const WeatherSite& site, const std::filesystem::path& file, std::size_t line);
+
+/// The readers of the formats. A text's values that cannot be read are refused with their line.
+SampledWeather readTmy3(const WeatherInput& input);
+SampledWeather readNsrdb(const WeatherInput& input);
+SampledWeather readPvgis(const WeatherInput& input);
+/// Whole, since what is wrong with such files shows in the light of the days.
+WeatherYear readWeaText(const WeatherInput& input);
+
+} // namespace insolate::study
