@@ -220,9 +220,8 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
     report.hoursPresent = hoursPerYear - report.hoursMissing.size();
 
     const WeatherSite& site = report.site;
-    WeatherReading reading =
-        makeWeatherSeries({site.latitude, site.longitude, site.timeZone, site.elevation}, direct,
-                          diffuse, global);
+    WeatherReading reading = makeWeatherSeries(
+        {site.latitude, site.longitude, site.timeZone, site.elevation}, direct, diffuse, global);
     for (const WeatherFinding& finding : reading.findings) {
         report.notes.push_back(fmt::format("{}: {}", place(file), finding.text));
     }
@@ -236,13 +235,14 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
     year.series.monthlyAlbedo = monthlyAlbedoOf(albedo, year.series.globalHorizontal);
 
     if (leapSamples > 0) {
-        report.facts.push_back(fmt::format("{}: 29 February is left out: a year has 365 days",
-                                           place(file)));
+        report.facts.push_back(
+            fmt::format("{}: 29 February is left out: a year has 365 days", place(file)));
     }
     if (nights > 0) {
         report.facts.push_back(fmt::format("{}: {} {} left out while the sun is down: counted as "
                                            "dark",
-                                           place(file), nights, counted(nights, "row is", "rows are")));
+                                           place(file), nights,
+                                           counted(nights, "row is", "rows are")));
     }
     if (clock.perHour > 1) {
         report.facts.push_back(fmt::format("{}: {} records an hour, averaged over the hour",

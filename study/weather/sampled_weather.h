@@ -11,8 +11,8 @@ namespace insolate::study {
 
 inline constexpr float unknownValue = std::numeric_limits<float>::quiet_NaN();
 
-/// A record of the file. It stands for the time around an instant, half a step to either side: for a
-/// mean the middle of what it covers, else the moment it was taken.
+/// A record of the file. It stands for the time around an instant, half a step to either side: for
+/// a mean the middle of what it covers, else the moment it was taken.
 struct WeatherSample {
     std::size_t line = 0;
     int year = 0; ///< 0 where the file does not say

@@ -91,8 +91,7 @@ private:
     }
 
     [[nodiscard]] DataError fault(std::string_view what, std::string_view fix) const {
-        return DataError(
-            printable(fmt::format("{}: {}; {}", place(m_file, m_line), what, fix)));
+        return DataError(printable(fmt::format("{}: {}; {}", place(m_file, m_line), what, fix)));
     }
 
     void take(const EpwLine& line) {
@@ -155,7 +154,8 @@ private:
         if (const auto wrong = readEpwDate(fields, date)) {
             throw fault(wrong->what, wrong->fix);
         }
-        // Both fields are looked at: a wrong diffuse value is reported even where direct is missing.
+        // Both fields are looked at: a wrong diffuse value is reported even where direct is
+        // missing.
         const float direct = radiation(fields, EpwField::Direct);
         const float diffuse = radiation(fields, EpwField::Diffuse);
         m_leapLines += date.isLeapDay() ? 1 : 0;

@@ -85,14 +85,15 @@ struct HourlyRadiation {
 /// nothing where fewer than 30 days show it. It is the light's ends that count, which clouds do not
 /// move. They are known to the hour: sound years are up to 0.55 h off where their records stand at
 /// the wrong end of half an hour, 0.16 h elsewhere.
-INSOLATE_STUDY_EXPORT std::optional<double> latenessOfLight(const WeatherSite& site, const HourlyRadiation& hours);
+INSOLATE_STUDY_EXPORT std::optional<double> latenessOfLight(const WeatherSite& site,
+                                                            const HourlyRadiation& hours);
 
 /// Notes in the report what is odd about the site's clock and about the direct radiation. The clock
 /// is sound while it is within 3.5 hours of the sun's own time, which no country's is beyond, and
 /// the light of the days lies about the sun's noon. Direct radiation is stray where neither global
 /// nor diffuse radiation goes with it.
 INSOLATE_STUDY_EXPORT void noteOddities(WeatherReport& report, const HourlyRadiation& hours,
-                  const std::filesystem::path& file);
+                                        const std::filesystem::path& file);
 
 /// "21 June, 12:00 to 13:00".
 INSOLATE_STUDY_EXPORT std::string hourOfYearText(const HourOfYear& hour);

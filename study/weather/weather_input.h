@@ -10,12 +10,12 @@
 namespace insolate::study {
 
 enum class WeatherFormat {
-    Epw,    ///< EnergyPlus weather, comma-separated text
-    Store,  ///< the library's own binary record, .wea or .mra
+    Epw,     ///< EnergyPlus weather, comma-separated text
+    Store,   ///< the library's own binary record, .wea or .mra
     WeaText, ///< the text of Radiance's tools: six header lines, then direct and diffuse
-    Tmy3,   ///< NSRDB typical year of 2008, comma-separated text
-    Nsrdb,  ///< NSRDB physical solar model 3 and 4 (PSM3, PSM4), comma-separated text
-    Pvgis   ///< typical year of PVGIS, comma-separated text
+    Tmy3,    ///< NSRDB typical year of 2008, comma-separated text
+    Nsrdb,   ///< NSRDB physical solar model 3 and 4 (PSM3, PSM4), comma-separated text
+    Pvgis    ///< typical year of PVGIS, comma-separated text
 };
 
 /// Whether the library's store reads the format itself.

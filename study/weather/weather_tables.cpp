@@ -1,5 +1,5 @@
-// Weather as comma-separated tables with the names of their columns: TMY3, PSM3 and PSM4, PVGIS. Each
-// has its own header and its own meaning of a record's time.
+// Weather as comma-separated tables with the names of their columns: TMY3, PSM3 and PSM4, PVGIS.
+// Each has its own header and its own meaning of a record's time.
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 #include "study/weather/sampled_weather.h"
@@ -43,8 +43,8 @@ public:
     /// @throws DataError when the file ends here
     void need(std::string_view what) {
         if (!next()) {
-            throw DataError(fmt::format("{}: the file ends before {}; download it again",
-                                        place(m_file), what));
+            throw DataError(
+                fmt::format("{}: the file ends before {}; download it again", place(m_file), what));
         }
     }
 

@@ -31,8 +31,8 @@ INSOLATE_STUDY_EXPORT WeatherReport inspectWeatherFile(const std::filesystem::pa
 
 /// What becomes of the year's last days by the method when the report says that the last one is
 /// empty, and the fix.
-INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file, WeatherFormat format,
-                        const std::string& method);
+INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file,
+                                              WeatherFormat format, const std::string& method);
 
 /// Adds that to the report's notes where the period touches these days.
 INSOLATE_STUDY_EXPORT void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
@@ -44,7 +44,7 @@ INSOLATE_STUDY_EXPORT std::string noLightText(const std::filesystem::path& file)
 /// Energy recorded while the sun is down, where it is worth a note, and what it points to; else
 /// empty.
 /// @param stray what the report has noted already
-INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
-                        const StrayDirect& stray);
+INSOLATE_STUDY_EXPORT std::string sunDownText(const std::filesystem::path& file,
+                                              const HourlySky& sky, const StrayDirect& stray);
 
 } // namespace insolate::study

@@ -1,3 +1,6 @@
+#include "../support/temporary_folder.h"
+
+#include <insolate/hourly/hourly_sky.h>
 #include <insolate/weather/weather_series.h>
 
 #include <fmt/format.h>
@@ -74,11 +77,14 @@ TEST(WeatherSeries, ReadsTheSameThroughForeignLineEndsAndMarks) {
         crlf += c == '\n' ? "\r\n" : std::string(1, c);
     }
     crlf.resize(crlf.size() - 2); // no final line end
+    // Words of any case, quotes around a comma.
+    crlf.replace(crlf.find("LOCATION,Bombay"), 15, "location,\"Bombay, fort\"");
     const WeatherReading a = parseWeatherSeries(plain, "a");
     const WeatherReading b = parseWeatherSeries(crlf, "b");
     ASSERT_TRUE(b.ok);
     EXPECT_EQ(a.series.directNormal, b.series.directNormal);
     EXPECT_TRUE(b.findings.empty());
+    EXPECT_EQ(b.series.place, "Bombay, fort");
 }
 
 TEST(WeatherSeries, AveragesTheRecordsOfAnHourAndLeavesOutTheLeapDay) {
@@ -100,6 +106,49 @@ TEST(WeatherSeries, AveragesTheRecordsOfAnHourAndLeavesOutTheLeapDay) {
     const WeatherReading uneven = parseWeatherSeries(madeYear(7, false), "made.epw");
     EXPECT_FALSE(uneven.ok);
     EXPECT_NE(find(uneven, WeatherFindingKind::UnevenSteps), nullptr);
+}
+
+TEST(WeatherSeries, AnHourWithAHoleHasATemperatureButNoRadiation) {
+    std::string text = madeYear(4, false);
+    const std::size_t at = text.find(",100,50,1,", text.find("2003,1,1,5,15,")); // 1 January, 5 h
+    const WeatherReading reading = parseWeatherSeries(text.replace(at, 10, ",100,x,1,"), "a");
+    ASSERT_TRUE(reading.ok);
+    EXPECT_TRUE(std::isnan(reading.series.directNormal[4]));
+    EXPECT_EQ(reading.series.diffuseHorizontal[4], 1.0f);
+    text.replace(text.find("20.5,", text.find("2003,1,1,6,15,")), 5, "99.9,");
+    EXPECT_EQ(parseWeatherSeries(text, "a").series.dryBulb[5], 20.5f);
+}
+
+TEST(WeatherSeries, AlbedoIsWeightedWithTheLight) {
+    std::vector<double> albedo(hoursPerYear, 0.6);
+    std::vector<float> global(hoursPerYear, 0.0f);
+    for (std::size_t k = 12; k < hoursPerYear; k += 24) {
+        albedo[k] = 0.2;
+        albedo[k + 1] = 0.4;
+        albedo[k + 2] = 2.0; // unusable
+        global[k] = 300.0f;
+        global[k + 1] = global[k + 2] = 100.0f;
+    }
+    EXPECT_NEAR(monthlyAlbedoOf(albedo, global)[5], (0.2 * 300 + 0.4 * 100) / 400, 1e-4);
+    // In the polar night all hours count alike.
+    EXPECT_NEAR(monthlyAlbedoOf(std::vector<double>(hoursPerYear, 0.7),
+                                std::vector<float>(hoursPerYear, 0.0f))[0],
+                0.7, 1e-6);
+}
+
+TEST(WeatherSeries, TheSunStandsWhereTheSamplesWereTaken) {
+    const std::vector<float> hours(hoursPerYear, 100.0f);
+    WeatherSeries late = makeWeatherSeries({50.0, 8.0, 1.0, 100.0}, hours, hours).series;
+    late.sampleOffset = 0.5;
+    // The sun of half an hour later is that of a clock half an hour behind.
+    const WeatherSeries behind = makeWeatherSeries({50.0, 8.0, 0.5, 100.0}, hours, hours).series;
+    const HourlySky a = buildHourlySky(late, {170, 172});
+    const HourlySky b = buildHourlySky(behind, {170, 172});
+    ASSERT_EQ(a.sunCells.size(), b.sunCells.size());
+    for (std::size_t i = 0; i < a.sunCells.size(); ++i) {
+        EXPECT_EQ(a.sunCells[i].cell, b.sunCells[i].cell);
+        EXPECT_EQ(a.sunCells[i].energy.x, b.sunCells[i].energy.x);
+    }
 }
 
 TEST(WeatherSeries, ReportsWhatIsWrongWithLineAndCount) {
@@ -167,6 +216,24 @@ TEST(WeatherSeries, RefusesWhatIsNoWeather) {
     const WeatherReading holed = makeWeatherSeries(Site{}, hours, hours);
     EXPECT_TRUE(std::isnan(holed.series.directNormal[7]));
     EXPECT_EQ(holed.hoursWithoutRadiation, 1);
+
+    hours = {std::vector<float>(hoursPerYear, 100.0f)};
+    hours[7] = -5.0f;
+    hours[8] = 1e30f; // other hours would turn NaN with it
+    hours[9] = 2500.0f;
+    const WeatherReading odd = makeWeatherSeries(Site{}, hours, hours);
+    EXPECT_EQ(odd.series.directNormal[7], 0.0f);
+    EXPECT_TRUE(std::isnan(odd.series.directNormal[8]));
+    EXPECT_EQ(odd.series.directNormal[9], 2500.0f);
+    EXPECT_EQ(odd.hoursWithoutRadiation, 1);
+    for (const Kind kind : {Kind::NegativeValue, Kind::MissingValue, Kind::ImplausibleValue}) {
+        EXPECT_NE(find(odd, kind), nullptr) << static_cast<int>(kind);
+    }
+
+    const test::TemporaryFolder folder;
+    const auto large = folder.write("large.epw", year);
+    std::filesystem::resize_file(large, (std::uintmax_t{512} << 20U) + 1); // takes no room
+    EXPECT_NE(find(readWeatherSeries(large), Kind::TooLarge), nullptr);
 }
 
 } // namespace

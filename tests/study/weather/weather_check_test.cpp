@@ -108,6 +108,22 @@ TEST(WeatherCheck, TellsAClockThatTheLightDoesNotKeep) {
     }
 }
 
+TEST(WeatherCheck, TheZoneThatWouldFitIsOneOfTheWorld) {
+    const StudyFolder folder;
+    const auto odd = [&](int firstHour, const std::string& site) {
+        const std::string text = test::weatherText([=](int hour) {
+            return hour > firstHour && hour <= firstHour + 11 ? test::HourOfWeather{500, 100}
+                                                              : test::HourOfWeather{};
+        });
+        return inspectWeatherFile(
+                   folder.write("a.epw", test::withLine(text, 1, "40.0,0.0,0.0", site)))
+            .oddClock;
+    };
+    // Past the date line the clock is that of the other day.
+    EXPECT_THAT(odd(10, "40.0,180.0,13.0"), HasSubstr("would fit about UTC-8.5;"));
+    EXPECT_THAT(odd(4, "40.0,-180.0,-12.0"), HasSubstr("would fit about UTC+9.5;"));
+}
+
 TEST(WeatherCheck, TellsDirectRadiationThatNoOtherGoesWith) {
     const StudyFolder folder;
     const auto nights = [](int direct) {
@@ -131,6 +147,31 @@ TEST(WeatherCheck, TellsDirectRadiationThatNoOtherGoesWith) {
     sky.report.diffuseWithoutSun = 5000.0;
     EXPECT_THAT(sunDownText(file, sky, report.strayDirect), HasSubstr("time zone"));
     EXPECT_TRUE(inspectWeatherFile(folder.write("a.epw", nights(5))).notes.empty());
+    // Where the level got some radiation, the sun shone.
+    std::string shone = nights(40);
+    for (std::size_t at = 0; (at = shone.find(",300,0,40,0,", at)) != std::string::npos;) {
+        shone.replace(at, 12, ",300,9,40,0,");
+    }
+    EXPECT_EQ(inspectWeatherFile(folder.write("a.epw", shone)).strayDirect.hours, 0U);
+}
+
+TEST(WeatherCheck, RepeatedHoursAreRefusedByBothReadingsAndElseTheLastHolds) {
+    const StudyFolder folder;
+    std::string text = test::clearYear();
+    const std::size_t at = text.find("2001,3,5,13,");
+    text.insert(at, "2001,3,5,12,0,?9,10.0,5.0,50,100000,0,0,300,0,321,45,0\n");
+    const auto file = folder.write("a.epw", text);
+    const std::string said =
+        fmt::format("a.epw:{}: the hour was given before (1 such line); give a file with one "
+                    "record an hour, or --allow-gaps to let the last one",
+                    test::weatherLine(3, 5, 13));
+    EXPECT_THAT(verdict(file), HasSubstr(said));
+    const WeatherYear year = readWeatherYear(file);
+    EXPECT_THAT(test::messageOf([&] { requireCompleteYear(year.report, file, false); }),
+                HasSubstr(said));
+    EXPECT_EQ(year.series.directNormal[dayIndex(3, 5) * 24 + 11], 321.0f);
+    EXPECT_EQ(year.series.diffuseHorizontal[dayIndex(3, 5) * 24 + 11], 45.0f);
+    EXPECT_EQ(verdict(file, true), "");
 }
 
 TEST(WeatherCheck, GapsPassWhenTheyAreAllowed) {
@@ -192,6 +233,14 @@ TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
         EXPECT_THAT(verdict(folder.write(name, content)), HasSubstr(message));
     }
     EXPECT_THAT(verdict(folder.path() / "none.epw"), HasSubstr("no such file"));
+    // A marked hour has no radiation that anything could count.
+    const WeatherYear year = readWeatherYear(folder.write("a.wea", marked));
+    EXPECT_TRUE(std::isnan(year.series.directNormal[30]) &&
+                std::isnan(year.series.diffuseHorizontal[30]));
+    EXPECT_EQ(year.series.directNormal[31], 0.0f);
+    const auto large = folder.write("large.epw", test::clearYear());
+    std::filesystem::resize_file(large, (std::uintmax_t{256} << 20U) + 1); // takes no room
+    EXPECT_THAT(verdict(large), HasSubstr("large.epw: more than 256 MB is no year of weather; "));
 }
 
 } // namespace

@@ -1,0 +1,122 @@
+#include "study/run/run_sun.h"
+#include "study/run/run_weather.h"
+#include "study/support/errors.h"
+#include "study/weather/weather_year.h"
+#include "tests/study/support/study_fixture.h"
+
+#include <gmock/gmock.h>
+
+namespace insolate::study {
+namespace {
+
+using test::StudyFolder;
+using testing::HasSubstr;
+
+struct Heard final : Progress {
+    void note(const std::string& text) override { notes.push_back(text); }
+    void warn(const std::string& text) override { warnings.push_back(text); }
+    std::vector<std::string> notes, warnings;
+};
+
+/// The clear year as a text .wea; rows stand at the middle of the hours.
+std::string textWea() {
+    std::string text = "place Here\nlatitude 40\nlongitude 0\ntime_zone 0\nsite_elevation 100\n"
+                       "weather_data_file_units 1\n";
+    for (int k = 0; k < hoursPerYear; ++k) {
+        const MonthAndDay date = monthAndDay(k / 24);
+        const int hour = k % 24;
+        const bool isDay = hour >= 6 && hour < 18;
+        text += fmt::format("{} {} {}.5 {} {}\n", date.month, date.day, hour, isDay ? 500.4 : 0,
+                            isDay ? 99.6 : 0);
+    }
+    return text;
+}
+
+TEST(ConvertWeather, SaysWhatItWroteAndFillsGapsOnlyWhenAsked) {
+    const StudyFolder folder;
+    const std::string good = test::clearYear();
+    const std::string hole =
+        test::withLine(good, test::weatherLine(3, 5, 12), ",793,118,", ",9999,9999,");
+    const std::string noLastDay = good.substr(0, good.find("2001,12,31,1,"));
+    struct Case {
+        std::string name, text;
+        bool allowGaps;
+        std::string refusal;
+        std::size_t warnings;
+    };
+    for (const Case& c : {Case{"good.epw", good, false, "", 1},
+                          {"hole.epw", hole, false, "radiation is missing in 1 hour", 0},
+                          {"hole.epw", hole, true, "", 2},
+                          {"short.epw", noLastDay, false, "24 of the year's 8760 hours", 0},
+                          {"short.epw", noLastDay, true, "", 1},
+                          {"text.wea", textWea(), false, "", 0}}) {
+        SCOPED_TRACE(c.name);
+        const auto from = folder.write(c.name, c.text);
+        const auto to = folder.path() / "out.wea";
+        Heard heard;
+        const std::string said =
+            test::messageOf([&] { convertWeather(from, to, c.allowGaps, heard); });
+        EXPECT_EQ(std::filesystem::exists(to), c.refusal.empty());
+        EXPECT_EQ(heard.warnings.size(), c.warnings);
+        if (!c.refusal.empty()) {
+            EXPECT_THAT(said, HasSubstr(c.refusal));
+            EXPECT_TRUE(heard.notes.empty());
+            continue;
+        }
+        EXPECT_THAT(heard.notes, testing::ElementsAre(HasSubstr("wrote ")));
+        const WeatherYear year = readWeatherYear(to);
+        const auto noon = static_cast<std::size_t>(dayIndex(3, 5) * 24 + 11);
+        EXPECT_EQ(year.series.directNormal[noon], c.name == "text.wea"   ? 500.0f
+                                                  : c.name == "hole.epw" ? 0.0f
+                                                                         : 793.0f);
+        // The store keeps no 31 December of an .epw file, but one of other formats.
+        EXPECT_EQ(year.series.diffuseHorizontal[364 * 24 + 12],
+                  c.name == "text.wea" ? 100.0f : 0.0f);
+        EXPECT_EQ(year.report.site.latitude, 40.0);
+        std::filesystem::remove(to);
+    }
+    const auto record = folder.write("a.epw", good);
+    Heard heard;
+    convertWeather(record, folder.path() / "a.wea", false, heard);
+    EXPECT_THAT(test::messageOf([&] {
+                    convertWeather(folder.path() / "a.wea", folder.path() / "b.wea", false, heard);
+                }),
+                HasSubstr("a.wea: is such a file already; "));
+}
+
+TEST(WeatherInfo, SaysHowAFileIsUnderstoodOnce) {
+    const StudyFolder folder;
+    const WeatherInfo text = weatherInfo(folder.write("text", textWea()));
+    EXPECT_EQ(text.refusal, "");
+    EXPECT_THAT(text.text, HasSubstr("usable by 'insolate run'"));
+    // A clock that is odd is judged once, though two readings of the file are compared.
+    const std::string odd =
+        weatherInfo(folder.write("a.epw", test::withLine(test::clearYear(), 1, "40.0,0.0,0.0",
+                                                         "40.0,0.0,1.0")))
+            .text;
+    EXPECT_EQ(odd.find("sun's noon"), odd.rfind("sun's noon"));
+    EXPECT_THAT(odd, HasSubstr("sun's noon"));
+}
+
+TEST(SunTable, RefusesZonesThatNoClockKeepsAndTakesHalfHours) {
+    SunOptions options;
+    options.latitude = 19.1;
+    options.longitude = 72.85;
+    options.day = 80;
+    options.step = 1.0;
+    for (const auto& [zone, message] : {std::pair{99.0, "--tz 99: time zones run from -12 to 14"},
+                                        {-12.5, "--tz -12.5"},
+                                        {14.25, "--tz 14.25"},
+                                        {-12.0, "nothing is wrong"},
+                                        {14.0, "nothing is wrong"}}) {
+        options.timeZone = zone;
+        EXPECT_THAT(test::messageOf([&] { (void)sunTable(options); }), HasSubstr(message));
+    }
+    options.timeZone = 5.5;
+    EXPECT_THAT(sunTable(options), HasSubstr("UTC+5.5"));
+    options.timeZone.reset();
+    EXPECT_THAT(sunTable(options), HasSubstr("UTC+5.5 is from the built-in map"));
+}
+
+} // namespace
+} // namespace insolate::study
