@@ -27,7 +27,7 @@ void addRunCommand(CLI::App& app, Interruption& interruption) {
     run->table.flag("quiet", run->quiet, "Say nothing but warnings and errors");
     auto arguments = std::make_shared<TableArguments>(*command, run->table);
     command->callback([run, arguments, &interruption] {
-        arguments->run([&] {
+        arguments->run(interruption.token(), [&] {
             TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, run->quiet), &interruption);
             study::runStudy(run->options, progress, interruption.token());
         });

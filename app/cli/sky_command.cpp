@@ -28,7 +28,7 @@ void addSkyCommand(CLI::App& app, Interruption& interruption) {
     sky->table.flag("quiet", sky->quiet, "Say nothing but warnings and errors");
     auto arguments = std::make_shared<TableArguments>(*command, sky->table);
     command->callback([sky, arguments, &interruption] {
-        arguments->run([&] {
+        arguments->run(interruption.token(), [&] {
             TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sky->quiet), &interruption);
             study::runSky(sky->options, progress, interruption.token());
         });

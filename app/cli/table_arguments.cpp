@@ -39,7 +39,7 @@ TableArguments::TableArguments(CLI::App& command, const study::OptionTable& tabl
     }
 }
 
-void TableArguments::run(const std::function<void()>& work) const {
+void TableArguments::run(const std::stop_token& stop, const std::function<void()>& work) const {
     std::set<std::string> given;
     for (const Argument& argument : m_arguments) {
         if (argument.onCommand->count() > 0) {
@@ -49,7 +49,7 @@ void TableArguments::run(const std::function<void()>& work) const {
     study::StudyKeys keys;
     if (!m_study.empty()) {
         keys = study::applyStudyFile(m_table, m_study, given,
-                                     fmt::format("'{} --help'", callOf(m_command)));
+                                     fmt::format("'{} --help'", callOf(m_command)), stop);
     }
     for (const Argument& argument : m_arguments) {
         if (argument.onCommand->count() == 0) {

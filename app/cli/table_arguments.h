@@ -7,6 +7,7 @@
 
 #include <deque>
 #include <functional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,7 @@ public:
     /// Gives the options their values, those of the command line first, and does the work. An error
     /// that begins with an option that the study file has given names its line.
     /// @throws study::Error
-    void run(const std::function<void()>& work) const;
+    void run(const std::stop_token& stop, const std::function<void()>& work) const;
 
 private:
     struct Argument {

@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
+#include <cstdint>
 #include <istream>
+#include <optional>
 #include <streambuf>
 #include <string>
 
@@ -23,7 +24,7 @@ namespace {
 /// backslash are joined with the next.
 class LineSource : public std::streambuf {
 public:
-    explicit LineSource(std::istream& in) : m_in(in) {}
+    explicit LineSource(InputFile& in) : m_in(in) {}
     [[nodiscard]] std::size_t line() const { return m_firstLine; }
     [[nodiscard]] std::string_view text() const { return m_text; }
 
@@ -32,7 +33,7 @@ protected:
         m_text.clear();
         m_firstLine = m_lastLine + 1;
         std::string piece;
-        while (std::getline(m_in, piece)) {
+        while (nextLine(piece)) {
             ++m_lastLine;
             while (!piece.empty() && (piece.back() == '\r' || piece.back() == '\0')) {
                 piece.pop_back();
@@ -55,7 +56,23 @@ protected:
     }
 
 private:
-    std::istream& m_in;
+    /// Lines end in "\n", "\r\n" or, as the loader takes them too, in "\r".
+    bool nextLine(std::string& piece) {
+        if (m_restAt >= m_rest.size()) {
+            m_restAt = 0;
+            if (!m_in.readLine(m_rest)) {
+                return false;
+            }
+        }
+        const std::size_t end = std::min(m_rest.find('\r', m_restAt), m_rest.size());
+        piece.assign(m_rest, m_restAt, end - m_restAt);
+        m_restAt = end + 1;
+        return true;
+    }
+
+    InputFile& m_in;
+    std::string m_rest; ///< the file's line, and how far it was taken
+    std::size_t m_restAt = 0;
     std::string m_text;
     std::size_t m_firstLine = 0;
     std::size_t m_lastLine = 0;
@@ -98,11 +115,26 @@ struct ObjBuilder {
         mesh.vertices.push_back({coordinates[0], coordinates[1], coordinates[2]});
     }
 
-    void addFace(const tinyobj::index_t* indices, int count) {
+    /// The vertex number of the next corner of a face, such as 7 of "7/1/2". The loader's own
+    /// numbers wrap around where they are too large and end before whatever is no digit.
+    std::optional<std::int64_t> nextIndex(std::string_view& rest) {
+        rest = trimmed(rest);
+        const std::string_view corner = rest.substr(0, rest.find_first_of(" \t\r"));
+        rest.remove_prefix(corner.size());
+        const std::string_view word = corner.substr(0, corner.find('/'));
+        const auto number = parseNumber<std::int64_t>(word);
+        if (!number) {
+            fail(fmt::format("{} is no number of a vertex; mend the model and export it again",
+                             quoteText(word)));
+        }
+        return number;
+    }
+
+    void addFace(int count) {
         if (!problem.empty()) {
             return;
         }
-        const auto vertexCount = static_cast<long>(mesh.vertices.size());
+        const auto vertexCount = static_cast<std::int64_t>(mesh.vertices.size());
         if (std::max(mesh.vertices.size(), mesh.corners.size() + static_cast<std::size_t>(count)) >=
             0xFFFFFFFFU) {
             fail("the model has more vertices or corners than can be counted; split it into "
@@ -111,9 +143,14 @@ struct ObjBuilder {
         }
         Mesh::Face face;
         face.firstCorner = static_cast<std::uint32_t>(mesh.corners.size());
+        std::string_view rest = trimmed(source.text()).substr(1);
         for (int i = 0; i < count; ++i) {
-            const long index = indices[i].vertex_index;
-            const long vertex = index > 0 ? index - 1 : vertexCount + index;
+            const auto number = nextIndex(rest);
+            if (!number) {
+                return;
+            }
+            const std::int64_t index = *number;
+            const std::int64_t vertex = index > 0 ? index - 1 : vertexCount + index;
             if (index == 0 || vertex < 0 || vertex >= vertexCount) {
                 fail(fmt::format("the face names vertex {}, but {} {} before it; mend "
                                  "the model and export it again",
@@ -146,18 +183,19 @@ std::string nameText(const char* name) {
 
 } // namespace
 
-Mesh readObj(const std::filesystem::path& file) {
-    std::ifstream bytes = openInput(file, "model");
+Mesh readObj(const std::filesystem::path& file, const std::stop_token& stop) {
+    InputFile bytes(file, inputKinds::model, stop);
     LineSource source(bytes);
     std::istream in(&source);
+    in.exceptions(std::ios::badbit); // hands on what the file's reader throws
     ObjBuilder state{.mesh = {}, .file = file, .source = source, .problem = {}};
 
     tinyobj::callback_t callbacks;
     callbacks.vertex_cb = [](void* data, double, double, double, double) {
         builder(data).addVertex();
     };
-    callbacks.index_cb = [](void* data, tinyobj::index_t* indices, int count) {
-        builder(data).addFace(indices, count);
+    callbacks.index_cb = [](void* data, tinyobj::index_t*, int count) {
+        builder(data).addFace(count);
     };
     callbacks.usemtl_cb = [](void* data, const char* name, int) {
         builder(data).material = builder(data).mesh.nameIndex(nameText(name));
@@ -177,7 +215,7 @@ Mesh readObj(const std::filesystem::path& file) {
     if (!state.problem.empty()) {
         throw DataError(state.problem);
     }
-    if (!good || bytes.bad()) {
+    if (!good) {
         throw DataError(fmt::format("{}: cannot be read as OBJ ({}); export the model again",
                                     place(file), printable(trimmed(error))));
     }

@@ -42,15 +42,16 @@ std::size_t splitFields(std::string_view line, std::array<std::string_view, most
 
 } // namespace
 
-SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up) {
-    std::ifstream in = openInput(file, "sensor table");
+SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up,
+                          const std::stop_token& stop) {
+    InputFile in(file, inputKinds::sensorTable, stop);
     const double scale = metresIn(unit);
     SensorField field;
     std::array<std::string_view, mostFields> fields;
     std::string text;
     std::size_t expected = 0;
     bool first = true;
-    for (std::size_t line = 1; std::getline(in, text); ++line) {
+    for (std::size_t line = 1; in.readLine(text); ++line) {
         std::string_view row = text;
         if (line == 1 && row.starts_with("\xEF\xBB\xBF")) {
             row.remove_prefix(3);
@@ -118,9 +119,6 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
         }
         field.positions.push_back(toModelAxes({values[0], values[1], values[2]}, scale, up));
         field.normals.push_back(normal);
-    }
-    if (in.bad()) {
-        throw DataError(fmt::format("{}: reading stopped early; check the disk", place(file)));
     }
     if (field.positions.empty()) {
         throw DataError(

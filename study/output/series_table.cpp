@@ -1,5 +1,7 @@
 #include "study/output/series_table.h"
 
+#include "study/files/input_file.h"
+
 #include <cmath>
 #include <string_view>
 

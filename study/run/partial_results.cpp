@@ -1,9 +1,12 @@
 #include "study/run/partial_results.h"
 
+#include "study/files/input_file.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <memory>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -30,6 +33,23 @@ void append(std::string& bytes, const Number& value) {
     bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
+/// Of an empty file when it cannot be read.
+std::uint64_t contentHash(const std::filesystem::path& file) {
+    const std::unique_ptr<XXH3_state_t, decltype(&XXH3_freeState)> state(XXH3_createState(),
+                                                                         &XXH3_freeState);
+    if (!state) {
+        throw std::bad_alloc();
+    }
+    XXH3_64bits_reset(state.get());
+    if (const auto in = InputFile::ifReadable(file, inputKinds::ownResults)) {
+        std::vector<char> bytes(1U << 20U);
+        while (const std::size_t count = in->read(bytes)) {
+            XXH3_64bits_update(state.get(), bytes.data(), count);
+        }
+    }
+    return XXH3_64bits_digest(state.get());
+}
+
 } // namespace
 
 PartialResults::Key PartialResults::keyOf(const std::string& options,
@@ -41,10 +61,7 @@ PartialResults::Key PartialResults::keyOf(const std::string& options,
     append(all, visibility.hash);
     append(all, visibility.north);
     for (const std::filesystem::path& file : files) {
-        std::ifstream in(file, std::ios::binary);
-        const std::string content{std::istreambuf_iterator<char>(in),
-                                  std::istreambuf_iterator<char>()};
-        append(all, XXH3_64bits(content.data(), content.size()));
+        append(all, contentHash(file));
     }
     const XXH128_hash_t hash = XXH3_128bits(all.data(), all.size());
     return {hash.low64, hash.high64};
@@ -59,22 +76,20 @@ PartialResults::Leftover PartialResults::leftover() const {
         Key key;
     };
     static_assert(sizeof(Header) == 40);
-    std::ifstream in(m_file, std::ios::binary);
+    const auto in = InputFile::ifReadable(m_file, inputKinds::ownResults);
     Header header = {};
-    if (!in.read(reinterpret_cast<char*>(&header), sizeof header) ||
+    if (!in || !in->readValue(header) ||
         std::string_view(header.magic.data(), header.magic.size()) != partialMagic ||
         header.version != partialVersion) {
         return {};
     }
     Leftover left{.ofThisStudy = header.key == m_key};
-    std::error_code problem;
-    const std::uintmax_t size = std::filesystem::file_size(m_file, problem);
     std::uintmax_t at = sizeof header;
     BlockHeader block = {};
-    while (in.seekg(static_cast<std::streamoff>(at)) &&
-           in.read(reinterpret_cast<char*>(&block), sizeof block)) {
-        at += sizeof block + block.size + sizeof(std::uint64_t);
-        if (problem || at > size) {
+    while (at < in->size()) {
+        in->seek(at);
+        at += sizeof block + sizeof(std::uint64_t);
+        if (!in->readValue(block) || (at += block.size) > in->size()) {
             break;
         }
         left.sensors += block.count;
@@ -124,14 +139,14 @@ std::string PartialResults::headerBytes() const {
 
 void PartialResults::read() {
     const std::string expected = headerBytes();
-    std::ifstream in(m_file, std::ios::binary);
+    auto in = InputFile::ifReadable(m_file, inputKinds::ownResults);
     std::string bytes(expected.size(), '\0');
-    if (!in.read(bytes.data(), static_cast<std::streamsize>(bytes.size())) || bytes != expected) {
+    if (!in || in->read(bytes) != bytes.size() || bytes != expected) {
         return;
     }
     auto good = static_cast<std::uintmax_t>(bytes.size());
     BlockHeader header = {};
-    while (in.read(reinterpret_cast<char*>(&header), sizeof header)) {
+    while (in->readValue(header)) {
         if (header.first >= sensorCount() || header.first % m_blockSize != 0 ||
             header.count != blockCount(header.first) || header.size != payloadSize(header.count) ||
             isFinished(header.first)) {
@@ -140,8 +155,8 @@ void PartialResults::read() {
         bytes.assign(reinterpret_cast<const char*>(&header), sizeof header);
         bytes.resize(sizeof header + header.size);
         std::uint64_t check = 0;
-        if (!in.read(bytes.data() + sizeof header, header.size) ||
-            !in.read(reinterpret_cast<char*>(&check), sizeof check) ||
+        const std::span<char> payload(bytes.data() + sizeof header, header.size);
+        if (in->read(payload) != payload.size() || !in->readValue(check) ||
             check != XXH3_64bits(bytes.data(), bytes.size())) {
             break;
         }
@@ -158,7 +173,7 @@ void PartialResults::read() {
         m_kept += header.count;
         good += bytes.size() + sizeof check;
     }
-    in.close();
+    in.reset();
     m_descriptor = open(m_file.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
     if (m_descriptor < 0 || ftruncate(m_descriptor, static_cast<off_t>(good)) != 0 ||
         lseek(m_descriptor, 0, SEEK_END) < 0) {

@@ -1,12 +1,13 @@
 #include "study/run/sky_visibility_store.h"
 
+#include "study/files/input_file.h"
 #include "study/support/errors.h"
 #include "study/support/readable.h"
 
 #include <bit>
 #include <cstring>
-#include <fstream>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <system_error>
 
@@ -107,17 +108,9 @@ void SkyVisibilityStore::write(OutputFile& out, const VisibilityKey& key) const 
 SkyVisibilityStore SkyVisibilityStore::read(const std::filesystem::path& file,
                                             const VisibilityKey& key) {
     constexpr std::string_view again = "make it again with --save-masks";
-    std::error_code problem;
-    const std::uintmax_t size = std::filesystem::file_size(file, problem);
-    std::ifstream in(file, std::ios::binary);
-    if (problem || !in) {
-        throw DataError(
-            fmt::format("{}: cannot be read; check the name of the mask file", place(file)));
-    }
+    InputFile in(file, inputKinds::masks);
     Header header = {};
-    in.read(reinterpret_cast<char*>(&header), sizeof header);
-    if (in.gcount() != sizeof header ||
-        std::string_view(header.magic, maskMagic.size()) != maskMagic) {
+    if (!in.readValue(header) || std::string_view(header.magic, maskMagic.size()) != maskMagic) {
         throw DataError(fmt::format("{}: not a mask file; give the sensors.masks that a run with "
                                     "--save-masks wrote",
                                     place(file)));
@@ -143,10 +136,9 @@ SkyVisibilityStore SkyVisibilityStore::read(const std::filesystem::path& file,
     // Only now is memory taken: the count is the study's own.
     SkyVisibilityStore store(static_cast<std::size_t>(key.sensors));
     std::uint64_t check = 0;
-    if (size != sizeof header + store.m_bits.size() + sizeof check ||
-        !in.read(reinterpret_cast<char*>(store.m_bits.data()),
-                 static_cast<std::streamsize>(store.m_bits.size())) ||
-        !in.read(reinterpret_cast<char*>(&check), sizeof check)) {
+    const std::span<char> bits(reinterpret_cast<char*>(store.m_bits.data()), store.m_bits.size());
+    if (in.size() != sizeof header + bits.size() + sizeof check || in.read(bits) != bits.size() ||
+        !in.readValue(check)) {
         throw DataError(fmt::format("{}: the mask file is cut short; {}", place(file), again));
     }
     const HashState state = newHash();

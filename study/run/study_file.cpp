@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <optional>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -73,11 +72,8 @@ std::string syntaxFault(std::string_view line, std::string_view parserSays) {
                                                                  : "in '...' where they hold a \\");
 }
 
-toml::table readTable(const std::filesystem::path& file) {
-    std::ifstream in = openInput(file, "study file");
-    std::ostringstream stream;
-    stream << in.rdbuf();
-    const std::string text = stream.str();
+toml::table readTable(const std::filesystem::path& file, const std::stop_token& stop) {
+    const std::string text = InputFile(file, inputKinds::study, stop).readAll();
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
@@ -135,8 +131,9 @@ textsOf(const Option& option, const toml::node& value, const std::filesystem::pa
 } // namespace
 
 StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
-                         const std::set<std::string>& given, const std::string& help) {
-    const toml::table study = readTable(file);
+                         const std::set<std::string>& given, const std::string& help,
+                         const std::stop_token& stop) {
+    const toml::table study = readTable(file, stop);
     StudyKeys taken;
     for (const auto& [key, value] : study) {
         const std::string name(key.str());

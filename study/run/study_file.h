@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <stop_token>
 #include <string>
 
 namespace insolate::study {
@@ -19,11 +20,11 @@ using StudyKeys = std::map<std::string, std::string>;
 /// said beside the study file wins. File names are relative to the study file's folder.
 /// @param given names of options that have their values
 /// @param help where the options are listed, "'insolate run --help'"
-/// @throws DataError with file and line when the file cannot be read or a key or value is wrong
-INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table,
-                                               const std::filesystem::path& file,
-                                               const std::set<std::string>& given,
-                                               const std::string& help);
+/// @throws DataError with file and line when the file cannot be read or a key or value is wrong;
+///         Stopped
+INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
+                         const std::set<std::string>& given, const std::string& help,
+                         const std::stop_token& stop = {});
 
 /// Throws the error again: with the place of the option that it begins with, when a study file has
 /// given that one.

@@ -155,7 +155,7 @@ StudyInputs readInputs(const RunOptions& options, Progress& progress, const std:
                              "table; leave it out");
         }
         const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
-        inputs.field = readSensorCsv(sensorFile, options.import.unit, up);
+        inputs.field = readSensorCsv(sensorFile, options.import.unit, up, stop);
         checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
     } else {
         if (!sensorMesh) {

@@ -1,5 +1,6 @@
 #include "study/weather/weather_year.h"
 
+#include "study/files/input_file.h"
 #include "study/support/errors.h"
 #include "study/support/readable.h"
 #include "study/weather/sampled_weather.h"
