@@ -1,7 +1,7 @@
 // What a model library may hand over: any coordinates, indices, faces, node trees and placements.
 #include "mesh_promises.h"
 
-#include "study/model/assimp_scene.h"
+#include "study/model/assimp_reader.h"
 
 #include <cstring>
 #include <memory>

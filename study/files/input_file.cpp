@@ -53,7 +53,8 @@ InputFile::InputFile(std::filesystem::path file, const InputKind& kind, std::sto
                            m_kind.name));
     }
     m_isStream = !S_ISREG(status.st_mode);
-    if (m_isStream && !(m_kind.mayStream && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)))) {
+    if (m_isStream &&
+        !(m_kind.mayStream && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)))) {
         refuse(fmt::format("cannot be read (it is no regular file); write the {} to a file and "
                            "give that",
                            m_kind.name));
@@ -93,11 +94,10 @@ InputFile::~InputFile() {
 void InputFile::refuseWideText() const {
     const std::string_view begin(m_buffer.data(), m_end);
     using namespace std::string_view_literals;
-    const char* encoding = begin.starts_with("\xFF\xFE\0\0"sv) || begin.starts_with("\0\0\xFE\xFF"sv)
-                               ? "UTF-32"
-                           : begin.starts_with("\xFF\xFE"sv) || begin.starts_with("\xFE\xFF"sv)
-                               ? "UTF-16"
-                               : nullptr;
+    const char* encoding =
+        begin.starts_with("\xFF\xFE\0\0"sv) || begin.starts_with("\0\0\xFE\xFF"sv) ? "UTF-32"
+        : begin.starts_with("\xFF\xFE"sv) || begin.starts_with("\xFE\xFF"sv)       ? "UTF-16"
+                                                                                   : nullptr;
     if (encoding != nullptr) {
         throw DataError(fmt::format("{}: the text is {}; save the {} as UTF-8", place(m_file),
                                     encoding, m_kind.name));
@@ -140,11 +140,10 @@ std::size_t InputFile::readSome(std::span<char> bytes) {
         if (const std::uintmax_t most =
                 m_isStream ? std::min(mostStreamBytes, m_kind.mostBytes) : m_kind.mostBytes;
             m_handedOver > most) {
-            throw DataError(fmt::format("{}: more than {} is too much for a {}{}; check the name",
-                                        place(m_file), sizeText(most), m_kind.name,
-                                        m_isStream && m_kind.mostBytes > most
-                                            ? " from a pipe or a device"
-                                            : ""));
+            throw DataError(fmt::format(
+                "{}: more than {} is too much for a {}{}; check the name", place(m_file),
+                sizeText(most), m_kind.name,
+                m_isStream && m_kind.mostBytes > most ? " from a pipe or a device" : ""));
         }
         return static_cast<std::size_t>(count);
     }

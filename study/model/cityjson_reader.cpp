@@ -35,7 +35,7 @@ constexpr std::size_t mostCorners = 200'000'000; ///< templates may stand in a f
 class DocumentSource {
 public:
     DocumentSource(const std::filesystem::path& file, std::stop_token stop)
-        : m_file(file), m_in(openInput(file, "model")), m_stop(std::move(stop)) {}
+        : m_file(file), m_in(file, inputKinds::model, stop), m_stop(std::move(stop)) {}
 
     /// The next document; nothing at the end of the file.
     std::optional<Json> next() {
@@ -45,7 +45,7 @@ public:
         bool isInText = false;
         bool isEscaped = false;
         bool hasBegun = false;
-        for (std::string line; !(hasBegun && depth == 0) && std::getline(m_in, line);) {
+        for (std::string line; !(hasBegun && depth == 0) && m_in.readLine(line);) {
             ++m_line;
             throwIfStopped(m_stop);
             if (m_line == 1 && line.starts_with("\xEF\xBB\xBF")) {
@@ -84,10 +84,6 @@ public:
                                             place(m_file), largestDocument >> 20U));
             }
         }
-        if (m_in.bad()) {
-            throw DataError(
-                fmt::format("{}: reading stopped early; check the disk", place(m_file)));
-        }
         if (!hasBegun) {
             return std::nullopt;
         }
@@ -111,7 +107,7 @@ public:
 
 private:
     std::filesystem::path m_file;
-    std::ifstream m_in;
+    InputFile m_in;
     std::stop_token m_stop;
     std::string m_text;
     std::size_t m_line = 0;
@@ -879,14 +875,6 @@ bool isCityJson(std::string_view head) {
     return trimmed(head).starts_with('{') &&
            (head.find("\"CityJSON") != std::string_view::npos ||
             head.find("\"CityObjects\"") != std::string_view::npos);
-}
-
-bool isCityJson(const std::filesystem::path& file) {
-    std::string head(cityJsonHead, '\0');
-    std::ifstream in(file, std::ios::binary);
-    in.read(head.data(), static_cast<std::streamsize>(head.size()));
-    head.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
-    return isCityJson(std::string_view(head));
 }
 
 Mesh readCityJson(const std::filesystem::path& file, const std::string& lod,

@@ -19,7 +19,6 @@ inline constexpr std::size_t cityJsonHead = 65536;
 
 /// Whether a file that begins so is meant to be CityJSON.
 bool isCityJson(std::string_view head);
-bool isCityJson(const std::filesystem::path& file);
 
 /// Reads a city model in its own coordinates, which are metres; what was left out stands in the
 /// mesh's notes.

@@ -2,14 +2,19 @@
 
 #include "study/files/input_file.h"
 #include "study/model/cityjson_reader.h"
+#include "study/model/import_process.h"
+#include "study/model/model_formats.h"
 #include "study/support/errors.h"
-#include "study/support/file_name.h"
+#include "study/support/numbers.h"
+#include "study/support/readable.h"
 
+#include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <system_error>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 namespace insolate::study {
 
@@ -30,7 +35,8 @@ double metresIn(LengthUnit unit) {
 }
 
 UpAxis defaultUpAxis(const std::filesystem::path& file) {
-    return hasExtension(file, {".gltf", ".glb", ".dae"}) ? UpAxis::y : UpAxis::z;
+    const ModelFormat* format = modelFormatOf(file);
+    return format != nullptr && format->isYUp ? UpAxis::y : UpAxis::z;
 }
 
 Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up) {
@@ -40,22 +46,113 @@ Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up) {
     return {point.x * scale, point.y * scale, point.z * scale};
 }
 
-Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options) {
-    std::error_code ignored;
-    if (!std::filesystem::exists(file, ignored)) {
-        throw DataError(fmt::format("{}: no such file; check the name of the model", place(file)));
-    }
-    if (!std::filesystem::is_regular_file(file, ignored) || !std::ifstream(file)) {
-        throw DataError(
-            fmt::format("{}: cannot be read; give a model file that you may open", place(file)));
-    }
-    openInput(file, "model"); // tells what no importer does
-    if (isCityJson(file)) {
-        return placedMesh(readCityJson(file, options.lod), file, options);
-    }
-    return placedMesh(hasExtension(file, {".obj"}) ? readObj(file) : readWithAssimp(file), file,
-                      options);
+ImportLimits defaultImportLimits(std::uintmax_t fileBytes) {
+    // A million triangles (binary STL, 50 MB) take a second and 300 MB, text formats less for a
+    // byte; compressed ones up to ten times that.
+    constexpr double secondsAtLeast = 10.0;
+    constexpr double secondsPerMegabyte = 2.0;
+    constexpr std::uint64_t bytesAtLeast = 512U << 20U;
+    constexpr std::uint64_t bytesPerByte = 64;
+    const std::uint64_t memory = static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
+                                 static_cast<std::uint64_t>(sysconf(_SC_PAGE_SIZE));
+    return {.seconds =
+                secondsAtLeast + secondsPerMegabyte * 1.0e-6 * static_cast<double>(fileBytes),
+            .bytes = std::min(bytesAtLeast + bytesPerByte * fileBytes, memory / 5 * 4)};
 }
+
+namespace {
+
+/// Without the end of its header assimp reads a PLY for ever.
+void checkPlyHeader(InputFile& in, const std::filesystem::path& file) {
+    constexpr int mostLines = 10'000;
+    std::string line;
+    for (int i = 0; i < mostLines && in.readLine(line); ++i) {
+        if (trimmed(line) == "end_header") {
+            return;
+        }
+    }
+    throw DataError(fmt::format("{}: the PLY header has no line end_header; the file is cut off or "
+                                "damaged: export the model again",
+                                place(file)));
+}
+
+std::string formatNames() {
+    std::string names;
+    for (const ModelFormat& format : modelFormats) {
+        if (names.find(format.name) == std::string::npos) {
+            names += fmt::format("{}{}", names.empty() ? "" : ", ", format.name);
+        }
+    }
+    return names;
+}
+
+Mesh readModel(const std::filesystem::path& file, const MeshImportOptions& options,
+               const std::stop_token& stop) {
+    const ModelFormat* format = modelFormatOf(file);
+    InputFile in(file, inputKinds::model, stop);
+    std::string head(cityJsonHead, '\0');
+    head.resize(in.read(head));
+    if (isCityJson(head)) {
+        return readCityJson(file, options.lod, stop);
+    }
+    in.seek(0);
+    if (format == nullptr) {
+        throw DataError(fmt::format("{}: models of this name's ending are not read; export the "
+                                    "model to one of {}",
+                                    place(file), formatNames()));
+    }
+    if (format->extension == ".obj") {
+        return readObj(file, stop);
+    }
+    if (format->extension == ".ply") {
+        checkPlyHeader(in, file);
+    }
+    return readInProcess(file, in.descriptor(), *format, options,
+                         options.limits.value_or(defaultImportLimits(in.size())), stop);
+}
+
+} // namespace
+
+Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options,
+                const std::stop_token& stop) {
+    Mesh mesh = readModel(file, options, stop);
+    throwIfStopped(stop);
+    return placedMesh(std::move(mesh), file, options);
+}
+
+std::string precisionText(const Mesh& mesh, const std::filesystem::path& file) {
+    // Below a millimetre neither faces nor shadows change.
+    constexpr double worthTelling = 1.0e-3;
+    const MeshPrecision& precision = mesh.precision;
+    if (!(precision.coordinateStep >= worthTelling)) {
+        return {};
+    }
+    const ModelFormat* format = modelFormatOf(file);
+    return fmt::format(
+        "{}: {} keeps coordinates in single precision, in steps of {:.2g} m where this model "
+        "stands{}; move it to its origin before the export, or export it as OBJ",
+        place(file), format != nullptr ? format->name : "the format", precision.coordinateStep,
+        precision.facesWithoutArea == 0
+            ? ""
+            : fmt::format(", and {} {} no area", groupedDigits(precision.facesWithoutArea),
+                          counted(precision.facesWithoutArea, "face has", "faces have")));
+}
+
+namespace {
+
+std::size_t countFacesWithoutArea(const Mesh& mesh) {
+    std::vector<Vector3> polygon;
+    return static_cast<std::size_t>(
+        std::count_if(mesh.faces.begin(), mesh.faces.end(), [&](const Mesh::Face& face) {
+            polygon.clear();
+            for (const std::uint32_t corner : mesh.cornersOf(face)) {
+                polygon.push_back(mesh.vertices[corner]);
+            }
+            return !(length(areaVector(polygon)) > 0.0);
+        }));
+}
+
+} // namespace
 
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options) {
     if (mesh.faces.empty()) {
@@ -77,6 +174,8 @@ Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOp
         }
         mesh.vertices[i] = toModelAxes(v, scale, up);
     }
+    mesh.precision.coordinateStep *= scale;
+    mesh.precision.facesWithoutArea = countFacesWithoutArea(mesh);
     return mesh;
 }
 

@@ -1,12 +1,15 @@
-/// Model files in: OBJ in full double precision, everything else as assimp reads it.
+/// Model files in: OBJ in full double precision, the other formats of model_formats.h as assimp
+/// reads them, in a process of its own.
 #pragma once
 
 #include "study/export.h"
 
 #include "study/model/mesh.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -18,11 +21,24 @@ enum class UpAxis { y, z };
 /// Metres in one unit.
 INSOLATE_STUDY_EXPORT double metresIn(LengthUnit unit);
 
+/// What a model of a format that assimp reads may cost before it is refused.
+struct ImportLimits {
+    double seconds = 0.0;
+    std::uint64_t bytes = 0; ///< of memory
+};
+
+/// Far above what sound files of the size take, so that only a hostile or damaged one meets them.
+ImportLimits defaultImportLimits(std::uintmax_t fileBytes);
+
 struct MeshImportOptions {
     LengthUnit unit = LengthUnit::metre;
     /// Absent: what the format says (glTF and Collada arrive y up), else z.
     std::optional<UpAxis> up;
     std::string lod; ///< level of detail of a CityJSON model, "" for the highest (cityjson_reader.h)
+    std::optional<ImportLimits> limits; ///< absent: the default ones
+    /// The program insolate-import. Empty: what INSOLATE_IMPORT names in the environment, else the
+    /// one beside this library or the program, or in their libexec.
+    std::filesystem::path importProgram;
 };
 
 /// The up axis that holds for a file when the user says nothing.
@@ -32,19 +48,19 @@ INSOLATE_STUDY_EXPORT UpAxis defaultUpAxis(const std::filesystem::path& file);
 INSOLATE_STUDY_EXPORT Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up);
 
 /// Reads a model: node transforms applied, names kept, lines and points left out.
-/// @throws DataError when it cannot be opened or read, has no faces, or holds coordinates that are
-///         not finite numbers
-INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file,
-                                      const MeshImportOptions& options);
+/// @throws DataError when it cannot be opened or read, has no faces, holds coordinates that are not
+///         finite numbers, or takes more time or memory than the limits; Stopped
+INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options,
+                const std::stop_token& stop = {});
+
+/// What a person should know of the precision that the file kept, "" when it is fine.
+INSOLATE_STUDY_EXPORT std::string precisionText(const Mesh& mesh, const std::filesystem::path& file);
 
 /// The second half of the import: metres, z up, every coordinate checked.
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);
 
 /// Reads Wavefront OBJ in double precision: map coordinates of some thousand kilometres keep their
 /// millimetres. Coordinates as in the file.
-Mesh readObj(const std::filesystem::path& file);
-
-/// Reads any format that assimp knows. Its coordinates are single precision.
-Mesh readWithAssimp(const std::filesystem::path& file);
+Mesh readObj(const std::filesystem::path& file, const std::stop_token& stop = {});
 
 } // namespace insolate::study

@@ -93,6 +93,16 @@ void checkFileSize(const std::filesystem::path& file, const RunOptions& options)
     }
 }
 
+Mesh importModel(const std::filesystem::path& file, const RunOptions& options, Progress& progress,
+                 const std::stop_token& stop) {
+    checkFileSize(file, options);
+    Mesh mesh = importMesh(file, options.import, stop);
+    if (const std::string text = precisionText(mesh, file); !text.empty()) {
+        progress.warn(text);
+    }
+    return mesh;
+}
+
 SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& options,
                        Progress& progress) {
     const std::string source = place(options.sensorFile());
@@ -132,9 +142,7 @@ StudyInputs readInputs(const RunOptions& options, Progress& progress, const std:
     StudyInputs inputs;
     std::optional<Mesh> sensorMesh;
     for (const std::filesystem::path& file : options.scenes) {
-        checkFileSize(file, options);
-        Mesh mesh = importMesh(file, options.import);
-        throwIfStopped(stop);
+        Mesh mesh = importModel(file, options, progress, stop);
         appendTriangles(mesh, inputs.scene);
         if (file == sensorFile) {
             sensorMesh = std::move(mesh);
@@ -159,8 +167,7 @@ StudyInputs readInputs(const RunOptions& options, Progress& progress, const std:
         checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
     } else {
         if (!sensorMesh) {
-            checkFileSize(sensorFile, options);
-            sensorMesh = importMesh(sensorFile, options.import);
+            sensorMesh = importModel(sensorFile, options, progress, stop);
         }
         inputs.field = cutSensors(*sensorMesh, triangles, options, progress);
     }

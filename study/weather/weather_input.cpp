@@ -17,29 +17,8 @@ namespace insolate::study {
 
 namespace {
 
-/// A year of minutes as EPW is two fifths of that; a film by mistake must not fill the memory.
-constexpr std::size_t largestWeatherFile = 256U << 20U;
-
 std::string readWhole(const std::filesystem::path& file) {
-    std::ifstream in = openInput(file, "weather file");
-    std::string content;
-    std::error_code unknown;
-    std::uintmax_t size = std::filesystem::file_size(file, unknown); // none of a device
-    std::array<char, 1U << 16U> block{};
-    while ((unknown || size <= largestWeatherFile) &&
-           (in.read(block.data(), block.size()) || in.gcount() > 0)) {
-        content.append(block.data(), static_cast<std::size_t>(in.gcount()));
-        size = content.size();
-        unknown.clear();
-    }
-    if (size > largestWeatherFile) {
-        throw DataError(fmt::format("{}: more than {} MB is no year of weather; give a weather "
-                                    "file",
-                                    place(file), largestWeatherFile >> 20U));
-    }
-    if (in.bad()) {
-        throw DataError(fmt::format("{}: reading stopped early; check the disk", place(file)));
-    }
+    std::string content = InputFile(file, inputKinds::weather).readAll();
     if (content.starts_with("\xEF\xBB\xBF")) {
         content.erase(0, 3);
     }
