@@ -33,12 +33,12 @@ ImportLimits defaultImportLimits(std::uintmax_t fileBytes);
 struct MeshImportOptions {
     LengthUnit unit = LengthUnit::metre;
     /// Absent: what the format says (glTF and Collada arrive y up), else z.
-    std::optional<UpAxis> up;
-    std::string lod; ///< level of detail of a CityJSON model, "" for the highest (cityjson_reader.h)
-    std::optional<ImportLimits> limits; ///< absent: the default ones
+    std::optional<UpAxis> up = {};
+    std::string lod = {}; ///< of a CityJSON model, "" for the highest (cityjson_reader.h)
+    std::optional<ImportLimits> limits = {}; ///< absent: the default ones
     /// The program insolate-import. Empty: what INSOLATE_IMPORT names in the environment, else the
     /// one beside this library or the program, or in their libexec.
-    std::filesystem::path importProgram;
+    std::filesystem::path importProgram = {};
 };
 
 /// The up axis that holds for a file when the user says nothing.

@@ -1,11 +1,15 @@
 #include "study/model/recentring.h"
 
 #include "study/model/mesh.h"
+#include "study/model/sensor_grid.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace insolate::study {
+
+/// What is smaller than a micrometre stays so.
+constexpr double largestScale = 0x1p23;
 
 Recentring::Recentring(const Scene& scene, const SensorField& field) {
     Vector3 lowest = {1e300, 1e300, 1e300};
@@ -22,11 +26,16 @@ Recentring::Recentring(const Scene& scene, const SensorField& field) {
     if (lowest.x <= highest.x) {
         const Vector3 middle = (lowest + highest) * 0.5;
         m_centre = {std::floor(middle.x), std::floor(middle.y), std::floor(middle.z)};
+        const Vector3 extent = highest - lowest;
+        const double longest = std::max({extent.x, extent.y, extent.z});
+        while (longest > 0.0 && longest * m_scale < smallScene && m_scale < largestScale) {
+            m_scale *= 2.0;
+        }
     }
 }
 
 Vector3 Recentring::moved(const Vector3& point) const {
-    return point - m_centre;
+    return (point - m_centre) * m_scale;
 }
 
 XYZf Recentring::local(const Vector3& point) const {

@@ -11,7 +11,8 @@
 namespace insolate::study {
 
 /// Moves model coordinates so that the middle of scene and sensors is the origin: positions in the
-/// kernel are single precision, and map coordinates would lose their decimetres.
+/// kernel are single precision, and map coordinates would lose their decimetres. A small scene is
+/// enlarged by a power of two, because rays see nothing within a centimetre.
 class INSOLATE_STUDY_EXPORT Recentring {
 public:
     Recentring(const Scene& scene, const SensorField& field);
@@ -23,6 +24,7 @@ public:
 
 private:
     Vector3 m_centre; ///< whole metres, so that a model rounds alike wherever it stands
+    double m_scale = 1.0;
 };
 
 /// The vector in single precision.

@@ -235,6 +235,12 @@ std::span<const Vector3> outlineOf(const Mesh& mesh, const Mesh::Face& face,
 
 } // namespace
 
+double defaultSensorOffset(const Vector3& extent) {
+    constexpr double usual = SensorGridOptions().offset;
+    const double longest = std::max({extent.x, extent.y, extent.z});
+    return longest > 0.0 && longest < smallScene ? usual / smallScene * longest : usual;
+}
+
 double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> faces,
                             const SensorGridOptions& options) {
     double count = 0.0;

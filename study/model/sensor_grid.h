@@ -20,6 +20,15 @@ struct SensorGridOptions {
     double offset = 0.05;
 };
 
+/// A scene whose longest edge is shorter than this is small [m]: the distances that suit buildings
+/// would be coarse in it, and are scaled with it.
+inline constexpr double smallScene = 5.0;
+
+/// The sensors' distance from their faces when the user names none [m]: 5 cm, in a small scene a
+/// hundredth of its longest edge.
+/// @param extent edges of the box around the scene [m]
+double defaultSensorOffset(const Vector3& extent);
+
 struct SensorGrid {
     SensorField field;
     std::size_t emptyFaces = 0; ///< faces without area, left out

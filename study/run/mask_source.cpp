@@ -1,6 +1,7 @@
 #include "study/run/mask_source.h"
 
 #include "study/model/mesh.h"
+#include "study/model/sensor_grid.h"
 #include "study/support/errors.h"
 
 #include <algorithm>

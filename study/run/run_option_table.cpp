@@ -1,5 +1,6 @@
 #include "study/run/run_option_table.h"
 
+#include "study/model/sensor_grid.h"
 #include "study/run/radiation_method.h"
 #include "study/support/numbers.h"
 
@@ -119,7 +120,12 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                 "Largest edge of a square sensor cell [m]; smaller faces are one cell each",
                 "metres")
         .usual = fmt::format("{}", RunOptions::usualGrid);
-    table.number("offset", options.offset, "M", "Distance of a sensor from its face [m]", "metres");
+    table
+        .number("offset", options.offset, "M",
+                "Distance of a sensor from its face [m]; in a scene smaller than 5 m by default a "
+                "hundredth of its longest edge",
+                "metres")
+        .usual = fmt::format("{}", SensorGridOptions().offset);
     table.add({.name = "select",
                .kind = Option::Kind::list,
                .help = "Take only faces of these objects, groups or materials of the sensor model: "

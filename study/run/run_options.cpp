@@ -68,9 +68,9 @@ void checkRunOptions(const RunOptions& options) {
         throw UsageError(fmt::format("--grid {}: no edge of a cell; give metres from 0.0001 to 1e6",
                                      *options.grid));
     }
-    if (!(options.offset >= 0.0 && options.offset <= 1.0e3)) {
+    if (options.offset && !(*options.offset >= 0.0 && *options.offset <= 1.0e3)) {
         throw UsageError(
-            fmt::format("--offset {}: no distance; give metres from 0 to 1000", options.offset));
+            fmt::format("--offset {}: no distance; give metres from 0 to 1000", *options.offset));
     }
     if (options.threads < 0) {
         throw UsageError(

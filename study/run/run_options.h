@@ -44,9 +44,9 @@ struct RunOptions : SkyOptions {
     std::vector<std::filesystem::path> scenes;
     std::optional<std::filesystem::path> sensors; ///< absent: the first scene file
     MeshImportOptions import;
-    double north = 0.0;         ///< from the model's +Y clockwise to true north [degrees]
-    std::optional<double> grid; ///< largest edge of a cell [m]; absent: usualGrid
-    double offset = 0.05;       ///< distance of a sensor from its face [m]
+    double north = 0.0;           ///< from the model's +Y clockwise to true north [degrees]
+    std::optional<double> grid;   ///< largest edge of a cell [m]; absent: usualGrid
+    std::optional<double> offset; ///< of a sensor from its face [m]; absent: defaultSensorOffset
     std::vector<std::string> select;
     int threads = 0; ///< 0: all processors
     RayMethod rays = RayMethod::fast;

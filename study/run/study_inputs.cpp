@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <span>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -29,16 +30,15 @@ bool fitsMemory(double bytes) {
                         static_cast<double>(sysconf(_SC_PAGE_SIZE));
 }
 
-/// Edges of the box around the points.
-Vector3 extentOf(const std::vector<Vector3>& points) {
-    if (points.empty()) {
-        return {};
-    }
+/// Edges of the box around the points; there is at least one.
+Vector3 extentOf(std::span<const Vector3> points, std::span<const Vector3> others = {}) {
     Vector3 low = points.front();
     Vector3 high = low;
-    for (const Vector3& p : points) {
-        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    for (const std::span<const Vector3> some : {points, others}) {
+        for (const Vector3& p : some) {
+            low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+            high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+        }
     }
     return high - low;
 }
@@ -103,12 +103,27 @@ Mesh importModel(const std::filesystem::path& file, const RunOptions& options, P
     return mesh;
 }
 
-SensorField cutSensors(const Mesh& mesh, double triangles, const RunOptions& options,
+/// As the user says, or as suits the scene, sensors' model included.
+double sensorOffset(const Scene& scene, const Mesh& mesh, const RunOptions& options,
+                    Progress& progress) {
+    if (options.offset) {
+        return *options.offset;
+    }
+    const double offset = defaultSensorOffset(extentOf(scene.vertices, mesh.vertices));
+    if (offset != SensorGridOptions().offset) {
+        progress.note(fmt::format("in a scene this small the sensors stand {:.2g} mm off their "
+                                  "faces; --offset sets another distance, --units another size",
+                                  1000.0 * offset));
+    }
+    return offset;
+}
+
+SensorField cutSensors(const Mesh& mesh, double triangles, double offset, const RunOptions& options,
                        Progress& progress) {
     const std::string source = place(options.sensorFile());
     const auto faces = selectFaces(mesh, options.select, source);
     const SensorGridOptions grid{.spacing = options.grid.value_or(RunOptions::usualGrid),
-                                 .offset = options.offset};
+                                 .offset = offset};
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid);
     if (cut.emptyFaces > 0) {
@@ -169,7 +184,8 @@ StudyInputs readInputs(const RunOptions& options, Progress& progress, const std:
         if (!sensorMesh) {
             sensorMesh = importModel(sensorFile, options, progress, stop);
         }
-        inputs.field = cutSensors(*sensorMesh, triangles, options, progress);
+        inputs.offset = sensorOffset(inputs.scene, *sensorMesh, options, progress);
+        inputs.field = cutSensors(*sensorMesh, triangles, inputs.offset, options, progress);
     }
     progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
     noteUndersides(inputs.field, progress);

@@ -12,6 +12,7 @@ namespace insolate::study {
 struct StudyInputs {
     Scene scene;
     SensorField field;
+    double offset = 0.0; ///< of the sensors from their faces [m]; 0 for those of a table
 };
 
 /// Reads the models and cuts or reads the sensors. Refuses what the machine cannot hold before

@@ -45,7 +45,7 @@ nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport&
     record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
     if (inputs.field.hasCells()) {
         record["sensors"]["grid_m"] = options.grid.value_or(RunOptions::usualGrid);
-        record["sensors"]["offset_m"] = options.offset;
+        record["sensors"]["offset_m"] = inputs.offset;
         record["sensors"]["select"] = options.select;
     }
     return record;
