@@ -35,17 +35,6 @@ inline float vectorLength(XYZf v) {
     return squares > 0.0f ? std::sqrt(squares) : 0.0f;
 }
 
-/// The vector times the power of two that brings its largest component to [1, 2), so that its
-/// squares neither overflow nor vanish; as it is where no power does: zero, infinite, NaN.
-inline XYZf withModerateLength(XYZf v) {
-    const float largest = std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
-    if (!(largest > 0.0f) || !std::isfinite(largest)) {
-        return v;
-    }
-    const int exponent = std::ilogb(largest);
-    return {std::ldexp(v.x, -exponent), std::ldexp(v.y, -exponent), std::ldexp(v.z, -exponent)};
-}
-
 /// A point or vector in double precision. The operations take pointers to three components, since
 /// the ray caster keeps its triangles in long arrays.
 using Vector3d = std::array<double, 3>;
