@@ -191,14 +191,16 @@ TEST(PerezTilted, NullsAndEchoes) {
 /// A year in which every clearness occurs, with hours of beam without diffuse light; by the height
 /// of the sun, so that the sky stays within the models' range.
 EWeatherData madeYear(ESolarPosition sun) {
+    constexpr double beams[] = {0.0, 20.0, 60.0, 150.0, 400.0, 900.0};
+    constexpr double shares[] = {0.35, 0.0, 0.1, 0.2, 0.5};
     EWeatherData weather;
     for (int day = 0; day < 365; ++day) {
         sun.setDayOfTheYear(day + 1, 12.0);
         for (int hour = 0; hour < 24; ++hour) {
             sun.setTime(hour);
             const double sine = std::max(std::sin(sun.getSolarAltitudeInRadians()), 0.0);
-            const double beam = std::vector{0.0, 20.0, 60.0, 150.0, 400.0, 900.0}[(day + hour) % 6];
-            const double share = std::vector{0.35, 0.0, 0.1, 0.2, 0.5}[(day / 6 + hour) % 5];
+            const double beam = beams[(day + hour) % 6];
+            const double share = shares[(day / 6 + hour) % 5];
             weather.setHourlyDirectRad(day, hour, static_cast<float>(beam * std::sqrt(sine)));
             weather.setHourlyDiffuseRad(day, hour, static_cast<float>(1367.0 * share * sine));
         }
@@ -238,7 +240,7 @@ protected:
 TEST_P(PerezYear, OfTheAllWeatherSkyIsTheSumOfItsSteps) {
     ASSERT_TRUE(m_sky.calculateUsingPerez(&m_weather));
     std::vector<double> direct(skyGrid::cellCount), diffuse = direct, peak = direct;
-    std::vector<double> cells(skyGrid::cellCount);
+    double cells[skyGrid::cellCount] = {};
     double hours = 0.0;
     double peakDiffuse = 0.0;
     for (int day = 1; day <= 365; ++day) {
@@ -273,7 +275,7 @@ TEST_P(PerezYear, OfTheAllWeatherSkyIsTheSumOfItsSteps) {
                 cells[cell] = std::max(luminance, 0.0) * solidAngle;
                 sum += cells[cell] * std::sin(up);
             }
-            for (std::size_t cell = 0; altitude > 0.001 && cell < cells.size(); ++cell) {
+            for (std::size_t cell = 0; altitude > 0.001 && cell < std::size(cells); ++cell) {
                 diffuse[cell] += 0.5 * light * cells[cell] / sum;
                 peak[cell] = std::max(peak[cell], light * cells[cell] / sum);
             }
@@ -287,7 +289,7 @@ TEST_P(PerezYear, OfTheAllWeatherSkyIsTheSumOfItsSteps) {
     }
     EXPECT_NEAR(m_sky.getHourCount(), hours, 1e-3);
     EXPECT_NEAR(m_sky.getPeakDiffuse(), peakDiffuse, 1e-3);
-    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+    for (std::size_t cell = 0; cell < std::size(cells); ++cell) {
         // single-precision sums of up to 8,760 steps
         ASSERT_NEAR(m_sky.direct[cell], direct[cell], 1e-5 * direct[cell]) << "cell " << cell;
         ASSERT_NEAR(m_sky.diffuse[cell], diffuse[cell], 2e-5 * diffuse[cell]) << "cell " << cell;
