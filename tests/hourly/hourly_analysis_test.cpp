@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -38,7 +39,7 @@ public:
     }
     int initialise() override { return 0; }
 
-    int rays = 0;
+    std::atomic<int> rays = 0;
 
 private:
     std::function<bool(const XYZf&)> m_isFree;
@@ -273,9 +274,9 @@ TEST(HourlyAnalysis, AsksMoreOnlyWhereEdgesMatter) {
         const Reference expected = bruteForce(chicagoSky(), {0, 0, 1}, isFree);
         FormulaScene scene(isFree);
         const SensorResult usual = analyses.usual.evaluate(scene, Sensor{});
-        const int raysUsual = std::exchange(scene.rays, 0);
+        const int raysUsual = scene.rays.exchange(0);
         const SensorResult close = analyses.close.evaluate(scene, Sensor{});
-        const int raysClose = std::exchange(scene.rays, 0);
+        const int raysClose = scene.rays.exchange(0);
         const SensorResult fine = analyses.fine.evaluate(scene, Sensor{});
         const std::string name = "court " + std::to_string(i);
         expectNear(usual, expected, 0.012, name);
@@ -471,9 +472,9 @@ TEST(FirstRays, KnowTheLattice) {
     }
 }
 
-// No hour may give a sensor in the open more sky than its block's first bound; the search would
-// miss it.
-TEST(PeakHours, BoundTheOpenSkyOfABlock) {
+// No hour may give a sensor in the open more sky than its block's first bound, nor more sun than
+// its whole beam; the search would miss it.
+TEST(PeakHours, BoundWhatHoursGiveInTheOpen) {
     const SkyCells cells(0.0);
     const PeakHours hours(chicagoSky(), cells);
     for (int i = 0; i < 40; ++i) {
@@ -491,6 +492,15 @@ TEST(PeakHours, BoundTheOpenSkyOfABlock) {
             };
             const XYZf open{term(BlockTerms::openX), term(BlockTerms::openY),
                             term(BlockTerms::openZ)};
+            float beam = 0.0f;
+            for (std::size_t b = hour.firstBeam; b < hour.firstBeam + hour.beamCount; ++b) {
+                beam += std::max(dotProduct(n, hours.beams[b].energy), 0.0f);
+            }
+            const WholeBeams& whole = hours.wholeBeams[h / PeakHours::lanes];
+            const std::size_t lane = h % PeakHours::lanes;
+            const float p = dotProduct(n, {whole.x[lane], whole.y[lane], whole.z[lane]});
+            ASSERT_LE(beam, std::max({p, 0.5f * (p + whole.swing[lane]), 0.0f}) +
+                                1e-4f * whole.swing[lane] + 1e-6f);
             const float* radiance = hours.patches + hour.skyHour * skyPatches::count;
             ASSERT_TRUE(hour.skyHour < 0 ||
                         hour.shareInverse * std::inner_product(weights.begin(), weights.end(),
@@ -606,10 +616,11 @@ TEST(HourlyAnalysis, SharesSensorsAmongThreads) {
             std::vector<SensorResult> results(sensors.size());
             std::vector<SensorHours> hours(1);
             std::size_t reported = 0;
-            EXPECT_TRUE(analysis.evaluate(
-                scene, sensors, results,
-                {.threads = threads, .progress = [&](std::size_t count) { reported += count; }},
-                hours));
+            EXPECT_TRUE(
+                analysis.evaluate(scene, sensors, results,
+                                  {.threads = threads,
+                                   .progress = [&](std::size_t finished) { reported += finished; }},
+                                  hours));
             EXPECT_EQ(reported, sensors.size());
             EXPECT_EQ(
                 std::memcmp(results.data(), expected.data(), sensors.size() * sizeof(SensorResult)),
@@ -618,15 +629,15 @@ TEST(HourlyAnalysis, SharesSensorsAmongThreads) {
             EXPECT_EQ(hours[0].sky, expectedHours[0].sky);
         }
         std::stop_source stop;
+        std::atomic<int> rays = 0;
+        FormulaScene stopping(
+            [&](const XYZf&) { return ++rays != 200'000 || !stop.request_stop(); });
         std::size_t reported = 0;
         std::vector<SensorResult> results(sensors.size(), SensorResult{.total = -1.0f});
-        const auto stopAtOnce = [&](std::size_t count) {
-            reported += count;
-            stop.request_stop();
-        };
-        EXPECT_FALSE(analysis.evaluate(
-            scene, sensors, results,
-            {.threads = threads, .progress = stopAtOnce, .stop = stop.get_token()}));
+        const auto count = [&](std::size_t finished) { reported += finished; };
+        EXPECT_FALSE(
+            analysis.evaluate(stopping, sensors, results,
+                              {.threads = threads, .progress = count, .stop = stop.get_token()}));
         EXPECT_EQ(std::ranges::count_if(results, [](const auto& r) { return r.total >= 0.0f; }),
                   static_cast<std::ptrdiff_t>(reported));
         EXPECT_LT(reported, sensors.size());

@@ -77,6 +77,11 @@ TEST(SunTimes, KnowPolarDayPolarNightAndTheHorizon) {
     const Site tromso{69.65, 18.96, 1.0, 0.0};
     EXPECT_EQ(sunTimes(2024, 6, 21, tromso).kind, DayKind::PolarDay);
     EXPECT_EQ(sunTimes(2024, 12, 21, tromso).kind, DayKind::PolarNight);
+    // The last sunrise before the midnight sun has no sunset on its day.
+    const SunTimes last = sunTimes(2024, 5, 17, tromso);
+    EXPECT_EQ(last.kind, DayKind::RisesAndSets);
+    EXPECT_EQ(last.set, last.transit + 12.0);
+    EXPECT_EQ(sunTimes(2024, 5, 18, tromso).kind, DayKind::PolarDay);
     for (const Site& site : {tromso, golden, Site{-54.8, -68.3, -3.0, 0.0}}) {
         const SunTimes times = sunTimes(2024, 3, 5, site);
         ASSERT_EQ(times.kind, DayKind::RisesAndSets);
