@@ -254,7 +254,7 @@ std::optional<int> epsgOf(const std::string& system) {
 }
 
 /// Moves template coordinates to their place.
-struct Placement {
+struct TemplatePlacement {
     std::array<double, 12> matrix = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0};
     Vector3 at;
 
@@ -603,7 +603,7 @@ private:
             ++m_counts["without a place in the model, left out"];
             return;
         }
-        Placement placement;
+        TemplatePlacement placement;
         placement.at = m_vertices[vertexOf(boundaries[0], m_vertices.size())];
         if (const Json* matrix = memberOf(instance, "transformationMatrix")) {
             if (!matrix->is_array() || matrix->size() != 16) {
@@ -856,11 +856,11 @@ private:
     /// By object of the document.
     std::unordered_map<const Json*, std::optional<Lod>> m_bestLods;
     std::unordered_map<const Json*, std::optional<Lod>> m_bestLodsOfParts;
-    std::string m_object;                        ///< that is being read
-    Mesh::Face m_face;                           ///< with its names
-    std::optional<Placement> m_placement;        ///< of a template
-    const Json* m_semantics = nullptr;           ///< surfaces of the geometry
-    std::map<std::string, std::size_t> m_counts; ///< of objects, by what is so of them
+    std::string m_object;                         ///< that is being read
+    Mesh::Face m_face;                            ///< with its names
+    std::optional<TemplatePlacement> m_placement; ///< of a template
+    const Json* m_semantics = nullptr;            ///< surfaces of the geometry
+    std::map<std::string, std::size_t> m_counts;  ///< of objects, by what is so of them
     std::map<std::string, std::size_t> m_unknownTypes;
     std::size_t m_emptySurfaces = 0;
     std::size_t m_closedHoles = 0;

@@ -13,19 +13,19 @@ namespace insolate::study {
 
 namespace {
 
-constexpr std::uint32_t none = 0xFFFFFFFFU;
+constexpr std::uint32_t noFace = 0xFFFFFFFFU;
 
 /// The triangle on the other side of one's edge.
 struct Mate {
-    std::uint32_t face = none;
-    std::uint32_t corner = none; ///< where its side begins
+    std::uint32_t face = noFace;
+    std::uint32_t corner = noFace; ///< where its side begins
 };
 
 class Merger {
 public:
     explicit Merger(const Mesh& mesh)
         : m_mesh(mesh), m_welded(weldedVertices(mesh)), m_mates(mesh.corners.size()),
-          m_patchOf(mesh.faces.size(), none), m_isTraced(mesh.corners.size(), 0) {
+          m_patchOf(mesh.faces.size(), noFace), m_isTraced(mesh.corners.size(), 0) {
         findMates();
         Vector3 low;
         Vector3 high;
@@ -62,12 +62,12 @@ public:
         std::vector<std::uint32_t> patch;
         std::size_t triangles = 0;
         for (const std::uint32_t seed : seeds) {
-            if (m_patchOf[seed] != none || !(sizes[seed] > 0.0)) {
+            if (m_patchOf[seed] != noFace || !(sizes[seed] > 0.0)) {
                 continue;
             }
             const auto number = static_cast<std::uint32_t>(polygonOfPatch.size());
             const Vector3 normal = grow(seed, number, areas, sizes, patch);
-            polygonOfPatch.push_back(none);
+            polygonOfPatch.push_back(noFace);
             if (patch.size() > 1) {
                 if (std::vector<Vector3> outline = outlineOf(patch, number, normal);
                     !outline.empty()) {
@@ -84,10 +84,11 @@ public:
         for (std::uint32_t f = 0; f < count; ++f) {
             Mesh::Face face = m_mesh.faces[f];
             const std::uint32_t patchNumber = m_patchOf[f];
-            const std::uint32_t merged = patchNumber == none ? none : polygonOfPatch[patchNumber];
+            const std::uint32_t merged =
+                patchNumber == noFace ? noFace : polygonOfPatch[patchNumber];
             const auto corners = m_mesh.cornersOf(face);
             face.firstCorner = static_cast<std::uint32_t>(result.mesh.corners.size());
-            if (merged == none) {
+            if (merged == noFace) {
                 result.mesh.corners.insert(result.mesh.corners.end(), corners.begin(),
                                            corners.end());
             } else if (polygons[merged].empty()) {
@@ -142,7 +143,7 @@ private:
             const Mesh::Face& face = m_mesh.faces[patch[next]];
             for (std::uint32_t c = face.firstCorner; c < face.firstCorner + 3; ++c) {
                 const std::uint32_t other = m_mates[c].face;
-                if (other == none || m_patchOf[other] != none ||
+                if (other == noFace || m_patchOf[other] != noFace ||
                     !isInPlane(other, areas[other], sizes[other], point, normal)) {
                     continue;
                 }
@@ -215,7 +216,7 @@ private:
     }
 
     [[nodiscard]] bool isBorder(std::uint32_t corner, std::uint32_t number) const {
-        return m_mates[corner].face == none || m_patchOf[m_mates[corner].face] != number;
+        return m_mates[corner].face == noFace || m_patchOf[m_mates[corner].face] != number;
     }
 
     /// Follows the border from the side that begins at the corner. At a place where the border

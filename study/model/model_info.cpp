@@ -20,8 +20,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr double degrees = 180.0 / std::numbers::pi;
-
 /// Collects the faces of one kind of part.
 class PartCounter {
 public:
@@ -126,7 +124,8 @@ void countDoubles(const Mesh& mesh, std::span<const std::uint32_t> welded,
 }
 
 double azimuthOf(const Vector3& normal, double north) {
-    const double azimuth = std::fmod(std::atan2(normal.x, normal.y) * degrees - north, 360.0);
+    const double azimuth =
+        std::fmod(std::atan2(normal.x, normal.y) * 180.0 / std::numbers::pi - north, 360.0);
     return azimuth < 0.0 ? azimuth + 360.0 : azimuth;
 }
 

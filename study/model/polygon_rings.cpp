@@ -16,7 +16,7 @@ bool isBefore(const Vector3& a, const Vector3& b) {
     return std::tie(a.x, a.y, a.z) < std::tie(b.x, b.y, b.z);
 }
 
-bool isSame(const Vector3& a, const Vector3& b) {
+bool isSamePlace(const Vector3& a, const Vector3& b) {
     return a.x == b.x && a.y == b.y && a.z == b.z;
 }
 
@@ -24,13 +24,13 @@ bool isSame(const Vector3& a, const Vector3& b) {
 constexpr double mostLooks = 1.0e8;
 
 /// A corner in the plane of the polygon.
-struct PlanePoint {
+struct FlatPoint {
     double u = 0.0;
     double v = 0.0;
 };
 
 /// Positive when c lies left of the way from a to b.
-double turn(const PlanePoint& a, const PlanePoint& b, const PlanePoint& c) {
+double leftTurn(const FlatPoint& a, const FlatPoint& b, const FlatPoint& c) {
     return (b.u - a.u) * (c.v - a.v) - (b.v - a.v) * (c.u - a.u);
 }
 
@@ -48,18 +48,18 @@ struct Plane {
         axis = z >= x && z >= y ? 2 : x >= y ? 0 : 1;
         isMirrored = (axis == 0 ? normal.x : axis == 1 ? normal.y : normal.z) < 0.0;
     }
-    [[nodiscard]] PlanePoint operator()(const Vector3& p) const {
+    [[nodiscard]] FlatPoint operator()(const Vector3& p) const {
         const Vector3 d = p - origin;
-        const PlanePoint flat = axis == 2   ? PlanePoint{d.x, d.y}
-                                : axis == 0 ? PlanePoint{d.y, d.z}
-                                            : PlanePoint{d.z, d.x};
-        return isMirrored ? PlanePoint{flat.v, flat.u} : flat;
+        const FlatPoint flat = axis == 2   ? FlatPoint{d.x, d.y}
+                               : axis == 0 ? FlatPoint{d.y, d.z}
+                                           : FlatPoint{d.z, d.x};
+        return isMirrored ? FlatPoint{flat.v, flat.u} : flat;
     }
 };
 
 struct Corner {
     Vector3 place;
-    PlanePoint flat;
+    FlatPoint flat;
 };
 using Ring = std::vector<Corner>;
 
@@ -69,18 +69,17 @@ void rotateToFirst(std::vector<Vector3>& ring) {
 }
 
 /// Whether the segments meet in more than a common end.
-bool isCrossing(const PlanePoint& a, const PlanePoint& b, const PlanePoint& p,
-                const PlanePoint& q) {
-    const auto same = [](const PlanePoint& s, const PlanePoint& t) {
+bool isCrossing(const FlatPoint& a, const FlatPoint& b, const FlatPoint& p, const FlatPoint& q) {
+    const auto same = [](const FlatPoint& s, const FlatPoint& t) {
         return s.u == t.u && s.v == t.v;
     };
     /// Whether t, which lies on the line through a and b, lies between them, ends excluded.
-    const auto isWithin = [&](const PlanePoint& t) {
+    const auto isWithin = [&](const FlatPoint& t) {
         return !same(t, a) && !same(t, b) &&
                (t.u - a.u) * (t.u - b.u) + (t.v - a.v) * (t.v - b.v) < 0.0;
     };
-    const double sideP = turn(a, b, p);
-    const double sideQ = turn(a, b, q);
+    const double sideP = leftTurn(a, b, p);
+    const double sideQ = leftTurn(a, b, q);
     if (sideP == 0.0 && isWithin(p)) {
         return true;
     }
@@ -90,26 +89,26 @@ bool isCrossing(const PlanePoint& a, const PlanePoint& b, const PlanePoint& p,
     if (same(a, p) || same(a, q) || same(b, p) || same(b, q)) {
         return false;
     }
-    return (sideP > 0.0) != (sideQ > 0.0) && (turn(p, q, a) > 0.0) != (turn(p, q, b) > 0.0);
+    return (sideP > 0.0) != (sideQ > 0.0) && (leftTurn(p, q, a) > 0.0) != (leftTurn(p, q, b) > 0.0);
 }
 
 /// Whether the way from the ring's corner to the target begins inside, left of both sides at the
 /// corner; a place that comes twice has one corner for which it does.
-bool beginsInside(const Ring& ring, std::size_t corner, const PlanePoint& target) {
-    const PlanePoint& before = ring[(corner + ring.size() - 1) % ring.size()].flat;
-    const PlanePoint& at = ring[corner].flat;
-    const PlanePoint& after = ring[(corner + 1) % ring.size()].flat;
-    const bool leftOfFirst = turn(before, at, target) > 0.0;
-    const bool leftOfSecond = turn(at, after, target) > 0.0;
-    return turn(before, at, after) > 0.0 ? leftOfFirst && leftOfSecond
-                                         : leftOfFirst || leftOfSecond;
+bool beginsInside(const Ring& ring, std::size_t corner, const FlatPoint& target) {
+    const FlatPoint& before = ring[(corner + ring.size() - 1) % ring.size()].flat;
+    const FlatPoint& at = ring[corner].flat;
+    const FlatPoint& after = ring[(corner + 1) % ring.size()].flat;
+    const bool leftOfFirst = leftTurn(before, at, target) > 0.0;
+    const bool leftOfSecond = leftTurn(at, after, target) > 0.0;
+    return leftTurn(before, at, after) > 0.0 ? leftOfFirst && leftOfSecond
+                                             : leftOfFirst || leftOfSecond;
 }
 
 /// The corner of the ring to which the hole's first corner is joined: the nearest that it sees.
 /// @param looks edges that may still be looked at
 std::optional<std::size_t> bridgeEnd(const Ring& ring, const std::vector<Ring>& holes,
                                      std::size_t hole, double& looks) {
-    const PlanePoint from = holes[hole].front().flat;
+    const FlatPoint from = holes[hole].front().flat;
     std::vector<std::pair<double, std::size_t>> byDistance;
     looks -= static_cast<double>(ring.size());
     for (std::size_t i = 0; i < ring.size(); ++i) {
@@ -129,9 +128,9 @@ std::optional<std::size_t> bridgeEnd(const Ring& ring, const std::vector<Ring>& 
                       isNearer);
         }
         const std::size_t end = byDistance[i].second;
-        const PlanePoint& to = ring[end].flat;
+        const FlatPoint& to = ring[end].flat;
         // At a place in common the hole's next corner shows on which side it lies.
-        const bool isTouching = isSame(ring[end].place, holes[hole].front().place);
+        const bool isTouching = isSamePlace(ring[end].place, holes[hole].front().place);
         if (!beginsInside(ring, end, isTouching ? holes[hole][1].flat : from)) {
             continue;
         }
@@ -194,8 +193,8 @@ std::optional<std::vector<Vector3>> bridged(std::vector<Vector3> outline,
     // From left to right: what lies left of a hole is joined before it, so that its leftmost corner
     // always sees a corner of the ring (Eberly, Triangulation by Ear Clipping, section 3).
     std::sort(rings.begin(), rings.end(), [](const Ring& a, const Ring& b) {
-        const PlanePoint& p = a.front().flat;
-        const PlanePoint& q = b.front().flat;
+        const FlatPoint& p = a.front().flat;
+        const FlatPoint& q = b.front().flat;
         return std::tie(p.u, p.v) < std::tie(q.u, q.v);
     });
     double looks = mostLooks;
@@ -206,7 +205,7 @@ std::optional<std::vector<Vector3>> bridged(std::vector<Vector3> outline,
         }
         // ... end, hole from its first corner around to it again, end ...
         Ring loop = rings[i];
-        const bool isTouching = isSame(ring[*end].place, loop.front().place);
+        const bool isTouching = isSamePlace(ring[*end].place, loop.front().place);
         if (!isTouching) {
             loop.push_back(rings[i].front());
         }
@@ -231,7 +230,7 @@ std::vector<Vector3> simplified(std::span<const Vector3> ring) {
     }
     std::vector<Vector3> sorted = kept;
     std::sort(sorted.begin(), sorted.end(), isBefore);
-    if (std::adjacent_find(sorted.begin(), sorted.end(), isSame) != sorted.end()) {
+    if (std::adjacent_find(sorted.begin(), sorted.end(), isSamePlace) != sorted.end()) {
         return kept;
     }
     rotateToFirst(
