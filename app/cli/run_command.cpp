@@ -28,7 +28,8 @@ void addRunCommand(CLI::App& app, Interruption& interruption) {
     auto arguments = std::make_shared<TableArguments>(*command, run->table);
     command->callback([run, arguments, &interruption] {
         arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, run->quiet), &interruption);
+            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, run->quiet),
+                                      &interruption);
             study::runStudy(run->options, progress, interruption.token());
         });
     });

@@ -29,7 +29,8 @@ void addSkyCommand(CLI::App& app, Interruption& interruption) {
     auto arguments = std::make_shared<TableArguments>(*command, sky->table);
     command->callback([sky, arguments, &interruption] {
         arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sky->quiet), &interruption);
+            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sky->quiet),
+                                      &interruption);
             study::runSky(sky->options, progress, interruption.token());
         });
     });

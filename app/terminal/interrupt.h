@@ -1,4 +1,5 @@
-/// Ctrl-C and termination requests: a stop token for the work, and an end for what does not heed it.
+/// Ctrl-C and termination requests: a stop token for the work, and an end for what does not heed
+/// it.
 #pragma once
 
 #include <atomic>

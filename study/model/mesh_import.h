@@ -50,11 +50,13 @@ INSOLATE_STUDY_EXPORT Vector3 toModelAxes(const Vector3& point, double scale, Up
 /// Reads a model: node transforms applied, names kept, lines and points left out.
 /// @throws DataError when it cannot be opened or read, has no faces, holds coordinates that are not
 ///         finite numbers, or takes more time or memory than the limits; Stopped
-INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& options,
-                const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file,
+                                      const MeshImportOptions& options,
+                                      const std::stop_token& stop = {});
 
 /// What a person should know of the precision that the file kept, "" when it is fine.
-INSOLATE_STUDY_EXPORT std::string precisionText(const Mesh& mesh, const std::filesystem::path& file);
+INSOLATE_STUDY_EXPORT std::string precisionText(const Mesh& mesh,
+                                                const std::filesystem::path& file);
 
 /// The second half of the import: metres, z up, every coordinate checked.
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);

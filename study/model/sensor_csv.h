@@ -16,7 +16,7 @@ namespace insolate::study {
 /// that begin with # are passed over. Normals need not have unit length.
 /// The table may come through a pipe.
 /// @throws DataError with file and line on anything else; Stopped
-INSOLATE_STUDY_EXPORT SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up,
-                          const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit,
+                                                UpAxis up, const std::stop_token& stop = {});
 
 } // namespace insolate::study

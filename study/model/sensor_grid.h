@@ -48,8 +48,9 @@ INSOLATE_STUDY_EXPORT double estimatedSensorCount(const Mesh& mesh,
 /// or a flat triangle, is sliced across instead.
 /// The order of the sensors is the order of the faces; each knows the face that it comes from, with
 /// its object and material.
-INSOLATE_STUDY_EXPORT SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
-                          const SensorGridOptions& options);
+INSOLATE_STUDY_EXPORT SensorGrid cutIntoSensors(const Mesh& mesh,
+                                                std::span<const std::uint32_t> faces,
+                                                const SensorGridOptions& options);
 
 /// Areas of the sensors' cells [m2]; none for sensors without cells.
 INSOLATE_STUDY_EXPORT std::vector<float> cellAreas(const SensorField& field);

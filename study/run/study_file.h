@@ -22,9 +22,11 @@ using StudyKeys = std::map<std::string, std::string>;
 /// @param help where the options are listed, "'insolate run --help'"
 /// @throws DataError with file and line when the file cannot be read or a key or value is wrong;
 ///         Stopped
-INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
-                         const std::set<std::string>& given, const std::string& help,
-                         const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table,
+                                               const std::filesystem::path& file,
+                                               const std::set<std::string>& given,
+                                               const std::string& help,
+                                               const std::stop_token& stop = {});
 
 /// Throws the error again: with the place of the option that it begins with, when a study file has
 /// given that one.

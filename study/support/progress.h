@@ -29,8 +29,8 @@ public:
     /// Ends the count.
     virtual void end() {}
 
-    /// The work holds this output folder from now on; null when it has let it go. A caller that must
-    /// end the process at once may meanwhile call its abandon() from any thread.
+    /// The work holds this output folder from now on; null when it has let it go. A caller that
+    /// must end the process at once may meanwhile call its abandon() from any thread.
     virtual void holdsFolder(OutputFolder* /*folder*/) {}
 };
 

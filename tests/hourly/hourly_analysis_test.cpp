@@ -97,7 +97,7 @@ TEST(HourlyAnalysis, SplitsTheViewOfOpenTiltsIntoSkyAndGround) {
         const XYZf normal = test::narrowed(test::direction(205.0, 90.0 - tilt));
         const SensorResult result = analysis.evaluate(OcclusionIndex(), {{0, 0, 1}, normal});
         for (const float length : {0x1p100f, 0x1p-100f}) {
-            EXPECT_EQ(
+            EXPECT_FLOAT_EQ(
                 analysis.evaluate(OcclusionIndex(), {{0, 0, 1}, scaled(normal, length)}).total,
                 result.total);
         }

@@ -214,8 +214,8 @@ TEST(MeshImport, NamesFilePlaceAndMendOfABadModel) {
              {"points.obj", triangle + "l 1 2\n", "points.obj: the model has no faces"},
              {"far.obj", "v 1e13 0 0\n" + triangle + "f 1 2 3\n", "far.obj: vertex 1"},
              {"wide.obj", "\xFF\xFEv", "wide.obj: the text is UTF-16"},
-             {"empty.stl", "", "empty.stl: cannot be read as a model"},
-             {"model.xyz", "what", "model.xyz: cannot be read as a model"},
+             {"empty.stl", "", "empty.stl: cannot be read as STL"},
+             {"model.xyz", "what", "model.xyz: models of this name"},
              {"nan.ply",
               "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
               "property float z\nelement face 1\nproperty list uchar int vertex_indices\n"

@@ -240,7 +240,7 @@ TEST(WeatherCheck, TellsBinaryFilesByTheirSignatureAndSize) {
     EXPECT_EQ(year.series.directNormal[31], 0.0f);
     const auto large = folder.write("large.epw", test::clearYear());
     std::filesystem::resize_file(large, (std::uintmax_t{256} << 20U) + 1); // takes no room
-    EXPECT_THAT(verdict(large), HasSubstr("large.epw: more than 256 MB is no year of weather; "));
+    EXPECT_THAT(verdict(large), HasSubstr("large.epw: 256 MB are too much for a weather file"));
 }
 
 } // namespace
