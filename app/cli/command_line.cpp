@@ -41,6 +41,7 @@ int runCommandLine(int argc, const char* const* argv) {
     app.require_subcommand(1);
     addRunCommand(app, interruption);
     addSkyCommand(app, interruption);
+    addModelCommand(app, interruption);
     addSunCommand(app);
     addWeatherCommand(app);
     try {

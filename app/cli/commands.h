@@ -10,6 +10,7 @@ namespace insolate::app {
 
 void addRunCommand(CLI::App& app, Interruption& interruption);
 void addSkyCommand(CLI::App& app, Interruption& interruption);
+void addModelCommand(CLI::App& app, Interruption& interruption);
 void addSunCommand(CLI::App& app);
 void addWeatherCommand(CLI::App& app);
 

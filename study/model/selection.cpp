@@ -278,6 +278,10 @@ std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::st
         .faces;
 }
 
+const char* facingName(Facing facing) {
+    return facingNames[static_cast<std::size_t>(facing)].data();
+}
+
 std::vector<Facing> parseFacing(std::string_view text) {
     std::vector<Facing> facing;
     const std::vector<std::string> names(facingNames.begin(), facingNames.end());

@@ -69,7 +69,10 @@ INSOLATE_STUDY_EXPORT SelectedFaces selectFaces(const Mesh& mesh, const FaceSele
 /// Angle between a face and the level plane by its normal of any length [degrees], 0 to 180.
 INSOLATE_STUDY_EXPORT double tiltOf(const Vector3& normal);
 
-/// "up", "down", "north", "east", "south" or "west", several separated by commas.
+/// "up", "down", "north", "east", "south" or "west".
+INSOLATE_STUDY_EXPORT const char* facingName(Facing facing);
+
+/// Such names, several separated by commas.
 /// @throws UsageError
 INSOLATE_STUDY_EXPORT std::vector<Facing> parseFacing(std::string_view text);
 

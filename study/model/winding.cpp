@@ -441,6 +441,10 @@ std::string orientText(const OrientReport& report, Orient orient, const std::str
                        counted(report.facesAgainst, "face", "faces"));
 }
 
+const char* orientName(Orient orient) {
+    return orient == Orient::outward ? "outward" : orient == Orient::flip ? "flip" : "keep";
+}
+
 Orient parseOrient(std::string_view text) {
     if (text == "outward") {
         return Orient::outward;

@@ -68,6 +68,9 @@ INSOLATE_STUDY_EXPORT std::string orientText(const OrientReport& report, Orient 
                                              const std::string& source);
 
 /// "outward", "flip" or "keep".
+INSOLATE_STUDY_EXPORT const char* orientName(Orient orient);
+
+/// The orientation of that name.
 /// @throws UsageError
 INSOLATE_STUDY_EXPORT Orient parseOrient(std::string_view text);
 

@@ -29,6 +29,8 @@ struct Option {
     char separator = '\0';  ///< between several values in one text, of lists
     /// Names of files that must exist are looked for beside the study file that holds them.
     enum class Path { none, input, output } path = Path::none;
+    /// Texts of a path's option that name no file; null: there are none.
+    bool (*isNoPath)(const std::string& text) = nullptr;
     /// Takes one value.
     /// @throws UsageError beginning with "--NAME"
     std::function<void(const std::string&)> take = {};

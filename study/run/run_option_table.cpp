@@ -49,6 +49,15 @@ void takeScene(std::vector<std::filesystem::path>& scenes, const std::string& te
 
 } // namespace
 
+LengthUnit lengthUnitOf(const std::string& option, const std::string& name) {
+    const auto found = unitNames.find(name);
+    if (found == unitNames.end()) {
+        throw UsageError(fmt::format("--{}: there is no {}; choose from mm, cm, m, ft, in", option,
+                                     quoteText(name)));
+    }
+    return found->second;
+}
+
 void addSkyOptions(OptionTable& table, SkyOptions& options,
                    const std::vector<std::string>& methods) {
     table.file("weather", options.weather, "Weather of a year: .epw, .wea or .mra");
@@ -92,17 +101,22 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .path = Option::Path::input,
                .take = [&](const std::string& text) { takeScene(options.scenes, text); }});
     table.add({.name = "sensors",
-               .help = "Where radiation is asked for: a model, whose faces are cut into cells, or "
-                       "a table (.csv) of x,y,z[,nx,ny,nz]; by default the first scene file",
+               .help =
+                   "Where radiation is asked for: a model, whose faces are cut into cells, or "
+                   "a table (.csv) of x,y,z[,nx,ny,nz], or a level plane as plane:z=1.5,grid=1; by "
+                   "default the first scene file",
                .typeName = "FILE",
                .path = Option::Path::input,
+               .isNoPath = [](const std::string& text) { return text.starts_with("plane:"); },
                .take = [&](const std::string& text) { options.sensors = text; }});
     table.add({.name = "units",
                .help = "Length unit of the models and the table",
                .typeName = "NAME",
                .choices = {"mm", "cm", "m", "ft", "in"},
                .usual = "m",
-               .take = [&](const std::string& text) { options.import.unit = unitNames.at(text); }});
+               .take = [&](const std::string& text) {
+                   options.import.unit = lengthUnitOf("units", text);
+               }});
     table.add({.name = "up",
                .help = "Axis that points up in the models; by default y for glTF and Collada, z "
                        "for all others. With y, the model's -Z is taken as +Y of the plan",
@@ -126,12 +140,39 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                 "hundredth of its longest edge",
                 "metres")
         .usual = fmt::format("{}", SensorGridOptions().offset);
-    table.add({.name = "select",
-               .kind = Option::Kind::list,
-               .help = "Take only faces of these objects, groups or materials of the sensor model: "
-                       "roof or roof,wall",
-               .typeName = "NAME,...",
-               .take = [&](const std::string& text) { options.select.push_back(text); }});
+    table.add(
+        {.name = "select",
+         .kind = Option::Kind::list,
+         .help = "Take only faces of these objects, groups or materials of the sensor model: "
+                 "roof, roof,wall, house_*, or object:material",
+         .typeName = "NAME,...",
+         .take = [&](const std::string& text) { options.selection.patterns.push_back(text); }});
+    table.add(
+        {.name = "exclude",
+         .kind = Option::Kind::list,
+         .help = "Leave these objects, groups or materials out, written as for --select",
+         .typeName = "NAME,...",
+         .take = [&](const std::string& text) { options.selection.exclude.push_back(text); }});
+    table.add(
+        {.name = "facing",
+         .help = "Take only faces that look up, down, north, east, south or west; several "
+                 "with commas",
+         .typeName = "SIDE,...",
+         .take = [&](const std::string& text) { options.selection.facing = parseFacing(text); }});
+    table.add(
+        {.name = "tilt",
+         .help = "Take only faces of this slope: 0-30 degrees from level and facing up; 90 "
+                 "is a wall, 180 looks down",
+         .typeName = "DEGREES",
+         .take = [&](const std::string& text) { options.selection.tilt = parseTiltRange(text); }});
+    table.add({.name = "orient",
+               .help =
+                   "What becomes of faces that look into their closed body: outward turns them, "
+                   "flip turns every face of the models, keep leaves all as they are",
+               .typeName = "NAME",
+               .choices = {"outward", "flip", "keep"},
+               .usual = "outward",
+               .take = [&](const std::string& text) { options.orient = parseOrient(text); }});
     table.wholeNumber("threads", options.threads, "N", "Processors to use; 0: all",
                       "the number of processors, or 0 for all");
     table.add({.name = "rays",

@@ -12,6 +12,10 @@ namespace insolate::study {
 INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options,
                                          const std::vector<std::string>& methods);
 
+/// The unit of that name: mm, cm, m, ft or in.
+/// @throws UsageError beginning with "--OPTION"
+INSOLATE_STUDY_EXPORT LengthUnit lengthUnitOf(const std::string& option, const std::string& name);
+
 /// Those of the sky and all others of a run.
 INSOLATE_STUDY_EXPORT void addRunOptions(OptionTable& table, RunOptions& options);
 

@@ -3,6 +3,8 @@
 
 #include "study/export.h"
 #include "study/model/mesh_import.h"
+#include "study/model/selection.h"
+#include "study/model/winding.h"
 #include "study/run/period.h"
 
 #include <cstddef>
@@ -42,13 +44,15 @@ struct SkyOptions {
 
 struct RunOptions : SkyOptions {
     std::vector<std::filesystem::path> scenes;
-    std::optional<std::filesystem::path> sensors; ///< absent: the first scene file
+    /// A model, a table of points, or "plane:z=1.5,grid=1"; absent: the first scene file.
+    std::optional<std::filesystem::path> sensors;
     MeshImportOptions import;
-    double north = 0.0;           ///< from the model's +Y clockwise to true north [degrees]
-    std::optional<double> grid;   ///< largest edge of a cell [m]; absent: usualGrid
-    std::optional<double> offset; ///< of a sensor from its face [m]; absent: defaultSensorOffset
-    std::vector<std::string> select;
-    int threads = 0; ///< 0: all processors
+    double north = 0.0;              ///< from the model's +Y clockwise to true north [degrees]
+    std::optional<double> grid;      ///< largest edge of a cell [m]; absent: usualGrid
+    std::optional<double> offset;    ///< of a sensor from its face [m]; absent: defaultSensorOffset
+    FaceSelection selection;         ///< which faces of the sensor model
+    Orient orient = Orient::outward; ///< what becomes of the winding of the models
+    int threads = 0;                 ///< 0: all processors
     RayMethod rays = RayMethod::fast;
     bool saveMasks = false;                     ///< keep what each sensor sees of the sky
     std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run

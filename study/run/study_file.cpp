@@ -103,7 +103,8 @@ textsOf(const Option& option, const toml::node& value, const std::filesystem::pa
                                          "number",
                                          name, kindOf(item)));
         }
-        if (option.path != Option::Path::none && !text->empty()) {
+        if (option.path != Option::Path::none && !text->empty() &&
+            !(option.isNoPath != nullptr && option.isNoPath(*text))) {
             const std::filesystem::path named = file.parent_path() / *text;
             std::error_code problem; // what may not be searched is reported when it is opened
             if (option.path == Option::Path::input && !std::filesystem::exists(named, problem) &&

@@ -1,8 +1,11 @@
 #include "study/run/study_inputs.h"
 
+#include "study/model/ground_plane.h"
 #include "study/model/mesh.h"
+#include "study/model/selection.h"
 #include "study/model/sensor_csv.h"
 #include "study/model/sensor_grid.h"
+#include "study/model/winding.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
 #include "study/support/readable.h"
@@ -100,6 +103,13 @@ Mesh importModel(const std::filesystem::path& file, const RunOptions& options, P
     if (const std::string text = precisionText(mesh, file); !text.empty()) {
         progress.warn(text);
     }
+    for (const std::string& note : mesh.notes) {
+        progress.note(note);
+    }
+    const OrientReport turned = orientFaces(mesh, options.orient);
+    if (const std::string text = orientText(turned, options.orient, place(file)); !text.empty()) {
+        progress.warn(text);
+    }
     return mesh;
 }
 
@@ -118,10 +128,32 @@ double sensorOffset(const Scene& scene, const Mesh& mesh, const RunOptions& opti
     return offset;
 }
 
+/// How many faces and square metres each pattern took: a typing error shows here first.
+void noteSelection(const SelectedFaces& selected, Progress& progress) {
+    const auto note = [&](const char* option, const PatternCount& one) {
+        progress.note(fmt::format("{} {}: {} {}, {:.4g} m2", option, quoteText(one.pattern),
+                                  groupedDigits(one.faces), counted(one.faces, "face", "faces"),
+                                  one.area));
+    };
+    for (const PatternCount& one : selected.taken) {
+        note("--select", one);
+    }
+    for (const PatternCount& one : selected.excluded) {
+        note("--exclude", one);
+    }
+    if (selected.turnedAway > 0) {
+        progress.note(fmt::format("--facing and --tilt leave {} {} out",
+                                  groupedDigits(selected.turnedAway),
+                                  counted(selected.turnedAway, "face", "faces")));
+    }
+}
+
 SensorField cutSensors(const Mesh& mesh, double triangles, double offset, const RunOptions& options,
                        Progress& progress) {
     const std::string source = place(options.sensorFile());
-    const auto faces = selectFaces(mesh, options.select, source);
+    const SelectedFaces selected = selectFaces(mesh, options.selection, options.north, source);
+    const std::vector<std::uint32_t>& faces = selected.faces;
+    noteSelection(selected, progress);
     const SensorGridOptions grid{.spacing = options.grid.value_or(RunOptions::usualGrid),
                                  .offset = offset};
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
@@ -144,9 +176,25 @@ void noteUndersides(const SensorField& field, Progress& progress) {
         std::count_if(field.normals.begin(), field.normals.end(),
                       [](const Vector3& normal) { return normal.z < -0.5; }));
     if (field.hasCells() && 10 * down > field.size()) {
-        progress.note(fmt::format("{} of them {} down: undersides lower the mean; --select leaves "
-                                  "them out by name",
+        progress.note(fmt::format("{} of them {} down: undersides lower the mean; --facing up "
+                                  "leaves them out",
                                   groupedDigits(down), counted(down, "faces", "face")));
+    }
+}
+
+/// What chooses faces has no meaning without a sensor model.
+void refuseSelection(const RunOptions& options, const char* source) {
+    const FaceSelection& selection = options.selection;
+    const char* option = !selection.patterns.empty()  ? "--select"
+                         : !selection.exclude.empty() ? "--exclude"
+                         : !selection.facing.empty()  ? "--facing"
+                         : selection.tilt             ? "--tilt"
+                                                      : nullptr;
+    if (option != nullptr) {
+        throw UsageError(
+            fmt::format("{} chooses faces of a sensor model, but the sensors come from "
+                        "{}; leave it out",
+                        option, source));
     }
 }
 
@@ -168,11 +216,22 @@ StudyInputs readInputs(const RunOptions& options, Progress& progress, const std:
                               counted(inputs.scene.triangleCount(), "triangle", "triangles"),
                               extentText(extentOf(inputs.scene.vertices))));
 
-    if (hasExtension(sensorFile, {".csv", ".txt"})) {
-        if (!options.select.empty()) {
-            throw UsageError("--select chooses faces of a sensor model, but the sensors come from "
-                             "a table; leave it out");
+    if (const auto plane = parseGroundPlane(sensorFile.string())) {
+        refuseSelection(options, "a plane");
+        checkSize(groundPlaneCells(*plane, inputs.scene), triangles, {}, options);
+        GroundPlaneSensors cut = cutGroundPlane(*plane, inputs.scene, stop);
+        inputs.field = std::move(cut.field);
+        if (cut.inside + cut.buried > 0) {
+            progress.note(fmt::format("{} cells inside of buildings and {} under the ground are "
+                                      "left out",
+                                      groupedDigits(cut.inside), groupedDigits(cut.buried)));
         }
+        if (inputs.field.size() == 0) {
+            throw DataError("--sensors plane: the whole plane lies inside of buildings or under "
+                            "the ground; choose another height z");
+        }
+    } else if (hasExtension(sensorFile, {".csv", ".txt"})) {
+        refuseSelection(options, "a table");
         if (options.grid) {
             throw UsageError("--grid cuts the faces of a sensor model, but the sensors come from a "
                              "table; leave it out");

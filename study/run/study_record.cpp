@@ -42,11 +42,21 @@ nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport&
     record["scene"]["triangles"] = inputs.scene.triangleCount();
     record["scene"]["metres_per_unit"] = metresIn(options.import.unit);
     record["scene"]["north_deg"] = options.north;
+    record["scene"]["orient"] = orientName(options.orient);
     record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
     if (inputs.field.hasCells()) {
         record["sensors"]["grid_m"] = options.grid.value_or(RunOptions::usualGrid);
         record["sensors"]["offset_m"] = inputs.offset;
-        record["sensors"]["select"] = options.select;
+        record["sensors"]["select"] = options.selection.patterns;
+        record["sensors"]["exclude"] = options.selection.exclude;
+        nlohmann::ordered_json facing = nlohmann::ordered_json::array();
+        for (const Facing side : options.selection.facing) {
+            facing.push_back(facingName(side));
+        }
+        record["sensors"]["facing"] = facing;
+        if (const auto& tilt = options.selection.tilt) {
+            record["sensors"]["tilt_deg"] = {tilt->least, tilt->most};
+        }
     }
     return record;
 }

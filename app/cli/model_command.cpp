@@ -1,0 +1,51 @@
+#include "app/cli/arguments.h"
+#include "app/cli/commands.h"
+#include "app/terminal/standard_output.h"
+#include "study/model/mesh_import.h"
+#include "study/model/model_info.h"
+#include "study/run/run_option_table.h"
+#include "study/support/errors.h"
+
+#include <memory>
+#include <string>
+
+namespace insolate::app {
+
+void addModelCommand(CLI::App& app, Interruption& interruption) {
+    CLI::App* command = app.add_subcommand("model", "Look into a model.");
+    command->require_subcommand(1);
+
+    struct Arguments {
+        std::string file;
+        std::string units = "m";
+        double north = 0.0;
+        bool asJson = false;
+    };
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App* info = command->add_subcommand(
+        "info", "Print objects, groups and materials, extent and likely unit, closed bodies and "
+                "their winding, doubled and empty faces.");
+    info->add_option("FILE", arguments->file, "Model: OBJ, STL, PLY, glTF, CityJSON, ...")
+        ->required();
+    info->add_option("--units", arguments->units, "Length unit of the model")
+        ->type_name("NAME:{mm,cm,m,ft,in}")
+        ->capture_default_str();
+    info->add_option("--north", arguments->north,
+                     "Where true north lies in plan: degrees clockwise from the model's +Y")
+        ->check(numberCheck("degrees clockwise from the model's +Y"))
+        ->type_name("DEG")
+        ->capture_default_str();
+    info->add_flag("--json", arguments->asJson, "Print JSON");
+    info->callback([arguments, &interruption] {
+        study::MeshImportOptions import;
+        import.unit = study::lengthUnitOf("units", arguments->units);
+        const study::Mesh mesh =
+            study::importMesh(arguments->file, import, interruption.token());
+        const study::ModelInfo found =
+            study::modelInfo(mesh, study::place(arguments->file), import.unit);
+        printResult(arguments->asJson ? study::modelInfoJson(found, arguments->north)
+                                      : study::modelInfoText(found, arguments->north));
+    });
+}
+
+} // namespace insolate::app
