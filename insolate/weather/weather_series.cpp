@@ -29,6 +29,17 @@ class Findings {
 public:
     explicit Findings(std::string_view name) : m_name(name) {}
 
+    /// Counts an occurrence where there was one of the kind and field before; false where not, and
+    /// the sentence is yet to be made: files may have the same fault in each of a million lines.
+    bool countAgain(WeatherFindingKind kind, int field) {
+        const auto place = m_places.find({static_cast<int>(kind), field});
+        if (place == m_places.end()) {
+            return false;
+        }
+        ++m_list[place->second].count;
+        return true;
+    }
+
     /// Counts an occurrence; what and fix make the sentence of the first one.
     /// @param column of the file, counted from 1
     void add(WeatherFindingKind kind, int line, int field, const std::string& what,
@@ -136,8 +147,11 @@ struct Reader {
                        : missing;
         }
         const auto report = [&](WeatherFindingKind kind, const char* what, const char* fix) {
-            findings.add(kind, line, static_cast<int>(field), epwFieldText(fields, field) + what,
-                         fix, static_cast<int>(epwFieldInfo(field).column) + 1);
+            if (!findings.countAgain(kind, static_cast<int>(field))) {
+                findings.add(kind, line, static_cast<int>(field),
+                             epwFieldText(fields, field) + what, fix,
+                             static_cast<int>(epwFieldInfo(field).column) + 1);
+            }
         };
         if (value.state == EpwValue::NotANumber) {
             report(WeatherFindingKind::BadNumber, " is not a number",
