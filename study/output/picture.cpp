@@ -300,14 +300,12 @@ ModelImage drawModel(const Subject& subject, const Camera& camera, int width, in
         if (outline) {
             image.buffer.clear();
             painter.drawScene();
-            image.buffer.keepSceneEdges();
+            image.buffer.keepSceneEdges(stop);
             painter.drawCells(Surface::cellInFront);
         }
         image.coloredShare =
             static_cast<double>(image.buffer.cellSamples()) / (area * samples * samples);
-        throwIfStopped(stop);
-        image.buffer.darkenEdges();
-        throwIfStopped(stop);
+        image.buffer.darkenEdges(stop);
         return image;
     }
 }
@@ -538,7 +536,7 @@ std::size_t drawPicture(OutputFile& out, const Scene& scene, const SensorField& 
             drawModel(subject, camera, areaWidth, areaHeight, canvas.imageDetail(), stop);
         canvas.image(left, areaTop, areaWidth, areaHeight, image.detail,
                      [&](std::span<std::uint32_t> pixels, std::size_t stride) {
-                         image.buffer.resolve(paper, pixels, stride);
+                         image.buffer.resolve(paper, pixels, stride, stop);
                      });
         const Placement placement(camera, areaWidth, areaHeight);
         constexpr double almostNothing = 0.02;

@@ -1,5 +1,7 @@
 #include "study/output/z_buffer.h"
 
+#include "study/support/errors.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -192,9 +194,10 @@ void ZBuffer::compareNeighbours(std::size_t here, std::size_t there,
     }
 }
 
-std::vector<std::uint8_t> ZBuffer::edges() const {
+std::vector<std::uint8_t> ZBuffer::edges(const std::stop_token& stop) const {
     std::vector<std::uint8_t> marks(m_depth.size(), EdgeMark_None);
     for (int y = 0; y < m_rows; ++y) {
+        throwIfStopped(stop);
         for (int x = 0; x < m_columns; ++x) {
             const std::size_t here = indexOf(x, y);
             if (x + 1 < m_columns) {
@@ -208,8 +211,8 @@ std::vector<std::uint8_t> ZBuffer::edges() const {
     return marks;
 }
 
-void ZBuffer::keepSceneEdges() {
-    const std::vector<std::uint8_t> marks = edges();
+void ZBuffer::keepSceneEdges(const std::stop_token& stop) {
+    const std::vector<std::uint8_t> marks = edges(stop);
     for (std::size_t i = 0; i < marks.size(); ++i) {
         if (marks[i] != EdgeMark_None) {
             m_color[i] |= isSceneEdge;
@@ -217,8 +220,8 @@ void ZBuffer::keepSceneEdges() {
     }
 }
 
-void ZBuffer::darkenEdges() {
-    const std::vector<std::uint8_t> marks = edges();
+void ZBuffer::darkenEdges(const std::stop_token& stop) {
+    const std::vector<std::uint8_t> marks = edges(stop);
     for (std::size_t i = 0; i < marks.size(); ++i) {
         const bool overEdge = (m_color[i] & hidesEdge) != 0;
         if (marks[i] == EdgeMark_None && !overEdge) {
@@ -234,11 +237,12 @@ void ZBuffer::darkenEdges() {
     }
 }
 
-void ZBuffer::resolve(const Color& background, std::span<std::uint32_t> pixels,
-                      std::size_t stride) const {
+void ZBuffer::resolve(const Color& background, std::span<std::uint32_t> pixels, std::size_t stride,
+                      const std::stop_token& stop) const {
     const std::uint32_t empty = pack(background);
     const auto samples = static_cast<unsigned>(m_oversampling * m_oversampling);
     for (int y = 0; y < m_height; ++y) {
+        throwIfStopped(stop);
         for (int x = 0; x < m_width; ++x) {
             std::array<unsigned, 3> sum = {};
             for (int sub = 0; sub < m_oversampling * m_oversampling; ++sub) {

@@ -1,4 +1,5 @@
-/// A plain software rasteriser for the pictures: triangles into samples, the nearest one wins.
+/// A plain software rasteriser for the pictures: triangles into samples, the nearest one wins. What
+/// goes over all samples throws Stopped soon after its token asks to stop.
 #pragma once
 
 #include "study/model/scene.h"
@@ -7,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <stop_token>
 #include <vector>
 
 namespace insolate::study {
@@ -48,15 +50,15 @@ public:
     void clear();
 
     /// Remembers the edges of the scene as drawn so far, for cells drawn before it.
-    void keepSceneEdges();
+    void keepSceneEdges(const std::stop_token& stop = {});
 
     /// Darkens the samples where one surface ends before another, or folds by more than 25 degrees,
     /// and the remembered edges of the scene that cells were drawn over.
-    void darkenEdges();
+    void darkenEdges(const std::stop_token& stop = {});
 
     /// Averages the samples over `background` into 0xAARRGGBB pixels, `stride` pixels per row.
-    void resolve(const Color& background, std::span<std::uint32_t> pixels,
-                 std::size_t stride) const;
+    void resolve(const Color& background, std::span<std::uint32_t> pixels, std::size_t stride,
+                 const std::stop_token& stop = {}) const;
 
     static std::uint32_t pack(const Color& color);
 
@@ -70,7 +72,7 @@ private:
     }
     void compareNeighbours(std::size_t here, std::size_t there,
                            std::vector<std::uint8_t>& marks) const;
-    [[nodiscard]] std::vector<std::uint8_t> edges() const;
+    [[nodiscard]] std::vector<std::uint8_t> edges(const std::stop_token& stop) const;
 
     int m_width;
     int m_height;
