@@ -39,8 +39,7 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     info->callback([arguments, &interruption] {
         study::MeshImportOptions import;
         import.unit = study::lengthUnitOf("units", arguments->units);
-        const study::Mesh mesh =
-            study::importMesh(arguments->file, import, interruption.token());
+        const study::Mesh mesh = study::importMesh(arguments->file, import, interruption.token());
         const study::ModelInfo found =
             study::modelInfo(mesh, study::place(arguments->file), import.unit);
         printResult(arguments->asJson ? study::modelInfoJson(found, arguments->north)
