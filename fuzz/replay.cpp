@@ -5,7 +5,9 @@
 #include "fuzz_epw.cpp"
 #include "fuzz_masks.cpp"
 #include "fuzz_mesh.cpp"
+#include "fuzz_models.cpp"
 #include "fuzz_obj.cpp"
+#include "fuzz_reply.cpp"
 #include "fuzz_sensors.cpp"
 #include "fuzz_study.cpp"
 #include "fuzz_wea.cpp"
@@ -18,12 +20,18 @@
 
 int main(int count, char** words) {
     using Target = int (*)(const std::uint8_t*, std::size_t);
-    const std::map<std::string, Target> targets = {
-        {"cityjson", cityjson}, {"dates", dates},
-        {"epw", epw},           {"masks", masks},
-        {"mesh", mesh},         {"obj", obj},
-        {"sensors", sensors},   {"study", study},
-        {"wea", wea},           {"weather_check", weather_check}};
+    const std::map<std::string, Target> targets = {{"cityjson", cityjson},
+                                                   {"dates", dates},
+                                                   {"epw", epw},
+                                                   {"masks", masks},
+                                                   {"mesh", mesh},
+                                                   {"models", models},
+                                                   {"reply", reply},
+                                                   {"obj", obj},
+                                                   {"sensors", sensors},
+                                                   {"study", study},
+                                                   {"wea", wea},
+                                                   {"weather_check", weather_check}};
     if (count != 3 || !targets.contains(words[1])) {
         std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
         return 2;

@@ -261,7 +261,7 @@ private:
             farthest = std::max({farthest, std::abs(p.x), std::abs(p.y), std::abs(p.z)});
         }
         if (const double step = stepAt(farthest) * placement.largestScale(); std::isfinite(step)) {
-            m_mesh.precision.coordinateStep = std::max(m_mesh.precision.coordinateStep, step);
+            m_mesh.coordinateStep = std::max(m_mesh.coordinateStep, step);
         }
         Mesh::Face face;
         face.object = m_mesh.nameIndex(nodeName);

@@ -15,14 +15,6 @@
 
 namespace insolate::study {
 
-/// What the numbers of a model's file could hold of its shape.
-struct MeshPrecision {
-    /// From one coordinate to the next that the file can hold where its parts stand [m]; 0 for
-    /// formats in double precision. Map coordinates of 5,000 km have steps of half a metre.
-    double coordinateStep = 0.0;
-    std::size_t facesWithoutArea = 0;
-};
-
 /// Polygons over shared vertices, in metres, z up.
 struct INSOLATE_STUDY_EXPORT Mesh {
     static constexpr std::uint32_t unnamed = CellOrigin::unnamed;
@@ -40,7 +32,9 @@ struct INSOLATE_STUDY_EXPORT Mesh {
     std::vector<Face> faces;
     std::vector<std::string> names; ///< of objects, groups and materials, each once
     std::vector<std::string> notes; ///< what a person should know of how the file was read
-    MeshPrecision precision;
+    /// From one coordinate to the next that the file could hold where its parts stand [m]; 0 for
+    /// formats in double precision. Map coordinates of 5,000 km have steps of half a metre.
+    double coordinateStep = 0.0;
 
     [[nodiscard]] std::span<const std::uint32_t> cornersOf(const Face& face) const {
         return {corners.data() + face.firstCorner, face.cornerCount};

@@ -36,7 +36,7 @@ double metresIn(LengthUnit unit) {
 
 UpAxis defaultUpAxis(const std::filesystem::path& file) {
     const ModelFormat* format = modelFormatOf(file);
-    return format != nullptr && format->isYUp ? UpAxis::y : UpAxis::z;
+    return format != nullptr && format->arrivesYUp ? UpAxis::y : UpAxis::z;
 }
 
 Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up) {
@@ -60,10 +60,11 @@ ImportLimits defaultImportLimits(std::uintmax_t fileBytes) {
             .bytes = std::min(bytesAtLeast + bytesPerByte * fileBytes, memory / 5 * 4)};
 }
 
-namespace {
-
-/// Without the end of its header assimp reads a PLY for ever.
-void checkPlyHeader(InputFile& in, const std::filesystem::path& file) {
+void checkHeader(InputFile& in, const std::filesystem::path& file, const ModelFormat& format) {
+    if (format.extension != ".ply") {
+        return;
+    }
+    // Without the end of its header assimp reads a PLY for ever.
     constexpr int mostLines = 10'000;
     std::string line;
     for (int i = 0; i < mostLines && in.readLine(line); ++i) {
@@ -75,6 +76,8 @@ void checkPlyHeader(InputFile& in, const std::filesystem::path& file) {
                                 "damaged: export the model again",
                                 place(file)));
 }
+
+namespace {
 
 std::string formatNames() {
     std::string names;
@@ -104,9 +107,7 @@ Mesh readModel(const std::filesystem::path& file, const MeshImportOptions& optio
     if (format->extension == ".obj") {
         return readObj(file, stop);
     }
-    if (format->extension == ".ply") {
-        checkPlyHeader(in, file);
-    }
+    checkHeader(in, file, *format);
     return readInProcess(file, in.descriptor(), *format, options,
                          options.limits.value_or(defaultImportLimits(in.size())), stop);
 }
@@ -120,26 +121,6 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
     return placedMesh(std::move(mesh), file, options);
 }
 
-std::string precisionText(const Mesh& mesh, const std::filesystem::path& file) {
-    // Below a millimetre neither faces nor shadows change.
-    constexpr double worthTelling = 1.0e-3;
-    const MeshPrecision& precision = mesh.precision;
-    if (!(precision.coordinateStep >= worthTelling)) {
-        return {};
-    }
-    const ModelFormat* format = modelFormatOf(file);
-    return fmt::format(
-        "{}: {} keeps coordinates in single precision, in steps of {:.2g} m where this model "
-        "stands{}; move it to its origin before the export, or export it as OBJ",
-        place(file), format != nullptr ? format->name : "the format", precision.coordinateStep,
-        precision.facesWithoutArea == 0
-            ? ""
-            : fmt::format(", and {} {} no area", groupedDigits(precision.facesWithoutArea),
-                          counted(precision.facesWithoutArea, "face has", "faces have")));
-}
-
-namespace {
-
 std::size_t countFacesWithoutArea(const Mesh& mesh) {
     std::vector<Vector3> polygon;
     return static_cast<std::size_t>(
@@ -152,7 +133,23 @@ std::size_t countFacesWithoutArea(const Mesh& mesh) {
         }));
 }
 
-} // namespace
+std::string precisionText(const Mesh& mesh, const std::filesystem::path& file) {
+    // Below a millimetre neither faces nor shadows change.
+    constexpr double worthTelling = 1.0e-3;
+    if (!(mesh.coordinateStep >= worthTelling)) {
+        return {};
+    }
+    const ModelFormat* format = modelFormatOf(file);
+    const std::size_t flat = countFacesWithoutArea(mesh);
+    return fmt::format("{}: {} keeps coordinates in single precision, in steps of {:.2g} m where "
+                       "this model stands{}; move it to its origin before the export, or export "
+                       "it as OBJ",
+                       place(file), format != nullptr ? format->name : "the format",
+                       mesh.coordinateStep,
+                       flat == 0 ? ""
+                                 : fmt::format(", and {} {} no area", groupedDigits(flat),
+                                               counted(flat, "face has", "faces have")));
+}
 
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options) {
     if (mesh.faces.empty()) {
@@ -174,8 +171,7 @@ Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOp
         }
         mesh.vertices[i] = toModelAxes(v, scale, up);
     }
-    mesh.precision.coordinateStep *= scale;
-    mesh.precision.facesWithoutArea = countFacesWithoutArea(mesh);
+    mesh.coordinateStep *= scale;
     return mesh;
 }
 

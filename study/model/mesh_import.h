@@ -15,6 +15,9 @@
 
 namespace insolate::study {
 
+class InputFile;
+struct ModelFormat;
+
 enum class LengthUnit { millimetre, centimetre, metre, foot, inch };
 enum class UpAxis { y, z };
 
@@ -32,7 +35,7 @@ ImportLimits defaultImportLimits(std::uintmax_t fileBytes);
 
 struct MeshImportOptions {
     LengthUnit unit = LengthUnit::metre;
-    /// Absent: what the format says (glTF and Collada arrive y up), else z.
+    /// Absent: as models of the format arrive.
     std::optional<UpAxis> up = {};
     std::string lod = {}; ///< of a CityJSON model, "" for the highest (cityjson_reader.h)
     std::optional<ImportLimits> limits = {}; ///< absent: the default ones
@@ -54,11 +57,18 @@ INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file,
                                       const MeshImportOptions& options,
                                       const std::stop_token& stop = {});
 
+/// Faces whose corners lie in one point or one line, as happens where coordinates are too coarse.
+std::size_t countFacesWithoutArea(const Mesh& mesh);
+
 /// What a person should know of the precision that the file kept, "" when it is fine.
 INSOLATE_STUDY_EXPORT std::string precisionText(const Mesh& mesh,
                                                 const std::filesystem::path& file);
 
-/// The second half of the import: metres, z up, every coordinate checked.
+/// The cheap first part: what its importer would stumble over before it reads a face.
+/// @throws DataError when the header is cut off or damaged
+void checkHeader(InputFile& in, const std::filesystem::path& file, const ModelFormat& format);
+
+/// The last part of the import: metres, z up, every coordinate checked.
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);
 
 /// Reads Wavefront OBJ in double precision: map coordinates of some thousand kilometres keep their

@@ -86,7 +86,7 @@ void sendMesh(const Mesh& mesh, const ByteSink& sink) {
                                 .corners = mesh.corners.size(),
                                 .faces = mesh.faces.size(),
                                 .nameBytes = names.size(),
-                                .coordinateStep = mesh.precision.coordinateStep};
+                                .coordinateStep = mesh.coordinateStep};
     sink({reinterpret_cast<const char*>(&header), sizeof header});
     sendAll(mesh.vertices, sink);
     sendAll(mesh.corners, sink);
@@ -127,7 +127,7 @@ std::variant<Mesh, ImportRefusal> receiveReply(const ByteSource& source, std::ui
     require(std::isfinite(header.coordinateStep) && header.coordinateStep >= 0.0,
             "the precision is no distance");
     Mesh mesh;
-    mesh.precision.coordinateStep = header.coordinateStep;
+    mesh.coordinateStep = header.coordinateStep;
     receiveAll(mesh.vertices, header.vertices, source);
     receiveAll(mesh.corners, header.corners, source);
     receiveAll(mesh.faces, header.faces, source);

@@ -12,7 +12,8 @@ namespace insolate::study {
 struct ModelFormat {
     std::string_view extension; ///< in lower case, with its dot
     std::string_view name;      ///< "glTF"
-    bool isYUp = false;         ///< by the format's own rule
+    /// By the format's own rule, or because the reader turns what is z up in the file.
+    bool arrivesYUp = false;
 };
 
 /// OBJ is read by this library, all others by assimp in a process of its own. Of assimp's some
@@ -24,13 +25,13 @@ inline constexpr std::array<ModelFormat, 13> modelFormats = {{{".obj", "OBJ"},
                                                               {".gltf", "glTF", true},
                                                               {".glb", "glTF", true},
                                                               {".dae", "Collada", true},
-                                                              {".3ds", "3DS"},
+                                                              {".3ds", "3DS", true},
                                                               {".fbx", "FBX"},
-                                                              {".dxf", "DXF"},
+                                                              {".dxf", "DXF", true},
                                                               {".off", "OFF"},
                                                               {".3mf", "3MF"},
                                                               {".amf", "AMF"},
-                                                              {".ifc", "IFC"}}};
+                                                              {".ifc", "IFC", true}}};
 
 /// The format of the file's name, nullptr for any other.
 inline const ModelFormat* modelFormatOf(const std::filesystem::path& file) {

@@ -32,14 +32,19 @@ protected:
     int_type underflow() override {
         m_text.clear();
         m_firstLine = m_lastLine + 1;
-        std::string piece;
+        std::string& piece = m_piece;
         while (nextLine(piece)) {
             ++m_lastLine;
             while (!piece.empty() && (piece.back() == '\r' || piece.back() == '\0')) {
                 piece.pop_back();
             }
             if (piece.empty() || piece.back() != '\\') {
-                m_text += piece + '\n';
+                if (m_text.empty()) {
+                    m_text.swap(piece);
+                } else {
+                    m_text += piece;
+                }
+                m_text += '\n';
                 break;
             }
             piece.back() = ' ';
@@ -63,6 +68,12 @@ private:
             if (!m_in.readLine(m_rest)) {
                 return false;
             }
+            if (std::min(m_rest.find('\r'), m_rest.size()) + 1 >=
+                m_rest.size()) { // none, or the last
+                piece.swap(m_rest);
+                m_rest.clear();
+                return true;
+            }
         }
         const std::size_t end = std::min(m_rest.find('\r', m_restAt), m_rest.size());
         piece.assign(m_rest, m_restAt, end - m_restAt);
@@ -73,10 +84,21 @@ private:
     InputFile& m_in;
     std::string m_rest; ///< the file's line, and how far it was taken
     std::size_t m_restAt = 0;
+    std::string m_piece;
     std::string m_text;
     std::size_t m_firstLine = 0;
     std::size_t m_lastLine = 0;
 };
+
+/// Takes the next word off the text; an empty one at its end.
+std::string_view nextWord(std::string_view& text) {
+    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    const char* const end = text.data() + text.size();
+    const char* const first = std::find_if_not(text.data(), end, isBlank);
+    const char* const last = std::find_if(first, end, isBlank);
+    text.remove_prefix(static_cast<std::size_t>(last - text.data()));
+    return {first, static_cast<std::size_t>(last - first)};
+}
 
 struct ObjBuilder {
     Mesh mesh;
@@ -98,9 +120,7 @@ struct ObjBuilder {
         std::string_view rest = trimmed(source.text()).substr(1);
         double coordinates[3] = {};
         for (double& coordinate : coordinates) {
-            rest = trimmed(rest);
-            const std::string_view word = rest.substr(0, rest.find_first_of(" \t"));
-            rest.remove_prefix(word.size());
+            const std::string_view word = nextWord(rest);
             const auto number = parseNumber<double>(word);
             if (!number || !std::isfinite(*number)) {
                 fail(word.empty() ? "the vertex has less than three coordinates; mend the model "
@@ -118,9 +138,7 @@ struct ObjBuilder {
     /// The vertex number of the next corner of a face, such as 7 of "7/1/2". The loader's own
     /// numbers wrap around where they are too large and end before whatever is no digit.
     std::optional<std::int64_t> nextIndex(std::string_view& rest) {
-        rest = trimmed(rest);
-        const std::string_view corner = rest.substr(0, rest.find_first_of(" \t\r"));
-        rest.remove_prefix(corner.size());
+        const std::string_view corner = nextWord(rest);
         const std::string_view word = corner.substr(0, corner.find('/'));
         const auto number = parseNumber<std::int64_t>(word);
         if (!number) {

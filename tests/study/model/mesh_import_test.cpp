@@ -1,14 +1,24 @@
+#include "fuzz/memory_file.h"
+#include "study/files/input_file.h"
+#include "study/model/assimp_reader.h"
 #include "study/model/mesh_import.h"
+#include "study/model/model_formats.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <numbers>
 #include <numeric>
 #include <random>
+#include <set>
 #include <span>
+
+#include <sys/time.h>
+#include <unistd.h>
 
 namespace insolate::study {
 namespace {
@@ -213,9 +223,17 @@ TEST(MeshImport, NamesFilePlaceAndMendOfABadModel) {
              {"two.obj", triangle + "f 1 2\n", "two.obj:4: the face has less than three"},
              {"points.obj", triangle + "l 1 2\n", "points.obj: the model has no faces"},
              {"far.obj", "v 1e13 0 0\n" + triangle + "f 1 2 3\n", "far.obj: vertex 1"},
-             {"wide.obj", "\xFF\xFEv", "wide.obj: the text is UTF-16"},
-             {"empty.stl", "", "empty.stl: cannot be read as STL"},
-             {"model.xyz", "what", "model.xyz: models of this name"},
+             {"large.obj", triangle + "f 1 2 4294967299\n",
+              "large.obj:4: the face names vertex 42"},
+             {"larger.obj", triangle + "f 999999999999999999999 1 2\n", "4: '9999999999999999999"},
+             {"part.obj", triangle + "\nf 1 3.7 2\n", "part.obj:5: '3.7' is no number of a vertex"},
+             {"word.obj", triangle + "f 1/1 2/2 3abc/3\n", "word.obj:4: '3abc' is no number"},
+             {"mac.obj", "v 0 0 0\rv 1 0 0\rv 0 1 0\rf 1 2 4\r", "mac.obj:4: the face names"},
+             {"wide.stl", "\xFF\xFEs", "wide.stl: the text is UTF-16; save the model as UTF-8"},
+             {"empty.stl", "", "empty.stl: cannot be read as STL (File is empty)"},
+             {"model.blend", "BLENDER", "model.blend: models of this name's ending are not read"},
+             {"cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\n",
+              "cut.ply: the PLY header has no line end_header"},
              {"nan.ply",
               "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
               "property float z\nelement face 1\nproperty list uchar int vertex_indices\n"
@@ -232,9 +250,10 @@ TEST(MeshImport, NamesFilePlaceAndMendOfABadModel) {
 
 /// One triangle in the file's xy plane, under a node that moves by (10, 20, 30) and scales by 2;
 /// the buffer holds (0 0 0) (1 0 0) (0 1 0) and the indices 0 1 2.
-std::string gltfTriangle(const std::string& bufferUri) {
+std::string gltfTriangle(const std::string& bufferUri, const std::string& scale = "[2,2,2]") {
     return R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[
-{"name":"moved","translation":[10,20,30],"scale":[2,2,2],"children":[1]},{"name":"leaf","mesh":0}],
+{"name":"moved","translation":[10,20,30],"children":[1],"scale":)" +
+           scale + R"(},{"name":"leaf","mesh":0}],
 "meshes":[{"name":"part","primitives":[{"attributes":{"POSITION":0},"indices":1,"material":0}]}],
 "materials":[{"name":"paint"}],
 "accessors":[{"bufferView":0,"componentType":5126,"count":3,"type":"VEC3","min":[0,0,0],"max":[1,1,0]},
@@ -248,7 +267,7 @@ TEST(MeshImport, AppliesNodesUnitsAndUpAxis) {
     const StudyFolder folder;
     const std::string uri = "data:application/octet-stream;base64,"
                             "AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAAAAABAAIA";
-    const auto file = folder.write("a.gltf", gltfTriangle(uri));
+    const auto file = folder.write("a.gltf", gltfTriangle(uri, "[2,2,2]"));
     /// The second corner, (12, 20, 30) in the file.
     const auto expectCorner = [](const Mesh& mesh, double x, double y, double z) {
         const Vector3 p = mesh.vertices[mesh.cornersOf(mesh.faces.at(0))[1]];
@@ -257,8 +276,21 @@ TEST(MeshImport, AppliesNodesUnitsAndUpAxis) {
     const Mesh turned = importMesh(file, {});
     expectCorner(turned, 12.0, -30.0, 20.0);
     EXPECT_THAT(turned.names, testing::IsSupersetOf({"leaf", "part", "paint"}));
-    expectCorner(importMesh(file, {.unit = LengthUnit::foot, .up = UpAxis::z}), 12 * 0.3048,
-                 20 * 0.3048, 30 * 0.3048);
+    for (const auto& [unit, metres] : {std::pair{LengthUnit::millimetre, 0.001},
+                                       {LengthUnit::centimetre, 0.01},
+                                       {LengthUnit::metre, 1.0},
+                                       {LengthUnit::foot, 0.3048},
+                                       {LengthUnit::inch, 0.0254}}) {
+        expectCorner(importMesh(file, {.unit = unit, .up = UpAxis::z}), 12 * metres, 20 * metres,
+                     30 * metres);
+    }
+    // A mirroring node turns its faces inside out, unless their corners are turned as well.
+    const Mesh mirrored = importMesh(folder.write("m.gltf", gltfTriangle(uri, "[-2,2,2]")), {});
+    std::vector<Vector3> corners;
+    for (const std::uint32_t corner : mirrored.cornersOf(mirrored.faces.at(0))) {
+        corners.push_back(mirrored.vertices[corner]);
+    }
+    EXPECT_LT(areaVector(corners).y, 0.0); // the file's +Z
 
     // The same through a file beside it, and one outside its folder that must not be opened.
     const std::string bytes("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x80\x3f\0\0\0\0\0\0\0\0\0\0\0\0"
@@ -270,6 +302,114 @@ TEST(MeshImport, AppliesNodesUnitsAndUpAxis) {
     expectCorner(importMesh(folder.write("in/b.gltf", gltfTriangle("b.bin")), {}), 12.0, -30.0,
                  20.0);
     EXPECT_THROW(importMesh(folder.write("in/c.gltf", gltfTriangle("../out.bin")), {}), DataError);
+    std::filesystem::create_symlink("../out.bin", folder.path() / "in/link.bin");
+    EXPECT_THROW(importMesh(folder.write("in/d.gltf", gltfTriangle("link.bin")), {}), DataError);
+}
+
+/// The file of fuzz/corpus/models as a model of its format.
+struct Seed {
+    std::filesystem::path file;
+    const ModelFormat& format;
+    std::string content;
+};
+std::vector<Seed> seeds() {
+    const std::filesystem::path source = std::getenv("INSOLATE_SOURCE_DIR");
+    std::vector<Seed> result;
+    for (const auto& entry : std::filesystem::directory_iterator(source / "fuzz/corpus/models")) {
+        const std::string bytes = test::readFile(entry.path());
+        const ModelFormat& format = modelFormats.at(static_cast<unsigned char>(bytes.at(0)));
+        result.push_back({entry.path().filename().string() + std::string(format.extension), format,
+                          bytes.substr(1)});
+    }
+    return result;
+}
+
+TEST(MeshImport, ReadsEachFormatStanding) {
+    const StudyFolder folder;
+    std::set<std::string_view> read;
+    for (const Seed& seed : seeds()) {
+        SCOPED_TRACE(seed.file);
+        const Mesh mesh = importMesh(folder.write(seed.file, seed.content), {});
+        // All hold the level triangle (0 0 0) (10 0 0) (0 10 0); in glTF, whose y is up, it stands.
+        ASSERT_EQ(mesh.faces.size(), 1U);
+        std::vector<Vector3> corners;
+        for (const std::uint32_t corner : mesh.cornersOf(mesh.faces[0])) {
+            corners.push_back(mesh.vertices[corner]);
+        }
+        const Vector3 area = areaVector(corners);
+        const bool stands = seed.format.name == "glTF";
+        EXPECT_NEAR(stands ? -area.y : area.z, 100.0, 1e-3);
+        EXPECT_NEAR(length(area), 100.0, 1e-3);
+        read.insert(seed.format.extension);
+    }
+    EXPECT_EQ(read.size(), modelFormats.size());
+}
+
+TEST(MeshImport, ReadsOrRefusesWhatIsCutOffInTime) {
+    const StudyFolder folder;
+    const auto readCut = [&](const Seed& seed, std::size_t length) {
+        const fuzz::MemoryFile cut(seed.content.data(), length);
+        try {
+            InputFile in(cut.name(), inputKinds::model);
+            checkHeader(in, seed.file, seed.format);
+            placedMesh(seed.format.extension == ".obj" ? readObj(cut.name())
+                                                       : readWithAssimp(seed.file, in.descriptor()),
+                       seed.file, {});
+        } catch (const DataError&) {
+        }
+    };
+    const auto readEachCut = [&](const Seed& seed) {
+        itimerval twoSeconds = {}; // of processor time
+        twoSeconds.it_value.tv_sec = 2;
+        for (std::size_t length = 0; length < seed.content.size(); ++length) {
+            std::fprintf(stderr, "%zu bytes\n", length);
+            setitimer(ITIMER_PROF, &twoSeconds, nullptr);
+            readCut(seed, length);
+        }
+        _exit(0);
+    };
+    for (const Seed& seed : seeds()) {
+        SCOPED_TRACE(seed.file);
+        // Every cut, without the import program around the reader, in a process that may fail.
+        EXPECT_EXIT(readEachCut(seed), testing::ExitedWithCode(0), "");
+        // Some as a run reads them.
+        for (std::size_t length = 1; length < seed.content.size(); length += 97) {
+            const auto file = folder.write(seed.file, seed.content.substr(0, length));
+            EXPECT_THAT(messageOf([&] { importMesh(file, {}); }),
+                        testing::Not(HasSubstr("importer")));
+        }
+    }
+}
+
+TEST(MeshImport, ReportsWhatSinglePrecisionCost) {
+    // Triangles of 0.2 m in map coordinates: single precision has steps of half a metre there.
+    const auto strip = [](double x, double y, const char* name, bool asObj) {
+        std::string points;
+        std::string faces;
+        for (int i = 0; i < 40; ++i) {
+            points += fmt::format("{}{} {} 0\n", asObj ? "v " : "", x + 0.1 * i, y + 0.2 * (i % 2));
+            if (i >= 2) {
+                faces += fmt::format("{} {} {} {}\n", asObj ? "f" : "3", i - 2 + asObj,
+                                     i - 1 + asObj, i + asObj);
+            }
+        }
+        static const StudyFolder folder;
+        return folder.write(name, (asObj ? "" : "OFF\n40 38 0\n") + points + faces);
+    };
+    const auto text = [](const std::filesystem::path& file, LengthUnit unit) {
+        return precisionText(importMesh(file, {.unit = unit}), file);
+    };
+    const auto far = strip(5e6, 5e6, "far.off", false);
+    const Mesh mesh = importMesh(far, {});
+    EXPECT_EQ(mesh.coordinateStep, 0.5);
+    EXPECT_EQ(countFacesWithoutArea(mesh), 38U);
+    EXPECT_THAT(text(far, LengthUnit::metre), HasSubstr("steps of 0.5 m where this model stands, "
+                                                        "and 38 faces have no area; move"));
+    EXPECT_THAT(text(far, LengthUnit::millimetre), testing::IsEmpty());
+    EXPECT_THAT(text(strip(0, 0, "near.off", false), LengthUnit::metre), testing::IsEmpty());
+    const auto exact = strip(5e6, 5e6, "far.obj", true);
+    EXPECT_EQ(countFacesWithoutArea(importMesh(exact, {})), 0U);
+    EXPECT_THAT(text(exact, LengthUnit::metre), testing::IsEmpty());
 }
 
 } // namespace

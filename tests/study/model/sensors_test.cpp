@@ -110,10 +110,11 @@ TEST(SensorGrid, LeavesOutFacesWithoutAreaAndTreatsWarpedQuadsAsTriangles) {
 }
 
 TEST(SensorGrid, NeedlesAndEndlessCoordinatesGiveFewCells) {
-    // A kite whose long edges meet: rows and columns would be 8,000 times 8,000. A flat triangle:
-    // halving would cover its length thirty times.
+    // A convex sliver whose long edges meet: rows and columns would be 8,000 times 8,000. A kite
+    // that is not convex. A flat triangle: halving would cover its length thirty times.
     const SensorGridOptions options{.spacing = 5.0};
-    for (const Mesh& mesh : {meshOf({{{0, 0, 0}, {40000, 3, 0}, {1, 3, 0}, {1, 2, 0}}}),
+    for (const Mesh& mesh : {meshOf({{{0, 0, 0}, {40000, 0, 0}, {80000, 3, 0}, {40000, 3, 0}}}),
+                             meshOf({{{0, 0, 0}, {40000, 3, 0}, {1, 3, 0}, {1, 2, 0}}}),
                              meshOf({{{0, 0, 0}, {860, 1e-3, 0}, {86000, 0, 0}}})}) {
         const std::size_t cells = cutAll(mesh, options).field.size();
         EXPECT_LT(cells, 50'000U);
@@ -125,6 +126,13 @@ TEST(SensorGrid, NeedlesAndEndlessCoordinatesGiveFewCells) {
     const Mesh far =
         meshOf({{{9e11, 9e11, 0}, {9e11 + 4 * step, 9e11, 0}, {9e11, 9e11 + 4 * step, 0}}});
     EXPECT_LT(cutAll(far, {.spacing = 1e-6}).field.size(), 100U);
+}
+
+TEST(SensorGrid, OffsetSuitsTheScene) {
+    EXPECT_EQ(defaultSensorOffset({30, 5, 2}), 0.05);
+    EXPECT_EQ(defaultSensorOffset({0, 0, 0}), 0.05);
+    EXPECT_DOUBLE_EQ(defaultSensorOffset({0.1, 0.3, 0.2}), 0.003);
+    EXPECT_DOUBLE_EQ(defaultSensorOffset({4.999999, 0, 0}), 0.04999999);
 }
 
 TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
@@ -140,8 +148,10 @@ TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
     EXPECT_NEAR(field.normals[0].y, 1.0, 1e-12);
     EXPECT_NEAR(field.positions[2].z, 0.002, 1e-12);
     EXPECT_NEAR(field.normals[2].y, -1.0, 1e-12);
-    const SensorField bare =
-        readSensorCsv(folder.write("b.csv", "1,2,3\n"), LengthUnit::metre, UpAxis::z);
+    const SensorField bare = readSensorCsv(folder.write("b.csv", "\xEF\xBB\xBF"
+                                                                 "1,2,3\n"),
+                                           LengthUnit::metre, UpAxis::z);
+    ASSERT_EQ(bare.size(), 1U) << "a byte order mark makes no header of numbers";
     EXPECT_EQ(bare.normals[0].x, 0.0);
     EXPECT_EQ(bare.positions[0].z, 3.0);
 }
