@@ -30,7 +30,8 @@ INSOLATE_FUZZ_TARGET(reply)(const std::uint8_t* bytes, std::size_t size) {
         if (Mesh* mesh = std::get_if<Mesh>(&received)) {
             // What was received is sent as it came.
             std::string again;
-            sendMesh(*mesh, [&](std::span<const char> some) { again.append(some.begin(), some.end()); });
+            sendMesh(*mesh,
+                     [&](std::span<const char> some) { again.append(some.begin(), some.end()); });
             insolate::fuzz::require(again == reply.substr(0, at), "a mesh has one form");
             insolate::fuzz::checkMesh(std::move(*mesh), UpAxis::z);
         }

@@ -20,18 +20,11 @@
 
 int main(int count, char** words) {
     using Target = int (*)(const std::uint8_t*, std::size_t);
-    const std::map<std::string, Target> targets = {{"cityjson", cityjson},
-                                                   {"dates", dates},
-                                                   {"epw", epw},
-                                                   {"masks", masks},
-                                                   {"mesh", mesh},
-                                                   {"models", models},
-                                                   {"reply", reply},
-                                                   {"obj", obj},
-                                                   {"sensors", sensors},
-                                                   {"study", study},
-                                                   {"wea", wea},
-                                                   {"weather_check", weather_check}};
+    const std::map<std::string, Target> targets = {
+        {"cityjson", cityjson}, {"dates", dates}, {"epw", epw},
+        {"masks", masks},       {"mesh", mesh},   {"models", models},
+        {"reply", reply},       {"obj", obj},     {"sensors", sensors},
+        {"study", study},       {"wea", wea},     {"weather_check", weather_check}};
     if (count != 3 || !targets.contains(words[1])) {
         std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
         return 2;

@@ -24,7 +24,8 @@ void addWeatherCommand(CLI::App& app) {
     CLI::App* info = command->add_subcommand(
         "info", "Print site, monthly and annual sums, and what looks wrong in the file.\n"
                 "Fails when 'insolate run' would not take the file.");
-    info->add_option("FILE", arguments->from, "Weather file: .epw, .wea or .mra")->required();
+    info->add_option("FILE", arguments->from, "Weather file of any format that is read")
+        ->required();
     info->callback([arguments] {
         const WeatherInfo found = weatherInfo(arguments->from);
         printResult(found.text);
@@ -33,9 +34,10 @@ void addWeatherCommand(CLI::App& app) {
         }
     });
 
-    CLI::App* convert =
-        command->add_subcommand("convert", "Write an .epw file as .wea, which loads faster.");
-    convert->add_option("FROM", arguments->from, "Weather file: .epw")->required();
+    CLI::App* convert = command->add_subcommand(
+        "convert", "Write a weather file as .wea of this program, which loads faster.");
+    convert->add_option("FROM", arguments->from, "Weather file of any format that is read")
+        ->required();
     convert->add_option("TO", arguments->to, "File to write: .wea")->required();
     convert->add_flag("--allow-gaps", arguments->allowGaps,
                       "Store hours without weather data as hours without radiation");

@@ -16,6 +16,7 @@ namespace {
 constexpr float missing = std::numeric_limits<float>::quiet_NaN();
 constexpr std::array<int, 12> monthLengths{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 constexpr std::size_t largestFile = std::size_t{512} << 20;
+constexpr std::size_t mostRecords = std::size_t{2} * 60 * 8784;
 
 /// More than the sun gives anywhere on the ground, reflecting clouds included [W/m2].
 constexpr double plausibleRadiation = 2000.0;
@@ -193,6 +194,10 @@ struct Reader {
             } else if (kind == EpwLineKind::DataPeriods) {
                 recordsAnHour = std::max(epwWholeNumber(fields[2]).value_or(0), 0);
             } else if (kind == EpwLineKind::Record) {
+                if (records.size() == mostRecords) {
+                    return fail(WeatherFindingKind::TooLarge, line,
+                                "more records than two years have minutes", "give one year");
+                }
                 readRecord(fields);
             } else if (kind == EpwLineKind::Unknown && !records.empty()) {
                 findings.add(WeatherFindingKind::BadLine, line, 0,

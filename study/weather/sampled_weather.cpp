@@ -13,8 +13,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr double hoursOfYear = hoursPerYear;
-
 /// The clock of the samples: step k lies at (k + phase) / perHour hours of the year.
 struct SampleClock {
     int perHour = 1;
@@ -64,14 +62,42 @@ SampleClock clockOf(const std::vector<double>& times, const WeatherSample& first
     return clock;
 }
 
-bool isDark(double hourOfYear, const WeatherSite& site) {
-    // Below a degree there is hardly light, and programs differ on when the sun rises.
-    constexpr double low = std::numbers::pi / 180.0;
-    const MonthAndDay date = monthAndDay(static_cast<int>(hourOfYear / 24.0));
-    const double hour = std::fmod(hourOfYear, 24.0);
-    const Site where{site.latitude, site.longitude, site.timeZone, site.elevation};
-    return sunPosition(julianDay(2001, date.month, date.day, hour - site.timeZone), where)
-               .geometricAltitude < low;
+/// Whether the sun is down at an hour of the year. Its height is taken at whole hours, when asked
+/// for, and between them on a line: years of minutes with most rows left out cost no more.
+class Nights {
+public:
+    explicit Nights(const WeatherSite& site)
+        : m_site{site.latitude, site.longitude, site.timeZone, site.elevation},
+          m_altitudes(hoursPerYear + 1, unknownValue) {}
+
+    [[nodiscard]] bool isDark(double hourOfYear) {
+        // Below a degree there is hardly light, and programs differ on when the sun rises.
+        constexpr double low = std::numbers::pi / 180.0;
+        const double hour = std::clamp(hourOfYear, 0.0, hoursPerYear - 1.0e-6);
+        const auto before = static_cast<std::size_t>(hour);
+        const double part = hour - static_cast<double>(before);
+        return (1.0 - part) * altitudeAt(before) + part * altitudeAt(before + 1) < low;
+    }
+
+private:
+    double altitudeAt(std::size_t hour) {
+        double& altitude = m_altitudes[hour];
+        if (std::isnan(altitude)) {
+            altitude =
+                sunPosition(julianDay(2001, 1, 1, static_cast<double>(hour) - m_site.timeZone),
+                            m_site)
+                    .geometricAltitude;
+        }
+        return altitude;
+    }
+
+    Site m_site;
+    std::vector<double> m_altitudes;
+};
+
+/// Whether the value is there: from 9,999 W/m2 up it stands for a missing one, as in EPW files.
+bool isRadiation(float value) {
+    return value < 9999.0f;
 }
 
 /// Mean of what is there; complete where nothing is missing.
@@ -91,6 +117,16 @@ struct HourMean {
 };
 
 } // namespace
+
+void addSample(SampledWeather& weather, const WeatherSample& sample,
+               const std::filesystem::path& file) {
+    constexpr std::size_t mostSamples = std::size_t{2} * 60 * 8784;
+    if (weather.samples.size() == mostSamples) {
+        throw DataError(fmt::format("{}: more rows than two years have minutes; give one year",
+                                    place(file, sample.line)));
+    }
+    weather.samples.push_back(sample);
+}
 
 void checkSite(const WeatherSite& site, const std::filesystem::path& file, std::size_t line) {
     const auto check = [&](double value, double low, double high, std::string_view name,
@@ -161,6 +197,7 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
     std::vector<float> pressure = direct;
     std::vector<double> albedo(hoursPerYear, static_cast<double>(unknownValue));
     std::vector<std::int16_t> years(hoursPerYear, 0);
+    Nights night(report.site);
     std::size_t nights = 0;
     std::size_t line = 0;
     for (std::size_t hour = 0; hour < hoursPerYear; ++hour) {
@@ -172,8 +209,7 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
             const WeatherSample* sample = sampleOf[step];
             if (sample == nullptr) {
                 const double time = (static_cast<double>(step) + clock.phase) / clock.perHour;
-                if (weather.nightsMayBeLeftOut &&
-                    isDark(std::clamp(time, 0.0, hoursOfYear), report.site)) {
+                if (weather.nightsMayBeLeftOut && night.isDark(time)) {
                     ++nights;
                     means[0].add(0.0f);
                     means[1].add(0.0f);
@@ -183,14 +219,14 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
                 continue;
             }
             years[hour] = static_cast<std::int16_t>(sample->year);
-            if (std::isnan(sample->direct) || std::isnan(sample->diffuse)) {
+            if (!isRadiation(sample->direct) || !isRadiation(sample->diffuse)) {
                 holed = holed == 0 ? sample->line : holed;
             }
             const float values[7] = {sample->direct,  sample->diffuse,  sample->global,
                                      sample->dryBulb, sample->dewPoint, sample->pressure,
                                      sample->albedo};
             for (std::size_t v = 0; v < 7; ++v) {
-                means[v].add(values[v]);
+                means[v].add(v > 2 || isRadiation(values[v]) ? values[v] : unknownValue);
             }
         }
         const auto index = static_cast<int>(hour);

@@ -35,6 +35,10 @@ struct SampledWeather {
     bool nightsMayBeLeftOut = false;
 };
 
+/// @throws DataError when there are more samples than two years have minutes
+void addSample(SampledWeather& weather, const WeatherSample& sample,
+               const std::filesystem::path& file);
+
 /// The samples' own steps are found, equal parts of an hour or hours; several of an hour are
 /// averaged, of several for the same time the last one holds. WeatherSeries::sampleOffset says
 /// where in its hour a value stands.

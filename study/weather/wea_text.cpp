@@ -196,7 +196,7 @@ private:
             sample.direct /= sunEfficacy;
             sample.diffuse /= skyEfficacy;
         }
-        m_result.weather.samples.push_back(sample);
+        addSample(m_result.weather, sample, m_file);
     }
 
     void note(std::string_view text) {

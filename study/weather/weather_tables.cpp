@@ -187,7 +187,7 @@ SampledWeather readTmy3(const WeatherInput& input) {
         sample.dewPoint = table.value("dew-point");
         sample.pressure = table.value("pressure") * 100.0f; // mbar
         sample.albedo = table.value("alb");
-        weather.samples.push_back(sample);
+        addSample(weather, sample, input.file);
     }
     return weather;
 }
@@ -249,7 +249,7 @@ SampledWeather readNsrdb(const WeatherInput& input) {
         sample.dewPoint = table.value("dew point");
         sample.pressure = table.value("pressure") * 100.0f; // mbar
         sample.albedo = table.value("surface albedo");
-        weather.samples.push_back(sample);
+        addSample(weather, sample, input.file);
     }
     return weather;
 }
@@ -315,7 +315,7 @@ SampledWeather readPvgis(const WeatherInput& input) {
         sample.global = table.value("g(h)");
         sample.dryBulb = table.value("t2m");
         sample.pressure = table.value("sp");
-        weather.samples.push_back(sample);
+        addSample(weather, sample, input.file);
     }
     return weather;
 }

@@ -51,7 +51,8 @@ TEST_F(ImportProcessTest, SaysHowTheProgramFailed) {
           {"printf INSOMSH1", "ended without a reply"},
           {"printf '%080d' 0", "gave a wrong reply (it does not begin"},
           {"kill -XCPU $$", "did not finish within 20.0 s"}}) {
-        EXPECT_THAT(message(with(script)), HasSubstr(std::string("a.stl: the STL importer ") + what))
+        EXPECT_THAT(message(with(script)),
+                    HasSubstr(std::string("a.stl: the STL importer ") + what))
             << script;
     }
     const auto start = Clock::now();
@@ -84,8 +85,9 @@ TEST_F(ImportProcessTest, TakesNothingOfTheHostAlong) {
     sigfillset(&blocked);
     pthread_sigmask(SIG_SETMASK, &blocked, &before);
     const auto handler = std::signal(SIGTERM, SIG_IGN);
-    EXPECT_THAT(messageOf([&] { importMesh(model, with("ls /proc/self/fd > files; kill -TERM $$")); }),
-                HasSubstr("failed (Terminated)"))
+    EXPECT_THAT(
+        messageOf([&] { importMesh(model, with("ls /proc/self/fd > files; kill -TERM $$")); }),
+        HasSubstr("failed (Terminated)"))
         << "signals are held back or ignored as in the host";
     std::signal(SIGTERM, handler);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -103,7 +105,8 @@ TEST_F(ImportProcessTest, BoundsWhatHangsNestsAndGrows) {
                                   {.seconds = 0.5, .bytes = 1U << 29U}, {});
                 }),
                 HasSubstr("a.ply: the PLY importer did not finish within 500 ms"));
-    std::string nodes = R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[)";
+    std::string nodes =
+        R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[)";
     for (int i = 1; i <= 20'000; ++i) {
         nodes += fmt::format("{{\"children\":[{}]}},", i);
     }
@@ -147,7 +150,9 @@ TEST(MeshWire, RefusesWhateverIsNoMesh) {
     Mesh mesh;
     mesh.vertices = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0.125}};
     mesh.corners = {0, 1, 2};
-    mesh.faces = {{.firstCorner = 0, .cornerCount = 3, .object = mesh.nameIndex("wall"),
+    mesh.faces = {{.firstCorner = 0,
+                   .cornerCount = 3,
+                   .object = mesh.nameIndex("wall"),
                    .material = mesh.nameIndex("red")}};
     mesh.coordinateStep = 0.25;
     std::string sent;
@@ -177,23 +182,23 @@ TEST(MeshWire, RefusesWhateverIsNoMesh) {
     constexpr std::size_t corners = header + 72;
     constexpr std::size_t face = corners + 12;
     constexpr std::size_t names = face + 20;
-    for (const Change& change : std::initializer_list<Change>{
-             {7, '0', 1, "does not begin"},
-             {8, 9, 4, "no known kind"},
-             {12, 3, 4, "a name is missing"},
-             {12, 1, 4, "more names"},
-             {16, 1ULL << 60U, 8, "a count is too large"},
-             {24, 250, 8, "the mesh is too large"},
-             {32, 2, 8, "cut"},
-             {40, 1ULL << 60U, 8, "a count is too large"},
-             {48, 0x7FF0ULL << 48U, 8, "the precision is no distance"},
-             {corners + 8, 3, 4, "a corner is no vertex"},
-             {face, 1, 4, "corners are not in order"},
-             {face + 4, 2, 4, "corners are not in order"},
-             {face + 4, 4, 4, "corners are left over or missing"},
-             {face + 8, 2, 4, "a name that is not there"},
-             {face + 16, 7, 4, "a name that is not there"},
-             {names, 0, 1, "a name is empty or comes twice"}}) {
+    for (const Change& change :
+         std::initializer_list<Change>{{7, '0', 1, "does not begin"},
+                                       {8, 9, 4, "no known kind"},
+                                       {12, 3, 4, "a name is missing"},
+                                       {12, 1, 4, "more names"},
+                                       {16, 1ULL << 60U, 8, "a count is too large"},
+                                       {24, 250, 8, "the mesh is too large"},
+                                       {32, 2, 8, "cut"},
+                                       {40, 1ULL << 60U, 8, "a count is too large"},
+                                       {48, 0x7FF0ULL << 48U, 8, "the precision is no distance"},
+                                       {corners + 8, 3, 4, "a corner is no vertex"},
+                                       {face, 1, 4, "corners are not in order"},
+                                       {face + 4, 2, 4, "corners are not in order"},
+                                       {face + 4, 4, 4, "corners are left over or missing"},
+                                       {face + 8, 2, 4, "a name that is not there"},
+                                       {face + 16, 7, 4, "a name that is not there"},
+                                       {names, 0, 1, "a name is empty or comes twice"}}) {
         std::string bytes = sent;
         std::memcpy(bytes.data() + change.at, &change.value, change.size);
         EXPECT_THAT(messageOf([&] { receive(bytes); }), HasSubstr(change.fault)) << change.at;

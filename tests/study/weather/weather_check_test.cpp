@@ -21,7 +21,7 @@ std::string verdict(const std::filesystem::path& file, bool allowGaps = false) {
         requireCompleteYear(inspectWeatherFile(file), file, allowGaps);
         return {};
     } catch (const DataError& error) {
-        EXPECT_THAT(error.what(), HasSubstr("; ")) << "no mend";
+        EXPECT_THAT(error.what(), HasSubstr("; ")) << "no fix";
         return error.what();
     }
 }

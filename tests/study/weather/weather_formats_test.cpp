@@ -312,6 +312,8 @@ TEST(WeatherFormats, BadFilesAreRefusedWithLineAndFix) {
              {test::withLine(goodWea, 100, "1 4", "2 30"), "f:100: there is no day 30 in month 2"},
              {test::withLine(goodWea, 100, "21.500", "21.700"), "f:100: the record at 21.7 h does"},
              {test::withLine(goodWea, 100, "21.500", "20.500"), "f:100: the hour was given before"},
+             {test::withLine(goodWea, 115, "12.500", "12.500 1e30"),
+              "f:115: radiation is missing in 1"},
              {without(goodWea, 115),
               "f:114: 1 of the year's 8760 hours is missing: 5 January, 12:"},
              {goodWea.substr(0, goodWea.find("\n1 1 ") + 1), "f: the file holds no hourly data"},
