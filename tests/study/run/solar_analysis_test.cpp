@@ -93,6 +93,31 @@ protected:
     SkyVisibilityStore* saved = nullptr;
 };
 
+TEST_F(StudyTest, ScenesOfCentimetresGiveWhatBuildingsGive) {
+    takeWeather(test::clearYear());
+    const auto [scene, field] = courtAt({});
+    const auto shrunk = [](std::vector<Vector3> points) {
+        for (Vector3& p : points) {
+            p = p * 0.01;
+        }
+        return points;
+    };
+    const Scene small = {shrunk(scene.vertices)};
+    SensorField smallField = field;
+    smallField.positions = shrunk(field.positions);
+    for (const char* method : {"hourly", "cumulative-sky"}) {
+        options.method = method;
+        for (const RayMethod way : {RayMethod::fast, RayMethod::octree}) {
+            rays = way;
+            const std::vector<float> wanted = calculate(scene, field)["total"];
+            const std::vector<float> got = calculate(small, smallField)["total"];
+            for (std::size_t i = 0; i < wanted.size(); ++i) {
+                EXPECT_NEAR(got[i] / wanted[i], 1.0, 1e-3) << method << ' ' << i;
+            }
+        }
+    }
+}
+
 TEST_F(StudyTest, NorthTurnsClockwiseFromModelY) {
     takeWeather(afternoonYear());
     for (const auto& [method, tolerance] :
