@@ -66,7 +66,7 @@ private:
 /// halves above.
 namespace skyZones {
 inline constexpr std::size_t count = 32;
-inline constexpr std::size_t mostPatches = 12; // of a zone
+inline constexpr std::size_t mostPatches = 12; ///< of a zone
 
 struct Table {
     /// The zones' patches, a first one of each zone, then a second; filled up with an empty one.
