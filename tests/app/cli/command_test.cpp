@@ -165,7 +165,8 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     const std::string base = "run --scene court.obj --weather good.epw --out out ";
     const std::string scene = "run --scene court.obj --out out --weather ";
     for (const Case& c : std::vector<Case>{
-             {"", 2, "a subcommand is missing; give one of run, sky, model, sun, weather; see 'insolate "},
+             {"", 2,
+              "a subcommand is missing; give one of run, sky, model, sun, weather; see 'insolate "},
              {"fly", 2, "'fly'; choose from run, sky, model, sun, weather; see 'insolate --help'"},
              {"runn --out out", 2, "no subcommand 'runn'; did you mean 'run'?"},
              {"weather inof good.epw", 2, "did you mean 'info'?"},

@@ -29,7 +29,8 @@ TEST_F(InputFileTest, GivesLinesBytesAndPlaces) {
     const auto file = folder.write("a.obj", "one\n\n" + long_ + "\nlast");
     InputFile in(file, inputKinds::model);
     std::string line;
-    for (const std::string& expected : {std::string("one"), std::string(), long_, std::string("last")}) {
+    for (const std::string& expected :
+         {std::string("one"), std::string(), long_, std::string("last")}) {
         ASSERT_TRUE(in.readLine(line));
         EXPECT_EQ(line, expected);
     }
@@ -63,8 +64,9 @@ TEST_F(InputFileTest, RefusesWhatIsNoFileOfItsKindAtOnce) {
              {"/dev/zero", inputKinds::weather, "it is no regular file"},
              {"/dev/zero", inputKinds::study, "more than 4096 kB is too much for a study file; "},
              {"/dev/zero", inputKinds::sensorTable, ":1: the line has more than 63 kB"},
-             {"sparse", inputKinds::weather, "8192 MB are too much for a weather file, which may "
-                                             "have 256 MB; check"},
+             {"sparse", inputKinds::weather,
+              "8192 MB are too much for a weather file, which may "
+              "have 256 MB; check"},
              {"sparse", inputKinds::sensorTable, "sparse:1: the line has more than 63 kB"}}) {
         EXPECT_THAT(messageOf([&] {
                         InputFile in(folder.path() / c.file, c.kind);
@@ -82,8 +84,9 @@ TEST_F(InputFileTest, RefusesWhatIsNoFileOfItsKindAtOnce) {
                                          {"\xFF\xFE\0\0"s, "UTF-32"},
                                          {"\0\0\xFE\xFF"s, "UTF-32"}}) {
         const auto file = folder.write("wide", mark);
-        EXPECT_THAT(messageOf([&] { InputFile(file, inputKinds::study); }),
-                    HasSubstr(std::string("the text is ") + encoding + "; save the study file as UTF-8"));
+        EXPECT_THAT(
+            messageOf([&] { InputFile(file, inputKinds::study); }),
+            HasSubstr(std::string("the text is ") + encoding + "; save the study file as UTF-8"));
         EXPECT_EQ(InputFile(file, inputKinds::masks).readAll(), mark);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
@@ -120,12 +123,13 @@ TEST_F(InputFileTest, EndlessPipesReachTheirLimit) {
         }
     });
     std::string line;
-    EXPECT_THAT(messageOf([&] {
-                    InputFile in(pipe, inputKinds::sensorTable);
-                    while (in.readLine(line)) {
-                    }
-                }),
-                AllOf(HasSubstr("pipe: more than 64 MB is too much for a sensor table from a pipe")));
+    EXPECT_THAT(
+        messageOf([&] {
+            InputFile in(pipe, inputKinds::sensorTable);
+            while (in.readLine(line)) {
+            }
+        }),
+        AllOf(HasSubstr("pipe: more than 64 MB is too much for a sensor table from a pipe")));
 }
 
 } // namespace
