@@ -6,7 +6,7 @@ exported=$(nm -D --defined-only -C "$1" | sed -E 's/^[0-9a-f]* . //')
 [ -n "$exported" ] || { echo "no exported symbols found in $1"; exit 1; }
 ours='^(typeinfo( name)? for |vtable for |(non-)?virtual thunk to )?insolate::study::'
 # Weak instances of templates of the libraries in use may be visible; they are not ours.
-strays=$(grep -vE "$ours" <<<"$exported" | grep -vE '^(typeinfo( name)? for |vtable for |void |bool )?(std|fmt|nlohmann|toml|tbb|tinyobj|__)' || true)
+strays=$(grep -vE "$ours" <<<"$exported" | grep -vE '^(typeinfo( name)? for |vtable for |void |bool )?(EUiController|GetTransparencyValueOnRay|std|fmt|nlohmann|toml|tbb|tinyobj|__)' || true)
 internal=$(grep -E "$ours" <<<"$exported" | grep -oE 'insolate::study::[A-Za-z_0-9]+' | sort -u | sed 's/insolate::study:://' |
            while read -r name; do grep -rqw "$name" "$2/study" || echo "insolate::study::$name"; done)
 if [ -n "$strays$internal" ]; then
