@@ -16,7 +16,7 @@ INSOLATE_FUZZ_TARGET(dates)(const std::uint8_t* bytes, std::size_t size) {
         try {
             parse();
         } catch (const UsageError& error) {
-            insolate::fuzz::requireMend(error);
+            insolate::fuzz::requireFix(error);
         }
     };
     attempt([&] {

@@ -25,7 +25,7 @@ INSOLATE_FUZZ_TARGET(models)(const std::uint8_t* bytes, std::size_t size) {
                                       : readWithAssimp(name, in.descriptor()),
                                   format.arrivesYUp ? UpAxis::y : UpAxis::z);
     } catch (const DataError& error) {
-        insolate::fuzz::requireMend(error);
+        insolate::fuzz::requireFix(error);
     } catch (const std::bad_alloc&) {
     }
     return 0;

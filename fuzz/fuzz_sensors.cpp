@@ -26,7 +26,7 @@ INSOLATE_FUZZ_TARGET(sensors)(const std::uint8_t* bytes, std::size_t size) {
             require(size2 == 0.0 || std::abs(size2 - 1.0) < 1.0e-9, "normals have length 1");
         }
     } catch (const DataError& error) {
-        insolate::fuzz::requireMend(error);
+        insolate::fuzz::requireFix(error);
     }
     return 0;
 }

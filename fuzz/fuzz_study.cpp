@@ -14,7 +14,7 @@ INSOLATE_FUZZ_TARGET(study)(const std::uint8_t* bytes, std::size_t size) {
     try {
         applyStudyFile(table, file.name(), {}, "'insolate run --help'");
     } catch (const Error& error) {
-        insolate::fuzz::requireMend(error);
+        insolate::fuzz::requireFix(error);
     }
     return 0;
 }

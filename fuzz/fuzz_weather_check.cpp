@@ -40,7 +40,7 @@ INSOLATE_FUZZ_TARGET(weather_check)(const std::uint8_t* bytes, std::size_t size)
     try {
         requireSoundReport(inspectWeatherFile(name));
     } catch (const DataError& error) {
-        insolate::fuzz::requireMend(error);
+        insolate::fuzz::requireFix(error);
     }
     try {
         const WeatherYear year = readWeatherYear(name);
@@ -56,7 +56,7 @@ INSOLATE_FUZZ_TARGET(weather_check)(const std::uint8_t* bytes, std::size_t size)
             }
         }
     } catch (const DataError& error) {
-        insolate::fuzz::requireMend(error);
+        insolate::fuzz::requireFix(error);
     }
     std::filesystem::remove(name);
     return 0;

@@ -40,9 +40,9 @@ inline void require(bool holds, const char* promise) {
     }
 }
 
-/// What the command refuses it refuses with the mend.
-inline void requireMend(const std::exception& error) {
-    require(std::string(error.what()).find("; ") != std::string::npos, "errors name a mend");
+/// What the command refuses it refuses with the fix.
+inline void requireFix(const std::exception& error) {
+    require(std::string(error.what()).find("; ") != std::string::npos, "errors name a fix");
 }
 
 } // namespace insolate::fuzz

@@ -86,7 +86,7 @@ std::string parseFailure(const CLI::App& command, const CLI::ParseError& error) 
                    : fmt::format("{} belongs behind '{}'", argument, callOf(command));
     }
     if (dynamic_cast<const CLI::ValidationError*>(&error) != nullptr) {
-        return text; // the checks above name the mend
+        return text; // the checks above name the fix
     }
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !rest.empty()) {
         text = unexpected(command, rest.front());

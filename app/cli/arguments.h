@@ -11,7 +11,7 @@ namespace insolate::app {
 /// Takes decimal numbers, "nan" and "inf" among them: their range is for the options to check.
 /// @param wanted what to give instead of something else, "degrees"
 CLI::Validator numberCheck(const std::string& wanted);
-/// What is wrong with the arguments, and the mend.
+/// What is wrong with the arguments, and the fix.
 /// @param command the one that was being parsed, or that the arguments are for
 std::string parseFailure(const CLI::App& command, const CLI::ParseError& error);
 

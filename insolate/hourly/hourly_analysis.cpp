@@ -207,7 +207,7 @@ private:
     }
 
     /// Weighs the sky's cells and asks for them, one ray in each half; cells that weigh little have
-    /// one ray, in the lower or the upper half by turns.
+    /// one ray, in the lower or the upper half alternately.
     void see() {
         m_look.front = m_look.asked[0] = m_look.asked[1] = SkyCellSet::all();
         std::array<SkyCellSet, 2> alone; // the cells that only the other half is asked for

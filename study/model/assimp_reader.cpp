@@ -283,7 +283,7 @@ private:
                 const unsigned corner = source.mIndices[mirrored ? source.mNumIndices - 1 - k : k];
                 if (corner >= part.mNumVertices) {
                     throw DataError(fmt::format("{}: a face names vertex {}, but its part has {}; "
-                                                "mend the model and export it again",
+                                                "repair the model and export it again",
                                                 place(m_file), corner, part.mNumVertices));
                 }
                 m_mesh.corners.push_back(firstVertex + corner);

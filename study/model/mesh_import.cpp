@@ -166,7 +166,7 @@ Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOp
         const Vector3& v = mesh.vertices[i];
         if (!(std::abs(v.x) < farthest && std::abs(v.y) < farthest && std::abs(v.z) < farthest)) {
             throw DataError(fmt::format("{}: vertex {} is at ({}, {}, {}), which is not a usable "
-                                        "place; mend the model and export it again",
+                                        "place; repair the model and export it again",
                                         place(file), i + 1, v.x, v.y, v.z));
         }
         mesh.vertices[i] = toModelAxes(v, scale, up);

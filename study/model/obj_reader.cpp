@@ -123,11 +123,12 @@ struct ObjBuilder {
             const std::string_view word = nextWord(rest);
             const auto number = parseNumber<double>(word);
             if (!number || !std::isfinite(*number)) {
-                fail(word.empty() ? "the vertex has less than three coordinates; mend the model "
-                                    "and export it again"
-                                  : fmt::format("{} is not a coordinate; mend the model and export "
-                                                "it again",
-                                                quoteText(word)));
+                fail(word.empty()
+                         ? "the vertex has less than three coordinates; repair the model "
+                           "and export it again"
+                         : fmt::format("{} is not a coordinate; repair the model and export "
+                                       "it again",
+                                       quoteText(word)));
                 return;
             }
             coordinate = *number;
@@ -142,7 +143,7 @@ struct ObjBuilder {
         const std::string_view word = corner.substr(0, corner.find('/'));
         const auto number = parseNumber<std::int64_t>(word);
         if (!number) {
-            fail(fmt::format("{} is no number of a vertex; mend the model and export it again",
+            fail(fmt::format("{} is no number of a vertex; repair the model and export it again",
                              quoteText(word)));
         }
         return number;
@@ -170,7 +171,7 @@ struct ObjBuilder {
             const std::int64_t index = *number;
             const std::int64_t vertex = index > 0 ? index - 1 : vertexCount + index;
             if (index == 0 || vertex < 0 || vertex >= vertexCount) {
-                fail(fmt::format("the face names vertex {}, but {} {} before it; mend "
+                fail(fmt::format("the face names vertex {}, but {} {} before it; fix "
                                  "the model and export it again",
                                  index, vertexCount,
                                  counted(static_cast<std::size_t>(vertexCount), "vertex stands",
@@ -180,7 +181,7 @@ struct ObjBuilder {
             mesh.corners.push_back(static_cast<std::uint32_t>(vertex));
         }
         if (count < 3) {
-            fail("the face has less than three corners; mend the model and export it again");
+            fail("the face has less than three corners; repair the model and export it again");
             return;
         }
         face.cornerCount = static_cast<std::uint32_t>(count);

@@ -101,7 +101,7 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
                 throw DataError(fmt::format("{}: field {}: {} is not a usable number; {}",
                                             place(file, line), i + 1, quoteText(fields[i]),
                                             hasComma ? "write decimals with a point"
-                                                     : "mend or delete the line"));
+                                                     : "correct or delete the line"));
             }
             values[i] = *number;
         }

@@ -52,21 +52,21 @@ bool touchesLastDays(const StudyPeriod& period) {
 }
 
 int parseDate(std::string_view text) {
-    constexpr std::string_view mend =
+    constexpr std::string_view fix =
         "write month/day such as 6/21, or a day of the year from 1 to 365";
     text = trimmed(text);
     const std::size_t slash = text.find('/');
     if (slash == std::string_view::npos) {
         const auto day = parseNumber<int>(text);
         if (!day || *day < 1 || *day > 365) {
-            throw UsageError(fmt::format("date {}: no such day; {}", quoteText(text), mend));
+            throw UsageError(fmt::format("date {}: no such day; {}", quoteText(text), fix));
         }
         return *day;
     }
     const auto month = parseNumber<int>(text.substr(0, slash));
     const auto day = parseNumber<int>(text.substr(slash + 1));
     if (!month || !day || *month < 1 || *month > 12) {
-        throw UsageError(fmt::format("date {}: no such month and day; {}", quoteText(text), mend));
+        throw UsageError(fmt::format("date {}: no such month and day; {}", quoteText(text), fix));
     }
     if (*month == 2 && *day == 29) {
         throw UsageError(fmt::format(
@@ -77,7 +77,7 @@ int parseDate(std::string_view text) {
     if (index < 0) {
         const int nextMonth = *month == 12 ? 365 : dayIndex(*month + 1, 1);
         throw UsageError(fmt::format("date {}: {} has {} days; {}", quoteText(text),
-                                     monthName(*month), nextMonth - dayIndex(*month, 1), mend));
+                                     monthName(*month), nextMonth - dayIndex(*month, 1), fix));
     }
     return index + 1;
 }

@@ -27,7 +27,7 @@ struct INSOLATE_STUDY_EXPORT StudyPeriod {
 INSOLATE_STUDY_EXPORT bool touchesLastDays(const StudyPeriod& period);
 
 /// A date as month/day ("6/21") or day of the year ("172").
-/// @throws UsageError naming what is impossible about it and the mend.
+/// @throws UsageError naming what is impossible about it and the fix.
 INSOLATE_STUDY_EXPORT int parseDate(std::string_view text);
 
 /// "6/1-8/31", "152-243", "11/1-2/28" (over new year), or a single date for one day.

@@ -1,7 +1,7 @@
 /// What each sensor sees of the sky, one bit for each of the 1,296 cells, in memory and in a file.
 ///
-/// The dear part of a study is finding out which cells are visible; with these bits a mask is made
-/// again in microseconds, for any weather, period or method.
+/// The expensive part of a study is finding out which cells are visible; with these bits a mask is
+/// made again in microseconds, for any weather, period or method.
 ///
 /// The file, all numbers little-endian:
 ///

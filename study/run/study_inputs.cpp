@@ -164,9 +164,10 @@ SensorField cutSensors(const Mesh& mesh, double triangles, double offset, const 
                         counted(cut.emptyFaces, "face without area is", "faces without area are")));
     }
     if (cut.field.size() == 0) {
-        throw DataError(fmt::format("{}: no face has an area to put sensors on; mend the model or "
-                                    "choose another one",
-                                    source));
+        throw DataError(
+            fmt::format("{}: no face has an area to put sensors on; repair the model or "
+                        "choose another one",
+                        source));
     }
     return std::move(cut.field);
 }

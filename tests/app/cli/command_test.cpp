@@ -228,7 +228,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
         const std::size_t error = bad.err.find("insolate: error: ");
         ASSERT_NE(error, std::string::npos) << c.words << "\n" << bad.err;
         EXPECT_EQ(bad.err.find('\n', error), bad.err.size() - 1) << "more than a line: " << bad.err;
-        EXPECT_THAT(bad.err.substr(error), HasSubstr("; ")) << "no mend";
+        EXPECT_THAT(bad.err.substr(error), HasSubstr("; ")) << "no fix";
         EXPECT_FALSE(exists(path("out"))) << c.words;
     }
     done(scene + "gap.epw --allow-gaps --period 3/5");

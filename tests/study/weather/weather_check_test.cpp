@@ -138,7 +138,7 @@ TEST(WeatherCheck, TellsDirectRadiationThatNoOtherGoesWith) {
     EXPECT_EQ(report.strayDirect.sum, 14600.0);
     EXPECT_THAT(report.notes, testing::ElementsAre(
                                   HasSubstr("a.epw: 365 hours have direct normal radiation but ")));
-    // It is told once, by whatever reads the file, and does not put the time zone in doubt.
+    // It is reported once, by whatever reads the file, and does not put the time zone in doubt.
     HourlySky sky;
     sky.report.diffuseHorizontal = sky.report.directNormal = 1.0e6;
     sky.report.directWithoutSun = 14600.0;
