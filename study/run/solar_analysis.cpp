@@ -18,7 +18,7 @@ namespace insolate::study {
 namespace {
 
 /// Places of the columns.
-enum Column { total, average, peak, skyView };
+enum ControllerColumn { totalColumn, averageColumn, peakColumn, viewColumn };
 
 /// A block of sensors as the library asks for it.
 class BlockOfPoints final : public EUiController {
@@ -135,15 +135,15 @@ void SolarAnalysis::calculate(const SensorWork& work, SensorRange range, int slo
         if (work.saved != nullptr) {
             work.saved->set(i, *point.getShadingMask());
         }
-        columns[skyView].values[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
+        columns[viewColumn].values[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
                                             : visibleSolidAngle(*point.getShadingMask());
     }
     slot->controller.calculate(&slot->block);
     for (std::size_t i = range.first; i < range.end; ++i) {
         const ECalculationPoint& point = points[i - range.first];
-        columns[total].values[i] = notNegative(point.getValue(ResultAccumulator_Total));
-        columns[average].values[i] = notNegative(point.getValue(ResultAccumulator_Average));
-        columns[peak].values[i] = point.getValue(ResultAccumulator_Peak);
+        columns[totalColumn].values[i] = notNegative(point.getValue(ResultAccumulator_Total));
+        columns[averageColumn].values[i] = notNegative(point.getValue(ResultAccumulator_Average));
+        columns[peakColumn].values[i] = point.getValue(ResultAccumulator_Peak);
     }
 }
 
@@ -152,7 +152,7 @@ bool SolarAnalysis::isEnclosed(std::span<const ResultColumn> columns, const Sens
     // Sums of views that were taken out again are not quite 0.
     constexpr float leastSky = 0.001f;
     constexpr double straightDown = -0.999;
-    return columns[skyView].values[sensor] < leastSky && field.normals[sensor].z >= straightDown;
+    return columns[viewColumn].values[sensor] < leastSky && field.normals[sensor].z >= straightDown;
 }
 
 SkyPages SolarAnalysis::skyPages() const {
