@@ -91,7 +91,7 @@ std::filesystem::path findProgram(const MeshImportOptions& options,
     // installed.
     const std::filesystem::path folder = ownFolder();
     for (const char* way : {".", INSOLATE_PATH_TO_LIBEXEC, "../../libexec"}) {
-        const std::filesystem::path program = (folder / way / programName).lexically_normal();
+        std::filesystem::path program = (folder / way / programName).lexically_normal();
         if (access(program.c_str(), X_OK) == 0) {
             return program;
         }

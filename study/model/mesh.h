@@ -6,6 +6,7 @@
 #include "study/model/scene.h"
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -56,6 +57,10 @@ inline Vector3 operator-(const Vector3& a, const Vector3& b) {
 }
 inline Vector3 operator*(const Vector3& a, double factor) {
     return {a.x * factor, a.y * factor, a.z * factor};
+}
+/// Whether the place is one: no infinity, no NaN.
+inline bool isFinite(const Vector3& v) {
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
 INSOLATE_STUDY_EXPORT double dot(const Vector3& a, const Vector3& b);
 INSOLATE_STUDY_EXPORT Vector3 cross(const Vector3& a, const Vector3& b);

@@ -333,6 +333,7 @@ private:
             return bodies[a].volume > bodies[b].volume;
         });
         std::vector<Winding> asRead;
+        asRead.reserve(bodies.size());
         for (const Body& body : bodies) {
             asRead.push_back(body.winding);
         }

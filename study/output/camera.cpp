@@ -18,10 +18,6 @@ namespace insolate::study {
 
 namespace {
 
-bool isFinite(const Vector3& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
-
 /// The middle of the sensors' bounding box, else of the scene's.
 Vector3 centerOf(const Scene& scene, const SensorField& field) {
     for (const std::vector<Vector3>* points : {&field.positions, &scene.vertices}) {

@@ -29,10 +29,6 @@ Vector3 unit(const Vector3& v) {
     return length > 0.0 && std::isfinite(length) ? Vector3{v.x / length, v.y / length, v.z / length}
                                                  : Vector3{};
 }
-bool isFinite(const Vector3& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
-
 /// What is drawn: the inputs of a picture and the colour of each sensor.
 struct Subject {
     const Scene& scene;

@@ -136,7 +136,7 @@ void SolarAnalysis::calculate(const SensorWork& work, SensorRange range, int slo
             work.saved->set(i, *point.getShadingMask());
         }
         columns[viewColumn].values[i] = onFace ? point.getShadingMask()->getUniformSkyComponent()
-                                            : visibleSolidAngle(*point.getShadingMask());
+                                               : visibleSolidAngle(*point.getShadingMask());
     }
     slot->controller.calculate(&slot->block);
     for (std::size_t i = range.first; i < range.end; ++i) {

@@ -214,7 +214,8 @@ private:
 };
 
 StoredWeather inspectRecord(const WeatherInput& input) {
-    constexpr std::string_view signature("xqt_WEA_ver1.10", 16); // with its zero
+    using std::string_view_literals::operator""sv;
+    constexpr std::string_view signature = "xqt_WEA_ver1.10\0"sv;
     const std::string& content = input.content;
     if (!content.starts_with(signature)) {
         throw DataError(fmt::format("{}: {}", place(input.file), notWeatherText));

@@ -15,7 +15,7 @@ namespace insolate::study {
 
 namespace {
 
-constexpr std::size_t hoursPerDay = 24;
+constexpr std::size_t dayLength = 24; ///< [h]
 
 /// Where a file of the format has its site, and how one changes it.
 std::string_view siteFix(WeatherFormat format) {
@@ -140,9 +140,9 @@ std::string WeatherSite::text() const {
 std::optional<double> latenessOfLight(const WeatherSite& site, const HourlyRadiation& hours) {
     constexpr std::size_t fewestDays = 30;
     std::vector<double> late;
-    for (std::size_t first = 0; first + hoursPerDay <= hours.diffuse.size(); first += hoursPerDay) {
-        if (const auto middle = middleOfLight(hours.diffuse.subspan(first, hoursPerDay))) {
-            const MonthAndDay date = monthAndDay(static_cast<int>(first / hoursPerDay));
+    for (std::size_t first = 0; first + dayLength <= hours.diffuse.size(); first += dayLength) {
+        if (const auto middle = middleOfLight(hours.diffuse.subspan(first, dayLength))) {
+            const MonthAndDay date = monthAndDay(static_cast<int>(first / dayLength));
             const SunPosition sun = sunPosition(julianDay(2001, date.month, date.day, 12.0), {});
             const double noon =
                 12.0 + site.timeZone - site.longitude / 15.0 - sun.equationOfTime / 60.0;
