@@ -31,11 +31,15 @@ constexpr int deepest = 100; ///< nesting; CityJSON itself has twelve levels
 constexpr std::size_t largestDocument = 512U << 20U;
 constexpr std::size_t mostCorners = 200'000'000; ///< templates may stand in a file a million times
 
+/// Many programs write the whole city into one line.
+constexpr InputKind cityFile = {
+    .name = "city model", .mostBytes = 64ULL << 30U, .mostLineBytes = largestDocument};
+
 /// Whole JSON documents, one after the other, each from line to line as long as it needs.
 class DocumentSource {
 public:
     DocumentSource(const std::filesystem::path& file, std::stop_token stop)
-        : m_file(file), m_in(file, inputKinds::model, stop), m_stop(std::move(stop)) {}
+        : m_file(file), m_in(file, cityFile, stop), m_stop(std::move(stop)) {}
 
     /// The next document; nothing at the end of the file.
     std::optional<Json> next() {

@@ -85,9 +85,12 @@ public:
         m_above.clear();
         double below = 0.0; // of open surfaces: those that look up less those that look down
         double under = 0.0; // crossings of the ground above
+        bool isCovered = false;
         m_lines->forEachCrossing(p.x, p.y, [&](std::uint32_t surface, double z, bool looksUp) {
             if (m_kinds[surface] == Kind::open && z < p.z) {
                 below += looksUp ? 1.0 : -1.0;
+            } else if (m_kinds[surface] == Kind::open) {
+                isCovered = true;
             } else if (m_kinds[surface] == Kind::ground && z > p.z) {
                 under += 1.0;
             } else if (m_kinds[surface] == Kind::closed && z > p.z) {
@@ -105,6 +108,9 @@ public:
         }
         if (std::fmod(under, 2.0) == 1.0) {
             return Place::buried;
+        }
+        if (!isCovered) {
+            return Place::free; // a court, whose walls may hide more than half too
         }
         // What the surfaces hide is what their borders enclose, counted from the zenith, but for
         // each surface below, which turns it by the whole sphere.
@@ -165,7 +171,12 @@ private:
         for (std::size_t i = 0; i < m_surfaces; ++i) {
             if (m_kinds[i] == Kind::open) {
                 openNumber[i] = static_cast<std::uint32_t>(plans.size());
-                plans.push_back(m_plans[i]);
+                // Walls close a house though no place in it lies under them, and so do the houses
+                // beside it where they share one; what is farther off hides little.
+                const PlanBox& box = m_plans[i];
+                const double reach = std::max(box.highX - box.lowX, box.highY - box.lowY);
+                plans.push_back(
+                    {box.lowX - reach, box.lowY - reach, box.highX + reach, box.highY + reach});
             }
         }
         m_borderStart.assign(plans.size() + 1, 0);

@@ -34,10 +34,10 @@ struct GroundPlaneSensors {
 /// Cuts the plane over the extent of the scene into equal cells and leaves out those whose middle
 /// lies
 /// - in a closed body, whichever way it is wound;
-/// - in an open one, such as a house without a floor: where the surfaces above and around the place
-///   hide more than half of all directions, by the generalized winding number (Jacobson, Kavan,
-///   Sorkine-Hornung 2013, ACM Transactions on Graphics 32(4), 33), so that places under a roof on
-///   posts stay;
+/// - in an open one, such as a house without a floor: under a surface, and where the surfaces above
+///   and around the place hide more than half of all directions, by the generalized winding number
+///   (Jacobson, Kavan, Sorkine-Hornung 2013, ACM Transactions on Graphics 32(4), 33), so that
+///   places under a roof on posts stay;
 /// - under an open surface as wide as the scene, which is its ground.
 /// @throws Stopped
 INSOLATE_STUDY_EXPORT GroundPlaneSensors cutGroundPlane(const GroundPlane& plane,

@@ -160,6 +160,7 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     info.source = source;
     info.unit = unit;
     info.notes = mesh.notes;
+    info.coordinateStep = mesh.precision.coordinateStep;
     info.faces = mesh.faces.size();
     constexpr double most = std::numeric_limits<double>::max();
     info.low = {most, most, most};
@@ -264,6 +265,14 @@ std::string modelInfoText(const ModelInfo& info, double north) {
         text += fmt::format("faces without area: {}, which get no sensors\n",
                             groupedDigits(info.facesWithoutArea));
     }
+    if (info.coordinateStep > 0.0) {
+        text += fmt::format("precision: single, coordinates in steps of {:.2g} m{}\n",
+                            info.coordinateStep,
+                            info.coordinateStep < 1.0e-3
+                                ? ""
+                                : "; move the model to its origin before the export, or export it "
+                                  "as OBJ");
+    }
     for (const std::string& note : info.notes) {
         text += note + "\n";
     }
@@ -329,6 +338,7 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
         {"faces_without_area", info.facesWithoutArea},
         {"double_faces", info.doubles},
         {"back_to_back", info.backToBack},
+        {"coordinate_step_m", info.coordinateStep},
         {"notes", info.notes},
         {"objects", parts(info.objects)},
         {"groups", parts(info.groups)},

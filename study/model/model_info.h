@@ -40,8 +40,11 @@ struct ModelInfo {
     std::size_t hollows = 0; ///< of the closed bodies: hollows of others
     double volume = 0.0;     ///< of the closed bodies, hollows taken off [m3]
     std::size_t facesWithoutArea = 0;
-    std::size_t doubles = 0;        ///< faces with the corners of an earlier one
-    std::size_t backToBack = 0;     ///< of these: those that look the other way
+    std::size_t doubles = 0;    ///< faces with the corners of an earlier one
+    std::size_t backToBack = 0; ///< of these: those that look the other way
+    /// From one coordinate to the next that the file can hold where the model stands [m]; 0 for
+    /// formats in double precision.
+    double coordinateStep = 0.0;
     std::vector<std::string> notes; ///< of the reading of the file
 };
 

@@ -38,6 +38,12 @@ TEST(GroundPlane, LeavesOutWhatLiesInBuildings) {
     Faces loose = open;
     loose[0] = {{7.9, 0.9, 6}, {14.1, 0.9, 6}, {14.1, 5.1, 6}, {7.9, 5.1, 6}};
     const Faces carport = {{{1, 6, 2.5}, {9, 6, 2.5}, {9, 9, 2.5}, {1, 9, 2.5}}};
+    // A row of houses, each with its own copy of the shared walls.
+    Faces row;
+    for (const double x : {8.0, 11.0, 14.0}) {
+        const Faces one = test::boxFaces({x, 1, 0}, {x + 3, 5, 6});
+        row.insert(row.end(), one.begin(), one.end());
+    }
     const auto hole = [](std::vector<std::string> rows, int x0, int x1) {
         for (std::size_t y = 1; y < 5; ++y) {
             std::fill(rows[y].begin() + x0, rows[y].begin() + x1, '#');

@@ -35,7 +35,9 @@ Mesh plot() {
 }
 
 TEST(ModelInfo, CountsPartsBodiesAndFaults) {
-    const ModelInfo info = modelInfo(plot(), "a.obj", LengthUnit::metre);
+    Mesh mesh = plot();
+    mesh.precision.coordinateStep = 0.5;
+    const ModelInfo info = modelInfo(mesh, "a.obj", LengthUnit::metre);
     EXPECT_EQ(info.faces, 10U);
     EXPECT_EQ(info.triangles, 19U);
     EXPECT_EQ(info.vertices, 12U);
@@ -63,8 +65,10 @@ TEST(ModelInfo, CountsPartsBodiesAndFaults) {
                                 "open surfaces: "),
                       HasSubstr("--orient outward turns them"),
                       HasSubstr("double faces: 2, 1 of them back to back"),
-                      HasSubstr("faces without area: 1"), HasSubstr("groups: none"),
-                      HasSubstr("all around"), HasSubstr("mainly south, tilt 30")));
+                      HasSubstr("faces without area: 1"),
+                      HasSubstr("in steps of 0.5 m; move the model to its origin"),
+                      HasSubstr("groups: none"), HasSubstr("all around"),
+                      HasSubstr("mainly south, tilt 30")));
     // True north is the model's +X: its south is the east.
     EXPECT_THAT(modelInfoText(info, 90.0), HasSubstr("mainly east, tilt 30"));
     const auto json = nlohmann::json::parse(modelInfoJson(info, 90.0));
