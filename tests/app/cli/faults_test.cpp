@@ -1,4 +1,5 @@
 // What becomes of the results when the disk, the memory, the folder or the process goes away.
+#include "study/files/output_folder.h"
 #include "tests/app/support/command_fixture.h"
 
 #include <chrono>
@@ -91,6 +92,36 @@ TEST_F(FaultsTest, KilledAtAnyMomentLeavesNothingHalf) {
     EXPECT_TRUE(fs::exists(path("out/summary.json")));
     expectWholeOrPartial(path("out"));
     EXPECT_FALSE(fs::exists(path("out/.insolate-partial")));
+}
+
+TEST_F(FaultsTest, EndsWithinASecondOfASignalInImportAndPicture) {
+    std::string claims(84, '\0');
+    const std::uint32_t claimed = 3'000'000;
+    std::memcpy(claims.data() + 80, &claimed, sizeof claimed);
+    write("large.stl", claims);
+    fs::resize_file(path("large.stl"), 84 + std::uintmax_t{50} * claimed);
+    const std::string picture = "out/heatmap.png" + std::string(OutputFolder::partialSuffix);
+    for (const auto& [words, hasBegun] :
+         {std::pair<std::string, std::function<bool()>>{
+              "--scene large.stl",
+              [&] { return readFile(path("stderr")).find("method, ") != std::string::npos; }},
+          {"--scene court.obj --method perez-sky --grid 0.05",
+           [&] { return fs::exists(path(picture)); }}}) {
+        const pid_t child = start("run --weather good.epw --period 6/1 --out out " + words);
+        while (!hasBegun()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        kill(child, SIGTERM);
+        const auto asked = std::chrono::steady_clock::now();
+        const Outcome stopped = finish(child);
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - asked;
+        EXPECT_EQ(stopped.exitCode, 128 + SIGTERM) << words << "\n" << stopped.err;
+        EXPECT_LT(taken.count(), 1.0) << words;
+        EXPECT_FALSE(fs::exists(path(picture))) << words;
+        EXPECT_FALSE(fs::exists(path("out/sensors.csv"))) << words;
+        fs::remove_all(path("out")); // a long calculation keeps its finished sensors
+    }
 }
 
 TEST_F(FaultsTest, FullDiskAndVanishingFolderEndWithTheFileNamed) {

@@ -2,9 +2,12 @@
 #include "study/run/partial_results.h"
 #include "tests/study/support/study_fixture.h"
 
+#include <array>
+#include <csignal>
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 namespace insolate::study {
 namespace {
@@ -97,6 +100,35 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         last.remove();
         EXPECT_FALSE(std::filesystem::exists(file));
     }
+}
+
+TEST(PartialResults, KeyChangesWithTheFilesContents) {
+    const test::StudyFolder folder;
+    const auto keyOf = [&](const std::string& options, const std::string& weather) {
+        const std::array files = {folder.write("a.epw", weather)};
+        return PartialResults::keyOf(options, {}, files);
+    };
+    EXPECT_TRUE(keyOf("o", "100") == keyOf("o", "100"));
+    EXPECT_FALSE(keyOf("o", "100") == keyOf("o", "101"));
+    EXPECT_FALSE(keyOf("o", "100") == keyOf("p", "100"));
+}
+
+TEST(PartialResults, LeaveNoFileThatHoldsNothing) {
+    const test::StudyFolder folder;
+    std::vector<ResultColumn> columns = columnsOf(1.0f);
+    PartialResults stopped(folder.path(), studyKey, false);
+    stopped.attach(columns, nullptr, blockSize);
+    std::this_thread::sleep_for(PartialResults::interval);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit usual = {};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit tight = {50, usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &tight);
+    stopped.finish(0);
+    setrlimit(RLIMIT_FSIZE, &usual);
+    stopped.detach();
+    EXPECT_EQ(stopped.sensorsKept(), 0U);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / PartialResults::fileName));
 }
 
 } // namespace

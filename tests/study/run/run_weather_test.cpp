@@ -9,14 +9,9 @@
 namespace insolate::study {
 namespace {
 
+using test::Heard;
 using test::StudyFolder;
 using testing::HasSubstr;
-
-struct Heard final : Progress {
-    void note(const std::string& text) override { notes.push_back(text); }
-    void warn(const std::string& text) override { warnings.push_back(text); }
-    std::vector<std::string> notes, warnings;
-};
 
 /// The clear year as a text .wea; rows stand at the middle of the hours.
 std::string textWea() {

@@ -8,8 +8,13 @@
 #include "tests/support/test_data.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <map>
+#include <mutex>
+#include <numbers>
+#include <set>
+#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -64,10 +69,9 @@ protected:
         const Recentring recentring(scene, field);
         const auto masks = stored != nullptr ? makeStoredMasks(*stored, north)
                                              : makeRayMasks(scene, recentring, rays, {});
-        Progress silent;
         return calculateSensors(
             *method, {.field = field, .recentring = recentring, .masks = *masks, .saved = saved},
-            threads, nullptr, silent, {});
+            threads, nullptr, progress, progress.stop.get_token());
     }
     std::size_t enclosed(const Scene& scene, const SensorField& field) {
         const std::vector<ResultColumn> results = columns(scene, field);
@@ -84,8 +88,22 @@ protected:
         return calculate(openScene, field)[column][sensor];
     }
 
+    /// Who has calculated; and a stop, after the last sensor where it is asked for.
+    struct Watch final : Progress {
+        void advance(std::size_t) override {
+            const std::lock_guard lock(mutex);
+            threads.insert(std::this_thread::get_id());
+        }
+        void end() override { stopsLate && stop.request_stop(); }
+        std::mutex mutex;
+        std::set<std::thread::id> threads;
+        bool stopsLate = false;
+        std::stop_source stop;
+    };
+
     test::StudyFolder folder;
     SkyOptions options;
+    Watch progress;
     double north = 0.0;
     int threads = 1;
     RayMethod rays = RayMethod::fast;
@@ -147,6 +165,7 @@ TEST_F(StudyTest, OpenSensorsSeeWhatGeometrySays) {
     takeWeather(test::clearYear());
     const Results seen =
         calculate(openScene, pointsFacing({{0, 0, 1}, {0, 1, 0}, {0, 0, -1}, {0, 0, 0}}));
+    EXPECT_FALSE(std::signbit(seen.at("total")[2])) << "downwards";
     // The sky is seen in 5-degree cells and bytes: half a percent.
     EXPECT_THAT(seen.at("sky_view"),
                 testing::Pointwise(testing::FloatNear(0.5f), {100.0f, 50.0f, 0.0f, 100.0f}));
@@ -185,7 +204,9 @@ TEST_F(StudyTest, GivesTheSameBytesByAnyWay) {
         threads = 1;
         rays = RayMethod::fast;
         saved = isHourly ? nullptr : &store;
+        progress.threads.clear();
         Results one = calculate(scene, field);
+        EXPECT_EQ(progress.threads.size(), 1U) << "one was asked for";
         saved = nullptr;
         for (std::size_t i = 0; isHourly && i < field.size(); ++i) {
             ASSERT_FLOAT_EQ(one["total"][i], one["beam"][i] + one["sky"][i] + one["ground"][i]);
@@ -199,6 +220,78 @@ TEST_F(StudyTest, GivesTheSameBytesByAnyWay) {
         EXPECT_EQ(calculate(scene, field), one) << "stored masks";
         stored = nullptr;
     }
+}
+
+TEST_F(StudyTest, HourlyOptionsChangeTheResults) {
+    takeWeather(afternoonYear());
+    options.method = "hourly";
+    options.period = {.startDay = 172, .endDay = 172};
+    EXPECT_EQ(open("peak_hour"), 171.0f * 24.0f + 14.0f) << "the first hour of direct sun";
+    auto [scene, field] = courtAt({0, 0, 0});
+    EXPECT_EQ(calculate(scene, field)["ground"].back(), 0.0f);
+    options.hourly.openGround = true;
+    const SensorField last = pointsFacing({field.normals.back()});
+    EXPECT_EQ(calculate(scene, field)["ground"].back(), open("ground", last));
+    // Percent: what is off by a share of the tolerance is not worth a closer look.
+    const auto errorOf = [&](double HourlyOptions::* tolerance, const char* column) {
+        std::array<Results, 3> at;
+        for (std::size_t i = 0; i < 3; ++i) {
+            options.hourly.*tolerance = std::array{0.05, 0.5, 100.0}[i];
+            at[i] = calculate(scene, field);
+        }
+        options.hourly.*tolerance = 0.0;
+        double close = 0.0;
+        double far = 0.0;
+        for (std::size_t i = 0; i < field.size(); ++i) {
+            close += std::abs(static_cast<double>(at[1][column][i] - at[0][column][i]));
+            far += std::abs(static_cast<double>(at[2][column][i] - at[0][column][i]));
+        }
+        return close / far;
+    };
+    const double sky = errorOf(&HourlyOptions::skyTolerance, "sky");
+    const double sun = errorOf(&HourlyOptions::sunTolerance, "beam");
+    std::printf("%g %g\n", sky, sun);
+    EXPECT_LT(sky, 0.7);
+    EXPECT_LT(sun, 0.7);
+}
+
+TEST_F(StudyTest, PagesOfTheSkyHoldTheWeathersRadiation) {
+    takeWeather(test::clearYear());
+    options.period = {.startDay = 152, .endDay = 181};
+    float direct = 0.0f;
+    float diffuse = 0.0f;
+    for (int hour = 7; hour <= 18; ++hour) {
+        const double height = std::sin((hour - 6.5) / 12.0 * std::numbers::pi);
+        direct += 30.0f * std::floor(static_cast<float>(800.0 * height));
+        diffuse += 30.0f * std::floor(static_cast<float>(120.0 * height));
+    }
+    for (const std::string method : {"hourly", "perez-sky"}) {
+        options.method = method;
+        const SkyPages pages = makeRadiationMethod(options, 0.0)->skyPages();
+        float normal = 0.0f;
+        float level = 0.0f;
+        for (std::size_t cell = 0; cell < pages.whole.values.size(); ++cell) {
+            const double altitude = (static_cast<double>(cell / 72) + 0.5) * 5.0;
+            normal += pages.parts[0].values[cell];
+            level += pages.parts[1].values[cell] *
+                     static_cast<float>(std::sin(altitude * std::numbers::pi / 180.0));
+            EXPECT_EQ(pages.whole.values[cell],
+                      pages.parts[0].values[cell] + pages.parts[1].values[cell]);
+        }
+        EXPECT_NEAR(normal / direct, 1.0f, 0.01f) << method;
+        EXPECT_NEAR(level / diffuse, 1.0f, 0.01f) << method;
+    }
+}
+
+TEST_F(StudyTest, EndsWithoutResultsAfterALateStopAndRefusesASecondScene) {
+    takeWeather(afternoonYear());
+    progress.stopsLate = true;
+    EXPECT_THROW(calculate(openScene, up), Stopped);
+    const auto first = makeRadiationMethod(options, 0.0);
+    EXPECT_THAT(messageOf([&] { (void)makeRadiationMethod(options, 0.0); }),
+                HasSubstr("another study uses them"));
+    options.method = "hourly";
+    EXPECT_NO_THROW((void)makeRadiationMethod(options, 0.0));
 }
 
 TEST(SkyVisibilityStore, ComesBackFromItsFileAndRefusesAnother) {

@@ -1,6 +1,7 @@
 /// Small models, weather and folders for the tests of the command.
 #pragma once
 
+#include "study/support/progress.h"
 #include "tests/support/temporary_folder.h"
 
 #include <cmath>
@@ -27,6 +28,13 @@ std::string messageOf(Action&& action) {
     }
     return "nothing is wrong";
 }
+
+/// Keeps what was said.
+struct Heard final : Progress {
+    void note(const std::string& text) override { notes.push_back(text); }
+    void warn(const std::string& text) override { warnings.push_back(text); }
+    std::vector<std::string> notes, warnings;
+};
 
 /// Fields of a table by line; quotes are not known.
 inline std::vector<std::vector<std::string>> rowsOf(const std::filesystem::path& file) {
