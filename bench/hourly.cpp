@@ -25,7 +25,7 @@ constexpr std::size_t sensorCount = 400;
 
 std::filesystem::path dataFolder() {
     const char* folder = std::getenv("INSOLATE_TEST_DATA");
-    return folder != nullptr ? folder : "../shared/data";
+    return folder != nullptr ? folder : "";
 }
 
 std::string weatherFile() {

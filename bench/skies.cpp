@@ -21,8 +21,7 @@ namespace skyGrid = insolate::skyGrid;
 std::filesystem::path weatherFile() {
     const char* folder = std::getenv("INSOLATE_TEST_DATA");
     const std::filesystem::path chicago =
-        std::filesystem::path(folder != nullptr ? folder : "../shared/data") /
-        "weather/chicago.epw";
+        std::filesystem::path(folder != nullptr ? folder : "") / "weather/chicago.epw";
     return std::filesystem::exists(chicago) ? chicago : "examples/courtyard/weather.epw";
 }
 

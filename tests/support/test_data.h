@@ -13,17 +13,14 @@ inline std::filesystem::path sourceFolder() {
     return folder != nullptr ? folder : ".";
 }
 
-/// The folder named by INSOLATE_TEST_DATA, else ../shared/data beside the checkout.
-inline std::filesystem::path testDataFolder() {
-    if (const char* folder = std::getenv("INSOLATE_TEST_DATA")) {
-        return folder;
-    }
-    return sourceFolder() / ".." / "shared" / "data";
-}
-
-/// A file of the real data, or an empty path when it is not there.
+/// A file of the real data in the folder that INSOLATE_TEST_DATA names, or an empty path when it is
+/// not there.
 inline std::filesystem::path testDataFile(const std::string& name) {
-    std::filesystem::path file = testDataFolder() / name;
+    const char* folder = std::getenv("INSOLATE_TEST_DATA");
+    if (folder == nullptr) {
+        return {};
+    }
+    std::filesystem::path file = std::filesystem::path(folder) / name;
     return std::filesystem::exists(file) ? file : std::filesystem::path();
 }
 

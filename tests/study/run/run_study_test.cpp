@@ -69,9 +69,9 @@ TEST(RunOptions, AreRefusedByName) {
 TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
     const test::StudyFolder folder;
     RunOptions options;
-    options.weather = folder.write("a.epw", test::withLine(test::clearYear(),
-                                                           test::weatherLine(3, 5, 12), "3,5,12",
-                                                           "3,5,11"));
+    options.weather =
+        folder.write("a.epw", test::withLine(test::clearYear(), test::weatherLine(3, 5, 12),
+                                             "3,5,12", "3,5,11"));
     options.allowGaps = true;
     options.scenes = {folder.write("box.obj", test::courtModel() + "f 5 6 7 8\n")};
     options.sensors = folder.write("a.csv", "5,5,5,0,0,1\n-5,5,5,0,0,1\n-5,9,5,0,0,1\n");

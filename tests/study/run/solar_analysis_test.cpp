@@ -94,7 +94,7 @@ protected:
             const std::lock_guard lock(mutex);
             threads.insert(std::this_thread::get_id());
         }
-        void end() override { stopsLate && stop.request_stop(); }
+        void end() override { stopsLate&& stop.request_stop(); }
         std::mutex mutex;
         std::set<std::thread::id> threads;
         bool stopsLate = false;
@@ -233,7 +233,7 @@ TEST_F(StudyTest, HourlyOptionsChangeTheResults) {
     const SensorField last = pointsFacing({field.normals.back()});
     EXPECT_EQ(calculate(scene, field)["ground"].back(), open("ground", last));
     // Percent: what is off by a share of the tolerance is not worth a closer look.
-    const auto errorOf = [&](double HourlyOptions::* tolerance, const char* column) {
+    const auto errorOf = [&](double HourlyOptions::*tolerance, const char* column) {
         std::array<Results, 3> at;
         for (std::size_t i = 0; i < 3; ++i) {
             options.hourly.*tolerance = std::array{0.05, 0.5, 100.0}[i];
