@@ -160,7 +160,7 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     info.source = source;
     info.unit = unit;
     info.notes = mesh.notes;
-    info.coordinateStep = mesh.precision.coordinateStep;
+    info.coordinateStep = mesh.coordinateStep;
     info.faces = mesh.faces.size();
     constexpr double most = std::numeric_limits<double>::max();
     info.low = {most, most, most};

@@ -36,7 +36,7 @@ Mesh plot() {
 
 TEST(ModelInfo, CountsPartsBodiesAndFaults) {
     Mesh mesh = plot();
-    mesh.precision.coordinateStep = 0.5;
+    mesh.coordinateStep = 0.5;
     const ModelInfo info = modelInfo(mesh, "a.obj", LengthUnit::metre);
     EXPECT_EQ(info.faces, 10U);
     EXPECT_EQ(info.triangles, 19U);
