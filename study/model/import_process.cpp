@@ -87,10 +87,10 @@ std::filesystem::path findProgram(const MeshImportOptions& options,
     if (const char* named = std::getenv(programVariable); named != nullptr && *named != '\0') {
         return named;
     }
-    // Beside the command in a build, beside the library in a wheel, in libexec where it is
-    // installed.
+    // In a build it is in bin, beside a test or across from the library; in a wheel beside the
+    // library; in libexec where it is installed.
     const std::filesystem::path folder = ownFolder();
-    for (const char* way : {".", INSOLATE_PATH_TO_LIBEXEC, "../../libexec"}) {
+    for (const char* way : {".", "../bin", INSOLATE_PATH_TO_LIBEXEC, "../../libexec"}) {
         std::filesystem::path program = (folder / way / programName).lexically_normal();
         if (access(program.c_str(), X_OK) == 0) {
             return program;
