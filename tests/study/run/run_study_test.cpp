@@ -67,6 +67,7 @@ TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
                                              "3,5,12", "3,5,11"));
     options.allowGaps = true;
     options.scenes = {folder.write("box.obj", test::courtModel() + "f 5 6 7 8\n")};
+    options.orient = Orient::keep; // of the court, whose walls look both ways
     options.sensors = folder.write("a.csv", "5,5,5,0,0,1\n-5,5,5,0,0,1\n-5,9,5,0,0,1\n");
     options.method = "perez-sky";
     options.period = {.startDay = 1, .endDay = 1, .startHour = 0.0, .endHour = 2.0, .step = 1.0};
