@@ -28,4 +28,7 @@
 #include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/sky_visibility.h>
 
+#include <insolate/sunlight/sun_path.h>
+#include <insolate/sunlight/sunlight_index.h>
+
 #endif
