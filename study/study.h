@@ -29,7 +29,10 @@
 #include <study/run/run_study.h>
 #include <study/run/run_sun.h>
 #include <study/run/run_weather.h>
+#include <study/run/site_options.h>
 #include <study/run/study_file.h>
+#include <study/run/sun_hours.h>
+#include <study/run/sunlight_rules.h>
 #include <study/support/errors.h>
 #include <study/support/progress.h>
 #include <study/weather/weather_check.h>

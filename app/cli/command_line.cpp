@@ -43,6 +43,7 @@ int runCommandLine(int argc, const char* const* argv) {
     addSkyCommand(app, interruption);
     addModelCommand(app, interruption);
     addSunCommand(app);
+    addSunHoursCommand(app, interruption);
     addWeatherCommand(app);
     try {
         app.parse(argc, argv);

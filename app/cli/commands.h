@@ -12,6 +12,7 @@ void addRunCommand(CLI::App& app, Interruption& interruption);
 void addSkyCommand(CLI::App& app, Interruption& interruption);
 void addModelCommand(CLI::App& app, Interruption& interruption);
 void addSunCommand(CLI::App& app);
+void addSunHoursCommand(CLI::App& app, Interruption& interruption);
 void addWeatherCommand(CLI::App& app);
 
 } // namespace insolate::app

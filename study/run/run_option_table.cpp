@@ -92,8 +92,7 @@ void addSkyOptions(OptionTable& table, SkyOptions& options,
     out.path = Option::Path::output;
 }
 
-void addRunOptions(OptionTable& table, RunOptions& options) {
-    addSkyOptions(table, options, methodNames());
+void addModelOptions(OptionTable& table, ModelOptions& options) {
     table.add({.name = "scene",
                .kind = Option::Kind::list,
                .help = "Models that cast shadows: OBJ, STL, PLY, glTF and what else assimp reads",
@@ -175,6 +174,15 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .take = [&](const std::string& text) { options.orient = parseOrient(text); }});
     table.wholeNumber("threads", options.threads, "N", "Processors to use; 0: all",
                       "the number of processors, or 0 for all");
+    table.flag("force", options.force,
+               "Go on with more than 5 million sensors, 10 million triangles or four fifths of the "
+               "machine's memory; up to 1,000 million sensors. Earlier results in the folder are "
+               "replaced with or without it");
+}
+
+void addRunOptions(OptionTable& table, RunOptions& options) {
+    addSkyOptions(table, options, methodNames());
+    addModelOptions(table, options);
     table.add({.name = "rays",
                .help = "How rays find what is in their way: fast, or octree, the plain way with "
                        "the same answers",
@@ -217,10 +225,6 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");
-    table.flag("force", options.force,
-               "Go on with more than 5 million sensors, 10 million triangles or four fifths of the "
-               "machine's memory; up to 1,000 million sensors. Earlier results in the folder are "
-               "replaced with or without it");
 }
 
 } // namespace insolate::study

@@ -16,7 +16,10 @@ INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options
 /// @throws UsageError beginning with "--OPTION"
 INSOLATE_STUDY_EXPORT LengthUnit lengthUnitOf(const std::string& option, const std::string& name);
 
-/// Those of the sky and all others of a run.
+/// Scene, sensors and the machine.
+INSOLATE_STUDY_EXPORT void addModelOptions(OptionTable& table, ModelOptions& options);
+
+/// Those of the sky, the model, and all others of a run.
 INSOLATE_STUDY_EXPORT void addRunOptions(OptionTable& table, RunOptions& options);
 
 } // namespace insolate::study

@@ -57,8 +57,7 @@ void checkSkyOptions(const SkyOptions& options) {
     requireHourly(options, "--albedo", hourly.albedo || hourly.monthlyAlbedo);
 }
 
-void checkRunOptions(const RunOptions& options) {
-    checkSkyOptions(options);
+void checkModelOptions(const ModelOptions& options) {
     require(!options.scenes.empty(), "--scene", "give the model that casts shadows");
     if (!(std::abs(options.north) <= 360.0)) {
         throw UsageError(
@@ -77,6 +76,11 @@ void checkRunOptions(const RunOptions& options) {
             fmt::format("--threads {}: no number of processors; give 1 or more, or 0 for all",
                         options.threads));
     }
+}
+
+void checkRunOptions(const RunOptions& options) {
+    checkSkyOptions(options);
+    checkModelOptions(options);
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
     checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);
     checkTolerance(options, "--sun-tolerance", options.hourly.sunTolerance, 0.02);

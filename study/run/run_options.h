@@ -42,7 +42,8 @@ struct SkyOptions {
     std::filesystem::path out;
 };
 
-struct RunOptions : SkyOptions {
+/// Scene and sensors, and how much of the machine they may take.
+struct ModelOptions {
     std::vector<std::filesystem::path> scenes;
     /// A model, a table of points, or "plane:z=1.5,grid=1"; absent: the first scene file.
     std::optional<std::filesystem::path> sensors;
@@ -53,17 +54,20 @@ struct RunOptions : SkyOptions {
     FaceSelection selection;         ///< which faces of the sensor model
     Orient orient = Orient::outward; ///< what becomes of the winding of the models
     int threads = 0;                 ///< 0: all processors
-    RayMethod rays = RayMethod::fast;
-    bool saveMasks = false;                     ///< keep what each sensor sees of the sky
-    std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
-    bool resume = false;                        ///< go on where a stopped run of the same study was
-    bool force = false;
+    bool force = false;              ///< whatever the size
 
     static constexpr double usualGrid = 2.0;
 
     [[nodiscard]] const std::filesystem::path& sensorFile() const {
         return sensors ? *sensors : scenes.front();
     }
+};
+
+struct RunOptions : SkyOptions, ModelOptions {
+    RayMethod rays = RayMethod::fast;
+    bool saveMasks = false;                     ///< keep what each sensor sees of the sky
+    std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
+    bool resume = false;                        ///< go on where a stopped run of the same study was
 };
 
 /// The names that --method takes, the usual one first.
@@ -76,6 +80,7 @@ INSOLATE_STUDY_EXPORT void checkMethod(const std::string& name);
 /// @throws UsageError naming the option that is missing, out of its range, or does not go with the
 ///         method
 INSOLATE_STUDY_EXPORT void checkSkyOptions(const SkyOptions& options);
+INSOLATE_STUDY_EXPORT void checkModelOptions(const ModelOptions& options);
 INSOLATE_STUDY_EXPORT void checkRunOptions(const RunOptions& options);
 
 /// Threads that work when `threads` are asked for; 0 asks for all processors.

@@ -2,7 +2,6 @@
 
 #include "study/run/period.h"
 #include "study/support/errors.h"
-#include "study/weather/weather_store.h"
 
 #include <cmath>
 #include <numbers>
@@ -16,54 +15,6 @@ namespace {
 
 constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 constexpr int almanacYear = 2001; ///< a year without a leap day, as that of the weather
-
-struct NamedSite {
-    std::string name;
-    Site site;
-    std::string note; ///< on its clock; empty where there is nothing to say
-};
-
-NamedSite siteOf(const SunOptions& options) {
-    double latitude = 0.0;
-    double longitude = 0.0;
-    std::optional<double> zone = options.timeZone;
-    std::string name;
-    std::string note;
-    if (options.weather) {
-        const WeatherReport weather = inspectWeatherFile(*options.weather);
-        const WeatherSite& site = weather.site;
-        latitude = site.latitude;
-        longitude = site.longitude;
-        zone = zone ? zone : site.timeZone;
-        name = site.text() + ", ";
-        note = weather.oddClock;
-    } else {
-        if (!options.latitude || !options.longitude) {
-            throw UsageError("the site is missing; give --lat and --lon in degrees, or --weather "
-                             "with a file of the site");
-        }
-        latitude = *options.latitude;
-        longitude = *options.longitude;
-    }
-    if (!(std::abs(latitude) <= 90.0) || !(std::abs(longitude) <= 180.0)) {
-        throw UsageError(fmt::format("{}, {} is not on earth; --lat runs from -90 to 90, --lon "
-                                     "from -180 to 180 degrees, east positive",
-                                     latitude, longitude));
-    }
-    if (zone && !(*zone >= -12.0 && *zone <= 14.0)) {
-        throw UsageError(fmt::format("--tz {}: time zones run from -12 to 14 hours", *zone));
-    }
-    if (!zone) {
-        zone = ESolarPosition::Global.determineTimeZone(latitude * radiansPerDegree,
-                                                        longitude * radiansPerDegree);
-        note =
-            fmt::format("UTC{:+} is from the built-in map of about 2007, which has no quarters of "
-                        "an hour and no daylight saving; set the zone with --tz",
-                        *zone);
-    }
-    const Site site{latitude, longitude, *zone, 0.0};
-    return {name + siteText(site), site, note};
-}
 
 /// Clock times as exact as the steps of the table need them.
 class Clock {
@@ -109,7 +60,7 @@ bool isUp(double time, const SunTimes& times) {
 
 std::string sunTable(const SunOptions& options) {
     checkStep(options.step);
-    const auto [name, site, note] = siteOf(options);
+    const auto [name, site, note] = namedSite(options);
     const MonthAndDay date = monthAndDay(options.day - 1);
     const SunTimes times = sunTimes(almanacYear, date.month, date.day, site);
     std::string table = fmt::format("# {}, {}\n", name, dayText(options.day));

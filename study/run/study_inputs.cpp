@@ -56,7 +56,8 @@ std::string extentText(const Vector3& extent) {
 }
 
 /// Refuses what the machine cannot hold, before memory is taken.
-void checkSize(double sensors, double triangles, const Vector3& extent, const RunOptions& options) {
+void checkSize(double sensors, double triangles, const Vector3& extent,
+               const ModelOptions& options) {
     constexpr double bytesPerSensor = 210.0; // position, normal, cell, results
     constexpr double secondsPerSensor = 1.0e-4;
     constexpr double mostSensors = 5.0e6;
@@ -80,7 +81,7 @@ void checkSize(double sensors, double triangles, const Vector3& extent, const Ru
 }
 
 /// The same for a model, by its file's size alone.
-void checkFileSize(const std::filesystem::path& file, const RunOptions& options) {
+void checkFileSize(const std::filesystem::path& file, const ModelOptions& options) {
     constexpr double bytesInFile = 50.0; // of a triangle in binary STL; more or less in others
     constexpr double secondsPerTriangle = 3.0e-6;
     std::error_code problem;
@@ -96,7 +97,7 @@ void checkFileSize(const std::filesystem::path& file, const RunOptions& options)
     }
 }
 
-Mesh importModel(const std::filesystem::path& file, const RunOptions& options, Progress& progress,
+Mesh importModel(const std::filesystem::path& file, const ModelOptions& options, Progress& progress,
                  const std::stop_token& stop) {
     checkFileSize(file, options);
     Mesh mesh = importMesh(file, options.import, stop);
@@ -114,7 +115,7 @@ Mesh importModel(const std::filesystem::path& file, const RunOptions& options, P
 }
 
 /// As the user says, or as suits the scene, sensors' model included.
-double sensorOffset(const Scene& scene, const Mesh& mesh, const RunOptions& options,
+double sensorOffset(const Scene& scene, const Mesh& mesh, const ModelOptions& options,
                     Progress& progress) {
     if (options.offset) {
         return *options.offset;
@@ -148,13 +149,13 @@ void noteSelection(const SelectedFaces& selected, Progress& progress) {
     }
 }
 
-SensorField cutSensors(const Mesh& mesh, double triangles, double offset, const RunOptions& options,
-                       Progress& progress) {
+SensorField cutSensors(const Mesh& mesh, double triangles, double offset,
+                       const ModelOptions& options, Progress& progress) {
     const std::string source = place(options.sensorFile());
     const SelectedFaces selected = selectFaces(mesh, options.selection, options.north, source);
     const std::vector<std::uint32_t>& faces = selected.faces;
     noteSelection(selected, progress);
-    const SensorGridOptions grid{.spacing = options.grid.value_or(RunOptions::usualGrid),
+    const SensorGridOptions grid{.spacing = options.grid.value_or(ModelOptions::usualGrid),
                                  .offset = offset};
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid);
@@ -184,7 +185,7 @@ void noteUndersides(const SensorField& field, Progress& progress) {
 }
 
 /// What chooses faces has no meaning without a sensor model.
-void refuseSelection(const RunOptions& options, const char* source) {
+void refuseSelection(const ModelOptions& options, const char* source) {
     const FaceSelection& selection = options.selection;
     const char* option = !selection.patterns.empty()  ? "--select"
                          : !selection.exclude.empty() ? "--exclude"
@@ -201,7 +202,8 @@ void refuseSelection(const RunOptions& options, const char* source) {
 
 } // namespace
 
-StudyInputs readInputs(const RunOptions& options, Progress& progress, const std::stop_token& stop) {
+StudyInputs readInputs(const ModelOptions& options, Progress& progress,
+                       const std::stop_token& stop) {
     const std::filesystem::path& sensorFile = options.sensorFile();
     StudyInputs inputs;
     std::optional<Mesh> sensorMesh;

@@ -18,6 +18,7 @@ struct StudyInputs {
 /// Reads the models and cuts or reads the sensors. Refuses what the machine cannot hold before
 /// memory is taken, unless the options force it.
 /// @throws DataError, UsageError, Stopped
-StudyInputs readInputs(const RunOptions& options, Progress& progress, const std::stop_token& stop);
+StudyInputs readInputs(const ModelOptions& options, Progress& progress,
+                       const std::stop_token& stop);
 
 } // namespace insolate::study

@@ -29,12 +29,8 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
     return record;
 }
 
-nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,
-                                 const StudyInputs& inputs) {
-    nlohmann::ordered_json record = studyRecord(options, weather);
-    record["rays"] = options.masks                       ? "masks " + options.masks->string()
-                     : options.rays == RayMethod::octree ? "octree"
-                                                         : "fast";
+void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
+                   const StudyInputs& inputs) {
     record["scene"]["files"] = nlohmann::ordered_json::array();
     for (const auto& file : options.scenes) {
         record["scene"]["files"].push_back(file.string());
@@ -45,7 +41,7 @@ nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport&
     record["scene"]["orient"] = orientName(options.orient);
     record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
     if (inputs.field.hasCells()) {
-        record["sensors"]["grid_m"] = options.grid.value_or(RunOptions::usualGrid);
+        record["sensors"]["grid_m"] = options.grid.value_or(ModelOptions::usualGrid);
         record["sensors"]["offset_m"] = inputs.offset;
         record["sensors"]["select"] = options.selection.patterns;
         record["sensors"]["exclude"] = options.selection.exclude;
@@ -58,6 +54,15 @@ nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport&
             record["sensors"]["tilt_deg"] = {tilt->least, tilt->most};
         }
     }
+}
+
+nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,
+                                 const StudyInputs& inputs) {
+    nlohmann::ordered_json record = studyRecord(options, weather);
+    record["rays"] = options.masks                       ? "masks " + options.masks->string()
+                     : options.rays == RayMethod::octree ? "octree"
+                                                         : "fast";
+    describeModel(record, options, inputs);
     return record;
 }
 

@@ -15,7 +15,11 @@ namespace insolate::study {
 /// Versions, weather, site, period and method.
 nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather);
 
-/// The same with what belongs to sensors in a scene.
+/// Adds the scene and the sensors.
+void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
+                   const StudyInputs& inputs);
+
+/// The record of a study with its scene and sensors.
 nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,
                                  const StudyInputs& inputs);
 

@@ -161,6 +161,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     };
     const std::string base = "run --scene court.obj --weather good.epw --out out ";
     const std::string scene = "run --scene court.obj --out out --weather ";
+    const std::string sun = "sunhours --scene court.obj --lat 50 --lon 8 --tz 1 --out out ";
     for (const Case& c : std::vector<Case>{
              {"", 2, "a subcommand is missing; give one of run, sky, "},
              {"fly", 2, "'fly'; choose from run, sky, "},
@@ -199,6 +200,30 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
               "taken/series.csv: is a folder; "},
              {"sky --weather good.epw --out out --method perez-point", 2,
               "there is no 'perez-point'; choose from "},
+             {"sun", 2, "give --lat and --lon"},
+             {"sunhours --scene court.obj --dates 3/21 --out out", 2, "give --lat and --lon"},
+             {sun, 2, "--dates is missing; "},
+             {sun + "--dates 3/21,3/32", 2, "--dates '3/32': date '3/32': March has 31 days; "},
+             {sun + "--rule nl-ligt", 2, "--rule: there is no 'nl-ligt'; did you mean 'nl-light'?"},
+             {sun + "--rule en17037", 2,
+              "--min-altitude is missing; en17037 (EN 17037:2018+A1:2021"},
+             {sun + "--dates 3/21 --count most", 2,
+              "--count: there is no 'most'; choose from sum, "},
+             {sun + "--dates 3/21 --min 25", 2, "--min 25: out of range; give hours from 0 to 24"},
+             {sun + "--dates 3/21 --min 2 --max-shadow 2", 2, "--max-shadow contradicts --min; "},
+             {sun + "--dates 3/21 --min-with-gap 2", 2,
+              "--min-with-gap belongs to --count one-gap"},
+             {sun + "--dates 3/21 --hours 9-15 --after-sunrise 1", 2,
+              "--hours contradicts --after"},
+             {sun + "--dates 3/21 --pass area", 2, "--pass asks who must pass, but there is no "},
+             {sun + "--dates 3/21 --min 2 --share 50", 2, "--share belongs to --pass area or"},
+             {sun + "--dates 3/21 --min 2 --ratio 0.8", 2, "--baseline is missing; "},
+             {sun + "--dates 3/21 --min 2 --baseline file", 2, "--ratio is missing; "},
+             {sun + "--dates 3/21 --min 2 --ratio 1 --baseline none", 1,
+              "none/sensors.csv: no such"},
+             {sun + "--dates 3/21 --sunshine 1,2", 2, "--sunshine: 2 numbers, not twelve; "},
+             {sun + "--dates 3/21 --year 1800", 2, "--year 1800: "},
+             {sun + "--dates 3/21 --grid 0", 2, "--grid 0"},
              {"sun --lat 4 --lon 4 --date 2/30", 2,
               "--date '2/30': date '2/30': February has 28"}}) {
         const Outcome bad = command(c.words);
@@ -288,6 +313,31 @@ TEST_F(CommandTest, LooksIntoWeather) {
         EXPECT_THAT(done(run + method).err,
                     HasSubstr("zone.epw: the time zone UTC+6 does not go with longitude 0.00 E"));
     }
+}
+
+TEST_F(CommandTest, CountsHoursOfSun) {
+    write("sun.toml", "lat = 50\nlon = 15\ntz = 1\nscene = 'court.obj'\nselect = 'floor'\n"
+                      "dates = ['6/21', '12/21']\nhours = '9-15'\nmin = 2\ndays = 'any'\n");
+    const Outcome run = done("sunhours --study sun.toml --grid 1 --spans --out a");
+    expectAll(run.err, {"50.00 N, 15.00 E, UTC+1, year 2025; centre of the sun's disc, without "
+                        "refraction\n",
+                        "21 June, 21 December, any one day; 9:00 to 15:00 clock time; all sun; at "
+                        "least 2 h at every point\n",
+                        "FAIL: "});
+    expectAll(readFile(path("a/summary.json")),
+              {"\"year\": 2025", "\"refraction\": false", "\"time_basis\": \"clock\""});
+    expectAll(readFile(path("a/spans.csv")), {"2025-06-21T", "+01:00,"});
+    done("sunhours --study sun.toml --grid 1 --threads 1 --quiet --out b");
+    for (const char* name : {"sensors.csv", "sensors.vtp", "groups.csv", "heatmap.png"}) {
+        EXPECT_EQ(readFile(path("a") / name), readFile(path("b") / name)) << name;
+    }
+    done("sunhours --study sun.toml --grid 1 --quiet --out a");
+    EXPECT_FALSE(exists(path("a/spans.csv"))) << "spans of another run";
+    EXPECT_THAT(done("sunhours --list-rules").out, HasSubstr("to be given: --min-altitude\n"));
+    EXPECT_THAT(command("sunhours --study sun.toml --share 30 --out c").err,
+                HasSubstr("--share belongs to --pass area or groups"));
+    EXPECT_THAT(command("sunhours --study sun.toml --max-shadow 1 --out c").err,
+                HasSubstr("--max-shadow contradicts --min"));
 }
 
 TEST_F(CommandTest, PrintsSunAndWritesSky) {

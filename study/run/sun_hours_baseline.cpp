@@ -1,0 +1,85 @@
+#include "study/run/sun_hours_baseline.h"
+
+#include "study/files/input_file.h"
+#include "study/model/mesh.h"
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+std::vector<std::string_view> fieldsOf(std::string_view line) {
+    std::vector<std::string_view> fields;
+    for (;;) {
+        const std::size_t comma = line.find(',');
+        fields.push_back(trimmed(line.substr(0, comma)));
+        if (comma == std::string_view::npos) {
+            return fields;
+        }
+        line.remove_prefix(comma + 1);
+    }
+}
+
+} // namespace
+
+Baseline readBaseline(const std::filesystem::path& folder, const SensorField& field, bool probable,
+                      const std::stop_token& stop) {
+    const std::filesystem::path file = folder / "sensors.csv";
+    InputFile in(file, inputKinds::sensorTable, stop);
+    std::string line;
+    in.readLine(line);
+    const std::string first = line;
+    const std::vector<std::string_view> header = fieldsOf(first);
+    const auto columnOf = [&](std::string_view name) {
+        const auto found = std::find(header.begin(), header.end(), name);
+        if (found == header.end()) {
+            throw DataError(fmt::format("{}: there is no column '{}'; give the folder of an "
+                                        "'insolate sunhours' run with the same kind of threshold",
+                                        place(file, 1), name));
+        }
+        return static_cast<std::size_t>(found - header.begin());
+    };
+    const std::size_t value = columnOf(probable ? "probable_sun [%]" : "sun [min]");
+    const std::size_t winter = probable ? columnOf("probable_sun_winter [%]") : 0;
+    const std::size_t passes = columnOf("passes [0 or 1]");
+    const std::size_t width = header.size();
+    Baseline baseline;
+    for (std::size_t number = 2; in.readLine(line); ++number) {
+        const std::vector<std::string_view> fields = fieldsOf(line);
+        const auto at = [&](std::size_t column) {
+            const auto parsed =
+                fields.size() == width ? parseNumber<double>(fields[column]) : std::nullopt;
+            if (!parsed) {
+                throw DataError(fmt::format("{}: not a line of results; write the baseline again",
+                                            place(file, number)));
+            }
+            return *parsed;
+        };
+        const std::size_t sensor = baseline.values.size();
+        constexpr double samePlace = 1.0e-3; // metres
+        if (sensor >= field.size() ||
+            length(Vector3{at(0), at(1), at(2)} - field.positions[sensor]) > samePlace) {
+            throw DataError(fmt::format("{}: not the sensors of this study; make the baseline with "
+                                        "the same --sensors, --select, --grid and --offset",
+                                        place(file, number)));
+        }
+        baseline.values.push_back(at(value));
+        baseline.winter.push_back(probable ? at(winter) : 0.0);
+        baseline.passes.push_back(at(passes) != 0.0);
+    }
+    if (baseline.values.size() != field.size()) {
+        throw DataError(fmt::format("{}: {} sensors, but this study has {}; make the baseline with "
+                                    "the same --sensors, --select, --grid and --offset",
+                                    place(file), baseline.values.size(), field.size()));
+    }
+    return baseline;
+}
+
+} // namespace insolate::study

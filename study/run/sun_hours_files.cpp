@@ -1,0 +1,306 @@
+#include "study/files/output_folder.h"
+#include "study/files/result_name.h"
+#include "study/output/picture.h"
+#include "study/output/sensor_tables.h"
+#include "study/output/summary.h"
+#include "study/output/text.h"
+#include "study/run/period.h"
+#include "study/run/stopwatch.h"
+#include "study/run/study_record.h"
+#include "study/run/sun_hours_study.h"
+#include "study/run/sun_of_days.h"
+#include "study/support/errors.h"
+#include "study/support/readable.h"
+
+#include <cmath>
+#include <numeric>
+
+#include <fmt/format.h>
+#include <insolate/version.h>
+
+namespace insolate::study {
+
+namespace {
+
+constexpr const char* spansName = "spans.csv";
+constexpr std::string_view groupsHeader = "group,sensors,";
+constexpr std::string_view spansHeader = "sensor,begin,end,length [min]\n";
+
+std::string presetText(const SunHoursStudy& study) {
+    if (study.options.rule.preset.empty()) {
+        return {};
+    }
+    const SunlightPreset& preset = sunlightPreset(study.options.rule.preset);
+    return fmt::format("{}, {} ({}); ", preset.title, preset.country, preset.edition);
+}
+
+/// What made the results, in one line.
+std::string subtitleOf(const SunHoursStudy& study) {
+    return fmt::format("{}, {}; {}{}; centre of the disc, {} refraction; insolate {}",
+                       study.site.name, study.options.year, presetText(study), ruleText(study.rule),
+                       study.options.refraction ? "with" : "without", INSOLATE_VERSION);
+}
+
+/// The first column as people read it: hours.
+ResultColumn shownColumn(const SunHoursResults& results) {
+    ResultColumn column = results.columns.front();
+    if (column.unit == "min") {
+        for (float& value : column.values) {
+            value /= 60.0f;
+        }
+        column.unit = "h";
+    }
+    return column;
+}
+
+std::vector<ResultColumn> tableColumns(const SunHoursResults& results) {
+    std::vector<ResultColumn> columns = results.columns;
+    if (!results.areas.empty()) {
+        columns.push_back({"area", "m2", "Area of the cell", results.areas});
+    }
+    return columns;
+}
+
+void writeGroups(OutputFile& out, const SunHoursStudy& study, const SunHoursResults& results) {
+    const std::string unit = results.columns.front().unit;
+    const bool judged = results.passes.has_value();
+    const bool areas = !results.areas.empty();
+    out.write(groupsHeader);
+    out.write(fmt::format("{}least [{}],greatest [{}]", areas ? "area [m2]," : "", unit, unit));
+    if (judged) {
+        out.write(fmt::format(",sensors that pass,{}share that passes [%],passes [0 or 1]",
+                              areas ? "area that passes [m2]," : ""));
+    }
+    if (judged && !study.options.baseline.empty()) {
+        out.write(",share that passed before [%]");
+    }
+    out.write("\n");
+    const auto number = [&](double value) {
+        out.write(",");
+        out.writeNumber(value);
+    };
+    for (const SunGroupResult& group : results.groups) {
+        out.write(fmt::format("{},{}", csvField(group.name), group.sensors));
+        if (areas) {
+            number(group.area);
+        }
+        number(group.least);
+        number(group.greatest);
+        if (judged) {
+            out.write(fmt::format(",{}", group.passing));
+            if (areas) {
+                number(group.passingArea);
+            }
+            number(100.0 * group.passingArea / group.area);
+            out.write(group.passes ? ",1" : ",0");
+            if (!study.options.baseline.empty()) {
+                number(100.0 * group.formerArea / group.area);
+            }
+        }
+        out.write("\n");
+    }
+}
+
+/// "2025-03-21T09:00:03.4+01:00".
+class IsoTime {
+public:
+    IsoTime(int year, double timeZone) : m_year(year) {
+        const auto minutes = static_cast<int>(std::lround(std::abs(timeZone) * 60.0));
+        m_offset =
+            fmt::format("{}{:02}:{:02}", timeZone < 0.0 ? '-' : '+', minutes / 60, minutes % 60);
+    }
+
+    [[nodiscard]] std::string text(const SunOfDay& day, double minutes) const {
+        const auto tenths = static_cast<long>(std::lround(minutes * 600.0));
+        constexpr long wholeDay = 864000;
+        // A window of solar time may lie partly in a neighbouring date of the clock.
+        const long days = (tenths >= 0 ? tenths : tenths - wholeDay + 1) / wholeDay;
+        const long rest = tenths - days * wholeDay;
+        const MonthAndDay date =
+            monthAndDay(static_cast<int>((day.dayOfYear - 1 + days + 365) % 365));
+        const int year = m_year + static_cast<int>((day.dayOfYear - 1 + days + 365) / 365) - 1;
+        return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{}{}", year, date.month, date.day,
+                           rest / 36000, rest / 600 % 60, rest / 10 % 60, rest % 10, m_offset);
+    }
+
+private:
+    int m_year;
+    std::string m_offset;
+};
+
+void writeSpans(OutputFile& out, const SunHoursStudy& study, const std::stop_token& stop) {
+    const SunOfDays sun(study);
+    SunOfSensor sensorSun(sun, study.inputs.field);
+    const IsoTime iso(study.options.year, study.site.site.timeZone);
+    out.write(spansHeader);
+    for (std::size_t sensor = 0; sensor < study.inputs.field.size(); ++sensor) {
+        throwIfStopped(stop);
+        sensorSun.moveTo(sensor);
+        for (std::size_t day = 0; day < sun.days().size(); ++day) {
+            for (const TimeSpan& span : sensorSun.litOn(day)) {
+                out.write(fmt::format("{},{},{},{:.3f}\n", sensor,
+                                      iso.text(sun.days()[day], span.begin),
+                                      iso.text(sun.days()[day], span.end), span.length()));
+            }
+        }
+    }
+}
+
+nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResults& results,
+                                const Stopwatch& watch) {
+    const SunHoursOptions& options = study.options;
+    const SunlightRule& rule = study.rule;
+    nlohmann::ordered_json record;
+    record["versions"] = versionsInUse();
+    record["question"] = "hours of direct sun";
+    record["site"] = {{"text", study.site.name},
+                      {"latitude_deg", study.site.site.latitude},
+                      {"longitude_deg", study.site.site.longitude},
+                      {"time_zone_h", study.site.site.timeZone}};
+    record["sun"] = {{"year", options.year},
+                     {"disc", "centre"},
+                     {"refraction", options.refraction},
+                     {"least_altitude_deg", rule.leastAltitude},
+                     {"least_plan_angle_deg", rule.leastPlanAngle}};
+    record["rule"]["text"] = ruleText(rule);
+    if (!options.rule.preset.empty()) {
+        const SunlightPreset& preset = sunlightPreset(options.rule.preset);
+        record["rule"]["preset"] = {{"name", preset.name},
+                                    {"title", preset.title},
+                                    {"country", preset.country},
+                                    {"edition", preset.edition},
+                                    {"note", preset.note}};
+    }
+    record["rule"]["days_of_year"] = rule.days;
+    record["rule"]["time_basis"] = rule.window.basis == TimeBasis::clock   ? "clock"
+                                   : rule.window.basis == TimeBasis::solar ? "true solar time"
+                                                                           : "sunrise and sunset";
+    if (rule.hours) {
+        record["rule"]["hours"] = *rule.hours;
+    }
+    if (!options.baseline.empty()) {
+        record["rule"]["baseline"] = options.baseline.string();
+        record["rule"]["ratio"] = *rule.baselineRatio;
+    }
+    describeModel(record, options.model, study.inputs);
+    if (!results.areas.empty()) {
+        record["sensors"]["area_m2"] =
+            std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
+    }
+    record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
+    record["results"] = rangesOf(results.columns, results.areas);
+    if (results.passes) {
+        std::size_t passing = 0;
+        for (const SunGroupResult& group : results.groups) {
+            passing += group.passes ? 1 : 0;
+        }
+        record["verdict"] = {{"passes", *results.passes},
+                             {"groups", results.groups.size()},
+                             {"groups_that_pass", passing}};
+    }
+    record["threads"] = usedThreads(options.model.threads);
+    for (const auto& [stage, seconds] : watch.stages()) {
+        record["timings"][stage] = seconds;
+    }
+    record["timings"]["whole_s"] = watch.whole();
+    return record;
+}
+
+void report(const SunHoursStudy& study, const SunHoursResults& results, Progress& progress) {
+    const ResultColumn shown = shownColumn(results);
+    const ColumnRange range = rangeOf(shown.values, results.areas);
+    progress.note(fmt::format("{}: {:.4g} to {:.4g}, {} {:.4g} {}", shown.title, range.lowest,
+                              range.highest, results.areas.empty() ? "mean" : "mean by area",
+                              range.mean, shown.unit));
+    if (!results.passes) {
+        return;
+    }
+    std::size_t sensors = 0;
+    std::size_t groups = 0;
+    for (const SunGroupResult& group : results.groups) {
+        sensors += group.passing;
+        groups += group.passes ? 1 : 0;
+    }
+    progress.note(fmt::format(
+        "{}: {} of {} {} and {} of {} {} pass", *results.passes ? "PASS" : "FAIL",
+        groupedDigits(sensors), groupedDigits(study.inputs.field.size()),
+        counted(study.inputs.field.size(), "sensor", "sensors"), groupedDigits(groups),
+        groupedDigits(results.groups.size()), counted(results.groups.size(), "group", "groups")));
+}
+
+bool isOurSpans(const std::filesystem::path& file) {
+    return fileBeginning(file, spansHeader.size()) == spansHeader;
+}
+
+bool isOurGroups(const std::filesystem::path& file) {
+    return fileBeginning(file, groupsHeader.size()) == groupsHeader;
+}
+
+/// What a result must not replace.
+std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
+    std::vector<std::filesystem::path> files = options.model.scenes;
+    if (options.model.sensors) {
+        files.push_back(*options.model.sensors);
+    }
+    if (!options.baseline.empty()) {
+        files.push_back(options.baseline / "sensors.csv");
+    }
+    return files;
+}
+
+} // namespace
+
+void runSunHours(const SunHoursOptions& options, Progress& progress, const std::stop_token& stop) {
+    Stopwatch watch;
+    ruleOf(options.rule);
+    if (options.out.empty()) {
+        throw UsageError("--out is missing; give the folder for the results");
+    }
+    OutputFolder folder(options.out);
+    const FolderHold hold(progress, folder);
+    for (const std::string& note : folder.notes()) {
+        progress.note(note);
+    }
+    const std::vector<std::filesystem::path> inputs = filesRead(options);
+    folder.requireFree({{"sensors.csv", isOurSensorsCsv},
+                        {"sensors.vtp", isOurSensorsVtp},
+                        {"groups.csv", isOurGroups},
+                        {"heatmap.png", isOurPicture},
+                        {"summary.json", isOurSummary}},
+                       inputs);
+    if (options.spans) {
+        folder.requireFree({{spansName, isOurSpans}}, inputs);
+    }
+    const SunHoursStudy study = prepareSunHours(options, progress, stop);
+    watch.lap("models_s");
+    const SunHoursResults results = calculateSunHours(study, progress, stop);
+    watch.lap("sensors_s");
+    const SensorField& field = study.inputs.field;
+    const std::string subtitle = subtitleOf(study);
+    const std::vector<ResultColumn> columns = tableColumns(results);
+    writeSensorsCsv(folder.stage("sensors.csv"), field, columns, stop);
+    writeSensorsVtp(folder.stage("sensors.vtp"), field, columns, subtitle, stop);
+    writeGroups(folder.stage("groups.csv"), study, results);
+    const ResultColumn shown = shownColumn(results);
+    PictureOptions picture;
+    picture.subtitle = subtitle;
+    picture.north = options.model.north;
+    picture.areas = results.areas;
+    drawPicture(folder.stage("heatmap.png"), study.inputs.scene, field, shown, picture, stop);
+    throwIfStopped(stop);
+    if (options.spans) {
+        writeSpans(folder.stage(spansName), study, stop);
+    } else if (isOurSpans(folder.path() / spansName)) {
+        folder.retire(spansName);
+    }
+    watch.lap("files_s");
+    writeSummaryJson(folder.stage("summary.json"), recordOf(study, results, watch));
+    folder.commit();
+    report(study, results, progress);
+    progress.note(fmt::format("wrote sensors.csv, sensors.vtp, groups.csv, heatmap.png{} and "
+                              "summary.json in {} ({})",
+                              options.spans ? ", spans.csv" : "", options.out.string(),
+                              durationText(watch.whole())));
+}
+
+} // namespace insolate::study

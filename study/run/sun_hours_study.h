@@ -1,0 +1,55 @@
+/// What stands between the options of `insolate sunhours` and its files.
+#pragma once
+
+#include "study/results/result_column.h"
+#include "study/run/study_inputs.h"
+#include "study/run/sun_hours.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace insolate::study {
+
+/// What of a group satisfies the rule.
+struct SunGroupResult {
+    std::string name;
+    std::size_t sensors = 0;
+    std::size_t passing = 0;  ///< sensors
+    double area = 0.0;        ///< [m2]; sensors without cells count as 1 m2 each
+    double passingArea = 0.0; ///< [m2]
+    double formerArea = 0.0;  ///< that passed in the baseline [m2]
+    double least = 0.0;       ///< of the sensors' first column
+    double greatest = 0.0;
+    bool passes = true;
+};
+
+struct SunHoursResults {
+    /// The first is what decides: minutes of the deciding day, or a share of the year's probable
+    /// sun.
+    std::vector<ResultColumn> columns;
+    std::vector<float> areas; ///< of the cells [m2]; empty for sensors without
+    std::vector<SunGroupResult> groups;
+    std::optional<bool> passes; ///< nothing where the rule has no threshold
+};
+
+/// Everything that is known before the first sensor.
+struct SunHoursStudy {
+    SunHoursOptions options;
+    SunlightRule rule;
+    NamedSite site;
+    StudyInputs inputs;
+};
+
+/// Checks the options and reads the models.
+/// @throws Error
+SunHoursStudy prepareSunHours(const SunHoursOptions& options, Progress& progress,
+                              const std::stop_token& stop = {});
+
+/// Equal inputs give equal bytes for every number of threads.
+/// @throws Stopped; DataError when the baseline does not fit
+SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress,
+                                  const std::stop_token& stop = {});
+
+} // namespace insolate::study
