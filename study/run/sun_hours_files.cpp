@@ -1,3 +1,4 @@
+#include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
 #include "study/files/result_name.h"
 #include "study/output/picture.h"

@@ -67,7 +67,6 @@ TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
                                              "3,5,12", "3,5,11"));
     options.allowGaps = true;
     options.scenes = {folder.write("box.obj", test::courtModel() + "f 5 6 7 8\n")};
-    options.orient = Orient::keep; // of the court, whose walls look both ways
     options.sensors = folder.write("a.csv", "5,5,5,0,0,1\n-5,5,5,0,0,1\n-5,9,5,0,0,1\n");
     options.method = "perez-sky";
     options.period = {.startDay = 1, .endDay = 1, .startHour = 0.0, .endHour = 2.0, .step = 1.0};
@@ -77,11 +76,13 @@ TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
         options.north = isTurned ? 90.0 : 0.0;
         test::Heard heard;
         runStudy(options, heard);
-        EXPECT_THAT(heard.warnings, testing::UnorderedElementsAre(
-                                        HasSubstr("1 line repeats an hour; the last one stands"),
-                                        HasSubstr("1 hour without data counts as without"),
-                                        HasSubstr("no hour of the period has radiation"),
-                                        HasSubstr("1 of 3 sensors sees no sky; it may lie in")));
+        EXPECT_THAT(heard.warnings,
+                    testing::UnorderedElementsAre(
+                        HasSubstr("1 line repeats an hour; the last one stands"),
+                        HasSubstr("1 hour without data counts as without"),
+                        HasSubstr("1 of 1 closed body look partly inwards; 5 faces were turned"),
+                        HasSubstr("no hour of the period has radiation"),
+                        HasSubstr("1 of 3 sensors sees no sky; it may lie in")));
         pictures[isTurned ? 1 : 0] = test::readFile(options.out / "heatmap.png");
     }
     EXPECT_NE(pictures[0], pictures[1]);
