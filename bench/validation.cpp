@@ -134,8 +134,7 @@ void closure(const std::string& folder) {
 /// Radiation on open surfaces without cells, hour by hour: the beam at each sub-step's own sun.
 struct OpenSurfaces {
     std::vector<double> beam;
-    std::vector<double>
-        sky1993; ///< Perez et al. (1993), the dome integrated test::degree by test::degree
+    std::vector<double> sky1993; ///< Perez et al. (1993), the dome integrated degree by degree
     std::vector<double> sky1990; ///< Perez et al. (1990), tilted-surface model
 };
 

@@ -13,8 +13,8 @@ double part(double value) {
 }
 
 XYZf directionOf(double sector, double band, double northOffset) {
-    const double azimuth = sector * std::numbers::pi / 36.0 + northOffset;
-    const double altitude = band * std::numbers::pi / 36.0;
+    const double azimuth = sector * skyGrid::cellWidth + northOffset;
+    const double altitude = band * skyGrid::cellWidth;
     return {static_cast<float>(std::cos(altitude) * std::sin(azimuth)),
             static_cast<float>(std::cos(altitude) * std::cos(azimuth)),
             static_cast<float>(std::sin(altitude))};

@@ -50,17 +50,17 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
 } // namespace
 
 GroundRays::GroundRays(int rays, double northOffset) : pieces(groundPieces(rays, northOffset)) {
-    constexpr double width = std::numbers::pi / 36.0;
     std::vector<SkyCellSet> taken;
     std::vector<std::vector<XYZf>> directions;
     for (const GroundPiece& piece : pieces) {
         const XYZf& d = piece.direction;
         const double turn = std::atan2(static_cast<double>(d.x), static_cast<double>(d.y));
         const double depth = std::acos(std::clamp(static_cast<double>(-d.z), 0.0, 1.0));
-        const int sector = static_cast<int>(std::floor(turn / width));
+        const int sector = static_cast<int>(std::floor(turn / skyGrid::cellWidth));
         Cell cell;
         cell.azimuth = (sector + skyGrid::azimuthCount) % skyGrid::azimuthCount;
-        cell.altitude = std::min(static_cast<int>(depth / width), skyGrid::altitudeCount - 1);
+        cell.altitude =
+            std::min(static_cast<int>(depth / skyGrid::cellWidth), skyGrid::altitudeCount - 1);
         cell.set = 0;
         while (cell.set < taken.size() && taken[cell.set].contains(cell.azimuth, cell.altitude)) {
             ++cell.set;

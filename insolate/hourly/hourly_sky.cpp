@@ -344,8 +344,8 @@ private:
             if (!step.inPeriod) {
                 continue;
             }
-            const double sector = step.azimuth / pi * 36.0;
-            const double band = step.altitude / pi * 36.0;
+            const double sector = step.azimuth / skyGrid::cellWidth;
+            const double band = step.altitude / skyGrid::cellWidth;
             const int cell =
                 skyGrid::cellIndex(std::min(static_cast<int>(sector), skyGrid::azimuthCount - 1),
                                    std::min(static_cast<int>(band), skyGrid::altitudeCount - 1));
@@ -510,7 +510,7 @@ int skyPatches::ofCell(int cell) {
 SkyCells::SkyCells(double northOffset)
     : centre(cellCount), momentX(cellCount), momentY(cellCount), momentZ(cellCount),
       solidAngle(cellCount) {
-    constexpr double width = pi / 36.0;
+    constexpr double width = skyGrid::cellWidth;
     const double north = finiteOffset(northOffset);
     for (std::size_t band = 0; band < bandCount; ++band) {
         const double h0 = static_cast<double>(band) * width;

@@ -10,10 +10,12 @@
 #include <hwy/highway.h>
 
 #include <insolate/hourly/vector_lanes.h>
+#include <insolate/platform/vector_masks.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 
 HWY_BEFORE_NAMESPACE();
 namespace insolate::HWY_NAMESPACE {
@@ -128,7 +130,7 @@ struct SensorView {
             std::uint64_t word = 0;
             for (std::size_t i = 0; i < count; i += hn::Lanes(d)) {
                 const V visible = hn::LoadU(d, sensor.sunVisible + first + i);
-                word |= bitsOf(d, hn::Gt(visible, hn::Zero(d))) << i;
+                word |= bitsOf<std::uint64_t>(d, hn::Gt(visible, hn::Zero(d))) << i;
             }
             sun[first / 64] = word;
         }
@@ -201,8 +203,8 @@ void boundBlocks(const PeakHours& hours, const Broadcast& in, float best, BlockB
         const V rest = hn::Add(sky, hn::Mul(field(BlockTerms::ground), in.groundView));
         hn::StoreU(beam, d, blocks.beam.data() + i);
         hn::StoreU(rest, d, blocks.rest.data() + i);
-        for (std::uint64_t more = bitsOf(d, above(hn::Add(beam, rest), best)); more != 0;
-             more &= more - 1) {
+        for (std::uint64_t more = bitsOf<std::uint64_t>(d, above(hn::Add(beam, rest), best));
+             more != 0; more &= more - 1) {
             *blocks.end++ =
                 static_cast<std::uint32_t>(i) + static_cast<std::uint32_t>(std::countr_zero(more));
         }
@@ -289,8 +291,8 @@ void evaluateBestLeader(const PeakHours& hours, const PeakSensor& sensor, const 
         beams = hn::IfThenElse(more, beam, beams);
         places = hn::IfThenElse(more, hn::Iota(d, static_cast<float>(i)), places);
     }
-    const auto lane = static_cast<std::size_t>(
-                          std::countr_zero(bitsOf(d, hn::Eq(most, hn::MaxOfLanes(d, most))))) %
+    const auto lane = static_cast<std::size_t>(std::countr_zero(
+                          bitsOf<std::uint64_t>(d, hn::Eq(most, hn::MaxOfLanes(d, most))))) %
                       lanes; // a NaN is equal to none
     alignas(64) std::array<float, 2 * lanes> kept;
     hn::Store(beams, d, kept.data());
@@ -323,8 +325,9 @@ void evaluateBlocks(const PeakHours& hours, const PeakSensor& sensor, const Broa
                                    in, sensor.sunVisible);
             alignas(64) std::array<float, lanes> beams;
             hn::Store(beam, d, beams.data());
-            for (std::uint64_t more = bitsOf(d, above(hn::Add(beam, rest), best.value)); more != 0;
-                 more &= more - 1) {
+            for (std::uint64_t more =
+                     bitsOf<std::uint64_t>(d, above(hn::Add(beam, rest), best.value));
+                 more != 0; more &= more - 1) {
                 const auto lane = static_cast<std::size_t>(std::countr_zero(more));
                 list[count++] = {block * lanes + part + lane, beams[lane], 0.0f};
             }

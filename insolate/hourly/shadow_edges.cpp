@@ -115,7 +115,7 @@ constexpr float squared(float value) {
 
 /// Solid angle of a square whose moment has length 1 [sr].
 float solidAngle(int level) {
-    constexpr auto width = static_cast<float>(std::numbers::pi / 36.0);
+    constexpr auto width = static_cast<float>(skyGrid::cellWidth);
     return width * width / static_cast<float>(1 << 2 * level);
 }
 
@@ -162,7 +162,7 @@ EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& firstRays)
     // From the middle of an eighth to the ray in it.
     const auto shift = [](double place) {
         const double over = place * side - std::floor(place * side) - 0.5;
-        const double angle = over / side * std::numbers::pi / 36.0;
+        const double angle = over / side * skyGrid::cellWidth;
         return Angle{static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle))};
     };
     for (int altitude = 0; altitude < bands; ++altitude) {

@@ -1,13 +1,11 @@
-/// What the vector code of the hourly method shares: sums over lanes in a fixed order, and masks as
-/// bits. Included once per instruction set, after <hwy/foreach_target.h>.
+/// What the vector code of the hourly method shares: sums over lanes in a fixed order. Included
+/// once per instruction set, after <hwy/foreach_target.h>.
 #include <hwy/highway.h>
 
 #include <insolate/hourly/sensor_kernels.h>
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 
 // Highway compiles the including file several times over; each time this header takes part once.
 #if defined(INSOLATE_HOURLY_VECTOR_LANES_H) == defined(HWY_TARGET_TOGGLE)
@@ -40,16 +38,6 @@ HWY_INLINE float sumOf(std::array<float, lanes>& sums) {
     fold<8>(sums.data());
     fold<4>(sums.data());
     return (sums[0] + sums[2]) + (sums[1] + sums[3]);
-}
-
-/// The bits of a mask, the first lane's lowest.
-template <typename D, typename Mask>
-HWY_INLINE std::uint64_t bitsOf(D d, Mask mask) {
-    std::uint8_t bytes[8] = {};
-    hn::StoreMaskBits(d, mask, bytes);
-    std::uint64_t bits;
-    std::memcpy(&bits, bytes, sizeof(bits));
-    return bits;
 }
 
 } // namespace insolate::HWY_NAMESPACE

@@ -96,11 +96,6 @@ TEST(HourlyAnalysis, SplitsTheViewOfOpenTiltsIntoSkyAndGround) {
     for (const double tilt : {0.0, 20.0, 90.0, 135.0, 180.0}) {
         const XYZf normal = test::narrowed(test::direction(205.0, 90.0 - tilt));
         const SensorResult result = analysis.evaluate(OcclusionIndex(), {{0, 0, 1}, normal});
-        for (const float length : {0x1p100f, 0x1p-100f}) {
-            EXPECT_FLOAT_EQ(
-                analysis.evaluate(OcclusionIndex(), {{0, 0, 1}, scaled(normal, length)}).total,
-                result.total);
-        }
         EXPECT_NEAR(static_cast<double>(result.skyViewFactor),
                     0.5 * (1.0 + std::cos(tilt * degree)), 2e-3);
         EXPECT_NEAR(static_cast<double>(result.groundViewFactor),
