@@ -5,6 +5,7 @@
 #include "study/output/color_map.h"
 #include "study/output/picture_format.h"
 #include "study/results/result_column.h"
+#include "study/support/numbers.h"
 
 #include <cstdint>
 #include <functional>
@@ -19,8 +20,6 @@
 #include <cairo.h>
 
 namespace insolate::study {
-
-inline constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 
 /// How a column's values are shown: in which unit, and between which ends the colours run.
 struct ColorScale {

@@ -2,6 +2,7 @@
 
 #include "study/run/period.h"
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 
 #include <cmath>
 #include <numbers>
@@ -13,7 +14,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 constexpr int almanacYear = 2001; ///< a year without a leap day, as that of the weather
 
 /// Clock times as exact as the steps of the table need them.

@@ -1,6 +1,7 @@
 #include "study/run/site_options.h"
 
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 #include "study/weather/weather_check.h"
 #include "study/weather/weather_store.h"
 
@@ -11,11 +12,7 @@
 
 namespace insolate::study {
 
-namespace {
-
-constexpr double radiansPerDegree = std::numbers::pi / 180.0;
-
-} // namespace
+namespace {} // namespace
 
 NamedSite namedSite(const SiteOptions& options) {
     double latitude = 0.0;

@@ -24,7 +24,7 @@ namespace insolate::study {
 namespace {
 
 /// Sensors of one block: enough to keep the threads from meeting, few enough to stop soon.
-constexpr std::size_t blockSize = 64;
+constexpr std::size_t sensorsPerBlock = 64;
 
 /// With more days there are no columns by day.
 constexpr std::size_t mostDayColumns = 31;
@@ -70,7 +70,8 @@ public:
             const std::string date =
                 fmt::format("{:04}_{:02}_{:02}", study.options.year, day.month, day.day);
             const std::string on = dayText(day.dayOfYear);
-            m_byDay.push_back(add(what + "_" + date, "min", title + " on " + on));
+            m_byDay.push_back(
+                add(fmt::format("{}_{}", what, date), "min", fmt::format("{} on {}", title, on)));
             add("longest_" + date, "min", fmt::format("Longest span of {} on {}", what, on));
             add("first_" + date, clock, fmt::format("First {} on {}", what, on));
             add("last_" + date, clock, fmt::format("Last {} on {}", what, on));
@@ -323,21 +324,21 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
     tbb::task_arena arena(usedThreads(study.options.model.threads));
     arena.execute([&] {
         tbb::parallel_for(
-            tbb::blocked_range<std::size_t>(0, (count + blockSize - 1) / blockSize, 1),
+            tbb::blocked_range<std::size_t>(0, (count + sensorsPerBlock - 1) / sensorsPerBlock, 1),
             [&](const tbb::blocked_range<std::size_t>& range) {
                 SunOfSensor sensorSun(sun, field);
                 for (std::size_t block = range.begin(); block < range.end(); ++block) {
                     if (stop.stop_requested()) {
                         return;
                     }
-                    const std::size_t end = std::min((block + 1) * blockSize, count);
-                    for (std::size_t i = block * blockSize; i < end; ++i) {
+                    const std::size_t end = std::min((block + 1) * sensorsPerBlock, count);
+                    for (std::size_t i = block * sensorsPerBlock; i < end; ++i) {
                         sensorSun.moveTo(i);
                         columns.fill(i, [&](std::size_t day) -> const std::vector<TimeSpan>& {
                             return sensorSun.litOn(day);
                         });
                     }
-                    progress.advance(end - block * blockSize);
+                    progress.advance(end - block * sensorsPerBlock);
                 }
             },
             tbb::simple_partitioner());

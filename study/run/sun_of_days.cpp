@@ -1,4 +1,5 @@
 #include "study/run/sun_of_days.h"
+#include "study/support/numbers.h"
 
 #include <cmath>
 #include <numbers>
@@ -8,8 +9,6 @@
 namespace insolate::study {
 
 namespace {
-
-constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 
 SkyAxes axesOf(const SunHoursStudy& study) {
     return {study.site.site.latitude, study.options.model.north * radiansPerDegree};

@@ -1,12 +1,15 @@
-/// Numbers in text, read without regard to the locale.
+/// Numbers in text, read without regard to the locale, and angles in radians.
 #pragma once
 
 #include <charconv>
+#include <numbers>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
 namespace insolate::study {
+
+inline constexpr double radiansPerDegree = std::numbers::pi / 180.0;
 
 inline std::string_view trimmed(std::string_view text) {
     constexpr std::string_view blanks = " \t\r\n\v\f";
