@@ -415,7 +415,7 @@ private:
                                 "again",
                                 m_templateVertices.size()));
             }
-            m_templateVertices.push_back(*p); // not transformed, by the specification
+            m_templateVertices.push_back(*p); // not transformed, as the format has it
         }
         m_templates = elementsOf(templates, "templates");
     }

@@ -111,7 +111,7 @@ std::string bigEndian(std::uint32_t value) {
     return bytes;
 }
 
-/// A text chunk of the PNG specification (W3C 2003, 11.3.4.3), its CRC after annex D.
+/// A text chunk of PNG (W3C 2003, 11.3.4.3), its CRC after annex D.
 std::string pngTextChunk() {
     const std::string content = "tEXt" + std::string(pngMark);
     std::uint32_t crc = 0xFFFFFFFFU;
