@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <limits>
+#include <memory>
 #include <thread>
 
 #include <fcntl.h>
@@ -233,14 +234,16 @@ TEST_F(OutputFolderTest, anotherThreadMayGiveTheFolderUpAtAnyMoment) {
             fs::remove_all(made);
         }
     }
-    OutputFolder out(made);
-    out.stage("a.txt");
-    out.abandon();
-    OutputFolder next(made); // the given up object must not touch what is another run's by now
+    auto out = std::make_unique<OutputFolder>(made);
+    out->stage("a.txt");
+    out->abandon();
+    OutputFolder next(made);
     next.stage("a.txt");
-    EXPECT_THROW(out.stage("b.txt"), Stopped);
-    EXPECT_THROW(out.commit(), Stopped);
-    EXPECT_TRUE(fs::exists(made / "a.txt.insolate-partial"));
+    EXPECT_THROW(out->stage("b.txt"), Stopped);
+    EXPECT_THROW(out->commit(), Stopped);
+    out.reset();
+    EXPECT_TRUE(fs::exists(made / "a.txt.insolate-partial")) << "of the run that came after";
+    EXPECT_TRUE(fs::exists(made / ".insolate.lock"));
     EXPECT_GT(kept, 0) << "no moment was late";
     EXPECT_LT(kept, rounds) << "no moment was early";
 }
