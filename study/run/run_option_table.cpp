@@ -95,7 +95,7 @@ void addSkyOptions(OptionTable& table, SkyOptions& options,
 void addModelOptions(OptionTable& table, ModelOptions& options) {
     table.add({.name = "scene",
                .kind = Option::Kind::list,
-               .help = "Models that cast shadows: OBJ, STL, PLY, glTF and what else assimp reads",
+               .help = "Models that cast shadows: OBJ, STL, PLY, glTF, CityJSON and others (docs/files.md)",
                .typeName = "FILE",
                .path = Option::Path::input,
                .take = [&](const std::string& text) { takeScene(options.scenes, text); }});
