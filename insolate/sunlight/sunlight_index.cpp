@@ -220,7 +220,7 @@ public:
         const std::array<const float*, 4> plan = {node.minX.data(), node.maxX.data(),
                                                   node.minY.data(), node.maxY.data()};
         // Along the quarter's axis (u) and across (v): x, y / y, -x / -x, -y / -y, x.
-        const std::size_t alongY = m_fan.quarter & 1U;
+        const std::size_t alongY = static_cast<std::size_t>(m_fan.quarter) & 1U;
         const bool flipU = m_fan.quarter >= 2;
         const bool flipV = m_fan.quarter == 1 || m_fan.quarter == 2;
         for (std::size_t lane = 0; lane < OcclusionNode::width; lane += 4) {

@@ -93,12 +93,14 @@ void addSkyOptions(OptionTable& table, SkyOptions& options,
 }
 
 void addModelOptions(OptionTable& table, ModelOptions& options) {
-    table.add({.name = "scene",
-               .kind = Option::Kind::list,
-               .help = "Models that cast shadows: OBJ, STL, PLY, glTF, CityJSON and others (docs/files.md)",
-               .typeName = "FILE",
-               .path = Option::Path::input,
-               .take = [&](const std::string& text) { takeScene(options.scenes, text); }});
+    table.add(
+        {.name = "scene",
+         .kind = Option::Kind::list,
+         .help =
+             "Models that cast shadows: OBJ, STL, PLY, glTF, CityJSON and others (docs/files.md)",
+         .typeName = "FILE",
+         .path = Option::Path::input,
+         .take = [&](const std::string& text) { takeScene(options.scenes, text); }});
     table.add({.name = "sensors",
                .help =
                    "Where radiation is asked for: a model, whose faces are cut into cells, or "
