@@ -7,6 +7,13 @@
 #include <algorithm>
 #include <cstring>
 
+namespace {
+
+/// The reply ends before what it announces.
+struct CutReply {};
+
+} // namespace
+
 INSOLATE_FUZZ_TARGET(reply)(const std::uint8_t* bytes, std::size_t size) {
     using namespace insolate::study;
     if (size == 0) {
@@ -17,10 +24,9 @@ INSOLATE_FUZZ_TARGET(reply)(const std::uint8_t* bytes, std::size_t size) {
         reply.insert(0, "INSOMSH1");
     }
     std::size_t at = 0;
-    struct Cut {};
     const auto source = [&](std::span<char> to) {
         if (to.size() > reply.size() - at) {
-            throw Cut();
+            throw CutReply();
         }
         std::copy_n(reply.data() + at, to.size(), to.data());
         at += to.size();
@@ -35,7 +41,7 @@ INSOLATE_FUZZ_TARGET(reply)(const std::uint8_t* bytes, std::size_t size) {
             insolate::fuzz::require(again == reply.substr(0, at), "a mesh has one form");
             insolate::fuzz::checkMesh(std::move(*mesh), UpAxis::z);
         }
-    } catch (const Cut&) {
+    } catch (const CutReply&) {
     } catch (const BadReply&) {
     } catch (const DataError&) {
     }

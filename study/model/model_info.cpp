@@ -303,22 +303,23 @@ std::string modelInfoText(const ModelInfo& info, double north) {
 }
 
 std::string modelInfoJson(const ModelInfo& info, double north) {
-    using Json = nlohmann::ordered_json;
-    const auto point = [](const Vector3& p) { return Json{p.x, p.y, p.z}; };
+    using JsonText = nlohmann::ordered_json;
+    const auto point = [](const Vector3& p) { return JsonText{p.x, p.y, p.z}; };
     const auto parts = [&](const std::vector<PartInfo>& list) {
-        Json all = Json::array();
+        JsonText all = JsonText::array();
         for (const PartInfo& part : list) {
-            Json entry = {{"name", part.name}, {"faces", part.faces}, {"area_m2", part.area}};
+            JsonText entry = {{"name", part.name}, {"faces", part.faces}, {"area_m2", part.area}};
             const double agreement = length(part.meanNormal);
             entry["orientation"] = {
                 {"agreement", agreement},
-                {"tilt", agreement > 0.0 ? Json(tiltOf(part.meanNormal)) : Json()},
-                {"azimuth", agreement > 0.0 ? Json(azimuthOf(part.meanNormal, north)) : Json()}};
+                {"tilt", agreement > 0.0 ? JsonText(tiltOf(part.meanNormal)) : JsonText()},
+                {"azimuth",
+                 agreement > 0.0 ? JsonText(azimuthOf(part.meanNormal, north)) : JsonText()}};
             all.push_back(std::move(entry));
         }
         return all;
     };
-    const Json json = {
+    const JsonText json = {
         {"file", info.source},
         {"faces", info.faces},
         {"triangles", info.triangles},
@@ -327,7 +328,7 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
         {"extent_m", {{"low", point(info.low)}, {"high", point(info.high)}}},
         {"units",
          {{"read_as", nameOf(info.unit)},
-          {"likely", info.likelyUnit ? Json(nameOf(*info.likelyUnit)) : Json()}}},
+          {"likely", info.likelyUnit ? JsonText(nameOf(*info.likelyUnit)) : JsonText()}}},
         {"bodies",
          {{"outward", info.outward},
           {"inward", info.inward},
@@ -344,7 +345,7 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
         {"groups", parts(info.groups)},
         {"materials", parts(info.materials)},
     };
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return json.dump(2, ' ', false, JsonText::error_handler_t::replace) + "\n";
 }
 
 } // namespace insolate::study

@@ -169,8 +169,9 @@ TEST(WeatherCheck, RepeatedHoursAreRefusedByBothReadingsAndElseTheLastHolds) {
     const WeatherYear year = readWeatherYear(file);
     EXPECT_THAT(test::messageOf([&] { requireCompleteYear(year.report, file, false); }),
                 HasSubstr(said));
-    EXPECT_EQ(year.series.directNormal[dayIndex(3, 5) * 24 + 11], 321.0f);
-    EXPECT_EQ(year.series.diffuseHorizontal[dayIndex(3, 5) * 24 + 11], 45.0f);
+    const auto marked = static_cast<std::size_t>(dayIndex(3, 5) * 24 + 11);
+    EXPECT_EQ(year.series.directNormal[marked], 321.0f);
+    EXPECT_EQ(year.series.diffuseHorizontal[marked], 45.0f);
     EXPECT_EQ(verdict(file, true), "");
 }
 
