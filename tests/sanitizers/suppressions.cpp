@@ -4,8 +4,8 @@
 TOLD __lsan_default_suppressions();
 TOLD __lsan_default_suppressions() {
     // A model never frees its points, nor the convenience mask its ray object: hosts may still hold
-    // them. Fontconfig keeps its patterns until the process ends. Importers leave memory behind where
-    // they give a file up; the process that they run in ends then.
+    // them. Fontconfig keeps its patterns until the process ends. Importers leave memory behind
+    // where they give a file up; the process that they run in ends then.
     return "leak:EModel::addCalculationPoint\n"
            "leak:EShadingMask::calculate\n"
            "leak:libfontconfig\n"
