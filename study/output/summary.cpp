@@ -5,6 +5,7 @@
 
 #include <cairo.h>
 #include <insolate/version.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 

@@ -10,6 +10,7 @@
 #include <numbers>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 

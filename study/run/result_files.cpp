@@ -9,6 +9,8 @@
 #include <array>
 #include <numeric>
 
+#include <nlohmann/json.hpp>
+
 namespace insolate::study {
 
 namespace {

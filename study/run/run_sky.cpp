@@ -11,6 +11,7 @@
 #include <memory>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 

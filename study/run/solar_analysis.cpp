@@ -12,6 +12,7 @@
 #include <string>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 #include <insolate/version.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 

@@ -18,6 +18,7 @@
 
 #include <fmt/format.h>
 #include <insolate/version.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>

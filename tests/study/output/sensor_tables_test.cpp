@@ -12,6 +12,7 @@
 #include <random>
 
 #include <insolate/geometry/sky_grid.h>
+#include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 
 namespace insolate::study {
