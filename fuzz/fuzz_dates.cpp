@@ -1,8 +1,8 @@
 // Any text as a date, dates, hours and a step: refused, or a period that can be calculated.
 #include "memory_file.h"
 
-#include "study/run/period.h"
 #include "study/support/errors.h"
+#include "study/support/period.h"
 
 #include <cstring>
 #include <functional>

@@ -22,7 +22,6 @@
 #include <study/output/sensor_tables.h>
 #include <study/results/result_column.h>
 #include <study/run/option_table.h>
-#include <study/run/period.h>
 #include <study/run/run_option_table.h>
 #include <study/run/run_options.h>
 #include <study/run/run_sky.h>
@@ -34,6 +33,7 @@
 #include <study/run/sun_hours.h>
 #include <study/run/sunlight_rules.h>
 #include <study/support/errors.h>
+#include <study/support/period.h>
 #include <study/support/progress.h>
 #include <study/weather/weather_check.h>
 #include <study/weather/weather_year.h>

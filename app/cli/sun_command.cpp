@@ -1,9 +1,9 @@
 #include "app/cli/arguments.h"
 #include "app/cli/commands.h"
 #include "app/terminal/standard_output.h"
-#include "study/run/period.h"
 #include "study/run/run_sun.h"
 #include "study/support/errors.h"
+#include "study/support/period.h"
 
 #include <memory>
 

@@ -3,7 +3,7 @@
 
 #include "study/files/output_folder.h"
 #include "study/results/sensor_series.h"
-#include "study/run/period.h"
+#include "study/support/period.h"
 
 #include <filesystem>
 #include <span>

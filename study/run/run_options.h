@@ -5,7 +5,7 @@
 #include "study/model/mesh_import.h"
 #include "study/model/selection.h"
 #include "study/model/winding.h"
-#include "study/run/period.h"
+#include "study/support/period.h"
 
 #include <cstddef>
 #include <filesystem>

@@ -1,8 +1,8 @@
 #include "study/run/run_sun.h"
 
-#include "study/run/period.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
+#include "study/support/period.h"
 
 #include <cmath>
 #include <numbers>

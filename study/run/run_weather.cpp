@@ -1,9 +1,9 @@
 #include "study/run/run_weather.h"
 
 #include "study/files/output_folder.h"
-#include "study/run/period.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
+#include "study/support/period.h"
 #include "study/support/readable.h"
 #include "study/weather/store_check.h"
 #include "study/weather/weather_store.h"

@@ -1,10 +1,10 @@
 #include "study/run/sun_hours_study.h"
 
 #include "study/model/sensor_grid.h"
-#include "study/run/period.h"
 #include "study/run/sun_hours_baseline.h"
 #include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
+#include "study/support/period.h"
 #include "study/support/readable.h"
 
 #include <algorithm>

@@ -5,12 +5,12 @@
 #include "study/output/sensor_tables.h"
 #include "study/output/summary.h"
 #include "study/output/text.h"
-#include "study/run/period.h"
 #include "study/run/stopwatch.h"
 #include "study/run/study_record.h"
 #include "study/run/sun_hours_study.h"
 #include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
+#include "study/support/period.h"
 #include "study/support/readable.h"
 
 #include <cmath>

@@ -1,8 +1,8 @@
-#include "study/run/period.h"
 #include "study/run/run_option_table.h"
 #include "study/run/sun_hours.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
+#include "study/support/period.h"
 
 #include <algorithm>
 #include <map>

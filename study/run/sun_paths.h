@@ -2,7 +2,7 @@
 #pragma once
 
 #include "study/results/sky_pages.h"
-#include "study/run/period.h"
+#include "study/support/period.h"
 
 #include <array>
 #include <utility>

@@ -1,7 +1,7 @@
 #include "study/weather/weather_check.h"
 
-#include "study/run/period.h"
 #include "study/support/errors.h"
+#include "study/support/period.h"
 #include "study/support/readable.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-#include "study/run/period.h"
 #include "study/support/errors.h"
+#include "study/support/period.h"
 #include "tests/study/support/study_fixture.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "study/run/period.h"
+#include "study/support/period.h"
 
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
