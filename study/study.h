@@ -21,6 +21,8 @@
 #include <study/output/picture_view.h>
 #include <study/output/sensor_tables.h>
 #include <study/results/result_column.h>
+#include <study/results/result_folder.h>
+#include <study/results/result_scene.h>
 #include <study/run/option_table.h>
 #include <study/run/run_option_table.h>
 #include <study/run/run_options.h>

@@ -67,6 +67,7 @@ void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResult
     }
     record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
     record["results"] = rangesOf(results.columns, results.areas);
+    record["warnings"] = results.warnings;
     record["threads"] = usedThreads(study.options.threads);
     for (const auto& [stage, seconds] : study.watch.stages()) {
         record["timings"][stage] = seconds;

@@ -8,6 +8,7 @@
 #include "study/run/study_record.h"
 #include "study/run/study_steps.h"
 #include "study/support/errors.h"
+#include "study/support/kept_warnings.h"
 #include "study/support/readable.h"
 #include "study/weather/weather_year.h"
 
@@ -181,8 +182,9 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     return results;
 }
 
-void runStudy(const RunOptions& options, Progress& progress, const std::stop_token& stop) {
+void runStudy(const RunOptions& options, Progress& told, const std::stop_token& stop) {
     checkRunOptions(options);
+    KeptWarnings progress(told);
     OutputFolder folder(options.out);
     const FolderHold hold(progress, folder);
     for (const std::string& note : folder.notes()) {
@@ -198,8 +200,9 @@ void runStudy(const RunOptions& options, Progress& progress, const std::stop_tok
     PartialResults partial(options.out, resumeKey(study), options.resume);
     checkLeftover(partial.leftover(), options, progress);
     try {
-        const StudyResults results = calculateStudy(study, &partial, progress, stop);
+        StudyResults results = calculateStudy(study, &partial, progress, stop);
         reportResults(study, results, progress);
+        results.warnings = progress.warnings();
         writeStudy(folder, study, results, progress, stop);
         partial.remove();
     } catch (const Stopped& stopped) {

@@ -1,7 +1,10 @@
 #include "study/run/study_record.h"
 
 #include "study/output/summary.h"
+#include "study/results/result_scene.h"
 #include "study/support/readable.h"
+
+#include <system_error>
 
 #include <fmt/format.h>
 #include <insolate/version.h>
@@ -31,13 +34,24 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
 }
 
 void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
-                   const StudyInputs& inputs) {
+                   const StudyInputs& inputs, const std::filesystem::path& out) {
     record["scene"]["files"] = nlohmann::ordered_json::array();
+    record["scene"]["files_from_here"] = nlohmann::ordered_json::array();
     for (const auto& file : options.scenes) {
+        std::error_code problem;
         record["scene"]["files"].push_back(file.string());
+        record["scene"]["files_from_here"].push_back(
+            std::filesystem::proximate(file, out, problem).string());
     }
+    record["scene"]["fingerprint"] = sceneFingerprint(inputs.scene);
     record["scene"]["triangles"] = inputs.scene.triangleCount();
     record["scene"]["metres_per_unit"] = metresIn(options.import.unit);
+    if (options.import.up) {
+        record["scene"]["up"] = *options.import.up == UpAxis::y ? "y" : "z";
+    }
+    if (!options.import.lod.empty()) {
+        record["scene"]["lod"] = options.import.lod;
+    }
     record["scene"]["north_deg"] = options.north;
     record["scene"]["orient"] = orientName(options.orient);
     record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
@@ -63,7 +77,7 @@ nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport&
     record["rays"] = options.masks                       ? "masks " + options.masks->string()
                      : options.rays == RayMethod::octree ? "octree"
                                                          : "fast";
-    describeModel(record, options, inputs);
+    describeModel(record, options, inputs, options.out);
     return record;
 }
 

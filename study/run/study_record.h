@@ -6,6 +6,7 @@
 #include "study/support/progress.h"
 #include "study/weather/weather_check.h"
 
+#include <filesystem>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
@@ -15,9 +16,10 @@ namespace insolate::study {
 /// Versions, weather, site, period and method.
 nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherReport& weather);
 
-/// Adds the scene and the sensors.
+/// Adds the scene, with what it takes to read it again, and the sensors.
+/// @param out where the record will lie: the models' places are also said from there
 void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
-                   const StudyInputs& inputs);
+                   const StudyInputs& inputs, const std::filesystem::path& out);
 
 /// The record of a study with its scene and sensors.
 nlohmann::ordered_json runRecord(const RunOptions& options, const WeatherReport& weather,

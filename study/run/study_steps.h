@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <memory>
 #include <stop_token>
+#include <string>
 #include <vector>
 
 namespace insolate::study {
@@ -42,6 +43,7 @@ struct StudyResults {
     std::size_t enclosed = 0;          ///< sensors that look into closed geometry
     SkyVisibilityStore seen;           ///< what each sensor sees, where it is to be saved
     std::vector<SensorSeries> series;  ///< hours of the sensors that were asked for
+    std::vector<std::string> warnings; ///< that were given on the way
 };
 
 /// Reads weather and models, builds the sky and the index of the rays.

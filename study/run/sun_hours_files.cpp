@@ -10,6 +10,7 @@
 #include "study/run/sun_hours_study.h"
 #include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
+#include "study/support/kept_warnings.h"
 #include "study/support/period.h"
 #include "study/support/readable.h"
 
@@ -149,7 +150,7 @@ void writeSpans(OutputFile& out, const SunHoursStudy& study, const std::stop_tok
 }
 
 nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResults& results,
-                                const Stopwatch& watch) {
+                                const Stopwatch& watch, const std::vector<std::string>& warnings) {
     const SunHoursOptions& options = study.options;
     const SunlightRule& rule = study.rule;
     nlohmann::ordered_json record;
@@ -184,7 +185,7 @@ nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResult
         record["rule"]["baseline"] = options.baseline.string();
         record["rule"]["ratio"] = *rule.baselineRatio;
     }
-    describeModel(record, options.model, study.inputs);
+    describeModel(record, options.model, study.inputs, options.out);
     if (!results.areas.empty()) {
         record["sensors"]["area_m2"] =
             std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
@@ -200,6 +201,7 @@ nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResult
                              {"groups", results.groups.size()},
                              {"groups_that_pass", passing}};
     }
+    record["warnings"] = warnings;
     record["threads"] = usedThreads(options.model.threads);
     for (const auto& [stage, seconds] : watch.stages()) {
         record["timings"][stage] = seconds;
@@ -252,7 +254,8 @@ std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
 
 } // namespace
 
-void runSunHours(const SunHoursOptions& options, Progress& progress, const std::stop_token& stop) {
+void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop_token& stop) {
+    KeptWarnings progress(told);
     Stopwatch watch;
     ruleOf(options.rule);
     if (options.out.empty()) {
@@ -296,7 +299,8 @@ void runSunHours(const SunHoursOptions& options, Progress& progress, const std::
         folder.retire(spansName);
     }
     watch.lap("files_s");
-    writeSummaryJson(folder.stage("summary.json"), recordOf(study, results, watch));
+    writeSummaryJson(folder.stage("summary.json"),
+                     recordOf(study, results, watch, progress.warnings()));
     folder.commit();
     report(study, results, progress);
     progress.note(fmt::format("wrote sensors.csv, sensors.vtp, groups.csv, heatmap.png{} and "

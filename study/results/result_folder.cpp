@@ -1,0 +1,433 @@
+#include "study/results/result_folder.h"
+
+#include "study/files/csv_record.h"
+#include "study/files/input_file.h"
+#include "study/results/vtp_reader.h"
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
+#include "study/support/readable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <map>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace insolate::study {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* summaryName = "summary.json";
+constexpr const char* tableName = "sensors.csv";
+constexpr const char* cellsName = "sensors.vtp";
+constexpr InputKind summaryKind = {.name = "summary of an earlier study", .mostBytes = 256U << 20U};
+
+/// The value at a path of keys; null where there is none.
+const Json* valueAt(const Json& json, std::initializer_list<const char*> keys) {
+    const Json* value = &json;
+    for (const char* const key : keys) {
+        if (!value->is_object()) {
+            return nullptr;
+        }
+        const auto found = value->find(key);
+        if (found == value->end()) {
+            return nullptr;
+        }
+        value = &*found;
+    }
+    return value;
+}
+
+std::string textAt(const Json& json, std::initializer_list<const char*> keys) {
+    const Json* const value = valueAt(json, keys);
+    return value != nullptr && value->is_string() ? value->get<std::string>() : std::string();
+}
+
+std::optional<double> numberAt(const Json& json, std::initializer_list<const char*> keys) {
+    const Json* const value = valueAt(json, keys);
+    return value != nullptr && value->is_number() ? std::optional(value->get<double>())
+                                                  : std::nullopt;
+}
+
+std::vector<std::string> textsAt(const Json& json, std::initializer_list<const char*> keys) {
+    std::vector<std::string> texts;
+    if (const Json* const list = valueAt(json, keys); list != nullptr && list->is_array()) {
+        for (const Json& text : *list) {
+            if (text.is_string()) {
+                texts.push_back(text.get<std::string>());
+            }
+        }
+    }
+    return texts;
+}
+
+StudyFacts factsOf(const Json& summary) {
+    StudyFacts facts;
+    const bool isSunHours = valueAt(summary, {"rule"}) != nullptr;
+    facts.question = isSunHours ? StudyFacts::Question::sunHours : StudyFacts::Question::radiation;
+    facts.version = textAt(summary, {"versions", "insolate"});
+    const char* const site = isSunHours ? "site" : "weather";
+    facts.site = textAt(summary, {site, isSunHours ? "text" : "site"});
+    constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+    facts.latitude = numberAt(summary, {site, "latitude_deg"}).value_or(unknown);
+    facts.longitude = numberAt(summary, {site, "longitude_deg"}).value_or(unknown);
+    facts.timeZone = numberAt(summary, {site, "time_zone_h"}).value_or(unknown);
+    facts.weather = textAt(summary, {"weather", "file"});
+    facts.period = textAt(summary, {"period", "text"});
+    facts.method = textAt(summary, {"method"});
+    facts.rule = textAt(summary, {"rule", "text"});
+    if (const auto year = numberAt(summary, {"sun", "year"})) {
+        facts.year = fmt::format("{:g}", *year);
+    }
+    facts.warnings = textsAt(summary, {"warnings"});
+    return facts;
+}
+
+ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
+    ResultModel model;
+    for (const std::string& path : textsAt(summary, {"scene", "files"})) {
+        model.files.emplace_back(path);
+    }
+    for (const std::string& path : textsAt(summary, {"scene", "files_from_here"})) {
+        model.filesFromFolder.emplace_back(path);
+    }
+    if (model.filesFromFolder.size() != model.files.size()) {
+        model.filesFromFolder.clear();
+    }
+    const double metres = numberAt(summary, {"scene", "metres_per_unit"}).value_or(1.0);
+    constexpr std::array units = {LengthUnit::metre, LengthUnit::millimetre, LengthUnit::centimetre,
+                                  LengthUnit::foot, LengthUnit::inch};
+    const auto* const unit = std::find_if(units.begin(), units.end(), [&](LengthUnit one) {
+        return std::abs(metresIn(one) - metres) < 1.0e-9;
+    });
+    if (unit == units.end()) {
+        throw DataError(fmt::format("{}: {} metres are no unit of a model that insolate reads; "
+                                    "calculate the results again",
+                                    place(file), metres));
+    }
+    model.import.unit = *unit;
+    if (const std::string up = textAt(summary, {"scene", "up"}); !up.empty()) {
+        model.import.up = up == "y" ? UpAxis::y : UpAxis::z;
+    }
+    model.import.lod = textAt(summary, {"scene", "lod"});
+    if (const std::string orient = textAt(summary, {"scene", "orient"}); !orient.empty()) {
+        try {
+            model.orient = parseOrient(orient);
+        } catch (const UsageError& error) {
+            throw DataError(fmt::format("{}: {}", place(file), error.what()));
+        }
+    }
+    model.north = numberAt(summary, {"scene", "north_deg"}).value_or(0.0);
+    model.fingerprint = textAt(summary, {"scene", "fingerprint"});
+    if (const auto count = numberAt(summary, {"scene", "triangles"}); count && *count >= 0.0) {
+        model.triangles = static_cast<std::size_t>(*count);
+    }
+    return model;
+}
+
+/// "total [Wh/m2]" as name and unit; without a unit the column is one of texts.
+std::pair<std::string_view, std::string_view> headingOf(std::string_view heading) {
+    const std::size_t bracket = heading.rfind(" [");
+    if (bracket == std::string_view::npos || !heading.ends_with(']')) {
+        return {heading, {}};
+    }
+    return {heading.substr(0, bracket), heading.substr(bracket + 2, heading.size() - bracket - 3)};
+}
+
+/// Reads sensors.csv into positions, normals and columns.
+class TableReader {
+public:
+    TableReader(ResultFolder& results, const std::stop_token& stop)
+        : m_results(results), m_file(results.folder / tableName),
+          m_in(m_file, inputKinds::sensorTable, stop), m_csv(m_in, m_file) {}
+
+    void read(const Json& summary) {
+        readHeader(summary);
+        while (m_csv.next(m_fields)) {
+            readSensor();
+        }
+        if (m_results.field.size() == 0) {
+            throw DataError(fmt::format("{}: the table has no sensors; calculate the results again",
+                                        place(m_file)));
+        }
+        std::erase_if(m_results.texts, [](const TextColumn& c) { return isOrigin(c.name); });
+        const auto area =
+            std::find_if(m_results.columns.begin(), m_results.columns.end(),
+                         [](const ResultColumn& column) { return column.name == "area"; });
+        if (area != m_results.columns.end()) {
+            m_results.areas = std::move(area->values);
+            m_results.columns.erase(area);
+        }
+    }
+
+private:
+    static constexpr std::size_t coordinates = 6;
+
+    /// The other file has these, without the marks that keep names from being formulas.
+    static bool isOrigin(std::string_view name) {
+        return name == "face" || name == "object" || name == "material";
+    }
+
+    void readHeader(const Json& summary) {
+        static constexpr std::array<std::string_view, coordinates> wanted = {
+            "x [m]", "y [m]", "z [m]", "nx", "ny", "nz"};
+        if (!m_csv.next(m_fields) || m_fields.size() < coordinates ||
+            !std::equal(wanted.begin(), wanted.end(), m_fields.begin())) {
+            throw DataError(fmt::format("{}: does not begin with the columns x, y, z [m], nx, ny, "
+                                        "nz of a table of results; calculate the results again",
+                                        place(m_file, 1)));
+        }
+        for (std::size_t i = coordinates; i < m_fields.size(); ++i) {
+            const auto [name, unit] = headingOf(m_fields[i]);
+            m_isText.push_back(unit.empty());
+            if (unit.empty()) {
+                m_results.texts.push_back({std::string(name), {}});
+                continue;
+            }
+            ResultColumn column;
+            column.name = name;
+            column.unit = unit;
+            column.title = textAt(summary, {"results", column.name.c_str(), "title"});
+            if (column.title.empty()) {
+                column.title = column.name;
+            }
+            m_results.columns.push_back(std::move(column));
+        }
+    }
+
+    void readSensor() {
+        if (m_fields.size() != coordinates + m_isText.size()) {
+            throw DataError(fmt::format("{}: {} fields where the header has {}; calculate the "
+                                        "results again",
+                                        place(m_file, m_csv.line()), m_fields.size(),
+                                        coordinates + m_isText.size()));
+        }
+        std::array<double, coordinates> place = {};
+        for (std::size_t i = 0; i < coordinates; ++i) {
+            place[i] = number<double>(i);
+        }
+        m_results.field.positions.push_back({place[0], place[1], place[2]});
+        m_results.field.normals.push_back({place[3], place[4], place[5]});
+        std::size_t column = 0;
+        std::size_t text = 0;
+        for (std::size_t i = 0; i < m_isText.size(); ++i) {
+            if (m_isText[i]) {
+                TextColumn& texts = m_results.texts[text++];
+                if (!isOrigin(texts.name)) {
+                    texts.values.emplace_back(m_fields[coordinates + i]);
+                }
+            } else {
+                m_results.columns[column++].values.push_back(number<float>(coordinates + i));
+            }
+        }
+    }
+
+    template <typename Number>
+    Number number(std::size_t field) const {
+        const auto value = parseNumber<Number>(m_fields[field]);
+        if (!value) {
+            throw DataError(fmt::format("{}: field {}: {} is not a number; calculate the results "
+                                        "again",
+                                        place(m_file, m_csv.line()), field + 1,
+                                        quoteText(m_fields[field])));
+        }
+        return *value;
+    }
+
+    ResultFolder& m_results;
+    std::filesystem::path m_file;
+    InputFile m_in;
+    CsvReader m_csv;
+    std::vector<std::string_view> m_fields;
+    std::vector<bool> m_isText; ///< behind the coordinates
+};
+
+/// Adds the cells of sensors.vtp, and sees to it that both files have the same sensors.
+class CellReader {
+public:
+    CellReader(ResultFolder& results, const std::stop_token& stop)
+        : m_results(results), m_file(results.folder / cellsName), m_vtp(m_file, stop) {}
+
+    void read() {
+        const std::size_t sensors = m_results.field.size();
+        if (m_vtp.cellCount() != sensors) {
+            refuse(fmt::format("has {} {}, but {} has {} sensors", groupedDigits(m_vtp.cellCount()),
+                               counted(m_vtp.cellCount(), "cell", "cells"), tableName,
+                               groupedDigits(sensors)));
+        }
+        checkValues();
+        if (m_vtp.hasPolygons()) {
+            readPolygons();
+        }
+        readOrigins();
+        if (const auto made = m_vtp.texts("made_by"); made && !made->empty()) {
+            m_results.facts.madeBy = made->front();
+        }
+    }
+
+private:
+    [[noreturn]] void refuse(const std::string& what) const {
+        throw DataError(fmt::format("{}: {}; one of the two was changed: calculate the results "
+                                    "again",
+                                    place(m_file), what));
+    }
+
+    /// A table that was sorted or cut since would give the cells the values of others.
+    void checkValues() {
+        const SensorField& field = m_results.field;
+        const auto refuseAt = [&](std::size_t sensor) {
+            refuse(fmt::format("does not agree with {} on sensor {}", tableName, sensor));
+        };
+        if (const auto normals = m_vtp.floats("normal", 3)) {
+            for (std::size_t i = 0; i < field.size(); ++i) {
+                const Vector3& n = field.normals[i];
+                const std::array<double, 3> table = {n.x, n.y, n.z};
+                for (std::size_t k = 0; k < 3; ++k) {
+                    const double cell = static_cast<double>((*normals)[3 * i + k]);
+                    if (!(std::abs(cell - table[k]) < 1.0e-4)) {
+                        refuseAt(i);
+                    }
+                }
+            }
+        }
+        if (m_results.columns.empty()) {
+            return;
+        }
+        const ResultColumn& first = m_results.columns.front();
+        if (const auto values = m_vtp.floats(first.name, 1)) {
+            for (std::size_t i = 0; i < field.size(); ++i) {
+                const double cell = static_cast<double>((*values)[i]);
+                const double table = static_cast<double>(first.values[i]);
+                // Spreadsheets cut digits off.
+                if (!(std::abs(cell - table) <= 1.0e-3 * std::abs(cell)) &&
+                    !(std::isnan(cell) && std::isnan(table))) {
+                    refuseAt(i);
+                }
+            }
+        }
+    }
+
+    void readPolygons() {
+        SensorField& field = m_results.field;
+        const std::vector<Vector3> points = m_vtp.points();
+        const std::vector<std::int64_t> corners = m_vtp.connectivity();
+        if (corners.size() > std::numeric_limits<std::uint32_t>::max()) {
+            refuse("has more corners than can be counted");
+        }
+        field.corners.reserve(corners.size());
+        for (const std::int64_t corner : corners) {
+            field.corners.push_back(points[static_cast<std::size_t>(corner)]);
+        }
+        field.cellStart.reserve(field.size() + 1);
+        field.cellStart.push_back(0);
+        for (const std::int64_t end : m_vtp.ends()) {
+            field.cellStart.push_back(static_cast<std::uint32_t>(end));
+        }
+    }
+
+    /// What the cells belong to; results of older versions do not say.
+    void readOrigins() {
+        const auto faces = m_vtp.wholeNumbers("face");
+        const auto objects = m_vtp.wholeNumbers("object");
+        const auto materials = m_vtp.wholeNumbers("material");
+        if (!faces || !objects || !materials) {
+            return;
+        }
+        const std::vector<std::uint32_t> objectNames = nameIndices("object_names");
+        const std::vector<std::uint32_t> materialNames = nameIndices("material_names");
+        const auto nameOf = [&](std::int64_t index, const std::vector<std::uint32_t>& names) {
+            if (index < 0) {
+                return CellOrigin::unnamed;
+            }
+            if (static_cast<std::size_t>(index) >= names.size()) {
+                refuse("has cells with names that are not there");
+            }
+            return names[static_cast<std::size_t>(index)];
+        };
+        for (std::size_t i = 0; i < m_results.field.size(); ++i) {
+            m_results.field.origins.push_back({static_cast<std::uint32_t>((*faces)[i]),
+                                               nameOf((*objects)[i], objectNames),
+                                               nameOf((*materials)[i], materialNames)});
+        }
+    }
+
+    /// Adds the texts to the names, each once.
+    std::vector<std::uint32_t> nameIndices(std::string_view texts) {
+        std::vector<std::uint32_t> indices;
+        for (std::string& name : m_vtp.texts(texts).value_or(std::vector<std::string>())) {
+            const auto next = static_cast<std::uint32_t>(m_results.field.names.size());
+            const auto [known, isNew] = m_names.emplace(name, next);
+            if (isNew) {
+                m_results.field.names.push_back(std::move(name));
+            }
+            indices.push_back(known->second);
+        }
+        return indices;
+    }
+
+    ResultFolder& m_results;
+    std::filesystem::path m_file;
+    VtpReader m_vtp;
+    std::map<std::string, std::uint32_t> m_names; ///< indices into the field's names
+};
+
+void requireFolder(const std::filesystem::path& folder) {
+    std::error_code problem;
+    if (!std::filesystem::is_directory(folder, problem)) {
+        throw DataError(fmt::format("{}: no such folder; give one that 'insolate run' or 'insolate "
+                                    "sunhours' has left",
+                                    place(folder)));
+    }
+    for (const char* const name : {summaryName, tableName, cellsName}) {
+        if (!std::filesystem::exists(folder / name, problem)) {
+            throw DataError(fmt::format("{}: no such file; give a folder that 'insolate run' or "
+                                        "'insolate sunhours' has left complete",
+                                        place(folder / name)));
+        }
+    }
+}
+
+} // namespace
+
+const ResultColumn* ResultFolder::find(std::string_view name) const {
+    const auto found = std::find_if(columns.begin(), columns.end(),
+                                    [&](const ResultColumn& one) { return one.name == name; });
+    return found == columns.end() ? nullptr : &*found;
+}
+
+std::vector<std::string> ResultFolder::columnNames() const {
+    std::vector<std::string> names;
+    names.reserve(columns.size());
+    for (const ResultColumn& column : columns) {
+        names.push_back(column.name);
+    }
+    return names;
+}
+
+ResultFolder readResultFolder(const std::filesystem::path& folder, const std::stop_token& stop) {
+    requireFolder(folder);
+    ResultFolder results;
+    results.folder = folder;
+    const std::filesystem::path file = folder / summaryName;
+    results.summary = InputFile(file, summaryKind, stop).readAll();
+    const Json summary = Json::parse(results.summary, nullptr, false);
+    if (summary.is_discarded() || textAt(summary, {"versions", "insolate"}).empty()) {
+        throw DataError(fmt::format("{}: is no summary that insolate wrote; calculate the results "
+                                    "again",
+                                    place(file)));
+    }
+    results.facts = factsOf(summary);
+    results.model = modelOf(summary, file);
+    TableReader(results, stop).read(summary);
+    CellReader(results, stop).read();
+    return results;
+}
+
+} // namespace insolate::study

@@ -1,0 +1,81 @@
+/// A folder that an earlier study left, read back: what was asked, the sensors and their results.
+#pragma once
+
+#include "study/export.h"
+#include "study/model/mesh_import.h"
+#include "study/model/scene.h"
+#include "study/model/winding.h"
+#include "study/results/result_column.h"
+
+#include <filesystem>
+#include <limits>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace insolate::study {
+
+/// What a study was about and what made it, as its summary has it. Texts are empty and numbers NaN
+/// where the summary, of an older version perhaps, does not say.
+struct StudyFacts {
+    enum class Question { radiation, sunHours };
+
+    Question question = Question::radiation; ///< of `insolate run`, of `insolate sunhours`
+    std::string version;                     ///< of insolate
+    std::string site;
+    double latitude = std::numeric_limits<double>::quiet_NaN();  ///< degrees, north positive
+    double longitude = std::numeric_limits<double>::quiet_NaN(); ///< degrees, east positive
+    double timeZone = std::numeric_limits<double>::quiet_NaN();  ///< hours from UTC
+    std::string weather;                                         ///< the file, as it was given
+    std::string period; ///< "1 June to 31 August, 8:00 to 18:00"
+    std::string method; ///< "hourly"
+    std::string rule;   ///< of sun hours, in words
+    std::string year;   ///< of sun hours
+    std::string madeBy; ///< all of it in one line, as pictures have it below their title
+    std::vector<std::string> warnings; ///< that the study gave
+};
+
+/// Where the models of a study lie and how they were read.
+struct ResultModel {
+    /// The files that cast shadows: as the study was told, and from the folder of the results.
+    std::vector<std::filesystem::path> files;
+    std::vector<std::filesystem::path> filesFromFolder; ///< as many, or none
+    MeshImportOptions import;
+    Orient orient = Orient::outward;
+    double north = 0.0;        ///< from the model's +Y clockwise to true north [degrees]
+    std::string fingerprint;   ///< of the triangles, as sceneFingerprint() gives it; may be empty
+    std::size_t triangles = 0; ///< 0 where the summary does not say
+};
+
+/// A column of the table that is no quantity: names, dates.
+struct TextColumn {
+    std::string name;
+    std::vector<std::string> values; ///< by sensor
+};
+
+struct INSOLATE_STUDY_EXPORT ResultFolder {
+    std::filesystem::path folder;
+    StudyFacts facts;
+    ResultModel model;
+    SensorField field; ///< with cells and, where the results have them, the names of their origins
+    /// The quantities of sensors.csv in their order, "area" aside; titles come from the summary.
+    std::vector<ResultColumn> columns;
+    std::vector<TextColumn> texts; ///< the others: without a unit, origins aside
+    std::vector<float> areas;      ///< of the cells [m2]; empty for sensors without
+    std::string summary;           ///< summary.json, which is JSON in UTF-8
+
+    /// The quantity of that name, or null.
+    [[nodiscard]] const ResultColumn* find(std::string_view name) const;
+    /// The names of all quantities.
+    [[nodiscard]] std::vector<std::string> columnNames() const;
+};
+
+/// Reads summary.json, sensors.csv and sensors.vtp of a folder that `insolate run` or `insolate
+/// sunhours` has left complete, of this version or an older one.
+/// @throws DataError when one of the files is missing, damaged, or not of the same study as the
+///         others; Stopped
+INSOLATE_STUDY_EXPORT ResultFolder readResultFolder(const std::filesystem::path& folder,
+                                                    const std::stop_token& stop = {});
+
+} // namespace insolate::study
