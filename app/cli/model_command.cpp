@@ -18,6 +18,7 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     struct Arguments {
         std::string file;
         std::string units = "m";
+        std::string lod;
         double north = 0.0;
         bool asJson = false;
     };
@@ -30,6 +31,8 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     info->add_option("--units", arguments->units, "Length unit of the model")
         ->type_name("NAME:{mm,cm,m,ft,in}")
         ->capture_default_str();
+    info->add_option("--lod", arguments->lod, "Level of detail of a CityJSON model: 1 or 2.2")
+        ->type_name("LEVEL");
     info->add_option("--north", arguments->north,
                      "Where true north lies in plan: degrees clockwise from the model's +Y")
         ->check(numberCheck("degrees clockwise from the model's +Y"))
@@ -39,6 +42,7 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     info->callback([arguments, &interruption] {
         study::MeshImportOptions import;
         import.unit = study::lengthUnitOf("units", arguments->units);
+        import.lod = arguments->lod;
         const study::Mesh mesh = study::importMesh(arguments->file, import, interruption.token());
         const study::ModelInfo found =
             study::modelInfo(mesh, study::place(arguments->file), import.unit);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -89,13 +90,17 @@ std::string formatNames() {
     return names;
 }
 
+std::string headOf(InputFile& in) {
+    std::string head(cityJsonHead, '\0');
+    head.resize(in.read(head));
+    return head;
+}
+
 Mesh readModel(const std::filesystem::path& file, const MeshImportOptions& options,
                const std::stop_token& stop) {
     const ModelFormat* format = modelFormatOf(file);
     InputFile in(file, inputKinds::model, stop);
-    std::string head(cityJsonHead, '\0');
-    head.resize(in.read(head));
-    if (isCityJson(head)) {
+    if (isCityJson(headOf(in))) {
         return readCityJson(file, options.lod, stop);
     }
     in.seek(0);
@@ -119,6 +124,11 @@ Mesh importMesh(const std::filesystem::path& file, const MeshImportOptions& opti
     Mesh mesh = readModel(file, options, stop);
     throwIfStopped(stop);
     return placedMesh(std::move(mesh), file, options);
+}
+
+bool hasLevelsOfDetail(const std::filesystem::path& file) {
+    const std::unique_ptr<InputFile> in = InputFile::ifReadable(file, inputKinds::model);
+    return in != nullptr && isCityJson(headOf(*in));
 }
 
 std::size_t countFacesWithoutArea(const Mesh& mesh) {

@@ -57,6 +57,10 @@ INSOLATE_STUDY_EXPORT Mesh importMesh(const std::filesystem::path& file,
                                       const MeshImportOptions& options,
                                       const std::stop_token& stop = {});
 
+/// Whether the file is a city model, in which MeshImportOptions::lod has a meaning; false for one
+/// that cannot be read.
+INSOLATE_STUDY_EXPORT bool hasLevelsOfDetail(const std::filesystem::path& file);
+
 /// Faces whose corners lie in one point or one line, as happens where coordinates are too coarse.
 std::size_t countFacesWithoutArea(const Mesh& mesh);
 

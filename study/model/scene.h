@@ -32,6 +32,12 @@ struct CellOrigin {
     std::uint32_t material = unnamed; ///< into SensorField::names
 };
 
+/// A column of a table of sensors that nothing is calculated from: their names, for instance.
+struct GivenColumn {
+    std::string name;                ///< as in the table's header
+    std::vector<std::string> values; ///< by sensor
+};
+
 /// Where radiation is asked for: a position and a unit normal each, and the polygon of the cell
 /// that the sensor stands for.
 struct SensorField {
@@ -46,6 +52,8 @@ struct SensorField {
     std::vector<CellOrigin> origins;
     /// What the origins point into: the names of the sensor mesh, used by a cell or not.
     std::vector<std::string> names;
+    /// What else the table of the sensors held; results have it beside their own columns.
+    std::vector<GivenColumn> given;
     [[nodiscard]] std::size_t size() const { return positions.size(); }
     [[nodiscard]] bool hasCells() const { return !cellStart.empty(); }
 };

@@ -2,12 +2,15 @@
 
 #include "study/files/input_file.h"
 #include "study/support/errors.h"
+#include "study/support/fields.h"
 #include "study/support/numbers.h"
 #include "study/support/readable.h"
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,27 +19,239 @@ namespace insolate::study {
 
 namespace {
 
-constexpr std::size_t mostFields = 6;
+/// What sensors are made from, in the order of a table without a header.
+constexpr std::array<std::string_view, 6> knownNames = {"x", "y", "z", "nx", "ny", "nz"};
+constexpr std::size_t coordinateCount = 3;
+constexpr const char* knownText =
+    "known are x, y and z, which are needed, nx, ny and nz, a unit behind a coordinate as in "
+    "'x [m]', and columns that are passed on, such as id or name";
 
-/// Splits at semicolons; at commas in a line without any, so that decimal commas are no further
-/// fields; at blanks and tabs in a line without either. More than mostFields are counted, not kept.
-std::size_t splitFields(std::string_view line, std::array<std::string_view, mostFields>& fields) {
-    constexpr std::string_view blanks = " \t";
-    const bool byBlanks = line.find_first_of(";,") == std::string_view::npos;
-    const std::string_view separators = byBlanks                                   ? blanks
-                                        : line.find(';') == std::string_view::npos ? ","
-                                                                                   : ";";
-    std::size_t count = 0;
-    for (;;) {
-        const std::size_t end = line.find_first_of(separators);
-        if (count < mostFields) {
-            fields[count] = trimmed(line.substr(0, end));
+struct LinePlace {
+    const std::filesystem::path& file;
+    std::size_t line;
+
+    [[nodiscard]] std::string text() const { return place(file, line); }
+};
+
+/// Where things stand in a line.
+struct Layout {
+    std::size_t width = 0;                                        ///< fields of every line
+    std::array<std::optional<std::size_t>, knownNames.size()> at; ///< of knownNames
+    std::array<double, coordinateCount> scale{1.0, 1.0, 1.0};     ///< metres in one unit
+    std::vector<std::size_t> given;                               ///< of all other columns
+    std::string_view separators;                                  ///< empty: as each line shows
+
+    [[nodiscard]] bool hasNormals() const { return at.back().has_value(); }
+};
+
+/// Semicolons; commas in a line without any, so that decimal commas are no further fields; blanks
+/// and tabs in a line without either.
+std::string_view separatorsOf(std::string_view line) {
+    return line.find(';') != line.npos ? ";" : line.find(',') != line.npos ? "," : " \t";
+}
+
+/// A column's name in small letters and the unit behind it.
+std::pair<std::string, std::string> nameAndUnit(std::string_view heading) {
+    const std::size_t bracket = heading.find_first_of("[(");
+    std::string name(trimmed(heading.substr(0, bracket)));
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (bracket == heading.npos) {
+        return {name, ""};
+    }
+    heading.remove_prefix(bracket + 1);
+    return {name, std::string(trimmed(heading.substr(0, heading.find_first_of("])"))))};
+}
+
+std::optional<std::size_t> knownColumn(const std::string& name) {
+    const auto* const found = std::find(knownNames.begin(), knownNames.end(), name);
+    return found == knownNames.end()
+               ? std::nullopt
+               : std::optional(static_cast<std::size_t>(found - knownNames.begin()));
+}
+
+/// The fields of a header. A unit is no field of its own where blanks separate.
+std::vector<std::string> headingsOf(std::string_view row, std::string_view separators) {
+    std::vector<std::string_view> fields;
+    splitFields(row, separators, fields);
+    std::vector<std::string> headings;
+    for (const std::string_view field : fields) {
+        if (!headings.empty() && field.find_first_of("[(") == 0) {
+            headings.back() += field;
+        } else {
+            headings.push_back(unquoted(field));
         }
-        ++count;
-        if (end == std::string_view::npos) {
-            return count;
+    }
+    return headings;
+}
+
+/// Whether the first line names columns. One of words may have a number among them.
+bool isHeader(std::string_view row, const std::vector<std::string>& headings) {
+    const auto numbers =
+        std::count_if(headings.begin(), headings.end(), [](const std::string& word) {
+            return word.find_first_of("0123456789") == 0 || parseNumber<double>(word).has_value();
+        });
+    const bool isWords = row.find_first_of(";,") == row.npos;
+    return numbers == 0 ||
+           (isWords && numbers < std::min<std::ptrdiff_t>(3, std::ssize(headings))) ||
+           std::any_of(headings.begin(), headings.end(), [](const std::string& heading) {
+               return knownColumn(nameAndUnit(heading).first).has_value();
+           });
+}
+
+double metresInUnit(const std::string& unit, const std::string& heading, const LinePlace& where) {
+    constexpr std::array<std::pair<std::string_view, LengthUnit>, 5> units = {
+        {{"mm", LengthUnit::millimetre},
+         {"cm", LengthUnit::centimetre},
+         {"m", LengthUnit::metre},
+         {"ft", LengthUnit::foot},
+         {"in", LengthUnit::inch}}};
+    const auto* const found = std::find_if(units.begin(), units.end(),
+                                           [&](const auto& known) { return known.first == unit; });
+    if (found == units.end()) {
+        throw DataError(fmt::format("{}: column {}: there is no unit {}; write mm, cm, m, ft or in",
+                                    where.text(), quoteText(heading), quoteText(unit)));
+    }
+    return metresIn(found->second);
+}
+
+/// A normal's component under another name would be lost among what is passed on.
+void refuseOtherNormals(const std::string& name, const std::string& heading,
+                        const LinePlace& where) {
+    std::string plain;
+    std::copy_if(name.begin(), name.end(), std::back_inserter(plain),
+                 [](unsigned char c) { return std::isalnum(c) != 0; });
+    for (const char axis : {'x', 'y', 'z'}) {
+        for (const char* word : {"n", "norm", "normal", "dir", "direction", "d", "v"}) {
+            if (plain == word + std::string(1, axis)) {
+                throw DataError(
+                    fmt::format("{}: there is no column {}; if it is part of the normal, "
+                                "write n{}; {}",
+                                where.text(), quoteText(heading), axis, knownText));
+            }
         }
-        line.remove_prefix(byBlanks ? line.find_first_not_of(blanks, end) : end + 1);
+    }
+}
+
+void requireColumns(const Layout& layout, const LinePlace& where) {
+    std::vector<std::string_view> missing;
+    const auto collect = [&](std::size_t first, std::size_t end) {
+        for (std::size_t i = first; i < end; ++i) {
+            if (!layout.at[i]) {
+                missing.push_back(knownNames[i]);
+            }
+        }
+    };
+    collect(0, coordinateCount);
+    if (missing.empty()) {
+        collect(coordinateCount, knownNames.size());
+        if (missing.size() == knownNames.size() - coordinateCount) {
+            return;
+        }
+    }
+    if (!missing.empty()) {
+        throw DataError(fmt::format("{}: the header has no column {}; {}", where.text(),
+                                    fmt::join(missing, ", "), knownText));
+    }
+}
+
+/// The layout that a header describes.
+/// @param given receives the columns that are passed on
+Layout layoutOf(const std::vector<std::string>& headings, std::string_view separators, double scale,
+                const LinePlace& where, std::vector<GivenColumn>& given) {
+    Layout layout;
+    layout.width = headings.size();
+    layout.scale.fill(scale);
+    for (std::size_t i = 0; i < headings.size(); ++i) {
+        const auto [name, unit] = nameAndUnit(headings[i]);
+        const std::optional<std::size_t> known = knownColumn(name);
+        if (!known) {
+            refuseOtherNormals(name, headings[i], where);
+            given.push_back(
+                {headings[i].empty() ? fmt::format("column_{}", i + 1) : headings[i], {}});
+            layout.given.push_back(i);
+            continue;
+        }
+        if (layout.at[*known]) {
+            throw DataError(fmt::format("{}: the header has two columns '{}'; delete one of them",
+                                        where.text(), name));
+        }
+        layout.at[*known] = i;
+        if (*known < coordinateCount && !unit.empty()) {
+            layout.scale[*known] = metresInUnit(unit, headings[i], where);
+        }
+    }
+    requireColumns(layout, where);
+    if (!given.empty()) { // texts may hold what separates numbers
+        layout.separators = separators;
+    }
+    return layout;
+}
+
+/// The layout of a table without a header, by its first line.
+Layout plainLayout(const std::vector<std::string_view>& fields, std::string_view row, double scale,
+                   const LinePlace& where) {
+    const std::size_t count = fields.size();
+    if (count != coordinateCount && count != knownNames.size()) {
+        const bool hasDecimalCommas =
+            count > 1 && row.find(", ") == row.npos && fields[1].find_first_of(" \t") != row.npos;
+        const bool isMixed = std::any_of(fields.begin(), fields.end(), [](std::string_view word) {
+            return word.empty() || word.find_first_of(" \t,") != word.npos;
+        });
+        throw DataError(fmt::format("{}: {} {} where x,y,z or x,y,z,nx,ny,nz is expected; {}",
+                                    where.text(), count, counted(count, "field", "fields"),
+                                    hasDecimalCommas ? "write decimals with a point"
+                                    : isMixed ? "separate all fields alike, none of them empty"
+                                              : "complete the line, or name the columns in a first "
+                                                "line"));
+    }
+    Layout layout;
+    layout.width = count;
+    layout.scale.fill(scale);
+    for (std::size_t i = 0; i < count; ++i) {
+        layout.at[i] = i;
+    }
+    return layout;
+}
+
+double numberIn(std::string_view field, std::size_t column, const LinePlace& where) {
+    const std::string text = unquoted(field);
+    const auto number = parseNumber<double>(text);
+    if (!number || !(std::abs(*number) < 1.0e12)) {
+        const bool hasComma = text.find(',') != text.npos;
+        throw DataError(
+            fmt::format("{}: field {}: {} is not a usable number; {}", where.text(), column + 1,
+                        quoteText(text),
+                        hasComma ? "write decimals with a point" : "correct or delete the line"));
+    }
+    return *number;
+}
+
+/// Adds the sensor of a line.
+void addSensor(const std::vector<std::string_view>& fields, const Layout& layout, UpAxis up,
+               const LinePlace& where, SensorField& field) {
+    std::array<double, knownNames.size()> values{};
+    const std::size_t count = layout.hasNormals() ? knownNames.size() : coordinateCount;
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = numberIn(fields[*layout.at[i]], *layout.at[i], where);
+        values[i] *= i < coordinateCount ? layout.scale[i] : 1.0;
+    }
+    Vector3 normal;
+    if (layout.hasNormals()) {
+        normal = toModelAxes({values[3], values[4], values[5]}, 1.0, up);
+        const double size = length(normal);
+        if (!(size > 1.0e-9)) {
+            throw DataError(fmt::format(
+                "{}: the normal is zero; give the direction in which the sensor faces, or "
+                "leave the normals out of the whole table",
+                where.text()));
+        }
+        normal = normal * (1.0 / size);
+    }
+    field.positions.push_back(toModelAxes({values[0], values[1], values[2]}, 1.0, up));
+    field.normals.push_back(normal);
+    for (std::size_t i = 0; i < layout.given.size(); ++i) {
+        field.given[i].values.push_back(unquoted(fields[layout.given[i]]));
     }
 }
 
@@ -45,80 +260,46 @@ std::size_t splitFields(std::string_view line, std::array<std::string_view, most
 SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, UpAxis up,
                           const std::stop_token& stop) {
     InputFile in(file, inputKinds::sensorTable, stop);
-    const double scale = metresIn(unit);
     SensorField field;
-    std::array<std::string_view, mostFields> fields;
+    std::optional<Layout> layout;
+    std::vector<std::string_view> fields;
     std::string text;
-    std::size_t expected = 0;
-    bool first = true;
     for (std::size_t line = 1; in.readLine(text); ++line) {
         std::string_view row = text;
         if (line == 1 && row.starts_with("\xEF\xBB\xBF")) {
             row.remove_prefix(3);
         }
-        row = trimmed(row);
-        if (row.empty() || row.front() == '#') {
+        // An empty last field ends in its separator, which may be a tab.
+        const std::string_view content = trimmed(row);
+        if (content.empty() || content.front() == '#') {
             continue;
         }
-        const std::size_t count = splitFields(row, fields);
-        const auto kept = fields.begin() + std::min(count, mostFields);
-        if (std::exchange(first, false)) {
-            const auto numbers = std::count_if(fields.begin(), kept, [](std::string_view word) {
-                return word.find_first_of("0123456789") == 0 ||
-                       parseNumber<double>(word).has_value();
-            });
-            const bool isWords = row.find_first_of(";,") == std::string_view::npos;
-            if (numbers == 0 ||
-                (isWords && numbers < std::min<std::ptrdiff_t>(3, kept - fields.begin()))) {
-                continue; // the header; one of words may have a number among them
+        const LinePlace where{file, line};
+        const bool isFixed = layout && !layout->separators.empty();
+        if (!isFixed) {
+            row = content;
+        }
+        const std::string_view separators = isFixed ? layout->separators : separatorsOf(row);
+        if (!layout) {
+            const bool byTabs = separators.size() > 1 && row.find('\t') != row.npos;
+            const std::string_view ofHeader = byTabs ? "\t" : separators;
+            const std::vector<std::string> headings = headingsOf(row, ofHeader);
+            if (isHeader(row, headings)) {
+                layout = layoutOf(headings, ofHeader, metresIn(unit), where, field.given);
+                continue;
             }
         }
-        if (count != 3 && count != 6) {
-            const bool hasDecimalCommas = count > 1 && row.find(", ") == std::string_view::npos &&
-                                          fields[1].find_first_of(" \t") != std::string_view::npos;
-            const bool isMixed = std::any_of(fields.begin(), kept, [](std::string_view word) {
-                return word.empty() || word.find_first_of(" \t,") != std::string_view::npos;
-            });
-            throw DataError(fmt::format("{}: {} {} where x,y,z or x,y,z,nx,ny,nz is expected; {}",
-                                        place(file, line), count, counted(count, "field", "fields"),
-                                        hasDecimalCommas ? "write decimals with a point"
-                                        : isMixed ? "separate all fields alike, none of them empty"
-                                                  : "complete the line or delete it"));
+        splitFields(row, separators, fields);
+        if (!layout) {
+            layout = plainLayout(fields, row, metresIn(unit), where);
         }
-        if (expected == 0) {
-            expected = count;
+        if (fields.size() != layout->width) {
+            throw DataError(fmt::format("{}: {} {} where the lines above have {}; make all lines "
+                                        "alike",
+                                        where.text(), fields.size(),
+                                        counted(fields.size(), "field", "fields"), layout->width));
         }
-        if (count != expected) {
-            throw DataError(fmt::format("{}: {} fields where the lines above have {}; make all "
-                                        "lines alike",
-                                        place(file, line), count, expected));
-        }
-        std::array<double, mostFields> values = {};
-        for (std::size_t i = 0; i < count; ++i) {
-            const auto number = parseNumber<double>(fields[i]);
-            if (!number || !(std::abs(*number) < 1.0e12)) {
-                const bool hasComma = fields[i].find(',') != std::string_view::npos;
-                throw DataError(fmt::format("{}: field {}: {} is not a usable number; {}",
-                                            place(file, line), i + 1, quoteText(fields[i]),
-                                            hasComma ? "write decimals with a point"
-                                                     : "correct or delete the line"));
-            }
-            values[i] = *number;
-        }
-        Vector3 normal;
-        if (count == 6) {
-            normal = toModelAxes({values[3], values[4], values[5]}, 1.0, up);
-            const double size = length(normal);
-            if (!(size > 1.0e-9)) {
-                throw DataError(fmt::format(
-                    "{}: the normal is zero; give the direction in which the sensor faces, or "
-                    "leave the normals out of the whole table",
-                    place(file, line)));
-            }
-            normal = normal * (1.0 / size);
-        }
-        field.positions.push_back(toModelAxes({values[0], values[1], values[2]}, scale, up));
-        field.normals.push_back(normal);
+        addSensor(fields, *layout, up, where, field);
     }
     if (field.positions.empty()) {
         throw DataError(

@@ -2,10 +2,13 @@
 
 #include "study/output/text.h"
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <set>
+#include <utility>
 #include <vector>
 
 namespace insolate::study {
@@ -66,6 +69,25 @@ void writeCounting(OutputFile& out, std::size_t count, const std::stop_token& st
     }
 }
 
+/// Headings of the given columns, none of them one that stands before it.
+std::vector<std::string> givenHeadings(const SensorField& field,
+                                       std::span<const ResultColumn> columns) {
+    std::set<std::string, std::less<>> taken = {"x [m]", "y [m]", "z [m]", "nx", "ny", "nz"};
+    for (const ResultColumn& column : columns) {
+        taken.insert(csvHeading(column));
+    }
+    std::vector<std::string> headings;
+    for (const GivenColumn& column : field.given) {
+        std::string heading = csvField(column.name);
+        for (std::string name = column.name; !taken.insert(heading).second;) {
+            name += " of the table";
+            heading = csvField(name);
+        }
+        headings.push_back(std::move(heading));
+    }
+    return headings;
+}
+
 } // namespace
 
 void writeSensorsCsv(OutputFile& out, const SensorField& field,
@@ -73,6 +95,9 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
     out.write(coordinateHeadings);
     for (const ResultColumn& column : columns) {
         out.write("," + csvHeading(column));
+    }
+    for (const std::string& heading : givenHeadings(field, columns)) {
+        out.write("," + heading);
     }
     out.write("\n");
     for (std::size_t i = 0; i < field.size(); ++i) {
@@ -89,6 +114,10 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
         for (const ResultColumn& column : columns) {
             out.write(",");
             out.writeNumber(column.values[i]);
+        }
+        for (const GivenColumn& column : field.given) {
+            const std::string& value = column.values[i];
+            out.write("," + (parseNumber<double>(value) ? value : csvField(value)));
         }
         out.write("\n");
     }

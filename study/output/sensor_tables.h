@@ -15,8 +15,9 @@
 namespace insolate::study {
 
 /// One header line, then one line per sensor: x, y, z [m], nx, ny, nz, then the columns, whose
-/// names carry their unit ("total [Wh/m2]"). Numbers are the shortest text that reads back as the
-/// same value; lines end with LF.
+/// names carry their unit ("total [Wh/m2]"), then the field's given columns as they were; one that
+/// has the name of another is renamed "NAME of the table". Numbers are the shortest text that reads
+/// back as the same value; lines end with LF.
 /// @throws OutputError, and Stopped soon after the token asks to stop, as all writers here
 INSOLATE_STUDY_EXPORT void writeSensorsCsv(OutputFile& out, const SensorField& field,
                                            std::span<const ResultColumn> columns,

@@ -102,10 +102,10 @@ void addModelOptions(OptionTable& table, ModelOptions& options) {
          .path = Option::Path::input,
          .take = [&](const std::string& text) { takeScene(options.scenes, text); }});
     table.add({.name = "sensors",
-               .help =
-                   "Where radiation is asked for: a model, whose faces are cut into cells, or "
-                   "a table (.csv) of x,y,z[,nx,ny,nz], or a level plane as plane:z=1.5,grid=1; by "
-                   "default the first scene file",
+               .help = "Where radiation is asked for: a model, whose faces are cut into cells, or "
+                       "a table (.csv) with columns x,y,z[,nx,ny,nz], or a level plane as "
+                       "plane:z=1.5,grid=1; by "
+                       "default the first scene file",
                .typeName = "FILE",
                .path = Option::Path::input,
                .isNoPath = [](const std::string& text) { return text.starts_with("plane:"); },
@@ -126,6 +126,9 @@ void addModelOptions(OptionTable& table, ModelOptions& options) {
                .take = [&](const std::string& text) {
                    options.import.up = text == "y" ? UpAxis::y : UpAxis::z;
                }});
+    table.text("lod", options.import.lod, "LEVEL",
+               "Level of detail of CityJSON models: 1 or 2.2, for each object or, where it has not "
+               "got it, the next lower one; by default the highest");
     table.number("north", options.north, "DEG",
                  "Where true north lies in plan: degrees clockwise, seen from above, from the "
                  "model's +Y. 0: +Y is north; 90: +X is north and a wall that faces +Y looks west",

@@ -200,10 +200,25 @@ void refuseSelection(const ModelOptions& options, const char* source) {
     }
 }
 
+/// Levels of detail belong to city models.
+void checkLevel(const ModelOptions& options) {
+    const auto hasLevels = [](const std::filesystem::path& file) {
+        return hasLevelsOfDetail(file);
+    };
+    if (!options.import.lod.empty() &&
+        std::none_of(options.scenes.begin(), options.scenes.end(), hasLevels) &&
+        !hasLevels(options.sensorFile())) {
+        throw UsageError(fmt::format("--lod {}: chooses among levels of detail, but none of the "
+                                     "models is CityJSON; leave it out",
+                                     options.import.lod));
+    }
+}
+
 } // namespace
 
 StudyInputs readInputs(const ModelOptions& options, Progress& progress,
                        const std::stop_token& stop) {
+    checkLevel(options);
     const std::filesystem::path& sensorFile = options.sensorFile();
     StudyInputs inputs;
     std::optional<Mesh> sensorMesh;

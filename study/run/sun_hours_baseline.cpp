@@ -3,6 +3,7 @@
 #include "study/files/input_file.h"
 #include "study/model/mesh.h"
 #include "study/support/errors.h"
+#include "study/support/fields.h"
 #include "study/support/numbers.h"
 
 #include <algorithm>
@@ -13,22 +14,6 @@
 
 namespace insolate::study {
 
-namespace {
-
-std::vector<std::string_view> fieldsOf(std::string_view line) {
-    std::vector<std::string_view> fields;
-    for (;;) {
-        const std::size_t comma = line.find(',');
-        fields.push_back(trimmed(line.substr(0, comma)));
-        if (comma == std::string_view::npos) {
-            return fields;
-        }
-        line.remove_prefix(comma + 1);
-    }
-}
-
-} // namespace
-
 Baseline readBaseline(const std::filesystem::path& folder, const SensorField& field, bool probable,
                       const std::stop_token& stop) {
     const std::filesystem::path file = folder / "sensors.csv";
@@ -36,7 +21,8 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
     std::string line;
     in.readLine(line);
     const std::string first = line;
-    const std::vector<std::string_view> header = fieldsOf(first);
+    std::vector<std::string_view> header;
+    splitFields(first, ",", header);
     const auto columnOf = [&](std::string_view name) {
         const auto found = std::find(header.begin(), header.end(), name);
         if (found == header.end()) {
@@ -51,8 +37,9 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
     const std::size_t passes = columnOf("passes [0 or 1]");
     const std::size_t width = header.size();
     Baseline baseline;
+    std::vector<std::string_view> fields;
     for (std::size_t number = 2; in.readLine(line); ++number) {
-        const std::vector<std::string_view> fields = fieldsOf(line);
+        splitFields(line, ",", fields);
         const auto at = [&](std::size_t column) {
             const auto parsed =
                 fields.size() == width ? parseNumber<double>(fields[column]) : std::nullopt;

@@ -156,6 +156,32 @@ TEST(SensorCsv, ReadsPointsWithAndWithoutNormals) {
     EXPECT_EQ(bare.positions[0].z, 3.0);
 }
 
+TEST(SensorCsv, FindsColumnsByTheirNamesAndUnits) {
+    const StudyFolder folder;
+    const auto read = [&](const std::string& text) {
+        return readSensorCsv(folder.write("a.csv", text), LengthUnit::metre, UpAxis::z);
+    };
+    const SensorField named = read("# by hand\nname,NZ,z [ft],y,\"x [mm]\",nx,ny,id,\n"
+                                   "\"Roof, \"\"A\"\"\",2,10,7,1000,0,0,17,\n"
+                                   "b;c,0, 0 ,\"8\",0,-3,0,,left\n");
+    ASSERT_EQ(named.size(), 2U);
+    EXPECT_DOUBLE_EQ(named.positions[0].x, 1.0);
+    EXPECT_DOUBLE_EQ(named.positions[0].y, 7.0);
+    EXPECT_DOUBLE_EQ(named.positions[0].z, 3.048);
+    EXPECT_EQ(named.normals[0].z, 1.0);
+    EXPECT_EQ(named.normals[1].x, -1.0);
+    ASSERT_EQ(named.given.size(), 3U);
+    EXPECT_EQ(named.given[0].name, "name");
+    EXPECT_EQ(named.given[0].values, (std::vector<std::string>{"Roof, \"A\"", "b;c"}));
+    EXPECT_EQ(named.given[1].values, (std::vector<std::string>{"17", ""}));
+    EXPECT_EQ(named.given[2].name, "column_9");
+
+    const SensorField tabbed = read("z [m]\tplace of it\tx\ty\n3\tupper floor\t1\t2\n4\t\t1\t2\n");
+    EXPECT_EQ(tabbed.given.at(0).values, (std::vector<std::string>{"upper floor", ""}));
+    EXPECT_EQ(tabbed.positions[1].z, 4.0);
+    EXPECT_EQ(read("z (cm) y x\n300 2 1\n").positions[0].z, 3.0);
+}
+
 TEST(SensorCsv, NamesTheLineOfAFault) {
     const StudyFolder folder;
     for (const auto& [content, message] :
@@ -169,9 +195,17 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
           {"1,2,3,0,0,1,7,8,9\n", "a.csv:1: 9 fields"},
           {"1\n", "a.csv:1: 1 field where"},
           {"1,5\t2,5\t3,5\n", "write decimals with a point"},
-          {"Sensors of level 2\n1,2,3 0,0,1\n",
-           "a.csv:2: 5 fields where x,y,z or x,y,z,nx,ny,nz is "
-           "expected; separate all fields alike"},
+          {"1,2,3 0,0,1\n", "a.csv:1: 5 fields where x,y,z or x,y,z,nx,ny,nz is "
+                            "expected; separate all fields alike"},
+          {"east,north,height\n1,2,3\n", "a.csv:1: the header has no column x, y, z; known are x, "
+                                         "y and z, which are needed, nx, ny and nz, a unit"},
+          {"x,y,z,nx,nz\n1,2,3,0,1\n", "a.csv:1: the header has no column ny; known are"},
+          {"x,y,z,Normal X\n1,2,3,0\n", "a.csv:1: there is no column 'Normal X'; if it is part of "
+                                        "the normal, write nx; known"},
+          {"x [yd],y,z\n1,2,3\n", "a.csv:1: column 'x [yd]': there is no unit 'yd'; write mm"},
+          {"x,y,z,X\n1,2,3,4\n", "a.csv:1: the header has two columns 'x'"},
+          {"x,y,z,name\n1,2,3,a\n1,2,3\n", "a.csv:3: 3 fields where the lines above have 4"},
+          {"x,y,z,name\n1,,3,a\n", "a.csv:2: field 2: '' is not a usable number"},
           {"\xFF\xFEx", "a.csv: the text is UTF-16; save the sensor table as UTF-8"},
           {"", "a.csv: the table has no sensors"}}) {
         const auto file = folder.write("a.csv", content);
