@@ -7,7 +7,7 @@
 /// plot); all of them when none is named.
 #include <insolate/insolate.h>
 
-#include <insolate/sky/all_weather_luminance.h>
+#include <insolate/weather/all_weather_luminance.h>
 
 #include <bench/scenes.h>
 #include <tests/hourly/made_weather.h>

@@ -18,8 +18,6 @@ inline constexpr int cellCount = azimuthCount * altitudeCount;
 /// the single-precision arithmetic of cells and bands uses it, one unit in the last place more.
 inline constexpr double cellWidth = 0.08726646259971647;
 inline constexpr float cellAngle = 0.08726647f;
-/// The same in double precision.
-inline constexpr double exactCellAngle = 5.0 * 3.141592653589793 / 180.0;
 
 /// Pi as the cell lookups use it, in single precision.
 inline constexpr float pi = 3.1415927f;

@@ -1,7 +1,7 @@
 #include <insolate/hourly/hourly_sky.h>
 
-#include <insolate/sky/all_weather_luminance.h>
 #include <insolate/solar/sun_position.h>
+#include <insolate/weather/all_weather_luminance.h>
 
 #include <algorithm>
 #include <array>

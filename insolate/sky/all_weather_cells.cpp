@@ -1,6 +1,6 @@
 #include <insolate/sky/all_weather_cells.h>
 
-#include <insolate/sky/perez_models.h>
+#include <insolate/weather/perez_models.h>
 
 #include <algorithm>
 #include <cmath>
@@ -70,8 +70,8 @@ float distributeAllWeather(const AllWeatherStep& step, double northOffset,
     const double sineAltitude = std::sin(step.altitude);
     double sum = 0.0;
     for (int band = 0; band < skyGrid::altitudeCount; ++band) {
-        const double lower = band * skyGrid::exactCellAngle;
-        const double upper = std::min(lower + skyGrid::exactCellAngle, pi / 2.0);
+        const double lower = band * skyGrid::cellWidth;
+        const double upper = std::min(lower + skyGrid::cellWidth, pi / 2.0);
         const double middle = (lower + upper) / 2.0;
         const double sineMiddle = std::max(std::sin(middle), 0.001);
         const double cosineMiddle = std::cos(middle);
@@ -79,8 +79,7 @@ float distributeAllWeather(const AllWeatherStep& step, double northOffset,
         const double gradation = allWeatherGradation(step, sineMiddle);
         for (int sector = 0; sector < skyGrid::azimuthCount; ++sector) {
             // The angle between the middle of the cell and the sun.
-            const double planAngle =
-                pi / 2.0 - (sector + 0.5) * skyGrid::exactCellAngle - northOffset;
+            const double planAngle = pi / 2.0 - (sector + 0.5) * skyGrid::cellWidth - northOffset;
             const double deltaAzimuth = std::fabs(planAngle - step.trigAngle);
             const double cosineGamma = std::clamp(
                 std::cos(deltaAzimuth) * cosineMiddle * cosineAltitude + sineMiddle * sineAltitude,

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <insolate/geometry/sky_grid.h>
-#include <insolate/sky/all_weather_luminance.h>
+#include <insolate/weather/all_weather_luminance.h>
 
 namespace insolate {
 

@@ -162,8 +162,8 @@ using std::numbers::pi;
 CellConstants makeCellConstants() {
     CellConstants grid;
     for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
-        const double lower = static_cast<double>(band) * skyGrid::exactCellAngle;
-        const double upper = std::min(lower + skyGrid::exactCellAngle, pi / 2.0);
+        const double lower = static_cast<double>(band) * skyGrid::cellWidth;
+        const double upper = std::min(lower + skyGrid::cellWidth, pi / 2.0);
         const double middle = (lower + upper) / 2.0;
         grid.sine[band] = std::max(std::sin(middle), 0.001);
         grid.cosine[band] = std::cos(middle);
@@ -171,8 +171,7 @@ CellConstants makeCellConstants() {
             static_cast<float>((std::sin(upper) - std::sin(lower)) / skyGrid::azimuthCount);
     }
     for (std::size_t sector = 0; sector < skyGrid::azimuthCount; ++sector) {
-        const double angle =
-            pi / 2.0 - (static_cast<double>(sector) + 0.5) * skyGrid::exactCellAngle;
+        const double angle = pi / 2.0 - (static_cast<double>(sector) + 0.5) * skyGrid::cellWidth;
         grid.sectorCosine[sector] = std::cos(angle);
         grid.sectorSine[sector] = std::sin(angle);
     }

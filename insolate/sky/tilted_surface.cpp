@@ -1,7 +1,7 @@
 #include <insolate/sky/tilted_surface.h>
 
-#include <insolate/sky/perez_models.h>
 #include <insolate/sky/solar_radiation.h>
+#include <insolate/weather/perez_models.h>
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include <insolate/hourly/hourly_sky.h>
 
-#include <insolate/sky/all_weather_luminance.h>
+#include <insolate/weather/all_weather_luminance.h>
 
 #include <tests/hourly/made_weather.h>
 #include <tests/support/test_data.h>

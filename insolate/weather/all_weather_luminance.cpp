@@ -1,6 +1,6 @@
-#include <insolate/sky/all_weather_luminance.h>
+#include <insolate/weather/all_weather_luminance.h>
 
-#include <insolate/sky/perez_models.h>
+#include <insolate/weather/perez_models.h>
 
 #include <array>
 #include <cstddef>

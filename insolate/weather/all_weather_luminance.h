@@ -1,8 +1,7 @@
 /// The all-weather sky of Perez, Seals and Michalsky (1993), Solar Energy 50(3), 235-245: the
 /// luminance of a sky element relative to the others, from an hour's two radiation values.
 ///
-///     l = (1 + a exp(b / sin h)) (1 + c exp(d g) + e cos^2 g)                               (eq.
-///     1)
+///     l = (1 + a exp(b / sin h)) (1 + c exp(d g) + e cos^2 g)    (eq. 1)
 ///
 /// for an element at altitude h and angle g to the sun; a to e depend on the sky's clearness and
 /// brightness and on the sun's zenith angle (eq. 6 to 8, table 1).
