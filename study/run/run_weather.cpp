@@ -3,6 +3,7 @@
 #include "study/files/output_folder.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
+#include "study/support/numbers.h"
 #include "study/support/period.h"
 #include "study/support/readable.h"
 #include "study/weather/store_check.h"
@@ -24,17 +25,8 @@ namespace insolate::study {
 
 namespace {
 
-/// Sum and count of the values that are there.
-struct Total {
-    double sum = 0.0;
-    int count = 0;
-
-    void add(float value) {
-        if (std::isfinite(value)) {
-            sum += static_cast<double>(value);
-            ++count;
-        }
-    }
+/// A total as text.
+struct Total : FiniteSum {
     [[nodiscard]] std::string sumText() const {
         return count == 0 ? std::string("-") : fmt::format("{:.1f}", sum / 1000.0);
     }

@@ -1,7 +1,8 @@
-/// Numbers in text, read without regard to the locale, and angles in radians.
+/// Numbers in text, read without regard to the locale; angles in radians; sums of what is there.
 #pragma once
 
 #include <charconv>
+#include <cmath>
 #include <numbers>
 #include <optional>
 #include <string_view>
@@ -10,6 +11,19 @@
 namespace insolate::study {
 
 inline constexpr double radiansPerDegree = std::numbers::pi / 180.0;
+
+/// Sum and count of the values that are there, which not-a-number is not.
+struct FiniteSum {
+    double sum = 0.0;
+    int count = 0;
+
+    void add(float value) {
+        if (std::isfinite(value)) {
+            sum += static_cast<double>(value);
+            ++count;
+        }
+    }
+};
 
 inline std::string_view trimmed(std::string_view text) {
     constexpr std::string_view blanks = " \t\r\n\v\f";

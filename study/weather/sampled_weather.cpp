@@ -1,6 +1,7 @@
 #include "study/weather/sampled_weather.h"
 
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 #include "study/support/readable.h"
 
 #include <algorithm>
@@ -101,16 +102,7 @@ bool isRadiation(float value) {
 }
 
 /// Mean of what is there; complete where nothing is missing.
-struct HourMean {
-    double sum = 0.0;
-    int count = 0;
-
-    void add(float value) {
-        if (std::isfinite(value)) {
-            sum += static_cast<double>(value);
-            ++count;
-        }
-    }
+struct HourMean : FiniteSum {
     [[nodiscard]] float mean(int atLeast) const {
         return count >= atLeast ? static_cast<float>(sum / count) : unknownValue;
     }
