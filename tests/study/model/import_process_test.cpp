@@ -1,5 +1,6 @@
 #include "study/files/input_file.h"
 #include "study/model/import_process.h"
+#include "study/model/import_sandbox.h"
 #include "study/model/mesh_wire.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
@@ -11,7 +12,12 @@
 #include <cstring>
 #include <thread>
 
+#include <fcntl.h>
+#include <linux/landlock.h>
 #include <pthread.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace insolate::study {
@@ -61,6 +67,39 @@ TEST_F(ImportProcessTest, SaysHowTheProgramFailed) {
     EXPECT_THAT(message({.importProgram = "/none/insolate-import"}),
                 AllOf(HasSubstr("cannot be started (No such file"), HasSubstr("INSOLATE_IMPORT")));
 }
+
+#ifndef INSOLATE_SANITIZED
+TEST(ImportSandbox, LeavesTheModelsFolderToBeReadAndNothingElse) {
+    const StudyFolder folder;
+    std::filesystem::create_directory(folder.path() / "in");
+    const std::string model = folder.write("in/a.gltf", "{}");
+    const std::string inside = folder.write("in/b.bin", "b");
+    const std::string outside = folder.write("c.bin", "c");
+    const std::string fresh = folder.path() / "in/d.bin";
+    const pid_t child = fork();
+    if (child == 0) {
+        enterSandbox(model);
+        const auto isRefused = [](long result) { return result < 0 && errno != ENOENT; };
+        int wrong = open(inside.c_str(), O_RDONLY) < 0 ? 1 : 0;
+        wrong |= isRefused(open(outside.c_str(), O_RDONLY)) ? 0 : 2;
+        wrong |= isRefused(open(inside.c_str(), O_WRONLY)) ? 0 : 4;
+        wrong |= isRefused(open(fresh.c_str(), O_RDONLY | O_CREAT, 0600)) ? 0 : 8;
+        wrong |= isRefused(unlink(inside.c_str())) ? 0 : 16;
+        wrong |= isRefused(socket(AF_UNIX, SOCK_STREAM, 0)) ? 0 : 32;
+        wrong |= isRefused(fork()) ? 0 : 64;
+        _exit(wrong);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    const int wrong = WEXITSTATUS(status);
+    if (syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 0) {
+        EXPECT_EQ(wrong & ~2, 0);
+        GTEST_SKIP() << "this kernel has no Landlock, so that files outside can be read";
+    }
+    EXPECT_EQ(wrong, 0);
+}
+#endif
 
 TEST_F(ImportProcessTest, EndsWithAStop) {
     const MeshImportOptions options = with("echo $$ > number; exec sleep 30");
