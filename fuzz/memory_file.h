@@ -1,4 +1,5 @@
-/// What every target needs: a file in memory with a name that any reader can open, and promises.
+/// What every target needs: a file in memory with a name that any reader can open, a folder, and
+/// promises.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <string>
 
 #include <sys/mman.h>
@@ -30,6 +32,31 @@ public:
 
 private:
     int descriptor;
+};
+
+/// A folder of the process's own, for readers that take one.
+class Folder {
+public:
+    Folder() {
+        std::string name =
+            (std::filesystem::temp_directory_path() / "insolate-fuzz-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            std::perror("folder");
+            std::abort();
+        }
+        m_path = name;
+    }
+    ~Folder() {
+        std::error_code none;
+        std::filesystem::remove_all(m_path, none);
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    const std::filesystem::path& path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
 };
 
 /// Ends the run with the input kept when a promise does not hold.

@@ -1,5 +1,6 @@
 // Every target over its seeds and former findings, without libFuzzer: replay TARGET FOLDER.
 #define INSOLATE_REPLAY
+#include "fuzz_baseline.cpp"
 #include "fuzz_cityjson.cpp"
 #include "fuzz_dates.cpp"
 #include "fuzz_epw.cpp"
@@ -7,6 +8,7 @@
 #include "fuzz_mesh.cpp"
 #include "fuzz_models.cpp"
 #include "fuzz_obj.cpp"
+#include "fuzz_partial.cpp"
 #include "fuzz_reply.cpp"
 #include "fuzz_sensors.cpp"
 #include "fuzz_study.cpp"
@@ -21,10 +23,13 @@
 int main(int count, char** words) {
     using Target = int (*)(const std::uint8_t*, std::size_t);
     const std::map<std::string, Target> targets = {
-        {"cityjson", cityjson}, {"dates", dates}, {"epw", epw},
-        {"masks", masks},       {"mesh", mesh},   {"models", models},
-        {"reply", reply},       {"obj", obj},     {"sensors", sensors},
-        {"study", study},       {"wea", wea},     {"weather_check", weather_check}};
+        {"baseline", baseline}, {"cityjson", cityjson},
+        {"dates", dates},       {"epw", epw},
+        {"masks", masks},       {"mesh", mesh},
+        {"models", models},     {"obj", obj},
+        {"partial", partial},   {"reply", reply},
+        {"sensors", sensors},   {"study", study},
+        {"wea", wea},           {"weather_check", weather_check}};
     if (count != 3 || !targets.contains(words[1])) {
         std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
         return 2;
