@@ -34,6 +34,7 @@ TEST(RunOptions, AreRefusedByName) {
         const char *name, *value;
         std::string message;
     } cases[] = {
+        {options, "units", "mmm", "--units: there is no 'mmm'; choose from mm, "},
         {options, "grid", "0", "--grid 0: no edge of a cell"},
         {options, "offset", "-1", "--offset -1: no distance"},
         {options, "north", "nan", "--north nan: no angle"},

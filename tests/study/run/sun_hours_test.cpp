@@ -216,22 +216,12 @@ TEST(SunlightRules, HoldThePublishedFigures) {
     constexpr auto clock = TimeBasis::clock;
     constexpr auto solar = TimeBasis::solar;
     constexpr auto daylight = TimeBasis::daylight;
+    // clang-format off
     const std::vector<Row> rows = {
         {"en17037", "2/1-3/21", any, clock, 0, 24, 0, 0, 1.5, groups, 100, {"min-altitude"}},
         {"en17037-de", "2/1-3/21", any, clock, 0, 24, 11, 0, 1.5, groups, 100, {}},
         {"en17037-cz", "2/1-3/21", any, clock, 0, 24, 13, 0, 1.5, groups, 100, {}},
-        {"de-din5034",
-         "1/17",
-         every,
-         clock,
-         0,
-         24,
-         0,
-         0,
-         1,
-         groups,
-         100,
-         {"min-altitude", "count"}},
+        {"de-din5034", "1/17", every, clock, 0, 24, 0, 0, 1, groups, 100, {"min-altitude", "count"}},
         {"ee-dwelling", "4/22-8/22", every, clock, 0, 24, 0, 0, 2.5, points, 100, {"days"}},
         {"bre209-garden", "3/21", every, clock, 0, 24, 0, 0, 2, area, 50, {}},
         {"bre209-garden-1991", "3/21", every, clock, 0, 24, 0, 0, 0.1 / 60.0, area, 60, {}},
@@ -252,18 +242,7 @@ TEST(SunlightRules, HoldThePublishedFigures) {
         {"pl-nursery", "3/20,9/22", every, clock, 8, 16, 0, 0, 3, points, 100, {"time", "count"}},
         {"jp-shadow", "12/21", every, solar, 8, 16, 0, 0, 0, points, 100, {"max-shadow"}},
         {"jp-shadow-hokkaido", "12/21", every, solar, 9, 15, 0, 0, 0, points, 100, {"max-shadow"}},
-        {"ru-st-petersburg",
-         "4/22-8/22",
-         every,
-         clock,
-         0,
-         24,
-         0,
-         0,
-         0,
-         points,
-         100,
-         {"min", "count", "days"}},
+        {"ru-st-petersburg", "4/22-8/22", every, clock, 0, 24, 0, 0, 0, points, 100, {"min", "count", "days"}},
         {"us-new-york", "3/21,5/6,6/21,12/21", every, daylight, 1.5, 1.5, 0, 0, 0, points, 100, {}},
         {"us-san-francisco", "1/1-12/31", every, daylight, 1, 1, 0, 0, 0, points, 100, {}},
         {"ca-montreal-sidewalk", "3/20", every, clock, 12, 15, 0, 0, 2.5, points, 100, {}},
@@ -271,6 +250,7 @@ TEST(SunlightRules, HoldThePublishedFigures) {
         {"au-victoria", "9/22", every, clock, 9, 15, 0, 0, 5, area, 75, {}},
         {"au-nsw", "6/21", every, clock, 9, 15, 0, 0, 2, groups, 70, {}},
     };
+    // clang-format on
     EXPECT_EQ(rows.size(), sunlightPresets().size());
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

@@ -34,7 +34,7 @@ TEST(Period, ReadsDatesAndHoursInAllForms) {
     }
 }
 
-TEST(Period, RefusesTheImpossibleWithAMend) {
+TEST(Period, RefusesTheImpossibleAndSaysTheFix) {
     const struct {
         void (*parse)(std::string_view, StudyPeriod&);
         const char *text, *message;
