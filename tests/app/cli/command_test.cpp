@@ -80,7 +80,7 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
     EXPECT_NEAR(meanOf(), (up + down) / 2.0, 1e-6 * up);
 }
 
-TEST_F(CommandTest, TellsTheHoursOfChosenSensors) {
+TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     const Outcome run = done(
         "run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
         "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --series 3,12,3 "

@@ -21,8 +21,8 @@ Ring rectangle(double x0, double y0, double x1, double y1) {
     return {{x0, y0, 0}, {x1, y0, 0}, {x1, y1, 0}, {x0, y1, 0}};
 }
 
-/// Positions to a hundredth of a millimetre and areas to the same of a square metre, each as often
-/// as it comes.
+/// Positions to a hundredth of a millimetre and areas to the same of a square metre, each with its
+/// count.
 std::map<std::array<long, 4>, int> cellsOf(const Mesh& mesh, double spacing) {
     std::vector<std::uint32_t> faces(mesh.faces.size());
     std::iota(faces.begin(), faces.end(), 0U);
