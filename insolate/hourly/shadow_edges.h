@@ -113,7 +113,7 @@ private:
 
 /// How far a sensor's sums may be off.
 struct EdgeTolerance {
-    float sky = 0, beam = 0; ///< [Wh/m2]; 0: as it comes
+    float sky = 0, beam = 0; ///< [Wh/m2]; 0 asks for nothing beyond the first rays
 };
 
 /// The edges that one sensor sees.
