@@ -66,9 +66,11 @@ int calculate(const char* weatherFile, const char* modelFile, double north) {
         peak.values.push_back(result.peak);
     }
     const std::vector<study::ResultColumn> columns = {total, peak};
-    study::OutputFolder folder("radiation");
-    study::writeSensorsCsv(folder.stage("sensors.csv"), field, columns);
-    study::writeSensorsVtp(folder.stage("sensors.vtp"), field, columns);
+    study::OutputFolder folder("radiation", {weatherFile, modelFile});
+    const study::ResultName table{"sensors.csv", study::isOurSensorsCsv};
+    const study::ResultName surfaces{"sensors.vtp", study::isOurSensorsVtp};
+    study::writeSensorsCsv(folder.stage(table), field, columns);
+    study::writeSensorsVtp(folder.stage(surfaces), field, columns);
     folder.commit();
     std::printf("%zu sensors, the first one %.1f kWh/m2\n", results.size(),
                 static_cast<double>(results.front().total) / 1000.0);

@@ -138,8 +138,9 @@ void OutputFile::fail(int reason) const {
                       remedyFor(reason));
 }
 
-OutputFolder::OutputFolder(const fs::path& folder, std::string onlyFile)
-    : m_folder(folder), m_onlyFile(std::move(onlyFile)) {
+OutputFolder::OutputFolder(const fs::path& folder, std::vector<fs::path> inputs,
+                           std::string onlyFile)
+    : m_folder(folder), m_inputs(std::move(inputs)), m_onlyFile(std::move(onlyFile)) {
     // What this constructor has begun is undone here: a throwing constructor has no destructor.
     try {
         createFolder();
@@ -273,33 +274,30 @@ void OutputFolder::tryToWrite() const {
     unlink(trial.c_str());
 }
 
-void OutputFolder::requireFree(std::span<const ResultName> results,
-                               std::span<const fs::path> inputs) const {
+void OutputFolder::requireFree(const ResultName& result) const {
     const std::string_view elsewhere = m_onlyFile.empty() ? "another --out" : "another name";
-    for (const ResultName& result : results) {
-        const fs::path target = m_folder / result.name;
-        fs::path partial = target;
-        requireNoPartial(partial += partialSuffix);
-        std::error_code error;
-        if (!fs::exists(fs::symlink_status(target, error))) {
-            continue;
+    const fs::path target = m_folder / result.name;
+    fs::path partial = target;
+    requireNoPartial(partial += partialSuffix);
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(target, error))) {
+        return;
+    }
+    const auto refuse = [&](std::string_view what) {
+        throw OutputError(fmt::format("{}: {} {}", place(target), what, elsewhere));
+    };
+    if (fs::is_directory(target, error)) {
+        refuse("is a folder; move it away or choose");
+    }
+    for (const fs::path& input : m_inputs) {
+        if (fs::equivalent(target, input, error)) {
+            refuse("is read by this run, whose result of that name would replace it; choose");
         }
-        const auto refuse = [&](std::string_view what) {
-            throw OutputError(fmt::format("{}: {} {}", place(target), what, elsewhere));
-        };
-        if (fs::is_directory(target, error)) {
-            refuse("is a folder; move it away or choose");
-        }
-        for (const fs::path& input : inputs) {
-            if (fs::equivalent(target, input, error)) {
-                refuse("is read by this run, whose result of that name would replace it; choose");
-            }
-        }
-        const bool isEmpty = fs::is_regular_file(target, error) && fs::is_empty(target, error);
-        if (!isEmpty && !result.isOurs(target)) {
-            refuse("was not written by insolate, and a result of that name would replace it; "
-                   "rename it or choose");
-        }
+    }
+    const bool isEmpty = fs::is_regular_file(target, error) && fs::is_empty(target, error);
+    if (!isEmpty && !result.isOurs(target)) {
+        refuse("was not written by insolate, and a result of that name would replace it; "
+               "rename it or choose");
     }
 }
 
@@ -313,20 +311,25 @@ void OutputFolder::requireNoPartial(const fs::path& partial) const {
     }
 }
 
-OutputFile& OutputFolder::stage(const std::string& name) {
-    const fs::path target = m_folder / name;
+bool OutputFolder::retire(const ResultName& result) {
+    fs::path file = m_folder / result.name;
+    if (!result.isOurs(file)) {
+        return false;
+    }
+    m_retired.push_back(std::move(file));
+    return true;
+}
+
+OutputFile& OutputFolder::stage(const ResultName& result) {
+    const fs::path target = m_folder / result.name;
     fs::path partial = target;
     partial += partialSuffix;
     const std::lock_guard guard(m_mutex);
     if (m_abandoned) {
         throw Stopped();
     }
-    std::error_code error;
-    if (fs::is_directory(target, error)) {
-        throw OutputError(place(target) + ": is a folder; move it away");
-    }
-    requireNoPartial(partial);
-    writeLock(std::string(partialKey) + name); // before the file is there to be left behind
+    requireFree(result);
+    writeLock(fmt::format("{}{}", partialKey, result.name)); // before there is a file to leave
     m_staged.push_back({target, partial, std::make_unique<OutputFile>(partial, target.string())});
     return *m_staged.back().file;
 }

@@ -11,10 +11,8 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <initializer_list>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,10 +67,10 @@ private:
 
 /// Holds the folder for one run, from before the work starts until commit() or destruction.
 ///
-///     OutputFolder folder(out);               // fails here if nothing could be written later
-///     folder.requireFree(results, inputs);    // and here if a result would replace a user's file
-///     OutputFile& table = folder.stage("sensors.csv");
-///     ... long work, writeSensorsCsv(table, ...) ...
+///     OutputFolder folder(out, inputs);       // fails here if nothing could be written later
+///     folder.requireFree(table);              // and here if a result would replace a user's file
+///     OutputFile& file = folder.stage(table); // {"sensors.csv", isOurSensorsCsv}
+///     ... long work, writeSensorsCsv(file, ...) ...
 ///     folder.commit();                        // all files appear under their names
 ///
 /// Without commit() the destructor removes the partial files, and the folder if this object made
@@ -84,33 +82,31 @@ private:
 class INSOLATE_STUDY_EXPORT OutputFolder {
 public:
     /// Creates the folder when it is missing, tries that files can be made in it, and locks it.
+    /// @param inputs all files that the run reads: no result replaces them
     /// @param onlyFile the one file that is to be written, as messages call it; empty where the
     ///        user has named the folder
     /// @throws OutputError when that fails or another run holds the folder
-    explicit OutputFolder(const std::filesystem::path& folder, std::string onlyFile = {});
+    OutputFolder(const std::filesystem::path& folder, std::vector<std::filesystem::path> inputs,
+                 std::string onlyFile = {});
     ~OutputFolder();
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
 
-    /// Refuses, before the work, results that would replace what is not a result: an input of this
-    /// run (the same file, by whatever name), a file that somebody else wrote, a folder. Empty
-    /// files are free.
+    /// Refuses a result that would replace what is not a result: an input of this run (the same
+    /// file, by whatever name), a file that somebody else wrote, a folder. Empty files are free.
+    /// stage() asks this too; asked before the work it saves the user the wait.
     /// @throws OutputError with the way out
-    void requireFree(std::span<const ResultName> results,
-                     std::span<const std::filesystem::path> inputs = {}) const;
-    void requireFree(std::initializer_list<ResultName> results,
-                     std::span<const std::filesystem::path> inputs = {}) const {
-        requireFree(std::span(results.begin(), results.size()), inputs);
-    }
+    void requireFree(const ResultName& result) const;
 
-    /// A file that will get `name` (no path separators) at commit(). The reference holds as long as
-    /// the folder object. Staged once per name.
-    /// @throws OutputError, and Stopped after abandon()
-    OutputFile& stage(const std::string& name);
+    /// A file that will get the result's name (no path separators) at commit(). The reference holds
+    /// as long as the folder object. Staged once per name.
+    /// @throws OutputError as requireFree() does, and Stopped after abandon()
+    OutputFile& stage(const ResultName& result);
 
-    /// A file of an earlier run that would contradict the staged ones: it goes at commit(), once
-    /// they are complete.
-    void retire(const std::string& name) { m_retired.push_back(m_folder / name); }
+    /// A file of an earlier run that would contradict the staged ones goes at commit(), once they
+    /// are complete.
+    /// @return whether there is such a file; one that somebody else wrote is none
+    bool retire(const ResultName& result);
 
     /// Finishes all staged files and gives them their names, the last staged one last: its presence
     /// says that the set is complete (stage "summary.json" last). When finishing fails, nothing has
@@ -154,6 +150,7 @@ private:
     void discard() noexcept;
 
     std::filesystem::path m_folder;
+    std::vector<std::filesystem::path> m_inputs;
     std::string m_onlyFile;
     std::vector<std::string> m_notes;
     std::vector<std::filesystem::path> m_retired;

@@ -7,7 +7,6 @@
 #include "study/run/study_record.h"
 #include "study/support/errors.h"
 
-#include <array>
 #include <memory>
 
 #include <fmt/format.h>
@@ -17,11 +16,14 @@ namespace insolate::study {
 
 void runSky(const SkyOptions& options, Progress& progress, const std::stop_token& stop) {
     checkSkyOptions(options);
-    OutputFolder folder(options.out);
+    constexpr ResultName table{"sky.csv", isOurSkyCsv};
+    constexpr ResultName drawing{"sky.png", isOurPicture};
+    constexpr ResultName summary{"sky.json", isOurSummary};
+    OutputFolder folder(options.out, {options.weather});
     const FolderHold hold(progress, folder);
-    folder.requireFree(
-        {{"sky.csv", isOurSkyCsv}, {"sky.png", isOurPicture}, {"sky.json", isOurSummary}},
-        std::array{options.weather});
+    for (const ResultName& result : {table, drawing, summary}) {
+        folder.requireFree(result);
+    }
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
@@ -29,16 +31,16 @@ void runSky(const SkyOptions& options, Progress& progress, const std::stop_token
     reportStudy(options, method->weather(), progress);
     const SkyPages pages = method->skyPages();
 
-    writeSkyCsv(folder.stage("sky.csv"), pages.parts);
+    writeSkyCsv(folder.stage(table), pages.parts);
     SkyDomeOptions picture;
     picture.title = pages.whole.title;
     picture.subtitle = studySubtitle(options, method->weather());
     picture.paths = pages.paths;
-    drawSkyDome(folder.stage("sky.png"), pages.whole, picture, stop);
+    drawSkyDome(folder.stage(drawing), pages.whole, picture, stop);
     nlohmann::ordered_json record = studyRecord(options, method->weather());
     method->describeSky(record);
     record["results"] = rangesOf(pages.parts);
-    writeSummaryJson(folder.stage("sky.json"), record);
+    writeSummaryJson(folder.stage(summary), record);
     throwIfStopped(stop);
     folder.commit();
     progress.note(fmt::format("wrote sky.csv, sky.png and sky.json in {}", options.out.string()));

@@ -90,10 +90,9 @@ void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& 
             study.watch.lap("files_s"); // the summary has the times of all others
         }
         if (file.isWanted(study.options)) {
-            file.write(folder.stage(file.name), study, results, stop);
+            file.write(folder.stage({file.name, file.isOurs}), study, results, stop);
             written.emplace_back(file.name);
-        } else if (file.contradicts && file.isOurs(folder.path() / file.name)) {
-            folder.retire(file.name);
+        } else if (file.contradicts && folder.retire({file.name, file.isOurs})) {
             retired.emplace_back(file.name);
         }
         throwIfStopped(stop);
@@ -185,15 +184,14 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
 void runStudy(const RunOptions& options, Progress& told, const std::stop_token& stop) {
     checkRunOptions(options);
     KeptWarnings progress(told);
-    OutputFolder folder(options.out);
+    OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
-    const std::vector<std::filesystem::path> inputs = filesRead(options);
     for (const ResultFile& file : resultFiles()) {
         if (file.isWanted(options)) {
-            folder.requireFree({{file.name, file.isOurs}}, inputs);
+            folder.requireFree({file.name, file.isOurs});
         }
     }
     PreparedStudy study = prepareStudy(options, progress, stop);

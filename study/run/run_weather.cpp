@@ -61,6 +61,13 @@ std::string refusal(Check&& check) {
     }
 }
 
+/// What the library's own records begin with, a zero included.
+constexpr std::string_view weaSignature("xqt_WEA_ver1.10", 16);
+
+bool isOurWea(const std::filesystem::path& file) {
+    return fileBeginning(file, weaSignature.size()) == weaSignature;
+}
+
 } // namespace
 
 WeatherInfo weatherInfo(const std::filesystem::path& file) {
@@ -135,11 +142,10 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
     // After an EPW file the record holds degrees, which is what the file wants.
     const EWeaFileFormatData& record =
         model.getSolarAnalysisController().getWeatherData().getDataForWrite();
-    constexpr char signature[16] = "xqt_WEA_ver1.10";
-
-    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, place(to));
-    OutputFile& out = folder.stage(to.filename().string());
-    out.write(signature, sizeof signature);
+    const std::string name = to.filename().string();
+    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {from}, place(to));
+    OutputFile& out = folder.stage({name, isOurWea});
+    out.write(weaSignature.data(), weaSignature.size());
     out.write(&record, sizeof record);
     folder.commit();
 

@@ -25,7 +25,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr const char* spansName = "spans.csv";
 constexpr std::string_view groupsHeader = "group,sensors,";
 constexpr std::string_view spansHeader = "sensor,begin,end,length [min]\n";
 
@@ -261,20 +260,22 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     if (options.out.empty()) {
         throw UsageError("--out is missing; give the folder for the results");
     }
-    OutputFolder folder(options.out);
+    constexpr ResultName table{"sensors.csv", isOurSensorsCsv};
+    constexpr ResultName surfaces{"sensors.vtp", isOurSensorsVtp};
+    constexpr ResultName groups{"groups.csv", isOurGroups};
+    constexpr ResultName heatmap{"heatmap.png", isOurPicture};
+    constexpr ResultName spans{"spans.csv", isOurSpans};
+    constexpr ResultName summary{"summary.json", isOurSummary};
+    OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
-    const std::vector<std::filesystem::path> inputs = filesRead(options);
-    folder.requireFree({{"sensors.csv", isOurSensorsCsv},
-                        {"sensors.vtp", isOurSensorsVtp},
-                        {"groups.csv", isOurGroups},
-                        {"heatmap.png", isOurPicture},
-                        {"summary.json", isOurSummary}},
-                       inputs);
+    for (const ResultName& result : {table, surfaces, groups, heatmap, summary}) {
+        folder.requireFree(result);
+    }
     if (options.spans) {
-        folder.requireFree({{spansName, isOurSpans}}, inputs);
+        folder.requireFree(spans);
     }
     const SunHoursStudy study = prepareSunHours(options, progress, stop);
     watch.lap("models_s");
@@ -283,23 +284,23 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     const SensorField& field = study.inputs.field;
     const std::string subtitle = subtitleOf(study);
     const std::vector<ResultColumn> columns = tableColumns(results);
-    writeSensorsCsv(folder.stage("sensors.csv"), field, columns, stop);
-    writeSensorsVtp(folder.stage("sensors.vtp"), field, columns, subtitle, stop);
-    writeGroups(folder.stage("groups.csv"), study, results);
+    writeSensorsCsv(folder.stage(table), field, columns, stop);
+    writeSensorsVtp(folder.stage(surfaces), field, columns, subtitle, stop);
+    writeGroups(folder.stage(groups), study, results);
     const ResultColumn shown = shownColumn(results);
     PictureOptions picture;
     picture.subtitle = subtitle;
     picture.north = options.model.north;
     picture.areas = results.areas;
-    drawPicture(folder.stage("heatmap.png"), study.inputs.scene, field, shown, picture, stop);
+    drawPicture(folder.stage(heatmap), study.inputs.scene, field, shown, picture, stop);
     throwIfStopped(stop);
     if (options.spans) {
-        writeSpans(folder.stage(spansName), study, stop);
-    } else if (isOurSpans(folder.path() / spansName)) {
-        folder.retire(spansName);
+        writeSpans(folder.stage(spans), study, stop);
+    } else {
+        folder.retire(spans);
     }
     watch.lap("files_s");
-    writeSummaryJson(folder.stage("summary.json"),
+    writeSummaryJson(folder.stage(summary),
                      recordOf(study, results, watch, progress.warnings()));
     folder.commit();
     report(study, results, progress);

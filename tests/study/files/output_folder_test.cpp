@@ -58,6 +58,11 @@ using testing::HasSubstr;
 using OutputFolderTest = OutputTest;
 namespace fs = std::filesystem;
 
+/// A name under which every file counts as an earlier result.
+ResultName result(std::string_view name) {
+    return {name, [](const fs::path& file) { return fs::exists(file); }};
+}
+
 bool beginsWithOurs(const fs::path& file) {
     return readFile(file).starts_with("ours");
 }
@@ -68,22 +73,22 @@ TEST_F(OutputFolderTest, resultsAppearTogetherAtCommitAndNotBefore) {
     own.write("summary.json", "old summary");
     const fs::path fresh = folder / "new" / "deeper";
     try {
-        OutputFolder out(folder);
-        OutputFolder made(fresh);
-        out.retire("gone.txt");
-        out.stage("a.txt").write("half");
-        made.stage("b.txt").write("half");
+        OutputFolder out(folder, {});
+        OutputFolder made(fresh, {});
+        out.retire(result("gone.txt"));
+        out.stage(result("a.txt")).write("half");
+        made.stage(result("b.txt")).write("half");
         throw std::runtime_error("interrupted");
     } catch (const std::runtime_error&) {
     }
     EXPECT_EQ(fileCount(), 3) << "partial files or folders made by a failed run are left";
     {
-        OutputFolder out(folder);
-        out.retire("gone.txt");
-        out.stage("a.txt").write("new a");
-        out.stage("summary.json").write("new summary");
+        OutputFolder out(folder, {});
+        out.retire(result("gone.txt"));
+        out.stage(result("a.txt")).write("new a");
+        out.stage(result("summary.json")).write("new summary");
         EXPECT_EQ(readFile(folder / "a.txt"), "old a");
-        EXPECT_THAT(messageOf([&] { OutputFolder second(folder); }),
+        EXPECT_THAT(messageOf([&] { OutputFolder second(folder, {}); }),
                     AllOf(HasSubstr(folder.string()), HasSubstr("another run")));
         out.commit();
         EXPECT_EQ(readFile(folder / "a.txt"), "new a");
@@ -96,11 +101,11 @@ TEST_F(OutputFolderTest, resultsAppearTogetherAtCommitAndNotBefore) {
 TEST_F(OutputFolderTest, contentsReachTheDiskBeforeNamesAndTheSummaryComesLast) {
     own.write("gone.txt", "");
     const fs::path results = folder / "results";
-    OutputFolder out(results);
-    out.retire("../gone.txt");
-    out.stage("a.txt").write("a");
-    out.stage("b.txt").write("b");
-    out.stage("summary.json").write("{}");
+    OutputFolder out(results, {});
+    out.retire(result("../gone.txt"));
+    out.stage(result("a.txt")).write("a");
+    out.stage(result("b.txt")).write("b");
+    out.stage(result("summary.json")).write("{}");
     diskLog.clear();
     logsDisk = true;
     out.commit();
@@ -116,8 +121,8 @@ TEST_F(OutputFolderTest, contentsReachTheDiskBeforeNamesAndTheSummaryComesLast) 
 TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
     const auto killedRun = [&] {
         if (const pid_t child = fork(); child == 0) {
-            OutputFolder out(folder);
-            out.stage("a.txt").write("half");
+            OutputFolder out(folder, {});
+            out.stage(result("a.txt")).write("half");
             raise(SIGKILL);
         } else {
             waitpid(child, nullptr, 0);
@@ -128,7 +133,7 @@ TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
     killedRun();
     EXPECT_TRUE(fs::exists(folder / "a.txt.insolate-partial"));
     {
-        OutputFolder out(folder);
+        OutputFolder out(folder, {});
         ASSERT_EQ(out.notes().size(), 1U);
         EXPECT_THAT(out.notes()[0], AllOf(HasSubstr("took over"), HasSubstr("1 unfinished file")));
         EXPECT_THAT(readFile(folder / ".insolate.lock"),
@@ -141,7 +146,7 @@ TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
     own.write("victim.insolate-partial", "of the user");
     fs::create_directory(folder / "out");
     own.write("out/.insolate.lock", "process 1\nwrites ../victim\n");
-    { OutputFolder out(folder / "out"); }
+    { OutputFolder out(folder / "out", {}); }
     EXPECT_EQ(readFile(folder / "victim.insolate-partial"), "of the user");
 }
 
@@ -160,8 +165,7 @@ TEST_F(OutputFolderTest, replacesItsOwnResultsAndNothingElse) {
     const auto isOurs = [](const fs::path& file) {
         return fs::is_regular_file(file) && beginsWithOurs(file);
     };
-    OutputFolder out(folder);
-    const std::vector<fs::path> inputs = {folder / "none.csv", folder / "." / "input.csv"};
+    OutputFolder out(folder, {folder / "none.csv", folder / "." / "input.csv"});
     for (const auto& [name, message] :
          {std::pair{"ours.csv", "nothing is wrong"},
           {"new.csv", "nothing is wrong"},
@@ -176,11 +180,13 @@ TEST_F(OutputFolderTest, replacesItsOwnResultsAndNothingElse) {
           {"hard.csv", "hard.csv: is read by this run"},
           {"soft.csv", "soft.csv: is read by this run"}}) {
         EXPECT_THAT(messageOf([&, file = name] {
-                        out.requireFree({{file, isOurs}}, inputs);
+                        out.requireFree({file, isOurs});
                     }),
                     HasSubstr(message));
+        EXPECT_THAT(messageOf([&, file = name] { out.stage({file, isOurs}); }), HasSubstr(message));
     }
-    EXPECT_THAT(messageOf([&] { out.stage("half.csv"); }), HasSubstr("stands in the way"));
+    EXPECT_TRUE(out.retire({"ours.csv", isOurs}));
+    EXPECT_FALSE(out.retire({"users.csv", isOurs}));
     EXPECT_EQ(readFile(folder / "half.csv.insolate-partial"), "of the user");
 }
 
@@ -189,7 +195,7 @@ TEST_F(OutputFolderTest, followsNoLinkThatSomebodyPlanted) {
     const fs::path out = folder / "out";
     fs::create_directory(out);
     fs::create_symlink(victim, out / ".insolate.lock");
-    EXPECT_THAT(messageOf([&] { OutputFolder locked(out); }), HasSubstr("cannot be written"));
+    EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), HasSubstr("cannot be written"));
     fs::create_symlink(victim, out / "result");
     EXPECT_THAT(messageOf([&] { OutputFile(out / "result", "result"); }),
                 HasSubstr("cannot be written"));
@@ -200,13 +206,13 @@ TEST_F(OutputFolderTest, anotherThreadMayGiveTheFolderUpAtAnyMoment) {
     const fs::path made = folder / "made";
     const auto write = [](OutputFolder& out) {
         for (const char* name : {"a.txt", "b.txt", "summary.json"}) {
-            out.stage(name).write(std::string(100'000, 'x'));
+            out.stage(result(name)).write(std::string(100'000, 'x'));
         }
         out.commit();
     };
     const auto start = std::chrono::steady_clock::now();
     {
-        OutputFolder whole(made);
+        OutputFolder whole(made, {});
         write(whole);
     }
     const auto whole = std::chrono::steady_clock::now() - start;
@@ -214,7 +220,7 @@ TEST_F(OutputFolderTest, anotherThreadMayGiveTheFolderUpAtAnyMoment) {
     int kept = 0;
     constexpr int rounds = 40;
     for (int round = 0; round < rounds; ++round) {
-        OutputFolder out(made);
+        OutputFolder out(made, {});
         std::atomic<bool> stopped = false;
         std::thread writer([&] {
             try {
@@ -235,12 +241,12 @@ TEST_F(OutputFolderTest, anotherThreadMayGiveTheFolderUpAtAnyMoment) {
             fs::remove_all(made);
         }
     }
-    auto out = std::make_unique<OutputFolder>(made);
-    out->stage("a.txt");
+    auto out = std::make_unique<OutputFolder>(made, std::vector<fs::path>());
+    out->stage(result("a.txt"));
     out->abandon();
-    OutputFolder next(made);
-    next.stage("a.txt");
-    EXPECT_THROW(out->stage("b.txt"), Stopped);
+    OutputFolder next(made, {});
+    next.stage(result("a.txt"));
+    EXPECT_THROW(out->stage(result("b.txt")), Stopped);
     EXPECT_THROW(out->commit(), Stopped);
     out.reset();
     EXPECT_TRUE(fs::exists(made / "a.txt.insolate-partial")) << "of the run that came after";
@@ -257,8 +263,9 @@ TEST_F(OutputFolderTest, saysBeforeTheWorkWhatCannotBeWritten) {
           std::pair{folder / "file" / "below", "cannot be created"},
           std::pair{fs::path("/proc/insolate_results"), "/proc/insolate_results"},
           std::pair{folder, "sensors.csv: is a folder; "}}) {
-        EXPECT_THAT(messageOf([&, name = target] { OutputFolder(name).stage("sensors.csv"); }),
-                    HasSubstr(message));
+        EXPECT_THAT(
+            messageOf([&, name = target] { OutputFolder(name, {}).stage(result("sensors.csv")); }),
+            HasSubstr(message));
     }
 }
 

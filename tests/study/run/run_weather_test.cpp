@@ -70,8 +70,23 @@ TEST(ConvertWeather, SaysWhatItWroteAndFillsGapsOnlyWhenAsked) {
         EXPECT_EQ(year.report.site.latitude, 40.0);
         std::filesystem::remove(to);
     }
+    // What was there before is replaced where it is a record of ours, and by no other name.
+    for (const auto& [to, message] : {std::pair{"text.wea", "text.wea: is read by this run"},
+                                      {"other.wea", "other.wea: was not written by insolate"},
+                                      {"none/x.wea", "there is no folder"}}) {
+        const auto from = folder.write("text.wea", textWea());
+        folder.write("other.wea", textWea() + "\n");
+        Heard heard;
+        EXPECT_THAT(test::messageOf([&, name = to] {
+                        convertWeather(from, folder.path() / name, false, heard);
+                    }),
+                    HasSubstr(message));
+        EXPECT_EQ(test::readFile(from), textWea());
+        EXPECT_EQ(test::readFile(folder.path() / "other.wea"), textWea() + "\n");
+    }
     const auto record = folder.write("a.epw", good);
     Heard heard;
+    convertWeather(record, folder.path() / "a.wea", false, heard);
     convertWeather(record, folder.path() / "a.wea", false, heard);
     EXPECT_THAT(test::messageOf([&] {
                     convertWeather(folder.path() / "a.wea", folder.path() / "b.wea", false, heard);
