@@ -1,6 +1,6 @@
 // Any bytes as the file that a stopped run left behind, for a study of ten sensors in blocks of
-// four. Of the first byte, bit 0 puts the header right, bit 1 the check values of blocks whose sizes
-// fit, which chance would never hit, and bit 2 asks for masks too.
+// four. Of the first byte, bit 0 puts the header right, bit 1 the check values of blocks whose
+// sizes fit, which chance would never hit, and bit 2 asks for masks too.
 #include "memory_file.h"
 
 #include "study/run/partial_results.h"
@@ -73,7 +73,8 @@ INSOLATE_FUZZ_TARGET(partial)(const std::uint8_t* bytes, std::size_t size) {
     std::vector<std::uint8_t> once;
     std::vector<std::uint8_t> twice;
     const std::size_t taken = resumed(once);
-    require(taken == 0 || image.compare(0, 8, "INSOPART") == 0, "only a file of ours is taken over");
+    require(taken == 0 || image.compare(0, 8, "INSOPART") == 0,
+            "only a file of ours is taken over");
     require(taken == resumed(twice) && once == twice, "what was whole is whole the next time");
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <study/files/output_folder.h>
 #include <study/files/result_name.h>
 #include <study/model/coplanar.h>
+#include <study/model/given_arrays.h>
 #include <study/model/ground_plane.h>
 #include <study/model/mesh.h>
 #include <study/model/mesh_import.h>
@@ -31,11 +32,16 @@
 #include <study/run/run_sun.h>
 #include <study/run/run_weather.h>
 #include <study/run/site_options.h>
+#include <study/run/sky_view.h>
 #include <study/run/study_file.h>
+#include <study/run/study_inputs.h>
+#include <study/run/study_session.h>
 #include <study/run/sun_hours.h>
+#include <study/run/sun_hours_study.h>
 #include <study/run/sunlight_rules.h>
 #include <study/support/errors.h>
 #include <study/support/period.h>
 #include <study/support/progress.h>
+#include <study/weather/sampled_weather.h>
 #include <study/weather/weather_check.h>
 #include <study/weather/weather_year.h>

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <csignal>
+#include <cstddef>
 #include <system_error>
 #include <vector>
 

@@ -1,5 +1,5 @@
-/// What the program that reads foreign models may do. All of it is for the calling process, for good,
-/// and for its one thread.
+/// What the program that reads foreign models may do. All of it is for the calling process, for
+/// good, and for its one thread.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,9 @@
 
 namespace insolate::study {
 
-/// Bounds of memory [bytes] and processor time [s], of the stack and of open files; the process ends
-/// with its parent. A program under a sanitizer, which reserves terabytes, has no bound of memory.
+/// Bounds of memory [bytes] and processor time [s], of the stack and of open files; the process
+/// ends with its parent. A program under a sanitizer, which reserves terabytes, has no bound of
+/// memory.
 /// @return false when a bound cannot be set: without these no model is read
 bool limitProcess(std::uint64_t bytes, std::uint64_t seconds);
 

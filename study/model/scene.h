@@ -48,6 +48,8 @@ struct SensorField {
     /// cellStart[i]..cellStart[i + 1] are the corners of sensor i's cell; size() + 1 entries, or
     /// empty for sensors without cells.
     std::vector<std::uint32_t> cellStart;
+    /// What each sensor stands for [m2], where that is known without a cell; empty otherwise.
+    std::vector<float> areas;
     /// By sensor; empty for sensors that were not cut from a mesh.
     std::vector<CellOrigin> origins;
     /// What the origins point into: the names of the sensor mesh, used by a cell or not.

@@ -278,7 +278,7 @@ SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces
 }
 
 std::vector<float> cellAreas(const SensorField& field) {
-    std::vector<float> areas;
+    std::vector<float> areas = field.areas;
     const std::span<const Vector3> corners = field.corners;
     for (std::size_t i = 0; field.hasCells() && i < field.size(); ++i) {
         const std::size_t first = field.cellStart[i];

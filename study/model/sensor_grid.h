@@ -52,7 +52,7 @@ INSOLATE_STUDY_EXPORT SensorGrid cutIntoSensors(const Mesh& mesh,
                                                 std::span<const std::uint32_t> faces,
                                                 const SensorGridOptions& options);
 
-/// Areas of the sensors' cells [m2]; none for sensors without cells.
+/// Areas of the sensors' cells, or those that the field gives [m2]; none where there are neither.
 INSOLATE_STUDY_EXPORT std::vector<float> cellAreas(const SensorField& field);
 
 } // namespace insolate::study

@@ -54,10 +54,8 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, double 
 
 } // namespace
 
-HourlyStudy::HourlyStudy(const SkyOptions& options, double north)
-    : m_period(options.period), m_options(options.hourly) {
-    WeatherYear year = readWeatherYear(options.weather);
-    m_weather = std::move(year.report);
+HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear year)
+    : m_period(options.period), m_options(options.hourly), m_weather(std::move(year.report)) {
     m_monthlyAlbedo = year.series.monthlyAlbedo;
     requireCompleteYear(m_weather, options.weather, options.allowGaps);
     HourlySky sky = skyOf(year.series, options, north);
@@ -232,8 +230,10 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
     }
 }
 
-std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north) {
-    return std::make_unique<HourlyStudy>(options, north);
+std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,
+                                                 const WeatherYear* given) {
+    return std::make_unique<HourlyStudy>(
+        options, north, given != nullptr ? *given : readWeatherYear(options.weather));
 }
 
 } // namespace insolate::study

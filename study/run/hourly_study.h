@@ -14,8 +14,9 @@ namespace insolate::study {
 class HourlyStudy final : public RadiationMethod {
 public:
     /// @param north from the model's +Y clockwise to true north [degrees]
+    /// @param year of options.weather, the name of its file
     /// @throws DataError when the weather cannot be used
-    HourlyStudy(const SkyOptions& options, double north);
+    HourlyStudy(const SkyOptions& options, double north, WeatherYear year);
 
     [[nodiscard]] const WeatherReport& weather() const override { return m_weather; }
     [[nodiscard]] std::vector<ResultColumn> columns() const override;
@@ -43,6 +44,7 @@ private:
     std::optional<HourlyAnalysis> m_analysis; ///< holds a value from construction on
 };
 
-std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north);
+std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,
+                                                 const WeatherYear* given);
 
 } // namespace insolate::study

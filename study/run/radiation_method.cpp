@@ -13,7 +13,8 @@ namespace insolate::study {
 
 namespace {
 
-using Make = std::unique_ptr<RadiationMethod> (*)(const SkyOptions& options, double north);
+using Make = std::unique_ptr<RadiationMethod> (*)(const SkyOptions& options, double north,
+                                                  const WeatherYear* given);
 
 struct ListedMethod {
     const char* name;
@@ -22,7 +23,13 @@ struct ListedMethod {
 };
 
 template <CalculationMethod method>
-std::unique_ptr<RadiationMethod> makeSolarAnalysis(const SkyOptions& options, double north) {
+std::unique_ptr<RadiationMethod> makeSolarAnalysis(const SkyOptions& options, double north,
+                                                   const WeatherYear* given) {
+    if (given != nullptr) {
+        throw UsageError(fmt::format("--method {} reads its weather from a file; give one, or take "
+                                     "--method hourly",
+                                     options.method));
+    }
     return std::make_unique<SolarAnalysis>(method, options, north);
 }
 
@@ -60,8 +67,9 @@ void checkMethod(const std::string& name) {
     methodOf(name);
 }
 
-std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north) {
-    return methodOf(options.method).make(options, north);
+std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north,
+                                                     const WeatherYear* given) {
+    return methodOf(options.method).make(options, north, given);
 }
 
 } // namespace insolate::study

@@ -10,6 +10,7 @@
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
 #include "study/weather/weather_check.h"
+#include "study/weather/weather_year.h"
 
 #include <cstddef>
 #include <memory>
@@ -80,7 +81,9 @@ public:
 
 /// Reads the weather and builds the sky of the period.
 /// @param north from the model's +Y clockwise to true north [degrees]
+/// @param given the weather, for the hourly method; null: options.weather is read
 /// @throws DataError when the weather cannot be used, UsageError when there is no such method
-std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north);
+std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north,
+                                                     const WeatherYear* given = nullptr);
 
 } // namespace insolate::study

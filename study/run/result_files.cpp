@@ -57,23 +57,7 @@ void writeSeries(OutputFile& out, const PreparedStudy& study, const StudyResults
 
 void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
                   const std::stop_token&) {
-    nlohmann::ordered_json record = runRecord(study.options, study.method->weather(), study.inputs);
-    study.method->describeSky(record);
-    study.method->describeSensors(record, results.columns);
-    record["sensors"]["enclosed"] = results.enclosed;
-    if (!results.areas.empty()) {
-        record["sensors"]["area_m2"] =
-            std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
-    }
-    record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
-    record["results"] = rangesOf(results.columns, results.areas);
-    record["warnings"] = results.warnings;
-    record["threads"] = usedThreads(study.options.threads);
-    for (const auto& [stage, seconds] : study.watch.stages()) {
-        record["timings"][stage] = seconds;
-    }
-    record["timings"]["whole_s"] = study.watch.whole();
-    writeSummaryJson(out, record);
+    writeSummaryJson(out, summaryRecord(study, results));
 }
 
 bool always(const RunOptions&) {
@@ -93,6 +77,26 @@ constexpr std::array listedFiles = {
 };
 
 } // namespace
+
+nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResults& results) {
+    nlohmann::ordered_json record = runRecord(study.options, study.method->weather(), study.inputs);
+    study.method->describeSky(record);
+    study.method->describeSensors(record, results.columns);
+    record["sensors"]["enclosed"] = results.enclosed;
+    if (!results.areas.empty()) {
+        record["sensors"]["area_m2"] =
+            std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
+    }
+    record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
+    record["results"] = rangesOf(results.columns, results.areas);
+    record["warnings"] = results.warnings;
+    record["threads"] = usedThreads(study.options.threads);
+    for (const auto& [stage, seconds] : study.watch.stages()) {
+        record["timings"][stage] = seconds;
+    }
+    record["timings"]["whole_s"] = study.watch.whole();
+    return record;
+}
 
 std::span<const ResultFile> resultFiles() {
     return listedFiles;

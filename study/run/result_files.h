@@ -8,6 +8,8 @@
 #include <span>
 #include <stop_token>
 
+#include <nlohmann/json.hpp>
+
 namespace insolate::study {
 
 struct ResultFile {
@@ -25,5 +27,8 @@ struct ResultFile {
 
 /// In the order in which they are written; the last one closes the set.
 std::span<const ResultFile> resultFiles();
+
+/// What made the results, and their ranges.
+nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResults& results);
 
 } // namespace insolate::study

@@ -45,7 +45,6 @@ void checkTolerance(const SkyOptions& options, const char* name, double percent,
 void checkSkyOptions(const SkyOptions& options) {
     require(!options.weather.empty(), "--weather",
             "give the weather file of the site (.epw, .wea, .mra)");
-    require(!options.out.empty(), "--out", "give the folder for the results");
     checkStep(options.period.step);
     checkMethod(options.method);
     const HourlyOptions& hourly = options.hourly;
@@ -55,6 +54,10 @@ void checkSkyOptions(const SkyOptions& options) {
                                      *hourly.albedo));
     }
     requireHourly(options, "--albedo", hourly.albedo || hourly.monthlyAlbedo);
+}
+
+void checkOutFolder(const std::filesystem::path& out) {
+    require(!out.empty(), "--out", "give the folder for the results");
 }
 
 void checkModelOptions(const ModelOptions& options) {

@@ -83,6 +83,9 @@ INSOLATE_STUDY_EXPORT void checkSkyOptions(const SkyOptions& options);
 INSOLATE_STUDY_EXPORT void checkModelOptions(const ModelOptions& options);
 INSOLATE_STUDY_EXPORT void checkRunOptions(const RunOptions& options);
 
+/// @throws UsageError when no folder is named; for work that writes files
+INSOLATE_STUDY_EXPORT void checkOutFolder(const std::filesystem::path& out);
+
 /// Threads that work when `threads` are asked for; 0 asks for all processors.
 INSOLATE_STUDY_EXPORT int usedThreads(int threads);
 

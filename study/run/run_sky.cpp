@@ -19,6 +19,7 @@ void runSky(const SkyOptions& options, Progress& progress, const std::stop_token
     constexpr ResultName table{"sky.csv", isOurSkyCsv};
     constexpr ResultName drawing{"sky.png", isOurPicture};
     constexpr ResultName summary{"sky.json", isOurSummary};
+    checkOutFolder(options.out);
     OutputFolder folder(options.out, {options.weather});
     const FolderHold hold(progress, folder);
     for (const ResultName& result : {table, drawing, summary}) {

@@ -33,17 +33,6 @@ void checkSeries(const RunOptions& options, std::size_t sensors) {
     }
 }
 
-/// What the results must not replace.
-std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
-    std::vector<std::filesystem::path> files = options.scenes;
-    files.push_back(options.sensorFile());
-    files.push_back(options.weather);
-    if (options.masks) {
-        files.push_back(*options.masks);
-    }
-    return files;
-}
-
 PartialResults::Key resumeKey(const PreparedStudy& study) {
     const RunOptions& options = study.options;
     nlohmann::ordered_json record = runRecord(options, study.method->weather(), study.inputs);
@@ -79,7 +68,26 @@ void checkLeftover(const PartialResults::Leftover& left, const RunOptions& optio
         left.ofThisStudy ? "; --resume would go on after them" : ""));
 }
 
-/// Writes the files, gives them their names, and says which ones.
+} // namespace
+
+std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
+    std::vector<std::filesystem::path> files = options.scenes;
+    files.push_back(options.sensorFile());
+    files.push_back(options.weather);
+    if (options.masks) {
+        files.push_back(*options.masks);
+    }
+    return files;
+}
+
+void requireFreeFolder(const OutputFolder& folder, const RunOptions& options) {
+    for (const ResultFile& file : resultFiles()) {
+        if (file.isWanted(options)) {
+            folder.requireFree({file.name, file.isOurs});
+        }
+    }
+}
+
 void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& results,
                 Progress& progress, const std::stop_token& stop) {
     const std::span<const ResultFile> files = resultFiles();
@@ -108,7 +116,6 @@ void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& 
                               study.options.out.string(), durationText(study.watch.whole())));
 }
 
-/// What a person should know of the results.
 void reportResults(const PreparedStudy& study, const StudyResults& results, Progress& progress) {
     const std::vector<float>& totals = results.columns.front().values;
     if (!study.method->reportsDarkness() && results.enclosed < totals.size() &&
@@ -131,20 +138,18 @@ void reportResults(const PreparedStudy& study, const StudyResults& results, Prog
                               range.mean));
 }
 
-} // namespace
-
-PreparedStudy prepareStudy(const RunOptions& options, Progress& progress,
+PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
                            const std::stop_token& stop) {
     checkRunOptions(options);
     PreparedStudy study;
     study.options = options;
-    study.method = makeRadiationMethod(options, options.north);
+    study.method = makeRadiationMethod(options, options.north, given.weather.get());
     reportStudy(options, study.method->weather(), progress);
     if (const std::string advice = study.method->advice(); !advice.empty()) {
         progress.note(advice);
     }
     study.watch.lap("weather_and_sky_s");
-    study.inputs = readInputs(options, progress, stop);
+    study.inputs = given.models ? std::move(*given.models) : readInputs(options, progress, stop);
     checkSeries(options, study.inputs.field.size());
     study.watch.lap("models_s");
     study.recentring = std::make_unique<Recentring>(study.inputs.scene, study.inputs.field);
@@ -183,18 +188,15 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
 
 void runStudy(const RunOptions& options, Progress& told, const std::stop_token& stop) {
     checkRunOptions(options);
+    checkOutFolder(options.out);
     KeptWarnings progress(told);
     OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
-    for (const ResultFile& file : resultFiles()) {
-        if (file.isWanted(options)) {
-            folder.requireFree({file.name, file.isOurs});
-        }
-    }
-    PreparedStudy study = prepareStudy(options, progress, stop);
+    requireFreeFolder(folder, options);
+    PreparedStudy study = prepareStudy(options, {}, progress, stop);
     PartialResults partial(options.out, resumeKey(study), options.resume);
     checkLeftover(partial.leftover(), options, progress);
     try {

@@ -97,23 +97,6 @@ void checkFileSize(const std::filesystem::path& file, const ModelOptions& option
     }
 }
 
-Mesh importModel(const std::filesystem::path& file, const ModelOptions& options, Progress& progress,
-                 const std::stop_token& stop) {
-    checkFileSize(file, options);
-    Mesh mesh = importMesh(file, options.import, stop);
-    if (const std::string text = precisionText(mesh, file); !text.empty()) {
-        progress.warn(text);
-    }
-    for (const std::string& note : mesh.notes) {
-        progress.note(note);
-    }
-    const OrientReport turned = orientFaces(mesh, options.orient);
-    if (const std::string text = orientText(turned, options.orient, place(file)); !text.empty()) {
-        progress.warn(text);
-    }
-    return mesh;
-}
-
 /// As the user says, or as suits the scene, sensors' model included.
 double sensorOffset(const Scene& scene, const Mesh& mesh, const ModelOptions& options,
                     Progress& progress) {
@@ -216,24 +199,32 @@ void checkLevel(const ModelOptions& options) {
 
 } // namespace
 
-StudyInputs readInputs(const ModelOptions& options, Progress& progress,
-                       const std::stop_token& stop) {
-    checkLevel(options);
-    const std::filesystem::path& sensorFile = options.sensorFile();
-    StudyInputs inputs;
-    std::optional<Mesh> sensorMesh;
-    for (const std::filesystem::path& file : options.scenes) {
-        Mesh mesh = importModel(file, options, progress, stop);
-        appendTriangles(mesh, inputs.scene);
-        if (file == sensorFile) {
-            sensorMesh = std::move(mesh);
-        }
-    }
-    const auto triangles = static_cast<double>(inputs.scene.triangleCount());
-    progress.note(fmt::format("scene: {} {}, {}", groupedDigits(inputs.scene.triangleCount()),
-                              counted(inputs.scene.triangleCount(), "triangle", "triangles"),
-                              extentText(extentOf(inputs.scene.vertices))));
+Mesh readModel(const std::filesystem::path& file, const ModelOptions& options, Progress& progress,
+               const std::stop_token& stop) {
+    checkFileSize(file, options);
+    Mesh mesh = importMesh(file, options.import, stop);
+    orientModel(mesh, file, options, progress);
+    return mesh;
+}
 
+void orientModel(Mesh& mesh, const std::filesystem::path& file, const ModelOptions& options,
+                 Progress& progress) {
+    if (const std::string text = precisionText(mesh, file); !text.empty()) {
+        progress.warn(text);
+    }
+    for (const std::string& note : mesh.notes) {
+        progress.note(note);
+    }
+    const OrientReport turned = orientFaces(mesh, options.orient);
+    if (const std::string text = orientText(turned, options.orient, place(file)); !text.empty()) {
+        progress.warn(text);
+    }
+}
+
+void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOptions& options,
+                Progress& progress, const std::stop_token& stop) {
+    const std::filesystem::path& sensorFile = options.sensorFile();
+    const auto triangles = static_cast<double>(inputs.scene.triangleCount());
     if (const auto plane = parseGroundPlane(sensorFile.string())) {
         refuseSelection(options, "a plane");
         checkSize(groundPlaneCells(*plane, inputs.scene), triangles, {}, options);
@@ -258,15 +249,33 @@ StudyInputs readInputs(const ModelOptions& options, Progress& progress,
         inputs.field = readSensorCsv(sensorFile, options.import.unit, up, stop);
         checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
     } else {
-        if (!sensorMesh) {
-            sensorMesh = importModel(sensorFile, options, progress, stop);
+        if (!mesh) {
+            mesh = readModel(sensorFile, options, progress, stop);
         }
-        inputs.offset = sensorOffset(inputs.scene, *sensorMesh, options, progress);
-        inputs.field = cutSensors(*sensorMesh, triangles, inputs.offset, options, progress);
+        inputs.offset = sensorOffset(inputs.scene, *mesh, options, progress);
+        inputs.field = cutSensors(*mesh, triangles, inputs.offset, options, progress);
     }
     progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
     noteUndersides(inputs.field, progress);
     throwIfStopped(stop);
+}
+
+StudyInputs readInputs(const ModelOptions& options, Progress& progress,
+                       const std::stop_token& stop) {
+    checkLevel(options);
+    StudyInputs inputs;
+    std::optional<Mesh> sensorMesh;
+    for (const std::filesystem::path& file : options.scenes) {
+        Mesh mesh = readModel(file, options, progress, stop);
+        appendTriangles(mesh, inputs.scene);
+        if (file == options.sensorFile()) {
+            sensorMesh = std::move(mesh);
+        }
+    }
+    progress.note(fmt::format("scene: {} {}, {}", groupedDigits(inputs.scene.triangleCount()),
+                              counted(inputs.scene.triangleCount(), "triangle", "triangles"),
+                              extentText(extentOf(inputs.scene.vertices))));
+    addSensors(inputs, std::move(sensorMesh), options, progress, stop);
     return inputs;
 }
 

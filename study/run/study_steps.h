@@ -1,6 +1,7 @@
 /// The steps of a study: prepare -> calculate; writing and reporting follow in run_study.cpp.
 #pragma once
 
+#include "study/files/output_folder.h"
 #include "study/results/result_column.h"
 #include "study/results/sensor_series.h"
 #include "study/run/mask_source.h"
@@ -13,6 +14,7 @@
 #include "study/support/progress.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 #include <stop_token>
 #include <string>
@@ -46,9 +48,9 @@ struct StudyResults {
     std::vector<std::string> warnings; ///< that were given on the way
 };
 
-/// Reads weather and models, builds the sky and the index of the rays.
+/// Reads weather and models as far as they are not given, builds the sky and the index of the rays.
 /// @throws Error
-PreparedStudy prepareStudy(const RunOptions& options, Progress& progress,
+PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
                            const std::stop_token& stop = {});
 
 /// Calculates all sensors.
@@ -56,5 +58,20 @@ PreparedStudy prepareStudy(const RunOptions& options, Progress& progress,
 /// @throws Stopped
 StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress& progress,
                             const std::stop_token& stop = {});
+
+/// The inputs, which the results must not replace.
+std::vector<std::filesystem::path> filesRead(const RunOptions& options);
+
+/// Refuses a folder that holds what the study's files must not replace.
+/// @throws OutputError
+void requireFreeFolder(const OutputFolder& folder, const RunOptions& options);
+
+/// Writes the files that the options ask for, gives them their names, and reports which ones.
+/// @throws OutputError, Stopped; no file is left then
+void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& results,
+                Progress& progress, const std::stop_token& stop);
+
+/// Reports what a person should know of the results.
+void reportResults(const PreparedStudy& study, const StudyResults& results, Progress& progress);
 
 } // namespace insolate::study

@@ -12,6 +12,7 @@
 #include <limits>
 #include <map>
 #include <numbers>
+#include <utility>
 
 #include <fmt/format.h>
 #include <oneapi/tbb/blocked_range.h>
@@ -256,9 +257,6 @@ bool allPass(const std::vector<SunGroupResult>& groups, const SunlightRule& rule
 }
 
 void checkOptions(const SunHoursOptions& options, const SunlightRule& rule) {
-    if (options.out.empty()) {
-        throw UsageError("--out is missing; give the folder for the results");
-    }
     if (options.year < 1950 || options.year > 2050) {
         throw UsageError(fmt::format("--year {}: the sun's place is known from 1950 to 2050; give "
                                      "a year of these",
@@ -285,8 +283,8 @@ void checkOptions(const SunHoursOptions& options, const SunlightRule& rule) {
 
 } // namespace
 
-SunHoursStudy prepareSunHours(const SunHoursOptions& options, Progress& progress,
-                              const std::stop_token& stop) {
+SunHoursStudy prepareSunHours(const SunHoursOptions& options, std::optional<StudyInputs> given,
+                              Progress& progress, const std::stop_token& stop) {
     SunHoursStudy study;
     study.options = options;
     study.rule = ruleOf(options.rule);
@@ -305,7 +303,7 @@ SunHoursStudy prepareSunHours(const SunHoursOptions& options, Progress& progress
                                   preset.note));
     }
     progress.note(ruleText(study.rule));
-    study.inputs = readInputs(options.model, progress, stop);
+    study.inputs = given ? std::move(*given) : readInputs(options.model, progress, stop);
     return study;
 }
 

@@ -277,7 +277,7 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     if (options.spans) {
         folder.requireFree(spans);
     }
-    const SunHoursStudy study = prepareSunHours(options, progress, stop);
+    const SunHoursStudy study = prepareSunHours(options, {}, progress, stop);
     watch.lap("models_s");
     const SunHoursResults results = calculateSunHours(study, progress, stop);
     watch.lap("sensors_s");
@@ -300,8 +300,7 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
         folder.retire(spans);
     }
     watch.lap("files_s");
-    writeSummaryJson(folder.stage(summary),
-                     recordOf(study, results, watch, progress.warnings()));
+    writeSummaryJson(folder.stage(summary), recordOf(study, results, watch, progress.warnings()));
     folder.commit();
     report(study, results, progress);
     progress.note(fmt::format("wrote sensors.csv, sensors.vtp, groups.csv, heatmap.png{} and "

@@ -1,6 +1,7 @@
 /// What stands between the options of `insolate sunhours` and its files.
 #pragma once
 
+#include "study/export.h"
 #include "study/results/result_column.h"
 #include "study/run/study_inputs.h"
 #include "study/run/sun_hours.h"
@@ -42,14 +43,17 @@ struct SunHoursStudy {
     StudyInputs inputs;
 };
 
-/// Checks the options and reads the models.
+/// Checks the options and reads the models, unless they are given; their names stand in messages.
 /// @throws Error
-SunHoursStudy prepareSunHours(const SunHoursOptions& options, Progress& progress,
-                              const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT SunHoursStudy prepareSunHours(const SunHoursOptions& options,
+                                                    std::optional<StudyInputs> given,
+                                                    Progress& progress,
+                                                    const std::stop_token& stop = {});
 
 /// Equal inputs give equal bytes for every number of threads.
 /// @throws Stopped; DataError when the baseline does not fit
-SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress,
-                                  const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT SunHoursResults calculateSunHours(const SunHoursStudy& study,
+                                                        Progress& progress,
+                                                        const std::stop_token& stop = {});
 
 } // namespace insolate::study

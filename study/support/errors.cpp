@@ -20,7 +20,7 @@ std::string place(const std::filesystem::path& file) {
 }
 
 std::string place(const std::filesystem::path& file, std::size_t line) {
-    return fmt::format("{}:{}", place(file), line);
+    return line == 0 ? place(file) : fmt::format("{}:{}", place(file), line);
 }
 
 std::string quoteText(std::string_view text) {

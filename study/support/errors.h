@@ -54,7 +54,7 @@ inline void throwIfStopped(const std::stop_token& stop) {
 /// The text with control characters replaced: names from files must not steer the terminal.
 INSOLATE_STUDY_EXPORT std::string printable(std::string_view text);
 
-/// "FILE" or "FILE:LINE" as the beginning of a message.
+/// "FILE" or "FILE:LINE" as the beginning of a message; line 0 is none.
 INSOLATE_STUDY_EXPORT std::string place(const std::filesystem::path& file);
 INSOLATE_STUDY_EXPORT std::string place(const std::filesystem::path& file, std::size_t line);
 

@@ -285,4 +285,15 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
     return year;
 }
 
+WeatherYear weatherOfSamples(const SampledWeather& weather, const std::string& name) {
+    checkSite(weather.report.site, name, 0);
+    WeatherYear year = assembleYear(weather, name);
+    const WeatherSeries& series = year.series;
+    noteOddities(year.report,
+                 {series.directNormal, series.diffuseHorizontal, series.globalHorizontal,
+                  series.sampleOffset},
+                 name);
+    return year;
+}
+
 } // namespace insolate::study

@@ -1,9 +1,12 @@
-/// Weather files whose records say when they were taken: brought into the hours of a year.
+/// Weather whose records say when they were taken, of files or of a host: brought into the hours of
+/// a year.
 #pragma once
 
+#include "study/export.h"
 #include "study/weather/weather_year.h"
 
 #include <limits>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -44,6 +47,13 @@ void addSample(SampledWeather& weather, const WeatherSample& sample,
 /// where in its hour a value stands.
 /// @throws DataError when there are no samples, or their times do not go on in equal steps
 WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::path& file);
+
+/// The year of a host's own samples, with what is odd about them, as readWeatherYear() gives that
+/// of a file.
+/// @param name stands for the file in messages
+/// @throws DataError as assembleYear(), and for a site that is not on earth
+INSOLATE_STUDY_EXPORT WeatherYear weatherOfSamples(const SampledWeather& weather,
+                                                   const std::string& name);
 
 /// @throws DataError naming the line when the site is not on earth
 void checkSite(const WeatherSite& site, const std::filesystem::path& file, std::size_t line);

@@ -45,9 +45,13 @@ TEST(StudyInputs, TakeTheLevelOfDetail) {
     EXPECT_EQ(heightOf({{"scene", city}, {"lod", "1"}}), 5);
     const std::string court = folder.write("a.obj", test::courtModel()).string();
     EXPECT_EQ(heightOf({{"scene", court}, {"sensors", city}, {"lod", "1"}}), 5);
-    EXPECT_THAT(messageOf([&] { inputsBy({{"scene", court}, {"lod", "1"}}); }),
+    EXPECT_THAT(messageOf([&] {
+                    inputsBy({{"scene", court}, {"lod", "1"}});
+                }),
                 HasSubstr("--lod 1: chooses among levels of detail, but none"));
-    EXPECT_THAT(messageOf([&] { inputsBy({{"scene", city}, {"lod", "high"}}); }),
+    EXPECT_THAT(messageOf([&] {
+                    inputsBy({{"scene", city}, {"lod", "high"}});
+                }),
                 HasSubstr("--lod: 'high' is no level of detail"));
 }
 

@@ -1,0 +1,103 @@
+#include "study/run/study_session.h"
+
+#include "study/files/folder_hold.h"
+#include "study/files/output_folder.h"
+#include "study/run/result_files.h"
+#include "study/run/study_steps.h"
+#include "study/support/errors.h"
+#include "study/support/kept_warnings.h"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+struct StudySession::Content {
+    PreparedStudy study;
+    StudyResults results;
+};
+
+StudySession::StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
+                           const std::stop_token& stop)
+    : m_content(std::make_unique<Content>()) {
+    KeptWarnings kept(progress);
+    m_content->study = prepareStudy(options, std::move(given), kept, stop);
+    m_content->results.warnings = kept.warnings();
+}
+
+StudySession::~StudySession() = default;
+StudySession::StudySession(StudySession&&) noexcept = default;
+StudySession& StudySession::operator=(StudySession&&) noexcept = default;
+
+const RunOptions& StudySession::options() const {
+    return m_content->study.options;
+}
+
+const WeatherReport& StudySession::weather() const {
+    return m_content->study.method->weather();
+}
+
+const Scene& StudySession::scene() const {
+    return m_content->study.inputs.scene;
+}
+
+const SensorField& StudySession::field() const {
+    return m_content->study.inputs.field;
+}
+
+void StudySession::calculate(Progress& progress, const std::stop_token& stop) {
+    KeptWarnings kept(progress);
+    std::vector<std::string> warnings = std::move(m_content->results.warnings);
+    m_content->results = calculateStudy(m_content->study, nullptr, kept, stop);
+    reportResults(m_content->study, m_content->results, kept);
+    const std::vector<std::string>& late = kept.warnings();
+    warnings.insert(warnings.end(), late.begin(), late.end());
+    m_content->results.warnings = std::move(warnings);
+}
+
+std::span<const ResultColumn> StudySession::columns() const {
+    return m_content->results.columns;
+}
+
+std::span<const float> StudySession::areas() const {
+    return m_content->results.areas;
+}
+
+std::size_t StudySession::enclosed() const {
+    return m_content->results.enclosed;
+}
+
+SensorHours StudySession::hoursOf(std::size_t sensor) const {
+    const PreparedStudy& study = m_content->study;
+    if (study.options.method != "hourly") {
+        throw UsageError(
+            fmt::format("--method {} has no hours; take --method hourly", study.options.method));
+    }
+    if (sensor >= study.inputs.field.size()) {
+        throw UsageError(fmt::format("there is no sensor {}; give numbers from 0 to {}", sensor,
+                                     study.inputs.field.size() - 1));
+    }
+    return study.method->hoursOf(study.work(), sensor);
+}
+
+std::string StudySession::summary() const {
+    return summaryRecord(m_content->study, m_content->results)
+        .dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void StudySession::save(const std::filesystem::path& out, Progress& progress,
+                        const std::stop_token& stop) {
+    checkOutFolder(out);
+    PreparedStudy& study = m_content->study;
+    study.options.out = out;
+    OutputFolder folder(out, filesRead(study.options));
+    const FolderHold hold(progress, folder);
+    for (const std::string& note : folder.notes()) {
+        progress.note(note);
+    }
+    requireFreeFolder(folder, study.options);
+    writeStudy(folder, study, m_content->results, progress, stop);
+}
+
+} // namespace insolate::study

@@ -1,0 +1,73 @@
+/// A study in memory: for hosts that hold its inputs, or want its results rather than its files.
+///
+///     StudySession session(options, {.weather = year, .models = inputs}, progress);
+///     session.calculate(progress);
+///     session.columns().front().values;   // Wh/m2 by sensor
+///     session.save("out", progress);      // the files of `insolate run`
+///
+/// What comes out is the same, bit for bit, as what `insolate run` writes from the same inputs.
+#pragma once
+
+#include "study/export.h"
+#include "study/results/result_column.h"
+#include "study/run/run_options.h"
+#include "study/run/study_inputs.h"
+#include "study/support/progress.h"
+#include "study/weather/weather_check.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include <insolate/insolate.h>
+
+namespace insolate::study {
+
+class INSOLATE_STUDY_EXPORT StudySession {
+public:
+    /// Reads what is not given, builds the sky and the index of the rays.
+    /// @throws Error
+    StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
+                 const std::stop_token& stop = {});
+    ~StudySession();
+    StudySession(StudySession&&) noexcept;
+    StudySession& operator=(StudySession&&) noexcept;
+
+    [[nodiscard]] const RunOptions& options() const;
+    [[nodiscard]] const WeatherReport& weather() const;
+    [[nodiscard]] const Scene& scene() const;
+    [[nodiscard]] const SensorField& field() const;
+
+    /// Calculates all sensors. To be called once, before what follows.
+    /// @throws Stopped
+    void calculate(Progress& progress, const std::stop_token& stop = {});
+
+    /// By sensor; the method's columns, the one to look at first.
+    [[nodiscard]] std::span<const ResultColumn> columns() const;
+    /// Of the cells [m2]; empty for sensors without.
+    [[nodiscard]] std::span<const float> areas() const;
+    /// Sensors that look into closed geometry.
+    [[nodiscard]] std::size_t enclosed() const;
+
+    /// The hours of a sensor; any number of them may be asked for at the same time.
+    /// @throws UsageError where there is no such sensor, or the method has no hours
+    [[nodiscard]] SensorHours hoursOf(std::size_t sensor) const;
+
+    /// What summary.json says, as text.
+    [[nodiscard]] std::string summary() const;
+
+    /// Writes the files of `insolate run` into the folder, which is made when it is missing.
+    /// @throws OutputError, Stopped; no file is left then
+    void save(const std::filesystem::path& folder, Progress& progress,
+              const std::stop_token& stop = {});
+
+private:
+    struct Content;
+    std::unique_ptr<Content> m_content;
+};
+
+} // namespace insolate::study
