@@ -23,7 +23,7 @@ INSOLATE_FUZZ_TARGET(models)(const std::uint8_t* bytes, std::size_t size) {
         insolate::fuzz::checkMesh(format.extension == ".obj"
                                       ? readObj(file.name())
                                       : readWithAssimp(name, in.descriptor()),
-                                  format.arrivesYUp ? UpAxis::y : UpAxis::z);
+                                  bytes[0] >= 128 ? UpAxis::y : UpAxis::z);
     } catch (const DataError& error) {
         insolate::fuzz::requireFix(error);
     } catch (const std::bad_alloc&) {

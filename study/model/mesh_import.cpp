@@ -35,9 +35,61 @@ double metresIn(LengthUnit unit) {
     return 1.0;
 }
 
-UpAxis defaultUpAxis(const std::filesystem::path& file) {
+namespace {
+
+/// How the axes lie in a file, and whether its reader gives them otherwise.
+struct FileAxes {
+    UpAxis up = UpAxis::z;
+    bool isTurned = false; ///< z up in the file arrives as y up
+};
+
+FileAxes axesOf(const std::filesystem::path& file) {
     const ModelFormat* format = modelFormatOf(file);
-    return format != nullptr && format->arrivesYUp ? UpAxis::y : UpAxis::z;
+    if (format == nullptr) {
+        return {};
+    }
+    if (format->up != FormatUp::namedInFile) {
+        return {format->up == FormatUp::y ? UpAxis::y : UpAxis::z, format->isTurnedByReader};
+    }
+    // Collada's element <asset> comes first; without the axis in it y is up.
+    constexpr std::size_t longestHead = 65536;
+    constexpr std::string_view element = "<up_axis>";
+    std::string head;
+    if (const auto in = InputFile::ifReadable(file, inputKinds::model)) {
+        head.resize(longestHead);
+        head.resize(in->read(head));
+    }
+    const std::size_t at = head.find(element);
+    const bool isZ =
+        at != std::string::npos &&
+        trimmed(std::string_view(head).substr(at + element.size())).starts_with("Z_UP");
+    return {isZ ? UpAxis::z : UpAxis::y, isZ && format->isTurnedByReader};
+}
+
+/// "glTF" or "3DS, DXF, IFC": the formats that are so, each once.
+template <typename IsSo>
+std::string formatNames(IsSo&& isSo) {
+    std::vector<std::string_view> names;
+    for (const ModelFormat& format : modelFormats) {
+        if (isSo(format) && std::find(names.begin(), names.end(), format.name) == names.end()) {
+            names.push_back(format.name);
+        }
+    }
+    return fmt::format("{}", fmt::join(names, ", "));
+}
+
+} // namespace
+
+UpAxis defaultUpAxis(const std::filesystem::path& file) {
+    return axesOf(file).up;
+}
+
+std::string upAxisText() {
+    const auto namesOf = [](FormatUp up) {
+        return formatNames([up](const ModelFormat& format) { return format.up == up; });
+    };
+    return fmt::format("y for {}, what the file says for {}, z for all others",
+                       namesOf(FormatUp::y), namesOf(FormatUp::namedInFile));
 }
 
 Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up) {
@@ -80,16 +132,6 @@ void checkHeader(InputFile& in, const std::filesystem::path& file, const ModelFo
 
 namespace {
 
-std::string formatNames() {
-    std::string names;
-    for (const ModelFormat& format : modelFormats) {
-        if (names.find(format.name) == std::string::npos) {
-            names += fmt::format("{}{}", names.empty() ? "" : ", ", format.name);
-        }
-    }
-    return names;
-}
-
 std::string headOf(InputFile& in) {
     std::string head(cityJsonHead, '\0');
     head.resize(in.read(head));
@@ -107,7 +149,8 @@ Mesh readModel(const std::filesystem::path& file, const MeshImportOptions& optio
     if (format == nullptr) {
         throw DataError(fmt::format("{}: models of this name's ending are not read; export the "
                                     "model to one of {}",
-                                    place(file), formatNames()));
+                                    place(file),
+                                    formatNames([](const ModelFormat&) { return true; })));
     }
     if (format->extension == ".obj") {
         return readObj(file, stop);
@@ -169,7 +212,8 @@ Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOp
             place(file)));
     }
     const double scale = metresIn(options.unit);
-    const UpAxis up = options.up.value_or(defaultUpAxis(file));
+    const FileAxes axes = axesOf(file);
+    const UpAxis up = options.up.value_or(axes.up);
     // Beyond this single precision would not hold even a recentred model.
     constexpr double farthest = 1.0e12;
     for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
@@ -179,7 +223,8 @@ Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOp
                                         "place; repair the model and export it again",
                                         place(file), i + 1, v.x, v.y, v.z));
         }
-        mesh.vertices[i] = toModelAxes(v, scale, up);
+        const Vector3 inFile = axes.isTurned ? toModelAxes(v, 1.0, UpAxis::y) : v;
+        mesh.vertices[i] = toModelAxes(inFile, scale, up);
     }
     mesh.coordinateStep *= scale;
     return mesh;

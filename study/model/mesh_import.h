@@ -35,7 +35,7 @@ ImportLimits defaultImportLimits(std::uintmax_t fileBytes);
 
 struct MeshImportOptions {
     LengthUnit unit = LengthUnit::metre;
-    /// Absent: as models of the format arrive.
+    /// The axis that points up in the file. Absent: defaultUpAxis().
     std::optional<UpAxis> up = {};
     std::string lod = {}; ///< of a CityJSON model, "" for the highest (cityjson_reader.h)
     std::optional<ImportLimits> limits = {}; ///< absent: the default ones
@@ -44,8 +44,12 @@ struct MeshImportOptions {
     std::filesystem::path importProgram = {};
 };
 
-/// The up axis that holds for a file when the user says nothing.
+/// The up axis that holds for a file when the user says nothing: by the rule of its format or,
+/// where the format leaves it to each file, as this one says.
 INSOLATE_STUDY_EXPORT UpAxis defaultUpAxis(const std::filesystem::path& file);
+
+/// Which formats have which axis up, for users: "y for glTF, what the file says for Collada, ...".
+INSOLATE_STUDY_EXPORT std::string upAxisText();
 
 /// A point of a file in metres, z up. A y-up model is turned so that its -Z becomes +Y.
 INSOLATE_STUDY_EXPORT Vector3 toModelAxes(const Vector3& point, double scale, UpAxis up);

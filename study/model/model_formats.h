@@ -9,29 +9,34 @@
 
 namespace insolate::study {
 
+/// The axis that points up in files of a format.
+enum class FormatUp { y, z, namedInFile };
+
 struct ModelFormat {
     std::string_view extension; ///< in lower case, with its dot
     std::string_view name;      ///< "glTF"
-    /// By the format's own rule, or because the reader turns what is z up in the file.
-    bool arrivesYUp = false;
+    FormatUp up = FormatUp::z;
+    /// The reader turns files with z up, so that they arrive with y up.
+    bool isTurnedByReader = false;
 };
 
 /// OBJ is read by this library, all others by assimp in a process of its own. Of assimp's some
 /// fifty readers these are for buildings, terrain and machine parts; those for games and animation
 /// stay switched off.
-inline constexpr std::array<ModelFormat, 13> modelFormats = {{{".obj", "OBJ"},
-                                                              {".stl", "STL"},
-                                                              {".ply", "PLY"},
-                                                              {".gltf", "glTF", true},
-                                                              {".glb", "glTF", true},
-                                                              {".dae", "Collada", true},
-                                                              {".3ds", "3DS", true},
-                                                              {".fbx", "FBX"},
-                                                              {".dxf", "DXF", true},
-                                                              {".off", "OFF"},
-                                                              {".3mf", "3MF"},
-                                                              {".amf", "AMF"},
-                                                              {".ifc", "IFC", true}}};
+inline constexpr std::array<ModelFormat, 13> modelFormats = {
+    {{".obj", "OBJ"},
+     {".stl", "STL"},
+     {".ply", "PLY"},
+     {".gltf", "glTF", FormatUp::y},
+     {".glb", "glTF", FormatUp::y},
+     {".dae", "Collada", FormatUp::namedInFile, true},
+     {".3ds", "3DS", FormatUp::z, true},
+     {".fbx", "FBX"},
+     {".dxf", "DXF", FormatUp::z, true},
+     {".off", "OFF"},
+     {".3mf", "3MF"},
+     {".amf", "AMF"},
+     {".ifc", "IFC", FormatUp::z, true}}};
 
 /// The format of the file's name, nullptr for any other.
 inline const ModelFormat* modelFormatOf(const std::filesystem::path& file) {

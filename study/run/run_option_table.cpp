@@ -118,14 +118,16 @@ void addModelOptions(OptionTable& table, ModelOptions& options) {
                .take = [&](const std::string& text) {
                    options.import.unit = lengthUnitOf("units", text);
                }});
-    table.add({.name = "up",
-               .help = "Axis that points up in the models; by default y for glTF and Collada, z "
-                       "for all others. With y, the model's -Z is taken as +Y of the plan",
-               .typeName = "AXIS",
-               .choices = {"y", "z"},
-               .take = [&](const std::string& text) {
-                   options.import.up = text == "y" ? UpAxis::y : UpAxis::z;
-               }});
+    table.add(
+        {.name = "up",
+         .help = fmt::format("Axis that points up in the files of the models and the table; "
+                             "by default {}. With y, the file's -Z is taken as +Y of the plan",
+                             upAxisText()),
+         .typeName = "AXIS",
+         .choices = {"y", "z"},
+         .take = [&](const std::string& text) {
+             options.import.up = text == "y" ? UpAxis::y : UpAxis::z;
+         }});
     table.text("lod", options.import.lod, "LEVEL",
                "Level of detail of CityJSON models: 1 or 2.2, for each object or, where it has not "
                "got it, the next lower one; by default the highest");

@@ -334,20 +334,33 @@ TEST(MeshImport, ReadsEachFormatStanding) {
     std::set<std::string_view> read;
     for (const Seed& seed : seeds()) {
         SCOPED_TRACE(seed.file);
-        const Mesh mesh = importMesh(folder.write(seed.file, seed.content), {});
+        const auto file = folder.write(seed.file, seed.content);
+        const auto areaOf = [&](const std::optional<UpAxis>& up) {
+            const Mesh mesh = importMesh(file, {.up = up});
+            EXPECT_EQ(mesh.faces.size(), 1U);
+            std::vector<Vector3> corners;
+            for (const std::uint32_t corner : mesh.cornersOf(mesh.faces.at(0))) {
+                corners.push_back(mesh.vertices[corner]);
+            }
+            return areaVector(corners);
+        };
         // All hold the level triangle (0 0 0) (10 0 0) (0 10 0); in glTF, whose y is up, it stands.
-        ASSERT_EQ(mesh.faces.size(), 1U);
-        std::vector<Vector3> corners;
-        for (const std::uint32_t corner : mesh.cornersOf(mesh.faces[0])) {
-            corners.push_back(mesh.vertices[corner]);
+        // With an axis it is the one of the file, whatever the reader makes of it.
+        const bool isYUp = seed.format.name == "glTF";
+        for (const auto& [up, stands] : {std::pair{std::optional<UpAxis>(), isYUp},
+                                         {std::optional(UpAxis::z), false},
+                                         {std::optional(UpAxis::y), true}}) {
+            const Vector3 area = areaOf(up);
+            EXPECT_NEAR(stands ? -area.y : area.z, 100.0, 1e-3);
+            EXPECT_NEAR(length(area), 100.0, 1e-3);
         }
-        const Vector3 area = areaVector(corners);
-        const bool stands = seed.format.name == "glTF";
-        EXPECT_NEAR(stands ? -area.y : area.z, 100.0, 1e-3);
-        EXPECT_NEAR(length(area), 100.0, 1e-3);
+        EXPECT_EQ(defaultUpAxis(file), isYUp ? UpAxis::y : UpAxis::z);
         read.insert(seed.format.extension);
     }
     EXPECT_EQ(read.size(), modelFormats.size());
+    EXPECT_EQ(upAxisText(), "y for glTF, what the file says for Collada, z for all others");
+    EXPECT_EQ(defaultUpAxis(folder.write("y.dae", "<asset><up_axis> Y_UP</up_axis></asset>")),
+              UpAxis::y);
 }
 
 TEST(MeshImport, ReadsOrRefusesWhatIsCutOffInTime) {
