@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -137,11 +138,10 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
             fmt::format("{}: is such a file already; give one of another format", place(from)));
     }
     requireCompleteYear(report, from, allowGaps);
-    EModel model;
-    loadWeather(model.getSolarAnalysisController(), from, report);
+    const auto store = std::make_unique<EWeatherData>();
+    loadWeather(*store, from, report, GlobalSite::keep);
     // After an EPW file the record holds degrees, which is what the file wants.
-    const EWeaFileFormatData& record =
-        model.getSolarAnalysisController().getWeatherData().getDataForWrite();
+    const EWeaFileFormatData& record = store->getDataForWrite();
     const std::string name = to.filename().string();
     OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {from}, place(to));
     OutputFile& out = folder.stage({name, isOurWea});

@@ -9,50 +9,10 @@
 
 namespace insolate::study {
 
-void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
-                 const WeatherReport& report) {
-    constexpr std::size_t longestName = 260;
-    std::wstring name;
-    try {
-        name = file.wstring();
-    } catch (const std::exception&) {
-        throw DataError(
-            fmt::format("{}: the file name is not UTF-8; rename the file", place(file)));
-    }
-    if (name.size() > longestName) {
-        throw DataError(fmt::format("{}: the file name is longer than {} characters; go to its "
-                                    "folder or copy the file to a shorter name",
-                                    place(file), longestName));
-    }
-    EWeatherData& store = controller.getWeatherData();
-    if (!isStoreFormat(report.format)) {
-        fillStore(store, readWeatherYear(file).series);
-        return;
-    }
-    const bool isText = report.format == WeatherFormat::Epw;
-    auto result = static_cast<ResultLoadWeatherData>(0);
-    // By what the file holds, whatever its name.
-    if (!(isText ? store.loadFile_EPW(name, 1, result) : store.loadFile_WEA(name, 1, result))) {
-        throw DataError(fmt::format("{}: cannot be opened as a weather file; give one that you may "
-                                    "read",
-                                    place(file)));
-    }
-    // Marks for missing values are numbers to the readers, and the store's 16 bits wrap the larger
-    // ones; allowed gaps are without radiation.
-    constexpr int lastDay = ESolarPosition::DAYS_PER_YEAR - 1;
-    for (const auto& [day, hour] : report.radiationMissing) {
-        // Of text files the store has 31 December, where it is given, in the place of the 30th.
-        if (isText && day == lastDay - 1 &&
-            std::find(report.hoursMissing.begin(), report.hoursMissing.end(),
-                      HourOfYear(lastDay, hour)) == report.hoursMissing.end()) {
-            continue;
-        }
-        const int place = isText ? std::min(day, lastDay - 1) : day;
-        store.setHourlyDirectRad(place, hour, 0.0f);
-        store.setHourlyDiffuseRad(place, hour, 0.0f);
-    }
-}
+namespace {
 
+/// Puts the year into the store as an .epw file would be, in whole W/m2. What is missing counts as
+/// without radiation.
 void fillStore(EWeatherData& store, const WeatherSeries& series) {
     EWeaFileFormatData& record = store.getDataForWrite();
     record = {};
@@ -74,13 +34,66 @@ void fillStore(EWeatherData& store, const WeatherSeries& series) {
         store.setHourlyDirectRad(hour / 24, hour % 24, std::round(series.directNormal[k]));
         store.setHourlyDiffuseRad(hour / 24, hour % 24, std::round(series.diffuseHorizontal[k]));
     }
+}
+
+void moveGlobalSite(const Site& site, const char* name) {
     const auto radians = [](double degrees) {
         return ESolarPosition::convertDegreesToRadians(degrees);
     };
-    ESolarPosition::Global.setLocation(radians(series.site.latitude),
-                                       radians(series.site.longitude),
-                                       radians(series.site.timeZone * 15.0));
-    ESolarPosition::Global.setName(record.name);
+    ESolarPosition::Global.setLocation(radians(site.latitude), radians(site.longitude),
+                                       radians(site.timeZone * 15.0));
+    ESolarPosition::Global.setName(name);
+}
+
+} // namespace
+
+void loadWeather(EWeatherData& store, const std::filesystem::path& file,
+                 const WeatherReport& report, GlobalSite site) {
+    constexpr std::size_t longestName = 260;
+    std::wstring name;
+    try {
+        name = file.wstring();
+    } catch (const std::exception&) {
+        throw DataError(
+            fmt::format("{}: the file name is not UTF-8; rename the file", place(file)));
+    }
+    if (name.size() > longestName) {
+        throw DataError(fmt::format("{}: the file name is longer than {} characters; go to its "
+                                    "folder or copy the file to a shorter name",
+                                    place(file), longestName));
+    }
+    if (!isStoreFormat(report.format)) {
+        const WeatherSeries series = readWeatherYear(file).series;
+        fillStore(store, series);
+        if (site == GlobalSite::move) {
+            moveGlobalSite(series.site, store.getName());
+        }
+        return;
+    }
+    const bool isText = report.format == WeatherFormat::Epw;
+    auto result = static_cast<ResultLoadWeatherData>(0);
+    // By what the file holds, whatever its name.
+    const int moves = site == GlobalSite::move ? 1 : 0;
+    if (!(isText ? store.loadFile_EPW(name, moves, result)
+                 : store.loadFile_WEA(name, moves, result))) {
+        throw DataError(fmt::format("{}: cannot be opened as a weather file; give one that you may "
+                                    "read",
+                                    place(file)));
+    }
+    // Marks for missing values are numbers to the readers, and the store's 16 bits wrap the larger
+    // ones; allowed gaps are without radiation.
+    constexpr int lastDay = ESolarPosition::DAYS_PER_YEAR - 1;
+    for (const auto& [day, hour] : report.radiationMissing) {
+        // Of text files the store has 31 December, where it is given, in the place of the 30th.
+        if (isText && day == lastDay - 1 &&
+            std::find(report.hoursMissing.begin(), report.hoursMissing.end(),
+                      HourOfYear(lastDay, hour)) == report.hoursMissing.end()) {
+            continue;
+        }
+        const int place = isText ? std::min(day, lastDay - 1) : day;
+        store.setHourlyDirectRad(place, hour, 0.0f);
+        store.setHourlyDiffuseRad(place, hour, 0.0f);
+    }
 }
 
 bool lastDayIsEmpty(const EWeatherData& year) {

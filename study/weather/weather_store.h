@@ -10,15 +10,15 @@
 
 namespace insolate::study {
 
-/// Reads a weather file that was inspected into the controller's store and moves the library's site
-/// there. Hours that the file marks as missing become hours without radiation.
-/// @throws DataError when the library cannot open it
-void loadWeather(ESolarAnalysisController& controller, const std::filesystem::path& file,
-                 const WeatherReport& report);
+/// Whether ESolarPosition::Global, which is the process's, moves to the site of the weather. Only
+/// who holds the process-wide scene may move it.
+enum class GlobalSite { keep, move };
 
-/// Puts the year into the library's store as an .epw file would be, in whole W/m2, and moves
-/// ESolarPosition::Global to its site. What is missing counts as without radiation.
-void fillStore(EWeatherData& store, const WeatherSeries& series);
+/// Reads a weather file that was inspected into the store. Hours that the file marks as missing
+/// become hours without radiation.
+/// @throws DataError when the library cannot open it
+void loadWeather(EWeatherData& store, const std::filesystem::path& file,
+                 const WeatherReport& report, GlobalSite site);
 
 /// Whether the year ends on 30 December: 31 December, with light on the day before, has none. So it
 /// is with every EPW file, whose 31 December takes the place of the 30th in the store.

@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -100,9 +101,9 @@ WeatherYear readEpwYear(const WeatherInput& input) {
 WeatherYear readStoredYear(const WeatherInput& input) {
     WeatherYear year;
     year.report = inspectStoredWeather(input).report;
-    EModel model;
-    loadWeather(model.getSolarAnalysisController(), input.file, year.report);
-    EWeatherData& store = model.getSolarAnalysisController().getWeatherData();
+    const auto loaded = std::make_unique<EWeatherData>();
+    EWeatherData& store = *loaded;
+    loadWeather(store, input.file, year.report, GlobalSite::keep);
     std::vector<float> direct;
     std::vector<float> diffuse;
     std::vector<float> temperature;

@@ -49,6 +49,7 @@ TEST(ConvertWeather, SaysWhatItWroteAndFillsGapsOnlyWhenAsked) {
         const auto from = folder.write(c.name, c.text);
         const auto to = folder.path() / "out.wea";
         Heard heard;
+        ESolarPosition::Global.setLocation(0.5, 0.25, 0.0);
         const std::string said =
             test::messageOf([&] { convertWeather(from, to, c.allowGaps, heard); });
         EXPECT_EQ(std::filesystem::exists(to), c.refusal.empty());
@@ -60,6 +61,9 @@ TEST(ConvertWeather, SaysWhatItWroteAndFillsGapsOnlyWhenAsked) {
         }
         EXPECT_THAT(heard.notes, testing::ElementsAre(HasSubstr("wrote ")));
         const WeatherYear year = readWeatherYear(to);
+        (void)weatherInfo(to);
+        EXPECT_EQ(ESolarPosition::Global.getLatitudeInRadians(), 0.5)
+            << "the process's site has moved";
         const auto noon = static_cast<std::size_t>(dayIndex(3, 5) * 24 + 11);
         EXPECT_EQ(year.series.directNormal[noon], c.name == "text.wea"   ? 500.0f
                                                   : c.name == "hole.epw" ? 0.0f
