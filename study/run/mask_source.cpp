@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace insolate::study {
@@ -18,7 +19,9 @@ constexpr int mostRayIdBlocks = 3'300'000;
 
 class OctreeMasks final : public MaskSource {
 public:
-    OctreeMasks(const Scene& scene, const Recentring& recentring, const std::stop_token& stop) {
+    OctreeMasks(const Scene& scene, const Recentring& recentring, const std::stop_token& stop,
+                std::shared_ptr<const ProcessScene> held)
+        : m_held(held ? std::move(held) : ProcessScene::take()) {
         RT::InputPackageUitl::ResetInputPackage();
         // In pieces, so that the doubles of a large scene do not stand in memory once more.
         constexpr std::size_t piece = 3 * std::size_t{4096};
@@ -55,6 +58,7 @@ private:
     struct alignas(64) Slot {
         int rayIdBlocks = 0;
     };
+    std::shared_ptr<const ProcessScene> m_held;
     GetTransparencyValueOnRayInternal m_rays;
     std::vector<Slot> m_slots = std::vector<Slot>(static_cast<std::size_t>(usedThreads(0)));
 };
@@ -132,9 +136,10 @@ private:
 } // namespace
 
 std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& recentring,
-                                         RayMethod method, const std::stop_token& stop) {
+                                         RayMethod method, const std::stop_token& stop,
+                                         std::shared_ptr<const ProcessScene> held) {
     if (method == RayMethod::octree) {
-        return std::make_unique<OctreeMasks>(scene, recentring, stop);
+        return std::make_unique<OctreeMasks>(scene, recentring, stop, std::move(held));
     }
     return std::make_unique<FastMasks>(scene, recentring);
 }

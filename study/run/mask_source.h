@@ -3,6 +3,7 @@
 
 #include "study/model/recentring.h"
 #include "study/model/scene.h"
+#include "study/run/process_scene.h"
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
 
@@ -27,10 +28,12 @@ public:
     virtual GetTransparencyValueOnRay* rays() { return nullptr; }
 };
 
-/// Rays through the scene; builds what they walk through. Only one source by octree may exist at a
-/// time: the library has one octree in a process.
+/// Rays through the scene; builds what they walk through. The octree's triangles are the process's.
+/// @param held what the study holds of the process already, or null
+/// @throws Stopped; UsageError when another study holds what the octree needs
 std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& recentring,
-                                         RayMethod method, const std::stop_token& stop);
+                                         RayMethod method, const std::stop_token& stop,
+                                         std::shared_ptr<const ProcessScene> held = {});
 
 /// Masks with the visibility of the store, as if the rays were cast again: the same bytes.
 /// @param north as the masks were made with [degrees]; the store must outlive the source

@@ -7,6 +7,7 @@
 #include "study/results/sensor_series.h"
 #include "study/results/sky_pages.h"
 #include "study/run/mask_source.h"
+#include "study/run/process_scene.h"
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
 #include "study/weather/weather_check.h"
@@ -72,6 +73,9 @@ public:
     /// what came out.
     virtual void describeSensors(nlohmann::ordered_json& record,
                                  std::span<const ResultColumn> columns) const = 0;
+
+    /// What the method holds of the process, for other parts of its study; null when nothing.
+    [[nodiscard]] virtual std::shared_ptr<const ProcessScene> processScene() const { return {}; }
 
     /// Advice that the chosen options call for; empty when there is none.
     [[nodiscard]] virtual std::string advice() const { return {}; }

@@ -159,7 +159,8 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
             SkyVisibilityStore::read(*options.masks, study.visibility));
         study.masks = makeStoredMasks(*study.stored, options.north);
     } else {
-        study.masks = makeRayMasks(study.inputs.scene, *study.recentring, options.rays, stop);
+        study.masks = makeRayMasks(study.inputs.scene, *study.recentring, options.rays, stop,
+                                   study.method->processScene());
     }
     throwIfStopped(stop);
     study.watch.lap("ray_index_s");

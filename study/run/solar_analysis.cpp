@@ -7,7 +7,6 @@
 #include "study/weather/weather_year.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <string>
 
@@ -57,9 +56,6 @@ float notNegative(float value) {
     return value < 0.0f ? 0.0f : value;
 }
 
-/// The site and the scene of the analysis controllers are the process's.
-std::atomic_flag sceneIsHeld;
-
 bool isZero(const Vector3& v) {
     return v.x == 0.0 && v.y == 0.0 && v.z == 0.0;
 }
@@ -81,7 +77,7 @@ SolarAnalysis::SolarAnalysis(CalculationMethod method, const SkyOptions& options
     // Model north lies at the plan angle pi/2 - north offset, which is clockwise of +Y.
     ESolarPosition::Global.setNorthOffset(ESolarPosition::convertDegreesToRadians(north));
     controller().setSolarCalculationMethod(method);
-    loadWeather(controller(), options.weather, m_weather);
+    loadWeather(controller().getWeatherData(), options.weather, m_weather, GlobalSite::move);
     const StudyPeriod& period = options.period;
     m_weather.lastDayEmpty = lastDayIsEmpty(controller().getWeatherData());
     noteLastDay(m_weather, options.weather, options.method, touchesLastDays(options.period));
@@ -96,18 +92,6 @@ SolarAnalysis::SolarAnalysis(CalculationMethod method, const SkyOptions& options
 }
 
 SolarAnalysis::~SolarAnalysis() = default;
-
-SolarAnalysis::SceneLock::SceneLock() {
-    if (sceneIsHeld.test_and_set()) {
-        throw UsageError("--method: the controllers' methods hold one site and one scene for the "
-                         "whole process, and another study uses them; wait for it to end or take "
-                         "--method hourly");
-    }
-}
-
-SolarAnalysis::SceneLock::~SceneLock() {
-    sceneIsHeld.clear();
-}
 
 std::vector<ResultColumn> SolarAnalysis::columns() const {
     return {{"total", "Wh/m2", "Total radiation", {}},

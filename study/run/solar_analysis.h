@@ -40,22 +40,16 @@ public:
                                   std::size_t sensor) const override;
     [[nodiscard]] const char* enclosedText() const override { return "no sky"; }
     [[nodiscard]] SkyPages skyPages() const override;
+    [[nodiscard]] std::shared_ptr<const ProcessScene> processScene() const override {
+        return m_processScene;
+    }
     void describeSky(nlohmann::ordered_json& record) const override;
     void describeSensors(nlohmann::ordered_json&, std::span<const ResultColumn>) const override {}
 
 private:
     struct ThreadSlot;
 
-    /// Holds the library's site and scene for one analysis.
-    class SceneLock {
-    public:
-        SceneLock();
-        ~SceneLock();
-        SceneLock(const SceneLock&) = delete;
-        SceneLock& operator=(const SceneLock&) = delete;
-    };
-
-    SceneLock m_lock; ///< before all that needs it
+    std::shared_ptr<const ProcessScene> m_processScene = ProcessScene::take(); ///< comes first
 
     WeatherReport m_weather;
     std::unique_ptr<EModel> m_model; ///< on the heap: the controllers point back at it

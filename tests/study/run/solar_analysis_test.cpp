@@ -77,8 +77,9 @@ protected:
     std::vector<ResultColumn> columns(const Scene& scene, const SensorField& field) {
         const auto method = makeRadiationMethod(options, north);
         const Recentring recentring(scene, field);
-        const auto masks = stored != nullptr ? makeStoredMasks(*stored, north)
-                                             : makeRayMasks(scene, recentring, rays, {});
+        const auto masks = stored != nullptr
+                               ? makeStoredMasks(*stored, north)
+                               : makeRayMasks(scene, recentring, rays, {}, method->processScene());
         return calculateSensors(
             *method, {.field = field, .recentring = recentring, .masks = *masks, .saved = saved},
             threads, nullptr, progress, progress.stop.get_token());
@@ -303,7 +304,13 @@ TEST_F(StudyTest, EndsWithoutResultsAfterALateStopAndRefusesASecondScene) {
     const auto first = makeRadiationMethod(options, 0.0);
     EXPECT_THAT(messageOf([&] { (void)makeRadiationMethod(options, 0.0); }),
                 HasSubstr("another study uses them"));
+    // The octree's triangles are the process's as well; the study that holds them may take both.
+    rays = RayMethod::octree;
+    const Recentring recentring(openScene, up);
+    const auto octree = makeRayMasks(openScene, recentring, rays, {}, first->processScene());
     options.method = "hourly";
+    EXPECT_THAT(messageOf([&] { (void)calculate(openScene, up); }),
+                HasSubstr("another study uses them"));
     EXPECT_NO_THROW((void)makeRadiationMethod(options, 0.0));
 }
 
