@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -156,16 +157,27 @@ public:
         }
     }
 
-    /// The signal that ended the process, 0 when there was none or the host has taken it.
-    int endingSignal() {
-        siginfo_t end = {};
-        // WNOWAIT leaves the process's number taken until the destructor.
-        while (waitid(P_PID, static_cast<id_t>(m_process), &end, WEXITED | WNOWAIT) != 0) {
-            if (errno != EINTR) {
-                return 0;
+    /// Waits for the end of a process that has closed its reply: the signal that ended it, 0 when
+    /// there was none or the host has taken it. Nothing when it goes on until the time is over.
+    std::optional<int> endingSignal() {
+        for (;;) {
+            siginfo_t end = {};
+            // WNOWAIT leaves the process's number taken until the destructor.
+            if (waitid(P_PID, static_cast<id_t>(m_process), &end, WEXITED | WNOWAIT | WNOHANG) !=
+                0) {
+                if (errno != EINTR) {
+                    return 0;
+                }
+            } else if (end.si_pid != 0) {
+                return end.si_code == CLD_KILLED || end.si_code == CLD_DUMPED ? end.si_status : 0;
             }
+            throwIfStopped(m_stop);
+            if (Clock::now() >= m_deadline) {
+                return std::nullopt;
+            }
+            pollfd handle = {.fd = m_handle.get(), .events = POLLIN, .revents = 0};
+            poll(&handle, 1, millisecondsBetweenLooks); // a negative one is only waited for
         }
-        return end.si_code == CLD_KILLED || end.si_code == CLD_DUMPED ? end.si_status : 0;
     }
 
     void kill() const {
@@ -264,12 +276,12 @@ Mesh readInProcess(const std::filesystem::path& file, int descriptor, const Mode
     } catch (const BadReply& fault) {
         throw refuse(fmt::format("gave a wrong reply ({})", fault.what()));
     } catch (const ReplyCut&) {
-        const int signal = process.endingSignal();
-        if (signal == SIGXCPU) {
+        const std::optional<int> signal = process.endingSignal();
+        if (!signal || signal == SIGXCPU) {
             throw refuse(tooLong);
         }
         throw refuse(signal == 0 ? std::string("ended without a reply")
-                                 : fmt::format("failed ({})", sigdescr_np(signal)));
+                                 : fmt::format("failed ({})", sigdescr_np(*signal)));
     }
 }
 

@@ -39,7 +39,7 @@ int main(int count, char** words) {
     if (!bytes || !seconds || isatty(STDOUT_FILENO) != 0) {
         constexpr std::string_view usage =
             "insolate-import reads a model for the program insolate; it is not called by hand\n";
-        [[maybe_unused]] const ssize_t told = write(STDERR_FILENO, usage.data(), usage.size());
+        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, usage.data(), usage.size());
         return 2;
     }
     if (!limitProcess(*bytes, *seconds)) {

@@ -35,13 +35,14 @@ constexpr bool isWatched = true;
 constexpr bool isWatched = false;
 #endif
 
-bool limit(decltype(RLIMIT_AS) resource, rlim_t most) {
+/// @param grace how much further than the limit one can go once the process has been asked to end
+bool limit(decltype(RLIMIT_AS) resource, rlim_t most, rlim_t grace = 0) {
     rlimit now = {};
     if (getrlimit(resource, &now) != 0) {
         return false;
     }
-    now.rlim_max = std::min(now.rlim_max, most);
-    now.rlim_cur = now.rlim_max;
+    now.rlim_max = std::min(now.rlim_max, most + grace);
+    now.rlim_cur = std::min(now.rlim_max, most);
     return setrlimit(resource, &now) == 0;
 }
 
@@ -146,7 +147,9 @@ bool limitProcess(std::uint64_t bytes, std::uint64_t seconds) {
     constexpr rlim_t stackBytes = 64U << 20U; // readers of nested formats call themselves
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_DUMPABLE, 0);
-    return limit(RLIMIT_CPU, seconds) && limit(RLIMIT_CORE, 0) && limit(RLIMIT_FSIZE, 0) &&
+    // SIGXCPU comes at the soft limit; at the hard one it is SIGKILL, which does not name the
+    // cause.
+    return limit(RLIMIT_CPU, seconds, 1) && limit(RLIMIT_CORE, 0) && limit(RLIMIT_FSIZE, 0) &&
            limit(RLIMIT_NOFILE, 32) && limit(RLIMIT_STACK, stackBytes) &&
            (isWatched || limit(RLIMIT_AS, bytes));
 }

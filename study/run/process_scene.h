@@ -1,5 +1,5 @@
-/// The host classes keep one site and one scene for the whole process; a study holds them as long as
-/// it uses either.
+/// The host classes keep one site and one scene for the whole process; a study holds them as long
+/// as it uses either.
 #pragma once
 
 #include <memory>
