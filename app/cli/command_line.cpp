@@ -44,7 +44,7 @@ int runCommandLine(int argc, const char* const* argv) {
     addModelCommand(app, interruption);
     addSunCommand(app);
     addSunHoursCommand(app, interruption);
-    addWeatherCommand(app);
+    addWeatherCommand(app, interruption);
     try {
         app.parse(argc, argv);
         return 0;

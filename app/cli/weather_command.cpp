@@ -11,7 +11,7 @@ namespace insolate::app {
 
 using namespace study;
 
-void addWeatherCommand(CLI::App& app) {
+void addWeatherCommand(CLI::App& app, Interruption& interruption) {
     CLI::App* command = app.add_subcommand("weather", "Look into a weather file, or convert it.");
     command->require_subcommand(1);
 
@@ -41,9 +41,10 @@ void addWeatherCommand(CLI::App& app) {
     convert->add_option("TO", arguments->to, "File to write: .wea")->required();
     convert->add_flag("--allow-gaps", arguments->allowGaps,
                       "Store hours without weather data as hours without radiation");
-    convert->callback([arguments] {
-        TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, false));
-        convertWeather(arguments->from, arguments->to, arguments->allowGaps, progress);
+    convert->callback([arguments, &interruption] {
+        TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, false), &interruption);
+        convertWeather(arguments->from, arguments->to, arguments->allowGaps, progress,
+                       interruption.token());
     });
 }
 

@@ -261,7 +261,8 @@ void OutputFolder::writeLock(const std::string& line) {
 }
 
 /// A lock file left by a killed run opens even where no new file can be made, so one is tried.
-void OutputFolder::tryToWrite() const {
+void OutputFolder::tryToWrite() {
+    writeLock(fmt::format("{}{}", partialKey, lockName)); // before there is a file to leave
     const fs::path trial = m_folder / (std::string(lockName) + std::string(partialSuffix));
     try {
         OutputFile file(trial, m_onlyFile.empty() ? m_folder.string() : m_onlyFile);

@@ -139,7 +139,7 @@ private:
 
     void createFolder();
     void lock();
-    void tryToWrite() const;
+    void tryToWrite();
     void takeOver();
     void requireNoPartial(const std::filesystem::path& partial) const;
     void rename(const Staged& staged); ///< with m_mutex held, as release() and discard()

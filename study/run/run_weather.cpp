@@ -1,5 +1,6 @@
 #include "study/run/run_weather.h"
 
+#include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
@@ -120,7 +121,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
 }
 
 void convertWeather(const std::filesystem::path& from, const std::filesystem::path& to,
-                    bool allowGaps, Progress& progress) {
+                    bool allowGaps, Progress& progress, const std::stop_token& stop) {
     if (!hasExtension(to, {".wea"})) {
         throw UsageError(fmt::format(
             "{}: only .wea files are written; give a name that ends in .wea", place(to)));
@@ -144,9 +145,14 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
     const EWeaFileFormatData& record = store->getDataForWrite();
     const std::string name = to.filename().string();
     OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {from}, place(to));
+    const FolderHold hold(progress, folder);
+    for (const std::string& note : folder.notes()) {
+        progress.note(note);
+    }
     OutputFile& out = folder.stage({name, isOurWea});
     out.write(weaSignature.data(), weaSignature.size());
     out.write(&record, sizeof record);
+    throwIfStopped(stop);
     folder.commit();
 
     for (const std::string& note : report.notes) {

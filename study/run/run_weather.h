@@ -6,6 +6,7 @@
 #include "study/support/progress.h"
 
 #include <filesystem>
+#include <stop_token>
 #include <string>
 
 namespace insolate::study {
@@ -19,9 +20,9 @@ struct WeatherInfo {
 INSOLATE_STUDY_EXPORT WeatherInfo weatherInfo(const std::filesystem::path& file);
 
 /// Writes the year as the library reads it into a .wea file.
-/// @throws Error; no file is left then
+/// @throws Error, Stopped; no file is left then
 INSOLATE_STUDY_EXPORT void convertWeather(const std::filesystem::path& from,
                                           const std::filesystem::path& to, bool allowGaps,
-                                          Progress& progress);
+                                          Progress& progress, const std::stop_token& stop = {});
 
 } // namespace insolate::study

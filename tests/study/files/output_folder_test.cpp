@@ -132,10 +132,11 @@ TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
     own.write("film.partial", "of another program");
     killedRun();
     EXPECT_TRUE(fs::exists(folder / "a.txt.insolate-partial"));
+    own.write(".insolate.lock.insolate-partial", "writable\n"); // the dead run's trial
     {
         OutputFolder out(folder, {});
         ASSERT_EQ(out.notes().size(), 1U);
-        EXPECT_THAT(out.notes()[0], AllOf(HasSubstr("took over"), HasSubstr("1 unfinished file")));
+        EXPECT_THAT(out.notes()[0], AllOf(HasSubstr("took over"), HasSubstr("2 unfinished files")));
         EXPECT_THAT(readFile(folder / ".insolate.lock"),
                     HasSubstr("process " + std::to_string(getpid())));
         EXPECT_FALSE(fs::exists(folder / "a.txt.insolate-partial"));

@@ -96,6 +96,12 @@ TEST(ConvertWeather, SaysWhatItWroteAndFillsGapsOnlyWhenAsked) {
                     convertWeather(folder.path() / "a.wea", folder.path() / "b.wea", false, heard);
                 }),
                 HasSubstr("a.wea: is such a file already; "));
+    heard.stop.request_stop();
+    EXPECT_THROW(
+        convertWeather(record, folder.path() / "c.wea", false, heard, heard.stop.get_token()),
+        Stopped);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "c.wea"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / ".insolate.lock"));
 }
 
 TEST(WeatherInfo, SaysHowAFileIsUnderstoodOnce) {
