@@ -17,13 +17,16 @@
 #include <study/model/sensor_grid.h>
 #include <study/model/winding.h>
 #include <study/output/color_map.h>
+#include <study/output/group_table.h>
 #include <study/output/picture.h>
 #include <study/output/picture_format.h>
 #include <study/output/picture_view.h>
 #include <study/output/sensor_tables.h>
+#include <study/results/label_column.h>
 #include <study/results/result_column.h>
 #include <study/results/result_folder.h>
 #include <study/results/result_scene.h>
+#include <study/results/sensor_groups.h>
 #include <study/run/option_table.h>
 #include <study/run/run_option_table.h>
 #include <study/run/run_options.h>
@@ -40,6 +43,7 @@
 #include <study/run/sun_hours_study.h>
 #include <study/run/sunlight_rules.h>
 #include <study/support/errors.h>
+#include <study/support/iso_time.h>
 #include <study/support/period.h>
 #include <study/support/progress.h>
 #include <study/weather/sampled_weather.h>

@@ -21,7 +21,8 @@ struct RunArguments {
 void addRunCommand(CLI::App& app, Interruption& interruption) {
     CLI::App* command = app.add_subcommand(
         "run", "Calculate the solar radiation on sensors of a model.\n"
-               "Writes sensors.csv, sensors.vtp (ParaView), heatmap.png and summary.json.");
+               "Writes sensors.csv, groups.csv, sensors.vtp (ParaView), heatmap.png and "
+               "summary.json.");
     auto run = std::make_shared<RunArguments>();
     study::addRunOptions(run->table, run->options);
     run->table.flag("quiet", run->quiet, "Say nothing but warnings and errors");

@@ -4,6 +4,7 @@
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -39,6 +40,48 @@ private:
     std::uint64_t m_next = 0;
 };
 
+/// What the cells of a mesh belong to; nothing for sensors that were not cut from one.
+struct Origins {
+    explicit Origins(const SensorField& field) {
+        if (!field.origins.empty()) {
+            names = {objectLabels(field), materialLabels(field)};
+        }
+    }
+    std::vector<LabelColumn> names;
+};
+
+/// Labels whose texts are made safe once.
+struct CsvLabels {
+    explicit CsvLabels(const LabelColumn& labels) : column(&labels) {
+        for (const std::string& label : labels.labels) {
+            fields.push_back(csvField(validText(label)));
+        }
+    }
+    [[nodiscard]] std::string_view of(std::size_t sensor) const {
+        const std::int32_t index = column->indices[sensor];
+        return index == LabelColumn::none ? std::string_view()
+                                          : fields[static_cast<std::size_t>(index)];
+    }
+    const LabelColumn* column;
+    std::vector<std::string> fields;
+};
+
+/// Texts as field data, which keeps them as the numbers of their bytes, each text ended by a zero.
+/// @param name as an attribute: Name="..."
+void writeTexts(OutputFile& out, std::string_view name, std::span<const std::string> texts) {
+    out.write("      <DataArray type=\"String\" ");
+    out.write(name);
+    out.write(" NumberOfTuples=\"" + std::to_string(texts.size()) + "\" format=\"ascii\">\n");
+    for (const std::string& text : texts) {
+        out.write("       ");
+        for (const char c : validText(text)) {
+            out.write(" " + std::to_string(static_cast<int>(static_cast<unsigned char>(c))));
+        }
+        out.write(" 0\n");
+    }
+    out.write("      </DataArray>\n");
+}
+
 void openArray(OutputFile& out, std::string_view type, std::string_view name, int components,
                std::uint64_t offset) {
     out.write("        <DataArray type=\"");
@@ -71,10 +114,14 @@ void writeCounting(OutputFile& out, std::size_t count, const std::stop_token& st
 
 /// Headings of the given columns, none of them one that stands before it.
 std::vector<std::string> givenHeadings(const SensorField& field,
-                                       std::span<const ResultColumn> columns) {
+                                       std::span<const ResultColumn> columns,
+                                       std::span<const LabelColumn> labels) {
     std::set<std::string, std::less<>> taken = {"x [m]", "y [m]", "z [m]", "nx", "ny", "nz"};
     for (const ResultColumn& column : columns) {
         taken.insert(csvHeading(column));
+    }
+    for (const LabelColumn& label : labels) {
+        taken.insert(csvField(label.name));
     }
     std::vector<std::string> headings;
     for (const GivenColumn& column : field.given) {
@@ -91,12 +138,33 @@ std::vector<std::string> givenHeadings(const SensorField& field,
 } // namespace
 
 void writeSensorsCsv(OutputFile& out, const SensorField& field,
-                     std::span<const ResultColumn> columns, const std::stop_token& stop) {
-    out.write(coordinateHeadings);
-    for (const ResultColumn& column : columns) {
-        out.write("," + csvHeading(column));
+                     std::span<const ResultColumn> columns, std::span<const LabelColumn> labels,
+                     const std::stop_token& stop) {
+    const Origins origins(field);
+    // The texts in the order of the table: behind which column each stands; the rest at the end.
+    std::vector<std::vector<CsvLabels>> beside(columns.size() + 1);
+    for (const LabelColumn& label : labels) {
+        const auto found =
+            std::find_if(columns.begin(), columns.end(),
+                         [&](const ResultColumn& column) { return column.name == label.beside; });
+        beside[static_cast<std::size_t>(found - columns.begin())].emplace_back(label);
     }
-    for (const std::string& heading : givenHeadings(field, columns)) {
+    for (const LabelColumn& label : origins.names) {
+        beside.back().emplace_back(label);
+    }
+
+    out.write(coordinateHeadings);
+    for (std::size_t c = 0; c <= columns.size(); ++c) {
+        if (c < columns.size()) {
+            out.write("," + csvHeading(columns[c]));
+        } else if (!origins.names.empty()) {
+            out.write(",face");
+        }
+        for (const CsvLabels& label : beside[c]) {
+            out.write("," + csvField(label.column->name));
+        }
+    }
+    for (const std::string& heading : givenHeadings(field, columns, labels)) {
         out.write("," + heading);
     }
     out.write("\n");
@@ -111,9 +179,17 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
             }
             out.writeNumber(coordinates[k]);
         }
-        for (const ResultColumn& column : columns) {
-            out.write(",");
-            out.writeNumber(column.values[i]);
+        for (std::size_t c = 0; c <= columns.size(); ++c) {
+            if (c < columns.size()) {
+                out.write(",");
+                out.writeNumber(columns[c].values[i]);
+            } else if (!origins.names.empty()) {
+                out.write("," + std::to_string(field.origins[i].face));
+            }
+            for (const CsvLabels& label : beside[c]) {
+                out.write(",");
+                out.write(label.of(i));
+            }
         }
         for (const GivenColumn& column : field.given) {
             const std::string& value = column.values[i];
@@ -137,15 +213,16 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
     out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
               "<VTKFile type=\"PolyData\" version=\"1.0\" byte_order=\"LittleEndian\" "
               "header_type=\"UInt64\">\n  <PolyData>\n");
-    if (!provenance.empty()) {
-        // Text arrays are kept as the numbers of their bytes, each text ended by a zero.
-        out.write("    <FieldData>\n      <DataArray type=\"String\" ");
-        out.write(provenanceName);
-        out.write(" NumberOfTuples=\"1\" format=\"ascii\">\n       ");
-        for (const char c : provenance) {
-            out.write(" " + std::to_string(static_cast<int>(static_cast<unsigned char>(c))));
+    const Origins origins(field);
+    if (!provenance.empty() || !origins.names.empty()) {
+        out.write("    <FieldData>\n");
+        if (!provenance.empty()) {
+            writeTexts(out, provenanceName, std::array{std::string(provenance)});
         }
-        out.write(" 0\n      </DataArray>\n    </FieldData>\n");
+        for (const LabelColumn& label : origins.names) {
+            writeTexts(out, "Name=\"" + label.name + "_names\"", label.labels);
+        }
+        out.write("    </FieldData>\n");
     }
     const char* const topology = field.hasCells() ? "Polys" : "Verts";
     out.write("    <Piece NumberOfPoints=\"" + pointCount + "\" NumberOfVerts=\"" +
@@ -161,6 +238,12 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
         openArray(out, "Float32", xmlText(column.name), 1, blocks.add(sensors * sizeof(float)));
     }
     openArray(out, "Float32", "normal", 3, blocks.add(sensors * 3 * sizeof(float)));
+    if (!origins.names.empty()) {
+        openArray(out, "UInt32", "face", 1, blocks.add(sensors * sizeof(std::uint32_t)));
+    }
+    for (const LabelColumn& label : origins.names) {
+        openArray(out, "Int32", label.name, 1, blocks.add(sensors * sizeof(std::int32_t)));
+    }
     out.write("      </CellData>\n      <Points>\n");
     openArray(out, "Float64", "Points", 3, blocks.add(points.size() * sizeof(Vector3)));
     out.write("      </Points>\n      <");
@@ -185,6 +268,17 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
         const std::array<float, 3> normal = {static_cast<float>(n.x), static_cast<float>(n.y),
                                              static_cast<float>(n.z)};
         out.write(normal.data(), sizeof normal);
+    }
+    if (!origins.names.empty()) {
+        writeBlockSize(out, sensors * sizeof(std::uint32_t));
+        for (std::size_t i = 0; i < sensors; ++i) {
+            askStop(stop, i);
+            out.write(&field.origins[i].face, sizeof field.origins[i].face);
+        }
+    }
+    for (const LabelColumn& label : origins.names) {
+        writeBlockSize(out, sensors * sizeof(std::int32_t));
+        out.write(label.indices.data(), sensors * sizeof(std::int32_t));
     }
     writePoints(out, points);
     writeCounting(out, points.size(), stop);

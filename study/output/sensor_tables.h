@@ -5,6 +5,7 @@
 
 #include "study/files/output_folder.h"
 #include "study/model/scene.h"
+#include "study/results/label_column.h"
 #include "study/results/result_column.h"
 
 #include <filesystem>
@@ -15,16 +16,21 @@
 namespace insolate::study {
 
 /// One header line, then one line per sensor: x, y, z [m], nx, ny, nz, then the columns, whose
-/// names carry their unit ("total [Wh/m2]"), then the field's given columns as they were; one that
-/// has the name of another is renamed "NAME of the table". Numbers are the shortest text that reads
+/// names carry their unit ("total [Wh/m2]"), then the field's given columns as they were (one that
+/// has the name of another is renamed "NAME of the table") or, for cells of a mesh, the face's
+/// number from 0 and the names of its object and material. Numbers are the shortest text that reads
 /// back as the same value; lines end with LF.
+/// @param labels further texts, behind the columns that they explain
 /// @throws OutputError, and Stopped soon after the token asks to stop, as all writers here
 INSOLATE_STUDY_EXPORT void writeSensorsCsv(OutputFile& out, const SensorField& field,
                                            std::span<const ResultColumn> columns,
+                                           std::span<const LabelColumn> labels = {},
                                            const std::stop_token& stop = {});
 
 /// XML PolyData, raw appended, 64-bit sizes: the cells as polygons (vertices for sensors without
-/// cells) with the columns as cell data, the first one active, and the normals.
+/// cells) with the columns as cell data, the first one active, and the normals. Cells of a mesh
+/// have the face's number and, as numbers into the texts of the field data object_names and
+/// material_names, what they belong to; -1 stands for nothing.
 /// @param provenance which weather, period, method and version made it; kept as field data
 INSOLATE_STUDY_EXPORT void writeSensorsVtp(OutputFile& out, const SensorField& field,
                                            std::span<const ResultColumn> columns,

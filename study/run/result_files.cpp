@@ -1,13 +1,16 @@
 #include "study/run/result_files.h"
 
+#include "study/output/group_table.h"
 #include "study/output/picture.h"
 #include "study/output/sensor_tables.h"
 #include "study/output/series_table.h"
 #include "study/output/summary.h"
+#include "study/results/label_column.h"
 #include "study/run/study_record.h"
 
 #include <array>
 #include <numeric>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -26,13 +29,22 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
 
 void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
               const std::stop_token& stop) {
-    writeSensorsCsv(out, study.inputs.field, tableColumns(results), stop);
+    std::vector<LabelColumn> labels;
+    if (auto starts = peakStarts(results.columns, study.method->weather().site.timeZone)) {
+        labels.push_back(std::move(*starts));
+    }
+    writeSensorsCsv(out, study.inputs.field, tableColumns(results), labels, stop);
 }
 
 void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
               const std::stop_token& stop) {
     writeSensorsVtp(out, study.inputs.field, tableColumns(results),
                     studySubtitle(study.options, study.method->weather()), stop);
+}
+
+void writeGroups(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                 const std::stop_token&) {
+    writeGroupsCsv(out, results.groups, results.columns, study.method->weather().site.timeZone);
 }
 
 void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
@@ -66,6 +78,7 @@ bool always(const RunOptions&) {
 
 constexpr std::array listedFiles = {
     ResultFile{"sensors.csv", always, writeCsv, isOurSensorsCsv},
+    ResultFile{"groups.csv", always, writeGroups, isOurGroupsCsv},
     ResultFile{"sensors.vtp", always, writeVtp, isOurSensorsVtp},
     ResultFile{"heatmap.png", always, writePicture, isOurPicture},
     // Masks of another study stay: they are expensive, and a run refuses those that do not fit.

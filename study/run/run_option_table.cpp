@@ -43,6 +43,18 @@ void takeSeries(std::vector<std::size_t>& series, const std::string& text) {
     }
 }
 
+/// Numbers with commas between them.
+std::vector<double> numbersOf(const std::string& name, std::string_view text,
+                              const std::string& wanted) {
+    std::vector<double> numbers;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find(',', begin), text.size());
+        numbers.push_back(numberOf(name, std::string(text.substr(begin, end - begin)), wanted));
+        begin = end + 1;
+    }
+    return numbers;
+}
+
 void takeScene(std::vector<std::filesystem::path>& scenes, const std::string& text) {
     scenes.emplace_back(text);
 }
@@ -229,6 +241,24 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .typeName = "N,...",
                .separator = ',',
                .take = [&](const std::string& text) { takeSeries(options.hourly.series, text); }});
+    table.add({.name = "by",
+               .kind = Option::Kind::list,
+               .help =
+                   "What groups.csv puts together: all, object, material, orientation, tilt, or "
+                   "combinations such as object,orientation; given several times, one after "
+                   "the other. By default all, object, material and orientation",
+               .typeName = "KEY,...",
+               .take = [&](const std::string& text) {
+                   options.groups.by.push_back(parseGroupBy(text));
+               }});
+    table.add({.name = "tilt-classes",
+               .help = "Bounds between the slopes of --by tilt [degrees]",
+               .typeName = "DEGREES,...",
+               .usual = "10,20,40,60,80,100",
+               .take = [&](const std::string& text) {
+                   options.groups.classes.tilts =
+                       numbersOf("tilt-classes", text, "degrees, as in 10,30,60");
+               }});
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");

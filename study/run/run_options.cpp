@@ -84,6 +84,7 @@ void checkModelOptions(const ModelOptions& options) {
 void checkRunOptions(const RunOptions& options) {
     checkSkyOptions(options);
     checkModelOptions(options);
+    checkClasses(options.groups.classes);
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
     checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);
     checkTolerance(options, "--sun-tolerance", options.hourly.sunTolerance, 0.02);

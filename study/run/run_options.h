@@ -5,6 +5,7 @@
 #include "study/model/mesh_import.h"
 #include "study/model/selection.h"
 #include "study/model/winding.h"
+#include "study/results/sensor_groups.h"
 #include "study/support/period.h"
 
 #include <cstddef>
@@ -63,11 +64,18 @@ struct ModelOptions {
     }
 };
 
+/// How results are put together in groups.csv.
+struct GroupTableOptions {
+    std::vector<GroupBy> by = {}; ///< empty: usualGroupings()
+    OrientationClasses classes = {};
+};
+
 struct RunOptions : SkyOptions, ModelOptions {
     RayMethod rays = RayMethod::fast;
     bool saveMasks = false;                     ///< keep what each sensor sees of the sky
     std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
-    bool resume = false;                        ///< go on where a stopped run of the same study was
+    GroupTableOptions groups;
+    bool resume = false; ///< go on where a stopped run of the same study was
 };
 
 /// The names that --method takes, the usual one first.

@@ -68,6 +68,17 @@ void checkLeftover(const PartialResults::Leftover& left, const RunOptions& optio
         left.ofThisStudy ? "; --resume would go on after them" : ""));
 }
 
+std::vector<SensorGroups> groupResults(const PreparedStudy& study, const StudyResults& results) {
+    const GroupTableOptions& options = study.options.groups;
+    const SensorField& field = study.inputs.field;
+    std::vector<SensorGroups> groups;
+    for (const GroupBy& by : options.by.empty() ? usualGroupings(field) : options.by) {
+        groups.push_back(groupSensors(field, results.columns, results.areas, by,
+                                      {.classes = options.classes, .north = study.options.north}));
+    }
+    return groups;
+}
+
 } // namespace
 
 std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
@@ -178,6 +189,7 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
     results.areas = cellAreas(field);
+    results.groups = groupResults(study, results);
     results.enclosed = countEnclosed(*study.method, results.columns, field);
     for (const std::size_t sensor : study.options.hourly.series) {
         throwIfStopped(stop);

@@ -9,8 +9,9 @@
 
 namespace insolate::study {
 
-/// Prepares the study, calculates it, writes sensors.csv, sensors.vtp, heatmap.png, what else the
-/// options ask for and, last, summary.json into the output folder, and reports what came out.
+/// Prepares the study, calculates it, writes sensors.csv, groups.csv, sensors.vtp, heatmap.png,
+/// what else the options ask for and, last, summary.json into the output folder, and reports what
+/// came out.
 /// @throws Error; no file is left then but finished sensors for --resume
 INSOLATE_STUDY_EXPORT void runStudy(const RunOptions& options, Progress& progress,
                                     const std::stop_token& stop = {});

@@ -3,6 +3,7 @@
 
 #include "study/files/output_folder.h"
 #include "study/results/result_column.h"
+#include "study/results/sensor_groups.h"
 #include "study/results/sensor_series.h"
 #include "study/run/mask_source.h"
 #include "study/run/partial_results.h"
@@ -42,6 +43,7 @@ struct PreparedStudy {
 struct StudyResults {
     std::vector<ResultColumn> columns; ///< the method's, the one to look at first
     std::vector<float> areas;          ///< of the cells [m2]; empty for sensors without cells
+    std::vector<SensorGroups> groups;  ///< by each of the groupings asked for
     std::size_t enclosed = 0;          ///< sensors that look into closed geometry
     SkyVisibilityStore seen;           ///< what each sensor sees, where it is to be saved
     std::vector<SensorSeries> series;  ///< hours of the sensors that were asked for

@@ -35,6 +35,7 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
     const std::size_t value = columnOf(probable ? "probable_sun [%]" : "sun [min]");
     const std::size_t winter = probable ? columnOf("probable_sun_winter [%]") : 0;
     const std::size_t passes = columnOf("passes [0 or 1]");
+    // Names at the end of a line may have commas within.
     const std::size_t width = header.size();
     Baseline baseline;
     std::vector<std::string_view> fields;
@@ -42,7 +43,7 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
         splitFields(line, ",", fields);
         const auto at = [&](std::size_t column) {
             const auto parsed =
-                fields.size() == width ? parseNumber<double>(fields[column]) : std::nullopt;
+                fields.size() >= width ? parseNumber<double>(fields[column]) : std::nullopt;
             if (!parsed) {
                 throw DataError(fmt::format("{}: not a line of results; write the baseline again",
                                             place(file, number)));

@@ -1,6 +1,7 @@
 #include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
 #include "study/files/result_name.h"
+#include "study/output/group_table.h"
 #include "study/output/picture.h"
 #include "study/output/sensor_tables.h"
 #include "study/output/summary.h"
@@ -10,6 +11,7 @@
 #include "study/run/sun_hours_study.h"
 #include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
+#include "study/support/iso_time.h"
 #include "study/support/kept_warnings.h"
 #include "study/support/period.h"
 #include "study/support/readable.h"
@@ -106,11 +108,7 @@ void writeGroups(OutputFile& out, const SunHoursStudy& study, const SunHoursResu
 /// "2025-03-21T09:00:03.4+01:00".
 class IsoTime {
 public:
-    IsoTime(int year, double timeZone) : m_year(year) {
-        const auto minutes = static_cast<int>(std::lround(std::abs(timeZone) * 60.0));
-        m_offset =
-            fmt::format("{}{:02}:{:02}", timeZone < 0.0 ? '-' : '+', minutes / 60, minutes % 60);
-    }
+    IsoTime(int year, double timeZone) : m_year(year), m_offset(isoOffset(timeZone)) {}
 
     [[nodiscard]] std::string text(const SunOfDay& day, double minutes) const {
         const auto tenths = static_cast<long>(std::lround(minutes * 600.0));
@@ -235,10 +233,6 @@ bool isOurSpans(const std::filesystem::path& file) {
     return fileBeginning(file, spansHeader.size()) == spansHeader;
 }
 
-bool isOurGroups(const std::filesystem::path& file) {
-    return fileBeginning(file, groupsHeader.size()) == groupsHeader;
-}
-
 /// What a result must not replace.
 std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
     std::vector<std::filesystem::path> files = options.model.scenes;
@@ -262,7 +256,7 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     }
     constexpr ResultName table{"sensors.csv", isOurSensorsCsv};
     constexpr ResultName surfaces{"sensors.vtp", isOurSensorsVtp};
-    constexpr ResultName groups{"groups.csv", isOurGroups};
+    constexpr ResultName groups{"groups.csv", isOurGroupsCsv};
     constexpr ResultName heatmap{"heatmap.png", isOurPicture};
     constexpr ResultName spans{"spans.csv", isOurSpans};
     constexpr ResultName summary{"summary.json", isOurSummary};
@@ -284,7 +278,7 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     const SensorField& field = study.inputs.field;
     const std::string subtitle = subtitleOf(study);
     const std::vector<ResultColumn> columns = tableColumns(results);
-    writeSensorsCsv(folder.stage(table), field, columns, stop);
+    writeSensorsCsv(folder.stage(table), field, columns, {}, stop);
     writeSensorsVtp(folder.stage(surfaces), field, columns, subtitle, stop);
     writeGroups(folder.stage(groups), study, results);
     const ResultColumn shown = shownColumn(results);

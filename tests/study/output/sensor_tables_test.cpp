@@ -20,6 +20,7 @@ namespace {
 
 using test::readFile;
 using test::rowsOf;
+using testing::HasSubstr;
 using SensorTablesTest = OutputTest;
 
 /// A triangle, a quadrilateral and a pentagon, far from the origin.
@@ -79,6 +80,25 @@ TEST_F(SensorTablesTest, csvPassesOnWhatTheTableHeld) {
     EXPECT_THAT(tail(1), testing::ElementsAre("7", "a;b", "1", "4"));
     EXPECT_THAT(tail(2), testing::ElementsAre("8", "'=1+1", "", "5"));
     EXPECT_THAT(tail(3), testing::ElementsAre("9", "-2.5", "3", "6"));
+}
+
+TEST_F(SensorTablesTest, csvSaysWhatCellsBelongToAndWhenTheirPeakWas) {
+    SensorField field = mixedField();
+    field.names = {"a,b", "tile"};
+    field.origins = {
+        {.face = 7, .object = 0, .material = 1}, {.face = 8}, {.face = 9, .material = 1}};
+    const std::vector<ResultColumn> columns = {
+        {"peak_hour", "hour of year", "", {12.0F, 0.0F, 8760.0F}}, {"area", "m2", "", {1, 2, 3}}};
+    const auto file = written("sensors.csv", [&](OutputFile& out) {
+        writeSensorsCsv(out, field, columns, std::array{*peakStarts(columns, 5.75)});
+    });
+    EXPECT_TRUE(isOurSensorsCsv(file));
+    const std::string text = readFile(file);
+    EXPECT_THAT(text, HasSubstr("nz,peak_hour [hour of year],peak_start,area [m2],face,object,"
+                                "material\n"));
+    EXPECT_THAT(text, HasSubstr(",12,2001-01-01T11:00+05:45,1,7,\"a,b\",tile\n"));
+    EXPECT_THAT(text, HasSubstr(",0,,2,8,,\n"));
+    EXPECT_THAT(text, HasSubstr(",8760,2001-12-31T23:00+05:45,3,9,,tile\n"));
 }
 
 TEST(TextTest, namesFromModelsCannotBreakOutOfTheirField) {
@@ -151,6 +171,21 @@ TEST_F(SensorTablesTest, vtpHoldsCellsAndValuesAtTheAnnouncedOffsets) {
     EXPECT_THAT(cells.xml.select_node("//FieldData/DataArray").node().text().as_string(),
                 testing::HasSubstr("195 188 60 0")); // the bytes of the text
 
+    field.names = {"a\xFF", "roof", "tile"};
+    field.origins = {
+        {.face = 7, .object = 1}, {.face = 8}, {.face = 7, .object = 0, .material = 2}};
+    const VtpFile named = write();
+    EXPECT_EQ(named.array<std::uint32_t>("CellData", "face")[1], 8U);
+    EXPECT_EQ(named.array<std::int32_t>("CellData", "object"), (std::vector{0, -1, 1}));
+    EXPECT_EQ(named.array<std::int32_t>("CellData", "material"), (std::vector{-1, -1, 0}));
+    EXPECT_EQ(named.array<std::int64_t>("Polys", "offsets")[2], 12);
+    EXPECT_THAT(named.xml.select_node("//FieldData/DataArray[@Name='object_names']")
+                    .node()
+                    .text()
+                    .as_string(),
+                testing::HasSubstr("114 111 111 102 0")); // "roof"
+
+    field.origins.clear();
     field.corners.clear();
     field.cellStart.clear();
     const VtpFile bare = write();
@@ -197,7 +232,7 @@ TEST_F(SensorTablesTest, tablesAreKnownByTheirContentsAndEndWithAStop) {
     std::stop_source source;
     source.request_stop();
     OutputFile out(folder / "stopped", "stopped");
-    EXPECT_THROW(writeSensorsCsv(out, field, columns, source.get_token()), Stopped);
+    EXPECT_THROW(writeSensorsCsv(out, field, columns, {}, source.get_token()), Stopped);
     EXPECT_THROW(writeSensorsVtp(out, field, columns, "", source.get_token()), Stopped);
 }
 

@@ -5,6 +5,7 @@
 #include "tests/study/support/study_fixture.h"
 
 #include <gmock/gmock.h>
+#include <stop_token>
 
 namespace insolate::study {
 namespace {
@@ -96,10 +97,10 @@ TEST(ConvertWeather, SaysWhatItWroteAndFillsGapsOnlyWhenAsked) {
                     convertWeather(folder.path() / "a.wea", folder.path() / "b.wea", false, heard);
                 }),
                 HasSubstr("a.wea: is such a file already; "));
-    heard.stop.request_stop();
-    EXPECT_THROW(
-        convertWeather(record, folder.path() / "c.wea", false, heard, heard.stop.get_token()),
-        Stopped);
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_THROW(convertWeather(record, folder.path() / "c.wea", false, heard, stop.get_token()),
+                 Stopped);
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "c.wea"));
     EXPECT_FALSE(std::filesystem::exists(folder.path() / ".insolate.lock"));
 }
