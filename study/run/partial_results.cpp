@@ -1,6 +1,7 @@
 #include "study/run/partial_results.h"
 
 #include "study/files/input_file.h"
+#include "study/files/result_name.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -76,6 +77,9 @@ PartialResults::Leftover PartialResults::leftover() const {
         Key key;
     };
     static_assert(sizeof(Header) == 40);
+    if (isForeign()) {
+        return {.isForeign = true};
+    }
     const auto in = InputFile::ifReadable(m_file, inputKinds::ownResults);
     Header header = {};
     if (!in || !in->readValue(header) ||
@@ -96,6 +100,19 @@ PartialResults::Leftover PartialResults::leftover() const {
     }
     left.sensors = std::min(left.sensors, static_cast<std::size_t>(header.sensors));
     return left;
+}
+
+/// Whether something stands in the place of the file that is none of ours, as far as it goes: a run
+/// may have died within the first bytes.
+bool PartialResults::isForeign() const {
+    std::error_code problem;
+    if (!std::filesystem::exists(std::filesystem::symlink_status(m_file, problem))) {
+        return false;
+    }
+    std::string expected(partialMagic);
+    append(expected, partialVersion);
+    return !std::filesystem::is_regular_file(m_file, problem) ||
+           !expected.starts_with(fileBeginning(m_file, expected.size()));
 }
 
 std::size_t PartialResults::attach(std::span<ResultColumn> columns, SkyVisibilityStore* masks,
@@ -198,6 +215,10 @@ void PartialResults::write() {
     }
     std::string bytes;
     if (m_descriptor < 0) {
+        if (isForeign()) {
+            m_failed = true;
+            return;
+        }
         unlink(m_file.c_str()); // of another study
         m_descriptor = open(m_file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
                             mode_t{0666});
@@ -250,7 +271,9 @@ void PartialResults::remove() {
     const std::lock_guard lock(m_mutex);
     closeFile();
     m_kept = 0;
-    unlink(m_file.c_str());
+    if (!isForeign()) {
+        unlink(m_file.c_str());
+    }
 }
 
 } // namespace insolate::study

@@ -63,6 +63,7 @@ public:
     struct Leftover {
         std::size_t sensors = 0; ///< finished ones; 0 when there is no file
         bool ofThisStudy = false;
+        bool isForeign = false; ///< something else, or of a newer version: it stays as it is
     };
     [[nodiscard]] Leftover leftover() const;
 
@@ -84,7 +85,7 @@ public:
 
     /// Sensors that the file holds; 0 when there is no file.
     [[nodiscard]] std::size_t sensorsKept() const { return m_kept; }
-    /// The study is complete.
+    /// The study is complete. What is foreign stays.
     void remove();
 
 private:
@@ -92,6 +93,7 @@ private:
     [[nodiscard]] std::size_t blockCount(std::size_t first) const;
     [[nodiscard]] std::size_t payloadSize(std::size_t count) const;
     [[nodiscard]] std::string headerBytes() const;
+    [[nodiscard]] bool isForeign() const;
     void read();
     void write();
     void closeFile();

@@ -51,6 +51,13 @@ PartialResults::Key resumeKey(const PreparedStudy& study) {
 /// Finished sensors of another study may have taken hours: they go only where the user knows.
 void checkLeftover(const PartialResults::Leftover& left, const RunOptions& options,
                    Progress& progress) {
+    if (left.isForeign) {
+        throw OutputError(
+            fmt::format("{}: was not written by this version of insolate, which keeps "
+                        "finished sensors under that name; rename it or choose "
+                        "another --out",
+                        place(options.out / PartialResults::fileName)));
+    }
     if (left.sensors == 0 || (options.resume && left.ofThisStudy)) {
         return;
     }

@@ -64,7 +64,6 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
              {"a value of the second block changed", damaged(firstBlock + 20), studyKey, 2, 6},
              {"a block twice", whole + whole.substr(firstBlock), studyKey, 6, 10},
              {"the first block's count changed", damaged(48), studyKey, 0, 7},
-             {"another version", damaged(8), studyKey, 0, 0},
              {"cut header", whole.substr(0, 39), studyKey, 0, 0},
              {"nothing", "", studyKey, 0, 0}}) {
         SCOPED_TRACE(c.what);
@@ -99,6 +98,22 @@ TEST(PartialResults, GoOnWithWhateverIsWholeAndTheirs) {
         EXPECT_EQ(all[1].values, expected[1].values);
         last.remove();
         EXPECT_FALSE(std::filesystem::exists(file));
+    }
+}
+
+TEST(PartialResults, LeaveAloneWhatIsNotTheirs) {
+    const test::StudyFolder folder;
+    for (const char* content : {"notes of the user", "INSOPART\2\0\0\0"}) {
+        const auto file = folder.write(PartialResults::fileName, content);
+        std::vector<ResultColumn> columns = columnsOf(1.0f);
+        PartialResults run(folder.path(), studyKey, true);
+        EXPECT_TRUE(run.leftover().isForeign);
+        EXPECT_EQ(run.attach(columns, nullptr, blockSize), 0U);
+        std::this_thread::sleep_for(PartialResults::interval);
+        run.finish(0);
+        run.detach();
+        run.remove();
+        EXPECT_EQ(test::readFile(file), content);
     }
 }
 
