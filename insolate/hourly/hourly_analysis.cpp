@@ -559,10 +559,15 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, std::span<const S
                               std::span<SensorHours> hours) const {
     const std::size_t count = std::min(sensors.size(), results.size());
     std::size_t finished = 0;
+    const int threads =
+        options.threads > 0 ? std::min(options.threads, processorCount()) : processorCount();
+    // A few sensors are shared out too: each may take milliseconds.
+    const std::size_t blockSize = std::clamp(count / (4 * static_cast<std::size_t>(threads)),
+                                             std::size_t{1}, sensorsPerBlock);
     std::mutex reporting; // guards finished, and keeps the reports apart
     const auto evaluateBlock = [&](std::size_t block) {
-        const std::size_t first = block * sensorsPerBlock;
-        const std::size_t end = std::min(first + sensorsPerBlock, count);
+        const std::size_t first = block * blockSize;
+        const std::size_t end = std::min(first + blockSize, count);
         std::size_t next = first;
         for (; next < end && !options.stop.stop_requested(); ++next) {
             results[next] =
@@ -576,9 +581,7 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, std::span<const S
             }
         }
     };
-    const std::size_t blocks = (count + sensorsPerBlock - 1) / sensorsPerBlock;
-    const int threads =
-        options.threads > 0 ? std::min(options.threads, processorCount()) : processorCount();
+    const std::size_t blocks = (count + blockSize - 1) / blockSize;
     if (threads == 1 || blocks < 2) {
         for (std::size_t block = 0; block < blocks; ++block) {
             evaluateBlock(block);

@@ -15,13 +15,18 @@ namespace insolate::study {
 
 namespace {
 
-/// Sensors of one block: enough to keep the threads from meeting, few enough to stop soon.
-constexpr std::size_t blockSize = 256;
+/// Sensors of one block: enough to keep the threads from meeting, few enough to stop soon. Where
+/// there are few, they make 64 blocks, for any number of threads: a stopped run may go on with
+/// another.
+std::size_t blockSizeFor(std::size_t sensors) {
+    return std::clamp(sensors / 64, std::size_t{1}, std::size_t{256});
+}
 
 /// Keeps finished sensors for as long as their columns are sure to be there.
 class Keeping {
 public:
-    Keeping(PartialResults* kept, const SensorWork& work, std::span<ResultColumn> columns)
+    Keeping(PartialResults* kept, const SensorWork& work, std::span<ResultColumn> columns,
+            std::size_t blockSize)
         : m_kept(kept),
           m_taken(m_kept != nullptr ? m_kept->attach(columns, work.saved, blockSize) : 0) {}
     ~Keeping() {
@@ -59,7 +64,8 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
     }
     // A slot of the arena is a slot in every triangle's memory of rays: no more than processors.
     tbb::task_arena arena(usedThreads(threads));
-    Keeping keeping(kept, work, columns);
+    const std::size_t blockSize = blockSizeFor(count);
+    Keeping keeping(kept, work, columns, blockSize);
     if (keeping.sensorsTaken() > 0) {
         progress.note(fmt::format("going on after {} of {} {}",
                                   groupedDigits(keeping.sensorsTaken()), groupedDigits(count),
