@@ -24,8 +24,9 @@ namespace insolate::study {
 
 namespace {
 
-/// Sensors of one block: enough to keep the threads from meeting, few enough to stop soon.
-constexpr std::size_t sensorsPerBlock = 64;
+/// Sensors of one block: enough to keep the threads from meeting, few enough to stop soon; fewer
+/// where there would not be some blocks for each thread.
+constexpr std::size_t mostInBlock = 64;
 
 /// With more days there are no columns by day.
 constexpr std::size_t mostDayColumns = 31;
@@ -318,25 +319,38 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
         former = readBaseline(study.options.baseline, field, study.rule.probable.has_value(), stop);
     }
 
+    SunHoursResults results;
+    const int threads = usedThreads(study.options.model.threads);
+    const std::size_t blockSize =
+        std::clamp(count / (4 * static_cast<std::size_t>(threads)), std::size_t{1}, mostInBlock);
+    const std::size_t blocks = (count + blockSize - 1) / blockSize;
+    results.spans.resize(study.options.spans ? blocks : 0);
     progress.begin(count, counted(count, "sensor", "sensors"));
-    tbb::task_arena arena(usedThreads(study.options.model.threads));
+    tbb::task_arena arena(threads);
     arena.execute([&] {
         tbb::parallel_for(
-            tbb::blocked_range<std::size_t>(0, (count + sensorsPerBlock - 1) / sensorsPerBlock, 1),
+            tbb::blocked_range<std::size_t>(0, blocks, 1),
             [&](const tbb::blocked_range<std::size_t>& range) {
                 SunOfSensor sensorSun(sun, field);
                 for (std::size_t block = range.begin(); block < range.end(); ++block) {
                     if (stop.stop_requested()) {
                         return;
                     }
-                    const std::size_t end = std::min((block + 1) * sensorsPerBlock, count);
-                    for (std::size_t i = block * sensorsPerBlock; i < end; ++i) {
+                    const std::size_t first = block * blockSize;
+                    const std::size_t end = std::min(first + blockSize, count);
+                    for (std::size_t i = first; i < end; ++i) {
                         sensorSun.moveTo(i);
                         columns.fill(i, [&](std::size_t day) -> const std::vector<TimeSpan>& {
-                            return sensorSun.litOn(day);
+                            const std::vector<TimeSpan>& lit = sensorSun.litOn(day);
+                            for (const TimeSpan& span : lit) {
+                                if (study.options.spans) {
+                                    results.spans[block].push_back({i, day, span});
+                                }
+                            }
+                            return lit;
                         });
                     }
-                    progress.advance(end - block * sensorsPerBlock);
+                    progress.advance(end - first);
                 }
             },
             tbb::simple_partitioner());
@@ -344,7 +358,6 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
     progress.end();
     throwIfStopped(stop);
 
-    SunHoursResults results;
     const std::optional<std::size_t> passes = columns.passesColumn();
     results.columns = columns.take();
     results.areas = cellAreas(field);

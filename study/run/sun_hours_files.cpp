@@ -9,7 +9,6 @@
 #include "study/run/stopwatch.h"
 #include "study/run/study_record.h"
 #include "study/run/sun_hours_study.h"
-#include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
 #include "study/support/iso_time.h"
 #include "study/support/kept_warnings.h"
@@ -110,15 +109,14 @@ class IsoTime {
 public:
     IsoTime(int year, double timeZone) : m_year(year), m_offset(isoOffset(timeZone)) {}
 
-    [[nodiscard]] std::string text(const SunOfDay& day, double minutes) const {
+    [[nodiscard]] std::string text(int dayOfYear, double minutes) const {
         const auto tenths = static_cast<long>(std::lround(minutes * 600.0));
         constexpr long wholeDay = 864000;
         // A window of solar time may lie partly in a neighbouring date of the clock.
         const long days = (tenths >= 0 ? tenths : tenths - wholeDay + 1) / wholeDay;
         const long rest = tenths - days * wholeDay;
-        const MonthAndDay date =
-            monthAndDay(static_cast<int>((day.dayOfYear - 1 + days + 365) % 365));
-        const int year = m_year + static_cast<int>((day.dayOfYear - 1 + days + 365) / 365) - 1;
+        const MonthAndDay date = monthAndDay(static_cast<int>((dayOfYear - 1 + days + 365) % 365));
+        const int year = m_year + static_cast<int>((dayOfYear - 1 + days + 365) / 365) - 1;
         return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{}{}", year, date.month, date.day,
                            rest / 36000, rest / 600 % 60, rest / 10 % 60, rest % 10, m_offset);
     }
@@ -128,20 +126,16 @@ private:
     std::string m_offset;
 };
 
-void writeSpans(OutputFile& out, const SunHoursStudy& study, const std::stop_token& stop) {
-    const SunOfDays sun(study);
-    SunOfSensor sensorSun(sun, study.inputs.field);
+void writeSpans(OutputFile& out, const SunHoursStudy& study, const SunHoursResults& results,
+                const std::stop_token& stop) {
     const IsoTime iso(study.options.year, study.site.site.timeZone);
     out.write(spansHeader);
-    for (std::size_t sensor = 0; sensor < study.inputs.field.size(); ++sensor) {
+    for (const std::vector<SensorSpan>& block : results.spans) {
         throwIfStopped(stop);
-        sensorSun.moveTo(sensor);
-        for (std::size_t day = 0; day < sun.days().size(); ++day) {
-            for (const TimeSpan& span : sensorSun.litOn(day)) {
-                out.write(fmt::format("{},{},{},{:.3f}\n", sensor,
-                                      iso.text(sun.days()[day], span.begin),
-                                      iso.text(sun.days()[day], span.end), span.length()));
-            }
+        for (const auto& [sensor, day, time] : block) {
+            const int dayOfYear = study.rule.days[day];
+            out.write(fmt::format("{},{},{},{:.3f}\n", sensor, iso.text(dayOfYear, time.begin),
+                                  iso.text(dayOfYear, time.end), time.length()));
         }
     }
 }
@@ -289,7 +283,7 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     drawPicture(folder.stage(heatmap), study.inputs.scene, field, shown, picture, stop);
     throwIfStopped(stop);
     if (options.spans) {
-        writeSpans(folder.stage(spans), study, stop);
+        writeSpans(folder.stage(spans), study, results, stop);
     } else {
         folder.retire(spans);
     }

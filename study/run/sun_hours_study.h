@@ -26,6 +26,13 @@ struct SunGroupResult {
     bool passes = true;
 };
 
+/// A span in which the sun shines on a sensor.
+struct SensorSpan {
+    std::size_t sensor = 0;
+    std::size_t day = 0; ///< place in the rule's days
+    TimeSpan time;       ///< minutes of the clock
+};
+
 struct SunHoursResults {
     /// The first is what decides: minutes of the deciding day, or a share of the year's probable
     /// sun.
@@ -33,6 +40,8 @@ struct SunHoursResults {
     std::vector<float> areas; ///< of the cells [m2]; empty for sensors without
     std::vector<SunGroupResult> groups;
     std::optional<bool> passes; ///< nothing where the rule has no threshold
+    /// Of all sensors, where the options ask for them: by sensor, day and time, in pieces.
+    std::vector<std::vector<SensorSpan>> spans;
 };
 
 /// Everything that is known before the first sensor.
