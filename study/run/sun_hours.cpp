@@ -15,6 +15,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/partitioner.h>
@@ -304,6 +305,11 @@ SunHoursStudy prepareSunHours(const SunHoursOptions& options, std::optional<Stud
                                   preset.note));
     }
     progress.note(ruleText(study.rule));
+    if (!options.baseline.empty()) {
+        nlohmann::ordered_json record = sunRecord(study);
+        record["scene"]["north_deg"] = options.model.north;
+        requireSameSun(options.baseline, record);
+    }
     study.inputs = given ? std::move(*given) : readInputs(options.model, progress, stop);
     return study;
 }

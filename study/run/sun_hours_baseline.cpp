@@ -7,12 +7,77 @@
 #include "study/support/numbers.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <string_view>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// A field of summary.json on which minutes of sun or their verdict depend.
+struct SunField {
+    const char* pointer;
+    const char* option; ///< by which it is set
+};
+
+constexpr std::array sunFields = {
+    SunField{"/site/latitude_deg", "--lat"},
+    SunField{"/site/longitude_deg", "--lon"},
+    SunField{"/site/time_zone_h", "--tz"},
+    SunField{"/scene/north_deg", "--north"},
+    SunField{"/sun/year", "--year"},
+    SunField{"/sun/refraction", "--refraction"},
+    SunField{"/sun/least_altitude_deg", "--min-altitude"},
+    SunField{"/sun/least_plan_angle_deg", "--min-plan-angle"},
+    SunField{"/rule/days_of_year", "--dates"},
+    SunField{"/rule/which_days", "--days"},
+    SunField{"/rule/time_basis", "--time"},
+    SunField{"/rule/window_h", "--hours"},
+    SunField{"/rule/count", "--count"},
+    SunField{"/rule/least_span_min", "--min-span"},
+    SunField{"/rule/hours", "--min"},
+    SunField{"/rule/hours_with_gap", "--min-with-gap"},
+    SunField{"/rule/probable_sun", "--sunshine"},
+};
+
+Json fieldOf(const Json& record, const SunField& field) {
+    const Json::json_pointer pointer(field.pointer);
+    return record.contains(pointer) ? record.at(pointer) : Json();
+}
+
+std::string valueText(const Json& value) {
+    constexpr std::size_t longest = 60;
+    const std::string text = value.is_null() ? "nothing" : value.dump();
+    return text.size() <= longest ? text : text.substr(0, longest) + "...";
+}
+
+} // namespace
+
+void requireSameSun(const std::filesystem::path& folder, const Json& record) {
+    const std::filesystem::path file = folder / "summary.json";
+    const Json theirs =
+        Json::parse(InputFile(file, inputKinds::ownResults).readAll(), nullptr, false);
+    if (!theirs.is_object()) {
+        throw DataError(
+            fmt::format("{}: not a summary of insolate; make the baseline again", place(file)));
+    }
+    for (const SunField& field : sunFields) {
+        const Json before = fieldOf(theirs, field);
+        const Json now = fieldOf(record, field);
+        if (before != now) {
+            throw DataError(fmt::format("{}: the baseline has another {}: {}, and this study {}; "
+                                        "make both with the same options",
+                                        place(file), field.option, valueText(before),
+                                        valueText(now)));
+        }
+    }
+}
 
 Baseline readBaseline(const std::filesystem::path& folder, const SensorField& field, bool probable,
                       const std::stop_token& stop) {

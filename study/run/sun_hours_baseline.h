@@ -7,6 +7,8 @@
 #include <stop_token>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace insolate::study {
 
 struct Baseline {
@@ -14,6 +16,12 @@ struct Baseline {
     std::vector<double> winter; ///< percent; of years of probable sun
     std::vector<bool> passes;
 };
+
+/// Refuses a baseline that answers another question: its summary.json must have the same site,
+/// north, year, dates, window and way of counting.
+/// @param record of this study, as sunRecord() gives it, and scene/north_deg
+/// @throws DataError that names the first difference
+void requireSameSun(const std::filesystem::path& folder, const nlohmann::ordered_json& record);
 
 /// Reads FOLDER/sensors.csv of an earlier run.
 /// @param probable whether it must hold shares of the year's probable sun

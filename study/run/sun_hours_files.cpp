@@ -147,31 +147,7 @@ nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResult
     nlohmann::ordered_json record;
     record["versions"] = versionsInUse();
     record["question"] = "hours of direct sun";
-    record["site"] = {{"text", study.site.name},
-                      {"latitude_deg", study.site.site.latitude},
-                      {"longitude_deg", study.site.site.longitude},
-                      {"time_zone_h", study.site.site.timeZone}};
-    record["sun"] = {{"year", options.year},
-                     {"disc", "centre"},
-                     {"refraction", options.refraction},
-                     {"least_altitude_deg", rule.leastAltitude},
-                     {"least_plan_angle_deg", rule.leastPlanAngle}};
-    record["rule"]["text"] = ruleText(rule);
-    if (!options.rule.preset.empty()) {
-        const SunlightPreset& preset = sunlightPreset(options.rule.preset);
-        record["rule"]["preset"] = {{"name", preset.name},
-                                    {"title", preset.title},
-                                    {"country", preset.country},
-                                    {"edition", preset.edition},
-                                    {"note", preset.note}};
-    }
-    record["rule"]["days_of_year"] = rule.days;
-    record["rule"]["time_basis"] = rule.window.basis == TimeBasis::clock   ? "clock"
-                                   : rule.window.basis == TimeBasis::solar ? "true solar time"
-                                                                           : "sunrise and sunset";
-    if (rule.hours) {
-        record["rule"]["hours"] = *rule.hours;
-    }
+    record.update(sunRecord(study));
     if (!options.baseline.empty()) {
         record["rule"]["baseline"] = options.baseline.string();
         record["rule"]["ratio"] = *rule.baselineRatio;
@@ -235,11 +211,63 @@ std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
     }
     if (!options.baseline.empty()) {
         files.push_back(options.baseline / "sensors.csv");
+        files.push_back(options.baseline / "summary.json");
     }
     return files;
 }
 
 } // namespace
+
+nlohmann::ordered_json sunRecord(const SunHoursStudy& study) {
+    const SunHoursOptions& options = study.options;
+    const SunlightRule& rule = study.rule;
+    nlohmann::ordered_json record;
+    record["site"] = {{"text", study.site.name},
+                      {"latitude_deg", study.site.site.latitude},
+                      {"longitude_deg", study.site.site.longitude},
+                      {"time_zone_h", study.site.site.timeZone}};
+    record["sun"] = {{"year", options.year},
+                     {"disc", "centre"},
+                     {"refraction", options.refraction},
+                     {"least_altitude_deg", rule.leastAltitude},
+                     {"least_plan_angle_deg", rule.leastPlanAngle}};
+    record["rule"]["text"] = ruleText(rule);
+    if (!options.rule.preset.empty()) {
+        const SunlightPreset& preset = sunlightPreset(options.rule.preset);
+        record["rule"]["preset"] = {{"name", preset.name},
+                                    {"title", preset.title},
+                                    {"country", preset.country},
+                                    {"edition", preset.edition},
+                                    {"note", preset.note}};
+    }
+    record["rule"]["days_of_year"] = rule.days;
+    record["rule"]["which_days"] = rule.dayRule == DayRule::every ? "every" : "any";
+    record["rule"]["time_basis"] = rule.window.basis == TimeBasis::clock   ? "clock"
+                                   : rule.window.basis == TimeBasis::solar ? "true solar time"
+                                                                           : "sunrise and sunset";
+    if (rule.hours) {
+        record["rule"]["hours"] = *rule.hours;
+    }
+    record["rule"]["window_h"] = {rule.window.start, rule.window.end};
+    record["rule"]["count"] = std::string(rule.sense == SunSense::sunAtLeast ? "sun" : "shadow") +
+                              (rule.count == SunCount::sum          ? ", sum"
+                               : rule.count == SunCount::longest    ? ", longest"
+                               : rule.count == SunCount::longestFew ? ", longest "
+                                                                    : ", one gap") +
+                              (rule.count == SunCount::longestFew ? std::to_string(rule.few) : "");
+    record["rule"]["least_span_min"] = rule.leastSpan;
+    if (rule.hoursWithGap) {
+        record["rule"]["hours_with_gap"] = *rule.hoursWithGap;
+    }
+    if (rule.probable) {
+        record["rule"]["probable_sun"] = {
+            {"share_by_month", rule.probable->share},
+            {"year_percent", rule.probable->yearPercent},
+            {"winter_percent", rule.probable->winterPercent},
+            {"winter_days", {rule.probable->winterStart, rule.probable->winterEnd}}};
+    }
+    return record;
+}
 
 void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop_token& stop) {
     KeptWarnings progress(told);

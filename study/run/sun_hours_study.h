@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace insolate::study {
 
 /// What of a group satisfies the rule.
@@ -51,6 +53,10 @@ struct SunHoursStudy {
     NamedSite site;
     StudyInputs inputs;
 };
+
+/// Site, sun and rule as they stand in summary.json: all that minutes of sun and their verdict
+/// depend on, beside model and sensors.
+nlohmann::ordered_json sunRecord(const SunHoursStudy& study);
 
 /// Checks the options and reads the models, unless they are given; their names stand in messages.
 /// @throws Error

@@ -373,8 +373,25 @@ TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {
     after.rule.pass = SunPass::points; // rows between 10 and 11 m have lost all
     after.rule.share.reset();
     EXPECT_EQ(verdict(groupsOf(after)), "101");
-    after.model.grid = 1.0;
     Progress silent;
+    SunHoursOptions other = after;
+    other.rule.days = parseDays("6/21");
+    EXPECT_THAT(messageOf([&] { runSunHours(other, silent); }),
+                HasSubstr("before/summary.json: the baseline has another --dates: [80], and this "
+                          "study [172]; "));
+    other = after;
+    other.rule.hours = {9.0, 15.0};
+    EXPECT_THAT(messageOf([&] { runSunHours(other, silent); }), HasSubstr("another --hours: [0.0"));
+    other = after;
+    other.refraction = true;
+    EXPECT_THAT(messageOf([&] { runSunHours(other, silent); }), HasSubstr("another --refraction"));
+    other = after;
+    other.model.north = 10.0;
+    EXPECT_THAT(messageOf([&] { runSunHours(other, silent); }), HasSubstr("another --north"));
+    other = after;
+    other.rule.count = SunCount::longest;
+    EXPECT_THAT(messageOf([&] { runSunHours(other, silent); }), HasSubstr("another --count"));
+    after.model.grid = 1.0;
     EXPECT_THAT(messageOf([&] { runSunHours(after, silent); }),
                 HasSubstr("before/sensors.csv:2: not the sensors of this study; "));
 }
