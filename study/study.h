@@ -18,6 +18,7 @@
 #include <study/model/winding.h>
 #include <study/output/color_map.h>
 #include <study/output/group_table.h>
+#include <study/output/page.h>
 #include <study/output/picture.h>
 #include <study/output/picture_format.h>
 #include <study/output/picture_view.h>

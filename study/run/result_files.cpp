@@ -6,6 +6,7 @@
 #include "study/output/series_table.h"
 #include "study/output/summary.h"
 #include "study/results/label_column.h"
+#include "study/run/study_page.h"
 #include "study/run/study_record.h"
 
 #include <array>
@@ -86,6 +87,8 @@ constexpr std::array listedFiles = {
                SkyVisibilityStore::isStore},
     ResultFile{"series.csv", [](const RunOptions& o) { return !o.hourly.series.empty(); },
                writeSeries, isOurSeriesCsv, true},
+    ResultFile{"page.html", [](const RunOptions& o) { return o.page; }, writeStudyPage, isOurPage,
+               true},
     ResultFile{"summary.json", always, writeSummary, isOurSummary},
 };
 

@@ -259,6 +259,11 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                    options.groups.classes.tilts =
                        numbersOf("tilt-classes", text, "degrees, as in 10,30,60");
                }});
+    table.flag("page", options.page,
+               "Also write page.html: the results in 3-D, one file that every browser opens");
+    table.number("page-limit", options.pageLimit, "MB",
+                 "What page.html may weigh; beyond it values lose digits and columns are left out",
+                 "MB above 0");
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");

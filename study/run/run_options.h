@@ -75,7 +75,9 @@ struct RunOptions : SkyOptions, ModelOptions {
     bool saveMasks = false;                     ///< keep what each sensor sees of the sky
     std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
     GroupTableOptions groups;
-    bool resume = false; ///< go on where a stopped run of the same study was
+    bool page = false;       ///< also leave page.html
+    double pageLimit = 25.0; ///< what it may weigh [MB], PageOptions::limit
+    bool resume = false;     ///< go on where a stopped run of the same study was
 };
 
 /// The names that --method takes, the usual one first.

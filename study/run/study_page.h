@@ -1,0 +1,31 @@
+/// The page of a study's results.
+#pragma once
+
+#include "study/files/output_folder.h"
+#include "study/output/page.h"
+#include "study/run/study_steps.h"
+
+#include <stop_token>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace insolate::study {
+
+/// What a reader of results wants to know of their making, from a summary's record: label and text.
+std::vector<std::pair<std::string, std::string>> factsOf(const nlohmann::ordered_json& record);
+
+/// The site of a summary's record; nothing where it has none.
+std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record);
+
+/// Writes page.html of a run.
+void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                    const std::stop_token& stop);
+
+/// The bytes of a picture, for browsers that draw no page.
+std::string pictureBytes(const PageResult& result, const std::string& subtitle,
+                         std::span<const float> areas, const std::stop_token& stop);
+
+} // namespace insolate::study

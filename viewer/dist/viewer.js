@@ -1,0 +1,4565 @@
+"use strict";(()=>{var y0=Object.defineProperty;var b0=(i,e,t)=>e in i?y0(i,e,{enumerable:!0,configurable:!0,writable:!0,value:t}):i[e]=t;var te=(i,e,t)=>b0(i,typeof e!="symbol"?e+"":e,t);var df=`:root {
+  --ground: #f3f2ee; --panel: #fbfaf8; --ink: #22252a; --soft: #676b73; --line: #dfdcd5;
+  --accent: #a8481c; --accent-ink: #ffffff; --wash: #efece5; --warn: #8a5a00; --shade: 0 1px 2px #0000000f, 0 4px 16px #00000012;
+}
+@media (prefers-color-scheme: dark) {
+  :root {
+    --ground: #15171b; --panel: #1c1f24; --ink: #e7e5e0; --soft: #9da1a9; --line: #31353c;
+    --accent: #f0a04b; --accent-ink: #1a1206; --wash: #262a31; --warn: #e6b455; --shade: 0 1px 2px #0006, 0 4px 18px #0007;
+  }
+}
+* { box-sizing: border-box }
+html, body { height: 100%; margin: 0; overflow: hidden; background: var(--ground); color: var(--ink); font: 14px/1.45 system-ui, -apple-system, "Segoe UI", Roboto, "DejaVu Sans", sans-serif; -webkit-text-size-adjust: 100% }
+#app { display: grid; grid-template-columns: 348px minmax(0, 1fr); height: 100% }
+#panel { grid-column: 1; background: var(--panel); border-right: 1px solid var(--line); overflow-y: auto; overscroll-behavior: contain; scrollbar-width: thin; padding: 18px 18px 28px }
+#stage { grid-column: 2; position: relative; min-width: 0; overflow: hidden }
+#stage canvas.model { position: absolute; inset: 0; width: 100%; height: 100%; display: block; touch-action: none; outline: none; cursor: grab }
+#stage canvas.model:active { cursor: grabbing }
+#stage canvas.model:focus-visible { box-shadow: inset 0 0 0 2px var(--accent) }
+h1 { font-size: 19px; line-height: 1.25; font-weight: 650; margin: 0 0 2px; letter-spacing: -.01em; overflow-wrap: anywhere; display: -webkit-box; -webkit-line-clamp: 2; -webkit-box-orient: vertical; overflow: hidden }
+.sub { color: var(--soft); margin: 0 0 14px; font-size: 13px; overflow-wrap: anywhere }
+.figures { display: grid; grid-template-columns: repeat(3, auto); justify-content: space-between; gap: 4px 12px; margin: 12px 0 4px }
+.figures div { min-width: 0 }
+.figures b { display: block; font-size: 17px; font-weight: 600; font-variant-numeric: tabular-nums; letter-spacing: -.01em; white-space: nowrap }
+.figures span { color: var(--soft); font-size: 12px; white-space: nowrap }
+label.field { display: block; font-size: 12px; color: var(--soft); margin-top: 10px }
+select, input[type=search], input[type=number], input[type=text], button { font: inherit; color: var(--ink) }
+select, input[type=search], input[type=number] { width: 100%; background: var(--ground); border: 1px solid var(--line); border-radius: 7px; padding: 6px 9px; margin-top: 3px; min-height: 34px }
+select { appearance: none; background-image: linear-gradient(45deg, transparent 50%, var(--soft) 50%), linear-gradient(135deg, var(--soft) 50%, transparent 50%); background-position: right 15px center, right 10px center; background-size: 5px 5px; background-repeat: no-repeat; padding-right: 30px }
+:is(select, input, button, summary, a, th, tr, .histogram):focus-visible { outline: 2px solid var(--accent); outline-offset: 1px }
+button { background: none; border: 1px solid transparent; border-radius: 7px; padding: 5px 9px; cursor: pointer; line-height: 1.3 }
+button:hover { background: var(--wash) }
+button.solid { border-color: var(--line); background: var(--ground) }
+button.solid:hover { background: var(--wash) }
+button[aria-pressed=true], .switch button[aria-pressed=true] { background: var(--accent); color: var(--accent-ink) }
+.switch { display: flex; gap: 2px; padding: 2px; background: var(--wash); border-radius: 9px; margin-top: 8px; flex-wrap: wrap }
+.switch button { flex: 1 1 auto; padding: 4px 8px; font-size: 13px; overflow: hidden; text-overflow: ellipsis; white-space: nowrap; max-width: 100% }
+input[type=range] { width: 100%; accent-color: var(--accent); margin: 4px 0; min-height: 24px }
+input[type=checkbox] { accent-color: var(--accent); width: 16px; height: 16px; vertical-align: -3px; margin: 0 7px 0 0 }
+details { border-top: 1px solid var(--line); margin-top: 14px; padding-top: 2px }
+details > summary { list-style: none; cursor: pointer; font-weight: 600; padding: 9px 0 7px; display: flex; align-items: center; gap: 8px; border-radius: 4px }
+details > summary::-webkit-details-marker { display: none }
+details > summary::after { content: ""; width: 7px; height: 7px; border: solid var(--soft); border-width: 0 1.5px 1.5px 0; transform: rotate(45deg) translate(-2px, -2px); margin-left: auto; margin-right: 4px }
+details[open] > summary::after { transform: rotate(225deg) translate(-2px, -2px) }
+.row { display: flex; gap: 8px; align-items: center }
+.row > * { min-width: 0 }
+.row .grow { flex: 1 }
+.quiet { color: var(--soft); font-size: 12.5px; margin: 6px 0 }
+.warn { color: var(--warn); font-size: 12.5px; margin: 6px 0; overflow-wrap: anywhere }
+svg { width: 18px; height: 18px; fill: none; stroke: currentColor; stroke-width: 1.7; stroke-linecap: round; stroke-linejoin: round; display: block }
+.table { max-height: 330px; overflow: auto; margin: 8px -6px 0; scrollbar-width: thin }
+table { border-collapse: collapse; width: 100%; font-size: 13px; table-layout: fixed }
+th { position: sticky; top: 0; background: var(--panel); font-weight: 500; color: var(--soft); font-size: 12px; text-align: right; padding: 4px 6px; cursor: pointer; user-select: none; white-space: nowrap; z-index: 1 }
+th:first-child { text-align: left; width: 41% }
+th:last-child { width: 34px }
+th[aria-sort=ascending]::after { content: " \u2191" } th[aria-sort=descending]::after { content: " \u2193" }
+td { padding: 4px 6px; text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; overflow: hidden; text-overflow: ellipsis }
+td:first-child { text-align: left }
+td:last-child { padding: 0; text-align: center }
+tbody tr { cursor: pointer; border-radius: 5px }
+tbody tr:hover td { background: var(--wash) }
+tbody tr.chosen td { background: var(--wash); font-weight: 600 }
+tbody tr.off td { color: var(--soft); opacity: .6 }
+td button { padding: 4px 6px; color: var(--soft) }
+td button svg { width: 16px; height: 16px }
+dl { display: grid; grid-template-columns: minmax(84px, 46%) minmax(0, 1fr); gap: 4px 14px; margin: 6px 0; font-size: 13px }
+dt { color: var(--soft) } dd { margin: 0; overflow-wrap: anywhere; font-variant-numeric: tabular-nums; max-height: 6em; overflow: auto }
+dd bdi, td bdi { unicode-bidi: isolate }
+.value { font-size: 24px; font-weight: 650; letter-spacing: -.02em; font-variant-numeric: tabular-nums }
+.value small { font-size: 14px; font-weight: 500; color: var(--soft); letter-spacing: 0 }
+.carpet { width: 100%; height: 112px; display: block; margin: 6px 0 2px }
+.caption { font-size: 12px; color: var(--soft); margin: 10px 0 0 }
+.clock { display: flex; justify-content: space-between; font-size: 13px; font-variant-numeric: tabular-nums; margin-top: 6px }
+.clock span { color: var(--soft) }
+pre { white-space: pre-wrap; font: 11px/1.4 ui-monospace, monospace; color: var(--soft); max-height: 200px; overflow: auto; background: var(--ground); padding: 8px; border-radius: 6px }
+kbd { font: 11.5px ui-monospace, monospace; border: 1px solid var(--line); border-radius: 4px; padding: 0 5px; background: var(--ground) }
+
+#bar, #legend { z-index: 3 }
+#bar { position: absolute; top: 12px; left: 12px; display: flex; gap: 2px; background: var(--panel); border: 1px solid var(--line); border-radius: 10px; padding: 3px; box-shadow: var(--shade) }
+#bar button { padding: 6px 8px; font-size: 13px; min-width: 34px; display: grid; place-items: center }
+#bar i { width: 1px; background: var(--line); margin: 4px 3px }
+#legend { position: absolute; right: 14px; top: 14px; width: 168px; background: var(--panel); border: 1px solid var(--line); border-radius: 12px; padding: 10px 12px; box-shadow: var(--shade) }
+#legend .unit { font-size: 12.5px; color: var(--soft); margin: 0 0 6px; white-space: nowrap; overflow: hidden; text-overflow: ellipsis }
+#legend .unit b { color: var(--ink); font-weight: 600; display: block; overflow: hidden; text-overflow: ellipsis }
+#legend .plot { position: relative; height: 232px; margin: 4px 0 }
+#legend canvas { position: absolute; inset: 0; width: 100%; height: 100%; cursor: ns-resize; touch-action: none }
+#legend input[type=number] { min-height: 26px; padding: 1px 6px; margin: 0; font-size: 12.5px; width: 76px; font-variant-numeric: tabular-nums; appearance: textfield }
+#legend input::-webkit-inner-spin-button { display: none }
+#legend .end { display: flex; justify-content: space-between; align-items: center; gap: 6px }
+#legend .end button { font-size: 12px; color: var(--soft); padding: 2px 6px }
+#legend .filter { margin: 8px 0 0; font-size: 12.5px; line-height: 1.35 }
+#legend .filter button { font-size: 12px; padding: 1px 6px; margin-left: -6px; color: var(--accent) }
+#hint { position: absolute; pointer-events: none; background: var(--panel); border: 1px solid var(--line); border-radius: 9px; padding: 7px 10px; box-shadow: var(--shade); font-size: 12.5px; max-width: 240px; z-index: 5; line-height: 1.35 }
+#hint b { font-size: 15px; font-variant-numeric: tabular-nums } 
+#hint span { color: var(--soft); display: block; overflow: hidden; text-overflow: ellipsis; white-space: nowrap }
+#pin { position: absolute; width: 14px; height: 14px; margin: -7px 0 0 -7px; border: 2px solid var(--panel); border-radius: 50%; background: var(--accent); pointer-events: none; box-shadow: 0 0 0 1px #0006 }
+.hour { position: absolute; pointer-events: none; font-size: 11px; color: var(--soft); transform: translate(-50%, -170%); font-variant-numeric: tabular-nums }
+.beside { position: absolute; bottom: 64px; transform: translateX(-50%); background: var(--panel); border: 1px solid var(--line); border-radius: 7px; padding: 3px 10px; font-size: 13px; max-width: 40%; overflow: hidden; text-overflow: ellipsis; white-space: nowrap; pointer-events: none }
+#scale { position: absolute; left: 18px; bottom: 16px; pointer-events: none; display: flex; align-items: flex-end; gap: 18px }
+#scale .length { border: solid var(--soft); border-width: 0 1.5px 1.5px; height: 7px; text-align: center; font-size: 12px; color: var(--ink); line-height: 1; position: relative }
+#scale .length span { position: absolute; bottom: 6px; left: 0; right: 0; white-space: nowrap; text-shadow: 0 0 4px var(--ground), 0 0 4px var(--ground) }
+#scale svg { width: 46px; height: 46px; stroke-width: 1.4; overflow: visible }
+#scale svg text { font: 600 11px system-ui, sans-serif; fill: var(--ink); stroke: none; text-anchor: middle; dominant-baseline: central }
+.hidden { position: absolute; width: 1px; height: 1px; overflow: hidden; clip-path: inset(50%) }
+[hidden] { display: none !important }
+#grip { display: none }
+
+@media (max-width: 760px) {
+  #app { grid-template-columns: minmax(0, 1fr); grid-template-rows: minmax(0, 1fr) 46%; }
+  #stage { grid-column: 1; grid-row: 1 }
+  #panel { grid-column: 1; grid-row: 2; border-right: 0; border-top: 1px solid var(--line); border-radius: 14px 14px 0 0; margin-top: -14px; z-index: 4; padding: 6px 16px 28px; box-shadow: 0 -4px 18px #0000001f }
+  #app.low { grid-template-rows: minmax(0, 1fr) 132px }
+  #grip { display: block; width: 100%; padding: 8px 0 10px }
+  #grip::before { content: ""; display: block; width: 44px; height: 4px; border-radius: 2px; background: var(--line); margin: 0 auto }
+  #bar { top: 8px; left: 8px } #bar .wide { display: none }
+  #legend { width: 106px; right: 8px; top: 8px; padding: 8px 9px }
+  #legend .plot { height: 128px }
+  #legend input[type=number] { width: 60px }
+  #legend .end button, #legend .unit b { display: none }
+  #scale { bottom: 24px; left: 14px }
+  th, td { padding: 7px 6px } td button { padding: 8px }
+}
+@media (prefers-reduced-motion: no-preference) { details > summary::after { transition: transform .12s } }
+`;var ff='.uplot, .uplot *, .uplot *::before, .uplot *::after {box-sizing: border-box;}.uplot {font-family: system-ui, -apple-system, "Segoe UI", Roboto, "Helvetica Neue", Arial, "Noto Sans", sans-serif, "Apple Color Emoji", "Segoe UI Emoji", "Segoe UI Symbol", "Noto Color Emoji";line-height: 1.5;width: min-content;}.u-title {text-align: center;font-size: 18px;font-weight: bold;}.u-wrap {position: relative;user-select: none;}.u-over, .u-under {position: absolute;}.u-under {overflow: hidden;}.uplot canvas {display: block;position: relative;width: 100%;height: 100%;}.u-axis {position: absolute;}.u-legend {font-size: 14px;margin: auto;text-align: center;}.u-inline {display: block;}.u-inline * {display: inline-block;}.u-inline tr {margin-right: 16px;}.u-legend th {font-weight: 600;}.u-legend th > * {vertical-align: middle;display: inline-block;}.u-legend .u-marker {width: 1em;height: 1em;margin-right: 4px;background-clip: padding-box !important;}.u-inline.u-live th::after {content: ":";vertical-align: middle;}.u-inline:not(.u-live) .u-value {display: none;}.u-series > * {padding: 4px;}.u-series th {cursor: pointer;}.u-legend .u-off > * {opacity: 0.3;}.u-select {background: rgba(0,0,0,0.07);position: absolute;pointer-events: none;}.u-cursor-x, .u-cursor-y {position: absolute;left: 0;top: 0;pointer-events: none;will-change: transform;}.u-hz .u-cursor-x, .u-vt .u-cursor-y {height: 100%;border-right: 1px dashed #607D8B;}.u-hz .u-cursor-y, .u-vt .u-cursor-x {width: 100%;border-bottom: 1px dashed #607D8B;}.u-cursor-pt {position: absolute;top: 0;left: 0;border-radius: 50%;border: 0 solid;pointer-events: none;will-change: transform;/*this has to be !important since we set inline "background" shorthand */background-clip: padding-box !important;}.u-axis.u-off, .u-select.u-off, .u-cursor-x.u-off, .u-cursor-y.u-off, .u-cursor-pt.u-off {display: none;}';function Z(i,e={},...t){let n=document.createElement(i);for(let[s,r]of Object.entries(e))typeof r=="function"?n.addEventListener(s,r):r===!0?n.setAttribute(s,""):r!==!1&&r!==void 0&&n.setAttribute(s,String(r));for(let s of t)s&&n.append(s);return n}function bi(i){let e="http://www.w3.org/2000/svg",t=document.createElementNS(e,"svg");t.setAttribute("viewBox","0 0 24 24"),t.setAttribute("aria-hidden","true");let n=document.createElementNS(e,"path");return n.setAttribute("d",i),t.append(n),t}function Mh(i,e){let t=Z("a",{href:URL.createObjectURL(e),download:i});document.body.append(t),t.click(),t.remove(),window.setTimeout(()=>URL.revokeObjectURL(t.href),1e4)}var w0="uplot",E0="u-hz",T0="u-vt",A0="u-title",R0="u-wrap",C0="u-under",P0="u-over",I0="u-axis",$s="u-off",L0="u-select",D0="u-cursor-x",N0="u-cursor-y",U0="u-cursor-pt",F0="u-legend",O0="u-live",B0="u-inline",k0="u-series",z0="u-marker",pf="u-label",H0="u-value",Co="width",Po="height";var mf="bottom",Ar="left",wh="right",Hh="#000",gf=Hh+"0",Eh="mousemove",_f="mousedown",Th="mouseup",xf="mouseenter",vf="mouseleave",yf="dblclick",V0="resize",G0="scroll",bf="change",Ha="dppxchange",Vh="--",Nr=typeof window<"u",Ih=Nr?document:null,Cr=Nr?window:null,W0=Nr?navigator:null,Mt,Oa;function Lh(){let i=devicePixelRatio;Mt!=i&&(Mt=i,Oa&&Nh(bf,Oa,Lh),Oa=matchMedia(`(min-resolution: ${Mt-.001}dppx) and (max-resolution: ${Mt+.001}dppx)`),Zs(bf,Oa,Lh),Cr.dispatchEvent(new CustomEvent(Ha)))}function Qn(i,e){if(e!=null){let t=i.classList;!t.contains(e)&&t.add(e)}}function Dh(i,e){let t=i.classList;t.contains(e)&&t.remove(e)}function Vt(i,e,t){i.style[e]=t+"px"}function Si(i,e,t,n){let s=Ih.createElement(i);return e!=null&&Qn(s,e),t?.insertBefore(s,n),s}function di(i,e){return Si("div",i,e)}var Sf=new WeakMap;function Hi(i,e,t,n,s){let r="translate("+e+"px,"+t+"px)",o=Sf.get(i);r!=o&&(i.style.transform=r,Sf.set(i,r),e<0||t<0||e>n||t>s?Qn(i,$s):Dh(i,$s))}var Mf=new WeakMap;function wf(i,e,t){let n=e+t,s=Mf.get(i);n!=s&&(Mf.set(i,n),i.style.background=e,i.style.borderColor=t)}var Ef=new WeakMap;function Tf(i,e,t,n){let s=e+""+t,r=Ef.get(i);s!=r&&(Ef.set(i,s),i.style.height=t+"px",i.style.width=e+"px",i.style.marginLeft=n?-e/2+"px":0,i.style.marginTop=n?-t/2+"px":0)}var Gh={passive:!0},X0={...Gh,capture:!0};function Zs(i,e,t,n){e.addEventListener(i,t,n?X0:Gh)}function Nh(i,e,t,n){e.removeEventListener(i,t,Gh)}Nr&&Lh();function Mi(i,e,t,n){let s;t=t||0,n=n||e.length-1;let r=n<=2147483647;for(;n-t>1;)s=r?t+n>>1:ei((t+n)/2),e[s]<i?t=s:n=s;return i-e[t]<=e[n]-i?t:n}function ep(i){return(t,n,s)=>{let r=-1,o=-1;for(let a=n;a<=s;a++)if(i(t[a])){r=a;break}for(let a=s;a>=n;a--)if(i(t[a])){o=a;break}return[r,o]}}var tp=i=>i!=null,np=i=>i!=null&&i>0,Wa=ep(tp),q0=ep(np);function Y0(i,e,t,n=0,s=!1){let r=s?q0:Wa,o=s?np:tp;[e,t]=r(i,e,t);let a=i[e],l=i[e];if(e>-1)if(n==1)a=i[e],l=i[t];else if(n==-1)a=i[t],l=i[e];else for(let c=e;c<=t;c++){let h=i[c];o(h)&&(h<a?a=h:h>l&&(l=h))}return[a??Dt,l??-Dt]}function Xa(i,e,t,n){let s=Cf(i),r=Cf(e);i==e&&(s==-1?(i*=t,e/=t):(i/=t,e*=t));let o=t==10?es:ip,a=s==1?ei:fi,l=r==1?fi:ei,c=a(o(gn(i))),h=l(o(gn(e))),u=Pr(t,c),d=Pr(t,h);return t==10&&(c<0&&(u=Nt(u,-c)),h<0&&(d=Nt(d,-h))),n||t==2?(i=u*s,e=d*r):(i=ap(i,u),e=qa(e,d)),[i,e]}function Wh(i,e,t,n){let s=Xa(i,e,t,n);return i==0&&(s[0]=0),e==0&&(s[1]=0),s}var Xh=.1,Af={mode:3,pad:Xh},Lo={pad:0,soft:null,mode:0},$0={min:Lo,max:Lo};function Va(i,e,t,n){return Ya(t)?Rf(i,e,t):(Lo.pad=t,Lo.soft=n?0:null,Lo.mode=n?3:0,Rf(i,e,$0))}function bt(i,e){return i??e}function Z0(i,e,t){for(e=bt(e,0),t=bt(t,i.length-1);e<=t;){if(i[e]!=null)return!0;e++}return!1}function Rf(i,e,t){let n=t.min,s=t.max,r=bt(n.pad,0),o=bt(s.pad,0),a=bt(n.hard,-Dt),l=bt(s.hard,Dt),c=bt(n.soft,Dt),h=bt(s.soft,-Dt),u=bt(n.mode,0),d=bt(s.mode,0),f=e-i,g=es(f),v=Hn(gn(i),gn(e)),p=es(v),m=gn(p-g);(f<1e-24||m>10)&&(f=0,(i==0||e==0)&&(f=1e-24,u==2&&c!=Dt&&(r=0),d==2&&h!=-Dt&&(o=0)));let y=f||v||1e3,T=es(y),S=Pr(10,ei(T)),R=y*(f==0?i==0?.1:1:r),A=Nt(ap(i-R,S/10),24),_=i>=c&&(u==1||u==3&&A<=c||u==2&&A>=c)?c:Dt,E=Hn(a,A<_&&i>=_?_:wi(_,A)),B=y*(f==0?e==0?.1:1:o),N=Nt(qa(e+B,S/10),24),L=e<=h&&(d==1||d==3&&N>=h||d==2&&N<=h)?h:-Dt,H=wi(l,N>L&&e<=L?L:Hn(L,N));return E==H&&E==0&&(H=100),[E,H]}var K0=new Intl.NumberFormat(Nr?W0.language:"en-US"),qh=i=>K0.format(i),ti=Math,za=ti.PI,gn=ti.abs,ei=ti.floor,mn=ti.round,fi=ti.ceil,wi=ti.min,Hn=ti.max,Pr=ti.pow,Cf=ti.sign,es=ti.log10,ip=ti.log2,J0=(i,e=1)=>ti.sinh(i)*e,Ah=(i,e=1)=>ti.asinh(i/e),Dt=1/0;function Pf(i){return(es((i^i>>31)-(i>>31))|0)+1}function Uh(i,e,t){return wi(Hn(i,e),t)}function sp(i){return typeof i=="function"}function xt(i){return sp(i)?i:()=>i}var j0=()=>{},rp=i=>i,op=(i,e)=>e,Q0=i=>null,If=i=>!0,Lf=(i,e)=>i==e,e_=/\.\d*?(?=9{6,}|0{6,})/gm,Ks=i=>{if(cp(i)||Es.has(i))return i;let e=`${i}`,t=e.match(e_);if(t==null)return i;let n=t[0].length-1;if(e.indexOf("e-")!=-1){let[s,r]=e.split("e");return+`${Ks(s)}e${r}`}return Nt(i,n)};function qs(i,e){return Ks(Nt(Ks(i/e))*e)}function qa(i,e){return Ks(fi(Ks(i/e))*e)}function ap(i,e){return Ks(ei(Ks(i/e))*e)}function Nt(i,e=0){if(cp(i))return i;let t=10**e,n=i*t*(1+Number.EPSILON);return mn(n)/t}var Es=new Map;function lp(i){return((""+i).split(".")[1]||"").length}function No(i,e,t,n){let s=[],r=n.map(lp);for(let o=e;o<t;o++){let a=gn(o),l=Nt(Pr(i,o),a);for(let c=0;c<n.length;c++){let h=i==10?+`${n[c]}e${o}`:n[c]*l,u=(o>=0?0:a)+(o>=r[c]?0:r[c]),d=i==10?h:Nt(h,u);s.push(d),Es.set(d,u)}}return s}var Do={},Yh=[],Ir=[null,null],ws=Array.isArray,cp=Number.isInteger,t_=i=>i===void 0;function Df(i){return typeof i=="string"}function Ya(i){let e=!1;if(i!=null){let t=i.constructor;e=t==null||t==Object}return e}function n_(i){return i!=null&&typeof i=="object"}var i_=Object.getPrototypeOf(Uint8Array),hp="__proto__";function Lr(i,e=Ya){let t;if(ws(i)){let n=i.find(s=>s!=null);if(ws(n)||e(n)){t=Array(i.length);for(let s=0;s<i.length;s++)t[s]=Lr(i[s],e)}else t=i.slice()}else if(i instanceof i_)t=i.slice();else if(e(i)){t={};for(let n in i)n!=hp&&(t[n]=Lr(i[n],e))}else t=i;return t}function cn(i){let e=arguments;for(let t=1;t<e.length;t++){let n=e[t];for(let s in n)s!=hp&&(Ya(i[s])?cn(i[s],Lr(n[s])):i[s]=Lr(n[s]))}return i}var s_=0,r_=1,o_=2;function a_(i,e,t){for(let n=0,s,r=-1;n<e.length;n++){let o=e[n];if(o>r){for(s=o-1;s>=0&&i[s]==null;)i[s--]=null;for(s=o+1;s<t&&i[s]==null;)i[r=s++]=null}}}function l_(i,e){if(u_(i)){let o=i[0].slice();for(let a=1;a<i.length;a++)o.push(...i[a].slice(1));return d_(o[0])||(o=h_(o)),o}let t=new Set;for(let o=0;o<i.length;o++){let l=i[o][0],c=l.length;for(let h=0;h<c;h++)t.add(l[h])}let n=[Array.from(t).sort((o,a)=>o-a)],s=n[0].length,r=new Map;for(let o=0;o<s;o++)r.set(n[0][o],o);for(let o=0;o<i.length;o++){let a=i[o],l=a[0];for(let c=1;c<a.length;c++){let h=a[c],u=Array(s).fill(void 0),d=e?e[o][c]:r_,f=[];for(let g=0;g<h.length;g++){let v=h[g],p=r.get(l[g]);v===null?d!=s_&&(u[p]=v,d==o_&&f.push(p)):u[p]=v}a_(u,f,s),n.push(u)}}return n}var c_=typeof queueMicrotask>"u"?i=>Promise.resolve().then(i):queueMicrotask;function h_(i){let e=i[0],t=e.length,n=Array(t);for(let r=0;r<n.length;r++)n[r]=r;n.sort((r,o)=>e[r]-e[o]);let s=[];for(let r=0;r<i.length;r++){let o=i[r],a=Array(t);for(let l=0;l<t;l++)a[l]=o[n[l]];s.push(a)}return s}function u_(i){let e=i[0][0],t=e.length;for(let n=1;n<i.length;n++){let s=i[n][0];if(s.length!=t)return!1;if(s!=e){for(let r=0;r<t;r++)if(s[r]!=e[r])return!1}}return!0}function d_(i,e=100){let t=i.length;if(t<=1)return!0;let n=0,s=t-1;for(;n<=s&&i[n]==null;)n++;for(;s>=n&&i[s]==null;)s--;if(s<=n)return!0;let r=Hn(1,ei((s-n+1)/e));for(let o=i[n],a=n+r;a<=s;a+=r){let l=i[a];if(l!=null){if(l<=o)return!1;o=l}}return!0}var up=["January","February","March","April","May","June","July","August","September","October","November","December"],dp=["Sunday","Monday","Tuesday","Wednesday","Thursday","Friday","Saturday"];function fp(i){return i.slice(0,3)}var f_=dp.map(fp),p_=up.map(fp),m_={MMMM:up,MMM:p_,WWWW:dp,WWW:f_};function Ro(i){return(i<10?"0":"")+i}function g_(i){return(i<10?"00":i<100?"0":"")+i}var __={YYYY:i=>i.getFullYear(),YY:i=>(i.getFullYear()+"").slice(2),MMMM:(i,e)=>e.MMMM[i.getMonth()],MMM:(i,e)=>e.MMM[i.getMonth()],MM:i=>Ro(i.getMonth()+1),M:i=>i.getMonth()+1,DD:i=>Ro(i.getDate()),D:i=>i.getDate(),WWWW:(i,e)=>e.WWWW[i.getDay()],WWW:(i,e)=>e.WWW[i.getDay()],HH:i=>Ro(i.getHours()),H:i=>i.getHours(),h:i=>{let e=i.getHours();return e==0?12:e>12?e-12:e},AA:i=>i.getHours()>=12?"PM":"AM",aa:i=>i.getHours()>=12?"pm":"am",a:i=>i.getHours()>=12?"p":"a",mm:i=>Ro(i.getMinutes()),m:i=>i.getMinutes(),ss:i=>Ro(i.getSeconds()),s:i=>i.getSeconds(),fff:i=>g_(i.getMilliseconds())};function $h(i,e){e=e||m_;let t=[],n=/\{([a-z]+)\}|[^{]+/gi,s;for(;s=n.exec(i);)t.push(s[0][0]=="{"?__[s[1]]:s[0]);return r=>{let o="";for(let a=0;a<t.length;a++)o+=typeof t[a]=="string"?t[a]:t[a](r,e);return o}}var x_=new Intl.DateTimeFormat().resolvedOptions().timeZone;function v_(i,e){let t;return e=="UTC"||e=="Etc/UTC"?t=new Date(+i+i.getTimezoneOffset()*6e4):e==x_?t=i:(t=new Date(i.toLocaleString("en-US",{timeZone:e})),t.setMilliseconds(i.getMilliseconds())),t}var pp=i=>i%1==0,Ga=[1,2,2.5,5],y_=No(10,-32,0,Ga),mp=No(10,0,32,Ga),b_=mp.filter(pp),Ys=y_.concat(mp),Zh=`
+`,gp="{YYYY}",Nf=Zh+gp,_p="{M}/{D}",Io=Zh+_p,Ba=Io+"/{YY}",xp="{aa}",S_="{h}:{mm}",Rr=S_+xp,Uf=Zh+Rr,Ff=":{ss}",Et=null;function vp(i){let e=i*1e3,t=e*60,n=t*60,s=n*24,r=s*30,o=s*365,l=(i==1?No(10,0,3,Ga).filter(pp):No(10,-3,0,Ga)).concat([e,e*5,e*10,e*15,e*30,t,t*5,t*10,t*15,t*30,n,n*2,n*3,n*4,n*6,n*8,n*12,s,s*2,s*3,s*4,s*5,s*6,s*7,s*8,s*9,s*10,s*15,r,r*2,r*3,r*4,r*6,o,o*2,o*5,o*10,o*25,o*50,o*100]),c=[[o,gp,Et,Et,Et,Et,Et,Et,1],[s*28,"{MMM}",Nf,Et,Et,Et,Et,Et,1],[s,_p,Nf,Et,Et,Et,Et,Et,1],[n,"{h}"+xp,Ba,Et,Io,Et,Et,Et,1],[t,Rr,Ba,Et,Io,Et,Et,Et,1],[e,Ff,Ba+" "+Rr,Et,Io+" "+Rr,Et,Uf,Et,1],[i,Ff+".{fff}",Ba+" "+Rr,Et,Io+" "+Rr,Et,Uf,Et,1]];function h(u){return(d,f,g,v,p,m)=>{let y=[],T=p>=o,S=p>=r&&p<o,R=u(g),A=Nt(R*i,3),_=Rh(R.getFullYear(),T?0:R.getMonth(),S||T?1:R.getDate()),E=Nt(_*i,3);if(S||T){let B=S?p/r:0,N=T?p/o:0,L=A==E?A:Nt(Rh(_.getFullYear()+N,_.getMonth()+B,1)*i,3),H=new Date(mn(L/i)),V=H.getFullYear(),D=H.getMonth();for(let W=0;L<=v;W++){let Y=Rh(V+N*W,D+B*W,1),G=Y-u(Nt(Y*i,3));L=Nt((+Y+G)*i,3),L<=v&&y.push(L)}}else{let B=p>=s?s:p,N=ei(g)-ei(A),L=E+N+qa(A-E,B);y.push(L);let H=u(L),V=H.getHours()+H.getMinutes()/t+H.getSeconds()/n,D=p/n,W=d.axes[f]._space,Y=m/W;for(;L=Nt(L+p,i==1?0:3),!(L>v);)if(D>1){let G=ei(Nt(V+D,6))%24,Q=u(L).getHours()-G;Q>1&&(Q=-1),L-=Q*n,V=(V+D)%24;let re=y[y.length-1];Nt((L-re)/p,3)*Y>=.7&&y.push(L)}else y.push(L)}return y}}return[l,c,h]}var[M_,w_,E_]=vp(1),[T_,A_,R_]=vp(.001);No(2,-53,53,[1]);function Of(i,e){return i.map(t=>t.map((n,s)=>s==0||s==8||n==null?n:e(s==1||t[8]==0?n:t[1]+n)))}function Bf(i,e){return(t,n,s,r,o)=>{let a=e.find(g=>o>=g[0])||e[e.length-1],l,c,h,u,d,f;return n.map(g=>{let v=i(g),p=v.getFullYear(),m=v.getMonth(),y=v.getDate(),T=v.getHours(),S=v.getMinutes(),R=v.getSeconds(),A=p!=l&&a[2]||m!=c&&a[3]||y!=h&&a[4]||T!=u&&a[5]||S!=d&&a[6]||R!=f&&a[7]||a[1];return l=p,c=m,h=y,u=T,d=S,f=R,A(v)})}}function C_(i,e){let t=$h(e);return(n,s,r,o,a)=>s.map(l=>t(i(l)))}function Rh(i,e,t){return new Date(i,e,t)}function kf(i,e){return e(i)}var P_="{YYYY}-{MM}-{DD} {h}:{mm}{aa}";function zf(i,e){return(t,n,s,r)=>r==null?Vh:e(i(n))}function I_(i,e){let t=i.series[e];return t.width?t.stroke(i,e):t.points.width?t.points.stroke(i,e):null}function L_(i,e){return i.series[e].fill(i,e)}var D_={show:!0,live:!0,isolate:!1,mount:j0,markers:{show:!0,width:2,stroke:I_,fill:L_,dash:"solid"},idx:null,idxs:null,values:[]};function N_(i,e){let t=i.cursor.points,n=di(),s=t.size(i,e);Vt(n,Co,s),Vt(n,Po,s);let r=s/-2;Vt(n,"marginLeft",r),Vt(n,"marginTop",r);let o=t.width(i,e,s);return o&&Vt(n,"borderWidth",o),n}function U_(i,e){let t=i.series[e].points;return t._fill||t._stroke}function F_(i,e){let t=i.series[e].points;return t._stroke||t._fill}function O_(i,e){return i.series[e].points.size}var Ch=[0,0];function B_(i,e,t){return Ch[0]=e,Ch[1]=t,Ch}function ka(i,e,t,n=!0){return s=>{s.button==0&&(!n||s.target==e)&&t(s)}}function Ph(i,e,t,n=!0){return s=>{(!n||s.target==e)&&t(s)}}var k_={show:!0,x:!0,y:!0,lock:!1,move:B_,points:{one:!1,show:N_,size:O_,width:0,stroke:F_,fill:U_},bind:{mousedown:ka,mouseup:ka,click:ka,dblclick:ka,mousemove:Ph,mouseleave:Ph,mouseenter:Ph},drag:{setScale:!0,x:!0,y:!1,dist:0,uni:null,click:(i,e)=>{e.stopPropagation(),e.stopImmediatePropagation()},_x:!1,_y:!1},focus:{dist:(i,e,t,n,s)=>n-s,prox:-1,bias:0},hover:{skip:[void 0],prox:null,bias:0},left:-10,top:-10,idx:null,dataIdx:null,idxs:null,event:null},yp={show:!0,stroke:"rgba(0,0,0,0.07)",width:2},Kh=cn({},yp,{filter:op}),bp=cn({},Kh,{size:10}),Sp=cn({},yp,{show:!1}),Jh='12px system-ui, -apple-system, "Segoe UI", Roboto, "Helvetica Neue", Arial, "Noto Sans", sans-serif, "Apple Color Emoji", "Segoe UI Emoji", "Segoe UI Symbol", "Noto Color Emoji"',Mp="bold "+Jh,wp=1.5,Hf={show:!0,scale:"x",stroke:Hh,space:50,gap:5,alignTo:1,size:50,labelGap:0,labelSize:30,labelFont:Mp,side:2,grid:Kh,ticks:bp,border:Sp,font:Jh,lineGap:wp,rotate:0},z_="Value",H_="Time",Vf={show:!0,scale:"x",auto:!1,sorted:1,min:Dt,max:-Dt,idxs:[]};function V_(i,e,t,n,s){return e.map(r=>r==null?"":qh(r))}function G_(i,e,t,n,s,r,o){let a=[],l=Es.get(s)||0;t=o?t:Nt(qa(t,s),l);for(let c=t;c<=n;c=Nt(c+s,l))a.push(Object.is(c,-0)?0:c);return a}function Fh(i,e,t,n,s,r,o){let a=[],l=i.scales[i.axes[e].scale].log,c=l==10?es:ip,h=ei(c(t));s=Pr(l,h),l==10&&(s=Ys[Mi(s,Ys)]);let u=t,d=s*l;l==10&&(d=Ys[Mi(d,Ys)]);do a.push(u),u=u+s,l==10&&!Es.has(u)&&(u=Nt(u,Es.get(s))),u>=d&&(s=u,d=s*l,l==10&&(d=Ys[Mi(d,Ys)]));while(u<=n);return a}function W_(i,e,t,n,s,r,o){let l=i.scales[i.axes[e].scale].asinh,c=n>l?Fh(i,e,Hn(l,t),n,s):[l],h=n>=0&&t<=0?[0]:[];return(t<-l?Fh(i,e,Hn(l,-n),-t,s):[l]).reverse().map(d=>-d).concat(h,c)}var Ep=/./,X_=/[12357]/,q_=/[125]/,Gf=/1/,Oh=(i,e,t,n)=>i.map((s,r)=>e==4&&s==0||r%n==0&&t.test(s.toExponential()[s<0?1:0])?s:null);function Y_(i,e,t,n,s){let r=i.axes[t],o=r.scale,a=i.scales[o],l=i.valToPos,c=r._space,h=l(10,o),u=l(9,o)-h>=c?Ep:l(7,o)-h>=c?X_:l(5,o)-h>=c?q_:Gf;if(u==Gf){let d=gn(l(1,o)-h);if(d<c)return Oh(e.slice().reverse(),a.distr,u,fi(c/d)).reverse()}return Oh(e,a.distr,u,1)}function $_(i,e,t,n,s){let r=i.axes[t],o=r.scale,a=r._space,l=i.valToPos,c=gn(l(1,o)-l(2,o));return c<a?Oh(e.slice().reverse(),3,Ep,fi(a/c)).reverse():e}function Z_(i,e,t,n){return n==null?Vh:e==null?"":qh(e)}var Wf={show:!0,scale:"y",stroke:Hh,space:30,gap:5,alignTo:1,size:50,labelGap:0,labelSize:30,labelFont:Mp,side:3,grid:Kh,ticks:bp,border:Sp,font:Jh,lineGap:wp,rotate:0};function K_(i,e){let t=3+(i||1)*2;return Nt(t*e,3)}function J_(i,e){let{scale:t,idxs:n}=i.series[0],s=i._data[0],r=i.valToPos(s[n[0]],t,!0),o=i.valToPos(s[n[1]],t,!0),a=gn(o-r),l=i.series[e],c=a/(l.points.space*Mt);return n[1]-n[0]<=c}var Xf={scale:null,auto:!0,sorted:0,min:Dt,max:-Dt},Tp=(i,e,t,n,s)=>s,qf={show:!0,auto:!0,sorted:0,gaps:Tp,alpha:1,facets:[cn({},Xf,{scale:"x"}),cn({},Xf,{scale:"y"})]},Yf={scale:"y",auto:!0,sorted:0,show:!0,spanGaps:!1,gaps:Tp,alpha:1,points:{show:J_,filter:null},values:null,min:Dt,max:-Dt,idxs:[],path:null,clip:null};function j_(i,e,t,n,s){return t/10}var Ap={time:!0,auto:!0,distr:1,log:10,asinh:1,min:null,max:null,dir:1,ori:0},Q_=cn({},Ap,{time:!1,ori:1}),$f={};function Rp(i,e){let t=$f[i];return t||(t={key:i,plots:[],sub(n){t.plots.push(n)},unsub(n){t.plots=t.plots.filter(s=>s!=n)},pub(n,s,r,o,a,l,c){for(let h=0;h<t.plots.length;h++)t.plots[h]!=s&&t.plots[h].pub(n,s,r,o,a,l,c)}},i!=null&&($f[i]=t)),t}var Dr=1,Bh=2;function Js(i,e,t){let n=i.mode,s=i.series[e],r=n==2?i._data[e]:i._data,o=i.scales,a=i.bbox,l=r[0],c=n==2?r[1]:r[e],h=n==2?o[s.facets[0].scale]:o[i.series[0].scale],u=n==2?o[s.facets[1].scale]:o[s.scale],d=a.left,f=a.top,g=a.width,v=a.height,p=i.valToPosH,m=i.valToPosV;return h.ori==0?t(s,l,c,h,u,p,m,d,f,g,v,Za,Ur,Ja,Pp,Lp):t(s,l,c,h,u,m,p,f,d,v,g,Ka,Fr,eu,Ip,Dp)}function jh(i,e){let t=0,n=0,s=bt(i.bands,Yh);for(let r=0;r<s.length;r++){let o=s[r];o.series[0]==e?t=o.dir:o.series[1]==e&&(o.dir==1?n|=1:n|=2)}return[t,n==1?-1:n==2?1:n==3?2:0]}function ex(i,e,t,n,s){let r=i.mode,o=i.series[e],a=r==2?o.facets[1].scale:o.scale,l=i.scales[a];return s==-1?l.min:s==1?l.max:l.distr==3?l.dir==1?l.min:l.max:0}function ts(i,e,t,n,s,r){return Js(i,e,(o,a,l,c,h,u,d,f,g,v,p)=>{let m=o.pxRound,y=c.dir*(c.ori==0?1:-1),T=c.ori==0?Ur:Fr,S,R;y==1?(S=t,R=n):(S=n,R=t);let A=m(u(a[S],c,v,f)),_=m(d(l[S],h,p,g)),E=m(u(a[R],c,v,f)),B=m(d(r==1?h.max:h.min,h,p,g)),N=new Path2D(s);return T(N,E,B),T(N,A,B),T(N,A,_),N})}function $a(i,e,t,n,s,r){let o=null;if(i.length>0){o=new Path2D;let a=e==0?Ja:eu,l=t;for(let u=0;u<i.length;u++){let d=i[u];if(d[1]>d[0]){let f=d[0]-l;f>0&&a(o,l,n,f,n+r),l=d[1]}}let c=t+s-l,h=10;c>0&&a(o,l,n-h/2,c,n+r+h)}return o}function tx(i,e,t){let n=i[i.length-1];n&&n[0]==e?n[1]=t:i.push([e,t])}function Qh(i,e,t,n,s,r,o){let a=[],l=i.length;for(let c=s==1?t:n;c>=t&&c<=n;c+=s)if(e[c]===null){let u=c,d=c;if(s==1)for(;++c<=n&&e[c]===null;)d=c;else for(;--c>=t&&e[c]===null;)d=c;let f=r(i[u]),g=d==u?f:r(i[d]),v=u-s;f=o<=0&&v>=0&&v<l?r(i[v]):f;let m=d+s;g=o>=0&&m>=0&&m<l?r(i[m]):g,g>=f&&a.push([f,g])}return a}function Zf(i){return i==0?rp:i==1?mn:e=>qs(e,i)}function Cp(i){let e=i==0?Za:Ka,t=i==0?(s,r,o,a,l,c)=>{s.arcTo(r,o,a,l,c)}:(s,r,o,a,l,c)=>{s.arcTo(o,r,l,a,c)},n=i==0?(s,r,o,a,l)=>{s.rect(r,o,a,l)}:(s,r,o,a,l)=>{s.rect(o,r,l,a)};return(s,r,o,a,l,c=0,h=0)=>{c==0&&h==0?n(s,r,o,a,l):(c=wi(c,a/2,l/2),h=wi(h,a/2,l/2),e(s,r+c,o),t(s,r+a,o,r+a,o+l,c),t(s,r+a,o+l,r,o+l,h),t(s,r,o+l,r,o,h),t(s,r,o,r+a,o,c),s.closePath())}}var Za=(i,e,t)=>{i.moveTo(e,t)},Ka=(i,e,t)=>{i.moveTo(t,e)},Ur=(i,e,t)=>{i.lineTo(e,t)},Fr=(i,e,t)=>{i.lineTo(t,e)},Ja=Cp(0),eu=Cp(1),Pp=(i,e,t,n,s,r)=>{i.arc(e,t,n,s,r)},Ip=(i,e,t,n,s,r)=>{i.arc(t,e,n,s,r)},Lp=(i,e,t,n,s,r,o)=>{i.bezierCurveTo(e,t,n,s,r,o)},Dp=(i,e,t,n,s,r,o)=>{i.bezierCurveTo(t,e,s,n,o,r)};function Np(i){return(e,t,n,s,r)=>Js(e,t,(o,a,l,c,h,u,d,f,g,v,p)=>{let{pxRound:m,points:y}=o,T,S;c.ori==0?(T=Za,S=Pp):(T=Ka,S=Ip);let R=Nt(y.width*Mt,3),A=(y.size-y.width)/2*Mt,_=Nt(A*2,3),E=new Path2D,B=new Path2D,{left:N,top:L,width:H,height:V}=e.bbox;Ja(B,N-_,L-_,H+_*2,V+_*2);let D=W=>{if(l[W]!=null){let Y=m(u(a[W],c,v,f)),G=m(d(l[W],h,p,g));T(E,Y+A,G),S(E,Y,G,A,0,za*2)}};if(r)r.forEach(D);else for(let W=n;W<=s;W++)D(W);return{stroke:R>0?E:null,fill:E,clip:B,flags:Dr|Bh}})}function Up(i){return(e,t,n,s,r,o)=>{n!=s&&(r!=n&&o!=n&&i(e,t,n),r!=s&&o!=s&&i(e,t,s),i(e,t,o))}}var nx=Up(Ur),ix=Up(Fr);function Fp(i){let e=bt(i?.alignGaps,0);return(t,n,s,r)=>Js(t,n,(o,a,l,c,h,u,d,f,g,v,p)=>{[s,r]=Wa(l,s,r);let m=o.pxRound,y=V=>m(u(V,c,v,f)),T=V=>m(d(V,h,p,g)),S,R;c.ori==0?(S=Ur,R=nx):(S=Fr,R=ix);let A=c.dir*(c.ori==0?1:-1),_={stroke:new Path2D,fill:null,clip:null,band:null,gaps:null,flags:Dr},E=_.stroke,B=!1;if(r-s>=v*4){let V=de=>t.posToVal(de,c.key,!0),D=null,W=null,Y,G,ce,J=y(a[A==1?s:r]),Q=y(a[s]),re=y(a[r]),fe=V(A==1?Q+1:re-1);for(let de=A==1?s:r;de>=s&&de<=r;de+=A){let ee=a[de],ve=(A==1?ee<fe:ee>fe)?J:y(ee),Re=l[de];ve==J?Re!=null?(G=Re,D==null?(S(E,ve,T(G)),Y=D=W=G):G<D?D=G:G>W&&(W=G)):Re===null&&(B=!0):(D!=null&&R(E,J,T(D),T(W),T(Y),T(G)),Re!=null?(G=Re,S(E,ve,T(G)),D=W=Y=G):(D=W=null,Re===null&&(B=!0)),J=ve,fe=V(J+A))}D!=null&&D!=W&&ce!=J&&R(E,J,T(D),T(W),T(Y),T(G))}else for(let V=A==1?s:r;V>=s&&V<=r;V+=A){let D=l[V];D===null?B=!0:D!=null&&S(E,y(a[V]),T(D))}let[L,H]=jh(t,n);if(o.fill!=null||L!=0){let V=_.fill=new Path2D(E),D=o.fillTo(t,n,o.min,o.max,L),W=T(D),Y=y(a[s]),G=y(a[r]);A==-1&&([G,Y]=[Y,G]),S(V,G,W),S(V,Y,W)}if(!o.spanGaps){let V=[];B&&V.push(...Qh(a,l,s,r,A,y,e)),_.gaps=V=o.gaps(t,n,s,r,V),_.clip=$a(V,c.ori,f,g,v,p)}return H!=0&&(_.band=H==2?[ts(t,n,s,r,E,-1),ts(t,n,s,r,E,1)]:ts(t,n,s,r,E,H)),_})}function sx(i){let e=bt(i.align,1),t=bt(i.ascDesc,!1),n=bt(i.alignGaps,0),s=bt(i.extend,!1);return(r,o,a,l)=>Js(r,o,(c,h,u,d,f,g,v,p,m,y,T)=>{[a,l]=Wa(u,a,l);let S=c.pxRound,{left:R,width:A}=r.bbox,_=Q=>S(g(Q,d,y,p)),E=Q=>S(v(Q,f,T,m)),B=d.ori==0?Ur:Fr,N={stroke:new Path2D,fill:null,clip:null,band:null,gaps:null,flags:Dr},L=N.stroke,H=d.dir*(d.ori==0?1:-1),V=E(u[H==1?a:l]),D=_(h[H==1?a:l]),W=D,Y=D;s&&e==-1&&(Y=R,B(L,Y,V)),B(L,D,V);for(let Q=H==1?a:l;Q>=a&&Q<=l;Q+=H){let re=u[Q];if(re==null)continue;let fe=_(h[Q]),de=E(re);e==1?B(L,fe,V):B(L,W,de),B(L,fe,de),V=de,W=fe}let G=W;s&&e==1&&(G=R+A,B(L,G,V));let[ce,J]=jh(r,o);if(c.fill!=null||ce!=0){let Q=N.fill=new Path2D(L),re=c.fillTo(r,o,c.min,c.max,ce),fe=E(re);B(Q,G,fe),B(Q,Y,fe)}if(!c.spanGaps){let Q=[];Q.push(...Qh(h,u,a,l,H,_,n));let re=c.width*Mt/2,fe=t||e==1?re:-re,de=t||e==-1?-re:re;Q.forEach(ee=>{ee[0]+=fe,ee[1]+=de}),N.gaps=Q=c.gaps(r,o,a,l,Q),N.clip=$a(Q,d.ori,p,m,y,T)}return J!=0&&(N.band=J==2?[ts(r,o,a,l,L,-1),ts(r,o,a,l,L,1)]:ts(r,o,a,l,L,J)),N})}function Kf(i,e,t,n,s,r,o=Dt){if(i.length>1){let a=null;for(let l=0,c=1/0;l<i.length;l++)if(e[l]!==void 0){if(a!=null){let h=gn(i[l]-i[a]);h<c&&(c=h,o=gn(t(i[l],n,s,r)-t(i[a],n,s,r)))}a=l}}return o}function rx(i){i=i||Do;let e=bt(i.size,[.6,Dt,1]),t=i.align||0,n=i.gap||0,s=i.radius;s=s==null?[0,0]:typeof s=="number"?[s,0]:s;let r=xt(s),o=1-e[0],a=bt(e[1],Dt),l=bt(e[2],1),c=bt(i.disp,Do),h=bt(i.each,f=>{}),{fill:u,stroke:d}=c;return(f,g,v,p)=>Js(f,g,(m,y,T,S,R,A,_,E,B,N,L)=>{let H=m.pxRound,V=t,D=n*Mt,W=a*Mt,Y=l*Mt,G,ce;S.ori==0?[G,ce]=r(f,g):[ce,G]=r(f,g);let J=S.dir*(S.ori==0?1:-1),Q=S.ori==0?Ja:eu,re=S.ori==0?h:(Pe,Ze,rt,we,Lt,Ve,Ye)=>{h(Pe,Ze,rt,Lt,we,Ye,Ve)},fe=bt(f.bands,Yh).find(Pe=>Pe.series[0]==g),de=fe!=null?fe.dir:0,ee=m.fillTo(f,g,m.min,m.max,de),ge=H(_(ee,R,L,B)),ve,Re,Me,Xe=N,st=H(m.width*Mt),Ge=!1,ut=null,at=null,nt=null,Wt=null;u!=null&&(st==0||d!=null)&&(Ge=!0,ut=u.values(f,g,v,p),at=new Map,new Set(ut).forEach(Pe=>{Pe!=null&&at.set(Pe,new Path2D)}),st>0&&(nt=d.values(f,g,v,p),Wt=new Map,new Set(nt).forEach(Pe=>{Pe!=null&&Wt.set(Pe,new Path2D)})));let{x0:Ot,size:nn}=c;if(Ot!=null&&nn!=null){V=1,y=Ot.values(f,g,v,p),Ot.unit==2&&(y=y.map(rt=>f.posToVal(E+rt*N,S.key,!0)));let Pe=nn.values(f,g,v,p);nn.unit==2?Re=Pe[0]*N:Re=A(Pe[0],S,N,E)-A(0,S,N,E),Xe=Kf(y,T,A,S,N,E,Xe),Me=Xe-Re+D}else Xe=Kf(y,T,A,S,N,E,Xe),Me=Xe*o+D,Re=Xe-Me;Me<1&&(Me=0),st>=Re/2&&(st=0),Me<5&&(H=rp);let Pt=Me>0,Sn=Xe-Me-(Pt?st:0);Re=H(Uh(Sn,Y,W)),ve=(V==0?Re/2:V==J?0:Re)-V*J*((V==0?D/2:0)+(Pt?st/2:0));let vt={stroke:null,fill:null,clip:null,band:null,gaps:null,flags:0},fn=Ge?null:new Path2D,$t=null;if(fe!=null)$t=f.data[fe.series[1]];else{let{y0:Pe,y1:Ze}=c;Pe!=null&&Ze!=null&&(T=Ze.values(f,g,v,p),$t=Pe.values(f,g,v,p))}let sn=G*Re,F=ce*Re;for(let Pe=J==1?v:p;Pe>=v&&Pe<=p;Pe+=J){let Ze=T[Pe];if(Ze==null)continue;if($t!=null){let X=$t[Pe]??0;if(Ze-X==0)continue;ge=_(X,R,L,B)}let rt=S.distr!=2||c!=null?y[Pe]:Pe,we=A(rt,S,N,E),Lt=_(bt(Ze,ee),R,L,B),Ve=H(we-ve),Ye=H(Hn(Lt,ge)),C=H(wi(Lt,ge)),b=Ye-C;if(Ze!=null){let X=Ze<0?F:sn,ue=Ze<0?sn:F;Ge?(st>0&&nt[Pe]!=null&&Q(Wt.get(nt[Pe]),Ve,C+ei(st/2),Re,Hn(0,b-st),X,ue),ut[Pe]!=null&&Q(at.get(ut[Pe]),Ve,C+ei(st/2),Re,Hn(0,b-st),X,ue)):Q(fn,Ve,C+ei(st/2),Re,Hn(0,b-st),X,ue),re(f,g,Pe,Ve-st/2,C,Re+st,b)}}return st>0?vt.stroke=Ge?Wt:fn:Ge||(vt._fill=m.width==0?m._fill:m._stroke??m._fill,vt.width=0),vt.fill=Ge?at:fn,vt})}function ox(i,e){let t=bt(e?.alignGaps,0);return(n,s,r,o)=>Js(n,s,(a,l,c,h,u,d,f,g,v,p,m)=>{[r,o]=Wa(c,r,o);let y=a.pxRound,T=G=>y(d(G,h,p,g)),S=G=>y(f(G,u,m,v)),R,A,_;h.ori==0?(R=Za,_=Ur,A=Lp):(R=Ka,_=Fr,A=Dp);let E=h.dir*(h.ori==0?1:-1),B=T(l[E==1?r:o]),N=B,L=[],H=[];for(let G=E==1?r:o;G>=r&&G<=o;G+=E)if(c[G]!=null){let J=l[G],Q=T(J);L.push(N=Q),H.push(S(c[G]))}let V={stroke:i(L,H,R,_,A,y),fill:null,clip:null,band:null,gaps:null,flags:Dr},D=V.stroke,[W,Y]=jh(n,s);if(a.fill!=null||W!=0){let G=V.fill=new Path2D(D),ce=a.fillTo(n,s,a.min,a.max,W),J=S(ce);_(G,N,J),_(G,B,J)}if(!a.spanGaps){let G=[];G.push(...Qh(l,c,r,o,E,T,t)),V.gaps=G=a.gaps(n,s,r,o,G),V.clip=$a(G,h.ori,g,v,p,m)}return Y!=0&&(V.band=Y==2?[ts(n,s,r,o,D,-1),ts(n,s,r,o,D,1)]:ts(n,s,r,o,D,Y)),V})}function ax(i){return ox(lx,i)}function lx(i,e,t,n,s,r){let o=i.length;if(o<2)return null;let a=new Path2D;if(t(a,i[0],e[0]),o==2)n(a,i[1],e[1]);else{let l=Array(o),c=Array(o-1),h=Array(o-1),u=Array(o-1);for(let d=0;d<o-1;d++)h[d]=e[d+1]-e[d],u[d]=i[d+1]-i[d],c[d]=h[d]/u[d];l[0]=c[0];for(let d=1;d<o-1;d++)c[d]===0||c[d-1]===0||c[d-1]>0!=c[d]>0?l[d]=0:(l[d]=3*(u[d-1]+u[d])/((2*u[d]+u[d-1])/c[d-1]+(u[d]+2*u[d-1])/c[d]),isFinite(l[d])||(l[d]=0));l[o-1]=c[o-2];for(let d=0;d<o-1;d++)s(a,i[d]+u[d]/3,e[d]+l[d]*u[d]/3,i[d+1]-u[d]/3,e[d+1]-l[d+1]*u[d]/3,i[d+1],e[d+1])}return a}var kh=new Set;function Jf(){for(let i of kh)i.syncRect(!0)}Nr&&(Zs(V0,Cr,Jf),Zs(G0,Cr,Jf,!0),Zs(Ha,Cr,()=>{_n.pxRatio=Mt}));var cx=Fp(),hx=Np();function jf(i,e,t,n){return(n?[i[0],i[1]].concat(i.slice(2)):[i[0]].concat(i.slice(1))).map((r,o)=>zh(r,o,e,t))}function ux(i,e){return i.map((t,n)=>n==0?{}:cn({},e,t))}function zh(i,e,t,n){return cn({},e==0?t:n,i)}function Op(i,e,t){return e==null?Ir:[e,t]}var dx=Op;function fx(i,e,t){return e==null?Ir:Va(e,t,Xh,!0)}function Bp(i,e,t,n){return e==null?Ir:Xa(e,t,i.scales[n].log,!1)}var px=Bp;function kp(i,e,t,n){return e==null?Ir:Wh(e,t,i.scales[n].log,!1)}var mx=kp;function gx(i,e,t,n,s){let r=Hn(Pf(i),Pf(e)),o=e-i,a=Mi(s/n*o,t);do{let l=t[a],c=n*l/o;if(c>=s&&r+(l<5?Es.get(l):0)<=17)return[l,c]}while(++a<t.length);return[0,0]}function Qf(i){let e,t;return i=i.replace(/(\d+)px/,(n,s)=>(e=mn((t=+s)*Mt))+"px"),[i,e,t]}function _x(i){i.show&&[i.font,i.labelFont].forEach(e=>{let t=Nt(e[2]*Mt,1);e[0]=e[0].replace(/[0-9.]+px/,t+"px"),e[1]=t})}function _n(i,e,t){let n={mode:bt(i.mode,1)},s=n.mode;function r(x,M,P,I){let z=M.valToPct(x);return I+P*(M.dir==-1?1-z:z)}function o(x,M,P,I){let z=M.valToPct(x);return I+P*(M.dir==-1?z:1-z)}function a(x,M,P,I){return M.ori==0?r(x,M,P,I):o(x,M,P,I)}n.valToPosH=r,n.valToPosV=o;let l=!1;n.status=0;let c=n.root=di(w0);if(i.id!=null&&(c.id=i.id),Qn(c,i.class),i.title){let x=di(A0,c);x.textContent=i.title}let h=Si("canvas"),u=n.ctx=h.getContext("2d"),d=di(R0,c);Zs("click",d,x=>{x.target===g&&(kt!=Sr||Xt!=Mr)&&Pn.click(n,x)},!0);let f=n.under=di(C0,d);d.appendChild(h);let g=n.over=di(P0,d);i=Lr(i);let v=+bt(i.pxAlign,1),p=Zf(v);(i.plugins||[]).forEach(x=>{x.opts&&(i=x.opts(n,i)||i)});let m=i.ms||.001,y=n.series=s==1?jf(i.series||[],Vf,Yf,!1):ux(i.series||[null],qf),T=n.axes=jf(i.axes||[],Hf,Wf,!0),S=n.scales={},R=n.bands=i.bands||[];R.forEach(x=>{x.fill=xt(x.fill||null),x.dir=bt(x.dir,-1)});let A=s==2?y[1].facets[0].scale:y[0].scale,_={axes:ji,series:ft},E=(i.drawOrder||["axes","series"]).map(x=>_[x]);function B(x){let M=x.distr==3?P=>es(P>0?P:x.clamp(n,P,x.min,x.max,x.key)):x.distr==4?P=>Ah(P,x.asinh):x.distr==100?P=>x.fwd(P):P=>P;return P=>{let I=M(P),{_min:z,_max:K}=x,le=K-z;return(I-z)/le}}function N(x){let M=S[x];if(M==null){let P=(i.scales||Do)[x]||Do;if(P.from!=null){N(P.from);let I=cn({},S[P.from],P,{key:x});I.valToPct=B(I),S[x]=I}else{M=S[x]=cn({},x==A?Ap:Q_,P),M.key=x;let I=M.time,z=M.range,K=ws(z);if((x!=A||s==2&&!I)&&(K&&(z[0]==null||z[1]==null)&&(z={min:z[0]==null?Af:{mode:1,hard:z[0],soft:z[0]},max:z[1]==null?Af:{mode:1,hard:z[1],soft:z[1]}},K=!1),!K&&Ya(z))){let le=z;z=(pe,be,Ne)=>be==null?Ir:Va(be,Ne,le)}M.range=xt(z||(I?dx:x==A?M.distr==3?px:M.distr==4?mx:Op:M.distr==3?Bp:M.distr==4?kp:fx)),M.auto=xt(K?!1:M.auto),M.clamp=xt(M.clamp||j_),M._min=M._max=null,M.valToPct=B(M)}}}N("x"),N("y"),s==1&&y.forEach(x=>{N(x.scale)}),T.forEach(x=>{N(x.scale)});for(let x in i.scales)N(x);let L=S[A],H=L.distr,V,D;L.ori==0?(Qn(c,E0),V=r,D=o):(Qn(c,T0),V=o,D=r);let W={};for(let x in S){let M=S[x];(M.min!=null||M.max!=null)&&(W[x]={min:M.min,max:M.max},M.min=M.max=null)}let Y=i.tzDate||(x=>new Date(mn(x/m))),G=i.fmtDate||$h,ce=m==1?E_(Y):R_(Y),J=Bf(Y,Of(m==1?w_:A_,G)),Q=zf(Y,kf(P_,G)),re=[],fe=n.legend=cn({},D_,i.legend),de=n.cursor=cn({},k_,{drag:{y:s==2}},i.cursor),ee=fe.show,ge=de.show,ve=fe.markers;fe.idxs=re,ve.width=xt(ve.width),ve.dash=xt(ve.dash),ve.stroke=xt(ve.stroke),ve.fill=xt(ve.fill);let Re,Me,Xe,st=[],Ge=[],ut,at=!1,nt={};if(fe.live){let x=y[1]?y[1].values:null;at=x!=null,ut=at?x(n,1,0):{_:0};for(let M in ut)nt[M]=Vh}if(ee)if(Re=Si("table",F0,c),Xe=Si("tbody",null,Re),fe.mount(n,Re),at){Me=Si("thead",null,Re,Xe);let x=Si("tr",null,Me);Si("th",null,x);for(var Wt in ut)Si("th",pf,x).textContent=Wt}else Qn(Re,B0),fe.live&&Qn(Re,O0);let Ot={show:!0},nn={show:!1};function Pt(x,M){if(M==0&&(at||!fe.live||s==2))return Ir;let P=[],I=Si("tr",k0,Xe,Xe.childNodes[M]);Qn(I,x.class),x.show||Qn(I,$s);let z=Si("th",null,I);if(ve.show){let pe=di(z0,z);if(M>0){let be=ve.width(n,M);be&&(pe.style.border=be+"px "+ve.dash(n,M)+" "+ve.stroke(n,M)),pe.style.background=ve.fill(n,M)}}let K=di(pf,z);x.label instanceof HTMLElement?K.appendChild(x.label):K.textContent=x.label,M>0&&(ve.show||(K.style.color=x.width>0?ve.stroke(n,M):ve.fill(n,M)),vt("click",z,pe=>{if(de._lock)return;Je(pe);let be=y.indexOf(x);if((pe.ctrlKey||pe.metaKey)!=fe.isolate){let Ne=y.some((Ue,Oe)=>Oe>0&&Oe!=be&&Ue.show);y.forEach((Ue,Oe)=>{Oe>0&&Oi(Oe,Ne?Oe==be?Ot:nn:Ot,!0,ln.setSeries)})}else Oi(be,{show:!x.show},!0,ln.setSeries)},!1),je&&vt(xf,z,pe=>{de._lock||(Je(pe),Oi(y.indexOf(x),Er,!0,ln.setSeries))},!1));for(var le in ut){let pe=Si("td",H0,I);pe.textContent="--",P.push(pe)}return[I,P]}let Sn=new Map;function vt(x,M,P,I=!0){let z=Sn.get(M)||{},K=de.bind[x](n,M,P,I);K&&(Zs(x,M,z[x]=K),Sn.set(M,z))}function fn(x,M,P){let I=Sn.get(M)||{};for(let z in I)(x==null||z==x)&&(Nh(z,M,I[z]),delete I[z]);x==null&&Sn.delete(M)}let $t=0,sn=0,F=0,Pe=0,Ze=0,rt=0,we=Ze,Lt=rt,Ve=F,Ye=Pe,C=0,b=0,X=0,ue=0;n.bbox={};let ae=!1,xe=!1,ye=!1,ne=!1,se=!1,me=!1;function U(x,M,P){(P||x!=n.width||M!=n.height)&&oe(x,M),lt(!1),ye=!0,xe=!0,Ln()}function oe(x,M){n.width=$t=F=x,n.height=sn=Pe=M,Ze=rt=0,Se(),We();let P=n.bbox;C=P.left=qs(Ze*Mt,.5),b=P.top=qs(rt*Mt,.5),X=P.width=qs(F*Mt,.5),ue=P.height=qs(Pe*Mt,.5)}let ie=3;function Ee(){let x=!1,M=0;for(;!x;){M++;let P=vr(M),I=Fi(M);x=M==ie||P&&I,x||(oe(n.width,n.height),xe=!0)}}function _e({width:x,height:M}){U(x,M)}n.setSize=_e;function Se(){let x=!1,M=!1,P=!1,I=!1;T.forEach((z,K)=>{if(z.show&&z._show){let{side:le,_size:pe}=z,be=le%2,Ne=z.label!=null?z.labelSize:0,Ue=pe+Ne;Ue>0&&(be?(F-=Ue,le==3?(Ze+=Ue,I=!0):P=!0):(Pe-=Ue,le==0?(rt+=Ue,x=!0):M=!0))}}),Ni[0]=x,Ni[1]=P,Ni[2]=M,Ni[3]=I,F-=xi[1]+xi[3],Ze+=xi[3],Pe-=xi[2]+xi[0],rt+=xi[0]}function We(){let x=Ze+F,M=rt+Pe,P=Ze,I=rt;function z(K,le){switch(K){case 1:return x+=le,x-le;case 2:return M+=le,M-le;case 3:return P-=le,P+le;case 0:return I-=le,I+le}}T.forEach((K,le)=>{if(K.show&&K._show){let pe=K.side;K._pos=z(pe,K._size),K.label!=null&&(K._lpos=z(pe,K.labelSize))}})}if(de.dataIdx==null){let x=de.hover,M=x.skip=new Set(x.skip??[]);M.add(void 0);let P=x.prox=xt(x.prox),I=x.bias??(x.bias=0);de.dataIdx=(z,K,le,pe)=>{if(K==0)return le;let be=le,Ne=P(z,K,le,pe)??Dt,Ue=Ne>=0&&Ne<Dt,Oe=L.ori==0?F:Pe,it=de.left,St=e[0],yt=e[K];if(M.has(yt[le])){be=null;let mt=null,Ke=null,qe;if(I==0||I==-1)for(qe=le;mt==null&&qe-- >0;)M.has(yt[qe])||(mt=qe);if(I==0||I==1)for(qe=le;Ke==null&&qe++<yt.length;)M.has(yt[qe])||(Ke=qe);if(mt!=null||Ke!=null)if(Ue){let Ht=mt==null?-1/0:V(St[mt],L,Oe,0),Jt=Ke==null?1/0:V(St[Ke],L,Oe,0),Tn=it-Ht,It=Jt-it;Tn<=It?Tn<=Ne&&(be=mt):It<=Ne&&(be=Ke)}else be=Ke==null?mt:mt==null?Ke:le-mt<=Ke-le?mt:Ke}else Ue&&gn(it-V(St[le],L,Oe,0))>Ne&&(be=null);return be}}let Je=x=>{de.event=x};de.idxs=re,de._lock=!1;let he=de.points;he.show=xt(he.show),he.size=xt(he.size),he.stroke=xt(he.stroke),he.width=xt(he.width),he.fill=xt(he.fill);let Be=n.focus=cn({},i.focus||{alpha:.3},de.focus),je=Be.prox>=0,Ce=je&&he.one,ot=[],Bt=[],Fn=[];function yo(x,M){let P=he.show(n,M);if(P instanceof HTMLElement)return Qn(P,U0),Qn(P,x.class),Hi(P,-10,-10,F,Pe),g.insertBefore(P,ot[M]),P}function gr(x,M){if(s==1||M>0){let P=s==1&&S[x.scale].time,I=x.value;x.value=P?Df(I)?zf(Y,kf(I,G)):I||Q:I||Z_,x.label=x.label||(P?H_:z_)}if(Ce||M>0){x.width=x.width==null?1:x.width,x.paths=x.paths||cx||Q0,x.fillTo=xt(x.fillTo||ex),x.pxAlign=+bt(x.pxAlign,v),x.pxRound=Zf(x.pxAlign),x.stroke=xt(x.stroke||null),x.fill=xt(x.fill||null),x._stroke=x._fill=x._paths=x._focus=null;let P=K_(Hn(1,x.width),1),I=x.points=cn({},{size:P,width:Hn(1,P*.2),stroke:x.stroke,space:P*2,paths:hx,_stroke:null,_fill:null},x.points);I.show=xt(I.show),I.filter=xt(I.filter),I.fill=xt(I.fill),I.stroke=xt(I.stroke),I.paths=xt(I.paths),I.pxAlign=x.pxAlign}if(ee){let P=Pt(x,M);st.splice(M,0,P[0]),Ge.splice(M,0,P[1]),fe.values.push(null)}if(ge){re.splice(M,0,null);let P=null;Ce?M==0&&(P=yo(x,M)):M>0&&(P=yo(x,M)),ot.splice(M,0,P),Bt.splice(M,0,0),Fn.splice(M,0,0)}En("addSeries",M)}function fh(x,M){M=M??y.length,x=s==1?zh(x,M,Vf,Yf):zh(x,M,{},qf),y.splice(M,0,x),gr(y[M],M)}n.addSeries=fh;function Da(x){if(y.splice(x,1),ee){fe.values.splice(x,1),Ge.splice(x,1);let M=st.splice(x,1)[0];fn(null,M.firstChild),M.remove()}ge&&(re.splice(x,1),ot.splice(x,1)[0].remove(),Bt.splice(x,1),Fn.splice(x,1)),En("delSeries",x)}n.delSeries=Da;let Ni=[!1,!1,!1,!1];function Zi(x,M){if(x._show=x.show,x.show){let P=x.side%2,I=S[x.scale];I==null&&(x.scale=P?y[1].scale:A,I=S[x.scale]);let z=I.time;x.size=xt(x.size),x.space=xt(x.space),x.rotate=xt(x.rotate),ws(x.incrs)&&x.incrs.forEach(le=>{!Es.has(le)&&Es.set(le,lp(le))}),x.incrs=xt(x.incrs||(I.distr==2?b_:z?m==1?M_:T_:Ys)),x.splits=xt(x.splits||(z&&I.distr==1?ce:I.distr==3?Fh:I.distr==4?W_:G_)),x.stroke=xt(x.stroke),x.grid.stroke=xt(x.grid.stroke),x.ticks.stroke=xt(x.ticks.stroke),x.border.stroke=xt(x.border.stroke);let K=x.values;x.values=ws(K)&&!ws(K[0])?xt(K):z?ws(K)?Bf(Y,Of(K,G)):Df(K)?C_(Y,K):K||J:K||V_,x.filter=xt(x.filter||(I.distr>=3&&I.log==10?Y_:I.distr==3&&I.log==2?$_:op)),x.font=Qf(x.font),x.labelFont=Qf(x.labelFont),x._size=x.size(n,null,M,0),x._space=x._rotate=x._incrs=x._found=x._splits=x._values=null,x._size>0&&(Ni[M]=!0,x._el=di(I0,d))}}function Ki(x,M,P,I){let[z,K,le,pe]=P,be=M%2,Ne=0;return be==0&&(pe||K)&&(Ne=M==0&&!z||M==2&&!le?mn(Hf.size/3):0),be==1&&(z||le)&&(Ne=M==1&&!K||M==3&&!pe?mn(Wf.size/2):0),Ne}let bo=n.padding=(i.padding||[Ki,Ki,Ki,Ki]).map(x=>xt(bt(x,Ki))),xi=n._padding=bo.map((x,M)=>x(n,M,Ni,0)),Zt,Qt=null,en=null,Ui=s==1?y[0].idxs:null,Zn=null,xs=!1;function So(x,M){if(e=x??[],n.data=n._data=e,s==2){Zt=0;for(let P=1;P<y.length;P++)Zt+=e[P][0].length}else{e.length==0&&(n.data=n._data=e=[[]]),Zn=e[0],Zt=Zn.length;let P=e;if(H==2){P=e.slice();let I=P[0]=Array(Zt);for(let z=0;z<Zt;z++)I[z]=z}n._data=e=P}if(lt(!0),En("setData"),H==2&&(ye=!0),M!==!1){let P=L;P.auto(n,xs)?Mo():bs(A,P.min,P.max),ne=ne||de.left>=0,me=!0,Ln()}}n.setData=So;function Mo(){xs=!0;let x,M;s==1&&(Zt>0?(Qt=Ui[0]=0,en=Ui[1]=Zt-1,x=e[0][Qt],M=e[0][en],H==2?(x=Qt,M=en):x==M&&(H==3?[x,M]=Xa(x,x,L.log,!1):H==4?[x,M]=Wh(x,x,L.log,!1):L.time?M=x+mn(86400/m):[x,M]=Va(x,M,Xh,!0))):(Qt=Ui[0]=x=null,en=Ui[1]=M=null)),bs(A,x,M)}let _r,vs,xr,w,k,j,q,$,Te,Ie;function Ae(x,M,P,I,z,K){x??(x=gf),P??(P=Yh),I??(I="butt"),z??(z=gf),K??(K="round"),x!=_r&&(u.strokeStyle=_r=x),z!=vs&&(u.fillStyle=vs=z),M!=xr&&(u.lineWidth=xr=M),K!=k&&(u.lineJoin=k=K),I!=j&&(u.lineCap=j=I),P!=w&&u.setLineDash(w=P)}function Le(x,M,P,I){M!=vs&&(u.fillStyle=vs=M),x!=q&&(u.font=q=x),P!=$&&(u.textAlign=$=P),I!=Te&&(u.textBaseline=Te=I)}function He(x,M,P,I,z=0){if(I.length>0&&x.auto(n,xs)&&(M==null||M.min==null)){let K=bt(Qt,0),le=bt(en,I.length-1),pe=P.min==null?Y0(I,K,le,z,x.distr==3):[P.min,P.max];x.min=wi(x.min,P.min=pe[0]),x.max=Hn(x.max,P.max=pe[1])}}let Qe={min:null,max:null};function dt(){for(let I in S){let z=S[I];W[I]==null&&(z.min==null||W[A]!=null&&z.auto(n,xs))&&(W[I]=Qe)}for(let I in S){let z=S[I];W[I]==null&&z.from!=null&&W[z.from]!=null&&(W[I]=Qe)}W[A]!=null&&lt(!0);let x={};for(let I in W){let z=W[I];if(z!=null){let K=x[I]=Lr(S[I],n_);if(z.min!=null)cn(K,z);else if(I!=A||s==2)if(Zt==0&&K.from==null){let le=K.range(n,null,null,I);K.min=le[0],K.max=le[1]}else K.min=Dt,K.max=-Dt}}if(Zt>0){y.forEach((I,z)=>{if(s==1){let K=I.scale,le=W[K];if(le==null)return;let pe=x[K];if(z==0){let be=pe.range(n,pe.min,pe.max,K);pe.min=be[0],pe.max=be[1],Qt=Mi(pe.min,e[0]),en=Mi(pe.max,e[0]),en-Qt>1&&(e[0][Qt]<pe.min&&Qt++,e[0][en]>pe.max&&en--),I.min=Zn[Qt],I.max=Zn[en]}else I.show&&I.auto&&He(pe,le,I,e[z],I.sorted);I.idxs[0]=Qt,I.idxs[1]=en}else if(z>0&&I.show&&I.auto){let[K,le]=I.facets,pe=K.scale,be=le.scale,[Ne,Ue]=e[z],Oe=x[pe],it=x[be];Oe!=null&&He(Oe,W[pe],K,Ne,K.sorted),it!=null&&He(it,W[be],le,Ue,le.sorted),I.min=le.min,I.max=le.max}});for(let I in x){let z=x[I],K=W[I];if(z.from==null&&(K==null||K.min==null)){let le=z.range(n,z.min==Dt?null:z.min,z.max==-Dt?null:z.max,I);z.min=le[0],z.max=le[1]}}}for(let I in x){let z=x[I];if(z.from!=null){let K=x[z.from];if(K.min==null)z.min=z.max=null;else{let le=z.range(n,K.min,K.max,I);z.min=le[0],z.max=le[1]}}}let M={},P=!1;for(let I in x){let z=x[I],K=S[I];if(K.min!=z.min||K.max!=z.max){K.min=z.min,K.max=z.max;let le=K.distr;K._min=le==3?es(K.min):le==4?Ah(K.min,K.asinh):le==100?K.fwd(K.min):K.min,K._max=le==3?es(K.max):le==4?Ah(K.max,K.asinh):le==100?K.fwd(K.max):K.max,M[I]=P=!0}}if(P){y.forEach((I,z)=>{s==2?z>0&&M.y&&(I._paths=null):M[I.scale]&&(I._paths=null)});for(let I in M)ye=!0,En("setScale",I);ge&&de.left>=0&&(ne=me=!0)}for(let I in W)W[I]=null}function ke(x){let M=Uh(Qt-1,0,Zt-1),P=Uh(en+1,0,Zt-1);for(;x[M]==null&&M>0;)M--;for(;x[P]==null&&P<Zt-1;)P++;return[M,P]}function ft(){if(Zt>0){let x=y.some(M=>M._focus)&&Ie!=Be.alpha;x&&(u.globalAlpha=Ie=Be.alpha),y.forEach((M,P)=>{if(P>0&&M.show&&(Yt(P,!1),Yt(P,!0),M._paths==null)){let I=Ie;Ie!=M.alpha&&(u.globalAlpha=Ie=M.alpha);let z=s==2?[0,e[P][0].length-1]:ke(e[P]);M._paths=M.paths(n,P,z[0],z[1]),Ie!=I&&(u.globalAlpha=Ie=I)}}),y.forEach((M,P)=>{if(P>0&&M.show){let I=Ie;Ie!=M.alpha&&(u.globalAlpha=Ie=M.alpha),M._paths!=null&&At(P,!1);{let z=M._paths!=null?M._paths.gaps:null,K=M.points.show(n,P,Qt,en,z),le=M.points.filter(n,P,K,z);(K||le)&&(M.points._paths=M.points.paths(n,P,Qt,en,le),At(P,!0))}Ie!=I&&(u.globalAlpha=Ie=I),En("drawSeries",P)}}),x&&(u.globalAlpha=Ie=1)}}function Yt(x,M){let P=M?y[x].points:y[x];P._stroke=P.stroke(n,x),P._fill=P.fill(n,x)}function At(x,M){let P=M?y[x].points:y[x],{stroke:I,fill:z,clip:K,flags:le,_stroke:pe=P._stroke,_fill:be=P._fill,_width:Ne=P.width}=P._paths;Ne=Nt(Ne*Mt,3);let Ue=null,Oe=Ne%2/2;M&&be==null&&(be=Ne>0?"#fff":pe);let it=P.pxAlign==1&&Oe>0;if(it&&u.translate(Oe,Oe),!M){let St=C-Ne/2,yt=b-Ne/2,mt=X+Ne,Ke=ue+Ne;Ue=new Path2D,Ue.rect(St,yt,mt,Ke)}M?Fe(pe,Ne,P.dash,P.cap,be,I,z,le,K):Rt(x,pe,Ne,P.dash,P.cap,be,I,z,le,Ue,K),it&&u.translate(-Oe,-Oe)}function Rt(x,M,P,I,z,K,le,pe,be,Ne,Ue){let Oe=!1;be!=0&&R.forEach((it,St)=>{if(it.series[0]==x){let yt=y[it.series[1]],mt=e[it.series[1]],Ke=(yt._paths||Do).band;ws(Ke)&&(Ke=it.dir==1?Ke[0]:Ke[1]);let qe,Ht=null;yt.show&&Ke&&Z0(mt,Qt,en)?(Ht=it.fill(n,St)||K,qe=yt._paths.clip):Ke=null,Fe(M,P,I,z,Ht,le,pe,be,Ne,Ue,qe,Ke),Oe=!0}}),Oe||Fe(M,P,I,z,K,le,pe,be,Ne,Ue)}let pn=Dr|Bh;function Fe(x,M,P,I,z,K,le,pe,be,Ne,Ue,Oe){Ae(x,M,P,I,z),(be||Ne||Oe)&&(u.save(),be&&u.clip(be),Ne&&u.clip(Ne)),Oe?(pe&pn)==pn?(u.clip(Oe),Ue&&u.clip(Ue),_t(z,le),rn(x,K,M)):pe&Bh?(_t(z,le),u.clip(Oe),rn(x,K,M)):pe&Dr&&(u.save(),u.clip(Oe),Ue&&u.clip(Ue),_t(z,le),u.restore(),rn(x,K,M)):(_t(z,le),rn(x,K,M)),(be||Ne||Oe)&&u.restore()}function rn(x,M,P){P>0&&(M instanceof Map?M.forEach((I,z)=>{u.strokeStyle=_r=z,u.stroke(I)}):M!=null&&x&&u.stroke(M))}function _t(x,M){M instanceof Map?M.forEach((P,I)=>{u.fillStyle=vs=I,u.fill(P)}):M!=null&&x&&u.fill(M)}function Ji(x,M,P,I){let z=T[x],K;if(I<=0)K=[0,0];else{let le=z._space=z.space(n,x,M,P,I),pe=z._incrs=z.incrs(n,x,M,P,I,le);K=gx(M,P,pe,I,le)}return z._found=K}function on(x,M,P,I,z,K,le,pe,be,Ne){let Ue=le%2/2;v==1&&u.translate(Ue,Ue),Ae(pe,le,be,Ne,pe),u.beginPath();let Oe,it,St,yt,mt=z+(I==0||I==3?-K:K);P==0?(it=z,yt=mt):(Oe=z,St=mt);for(let Ke=0;Ke<x.length;Ke++)M[Ke]!=null&&(P==0?Oe=St=x[Ke]:it=yt=x[Ke],u.moveTo(Oe,it),u.lineTo(St,yt));u.stroke(),v==1&&u.translate(-Ue,-Ue)}function vr(x){let M=!0;return T.forEach((P,I)=>{if(!P.show)return;let z=S[P.scale];if(z.min==null){P._show&&(M=!1,P._show=!1,lt(!1));return}else P._show||(M=!1,P._show=!0,lt(!1));let K=P.side,le=K%2,{min:pe,max:be}=z,[Ne,Ue]=Ji(I,pe,be,le==0?F:Pe);if(Ue==0)return;let Oe=z.distr==2,it=P._splits=P.splits(n,I,pe,be,Ne,Ue,Oe),St=z.distr==2?it.map(qe=>Zn[qe]):it,yt=z.distr==2?Zn[it[1]]-Zn[it[0]]:Ne,mt=P._values=P.values(n,P.filter(n,St,I,Ue,yt),I,Ue,yt);P._rotate=K==2?P.rotate(n,mt,I,Ue):0;let Ke=P._size;P._size=fi(P.size(n,mt,I,x)),Ke!=null&&P._size!=Ke&&(M=!1)}),M}function Fi(x){let M=!0;return bo.forEach((P,I)=>{let z=P(n,I,Ni,x);z!=xi[I]&&(M=!1),xi[I]=z}),M}function ji(){for(let x=0;x<T.length;x++){let M=T[x];if(!M.show||!M._show)continue;let P=M.side,I=P%2,z,K,le=M.stroke(n,x),pe=P==0||P==3?-1:1,[be,Ne]=M._found;if(M.label!=null){let kn=M.labelGap*pe,jn=mn((M._lpos+kn)*Mt);Le(M.labelFont[0],le,"center",P==2?"top":mf),u.save(),I==1?(z=K=0,u.translate(jn,mn(b+ue/2)),u.rotate((P==3?-za:za)/2)):(z=mn(C+X/2),K=jn);let Xs=sp(M.label)?M.label(n,x,be,Ne):M.label;u.fillText(Xs,z,K),u.restore()}if(Ne==0)continue;let Ue=S[M.scale],Oe=I==0?X:ue,it=I==0?C:b,St=M._splits,yt=Ue.distr==2?St.map(kn=>Zn[kn]):St,mt=Ue.distr==2?Zn[St[1]]-Zn[St[0]]:be,Ke=M.ticks,qe=M.border,Ht=Ke.show?Ke.size:0,Jt=mn(Ht*Mt),Tn=mn((M.alignTo==2?M._size-Ht-M.gap:M.gap)*Mt),It=M._rotate*-za/180,jt=p(M._pos*Mt),Kn=(Jt+Tn)*pe,Bn=jt+Kn;K=I==0?Bn:0,z=I==1?Bn:0;let hi=M.font[0],vi=M.align==1?Ar:M.align==2?wh:It>0?Ar:It<0?wh:I==0?"center":P==3?wh:Ar,ki=It||I==1?"middle":P==2?"top":mf;Le(hi,le,vi,ki);let Jn=M.font[1]*M.lineGap,ui=St.map(kn=>p(a(kn,Ue,Oe,it))),yi=M._values;for(let kn=0;kn<yi.length;kn++){let jn=yi[kn];if(jn!=null){I==0?z=ui[kn]:K=ui[kn],jn=""+jn;let Xs=jn.indexOf(`
+`)==-1?[jn]:jn.split(/\n/gm);for(let zn=0;zn<Xs.length;zn++){let uf=Xs[zn];It?(u.save(),u.translate(z,K+zn*Jn),u.rotate(It),u.fillText(uf,0,0),u.restore()):u.fillText(uf,z,K+zn*Jn)}}}Ke.show&&on(ui,Ke.filter(n,yt,x,Ne,mt),I,P,jt,Jt,Nt(Ke.width*Mt,3),Ke.stroke(n,x),Ke.dash,Ke.cap);let zi=M.grid;zi.show&&on(ui,zi.filter(n,yt,x,Ne,mt),I,I==0?2:1,I==0?b:C,I==0?ue:X,Nt(zi.width*Mt,3),zi.stroke(n,x),zi.dash,zi.cap),qe.show&&on([jt],[1],I==0?1:0,I==0?1:2,I==1?b:C,I==1?ue:X,Nt(qe.width*Mt,3),qe.stroke(n,x),qe.dash,qe.cap)}En("drawAxes")}function lt(x){y.forEach((M,P)=>{P>0&&(M._paths=null,x&&(s==1?(M.min=null,M.max=null):M.facets.forEach(I=>{I.min=null,I.max=null})))})}let Kt=!1,On=!1,Ct=[];function an(){On=!1;for(let x=0;x<Ct.length;x++)En(...Ct[x]);Ct.length=0}function Ln(){Kt||(c_(qd),Kt=!0)}function Na(x,M=!1){Kt=!0,On=M,x(n),qd(),M&&Ct.length>0&&queueMicrotask(an)}n.batch=Na;function qd(){if(ae&&(dt(),ae=!1),ye&&(Ee(),ye=!1),xe){if(Vt(f,Ar,Ze),Vt(f,"top",rt),Vt(f,Co,F),Vt(f,Po,Pe),Vt(g,Ar,Ze),Vt(g,"top",rt),Vt(g,Co,F),Vt(g,Po,Pe),Vt(d,Co,$t),Vt(d,Po,sn),h.width=mn($t*Mt),h.height=mn(sn*Mt),T.forEach(({_el:x,_show:M,_size:P,_pos:I,side:z})=>{if(x!=null)if(M){let K=z===3||z===0?P:0,le=z%2==1;Vt(x,le?"left":"top",I-K),Vt(x,le?"width":"height",P),Vt(x,le?"top":"left",le?rt:Ze),Vt(x,le?"height":"width",le?Pe:F),Dh(x,$s)}else Qn(x,$s)}),_r=vs=xr=k=j=q=$=Te=w=null,Ie=1,To(!0),Ze!=we||rt!=Lt||F!=Ve||Pe!=Ye){lt(!1);let x=F/Ve,M=Pe/Ye;if(ge&&!ne&&de.left>=0){de.left*=x,de.top*=M,yr&&Hi(yr,mn(de.left),0,F,Pe),br&&Hi(br,0,mn(de.top),F,Pe);for(let P=0;P<ot.length;P++){let I=ot[P];I!=null&&(Bt[P]*=x,Fn[P]*=M,Hi(I,fi(Bt[P]),fi(Fn[P]),F,Pe))}}if(zt.show&&!se&&zt.left>=0&&zt.width>0){zt.left*=x,zt.width*=x,zt.top*=M,zt.height*=M;for(let P in vh)Vt(wr,P,zt[P])}we=Ze,Lt=rt,Ve=F,Ye=Pe}En("setSize"),xe=!1}$t>0&&sn>0&&(u.clearRect(0,0,h.width,h.height),En("drawClear"),E.forEach(x=>x()),En("draw")),zt.show&&se&&(Ua(zt),se=!1),ge&&ne&&(Ws(null,!0,!1),ne=!1),fe.show&&fe.live&&me&&(_h(),me=!1),l||(l=!0,n.status=1,En("ready")),xs=!1,Kt=!1}n.redraw=(x,M)=>{ye=M||!1,x!==!1?bs(A,L.min,L.max):Ln()};function ph(x,M){let P=S[x];if(P.from==null){if(Zt==0){let I=P.range(n,M.min,M.max,x);M.min=I[0],M.max=I[1]}if(M.min>M.max){let I=M.min;M.min=M.max,M.max=I}if(Zt>1&&M.min!=null&&M.max!=null&&M.max-M.min<1e-16)return;x==A&&P.distr==2&&Zt>0&&(M.min=Mi(M.min,e[0]),M.max=Mi(M.max,e[0]),M.min==M.max&&M.max++),W[x]=M,ae=!0,Ln()}}n.setScale=ph;let mh,gh,yr,br,Yd,$d,Sr,Mr,Zd,Kd,kt,Xt,ys=!1,Pn=de.drag,Mn=Pn.x,wn=Pn.y;ge&&(de.x&&(mh=di(D0,g)),de.y&&(gh=di(N0,g)),L.ori==0?(yr=mh,br=gh):(yr=gh,br=mh),kt=de.left,Xt=de.top);let zt=n.select=cn({show:!0,over:!0,left:0,width:0,top:0,height:0},i.select),wr=zt.show?di(L0,zt.over?g:f):null;function Ua(x,M){if(zt.show){for(let P in x)zt[P]=x[P],P in vh&&Vt(wr,P,x[P]);M!==!1&&En("setSelect")}}n.setSelect=Ua;function l0(x){if(y[x].show)ee&&Dh(st[x],$s);else if(ee&&Qn(st[x],$s),ge){let P=Ce?ot[0]:ot[x];P!=null&&Hi(P,-10,-10,F,Pe)}}function bs(x,M,P){ph(x,{min:M,max:P})}function Oi(x,M,P,I){M.focus!=null&&f0(x),M.show!=null&&y.forEach((z,K)=>{K>0&&(x==K||x==null)&&(z.show=M.show,l0(K),s==2?(bs(z.facets[0].scale,null,null),bs(z.facets[1].scale,null,null)):bs(z.scale,null,null),Ln())}),P!==!1&&En("setSeries",x,M),I&&Ao("setSeries",n,x,M)}n.setSeries=Oi;function c0(x,M){cn(R[x],M)}function h0(x,M){x.fill=xt(x.fill||null),x.dir=bt(x.dir,-1),M=M??R.length,R.splice(M,0,x)}function u0(x){x==null?R.length=0:R.splice(x,1)}n.addBand=h0,n.setBand=c0,n.delBand=u0;function d0(x,M){y[x].alpha=M,ge&&ot[x]!=null&&(ot[x].style.opacity=M),ee&&st[x]&&(st[x].style.opacity=M)}let Qi,Ss,Gs,Er={focus:!0};function f0(x){if(x!=Gs){let M=x==null,P=Be.alpha!=1;y.forEach((I,z)=>{if(s==1||z>0){let K=M||z==0||z==x;I._focus=M?null:K,P&&d0(z,K?1:Be.alpha)}}),Gs=x,P&&Ln()}}ee&&je&&vt(vf,Re,x=>{de._lock||(Je(x),Gs!=null&&Oi(null,Er,!0,ln.setSeries))});function Bi(x,M,P){let I=S[M];P&&(x=x/Mt-(I.ori==1?rt:Ze));let z=F;I.ori==1&&(z=Pe,x=z-x),I.dir==-1&&(x=z-x);let K=I._min,le=I._max,pe=x/z,be=K+(le-K)*pe,Ne=I.distr;return Ne==3?Pr(10,be):Ne==4?J0(be,I.asinh):Ne==100?I.bwd(be):be}function p0(x,M){let P=Bi(x,A,M);return Mi(P,e[0],Qt,en)}n.valToIdx=x=>Mi(x,e[0]),n.posToIdx=p0,n.posToVal=Bi,n.valToPos=(x,M,P)=>S[M].ori==0?r(x,S[M],P?X:F,P?C:0):o(x,S[M],P?ue:Pe,P?b:0),n.setCursor=(x,M,P)=>{kt=x.left,Xt=x.top,Ws(null,M,P)};function Jd(x,M){Vt(wr,Ar,zt.left=x),Vt(wr,Co,zt.width=M)}function jd(x,M){Vt(wr,"top",zt.top=x),Vt(wr,Po,zt.height=M)}let wo=L.ori==0?Jd:jd,Eo=L.ori==1?Jd:jd;function m0(){if(ee&&fe.live)for(let x=s==2?1:0;x<y.length;x++){if(x==0&&at)continue;let M=fe.values[x],P=0;for(let I in M)Ge[x][P++].firstChild.nodeValue=M[I]}}function _h(x,M){if(x!=null&&(x.idxs?x.idxs.forEach((P,I)=>{re[I]=P}):t_(x.idx)||re.fill(x.idx),fe.idx=re[0]),ee&&fe.live){for(let P=0;P<y.length;P++)(P>0||s==1&&!at)&&g0(P,re[P]);m0()}me=!1,M!==!1&&En("setLegend")}n.setLegend=_h;function g0(x,M){let P=y[x],I=x==0&&H==2?Zn:e[x],z;at?z=P.values(n,x,M)??nt:(z=P.value(n,M==null?null:I[M],x,M),z=z==null?nt:{_:z}),fe.values[x]=z}function Ws(x,M,P){Zd=kt,Kd=Xt,[kt,Xt]=de.move(n,kt,Xt),de.left=kt,de.top=Xt,ge&&(yr&&Hi(yr,mn(kt),0,F,Pe),br&&Hi(br,0,mn(Xt),F,Pe));let I,z=Qt>en;Qi=Dt,Ss=null;let K=L.ori==0?F:Pe,le=L.ori==1?F:Pe;if(kt<0||Zt==0||z){I=de.idx=null;for(let pe=0;pe<y.length;pe++){let be=ot[pe];be!=null&&Hi(be,-10,-10,F,Pe)}je&&Oi(null,Er,!0,x==null&&ln.setSeries),fe.live&&(re.fill(I),me=!0)}else{let pe,be,Ne;s==1&&(pe=L.ori==0?kt:Xt,be=Bi(pe,A),I=de.idx=Mi(be,e[0],Qt,en),Ne=V(e[0][I],L,K,0));let Ue=-10,Oe=-10,it=0,St=0,yt=!0,mt="",Ke="";for(let qe=s==2?1:0;qe<y.length;qe++){let Ht=y[qe],Jt=re[qe],Tn=Jt==null?null:s==1?e[qe][Jt]:e[qe][1][Jt],It=de.dataIdx(n,qe,I,be),jt=It==null?null:s==1?e[qe][It]:e[qe][1][It];if(me=me||jt!=Tn||It!=Jt,re[qe]=It,qe>0&&Ht.show){let Kn=It==null?-10:It==I?Ne:V(s==1?e[0][It]:e[qe][0][It],L,K,0),Bn=jt==null?-10:D(jt,s==1?S[Ht.scale]:S[Ht.facets[1].scale],le,0);if(je&&jt!=null){let hi=L.ori==1?kt:Xt,vi=gn(Be.dist(n,qe,It,Bn,hi));if(vi<Qi){let ki=Be.bias;if(ki!=0){let Jn=Bi(hi,Ht.scale),ui=jt>=0?1:-1,yi=Jn>=0?1:-1;yi==ui&&(yi==1?ki==1?jt>=Jn:jt<=Jn:ki==1?jt<=Jn:jt>=Jn)&&(Qi=vi,Ss=qe)}else Qi=vi,Ss=qe}}if(me||Ce){let hi,vi;L.ori==0?(hi=Kn,vi=Bn):(hi=Bn,vi=Kn);let ki,Jn,ui,yi,zi,kn,jn=!0,Xs=he.bbox;if(Xs!=null){jn=!1;let zn=Xs(n,qe);ui=zn.left,yi=zn.top,ki=zn.width,Jn=zn.height}else ui=hi,yi=vi,ki=Jn=he.size(n,qe);if(kn=he.fill(n,qe),zi=he.stroke(n,qe),Ce)qe==Ss&&Qi<=Be.prox&&(Ue=ui,Oe=yi,it=ki,St=Jn,yt=jn,mt=kn,Ke=zi);else{let zn=ot[qe];zn!=null&&(Bt[qe]=ui,Fn[qe]=yi,Tf(zn,ki,Jn,jn),wf(zn,kn,zi),Hi(zn,fi(ui),fi(yi),F,Pe))}}}}if(Ce){let qe=Be.prox,Ht=Gs==null?Qi<=qe:Qi>qe||Ss!=Gs;if(me||Ht){let Jt=ot[0];Jt!=null&&(Bt[0]=Ue,Fn[0]=Oe,Tf(Jt,it,St,yt),wf(Jt,mt,Ke),Hi(Jt,fi(Ue),fi(Oe),F,Pe))}}}if(zt.show&&ys)if(x!=null){let[pe,be]=ln.scales,[Ne,Ue]=ln.match,[Oe,it]=x.cursor.sync.scales,St=x.cursor.drag;if(Mn=St._x,wn=St._y,Mn||wn){let{left:yt,top:mt,width:Ke,height:qe}=x.select,Ht=x.scales[Oe].ori,Jt=x.posToVal,Tn,It,jt,Kn,Bn,hi=pe!=null&&Ne(pe,Oe),vi=be!=null&&Ue(be,it);hi&&Mn?(Ht==0?(Tn=yt,It=Ke):(Tn=mt,It=qe),jt=S[pe],Kn=V(Jt(Tn,Oe),jt,K,0),Bn=V(Jt(Tn+It,Oe),jt,K,0),wo(wi(Kn,Bn),gn(Bn-Kn))):wo(0,K),vi&&wn?(Ht==1?(Tn=yt,It=Ke):(Tn=mt,It=qe),jt=S[be],Kn=D(Jt(Tn,it),jt,le,0),Bn=D(Jt(Tn+It,it),jt,le,0),Eo(wi(Kn,Bn),gn(Bn-Kn))):Eo(0,le)}else yh()}else{let pe=gn(Zd-Yd),be=gn(Kd-$d);if(L.ori==1){let it=pe;pe=be,be=it}Mn=Pn.x&&pe>=Pn.dist,wn=Pn.y&&be>=Pn.dist;let Ne=Pn.uni;Ne!=null?Mn&&wn&&(Mn=pe>=Ne,wn=be>=Ne,!Mn&&!wn&&(be>pe?wn=!0:Mn=!0)):Pn.x&&Pn.y&&(Mn||wn)&&(Mn=wn=!0);let Ue,Oe;Mn&&(L.ori==0?(Ue=Sr,Oe=kt):(Ue=Mr,Oe=Xt),wo(wi(Ue,Oe),gn(Oe-Ue)),wn||Eo(0,le)),wn&&(L.ori==1?(Ue=Sr,Oe=kt):(Ue=Mr,Oe=Xt),Eo(wi(Ue,Oe),gn(Oe-Ue)),Mn||wo(0,K)),!Mn&&!wn&&(wo(0,0),Eo(0,0))}if(Pn._x=Mn,Pn._y=wn,x==null){if(P){if(hf!=null){let[pe,be]=ln.scales;ln.values[0]=pe!=null?Bi(L.ori==0?kt:Xt,pe):null,ln.values[1]=be!=null?Bi(L.ori==1?kt:Xt,be):null}Ao(Eh,n,kt,Xt,F,Pe,I)}if(je){let pe=P&&ln.setSeries,be=Be.prox;Gs==null?Qi<=be&&Oi(Ss,Er,!0,pe):Qi>be?Oi(null,Er,!0,pe):Ss!=Gs&&Oi(Ss,Er,!0,pe)}}me&&(fe.idx=I,_h()),M!==!1&&En("setCursor")}let Ms=null;Object.defineProperty(n,"rect",{get(){return Ms==null&&To(!1),Ms}});function To(x=!1){x?Ms=null:(Ms=g.getBoundingClientRect(),En("syncRect",Ms))}function Qd(x,M,P,I,z,K,le){de._lock||ys&&x!=null&&x.movementX==0&&x.movementY==0||(xh(x,M,P,I,z,K,le,!1,x!=null),x!=null?Ws(null,!0,!0):Ws(M,!0,!1))}function xh(x,M,P,I,z,K,le,pe,be){if(Ms==null&&To(!1),Je(x),x!=null)P=x.clientX-Ms.left,I=x.clientY-Ms.top;else{if(P<0||I<0){kt=-10,Xt=-10;return}let[Ne,Ue]=ln.scales,Oe=M.cursor.sync,[it,St]=Oe.values,[yt,mt]=Oe.scales,[Ke,qe]=ln.match,Ht=M.axes[0].side%2==1,Jt=L.ori==0?F:Pe,Tn=L.ori==1?F:Pe,It=Ht?K:z,jt=Ht?z:K,Kn=Ht?I:P,Bn=Ht?P:I;if(yt!=null?P=Ke(Ne,yt)?a(it,S[Ne],Jt,0):-10:P=Jt*(Kn/It),mt!=null?I=qe(Ue,mt)?a(St,S[Ue],Tn,0):-10:I=Tn*(Bn/jt),L.ori==1){let hi=P;P=I,I=hi}}be&&(M==null||M.cursor.event.type==Eh)&&((P<=1||P>=F-1)&&(P=qs(P,F)),(I<=1||I>=Pe-1)&&(I=qs(I,Pe))),pe?(Yd=P,$d=I,[Sr,Mr]=de.move(n,P,I)):(kt=P,Xt=I)}let vh={width:0,height:0,left:0,top:0};function yh(){Ua(vh,!1)}let ef,tf,nf,sf;function rf(x,M,P,I,z,K,le){ys=!0,Mn=wn=Pn._x=Pn._y=!1,xh(x,M,P,I,z,K,le,!0,!1),x!=null&&(vt(Th,Ih,of,!1),Ao(_f,n,Sr,Mr,F,Pe,null));let{left:pe,top:be,width:Ne,height:Ue}=zt;ef=pe,tf=be,nf=Ne,sf=Ue}function of(x,M,P,I,z,K,le){ys=Pn._x=Pn._y=!1,xh(x,M,P,I,z,K,le,!1,!0);let{left:pe,top:be,width:Ne,height:Ue}=zt,Oe=Ne>0||Ue>0,it=ef!=pe||tf!=be||nf!=Ne||sf!=Ue;if(Oe&&it&&Ua(zt),Pn.setScale&&Oe&&it){let St=pe,yt=Ne,mt=be,Ke=Ue;if(L.ori==1&&(St=be,yt=Ue,mt=pe,Ke=Ne),Mn&&bs(A,Bi(St,A),Bi(St+yt,A)),wn)for(let qe in S){let Ht=S[qe];qe!=A&&Ht.from==null&&Ht.min!=Dt&&bs(qe,Bi(mt+Ke,qe),Bi(mt,qe))}yh()}else de.lock&&(de._lock=!de._lock,Ws(M,!0,x!=null));x!=null&&(fn(Th,Ih),Ao(Th,n,kt,Xt,F,Pe,null))}function _0(x,M,P,I,z,K,le){if(de._lock)return;Je(x);let pe=ys;if(ys){let be=!0,Ne=!0,Ue=10,Oe,it;L.ori==0?(Oe=Mn,it=wn):(Oe=wn,it=Mn),Oe&&it&&(be=kt<=Ue||kt>=F-Ue,Ne=Xt<=Ue||Xt>=Pe-Ue),Oe&&be&&(kt=kt<Sr?0:F),it&&Ne&&(Xt=Xt<Mr?0:Pe),Ws(null,!0,!0),ys=!1}kt=-10,Xt=-10,re.fill(null),Ws(null,!0,!0),pe&&(ys=pe)}function af(x,M,P,I,z,K,le){de._lock||(Je(x),Mo(),yh(),x!=null&&Ao(yf,n,kt,Xt,F,Pe,null))}function lf(){T.forEach(_x),U(n.width,n.height,!0)}Zs(Ha,Cr,lf);let Tr={};Tr.mousedown=rf,Tr.mousemove=Qd,Tr.mouseup=of,Tr.dblclick=af,Tr.setSeries=(x,M,P,I)=>{let z=ln.match[2];P=z(n,M,P),P!=-1&&Oi(P,I,!0,!1)},ge&&(vt(_f,g,rf),vt(Eh,g,Qd),vt(xf,g,x=>{Je(x),To(!1)}),vt(vf,g,_0),vt(yf,g,af),kh.add(n),n.syncRect=To);let Fa=n.hooks=i.hooks||{};function En(x,M,P){On?Ct.push([x,M,P]):x in Fa&&Fa[x].forEach(I=>{I.call(null,n,M,P)})}(i.plugins||[]).forEach(x=>{for(let M in x.hooks)Fa[M]=(Fa[M]||[]).concat(x.hooks[M])});let cf=(x,M,P)=>P,ln=cn({key:null,setSeries:!1,filters:{pub:If,sub:If},scales:[A,y[1]?y[1].scale:null],match:[Lf,Lf,cf],values:[null,null]},de.sync);ln.match.length==2&&ln.match.push(cf),de.sync=ln;let hf=ln.key,bh=Rp(hf);function Ao(x,M,P,I,z,K,le){ln.filters.pub(x,M,P,I,z,K,le)&&bh.pub(x,M,P,I,z,K,le)}bh.sub(n);function x0(x,M,P,I,z,K,le){ln.filters.sub(x,M,P,I,z,K,le)&&Tr[x](null,M,P,I,z,K,le)}n.pub=x0;function v0(){bh.unsub(n),kh.delete(n),Sn.clear(),Nh(Ha,Cr,lf),c.remove(),Re?.remove(),En("destroy")}n.destroy=v0;function Sh(){En("init",i,e),So(e||i.data,!1),W[A]?ph(A,W[A]):Mo(),se=zt.show&&(zt.width>0||zt.height>0),ne=me=!0,U(i.width,i.height)}return y.forEach(gr),T.forEach(Zi),t?t instanceof HTMLElement?(t.appendChild(c),Sh()):t(n,Sh):Sh(),n}_n.assign=cn;_n.fmtNum=qh;_n.rangeNum=Va;_n.rangeLog=Xa;_n.rangeAsinh=Wh;_n.orient=Js;_n.pxRatio=Mt;_n.join=l_;_n.fmtDate=$h,_n.tzDate=v_;_n.sync=Rp;{_n.addGap=tx,_n.clipGaps=$a;let i=_n.paths={points:Np};i.linear=Fp,i.stepped=sx,i.bars=rx,i.spline=ax}function zp(i,e,t){let n=t*Math.PI/180,s=(i+16)/116,r=c=>{let h=.20689655172413793;return c>h?c*c*c:3*h*h*(c-4/29)},o=.95047*r(s+e*Math.cos(n)/500),a=r(s),l=1.08883*r(s-e*Math.sin(n)/200);return[3.2404542*o-1.5371385*a-.4985314*l,-.969266*o+1.8760108*a+.041556*l,.0556434*o-.2040259*a+1.0572252*l]}function xx(i,e){let t=0,n=150;for(let s=0;s<40;++s){let r=.5*(t+n);zp(i,r,e).every(o=>o>=0&&o<=1)?t=r:n=r}return t}function vx(i){let e=Math.min(Math.max(i,0),1);return Math.round(255*(e<=.0031308?12.92*e:1.055*e**(1/2.4)-.055))}function Or(i){let t=i==="diverging",n=l=>t?95-110*Math.abs(l-.5):14+80*l,s=l=>t?l<.5?270:55:288+168*l,r=Array.from({length:256},(l,c)=>{let h=c/255,u=Math.min(.94*xx(n(h),s(h)),76);return t?Math.min(u,160*Math.abs(h-.5)):u}),o=t?4:20,a=new Uint8Array(4*256);for(let l=0;l<256;++l){let c=0;for(let u=l-o;u<=l+o;++u)c+=r[Math.min(Math.max(u,0),255)]/(2*o+1);let h=l/255;a.set([...zp(n(h),c,s(h)).map(vx),255],4*l)}return a}function Hp(i,e){let t=e.highest-e.lowest,n=Math.min(Math.max(t>0?(i-e.lowest)/t:.5,0),1);return e.steps<2?n:Math.min(Math.floor(n*e.steps),e.steps-1)/(e.steps-1)}function ja(i,e){let t=4*Math.round(Math.min(Math.max(i,0),1)*255);return[e[t],e[t+1],e[t+2]]}function yx(i,e){let t=i/Math.max(e,1),n=10**Math.floor(Math.log10(t));return[1,2,2.5,5,10].map(s=>s*n).find(s=>s>=t*.999)??t}function Qa(i,e,t){let n=e-i;if(!(n>0))return[];let s=yx(n,t),r=[];for(let o=Math.ceil(i/s-1e-9);o*s<=e+1e-9*n;++o)r.push(o*s);return r}var tu=["January","February","March","April","May","June","July","August","September","October","November","December"],el=[31,28,31,30,31,30,31,31,30,31,30,31];function tl(i,e=!1){let t=i-1,n=0;for(;n<11&&t>=el[n];)t-=el[n++];return`${t+1} ${e?tu[n].slice(0,3):tu[n]}`}var Vp=el.map((i,e)=>1+el.slice(0,e).reduce((t,n)=>t+n,0)),Gp=tu;function Uo(i){let e=Math.round(i),t=Math.floor(e/60);return`${t}:${String(e-60*t).padStart(2,"0")}`}function nu(i){let e=(i-1)%24;return`${tl(Math.floor((i-1)/24)+1)}, ${e}:00 to ${e+1}:00`}function xn(i,e=4){if(!Number.isFinite(i))return"\u2013";let t=Math.abs(i),n=t===0?0:Math.max(0,e-1-Math.floor(Math.log10(t))),s=Math.abs(i).toFixed(Math.min(n,8)),[r,o]=s.split("."),a=r.replace(/\B(?=(\d{3})+$)/g,",");return(i<0?"\u2212":"")+a+(o?`.${o}`:"")}function Ei(i){return i.replace("m2","m\xB2").replace("hour of year","")}function iu(i){return["north","north-east","east","south-east","south","south-west","west","north-west"][Math.round((i%360+360)%360/45)%8]}function nl(i){let e=/^[=+\-@\t\r]/.test(i)&&!/^-?[\d.]/.test(i)?`'${i}`:i;return/[",\n\r]/.test(e)?`"${e.replace(/"/g,'""')}"`:e}function il(i){return getComputedStyle(document.documentElement).getPropertyValue(i).trim()}function Wp(i,e){let t=Math.floor(e.length/24),n=Or("sequential"),s=e.reduce((f,g)=>Math.max(f,g),1),r=new ImageData(t,24);for(let f=0;f<t;++f)for(let g=0;g<24;++g){let v=ja(e[24*f+g]/s,n);r.data.set([...v,255],4*((23-g)*t+f))}let o=document.createElement("canvas");o.width=t,o.height=24,o.getContext("2d")?.putImageData(r,0,0);let a=window.devicePixelRatio||1,l=i.clientWidth||280,c=i.clientHeight||110;i.width=Math.round(l*a),i.height=Math.round(c*a);let h=i.getContext("2d");if(!h)return;h.scale(a,a);let u=22,d=15;h.imageSmoothingEnabled=!1,h.drawImage(o,u,0,l-u,c-d),h.fillStyle=il("--soft"),h.font="10px system-ui, sans-serif",h.textBaseline="middle",h.textAlign="right";for(let f of[6,12,18])h.fillText(String(f),u-4,(c-d)*(1-f/24));h.textAlign="center";for(let f=0;f<12;++f){let g=u+(l-u)*(Vp[f]+14)/365;h.fillText("JFMAMJJASOND"[f],g,c-6)}}function Xp(i){let e=Math.max(1,Math.floor(i.length/24)),t=new Array(24).fill(0);for(let n=0;n<24*e;++n)t[n%24]+=i[n];return t.map(n=>n/e)}function su(i,e,t){let n=il("--soft"),s=il("--line"),r=il("--accent"),o={stroke:n,grid:{stroke:s,width:1},ticks:{show:!1},font:"10px system-ui"},a=e.map((u,d)=>d),l=Math.max(...e,1e-9),c=new _n({width:t.width,height:118,padding:[8,4,0,0],legend:{show:!1},cursor:{y:!1,drag:{x:!1,y:!1}},scales:{x:{time:!1,range:[-.6,e.length-.4]},y:{range:[0,l*1.06]}},axes:[{...o,size:22,gap:2,grid:{show:!1},splits:t.names?()=>a:()=>[0,6,12,18],values:(u,d)=>d.map(f=>t.names?.[f]??`${f}`)},{...o,size:38,gap:4,splits:()=>Qa(0,l,3),values:(u,d)=>d.map(f=>xn(f,3))}],series:[{},{label:t.label,stroke:r,fill:t.bars?r:`${r}33`,width:t.bars?0:1.6,points:{show:!1},paths:t.bars?_n.paths.bars?.({size:[.7,40]}):_n.paths.spline?.()}]},[a,e],i);c.root.setAttribute("role","img");let h=e.indexOf(Math.max(...e));return c.root.setAttribute("aria-label",`${t.label}: highest ${xn(e[h],3)} ${t.unit} at ${t.names?.[h]??`${h} h`}`),c}function ru(i,e,t,n,s,r){let o=new Float64Array(s),a=n>t?s/(n-t):0;for(let l=0;l<i.count;++l){if(e.levels[l]===e.missing||r&&r[l]===0)continue;let c=Math.floor((e.at(l)-t)*a);o[Math.min(Math.max(c,0),s-1)]+=i.area[l]}return{lowest:t,highest:n,areas:o}}function ou(){return{cells:0,area:0,lowest:1/0,highest:-1/0,mean:NaN,whole:0}}function Sx(i,e,t){i.cells+=1,i.area+=t,i.lowest=Math.min(i.lowest,e),i.highest=Math.max(i.highest,e),i.whole+=e*t}function Fo(i,e,t,n,s=null){let r=Array.from({length:n},ou);for(let o=0;o<i.count;++o)e.levels[o]!==e.missing&&(!s||s[o]===1)&&Sx(r[t?t[o]:0],e.at(o),i.area[o]);for(let o of r)o.mean=o.area>0?o.whole/o.area:NaN;return r}function au(i,e){let[t]=Fo(i,e,null,1);return t.cells===0?[0,1]:[t.lowest,t.highest]}function qp(i,e,t,n,s){let r=0,o=0;for(let a=0;a<i.count;++a){if(e.levels[a]===e.missing||s&&s[a]===0)continue;let l=e.at(a);l>=t&&l<=n&&(r+=i.area[a],++o)}return{area:r,cells:o}}var ns=class{constructor(e){te(this,"bytes",e);te(this,"at",0)}get done(){return this.at>=this.bytes.length}number(){let e=0,t=1;for(;;){let n=this.bytes[this.at++];if(n===void 0)throw new Error("the page's data end too early");if(e+=(n&127)*t,n<128)return e;t*=128}}difference(){let e=this.number();return e%2===0?e/2:-(e+1)/2}};var ko=4294967295,cu=["up","north","east","south","west","down"],Oo=class{constructor(e,t,n,s,r,o,a){te(this,"name",e);te(this,"title",t);te(this,"unit",n);te(this,"step",s);te(this,"offset",r);te(this,"decimals",o);te(this,"levels",a);te(this,"missing");this.missing=65535}at(e){let t=this.levels[e];return t===this.missing?NaN:(this.offset+t)*this.step}text(e){return Number.isFinite(e)?e.toFixed(Math.max(0,this.decimals)):"no value"}},Bo=class{constructor(e){te(this,"record");te(this,"cells");te(this,"scene");te(this,"series");te(this,"centre");te(this,"bytes");te(this,"columns",new Map);let t=new DataView(e).getUint32(0,!0);if(this.record=JSON.parse(new TextDecoder().decode(new Uint8Array(e,4,t))),this.record.format!==1)throw new Error("the page's data are of another version than its script");this.bytes=new Uint8Array(e,4+t);let{origin:n,step:s}=this.record;this.centre=[n[0],n[1],n[2]],this.cells=Mx(this.array("blocks"),this.record.cells,s,this.record.north),Ex(this.array("faces"),this.cells),this.scene=Tx(this),this.series=this.record.series.map((r,o)=>({label:r.label,sensor:r.sensor,hours:Rx(this.array(`series${o}`))}))}array(e){let t=this.record.arrays[e];return t?this.bytes.subarray(t[0],t[0]+t[1]):new Uint8Array}floats(e){let t=this.array(e);return new Float32Array(t.buffer.slice(t.byteOffset,t.byteOffset+t.length))}name(e){return e===0?"":this.record.names[e-1]}get hasObjects(){return this.array("faces").length>0}column(e,t){let n=`${e}${t}`,s=this.columns.get(n);if(!s){let r=(e==="column"?this.record.columns:this.record.steps)[t],o=Ax(this.array(n),r.bytes,this.cells);s=new Oo(r.name,r.title,r.unit,r.step,r.offset,r.decimals,o),this.columns.set(n,s)}return s}columnNamed(e){let t=this.record.columns.findIndex(n=>n.name===e);return t<0?null:this.column("column",t)}};function lu(i,e,t,n){let s=Math.hypot(i,e,t);if(s===0||t>=.5*s)return 0;if(t<=-.5*s)return 5;let r=Math.atan2(i,e)*180/Math.PI-n;return 1+Math.round((r%360+360)%360/90)%4}function Mx(i,e,t,n){let s=new ns(i),r=[],o=new Float32Array(e),a=new Uint8Array(e),l=new Uint32Array(e),c=[],h=[],u=[],d=[],f=[0,0,0],g=0,v=!1,p=0,m=()=>(f[0]+=s.difference(),f[1]+=s.difference(),f[2]+=s.difference(),[f[0]*t,f[1]*t,f[2]*t]);for(;p<e;){let R=s.number(),A=R&3,_={kind:A,first:p,count:(R-(R&3))/4,texel:g,columns:1,rows:1,present:null,corners:null};if(r.push(_),A===1){_.columns=s.number(),_.rows=s.number();let E=m(),B=m(),N=m();_.corners=new Float32Array([...E,...B,...N]);let L=[B[0]-E[0],B[1]-E[1],B[2]-E[2]],H=[N[0]-E[0],N[1]-E[1],N[2]-E[2]],V=_.columns*_.rows;if(V>_.count){v=!0,_.present=new Uint8Array(V);for(let Y=0,G=1;Y<V;G^=1){let ce=s.number();_.present.fill(G,Y,Y+ce),Y+=ce}}let D=sl(L,H);o.fill(Math.hypot(...D)/V,p,p+_.count),a.fill(lu(D[0],D[1],D[2],n),p,p+_.count);let W=c.length/3;c.push(...E,...B,B[0]+H[0],B[1]+H[1],B[2]+H[2],...N),h.push(0,0,_.columns,0,_.columns,_.rows,0,_.rows);for(let Y=0;Y<4;++Y)u.push(g,_.columns,_.rows);d.push(W,W+1,W+2,W,W+2,W+3),g+=V}else{for(let E=p;E<p+_.count;++E){let B=c.length/3;if(l[E]=B,A===2){let H=m(),V=[s.difference(),s.difference(),s.difference()];c.push(...H,...V),a[E]=lu(V[0],V[1],V[2],n);continue}let N=s.number();for(let H=0;H<N;++H){let V=m();c.push(V[0],V[1],V[2]),h.push(.5,.5),u.push(g+E-p,1,1)}for(let H=2;H<N;++H)d.push(B,B+H-1,B+H);let L=$p(c,B,N);o[E]=.5*Math.hypot(L[0],L[1],L[2]),a[E]=lu(L[0],L[1],L[2],n)}g+=_.count}p+=_.count}let y=null;if(v){y=new Uint32Array(g).fill(ko);for(let R of r){let A=R.first,_=R.present?R.present.length:R.count;for(let E=0;E<_;++E)(!R.present||R.present[E]===1)&&(y[R.texel+E]=A++)}}let T=r.length>0&&r[0].kind===2,S=T?wx(c,e):{position:new Float32Array(c),place:new Float32Array(h),lookup:new Int32Array(u),index:new Uint32Array(d)};if(T){for(let R=0;R<e;++R)l[R]=6*R;o.fill(1)}return{count:e,blocks:r,texels:g,sensorOfTexel:y,area:o,side:a,object:new Uint32Array(e),material:new Uint32Array(e),hasAreas:!T,mesh:S,firstVertex:l}}function sl(i,e){return[i[1]*e[2]-i[2]*e[1],i[2]*e[0]-i[0]*e[2],i[0]*e[1]-i[1]*e[0]]}function $p(i,e,t){let n=[0,0,0],s=3*e;for(let r=1;r+1<t;++r){let o=s+3*r,a=o+3,l=sl([i[o]-i[s],i[o+1]-i[s+1],i[o+2]-i[s+2]],[i[a]-i[s],i[a+1]-i[s+1],i[a+2]-i[s+2]]);n[0]+=l[0],n[1]+=l[1],n[2]+=l[2]}return n}function wx(i,e){let t=[1/0,1/0,1/0],n=[-1/0,-1/0,-1/0];for(let u=0;u<e;++u)for(let d=0;d<3;++d)t[d]=Math.min(t[d],i[6*u+d]),n[d]=Math.max(n[d],i[6*u+d]);let s=[0,1,2].map(u=>Math.max(n[u]-t[u],0)).sort((u,d)=>d-u),r=Math.max(s[0]*s[1],s[0]*s[0]/Math.max(e,1),1e-6),o=.4*Math.sqrt(r/Math.max(e,1)),a=new Float32Array(18*e),l=new Float32Array(12*e).fill(.5),c=new Int32Array(18*e).fill(1),h=new Uint32Array(12*e);for(let u=0;u<e;++u){let d=i.slice(6*u+3,6*u+6),f=Math.hypot(d[0],d[1],d[2]);d=f>0?d.map(T=>T/f):[0,0,1];let g=Math.abs(d[2])<.9?[0,0,1]:[1,0,0],v=sl(g,d),p=Math.hypot(...v),m=v.map(T=>T/p),y=sl(d,m);for(let T=0;T<6;++T){let S=o*Math.cos(T*Math.PI/3),R=o*Math.sin(T*Math.PI/3);for(let A=0;A<3;++A)a[18*u+3*T+A]=i[6*u+A]+S*m[A]+R*y[A];c[18*u+3*T]=u}for(let T=0;T<4;++T)h.set([6*u,6*u+T+1,6*u+T+2],12*u+3*T)}return{position:a,place:l,lookup:c,index:h}}function Ex(i,e){let t=new ns(i);for(let n=0;!t.done;){let s=t.number();t.difference(),e.object.fill(t.number(),n,n+s),e.material.fill(t.number(),n,n+s),n+=s}}function Yp(i,e){let t=new Uint32Array(e);for(let n=0;n<e&&!i.done;){let s=i.number();t.fill(i.number(),n,n+s),n+=s}return t}function Tx(i){let{vertices:e,triangles:t,edges:n}=i.record.scene,s=i.record.step,r=new Float32Array(3*e),o=new ns(i.array("vertices")),a=[0,0,0];for(let g=0;g<r.length;++g)a[g%3]+=o.difference(),r[g]=a[g%3]*s;let l=new Uint32Array(3*t),c=new ns(i.array("triangles"));for(let g=0,v=0;g<l.length;++g)l[g]=v-c.number(),v=Math.max(v,l[g]+1);let h=new Uint32Array(2*n),u=new ns(i.array("edges"));for(let g=0,v=0;g<n;++g)v+=u.difference(),h[2*g]=v,h[2*g+1]=v+u.number();let d=new ns(i.array("objects")),f=[];if(!d.done)for(let g=d.number();g>0;--g)f.push([d.number(),d.number()]);return{position:r,index:l,edges:h,triangleObject:Yp(d,t),edgeObject:Yp(new ns(i.array("edgeObjects")),n),pairs:f}}function Ax(i,e,t){let n=t.count,s=new Uint16Array(n),r=e===2?65535:255,o=a=>{if(e===1)return i[a];let l=i[a]|i[n+a]<<8;return l&1?~(l>>1):l>>1};for(let a of t.blocks){let l=a.kind===1&&!a.present,c=a.columns;for(let h=0;h<a.count;++h){let u=a.first+h,d=0;if(!l)d=u>0?s[u-1]:0;else{let f=h%c!==0;if(h>=c){let g=s[u-c];d=f?s[u-1]+g>>1:g}else f&&(d=s[u-1])}s[u]=d+o(u)&r}}if(e===1)for(let a=0;a<n;++a)s[a]===255&&(s[a]=65535);return s}function Rx(i){let e=i.length/2,t=new Float32Array(e);for(let n=0;n<e;++n)t[n]=(i[n]|i[e+n]<<8)/10;return t}function Br(i,e){let t=Px(i,e);if(t.kind!==1||!t.corners){let{position:l}=i.mesh,c=i.firstVertex[e],h=e+1<t.first+t.count?i.firstVertex[e+1]:Cx(i,c),u=[];for(let d=c;d<h;++d)u.push([l[3*d],l[3*d+1],l[3*d+2]]);return u}let n=e-t.first;if(t.present){for(let l=0,c=-1;l<t.present.length;++l)if(c+=t.present[l],c===n){n=l;break}}let s=n%t.columns,r=Math.floor(n/t.columns),o=t.corners,a=(l,c)=>[0,1,2].map(h=>o[h]+(o[3+h]-o[h])*l/t.columns+(o[6+h]-o[h])*c/t.rows);return[a(s,r),a(s+1,r),a(s+1,r+1),a(s,r+1)]}function Cx(i,e){let{lookup:t}=i.mesh,n=e;for(;3*n<t.length&&t[3*n]===t[3*e];)++n;return n}function Px(i,e){let t=0,n=i.blocks.length-1;for(;t<n;){let s=t+n+1>>1;i.blocks[s].first<=e?t=s:n=s-1}return i.blocks[t]}function rl(i){let e=i.flat(),t=$p(e,0,i.length),n=Math.hypot(...t)||1;return[t[0]/n,t[1]/n,t[2]/n]}function Ts(i,e,t){let{cells:n}=i;return e==="side"?cu[n.side[t]]:i.name(e==="object"?n.object[t]:n.material[t])}function hu(i,e){let{cells:t}=i;return e==="side"?{names:[...cu],of:t.side}:{names:["",...i.record.names],of:e==="object"?t.object:t.material}}function Ix(i,e,t){let{names:n,of:s}=hu(i,t),r=Fo(i.cells,e,s,n.length),o=new Uint32Array(n.length);for(let a=0;a<i.cells.count;++a)o[s[a]]+=1;return n.map((a,l)=>({...r[l]??ou(),name:a})).filter((a,l)=>o[l]>0)}function Lx(i){return i>=100?xn(Math.round(i),Math.floor(Math.log10(i))+1):xn(i,3)}var ol=class{constructor(e){te(this,"element");te(this,"onChoose",()=>{});te(this,"onHide",()=>{});te(this,"onKind",()=>{});te(this,"kind","object");te(this,"groups",[]);te(this,"sort","area");te(this,"isDescending",!0);te(this,"chosen",null);te(this,"isHidden",()=>!1);te(this,"search",Z("input",{type:"search",placeholder:"Search by name","aria-label":"Search groups by name"}));te(this,"kinds",Z("select",{"aria-label":"Group by"}));te(this,"head",Z("tr"));te(this,"body",Z("tbody"));te(this,"note",Z("p",{class:"quiet"}));let t=e?[["object","Objects"],["material","Materials"],["side","Orientation"]]:[["side","Orientation"]];this.kind=t[0][0];for(let[n,s]of t)this.kinds.append(Z("option",{value:n},s));this.kinds.addEventListener("change",()=>{this.kind=this.kinds.value,this.chosen=null,this.onChoose(null),this.onKind()}),this.search.addEventListener("input",()=>this.fill()),this.element=Z("div",{},Z("div",{class:"row"},Z("div",{class:"grow"},this.kinds),Z("div",{class:"grow"},this.search)),Z("div",{class:"table"},Z("table",{},Z("thead",{},this.head),this.body)),this.note)}choose(e){this.chosen=e,this.fill()}show(e,t,n){this.groups=Ix(e,t,this.kind),this.isHidden=n;let s=t.unit==="kWh/m2"&&e.cells.hasAreas,r=[["name","Name",""],["area",e.cells.hasAreas?"m\xB2":"points","Area"],["mean","mean",`Mean by area, ${Ei(t.unit)}`]];s&&r.push(["whole","MWh","Sum over the area"]),this.head.replaceChildren(...r.map(([o,a,l])=>Z("th",{scope:"col",tabindex:0,title:l,"aria-sort":this.sort===o?this.isDescending?"descending":"ascending":"none",click:()=>this.sortBy(o,e,t),keydown:c=>{(c.key==="Enter"||c.key===" ")&&(c.preventDefault(),this.sortBy(o,e,t))}},a)),Z("th",{scope:"col"},Z("span",{class:"hidden"},"Shown"))),this.fill()}sortBy(e,t,n){this.isDescending=this.sort===e?!this.isDescending:e!=="name",this.sort=e,this.show(t,n,this.isHidden)}fill(){let e=this.search.value.trim().toLowerCase(),t=c=>c.name||"(no name)",n=this.groups.filter(c=>t(c).toLowerCase().includes(e)),s=this.isDescending?-1:1,r=this.sort;n.sort((c,h)=>r==="name"?s*t(c).localeCompare(t(h),void 0,{numeric:!0}):s*((Number.isFinite(c[r])?c[r]:-1/0)-(Number.isFinite(h[r])?h[r]:-1/0)));let o=400,a=this.head.childElementCount===5;this.body.replaceChildren(...n.slice(0,o).map(c=>{let h={kind:this.kind,name:c.name},u=this.isHidden(h),d=this.chosen===c.name,f=()=>{this.chosen=d?null:c.name,this.onChoose(this.chosen===null?null:h),this.fill()},g=t(c),v=Z("button",{type:"button","aria-pressed":"false",title:u?"Show":"Hide","aria-label":`${u?"Show":"Hide"} ${g.slice(0,80)}`,click:p=>{p.stopPropagation(),this.onHide(h,!u)}},bi(u?"M4 4l16 16M9.9 5.2A9.6 9.6 0 0 1 12 5c5 0 8.5 4.2 9.5 7a12 12 0 0 1-2.6 3.8M6.3 7.2A12 12 0 0 0 2.5 12c1 2.800 4.500 7 9.500 7a9 9 0 0 0 4-.9":"M2.500 12c1-2.800 4.500-7 9.500-7s8.500 4.200 9.500 7c-1 2.800-4.500 7-9.500 7s-8.500-4.200-9.500-7zM12 9.200a2.800 2.800 0 1 1 0 5.600 2.800 2.800 0 0 1 0-5.600z"));return Z("tr",{class:`${d?"chosen":""} ${u?"off":""}`,tabindex:0,"aria-selected":d?"true":"false",click:f,keydown:p=>{p.key==="Enter"&&p.target===p.currentTarget&&f()}},Z("td",{title:g.slice(0,300)},Z("bdi",{},g.slice(0,300))),Z("td",{},Lx(c.area)),Z("td",{},xn(c.mean)),a&&Z("td",{},xn(c.whole/1e3)),Z("td",{},v))}));let l=n.length-o;this.note.textContent=l>0?`${l} more; search by name to see them.`:n.length===0?"Nothing of this name.":"",this.note.hidden=this.note.textContent===""}};var Dx=48,js=class{constructor(){te(this,"element");te(this,"onEnds",()=>{});te(this,"onRange",()=>{});te(this,"canvas",Z("canvas",{class:"histogram",tabindex:0,role:"group","aria-label":"Areas by value. Drag to show only a range; with the keyboard, arrow up and down move its lower end, with Shift its upper end, Escape shows all."}));te(this,"title",Z("b"));te(this,"unit",Z("span"));te(this,"top",Z("input",{type:"number",step:"any","aria-label":"Upper end of the colours"}));te(this,"bottom",Z("input",{type:"number",step:"any","aria-label":"Lower end of the colours"}));te(this,"reset",Z("button",{type:"button",title:"Ends of the values shown"},"auto"));te(this,"filter",Z("p",{class:"filter","aria-live":"polite"}));te(this,"content",null);this.element=Z("section",{id:"legend","aria-label":"Colours"},Z("p",{class:"unit"},this.title,this.unit),Z("div",{class:"end"},this.top,this.reset),Z("div",{class:"plot"},this.canvas),Z("div",{class:"end"},this.bottom),this.filter);let e=()=>{let t=this.bottom.value===""?null:Number(this.bottom.value),n=this.top.value===""?null:Number(this.top.value);(t??-1/0)<(n??1/0)?this.onEnds(t,n):this.content&&this.show(this.content)};this.top.addEventListener("change",e),this.bottom.addEventListener("change",e),this.reset.addEventListener("click",()=>this.onEnds(null,null)),this.brush()}show(e){this.content=e;let{scale:t}=e;this.title.textContent=e.title,this.title.title=e.title,this.unit.textContent=e.unit||"\xA0";let n=Math.max(0,Math.min(4,Math.ceil(-Math.log10(e.step)-1e-9)));this.top.value=t.highest.toFixed(n),this.bottom.value=t.lowest.toFixed(n),this.filter.replaceChildren(e.filterText),e.range&&this.filter.append(" ",Z("button",{type:"button",click:()=>this.onRange(null)},"show all")),this.draw()}draw(){let e=this.content,{clientWidth:t,clientHeight:n}=this.canvas;if(!e||t===0)return;let s=window.devicePixelRatio||1;this.canvas.width=Math.round(t*s),this.canvas.height=Math.round(n*s);let r=this.canvas.getContext("2d");r&&(r.scale(s,s),du(r,e,t,n,t>100))}valueAt(e){let t=this.canvas.getBoundingClientRect(),{lowest:n,highest:s}=this.content?.scale??{lowest:0,highest:1},r=Math.min(Math.max(1-(e.clientY-t.top)/t.height,0),1);return n+r*(s-n)}opened(e,t){let{lowest:n,highest:s}=this.content?.scale??{lowest:0,highest:1},r=.004*(s-n),o=Math.min(e,t)<=n+r?-1/0:Math.min(e,t),a=Math.max(e,t)>=s-r?1/0:Math.max(e,t);return o===-1/0&&a===1/0?null:[o,a]}brush(){let e=null;this.canvas.addEventListener("pointerdown",t=>{e=this.valueAt(t),this.canvas.setPointerCapture(t.pointerId)}),this.canvas.addEventListener("pointermove",t=>{e!==null&&this.onRange(this.opened(e,this.valueAt(t)))}),this.canvas.addEventListener("pointerup",t=>{let{lowest:n,highest:s}=this.content?.scale??{lowest:0,highest:1};e!==null&&Math.abs(this.valueAt(t)-e)<.01*(s-n)&&this.onRange(null),e=null}),this.canvas.addEventListener("keydown",t=>{if(!this.content||!["ArrowUp","ArrowDown","Escape"].includes(t.key))return;if(t.preventDefault(),t.stopPropagation(),t.key==="Escape")return this.onRange(null);let{lowest:n,highest:s}=this.content.scale,r=(s-n)/40*(t.key==="ArrowUp"?1:-1),o=Math.max(this.content.range?.[0]??n,n),a=Math.min(this.content.range?.[1]??s,s);t.shiftKey?a=Math.min(Math.max(a+r,o),s):o=Math.max(Math.min(o+r,a),n),this.onRange(this.opened(o,a))})}};te(js,"bins",Dx);function uu(i){return getComputedStyle(document.documentElement).getPropertyValue(i).trim()}function du(i,e,t,n,s){let{scale:r,histogram:o,range:a}=e,l=Or(r.scheme),c=p=>r.lowest+(1-p/n)*(r.highest-r.lowest),h=p=>!a||p>=a[0]&&p<=a[1],u=16;for(let p=0;p<n;++p){let m=c(p+.5),[y,T,S]=ja(Hp(m,r),l);i.globalAlpha=h(m)?1:.25,i.fillStyle=`rgb(${y},${T},${S})`,i.fillRect(0,p,u,1.02)}let d=u+4,f=s?t-48:t,g=Math.max(...o.areas,1e-12),v=n/o.areas.length;if(i.fillStyle=uu("--soft"),o.areas.forEach((p,m)=>{let y=o.lowest+(m+.5)/o.areas.length*(o.highest-o.lowest);i.globalAlpha=h(y)?.62:.18;let T=p>0?Math.max(1,Math.sqrt(p/g)*(f-d)):0;i.fillRect(d,n-(m+1)*v+.5,T,Math.max(v-1,.8))}),i.globalAlpha=1,a){i.strokeStyle=uu("--accent"),i.lineWidth=1.5;for(let p of a)if(Number.isFinite(p)){let m=n*(1-(p-r.lowest)/(r.highest-r.lowest));i.beginPath(),i.moveTo(0,m),i.lineTo(f,m),i.stroke()}}if(s){i.fillStyle=uu("--ink"),i.font="11.5px system-ui, sans-serif",i.textAlign="right",i.textBaseline="middle";for(let p of Qa(r.lowest,r.highest,6)){let m=n*(1-(p-r.lowest)/(r.highest-r.lowest));m>7&&m<n-7&&(i.fillText(xn(p,4).replace(/\.0+$/,""),t,m),i.globalAlpha=.25,i.fillRect(0,m-.5,f,1),i.globalAlpha=1)}}}var is=Math.PI/180;function Nx(i){return i<-1?0:1.02/Math.tan((i+10.3/(i+5.11))*is)/60}var al=class{constructor(e,t,n){te(this,"site",e);te(this,"declination",t);te(this,"equation",n)}at(e,t){let n=e+(t/60-this.site.timeZone)/24,s=Math.min(Math.max(n,0),this.declination.length-2),r=Math.floor(s),o=p=>p[r]+(p[r+1]-p[r])*(s-r),a=o(this.declination)*is,c=(t-60*this.site.timeZone+4*this.site.longitude+o(this.equation)-720)/4*is,h=this.site.latitude*is,u=-Math.cos(a)*Math.sin(c),d=Math.sin(a)*Math.cos(h)-Math.cos(a)*Math.cos(c)*Math.sin(h),f=Math.sin(a)*Math.sin(h)+Math.cos(a)*Math.cos(c)*Math.cos(h),g=Math.asin(Math.min(Math.max(f,-1),1))/is;return{azimuth:(Math.atan2(u,d)/is+360)%360,altitude:g+Nx(g)}}times(e){let t=null,n=null,s=o=>this.at(e,o).altitude>-.2667,r=(o,a)=>{let l=s(o);for(let c=0;c<12;++c){let h=.5*(o+a);s(h)===l?o=h:a=h}return a};for(let o=-120;o<1560;o+=10){let a=s(o),l=s(o+10);!a&&l&&t===null&&(t=r(o,o+10)),a&&!l&&t!==null&&(n=r(o,o+10))}return t!==null&&n!==null?{rise:t,set:n}:null}};function Qs(i,e){let t=(i.azimuth+e)*is,n=Math.cos(i.altitude*is);return[n*Math.sin(t),n*Math.cos(t),Math.sin(i.altitude*is)]}var ks={LEFT:0,MIDDLE:1,RIGHT:2,ROTATE:0,DOLLY:1,PAN:2},zs={ROTATE:0,PAN:1,DOLLY_PAN:2,DOLLY_ROTATE:3},Tm=0,Gu=1,Am=2;var _a=1,Rm=2,ho=3,Xi=0,Wn=1,li=2,hr=0,uo=1,Wu=2,Xu=3,qu=4,Cm=5;var ur=100,Pm=101,Im=102,Lm=103,Dm=104,Nm=200,Um=201,Fm=202,Om=203,Yu=204,$u=205,Bm=206,km=207,zm=208,Hm=209,Vm=210,Gm=211,Wm=212,Xm=213,qm=214,Nl=0,Ul=1,Fl=2,Qr=3,Ol=4,Bl=5,kl=6,zl=7,Zu=0,Ym=1,$m=2,qi=0,Ku=1,Ju=2,ju=3,Qu=4,ed=5,td=6,nd=7;var id=300,dr=301,fo=302,vc=303,yc=304,Hl=1e3,Gi=1001,Vl=1002,Rn=1003,Zm=1004;var xa=1005;var Cn=1006,bc=1007;var fs=1008;var Xn=1009,sd=1010,rd=1011,Hs=1012,po=1013,ci=1014,Ii=1015,Li=1016,Sc=1017,Mc=1018,fr=1020,od=35902,ad=35899,ld=1021,cd=1022,Di=1023,hs=1026,ps=1027,hd=1028,mo=1029,Vs=1030,wc=1031;var Ec=1033,va=33776,ya=33777,ba=33778,Sa=33779,Tc=35840,Ac=35841,Rc=35842,Cc=35843,Pc=36196,Ic=37492,Lc=37496,Dc=37488,Nc=37489,Ma=37490,Uc=37491,Fc=37808,Oc=37809,Bc=37810,kc=37811,zc=37812,Hc=37813,Vc=37814,Gc=37815,Wc=37816,Xc=37817,qc=37818,Yc=37819,$c=37820,Zc=37821,Kc=36492,Jc=36494,jc=36495,Qc=36283,eh=36284,wa=36285,th=36286;var Ko=2300,Gl=2301,Ll=2302,Fu=2303,Ou=2400,Bu=2401,ku=2402;var Km=3200;var ud=0,Jm=1,ms="",si="srgb",rr="srgb-linear",Jo="linear",Tt="srgb";var Dl=7680;var jm=519,Qm=512,eg=513,tg=514,Ea=515,ng=516,ig=517,dd=518,fd=519,sg=35044;var Ta="300 es",mi=2e3,jo=2001;function Ux(i){for(let e=i.length-1;e>=0;--e)if(i[e]>=65535)return!0;return!1}function Fx(i){return ArrayBuffer.isView(i)&&!(i instanceof DataView)}function Qo(i){return document.createElementNS("http://www.w3.org/1999/xhtml",i)}function rg(){let i=Qo("canvas");return i.style.display="block",i}var Zp={},eo=null;function pd(...i){let e="THREE."+i.shift();eo?eo("log",e,...i):console.log(e,...i)}function og(i){let e=i[0];if(typeof e=="string"&&e.startsWith("TSL:")){let t=i[1];t&&t.isStackTrace?i[0]+=" "+t.getLocation():i[1]='Stack trace not available. Enable "THREE.Node.captureStackTrace" to capture stack traces.'}return i}function $e(...i){i=og(i);let e="THREE."+i.shift();if(eo)eo("warn",e,...i);else{let t=i[0];t&&t.isStackTrace?console.warn(t.getError(e)):console.warn(e,...i)}}function et(...i){i=og(i);let e="THREE."+i.shift();if(eo)eo("error",e,...i);else{let t=i[0];t&&t.isStackTrace?console.error(t.getError(e)):console.error(e,...i)}}function Xo(...i){let e=i.join(" ");e in Zp||(Zp[e]=!0,$e(...i))}function ag(i,e,t){return new Promise(function(n,s){function r(){switch(i.clientWaitSync(e,i.SYNC_FLUSH_COMMANDS_BIT,0)){case i.WAIT_FAILED:s();break;case i.TIMEOUT_EXPIRED:setTimeout(r,t);break;default:n()}}setTimeout(r,t)})}var lg={[Nl]:Nl,[Fl]:kl,[Ol]:Ol,[Qr]:Bl,[Ul]:Ul,[kl]:Fl,[zl]:zl,[Bl]:Qr},Ci=class{addEventListener(e,t){this._listeners===void 0&&(this._listeners={});let n=this._listeners;n[e]===void 0&&(n[e]=[]),n[e].indexOf(t)===-1&&n[e].push(t)}hasEventListener(e,t){let n=this._listeners;return n===void 0?!1:n[e]!==void 0&&n[e].indexOf(t)!==-1}removeEventListener(e,t){let n=this._listeners;if(n===void 0)return;let s=n[e];if(s!==void 0){let r=s.indexOf(t);r!==-1&&s.splice(r,1)}}dispatchEvent(e){let t=this._listeners;if(t===void 0)return;let n=t[e.type];if(n!==void 0){e.target=this;let s=n.slice(0);for(let r=0,o=s.length;r<o;r++)s[r].call(this,e);e.target=null}}},Dn=["00","01","02","03","04","05","06","07","08","09","0a","0b","0c","0d","0e","0f","10","11","12","13","14","15","16","17","18","19","1a","1b","1c","1d","1e","1f","20","21","22","23","24","25","26","27","28","29","2a","2b","2c","2d","2e","2f","30","31","32","33","34","35","36","37","38","39","3a","3b","3c","3d","3e","3f","40","41","42","43","44","45","46","47","48","49","4a","4b","4c","4d","4e","4f","50","51","52","53","54","55","56","57","58","59","5a","5b","5c","5d","5e","5f","60","61","62","63","64","65","66","67","68","69","6a","6b","6c","6d","6e","6f","70","71","72","73","74","75","76","77","78","79","7a","7b","7c","7d","7e","7f","80","81","82","83","84","85","86","87","88","89","8a","8b","8c","8d","8e","8f","90","91","92","93","94","95","96","97","98","99","9a","9b","9c","9d","9e","9f","a0","a1","a2","a3","a4","a5","a6","a7","a8","a9","aa","ab","ac","ad","ae","af","b0","b1","b2","b3","b4","b5","b6","b7","b8","b9","ba","bb","bc","bd","be","bf","c0","c1","c2","c3","c4","c5","c6","c7","c8","c9","ca","cb","cc","cd","ce","cf","d0","d1","d2","d3","d4","d5","d6","d7","d8","d9","da","db","dc","dd","de","df","e0","e1","e2","e3","e4","e5","e6","e7","e8","e9","ea","eb","ec","ed","ee","ef","f0","f1","f2","f3","f4","f5","f6","f7","f8","f9","fa","fb","fc","fd","fe","ff"],Kp=1234567,qo=Math.PI/180,to=180/Math.PI;function go(){let i=Math.random()*4294967295|0,e=Math.random()*4294967295|0,t=Math.random()*4294967295|0,n=Math.random()*4294967295|0;return(Dn[i&255]+Dn[i>>8&255]+Dn[i>>16&255]+Dn[i>>24&255]+"-"+Dn[e&255]+Dn[e>>8&255]+"-"+Dn[e>>16&15|64]+Dn[e>>24&255]+"-"+Dn[t&63|128]+Dn[t>>8&255]+"-"+Dn[t>>16&255]+Dn[t>>24&255]+Dn[n&255]+Dn[n>>8&255]+Dn[n>>16&255]+Dn[n>>24&255]).toLowerCase()}function ct(i,e,t){return Math.max(e,Math.min(t,i))}function md(i,e){return(i%e+e)%e}function Ox(i,e,t,n,s){return n+(i-e)*(s-n)/(t-e)}function Bx(i,e,t){return i!==e?(t-i)/(e-i):0}function Yo(i,e,t){return(1-t)*i+t*e}function kx(i,e,t,n){return Yo(i,e,1-Math.exp(-t*n))}function zx(i,e=1){return e-Math.abs(md(i,e*2)-e)}function Hx(i,e,t){return i<=e?0:i>=t?1:(i=(i-e)/(t-e),i*i*(3-2*i))}function Vx(i,e,t){return i<=e?0:i>=t?1:(i=(i-e)/(t-e),i*i*i*(i*(i*6-15)+10))}function Gx(i,e){return i+Math.floor(Math.random()*(e-i+1))}function Wx(i,e){return i+Math.random()*(e-i)}function Xx(i){return i*(.5-Math.random())}function qx(i){i!==void 0&&(Kp=i);let e=Kp+=1831565813;return e=Math.imul(e^e>>>15,e|1),e^=e+Math.imul(e^e>>>7,e|61),((e^e>>>14)>>>0)/4294967296}function Yx(i){return i*qo}function $x(i){return i*to}function Zx(i){return i>0&&Number.isInteger(i)&&2**Math.round(Math.log2(i))===i}function Kx(i){return Math.pow(2,Math.ceil(Math.log(i)/Math.LN2))}function gd(i){return Math.pow(2,Math.floor(Math.log(i)/Math.LN2))}function Jx(i,e,t,n,s){let r=Math.cos,o=Math.sin,a=r(t/2),l=o(t/2),c=r((e+n)/2),h=o((e+n)/2),u=r((e-n)/2),d=o((e-n)/2),f=r((n-e)/2),g=o((n-e)/2);switch(s){case"XYX":i.set(a*h,l*u,l*d,a*c);break;case"YZY":i.set(l*d,a*h,l*u,a*c);break;case"ZXZ":i.set(l*u,l*d,a*h,a*c);break;case"XZX":i.set(a*h,l*g,l*f,a*c);break;case"YXY":i.set(l*f,a*h,l*g,a*c);break;case"ZYZ":i.set(l*g,l*f,a*h,a*c);break;default:$e("MathUtils: .setQuaternionFromProperEuler() encountered an unknown order: "+s)}}function _d(i){switch(i.constructor){case Uint32Array:return 4294967295;case Uint16Array:return 65535;case Uint8Array:case Uint8ClampedArray:return 255;case Int32Array:return 2147483647;case Int16Array:return 32767;case Int8Array:return 127;default:return}}function cg(i,e){if(e.constructor===Float32Array)return i;let t=_d(e);if(t===void 0)throw new Error("THREE.MathUtils: Invalid component type.");return Math.max(i/t,-1)}function hg(i,e){if(e.constructor===Float32Array)return i;let t=_d(e);if(t===void 0)throw new Error("THREE.MathUtils: Invalid component type.");return Math.round(i*t)}var xd={DEG2RAD:qo,RAD2DEG:to,generateUUID:go,clamp:ct,euclideanModulo:md,mapLinear:Ox,inverseLerp:Bx,lerp:Yo,damp:kx,pingpong:zx,smoothstep:Hx,smootherstep:Vx,randInt:Gx,randFloat:Wx,randFloatSpread:Xx,seededRandom:qx,degToRad:Yx,radToDeg:$x,isPowerOfTwo:Zx,ceilPowerOfTwo:Kx,floorPowerOfTwo:gd,setQuaternionFromProperEuler:Jx,normalize:hg,denormalize:cg},wd=class wd{constructor(e=0,t=0){this.x=e,this.y=t}get width(){return this.x}set width(e){this.x=e}get height(){return this.y}set height(e){this.y=e}set(e,t){return this.x=e,this.y=t,this}setScalar(e){return this.x=e,this.y=e,this}setX(e){return this.x=e,this}setY(e){return this.y=e,this}setComponent(e,t){switch(e){case 0:this.x=t;break;case 1:this.y=t;break;default:throw new Error("THREE.Vector2: index is out of range: "+e)}return this}getComponent(e){switch(e){case 0:return this.x;case 1:return this.y;default:throw new Error("THREE.Vector2: index is out of range: "+e)}}clone(){return new this.constructor(this.x,this.y)}copy(e){return this.x=e.x,this.y=e.y,this}add(e){return this.x+=e.x,this.y+=e.y,this}addScalar(e){return this.x+=e,this.y+=e,this}addVectors(e,t){return this.x=e.x+t.x,this.y=e.y+t.y,this}addScaledVector(e,t){return this.x+=e.x*t,this.y+=e.y*t,this}sub(e){return this.x-=e.x,this.y-=e.y,this}subScalar(e){return this.x-=e,this.y-=e,this}subVectors(e,t){return this.x=e.x-t.x,this.y=e.y-t.y,this}multiply(e){return this.x*=e.x,this.y*=e.y,this}multiplyScalar(e){return this.x*=e,this.y*=e,this}divide(e){return this.x/=e.x,this.y/=e.y,this}divideScalar(e){return this.multiplyScalar(1/e)}applyMatrix3(e){let t=this.x,n=this.y,s=e.elements;return this.x=s[0]*t+s[3]*n+s[6],this.y=s[1]*t+s[4]*n+s[7],this}min(e){return this.x=Math.min(this.x,e.x),this.y=Math.min(this.y,e.y),this}max(e){return this.x=Math.max(this.x,e.x),this.y=Math.max(this.y,e.y),this}clamp(e,t){return this.x=ct(this.x,e.x,t.x),this.y=ct(this.y,e.y,t.y),this}clampScalar(e,t){return this.x=ct(this.x,e,t),this.y=ct(this.y,e,t),this}clampLength(e,t){let n=this.length();return this.divideScalar(n||1).multiplyScalar(ct(n,e,t))}floor(){return this.x=Math.floor(this.x),this.y=Math.floor(this.y),this}ceil(){return this.x=Math.ceil(this.x),this.y=Math.ceil(this.y),this}round(){return this.x=Math.round(this.x),this.y=Math.round(this.y),this}roundToZero(){return this.x=Math.trunc(this.x),this.y=Math.trunc(this.y),this}negate(){return this.x=-this.x,this.y=-this.y,this}dot(e){return this.x*e.x+this.y*e.y}cross(e){return this.x*e.y-this.y*e.x}lengthSq(){return this.x*this.x+this.y*this.y}length(){return Math.sqrt(this.x*this.x+this.y*this.y)}manhattanLength(){return Math.abs(this.x)+Math.abs(this.y)}normalize(){return this.divideScalar(this.length()||1)}angle(){return Math.atan2(-this.y,-this.x)+Math.PI}angleTo(e){let t=Math.sqrt(this.lengthSq()*e.lengthSq());if(t===0)return Math.PI/2;let n=this.dot(e)/t;return Math.acos(ct(n,-1,1))}distanceTo(e){return Math.sqrt(this.distanceToSquared(e))}distanceToSquared(e){let t=this.x-e.x,n=this.y-e.y;return t*t+n*n}manhattanDistanceTo(e){return Math.abs(this.x-e.x)+Math.abs(this.y-e.y)}setLength(e){return this.normalize().multiplyScalar(e)}lerp(e,t){return this.x+=(e.x-this.x)*t,this.y+=(e.y-this.y)*t,this}lerpVectors(e,t,n){return this.x=e.x+(t.x-e.x)*n,this.y=e.y+(t.y-e.y)*n,this}equals(e){return e.x===this.x&&e.y===this.y}fromArray(e,t=0){return this.x=e[t],this.y=e[t+1],this}toArray(e=[],t=0){return e[t]=this.x,e[t+1]=this.y,e}fromBufferAttribute(e,t){return this.x=e.getX(t),this.y=e.getY(t),this}rotateAround(e,t){let n=Math.cos(t),s=Math.sin(t),r=this.x-e.x,o=this.y-e.y;return this.x=r*n-o*s+e.x,this.y=r*s+o*n+e.y,this}random(){return this.x=Math.random(),this.y=Math.random(),this}*[Symbol.iterator](){yield this.x,yield this.y}};wd.prototype.isVector2=!0;var ze=wd,oi=class{constructor(e=0,t=0,n=0,s=1){this.isQuaternion=!0,this._x=e,this._y=t,this._z=n,this._w=s}static slerpFlat(e,t,n,s,r,o,a){let l=n[s+0],c=n[s+1],h=n[s+2],u=n[s+3],d=r[o+0],f=r[o+1],g=r[o+2],v=r[o+3];if(u!==v||l!==d||c!==f||h!==g){let p=l*d+c*f+h*g+u*v;p<0&&(d=-d,f=-f,g=-g,v=-v,p=-p);let m=1-a;if(p<.9995){let y=Math.acos(p),T=Math.sin(y);m=Math.sin(m*y)/T,a=Math.sin(a*y)/T,l=l*m+d*a,c=c*m+f*a,h=h*m+g*a,u=u*m+v*a}else{l=l*m+d*a,c=c*m+f*a,h=h*m+g*a,u=u*m+v*a;let y=1/Math.sqrt(l*l+c*c+h*h+u*u);l*=y,c*=y,h*=y,u*=y}}e[t]=l,e[t+1]=c,e[t+2]=h,e[t+3]=u}static multiplyQuaternionsFlat(e,t,n,s,r,o){let a=n[s],l=n[s+1],c=n[s+2],h=n[s+3],u=r[o],d=r[o+1],f=r[o+2],g=r[o+3];return e[t]=a*g+h*u+l*f-c*d,e[t+1]=l*g+h*d+c*u-a*f,e[t+2]=c*g+h*f+a*d-l*u,e[t+3]=h*g-a*u-l*d-c*f,e}get x(){return this._x}set x(e){this._x=e,this._onChangeCallback()}get y(){return this._y}set y(e){this._y=e,this._onChangeCallback()}get z(){return this._z}set z(e){this._z=e,this._onChangeCallback()}get w(){return this._w}set w(e){this._w=e,this._onChangeCallback()}set(e,t,n,s){return this._x=e,this._y=t,this._z=n,this._w=s,this._onChangeCallback(),this}clone(){return new this.constructor(this._x,this._y,this._z,this._w)}copy(e){return this._x=e.x,this._y=e.y,this._z=e.z,this._w=e.w,this._onChangeCallback(),this}setFromEuler(e,t=!0){let n=e._x,s=e._y,r=e._z,o=e._order,a=Math.cos,l=Math.sin,c=a(n/2),h=a(s/2),u=a(r/2),d=l(n/2),f=l(s/2),g=l(r/2);switch(o){case"XYZ":this._x=d*h*u+c*f*g,this._y=c*f*u-d*h*g,this._z=c*h*g+d*f*u,this._w=c*h*u-d*f*g;break;case"YXZ":this._x=d*h*u+c*f*g,this._y=c*f*u-d*h*g,this._z=c*h*g-d*f*u,this._w=c*h*u+d*f*g;break;case"ZXY":this._x=d*h*u-c*f*g,this._y=c*f*u+d*h*g,this._z=c*h*g+d*f*u,this._w=c*h*u-d*f*g;break;case"ZYX":this._x=d*h*u-c*f*g,this._y=c*f*u+d*h*g,this._z=c*h*g-d*f*u,this._w=c*h*u+d*f*g;break;case"YZX":this._x=d*h*u+c*f*g,this._y=c*f*u+d*h*g,this._z=c*h*g-d*f*u,this._w=c*h*u-d*f*g;break;case"XZY":this._x=d*h*u-c*f*g,this._y=c*f*u-d*h*g,this._z=c*h*g+d*f*u,this._w=c*h*u+d*f*g;break;default:$e("Quaternion: .setFromEuler() encountered an unknown order: "+o)}return t===!0&&this._onChangeCallback(),this}setFromAxisAngle(e,t){let n=t/2,s=Math.sin(n);return this._x=e.x*s,this._y=e.y*s,this._z=e.z*s,this._w=Math.cos(n),this._onChangeCallback(),this}setFromRotationMatrix(e){let t=e.elements,n=t[0],s=t[4],r=t[8],o=t[1],a=t[5],l=t[9],c=t[2],h=t[6],u=t[10],d=n+a+u;if(d>0){let f=.5/Math.sqrt(d+1);this._w=.25/f,this._x=(h-l)*f,this._y=(r-c)*f,this._z=(o-s)*f}else if(n>a&&n>u){let f=2*Math.sqrt(1+n-a-u);this._w=(h-l)/f,this._x=.25*f,this._y=(s+o)/f,this._z=(r+c)/f}else if(a>u){let f=2*Math.sqrt(1+a-n-u);this._w=(r-c)/f,this._x=(s+o)/f,this._y=.25*f,this._z=(l+h)/f}else{let f=2*Math.sqrt(1+u-n-a);this._w=(o-s)/f,this._x=(r+c)/f,this._y=(l+h)/f,this._z=.25*f}return this._onChangeCallback(),this}setFromUnitVectors(e,t){let n=e.dot(t)+1;return n<1e-8?(n=0,Math.abs(e.x)>Math.abs(e.z)?(this._x=-e.y,this._y=e.x,this._z=0,this._w=n):(this._x=0,this._y=-e.z,this._z=e.y,this._w=n)):(this._x=e.y*t.z-e.z*t.y,this._y=e.z*t.x-e.x*t.z,this._z=e.x*t.y-e.y*t.x,this._w=n),this.normalize()}angleTo(e){return 2*Math.acos(Math.abs(ct(this.dot(e),-1,1)))}rotateTowards(e,t){let n=this.angleTo(e);if(n===0)return this;let s=Math.min(1,t/n);return this.slerp(e,s),this}identity(){return this.set(0,0,0,1)}invert(){return this.conjugate()}conjugate(){return this._x*=-1,this._y*=-1,this._z*=-1,this._onChangeCallback(),this}dot(e){return this._x*e._x+this._y*e._y+this._z*e._z+this._w*e._w}lengthSq(){return this._x*this._x+this._y*this._y+this._z*this._z+this._w*this._w}length(){return Math.sqrt(this._x*this._x+this._y*this._y+this._z*this._z+this._w*this._w)}normalize(){let e=this.length();return e===0?(this._x=0,this._y=0,this._z=0,this._w=1):(e=1/e,this._x=this._x*e,this._y=this._y*e,this._z=this._z*e,this._w=this._w*e),this._onChangeCallback(),this}multiply(e){return this.multiplyQuaternions(this,e)}premultiply(e){return this.multiplyQuaternions(e,this)}multiplyQuaternions(e,t){let n=e._x,s=e._y,r=e._z,o=e._w,a=t._x,l=t._y,c=t._z,h=t._w;return this._x=n*h+o*a+s*c-r*l,this._y=s*h+o*l+r*a-n*c,this._z=r*h+o*c+n*l-s*a,this._w=o*h-n*a-s*l-r*c,this._onChangeCallback(),this}slerp(e,t){let n=e._x,s=e._y,r=e._z,o=e._w,a=this.dot(e);a<0&&(n=-n,s=-s,r=-r,o=-o,a=-a);let l=1-t;if(a<.9995){let c=Math.acos(a),h=Math.sin(c);l=Math.sin(l*c)/h,t=Math.sin(t*c)/h,this._x=this._x*l+n*t,this._y=this._y*l+s*t,this._z=this._z*l+r*t,this._w=this._w*l+o*t,this._onChangeCallback()}else this._x=this._x*l+n*t,this._y=this._y*l+s*t,this._z=this._z*l+r*t,this._w=this._w*l+o*t,this.normalize();return this}slerpQuaternions(e,t,n){return this.copy(e).slerp(t,n)}random(){let e=2*Math.PI*Math.random(),t=2*Math.PI*Math.random(),n=Math.random(),s=Math.sqrt(1-n),r=Math.sqrt(n);return this.set(s*Math.sin(e),s*Math.cos(e),r*Math.sin(t),r*Math.cos(t))}equals(e){return e._x===this._x&&e._y===this._y&&e._z===this._z&&e._w===this._w}fromArray(e,t=0){return this._x=e[t],this._y=e[t+1],this._z=e[t+2],this._w=e[t+3],this._onChangeCallback(),this}toArray(e=[],t=0){return e[t]=this._x,e[t+1]=this._y,e[t+2]=this._z,e[t+3]=this._w,e}fromBufferAttribute(e,t){return this._x=e.getX(t),this._y=e.getY(t),this._z=e.getZ(t),this._w=e.getW(t),this._onChangeCallback(),this}toJSON(){return this.toArray()}_onChange(e){return this._onChangeCallback=e,this}_onChangeCallback(){}*[Symbol.iterator](){yield this._x,yield this._y,yield this._z,yield this._w}},Ed=class Ed{constructor(e=0,t=0,n=0){this.x=e,this.y=t,this.z=n}set(e,t,n){return n===void 0&&(n=this.z),this.x=e,this.y=t,this.z=n,this}setScalar(e){return this.x=e,this.y=e,this.z=e,this}setX(e){return this.x=e,this}setY(e){return this.y=e,this}setZ(e){return this.z=e,this}setComponent(e,t){switch(e){case 0:this.x=t;break;case 1:this.y=t;break;case 2:this.z=t;break;default:throw new Error("THREE.Vector3: index is out of range: "+e)}return this}getComponent(e){switch(e){case 0:return this.x;case 1:return this.y;case 2:return this.z;default:throw new Error("THREE.Vector3: index is out of range: "+e)}}clone(){return new this.constructor(this.x,this.y,this.z)}copy(e){return this.x=e.x,this.y=e.y,this.z=e.z,this}add(e){return this.x+=e.x,this.y+=e.y,this.z+=e.z,this}addScalar(e){return this.x+=e,this.y+=e,this.z+=e,this}addVectors(e,t){return this.x=e.x+t.x,this.y=e.y+t.y,this.z=e.z+t.z,this}addScaledVector(e,t){return this.x+=e.x*t,this.y+=e.y*t,this.z+=e.z*t,this}sub(e){return this.x-=e.x,this.y-=e.y,this.z-=e.z,this}subScalar(e){return this.x-=e,this.y-=e,this.z-=e,this}subVectors(e,t){return this.x=e.x-t.x,this.y=e.y-t.y,this.z=e.z-t.z,this}multiply(e){return this.x*=e.x,this.y*=e.y,this.z*=e.z,this}multiplyScalar(e){return this.x*=e,this.y*=e,this.z*=e,this}multiplyVectors(e,t){return this.x=e.x*t.x,this.y=e.y*t.y,this.z=e.z*t.z,this}applyEuler(e){return this.applyQuaternion(Jp.setFromEuler(e))}applyAxisAngle(e,t){return this.applyQuaternion(Jp.setFromAxisAngle(e,t))}applyMatrix3(e){let t=this.x,n=this.y,s=this.z,r=e.elements;return this.x=r[0]*t+r[3]*n+r[6]*s,this.y=r[1]*t+r[4]*n+r[7]*s,this.z=r[2]*t+r[5]*n+r[8]*s,this}applyNormalMatrix(e){return this.applyMatrix3(e).normalize()}applyMatrix4(e){let t=this.x,n=this.y,s=this.z,r=e.elements,o=1/(r[3]*t+r[7]*n+r[11]*s+r[15]);return this.x=(r[0]*t+r[4]*n+r[8]*s+r[12])*o,this.y=(r[1]*t+r[5]*n+r[9]*s+r[13])*o,this.z=(r[2]*t+r[6]*n+r[10]*s+r[14])*o,this}applyQuaternion(e){let t=this.x,n=this.y,s=this.z,r=e.x,o=e.y,a=e.z,l=e.w,c=2*(o*s-a*n),h=2*(a*t-r*s),u=2*(r*n-o*t);return this.x=t+l*c+o*u-a*h,this.y=n+l*h+a*c-r*u,this.z=s+l*u+r*h-o*c,this}project(e){return this.applyMatrix4(e.matrixWorldInverse).applyMatrix4(e.projectionMatrix)}unproject(e){return this.applyMatrix4(e.projectionMatrixInverse).applyMatrix4(e.matrixWorld)}transformDirection(e){let t=this.x,n=this.y,s=this.z,r=e.elements;return this.x=r[0]*t+r[4]*n+r[8]*s,this.y=r[1]*t+r[5]*n+r[9]*s,this.z=r[2]*t+r[6]*n+r[10]*s,this.normalize()}divide(e){return this.x/=e.x,this.y/=e.y,this.z/=e.z,this}divideScalar(e){return this.multiplyScalar(1/e)}min(e){return this.x=Math.min(this.x,e.x),this.y=Math.min(this.y,e.y),this.z=Math.min(this.z,e.z),this}max(e){return this.x=Math.max(this.x,e.x),this.y=Math.max(this.y,e.y),this.z=Math.max(this.z,e.z),this}clamp(e,t){return this.x=ct(this.x,e.x,t.x),this.y=ct(this.y,e.y,t.y),this.z=ct(this.z,e.z,t.z),this}clampScalar(e,t){return this.x=ct(this.x,e,t),this.y=ct(this.y,e,t),this.z=ct(this.z,e,t),this}clampLength(e,t){let n=this.length();return this.divideScalar(n||1).multiplyScalar(ct(n,e,t))}floor(){return this.x=Math.floor(this.x),this.y=Math.floor(this.y),this.z=Math.floor(this.z),this}ceil(){return this.x=Math.ceil(this.x),this.y=Math.ceil(this.y),this.z=Math.ceil(this.z),this}round(){return this.x=Math.round(this.x),this.y=Math.round(this.y),this.z=Math.round(this.z),this}roundToZero(){return this.x=Math.trunc(this.x),this.y=Math.trunc(this.y),this.z=Math.trunc(this.z),this}negate(){return this.x=-this.x,this.y=-this.y,this.z=-this.z,this}dot(e){return this.x*e.x+this.y*e.y+this.z*e.z}lengthSq(){return this.x*this.x+this.y*this.y+this.z*this.z}length(){return Math.sqrt(this.x*this.x+this.y*this.y+this.z*this.z)}manhattanLength(){return Math.abs(this.x)+Math.abs(this.y)+Math.abs(this.z)}normalize(){return this.divideScalar(this.length()||1)}setLength(e){return this.normalize().multiplyScalar(e)}lerp(e,t){return this.x+=(e.x-this.x)*t,this.y+=(e.y-this.y)*t,this.z+=(e.z-this.z)*t,this}lerpVectors(e,t,n){return this.x=e.x+(t.x-e.x)*n,this.y=e.y+(t.y-e.y)*n,this.z=e.z+(t.z-e.z)*n,this}cross(e){return this.crossVectors(this,e)}crossVectors(e,t){let n=e.x,s=e.y,r=e.z,o=t.x,a=t.y,l=t.z;return this.x=s*l-r*a,this.y=r*o-n*l,this.z=n*a-s*o,this}projectOnVector(e){let t=e.lengthSq();if(t===0)return this.set(0,0,0);let n=e.dot(this)/t;return this.copy(e).multiplyScalar(n)}projectOnPlane(e){return fu.copy(this).projectOnVector(e),this.sub(fu)}reflect(e){return this.sub(fu.copy(e).multiplyScalar(2*this.dot(e)))}angleTo(e){let t=Math.sqrt(this.lengthSq()*e.lengthSq());if(t===0)return Math.PI/2;let n=this.dot(e)/t;return Math.acos(ct(n,-1,1))}distanceTo(e){return Math.sqrt(this.distanceToSquared(e))}distanceToSquared(e){let t=this.x-e.x,n=this.y-e.y,s=this.z-e.z;return t*t+n*n+s*s}manhattanDistanceTo(e){return Math.abs(this.x-e.x)+Math.abs(this.y-e.y)+Math.abs(this.z-e.z)}setFromSpherical(e){return this.setFromSphericalCoords(e.radius,e.phi,e.theta)}setFromSphericalCoords(e,t,n){let s=Math.sin(t)*e;return this.x=s*Math.sin(n),this.y=Math.cos(t)*e,this.z=s*Math.cos(n),this}setFromCylindrical(e){return this.setFromCylindricalCoords(e.radius,e.theta,e.y)}setFromCylindricalCoords(e,t,n){return this.x=e*Math.sin(t),this.y=n,this.z=e*Math.cos(t),this}setFromMatrixPosition(e){let t=e.elements;return this.x=t[12],this.y=t[13],this.z=t[14],this}setFromMatrixScale(e){let t=this.setFromMatrixColumn(e,0).length(),n=this.setFromMatrixColumn(e,1).length(),s=this.setFromMatrixColumn(e,2).length();return this.x=t,this.y=n,this.z=s,this}setFromMatrixColumn(e,t){return this.fromArray(e.elements,t*4)}setFromMatrix3Column(e,t){return this.fromArray(e.elements,t*3)}setFromEuler(e){return this.x=e._x,this.y=e._y,this.z=e._z,this}setFromColor(e){return this.x=e.r,this.y=e.g,this.z=e.b,this}equals(e){return e.x===this.x&&e.y===this.y&&e.z===this.z}fromArray(e,t=0){return this.x=e[t],this.y=e[t+1],this.z=e[t+2],this}toArray(e=[],t=0){return e[t]=this.x,e[t+1]=this.y,e[t+2]=this.z,e}fromBufferAttribute(e,t){return this.x=e.getX(t),this.y=e.getY(t),this.z=e.getZ(t),this}random(){return this.x=Math.random(),this.y=Math.random(),this.z=Math.random(),this}randomDirection(){let e=Math.random()*Math.PI*2,t=Math.random()*2-1,n=Math.sqrt(1-t*t);return this.x=n*Math.cos(e),this.y=t,this.z=n*Math.sin(e),this}*[Symbol.iterator](){yield this.x,yield this.y,yield this.z}};Ed.prototype.isVector3=!0;var O=Ed,fu=new O,Jp=new oi,Td=class Td{constructor(e,t,n,s,r,o,a,l,c){this.elements=[1,0,0,0,1,0,0,0,1],e!==void 0&&this.set(e,t,n,s,r,o,a,l,c)}set(e,t,n,s,r,o,a,l,c){let h=this.elements;return h[0]=e,h[1]=s,h[2]=a,h[3]=t,h[4]=r,h[5]=l,h[6]=n,h[7]=o,h[8]=c,this}identity(){return this.set(1,0,0,0,1,0,0,0,1),this}copy(e){let t=this.elements,n=e.elements;return t[0]=n[0],t[1]=n[1],t[2]=n[2],t[3]=n[3],t[4]=n[4],t[5]=n[5],t[6]=n[6],t[7]=n[7],t[8]=n[8],this}extractBasis(e,t,n){return e.setFromMatrix3Column(this,0),t.setFromMatrix3Column(this,1),n.setFromMatrix3Column(this,2),this}setFromMatrix4(e){let t=e.elements;return this.set(t[0],t[4],t[8],t[1],t[5],t[9],t[2],t[6],t[10]),this}multiply(e){return this.multiplyMatrices(this,e)}premultiply(e){return this.multiplyMatrices(e,this)}multiplyMatrices(e,t){let n=e.elements,s=t.elements,r=this.elements,o=n[0],a=n[3],l=n[6],c=n[1],h=n[4],u=n[7],d=n[2],f=n[5],g=n[8],v=s[0],p=s[3],m=s[6],y=s[1],T=s[4],S=s[7],R=s[2],A=s[5],_=s[8];return r[0]=o*v+a*y+l*R,r[3]=o*p+a*T+l*A,r[6]=o*m+a*S+l*_,r[1]=c*v+h*y+u*R,r[4]=c*p+h*T+u*A,r[7]=c*m+h*S+u*_,r[2]=d*v+f*y+g*R,r[5]=d*p+f*T+g*A,r[8]=d*m+f*S+g*_,this}multiplyScalar(e){let t=this.elements;return t[0]*=e,t[3]*=e,t[6]*=e,t[1]*=e,t[4]*=e,t[7]*=e,t[2]*=e,t[5]*=e,t[8]*=e,this}determinant(){let e=this.elements,t=e[0],n=e[1],s=e[2],r=e[3],o=e[4],a=e[5],l=e[6],c=e[7],h=e[8];return t*o*h-t*a*c-n*r*h+n*a*l+s*r*c-s*o*l}invert(){let e=this.elements,t=e[0],n=e[1],s=e[2],r=e[3],o=e[4],a=e[5],l=e[6],c=e[7],h=e[8],u=h*o-a*c,d=a*l-h*r,f=c*r-o*l,g=t*u+n*d+s*f;if(g===0)return this.set(0,0,0,0,0,0,0,0,0);let v=1/g;return e[0]=u*v,e[1]=(s*c-h*n)*v,e[2]=(a*n-s*o)*v,e[3]=d*v,e[4]=(h*t-s*l)*v,e[5]=(s*r-a*t)*v,e[6]=f*v,e[7]=(n*l-c*t)*v,e[8]=(o*t-n*r)*v,this}transpose(){let e,t=this.elements;return e=t[1],t[1]=t[3],t[3]=e,e=t[2],t[2]=t[6],t[6]=e,e=t[5],t[5]=t[7],t[7]=e,this}getNormalMatrix(e){return this.setFromMatrix4(e).invert().transpose()}transposeIntoArray(e){let t=this.elements;return e[0]=t[0],e[1]=t[3],e[2]=t[6],e[3]=t[1],e[4]=t[4],e[5]=t[7],e[6]=t[2],e[7]=t[5],e[8]=t[8],this}setUvTransform(e,t,n,s,r,o,a){let l=Math.cos(r),c=Math.sin(r);return this.set(n*l,n*c,-n*(l*o+c*a)+o+e,-s*c,s*l,-s*(-c*o+l*a)+a+t,0,0,1),this}scale(e,t){return Xo("Matrix3: .scale() is deprecated. Use .makeScale() instead."),this.premultiply(pu.makeScale(e,t)),this}rotate(e){return Xo("Matrix3: .rotate() is deprecated. Use .makeRotation() instead."),this.premultiply(pu.makeRotation(-e)),this}translate(e,t){return Xo("Matrix3: .translate() is deprecated. Use .makeTranslation() instead."),this.premultiply(pu.makeTranslation(e,t)),this}makeTranslation(e,t){return e.isVector2?this.set(1,0,e.x,0,1,e.y,0,0,1):this.set(1,0,e,0,1,t,0,0,1),this}makeRotation(e){let t=Math.cos(e),n=Math.sin(e);return this.set(t,-n,0,n,t,0,0,0,1),this}makeScale(e,t){return this.set(e,0,0,0,t,0,0,0,1),this}equals(e){let t=this.elements,n=e.elements;for(let s=0;s<9;s++)if(t[s]!==n[s])return!1;return!0}fromArray(e,t=0){for(let n=0;n<9;n++)this.elements[n]=e[n+t];return this}toArray(e=[],t=0){let n=this.elements;return e[t]=n[0],e[t+1]=n[1],e[t+2]=n[2],e[t+3]=n[3],e[t+4]=n[4],e[t+5]=n[5],e[t+6]=n[6],e[t+7]=n[7],e[t+8]=n[8],e}clone(){return new this.constructor().fromArray(this.elements)}};Td.prototype.isMatrix3=!0;var tt=Td,pu=new tt,jp=new tt().set(.4123908,.3575843,.1804808,.212639,.7151687,.0721923,.0193308,.1191948,.9505322),Qp=new tt().set(3.2409699,-1.5373832,-.4986108,-.9692436,1.8759675,.0415551,.0556301,-.203977,1.0569715);function jx(){let i={enabled:!0,workingColorSpace:rr,spaces:{},convert:function(s,r,o){return this.enabled===!1||r===o||!r||!o||(this.spaces[r].transfer===Tt&&(s.r=cs(s.r),s.g=cs(s.g),s.b=cs(s.b)),this.spaces[r].primaries!==this.spaces[o].primaries&&(s.applyMatrix3(this.spaces[r].toXYZ),s.applyMatrix3(this.spaces[o].fromXYZ)),this.spaces[o].transfer===Tt&&(s.r=jr(s.r),s.g=jr(s.g),s.b=jr(s.b))),s},workingToColorSpace:function(s,r){return this.convert(s,this.workingColorSpace,r)},colorSpaceToWorking:function(s,r){return this.convert(s,r,this.workingColorSpace)},getPrimaries:function(s){return this.spaces[s].primaries},getTransfer:function(s){return s===ms?Jo:this.spaces[s].transfer},getToneMappingMode:function(s){return this.spaces[s].outputColorSpaceConfig.toneMappingMode||"standard"},getLuminanceCoefficients:function(s,r=this.workingColorSpace){return s.fromArray(this.spaces[r].luminanceCoefficients)},define:function(s){Object.assign(this.spaces,s)},_getMatrix:function(s,r,o){return s.copy(this.spaces[o].fromXYZ).multiply(this.spaces[r].toXYZ)},_getDrawingBufferColorSpace:function(s){return this.spaces[s].outputColorSpaceConfig.drawingBufferColorSpace},_getUnpackColorSpace:function(s=this.workingColorSpace){return this.spaces[s].workingColorSpaceConfig.unpackColorSpace}},e=[.64,.33,.3,.6,.15,.06],t=[.2126,.7152,.0722],n=[.3127,.329];return i.define({[rr]:{primaries:e,whitePoint:n,transfer:Jo,toXYZ:jp,fromXYZ:Qp,luminanceCoefficients:t,workingColorSpaceConfig:{unpackColorSpace:si},outputColorSpaceConfig:{drawingBufferColorSpace:si}},[si]:{primaries:e,whitePoint:n,transfer:Tt,toXYZ:jp,fromXYZ:Qp,luminanceCoefficients:t,outputColorSpaceConfig:{drawingBufferColorSpace:si}}}),i}var pt=jx();function cs(i){return i<.04045?i*.0773993808:Math.pow(i*.9478672986+.0521327014,2.4)}function jr(i){return i<.0031308?i*12.92:1.055*Math.pow(i,.41666)-.055}var kr,Wl=class{static getDataURL(e,t="image/png"){if(/^data:/i.test(e.src)||typeof HTMLCanvasElement>"u")return e.src;let n;if(e instanceof HTMLCanvasElement)n=e;else{kr===void 0&&(kr=Qo("canvas")),kr.width=e.width,kr.height=e.height;let s=kr.getContext("2d");e instanceof ImageData?s.putImageData(e,0,0):s.drawImage(e,0,0,e.width,e.height),n=kr}return n.toDataURL(t)}static sRGBToLinear(e){if(typeof HTMLImageElement<"u"&&e instanceof HTMLImageElement||typeof HTMLCanvasElement<"u"&&e instanceof HTMLCanvasElement||typeof ImageBitmap<"u"&&e instanceof ImageBitmap){let t=Qo("canvas");t.width=e.width,t.height=e.height;let n=t.getContext("2d");n.drawImage(e,0,0,e.width,e.height);let s=n.getImageData(0,0,e.width,e.height),r=s.data;for(let o=0;o<r.length;o++)r[o]=cs(r[o]/255)*255;return n.putImageData(s,0,0),t}else if(e.data){let t=e.data.slice(0);for(let n=0;n<t.length;n++)t instanceof Uint8Array||t instanceof Uint8ClampedArray?t[n]=Math.floor(cs(t[n]/255)*255):t[n]=cs(t[n]);return{data:t,width:e.width,height:e.height}}else return $e("ImageUtils.sRGBToLinear(): Unsupported image type. No color space conversion applied."),e}},Qx=0,no=class{constructor(e=null){this.isTextureSource=!0,Object.defineProperty(this,"id",{value:Qx++}),this.uuid=go(),this.data=e,this.dataReady=!0,this.version=0}getSize(e){let t=this.data;return typeof HTMLVideoElement<"u"&&t instanceof HTMLVideoElement?e.set(t.videoWidth,t.videoHeight,0):typeof VideoFrame<"u"&&t instanceof VideoFrame?e.set(t.displayWidth,t.displayHeight,0):t!==null?e.set(t.width||0,t.height||0,t.depth||0):e.set(0,0,0),e}set needsUpdate(e){e===!0&&this.version++}toJSON(e){let t=e===void 0||typeof e=="string";if(!t&&e.images[this.uuid]!==void 0)return e.images[this.uuid];let n={uuid:this.uuid,url:""},s=this.data;if(s!==null){let r;if(Array.isArray(s)){r=[];for(let o=0,a=s.length;o<a;o++)s[o].isDataTexture?r.push(mu(s[o].image)):r.push(mu(s[o]))}else r=mu(s);n.url=r}return t||(e.images[this.uuid]=n),n}};function mu(i){return typeof HTMLImageElement<"u"&&i instanceof HTMLImageElement||typeof HTMLCanvasElement<"u"&&i instanceof HTMLCanvasElement||typeof ImageBitmap<"u"&&i instanceof ImageBitmap?Wl.getDataURL(i):i.data?{data:Array.from(i.data),width:i.width,height:i.height,type:i.data.constructor.name}:($e("Texture: Unable to serialize Texture."),{})}var ev=0,gu=new O,qn=class i extends Ci{constructor(e=i.DEFAULT_IMAGE,t=i.DEFAULT_MAPPING,n=Gi,s=Gi,r=Cn,o=fs,a=Di,l=Xn,c=i.DEFAULT_ANISOTROPY,h=ms){super(),this.isTexture=!0,Object.defineProperty(this,"id",{value:ev++}),this.uuid=go(),this.name="",this.source=new no(e),this.mipmaps=[],this.mapping=t,this.channel=0,this.wrapS=n,this.wrapT=s,this.magFilter=r,this.minFilter=o,this.anisotropy=c,this.format=a,this.internalFormat=null,this.type=l,this.offset=new ze(0,0),this.repeat=new ze(1,1),this.center=new ze(0,0),this.rotation=0,this.matrixAutoUpdate=!0,this.matrix=new tt,this.generateMipmaps=!0,this.mipmapsAutoUpdate=!0,this.premultiplyAlpha=!1,this.flipY=!0,this.unpackAlignment=4,this.colorSpace=h,this.userData={},this.updateRanges=[],this.version=0,this.onUpdate=null,this.renderTarget=null,this.isRenderTargetTexture=!1,this.isArrayTexture=!!(e&&e.depth&&e.depth>1),this.pmremVersion=0,this.isPMREMTexture=!1,this.normalized=!1}get width(){return this.source.getSize(gu).x}get height(){return this.source.getSize(gu).y}get depth(){return this.source.getSize(gu).z}get image(){return this.source.data}set image(e){this.source.data=e}updateMatrix(){this.matrix.setUvTransform(this.offset.x,this.offset.y,this.repeat.x,this.repeat.y,this.rotation,this.center.x,this.center.y)}addUpdateRange(e,t){this.updateRanges.push({start:e,count:t})}clearUpdateRanges(){this.updateRanges.length=0}clone(){return new this.constructor().copy(this)}copy(e){return this.name=e.name,this.source=e.source,this.mipmaps=e.mipmaps.slice(0),this.mapping=e.mapping,this.channel=e.channel,this.wrapS=e.wrapS,this.wrapT=e.wrapT,this.magFilter=e.magFilter,this.minFilter=e.minFilter,this.anisotropy=e.anisotropy,this.format=e.format,this.internalFormat=e.internalFormat,this.type=e.type,this.normalized=e.normalized,this.offset.copy(e.offset),this.repeat.copy(e.repeat),this.center.copy(e.center),this.rotation=e.rotation,this.matrixAutoUpdate=e.matrixAutoUpdate,this.matrix.copy(e.matrix),this.generateMipmaps=e.generateMipmaps,this.mipmapsAutoUpdate=e.mipmapsAutoUpdate,this.premultiplyAlpha=e.premultiplyAlpha,this.flipY=e.flipY,this.unpackAlignment=e.unpackAlignment,this.colorSpace=e.colorSpace,this.renderTarget=e.renderTarget,this.isRenderTargetTexture=e.isRenderTargetTexture,this.isPMREMTexture=e.isPMREMTexture,this.isArrayTexture=e.isArrayTexture,this.userData=JSON.parse(JSON.stringify(e.userData)),this.needsUpdate=!0,this}setValues(e){for(let t in e){let n=e[t];if(n===void 0){$e(`Texture.setValues(): parameter '${t}' has value of undefined.`);continue}let s=this[t];if(s===void 0){$e(`Texture.setValues(): property '${t}' does not exist.`);continue}s&&n&&s.isVector2&&n.isVector2||s&&n&&s.isVector3&&n.isVector3||s&&n&&s.isMatrix3&&n.isMatrix3?s.copy(n):this[t]=n}}toJSON(e){let t=e===void 0||typeof e=="string";if(!t&&e.textures[this.uuid]!==void 0)return e.textures[this.uuid];let n={metadata:{version:4.7,type:"Texture",generator:"Texture.toJSON"},uuid:this.uuid,name:this.name,image:this.source.toJSON(e).uuid,mapping:this.mapping,channel:this.channel,repeat:[this.repeat.x,this.repeat.y],offset:[this.offset.x,this.offset.y],center:[this.center.x,this.center.y],rotation:this.rotation,wrap:[this.wrapS,this.wrapT],format:this.format,internalFormat:this.internalFormat,type:this.type,normalized:this.normalized,colorSpace:this.colorSpace,minFilter:this.minFilter,magFilter:this.magFilter,anisotropy:this.anisotropy,flipY:this.flipY,generateMipmaps:this.generateMipmaps,mipmapsAutoUpdate:this.mipmapsAutoUpdate,premultiplyAlpha:this.premultiplyAlpha,unpackAlignment:this.unpackAlignment};return Object.keys(this.userData).length>0&&(n.userData=this.userData),t||(e.textures[this.uuid]=n),n}dispose(){this.dispatchEvent({type:"dispose"})}transformUv(e){if(this.mapping!==id)return e;if(e.applyMatrix3(this.matrix),e.x<0||e.x>1)switch(this.wrapS){case Hl:e.x=e.x-Math.floor(e.x);break;case Gi:e.x=e.x<0?0:1;break;case Vl:Math.abs(Math.floor(e.x)%2)===1?e.x=Math.ceil(e.x)-e.x:e.x=e.x-Math.floor(e.x);break}if(e.y<0||e.y>1)switch(this.wrapT){case Hl:e.y=e.y-Math.floor(e.y);break;case Gi:e.y=e.y<0?0:1;break;case Vl:Math.abs(Math.floor(e.y)%2)===1?e.y=Math.ceil(e.y)-e.y:e.y=e.y-Math.floor(e.y);break}return this.flipY&&(e.y=1-e.y),e}set needsUpdate(e){e===!0&&(this.version++,this.source.needsUpdate=!0)}set needsPMREMUpdate(e){e===!0&&this.pmremVersion++}};qn.DEFAULT_IMAGE=null;qn.DEFAULT_MAPPING=id;qn.DEFAULT_ANISOTROPY=1;var Ad=class Ad{constructor(e=0,t=0,n=0,s=1){this.x=e,this.y=t,this.z=n,this.w=s}get width(){return this.z}set width(e){this.z=e}get height(){return this.w}set height(e){this.w=e}set(e,t,n,s){return this.x=e,this.y=t,this.z=n,this.w=s,this}setScalar(e){return this.x=e,this.y=e,this.z=e,this.w=e,this}setX(e){return this.x=e,this}setY(e){return this.y=e,this}setZ(e){return this.z=e,this}setW(e){return this.w=e,this}setComponent(e,t){switch(e){case 0:this.x=t;break;case 1:this.y=t;break;case 2:this.z=t;break;case 3:this.w=t;break;default:throw new Error("THREE.Vector4: index is out of range: "+e)}return this}getComponent(e){switch(e){case 0:return this.x;case 1:return this.y;case 2:return this.z;case 3:return this.w;default:throw new Error("THREE.Vector4: index is out of range: "+e)}}clone(){return new this.constructor(this.x,this.y,this.z,this.w)}copy(e){return this.x=e.x,this.y=e.y,this.z=e.z,this.w=e.w!==void 0?e.w:1,this}add(e){return this.x+=e.x,this.y+=e.y,this.z+=e.z,this.w+=e.w,this}addScalar(e){return this.x+=e,this.y+=e,this.z+=e,this.w+=e,this}addVectors(e,t){return this.x=e.x+t.x,this.y=e.y+t.y,this.z=e.z+t.z,this.w=e.w+t.w,this}addScaledVector(e,t){return this.x+=e.x*t,this.y+=e.y*t,this.z+=e.z*t,this.w+=e.w*t,this}sub(e){return this.x-=e.x,this.y-=e.y,this.z-=e.z,this.w-=e.w,this}subScalar(e){return this.x-=e,this.y-=e,this.z-=e,this.w-=e,this}subVectors(e,t){return this.x=e.x-t.x,this.y=e.y-t.y,this.z=e.z-t.z,this.w=e.w-t.w,this}multiply(e){return this.x*=e.x,this.y*=e.y,this.z*=e.z,this.w*=e.w,this}multiplyScalar(e){return this.x*=e,this.y*=e,this.z*=e,this.w*=e,this}applyMatrix4(e){let t=this.x,n=this.y,s=this.z,r=this.w,o=e.elements;return this.x=o[0]*t+o[4]*n+o[8]*s+o[12]*r,this.y=o[1]*t+o[5]*n+o[9]*s+o[13]*r,this.z=o[2]*t+o[6]*n+o[10]*s+o[14]*r,this.w=o[3]*t+o[7]*n+o[11]*s+o[15]*r,this}divide(e){return this.x/=e.x,this.y/=e.y,this.z/=e.z,this.w/=e.w,this}divideScalar(e){return this.multiplyScalar(1/e)}setAxisAngleFromQuaternion(e){this.w=2*Math.acos(e.w);let t=Math.sqrt(1-e.w*e.w);return t<1e-4?(this.x=1,this.y=0,this.z=0):(this.x=e.x/t,this.y=e.y/t,this.z=e.z/t),this}setAxisAngleFromRotationMatrix(e){let t,n,s,r,l=e.elements,c=l[0],h=l[4],u=l[8],d=l[1],f=l[5],g=l[9],v=l[2],p=l[6],m=l[10];if(Math.abs(h-d)<.01&&Math.abs(u-v)<.01&&Math.abs(g-p)<.01){if(Math.abs(h+d)<.1&&Math.abs(u+v)<.1&&Math.abs(g+p)<.1&&Math.abs(c+f+m-3)<.1)return this.set(1,0,0,0),this;t=Math.PI;let T=(c+1)/2,S=(f+1)/2,R=(m+1)/2,A=(h+d)/4,_=(u+v)/4,E=(g+p)/4;return T>S&&T>R?T<.01?(n=0,s=.707106781,r=.707106781):(n=Math.sqrt(T),s=A/n,r=_/n):S>R?S<.01?(n=.707106781,s=0,r=.707106781):(s=Math.sqrt(S),n=A/s,r=E/s):R<.01?(n=.707106781,s=.707106781,r=0):(r=Math.sqrt(R),n=_/r,s=E/r),this.set(n,s,r,t),this}let y=Math.sqrt((p-g)*(p-g)+(u-v)*(u-v)+(d-h)*(d-h));return Math.abs(y)<.001&&(y=1),this.x=(p-g)/y,this.y=(u-v)/y,this.z=(d-h)/y,this.w=Math.acos((c+f+m-1)/2),this}setFromMatrixPosition(e){let t=e.elements;return this.x=t[12],this.y=t[13],this.z=t[14],this.w=t[15],this}min(e){return this.x=Math.min(this.x,e.x),this.y=Math.min(this.y,e.y),this.z=Math.min(this.z,e.z),this.w=Math.min(this.w,e.w),this}max(e){return this.x=Math.max(this.x,e.x),this.y=Math.max(this.y,e.y),this.z=Math.max(this.z,e.z),this.w=Math.max(this.w,e.w),this}clamp(e,t){return this.x=ct(this.x,e.x,t.x),this.y=ct(this.y,e.y,t.y),this.z=ct(this.z,e.z,t.z),this.w=ct(this.w,e.w,t.w),this}clampScalar(e,t){return this.x=ct(this.x,e,t),this.y=ct(this.y,e,t),this.z=ct(this.z,e,t),this.w=ct(this.w,e,t),this}clampLength(e,t){let n=this.length();return this.divideScalar(n||1).multiplyScalar(ct(n,e,t))}floor(){return this.x=Math.floor(this.x),this.y=Math.floor(this.y),this.z=Math.floor(this.z),this.w=Math.floor(this.w),this}ceil(){return this.x=Math.ceil(this.x),this.y=Math.ceil(this.y),this.z=Math.ceil(this.z),this.w=Math.ceil(this.w),this}round(){return this.x=Math.round(this.x),this.y=Math.round(this.y),this.z=Math.round(this.z),this.w=Math.round(this.w),this}roundToZero(){return this.x=Math.trunc(this.x),this.y=Math.trunc(this.y),this.z=Math.trunc(this.z),this.w=Math.trunc(this.w),this}negate(){return this.x=-this.x,this.y=-this.y,this.z=-this.z,this.w=-this.w,this}dot(e){return this.x*e.x+this.y*e.y+this.z*e.z+this.w*e.w}lengthSq(){return this.x*this.x+this.y*this.y+this.z*this.z+this.w*this.w}length(){return Math.sqrt(this.x*this.x+this.y*this.y+this.z*this.z+this.w*this.w)}manhattanLength(){return Math.abs(this.x)+Math.abs(this.y)+Math.abs(this.z)+Math.abs(this.w)}normalize(){return this.divideScalar(this.length()||1)}setLength(e){return this.normalize().multiplyScalar(e)}lerp(e,t){return this.x+=(e.x-this.x)*t,this.y+=(e.y-this.y)*t,this.z+=(e.z-this.z)*t,this.w+=(e.w-this.w)*t,this}lerpVectors(e,t,n){return this.x=e.x+(t.x-e.x)*n,this.y=e.y+(t.y-e.y)*n,this.z=e.z+(t.z-e.z)*n,this.w=e.w+(t.w-e.w)*n,this}equals(e){return e.x===this.x&&e.y===this.y&&e.z===this.z&&e.w===this.w}fromArray(e,t=0){return this.x=e[t],this.y=e[t+1],this.z=e[t+2],this.w=e[t+3],this}toArray(e=[],t=0){return e[t]=this.x,e[t+1]=this.y,e[t+2]=this.z,e[t+3]=this.w,e}fromBufferAttribute(e,t){return this.x=e.getX(t),this.y=e.getY(t),this.z=e.getZ(t),this.w=e.getW(t),this}random(){return this.x=Math.random(),this.y=Math.random(),this.z=Math.random(),this.w=Math.random(),this}*[Symbol.iterator](){yield this.x,yield this.y,yield this.z,yield this.w}};Ad.prototype.isVector4=!0;var Ft=Ad,Xl=class extends Ci{constructor(e=1,t=1,n={}){super(),n=Object.assign({generateMipmaps:!1,internalFormat:null,minFilter:Cn,depthBuffer:!0,stencilBuffer:!1,resolveColorBuffer:!0,resolveDepthBuffer:!0,resolveStencilBuffer:!0,storeMultisampledColorBuffer:!0,storeMultisampledDepthBuffer:!0,storeMultisampledStencilBuffer:!0,depthTexture:null,samples:0,count:1,depth:1,multiview:!1,useArrayDepthTexture:!1},n),this.isRenderTarget=!0,this.width=e,this.height=t,this.depth=n.depth,this.scissor=new Ft(0,0,e,t),this.scissorTest=!1,this.viewport=new Ft(0,0,e,t),this.textures=[];let s=n.count;for(let r=0;r<s;r++)this.textures[r]=new qn({width:e,height:t,depth:n.depth}),this.textures[r].isRenderTargetTexture=!0,this.textures[r].renderTarget=this;this._setTextureOptions(n),this.depthBuffer=n.depthBuffer,this.stencilBuffer=n.stencilBuffer,this.resolveColorBuffer=n.resolveColorBuffer,this.resolveDepthBuffer=n.resolveDepthBuffer,this.resolveStencilBuffer=n.resolveStencilBuffer,this.storeMultisampledColorBuffer=n.storeMultisampledColorBuffer,this.storeMultisampledDepthBuffer=n.storeMultisampledDepthBuffer,this.storeMultisampledStencilBuffer=n.storeMultisampledStencilBuffer,this._depthTexture=null,this.depthTexture=n.depthTexture,this.samples=n.samples,this.multiview=n.multiview,this.useArrayDepthTexture=n.useArrayDepthTexture}_setTextureOptions(e={}){let t={minFilter:Cn,generateMipmaps:!1,flipY:!1,internalFormat:null};e.mapping!==void 0&&(t.mapping=e.mapping),e.wrapS!==void 0&&(t.wrapS=e.wrapS),e.wrapT!==void 0&&(t.wrapT=e.wrapT),e.wrapR!==void 0&&(t.wrapR=e.wrapR),e.magFilter!==void 0&&(t.magFilter=e.magFilter),e.minFilter!==void 0&&(t.minFilter=e.minFilter),e.format!==void 0&&(t.format=e.format),e.type!==void 0&&(t.type=e.type),e.anisotropy!==void 0&&(t.anisotropy=e.anisotropy),e.colorSpace!==void 0&&(t.colorSpace=e.colorSpace),e.flipY!==void 0&&(t.flipY=e.flipY),e.generateMipmaps!==void 0&&(t.generateMipmaps=e.generateMipmaps),e.mipmapsAutoUpdate!==void 0&&(t.mipmapsAutoUpdate=e.mipmapsAutoUpdate),e.internalFormat!==void 0&&(t.internalFormat=e.internalFormat);for(let n=0;n<this.textures.length;n++)this.textures[n].setValues(t)}get texture(){return this.textures[0]}set texture(e){this.textures[0]=e}set depthTexture(e){this._depthTexture!==null&&this._depthTexture.renderTarget===this&&(this._depthTexture.renderTarget=null),e!==null&&e.renderTarget===null&&(e.renderTarget=this),this._depthTexture=e}get depthTexture(){return this._depthTexture}setSize(e,t,n=1){if(this.width!==e||this.height!==t||this.depth!==n){this.width=e,this.height=t,this.depth=n;for(let s=0,r=this.textures.length;s<r;s++)this.textures[s].image.width=e,this.textures[s].image.height=t,this.textures[s].image.depth=n,this.textures[s].isData3DTexture!==!0&&(this.textures[s].isArrayTexture=this.textures[s].image.depth>1);this.dispose()}this.viewport.set(0,0,e,t),this.scissor.set(0,0,e,t)}clone(){return new this.constructor().copy(this)}copy(e){this.width=e.width,this.height=e.height,this.depth=e.depth,this.scissor.copy(e.scissor),this.scissorTest=e.scissorTest,this.viewport.copy(e.viewport),this.textures.length=0;for(let t=0,n=e.textures.length;t<n;t++){this.textures[t]=e.textures[t].clone(),this.textures[t].isRenderTargetTexture=!0,this.textures[t].renderTarget=this;let s=Object.assign({},e.textures[t].image);this.textures[t].source=new no(s)}if(this.depthBuffer=e.depthBuffer,this.stencilBuffer=e.stencilBuffer,this.resolveColorBuffer=e.resolveColorBuffer,this.resolveDepthBuffer=e.resolveDepthBuffer,this.resolveStencilBuffer=e.resolveStencilBuffer,this.storeMultisampledColorBuffer=e.storeMultisampledColorBuffer,this.storeMultisampledDepthBuffer=e.storeMultisampledDepthBuffer,this.storeMultisampledStencilBuffer=e.storeMultisampledStencilBuffer,e.depthTexture!==null)if(e.depthTexture.renderTarget===e){let t=e.depthTexture.clone();t.renderTarget=null,this.depthTexture=t}else this.depthTexture=e.depthTexture;else this.depthTexture=null;return this.samples=e.samples,this.multiview=e.multiview,this.useArrayDepthTexture=e.useArrayDepthTexture,this}dispose(){this.dispatchEvent({type:"dispose"})}},In=class extends Xl{constructor(e=1,t=1,n={}){super(e,t,n),this.isWebGLRenderTarget=!0}},ea=class extends qn{constructor(e=null,t=1,n=1,s=1){super(null),this.isDataArrayTexture=!0,this.image={data:e,width:t,height:n,depth:s},this.magFilter=Rn,this.minFilter=Rn,this.wrapR=Gi,this.generateMipmaps=!1,this.flipY=!1,this.unpackAlignment=1,this.layerUpdates=new Set}copy(e){return super.copy(e),this.wrapR=e.wrapR,this}addLayerUpdate(e){this.layerUpdates.add(e)}clearLayerUpdates(){this.layerUpdates.clear()}};var ql=class extends qn{constructor(e=null,t=1,n=1,s=1){super(null),this.isData3DTexture=!0,this.image={data:e,width:t,height:n,depth:s},this.magFilter=Rn,this.minFilter=Rn,this.wrapR=Gi,this.generateMipmaps=!1,this.flipY=!1,this.unpackAlignment=1}copy(e){return super.copy(e),this.wrapR=e.wrapR,this}};var xc=class xc{constructor(e,t,n,s,r,o,a,l,c,h,u,d,f,g,v,p){this.elements=[1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1],e!==void 0&&this.set(e,t,n,s,r,o,a,l,c,h,u,d,f,g,v,p)}set(e,t,n,s,r,o,a,l,c,h,u,d,f,g,v,p){let m=this.elements;return m[0]=e,m[4]=t,m[8]=n,m[12]=s,m[1]=r,m[5]=o,m[9]=a,m[13]=l,m[2]=c,m[6]=h,m[10]=u,m[14]=d,m[3]=f,m[7]=g,m[11]=v,m[15]=p,this}identity(){return this.set(1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1),this}clone(){return new xc().fromArray(this.elements)}copy(e){let t=this.elements,n=e.elements;return t[0]=n[0],t[1]=n[1],t[2]=n[2],t[3]=n[3],t[4]=n[4],t[5]=n[5],t[6]=n[6],t[7]=n[7],t[8]=n[8],t[9]=n[9],t[10]=n[10],t[11]=n[11],t[12]=n[12],t[13]=n[13],t[14]=n[14],t[15]=n[15],this}copyPosition(e){let t=this.elements,n=e.elements;return t[12]=n[12],t[13]=n[13],t[14]=n[14],this}setFromMatrix3(e){let t=e.elements;return this.set(t[0],t[3],t[6],0,t[1],t[4],t[7],0,t[2],t[5],t[8],0,0,0,0,1),this}extractBasis(e,t,n){return this.determinantAffine()===0?(e.set(1,0,0),t.set(0,1,0),n.set(0,0,1),this):(e.setFromMatrixColumn(this,0),t.setFromMatrixColumn(this,1),n.setFromMatrixColumn(this,2),this)}makeBasis(e,t,n){return this.set(e.x,t.x,n.x,0,e.y,t.y,n.y,0,e.z,t.z,n.z,0,0,0,0,1),this}extractRotation(e){if(e.determinantAffine()===0)return this.identity();let t=this.elements,n=e.elements,s=1/zr.setFromMatrixColumn(e,0).length(),r=1/zr.setFromMatrixColumn(e,1).length(),o=1/zr.setFromMatrixColumn(e,2).length();return t[0]=n[0]*s,t[1]=n[1]*s,t[2]=n[2]*s,t[3]=0,t[4]=n[4]*r,t[5]=n[5]*r,t[6]=n[6]*r,t[7]=0,t[8]=n[8]*o,t[9]=n[9]*o,t[10]=n[10]*o,t[11]=0,t[12]=0,t[13]=0,t[14]=0,t[15]=1,this}makeRotationFromEuler(e){let t=this.elements,n=e.x,s=e.y,r=e.z,o=Math.cos(n),a=Math.sin(n),l=Math.cos(s),c=Math.sin(s),h=Math.cos(r),u=Math.sin(r);if(e.order==="XYZ"){let d=o*h,f=o*u,g=a*h,v=a*u;t[0]=l*h,t[4]=-l*u,t[8]=c,t[1]=f+g*c,t[5]=d-v*c,t[9]=-a*l,t[2]=v-d*c,t[6]=g+f*c,t[10]=o*l}else if(e.order==="YXZ"){let d=l*h,f=l*u,g=c*h,v=c*u;t[0]=d+v*a,t[4]=g*a-f,t[8]=o*c,t[1]=o*u,t[5]=o*h,t[9]=-a,t[2]=f*a-g,t[6]=v+d*a,t[10]=o*l}else if(e.order==="ZXY"){let d=l*h,f=l*u,g=c*h,v=c*u;t[0]=d-v*a,t[4]=-o*u,t[8]=g+f*a,t[1]=f+g*a,t[5]=o*h,t[9]=v-d*a,t[2]=-o*c,t[6]=a,t[10]=o*l}else if(e.order==="ZYX"){let d=o*h,f=o*u,g=a*h,v=a*u;t[0]=l*h,t[4]=g*c-f,t[8]=d*c+v,t[1]=l*u,t[5]=v*c+d,t[9]=f*c-g,t[2]=-c,t[6]=a*l,t[10]=o*l}else if(e.order==="YZX"){let d=o*l,f=o*c,g=a*l,v=a*c;t[0]=l*h,t[4]=v-d*u,t[8]=g*u+f,t[1]=u,t[5]=o*h,t[9]=-a*h,t[2]=-c*h,t[6]=f*u+g,t[10]=d-v*u}else if(e.order==="XZY"){let d=o*l,f=o*c,g=a*l,v=a*c;t[0]=l*h,t[4]=-u,t[8]=c*h,t[1]=d*u+v,t[5]=o*h,t[9]=f*u-g,t[2]=g*u-f,t[6]=a*h,t[10]=v*u+d}return t[3]=0,t[7]=0,t[11]=0,t[12]=0,t[13]=0,t[14]=0,t[15]=1,this}makeRotationFromQuaternion(e){return this.compose(tv,e,nv)}lookAt(e,t,n){let s=this.elements;return ni.subVectors(e,t),ni.lengthSq()===0&&(ni.z=1),ni.normalize(),As.crossVectors(n,ni),As.lengthSq()===0&&(Math.abs(n.z)===1?ni.x+=1e-4:ni.z+=1e-4,ni.normalize(),As.crossVectors(n,ni)),As.normalize(),ll.crossVectors(ni,As),s[0]=As.x,s[4]=ll.x,s[8]=ni.x,s[1]=As.y,s[5]=ll.y,s[9]=ni.y,s[2]=As.z,s[6]=ll.z,s[10]=ni.z,this}multiply(e){return this.multiplyMatrices(this,e)}premultiply(e){return this.multiplyMatrices(e,this)}multiplyMatrices(e,t){let n=e.elements,s=t.elements,r=this.elements,o=n[0],a=n[4],l=n[8],c=n[12],h=n[1],u=n[5],d=n[9],f=n[13],g=n[2],v=n[6],p=n[10],m=n[14],y=n[3],T=n[7],S=n[11],R=n[15],A=s[0],_=s[4],E=s[8],B=s[12],N=s[1],L=s[5],H=s[9],V=s[13],D=s[2],W=s[6],Y=s[10],G=s[14],ce=s[3],J=s[7],Q=s[11],re=s[15];return r[0]=o*A+a*N+l*D+c*ce,r[4]=o*_+a*L+l*W+c*J,r[8]=o*E+a*H+l*Y+c*Q,r[12]=o*B+a*V+l*G+c*re,r[1]=h*A+u*N+d*D+f*ce,r[5]=h*_+u*L+d*W+f*J,r[9]=h*E+u*H+d*Y+f*Q,r[13]=h*B+u*V+d*G+f*re,r[2]=g*A+v*N+p*D+m*ce,r[6]=g*_+v*L+p*W+m*J,r[10]=g*E+v*H+p*Y+m*Q,r[14]=g*B+v*V+p*G+m*re,r[3]=y*A+T*N+S*D+R*ce,r[7]=y*_+T*L+S*W+R*J,r[11]=y*E+T*H+S*Y+R*Q,r[15]=y*B+T*V+S*G+R*re,this}multiplyScalar(e){let t=this.elements;return t[0]*=e,t[4]*=e,t[8]*=e,t[12]*=e,t[1]*=e,t[5]*=e,t[9]*=e,t[13]*=e,t[2]*=e,t[6]*=e,t[10]*=e,t[14]*=e,t[3]*=e,t[7]*=e,t[11]*=e,t[15]*=e,this}determinant(){let e=this.elements,t=e[0],n=e[4],s=e[8],r=e[12],o=e[1],a=e[5],l=e[9],c=e[13],h=e[2],u=e[6],d=e[10],f=e[14],g=e[3],v=e[7],p=e[11],m=e[15],y=l*f-c*d,T=a*f-c*u,S=a*d-l*u,R=o*f-c*h,A=o*d-l*h,_=o*u-a*h;return t*(v*y-p*T+m*S)-n*(g*y-p*R+m*A)+s*(g*T-v*R+m*_)-r*(g*S-v*A+p*_)}determinantAffine(){let e=this.elements,t=e[0],n=e[4],s=e[8],r=e[1],o=e[5],a=e[9],l=e[2],c=e[6],h=e[10];return t*(o*h-a*c)-n*(r*h-a*l)+s*(r*c-o*l)}transpose(){let e=this.elements,t;return t=e[1],e[1]=e[4],e[4]=t,t=e[2],e[2]=e[8],e[8]=t,t=e[6],e[6]=e[9],e[9]=t,t=e[3],e[3]=e[12],e[12]=t,t=e[7],e[7]=e[13],e[13]=t,t=e[11],e[11]=e[14],e[14]=t,this}setPosition(e,t,n){let s=this.elements;return e.isVector3?(s[12]=e.x,s[13]=e.y,s[14]=e.z):(s[12]=e,s[13]=t,s[14]=n),this}invert(){let e=this.elements,t=e[0],n=e[1],s=e[2],r=e[3],o=e[4],a=e[5],l=e[6],c=e[7],h=e[8],u=e[9],d=e[10],f=e[11],g=e[12],v=e[13],p=e[14],m=e[15],y=t*a-n*o,T=t*l-s*o,S=t*c-r*o,R=n*l-s*a,A=n*c-r*a,_=s*c-r*l,E=h*v-u*g,B=h*p-d*g,N=h*m-f*g,L=u*p-d*v,H=u*m-f*v,V=d*m-f*p,D=y*V-T*H+S*L+R*N-A*B+_*E;if(D===0)return this.set(0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0);let W=1/D;return e[0]=(a*V-l*H+c*L)*W,e[1]=(s*H-n*V-r*L)*W,e[2]=(v*_-p*A+m*R)*W,e[3]=(d*A-u*_-f*R)*W,e[4]=(l*N-o*V-c*B)*W,e[5]=(t*V-s*N+r*B)*W,e[6]=(p*S-g*_-m*T)*W,e[7]=(h*_-d*S+f*T)*W,e[8]=(o*H-a*N+c*E)*W,e[9]=(n*N-t*H-r*E)*W,e[10]=(g*A-v*S+m*y)*W,e[11]=(u*S-h*A-f*y)*W,e[12]=(a*B-o*L-l*E)*W,e[13]=(t*L-n*B+s*E)*W,e[14]=(v*T-g*R-p*y)*W,e[15]=(h*R-u*T+d*y)*W,this}scale(e){let t=this.elements,n=e.x,s=e.y,r=e.z;return t[0]*=n,t[4]*=s,t[8]*=r,t[1]*=n,t[5]*=s,t[9]*=r,t[2]*=n,t[6]*=s,t[10]*=r,t[3]*=n,t[7]*=s,t[11]*=r,this}getMaxScaleOnAxis(){let e=this.elements,t=e[0]*e[0]+e[1]*e[1]+e[2]*e[2],n=e[4]*e[4]+e[5]*e[5]+e[6]*e[6],s=e[8]*e[8]+e[9]*e[9]+e[10]*e[10];return Math.sqrt(Math.max(t,n,s))}makeTranslation(e,t,n){return e.isVector3?this.set(1,0,0,e.x,0,1,0,e.y,0,0,1,e.z,0,0,0,1):this.set(1,0,0,e,0,1,0,t,0,0,1,n,0,0,0,1),this}makeRotationX(e){let t=Math.cos(e),n=Math.sin(e);return this.set(1,0,0,0,0,t,-n,0,0,n,t,0,0,0,0,1),this}makeRotationY(e){let t=Math.cos(e),n=Math.sin(e);return this.set(t,0,n,0,0,1,0,0,-n,0,t,0,0,0,0,1),this}makeRotationZ(e){let t=Math.cos(e),n=Math.sin(e);return this.set(t,-n,0,0,n,t,0,0,0,0,1,0,0,0,0,1),this}makeRotationAxis(e,t){let n=Math.cos(t),s=Math.sin(t),r=1-n,o=e.x,a=e.y,l=e.z,c=r*o,h=r*a;return this.set(c*o+n,c*a-s*l,c*l+s*a,0,c*a+s*l,h*a+n,h*l-s*o,0,c*l-s*a,h*l+s*o,r*l*l+n,0,0,0,0,1),this}makeScale(e,t,n){return this.set(e,0,0,0,0,t,0,0,0,0,n,0,0,0,0,1),this}makeShear(e,t,n,s,r,o){return this.set(1,n,r,0,e,1,o,0,t,s,1,0,0,0,0,1),this}compose(e,t,n){let s=this.elements,r=t._x,o=t._y,a=t._z,l=t._w,c=r+r,h=o+o,u=a+a,d=r*c,f=r*h,g=r*u,v=o*h,p=o*u,m=a*u,y=l*c,T=l*h,S=l*u,R=n.x,A=n.y,_=n.z;return s[0]=(1-(v+m))*R,s[1]=(f+S)*R,s[2]=(g-T)*R,s[3]=0,s[4]=(f-S)*A,s[5]=(1-(d+m))*A,s[6]=(p+y)*A,s[7]=0,s[8]=(g+T)*_,s[9]=(p-y)*_,s[10]=(1-(d+v))*_,s[11]=0,s[12]=e.x,s[13]=e.y,s[14]=e.z,s[15]=1,this}decompose(e,t,n){let s=this.elements;e.x=s[12],e.y=s[13],e.z=s[14];let r=this.determinantAffine();if(r===0)return n.set(1,1,1),t.identity(),this;let o=zr.set(s[0],s[1],s[2]).length(),a=zr.set(s[4],s[5],s[6]).length(),l=zr.set(s[8],s[9],s[10]).length();r<0&&(o=-o),Ti.copy(this);let c=1/o,h=1/a,u=1/l;return Ti.elements[0]*=c,Ti.elements[1]*=c,Ti.elements[2]*=c,Ti.elements[4]*=h,Ti.elements[5]*=h,Ti.elements[6]*=h,Ti.elements[8]*=u,Ti.elements[9]*=u,Ti.elements[10]*=u,t.setFromRotationMatrix(Ti),n.x=o,n.y=a,n.z=l,this}makePerspective(e,t,n,s,r,o,a=mi,l=!1){let c=this.elements,h=2*r/(t-e),u=2*r/(n-s),d=(t+e)/(t-e),f=(n+s)/(n-s),g,v;if(l)g=r/(o-r),v=o*r/(o-r);else if(a===mi)g=-(o+r)/(o-r),v=-2*o*r/(o-r);else if(a===jo)g=-o/(o-r),v=-o*r/(o-r);else throw new Error("THREE.Matrix4.makePerspective(): Invalid coordinate system: "+a);return c[0]=h,c[4]=0,c[8]=d,c[12]=0,c[1]=0,c[5]=u,c[9]=f,c[13]=0,c[2]=0,c[6]=0,c[10]=g,c[14]=v,c[3]=0,c[7]=0,c[11]=-1,c[15]=0,this}makeOrthographic(e,t,n,s,r,o,a=mi,l=!1){let c=this.elements,h=2/(t-e),u=2/(n-s),d=-(t+e)/(t-e),f=-(n+s)/(n-s),g,v;if(l)g=1/(o-r),v=o/(o-r);else if(a===mi)g=-2/(o-r),v=-(o+r)/(o-r);else if(a===jo)g=-1/(o-r),v=-r/(o-r);else throw new Error("THREE.Matrix4.makeOrthographic(): Invalid coordinate system: "+a);return c[0]=h,c[4]=0,c[8]=0,c[12]=d,c[1]=0,c[5]=u,c[9]=0,c[13]=f,c[2]=0,c[6]=0,c[10]=g,c[14]=v,c[3]=0,c[7]=0,c[11]=0,c[15]=1,this}equals(e){let t=this.elements,n=e.elements;for(let s=0;s<16;s++)if(t[s]!==n[s])return!1;return!0}fromArray(e,t=0){for(let n=0;n<16;n++)this.elements[n]=e[n+t];return this}toArray(e=[],t=0){let n=this.elements;return e[t]=n[0],e[t+1]=n[1],e[t+2]=n[2],e[t+3]=n[3],e[t+4]=n[4],e[t+5]=n[5],e[t+6]=n[6],e[t+7]=n[7],e[t+8]=n[8],e[t+9]=n[9],e[t+10]=n[10],e[t+11]=n[11],e[t+12]=n[12],e[t+13]=n[13],e[t+14]=n[14],e[t+15]=n[15],e}};xc.prototype.isMatrix4=!0;var Ut=xc,zr=new O,Ti=new Ut,tv=new O(0,0,0),nv=new O(1,1,1),As=new O,ll=new O,ni=new O,em=new Ut,tm=new oi,Ds=class i{constructor(e=0,t=0,n=0,s=i.DEFAULT_ORDER){this.isEuler=!0,this._x=e,this._y=t,this._z=n,this._order=s}get x(){return this._x}set x(e){this._x=e,this._onChangeCallback()}get y(){return this._y}set y(e){this._y=e,this._onChangeCallback()}get z(){return this._z}set z(e){this._z=e,this._onChangeCallback()}get order(){return this._order}set order(e){this._order=e,this._onChangeCallback()}set(e,t,n,s=this._order){return this._x=e,this._y=t,this._z=n,this._order=s,this._onChangeCallback(),this}clone(){return new this.constructor(this._x,this._y,this._z,this._order)}copy(e){return this._x=e._x,this._y=e._y,this._z=e._z,this._order=e._order,this._onChangeCallback(),this}setFromRotationMatrix(e,t=this._order,n=!0){let s=e.elements,r=s[0],o=s[4],a=s[8],l=s[1],c=s[5],h=s[9],u=s[2],d=s[6],f=s[10];switch(t){case"XYZ":this._y=Math.asin(ct(a,-1,1)),Math.abs(a)<.9999999?(this._x=Math.atan2(-h,f),this._z=Math.atan2(-o,r)):(this._x=Math.atan2(d,c),this._z=0);break;case"YXZ":this._x=Math.asin(-ct(h,-1,1)),Math.abs(h)<.9999999?(this._y=Math.atan2(a,f),this._z=Math.atan2(l,c)):(this._y=Math.atan2(-u,r),this._z=0);break;case"ZXY":this._x=Math.asin(ct(d,-1,1)),Math.abs(d)<.9999999?(this._y=Math.atan2(-u,f),this._z=Math.atan2(-o,c)):(this._y=0,this._z=Math.atan2(l,r));break;case"ZYX":this._y=Math.asin(-ct(u,-1,1)),Math.abs(u)<.9999999?(this._x=Math.atan2(d,f),this._z=Math.atan2(l,r)):(this._x=0,this._z=Math.atan2(-o,c));break;case"YZX":this._z=Math.asin(ct(l,-1,1)),Math.abs(l)<.9999999?(this._x=Math.atan2(-h,c),this._y=Math.atan2(-u,r)):(this._x=0,this._y=Math.atan2(a,f));break;case"XZY":this._z=Math.asin(-ct(o,-1,1)),Math.abs(o)<.9999999?(this._x=Math.atan2(d,c),this._y=Math.atan2(a,r)):(this._x=Math.atan2(-h,f),this._y=0);break;default:$e("Euler: .setFromRotationMatrix() encountered an unknown order: "+t)}return this._order=t,n===!0&&this._onChangeCallback(),this}setFromQuaternion(e,t,n){return em.makeRotationFromQuaternion(e),this.setFromRotationMatrix(em,t,n)}setFromVector3(e,t=this._order){return this.set(e.x,e.y,e.z,t)}reorder(e){return tm.setFromEuler(this),this.setFromQuaternion(tm,e)}equals(e){return e._x===this._x&&e._y===this._y&&e._z===this._z&&e._order===this._order}fromArray(e){return this._x=e[0],this._y=e[1],this._z=e[2],e[3]!==void 0&&(this._order=e[3]),this._onChangeCallback(),this}toArray(e=[],t=0){return e[t]=this._x,e[t+1]=this._y,e[t+2]=this._z,e[t+3]=this._order,e}_onChange(e){return this._onChangeCallback=e,this}_onChangeCallback(){}*[Symbol.iterator](){yield this._x,yield this._y,yield this._z,yield this._order}};Ds.DEFAULT_ORDER="XYZ";var ta=class{constructor(){this.mask=1}set(e){this.mask=(1<<e|0)>>>0}enable(e){this.mask|=1<<e|0}enableAll(){this.mask=-1}toggle(e){this.mask^=1<<e|0}disable(e){this.mask&=~(1<<e|0)}disableAll(){this.mask=0}test(e){return(this.mask&e.mask)!==0}isEnabled(e){return(this.mask&(1<<e|0))!==0}},iv=0,nm=new O,Hr=new oi,ss=new Ut,cl=new O,zo=new O,sv=new O,rv=new oi,im=new O(1,0,0),sm=new O(0,1,0),rm=new O(0,0,1),om={type:"added"},ov={type:"removed"},Vr={type:"childadded",child:null},_u={type:"childremoved",child:null},Yn=class i extends Ci{constructor(){super(),this.isObject3D=!0,Object.defineProperty(this,"id",{value:iv++}),this.uuid=go(),this.name="",this.type="Object3D",this.parent=null,this.children=[],this.up=i.DEFAULT_UP.clone();let e=new O,t=new Ds,n=new oi,s=new O(1,1,1);function r(){n.setFromEuler(t,!1)}function o(){t.setFromQuaternion(n,void 0,!1)}t._onChange(r),n._onChange(o),Object.defineProperties(this,{position:{configurable:!0,enumerable:!0,value:e},rotation:{configurable:!0,enumerable:!0,value:t},quaternion:{configurable:!0,enumerable:!0,value:n},scale:{configurable:!0,enumerable:!0,value:s},modelViewMatrix:{value:new Ut},normalMatrix:{value:new tt}}),this.matrix=new Ut,this.matrixWorld=new Ut,this.matrixAutoUpdate=i.DEFAULT_MATRIX_AUTO_UPDATE,this.matrixWorldAutoUpdate=i.DEFAULT_MATRIX_WORLD_AUTO_UPDATE,this.matrixWorldNeedsUpdate=!1,this.layers=new ta,this.visible=!0,this.castShadow=!1,this.receiveShadow=!1,this.frustumCulled=!0,this.renderOrder=0,this.animations=[],this.customDepthMaterial=void 0,this.customDistanceMaterial=void 0,this.static=!1,this.userData={},this.pivot=null}onBeforeShadow(){}onAfterShadow(){}onBeforeRender(){}onAfterRender(){}applyMatrix4(e){this.matrixAutoUpdate&&this.updateMatrix(),this.matrix.premultiply(e),this.matrix.decompose(this.position,this.quaternion,this.scale),this.pivot!==null&&this.position.copy(this.pivot).applyMatrix4(this.matrix).sub(this.pivot)}applyQuaternion(e){return this.quaternion.premultiply(e),this}setRotationFromAxisAngle(e,t){this.quaternion.setFromAxisAngle(e,t)}setRotationFromEuler(e){this.quaternion.setFromEuler(e,!0)}setRotationFromMatrix(e){this.quaternion.setFromRotationMatrix(e)}setRotationFromQuaternion(e){this.quaternion.copy(e)}rotateOnAxis(e,t){return Hr.setFromAxisAngle(e,t),this.quaternion.multiply(Hr),this}rotateOnWorldAxis(e,t){return Hr.setFromAxisAngle(e,t),this.quaternion.premultiply(Hr),this}rotateX(e){return this.rotateOnAxis(im,e)}rotateY(e){return this.rotateOnAxis(sm,e)}rotateZ(e){return this.rotateOnAxis(rm,e)}translateOnAxis(e,t){return nm.copy(e).applyQuaternion(this.quaternion),this.position.add(nm.multiplyScalar(t)),this}translateX(e){return this.translateOnAxis(im,e)}translateY(e){return this.translateOnAxis(sm,e)}translateZ(e){return this.translateOnAxis(rm,e)}localToWorld(e){return this.updateWorldMatrix(!0,!1),e.applyMatrix4(this.matrixWorld)}worldToLocal(e){return this.updateWorldMatrix(!0,!1),e.applyMatrix4(ss.copy(this.matrixWorld).invert())}lookAt(e,t,n){e.isVector3?cl.copy(e):cl.set(e,t,n);let s=this.parent;this.updateWorldMatrix(!0,!1),zo.setFromMatrixPosition(this.matrixWorld),this.isCamera||this.isLight?ss.lookAt(zo,cl,this.up):ss.lookAt(cl,zo,this.up),this.quaternion.setFromRotationMatrix(ss),s&&(ss.extractRotation(s.matrixWorld),Hr.setFromRotationMatrix(ss),this.quaternion.premultiply(Hr.invert()))}add(e){if(arguments.length>1){for(let t=0;t<arguments.length;t++)this.add(arguments[t]);return this}return e===this?(et("Object3D.add: object can't be added as a child of itself.",e),this):(e&&e.isObject3D?(e.removeFromParent(),e.parent=this,this.children.push(e),e.dispatchEvent(om),Vr.child=e,this.dispatchEvent(Vr),Vr.child=null):et("Object3D.add: object not an instance of THREE.Object3D.",e),this)}remove(e){if(arguments.length>1){for(let n=0;n<arguments.length;n++)this.remove(arguments[n]);return this}let t=this.children.indexOf(e);return t!==-1&&(e.parent=null,this.children.splice(t,1),e.dispatchEvent(ov),_u.child=e,this.dispatchEvent(_u),_u.child=null),this}removeFromParent(){let e=this.parent;return e!==null&&e.remove(this),this}clear(){return this.remove(...this.children)}attach(e){return this.updateWorldMatrix(!0,!1),ss.copy(this.matrixWorld).invert(),e.parent!==null&&(e.parent.updateWorldMatrix(!0,!1),ss.multiply(e.parent.matrixWorld)),e.applyMatrix4(ss),e.removeFromParent(),e.parent=this,this.children.push(e),e.updateWorldMatrix(!1,!0),e.dispatchEvent(om),Vr.child=e,this.dispatchEvent(Vr),Vr.child=null,this}getObjectById(e){return this.getObjectByProperty("id",e)}getObjectByName(e){return this.getObjectByProperty("name",e)}getObjectByProperty(e,t){if(this[e]===t)return this;for(let n=0,s=this.children.length;n<s;n++){let o=this.children[n].getObjectByProperty(e,t);if(o!==void 0)return o}}getObjectsByProperty(e,t,n=[]){this[e]===t&&n.push(this);let s=this.children;for(let r=0,o=s.length;r<o;r++)s[r].getObjectsByProperty(e,t,n);return n}getWorldPosition(e){return this.updateWorldMatrix(!0,!1),e.setFromMatrixPosition(this.matrixWorld)}getWorldQuaternion(e){return this.updateWorldMatrix(!0,!1),this.matrixWorld.decompose(zo,e,sv),e}getWorldScale(e){return this.updateWorldMatrix(!0,!1),this.matrixWorld.decompose(zo,rv,e),e}getWorldDirection(e){this.updateWorldMatrix(!0,!1);let t=this.matrixWorld.elements;return e.set(t[8],t[9],t[10]).normalize()}raycast(){}intersectsFrustum(){return!0}traverse(e){e(this);let t=this.children;for(let n=0,s=t.length;n<s;n++)t[n].traverse(e)}traverseVisible(e){if(this.visible===!1)return;e(this);let t=this.children;for(let n=0,s=t.length;n<s;n++)t[n].traverseVisible(e)}traverseAncestors(e){let t=this.parent;t!==null&&(e(t),t.traverseAncestors(e))}updateMatrix(){this.matrix.compose(this.position,this.quaternion,this.scale);let e=this.pivot;if(e!==null){let t=e.x,n=e.y,s=e.z,r=this.matrix.elements;r[12]+=t-r[0]*t-r[4]*n-r[8]*s,r[13]+=n-r[1]*t-r[5]*n-r[9]*s,r[14]+=s-r[2]*t-r[6]*n-r[10]*s}this.matrixWorldNeedsUpdate=!0}updateMatrixWorld(e){this.matrixAutoUpdate&&this.updateMatrix(),(this.matrixWorldNeedsUpdate||e)&&(this.matrixWorldAutoUpdate===!0&&(this.parent===null?this.matrixWorld.copy(this.matrix):this.matrixWorld.multiplyMatrices(this.parent.matrixWorld,this.matrix)),this.matrixWorldNeedsUpdate=!1,e=!0);let t=this.children;for(let n=0,s=t.length;n<s;n++)t[n].updateMatrixWorld(e)}updateWorldMatrix(e,t,n=!1){let s=this.parent;if(e===!0&&s!==null&&s.updateWorldMatrix(!0,!1),this.matrixAutoUpdate&&this.updateMatrix(),(this.matrixWorldNeedsUpdate||n)&&(this.matrixWorldAutoUpdate===!0&&(this.parent===null?this.matrixWorld.copy(this.matrix):this.matrixWorld.multiplyMatrices(this.parent.matrixWorld,this.matrix)),this.matrixWorldNeedsUpdate=!1,n=!0),t===!0){let r=this.children;for(let o=0,a=r.length;o<a;o++)r[o].updateWorldMatrix(!1,!0,n)}}toJSON(e){let t=e===void 0||typeof e=="string",n={};t&&(e={geometries:{},materials:{},textures:{},images:{},shapes:{},skeletons:{},animations:{},nodes:{}},n.metadata={version:4.7,type:"Object",generator:"Object3D.toJSON"});let s={};s.uuid=this.uuid,s.type=this.type,s.name=this.name,s.castShadow=this.castShadow,s.receiveShadow=this.receiveShadow,s.visible=this.visible,s.frustumCulled=this.frustumCulled,s.renderOrder=this.renderOrder,s.static=this.static,s.matrixAutoUpdate=this.matrixAutoUpdate,Object.keys(this.userData).length>0&&(s.userData=this.userData),s.layers=this.layers.mask,s.matrix=this.matrix.toArray(),s.up=this.up.toArray(),this.pivot!==null&&(s.pivot=this.pivot.toArray()),this.morphTargetDictionary!==void 0&&(s.morphTargetDictionary=Object.assign({},this.morphTargetDictionary)),this.morphTargetInfluences!==void 0&&(s.morphTargetInfluences=this.morphTargetInfluences.slice()),this.isInstancedMesh&&(s.type="InstancedMesh",s.count=this.count,s.instanceMatrix=this.instanceMatrix.toJSON(),this.instanceColor!==null&&(s.instanceColor=this.instanceColor.toJSON())),this.isBatchedMesh&&(s.type="BatchedMesh",s.perObjectFrustumCulled=this.perObjectFrustumCulled,s.sortObjects=this.sortObjects,s.drawRanges=this._drawRanges,s.reservedRanges=this._reservedRanges,s.geometryInfo=this._geometryInfo.map(a=>({...a,boundingBox:a.boundingBox?a.boundingBox.toJSON():void 0,boundingSphere:a.boundingSphere?a.boundingSphere.toJSON():void 0})),s.instanceInfo=this._instanceInfo.map(a=>({...a})),s.availableInstanceIds=this._availableInstanceIds.slice(),s.availableGeometryIds=this._availableGeometryIds.slice(),s.nextIndexStart=this._nextIndexStart,s.nextVertexStart=this._nextVertexStart,s.geometryCount=this._geometryCount,s.maxInstanceCount=this._maxInstanceCount,s.maxVertexCount=this._maxVertexCount,s.maxIndexCount=this._maxIndexCount,s.geometryInitialized=this._geometryInitialized,s.matricesTexture=this._matricesTexture.toJSON(e),s.indirectTexture=this._indirectTexture.toJSON(e),this._colorsTexture!==null&&(s.colorsTexture=this._colorsTexture.toJSON(e)),this.boundingSphere!==null&&(s.boundingSphere=this.boundingSphere.toJSON()),this.boundingBox!==null&&(s.boundingBox=this.boundingBox.toJSON()));function r(a,l){return a[l.uuid]===void 0&&(a[l.uuid]=l.toJSON(e)),l.uuid}if(this.isScene)this.background&&(this.background.isColor?s.background=this.background.toJSON():this.background.isTexture&&(s.background=this.background.toJSON(e).uuid)),this.environment&&this.environment.isTexture&&this.environment.isRenderTargetTexture!==!0&&(s.environment=this.environment.toJSON(e).uuid);else if(this.isMesh||this.isLine||this.isPoints){s.geometry=r(e.geometries,this.geometry);let a=this.geometry.parameters;if(a!==void 0&&a.shapes!==void 0){let l=a.shapes;if(Array.isArray(l))for(let c=0,h=l.length;c<h;c++){let u=l[c];r(e.shapes,u)}else r(e.shapes,l)}}if(this.isSkinnedMesh&&(s.bindMode=this.bindMode,s.bindMatrix=this.bindMatrix.toArray(),this.skeleton!==void 0&&(r(e.skeletons,this.skeleton),s.skeleton=this.skeleton.uuid)),this.material!==void 0)if(Array.isArray(this.material)){let a=[];for(let l=0,c=this.material.length;l<c;l++)a.push(r(e.materials,this.material[l]));s.material=a}else s.material=r(e.materials,this.material);if(this.children.length>0){s.children=[];for(let a=0;a<this.children.length;a++)s.children.push(this.children[a].toJSON(e).object)}if(this.animations.length>0){s.animations=[];for(let a=0;a<this.animations.length;a++){let l=this.animations[a];s.animations.push(r(e.animations,l))}}if(t){let a=o(e.geometries),l=o(e.materials),c=o(e.textures),h=o(e.images),u=o(e.shapes),d=o(e.skeletons),f=o(e.animations),g=o(e.nodes);a.length>0&&(n.geometries=a),l.length>0&&(n.materials=l),c.length>0&&(n.textures=c),h.length>0&&(n.images=h),u.length>0&&(n.shapes=u),d.length>0&&(n.skeletons=d),f.length>0&&(n.animations=f),g.length>0&&(n.nodes=g)}return n.object=s,n;function o(a){let l=[];for(let c in a){let h=a[c];delete h.metadata,l.push(h)}return l}}clone(e){return new this.constructor().copy(this,e)}copy(e,t=!0){if(this.name=e.name,this.up.copy(e.up),this.position.copy(e.position),this.rotation.order=e.rotation.order,this.quaternion.copy(e.quaternion),this.scale.copy(e.scale),this.pivot=e.pivot!==null?e.pivot.clone():null,this.matrix.copy(e.matrix),this.matrixWorld.copy(e.matrixWorld),this.matrixAutoUpdate=e.matrixAutoUpdate,this.matrixWorldAutoUpdate=e.matrixWorldAutoUpdate,this.matrixWorldNeedsUpdate=e.matrixWorldNeedsUpdate,this.layers.mask=e.layers.mask,this.visible=e.visible,this.castShadow=e.castShadow,this.receiveShadow=e.receiveShadow,this.frustumCulled=e.frustumCulled,this.renderOrder=e.renderOrder,this.static=e.static,this.animations=e.animations.slice(),this.userData=JSON.parse(JSON.stringify(e.userData)),t===!0)for(let n=0;n<e.children.length;n++){let s=e.children[n];this.add(s.clone())}return this}dispose(){this.dispatchEvent({type:"dispose"})}};Yn.DEFAULT_UP=new O(0,1,0);Yn.DEFAULT_MATRIX_AUTO_UPDATE=!0;Yn.DEFAULT_MATRIX_WORLD_AUTO_UPDATE=!0;var sr=class extends Yn{constructor(){super(),this.isGroup=!0,this.type="Group"}},av={type:"move"},io=class{constructor(){this._targetRay=null,this._grip=null,this._hand=null}getHandSpace(){return this._hand===null&&(this._hand=new sr,this._hand.matrixAutoUpdate=!1,this._hand.visible=!1,this._hand.joints={},this._hand.inputState={pinching:!1}),this._hand}getTargetRaySpace(){return this._targetRay===null&&(this._targetRay=new sr,this._targetRay.matrixAutoUpdate=!1,this._targetRay.visible=!1,this._targetRay.hasLinearVelocity=!1,this._targetRay.linearVelocity=new O,this._targetRay.hasAngularVelocity=!1,this._targetRay.angularVelocity=new O),this._targetRay}getGripSpace(){return this._grip===null&&(this._grip=new sr,this._grip.matrixAutoUpdate=!1,this._grip.visible=!1,this._grip.hasLinearVelocity=!1,this._grip.linearVelocity=new O,this._grip.hasAngularVelocity=!1,this._grip.angularVelocity=new O,this._grip.eventsEnabled=!1),this._grip}dispatchEvent(e){return this._targetRay!==null&&this._targetRay.dispatchEvent(e),this._grip!==null&&this._grip.dispatchEvent(e),this._hand!==null&&this._hand.dispatchEvent(e),this}connect(e){if(e&&e.hand){let t=this._hand;if(t)for(let n of e.hand.values())this._getHandJoint(t,n)}return this.dispatchEvent({type:"connected",data:e}),this}disconnect(e){return this.dispatchEvent({type:"disconnected",data:e}),this._targetRay!==null&&(this._targetRay.visible=!1),this._grip!==null&&(this._grip.visible=!1),this._hand!==null&&(this._hand.visible=!1),this}update(e,t,n){let s=null,r=null,o=null,a=this._targetRay,l=this._grip,c=this._hand;if(e&&t.session.visibilityState!=="visible-blurred"){if(c&&e.hand){o=!0;for(let v of e.hand.values()){let p=t.getJointPose(v,n),m=this._getHandJoint(c,v);p!==null&&(m.matrix.fromArray(p.transform.matrix),m.matrix.decompose(m.position,m.quaternion,m.scale),m.matrixWorldNeedsUpdate=!0,m.jointRadius=p.radius),m.visible=p!==null}let h=c.joints["index-finger-tip"],u=c.joints["thumb-tip"],d=h.position.distanceTo(u.position),f=.02,g=.005;c.inputState.pinching&&d>f+g?(c.inputState.pinching=!1,this.dispatchEvent({type:"pinchend",handedness:e.handedness,target:this})):!c.inputState.pinching&&d<=f-g&&(c.inputState.pinching=!0,this.dispatchEvent({type:"pinchstart",handedness:e.handedness,target:this}))}else l!==null&&e.gripSpace&&(r=t.getPose(e.gripSpace,n),r!==null&&(l.matrix.fromArray(r.transform.matrix),l.matrix.decompose(l.position,l.quaternion,l.scale),l.matrixWorldNeedsUpdate=!0,r.linearVelocity?(l.hasLinearVelocity=!0,l.linearVelocity.copy(r.linearVelocity)):l.hasLinearVelocity=!1,r.angularVelocity?(l.hasAngularVelocity=!0,l.angularVelocity.copy(r.angularVelocity)):l.hasAngularVelocity=!1,l.eventsEnabled&&l.dispatchEvent({type:"gripUpdated",data:e,target:this})));a!==null&&(s=t.getPose(e.targetRaySpace,n),s===null&&r!==null&&(s=r),s!==null&&(a.matrix.fromArray(s.transform.matrix),a.matrix.decompose(a.position,a.quaternion,a.scale),a.matrixWorldNeedsUpdate=!0,s.linearVelocity?(a.hasLinearVelocity=!0,a.linearVelocity.copy(s.linearVelocity)):a.hasLinearVelocity=!1,s.angularVelocity?(a.hasAngularVelocity=!0,a.angularVelocity.copy(s.angularVelocity)):a.hasAngularVelocity=!1,this.dispatchEvent(av)))}return a!==null&&(a.visible=s!==null),l!==null&&(l.visible=r!==null),c!==null&&(c.visible=o!==null),this}_getHandJoint(e,t){if(e.joints[t.jointName]===void 0){let n=new sr;n.matrixAutoUpdate=!1,n.visible=!1,e.joints[t.jointName]=n,e.add(n)}return e.joints[t.jointName]}},ug={aliceblue:15792383,antiquewhite:16444375,aqua:65535,aquamarine:8388564,azure:15794175,beige:16119260,bisque:16770244,black:0,blanchedalmond:16772045,blue:255,blueviolet:9055202,brown:10824234,burlywood:14596231,cadetblue:6266528,chartreuse:8388352,chocolate:13789470,coral:16744272,cornflowerblue:6591981,cornsilk:16775388,crimson:14423100,cyan:65535,darkblue:139,darkcyan:35723,darkgoldenrod:12092939,darkgray:11119017,darkgreen:25600,darkgrey:11119017,darkkhaki:12433259,darkmagenta:9109643,darkolivegreen:5597999,darkorange:16747520,darkorchid:10040012,darkred:9109504,darksalmon:15308410,darkseagreen:9419919,darkslateblue:4734347,darkslategray:3100495,darkslategrey:3100495,darkturquoise:52945,darkviolet:9699539,deeppink:16716947,deepskyblue:49151,dimgray:6908265,dimgrey:6908265,dodgerblue:2003199,firebrick:11674146,floralwhite:16775920,forestgreen:2263842,fuchsia:16711935,gainsboro:14474460,ghostwhite:16316671,gold:16766720,goldenrod:14329120,gray:8421504,green:32768,greenyellow:11403055,grey:8421504,honeydew:15794160,hotpink:16738740,indianred:13458524,indigo:4915330,ivory:16777200,khaki:15787660,lavender:15132410,lavenderblush:16773365,lawngreen:8190976,lemonchiffon:16775885,lightblue:11393254,lightcoral:15761536,lightcyan:14745599,lightgoldenrodyellow:16448210,lightgray:13882323,lightgreen:9498256,lightgrey:13882323,lightpink:16758465,lightsalmon:16752762,lightseagreen:2142890,lightskyblue:8900346,lightslategray:7833753,lightslategrey:7833753,lightsteelblue:11584734,lightyellow:16777184,lime:65280,limegreen:3329330,linen:16445670,magenta:16711935,maroon:8388608,mediumaquamarine:6737322,mediumblue:205,mediumorchid:12211667,mediumpurple:9662683,mediumseagreen:3978097,mediumslateblue:8087790,mediumspringgreen:64154,mediumturquoise:4772300,mediumvioletred:13047173,midnightblue:1644912,mintcream:16121850,mistyrose:16770273,moccasin:16770229,navajowhite:16768685,navy:128,oldlace:16643558,olive:8421376,olivedrab:7048739,orange:16753920,orangered:16729344,orchid:14315734,palegoldenrod:15657130,palegreen:10025880,paleturquoise:11529966,palevioletred:14381203,papayawhip:16773077,peachpuff:16767673,peru:13468991,pink:16761035,plum:14524637,powderblue:11591910,purple:8388736,rebeccapurple:6697881,red:16711680,rosybrown:12357519,royalblue:4286945,saddlebrown:9127187,salmon:16416882,sandybrown:16032864,seagreen:3050327,seashell:16774638,sienna:10506797,silver:12632256,skyblue:8900331,slateblue:6970061,slategray:7372944,slategrey:7372944,snow:16775930,springgreen:65407,steelblue:4620980,tan:13808780,teal:32896,thistle:14204888,tomato:16737095,turquoise:4251856,violet:15631086,wheat:16113331,white:16777215,whitesmoke:16119285,yellow:16776960,yellowgreen:10145074},Rs={h:0,s:0,l:0},hl={h:0,s:0,l:0};function xu(i,e,t){return t<0&&(t+=1),t>1&&(t-=1),t<1/6?i+(e-i)*6*t:t<1/2?e:t<2/3?i+(e-i)*6*(2/3-t):i}var gt=class{constructor(e,t,n){return this.isColor=!0,this.r=1,this.g=1,this.b=1,this.set(e,t,n)}set(e,t,n){if(t===void 0&&n===void 0){let s=e;s&&s.isColor?this.copy(s):typeof s=="number"?this.setHex(s):typeof s=="string"&&this.setStyle(s)}else this.setRGB(e,t,n);return this}setScalar(e){return this.r=e,this.g=e,this.b=e,this}setHex(e,t=si){return e=Math.floor(e),this.r=(e>>16&255)/255,this.g=(e>>8&255)/255,this.b=(e&255)/255,pt.colorSpaceToWorking(this,t),this}setRGB(e,t,n,s=pt.workingColorSpace){return this.r=e,this.g=t,this.b=n,pt.colorSpaceToWorking(this,s),this}setHSL(e,t,n,s=pt.workingColorSpace){if(e=md(e,1),t=ct(t,0,1),n=ct(n,0,1),t===0)this.r=this.g=this.b=n;else{let r=n<=.5?n*(1+t):n+t-n*t,o=2*n-r;this.r=xu(o,r,e+1/3),this.g=xu(o,r,e),this.b=xu(o,r,e-1/3)}return pt.colorSpaceToWorking(this,s),this}setStyle(e,t=si){function n(r){r!==void 0&&parseFloat(r)<1&&$e("Color: Alpha component of "+e+" will be ignored.")}let s;if(s=/^(\w+)\(([^\)]*)\)/.exec(e)){let r,o=s[1],a=s[2];switch(o){case"rgb":case"rgba":if(r=/^\s*(\d+)\s*,\s*(\d+)\s*,\s*(\d+)\s*(?:,\s*(\d+(?:\.\d+)?|\.\d+)\s*)?$/.exec(a))return n(r[4]),this.setRGB(Math.min(255,parseInt(r[1],10))/255,Math.min(255,parseInt(r[2],10))/255,Math.min(255,parseInt(r[3],10))/255,t);if(r=/^\s*(\d+(?:\.\d+)?|\.\d+)\%\s*,\s*(\d+(?:\.\d+)?|\.\d+)\%\s*,\s*(\d+(?:\.\d+)?|\.\d+)\%\s*(?:,\s*(\d+(?:\.\d+)?|\.\d+)\s*)?$/.exec(a))return n(r[4]),this.setRGB(Math.min(100,parseFloat(r[1]))/100,Math.min(100,parseFloat(r[2]))/100,Math.min(100,parseFloat(r[3]))/100,t);break;case"hsl":case"hsla":if(r=/^\s*([+-]?(?:\d+(?:\.\d+)?|\.\d+))\s*,\s*(\d+(?:\.\d+)?|\.\d+)\%\s*,\s*(\d+(?:\.\d+)?|\.\d+)\%\s*(?:,\s*(\d+(?:\.\d+)?|\.\d+)\s*)?$/.exec(a))return n(r[4]),this.setHSL(parseFloat(r[1])/360,parseFloat(r[2])/100,parseFloat(r[3])/100,t);break;default:$e("Color: Unknown color model "+e)}}else if(s=/^\#([A-Fa-f\d]+)$/.exec(e)){let r=s[1],o=r.length;if(o===3)return this.setRGB(parseInt(r.charAt(0),16)/15,parseInt(r.charAt(1),16)/15,parseInt(r.charAt(2),16)/15,t);if(o===6)return this.setHex(parseInt(r,16),t);$e("Color: Invalid hex color "+e)}else if(e&&e.length>0)return this.setColorName(e,t);return this}setColorName(e,t=si){let n=ug[e.toLowerCase()];return n!==void 0?this.setHex(n,t):$e("Color: Unknown color "+e),this}clone(){return new this.constructor(this.r,this.g,this.b)}copy(e){return this.r=e.r,this.g=e.g,this.b=e.b,this}copySRGBToLinear(e){return this.r=cs(e.r),this.g=cs(e.g),this.b=cs(e.b),this}copyLinearToSRGB(e){return this.r=jr(e.r),this.g=jr(e.g),this.b=jr(e.b),this}convertSRGBToLinear(){return this.copySRGBToLinear(this),this}convertLinearToSRGB(){return this.copyLinearToSRGB(this),this}getHex(e=si){return pt.workingToColorSpace(Nn.copy(this),e),Math.round(ct(Nn.r*255,0,255))*65536+Math.round(ct(Nn.g*255,0,255))*256+Math.round(ct(Nn.b*255,0,255))}getHexString(e=si){return("000000"+this.getHex(e).toString(16)).slice(-6)}getHSL(e,t=pt.workingColorSpace){pt.workingToColorSpace(Nn.copy(this),t);let n=Nn.r,s=Nn.g,r=Nn.b,o=Math.max(n,s,r),a=Math.min(n,s,r),l,c,h=(a+o)/2;if(a===o)l=0,c=0;else{let u=o-a;switch(c=h<=.5?u/(o+a):u/(2-o-a),o){case n:l=(s-r)/u+(s<r?6:0);break;case s:l=(r-n)/u+2;break;case r:l=(n-s)/u+4;break}l/=6}return e.h=l,e.s=c,e.l=h,e}getRGB(e,t=pt.workingColorSpace){return pt.workingToColorSpace(Nn.copy(this),t),e.r=Nn.r,e.g=Nn.g,e.b=Nn.b,e}getStyle(e=si){pt.workingToColorSpace(Nn.copy(this),e);let t=Nn.r,n=Nn.g,s=Nn.b;return e!==si?`color(${e} ${t.toFixed(3)} ${n.toFixed(3)} ${s.toFixed(3)})`:`rgb(${Math.round(t*255)},${Math.round(n*255)},${Math.round(s*255)})`}offsetHSL(e,t,n){return this.getHSL(Rs),this.setHSL(Rs.h+e,Rs.s+t,Rs.l+n)}add(e){return this.r+=e.r,this.g+=e.g,this.b+=e.b,this}addColors(e,t){return this.r=e.r+t.r,this.g=e.g+t.g,this.b=e.b+t.b,this}addScalar(e){return this.r+=e,this.g+=e,this.b+=e,this}sub(e){return this.r=Math.max(0,this.r-e.r),this.g=Math.max(0,this.g-e.g),this.b=Math.max(0,this.b-e.b),this}multiply(e){return this.r*=e.r,this.g*=e.g,this.b*=e.b,this}multiplyScalar(e){return this.r*=e,this.g*=e,this.b*=e,this}lerp(e,t){return this.r+=(e.r-this.r)*t,this.g+=(e.g-this.g)*t,this.b+=(e.b-this.b)*t,this}lerpColors(e,t,n){return this.r=e.r+(t.r-e.r)*n,this.g=e.g+(t.g-e.g)*n,this.b=e.b+(t.b-e.b)*n,this}lerpHSL(e,t){this.getHSL(Rs),e.getHSL(hl);let n=Yo(Rs.h,hl.h,t),s=Yo(Rs.s,hl.s,t),r=Yo(Rs.l,hl.l,t);return this.setHSL(n,s,r),this}setFromVector3(e){return this.r=e.x,this.g=e.y,this.b=e.z,this}applyMatrix3(e){let t=this.r,n=this.g,s=this.b,r=e.elements;return this.r=r[0]*t+r[3]*n+r[6]*s,this.g=r[1]*t+r[4]*n+r[7]*s,this.b=r[2]*t+r[5]*n+r[8]*s,this}equals(e){return e.r===this.r&&e.g===this.g&&e.b===this.b}fromArray(e,t=0){return this.r=e[t],this.g=e[t+1],this.b=e[t+2],this}toArray(e=[],t=0){return e[t]=this.r,e[t+1]=this.g,e[t+2]=this.b,e}fromBufferAttribute(e,t){return this.r=e.getX(t),this.g=e.getY(t),this.b=e.getZ(t),this}toJSON(){return this.getHex()}*[Symbol.iterator](){yield this.r,yield this.g,yield this.b}},Nn=new gt;gt.NAMES=ug;var us=class extends Yn{constructor(){super(),this.isScene=!0,this.type="Scene",this.background=null,this.environment=null,this.fog=null,this.backgroundBlurriness=0,this.backgroundIntensity=1,this.backgroundRotation=new Ds,this.environmentIntensity=1,this.environmentRotation=new Ds,this.overrideMaterial=null,typeof __THREE_DEVTOOLS__<"u"&&__THREE_DEVTOOLS__.dispatchEvent(new CustomEvent("observe",{detail:this}))}copy(e,t){return super.copy(e,t),this.background=e.background!==null?e.background.clone():null,this.environment=e.environment!==null?e.environment.clone():null,this.fog=e.fog!==null?e.fog.clone():null,this.backgroundBlurriness=e.backgroundBlurriness,this.backgroundIntensity=e.backgroundIntensity,this.backgroundRotation.copy(e.backgroundRotation),this.environmentIntensity=e.environmentIntensity,this.environmentRotation.copy(e.environmentRotation),this.overrideMaterial=e.overrideMaterial!==null?e.overrideMaterial.clone():null,this.matrixAutoUpdate=e.matrixAutoUpdate,this}toJSON(e){let t=super.toJSON(e);return this.fog!==null&&(t.object.fog=this.fog.toJSON()),t.object.backgroundBlurriness=this.backgroundBlurriness,t.object.backgroundIntensity=this.backgroundIntensity,t.object.backgroundRotation=this.backgroundRotation.toArray(),t.object.environmentIntensity=this.environmentIntensity,t.object.environmentRotation=this.environmentRotation.toArray(),t}},Ai=new O,rs=new O,vu=new O,os=new O,Gr=new O,Wr=new O,am=new O,yu=new O,bu=new O,Su=new O,Mu=new Ft,wu=new Ft,Eu=new Ft,Ls=class i{constructor(e=new O,t=new O,n=new O){this.a=e,this.b=t,this.c=n}static getNormal(e,t,n,s){s.subVectors(n,t),Ai.subVectors(e,t),s.cross(Ai);let r=s.lengthSq();return r>0?s.multiplyScalar(1/Math.sqrt(r)):s.set(0,0,0)}static getBarycoord(e,t,n,s,r){Ai.subVectors(s,t),rs.subVectors(n,t),vu.subVectors(e,t);let o=Ai.dot(Ai),a=Ai.dot(rs),l=Ai.dot(vu),c=rs.dot(rs),h=rs.dot(vu),u=o*c-a*a;if(u===0)return r.set(0,0,0),null;let d=1/u,f=(c*l-a*h)*d,g=(o*h-a*l)*d;return r.set(1-f-g,g,f)}static containsPoint(e,t,n,s){return this.getBarycoord(e,t,n,s,os)===null?!1:os.x>=0&&os.y>=0&&os.x+os.y<=1}static getInterpolation(e,t,n,s,r,o,a,l){return this.getBarycoord(e,t,n,s,os)===null?(l.x=0,l.y=0,"z"in l&&(l.z=0),"w"in l&&(l.w=0),null):(l.setScalar(0),l.addScaledVector(r,os.x),l.addScaledVector(o,os.y),l.addScaledVector(a,os.z),l)}static getInterpolatedAttribute(e,t,n,s,r,o){return Mu.setScalar(0),wu.setScalar(0),Eu.setScalar(0),Mu.fromBufferAttribute(e,t),wu.fromBufferAttribute(e,n),Eu.fromBufferAttribute(e,s),o.setScalar(0),o.addScaledVector(Mu,r.x),o.addScaledVector(wu,r.y),o.addScaledVector(Eu,r.z),o}static isFrontFacing(e,t,n,s){return Ai.subVectors(n,t),rs.subVectors(e,t),Ai.cross(rs).dot(s)<0}set(e,t,n){return this.a.copy(e),this.b.copy(t),this.c.copy(n),this}setFromPointsAndIndices(e,t,n,s){return this.a.copy(e[t]),this.b.copy(e[n]),this.c.copy(e[s]),this}setFromAttributeAndIndices(e,t,n,s){return this.a.fromBufferAttribute(e,t),this.b.fromBufferAttribute(e,n),this.c.fromBufferAttribute(e,s),this}clone(){return new this.constructor().copy(this)}copy(e){return this.a.copy(e.a),this.b.copy(e.b),this.c.copy(e.c),this}getArea(){return Ai.subVectors(this.c,this.b),rs.subVectors(this.a,this.b),Ai.cross(rs).length()*.5}getMidpoint(e){return e.addVectors(this.a,this.b).add(this.c).multiplyScalar(1/3)}getNormal(e){return i.getNormal(this.a,this.b,this.c,e)}getPlane(e){return e.setFromCoplanarPoints(this.a,this.b,this.c)}getBarycoord(e,t){return i.getBarycoord(e,this.a,this.b,this.c,t)}getInterpolation(e,t,n,s,r){return i.getInterpolation(e,this.a,this.b,this.c,t,n,s,r)}containsPoint(e){return i.containsPoint(e,this.a,this.b,this.c)}isFrontFacing(e){return i.isFrontFacing(this.a,this.b,this.c,e)}intersectsBox(e){return e.intersectsTriangle(this)}closestPointToPoint(e,t){let n=this.a,s=this.b,r=this.c,o,a;Gr.subVectors(s,n),Wr.subVectors(r,n),yu.subVectors(e,n);let l=Gr.dot(yu),c=Wr.dot(yu);if(l<=0&&c<=0)return t.copy(n);bu.subVectors(e,s);let h=Gr.dot(bu),u=Wr.dot(bu);if(h>=0&&u<=h)return t.copy(s);let d=l*u-h*c;if(d<=0&&l>=0&&h<=0&&l-h>0)return o=l/(l-h),t.copy(n).addScaledVector(Gr,o);Su.subVectors(e,r);let f=Gr.dot(Su),g=Wr.dot(Su);if(g>=0&&f<=g)return t.copy(r);let v=f*c-l*g;if(v<=0&&c>=0&&g<=0)return a=c/(c-g),t.copy(n).addScaledVector(Wr,a);let p=h*g-f*u;if(p<=0&&u-h>=0&&f-g>=0)return am.subVectors(r,s),a=(u-h)/(u-h+(f-g)),t.copy(s).addScaledVector(am,a);let m=1/(p+v+d);return o=v*m,a=d*m,t.copy(n).addScaledVector(Gr,o).addScaledVector(Wr,a)}equals(e){return e.a.equals(this.a)&&e.b.equals(this.b)&&e.c.equals(this.c)}},Gn=class{constructor(e=new O(1/0,1/0,1/0),t=new O(-1/0,-1/0,-1/0)){this.isBox3=!0,this.min=e,this.max=t}set(e,t){return this.min.copy(e),this.max.copy(t),this}setFromArray(e){this.makeEmpty();for(let t=0,n=e.length;t<n;t+=3)this.expandByPoint(Ri.fromArray(e,t));return this}setFromBufferAttribute(e){this.makeEmpty();for(let t=0,n=e.count;t<n;t++)this.expandByPoint(Ri.fromBufferAttribute(e,t));return this}setFromPoints(e){this.makeEmpty();for(let t=0,n=e.length;t<n;t++)this.expandByPoint(e[t]);return this}setFromCenterAndSize(e,t){let n=Ri.copy(t).multiplyScalar(.5);return this.min.copy(e).sub(n),this.max.copy(e).add(n),this}setFromObject(e,t=!1){return this.makeEmpty(),this.expandByObject(e,t)}clone(){return new this.constructor().copy(this)}copy(e){return this.min.copy(e.min),this.max.copy(e.max),this}makeEmpty(){return this.min.x=this.min.y=this.min.z=1/0,this.max.x=this.max.y=this.max.z=-1/0,this}isEmpty(){return this.max.x<this.min.x||this.max.y<this.min.y||this.max.z<this.min.z}getCenter(e){return this.isEmpty()?e.set(0,0,0):e.addVectors(this.min,this.max).multiplyScalar(.5)}getSize(e){return this.isEmpty()?e.set(0,0,0):e.subVectors(this.max,this.min)}expandByPoint(e){return this.min.min(e),this.max.max(e),this}expandByVector(e){return this.min.sub(e),this.max.add(e),this}expandByScalar(e){return this.min.addScalar(-e),this.max.addScalar(e),this}expandByObject(e,t=!1){e.updateWorldMatrix(!1,!1);let n=e.geometry;if(n!==void 0){let r=n.getAttribute("position");if(t===!0&&r!==void 0&&e.isInstancedMesh!==!0&&e.isBatchedMesh!==!0)for(let o=0,a=r.count;o<a;o++)e.isMesh===!0?e.getVertexPosition(o,Ri):Ri.fromBufferAttribute(r,o),Ri.applyMatrix4(e.matrixWorld),this.expandByPoint(Ri);else e.boundingBox!==void 0?(e.boundingBox===null&&e.computeBoundingBox(),ul.copy(e.boundingBox)):(n.boundingBox===null&&n.computeBoundingBox(),ul.copy(n.boundingBox)),ul.applyMatrix4(e.matrixWorld),this.union(ul)}let s=e.children;for(let r=0,o=s.length;r<o;r++)this.expandByObject(s[r],t);return this}containsPoint(e){return e.x>=this.min.x&&e.x<=this.max.x&&e.y>=this.min.y&&e.y<=this.max.y&&e.z>=this.min.z&&e.z<=this.max.z}containsBox(e){return this.min.x<=e.min.x&&e.max.x<=this.max.x&&this.min.y<=e.min.y&&e.max.y<=this.max.y&&this.min.z<=e.min.z&&e.max.z<=this.max.z}getParameter(e,t){return t.set((e.x-this.min.x)/(this.max.x-this.min.x),(e.y-this.min.y)/(this.max.y-this.min.y),(e.z-this.min.z)/(this.max.z-this.min.z))}intersectsBox(e){return e.max.x>=this.min.x&&e.min.x<=this.max.x&&e.max.y>=this.min.y&&e.min.y<=this.max.y&&e.max.z>=this.min.z&&e.min.z<=this.max.z}intersectsSphere(e){return this.clampPoint(e.center,Ri),Ri.distanceToSquared(e.center)<=e.radius*e.radius}intersectsPlane(e){let t,n;return e.normal.x>0?(t=e.normal.x*this.min.x,n=e.normal.x*this.max.x):(t=e.normal.x*this.max.x,n=e.normal.x*this.min.x),e.normal.y>0?(t+=e.normal.y*this.min.y,n+=e.normal.y*this.max.y):(t+=e.normal.y*this.max.y,n+=e.normal.y*this.min.y),e.normal.z>0?(t+=e.normal.z*this.min.z,n+=e.normal.z*this.max.z):(t+=e.normal.z*this.max.z,n+=e.normal.z*this.min.z),t<=-e.constant&&n>=-e.constant}intersectsTriangle(e){if(this.isEmpty())return!1;this.getCenter(Ho),dl.subVectors(this.max,Ho),Xr.subVectors(e.a,Ho),qr.subVectors(e.b,Ho),Yr.subVectors(e.c,Ho),Cs.subVectors(qr,Xr),Ps.subVectors(Yr,qr),er.subVectors(Xr,Yr);let t=[0,-Cs.z,Cs.y,0,-Ps.z,Ps.y,0,-er.z,er.y,Cs.z,0,-Cs.x,Ps.z,0,-Ps.x,er.z,0,-er.x,-Cs.y,Cs.x,0,-Ps.y,Ps.x,0,-er.y,er.x,0];return!Tu(t,Xr,qr,Yr,dl)||(t=[1,0,0,0,1,0,0,0,1],!Tu(t,Xr,qr,Yr,dl))?!1:(fl.crossVectors(Cs,Ps),t=[fl.x,fl.y,fl.z],Tu(t,Xr,qr,Yr,dl))}clampPoint(e,t){return t.copy(e).clamp(this.min,this.max)}distanceToPoint(e){return this.clampPoint(e,Ri).distanceTo(e)}getBoundingSphere(e){return this.isEmpty()?e.makeEmpty():(this.getCenter(e.center),e.radius=this.getSize(Ri).length()*.5),e}intersect(e){return this.min.max(e.min),this.max.min(e.max),this.isEmpty()&&this.makeEmpty(),this}union(e){return this.min.min(e.min),this.max.max(e.max),this}applyMatrix4(e){return this.isEmpty()?this:(as[0].set(this.min.x,this.min.y,this.min.z).applyMatrix4(e),as[1].set(this.min.x,this.min.y,this.max.z).applyMatrix4(e),as[2].set(this.min.x,this.max.y,this.min.z).applyMatrix4(e),as[3].set(this.min.x,this.max.y,this.max.z).applyMatrix4(e),as[4].set(this.max.x,this.min.y,this.min.z).applyMatrix4(e),as[5].set(this.max.x,this.min.y,this.max.z).applyMatrix4(e),as[6].set(this.max.x,this.max.y,this.min.z).applyMatrix4(e),as[7].set(this.max.x,this.max.y,this.max.z).applyMatrix4(e),this.setFromPoints(as),this)}translate(e){return this.min.add(e),this.max.add(e),this}equals(e){return e.min.equals(this.min)&&e.max.equals(this.max)}toJSON(){return{min:this.min.toArray(),max:this.max.toArray()}}fromJSON(e){return this.min.fromArray(e.min),this.max.fromArray(e.max),this}},as=[new O,new O,new O,new O,new O,new O,new O,new O],Ri=new O,ul=new Gn,Xr=new O,qr=new O,Yr=new O,Cs=new O,Ps=new O,er=new O,Ho=new O,dl=new O,fl=new O,tr=new O;function Tu(i,e,t,n,s){for(let r=0,o=i.length-3;r<=o;r+=3){tr.fromArray(i,r);let a=s.x*Math.abs(tr.x)+s.y*Math.abs(tr.y)+s.z*Math.abs(tr.z),l=e.dot(tr),c=t.dot(tr),h=n.dot(tr);if(Math.max(-Math.max(l,c,h),Math.min(l,c,h))>a)return!1}return!0}var hn=new O,pl=new ze,lv=0,qt=class extends Ci{constructor(e,t,n=!1){if(super(),Array.isArray(e))throw new TypeError("THREE.BufferAttribute: array should be a Typed Array.");this.isBufferAttribute=!0,Object.defineProperty(this,"id",{value:lv++}),this.name="",this.array=e,this.itemSize=t,this.count=e!==void 0?e.length/t:0,this.normalized=n,this.usage=sg,this.updateRanges=[],this.gpuType=Ii,this.version=0,this._normalizationScale=e!==void 0?_d(e):void 0}onUploadCallback(){}set needsUpdate(e){e===!0&&this.version++}setUsage(e){return this.usage=e,this}addUpdateRange(e,t){this.updateRanges.push({start:e,count:t})}clearUpdateRanges(){this.updateRanges.length=0}copy(e){return this.name=e.name,this.array=new e.array.constructor(e.array),this.itemSize=e.itemSize,this.count=e.count,this.normalized=e.normalized,this.usage=e.usage,this.gpuType=e.gpuType,this._normalizationScale=e._normalizationScale,this}copyAt(e,t,n){e*=this.itemSize,n*=t.itemSize;for(let s=0,r=this.itemSize;s<r;s++)this.array[e+s]=t.array[n+s];return this}copyArray(e){return this.array.set(e),this}applyMatrix3(e){if(this.itemSize===2)for(let t=0,n=this.count;t<n;t++)pl.fromBufferAttribute(this,t),pl.applyMatrix3(e),this.setXY(t,pl.x,pl.y);else if(this.itemSize===3)for(let t=0,n=this.count;t<n;t++)hn.fromBufferAttribute(this,t),hn.applyMatrix3(e),this.setXYZ(t,hn.x,hn.y,hn.z);return this}applyMatrix4(e){for(let t=0,n=this.count;t<n;t++)hn.fromBufferAttribute(this,t),hn.applyMatrix4(e),this.setXYZ(t,hn.x,hn.y,hn.z);return this}applyNormalMatrix(e){for(let t=0,n=this.count;t<n;t++)hn.fromBufferAttribute(this,t),hn.applyNormalMatrix(e),this.setXYZ(t,hn.x,hn.y,hn.z);return this}transformDirection(e){for(let t=0,n=this.count;t<n;t++)hn.fromBufferAttribute(this,t),hn.transformDirection(e),this.setXYZ(t,hn.x,hn.y,hn.z);return this}set(e,t=0){return this.array.set(e,t),this}getComponent(e,t){let n=this.array[e*this.itemSize+t];return this.normalized&&(n=this._denormalize(n)),n}setComponent(e,t,n){return this.normalized&&(n=this._normalize(n)),this.array[e*this.itemSize+t]=n,this}getX(e){let t=this.array[e*this.itemSize];return this.normalized&&(t=this._denormalize(t)),t}setX(e,t){return this.normalized&&(t=this._normalize(t)),this.array[e*this.itemSize]=t,this}getY(e){let t=this.array[e*this.itemSize+1];return this.normalized&&(t=this._denormalize(t)),t}setY(e,t){return this.normalized&&(t=this._normalize(t)),this.array[e*this.itemSize+1]=t,this}getZ(e){let t=this.array[e*this.itemSize+2];return this.normalized&&(t=this._denormalize(t)),t}setZ(e,t){return this.normalized&&(t=this._normalize(t)),this.array[e*this.itemSize+2]=t,this}getW(e){let t=this.array[e*this.itemSize+3];return this.normalized&&(t=this._denormalize(t)),t}setW(e,t){return this.normalized&&(t=this._normalize(t)),this.array[e*this.itemSize+3]=t,this}setXY(e,t,n){return e*=this.itemSize,this.normalized&&(t=this._normalize(t),n=this._normalize(n)),this.array[e+0]=t,this.array[e+1]=n,this}setXYZ(e,t,n,s){return e*=this.itemSize,this.normalized&&(t=this._normalize(t),n=this._normalize(n),s=this._normalize(s)),this.array[e+0]=t,this.array[e+1]=n,this.array[e+2]=s,this}setXYZW(e,t,n,s,r){return e*=this.itemSize,this.normalized&&(t=this._normalize(t),n=this._normalize(n),s=this._normalize(s),r=this._normalize(r)),this.array[e+0]=t,this.array[e+1]=n,this.array[e+2]=s,this.array[e+3]=r,this}onUpload(e){return this.onUploadCallback=e,this}clone(){return new this.constructor(this.array,this.itemSize).copy(this)}toJSON(){let e={itemSize:this.itemSize,type:this.array.constructor.name,array:Array.from(this.array),normalized:this.normalized};return e.name=this.name,e.usage=this.usage,e.gpuType=this.gpuType,e}dispose(){this.dispatchEvent({type:"dispose"})}_denormalize(e){let t=this._normalizationScale;return t!==void 0?Math.max(e/t,-1):cg(e,this.array)}_normalize(e){let t=this._normalizationScale;return t!==void 0?Math.round(e*t):hg(e,this.array)}};var na=class extends qt{constructor(e,t,n){super(new Uint16Array(e),t,n)}};var ia=class extends qt{constructor(e,t,n){super(new Uint32Array(e),t,n)}};var un=class extends qt{constructor(e,t,n){super(new Float32Array(e),t,n)}},cv=new Gn,Vo=new O,Au=new O,Wi=class{constructor(e=new O,t=-1){this.isSphere=!0,this.center=e,this.radius=t}set(e,t){return this.center.copy(e),this.radius=t,this}setFromPoints(e,t){let n=this.center;t!==void 0?n.copy(t):cv.setFromPoints(e).getCenter(n);let s=0;for(let r=0,o=e.length;r<o;r++)s=Math.max(s,n.distanceToSquared(e[r]));return this.radius=Math.sqrt(s),this}copy(e){return this.center.copy(e.center),this.radius=e.radius,this}isEmpty(){return this.radius<0}makeEmpty(){return this.center.set(0,0,0),this.radius=-1,this}containsPoint(e){return e.distanceToSquared(this.center)<=this.radius*this.radius}distanceToPoint(e){return e.distanceTo(this.center)-this.radius}intersectsSphere(e){let t=this.radius+e.radius;return e.center.distanceToSquared(this.center)<=t*t}intersectsBox(e){return e.intersectsSphere(this)}intersectsPlane(e){return Math.abs(e.distanceToPoint(this.center))<=this.radius}clampPoint(e,t){let n=this.center.distanceToSquared(e);return t.copy(e),n>this.radius*this.radius&&(t.sub(this.center).normalize(),t.multiplyScalar(this.radius).add(this.center)),t}getBoundingBox(e){return this.isEmpty()?(e.makeEmpty(),e):(e.set(this.center,this.center),e.expandByScalar(this.radius),e)}applyMatrix4(e){return this.center.applyMatrix4(e),this.radius=this.radius*e.getMaxScaleOnAxis(),this}translate(e){return this.center.add(e),this}expandByPoint(e){if(this.isEmpty())return this.center.copy(e),this.radius=0,this;Vo.subVectors(e,this.center);let t=Vo.lengthSq();if(t>this.radius*this.radius){let n=Math.sqrt(t),s=(n-this.radius)*.5;this.center.addScaledVector(Vo,s/n),this.radius+=s}return this}union(e){return e.isEmpty()?this:this.isEmpty()?(this.copy(e),this):(this.center.equals(e.center)===!0?this.radius=Math.max(this.radius,e.radius):(Au.subVectors(e.center,this.center).setLength(e.radius),this.expandByPoint(Vo.copy(e.center).add(Au)),this.expandByPoint(Vo.copy(e.center).sub(Au))),this)}equals(e){return e.center.equals(this.center)&&e.radius===this.radius}clone(){return new this.constructor().copy(this)}toJSON(){return{radius:this.radius,center:this.center.toArray()}}fromJSON(e){return this.radius=e.radius,this.center.fromArray(e.center),this}},hv=0,pi=new Ut,Ru=new Yn,$r=new O,ii=new Gn,Go=new Gn,An=new O,tn=class i extends Ci{constructor(){super(),this.isBufferGeometry=!0,Object.defineProperty(this,"id",{value:hv++}),this.uuid=go(),this.name="",this.type="BufferGeometry",this.index=null,this.indirect=null,this.indirectOffset=0,this.attributes={},this.morphAttributes={},this.morphTargetsRelative=!1,this.groups=[],this.boundingBox=null,this.boundingSphere=null,this.drawRange={start:0,count:1/0},this.userData={},this._transformed=!1}getIndex(){return this.index}setIndex(e){return Array.isArray(e)?this.index=new(Ux(e)?ia:na)(e,1):this.index=e,this}setIndirect(e,t=0){return this.indirect=e,this.indirectOffset=t,this}getIndirect(){return this.indirect}getAttribute(e){return this.attributes[e]}setAttribute(e,t){return this.attributes[e]=t,this}deleteAttribute(e){return delete this.attributes[e],this}hasAttribute(e){return this.attributes[e]!==void 0}addGroup(e,t,n=0){this.groups.push({start:e,count:t,materialIndex:n})}clearGroups(){this.groups=[]}setDrawRange(e,t){this.drawRange.start=e,this.drawRange.count=t}applyMatrix4(e){let t=this.attributes.position;t!==void 0&&(t.applyMatrix4(e),t.needsUpdate=!0);let n=this.attributes.normal;if(n!==void 0){let r=new tt().getNormalMatrix(e);n.applyNormalMatrix(r),n.needsUpdate=!0}let s=this.attributes.tangent;return s!==void 0&&(s.transformDirection(e),s.needsUpdate=!0),this.boundingBox!==null&&this.computeBoundingBox(),this.boundingSphere!==null&&this.computeBoundingSphere(),this._transformed=!0,this}applyQuaternion(e){return pi.makeRotationFromQuaternion(e),this.applyMatrix4(pi),this}rotateX(e){return pi.makeRotationX(e),this.applyMatrix4(pi),this}rotateY(e){return pi.makeRotationY(e),this.applyMatrix4(pi),this}rotateZ(e){return pi.makeRotationZ(e),this.applyMatrix4(pi),this}translate(e,t,n){return pi.makeTranslation(e,t,n),this.applyMatrix4(pi),this}scale(e,t,n){return pi.makeScale(e,t,n),this.applyMatrix4(pi),this}lookAt(e){return Ru.lookAt(e),Ru.updateMatrix(),this.applyMatrix4(Ru.matrix),this}center(){return this.computeBoundingBox(),this.boundingBox.getCenter($r).negate(),this.translate($r.x,$r.y,$r.z),this}setFromPoints(e){let t=this.getAttribute("position");if(t===void 0){let n=[];for(let s=0,r=e.length;s<r;s++){let o=e[s];n.push(o.x,o.y,o.z||0)}this.setAttribute("position",new un(n,3))}else{let n=Math.min(e.length,t.count);for(let s=0;s<n;s++){let r=e[s];t.setXYZ(s,r.x,r.y,r.z||0)}e.length>t.count&&$e("BufferGeometry: Buffer size too small for points data. Use .dispose() and create a new geometry."),t.needsUpdate=!0}return this}computeBoundingBox(){this.boundingBox===null&&(this.boundingBox=new Gn);let e=this.attributes.position,t=this.morphAttributes.position;if(e&&e.isGLBufferAttribute){et("BufferGeometry.computeBoundingBox(): GLBufferAttribute requires a manual bounding box.",this),this.boundingBox.set(new O(-1/0,-1/0,-1/0),new O(1/0,1/0,1/0));return}if(e!==void 0){if(this.boundingBox.setFromBufferAttribute(e),t)for(let n=0,s=t.length;n<s;n++){let r=t[n];ii.setFromBufferAttribute(r),this.morphTargetsRelative?(An.addVectors(this.boundingBox.min,ii.min),this.boundingBox.expandByPoint(An),An.addVectors(this.boundingBox.max,ii.max),this.boundingBox.expandByPoint(An)):(this.boundingBox.expandByPoint(ii.min),this.boundingBox.expandByPoint(ii.max))}}else this.boundingBox.makeEmpty();(isNaN(this.boundingBox.min.x)||isNaN(this.boundingBox.min.y)||isNaN(this.boundingBox.min.z))&&et('BufferGeometry.computeBoundingBox(): Computed min/max have NaN values. The "position" attribute is likely to have NaN values.',this)}computeBoundingSphere(){this.boundingSphere===null&&(this.boundingSphere=new Wi);let e=this.attributes.position,t=this.morphAttributes.position;if(e&&e.isGLBufferAttribute){et("BufferGeometry.computeBoundingSphere(): GLBufferAttribute requires a manual bounding sphere.",this),this.boundingSphere.set(new O,1/0);return}if(e){let n=this.boundingSphere.center;if(ii.setFromBufferAttribute(e),t)for(let r=0,o=t.length;r<o;r++){let a=t[r];Go.setFromBufferAttribute(a),this.morphTargetsRelative?(An.addVectors(ii.min,Go.min),ii.expandByPoint(An),An.addVectors(ii.max,Go.max),ii.expandByPoint(An)):(ii.expandByPoint(Go.min),ii.expandByPoint(Go.max))}ii.getCenter(n);let s=0;for(let r=0,o=e.count;r<o;r++)An.fromBufferAttribute(e,r),s=Math.max(s,n.distanceToSquared(An));if(t)for(let r=0,o=t.length;r<o;r++){let a=t[r],l=this.morphTargetsRelative;for(let c=0,h=a.count;c<h;c++)An.fromBufferAttribute(a,c),l&&($r.fromBufferAttribute(e,c),An.add($r)),s=Math.max(s,n.distanceToSquared(An))}this.boundingSphere.radius=Math.sqrt(s),isNaN(this.boundingSphere.radius)&&et('BufferGeometry.computeBoundingSphere(): Computed radius is NaN. The "position" attribute is likely to have NaN values.',this)}}computeTangents(){let e=this.index,t=this.attributes;if(e===null||t.position===void 0||t.normal===void 0||t.uv===void 0){et("BufferGeometry: .computeTangents() failed. Missing required attributes (index, position, normal or uv)");return}let n=t.position,s=t.normal,r=t.uv,o=this.getAttribute("tangent");(o===void 0||o.count!==n.count)&&(o=new qt(new Float32Array(4*n.count),4),this.setAttribute("tangent",o));let a=[],l=[],c=new Uint8Array(n.count);for(let B=0;B<n.count;B++)a[B]=new O,l[B]=new O;let h=new O,u=new O,d=new O,f=new ze,g=new ze,v=new ze,p=new O,m=new O;function y(B,N,L){c[B]=c[N]=c[L]=1,h.fromBufferAttribute(n,B),u.fromBufferAttribute(n,N),d.fromBufferAttribute(n,L),f.fromBufferAttribute(r,B),g.fromBufferAttribute(r,N),v.fromBufferAttribute(r,L),u.sub(h),d.sub(h),g.sub(f),v.sub(f);let H=1/(g.x*v.y-v.x*g.y);isFinite(H)&&(p.copy(u).multiplyScalar(v.y).addScaledVector(d,-g.y).multiplyScalar(H),m.copy(d).multiplyScalar(g.x).addScaledVector(u,-v.x).multiplyScalar(H),a[B].add(p),a[N].add(p),a[L].add(p),l[B].add(m),l[N].add(m),l[L].add(m))}let T=this.groups;T.length===0&&(T=[{start:0,count:e.count}]);for(let B=0,N=T.length;B<N;++B){let L=T[B],H=L.start,V=L.count;for(let D=H,W=H+V;D<W;D+=3)y(e.getX(D+0),e.getX(D+1),e.getX(D+2))}let S=new O,R=new O,A=new O,_=new O;function E(B){A.fromBufferAttribute(s,B),_.copy(A);let N=a[B];S.copy(N),S.sub(A.multiplyScalar(A.dot(N))).normalize(),R.crossVectors(_,N);let H=R.dot(l[B])<0?-1:1;o.setXYZW(B,S.x,S.y,S.z,H)}for(let B=0,N=n.count;B<N;++B)c[B]&&E(B);this._transformed=!0}computeVertexNormals(){let e=this.index,t=this.getAttribute("position");if(t!==void 0){let n=this.getAttribute("normal");if(n===void 0||n.count!==t.count)n=new qt(new Float32Array(t.count*3),3),this.setAttribute("normal",n);else for(let d=0,f=n.count;d<f;d++)n.setXYZ(d,0,0,0);let s=new O,r=new O,o=new O,a=new O,l=new O,c=new O,h=new O,u=new O;if(e)for(let d=0,f=e.count;d<f;d+=3){let g=e.getX(d+0),v=e.getX(d+1),p=e.getX(d+2);s.fromBufferAttribute(t,g),r.fromBufferAttribute(t,v),o.fromBufferAttribute(t,p),h.subVectors(o,r),u.subVectors(s,r),h.cross(u),a.fromBufferAttribute(n,g),l.fromBufferAttribute(n,v),c.fromBufferAttribute(n,p),a.add(h),l.add(h),c.add(h),n.setXYZ(g,a.x,a.y,a.z),n.setXYZ(v,l.x,l.y,l.z),n.setXYZ(p,c.x,c.y,c.z)}else for(let d=0,f=t.count;d<f;d+=3)s.fromBufferAttribute(t,d+0),r.fromBufferAttribute(t,d+1),o.fromBufferAttribute(t,d+2),h.subVectors(o,r),u.subVectors(s,r),h.cross(u),n.setXYZ(d+0,h.x,h.y,h.z),n.setXYZ(d+1,h.x,h.y,h.z),n.setXYZ(d+2,h.x,h.y,h.z);this.normalizeNormals(),n.needsUpdate=!0}}normalizeNormals(){let e=this.attributes.normal;for(let t=0,n=e.count;t<n;t++)An.fromBufferAttribute(e,t),An.normalize(),e.setXYZ(t,An.x,An.y,An.z)}toNonIndexed(){function e(a,l){let c=a.array,h=a.itemSize,u=a.normalized,d=new c.constructor(l.length*h),f=0,g=0;for(let v=0,p=l.length;v<p;v++){a.isInterleavedBufferAttribute?f=l[v]*a.data.stride+a.offset:f=l[v]*h;for(let m=0;m<h;m++)d[g++]=c[f++]}return new qt(d,h,u)}if(this.index===null)return $e("BufferGeometry.toNonIndexed(): BufferGeometry is already non-indexed."),this;let t=new i,n=this.index.array,s=this.attributes;for(let a in s){let l=s[a],c=e(l,n);t.setAttribute(a,c)}let r=this.morphAttributes;for(let a in r){let l=[],c=r[a];for(let h=0,u=c.length;h<u;h++){let d=c[h],f=e(d,n);l.push(f)}t.morphAttributes[a]=l}t.morphTargetsRelative=this.morphTargetsRelative;let o=this.groups;for(let a=0,l=o.length;a<l;a++){let c=o[a];t.addGroup(c.start,c.count,c.materialIndex)}return t}toJSON(){let e={metadata:{version:4.7,type:"BufferGeometry",generator:"BufferGeometry.toJSON"}};if(e.uuid=this.uuid,e.type=this.parameters!==void 0&&this._transformed===!0?"BufferGeometry":this.type,e.name=this.name,Object.keys(this.userData).length>0&&(e.userData=this.userData),this.parameters!==void 0&&this._transformed!==!0){let l=this.parameters;for(let c in l)l[c]!==void 0&&(e[c]=l[c]);return e}e.data={attributes:{}};let t=this.index;t!==null&&(e.data.index={type:t.array.constructor.name,array:Array.prototype.slice.call(t.array)});let n=this.attributes;for(let l in n){let c=n[l];e.data.attributes[l]=c.toJSON(e.data)}let s={},r=!1;for(let l in this.morphAttributes){let c=this.morphAttributes[l],h=[];for(let u=0,d=c.length;u<d;u++){let f=c[u];h.push(f.toJSON(e.data))}h.length>0&&(s[l]=h,r=!0)}r&&(e.data.morphAttributes=s,e.data.morphTargetsRelative=this.morphTargetsRelative);let o=this.groups;o.length>0&&(e.data.groups=JSON.parse(JSON.stringify(o)));let a=this.boundingSphere;return a!==null&&(e.data.boundingSphere=a.toJSON()),e}clone(){return new this.constructor().copy(this)}copy(e){this.index=null,this.attributes={},this.morphAttributes={},this.groups=[],this.boundingBox=null,this.boundingSphere=null;let t={};this.name=e.name;let n=e.index;n!==null&&this.setIndex(n.clone());let s=e.attributes;for(let c in s){let h=s[c];this.setAttribute(c,h.clone(t))}let r=e.morphAttributes;for(let c in r){let h=[],u=r[c];for(let d=0,f=u.length;d<f;d++)h.push(u[d].clone(t));this.morphAttributes[c]=h}this.morphTargetsRelative=e.morphTargetsRelative;let o=e.groups;for(let c=0,h=o.length;c<h;c++){let u=o[c];this.addGroup(u.start,u.count,u.materialIndex)}let a=e.boundingBox;a!==null&&(this.boundingBox=a.clone());let l=e.boundingSphere;return l!==null&&(this.boundingSphere=l.clone()),this.drawRange.start=e.drawRange.start,this.drawRange.count=e.drawRange.count,this.userData=e.userData,this._transformed=e._transformed,this}dispose(){this.dispatchEvent({type:"dispose"})}};var Cu=new O,uv=new O,dv=new tt,ri=class{constructor(e=new O(1,0,0),t=0){this.isPlane=!0,this.normal=e,this.constant=t}set(e,t){return this.normal.copy(e),this.constant=t,this}setComponents(e,t,n,s){return this.normal.set(e,t,n),this.constant=s,this}setFromNormalAndCoplanarPoint(e,t){return this.normal.copy(e),this.constant=-t.dot(this.normal),this}setFromCoplanarPoints(e,t,n){let s=Cu.subVectors(n,t).cross(uv.subVectors(e,t)).normalize();return this.setFromNormalAndCoplanarPoint(s,e),this}copy(e){return this.normal.copy(e.normal),this.constant=e.constant,this}normalize(){let e=1/this.normal.length();return this.normal.multiplyScalar(e),this.constant*=e,this}negate(){return this.constant*=-1,this.normal.negate(),this}distanceToPoint(e){return this.normal.dot(e)+this.constant}distanceToSphere(e){return this.distanceToPoint(e.center)-e.radius}projectPoint(e,t){return t.copy(e).addScaledVector(this.normal,-this.distanceToPoint(e))}intersectLine(e,t,n=!0){let s=e.delta(Cu),r=this.normal.dot(s);if(r===0)return this.distanceToPoint(e.start)===0?t.copy(e.start):null;let o=-(e.start.dot(this.normal)+this.constant)/r;return n===!0&&(o<0||o>1)?null:t.copy(e.start).addScaledVector(s,o)}intersectsLine(e){let t=this.distanceToPoint(e.start),n=this.distanceToPoint(e.end);return t<0&&n>0||n<0&&t>0}intersectsBox(e){return e.intersectsPlane(this)}intersectsSphere(e){return e.intersectsPlane(this)}coplanarPoint(e){return e.copy(this.normal).multiplyScalar(-this.constant)}applyMatrix4(e,t){let n=t||dv.getNormalMatrix(e),s=this.coplanarPoint(Cu).applyMatrix4(e),r=this.normal.applyMatrix3(n).normalize();return this.constant=-s.dot(r),this}translate(e){return this.constant-=e.dot(this.normal),this}equals(e){return e.normal.equals(this.normal)&&e.constant===this.constant}clone(){return new this.constructor().copy(this)}toJSON(){return{normal:this.normal.toArray(),constant:this.constant}}fromJSON(e){return this.normal.fromArray(e.normal),this.constant=e.constant,this}},fv=0,ds=class extends Ci{constructor(){super(),this.isMaterial=!0,Object.defineProperty(this,"id",{value:fv++}),this.uuid=go(),this.name="",this.type="Material",this.blending=uo,this.side=Xi,this.vertexColors=!1,this.opacity=1,this.transparent=!1,this.alphaHash=!1,this.blendSrc=Yu,this.blendDst=$u,this.blendEquation=ur,this.blendSrcAlpha=null,this.blendDstAlpha=null,this.blendEquationAlpha=null,this.blendColor=new gt(0,0,0),this.blendAlpha=0,this.depthFunc=Qr,this.depthTest=!0,this.depthWrite=!0,this.stencilWriteMask=255,this.stencilFunc=jm,this.stencilRef=0,this.stencilFuncMask=255,this.stencilFail=Dl,this.stencilZFail=Dl,this.stencilZPass=Dl,this.stencilWrite=!1,this.clippingPlanes=null,this.clipIntersection=!1,this.clipShadows=!1,this.shadowSide=null,this.colorWrite=!0,this.precision=null,this.polygonOffset=!1,this.polygonOffsetFactor=0,this.polygonOffsetUnits=0,this.dithering=!1,this.alphaToCoverage=!1,this.premultipliedAlpha=!1,this.forceSinglePass=!1,this.allowOverride=!0,this.visible=!0,this.toneMapped=!0,this.userData={},this.version=0,this._alphaTest=0}get alphaTest(){return this._alphaTest}set alphaTest(e){this._alphaTest>0!=e>0&&this.version++,this._alphaTest=e}onBeforeRender(){}onBeforeCompile(){}customProgramCacheKey(){return this.onBeforeCompile.toString()}setValues(e){if(e!==void 0)for(let t in e){let n=e[t];if(n===void 0){$e(`Material: parameter '${t}' has value of undefined.`);continue}let s=this[t];if(s===void 0){$e(`Material: '${t}' is not a property of THREE.${this.type}.`);continue}s&&s.isColor?s.set(n):s&&s.isVector2&&n&&n.isVector2||s&&s.isEuler&&n&&n.isEuler||s&&s.isVector3&&n&&n.isVector3?s.copy(n):this[t]=n}}toJSON(e){let t=e===void 0||typeof e=="string";t&&(e={textures:{},images:{}});let n={metadata:{version:4.7,type:"Material",generator:"Material.toJSON"}};n.uuid=this.uuid,n.type=this.type,n.blending=this.blending,n.side=this.side,n.shadowSide=this.shadowSide,n.vertexColors=this.vertexColors,n.opacity=this.opacity,n.transparent=this.transparent,n.blendSrc=this.blendSrc,n.blendDst=this.blendDst,n.blendEquation=this.blendEquation,n.blendSrcAlpha=this.blendSrcAlpha,n.blendDstAlpha=this.blendDstAlpha,n.blendEquationAlpha=this.blendEquationAlpha,n.blendColor=this.blendColor.getHex(),n.blendAlpha=this.blendAlpha,n.depthFunc=this.depthFunc,n.depthTest=this.depthTest,n.depthWrite=this.depthWrite,n.colorWrite=this.colorWrite,n.clipIntersection=this.clipIntersection,n.clipShadows=this.clipShadows,n.stencilWriteMask=this.stencilWriteMask,n.stencilFunc=this.stencilFunc,n.stencilRef=this.stencilRef,n.stencilFuncMask=this.stencilFuncMask,n.stencilFail=this.stencilFail,n.stencilZFail=this.stencilZFail,n.stencilZPass=this.stencilZPass,n.stencilWrite=this.stencilWrite,n.polygonOffset=this.polygonOffset,n.polygonOffsetFactor=this.polygonOffsetFactor,n.polygonOffsetUnits=this.polygonOffsetUnits,n.dithering=this.dithering,n.alphaTest=this.alphaTest,n.alphaHash=this.alphaHash,n.alphaToCoverage=this.alphaToCoverage,n.premultipliedAlpha=this.premultipliedAlpha,n.forceSinglePass=this.forceSinglePass,n.allowOverride=this.allowOverride,n.visible=this.visible,n.toneMapped=this.toneMapped,n.name=this.name,this.color&&this.color.isColor&&(n.color=this.color.getHex()),this.roughness!==void 0&&(n.roughness=this.roughness),this.metalness!==void 0&&(n.metalness=this.metalness),this.sheen!==void 0&&(n.sheen=this.sheen),this.sheenColor&&this.sheenColor.isColor&&(n.sheenColor=this.sheenColor.getHex()),this.sheenRoughness!==void 0&&(n.sheenRoughness=this.sheenRoughness),this.emissive&&this.emissive.isColor&&(n.emissive=this.emissive.getHex()),this.emissiveIntensity!==void 0&&(n.emissiveIntensity=this.emissiveIntensity),this.specular&&this.specular.isColor&&(n.specular=this.specular.getHex()),this.specularIntensity!==void 0&&(n.specularIntensity=this.specularIntensity),this.specularColor&&this.specularColor.isColor&&(n.specularColor=this.specularColor.getHex()),this.shininess!==void 0&&(n.shininess=this.shininess),this.clearcoat!==void 0&&(n.clearcoat=this.clearcoat),this.clearcoatRoughness!==void 0&&(n.clearcoatRoughness=this.clearcoatRoughness),this.diffuseRoughness!==void 0&&(n.diffuseRoughness=this.diffuseRoughness),this.diffuseRoughnessMap&&this.diffuseRoughnessMap.isTexture&&(n.diffuseRoughnessMap=this.diffuseRoughnessMap.toJSON(e).uuid),this.clearcoatMap&&this.clearcoatMap.isTexture&&(n.clearcoatMap=this.clearcoatMap.toJSON(e).uuid),this.clearcoatRoughnessMap&&this.clearcoatRoughnessMap.isTexture&&(n.clearcoatRoughnessMap=this.clearcoatRoughnessMap.toJSON(e).uuid),this.clearcoatNormalMap&&this.clearcoatNormalMap.isTexture&&(n.clearcoatNormalMap=this.clearcoatNormalMap.toJSON(e).uuid,n.clearcoatNormalScale=this.clearcoatNormalScale.toArray()),this.sheenColorMap&&this.sheenColorMap.isTexture&&(n.sheenColorMap=this.sheenColorMap.toJSON(e).uuid),this.sheenRoughnessMap&&this.sheenRoughnessMap.isTexture&&(n.sheenRoughnessMap=this.sheenRoughnessMap.toJSON(e).uuid),this.dispersion!==void 0&&(n.dispersion=this.dispersion),this.retroreflectivity!==void 0&&(n.retroreflectivity=this.retroreflectivity),this.iridescence!==void 0&&(n.iridescence=this.iridescence),this.iridescenceIOR!==void 0&&(n.iridescenceIOR=this.iridescenceIOR),this.iridescenceThicknessMinimum!==void 0&&(n.iridescenceThicknessMinimum=this.iridescenceThicknessMinimum),this.iridescenceThicknessMaximum!==void 0&&(n.iridescenceThicknessMaximum=this.iridescenceThicknessMaximum),this.iridescenceMap&&this.iridescenceMap.isTexture&&(n.iridescenceMap=this.iridescenceMap.toJSON(e).uuid),this.iridescenceThicknessMap&&this.iridescenceThicknessMap.isTexture&&(n.iridescenceThicknessMap=this.iridescenceThicknessMap.toJSON(e).uuid),this.anisotropy!==void 0&&(n.anisotropy=this.anisotropy),this.anisotropyRotation!==void 0&&(n.anisotropyRotation=this.anisotropyRotation),this.anisotropyMap&&this.anisotropyMap.isTexture&&(n.anisotropyMap=this.anisotropyMap.toJSON(e).uuid),this.map&&this.map.isTexture&&(n.map=this.map.toJSON(e).uuid),this.matcap&&this.matcap.isTexture&&(n.matcap=this.matcap.toJSON(e).uuid),this.alphaMap&&this.alphaMap.isTexture&&(n.alphaMap=this.alphaMap.toJSON(e).uuid),this.lightMap&&this.lightMap.isTexture&&(n.lightMap=this.lightMap.toJSON(e).uuid,n.lightMapIntensity=this.lightMapIntensity),this.aoMap&&this.aoMap.isTexture&&(n.aoMap=this.aoMap.toJSON(e).uuid,n.aoMapIntensity=this.aoMapIntensity),this.bumpMap&&this.bumpMap.isTexture&&(n.bumpMap=this.bumpMap.toJSON(e).uuid,n.bumpScale=this.bumpScale),this.normalMap&&this.normalMap.isTexture&&(n.normalMap=this.normalMap.toJSON(e).uuid,n.normalMapType=this.normalMapType,n.normalScale=this.normalScale.toArray()),this.displacementMap&&this.displacementMap.isTexture&&(n.displacementMap=this.displacementMap.toJSON(e).uuid,n.displacementScale=this.displacementScale,n.displacementBias=this.displacementBias),this.roughnessMap&&this.roughnessMap.isTexture&&(n.roughnessMap=this.roughnessMap.toJSON(e).uuid),this.metalnessMap&&this.metalnessMap.isTexture&&(n.metalnessMap=this.metalnessMap.toJSON(e).uuid),this.emissiveMap&&this.emissiveMap.isTexture&&(n.emissiveMap=this.emissiveMap.toJSON(e).uuid),this.specularMap&&this.specularMap.isTexture&&(n.specularMap=this.specularMap.toJSON(e).uuid),this.specularIntensityMap&&this.specularIntensityMap.isTexture&&(n.specularIntensityMap=this.specularIntensityMap.toJSON(e).uuid),this.specularColorMap&&this.specularColorMap.isTexture&&(n.specularColorMap=this.specularColorMap.toJSON(e).uuid),this.envMap&&this.envMap.isTexture&&(n.envMap=this.envMap.toJSON(e).uuid,this.combine!==void 0&&(n.combine=this.combine)),this.envMapRotation!==void 0&&(n.envMapRotation=this.envMapRotation.toArray()),this.envMapIntensity!==void 0&&(n.envMapIntensity=this.envMapIntensity),this.reflectivity!==void 0&&(n.reflectivity=this.reflectivity),this.refractionRatio!==void 0&&(n.refractionRatio=this.refractionRatio),this.gradientMap&&this.gradientMap.isTexture&&(n.gradientMap=this.gradientMap.toJSON(e).uuid),this.transmission!==void 0&&(n.transmission=this.transmission),this.transmissionMap&&this.transmissionMap.isTexture&&(n.transmissionMap=this.transmissionMap.toJSON(e).uuid),this.thickness!==void 0&&(n.thickness=this.thickness),this.thicknessMap&&this.thicknessMap.isTexture&&(n.thicknessMap=this.thicknessMap.toJSON(e).uuid),this.attenuationDistance!==void 0&&(n.attenuationDistance=this.attenuationDistance),this.attenuationColor!==void 0&&(n.attenuationColor=this.attenuationColor.getHex()),this.size!==void 0&&(n.size=this.size),this.sizeAttenuation!==void 0&&(n.sizeAttenuation=this.sizeAttenuation),Array.isArray(this.clippingPlanes)&&this.clippingPlanes.length>0&&(n.clippingPlanes=this.clippingPlanes.map(r=>r.toJSON())),this.rotation!==void 0&&(n.rotation=this.rotation),this.depthPacking!==void 0&&(n.depthPacking=this.depthPacking),this.linewidth!==void 0&&(n.linewidth=this.linewidth),this.linecap!==void 0&&(n.linecap=this.linecap),this.linejoin!==void 0&&(n.linejoin=this.linejoin),this.dashSize!==void 0&&(n.dashSize=this.dashSize),this.gapSize!==void 0&&(n.gapSize=this.gapSize),this.scale!==void 0&&(n.scale=this.scale),this.wireframe!==void 0&&(n.wireframe=this.wireframe),this.wireframeLinewidth!==void 0&&(n.wireframeLinewidth=this.wireframeLinewidth),this.wireframeLinecap!==void 0&&(n.wireframeLinecap=this.wireframeLinecap),this.wireframeLinejoin!==void 0&&(n.wireframeLinejoin=this.wireframeLinejoin),this.flatShading!==void 0&&(n.flatShading=this.flatShading),this.fog!==void 0&&(n.fog=this.fog),Object.keys(this.userData).length>0&&(n.userData=this.userData);function s(r){let o=[];for(let a in r){let l=r[a];delete l.metadata,o.push(l)}return o}if(t){let r=s(e.textures),o=s(e.images);r.length>0&&(n.textures=r),o.length>0&&(n.images=o)}return n}fromJSON(e,t){if(e.uuid!==void 0&&(this.uuid=e.uuid),e.name!==void 0&&(this.name=e.name),e.color!==void 0&&this.color!==void 0&&this.color.setHex(e.color),e.roughness!==void 0&&(this.roughness=e.roughness),e.metalness!==void 0&&(this.metalness=e.metalness),e.sheen!==void 0&&(this.sheen=e.sheen),e.sheenColor!==void 0&&(this.sheenColor=new gt().setHex(e.sheenColor)),e.sheenRoughness!==void 0&&(this.sheenRoughness=e.sheenRoughness),e.emissive!==void 0&&this.emissive!==void 0&&this.emissive.setHex(e.emissive),e.specular!==void 0&&this.specular!==void 0&&this.specular.setHex(e.specular),e.specularIntensity!==void 0&&(this.specularIntensity=e.specularIntensity),e.specularColor!==void 0&&this.specularColor!==void 0&&this.specularColor.setHex(e.specularColor),e.shininess!==void 0&&(this.shininess=e.shininess),e.clearcoat!==void 0&&(this.clearcoat=e.clearcoat),e.clearcoatRoughness!==void 0&&(this.clearcoatRoughness=e.clearcoatRoughness),e.diffuseRoughness!==void 0&&(this.diffuseRoughness=e.diffuseRoughness),e.dispersion!==void 0&&(this.dispersion=e.dispersion),e.retroreflectivity!==void 0&&(this.retroreflectivity=e.retroreflectivity),e.iridescence!==void 0&&(this.iridescence=e.iridescence),e.iridescenceIOR!==void 0&&(this.iridescenceIOR=e.iridescenceIOR),e.iridescenceThicknessMinimum!==void 0&&(this.iridescenceThicknessMinimum=e.iridescenceThicknessMinimum),e.iridescenceThicknessMaximum!==void 0&&(this.iridescenceThicknessMaximum=e.iridescenceThicknessMaximum),e.iridescenceThicknessRange!==void 0&&(this.iridescenceThicknessMinimum=e.iridescenceThicknessRange[0],this.iridescenceThicknessMaximum=e.iridescenceThicknessRange[1]),e.transmission!==void 0&&(this.transmission=e.transmission),e.thickness!==void 0&&(this.thickness=e.thickness),e.attenuationDistance!==void 0&&(this.attenuationDistance=e.attenuationDistance),e.attenuationColor!==void 0&&this.attenuationColor!==void 0&&this.attenuationColor.setHex(e.attenuationColor),e.anisotropy!==void 0&&(this.anisotropy=e.anisotropy),e.anisotropyRotation!==void 0&&(this.anisotropyRotation=e.anisotropyRotation),e.fog!==void 0&&(this.fog=e.fog),e.flatShading!==void 0&&(this.flatShading=e.flatShading),e.blending!==void 0&&(this.blending=e.blending),e.combine!==void 0&&(this.combine=e.combine),e.side!==void 0&&(this.side=e.side),e.shadowSide!==void 0&&(this.shadowSide=e.shadowSide),e.opacity!==void 0&&(this.opacity=e.opacity),e.transparent!==void 0&&(this.transparent=e.transparent),e.alphaTest!==void 0&&(this.alphaTest=e.alphaTest),e.alphaHash!==void 0&&(this.alphaHash=e.alphaHash),e.depthFunc!==void 0&&(this.depthFunc=e.depthFunc),e.depthTest!==void 0&&(this.depthTest=e.depthTest),e.depthWrite!==void 0&&(this.depthWrite=e.depthWrite),e.colorWrite!==void 0&&(this.colorWrite=e.colorWrite),e.clippingPlanes!==void 0&&(this.clippingPlanes=e.clippingPlanes.map(n=>new ri().fromJSON(n))),e.clipIntersection!==void 0&&(this.clipIntersection=e.clipIntersection),e.clipShadows!==void 0&&(this.clipShadows=e.clipShadows),e.depthPacking!==void 0&&(this.depthPacking=e.depthPacking),e.blendSrc!==void 0&&(this.blendSrc=e.blendSrc),e.blendDst!==void 0&&(this.blendDst=e.blendDst),e.blendEquation!==void 0&&(this.blendEquation=e.blendEquation),e.blendSrcAlpha!==void 0&&(this.blendSrcAlpha=e.blendSrcAlpha),e.blendDstAlpha!==void 0&&(this.blendDstAlpha=e.blendDstAlpha),e.blendEquationAlpha!==void 0&&(this.blendEquationAlpha=e.blendEquationAlpha),e.blendColor!==void 0&&this.blendColor!==void 0&&this.blendColor.setHex(e.blendColor),e.blendAlpha!==void 0&&(this.blendAlpha=e.blendAlpha),e.stencilWriteMask!==void 0&&(this.stencilWriteMask=e.stencilWriteMask),e.stencilFunc!==void 0&&(this.stencilFunc=e.stencilFunc),e.stencilRef!==void 0&&(this.stencilRef=e.stencilRef),e.stencilFuncMask!==void 0&&(this.stencilFuncMask=e.stencilFuncMask),e.stencilFail!==void 0&&(this.stencilFail=e.stencilFail),e.stencilZFail!==void 0&&(this.stencilZFail=e.stencilZFail),e.stencilZPass!==void 0&&(this.stencilZPass=e.stencilZPass),e.stencilWrite!==void 0&&(this.stencilWrite=e.stencilWrite),e.wireframe!==void 0&&(this.wireframe=e.wireframe),e.wireframeLinewidth!==void 0&&(this.wireframeLinewidth=e.wireframeLinewidth),e.wireframeLinecap!==void 0&&(this.wireframeLinecap=e.wireframeLinecap),e.wireframeLinejoin!==void 0&&(this.wireframeLinejoin=e.wireframeLinejoin),e.rotation!==void 0&&(this.rotation=e.rotation),e.linewidth!==void 0&&(this.linewidth=e.linewidth),e.linecap!==void 0&&(this.linecap=e.linecap),e.linejoin!==void 0&&(this.linejoin=e.linejoin),e.dashSize!==void 0&&(this.dashSize=e.dashSize),e.gapSize!==void 0&&(this.gapSize=e.gapSize),e.scale!==void 0&&(this.scale=e.scale),e.polygonOffset!==void 0&&(this.polygonOffset=e.polygonOffset),e.polygonOffsetFactor!==void 0&&(this.polygonOffsetFactor=e.polygonOffsetFactor),e.polygonOffsetUnits!==void 0&&(this.polygonOffsetUnits=e.polygonOffsetUnits),e.dithering!==void 0&&(this.dithering=e.dithering),e.alphaToCoverage!==void 0&&(this.alphaToCoverage=e.alphaToCoverage),e.premultipliedAlpha!==void 0&&(this.premultipliedAlpha=e.premultipliedAlpha),e.forceSinglePass!==void 0&&(this.forceSinglePass=e.forceSinglePass),e.allowOverride!==void 0&&(this.allowOverride=e.allowOverride),e.visible!==void 0&&(this.visible=e.visible),e.toneMapped!==void 0&&(this.toneMapped=e.toneMapped),e.userData!==void 0&&(this.userData=e.userData),e.vertexColors!==void 0&&(typeof e.vertexColors=="number"?this.vertexColors=e.vertexColors>0:this.vertexColors=e.vertexColors),e.size!==void 0&&(this.size=e.size),e.sizeAttenuation!==void 0&&(this.sizeAttenuation=e.sizeAttenuation),e.map!==void 0&&(this.map=t[e.map]||null),e.matcap!==void 0&&(this.matcap=t[e.matcap]||null),e.alphaMap!==void 0&&(this.alphaMap=t[e.alphaMap]||null),e.bumpMap!==void 0&&(this.bumpMap=t[e.bumpMap]||null),e.bumpScale!==void 0&&(this.bumpScale=e.bumpScale),e.normalMap!==void 0&&(this.normalMap=t[e.normalMap]||null),e.normalMapType!==void 0&&(this.normalMapType=e.normalMapType),e.normalScale!==void 0){let n=e.normalScale;Array.isArray(n)===!1&&(n=[n,n]),this.normalScale=new ze().fromArray(n)}return e.displacementMap!==void 0&&(this.displacementMap=t[e.displacementMap]||null),e.displacementScale!==void 0&&(this.displacementScale=e.displacementScale),e.displacementBias!==void 0&&(this.displacementBias=e.displacementBias),e.roughnessMap!==void 0&&(this.roughnessMap=t[e.roughnessMap]||null),e.metalnessMap!==void 0&&(this.metalnessMap=t[e.metalnessMap]||null),e.emissiveMap!==void 0&&(this.emissiveMap=t[e.emissiveMap]||null),e.emissiveIntensity!==void 0&&(this.emissiveIntensity=e.emissiveIntensity),e.specularMap!==void 0&&(this.specularMap=t[e.specularMap]||null),e.specularIntensityMap!==void 0&&(this.specularIntensityMap=t[e.specularIntensityMap]||null),e.specularColorMap!==void 0&&(this.specularColorMap=t[e.specularColorMap]||null),e.envMap!==void 0&&(this.envMap=t[e.envMap]||null),e.envMapRotation!==void 0&&this.envMapRotation.fromArray(e.envMapRotation),e.envMapIntensity!==void 0&&(this.envMapIntensity=e.envMapIntensity),e.reflectivity!==void 0&&(this.reflectivity=e.reflectivity),e.refractionRatio!==void 0&&(this.refractionRatio=e.refractionRatio),e.lightMap!==void 0&&(this.lightMap=t[e.lightMap]||null),e.lightMapIntensity!==void 0&&(this.lightMapIntensity=e.lightMapIntensity),e.aoMap!==void 0&&(this.aoMap=t[e.aoMap]||null),e.aoMapIntensity!==void 0&&(this.aoMapIntensity=e.aoMapIntensity),e.gradientMap!==void 0&&(this.gradientMap=t[e.gradientMap]||null),e.clearcoatMap!==void 0&&(this.clearcoatMap=t[e.clearcoatMap]||null),e.clearcoatRoughnessMap!==void 0&&(this.clearcoatRoughnessMap=t[e.clearcoatRoughnessMap]||null),e.clearcoatNormalMap!==void 0&&(this.clearcoatNormalMap=t[e.clearcoatNormalMap]||null),e.clearcoatNormalScale!==void 0&&(this.clearcoatNormalScale=new ze().fromArray(e.clearcoatNormalScale)),e.diffuseRoughnessMap!==void 0&&(this.diffuseRoughnessMap=t[e.diffuseRoughnessMap]||null),e.iridescenceMap!==void 0&&(this.iridescenceMap=t[e.iridescenceMap]||null),e.iridescenceThicknessMap!==void 0&&(this.iridescenceThicknessMap=t[e.iridescenceThicknessMap]||null),e.transmissionMap!==void 0&&(this.transmissionMap=t[e.transmissionMap]||null),e.thicknessMap!==void 0&&(this.thicknessMap=t[e.thicknessMap]||null),e.anisotropyMap!==void 0&&(this.anisotropyMap=t[e.anisotropyMap]||null),e.sheenColorMap!==void 0&&(this.sheenColorMap=t[e.sheenColorMap]||null),e.sheenRoughnessMap!==void 0&&(this.sheenRoughnessMap=t[e.sheenRoughnessMap]||null),this}clone(){return new this.constructor().copy(this)}copy(e){this.name=e.name,this.blending=e.blending,this.side=e.side,this.vertexColors=e.vertexColors,this.opacity=e.opacity,this.transparent=e.transparent,this.blendSrc=e.blendSrc,this.blendDst=e.blendDst,this.blendEquation=e.blendEquation,this.blendSrcAlpha=e.blendSrcAlpha,this.blendDstAlpha=e.blendDstAlpha,this.blendEquationAlpha=e.blendEquationAlpha,this.blendColor.copy(e.blendColor),this.blendAlpha=e.blendAlpha,this.depthFunc=e.depthFunc,this.depthTest=e.depthTest,this.depthWrite=e.depthWrite,this.stencilWriteMask=e.stencilWriteMask,this.stencilFunc=e.stencilFunc,this.stencilRef=e.stencilRef,this.stencilFuncMask=e.stencilFuncMask,this.stencilFail=e.stencilFail,this.stencilZFail=e.stencilZFail,this.stencilZPass=e.stencilZPass,this.stencilWrite=e.stencilWrite;let t=e.clippingPlanes,n=null;if(t!==null){let s=t.length;n=new Array(s);for(let r=0;r!==s;++r)n[r]=t[r].clone()}return this.clippingPlanes=n,this.clipIntersection=e.clipIntersection,this.clipShadows=e.clipShadows,this.shadowSide=e.shadowSide,this.colorWrite=e.colorWrite,this.precision=e.precision,this.polygonOffset=e.polygonOffset,this.polygonOffsetFactor=e.polygonOffsetFactor,this.polygonOffsetUnits=e.polygonOffsetUnits,this.dithering=e.dithering,this.alphaTest=e.alphaTest,this.alphaHash=e.alphaHash,this.alphaToCoverage=e.alphaToCoverage,this.premultipliedAlpha=e.premultipliedAlpha,this.forceSinglePass=e.forceSinglePass,this.allowOverride=e.allowOverride,this.visible=e.visible,this.toneMapped=e.toneMapped,this.userData=JSON.parse(JSON.stringify(e.userData)),this}dispose(){this.dispatchEvent({type:"dispose"})}set needsUpdate(e){e===!0&&this.version++}};var ls=new O,Pu=new O,ml=new O,gl=new O,Ns=class{constructor(e=new O,t=new O(0,0,-1)){this.origin=e,this.direction=t}set(e,t){return this.origin.copy(e),this.direction.copy(t),this}copy(e){return this.origin.copy(e.origin),this.direction.copy(e.direction),this}at(e,t){return t.copy(this.origin).addScaledVector(this.direction,e)}lookAt(e){return this.direction.copy(e).sub(this.origin).normalize(),this}recast(e){return this.origin.copy(this.at(e,ls)),this}closestPointToPoint(e,t){t.subVectors(e,this.origin);let n=t.dot(this.direction);return n<0?t.copy(this.origin):t.copy(this.origin).addScaledVector(this.direction,n)}distanceToPoint(e){return Math.sqrt(this.distanceSqToPoint(e))}distanceSqToPoint(e){let t=ls.subVectors(e,this.origin).dot(this.direction);return t<0?this.origin.distanceToSquared(e):(ls.copy(this.origin).addScaledVector(this.direction,t),ls.distanceToSquared(e))}distanceSqToSegment(e,t,n,s){Pu.copy(e).add(t).multiplyScalar(.5),ml.copy(t).sub(e).normalize(),gl.copy(this.origin).sub(Pu);let r=e.distanceTo(t)*.5,o=-this.direction.dot(ml),a=gl.dot(this.direction),l=-gl.dot(ml),c=gl.lengthSq(),h=Math.abs(1-o*o),u,d,f,g;if(h>0)if(u=o*l-a,d=o*a-l,g=r*h,u>=0)if(d>=-g)if(d<=g){let v=1/h;u*=v,d*=v,f=u*(u+o*d+2*a)+d*(o*u+d+2*l)+c}else d=r,u=Math.max(0,-(o*d+a)),f=-u*u+d*(d+2*l)+c;else d=-r,u=Math.max(0,-(o*d+a)),f=-u*u+d*(d+2*l)+c;else d<=-g?(u=Math.max(0,-(-o*r+a)),d=u>0?-r:Math.min(Math.max(-r,-l),r),f=-u*u+d*(d+2*l)+c):d<=g?(u=0,d=Math.min(Math.max(-r,-l),r),f=d*(d+2*l)+c):(u=Math.max(0,-(o*r+a)),d=u>0?r:Math.min(Math.max(-r,-l),r),f=-u*u+d*(d+2*l)+c);else d=o>0?-r:r,u=Math.max(0,-(o*d+a)),f=-u*u+d*(d+2*l)+c;return n&&n.copy(this.origin).addScaledVector(this.direction,u),s&&s.copy(Pu).addScaledVector(ml,d),f}intersectSphere(e,t){if(e.radius<0)return null;ls.subVectors(e.center,this.origin);let n=ls.dot(this.direction),s=ls.dot(ls)-n*n,r=e.radius*e.radius;if(s>r)return null;let o=Math.sqrt(r-s),a=n-o,l=n+o;return l<0?null:a<0?this.at(l,t):this.at(a,t)}intersectsSphere(e){return e.radius<0?!1:this.distanceSqToPoint(e.center)<=e.radius*e.radius}distanceToPlane(e){let t=e.normal.dot(this.direction);if(t===0)return e.distanceToPoint(this.origin)===0?0:null;let n=-(this.origin.dot(e.normal)+e.constant)/t;return n>=0?n:null}intersectPlane(e,t){let n=this.distanceToPlane(e);return n===null?null:this.at(n,t)}intersectsPlane(e){let t=e.distanceToPoint(this.origin);return t===0||e.normal.dot(this.direction)*t<0}intersectBox(e,t){let n,s,r,o,a,l,c=1/this.direction.x,h=1/this.direction.y,u=1/this.direction.z,d=this.origin;return c>=0?(n=(e.min.x-d.x)*c,s=(e.max.x-d.x)*c):(n=(e.max.x-d.x)*c,s=(e.min.x-d.x)*c),h>=0?(r=(e.min.y-d.y)*h,o=(e.max.y-d.y)*h):(r=(e.max.y-d.y)*h,o=(e.min.y-d.y)*h),n>o||r>s||((r>n||isNaN(n))&&(n=r),(o<s||isNaN(s))&&(s=o),u>=0?(a=(e.min.z-d.z)*u,l=(e.max.z-d.z)*u):(a=(e.max.z-d.z)*u,l=(e.min.z-d.z)*u),n>l||a>s)||((a>n||n!==n)&&(n=a),(l<s||s!==s)&&(s=l),s<0)?null:this.at(n>=0?n:s,t)}intersectsBox(e){return this.intersectBox(e,ls)!==null}intersectTriangle(e,t,n,s,r){let o=this.origin,a=this.direction,l=a.x,c=a.y,h=a.z,u=e.x-o.x,d=e.y-o.y,f=e.z-o.z,g=t.x-o.x,v=t.y-o.y,p=t.z-o.z,m=n.x-o.x,y=n.y-o.y,T=n.z-o.z,S=Math.abs(l),R=Math.abs(c),A=Math.abs(h),_,E,B,N,L,H,V,D,W,Y,G,ce;if(S>=R&&S>=A?(B=l,H=u,W=g,ce=m,l>=0?(_=c,E=h,N=d,L=f,V=v,D=p,Y=y,G=T):(_=h,E=c,N=f,L=d,V=p,D=v,Y=T,G=y)):R>=A?(B=c,H=d,W=v,ce=y,c>=0?(_=h,E=l,N=f,L=u,V=p,D=g,Y=T,G=m):(_=l,E=h,N=u,L=f,V=g,D=p,Y=m,G=T)):(B=h,H=f,W=p,ce=T,h>=0?(_=l,E=c,N=u,L=d,V=g,D=v,Y=m,G=y):(_=c,E=l,N=d,L=u,V=v,D=g,Y=y,G=m)),B===0)return null;let J=_/B,Q=E/B,re=1/B,fe=N-J*H,de=L-Q*H,ee=V-J*W,ge=D-Q*W,ve=Y-J*ce,Re=G-Q*ce,Me=ve*ge-Re*ee,Xe=fe*Re-de*ve,st=ee*de-ge*fe;if(s){if(Me<0||Xe<0||st<0)return null}else if((Me<0||Xe<0||st<0)&&(Me>0||Xe>0||st>0))return null;let Ge=Me+Xe+st;if(Ge===0)return null;let ut=re*(Me*H+Xe*W+st*ce);return(Ge>0?ut<0:ut>0)?null:this.at(ut/Ge,r)}applyMatrix4(e){return this.origin.applyMatrix4(e),this.direction.transformDirection(e),this}equals(e){return e.origin.equals(this.origin)&&e.direction.equals(this.direction)}clone(){return new this.constructor().copy(this)}},Us=class extends ds{constructor(e){super(),this.isMeshBasicMaterial=!0,this.type="MeshBasicMaterial",this.color=new gt(16777215),this.map=null,this.lightMap=null,this.lightMapIntensity=1,this.aoMap=null,this.aoMapIntensity=1,this.specularMap=null,this.alphaMap=null,this.envMap=null,this.envMapRotation=new Ds,this.combine=Zu,this.reflectivity=1,this.refractionRatio=.98,this.wireframe=!1,this.wireframeLinewidth=1,this.wireframeLinecap="round",this.wireframeLinejoin="round",this.fog=!0,this.setValues(e)}copy(e){return super.copy(e),this.color.copy(e.color),this.map=e.map,this.lightMap=e.lightMap,this.lightMapIntensity=e.lightMapIntensity,this.aoMap=e.aoMap,this.aoMapIntensity=e.aoMapIntensity,this.specularMap=e.specularMap,this.alphaMap=e.alphaMap,this.envMap=e.envMap,this.envMapRotation.copy(e.envMapRotation),this.combine=e.combine,this.reflectivity=e.reflectivity,this.refractionRatio=e.refractionRatio,this.wireframe=e.wireframe,this.wireframeLinewidth=e.wireframeLinewidth,this.wireframeLinecap=e.wireframeLinecap,this.wireframeLinejoin=e.wireframeLinejoin,this.fog=e.fog,this}},lm=new Ut,nr=new Ns,_l=new Wi,cm=new O,xl=new O,vl=new O,yl=new O,Iu=new O,bl=new O,hm=new O,Sl=new O,dn=class extends Yn{constructor(e=new tn,t=new Us){super(),this.isMesh=!0,this.type="Mesh",this.geometry=e,this.material=t,this.morphTargetDictionary=void 0,this.morphTargetInfluences=void 0,this.count=1,this.updateMorphTargets()}copy(e,t){return super.copy(e,t),e.morphTargetInfluences!==void 0?this.morphTargetInfluences=e.morphTargetInfluences.slice():this.morphTargetInfluences=void 0,e.morphTargetDictionary!==void 0?this.morphTargetDictionary=Object.assign({},e.morphTargetDictionary):this.morphTargetDictionary=void 0,this.material=Array.isArray(e.material)?e.material.slice():e.material,this.geometry=e.geometry,this}updateMorphTargets(){let t=this.geometry.morphAttributes,n=Object.keys(t);if(n.length>0){let s=t[n[0]];if(s!==void 0){this.morphTargetInfluences=[],this.morphTargetDictionary={};for(let r=0,o=s.length;r<o;r++){let a=s[r].name||String(r);this.morphTargetInfluences.push(0),this.morphTargetDictionary[a]=r}}}}getVertexPosition(e,t){let n=this.geometry,s=n.attributes.position,r=n.morphAttributes.position,o=n.morphTargetsRelative;t.fromBufferAttribute(s,e);let a=this.morphTargetInfluences;if(r&&a){bl.set(0,0,0);for(let l=0,c=r.length;l<c;l++){let h=a[l],u=r[l];h!==0&&(Iu.fromBufferAttribute(u,e),o?bl.addScaledVector(Iu,h):bl.addScaledVector(Iu.sub(t),h))}t.add(bl)}return t}intersectsFrustum(e){return e.intersectsObject(this)}raycast(e,t){let n=this.geometry,s=this.material,r=this.matrixWorld;s!==void 0&&(n.boundingSphere===null&&n.computeBoundingSphere(),_l.copy(n.boundingSphere),_l.applyMatrix4(r),nr.copy(e.ray).recast(e.near),!(_l.containsPoint(nr.origin)===!1&&(nr.intersectSphere(_l,cm)===null||nr.origin.distanceToSquared(cm)>(e.far-e.near)**2))&&(lm.copy(r).invert(),nr.copy(e.ray).applyMatrix4(lm),!(n.boundingBox!==null&&nr.intersectsBox(n.boundingBox)===!1)&&this._computeIntersections(e,t,nr)))}_computeIntersections(e,t,n){let s,r=this.geometry,o=this.material,a=r.index,l=r.attributes.position,c=r.attributes.uv,h=r.attributes.uv1,u=r.attributes.normal,d=r.groups,f=r.drawRange;if(a!==null)if(Array.isArray(o))for(let g=0,v=d.length;g<v;g++){let p=d[g],m=o[p.materialIndex],y=Math.max(p.start,f.start),T=Math.min(a.count,Math.min(p.start+p.count,f.start+f.count));for(let S=y,R=T;S<R;S+=3){let A=a.getX(S),_=a.getX(S+1),E=a.getX(S+2);s=Ml(this,m,e,n,c,h,u,A,_,E),s&&(s.faceIndex=Math.floor(S/3),s.face.materialIndex=p.materialIndex,t.push(s))}}else{let g=Math.max(0,f.start),v=Math.min(a.count,f.start+f.count);for(let p=g,m=v;p<m;p+=3){let y=a.getX(p),T=a.getX(p+1),S=a.getX(p+2);s=Ml(this,o,e,n,c,h,u,y,T,S),s&&(s.faceIndex=Math.floor(p/3),t.push(s))}}else if(l!==void 0)if(Array.isArray(o))for(let g=0,v=d.length;g<v;g++){let p=d[g],m=o[p.materialIndex],y=Math.max(p.start,f.start),T=Math.min(l.count,Math.min(p.start+p.count,f.start+f.count));for(let S=y,R=T;S<R;S+=3){let A=S,_=S+1,E=S+2;s=Ml(this,m,e,n,c,h,u,A,_,E),s&&(s.faceIndex=Math.floor(S/3),s.face.materialIndex=p.materialIndex,t.push(s))}}else{let g=Math.max(0,f.start),v=Math.min(l.count,f.start+f.count);for(let p=g,m=v;p<m;p+=3){let y=p,T=p+1,S=p+2;s=Ml(this,o,e,n,c,h,u,y,T,S),s&&(s.faceIndex=Math.floor(p/3),t.push(s))}}}};function pv(i,e,t,n,s,r,o,a){let l;if(e.side===Wn?l=n.intersectTriangle(o,r,s,!0,a):l=n.intersectTriangle(s,r,o,e.side===Xi,a),l===null)return null;Sl.copy(a),Sl.applyMatrix4(i.matrixWorld);let c=t.ray.origin.distanceTo(Sl);return c<t.near||c>t.far?null:{distance:c,point:Sl.clone(),object:i}}function Ml(i,e,t,n,s,r,o,a,l,c){i.getVertexPosition(a,xl),i.getVertexPosition(l,vl),i.getVertexPosition(c,yl);let h=pv(i,e,t,n,xl,vl,yl,hm);if(h){let u=new O;Ls.getBarycoord(hm,xl,vl,yl,u),s&&(h.uv=Ls.getInterpolatedAttribute(s,a,l,c,u,new ze)),r&&(h.uv1=Ls.getInterpolatedAttribute(r,a,l,c,u,new ze)),o&&(h.normal=Ls.getInterpolatedAttribute(o,a,l,c,u,new O),h.normal.dot(n.direction)>0&&h.normal.multiplyScalar(-1));let d={a,b:l,c,normal:new O,materialIndex:0};Ls.getNormal(xl,vl,yl,d.normal),h.face=d,h.barycoord=u}return h}var or=class extends qn{constructor(e=null,t=1,n=1,s,r,o,a,l,c=Rn,h=Rn,u,d){super(null,o,a,l,c,h,s,r,u,d),this.isDataTexture=!0,this.image={data:e,width:t,height:n},this.generateMipmaps=!1,this.flipY=!1,this.unpackAlignment=1}};var ir=new Wi,mv=new ze(.5,.5),wl=new O,ar=class{constructor(e=new ri,t=new ri,n=new ri,s=new ri,r=new ri,o=new ri){this.planes=[e,t,n,s,r,o]}set(e,t,n,s,r,o){let a=this.planes;return a[0].copy(e),a[1].copy(t),a[2].copy(n),a[3].copy(s),a[4].copy(r),a[5].copy(o),this}copy(e){let t=this.planes;for(let n=0;n<6;n++)t[n].copy(e.planes[n]);return this}setFromProjectionMatrix(e,t=mi,n=!1){let s=this.planes,r=e.elements,o=r[0],a=r[1],l=r[2],c=r[3],h=r[4],u=r[5],d=r[6],f=r[7],g=r[8],v=r[9],p=r[10],m=r[11],y=r[12],T=r[13],S=r[14],R=r[15];if(s[0].setComponents(c-o,f-h,m-g,R-y).normalize(),s[1].setComponents(c+o,f+h,m+g,R+y).normalize(),s[2].setComponents(c+a,f+u,m+v,R+T).normalize(),s[3].setComponents(c-a,f-u,m-v,R-T).normalize(),n)s[4].setComponents(l,d,p,S).normalize(),s[5].setComponents(c-l,f-d,m-p,R-S).normalize();else if(s[4].setComponents(c-l,f-d,m-p,R-S).normalize(),t===mi)s[5].setComponents(c+l,f+d,m+p,R+S).normalize();else if(t===jo)s[5].setComponents(l,d,p,S).normalize();else throw new Error("THREE.Frustum.setFromProjectionMatrix(): Invalid coordinate system: "+t);return this}intersectsObject(e){if(e.boundingSphere!==void 0)e.boundingSphere===null&&e.computeBoundingSphere(),ir.copy(e.boundingSphere).applyMatrix4(e.matrixWorld);else{let t=e.geometry;t.boundingSphere===null&&t.computeBoundingSphere(),ir.copy(t.boundingSphere).applyMatrix4(e.matrixWorld)}return this.intersectsSphere(ir)}intersectsSprite(e){ir.center.set(0,0,0);let t=mv.distanceTo(e.center);return ir.radius=.7071067811865476+t,ir.applyMatrix4(e.matrixWorld),this.intersectsSphere(ir)}intersectsSphere(e){let t=this.planes,n=e.center,s=-e.radius;for(let r=0;r<6;r++)if(t[r].distanceToPoint(n)<s)return!1;return!0}intersectsBox(e){let t=this.planes;for(let n=0;n<6;n++){let s=t[n];if(wl.x=s.normal.x>0?e.max.x:e.min.x,wl.y=s.normal.y>0?e.max.y:e.min.y,wl.z=s.normal.z>0?e.max.z:e.min.z,s.distanceToPoint(wl)<0)return!1}return!0}containsPoint(e){let t=this.planes;for(let n=0;n<6;n++)if(t[n].distanceToPoint(e)<0)return!1;return!0}clone(){return new this.constructor().copy(this)}},um=new Ut,Yl=class i{constructor(){this.coordinateSystem=mi,this._frustums=[],this._count=0}setFromArrayCamera(e){let t=e.cameras,n=this._frustums;for(let s=0;s<t.length;s++){let r=t[s];um.multiplyMatrices(r.projectionMatrix,r.matrixWorldInverse),n[s]===void 0&&(n[s]=new ar),n[s].setFromProjectionMatrix(um,r.coordinateSystem,r.reversedDepth)}return this._count=t.length,this}getFrustum(e){return this._frustums[e]}intersectsObject(e){let t=this._frustums;for(let n=0;n<this._count;n++)if(t[n].intersectsObject(e))return!0;return!1}intersectsSprite(e){let t=this._frustums;for(let n=0;n<this._count;n++)if(t[n].intersectsSprite(e))return!0;return!1}intersectsSphere(e){let t=this._frustums;for(let n=0;n<this._count;n++)if(t[n].intersectsSphere(e))return!0;return!1}intersectsBox(e){let t=this._frustums;for(let n=0;n<this._count;n++)if(t[n].intersectsBox(e))return!0;return!1}containsPoint(e){let t=this._frustums;for(let n=0;n<this._count;n++)if(t[n].containsPoint(e))return!0;return!1}copy(e){this.coordinateSystem=e.coordinateSystem;let t=this._frustums,n=e._frustums;for(let s=0;s<e._count;s++)t[s]===void 0&&(t[s]=new ar),t[s].copy(n[s]);return this._count=e._count,this}clone(){return new i().copy(this)}};var so=class extends ds{constructor(e){super(),this.isLineBasicMaterial=!0,this.type="LineBasicMaterial",this.color=new gt(16777215),this.map=null,this.linewidth=1,this.linecap="round",this.linejoin="round",this.fog=!0,this.setValues(e)}copy(e){return super.copy(e),this.color.copy(e.color),this.map=e.map,this.linewidth=e.linewidth,this.linecap=e.linecap,this.linejoin=e.linejoin,this.fog=e.fog,this}},$l=new O,Zl=new O,dm=new Ut,Wo=new Ns,El=new Wi,Lu=new O,fm=new O,lr=class extends Yn{constructor(e=new tn,t=new so){super(),this.isLine=!0,this.type="Line",this.geometry=e,this.material=t,this.morphTargetDictionary=void 0,this.morphTargetInfluences=void 0,this.updateMorphTargets()}copy(e,t){return super.copy(e,t),e.morphTargetInfluences!==void 0?this.morphTargetInfluences=e.morphTargetInfluences.slice():this.morphTargetInfluences=void 0,e.morphTargetDictionary!==void 0?this.morphTargetDictionary=Object.assign({},e.morphTargetDictionary):this.morphTargetDictionary=void 0,this.material=Array.isArray(e.material)?e.material.slice():e.material,this.geometry=e.geometry,this}computeLineDistances(){let e=this.geometry;if(e.index===null){let t=e.attributes.position,n=[0];for(let s=1,r=t.count;s<r;s++)$l.fromBufferAttribute(t,s-1),Zl.fromBufferAttribute(t,s),n[s]=n[s-1],n[s]+=$l.distanceTo(Zl);e.setAttribute("lineDistance",new un(n,1))}else $e("Line.computeLineDistances(): Computation only possible with non-indexed BufferGeometry.");return this}intersectsFrustum(e){return e.intersectsObject(this)}raycast(e,t){let n=this.geometry,s=this.matrixWorld,r=e.params.Line.threshold,o=n.drawRange;if(n.boundingSphere===null&&n.computeBoundingSphere(),El.copy(n.boundingSphere),El.applyMatrix4(s),El.radius+=r,e.ray.intersectsSphere(El)===!1)return;dm.copy(s).invert(),Wo.copy(e.ray).applyMatrix4(dm);let a=r/((this.scale.x+this.scale.y+this.scale.z)/3),l=a*a,c=this.isLineSegments?2:1,h=n.index,d=n.attributes.position;if(h!==null){let f=Math.max(0,o.start),g=Math.min(h.count,o.start+o.count);for(let v=f,p=g-1;v<p;v+=c){let m=h.getX(v),y=h.getX(v+1),T=Tl(this,e,Wo,l,m,y,v);T&&t.push(T)}if(this.isLineLoop){let v=h.getX(g-1),p=h.getX(f),m=Tl(this,e,Wo,l,v,p,g-1);m&&t.push(m)}}else{let f=Math.max(0,o.start),g=Math.min(d.count,o.start+o.count);for(let v=f,p=g-1;v<p;v+=c){let m=Tl(this,e,Wo,l,v,v+1,v);m&&t.push(m)}if(this.isLineLoop){let v=Tl(this,e,Wo,l,g-1,f,g-1);v&&t.push(v)}}}updateMorphTargets(){let t=this.geometry.morphAttributes,n=Object.keys(t);if(n.length>0){let s=t[n[0]];if(s!==void 0){this.morphTargetInfluences=[],this.morphTargetDictionary={};for(let r=0,o=s.length;r<o;r++){let a=s[r].name||String(r);this.morphTargetInfluences.push(0),this.morphTargetDictionary[a]=r}}}}};function Tl(i,e,t,n,s,r,o){let a=i.geometry.attributes.position;if($l.fromBufferAttribute(a,s),Zl.fromBufferAttribute(a,r),t.distanceSqToSegment($l,Zl,Lu,fm)>n)return;Lu.applyMatrix4(i.matrixWorld);let c=e.ray.origin.distanceTo(Lu);if(!(c<e.near||c>e.far))return{distance:c,point:fm.clone().applyMatrix4(i.matrixWorld),index:o,face:null,faceIndex:null,barycoord:null,object:i}}var pm=new O,mm=new O,sa=class extends lr{constructor(e,t){super(e,t),this.isLineSegments=!0,this.type="LineSegments"}computeLineDistances(){let e=this.geometry;if(e.index===null){let t=e.attributes.position,n=[];for(let s=0,r=t.count;s<r;s+=2)pm.fromBufferAttribute(t,s),mm.fromBufferAttribute(t,s+1),n[s]=s===0?0:n[s-1],n[s+1]=n[s]+pm.distanceTo(mm);e.setAttribute("lineDistance",new un(n,1))}else $e("LineSegments.computeLineDistances(): Computation only possible with non-indexed BufferGeometry.");return this}},ra=class extends lr{constructor(e,t){super(e,t),this.isLineLoop=!0,this.type="LineLoop"}},Kl=class extends ds{constructor(e){super(),this.isPointsMaterial=!0,this.type="PointsMaterial",this.color=new gt(16777215),this.map=null,this.alphaMap=null,this.size=1,this.sizeAttenuation=!0,this.fog=!0,this.setValues(e)}copy(e){return super.copy(e),this.color.copy(e.color),this.map=e.map,this.alphaMap=e.alphaMap,this.size=e.size,this.sizeAttenuation=e.sizeAttenuation,this.fog=e.fog,this}},gm=new Ut,zu=new Ns,Al=new Wi,Rl=new O,oa=class extends Yn{constructor(e=new tn,t=new Kl){super(),this.isPoints=!0,this.type="Points",this.geometry=e,this.material=t,this.morphTargetDictionary=void 0,this.morphTargetInfluences=void 0,this.updateMorphTargets()}copy(e,t){return super.copy(e,t),e.morphTargetInfluences!==void 0?this.morphTargetInfluences=e.morphTargetInfluences.slice():this.morphTargetInfluences=void 0,e.morphTargetDictionary!==void 0?this.morphTargetDictionary=Object.assign({},e.morphTargetDictionary):this.morphTargetDictionary=void 0,this.material=Array.isArray(e.material)?e.material.slice():e.material,this.geometry=e.geometry,this}intersectsFrustum(e){return e.intersectsObject(this)}raycast(e,t){let n=this.geometry,s=this.matrixWorld,r=e.params.Points.threshold,o=n.drawRange;if(n.boundingSphere===null&&n.computeBoundingSphere(),Al.copy(n.boundingSphere),Al.applyMatrix4(s),Al.radius+=r,e.ray.intersectsSphere(Al)===!1)return;gm.copy(s).invert(),zu.copy(e.ray).applyMatrix4(gm);let a=r/((this.scale.x+this.scale.y+this.scale.z)/3),l=a*a,c=n.index,u=n.attributes.position;if(c!==null){let d=Math.max(0,o.start),f=Math.min(c.count,o.start+o.count);for(let g=d,v=f;g<v;g++){let p=c.getX(g);Rl.fromBufferAttribute(u,p),_m(Rl,p,l,s,e,t,this)}}else{let d=Math.max(0,o.start),f=Math.min(u.count,o.start+o.count);for(let g=d,v=f;g<v;g++)Rl.fromBufferAttribute(u,g),_m(Rl,g,l,s,e,t,this)}}updateMorphTargets(){let t=this.geometry.morphAttributes,n=Object.keys(t);if(n.length>0){let s=t[n[0]];if(s!==void 0){this.morphTargetInfluences=[],this.morphTargetDictionary={};for(let r=0,o=s.length;r<o;r++){let a=s[r].name||String(r);this.morphTargetInfluences.push(0),this.morphTargetDictionary[a]=r}}}}};function _m(i,e,t,n,s,r,o){let a=zu.distanceSqToPoint(i);if(a<t){let l=new O;zu.closestPointToPoint(i,l),l.applyMatrix4(n);let c=s.ray.origin.distanceTo(l);if(c<s.near||c>s.far)return;r.push({distance:c,distanceToRay:Math.sqrt(a),point:l,index:e,face:null,faceIndex:null,barycoord:null,object:o})}}var aa=class extends qn{constructor(e=[],t=dr,n,s,r,o,a,l,c,h){super(e,t,n,s,r,o,a,l,c,h),this.isCubeTexture=!0,this.flipY=!1}get images(){return this.image}set images(e){this.image=e}};var Pi=class extends qn{constructor(e,t,n=ci,s,r,o,a=Rn,l=Rn,c,h=hs,u=1){if(h!==hs&&h!==ps)throw new Error("THREE.DepthTexture: format must be either THREE.DepthFormat or THREE.DepthStencilFormat");let d={width:e,height:t,depth:u};super(d,s,r,o,a,l,h,n,c),this.isDepthTexture=!0,this.flipY=!1,this.generateMipmaps=!1,this.compareFunction=null}copy(e){return super.copy(e),this.source=new no(Object.assign({},e.image)),this.compareFunction=e.compareFunction,this}toJSON(e){let t=super.toJSON(e);return t.compareFunction=this.compareFunction,t}},la=class extends Pi{constructor(e,t=ci,n=dr,s,r,o=Rn,a=Rn,l,c=hs){let h={width:e,height:e,depth:1},u=[h,h,h,h,h,h];super(e,e,t,n,s,r,o,a,l,c),this.image=u,this.isCubeDepthTexture=!0,this.isCubeTexture=!0}get images(){return this.image}set images(e){this.image=e}},ca=class extends qn{constructor(e=null){super(),this.sourceTexture=e,this.isExternalTexture=!0}copy(e){return super.copy(e),this.sourceTexture=e.sourceTexture,this}},ro=class i extends tn{constructor(e=1,t=1,n=1,s=1,r=1,o=1){super(),this.type="BoxGeometry",this.parameters={width:e,height:t,depth:n,widthSegments:s,heightSegments:r,depthSegments:o};let a=this;s=Math.floor(s),r=Math.floor(r),o=Math.floor(o);let l=[],c=[],h=[],u=[],d=0,f=0;g("z","y","x",-1,-1,n,t,e,o,r,0),g("z","y","x",1,-1,n,t,-e,o,r,1),g("x","z","y",1,1,e,n,t,s,o,2),g("x","z","y",1,-1,e,n,-t,s,o,3),g("x","y","z",1,-1,e,t,n,s,r,4),g("x","y","z",-1,-1,e,t,-n,s,r,5),this.setIndex(l),this.setAttribute("position",new un(c,3)),this.setAttribute("normal",new un(h,3)),this.setAttribute("uv",new un(u,2));function g(v,p,m,y,T,S,R,A,_,E,B){let N=S/_,L=R/E,H=S/2,V=R/2,D=A/2,W=_+1,Y=E+1,G=0,ce=0,J=new O;for(let Q=0;Q<Y;Q++){let re=Q*L-V;for(let fe=0;fe<W;fe++){let de=fe*N-H;J[v]=de*y,J[p]=re*T,J[m]=D,c.push(J.x,J.y,J.z),J[v]=0,J[p]=0,J[m]=A>0?1:-1,h.push(J.x,J.y,J.z),u.push(fe/_),u.push(1-Q/E),G+=1}}for(let Q=0;Q<E;Q++)for(let re=0;re<_;re++){let fe=d+re+W*Q,de=d+re+W*(Q+1),ee=d+(re+1)+W*(Q+1),ge=d+(re+1)+W*Q;l.push(fe,de,ge),l.push(de,ee,ge),ce+=6}a.addGroup(f,ce,B),f+=ce,d+=G}}copy(e){return super.copy(e),this.parameters=Object.assign({},e.parameters),this}static fromJSON(e){return new i(e.width,e.height,e.depth,e.widthSegments,e.heightSegments,e.depthSegments)}};var gi=class{constructor(){this.type="Curve",this.arcLengthDivisions=200,this.needsUpdate=!1,this.cacheArcLengths=null}getPoint(){$e("Curve: .getPoint() not implemented.")}getPointAt(e,t){let n=this.getUtoTmapping(e);return this.getPoint(n,t)}getPoints(e=5){let t=[];for(let n=0;n<=e;n++)t.push(this.getPoint(n/e));return t}getSpacedPoints(e=5){let t=[];for(let n=0;n<=e;n++)t.push(this.getPointAt(n/e));return t}getLength(){let e=this.getLengths();return e[e.length-1]}getLengths(e=this.arcLengthDivisions){if(this.cacheArcLengths&&this.cacheArcLengths.length===e+1&&!this.needsUpdate)return this.cacheArcLengths;this.needsUpdate=!1;let t=[],n,s=this.getPoint(0),r=0;t.push(0);for(let o=1;o<=e;o++)n=this.getPoint(o/e),r+=n.distanceTo(s),t.push(r),s=n;return this.cacheArcLengths=t,t}updateArcLengths(){this.needsUpdate=!0,this.getLengths()}getUtoTmapping(e,t=null){let n=this.getLengths(),s=0,r=n.length,o;t?o=t:o=e*n[r-1];let a=0,l=r-1,c;for(;a<=l;)if(s=Math.floor(a+(l-a)/2),c=n[s]-o,c<0)a=s+1;else if(c>0)l=s-1;else{l=s;break}if(s=l,n[s]===o)return s/(r-1);let h=n[s],d=n[s+1]-h,f=(o-h)/d;return(s+f)/(r-1)}getTangent(e,t){let s=e-1e-4,r=e+1e-4;s<0&&(s=0),r>1&&(r=1);let o=this.getPoint(s),a=this.getPoint(r),l=t||(o.isVector2?new ze:new O);return l.copy(a).sub(o).normalize(),l}getTangentAt(e,t){let n=this.getUtoTmapping(e);return this.getTangent(n,t)}computeFrenetFrames(e,t=!1){let n=new O,s=[],r=[],o=[],a=new O,l=new Ut;for(let f=0;f<=e;f++){let g=f/e;s[f]=this.getTangentAt(g,new O)}r[0]=new O,o[0]=new O;let c=Number.MAX_VALUE,h=Math.abs(s[0].x),u=Math.abs(s[0].y),d=Math.abs(s[0].z);h<=c&&(c=h,n.set(1,0,0)),u<=c&&(c=u,n.set(0,1,0)),d<=c&&n.set(0,0,1),a.crossVectors(s[0],n).normalize(),r[0].crossVectors(s[0],a),o[0].crossVectors(s[0],r[0]);for(let f=1;f<=e;f++){if(r[f]=r[f-1].clone(),o[f]=o[f-1].clone(),a.crossVectors(s[f-1],s[f]),a.length()>Number.EPSILON){a.normalize();let g=Math.acos(ct(s[f-1].dot(s[f]),-1,1));r[f].applyMatrix4(l.makeRotationAxis(a,g))}o[f].crossVectors(s[f],r[f])}if(t===!0){let f=Math.acos(ct(r[0].dot(r[e]),-1,1));f/=e,s[0].dot(a.crossVectors(r[0],r[e]))>0&&(f=-f);for(let g=1;g<=e;g++)r[g].applyMatrix4(l.makeRotationAxis(s[g],f*g)),o[g].crossVectors(s[g],r[g])}return{tangents:s,normals:r,binormals:o}}clone(){return new this.constructor().copy(this)}copy(e){return this.arcLengthDivisions=e.arcLengthDivisions,this.cacheArcLengths=null,this}toJSON(){let e={metadata:{version:4.7,type:"Curve",generator:"Curve.toJSON"}};return e.arcLengthDivisions=this.arcLengthDivisions,e.type=this.type,e}fromJSON(e){return this.arcLengthDivisions=e.arcLengthDivisions,this.cacheArcLengths=null,this}},ha=class extends gi{constructor(e=0,t=0,n=1,s=1,r=0,o=Math.PI*2,a=!1,l=0){super(),this.isEllipseCurve=!0,this.type="EllipseCurve",this.aX=e,this.aY=t,this.xRadius=n,this.yRadius=s,this.aStartAngle=r,this.aEndAngle=o,this.aClockwise=a,this.aRotation=l}getPoint(e,t=new ze){let n=t,s=Math.PI*2,r=this.aEndAngle-this.aStartAngle,o=Math.abs(r)<Number.EPSILON;for(;r<0;)r+=s;for(;r>s;)r-=s;r<Number.EPSILON&&(o?r=0:r=s),this.aClockwise===!0&&!o&&(r===s?r=-s:r=r-s);let a=this.aStartAngle+e*r,l=this.aX+this.xRadius*Math.cos(a),c=this.aY+this.yRadius*Math.sin(a);if(this.aRotation!==0){let h=Math.cos(this.aRotation),u=Math.sin(this.aRotation),d=l-this.aX,f=c-this.aY;l=d*h-f*u+this.aX,c=d*u+f*h+this.aY}return n.set(l,c)}copy(e){return super.copy(e),this.aX=e.aX,this.aY=e.aY,this.xRadius=e.xRadius,this.yRadius=e.yRadius,this.aStartAngle=e.aStartAngle,this.aEndAngle=e.aEndAngle,this.aClockwise=e.aClockwise,this.aRotation=e.aRotation,this}toJSON(){let e=super.toJSON();return e.aX=this.aX,e.aY=this.aY,e.xRadius=this.xRadius,e.yRadius=this.yRadius,e.aStartAngle=this.aStartAngle,e.aEndAngle=this.aEndAngle,e.aClockwise=this.aClockwise,e.aRotation=this.aRotation,e}fromJSON(e){return super.fromJSON(e),this.aX=e.aX,this.aY=e.aY,this.xRadius=e.xRadius,this.yRadius=e.yRadius,this.aStartAngle=e.aStartAngle,this.aEndAngle=e.aEndAngle,this.aClockwise=e.aClockwise,this.aRotation=e.aRotation,this}},Jl=class extends ha{constructor(e,t,n,s,r,o){super(e,t,n,n,s,r,o),this.isArcCurve=!0,this.type="ArcCurve"}};function vd(){let i=0,e=0,t=0,n=0;function s(r,o,a,l){i=r,e=a,t=-3*r+3*o-2*a-l,n=2*r-2*o+a+l}return{initCatmullRom:function(r,o,a,l,c){s(o,a,c*(a-r),c*(l-o))},initNonuniformCatmullRom:function(r,o,a,l,c,h,u){let d=(o-r)/c-(a-r)/(c+h)+(a-o)/h,f=(a-o)/h-(l-o)/(h+u)+(l-a)/u;d*=h,f*=h,s(o,a,d,f)},calc:function(r){let o=r*r,a=o*r;return i+e*r+t*o+n*a}}}var xm=new O,vm=new O,Du=new vd,Nu=new vd,Uu=new vd,oo=class extends gi{constructor(e=[],t=!1,n="centripetal",s=.5){super(),this.isCatmullRomCurve3=!0,this.type="CatmullRomCurve3",this.points=e,this.closed=t,this.curveType=n,this.tension=s}getPoint(e,t=new O){let n=t,s=this.points,r=s.length,o=(r-(this.closed?0:1))*e,a=Math.floor(o),l=o-a;this.closed?a+=a>0?0:(Math.floor(Math.abs(a)/r)+1)*r:l===0&&a===r-1&&(a=r-2,l=1);let c,h;this.closed||a>0?c=s[(a-1)%r]:(vm.subVectors(s[0],s[1]).add(s[0]),c=vm);let u=s[a%r],d=s[(a+1)%r];if(this.closed||a+2<r?h=s[(a+2)%r]:(xm.subVectors(s[r-1],s[r-2]).add(s[r-1]),h=xm),this.curveType==="centripetal"||this.curveType==="chordal"){let f=this.curveType==="chordal"?.5:.25,g=Math.pow(c.distanceToSquared(u),f),v=Math.pow(u.distanceToSquared(d),f),p=Math.pow(d.distanceToSquared(h),f);v<1e-4&&(v=1),g<1e-4&&(g=v),p<1e-4&&(p=v),Du.initNonuniformCatmullRom(c.x,u.x,d.x,h.x,g,v,p),Nu.initNonuniformCatmullRom(c.y,u.y,d.y,h.y,g,v,p),Uu.initNonuniformCatmullRom(c.z,u.z,d.z,h.z,g,v,p)}else this.curveType==="catmullrom"&&(Du.initCatmullRom(c.x,u.x,d.x,h.x,this.tension),Nu.initCatmullRom(c.y,u.y,d.y,h.y,this.tension),Uu.initCatmullRom(c.z,u.z,d.z,h.z,this.tension));return n.set(Du.calc(l),Nu.calc(l),Uu.calc(l)),n}copy(e){super.copy(e),this.points=[];for(let t=0,n=e.points.length;t<n;t++){let s=e.points[t];this.points.push(s.clone())}return this.closed=e.closed,this.curveType=e.curveType,this.tension=e.tension,this}toJSON(){let e=super.toJSON();e.points=[];for(let t=0,n=this.points.length;t<n;t++){let s=this.points[t];e.points.push(s.toArray())}return e.closed=this.closed,e.curveType=this.curveType,e.tension=this.tension,e}fromJSON(e){super.fromJSON(e),this.points=[];for(let t=0,n=e.points.length;t<n;t++){let s=e.points[t];this.points.push(new O().fromArray(s))}return this.closed=e.closed,this.curveType=e.curveType,this.tension=e.tension,this}};function ym(i,e,t,n,s){let r=(n-e)*.5,o=(s-t)*.5,a=i*i,l=i*a;return(2*t-2*n+r+o)*l+(-3*t+3*n-2*r-o)*a+r*i+t}function gv(i,e){let t=1-i;return t*t*e}function _v(i,e){return 2*(1-i)*i*e}function xv(i,e){return i*i*e}function $o(i,e,t,n){return gv(i,e)+_v(i,t)+xv(i,n)}function vv(i,e){let t=1-i;return t*t*t*e}function yv(i,e){let t=1-i;return 3*t*t*i*e}function bv(i,e){return 3*(1-i)*i*i*e}function Sv(i,e){return i*i*i*e}function Zo(i,e,t,n,s){return vv(i,e)+yv(i,t)+bv(i,n)+Sv(i,s)}var jl=class extends gi{constructor(e=new ze,t=new ze,n=new ze,s=new ze){super(),this.isCubicBezierCurve=!0,this.type="CubicBezierCurve",this.v0=e,this.v1=t,this.v2=n,this.v3=s}getPoint(e,t=new ze){let n=t,s=this.v0,r=this.v1,o=this.v2,a=this.v3;return n.set(Zo(e,s.x,r.x,o.x,a.x),Zo(e,s.y,r.y,o.y,a.y)),n}copy(e){return super.copy(e),this.v0.copy(e.v0),this.v1.copy(e.v1),this.v2.copy(e.v2),this.v3.copy(e.v3),this}toJSON(){let e=super.toJSON();return e.v0=this.v0.toArray(),e.v1=this.v1.toArray(),e.v2=this.v2.toArray(),e.v3=this.v3.toArray(),e}fromJSON(e){return super.fromJSON(e),this.v0.fromArray(e.v0),this.v1.fromArray(e.v1),this.v2.fromArray(e.v2),this.v3.fromArray(e.v3),this}},Ql=class extends gi{constructor(e=new O,t=new O,n=new O,s=new O){super(),this.isCubicBezierCurve3=!0,this.type="CubicBezierCurve3",this.v0=e,this.v1=t,this.v2=n,this.v3=s}getPoint(e,t=new O){let n=t,s=this.v0,r=this.v1,o=this.v2,a=this.v3;return n.set(Zo(e,s.x,r.x,o.x,a.x),Zo(e,s.y,r.y,o.y,a.y),Zo(e,s.z,r.z,o.z,a.z)),n}copy(e){return super.copy(e),this.v0.copy(e.v0),this.v1.copy(e.v1),this.v2.copy(e.v2),this.v3.copy(e.v3),this}toJSON(){let e=super.toJSON();return e.v0=this.v0.toArray(),e.v1=this.v1.toArray(),e.v2=this.v2.toArray(),e.v3=this.v3.toArray(),e}fromJSON(e){return super.fromJSON(e),this.v0.fromArray(e.v0),this.v1.fromArray(e.v1),this.v2.fromArray(e.v2),this.v3.fromArray(e.v3),this}},ec=class extends gi{constructor(e=new ze,t=new ze){super(),this.isLineCurve=!0,this.type="LineCurve",this.v1=e,this.v2=t}getPoint(e,t=new ze){let n=t;return e===1?n.copy(this.v2):(n.copy(this.v2).sub(this.v1),n.multiplyScalar(e).add(this.v1)),n}getPointAt(e,t){return this.getPoint(e,t)}getTangent(e,t=new ze){return t.subVectors(this.v2,this.v1).normalize()}getTangentAt(e,t){return this.getTangent(e,t)}copy(e){return super.copy(e),this.v1.copy(e.v1),this.v2.copy(e.v2),this}toJSON(){let e=super.toJSON();return e.v1=this.v1.toArray(),e.v2=this.v2.toArray(),e}fromJSON(e){return super.fromJSON(e),this.v1.fromArray(e.v1),this.v2.fromArray(e.v2),this}},tc=class extends gi{constructor(e=new O,t=new O){super(),this.isLineCurve3=!0,this.type="LineCurve3",this.v1=e,this.v2=t}getPoint(e,t=new O){let n=t;return e===1?n.copy(this.v2):(n.copy(this.v2).sub(this.v1),n.multiplyScalar(e).add(this.v1)),n}getPointAt(e,t){return this.getPoint(e,t)}getTangent(e,t=new O){return t.subVectors(this.v2,this.v1).normalize()}getTangentAt(e,t){return this.getTangent(e,t)}copy(e){return super.copy(e),this.v1.copy(e.v1),this.v2.copy(e.v2),this}toJSON(){let e=super.toJSON();return e.v1=this.v1.toArray(),e.v2=this.v2.toArray(),e}fromJSON(e){return super.fromJSON(e),this.v1.fromArray(e.v1),this.v2.fromArray(e.v2),this}},nc=class extends gi{constructor(e=new ze,t=new ze,n=new ze){super(),this.isQuadraticBezierCurve=!0,this.type="QuadraticBezierCurve",this.v0=e,this.v1=t,this.v2=n}getPoint(e,t=new ze){let n=t,s=this.v0,r=this.v1,o=this.v2;return n.set($o(e,s.x,r.x,o.x),$o(e,s.y,r.y,o.y)),n}copy(e){return super.copy(e),this.v0.copy(e.v0),this.v1.copy(e.v1),this.v2.copy(e.v2),this}toJSON(){let e=super.toJSON();return e.v0=this.v0.toArray(),e.v1=this.v1.toArray(),e.v2=this.v2.toArray(),e}fromJSON(e){return super.fromJSON(e),this.v0.fromArray(e.v0),this.v1.fromArray(e.v1),this.v2.fromArray(e.v2),this}},ua=class extends gi{constructor(e=new O,t=new O,n=new O){super(),this.isQuadraticBezierCurve3=!0,this.type="QuadraticBezierCurve3",this.v0=e,this.v1=t,this.v2=n}getPoint(e,t=new O){let n=t,s=this.v0,r=this.v1,o=this.v2;return n.set($o(e,s.x,r.x,o.x),$o(e,s.y,r.y,o.y),$o(e,s.z,r.z,o.z)),n}copy(e){return super.copy(e),this.v0.copy(e.v0),this.v1.copy(e.v1),this.v2.copy(e.v2),this}toJSON(){let e=super.toJSON();return e.v0=this.v0.toArray(),e.v1=this.v1.toArray(),e.v2=this.v2.toArray(),e}fromJSON(e){return super.fromJSON(e),this.v0.fromArray(e.v0),this.v1.fromArray(e.v1),this.v2.fromArray(e.v2),this}},ic=class extends gi{constructor(e=[]){super(),this.isSplineCurve=!0,this.type="SplineCurve",this.points=e}getPoint(e,t=new ze){let n=t,s=this.points,r=(s.length-1)*e,o=Math.floor(r),a=r-o,l=s[o===0?o:o-1],c=s[o],h=s[o>s.length-2?s.length-1:o+1],u=s[o>s.length-3?s.length-1:o+2];return n.set(ym(a,l.x,c.x,h.x,u.x),ym(a,l.y,c.y,h.y,u.y)),n}copy(e){super.copy(e),this.points=[];for(let t=0,n=e.points.length;t<n;t++){let s=e.points[t];this.points.push(s.clone())}return this}toJSON(){let e=super.toJSON();e.points=[];for(let t=0,n=this.points.length;t<n;t++){let s=this.points[t];e.points.push(s.toArray())}return e}fromJSON(e){super.fromJSON(e),this.points=[];for(let t=0,n=e.points.length;t<n;t++){let s=e.points[t];this.points.push(new ze().fromArray(s))}return this}},Mv=Object.freeze({__proto__:null,ArcCurve:Jl,CatmullRomCurve3:oo,CubicBezierCurve:jl,CubicBezierCurve3:Ql,EllipseCurve:ha,LineCurve:ec,LineCurve3:tc,QuadraticBezierCurve:nc,QuadraticBezierCurve3:ua,SplineCurve:ic});var da=class i extends tn{constructor(e=1,t=1,n=1,s=1){super(),this.type="PlaneGeometry",this.parameters={width:e,height:t,widthSegments:n,heightSegments:s};let r=e/2,o=t/2,a=Math.floor(n),l=Math.floor(s),c=a+1,h=l+1,u=e/a,d=t/l,f=[],g=[],v=[],p=[];for(let m=0;m<h;m++){let y=m*d-o;for(let T=0;T<c;T++){let S=T*u-r;g.push(S,-y,0),v.push(0,0,1),p.push(T/a),p.push(1-m/l)}}for(let m=0;m<l;m++)for(let y=0;y<a;y++){let T=y+c*m,S=y+c*(m+1),R=y+1+c*(m+1),A=y+1+c*m;f.push(T,S,A),f.push(S,R,A)}this.setIndex(f),this.setAttribute("position",new un(g,3)),this.setAttribute("normal",new un(v,3)),this.setAttribute("uv",new un(p,2))}copy(e){return super.copy(e),this.parameters=Object.assign({},e.parameters),this}static fromJSON(e){return new i(e.width,e.height,e.widthSegments,e.heightSegments)}};var ao=class i extends tn{constructor(e=1,t=32,n=16,s=0,r=Math.PI*2,o=0,a=Math.PI){super(),this.type="SphereGeometry",this.parameters={radius:e,widthSegments:t,heightSegments:n,phiStart:s,phiLength:r,thetaStart:o,thetaLength:a},t=Math.max(3,Math.floor(t)),n=Math.max(2,Math.floor(n));let l=Math.min(o+a,Math.PI),c=0,h=[],u=new O,d=new O,f=[],g=[],v=[],p=[];for(let m=0;m<=n;m++){let y=[],T=m/n,S=o+T*a,R=e*Math.cos(S),A=Math.sqrt(e*e-R*R),_=0;m===0&&o===0?_=.5/t:m===n&&l===Math.PI&&(_=-.5/t);for(let E=0;E<=t;E++){let B=E/t,N=s+B*r;u.x=-A*Math.cos(N),u.y=R,u.z=A*Math.sin(N),g.push(u.x,u.y,u.z),d.copy(u).normalize(),v.push(d.x,d.y,d.z),p.push(B+_,1-T),y.push(c++)}h.push(y)}for(let m=0;m<n;m++)for(let y=0;y<t;y++){let T=h[m][y+1],S=h[m][y],R=h[m+1][y],A=h[m+1][y+1];(m!==0||o>0)&&f.push(T,S,A),(m!==n-1||l<Math.PI)&&f.push(S,R,A)}this.setIndex(f),this.setAttribute("position",new un(g,3)),this.setAttribute("normal",new un(v,3)),this.setAttribute("uv",new un(p,2))}copy(e){return super.copy(e),this.parameters=Object.assign({},e.parameters),this}static fromJSON(e){return new i(e.radius,e.widthSegments,e.heightSegments,e.phiStart,e.phiLength,e.thetaStart,e.thetaLength)}};var fa=class i extends tn{constructor(e=new ua(new O(-1,-1,0),new O(-1,1,0),new O(1,1,0)),t=64,n=1,s=8,r=!1){super(),this.type="TubeGeometry",this.parameters={path:e,tubularSegments:t,radius:n,radialSegments:s,closed:r};let o=e.computeFrenetFrames(t,r);this.tangents=o.tangents,this.normals=o.normals,this.binormals=o.binormals;let a=new O,l=new O,c=new ze,h=new O,u=[],d=[],f=[],g=[];v(),this.setIndex(g),this.setAttribute("position",new un(u,3)),this.setAttribute("normal",new un(d,3)),this.setAttribute("uv",new un(f,2));function v(){for(let T=0;T<t;T++)p(T);p(r===!1?t:0),y(),m()}function p(T){h=e.getPointAt(T/t,h);let S=o.normals[T],R=o.binormals[T];for(let A=0;A<=s;A++){let _=A/s*Math.PI*2,E=Math.sin(_),B=-Math.cos(_);l.x=B*S.x+E*R.x,l.y=B*S.y+E*R.y,l.z=B*S.z+E*R.z,l.normalize(),d.push(l.x,l.y,l.z),a.x=h.x+n*l.x,a.y=h.y+n*l.y,a.z=h.z+n*l.z,u.push(a.x,a.y,a.z)}}function m(){for(let T=1;T<=t;T++)for(let S=1;S<=s;S++){let R=(s+1)*(T-1)+(S-1),A=(s+1)*T+(S-1),_=(s+1)*T+S,E=(s+1)*(T-1)+S;g.push(R,A,E),g.push(A,_,E)}}function y(){for(let T=0;T<=t;T++)for(let S=0;S<=s;S++)c.x=T/t,c.y=S/s,f.push(c.x,c.y)}}copy(e){return super.copy(e),this.parameters=Object.assign({},e.parameters),this}toJSON(){let e=super.toJSON();return e.path=this.parameters.path.toJSON(),e}static fromJSON(e){return new i(new Mv[e.path.type]().fromJSON(e.path),e.tubularSegments,e.radius,e.radialSegments,e.closed)}};function pr(i){let e={};for(let t in i){e[t]={};for(let n in i[t]){let s=i[t][n];if(bm(s))s.isRenderTargetTexture?($e("UniformsUtils: Textures of render targets cannot be cloned via cloneUniforms() or mergeUniforms()."),e[t][n]=null):e[t][n]=s.clone();else if(Array.isArray(s))if(bm(s[0])){let r=[];for(let o=0,a=s.length;o<a;o++)r[o]=s[o].clone();e[t][n]=r}else e[t][n]=s.slice();else e[t][n]=s}}return e}function Un(i){let e={};for(let t=0;t<i.length;t++){let n=pr(i[t]);for(let s in n)e[s]=n[s]}return e}function bm(i){return i&&(i.isColor||i.isMatrix3||i.isMatrix4||i.isVector2||i.isVector3||i.isVector4||i.isTexture||i.isQuaternion)}function wv(i){let e=[];for(let t=0;t<i.length;t++)e.push(i[t].clone());return e}function yd(i){let e=i.getRenderTarget();return e===null?i.outputColorSpace:e.isXRRenderTarget===!0?e.texture.colorSpace:pt.workingColorSpace}var dg={clone:pr,merge:Un},Ev=`void main() {
+	gl_Position = projectionMatrix * modelViewMatrix * vec4( position, 1.0 );
+}`,Tv=`void main() {
+	gl_FragColor = vec4( 1.0, 0.0, 0.0, 1.0 );
+}`,_i=class extends ds{constructor(e){super(),this.isShaderMaterial=!0,this.type="ShaderMaterial",this.defines={},this.uniforms={},this.uniformsGroups=[],this.vertexShader=Ev,this.fragmentShader=Tv,this.linewidth=1,this.wireframe=!1,this.wireframeLinewidth=1,this.fog=!1,this.lights=!1,this.clipping=!1,this.forceSinglePass=!0,this.extensions={clipCullDistance:!1,multiDraw:!1},this.defaultAttributeValues={color:[1,1,1],uv:[0,0],uv1:[0,0]},this.index0AttributeName=void 0,this.uniformsNeedUpdate=!1,this.glslVersion=null,e!==void 0&&this.setValues(e)}copy(e){return super.copy(e),this.fragmentShader=e.fragmentShader,this.vertexShader=e.vertexShader,this.uniforms=pr(e.uniforms),this.uniformsGroups=wv(e.uniformsGroups),this.defines=Object.assign({},e.defines),this.wireframe=e.wireframe,this.wireframeLinewidth=e.wireframeLinewidth,this.fog=e.fog,this.lights=e.lights,this.clipping=e.clipping,this.extensions=Object.assign({},e.extensions),this.glslVersion=e.glslVersion,this.defaultAttributeValues=Object.assign({},e.defaultAttributeValues),this.index0AttributeName=e.index0AttributeName,this.uniformsNeedUpdate=e.uniformsNeedUpdate,this}toJSON(e){let t=super.toJSON(e);t.glslVersion=this.glslVersion,t.uniforms={};for(let s in this.uniforms){let o=this.uniforms[s].value;o&&o.isTexture?t.uniforms[s]={type:"t",value:o.toJSON(e).uuid}:o&&o.isColor?t.uniforms[s]={type:"c",value:o.getHex()}:o&&o.isVector2?t.uniforms[s]={type:"v2",value:o.toArray()}:o&&o.isVector3?t.uniforms[s]={type:"v3",value:o.toArray()}:o&&o.isVector4?t.uniforms[s]={type:"v4",value:o.toArray()}:o&&o.isMatrix3?t.uniforms[s]={type:"m3",value:o.toArray()}:o&&o.isMatrix4?t.uniforms[s]={type:"m4",value:o.toArray()}:t.uniforms[s]={value:o}}Object.keys(this.defines).length>0&&(t.defines=this.defines),t.vertexShader=this.vertexShader,t.fragmentShader=this.fragmentShader,t.lights=this.lights,t.clipping=this.clipping;let n={};for(let s in this.extensions)this.extensions[s]===!0&&(n[s]=!0);return Object.keys(n).length>0&&(t.extensions=n),t}fromJSON(e,t){if(super.fromJSON(e,t),e.uniforms!==void 0)for(let n in e.uniforms){let s=e.uniforms[n];switch(this.uniforms[n]={},s.type){case"t":this.uniforms[n].value=t[s.value]||null;break;case"c":this.uniforms[n].value=new gt().setHex(s.value);break;case"v2":this.uniforms[n].value=new ze().fromArray(s.value);break;case"v3":this.uniforms[n].value=new O().fromArray(s.value);break;case"v4":this.uniforms[n].value=new Ft().fromArray(s.value);break;case"m3":this.uniforms[n].value=new tt().fromArray(s.value);break;case"m4":this.uniforms[n].value=new Ut().fromArray(s.value);break;default:this.uniforms[n].value=s.value}}if(e.defines!==void 0&&(this.defines=e.defines),e.vertexShader!==void 0&&(this.vertexShader=e.vertexShader),e.fragmentShader!==void 0&&(this.fragmentShader=e.fragmentShader),e.glslVersion!==void 0&&(this.glslVersion=e.glslVersion),e.extensions!==void 0)for(let n in e.extensions)this.extensions[n]=e.extensions[n];return e.lights!==void 0&&(this.lights=e.lights),e.clipping!==void 0&&(this.clipping=e.clipping),this}},sc=class extends _i{constructor(e){super(e),this.isRawShaderMaterial=!0,this.type="RawShaderMaterial"}};var rc=class extends ds{constructor(e){super(),this.isMeshDepthMaterial=!0,this.type="MeshDepthMaterial",this.depthPacking=Km,this.map=null,this.alphaMap=null,this.displacementMap=null,this.displacementScale=1,this.displacementBias=0,this.wireframe=!1,this.wireframeLinewidth=1,this.setValues(e)}copy(e){return super.copy(e),this.depthPacking=e.depthPacking,this.map=e.map,this.alphaMap=e.alphaMap,this.displacementMap=e.displacementMap,this.displacementScale=e.displacementScale,this.displacementBias=e.displacementBias,this.wireframe=e.wireframe,this.wireframeLinewidth=e.wireframeLinewidth,this}},oc=class extends ds{constructor(e){super(),this.isMeshDistanceMaterial=!0,this.type="MeshDistanceMaterial",this.map=null,this.alphaMap=null,this.displacementMap=null,this.displacementScale=1,this.displacementBias=0,this.setValues(e)}copy(e){return super.copy(e),this.map=e.map,this.alphaMap=e.alphaMap,this.displacementMap=e.displacementMap,this.displacementScale=e.displacementScale,this.displacementBias=e.displacementBias,this}};function Zr(i,e){return!i||i.constructor===e?i:typeof e.BYTES_PER_ELEMENT=="number"?new e(i):Array.prototype.slice.call(i)}function Cl(i){return i!==void 0&&i.inTangents!==void 0&&i.outTangents!==void 0}var Fs=class{constructor(e,t,n,s){this.parameterPositions=e,this._cachedIndex=0,this.resultBuffer=s!==void 0?s:new t.constructor(n),this.sampleValues=t,this.valueSize=n,this.settings=null,this.DefaultSettings_={}}evaluate(e){let t=this.parameterPositions,n=this._cachedIndex,s=t[n],r=t[n-1];n:{e:{let o;t:{i:if(!(e<s)){for(let a=n+2;;){if(s===void 0){if(e<r)break i;return n=t.length,this._cachedIndex=n,this.copySampleValue_(n-1)}if(n===a)break;if(r=s,s=t[++n],e<s)break e}o=t.length;break t}if(!(e>=r)){let a=t[1];e<a&&(n=2,r=a);for(let l=n-2;;){if(r===void 0)return this._cachedIndex=0,this.copySampleValue_(0);if(n===l)break;if(s=r,r=t[--n-1],e>=r)break e}o=n,n=0;break t}break n}for(;n<o;){let a=n+o>>>1;e<t[a]?o=a:n=a+1}if(s=t[n],r=t[n-1],r===void 0)return this._cachedIndex=0,this.copySampleValue_(0);if(s===void 0)return n=t.length,this._cachedIndex=n,this.copySampleValue_(n-1)}this._cachedIndex=n,this.intervalChanged_(n,r,s)}return this.interpolate_(n,r,e,s)}getSettings_(){return this.settings||this.DefaultSettings_}copySampleValue_(e){let t=this.resultBuffer,n=this.sampleValues,s=this.valueSize,r=e*s;for(let o=0;o!==s;++o)t[o]=n[r+o];return t}interpolate_(){throw new Error("THREE.Interpolant: Call to abstract method.")}intervalChanged_(){}},ac=class extends Fs{constructor(e,t,n,s){super(e,t,n,s),this._weightPrev=-0,this._offsetPrev=-0,this._weightNext=-0,this._offsetNext=-0,this.DefaultSettings_={endingStart:Ou,endingEnd:Ou}}intervalChanged_(e,t,n){let s=this.parameterPositions,r=e-2,o=e+1,a=s[r],l=s[o];if(a===void 0)switch(this.getSettings_().endingStart){case Bu:r=e,a=2*t-n;break;case ku:r=s.length-2,a=t+s[r]-s[r+1];break;default:r=e,a=n}if(l===void 0)switch(this.getSettings_().endingEnd){case Bu:o=e,l=2*n-t;break;case ku:o=1,l=n+s[1]-s[0];break;default:o=e-1,l=t}let c=(n-t)*.5,h=this.valueSize;this._weightPrev=c/(t-a),this._weightNext=c/(l-n),this._offsetPrev=r*h,this._offsetNext=o*h}interpolate_(e,t,n,s){let r=this.resultBuffer,o=this.sampleValues,a=this.valueSize,l=e*a,c=l-a,h=this._offsetPrev,u=this._offsetNext,d=this._weightPrev,f=this._weightNext,g=(n-t)/(s-t),v=g*g,p=v*g,m=-d*p+2*d*v-d*g,y=(1+d)*p+(-1.5-2*d)*v+(-.5+d)*g+1,T=(-1-f)*p+(1.5+f)*v+.5*g,S=f*p-f*v;for(let R=0;R!==a;++R)r[R]=m*o[h+R]+y*o[c+R]+T*o[l+R]+S*o[u+R];return r}},lc=class extends Fs{constructor(e,t,n,s){super(e,t,n,s)}interpolate_(e,t,n,s){let r=this.resultBuffer,o=this.sampleValues,a=this.valueSize,l=e*a,c=l-a,h=(n-t)/(s-t),u=1-h;for(let d=0;d!==a;++d)r[d]=o[c+d]*u+o[l+d]*h;return r}},cc=class extends Fs{constructor(e,t,n,s){super(e,t,n,s)}interpolate_(e){return this.copySampleValue_(e-1)}},hc=class extends Fs{interpolate_(e,t,n,s){let r=this.resultBuffer,o=this.sampleValues,a=this.valueSize,l=e*a,c=l-a,h=this.inTangents,u=this.outTangents;if(!h||!u){let g=(n-t)/(s-t),v=1-g;for(let p=0;p!==a;++p)r[p]=o[c+p]*v+o[l+p]*g;return r}let d=a*2,f=e-1;for(let g=0;g!==a;++g){let v=o[c+g],p=o[l+g],m=f*d+g*2,y=u[m],T=u[m+1],S=e*d+g*2,R=h[S],A=h[S+1],_=Rv(n,t,y,R,s);r[g]=fg(_,v,T,A,p)}return r}};function fg(i,e,t,n,s){let r=1-i;return r*r*r*e+3*r*r*i*t+3*r*i*i*n+i*i*i*s}function Av(i,e,t,n,s){let r=1-i;return 3*r*r*(t-e)+6*r*i*(n-t)+3*i*i*(s-n)}function Rv(i,e,t,n,s){let r=(i-e)/(s-e);for(let o=0;o<8;o++){let a=fg(r,e,t,n,s)-i;if(Math.abs(a)<1e-10)break;let l=Av(r,e,t,n,s);if(Math.abs(l)<1e-10)break;r=Math.max(0,Math.min(1,r-a/l))}return r}var ai=class{constructor(e,t,n,s){if(e===void 0)throw new Error("THREE.KeyframeTrack: track name is undefined");if(t===void 0||t.length===0)throw new Error("THREE.KeyframeTrack: no keyframes in track named "+e);this.name=e,this.times=Zr(t,this.TimeBufferType),this.values=Zr(n,this.ValueBufferType),this.setInterpolation(s||this.DefaultInterpolation)}static toJSON(e){let t=e.constructor,n;if(t.toJSON!==this.toJSON)n=t.toJSON(e);else{n={name:e.name,times:Zr(e.times,Array),values:Zr(e.values,Array)};let s=e.getInterpolation();s!==e.DefaultInterpolation&&(n.interpolation=s),Cl(e.settings)&&(n.settings={inTangents:Zr(e.settings.inTangents,Array),outTangents:Zr(e.settings.outTangents,Array)})}return n.type=e.ValueTypeName,n}InterpolantFactoryMethodDiscrete(e){return new cc(this.times,this.values,this.getValueSize(),e)}InterpolantFactoryMethodLinear(e){return new lc(this.times,this.values,this.getValueSize(),e)}InterpolantFactoryMethodSmooth(e){return new ac(this.times,this.values,this.getValueSize(),e)}InterpolantFactoryMethodBezier(e){let t=new hc(this.times,this.values,this.getValueSize(),e);return this.settings&&(t.inTangents=this.settings.inTangents,t.outTangents=this.settings.outTangents),t}setInterpolation(e){let t;switch(e){case Ko:t=this.InterpolantFactoryMethodDiscrete;break;case Gl:t=this.InterpolantFactoryMethodLinear;break;case Ll:t=this.InterpolantFactoryMethodSmooth;break;case Fu:t=this.InterpolantFactoryMethodBezier;break}if(t===void 0){let n="unsupported interpolation for "+this.ValueTypeName+" keyframe track named "+this.name;if(this.createInterpolant===void 0)if(e!==this.DefaultInterpolation)this.setInterpolation(this.DefaultInterpolation);else throw new Error(n);return $e("KeyframeTrack:",n),this}return this.createInterpolant=t,this}getInterpolation(){switch(this.createInterpolant){case this.InterpolantFactoryMethodDiscrete:return Ko;case this.InterpolantFactoryMethodLinear:return Gl;case this.InterpolantFactoryMethodSmooth:return Ll;case this.InterpolantFactoryMethodBezier:return Fu}}getValueSize(){return this.values.length/this.times.length}shift(e){if(e!==0){let t=this.times;for(let n=0,s=t.length;n!==s;++n)t[n]+=e;Cl(this.settings)&&(Sm(this.settings.inTangents,e),Sm(this.settings.outTangents,e))}return this}scale(e){if(e!==1){let t=this.times;for(let n=0,s=t.length;n!==s;++n)t[n]*=e;Cl(this.settings)&&(Mm(this.settings.inTangents,e),Mm(this.settings.outTangents,e))}return this}trim(e,t){let n=this.times,s=n.length,r=0,o=s-1;for(;r!==s&&n[r]<e;)++r;for(;o!==-1&&n[o]>t;)--o;if(++o,r!==0||o!==s){r>=o&&(o=Math.max(o,1),r=o-1);let a=this.getValueSize();this.times=n.slice(r,o),this.values=this.values.slice(r*a,o*a)}return this}validate(){let e=!0,t=this.getValueSize();t-Math.floor(t)!==0&&(et("KeyframeTrack: Invalid value size in track.",this),e=!1);let n=this.times,s=this.values,r=n.length;r===0&&(et("KeyframeTrack: Track is empty.",this),e=!1);let o=null;for(let a=0;a!==r;a++){let l=n[a];if(typeof l=="number"&&isNaN(l)){et("KeyframeTrack: Time is not a valid number.",this,a,l),e=!1;break}if(o!==null&&o>l){et("KeyframeTrack: Out of order keys.",this,a,l,o),e=!1;break}o=l}if(s!==void 0&&Fx(s))for(let a=0,l=s.length;a!==l;++a){let c=s[a];if(isNaN(c)){et("KeyframeTrack: Value is not a valid number.",this,a,c),e=!1;break}}return e}optimize(){let e=this.times.slice(),t=this.values.slice(),n=this.getValueSize(),s=this.getInterpolation()===Ll,r=e.length-1,o=1;for(let a=1;a<r;++a){let l=!1,c=e[a],h=e[a+1];if(c!==h&&(a!==1||c!==e[0]))if(s)l=!0;else{let u=a*n,d=u-n,f=u+n;for(let g=0;g!==n;++g){let v=t[u+g];if(v!==t[d+g]||v!==t[f+g]){l=!0;break}}}if(l){if(a!==o){e[o]=e[a];let u=a*n,d=o*n;for(let f=0;f!==n;++f)t[d+f]=t[u+f]}++o}}if(r>0){e[o]=e[r];for(let a=r*n,l=o*n,c=0;c!==n;++c)t[l+c]=t[a+c];++o}return o!==e.length?(this.times=e.slice(0,o),this.values=t.slice(0,o*n)):(this.times=e,this.values=t),this}clone(){let e=this.times.slice(),t=this.values.slice(),n=this.constructor,s=new n(this.name,e,t);return s.createInterpolant=this.createInterpolant,Cl(this.settings)&&(s.settings={inTangents:this.settings.inTangents.slice(),outTangents:this.settings.outTangents.slice()}),s}};function Sm(i,e){for(let t=0,n=i.length;t!==n;t+=2)i[t]+=e}function Mm(i,e){for(let t=0,n=i.length;t!==n;t+=2)i[t]*=e}ai.prototype.ValueTypeName="";ai.prototype.TimeBufferType=Float32Array;ai.prototype.ValueBufferType=Float32Array;ai.prototype.DefaultInterpolation=Gl;var Os=class extends ai{constructor(e,t,n){super(e,t,n)}};Os.prototype.ValueTypeName="bool";Os.prototype.ValueBufferType=Array;Os.prototype.DefaultInterpolation=Ko;Os.prototype.InterpolantFactoryMethodLinear=void 0;Os.prototype.InterpolantFactoryMethodSmooth=void 0;var uc=class extends ai{constructor(e,t,n,s){super(e,t,n,s)}};uc.prototype.ValueTypeName="color";var dc=class extends ai{constructor(e,t,n,s){super(e,t,n,s)}};dc.prototype.ValueTypeName="number";var fc=class extends Fs{constructor(e,t,n,s){super(e,t,n,s)}interpolate_(e,t,n,s){let r=this.resultBuffer,o=this.sampleValues,a=this.valueSize,l=(n-t)/(s-t),c=e*a;for(let h=c+a;c!==h;c+=4)oi.slerpFlat(r,0,o,c-a,o,c,l);return r}},pa=class extends ai{constructor(e,t,n,s){super(e,t,n,s)}InterpolantFactoryMethodLinear(e){return new fc(this.times,this.values,this.getValueSize(),e)}};pa.prototype.ValueTypeName="quaternion";pa.prototype.InterpolantFactoryMethodSmooth=void 0;var Bs=class extends ai{constructor(e,t,n){super(e,t,n)}};Bs.prototype.ValueTypeName="string";Bs.prototype.ValueBufferType=Array;Bs.prototype.DefaultInterpolation=Ko;Bs.prototype.InterpolantFactoryMethodLinear=void 0;Bs.prototype.InterpolantFactoryMethodSmooth=void 0;var pc=class extends ai{constructor(e,t,n,s){super(e,t,n,s)}};pc.prototype.ValueTypeName="vector";var mc=class{constructor(e,t,n){let s=this,r=!1,o=0,a=0,l,c=[];this.onStart=void 0,this.onLoad=e,this.onProgress=t,this.onError=n,this._abortController=null,this.itemStart=function(h){a++,r===!1&&s.onStart!==void 0&&s.onStart(h,o,a),r=!0},this.itemEnd=function(h){o++,s.onProgress!==void 0&&s.onProgress(h,o,a),o===a&&(r=!1,s.onLoad!==void 0&&s.onLoad())},this.itemError=function(h){s.onError!==void 0&&s.onError(h)},this.resolveURL=function(h){return h=h.normalize("NFC"),l?l(h):h},this.setURLModifier=function(h){return l=h,this},this.addHandler=function(h,u){return c.push(h,u),this},this.removeHandler=function(h){let u=c.indexOf(h);return u!==-1&&c.splice(u,2),this},this.getHandler=function(h){for(let u=0,d=c.length;u<d;u+=2){let f=c[u],g=c[u+1];if(f.global&&(f.lastIndex=0),f.test(h))return g}return null},this.abort=function(){return this.abortController.abort(),this._abortController=null,this}}get abortController(){return this._abortController||(this._abortController=new AbortController),this._abortController}},pg=new mc,gc=class{constructor(e){this.manager=e!==void 0?e:pg,this.crossOrigin="anonymous",this.withCredentials=!1,this.path="",this.resourcePath="",this.requestHeader={},this.priority="auto",this.cache="default",typeof __THREE_DEVTOOLS__<"u"&&__THREE_DEVTOOLS__.dispatchEvent(new CustomEvent("observe",{detail:this}))}load(){}loadAsync(e,t){let n=this;return new Promise(function(s,r){n.load(e,s,t,r)})}parse(){}setCrossOrigin(e){return this.crossOrigin=e,this}setWithCredentials(e){return this.withCredentials=e,this}setPath(e){return this.path=e,this}setResourcePath(e){return this.resourcePath=e,this}setRequestHeader(e){return this.requestHeader=e,this}setPriority(e){return this.priority=e,this}setCache(e){return this.cache=e,this}abort(){return this}};gc.DEFAULT_MATERIAL_NAME="__DEFAULT";var Pl=new O,Il=new oi,Vi=new O,ma=class extends Yn{constructor(){super(),this.isCamera=!0,this.type="Camera",this.matrixWorldInverse=new Ut,this.projectionMatrix=new Ut,this.projectionMatrixInverse=new Ut,this.coordinateSystem=mi,this._reversedDepth=!1}get reversedDepth(){return this._reversedDepth}copy(e,t){return super.copy(e,t),this.matrixWorldInverse.copy(e.matrixWorldInverse),this.projectionMatrix.copy(e.projectionMatrix),this.projectionMatrixInverse.copy(e.projectionMatrixInverse),this.coordinateSystem=e.coordinateSystem,this}getWorldDirection(e){return super.getWorldDirection(e).negate()}updateMatrixWorld(e){super.updateMatrixWorld(e),this.matrixWorld.decompose(Pl,Il,Vi),Vi.x===1&&Vi.y===1&&Vi.z===1?this.matrixWorldInverse.copy(this.matrixWorld).invert():this.matrixWorldInverse.compose(Pl,Il,Vi.set(1,1,1)).invert()}updateWorldMatrix(e,t,n=!1){super.updateWorldMatrix(e,t,n),this.matrixWorld.decompose(Pl,Il,Vi),Vi.x===1&&Vi.y===1&&Vi.z===1?this.matrixWorldInverse.copy(this.matrixWorld).invert():this.matrixWorldInverse.compose(Pl,Il,Vi.set(1,1,1)).invert()}clone(){return new this.constructor().copy(this)}},Is=new O,wm=new ze,Em=new ze,Vn=class extends ma{constructor(e=50,t=1,n=.1,s=2e3){super(),this.isPerspectiveCamera=!0,this.type="PerspectiveCamera",this.fov=e,this.zoom=1,this.near=n,this.far=s,this.focus=10,this.aspect=t,this.view=null,this.filmGauge=35,this.filmOffset=0,this.updateProjectionMatrix()}copy(e,t){return super.copy(e,t),this.fov=e.fov,this.zoom=e.zoom,this.near=e.near,this.far=e.far,this.focus=e.focus,this.aspect=e.aspect,this.view=e.view===null?null:Object.assign({},e.view),this.filmGauge=e.filmGauge,this.filmOffset=e.filmOffset,this}setFocalLength(e){let t=.5*this.getFilmHeight()/e;this.fov=to*2*Math.atan(t),this.updateProjectionMatrix()}getFocalLength(){let e=Math.tan(qo*.5*this.fov);return .5*this.getFilmHeight()/e}getEffectiveFOV(){return to*2*Math.atan(Math.tan(qo*.5*this.fov)/this.zoom)}getFilmWidth(){return this.filmGauge*Math.min(this.aspect,1)}getFilmHeight(){return this.filmGauge/Math.max(this.aspect,1)}getViewBounds(e,t,n){Is.set(-1,-1,.5).applyMatrix4(this.projectionMatrixInverse),t.set(Is.x,Is.y).multiplyScalar(-e/Is.z),Is.set(1,1,.5).applyMatrix4(this.projectionMatrixInverse),n.set(Is.x,Is.y).multiplyScalar(-e/Is.z)}getViewSize(e,t){return this.getViewBounds(e,wm,Em),t.subVectors(Em,wm)}setViewOffset(e,t,n,s,r,o){this.aspect=e/t,this.view===null&&(this.view={enabled:!0,fullWidth:1,fullHeight:1,offsetX:0,offsetY:0,width:1,height:1}),this.view.enabled=!0,this.view.fullWidth=e,this.view.fullHeight=t,this.view.offsetX=n,this.view.offsetY=s,this.view.width=r,this.view.height=o,this.updateProjectionMatrix()}clearViewOffset(){this.view!==null&&(this.view.enabled=!1),this.updateProjectionMatrix()}updateProjectionMatrix(){let e=this.near,t=e*Math.tan(qo*.5*this.fov)/this.zoom,n=2*t,s=this.aspect*n,r=-.5*s,o=this.view;if(this.view!==null&&this.view.enabled){let l=o.fullWidth,c=o.fullHeight;r+=o.offsetX*s/l,t-=o.offsetY*n/c,s*=o.width/l,n*=o.height/c}let a=this.filmOffset;a!==0&&(r+=e*a/this.getFilmWidth()),this.projectionMatrix.makePerspective(r,r+s,t,t-n,e,this.far,this.coordinateSystem,this.reversedDepth),this.projectionMatrixInverse.copy(this.projectionMatrix).invert()}toJSON(e){let t=super.toJSON(e);return t.object.fov=this.fov,t.object.zoom=this.zoom,t.object.near=this.near,t.object.far=this.far,t.object.focus=this.focus,t.object.aspect=this.aspect,this.view!==null&&(t.object.view=Object.assign({},this.view)),t.object.filmGauge=this.filmGauge,t.object.filmOffset=this.filmOffset,t}};var cr=class extends ma{constructor(e=-1,t=1,n=1,s=-1,r=.1,o=2e3){super(),this.isOrthographicCamera=!0,this.type="OrthographicCamera",this.zoom=1,this.view=null,this.left=e,this.right=t,this.top=n,this.bottom=s,this.near=r,this.far=o,this.updateProjectionMatrix()}copy(e,t){return super.copy(e,t),this.left=e.left,this.right=e.right,this.top=e.top,this.bottom=e.bottom,this.near=e.near,this.far=e.far,this.zoom=e.zoom,this.view=e.view===null?null:Object.assign({},e.view),this}setViewOffset(e,t,n,s,r,o){this.view===null&&(this.view={enabled:!0,fullWidth:1,fullHeight:1,offsetX:0,offsetY:0,width:1,height:1}),this.view.enabled=!0,this.view.fullWidth=e,this.view.fullHeight=t,this.view.offsetX=n,this.view.offsetY=s,this.view.width=r,this.view.height=o,this.updateProjectionMatrix()}clearViewOffset(){this.view!==null&&(this.view.enabled=!1),this.updateProjectionMatrix()}updateProjectionMatrix(){let e=(this.right-this.left)/(2*this.zoom),t=(this.top-this.bottom)/(2*this.zoom),n=(this.right+this.left)/2,s=(this.top+this.bottom)/2,r=n-e,o=n+e,a=s+t,l=s-t;if(this.view!==null&&this.view.enabled){let c=(this.right-this.left)/this.view.fullWidth/this.zoom,h=(this.top-this.bottom)/this.view.fullHeight/this.zoom;r+=c*this.view.offsetX,o=r+c*this.view.width,a-=h*this.view.offsetY,l=a-h*this.view.height}this.projectionMatrix.makeOrthographic(r,o,a,l,this.near,this.far,this.coordinateSystem,this.reversedDepth),this.projectionMatrixInverse.copy(this.projectionMatrix).invert()}toJSON(e){let t=super.toJSON(e);return t.object.zoom=this.zoom,t.object.left=this.left,t.object.right=this.right,t.object.top=this.top,t.object.bottom=this.bottom,t.object.near=this.near,t.object.far=this.far,this.view!==null&&(t.object.view=Object.assign({},this.view)),t}};var Kr=-90,Jr=1,lo=class extends Yn{constructor(e,t,n){super(),this.type="CubeCamera",this.renderTarget=n,this.coordinateSystem=null,this.activeMipmapLevel=0;let s=new Vn(Kr,Jr,e,t);s.layers=this.layers,this.add(s);let r=new Vn(Kr,Jr,e,t);r.layers=this.layers,this.add(r);let o=new Vn(Kr,Jr,e,t);o.layers=this.layers,this.add(o);let a=new Vn(Kr,Jr,e,t);a.layers=this.layers,this.add(a);let l=new Vn(Kr,Jr,e,t);l.layers=this.layers,this.add(l);let c=new Vn(Kr,Jr,e,t);c.layers=this.layers,this.add(c)}updateCoordinateSystem(){let e=this.coordinateSystem,t=this.children.concat(),[n,s,r,o,a,l]=t;for(let c of t)this.remove(c);if(e===mi)n.up.set(0,1,0),n.lookAt(1,0,0),s.up.set(0,1,0),s.lookAt(-1,0,0),r.up.set(0,0,-1),r.lookAt(0,1,0),o.up.set(0,0,1),o.lookAt(0,-1,0),a.up.set(0,1,0),a.lookAt(0,0,1),l.up.set(0,1,0),l.lookAt(0,0,-1);else if(e===jo)n.up.set(0,-1,0),n.lookAt(-1,0,0),s.up.set(0,-1,0),s.lookAt(1,0,0),r.up.set(0,0,1),r.lookAt(0,1,0),o.up.set(0,0,-1),o.lookAt(0,-1,0),a.up.set(0,-1,0),a.lookAt(0,0,1),l.up.set(0,-1,0),l.lookAt(0,0,-1);else throw new Error("THREE.CubeCamera.updateCoordinateSystem(): Invalid coordinate system: "+e);for(let c of t)this.add(c),c.updateMatrixWorld()}update(e,t){this.parent===null&&this.updateMatrixWorld();let{renderTarget:n,activeMipmapLevel:s}=this;this.coordinateSystem!==e.coordinateSystem&&(this.coordinateSystem=e.coordinateSystem,this.updateCoordinateSystem());let[r,o,a,l,c,h]=this.children,u=e.getRenderTarget(),d=e.getActiveCubeFace(),f=e.getActiveMipmapLevel(),g=e.xr.enabled;e.xr.enabled=!1;let v=n.texture.mipmapsAutoUpdate;n.texture.mipmapsAutoUpdate=!1;let p=!1;e.isWebGLRenderer===!0?p=e.state.buffers.depth.getReversed():p=e.reversedDepthBuffer,e.setRenderTarget(n,0,s),p&&e.autoClear===!1&&e.clearDepth(),e.render(t,r),e.setRenderTarget(n,1,s),p&&e.autoClear===!1&&e.clearDepth(),e.render(t,o),e.setRenderTarget(n,2,s),p&&e.autoClear===!1&&e.clearDepth(),e.render(t,a),e.setRenderTarget(n,3,s),p&&e.autoClear===!1&&e.clearDepth(),e.render(t,l),e.setRenderTarget(n,4,s),p&&e.autoClear===!1&&e.clearDepth(),e.render(t,c),n.texture.mipmapsAutoUpdate=v,e.setRenderTarget(n,5,s),p&&e.autoClear===!1&&e.clearDepth(),e.render(t,h),e.setRenderTarget(u,d,f),e.xr.enabled=g,n.texture.needsPMREMUpdate=!0}},_c=class extends Vn{constructor(e=[]){super(),this.isArrayCamera=!0,this.isMultiViewCamera=!1,this.cameras=e,this.perCameraFrustumCulled=!1}};var bd="\\[\\]\\.:\\/",Cv=new RegExp("["+bd+"]","g"),Sd="[^"+bd+"]",Pv="[^"+bd.replace("\\.","")+"]",Iv=/((?:WC+[\/:])*)/.source.replace("WC",Sd),Lv=/(WCOD+)?/.source.replace("WCOD",Pv),Dv=/(?:\.(WC+)(?:\[(.+)\])?)?/.source.replace("WC",Sd),Nv=/\.(WC+)(?:\[(.+)\])?/.source.replace("WC",Sd),Uv=new RegExp("^"+Iv+Lv+Dv+Nv+"$"),Fv=["material","materials","bones","map"],Hu=class{constructor(e,t,n){let s=n||Gt.parseTrackName(t);this._targetGroup=e,this._bindings=e.subscribe_(t,s)}getValue(e,t){this.bind();let n=this._targetGroup.nCachedObjects_,s=this._bindings[n];s!==void 0&&s.getValue(e,t)}setValue(e,t){let n=this._bindings;for(let s=this._targetGroup.nCachedObjects_,r=n.length;s!==r;++s)n[s].setValue(e,t)}bind(){let e=this._bindings;for(let t=this._targetGroup.nCachedObjects_,n=e.length;t!==n;++t)e[t].bind()}unbind(){let e=this._bindings;for(let t=this._targetGroup.nCachedObjects_,n=e.length;t!==n;++t)e[t].unbind()}},Gt=class i{constructor(e,t,n){this.path=t,this.parsedPath=n||i.parseTrackName(t),this.node=i.findNode(e,this.parsedPath.nodeName),this.rootNode=e,this.getValue=this._getValue_unbound,this.setValue=this._setValue_unbound}static create(e,t,n){return e&&e.isAnimationObjectGroup?new i.Composite(e,t,n):new i(e,t,n)}static sanitizeNodeName(e){return e.replace(/\s/g,"_").replace(Cv,"")}static parseTrackName(e){let t=Uv.exec(e);if(t===null)throw new Error("THREE.PropertyBinding: Cannot parse trackName: "+e);let n={nodeName:t[2],objectName:t[3],objectIndex:t[4],propertyName:t[5],propertyIndex:t[6]},s=n.nodeName&&n.nodeName.lastIndexOf(".");if(s!==void 0&&s!==-1){let r=n.nodeName.substring(s+1);Fv.indexOf(r)!==-1&&(n.nodeName=n.nodeName.substring(0,s),n.objectName=r)}if(n.propertyName===null||n.propertyName.length===0)throw new Error("THREE.PropertyBinding: can not parse propertyName from trackName: "+e);return n}static findNode(e,t){if(t===void 0||t===""||t==="."||t===-1||t===e.name||t===e.uuid)return e;if(e.skeleton){let n=e.skeleton.getBoneByName(t);if(n!==void 0)return n}if(e.children){let n=function(r){for(let o=0;o<r.length;o++){let a=r[o];if(a.name===t||a.uuid===t)return a;let l=n(a.children);if(l)return l}return null},s=n(e.children);if(s)return s}return null}_getValue_unavailable(){}_setValue_unavailable(){}_getValue_direct(e,t){e[t]=this.targetObject[this.propertyName]}_getValue_array(e,t){let n=this.resolvedProperty;for(let s=0,r=n.length;s!==r;++s)e[t++]=n[s]}_getValue_arrayElement(e,t){e[t]=this.resolvedProperty[this.propertyIndex]}_getValue_toArray(e,t){this.resolvedProperty.toArray(e,t)}_setValue_direct(e,t){this.targetObject[this.propertyName]=e[t]}_setValue_direct_setNeedsUpdate(e,t){this.targetObject[this.propertyName]=e[t],this.targetObject.needsUpdate=!0}_setValue_direct_setMatrixWorldNeedsUpdate(e,t){this.targetObject[this.propertyName]=e[t],this.targetObject.matrixWorldNeedsUpdate=!0}_setValue_array(e,t){let n=this.resolvedProperty;for(let s=0,r=n.length;s!==r;++s)n[s]=e[t++]}_setValue_array_setNeedsUpdate(e,t){let n=this.resolvedProperty;for(let s=0,r=n.length;s!==r;++s)n[s]=e[t++];this.targetObject.needsUpdate=!0}_setValue_array_setMatrixWorldNeedsUpdate(e,t){let n=this.resolvedProperty;for(let s=0,r=n.length;s!==r;++s)n[s]=e[t++];this.targetObject.matrixWorldNeedsUpdate=!0}_setValue_arrayElement(e,t){this.resolvedProperty[this.propertyIndex]=e[t]}_setValue_arrayElement_setNeedsUpdate(e,t){this.resolvedProperty[this.propertyIndex]=e[t],this.targetObject.needsUpdate=!0}_setValue_arrayElement_setMatrixWorldNeedsUpdate(e,t){this.resolvedProperty[this.propertyIndex]=e[t],this.targetObject.matrixWorldNeedsUpdate=!0}_setValue_fromArray(e,t){this.resolvedProperty.fromArray(e,t)}_setValue_fromArray_setNeedsUpdate(e,t){this.resolvedProperty.fromArray(e,t),this.targetObject.needsUpdate=!0}_setValue_fromArray_setMatrixWorldNeedsUpdate(e,t){this.resolvedProperty.fromArray(e,t),this.targetObject.matrixWorldNeedsUpdate=!0}_getValue_unbound(e,t){this.bind(),this.getValue(e,t)}_setValue_unbound(e,t){this.bind(),this.setValue(e,t)}bind(){let e=this.node,t=this.parsedPath,n=t.objectName,s=t.propertyName,r=t.propertyIndex;if(e||(e=i.findNode(this.rootNode,t.nodeName),this.node=e),this.getValue=this._getValue_unavailable,this.setValue=this._setValue_unavailable,!e){$e("PropertyBinding: No target node found for track: "+this.path+".");return}if(n){let c=t.objectIndex;switch(n){case"materials":if(!e.material){et("PropertyBinding: Can not bind to material as node does not have a material.",this);return}if(!e.material.materials){et("PropertyBinding: Can not bind to material.materials as node.material does not have a materials array.",this);return}e=e.material.materials;break;case"bones":if(!e.skeleton){et("PropertyBinding: Can not bind to bones as node does not have a skeleton.",this);return}e=e.skeleton.bones;for(let h=0;h<e.length;h++)if(e[h].name===c){c=h;break}break;case"map":if("map"in e){e=e.map;break}if(!e.material){et("PropertyBinding: Can not bind to material as node does not have a material.",this);return}if(!e.material.map){et("PropertyBinding: Can not bind to material.map as node.material does not have a map.",this);return}e=e.material.map;break;default:if(e[n]===void 0){et("PropertyBinding: Can not bind to objectName of node undefined.",this);return}e=e[n]}if(c!==void 0){if(e[c]===void 0){et("PropertyBinding: Trying to bind to objectIndex of objectName, but is undefined.",this,e);return}e=e[c]}}let o=e[s];if(o===void 0){let c=t.nodeName;et("PropertyBinding: Trying to update property for track: "+c+"."+s+" but it wasn't found.",e);return}let a=this.Versioning.None;this.targetObject=e,e.isMaterial===!0?a=this.Versioning.NeedsUpdate:e.isObject3D===!0&&(a=this.Versioning.MatrixWorldNeedsUpdate);let l=this.BindingType.Direct;if(r!==void 0){if(s==="morphTargetInfluences"){if(!e.geometry){et("PropertyBinding: Can not bind to morphTargetInfluences because node does not have a geometry.",this);return}if(!e.geometry.morphAttributes){et("PropertyBinding: Can not bind to morphTargetInfluences because node does not have a geometry.morphAttributes.",this);return}e.morphTargetDictionary[r]!==void 0&&(r=e.morphTargetDictionary[r])}l=this.BindingType.ArrayElement,this.resolvedProperty=o,this.propertyIndex=r}else o.fromArray!==void 0&&o.toArray!==void 0?(l=this.BindingType.HasFromToArray,this.resolvedProperty=o):Array.isArray(o)?(l=this.BindingType.EntireArray,this.resolvedProperty=o):this.propertyName=s;this.getValue=this.GetterByBindingType[l],this.setValue=this.SetterByBindingTypeAndVersioning[l][a]}unbind(){this.node=null,this.getValue=this._getValue_unbound,this.setValue=this._setValue_unbound}};Gt.Composite=Hu;Gt.prototype.BindingType={Direct:0,EntireArray:1,ArrayElement:2,HasFromToArray:3};Gt.prototype.Versioning={None:0,NeedsUpdate:1,MatrixWorldNeedsUpdate:2};Gt.prototype.GetterByBindingType=[Gt.prototype._getValue_direct,Gt.prototype._getValue_array,Gt.prototype._getValue_arrayElement,Gt.prototype._getValue_toArray];Gt.prototype.SetterByBindingTypeAndVersioning=[[Gt.prototype._setValue_direct,Gt.prototype._setValue_direct_setNeedsUpdate,Gt.prototype._setValue_direct_setMatrixWorldNeedsUpdate],[Gt.prototype._setValue_array,Gt.prototype._setValue_array_setNeedsUpdate,Gt.prototype._setValue_array_setMatrixWorldNeedsUpdate],[Gt.prototype._setValue_arrayElement,Gt.prototype._setValue_arrayElement_setNeedsUpdate,Gt.prototype._setValue_arrayElement_setMatrixWorldNeedsUpdate],[Gt.prototype._setValue_fromArray,Gt.prototype._setValue_fromArray_setNeedsUpdate,Gt.prototype._setValue_fromArray_setMatrixWorldNeedsUpdate]];var xE=new Float32Array(1);var co=class{constructor(e=1,t=0,n=0){this.radius=e,this.phi=t,this.theta=n}set(e,t,n){return this.radius=e,this.phi=t,this.theta=n,this}copy(e){return this.radius=e.radius,this.phi=e.phi,this.theta=e.theta,this}makeSafe(){return this.phi=ct(this.phi,1e-6,Math.PI-1e-6),this}setFromVector3(e){return this.setFromCartesianCoords(e.x,e.y,e.z)}setFromCartesianCoords(e,t,n){return this.radius=Math.sqrt(e*e+t*t+n*n),this.radius===0?(this.theta=0,this.phi=0):(this.theta=Math.atan2(e,n),this.phi=Math.acos(ct(t/this.radius,-1,1))),this}clone(){return new this.constructor().copy(this)}};var Rd=class Rd{constructor(e,t,n,s){this.elements=[1,0,0,1],e!==void 0&&this.set(e,t,n,s)}identity(){return this.set(1,0,0,1),this}fromArray(e,t=0){for(let n=0;n<4;n++)this.elements[n]=e[n+t];return this}set(e,t,n,s){let r=this.elements;return r[0]=e,r[2]=t,r[1]=n,r[3]=s,this}};Rd.prototype.isMatrix2=!0;var Vu=Rd;var ga=class extends Ci{constructor(e,t=null){super(),this.object=e,this.domElement=t,this.enabled=!0,this.state=-1,this.keys={},this.mouseButtons={LEFT:null,MIDDLE:null,RIGHT:null},this.touches={ONE:null,TWO:null}}connect(e){this.domElement!==null&&this.disconnect(),this.domElement=e}disconnect(){}dispose(){}update(){}};function Md(i,e,t,n){let s=Ov(n);switch(t){case ld:return i*e;case hd:return i*e/s.components*s.byteLength;case mo:return i*e/s.components*s.byteLength;case Vs:return i*e*2/s.components*s.byteLength;case wc:return i*e*2/s.components*s.byteLength;case cd:return i*e*3/s.components*s.byteLength;case Di:return i*e*4/s.components*s.byteLength;case Ec:return i*e*4/s.components*s.byteLength;case va:case ya:return Math.floor((i+3)/4)*Math.floor((e+3)/4)*8;case ba:case Sa:return Math.floor((i+3)/4)*Math.floor((e+3)/4)*16;case Ac:case Cc:return Math.max(i,16)*Math.max(e,8)/4;case Tc:case Rc:return Math.max(i,8)*Math.max(e,8)/2;case Pc:case Ic:case Dc:case Nc:return Math.floor((i+3)/4)*Math.floor((e+3)/4)*8;case Lc:case Ma:case Uc:return Math.floor((i+3)/4)*Math.floor((e+3)/4)*16;case Fc:return Math.floor((i+3)/4)*Math.floor((e+3)/4)*16;case Oc:return Math.floor((i+4)/5)*Math.floor((e+3)/4)*16;case Bc:return Math.floor((i+4)/5)*Math.floor((e+4)/5)*16;case kc:return Math.floor((i+5)/6)*Math.floor((e+4)/5)*16;case zc:return Math.floor((i+5)/6)*Math.floor((e+5)/6)*16;case Hc:return Math.floor((i+7)/8)*Math.floor((e+4)/5)*16;case Vc:return Math.floor((i+7)/8)*Math.floor((e+5)/6)*16;case Gc:return Math.floor((i+7)/8)*Math.floor((e+7)/8)*16;case Wc:return Math.floor((i+9)/10)*Math.floor((e+4)/5)*16;case Xc:return Math.floor((i+9)/10)*Math.floor((e+5)/6)*16;case qc:return Math.floor((i+9)/10)*Math.floor((e+7)/8)*16;case Yc:return Math.floor((i+9)/10)*Math.floor((e+9)/10)*16;case $c:return Math.floor((i+11)/12)*Math.floor((e+9)/10)*16;case Zc:return Math.floor((i+11)/12)*Math.floor((e+11)/12)*16;case Kc:case Jc:case jc:return Math.ceil(i/4)*Math.ceil(e/4)*16;case Qc:case eh:return Math.ceil(i/4)*Math.ceil(e/4)*8;case wa:case th:return Math.ceil(i/4)*Math.ceil(e/4)*16}throw new Error(`Unable to determine texture byte length for ${t} format.`)}function Ov(i){switch(i){case Xn:case sd:return{byteLength:1,components:1};case Hs:case rd:case Li:return{byteLength:2,components:1};case Sc:case Mc:return{byteLength:2,components:4};case ci:case po:case Ii:return{byteLength:4,components:1};case od:case ad:return{byteLength:4,components:3}}throw new Error(`THREE.TextureUtils: Unknown texture type ${i}.`)}typeof __THREE_DEVTOOLS__<"u"&&__THREE_DEVTOOLS__.dispatchEvent(new CustomEvent("register",{detail:{revision:"187"}}));typeof window<"u"&&(window.__THREE__?$e("WARNING: Multiple instances of Three.js being imported."):window.__THREE__="187");function Fg(){let i=null,e=!1,t=null,n=null;function s(r,o){n=i.requestAnimationFrame(s),t(r,o)}return{start:function(){e!==!0&&t!==null&&i!==null&&(n=i.requestAnimationFrame(s),e=!0)},stop:function(){i!==null&&i.cancelAnimationFrame(n),e=!1},setAnimationLoop:function(r){t=r},setContext:function(r){i=r}}}function kv(i){let e=new WeakMap;function t(a,l){let c=a.array,h=a.usage,u=c.byteLength,d=i.createBuffer();i.bindBuffer(l,d),i.bufferData(l,c,h),a.onUploadCallback();let f;if(c instanceof Float32Array)f=i.FLOAT;else if(typeof Float16Array<"u"&&c instanceof Float16Array)f=i.HALF_FLOAT;else if(c instanceof Uint16Array)a.isFloat16BufferAttribute?f=i.HALF_FLOAT:f=i.UNSIGNED_SHORT;else if(c instanceof Int16Array)f=i.SHORT;else if(c instanceof Uint32Array)f=i.UNSIGNED_INT;else if(c instanceof Int32Array)f=i.INT;else if(c instanceof Int8Array)f=i.BYTE;else if(c instanceof Uint8Array)f=i.UNSIGNED_BYTE;else if(c instanceof Uint8ClampedArray)f=i.UNSIGNED_BYTE;else throw new Error("THREE.WebGLAttributes: Unsupported buffer data format: "+c);return{buffer:d,type:f,bytesPerElement:c.BYTES_PER_ELEMENT,version:a.version,size:u}}function n(a,l,c){let h=l.array,u=l.updateRanges;if(i.bindBuffer(c,a),u.length===0)i.bufferSubData(c,0,h);else{u.sort((f,g)=>f.start-g.start);let d=0;for(let f=1;f<u.length;f++){let g=u[d],v=u[f];v.start<=g.start+g.count+1?g.count=Math.max(g.count,v.start+v.count-g.start):(++d,u[d]=v)}u.length=d+1;for(let f=0,g=u.length;f<g;f++){let v=u[f];i.bufferSubData(c,v.start*h.BYTES_PER_ELEMENT,h,v.start,v.count)}l.clearUpdateRanges()}l.onUploadCallback()}function s(a){return a.isInterleavedBufferAttribute&&(a=a.data),e.get(a)}function r(a){a.isInterleavedBufferAttribute&&(a=a.data);let l=e.get(a);l&&(i.deleteBuffer(l.buffer),e.delete(a))}function o(a,l){if(a.isInterleavedBufferAttribute&&(a=a.data),a.isGLBufferAttribute){let h=e.get(a);(!h||h.version<a.version)&&e.set(a,{buffer:a.buffer,type:a.type,bytesPerElement:a.elementSize,version:a.version});return}let c=e.get(a);if(c===void 0)e.set(a,t(a,l));else if(c.version<a.version){if(c.size!==a.array.byteLength)throw new Error("THREE.WebGLAttributes: The size of the buffer attribute's array buffer does not match the original size. Resizing buffer attributes is not supported.");n(c.buffer,a,l),c.version=a.version}}return{get:s,remove:r,update:o}}var zv=`#ifdef USE_ALPHAHASH
+	if ( diffuseColor.a < getAlphaHashThreshold( vPosition ) ) discard;
+#endif`,Hv=`#ifdef USE_ALPHAHASH
+	const float ALPHA_HASH_SCALE = 0.05;
+	float hash2D( vec2 value ) {
+		return fract( 1.0e4 * sin( 17.0 * value.x + 0.1 * value.y ) * ( 0.1 + abs( sin( 13.0 * value.y + value.x ) ) ) );
+	}
+	float hash3D( vec3 value ) {
+		return hash2D( vec2( hash2D( value.xy ), value.z ) );
+	}
+	float getAlphaHashThreshold( vec3 position ) {
+		float maxDeriv = max(
+			length( dFdx( position.xyz ) ),
+			length( dFdy( position.xyz ) )
+		);
+		float pixScale = 1.0 / ( ALPHA_HASH_SCALE * maxDeriv );
+		vec2 pixScales = vec2(
+			exp2( floor( log2( pixScale ) ) ),
+			exp2( ceil( log2( pixScale ) ) )
+		);
+		vec2 alpha = vec2(
+			hash3D( floor( pixScales.x * position.xyz ) ),
+			hash3D( floor( pixScales.y * position.xyz ) )
+		);
+		float lerpFactor = fract( log2( pixScale ) );
+		float x = ( 1.0 - lerpFactor ) * alpha.x + lerpFactor * alpha.y;
+		float a = min( lerpFactor, 1.0 - lerpFactor );
+		vec3 cases = vec3(
+			x * x / ( 2.0 * a * ( 1.0 - a ) ),
+			( x - 0.5 * a ) / ( 1.0 - a ),
+			1.0 - ( ( 1.0 - x ) * ( 1.0 - x ) / ( 2.0 * a * ( 1.0 - a ) ) )
+		);
+		float threshold = ( x < ( 1.0 - a ) )
+			? ( ( x < a ) ? cases.x : cases.y )
+			: cases.z;
+		return clamp( threshold , 1.0e-6, 1.0 );
+	}
+#endif`,Vv=`#ifdef USE_ALPHAMAP
+	diffuseColor.a *= texture2D( alphaMap, vAlphaMapUv ).g;
+#endif`,Gv=`#ifdef USE_ALPHAMAP
+	uniform sampler2D alphaMap;
+#endif`,Wv=`#ifdef USE_ALPHATEST
+	#ifdef ALPHA_TO_COVERAGE
+	diffuseColor.a = smoothstep( alphaTest, alphaTest + fwidth( diffuseColor.a ), diffuseColor.a );
+	if ( diffuseColor.a == 0.0 ) discard;
+	#else
+	if ( diffuseColor.a < alphaTest ) discard;
+	#endif
+#endif`,Xv=`#ifdef USE_ALPHATEST
+	uniform float alphaTest;
+#endif`,qv=`#ifdef USE_AOMAP
+	float ambientOcclusion = ( texture2D( aoMap, vAoMapUv ).r - 1.0 ) * aoMapIntensity + 1.0;
+	reflectedLight.indirectDiffuse *= ambientOcclusion;
+	#if defined( USE_CLEARCOAT ) 
+		clearcoatSpecularIndirect *= ambientOcclusion;
+	#endif
+	#if defined( USE_SHEEN ) 
+		sheenSpecularIndirect *= ambientOcclusion;
+	#endif
+	#if defined( USE_ENVMAP ) && defined( STANDARD )
+		float dotNV = saturate( dot( geometryNormal, geometryViewDir ) );
+		reflectedLight.indirectSpecular *= computeSpecularOcclusion( dotNV, ambientOcclusion, material.roughness );
+	#endif
+#endif`,Yv=`#ifdef USE_AOMAP
+	uniform sampler2D aoMap;
+	uniform float aoMapIntensity;
+#endif`,$v=`#ifdef USE_BATCHING
+	#if ! defined( GL_ANGLE_multi_draw )
+	#define gl_DrawID _gl_DrawID
+	uniform int _gl_DrawID;
+	#endif
+	uniform highp sampler2D batchingTexture;
+	uniform highp usampler2D batchingIdTexture;
+	mat4 getBatchingMatrix( const in float i ) {
+		int size = textureSize( batchingTexture, 0 ).x;
+		int j = int( i ) * 4;
+		int x = j % size;
+		int y = j / size;
+		vec4 v1 = texelFetch( batchingTexture, ivec2( x, y ), 0 );
+		vec4 v2 = texelFetch( batchingTexture, ivec2( x + 1, y ), 0 );
+		vec4 v3 = texelFetch( batchingTexture, ivec2( x + 2, y ), 0 );
+		vec4 v4 = texelFetch( batchingTexture, ivec2( x + 3, y ), 0 );
+		return mat4( v1, v2, v3, v4 );
+	}
+	float getIndirectIndex( const in int i ) {
+		int size = textureSize( batchingIdTexture, 0 ).x;
+		int x = i % size;
+		int y = i / size;
+		return float( texelFetch( batchingIdTexture, ivec2( x, y ), 0 ).r );
+	}
+#endif
+#ifdef USE_BATCHING_COLOR
+	uniform sampler2D batchingColorTexture;
+	vec4 getBatchingColor( const in float i ) {
+		int size = textureSize( batchingColorTexture, 0 ).x;
+		int j = int( i );
+		int x = j % size;
+		int y = j / size;
+		return texelFetch( batchingColorTexture, ivec2( x, y ), 0 );
+	}
+#endif`,Zv=`#ifdef USE_BATCHING
+	mat4 batchingMatrix = getBatchingMatrix( getIndirectIndex( gl_DrawID ) );
+#endif`,Kv=`vec3 transformed = vec3( position );
+#ifdef USE_ALPHAHASH
+	vPosition = vec3( position );
+#endif`,Jv=`vec3 objectNormal = vec3( normal );
+#ifdef USE_TANGENT
+	vec3 objectTangent = vec3( tangent.xyz );
+#endif`,jv=`float G_BlinnPhong_Implicit( ) {
+	return 0.25;
+}
+float D_BlinnPhong( const in float shininess, const in float dotNH ) {
+	return RECIPROCAL_PI * ( shininess * 0.5 + 1.0 ) * pow( dotNH, shininess );
+}
+vec3 BRDF_BlinnPhong( const in vec3 lightDir, const in vec3 viewDir, const in vec3 normal, const in vec3 specularColor, const in float shininess ) {
+	vec3 halfDir = normalize( lightDir + viewDir );
+	float dotNH = saturate( dot( normal, halfDir ) );
+	float dotVH = saturate( dot( viewDir, halfDir ) );
+	vec3 F = F_Schlick( specularColor, 1.0, dotVH );
+	float G = G_BlinnPhong_Implicit( );
+	float D = D_BlinnPhong( shininess, dotNH );
+	return F * ( G * D );
+} // validated`,Qv=`#ifdef USE_IRIDESCENCE
+	const mat3 XYZ_TO_REC709 = mat3(
+		 3.2404542, -0.9692660,  0.0556434,
+		-1.5371385,  1.8760108, -0.2040259,
+		-0.4985314,  0.0415560,  1.0572252
+	);
+	vec3 Fresnel0ToIor( vec3 fresnel0 ) {
+		vec3 sqrtF0 = sqrt( fresnel0 );
+		return ( vec3( 1.0 ) + sqrtF0 ) / ( vec3( 1.0 ) - sqrtF0 );
+	}
+	vec3 IorToFresnel0( vec3 transmittedIor, float incidentIor ) {
+		return pow2( ( transmittedIor - vec3( incidentIor ) ) / ( transmittedIor + vec3( incidentIor ) ) );
+	}
+	float IorToFresnel0( float transmittedIor, float incidentIor ) {
+		return pow2( ( transmittedIor - incidentIor ) / ( transmittedIor + incidentIor ));
+	}
+	vec3 evalSensitivity( float OPD, vec3 shift ) {
+		float phase = 2.0 * PI * OPD * 1.0e-9;
+		vec3 val = vec3( 5.4856e-13, 4.4201e-13, 5.2481e-13 );
+		vec3 pos = vec3( 1.6810e+06, 1.7953e+06, 2.2084e+06 );
+		vec3 var = vec3( 4.3278e+09, 9.3046e+09, 6.6121e+09 );
+		vec3 xyz = val * sqrt( 2.0 * PI * var ) * cos( pos * phase + shift ) * exp( - pow2( phase ) * var );
+		xyz.x += 9.7470e-14 * sqrt( 2.0 * PI * 4.5282e+09 ) * cos( 2.2399e+06 * phase + shift[ 0 ] ) * exp( - 4.5282e+09 * pow2( phase ) );
+		xyz /= 1.0685e-7;
+		vec3 rgb = XYZ_TO_REC709 * xyz;
+		return rgb;
+	}
+	vec3 evalIridescence( float outsideIOR, float eta2, float cosTheta1, float thinFilmThickness, vec3 baseF0 ) {
+		vec3 I;
+		float iridescenceIOR = mix( outsideIOR, eta2, smoothstep( 0.0, 0.03, thinFilmThickness ) );
+		float sinTheta2Sq = pow2( outsideIOR / iridescenceIOR ) * ( 1.0 - pow2( cosTheta1 ) );
+		float cosTheta2Sq = 1.0 - sinTheta2Sq;
+		if ( cosTheta2Sq < 0.0 ) {
+			return vec3( 1.0 );
+		}
+		float cosTheta2 = sqrt( cosTheta2Sq );
+		float R0 = IorToFresnel0( iridescenceIOR, outsideIOR );
+		float R12 = F_Schlick( R0, 1.0, cosTheta1 );
+		float T121 = 1.0 - R12;
+		float phi12 = 0.0;
+		if ( iridescenceIOR < outsideIOR ) phi12 = PI;
+		float phi21 = PI - phi12;
+		vec3 baseIOR = Fresnel0ToIor( clamp( baseF0, 0.0, 0.9999 ) );		vec3 R1 = IorToFresnel0( baseIOR, iridescenceIOR );
+		vec3 R23 = F_Schlick( R1, 1.0, cosTheta2 );
+		vec3 phi23 = vec3( 0.0 );
+		if ( baseIOR[ 0 ] < iridescenceIOR ) phi23[ 0 ] = PI;
+		if ( baseIOR[ 1 ] < iridescenceIOR ) phi23[ 1 ] = PI;
+		if ( baseIOR[ 2 ] < iridescenceIOR ) phi23[ 2 ] = PI;
+		float OPD = 2.0 * iridescenceIOR * thinFilmThickness * cosTheta2;
+		vec3 phi = vec3( phi21 ) + phi23;
+		vec3 R123 = clamp( R12 * R23, 1e-5, 0.9999 );
+		vec3 r123 = sqrt( R123 );
+		vec3 Rs = pow2( T121 ) * R23 / ( vec3( 1.0 ) - R123 );
+		vec3 C0 = R12 + Rs;
+		I = C0;
+		vec3 Cm = Rs - T121;
+		for ( int m = 1; m <= 2; ++ m ) {
+			Cm *= r123;
+			vec3 Sm = 2.0 * evalSensitivity( float( m ) * OPD, float( m ) * phi );
+			I += Cm * Sm;
+		}
+		return max( I, vec3( 0.0 ) );
+	}
+#endif`,ey=`#ifdef USE_BUMPMAP
+	uniform sampler2D bumpMap;
+	uniform float bumpScale;
+	vec2 dHdxy_fwd() {
+		vec2 dSTdx = dFdx( vBumpMapUv );
+		vec2 dSTdy = dFdy( vBumpMapUv );
+		float Hll = bumpScale * texture2D( bumpMap, vBumpMapUv ).x;
+		float dBx = bumpScale * texture2D( bumpMap, vBumpMapUv + dSTdx ).x - Hll;
+		float dBy = bumpScale * texture2D( bumpMap, vBumpMapUv + dSTdy ).x - Hll;
+		return vec2( dBx, dBy );
+	}
+	vec3 perturbNormalArb( vec3 surf_pos, vec3 surf_norm, vec2 dHdxy, float faceDirection ) {
+		vec3 vSigmaX = normalize( dFdx( surf_pos.xyz ) );
+		vec3 vSigmaY = normalize( dFdy( surf_pos.xyz ) );
+		vec3 vN = surf_norm;
+		vec3 R1 = cross( vSigmaY, vN );
+		vec3 R2 = cross( vN, vSigmaX );
+		float fDet = dot( vSigmaX, R1 ) * faceDirection;
+		vec3 vGrad = sign( fDet ) * ( dHdxy.x * R1 + dHdxy.y * R2 );
+		return normalize( abs( fDet ) * surf_norm - vGrad );
+	}
+#endif`,ty=`#if NUM_CLIPPING_PLANES > 0
+	vec4 plane;
+	#ifdef ALPHA_TO_COVERAGE
+		float distanceToPlane, distanceGradient;
+		float clipOpacity = 1.0;
+		#pragma unroll_loop_start
+		for ( int i = 0; i < UNION_CLIPPING_PLANES; i ++ ) {
+			plane = clippingPlanes[ i ];
+			distanceToPlane = - dot( vClipPosition, plane.xyz ) + plane.w;
+			distanceGradient = fwidth( distanceToPlane ) / 2.0;
+			clipOpacity *= smoothstep( - distanceGradient, distanceGradient, distanceToPlane );
+			if ( clipOpacity == 0.0 ) discard;
+		}
+		#pragma unroll_loop_end
+		#if UNION_CLIPPING_PLANES < NUM_CLIPPING_PLANES
+			float unionClipOpacity = 1.0;
+			#pragma unroll_loop_start
+			for ( int i = UNION_CLIPPING_PLANES; i < NUM_CLIPPING_PLANES; i ++ ) {
+				plane = clippingPlanes[ i ];
+				distanceToPlane = - dot( vClipPosition, plane.xyz ) + plane.w;
+				distanceGradient = fwidth( distanceToPlane ) / 2.0;
+				unionClipOpacity *= 1.0 - smoothstep( - distanceGradient, distanceGradient, distanceToPlane );
+			}
+			#pragma unroll_loop_end
+			clipOpacity *= 1.0 - unionClipOpacity;
+		#endif
+		diffuseColor.a *= clipOpacity;
+		if ( diffuseColor.a == 0.0 ) discard;
+	#else
+		#pragma unroll_loop_start
+		for ( int i = 0; i < UNION_CLIPPING_PLANES; i ++ ) {
+			plane = clippingPlanes[ i ];
+			if ( dot( vClipPosition, plane.xyz ) > plane.w ) discard;
+		}
+		#pragma unroll_loop_end
+		#if UNION_CLIPPING_PLANES < NUM_CLIPPING_PLANES
+			bool clipped = true;
+			#pragma unroll_loop_start
+			for ( int i = UNION_CLIPPING_PLANES; i < NUM_CLIPPING_PLANES; i ++ ) {
+				plane = clippingPlanes[ i ];
+				clipped = ( dot( vClipPosition, plane.xyz ) > plane.w ) && clipped;
+			}
+			#pragma unroll_loop_end
+			if ( clipped ) discard;
+		#endif
+	#endif
+#endif`,ny=`#if NUM_CLIPPING_PLANES > 0
+	varying vec3 vClipPosition;
+	uniform vec4 clippingPlanes[ NUM_CLIPPING_PLANES ];
+#endif`,iy=`#if NUM_CLIPPING_PLANES > 0
+	varying vec3 vClipPosition;
+#endif`,sy=`#if NUM_CLIPPING_PLANES > 0
+	vClipPosition = - mvPosition.xyz;
+#endif`,ry=`#if defined( USE_COLOR ) || defined( USE_COLOR_ALPHA )
+	diffuseColor *= vColor;
+#endif`,oy=`#if defined( USE_COLOR ) || defined( USE_COLOR_ALPHA )
+	varying vec4 vColor;
+#endif`,ay=`#if defined( USE_COLOR ) || defined( USE_COLOR_ALPHA ) || defined( USE_INSTANCING_COLOR ) || defined( USE_BATCHING_COLOR )
+	varying vec4 vColor;
+#endif`,ly=`#if defined( USE_COLOR ) || defined( USE_COLOR_ALPHA ) || defined( USE_INSTANCING_COLOR ) || defined( USE_BATCHING_COLOR )
+	vColor = vec4( 1.0 );
+#endif
+#ifdef USE_COLOR_ALPHA
+	vColor *= color;
+#elif defined( USE_COLOR )
+	vColor.rgb *= color;
+#endif
+#ifdef USE_INSTANCING_COLOR
+	vColor.rgb *= instanceColor.rgb;
+#endif
+#ifdef USE_BATCHING_COLOR
+	vColor *= getBatchingColor( getIndirectIndex( gl_DrawID ) );
+#endif`,cy=`#define PI 3.141592653589793
+#define PI2 6.283185307179586
+#define PI_HALF 1.5707963267948966
+#define RECIPROCAL_PI 0.3183098861837907
+#define RECIPROCAL_PI2 0.15915494309189535
+#define EPSILON 1e-6
+#ifndef saturate
+#define saturate( a ) clamp( a, 0.0, 1.0 )
+#endif
+#define whiteComplement( a ) ( 1.0 - saturate( a ) )
+float pow2( const in float x ) { return x*x; }
+vec3 pow2( const in vec3 x ) { return x*x; }
+float pow3( const in float x ) { return x*x*x; }
+float pow4( const in float x ) { float x2 = x*x; return x2*x2; }
+float max3( const in vec3 v ) { return max( max( v.x, v.y ), v.z ); }
+float average( const in vec3 v ) { return dot( v, vec3( 0.3333333 ) ); }
+highp float rand( const in vec2 uv ) {
+	const highp float a = 12.9898, b = 78.233, c = 43758.5453;
+	highp float dt = dot( uv.xy, vec2( a,b ) ), sn = mod( dt, PI );
+	return fract( sin( sn ) * c );
+}
+#ifdef HIGH_PRECISION
+	float precisionSafeLength( vec3 v ) { return length( v ); }
+#else
+	float precisionSafeLength( vec3 v ) {
+		float maxComponent = max3( abs( v ) );
+		return length( v / maxComponent ) * maxComponent;
+	}
+#endif
+struct IncidentLight {
+	vec3 color;
+	vec3 direction;
+	bool visible;
+};
+struct ReflectedLight {
+	vec3 directDiffuse;
+	vec3 directSpecular;
+	vec3 indirectDiffuse;
+	vec3 indirectSpecular;
+};
+#ifdef USE_ALPHAHASH
+	varying vec3 vPosition;
+#endif
+vec3 transformDirection( in vec3 dir, in mat4 matrix ) {
+	return normalize( ( matrix * vec4( dir, 0.0 ) ).xyz );
+}
+#define inverseTransformDirection transformDirectionByInverseViewMatrix
+vec3 transformNormalByInverseViewMatrix( in vec3 normal, in mat4 viewMatrix ) {
+	return normalize( ( vec4( normal, 0.0 ) * viewMatrix ).xyz );
+}
+vec3 transformDirectionByInverseViewMatrix( in vec3 dir, in mat4 viewMatrix ) {
+	return normalize( ( vec4( dir, 0.0 ) * viewMatrix ).xyz );
+}
+bool isPerspectiveMatrix( mat4 m ) {
+	return m[ 2 ][ 3 ] == - 1.0;
+}
+vec2 equirectUv( in vec3 dir ) {
+	float u = atan( dir.z, dir.x ) * RECIPROCAL_PI2 + 0.5;
+	float v = asin( clamp( dir.y, - 1.0, 1.0 ) ) * RECIPROCAL_PI + 0.5;
+	return vec2( u, v );
+}
+vec3 BRDF_Lambert( const in vec3 diffuseColor ) {
+	return RECIPROCAL_PI * diffuseColor;
+}
+vec3 F_Schlick( const in vec3 f0, const in float f90, const in float dotVH ) {
+	float fresnel = exp2( ( - 5.55473 * dotVH - 6.98316 ) * dotVH );
+	return f0 * ( 1.0 - fresnel ) + ( f90 * fresnel );
+}
+float F_Schlick( const in float f0, const in float f90, const in float dotVH ) {
+	float fresnel = exp2( ( - 5.55473 * dotVH - 6.98316 ) * dotVH );
+	return f0 * ( 1.0 - fresnel ) + ( f90 * fresnel );
+} // validated`,hy=`vec3 transformedNormal = objectNormal;
+#ifdef USE_TANGENT
+	vec3 transformedTangent = objectTangent;
+#endif
+#ifdef USE_BATCHING
+	mat3 bm = mat3( batchingMatrix );
+	transformedNormal /= vec3( dot( bm[ 0 ], bm[ 0 ] ), dot( bm[ 1 ], bm[ 1 ] ), dot( bm[ 2 ], bm[ 2 ] ) );
+	transformedNormal = bm * transformedNormal;
+	#ifdef USE_TANGENT
+		transformedTangent = bm * transformedTangent;
+	#endif
+#endif
+#ifdef USE_INSTANCING
+	mat3 im = mat3( instanceMatrix );
+	transformedNormal /= vec3( dot( im[ 0 ], im[ 0 ] ), dot( im[ 1 ], im[ 1 ] ), dot( im[ 2 ], im[ 2 ] ) );
+	transformedNormal = im * transformedNormal;
+	#ifdef USE_TANGENT
+		transformedTangent = im * transformedTangent;
+	#endif
+#endif
+transformedNormal = normalMatrix * transformedNormal;
+#ifdef FLIP_SIDED
+	transformedNormal = - transformedNormal;
+#endif
+#ifdef USE_TANGENT
+	transformedTangent = ( modelViewMatrix * vec4( transformedTangent, 0.0 ) ).xyz;
+#endif`,uy=`#ifdef USE_DISPLACEMENTMAP
+	uniform sampler2D displacementMap;
+	uniform float displacementScale;
+	uniform float displacementBias;
+#endif`,dy=`#ifdef USE_DISPLACEMENTMAP
+	transformed += normalize( objectNormal ) * ( texture2D( displacementMap, vDisplacementMapUv ).x * displacementScale + displacementBias );
+#endif`,fy=`#ifdef USE_EMISSIVEMAP
+	vec4 emissiveColor = texture2D( emissiveMap, vEmissiveMapUv );
+	#ifdef DECODE_VIDEO_TEXTURE_EMISSIVE
+		emissiveColor = sRGBTransferEOTF( emissiveColor );
+	#endif
+	totalEmissiveRadiance *= emissiveColor.rgb;
+#endif`,py=`#ifdef USE_EMISSIVEMAP
+	uniform sampler2D emissiveMap;
+#endif`,my="gl_FragColor = linearToOutputTexel( gl_FragColor );",gy=`vec4 LinearTransferOETF( in vec4 value ) {
+	return value;
+}
+vec4 sRGBTransferEOTF( in vec4 value ) {
+	return vec4( mix( pow( value.rgb * 0.9478672986 + vec3( 0.0521327014 ), vec3( 2.4 ) ), value.rgb * 0.0773993808, vec3( lessThanEqual( value.rgb, vec3( 0.04045 ) ) ) ), value.a );
+}
+vec4 sRGBTransferOETF( in vec4 value ) {
+	return vec4( mix( pow( value.rgb, vec3( 0.41666 ) ) * 1.055 - vec3( 0.055 ), value.rgb * 12.92, vec3( lessThanEqual( value.rgb, vec3( 0.0031308 ) ) ) ), value.a );
+}`,_y=`#ifdef USE_ENVMAP
+	#ifdef ENV_WORLDPOS
+		vec3 cameraToFrag;
+		if ( isOrthographic ) {
+			cameraToFrag = normalize( vec3( - viewMatrix[ 0 ][ 2 ], - viewMatrix[ 1 ][ 2 ], - viewMatrix[ 2 ][ 2 ] ) );
+		} else {
+			cameraToFrag = normalize( vWorldPosition - cameraPosition );
+		}
+		vec3 worldNormal = transformNormalByInverseViewMatrix( normal, viewMatrix );
+		#ifdef ENVMAP_MODE_REFLECTION
+			vec3 reflectVec = reflect( cameraToFrag, worldNormal );
+		#else
+			vec3 reflectVec = refract( cameraToFrag, worldNormal, refractionRatio );
+		#endif
+	#else
+		vec3 reflectVec = vReflect;
+	#endif
+	#ifdef ENVMAP_TYPE_CUBE
+		vec4 envColor = textureCube( envMap, envMapRotation * reflectVec );
+		#ifdef ENVMAP_BLENDING_MULTIPLY
+			outgoingLight = mix( outgoingLight, outgoingLight * envColor.xyz, specularStrength * reflectivity );
+		#elif defined( ENVMAP_BLENDING_MIX )
+			outgoingLight = mix( outgoingLight, envColor.xyz, specularStrength * reflectivity );
+		#elif defined( ENVMAP_BLENDING_ADD )
+			outgoingLight += envColor.xyz * specularStrength * reflectivity;
+		#endif
+	#endif
+#endif`,xy=`#ifdef USE_ENVMAP
+	uniform float envMapIntensity;
+	uniform mat3 envMapRotation;
+	uniform samplerCube envMap;
+	#ifdef ENVMAP_TYPE_PMREM
+		float roughnessToMip( const in float roughness ) {
+			float r = clamp( roughness, 0.0, 1.0 );
+			return ENVMAP_MAX_LOD * r * ( 2.0 - r );
+		}
+	#endif
+#endif`,vy=`#ifdef USE_ENVMAP
+	uniform float reflectivity;
+	#if defined( USE_BUMPMAP ) || defined( USE_NORMALMAP ) || defined( PHONG ) || defined( LAMBERT )
+		#define ENV_WORLDPOS
+	#endif
+	#ifdef ENV_WORLDPOS
+		varying vec3 vWorldPosition;
+		uniform float refractionRatio;
+	#else
+		varying vec3 vReflect;
+	#endif
+#endif`,yy=`#ifdef USE_ENVMAP
+	#if defined( USE_BUMPMAP ) || defined( USE_NORMALMAP ) || defined( PHONG ) || defined( LAMBERT )
+		#define ENV_WORLDPOS
+	#endif
+	#ifdef ENV_WORLDPOS
+		
+		varying vec3 vWorldPosition;
+	#else
+		varying vec3 vReflect;
+		uniform float refractionRatio;
+	#endif
+#endif`,by=`#ifdef USE_ENVMAP
+	#ifdef ENV_WORLDPOS
+		vWorldPosition = worldPosition.xyz;
+	#else
+		vec3 cameraToVertex;
+		if ( isOrthographic ) {
+			cameraToVertex = normalize( vec3( - viewMatrix[ 0 ][ 2 ], - viewMatrix[ 1 ][ 2 ], - viewMatrix[ 2 ][ 2 ] ) );
+		} else {
+			cameraToVertex = normalize( worldPosition.xyz - cameraPosition );
+		}
+		vec3 worldNormal = transformNormalByInverseViewMatrix( transformedNormal, viewMatrix );
+		#ifdef ENVMAP_MODE_REFLECTION
+			vReflect = reflect( cameraToVertex, worldNormal );
+		#else
+			vReflect = refract( cameraToVertex, worldNormal, refractionRatio );
+		#endif
+	#endif
+#endif`,Sy=`#ifdef USE_FOG
+	vFogDepth = - mvPosition.z;
+#endif`,My=`#ifdef USE_FOG
+	varying float vFogDepth;
+#endif`,wy=`#ifdef USE_FOG
+	#ifdef FOG_EXP2
+		float fogFactor = 1.0 - exp( - fogDensity * fogDensity * vFogDepth * vFogDepth );
+	#else
+		float fogFactor = smoothstep( fogNear, fogFar, vFogDepth );
+	#endif
+	gl_FragColor.rgb = mix( gl_FragColor.rgb, fogColor, fogFactor );
+#endif`,Ey=`#ifdef USE_FOG
+	uniform vec3 fogColor;
+	varying float vFogDepth;
+	#ifdef FOG_EXP2
+		uniform float fogDensity;
+	#else
+		uniform float fogNear;
+		uniform float fogFar;
+	#endif
+#endif`,Ty=`#ifdef USE_GRADIENTMAP
+	uniform sampler2D gradientMap;
+#endif
+vec3 getGradientIrradiance( vec3 normal, vec3 lightDirection ) {
+	float dotNL = dot( normal, lightDirection );
+	vec2 coord = vec2( dotNL * 0.5 + 0.5, 0.0 );
+	#ifdef USE_GRADIENTMAP
+		return vec3( texture2D( gradientMap, coord ).r );
+	#else
+		vec2 fw = fwidth( coord ) * 0.5;
+		return mix( vec3( 0.7 ), vec3( 1.0 ), smoothstep( 0.7 - fw.x, 0.7 + fw.x, coord.x ) );
+	#endif
+}`,Ay=`#ifdef USE_LIGHTMAP
+	uniform sampler2D lightMap;
+	uniform float lightMapIntensity;
+#endif`,Ry=`LambertMaterial material;
+material.diffuseColor = diffuseColor.rgb;
+material.specularStrength = specularStrength;`,Cy=`varying vec3 vViewPosition;
+struct LambertMaterial {
+	vec3 diffuseColor;
+	float specularStrength;
+};
+void RE_Direct_Lambert( const in IncidentLight directLight, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in LambertMaterial material, inout ReflectedLight reflectedLight ) {
+	float dotNL = saturate( dot( geometryNormal, directLight.direction ) );
+	vec3 irradiance = dotNL * directLight.color;
+	reflectedLight.directDiffuse += irradiance * BRDF_Lambert( material.diffuseColor );
+}
+void RE_IndirectDiffuse_Lambert( const in vec3 irradiance, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in LambertMaterial material, inout ReflectedLight reflectedLight ) {
+	reflectedLight.indirectDiffuse += irradiance * BRDF_Lambert( material.diffuseColor );
+}
+#define RE_Direct				RE_Direct_Lambert
+#define RE_IndirectDiffuse		RE_IndirectDiffuse_Lambert`,Py=`uniform bool receiveShadow;
+uniform vec3 ambientLightColor;
+#if defined( USE_LIGHT_PROBES )
+	uniform vec3 lightProbe[ 9 ];
+#endif
+vec3 shGetIrradianceAt( in vec3 normal, in vec3 shCoefficients[ 9 ] ) {
+	float x = normal.x, y = normal.y, z = normal.z;
+	vec3 result = shCoefficients[ 0 ] * 0.886227;
+	result += shCoefficients[ 1 ] * 2.0 * 0.511664 * y;
+	result += shCoefficients[ 2 ] * 2.0 * 0.511664 * z;
+	result += shCoefficients[ 3 ] * 2.0 * 0.511664 * x;
+	result += shCoefficients[ 4 ] * 2.0 * 0.429043 * x * y;
+	result += shCoefficients[ 5 ] * 2.0 * 0.429043 * y * z;
+	result += shCoefficients[ 6 ] * ( 0.743125 * z * z - 0.247708 );
+	result += shCoefficients[ 7 ] * 2.0 * 0.429043 * x * z;
+	result += shCoefficients[ 8 ] * 0.429043 * ( x * x - y * y );
+	return result;
+}
+vec3 getLightProbeIrradiance( const in vec3 lightProbe[ 9 ], const in vec3 normal ) {
+	vec3 worldNormal = transformNormalByInverseViewMatrix( normal, viewMatrix );
+	vec3 irradiance = shGetIrradianceAt( worldNormal, lightProbe );
+	return irradiance;
+}
+vec3 getAmbientLightIrradiance( const in vec3 ambientLightColor ) {
+	vec3 irradiance = ambientLightColor;
+	return irradiance;
+}
+float getDistanceAttenuation( const in float lightDistance, const in float cutoffDistance, const in float decayExponent ) {
+	float distanceFalloff = 1.0 / max( pow( lightDistance, decayExponent ), 0.01 );
+	if ( cutoffDistance > 0.0 ) {
+		distanceFalloff *= pow2( saturate( 1.0 - pow4( lightDistance / cutoffDistance ) ) );
+	}
+	return distanceFalloff;
+}
+float getSpotAttenuation( const in float coneCosine, const in float penumbraCosine, const in float angleCosine ) {
+	return smoothstep( coneCosine, penumbraCosine, angleCosine );
+}
+#if NUM_SUN_LIGHTS > 0
+	struct SunLight {
+		vec3 direction;
+		vec3 color;
+	};
+	uniform SunLight sunLights[ NUM_SUN_LIGHTS ];
+	void getSunLightInfo( const in SunLight sunLight, out IncidentLight light ) {
+		light.color = sunLight.color;
+		light.direction = sunLight.direction;
+		light.visible = true;
+	}
+#endif
+#if NUM_DIR_LIGHTS > 0
+	struct DirectionalLight {
+		vec3 direction;
+		vec3 color;
+	};
+	uniform DirectionalLight directionalLights[ NUM_DIR_LIGHTS ];
+	void getDirectionalLightInfo( const in DirectionalLight directionalLight, out IncidentLight light ) {
+		light.color = directionalLight.color;
+		light.direction = directionalLight.direction;
+		light.visible = true;
+	}
+#endif
+#if NUM_POINT_LIGHTS > 0
+	struct PointLight {
+		vec3 position;
+		vec3 color;
+		float distance;
+		float decay;
+	};
+	uniform PointLight pointLights[ NUM_POINT_LIGHTS ];
+	void getPointLightInfo( const in PointLight pointLight, const in vec3 geometryPosition, out IncidentLight light ) {
+		vec3 lVector = pointLight.position - geometryPosition;
+		light.direction = normalize( lVector );
+		float lightDistance = length( lVector );
+		light.color = pointLight.color;
+		light.color *= getDistanceAttenuation( lightDistance, pointLight.distance, pointLight.decay );
+		light.visible = ( light.color != vec3( 0.0 ) );
+	}
+#endif
+#if NUM_SPOT_LIGHTS > 0
+	struct SpotLight {
+		vec3 position;
+		vec3 direction;
+		vec3 color;
+		float distance;
+		float decay;
+		float coneCos;
+		float penumbraCos;
+	};
+	uniform SpotLight spotLights[ NUM_SPOT_LIGHTS ];
+	void getSpotLightInfo( const in SpotLight spotLight, const in vec3 geometryPosition, out IncidentLight light ) {
+		vec3 lVector = spotLight.position - geometryPosition;
+		light.direction = normalize( lVector );
+		float angleCos = dot( light.direction, spotLight.direction );
+		float spotAttenuation = getSpotAttenuation( spotLight.coneCos, spotLight.penumbraCos, angleCos );
+		if ( spotAttenuation > 0.0 ) {
+			float lightDistance = length( lVector );
+			light.color = spotLight.color * spotAttenuation;
+			light.color *= getDistanceAttenuation( lightDistance, spotLight.distance, spotLight.decay );
+			light.visible = ( light.color != vec3( 0.0 ) );
+		} else {
+			light.color = vec3( 0.0 );
+			light.visible = false;
+		}
+	}
+#endif
+#if NUM_RECT_AREA_LIGHTS > 0
+	struct RectAreaLight {
+		vec3 color;
+		vec3 position;
+		vec3 halfWidth;
+		vec3 halfHeight;
+	};
+	uniform sampler2D ltc_1;	uniform sampler2D ltc_2;
+	uniform RectAreaLight rectAreaLights[ NUM_RECT_AREA_LIGHTS ];
+#endif
+#if NUM_HEMI_LIGHTS > 0
+	struct HemisphereLight {
+		vec3 direction;
+		vec3 skyColor;
+		vec3 groundColor;
+	};
+	uniform HemisphereLight hemisphereLights[ NUM_HEMI_LIGHTS ];
+	vec3 getHemisphereLightIrradiance( const in HemisphereLight hemiLight, const in vec3 normal ) {
+		float dotNL = dot( normal, hemiLight.direction );
+		float hemiDiffuseWeight = 0.5 * dotNL + 0.5;
+		vec3 irradiance = mix( hemiLight.groundColor, hemiLight.skyColor, hemiDiffuseWeight );
+		return irradiance;
+	}
+#endif
+#include <lightprobes_pars_fragment>`,Iy=`#ifdef USE_ENVMAP
+	vec3 getIBLIrradiance( const in vec3 normal ) {
+		#ifdef ENVMAP_TYPE_PMREM
+			vec3 worldNormal = transformNormalByInverseViewMatrix( normal, viewMatrix );
+			vec4 envMapColor = textureLod( envMap, envMapRotation * worldNormal, ENVMAP_MAX_LOD );
+			return PI * envMapColor.rgb * envMapIntensity;
+		#else
+			return vec3( 0.0 );
+		#endif
+	}
+	vec3 getIBLRadiance( const in vec3 viewDir, const in vec3 normal, const in float roughness ) {
+		#ifdef ENVMAP_TYPE_PMREM
+			vec3 reflectVec = reflect( - viewDir, normal );
+			reflectVec = normalize( mix( reflectVec, normal, pow4( roughness ) ) );
+			reflectVec = transformDirectionByInverseViewMatrix( reflectVec, viewMatrix );
+			vec4 envMapColor = textureLod( envMap, envMapRotation * reflectVec, roughnessToMip( roughness ) );
+			return envMapColor.rgb * envMapIntensity;
+		#else
+			return vec3( 0.0 );
+		#endif
+	}
+	#ifdef USE_RETROREFLECTION
+		vec3 getIBLRetroRadiance( const in vec3 viewDir, const in vec3 normal, const in float roughness ) {
+			#ifdef ENVMAP_TYPE_PMREM
+				vec3 retroVec = normalize( mix( viewDir, normal, pow4( roughness ) ) );
+				retroVec = transformDirectionByInverseViewMatrix( retroVec, viewMatrix );
+				vec4 envMapColor = textureLod( envMap, envMapRotation * retroVec, roughnessToMip( roughness ) );
+				return envMapColor.rgb * envMapIntensity;
+			#else
+				return vec3( 0.0 );
+			#endif
+		}
+	#endif
+	#ifdef USE_ANISOTROPY
+		vec3 getIBLAnisotropyRadiance( const in vec3 viewDir, const in vec3 normal, const in float roughness, const in vec3 bitangent, const in float anisotropy ) {
+			#ifdef ENVMAP_TYPE_PMREM
+				vec3 bentNormal = cross( bitangent, viewDir );
+				bentNormal = normalize( cross( bentNormal, bitangent ) );
+				bentNormal = normalize( mix( bentNormal, normal, pow2( pow2( 1.0 - anisotropy * ( 1.0 - roughness ) ) ) ) );
+				return getIBLRadiance( viewDir, bentNormal, roughness );
+			#else
+				return vec3( 0.0 );
+			#endif
+		}
+		#ifdef USE_RETROREFLECTION
+			vec3 getIBLAnisotropyRetroRadiance( const in vec3 viewDir, const in vec3 normal, const in float roughness, const in vec3 bitangent, const in float anisotropy ) {
+				#ifdef ENVMAP_TYPE_PMREM
+					vec3 bentNormal = cross( bitangent, viewDir );
+					bentNormal = normalize( cross( bentNormal, bitangent ) );
+					bentNormal = normalize( mix( bentNormal, normal, pow2( pow2( 1.0 - anisotropy * ( 1.0 - roughness ) ) ) ) );
+					return getIBLRetroRadiance( viewDir, bentNormal, roughness );
+				#else
+					return vec3( 0.0 );
+				#endif
+			}
+		#endif
+	#endif
+#endif`,Ly=`ToonMaterial material;
+material.diffuseColor = diffuseColor.rgb;`,Dy=`varying vec3 vViewPosition;
+struct ToonMaterial {
+	vec3 diffuseColor;
+};
+void RE_Direct_Toon( const in IncidentLight directLight, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in ToonMaterial material, inout ReflectedLight reflectedLight ) {
+	vec3 irradiance = getGradientIrradiance( geometryNormal, directLight.direction ) * directLight.color;
+	reflectedLight.directDiffuse += irradiance * BRDF_Lambert( material.diffuseColor );
+}
+void RE_IndirectDiffuse_Toon( const in vec3 irradiance, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in ToonMaterial material, inout ReflectedLight reflectedLight ) {
+	reflectedLight.indirectDiffuse += irradiance * BRDF_Lambert( material.diffuseColor );
+}
+#define RE_Direct				RE_Direct_Toon
+#define RE_IndirectDiffuse		RE_IndirectDiffuse_Toon`,Ny=`BlinnPhongMaterial material;
+material.diffuseColor = diffuseColor.rgb;
+material.specularColor = specular;
+material.specularShininess = shininess;
+material.specularStrength = specularStrength;`,Uy=`varying vec3 vViewPosition;
+struct BlinnPhongMaterial {
+	vec3 diffuseColor;
+	vec3 specularColor;
+	float specularShininess;
+	float specularStrength;
+};
+void RE_Direct_BlinnPhong( const in IncidentLight directLight, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in BlinnPhongMaterial material, inout ReflectedLight reflectedLight ) {
+	float dotNL = saturate( dot( geometryNormal, directLight.direction ) );
+	vec3 irradiance = dotNL * directLight.color;
+	reflectedLight.directDiffuse += irradiance * BRDF_Lambert( material.diffuseColor );
+	reflectedLight.directSpecular += irradiance * BRDF_BlinnPhong( directLight.direction, geometryViewDir, geometryNormal, material.specularColor, material.specularShininess ) * material.specularStrength;
+}
+void RE_IndirectDiffuse_BlinnPhong( const in vec3 irradiance, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in BlinnPhongMaterial material, inout ReflectedLight reflectedLight ) {
+	reflectedLight.indirectDiffuse += irradiance * BRDF_Lambert( material.diffuseColor );
+}
+#define RE_Direct				RE_Direct_BlinnPhong
+#define RE_IndirectDiffuse		RE_IndirectDiffuse_BlinnPhong`,Fy=`PhysicalMaterial material;
+material.diffuseColor = diffuseColor.rgb;
+material.diffuseContribution = diffuseColor.rgb * ( 1.0 - metalnessFactor );
+material.metalness = metalnessFactor;
+vec3 dxy = max( abs( dFdx( nonPerturbedNormal ) ), abs( dFdy( nonPerturbedNormal ) ) );
+float geometryRoughness = max( max( dxy.x, dxy.y ), dxy.z );
+material.roughness = max( roughnessFactor, 0.045 );
+material.roughness += geometryRoughness;
+material.roughness = min( material.roughness, 1.0 );
+#ifdef USE_DIFFUSE_ROUGHNESS
+	float diffuseRoughnessFactor = diffuseRoughness;
+	#ifdef USE_DIFFUSE_ROUGHNESSMAP
+		diffuseRoughnessFactor *= texture2D( diffuseRoughnessMap, vDiffuseRoughnessMapUv ).r;
+	#endif
+	material.diffuseRoughness = saturate( diffuseRoughnessFactor );
+#endif
+#ifdef IOR
+	material.ior = ior;
+	#ifdef USE_SPECULAR
+		float specularIntensityFactor = specularIntensity;
+		vec3 specularColorFactor = specularColor;
+		#ifdef USE_SPECULAR_COLORMAP
+			specularColorFactor *= texture2D( specularColorMap, vSpecularColorMapUv ).rgb;
+		#endif
+		#ifdef USE_SPECULAR_INTENSITYMAP
+			specularIntensityFactor *= texture2D( specularIntensityMap, vSpecularIntensityMapUv ).a;
+		#endif
+		material.specularF90 = mix( specularIntensityFactor, 1.0, metalnessFactor );
+	#else
+		float specularIntensityFactor = 1.0;
+		vec3 specularColorFactor = vec3( 1.0 );
+		material.specularF90 = 1.0;
+	#endif
+	material.specularColor = min( pow2( ( material.ior - 1.0 ) / ( material.ior + 1.0 ) ) * specularColorFactor, vec3( 1.0 ) ) * specularIntensityFactor;
+	material.specularColorBlended = mix( material.specularColor, diffuseColor.rgb, metalnessFactor );
+#else
+	material.specularColor = vec3( 0.04 );
+	material.specularColorBlended = mix( material.specularColor, diffuseColor.rgb, metalnessFactor );
+	material.specularF90 = 1.0;
+#endif
+#ifdef USE_CLEARCOAT
+	material.clearcoat = clearcoat;
+	material.clearcoatRoughness = clearcoatRoughness;
+	material.clearcoatF0 = vec3( 0.04 );
+	material.clearcoatF90 = 1.0;
+	#ifdef USE_CLEARCOATMAP
+		material.clearcoat *= texture2D( clearcoatMap, vClearcoatMapUv ).x;
+	#endif
+	#ifdef USE_CLEARCOAT_ROUGHNESSMAP
+		material.clearcoatRoughness *= texture2D( clearcoatRoughnessMap, vClearcoatRoughnessMapUv ).y;
+	#endif
+	material.clearcoat = saturate( material.clearcoat );	material.clearcoatRoughness = max( material.clearcoatRoughness, 0.045 );
+	material.clearcoatRoughness += geometryRoughness;
+	material.clearcoatRoughness = min( material.clearcoatRoughness, 1.0 );
+#endif
+#ifdef USE_DISPERSION
+	material.dispersion = dispersion;
+#endif
+#ifdef USE_RETROREFLECTION
+	material.retroreflectivity = retroreflectivity;
+#endif
+#ifdef USE_IRIDESCENCE
+	material.iridescence = iridescence;
+	material.iridescenceIOR = iridescenceIOR;
+	#ifdef USE_IRIDESCENCEMAP
+		material.iridescence *= texture2D( iridescenceMap, vIridescenceMapUv ).r;
+	#endif
+	#ifdef USE_IRIDESCENCE_THICKNESSMAP
+		material.iridescenceThickness = (iridescenceThicknessMaximum - iridescenceThicknessMinimum) * texture2D( iridescenceThicknessMap, vIridescenceThicknessMapUv ).g + iridescenceThicknessMinimum;
+	#else
+		material.iridescenceThickness = iridescenceThicknessMaximum;
+	#endif
+#endif
+#ifdef USE_SHEEN
+	material.sheenColor = sheenColor;
+	#ifdef USE_SHEEN_COLORMAP
+		material.sheenColor *= texture2D( sheenColorMap, vSheenColorMapUv ).rgb;
+	#endif
+	material.sheenRoughness = clamp( sheenRoughness, 0.0001, 1.0 );
+	#ifdef USE_SHEEN_ROUGHNESSMAP
+		material.sheenRoughness *= texture2D( sheenRoughnessMap, vSheenRoughnessMapUv ).a;
+	#endif
+#endif
+#ifdef USE_ANISOTROPY
+	#ifdef USE_ANISOTROPYMAP
+		mat2 anisotropyMat = mat2( anisotropyVector.x, anisotropyVector.y, - anisotropyVector.y, anisotropyVector.x );
+		vec3 anisotropyPolar = texture2D( anisotropyMap, vAnisotropyMapUv ).rgb;
+		vec2 anisotropyV = anisotropyMat * normalize( 2.0 * anisotropyPolar.rg - vec2( 1.0 ) ) * anisotropyPolar.b;
+	#else
+		vec2 anisotropyV = anisotropyVector;
+	#endif
+	material.anisotropy = length( anisotropyV );
+	if( material.anisotropy == 0.0 ) {
+		anisotropyV = vec2( 1.0, 0.0 );
+	} else {
+		anisotropyV /= material.anisotropy;
+		material.anisotropy = saturate( material.anisotropy );
+	}
+	material.alphaT = mix( pow2( material.roughness ), 1.0, pow2( material.anisotropy ) );
+	material.anisotropyT = tbn[ 0 ] * anisotropyV.x + tbn[ 1 ] * anisotropyV.y;
+	material.anisotropyB = tbn[ 1 ] * anisotropyV.x - tbn[ 0 ] * anisotropyV.y;
+#endif`,Oy=`uniform sampler2D dfgLUT;
+struct PhysicalMaterial {
+	vec3 diffuseColor;
+	vec3 diffuseContribution;
+	vec3 specularColor;
+	vec3 specularColorBlended;
+	float roughness;
+	float metalness;
+	float specularF90;
+	float dispersion;
+	vec2 dfg;
+	vec3 multiScatteringCompensation;
+	#ifdef USE_DIFFUSE_ROUGHNESS
+		float diffuseRoughness;
+	#endif
+	#ifdef USE_RETROREFLECTION
+		float retroreflectivity;
+	#endif
+	#ifdef USE_CLEARCOAT
+		float clearcoat;
+		float clearcoatRoughness;
+		vec3 clearcoatF0;
+		float clearcoatF90;
+	#endif
+	#ifdef USE_IRIDESCENCE
+		float iridescence;
+		float iridescenceIOR;
+		float iridescenceThickness;
+		vec3 iridescenceFresnel;
+		vec3 iridescenceF0Dielectric;
+		vec3 iridescenceF0Metallic;
+	#endif
+	#ifdef USE_SHEEN
+		vec3 sheenColor;
+		float sheenRoughness;
+	#endif
+	#ifdef IOR
+		float ior;
+	#endif
+	#ifdef USE_TRANSMISSION
+		float transmission;
+		float transmissionAlpha;
+		float thickness;
+		float attenuationDistance;
+		vec3 attenuationColor;
+	#endif
+	#ifdef USE_ANISOTROPY
+		float anisotropy;
+		float alphaT;
+		vec3 anisotropyT;
+		vec3 anisotropyB;
+	#endif
+};
+vec3 clearcoatSpecularDirect = vec3( 0.0 );
+vec3 clearcoatSpecularIndirect = vec3( 0.0 );
+vec3 sheenSpecularDirect = vec3( 0.0 );
+vec3 sheenSpecularIndirect = vec3(0.0 );
+vec3 Schlick_to_F0( const in vec3 f, const in float f90, const in float dotVH ) {
+    float x = clamp( 1.0 - dotVH, 0.0, 1.0 );
+    float x2 = x * x;
+    float x5 = clamp( x * x2 * x2, 0.0, 0.9999 );
+    return ( f - vec3( f90 ) * x5 ) / ( 1.0 - x5 );
+}
+#ifdef USE_DIFFUSE_ROUGHNESS
+	const float EON_EPSILON = 1e-7;
+	float FON_DirectionalAlbedo( const in float mu, const in float roughness, const in float A ) {
+		float muComp = 1.0 - mu;
+		float gOverPi = muComp * ( 0.0571085289 + muComp * ( 0.491881867 + muComp * ( - 0.332181442 + muComp * 0.0714429953 ) ) );
+		return A * ( 1.0 + roughness * gOverPi );
+	}
+	vec3 BRDF_EON( const in vec3 lightDir, const in vec3 viewDir, const in vec3 normal, const in vec3 diffuseColor, const in float roughness ) {
+		vec3 rho = saturate( diffuseColor );
+		if ( roughness <= EON_EPSILON ) return BRDF_Lambert( rho );
+		float dotNL = saturate( dot( normal, lightDir ) );
+		float dotNV = saturate( dot( normal, viewDir ) );
+		float s = dot( lightDir, viewDir ) - dotNL * dotNV;
+		float sOverT = ( s > 0.0 ) ? s / max( max( dotNL, dotNV ), EON_EPSILON ) : s;
+		float A = 1.0 / ( 1.0 + ( 0.5 - 2.0 / ( 3.0 * PI ) ) * roughness );
+		vec3 singleScatter = rho * RECIPROCAL_PI * A * ( 1.0 + roughness * sOverT );
+		float averageAlbedo = A * ( 1.0 + ( 2.0 / 3.0 - 28.0 / ( 15.0 * PI ) ) * roughness );
+		float albedoV = FON_DirectionalAlbedo( dotNV, roughness, A );
+		float albedoL = FON_DirectionalAlbedo( dotNL, roughness, A );
+		vec3 rhoMultiScatter = rho * rho * averageAlbedo / max( vec3( EON_EPSILON ), vec3( 1.0 ) - rho * ( 1.0 - averageAlbedo ) );
+		vec3 multiScatter = rhoMultiScatter * RECIPROCAL_PI
+			* max( EON_EPSILON, 1.0 - albedoV )
+			* max( EON_EPSILON, 1.0 - albedoL )
+			/ max( EON_EPSILON, 1.0 - averageAlbedo );
+		return singleScatter + multiScatter;
+	}
+	vec3 EON_DirectionalAlbedo( const in vec3 diffuseColor, const in float roughness, const in float dotNV ) {
+		vec3 rho = saturate( diffuseColor );
+		if ( roughness <= EON_EPSILON ) return rho;
+		float A = 1.0 / ( 1.0 + ( 0.5 - 2.0 / ( 3.0 * PI ) ) * roughness );
+		float directionalAlbedo = FON_DirectionalAlbedo( dotNV, roughness, A );
+		float averageAlbedo = A * ( 1.0 + ( 2.0 / 3.0 - 28.0 / ( 15.0 * PI ) ) * roughness );
+		vec3 rhoMultiScatter = rho * rho * averageAlbedo / max( vec3( EON_EPSILON ), vec3( 1.0 ) - rho * ( 1.0 - averageAlbedo ) );
+		return rho * directionalAlbedo + rhoMultiScatter * ( 1.0 - directionalAlbedo );
+	}
+#endif
+float V_GGX_SmithCorrelated( const in float alpha, const in float dotNL, const in float dotNV ) {
+	float a2 = pow2( alpha );
+	float gv = dotNL * sqrt( a2 + ( 1.0 - a2 ) * pow2( dotNV ) );
+	float gl = dotNV * sqrt( a2 + ( 1.0 - a2 ) * pow2( dotNL ) );
+	return 0.5 / max( gv + gl, EPSILON );
+}
+float D_GGX( const in float alpha, const in float dotNH ) {
+	float a2 = pow2( alpha );
+	float denom = pow2( dotNH ) * ( a2 - 1.0 ) + 1.0;
+	return RECIPROCAL_PI * a2 / pow2( denom );
+}
+#ifdef USE_ANISOTROPY
+	float V_GGX_SmithCorrelated_Anisotropic( const in float alphaT, const in float alphaB, const in float dotTV, const in float dotBV, const in float dotTL, const in float dotBL, const in float dotNV, const in float dotNL ) {
+		float gv = dotNL * length( vec3( alphaT * dotTV, alphaB * dotBV, dotNV ) );
+		float gl = dotNV * length( vec3( alphaT * dotTL, alphaB * dotBL, dotNL ) );
+		return 0.5 / max( gv + gl, EPSILON );
+	}
+	float D_GGX_Anisotropic( const in float alphaT, const in float alphaB, const in float dotNH, const in float dotTH, const in float dotBH ) {
+		float a2 = alphaT * alphaB;
+		highp vec3 v = vec3( alphaB * dotTH, alphaT * dotBH, a2 * dotNH );
+		highp float v2 = dot( v, v );
+		float w2 = a2 / v2;
+		return RECIPROCAL_PI * a2 * pow2 ( w2 );
+	}
+#endif
+#ifdef USE_CLEARCOAT
+	vec3 BRDF_GGX_Clearcoat( const in vec3 lightDir, const in vec3 viewDir, const in vec3 normal, const in PhysicalMaterial material) {
+		vec3 f0 = material.clearcoatF0;
+		float f90 = material.clearcoatF90;
+		float roughness = max( material.clearcoatRoughness, 0.045 );
+		float alpha = pow2( roughness );
+		vec3 halfDir = normalize( lightDir + viewDir );
+		float dotNL = saturate( dot( normal, lightDir ) );
+		float dotNV = saturate( dot( normal, viewDir ) );
+		float dotNH = saturate( dot( normal, halfDir ) );
+		float dotVH = saturate( dot( viewDir, halfDir ) );
+		vec3 F = F_Schlick( f0, f90, dotVH );
+		float V = V_GGX_SmithCorrelated( alpha, dotNL, dotNV );
+		float D = D_GGX( alpha, dotNH );
+		return F * ( V * D );
+	}
+#endif
+vec3 BRDF_GGX( const in vec3 lightDir, const in vec3 viewDir, const in vec3 normal, const in PhysicalMaterial material ) {
+	vec3 f0 = material.specularColorBlended;
+	float f90 = material.specularF90;
+	float roughness = max( material.roughness, 0.045 );
+	float alpha = pow2( roughness );
+	vec3 halfDir = normalize( lightDir + viewDir );
+	float dotNL = saturate( dot( normal, lightDir ) );
+	float dotNV = saturate( dot( normal, viewDir ) );
+	float dotNH = saturate( dot( normal, halfDir ) );
+	float dotVH = saturate( dot( viewDir, halfDir ) );
+	vec3 F = F_Schlick( f0, f90, dotVH );
+	#ifdef USE_IRIDESCENCE
+		F = mix( F, material.iridescenceFresnel, material.iridescence );
+	#endif
+	#ifdef USE_ANISOTROPY
+		float dotTL = dot( material.anisotropyT, lightDir );
+		float dotTV = dot( material.anisotropyT, viewDir );
+		float dotTH = dot( material.anisotropyT, halfDir );
+		float dotBL = dot( material.anisotropyB, lightDir );
+		float dotBV = dot( material.anisotropyB, viewDir );
+		float dotBH = dot( material.anisotropyB, halfDir );
+		float alphaT = max( material.alphaT, alpha );
+		float V = V_GGX_SmithCorrelated_Anisotropic( alphaT, alpha, dotTV, dotBV, dotTL, dotBL, dotNV, dotNL );
+		float D = D_GGX_Anisotropic( alphaT, alpha, dotNH, dotTH, dotBH );
+	#else
+		float V = V_GGX_SmithCorrelated( alpha, dotNL, dotNV );
+		float D = D_GGX( alpha, dotNH );
+	#endif
+	return F * ( V * D );
+}
+vec2 LTC_Uv( const in vec3 N, const in vec3 V, const in float roughness ) {
+	const float LUT_SIZE = 64.0;
+	const float LUT_SCALE = ( LUT_SIZE - 1.0 ) / LUT_SIZE;
+	const float LUT_BIAS = 0.5 / LUT_SIZE;
+	float dotNV = saturate( dot( N, V ) );
+	vec2 uv = vec2( roughness, sqrt( 1.0 - dotNV ) );
+	uv = uv * LUT_SCALE + LUT_BIAS;
+	return uv;
+}
+float LTC_ClippedSphereFormFactor( const in vec3 f ) {
+	float l = length( f );
+	return max( ( l * l + f.z ) / ( l + 1.0 ), 0.0 );
+}
+vec3 LTC_EdgeVectorFormFactor( const in vec3 v1, const in vec3 v2 ) {
+	float x = dot( v1, v2 );
+	float y = abs( x );
+	float a = 0.8543985 + ( 0.4965155 + 0.0145206 * y ) * y;
+	float b = 3.4175940 + ( 4.1616724 + y ) * y;
+	float v = a / b;
+	float theta_sintheta = ( x > 0.0 ) ? v : 0.5 * inversesqrt( max( 1.0 - x * x, 1e-7 ) ) - v;
+	return cross( v1, v2 ) * theta_sintheta;
+}
+vec3 LTC_Evaluate( const in vec3 N, const in vec3 V, const in vec3 P, const in mat3 mInv, const in vec3 rectCoords[ 4 ] ) {
+	vec3 v1 = rectCoords[ 1 ] - rectCoords[ 0 ];
+	vec3 v2 = rectCoords[ 3 ] - rectCoords[ 0 ];
+	vec3 lightNormal = cross( v1, v2 );
+	if( dot( lightNormal, P - rectCoords[ 0 ] ) < 0.0 ) return vec3( 0.0 );
+	vec3 T1, T2;
+	T1 = normalize( V - N * dot( V, N ) );
+	T2 = - cross( N, T1 );
+	mat3 mat = mInv * transpose( mat3( T1, T2, N ) );
+	vec3 coords[ 4 ];
+	coords[ 0 ] = mat * ( rectCoords[ 0 ] - P );
+	coords[ 1 ] = mat * ( rectCoords[ 1 ] - P );
+	coords[ 2 ] = mat * ( rectCoords[ 2 ] - P );
+	coords[ 3 ] = mat * ( rectCoords[ 3 ] - P );
+	coords[ 0 ] = normalize( coords[ 0 ] );
+	coords[ 1 ] = normalize( coords[ 1 ] );
+	coords[ 2 ] = normalize( coords[ 2 ] );
+	coords[ 3 ] = normalize( coords[ 3 ] );
+	vec3 vectorFormFactor = vec3( 0.0 );
+	vectorFormFactor += LTC_EdgeVectorFormFactor( coords[ 0 ], coords[ 1 ] );
+	vectorFormFactor += LTC_EdgeVectorFormFactor( coords[ 1 ], coords[ 2 ] );
+	vectorFormFactor += LTC_EdgeVectorFormFactor( coords[ 2 ], coords[ 3 ] );
+	vectorFormFactor += LTC_EdgeVectorFormFactor( coords[ 3 ], coords[ 0 ] );
+	float result = LTC_ClippedSphereFormFactor( vectorFormFactor );
+	return vec3( result );
+}
+#if defined( USE_SHEEN )
+float D_Charlie( float roughness, float dotNH ) {
+	float alpha = pow2( roughness );
+	float invAlpha = 1.0 / alpha;
+	float cos2h = dotNH * dotNH;
+	float sin2h = max( 1.0 - cos2h, 0.0078125 );
+	return ( 2.0 + invAlpha ) * pow( sin2h, invAlpha * 0.5 ) / ( 2.0 * PI );
+}
+float V_Neubelt( float dotNV, float dotNL ) {
+	return saturate( 1.0 / ( 4.0 * ( dotNL + dotNV - dotNL * dotNV ) ) );
+}
+vec3 BRDF_Sheen( const in vec3 lightDir, const in vec3 viewDir, const in vec3 normal, vec3 sheenColor, const in float sheenRoughness ) {
+	vec3 halfDir = normalize( lightDir + viewDir );
+	float dotNL = saturate( dot( normal, lightDir ) );
+	float dotNV = saturate( dot( normal, viewDir ) );
+	float dotNH = saturate( dot( normal, halfDir ) );
+	float D = D_Charlie( sheenRoughness, dotNH );
+	float V = V_Neubelt( dotNV, dotNL );
+	return sheenColor * ( D * V );
+}
+#endif
+float IBLSheenBRDF( const in vec3 normal, const in vec3 viewDir, const in float roughness ) {
+	float dotNV = saturate( dot( normal, viewDir ) );
+	float r2 = roughness * roughness;
+	float rInv = 1.0 / ( roughness + 0.1 );
+	float a = -1.9362 + 1.0678 * roughness + 0.4573 * r2 - 0.8469 * rInv;
+	float b = -0.6014 + 0.5538 * roughness - 0.4670 * r2 - 0.1255 * rInv;
+	float DG = exp( a * dotNV + b );
+	return saturate( DG );
+}
+vec3 EnvironmentBRDF( const in vec3 normal, const in vec3 viewDir, const in vec3 specularColor, const in float specularF90, const in float roughness ) {
+	float dotNV = saturate( dot( normal, viewDir ) );
+	vec2 fab = texture2D( dfgLUT, vec2( roughness, dotNV ) ).rg;
+	return specularColor * fab.x + specularF90 * fab.y;
+}
+#ifdef USE_IRIDESCENCE
+void computeMultiscatteringIridescence( const in vec2 fab, const in vec3 specularColor, const in float specularF90, const in float iridescence, const in vec3 iridescenceF0, inout vec3 singleScatter, inout vec3 multiScatter ) {
+#else
+void computeMultiscattering( const in vec2 fab, const in vec3 specularColor, const in float specularF90, inout vec3 singleScatter, inout vec3 multiScatter ) {
+#endif
+	#ifdef USE_IRIDESCENCE
+		vec3 Fr = mix( specularColor, iridescenceF0, iridescence );
+	#else
+		vec3 Fr = specularColor;
+	#endif
+	vec3 FssEss = Fr * fab.x + specularF90 * fab.y;
+	float Ess = fab.x + fab.y;
+	float Ems = 1.0 - Ess;
+	vec3 Favg = Fr + ( 1.0 - Fr ) * 0.047619;	vec3 Fms = FssEss * Favg / ( 1.0 - Ems * Favg );
+	singleScatter += FssEss;
+	multiScatter += Fms * Ems;
+}
+#if NUM_RECT_AREA_LIGHTS > 0
+	void RE_Direct_RectArea_Physical( const in RectAreaLight rectAreaLight, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in PhysicalMaterial material, inout ReflectedLight reflectedLight ) {
+		vec3 normal = geometryNormal;
+		vec3 viewDir = geometryViewDir;
+		vec3 position = geometryPosition;
+		vec3 lightPos = rectAreaLight.position;
+		vec3 halfWidth = rectAreaLight.halfWidth;
+		vec3 halfHeight = rectAreaLight.halfHeight;
+		vec3 lightColor = rectAreaLight.color;
+		float roughness = material.roughness;
+		vec3 rectCoords[ 4 ];
+		rectCoords[ 0 ] = lightPos + halfWidth - halfHeight;		rectCoords[ 1 ] = lightPos - halfWidth - halfHeight;
+		rectCoords[ 2 ] = lightPos - halfWidth + halfHeight;
+		rectCoords[ 3 ] = lightPos + halfWidth + halfHeight;
+		vec2 uv = LTC_Uv( normal, viewDir, roughness );
+		vec4 t1 = texture2D( ltc_1, uv );
+		vec4 t2 = texture2D( ltc_2, uv );
+		mat3 mInv = mat3(
+			vec3( t1.x, 0, t1.y ),
+			vec3(    0, 1,    0 ),
+			vec3( t1.z, 0, t1.w )
+		);
+		vec3 fresnel = ( material.specularColorBlended * t2.x + ( material.specularF90 - material.specularColorBlended ) * t2.y );
+		reflectedLight.directSpecular += lightColor * fresnel * LTC_Evaluate( normal, viewDir, position, mInv, rectCoords );
+		reflectedLight.directDiffuse += lightColor * material.diffuseContribution * LTC_Evaluate( normal, viewDir, position, mat3( 1.0 ), rectCoords );
+		#ifdef USE_CLEARCOAT
+			vec3 Ncc = geometryClearcoatNormal;
+			vec2 uvClearcoat = LTC_Uv( Ncc, viewDir, material.clearcoatRoughness );
+			vec4 t1Clearcoat = texture2D( ltc_1, uvClearcoat );
+			vec4 t2Clearcoat = texture2D( ltc_2, uvClearcoat );
+			mat3 mInvClearcoat = mat3(
+				vec3( t1Clearcoat.x, 0, t1Clearcoat.y ),
+				vec3(             0, 1,             0 ),
+				vec3( t1Clearcoat.z, 0, t1Clearcoat.w )
+			);
+			vec3 fresnelClearcoat = material.clearcoatF0 * t2Clearcoat.x + ( material.clearcoatF90 - material.clearcoatF0 ) * t2Clearcoat.y;
+			clearcoatSpecularDirect += lightColor * fresnelClearcoat * LTC_Evaluate( Ncc, viewDir, position, mInvClearcoat, rectCoords );
+		#endif
+	}
+#endif
+void RE_Direct_Physical( const in IncidentLight directLight, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in PhysicalMaterial material, inout ReflectedLight reflectedLight ) {
+	float dotNL = saturate( dot( geometryNormal, directLight.direction ) );
+	vec3 irradiance = dotNL * directLight.color;
+	#ifdef USE_CLEARCOAT
+		float dotNLcc = saturate( dot( geometryClearcoatNormal, directLight.direction ) );
+		vec3 ccIrradiance = dotNLcc * directLight.color;
+		clearcoatSpecularDirect += ccIrradiance * BRDF_GGX_Clearcoat( directLight.direction, geometryViewDir, geometryClearcoatNormal, material );
+	#endif
+	#ifdef USE_SHEEN
+ 
+ 		sheenSpecularDirect += irradiance * BRDF_Sheen( directLight.direction, geometryViewDir, geometryNormal, material.sheenColor, material.sheenRoughness );
+ 
+ 		float sheenAlbedoV = IBLSheenBRDF( geometryNormal, geometryViewDir, material.sheenRoughness );
+ 		float sheenAlbedoL = IBLSheenBRDF( geometryNormal, directLight.direction, material.sheenRoughness );
+ 
+ 		float sheenEnergyComp = 1.0 - max3( material.sheenColor ) * max( sheenAlbedoV, sheenAlbedoL );
+ 
+ 		irradiance *= sheenEnergyComp;
+ 
+ 	#endif
+	vec3 specularBRDF = BRDF_GGX( directLight.direction, geometryViewDir, geometryNormal, material );
+	#ifdef USE_RETROREFLECTION
+		vec3 retroViewDir = reflect( - geometryViewDir, geometryNormal );
+		vec3 retroSpecularBRDF = BRDF_GGX( directLight.direction, retroViewDir, geometryNormal, material );
+		specularBRDF = mix( specularBRDF, retroSpecularBRDF, saturate( material.retroreflectivity ) );
+	#endif
+	reflectedLight.directSpecular += irradiance * specularBRDF * material.multiScatteringCompensation;
+	vec3 halfDir = normalize( directLight.direction + geometryViewDir );
+	float dotVH = saturate( dot( geometryViewDir, halfDir ) );
+	vec3 F = F_Schlick( material.specularColor, material.specularF90, dotVH );
+	#ifdef USE_RETROREFLECTION
+		vec3 retroHalfDir = normalize( directLight.direction + retroViewDir );
+		float dotRetroVH = saturate( dot( retroViewDir, retroHalfDir ) );
+		vec3 retroF = F_Schlick( material.specularColor, material.specularF90, dotRetroVH );
+		F = mix( F, retroF, saturate( material.retroreflectivity ) );
+	#endif
+	#ifdef USE_DIFFUSE_ROUGHNESS
+		vec3 diffuseBRDF = BRDF_EON( directLight.direction, geometryViewDir, geometryNormal, material.diffuseColor, material.diffuseRoughness ) * ( 1.0 - material.metalness );
+	#else
+		vec3 diffuseBRDF = BRDF_Lambert( material.diffuseContribution );
+	#endif
+	reflectedLight.directDiffuse += irradiance * diffuseBRDF * ( 1.0 - F );
+}
+void RE_IndirectDiffuse_Physical( const in vec3 irradiance, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in PhysicalMaterial material, inout ReflectedLight reflectedLight ) {
+	vec3 singleScattering = vec3( 0.0 );
+	vec3 multiScattering = vec3( 0.0 );
+	#ifdef USE_IRIDESCENCE
+		computeMultiscatteringIridescence( material.dfg, material.specularColor, material.specularF90, material.iridescence, material.iridescenceF0Dielectric, singleScattering, multiScattering );
+	#else
+		computeMultiscattering( material.dfg, material.specularColor, material.specularF90, singleScattering, multiScattering );
+	#endif
+	#ifdef USE_DIFFUSE_ROUGHNESS
+		float dotNV = saturate( dot( geometryNormal, geometryViewDir ) );
+		vec3 diffuseAlbedo = EON_DirectionalAlbedo( material.diffuseColor, material.diffuseRoughness, dotNV ) * ( 1.0 - material.metalness );
+		vec3 diffuse = irradiance * RECIPROCAL_PI * diffuseAlbedo * ( 1.0 - singleScattering - multiScattering );
+	#else
+		vec3 diffuse = irradiance * BRDF_Lambert( material.diffuseContribution ) * ( 1.0 - singleScattering - multiScattering );
+	#endif
+	#ifdef USE_SHEEN
+		float sheenAlbedo = IBLSheenBRDF( geometryNormal, geometryViewDir, material.sheenRoughness );
+		sheenSpecularIndirect += irradiance * material.sheenColor * sheenAlbedo * RECIPROCAL_PI;
+		float sheenEnergyComp = 1.0 - max3( material.sheenColor ) * sheenAlbedo;
+		diffuse *= sheenEnergyComp;
+	#endif
+	reflectedLight.indirectDiffuse += diffuse;
+}
+void RE_IndirectSpecular_Physical( const in vec3 radiance, const in vec3 irradiance, const in vec3 clearcoatRadiance, const in vec3 geometryPosition, const in vec3 geometryNormal, const in vec3 geometryViewDir, const in vec3 geometryClearcoatNormal, const in PhysicalMaterial material, inout ReflectedLight reflectedLight) {
+	#ifdef USE_CLEARCOAT
+		clearcoatSpecularIndirect += clearcoatRadiance * EnvironmentBRDF( geometryClearcoatNormal, geometryViewDir, material.clearcoatF0, material.clearcoatF90, material.clearcoatRoughness );
+	#endif
+	#ifdef USE_SHEEN
+		sheenSpecularIndirect += irradiance * material.sheenColor * IBLSheenBRDF( geometryNormal, geometryViewDir, material.sheenRoughness ) * RECIPROCAL_PI;
+ 	#endif
+	vec3 singleScatteringDielectric = vec3( 0.0 );
+	vec3 multiScatteringDielectric = vec3( 0.0 );
+	vec3 singleScatteringMetallic = vec3( 0.0 );
+	vec3 multiScatteringMetallic = vec3( 0.0 );
+	#ifdef USE_IRIDESCENCE
+		computeMultiscatteringIridescence( material.dfg, material.specularColor, material.specularF90, material.iridescence, material.iridescenceF0Dielectric, singleScatteringDielectric, multiScatteringDielectric );
+		computeMultiscatteringIridescence( material.dfg, material.diffuseColor, material.specularF90, material.iridescence, material.iridescenceF0Metallic, singleScatteringMetallic, multiScatteringMetallic );
+	#else
+		computeMultiscattering( material.dfg, material.specularColor, material.specularF90, singleScatteringDielectric, multiScatteringDielectric );
+		computeMultiscattering( material.dfg, material.diffuseColor, material.specularF90, singleScatteringMetallic, multiScatteringMetallic );
+	#endif
+	vec3 singleScattering = mix( singleScatteringDielectric, singleScatteringMetallic, material.metalness );
+	vec3 multiScattering = mix( multiScatteringDielectric, multiScatteringMetallic, material.metalness );
+	vec3 totalScatteringDielectric = singleScatteringDielectric + multiScatteringDielectric;
+	#ifdef USE_DIFFUSE_ROUGHNESS
+		float dotNV = saturate( dot( geometryNormal, geometryViewDir ) );
+		vec3 diffuse = EON_DirectionalAlbedo( material.diffuseColor, material.diffuseRoughness, dotNV ) * ( 1.0 - material.metalness ) * ( 1.0 - totalScatteringDielectric );
+	#else
+		vec3 diffuse = material.diffuseContribution * ( 1.0 - totalScatteringDielectric );
+	#endif
+	vec3 cosineWeightedIrradiance = irradiance * RECIPROCAL_PI;
+	vec3 indirectSpecular = radiance * singleScattering;
+	indirectSpecular += multiScattering * cosineWeightedIrradiance;
+	vec3 indirectDiffuse = diffuse * cosineWeightedIrradiance;
+	#ifdef USE_SHEEN
+		float sheenAlbedo = IBLSheenBRDF( geometryNormal, geometryViewDir, material.sheenRoughness );
+		float sheenEnergyComp = 1.0 - max3( material.sheenColor ) * sheenAlbedo;
+		indirectSpecular *= sheenEnergyComp;
+		indirectDiffuse *= sheenEnergyComp;
+	#endif
+	reflectedLight.indirectSpecular += indirectSpecular;
+	reflectedLight.indirectDiffuse += indirectDiffuse;
+}
+#define RE_Direct				RE_Direct_Physical
+#define RE_Direct_RectArea		RE_Direct_RectArea_Physical
+#define RE_IndirectDiffuse		RE_IndirectDiffuse_Physical
+#define RE_IndirectSpecular		RE_IndirectSpecular_Physical
+float computeSpecularOcclusion( const in float dotNV, const in float ambientOcclusion, const in float roughness ) {
+	return saturate( pow( dotNV + ambientOcclusion, exp2( - 16.0 * roughness - 1.0 ) ) - 1.0 + ambientOcclusion );
+}`,By=`
+vec3 geometryPosition = - vViewPosition;
+vec3 geometryNormal = normal;
+vec3 geometryViewDir = ( isOrthographic ) ? vec3( 0, 0, 1 ) : normalize( vViewPosition );
+vec3 geometryClearcoatNormal = vec3( 0.0 );
+#ifdef USE_CLEARCOAT
+	geometryClearcoatNormal = clearcoatNormal;
+#endif
+#ifdef USE_IRIDESCENCE
+	float dotNVi = saturate( dot( normal, geometryViewDir ) );
+	if ( material.iridescenceThickness == 0.0 ) {
+		material.iridescence = 0.0;
+	} else {
+		material.iridescence = saturate( material.iridescence );
+	}
+	if ( material.iridescence > 0.0 ) {
+		vec3 iridescenceFresnelDielectric = evalIridescence( 1.0, material.iridescenceIOR, dotNVi, material.iridescenceThickness, material.specularColor );
+		vec3 iridescenceFresnelMetallic = evalIridescence( 1.0, material.iridescenceIOR, dotNVi, material.iridescenceThickness, material.diffuseColor );
+		material.iridescenceFresnel = mix( iridescenceFresnelDielectric, iridescenceFresnelMetallic, material.metalness );
+		material.iridescenceF0Dielectric = Schlick_to_F0( iridescenceFresnelDielectric, 1.0, dotNVi );
+		material.iridescenceF0Metallic = Schlick_to_F0( iridescenceFresnelMetallic, 1.0, dotNVi );
+	}
+#endif
+#ifdef STANDARD
+	float dotNVms = saturate( dot( geometryNormal, geometryViewDir ) );
+	material.dfg = texture2D( dfgLUT, vec2( material.roughness, dotNVms ) ).rg;
+	#if ( NUM_SUN_LIGHTS > 0 || NUM_DIR_LIGHTS > 0 || NUM_POINT_LIGHTS > 0 || NUM_SPOT_LIGHTS > 0 )
+		float EssMs = material.dfg.x + material.dfg.y;
+		material.multiScatteringCompensation = 1.0 + material.specularColorBlended * ( 1.0 / EssMs - 1.0 );
+	#endif
+#endif
+IncidentLight directLight;
+#if ( NUM_POINT_LIGHTS > 0 ) && defined( RE_Direct )
+	PointLight pointLight;
+	#if defined( USE_SHADOWMAP ) && NUM_POINT_LIGHT_SHADOWS > 0
+	PointLightShadow pointLightShadow;
+	#endif
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_POINT_LIGHTS; i ++ ) {
+		pointLight = pointLights[ i ];
+		getPointLightInfo( pointLight, geometryPosition, directLight );
+		#if defined( USE_SHADOWMAP ) && ( UNROLLED_LOOP_INDEX < NUM_POINT_LIGHT_SHADOWS ) && ( defined( SHADOWMAP_TYPE_PCF ) || defined( SHADOWMAP_TYPE_BASIC ) )
+		pointLightShadow = pointLightShadows[ i ];
+		directLight.color *= ( directLight.visible && receiveShadow ) ? getPointShadow( pointShadowMap[ i ], pointLightShadow.shadowMapSize, pointLightShadow.shadowIntensity, pointLightShadow.shadowBias, pointLightShadow.shadowRadius, vPointShadowCoord[ i ], pointLightShadow.shadowCameraNear, pointLightShadow.shadowCameraFar ) : 1.0;
+		#endif
+		RE_Direct( directLight, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+	}
+	#pragma unroll_loop_end
+#endif
+#if ( NUM_SPOT_LIGHTS > 0 ) && defined( RE_Direct )
+	SpotLight spotLight;
+	vec4 spotColor;
+	vec3 spotLightCoord;
+	bool inSpotLightMap;
+	#if defined( USE_SHADOWMAP ) && NUM_SPOT_LIGHT_SHADOWS > 0
+	SpotLightShadow spotLightShadow;
+	#endif
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_SPOT_LIGHTS; i ++ ) {
+		spotLight = spotLights[ i ];
+		getSpotLightInfo( spotLight, geometryPosition, directLight );
+		#if ( UNROLLED_LOOP_INDEX < NUM_SPOT_LIGHT_SHADOWS_WITH_MAPS )
+		#define SPOT_LIGHT_MAP_INDEX UNROLLED_LOOP_INDEX
+		#elif ( UNROLLED_LOOP_INDEX < NUM_SPOT_LIGHT_SHADOWS )
+		#define SPOT_LIGHT_MAP_INDEX NUM_SPOT_LIGHT_MAPS
+		#else
+		#define SPOT_LIGHT_MAP_INDEX ( UNROLLED_LOOP_INDEX - NUM_SPOT_LIGHT_SHADOWS + NUM_SPOT_LIGHT_SHADOWS_WITH_MAPS )
+		#endif
+		#if ( SPOT_LIGHT_MAP_INDEX < NUM_SPOT_LIGHT_MAPS )
+			spotLightCoord = vSpotLightCoord[ i ].xyz / vSpotLightCoord[ i ].w;
+			inSpotLightMap = all( lessThan( abs( spotLightCoord * 2. - 1. ), vec3( 1.0 ) ) );
+			spotColor = texture2D( spotLightMap[ SPOT_LIGHT_MAP_INDEX ], spotLightCoord.xy );
+			directLight.color = inSpotLightMap ? directLight.color * spotColor.rgb : directLight.color;
+		#endif
+		#undef SPOT_LIGHT_MAP_INDEX
+		#if defined( USE_SHADOWMAP ) && ( UNROLLED_LOOP_INDEX < NUM_SPOT_LIGHT_SHADOWS )
+		spotLightShadow = spotLightShadows[ i ];
+		directLight.color *= ( directLight.visible && receiveShadow ) ? getShadow( spotShadowMap[ i ], spotLightShadow.shadowMapSize, spotLightShadow.shadowIntensity, spotLightShadow.shadowBias, spotLightShadow.shadowRadius, vSpotLightCoord[ i ] ) : 1.0;
+		#endif
+		RE_Direct( directLight, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+	}
+	#pragma unroll_loop_end
+#endif
+#if ( NUM_SUN_LIGHTS > 0 ) && defined( RE_Direct )
+	SunLight sunLight;
+	#if defined( USE_SHADOWMAP ) && NUM_SUN_LIGHT_SHADOWS > 0
+	SunLightShadow sunLightShadow;
+	#endif
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_SUN_LIGHTS; i ++ ) {
+		sunLight = sunLights[ i ];
+		getSunLightInfo( sunLight, directLight );
+		#if defined( USE_SHADOWMAP ) && ( UNROLLED_LOOP_INDEX < NUM_SUN_LIGHT_SHADOWS )
+		sunLightShadow = sunLightShadows[ i ];
+		directLight.color *= ( directLight.visible && receiveShadow ) ? getSunShadow( sunShadowMap[ i ], sunLightShadow, UNROLLED_LOOP_INDEX ) : 1.0;
+		#endif
+		RE_Direct( directLight, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+	}
+	#pragma unroll_loop_end
+#endif
+#if ( NUM_DIR_LIGHTS > 0 ) && defined( RE_Direct )
+	DirectionalLight directionalLight;
+	#if defined( USE_SHADOWMAP ) && NUM_DIR_LIGHT_SHADOWS > 0
+	DirectionalLightShadow directionalLightShadow;
+	#endif
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_DIR_LIGHTS; i ++ ) {
+		directionalLight = directionalLights[ i ];
+		getDirectionalLightInfo( directionalLight, directLight );
+		#if defined( USE_SHADOWMAP ) && ( UNROLLED_LOOP_INDEX < NUM_DIR_LIGHT_SHADOWS )
+		directionalLightShadow = directionalLightShadows[ i ];
+		directLight.color *= ( directLight.visible && receiveShadow ) ? getShadow( directionalShadowMap[ i ], directionalLightShadow.shadowMapSize, directionalLightShadow.shadowIntensity, directionalLightShadow.shadowBias, directionalLightShadow.shadowRadius, vDirectionalShadowCoord[ i ] ) : 1.0;
+		#endif
+		RE_Direct( directLight, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+	}
+	#pragma unroll_loop_end
+#endif
+#if ( NUM_RECT_AREA_LIGHTS > 0 ) && defined( RE_Direct_RectArea )
+	RectAreaLight rectAreaLight;
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_RECT_AREA_LIGHTS; i ++ ) {
+		rectAreaLight = rectAreaLights[ i ];
+		RE_Direct_RectArea( rectAreaLight, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+	}
+	#pragma unroll_loop_end
+#endif
+#if defined( RE_IndirectDiffuse )
+	vec3 iblIrradiance = vec3( 0.0 );
+	vec3 irradiance = getAmbientLightIrradiance( ambientLightColor );
+	#if defined( USE_LIGHT_PROBES )
+		irradiance += getLightProbeIrradiance( lightProbe, geometryNormal );
+	#endif
+	#if ( NUM_HEMI_LIGHTS > 0 )
+		#pragma unroll_loop_start
+		for ( int i = 0; i < NUM_HEMI_LIGHTS; i ++ ) {
+			irradiance += getHemisphereLightIrradiance( hemisphereLights[ i ], geometryNormal );
+		}
+		#pragma unroll_loop_end
+	#endif
+	#if NUM_LIGHT_PROBE_GRIDS > 0
+		vec3 probeWorldPos = ( ( vec4( geometryPosition, 1.0 ) - viewMatrix[ 3 ] ) * viewMatrix ).xyz;
+		vec3 probeWorldNormal = transformNormalByInverseViewMatrix( geometryNormal, viewMatrix );
+		int probeGrid = - 1;
+		#pragma unroll_loop_start
+		for ( int i = 0; i < NUM_LIGHT_PROBE_GRIDS; i ++ ) {
+			if ( isInsideLightProbeGrid( probeWorldPos, probeWorldNormal, probesMin[ i ], probesMax[ i ], probesResolution[ i ] ) ) probeGrid = UNROLLED_LOOP_INDEX;
+		}
+		#pragma unroll_loop_end
+		#pragma unroll_loop_start
+		for ( int i = 0; i < NUM_LIGHT_PROBE_GRIDS; i ++ ) {
+			if ( probeGrid == UNROLLED_LOOP_INDEX ) irradiance += getLightProbeGridIrradiance( probesSH[ i ], probesMin[ i ], probesMax[ i ], probesResolution[ i ], probeWorldPos, probeWorldNormal );
+		}
+		#pragma unroll_loop_end
+	#endif
+#endif
+#if defined( RE_IndirectSpecular )
+	vec3 radiance = vec3( 0.0 );
+	vec3 clearcoatRadiance = vec3( 0.0 );
+#endif`,ky=`#if defined( RE_IndirectDiffuse )
+	#ifdef USE_LIGHTMAP
+		vec4 lightMapTexel = texture2D( lightMap, vLightMapUv );
+		vec3 lightMapIrradiance = lightMapTexel.rgb * lightMapIntensity;
+		irradiance += lightMapIrradiance;
+	#endif
+	#if defined( USE_ENVMAP ) && defined( ENVMAP_TYPE_PMREM )
+		#if defined( STANDARD ) || defined( LAMBERT ) || defined( PHONG )
+			iblIrradiance += getIBLIrradiance( geometryNormal );
+		#endif
+	#endif
+#endif
+#if defined( USE_ENVMAP ) && defined( RE_IndirectSpecular )
+	#ifdef USE_ANISOTROPY
+		vec3 iblRadiance = getIBLAnisotropyRadiance( geometryViewDir, geometryNormal, material.roughness, material.anisotropyB, material.anisotropy );
+	#else
+		vec3 iblRadiance = getIBLRadiance( geometryViewDir, geometryNormal, material.roughness );
+	#endif
+	#ifdef USE_RETROREFLECTION
+		#ifdef USE_ANISOTROPY
+			vec3 retroIBLRadiance = getIBLAnisotropyRetroRadiance( geometryViewDir, geometryNormal, material.roughness, material.anisotropyB, material.anisotropy );
+		#else
+			vec3 retroIBLRadiance = getIBLRetroRadiance( geometryViewDir, geometryNormal, material.roughness );
+		#endif
+		iblRadiance = mix( iblRadiance, retroIBLRadiance, saturate( material.retroreflectivity ) );
+	#endif
+	radiance += iblRadiance;
+	#ifdef USE_CLEARCOAT
+		clearcoatRadiance += getIBLRadiance( geometryViewDir, geometryClearcoatNormal, material.clearcoatRoughness );
+	#endif
+#endif`,zy=`#if defined( RE_IndirectDiffuse )
+	#if defined( LAMBERT ) || defined( PHONG )
+		irradiance += iblIrradiance;
+	#endif
+	RE_IndirectDiffuse( irradiance, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+#endif
+#if defined( RE_IndirectSpecular )
+	RE_IndirectSpecular( radiance, iblIrradiance, clearcoatRadiance, geometryPosition, geometryNormal, geometryViewDir, geometryClearcoatNormal, material, reflectedLight );
+#endif`,Hy=`#if NUM_LIGHT_PROBE_GRIDS > 0
+uniform highp sampler3D probesSH[ NUM_LIGHT_PROBE_GRIDS ];
+uniform vec3 probesMin[ NUM_LIGHT_PROBE_GRIDS ];
+uniform vec3 probesMax[ NUM_LIGHT_PROBE_GRIDS ];
+uniform vec3 probesResolution[ NUM_LIGHT_PROBE_GRIDS ];
+bool isInsideLightProbeGrid( vec3 worldPos, vec3 worldNormal, vec3 probesMin, vec3 probesMax, vec3 probesResolution ) {
+	vec3 spacing = ( probesMax - probesMin ) / probesResolution;
+	vec3 samplePos = worldPos + worldNormal * spacing * 0.5;
+	vec3 margin = spacing * 0.01;
+	return all( greaterThanEqual( samplePos, probesMin - margin ) ) && all( lessThanEqual( samplePos, probesMax + margin ) );
+}
+vec3 getLightProbeGridIrradiance( highp sampler3D probesSH, vec3 probesMin, vec3 probesMax, vec3 probesResolution, vec3 worldPos, vec3 worldNormal ) {
+	vec3 res = probesResolution;
+	vec3 gridRange = probesMax - probesMin;
+	vec3 probeSpacing = gridRange / res;
+	vec3 samplePos = worldPos + worldNormal * probeSpacing * 0.5;
+	vec3 uvw = clamp( ( samplePos - probesMin ) / gridRange, 0.5 / res, 1.0 - 0.5 / res );
+	float nz          = res.z;
+	float paddedSlices = nz + 2.0;
+	float atlasDepth  = 7.0 * paddedSlices;
+	float uvZBase     = uvw.z * nz + 1.0;
+	vec4 s0 = texture( probesSH, vec3( uvw.xy, ( uvZBase                       ) / atlasDepth ) );
+	vec4 s1 = texture( probesSH, vec3( uvw.xy, ( uvZBase +       paddedSlices   ) / atlasDepth ) );
+	vec4 s2 = texture( probesSH, vec3( uvw.xy, ( uvZBase + 2.0 * paddedSlices   ) / atlasDepth ) );
+	vec4 s3 = texture( probesSH, vec3( uvw.xy, ( uvZBase + 3.0 * paddedSlices   ) / atlasDepth ) );
+	vec4 s4 = texture( probesSH, vec3( uvw.xy, ( uvZBase + 4.0 * paddedSlices   ) / atlasDepth ) );
+	vec4 s5 = texture( probesSH, vec3( uvw.xy, ( uvZBase + 5.0 * paddedSlices   ) / atlasDepth ) );
+	vec4 s6 = texture( probesSH, vec3( uvw.xy, ( uvZBase + 6.0 * paddedSlices   ) / atlasDepth ) );
+	vec3 c0 = s0.xyz;
+	vec3 c1 = vec3( s0.w, s1.xy );
+	vec3 c2 = vec3( s1.zw, s2.x );
+	vec3 c3 = s2.yzw;
+	vec3 c4 = s3.xyz;
+	vec3 c5 = vec3( s3.w, s4.xy );
+	vec3 c6 = vec3( s4.zw, s5.x );
+	vec3 c7 = s5.yzw;
+	vec3 c8 = s6.xyz;
+	float x = worldNormal.x, y = worldNormal.y, z = worldNormal.z;
+	vec3 result = c0 * 0.886227;
+	result += c1 * 2.0 * 0.511664 * y;
+	result += c2 * 2.0 * 0.511664 * z;
+	result += c3 * 2.0 * 0.511664 * x;
+	result += c4 * 2.0 * 0.429043 * x * y;
+	result += c5 * 2.0 * 0.429043 * y * z;
+	result += c6 * ( 0.743125 * z * z - 0.247708 );
+	result += c7 * 2.0 * 0.429043 * x * z;
+	result += c8 * 0.429043 * ( x * x - y * y );
+	return max( result, vec3( 0.0 ) );
+}
+#endif`,Vy=`#if defined( USE_LOGARITHMIC_DEPTH_BUFFER )
+	gl_FragDepth = vIsPerspective == 0.0 ? gl_FragCoord.z : log2( vFragDepth ) * logDepthBufFC * 0.5;
+#endif`,Gy=`#if defined( USE_LOGARITHMIC_DEPTH_BUFFER )
+	uniform float logDepthBufFC;
+	varying float vFragDepth;
+	varying float vIsPerspective;
+#endif`,Wy=`#ifdef USE_LOGARITHMIC_DEPTH_BUFFER
+	varying float vFragDepth;
+	varying float vIsPerspective;
+#endif`,Xy=`#ifdef USE_LOGARITHMIC_DEPTH_BUFFER
+	vFragDepth = 1.0 + gl_Position.w;
+	vIsPerspective = float( isPerspectiveMatrix( projectionMatrix ) );
+#endif`,qy=`#ifdef USE_MAP
+	vec4 sampledDiffuseColor = texture2D( map, vMapUv );
+	#ifdef DECODE_VIDEO_TEXTURE
+		sampledDiffuseColor = sRGBTransferEOTF( sampledDiffuseColor );
+	#endif
+	diffuseColor *= sampledDiffuseColor;
+#endif`,Yy=`#ifdef USE_MAP
+	uniform sampler2D map;
+#endif`,$y=`#if defined( USE_MAP ) || defined( USE_ALPHAMAP )
+	#if defined( USE_POINTS_UV )
+		vec2 uv = vUv;
+	#else
+		vec2 uv = ( uvTransform * vec3( gl_PointCoord.x, 1.0 - gl_PointCoord.y, 1 ) ).xy;
+	#endif
+#endif
+#ifdef USE_MAP
+	diffuseColor *= texture2D( map, uv );
+#endif
+#ifdef USE_ALPHAMAP
+	diffuseColor.a *= texture2D( alphaMap, uv ).g;
+#endif`,Zy=`#if defined( USE_POINTS_UV )
+	varying vec2 vUv;
+#else
+	#if defined( USE_MAP ) || defined( USE_ALPHAMAP )
+		uniform mat3 uvTransform;
+	#endif
+#endif
+#ifdef USE_MAP
+	uniform sampler2D map;
+#endif
+#ifdef USE_ALPHAMAP
+	uniform sampler2D alphaMap;
+#endif`,Ky=`float metalnessFactor = metalness;
+#ifdef USE_METALNESSMAP
+	vec4 texelMetalness = texture2D( metalnessMap, vMetalnessMapUv );
+	metalnessFactor *= texelMetalness.b;
+#endif`,Jy=`#ifdef USE_METALNESSMAP
+	uniform sampler2D metalnessMap;
+#endif`,jy=`#ifdef USE_INSTANCING_MORPH
+	float morphTargetInfluences[ MORPHTARGETS_COUNT ];
+	float morphTargetBaseInfluence = texelFetch( morphTexture, ivec2( 0, gl_InstanceID ), 0 ).r;
+	for ( int i = 0; i < MORPHTARGETS_COUNT; i ++ ) {
+		morphTargetInfluences[i] =  texelFetch( morphTexture, ivec2( i + 1, gl_InstanceID ), 0 ).r;
+	}
+#endif`,Qy=`#if defined( USE_MORPHCOLORS )
+	#if defined( USE_COLOR_ALPHA )
+		vColor *= morphTargetBaseInfluence;
+	#elif defined( USE_COLOR )
+		vColor.rgb *= morphTargetBaseInfluence;
+	#endif
+	for ( int i = 0; i < MORPHTARGETS_COUNT; i ++ ) {
+		#if defined( USE_COLOR_ALPHA )
+			if ( morphTargetInfluences[ i ] != 0.0 ) vColor += getMorph( gl_VertexID, i, 2 ) * morphTargetInfluences[ i ];
+		#elif defined( USE_COLOR )
+			if ( morphTargetInfluences[ i ] != 0.0 ) vColor.rgb += getMorph( gl_VertexID, i, 2 ).rgb * morphTargetInfluences[ i ];
+		#endif
+	}
+#endif`,eb=`#ifdef USE_MORPHNORMALS
+	objectNormal *= morphTargetBaseInfluence;
+	for ( int i = 0; i < MORPHTARGETS_COUNT; i ++ ) {
+		if ( morphTargetInfluences[ i ] != 0.0 ) objectNormal += getMorph( gl_VertexID, i, 1 ).xyz * morphTargetInfluences[ i ];
+	}
+#endif`,tb=`#ifdef USE_MORPHTARGETS
+	#ifndef USE_INSTANCING_MORPH
+		uniform float morphTargetBaseInfluence;
+		uniform float morphTargetInfluences[ MORPHTARGETS_COUNT ];
+	#endif
+	uniform sampler2DArray morphTargetsTexture;
+	uniform ivec2 morphTargetsTextureSize;
+	vec4 getMorph( const in int vertexIndex, const in int morphTargetIndex, const in int offset ) {
+		int texelIndex = vertexIndex * MORPHTARGETS_TEXTURE_STRIDE + offset;
+		int y = texelIndex / morphTargetsTextureSize.x;
+		int x = texelIndex - y * morphTargetsTextureSize.x;
+		ivec3 morphUV = ivec3( x, y, morphTargetIndex );
+		return texelFetch( morphTargetsTexture, morphUV, 0 );
+	}
+#endif`,nb=`#ifdef USE_MORPHTARGETS
+	transformed *= morphTargetBaseInfluence;
+	for ( int i = 0; i < MORPHTARGETS_COUNT; i ++ ) {
+		if ( morphTargetInfluences[ i ] != 0.0 ) transformed += getMorph( gl_VertexID, i, 0 ).xyz * morphTargetInfluences[ i ];
+	}
+#endif`,ib=`float faceDirection = gl_FrontFacing ? 1.0 : - 1.0;
+#ifdef FLAT_SHADED
+	vec3 fdx = dFdx( vViewPosition );
+	vec3 fdy = dFdy( vViewPosition );
+	vec3 normal = normalize( cross( fdx, fdy ) );
+#else
+	vec3 normal = normalize( vNormal );
+	#ifdef DOUBLE_SIDED
+		normal *= faceDirection;
+	#endif
+#endif
+#if defined( USE_NORMALMAP_TANGENTSPACE ) || defined( USE_CLEARCOAT_NORMALMAP ) || defined( USE_ANISOTROPY )
+	#ifdef USE_TANGENT
+		mat3 tbn = mat3( normalize( vTangent ), normalize( vBitangent ), normal );
+	#else
+		mat3 tbn = getTangentFrame( - vViewPosition, normal,
+		#if defined( USE_NORMALMAP )
+			vNormalMapUv
+		#elif defined( USE_CLEARCOAT_NORMALMAP )
+			vClearcoatNormalMapUv
+		#else
+			vUv
+		#endif
+		);
+	#endif
+	#ifdef DOUBLE_SIDED
+		tbn[0] *= faceDirection;
+		tbn[1] *= faceDirection;
+	#endif
+#endif
+#ifdef USE_CLEARCOAT_NORMALMAP
+	#ifdef USE_TANGENT
+		mat3 tbn2 = mat3( normalize( vTangent ), normalize( vBitangent ), normal );
+	#else
+		mat3 tbn2 = getTangentFrame( - vViewPosition, normal, vClearcoatNormalMapUv );
+	#endif
+	#ifdef DOUBLE_SIDED
+		tbn2[0] *= faceDirection;
+		tbn2[1] *= faceDirection;
+	#endif
+#endif
+vec3 nonPerturbedNormal = normal;`,sb=`#ifdef USE_NORMALMAP_OBJECTSPACE
+	normal = texture2D( normalMap, vNormalMapUv ).xyz * 2.0 - 1.0;
+	#ifdef FLIP_SIDED
+		normal = - normal;
+	#endif
+	#ifdef DOUBLE_SIDED
+		normal = normal * faceDirection;
+	#endif
+	normal = normalize( normalMatrix * normal );
+#elif defined( USE_NORMALMAP_TANGENTSPACE )
+	vec3 mapN = texture2D( normalMap, vNormalMapUv ).xyz * 2.0 - 1.0;
+	#if defined( USE_PACKED_NORMALMAP )
+		mapN = vec3( mapN.xy, sqrt( saturate( 1.0 - dot( mapN.xy, mapN.xy ) ) ) );
+	#endif
+	mapN.xy *= normalScale;
+	normal = normalize( tbn * mapN );
+#elif defined( USE_BUMPMAP )
+	normal = perturbNormalArb( - vViewPosition, normal, dHdxy_fwd(), faceDirection );
+#endif`,rb=`#ifndef FLAT_SHADED
+	varying vec3 vNormal;
+	#ifdef USE_TANGENT
+		varying vec3 vTangent;
+		varying vec3 vBitangent;
+	#endif
+#endif`,ob=`#ifndef FLAT_SHADED
+	varying vec3 vNormal;
+	#ifdef USE_TANGENT
+		varying vec3 vTangent;
+		varying vec3 vBitangent;
+	#endif
+#endif`,ab=`#ifndef FLAT_SHADED
+	vNormal = normalize( transformedNormal );
+	#ifdef USE_TANGENT
+		vTangent = normalize( transformedTangent );
+		vBitangent = normalize( cross( vNormal, vTangent ) * tangent.w );
+		#ifdef FLIP_SIDED
+			vBitangent = - vBitangent;
+		#endif
+	#endif
+#endif`,lb=`#ifdef USE_NORMALMAP
+	uniform sampler2D normalMap;
+	uniform vec2 normalScale;
+#endif
+#ifdef USE_NORMALMAP_OBJECTSPACE
+	uniform mat3 normalMatrix;
+#endif
+#if ! defined ( USE_TANGENT ) && ( defined ( USE_NORMALMAP_TANGENTSPACE ) || defined ( USE_CLEARCOAT_NORMALMAP ) || defined( USE_ANISOTROPY ) )
+	mat3 getTangentFrame( vec3 eye_pos, vec3 surf_norm, vec2 uv ) {
+		vec3 q0 = dFdx( eye_pos.xyz );
+		vec3 q1 = dFdy( eye_pos.xyz );
+		vec2 st0 = dFdx( uv.st );
+		vec2 st1 = dFdy( uv.st );
+		vec3 N = surf_norm;
+		vec3 q1perp = cross( q1, N );
+		vec3 q0perp = cross( N, q0 );
+		vec3 T = q1perp * st0.x + q0perp * st1.x;
+		vec3 B = q1perp * st0.y + q0perp * st1.y;
+		float det = max( dot( T, T ), dot( B, B ) );
+		float scale = ( det == 0.0 ) ? 0.0 : inversesqrt( det );
+		return mat3( T * scale, B * scale, N );
+	}
+#endif`,cb=`#ifdef USE_CLEARCOAT
+	vec3 clearcoatNormal = nonPerturbedNormal;
+#endif`,hb=`#ifdef USE_CLEARCOAT_NORMALMAP
+	vec3 clearcoatMapN = texture2D( clearcoatNormalMap, vClearcoatNormalMapUv ).xyz * 2.0 - 1.0;
+	clearcoatMapN.xy *= clearcoatNormalScale;
+	clearcoatNormal = normalize( tbn2 * clearcoatMapN );
+#endif`,ub=`#ifdef USE_CLEARCOATMAP
+	uniform sampler2D clearcoatMap;
+#endif
+#ifdef USE_CLEARCOAT_NORMALMAP
+	uniform sampler2D clearcoatNormalMap;
+	uniform vec2 clearcoatNormalScale;
+#endif
+#ifdef USE_CLEARCOAT_ROUGHNESSMAP
+	uniform sampler2D clearcoatRoughnessMap;
+#endif`,db=`#ifdef USE_IRIDESCENCEMAP
+	uniform sampler2D iridescenceMap;
+#endif
+#ifdef USE_IRIDESCENCE_THICKNESSMAP
+	uniform sampler2D iridescenceThicknessMap;
+#endif`,fb=`#ifdef OPAQUE
+diffuseColor.a = 1.0;
+#endif
+#ifdef USE_TRANSMISSION
+diffuseColor.a *= material.transmissionAlpha;
+#endif
+gl_FragColor = vec4( outgoingLight, diffuseColor.a );`,pb=`vec3 packNormalToRGB( const in vec3 normal ) {
+	return normalize( normal ) * 0.5 + 0.5;
+}
+vec3 unpackRGBToNormal( const in vec3 rgb ) {
+	return 2.0 * rgb.xyz - 1.0;
+}
+const float PackUpscale = 256. / 255.;const float UnpackDownscale = 255. / 256.;const float ShiftRight8 = 1. / 256.;
+const float Inv255 = 1. / 255.;
+const vec4 PackFactors = vec4( 1.0, 256.0, 256.0 * 256.0, 256.0 * 256.0 * 256.0 );
+const vec2 UnpackFactors2 = vec2( UnpackDownscale, 1.0 / PackFactors.g );
+const vec3 UnpackFactors3 = vec3( UnpackDownscale / PackFactors.rg, 1.0 / PackFactors.b );
+const vec4 UnpackFactors4 = vec4( UnpackDownscale / PackFactors.rgb, 1.0 / PackFactors.a );
+vec4 packDepthToRGBA( const in float v ) {
+	if( v <= 0.0 )
+		return vec4( 0., 0., 0., 0. );
+	if( v >= 1.0 )
+		return vec4( 1., 1., 1., 1. );
+	float vuf;
+	float af = modf( v * PackFactors.a, vuf );
+	float bf = modf( vuf * ShiftRight8, vuf );
+	float gf = modf( vuf * ShiftRight8, vuf );
+	return vec4( vuf * Inv255, gf * PackUpscale, bf * PackUpscale, af );
+}
+vec3 packDepthToRGB( const in float v ) {
+	if( v <= 0.0 )
+		return vec3( 0., 0., 0. );
+	if( v >= 1.0 )
+		return vec3( 1., 1., 1. );
+	float vuf;
+	float bf = modf( v * PackFactors.b, vuf );
+	float gf = modf( vuf * ShiftRight8, vuf );
+	return vec3( vuf * Inv255, gf * PackUpscale, bf );
+}
+vec2 packDepthToRG( const in float v ) {
+	if( v <= 0.0 )
+		return vec2( 0., 0. );
+	if( v >= 1.0 )
+		return vec2( 1., 1. );
+	float vuf;
+	float gf = modf( v * 256., vuf );
+	return vec2( vuf * Inv255, gf );
+}
+float unpackRGBAToDepth( const in vec4 v ) {
+	return dot( v, UnpackFactors4 );
+}
+float unpackRGBToDepth( const in vec3 v ) {
+	return dot( v, UnpackFactors3 );
+}
+float unpackRGToDepth( const in vec2 v ) {
+	return v.r * UnpackFactors2.r + v.g * UnpackFactors2.g;
+}
+vec4 pack2HalfToRGBA( const in vec2 v ) {
+	vec4 r = vec4( v.x, fract( v.x * 255.0 ), v.y, fract( v.y * 255.0 ) );
+	return vec4( r.x - r.y / 255.0, r.y, r.z - r.w / 255.0, r.w );
+}
+vec2 unpackRGBATo2Half( const in vec4 v ) {
+	return vec2( v.x + ( v.y / 255.0 ), v.z + ( v.w / 255.0 ) );
+}
+float viewZToOrthographicDepth( const in float viewZ, const in float near, const in float far ) {
+	return ( viewZ + near ) / ( near - far );
+}
+float orthographicDepthToViewZ( const in float depth, const in float near, const in float far ) {
+	#ifdef USE_REVERSED_DEPTH_BUFFER
+	
+		return depth * ( far - near ) - far;
+	#else
+		return depth * ( near - far ) - near;
+	#endif
+}
+float viewZToPerspectiveDepth( const in float viewZ, const in float near, const in float far ) {
+	return ( ( near + viewZ ) * far ) / ( ( far - near ) * viewZ );
+}
+float perspectiveDepthToViewZ( const in float depth, const in float near, const in float far ) {
+	
+	#ifdef USE_REVERSED_DEPTH_BUFFER
+		return ( near * far ) / ( ( near - far ) * depth - near );
+	#else
+		return ( near * far ) / ( ( far - near ) * depth - far );
+	#endif
+}`,mb=`#ifdef PREMULTIPLIED_ALPHA
+	gl_FragColor.rgb *= gl_FragColor.a;
+#endif`,gb=`vec4 mvPosition = vec4( transformed, 1.0 );
+#ifdef USE_BATCHING
+	mvPosition = batchingMatrix * mvPosition;
+#endif
+#ifdef USE_INSTANCING
+	mvPosition = instanceMatrix * mvPosition;
+#endif
+mvPosition = modelViewMatrix * mvPosition;
+gl_Position = projectionMatrix * mvPosition;`,_b=`#ifdef DITHERING
+	gl_FragColor.rgb = dithering( gl_FragColor.rgb );
+#endif`,xb=`#ifdef DITHERING
+	vec3 dithering( vec3 color ) {
+		float grid_position = rand( gl_FragCoord.xy );
+		vec3 dither_shift_RGB = vec3( 0.25 / 255.0, -0.25 / 255.0, 0.25 / 255.0 );
+		dither_shift_RGB = mix( 2.0 * dither_shift_RGB, -2.0 * dither_shift_RGB, grid_position );
+		return color + dither_shift_RGB;
+	}
+#endif`,vb=`float roughnessFactor = roughness;
+#ifdef USE_ROUGHNESSMAP
+	vec4 texelRoughness = texture2D( roughnessMap, vRoughnessMapUv );
+	roughnessFactor *= texelRoughness.g;
+#endif`,yb=`#ifdef USE_ROUGHNESSMAP
+	uniform sampler2D roughnessMap;
+#endif`,bb=`#if NUM_SPOT_LIGHT_COORDS > 0
+	varying vec4 vSpotLightCoord[ NUM_SPOT_LIGHT_COORDS ];
+#endif
+#if NUM_SPOT_LIGHT_MAPS > 0
+	uniform sampler2D spotLightMap[ NUM_SPOT_LIGHT_MAPS ];
+#endif
+#ifdef USE_SHADOWMAP
+	#if NUM_SUN_LIGHT_SHADOWS > 0
+		#define SUN_LIGHT_CASCADES 2
+		#if defined( SHADOWMAP_TYPE_PCF )
+			uniform sampler2DShadow sunShadowMap[ NUM_SUN_LIGHT_SHADOWS ];
+		#else
+			uniform sampler2D sunShadowMap[ NUM_SUN_LIGHT_SHADOWS ];
+		#endif
+		uniform mat4 sunShadowMatrix[ NUM_SUN_LIGHT_SHADOWS * SUN_LIGHT_CASCADES ];
+		uniform vec4 sunShadowCascade[ NUM_SUN_LIGHT_SHADOWS * SUN_LIGHT_CASCADES ];
+		varying vec4 vSunShadowWorldPosition;
+		varying vec3 vSunShadowWorldNormal;
+		struct SunLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+		};
+		uniform SunLightShadow sunLightShadows[ NUM_SUN_LIGHT_SHADOWS ];
+	#endif
+	#if NUM_DIR_LIGHT_SHADOWS > 0
+		#if defined( SHADOWMAP_TYPE_PCF )
+			uniform sampler2DShadow directionalShadowMap[ NUM_DIR_LIGHT_SHADOWS ];
+		#else
+			uniform sampler2D directionalShadowMap[ NUM_DIR_LIGHT_SHADOWS ];
+		#endif
+		varying vec4 vDirectionalShadowCoord[ NUM_DIR_LIGHT_SHADOWS ];
+		struct DirectionalLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+		};
+		uniform DirectionalLightShadow directionalLightShadows[ NUM_DIR_LIGHT_SHADOWS ];
+	#endif
+	#if NUM_SPOT_LIGHT_SHADOWS > 0
+		#if defined( SHADOWMAP_TYPE_PCF )
+			uniform sampler2DShadow spotShadowMap[ NUM_SPOT_LIGHT_SHADOWS ];
+		#else
+			uniform sampler2D spotShadowMap[ NUM_SPOT_LIGHT_SHADOWS ];
+		#endif
+		struct SpotLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+		};
+		uniform SpotLightShadow spotLightShadows[ NUM_SPOT_LIGHT_SHADOWS ];
+	#endif
+	#if NUM_POINT_LIGHT_SHADOWS > 0
+		#if defined( SHADOWMAP_TYPE_PCF )
+			uniform samplerCubeShadow pointShadowMap[ NUM_POINT_LIGHT_SHADOWS ];
+		#elif defined( SHADOWMAP_TYPE_BASIC )
+			uniform samplerCube pointShadowMap[ NUM_POINT_LIGHT_SHADOWS ];
+		#endif
+		varying vec4 vPointShadowCoord[ NUM_POINT_LIGHT_SHADOWS ];
+		struct PointLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+			float shadowCameraNear;
+			float shadowCameraFar;
+		};
+		uniform PointLightShadow pointLightShadows[ NUM_POINT_LIGHT_SHADOWS ];
+	#endif
+	#if defined( SHADOWMAP_TYPE_PCF )
+		float interleavedGradientNoise( vec2 position ) {
+			return fract( 52.9829189 * fract( dot( position, vec2( 0.06711056, 0.00583715 ) ) ) );
+		}
+		vec2 vogelDiskSample( int sampleIndex, int samplesCount, float phi ) {
+			const float goldenAngle = 2.399963229728653;
+			float r = sqrt( ( float( sampleIndex ) + 0.5 ) / float( samplesCount ) );
+			float theta = float( sampleIndex ) * goldenAngle + phi;
+			return vec2( cos( theta ), sin( theta ) ) * r;
+		}
+	#endif
+	#if defined( SHADOWMAP_TYPE_PCF )
+		float getShadow( sampler2DShadow shadowMap, vec2 shadowMapSize, float shadowIntensity, float shadowBias, float shadowRadius, vec4 shadowCoord ) {
+			float shadow = 1.0;
+			shadowCoord.xyz /= shadowCoord.w;
+			#ifdef USE_REVERSED_DEPTH_BUFFER
+				shadowCoord.z -= shadowBias;
+			#else
+				shadowCoord.z += shadowBias;
+			#endif
+			bool inFrustum = shadowCoord.x >= 0.0 && shadowCoord.x <= 1.0 && shadowCoord.y >= 0.0 && shadowCoord.y <= 1.0;
+			bool frustumTest = inFrustum && shadowCoord.z <= 1.0;
+			if ( frustumTest ) {
+				vec2 texelSize = vec2( 1.0 ) / shadowMapSize;
+				vec2 radius = shadowRadius * texelSize;
+				float phi = interleavedGradientNoise( gl_FragCoord.xy ) * PI2;
+				shadow = (
+					texture( shadowMap, vec3( shadowCoord.xy + vogelDiskSample( 0, 5, phi ) * radius, shadowCoord.z ) ) +
+					texture( shadowMap, vec3( shadowCoord.xy + vogelDiskSample( 1, 5, phi ) * radius, shadowCoord.z ) ) +
+					texture( shadowMap, vec3( shadowCoord.xy + vogelDiskSample( 2, 5, phi ) * radius, shadowCoord.z ) ) +
+					texture( shadowMap, vec3( shadowCoord.xy + vogelDiskSample( 3, 5, phi ) * radius, shadowCoord.z ) ) +
+					texture( shadowMap, vec3( shadowCoord.xy + vogelDiskSample( 4, 5, phi ) * radius, shadowCoord.z ) )
+				) * 0.2;
+			}
+			return mix( 1.0, shadow, shadowIntensity );
+		}
+	#elif defined( SHADOWMAP_TYPE_VSM )
+		float getShadow( sampler2D shadowMap, vec2 shadowMapSize, float shadowIntensity, float shadowBias, float shadowRadius, vec4 shadowCoord ) {
+			float shadow = 1.0;
+			shadowCoord.xyz /= shadowCoord.w;
+			#ifdef USE_REVERSED_DEPTH_BUFFER
+				shadowCoord.z -= shadowBias;
+			#else
+				shadowCoord.z += shadowBias;
+			#endif
+			bool inFrustum = shadowCoord.x >= 0.0 && shadowCoord.x <= 1.0 && shadowCoord.y >= 0.0 && shadowCoord.y <= 1.0;
+			bool frustumTest = inFrustum && shadowCoord.z <= 1.0;
+			if ( frustumTest ) {
+				vec2 distribution = texture2D( shadowMap, shadowCoord.xy ).rg;
+				float mean = distribution.x;
+				float variance = distribution.y * distribution.y;
+				#ifdef USE_REVERSED_DEPTH_BUFFER
+					float hard_shadow = step( mean, shadowCoord.z );
+				#else
+					float hard_shadow = step( shadowCoord.z, mean );
+				#endif
+				
+				if ( hard_shadow == 1.0 ) {
+					shadow = 1.0;
+				} else {
+					variance = max( variance, 0.0000001 );
+					float d = shadowCoord.z - mean;
+					float p_max = variance / ( variance + d * d );
+					p_max = clamp( ( p_max - 0.3 ) / 0.65, 0.0, 1.0 );
+					shadow = max( hard_shadow, p_max );
+				}
+			}
+			return mix( 1.0, shadow, shadowIntensity );
+		}
+	#else
+		float getShadow( sampler2D shadowMap, vec2 shadowMapSize, float shadowIntensity, float shadowBias, float shadowRadius, vec4 shadowCoord ) {
+			float shadow = 1.0;
+			shadowCoord.xyz /= shadowCoord.w;
+			#ifdef USE_REVERSED_DEPTH_BUFFER
+				shadowCoord.z -= shadowBias;
+			#else
+				shadowCoord.z += shadowBias;
+			#endif
+			bool inFrustum = shadowCoord.x >= 0.0 && shadowCoord.x <= 1.0 && shadowCoord.y >= 0.0 && shadowCoord.y <= 1.0;
+			bool frustumTest = inFrustum && shadowCoord.z <= 1.0;
+			if ( frustumTest ) {
+				float depth = texture2D( shadowMap, shadowCoord.xy ).r;
+				#ifdef USE_REVERSED_DEPTH_BUFFER
+					shadow = step( depth, shadowCoord.z );
+				#else
+					shadow = step( shadowCoord.z, depth );
+				#endif
+			}
+			return mix( 1.0, shadow, shadowIntensity );
+		}
+	#endif
+	#if NUM_SUN_LIGHT_SHADOWS > 0
+		float getSunShadow(
+			#if defined( SHADOWMAP_TYPE_PCF )
+				sampler2DShadow shadowMap,
+			#else
+				sampler2D shadowMap,
+			#endif
+			SunLightShadow sunLightShadow,
+			int shadowIndex
+		) {
+			vec4 shadowWorldPosition = vec4( vSunShadowWorldPosition.xyz + vSunShadowWorldNormal * sunLightShadow.shadowNormalBias, 1.0 );
+			float viewDepth = vSunShadowWorldPosition.w;
+			int cascadeOffset = shadowIndex * SUN_LIGHT_CASCADES;
+			float shadow = 1.0;
+			for ( int i = SUN_LIGHT_CASCADES - 1; i >= 0; i -- ) {
+				vec4 cascade = sunShadowCascade[ cascadeOffset + i ];
+				if ( viewDepth >= cascade.x && viewDepth < cascade.y ) {
+					float cascadeShadow = getShadow(
+						shadowMap,
+						sunLightShadow.shadowMapSize,
+						sunLightShadow.shadowIntensity,
+						sunLightShadow.shadowBias,
+						sunLightShadow.shadowRadius,
+						sunShadowMatrix[ cascadeOffset + i ] * shadowWorldPosition
+					);
+					shadow = mix( cascadeShadow, shadow, smoothstep( cascade.z, cascade.y, viewDepth ) );
+				}
+			}
+			return shadow;
+		}
+	#endif
+	#if NUM_POINT_LIGHT_SHADOWS > 0
+	#if defined( SHADOWMAP_TYPE_PCF )
+	float getPointShadow( samplerCubeShadow shadowMap, vec2 shadowMapSize, float shadowIntensity, float shadowBias, float shadowRadius, vec4 shadowCoord, float shadowCameraNear, float shadowCameraFar ) {
+		float shadow = 1.0;
+		vec3 lightToPosition = shadowCoord.xyz;
+		vec3 bd3D = normalize( lightToPosition );
+		vec3 absVec = abs( lightToPosition );
+		float viewSpaceZ = max( max( absVec.x, absVec.y ), absVec.z );
+		if ( viewSpaceZ - shadowCameraFar <= 0.0 && viewSpaceZ - shadowCameraNear >= 0.0 ) {
+			float lightDistance = length( lightToPosition );
+			float depthRange = shadowCameraFar - shadowCameraNear;
+			#ifdef USE_REVERSED_DEPTH_BUFFER
+				float depthA = - shadowCameraNear / depthRange - shadowBias;
+				float depthB = shadowCameraNear * shadowCameraFar / ( depthRange * lightDistance );
+			#else
+				float depthA = shadowCameraFar / depthRange + shadowBias;
+				float depthB = - shadowCameraNear * shadowCameraFar / ( depthRange * lightDistance );
+			#endif
+			float texelSize = shadowRadius / shadowMapSize.x;
+			vec3 absDir = abs( bd3D );
+			vec3 tangent = absDir.x > absDir.z ? vec3( 0.0, 1.0, 0.0 ) : vec3( 1.0, 0.0, 0.0 );
+			tangent = normalize( cross( bd3D, tangent ) );
+			vec3 bitangent = cross( bd3D, tangent );
+			float phi = interleavedGradientNoise( gl_FragCoord.xy ) * PI2;
+			shadow = 0.0;
+			for ( int i = 0; i < 5; i ++ ) {
+				vec2 offset = vogelDiskSample( i, 5, phi );
+				vec3 direction = bd3D + ( tangent * offset.x + bitangent * offset.y ) * texelSize;
+				vec3 absDirection = abs( direction );
+				float dp = depthA + depthB / max( max( absDirection.x, absDirection.y ), absDirection.z );
+				shadow += texture( shadowMap, vec4( direction, dp ) );
+			}
+			shadow *= 0.2;
+		}
+		return mix( 1.0, shadow, shadowIntensity );
+	}
+	#elif defined( SHADOWMAP_TYPE_BASIC )
+	float getPointShadow( samplerCube shadowMap, vec2 shadowMapSize, float shadowIntensity, float shadowBias, float shadowRadius, vec4 shadowCoord, float shadowCameraNear, float shadowCameraFar ) {
+		float shadow = 1.0;
+		vec3 lightToPosition = shadowCoord.xyz;
+		vec3 absVec = abs( lightToPosition );
+		float viewSpaceZ = max( max( absVec.x, absVec.y ), absVec.z );
+		if ( viewSpaceZ - shadowCameraFar <= 0.0 && viewSpaceZ - shadowCameraNear >= 0.0 ) {
+			float dp = ( shadowCameraFar * ( viewSpaceZ - shadowCameraNear ) ) / ( viewSpaceZ * ( shadowCameraFar - shadowCameraNear ) );
+			dp += shadowBias;
+			vec3 bd3D = normalize( lightToPosition );
+			float depth = textureCube( shadowMap, bd3D ).r;
+			#ifdef USE_REVERSED_DEPTH_BUFFER
+				depth = 1.0 - depth;
+			#endif
+			shadow = step( dp, depth );
+		}
+		return mix( 1.0, shadow, shadowIntensity );
+	}
+	#endif
+	#endif
+#endif`,Sb=`#if NUM_SPOT_LIGHT_COORDS > 0
+	uniform mat4 spotLightMatrix[ NUM_SPOT_LIGHT_COORDS ];
+	varying vec4 vSpotLightCoord[ NUM_SPOT_LIGHT_COORDS ];
+#endif
+#ifdef USE_SHADOWMAP
+	#if NUM_SUN_LIGHT_SHADOWS > 0
+		varying vec4 vSunShadowWorldPosition;
+		varying vec3 vSunShadowWorldNormal;
+	#endif
+	#if NUM_DIR_LIGHT_SHADOWS > 0
+		uniform mat4 directionalShadowMatrix[ NUM_DIR_LIGHT_SHADOWS ];
+		varying vec4 vDirectionalShadowCoord[ NUM_DIR_LIGHT_SHADOWS ];
+		struct DirectionalLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+		};
+		uniform DirectionalLightShadow directionalLightShadows[ NUM_DIR_LIGHT_SHADOWS ];
+	#endif
+	#if NUM_SPOT_LIGHT_SHADOWS > 0
+		struct SpotLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+		};
+		uniform SpotLightShadow spotLightShadows[ NUM_SPOT_LIGHT_SHADOWS ];
+	#endif
+	#if NUM_POINT_LIGHT_SHADOWS > 0
+		uniform mat4 pointShadowMatrix[ NUM_POINT_LIGHT_SHADOWS ];
+		varying vec4 vPointShadowCoord[ NUM_POINT_LIGHT_SHADOWS ];
+		struct PointLightShadow {
+			float shadowIntensity;
+			float shadowBias;
+			float shadowNormalBias;
+			float shadowRadius;
+			vec2 shadowMapSize;
+			float shadowCameraNear;
+			float shadowCameraFar;
+		};
+		uniform PointLightShadow pointLightShadows[ NUM_POINT_LIGHT_SHADOWS ];
+	#endif
+#endif`,Mb=`#if ( defined( USE_SHADOWMAP ) && ( NUM_DIR_LIGHT_SHADOWS > 0 || NUM_SUN_LIGHT_SHADOWS > 0 || NUM_POINT_LIGHT_SHADOWS > 0 ) ) || ( NUM_SPOT_LIGHT_COORDS > 0 )
+	#ifdef HAS_NORMAL
+		vec3 shadowWorldNormal = transformNormalByInverseViewMatrix( transformedNormal, viewMatrix );
+	#else
+		vec3 shadowWorldNormal = vec3( 0.0 );
+	#endif
+	vec4 shadowWorldPosition;
+#endif
+#if defined( USE_SHADOWMAP )
+	#if NUM_SUN_LIGHT_SHADOWS > 0
+		vSunShadowWorldPosition = vec4( worldPosition.xyz, - mvPosition.z );
+		vSunShadowWorldNormal = shadowWorldNormal;
+	#endif
+	#if NUM_DIR_LIGHT_SHADOWS > 0
+		#pragma unroll_loop_start
+		for ( int i = 0; i < NUM_DIR_LIGHT_SHADOWS; i ++ ) {
+			shadowWorldPosition = worldPosition + vec4( shadowWorldNormal * directionalLightShadows[ i ].shadowNormalBias, 0 );
+			vDirectionalShadowCoord[ i ] = directionalShadowMatrix[ i ] * shadowWorldPosition;
+		}
+		#pragma unroll_loop_end
+	#endif
+	#if NUM_POINT_LIGHT_SHADOWS > 0
+		#pragma unroll_loop_start
+		for ( int i = 0; i < NUM_POINT_LIGHT_SHADOWS; i ++ ) {
+			shadowWorldPosition = worldPosition + vec4( shadowWorldNormal * pointLightShadows[ i ].shadowNormalBias, 0 );
+			vPointShadowCoord[ i ] = pointShadowMatrix[ i ] * shadowWorldPosition;
+		}
+		#pragma unroll_loop_end
+	#endif
+#endif
+#if NUM_SPOT_LIGHT_COORDS > 0
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_SPOT_LIGHT_COORDS; i ++ ) {
+		shadowWorldPosition = worldPosition;
+		#if ( defined( USE_SHADOWMAP ) && UNROLLED_LOOP_INDEX < NUM_SPOT_LIGHT_SHADOWS )
+			shadowWorldPosition.xyz += shadowWorldNormal * spotLightShadows[ i ].shadowNormalBias;
+		#endif
+		vSpotLightCoord[ i ] = spotLightMatrix[ i ] * shadowWorldPosition;
+	}
+	#pragma unroll_loop_end
+#endif`,wb=`float getShadowMask() {
+	float shadow = 1.0;
+	#ifdef USE_SHADOWMAP
+	#if NUM_SUN_LIGHT_SHADOWS > 0
+	SunLightShadow sunLight;
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_SUN_LIGHT_SHADOWS; i ++ ) {
+		sunLight = sunLightShadows[ i ];
+		shadow *= receiveShadow ? getSunShadow( sunShadowMap[ i ], sunLight, UNROLLED_LOOP_INDEX ) : 1.0;
+	}
+	#pragma unroll_loop_end
+	#endif
+	#if NUM_DIR_LIGHT_SHADOWS > 0
+	DirectionalLightShadow directionalLight;
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_DIR_LIGHT_SHADOWS; i ++ ) {
+		directionalLight = directionalLightShadows[ i ];
+		shadow *= receiveShadow ? getShadow( directionalShadowMap[ i ], directionalLight.shadowMapSize, directionalLight.shadowIntensity, directionalLight.shadowBias, directionalLight.shadowRadius, vDirectionalShadowCoord[ i ] ) : 1.0;
+	}
+	#pragma unroll_loop_end
+	#endif
+	#if NUM_SPOT_LIGHT_SHADOWS > 0
+	SpotLightShadow spotLight;
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_SPOT_LIGHT_SHADOWS; i ++ ) {
+		spotLight = spotLightShadows[ i ];
+		shadow *= receiveShadow ? getShadow( spotShadowMap[ i ], spotLight.shadowMapSize, spotLight.shadowIntensity, spotLight.shadowBias, spotLight.shadowRadius, vSpotLightCoord[ i ] ) : 1.0;
+	}
+	#pragma unroll_loop_end
+	#endif
+	#if NUM_POINT_LIGHT_SHADOWS > 0 && ( defined( SHADOWMAP_TYPE_PCF ) || defined( SHADOWMAP_TYPE_BASIC ) )
+	PointLightShadow pointLight;
+	#pragma unroll_loop_start
+	for ( int i = 0; i < NUM_POINT_LIGHT_SHADOWS; i ++ ) {
+		pointLight = pointLightShadows[ i ];
+		shadow *= receiveShadow ? getPointShadow( pointShadowMap[ i ], pointLight.shadowMapSize, pointLight.shadowIntensity, pointLight.shadowBias, pointLight.shadowRadius, vPointShadowCoord[ i ], pointLight.shadowCameraNear, pointLight.shadowCameraFar ) : 1.0;
+	}
+	#pragma unroll_loop_end
+	#endif
+	#endif
+	return shadow;
+}`,Eb=`#ifdef USE_SKINNING
+	mat4 boneMatX = getBoneMatrix( skinIndex.x );
+	mat4 boneMatY = getBoneMatrix( skinIndex.y );
+	mat4 boneMatZ = getBoneMatrix( skinIndex.z );
+	mat4 boneMatW = getBoneMatrix( skinIndex.w );
+#endif`,Tb=`#ifdef USE_SKINNING
+	uniform mat4 bindMatrix;
+	uniform mat4 bindMatrixInverse;
+	uniform highp sampler2D boneTexture;
+	mat4 getBoneMatrix( const in float i ) {
+		int size = textureSize( boneTexture, 0 ).x;
+		int j = int( i ) * 4;
+		int x = j % size;
+		int y = j / size;
+		vec4 v1 = texelFetch( boneTexture, ivec2( x, y ), 0 );
+		vec4 v2 = texelFetch( boneTexture, ivec2( x + 1, y ), 0 );
+		vec4 v3 = texelFetch( boneTexture, ivec2( x + 2, y ), 0 );
+		vec4 v4 = texelFetch( boneTexture, ivec2( x + 3, y ), 0 );
+		return mat4( v1, v2, v3, v4 );
+	}
+#endif`,Ab=`#ifdef USE_SKINNING
+	vec4 skinVertex = bindMatrix * vec4( transformed, 1.0 );
+	vec4 skinned = vec4( 0.0 );
+	skinned += boneMatX * skinVertex * skinWeight.x;
+	skinned += boneMatY * skinVertex * skinWeight.y;
+	skinned += boneMatZ * skinVertex * skinWeight.z;
+	skinned += boneMatW * skinVertex * skinWeight.w;
+	transformed = ( bindMatrixInverse * skinned ).xyz;
+#endif`,Rb=`#ifdef USE_SKINNING
+	mat4 skinMatrix = mat4( 0.0 );
+	skinMatrix += skinWeight.x * boneMatX;
+	skinMatrix += skinWeight.y * boneMatY;
+	skinMatrix += skinWeight.z * boneMatZ;
+	skinMatrix += skinWeight.w * boneMatW;
+	skinMatrix = bindMatrixInverse * skinMatrix * bindMatrix;
+	objectNormal = vec4( skinMatrix * vec4( objectNormal, 0.0 ) ).xyz;
+	#ifdef USE_TANGENT
+		objectTangent = vec4( skinMatrix * vec4( objectTangent, 0.0 ) ).xyz;
+	#endif
+#endif`,Cb=`float specularStrength;
+#ifdef USE_SPECULARMAP
+	vec4 texelSpecular = texture2D( specularMap, vSpecularMapUv );
+	specularStrength = texelSpecular.r;
+#else
+	specularStrength = 1.0;
+#endif`,Pb=`#ifdef USE_SPECULARMAP
+	uniform sampler2D specularMap;
+#endif`,Ib=`#if defined( TONE_MAPPING )
+	gl_FragColor.rgb = toneMapping( gl_FragColor.rgb );
+#endif`,Lb=`#ifndef saturate
+#define saturate( a ) clamp( a, 0.0, 1.0 )
+#endif
+uniform float toneMappingExposure;
+vec3 LinearToneMapping( vec3 color ) {
+	return saturate( toneMappingExposure * color );
+}
+vec3 ReinhardToneMapping( vec3 color ) {
+	color *= toneMappingExposure;
+	return saturate( color / ( vec3( 1.0 ) + color ) );
+}
+vec3 CineonToneMapping( vec3 color ) {
+	color *= toneMappingExposure;
+	color = max( vec3( 0.0 ), color - 0.004 );
+	return pow( ( color * ( 6.2 * color + 0.5 ) ) / ( color * ( 6.2 * color + 1.7 ) + 0.06 ), vec3( 2.2 ) );
+}
+vec3 RRTAndODTFit( vec3 v ) {
+	vec3 a = v * ( v + 0.0245786 ) - 0.000090537;
+	vec3 b = v * ( 0.983729 * v + 0.4329510 ) + 0.238081;
+	return a / b;
+}
+vec3 ACESFilmicToneMapping( vec3 color ) {
+	const mat3 ACESInputMat = mat3(
+		vec3( 0.59719, 0.07600, 0.02840 ),		vec3( 0.35458, 0.90834, 0.13383 ),
+		vec3( 0.04823, 0.01566, 0.83777 )
+	);
+	const mat3 ACESOutputMat = mat3(
+		vec3(  1.60475, -0.10208, -0.00327 ),		vec3( -0.53108,  1.10813, -0.07276 ),
+		vec3( -0.07367, -0.00605,  1.07602 )
+	);
+	color *= toneMappingExposure / 0.6;
+	color = ACESInputMat * color;
+	color = RRTAndODTFit( color );
+	color = ACESOutputMat * color;
+	return saturate( color );
+}
+const mat3 LINEAR_REC2020_TO_LINEAR_SRGB = mat3(
+	vec3( 1.6605, - 0.1246, - 0.0182 ),
+	vec3( - 0.5876, 1.1329, - 0.1006 ),
+	vec3( - 0.0728, - 0.0083, 1.1187 )
+);
+const mat3 LINEAR_SRGB_TO_LINEAR_REC2020 = mat3(
+	vec3( 0.6274, 0.0691, 0.0164 ),
+	vec3( 0.3293, 0.9195, 0.0880 ),
+	vec3( 0.0433, 0.0113, 0.8956 )
+);
+vec3 agxDefaultContrastApprox( vec3 x ) {
+	vec3 x2 = x * x;
+	vec3 x4 = x2 * x2;
+	return + 15.5 * x4 * x2
+		- 40.14 * x4 * x
+		+ 31.96 * x4
+		- 6.868 * x2 * x
+		+ 0.4298 * x2
+		+ 0.1191 * x
+		- 0.00232;
+}
+vec3 AgXToneMapping( vec3 color ) {
+	const mat3 AgXInsetMatrix = mat3(
+		vec3( 0.856627153315983, 0.137318972929847, 0.11189821299995 ),
+		vec3( 0.0951212405381588, 0.761241990602591, 0.0767994186031903 ),
+		vec3( 0.0482516061458583, 0.101439036467562, 0.811302368396859 )
+	);
+	const mat3 AgXOutsetMatrix = mat3(
+		vec3( 1.1271005818144368, - 0.1413297634984383, - 0.14132976349843826 ),
+		vec3( - 0.11060664309660323, 1.157823702216272, - 0.11060664309660294 ),
+		vec3( - 0.016493938717834573, - 0.016493938717834257, 1.2519364065950405 )
+	);
+	const float AgxMinEv = - 12.47393;	const float AgxMaxEv = 4.026069;
+	color *= toneMappingExposure;
+	color = LINEAR_SRGB_TO_LINEAR_REC2020 * color;
+	color = AgXInsetMatrix * color;
+	color = max( color, 1e-10 );	color = log2( color );
+	color = ( color - AgxMinEv ) / ( AgxMaxEv - AgxMinEv );
+	color = clamp( color, 0.0, 1.0 );
+	color = agxDefaultContrastApprox( color );
+	color = AgXOutsetMatrix * color;
+	color = pow( max( vec3( 0.0 ), color ), vec3( 2.2 ) );
+	color = LINEAR_REC2020_TO_LINEAR_SRGB * color;
+	color = clamp( color, 0.0, 1.0 );
+	return color;
+}
+vec3 NeutralToneMapping( vec3 color ) {
+	const float StartCompression = 0.8 - 0.04;
+	const float Desaturation = 0.15;
+	color *= toneMappingExposure;
+	float x = min( color.r, min( color.g, color.b ) );
+	float offset = x < 0.08 ? x - 6.25 * x * x : 0.04;
+	color -= offset;
+	float peak = max( color.r, max( color.g, color.b ) );
+	if ( peak < StartCompression ) return color;
+	float d = 1. - StartCompression;
+	float newPeak = 1. - d * d / ( peak + d - StartCompression );
+	color *= newPeak / peak;
+	float g = 1. - 1. / ( Desaturation * ( peak - newPeak ) + 1. );
+	return mix( color, vec3( newPeak ), g );
+}
+vec3 CustomToneMapping( vec3 color ) { return color; }`,Db=`#ifdef USE_TRANSMISSION
+	material.transmission = transmission;
+	material.transmissionAlpha = 1.0;
+	material.thickness = thickness;
+	material.attenuationDistance = attenuationDistance;
+	material.attenuationColor = attenuationColor;
+	#ifdef USE_TRANSMISSIONMAP
+		material.transmission *= texture2D( transmissionMap, vTransmissionMapUv ).r;
+	#endif
+	#ifdef USE_THICKNESSMAP
+		material.thickness *= texture2D( thicknessMap, vThicknessMapUv ).g;
+	#endif
+	vec3 pos = vWorldPosition;
+	vec3 v = normalize( cameraPosition - pos );
+	vec3 n = transformNormalByInverseViewMatrix( normal, viewMatrix );
+	vec4 transmitted = getIBLVolumeRefraction(
+		n, v, material.roughness, material.diffuseContribution, material.specularColorBlended, material.specularF90,
+		pos, modelMatrix, viewMatrix, projectionMatrix, material.dispersion, material.ior, material.thickness,
+		material.attenuationColor, material.attenuationDistance );
+	material.transmissionAlpha = mix( material.transmissionAlpha, transmitted.a, material.transmission );
+	totalDiffuse = mix( totalDiffuse, transmitted.rgb, material.transmission );
+#endif`,Nb=`#ifdef USE_TRANSMISSION
+	uniform float transmission;
+	uniform float thickness;
+	uniform float attenuationDistance;
+	uniform vec3 attenuationColor;
+	#ifdef USE_TRANSMISSIONMAP
+		uniform sampler2D transmissionMap;
+	#endif
+	#ifdef USE_THICKNESSMAP
+		uniform sampler2D thicknessMap;
+	#endif
+	uniform vec2 transmissionSamplerSize;
+	uniform sampler2D transmissionSamplerMap;
+	uniform mat4 modelMatrix;
+	uniform mat4 projectionMatrix;
+	varying vec3 vWorldPosition;
+	float w0( float a ) {
+		return ( 1.0 / 6.0 ) * ( a * ( a * ( - a + 3.0 ) - 3.0 ) + 1.0 );
+	}
+	float w1( float a ) {
+		return ( 1.0 / 6.0 ) * ( a *  a * ( 3.0 * a - 6.0 ) + 4.0 );
+	}
+	float w2( float a ){
+		return ( 1.0 / 6.0 ) * ( a * ( a * ( - 3.0 * a + 3.0 ) + 3.0 ) + 1.0 );
+	}
+	float w3( float a ) {
+		return ( 1.0 / 6.0 ) * ( a * a * a );
+	}
+	float g0( float a ) {
+		return w0( a ) + w1( a );
+	}
+	float g1( float a ) {
+		return w2( a ) + w3( a );
+	}
+	float h0( float a ) {
+		return - 1.0 + w1( a ) / ( w0( a ) + w1( a ) );
+	}
+	float h1( float a ) {
+		return 1.0 + w3( a ) / ( w2( a ) + w3( a ) );
+	}
+	vec4 bicubic( sampler2D tex, vec2 uv, vec4 texelSize, float lod ) {
+		uv = uv * texelSize.zw + 0.5;
+		vec2 iuv = floor( uv );
+		vec2 fuv = fract( uv );
+		float g0x = g0( fuv.x );
+		float g1x = g1( fuv.x );
+		float h0x = h0( fuv.x );
+		float h1x = h1( fuv.x );
+		float h0y = h0( fuv.y );
+		float h1y = h1( fuv.y );
+		vec2 p0 = ( vec2( iuv.x + h0x, iuv.y + h0y ) - 0.5 ) * texelSize.xy;
+		vec2 p1 = ( vec2( iuv.x + h1x, iuv.y + h0y ) - 0.5 ) * texelSize.xy;
+		vec2 p2 = ( vec2( iuv.x + h0x, iuv.y + h1y ) - 0.5 ) * texelSize.xy;
+		vec2 p3 = ( vec2( iuv.x + h1x, iuv.y + h1y ) - 0.5 ) * texelSize.xy;
+		return g0( fuv.y ) * ( g0x * textureLod( tex, p0, lod ) + g1x * textureLod( tex, p1, lod ) ) +
+			g1( fuv.y ) * ( g0x * textureLod( tex, p2, lod ) + g1x * textureLod( tex, p3, lod ) );
+	}
+	vec4 textureBicubic( sampler2D sampler, vec2 uv, float lod ) {
+		vec2 fLodSize = vec2( textureSize( sampler, int( lod ) ) );
+		vec2 cLodSize = vec2( textureSize( sampler, int( lod + 1.0 ) ) );
+		vec2 fLodSizeInv = 1.0 / fLodSize;
+		vec2 cLodSizeInv = 1.0 / cLodSize;
+		vec4 fSample = bicubic( sampler, uv, vec4( fLodSizeInv, fLodSize ), floor( lod ) );
+		vec4 cSample = bicubic( sampler, uv, vec4( cLodSizeInv, cLodSize ), ceil( lod ) );
+		return mix( fSample, cSample, fract( lod ) );
+	}
+	vec3 getVolumeTransmissionRay( const in vec3 n, const in vec3 v, const in float thickness, const in float ior, const in mat4 modelMatrix ) {
+		vec3 refractionVector = refract( - v, normalize( n ), 1.0 / ior );
+		vec3 modelScale;
+		modelScale.x = length( vec3( modelMatrix[ 0 ].xyz ) );
+		modelScale.y = length( vec3( modelMatrix[ 1 ].xyz ) );
+		modelScale.z = length( vec3( modelMatrix[ 2 ].xyz ) );
+		return normalize( refractionVector ) * thickness * modelScale;
+	}
+	float applyIorToRoughness( const in float roughness, const in float ior ) {
+		return roughness * clamp( ior * 2.0 - 2.0, 0.0, 1.0 );
+	}
+	vec4 getTransmissionSample( const in vec2 fragCoord, const in float roughness, const in float ior ) {
+		float lod = log2( transmissionSamplerSize.x ) * applyIorToRoughness( roughness, ior );
+		return textureBicubic( transmissionSamplerMap, fragCoord.xy, lod );
+	}
+	vec3 volumeAttenuation( const in float transmissionDistance, const in vec3 attenuationColor, const in float attenuationDistance ) {
+		if ( isinf( attenuationDistance ) ) {
+			return vec3( 1.0 );
+		} else {
+			vec3 attenuationCoefficient = -log( attenuationColor ) / attenuationDistance;
+			vec3 transmittance = exp( - attenuationCoefficient * transmissionDistance );			return transmittance;
+		}
+	}
+	vec4 getIBLVolumeRefraction( const in vec3 n, const in vec3 v, const in float roughness, const in vec3 diffuseColor,
+		const in vec3 specularColor, const in float specularF90, const in vec3 position, const in mat4 modelMatrix,
+		const in mat4 viewMatrix, const in mat4 projMatrix, const in float dispersion, const in float ior, const in float thickness,
+		const in vec3 attenuationColor, const in float attenuationDistance ) {
+		vec4 transmittedLight;
+		vec3 transmittance;
+		#ifdef USE_DISPERSION
+			float halfSpread = ( ior - 1.0 ) * 0.025 * dispersion;
+			vec3 iors = vec3( ior - halfSpread, ior, ior + halfSpread );
+			for ( int i = 0; i < 3; i ++ ) {
+				vec3 transmissionRay = getVolumeTransmissionRay( n, v, thickness, iors[ i ], modelMatrix );
+				vec3 refractedRayExit = position + transmissionRay;
+				vec4 ndcPos = projMatrix * viewMatrix * vec4( refractedRayExit, 1.0 );
+				vec2 refractionCoords = ndcPos.xy / ndcPos.w;
+				refractionCoords += 1.0;
+				refractionCoords /= 2.0;
+				vec4 transmissionSample = getTransmissionSample( refractionCoords, roughness, iors[ i ] );
+				transmittedLight[ i ] = transmissionSample[ i ];
+				transmittedLight.a += transmissionSample.a;
+				transmittance[ i ] = diffuseColor[ i ] * volumeAttenuation( length( transmissionRay ), attenuationColor, attenuationDistance )[ i ];
+			}
+			transmittedLight.a /= 3.0;
+		#else
+			vec3 transmissionRay = getVolumeTransmissionRay( n, v, thickness, ior, modelMatrix );
+			vec3 refractedRayExit = position + transmissionRay;
+			vec4 ndcPos = projMatrix * viewMatrix * vec4( refractedRayExit, 1.0 );
+			vec2 refractionCoords = ndcPos.xy / ndcPos.w;
+			refractionCoords += 1.0;
+			refractionCoords /= 2.0;
+			transmittedLight = getTransmissionSample( refractionCoords, roughness, ior );
+			transmittance = diffuseColor * volumeAttenuation( length( transmissionRay ), attenuationColor, attenuationDistance );
+		#endif
+		vec3 attenuatedColor = transmittance * transmittedLight.rgb;
+		vec3 F = EnvironmentBRDF( n, v, specularColor, specularF90, roughness );
+		float transmittanceFactor = ( transmittance.r + transmittance.g + transmittance.b ) / 3.0;
+		return vec4( ( 1.0 - F ) * attenuatedColor, 1.0 - ( 1.0 - transmittedLight.a ) * transmittanceFactor );
+	}
+#endif`,Ub=`#if defined( USE_UV ) || defined( USE_ANISOTROPY )
+	varying vec2 vUv;
+#endif
+#ifdef USE_MAP
+	varying vec2 vMapUv;
+#endif
+#ifdef USE_ALPHAMAP
+	varying vec2 vAlphaMapUv;
+#endif
+#ifdef USE_LIGHTMAP
+	varying vec2 vLightMapUv;
+#endif
+#ifdef USE_AOMAP
+	varying vec2 vAoMapUv;
+#endif
+#ifdef USE_BUMPMAP
+	varying vec2 vBumpMapUv;
+#endif
+#ifdef USE_NORMALMAP
+	varying vec2 vNormalMapUv;
+#endif
+#ifdef USE_EMISSIVEMAP
+	varying vec2 vEmissiveMapUv;
+#endif
+#ifdef USE_METALNESSMAP
+	varying vec2 vMetalnessMapUv;
+#endif
+#ifdef USE_ROUGHNESSMAP
+	varying vec2 vRoughnessMapUv;
+#endif
+#ifdef USE_DIFFUSE_ROUGHNESSMAP
+	varying vec2 vDiffuseRoughnessMapUv;
+#endif
+#ifdef USE_ANISOTROPYMAP
+	varying vec2 vAnisotropyMapUv;
+#endif
+#ifdef USE_CLEARCOATMAP
+	varying vec2 vClearcoatMapUv;
+#endif
+#ifdef USE_CLEARCOAT_NORMALMAP
+	varying vec2 vClearcoatNormalMapUv;
+#endif
+#ifdef USE_CLEARCOAT_ROUGHNESSMAP
+	varying vec2 vClearcoatRoughnessMapUv;
+#endif
+#ifdef USE_IRIDESCENCEMAP
+	varying vec2 vIridescenceMapUv;
+#endif
+#ifdef USE_IRIDESCENCE_THICKNESSMAP
+	varying vec2 vIridescenceThicknessMapUv;
+#endif
+#ifdef USE_SHEEN_COLORMAP
+	varying vec2 vSheenColorMapUv;
+#endif
+#ifdef USE_SHEEN_ROUGHNESSMAP
+	varying vec2 vSheenRoughnessMapUv;
+#endif
+#ifdef USE_SPECULARMAP
+	varying vec2 vSpecularMapUv;
+#endif
+#ifdef USE_SPECULAR_COLORMAP
+	varying vec2 vSpecularColorMapUv;
+#endif
+#ifdef USE_SPECULAR_INTENSITYMAP
+	varying vec2 vSpecularIntensityMapUv;
+#endif
+#ifdef USE_TRANSMISSIONMAP
+	uniform mat3 transmissionMapTransform;
+	varying vec2 vTransmissionMapUv;
+#endif
+#ifdef USE_THICKNESSMAP
+	uniform mat3 thicknessMapTransform;
+	varying vec2 vThicknessMapUv;
+#endif`,Fb=`#if defined( USE_UV ) || defined( USE_ANISOTROPY )
+	varying vec2 vUv;
+#endif
+#ifdef USE_MAP
+	uniform mat3 mapTransform;
+	varying vec2 vMapUv;
+#endif
+#ifdef USE_ALPHAMAP
+	uniform mat3 alphaMapTransform;
+	varying vec2 vAlphaMapUv;
+#endif
+#ifdef USE_LIGHTMAP
+	uniform mat3 lightMapTransform;
+	varying vec2 vLightMapUv;
+#endif
+#ifdef USE_AOMAP
+	uniform mat3 aoMapTransform;
+	varying vec2 vAoMapUv;
+#endif
+#ifdef USE_BUMPMAP
+	uniform mat3 bumpMapTransform;
+	varying vec2 vBumpMapUv;
+#endif
+#ifdef USE_NORMALMAP
+	uniform mat3 normalMapTransform;
+	varying vec2 vNormalMapUv;
+#endif
+#ifdef USE_DISPLACEMENTMAP
+	uniform mat3 displacementMapTransform;
+	varying vec2 vDisplacementMapUv;
+#endif
+#ifdef USE_EMISSIVEMAP
+	uniform mat3 emissiveMapTransform;
+	varying vec2 vEmissiveMapUv;
+#endif
+#ifdef USE_METALNESSMAP
+	uniform mat3 metalnessMapTransform;
+	varying vec2 vMetalnessMapUv;
+#endif
+#ifdef USE_ROUGHNESSMAP
+	uniform mat3 roughnessMapTransform;
+	varying vec2 vRoughnessMapUv;
+#endif
+#ifdef USE_DIFFUSE_ROUGHNESSMAP
+	uniform mat3 diffuseRoughnessMapTransform;
+	varying vec2 vDiffuseRoughnessMapUv;
+#endif
+#ifdef USE_ANISOTROPYMAP
+	uniform mat3 anisotropyMapTransform;
+	varying vec2 vAnisotropyMapUv;
+#endif
+#ifdef USE_CLEARCOATMAP
+	uniform mat3 clearcoatMapTransform;
+	varying vec2 vClearcoatMapUv;
+#endif
+#ifdef USE_CLEARCOAT_NORMALMAP
+	uniform mat3 clearcoatNormalMapTransform;
+	varying vec2 vClearcoatNormalMapUv;
+#endif
+#ifdef USE_CLEARCOAT_ROUGHNESSMAP
+	uniform mat3 clearcoatRoughnessMapTransform;
+	varying vec2 vClearcoatRoughnessMapUv;
+#endif
+#ifdef USE_SHEEN_COLORMAP
+	uniform mat3 sheenColorMapTransform;
+	varying vec2 vSheenColorMapUv;
+#endif
+#ifdef USE_SHEEN_ROUGHNESSMAP
+	uniform mat3 sheenRoughnessMapTransform;
+	varying vec2 vSheenRoughnessMapUv;
+#endif
+#ifdef USE_IRIDESCENCEMAP
+	uniform mat3 iridescenceMapTransform;
+	varying vec2 vIridescenceMapUv;
+#endif
+#ifdef USE_IRIDESCENCE_THICKNESSMAP
+	uniform mat3 iridescenceThicknessMapTransform;
+	varying vec2 vIridescenceThicknessMapUv;
+#endif
+#ifdef USE_SPECULARMAP
+	uniform mat3 specularMapTransform;
+	varying vec2 vSpecularMapUv;
+#endif
+#ifdef USE_SPECULAR_COLORMAP
+	uniform mat3 specularColorMapTransform;
+	varying vec2 vSpecularColorMapUv;
+#endif
+#ifdef USE_SPECULAR_INTENSITYMAP
+	uniform mat3 specularIntensityMapTransform;
+	varying vec2 vSpecularIntensityMapUv;
+#endif
+#ifdef USE_TRANSMISSIONMAP
+	uniform mat3 transmissionMapTransform;
+	varying vec2 vTransmissionMapUv;
+#endif
+#ifdef USE_THICKNESSMAP
+	uniform mat3 thicknessMapTransform;
+	varying vec2 vThicknessMapUv;
+#endif`,Ob=`#if defined( USE_UV ) || defined( USE_ANISOTROPY )
+	vUv = vec3( uv, 1 ).xy;
+#endif
+#ifdef USE_MAP
+	vMapUv = ( mapTransform * vec3( MAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_ALPHAMAP
+	vAlphaMapUv = ( alphaMapTransform * vec3( ALPHAMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_LIGHTMAP
+	vLightMapUv = ( lightMapTransform * vec3( LIGHTMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_AOMAP
+	vAoMapUv = ( aoMapTransform * vec3( AOMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_BUMPMAP
+	vBumpMapUv = ( bumpMapTransform * vec3( BUMPMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_NORMALMAP
+	vNormalMapUv = ( normalMapTransform * vec3( NORMALMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_DISPLACEMENTMAP
+	vDisplacementMapUv = ( displacementMapTransform * vec3( DISPLACEMENTMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_EMISSIVEMAP
+	vEmissiveMapUv = ( emissiveMapTransform * vec3( EMISSIVEMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_METALNESSMAP
+	vMetalnessMapUv = ( metalnessMapTransform * vec3( METALNESSMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_ROUGHNESSMAP
+	vRoughnessMapUv = ( roughnessMapTransform * vec3( ROUGHNESSMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_DIFFUSE_ROUGHNESSMAP
+	vDiffuseRoughnessMapUv = ( diffuseRoughnessMapTransform * vec3( DIFFUSE_ROUGHNESSMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_ANISOTROPYMAP
+	vAnisotropyMapUv = ( anisotropyMapTransform * vec3( ANISOTROPYMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_CLEARCOATMAP
+	vClearcoatMapUv = ( clearcoatMapTransform * vec3( CLEARCOATMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_CLEARCOAT_NORMALMAP
+	vClearcoatNormalMapUv = ( clearcoatNormalMapTransform * vec3( CLEARCOAT_NORMALMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_CLEARCOAT_ROUGHNESSMAP
+	vClearcoatRoughnessMapUv = ( clearcoatRoughnessMapTransform * vec3( CLEARCOAT_ROUGHNESSMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_IRIDESCENCEMAP
+	vIridescenceMapUv = ( iridescenceMapTransform * vec3( IRIDESCENCEMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_IRIDESCENCE_THICKNESSMAP
+	vIridescenceThicknessMapUv = ( iridescenceThicknessMapTransform * vec3( IRIDESCENCE_THICKNESSMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_SHEEN_COLORMAP
+	vSheenColorMapUv = ( sheenColorMapTransform * vec3( SHEEN_COLORMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_SHEEN_ROUGHNESSMAP
+	vSheenRoughnessMapUv = ( sheenRoughnessMapTransform * vec3( SHEEN_ROUGHNESSMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_SPECULARMAP
+	vSpecularMapUv = ( specularMapTransform * vec3( SPECULARMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_SPECULAR_COLORMAP
+	vSpecularColorMapUv = ( specularColorMapTransform * vec3( SPECULAR_COLORMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_SPECULAR_INTENSITYMAP
+	vSpecularIntensityMapUv = ( specularIntensityMapTransform * vec3( SPECULAR_INTENSITYMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_TRANSMISSIONMAP
+	vTransmissionMapUv = ( transmissionMapTransform * vec3( TRANSMISSIONMAP_UV, 1 ) ).xy;
+#endif
+#ifdef USE_THICKNESSMAP
+	vThicknessMapUv = ( thicknessMapTransform * vec3( THICKNESSMAP_UV, 1 ) ).xy;
+#endif`,Bb=`#if defined( USE_ENVMAP ) || defined( DISTANCE ) || defined ( USE_SHADOWMAP ) || defined ( USE_TRANSMISSION ) || NUM_SPOT_LIGHT_COORDS > 0
+	vec4 worldPosition = vec4( transformed, 1.0 );
+	#ifdef USE_BATCHING
+		worldPosition = batchingMatrix * worldPosition;
+	#endif
+	#ifdef USE_INSTANCING
+		worldPosition = instanceMatrix * worldPosition;
+	#endif
+	worldPosition = modelMatrix * worldPosition;
+#endif`,kb=`varying vec2 vUv;
+uniform mat3 uvTransform;
+void main() {
+	vUv = ( uvTransform * vec3( uv, 1 ) ).xy;
+	gl_Position = vec4( position.xy, 1.0, 1.0 );
+}`,zb=`uniform sampler2D t2D;
+uniform float backgroundIntensity;
+varying vec2 vUv;
+void main() {
+	vec4 texColor = texture2D( t2D, vUv );
+	#ifdef DECODE_VIDEO_TEXTURE
+		texColor = vec4( mix( pow( texColor.rgb * 0.9478672986 + vec3( 0.0521327014 ), vec3( 2.4 ) ), texColor.rgb * 0.0773993808, vec3( lessThanEqual( texColor.rgb, vec3( 0.04045 ) ) ) ), texColor.w );
+	#endif
+	texColor.rgb *= backgroundIntensity;
+	gl_FragColor = texColor;
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+}`,Hb=`varying vec3 vWorldDirection;
+#include <common>
+void main() {
+	vWorldDirection = transformDirection( position, modelMatrix );
+	#include <begin_vertex>
+	#include <project_vertex>
+	gl_Position.z = gl_Position.w;
+}`,Vb=`uniform float backgroundBlurriness;
+uniform float backgroundIntensity;
+uniform mat3 backgroundRotation;
+varying vec3 vWorldDirection;
+#include <envmap_common_pars_fragment>
+void main() {
+	#ifdef ENVMAP_TYPE_PMREM
+		vec4 texColor = textureLod( envMap, backgroundRotation * vWorldDirection, roughnessToMip( backgroundBlurriness ) );
+	#else
+		vec4 texColor = textureCube( envMap, backgroundRotation * vWorldDirection );
+	#endif
+	texColor.rgb *= backgroundIntensity;
+	gl_FragColor = texColor;
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+}`,Gb=`varying vec3 vWorldDirection;
+#include <common>
+void main() {
+	vWorldDirection = transformDirection( position, modelMatrix );
+	#include <begin_vertex>
+	#include <project_vertex>
+	gl_Position.z = gl_Position.w;
+}`,Wb=`uniform samplerCube tCube;
+uniform float tFlip;
+uniform float opacity;
+varying vec3 vWorldDirection;
+void main() {
+	vec4 texColor = textureCube( tCube, vec3( tFlip * vWorldDirection.x, vWorldDirection.yz ) );
+	gl_FragColor = texColor;
+	gl_FragColor.a *= opacity;
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+}`,Xb=`#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+varying vec2 vHighPrecisionZW;
+void main() {
+	#include <uv_vertex>
+	#include <batching_vertex>
+	#include <skinbase_vertex>
+	#include <morphinstance_vertex>
+	#ifdef USE_DISPLACEMENTMAP
+		#include <beginnormal_vertex>
+		#include <morphnormal_vertex>
+		#include <skinnormal_vertex>
+	#endif
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	vHighPrecisionZW = gl_Position.zw;
+}`,qb=`#if DEPTH_PACKING == 3200
+	uniform float opacity;
+#endif
+#include <common>
+#include <packing>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+varying vec2 vHighPrecisionZW;
+void main() {
+	vec4 diffuseColor = vec4( 1.0 );
+	#include <clipping_planes_fragment>
+	#if DEPTH_PACKING == 3200
+		diffuseColor.a = opacity;
+	#endif
+	#include <map_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <logdepthbuf_fragment>
+	#ifdef USE_REVERSED_DEPTH_BUFFER
+		float fragCoordZ = vHighPrecisionZW[ 0 ] / vHighPrecisionZW[ 1 ];
+	#else
+		float fragCoordZ = 0.5 * vHighPrecisionZW[ 0 ] / vHighPrecisionZW[ 1 ] + 0.5;
+	#endif
+	#if DEPTH_PACKING == 3200
+		gl_FragColor = vec4( vec3( 1.0 - fragCoordZ ), opacity );
+	#elif DEPTH_PACKING == 3201
+		gl_FragColor = packDepthToRGBA( fragCoordZ );
+	#elif DEPTH_PACKING == 3202
+		gl_FragColor = vec4( packDepthToRGB( fragCoordZ ), 1.0 );
+	#elif DEPTH_PACKING == 3203
+		gl_FragColor = vec4( packDepthToRG( fragCoordZ ), 0.0, 1.0 );
+	#endif
+}`,Yb=`#define DISTANCE
+varying vec3 vWorldPosition;
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <batching_vertex>
+	#include <skinbase_vertex>
+	#include <morphinstance_vertex>
+	#ifdef USE_DISPLACEMENTMAP
+		#include <beginnormal_vertex>
+		#include <morphnormal_vertex>
+		#include <skinnormal_vertex>
+	#endif
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <worldpos_vertex>
+	#include <clipping_planes_vertex>
+	vWorldPosition = worldPosition.xyz;
+}`,$b=`#define DISTANCE
+uniform vec3 referencePosition;
+uniform float nearDistance;
+uniform float farDistance;
+varying vec3 vWorldPosition;
+#include <common>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( 1.0 );
+	#include <clipping_planes_fragment>
+	#include <map_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	float dist = length( vWorldPosition - referencePosition );
+	dist = ( dist - nearDistance ) / ( farDistance - nearDistance );
+	dist = saturate( dist );
+	gl_FragColor = vec4( dist, 0.0, 0.0, 1.0 );
+}`,Zb=`varying vec3 vWorldDirection;
+#include <common>
+void main() {
+	vWorldDirection = transformDirection( position, modelMatrix );
+	#include <begin_vertex>
+	#include <project_vertex>
+}`,Kb=`uniform sampler2D tEquirect;
+varying vec3 vWorldDirection;
+#include <common>
+void main() {
+	vec3 direction = normalize( vWorldDirection );
+	vec2 sampleUV = equirectUv( direction );
+	gl_FragColor = texture2D( tEquirect, sampleUV );
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+}`,Jb=`uniform float scale;
+attribute float lineDistance;
+varying float vLineDistance;
+#include <common>
+#include <uv_pars_vertex>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	vLineDistance = scale * lineDistance;
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	#include <fog_vertex>
+}`,jb=`uniform vec3 diffuse;
+uniform float opacity;
+uniform float dashSize;
+uniform float totalSize;
+varying float vLineDistance;
+#include <common>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <fog_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	if ( mod( vLineDistance, totalSize ) > dashSize ) {
+		discard;
+	}
+	vec3 outgoingLight = vec3( 0.0 );
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	outgoingLight = diffuseColor.rgb;
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+}`,Qb=`#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <envmap_pars_vertex>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <batching_vertex>
+	#if defined ( USE_ENVMAP ) || defined ( USE_SKINNING )
+		#include <beginnormal_vertex>
+		#include <morphnormal_vertex>
+		#include <skinbase_vertex>
+		#include <skinnormal_vertex>
+		#include <defaultnormal_vertex>
+	#endif
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	#include <worldpos_vertex>
+	#include <envmap_vertex>
+	#include <fog_vertex>
+}`,eS=`uniform vec3 diffuse;
+uniform float opacity;
+#ifndef FLAT_SHADED
+	varying vec3 vNormal;
+#endif
+#include <common>
+#include <dithering_pars_fragment>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <aomap_pars_fragment>
+#include <lightmap_pars_fragment>
+#include <envmap_common_pars_fragment>
+#include <envmap_pars_fragment>
+#include <fog_pars_fragment>
+#include <specularmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <specularmap_fragment>
+	ReflectedLight reflectedLight = ReflectedLight( vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ) );
+	#ifdef USE_LIGHTMAP
+		vec4 lightMapTexel = texture2D( lightMap, vLightMapUv );
+		reflectedLight.indirectDiffuse += lightMapTexel.rgb * lightMapIntensity * RECIPROCAL_PI;
+	#else
+		reflectedLight.indirectDiffuse += vec3( 1.0 );
+	#endif
+	#include <aomap_fragment>
+	reflectedLight.indirectDiffuse *= diffuseColor.rgb;
+	vec3 outgoingLight = reflectedLight.indirectDiffuse;
+	#include <envmap_fragment>
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+	#include <dithering_fragment>
+}`,tS=`#define LAMBERT
+varying vec3 vViewPosition;
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <envmap_pars_vertex>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <normal_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <shadowmap_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <normal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	vViewPosition = - mvPosition.xyz;
+	#include <worldpos_vertex>
+	#include <envmap_vertex>
+	#include <shadowmap_vertex>
+	#include <fog_vertex>
+}`,nS=`#define LAMBERT
+uniform vec3 diffuse;
+uniform vec3 emissive;
+uniform float opacity;
+#include <common>
+#include <dithering_pars_fragment>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <aomap_pars_fragment>
+#include <lightmap_pars_fragment>
+#include <emissivemap_pars_fragment>
+#include <envmap_common_pars_fragment>
+#include <envmap_pars_fragment>
+#include <envmap_physical_pars_fragment>
+#include <fog_pars_fragment>
+#include <bsdfs>
+#include <lights_pars_begin>
+#include <normal_pars_fragment>
+#include <lights_lambert_pars_fragment>
+#include <shadowmap_pars_fragment>
+#include <bumpmap_pars_fragment>
+#include <normalmap_pars_fragment>
+#include <specularmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	ReflectedLight reflectedLight = ReflectedLight( vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ) );
+	vec3 totalEmissiveRadiance = emissive;
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <specularmap_fragment>
+	#include <normal_fragment_begin>
+	#include <normal_fragment_maps>
+	#include <emissivemap_fragment>
+	#include <lights_lambert_fragment>
+	#include <lights_fragment_begin>
+	#include <lights_fragment_maps>
+	#include <lights_fragment_end>
+	#include <aomap_fragment>
+	vec3 outgoingLight = reflectedLight.directDiffuse + reflectedLight.indirectDiffuse + totalEmissiveRadiance;
+	#include <envmap_fragment>
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+	#include <dithering_fragment>
+}`,iS=`#define MATCAP
+varying vec3 vViewPosition;
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <color_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <fog_pars_vertex>
+#include <normal_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <normal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	#include <fog_vertex>
+	vViewPosition = - mvPosition.xyz;
+}`,sS=`#define MATCAP
+uniform vec3 diffuse;
+uniform float opacity;
+uniform sampler2D matcap;
+varying vec3 vViewPosition;
+#include <common>
+#include <dithering_pars_fragment>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <fog_pars_fragment>
+#include <normal_pars_fragment>
+#include <bumpmap_pars_fragment>
+#include <normalmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <normal_fragment_begin>
+	#include <normal_fragment_maps>
+	vec3 viewDir = normalize( vViewPosition );
+	vec3 x = normalize( vec3( viewDir.z, 0.0, - viewDir.x ) );
+	vec3 y = cross( viewDir, x );
+	vec2 uv = vec2( dot( x, normal ), dot( y, normal ) ) * 0.495 + 0.5;
+	#ifdef USE_MATCAP
+		vec4 matcapColor = texture2D( matcap, uv );
+	#else
+		vec4 matcapColor = vec4( vec3( mix( 0.2, 0.8, uv.y ) ), 1.0 );
+	#endif
+	vec3 outgoingLight = diffuseColor.rgb * matcapColor.rgb;
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+	#include <dithering_fragment>
+}`,rS=`#define NORMAL
+#if defined( FLAT_SHADED ) || defined( USE_BUMPMAP ) || defined( USE_NORMALMAP_TANGENTSPACE )
+	varying vec3 vViewPosition;
+#endif
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <normal_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphinstance_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <normal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+#if defined( FLAT_SHADED ) || defined( USE_BUMPMAP ) || defined( USE_NORMALMAP_TANGENTSPACE )
+	vViewPosition = - mvPosition.xyz;
+#endif
+}`,oS=`#define NORMAL
+uniform float opacity;
+#if defined( FLAT_SHADED ) || defined( USE_BUMPMAP ) || defined( USE_NORMALMAP_TANGENTSPACE )
+	varying vec3 vViewPosition;
+#endif
+#include <uv_pars_fragment>
+#include <normal_pars_fragment>
+#include <bumpmap_pars_fragment>
+#include <normalmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( 0.0, 0.0, 0.0, opacity );
+	#include <clipping_planes_fragment>
+	#include <logdepthbuf_fragment>
+	#include <normal_fragment_begin>
+	#include <normal_fragment_maps>
+	gl_FragColor = vec4( normalize( normal ) * 0.5 + 0.5, diffuseColor.a );
+	#ifdef OPAQUE
+		gl_FragColor.a = 1.0;
+	#endif
+}`,aS=`#define PHONG
+varying vec3 vViewPosition;
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <envmap_pars_vertex>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <normal_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <shadowmap_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphcolor_vertex>
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphinstance_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <normal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	vViewPosition = - mvPosition.xyz;
+	#include <worldpos_vertex>
+	#include <envmap_vertex>
+	#include <shadowmap_vertex>
+	#include <fog_vertex>
+}`,lS=`#define PHONG
+uniform vec3 diffuse;
+uniform vec3 emissive;
+uniform vec3 specular;
+uniform float shininess;
+uniform float opacity;
+#include <common>
+#include <dithering_pars_fragment>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <aomap_pars_fragment>
+#include <lightmap_pars_fragment>
+#include <emissivemap_pars_fragment>
+#include <envmap_common_pars_fragment>
+#include <envmap_pars_fragment>
+#include <envmap_physical_pars_fragment>
+#include <fog_pars_fragment>
+#include <bsdfs>
+#include <lights_pars_begin>
+#include <normal_pars_fragment>
+#include <lights_phong_pars_fragment>
+#include <shadowmap_pars_fragment>
+#include <bumpmap_pars_fragment>
+#include <normalmap_pars_fragment>
+#include <specularmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	ReflectedLight reflectedLight = ReflectedLight( vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ) );
+	vec3 totalEmissiveRadiance = emissive;
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <specularmap_fragment>
+	#include <normal_fragment_begin>
+	#include <normal_fragment_maps>
+	#include <emissivemap_fragment>
+	#include <lights_phong_fragment>
+	#include <lights_fragment_begin>
+	#include <lights_fragment_maps>
+	#include <lights_fragment_end>
+	#include <aomap_fragment>
+	vec3 outgoingLight = reflectedLight.directDiffuse + reflectedLight.indirectDiffuse + reflectedLight.directSpecular + reflectedLight.indirectSpecular + totalEmissiveRadiance;
+	#include <envmap_fragment>
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+	#include <dithering_fragment>
+}`,cS=`#define STANDARD
+varying vec3 vViewPosition;
+#ifdef USE_TRANSMISSION
+	varying vec3 vWorldPosition;
+#endif
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <normal_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <shadowmap_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <normal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	vViewPosition = - mvPosition.xyz;
+	#include <worldpos_vertex>
+	#include <shadowmap_vertex>
+	#include <fog_vertex>
+#ifdef USE_TRANSMISSION
+	vWorldPosition = worldPosition.xyz;
+#endif
+}`,hS=`#define STANDARD
+#ifdef PHYSICAL
+	#define IOR
+	#define USE_SPECULAR
+#endif
+uniform vec3 diffuse;
+uniform vec3 emissive;
+uniform float roughness;
+uniform float metalness;
+uniform float opacity;
+#ifdef IOR
+	uniform float ior;
+#endif
+#ifdef USE_SPECULAR
+	uniform float specularIntensity;
+	uniform vec3 specularColor;
+	#ifdef USE_SPECULAR_COLORMAP
+		uniform sampler2D specularColorMap;
+	#endif
+	#ifdef USE_SPECULAR_INTENSITYMAP
+		uniform sampler2D specularIntensityMap;
+	#endif
+#endif
+#ifdef USE_CLEARCOAT
+	uniform float clearcoat;
+	uniform float clearcoatRoughness;
+#endif
+#ifdef USE_DIFFUSE_ROUGHNESS
+	uniform float diffuseRoughness;
+	#ifdef USE_DIFFUSE_ROUGHNESSMAP
+		uniform sampler2D diffuseRoughnessMap;
+	#endif
+#endif
+#ifdef USE_DISPERSION
+	uniform float dispersion;
+#endif
+#ifdef USE_RETROREFLECTION
+	uniform float retroreflectivity;
+#endif
+#ifdef USE_IRIDESCENCE
+	uniform float iridescence;
+	uniform float iridescenceIOR;
+	uniform float iridescenceThicknessMinimum;
+	uniform float iridescenceThicknessMaximum;
+#endif
+#ifdef USE_SHEEN
+	uniform vec3 sheenColor;
+	uniform float sheenRoughness;
+	#ifdef USE_SHEEN_COLORMAP
+		uniform sampler2D sheenColorMap;
+	#endif
+	#ifdef USE_SHEEN_ROUGHNESSMAP
+		uniform sampler2D sheenRoughnessMap;
+	#endif
+#endif
+#ifdef USE_ANISOTROPY
+	uniform vec2 anisotropyVector;
+	#ifdef USE_ANISOTROPYMAP
+		uniform sampler2D anisotropyMap;
+	#endif
+#endif
+varying vec3 vViewPosition;
+#include <common>
+#include <dithering_pars_fragment>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <aomap_pars_fragment>
+#include <lightmap_pars_fragment>
+#include <emissivemap_pars_fragment>
+#include <iridescence_fragment>
+#include <envmap_common_pars_fragment>
+#include <envmap_physical_pars_fragment>
+#include <fog_pars_fragment>
+#include <lights_pars_begin>
+#include <normal_pars_fragment>
+#include <lights_physical_pars_fragment>
+#include <transmission_pars_fragment>
+#include <shadowmap_pars_fragment>
+#include <bumpmap_pars_fragment>
+#include <normalmap_pars_fragment>
+#include <clearcoat_pars_fragment>
+#include <iridescence_pars_fragment>
+#include <roughnessmap_pars_fragment>
+#include <metalnessmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	ReflectedLight reflectedLight = ReflectedLight( vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ) );
+	vec3 totalEmissiveRadiance = emissive;
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <roughnessmap_fragment>
+	#include <metalnessmap_fragment>
+	#include <normal_fragment_begin>
+	#include <normal_fragment_maps>
+	#include <clearcoat_normal_fragment_begin>
+	#include <clearcoat_normal_fragment_maps>
+	#include <emissivemap_fragment>
+	#include <lights_physical_fragment>
+	#include <lights_fragment_begin>
+	#include <lights_fragment_maps>
+	#include <lights_fragment_end>
+	#include <aomap_fragment>
+	vec3 totalDiffuse = reflectedLight.directDiffuse + reflectedLight.indirectDiffuse;
+	vec3 totalSpecular = reflectedLight.directSpecular + reflectedLight.indirectSpecular;
+	#include <transmission_fragment>
+	vec3 outgoingLight = totalDiffuse + totalSpecular + totalEmissiveRadiance;
+	#ifdef USE_SHEEN
+ 
+		outgoingLight = outgoingLight + sheenSpecularDirect + sheenSpecularIndirect;
+ 
+ 	#endif
+	#ifdef USE_CLEARCOAT
+		float dotNVcc = saturate( dot( geometryClearcoatNormal, geometryViewDir ) );
+		vec3 Fcc = F_Schlick( material.clearcoatF0, material.clearcoatF90, dotNVcc );
+		outgoingLight = outgoingLight * ( 1.0 - material.clearcoat * Fcc ) + ( clearcoatSpecularDirect + clearcoatSpecularIndirect ) * material.clearcoat;
+	#endif
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+	#include <dithering_fragment>
+}`,uS=`#define TOON
+varying vec3 vViewPosition;
+#include <common>
+#include <batching_pars_vertex>
+#include <uv_pars_vertex>
+#include <displacementmap_pars_vertex>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <normal_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <shadowmap_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <normal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <displacementmap_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	vViewPosition = - mvPosition.xyz;
+	#include <worldpos_vertex>
+	#include <shadowmap_vertex>
+	#include <fog_vertex>
+}`,dS=`#define TOON
+uniform vec3 diffuse;
+uniform vec3 emissive;
+uniform float opacity;
+#include <common>
+#include <dithering_pars_fragment>
+#include <color_pars_fragment>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <aomap_pars_fragment>
+#include <lightmap_pars_fragment>
+#include <emissivemap_pars_fragment>
+#include <gradientmap_pars_fragment>
+#include <fog_pars_fragment>
+#include <bsdfs>
+#include <lights_pars_begin>
+#include <normal_pars_fragment>
+#include <lights_toon_pars_fragment>
+#include <shadowmap_pars_fragment>
+#include <bumpmap_pars_fragment>
+#include <normalmap_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	ReflectedLight reflectedLight = ReflectedLight( vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ), vec3( 0.0 ) );
+	vec3 totalEmissiveRadiance = emissive;
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <color_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	#include <normal_fragment_begin>
+	#include <normal_fragment_maps>
+	#include <emissivemap_fragment>
+	#include <lights_toon_fragment>
+	#include <lights_fragment_begin>
+	#include <lights_fragment_maps>
+	#include <lights_fragment_end>
+	#include <aomap_fragment>
+	vec3 outgoingLight = reflectedLight.directDiffuse + reflectedLight.indirectDiffuse + totalEmissiveRadiance;
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+	#include <dithering_fragment>
+}`,fS=`uniform float size;
+uniform float scale;
+#include <common>
+#include <color_pars_vertex>
+#include <fog_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+#ifdef USE_POINTS_UV
+	varying vec2 vUv;
+	uniform mat3 uvTransform;
+#endif
+void main() {
+	#ifdef USE_POINTS_UV
+		vUv = ( uvTransform * vec3( uv, 1 ) ).xy;
+	#endif
+	#include <color_vertex>
+	#include <morphinstance_vertex>
+	#include <morphcolor_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <project_vertex>
+	gl_PointSize = size;
+	#ifdef USE_SIZEATTENUATION
+		bool isPerspective = isPerspectiveMatrix( projectionMatrix );
+		if ( isPerspective ) gl_PointSize *= ( scale / - mvPosition.z );
+	#endif
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	#include <worldpos_vertex>
+	#include <fog_vertex>
+}`,pS=`uniform vec3 diffuse;
+uniform float opacity;
+#include <common>
+#include <color_pars_fragment>
+#include <map_particle_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <fog_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	vec3 outgoingLight = vec3( 0.0 );
+	#include <logdepthbuf_fragment>
+	#include <map_particle_fragment>
+	#include <color_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	outgoingLight = diffuseColor.rgb;
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+}`,mS=`#include <common>
+#include <batching_pars_vertex>
+#include <fog_pars_vertex>
+#include <morphtarget_pars_vertex>
+#include <skinning_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <shadowmap_pars_vertex>
+void main() {
+	#include <batching_vertex>
+	#include <beginnormal_vertex>
+	#include <morphinstance_vertex>
+	#include <morphnormal_vertex>
+	#include <skinbase_vertex>
+	#include <skinnormal_vertex>
+	#include <defaultnormal_vertex>
+	#include <begin_vertex>
+	#include <morphtarget_vertex>
+	#include <skinning_vertex>
+	#include <project_vertex>
+	#include <logdepthbuf_vertex>
+	#include <worldpos_vertex>
+	#include <shadowmap_vertex>
+	#include <fog_vertex>
+}`,gS=`uniform vec3 color;
+uniform float opacity;
+#include <common>
+#include <fog_pars_fragment>
+#include <bsdfs>
+#include <lights_pars_begin>
+#include <logdepthbuf_pars_fragment>
+#include <shadowmap_pars_fragment>
+#include <shadowmask_pars_fragment>
+void main() {
+	#include <logdepthbuf_fragment>
+	gl_FragColor = vec4( color, opacity * ( 1.0 - getShadowMask() ) );
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+	#include <premultiplied_alpha_fragment>
+}`,_S=`uniform float rotation;
+uniform vec2 center;
+#include <common>
+#include <uv_pars_vertex>
+#include <fog_pars_vertex>
+#include <logdepthbuf_pars_vertex>
+#include <clipping_planes_pars_vertex>
+void main() {
+	#include <uv_vertex>
+	vec4 mvPosition = modelViewMatrix[ 3 ];
+	vec2 scale = vec2( length( modelMatrix[ 0 ].xyz ), length( modelMatrix[ 1 ].xyz ) );
+	#ifndef USE_SIZEATTENUATION
+		bool isPerspective = isPerspectiveMatrix( projectionMatrix );
+		if ( isPerspective ) scale *= - mvPosition.z;
+	#endif
+	vec2 alignedPosition = ( position.xy - ( center - vec2( 0.5 ) ) ) * scale;
+	vec2 rotatedPosition;
+	rotatedPosition.x = cos( rotation ) * alignedPosition.x - sin( rotation ) * alignedPosition.y;
+	rotatedPosition.y = sin( rotation ) * alignedPosition.x + cos( rotation ) * alignedPosition.y;
+	mvPosition.xy += rotatedPosition;
+	gl_Position = projectionMatrix * mvPosition;
+	#include <logdepthbuf_vertex>
+	#include <clipping_planes_vertex>
+	#include <fog_vertex>
+}`,xS=`uniform vec3 diffuse;
+uniform float opacity;
+#include <common>
+#include <uv_pars_fragment>
+#include <map_pars_fragment>
+#include <alphamap_pars_fragment>
+#include <alphatest_pars_fragment>
+#include <alphahash_pars_fragment>
+#include <fog_pars_fragment>
+#include <logdepthbuf_pars_fragment>
+#include <clipping_planes_pars_fragment>
+void main() {
+	vec4 diffuseColor = vec4( diffuse, opacity );
+	#include <clipping_planes_fragment>
+	vec3 outgoingLight = vec3( 0.0 );
+	#include <logdepthbuf_fragment>
+	#include <map_fragment>
+	#include <alphamap_fragment>
+	#include <alphatest_fragment>
+	#include <alphahash_fragment>
+	outgoingLight = diffuseColor.rgb;
+	#include <opaque_fragment>
+	#include <tonemapping_fragment>
+	#include <colorspace_fragment>
+	#include <fog_fragment>
+}`,ht={alphahash_fragment:zv,alphahash_pars_fragment:Hv,alphamap_fragment:Vv,alphamap_pars_fragment:Gv,alphatest_fragment:Wv,alphatest_pars_fragment:Xv,aomap_fragment:qv,aomap_pars_fragment:Yv,batching_pars_vertex:$v,batching_vertex:Zv,begin_vertex:Kv,beginnormal_vertex:Jv,bsdfs:jv,iridescence_fragment:Qv,bumpmap_pars_fragment:ey,clipping_planes_fragment:ty,clipping_planes_pars_fragment:ny,clipping_planes_pars_vertex:iy,clipping_planes_vertex:sy,color_fragment:ry,color_pars_fragment:oy,color_pars_vertex:ay,color_vertex:ly,common:cy,defaultnormal_vertex:hy,displacementmap_pars_vertex:uy,displacementmap_vertex:dy,emissivemap_fragment:fy,emissivemap_pars_fragment:py,colorspace_fragment:my,colorspace_pars_fragment:gy,envmap_fragment:_y,envmap_common_pars_fragment:xy,envmap_pars_fragment:vy,envmap_pars_vertex:yy,envmap_physical_pars_fragment:Iy,envmap_vertex:by,fog_vertex:Sy,fog_pars_vertex:My,fog_fragment:wy,fog_pars_fragment:Ey,gradientmap_pars_fragment:Ty,lightmap_pars_fragment:Ay,lights_lambert_fragment:Ry,lights_lambert_pars_fragment:Cy,lights_pars_begin:Py,lights_toon_fragment:Ly,lights_toon_pars_fragment:Dy,lights_phong_fragment:Ny,lights_phong_pars_fragment:Uy,lights_physical_fragment:Fy,lights_physical_pars_fragment:Oy,lights_fragment_begin:By,lights_fragment_maps:ky,lights_fragment_end:zy,lightprobes_pars_fragment:Hy,logdepthbuf_fragment:Vy,logdepthbuf_pars_fragment:Gy,logdepthbuf_pars_vertex:Wy,logdepthbuf_vertex:Xy,map_fragment:qy,map_pars_fragment:Yy,map_particle_fragment:$y,map_particle_pars_fragment:Zy,metalnessmap_fragment:Ky,metalnessmap_pars_fragment:Jy,morphinstance_vertex:jy,morphcolor_vertex:Qy,morphnormal_vertex:eb,morphtarget_pars_vertex:tb,morphtarget_vertex:nb,normal_fragment_begin:ib,normal_fragment_maps:sb,normal_pars_fragment:rb,normal_pars_vertex:ob,normal_vertex:ab,normalmap_pars_fragment:lb,clearcoat_normal_fragment_begin:cb,clearcoat_normal_fragment_maps:hb,clearcoat_pars_fragment:ub,iridescence_pars_fragment:db,opaque_fragment:fb,packing:pb,premultiplied_alpha_fragment:mb,project_vertex:gb,dithering_fragment:_b,dithering_pars_fragment:xb,roughnessmap_fragment:vb,roughnessmap_pars_fragment:yb,shadowmap_pars_fragment:bb,shadowmap_pars_vertex:Sb,shadowmap_vertex:Mb,shadowmask_pars_fragment:wb,skinbase_vertex:Eb,skinning_pars_vertex:Tb,skinning_vertex:Ab,skinnormal_vertex:Rb,specularmap_fragment:Cb,specularmap_pars_fragment:Pb,tonemapping_fragment:Ib,tonemapping_pars_fragment:Lb,transmission_fragment:Db,transmission_pars_fragment:Nb,uv_pars_fragment:Ub,uv_pars_vertex:Fb,uv_vertex:Ob,worldpos_vertex:Bb,background_vert:kb,background_frag:zb,backgroundCube_vert:Hb,backgroundCube_frag:Vb,cube_vert:Gb,cube_frag:Wb,depth_vert:Xb,depth_frag:qb,distance_vert:Yb,distance_frag:$b,equirect_vert:Zb,equirect_frag:Kb,linedashed_vert:Jb,linedashed_frag:jb,meshbasic_vert:Qb,meshbasic_frag:eS,meshlambert_vert:tS,meshlambert_frag:nS,meshmatcap_vert:iS,meshmatcap_frag:sS,meshnormal_vert:rS,meshnormal_frag:oS,meshphong_vert:aS,meshphong_frag:lS,meshphysical_vert:cS,meshphysical_frag:hS,meshtoon_vert:uS,meshtoon_frag:dS,points_vert:fS,points_frag:pS,shadow_vert:mS,shadow_frag:gS,sprite_vert:_S,sprite_frag:xS},De={common:{diffuse:{value:new gt(16777215)},opacity:{value:1},map:{value:null},mapTransform:{value:new tt},alphaMap:{value:null},alphaMapTransform:{value:new tt},alphaTest:{value:0}},specularmap:{specularMap:{value:null},specularMapTransform:{value:new tt}},envmap:{envMap:{value:null},envMapRotation:{value:new tt},reflectivity:{value:1},ior:{value:1.5},refractionRatio:{value:.98},dfgLUT:{value:null}},aomap:{aoMap:{value:null},aoMapIntensity:{value:1},aoMapTransform:{value:new tt}},lightmap:{lightMap:{value:null},lightMapIntensity:{value:1},lightMapTransform:{value:new tt}},bumpmap:{bumpMap:{value:null},bumpMapTransform:{value:new tt},bumpScale:{value:1}},normalmap:{normalMap:{value:null},normalMapTransform:{value:new tt},normalScale:{value:new ze(1,1)}},displacementmap:{displacementMap:{value:null},displacementMapTransform:{value:new tt},displacementScale:{value:1},displacementBias:{value:0}},emissivemap:{emissiveMap:{value:null},emissiveMapTransform:{value:new tt}},metalnessmap:{metalnessMap:{value:null},metalnessMapTransform:{value:new tt}},roughnessmap:{roughnessMap:{value:null},roughnessMapTransform:{value:new tt}},gradientmap:{gradientMap:{value:null}},fog:{fogDensity:{value:25e-5},fogNear:{value:1},fogFar:{value:2e3},fogColor:{value:new gt(16777215)}},lights:{ambientLightColor:{value:[]},lightProbe:{value:[]},sunLights:{value:[],properties:{direction:{},color:{}}},sunLightShadows:{value:[],properties:{shadowIntensity:1,shadowBias:{},shadowNormalBias:{},shadowRadius:{},shadowMapSize:{}}},sunShadowMatrix:{value:[]},sunShadowCascade:{value:[]},directionalLights:{value:[],properties:{direction:{},color:{}}},directionalLightShadows:{value:[],properties:{shadowIntensity:1,shadowBias:{},shadowNormalBias:{},shadowRadius:{},shadowMapSize:{}}},directionalShadowMatrix:{value:[]},spotLights:{value:[],properties:{color:{},position:{},direction:{},distance:{},coneCos:{},penumbraCos:{},decay:{}}},spotLightShadows:{value:[],properties:{shadowIntensity:1,shadowBias:{},shadowNormalBias:{},shadowRadius:{},shadowMapSize:{}}},spotLightMap:{value:[]},spotLightMatrix:{value:[]},pointLights:{value:[],properties:{color:{},position:{},decay:{},distance:{}}},pointLightShadows:{value:[],properties:{shadowIntensity:1,shadowBias:{},shadowNormalBias:{},shadowRadius:{},shadowMapSize:{},shadowCameraNear:{},shadowCameraFar:{}}},pointShadowMatrix:{value:[]},hemisphereLights:{value:[],properties:{direction:{},skyColor:{},groundColor:{}}},rectAreaLights:{value:[],properties:{color:{},position:{},width:{},height:{}}},ltc_1:{value:null},ltc_2:{value:null},probesSH:{value:[]},probesMin:{value:[]},probesMax:{value:[]},probesResolution:{value:[]}},points:{diffuse:{value:new gt(16777215)},opacity:{value:1},size:{value:1},scale:{value:1},map:{value:null},alphaMap:{value:null},alphaMapTransform:{value:new tt},alphaTest:{value:0},uvTransform:{value:new tt}},sprite:{diffuse:{value:new gt(16777215)},opacity:{value:1},center:{value:new ze(.5,.5)},rotation:{value:0},map:{value:null},mapTransform:{value:new tt},alphaMap:{value:null},alphaMapTransform:{value:new tt},alphaTest:{value:0}}},$i={basic:{uniforms:Un([De.common,De.specularmap,De.envmap,De.aomap,De.lightmap,De.fog]),vertexShader:ht.meshbasic_vert,fragmentShader:ht.meshbasic_frag},lambert:{uniforms:Un([De.common,De.specularmap,De.envmap,De.aomap,De.lightmap,De.emissivemap,De.bumpmap,De.normalmap,De.displacementmap,De.fog,De.lights,{emissive:{value:new gt(0)},envMapIntensity:{value:1}}]),vertexShader:ht.meshlambert_vert,fragmentShader:ht.meshlambert_frag},phong:{uniforms:Un([De.common,De.specularmap,De.envmap,De.aomap,De.lightmap,De.emissivemap,De.bumpmap,De.normalmap,De.displacementmap,De.fog,De.lights,{emissive:{value:new gt(0)},specular:{value:new gt(1118481)},shininess:{value:30},envMapIntensity:{value:1}}]),vertexShader:ht.meshphong_vert,fragmentShader:ht.meshphong_frag},standard:{uniforms:Un([De.common,De.envmap,De.aomap,De.lightmap,De.emissivemap,De.bumpmap,De.normalmap,De.displacementmap,De.roughnessmap,De.metalnessmap,De.fog,De.lights,{emissive:{value:new gt(0)},roughness:{value:1},metalness:{value:0},envMapIntensity:{value:1}}]),vertexShader:ht.meshphysical_vert,fragmentShader:ht.meshphysical_frag},toon:{uniforms:Un([De.common,De.aomap,De.lightmap,De.emissivemap,De.bumpmap,De.normalmap,De.displacementmap,De.gradientmap,De.fog,De.lights,{emissive:{value:new gt(0)}}]),vertexShader:ht.meshtoon_vert,fragmentShader:ht.meshtoon_frag},matcap:{uniforms:Un([De.common,De.bumpmap,De.normalmap,De.displacementmap,De.fog,{matcap:{value:null}}]),vertexShader:ht.meshmatcap_vert,fragmentShader:ht.meshmatcap_frag},points:{uniforms:Un([De.points,De.fog]),vertexShader:ht.points_vert,fragmentShader:ht.points_frag},dashed:{uniforms:Un([De.common,De.fog,{scale:{value:1},dashSize:{value:1},totalSize:{value:2}}]),vertexShader:ht.linedashed_vert,fragmentShader:ht.linedashed_frag},depth:{uniforms:Un([De.common,De.displacementmap]),vertexShader:ht.depth_vert,fragmentShader:ht.depth_frag},normal:{uniforms:Un([De.common,De.bumpmap,De.normalmap,De.displacementmap,{opacity:{value:1}}]),vertexShader:ht.meshnormal_vert,fragmentShader:ht.meshnormal_frag},sprite:{uniforms:Un([De.sprite,De.fog]),vertexShader:ht.sprite_vert,fragmentShader:ht.sprite_frag},background:{uniforms:{uvTransform:{value:new tt},t2D:{value:null},backgroundIntensity:{value:1}},vertexShader:ht.background_vert,fragmentShader:ht.background_frag},backgroundCube:{uniforms:{envMap:{value:null},backgroundBlurriness:{value:0},backgroundIntensity:{value:1},backgroundRotation:{value:new tt}},vertexShader:ht.backgroundCube_vert,fragmentShader:ht.backgroundCube_frag},cube:{uniforms:{tCube:{value:null},tFlip:{value:-1},opacity:{value:1}},vertexShader:ht.cube_vert,fragmentShader:ht.cube_frag},equirect:{uniforms:{tEquirect:{value:null}},vertexShader:ht.equirect_vert,fragmentShader:ht.equirect_frag},distance:{uniforms:Un([De.common,De.displacementmap,{referencePosition:{value:new O},nearDistance:{value:1},farDistance:{value:1e3}}]),vertexShader:ht.distance_vert,fragmentShader:ht.distance_frag},shadow:{uniforms:Un([De.lights,De.fog,{color:{value:new gt(0)},opacity:{value:1}}]),vertexShader:ht.shadow_vert,fragmentShader:ht.shadow_frag}};$i.physical={uniforms:Un([$i.standard.uniforms,{clearcoat:{value:0},clearcoatMap:{value:null},clearcoatMapTransform:{value:new tt},clearcoatNormalMap:{value:null},clearcoatNormalMapTransform:{value:new tt},clearcoatNormalScale:{value:new ze(1,1)},clearcoatRoughness:{value:0},clearcoatRoughnessMap:{value:null},clearcoatRoughnessMapTransform:{value:new tt},diffuseRoughness:{value:0},diffuseRoughnessMap:{value:null},diffuseRoughnessMapTransform:{value:new tt},dispersion:{value:0},retroreflectivity:{value:0},iridescence:{value:0},iridescenceMap:{value:null},iridescenceMapTransform:{value:new tt},iridescenceIOR:{value:1.3},iridescenceThicknessMinimum:{value:100},iridescenceThicknessMaximum:{value:400},iridescenceThicknessMap:{value:null},iridescenceThicknessMapTransform:{value:new tt},sheen:{value:0},sheenColor:{value:new gt(0)},sheenColorMap:{value:null},sheenColorMapTransform:{value:new tt},sheenRoughness:{value:1},sheenRoughnessMap:{value:null},sheenRoughnessMapTransform:{value:new tt},transmission:{value:0},transmissionMap:{value:null},transmissionMapTransform:{value:new tt},transmissionSamplerSize:{value:new ze},transmissionSamplerMap:{value:null},thickness:{value:0},thicknessMap:{value:null},thicknessMapTransform:{value:new tt},attenuationDistance:{value:0},attenuationColor:{value:new gt(0)},specularColor:{value:new gt(1,1,1)},specularColorMap:{value:null},specularColorMapTransform:{value:new tt},specularIntensity:{value:1},specularIntensityMap:{value:null},specularIntensityMapTransform:{value:new tt},anisotropyVector:{value:new ze},anisotropyMap:{value:null},anisotropyMapTransform:{value:new tt}}]),vertexShader:ht.meshphysical_vert,fragmentShader:ht.meshphysical_frag};var nh={r:0,b:0,g:0},vS=new Ut,Og=new tt;Og.set(-1,0,0,0,1,0,0,0,1);function yS(i,e,t,n,s,r){let o=new gt(0),a=s===!0?0:1,l,c,h=null,u=0,d=null;function f(y){let T=y.isScene===!0?y.background:null;if(T&&T.isTexture){let S=y.backgroundBlurriness>0;T=e.get(T,S)}return T}function g(y){let T=!1,S=f(y);S===null?p(o,a):S&&S.isColor&&(p(S,1),T=!0);let R=i.xr.getEnvironmentBlendMode();R==="additive"?t.buffers.color.setClear(0,0,0,1,r):R==="alpha-blend"&&t.buffers.color.setClear(0,0,0,0,r),(i.autoClear||T)&&(t.buffers.depth.setTest(!0),t.buffers.depth.setMask(!0),t.buffers.color.setMask(!0),i.clear(i.autoClearColor,i.autoClearDepth,i.autoClearStencil))}function v(y,T){let S=f(T);S&&S.isCubeTexture?(c===void 0&&(c=new dn(new ro(1,1,1),new _i({name:"BackgroundCubeMaterial",uniforms:pr($i.backgroundCube.uniforms),vertexShader:$i.backgroundCube.vertexShader,fragmentShader:$i.backgroundCube.fragmentShader,side:Wn,depthTest:!1,depthWrite:!1,fog:!1,allowOverride:!1})),c.geometry.deleteAttribute("normal"),c.geometry.deleteAttribute("uv"),c.onBeforeRender=function(R,A,_){this.matrixWorld.copyPosition(_.matrixWorld)},Object.defineProperty(c.material,"envMap",{get:function(){return this.uniforms.envMap.value}}),n.update(c)),c.material.uniforms.envMap.value=S,c.material.uniforms.backgroundBlurriness.value=T.backgroundBlurriness,c.material.uniforms.backgroundIntensity.value=T.backgroundIntensity,c.material.uniforms.backgroundRotation.value.setFromMatrix4(vS.makeRotationFromEuler(T.backgroundRotation)).transpose(),S.isRenderTargetTexture===!1&&c.material.uniforms.backgroundRotation.value.premultiply(Og),c.material.toneMapped=pt.getTransfer(S.colorSpace)!==Tt,(h!==S||u!==S.version||d!==i.toneMapping)&&(c.material.needsUpdate=!0,h=S,u=S.version,d=i.toneMapping),c.layers.enableAll(),y.unshift(c,c.geometry,c.material,0,0,null)):S&&S.isTexture&&(l===void 0&&(l=new dn(new da(2,2),new _i({name:"BackgroundMaterial",uniforms:pr($i.background.uniforms),vertexShader:$i.background.vertexShader,fragmentShader:$i.background.fragmentShader,side:Xi,depthTest:!1,depthWrite:!1,fog:!1,allowOverride:!1})),l.geometry.deleteAttribute("normal"),Object.defineProperty(l.material,"map",{get:function(){return this.uniforms.t2D.value}}),n.update(l)),l.material.uniforms.t2D.value=S,l.material.uniforms.backgroundIntensity.value=T.backgroundIntensity,l.material.toneMapped=pt.getTransfer(S.colorSpace)!==Tt,S.matrixAutoUpdate===!0&&S.updateMatrix(),l.material.uniforms.uvTransform.value.copy(S.matrix),(h!==S||u!==S.version||d!==i.toneMapping)&&(l.material.needsUpdate=!0,h=S,u=S.version,d=i.toneMapping),l.layers.enableAll(),y.unshift(l,l.geometry,l.material,0,0,null))}function p(y,T){y.getRGB(nh,yd(i)),t.buffers.color.setClear(nh.r,nh.g,nh.b,T,r)}function m(){c!==void 0&&(c.geometry.dispose(),c.material.dispose(),c=void 0),l!==void 0&&(l.geometry.dispose(),l.material.dispose(),l=void 0)}return{getClearColor:function(){return o},setClearColor:function(y,T=1){o.set(y),a=T,p(o,a)},getClearAlpha:function(){return a},setClearAlpha:function(y){a=y,p(o,a)},render:g,addToRenderList:v,dispose:m}}function bS(i,e){let t=i.getParameter(i.MAX_VERTEX_ATTRIBS),n={},s=d(null),r=s,o=!1;function a(L,H,V,D,W){let Y=!1,G=u(L,D,V,H);r!==G&&(r=G,c(r.object)),Y=f(L,D,V,W),Y&&g(L,D,V,W),W!==null&&e.update(W,i.ELEMENT_ARRAY_BUFFER),(Y||o)&&(o=!1,S(L,H,V,D),W!==null&&i.bindBuffer(i.ELEMENT_ARRAY_BUFFER,e.get(W).buffer))}function l(){return i.createVertexArray()}function c(L){return i.bindVertexArray(L)}function h(L){return i.deleteVertexArray(L)}function u(L,H,V,D){let W=D.wireframe===!0,Y=n[H.id];Y===void 0&&(Y={},n[H.id]=Y);let G=L.isInstancedMesh===!0?L.id:0,ce=Y[G];ce===void 0&&(ce={},Y[G]=ce);let J=ce[V.id];J===void 0&&(J={},ce[V.id]=J);let Q=J[W];return Q===void 0&&(Q=d(l()),J[W]=Q),Q}function d(L){let H=[],V=[],D=[];for(let W=0;W<t;W++)H[W]=0,V[W]=0,D[W]=0;return{geometry:null,program:null,wireframe:!1,newAttributes:H,enabledAttributes:V,attributeDivisors:D,object:L,attributes:{},index:null}}function f(L,H,V,D){let W=r.attributes,Y=H.attributes,G=0,ce=V.getAttributes();for(let J in ce)if(ce[J].location>=0){let re=W[J],fe=Y[J];if(fe===void 0&&(J==="instanceMatrix"&&L.instanceMatrix&&(fe=L.instanceMatrix),J==="instanceColor"&&L.instanceColor&&(fe=L.instanceColor)),re===void 0||re.attribute!==fe||fe&&re.data!==fe.data)return!0;G++}return r.attributesNum!==G||r.index!==D}function g(L,H,V,D){let W={},Y=H.attributes,G=0,ce=V.getAttributes();for(let J in ce)if(ce[J].location>=0){let re=Y[J];re===void 0&&(J==="instanceMatrix"&&L.instanceMatrix&&(re=L.instanceMatrix),J==="instanceColor"&&L.instanceColor&&(re=L.instanceColor));let fe={};fe.attribute=re,re&&re.data&&(fe.data=re.data),W[J]=fe,G++}r.attributes=W,r.attributesNum=G,r.index=D}function v(){let L=r.newAttributes;for(let H=0,V=L.length;H<V;H++)L[H]=0}function p(L){m(L,0)}function m(L,H){let V=r.newAttributes,D=r.enabledAttributes,W=r.attributeDivisors;V[L]=1,D[L]===0&&(i.enableVertexAttribArray(L),D[L]=1),W[L]!==H&&(i.vertexAttribDivisor(L,H),W[L]=H)}function y(){let L=r.newAttributes,H=r.enabledAttributes;for(let V=0,D=H.length;V<D;V++)H[V]!==L[V]&&(i.disableVertexAttribArray(V),H[V]=0)}function T(L,H,V,D,W,Y,G){G===!0?i.vertexAttribIPointer(L,H,V,W,Y):i.vertexAttribPointer(L,H,V,D,W,Y)}function S(L,H,V,D){v();let W=D.attributes,Y=V.getAttributes(),G=H.defaultAttributeValues;for(let ce in Y){let J=Y[ce];if(J.location>=0){let Q=W[ce];if(Q===void 0&&(ce==="instanceMatrix"&&L.instanceMatrix&&(Q=L.instanceMatrix),ce==="instanceColor"&&L.instanceColor&&(Q=L.instanceColor)),Q!==void 0){let re=Q.normalized,fe=Q.itemSize,de=e.get(Q);if(de===void 0)continue;let ee=de.buffer,ge=de.type,ve=de.bytesPerElement,Re=ge===i.INT||ge===i.UNSIGNED_INT||Q.gpuType===po;if(Q.isInterleavedBufferAttribute){let Me=Q.data,Xe=Me.isInterleavedBuffer===!0?Me.stride:Me.itemSize,st=Q.offset;if(Me.isInstancedInterleavedBuffer||Me.isInstancedBufferAttribute){for(let Ge=0;Ge<J.locationSize;Ge++)m(J.location+Ge,Me.meshPerAttribute);L.isInstancedMesh!==!0&&D._maxInstanceCount===void 0&&(D._maxInstanceCount=Me.meshPerAttribute*Me.count)}else for(let Ge=0;Ge<J.locationSize;Ge++)p(J.location+Ge);i.bindBuffer(i.ARRAY_BUFFER,ee);for(let Ge=0;Ge<J.locationSize;Ge++)T(J.location+Ge,fe/J.locationSize,ge,re,Xe*ve,(st+fe/J.locationSize*Ge)*ve,Re)}else{if(Q.isInstancedBufferAttribute){for(let Me=0;Me<J.locationSize;Me++)m(J.location+Me,Q.meshPerAttribute);L.isInstancedMesh!==!0&&D._maxInstanceCount===void 0&&(D._maxInstanceCount=Q.meshPerAttribute*Q.count)}else for(let Me=0;Me<J.locationSize;Me++)p(J.location+Me);i.bindBuffer(i.ARRAY_BUFFER,ee);for(let Me=0;Me<J.locationSize;Me++)T(J.location+Me,fe/J.locationSize,ge,re,fe*ve,fe/J.locationSize*Me*ve,Re)}}else if(G!==void 0){let re=G[ce];if(re!==void 0)switch(re.length){case 2:i.vertexAttrib2fv(J.location,re);break;case 3:i.vertexAttrib3fv(J.location,re);break;case 4:i.vertexAttrib4fv(J.location,re);break;default:i.vertexAttrib1fv(J.location,re)}}}}y()}function R(){B();for(let L in n){let H=n[L];for(let V in H){let D=H[V];for(let W in D){let Y=D[W];for(let G in Y)h(Y[G].object),delete Y[G];delete D[W]}}delete n[L]}}function A(L){if(n[L.id]===void 0)return;let H=n[L.id];for(let V in H){let D=H[V];for(let W in D){let Y=D[W];for(let G in Y)h(Y[G].object),delete Y[G];delete D[W]}}delete n[L.id]}function _(L){for(let H in n){let V=n[H];for(let D in V){let W=V[D];if(W[L.id]===void 0)continue;let Y=W[L.id];for(let G in Y)h(Y[G].object),delete Y[G];delete W[L.id]}}}function E(L){for(let H in n){let V=n[H],D=L.isInstancedMesh===!0?L.id:0,W=V[D];if(W!==void 0){for(let Y in W){let G=W[Y];for(let ce in G)h(G[ce].object),delete G[ce];delete W[Y]}delete V[D],Object.keys(V).length===0&&delete n[H]}}}function B(){N(),o=!0,r!==s&&(r=s,c(r.object))}function N(){s.geometry=null,s.program=null,s.wireframe=!1}return{setup:a,reset:B,resetDefaultState:N,dispose:R,releaseStatesOfGeometry:A,releaseStatesOfObject:E,releaseStatesOfProgram:_,initAttributes:v,enableAttribute:p,disableUnusedAttributes:y}}function SS(i,e,t){let n;function s(l){n=l}function r(l,c){i.drawArrays(n,l,c),t.update(c,n,1)}function o(l,c,h){h!==0&&(i.drawArraysInstanced(n,l,c,h),t.update(c,n,h))}function a(l,c,h){if(h===0)return;e.get("WEBGL_multi_draw").multiDrawArraysWEBGL(n,l,0,c,0,h);let d=0;for(let f=0;f<h;f++)d+=c[f];t.update(d,n,1)}this.setMode=s,this.render=r,this.renderInstances=o,this.renderMultiDraw=a}function MS(i,e,t,n){let s;function r(){if(s!==void 0)return s;if(e.has("EXT_texture_filter_anisotropic")===!0){let _=e.get("EXT_texture_filter_anisotropic");s=i.getParameter(_.MAX_TEXTURE_MAX_ANISOTROPY_EXT)}else s=0;return s}function o(_){return!(_!==Di&&n.convert(_)!==i.getParameter(i.IMPLEMENTATION_COLOR_READ_FORMAT))}function a(_){let E=_===Li&&(e.has("EXT_color_buffer_half_float")||e.has("EXT_color_buffer_float"));return!(_!==Xn&&_!==Ii&&!E&&n.convert(_)!==i.getParameter(i.IMPLEMENTATION_COLOR_READ_TYPE))}function l(_){if(_==="highp"){if(i.getShaderPrecisionFormat(i.VERTEX_SHADER,i.HIGH_FLOAT).precision>0&&i.getShaderPrecisionFormat(i.FRAGMENT_SHADER,i.HIGH_FLOAT).precision>0)return"highp";_="mediump"}return _==="mediump"&&i.getShaderPrecisionFormat(i.VERTEX_SHADER,i.MEDIUM_FLOAT).precision>0&&i.getShaderPrecisionFormat(i.FRAGMENT_SHADER,i.MEDIUM_FLOAT).precision>0?"mediump":"lowp"}let c=t.precision!==void 0?t.precision:"highp",h=l(c);h!==c&&($e("WebGLRenderer:",c,"not supported, using",h,"instead."),c=h);let u=t.reversedDepthBuffer===!0&&e.has("EXT_clip_control"),d=t.logarithmicDepthBuffer===!0&&u===!1;t.reversedDepthBuffer===!0&&u===!1&&$e("WebGLRenderer: Unable to use reversed depth buffer due to missing EXT_clip_control extension. Fallback to default depth buffer."),t.logarithmicDepthBuffer===!0&&u===!0&&$e("WebGLRenderer: Logarithmic depth buffer is ignored when reversed depth buffer is enabled.");let f=i.getParameter(i.MAX_TEXTURE_IMAGE_UNITS),g=i.getParameter(i.MAX_VERTEX_TEXTURE_IMAGE_UNITS),v=i.getParameter(i.MAX_TEXTURE_SIZE),p=i.getParameter(i.MAX_CUBE_MAP_TEXTURE_SIZE),m=i.getParameter(i.MAX_VERTEX_ATTRIBS),y=i.getParameter(i.MAX_VERTEX_UNIFORM_VECTORS),T=i.getParameter(i.MAX_VARYING_VECTORS),S=i.getParameter(i.MAX_FRAGMENT_UNIFORM_VECTORS),R=i.getParameter(i.MAX_SAMPLES),A=i.getParameter(i.SAMPLES);return{isWebGL2:!0,getMaxAnisotropy:r,getMaxPrecision:l,textureFormatReadable:o,textureTypeReadable:a,precision:c,logarithmicDepthBuffer:d,reversedDepthBuffer:u,maxTextures:f,maxVertexTextures:g,maxTextureSize:v,maxCubemapSize:p,maxAttributes:m,maxVertexUniforms:y,maxVaryings:T,maxFragmentUniforms:S,maxSamples:R,samples:A}}function wS(i){let e=this,t=null,n=0,s=!1,r=!1,o=new ri,a=new tt,l={value:null,needsUpdate:!1};this.uniform=l,this.numPlanes=0,this.numIntersection=0,this.init=function(u,d){let f=u.length!==0||d||n!==0||s;return s=d,n=u.length,f},this.beginShadows=function(){r=!0,h(null)},this.endShadows=function(){r=!1},this.setGlobalState=function(u,d){t=h(u,d,0)},this.setState=function(u,d,f){let g=u.clippingPlanes,v=u.clipIntersection,p=u.clipShadows,m=i.get(u);if(!s||g===null||g.length===0||r&&!p)r?h(null):c();else{let y=r?0:n,T=y*4,S=m.clippingState||null;l.value=S,S=h(g,d,T,f);for(let R=0;R!==T;++R)S[R]=t[R];m.clippingState=S,this.numIntersection=v?this.numPlanes:0,this.numPlanes+=y}};function c(){l.value!==t&&(l.value=t,l.needsUpdate=n>0),e.numPlanes=n,e.numIntersection=0}function h(u,d,f,g){let v=u!==null?u.length:0,p=null;if(v!==0){if(p=l.value,g!==!0||p===null){let m=f+v*4,y=d.matrixWorldInverse;a.getNormalMatrix(y),(p===null||p.length<m)&&(p=new Float32Array(m));for(let T=0,S=f;T!==v;++T,S+=4)o.copy(u[T]).applyMatrix4(y,a),o.normal.toArray(p,S),p[S+3]=o.constant}l.value=p,l.needsUpdate=!0}return e.numPlanes=v,e.numIntersection=0,p}}var Ca=class extends In{constructor(e=1,t={}){super(e,e,t),this.isWebGLCubeRenderTarget=!0;let n={width:e,height:e,depth:1},s=[n,n,n,n,n,n];this.texture=new aa(s),this._setTextureOptions(t),this.texture.isRenderTargetTexture=!0}fromEquirectangularTexture(e,t){this.texture.type=t.type,this.texture.colorSpace=t.colorSpace,this.texture.generateMipmaps=t.generateMipmaps,this.texture.minFilter=t.minFilter,this.texture.magFilter=t.magFilter;let n={uniforms:{tEquirect:{value:null}},vertexShader:`
+
+				varying vec3 vWorldDirection;
+
+				vec3 transformDirection( in vec3 dir, in mat4 matrix ) {
+
+					return normalize( ( matrix * vec4( dir, 0.0 ) ).xyz );
+
+				}
+
+				void main() {
+
+					vWorldDirection = transformDirection( position, modelMatrix );
+
+					#include <begin_vertex>
+					#include <project_vertex>
+
+				}
+			`,fragmentShader:`
+
+				uniform sampler2D tEquirect;
+
+				varying vec3 vWorldDirection;
+
+				#include <common>
+
+				void main() {
+
+					vec3 direction = normalize( vWorldDirection );
+
+					vec2 sampleUV = equirectUv( direction );
+
+					gl_FragColor = texture2D( tEquirect, sampleUV );
+
+				}
+			`},s=new ro(5,5,5),r=new _i({name:"CubemapFromEquirect",uniforms:pr(n.uniforms),vertexShader:n.vertexShader,fragmentShader:n.fragmentShader,side:Wn,blending:hr});r.uniforms.tEquirect.value=t;let o=new dn(s,r),a=t.minFilter;return t.minFilter===fs&&(t.minFilter=Cn),new lo(1,10,this).update(e,o),t.minFilter=a,o.geometry.dispose(),o.material.dispose(),this}clear(e,t=!0,n=!0,s=!0){let r=e.getRenderTarget();for(let o=0;o<6;o++)e.setRenderTarget(this,o),e.clear(t,n,s);e.setRenderTarget(r)}},mg=256,ES=3,TS=20,Bg=256,kg=16,AS=3,RS=new O,CS=new gt,sh=class i{constructor(e){this._renderer=e,this._cubeSize=0,this._sourceTarget=null,this._cubeCamera=new lo(1,10,null),this._boxMesh=new dn(new ro(5,5,5),null),this._cubemapMaterial=null,this._equirectMaterial=null,this._blurMaterial=null,this._ggxMaterial=null,this._integrationMaterial=null}fromScene(e,t=0,n=.1,s=100,r={}){let{size:o=256,position:a=RS}=r,l=this._renderer;this._setSize(o);let c=this._allocateTarget(),h=this._getSourceTarget(!0);t>0&&(h.texture.mipmapsAutoUpdate=!1);let u=l.autoClear,d=l.autoClearColor,f=l.autoClearDepth,g=l.autoClearStencil,v=e.background;l.autoClear=!0,l.autoClearColor=!0,l.autoClearDepth=!0,l.autoClearStencil=!0,v===null&&(e.background=l.getClearColor(CS));let p=new lo(n,s,h);return p.position.copy(a),p.update(l,e),l.autoClear=u,l.autoClearColor=d,l.autoClearDepth=f,l.autoClearStencil=g,e.background=v,t>0&&(h.texture.mipmapsAutoUpdate=!0,this._blur(c,t)),this._applyPMREM(c),c}fromEquirectangular(e,t=null){return this._fromTexture(e,t)}fromCubemap(e,t=null){return this._fromTexture(e,t)}compileCubemapShader(){this._cubemapMaterial===null&&(this._cubemapMaterial=xg(),this._compileMaterial(this._cubemapMaterial))}compileEquirectangularShader(){this._equirectMaterial===null&&(this._equirectMaterial=_g(),this._compileMaterial(this._equirectMaterial))}dispose(){this._sourceTarget!==null&&this._sourceTarget.dispose(),this._cubemapMaterial!==null&&this._cubemapMaterial.dispose(),this._equirectMaterial!==null&&this._equirectMaterial.dispose(),this._blurMaterial!==null&&this._blurMaterial.dispose(),this._ggxMaterial!==null&&this._ggxMaterial.dispose(),this._integrationMaterial!==null&&this._integrationMaterial.dispose(),this._boxMesh.geometry.dispose()}static lodToRoughness(e,t){return t>0?1-Math.sqrt(1-e/t):0}_setSize(e){this._cubeSize=Math.max(mg,gd(e))}_fromTexture(e,t){e.mapping===dr||e.mapping===fo?this._setSize(e.image.length===0?mg:e.image[0].width||e.image[0].image.width):this._setSize(e.image.width/4);let n=t||this._allocateTarget();return this._textureToCubemap(e),this._applyPMREM(n),n}_allocateTarget(){let e=this._cubeSize,t=gg(e,!1,!1),n=Math.log2(e)-ES;for(let s=0;s<=n;s++)t.texture.mipmaps.push({width:e>>s,height:e>>s});return t.texture.name="PMREM",t.texture.isPMREMTexture=!0,t}_getSourceTarget(e=!1){let t=this._cubeSize,n=this._sourceTarget;return(n===null||n.width!==t||e&&n.depthBuffer===!1)&&(n!==null&&n.dispose(),this._sourceTarget=gg(t,!0,e)),this._sourceTarget}_compileMaterial(e){this._boxMesh.material=e,this._renderer.compile(this._boxMesh,this._cubeCamera.children[0])}_renderCube(e,t,n){let s=this._boxMesh,r=this._cubeCamera;s.material=n,r.renderTarget=e,r.activeMipmapLevel=t;let o=e.width>>t;e.viewport.set(0,0,o,o),r.update(this._renderer,s),e.viewport.set(0,0,e.width,e.height)}_textureToCubemap(e){let t;e.mapping===dr||e.mapping===fo?(this._cubemapMaterial===null&&(this._cubemapMaterial=xg()),t=this._cubemapMaterial,t.uniforms.flipEnvMap.value=e.isRenderTargetTexture===!1?-1:1):(this._equirectMaterial===null&&(this._equirectMaterial=_g()),t=this._equirectMaterial),t.uniforms.envMap.value=e,this._renderCube(this._getSourceTarget(),0,t)}_applyPMREM(e){this._ggxMaterial===null&&(this._ggxMaterial=PS(),this._integrationMaterial=IS());let t=this._cubeSize,n=e.texture.mipmaps.length-1,s=this._ggxMaterial.uniforms;s.envMap.value=this._sourceTarget.texture;let r=this._integrationMaterial.uniforms;r.envMap.value=this._sourceTarget.texture,r.sourceLod.value=Math.log2(t/kg);for(let o=0;o<=n;o++){let a=i.lodToRoughness(o,n);if(o>n-AS)r.roughness.value=a,this._renderCube(e,o,this._integrationMaterial);else{let l=a>0?Math.log2(t)+.5*Math.log2(6/(Bg*Math.pow(a,4)))+.5:0;s.roughness.value=a,s.lodBias.value=l,this._renderCube(e,o,this._ggxMaterial)}}}_blur(e,t){this._blurMaterial===null&&(this._blurMaterial=LS());let n=this._blurMaterial,s=n.uniforms,r=this._sourceTarget;s.sigma.value=Math.min(t,Math.PI)/Math.SQRT2,s.envMap.value=r.texture,this._renderCube(e,0,n),s.envMap.value=e.texture,this._renderCube(r,0,n)}};function gg(i,e,t){return new Ca(i,{minFilter:fs,generateMipmaps:e,type:Li,colorSpace:rr,depthBuffer:t})}function Pa(i,e,t){return new _i({name:i,uniforms:e,vertexShader:ht.cube_vert,fragmentShader:t,side:Wn,blending:hr,depthTest:!1,depthWrite:!1})}function PS(){return Pa("PMREMGGXConvolution",{envMap:{value:null},roughness:{value:0},lodBias:{value:0}},`
+
+		#define GGX_SAMPLES ${Bg}u
+
+		varying vec3 vWorldDirection;
+
+		uniform samplerCube envMap;
+		uniform float roughness;
+		uniform float lodBias;
+
+		#include <common>
+
+		// Van der Corput radical inverse
+		float radicalInverse_VdC( uint bits ) {
+
+			bits = ( bits << 16u ) | ( bits >> 16u );
+			bits = ( ( bits & 0x55555555u ) << 1u ) | ( ( bits & 0xAAAAAAAAu ) >> 1u );
+			bits = ( ( bits & 0x33333333u ) << 2u ) | ( ( bits & 0xCCCCCCCCu ) >> 2u );
+			bits = ( ( bits & 0x0F0F0F0Fu ) << 4u ) | ( ( bits & 0xF0F0F0F0u ) >> 4u );
+			bits = ( ( bits & 0x00FF00FFu ) << 8u ) | ( ( bits & 0xFF00FF00u ) >> 8u );
+			return float( bits ) * 2.3283064365386963e-10; // / 0x100000000
+
+		}
+
+		// Hammersley sequence
+		vec2 hammersley( uint i, uint N ) {
+
+			return vec2( float( i ) / float( N ), radicalInverse_VdC( i ) );
+
+		}
+
+		void main() {
+
+			vec3 N = normalize( vWorldDirection );
+
+			// For very low roughness, just sample the environment directly
+			if ( roughness < 0.001 ) {
+
+				gl_FragColor = vec4( textureLod( envMap, N, 0.0 ).rgb, 1.0 );
+				return;
+
+			}
+
+			float alpha = roughness * roughness;
+			float alpha2 = alpha * alpha;
+
+			// Tangent space basis for VNDF sampling
+			vec3 up = abs( N.z ) < 0.999 ? vec3( 0.0, 0.0, 1.0 ) : vec3( 1.0, 0.0, 0.0 );
+			vec3 tangent = normalize( cross( up, N ) );
+			vec3 bitangent = cross( N, tangent );
+
+			vec3 prefilteredColor = vec3( 0.0 );
+			float totalWeight = 0.0;
+
+			for ( uint i = 0u; i < GGX_SAMPLES; i ++ ) {
+
+				vec2 Xi = hammersley( i, GGX_SAMPLES );
+
+				// With V = N, sample the reflected direction directly.
+				float invQ = 1.0 / ( 1.0 - Xi.x + alpha2 * Xi.x );
+				float NdotL = ( 1.0 - Xi.x - alpha2 * Xi.x ) * invQ;
+
+				if ( NdotL > 0.0 ) {
+
+					float phi = 2.0 * PI * Xi.y;
+					float sinTheta = 2.0 * alpha * sqrt( Xi.x * ( 1.0 - Xi.x ) ) * invQ;
+					vec3 L = N * NdotL + ( tangent * cos( phi ) + bitangent * sin( phi ) ) * sinTheta;
+
+					// Match the source mip to the sample's solid angle. The terms
+					// independent of the sample are precomputed in lodBias.
+					float d = alpha2 * invQ;
+					float lod = max( log2( d ) + lodBias, 0.0 );
+
+					// Weight by NdotL for the split-sum approximation
+					prefilteredColor += textureLod( envMap, L, lod ).rgb * NdotL;
+					totalWeight += NdotL;
+
+				}
+
+			}
+
+			gl_FragColor = vec4( prefilteredColor / totalWeight, 1.0 );
+
+		}
+	`)}function IS(){return Pa("PMREMGGXIntegration",{envMap:{value:null},roughness:{value:0},sourceLod:{value:0},sourceSize:{value:kg}},`
+
+		varying vec3 vWorldDirection;
+
+		uniform samplerCube envMap;
+		uniform float roughness;
+		uniform float sourceLod;
+		uniform int sourceSize;
+
+		void main() {
+
+			vec3 N = normalize( vWorldDirection );
+
+			float alpha = roughness * roughness;
+			float alpha2 = alpha * alpha;
+
+			float texelSize = 2.0 / float( sourceSize );
+
+			vec3 prefilteredColor = vec3( 0.0 );
+			float totalWeight = 0.0;
+
+			// Pair opposite texels: only the one in N's hemisphere contributes.
+			for ( int face = 0; face < 3; face ++ ) {
+
+				for ( int y = 0; y < sourceSize; y ++ ) {
+
+					for ( int x = 0; x < sourceSize; x ++ ) {
+
+						vec2 uv = ( vec2( x, y ) + 0.5 ) * texelSize - 1.0;
+						vec3 texelDirection = face == 0 ? vec3( 1.0, uv ) : ( face == 1 ? vec3( uv.x, 1.0, uv.y ) : vec3( uv, 1.0 ) );
+
+						float invDistance = inversesqrt( 1.0 + dot( uv, uv ) );
+						float NdotL = dot( N, texelDirection );
+						texelDirection *= NdotL < 0.0 ? - 1.0 : 1.0;
+						NdotL = abs( NdotL ) * invDistance;
+
+						// With V = N, NdotH squared is ( 1 + NdotL ) / 2. Common factors
+						// in the GGX distribution and texel solid angle cancel when normalized.
+						float d = 1.0 + alpha2 + ( alpha2 - 1.0 ) * NdotL;
+						float weight = NdotL * invDistance * invDistance * invDistance / ( d * d );
+
+						prefilteredColor += textureLod( envMap, texelDirection, sourceLod ).rgb * weight;
+						totalWeight += weight;
+
+					}
+
+				}
+
+			}
+
+			gl_FragColor = vec4( prefilteredColor / totalWeight, 1.0 );
+
+		}
+	`)}function LS(){return Pa("PMREMSphericalGaussianBlur",{envMap:{value:null},sigma:{value:0}},`
+
+		#define SAMPLES ${TS}
+		#define GOLDEN_ANGLE 2.39996322973
+
+		varying vec3 vWorldDirection;
+
+		uniform samplerCube envMap;
+		uniform float sigma;
+
+		#include <common>
+
+		void main() {
+
+			vec3 outputDirection = normalize( vWorldDirection );
+
+			vec3 up = abs( outputDirection.z ) < 0.999 ? vec3( 0.0, 0.0, 1.0 ) : vec3( 1.0, 0.0, 0.0 );
+			vec3 tangent = normalize( cross( up, outputDirection ) );
+			vec3 bitangent = cross( outputDirection, tangent );
+
+			// Truncate the kernel at three standard deviations or at the antipode.
+			float thetaMax = min( 3.0 * sigma, PI );
+			float truncation = 1.0 - exp( - 0.5 * thetaMax * thetaMax / ( sigma * sigma ) );
+
+			vec3 accumColor = vec3( 0.0 );
+			float accumWeight = 0.0;
+
+			for ( int i = 0; i < SAMPLES; i ++ ) {
+
+				// Stratified inverse-CDF sampling of the Gaussian, placed on a golden-angle spiral.
+				float stratum = ( float( i ) + 0.5 ) / float( SAMPLES );
+				float theta = sigma * sqrt( - 2.0 * log( 1.0 - stratum * truncation ) );
+				float phi = float( i ) * GOLDEN_ANGLE;
+
+				vec3 offset = cos( phi ) * tangent + sin( phi ) * bitangent;
+				vec3 sampleDirection = cos( theta ) * outputDirection + sin( theta ) * offset;
+
+				// Correct the planar sample density to solid angle.
+				float weight = sin( theta ) / theta;
+
+				accumColor += weight * textureLod( envMap, sampleDirection, 0.0 ).rgb;
+				accumWeight += weight;
+
+			}
+
+			gl_FragColor = vec4( accumColor / accumWeight, 1.0 );
+
+		}
+	`)}function _g(){return Pa("PMREMEquirectangularToCubemap",{envMap:{value:null}},`
+
+		varying vec3 vWorldDirection;
+
+		uniform sampler2D envMap;
+
+		#include <common>
+
+		void main() {
+
+			// Average four subpixel samples to preserve small, bright features.
+			vec3 direction = normalize( vWorldDirection );
+			vec3 dx = dFdx( direction ) * 0.25;
+			vec3 dy = dFdy( direction ) * 0.25;
+
+			vec3 color = textureLod( envMap, equirectUv( normalize( direction - dx - dy ) ), 0.0 ).rgb;
+			color += textureLod( envMap, equirectUv( normalize( direction + dx - dy ) ), 0.0 ).rgb;
+			color += textureLod( envMap, equirectUv( normalize( direction - dx + dy ) ), 0.0 ).rgb;
+			color += textureLod( envMap, equirectUv( normalize( direction + dx + dy ) ), 0.0 ).rgb;
+			gl_FragColor = vec4( color * 0.25, 1.0 );
+
+		}
+	`)}function xg(){return Pa("PMREMCubemapToCubemap",{envMap:{value:null},flipEnvMap:{value:-1}},`
+
+		varying vec3 vWorldDirection;
+
+		uniform samplerCube envMap;
+		uniform float flipEnvMap;
+
+		void main() {
+
+			gl_FragColor = vec4( textureCube( envMap, vec3( flipEnvMap * vWorldDirection.x, vWorldDirection.yz ) ).rgb, 1.0 );
+
+		}
+	`)}function DS(i){let e=new WeakMap,t=new WeakMap,n=null;function s(d,f=!1){return d==null?null:f?o(d):r(d)}function r(d){if(d&&d.isTexture){let f=d.mapping;if(f===vc||f===yc)if(e.has(d)){let g=e.get(d).texture;return a(g,d.mapping)}else{let g=d.image;if(g&&g.height>0){let v=new Ca(g.height);return v.fromEquirectangularTexture(i,d),e.set(d,v),d.addEventListener("dispose",c),a(v.texture,d.mapping)}else return null}}return d}function o(d){if(d&&d.isTexture&&d.isPMREMTexture!==!0){let f=d.mapping,g=f===vc||f===yc,v=f===dr||f===fo;if(g||v){let p=t.get(d),m=p!==void 0?p.texture.pmremVersion:0;if(d.isRenderTargetTexture&&d.pmremVersion!==m)return n===null&&(n=new sh(i)),p=g?n.fromEquirectangular(d,p):n.fromCubemap(d,p),p.texture.pmremVersion=d.pmremVersion,t.set(d,p),p.texture;if(p!==void 0)return p.texture;{let y=d.image;return g&&y&&y.height>0||v&&y&&l(y)?(n===null&&(n=new sh(i)),p=g?n.fromEquirectangular(d):n.fromCubemap(d),p.texture.pmremVersion=d.pmremVersion,t.set(d,p),d.addEventListener("dispose",h),p.texture):null}}}return d}function a(d,f){return f===vc?d.mapping=dr:f===yc&&(d.mapping=fo),d}function l(d){let f=0,g=6;for(let v=0;v<g;v++)d[v]!==void 0&&f++;return f===g}function c(d){let f=d.target;f.removeEventListener("dispose",c);let g=e.get(f);g!==void 0&&(e.delete(f),g.dispose())}function h(d){let f=d.target;f.removeEventListener("dispose",h);let g=t.get(f);g!==void 0&&(t.delete(f),g.dispose())}function u(){e=new WeakMap,t=new WeakMap,n!==null&&(n.dispose(),n=null)}return{get:s,dispose:u}}function NS(i){let e={};function t(n){if(e[n]!==void 0)return e[n];let s=i.getExtension(n);return e[n]=s,s}return{has:function(n){return t(n)!==null},init:function(){t("EXT_color_buffer_float"),t("WEBGL_clip_cull_distance"),t("OES_texture_float_linear"),t("EXT_color_buffer_half_float"),t("WEBGL_multisampled_render_to_texture"),t("WEBGL_render_shared_exponent")},get:function(n){let s=t(n);return s===null&&Xo("WebGLRenderer: "+n+" extension not supported."),s}}}function US(i,e,t,n){let s={},r=new WeakMap,o=new FinalizationRegistry(g=>delete s[g]);function a(g){l(g.target)}function l(g){g.index!==null&&e.remove(g.index);for(let p in g.attributes)e.remove(g.attributes[p]);g.removeEventListener("dispose",a),delete s[g.id],o.unregister(g);let v=r.get(g);v&&(e.remove(v),r.delete(g)),n.releaseStatesOfGeometry(g),g.isInstancedBufferGeometry===!0&&delete g._maxInstanceCount,t.memory.geometries--}function c(g,v){return s[v.id]!==void 0||(v.addEventListener("dispose",a),s[v.id]=new WeakRef(v),o.register(v,v.id,v),t.memory.geometries++),v}function h(g){let v=g.attributes;for(let p in v)e.update(v[p],i.ARRAY_BUFFER)}function u(g){let v=g.index,p=g.attributes.position,m=0;if(p===void 0)return;let y=v!==null?v.array.length:p.array.length/3-1,T=p.count>=65535?ia:na,S=new T(Math.ceil(y/3)*6,1),R=S.array;if(v!==null){let _=v.array;m=v.version;for(let E=0,B=0;E<y;E+=3){let N=_[E+0],L=_[E+1],H=_[E+2];R[B++]=N,R[B++]=L,R[B++]=L,R[B++]=H,R[B++]=H,R[B++]=N}}else{m=p.version;for(let _=0,E=0;_<y;_+=3){let B=_+0,N=_+1,L=_+2;R[E++]=B,R[E++]=N,R[E++]=N,R[E++]=L,R[E++]=L,R[E++]=B}}S.version=m;let A=r.get(g);A&&e.remove(A),r.set(g,S)}function d(g){let v=r.get(g);if(v){let p=g.index;p!==null&&v.version<p.version&&u(g)}else u(g);return r.get(g)}function f(){for(let g in s){let v=s[g].deref();v!==void 0&&l(v)}}return{get:c,update:h,getWireframeAttribute:d,dispose:f}}function FS(i,e,t){let n;function s(u){n=u}let r,o;function a(u){r=u.type,o=u.bytesPerElement}function l(u,d){i.drawElements(n,d,r,u*o),t.update(d,n,1)}function c(u,d,f){f!==0&&(i.drawElementsInstanced(n,d,r,u*o,f),t.update(d,n,f))}function h(u,d,f){if(f===0)return;e.get("WEBGL_multi_draw").multiDrawElementsWEBGL(n,d,0,r,u,0,f);let v=0;for(let p=0;p<f;p++)v+=d[p];t.update(v,n,1)}this.setMode=s,this.setIndex=a,this.render=l,this.renderInstances=c,this.renderMultiDraw=h}function OS(i){let e={geometries:0,textures:0},t={frame:0,calls:0,triangles:0,points:0,lines:0};function n(r,o,a){switch(t.calls++,o){case i.TRIANGLES:t.triangles+=a*(r/3);break;case i.LINES:t.lines+=a*(r/2);break;case i.LINE_STRIP:t.lines+=a*(r-1);break;case i.LINE_LOOP:t.lines+=a*r;break;case i.POINTS:t.points+=a*r;break;default:et("WebGLInfo: Unknown draw mode:",o);break}}function s(){t.calls=0,t.triangles=0,t.points=0,t.lines=0}return{memory:e,render:t,programs:null,autoReset:!0,reset:s,update:n}}function BS(i,e,t){let n=new WeakMap,s=new Ft;function r(o,a,l){let c=o.morphTargetInfluences,h=a.morphAttributes.position||a.morphAttributes.normal||a.morphAttributes.color,u=h!==void 0?h.length:0,d=n.get(a);if(d===void 0||d.count!==u){let B=function(){_.dispose(),n.delete(a),a.removeEventListener("dispose",B)};d!==void 0&&d.texture.dispose();let f=a.morphAttributes.position!==void 0,g=a.morphAttributes.normal!==void 0,v=a.morphAttributes.color!==void 0,p=a.morphAttributes.position||[],m=a.morphAttributes.normal||[],y=a.morphAttributes.color||[],T=0;f===!0&&(T=1),g===!0&&(T=2),v===!0&&(T=3);let S=a.attributes.position.count*T,R=1;S>e.maxTextureSize&&(R=Math.ceil(S/e.maxTextureSize),S=e.maxTextureSize);let A=new Float32Array(S*R*4*u),_=new ea(A,S,R,u);_.type=Ii,_.needsUpdate=!0;let E=T*4;for(let N=0;N<u;N++){let L=p[N],H=m[N],V=y[N],D=S*R*4*N;for(let W=0;W<L.count;W++){let Y=W*E;f===!0&&(s.fromBufferAttribute(L,W),A[D+Y+0]=s.x,A[D+Y+1]=s.y,A[D+Y+2]=s.z,A[D+Y+3]=0),g===!0&&(s.fromBufferAttribute(H,W),A[D+Y+4]=s.x,A[D+Y+5]=s.y,A[D+Y+6]=s.z,A[D+Y+7]=0),v===!0&&(s.fromBufferAttribute(V,W),A[D+Y+8]=s.x,A[D+Y+9]=s.y,A[D+Y+10]=s.z,A[D+Y+11]=V.itemSize===4?s.w:1)}}d={count:u,texture:_,size:new ze(S,R)},n.set(a,d),a.addEventListener("dispose",B)}if(o.isInstancedMesh===!0&&o.morphTexture!==null)l.getUniforms().setValue(i,"morphTexture",o.morphTexture,t);else{let f=0;for(let v=0;v<c.length;v++)f+=c[v];let g=a.morphTargetsRelative?1:1-f;l.getUniforms().setValue(i,"morphTargetBaseInfluence",g),l.getUniforms().setValue(i,"morphTargetInfluences",c)}l.getUniforms().setValue(i,"morphTargetsTexture",d.texture,t),l.getUniforms().setValue(i,"morphTargetsTextureSize",d.size)}return{update:r}}function kS(i,e,t,n,s){let r=new WeakMap;function o(c){let h=s.render.frame,u=c.geometry,d=e.get(c,u);if(r.get(d)!==h&&(e.update(d),r.set(d,h)),c.isInstancedMesh&&(c.hasEventListener("dispose",l)===!1&&c.addEventListener("dispose",l),r.get(c)!==h&&(t.update(c.instanceMatrix,i.ARRAY_BUFFER),c.instanceColor!==null&&t.update(c.instanceColor,i.ARRAY_BUFFER),r.set(c,h))),c.isSkinnedMesh){let f=c.skeleton;r.get(f)!==h&&(f.update(),r.set(f,h))}return d}function a(){r=new WeakMap}function l(c){let h=c.target;h.removeEventListener("dispose",l),n.releaseStatesOfObject(h),t.remove(h.instanceMatrix),h.instanceColor!==null&&t.remove(h.instanceColor)}return{update:o,dispose:a}}var zS={[Ku]:"LINEAR_TONE_MAPPING",[Ju]:"REINHARD_TONE_MAPPING",[ju]:"CINEON_TONE_MAPPING",[Qu]:"ACES_FILMIC_TONE_MAPPING",[td]:"AGX_TONE_MAPPING",[nd]:"NEUTRAL_TONE_MAPPING",[ed]:"CUSTOM_TONE_MAPPING"};function HS(i,e,t,n,s,r){let o=new In(e,t,{type:i,depthBuffer:s,stencilBuffer:r,samples:n?4:0,storeMultisampledDepthBuffer:!1,storeMultisampledStencilBuffer:!1,resolveDepthBuffer:!1,resolveStencilBuffer:!1}),a=null,l=null,c=null,h=new tn;h.setAttribute("position",new un([-1,3,0,-1,-1,0,3,-1,0],3)),h.setAttribute("uv",new un([0,2,0,0,2,0],2));let u=new sc({uniforms:{tDiffuse:{value:null}},vertexShader:`
+			precision highp float;
+
+			uniform mat4 modelViewMatrix;
+			uniform mat4 projectionMatrix;
+
+			attribute vec3 position;
+			attribute vec2 uv;
+
+			varying vec2 vUv;
+
+			void main() {
+				vUv = uv;
+				gl_Position = projectionMatrix * modelViewMatrix * vec4( position, 1.0 );
+			}`,fragmentShader:`
+			precision highp float;
+
+			uniform sampler2D tDiffuse;
+
+			varying vec2 vUv;
+
+			#include <tonemapping_pars_fragment>
+			#include <colorspace_pars_fragment>
+
+			void main() {
+				gl_FragColor = texture2D( tDiffuse, vUv );
+
+				#ifdef LINEAR_TONE_MAPPING
+					gl_FragColor.rgb = LinearToneMapping( gl_FragColor.rgb );
+				#elif defined( REINHARD_TONE_MAPPING )
+					gl_FragColor.rgb = ReinhardToneMapping( gl_FragColor.rgb );
+				#elif defined( CINEON_TONE_MAPPING )
+					gl_FragColor.rgb = CineonToneMapping( gl_FragColor.rgb );
+				#elif defined( ACES_FILMIC_TONE_MAPPING )
+					gl_FragColor.rgb = ACESFilmicToneMapping( gl_FragColor.rgb );
+				#elif defined( AGX_TONE_MAPPING )
+					gl_FragColor.rgb = AgXToneMapping( gl_FragColor.rgb );
+				#elif defined( NEUTRAL_TONE_MAPPING )
+					gl_FragColor.rgb = NeutralToneMapping( gl_FragColor.rgb );
+				#elif defined( CUSTOM_TONE_MAPPING )
+					gl_FragColor.rgb = CustomToneMapping( gl_FragColor.rgb );
+				#endif
+
+				#ifdef SRGB_TRANSFER
+					gl_FragColor = sRGBTransferOETF( gl_FragColor );
+				#endif
+			}`,depthTest:!1,depthWrite:!1}),d=new dn(h,u),f=new cr(-1,1,1,-1,0,1),g=null,v=null,p=!1,m,y=null,T=[],S=!1;this.setSize=function(R,A){o.setSize(R,A),a!==null&&a.setSize(R,A),l!==null&&l.setSize(R,A);for(let _=0;_<T.length;_++){let E=T[_];E.setSize&&E.setSize(R,A)}},this.setEffects=function(R){T=R,S=T.length>0&&T[0].isRenderPass===!0;let A=o.width,_=o.height;T.length>0&&a===null&&(a=new In(A,_,{type:Li,depthBuffer:!1,stencilBuffer:!1}),l=new In(A,_,{type:Li,depthBuffer:!1,stencilBuffer:!1}));let E=s===!0&&T.some(B=>B.needsDepthTexture===!0);E!==(o.depthTexture!==null)&&(E===!0&&c===null&&(c=new Pi(A,_),r===!0&&(c.format=ps,c.type=fr)),o.dispose(),o.depthTexture=E?c:null,o.resolveDepthBuffer=E,o.storeMultisampledDepthBuffer=E);for(let B=0;B<T.length;B++){let N=T[B];N.setSize&&N.setSize(A,_),E&&N.needsDepthTexture===!0&&N.setDepthTexture&&N.setDepthTexture(c)}},this.begin=function(R,A){if(p||R.toneMapping===qi&&T.length===0)return!1;if(y=A,A!==null){let _=A.width,E=A.height;(o.width!==_||o.height!==E)&&this.setSize(_,E)}return S===!1&&R.setRenderTarget(o),m=R.toneMapping,R.toneMapping=qi,!0},this.hasRenderPass=function(){return S},this.end=function(R,A){R.toneMapping=m,p=!0;let _=o,E=a;for(let B=0;B<T.length;B++){let N=T[B];N.enabled!==!1&&(N.render(R,E,_,A),N.needsSwap!==!1&&(_=E,E=E===a?l:a))}if(g!==R.outputColorSpace||v!==R.toneMapping){g=R.outputColorSpace,v=R.toneMapping,u.defines={},pt.getTransfer(g)===Tt&&(u.defines.SRGB_TRANSFER="");let B=zS[v];B&&(u.defines[B]=""),u.needsUpdate=!0}u.uniforms.tDiffuse.value=_.texture,R.setRenderTarget(y),R.render(d,f),y=null,p=!1},this.isCompositing=function(){return p},this.dispose=function(){o.dispose(),a!==null&&a.dispose(),l!==null&&l.dispose(),h.dispose(),u.dispose()}}var zg=new qn,Hg=new Pi(1,1),Vg=new la(1),Gg=new ea,Wg=new ql,Xg=new aa,vg=[],yg=[],bg=new Float32Array(16),Sg=new Float32Array(9),Mg=new Float32Array(4);function xo(i,e,t){let n=i[0];if(n<=0||n>0)return i;let s=e*t,r=vg[s];if(r===void 0&&(r=new Float32Array(s),vg[s]=r),e!==0){n.toArray(r,0);for(let o=1,a=0;o!==e;++o)a+=t,i[o].toArray(r,a)}return r}function vn(i,e){if(i.length!==e.length)return!1;for(let t=0,n=i.length;t<n;t++)if(i[t]!==e[t])return!1;return!0}function yn(i,e){for(let t=0,n=e.length;t<n;t++)i[t]=e[t]}function oh(i,e){let t=yg[e];t===void 0&&(t=new Int32Array(e),yg[e]=t);for(let n=0;n!==e;++n)t[n]=i.allocateTextureUnit();return t}function VS(i,e){let t=this.cache;t[0]!==e&&(i.uniform1f(this.addr,e),t[0]=e)}function GS(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y)&&(i.uniform2f(this.addr,e.x,e.y),t[0]=e.x,t[1]=e.y);else{if(vn(t,e))return;i.uniform2fv(this.addr,e),yn(t,e)}}function WS(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y||t[2]!==e.z)&&(i.uniform3f(this.addr,e.x,e.y,e.z),t[0]=e.x,t[1]=e.y,t[2]=e.z);else if(e.r!==void 0)(t[0]!==e.r||t[1]!==e.g||t[2]!==e.b)&&(i.uniform3f(this.addr,e.r,e.g,e.b),t[0]=e.r,t[1]=e.g,t[2]=e.b);else{if(vn(t,e))return;i.uniform3fv(this.addr,e),yn(t,e)}}function XS(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y||t[2]!==e.z||t[3]!==e.w)&&(i.uniform4f(this.addr,e.x,e.y,e.z,e.w),t[0]=e.x,t[1]=e.y,t[2]=e.z,t[3]=e.w);else{if(vn(t,e))return;i.uniform4fv(this.addr,e),yn(t,e)}}function qS(i,e){let t=this.cache,n=e.elements;if(n===void 0){if(vn(t,e))return;i.uniformMatrix2fv(this.addr,!1,e),yn(t,e)}else{if(vn(t,n))return;Mg.set(n),i.uniformMatrix2fv(this.addr,!1,Mg),yn(t,n)}}function YS(i,e){let t=this.cache,n=e.elements;if(n===void 0){if(vn(t,e))return;i.uniformMatrix3fv(this.addr,!1,e),yn(t,e)}else{if(vn(t,n))return;Sg.set(n),i.uniformMatrix3fv(this.addr,!1,Sg),yn(t,n)}}function $S(i,e){let t=this.cache,n=e.elements;if(n===void 0){if(vn(t,e))return;i.uniformMatrix4fv(this.addr,!1,e),yn(t,e)}else{if(vn(t,n))return;bg.set(n),i.uniformMatrix4fv(this.addr,!1,bg),yn(t,n)}}function ZS(i,e){let t=this.cache;t[0]!==e&&(i.uniform1i(this.addr,e),t[0]=e)}function KS(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y)&&(i.uniform2i(this.addr,e.x,e.y),t[0]=e.x,t[1]=e.y);else{if(vn(t,e))return;i.uniform2iv(this.addr,e),yn(t,e)}}function JS(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y||t[2]!==e.z)&&(i.uniform3i(this.addr,e.x,e.y,e.z),t[0]=e.x,t[1]=e.y,t[2]=e.z);else{if(vn(t,e))return;i.uniform3iv(this.addr,e),yn(t,e)}}function jS(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y||t[2]!==e.z||t[3]!==e.w)&&(i.uniform4i(this.addr,e.x,e.y,e.z,e.w),t[0]=e.x,t[1]=e.y,t[2]=e.z,t[3]=e.w);else{if(vn(t,e))return;i.uniform4iv(this.addr,e),yn(t,e)}}function QS(i,e){let t=this.cache;t[0]!==e&&(i.uniform1ui(this.addr,e),t[0]=e)}function eM(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y)&&(i.uniform2ui(this.addr,e.x,e.y),t[0]=e.x,t[1]=e.y);else{if(vn(t,e))return;i.uniform2uiv(this.addr,e),yn(t,e)}}function tM(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y||t[2]!==e.z)&&(i.uniform3ui(this.addr,e.x,e.y,e.z),t[0]=e.x,t[1]=e.y,t[2]=e.z);else{if(vn(t,e))return;i.uniform3uiv(this.addr,e),yn(t,e)}}function nM(i,e){let t=this.cache;if(e.x!==void 0)(t[0]!==e.x||t[1]!==e.y||t[2]!==e.z||t[3]!==e.w)&&(i.uniform4ui(this.addr,e.x,e.y,e.z,e.w),t[0]=e.x,t[1]=e.y,t[2]=e.z,t[3]=e.w);else{if(vn(t,e))return;i.uniform4uiv(this.addr,e),yn(t,e)}}function ah(i){return i.version===0&&(i.compareFunction=fd,i.needsUpdate=!0),i}function iM(i,e,t){let n=this.cache,s=t.allocateTextureUnit();n[0]!==s&&(i.uniform1i(this.addr,s),n[0]=s);let r;this.type===i.SAMPLER_2D_SHADOW?r=ah(Hg):r=zg,t.setTexture2D(e||r,s)}function sM(i,e,t){let n=this.cache,s=t.allocateTextureUnit();n[0]!==s&&(i.uniform1i(this.addr,s),n[0]=s),t.setTexture3D(e||Wg,s)}function rM(i,e,t){let n=this.cache,s=t.allocateTextureUnit();n[0]!==s&&(i.uniform1i(this.addr,s),n[0]=s);let r;this.type===i.SAMPLER_CUBE_SHADOW?r=ah(Vg):r=Xg,t.setTextureCube(e||r,s)}function oM(i,e,t){let n=this.cache,s=t.allocateTextureUnit();n[0]!==s&&(i.uniform1i(this.addr,s),n[0]=s),t.setTexture2DArray(e||Gg,s)}function aM(i){switch(i){case 5126:return VS;case 35664:return GS;case 35665:return WS;case 35666:return XS;case 35674:return qS;case 35675:return YS;case 35676:return $S;case 5124:case 35670:return ZS;case 35667:case 35671:return KS;case 35668:case 35672:return JS;case 35669:case 35673:return jS;case 5125:return QS;case 36294:return eM;case 36295:return tM;case 36296:return nM;case 35678:case 36198:case 36298:case 36306:case 35682:return iM;case 35679:case 36299:case 36307:return sM;case 35680:case 36300:case 36308:case 36293:return rM;case 36289:case 36303:case 36311:case 36292:return oM}}function lM(i,e){i.uniform1fv(this.addr,e)}function cM(i,e){let t=xo(e,this.size,2);i.uniform2fv(this.addr,t)}function hM(i,e){let t=xo(e,this.size,3);i.uniform3fv(this.addr,t)}function uM(i,e){let t=xo(e,this.size,4);i.uniform4fv(this.addr,t)}function dM(i,e){let t=xo(e,this.size,4);i.uniformMatrix2fv(this.addr,!1,t)}function fM(i,e){let t=xo(e,this.size,9);i.uniformMatrix3fv(this.addr,!1,t)}function pM(i,e){let t=xo(e,this.size,16);i.uniformMatrix4fv(this.addr,!1,t)}function mM(i,e){i.uniform1iv(this.addr,e)}function gM(i,e){i.uniform2iv(this.addr,e)}function _M(i,e){i.uniform3iv(this.addr,e)}function xM(i,e){i.uniform4iv(this.addr,e)}function vM(i,e){i.uniform1uiv(this.addr,e)}function yM(i,e){i.uniform2uiv(this.addr,e)}function bM(i,e){i.uniform3uiv(this.addr,e)}function SM(i,e){i.uniform4uiv(this.addr,e)}function MM(i,e,t){let n=this.cache,s=e.length,r=oh(t,s);vn(n,r)||(i.uniform1iv(this.addr,r),yn(n,r));let o;this.type===i.SAMPLER_2D_SHADOW?o=ah(Hg):o=zg;for(let a=0;a!==s;++a)t.setTexture2D(e[a]||o,r[a])}function wM(i,e,t){let n=this.cache,s=e.length,r=oh(t,s);vn(n,r)||(i.uniform1iv(this.addr,r),yn(n,r));for(let o=0;o!==s;++o)t.setTexture3D(e[o]||Wg,r[o])}function EM(i,e,t){let n=this.cache,s=e.length,r=oh(t,s);vn(n,r)||(i.uniform1iv(this.addr,r),yn(n,r));let o;this.type===i.SAMPLER_CUBE_SHADOW?o=ah(Vg):o=Xg;for(let a=0;a!==s;++a)t.setTextureCube(e[a]||o,r[a])}function TM(i,e,t){let n=this.cache,s=e.length,r=oh(t,s);vn(n,r)||(i.uniform1iv(this.addr,r),yn(n,r));for(let o=0;o!==s;++o)t.setTexture2DArray(e[o]||Gg,r[o])}function AM(i){switch(i){case 5126:return lM;case 35664:return cM;case 35665:return hM;case 35666:return uM;case 35674:return dM;case 35675:return fM;case 35676:return pM;case 5124:case 35670:return mM;case 35667:case 35671:return gM;case 35668:case 35672:return _M;case 35669:case 35673:return xM;case 5125:return vM;case 36294:return yM;case 36295:return bM;case 36296:return SM;case 35678:case 36198:case 36298:case 36306:case 35682:return MM;case 35679:case 36299:case 36307:return wM;case 35680:case 36300:case 36308:case 36293:return EM;case 36289:case 36303:case 36311:case 36292:return TM}}var Id=class{constructor(e,t,n){this.id=e,this.addr=n,this.cache=[],this.type=t.type,this.setValue=aM(t.type)}},Ld=class{constructor(e,t,n){this.id=e,this.addr=n,this.cache=[],this.type=t.type,this.size=t.size,this.setValue=AM(t.type)}},Dd=class{constructor(e){this.id=e,this.seq=[],this.map={}}setValue(e,t,n){let s=this.seq;for(let r=0,o=s.length;r!==o;++r){let a=s[r];a.setValue(e,t[a.id],n)}}},Cd=/(\w+)(\])?(\[|\.)?/g;function wg(i,e){i.seq.push(e),i.map[e.id]=e}function RM(i,e,t){let n=i.name,s=n.length;for(Cd.lastIndex=0;;){let r=Cd.exec(n),o=Cd.lastIndex,a=r[1],l=r[2]==="]",c=r[3];if(l&&(a=a|0),c===void 0||c==="["&&o+2===s){wg(t,c===void 0?new Id(a,i,e):new Ld(a,i,e));break}else{let u=t.map[a];u===void 0&&(u=new Dd(a),wg(t,u)),t=u}}}var _o=class{constructor(e,t){this.seq=[],this.map={};let n=e.getProgramParameter(t,e.ACTIVE_UNIFORMS);for(let o=0;o<n;++o){let a=e.getActiveUniform(t,o),l=e.getUniformLocation(t,a.name);RM(a,l,this)}let s=[],r=[];for(let o of this.seq)o.type===e.SAMPLER_2D_SHADOW||o.type===e.SAMPLER_CUBE_SHADOW||o.type===e.SAMPLER_2D_ARRAY_SHADOW?s.push(o):r.push(o);s.length>0&&(this.seq=s.concat(r))}setValue(e,t,n,s){let r=this.map[t];r!==void 0&&r.setValue(e,n,s)}setOptional(e,t,n){let s=t[n];s!==void 0&&this.setValue(e,n,s)}static upload(e,t,n,s){for(let r=0,o=t.length;r!==o;++r){let a=t[r],l=n[a.id];l.needsUpdate!==!1&&a.setValue(e,l.value,s)}}static seqWithValue(e,t){let n=[];for(let s=0,r=e.length;s!==r;++s){let o=e[s];o.id in t&&n.push(o)}return n}};function Eg(i,e,t){let n=i.createShader(e);return i.shaderSource(n,t),i.compileShader(n),n}var CM=37297,PM=0;function IM(i,e){let t=i.split(`
+`),n=[],s=Math.max(e-6,0),r=Math.min(e+6,t.length);for(let o=s;o<r;o++){let a=o+1;n.push(`${a===e?">":" "} ${a}: ${t[o]}`)}return n.join(`
+`)}var Tg=new tt;function LM(i){pt._getMatrix(Tg,pt.workingColorSpace,i);let e=`mat3( ${Tg.elements.map(t=>t.toFixed(4))} )`;switch(pt.getTransfer(i)){case Jo:return[e,"LinearTransferOETF"];case Tt:return[e,"sRGBTransferOETF"];default:return $e("WebGLProgram: Unsupported color space: ",i),[e,"LinearTransferOETF"]}}function Ag(i,e,t){let n=i.getShaderParameter(e,i.COMPILE_STATUS),r=(i.getShaderInfoLog(e)||"").trim();if(n&&r==="")return"";let o=/ERROR: 0:(\d+)/.exec(r);if(o){let a=parseInt(o[1]);return t.toUpperCase()+`
+
+`+r+`
+
+`+IM(i.getShaderSource(e),a)}else return r}function DM(i,e){let t=LM(e);return[`vec4 ${i}( vec4 value ) {`,`	return ${t[1]}( vec4( ${t[0]} * value.rgb, value.a ) );`,"}"].join(`
+`)}var NM={[Ku]:"Linear",[Ju]:"Reinhard",[ju]:"Cineon",[Qu]:"ACESFilmic",[td]:"AgX",[nd]:"Neutral",[ed]:"Custom"};function UM(i,e){let t=NM[e];return t===void 0?($e("WebGLProgram: Unsupported toneMapping:",e),"vec3 "+i+"( vec3 color ) { return LinearToneMapping( color ); }"):"vec3 "+i+"( vec3 color ) { return "+t+"ToneMapping( color ); }"}var ih=new O;function FM(){pt.getLuminanceCoefficients(ih);let i=ih.x.toFixed(4),e=ih.y.toFixed(4),t=ih.z.toFixed(4);return["float luminance( const in vec3 rgb ) {",`	const vec3 weights = vec3( ${i}, ${e}, ${t} );`,"	return dot( weights, rgb );","}"].join(`
+`)}function OM(i){return[i.extensionClipCullDistance?"#extension GL_ANGLE_clip_cull_distance : require":"",i.extensionMultiDraw?"#extension GL_ANGLE_multi_draw : require":""].filter(Ra).join(`
+`)}function BM(i){let e=[];for(let t in i){let n=i[t];n!==!1&&e.push("#define "+t+" "+n)}return e.join(`
+`)}function kM(i,e){let t={},n=i.getProgramParameter(e,i.ACTIVE_ATTRIBUTES);for(let s=0;s<n;s++){let r=i.getActiveAttrib(e,s),o=r.name,a=1;r.type===i.FLOAT_MAT2&&(a=2),r.type===i.FLOAT_MAT3&&(a=3),r.type===i.FLOAT_MAT4&&(a=4),t[o]={type:r.type,location:i.getAttribLocation(e,o),locationSize:a}}return t}function Ra(i){return i!==""}function Rg(i,e){let t=e.numSpotLightShadows+e.numSpotLightMaps-e.numSpotLightShadowsWithMaps;return i.replace(/NUM_SUN_LIGHTS/g,e.numSunLights).replace(/NUM_DIR_LIGHTS/g,e.numDirLights).replace(/NUM_SPOT_LIGHTS/g,e.numSpotLights).replace(/NUM_SPOT_LIGHT_MAPS/g,e.numSpotLightMaps).replace(/NUM_SPOT_LIGHT_COORDS/g,t).replace(/NUM_RECT_AREA_LIGHTS/g,e.numRectAreaLights).replace(/NUM_POINT_LIGHTS/g,e.numPointLights).replace(/NUM_HEMI_LIGHTS/g,e.numHemiLights).replace(/NUM_SUN_LIGHT_SHADOWS/g,e.numSunLightShadows).replace(/NUM_DIR_LIGHT_SHADOWS/g,e.numDirLightShadows).replace(/NUM_SPOT_LIGHT_SHADOWS_WITH_MAPS/g,e.numSpotLightShadowsWithMaps).replace(/NUM_SPOT_LIGHT_SHADOWS/g,e.numSpotLightShadows).replace(/NUM_POINT_LIGHT_SHADOWS/g,e.numPointLightShadows).replace(/NUM_LIGHT_PROBE_GRIDS/g,e.numLightProbeGrids)}function Cg(i,e){return i.replace(/NUM_CLIPPING_PLANES/g,e.numClippingPlanes).replace(/UNION_CLIPPING_PLANES/g,e.numClippingPlanes-e.numClipIntersection)}var zM=/^[ \t]*#include +<([\w\d./]+)>/gm;function Nd(i){return i.replace(zM,HM)}function HM(i,e){let t=ht[e];if(t===void 0)throw new Error("THREE.WebGLProgram: Can not resolve #include <"+e+">");return Nd(t)}var VM=/#pragma unroll_loop_start\s+for\s*\(\s*int\s+i\s*=\s*(\d+)\s*;\s*i\s*<\s*(\d+)\s*;\s*i\s*\+\+\s*\)\s*{([\s\S]+?)}\s+#pragma unroll_loop_end/g;function Pg(i){return i.replace(VM,GM)}function GM(i,e,t,n){let s="";for(let r=parseInt(e);r<parseInt(t);r++)s+=n.replace(/\[\s*i\s*\]/g,"[ "+r+" ]").replace(/UNROLLED_LOOP_INDEX/g,r);return s}function Ig(i){let e=`precision ${i.precision} float;
+	precision ${i.precision} int;
+	precision ${i.precision} sampler2D;
+	precision ${i.precision} samplerCube;
+	precision ${i.precision} sampler3D;
+	precision ${i.precision} sampler2DArray;
+	precision ${i.precision} sampler2DShadow;
+	precision ${i.precision} samplerCubeShadow;
+	precision ${i.precision} sampler2DArrayShadow;
+	precision ${i.precision} isampler2D;
+	precision ${i.precision} isampler3D;
+	precision ${i.precision} isamplerCube;
+	precision ${i.precision} isampler2DArray;
+	precision ${i.precision} usampler2D;
+	precision ${i.precision} usampler3D;
+	precision ${i.precision} usamplerCube;
+	precision ${i.precision} usampler2DArray;
+	`;return i.precision==="highp"?e+=`
+#define HIGH_PRECISION`:i.precision==="mediump"?e+=`
+#define MEDIUM_PRECISION`:i.precision==="lowp"&&(e+=`
+#define LOW_PRECISION`),e}var WM={[_a]:"SHADOWMAP_TYPE_PCF",[ho]:"SHADOWMAP_TYPE_VSM"};function XM(i){return WM[i.shadowMapType]||"SHADOWMAP_TYPE_BASIC"}var qM={[fo]:"ENVMAP_MODE_REFRACTION"};function YM(i){return i.envMap===!1?"ENVMAP_MODE_REFLECTION":qM[i.envMapMode]||"ENVMAP_MODE_REFLECTION"}var $M={[Zu]:"ENVMAP_BLENDING_MULTIPLY",[Ym]:"ENVMAP_BLENDING_MIX",[$m]:"ENVMAP_BLENDING_ADD"};function ZM(i){return i.envMap===!1?"ENVMAP_BLENDING_NONE":$M[i.combine]||"ENVMAP_BLENDING_NONE"}function KM(i,e,t,n){let s=i.getContext(),r=t.defines,o=t.vertexShader,a=t.fragmentShader,l=XM(t),c=t.envMapPMREM===!0?"ENVMAP_TYPE_PMREM":"ENVMAP_TYPE_CUBE",h=YM(t),u=ZM(t),d=OM(t),f=BM(r),g=s.createProgram(),v,p,m=t.glslVersion?"#version "+t.glslVersion+`
+`:"";t.isRawShaderMaterial?(v=["#define SHADER_TYPE "+t.shaderType,"#define SHADER_NAME "+t.shaderName,f].filter(Ra).join(`
+`),v.length>0&&(v+=`
+`),p=["#define SHADER_TYPE "+t.shaderType,"#define SHADER_NAME "+t.shaderName,f].filter(Ra).join(`
+`),p.length>0&&(p+=`
+`)):(v=[Ig(t),"#define SHADER_TYPE "+t.shaderType,"#define SHADER_NAME "+t.shaderName,f,t.extensionClipCullDistance?"#define USE_CLIP_DISTANCE":"",t.batching?"#define USE_BATCHING":"",t.batchingColor?"#define USE_BATCHING_COLOR":"",t.instancing?"#define USE_INSTANCING":"",t.instancingColor?"#define USE_INSTANCING_COLOR":"",t.instancingMorph?"#define USE_INSTANCING_MORPH":"",t.useFog&&t.fog?"#define USE_FOG":"",t.useFog&&t.fogExp2?"#define FOG_EXP2":"",t.map?"#define USE_MAP":"",t.envMap?"#define USE_ENVMAP":"",t.envMap?"#define "+h:"",t.lightMap?"#define USE_LIGHTMAP":"",t.aoMap?"#define USE_AOMAP":"",t.bumpMap?"#define USE_BUMPMAP":"",t.normalMap?"#define USE_NORMALMAP":"",t.normalMapObjectSpace?"#define USE_NORMALMAP_OBJECTSPACE":"",t.normalMapTangentSpace?"#define USE_NORMALMAP_TANGENTSPACE":"",t.displacementMap?"#define USE_DISPLACEMENTMAP":"",t.emissiveMap?"#define USE_EMISSIVEMAP":"",t.anisotropy?"#define USE_ANISOTROPY":"",t.anisotropyMap?"#define USE_ANISOTROPYMAP":"",t.clearcoatMap?"#define USE_CLEARCOATMAP":"",t.clearcoatRoughnessMap?"#define USE_CLEARCOAT_ROUGHNESSMAP":"",t.clearcoatNormalMap?"#define USE_CLEARCOAT_NORMALMAP":"",t.diffuseRoughnessMap?"#define USE_DIFFUSE_ROUGHNESSMAP":"",t.iridescenceMap?"#define USE_IRIDESCENCEMAP":"",t.iridescenceThicknessMap?"#define USE_IRIDESCENCE_THICKNESSMAP":"",t.specularMap?"#define USE_SPECULARMAP":"",t.specularColorMap?"#define USE_SPECULAR_COLORMAP":"",t.specularIntensityMap?"#define USE_SPECULAR_INTENSITYMAP":"",t.roughnessMap?"#define USE_ROUGHNESSMAP":"",t.metalnessMap?"#define USE_METALNESSMAP":"",t.alphaMap?"#define USE_ALPHAMAP":"",t.alphaHash?"#define USE_ALPHAHASH":"",t.transmission?"#define USE_TRANSMISSION":"",t.transmissionMap?"#define USE_TRANSMISSIONMAP":"",t.thicknessMap?"#define USE_THICKNESSMAP":"",t.sheenColorMap?"#define USE_SHEEN_COLORMAP":"",t.sheenRoughnessMap?"#define USE_SHEEN_ROUGHNESSMAP":"",t.mapUv?"#define MAP_UV "+t.mapUv:"",t.alphaMapUv?"#define ALPHAMAP_UV "+t.alphaMapUv:"",t.lightMapUv?"#define LIGHTMAP_UV "+t.lightMapUv:"",t.aoMapUv?"#define AOMAP_UV "+t.aoMapUv:"",t.emissiveMapUv?"#define EMISSIVEMAP_UV "+t.emissiveMapUv:"",t.bumpMapUv?"#define BUMPMAP_UV "+t.bumpMapUv:"",t.normalMapUv?"#define NORMALMAP_UV "+t.normalMapUv:"",t.displacementMapUv?"#define DISPLACEMENTMAP_UV "+t.displacementMapUv:"",t.metalnessMapUv?"#define METALNESSMAP_UV "+t.metalnessMapUv:"",t.roughnessMapUv?"#define ROUGHNESSMAP_UV "+t.roughnessMapUv:"",t.anisotropyMapUv?"#define ANISOTROPYMAP_UV "+t.anisotropyMapUv:"",t.clearcoatMapUv?"#define CLEARCOATMAP_UV "+t.clearcoatMapUv:"",t.clearcoatNormalMapUv?"#define CLEARCOAT_NORMALMAP_UV "+t.clearcoatNormalMapUv:"",t.clearcoatRoughnessMapUv?"#define CLEARCOAT_ROUGHNESSMAP_UV "+t.clearcoatRoughnessMapUv:"",t.diffuseRoughnessMapUv?"#define DIFFUSE_ROUGHNESSMAP_UV "+t.diffuseRoughnessMapUv:"",t.iridescenceMapUv?"#define IRIDESCENCEMAP_UV "+t.iridescenceMapUv:"",t.iridescenceThicknessMapUv?"#define IRIDESCENCE_THICKNESSMAP_UV "+t.iridescenceThicknessMapUv:"",t.sheenColorMapUv?"#define SHEEN_COLORMAP_UV "+t.sheenColorMapUv:"",t.sheenRoughnessMapUv?"#define SHEEN_ROUGHNESSMAP_UV "+t.sheenRoughnessMapUv:"",t.specularMapUv?"#define SPECULARMAP_UV "+t.specularMapUv:"",t.specularColorMapUv?"#define SPECULAR_COLORMAP_UV "+t.specularColorMapUv:"",t.specularIntensityMapUv?"#define SPECULAR_INTENSITYMAP_UV "+t.specularIntensityMapUv:"",t.transmissionMapUv?"#define TRANSMISSIONMAP_UV "+t.transmissionMapUv:"",t.thicknessMapUv?"#define THICKNESSMAP_UV "+t.thicknessMapUv:"",t.vertexTangents&&t.flatShading===!1?"#define USE_TANGENT":"",t.vertexNormals?"#define HAS_NORMAL":"",t.vertexColors?"#define USE_COLOR":"",t.vertexAlphas?"#define USE_COLOR_ALPHA":"",t.vertexUv1s?"#define USE_UV1":"",t.vertexUv2s?"#define USE_UV2":"",t.vertexUv3s?"#define USE_UV3":"",t.pointsUvs?"#define USE_POINTS_UV":"",t.flatShading?"#define FLAT_SHADED":"",t.skinning?"#define USE_SKINNING":"",t.morphTargets?"#define USE_MORPHTARGETS":"",t.morphNormals&&t.flatShading===!1?"#define USE_MORPHNORMALS":"",t.morphColors?"#define USE_MORPHCOLORS":"",t.morphTargetsCount>0?"#define MORPHTARGETS_TEXTURE_STRIDE "+t.morphTextureStride:"",t.morphTargetsCount>0?"#define MORPHTARGETS_COUNT "+t.morphTargetsCount:"",t.doubleSided?"#define DOUBLE_SIDED":"",t.flipSided?"#define FLIP_SIDED":"",t.shadowMapEnabled?"#define USE_SHADOWMAP":"",t.shadowMapEnabled?"#define "+l:"",t.sizeAttenuation?"#define USE_SIZEATTENUATION":"",t.numLightProbes>0?"#define USE_LIGHT_PROBES":"",t.logarithmicDepthBuffer?"#define USE_LOGARITHMIC_DEPTH_BUFFER":"",t.reversedDepthBuffer?"#define USE_REVERSED_DEPTH_BUFFER":"","uniform mat4 modelMatrix;","uniform mat4 modelViewMatrix;","uniform mat4 projectionMatrix;","uniform mat4 viewMatrix;","uniform mat3 normalMatrix;","uniform vec3 cameraPosition;","uniform bool isOrthographic;","#ifdef USE_INSTANCING","	attribute mat4 instanceMatrix;","#endif","#ifdef USE_INSTANCING_COLOR","	attribute vec3 instanceColor;","#endif","#ifdef USE_INSTANCING_MORPH","	uniform sampler2D morphTexture;","#endif","attribute vec3 position;","attribute vec3 normal;","attribute vec2 uv;","#ifdef USE_UV1","	attribute vec2 uv1;","#endif","#ifdef USE_UV2","	attribute vec2 uv2;","#endif","#ifdef USE_UV3","	attribute vec2 uv3;","#endif","#ifdef USE_TANGENT","	attribute vec4 tangent;","#endif","#if defined( USE_COLOR_ALPHA )","	attribute vec4 color;","#elif defined( USE_COLOR )","	attribute vec3 color;","#endif","#ifdef USE_SKINNING","	attribute vec4 skinIndex;","	attribute vec4 skinWeight;","#endif",`
+`].filter(Ra).join(`
+`),p=[Ig(t),"#define SHADER_TYPE "+t.shaderType,"#define SHADER_NAME "+t.shaderName,f,t.useFog&&t.fog?"#define USE_FOG":"",t.useFog&&t.fogExp2?"#define FOG_EXP2":"",t.alphaToCoverage?"#define ALPHA_TO_COVERAGE":"",t.map?"#define USE_MAP":"",t.matcap?"#define USE_MATCAP":"",t.envMap?"#define USE_ENVMAP":"",t.envMap?"#define "+c:"",t.envMap?"#define "+h:"",t.envMap?"#define "+u:"",t.envMapPMREM?"#define ENVMAP_MAX_LOD "+t.envMapMaxLod+".0":"",t.envMapPMREM?"#define ENVMAP_SIZE "+t.envMapSize+".0":"",t.lightMap?"#define USE_LIGHTMAP":"",t.aoMap?"#define USE_AOMAP":"",t.bumpMap?"#define USE_BUMPMAP":"",t.normalMap?"#define USE_NORMALMAP":"",t.normalMapObjectSpace?"#define USE_NORMALMAP_OBJECTSPACE":"",t.normalMapTangentSpace?"#define USE_NORMALMAP_TANGENTSPACE":"",t.packedNormalMap?"#define USE_PACKED_NORMALMAP":"",t.emissiveMap?"#define USE_EMISSIVEMAP":"",t.anisotropy?"#define USE_ANISOTROPY":"",t.anisotropyMap?"#define USE_ANISOTROPYMAP":"",t.clearcoat?"#define USE_CLEARCOAT":"",t.clearcoatMap?"#define USE_CLEARCOATMAP":"",t.clearcoatRoughnessMap?"#define USE_CLEARCOAT_ROUGHNESSMAP":"",t.clearcoatNormalMap?"#define USE_CLEARCOAT_NORMALMAP":"",t.diffuseRoughness?"#define USE_DIFFUSE_ROUGHNESS":"",t.diffuseRoughnessMap?"#define USE_DIFFUSE_ROUGHNESSMAP":"",t.dispersion?"#define USE_DISPERSION":"",t.retroreflection?"#define USE_RETROREFLECTION":"",t.iridescence?"#define USE_IRIDESCENCE":"",t.iridescenceMap?"#define USE_IRIDESCENCEMAP":"",t.iridescenceThicknessMap?"#define USE_IRIDESCENCE_THICKNESSMAP":"",t.specularMap?"#define USE_SPECULARMAP":"",t.specularColorMap?"#define USE_SPECULAR_COLORMAP":"",t.specularIntensityMap?"#define USE_SPECULAR_INTENSITYMAP":"",t.roughnessMap?"#define USE_ROUGHNESSMAP":"",t.metalnessMap?"#define USE_METALNESSMAP":"",t.alphaMap?"#define USE_ALPHAMAP":"",t.alphaTest?"#define USE_ALPHATEST":"",t.alphaHash?"#define USE_ALPHAHASH":"",t.sheen?"#define USE_SHEEN":"",t.sheenColorMap?"#define USE_SHEEN_COLORMAP":"",t.sheenRoughnessMap?"#define USE_SHEEN_ROUGHNESSMAP":"",t.transmission?"#define USE_TRANSMISSION":"",t.transmissionMap?"#define USE_TRANSMISSIONMAP":"",t.thicknessMap?"#define USE_THICKNESSMAP":"",t.vertexTangents&&t.flatShading===!1?"#define USE_TANGENT":"",t.vertexColors||t.instancingColor?"#define USE_COLOR":"",t.vertexAlphas||t.batchingColor?"#define USE_COLOR_ALPHA":"",t.vertexUv1s?"#define USE_UV1":"",t.vertexUv2s?"#define USE_UV2":"",t.vertexUv3s?"#define USE_UV3":"",t.pointsUvs?"#define USE_POINTS_UV":"",t.gradientMap?"#define USE_GRADIENTMAP":"",t.flatShading?"#define FLAT_SHADED":"",t.doubleSided?"#define DOUBLE_SIDED":"",t.flipSided?"#define FLIP_SIDED":"",t.shadowMapEnabled?"#define USE_SHADOWMAP":"",t.shadowMapEnabled?"#define "+l:"",t.premultipliedAlpha?"#define PREMULTIPLIED_ALPHA":"",t.numLightProbes>0?"#define USE_LIGHT_PROBES":"",t.decodeVideoTexture?"#define DECODE_VIDEO_TEXTURE":"",t.decodeVideoTextureEmissive?"#define DECODE_VIDEO_TEXTURE_EMISSIVE":"",t.logarithmicDepthBuffer?"#define USE_LOGARITHMIC_DEPTH_BUFFER":"",t.reversedDepthBuffer?"#define USE_REVERSED_DEPTH_BUFFER":"","uniform mat4 viewMatrix;","uniform vec3 cameraPosition;","uniform bool isOrthographic;",t.toneMapping!==qi?"#define TONE_MAPPING":"",t.toneMapping!==qi?ht.tonemapping_pars_fragment:"",t.toneMapping!==qi?UM("toneMapping",t.toneMapping):"",t.dithering?"#define DITHERING":"",t.opaque?"#define OPAQUE":"",ht.colorspace_pars_fragment,DM("linearToOutputTexel",t.outputColorSpace),FM(),t.useDepthPacking?"#define DEPTH_PACKING "+t.depthPacking:"",`
+`].filter(Ra).join(`
+`)),o=Nd(o),o=Rg(o,t),o=Cg(o,t),a=Nd(a),a=Rg(a,t),a=Cg(a,t),o=Pg(o),a=Pg(a),t.isRawShaderMaterial!==!0&&(m=`#version 300 es
+`,v=[d,"#define attribute in","#define varying out","#define texture2D texture"].join(`
+`)+`
+`+v,p=["#define varying in",t.glslVersion===Ta?"":"layout(location = 0) out highp vec4 pc_fragColor;",t.glslVersion===Ta?"":"#define gl_FragColor pc_fragColor","#define gl_FragDepthEXT gl_FragDepth","#define texture2D texture","#define textureCube texture","#define texture2DProj textureProj","#define texture2DLodEXT textureLod","#define texture2DProjLodEXT textureProjLod","#define textureCubeLodEXT textureLod","#define texture2DGradEXT textureGrad","#define texture2DProjGradEXT textureProjGrad","#define textureCubeGradEXT textureGrad"].join(`
+`)+`
+`+p);let y=m+v+o,T=m+p+a,S=Eg(s,s.VERTEX_SHADER,y),R=Eg(s,s.FRAGMENT_SHADER,T);s.attachShader(g,S),s.attachShader(g,R),t.index0AttributeName!==void 0?s.bindAttribLocation(g,0,t.index0AttributeName):t.hasPositionAttribute===!0&&s.bindAttribLocation(g,0,"position"),s.linkProgram(g);function A(N){if(i.debug.checkShaderErrors){let L=s.getProgramInfoLog(g)||"",H=s.getShaderInfoLog(S)||"",V=s.getShaderInfoLog(R)||"",D=L.trim(),W=H.trim(),Y=V.trim(),G=!0,ce=!0;if(s.getProgramParameter(g,s.LINK_STATUS)===!1)if(G=!1,typeof i.debug.onShaderError=="function")i.debug.onShaderError(s,g,S,R);else{let J=Ag(s,S,"vertex"),Q=Ag(s,R,"fragment");et("WebGLProgram: Shader Error "+s.getError()+" - VALIDATE_STATUS "+s.getProgramParameter(g,s.VALIDATE_STATUS)+`
+
+Material Name: `+N.name+`
+Material Type: `+N.type+`
+
+Program Info Log: `+D+`
+`+J+`
+`+Q)}else D!==""?$e("WebGLProgram: Program Info Log:",D):(W===""||Y==="")&&(ce=!1);ce&&(N.diagnostics={runnable:G,programLog:D,vertexShader:{log:W,prefix:v},fragmentShader:{log:Y,prefix:p}})}s.deleteShader(S),s.deleteShader(R),_=new _o(s,g),E=kM(s,g)}let _;this.getUniforms=function(){return _===void 0&&A(this),_};let E;this.getAttributes=function(){return E===void 0&&A(this),E};let B=t.rendererExtensionParallelShaderCompile===!1;return this.isReady=function(){return B===!1&&(B=s.getProgramParameter(g,CM)),B},this.destroy=function(){n.releaseStatesOfProgram(this),s.deleteProgram(g),this.program=void 0},this.type=t.shaderType,this.name=t.shaderName,this.id=PM++,this.cacheKey=e,this.usedTimes=1,this.program=g,this.vertexShader=S,this.fragmentShader=R,this}var JM=0,Ud=class{constructor(){this.shaderCache=new Map,this.materialCache=new Map}update(e,t,n){let s=this._getShaderCacheForMaterial(e);return s.has(t)===!1&&(s.add(t),t.usedTimes++),s.has(n)===!1&&(s.add(n),n.usedTimes++),this}remove(e){let t=this.materialCache.get(e);for(let n of t)n.usedTimes--,n.usedTimes===0&&this.shaderCache.delete(n.code);return this.materialCache.delete(e),this}getVertexShaderStage(e){return this._getShaderStage(e.vertexShader)}getFragmentShaderStage(e){return this._getShaderStage(e.fragmentShader)}dispose(){this.shaderCache.clear(),this.materialCache.clear()}_getShaderCacheForMaterial(e){let t=this.materialCache,n=t.get(e);return n===void 0&&(n=new Set,t.set(e,n)),n}_getShaderStage(e){let t=this.shaderCache,n=t.get(e);return n===void 0&&(n=new Fd(e),t.set(e,n)),n}},Fd=class{constructor(e){this.id=JM++,this.code=e,this.usedTimes=0}};function jM(i){return i===Vs||i===Ma||i===wa}function QM(i,e,t,n,s,r){let o=new ta,a=new Ud,l=new Set,c=[],h=new Map,u=n.logarithmicDepthBuffer,d={MeshDepthMaterial:"depth",MeshDistanceMaterial:"distance",MeshNormalMaterial:"normal",MeshBasicMaterial:"basic",MeshLambertMaterial:"lambert",MeshPhongMaterial:"phong",MeshToonMaterial:"toon",MeshStandardMaterial:"physical",MeshPhysicalMaterial:"physical",MeshMatcapMaterial:"matcap",LineBasicMaterial:"basic",LineDashedMaterial:"dashed",PointsMaterial:"points",ShadowMaterial:"shadow",SpriteMaterial:"sprite"};function f(_){return l.add(_),_===0?"uv":`uv${_}`}function g(_,E,B,N,L,H){let V=N.fog,D=L.geometry,W=_.isMeshStandardMaterial||_.isMeshLambertMaterial||_.isMeshPhongMaterial?N.environment:null,Y=_.isMeshStandardMaterial||_.isMeshLambertMaterial&&!_.envMap||_.isMeshPhongMaterial&&!_.envMap,G=e.get(_.envMap||W,Y),ce=d[_.type],J=n.precision;_.precision!==null&&(J=n.getMaxPrecision(_.precision),J!==_.precision&&$e("WebGLProgram.getParameters:",_.precision,"not supported, using",J,"instead."));let Q=D.morphAttributes.position||D.morphAttributes.normal||D.morphAttributes.color,re=Q!==void 0?Q.length:0,fe=0;D.morphAttributes.position!==void 0&&(fe=1),D.morphAttributes.normal!==void 0&&(fe=2),D.morphAttributes.color!==void 0&&(fe=3);let de,ee,ge,ve;if(ce){let Ce=$i[ce];de=Ce.vertexShader,ee=Ce.fragmentShader}else{de=_.vertexShader,ee=_.fragmentShader;let Ce=a.getVertexShaderStage(_),ot=a.getFragmentShaderStage(_);a.update(_,Ce,ot),ge=Ce.id,ve=ot.id}let Re=i.getRenderTarget(),Me=i.state.buffers.depth.getReversed(),Xe=L.isInstancedMesh===!0,st=L.isBatchedMesh===!0,Ge=!!_.map,ut=!!_.matcap,at=!!G,nt=at&&G.isPMREMTexture===!0,Wt=!!_.aoMap,Ot=!!_.lightMap,nn=!!_.bumpMap&&_.wireframe===!1,Pt=!!_.normalMap,Sn=!!_.displacementMap,vt=!!_.emissiveMap,fn=!!_.metalnessMap,$t=!!_.roughnessMap,sn=_.anisotropy>0,F=_.clearcoat>0,Pe=_.diffuseRoughness>0,Ze=_.dispersion>0,rt=_.retroreflectivity>0,we=_.iridescence>0,Lt=_.sheen>0,Ve=_.transmission>0,Ye=sn&&!!_.anisotropyMap,C=F&&!!_.clearcoatMap,b=F&&!!_.clearcoatNormalMap,X=F&&!!_.clearcoatRoughnessMap,ue=Pe&&!!_.diffuseRoughnessMap,ae=we&&!!_.iridescenceMap,xe=we&&!!_.iridescenceThicknessMap,ye=Lt&&!!_.sheenColorMap,ne=Lt&&!!_.sheenRoughnessMap,se=!!_.specularMap,me=!!_.specularColorMap,U=!!_.specularIntensityMap,oe=Ve&&!!_.transmissionMap,ie=Ve&&!!_.thicknessMap,Ee=!!_.gradientMap,_e=!!_.alphaMap,Se=_.alphaTest>0,We=!!_.alphaHash,Je=!!_.extensions,he=qi;_.toneMapped&&(Re===null||Re.isXRRenderTarget===!0)&&(he=i.toneMapping);let Be=nt?G.isCompressedCubeTexture?G.image[0].mipmaps:G.mipmaps:null,je={shaderID:ce,shaderType:_.type,shaderName:_.name,vertexShader:de,fragmentShader:ee,defines:_.defines,customVertexShaderID:ge,customFragmentShaderID:ve,isRawShaderMaterial:_.isRawShaderMaterial===!0,glslVersion:_.glslVersion,precision:J,batching:st,batchingColor:st&&L._colorsTexture!==null,instancing:Xe,instancingColor:Xe&&L.instanceColor!==null,instancingMorph:Xe&&L.morphTexture!==null,outputColorSpace:Re===null?i.outputColorSpace:Re.isXRRenderTarget===!0?Re.texture.colorSpace:pt.workingColorSpace,alphaToCoverage:!!_.alphaToCoverage,map:Ge,matcap:ut,envMap:at,envMapMode:at&&G.mapping,envMapPMREM:nt,envMapMaxLod:nt?Be.length-1:null,envMapSize:nt?Be[0].width:null,aoMap:Wt,lightMap:Ot,bumpMap:nn,normalMap:Pt,displacementMap:Sn,emissiveMap:vt,normalMapObjectSpace:Pt&&_.normalMapType===Jm,normalMapTangentSpace:Pt&&_.normalMapType===ud,packedNormalMap:Pt&&_.normalMapType===ud&&jM(_.normalMap.format),metalnessMap:fn,roughnessMap:$t,anisotropy:sn,anisotropyMap:Ye,clearcoat:F,clearcoatMap:C,clearcoatNormalMap:b,clearcoatRoughnessMap:X,diffuseRoughness:Pe,diffuseRoughnessMap:ue,dispersion:Ze,retroreflection:rt,iridescence:we,iridescenceMap:ae,iridescenceThicknessMap:xe,sheen:Lt,sheenColorMap:ye,sheenRoughnessMap:ne,specularMap:se,specularColorMap:me,specularIntensityMap:U,transmission:Ve,transmissionMap:oe,thicknessMap:ie,gradientMap:Ee,opaque:_.transparent===!1&&_.blending===uo&&_.alphaToCoverage===!1,alphaMap:_e,alphaTest:Se,alphaHash:We,combine:_.combine,mapUv:Ge&&f(_.map.channel),aoMapUv:Wt&&f(_.aoMap.channel),lightMapUv:Ot&&f(_.lightMap.channel),bumpMapUv:nn&&f(_.bumpMap.channel),normalMapUv:Pt&&f(_.normalMap.channel),displacementMapUv:Sn&&f(_.displacementMap.channel),emissiveMapUv:vt&&f(_.emissiveMap.channel),metalnessMapUv:fn&&f(_.metalnessMap.channel),roughnessMapUv:$t&&f(_.roughnessMap.channel),anisotropyMapUv:Ye&&f(_.anisotropyMap.channel),clearcoatMapUv:C&&f(_.clearcoatMap.channel),clearcoatNormalMapUv:b&&f(_.clearcoatNormalMap.channel),clearcoatRoughnessMapUv:X&&f(_.clearcoatRoughnessMap.channel),diffuseRoughnessMapUv:ue&&f(_.diffuseRoughnessMap.channel),iridescenceMapUv:ae&&f(_.iridescenceMap.channel),iridescenceThicknessMapUv:xe&&f(_.iridescenceThicknessMap.channel),sheenColorMapUv:ye&&f(_.sheenColorMap.channel),sheenRoughnessMapUv:ne&&f(_.sheenRoughnessMap.channel),specularMapUv:se&&f(_.specularMap.channel),specularColorMapUv:me&&f(_.specularColorMap.channel),specularIntensityMapUv:U&&f(_.specularIntensityMap.channel),transmissionMapUv:oe&&f(_.transmissionMap.channel),thicknessMapUv:ie&&f(_.thicknessMap.channel),alphaMapUv:_e&&f(_.alphaMap.channel),vertexTangents:!!D.attributes.tangent&&(Pt||sn),vertexNormals:!!D.attributes.normal,vertexColors:_.vertexColors,vertexAlphas:_.vertexColors===!0&&!!D.attributes.color&&D.attributes.color.itemSize===4,pointsUvs:L.isPoints===!0&&!!D.attributes.uv&&(Ge||_e),fog:!!V,useFog:_.fog===!0,fogExp2:!!V&&V.isFogExp2,flatShading:_.wireframe===!1&&(_.flatShading===!0||D.attributes.normal===void 0&&Pt===!1&&(_.isMeshLambertMaterial||_.isMeshPhongMaterial||_.isMeshStandardMaterial||_.isMeshPhysicalMaterial)),sizeAttenuation:_.sizeAttenuation===!0,logarithmicDepthBuffer:u,reversedDepthBuffer:Me,skinning:L.isSkinnedMesh===!0,hasPositionAttribute:D.attributes.position!==void 0,morphTargets:D.morphAttributes.position!==void 0,morphNormals:D.morphAttributes.normal!==void 0,morphColors:D.morphAttributes.color!==void 0,morphTargetsCount:re,morphTextureStride:fe,numSunLights:E.sun.length,numDirLights:E.directional.length,numPointLights:E.point.length,numSpotLights:E.spot.length,numSpotLightMaps:E.spotLightMap.length,numRectAreaLights:E.rectArea.length,numHemiLights:E.hemi.length,numSunLightShadows:E.sunShadowMap.length,numDirLightShadows:E.directionalShadowMap.length,numPointLightShadows:E.pointShadowMap.length,numSpotLightShadows:E.spotShadowMap.length,numSpotLightShadowsWithMaps:E.numSpotLightShadowsWithMaps,numLightProbes:E.numLightProbes,numLightProbeGrids:H.filter(Ce=>Ce.texture!==null).length,numClippingPlanes:r.numPlanes,numClipIntersection:r.numIntersection,dithering:_.dithering,shadowMapEnabled:i.shadowMap.enabled&&B.length>0,shadowMapType:i.shadowMap.type,toneMapping:he,decodeVideoTexture:Ge&&_.map.isVideoTexture===!0&&pt.getTransfer(_.map.colorSpace)===Tt,decodeVideoTextureEmissive:vt&&_.emissiveMap.isVideoTexture===!0&&pt.getTransfer(_.emissiveMap.colorSpace)===Tt,premultipliedAlpha:_.premultipliedAlpha,doubleSided:_.side===li,flipSided:_.side===Wn,useDepthPacking:_.depthPacking>=0,depthPacking:_.depthPacking||0,index0AttributeName:_.index0AttributeName,extensionClipCullDistance:Je&&_.extensions.clipCullDistance===!0&&t.has("WEBGL_clip_cull_distance"),extensionMultiDraw:(Je&&_.extensions.multiDraw===!0||st)&&t.has("WEBGL_multi_draw"),rendererExtensionParallelShaderCompile:t.has("KHR_parallel_shader_compile"),customProgramCacheKey:_.customProgramCacheKey()};return je.vertexUv1s=l.has(1),je.vertexUv2s=l.has(2),je.vertexUv3s=l.has(3),l.clear(),je}function v(_){let E=[];if(_.shaderID?E.push(_.shaderID):(E.push(_.customVertexShaderID),E.push(_.customFragmentShaderID)),_.defines!==void 0)for(let B in _.defines)E.push(B),E.push(_.defines[B]);return _.isRawShaderMaterial===!1&&(p(E,_),m(E,_),E.push(i.outputColorSpace)),E.push(_.customProgramCacheKey),E.join()}function p(_,E){_.push(E.precision),_.push(E.outputColorSpace),_.push(E.envMapMode),_.push(E.envMapPMREM),_.push(E.envMapMaxLod),_.push(E.envMapSize),_.push(E.mapUv),_.push(E.alphaMapUv),_.push(E.lightMapUv),_.push(E.aoMapUv),_.push(E.bumpMapUv),_.push(E.normalMapUv),_.push(E.displacementMapUv),_.push(E.emissiveMapUv),_.push(E.metalnessMapUv),_.push(E.roughnessMapUv),_.push(E.anisotropyMapUv),_.push(E.clearcoatMapUv),_.push(E.clearcoatNormalMapUv),_.push(E.clearcoatRoughnessMapUv),_.push(E.diffuseRoughnessMapUv),_.push(E.iridescenceMapUv),_.push(E.iridescenceThicknessMapUv),_.push(E.sheenColorMapUv),_.push(E.sheenRoughnessMapUv),_.push(E.specularMapUv),_.push(E.specularColorMapUv),_.push(E.specularIntensityMapUv),_.push(E.transmissionMapUv),_.push(E.thicknessMapUv),_.push(E.combine),_.push(E.fogExp2),_.push(E.sizeAttenuation),_.push(E.morphTargetsCount),_.push(E.numSunLights),_.push(E.numDirLights),_.push(E.numPointLights),_.push(E.numSpotLights),_.push(E.numSpotLightMaps),_.push(E.numHemiLights),_.push(E.numRectAreaLights),_.push(E.numSunLightShadows),_.push(E.numDirLightShadows),_.push(E.numPointLightShadows),_.push(E.numSpotLightShadows),_.push(E.numSpotLightShadowsWithMaps),_.push(E.numLightProbes),_.push(E.numLightProbeGrids),_.push(E.shadowMapType),_.push(E.toneMapping),_.push(E.numClippingPlanes),_.push(E.numClipIntersection),_.push(E.depthPacking)}function m(_,E){o.disableAll(),E.instancing&&o.enable(0),E.instancingColor&&o.enable(1),E.instancingMorph&&o.enable(2),E.matcap&&o.enable(3),E.envMap&&o.enable(4),E.normalMapObjectSpace&&o.enable(5),E.normalMapTangentSpace&&o.enable(6),E.clearcoat&&o.enable(7),E.iridescence&&o.enable(8),E.alphaTest&&o.enable(9),E.vertexColors&&o.enable(10),E.vertexAlphas&&o.enable(11),E.vertexUv1s&&o.enable(12),E.vertexUv2s&&o.enable(13),E.vertexUv3s&&o.enable(14),E.vertexTangents&&o.enable(15),E.anisotropy&&o.enable(16),E.alphaHash&&o.enable(17),E.batching&&o.enable(18),E.dispersion&&o.enable(19),E.retroreflection&&o.enable(24),E.diffuseRoughness&&o.enable(25),E.batchingColor&&o.enable(20),E.gradientMap&&o.enable(21),E.packedNormalMap&&o.enable(22),E.vertexNormals&&o.enable(23),_.push(o.mask),o.disableAll(),E.fog&&o.enable(0),E.useFog&&o.enable(1),E.flatShading&&o.enable(2),E.logarithmicDepthBuffer&&o.enable(3),E.reversedDepthBuffer&&o.enable(4),E.skinning&&o.enable(5),E.morphTargets&&o.enable(6),E.morphNormals&&o.enable(7),E.morphColors&&o.enable(8),E.premultipliedAlpha&&o.enable(9),E.shadowMapEnabled&&o.enable(10),E.doubleSided&&o.enable(11),E.flipSided&&o.enable(12),E.useDepthPacking&&o.enable(13),E.dithering&&o.enable(14),E.transmission&&o.enable(15),E.sheen&&o.enable(16),E.opaque&&o.enable(17),E.pointsUvs&&o.enable(18),E.decodeVideoTexture&&o.enable(19),E.decodeVideoTextureEmissive&&o.enable(20),E.alphaToCoverage&&o.enable(21),E.numLightProbeGrids>0&&o.enable(22),E.hasPositionAttribute&&o.enable(23),_.push(o.mask)}function y(_){let E=d[_.type],B;if(E){let N=$i[E];B=dg.clone(N.uniforms)}else B=_.uniforms;return B}function T(_,E){let B=h.get(E);return B!==void 0?++B.usedTimes:(B=new KM(i,E,_,s),c.push(B),h.set(E,B)),B}function S(_){if(--_.usedTimes===0){let E=c.indexOf(_);c[E]=c[c.length-1],c.pop(),h.delete(_.cacheKey),_.destroy()}}function R(_){a.remove(_)}function A(){a.dispose()}return{getParameters:g,getProgramCacheKey:v,getUniforms:y,acquireProgram:T,releaseProgram:S,releaseShaderCache:R,programs:c,dispose:A}}function ew(){let i=new WeakMap;function e(o){return i.has(o)}function t(o){let a=i.get(o);return a===void 0&&(a={},i.set(o,a)),a}function n(o){i.delete(o)}function s(o,a,l){i.get(o)[a]=l}function r(){i=new WeakMap}return{has:e,get:t,remove:n,update:s,dispose:r}}function tw(i,e){return i.groupOrder!==e.groupOrder?i.groupOrder-e.groupOrder:i.renderOrder!==e.renderOrder?i.renderOrder-e.renderOrder:i.material.id!==e.material.id?i.material.id-e.material.id:i.materialVariant!==e.materialVariant?i.materialVariant-e.materialVariant:i.z!==e.z?i.z-e.z:i.id-e.id}function Lg(i,e){return i.groupOrder!==e.groupOrder?i.groupOrder-e.groupOrder:i.renderOrder!==e.renderOrder?i.renderOrder-e.renderOrder:i.z!==e.z?e.z-i.z:i.id-e.id}function Dg(){let i=[],e=0,t=[],n=[],s=[];function r(){e=0,t.length=0,n.length=0,s.length=0}function o(d){let f=0;return d.isInstancedMesh&&(f+=2),d.isSkinnedMesh&&(f+=1),f}function a(d,f,g,v,p,m){let y=i[e];return y===void 0?(y={id:d.id,object:d,geometry:f,material:g,materialVariant:o(d),groupOrder:v,renderOrder:d.renderOrder,z:p,group:m},i[e]=y):(y.id=d.id,y.object=d,y.geometry=f,y.material=g,y.materialVariant=o(d),y.groupOrder=v,y.renderOrder=d.renderOrder,y.z=p,y.group=m),e++,y}function l(d,f,g,v,p,m,y){y.reversedDepth===!0&&(p=-p);let T=a(d,f,g,v,p,m);g.transmission>0?n.push(T):g.transparent===!0?s.push(T):t.push(T)}function c(d,f,g,v,p,m){let y=a(d,f,g,v,p,m);g.transmission>0?n.unshift(y):g.transparent===!0?s.unshift(y):t.unshift(y)}function h(d,f){t.length>1&&t.sort(d||tw),n.length>1&&n.sort(f||Lg),s.length>1&&s.sort(f||Lg)}function u(){for(let d=e,f=i.length;d<f;d++){let g=i[d];if(g.id===null)break;g.id=null,g.object=null,g.geometry=null,g.material=null,g.group=null}}return{opaque:t,transmissive:n,transparent:s,init:r,push:l,unshift:c,finish:u,sort:h}}function nw(){let i=new WeakMap;function e(n,s){let r=i.get(n),o;return r===void 0?(o=new Dg,i.set(n,[o])):s>=r.length?(o=new Dg,r.push(o)):o=r[s],o}function t(){i=new WeakMap}return{get:e,dispose:t}}function iw(){let i={};return{get:function(e){if(i[e.id]!==void 0)return i[e.id];let t;switch(e.type){case"SunLight":case"DirectionalLight":t={direction:new O,color:new gt};break;case"SpotLight":t={position:new O,direction:new O,color:new gt,distance:0,coneCos:0,penumbraCos:0,decay:0};break;case"PointLight":t={position:new O,color:new gt,distance:0,decay:0};break;case"HemisphereLight":t={direction:new O,skyColor:new gt,groundColor:new gt};break;case"RectAreaLight":t={color:new gt,position:new O,halfWidth:new O,halfHeight:new O};break}return i[e.id]=t,t}}}function sw(){let i={};return{get:function(e){if(i[e.id]!==void 0)return i[e.id];let t;switch(e.type){case"SunLight":case"DirectionalLight":t={shadowIntensity:1,shadowBias:0,shadowNormalBias:0,shadowRadius:1,shadowMapSize:new ze};break;case"SpotLight":t={shadowIntensity:1,shadowBias:0,shadowNormalBias:0,shadowRadius:1,shadowMapSize:new ze};break;case"PointLight":t={shadowIntensity:1,shadowBias:0,shadowNormalBias:0,shadowRadius:1,shadowMapSize:new ze,shadowCameraNear:1,shadowCameraFar:1e3};break}return i[e.id]=t,t}}}var rw=0;function ow(i,e){return(e.castShadow?2:0)-(i.castShadow?2:0)+(e.map?1:0)-(i.map?1:0)}function aw(i){let e=new iw,t=sw(),n={version:0,hash:{sunLength:-1,directionalLength:-1,pointLength:-1,spotLength:-1,rectAreaLength:-1,hemiLength:-1,numSunShadows:-1,numDirectionalShadows:-1,numPointShadows:-1,numSpotShadows:-1,numSpotMaps:-1,numLightProbes:-1},ambient:[0,0,0],probe:[],sun:[],sunShadow:[],sunShadowMap:[],sunShadowMatrix:[],sunShadowCascade:[],directional:[],directionalShadow:[],directionalShadowMap:[],directionalShadowMatrix:[],spot:[],spotLightMap:[],spotShadow:[],spotShadowMap:[],spotLightMatrix:[],rectArea:[],rectAreaLTC1:null,rectAreaLTC2:null,point:[],pointShadow:[],pointShadowMap:[],pointShadowMatrix:[],hemi:[],numSpotLightShadowsWithMaps:0,numLightProbes:0};for(let c=0;c<9;c++)n.probe.push(new O);let s=new O,r=new Ut,o=new Ut;function a(c){let h=0,u=0,d=0;for(let H=0;H<9;H++)n.probe[H].set(0,0,0);let f=0,g=0,v=0,p=0,m=0,y=0,T=0,S=0,R=0,A=0,_=0,E=0,B=0,N=0;c.sort(ow);for(let H=0,V=c.length;H<V;H++){let D=c[H],W=D.color,Y=D.intensity,G=D.distance,ce=null;if(D.shadow&&D.shadow.map&&(D.shadow.map.texture.format===Vs?ce=D.shadow.map.texture:ce=D.shadow.map.depthTexture||D.shadow.map.texture),D.isAmbientLight)h+=W.r*Y,u+=W.g*Y,d+=W.b*Y;else if(D.isLightProbe){for(let J=0;J<9;J++)n.probe[J].addScaledVector(D.sh.coefficients[J],Y);N++}else if(D.isSunLight){let J=e.get(D);if(J.color.copy(D.color).multiplyScalar(D.intensity),D.castShadow){let Q=D.shadow,re=t.get(D);re.shadowIntensity=Q.intensity,re.shadowBias=Q.bias,re.shadowNormalBias=Q.normalBias,re.shadowRadius=Q.radius,re.shadowMapSize.copy(Q.mapSize).multiply(Q.getFrameExtents()),n.sunShadow[g]=re,n.sunShadowMap[g]=ce;let fe=Q.getViewportCount();for(let de=0;de<fe;de++)n.sunShadowMatrix[v+de]=Q.getMatrix(de),n.sunShadowCascade[v+de]=Q._cascadeData[de];v+=fe,g++}n.sun[f]=J,f++}else if(D.isDirectionalLight){let J=e.get(D);if(J.color.copy(D.color).multiplyScalar(D.intensity),D.castShadow){let Q=D.shadow,re=t.get(D);re.shadowIntensity=Q.intensity,re.shadowBias=Q.bias,re.shadowNormalBias=Q.normalBias,re.shadowRadius=Q.radius,re.shadowMapSize=Q.mapSize,n.directionalShadow[p]=re,n.directionalShadowMap[p]=ce,n.directionalShadowMatrix[p]=D.shadow.matrix,R++}n.directional[p]=J,p++}else if(D.isSpotLight){let J=e.get(D);J.position.setFromMatrixPosition(D.matrixWorld),J.color.copy(W).multiplyScalar(Y),J.distance=G,J.coneCos=Math.cos(D.angle),J.penumbraCos=Math.cos(D.angle*(1-D.penumbra)),J.decay=D.decay,n.spot[y]=J;let Q=D.shadow;if(D.map&&(n.spotLightMap[E]=D.map,E++,Q.updateMatrices(D),D.castShadow&&B++),n.spotLightMatrix[y]=Q.matrix,D.castShadow){let re=t.get(D);re.shadowIntensity=Q.intensity,re.shadowBias=Q.bias,re.shadowNormalBias=Q.normalBias,re.shadowRadius=Q.radius,re.shadowMapSize=Q.mapSize,n.spotShadow[y]=re,n.spotShadowMap[y]=ce,_++}y++}else if(D.isRectAreaLight){let J=e.get(D);J.color.copy(W).multiplyScalar(Y),J.halfWidth.set(D.width*.5,0,0),J.halfHeight.set(0,D.height*.5,0),n.rectArea[T]=J,T++}else if(D.isPointLight){let J=e.get(D);if(J.color.copy(D.color).multiplyScalar(D.intensity),J.distance=D.distance,J.decay=D.decay,D.castShadow){let Q=D.shadow,re=t.get(D);re.shadowIntensity=Q.intensity,re.shadowBias=Q.bias,re.shadowNormalBias=Q.normalBias,re.shadowRadius=Q.radius,re.shadowMapSize=Q.mapSize,re.shadowCameraNear=Q.camera.near,re.shadowCameraFar=Q.camera.far,n.pointShadow[m]=re,n.pointShadowMap[m]=ce,n.pointShadowMatrix[m]=D.shadow.matrix,A++}n.point[m]=J,m++}else if(D.isHemisphereLight){let J=e.get(D);J.skyColor.copy(D.color).multiplyScalar(Y),J.groundColor.copy(D.groundColor).multiplyScalar(Y),n.hemi[S]=J,S++}}T>0&&(i.has("OES_texture_float_linear")===!0?(n.rectAreaLTC1=De.LTC_FLOAT_1,n.rectAreaLTC2=De.LTC_FLOAT_2):(n.rectAreaLTC1=De.LTC_HALF_1,n.rectAreaLTC2=De.LTC_HALF_2)),n.ambient[0]=h,n.ambient[1]=u,n.ambient[2]=d;let L=n.hash;(L.sunLength!==f||L.directionalLength!==p||L.pointLength!==m||L.spotLength!==y||L.rectAreaLength!==T||L.hemiLength!==S||L.numSunShadows!==g||L.numDirectionalShadows!==R||L.numPointShadows!==A||L.numSpotShadows!==_||L.numSpotMaps!==E||L.numLightProbes!==N)&&(n.sun.length=f,n.directional.length=p,n.spot.length=y,n.rectArea.length=T,n.point.length=m,n.hemi.length=S,n.sunShadow.length=g,n.sunShadowMap.length=g,n.sunShadowMatrix.length=v,n.sunShadowCascade.length=v,n.directionalShadow.length=R,n.directionalShadowMap.length=R,n.directionalShadowMatrix.length=R,n.pointShadow.length=A,n.pointShadowMap.length=A,n.pointShadowMatrix.length=A,n.spotShadow.length=_,n.spotShadowMap.length=_,n.spotLightMatrix.length=_+E-B,n.spotLightMap.length=E,n.numSpotLightShadowsWithMaps=B,n.numLightProbes=N,L.sunLength=f,L.directionalLength=p,L.pointLength=m,L.spotLength=y,L.rectAreaLength=T,L.hemiLength=S,L.numSunShadows=g,L.numDirectionalShadows=R,L.numPointShadows=A,L.numSpotShadows=_,L.numSpotMaps=E,L.numLightProbes=N,n.version=rw++)}function l(c,h){let u=0,d=0,f=0,g=0,v=0,p=0,m=h.matrixWorldInverse;for(let y=0,T=c.length;y<T;y++){let S=c[y];if(S.isSunLight){let R=n.sun[u];R.direction.setFromMatrixPosition(S.matrixWorld),R.direction.transformDirection(m),u++}else if(S.isDirectionalLight){let R=n.directional[d];R.direction.setFromMatrixPosition(S.matrixWorld),s.setFromMatrixPosition(S.target.matrixWorld),R.direction.sub(s),R.direction.transformDirection(m),d++}else if(S.isSpotLight){let R=n.spot[g];R.position.setFromMatrixPosition(S.matrixWorld),R.position.applyMatrix4(m),R.direction.setFromMatrixPosition(S.matrixWorld),s.setFromMatrixPosition(S.target.matrixWorld),R.direction.sub(s),R.direction.transformDirection(m),g++}else if(S.isRectAreaLight){let R=n.rectArea[v];R.position.setFromMatrixPosition(S.matrixWorld),R.position.applyMatrix4(m),o.identity(),r.copy(S.matrixWorld),r.premultiply(m),o.extractRotation(r),R.halfWidth.set(S.width*.5,0,0),R.halfHeight.set(0,S.height*.5,0),R.halfWidth.applyMatrix4(o),R.halfHeight.applyMatrix4(o),v++}else if(S.isPointLight){let R=n.point[f];R.position.setFromMatrixPosition(S.matrixWorld),R.position.applyMatrix4(m),f++}else if(S.isHemisphereLight){let R=n.hemi[p];R.direction.setFromMatrixPosition(S.matrixWorld),R.direction.transformDirection(m),p++}}}return{setup:a,setupView:l,state:n}}function Ng(i){let e=new aw(i),t=[],n=[],s=[];function r(u){h.camera=u,t.length=0,n.length=0,s.length=0}function o(u){u.isLightProbeGrid?s.push(u):t.push(u)}function a(u){n.push(u)}function l(){e.setup(t),s.sort((u,d)=>u.priority-d.priority||u.id-d.id)}function c(u){e.setupView(t,u)}let h={lightsArray:t,shadowsArray:n,lightProbeGridArray:s,camera:null,lights:e,transmissionRenderTarget:{},textureUnits:0};return{init:r,state:h,setupLights:l,setupLightsView:c,pushLight:o,pushShadow:a}}function lw(i){let e=new WeakMap;function t(s,r=0){let o=e.get(s),a;return o===void 0?(a=new Ng(i),e.set(s,[a])):r>=o.length?(a=new Ng(i),o.push(a)):a=o[r],a}function n(){e=new WeakMap}return{get:t,dispose:n}}var cw=`void main() {
+	gl_Position = vec4( position, 1.0 );
+}`,hw=`uniform sampler2D shadow_pass;
+uniform vec2 resolution;
+uniform float radius;
+void main() {
+	const float samples = float( VSM_SAMPLES );
+	float mean = 0.0;
+	float squared_mean = 0.0;
+	float uvStride = samples <= 1.0 ? 0.0 : 2.0 / ( samples - 1.0 );
+	float uvStart = samples <= 1.0 ? 0.0 : - 1.0;
+	for ( float i = 0.0; i < samples; i ++ ) {
+		float uvOffset = uvStart + i * uvStride;
+		#ifdef HORIZONTAL_PASS
+			vec2 distribution = texture2D( shadow_pass, ( gl_FragCoord.xy + vec2( uvOffset, 0.0 ) * radius ) / resolution ).rg;
+			mean += distribution.x;
+			squared_mean += distribution.y * distribution.y + distribution.x * distribution.x;
+		#else
+			float depth = texture2D( shadow_pass, ( gl_FragCoord.xy + vec2( 0.0, uvOffset ) * radius ) / resolution ).r;
+			mean += depth;
+			squared_mean += depth * depth;
+		#endif
+	}
+	mean = mean / samples;
+	squared_mean = squared_mean / samples;
+	float std_dev = sqrt( max( 0.0, squared_mean - mean * mean ) );
+	gl_FragColor = vec4( mean, std_dev, 0.0, 1.0 );
+}`,uw=[new O(1,0,0),new O(-1,0,0),new O(0,1,0),new O(0,-1,0),new O(0,0,1),new O(0,0,-1)],dw=[new O(0,-1,0),new O(0,-1,0),new O(0,0,1),new O(0,0,-1),new O(0,-1,0),new O(0,-1,0)],Ug=new Ut,Aa=new O,Pd=new O;function fw(i,e,t){let n=new ar,s=new ze,r=new ze,o=new Ft,a=new rc,l=new oc,c={},h=t.maxTextureSize,u={[Xi]:Wn,[Wn]:Xi,[li]:li},d=new _i({defines:{VSM_SAMPLES:8},uniforms:{shadow_pass:{value:null},resolution:{value:new ze},radius:{value:4}},vertexShader:cw,fragmentShader:hw}),f=d.clone();f.defines.HORIZONTAL_PASS=1;let g=new tn;g.setAttribute("position",new qt(new Float32Array([-1,-1,.5,3,-1,.5,-1,3,.5]),3));let v=new dn(g,d),p=this;this.enabled=!1,this.autoUpdate=!0,this.needsUpdate=!1,this.type=_a;let m=this.type;this.render=function(A,_,E){if(p.enabled===!1||p.autoUpdate===!1&&p.needsUpdate===!1||A.length===0)return;this.type===Rm&&($e("WebGLShadowMap: PCFSoftShadowMap has been removed. Using PCFShadowMap instead."),this.type=_a);let B=i.getRenderTarget(),N=i.getActiveCubeFace(),L=i.getActiveMipmapLevel(),H=i.state;H.setBlending(hr),H.buffers.depth.getReversed()===!0?H.buffers.color.setClear(0,0,0,0):H.buffers.color.setClear(1,1,1,1),H.buffers.depth.setTest(!0),H.setScissorTest(!1);let V=m!==this.type;V&&_.traverse(function(D){D.material&&(Array.isArray(D.material)?D.material.forEach(W=>W.needsUpdate=!0):D.material.needsUpdate=!0)});for(let D=0,W=A.length;D<W;D++){let Y=A[D],G=Y.shadow;if(G===void 0){$e("WebGLShadowMap:",Y,"has no shadow.");continue}if(G.autoUpdate===!1&&G.needsUpdate===!1)continue;s.copy(G.mapSize);let ce=G.getFrameExtents();s.multiply(ce),r.copy(G.mapSize),(s.x>h||s.y>h)&&(s.x>h&&(r.x=Math.floor(h/ce.x),s.x=r.x*ce.x,G.mapSize.x=r.x),s.y>h&&(r.y=Math.floor(h/ce.y),s.y=r.y*ce.y,G.mapSize.y=r.y));let J=i.state.buffers.depth.getReversed();if(G.camera._reversedDepth=J,G.map===null||V===!0){if(G.map!==null&&(G.map.depthTexture!==null&&(G.map.depthTexture.dispose(),G.map.depthTexture=null),G.map.dispose()),this.type===ho){if(Y.isPointLight){$e("WebGLShadowMap: VSM shadow maps are not supported for PointLights. Use PCF or BasicShadowMap instead.");continue}G.map=new In(s.x,s.y,{format:Vs,type:Li,minFilter:Cn,magFilter:Cn,generateMipmaps:!1}),G.map.texture.name=Y.name+".shadowMap",G.map.depthTexture=new Pi(s.x,s.y,Ii),G.map.depthTexture.name=Y.name+".shadowMapDepth",G.map.depthTexture.format=hs,G.map.depthTexture.compareFunction=null,G.map.depthTexture.minFilter=Rn,G.map.depthTexture.magFilter=Rn}else Y.isPointLight?(G.map=new Ca(s.x),G.map.depthTexture=new la(s.x,ci)):(G.map=new In(s.x,s.y),G.map.depthTexture=new Pi(s.x,s.y,ci)),G.map.depthTexture.name=Y.name+".shadowMap",G.map.depthTexture.format=hs,this.type===_a?(G.map.depthTexture.compareFunction=J?dd:Ea,G.map.depthTexture.minFilter=Cn,G.map.depthTexture.magFilter=Cn):(G.map.depthTexture.compareFunction=null,G.map.depthTexture.minFilter=Rn,G.map.depthTexture.magFilter=Rn);G.camera.updateProjectionMatrix()}G.map.isWebGLCubeRenderTarget!==!0&&(G.map.width!==s.x||G.map.height!==s.y)&&G.map.setSize(s.x,s.y);let Q=G.map.isWebGLCubeRenderTarget?6:G.getViewportCount();Y.isPointLight!==!0&&G.updateMatrices(Y,E);let re=(G.camera.layers.mask&4294967294)!==0?G.camera.layers:E.layers;for(let fe=0;fe<Q;fe++){let de=G.getCamera(fe);if(Y.isPointLight){let ee=G.camera,ge=G.matrix,ve=Y.distance||ee.far;ve!==ee.far&&(ee.far=ve,ee.updateProjectionMatrix()),Aa.setFromMatrixPosition(Y.matrixWorld),ee.position.copy(Aa),Pd.copy(ee.position),Pd.add(uw[fe]),ee.up.copy(dw[fe]),ee.lookAt(Pd),ee.updateMatrixWorld(),ge.makeTranslation(-Aa.x,-Aa.y,-Aa.z),Ug.multiplyMatrices(ee.projectionMatrix,ee.matrixWorldInverse),G._frustum.setFromProjectionMatrix(Ug,ee.coordinateSystem,ee.reversedDepth)}if(G.map.isWebGLCubeRenderTarget)i.setRenderTarget(G.map,fe),i.clear();else{fe===0&&(i.setRenderTarget(G.map),i.clear());let ee=G.getViewport(fe);o.set(r.x*ee.x,r.y*ee.y,r.x*ee.z,r.y*ee.w),H.viewport(o)}n=G.getFrustum(fe),S(_,E,de,Y,re,this.type)}G.isPointLightShadow!==!0&&this.type===ho&&y(G,E),G.needsUpdate=!1}m=this.type,p.needsUpdate=!1,i.setRenderTarget(B,N,L)};function y(A,_){let E=e.update(v);d.defines.VSM_SAMPLES!==A.blurSamples&&(d.defines.VSM_SAMPLES=A.blurSamples,f.defines.VSM_SAMPLES=A.blurSamples,d.needsUpdate=!0,f.needsUpdate=!0),A.mapPass===null?A.mapPass=new In(s.x,s.y,{format:Vs,type:Li}):(A.mapPass.width!==A.map.width||A.mapPass.height!==A.map.height)&&A.mapPass.setSize(A.map.width,A.map.height),d.uniforms.shadow_pass.value=A.map.depthTexture,d.uniforms.resolution.value.set(A.map.width,A.map.height),d.uniforms.radius.value=A.radius,i.setRenderTarget(A.mapPass),i.clear(),i.renderBufferDirect(_,null,E,d,v,null),f.uniforms.shadow_pass.value=A.mapPass.texture,f.uniforms.resolution.value.set(A.map.width,A.map.height),f.uniforms.radius.value=A.radius,i.setRenderTarget(A.map),i.clear(),i.renderBufferDirect(_,null,E,f,v,null)}function T(A,_,E,B){let N=null,L=E.isPointLight===!0?A.customDistanceMaterial:A.customDepthMaterial;if(L!==void 0)N=L;else if(N=E.isPointLight===!0?l:a,i.localClippingEnabled&&_.clipShadows===!0&&Array.isArray(_.clippingPlanes)&&_.clippingPlanes.length!==0||_.displacementMap&&_.displacementScale!==0||_.alphaMap&&_.alphaTest>0||_.map&&_.alphaTest>0||_.alphaToCoverage===!0){let H=N.uuid,V=_.uuid,D=c[H];D===void 0&&(D={},c[H]=D);let W=D[V];W===void 0&&(W=N.clone(),D[V]=W,_.addEventListener("dispose",R)),N=W}if(N.visible=_.visible,N.wireframe=_.wireframe,B===ho?N.side=_.shadowSide!==null?_.shadowSide:_.side:N.side=_.shadowSide!==null?_.shadowSide:u[_.side],N.alphaMap=_.alphaMap,N.alphaTest=_.alphaToCoverage===!0?.5:_.alphaTest,N.map=_.map,N.clipShadows=_.clipShadows,N.clippingPlanes=_.clippingPlanes,N.clipIntersection=_.clipIntersection,N.displacementMap=_.displacementMap,N.displacementScale=_.displacementScale,N.displacementBias=_.displacementBias,N.wireframeLinewidth=_.wireframeLinewidth,N.linewidth=_.linewidth,E.isPointLight===!0&&N.isMeshDistanceMaterial===!0){let H=i.properties.get(N);H.light=E}return N}function S(A,_,E,B,N,L){if(A.visible===!1)return;if(A.layers.test(N)&&(A.isMesh||A.isLine||A.isPoints)&&(A.castShadow||A.receiveShadow&&L===ho)&&(!A.frustumCulled||A.intersectsFrustum(n))){A.modelViewMatrix.multiplyMatrices(E.matrixWorldInverse,A.matrixWorld);let D=e.update(A),W=A.material;if(Array.isArray(W)){let Y=D.groups;for(let G=0,ce=Y.length;G<ce;G++){let J=Y[G],Q=W[J.materialIndex];if(Q&&Q.visible){let re=T(A,Q,B,L);A.onBeforeShadow(i,A,_,E,D,re,J),i.renderBufferDirect(E,null,D,re,A,J),A.onAfterShadow(i,A,_,E,D,re,J)}}}else if(W.visible){let Y=T(A,W,B,L);A.onBeforeShadow(i,A,_,E,D,Y,null),i.renderBufferDirect(E,null,D,Y,A,null),A.onAfterShadow(i,A,_,E,D,Y,null)}}let V=A.children;for(let D=0,W=V.length;D<W;D++)S(V[D],_,E,B,N,L)}function R(A){A.target.removeEventListener("dispose",R);for(let E in c){let B=c[E],N=A.target.uuid;N in B&&(B[N].dispose(),delete B[N])}}}function pw(i,e){function t(){let U=!1,oe=new Ft,ie=null,Ee=new Ft(0,0,0,0);return{setMask:function(_e){ie!==_e&&!U&&(i.colorMask(_e,_e,_e,_e),ie=_e)},setLocked:function(_e){U=_e},setClear:function(_e,Se,We,Je,he){he===!0&&(_e*=Je,Se*=Je,We*=Je),oe.set(_e,Se,We,Je),Ee.equals(oe)===!1&&(i.clearColor(_e,Se,We,Je),Ee.copy(oe))},reset:function(){U=!1,ie=null,Ee.set(-1,0,0,0)}}}function n(){let U=!1,oe=!1,ie=null,Ee=null,_e=null;return{setReversed:function(Se){if(oe!==Se){let We=e.get("EXT_clip_control");Se?We.clipControlEXT(We.LOWER_LEFT_EXT,We.ZERO_TO_ONE_EXT):We.clipControlEXT(We.LOWER_LEFT_EXT,We.NEGATIVE_ONE_TO_ONE_EXT),oe=Se;let Je=_e;_e=null,this.setClear(Je)}},getReversed:function(){return oe},setTest:function(Se){Se?Me(i.DEPTH_TEST):Xe(i.DEPTH_TEST)},setMask:function(Se){ie!==Se&&!U&&(i.depthMask(Se),ie=Se)},setFunc:function(Se){if(oe&&(Se=lg[Se]),Ee!==Se){switch(Se){case Nl:i.depthFunc(i.NEVER);break;case Ul:i.depthFunc(i.ALWAYS);break;case Fl:i.depthFunc(i.LESS);break;case Qr:i.depthFunc(i.LEQUAL);break;case Ol:i.depthFunc(i.EQUAL);break;case Bl:i.depthFunc(i.GEQUAL);break;case kl:i.depthFunc(i.GREATER);break;case zl:i.depthFunc(i.NOTEQUAL);break;default:i.depthFunc(i.LEQUAL)}Ee=Se}},setLocked:function(Se){U=Se},setClear:function(Se){_e!==Se&&(_e=Se,oe&&(Se=1-Se),i.clearDepth(Se))},reset:function(){U=!1,ie=null,Ee=null,_e=null,oe=!1}}}function s(){let U=!1,oe=null,ie=null,Ee=null,_e=null,Se=null,We=null,Je=null,he=null;return{setTest:function(Be){U||(Be?Me(i.STENCIL_TEST):Xe(i.STENCIL_TEST))},setMask:function(Be){oe!==Be&&!U&&(i.stencilMask(Be),oe=Be)},setFunc:function(Be,je,Ce){(ie!==Be||Ee!==je||_e!==Ce)&&(i.stencilFunc(Be,je,Ce),ie=Be,Ee=je,_e=Ce)},setOp:function(Be,je,Ce){(Se!==Be||We!==je||Je!==Ce)&&(i.stencilOp(Be,je,Ce),Se=Be,We=je,Je=Ce)},setLocked:function(Be){U=Be},setClear:function(Be){he!==Be&&(i.clearStencil(Be),he=Be)},reset:function(){U=!1,oe=null,ie=null,Ee=null,_e=null,Se=null,We=null,Je=null,he=null}}}let r=new t,o=new n,a=new s,l={},c=new WeakMap,h={},u={},d={},f=new WeakMap,g=[],v=null,p=!1,m=null,y=null,T=null,S=null,R=null,A=null,_=null,E=new gt(0,0,0),B=0,N=!1,L=null,H=null,V=null,D=null,W=null,Y=i.getParameter(i.MAX_COMBINED_TEXTURE_IMAGE_UNITS),G=!1,ce=0,J=i.getParameter(i.VERSION);J.indexOf("WebGL")!==-1?(ce=parseFloat(/^WebGL (\d)/.exec(J)[1]),G=ce>=1):J.indexOf("OpenGL ES")!==-1&&(ce=parseFloat(/^OpenGL ES (\d)/.exec(J)[1]),G=ce>=2);let Q=null,re={},fe=i.getParameter(i.SCISSOR_BOX),de=i.getParameter(i.VIEWPORT),ee=new Ft().fromArray(fe),ge=new Ft().fromArray(de);function ve(U,oe,ie,Ee){let _e=new Uint8Array(4),Se=i.createTexture();i.bindTexture(U,Se),i.texParameteri(U,i.TEXTURE_MIN_FILTER,i.NEAREST),i.texParameteri(U,i.TEXTURE_MAG_FILTER,i.NEAREST);for(let We=0;We<ie;We++)U===i.TEXTURE_3D||U===i.TEXTURE_2D_ARRAY?i.texImage3D(oe,0,i.RGBA,1,1,Ee,0,i.RGBA,i.UNSIGNED_BYTE,_e):i.texImage2D(oe+We,0,i.RGBA,1,1,0,i.RGBA,i.UNSIGNED_BYTE,_e);return Se}let Re={};Re[i.TEXTURE_2D]=ve(i.TEXTURE_2D,i.TEXTURE_2D,1),Re[i.TEXTURE_CUBE_MAP]=ve(i.TEXTURE_CUBE_MAP,i.TEXTURE_CUBE_MAP_POSITIVE_X,6),Re[i.TEXTURE_2D_ARRAY]=ve(i.TEXTURE_2D_ARRAY,i.TEXTURE_2D_ARRAY,1,1),Re[i.TEXTURE_3D]=ve(i.TEXTURE_3D,i.TEXTURE_3D,1,1),r.setClear(0,0,0,1),o.setClear(1),a.setClear(0),Me(i.DEPTH_TEST),o.setFunc(Qr),nn(!1),Pt(Gu),Me(i.CULL_FACE),Wt(hr);function Me(U){h[U]!==!0&&(i.enable(U),h[U]=!0)}function Xe(U){h[U]!==!1&&(i.disable(U),h[U]=!1)}function st(U,oe){return d[U]!==oe?(i.bindFramebuffer(U,oe),d[U]=oe,U===i.DRAW_FRAMEBUFFER&&(d[i.FRAMEBUFFER]=oe),U===i.FRAMEBUFFER&&(d[i.DRAW_FRAMEBUFFER]=oe),!0):!1}function Ge(U,oe){let ie=g,Ee=!1;if(U){ie=f.get(oe),ie===void 0&&(ie=[],f.set(oe,ie));let _e=U.textures;if(ie.length!==_e.length||ie[0]!==i.COLOR_ATTACHMENT0){for(let Se=0,We=_e.length;Se<We;Se++)ie[Se]=i.COLOR_ATTACHMENT0+Se;ie.length=_e.length,Ee=!0}}else ie[0]!==i.BACK&&(ie[0]=i.BACK,Ee=!0);Ee&&i.drawBuffers(ie)}function ut(U){return v!==U?(i.useProgram(U),v=U,!0):!1}let at={[ur]:i.FUNC_ADD,[Pm]:i.FUNC_SUBTRACT,[Im]:i.FUNC_REVERSE_SUBTRACT};at[Lm]=i.MIN,at[Dm]=i.MAX;let nt={[Nm]:i.ZERO,[Um]:i.ONE,[Fm]:i.SRC_COLOR,[Yu]:i.SRC_ALPHA,[Vm]:i.SRC_ALPHA_SATURATE,[zm]:i.DST_COLOR,[Bm]:i.DST_ALPHA,[Om]:i.ONE_MINUS_SRC_COLOR,[$u]:i.ONE_MINUS_SRC_ALPHA,[Hm]:i.ONE_MINUS_DST_COLOR,[km]:i.ONE_MINUS_DST_ALPHA,[Gm]:i.CONSTANT_COLOR,[Wm]:i.ONE_MINUS_CONSTANT_COLOR,[Xm]:i.CONSTANT_ALPHA,[qm]:i.ONE_MINUS_CONSTANT_ALPHA};function Wt(U,oe,ie,Ee,_e,Se,We,Je,he,Be){if(U===hr){p===!0&&(Xe(i.BLEND),p=!1);return}if(p===!1&&(Me(i.BLEND),p=!0),U!==Cm){if(U!==m||Be!==N){if((y!==ur||R!==ur)&&(i.blendEquation(i.FUNC_ADD),y=ur,R=ur),Be)switch(U){case uo:i.blendFuncSeparate(i.ONE,i.ONE_MINUS_SRC_ALPHA,i.ONE,i.ONE_MINUS_SRC_ALPHA);break;case Wu:i.blendFunc(i.ONE,i.ONE);break;case Xu:i.blendFuncSeparate(i.ZERO,i.ONE_MINUS_SRC_COLOR,i.ZERO,i.ONE);break;case qu:i.blendFuncSeparate(i.DST_COLOR,i.ONE_MINUS_SRC_ALPHA,i.ZERO,i.ONE);break;default:et("WebGLState: Invalid blending: ",U);break}else switch(U){case uo:i.blendFuncSeparate(i.SRC_ALPHA,i.ONE_MINUS_SRC_ALPHA,i.ONE,i.ONE_MINUS_SRC_ALPHA);break;case Wu:i.blendFuncSeparate(i.SRC_ALPHA,i.ONE,i.ONE,i.ONE);break;case Xu:et("WebGLState: SubtractiveBlending requires material.premultipliedAlpha = true");break;case qu:et("WebGLState: MultiplyBlending requires material.premultipliedAlpha = true");break;default:et("WebGLState: Invalid blending: ",U);break}T=null,S=null,A=null,_=null,E.set(0,0,0),B=0,m=U,N=Be}return}_e=_e||oe,Se=Se||ie,We=We||Ee,(oe!==y||_e!==R)&&(i.blendEquationSeparate(at[oe],at[_e]),y=oe,R=_e),(ie!==T||Ee!==S||Se!==A||We!==_)&&(i.blendFuncSeparate(nt[ie],nt[Ee],nt[Se],nt[We]),T=ie,S=Ee,A=Se,_=We),(Je.equals(E)===!1||he!==B)&&(i.blendColor(Je.r,Je.g,Je.b,he),E.copy(Je),B=he),m=U,N=!1}function Ot(U,oe){U.side===li?Xe(i.CULL_FACE):Me(i.CULL_FACE);let ie=U.side===Wn;oe&&(ie=!ie),nn(ie),U.blending===uo&&U.transparent===!1?Wt(hr):Wt(U.blending,U.blendEquation,U.blendSrc,U.blendDst,U.blendEquationAlpha,U.blendSrcAlpha,U.blendDstAlpha,U.blendColor,U.blendAlpha,U.premultipliedAlpha),o.setFunc(U.depthFunc),o.setTest(U.depthTest),o.setMask(U.depthWrite),r.setMask(U.colorWrite);let Ee=U.stencilWrite;a.setTest(Ee),Ee&&(a.setMask(U.stencilWriteMask),a.setFunc(U.stencilFunc,U.stencilRef,U.stencilFuncMask),a.setOp(U.stencilFail,U.stencilZFail,U.stencilZPass)),vt(U.polygonOffset,U.polygonOffsetFactor,U.polygonOffsetUnits),U.alphaToCoverage===!0?Me(i.SAMPLE_ALPHA_TO_COVERAGE):Xe(i.SAMPLE_ALPHA_TO_COVERAGE)}function nn(U){L!==U&&(U?i.frontFace(i.CW):i.frontFace(i.CCW),L=U)}function Pt(U){U!==Tm?(Me(i.CULL_FACE),U!==H&&(U===Gu?i.cullFace(i.BACK):U===Am?i.cullFace(i.FRONT):i.cullFace(i.FRONT_AND_BACK))):Xe(i.CULL_FACE),H=U}function Sn(U){U!==V&&(G&&i.lineWidth(U),V=U)}function vt(U,oe,ie){U?(Me(i.POLYGON_OFFSET_FILL),(D!==oe||W!==ie)&&(D=oe,W=ie,o.getReversed()&&(oe=-oe,ie=-ie),i.polygonOffset(oe,ie))):Xe(i.POLYGON_OFFSET_FILL)}function fn(U){U?Me(i.SCISSOR_TEST):Xe(i.SCISSOR_TEST)}function $t(U){U===void 0&&(U=i.TEXTURE0+Y-1),Q!==U&&(i.activeTexture(U),Q=U)}function sn(U,oe,ie){ie===void 0&&(Q===null?ie=i.TEXTURE0+Y-1:ie=Q);let Ee=re[ie];Ee===void 0&&(Ee={type:void 0,texture:void 0},re[ie]=Ee),(Ee.type!==U||Ee.texture!==oe)&&(Q!==ie&&(i.activeTexture(ie),Q=ie),i.bindTexture(U,oe||Re[U]),Ee.type=U,Ee.texture=oe)}function F(){let U=re[Q];U!==void 0&&U.type!==void 0&&(i.bindTexture(U.type,null),U.type=void 0,U.texture=void 0)}function Pe(){try{i.compressedTexImage2D(...arguments)}catch(U){et("WebGLState:",U)}}function Ze(){try{i.compressedTexImage3D(...arguments)}catch(U){et("WebGLState:",U)}}function rt(){try{i.texSubImage2D(...arguments)}catch(U){et("WebGLState:",U)}}function we(){try{i.texSubImage3D(...arguments)}catch(U){et("WebGLState:",U)}}function Lt(){try{i.compressedTexSubImage2D(...arguments)}catch(U){et("WebGLState:",U)}}function Ve(){try{i.compressedTexSubImage3D(...arguments)}catch(U){et("WebGLState:",U)}}function Ye(){try{i.texStorage2D(...arguments)}catch(U){et("WebGLState:",U)}}function C(){try{i.texStorage3D(...arguments)}catch(U){et("WebGLState:",U)}}function b(){try{i.texImage2D(...arguments)}catch(U){et("WebGLState:",U)}}function X(){try{i.texImage3D(...arguments)}catch(U){et("WebGLState:",U)}}function ue(U){return u[U]!==void 0?u[U]:i.getParameter(U)}function ae(U,oe){u[U]!==oe&&(i.pixelStorei(U,oe),u[U]=oe)}function xe(U){ee.equals(U)===!1&&(i.scissor(U.x,U.y,U.z,U.w),ee.copy(U))}function ye(U){ge.equals(U)===!1&&(i.viewport(U.x,U.y,U.z,U.w),ge.copy(U))}function ne(U,oe){let ie=c.get(oe);ie===void 0&&(ie=new WeakMap,c.set(oe,ie));let Ee=ie.get(U);Ee===void 0&&(Ee=i.getUniformBlockIndex(oe,U.name),i.uniformBlockBinding(oe,Ee,Ee),ie.set(U,Ee))}function se(U,oe,ie){let _e=c.get(oe).get(U);l[_e]!==ie&&(i.bindBufferBase(i.UNIFORM_BUFFER,_e,ie),l[_e]=ie)}function me(){i.disable(i.BLEND),i.disable(i.CULL_FACE),i.disable(i.DEPTH_TEST),i.disable(i.POLYGON_OFFSET_FILL),i.disable(i.SCISSOR_TEST),i.disable(i.STENCIL_TEST),i.disable(i.SAMPLE_ALPHA_TO_COVERAGE),i.blendEquation(i.FUNC_ADD),i.blendFunc(i.ONE,i.ZERO),i.blendFuncSeparate(i.ONE,i.ZERO,i.ONE,i.ZERO),i.blendColor(0,0,0,0),i.colorMask(!0,!0,!0,!0),i.clearColor(0,0,0,0),i.depthMask(!0),i.depthFunc(i.LESS),o.setReversed(!1),i.clearDepth(1),i.stencilMask(4294967295),i.stencilFunc(i.ALWAYS,0,4294967295),i.stencilOp(i.KEEP,i.KEEP,i.KEEP),i.clearStencil(0),i.cullFace(i.BACK),i.frontFace(i.CCW),i.polygonOffset(0,0),i.activeTexture(i.TEXTURE0),i.bindFramebuffer(i.FRAMEBUFFER,null),i.bindFramebuffer(i.DRAW_FRAMEBUFFER,null),i.bindFramebuffer(i.READ_FRAMEBUFFER,null),i.useProgram(null),i.lineWidth(1),i.scissor(0,0,i.canvas.width,i.canvas.height),i.viewport(0,0,i.canvas.width,i.canvas.height),i.pixelStorei(i.PACK_ALIGNMENT,4),i.pixelStorei(i.UNPACK_ALIGNMENT,4),i.pixelStorei(i.UNPACK_FLIP_Y_WEBGL,!1),i.pixelStorei(i.UNPACK_PREMULTIPLY_ALPHA_WEBGL,!1),i.pixelStorei(i.UNPACK_COLORSPACE_CONVERSION_WEBGL,i.BROWSER_DEFAULT_WEBGL),i.pixelStorei(i.PACK_ROW_LENGTH,0),i.pixelStorei(i.PACK_SKIP_PIXELS,0),i.pixelStorei(i.PACK_SKIP_ROWS,0),i.pixelStorei(i.UNPACK_ROW_LENGTH,0),i.pixelStorei(i.UNPACK_IMAGE_HEIGHT,0),i.pixelStorei(i.UNPACK_SKIP_PIXELS,0),i.pixelStorei(i.UNPACK_SKIP_ROWS,0),i.pixelStorei(i.UNPACK_SKIP_IMAGES,0),h={},u={},Q=null,re={},d={},l={},f=new WeakMap,g=[],v=null,p=!1,m=null,y=null,T=null,S=null,R=null,A=null,_=null,E=new gt(0,0,0),B=0,N=!1,L=null,H=null,V=null,D=null,W=null,ee.set(0,0,i.canvas.width,i.canvas.height),ge.set(0,0,i.canvas.width,i.canvas.height),r.reset(),o.reset(),a.reset()}return{buffers:{color:r,depth:o,stencil:a},enable:Me,disable:Xe,bindFramebuffer:st,drawBuffers:Ge,useProgram:ut,setBlending:Wt,setMaterial:Ot,setFlipSided:nn,setCullFace:Pt,setLineWidth:Sn,setPolygonOffset:vt,setScissorTest:fn,activeTexture:$t,bindTexture:sn,unbindTexture:F,compressedTexImage2D:Pe,compressedTexImage3D:Ze,texImage2D:b,texImage3D:X,pixelStorei:ae,getParameter:ue,updateUBOMapping:ne,uniformBlockBinding:se,texStorage2D:Ye,texStorage3D:C,texSubImage2D:rt,texSubImage3D:we,compressedTexSubImage2D:Lt,compressedTexSubImage3D:Ve,scissor:xe,viewport:ye,reset:me}}function mw(i,e,t,n,s,r,o){let a=e.has("WEBGL_multisampled_render_to_texture")?e.get("WEBGL_multisampled_render_to_texture"):null,l=typeof navigator>"u"?!1:/OculusBrowser/g.test(navigator.userAgent),c=new ze,h=new WeakMap,u=new Set,d,f=new WeakMap,g=new Set,v=new FinalizationRegistry(C=>g.delete(C)),p=!1;try{p=typeof OffscreenCanvas<"u"&&new OffscreenCanvas(1,1).getContext("2d")!==null}catch{}function m(C,b){return p?new OffscreenCanvas(C,b):Qo("canvas")}function y(C,b,X){let ue=1,ae=Ye(C);if((ae.width>X||ae.height>X)&&(ue=X/Math.max(ae.width,ae.height)),ue<1)if(typeof HTMLImageElement<"u"&&C instanceof HTMLImageElement||typeof HTMLCanvasElement<"u"&&C instanceof HTMLCanvasElement||typeof ImageBitmap<"u"&&C instanceof ImageBitmap||typeof VideoFrame<"u"&&C instanceof VideoFrame){let xe=Math.floor(ue*ae.width),ye=Math.floor(ue*ae.height);d===void 0&&(d=m(xe,ye));let ne=b?m(xe,ye):d;return ne.width=xe,ne.height=ye,ne.getContext("2d").drawImage(C,0,0,xe,ye),$e("WebGLRenderer: Texture has been resized from ("+ae.width+"x"+ae.height+") to ("+xe+"x"+ye+")."),ne}else return"data"in C&&$e("WebGLRenderer: Image in DataTexture is too big ("+ae.width+"x"+ae.height+")."),C;return C}function T(C){return C.generateMipmaps}function S(C){i.generateMipmap(C)}function R(C){return C.isWebGLCubeRenderTarget?i.TEXTURE_CUBE_MAP:C.isWebGL3DRenderTarget?i.TEXTURE_3D:C.isWebGLArrayRenderTarget||C.isCompressedArrayTexture?i.TEXTURE_2D_ARRAY:i.TEXTURE_2D}function A(C,b,X,ue,ae,xe=!1){if(C!==null){if(i[C]!==void 0)return i[C];$e("WebGLRenderer: Attempt to use non-existing WebGL internal format '"+C+"'")}let ye;ue&&(ye=e.get("EXT_texture_norm16"),ye||$e("WebGLRenderer: Unable to use normalized textures without EXT_texture_norm16 extension"));let ne=b;if(b===i.RED&&(X===i.FLOAT&&(ne=i.R32F),X===i.HALF_FLOAT&&(ne=i.R16F),X===i.UNSIGNED_BYTE&&(ne=i.R8),X===i.UNSIGNED_SHORT&&ye&&(ne=ye.R16_EXT),X===i.SHORT&&ye&&(ne=ye.R16_SNORM_EXT)),b===i.RED_INTEGER&&(X===i.UNSIGNED_BYTE&&(ne=i.R8UI),X===i.UNSIGNED_SHORT&&(ne=i.R16UI),X===i.UNSIGNED_INT&&(ne=i.R32UI),X===i.BYTE&&(ne=i.R8I),X===i.SHORT&&(ne=i.R16I),X===i.INT&&(ne=i.R32I)),b===i.RG&&(X===i.FLOAT&&(ne=i.RG32F),X===i.HALF_FLOAT&&(ne=i.RG16F),X===i.UNSIGNED_BYTE&&(ne=i.RG8),X===i.UNSIGNED_SHORT&&ye&&(ne=ye.RG16_EXT),X===i.SHORT&&ye&&(ne=ye.RG16_SNORM_EXT)),b===i.RG_INTEGER&&(X===i.UNSIGNED_BYTE&&(ne=i.RG8UI),X===i.UNSIGNED_SHORT&&(ne=i.RG16UI),X===i.UNSIGNED_INT&&(ne=i.RG32UI),X===i.BYTE&&(ne=i.RG8I),X===i.SHORT&&(ne=i.RG16I),X===i.INT&&(ne=i.RG32I)),b===i.RGB_INTEGER&&(X===i.UNSIGNED_BYTE&&(ne=i.RGB8UI),X===i.UNSIGNED_SHORT&&(ne=i.RGB16UI),X===i.UNSIGNED_INT&&(ne=i.RGB32UI),X===i.BYTE&&(ne=i.RGB8I),X===i.SHORT&&(ne=i.RGB16I),X===i.INT&&(ne=i.RGB32I)),b===i.RGBA_INTEGER&&(X===i.UNSIGNED_BYTE&&(ne=i.RGBA8UI),X===i.UNSIGNED_SHORT&&(ne=i.RGBA16UI),X===i.UNSIGNED_INT&&(ne=i.RGBA32UI),X===i.BYTE&&(ne=i.RGBA8I),X===i.SHORT&&(ne=i.RGBA16I),X===i.INT&&(ne=i.RGBA32I)),b===i.RGB&&(X===i.UNSIGNED_SHORT&&ye&&(ne=ye.RGB16_EXT),X===i.SHORT&&ye&&(ne=ye.RGB16_SNORM_EXT),X===i.UNSIGNED_INT_5_9_9_9_REV&&(ne=i.RGB9_E5),X===i.UNSIGNED_INT_10F_11F_11F_REV&&(ne=i.R11F_G11F_B10F)),b===i.RGBA){let se=xe?Jo:pt.getTransfer(ae);X===i.FLOAT&&(ne=i.RGBA32F),X===i.HALF_FLOAT&&(ne=i.RGBA16F),X===i.UNSIGNED_BYTE&&(ne=se===Tt?i.SRGB8_ALPHA8:i.RGBA8),X===i.UNSIGNED_SHORT&&ye&&(ne=ye.RGBA16_EXT),X===i.SHORT&&ye&&(ne=ye.RGBA16_SNORM_EXT),X===i.UNSIGNED_SHORT_4_4_4_4&&(ne=i.RGBA4),X===i.UNSIGNED_SHORT_5_5_5_1&&(ne=i.RGB5_A1)}return(ne===i.R16F||ne===i.R32F||ne===i.RG16F||ne===i.RG32F||ne===i.RGBA16F||ne===i.RGBA32F)&&e.get("EXT_color_buffer_float"),ne}function _(C,b){let X;return C?b===null||b===ci||b===fr?X=i.DEPTH24_STENCIL8:b===Ii?X=i.DEPTH32F_STENCIL8:b===Hs&&(X=i.DEPTH24_STENCIL8,$e("DepthTexture: 16 bit depth attachment is not supported with stencil. Using 24-bit attachment.")):b===null||b===ci||b===fr?X=i.DEPTH_COMPONENT24:b===Ii?X=i.DEPTH_COMPONENT32F:b===Hs&&(X=i.DEPTH_COMPONENT16),X}function E(C,b){return T(C)===!0||C.isFramebufferTexture&&C.minFilter!==Rn&&C.minFilter!==Cn?Math.log2(Math.max(b.width,b.height))+1:C.mipmaps.length>0?C.mipmaps.length:C.isCompressedTexture&&Array.isArray(C.image)?b.mipmaps.length:1}function B(C){let b=new WeakRef(C);n.get(C).__ref=b,g.add(b),v.register(C,b,b)}function N(C){let b=n.get(C).__ref;b!==void 0&&(g.delete(b),v.unregister(b))}function L(C){V(C.target)}function H(C){D(C.target)}function V(C){C.removeEventListener("dispose",L),N(C),Y(C),C.isVideoTexture&&h.delete(C),C.isHTMLTexture&&u.delete(C)}function D(C){C.removeEventListener("dispose",H),N(C),ce(C)}function W(){for(let C of g){let b=C.deref();b!==void 0&&(b.isRenderTarget===!0?D(b):V(b))}g.clear(),u.clear()}function Y(C){let b=n.get(C);if(b.__webglInit===void 0)return;let X=C.source,ue=f.get(X);if(ue){let ae=ue[b.__cacheKey];ae.usedTimes--,ae.usedTimes===0&&G(C),Object.keys(ue).length===0&&f.delete(X)}n.remove(C)}function G(C){let b=n.get(C);i.deleteTexture(b.__webglTexture);let X=C.source,ue=f.get(X);delete ue[b.__cacheKey],o.memory.textures--}function ce(C){let b=n.get(C);b.__depthDisposeCallback&&b.__depthDisposeCallback();let X=C.depthTexture;if(X&&X.renderTarget===C&&V(X),C.isWebGLCubeRenderTarget)for(let ae=0;ae<6;ae++){if(Array.isArray(b.__webglFramebuffer[ae]))for(let xe=0;xe<b.__webglFramebuffer[ae].length;xe++)i.deleteFramebuffer(b.__webglFramebuffer[ae][xe]);else i.deleteFramebuffer(b.__webglFramebuffer[ae]);b.__webglDepthbuffer&&i.deleteRenderbuffer(b.__webglDepthbuffer[ae])}else{if(Array.isArray(b.__webglFramebuffer))for(let ae=0;ae<b.__webglFramebuffer.length;ae++)i.deleteFramebuffer(b.__webglFramebuffer[ae]);else i.deleteFramebuffer(b.__webglFramebuffer);if(b.__webglDepthbuffer&&i.deleteRenderbuffer(b.__webglDepthbuffer),b.__webglMultisampledFramebuffer&&i.deleteFramebuffer(b.__webglMultisampledFramebuffer),b.__webglColorRenderbuffer)for(let ae=0;ae<b.__webglColorRenderbuffer.length;ae++)b.__webglColorRenderbuffer[ae]&&i.deleteRenderbuffer(b.__webglColorRenderbuffer[ae]);b.__webglDepthRenderbuffer&&i.deleteRenderbuffer(b.__webglDepthRenderbuffer)}let ue=C.textures;for(let ae=0,xe=ue.length;ae<xe;ae++){let ye=n.get(ue[ae]);ye.__webglTexture&&(i.deleteTexture(ye.__webglTexture),o.memory.textures--),n.remove(ue[ae])}n.remove(C)}let J=0;function Q(){J=0}function re(){return J}function fe(C){J=C}function de(){let C=J;return C>=s.maxTextures&&$e("WebGLTextures: Trying to use "+(C+1)+" texture units while this GPU supports only "+s.maxTextures),J+=1,C}function ee(C){let b=[];return b.push(C.wrapS),b.push(C.wrapT),b.push(C.wrapR||0),b.push(C.magFilter),b.push(C.minFilter),b.push(C.anisotropy),b.push(C.internalFormat),b.push(C.format),b.push(C.type),b.push(C.generateMipmaps),b.push(C.mipmapsAutoUpdate),b.push(C.premultiplyAlpha),b.push(C.flipY),b.push(C.unpackAlignment),b.push(C.colorSpace),b.join()}function ge(C,b){let X=n.get(C);if(C.isVideoTexture&&Lt(C),C.isRenderTargetTexture===!1&&C.isExternalTexture!==!0&&C.version>0&&X.__version!==C.version){let ue=C.image;if(ue===null)$e("WebGLRenderer: Texture marked for update but no image data found.");else if(ue.complete===!1)$e("WebGLRenderer: Texture marked for update but image is incomplete");else{Ot(X,C,b);return}}else C.isExternalTexture&&(X.__webglTexture=C.sourceTexture?C.sourceTexture:null);t.bindTexture(i.TEXTURE_2D,X.__webglTexture,i.TEXTURE0+b)}function ve(C,b){let X=n.get(C);if(C.isRenderTargetTexture===!1&&C.version>0&&X.__version!==C.version){Ot(X,C,b);return}else C.isExternalTexture&&(X.__webglTexture=C.sourceTexture?C.sourceTexture:null);t.bindTexture(i.TEXTURE_2D_ARRAY,X.__webglTexture,i.TEXTURE0+b)}function Re(C,b){let X=n.get(C);if(C.isRenderTargetTexture===!1&&C.version>0&&X.__version!==C.version){Ot(X,C,b);return}t.bindTexture(i.TEXTURE_3D,X.__webglTexture,i.TEXTURE0+b)}function Me(C,b){let X=n.get(C);if(C.version>0&&X.__version!==C.version){nn(X,C,b);return}t.bindTexture(i.TEXTURE_CUBE_MAP,X.__webglTexture,i.TEXTURE0+b)}let Xe={[Hl]:i.REPEAT,[Gi]:i.CLAMP_TO_EDGE,[Vl]:i.MIRRORED_REPEAT},st={[Rn]:i.NEAREST,[Zm]:i.NEAREST_MIPMAP_NEAREST,[xa]:i.NEAREST_MIPMAP_LINEAR,[Cn]:i.LINEAR,[bc]:i.LINEAR_MIPMAP_NEAREST,[fs]:i.LINEAR_MIPMAP_LINEAR},Ge={[Qm]:i.NEVER,[fd]:i.ALWAYS,[eg]:i.LESS,[Ea]:i.LEQUAL,[tg]:i.EQUAL,[dd]:i.GEQUAL,[ng]:i.GREATER,[ig]:i.NOTEQUAL};function ut(C,b){if(b.type===Ii&&e.has("OES_texture_float_linear")===!1&&(b.magFilter===Cn||b.magFilter===bc||b.magFilter===xa||b.magFilter===fs||b.minFilter===Cn||b.minFilter===bc||b.minFilter===xa||b.minFilter===fs)&&$e("WebGLRenderer: Unable to use linear filtering with floating point textures. OES_texture_float_linear not supported on this device."),i.texParameteri(C,i.TEXTURE_WRAP_S,Xe[b.wrapS]),i.texParameteri(C,i.TEXTURE_WRAP_T,Xe[b.wrapT]),(C===i.TEXTURE_3D||C===i.TEXTURE_2D_ARRAY)&&i.texParameteri(C,i.TEXTURE_WRAP_R,Xe[b.wrapR]),i.texParameteri(C,i.TEXTURE_MAG_FILTER,st[b.magFilter]),i.texParameteri(C,i.TEXTURE_MIN_FILTER,st[b.minFilter]),b.compareFunction&&(i.texParameteri(C,i.TEXTURE_COMPARE_MODE,i.COMPARE_REF_TO_TEXTURE),i.texParameteri(C,i.TEXTURE_COMPARE_FUNC,Ge[b.compareFunction])),e.has("EXT_texture_filter_anisotropic")===!0){if(b.magFilter===Rn||b.minFilter!==xa&&b.minFilter!==fs||b.type===Ii&&e.has("OES_texture_float_linear")===!1)return;if(b.anisotropy>1||n.get(b).__currentAnisotropy){let X=e.get("EXT_texture_filter_anisotropic");i.texParameterf(C,X.TEXTURE_MAX_ANISOTROPY_EXT,Math.min(b.anisotropy,s.getMaxAnisotropy())),n.get(b).__currentAnisotropy=b.anisotropy}}}function at(C,b){let X=!1;C.__webglInit===void 0&&(C.__webglInit=!0,b.addEventListener("dispose",L),B(b));let ue=b.source,ae=f.get(ue);ae===void 0&&(ae={},f.set(ue,ae));let xe=ee(b);if(xe!==C.__cacheKey){ae[xe]===void 0&&(ae[xe]={texture:i.createTexture(),usedTimes:0},o.memory.textures++,X=!0),ae[xe].usedTimes++;let ye=ae[C.__cacheKey];ye!==void 0&&(ae[C.__cacheKey].usedTimes--,ye.usedTimes===0&&G(b)),C.__cacheKey=xe,C.__webglTexture=ae[xe].texture}return X}function nt(C,b,X){return Math.floor(Math.floor(C/X)/b)}function Wt(C,b,X,ue){let xe=C.updateRanges;if(xe.length===0)t.texSubImage2D(i.TEXTURE_2D,0,0,0,b.width,b.height,X,ue,b.data);else{xe.sort((U,oe)=>U.start-oe.start);let ye=0;for(let U=1;U<xe.length;U++){let oe=xe[ye],ie=xe[U],Ee=oe.start+oe.count,_e=nt(ie.start,b.width,4),Se=nt(oe.start,b.width,4);ie.start<=Ee+1&&_e===Se&&nt(ie.start+ie.count-1,b.width,4)===_e?oe.count=Math.max(oe.count,ie.start+ie.count-oe.start):(++ye,xe[ye]=ie)}xe.length=ye+1;let ne=t.getParameter(i.UNPACK_ROW_LENGTH),se=t.getParameter(i.UNPACK_SKIP_PIXELS),me=t.getParameter(i.UNPACK_SKIP_ROWS);t.pixelStorei(i.UNPACK_ROW_LENGTH,b.width);for(let U=0,oe=xe.length;U<oe;U++){let ie=xe[U],Ee=Math.floor(ie.start/4),_e=Math.ceil(ie.count/4),Se=Ee%b.width,We=Math.floor(Ee/b.width),Je=_e,he=1;t.pixelStorei(i.UNPACK_SKIP_PIXELS,Se),t.pixelStorei(i.UNPACK_SKIP_ROWS,We),t.texSubImage2D(i.TEXTURE_2D,0,Se,We,Je,he,X,ue,b.data)}C.clearUpdateRanges(),t.pixelStorei(i.UNPACK_ROW_LENGTH,ne),t.pixelStorei(i.UNPACK_SKIP_PIXELS,se),t.pixelStorei(i.UNPACK_SKIP_ROWS,me)}}function Ot(C,b,X){let ue=i.TEXTURE_2D;(b.isDataArrayTexture||b.isCompressedArrayTexture)&&(ue=i.TEXTURE_2D_ARRAY),b.isData3DTexture&&(ue=i.TEXTURE_3D);let ae=at(C,b),xe=b.source;t.bindTexture(ue,C.__webglTexture,i.TEXTURE0+X);let ye=n.get(xe);if(xe.version!==ye.__version||ae===!0){if(t.activeTexture(i.TEXTURE0+X),(typeof ImageBitmap<"u"&&b.image instanceof ImageBitmap)===!1){let he=pt.getPrimaries(pt.workingColorSpace),Be=b.colorSpace===ms?null:pt.getPrimaries(b.colorSpace),je=b.colorSpace===ms||he===Be?i.NONE:i.BROWSER_DEFAULT_WEBGL;t.pixelStorei(i.UNPACK_FLIP_Y_WEBGL,b.flipY),t.pixelStorei(i.UNPACK_PREMULTIPLY_ALPHA_WEBGL,b.premultiplyAlpha),t.pixelStorei(i.UNPACK_COLORSPACE_CONVERSION_WEBGL,je)}t.pixelStorei(i.UNPACK_ALIGNMENT,b.unpackAlignment);let se=y(b.image,!1,s.maxTextureSize);se=Ve(b,se);let me=r.convert(b.format,b.colorSpace),U=r.convert(b.type),oe=A(b.internalFormat,me,U,b.normalized,b.colorSpace,b.isVideoTexture);ut(ue,b);let ie,Ee=b.mipmaps,_e=b.isVideoTexture!==!0,Se=ye.__version===void 0||ae===!0,We=xe.dataReady,Je=E(b,se);if(b.isDepthTexture)oe=_(b.format===ps,b.type),Se&&(_e?t.texStorage2D(i.TEXTURE_2D,1,oe,se.width,se.height):t.texImage2D(i.TEXTURE_2D,0,oe,se.width,se.height,0,me,U,null));else if(b.isDataTexture)if(Ee.length>0){_e&&Se&&t.texStorage2D(i.TEXTURE_2D,Je,oe,Ee[0].width,Ee[0].height);for(let he=0,Be=Ee.length;he<Be;he++)ie=Ee[he],_e?We&&t.texSubImage2D(i.TEXTURE_2D,he,0,0,ie.width,ie.height,me,U,ie.data):t.texImage2D(i.TEXTURE_2D,he,oe,ie.width,ie.height,0,me,U,ie.data);b.generateMipmaps=!1}else _e?(Se&&t.texStorage2D(i.TEXTURE_2D,Je,oe,se.width,se.height),We&&Wt(b,se,me,U)):t.texImage2D(i.TEXTURE_2D,0,oe,se.width,se.height,0,me,U,se.data);else if(b.isCompressedTexture)if(b.isCompressedArrayTexture){_e&&Se&&t.texStorage3D(i.TEXTURE_2D_ARRAY,Je,oe,Ee[0].width,Ee[0].height,se.depth);for(let he=0,Be=Ee.length;he<Be;he++)if(ie=Ee[he],b.format!==Di)if(me!==null)if(_e){if(We)if(b.layerUpdates.size>0){let je=Md(ie.width,ie.height,b.format,b.type);for(let Ce of b.layerUpdates){let ot=ie.data.subarray(Ce*je/ie.data.BYTES_PER_ELEMENT,(Ce+1)*je/ie.data.BYTES_PER_ELEMENT);t.compressedTexSubImage3D(i.TEXTURE_2D_ARRAY,he,0,0,Ce,ie.width,ie.height,1,me,ot)}}else t.compressedTexSubImage3D(i.TEXTURE_2D_ARRAY,he,0,0,0,ie.width,ie.height,se.depth,me,ie.data)}else t.compressedTexImage3D(i.TEXTURE_2D_ARRAY,he,oe,ie.width,ie.height,se.depth,0,ie.data,0,0);else $e("WebGLRenderer: Attempt to load unsupported compressed texture format in .uploadTexture()");else _e?We&&t.texSubImage3D(i.TEXTURE_2D_ARRAY,he,0,0,0,ie.width,ie.height,se.depth,me,U,ie.data):t.texImage3D(i.TEXTURE_2D_ARRAY,he,oe,ie.width,ie.height,se.depth,0,me,U,ie.data);b.layerUpdates.size>0&&b.clearLayerUpdates()}else{_e&&Se&&t.texStorage2D(i.TEXTURE_2D,Je,oe,Ee[0].width,Ee[0].height);for(let he=0,Be=Ee.length;he<Be;he++)ie=Ee[he],b.format!==Di?me!==null?_e?We&&t.compressedTexSubImage2D(i.TEXTURE_2D,he,0,0,ie.width,ie.height,me,ie.data):t.compressedTexImage2D(i.TEXTURE_2D,he,oe,ie.width,ie.height,0,ie.data):$e("WebGLRenderer: Attempt to load unsupported compressed texture format in .uploadTexture()"):_e?We&&t.texSubImage2D(i.TEXTURE_2D,he,0,0,ie.width,ie.height,me,U,ie.data):t.texImage2D(i.TEXTURE_2D,he,oe,ie.width,ie.height,0,me,U,ie.data)}else if(b.isDataArrayTexture)if(_e){if(Se&&t.texStorage3D(i.TEXTURE_2D_ARRAY,Je,oe,se.width,se.height,se.depth),We)if(b.layerUpdates.size>0){let he=Md(se.width,se.height,b.format,b.type);for(let Be of b.layerUpdates){let je=se.data.subarray(Be*he/se.data.BYTES_PER_ELEMENT,(Be+1)*he/se.data.BYTES_PER_ELEMENT);t.texSubImage3D(i.TEXTURE_2D_ARRAY,0,0,0,Be,se.width,se.height,1,me,U,je)}b.clearLayerUpdates()}else t.texSubImage3D(i.TEXTURE_2D_ARRAY,0,0,0,0,se.width,se.height,se.depth,me,U,se.data)}else t.texImage3D(i.TEXTURE_2D_ARRAY,0,oe,se.width,se.height,se.depth,0,me,U,se.data);else if(b.isData3DTexture)_e?(Se&&t.texStorage3D(i.TEXTURE_3D,Je,oe,se.width,se.height,se.depth),We&&t.texSubImage3D(i.TEXTURE_3D,0,0,0,0,se.width,se.height,se.depth,me,U,se.data)):t.texImage3D(i.TEXTURE_3D,0,oe,se.width,se.height,se.depth,0,me,U,se.data);else if(b.isFramebufferTexture){if(Se)if(_e)t.texStorage2D(i.TEXTURE_2D,Je,oe,se.width,se.height);else{let he=se.width,Be=se.height;for(let je=0;je<Je;je++)t.texImage2D(i.TEXTURE_2D,je,oe,he,Be,0,me,U,null),he>>=1,Be>>=1}}else if(b.isHTMLTexture){if("texElementImage2D"in i){let he=i.canvas;if(he.hasAttribute("layoutsubtree")||he.setAttribute("layoutsubtree","true"),se.parentNode!==he){he.appendChild(se),u.add(b),he.onpaint=Be=>{let je=Be.changedElements;for(let Ce of u)je.includes(Ce.image)&&(Ce.needsUpdate=!0)},he.requestPaint();return}if(i.texElementImage2D.length===3)i.texElementImage2D(i.TEXTURE_2D,i.RGBA8,se);else{let je=i.RGBA,Ce=i.RGBA,ot=i.UNSIGNED_BYTE;i.texElementImage2D(i.TEXTURE_2D,0,je,Ce,ot,se)}i.texParameteri(i.TEXTURE_2D,i.TEXTURE_MIN_FILTER,i.LINEAR),i.texParameteri(i.TEXTURE_2D,i.TEXTURE_WRAP_S,i.CLAMP_TO_EDGE),i.texParameteri(i.TEXTURE_2D,i.TEXTURE_WRAP_T,i.CLAMP_TO_EDGE)}}else if(Ee.length>0){if(_e&&Se){let he=Ye(Ee[0]);t.texStorage2D(i.TEXTURE_2D,Je,oe,he.width,he.height)}for(let he=0,Be=Ee.length;he<Be;he++)ie=Ee[he],_e?We&&t.texSubImage2D(i.TEXTURE_2D,he,0,0,me,U,ie):t.texImage2D(i.TEXTURE_2D,he,oe,me,U,ie);b.generateMipmaps=!1}else if(_e){if(Se){let he=Ye(se);t.texStorage2D(i.TEXTURE_2D,Je,oe,he.width,he.height)}We&&t.texSubImage2D(i.TEXTURE_2D,0,0,0,me,U,se)}else t.texImage2D(i.TEXTURE_2D,0,oe,me,U,se);T(b)&&b.mipmapsAutoUpdate===!0&&S(ue),ye.__version=xe.version,b.onUpdate&&b.onUpdate(b)}C.__version=b.version}function nn(C,b,X){if(b.image.length!==6)return;let ue=at(C,b),ae=b.source;t.bindTexture(i.TEXTURE_CUBE_MAP,C.__webglTexture,i.TEXTURE0+X);let xe=n.get(ae);if(ae.version!==xe.__version||ue===!0){t.activeTexture(i.TEXTURE0+X);let ye=pt.getPrimaries(pt.workingColorSpace),ne=b.colorSpace===ms?null:pt.getPrimaries(b.colorSpace),se=b.colorSpace===ms||ye===ne?i.NONE:i.BROWSER_DEFAULT_WEBGL;t.pixelStorei(i.UNPACK_FLIP_Y_WEBGL,b.flipY),t.pixelStorei(i.UNPACK_PREMULTIPLY_ALPHA_WEBGL,b.premultiplyAlpha),t.pixelStorei(i.UNPACK_ALIGNMENT,b.unpackAlignment),t.pixelStorei(i.UNPACK_COLORSPACE_CONVERSION_WEBGL,se);let me=b.isCompressedTexture||b.image[0].isCompressedTexture,U=b.image[0]&&b.image[0].isDataTexture,oe=[];for(let Ce=0;Ce<6;Ce++)!me&&!U?oe[Ce]=y(b.image[Ce],!0,s.maxCubemapSize):oe[Ce]=U?b.image[Ce].image:b.image[Ce],oe[Ce]=Ve(b,oe[Ce]);let ie=oe[0],Ee=r.convert(b.format,b.colorSpace),_e=r.convert(b.type),Se=A(b.internalFormat,Ee,_e,b.normalized,b.colorSpace),We=b.isVideoTexture!==!0,Je=xe.__version===void 0||ue===!0,he=ae.dataReady,Be=E(b,ie);ut(i.TEXTURE_CUBE_MAP,b);let je;if(b.isDepthTexture){if(Se=_(b.format===ps,b.type),Je)if(We)t.texStorage2D(i.TEXTURE_CUBE_MAP,1,Se,ie.width,ie.height);else for(let Ce=0;Ce<6;Ce++)t.texImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,0,Se,ie.width,ie.height,0,Ee,_e,null)}else if(me){We&&Je&&t.texStorage2D(i.TEXTURE_CUBE_MAP,Be,Se,ie.width,ie.height);for(let Ce=0;Ce<6;Ce++){je=oe[Ce].mipmaps;for(let ot=0;ot<je.length;ot++){let Bt=je[ot];b.format!==Di?Ee!==null?We?he&&t.compressedTexSubImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot,0,0,Bt.width,Bt.height,Ee,Bt.data):t.compressedTexImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot,Se,Bt.width,Bt.height,0,Bt.data):$e("WebGLRenderer: Attempt to load unsupported compressed texture format in .setTextureCube()"):We?he&&t.texSubImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot,0,0,Bt.width,Bt.height,Ee,_e,Bt.data):t.texImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot,Se,Bt.width,Bt.height,0,Ee,_e,Bt.data)}}}else{if(je=b.mipmaps,We&&Je){je.length>0&&Be++;let Ce=Ye(oe[0]);t.texStorage2D(i.TEXTURE_CUBE_MAP,Be,Se,Ce.width,Ce.height)}for(let Ce=0;Ce<6;Ce++)if(U){We?he&&t.texSubImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,0,0,0,oe[Ce].width,oe[Ce].height,Ee,_e,oe[Ce].data):t.texImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,0,Se,oe[Ce].width,oe[Ce].height,0,Ee,_e,oe[Ce].data);for(let ot=0;ot<je.length;ot++){let Fn=je[ot].image[Ce].image;We?he&&t.texSubImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot+1,0,0,Fn.width,Fn.height,Ee,_e,Fn.data):t.texImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot+1,Se,Fn.width,Fn.height,0,Ee,_e,Fn.data)}}else{We?he&&t.texSubImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,0,0,0,Ee,_e,oe[Ce]):t.texImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,0,Se,Ee,_e,oe[Ce]);for(let ot=0;ot<je.length;ot++){let Bt=je[ot];We?he&&t.texSubImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot+1,0,0,Ee,_e,Bt.image[Ce]):t.texImage2D(i.TEXTURE_CUBE_MAP_POSITIVE_X+Ce,ot+1,Se,Ee,_e,Bt.image[Ce])}}}T(b)&&b.mipmapsAutoUpdate===!0&&S(i.TEXTURE_CUBE_MAP),xe.__version=ae.version,b.onUpdate&&b.onUpdate(b)}C.__version=b.version}function Pt(C,b,X,ue,ae,xe){let ye=r.convert(X.format,X.colorSpace),ne=r.convert(X.type),se=A(X.internalFormat,ye,ne,X.normalized,X.colorSpace),me=n.get(b),U=n.get(X);if(U.__renderTarget=b,!me.__hasExternalTextures){let oe=Math.max(1,b.width>>xe),ie=Math.max(1,b.height>>xe);ae===i.TEXTURE_3D||ae===i.TEXTURE_2D_ARRAY?t.texImage3D(ae,xe,se,oe,ie,b.depth,0,ye,ne,null):t.texImage2D(ae,xe,se,oe,ie,0,ye,ne,null)}t.bindFramebuffer(i.FRAMEBUFFER,C),we(b)?a.framebufferTexture2DMultisampleEXT(i.FRAMEBUFFER,ue,ae,U.__webglTexture,0,rt(b)):(ae===i.TEXTURE_2D||ae>=i.TEXTURE_CUBE_MAP_POSITIVE_X&&ae<=i.TEXTURE_CUBE_MAP_NEGATIVE_Z)&&i.framebufferTexture2D(i.FRAMEBUFFER,ue,ae,U.__webglTexture,xe),t.bindFramebuffer(i.FRAMEBUFFER,null)}function Sn(C,b,X){if(i.bindRenderbuffer(i.RENDERBUFFER,C),b.depthBuffer){let ue=b.depthTexture,ae=ue&&ue.isDepthTexture?ue.type:null,xe=_(b.stencilBuffer,ae),ye=b.stencilBuffer?i.DEPTH_STENCIL_ATTACHMENT:i.DEPTH_ATTACHMENT;we(b)?a.renderbufferStorageMultisampleEXT(i.RENDERBUFFER,rt(b),xe,b.width,b.height):X?i.renderbufferStorageMultisample(i.RENDERBUFFER,rt(b),xe,b.width,b.height):i.renderbufferStorage(i.RENDERBUFFER,xe,b.width,b.height),i.framebufferRenderbuffer(i.FRAMEBUFFER,ye,i.RENDERBUFFER,C)}else{let ue=b.textures;for(let ae=0;ae<ue.length;ae++){let xe=ue[ae],ye=r.convert(xe.format,xe.colorSpace),ne=r.convert(xe.type),se=A(xe.internalFormat,ye,ne,xe.normalized,xe.colorSpace);we(b)?a.renderbufferStorageMultisampleEXT(i.RENDERBUFFER,rt(b),se,b.width,b.height):X?i.renderbufferStorageMultisample(i.RENDERBUFFER,rt(b),se,b.width,b.height):i.renderbufferStorage(i.RENDERBUFFER,se,b.width,b.height)}}i.bindRenderbuffer(i.RENDERBUFFER,null)}function vt(C,b,X){let ue=b.isWebGLCubeRenderTarget===!0;if(t.bindFramebuffer(i.FRAMEBUFFER,C),!(b.depthTexture&&b.depthTexture.isDepthTexture))throw new Error("THREE.WebGLTextures: renderTarget.depthTexture must be an instance of THREE.DepthTexture.");let ae=n.get(b.depthTexture);ae.__renderTarget=b;let xe=ue?b.depthTexture.image[0]:b.depthTexture.image;(!ae.__webglTexture||xe.width!==b.width||xe.height!==b.height)&&(xe.width=b.width,xe.height=b.height,b.depthTexture.needsUpdate=!0),ue?Me(b.depthTexture,0):ge(b.depthTexture,0);let ye=ae.__webglTexture,ne=rt(b),se=ue?i.TEXTURE_CUBE_MAP_POSITIVE_X+X:i.TEXTURE_2D,me=b.depthTexture.format===ps?i.DEPTH_STENCIL_ATTACHMENT:i.DEPTH_ATTACHMENT;if(b.depthTexture.format===hs)we(b)?a.framebufferTexture2DMultisampleEXT(i.FRAMEBUFFER,me,se,ye,0,ne):i.framebufferTexture2D(i.FRAMEBUFFER,me,se,ye,0);else if(b.depthTexture.format===ps)we(b)?a.framebufferTexture2DMultisampleEXT(i.FRAMEBUFFER,me,se,ye,0,ne):i.framebufferTexture2D(i.FRAMEBUFFER,me,se,ye,0);else throw new Error("THREE.WebGLTextures: Unknown depthTexture format.")}function fn(C){let b=n.get(C),X=C.isWebGLCubeRenderTarget===!0;if(b.__boundDepthTexture!==C.depthTexture){let ue=C.depthTexture;if(b.__depthDisposeCallback&&b.__depthDisposeCallback(),ue){let ae=()=>{delete b.__boundDepthTexture,delete b.__depthDisposeCallback,ue.removeEventListener("dispose",ae)};ue.addEventListener("dispose",ae),b.__depthDisposeCallback=ae}b.__boundDepthTexture=ue}if(C.depthTexture&&!b.__autoAllocateDepthBuffer)if(X)for(let ue=0;ue<6;ue++)vt(b.__webglFramebuffer[ue],C,ue);else C.texture.mipmaps.length>0?vt(b.__webglFramebuffer[0],C,0):vt(b.__webglFramebuffer,C,0);else if(X){b.__webglDepthbuffer=[];for(let ue=0;ue<6;ue++)if(t.bindFramebuffer(i.FRAMEBUFFER,b.__webglFramebuffer[ue]),b.__webglDepthbuffer[ue]===void 0)b.__webglDepthbuffer[ue]=i.createRenderbuffer(),Sn(b.__webglDepthbuffer[ue],C,!1);else{let ae=C.stencilBuffer?i.DEPTH_STENCIL_ATTACHMENT:i.DEPTH_ATTACHMENT,xe=b.__webglDepthbuffer[ue];i.bindRenderbuffer(i.RENDERBUFFER,xe),i.framebufferRenderbuffer(i.FRAMEBUFFER,ae,i.RENDERBUFFER,xe)}}else if(C.texture.mipmaps.length>0?t.bindFramebuffer(i.FRAMEBUFFER,b.__webglFramebuffer[0]):t.bindFramebuffer(i.FRAMEBUFFER,b.__webglFramebuffer),b.__webglDepthbuffer===void 0)b.__webglDepthbuffer=i.createRenderbuffer(),Sn(b.__webglDepthbuffer,C,!1);else{let ae=C.stencilBuffer?i.DEPTH_STENCIL_ATTACHMENT:i.DEPTH_ATTACHMENT,xe=b.__webglDepthbuffer;i.bindRenderbuffer(i.RENDERBUFFER,xe),i.framebufferRenderbuffer(i.FRAMEBUFFER,ae,i.RENDERBUFFER,xe)}t.bindFramebuffer(i.FRAMEBUFFER,null)}function $t(C,b,X){let ue=n.get(C);b!==void 0&&Pt(ue.__webglFramebuffer,C,C.texture,i.COLOR_ATTACHMENT0,i.TEXTURE_2D,0),X!==void 0&&fn(C)}function sn(C){let b=C.texture,X=n.get(C),ue=n.get(b);C.addEventListener("dispose",H),B(C);let ae=C.textures,xe=C.isWebGLCubeRenderTarget===!0,ye=ae.length>1;if(ye||(ue.__webglTexture===void 0&&(ue.__webglTexture=i.createTexture()),ue.__version=b.version,o.memory.textures++),xe){X.__webglFramebuffer=[];for(let ne=0;ne<6;ne++)if(b.mipmaps.length>0){X.__webglFramebuffer[ne]=[];for(let se=0;se<b.mipmaps.length;se++)X.__webglFramebuffer[ne][se]=i.createFramebuffer()}else X.__webglFramebuffer[ne]=i.createFramebuffer()}else{if(b.mipmaps.length>0){X.__webglFramebuffer=[];for(let ne=0;ne<b.mipmaps.length;ne++)X.__webglFramebuffer[ne]=i.createFramebuffer()}else X.__webglFramebuffer=i.createFramebuffer();if(ye)for(let ne=0,se=ae.length;ne<se;ne++){let me=n.get(ae[ne]);me.__webglTexture===void 0&&(me.__webglTexture=i.createTexture(),o.memory.textures++)}if(C.samples>0&&we(C)===!1){X.__webglMultisampledFramebuffer=i.createFramebuffer(),X.__webglColorRenderbuffer=[],t.bindFramebuffer(i.FRAMEBUFFER,X.__webglMultisampledFramebuffer);for(let ne=0;ne<ae.length;ne++){let se=ae[ne];X.__webglColorRenderbuffer[ne]=i.createRenderbuffer(),i.bindRenderbuffer(i.RENDERBUFFER,X.__webglColorRenderbuffer[ne]);let me=r.convert(se.format,se.colorSpace),U=r.convert(se.type),oe=A(se.internalFormat,me,U,se.normalized,se.colorSpace,C.isXRRenderTarget===!0),ie=rt(C);i.renderbufferStorageMultisample(i.RENDERBUFFER,ie,oe,C.width,C.height),i.framebufferRenderbuffer(i.FRAMEBUFFER,i.COLOR_ATTACHMENT0+ne,i.RENDERBUFFER,X.__webglColorRenderbuffer[ne])}i.bindRenderbuffer(i.RENDERBUFFER,null),C.depthBuffer&&(X.__webglDepthRenderbuffer=i.createRenderbuffer(),Sn(X.__webglDepthRenderbuffer,C,!0)),t.bindFramebuffer(i.FRAMEBUFFER,null)}}if(xe){t.bindTexture(i.TEXTURE_CUBE_MAP,ue.__webglTexture),ut(i.TEXTURE_CUBE_MAP,b);for(let ne=0;ne<6;ne++)if(b.mipmaps.length>0)for(let se=0;se<b.mipmaps.length;se++)Pt(X.__webglFramebuffer[ne][se],C,b,i.COLOR_ATTACHMENT0,i.TEXTURE_CUBE_MAP_POSITIVE_X+ne,se);else Pt(X.__webglFramebuffer[ne],C,b,i.COLOR_ATTACHMENT0,i.TEXTURE_CUBE_MAP_POSITIVE_X+ne,0);T(b)?S(i.TEXTURE_CUBE_MAP):b.mipmaps.length>0&&i.texParameteri(i.TEXTURE_CUBE_MAP,i.TEXTURE_MAX_LEVEL,b.mipmaps.length-1),t.unbindTexture()}else if(ye){for(let ne=0,se=ae.length;ne<se;ne++){let me=ae[ne],U=n.get(me),oe=i.TEXTURE_2D;(C.isWebGL3DRenderTarget||C.isWebGLArrayRenderTarget)&&(oe=C.isWebGL3DRenderTarget?i.TEXTURE_3D:i.TEXTURE_2D_ARRAY),t.bindTexture(oe,U.__webglTexture),ut(oe,me),Pt(X.__webglFramebuffer,C,me,i.COLOR_ATTACHMENT0+ne,oe,0),T(me)&&S(oe)}t.unbindTexture()}else{let ne=i.TEXTURE_2D;if((C.isWebGL3DRenderTarget||C.isWebGLArrayRenderTarget)&&(ne=C.isWebGL3DRenderTarget?i.TEXTURE_3D:i.TEXTURE_2D_ARRAY),t.bindTexture(ne,ue.__webglTexture),ut(ne,b),b.mipmaps.length>0)for(let se=0;se<b.mipmaps.length;se++)Pt(X.__webglFramebuffer[se],C,b,i.COLOR_ATTACHMENT0,ne,se);else Pt(X.__webglFramebuffer,C,b,i.COLOR_ATTACHMENT0,ne,0);T(b)?S(ne):b.mipmaps.length>0&&i.texParameteri(ne,i.TEXTURE_MAX_LEVEL,b.mipmaps.length-1),t.unbindTexture()}C.depthBuffer&&fn(C)}function F(C){let b=C.textures;for(let X=0,ue=b.length;X<ue;X++){let ae=b[X];if(T(ae)&&ae.mipmapsAutoUpdate===!0){let xe=R(C),ye=n.get(ae).__webglTexture;t.bindTexture(xe,ye),S(xe),t.unbindTexture()}}}let Pe=[];function Ze(C){if(C.samples>0){if(we(C)===!1){let b=C.textures,X=C.width,ue=C.height,ae=i.COLOR_BUFFER_BIT,xe=C.stencilBuffer?i.DEPTH_STENCIL_ATTACHMENT:i.DEPTH_ATTACHMENT,ye=n.get(C),ne=b.length>1;if(ne)for(let me=0;me<b.length;me++)t.bindFramebuffer(i.FRAMEBUFFER,ye.__webglMultisampledFramebuffer),i.framebufferRenderbuffer(i.FRAMEBUFFER,i.COLOR_ATTACHMENT0+me,i.RENDERBUFFER,null),t.bindFramebuffer(i.FRAMEBUFFER,ye.__webglFramebuffer),i.framebufferTexture2D(i.DRAW_FRAMEBUFFER,i.COLOR_ATTACHMENT0+me,i.TEXTURE_2D,null,0);t.bindFramebuffer(i.READ_FRAMEBUFFER,ye.__webglMultisampledFramebuffer),C.texture.mipmaps.length>0?t.bindFramebuffer(i.DRAW_FRAMEBUFFER,ye.__webglFramebuffer[0]):t.bindFramebuffer(i.DRAW_FRAMEBUFFER,ye.__webglFramebuffer);for(let me=0;me<b.length;me++){if(C.resolveDepthBuffer&&(C.depthBuffer&&(ae|=i.DEPTH_BUFFER_BIT),C.stencilBuffer&&C.resolveStencilBuffer&&(ae|=i.STENCIL_BUFFER_BIT)),ne){i.framebufferRenderbuffer(i.READ_FRAMEBUFFER,i.COLOR_ATTACHMENT0,i.RENDERBUFFER,ye.__webglColorRenderbuffer[me]);let U=n.get(b[me]).__webglTexture;i.framebufferTexture2D(i.DRAW_FRAMEBUFFER,i.COLOR_ATTACHMENT0,i.TEXTURE_2D,U,0)}i.blitFramebuffer(0,0,X,ue,0,0,X,ue,ae,i.NEAREST),l===!0&&(Pe.length=0,Pe.push(i.COLOR_ATTACHMENT0+me),C.depthBuffer&&C.storeMultisampledDepthBuffer===!1&&Pe.push(xe),i.invalidateFramebuffer(i.READ_FRAMEBUFFER,Pe))}if(t.bindFramebuffer(i.READ_FRAMEBUFFER,null),t.bindFramebuffer(i.DRAW_FRAMEBUFFER,null),ne)for(let me=0;me<b.length;me++){t.bindFramebuffer(i.FRAMEBUFFER,ye.__webglMultisampledFramebuffer),i.framebufferRenderbuffer(i.FRAMEBUFFER,i.COLOR_ATTACHMENT0+me,i.RENDERBUFFER,ye.__webglColorRenderbuffer[me]);let U=n.get(b[me]).__webglTexture;t.bindFramebuffer(i.FRAMEBUFFER,ye.__webglFramebuffer),i.framebufferTexture2D(i.DRAW_FRAMEBUFFER,i.COLOR_ATTACHMENT0+me,i.TEXTURE_2D,U,0)}t.bindFramebuffer(i.DRAW_FRAMEBUFFER,ye.__webglMultisampledFramebuffer)}else if(C.depthBuffer&&C.storeMultisampledDepthBuffer===!1&&l){let b=C.stencilBuffer?i.DEPTH_STENCIL_ATTACHMENT:i.DEPTH_ATTACHMENT;i.invalidateFramebuffer(i.DRAW_FRAMEBUFFER,[b])}}}function rt(C){return Math.min(s.maxSamples,C.samples)}function we(C){let b=n.get(C);return C.samples>0&&e.has("WEBGL_multisampled_render_to_texture")===!0&&b.__useRenderToTexture!==!1}function Lt(C){let b=o.render.frame;h.get(C)!==b&&(h.set(C,b),C.update())}function Ve(C,b){let X=C.colorSpace,ue=C.format,ae=C.type;return C.isCompressedTexture===!0||C.isVideoTexture===!0||X!==rr&&X!==ms&&(pt.getTransfer(X)===Tt?(ue!==Di||ae!==Xn)&&$e("WebGLTextures: sRGB encoded textures have to use RGBAFormat and UnsignedByteType."):et("WebGLTextures: Unsupported texture color space:",X)),b}function Ye(C){return typeof HTMLImageElement<"u"&&C instanceof HTMLImageElement?(c.width=C.naturalWidth||C.width,c.height=C.naturalHeight||C.height):typeof VideoFrame<"u"&&C instanceof VideoFrame?(c.width=C.displayWidth,c.height=C.displayHeight):(c.width=C.width,c.height=C.height),c}this.allocateTextureUnit=de,this.resetTextureUnits=Q,this.getTextureUnits=re,this.setTextureUnits=fe,this.setTexture2D=ge,this.setTexture2DArray=ve,this.setTexture3D=Re,this.setTextureCube=Me,this.rebindTextures=$t,this.setupRenderTarget=sn,this.updateRenderTargetMipmap=F,this.updateMultisampleRenderTarget=Ze,this.setupDepthRenderbuffer=fn,this.setupFrameBufferTexture=Pt,this.useMultisampledRTT=we,this.dispose=W}function gw(i,e){function t(n,s=ms){let r,o=pt.getTransfer(s);if(n===Xn)return i.UNSIGNED_BYTE;if(n===Sc)return i.UNSIGNED_SHORT_4_4_4_4;if(n===Mc)return i.UNSIGNED_SHORT_5_5_5_1;if(n===od)return i.UNSIGNED_INT_5_9_9_9_REV;if(n===ad)return i.UNSIGNED_INT_10F_11F_11F_REV;if(n===sd)return i.BYTE;if(n===rd)return i.SHORT;if(n===Hs)return i.UNSIGNED_SHORT;if(n===po)return i.INT;if(n===ci)return i.UNSIGNED_INT;if(n===Ii)return i.FLOAT;if(n===Li)return i.HALF_FLOAT;if(n===ld)return i.ALPHA;if(n===cd)return i.RGB;if(n===Di)return i.RGBA;if(n===hs)return i.DEPTH_COMPONENT;if(n===ps)return i.DEPTH_STENCIL;if(n===hd)return i.RED;if(n===mo)return i.RED_INTEGER;if(n===Vs)return i.RG;if(n===wc)return i.RG_INTEGER;if(n===Ec)return i.RGBA_INTEGER;if(n===va||n===ya||n===ba||n===Sa)if(o===Tt)if(r=e.get("WEBGL_compressed_texture_s3tc_srgb"),r!==null){if(n===va)return r.COMPRESSED_SRGB_S3TC_DXT1_EXT;if(n===ya)return r.COMPRESSED_SRGB_ALPHA_S3TC_DXT1_EXT;if(n===ba)return r.COMPRESSED_SRGB_ALPHA_S3TC_DXT3_EXT;if(n===Sa)return r.COMPRESSED_SRGB_ALPHA_S3TC_DXT5_EXT}else return null;else if(r=e.get("WEBGL_compressed_texture_s3tc"),r!==null){if(n===va)return r.COMPRESSED_RGB_S3TC_DXT1_EXT;if(n===ya)return r.COMPRESSED_RGBA_S3TC_DXT1_EXT;if(n===ba)return r.COMPRESSED_RGBA_S3TC_DXT3_EXT;if(n===Sa)return r.COMPRESSED_RGBA_S3TC_DXT5_EXT}else return null;if(n===Tc||n===Ac||n===Rc||n===Cc)if(r=e.get("WEBGL_compressed_texture_pvrtc"),r!==null){if(n===Tc)return r.COMPRESSED_RGB_PVRTC_4BPPV1_IMG;if(n===Ac)return r.COMPRESSED_RGB_PVRTC_2BPPV1_IMG;if(n===Rc)return r.COMPRESSED_RGBA_PVRTC_4BPPV1_IMG;if(n===Cc)return r.COMPRESSED_RGBA_PVRTC_2BPPV1_IMG}else return null;if(n===Pc||n===Ic||n===Lc||n===Dc||n===Nc||n===Ma||n===Uc)if(r=e.get("WEBGL_compressed_texture_etc"),r!==null){if(n===Pc||n===Ic)return o===Tt?r.COMPRESSED_SRGB8_ETC2:r.COMPRESSED_RGB8_ETC2;if(n===Lc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ETC2_EAC:r.COMPRESSED_RGBA8_ETC2_EAC;if(n===Dc)return r.COMPRESSED_R11_EAC;if(n===Nc)return r.COMPRESSED_SIGNED_R11_EAC;if(n===Ma)return r.COMPRESSED_RG11_EAC;if(n===Uc)return r.COMPRESSED_SIGNED_RG11_EAC}else return null;if(n===Fc||n===Oc||n===Bc||n===kc||n===zc||n===Hc||n===Vc||n===Gc||n===Wc||n===Xc||n===qc||n===Yc||n===$c||n===Zc)if(r=e.get("WEBGL_compressed_texture_astc"),r!==null){if(n===Fc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_4x4_KHR:r.COMPRESSED_RGBA_ASTC_4x4_KHR;if(n===Oc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_5x4_KHR:r.COMPRESSED_RGBA_ASTC_5x4_KHR;if(n===Bc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_5x5_KHR:r.COMPRESSED_RGBA_ASTC_5x5_KHR;if(n===kc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_6x5_KHR:r.COMPRESSED_RGBA_ASTC_6x5_KHR;if(n===zc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_6x6_KHR:r.COMPRESSED_RGBA_ASTC_6x6_KHR;if(n===Hc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_8x5_KHR:r.COMPRESSED_RGBA_ASTC_8x5_KHR;if(n===Vc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_8x6_KHR:r.COMPRESSED_RGBA_ASTC_8x6_KHR;if(n===Gc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_8x8_KHR:r.COMPRESSED_RGBA_ASTC_8x8_KHR;if(n===Wc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_10x5_KHR:r.COMPRESSED_RGBA_ASTC_10x5_KHR;if(n===Xc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_10x6_KHR:r.COMPRESSED_RGBA_ASTC_10x6_KHR;if(n===qc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_10x8_KHR:r.COMPRESSED_RGBA_ASTC_10x8_KHR;if(n===Yc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_10x10_KHR:r.COMPRESSED_RGBA_ASTC_10x10_KHR;if(n===$c)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_12x10_KHR:r.COMPRESSED_RGBA_ASTC_12x10_KHR;if(n===Zc)return o===Tt?r.COMPRESSED_SRGB8_ALPHA8_ASTC_12x12_KHR:r.COMPRESSED_RGBA_ASTC_12x12_KHR}else return null;if(n===Kc||n===Jc||n===jc)if(r=e.get("EXT_texture_compression_bptc"),r!==null){if(n===Kc)return o===Tt?r.COMPRESSED_SRGB_ALPHA_BPTC_UNORM_EXT:r.COMPRESSED_RGBA_BPTC_UNORM_EXT;if(n===Jc)return r.COMPRESSED_RGB_BPTC_SIGNED_FLOAT_EXT;if(n===jc)return r.COMPRESSED_RGB_BPTC_UNSIGNED_FLOAT_EXT}else return null;if(n===Qc||n===eh||n===wa||n===th)if(r=e.get("EXT_texture_compression_rgtc"),r!==null){if(n===Qc)return r.COMPRESSED_RED_RGTC1_EXT;if(n===eh)return r.COMPRESSED_SIGNED_RED_RGTC1_EXT;if(n===wa)return r.COMPRESSED_RED_GREEN_RGTC2_EXT;if(n===th)return r.COMPRESSED_SIGNED_RED_GREEN_RGTC2_EXT}else return null;return n===fr?i.UNSIGNED_INT_24_8:i[n]!==void 0?i[n]:null}return{convert:t}}var _w=`
+void main() {
+
+	gl_Position = vec4( position, 1.0 );
+
+}`,xw=`
+uniform sampler2DArray depthColor;
+uniform float depthWidth;
+uniform float depthHeight;
+
+void main() {
+
+	vec2 coord = vec2( gl_FragCoord.x / depthWidth, gl_FragCoord.y / depthHeight );
+
+	if ( coord.x >= 1.0 ) {
+
+		gl_FragDepth = texture( depthColor, vec3( coord.x - 1.0, coord.y, 1 ) ).r;
+
+	} else {
+
+		gl_FragDepth = texture( depthColor, vec3( coord.x, coord.y, 0 ) ).r;
+
+	}
+
+}`,Od=class{constructor(){this.texture=null,this.mesh=null,this.depthNear=0,this.depthFar=0}init(e,t){if(this.texture===null){let n=new ca(e.texture);(e.depthNear!==t.depthNear||e.depthFar!==t.depthFar)&&(this.depthNear=e.depthNear,this.depthFar=e.depthFar),this.texture=n}}getMesh(e){if(this.texture!==null&&this.mesh===null){let t=e.cameras[0].viewport,n=new _i({vertexShader:_w,fragmentShader:xw,uniforms:{depthColor:{value:this.texture},depthWidth:{value:t.z},depthHeight:{value:t.w}}});this.mesh=new dn(new da(20,20),n)}return this.mesh}reset(){this.texture=null,this.mesh=null}getDepthTexture(){return this.texture}},Bd=class extends Ci{constructor(e,t){super();let n=this,s=null,r=1,o=null,a="local-floor",l=1,c=null,h=null,u=null,d=null,f=null,g=null,v=typeof XRWebGLBinding<"u",p=new Od,m={},y=t.getContextAttributes(),T=null,S=null,R=[],A=[],_=new ze,E=null,B=null,N=new Vn;N.viewport=new Ft;let L=new Vn;L.viewport=new Ft;let H=[N,L],V=new _c,D=null,W=null;this.cameraAutoUpdate=!0,this.enabled=!1,this.isPresenting=!1,this.getController=function(ee){let ge=R[ee];return ge===void 0&&(ge=new io,R[ee]=ge),ge.getTargetRaySpace()},this.getControllerGrip=function(ee){let ge=R[ee];return ge===void 0&&(ge=new io,R[ee]=ge),ge.getGripSpace()},this.getHand=function(ee){let ge=R[ee];return ge===void 0&&(ge=new io,R[ee]=ge),ge.getHandSpace()};function Y(ee){let ge=A.indexOf(ee.inputSource);if(ge===-1)return;let ve=R[ge];ve!==void 0&&(ve.update(ee.inputSource,ee.frame,c||o),ve.dispatchEvent({type:ee.type,data:ee.inputSource}))}function G(){s.removeEventListener("select",Y),s.removeEventListener("selectstart",Y),s.removeEventListener("selectend",Y),s.removeEventListener("squeeze",Y),s.removeEventListener("squeezestart",Y),s.removeEventListener("squeezeend",Y),s.removeEventListener("end",G),s.removeEventListener("inputsourceschange",ce);for(let ee=0;ee<R.length;ee++){let ge=A[ee];ge!==null&&(A[ee]=null,R[ee].disconnect(ge))}D=null,W=null,p.reset();for(let ee in m)delete m[ee];if(e.setRenderTarget(T),f=null,d=null,u=null,s=null,S=null,de.stop(),n.isPresenting=!1,e.setPixelRatio(E),e.setSize(_.width,_.height,!1),B!==null){let ee=B.camera;ee.fov=B.fov,ee.zoom=B.zoom,ee.updateProjectionMatrix(),B=null}n.dispatchEvent({type:"sessionend"})}this.setFramebufferScaleFactor=function(ee){r=ee,n.isPresenting===!0&&$e("WebXRManager: Cannot change framebuffer scale while presenting.")},this.setReferenceSpaceType=function(ee){a=ee,n.isPresenting===!0&&$e("WebXRManager: Cannot change reference space type while presenting.")},this.getReferenceSpace=function(){return c||o},this.setReferenceSpace=function(ee){c=ee},this.getBaseLayer=function(){return d!==null?d:f},this.getBinding=function(){return u===null&&v&&(u=new XRWebGLBinding(s,t)),u},this.getFrame=function(){return g},this.getSession=function(){return s},this.setSession=async function(ee){if(s=ee,s!==null){if(T=e.getRenderTarget(),s.addEventListener("select",Y),s.addEventListener("selectstart",Y),s.addEventListener("selectend",Y),s.addEventListener("squeeze",Y),s.addEventListener("squeezestart",Y),s.addEventListener("squeezeend",Y),s.addEventListener("end",G),s.addEventListener("inputsourceschange",ce),y.xrCompatible!==!0&&await t.makeXRCompatible(),E=e.getPixelRatio(),e.getSize(_),v&&"createProjectionLayer"in XRWebGLBinding.prototype){let ve=null,Re=null,Me=null;y.depth&&(Me=y.stencil?t.DEPTH24_STENCIL8:t.DEPTH_COMPONENT24,ve=y.stencil?ps:hs,Re=y.stencil?fr:ci);let Xe={colorFormat:t.RGBA8,depthFormat:Me,scaleFactor:r};u=this.getBinding(),d=u.createProjectionLayer(Xe),s.updateRenderState({layers:[d]}),e.setPixelRatio(1),e.setSize(d.textureWidth,d.textureHeight,!1),S=new In(d.textureWidth,d.textureHeight,{format:Di,type:Xn,depthTexture:new Pi(d.textureWidth,d.textureHeight,Re,void 0,void 0,void 0,void 0,void 0,void 0,ve),stencilBuffer:y.stencil,colorSpace:e.outputColorSpace,samples:y.antialias?4:0,resolveDepthBuffer:d.ignoreDepthValues===!1,resolveStencilBuffer:d.ignoreDepthValues===!1,storeMultisampledDepthBuffer:d.ignoreDepthValues===!1,storeMultisampledStencilBuffer:d.ignoreDepthValues===!1})}else{let ve={antialias:y.antialias,alpha:!0,depth:y.depth,stencil:y.stencil,framebufferScaleFactor:r};f=new XRWebGLLayer(s,t,ve),s.updateRenderState({baseLayer:f}),e.setPixelRatio(1),e.setSize(f.framebufferWidth,f.framebufferHeight,!1),S=new In(f.framebufferWidth,f.framebufferHeight,{format:Di,type:Xn,colorSpace:e.outputColorSpace,stencilBuffer:y.stencil,resolveDepthBuffer:f.ignoreDepthValues===!1,resolveStencilBuffer:f.ignoreDepthValues===!1,storeMultisampledDepthBuffer:f.ignoreDepthValues===!1,storeMultisampledStencilBuffer:f.ignoreDepthValues===!1})}S.isXRRenderTarget=!0,this.setFoveation(l),c=null,o=await s.requestReferenceSpace(a),de.setContext(s),de.start(),n.isPresenting=!0,n.dispatchEvent({type:"sessionstart"})}},this.getEnvironmentBlendMode=function(){if(s!==null)return s.environmentBlendMode},this.getDepthTexture=function(){return p.getDepthTexture()};function ce(ee){for(let ge=0;ge<ee.removed.length;ge++){let ve=ee.removed[ge],Re=A.indexOf(ve);Re>=0&&(A[Re]=null,R[Re].disconnect(ve))}for(let ge=0;ge<ee.added.length;ge++){let ve=ee.added[ge],Re=A.indexOf(ve);if(Re===-1){for(let Xe=0;Xe<R.length;Xe++)if(Xe>=A.length){A.push(ve),Re=Xe;break}else if(A[Xe]===null){A[Xe]=ve,Re=Xe;break}if(Re===-1)break}let Me=R[Re];Me&&Me.connect(ve)}}function J(ee,ge){ge===null?ee.matrixWorld.copy(ee.matrix):ee.matrixWorld.multiplyMatrices(ge.matrixWorld,ee.matrix),ee.matrixWorldInverse.copy(ee.matrixWorld).invert()}this.updateCamera=function(ee){if(s===null)return;let ge=ee.near,ve=ee.far;p.texture!==null&&(p.depthNear>0&&(ge=p.depthNear),p.depthFar>0&&(ve=p.depthFar)),V.near=L.near=N.near=ge,V.far=L.far=N.far=ve,(D!==V.near||W!==V.far)&&(s.updateRenderState({depthNear:V.near,depthFar:V.far}),D=V.near,W=V.far),V.layers.mask=ee.layers.mask|6,N.layers.mask=V.layers.mask&-5,L.layers.mask=V.layers.mask&-3;let Re=ee.parent,Me=V.cameras;J(V,Re);for(let Xe=0;Xe<Me.length;Xe++)J(Me[Xe],Re);V.projectionMatrix.copy(N.projectionMatrix),V.projectionMatrixInverse.copy(N.projectionMatrixInverse),B===null&&ee.isPerspectiveCamera&&(B={camera:ee,fov:ee.fov,zoom:ee.zoom}),Q(ee,V,Re)};function Q(ee,ge,ve){ve===null?ee.matrix.copy(ge.matrixWorld):(ee.matrix.copy(ve.matrixWorld),ee.matrix.invert(),ee.matrix.multiply(ge.matrixWorld)),ee.matrix.decompose(ee.position,ee.quaternion,ee.scale),ee.updateMatrixWorld(!0),ee.projectionMatrix.copy(ge.projectionMatrix),ee.projectionMatrixInverse.copy(ge.projectionMatrixInverse),ee.isPerspectiveCamera&&(ee.fov=to*2*Math.atan(1/ee.projectionMatrix.elements[5]),ee.zoom=1)}this.getCamera=function(){return V},this.getFoveation=function(){if(!(d===null&&f===null))return l},this.setFoveation=function(ee){l=ee,d!==null&&(d.fixedFoveation=ee),f!==null&&f.fixedFoveation!==void 0&&(f.fixedFoveation=ee)},this.hasDepthSensing=function(){return p.texture!==null},this.getDepthSensingMesh=function(){return p.getMesh(V)},this.getCameraTexture=function(ee){return m[ee]};let re=null;function fe(ee,ge){if(h=ge.getViewerPose(c||o),g=ge,h!==null){let ve=h.views;f!==null&&(e.setRenderTargetFramebuffer(S,f.framebuffer),e.setRenderTarget(S));let Re=!1;ve.length!==V.cameras.length&&(V.cameras.length=0,Re=!0);for(let Ge=0;Ge<ve.length;Ge++){let ut=ve[Ge],at=null;if(f!==null)at=f.getViewport(ut);else{let Wt=u.getViewSubImage(d,ut);at=Wt.viewport,Ge===0&&(e.setRenderTargetTextures(S,Wt.colorTexture,Wt.depthStencilTexture),e.setRenderTarget(S))}let nt=H[Ge];nt===void 0&&(nt=new Vn,nt.layers.enable(Ge),nt.viewport=new Ft,H[Ge]=nt),nt.matrix.fromArray(ut.transform.matrix),nt.matrix.decompose(nt.position,nt.quaternion,nt.scale),nt.projectionMatrix.fromArray(ut.projectionMatrix),nt.projectionMatrixInverse.copy(nt.projectionMatrix).invert(),nt.viewport.set(at.x,at.y,at.width,at.height),Ge===0&&(V.matrix.copy(nt.matrix),V.matrix.decompose(V.position,V.quaternion,V.scale)),Re===!0&&V.cameras.push(nt)}let Me=s.enabledFeatures;if(Me&&Me.includes("depth-sensing")&&s.depthUsage=="gpu-optimized"&&v){u=n.getBinding();let Ge=u.getDepthInformation(ve[0]);Ge&&Ge.isValid&&Ge.texture&&p.init(Ge,s.renderState)}if(Me&&Me.includes("camera-access")&&v){e.state.unbindTexture(),u=n.getBinding();for(let Ge=0;Ge<ve.length;Ge++){let ut=ve[Ge].camera;if(ut){let at=m[ut];at||(at=new ca,m[ut]=at);let nt=u.getCameraImage(ut);at.sourceTexture=nt}}}}for(let ve=0;ve<R.length;ve++){let Re=A[ve],Me=R[ve];Re!==null&&Me!==void 0&&Me.update(Re,ge,c||o)}re&&re(ee,ge),ge.detectedPlanes&&n.dispatchEvent({type:"planesdetected",data:ge}),g=null}let de=new Fg;de.setAnimationLoop(fe),this.setAnimationLoop=function(ee){re=ee},this.dispose=function(){}}},vw=new Ut,qg=new tt;qg.set(-1,0,0,0,1,0,0,0,1);function yw(i,e){function t(p,m){p.matrixAutoUpdate===!0&&p.updateMatrix(),m.value.copy(p.matrix)}function n(p,m){m.color.getRGB(p.fogColor.value,yd(i)),m.isFog?(p.fogNear.value=m.near,p.fogFar.value=m.far):m.isFogExp2&&(p.fogDensity.value=m.density)}function s(p,m,y,T,S){m.isNodeMaterial?m.uniformsNeedUpdate=!1:m.isMeshBasicMaterial?r(p,m):m.isMeshLambertMaterial?(r(p,m),m.envMap&&(p.envMapIntensity.value=m.envMapIntensity)):m.isMeshToonMaterial?(r(p,m),u(p,m)):m.isMeshPhongMaterial?(r(p,m),h(p,m),m.envMap&&(p.envMapIntensity.value=m.envMapIntensity)):m.isMeshStandardMaterial?(r(p,m),d(p,m),m.isMeshPhysicalMaterial&&f(p,m,S)):m.isMeshMatcapMaterial?(r(p,m),g(p,m)):m.isMeshDepthMaterial?r(p,m):m.isMeshDistanceMaterial?(r(p,m),v(p,m)):m.isMeshNormalMaterial?r(p,m):m.isLineBasicMaterial?(o(p,m),m.isLineDashedMaterial&&a(p,m)):m.isPointsMaterial?l(p,m,y,T):m.isSpriteMaterial?c(p,m):m.isShadowMaterial?(p.color.value.copy(m.color),p.opacity.value=m.opacity):m.isShaderMaterial&&(m.uniformsNeedUpdate=!1)}function r(p,m){p.opacity.value=m.opacity,m.color&&p.diffuse.value.copy(m.color),m.emissive&&p.emissive.value.copy(m.emissive).multiplyScalar(m.emissiveIntensity),m.map&&(p.map.value=m.map,t(m.map,p.mapTransform)),m.alphaMap&&(p.alphaMap.value=m.alphaMap,t(m.alphaMap,p.alphaMapTransform)),m.bumpMap&&(p.bumpMap.value=m.bumpMap,t(m.bumpMap,p.bumpMapTransform),p.bumpScale.value=m.bumpScale,m.side===Wn&&(p.bumpScale.value*=-1)),m.normalMap&&(p.normalMap.value=m.normalMap,t(m.normalMap,p.normalMapTransform),p.normalScale.value.copy(m.normalScale),m.side===Wn&&p.normalScale.value.negate()),m.displacementMap&&(p.displacementMap.value=m.displacementMap,t(m.displacementMap,p.displacementMapTransform),p.displacementScale.value=m.displacementScale,p.displacementBias.value=m.displacementBias),m.emissiveMap&&(p.emissiveMap.value=m.emissiveMap,t(m.emissiveMap,p.emissiveMapTransform)),m.specularMap&&(p.specularMap.value=m.specularMap,t(m.specularMap,p.specularMapTransform)),m.alphaTest>0&&(p.alphaTest.value=m.alphaTest);let y=e.get(m),T=y.envMap,S=y.envMapRotation;T&&(p.envMap.value=T,p.envMapRotation.value.setFromMatrix4(vw.makeRotationFromEuler(S)).transpose(),T.isCubeTexture&&T.isRenderTargetTexture===!1&&p.envMapRotation.value.premultiply(qg),p.reflectivity.value=m.reflectivity,p.ior.value=m.ior,p.refractionRatio.value=m.refractionRatio),m.lightMap&&(p.lightMap.value=m.lightMap,p.lightMapIntensity.value=m.lightMapIntensity,t(m.lightMap,p.lightMapTransform)),m.aoMap&&(p.aoMap.value=m.aoMap,p.aoMapIntensity.value=m.aoMapIntensity,t(m.aoMap,p.aoMapTransform))}function o(p,m){p.diffuse.value.copy(m.color),p.opacity.value=m.opacity,m.map&&(p.map.value=m.map,t(m.map,p.mapTransform))}function a(p,m){p.dashSize.value=m.dashSize,p.totalSize.value=m.dashSize+m.gapSize,p.scale.value=m.scale}function l(p,m,y,T){p.diffuse.value.copy(m.color),p.opacity.value=m.opacity,p.size.value=m.size*y,p.scale.value=T*.5,m.map&&(p.map.value=m.map,t(m.map,p.uvTransform)),m.alphaMap&&(p.alphaMap.value=m.alphaMap,t(m.alphaMap,p.alphaMapTransform)),m.alphaTest>0&&(p.alphaTest.value=m.alphaTest)}function c(p,m){p.diffuse.value.copy(m.color),p.opacity.value=m.opacity,p.rotation.value=m.rotation,m.map&&(p.map.value=m.map,t(m.map,p.mapTransform)),m.alphaMap&&(p.alphaMap.value=m.alphaMap,t(m.alphaMap,p.alphaMapTransform)),m.alphaTest>0&&(p.alphaTest.value=m.alphaTest)}function h(p,m){p.specular.value.copy(m.specular),p.shininess.value=Math.max(m.shininess,1e-4)}function u(p,m){m.gradientMap&&(p.gradientMap.value=m.gradientMap)}function d(p,m){p.metalness.value=m.metalness,m.metalnessMap&&(p.metalnessMap.value=m.metalnessMap,t(m.metalnessMap,p.metalnessMapTransform)),p.roughness.value=m.roughness,m.roughnessMap&&(p.roughnessMap.value=m.roughnessMap,t(m.roughnessMap,p.roughnessMapTransform)),m.envMap&&(p.envMapIntensity.value=m.envMapIntensity)}function f(p,m,y){p.ior.value=m.ior,m.diffuseRoughness>0&&(p.diffuseRoughness.value=m.diffuseRoughness,m.diffuseRoughnessMap&&(p.diffuseRoughnessMap.value=m.diffuseRoughnessMap,t(m.diffuseRoughnessMap,p.diffuseRoughnessMapTransform))),m.sheen>0&&(p.sheenColor.value.copy(m.sheenColor).multiplyScalar(m.sheen),p.sheenRoughness.value=m.sheenRoughness,m.sheenColorMap&&(p.sheenColorMap.value=m.sheenColorMap,t(m.sheenColorMap,p.sheenColorMapTransform)),m.sheenRoughnessMap&&(p.sheenRoughnessMap.value=m.sheenRoughnessMap,t(m.sheenRoughnessMap,p.sheenRoughnessMapTransform))),m.clearcoat>0&&(p.clearcoat.value=m.clearcoat,p.clearcoatRoughness.value=m.clearcoatRoughness,m.clearcoatMap&&(p.clearcoatMap.value=m.clearcoatMap,t(m.clearcoatMap,p.clearcoatMapTransform)),m.clearcoatRoughnessMap&&(p.clearcoatRoughnessMap.value=m.clearcoatRoughnessMap,t(m.clearcoatRoughnessMap,p.clearcoatRoughnessMapTransform)),m.clearcoatNormalMap&&(p.clearcoatNormalMap.value=m.clearcoatNormalMap,t(m.clearcoatNormalMap,p.clearcoatNormalMapTransform),p.clearcoatNormalScale.value.copy(m.clearcoatNormalScale),m.side===Wn&&p.clearcoatNormalScale.value.negate())),m.dispersion>0&&(p.dispersion.value=m.dispersion),m.retroreflectivity>0&&(p.retroreflectivity.value=m.retroreflectivity),m.iridescence>0&&(p.iridescence.value=m.iridescence,p.iridescenceIOR.value=m.iridescenceIOR,p.iridescenceThicknessMinimum.value=m.iridescenceThicknessMinimum,p.iridescenceThicknessMaximum.value=m.iridescenceThicknessMaximum,m.iridescenceMap&&(p.iridescenceMap.value=m.iridescenceMap,t(m.iridescenceMap,p.iridescenceMapTransform)),m.iridescenceThicknessMap&&(p.iridescenceThicknessMap.value=m.iridescenceThicknessMap,t(m.iridescenceThicknessMap,p.iridescenceThicknessMapTransform))),m.transmission>0&&(p.transmission.value=m.transmission,p.transmissionSamplerMap.value=y.texture,p.transmissionSamplerSize.value.set(y.width,y.height),m.transmissionMap&&(p.transmissionMap.value=m.transmissionMap,t(m.transmissionMap,p.transmissionMapTransform)),p.thickness.value=m.thickness,m.thicknessMap&&(p.thicknessMap.value=m.thicknessMap,t(m.thicknessMap,p.thicknessMapTransform)),p.attenuationDistance.value=m.attenuationDistance,p.attenuationColor.value.copy(m.attenuationColor)),m.anisotropy>0&&(p.anisotropyVector.value.set(m.anisotropy*Math.cos(m.anisotropyRotation),m.anisotropy*Math.sin(m.anisotropyRotation)),m.anisotropyMap&&(p.anisotropyMap.value=m.anisotropyMap,t(m.anisotropyMap,p.anisotropyMapTransform))),p.specularIntensity.value=m.specularIntensity,p.specularColor.value.copy(m.specularColor),m.specularColorMap&&(p.specularColorMap.value=m.specularColorMap,t(m.specularColorMap,p.specularColorMapTransform)),m.specularIntensityMap&&(p.specularIntensityMap.value=m.specularIntensityMap,t(m.specularIntensityMap,p.specularIntensityMapTransform))}function g(p,m){m.matcap&&(p.matcap.value=m.matcap)}function v(p,m){let y=e.get(m).light;p.referencePosition.value.setFromMatrixPosition(y.matrixWorld),p.nearDistance.value=y.shadow.camera.near,p.farDistance.value=y.shadow.camera.far}return{refreshFogUniforms:n,refreshMaterialUniforms:s}}function bw(i,e,t,n){let s={},r={};function o(y,T){let S=T.program;n.uniformBlockBinding(y,S,s[y.id])}function a(y,T){let S=s[y.id];S===void 0&&(g(y),S=l(y),s[y.id]=S,y.addEventListener("dispose",p));let R=T.program;n.updateUBOMapping(y,R);let A=e.render.frame;r[y.id]!==A&&(c(y),r[y.id]=A)}function l(y){let T=i.createBuffer(),S=y.__size,R=y.usage;return i.bindBuffer(i.UNIFORM_BUFFER,T),i.bufferData(i.UNIFORM_BUFFER,S,R),i.bindBuffer(i.UNIFORM_BUFFER,null),T}function c(y){let T=s[y.id],S=y.uniforms,R=y.__cache;i.bindBuffer(i.UNIFORM_BUFFER,T);for(let A=0,_=S.length;A<_;A++){let E=S[A];if(Array.isArray(E))for(let B=0,N=E.length;B<N;B++)h(E[B],A,B,R);else h(E,A,0,R)}i.bindBuffer(i.UNIFORM_BUFFER,null)}function h(y,T,S,R){if(d(y,T,S,R)===!0){let A=y.__offset,_=y.value;if(Array.isArray(_)){let E=0;for(let B=0;B<_.length;B++){let N=_[B],L=v(N,!0);u(N,y.__data,E),E+=L.storage/Float32Array.BYTES_PER_ELEMENT}}else u(_,y.__data,0);i.bufferSubData(i.UNIFORM_BUFFER,A,y.__data)}}function u(y,T,S){typeof y=="number"||typeof y=="boolean"?T[S]=y:y.isMatrix3?(T[S]=y.elements[0],T[S+1]=y.elements[1],T[S+2]=y.elements[2],T[S+3]=0,T[S+4]=y.elements[3],T[S+5]=y.elements[4],T[S+6]=y.elements[5],T[S+7]=0,T[S+8]=y.elements[6],T[S+9]=y.elements[7],T[S+10]=y.elements[8],T[S+11]=0):ArrayBuffer.isView(y)?T.set(y.subarray(0,T.length-S),S):y.toArray(T,S)}function d(y,T,S,R){let A=y.value,_=T+"_"+S;if(Array.isArray(A)){R[_]===void 0&&(R[_]=[]);let E=R[_],B=!1;for(let N=0;N<A.length;N++)f(A[N],E,N)===!0&&(B=!0);return B}return f(A,R,_)}function f(y,T,S){if(T[S]===void 0)return typeof y=="number"||typeof y=="boolean"?T[S]=y:ArrayBuffer.isView(y)?T[S]=y.slice():T[S]=y.clone(),!0;{let R=T[S];if(typeof y=="number"||typeof y=="boolean"){if(R!==y)return T[S]=y,!0}else{if(ArrayBuffer.isView(y))return!0;if(R.equals(y)===!1)return R.copy(y),!0}}return!1}function g(y){let T=y.uniforms,S=0,R=16;for(let _=0,E=T.length;_<E;_++){let B=Array.isArray(T[_])?T[_]:[T[_]];for(let N=0,L=B.length;N<L;N++){let H=B[N],V=Array.isArray(H.value)?H.value:[H.value],D=Array.isArray(T[_])||Array.isArray(H.value),W=S;for(let G=0,ce=V.length;G<ce;G++){let J=V[G],Q=v(J,D),re=S%R,fe=re%Q.boundary,de=re+fe;S+=fe,de!==0&&R-de<Q.storage&&(S+=R-de),G===0&&(W=S),S+=Q.storage}let Y=H.type==="int"?Int32Array:H.type==="uint"?Uint32Array:Float32Array;H.__data=new Y((S-W)/Float32Array.BYTES_PER_ELEMENT),H.__offset=W}}let A=S%R;return A>0&&(S+=R-A),y.__size=S,y.__cache={},this}function v(y,T){let S={boundary:0,storage:0};return typeof y=="number"||typeof y=="boolean"?(S.boundary=4,S.storage=4):y.isVector2?(S.boundary=8,S.storage=8):y.isVector3||y.isColor?(S.boundary=16,S.storage=12):y.isVector4?(S.boundary=16,S.storage=16):y.isMatrix3?(S.boundary=16,S.storage=48):y.isMatrix4?(S.boundary=16,S.storage=64):y.isTexture?$e("WebGLRenderer: Texture samplers can not be part of an uniforms group."):ArrayBuffer.isView(y)?(S.boundary=16,S.storage=y.byteLength):$e("WebGLRenderer: Unsupported uniform value type.",y),T===!0&&(S.boundary=16,S.storage=Math.ceil(S.storage/16)*16),S}function p(y){let T=y.target;T.removeEventListener("dispose",p),i.deleteBuffer(s[T.id]),delete s[T.id],delete r[T.id]}function m(){for(let y in s)i.deleteBuffer(s[y]);s={},r={}}return{bind:o,update:a,dispose:m}}var Sw=new Uint16Array([12469,15057,12620,14925,13266,14620,13807,14376,14323,13990,14545,13625,14713,13328,14840,12882,14931,12528,14996,12233,15039,11829,15066,11525,15080,11295,15085,10976,15082,10705,15073,10495,13880,14564,13898,14542,13977,14430,14158,14124,14393,13732,14556,13410,14702,12996,14814,12596,14891,12291,14937,11834,14957,11489,14958,11194,14943,10803,14921,10506,14893,10278,14858,9960,14484,14039,14487,14025,14499,13941,14524,13740,14574,13468,14654,13106,14743,12678,14818,12344,14867,11893,14889,11509,14893,11180,14881,10751,14852,10428,14812,10128,14765,9754,14712,9466,14764,13480,14764,13475,14766,13440,14766,13347,14769,13070,14786,12713,14816,12387,14844,11957,14860,11549,14868,11215,14855,10751,14825,10403,14782,10044,14729,9651,14666,9352,14599,9029,14967,12835,14966,12831,14963,12804,14954,12723,14936,12564,14917,12347,14900,11958,14886,11569,14878,11247,14859,10765,14828,10401,14784,10011,14727,9600,14660,9289,14586,8893,14508,8533,15111,12234,15110,12234,15104,12216,15092,12156,15067,12010,15028,11776,14981,11500,14942,11205,14902,10752,14861,10393,14812,9991,14752,9570,14682,9252,14603,8808,14519,8445,14431,8145,15209,11449,15208,11451,15202,11451,15190,11438,15163,11384,15117,11274,15055,10979,14994,10648,14932,10343,14871,9936,14803,9532,14729,9218,14645,8742,14556,8381,14461,8020,14365,7603,15273,10603,15272,10607,15267,10619,15256,10631,15231,10614,15182,10535,15118,10389,15042,10167,14963,9787,14883,9447,14800,9115,14710,8665,14615,8318,14514,7911,14411,7507,14279,7198,15314,9675,15313,9683,15309,9712,15298,9759,15277,9797,15229,9773,15166,9668,15084,9487,14995,9274,14898,8910,14800,8539,14697,8234,14590,7790,14479,7409,14367,7067,14178,6621,15337,8619,15337,8631,15333,8677,15325,8769,15305,8871,15264,8940,15202,8909,15119,8775,15022,8565,14916,8328,14804,8009,14688,7614,14569,7287,14448,6888,14321,6483,14088,6171,15350,7402,15350,7419,15347,7480,15340,7613,15322,7804,15287,7973,15229,8057,15148,8012,15046,7846,14933,7611,14810,7357,14682,7069,14552,6656,14421,6316,14251,5948,14007,5528,15356,5942,15356,5977,15353,6119,15348,6294,15332,6551,15302,6824,15249,7044,15171,7122,15070,7050,14949,6861,14818,6611,14679,6349,14538,6067,14398,5651,14189,5311,13935,4958,15359,4123,15359,4153,15356,4296,15353,4646,15338,5160,15311,5508,15263,5829,15188,6042,15088,6094,14966,6001,14826,5796,14678,5543,14527,5287,14377,4985,14133,4586,13869,4257,15360,1563,15360,1642,15358,2076,15354,2636,15341,3350,15317,4019,15273,4429,15203,4732,15105,4911,14981,4932,14836,4818,14679,4621,14517,4386,14359,4156,14083,3795,13808,3437,15360,122,15360,137,15358,285,15355,636,15344,1274,15322,2177,15281,2765,15215,3223,15120,3451,14995,3569,14846,3567,14681,3466,14511,3305,14344,3121,14037,2800,13753,2467,15360,0,15360,1,15359,21,15355,89,15346,253,15325,479,15287,796,15225,1148,15133,1492,15008,1749,14856,1882,14685,1886,14506,1783,14324,1608,13996,1398,13702,1183]),Yi=null;function Mw(){return Yi===null&&(Yi=new or(Sw,16,16,Vs,Li),Yi.name="DFG_LUT",Yi.minFilter=Cn,Yi.magFilter=Cn,Yi.wrapS=Gi,Yi.wrapT=Gi,Yi.generateMipmaps=!1,Yi.needsUpdate=!0),Yi}var rh=class{constructor(e={}){let{canvas:t=rg(),context:n=null,depth:s=!0,stencil:r=!1,alpha:o=!1,antialias:a=!1,premultipliedAlpha:l=!0,preserveDrawingBuffer:c=!1,powerPreference:h="default",failIfMajorPerformanceCaveat:u=!1,reversedDepthBuffer:d=!1,outputBufferType:f=Xn}=e;this.isWebGLRenderer=!0;let g;if(n!==null){if(typeof WebGLRenderingContext<"u"&&n instanceof WebGLRenderingContext)throw new Error("THREE.WebGLRenderer: WebGL 1 is not supported since r163.");g=n.getContextAttributes().alpha}else g=o;let v=f,p=new Set([Ec,wc,mo]),m=new Set([Xn,ci,Hs,fr,Sc,Mc]),y=new Uint32Array(4),T=new Int32Array(4),S={textures:[],min:[],max:[],resolution:[]},R=null,A=null,_=[],E=[],B=null;this.domElement=t,this.debug={checkShaderErrors:!0,diagnostics:{keywords:!1},onShaderError:null},this.autoClear=!0,this.autoClearColor=!0,this.autoClearDepth=!0,this.autoClearStencil=!0,this.sortObjects=!0,this.clippingPlanes=[],this.localClippingEnabled=!1,this.toneMapping=qi,this.toneMappingExposure=1,this.transmissionResolutionScale=1;let N=this,L=!1,H=null,V=null,D=null,W=null;this._outputColorSpace=si;let Y=0,G=0,ce=null,J=-1,Q=null,re=new Ft,fe=new Ft,de=null,ee=new gt(0),ge=0,ve=t.width,Re=t.height,Me=1,Xe=null,st=null,Ge=new Ft(0,0,ve,Re),ut=new Ft(0,0,ve,Re),at=!1,nt=new ar,Wt=new Yl,Ot=!1,nn=!1,Pt=new Ut,Sn=new O,vt=new Ft,fn={background:null,fog:null,environment:null,overrideMaterial:null,isScene:!0},$t=!1;function sn(){return ce===null?Me:1}let F=n;function Pe(w,k){return t.getContext(w,k)}let Ze,rt,we,Lt,Ve,Ye,C,b,X,ue,ae,xe,ye,ne,se,me,U,oe,ie,Ee,_e,Se,We;try{let w={alpha:!0,depth:s,stencil:r,antialias:a,premultipliedAlpha:l,preserveDrawingBuffer:c,powerPreference:h,failIfMajorPerformanceCaveat:u};if("setAttribute"in t&&t.setAttribute("data-engine",`three.js r${"187"}`),t.addEventListener("webglcontextlost",Be,!1),t.addEventListener("webglcontextrestored",je,!1),t.addEventListener("webglcontextcreationerror",Ce,!1),F===null){let k="webgl2";if(F=Pe(k,w),F===null)throw Pe(k)?new Error("THREE.WebGLRenderer: Error creating WebGL context with your selected attributes."):new Error("THREE.WebGLRenderer: Error creating WebGL context.")}Je()}catch(w){throw t.removeEventListener("webglcontextlost",Be,!1),t.removeEventListener("webglcontextrestored",je,!1),t.removeEventListener("webglcontextcreationerror",Ce,!1),et("WebGLRenderer: "+w.message),w}function Je(){Ze=new NS(F),Ze.init(),_e=new gw(F,Ze),rt=new MS(F,Ze,e,_e),we=new pw(F,Ze),rt.reversedDepthBuffer&&d&&we.buffers.depth.setReversed(!0),V=F.createFramebuffer(),D=F.createFramebuffer(),W=F.createFramebuffer(),Lt=new OS(F),Ve=new ew,Ye=new mw(F,Ze,we,Ve,rt,_e,Lt),C=new DS(N),b=new kv(F),Se=new bS(F,b),X=new US(F,b,Lt,Se),ue=new kS(F,X,b,Se,Lt),oe=new BS(F,rt,Ye),se=new wS(Ve),ae=new QM(N,C,Ze,rt,Se,se),xe=new yw(N,Ve),ye=new nw,ne=new lw(Ze),U=new yS(N,C,we,ue,g,l),me=new fw(N,ue,rt),We=new bw(F,Lt,rt,we),ie=new SS(F,Ze,Lt),Ee=new FS(F,Ze,Lt),Lt.programs=ae.programs,N.capabilities=rt,N.extensions=Ze,N.properties=Ve,N.renderLists=ye,N.shadowMap=me,N.state=we,N.info=Lt}v!==Xn&&(B=new HS(v,t.width,t.height,a,s,r));let he=new Bd(N,F);this.xr=he,this.getContext=function(){return F},this.getContextAttributes=function(){return F.getContextAttributes()},this.forceContextLoss=function(){let w=Ze.get("WEBGL_lose_context");w&&w.loseContext()},this.forceContextRestore=function(){let w=Ze.get("WEBGL_lose_context");w&&w.restoreContext()},this.getPixelRatio=function(){return Me},this.setPixelRatio=function(w){w!==void 0&&(Me=w,this.setSize(ve,Re,!1))},this.getSize=function(w){return w.set(ve,Re)},this.setSize=function(w,k,j=!0){if(he.isPresenting){$e("WebGLRenderer: Can't change size while VR device is presenting.");return}ve=w,Re=k,t.width=Math.floor(w*Me),t.height=Math.floor(k*Me),j===!0&&(t.style.width=w+"px",t.style.height=k+"px"),B!==null&&B.setSize(t.width,t.height),this.setViewport(0,0,w,k)},this.getDrawingBufferSize=function(w){return w.set(ve*Me,Re*Me).floor()},this.setDrawingBufferSize=function(w,k,j){ve=w,Re=k,Me=j,t.width=Math.floor(w*j),t.height=Math.floor(k*j),this.setViewport(0,0,w,k)},this.setEffects=function(w){if(v===Xn){et("WebGLRenderer: setEffects() requires outputBufferType set to HalfFloatType or FloatType.");return}if(w){for(let k=0;k<w.length;k++)if(w[k].isOutputPass===!0){$e("WebGLRenderer: OutputPass is not needed in setEffects(). Tone mapping and color space conversion are applied automatically.");break}}B.setEffects(w||[])},this.getCurrentViewport=function(w){return w.copy(re)},this.getViewport=function(w){return w.copy(Ge)},this.setViewport=function(w,k,j,q){w.isVector4?Ge.set(w.x,w.y,w.z,w.w):Ge.set(w,k,j,q),we.viewport(re.copy(Ge).multiplyScalar(sn()).round())},this.getScissor=function(w){return w.copy(ut)},this.setScissor=function(w,k,j,q){w.isVector4?ut.set(w.x,w.y,w.z,w.w):ut.set(w,k,j,q),we.scissor(fe.copy(ut).multiplyScalar(sn()).round())},this.getScissorTest=function(){return at},this.setScissorTest=function(w){we.setScissorTest(at=w)},this.setOpaqueSort=function(w){Xe=w},this.setTransparentSort=function(w){st=w},this.getClearColor=function(w){return w.copy(U.getClearColor())},this.setClearColor=function(){U.setClearColor(...arguments)},this.getClearAlpha=function(){return U.getClearAlpha()},this.setClearAlpha=function(){U.setClearAlpha(...arguments)},this.clear=function(w=!0,k=!0,j=!0){let q=0;if(w){let $=!1;if(ce!==null){let Te=ce.texture.format;$=p.has(Te)}if($){let Te=ce.texture.type,Ie=m.has(Te),Ae=U.getClearColor(),Le=U.getClearAlpha(),He=Ae.r,Qe=Ae.g,dt=Ae.b;Ie?(y[0]=He,y[1]=Qe,y[2]=dt,y[3]=Le,F.clearBufferuiv(F.COLOR,0,y)):(T[0]=He,T[1]=Qe,T[2]=dt,T[3]=Le,F.clearBufferiv(F.COLOR,0,T))}else q|=F.COLOR_BUFFER_BIT}k&&(q|=F.DEPTH_BUFFER_BIT,this.state.buffers.depth.setMask(!0)),j&&(q|=F.STENCIL_BUFFER_BIT,this.state.buffers.stencil.setMask(4294967295)),q!==0&&F.clear(q)},this.clearColor=function(){this.clear(!0,!1,!1)},this.clearDepth=function(){this.clear(!1,!0,!1)},this.clearStencil=function(){this.clear(!1,!1,!0)},this.setNodesHandler=function(w){w.setRenderer(this),H=w},this.dispose=function(){t.removeEventListener("webglcontextlost",Be,!1),t.removeEventListener("webglcontextrestored",je,!1),t.removeEventListener("webglcontextcreationerror",Ce,!1),U.dispose(),ye.dispose(),ne.dispose(),Ye.dispose(),Ve.dispose(),C.dispose(),ue.dispose(),X.dispose(),Se.dispose(),We.dispose(),ae.dispose(),he.dispose(),he.removeEventListener("sessionstart",Da),he.removeEventListener("sessionend",Ni),Zi.stop()};function Be(w){w.preventDefault(),pd("WebGLRenderer: Context Lost."),L=!0}function je(){pd("WebGLRenderer: Context Restored."),L=!1;let w=Lt.autoReset,k=me.enabled,j=me.autoUpdate,q=me.needsUpdate,$=me.type;Je(),Lt.autoReset=w,me.enabled=k,me.autoUpdate=j,me.needsUpdate=q,me.type=$}function Ce(w){et("WebGLRenderer: A WebGL context could not be created. Reason: ",w.statusMessage)}function ot(w){let k=w.target;k.removeEventListener("dispose",ot),Bt(k)}function Bt(w){Fn(w),Ve.remove(w)}function Fn(w){let k=Ve.get(w).programs;k!==void 0&&(k.forEach(function(j){ae.releaseProgram(j)}),w.isShaderMaterial&&ae.releaseShaderCache(w))}this.renderBufferDirect=function(w,k,j,q,$,Te){k===null&&(k=fn);let Ie=$.isMesh&&$.matrixWorld.determinantAffine()<0,Ae=Mo(w,k,j,q,$);we.setMaterial(q,Ie);let Le=j.index,He=1;if(q.wireframe===!0){if(Le=X.getWireframeAttribute(j),Le===void 0)return;He=2}let Qe=j.drawRange,dt=j.attributes.position,ke=Qe.start*He,ft=(Qe.start+Qe.count)*He;Te!==null&&(ke=Math.max(ke,Te.start*He),ft=Math.min(ft,(Te.start+Te.count)*He)),Le!==null?(ke=Math.max(ke,0),ft=Math.min(ft,Le.count)):dt!=null&&(ke=Math.max(ke,0),ft=Math.min(ft,dt.count));let Yt=ft-ke;if(Yt<0||Yt===1/0)return;Se.setup($,q,Ae,j,Le);let At,Rt=ie;if(Le!==null&&(At=b.get(Le),Rt=Ee,Rt.setIndex(At)),$.isMesh)q.wireframe===!0?(we.setLineWidth(q.wireframeLinewidth*sn()),Rt.setMode(F.LINES)):Rt.setMode(F.TRIANGLES);else if($.isLine){let pn=q.linewidth;pn===void 0&&(pn=1),we.setLineWidth(pn*sn()),$.isLineSegments?Rt.setMode(F.LINES):$.isLineLoop?Rt.setMode(F.LINE_LOOP):Rt.setMode(F.LINE_STRIP)}else $.isPoints?Rt.setMode(F.POINTS):$.isSprite&&Rt.setMode(F.TRIANGLES);if($.isBatchedMesh)if(Ze.get("WEBGL_multi_draw"))Rt.renderMultiDraw($._multiDrawStarts,$._multiDrawCounts,$._multiDrawCount);else{let pn=$._multiDrawStarts,Fe=$._multiDrawCounts,rn=$._multiDrawCount,_t=Le?b.get(Le).bytesPerElement:1,Ji=Ve.get(q).currentProgram.getUniforms();for(let on=0;on<rn;on++)Ji.setValue(F,"_gl_DrawID",on),Rt.render(pn[on]/_t,Fe[on])}else if($.isInstancedMesh)Rt.renderInstances(ke,Yt,$.count);else if(j.isInstancedBufferGeometry){let pn=j._maxInstanceCount!==void 0?j._maxInstanceCount:1/0,Fe=Math.min(j.instanceCount,pn);Rt.renderInstances(ke,Yt,Fe)}else Rt.render(ke,Yt)};function yo(w,k,j,q){H!==null&&w.isNodeMaterial&&H.setObject(q,w),Ot===!0&&se.setState(w,j,!1),w.transparent===!0&&w.side===li&&w.forceSinglePass===!1?(w.side=Wn,w.needsUpdate=!0,Ui(w,k,q),w.side=Xi,w.needsUpdate=!0,Ui(w,k,q),w.side=li):Ui(w,k,q)}this.compile=function(w,k,j=null){j===null&&(j=w),H!==null&&H.renderStart(w,k,j),A=ne.get(j),A.init(k),E.push(A),j.traverseVisible(function($){$.isLight&&$.layers.test(k.layers)&&(A.pushLight($),$.castShadow&&A.pushShadow($))}),w!==j&&w.traverseVisible(function($){$.isLight&&$.layers.test(k.layers)&&(A.pushLight($),$.castShadow&&A.pushShadow($))}),A.setupLights(),H!==null&&H.updateLights(A.state.lightsArray),nn=this.localClippingEnabled,Ot=se.init(this.clippingPlanes,nn),Ot===!0&&se.setGlobalState(this.clippingPlanes,k),H!==null&&me.render(A.state.shadowsArray,j,k);let q=new Set;return w.traverse(function($){if(!($.isMesh||$.isPoints||$.isLine||$.isSprite))return;let Te=$.material;if(Te)if(Array.isArray(Te))for(let Ie=0;Ie<Te.length;Ie++){let Ae=Te[Ie];yo(Ae,j,k,$),q.add(Ae)}else yo(Te,j,k,$),q.add(Te)}),A=E.pop(),H!==null&&H.renderEnd(),q},this.compileAsync=function(w,k,j=null){let q=this.compile(w,k,j);return new Promise($=>{function Te(){if(q.forEach(function(Ie){let Le=Ve.get(Ie).currentProgram;(Le===void 0||Le.isReady())&&q.delete(Ie)}),q.size===0){$(w);return}setTimeout(Te,10)}Ze.get("KHR_parallel_shader_compile")!==null?Te():setTimeout(Te,10)})};let gr=null;function fh(w){gr&&gr(w)}function Da(){Zi.stop()}function Ni(){Zi.start()}let Zi=new Fg;Zi.setAnimationLoop(fh),typeof self<"u"&&Zi.setContext(self),this.setAnimationLoop=function(w){gr=w,he.setAnimationLoop(w),w===null?Zi.stop():Zi.start()},he.addEventListener("sessionstart",Da),he.addEventListener("sessionend",Ni),this.render=function(w,k){if(k!==void 0&&k.isCamera!==!0){et("WebGLRenderer.render: camera is not an instance of THREE.Camera.");return}if(L===!0)return;H!==null&&H.renderStart(w,k);let j=he.enabled===!0&&he.isPresenting===!0,q=B!==null&&(ce===null||j)&&B.begin(N,ce);if(w.matrixWorldAutoUpdate===!0&&w.updateMatrixWorld(),k.parent===null&&k.matrixWorldAutoUpdate===!0&&k.updateMatrixWorld(),he.enabled===!0&&he.isPresenting===!0&&(B===null||B.isCompositing()===!1)&&(he.cameraAutoUpdate===!0&&he.updateCamera(k),k=he.getCamera()),w.isScene===!0&&w.onBeforeRender(N,w,k,ce),A=ne.get(w,E.length),A.init(k),A.state.textureUnits=Ye.getTextureUnits(),E.push(A),Pt.multiplyMatrices(k.projectionMatrix,k.matrixWorldInverse),k.isArrayCamera?Wt.setFromArrayCamera(k):nt.setFromProjectionMatrix(Pt,mi,k.reversedDepth),nn=this.localClippingEnabled,Ot=se.init(this.clippingPlanes,nn),R=ye.get(w,_.length),R.init(),_.push(R),this.info.render.frame++,he.enabled===!0&&he.isPresenting===!0){let Ie=N.xr.getDepthSensingMesh();Ie!==null&&Ki(Ie,k,-1/0,N.sortObjects)}Ki(w,k,0,N.sortObjects),R.finish(),H!==null&&H.updateLights(A.state.lightsArray),N.sortObjects===!0&&R.sort(Xe,st),$t=he.enabled===!1||he.isPresenting===!1||he.hasDepthSensing()===!1,$t&&U.addToRenderList(R,w),this.info.autoReset===!0&&this.info.reset(),Ot===!0&&se.beginShadows();let $=A.state.shadowsArray;if(me.render($,w,k),Ot===!0&&se.endShadows(),(q&&B.hasRenderPass())===!1){let Ie=R.opaque,Ae=R.transmissive;if(A.setupLights(),k.isArrayCamera){let Le=k.cameras;if(Ae.length>0)for(let He=0,Qe=Le.length;He<Qe;He++){let dt=Le[He];xi(Ie,Ae,w,dt)}$t&&U.render(w);for(let He=0,Qe=Le.length;He<Qe;He++){let dt=Le[He];bo(R,w,dt,dt.viewport)}}else Ae.length>0&&xi(Ie,Ae,w,k),$t&&U.render(w),bo(R,w,k)}ce!==null&&G===0&&(Ye.updateMultisampleRenderTarget(ce),Ye.updateRenderTargetMipmap(ce)),q&&B.end(N),w.isScene===!0&&w.onAfterRender(N,w,k),Se.resetDefaultState(),J=-1,Q=null,E.pop(),E.length>0?(A=E[E.length-1],Ye.setTextureUnits(A.state.textureUnits),Ot===!0&&se.setGlobalState(N.clippingPlanes,A.state.camera)):A=null,_.pop(),_.length>0?R=_[_.length-1]:R=null,H!==null&&H.renderEnd()};function Ki(w,k,j,q){if(w.visible===!1)return;if(w.layers.test(k.layers)){if(w.isGroup)j=w.renderOrder;else if(w.isLOD)w.autoUpdate===!0&&w.update(k);else if(w.isLight)A.pushLight(w),w.castShadow&&A.pushShadow(w);else if(w.isSprite){let Ie=k.isArrayCamera?Wt:nt;if(!w.frustumCulled||w.intersectsFrustum(Ie)){q&&vt.setFromMatrixPosition(w.matrixWorld).applyMatrix4(Pt);let Ae=ue.update(w),Le=w.material;Le.visible&&R.push(w,Ae,Le,j,vt.z,null,k)}}else if(w.isMesh||w.isLine||w.isPoints){let Ie=k.isArrayCamera?Wt:nt;if(!w.frustumCulled||w.intersectsFrustum(Ie)){let Ae=ue.update(w),Le=w.material;if(q&&(w.boundingSphere!==void 0?(w.boundingSphere===null&&w.computeBoundingSphere(),vt.copy(w.boundingSphere.center)):(Ae.boundingSphere===null&&Ae.computeBoundingSphere(),vt.copy(Ae.boundingSphere.center)),vt.applyMatrix4(w.matrixWorld).applyMatrix4(Pt)),Array.isArray(Le)){let He=Ae.groups;for(let Qe=0,dt=He.length;Qe<dt;Qe++){let ke=He[Qe],ft=Le[ke.materialIndex];ft&&ft.visible&&R.push(w,Ae,ft,j,vt.z,ke,k)}}else Le.visible&&R.push(w,Ae,Le,j,vt.z,null,k)}}}let Te=w.children;for(let Ie=0,Ae=Te.length;Ie<Ae;Ie++)Ki(Te[Ie],k,j,q)}function bo(w,k,j,q){let{opaque:$,transmissive:Te,transparent:Ie}=w;A.setupLightsView(j),Ot===!0&&se.setGlobalState(N.clippingPlanes,j),q&&we.viewport(re.copy(q)),$.length>0&&Zt($,k,j),Te.length>0&&Zt(Te,k,j),Ie.length>0&&Zt(Ie,k,j),we.buffers.depth.setTest(!0),we.buffers.depth.setMask(!0),we.buffers.color.setMask(!0),we.setPolygonOffset(!1)}function xi(w,k,j,q){if((j.isScene===!0?j.overrideMaterial:null)!==null)return;if(A.state.transmissionRenderTarget[q.id]===void 0){let ke=Ze.has("EXT_color_buffer_half_float")||Ze.has("EXT_color_buffer_float");A.state.transmissionRenderTarget[q.id]=new In(1,1,{generateMipmaps:!0,type:ke?Li:Xn,minFilter:fs,samples:Math.max(4,rt.samples),stencilBuffer:r,resolveDepthBuffer:!1,resolveStencilBuffer:!1,storeMultisampledDepthBuffer:!1,storeMultisampledStencilBuffer:!1,colorSpace:pt.workingColorSpace})}let Te=A.state.transmissionRenderTarget[q.id],Ie=q.viewport||re;Te.setSize(Ie.z*N.transmissionResolutionScale,Ie.w*N.transmissionResolutionScale);let Ae=N.getRenderTarget(),Le=N.getActiveCubeFace(),He=N.getActiveMipmapLevel();N.setRenderTarget(Te),N.getClearColor(ee),ge=N.getClearAlpha(),ge<1&&N.setClearColor(16777215,.5),N.clear(),$t&&U.render(j);let Qe=N.toneMapping;N.toneMapping=qi;let dt=q.viewport;if(q.viewport!==void 0&&(q.viewport=void 0),A.setupLightsView(q),Ot===!0&&se.setGlobalState(N.clippingPlanes,q),Zt(w,j,q),Ye.updateMultisampleRenderTarget(Te),Ye.updateRenderTargetMipmap(Te),Ze.has("WEBGL_multisampled_render_to_texture")===!1){let ke=!1;for(let ft=0,Yt=k.length;ft<Yt;ft++){let At=k[ft],{object:Rt,geometry:pn,material:Fe,group:rn}=At;if(Fe.side===li&&Rt.layers.test(q.layers)){let _t=Fe.side;Fe.side=Wn,Fe.needsUpdate=!0,Qt(Rt,j,q,pn,Fe,rn),Fe.side=_t,Fe.needsUpdate=!0,ke=!0}}ke===!0&&(Ye.updateMultisampleRenderTarget(Te),Ye.updateRenderTargetMipmap(Te))}N.setRenderTarget(Ae,Le,He),N.setClearColor(ee,ge),dt!==void 0&&(q.viewport=dt),N.toneMapping=Qe}function Zt(w,k,j){let q=k.isScene===!0?k.overrideMaterial:null;for(let $=0,Te=w.length;$<Te;$++){let Ie=w[$],{object:Ae,geometry:Le,group:He}=Ie,Qe=Ie.material;Qe.allowOverride===!0&&q!==null&&(Qe=q),Ae.layers.test(j.layers)&&Qt(Ae,k,j,Le,Qe,He)}}function Qt(w,k,j,q,$,Te){H!==null&&$.isNodeMaterial&&H.setObject(w,$),w.onBeforeRender(N,k,j,q,$,Te),w.modelViewMatrix.multiplyMatrices(j.matrixWorldInverse,w.matrixWorld),w.normalMatrix.getNormalMatrix(w.modelViewMatrix),$.onBeforeRender(N,k,j,q,w,Te),$.transparent===!0&&$.side===li&&$.forceSinglePass===!1?($.side=Wn,$.needsUpdate=!0,N.renderBufferDirect(j,k,q,$,w,Te),$.side=Xi,$.needsUpdate=!0,N.renderBufferDirect(j,k,q,$,w,Te),$.side=li):N.renderBufferDirect(j,k,q,$,w,Te),w.onAfterRender(N,k,j,q,$,Te)}function en(w){let k=0;for(let j of w)j.texture!==null&&k++;return k}function Ui(w,k,j){k.isScene!==!0&&(k=fn);let q=Ve.get(w),$=A.state.lights,Te=A.state.shadowsArray,Ie=$.state.version,Ae=ae.getParameters(w,$.state,Te,k,j,A.state.lightProbeGridArray),Le=ae.getProgramCacheKey(Ae),He=q.programs;q.environment=w.isMeshStandardMaterial||w.isMeshLambertMaterial||w.isMeshPhongMaterial?k.environment:null,q.fog=k.fog;let Qe=w.isMeshStandardMaterial||w.isMeshLambertMaterial&&!w.envMap||w.isMeshPhongMaterial&&!w.envMap;q.envMap=C.get(w.envMap||q.environment,Qe),q.envMapRotation=q.environment!==null&&w.envMap===null?k.environmentRotation:w.envMapRotation,He===void 0&&(w.addEventListener("dispose",ot),He=new Map,q.programs=He,q.programVariants=new Map);let dt=He.get(Le);if(dt!==void 0){if(q.currentProgram===dt&&q.lightsStateVersion===Ie)return So(w,Ae),dt}else Ae.uniforms=ae.getUniforms(w),H!==null&&w.isNodeMaterial&&H.build(w,j,Ae),w.onBeforeCompile(Ae,N),dt=ae.acquireProgram(Ae,Le),He.set(Le,dt),q.uniforms=Ae.uniforms;let ke=q.uniforms;return(!w.isShaderMaterial&&!w.isRawShaderMaterial||w.clipping===!0)&&(ke.clippingPlanes=se.uniform),So(w,Ae),q.needsLights=vs(w),q.lightsStateVersion=Ie,q.needsLights&&(ke.ambientLightColor.value=$.state.ambient,ke.lightProbe.value=$.state.probe,ke.sunLights.value=$.state.sun,ke.sunLightShadows.value=$.state.sunShadow,ke.directionalLights.value=$.state.directional,ke.directionalLightShadows.value=$.state.directionalShadow,ke.spotLights.value=$.state.spot,ke.spotLightShadows.value=$.state.spotShadow,ke.rectAreaLights.value=$.state.rectArea,ke.ltc_1.value=$.state.rectAreaLTC1,ke.ltc_2.value=$.state.rectAreaLTC2,ke.pointLights.value=$.state.point,ke.pointLightShadows.value=$.state.pointShadow,ke.hemisphereLights.value=$.state.hemi,ke.sunShadowMatrix.value=$.state.sunShadowMatrix,ke.sunShadowCascade.value=$.state.sunShadowCascade,ke.directionalShadowMatrix.value=$.state.directionalShadowMatrix,ke.spotLightMatrix.value=$.state.spotLightMatrix,ke.spotLightMap.value=$.state.spotLightMap,ke.pointShadowMatrix.value=$.state.pointShadowMatrix),q.numLightProbeGrids=en(A.state.lightProbeGridArray),q.currentProgram=dt,q.uniformsList=null,dt}function Zn(w,k,j,q,$){let Te=Ve.get(w),Ie=Te.currentProgram.id+","+q+","+$,Ae=Te.programVariants.get(Ie);return Ae===void 0?(Ae=Ui(w,k,j),Te.programVariants.set(Ie,Ae)):(Te.currentProgram=Ae,Te.uniformsList=null,Te.outputColorSpace=q,Te.toneMapping=$),Ae}function xs(w){if(w.uniformsList===null){let k=w.currentProgram.getUniforms();w.uniformsList=_o.seqWithValue(k.seq,w.uniforms)}return w.uniformsList}function So(w,k){let j=Ve.get(w);j.outputColorSpace=k.outputColorSpace,j.batching=k.batching,j.batchingColor=k.batchingColor,j.instancing=k.instancing,j.instancingColor=k.instancingColor,j.instancingMorph=k.instancingMorph,j.skinning=k.skinning,j.morphTargets=k.morphTargets,j.morphNormals=k.morphNormals,j.morphColors=k.morphColors,j.morphTargetsCount=k.morphTargetsCount,j.numClippingPlanes=k.numClippingPlanes,j.numIntersection=k.numClipIntersection,j.vertexAlphas=k.vertexAlphas,j.vertexTangents=k.vertexTangents,j.toneMapping=k.toneMapping}function Mo(w,k,j,q,$){k.isScene!==!0&&(k=fn),Ye.resetTextureUnits();let Te=k.fog,Ie=q.isMeshStandardMaterial||q.isMeshLambertMaterial||q.isMeshPhongMaterial?k.environment:null,Ae=ce===null?N.outputColorSpace:ce.isXRRenderTarget===!0?ce.texture.colorSpace:pt.workingColorSpace,Le=q.isMeshStandardMaterial||q.isMeshLambertMaterial&&!q.envMap||q.isMeshPhongMaterial&&!q.envMap,He=C.get(q.envMap||Ie,Le),Qe=q.vertexColors===!0&&!!j.attributes.color&&j.attributes.color.itemSize===4,dt=!!j.attributes.tangent&&(!!q.normalMap||q.anisotropy>0),ke=!!j.morphAttributes.position,ft=!!j.morphAttributes.normal,Yt=!!j.morphAttributes.color,At=qi;q.toneMapped&&(ce===null||ce.isXRRenderTarget===!0)&&(At=N.toneMapping);let Rt=j.morphAttributes.position||j.morphAttributes.normal||j.morphAttributes.color,pn=Rt!==void 0?Rt.length:0,Fe=Ve.get(q),rn=A.state.lights;if(Ot===!0&&(nn===!0||w!==Q)){let Ct=w===Q&&q.id===J;se.setState(q,w,Ct)}let _t=!1,Ji=!1;q.version===Fe.__version?Fe.needsLights&&Fe.lightsStateVersion!==rn.state.version||$.isBatchedMesh&&Fe.batching===!1||!$.isBatchedMesh&&Fe.batching===!0||$.isBatchedMesh&&Fe.batchingColor===!0&&$._colorsTexture===null||$.isBatchedMesh&&Fe.batchingColor===!1&&$._colorsTexture!==null||$.isInstancedMesh&&Fe.instancing===!1||!$.isInstancedMesh&&Fe.instancing===!0||$.isSkinnedMesh&&Fe.skinning===!1||!$.isSkinnedMesh&&Fe.skinning===!0||$.isInstancedMesh&&Fe.instancingColor===!0&&$.instanceColor===null||$.isInstancedMesh&&Fe.instancingColor===!1&&$.instanceColor!==null||$.isInstancedMesh&&Fe.instancingMorph===!0&&$.morphTexture===null||$.isInstancedMesh&&Fe.instancingMorph===!1&&$.morphTexture!==null||Fe.envMap!==He||q.fog===!0&&Fe.fog!==Te||Fe.numClippingPlanes!==void 0&&(Fe.numClippingPlanes!==se.numPlanes||Fe.numIntersection!==se.numIntersection)||Fe.vertexAlphas!==Qe||Fe.vertexTangents!==dt||Fe.morphTargets!==ke||Fe.morphNormals!==ft||Fe.morphColors!==Yt||Fe.morphTargetsCount!==pn||Fe.numLightProbeGrids!==en(A.state.lightProbeGridArray)?_t=!0:(Fe.outputColorSpace!==Ae||Fe.toneMapping!==At)&&(Ji=!0):(_t=!0,Fe.__version=q.version);let on=Fe.currentProgram;(_t===!0||Ji===!0)&&(on=Ji===!0?Zn(q,k,$,Ae,At):Ui(q,k,$),H&&q.isNodeMaterial&&H.onUpdateProgram(q,on,Fe));let vr=!1,Fi=!1,ji=!1,lt=on.getUniforms(),Kt=Fe.uniforms;if(we.useProgram(on.program)&&(vr=!0,Fi=!0,ji=!0),q.id!==J&&(J=q.id,Fi=!0),vr||Q!==w){we.buffers.depth.getReversed()&&w.reversedDepth!==!0&&(w._reversedDepth=!0,w.updateProjectionMatrix()),lt.setValue(F,"projectionMatrix",w.projectionMatrix),lt.setValue(F,"viewMatrix",w.matrixWorldInverse);let an=lt.map.cameraPosition;an!==void 0&&an.setValue(F,Sn.setFromMatrixPosition(w.matrixWorld)),rt.logarithmicDepthBuffer&&lt.setValue(F,"logDepthBufFC",2/(Math.log(w.far+1)/Math.LN2)),(q.isMeshPhongMaterial||q.isMeshToonMaterial||q.isMeshLambertMaterial||q.isMeshBasicMaterial||q.isMeshStandardMaterial||q.isShaderMaterial)&&lt.setValue(F,"isOrthographic",w.isOrthographicCamera===!0),Q!==w&&(Q=w,Fi=!0,ji=!0)}if(Fe.needsLights&&(rn.state.sunShadowMap.length>0&&lt.setValue(F,"sunShadowMap",rn.state.sunShadowMap,Ye),rn.state.directionalShadowMap.length>0&&lt.setValue(F,"directionalShadowMap",rn.state.directionalShadowMap,Ye),rn.state.spotShadowMap.length>0&&lt.setValue(F,"spotShadowMap",rn.state.spotShadowMap,Ye),rn.state.pointShadowMap.length>0&&lt.setValue(F,"pointShadowMap",rn.state.pointShadowMap,Ye)),$.isSkinnedMesh){lt.setOptional(F,$,"bindMatrix"),lt.setOptional(F,$,"bindMatrixInverse");let Ct=$.skeleton;Ct&&(Ct.boneTexture===null&&Ct.computeBoneTexture(),lt.setValue(F,"boneTexture",Ct.boneTexture,Ye))}$.isBatchedMesh&&(lt.setOptional(F,$,"batchingTexture"),lt.setValue(F,"batchingTexture",$._matricesTexture,Ye),lt.setOptional(F,$,"batchingIdTexture"),lt.setValue(F,"batchingIdTexture",$._indirectTexture,Ye),lt.setOptional(F,$,"batchingColorTexture"),$._colorsTexture!==null&&lt.setValue(F,"batchingColorTexture",$._colorsTexture,Ye));let On=j.morphAttributes;if((On.position!==void 0||On.normal!==void 0||On.color!==void 0)&&oe.update($,j,on),(Fi||Fe.receiveShadow!==$.receiveShadow)&&(Fe.receiveShadow=$.receiveShadow,lt.setValue(F,"receiveShadow",$.receiveShadow)),(q.isMeshStandardMaterial||q.isMeshLambertMaterial||q.isMeshPhongMaterial)&&q.envMap===null&&k.environment!==null&&(Kt.envMapIntensity.value=k.environmentIntensity),Kt.dfgLUT!==void 0&&(Kt.dfgLUT.value=Mw()),Fi){if(lt.setValue(F,"toneMappingExposure",N.toneMappingExposure),Fe.needsLights&&_r(Kt,ji),Te&&q.fog===!0&&xe.refreshFogUniforms(Kt,Te),xe.refreshMaterialUniforms(Kt,q,Me,Re,A.state.transmissionRenderTarget[w.id]),Fe.needsLights&&Fe.numLightProbeGrids>0){let Ct=S,an=0;for(let Ln of A.state.lightProbeGridArray)Ln.texture!==null&&(Ct.textures[an]=Ln.texture,Ct.min[an]=Ln.boundingBox.min,Ct.max[an]=Ln.boundingBox.max,Ct.resolution[an]=Ln.resolution,an++);for(let Ln in Ct)Ct[Ln].length=an;Kt.probesSH.value=Ct.textures,Kt.probesMin.value=Ct.min,Kt.probesMax.value=Ct.max,Kt.probesResolution.value=Ct.resolution}_o.upload(F,xs(Fe),Kt,Ye)}if(q.isShaderMaterial&&q.uniformsNeedUpdate===!0&&(_o.upload(F,xs(Fe),Kt,Ye),q.uniformsNeedUpdate=!1),q.isSpriteMaterial&&lt.setValue(F,"center",$.center),lt.setValue(F,"modelViewMatrix",$.modelViewMatrix),lt.setValue(F,"normalMatrix",$.normalMatrix),lt.setValue(F,"modelMatrix",$.matrixWorld),q.uniformsGroups!==void 0){let Ct=q.uniformsGroups;for(let an=0,Ln=Ct.length;an<Ln;an++){let Na=Ct[an];We.update(Na,on),We.bind(Na,on)}}return on}function _r(w,k){w.ambientLightColor.needsUpdate=k,w.lightProbe.needsUpdate=k,w.sunLights.needsUpdate=k,w.sunLightShadows.needsUpdate=k,w.directionalLights.needsUpdate=k,w.directionalLightShadows.needsUpdate=k,w.pointLights.needsUpdate=k,w.pointLightShadows.needsUpdate=k,w.spotLights.needsUpdate=k,w.spotLightShadows.needsUpdate=k,w.rectAreaLights.needsUpdate=k,w.hemisphereLights.needsUpdate=k}function vs(w){return w.isMeshLambertMaterial||w.isMeshToonMaterial||w.isMeshPhongMaterial||w.isMeshStandardMaterial||w.isShadowMaterial||w.isShaderMaterial&&w.lights===!0}this.getActiveCubeFace=function(){return Y},this.getActiveMipmapLevel=function(){return G},this.getRenderTarget=function(){return ce},this.setRenderTargetTextures=function(w,k,j){let q=Ve.get(w);q.__autoAllocateDepthBuffer=w.resolveDepthBuffer===!1,q.__autoAllocateDepthBuffer===!1&&(q.__useRenderToTexture=!1),Ve.get(w.texture).__webglTexture=k,Ve.get(w.depthTexture).__webglTexture=q.__autoAllocateDepthBuffer?void 0:j,q.__hasExternalTextures=!0},this.setRenderTargetFramebuffer=function(w,k){let j=Ve.get(w);j.__webglFramebuffer=k,j.__useDefaultFramebuffer=k===void 0},this.setRenderTarget=function(w,k=0,j=0){ce=w,Y=k,G=j;let q=null,$=!1,Te=!1;if(w){let Ae=Ve.get(w);if(Ae.__useDefaultFramebuffer!==void 0){we.bindFramebuffer(F.FRAMEBUFFER,Ae.__webglFramebuffer),re.copy(w.viewport),fe.copy(w.scissor),de=w.scissorTest,we.viewport(re),we.scissor(fe),we.setScissorTest(de),J=-1;return}else if(Ae.__webglFramebuffer===void 0)Ye.setupRenderTarget(w);else if(Ae.__hasExternalTextures)Ye.rebindTextures(w,Ve.get(w.texture).__webglTexture,Ve.get(w.depthTexture).__webglTexture);else if(w.depthBuffer){let Qe=w.depthTexture;if(Ae.__boundDepthTexture!==Qe){if(Qe!==null&&Ve.has(Qe)&&(w.width!==Qe.image.width||w.height!==Qe.image.height))throw new Error("THREE.WebGLRenderer: Attached DepthTexture is initialized to the incorrect size.");Ye.setupDepthRenderbuffer(w)}}let Le=w.texture;(Le.isData3DTexture||Le.isDataArrayTexture||Le.isCompressedArrayTexture)&&(Te=!0);let He=Ve.get(w).__webglFramebuffer;w.isWebGLCubeRenderTarget?(Array.isArray(He[k])?q=He[k][j]:q=He[k],$=!0):w.samples>0&&Ye.useMultisampledRTT(w)===!1?q=Ve.get(w).__webglMultisampledFramebuffer:Array.isArray(He)?q=He[j]:q=He,re.copy(w.viewport),fe.copy(w.scissor),de=w.scissorTest}else re.copy(Ge).multiplyScalar(Me).floor(),fe.copy(ut).multiplyScalar(Me).floor(),de=at;if(j!==0&&(q=V),we.bindFramebuffer(F.FRAMEBUFFER,q)&&we.drawBuffers(w,q),we.viewport(re),we.scissor(fe),we.setScissorTest(de),$){let Ae=Ve.get(w.texture);F.framebufferTexture2D(F.FRAMEBUFFER,F.COLOR_ATTACHMENT0,F.TEXTURE_CUBE_MAP_POSITIVE_X+k,Ae.__webglTexture,j)}else if(Te){let Ae=k;for(let Le=0;Le<w.textures.length;Le++){let He=Ve.get(w.textures[Le]);F.framebufferTextureLayer(F.FRAMEBUFFER,F.COLOR_ATTACHMENT0+Le,He.__webglTexture,j,Ae)}}else if(w!==null&&j!==0){let Ae=Ve.get(w.texture);F.framebufferTexture2D(F.FRAMEBUFFER,F.COLOR_ATTACHMENT0,F.TEXTURE_2D,Ae.__webglTexture,j)}J=-1};function xr(w){let k=Ve.get(w);return(k.__readFormat!==w.format||k.__readType!==w.type)&&(k.__readFormat=w.format,k.__readType=w.type,k.__formatReadable=rt.textureFormatReadable(w.format),k.__typeReadable=rt.textureTypeReadable(w.type)),k}this.readRenderTargetPixels=function(w,k,j,q,$,Te,Ie,Ae=0){if(!(w&&w.isWebGLRenderTarget)){et("WebGLRenderer.readRenderTargetPixels: renderTarget is not THREE.WebGLRenderTarget.");return}let Le=Ve.get(w).__webglFramebuffer;if(w.isWebGLCubeRenderTarget&&Ie!==void 0&&(Le=Le[Ie],Array.isArray(Le)&&(Le=Le[0])),Le){we.bindFramebuffer(F.FRAMEBUFFER,Le);try{let He=w.textures[Ae],Qe=He.format,dt=He.type;w.textures.length>1&&F.readBuffer(F.COLOR_ATTACHMENT0+Ae);let ke=xr(He);if(ke.__formatReadable===!1){et("WebGLRenderer.readRenderTargetPixels: renderTarget is not in RGBA or implementation defined format.");return}if(ke.__typeReadable===!1){et("WebGLRenderer.readRenderTargetPixels: renderTarget is not in UnsignedByteType or implementation defined type.");return}k>=0&&k<=w.width-q&&j>=0&&j<=w.height-$&&F.readPixels(k,j,q,$,_e.convert(Qe),_e.convert(dt),Te)}finally{let He=ce!==null?Ve.get(ce).__webglFramebuffer:null;we.bindFramebuffer(F.FRAMEBUFFER,He)}}},this.readRenderTargetPixelsAsync=async function(w,k,j,q,$,Te,Ie,Ae=0){if(!(w&&w.isWebGLRenderTarget))throw new Error("THREE.WebGLRenderer.readRenderTargetPixels: renderTarget is not THREE.WebGLRenderTarget.");let Le=Ve.get(w).__webglFramebuffer;if(w.isWebGLCubeRenderTarget&&Ie!==void 0&&(Le=Le[Ie],Array.isArray(Le)&&(Le=Le[0])),Le)if(k>=0&&k<=w.width-q&&j>=0&&j<=w.height-$){we.bindFramebuffer(F.FRAMEBUFFER,Le);let He=w.textures[Ae],Qe=He.format,dt=He.type;w.textures.length>1&&F.readBuffer(F.COLOR_ATTACHMENT0+Ae);let ke=xr(He);if(ke.__formatReadable===!1)throw new Error("THREE.WebGLRenderer.readRenderTargetPixelsAsync: renderTarget is not in RGBA or implementation defined format.");if(ke.__typeReadable===!1)throw new Error("THREE.WebGLRenderer.readRenderTargetPixelsAsync: renderTarget is not in UnsignedByteType or implementation defined type.");let ft=F.createBuffer();F.bindBuffer(F.PIXEL_PACK_BUFFER,ft),F.bufferData(F.PIXEL_PACK_BUFFER,Te.byteLength,F.STREAM_READ),F.readPixels(k,j,q,$,_e.convert(Qe),_e.convert(dt),0),F.bindBuffer(F.PIXEL_PACK_BUFFER,null);let Yt=ce!==null?Ve.get(ce).__webglFramebuffer:null;we.bindFramebuffer(F.FRAMEBUFFER,Yt);let At=F.fenceSync(F.SYNC_GPU_COMMANDS_COMPLETE,0);return F.flush(),await ag(F,At,4),F.bindBuffer(F.PIXEL_PACK_BUFFER,ft),F.getBufferSubData(F.PIXEL_PACK_BUFFER,0,Te),F.bindBuffer(F.PIXEL_PACK_BUFFER,null),F.deleteBuffer(ft),F.deleteSync(At),Te}else throw new Error("THREE.WebGLRenderer.readRenderTargetPixelsAsync: requested read bounds are out of range.")},this.copyFramebufferToTexture=function(w,k=null,j=0){let q=Math.pow(2,-j),$=Math.floor(w.image.width*q),Te=Math.floor(w.image.height*q),Ie=k!==null?k.x:0,Ae=k!==null?k.y:0;Ye.setTexture2D(w,0),F.copyTexSubImage2D(F.TEXTURE_2D,j,0,0,Ie,Ae,$,Te),we.unbindTexture()},this.copyTextureToTexture=function(w,k,j=null,q=null,$=0,Te=0){let Ie,Ae,Le,He,Qe,dt,ke,ft,Yt,At=w.isCompressedTexture?w.mipmaps[Te]:w.image;if(j!==null)Ie=j.max.x-j.min.x,Ae=j.max.y-j.min.y,Le=j.isBox3?j.max.z-j.min.z:1,He=j.min.x,Qe=j.min.y,dt=j.isBox3?j.min.z:0;else{let lt=Math.pow(2,-$);Ie=Math.floor(At.width*lt),Ae=Math.floor(At.height*lt),w.isDataArrayTexture?Le=At.depth:w.isData3DTexture?Le=Math.floor(At.depth*lt):Le=1,He=0,Qe=0,dt=0}q!==null?(ke=q.x,ft=q.y,Yt=q.z):(ke=0,ft=0,Yt=0);let Rt=_e.convert(k.format),pn=_e.convert(k.type),Fe;k.isData3DTexture?(Ye.setTexture3D(k,0),Fe=F.TEXTURE_3D):k.isDataArrayTexture||k.isCompressedArrayTexture?(Ye.setTexture2DArray(k,0),Fe=F.TEXTURE_2D_ARRAY):(Ye.setTexture2D(k,0),Fe=F.TEXTURE_2D),we.activeTexture(F.TEXTURE0),we.pixelStorei(F.UNPACK_FLIP_Y_WEBGL,k.flipY),we.pixelStorei(F.UNPACK_PREMULTIPLY_ALPHA_WEBGL,k.premultiplyAlpha),we.pixelStorei(F.UNPACK_ALIGNMENT,k.unpackAlignment);let rn=we.getParameter(F.UNPACK_ROW_LENGTH),_t=we.getParameter(F.UNPACK_IMAGE_HEIGHT),Ji=we.getParameter(F.UNPACK_SKIP_PIXELS),on=we.getParameter(F.UNPACK_SKIP_ROWS),vr=we.getParameter(F.UNPACK_SKIP_IMAGES);we.pixelStorei(F.UNPACK_ROW_LENGTH,At.width),we.pixelStorei(F.UNPACK_IMAGE_HEIGHT,At.height),we.pixelStorei(F.UNPACK_SKIP_PIXELS,He),we.pixelStorei(F.UNPACK_SKIP_ROWS,Qe),we.pixelStorei(F.UNPACK_SKIP_IMAGES,dt);let Fi=w.isDataArrayTexture||w.isData3DTexture,ji=k.isDataArrayTexture||k.isData3DTexture;if(w.isDepthTexture){let lt=Ve.get(w),Kt=Ve.get(k),On=Ve.get(lt.__renderTarget),Ct=Ve.get(Kt.__renderTarget);we.bindFramebuffer(F.READ_FRAMEBUFFER,On.__webglFramebuffer),we.bindFramebuffer(F.DRAW_FRAMEBUFFER,Ct.__webglFramebuffer);for(let an=0;an<Le;an++)Fi&&(F.framebufferTextureLayer(F.READ_FRAMEBUFFER,F.COLOR_ATTACHMENT0,Ve.get(w).__webglTexture,$,dt+an),F.framebufferTextureLayer(F.DRAW_FRAMEBUFFER,F.COLOR_ATTACHMENT0,Ve.get(k).__webglTexture,Te,Yt+an)),F.blitFramebuffer(He,Qe,He+Ie,Qe+Ae,ke,ft,ke+Ie,ft+Ae,F.DEPTH_BUFFER_BIT,F.NEAREST);we.bindFramebuffer(F.READ_FRAMEBUFFER,null),we.bindFramebuffer(F.DRAW_FRAMEBUFFER,null)}else if($!==0||w.isRenderTargetTexture||Ve.has(w)){let lt=Ve.get(w),Kt=Ve.get(k);we.bindFramebuffer(F.READ_FRAMEBUFFER,D),we.bindFramebuffer(F.DRAW_FRAMEBUFFER,W);for(let On=0;On<Le;On++)Fi?F.framebufferTextureLayer(F.READ_FRAMEBUFFER,F.COLOR_ATTACHMENT0,lt.__webglTexture,$,dt+On):F.framebufferTexture2D(F.READ_FRAMEBUFFER,F.COLOR_ATTACHMENT0,F.TEXTURE_2D,lt.__webglTexture,$),ji?F.framebufferTextureLayer(F.DRAW_FRAMEBUFFER,F.COLOR_ATTACHMENT0,Kt.__webglTexture,Te,Yt+On):F.framebufferTexture2D(F.DRAW_FRAMEBUFFER,F.COLOR_ATTACHMENT0,F.TEXTURE_2D,Kt.__webglTexture,Te),$!==0?F.blitFramebuffer(He,Qe,He+Ie,Qe+Ae,ke,ft,ke+Ie,ft+Ae,F.COLOR_BUFFER_BIT,F.NEAREST):ji?F.copyTexSubImage3D(Fe,Te,ke,ft,Yt+On,He,Qe,Ie,Ae):F.copyTexSubImage2D(Fe,Te,ke,ft,He,Qe,Ie,Ae);we.bindFramebuffer(F.READ_FRAMEBUFFER,null),we.bindFramebuffer(F.DRAW_FRAMEBUFFER,null)}else ji?w.isDataTexture||w.isData3DTexture?F.texSubImage3D(Fe,Te,ke,ft,Yt,Ie,Ae,Le,Rt,pn,At.data):k.isCompressedArrayTexture?F.compressedTexSubImage3D(Fe,Te,ke,ft,Yt,Ie,Ae,Le,Rt,At.data):F.texSubImage3D(Fe,Te,ke,ft,Yt,Ie,Ae,Le,Rt,pn,At):w.isDataTexture?F.texSubImage2D(F.TEXTURE_2D,Te,ke,ft,Ie,Ae,Rt,pn,At.data):w.isCompressedTexture?F.compressedTexSubImage2D(F.TEXTURE_2D,Te,ke,ft,At.width,At.height,Rt,At.data):F.texSubImage2D(F.TEXTURE_2D,Te,ke,ft,Ie,Ae,Rt,pn,At);we.pixelStorei(F.UNPACK_ROW_LENGTH,rn),we.pixelStorei(F.UNPACK_IMAGE_HEIGHT,_t),we.pixelStorei(F.UNPACK_SKIP_PIXELS,Ji),we.pixelStorei(F.UNPACK_SKIP_ROWS,on),we.pixelStorei(F.UNPACK_SKIP_IMAGES,vr),Te===0&&k.generateMipmaps===!0&&k.mipmapsAutoUpdate===!0&&F.generateMipmap(Fe),we.unbindTexture()},this.initRenderTarget=function(w){Ve.get(w).__webglFramebuffer===void 0&&Ye.setupRenderTarget(w)},this.initTexture=function(w){w.isCubeTexture?Ye.setTextureCube(w,0):w.isData3DTexture?Ye.setTexture3D(w,0):w.isDataArrayTexture||w.isCompressedArrayTexture?Ye.setTexture2DArray(w,0):Ye.setTexture2D(w,0),we.unbindTexture()},this.resetState=function(){Y=0,G=0,ce=null,we.reset(),Se.reset()},typeof __THREE_DEVTOOLS__<"u"&&__THREE_DEVTOOLS__.dispatchEvent(new CustomEvent("observe",{detail:this}))}get coordinateSystem(){return mi}get outputColorSpace(){return this._outputColorSpace}set outputColorSpace(e){this._outputColorSpace=e;let t=this.getContext();t.drawingBufferColorSpace=pt._getDrawingBufferColorSpace(e),t.unpackColorSpace=pt._getUnpackColorSpace()}};var Yg={type:"change"},zd={type:"start"},Zg={type:"end"},lh=new Ns,$g=new ri,Ew=Math.cos(70*xd.DEG2RAD),bn=new O,$n=2*Math.PI,wt={NONE:-1,ROTATE:0,DOLLY:1,PAN:2,TOUCH_ROTATE:3,TOUCH_PAN:4,TOUCH_DOLLY_PAN:5,TOUCH_DOLLY_ROTATE:6},kd=1e-6,ch=class extends ga{constructor(e,t=null){super(e,t),this.state=wt.NONE,this.target=new O,this.cursor=new O,this.minDistance=0,this.maxDistance=1/0,this.minZoom=0,this.maxZoom=1/0,this.minTargetRadius=0,this.maxTargetRadius=1/0,this.minPolarAngle=0,this.maxPolarAngle=Math.PI,this.minAzimuthAngle=-1/0,this.maxAzimuthAngle=1/0,this.enableDamping=!1,this.dampingFactor=.05,this.enableZoom=!0,this.zoomSpeed=1,this.enableRotate=!0,this.rotateSpeed=1,this.keyRotateSpeed=1,this.enablePan=!0,this.panSpeed=1,this.screenSpacePanning=!0,this.keyPanSpeed=7,this.zoomToCursor=!1,this.autoRotate=!1,this.autoRotateSpeed=2,this.keys={LEFT:"ArrowLeft",UP:"ArrowUp",RIGHT:"ArrowRight",BOTTOM:"ArrowDown"},this.mouseButtons={LEFT:ks.ROTATE,MIDDLE:ks.DOLLY,RIGHT:ks.PAN},this.touches={ONE:zs.ROTATE,TWO:zs.DOLLY_PAN},this.target0=this.target.clone(),this.position0=this.object.position.clone(),this.zoom0=this.object.zoom,this._cursorStyle="auto",this._domElementKeyEvents=null,this._lastPosition=new O,this._lastQuaternion=new oi,this._lastTargetPosition=new O,this._quat=new oi().setFromUnitVectors(e.up,new O(0,1,0)),this._quatInverse=this._quat.clone().invert(),this._spherical=new co,this._sphericalDelta=new co,this._scale=1,this._panOffset=new O,this._rotateStart=new ze,this._rotateEnd=new ze,this._rotateDelta=new ze,this._panStart=new ze,this._panEnd=new ze,this._panDelta=new ze,this._dollyStart=new ze,this._dollyEnd=new ze,this._dollyDelta=new ze,this._dollyDirection=new O,this._mouse=new ze,this._performCursorZoom=!1,this._pointers=[],this._pointerPositions={},this._controlActive=!1,this._onPointerMove=Aw.bind(this),this._onPointerDown=Tw.bind(this),this._onPointerUp=Rw.bind(this),this._onContextMenu=Uw.bind(this),this._onMouseWheel=Iw.bind(this),this._onKeyDown=Lw.bind(this),this._onTouchStart=Dw.bind(this),this._onTouchMove=Nw.bind(this),this._onMouseDown=Cw.bind(this),this._onMouseMove=Pw.bind(this),this._interceptControlDown=Fw.bind(this),this._interceptControlUp=Ow.bind(this),this.domElement!==null&&this.connect(this.domElement),this.update()}set cursorStyle(e){this._cursorStyle=e,e==="grab"?this.domElement.style.cursor="grab":this.domElement.style.cursor="auto"}get cursorStyle(){return this._cursorStyle}connect(e){super.connect(e),this.domElement.addEventListener("pointerdown",this._onPointerDown),this.domElement.addEventListener("pointercancel",this._onPointerUp),this.domElement.addEventListener("contextmenu",this._onContextMenu),this.domElement.addEventListener("wheel",this._onMouseWheel,{passive:!1}),this.domElement.ownerDocument.addEventListener("keydown",this._interceptControlDown,{passive:!0,capture:!0}),this.domElement.style.touchAction="none"}disconnect(){this.state=wt.NONE,this.domElement.removeEventListener("pointerdown",this._onPointerDown),this.domElement.ownerDocument.removeEventListener("pointermove",this._onPointerMove),this.domElement.ownerDocument.removeEventListener("pointerup",this._onPointerUp),this.domElement.removeEventListener("pointercancel",this._onPointerUp),this.domElement.removeEventListener("wheel",this._onMouseWheel),this.domElement.removeEventListener("contextmenu",this._onContextMenu),this.stopListenToKeyEvents(),this.domElement.ownerDocument.removeEventListener("keydown",this._interceptControlDown,{capture:!0}),this.domElement.ownerDocument.removeEventListener("keyup",this._interceptControlUp,{capture:!0}),this._controlActive=!1,this._pointers.length=0,this._pointerPositions={},this.domElement.style.touchAction="",this.domElement.style.cursor="auto"}dispose(){this.disconnect()}getPolarAngle(){return this._spherical.phi}getAzimuthalAngle(){return this._spherical.theta}getDistance(){return this.object.position.distanceTo(this.target)}listenToKeyEvents(e){e.addEventListener("keydown",this._onKeyDown),this._domElementKeyEvents=e}stopListenToKeyEvents(){this._domElementKeyEvents!==null&&(this._domElementKeyEvents.removeEventListener("keydown",this._onKeyDown),this._domElementKeyEvents=null)}saveState(){this.target0.copy(this.target),this.position0.copy(this.object.position),this.zoom0=this.object.zoom}reset(){this.target.copy(this.target0),this.object.position.copy(this.position0),this.object.zoom=this.zoom0,this.object.updateProjectionMatrix(),this.dispatchEvent(Yg),this.update(),this.state=wt.NONE}pan(e,t){this._pan(e,t),this.update()}dollyIn(e){this._dollyIn(e),this.update()}dollyOut(e){this._dollyOut(e),this.update()}rotateLeft(e){this._rotateLeft(e),this.update()}rotateUp(e){this._rotateUp(e),this.update()}update(e=null){let t=this.object.position;bn.copy(t).sub(this.target),bn.applyQuaternion(this._quat),this._spherical.setFromVector3(bn),this.autoRotate&&this.state===wt.NONE&&this._rotateLeft(this._getAutoRotationAngle(e)),this.enableDamping?(this._spherical.theta+=this._sphericalDelta.theta*this.dampingFactor,this._spherical.phi+=this._sphericalDelta.phi*this.dampingFactor):(this._spherical.theta+=this._sphericalDelta.theta,this._spherical.phi+=this._sphericalDelta.phi);let n=this.minAzimuthAngle,s=this.maxAzimuthAngle;isFinite(n)&&isFinite(s)&&(n<-Math.PI?n+=$n:n>Math.PI&&(n-=$n),s<-Math.PI?s+=$n:s>Math.PI&&(s-=$n),n<=s?this._spherical.theta=Math.max(n,Math.min(s,this._spherical.theta)):this._spherical.theta=this._spherical.theta>(n+s)/2?Math.max(n,this._spherical.theta):Math.min(s,this._spherical.theta)),this._spherical.phi=Math.max(this.minPolarAngle,Math.min(this.maxPolarAngle,this._spherical.phi)),this._spherical.makeSafe(),this.enableDamping===!0?this.target.addScaledVector(this._panOffset,this.dampingFactor):this.target.add(this._panOffset),this.target.sub(this.cursor),this.target.clampLength(this.minTargetRadius,this.maxTargetRadius),this.target.add(this.cursor);let r=!1;if(this.zoomToCursor&&this._performCursorZoom||this.object.isOrthographicCamera)this._spherical.radius=this._clampDistance(this._spherical.radius);else{let o=this._spherical.radius;this._spherical.radius=this._clampDistance(this._spherical.radius*this._scale),r=o!=this._spherical.radius}if(bn.setFromSpherical(this._spherical),bn.applyQuaternion(this._quatInverse),t.copy(this.target).add(bn),this.object.lookAt(this.target),this.enableDamping===!0?(this._sphericalDelta.theta*=1-this.dampingFactor,this._sphericalDelta.phi*=1-this.dampingFactor,this._panOffset.multiplyScalar(1-this.dampingFactor)):(this._sphericalDelta.set(0,0,0),this._panOffset.set(0,0,0)),this.zoomToCursor&&this._performCursorZoom){let o=null;if(this.object.isPerspectiveCamera){let a=bn.length();o=this._clampDistance(a*this._scale);let l=a-o;this.object.position.addScaledVector(this._dollyDirection,l),this.object.updateMatrixWorld(),r=!!l}else if(this.object.isOrthographicCamera){let a=new O(this._mouse.x,this._mouse.y,0);a.unproject(this.object);let l=this.object.zoom;this.object.zoom=Math.max(this.minZoom,Math.min(this.maxZoom,this.object.zoom/this._scale)),this.object.updateProjectionMatrix(),r=l!==this.object.zoom;let c=new O(this._mouse.x,this._mouse.y,0);c.unproject(this.object),this.object.position.sub(c).add(a),this.object.updateMatrixWorld(),o=bn.length()}else console.warn("WARNING: OrbitControls.js encountered an unknown camera type - zoom to cursor disabled."),this.zoomToCursor=!1;o!==null&&(this.screenSpacePanning?this.target.set(0,0,-1).transformDirection(this.object.matrix).multiplyScalar(o).add(this.object.position):(lh.origin.copy(this.object.position),lh.direction.set(0,0,-1).transformDirection(this.object.matrix),Math.abs(this.object.up.dot(lh.direction))<Ew?this.object.lookAt(this.target):($g.setFromNormalAndCoplanarPoint(this.object.up,this.target),lh.intersectPlane($g,this.target))))}else if(this.object.isOrthographicCamera){let o=this.object.zoom;this.object.zoom=Math.max(this.minZoom,Math.min(this.maxZoom,this.object.zoom/this._scale)),o!==this.object.zoom&&(this.object.updateProjectionMatrix(),r=!0)}return this._scale=1,this._performCursorZoom=!1,r||this._lastPosition.distanceToSquared(this.object.position)>kd||8*(1-this._lastQuaternion.dot(this.object.quaternion))>kd||this._lastTargetPosition.distanceToSquared(this.target)>kd?(this.dispatchEvent(Yg),this._lastPosition.copy(this.object.position),this._lastQuaternion.copy(this.object.quaternion),this._lastTargetPosition.copy(this.target),!0):!1}_getAutoRotationAngle(e){return e!==null?$n/60*this.autoRotateSpeed*e:$n/60/60*this.autoRotateSpeed}_getZoomScale(e){let t=Math.abs(e*.01);return Math.pow(.95,this.zoomSpeed*t)}_rotateLeft(e){this._sphericalDelta.theta-=e}_rotateUp(e){this._sphericalDelta.phi-=e}_panLeft(e,t){bn.setFromMatrixColumn(t,0),bn.multiplyScalar(-e),this._panOffset.add(bn)}_panUp(e,t){this.screenSpacePanning===!0?bn.setFromMatrixColumn(t,1):(bn.setFromMatrixColumn(t,0),bn.crossVectors(this.object.up,bn)),bn.multiplyScalar(e),this._panOffset.add(bn)}_pan(e,t){let n=this.domElement;if(this.object.isPerspectiveCamera){let s=this.object.position;bn.copy(s).sub(this.target);let r=bn.length();r*=Math.tan(this.object.fov/2*Math.PI/180),this._panLeft(2*e*r/n.clientHeight,this.object.matrix),this._panUp(2*t*r/n.clientHeight,this.object.matrix)}else this.object.isOrthographicCamera?(this._panLeft(e*(this.object.right-this.object.left)/this.object.zoom/n.clientWidth,this.object.matrix),this._panUp(t*(this.object.top-this.object.bottom)/this.object.zoom/n.clientHeight,this.object.matrix)):(console.warn("WARNING: OrbitControls.js encountered an unknown camera type - pan disabled."),this.enablePan=!1)}_dollyOut(e){this.object.isPerspectiveCamera||this.object.isOrthographicCamera?this._scale/=e:(console.warn("WARNING: OrbitControls.js encountered an unknown camera type - dolly/zoom disabled."),this.enableZoom=!1)}_dollyIn(e){this.object.isPerspectiveCamera||this.object.isOrthographicCamera?this._scale*=e:(console.warn("WARNING: OrbitControls.js encountered an unknown camera type - dolly/zoom disabled."),this.enableZoom=!1)}_updateZoomParameters(e,t){if(!this.zoomToCursor)return;this._performCursorZoom=!0;let n=this.domElement.getBoundingClientRect(),s=e-n.left,r=t-n.top,o=n.width,a=n.height;this._mouse.x=s/o*2-1,this._mouse.y=-(r/a)*2+1,this._dollyDirection.set(this._mouse.x,this._mouse.y,1).unproject(this.object).sub(this.object.position).normalize()}_clampDistance(e){return Math.max(this.minDistance,Math.min(this.maxDistance,e))}_handleMouseDownRotate(e){this._rotateStart.set(e.clientX,e.clientY)}_handleMouseDownDolly(e){this._updateZoomParameters(e.clientX,e.clientY),this._dollyStart.set(e.clientX,e.clientY)}_handleMouseDownPan(e){this._panStart.set(e.clientX,e.clientY)}_handleMouseMoveRotate(e){this._rotateEnd.set(e.clientX,e.clientY),this._rotateDelta.subVectors(this._rotateEnd,this._rotateStart).multiplyScalar(this.rotateSpeed);let t=this.domElement;this._rotateLeft($n*this._rotateDelta.x/t.clientHeight),this._rotateUp($n*this._rotateDelta.y/t.clientHeight),this._rotateStart.copy(this._rotateEnd),this.update()}_handleMouseMoveDolly(e){this._dollyEnd.set(e.clientX,e.clientY),this._dollyDelta.subVectors(this._dollyEnd,this._dollyStart),this._dollyDelta.y>0?this._dollyOut(this._getZoomScale(this._dollyDelta.y)):this._dollyDelta.y<0&&this._dollyIn(this._getZoomScale(this._dollyDelta.y)),this._dollyStart.copy(this._dollyEnd),this.zoomToCursor&&(this._performCursorZoom=!0,this._dollyDirection.set(this._mouse.x,this._mouse.y,1).unproject(this.object).sub(this.object.position).normalize()),this.update()}_handleMouseMovePan(e){this._panEnd.set(e.clientX,e.clientY),this._panDelta.subVectors(this._panEnd,this._panStart).multiplyScalar(this.panSpeed),this._pan(this._panDelta.x,this._panDelta.y),this._panStart.copy(this._panEnd),this.update()}_handleMouseWheel(e){this._updateZoomParameters(e.clientX,e.clientY),e.deltaY<0?this._dollyIn(this._getZoomScale(e.deltaY)):e.deltaY>0&&this._dollyOut(this._getZoomScale(e.deltaY)),this.update()}_handleKeyDown(e){let t=!1;switch(e.code){case this.keys.UP:e.ctrlKey||e.metaKey||e.shiftKey?this.enableRotate&&this._rotateUp($n*this.keyRotateSpeed/this.domElement.clientHeight):this.enablePan&&this._pan(0,this.keyPanSpeed),t=!0;break;case this.keys.BOTTOM:e.ctrlKey||e.metaKey||e.shiftKey?this.enableRotate&&this._rotateUp(-$n*this.keyRotateSpeed/this.domElement.clientHeight):this.enablePan&&this._pan(0,-this.keyPanSpeed),t=!0;break;case this.keys.LEFT:e.ctrlKey||e.metaKey||e.shiftKey?this.enableRotate&&this._rotateLeft($n*this.keyRotateSpeed/this.domElement.clientHeight):this.enablePan&&this._pan(this.keyPanSpeed,0),t=!0;break;case this.keys.RIGHT:e.ctrlKey||e.metaKey||e.shiftKey?this.enableRotate&&this._rotateLeft(-$n*this.keyRotateSpeed/this.domElement.clientHeight):this.enablePan&&this._pan(-this.keyPanSpeed,0),t=!0;break}t&&(e.preventDefault(),this.update())}_handleTouchStartRotate(e){if(this._pointers.length===1)this._rotateStart.set(e.pageX,e.pageY);else{let t=this._getSecondPointerPosition(e),n=.5*(e.pageX+t.x),s=.5*(e.pageY+t.y);this._rotateStart.set(n,s)}}_handleTouchStartPan(e){if(this._pointers.length===1)this._panStart.set(e.pageX,e.pageY);else{let t=this._getSecondPointerPosition(e),n=.5*(e.pageX+t.x),s=.5*(e.pageY+t.y);this._panStart.set(n,s)}}_handleTouchStartDolly(e){let t=this._getSecondPointerPosition(e),n=e.pageX-t.x,s=e.pageY-t.y,r=Math.sqrt(n*n+s*s);this._dollyStart.set(0,r)}_handleTouchStartDollyPan(e){this.enableZoom&&this._handleTouchStartDolly(e),this.enablePan&&this._handleTouchStartPan(e)}_handleTouchStartDollyRotate(e){this.enableZoom&&this._handleTouchStartDolly(e),this.enableRotate&&this._handleTouchStartRotate(e)}_handleTouchMoveRotate(e){if(this._pointers.length==1)this._rotateEnd.set(e.pageX,e.pageY);else{let n=this._getSecondPointerPosition(e),s=.5*(e.pageX+n.x),r=.5*(e.pageY+n.y);this._rotateEnd.set(s,r)}this._rotateDelta.subVectors(this._rotateEnd,this._rotateStart).multiplyScalar(this.rotateSpeed);let t=this.domElement;this._rotateLeft($n*this._rotateDelta.x/t.clientHeight),this._rotateUp($n*this._rotateDelta.y/t.clientHeight),this._rotateStart.copy(this._rotateEnd)}_handleTouchMovePan(e){if(this._pointers.length===1)this._panEnd.set(e.pageX,e.pageY);else{let t=this._getSecondPointerPosition(e),n=.5*(e.pageX+t.x),s=.5*(e.pageY+t.y);this._panEnd.set(n,s)}this._panDelta.subVectors(this._panEnd,this._panStart).multiplyScalar(this.panSpeed),this._pan(this._panDelta.x,this._panDelta.y),this._panStart.copy(this._panEnd)}_handleTouchMoveDolly(e){let t=this._getSecondPointerPosition(e),n=e.pageX-t.x,s=e.pageY-t.y,r=Math.sqrt(n*n+s*s);this._dollyEnd.set(0,r),this._dollyDelta.set(0,Math.pow(this._dollyEnd.y/this._dollyStart.y,this.zoomSpeed)),this._dollyOut(this._dollyDelta.y),this._dollyStart.copy(this._dollyEnd);let o=(e.pageX+t.x)*.5,a=(e.pageY+t.y)*.5;this._updateZoomParameters(o,a)}_handleTouchMoveDollyPan(e){this.enableZoom&&this._handleTouchMoveDolly(e),this.enablePan&&this._handleTouchMovePan(e)}_handleTouchMoveDollyRotate(e){this.enableZoom&&this._handleTouchMoveDolly(e),this.enableRotate&&this._handleTouchMoveRotate(e)}_addPointer(e){this._pointers.push(e.pointerId)}_removePointer(e){delete this._pointerPositions[e.pointerId];for(let t=0;t<this._pointers.length;t++)if(this._pointers[t]==e.pointerId){this._pointers.splice(t,1);return}}_isTrackingPointer(e){for(let t=0;t<this._pointers.length;t++)if(this._pointers[t]==e.pointerId)return!0;return!1}_trackPointer(e){let t=this._pointerPositions[e.pointerId];t===void 0&&(t=new ze,this._pointerPositions[e.pointerId]=t),t.set(e.pageX,e.pageY)}_getSecondPointerPosition(e){let t=e.pointerId===this._pointers[0]?this._pointers[1]:this._pointers[0];return this._pointerPositions[t]}_customWheelEvent(e){let t=e.deltaMode,n={clientX:e.clientX,clientY:e.clientY,deltaY:e.deltaY};switch(t){case 1:n.deltaY*=16;break;case 2:n.deltaY*=100;break}return e.ctrlKey&&!this._controlActive&&(n.deltaY*=10),n}};function Tw(i){this.enabled!==!1&&(this._pointers.length===0&&(this.domElement.setPointerCapture(i.pointerId),this.domElement.ownerDocument.addEventListener("pointermove",this._onPointerMove),this.domElement.ownerDocument.addEventListener("pointerup",this._onPointerUp)),!this._isTrackingPointer(i)&&(this._addPointer(i),i.pointerType==="touch"?this._onTouchStart(i):this._onMouseDown(i),this._cursorStyle==="grab"&&(this.domElement.style.cursor="grabbing")))}function Aw(i){this.enabled!==!1&&(i.pointerType==="touch"?this._onTouchMove(i):this._onMouseMove(i))}function Rw(i){switch(this._removePointer(i),this._pointers.length){case 0:this.domElement.releasePointerCapture(i.pointerId),this.domElement.ownerDocument.removeEventListener("pointermove",this._onPointerMove),this.domElement.ownerDocument.removeEventListener("pointerup",this._onPointerUp),this.dispatchEvent(Zg),this.state=wt.NONE,this._cursorStyle==="grab"&&(this.domElement.style.cursor="grab");break;case 1:let e=this._pointers[0],t=this._pointerPositions[e];this._onTouchStart({pointerId:e,pageX:t.x,pageY:t.y});break}}function Cw(i){let e;switch(i.button){case 0:e=this.mouseButtons.LEFT;break;case 1:e=this.mouseButtons.MIDDLE;break;case 2:e=this.mouseButtons.RIGHT;break;default:e=-1}switch(e){case ks.DOLLY:if(this.enableZoom===!1)return;this._handleMouseDownDolly(i),this.state=wt.DOLLY;break;case ks.ROTATE:if(i.ctrlKey||i.metaKey||i.shiftKey){if(this.enablePan===!1)return;this._handleMouseDownPan(i),this.state=wt.PAN}else{if(this.enableRotate===!1)return;this._handleMouseDownRotate(i),this.state=wt.ROTATE}break;case ks.PAN:if(i.ctrlKey||i.metaKey||i.shiftKey){if(this.enableRotate===!1)return;this._handleMouseDownRotate(i),this.state=wt.ROTATE}else{if(this.enablePan===!1)return;this._handleMouseDownPan(i),this.state=wt.PAN}break;default:this.state=wt.NONE}this.state!==wt.NONE&&this.dispatchEvent(zd)}function Pw(i){switch(this.state){case wt.ROTATE:if(this.enableRotate===!1)return;this._handleMouseMoveRotate(i);break;case wt.DOLLY:if(this.enableZoom===!1)return;this._handleMouseMoveDolly(i);break;case wt.PAN:if(this.enablePan===!1)return;this._handleMouseMovePan(i);break}}function Iw(i){this.enabled===!1||this.enableZoom===!1||this.state!==wt.NONE||(i.preventDefault(),this.dispatchEvent(zd),this._handleMouseWheel(this._customWheelEvent(i)),this.dispatchEvent(Zg))}function Lw(i){this.enabled!==!1&&this._handleKeyDown(i)}function Dw(i){switch(this._trackPointer(i),this._pointers.length){case 1:switch(this.touches.ONE){case zs.ROTATE:if(this.enableRotate===!1){this.state=wt.NONE;break}this._handleTouchStartRotate(i),this.state=wt.TOUCH_ROTATE;break;case zs.PAN:if(this.enablePan===!1){this.state=wt.NONE;break}this._handleTouchStartPan(i),this.state=wt.TOUCH_PAN;break;default:this.state=wt.NONE}break;case 2:switch(this.touches.TWO){case zs.DOLLY_PAN:if(this.enableZoom===!1&&this.enablePan===!1)return;this._handleTouchStartDollyPan(i),this.state=wt.TOUCH_DOLLY_PAN;break;case zs.DOLLY_ROTATE:if(this.enableZoom===!1&&this.enableRotate===!1)return;this._handleTouchStartDollyRotate(i),this.state=wt.TOUCH_DOLLY_ROTATE;break;default:this.state=wt.NONE}break;default:this.state=wt.NONE}this.state!==wt.NONE&&this.dispatchEvent(zd)}function Nw(i){switch(this._trackPointer(i),this.state){case wt.TOUCH_ROTATE:if(this.enableRotate===!1)return;this._handleTouchMoveRotate(i),this.update();break;case wt.TOUCH_PAN:if(this.enablePan===!1)return;this._handleTouchMovePan(i),this.update();break;case wt.TOUCH_DOLLY_PAN:if(this.enableZoom===!1&&this.enablePan===!1)return;this._handleTouchMoveDollyPan(i),this.update();break;case wt.TOUCH_DOLLY_ROTATE:if(this.enableZoom===!1&&this.enableRotate===!1)return;this._handleTouchMoveDollyRotate(i),this.update();break;default:this.state=wt.NONE}}function Uw(i){this.enabled!==!1&&i.preventDefault()}function Fw(i){i.key==="Control"&&(this._controlActive=!0,this.domElement.ownerDocument.addEventListener("keyup",this._interceptControlUp,{passive:!0,capture:!0}))}function Ow(i){i.key==="Control"&&(this._controlActive=!1,this.domElement.ownerDocument.removeEventListener("keyup",this._interceptControlUp,{passive:!0,capture:!0}))}var Ia=`
+uniform vec4 section;      // what lies beyond this plane is cut off
+uniform bool sectionOn;
+in vec3 world;
+bool isCut() { return sectionOn && dot(section.xyz, world) > section.w; }
+`,Kg=`
+uniform highp usampler2D states;   // 1 hidden, 2 muted
+flat in ivec3 grid;                // first texel, columns, rows
+in vec2 within;
+int texelOf() {
+  ivec2 at = clamp(ivec2(floor(within)), ivec2(0), grid.yz - 1);
+  return grid.x + at.y * grid.y + at.x;
+}
+uint fetch(highp usampler2D table, int texel) {
+  return texelFetch(table, ivec2(texel & 2047, texel / 2048), 0).r;
+}
+`,Hd=`
+uniform highp sampler2DShadow shadowMap;
+uniform mat4 shadowMatrix;
+uniform vec3 sunDirection;
+uniform float shadowGrain;   // size of a texel of the map in metres
+float sunlight(vec3 point, vec3 normal) {
+  float facing = dot(normal, sunDirection);
+  if (facing <= 0.0 || sunDirection.z <= 0.0) { return 0.0; }
+  vec3 raised = point + normal * shadowGrain * (0.6 + 0.6 * (1.0 - facing));
+  vec4 place = shadowMatrix * vec4(raised, 1.0);
+  vec3 at = place.xyz * 0.5 + 0.5;
+  if (any(lessThan(at, vec3(0.0))) || any(greaterThan(at, vec3(1.0)))) { return 1.0; }
+  return texture(shadowMap, at);
+}
+`,Vd=`
+in vec2 place;
+in ivec3 lookup;
+flat out ivec3 grid;
+out vec2 within;
+out vec3 world;
+void main() {
+  grid = lookup;
+  within = place;
+  world = position;
+  gl_Position = projectionMatrix * viewMatrix * vec4(position, 1.0);
+}
+`,Jg=`
+precision highp float;
+precision highp int;
+${Ia}
+${Kg}
+${Hd}
+uniform highp usampler2D levels;
+uniform sampler2D colors;
+uniform float offset;      // value = offset + level * unit
+uniform float unit;
+uniform vec2 ends;         // of the colours
+uniform float steps;
+uniform vec2 shownRange;   // values outside it are muted
+uniform vec3 muted;
+uniform vec3 missing;
+uniform vec3 lines;
+uniform bool sunOn;
+out vec4 color;
+void main() {
+  if (isCut()) { discard; }
+  int texel = texelOf();
+  uint state = fetch(states, texel);
+  if ((state & 1u) != 0u) { discard; }
+  uint level = fetch(levels, texel);
+  vec3 paint = missing;
+  if (level != 65535u) {
+    float value = offset + float(level) * unit;
+    float t = clamp((value - ends.x) / max(ends.y - ends.x, 1e-30), 0.0, 1.0);
+    if (steps >= 2.0) { t = min(floor(t * steps), steps - 1.0) / (steps - 1.0); }
+    paint = texelFetch(colors, ivec2(int(t * 255.0 + 0.5), 0), 0).rgb;
+    if (value < shownRange.x || value > shownRange.y) { state |= 2u; }
+  }
+  if ((state & 2u) != 0u) { paint = muted; }
+  vec3 normal = normalize(cross(dFdx(world), dFdy(world)));
+  if (sunOn) { paint *= mix(vec3(0.50, 0.52, 0.60), vec3(1.0), sunlight(world, normal)); }
+  // Seen from near, cells have edges.
+  vec2 grain = fwidth(within);
+  if (grid.y * grid.z > 1 && max(grain.x, grain.y) < 0.14) {
+    vec2 edge = abs(fract(within + 0.5) - 0.5) / max(grain, vec2(1e-6));
+    float near = 1.0 - smoothstep(0.4, 1.1, min(edge.x, edge.y));
+    paint = mix(paint, lines, 0.28 * near * (1.0 - smoothstep(0.08, 0.14, max(grain.x, grain.y))));
+  }
+  color = vec4(paint, 1.0);
+}
+`,mr=`
+out vec3 world;
+void main() {
+  world = position;
+  gl_Position = projectionMatrix * viewMatrix * vec4(position, 1.0);
+}
+`,jg=`
+precision highp float;
+${Ia}
+${Hd}
+uniform vec3 light;      // towards a soft light
+uniform vec3 bright;
+uniform vec3 dim;
+uniform vec3 eye;
+uniform bool parallel;
+uniform bool sunOn;
+out vec4 color;
+void main() {
+  if (isCut()) { discard; }
+  vec3 normal = normalize(cross(dFdx(world), dFdy(world)));
+  vec3 paint = mix(dim, bright, 0.5 + 0.5 * dot(normal, light));
+  if (sunOn) { paint *= mix(vec3(0.58, 0.60, 0.67), vec3(1.0), sunlight(world, normal)); }
+  color = vec4(paint, 1.0);
+}
+`,Gd=`
+precision highp float;
+${Ia}
+uniform vec4 ink;
+out vec4 color;
+void main() {
+  if (isCut()) { discard; }
+  color = ink;
+}
+`,Qg=`
+precision highp float;
+precision highp int;
+${Ia}
+${Kg}
+out vec4 color;
+void main() {
+  if (isCut()) { discard; }
+  int texel = texelOf();
+  if ((fetch(states, texel) & 1u) != 0u) { discard; }
+  uint number = uint(texel) + 1u;
+  color = vec4(uvec4(number, number >> 8, number >> 16, number >> 24) & 255u) / 255.0;
+}
+`,e0=`
+precision highp float;
+${Ia}
+out vec4 color;
+void main() {
+  if (isCut()) { discard; }
+  color = vec4(0.0);
+}
+`,Wd=`
+precision highp float;
+in vec3 world;
+out vec4 color;
+void main() { color = vec4(1.0); }
+`,t0=`
+in vec3 facing;
+in float number;
+uniform float rows;
+flat out vec3 point;
+flat out vec3 surface;
+void main() {
+  point = position;
+  surface = facing;
+  float row = floor(number / 2048.0);
+  gl_Position = vec4((number - row * 2048.0 + 0.5) / ${2048/2}.0 - 1.0, (row + 0.5) / rows * 2.0 - 1.0, 0.0, 1.0);
+  gl_PointSize = 1.0;
+}
+`,n0=`
+precision highp float;
+${Hd}
+flat in vec3 point;
+flat in vec3 surface;
+out vec4 color;
+void main() { color = vec4(vec3(sunlight(point, surface)), 1.0); }
+`;pt.enabled=!1;var La=2048,hh=new O(0,0,1);function vo(i){let e=new gt(i);return new O(e.r,e.g,e.b)}function i0(i,e){let t=Math.max(1,Math.ceil(e/2048)),n=i instanceof Uint16Array,s=new or(i,2048,t,mo,n?Hs:Xn);return s.internalFormat=n?"R16UI":"R8UI",s.unpackAlignment=1,s.needsUpdate=!0,s}function gs(i,e,t,n={}){return new _i({glslVersion:Ta,vertexShader:i,fragmentShader:e,uniforms:t,...n})}var Xd=class{constructor(e,t,n){te(this,"result",e);te(this,"shift",n);te(this,"scene",new us);te(this,"picking",new us);te(this,"casting",new us);te(this,"box",new Gn);te(this,"levels");te(this,"states");te(this,"column",null);te(this,"levelTexture");te(this,"stateTexture");te(this,"own");te(this,"sceneGeometry",new tn);te(this,"edgeGeometry",new tn);te(this,"sceneMeshes",[]);te(this,"edges");te(this,"outline");let{cells:s,scene:r}=e,o=Math.max(1,Math.ceil(s.texels/2048));this.levels=new Uint16Array(o*2048).fill(65535),this.states=new Uint8Array(o*2048),s.sensorOfTexel&&s.sensorOfTexel.forEach((p,m)=>{this.states[m]=p===ko?1:0}),this.levelTexture=i0(this.levels,s.texels),this.stateTexture=i0(this.states,s.texels),this.own={...t,levels:{value:this.levelTexture},states:{value:this.stateTexture},offset:{value:0},unit:{value:1},colors:{value:null},ends:{value:new ze(0,1)},steps:{value:0},shownRange:{value:new ze(-3e38,3e38)}};let a=p=>{let m=new Float32Array(p.length);for(let y=0;y<m.length;y+=3)m[y]=p[y]+n.x,m[y+1]=p[y+1]+n.y,m[y+2]=p[y+2]+n.z;return m},l=new tn;l.setAttribute("position",new qt(a(s.mesh.position),3)),l.setAttribute("place",new qt(s.mesh.place,2));let c=new qt(s.mesh.lookup,3);c.gpuType=po,l.setAttribute("lookup",c),l.setIndex(new qt(s.mesh.index,1)),l.computeBoundingBox(),l.boundingBox&&s.count>0&&this.box.copy(l.boundingBox);let h=s.hasAreas?Xi:li,u={polygonOffset:!0,polygonOffsetFactor:1,polygonOffsetUnits:1},d=(p,m)=>(m.frustumCulled=!1,m.matrixAutoUpdate=!1,p.add(m),m);d(this.scene,new dn(l,gs(Vd,Jg,this.own,{side:h,...u}))),d(this.picking,new dn(l,gs(Vd,Qg,this.own,{side:h,...u})));let f=new qt(a(r.position),3);this.sceneGeometry.setAttribute("position",f),this.sceneGeometry.setIndex(new qt(r.index,1)),this.edgeGeometry.setAttribute("position",f),this.edgeGeometry.setIndex(new qt(r.edges,1));let g={polygonOffset:!0,polygonOffsetFactor:2,polygonOffsetUnits:4},v={side:li};if(r.index.length>0){this.sceneMeshes.push(d(this.scene,new dn(this.sceneGeometry,gs(mr,jg,this.own,{...v,...g}))),d(this.picking,new dn(this.sceneGeometry,gs(mr,e0,this.own,{...v,...g})))),this.sceneGeometry.computeBoundingBox(),s.count===0&&this.sceneGeometry.boundingBox&&this.box.copy(this.sceneGeometry.boundingBox);let p=new tn;p.setAttribute("position",f),p.setIndex(new qt(r.index,1)),d(this.casting,new dn(p,gs(mr,Wd,{},v)))}else d(this.casting,new dn(l,gs(mr,Wd,{},v)));this.edges=new sa(this.edgeGeometry,gs(mr,Gd,{...this.own,ink:t.edgeInk},{transparent:!0,depthWrite:!1})),d(this.scene,this.edges),this.outline=new ra(new tn,gs(mr,Gd,{...this.own,ink:t.pinInk},{transparent:!0,depthTest:!1})),this.outline.visible=!1,this.outline.renderOrder=2,d(this.scene,this.outline)}sensorAt(e){let{sensorOfTexel:t}=this.result.cells;return t?t[e]:e}showColumn(e){this.column=e;let{sensorOfTexel:t}=this.result.cells;t?t.forEach((n,s)=>{this.levels[s]=n===ko?65535:e.levels[n]}):this.levels.set(e.levels),this.levelTexture.needsUpdate=!0,this.own.offset.value=e.offset*e.step,this.own.unit.value=e.step}paint(e,t,n){this.own.colors.value=t,this.own.ends.value.set(e.lowest,e.highest),this.own.steps.value=e.steps;let s=.25*(this.column?.step??0);this.own.shownRange.value.set(n?n[0]-s:-3e38,n?n[1]+s:3e38)}setStates(e,t){let{sensorOfTexel:n}=this.result.cells;n?n.forEach((u,d)=>{this.states[d]=u===ko?1:e[u]}):this.states.set(e),this.stateTexture.needsUpdate=!0;let{index:s,edges:r,pairs:o,triangleObject:a,edgeObject:l}=this.result.scene,c=[!1,...o.map(([u,d])=>t(u,d))],h=(u,d,f)=>{if(!c.includes(!0))return u;let g=new Uint32Array(u.length),v=0;for(let p=0;p<f.length;++p)if(!c[f[p]])for(let m=0;m<d;++m)g[v++]=u[d*p+m];return g.slice(0,v)};this.sceneGeometry.setIndex(new qt(h(s,3,a),1)),this.edgeGeometry.setIndex(new qt(h(r,2,l),1))}showSurroundings(e){for(let t of this.sceneMeshes)t.visible=e==="solid";this.edges.visible=e!=="none"}corners(e){return Br(this.result.cells,e).map(t=>new O(t[0],t[1],t[2]).add(this.shift))}mark(e){this.outline.visible=e!==null,e!==null&&(this.outline.geometry.dispose(),this.outline.geometry=new tn().setFromPoints(this.corners(e)))}boxOf(e){let t=new Gn;for(let n=0;n<this.result.cells.count;++n)if(e(n))for(let s of this.corners(n))t.expandByPoint(s);return t}},uh=class{constructor(e){te(this,"canvas",e);te(this,"models",[]);te(this,"isSoftware");te(this,"frames",0);te(this,"onCamera",()=>{});te(this,"renderer");te(this,"perspective",new Vn(32,1,.1,1e3));te(this,"orthographic",new cr(-1,1,1,-1,.1,1e3));te(this,"camera",this.perspective);te(this,"controls");te(this,"pickTarget",new In(1,1));te(this,"shadowTarget",null);te(this,"sunCamera",new cr(-1,1,1,-1,0,1));te(this,"sunScene",new us);te(this,"shared");te(this,"box",new Gn);te(this,"whole",new Gn);te(this,"shown",[0]);te(this,"pending",!1);te(this,"shadowsAreOld",!0);te(this,"restTimer",0);te(this,"lastFrame",0);te(this,"north",0);te(this,"background","#ffffff");let t=document.createElement("canvas").getContext("webgl2"),n=t?.getExtension("WEBGL_debug_renderer_info"),s=n?String(t?.getParameter(n.UNMASKED_RENDERER_WEBGL)):"";t?.getExtension("WEBGL_lose_context")?.loseContext(),this.isSoftware=/swiftshader|llvmpipe|software|basic render/i.test(s),this.renderer=new rh({canvas:e,antialias:!this.isSoftware,alpha:!1,powerPreference:"high-performance"}),this.renderer.outputColorSpace=rr,this.renderer.autoClear=!1,this.renderer.info.autoReset=!1,e.addEventListener("webglcontextrestored",()=>{this.shadowsAreOld=!0,this.draw()}),this.perspective.up.copy(hh),this.orthographic.up.copy(hh),this.controls=new ch(this.camera,e),this.controls.zoomToCursor=!0,this.controls.screenSpacePanning=!0,this.controls.maxPolarAngle=Math.PI*.98,this.controls.addEventListener("change",()=>{this.onCamera(),this.draw()}),this.shared={section:{value:new Ft(0,0,1,0)},sectionOn:{value:!1},light:{value:new O(-.45,-.35,.82).normalize()},bright:{value:new O},dim:{value:new O},muted:{value:new O},missing:{value:new O},lines:{value:new O},edgeInk:{value:new Ft(0,0,0,.3)},pinInk:{value:new Ft(0,0,0,1)},sunOn:{value:!1},sunDirection:{value:new O(0,0,1)},shadowMap:{value:null},shadowMatrix:{value:new Ut},shadowGrain:{value:.1}}}add(e){let t=this.models[0]?.result??e,n=new O(e.centre[0]-t.centre[0],e.centre[1]-t.centre[1],e.centre[2]-t.centre[2]);this.models.length===0&&(this.north=e.record.north);let s=new Xd(e,this.shared,n);this.models.push(s),this.box.union(s.box),this.whole.union(s.box);let r=new Gn().setFromArray(e.scene.position);return r.isEmpty()||this.whole.union(r.translate(n)),s}show(e){this.shown=e,this.controls.zoomToCursor=e.length===1,this.resize()}setTheme(e){this.background=e.background,this.shared.bright.value.copy(vo(e.bright)),this.shared.dim.value.copy(vo(e.dim)),this.shared.muted.value.copy(vo(e.muted)),this.shared.missing.value.copy(vo(e.missing)),this.shared.lines.value.copy(vo(e.cellLine));let t=vo(e.line);this.shared.edgeInk.value.set(t.x,t.y,t.z,e.lineOpacity),this.shared.pinInk.value.set(t.x,t.y,t.z,1),this.draw()}setSection(e){if(this.shared.sectionOn.value=e!==null,e){let{axis:t,place:n,flipped:s}=e,r=s?-1:1,o=this.whole.min[t]+(this.whole.max[t]-this.whole.min[t])*n;this.shared.section.value.set(t==="x"?r:0,t==="y"?r:0,t==="z"?r:0,r*o)}this.draw()}sectionPlace(e){let{axis:t,place:n}=e,s=this.whole.min[t],r=this.models[0].result.centre[{x:0,y:1,z:2}[t]];return s+(this.whole.max[t]-s)*n+(t==="z"?r:0)}setSun(e,t,n){if(this.shared.sunOn.value=e!==null,this.sunScene.clear(),e){let s=new O(...Qs(e,this.north));this.shared.sunDirection.value.copy(s),this.shadowsAreOld=!0;let r=this.box.getCenter(new O);r.z=this.box.min.z;let o=this.domeRadius,a=d=>new O(...Qs(d,this.north)).multiplyScalar(o).add(r),l=(d,f,g)=>{let v=new so({color:f,transparent:!0,opacity:g});this.sunScene.add(new lr(new tn().setFromPoints(d),v))},c=t.filter(d=>d.altitude>=0);if(c.length>1){let d=new oo(c.map(a)),f=new fa(d,c.length*2,o*.0035,6);this.sunScene.add(new dn(f,new Us({color:14719274})))}let h=new ao(o*.009,12,8);for(let d of n)if(d.sun.altitude>=0){let f=new dn(h,new Us({color:14719274}));f.position.copy(a(d.sun)),this.sunScene.add(f)}if(e.altitude>=-.3){let d=new ao(o*.032,24,16),f=new dn(d,new Us({color:16758062}));f.position.copy(a(e)),this.sunScene.add(f),l([r,a(e)],14719274,.5)}let u=[];for(let d=0;d<=72;++d)u.push(a({azimuth:5*d,altitude:0}));l(u,9079434,.5)}this.draw()}get domeRadius(){return .47*this.box.getSize(new O).length()}domeBox(e){let t=this.box.getCenter(new O);t.z=this.box.min.z;let n=this.box.clone();for(let s of e.filter(r=>r.altitude>=0)){let r=new O(...Qs(s,this.north)).multiplyScalar(1.05*this.domeRadius);n.expandByPoint(r.add(t))}return n}onDome(e){let t=this.box.getCenter(new O);t.z=this.box.min.z;let n=this.domeRadius,s=new O(...Qs(e,this.north)).multiplyScalar(n);return this.toScreen(s.add(t))}shadows(){if(!this.shadowTarget){let e=new Pi(La,La,ci);e.compareFunction=Ea,e.magFilter=Cn,e.minFilter=Cn,this.shadowTarget=new In(La,La,{depthTexture:e,depthBuffer:!0})}return this.shadowTarget}drawShadows(e){let t=this.shared.sunDirection.value,n=this.sunCamera;n.up.copy(Math.abs(t.z)>.99?new O(0,1,0):hh);let s=this.whole.getCenter(new O);n.position.copy(s).add(t),n.lookAt(s),n.updateMatrixWorld();let r=new Gn,o=n.matrixWorld.clone().invert();for(let h=0;h<8;++h){let u=new O(h&1?this.whole.max.x:this.whole.min.x,h&2?this.whole.max.y:this.whole.min.y,h&4?this.whole.max.z:this.whole.min.z);r.expandByPoint(u.applyMatrix4(o))}let a=.001*r.getSize(new O).length();n.left=r.min.x-a,n.right=r.max.x+a,n.bottom=r.min.y-a,n.top=r.max.y+a,n.near=-r.max.z-a,n.far=-r.min.z+a,n.updateProjectionMatrix();let l=Math.max(n.right-n.left,n.top-n.bottom)/La;this.shared.shadowGrain.value=l,this.shared.shadowMatrix.value.multiplyMatrices(n.projectionMatrix,o);let c=this.shadows();this.shared.shadowMap.value=null,this.renderer.setRenderTarget(c),this.renderer.setClearColor(16777215,1),this.renderer.clear(!0,!0,!1),this.renderer.render(e.casting,n),this.renderer.setRenderTarget(null),this.shared.shadowMap.value=c.depthTexture,this.shadowsAreOld=!1}litAt(e,t=0){let n=this.models[t],s=this.models[0].result.centre,r=e.length/3,o=Math.max(1,Math.ceil(r/2048));this.drawShadows(n);let a=new Float32Array(3*r),l=new Float32Array(3*r),c=new Float32Array(r);for(let p=0;p<r;++p){for(let m=0;m<3;++m)a[3*p+m]=e[3*p+m]-s[m];l[3*p+2]=1,c[p]=p}let h=new tn;h.setAttribute("position",new qt(a,3)),h.setAttribute("facing",new qt(l,3)),h.setAttribute("number",new qt(c,1));let u=gs(t0,n0,{...this.shared,rows:{value:o}},{depthTest:!1,depthWrite:!1}),d=new us,f=new oa(h,u);f.frustumCulled=!1,d.add(f);let g=new In(2048,o);this.renderer.setRenderTarget(g),this.renderer.setClearColor(0,1),this.renderer.clear(),this.renderer.render(d,this.camera);let v=new Uint8Array(4*2048*o);return this.renderer.readRenderTargetPixels(g,0,0,2048,o,v),this.renderer.setRenderTarget(null),g.dispose(),h.dispose(),u.dispose(),Float32Array.from({length:r},(p,m)=>v[4*m]/255)}get isParallel(){return this.camera===this.orthographic}get distance(){return this.camera.position.distanceTo(this.controls.target)}get height(){return this.isParallel?(this.orthographic.top-this.orthographic.bottom)/this.orthographic.zoom:2*this.distance*Math.tan(this.perspective.fov*Math.PI/360)}setParallel(e){if(e===this.isParallel)return;let t=this.height,n=e?this.orthographic:this.perspective,s=this.camera.position.clone().sub(this.controls.target).normalize(),r=e?Math.max(this.distance,this.whole.getSize(new O).length()):t/(2*Math.tan(this.perspective.fov*Math.PI/360));n.position.copy(this.controls.target).addScaledVector(s,r),this.orthographic.zoom=1,this.orthographic.top=t/2,this.orthographic.bottom=-t/2,this.camera=n,this.controls.object=n,this.controls.update(),this.resize()}look(e,t,n=this.box){if(n.isEmpty())return;let s=n.getCenter(new O),r=Math.min(Math.max(t,-88),89.9),o=new O(...Qs({azimuth:e,altitude:r},this.north)),a=new O().crossVectors(hh,o).normalize(),l=new O().crossVectors(o,a),c=this.aspect(),h=Math.tan(this.perspective.fov*Math.PI/360),u=n.getSize(new O).length(),d=Array.from({length:8},(v,p)=>new O(p&1?n.max.x:n.min.x,p&2?n.max.y:n.min.y,p&4?n.max.z:n.min.z)),f=Math.max(u/h,1),g=1;for(let v=0;v<8;++v){let p=[1/0,-1/0,1/0,-1/0];for(let T of d){let S=T.clone().sub(s),R=this.isParallel?1:Math.max(f-S.dot(o),.001)*h,A=S.dot(a)/R,_=S.dot(l)/R;p[0]=Math.min(p[0],A),p[1]=Math.max(p[1],A),p[2]=Math.min(p[2],_),p[3]=Math.max(p[3],_)}let m=Math.max((p[1]-p[0])/(2*c),(p[3]-p[2])/2,1e-6)*1.1,y=this.isParallel?1:f*h;s.addScaledVector(a,(p[0]+p[1])/2*y),s.addScaledVector(l,(p[2]+p[3])/2*y),this.isParallel?(g=Math.max(m,.5),f=u+g):f=Math.max(f*m,.6*u,1)}this.controls.target.copy(s),this.camera.position.copy(s).addScaledVector(o,f),this.isParallel&&(this.orthographic.zoom=1,this.orthographic.top=g,this.orthographic.bottom=-g,this.orthographic.left=-g*c,this.orthographic.right=g*c),this.controls.update(),this.onCamera(),this.draw()}bearing(){let e=this.camera.position.clone().sub(this.controls.target).normalize();return{azimuth:(Math.atan2(e.x,e.y)*180/Math.PI-this.north+720)%360,altitude:Math.asin(e.z)*180/Math.PI}}orbit(e,t){let{azimuth:n,altitude:s}=this.bearing(),r=Math.min(Math.max(s+t,-80),89.9),o=new O(...Qs({azimuth:n+e,altitude:r},this.north));this.camera.position.copy(this.controls.target).addScaledVector(o,this.distance),this.controls.update(),this.onCamera(),this.draw()}pan(e,t){let n=new O().setFromMatrixColumn(this.camera.matrix,0).multiplyScalar(e*this.height).addScaledVector(new O().setFromMatrixColumn(this.camera.matrix,1),t*this.height);this.camera.position.add(n),this.controls.target.add(n),this.controls.update(),this.onCamera(),this.draw()}zoom(e){this.isParallel?(this.orthographic.zoom/=e,this.orthographic.updateProjectionMatrix()):this.camera.position.sub(this.controls.target).multiplyScalar(e).add(this.controls.target),this.controls.update(),this.onCamera(),this.draw()}aspect(){let{width:e,height:t}=this.size();return Math.max(e/this.shown.length,1)/Math.max(t,1)}size(){return{width:this.canvas.clientWidth,height:this.canvas.clientHeight}}resize(){let{width:e,height:t}=this.size();if(e===0||t===0)return;this.renderer.setSize(e,t,!1);let n=this.aspect();this.perspective.aspect=n;let s=(this.orthographic.top-this.orthographic.bottom)/2;this.orthographic.left=-s*n,this.orthographic.right=s*n,this.onCamera(),this.draw()}draw(){this.pending||(this.pending=!0,requestAnimationFrame(()=>{this.pending&&this.drawNow()}))}setClip(){let e=this.whole.getBoundingSphere(new Wi),t=e.radius*1.01;this.shared.sunOn.value&&(t=Math.max(t,1.5*this.box.getSize(new O).length()));let n=this.camera.position.distanceTo(e.center),s=n+t;this.camera.near=this.isParallel?n-t:Math.max(s/5e3,n-t),this.camera.far=s,this.camera.updateProjectionMatrix(),this.camera.updateMatrixWorld()}drawNow(e=!1){this.pending=!1;let t=performance.now(),n=window.devicePixelRatio||1,s=this.isSoftware?e?2:1:Math.min(n,2);if(this.renderer.getPixelRatio()!==s){this.renderer.setPixelRatio(s);let{width:c,height:h}=this.size();this.renderer.setSize(c,h,!1)}this.setClip();let{width:r,height:o}=this.size();this.renderer.setRenderTarget(null),this.renderer.setClearColor(this.background,1),this.renderer.setScissorTest(!1),this.renderer.setViewport(0,0,r,o),this.renderer.clear();let a=r/this.shown.length;if(this.renderer.setScissorTest(this.shown.length>1),this.shown.forEach((c,h)=>{let u=this.models[c];this.shared.sunOn.value&&(this.shadowsAreOld||this.shown.length>1)&&(this.renderer.setScissorTest(!1),this.drawShadows(u),this.renderer.setScissorTest(this.shown.length>1),this.renderer.setClearColor(this.background,1)),this.renderer.setViewport(h*a,0,a,o),this.renderer.setScissor(h*a,0,a,o),this.renderer.render(u.scene,this.camera),this.shared.sunOn.value&&this.renderer.render(this.sunScene,this.camera)}),this.isSoftware){let c=this.renderer.getContext();c.readPixels(0,0,1,1,c.RGBA,c.UNSIGNED_BYTE,new Uint8Array(4))}this.frames+=1;let l=performance.now()-t;return e||(this.lastFrame=l,window.clearTimeout(this.restTimer),this.isSoftware&&this.lastFrame<300&&(this.restTimer=window.setTimeout(()=>{this.drawNow(!0)},220))),l}snapshot(){this.drawNow(!0);let e=document.createElement("canvas");return e.width=this.canvas.width,e.height=this.canvas.height,e.getContext("2d")?.drawImage(this.canvas,0,0),e}pick(e,t){let{width:n,height:s}=this.size(),r=n/this.shown.length,o=Math.min(Math.max(Math.floor(e/r),0),this.shown.length-1),a=this.models[this.shown[o]];this.setClip(),this.camera.setViewOffset(r,s,e-o*r,t,1,1),this.renderer.setRenderTarget(this.pickTarget),this.renderer.setScissorTest(!1),this.renderer.setClearColor(0,0),this.renderer.clear(),this.renderer.render(a.picking,this.camera);let l=new Uint8Array(4);this.renderer.readRenderTargetPixels(this.pickTarget,0,0,1,1,l),this.renderer.setRenderTarget(null),this.camera.clearViewOffset();let c=l[0]+256*l[1]+65536*l[2]+16777216*l[3]-1;return c<0?null:{model:a,sensor:a.sensorAt(c)}}toScreen(e,t=0){this.camera.updateMatrixWorld();let n=e.clone().project(this.camera);if(n.z>1)return null;let{width:s,height:r}=this.size(),o=s/this.shown.length;return{x:t*o+(.5+.5*n.x)*o,y:(.5-.5*n.y)*r}}cellOnScreen(e,t){let n=e.corners(t),s=n.reduce((o,a)=>o.add(a),new O).multiplyScalar(1/n.length),r=Math.max(this.shown.indexOf(this.models.indexOf(e)),0);return this.toScreen(s,r)}isLit(e,t){let n=Br(e.result.cells,t),s=rl(n),r=this.shared.sunDirection.value;if(r.z<=0||s[0]*r.x+s[1]*r.y+s[2]*r.z<=0)return!1;let o=e.result.centre,a=[0,1,2].map(l=>n.reduce((c,h)=>c+h[l],0)/n.length+o[l]+.05*s[l]);return this.litAt(a,this.models.indexOf(e))[0]>=.5}},s0=new Map;function r0(i){let e=s0.get(i);return e||(e=new or(Or(i),256,1),e.needsUpdate=!0,s0.set(i,e)),e}var o0=`three 0.187.0
+
+The MIT License
+
+Copyright \xA9 2010-2026 three.js authors
+
+Permission is hereby granted, free of charge, to any person obtaining a copy
+of this software and associated documentation files (the "Software"), to deal
+in the Software without restriction, including without limitation the rights
+to use, copy, modify, merge, publish, distribute, sublicense, and/or sell
+copies of the Software, and to permit persons to whom the Software is
+furnished to do so, subject to the following conditions:
+
+The above copyright notice and this permission notice shall be included in
+all copies or substantial portions of the Software.
+
+THE SOFTWARE IS PROVIDED "AS IS", WITHOUT WARRANTY OF ANY KIND, EXPRESS OR
+IMPLIED, INCLUDING BUT NOT LIMITED TO THE WARRANTIES OF MERCHANTABILITY,
+FITNESS FOR A PARTICULAR PURPOSE AND NONINFRINGEMENT. IN NO EVENT SHALL THE
+AUTHORS OR COPYRIGHT HOLDERS BE LIABLE FOR ANY CLAIM, DAMAGES OR OTHER
+LIABILITY, WHETHER IN AN ACTION OF CONTRACT, TORT OR OTHERWISE, ARISING FROM,
+OUT OF OR IN CONNECTION WITH THE SOFTWARE OR THE USE OR OTHER DEALINGS IN
+THE SOFTWARE.
+
+----------
+
+uplot 1.6.32
+
+The MIT License (MIT)
+
+Copyright (c) 2022 Leon Sorokin
+
+Permission is hereby granted, free of charge, to any person obtaining a copy
+of this software and associated documentation files (the "Software"), to deal
+in the Software without restriction, including without limitation the rights
+to use, copy, modify, merge, publish, distribute, sublicense, and/or sell
+copies of the Software, and to permit persons to whom the Software is
+furnished to do so, subject to the following conditions:
+
+The above copyright notice and this permission notice shall be included in
+all copies or substantial portions of the Software.
+
+THE SOFTWARE IS PROVIDED "AS IS", WITHOUT WARRANTY OF ANY KIND, EXPRESS OR
+IMPLIED, INCLUDING BUT NOT LIMITED TO THE WARRANTIES OF MERCHANTABILITY,
+FITNESS FOR A PARTICULAR PURPOSE AND NONINFRINGEMENT. IN NO EVENT SHALL THE
+AUTHORS OR COPYRIGHT HOLDERS BE LIABLE FOR ANY CLAIM, DAMAGES OR OTHER
+LIABILITY, WHETHER IN AN ACTION OF CONTRACT, TORT OR OTHERWISE, ARISING FROM,
+OUT OF OR IN CONNECTION WITH THE SOFTWARE OR THE USE OR OTHER DEALINGS IN
+THE SOFTWARE.
+`;var zw={background:"#f3f2ee",bright:"#f1efea",dim:"#b9b7b1",muted:"#dcdad4",missing:"#9e9e9e",line:"#23262b",lineOpacity:.3,cellLine:"#ffffff"},Hw={background:"#15171b",bright:"#4a4e56",dim:"#23262b",muted:"#30343b",missing:"#6e6e6e",line:"#dadde3",lineOpacity:.24,cellLine:"#101010"};function Vw(i,e){let t=Math.max(i.step,e.step),n=i.levels.length,s=new Float64Array(n),r=1/0,o=-1/0;for(let u=0;u<n;++u)s[u]=e.at(u)-i.at(u),Number.isFinite(s[u])&&(r=Math.min(r,s[u]),o=Math.max(o,s[u]));let a=t;for(;(o-r)/a>65e3;)a*=10;let l=Number.isFinite(r)?Math.round(r/a):0,c=new Uint16Array(n);for(let u=0;u<n;++u)c[u]=Number.isFinite(s[u])?Math.round(s[u]/a)-l:65535;let h=Math.min(i.decimals,e.decimals)-Math.round(Math.log10(a/t));return new Oo(i.name,`${i.title}, difference`,i.unit,a,l,h,c)}function Gw(i,e){let t=(n,s)=>n.length===s.length&&n.every((r,o)=>r===s[o]);return i.cells.count===e.cells.count&&t(i.array("blocks"),e.array("blocks"))&&[0,1,2].every(n=>Math.abs(i.record.origin[n]-e.record.origin[n])<2*i.record.step)}var dh=class{constructor(e){te(this,"view");te(this,"results",[]);te(this,"legend",new js);te(this,"app");te(this,"panel",Z("aside",{id:"panel","aria-label":"Results"}));te(this,"stage",Z("main",{id:"stage"}));te(this,"canvas",Z("canvas",{class:"model",tabindex:0,role:"application","aria-label":"The model in 3-D. Arrow keys turn it, with Shift they move it, plus and minus zoom, 0 shows all of it."}));te(this,"hint",Z("div",{id:"hint",hidden:!0}));te(this,"pin",Z("div",{id:"pin",hidden:!0}));te(this,"scale",Z("div",{id:"scale","aria-hidden":"true"}));te(this,"hours",[]);te(this,"besideNames",[]);te(this,"said",Z("p",{class:"hidden","aria-live":"polite"}));te(this,"mode",{kind:"one",result:0});te(this,"quantity",0);te(this,"step",-1);te(this,"ends",[null,null]);te(this,"colorSteps",0);te(this,"range",null);te(this,"hidden",new Map);te(this,"isolated",null);te(this,"shown",null);te(this,"pinned",null);te(this,"section",{axis:"z",place:.5,flipped:!1});te(this,"isCut",!1);te(this,"sunOn",!1);te(this,"sunWasOn",!1);te(this,"day",172);te(this,"minute",720);te(this,"sunPath",null);te(this,"playing",0);te(this,"groups");te(this,"figures",Z("div",{class:"figures"}));te(this,"quantitySelect",Z("select",{id:"quantity"}));te(this,"stepField",Z("div"));te(this,"cellPlace",Z("div"));te(this,"cellCard",Z("details",{hidden:!0},Z("summary",{},"Cell"),this.cellPlace));te(this,"sunCard",null);te(this,"sunParts",null);te(this,"parallelButton");te(this,"onStopPlaying",()=>{});te(this,"updateSunText",()=>{});this.stage.append(this.canvas,this.scale,this.pin,this.hint,this.said),this.app=Z("div",{id:"app"},this.panel,this.stage),e.append(this.app),this.view=new uh(this.canvas);let t=window.matchMedia("(prefers-color-scheme: dark)"),n=()=>{this.view.setTheme(t.matches?Hw:zw),this.legend.draw()};t.addEventListener("change",n),n()}begin(e){this.results.push(e),this.view.add(e),this.view.onCamera=()=>this.followCamera(),this.stage.append(this.legend.element),this.paint(),this.view.resize(),this.view.look(155,42),this.view.drawNow()}complete(e){for(let s of e)this.results.push(s),this.view.add(s);let t=this.results[0],{record:n}=t;document.title=`${n.name} \u2013 solar radiation`,n.site&&(this.sunPath=new al(n.site,t.floats("sunDeclination"),t.floats("sunEquation"))),this.groups=new ol(t.hasObjects&&n.names.length>0),this.build(),this.toolbar(),this.keyboard(),this.pointer(),new ResizeObserver(()=>{this.view.resize(),this.legend.draw()}).observe(this.stage),this.legend.onEnds=(s,r)=>{this.ends=[s,r],this.paint()},this.legend.onRange=s=>{this.range=s,this.paint()},this.refresh(),this.view.resize(),this.followCamera()}get first(){return this.results[this.mode.kind==="one"?this.mode.result:0]}get choices(){let{columns:e}=this.results[0].record;return e.map((t,n)=>n).filter(t=>e[t].unit!=="hour of year")}columnOf(e){return this.step>=0?this.step<e.record.steps.length?e.column("step",this.step):null:e.columnNamed(this.results[0].record.columns[this.quantity].name)}get column(){let e=this.columnOf(this.first);if(!e)throw new Error("the result has no such column");if(this.mode.kind==="difference"){let t=this.columnOf(this.results[this.mode.with]);return t?Vw(e,t):e}return e}get scheme(){return this.mode.kind==="difference"?"diverging":"sequential"}commonEnds(e){if(this.mode.kind==="difference"){let[o,a]=au(this.first.cells,e),l=Math.max(Math.abs(o),Math.abs(a))||1;return[-l,l]}let t=this.step>=0?this.results[0].record.steps.map((o,a)=>[this.results[0],this.results[0].column("step",a)]):[];for(let o of this.results){let a=this.columnOf(o);a&&t.push([o,a])}let n=t.map(([o,a])=>au(o.cells,a)),s=Math.min(...n.map(o=>o[0])),r=Math.max(...n.map(o=>o[1]));return r>s?[s,r]:[s-.5,s+.5]}paint(){let e=this.column,[t,n]=this.commonEnds(e),s={lowest:this.ends[0]??t,highest:this.ends[1]??n,steps:this.colorSteps,scheme:this.scheme},r=r0(this.scheme);this.shownModels().forEach(l=>{let c=this.view.models[l],h=this.mode.kind==="difference"?e:this.columnOf(this.results[l]);h&&c.column!==h&&c.showColumn(h),c.paint(s,r,this.range)});let a=ru(this.first.cells,e,s.lowest,s.highest,js.bins,this.shown);this.legend.show(this.legendContent(e,s,a)),this.view.draw()}legendContent(e,t,n){return{title:e.title,unit:Ei(e.unit),scale:t,step:e.step,histogram:n,range:this.range,filterText:this.filterText(e)}}filterText(e){if(!this.range)return"";let[t,n]=this.range,{cells:s}=this.first,r=qp(s,e,t,n,this.shown),o=Ei(e.unit),a=s.hasAreas?`${xn(r.area,4)} m\xB2`:`${r.cells} points`,l=c=>xn(c,3);return n===1/0?`${a} above ${l(t)} ${o}`:t===-1/0?`${a} below ${l(n)} ${o}`:`${a} between ${l(t)} and ${l(n)} ${o}`}shownModels(){return this.mode.kind==="beside"?this.results.map((e,t)=>t).slice(0,4):[this.mode.kind==="one"?this.mode.result:0]}isHiddenKey(e){return this.hidden.has(`${e.kind}:${e.name}`)}refresh(){this.view.models.forEach((t,n)=>{let s=this.results[n],r=new Uint8Array(s.cells.count),o=(a,l,c)=>{let{names:h,of:u}=hu(s,a.kind),d=h.map(f=>f===a.name);for(let f=0;f<r.length;++f)d[u[f]]!==c&&(r[f]|=l)};for(let a of this.hidden.values())o(a,1,!1);if(this.isolated&&o(this.isolated,2,!0),t.setStates(r,(a,l)=>this.isHiddenKey({kind:"object",name:s.name(a)})||this.isHiddenKey({kind:"material",name:s.name(l)})),s===this.first){let a=this.hidden.size>0||this.isolated!==null;this.shown=a?r.map(l=>l===0?1:0):null}}),this.paint();let e=this.column;this.groups.show(this.first,e,t=>this.isHiddenKey(t)),this.showFigures(e),this.showPinned()}showFigures(e){let{cells:t}=this.first,[n]=Fo(t,e,null,1,this.shown),s=Ei(e.unit),r=(o,a)=>Z("div",{},Z("b",{},o),Z("span",{},a));this.figures.replaceChildren(r(xn(n.mean),`mean, ${s}`),r(xn(n.area,5).replace(/\.\d+$/,""),t.hasAreas?"m\xB2":"points"),e.unit==="kWh/m2"&&t.hasAreas?r(xn(n.whole/1e3),"MWh in all"):r(`${xn(n.lowest,3)}\u2013${xn(n.highest,3)}`,"range"))}build(){let{record:e}=this.results[0],t=s=>e.facts.find(r=>r[0]===s)?.[1]??"",n=Z("button",{id:"grip",type:"button","aria-label":"Make the panel smaller or larger",click:()=>{this.app.classList.toggle("low")}});for(let s of this.choices)this.quantitySelect.append(Z("option",{value:s},e.columns[s].title));this.quantitySelect.addEventListener("change",()=>{this.quantity=Number(this.quantitySelect.value),this.step=-1,this.ends=[null,null],this.range=null,this.buildSteps(),this.refresh()}),this.buildSteps(),this.groups.onChoose=s=>{this.isolated=s,this.refresh()},this.groups.onHide=(s,r)=>{r?this.hidden.set(`${s.kind}:${s.name}`,s):this.hidden.delete(`${s.kind}:${s.name}`),this.refresh()},this.groups.onKind=()=>this.refresh(),this.panel.append(n,Z("h1",{title:e.name.slice(0,300)},Z("bdi",{},e.name.slice(0,300)||"Results")),Z("p",{class:"sub"},Z("bdi",{},[t("Site"),t("Period")].filter(Boolean).join(" \xB7 "))),this.results.length>1?this.resultSwitch():"",Z("label",{class:"field",for:"quantity"},"Show"),this.quantitySelect,this.stepField,this.figures,this.cellCard,Z("details",{open:!0},Z("summary",{},"Groups"),this.groups.element),this.sunPath?this.buildSun():"",this.buildSection(),this.buildLook(),this.buildFacts())}resultSwitch(){let e=this.results.map((n,s)=>[{kind:"one",result:s},n.record.name]);e.push([{kind:"beside"},"Side by side"]);for(let n=1;n<this.results.length;++n)if(Gw(this.results[0],this.results[n])){let s=this.results.length===2?"Difference":`Difference ${this.results[n].record.name}`;e.push([{kind:"difference",with:n},s])}let t=Z("div",{class:"switch",role:"group","aria-label":"Result"});return e.forEach(([n,s],r)=>{t.append(Z("button",{type:"button",title:s.slice(0,300),"aria-pressed":r===0?"true":"false",click:o=>{for(let a of t.children)a.setAttribute("aria-pressed",a===o.currentTarget?"true":"false");this.setMode(n)}},Z("bdi",{},s.slice(0,80))))}),t}setMode(e){this.mode=e,this.ends=[null,null],this.range=null,this.view.show(this.shownModels());for(let t of this.besideNames.splice(0))t.remove();if(e.kind==="beside"){let t=this.shownModels();t.forEach((n,s)=>{let r=Z("div",{class:"beside"},Z("bdi",{},this.results[n].record.name.slice(0,80)));r.style.left=`${100*(s+.5)/t.length}%`,this.besideNames.push(r),this.stage.append(r)})}this.refresh()}buildSteps(){let{steps:e,columns:t}=this.results[0].record,n=this.quantity===this.choices[0];if(e.length===0||!n){this.stepField.replaceChildren();return}let s="Whole period",r=Z("span",{},s),o=Z("input",{type:"range",min:0,max:e.length,step:1,value:this.step+1,"aria-label":`Part of the period, ${t[this.quantity].title}`}),a=c=>{o.value=String(c),this.step=c-1,r.textContent=c===0?s:e[c-1].title,o.setAttribute("aria-valuetext",r.textContent),this.ends=[null,null],this.range=null,this.refresh()};o.addEventListener("input",()=>a(Number(o.value)));let l=this.playButton("Play through the period",700,()=>{a(Number(o.value)>=e.length?1:Number(o.value)+1)});this.stepField.replaceChildren(Z("div",{class:"clock"},r),Z("div",{class:"row"},l,Z("div",{class:"grow"},o)))}playButton(e,t,n){let s="M8 5.500v13l11-6.500z",r=Z("button",{type:"button",class:"solid",title:e,"aria-label":e,"aria-pressed":"false"},bi(s));return r.addEventListener("click",()=>{let o=r.getAttribute("aria-pressed")==="true";this.stopPlaying(),o||(r.setAttribute("aria-pressed","true"),r.replaceChildren(bi("M8.500 6v12M15.500 6v12")),this.playing=window.setInterval(n,t),this.onStopPlaying=()=>{r.setAttribute("aria-pressed","false"),r.replaceChildren(bi(s))},n())}),r}stopPlaying(){window.clearInterval(this.playing),this.onStopPlaying(),this.onStopPlaying=()=>{}}buildSun(){let e=Z("input",{type:"range",min:1,max:365,value:this.day,"aria-label":"Date"}),t=Z("input",{type:"range",min:0,max:1435,step:5,value:this.minute,"aria-label":"Time of day"}),n=Z("input",{type:"checkbox"}),s=Z("p",{class:"quiet"}),r=this.playButton("Play through the day",120,()=>{let h=this.sunPath?.times(this.day)??{rise:0,set:1440},u=this.minute+10;this.minute=u>h.set||u<h.rise?Math.ceil(h.rise/5)*5:u,this.sunOn=!0,this.showSun()});n.addEventListener("change",()=>{this.sunOn=n.checked,n.checked||this.stopPlaying(),this.showSun()});let o=()=>{this.day=Number(e.value),this.minute=Number(t.value),this.sunOn=!0,this.showSun()};e.addEventListener("input",o),t.addEventListener("input",o),this.sunParts={day:e,time:t,text:s,on:n,play:r};let a=Z("b"),l=Z("b"),c=Z("details",{open:!0},Z("summary",{},"Sun and shadows"),Z("label",{},n,"Show at a moment"),Z("div",{class:"clock"},a,Z("span",{},"date")),e,Z("div",{class:"clock"},l,Z("span",{},"clock of the site, no summer time")),Z("div",{class:"row"},r,Z("div",{class:"grow"},t)),s);return this.updateSunText=()=>{a.textContent=tl(this.day),l.textContent=Uo(this.minute),e.setAttribute("aria-valuetext",a.textContent),t.setAttribute("aria-valuetext",l.textContent)},this.sunCard=c,this.showSun(),c}showSun(){if(!this.sunPath||!this.sunParts)return;let e=this.sunPath,t=this.sunParts;t.on.checked=this.sunOn,t.day.value=String(this.day),t.time.value=String(this.minute),this.updateSunText();let n=e.at(this.day,this.minute),s=e.times(this.day),r=n.altitude>-.27?`Sun ${n.altitude.toFixed(1)}\xB0 high, in the ${iu(n.azimuth)} (${n.azimuth.toFixed(0)}\xB0).`:"The sun is down.";t.text.textContent=s?`${r} Up from ${Uo(s.rise)} to ${Uo(s.set)}.`:r;for(let l of this.hours.splice(0))l.remove();if(!this.sunOn){this.sunWasOn=!1,this.view.setSun(null,[],[]),this.showPinned();return}let o=Array.from({length:145},(l,c)=>e.at(this.day,10*c)),a=Array.from({length:25},(l,c)=>({hour:c,sun:e.at(this.day,60*c)})).filter(l=>l.sun.altitude>0);for(let l of a)if(l.hour%3===0){let c=Z("div",{class:"hour"},`${l.hour}`);c.dataset.altitude=String(l.sun.altitude),c.dataset.azimuth=String(l.sun.azimuth),this.hours.push(c),this.stage.append(c)}if(this.view.setSun(n,o,a),!this.sunWasOn){let{azimuth:l,altitude:c}=this.view.bearing();this.view.look(l,c,this.view.domeBox(o))}this.sunWasOn=!0,this.followCamera(),this.showPinned()}setMoment(e,t){this.day=e,this.minute=t,this.sunOn=!0,this.sunCard?.setAttribute("open",""),this.showSun()}buildSection(){let e=Z("select",{"aria-label":"Section plane"},Z("option",{value:""},"Nothing"),Z("option",{value:"z"},"All above a height"),Z("option",{value:"y"},"All beyond a line across Y"),Z("option",{value:"x"},"All beyond a line across X")),t=Z("input",{type:"range",min:0,max:1,step:.002,value:.5,"aria-label":"Place of the section"}),n=Z("input",{type:"checkbox"}),s=Z("span"),r=Z("div",{hidden:!0},t,Z("div",{class:"clock"},Z("label",{},n,"the other half"),s)),o=()=>{if(this.isCut=e.value!=="",r.hidden=!this.isCut,this.isCut){this.section={axis:e.value,place:Number(t.value),flipped:n.checked};let a=this.view.sectionPlace(this.section);s.textContent=`${a.toFixed(1)} m`,t.setAttribute("aria-valuetext",s.textContent)}this.view.setSection(this.isCut?this.section:null)};for(let a of[e,t,n])a.addEventListener("input",o);return Z("details",{},Z("summary",{},"Cut off"),e,r)}buildLook(){let e=Z("select",{id:"around"},Z("option",{value:"solid"},"solid"),Z("option",{value:"lines"},"as lines"),Z("option",{value:"none"},"hidden"));e.addEventListener("change",()=>{for(let n of this.view.models)n.showSurroundings(e.value);this.view.draw()});let t=Z("select",{id:"steps"},Z("option",{value:0},"without steps"));for(let n of[5,6,8,10,12])t.append(Z("option",{value:n},`in ${n} steps`));return t.addEventListener("change",()=>{this.colorSteps=Number(t.value),this.paint()}),Z("details",{},Z("summary",{},"Appearance"),Z("label",{class:"field",for:"around"},"Surroundings"),e,Z("label",{class:"field",for:"steps"},"Colours"),t)}buildFacts(){let e=(n,s)=>[Z("dt",{},Z("kbd",{},n)),Z("dd",{},s)],t=Z("details",{},Z("summary",{},"About this study"));return this.results.forEach(n=>{let{record:s}=n;this.results.length>1&&t.append(Z("p",{class:"caption"},Z("bdi",{},s.name.slice(0,200)))),t.append(Z("dl",{},...s.facts.flatMap(([r,o])=>[Z("dt",{},r),Z("dd",{},Z("bdi",{},o))])),...s.warnings.map(r=>Z("p",{class:"warn"},r)),s.left_out&&Z("p",{class:"quiet"},`To keep the page small, ${s.left_out}.`))}),t.append(Z("p",{class:"caption"},"Keyboard"),Z("dl",{},...e("arrows","turn; with Shift move"),...e("+ \u2212","zoom"),...e("0","the whole model"),...e("F","fit to what is chosen"),...e("T N E S W","from above, from a side"),...e("P","perspective or parallel"),...e("Esc","let go of the cell, the group, the filter")),Z("details",{},Z("summary",{},"Licences"),Z("p",{class:"quiet"},"The script of this page holds these libraries:"),Z("pre",{},o0))),t}toolbar(){let e=(t,n,s,r=!1)=>Z("button",{type:"button",title:t,"aria-label":t,class:r?"wide":"",click:s},n);this.parallelButton=e("Parallel projection (P)",bi("M4 8l8-4 8 4v8l-8 4-8-4zM4 8l8 4 8-4M12 12v8"),()=>this.toggleParallel()),this.parallelButton.setAttribute("aria-pressed","false"),this.stage.append(Z("div",{id:"bar",role:"toolbar","aria-label":"View"},e("The whole model (0)",bi("M4 9V4h5M15 4h5v5M20 15v5h-5M9 20H4v-5"),()=>this.view.look(155,42)),e("Fit to what is chosen (F)",bi("M12 3v3M12 18v3M3 12h3M18 12h3M12 8.500a3.500 3.500 0 1 1 0 7 3.500 3.500 0 0 1 0-7z"),()=>this.fit()),Z("i",{class:"wide"}),e("From above (T)","Top",()=>this.view.look(180,90),!0),e("From the north (N)","N",()=>this.view.look(0,0),!0),e("From the east (E)","E",()=>this.view.look(90,0),!0),e("From the south (S)","S",()=>this.view.look(180,0),!0),e("From the west (W)","W",()=>this.view.look(270,0),!0),this.parallelButton,Z("i",{}),e("Save the picture as PNG",bi("M4 7h3l1.500-2h7L17 7h3v12H4zM12 9.500a3.500 3.500 0 1 1 0 7 3.500 3.500 0 0 1 0-7z"),()=>{this.savePicture()}),e("Save the cells in view as CSV",bi("M12 4v11M7.500 11l4.500 4.500 4.500-4.500M4.500 19.500h15"),()=>this.saveTable())))}toggleParallel(){this.view.setParallel(!this.view.isParallel),this.parallelButton.setAttribute("aria-pressed",String(this.view.isParallel))}fit(){let e=this.shownModels()[0],t=this.view.models[e],{azimuth:n,altitude:s}=this.view.bearing(),r=this.column,o=this.range,a=this.pinned&&!this.isolated&&!o&&!this.shown?this.pinned.sensor:null,l=t.boxOf(c=>{if(a!==null)return c===a;let h=r.at(c);return(!this.shown||this.shown[c]===1)&&(!o||h>=o[0]&&h<=o[1])});a!==null&&l.expandByScalar(6),this.view.look(n,s,l)}keyboard(){window.addEventListener("keydown",e=>{let t=e.target;if(e.ctrlKey||e.metaKey||e.altKey||/^(INPUT|SELECT|TEXTAREA)$/.test(t.tagName))return;if(e.key==="Escape"){this.range=null,this.isolated=null,this.pinned=null,this.groups.choose(null),this.refresh();return}let n=t===this.canvas||t===document.body,r={ArrowLeft:[-1,0],ArrowRight:[1,0],ArrowUp:[0,1],ArrowDown:[0,-1]}[e.key];if(r&&n){e.preventDefault(),e.shiftKey?this.view.pan(.06*r[0],.06*r[1]):this.view.orbit(-8*r[0],6*r[1]);return}let a={t:[180,90],n:[0,0],e:[90,0],s:[180,0],w:[270,0],0:[155,42],Home:[155,42]}[e.key.length===1?e.key.toLowerCase():e.key];a?this.view.look(a[0],a[1]):e.key==="+"||e.key==="="?this.view.zoom(.85):e.key==="-"?this.view.zoom(1/.85):e.key.toLowerCase()==="f"?this.fit():e.key.toLowerCase()==="p"&&this.toggleParallel()})}pointer(){let e=null,t=!1,n=null;this.canvas.addEventListener("pointermove",s=>{if(s.buttons!==0||s.pointerType==="touch"){this.hint.hidden=!0;return}e={x:s.offsetX,y:s.offsetY},t||(t=!0,requestAnimationFrame(()=>{t=!1,e&&this.showHint(e.x,e.y)}))}),this.canvas.addEventListener("pointerleave",()=>{e=null,this.hint.hidden=!0}),this.canvas.addEventListener("pointerdown",s=>{n={x:s.offsetX,y:s.offsetY}}),this.canvas.addEventListener("pointerup",s=>{n&&Math.hypot(s.offsetX-n.x,s.offsetY-n.y)<5&&(this.pinned=this.view.pick(s.offsetX,s.offsetY),this.cellCard.open=!0,this.showPinned(),this.pinned&&this.app.clientWidth<=760&&(this.app.classList.remove("low"),this.panel.scrollTop=0)),n=null}),this.canvas.addEventListener("dblclick",()=>this.fit())}describe(e){let{model:t,sensor:n}=e,s=t.result,r=t.column??this.column,o=[],a=Ts(s,"object",n),l=Ts(s,"material",n);(a||l)&&o.push([a,l].filter(Boolean).map(h=>h.slice(0,120)).join(" \xB7 ")),o.push([this.orientation(s,n),this.areaText(s,n)].filter(Boolean).join(", "));let c=this.peakText(s,n);return c&&o.push(c),{value:r.text(r.at(n)),unit:Ei(r.unit),lines:o}}orientation(e,t){let[n,s,r]=rl(Br(e.cells,t)),o=Math.acos(Math.min(Math.max(r,-1),1))*180/Math.PI;if(o<1)return"level, faces up";if(o>179)return"level, faces down";let a=Math.atan2(n,s)*180/Math.PI-e.record.north;return`faces ${iu(a)}, tilt ${o.toFixed(0)}\xB0`}areaText(e,t){return e.cells.hasAreas?`${xn(e.cells.area[t],2)} m\xB2`:""}peakText(e,t){let n=e.columnNamed("peak"),s=e.columnNamed("peak_hour");if(!n||!Number.isFinite(n.at(t)))return"";let r=s&&s.at(t)>0?` on ${nu(s.at(t))}`:"";return`peak ${n.text(n.at(t))} ${Ei(n.unit)}${r}`}showHint(e,t){let n=this.view.pick(e,t);if(this.hint.hidden=n===null,!n)return;let{value:s,unit:r,lines:o}=this.describe(n);this.hint.replaceChildren(Z("b",{},s),` ${r}`,...o.map(u=>Z("span",{},Z("bdi",{},u))));let{clientWidth:a,clientHeight:l}=this.stage,c=this.hint.offsetWidth,h=this.hint.offsetHeight;this.hint.style.left=`${e+16+c>a?e-c-12:e+16}px`,this.hint.style.top=`${Math.min(Math.max(t+14,4),l-h-4)}px`}showPinned(){for(let u of this.view.models)u.mark(this.pinned&&this.pinned.model===u?this.pinned.sensor:null);if(this.cellCard.hidden=this.pinned===null,this.followCamera(),this.view.draw(),!this.pinned)return;let{model:e,sensor:t}=this.pinned,n=e.result,{value:s,unit:r}=this.describe(this.pinned);this.said.textContent=`${s} ${r}`;let o=[];n.record.columns.forEach((u,d)=>{if(u.unit!=="hour of year"){let f=n.column("column",d);o.push([u.title,`${f.text(f.at(t))} ${Ei(u.unit)}`])}});let a=Ts(n,"object",t),l=Ts(n,"material",t);a&&o.push(["Object",a.slice(0,300)]),l&&o.push(["Material",l.slice(0,300)]),o.push(["Orientation",this.orientation(n,t)]),n.cells.hasAreas&&o.push(["Area",this.areaText(n,t)]),o.push(["Number",`${t}, as in sensors.csv`]);let c=n.columnNamed("peak_hour"),h=c?c.at(t):NaN;this.cellPlace.replaceChildren(Z("div",{class:"value"},s," ",Z("small",{},r)),this.sunOn?Z("p",{class:"quiet"},`${this.view.isLit(e,t)?"In the sun":"Without sun"} on ${tl(this.day)} at ${Uo(this.minute)}.`):"",Z("dl",{},...o.flatMap(([u,d])=>[Z("dt",{},u),Z("dd",{},Z("bdi",{},d))]))),h>0&&this.cellPlace.append(Z("p",{class:"quiet"},`Peak on ${nu(h)}.`),this.sunPath?Z("button",{type:"button",class:"solid",click:()=>this.setMoment(Math.floor((h-1)/24)+1,(h-1)%24*60+30)},"Show the sun of the peak"):""),this.chartSteps(n,t),this.chartHours(n,t,a)}chartSteps(e,t){let{steps:n}=e.record;if(n.length<2)return;let s=n.map((l,c)=>e.column("step",c).at(t)),r=Ei(n[0].unit),o=Z("div");this.cellPlace.append(Z("p",{class:"caption"},`Through the period, ${r}`),o);let a=n.map(l=>{let c=Gp.find(h=>l.title.includes(h));return c?c.slice(0,1):l.title.slice(0,3)});su(o,s,{names:a,unit:r,width:this.chartWidth(),bars:!0,label:"Through the period"})}chartWidth(){return Math.max(this.panel.clientWidth-40,200)}chartHours(e,t,n){let s=e.series.find(l=>l.sensor===t)??e.series.find(l=>l.sensor===null&&n!==""&&l.label===n);if(!s)return;let r=s.sensor===null?"of the object":"of the cell",o=Z("canvas",{class:"carpet",role:"img","aria-label":`Radiation of each hour of the year ${r}`}),a=Z("div");this.cellPlace.append(Z("p",{class:"caption"},`Every hour of the year ${r}: hours upwards, months across`),o,Z("p",{class:"caption"},"Mean day, W/m\xB2"),a),Wp(o,s.hours),su(a,Xp(s.hours),{unit:"W/m\xB2",width:this.chartWidth(),bars:!1,label:"Mean day"})}followCamera(){let{azimuth:e,altitude:t}=this.view.bearing(),n=this.view.height,s=this.canvas.clientHeight||1,r=10**Math.floor(Math.log10(n*120/s));for(let c of[5,2])if(r*c*s/n<=130){r*=c;break}let o=Z("div",{class:"length"},Z("span",{},r>=1e3?`${r/1e3} km`:`${Number(r.toPrecision(2))} m`));o.style.width=`${r*s/n}px`,this.scale.replaceChildren(Ww(e,t),o);let a=this.pinned,l=a&&(a.model===this.view.models[this.shownModels()[0]]||this.mode.kind==="beside")?this.view.cellOnScreen(a.model,a.sensor):null;this.pin.hidden=l===null,l&&(this.pin.style.left=`${l.x}px`,this.pin.style.top=`${l.y}px`);for(let c of this.hours){let h={azimuth:Number(c.dataset.azimuth),altitude:Number(c.dataset.altitude)},u=this.view.onDome(h);c.hidden=u===null,u&&(c.style.left=`${u.x}px`,c.style.top=`${u.y}px`)}}async savePicture(){Mh(`${a0(this.first.record.name)}.png`,await this.picture())}picture(){let e=this.view.snapshot(),t=e.width/Math.max(this.canvas.clientWidth,1),n=document.createElement("canvas");n.width=e.width,n.height=e.height;let s=n.getContext("2d");if(!s)return Promise.reject(new Error("no canvas"));let o=getComputedStyle(document.documentElement).getPropertyValue("--ink");s.drawImage(e,0,0),s.scale(t,t);let a=n.width/t,l=n.height/t,c=this.column,[h,u]=this.commonEnds(c),d={lowest:this.ends[0]??h,highest:this.ends[1]??u,steps:this.colorSteps,scheme:this.scheme},f=ru(this.first.cells,c,d.lowest,d.highest,js.bins,this.shown),g=(y,T,S,R,A=!1)=>{s.fillStyle=o,s.textAlign="left",s.textBaseline="alphabetic",s.font=`${A?"600 ":""}${R}px system-ui, sans-serif`,s.fillText(y,T,S,a-T-12)},{record:v}=this.first,p=y=>v.facts.find(T=>T[0]===y)?.[1]??"";g(v.name.slice(0,120),18,32,20,!0),g(`${c.title}, ${Ei(c.unit)}`,18,54,14),g([p("Site"),p("Period"),`${p("Method")} method`,p("Version")].filter(Boolean).join(" \xB7 "),18,l-14,11.5),s.save(),s.translate(a-160,24);let m=Math.min(240,l-80);return du(s,this.legendContent(c,d,f),144,m,!0),s.restore(),new Promise((y,T)=>{n.toBlob(S=>S?y(S):T(new Error("the picture is too large")),"image/png")})}saveTable(){Mh(`${a0(this.first.record.name)}.csv`,new Blob([this.table()],{type:"text/csv"}))}table(){let e=this.first,{cells:t,record:n}=e,s=this.column,r=n.columns.map((l,c)=>e.column("column",c));r.includes(s)||r.push(s);let o=["sensor","x [m]","y [m]","z [m]","object","material","faces"];t.hasAreas&&o.push("area [m2]"),o.push(...r.map(l=>nl(`${l===s&&!n.columns.some(c=>c.title===l.title)?l.title:l.name} [${l.unit}]`)));let a=[o.join(",")];for(let l=0;l<t.count;++l){let c=s.at(l);if(this.shown&&this.shown[l]===0||this.range&&!(c>=this.range[0]&&c<=this.range[1]))continue;let h=Br(t,l),u=[0,1,2].map(f=>n.origin[f]+h.reduce((g,v)=>g+v[f],0)/h.length),d=[String(l),...u.map(f=>f.toFixed(3)),nl(Ts(e,"object",l)),nl(Ts(e,"material",l)),Ts(e,"side",l)];t.hasAreas&&d.push(t.area[l].toPrecision(4)),d.push(...r.map(f=>Number.isFinite(f.at(l))?f.text(f.at(l)):"")),a.push(d.join(","))}return`${a.join(`
+`)}
+`}get model(){return this.view.models[this.shownModels()[0]]}};function a0(i){return i.replace(/[^\p{L}\p{N}._-]+/gu,"-").slice(0,60)||"results"}function Ww(i,e){let t="http://www.w3.org/2000/svg",n=document.createElementNS(t,"svg");n.setAttribute("viewBox","0 0 46 46");let s=Math.max(Math.abs(Math.sin(e*Math.PI/180)),.12),r=(180-i)*Math.PI/180,o=(d,f)=>[23+f*Math.sin(r+d),23-s*f*Math.cos(r+d)],a=(d,f)=>{let g=document.createElementNS(t,"path");g.setAttribute("d",`M${d.map(v=>v.map(p=>p.toFixed(1)).join(" ")).join("L")}Z`),g.setAttribute("fill",f),g.setAttribute("stroke","none"),n.append(g)},l=document.createElementNS(t,"ellipse");l.setAttribute("cx","23"),l.setAttribute("cy","23"),l.setAttribute("rx","16"),l.setAttribute("ry",(16*s).toFixed(1)),l.setAttribute("stroke","var(--soft)"),n.append(l),a([o(0,14),o(2.5,6),o(Math.PI,2),o(-2.5,6)],"var(--accent)");let c=document.createElementNS(t,"text"),[h,u]=o(0,22.5);return c.setAttribute("x",h.toFixed(1)),c.setAttribute("y",(s<.3?u-6*Math.sign(Math.cos(r)||1):u).toFixed(1)),c.textContent="N",n.append(c),n}async function Xw(){let i=Array.from(document.querySelectorAll("script.result"),s=>s.id),e=new Bo(await window.insolateUnpack(i[0]));document.head.append(Z("style",{},ff+df)),document.documentElement.classList.add("live");let t=new dh(document.body);t.begin(e),window.insolateReady=performance.now();let n=await Promise.all(i.slice(1).map(window.insolateUnpack));t.complete(n.map(s=>new Bo(s))),window.insolatePage=t}Xw().catch(i=>{throw document.documentElement.classList.remove("live"),document.getElementById("app")?.remove(),window.insolateRefuse(`The page cannot be shown (${i instanceof Error?i.message:String(i)}). The picture below shows the results as they are.`),i});})();

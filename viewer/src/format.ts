@@ -1,0 +1,63 @@
+/// Numbers and dates as people read them.
+
+const months = [
+  "January", "February", "March", "April", "May", "June",
+  "July", "August", "September", "October", "November", "December",
+];
+const lengths = [31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31];
+
+/// "21 June" of a day of the year, 1..365.
+export function dayText(day: number, short = false): string {
+  let rest = day - 1;
+  let month = 0;
+  while (month < 11 && rest >= lengths[month]) {
+    rest -= lengths[month++];
+  }
+  return `${rest + 1} ${short ? months[month].slice(0, 3) : months[month]}`;
+}
+
+/// First days of the months, 1..365.
+export const monthStarts = lengths.map((_, i) => 1 + lengths.slice(0, i).reduce((a, b) => a + b, 0));
+export const monthNames = months;
+
+/// "14:05" of a minute of the day.
+export function timeText(minute: number): string {
+  const whole = Math.round(minute);
+  const hours = Math.floor(whole / 60);
+  return `${hours}:${String(whole - 60 * hours).padStart(2, "0")}`;
+}
+
+/// "28 June, 12:00 to 13:00" of an hour of the year, 1..8,760, counted by its end.
+export function hourOfYearText(hour: number): string {
+  const start = (hour - 1) % 24;
+  return `${dayText(Math.floor((hour - 1) / 24) + 1)}, ${start}:00 to ${start + 1}:00`;
+}
+
+/// Four significant digits, thousands apart: "10,515", "0.5526".
+export function numberText(value: number, digits = 4): string {
+  if (!Number.isFinite(value)) {
+    return "–";
+  }
+  const size = Math.abs(value);
+  const decimals = size === 0 ? 0 : Math.max(0, digits - 1 - Math.floor(Math.log10(size)));
+  const text = Math.abs(value).toFixed(Math.min(decimals, 8));
+  const [whole, part] = text.split(".");
+  const grouped = whole.replace(/\B(?=(\d{3})+$)/g, ",");
+  return (value < 0 ? "−" : "") + grouped + (part ? `.${part}` : "");
+}
+
+/// "kWh/m²".
+export function unitText(unit: string): string {
+  return unit.replace("m2", "m²").replace("hour of year", "");
+}
+
+export function bearingText(azimuth: number): string {
+  const names = ["north", "north-east", "east", "south-east", "south", "south-west", "west", "north-west"];
+  return names[Math.round((((azimuth % 360) + 360) % 360) / 45) % 8];
+}
+
+/// A field of a table that no spreadsheet takes for a formula.
+export function csvField(text: string): string {
+  const safe = /^[=+\-@\t\r]/.test(text) && !/^-?[\d.]/.test(text) ? `'${text}` : text;
+  return /[",\n\r]/.test(safe) ? `"${safe.replace(/"/g, '""')}"` : safe;
+}

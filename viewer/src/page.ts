@@ -1,0 +1,1226 @@
+/// The page: its state, its controls, and what happens when one is used.
+import { drawCarpet, chart, meanDay } from "./charts";
+import type { Scale } from "./colors";
+import { h, icon, download } from "./dom";
+import * as text from "./format";
+import { type GroupKey, groupName, groupNumbers, GroupTable } from "./groups";
+import { areaWithin, endsOf, histogram, sumsBy } from "./histogram";
+import { drawLegend, Legend, type LegendContent } from "./legend";
+import { Column, cornersOf, normalOf, type Result } from "./packing";
+import { SunPath } from "./sun";
+import { colorTexture, type Hit, type ModelView, type Section, type Theme, View } from "./view";
+import licences from "../dist/licences.txt";
+
+const light: Theme = {
+  background: "#f3f2ee", bright: "#f1efea", dim: "#b9b7b1", muted: "#dcdad4", missing: "#9e9e9e",
+  line: "#23262b", lineOpacity: 0.3, cellLine: "#ffffff",
+};
+const dark: Theme = {
+  background: "#15171b", bright: "#4a4e56", dim: "#23262b", muted: "#30343b", missing: "#6e6e6e",
+  line: "#dadde3", lineOpacity: 0.24, cellLine: "#101010",
+};
+
+/// What is compared with what: a result, two beside each other, or the second less the first.
+type Mode = { kind: "one"; result: number } | { kind: "beside" } | { kind: "difference"; with: number };
+
+export function differenceOf(first: Column, second: Column): Column {
+  const step = Math.max(first.step, second.step);
+  const count = first.levels.length;
+  const values = new Float64Array(count);
+  let lowest = Infinity;
+  let highest = -Infinity;
+  for (let i = 0; i < count; ++i) {
+    values[i] = second.at(i) - first.at(i);
+    if (Number.isFinite(values[i])) {
+      lowest = Math.min(lowest, values[i]);
+      highest = Math.max(highest, values[i]);
+    }
+  }
+  let fine = step;
+  while ((highest - lowest) / fine > 65000) {
+    fine *= 10;
+  }
+  const offset = Number.isFinite(lowest) ? Math.round(lowest / fine) : 0;
+  const levels = new Uint16Array(count);
+  for (let i = 0; i < count; ++i) {
+    levels[i] = Number.isFinite(values[i]) ? Math.round(values[i] / fine) - offset : 0xffff;
+  }
+  const decimals = Math.min(first.decimals, second.decimals) - Math.round(Math.log10(fine / step));
+  return new Column(first.name, `${first.title}, difference`, first.unit, fine, offset, decimals, levels);
+}
+
+/// Whether two results are of the same cells.
+export function sameCells(a: Result, b: Result): boolean {
+  const equal = (x: Uint8Array, y: Uint8Array): boolean =>
+    x.length === y.length && x.every((byte, i) => byte === y[i]);
+  return (
+    a.cells.count === b.cells.count &&
+    equal(a.array("blocks"), b.array("blocks")) &&
+    [0, 1, 2].every((k) => Math.abs(a.record.origin[k] - b.record.origin[k]) < 2 * a.record.step)
+  );
+}
+
+export class Page {
+  readonly view: View;
+  readonly results: Result[] = [];
+  readonly legend = new Legend();
+  private readonly app: HTMLElement;
+  private readonly panel = h("aside", { id: "panel", "aria-label": "Results" });
+  private readonly stage = h("main", { id: "stage" });
+  private readonly canvas = h("canvas", {
+    class: "model",
+    tabindex: 0,
+    role: "application",
+    "aria-label":
+      "The model in 3-D. Arrow keys turn it, with Shift they move it, plus and minus zoom, 0 shows all of it.",
+  });
+  private readonly hint = h("div", { id: "hint", hidden: true });
+  private readonly pin = h("div", { id: "pin", hidden: true });
+  private readonly scale = h("div", { id: "scale", "aria-hidden": "true" });
+  private readonly hours: HTMLElement[] = [];
+  private readonly besideNames: HTMLElement[] = [];
+  private readonly said = h("p", { class: "hidden", "aria-live": "polite" });
+
+  private mode: Mode = { kind: "one", result: 0 };
+  private quantity = 0;
+  private step = -1;
+  private ends: [number | null, number | null] = [null, null];
+  private colorSteps = 0;
+  private range: [number, number] | null = null;
+  private readonly hidden = new Map<string, GroupKey>();
+  private isolated: GroupKey | null = null;
+  private shown: Uint8Array | null = null;
+  private pinned: Hit | null = null;
+  private section: Section = { axis: "z", place: 0.5, flipped: false };
+  private isCut = false;
+  private sunOn = false;
+  private sunWasOn = false;
+  private day = 172;
+  private minute = 12 * 60;
+  private sunPath: SunPath | null = null;
+  private playing = 0;
+  private groups!: GroupTable;
+  private readonly figures = h("div", { class: "figures" });
+  private readonly quantitySelect = h("select", { id: "quantity" });
+  private readonly stepField = h("div");
+  private readonly cellPlace = h("div");
+  private readonly cellCard = h("details", { hidden: true }, h("summary", {}, "Cell"), this.cellPlace);
+  private sunCard: HTMLElement | null = null;
+  private sunParts: { day: HTMLInputElement; time: HTMLInputElement; text: HTMLElement; on: HTMLInputElement; play: HTMLButtonElement } | null = null;
+  private parallelButton!: HTMLButtonElement;
+
+  constructor(place: HTMLElement) {
+    this.stage.append(this.canvas, this.scale, this.pin, this.hint, this.said);
+    this.app = h("div", { id: "app" }, this.panel, this.stage);
+    place.append(this.app);
+    this.view = new View(this.canvas);
+    const dim = window.matchMedia("(prefers-color-scheme: dark)");
+    const setTheme = (): void => {
+      this.view.setTheme(dim.matches ? dark : light);
+      this.legend.draw();
+    };
+    dim.addEventListener("change", setTheme);
+    setTheme();
+  }
+
+  /// Shows the first result as soon as it is there; the rest of the page follows.
+  begin(first: Result): void {
+    this.results.push(first);
+    this.view.add(first);
+    this.view.onCamera = () => this.followCamera();
+    this.stage.append(this.legend.element);
+    this.paint();
+    this.view.resize();
+    this.view.look(155, 42);
+    this.view.drawNow();
+  }
+
+  /// The controls, once all results are there.
+  complete(rest: Result[]): void {
+    for (const result of rest) {
+      this.results.push(result);
+      this.view.add(result);
+    }
+    const first = this.results[0];
+    const { record } = first;
+    document.title = `${record.name} – solar radiation`;
+    if (record.site) {
+      this.sunPath = new SunPath(record.site, first.floats("sunDeclination"), first.floats("sunEquation"));
+    }
+    this.groups = new GroupTable(first.hasObjects && record.names.length > 0);
+    this.build();
+    this.toolbar();
+    this.keyboard();
+    this.pointer();
+    new ResizeObserver(() => {
+      this.view.resize();
+      this.legend.draw();
+    }).observe(this.stage);
+    this.legend.onEnds = (low, high) => {
+      this.ends = [low, high];
+      this.paint();
+    };
+    this.legend.onRange = (range) => {
+      this.range = range;
+      this.paint();
+    };
+    this.refresh();
+    this.view.resize();
+    this.followCamera();
+  }
+
+  // What is shown
+
+  private get first(): Result {
+    return this.results[this.mode.kind === "one" ? this.mode.result : 0];
+  }
+
+  /// The columns that a reader chooses from: the hour of the peak belongs to the peak.
+  private get choices(): number[] {
+    const { columns } = this.results[0].record;
+    return columns.map((_, i) => i).filter((i) => columns[i].unit !== "hour of year");
+  }
+
+  private columnOf(result: Result): Column | null {
+    if (this.step >= 0) {
+      return this.step < result.record.steps.length ? result.column("step", this.step) : null;
+    }
+    return result.columnNamed(this.results[0].record.columns[this.quantity].name);
+  }
+
+  /// What the model on the left, or the only one, shows.
+  get column(): Column {
+    const own = this.columnOf(this.first);
+    if (!own) {
+      throw new Error("the result has no such column");
+    }
+    if (this.mode.kind === "difference") {
+      const other = this.columnOf(this.results[this.mode.with]);
+      return other ? differenceOf(own, other) : own;
+    }
+    return own;
+  }
+
+  private get scheme(): Scale["scheme"] {
+    return this.mode.kind === "difference" ? "diverging" : "sequential";
+  }
+
+  /// Of all results and steps that are shown together.
+  private commonEnds(column: Column): [number, number] {
+    if (this.mode.kind === "difference") {
+      const [low, high] = endsOf(this.first.cells, column);
+      const most = Math.max(Math.abs(low), Math.abs(high)) || 1;
+      return [-most, most];
+    }
+    const columns: [Result, Column][] =
+      this.step >= 0
+        ? this.results[0].record.steps.map((_, i) => [this.results[0], this.results[0].column("step", i)])
+        : [];
+    for (const result of this.results) {
+      const own = this.columnOf(result);
+      if (own) {
+        columns.push([result, own]);
+      }
+    }
+    const all = columns.map(([result, own]) => endsOf(result.cells, own));
+    const low = Math.min(...all.map((ends) => ends[0]));
+    const high = Math.max(...all.map((ends) => ends[1]));
+    return high > low ? [low, high] : [low - 0.5, low + 0.5];
+  }
+
+  /// Colours and legend; the groups stay as they are.
+  private paint(): void {
+    const column = this.column;
+    const [low, high] = this.commonEnds(column);
+    const scale: Scale = {
+      lowest: this.ends[0] ?? low,
+      highest: this.ends[1] ?? high,
+      steps: this.colorSteps,
+      scheme: this.scheme,
+    };
+    const colors = colorTexture(this.scheme);
+    const models = this.shownModels();
+    models.forEach((number) => {
+      const model = this.view.models[number];
+      const own = this.mode.kind === "difference" ? column : this.columnOf(this.results[number]);
+      if (own && model.column !== own) {
+        model.showColumn(own);
+      }
+      model.paint(scale, colors, this.range);
+    });
+    const areas = histogram(this.first.cells, column, scale.lowest, scale.highest, Legend.bins, this.shown);
+    this.legend.show(this.legendContent(column, scale, areas));
+    this.view.draw();
+  }
+
+  private legendContent(column: Column, scale: Scale, areas: LegendContent["histogram"]): LegendContent {
+    return {
+      title: column.title,
+      unit: text.unitText(column.unit),
+      scale,
+      step: column.step,
+      histogram: areas,
+      range: this.range,
+      filterText: this.filterText(column),
+    };
+  }
+
+  private filterText(column: Column): string {
+    if (!this.range) {
+      return "";
+    }
+    const [from, to] = this.range;
+    const { cells } = this.first;
+    const within = areaWithin(cells, column, from, to, this.shown);
+    const unit = text.unitText(column.unit);
+    const much = cells.hasAreas ? `${text.numberText(within.area, 4)} m²` : `${within.cells} points`;
+    const end = (value: number): string => text.numberText(value, 3);
+    if (to === Infinity) {
+      return `${much} above ${end(from)} ${unit}`;
+    }
+    if (from === -Infinity) {
+      return `${much} below ${end(to)} ${unit}`;
+    }
+    return `${much} between ${end(from)} and ${end(to)} ${unit}`;
+  }
+
+  private shownModels(): number[] {
+    if (this.mode.kind === "beside") {
+      return this.results.map((_, i) => i).slice(0, 4);
+    }
+    return [this.mode.kind === "one" ? this.mode.result : 0];
+  }
+
+  private isHiddenKey(key: GroupKey): boolean {
+    return this.hidden.has(`${key.kind}:${key.name}`);
+  }
+
+  /// Which cells are hidden or muted, then everything that depends on it.
+  private refresh(): void {
+    this.view.models.forEach((model, number) => {
+      const result = this.results[number];
+      const state = new Uint8Array(result.cells.count);
+      const mark = (key: GroupKey, value: number, others: boolean): void => {
+        const { names, of } = groupNumbers(result, key.kind);
+        const wanted = names.map((name) => name === key.name);
+        for (let i = 0; i < state.length; ++i) {
+          if (wanted[of[i]] !== others) {
+            state[i] |= value;
+          }
+        }
+      };
+      for (const key of this.hidden.values()) {
+        mark(key, 1, false);
+      }
+      if (this.isolated) {
+        mark(this.isolated, 2, true);
+      }
+      model.setStates(
+        state,
+        (object, material) =>
+          this.isHiddenKey({ kind: "object", name: result.name(object) }) ||
+          this.isHiddenKey({ kind: "material", name: result.name(material) }),
+      );
+      if (result === this.first) {
+        const any = this.hidden.size > 0 || this.isolated !== null;
+        this.shown = any ? state.map((value) => (value === 0 ? 1 : 0)) : null;
+      }
+    });
+    this.paint();
+    const column = this.column;
+    this.groups.show(this.first, column, (key) => this.isHiddenKey(key));
+    this.showFigures(column);
+    this.showPinned();
+  }
+
+  private showFigures(column: Column): void {
+    const { cells } = this.first;
+    const [sums] = sumsBy(cells, column, null, 1, this.shown);
+    const unit = text.unitText(column.unit);
+    const figure = (value: string, label: string): HTMLElement => h("div", {}, h("b", {}, value), h("span", {}, label));
+    this.figures.replaceChildren(
+      figure(text.numberText(sums.mean), `mean, ${unit}`),
+      figure(text.numberText(sums.area, 5).replace(/\.\d+$/, ""), cells.hasAreas ? "m²" : "points"),
+      column.unit === "kWh/m2" && cells.hasAreas
+        ? figure(text.numberText(sums.whole / 1000), "MWh in all")
+        : figure(`${text.numberText(sums.lowest, 3)}–${text.numberText(sums.highest, 3)}`, "range"),
+    );
+  }
+
+  // The panel
+
+  private build(): void {
+    const { record } = this.results[0];
+    const fact = (label: string): string => record.facts.find((pair) => pair[0] === label)?.[1] ?? "";
+    const grip = h("button", {
+      id: "grip",
+      type: "button",
+      "aria-label": "Make the panel smaller or larger",
+      click: () => {
+        this.app.classList.toggle("low");
+      },
+    });
+    for (const number of this.choices) {
+      this.quantitySelect.append(h("option", { value: number }, record.columns[number].title));
+    }
+    this.quantitySelect.addEventListener("change", () => {
+      this.quantity = Number(this.quantitySelect.value);
+      this.step = -1;
+      this.ends = [null, null];
+      this.range = null;
+      this.buildSteps();
+      this.refresh();
+    });
+    this.buildSteps();
+    this.groups.onChoose = (key) => {
+      this.isolated = key;
+      this.refresh();
+    };
+    this.groups.onHide = (key, hidden) => {
+      if (hidden) {
+        this.hidden.set(`${key.kind}:${key.name}`, key);
+      } else {
+        this.hidden.delete(`${key.kind}:${key.name}`);
+      }
+      this.refresh();
+    };
+    this.groups.onKind = () => this.refresh();
+    this.panel.append(
+      grip,
+      h("h1", { title: record.name.slice(0, 300) }, h("bdi", {}, record.name.slice(0, 300) || "Results")),
+      h("p", { class: "sub" }, h("bdi", {}, [fact("Site"), fact("Period")].filter(Boolean).join(" · "))),
+      this.results.length > 1 ? this.resultSwitch() : "",
+      h("label", { class: "field", for: "quantity" }, "Show"),
+      this.quantitySelect,
+      this.stepField,
+      this.figures,
+      this.cellCard,
+      h("details", { open: true }, h("summary", {}, "Groups"), this.groups.element),
+      this.sunPath ? this.buildSun() : "",
+      this.buildSection(),
+      this.buildLook(),
+      this.buildFacts(),
+    );
+  }
+
+  private resultSwitch(): HTMLElement {
+    const modes: [Mode, string][] = this.results.map((result, i) => [{ kind: "one", result: i }, result.record.name]);
+    modes.push([{ kind: "beside" }, "Side by side"]);
+    for (let i = 1; i < this.results.length; ++i) {
+      if (sameCells(this.results[0], this.results[i])) {
+        const label = this.results.length === 2 ? "Difference" : `Difference ${this.results[i].record.name}`;
+        modes.push([{ kind: "difference", with: i }, label]);
+      }
+    }
+    const group = h("div", { class: "switch", role: "group", "aria-label": "Result" });
+    modes.forEach(([mode, label], i) => {
+      group.append(
+        h(
+          "button",
+          {
+            type: "button",
+            title: label.slice(0, 300),
+            "aria-pressed": i === 0 ? "true" : "false",
+            click: (event: MouseEvent) => {
+              for (const button of group.children) {
+                button.setAttribute("aria-pressed", button === event.currentTarget ? "true" : "false");
+              }
+              this.setMode(mode);
+            },
+          },
+          h("bdi", {}, label.slice(0, 80)),
+        ),
+      );
+    });
+    return group;
+  }
+
+  private setMode(mode: Mode): void {
+    this.mode = mode;
+    this.ends = [null, null];
+    this.range = null;
+    this.view.show(this.shownModels());
+    for (const label of this.besideNames.splice(0)) {
+      label.remove();
+    }
+    if (mode.kind === "beside") {
+      const shown = this.shownModels();
+      shown.forEach((number, i) => {
+        const label = h("div", { class: "beside" }, h("bdi", {}, this.results[number].record.name.slice(0, 80)));
+        label.style.left = `${(100 * (i + 0.5)) / shown.length}%`;
+        this.besideNames.push(label);
+        this.stage.append(label);
+      });
+    }
+    this.refresh();
+  }
+
+  /// The slider through the steps of the period, where there are any.
+  private buildSteps(): void {
+    const { steps, columns } = this.results[0].record;
+    const isFirst = this.quantity === this.choices[0];
+    if (steps.length === 0 || !isFirst) {
+      this.stepField.replaceChildren();
+      return;
+    }
+    const whole = "Whole period";
+    const name = h("span", {}, whole);
+    const slider = h("input", {
+      type: "range",
+      min: 0,
+      max: steps.length,
+      step: 1,
+      value: this.step + 1,
+      "aria-label": `Part of the period, ${columns[this.quantity].title}`,
+    });
+    const go = (value: number): void => {
+      slider.value = String(value);
+      this.step = value - 1;
+      name.textContent = value === 0 ? whole : steps[value - 1].title;
+      slider.setAttribute("aria-valuetext", name.textContent);
+      this.ends = [null, null];
+      this.range = null;
+      this.refresh();
+    };
+    slider.addEventListener("input", () => go(Number(slider.value)));
+    const play = this.playButton("Play through the period", 700, () => {
+      go(Number(slider.value) >= steps.length ? 1 : Number(slider.value) + 1);
+    });
+    this.stepField.replaceChildren(
+      h("div", { class: "clock" }, name),
+      h("div", { class: "row" }, play, h("div", { class: "grow" }, slider)),
+    );
+  }
+
+  private playButton(label: string, pause: number, go: () => void): HTMLButtonElement {
+    const start = "M8 5.500v13l11-6.500z";
+    const button = h("button", { type: "button", class: "solid", title: label, "aria-label": label, "aria-pressed": "false" }, icon(start));
+    button.addEventListener("click", () => {
+      const wasPlaying = button.getAttribute("aria-pressed") === "true";
+      this.stopPlaying();
+      if (!wasPlaying) {
+        button.setAttribute("aria-pressed", "true");
+        button.replaceChildren(icon("M8.500 6v12M15.500 6v12"));
+        this.playing = window.setInterval(go, pause);
+        this.onStopPlaying = () => {
+          button.setAttribute("aria-pressed", "false");
+          button.replaceChildren(icon(start));
+        };
+        go();
+      }
+    });
+    return button;
+  }
+  private onStopPlaying: () => void = () => undefined;
+  private stopPlaying(): void {
+    window.clearInterval(this.playing);
+    this.onStopPlaying();
+    this.onStopPlaying = () => undefined;
+  }
+
+  private buildSun(): HTMLElement {
+    const day = h("input", { type: "range", min: 1, max: 365, value: this.day, "aria-label": "Date" });
+    const time = h("input", { type: "range", min: 0, max: 1435, step: 5, value: this.minute, "aria-label": "Time of day" });
+    const on = h("input", { type: "checkbox" });
+    const words = h("p", { class: "quiet" });
+    const play = this.playButton("Play through the day", 120, () => {
+      const times = this.sunPath?.times(this.day) ?? { rise: 0, set: 1440 };
+      const next = this.minute + 10;
+      this.minute = next > times.set || next < times.rise ? Math.ceil(times.rise / 5) * 5 : next;
+      this.sunOn = true;
+      this.showSun();
+    });
+    on.addEventListener("change", () => {
+      this.sunOn = on.checked;
+      if (!on.checked) {
+        this.stopPlaying();
+      }
+      this.showSun();
+    });
+    const move = (): void => {
+      this.day = Number(day.value);
+      this.minute = Number(time.value);
+      this.sunOn = true;
+      this.showSun();
+    };
+    day.addEventListener("input", move);
+    time.addEventListener("input", move);
+    this.sunParts = { day, time, text: words, on, play };
+    const dayText = h("b");
+    const timeText = h("b");
+    const card = h(
+      "details",
+      { open: true },
+      h("summary", {}, "Sun and shadows"),
+      h("label", {}, on, "Show at a moment"),
+      h("div", { class: "clock" }, dayText, h("span", {}, "date")),
+      day,
+      h("div", { class: "clock" }, timeText, h("span", {}, "clock of the site, no summer time")),
+      h("div", { class: "row" }, play, h("div", { class: "grow" }, time)),
+      words,
+    );
+    this.updateSunText = () => {
+      dayText.textContent = text.dayText(this.day);
+      timeText.textContent = text.timeText(this.minute);
+      day.setAttribute("aria-valuetext", dayText.textContent);
+      time.setAttribute("aria-valuetext", timeText.textContent);
+    };
+    this.sunCard = card;
+    this.showSun();
+    return card;
+  }
+  private updateSunText: () => void = () => undefined;
+
+  private showSun(): void {
+    if (!this.sunPath || !this.sunParts) {
+      return;
+    }
+    const path = this.sunPath;
+    const parts = this.sunParts;
+    parts.on.checked = this.sunOn;
+    parts.day.value = String(this.day);
+    parts.time.value = String(this.minute);
+    this.updateSunText();
+    const sun = path.at(this.day, this.minute);
+    const times = path.times(this.day);
+    const where =
+      sun.altitude > -0.27
+        ? `Sun ${sun.altitude.toFixed(1)}° high, in the ${text.bearingText(sun.azimuth)} (${sun.azimuth.toFixed(0)}°).`
+        : "The sun is down.";
+    parts.text.textContent = times
+      ? `${where} Up from ${text.timeText(times.rise)} to ${text.timeText(times.set)}.`
+      : where;
+    for (const hour of this.hours.splice(0)) {
+      hour.remove();
+    }
+    if (!this.sunOn) {
+      this.sunWasOn = false;
+      this.view.setSun(null, [], []);
+      this.showPinned();
+      return;
+    }
+    const course = Array.from({ length: 145 }, (_, i) => path.at(this.day, 10 * i));
+    const marks = Array.from({ length: 25 }, (_, hour) => ({ hour, sun: path.at(this.day, 60 * hour) })).filter(
+      (mark) => mark.sun.altitude > 0,
+    );
+    for (const mark of marks) {
+      if (mark.hour % 3 === 0) {
+        const label = h("div", { class: "hour" }, `${mark.hour}`);
+        label.dataset.altitude = String(mark.sun.altitude);
+        label.dataset.azimuth = String(mark.sun.azimuth);
+        this.hours.push(label);
+        this.stage.append(label);
+      }
+    }
+    this.view.setSun(sun, course, marks);
+    if (!this.sunWasOn) {
+      const { azimuth, altitude } = this.view.bearing();
+      this.view.look(azimuth, altitude, this.view.domeBox(course));
+    }
+    this.sunWasOn = true;
+    this.followCamera();
+    this.showPinned();
+  }
+
+  /// Shows the shadows of a moment.
+  setMoment(day: number, minute: number): void {
+    this.day = day;
+    this.minute = minute;
+    this.sunOn = true;
+    this.sunCard?.setAttribute("open", "");
+    this.showSun();
+  }
+
+  private buildSection(): HTMLElement {
+    const axis = h(
+      "select",
+      { "aria-label": "Section plane" },
+      h("option", { value: "" }, "Nothing"),
+      h("option", { value: "z" }, "All above a height"),
+      h("option", { value: "y" }, "All beyond a line across Y"),
+      h("option", { value: "x" }, "All beyond a line across X"),
+    );
+    const place = h("input", { type: "range", min: 0, max: 1, step: 0.002, value: 0.5, "aria-label": "Place of the section" });
+    const flip = h("input", { type: "checkbox" });
+    const words = h("span");
+    const rest = h(
+      "div",
+      { hidden: true },
+      place,
+      h("div", { class: "clock" }, h("label", {}, flip, "the other half"), words),
+    );
+    const update = (): void => {
+      this.isCut = axis.value !== "";
+      rest.hidden = !this.isCut;
+      if (this.isCut) {
+        this.section = { axis: axis.value as Section["axis"], place: Number(place.value), flipped: flip.checked };
+        const at = this.view.sectionPlace(this.section);
+        words.textContent = `${at.toFixed(1)} m`;
+        place.setAttribute("aria-valuetext", words.textContent);
+      }
+      this.view.setSection(this.isCut ? this.section : null);
+    };
+    for (const input of [axis, place, flip]) {
+      input.addEventListener("input", update);
+    }
+    return h("details", {}, h("summary", {}, "Cut off"), axis, rest);
+  }
+
+  private buildLook(): HTMLElement {
+    const around = h(
+      "select",
+      { id: "around" },
+      h("option", { value: "solid" }, "solid"),
+      h("option", { value: "lines" }, "as lines"),
+      h("option", { value: "none" }, "hidden"),
+    );
+    around.addEventListener("change", () => {
+      for (const model of this.view.models) {
+        model.showSurroundings(around.value as "solid" | "lines" | "none");
+      }
+      this.view.draw();
+    });
+    const steps = h("select", { id: "steps" }, h("option", { value: 0 }, "without steps"));
+    for (const count of [5, 6, 8, 10, 12]) {
+      steps.append(h("option", { value: count }, `in ${count} steps`));
+    }
+    steps.addEventListener("change", () => {
+      this.colorSteps = Number(steps.value);
+      this.paint();
+    });
+    return h(
+      "details",
+      {},
+      h("summary", {}, "Appearance"),
+      h("label", { class: "field", for: "around" }, "Surroundings"),
+      around,
+      h("label", { class: "field", for: "steps" }, "Colours"),
+      steps,
+    );
+  }
+
+  private buildFacts(): HTMLElement {
+    const key = (name: string, what: string): HTMLElement[] => [h("dt", {}, h("kbd", {}, name)), h("dd", {}, what)];
+    const about = h("details", {}, h("summary", {}, "About this study"));
+    this.results.forEach((result) => {
+      const { record } = result;
+      if (this.results.length > 1) {
+        about.append(h("p", { class: "caption" }, h("bdi", {}, record.name.slice(0, 200))));
+      }
+      about.append(
+        h("dl", {}, ...record.facts.flatMap(([label, words]) => [h("dt", {}, label), h("dd", {}, h("bdi", {}, words))])),
+        ...record.warnings.map((words) => h("p", { class: "warn" }, words)),
+        record.left_out && h("p", { class: "quiet" }, `To keep the page small, ${record.left_out}.`),
+      );
+    });
+    about.append(
+      h("p", { class: "caption" }, "Keyboard"),
+      h(
+        "dl",
+        {},
+        ...key("arrows", "turn; with Shift move"),
+        ...key("+ −", "zoom"),
+        ...key("0", "the whole model"),
+        ...key("F", "fit to what is chosen"),
+        ...key("T N E S W", "from above, from a side"),
+        ...key("P", "perspective or parallel"),
+        ...key("Esc", "let go of the cell, the group, the filter"),
+      ),
+      h(
+        "details",
+        {},
+        h("summary", {}, "Licences"),
+        h("p", { class: "quiet" }, "The script of this page holds these libraries:"),
+        h("pre", {}, licences),
+      ),
+    );
+    return about;
+  }
+
+  // Over the picture
+
+  private toolbar(): void {
+    const button = (label: string, content: string | SVGSVGElement, run: () => void, wide = false): HTMLButtonElement =>
+      h("button", { type: "button", title: label, "aria-label": label, class: wide ? "wide" : "", click: run }, content);
+    this.parallelButton = button("Parallel projection (P)", icon("M4 8l8-4 8 4v8l-8 4-8-4zM4 8l8 4 8-4M12 12v8"), () => this.toggleParallel());
+    this.parallelButton.setAttribute("aria-pressed", "false");
+    this.stage.append(
+      h(
+        "div",
+        { id: "bar", role: "toolbar", "aria-label": "View" },
+        button("The whole model (0)", icon("M4 9V4h5M15 4h5v5M20 15v5h-5M9 20H4v-5"), () => this.view.look(155, 42)),
+        button("Fit to what is chosen (F)", icon("M12 3v3M12 18v3M3 12h3M18 12h3M12 8.500a3.500 3.500 0 1 1 0 7 3.500 3.500 0 0 1 0-7z"), () => this.fit()),
+        h("i", { class: "wide" }),
+        button("From above (T)", "Top", () => this.view.look(180, 90), true),
+        button("From the north (N)", "N", () => this.view.look(0, 0), true),
+        button("From the east (E)", "E", () => this.view.look(90, 0), true),
+        button("From the south (S)", "S", () => this.view.look(180, 0), true),
+        button("From the west (W)", "W", () => this.view.look(270, 0), true),
+        this.parallelButton,
+        h("i", {}),
+        button("Save the picture as PNG", icon("M4 7h3l1.500-2h7L17 7h3v12H4zM12 9.500a3.500 3.500 0 1 1 0 7 3.500 3.500 0 0 1 0-7z"), () => void this.savePicture()),
+        button("Save the cells in view as CSV", icon("M12 4v11M7.500 11l4.500 4.500 4.500-4.500M4.500 19.500h15"), () => this.saveTable()),
+      ),
+    );
+  }
+
+  private toggleParallel(): void {
+    this.view.setParallel(!this.view.isParallel);
+    this.parallelButton.setAttribute("aria-pressed", String(this.view.isParallel));
+  }
+
+  /// Brings what is chosen, filtered or pinned to the middle.
+  private fit(): void {
+    const number = this.shownModels()[0];
+    const model = this.view.models[number];
+    const { azimuth, altitude } = this.view.bearing();
+    const column = this.column;
+    const range = this.range;
+    const only = this.pinned && !this.isolated && !range && !this.shown ? this.pinned.sensor : null;
+    const box = model.boxOf((sensor) => {
+      if (only !== null) {
+        return sensor === only;
+      }
+      const value = column.at(sensor);
+      return (!this.shown || this.shown[sensor] === 1) && (!range || (value >= range[0] && value <= range[1]));
+    });
+    if (only !== null) {
+      box.expandByScalar(6);
+    }
+    this.view.look(azimuth, altitude, box);
+  }
+
+  private keyboard(): void {
+    window.addEventListener("keydown", (event) => {
+      const target = event.target as HTMLElement;
+      if (event.ctrlKey || event.metaKey || event.altKey || /^(INPUT|SELECT|TEXTAREA)$/.test(target.tagName)) {
+        return;
+      }
+      if (event.key === "Escape") {
+        this.range = null;
+        this.isolated = null;
+        this.pinned = null;
+        this.groups.choose(null);
+        this.refresh();
+        return;
+      }
+      const onModel = target === this.canvas || target === document.body;
+      const arrows: Record<string, [number, number]> = {
+        ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1],
+      };
+      const arrow = arrows[event.key];
+      if (arrow && onModel) {
+        event.preventDefault();
+        if (event.shiftKey) {
+          this.view.pan(0.06 * arrow[0], 0.06 * arrow[1]);
+        } else {
+          this.view.orbit(-8 * arrow[0], 6 * arrow[1]);
+        }
+        return;
+      }
+      const sides: Record<string, [number, number]> = {
+        t: [180, 90], n: [0, 0], e: [90, 0], s: [180, 0], w: [270, 0], "0": [155, 42], Home: [155, 42],
+      };
+      const side = sides[event.key.length === 1 ? event.key.toLowerCase() : event.key];
+      if (side) {
+        this.view.look(side[0], side[1]);
+      } else if (event.key === "+" || event.key === "=") {
+        this.view.zoom(0.85);
+      } else if (event.key === "-") {
+        this.view.zoom(1 / 0.85);
+      } else if (event.key.toLowerCase() === "f") {
+        this.fit();
+      } else if (event.key.toLowerCase() === "p") {
+        this.toggleParallel();
+      }
+    });
+  }
+
+  private pointer(): void {
+    let at: { x: number; y: number } | null = null;
+    let asked = false;
+    let pressed: { x: number; y: number } | null = null;
+    this.canvas.addEventListener("pointermove", (event) => {
+      if (event.buttons !== 0 || event.pointerType === "touch") {
+        this.hint.hidden = true;
+        return;
+      }
+      at = { x: event.offsetX, y: event.offsetY };
+      if (!asked) {
+        asked = true;
+        requestAnimationFrame(() => {
+          asked = false;
+          if (at) {
+            this.showHint(at.x, at.y);
+          }
+        });
+      }
+    });
+    this.canvas.addEventListener("pointerleave", () => {
+      at = null;
+      this.hint.hidden = true;
+    });
+    this.canvas.addEventListener("pointerdown", (event) => {
+      pressed = { x: event.offsetX, y: event.offsetY };
+    });
+    this.canvas.addEventListener("pointerup", (event) => {
+      if (pressed && Math.hypot(event.offsetX - pressed.x, event.offsetY - pressed.y) < 5) {
+        this.pinned = this.view.pick(event.offsetX, event.offsetY);
+        this.cellCard.open = true;
+        this.showPinned();
+        if (this.pinned && this.app.clientWidth <= 760) {
+          this.app.classList.remove("low");
+          this.panel.scrollTop = 0;
+        }
+      }
+      pressed = null;
+    });
+    this.canvas.addEventListener("dblclick", () => this.fit());
+  }
+
+  /// What is known of a cell, as lines for people.
+  describe(hit: Hit): { value: string; unit: string; lines: string[] } {
+    const { model, sensor } = hit;
+    const result = model.result;
+    const column = model.column ?? this.column;
+    const lines: string[] = [];
+    const object = groupName(result, "object", sensor);
+    const material = groupName(result, "material", sensor);
+    if (object || material) {
+      lines.push([object, material].filter(Boolean).map((name) => name.slice(0, 120)).join(" · "));
+    }
+    lines.push([this.orientation(result, sensor), this.areaText(result, sensor)].filter(Boolean).join(", "));
+    const peak = this.peakText(result, sensor);
+    if (peak) {
+      lines.push(peak);
+    }
+    return { value: column.text(column.at(sensor)), unit: text.unitText(column.unit), lines };
+  }
+
+  private orientation(result: Result, sensor: number): string {
+    const [x, y, z] = normalOf(cornersOf(result.cells, sensor));
+    const tilt = (Math.acos(Math.min(Math.max(z, -1), 1)) * 180) / Math.PI;
+    if (tilt < 1) {
+      return "level, faces up";
+    }
+    if (tilt > 179) {
+      return "level, faces down";
+    }
+    const azimuth = (Math.atan2(x, y) * 180) / Math.PI - result.record.north;
+    return `faces ${text.bearingText(azimuth)}, tilt ${tilt.toFixed(0)}°`;
+  }
+
+  private areaText(result: Result, sensor: number): string {
+    return result.cells.hasAreas ? `${text.numberText(result.cells.area[sensor], 2)} m²` : "";
+  }
+
+  private peakText(result: Result, sensor: number): string {
+    const peak = result.columnNamed("peak");
+    const hour = result.columnNamed("peak_hour");
+    if (!peak || !Number.isFinite(peak.at(sensor))) {
+      return "";
+    }
+    const when = hour && hour.at(sensor) > 0 ? ` on ${text.hourOfYearText(hour.at(sensor))}` : "";
+    return `peak ${peak.text(peak.at(sensor))} ${text.unitText(peak.unit)}${when}`;
+  }
+
+  private showHint(x: number, y: number): void {
+    const hit = this.view.pick(x, y);
+    this.hint.hidden = hit === null;
+    if (!hit) {
+      return;
+    }
+    const { value, unit, lines } = this.describe(hit);
+    this.hint.replaceChildren(
+      h("b", {}, value),
+      ` ${unit}`,
+      ...lines.map((line) => h("span", {}, h("bdi", {}, line))),
+    );
+    const { clientWidth, clientHeight } = this.stage;
+    const wide = this.hint.offsetWidth;
+    const tall = this.hint.offsetHeight;
+    this.hint.style.left = `${x + 16 + wide > clientWidth ? x - wide - 12 : x + 16}px`;
+    this.hint.style.top = `${Math.min(Math.max(y + 14, 4), clientHeight - tall - 4)}px`;
+  }
+
+  private showPinned(): void {
+    for (const model of this.view.models) {
+      model.mark(this.pinned && this.pinned.model === model ? this.pinned.sensor : null);
+    }
+    this.cellCard.hidden = this.pinned === null;
+    this.followCamera();
+    this.view.draw();
+    if (!this.pinned) {
+      return;
+    }
+    const { model, sensor } = this.pinned;
+    const result = model.result;
+    const { value, unit } = this.describe(this.pinned);
+    this.said.textContent = `${value} ${unit}`;
+    const rows: [string, string][] = [];
+    result.record.columns.forEach((record, i) => {
+      if (record.unit !== "hour of year") {
+        const column = result.column("column", i);
+        rows.push([record.title, `${column.text(column.at(sensor))} ${text.unitText(record.unit)}`]);
+      }
+    });
+    const object = groupName(result, "object", sensor);
+    const material = groupName(result, "material", sensor);
+    if (object) {
+      rows.push(["Object", object.slice(0, 300)]);
+    }
+    if (material) {
+      rows.push(["Material", material.slice(0, 300)]);
+    }
+    rows.push(["Orientation", this.orientation(result, sensor)]);
+    if (result.cells.hasAreas) {
+      rows.push(["Area", this.areaText(result, sensor)]);
+    }
+    rows.push(["Number", `${sensor}, as in sensors.csv`]);
+    const hour = result.columnNamed("peak_hour");
+    const peakHour = hour ? hour.at(sensor) : NaN;
+    this.cellPlace.replaceChildren(
+      h("div", { class: "value" }, value, " ", h("small", {}, unit)),
+      this.sunOn
+        ? h("p", { class: "quiet" }, `${this.view.isLit(model, sensor) ? "In the sun" : "Without sun"} on ${text.dayText(this.day)} at ${text.timeText(this.minute)}.`)
+        : "",
+      h("dl", {}, ...rows.flatMap(([label, words]) => [h("dt", {}, label), h("dd", {}, h("bdi", {}, words))])),
+    );
+    if (peakHour > 0) {
+      this.cellPlace.append(
+        h("p", { class: "quiet" }, `Peak on ${text.hourOfYearText(peakHour)}.`),
+        this.sunPath
+          ? h(
+              "button",
+              {
+                type: "button",
+                class: "solid",
+                click: () => this.setMoment(Math.floor((peakHour - 1) / 24) + 1, ((peakHour - 1) % 24) * 60 + 30),
+              },
+              "Show the sun of the peak",
+            )
+          : "",
+      );
+    }
+    this.chartSteps(result, sensor);
+    this.chartHours(result, sensor, object);
+  }
+
+  private chartSteps(result: Result, sensor: number): void {
+    const { steps } = result.record;
+    if (steps.length < 2) {
+      return;
+    }
+    const values = steps.map((_, i) => result.column("step", i).at(sensor));
+    const unit = text.unitText(steps[0].unit);
+    const place = h("div");
+    this.cellPlace.append(h("p", { class: "caption" }, `Through the period, ${unit}`), place);
+    const names = steps.map((step) => {
+      const month = text.monthNames.find((name) => step.title.includes(name));
+      return month ? month.slice(0, 1) : step.title.slice(0, 3);
+    });
+    chart(place, values, { names, unit, width: this.chartWidth(), bars: true, label: "Through the period" });
+  }
+
+  private chartWidth(): number {
+    return Math.max(this.panel.clientWidth - 40, 200);
+  }
+
+  private chartHours(result: Result, sensor: number, object: string): void {
+    const series =
+      result.series.find((one) => one.sensor === sensor) ??
+      result.series.find((one) => one.sensor === null && object !== "" && one.label === object);
+    if (!series) {
+      return;
+    }
+    const whose = series.sensor === null ? "of the object" : "of the cell";
+    const carpet = h("canvas", { class: "carpet", role: "img", "aria-label": `Radiation of each hour of the year ${whose}` });
+    const place = h("div");
+    this.cellPlace.append(
+      h("p", { class: "caption" }, `Every hour of the year ${whose}: hours upwards, months across`),
+      carpet,
+      h("p", { class: "caption" }, "Mean day, W/m²"),
+      place,
+    );
+    drawCarpet(carpet, series.hours);
+    chart(place, meanDay(series.hours), { unit: "W/m²", width: this.chartWidth(), bars: false, label: "Mean day" });
+  }
+
+  /// North arrow, scale bar and marks stay where they belong.
+  private followCamera(): void {
+    const { azimuth, altitude } = this.view.bearing();
+    const metres = this.view.height;
+    const pixels = this.canvas.clientHeight || 1;
+    let length = 10 ** Math.floor(Math.log10((metres * 120) / pixels));
+    for (const factor of [5, 2]) {
+      if ((length * factor * pixels) / metres <= 130) {
+        length *= factor;
+        break;
+      }
+    }
+    const bar = h("div", { class: "length" }, h("span", {}, length >= 1000 ? `${length / 1000} km` : `${Number(length.toPrecision(2))} m`));
+    bar.style.width = `${(length * pixels) / metres}px`;
+    this.scale.replaceChildren(northArrow(azimuth, altitude), bar);
+    const hit = this.pinned;
+    const at = hit && (hit.model === this.view.models[this.shownModels()[0]] || this.mode.kind === "beside")
+      ? this.view.cellOnScreen(hit.model, hit.sensor)
+      : null;
+    this.pin.hidden = at === null;
+    if (at) {
+      this.pin.style.left = `${at.x}px`;
+      this.pin.style.top = `${at.y}px`;
+    }
+    for (const label of this.hours) {
+      const sun = { azimuth: Number(label.dataset.azimuth), altitude: Number(label.dataset.altitude) };
+      const place = this.view.onDome(sun);
+      label.hidden = place === null;
+      if (place) {
+        label.style.left = `${place.x}px`;
+        label.style.top = `${place.y}px`;
+      }
+    }
+  }
+
+  // Files
+
+  /// The picture with title, colours and where it comes from.
+  async savePicture(): Promise<void> {
+    download(`${fileName(this.first.record.name)}.png`, await this.picture());
+  }
+
+  picture(): Promise<Blob> {
+    const model = this.view.snapshot();
+    const ratio = model.width / Math.max(this.canvas.clientWidth, 1);
+    const sheet = document.createElement("canvas");
+    sheet.width = model.width;
+    sheet.height = model.height;
+    const context = sheet.getContext("2d");
+    if (!context) {
+      return Promise.reject(new Error("no canvas"));
+    }
+    const style = getComputedStyle(document.documentElement);
+    const ink = style.getPropertyValue("--ink");
+    context.drawImage(model, 0, 0);
+    context.scale(ratio, ratio);
+    const width = sheet.width / ratio;
+    const height = sheet.height / ratio;
+    const column = this.column;
+    const [low, high] = this.commonEnds(column);
+    const scale: Scale = {
+      lowest: this.ends[0] ?? low,
+      highest: this.ends[1] ?? high,
+      steps: this.colorSteps,
+      scheme: this.scheme,
+    };
+    const areas = histogram(this.first.cells, column, scale.lowest, scale.highest, Legend.bins, this.shown);
+    const line = (words: string, x: number, y: number, size: number, bold = false): void => {
+      context.fillStyle = ink;
+      context.textAlign = "left";
+      context.textBaseline = "alphabetic";
+      context.font = `${bold ? "600 " : ""}${size}px system-ui, sans-serif`;
+      context.fillText(words, x, y, width - x - 12);
+    };
+    const { record } = this.first;
+    const fact = (label: string): string => record.facts.find((pair) => pair[0] === label)?.[1] ?? "";
+    line(record.name.slice(0, 120), 18, 32, 20, true);
+    line(`${column.title}, ${text.unitText(column.unit)}`, 18, 54, 14);
+    line([fact("Site"), fact("Period"), `${fact("Method")} method`, fact("Version")].filter(Boolean).join(" · "), 18, height - 14, 11.5);
+    context.save();
+    context.translate(width - 160, 24);
+    const tall = Math.min(240, height - 80);
+    drawLegend(context, this.legendContent(column, scale, areas), 144, tall, true);
+    context.restore();
+    return new Promise((resolve, reject) => {
+      sheet.toBlob((blob) => (blob ? resolve(blob) : reject(new Error("the picture is too large"))), "image/png");
+    });
+  }
+
+  saveTable(): void {
+    download(`${fileName(this.first.record.name)}.csv`, new Blob([this.table()], { type: "text/csv" }));
+  }
+
+  /// The cells that are shown and within the filter.
+  table(): string {
+    const result = this.first;
+    const { cells, record } = result;
+    const shownColumn = this.column;
+    const columns = record.columns.map((_, i) => result.column("column", i));
+    if (!columns.includes(shownColumn)) {
+      columns.push(shownColumn);
+    }
+    const head = ["sensor", "x [m]", "y [m]", "z [m]", "object", "material", "faces"];
+    if (cells.hasAreas) {
+      head.push("area [m2]");
+    }
+    head.push(...columns.map((column) => text.csvField(`${column === shownColumn && !record.columns.some((own) => own.title === column.title) ? column.title : column.name} [${column.unit}]`)));
+    const lines = [head.join(",")];
+    for (let sensor = 0; sensor < cells.count; ++sensor) {
+      const value = shownColumn.at(sensor);
+      if ((this.shown && this.shown[sensor] === 0) || (this.range && !(value >= this.range[0] && value <= this.range[1]))) {
+        continue;
+      }
+      const corners = cornersOf(cells, sensor);
+      const middle = [0, 1, 2].map(
+        (k) => record.origin[k] + corners.reduce((sum, corner) => sum + corner[k], 0) / corners.length,
+      );
+      const fields = [
+        String(sensor),
+        ...middle.map((v) => v.toFixed(3)),
+        text.csvField(groupName(result, "object", sensor)),
+        text.csvField(groupName(result, "material", sensor)),
+        groupName(result, "side", sensor),
+      ];
+      if (cells.hasAreas) {
+        fields.push(cells.area[sensor].toPrecision(4));
+      }
+      fields.push(...columns.map((column) => (Number.isFinite(column.at(sensor)) ? column.text(column.at(sensor)) : "")));
+      lines.push(fields.join(","));
+    }
+    return `${lines.join("\n")}\n`;
+  }
+
+  /// The model that stands in the picture.
+  get model(): ModelView {
+    return this.view.models[this.shownModels()[0]];
+  }
+}
+
+function fileName(name: string): string {
+  return name.replace(/[^\p{L}\p{N}._-]+/gu, "-").slice(0, 60) || "results";
+}
+
+/// A compass lying on the ground, seen as the model is.
+function northArrow(azimuth: number, altitude: number): SVGSVGElement {
+  const space = "http://www.w3.org/2000/svg";
+  const svg = document.createElementNS(space, "svg");
+  svg.setAttribute("viewBox", "0 0 46 46");
+  const flat = Math.max(Math.abs(Math.sin((altitude * Math.PI) / 180)), 0.12);
+  // The viewer stands in the azimuth and looks away from it.
+  const turn = ((180 - azimuth) * Math.PI) / 180;
+  const at = (angle: number, radius: number): [number, number] => [
+    23 + radius * Math.sin(turn + angle),
+    23 - flat * radius * Math.cos(turn + angle),
+  ];
+  const path = (points: [number, number][], fill: string): void => {
+    const shape = document.createElementNS(space, "path");
+    shape.setAttribute("d", `M${points.map((p) => p.map((v) => v.toFixed(1)).join(" ")).join("L")}Z`);
+    shape.setAttribute("fill", fill);
+    shape.setAttribute("stroke", "none");
+    svg.append(shape);
+  };
+  const ring = document.createElementNS(space, "ellipse");
+  ring.setAttribute("cx", "23");
+  ring.setAttribute("cy", "23");
+  ring.setAttribute("rx", "16");
+  ring.setAttribute("ry", (16 * flat).toFixed(1));
+  ring.setAttribute("stroke", "var(--soft)");
+  svg.append(ring);
+  path([at(0, 14), at(2.5, 6), at(Math.PI, 2), at(-2.5, 6)], "var(--accent)");
+  const name = document.createElementNS(space, "text");
+  const [x, y] = at(0, 22.5);
+  name.setAttribute("x", x.toFixed(1));
+  name.setAttribute("y", (flat < 0.3 ? y - 6 * Math.sign(Math.cos(turn) || 1) : y).toFixed(1));
+  name.textContent = "N";
+  svg.append(name);
+  return svg;
+}
