@@ -43,6 +43,7 @@
 #include <study/run/sun_hours.h>
 #include <study/run/sun_hours_study.h>
 #include <study/run/sunlight_rules.h>
+#include <study/run/view_results.h>
 #include <study/support/errors.h>
 #include <study/support/iso_time.h>
 #include <study/support/period.h>

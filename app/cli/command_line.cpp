@@ -44,6 +44,7 @@ int runCommandLine(int argc, const char* const* argv) {
     addModelCommand(app, interruption);
     addSunCommand(app);
     addSunHoursCommand(app, interruption);
+    addViewCommand(app, interruption);
     addWeatherCommand(app, interruption);
     try {
         app.parse(argc, argv);

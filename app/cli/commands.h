@@ -13,6 +13,7 @@ void addSkyCommand(CLI::App& app, Interruption& interruption);
 void addModelCommand(CLI::App& app, Interruption& interruption);
 void addSunCommand(CLI::App& app);
 void addSunHoursCommand(CLI::App& app, Interruption& interruption);
+void addViewCommand(CLI::App& app, Interruption& interruption);
 void addWeatherCommand(CLI::App& app, Interruption& interruption);
 
 } // namespace insolate::app

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -166,13 +167,7 @@ void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResu
     result.north = options.north;
     result.facts = factsOf(record);
     result.site = pageSiteOf(record);
-    result.warnings = study.method->weather().notes;
-    if (results.enclosed > 0) {
-        result.warnings.push_back(
-            fmt::format("{} of {} sensors see {}; they may lie inside closed geometry",
-                        groupedDigits(results.enclosed), groupedDigits(study.inputs.field.size()),
-                        study.method->enclosedText()));
-    }
+    result.warnings = results.warnings;
     for (const SensorSeries& series : results.series) {
         PageSeries one;
         one.sensor = series.sensor;

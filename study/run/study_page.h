@@ -5,12 +5,14 @@
 #include "study/output/page.h"
 #include "study/run/study_steps.h"
 
+#include <optional>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace insolate::study {
 
