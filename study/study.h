@@ -29,6 +29,7 @@
 #include <study/results/result_scene.h>
 #include <study/results/sensor_groups.h>
 #include <study/run/option_table.h>
+#include <study/run/period_parts.h>
 #include <study/run/run_option_table.h>
 #include <study/run/run_options.h>
 #include <study/run/run_sky.h>

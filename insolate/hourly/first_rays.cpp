@@ -35,6 +35,26 @@ struct Mean {
     }
 };
 
+/// The mean of places in a cell, in shares of its width and height.
+struct MeanPlace {
+    double sumX = 0.0;
+    double sumY = 0.0;
+    int count = 0;
+
+    /// @param place as in SunStep
+    void add(std::uint32_t place) {
+        std::array<unsigned, 2> axes{};
+        for (unsigned bit = 0; bit < 12; ++bit) {
+            axes[bit % 2] |= (place >> bit & 1U) << bit / 2;
+        }
+        sumX += (axes[0] + 0.5) / 64.0;
+        sumY += (axes[1] + 0.5) / 64.0;
+        ++count;
+    }
+    double x() const { return sumX / count; }
+    double y() const { return sumY / count; }
+};
+
 } // namespace
 
 double rayLattice::placeX(int altitude) {
@@ -71,34 +91,41 @@ FirstRays::FirstRays(const HourlySky& sky) : ofLattice{SkyCellSet::all(), SkyCel
         withSun.insert(azimuth, altitude);
         cellOfSun.push_back(cell.cell);
         std::array<Mean, 2> energy;
+        std::array<MeanPlace, 2> places;
         std::array<double, 2> hours{};
         for (int s = cell.firstStep; s < cell.firstStep + cell.stepCount; ++s) {
             const SunStep& step = sky.sunSteps[static_cast<std::size_t>(s)];
-            const std::size_t half = step.place >> 11 & 1U;
+            const std::size_t half = halfOf(step);
+            places[half].add(step.place);
             energy[half].add(step.energy);
             hours[half] += static_cast<double>(step.sunHours);
         }
         for (std::size_t half = 0; half < 2; ++half) {
             XYZf& ray = rays[half][static_cast<std::size_t>(cell.cell)];
             XYZf kept = energy[half].scaled(1.0);
-            const double size = energy[half].length();
-            if (size > 0.0) {
-                ray = energy[half].scaled(1.0 / size);
+            if (places[half].count > 0) {
+                ray = directionOf(azimuth + places[half].x(), altitude + places[half].y(),
+                                  sky.options.northOffset);
                 ofLattice[half].erase(azimuth, altitude);
-            } else {
+            }
+            if (!(energy[half].length() > 0.0)) {
                 kept = {ray.x * directionOnly, ray.y * directionOnly, ray.z * directionOnly};
             }
             sun[half].energyX.push_back(kept.x);
             sun[half].energyY.push_back(kept.y);
             sun[half].energyZ.push_back(kept.z);
             sun[half].hours.push_back(static_cast<float>(hours[half]));
+            sun[half].rayX.push_back(ray.x);
+            sun[half].rayY.push_back(ray.y);
+            sun[half].rayZ.push_back(ray.z);
         }
     }
     const std::size_t padded = (cellOfSun.size() + 15) / 16 * 16;
     cellOfSun.resize(padded, 0);
     for (std::size_t half = 0; half < 2; ++half) {
         for (std::vector<float>* values :
-             {&sun[half].energyX, &sun[half].energyY, &sun[half].energyZ, &sun[half].hours}) {
+             {&sun[half].energyX, &sun[half].energyY, &sun[half].energyZ, &sun[half].hours,
+              &sun[half].rayX, &sun[half].rayY, &sun[half].rayZ}) {
             values->resize(padded, 0.0f);
         }
         directions[half] = SkyDirections(

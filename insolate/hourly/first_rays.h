@@ -1,8 +1,9 @@
 /// The rays that every sensor of the hourly method asks: two for each cell of the sky, one in its
 /// lower and one in its upper half.
 ///
-/// Where a half holds the sun, its ray points to the energy-weighted mean of the sun's directions
-/// there. The other rays do not stand in the middle but spread over the cells by golden ratios, row
+/// Where a half holds the sun, its ray points to the mean of the sun's places there, each step of
+/// time counted alike: what a sensor sees depends on site and period, not on the clouds of the
+/// weather. The other rays do not stand in the middle but spread over the cells by golden ratios, row
 /// by row and column by column: along a roof line the errors of the cells then add up like those of
 /// chance or better.
 #pragma once
@@ -34,6 +35,9 @@ struct FirstRays {
     /// The cells whose ray in that half is the lattice's.
     std::array<SkyCellSet, 2> ofLattice;
 
+    /// The half of its cell in which a step of the sun lies: 0 is the lower one.
+    static std::size_t halfOf(const SunStep& step) { return step.place >> 11 & 1U; }
+
     SkyCellSet withSun;
     /// Sums of energies below this come from directions without energy [Wh/m2].
     static constexpr float leastEnergy = 1e-15f;
@@ -44,6 +48,9 @@ struct FirstRays {
         /// short to count.
         std::vector<float> energyX, energyY, energyZ;
         std::vector<float> hours;
+        /// The direction of the half's ray, which decides whether the sun counts as in front of a
+        /// surface.
+        std::vector<float> rayX, rayY, rayZ;
     };
     std::array<Sun, 2> sun;
     std::vector<std::int32_t> cellOfSun;

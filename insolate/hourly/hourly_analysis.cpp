@@ -7,6 +7,7 @@
 #include <insolate/hourly/sensor_kernels.h>
 #include <insolate/hourly/sensor_rays.h>
 #include <insolate/hourly/shadow_edges.h>
+#include <insolate/hourly/sky_parts.h>
 #include <insolate/platform/processor_count.h>
 
 #include <oneapi/tbb/parallel_for.h>
@@ -102,11 +103,13 @@ struct HourlyAnalysis::Prepared {
     FirstRays first;
     std::array<GroundRays, 2> ground; // for surfaces that face it, and that see little of it
     std::optional<EdgeTables> edges;  // where a tolerance is given
+    SkyParts parts;
     float openTotal = 0.0f;           // of open ground [Wh/m2]
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
     PeakHours peakHours;
 
-    Prepared(HourlySky&& theSky, const HourlyAnalysisOptions& theOptions)
+    Prepared(HourlySky&& theSky, const std::vector<HourlySky>& theParts,
+             const HourlyAnalysisOptions& theOptions)
         : sky(withFiniteNorth(std::move(theSky))), options(theOptions),
           cells(sky.options.northOffset),
           first(sky), ground{GroundRays(raysOfGround(1), sky.options.northOffset),
@@ -120,6 +123,9 @@ struct HourlyAnalysis::Prepared {
         }
         if (sky.valid && (options.skyTolerance > 0.0 || options.sunTolerance > 0.0)) {
             edges.emplace(sky, first);
+        }
+        if (sky.valid) {
+            parts = SkyParts(sky, first, theParts);
         }
         openTotal = static_cast<float>(sky.report.diffuseHorizontal + sky.report.directHorizontal);
         if (options.peak && sky.valid) {
@@ -153,10 +159,11 @@ public:
         }
     }
 
-    SensorResult result(SensorHours* hours) {
+    SensorResult result(SensorHours* hours, std::span<SensorPart> parts = {}) {
         see();
         sumSky();
         sumSun();
+        const float firstHours = m_sunHours;
         if (m_shared.edges) {
             lookAgain();
         }
@@ -172,6 +179,18 @@ public:
         result.skyViewFactor = m_view / whole;
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
+        if (!parts.empty()) {
+            m_shared.parts.evaluate({.sides = m_sides,
+                                     .normal = m_normal,
+                                     .cells = m_seen.data(),
+                                     .visible = {m_visible[0].data(), m_visible[1].data()},
+                                     .sunWeight = m_sunWeight.data(),
+                                     .sunVisible = m_sunVisible.data(),
+                                     .groundView = m_groundView,
+                                     .hoursScale =
+                                         firstHours > 0.0f ? m_sunHours / firstHours : 1.0f},
+                                    parts);
+        }
         if (m_shared.options.peak || hours != nullptr) {
             gatherPatches();
         }
@@ -330,8 +349,8 @@ private:
         float hours = 0.0f;
         for (std::size_t half = 0; half < 2; ++half) {
             const FirstRays::Sun& sun = m_shared.first.sun[half];
-            const XYZf energy{sun.energyX[sunCell], sun.energyY[sunCell], sun.energyZ[sunCell]};
-            if (m_sides != Sides::One || dotProduct(m_normal, energy) > 0.0f) {
+            const XYZf ray{sun.rayX[sunCell], sun.rayY[sunCell], sun.rayZ[sunCell]};
+            if (m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f) {
                 hours += sun.hours[sunCell] * m_visible[half][cell];
             }
         }
@@ -520,7 +539,10 @@ private:
 };
 
 HourlyAnalysis::HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options)
-    : m_prepared(std::make_unique<Prepared>(std::move(sky), options)) {}
+    : HourlyAnalysis(std::move(sky), options, {}) {}
+HourlyAnalysis::HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options,
+                               const std::vector<HourlySky>& parts)
+    : m_prepared(std::make_unique<Prepared>(std::move(sky), parts, options)) {}
 HourlyAnalysis::HourlyAnalysis(HourlyAnalysis&&) noexcept = default;
 HourlyAnalysis& HourlyAnalysis::operator=(HourlyAnalysis&&) noexcept = default;
 HourlyAnalysis::~HourlyAnalysis() = default;
@@ -539,6 +561,19 @@ SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sen
         return {};
     }
     return Evaluation(*m_prepared, rays, sensor).result(hours);
+}
+
+std::size_t HourlyAnalysis::partCount() const {
+    return m_prepared != nullptr ? m_prepared->parts.size() : 0;
+}
+
+SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
+                                      std::span<SensorPart> parts, SensorHours* hours) const {
+    std::fill(parts.begin(), parts.end(), SensorPart());
+    if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal)) {
+        return evaluate(rays, sensor, hours);
+    }
+    return Evaluation(*m_prepared, rays, sensor).result(hours, parts);
 }
 
 SensorResult HourlyAnalysis::evaluate(const OcclusionIndex& scene, const Sensor& sensor,

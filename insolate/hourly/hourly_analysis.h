@@ -74,7 +74,9 @@ struct SensorResult {
     int peakHour = -1;
     float skyViewFactor = 0;    ///< cosine-weighted share of the view that is sky, 0..1
     float groundViewFactor = 0; ///< the same for open ground
-    float directSunHours = 0;   ///< see HourlySkyOptions::sunshineThreshold [hours]
+    /// See HourlySkyOptions::sunshineThreshold [hours]; with its default, and without tolerances
+    /// for edges, the same for each weather of a site.
+    float directSunHours = 0;
 };
 
 /// The hours of a sensor: 8,760 values each [Wh/m2], 0 outside the period. They add up to the
@@ -88,6 +90,16 @@ struct SensorHours {
     std::vector<float> beam;
     std::vector<float> sky;
     std::vector<float> ground;
+};
+
+/// Radiation on one sensor in a part of the period. Parts that make up the period, each hour in one
+/// of them, add up to the sensor's beam, sky, ground and hours of sun within 1e-5 of its total.
+struct SensorPart {
+    float total = 0;          ///< beam + sky + ground [Wh/m2]
+    float beam = 0;           ///< direct sun [Wh/m2]
+    float sky = 0;            ///< diffuse sky [Wh/m2]
+    float ground = 0;         ///< reflected by the ground [Wh/m2]
+    float directSunHours = 0; ///< [hours]
 };
 
 /// How many sensors at once are evaluated. The results are the same bytes whatever is chosen.
@@ -108,6 +120,11 @@ public:
     /// Takes the sky over. An invalid sky gives results of 0, and so does an analysis that was
     /// moved from; a north offset in the sky's options that is no finite number counts as 0.
     explicit HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options = {});
+    /// Radiation in parts of the period as well, such as the months of a year, by the same rays.
+    /// @param parts skies of the same weather with the same options, each of a period within the
+    ///        sky's own; they may overlap and leave gaps
+    HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options,
+                   const std::vector<HourlySky>& parts);
     HourlyAnalysis(HourlyAnalysis&&) noexcept;
     HourlyAnalysis& operator=(HourlyAnalysis&&) noexcept;
     ~HourlyAnalysis();
@@ -124,6 +141,12 @@ public:
     /// is.
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
                           SensorHours* hours = nullptr) const;
+
+    /// The parts that the analysis was made with.
+    std::size_t partCount() const;
+    /// The same, with the sensor's radiation in each of the parts, as many as partCount().
+    SensorResult evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
+                          std::span<SensorPart> parts, SensorHours* hours = nullptr) const;
 
     /// The same for many sensors, in parallel. results[i] is that of sensors[i], and hours[i],
     /// where there is such an element, gets its hours (105 kB a sensor); the shorter of sensors and

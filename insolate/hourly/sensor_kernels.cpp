@@ -141,8 +141,11 @@ SunSums sumSun(const XYZf& normal, const SunCellView& cells) {
                 const V free = hn::GatherIndex(d, cells.visible[half], cell);
                 weight = hn::Add(weight, energy);
                 seen = hn::Add(seen, hn::Mul(energy, free));
+                const V height = hn::Add(hn::Add(hn::Mul(nx, hn::LoadU(d, sun.rayX.data() + i)),
+                                                 hn::Mul(ny, hn::LoadU(d, sun.rayY.data() + i))),
+                                         hn::Mul(nz, hn::LoadU(d, sun.rayZ.data() + i)));
                 time = hn::Add(
-                    time, hn::IfThenElseZero(hn::Gt(product, zero),
+                    time, hn::IfThenElseZero(hn::Gt(height, zero),
                                              hn::Mul(hn::LoadU(d, sun.hours.data() + i), free)));
             }
             beam = hn::Add(beam, seen);

@@ -6,6 +6,7 @@
 #include "study/support/readable.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -28,8 +29,14 @@ enum Column {
     peakHour,
     skyView,
     groundView,
-    sunHours
+    sunHours,
+    wholeColumns ///< how many
 };
+
+/// Of a part of the period. Where there are very many parts, all but the first would make tables
+/// that nobody reads.
+constexpr std::size_t partColumns = 5;
+constexpr std::size_t mostFullParts = 31;
 
 int stepsOfHour(double step) {
     const double steps = std::round(1.0 / step);
@@ -41,8 +48,8 @@ int stepsOfHour(double step) {
     return static_cast<int>(steps);
 }
 
-HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, double north) {
-    const StudyPeriod& period = options.period;
+HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, const StudyPeriod& period,
+                double north) {
     HourlySkyOptions sky;
     sky.stepsPerHour = stepsOfHour(period.step);
     sky.northOffset = north * std::numbers::pi / 180.0;
@@ -55,10 +62,12 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, double 
 } // namespace
 
 HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear year)
-    : m_period(options.period), m_options(options.hourly), m_weather(std::move(year.report)) {
+    : m_period(options.period), m_options(options.hourly),
+      m_parts(partsOf(options.period, options.hourly.split, options.hourly.periods)),
+      m_weather(std::move(year.report)) {
     m_monthlyAlbedo = year.series.monthlyAlbedo;
     requireCompleteYear(m_weather, options.weather, options.allowGaps);
-    HourlySky sky = skyOf(year.series, options, north);
+    HourlySky sky = skyOf(year.series, options, options.period, north);
     if (!sky.valid) {
         throw DataError(fmt::format("{}: the sky of the period could not be built; choose another "
                                     "period",
@@ -85,11 +94,20 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear ye
     if (m_options.openGround) {
         analysis.groundRays = 0;
     }
-    m_analysis.emplace(std::move(sky), analysis);
+    std::vector<HourlySky> parts;
+    for (const NamedPeriod& part : m_parts) {
+        parts.push_back(skyOf(year.series, options, part.period, north));
+        HourlySky& made = parts.back(); // the hours of the whole are enough
+        made.skyHours = {};
+        made.beams = {};
+        made.patchRadiance = {};
+    }
+    m_analysis.emplace(std::move(sky), analysis, parts);
 }
 
 std::vector<ResultColumn> HourlyStudy::columns() const {
-    return {{"total", "Wh/m2", "Total radiation", {}},
+    std::vector<ResultColumn> columns = {
+            {"total", "Wh/m2", "Total radiation", {}},
             {"beam", "Wh/m2", "Direct radiation", {}},
             {"sky", "Wh/m2", "Radiation of the sky", {}},
             {"ground", "Wh/m2", "Radiation reflected by the ground", {}},
@@ -100,7 +118,21 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
             {"sky_view", "%", "Sky view", {}},
             {"ground_view", "%", "Ground view", {}},
             {"direct_sun_hours", "h", "Hours of direct sun", {}}};
+    for (const NamedPeriod& part : m_parts) {
+        const std::array<std::size_t, partColumns> places = {total, beam, diffuse, ground, sunHours};
+        for (std::size_t i = 0; i < columnsOfPart(); ++i) {
+            const ResultColumn& whole = columns[places[i]];
+            columns.push_back(
+                {whole.name + "_" + part.name, whole.unit, whole.title + ", " + part.text, {}});
+        }
+    }
+    return columns;
 }
+
+std::size_t HourlyStudy::columnsOfPart() const {
+    return m_parts.size() <= mostFullParts ? partColumns : 1;
+}
+
 
 Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
     return {work.recentring.local(work.field.positions[index]),
@@ -109,8 +141,11 @@ Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
 
 void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
                             std::span<ResultColumn> columns) {
+    std::vector<SensorPart> parts(m_parts.size());
     for (std::size_t i = range.first; i < range.end; ++i) {
-        const SensorResult result = m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i));
+        const SensorResult result =
+            parts.empty() ? m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i))
+                          : m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i), parts);
         columns[total].values[i] = result.total;
         columns[beam].values[i] = result.beam;
         columns[diffuse].values[i] = result.sky;
@@ -122,6 +157,14 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
         columns[skyView].values[i] = 100.0f * result.skyViewFactor;
         columns[groundView].values[i] = 100.0f * result.groundViewFactor;
         columns[sunHours].values[i] = result.directSunHours;
+        std::size_t column = wholeColumns;
+        for (const SensorPart& part : parts) {
+            const std::array<float, partColumns> values = {part.total, part.beam, part.sky,
+                                                           part.ground, part.directSunHours};
+            for (std::size_t k = 0; k < columnsOfPart(); ++k) {
+                columns[column++].values[i] = values[k];
+            }
+        }
     }
 }
 
@@ -214,6 +257,12 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
                                   std::span<const ResultColumn> columns) const {
     nlohmann::ordered_json& hourly = record["hourly"];
     hourly["ground"] = m_options.openGround ? "open" : "open where the scene does not hide it";
+    if (!m_parts.empty()) {
+        nlohmann::ordered_json& parts = record["periods"];
+        for (const NamedPeriod& part : m_parts) {
+            parts.push_back({{"name", part.name}, {"text", part.text}});
+        }
+    }
     hourly["sky_tolerance_percent"] = m_options.skyTolerance;
     hourly["sun_tolerance_percent"] = m_options.sunTolerance;
     if (columns.empty()) {

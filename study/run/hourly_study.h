@@ -35,10 +35,13 @@ public:
     [[nodiscard]] bool reportsDarkness() const override { return true; }
 
 private:
+    /// The columns that a part of the period has.
+    [[nodiscard]] std::size_t columnsOfPart() const;
     [[nodiscard]] Sensor sensorAt(const SensorWork& work, std::size_t index) const;
 
     StudyPeriod m_period;
     HourlyOptions m_options;
+    std::vector<NamedPeriod> m_parts; ///< of the period, with results of their own
     WeatherReport m_weather;
     std::array<float, 12> m_monthlyAlbedo{};  ///< of the weather, NaN where it has none
     std::optional<HourlyAnalysis> m_analysis; ///< holds a value from construction on

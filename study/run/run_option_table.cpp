@@ -241,6 +241,21 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .typeName = "N,...",
                .separator = ',',
                .take = [&](const std::string& text) { takeSeries(options.hourly.series, text); }});
+    table.add({.name = "split",
+               .help = "hourly: also give the results of each month, season or day of the period, "
+                       "by the same rays",
+               .typeName = "NAME",
+               .choices = {"month", "season", "day"},
+               .take = [&](const std::string& text) { options.hourly.split = parseSplit(text); }});
+    table.add({.name = "periods",
+               .kind = Option::Kind::list,
+               .help = "hourly: the same for these parts of the period, which may overlap: dates as "
+                       "for --period, and hours: 3/21,6/1-8/31:9-17",
+               .typeName = "DATES[:TIMES],...",
+               .separator = ',',
+               .take = [&](const std::string& text) {
+                   options.hourly.periods.push_back(parseAskedPeriod(text));
+               }});
     table.add({.name = "by",
                .kind = Option::Kind::list,
                .help =

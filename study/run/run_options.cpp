@@ -88,6 +88,9 @@ void checkRunOptions(const RunOptions& options) {
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
     checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);
     checkTolerance(options, "--sun-tolerance", options.hourly.sunTolerance, 0.02);
+    requireHourly(options, "--split", options.hourly.split != PeriodSplit::none);
+    requireHourly(options, "--periods", !options.hourly.periods.empty());
+    partsOf(options.period, options.hourly.split, options.hourly.periods);
     requireHourly(options, "--open-ground", options.hourly.openGround);
     requireHourly(options, "--series", !options.hourly.series.empty());
     if (options.method == "hourly" && (options.saveMasks || options.masks)) {

@@ -6,6 +6,7 @@
 #include "study/model/selection.h"
 #include "study/model/winding.h"
 #include "study/results/sensor_groups.h"
+#include "study/run/period_parts.h"
 #include "study/support/period.h"
 
 #include <cstddef>
@@ -29,6 +30,9 @@ struct HourlyOptions {
     bool monthlyAlbedo = false;           ///< from the weather file, where it has one
     bool openGround = false;              ///< the scene does not hide the ground below the horizon
     std::vector<std::size_t> series = {}; ///< sensors whose hours are wanted
+
+    PeriodSplit split = PeriodSplit::none; ///< parts of the period with results of their own
+    std::vector<AskedPeriod> periods = {}; ///< others of them
 
     static constexpr double usualAlbedo = 0.2;
 };
