@@ -3,9 +3,9 @@
 ///
 /// Where a half holds the sun, its ray points to the mean of the sun's places there, each step of
 /// time counted alike: what a sensor sees depends on site and period, not on the clouds of the
-/// weather. The other rays do not stand in the middle but spread over the cells by golden ratios, row
-/// by row and column by column: along a roof line the errors of the cells then add up like those of
-/// chance or better.
+/// weather. The other rays do not stand in the middle but spread over the cells by golden ratios,
+/// row by row and column by column: along a roof line the errors of the cells then add up like
+/// those of chance or better.
 #pragma once
 
 #include <insolate/hourly/hourly_sky.h>

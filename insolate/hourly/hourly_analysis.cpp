@@ -104,7 +104,7 @@ struct HourlyAnalysis::Prepared {
     std::array<GroundRays, 2> ground; // for surfaces that face it, and that see little of it
     std::optional<EdgeTables> edges;  // where a tolerance is given
     SkyParts parts;
-    float openTotal = 0.0f;           // of open ground [Wh/m2]
+    float openTotal = 0.0f;                      // of open ground [Wh/m2]
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
     PeakHours peakHours;
 
@@ -180,16 +180,16 @@ public:
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
         if (!parts.empty()) {
-            m_shared.parts.evaluate({.sides = m_sides,
-                                     .normal = m_normal,
-                                     .cells = m_seen.data(),
-                                     .visible = {m_visible[0].data(), m_visible[1].data()},
-                                     .sunWeight = m_sunWeight.data(),
-                                     .sunVisible = m_sunVisible.data(),
-                                     .groundView = m_groundView,
-                                     .hoursScale =
-                                         firstHours > 0.0f ? m_sunHours / firstHours : 1.0f},
-                                    parts);
+            m_shared.parts.evaluate(
+                {.sides = m_sides,
+                 .normal = m_normal,
+                 .cells = m_seen.data(),
+                 .visible = {m_visible[0].data(), m_visible[1].data()},
+                 .sunWeight = m_sunWeight.data(),
+                 .sunVisible = m_sunVisible.data(),
+                 .groundView = m_groundView,
+                 .hoursScale = firstHours > 0.0f ? m_sunHours / firstHours : 1.0f},
+                parts);
         }
         if (m_shared.options.peak || hours != nullptr) {
             gatherPatches();

@@ -141,12 +141,10 @@ private:
         std::array<double, 2> visible{};
         for (std::size_t half = 0; half < 2; ++half) {
             weight[half] = static_cast<double>(received(suns[half].energy));
-            single[half] =
-                isCut ? static_cast<double>(bySteps(suns[half].steps)) : weight[half];
+            single[half] = isCut ? static_cast<double>(bySteps(suns[half].steps)) : weight[half];
             visible[half] = static_cast<double>(m_seen.visible[half][cell]);
-            const bool faced =
-                m_seen.sides != Sides::One ||
-                dotProduct(m_seen.normal, m_parts.m_rays[half][j]) > 0.0f;
+            const bool faced = m_seen.sides != Sides::One ||
+                               dotProduct(m_seen.normal, m_parts.m_rays[half][j]) > 0.0f;
             halves[half].isCut = isCut;
             halves[half].timeSeen = faced ? m_seen.visible[half][cell] : 0.0f;
         }
@@ -184,8 +182,8 @@ void SkyParts::evaluate(const Seen& seen, std::span<SensorPart> parts) const {
         SensorPart& result = parts[p];
         result.beam = static_cast<float>(beam);
         static_assert(sensorKernels::cellCount % sensorKernels::lanes == 0);
-        result.sky = sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(),
-                                                  sensorKernels::cellCount);
+        result.sky =
+            sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(), sensorKernels::cellCount);
         result.ground = part.groundReflected * seen.groundView;
         result.total = result.beam + result.sky + result.ground;
         result.directSunHours = seen.hoursScale * static_cast<float>(hours);

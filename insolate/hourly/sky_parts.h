@@ -38,12 +38,12 @@ public:
     struct Seen {
         Sides sides = Sides::One;
         XYZf normal{0, 0, 0};
-        const float* cells = nullptr;            ///< visible projected solid angles [sr]
-        std::array<const float*, 2> visible{};   ///< of the cells' halves, by cell
-        const float* sunWeight = nullptr;        ///< by sun cell: energy on the surface [Wh/m2]
-        const float* sunVisible = nullptr;       ///< by sun cell: its visible share
-        float groundView = 0;                    ///< what the ground's light counts by
-        float hoursScale = 1;                    ///< counted hours of sun over those of the halves
+        const float* cells = nullptr;          ///< visible projected solid angles [sr]
+        std::array<const float*, 2> visible{}; ///< of the cells' halves, by cell
+        const float* sunWeight = nullptr;      ///< by sun cell: energy on the surface [Wh/m2]
+        const float* sunVisible = nullptr;     ///< by sun cell: its visible share
+        float groundView = 0;                  ///< what the ground's light counts by
+        float hoursScale = 1;                  ///< counted hours of sun over those of the halves
     };
     /// @param parts as many as size()
     void evaluate(const Seen& seen, std::span<SensorPart> parts) const;
@@ -68,8 +68,8 @@ private:
 
     Part m_whole;
     std::vector<Part> m_parts;
-    std::vector<XYZf> m_centres; ///< of the whole's sun cells
-    std::vector<int> m_cells;    ///< of the whole's sun cells
+    std::vector<XYZf> m_centres;             ///< of the whole's sun cells
+    std::vector<int> m_cells;                ///< of the whole's sun cells
     std::array<std::vector<XYZf>, 2> m_rays; ///< to the suns of the halves
 };
 

@@ -27,7 +27,7 @@ struct Scene {
 struct CellOrigin {
     static constexpr std::uint32_t unnamed = 0xFFFFFFFFU;
 
-    std::uint32_t face = 0;           ///< of the sensor mesh
+    std::uint32_t face = 0;           ///< of the model; the first of several that were cut as one
     std::uint32_t object = unnamed;   ///< into SensorField::names; the group of a face in no object
     std::uint32_t material = unnamed; ///< into SensorField::names
 };

@@ -9,13 +9,14 @@
 
 namespace insolate::study {
 
-ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights) {
+ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights,
+                    std::span<const std::uint8_t> included) {
     ColumnRange range;
     double sum = 0.0;
     double weight = 0.0;
     for (std::size_t i = 0; i < values.size(); ++i) {
         const float value = values[i];
-        if (!std::isfinite(value)) {
+        if (!std::isfinite(value) || (!included.empty() && included[i] == 0)) {
             continue;
         }
         const double number = value;
@@ -33,10 +34,11 @@ ColumnRange rangeOf(std::span<const float> values, std::span<const float> weight
 }
 
 nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns,
-                                std::span<const float> weights) {
+                                std::span<const float> weights,
+                                std::span<const std::uint8_t> included) {
     nlohmann::ordered_json ranges = nlohmann::ordered_json::object();
     for (const ResultColumn& column : columns) {
-        const ColumnRange range = rangeOf(column.values, weights);
+        const ColumnRange range = rangeOf(column.values, weights, included);
         ranges[column.name] = {{"title", column.title},  {"unit", column.unit},
                                {"lowest", range.lowest}, {"highest", range.highest},
                                {"mean", range.mean},     {"count", range.count}};

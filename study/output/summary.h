@@ -5,6 +5,7 @@
 #include "study/results/result_column.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <span>
 
@@ -20,11 +21,14 @@ struct ColumnRange {
     std::size_t count = 0; ///< finite values; the other members are 0 when there are none
 };
 /// @param weights of the mean, one for each value; empty: all alike
-ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights = {});
+/// @param included by value: 0 leaves it out; empty: all count
+ColumnRange rangeOf(std::span<const float> values, std::span<const float> weights = {},
+                    std::span<const std::uint8_t> included = {});
 
 /// {"total": {"title": ..., "unit": ..., "lowest": ..., "highest": ..., "mean": ...}, ...}
 nlohmann::ordered_json rangesOf(std::span<const ResultColumn> columns,
-                                std::span<const float> weights = {});
+                                std::span<const float> weights = {},
+                                std::span<const std::uint8_t> included = {});
 
 /// {"insolate": "0.1.0", "compiler": ..., "cairo": ...}: what made the result.
 nlohmann::ordered_json versionsInUse();

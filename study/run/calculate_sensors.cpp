@@ -100,13 +100,14 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
     return columns;
 }
 
-std::size_t countEnclosed(const RadiationMethod& method, std::span<const ResultColumn> columns,
-                          const SensorField& field) {
-    std::size_t count = 0;
+std::vector<float> enclosedSensors(const RadiationMethod& method,
+                                   std::span<const ResultColumn> columns,
+                                   const SensorField& field) {
+    std::vector<float> enclosed(field.size());
     for (std::size_t sensor = 0; sensor < field.size(); ++sensor) {
-        count += method.isEnclosed(columns, field, sensor) ? 1 : 0;
+        enclosed[sensor] = method.isEnclosed(columns, field, sensor) ? 1.0f : 0.0f;
     }
-    return count;
+    return enclosed;
 }
 
 } // namespace insolate::study

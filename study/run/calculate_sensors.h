@@ -21,8 +21,8 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
                                            int threads, PartialResults* kept, Progress& progress,
                                            const std::stop_token& stop);
 
-/// Sensors that look into closed geometry, by the method's judgement.
-std::size_t countEnclosed(const RadiationMethod& method, std::span<const ResultColumn> columns,
-                          const SensorField& field);
+/// By sensor 1 where it looks into closed geometry, by the method's judgement, else 0.
+std::vector<float> enclosedSensors(const RadiationMethod& method,
+                                   std::span<const ResultColumn> columns, const SensorField& field);
 
 } // namespace insolate::study

@@ -107,19 +107,20 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear ye
 
 std::vector<ResultColumn> HourlyStudy::columns() const {
     std::vector<ResultColumn> columns = {
-            {"total", "Wh/m2", "Total radiation", {}},
-            {"beam", "Wh/m2", "Direct radiation", {}},
-            {"sky", "Wh/m2", "Radiation of the sky", {}},
-            {"ground", "Wh/m2", "Radiation reflected by the ground", {}},
-            {"average_daylight", "W/m2", "Average while the sun is up", {}},
-            {"average_period", "W/m2", "Average over all hours", {}},
-            {"peak", "W/m2", "Highest mean of an hour", {}},
-            {"peak_hour", "hour of year", "Hour of the peak, counted by its end", {}},
-            {"sky_view", "%", "Sky view", {}},
-            {"ground_view", "%", "Ground view", {}},
-            {"direct_sun_hours", "h", "Hours of direct sun", {}}};
+        {"total", "Wh/m2", "Total radiation", {}},
+        {"beam", "Wh/m2", "Direct radiation", {}},
+        {"sky", "Wh/m2", "Radiation of the sky", {}},
+        {"ground", "Wh/m2", "Radiation reflected by the ground", {}},
+        {"average_daylight", "W/m2", "Average while the sun is up", {}},
+        {"average_period", "W/m2", "Average over all hours", {}},
+        {"peak", "W/m2", "Highest mean of an hour", {}},
+        {"peak_hour", "hour of year", "Hour of the peak, counted by its end", {}},
+        {"sky_view", "%", "Sky view", {}},
+        {"ground_view", "%", "Ground view", {}},
+        {"direct_sun_hours", "h", "Hours of direct sun", {}}};
     for (const NamedPeriod& part : m_parts) {
-        const std::array<std::size_t, partColumns> places = {total, beam, diffuse, ground, sunHours};
+        const std::array<std::size_t, partColumns> places = {total, beam, diffuse, ground,
+                                                             sunHours};
         for (std::size_t i = 0; i < columnsOfPart(); ++i) {
             const ResultColumn& whole = columns[places[i]];
             columns.push_back(
@@ -132,7 +133,6 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
 std::size_t HourlyStudy::columnsOfPart() const {
     return m_parts.size() <= mostFullParts ? partColumns : 1;
 }
-
 
 Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
     return {work.recentring.local(work.field.positions[index]),

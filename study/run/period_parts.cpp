@@ -94,8 +94,8 @@ PeriodSplit parseSplit(std::string_view text) {
     if (text == "day") {
         return PeriodSplit::day;
     }
-    throw UsageError(fmt::format("--split: there is no {}; choose from month, season, day",
-                                 quoteText(text)));
+    throw UsageError(
+        fmt::format("--split: there is no {}; choose from month, season, day", quoteText(text)));
 }
 
 AskedPeriod parseAskedPeriod(std::string_view text) {
@@ -127,7 +127,8 @@ std::vector<NamedPeriod> partsOf(const StudyPeriod& whole, PeriodSplit split,
             part.name += "_" + dayName(one.period.endDay);
         }
         if (one.hasHours) {
-            part.name += "_" + clockName(one.period.startHour) + "_" + clockName(one.period.endHour);
+            part.name +=
+                "_" + clockName(one.period.startHour) + "_" + clockName(one.period.endHour);
         } else {
             part.period.startHour = whole.startHour;
             part.period.endHour = whole.endHour;

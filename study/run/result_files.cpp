@@ -10,6 +10,7 @@
 #include "study/run/study_record.h"
 
 #include <array>
+#include <limits>
 #include <numeric>
 #include <utility>
 
@@ -19,9 +20,12 @@ namespace insolate::study {
 
 namespace {
 
-/// The method's columns and, where sensors have cells, the cells' areas.
+/// The method's columns, the sensors that look into closed geometry and, where sensors have cells,
+/// the cells' areas.
 std::vector<ResultColumn> tableColumns(const StudyResults& results) {
     std::vector<ResultColumn> columns = results.columns;
+    columns.push_back(
+        {"enclosed", "0 or 1", "Whether it looks into closed geometry", results.enclosed});
     if (!results.areas.empty()) {
         columns.push_back({"area", "m2", "Area of the cell", results.areas});
     }
@@ -50,7 +54,12 @@ void writeGroups(OutputFile& out, const PreparedStudy& study, const StudyResults
 
 void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
                   const std::stop_token& stop) {
-    const ResultColumn shown = inKilowattHours(results.columns.front());
+    ResultColumn shown = inKilowattHours(results.columns.front());
+    for (std::size_t i = 0; i < results.included.size(); ++i) {
+        if (results.included[i] == 0) {
+            shown.values[i] = std::numeric_limits<float>::quiet_NaN();
+        }
+    }
     PictureOptions picture;
     picture.subtitle = studySubtitle(study.options, study.method->weather());
     picture.north = study.options.north;
@@ -98,13 +107,14 @@ nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResu
     nlohmann::ordered_json record = runRecord(study.options, study.method->weather(), study.inputs);
     study.method->describeSky(record);
     study.method->describeSensors(record, results.columns);
-    record["sensors"]["enclosed"] = results.enclosed;
+    record["sensors"]["enclosed"] = results.enclosedCount;
+    record["sensors"]["enclosed_in_means"] = study.options.keepEnclosed;
     if (!results.areas.empty()) {
         record["sensors"]["area_m2"] =
             std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
     }
     record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
-    record["results"] = rangesOf(results.columns, results.areas);
+    record["results"] = rangesOf(results.columns, results.areas, results.included);
     record["warnings"] = results.warnings;
     record["threads"] = usedThreads(study.options.threads);
     for (const auto& [stage, seconds] : study.watch.stages()) {

@@ -191,6 +191,13 @@ void addModelOptions(OptionTable& table, ModelOptions& options) {
                .choices = {"outward", "flip", "keep"},
                .usual = "outward",
                .take = [&](const std::string& text) { options.orient = parseOrient(text); }});
+    table.add({.name = "merge-faces",
+               .help = "Whether neighbouring triangles of one object and material that lie in one "
+                       "plane are cut as one face",
+               .typeName = "NAME",
+               .choices = {"yes", "no"},
+               .usual = "yes",
+               .take = [&](const std::string& text) { options.mergeFaces = text == "yes"; }});
     table.wholeNumber("threads", options.threads, "N", "Processors to use; 0: all",
                       "the number of processors, or 0 for all");
     table.flag("force", options.force,
@@ -249,8 +256,9 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .take = [&](const std::string& text) { options.hourly.split = parseSplit(text); }});
     table.add({.name = "periods",
                .kind = Option::Kind::list,
-               .help = "hourly: the same for these parts of the period, which may overlap: dates as "
-                       "for --period, and hours: 3/21,6/1-8/31:9-17",
+               .help =
+                   "hourly: the same for these parts of the period, which may overlap: dates as "
+                   "for --period, and hours: 3/21,6/1-8/31:9-17",
                .typeName = "DATES[:TIMES],...",
                .separator = ',',
                .take = [&](const std::string& text) {
@@ -279,6 +287,13 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.number("page-limit", options.pageLimit, "MB",
                  "What page.html may weigh; beyond it values lose digits and columns are left out",
                  "MB above 0");
+    table.add({.name = "enclosed",
+               .help = "Whether sensors that see neither sky nor ground, as inside of a body or "
+                       "against one, count in means and colours (keep) or not (drop)",
+               .typeName = "NAME",
+               .choices = {"keep", "drop"},
+               .usual = "drop",
+               .take = [&](const std::string& text) { options.keepEnclosed = text == "keep"; }});
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");

@@ -58,6 +58,7 @@ struct ModelOptions {
     std::optional<double> offset;    ///< of a sensor from its face [m]; absent: defaultSensorOffset
     FaceSelection selection;         ///< which faces of the sensor model
     Orient orient = Orient::outward; ///< what becomes of the winding of the models
+    bool mergeFaces = true;          ///< coplanar triangles are cut as one face
     int threads = 0;                 ///< 0: all processors
     bool force = false;              ///< whatever the size
 
@@ -79,6 +80,8 @@ struct RunOptions : SkyOptions, ModelOptions {
     bool saveMasks = false;                     ///< keep what each sensor sees of the sky
     std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
     GroupTableOptions groups;
+    bool keepEnclosed =
+        false;               ///< sensors that see neither sky nor ground count in means and colours
     bool page = false;       ///< also leave page.html
     double pageLimit = 25.0; ///< what it may weigh [MB], PageOptions::limit
     bool resume = false;     ///< go on where a stopped run of the same study was

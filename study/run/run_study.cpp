@@ -81,7 +81,9 @@ std::vector<SensorGroups> groupResults(const PreparedStudy& study, const StudyRe
     std::vector<SensorGroups> groups;
     for (const GroupBy& by : options.by.empty() ? usualGroupings(field) : options.by) {
         groups.push_back(groupSensors(field, results.columns, results.areas, by,
-                                      {.classes = options.classes, .north = study.options.north}));
+                                      {.classes = options.classes,
+                                       .north = study.options.north,
+                                       .included = results.included}));
     }
     return groups;
 }
@@ -136,21 +138,26 @@ void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& 
 
 void reportResults(const PreparedStudy& study, const StudyResults& results, Progress& progress) {
     const std::vector<float>& totals = results.columns.front().values;
-    if (!study.method->reportsDarkness() && results.enclosed < totals.size() &&
+    if (!study.method->reportsDarkness() && results.enclosedCount < totals.size() &&
         std::all_of(totals.begin(), totals.end(), [](float total) { return total == 0.0f; })) {
         progress.warn(noLightText(study.options.weather));
     }
-    if (results.enclosed > 0) {
+    if (results.enclosedCount > 0) {
         const std::size_t sensors = study.inputs.field.size();
         progress.warn(fmt::format(
-            "{} of {} {} {} {}; {} may lie inside closed geometry or face into it: check "
+            "{} of {} {} {} {}{}; {} may lie inside closed geometry or face into it: check "
             "the faces' normals, --offset and --select",
-            groupedDigits(results.enclosed), groupedDigits(sensors),
-            counted(sensors, "sensor", "sensors"), counted(results.enclosed, "sees", "see"),
-            study.method->enclosedText(), counted(results.enclosed, "it", "they")));
+            groupedDigits(results.enclosedCount), groupedDigits(sensors),
+            counted(sensors, "sensor", "sensors"), counted(results.enclosedCount, "sees", "see"),
+            study.method->enclosedText(),
+            study.options.keepEnclosed
+                ? ""
+                : counted(results.enclosedCount, " and is left out of means and colours",
+                          " and are left out of means and colours"),
+            counted(results.enclosedCount, "it", "they")));
     }
     const ColumnRange range =
-        rangeOf(inKilowattHours(results.columns.front()).values, results.areas);
+        rangeOf(inKilowattHours(results.columns.front()).values, results.areas, results.included);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, {} {:.4g} kWh/m2", range.lowest,
                               range.highest, results.areas.empty() ? "mean" : "mean by area",
                               range.mean));
@@ -196,8 +203,15 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
     results.areas = cellAreas(field);
+    results.enclosed = enclosedSensors(*study.method, results.columns, field);
+    results.enclosedCount = static_cast<std::size_t>(
+        std::count(results.enclosed.begin(), results.enclosed.end(), 1.0f));
+    if (results.enclosedCount > 0 && !study.options.keepEnclosed) {
+        results.included.resize(field.size());
+        std::transform(results.enclosed.begin(), results.enclosed.end(), results.included.begin(),
+                       [](float enclosed) { return enclosed == 0.0f ? 1 : 0; });
+    }
     results.groups = groupResults(study, results);
-    results.enclosed = countEnclosed(*study.method, results.columns, field);
     for (const std::size_t sensor : study.options.hourly.series) {
         throwIfStopped(stop);
         results.series.push_back({sensor, study.method->hoursOf(work, sensor)});

@@ -1,5 +1,6 @@
 #include "study/run/study_inputs.h"
 
+#include "study/model/coplanar.h"
 #include "study/model/ground_plane.h"
 #include "study/model/mesh.h"
 #include "study/model/selection.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <optional>
 #include <span>
 #include <string>
@@ -132,8 +134,29 @@ void noteSelection(const SelectedFaces& selected, Progress& progress) {
     }
 }
 
-SensorField cutSensors(const Mesh& mesh, double triangles, double offset,
-                       const ModelOptions& options, Progress& progress) {
+/// Puts triangles together, unless the user wants each cut by itself.
+MergedMesh mergeFaces(Mesh mesh, const ModelOptions& options, Progress& progress) {
+    if (!options.mergeFaces) {
+        MergedMesh same{.mesh = std::move(mesh), .firstFace = {}, .triangles = 0};
+        same.firstFace.resize(same.mesh.faces.size());
+        std::iota(same.firstFace.begin(), same.firstFace.end(), 0U);
+        return same;
+    }
+    MergedMesh merged = mergeCoplanarTriangles(mesh);
+    if (merged.triangles > 0) {
+        const std::size_t faces = merged.mesh.faces.size() + merged.triangles - mesh.faces.size();
+        progress.note(fmt::format("{} coplanar triangles are cut as {} {}; --merge-faces no cuts "
+                                  "each by itself",
+                                  groupedDigits(merged.triangles), groupedDigits(faces),
+                                  counted(faces, "face", "faces")));
+    }
+    return merged;
+}
+
+SensorField cutSensors(Mesh whole, double triangles, double offset, const ModelOptions& options,
+                       Progress& progress) {
+    const MergedMesh merged = mergeFaces(std::move(whole), options, progress);
+    const Mesh& mesh = merged.mesh;
     const std::string source = place(options.sensorFile());
     const SelectedFaces selected = selectFaces(mesh, options.selection, options.north, source);
     const std::vector<std::uint32_t>& faces = selected.faces;
@@ -152,6 +175,9 @@ SensorField cutSensors(const Mesh& mesh, double triangles, double offset,
             fmt::format("{}: no face has an area to put sensors on; repair the model or "
                         "choose another one",
                         source));
+    }
+    for (CellOrigin& origin : cut.field.origins) {
+        origin.face = merged.firstFace[origin.face];
     }
     return std::move(cut.field);
 }
@@ -253,7 +279,7 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
             mesh = readModel(sensorFile, options, progress, stop);
         }
         inputs.offset = sensorOffset(inputs.scene, *mesh, options, progress);
-        inputs.field = cutSensors(*mesh, triangles, inputs.offset, options, progress);
+        inputs.field = cutSensors(std::move(*mesh), triangles, inputs.offset, options, progress);
     }
     progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
     noteUndersides(inputs.field, progress);

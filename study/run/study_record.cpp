@@ -58,6 +58,7 @@ void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
     if (inputs.field.hasCells()) {
         record["sensors"]["grid_m"] = options.grid.value_or(ModelOptions::usualGrid);
         record["sensors"]["offset_m"] = inputs.offset;
+        record["sensors"]["merge_faces"] = options.mergeFaces;
         record["sensors"]["select"] = options.selection.patterns;
         record["sensors"]["exclude"] = options.selection.exclude;
         nlohmann::ordered_json facing = nlohmann::ordered_json::array();

@@ -65,7 +65,7 @@ std::span<const float> StudySession::areas() const {
 }
 
 std::size_t StudySession::enclosed() const {
-    return m_content->results.enclosed;
+    return m_content->results.enclosedCount;
 }
 
 SensorHours StudySession::hoursOf(std::size_t sensor) const {

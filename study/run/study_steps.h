@@ -15,6 +15,7 @@
 #include "study/support/progress.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <stop_token>
@@ -44,7 +45,11 @@ struct StudyResults {
     std::vector<ResultColumn> columns; ///< the method's, the one to look at first
     std::vector<float> areas;          ///< of the cells [m2]; empty for sensors without cells
     std::vector<SensorGroups> groups;  ///< by each of the groupings asked for
-    std::size_t enclosed = 0;          ///< sensors that look into closed geometry
+    /// By sensor: 1 when it looks into closed geometry.
+    std::vector<float> enclosed;
+    std::size_t enclosedCount = 0;
+    /// By sensor: 0 leaves it out of means and colours; empty: all count.
+    std::vector<std::uint8_t> included;
     SkyVisibilityStore seen;           ///< what each sensor sees, where it is to be saved
     std::vector<SensorSeries> series;  ///< hours of the sensors that were asked for
     std::vector<std::string> warnings; ///< that were given on the way

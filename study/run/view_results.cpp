@@ -1,5 +1,6 @@
 #include "study/run/view_results.h"
 
+#include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
 #include "study/output/page.h"
 #include "study/results/result_folder.h"
@@ -72,22 +73,24 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
         throw UsageError(place(to) +
                          " is a folder; give the name of the page: " + (to / "page.html").string());
     }
+    const std::filesystem::path parent = to.parent_path();
+    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {}, place(to));
+    const FolderHold hold(progress, folder);
+    const ResultName result{name, isOurPage};
+    folder.requireFree(result);
     std::deque<Viewed> viewed;
     std::vector<PageResult> pages;
-    for (const std::filesystem::path& folder : options.folders) {
-        read(viewed.emplace_back(), folder, progress, stop);
+    for (const std::filesystem::path& source : options.folders) {
+        read(viewed.emplace_back(), source, progress, stop);
     }
     for (const Viewed& one : viewed) {
         pages.push_back(one.page);
     }
-    const std::filesystem::path parent = to.parent_path();
-    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, place(to));
-    folder.requireFree({{name, isOurPage}});
     PageOptions page;
     page.limit = options.limit;
     page.picture = pictureBytes(pages.front(), viewed.front().folder.facts.madeBy,
                                 viewed.front().folder.areas, stop);
-    writePage(folder.stage(name), pages, page, stop);
+    writePage(folder.stage(result), pages, page, stop);
     folder.commit();
     progress.note("wrote " + to.string());
 }

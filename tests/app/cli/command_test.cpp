@@ -77,7 +77,7 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
         testing::AllOf(HasSubstr("of them faces down: "), HasSubstr("--sun-tolerance 0.25")));
     expectAll(readFile(path("o/summary.json")), {"\"albedo\": [\n      0.2,\n"});
     done(study + "--sensors two.csv");
-    EXPECT_EQ(rowsOf(path("o/sensors.csv"))[0].back(), "direct_sun_hours [h]");
+    EXPECT_EQ(rowsOf(path("o/sensors.csv"))[0].back(), "enclosed [0 or 1]");
     EXPECT_NEAR(meanOf(), (up + down) / 2.0, 1e-6 * up);
 }
 

@@ -121,6 +121,27 @@ TEST(Coplanar, KeepsApartWhatIsNotOnePlaneOrNotOnePart) {
     EXPECT_EQ(mergeCoplanarTriangles(two).mesh.faces.size(), 2U);
 }
 
+TEST(Coplanar, KeepsTrianglesApartWhoseOutlineWouldOverlapItself) {
+    // Triangles around one corner, each hanging on the one before: for less than a full turn they
+    // are one polygon, for more the last ones would lie on the first.
+    const auto fan = [](int count) {
+        Mesh mesh;
+        mesh.vertices.push_back({0, 0, 0});
+        for (int i = 0; i <= count; ++i) {
+            const double angle = i * std::numbers::pi / 4.0;
+            const double reach = 1.0 + 0.1 * i;
+            mesh.vertices.push_back({reach * std::cos(angle), reach * std::sin(angle), 0});
+        }
+        for (std::uint32_t i = 1; i <= static_cast<std::uint32_t>(count); ++i) {
+            mesh.faces.push_back({.firstCorner = 3 * (i - 1), .cornerCount = 3});
+            mesh.corners.insert(mesh.corners.end(), {0U, i, i + 1});
+        }
+        return mesh;
+    };
+    EXPECT_EQ(mergeCoplanarTriangles(fan(7)).mesh.faces.size(), 1U);
+    EXPECT_EQ(mergeCoplanarTriangles(fan(10)).mesh.faces.size(), 10U);
+}
+
 TEST(PolygonRings, BridgesCoverThePolygonWithoutItsHolesWhereverRingsBegin) {
     std::mt19937 random(3);
     std::uniform_real_distribution<double> size(0.2, 0.49);

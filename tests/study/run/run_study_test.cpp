@@ -4,9 +4,11 @@
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
+#include <algorithm>
 #include <array>
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 namespace {
@@ -83,10 +85,75 @@ TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
                         HasSubstr("1 hour without data counts as without"),
                         HasSubstr("1 of 1 closed body look partly inwards; 5 faces were turned"),
                         HasSubstr("no hour of the period has radiation"),
-                        HasSubstr("1 of 3 sensors sees no sky; it may lie in")));
+                        HasSubstr("1 of 3 sensors sees no sky and is left out of means and "
+                                  "colours; it may lie in")));
         pictures[isTurned ? 1 : 0] = test::readFile(options.out / "heatmap.png");
     }
     EXPECT_NE(pictures[0], pictures[1]);
+}
+
+/// The column of that heading.
+std::vector<double> columnOf(const std::filesystem::path& file, const std::string& heading) {
+    const auto rows = test::rowsOf(file);
+    const auto at = std::find(rows[0].begin(), rows[0].end(), heading) - rows[0].begin();
+    std::vector<double> values;
+    for (std::size_t row = 1; row < rows.size(); ++row) {
+        values.push_back(std::stod(rows[row].at(static_cast<std::size_t>(at))));
+    }
+    return values;
+}
+
+TEST(RunStudy, LeavesWhatStandsAgainstAnotherBodyOutOfMeansAndColours) {
+    // Two blocks of 4 by 4 m that touch, one twice as high: half of the high one's side is hidden.
+    const auto block = [](double x, double height) {
+        std::string text;
+        for (const double z : {0.0, height}) {
+            text +=
+                fmt::format("v {0} 0 {2}\nv {1} 0 {2}\nv {1} 4 {2}\nv {0} 4 {2}\n", x, x + 4, z);
+        }
+        return text;
+    };
+    const test::StudyFolder folder;
+    RunOptions options;
+    options.weather = folder.write("a.epw", test::clearYear());
+    options.scenes = {folder.write("a.obj", block(0, 8) + block(4, 4) +
+                                                "o high\nf 4 3 2 1\nf 5 6 7 8\nf 1 2 6 5\n"
+                                                "f 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\n"
+                                                "o low\nf 12 11 10 9\nf 13 14 15 16\nf 9 10 14 13\n"
+                                                "f 10 11 15 14\nf 11 12 16 15\nf 12 9 13 16\n")};
+    options.selection.patterns = {"high"};
+    options.selection.facing = {Facing::east};
+    options.period = {.startDay = 172, .endDay = 172};
+    options.grid = 2.0;
+    options.out = folder.path() / "out";
+    test::Heard heard;
+    runStudy(options, heard);
+    EXPECT_THAT(heard.warnings, testing::Contains(HasSubstr(
+                                    "4 of 8 sensors see neither sky nor ground and are left out")));
+    const std::vector<double> height = columnOf(options.out / "sensors.csv", "z [m]");
+    const std::vector<double> total = columnOf(options.out / "sensors.csv", "total [Wh/m2]");
+    const std::vector<double> enclosed = columnOf(options.out / "sensors.csv", "enclosed [0 or 1]");
+    double seen = 0.0;
+    ASSERT_EQ(height.size(), 8U);
+    for (std::size_t i = 0; i < height.size(); ++i) {
+        EXPECT_EQ(enclosed[i], height[i] < 4.0 ? 1.0 : 0.0);
+        seen += total[i];
+    }
+    const auto summaryOf = [&] {
+        return nlohmann::json::parse(test::readFile(options.out / "summary.json"));
+    };
+    const nlohmann::json dropped = summaryOf();
+    EXPECT_NEAR(dropped["results"]["total"]["mean"], seen / 4.0, 1e-5 * seen);
+    EXPECT_GT(dropped["results"]["total"]["lowest"], 1000.0);
+    EXPECT_EQ(dropped["results"]["total"]["count"], 4);
+    EXPECT_EQ(dropped["sensors"]["enclosed"], 4);
+    EXPECT_NEAR(dropped["sensors"]["area_m2"], 32.0, 1e-3);
+    const std::string picture = test::readFile(options.out / "heatmap.png");
+
+    runStudy(with(options, "enclosed", "keep"), heard);
+    EXPECT_NEAR(summaryOf()["results"]["total"]["mean"], seen / 8.0, 1e-5 * seen);
+    EXPECT_EQ(summaryOf()["results"]["total"]["lowest"], 0.0);
+    EXPECT_NE(test::readFile(options.out / "heatmap.png"), picture);
 }
 
 } // namespace

@@ -86,7 +86,9 @@ protected:
     }
     std::size_t enclosed(const Scene& scene, const SensorField& field) {
         const std::vector<ResultColumn> results = columns(scene, field);
-        return countEnclosed(*makeRadiationMethod(options, north), results, field);
+        const std::vector<float> enclosed =
+            enclosedSensors(*makeRadiationMethod(options, north), results, field);
+        return static_cast<std::size_t>(std::count(enclosed.begin(), enclosed.end(), 1.0f));
     }
     Results calculate(const Scene& scene, const SensorField& field) {
         Results results;

@@ -55,5 +55,35 @@ TEST(StudyInputs, TakeTheLevelOfDetail) {
                 HasSubstr("--lod: 'high' is no level of detail"));
 }
 
+TEST(StudyInputs, CutTrianglesInOnePlaneAsThePolygonThatTheyMake) {
+    const StudyFolder folder;
+    const std::string corners = "v 0 0 0\nv 9 0 0\nv 9 6 0\nv 0 6 0\nv 0 0 3\nv 9 0 3\n";
+    const std::string whole = folder.write("a.obj", corners + "f 1 2 3 4\nf 1 5 6 2\n").string();
+    const std::string triangles =
+        folder.write("b.obj", corners + "f 1 2 3\nf 1 5 6\nf 6 2 1\nf 3 4 1\n").string();
+    const auto fieldOf = [&](const std::string& scene, const std::string& merge) {
+        return inputsBy({{"scene", scene}, {"merge-faces", merge}, {"grid", "3"}});
+    };
+    const StudyInputs polygons = fieldOf(whole, "yes");
+    const StudyInputs merged = fieldOf(triangles, "yes");
+    const auto placesOf = [](const SensorField& field) {
+        std::set<std::array<long, 3>> places; // millimetres
+        for (const Vector3& p : field.positions) {
+            places.insert({std::lround(p.x * 1e3), std::lround(p.y * 1e3), std::lround(p.z * 1e3)});
+        }
+        return places;
+    };
+    EXPECT_EQ(polygons.field.size(), 9U);
+    EXPECT_EQ(placesOf(merged.field), placesOf(polygons.field));
+    // Faces keep the numbers of the file: the first of those that were put together.
+    EXPECT_EQ(merged.field.origins.front().face, 0U);
+    EXPECT_EQ(merged.field.origins.back().face, 1U);
+    EXPECT_EQ(merged.scene.triangleCount(), 4U);
+
+    const StudyInputs single = fieldOf(triangles, "no");
+    EXPECT_GT(single.field.size(), 9U);
+    EXPECT_EQ(single.field.origins.back().face, 3U);
+}
+
 } // namespace
 } // namespace insolate::study
