@@ -20,10 +20,11 @@ INSOLATE_FUZZ_TARGET(dates)(const std::uint8_t* bytes, std::size_t size) {
         }
     };
     attempt([&] {
-        const int day = parseDate(text);
+        const int day = parseDate(text).day;
         require(day >= 1 && day <= 365, "a date is a day of the year");
     });
     attempt([&] { parseDates(text, period); });
+    attempt([&] { period.summerTime = summerTimeOf(text, 2025); });
     attempt([&] { parseHours(text, period); });
     require(period.startDay >= 1 && period.startDay <= 365 && period.endDay >= 1 &&
                 period.endDay <= 365,

@@ -2,6 +2,7 @@
 #include "memory_file.h"
 
 #include "study/run/run_option_table.h"
+#include "study/run/study_batch.h"
 #include "study/run/study_file.h"
 #include "study/support/errors.h"
 
@@ -13,6 +14,14 @@ INSOLATE_FUZZ_TARGET(study)(const std::uint8_t* bytes, std::size_t size) {
     addRunOptions(table, options);
     try {
         applyStudyFile(table, file.name(), {}, "'insolate run --help'");
+    } catch (const Error& error) {
+        insolate::fuzz::requireFix(error);
+    }
+    try {
+        for (const StudyTask& task : readStudyTasks(file.name())) {
+            insolate::fuzz::require(task.name.find('/') == std::string::npos,
+                                    "an analysis stays in its folder");
+        }
     } catch (const Error& error) {
         insolate::fuzz::requireFix(error);
     }

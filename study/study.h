@@ -38,6 +38,8 @@
 #include <study/run/run_weather.h>
 #include <study/run/site_options.h>
 #include <study/run/sky_view.h>
+#include <study/run/study_batch.h>
+#include <study/run/study_estimate.h>
 #include <study/run/study_file.h>
 #include <study/run/study_inputs.h>
 #include <study/run/study_session.h>
@@ -49,6 +51,7 @@
 #include <study/support/iso_time.h>
 #include <study/support/period.h>
 #include <study/support/progress.h>
+#include <study/support/summer_time.h>
 #include <study/weather/sampled_weather.h>
 #include <study/weather/weather_check.h>
 #include <study/weather/weather_year.h>

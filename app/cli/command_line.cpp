@@ -3,14 +3,18 @@
 #include "app/cli/arguments.h"
 #include "app/cli/commands.h"
 #include "app/terminal/interrupt.h"
+#include "app/terminal/json_progress.h"
 #include "app/terminal/standard_output.h"
 #include "study/support/errors.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <span>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include <fmt/format.h>
 #include <insolate/insolate.h>
@@ -25,16 +29,31 @@ namespace {
 constexpr int exitData = 1;
 constexpr int exitUsage = 2;
 
-int report(int exitCode, std::string_view message) {
-    // Where standard error is closed or full, the exit code must do.
-    std::fputs(fmt::format("insolate: error: {}\n", message).c_str(), stderr);
-    return exitCode;
+/// Whether the arguments ask for reports as JSON, however wrong the rest of them is.
+bool asksForJson(std::span<const char* const> arguments) {
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const std::string_view one = arguments[i];
+        if (one == "--progress=json" || (one == "--progress" && i + 1 < arguments.size() &&
+                                         std::string_view(arguments[i + 1]) == "json")) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
     Interruption interruption;
+    const bool asJson = asksForJson(std::span(argv, static_cast<std::size_t>(std::max(argc, 0))));
+    const auto report = [asJson](int exitCode, const std::string& message) {
+        // Where standard error is closed or full, the exit code must do.
+        std::fputs((asJson ? errorAsJson(message, exitCode)
+                           : fmt::format("insolate: error: {}\n", message))
+                       .c_str(),
+                   stderr);
+        return exitCode;
+    };
     CLI::App app("Solar radiation on the surfaces of a model, with shade and incidence.",
                  "insolate");
     app.set_version_flag("--version", std::string("insolate ") + INSOLATE_VERSION);
@@ -42,6 +61,7 @@ int runCommandLine(int argc, const char* const* argv) {
     addRunCommand(app, interruption);
     addSkyCommand(app, interruption);
     addModelCommand(app, interruption);
+    addStudyCommand(app, interruption);
     addSunCommand(app);
     addSunHoursCommand(app, interruption);
     addViewCommand(app, interruption);

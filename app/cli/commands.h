@@ -11,6 +11,7 @@ namespace insolate::app {
 void addRunCommand(CLI::App& app, Interruption& interruption);
 void addSkyCommand(CLI::App& app, Interruption& interruption);
 void addModelCommand(CLI::App& app, Interruption& interruption);
+void addStudyCommand(CLI::App& app, Interruption& interruption);
 void addSunCommand(CLI::App& app);
 void addSunHoursCommand(CLI::App& app, Interruption& interruption);
 void addViewCommand(CLI::App& app, Interruption& interruption);

@@ -1,8 +1,7 @@
 #include "app/cli/commands.h"
 #include "app/cli/table_arguments.h"
-#include "app/terminal/progress.h"
+#include "app/terminal/standard_output.h"
 #include "study/run/run_option_table.h"
-#include "study/run/run_study.h"
 
 #include <memory>
 
@@ -12,7 +11,6 @@ namespace {
 
 struct RunArguments {
     study::RunOptions options;
-    bool quiet = false;
     study::OptionTable table;
 };
 
@@ -25,13 +23,16 @@ void addRunCommand(CLI::App& app, Interruption& interruption) {
                "summary.json.");
     auto run = std::make_shared<RunArguments>();
     study::addRunOptions(run->table, run->options);
-    run->table.flag("quiet", run->quiet, "Say nothing but warnings and errors");
-    auto arguments = std::make_shared<TableArguments>(*command, run->table);
+    auto arguments =
+        std::make_shared<TableArguments>(*command, run->table, [run] { run->options = {}; });
     command->callback([run, arguments, &interruption] {
-        arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, run->quiet),
-                                      &interruption);
-            study::runStudy(run->options, progress, interruption.token());
+        arguments->run(interruption, [&](study::StudyBatch& batch, const std::string& analysis) {
+            if (run->options.dryRun) {
+                printResult(batch.estimate(run->options).text());
+                return;
+            }
+            run->options.out = study::folderOf(run->options.out, analysis);
+            batch.run(run->options);
         });
     });
 }

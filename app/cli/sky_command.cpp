@@ -1,9 +1,7 @@
 #include "app/cli/commands.h"
 #include "app/cli/table_arguments.h"
-#include "app/terminal/progress.h"
 #include "study/run/radiation_method.h"
 #include "study/run/run_option_table.h"
-#include "study/run/run_sky.h"
 
 #include <memory>
 
@@ -13,7 +11,6 @@ namespace {
 
 struct SkyArguments {
     study::SkyOptions options;
-    bool quiet = false;
     study::OptionTable table;
 };
 
@@ -25,13 +22,12 @@ void addSkyCommand(CLI::App& app, Interruption& interruption) {
                                   "Writes sky.csv, sky.png and sky.json.");
     auto sky = std::make_shared<SkyArguments>();
     study::addSkyOptions(sky->table, sky->options, study::methodNames(study::MethodsOf::aSky));
-    sky->table.flag("quiet", sky->quiet, "Say nothing but warnings and errors");
-    auto arguments = std::make_shared<TableArguments>(*command, sky->table);
+    auto arguments =
+        std::make_shared<TableArguments>(*command, sky->table, [sky] { sky->options = {}; });
     command->callback([sky, arguments, &interruption] {
-        arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sky->quiet),
-                                      &interruption);
-            study::runSky(sky->options, progress, interruption.token());
+        arguments->run(interruption, [&](study::StudyBatch& batch, const std::string& analysis) {
+            sky->options.out = study::folderOf(sky->options.out, analysis);
+            batch.run(sky->options);
         });
     });
 }

@@ -45,7 +45,7 @@ void addSunCommand(CLI::App& app) {
         ->excludes("--lat")
         ->excludes("--lon")
         ->excludes("--tz");
-    command->add_option("--date", arguments->date, "Month/day or day of the year")
+    command->add_option("--date", arguments->date, "6/21, 2026-06-21, 21 June or day of the year")
         ->type_name("DATE")
         ->capture_default_str();
     command->add_option("--step", arguments->step, "Time step [h], 0.01 to 1")
@@ -58,7 +58,7 @@ void addSunCommand(CLI::App& app) {
             options.weather = arguments->weather;
         }
         try {
-            options.day = parseDate(arguments->date);
+            options.day = parseDate(arguments->date).day;
         } catch (const UsageError& error) {
             throw UsageError(
                 fmt::format("--date {}: {}", quoteText(arguments->date), error.what()));

@@ -1,6 +1,5 @@
 #include "app/cli/commands.h"
 #include "app/cli/table_arguments.h"
-#include "app/terminal/progress.h"
 #include "app/terminal/standard_output.h"
 #include "study/run/sun_hours.h"
 
@@ -16,7 +15,6 @@ namespace {
 struct SunHoursArguments {
     study::SunHoursOptions options;
     bool listRules = false;
-    bool quiet = false;
     study::OptionTable table;
 };
 
@@ -45,18 +43,17 @@ void addSunHoursCommand(CLI::App& app, Interruption& interruption) {
         "Writes sensors.csv, sensors.vtp (ParaView), groups.csv, heatmap.png and summary.json.");
     auto sunHours = std::make_shared<SunHoursArguments>();
     study::addSunHoursOptions(sunHours->table, sunHours->options);
-    sunHours->table.flag("quiet", sunHours->quiet, "Say nothing but warnings and errors");
-    auto arguments = std::make_shared<TableArguments>(*command, sunHours->table);
+    auto arguments = std::make_shared<TableArguments>(*command, sunHours->table,
+                                                      [sunHours] { sunHours->options = {}; });
     command->add_flag("--list-rules", sunHours->listRules, "Print the published rules and end");
     command->callback([sunHours, arguments, &interruption] {
         if (sunHours->listRules) {
             printResult(rulesText());
             return;
         }
-        arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, sunHours->quiet),
-                                      &interruption);
-            study::runSunHours(sunHours->options, progress, interruption.token());
+        arguments->run(interruption, [&](study::StudyBatch& batch, const std::string& analysis) {
+            sunHours->options.out = study::folderOf(sunHours->options.out, analysis);
+            batch.run(sunHours->options);
         });
     });
 }

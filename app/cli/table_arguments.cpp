@@ -1,9 +1,13 @@
 #include "app/cli/table_arguments.h"
 
 #include "app/cli/arguments.h"
+#include "app/terminal/reports.h"
 #include "study/run/study_file.h"
+#include "study/support/errors.h"
 
-#include <set>
+#include <algorithm>
+#include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -11,8 +15,11 @@ namespace insolate::app {
 
 using study::Option;
 
-TableArguments::TableArguments(CLI::App& command, const study::OptionTable& table)
-    : m_command(command), m_table(table) {
+TableArguments::TableArguments(CLI::App& command, study::OptionTable& table,
+                               std::function<void()> reset)
+    : m_command(command), m_table(table), m_reset(std::move(reset)) {
+    table.flag("quiet", m_quiet, "Say nothing but warnings and errors");
+    addProgressOption(command, m_progress);
     command
         .add_option("--study", m_study,
                     "Study file (TOML) with any of these options as keys; the command line wins")
@@ -39,18 +46,17 @@ TableArguments::TableArguments(CLI::App& command, const study::OptionTable& tabl
     }
 }
 
-void TableArguments::run(const std::stop_token& stop, const std::function<void()>& work) const {
-    std::set<std::string> given;
+std::set<std::string> TableArguments::given() const {
+    std::set<std::string> names;
     for (const Argument& argument : m_arguments) {
         if (argument.onCommand->count() > 0) {
-            given.insert(argument.option->name);
+            names.insert(argument.option->name);
         }
     }
-    study::StudyKeys keys;
-    if (!m_study.empty()) {
-        keys = study::applyStudyFile(m_table, m_study, given,
-                                     fmt::format("'{} --help'", callOf(m_command)), stop);
-    }
+    return names;
+}
+
+void TableArguments::giveOwn() const {
     for (const Argument& argument : m_arguments) {
         if (argument.onCommand->count() == 0) {
             continue;
@@ -63,10 +69,54 @@ void TableArguments::run(const std::stop_token& stop, const std::function<void()
                 : std::vector<std::string>{argument.value};
         study::OptionTable::give(*argument.option, values);
     }
-    try {
-        work();
-    } catch (const study::UsageError& error) {
-        study::failInStudy(keys, error);
+}
+
+void TableArguments::run(
+    Interruption& interruption,
+    const std::function<void(study::StudyBatch& batch, const std::string& analysis)>& work) {
+    std::optional<study::StudyFile> file;
+    std::vector<const study::StudyAnalysis*> analyses;
+    if (!m_study.empty()) {
+        file.emplace(m_study, interruption.token());
+        for (const study::StudyAnalysis& analysis : file->analyses()) {
+            if (analysis.command == m_command.get_name()) {
+                analyses.push_back(&analysis);
+            }
+        }
+        if (analyses.empty() && !file->analyses().empty()) {
+            throw study::DataError(fmt::format("{}: none of the analyses has command = \"{}\"; "
+                                               "'insolate study run' runs all of them",
+                                               study::place(m_study), m_command.get_name()));
+        }
+    }
+    if (analyses.empty()) {
+        analyses.push_back(nullptr);
+    }
+    const auto take = [&](const study::StudyAnalysis* analysis) {
+        m_reset();
+        study::StudyKeys keys;
+        if (file) {
+            keys = file->apply(m_table, given(), analysis);
+        }
+        giveOwn();
+        return keys;
+    };
+    if (analyses.size() > 1) {
+        std::for_each(analyses.begin(), analyses.end(), take);
+    }
+    study::StudyKeys keys = take(analyses.front());
+    const auto progress = progressOf(m_progress, m_quiet, interruption);
+    study::StudyBatch batch(*progress, interruption.token());
+    for (const study::StudyAnalysis* analysis : analyses) {
+        if (analysis != nullptr) {
+            keys = take(analysis);
+            progress->note("analysis " + analysis->name);
+        }
+        try {
+            work(batch, analysis == nullptr ? "" : analysis->name);
+        } catch (const study::UsageError& error) {
+            study::failInStudy(keys, error);
+        }
     }
 }
 

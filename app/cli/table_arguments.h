@@ -1,13 +1,15 @@
 /// An option table on the command line.
 #pragma once
 
+#include "app/terminal/interrupt.h"
 #include "study/run/option_table.h"
+#include "study/run/study_batch.h"
 
 #include <CLI/CLI.hpp>
 
 #include <deque>
 #include <functional>
-#include <stop_token>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,14 +18,21 @@ namespace insolate::app {
 /// The arguments of one subcommand whose options are a table. Lives as long as the subcommand.
 class TableArguments {
 public:
-    /// Adds the table's options to the subcommand, and --study, which gives them too.
+    /// Adds the table's options to the subcommand; --quiet, which goes into the table; --study,
+    /// which gives them all too; and --progress.
     /// @param table must outlive this object
-    TableArguments(CLI::App& command, const study::OptionTable& table);
+    /// @param reset puts the values that the table is bound to back to the defaults
+    TableArguments(CLI::App& command, study::OptionTable& table, std::function<void()> reset);
 
-    /// Gives the options their values, those of the command line first, and does the work. An error
-    /// that begins with an option that the study file has given names its line.
+    /// Gives the options their values, those of the command line first, and does the work: once, or
+    /// for each analysis of the study file that is for this subcommand, after the options of all
+    /// of them were found good. An error that begins with an option that the study file has given
+    /// names its line.
+    /// @param work takes the name of the analysis, or an empty one
     /// @throws study::Error
-    void run(const std::stop_token& stop, const std::function<void()>& work) const;
+    void
+    run(Interruption& interruption,
+        const std::function<void(study::StudyBatch& batch, const std::string& analysis)>& work);
 
 private:
     struct Argument {
@@ -34,8 +43,14 @@ private:
         bool isSet = false;              ///< of flags
     };
 
+    [[nodiscard]] std::set<std::string> given() const;
+    void giveOwn() const;
+
     CLI::App& m_command;
-    const study::OptionTable& m_table;
+    study::OptionTable& m_table;
+    std::function<void()> m_reset;
+    bool m_quiet = false;
+    std::string m_progress;
     std::string m_study;
     std::deque<Argument> m_arguments; ///< the parser holds references to them
 };

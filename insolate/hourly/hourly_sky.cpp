@@ -164,7 +164,18 @@ std::uint32_t fraction(double value) {
     return static_cast<std::uint32_t>(std::clamp((value - std::floor(value)) * 64.0, 0.0, 63.0));
 }
 
-bool inDailyHours(const AnalysisPeriod& period, double hour) {
+bool isSummerDay(const AnalysisPeriod& period, int day) {
+    const int first = period.firstSummerDay;
+    const int last = period.lastSummerDay;
+    return first > 0 && (first <= last ? day >= first && day <= last : day >= first || day <= last);
+}
+
+/// @param day of the year, 1..365
+/// @param hour of standard time, 0..24
+bool inDailyHours(const AnalysisPeriod& period, int day, double hour) {
+    if (isSummerDay(period, day)) {
+        hour += hour < 23.0 ? 1.0 : -23.0;
+    }
     if (period.startHour == period.endHour) {
         return std::floor(hour) == std::min(std::floor(period.startHour), 23.0);
     }
@@ -180,6 +191,10 @@ AnalysisPeriod heldToRange(AnalysisPeriod period) {
     const auto hour = [](double value) { return value > 0.0 ? std::min(value, 24.0) : 0.0; };
     period.startHour = hour(period.startHour);
     period.endHour = hour(period.endHour);
+    if (period.firstSummerDay > 0) {
+        period.firstSummerDay = std::min(period.firstSummerDay, 365);
+        period.lastSummerDay = std::clamp(period.lastSummerDay, 1, 365);
+    }
     return period;
 }
 
@@ -262,7 +277,7 @@ private:
         int sunStepsInPeriod = 0;
         for (int s = 0; s < stepCount; ++s) {
             const double middle = (s + 0.5) * stepHours;
-            const bool inPeriod = inDailyHours(m_sky.period, hour + middle);
+            const bool inPeriod = inDailyHours(m_sky.period, day + 1, hour + middle);
             stepsInPeriod += inPeriod ? 1 : 0;
             const SunPosition sun = sunPosition(startOfHour + middle / 24.0, m_weather.site, air);
             if (sun.altitude > 0.0) {

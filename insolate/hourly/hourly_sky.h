@@ -21,8 +21,8 @@
 
 namespace insolate {
 
-/// Days and daily hours of an analysis, in the site's standard time (a host that thinks in daylight
-/// saving time shifts the hours by one). Values out of range are held to it.
+/// Days and daily hours of an analysis, in the site's standard time but for the days of summer
+/// time. Values out of range are held to it.
 struct AnalysisPeriod {
     int firstDay = 1;       ///< day of the year, 1..365
     int lastDay = 365;      ///< the same, included; before firstDay the period runs over new year
@@ -30,6 +30,10 @@ struct AnalysisPeriod {
     /// The same, excluded; before startHour the hours run over midnight. Equal to it: the one clock
     /// hour in which both lie.
     double endHour = 24.0;
+    /// Days of the year on which the hours are those of a clock that runs one ahead of standard
+    /// time; each keeps the 24 hours of its date. 0: none.
+    int firstSummerDay = 0;
+    int lastSummerDay = 0; ///< included; before firstSummerDay they run over new year
 };
 
 struct HourlySkyOptions {

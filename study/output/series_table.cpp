@@ -22,12 +22,15 @@ void writeSeriesCsv(OutputFile& out, const StudyPeriod& period,
         out.write(fmt::format(",beam_{0} [Wh/m2],sky_{0} [Wh/m2],ground_{0} [Wh/m2]", one.sensor));
     }
     out.write("\n");
-    const auto firstHour = static_cast<int>(std::floor(period.startHour));
-    const auto endHour = static_cast<int>(std::ceil(period.endHour));
     for (int i = 0; i < period.dayCount(); ++i) {
         const int day = (period.startDay - 1 + i) % 365;
         const MonthAndDay date = monthAndDay(day);
-        for (int hour = firstHour; hour < endHour; ++hour) {
+        const bool isAhead = period.summerTime && period.summerTime->contains(day + 1);
+        for (int hour = 0; hour < 24; ++hour) {
+            const int clock = isAhead ? (hour + 1) % 24 : hour; // what watches show
+            if (clock + 1 <= period.startHour || clock >= period.endHour) {
+                continue;
+            }
             const auto index = static_cast<std::size_t>(24 * day + hour);
             out.write(fmt::format("{},{},{},{}", index + 1, date.month, date.day, hour + 1));
             for (const SensorSeries& one : series) {

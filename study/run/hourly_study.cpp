@@ -55,8 +55,12 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, const S
     sky.northOffset = north * std::numbers::pi / 180.0;
     sky.albedo = options.hourly.albedo.value_or(HourlyOptions::usualAlbedo);
     sky.monthlyAlbedo = options.hourly.monthlyAlbedo;
-    return buildHourlySky(weather,
-                          {period.startDay, period.endDay, period.startHour, period.endHour}, sky);
+    AnalysisPeriod days{period.startDay, period.endDay, period.startHour, period.endHour};
+    if (const auto& summer = period.summerTime; summer && !period.hasWholeDays()) {
+        days.firstSummerDay = summer->firstDay;
+        days.lastSummerDay = summer->lastDay;
+    }
+    return buildHourlySky(weather, days, sky);
 }
 
 } // namespace

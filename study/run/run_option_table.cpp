@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -61,6 +62,23 @@ void takeScene(std::vector<std::filesystem::path>& scenes, const std::string& te
 
 } // namespace
 
+void addSummerTimeOption(OptionTable& table, std::function<void(const std::string&)> take) {
+    std::vector<std::string> names;
+    for (const SummerTimeRule& rule : summerTimeRules()) {
+        names.emplace_back(rule.name);
+    }
+    table.add({.name = "dst",
+               .help = fmt::format("Summer time, so that --hours are those of watches: by law ({}) "
+                                   "or from the first to the last day: 3/30-10/25",
+                                   fmt::join(names, ", ")),
+               .typeName = "RULE",
+               .usual = "none",
+               .take = [take = std::move(take)](const std::string& text) {
+                   summerTimeOf(text, StudyPeriod::yearOfRules);
+                   take(text);
+               }});
+}
+
 LengthUnit lengthUnitOf(const std::string& option, const std::string& name) {
     const auto found = unitNames.find(name);
     if (found == unitNames.end()) {
@@ -74,8 +92,8 @@ void addSkyOptions(OptionTable& table, SkyOptions& options,
                    const std::vector<std::string>& methods) {
     table.file("weather", options.weather, "Weather of a year: .epw, .wea or .mra");
     table.add({.name = "period",
-               .help = "Days, both included: month/day or day of the year, e.g. 6/1-8/31, 152-243, "
-                       "11/1-2/28 over the new year, or one day",
+               .help = "Days, both included: 6/1-8/31, 2026-06-01 to 2026-08-31, 1 June - 31 "
+                       "August, days of the year 152-243, 11/1-2/28 over the new year, or one day",
                .typeName = "DATES",
                .usual = "1/1-12/31",
                .take = [&](const std::string& text) { parseDates(text, options.period); }});
@@ -84,6 +102,9 @@ void addSkyOptions(OptionTable& table, SkyOptions& options,
                .typeName = "TIMES",
                .usual = "0-24",
                .take = [&](const std::string& text) { parseHours(text, options.period); }});
+    addSummerTimeOption(table, [&](const std::string& text) {
+        options.period.summerTime = summerTimeOf(text, StudyPeriod::yearOfRules);
+    });
     table.number("step", options.period.step, "H",
                  "Time step [h], 0.01 to 1; minutes when --hours span less than one",
                  "hours from 0.01 to 1");
@@ -294,6 +315,8 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .choices = {"keep", "drop"},
                .usual = "drop",
                .take = [&](const std::string& text) { options.keepEnclosed = text == "keep"; }});
+    table.flag("dry-run", options.dryRun,
+               "Print sensors, area, memory and time that the run would take, and write nothing");
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");

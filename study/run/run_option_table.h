@@ -6,11 +6,17 @@
 #include "study/run/option_table.h"
 #include "study/run/run_options.h"
 
+#include <functional>
+#include <string>
+
 namespace insolate::study {
 
 /// @param methods the names that --method takes
 INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options,
                                          const std::vector<std::string>& methods);
+
+/// --dst, which gives a text that summerTimeOf() takes.
+void addSummerTimeOption(OptionTable& table, std::function<void(const std::string&)> take);
 
 /// The unit of that name: mm, cm, m, ft or in.
 /// @throws UsageError beginning with "--OPTION"

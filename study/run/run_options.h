@@ -84,6 +84,7 @@ struct RunOptions : SkyOptions, ModelOptions {
         false;               ///< sensors that see neither sky nor ground count in means and colours
     bool page = false;       ///< also leave page.html
     double pageLimit = 25.0; ///< what it may weigh [MB], PageOptions::limit
+    bool dryRun = false;     ///< an estimate is wanted and nothing else
     bool resume = false;     ///< go on where a stopped run of the same study was
 };
 

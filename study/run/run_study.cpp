@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <span>
 #include <string>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -220,7 +221,13 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     return results;
 }
 
-void runStudy(const RunOptions& options, Progress& told, const std::stop_token& stop) {
+void runStudy(const RunOptions& options, Progress& progress, const std::stop_token& stop) {
+    std::optional<StudyInputs> inputs;
+    runStudy(options, progress, stop, inputs);
+}
+
+void runStudy(const RunOptions& options, Progress& told, const std::stop_token& stop,
+              std::optional<StudyInputs>& shared) {
     checkRunOptions(options);
     checkOutFolder(options.out);
     KeptWarnings progress(told);
@@ -230,7 +237,8 @@ void runStudy(const RunOptions& options, Progress& told, const std::stop_token& 
         progress.note(note);
     }
     requireFreeFolder(folder, options);
-    PreparedStudy study = prepareStudy(options, {}, progress, stop);
+    PreparedStudy study =
+        prepareStudy(options, {.models = std::exchange(shared, std::nullopt)}, progress, stop);
     PartialResults partial(options.out, resumeKey(study), options.resume);
     checkLeftover(partial.leftover(), options, progress);
     try {
@@ -239,6 +247,7 @@ void runStudy(const RunOptions& options, Progress& told, const std::stop_token& 
         results.warnings = progress.warnings();
         writeStudy(folder, study, results, progress, stop);
         partial.remove();
+        shared = std::move(study.inputs);
     } catch (const Stopped& stopped) {
         const std::size_t kept = partial.sensorsKept();
         if (kept == 0) {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ranges>
 #include <string>
 
 #include <fmt/format.h>
@@ -56,6 +57,31 @@ float notNegative(float value) {
     return value < 0.0f ? 0.0f : value;
 }
 
+/// How far watches run ahead of standard time in the period. The controllers take one window for
+/// all of its days.
+double hoursAhead(const StudyPeriod& period, const std::string& method) {
+    if (!period.summerTime || period.hasWholeDays()) {
+        return 0.0;
+    }
+    const auto summerDays = std::ranges::count_if(std::views::iota(1, 366), [&](int day) {
+        return period.contains(day) && period.summerTime->contains(day);
+    });
+    if (summerDays != 0 && summerDays != period.dayCount()) {
+        throw UsageError(
+            fmt::format("--dst: watches change within the period ({}), and --method {} "
+                        "takes the same hours on all days; choose a --period on one "
+                        "side, or --method hourly",
+                        period.summerTime->text(), method));
+    }
+    if (summerDays != 0 && period.startHour < 1.0) {
+        throw UsageError(fmt::format("--dst: in summer time --hours before 1:00 belong to the day "
+                                     "before, which --method {} does not take; begin at 1:00, or "
+                                     "take --method hourly",
+                                     method));
+    }
+    return summerDays != 0 ? 1.0 : 0.0;
+}
+
 bool isZero(const Vector3& v) {
     return v.x == 0.0 && v.y == 0.0 && v.z == 0.0;
 }
@@ -81,9 +107,10 @@ SolarAnalysis::SolarAnalysis(CalculationMethod method, const SkyOptions& options
     const StudyPeriod& period = options.period;
     m_weather.lastDayEmpty = lastDayIsEmpty(controller().getWeatherData());
     noteLastDay(m_weather, options.weather, options.method, touchesLastDays(options.period));
-    controller().setTimeSpec(static_cast<float>(period.startHour),
-                             static_cast<float>(period.endHour), static_cast<float>(period.step),
-                             period.startDay, period.endDay);
+    const double shift = hoursAhead(period, options.method);
+    controller().setTimeSpec(static_cast<float>(period.startHour - shift),
+                             static_cast<float>(period.endHour - shift),
+                             static_cast<float>(period.step), period.startDay, period.endDay);
     if (!controller().isCumulativeSkyValid()) {
         throw DataError(fmt::format("{}: the sky of the period could not be built; choose another "
                                     "period",

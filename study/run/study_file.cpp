@@ -1,11 +1,14 @@
 #include "study/run/study_file.h"
 
 #include "study/files/input_file.h"
+#include "study/run/run_option_table.h"
+#include "study/run/study_batch.h"
 #include "study/support/closest_name.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <span>
 #include <string>
@@ -129,7 +132,172 @@ textsOf(const Option& option, const toml::node& value, const std::filesystem::pa
     return texts;
 }
 
+/// Gives one key to its option.
+void giveKey(const Option& option, const toml::node& value, const std::filesystem::path& file) {
+    for (const auto& [node, text] : textsOf(option, value, file)) {
+        try {
+            OptionTable::give(option, std::span(&text, 1));
+        } catch (const UsageError& error) {
+            throw DataError(fmt::format("{}: {}", linePlace(file, node->source()), error.what()));
+        }
+    }
+}
+
+constexpr std::string_view analysisKey = "analysis";
+constexpr std::array<std::string_view, 3> commands = {"run", "sky", "sunhours"};
+
+/// Options that all analyses share, as they share the scene.
+std::vector<std::string> sharedNames() {
+    ModelOptions options;
+    OptionTable table;
+    addModelOptions(table, options);
+    std::vector<std::string> names = table.names();
+    names.emplace_back("out");
+    names.emplace_back("quiet");
+    return names;
+}
+
+/// The text of a key of an analysis.
+std::string textIn(const toml::table& table, std::string_view key,
+                   const std::filesystem::path& file) {
+    const toml::node* node = table.get(key);
+    if (node == nullptr) {
+        return {};
+    }
+    if (!node->is_string()) {
+        throw DataError(fmt::format("{}: '{}' is a text; write it in quotes",
+                                    linePlace(file, node->source()), key));
+    }
+    return node->as_string()->get();
+}
+
+StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
+                         const std::filesystem::path& file) {
+    const std::string where = linePlace(file, node.source());
+    if (!node.is_table()) {
+        throw DataError(fmt::format("{}: an analysis is a table; begin each with a line "
+                                    "[[analysis]]",
+                                    where));
+    }
+    const toml::table& table = *node.as_table();
+    StudyAnalysis analysis{textIn(table, "name", file), textIn(table, "command", file), index};
+    if (analysis.command.empty()) {
+        analysis.command = commands.front();
+    }
+    if (std::find(commands.begin(), commands.end(), analysis.command) == commands.end()) {
+        throw DataError(fmt::format("{}: there is no command {}; choose from {}",
+                                    linePlace(file, table.get("command")->source()),
+                                    quoteText(analysis.command), fmt::join(commands, ", ")));
+    }
+    if (analysis.name.empty()) {
+        throw DataError(fmt::format("{}: the analysis has no name; add name = \"...\", the folder "
+                                    "of its results within 'out'",
+                                    where));
+    }
+    if (analysis.name.find_first_of("/\\") != std::string::npos ||
+        analysis.name.find_first_not_of('.') == std::string::npos ||
+        printable(analysis.name) != analysis.name) {
+        throw DataError(fmt::format("{}: {} is no name of a folder; take letters, digits, - and _",
+                                    linePlace(file, table.get("name")->source()),
+                                    quoteText(analysis.name)));
+    }
+    static const std::vector<std::string> shared = sharedNames();
+    for (const auto& [key, value] : table) {
+        if (std::find(shared.begin(), shared.end(), key.str()) != shared.end()) {
+            throw DataError(fmt::format("{}: '{}' holds for all analyses, which share one scene; "
+                                        "write it above them{}",
+                                        linePlace(file, key.source()), key.str(),
+                                        key.str() == "out" ? " (each has the folder of its name "
+                                                             "in it)"
+                                                           : ""));
+        }
+    }
+    return analysis;
+}
+
 } // namespace
+
+struct StudyFile::Content {
+    toml::table table;
+};
+
+StudyFile::StudyFile(std::filesystem::path file, const std::stop_token& stop)
+    : m_file(std::move(file)), m_content(std::make_unique<Content>()) {
+    m_content->table = readTable(m_file, stop);
+    const toml::node* node = m_content->table.get(analysisKey);
+    if (node == nullptr) {
+        return;
+    }
+    const std::string where = linePlace(m_file, node->source());
+    if (!node->is_array() || node->as_array()->empty()) {
+        throw DataError(
+            fmt::format("{}: analyses are tables; begin each with a line [[analysis]]", where));
+    }
+    for (const toml::node& one : *node->as_array()) {
+        StudyAnalysis analysis = analysisOf(one, m_analyses.size(), m_file);
+        for (const StudyAnalysis& other : m_analyses) {
+            if (other.name == analysis.name) {
+                throw DataError(fmt::format("{}: there is an analysis {} already; give each a name "
+                                            "of its own",
+                                            linePlace(m_file, one.source()),
+                                            quoteText(analysis.name)));
+            }
+        }
+        m_analyses.push_back(std::move(analysis));
+    }
+}
+
+StudyFile::~StudyFile() = default;
+
+StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>& given,
+                           const StudyAnalysis* analysis) const {
+    static const std::vector<std::string> known = studyFileKeys();
+    StudyKeys taken;
+    const toml::table* own = nullptr;
+    if (analysis != nullptr) {
+        own = m_content->table.get(analysisKey)->as_array()->get(analysis->index)->as_table();
+    }
+    const auto refuse = [&](std::string_view name, const toml::key& key,
+                            const std::vector<std::string>& names, const std::string& of) {
+        throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
+                                    "'insolate {} --help' without their dashes",
+                                    linePlace(m_file, key.source()), quoteText(name),
+                                    didYouMean(name, names), of));
+    };
+    for (const auto& [key, value] : m_content->table) {
+        const std::string name(key.str());
+        const Option* option = table.find(name);
+        if (option == nullptr && name != analysisKey &&
+            std::find(known.begin(), known.end(), name) == known.end()) {
+            refuse(name, key, known, "run");
+        }
+        if (option != nullptr && !given.contains(name) &&
+            !(own != nullptr && own->contains(name))) {
+            giveKey(*option, value, m_file);
+            taken["--" + name] = linePlace(m_file, key.source());
+        }
+    }
+    if (own == nullptr) {
+        return taken;
+    }
+    for (const auto& [key, value] : *own) {
+        const std::string name(key.str());
+        if (name == "name" || name == "command") {
+            continue;
+        }
+        const Option* option = table.find(name);
+        if (option == nullptr) {
+            std::vector<std::string> names = table.names();
+            names.insert(names.end(), {"name", "command"});
+            refuse(name, key, names, analysis->command);
+        }
+        if (!given.contains(name)) {
+            giveKey(*option, value, m_file);
+            taken["--" + name] = linePlace(m_file, key.source());
+        }
+    }
+    return taken;
+}
 
 StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
                          const std::set<std::string>& given, const std::string& help,
@@ -146,18 +314,10 @@ StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& 
                                         where, quoteText(name), didYouMean(name, table.names()),
                                         help));
         }
-        if (given.contains(name)) {
-            continue;
+        if (!given.contains(name)) {
+            giveKey(*option, value, file);
+            taken["--" + name] = where;
         }
-        for (const auto& [node, text] : textsOf(*option, value, file)) {
-            try {
-                OptionTable::give(*option, std::span(&text, 1));
-            } catch (const UsageError& error) {
-                throw DataError(
-                    fmt::format("{}: {}", linePlace(file, node->source()), error.what()));
-            }
-        }
-        taken["--" + name] = where;
     }
     return taken;
 }

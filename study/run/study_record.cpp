@@ -29,6 +29,13 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
                         {"last_day", period.endDay},      {"days", period.dayCount()},
                         {"start_hour", period.startHour}, {"end_hour", period.endHour},
                         {"step_h", period.step}};
+    record["period"]["clock"] = "standard time of the weather file";
+    if (period.summerTime) {
+        record["period"]["clock"] = "watches: standard time, and an hour ahead in summer time";
+        record["period"]["summer_time"] = {{"text", period.summerTime->text()},
+                                           {"first_day", period.summerTime->firstDay},
+                                           {"last_day", period.summerTime->lastDay}};
+    }
     record["method"] = options.method;
     return record;
 }
@@ -92,9 +99,8 @@ void reportStudy(const SkyOptions& options, const WeatherReport& weather, Progre
                               groupedDigits(weather.hoursPresent),
                               counted(weather.hoursPresent, "hour", "hours")));
     const StudyPeriod& period = options.period;
-    const bool wholeDays = period.startHour <= 0.0 && period.endHour >= 24.0;
     progress.note(fmt::format("{} method, {}{}", options.method, period.text(),
-                              wholeDays ? ", 0:00 to 24:00" : ""));
+                              period.hasWholeDays() ? ", 0:00 to 24:00" : ""));
     for (const std::string& text : weather.notes) {
         progress.warn(text);
     }

@@ -11,6 +11,7 @@
 #include "study/run/run_options.h"
 #include "study/run/sky_visibility_store.h"
 #include "study/run/stopwatch.h"
+#include "study/run/study_estimate.h"
 #include "study/run/study_inputs.h"
 #include "study/support/progress.h"
 
@@ -59,6 +60,17 @@ struct StudyResults {
 /// @throws Error
 PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
                            const std::stop_token& stop = {});
+
+/// What the rest of the study would take: by calculating a few of its sensors, and by the memory
+/// that the process has used.
+/// @throws Stopped
+StudyEstimate estimateStudy(PreparedStudy& study, const std::stop_token& stop = {});
+
+/// The whole study as runStudy() does it.
+/// @param shared inputs of a study before with the same options of the model, where there is one;
+///        left there for the next
+void runStudy(const RunOptions& options, Progress& progress, const std::stop_token& stop,
+              std::optional<StudyInputs>& shared);
 
 /// Calculates all sensors.
 /// @param kept as for calculateSensors()

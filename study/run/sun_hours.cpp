@@ -283,6 +283,28 @@ void checkOptions(const SunHoursOptions& options, const SunlightRule& rule) {
     }
 }
 
+int yearOf(const SunHoursOptions& options) {
+    if (options.year != 0 && options.yearOfDates && options.year != *options.yearOfDates) {
+        throw UsageError(fmt::format("--dates: the dates are of {}, but --year is {}; leave one of "
+                                     "the years out",
+                                     *options.yearOfDates, options.year));
+    }
+    return options.year != 0 ? options.year
+                             : options.yearOfDates.value_or(SunHoursOptions::usualYear);
+}
+
+std::optional<SummerTime> summerTimeFor(const SunHoursOptions& options, const SunWindow& window) {
+    const std::optional<SummerTime> summer = summerTimeOf(options.summerTime, options.year);
+    if (summer && window.basis != TimeBasis::clock) {
+        throw UsageError(fmt::format(
+            "--dst {}: belongs to hours of the clock, but these are of {}; "
+            "leave it out",
+            options.summerTime,
+            window.basis == TimeBasis::solar ? "true solar time" : "sunrise and sunset"));
+    }
+    return summer;
+}
+
 } // namespace
 
 SunHoursStudy prepareSunHours(const SunHoursOptions& options, std::optional<StudyInputs> given,
@@ -290,10 +312,12 @@ SunHoursStudy prepareSunHours(const SunHoursOptions& options, std::optional<Stud
     SunHoursStudy study;
     study.options = options;
     study.rule = ruleOf(options.rule);
-    checkOptions(options, study.rule);
+    study.options.year = yearOf(options);
+    checkOptions(study.options, study.rule);
+    study.rule.window.summerTime = summerTimeFor(study.options, study.rule.window);
     study.site = namedSite(options.site);
     progress.note(fmt::format("{}, year {}; centre of the sun's disc, {} refraction",
-                              study.site.name, options.year,
+                              study.site.name, study.options.year,
                               options.refraction ? "with" : "without"));
     if (!study.site.note.empty()) {
         progress.warn(study.site.note);

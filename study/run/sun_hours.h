@@ -10,7 +10,9 @@
 #include "study/support/progress.h"
 
 #include <filesystem>
+#include <optional>
 #include <stop_token>
+#include <string>
 
 namespace insolate::study {
 
@@ -20,13 +22,19 @@ enum class SunGroups { object, material, all };
 struct SunHoursOptions {
     ModelOptions model;
     SiteOptions site;
-    int year = 2025;         ///< the sun of a date differs by 0.1 degrees between years; 1950..2050
-    bool refraction = false; ///< the air lifts the sun, by half a degree at the horizon
+    /// The sun of a date differs by 0.1 degrees between years; 1950..2050. 0: that of the dates, or
+    /// else usualYear.
+    int year = 0;
+    std::optional<int> yearOfDates = {}; ///< where a date has one
+    std::string summerTime = "none";     ///< as summerTimeOf() takes it
+    bool refraction = false;             ///< the air lifts the sun, by half a degree at the horizon
     SunlightChoices rule;
     SunGroups groups = SunGroups::object;
     std::filesystem::path baseline; ///< results of an earlier run on the same sensors; or empty
     bool spans = false;             ///< spans.csv is wanted, too
     std::filesystem::path out;
+
+    static constexpr int usualYear = 2025;
 };
 
 /// All options of the command, bound to the values that they set.

@@ -17,6 +17,7 @@
 
 #include <cmath>
 #include <numeric>
+#include <utility>
 
 #include <fmt/format.h>
 #include <insolate/version.h>
@@ -245,6 +246,12 @@ nlohmann::ordered_json sunRecord(const SunHoursStudy& study) {
     record["rule"]["time_basis"] = rule.window.basis == TimeBasis::clock   ? "clock"
                                    : rule.window.basis == TimeBasis::solar ? "true solar time"
                                                                            : "sunrise and sunset";
+    if (const auto& summer = rule.window.summerTime) {
+        record["rule"]["clock"] = "watches: the site's zone, and an hour ahead in summer time";
+        record["rule"]["summer_time"] = {{"text", summer->text()},
+                                         {"first_day", summer->firstDay},
+                                         {"last_day", summer->lastDay}};
+    }
     if (rule.hours) {
         record["rule"]["hours"] = *rule.hours;
     }
@@ -269,7 +276,13 @@ nlohmann::ordered_json sunRecord(const SunHoursStudy& study) {
     return record;
 }
 
-void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop_token& stop) {
+void runSunHours(const SunHoursOptions& options, Progress& progress, const std::stop_token& stop) {
+    std::optional<StudyInputs> inputs;
+    runSunHours(options, progress, stop, inputs);
+}
+
+void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop_token& stop,
+                 std::optional<StudyInputs>& shared) {
     KeptWarnings progress(told);
     Stopwatch watch;
     ruleOf(options.rule);
@@ -293,7 +306,8 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
     if (options.spans) {
         folder.requireFree(spans);
     }
-    const SunHoursStudy study = prepareSunHours(options, {}, progress, stop);
+    SunHoursStudy study =
+        prepareSunHours(options, std::exchange(shared, std::nullopt), progress, stop);
     watch.lap("models_s");
     const SunHoursResults results = calculateSunHours(study, progress, stop);
     watch.lap("sensors_s");
@@ -323,6 +337,7 @@ void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop
                               "summary.json in {} ({})",
                               options.spans ? ", spans.csv" : "", options.out.string(),
                               durationText(watch.whole())));
+    shared = std::move(study.inputs);
 }
 
 } // namespace insolate::study

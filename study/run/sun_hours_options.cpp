@@ -46,11 +46,17 @@ void takeHours(SunlightChoices& rule, const std::string& text) {
 }
 
 /// Days of one part of a list, among those that are there.
-void takeDays(SunlightChoices& rule, const std::string& text) {
+void takeDays(SunHoursOptions& options, const std::string& text) {
+    SunlightChoices& rule = options.rule;
     std::vector<int>& days = rule.days ? *rule.days : rule.days.emplace();
-    for (const int day : parseDays(text)) {
+    std::optional<int> year;
+    for (const int day : parseDays(text, &year)) {
         days.push_back(day);
     }
+    if (year && options.yearOfDates && *year != *options.yearOfDates) {
+        throw UsageError("--dates: the dates are of several years; give those of one");
+    }
+    options.yearOfDates = year ? year : options.yearOfDates;
     std::sort(days.begin(), days.end());
     days.erase(std::unique(days.begin(), days.end()), days.end());
 }
@@ -61,8 +67,8 @@ void addSiteOptions(OptionTable& table, SiteOptions& site) {
     table.number("lon", site.longitude, "DEG", "Longitude, east positive",
                  "degrees, east positive");
     table.number("tz", site.timeZone, "H",
-                 "Time zone of the clock, hours from UTC, east positive, summer time included "
-                 "where it holds; by default from the built-in map",
+                 "Time zone of the clock, hours from UTC, east positive; --dst is on top of it; by "
+                 "default from the built-in map",
                  "hours from UTC");
     table.add({.name = "weather",
                .help = "Take the site, and nothing else, from this weather file",
@@ -71,14 +77,15 @@ void addSiteOptions(OptionTable& table, SiteOptions& site) {
                .take = [&](const std::string& text) { site.weather = text; }});
 }
 
-void addWindowOptions(OptionTable& table, SunlightChoices& rule) {
+void addWindowOptions(OptionTable& table, SunHoursOptions& options) {
+    SunlightChoices& rule = options.rule;
     table.add({.name = "dates",
                .kind = Option::Kind::list,
-               .help = "Days: month/day or day of the year, one, several or ranges: 3/21,12/21 or "
-                       "2/19-10/21",
+               .help = "Days: 3/21, 2026-03-21, 21 March or day of the year; one, several or "
+                       "ranges: 3/21,12/21 or 2/19-10/21",
                .typeName = "DATES",
                .separator = ',',
-               .take = [&](const std::string& text) { takeDays(rule, text); }});
+               .take = [&](const std::string& text) { takeDays(options, text); }});
     table.add({.name = "days",
                .help = "Of several days, which must pass; every when absent",
                .typeName = "WHICH",
@@ -99,6 +106,7 @@ void addWindowOptions(OptionTable& table, SunlightChoices& rule) {
                .take = [&](const std::string& text) {
                    rule.basis = text == "solar" ? TimeBasis::solar : TimeBasis::clock;
                }});
+    addSummerTimeOption(table, [&](const std::string& text) { options.summerTime = text; });
     table.number("after-sunrise", rule.afterSunrise, "H",
                  "Count from so many hours after sunrise, instead of --hours", "hours");
     table.number("before-sunset", rule.beforeSunset, "H",
@@ -157,9 +165,11 @@ void addRuleOptions(OptionTable& table, SunlightChoices& rule) {
 
 void addSunHoursOptions(OptionTable& table, SunHoursOptions& options) {
     addSiteOptions(table, options.site);
-    table.wholeNumber("year", options.year, "YEAR",
-                      "Year of the calendar: the sun of a date moves by 0.1 degrees between years",
-                      "a year from 1950 to 2050");
+    table
+        .wholeNumber("year", options.year, "YEAR",
+                     "Year of the calendar: the sun of a date moves by 0.1 degrees between years",
+                     "a year from 1950 to 2050")
+        .usual = fmt::format("{}, or that of --dates", SunHoursOptions::usualYear);
     table.flag("refraction", options.refraction,
                "Let the air lift the sun, by half a degree at the horizon");
     std::vector<std::string> names;
@@ -174,7 +184,7 @@ void addSunHoursOptions(OptionTable& table, SunHoursOptions& options) {
                .take = [&](const std::string& text) {
                    options.rule.preset = sunlightPreset(text).name;
                }});
-    addWindowOptions(table, options.rule);
+    addWindowOptions(table, options);
     addRuleOptions(table, options.rule);
     table.add({.name = "groups",
                .help = "What sensors are grouped by",

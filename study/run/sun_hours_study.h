@@ -65,6 +65,11 @@ INSOLATE_STUDY_EXPORT SunHoursStudy prepareSunHours(const SunHoursOptions& optio
                                                     Progress& progress,
                                                     const std::stop_token& stop = {});
 
+/// The whole as runSunHours() does it.
+/// @param shared as for the runStudy() of study_steps.h
+void runSunHours(const SunHoursOptions& options, Progress& progress, const std::stop_token& stop,
+                 std::optional<StudyInputs>& shared);
+
 /// Equal inputs give equal bytes for every number of threads.
 /// @throws Stopped; DataError when the baseline does not fit
 INSOLATE_STUDY_EXPORT SunHoursResults calculateSunHours(const SunHoursStudy& study,

@@ -111,8 +111,10 @@ std::string windowText(const SunWindow& window) {
     case TimeBasis::clock:
         break;
     }
-    return window.start <= 0.0 && window.end >= 24.0 ? "whole day of the clock"
-                                                     : span() + " clock time";
+    return window.start <= 0.0 && window.end >= 24.0
+               ? "whole day of the clock"
+               : span() + " clock time" +
+                     (window.summerTime ? " by watches, " + window.summerTime->text() : "");
 }
 
 std::string countText(const SunlightRule& rule) {
@@ -204,31 +206,44 @@ TimeSpan windowOf(const SunWindow& window, int year, int month, int day, const S
     case TimeBasis::clock:
         break;
     }
-    return {window.start * 60.0, window.end * 60.0};
+    // Whole days are those of the calendar by any clock.
+    const bool isAhead = window.summerTime && (window.start > 0.0 || window.end < 24.0) &&
+                         window.summerTime->contains(dayIndex(month, day) + 1);
+    const double shift = isAhead ? 60.0 : 0.0;
+    return {window.start * 60.0 - shift, window.end * 60.0 - shift};
 }
 
-std::vector<int> parseDays(std::string_view text) {
+std::vector<int> parseDays(std::string_view text, std::optional<int>* year) {
     std::set<int> days;
+    std::optional<int> ofDates;
+    const auto takeYear = [&](const StudyDate& date) {
+        if (date.year && ofDates && *date.year != *ofDates) {
+            throw UsageError("the dates are of several years; give those of one");
+        }
+        ofDates = date.year ? date.year : ofDates;
+    };
     std::string_view rest = text;
     for (bool more = true; more;) {
         const std::size_t comma = rest.find(',');
         const std::string_view part = trimmed(rest.substr(0, comma));
         more = comma != std::string_view::npos;
         rest.remove_prefix(more ? comma + 1 : rest.size());
-        const std::size_t dash = part.find('-');
         try {
-            const int first = parseDate(part.substr(0, dash));
-            const int last =
-                dash == std::string_view::npos ? first : parseDate(part.substr(dash + 1));
-            for (int day = first;; day = day % 365 + 1) {
+            const DateRange range = parseDateRange(part);
+            takeYear(range.first);
+            takeYear(range.last);
+            for (int day = range.first.day;; day = day % 365 + 1) {
                 days.insert(day);
-                if (day == last) {
+                if (day == range.last.day) {
                     break;
                 }
             }
         } catch (const UsageError& error) {
             throw UsageError(fmt::format("--dates {}: {}", quoteText(text), error.what()));
         }
+    }
+    if (year != nullptr) {
+        *year = ofDates;
     }
     return {days.begin(), days.end()};
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "study/export.h"
+#include "study/support/summer_time.h"
 
 #include <insolate/insolate.h>
 
@@ -27,6 +28,8 @@ struct SunWindow {
     TimeBasis basis = TimeBasis::clock;
     double start = 0.0; ///< hour of the day; by daylight: hours after sunrise
     double end = 24.0;  ///< hour of the day; by daylight: hours before sunset
+    /// By clock: on these days the hours are those of watches, one ahead of the site's zone.
+    std::optional<SummerTime> summerTime = {};
 };
 
 /// Which of a rule's days must satisfy it.
@@ -153,7 +156,9 @@ INSOLATE_STUDY_EXPORT SunlightRule ruleOf(const SunlightChoices& choices);
 
 /// "3/21,12/21", "2/19-10/21": days of the year in the order of the calendar, each once.
 /// @throws UsageError that begins with "--dates"
-INSOLATE_STUDY_EXPORT std::vector<int> parseDays(std::string_view text);
+/// @param year receives that of the dates where one has it
+INSOLATE_STUDY_EXPORT std::vector<int> parseDays(std::string_view text,
+                                                 std::optional<int>* year = nullptr);
 
 /// "21 March; 9:00 to 15:00 true solar time; sum of all spans of sun; at least 2 h": all that was
 /// asked, for people.

@@ -3,7 +3,9 @@
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 
 #include <fmt/format.h>
@@ -45,28 +47,76 @@ double parseClock(std::string_view text, std::string_view whole) {
     return hours;
 }
 
+constexpr std::string_view dateFix =
+    "write month/day such as 6/21, 2026-06-21, 21 June, or a day of the year from 1 to 365";
+
+bool isDigits(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+}
+
+/// "2026-06-21".
+bool isIsoDate(std::string_view text) {
+    const std::size_t dash = text.size() > 5 ? text.find('-', 5) : text.npos;
+    return dash != text.npos && text[4] == '-' && isDigits(text.substr(0, 4)) &&
+           isDigits(text.substr(5, dash - 5)) && isDigits(text.substr(dash + 1));
+}
+
+/// The month of an English name, whole or cut to three letters or more, in any case.
+std::optional<int> monthOf(std::string_view word) {
+    if (word.ends_with('.')) {
+        word.remove_suffix(1);
+    }
+    for (std::size_t month = 0; word.size() >= 3 && month < monthNames.size(); ++month) {
+        const std::string_view name = monthNames[month];
+        if (word.size() <= name.size() &&
+            std::equal(word.begin(), word.end(), name.begin(), [](char a, char b) {
+                return std::tolower(static_cast<unsigned char>(a)) ==
+                       std::tolower(static_cast<unsigned char>(b));
+            })) {
+            return static_cast<int>(month) + 1;
+        }
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 bool touchesLastDays(const StudyPeriod& period) {
     return period.contains(364) || period.contains(365);
 }
 
-int parseDate(std::string_view text) {
-    constexpr std::string_view fix =
-        "write month/day such as 6/21, or a day of the year from 1 to 365";
+StudyDate parseDate(std::string_view text) {
     text = trimmed(text);
-    const std::size_t slash = text.find('/');
-    if (slash == std::string_view::npos) {
-        const auto day = parseNumber<int>(text);
+    StudyDate date;
+    if (const auto day = parseNumber<int>(text); day || text.empty()) {
         if (!day || *day < 1 || *day > 365) {
-            throw UsageError(fmt::format("date {}: no such day; {}", quoteText(text), fix));
+            throw UsageError(fmt::format("date {}: no such day; {}", quoteText(text), dateFix));
         }
-        return *day;
+        date.day = *day;
+        return date;
     }
-    const auto month = parseNumber<int>(text.substr(0, slash));
-    const auto day = parseNumber<int>(text.substr(slash + 1));
+    const std::size_t slash = text.find('/');
+    std::optional<int> month;
+    std::optional<int> day;
+    if (slash != text.npos) {
+        month = parseNumber<int>(text.substr(0, slash));
+        day = parseNumber<int>(text.substr(slash + 1));
+    } else if (isIsoDate(text)) {
+        date.year = parseNumber<int>(text.substr(0, 4));
+        const std::size_t dash = text.find('-', 5);
+        month = parseNumber<int>(text.substr(5, dash - 5));
+        day = parseNumber<int>(text.substr(dash + 1));
+    } else {
+        const std::size_t blank = text.find_first_of(" \t");
+        const std::string_view one = text.substr(0, blank);
+        const std::string_view other =
+            blank == text.npos ? std::string_view() : trimmed(text.substr(blank));
+        month = monthOf(one) ? monthOf(one) : monthOf(other);
+        day = parseNumber<int>(monthOf(one) ? other : one);
+    }
     if (!month || !day || *month < 1 || *month > 12) {
-        throw UsageError(fmt::format("date {}: no such month and day; {}", quoteText(text), fix));
+        throw UsageError(
+            fmt::format("date {}: no such month and day; {}", quoteText(text), dateFix));
     }
     if (*month == 2 && *day == 29) {
         throw UsageError(fmt::format(
@@ -77,27 +127,43 @@ int parseDate(std::string_view text) {
     if (index < 0) {
         const int nextMonth = *month == 12 ? 365 : dayIndex(*month + 1, 1);
         throw UsageError(fmt::format("date {}: {} has {} days; {}", quoteText(text),
-                                     monthName(*month), nextMonth - dayIndex(*month, 1), fix));
+                                     monthName(*month), nextMonth - dayIndex(*month, 1), dateFix));
     }
-    return index + 1;
+    date.day = index + 1;
+    return date;
+}
+
+DateRange parseDateRange(std::string_view text) {
+    const std::string_view dates = trimmed(text);
+    // The dashes within a date of year, month and day part no range.
+    std::size_t from = 0;
+    if (dates.size() > 5 && dates[4] == '-' && isDigits(dates.substr(0, 4))) {
+        from = dates.find('-', 5);
+        from = from == dates.npos ? from : from + 1;
+    }
+    constexpr std::string_view word = " to ";
+    const std::size_t to = dates.find(word);
+    const std::size_t dash = from == dates.npos ? from : dates.find('-', from);
+    const std::size_t end = to != dates.npos ? to : dash;
+    if (end == dates.npos) {
+        const StudyDate date = parseDate(dates);
+        return {date, date};
+    }
+    const std::string_view first = trimmed(dates.substr(0, end));
+    const std::string_view last = trimmed(dates.substr(end + (to != dates.npos ? word.size() : 1)));
+    if (first.empty() || last.empty()) {
+        throw UsageError(fmt::format("the {} date is missing; write two dates such as 6/1-8/31, or "
+                                     "one without the dash",
+                                     first.empty() ? "first" : "second"));
+    }
+    return {parseDate(first), parseDate(last)};
 }
 
 void parseDates(std::string_view text, StudyPeriod& period) {
-    const std::string_view dates = trimmed(text);
-    const std::size_t dash = dates.find('-');
-    if (dash == 0 || (!dates.empty() && dash == dates.size() - 1)) {
-        throw UsageError(fmt::format("--period {}: the {} date is missing; write two dates such as "
-                                     "6/1-8/31, or one without the dash",
-                                     quoteText(text), dash == 0 ? "first" : "second"));
-    }
     try {
-        if (dash == std::string_view::npos) {
-            period.startDay = parseDate(dates);
-            period.endDay = period.startDay;
-            return;
-        }
-        period.startDay = parseDate(dates.substr(0, dash));
-        period.endDay = parseDate(dates.substr(dash + 1));
+        const DateRange range = parseDateRange(text);
+        period.startDay = range.first.day;
+        period.endDay = range.last.day;
     } catch (const UsageError& error) {
         throw UsageError(fmt::format("--period {}: {}", quoteText(text), error.what()));
     }
@@ -139,8 +205,9 @@ std::string StudyPeriod::text() const {
     std::string days = startDay == endDay
                            ? dayText(startDay)
                            : fmt::format("{} to {}", dayText(startDay), dayText(endDay));
-    if (startHour > 0.0 || endHour < 24.0) {
-        days += fmt::format(", {} to {}", clockText(startHour), clockText(endHour));
+    if (!hasWholeDays()) {
+        days += fmt::format(", {} to {}{}", clockText(startHour), clockText(endHour),
+                            summerTime ? " by watches, " + summerTime->text() : "");
     }
     return days;
 }

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "study/export.h"
+#include "study/support/summer_time.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,22 +17,44 @@ struct INSOLATE_STUDY_EXPORT StudyPeriod {
     double startHour = 0.0; ///< clock time in decimal hours, 0 <= startHour < endHour
     double endHour = 24.0;  ///< clock time in decimal hours, not included, up to 24
     double step = 0.1;      ///< hours, 0 < step <= 1
+    /// On its days the hours are those of watches; else, and without it, of standard time.
+    std::optional<SummerTime> summerTime = {};
 
+    static constexpr int yearOfRules = 2025; ///< for the Sundays of summer time
+
+    /// Whether the hours make a difference.
+    [[nodiscard]] bool hasWholeDays() const { return startHour <= 0.0 && endHour >= 24.0; }
     [[nodiscard]] int dayCount() const;
     /// @param day of the year, 1..365
     [[nodiscard]] bool contains(int day) const;
-    /// "1 June to 31 August, 8:00 to 18:00".
+    /// "1 June to 31 August, 8:00 to 18:00", with the summer time that the hours go by.
     [[nodiscard]] std::string text() const;
 };
 
 /// Whether the period has 30 or 31 December, which older stores of weather mix up.
 INSOLATE_STUDY_EXPORT bool touchesLastDays(const StudyPeriod& period);
 
-/// A date as month/day ("6/21") or day of the year ("172").
-/// @throws UsageError naming what is impossible about it and the fix.
-INSOLATE_STUDY_EXPORT int parseDate(std::string_view text);
+struct StudyDate {
+    int day = 1;                  ///< of the year, 1..365
+    std::optional<int> year = {}; ///< where the text has one
+};
 
-/// "6/1-8/31", "152-243", "11/1-2/28" (over new year), or a single date for one day.
+struct DateRange {
+    StudyDate first;
+    StudyDate last; ///< included; before the first one the range wraps over new year
+};
+
+/// A date as month/day ("6/21"), year-month-day ("2026-06-21"), in words ("21 June", "Jun 21") or
+/// as day of the year ("172").
+/// @throws UsageError naming what is impossible about it and the fix.
+INSOLATE_STUDY_EXPORT StudyDate parseDate(std::string_view text);
+
+/// "6/1-8/31", "152-243", "11/1-2/28" (over new year), "2026-06-01 to 2026-08-31", "1 June - 31
+/// August", or a single date for one day.
+/// @throws UsageError as parseDate does
+INSOLATE_STUDY_EXPORT DateRange parseDateRange(std::string_view text);
+
+/// The days of a range; of dates with a year they are those of any year.
 INSOLATE_STUDY_EXPORT void parseDates(std::string_view text, StudyPeriod& period);
 
 /// "8-18", "8:30-17:15" or "8.5-17.25".

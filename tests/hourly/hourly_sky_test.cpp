@@ -187,6 +187,17 @@ TEST(HourlySky, AddsUpOverPartsOfThePeriod) {
     expectTogether({300, 30, 0, 24}, {31, 299, 0, 24});         // over new year
     expectTogether({1, 365, 9.5, 15.25}, {1, 365, 15.25, 9.5}); // over midnight, parts of hours
     EXPECT_EQ(sums({172, 172, 12.0, 12.0})[0], 1.0);            // an instant is its hour
+    // In summer time the hours lie one earlier, those after midnight in their own date.
+    EXPECT_EQ(sums({100, 200, 9.0, 17.0, 100, 200}), sums({100, 200, 8.0, 16.0}));
+    EXPECT_EQ(sums({300, 30, 9.0, 17.0, 290, 40}), sums({300, 30, 8.0, 16.0}));
+    EXPECT_EQ(sums({100, 200, 0.5, 4.0, 1, 365}), sums({100, 200, 23.5, 3.0}));
+    const auto mixed = sums({100, 200, 9.0, 17.0, 150, 170});
+    const auto before = sums({100, 149, 9.0, 17.0});
+    const auto within = sums({150, 170, 8.0, 16.0});
+    const auto after = sums({171, 200, 9.0, 17.0});
+    for (std::size_t i = 0; i < mixed.size(); ++i) {
+        EXPECT_NEAR(mixed[i], before[i] + within[i] + after[i], 1e-5 * mixed[i]) << i;
+    }
 }
 
 TEST(HourlySky, PlacesEnergyWithoutSunAndCountsIt) {

@@ -1,6 +1,11 @@
 // The built command as a user meets it: arguments in; exit code, one line and files out.
 #include "tests/app/support/command_fixture.h"
 
+#include <map>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
 namespace insolate::app {
 
 using namespace study;
@@ -147,6 +152,65 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
         EXPECT_THAT(command("run --study bad.toml").err, HasSubstr(message));
     }
     EXPECT_THAT(command("run --study none.toml").err, HasSubstr("none.toml: no such file"));
+}
+
+TEST_F(CommandTest, RunsAndChecksTheAnalysesOfAStudyFile) {
+    write("s.toml", "weather = 'good.epw'\nscene = 'court.obj'\nselect = 'floor'\nout = 'r'\n"
+                    "dates = '3/21'\n[[analysis]]\nname = 'a'\nperiod = '6/1'\n"
+                    "[[analysis]]\nname = 'b'\nperiod = '6/2'\nmethod = 'perez-sky'\n"
+                    "[[analysis]]\nname = 'c'\ncommand = 'sunhours'\n");
+    EXPECT_EQ(done("study check s.toml --quiet").out, "s.toml: in order\n");
+    EXPECT_FALSE(exists(path("r")));
+    done("run --study s.toml --period 7/1"); // the command line wins
+    EXPECT_THAT(readFile(path("r/a/summary.json")), HasSubstr("\"1 July\""));
+    EXPECT_THAT(readFile(path("r/b/summary.json")), HasSubstr("\"1 July\""));
+    EXPECT_FALSE(exists(path("r/c")));
+    done("study run s.toml --quiet");
+    EXPECT_THAT(readFile(path("r/b/summary.json")), HasSubstr("\"2 June\""));
+    EXPECT_THAT(readFile(path("r/b/summary.json")), HasSubstr("perez-sky"));
+    EXPECT_TRUE(exists(path("r/c/groups.csv")));
+    EXPECT_THAT(command("sky --study s.toml").err,
+                HasSubstr("s.toml: none of the analyses has command = \"sky\"; "));
+    write("t.toml",
+          readFile(path("s.toml")) + "count = 'x'\n[[analysis]]\nname = 'd'\nalbedo = 7\n");
+    const Outcome faults = command("study check t.toml --quiet");
+    EXPECT_EQ(faults.exitCode, 1);
+    expectAll(faults.out, {"t.toml:15: --count: there is no 'x'", "t.toml:18: --albedo '7': "});
+    EXPECT_THAT(faults.err, HasSubstr("t.toml: 2 faults; "));
+}
+
+TEST_F(CommandTest, SaysWhatARunWouldTakeAndStops) {
+    const std::string words = "run --weather good.epw --scene court.obj --select floor --grid 0.5 ";
+    const Outcome dry = done(words + "--dry-run --threads 1 --out r");
+    expectAll(dry.out, {"sensors    400\n", "area       100 m2\n", "triangles  10\n",
+                        "memory     about 0.", " GB\n", "time       about ", " on 1 processor\n"});
+    EXPECT_FALSE(exists(path("r")));
+    EXPECT_EQ(done(words + "--dry-run --method perez-sky --quiet").out.substr(0, 15),
+              "sensors    400\n");
+}
+
+TEST_F(CommandTest, ReportsToProgramsInJson) {
+    const std::string words = "run --weather good.epw --scene court.obj --period 6/1 --out r ";
+    std::istringstream lines(done(words + "--progress json").err);
+    std::map<std::string, int> events;
+    for (std::string line; std::getline(lines, line);) {
+        const nlohmann::json object = nlohmann::json::parse(line);
+        ++events[object.at("event")];
+        if (object["event"] == "end") {
+            EXPECT_EQ(object["done"], object["total"]);
+            EXPECT_EQ(object["total"], 500 / 4);
+        }
+    }
+    EXPECT_EQ(events["begin"], 1);
+    EXPECT_EQ(events["end"], 1);
+    EXPECT_GT(events["note"], 3);
+    EXPECT_EQ(events["error"], 0);
+    const nlohmann::json error =
+        nlohmann::json::parse(command(words + "--grid 0 --quiet --progress=json").err);
+    EXPECT_EQ(error["event"], "error");
+    EXPECT_EQ(error["exit_code"], 2);
+    EXPECT_THAT(std::string(error["text"]), HasSubstr("--grid 0: no edge of a cell"));
+    EXPECT_THAT(command(words + "--progress xml").err, HasSubstr("{text,json}"));
 }
 
 TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {

@@ -103,6 +103,38 @@ std::vector<double> columnOf(const std::filesystem::path& file, const std::strin
     return values;
 }
 
+TEST(RunStudy, CountsTheHoursByWatches) {
+    const test::StudyFolder folder;
+    RunOptions options;
+    options.weather = folder.write("a.epw", test::clearYear());
+    options.scenes = {folder.write("a.obj", test::courtModel())};
+    options.sensors = folder.write("a.csv", "5,5,5,0,0,1\n");
+    options.hourly.series = {0};
+    options.out = folder.path() / "out";
+    test::Heard heard;
+    const auto resultsOf = [&](const std::string& method, const std::string& dates,
+                               const std::string& hours, const std::string& dst) {
+        options.method = method;
+        options.hourly.series.resize(method == "hourly" ? 1 : 0);
+        runStudy(with(with(with(options, "period", dates), "hours", hours), "dst", dst), heard);
+        return test::readFile(options.out / "sensors.csv") +
+               test::readFile(options.out / "series.csv");
+    };
+    for (const char* method : {"hourly", "cumulative-sky", "perez-point"}) {
+        const std::string watches = resultsOf(method, "6/1-6/30", "9:30-17", "eu");
+        EXPECT_EQ(watches, resultsOf(method, "6/1-6/30", "8:30-16", "none")) << method;
+        EXPECT_NE(watches, resultsOf(method, "6/1-6/30", "9:30-17", "7/1-8/1")) << method;
+    }
+    EXPECT_THAT(messageOf([&] { resultsOf("perez-sky", "3/1-3/31", "9-17", "eu"); }),
+                HasSubstr("--dst: watches change within the period (summer time 30 March to"));
+    // From the 30th on the hours of the series are those of one hour earlier.
+    resultsOf("hourly", "3/29-3/30", "9-10", "eu");
+    EXPECT_EQ(columnOf(options.out / "series.csv", "hour"), (std::vector<double>{10, 9}));
+    EXPECT_THAT(test::readFile(options.out / "summary.json"),
+                testing::AllOf(HasSubstr("9:00 to 10:00 by watches, summer time 30 March"),
+                               HasSubstr("\"clock\": \"watches: ")));
+}
+
 TEST(RunStudy, LeavesWhatStandsAgainstAnotherBodyOutOfMeansAndColours) {
     // Two blocks of 4 by 4 m that touch, one twice as high: half of the high one's side is hidden.
     const auto block = [](double x, double height) {

@@ -19,6 +19,7 @@ using testing::HasSubstr;
 /// A sensor under the open sky.
 SunHoursStudy pointFacing(const Vector3& normal, const Site& site, SunlightRule rule) {
     SunHoursStudy study;
+    study.options.year = SunHoursOptions::usualYear;
     study.site.site = site;
     study.rule = std::move(rule);
     study.inputs.field.positions = {{0, 0, 0}};
@@ -111,6 +112,17 @@ TEST(SunHours, CountsByTheClockOrTheSun) {
 }
 
 // Altitude, angle in plan, refraction and year, each against the sun's own place.
+TEST(SunHours, GoesByWatchesInSummerTime) {
+    const Site site{52.0, 21.0, 1.0, 0.0};
+    const SunWindow clock{TimeBasis::clock, 9.0, 15.0, summerTimeOf("eu", 2025)};
+    EXPECT_EQ(windowOf(clock, 2025, 3, 29, site).begin, 540.0);
+    EXPECT_EQ(windowOf(clock, 2025, 3, 30, site).begin, 480.0);
+    EXPECT_EQ(windowOf(clock, 2025, 10, 25, site).end, 840.0);
+    EXPECT_EQ(windowOf(clock, 2025, 10, 26, site).end, 900.0);
+    SunWindow day{TimeBasis::clock, 0.0, 24.0, clock.summerTime};
+    EXPECT_EQ(windowOf(day, 2025, 6, 21, site).begin, 0.0) << "dates begin at midnight";
+}
+
 TEST(SunHours, LeavesOutWhatTheRuleLeavesOut) {
     const Site site{52.0, 5.0, 1.0, 0.0};
     const auto counted = [&](const Vector3& normal, bool refraction, double altitude, double plan) {
@@ -355,6 +367,42 @@ TEST_F(SunHoursRun, JudgesPointsAreasAndGroups) {
     options.rule.share = 60.0; // two of three
     EXPECT_EQ(verdict(groupsOf(options)), "110");
     EXPECT_THAT(readFile(options.out / "summary.json"), HasSubstr("\"passes\": true"));
+}
+
+TEST_F(SunHoursRun, TakesTheYearOfTheDatesAndTheClockOfTheSummer) {
+    SunHoursOptions options = gardens("y", 8.4);
+    options.model.grid = 5.0;
+    OptionTable table;
+    addSunHoursOptions(table, options);
+    const auto give = [&](const char* name, const std::string& text) {
+        options.rule.days.reset();
+        OptionTable::give(*table.find(name), std::span(&text, 1));
+    };
+    give("dst", "eu");
+    give("hours", "9-17");
+    give("dates", "2027-03-28");
+    groupsOf(options);
+    EXPECT_THAT(readFile(options.out / "sensors.csv"), HasSubstr("sun_2027_03_28 [min]"));
+    EXPECT_THAT(readFile(options.out / "sensors.csv"), testing::Not(HasSubstr("2025")));
+    EXPECT_THAT(readFile(options.out / "summary.json"),
+                HasSubstr("9:00 to 17:00 clock time by watches, summer time 28 March to 30 October "
+                          "(eu 2027)"));
+    const double watches = std::stod(groupsOf(options)["open"]["least [min]"]);
+    options.summerTime = "none";
+    EXPECT_NEAR(watches, 480.0, 1e-3);
+    options.rule.hours = {8.0, 16.0};
+    EXPECT_EQ(std::stod(groupsOf(options)["open"]["least [min]"]), watches);
+    Progress silent;
+    options.year = 2026;
+    EXPECT_THAT(messageOf([&] { runSunHours(options, silent); }),
+                HasSubstr("--dates: the dates are of 2027, but --year is 2026; "));
+    options.year = 0;
+    options.summerTime = "eu";
+    options.rule.basis = TimeBasis::solar;
+    EXPECT_THAT(messageOf([&] { runSunHours(options, silent); }),
+                HasSubstr("--dst eu: belongs to hours of the clock, but these are of true solar"));
+    EXPECT_THAT(messageOf([] { parseDays("2026-03-21,2027-03-21"); }),
+                HasSubstr("the dates are of several years"));
 }
 
 TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {

@@ -18,6 +18,12 @@ TEST(Period, ReadsDatesAndHoursInAllForms) {
         {"11/1-2/28", "6.5-7", "1 November to 28 February, 6:30 to 7:00", 120},
         {"2/28", "0-24", "28 February", 1},
         {"365-1", "0-24", "31 December to 1 January", 2},
+        {"2026-06-21", "0-24", "21 June", 1},
+        {"2025-11-01-2026-02-28", "0-24", "1 November to 28 February", 120},
+        {"2026-6-1 - 8/31", "0-24", "1 June to 31 August", 92},
+        {"21 June", "0-24", "21 June", 1},
+        {"Jun. 1 to AUGUST 31", "0-24", "1 June to 31 August", 92},
+        {"1 sept-2 Sep", "0-24", "1 September to 2 September", 2},
     };
     for (const auto& c : cases) {
         StudyPeriod period;
@@ -48,6 +54,14 @@ TEST(Period, RefusesTheImpossibleAndSaysTheFix) {
         {parseDates, "", "no such day"},
         {parseDates, "6/1-", "the second date is missing"},
         {parseDates, "-6/1", "the first date is missing"},
+        {parseDates, "2026-06", "no such day"},
+        {parseDates, "2026-13-01",
+         "no such month and day; write month/day such as 6/21, 2026-06-21"},
+        {parseDates, "2026-02-29", "without 29 February"},
+        {parseDates, "June", "no such month and day"},
+        {parseDates, "31 June", "June has 30 days"},
+        {parseDates, "21 Ju", "no such month and day"},
+        {parseDates, "21 June to", "the second date is missing"},
         {parseHours, "8", "not a range"},
         {parseHours, "8-25", "'25' is not a time"},
         {parseHours, "8:60-9", "'8:60' is not a time"},
@@ -63,6 +77,34 @@ TEST(Period, RefusesTheImpossibleAndSaysTheFix) {
     EXPECT_THROW(checkStep(0.0), UsageError);
     EXPECT_THROW(checkStep(1.5), UsageError);
     EXPECT_NO_THROW(checkStep(0.25));
+}
+
+TEST(SummerTime, FollowsTheLaws) {
+    const struct {
+        const char *text, *days;
+        int year;
+    } cases[] = {
+        // The last Sundays of March and October, the second of March and the first of November,
+        // the last of September and the first of April: as calendars have them.
+        {"eu", "summer time 30 March to 25 October (eu 2025)", 2025},
+        {"eu", "summer time 29 March to 24 October (eu 2026)", 2026},
+        {"uk", "summer time 31 March to 26 October (uk 2024)", 2024},
+        {"us", "summer time 9 March to 1 November (us 2025)", 2025},
+        {"us", "summer time 8 March to 31 October (us 2026)", 2026},
+        {"nz", "summer time 28 September to 5 April (nz 2025)", 2025},
+        {"3/20-9/21", "summer time 20 March to 21 September", 2025},
+        {"2026-04-05 to 3 May", "summer time 5 April to 3 May", 2025},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(summerTimeOf(c.text, c.year).value().text(), c.days);
+    }
+    EXPECT_FALSE(summerTimeOf("none", 2025));
+    const SummerTime south = summerTimeOf("nz", 2025).value();
+    EXPECT_TRUE(south.contains(365) && south.contains(95) && !south.contains(96));
+    EXPECT_THAT(test::messageOf([] { summerTimeOf("mars", 2025); }),
+                testing::HasSubstr("--dst: there is no 'mars'; choose from eu, uk, us, nz, none"));
+    EXPECT_THAT(test::messageOf([] { summerTimeOf("3/20-9/31", 2025); }),
+                testing::HasSubstr("--dst '3/20-9/31': date '9/31': September has 30 days"));
 }
 
 } // namespace

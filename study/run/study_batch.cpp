@@ -1,0 +1,231 @@
+#include "study/run/study_batch.h"
+
+#include "study/run/run_option_table.h"
+#include "study/run/run_sky.h"
+#include "study/run/run_study.h"
+#include "study/run/study_record.h"
+#include "study/run/study_steps.h"
+#include "study/run/sun_hours_study.h"
+#include "study/support/errors.h"
+
+#include <algorithm>
+#include <optional>
+#include <set>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+/// Passes everything on, each warning once.
+class OnceProgress final : public Progress {
+public:
+    explicit OnceProgress(Progress& heard) : m_heard(heard) {}
+
+    void note(const std::string& text) override { m_heard.note(text); }
+    void warn(const std::string& text) override {
+        if (m_said.insert(text).second) {
+            m_heard.warn(text);
+        }
+    }
+    void begin(std::size_t total, std::string_view things) override {
+        m_heard.begin(total, things);
+    }
+    void advance(std::size_t count) override { m_heard.advance(count); }
+    void end() override { m_heard.end(); }
+    void holdsFolder(OutputFolder* folder) override { m_heard.holdsFolder(folder); }
+
+private:
+    Progress& m_heard;
+    std::set<std::string> m_said;
+};
+
+/// Options that no table has but every command.
+constexpr const char* quietOption = "quiet";
+
+/// The options of a subcommand, bound to values of their own.
+template <typename Options>
+OptionTable tableOf(Options& options, bool& quiet) {
+    OptionTable table;
+    if constexpr (std::is_same_v<Options, RunOptions>) {
+        addRunOptions(table, options);
+    } else if constexpr (std::is_same_v<Options, SkyOptions>) {
+        addSkyOptions(table, options, methodNames(MethodsOf::aSky));
+    } else {
+        addSunHoursOptions(table, options);
+    }
+    table.flag(quietOption, quiet, "");
+    return table;
+}
+
+template <typename Options>
+StudyTask taskOf(const StudyFile& file, const StudyAnalysis* analysis) {
+    Options options;
+    bool quiet = false;
+    const OptionTable table = tableOf(options, quiet);
+    StudyTask task;
+    task.keys = file.apply(table, {}, analysis);
+    if (analysis != nullptr) {
+        task.name = analysis->name;
+        options.out = folderOf(options.out, analysis->name);
+    }
+    task.options = std::move(options);
+    return task;
+}
+
+StudyTask taskOf(const StudyFile& file, const StudyAnalysis& analysis) {
+    return analysis.command == "sky"        ? taskOf<SkyOptions>(file, &analysis)
+           : analysis.command == "sunhours" ? taskOf<SunHoursOptions>(file, &analysis)
+                                            : taskOf<RunOptions>(file, &analysis);
+}
+
+/// Does it, and gives errors the place of the option that they begin with.
+template <typename Work>
+void inStudy(const StudyTask& task, Work&& work) {
+    try {
+        std::visit(work, task.options);
+    } catch (const UsageError& error) {
+        failInStudy(task.keys, error);
+    }
+}
+
+} // namespace
+
+struct StudyBatch::State {
+    State(Progress& heard, std::stop_token token) : progress(heard), stop(std::move(token)) {}
+
+    OnceProgress progress;
+    std::stop_token stop;
+    std::optional<StudyInputs> inputs; ///< of the study before
+
+    GivenInputs takeInputs() { return {.models = std::exchange(inputs, std::nullopt)}; }
+};
+
+StudyBatch::StudyBatch(Progress& progress, std::stop_token stop)
+    : m_state(std::make_unique<State>(progress, std::move(stop))) {}
+
+StudyBatch::~StudyBatch() = default;
+
+void StudyBatch::run(const RunOptions& options) {
+    runStudy(options, m_state->progress, m_state->stop, m_state->inputs);
+}
+
+void StudyBatch::run(const SkyOptions& options) {
+    runSky(options, m_state->progress, m_state->stop);
+}
+
+void StudyBatch::run(const SunHoursOptions& options) {
+    runSunHours(options, m_state->progress, m_state->stop, m_state->inputs);
+}
+
+StudyEstimate StudyBatch::estimate(const RunOptions& options) {
+    PreparedStudy study =
+        prepareStudy(options, m_state->takeInputs(), m_state->progress, m_state->stop);
+    StudyEstimate estimate = estimateStudy(study, m_state->stop);
+    m_state->inputs = std::move(study.inputs);
+    return estimate;
+}
+
+void StudyBatch::check(const RunOptions& options) {
+    checkOutFolder(options.out);
+    PreparedStudy study =
+        prepareStudy(options, m_state->takeInputs(), m_state->progress, m_state->stop);
+    m_state->inputs = std::move(study.inputs);
+}
+
+void StudyBatch::check(const SkyOptions& options) {
+    checkSkyOptions(options);
+    checkOutFolder(options.out);
+    const auto method = makeRadiationMethod(options, 0.0);
+    reportStudy(options, method->weather(), m_state->progress);
+}
+
+void StudyBatch::check(const SunHoursOptions& options) {
+    checkOutFolder(options.out);
+    SunHoursStudy study =
+        prepareSunHours(options, m_state->takeInputs().models, m_state->progress, m_state->stop);
+    m_state->inputs = std::move(study.inputs);
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& out, const std::string& analysis) {
+    return out.empty() || analysis.empty() ? out : out / analysis;
+}
+
+std::vector<std::string> studyFileKeys() {
+    std::vector<std::string> names = {quietOption};
+    const auto collect = [&](const OptionTable& table) {
+        for (std::string& name : table.names()) {
+            if (std::find(names.begin(), names.end(), name) == names.end()) {
+                names.push_back(std::move(name));
+            }
+        }
+    };
+    bool quiet = false;
+    RunOptions run;
+    SkyOptions sky;
+    SunHoursOptions sunHours;
+    collect(tableOf(run, quiet));
+    collect(tableOf(sky, quiet));
+    collect(tableOf(sunHours, quiet));
+    return names;
+}
+
+std::vector<StudyTask> readStudyTasks(const std::filesystem::path& file,
+                                      const std::stop_token& stop) {
+    const StudyFile study(file, stop);
+    std::vector<StudyTask> tasks;
+    if (study.analyses().empty()) {
+        tasks.push_back(taskOf<RunOptions>(study, nullptr));
+    }
+    for (const StudyAnalysis& analysis : study.analyses()) {
+        tasks.push_back(taskOf(study, analysis));
+    }
+    return tasks;
+}
+
+void runStudyFile(const std::filesystem::path& file, Progress& progress,
+                  const std::stop_token& stop) {
+    const std::vector<StudyTask> tasks = readStudyTasks(file, stop);
+    StudyBatch batch(progress, stop);
+    std::size_t number = 0;
+    for (const StudyTask& task : tasks) {
+        if (!task.name.empty()) {
+            progress.note(fmt::format("analysis {} ({} of {})", task.name, ++number, tasks.size()));
+        }
+        inStudy(task, [&](const auto& options) { batch.run(options); });
+    }
+}
+
+std::vector<std::string> checkStudyFile(const std::filesystem::path& file, Progress& progress,
+                                        const std::stop_token& stop) {
+    const StudyFile study(file, stop);
+    StudyBatch batch(progress, stop);
+    std::vector<std::string> faults;
+    const auto note = [&](auto&& work) {
+        try {
+            work();
+        } catch (const Stopped&) {
+            throw;
+        } catch (const Error& error) {
+            if (std::find(faults.begin(), faults.end(), error.what()) == faults.end()) {
+                faults.emplace_back(error.what());
+            }
+        }
+    };
+    const auto check = [&](const StudyTask& task) {
+        inStudy(task, [&](const auto& options) { batch.check(options); });
+    };
+    if (study.analyses().empty()) {
+        note([&] { check(taskOf<RunOptions>(study, nullptr)); });
+    }
+    for (const StudyAnalysis& analysis : study.analyses()) {
+        note([&] { check(taskOf(study, analysis)); });
+    }
+    return faults;
+}
+
+} // namespace insolate::study
