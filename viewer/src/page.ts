@@ -6,7 +6,8 @@ import * as text from "./format";
 import { type GroupKey, groupName, groupNumbers, GroupTable } from "./groups";
 import { areaWithin, endsOf, histogram, sumsBy } from "./histogram";
 import { drawLegend, Legend, type LegendContent } from "./legend";
-import { Column, cornersOf, normalOf, type Result } from "./packing";
+import { differenceOf, sameCells } from "./difference";
+import { type Column, cornersOf, normalOf, type Result } from "./packing";
 import { SunPath } from "./sun";
 import { colorTexture, type Hit, type ModelView, type Section, type Theme, View } from "./view";
 import licences from "../dist/licences.txt";
@@ -22,43 +23,6 @@ const dark: Theme = {
 
 /// What is compared with what: a result, two beside each other, or the second less the first.
 type Mode = { kind: "one"; result: number } | { kind: "beside" } | { kind: "difference"; with: number };
-
-export function differenceOf(first: Column, second: Column): Column {
-  const step = Math.max(first.step, second.step);
-  const count = first.levels.length;
-  const values = new Float64Array(count);
-  let lowest = Infinity;
-  let highest = -Infinity;
-  for (let i = 0; i < count; ++i) {
-    values[i] = second.at(i) - first.at(i);
-    if (Number.isFinite(values[i])) {
-      lowest = Math.min(lowest, values[i]);
-      highest = Math.max(highest, values[i]);
-    }
-  }
-  let fine = step;
-  while ((highest - lowest) / fine > 65000) {
-    fine *= 10;
-  }
-  const offset = Number.isFinite(lowest) ? Math.round(lowest / fine) : 0;
-  const levels = new Uint16Array(count);
-  for (let i = 0; i < count; ++i) {
-    levels[i] = Number.isFinite(values[i]) ? Math.round(values[i] / fine) - offset : 0xffff;
-  }
-  const decimals = Math.min(first.decimals, second.decimals) - Math.round(Math.log10(fine / step));
-  return new Column(first.name, `${first.title}, difference`, first.unit, fine, offset, decimals, levels);
-}
-
-/// Whether two results are of the same cells.
-export function sameCells(a: Result, b: Result): boolean {
-  const equal = (x: Uint8Array, y: Uint8Array): boolean =>
-    x.length === y.length && x.every((byte, i) => byte === y[i]);
-  return (
-    a.cells.count === b.cells.count &&
-    equal(a.array("blocks"), b.array("blocks")) &&
-    [0, 1, 2].every((k) => Math.abs(a.record.origin[k] - b.record.origin[k]) < 2 * a.record.step)
-  );
-}
 
 export class Page {
   readonly view: View;

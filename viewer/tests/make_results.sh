@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Makes the results that the tests of the page look at: make_results.sh COMMAND FOLDER
+set -euo pipefail
+command=$1 out=$2
+source=$(cd "$(dirname "$0")/../.." && pwd)
+demo=$source/examples/courtyard
+quiet() { "$command" run --quiet "$@"; }
+mkdir -p "$out"
+# With the hours of a cell of the court.
+quiet --study "$demo/study.toml" --series 10236 --page --out "$out/courtyard"
+quiet --study "$demo/study.toml" --period 6/1-8/31 --out "$out/summer"
+"$command" view --quiet "$out/courtyard" "$out/summer" --out "$out/compared.html"
+quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors plane:z=1.5,grid=1 \
+  --period 6/21 --page --out "$out/plane"
+printf 'x,y,z,nx,ny,nz\n0,0,1,0,0,1\n5,5,12,0,0,1\n-30,-30,2,0,-1,0\n40,20,2,1,0,0\n' >"$out/points.csv"
+quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors "$out/points.csv" \
+  --period 6/21 --page --out "$out/points"
+python3 "$source/viewer/tests/hostile.py" >"$out/hostile.obj"
+quiet --weather "$demo/weather.epw" --scene "$out/hostile.obj" --grid 1 --period 6/21 --page --out "$out/hostile"
+# A thousand level sensors over the demo, for the shadows of a moment.
+awk 'BEGIN { srand(7); print "x,y,z,nx,ny,nz"
+  for (i = 0; i < 1000; ++i) printf "%.3f,%.3f,0.05,0,0,1\n", -37.9 + 89.8 * rand(), -34.9 + 70.8 * rand() }' >"$out/level.csv"
+if [ -n "${INSOLATE_TEST_DATA:-}" ]; then
+  quiet --weather "$INSOLATE_TEST_DATA/weather/mannheim.epw" --scene "$INSOLATE_TEST_DATA/meshes/lyon_terrain.obj" \
+    --scene "$INSOLATE_TEST_DATA/meshes/lyon_buildings.obj" --grid 5 --page --out "$out/lyon"
+fi

@@ -1,0 +1,364 @@
+import { execFileSync } from "node:child_process";
+import { existsSync, readFileSync, statSync, writeFileSync } from "node:fs";
+import { resolve } from "node:path";
+import { afterAll, describe, expect, it } from "vitest";
+import { colorAt, colorTable } from "../../src/colors";
+import { command, folder, tableOf } from "../pages";
+import { ask, close, open, openLive, settle, shot } from "./browser";
+
+afterAll(close);
+
+describe("the demo's page", () => {
+  it("is small, quiet and shows the values of the table", async () => {
+    expect(statSync(resolve(folder, "courtyard/page.html")).size).toBeLessThan(1.5e6);
+    const { page, complaints } = await openLive("courtyard/page.html");
+    const table = tableOf(`${folder}/courtyard/sensors.csv`);
+    const total = table.column("total");
+    // Places all over the picture, the same at each run; what they hit is asked as a pointer asks.
+    const hits = await ask(page, (viewer) => {
+      const { clientWidth, clientHeight } = viewer.view.canvas;
+      const found: { sensor: number; value: string; x: number; y: number }[] = [];
+      let seed = 12345;
+      const random = (): number => (seed = (seed * 1103515245 + 12345) % 2147483648) / 2147483648;
+      while (found.length < 200) {
+        const x = random() * clientWidth;
+        const y = random() * clientHeight;
+        const hit = viewer.view.pick(x, y);
+        if (hit) {
+          found.push({ sensor: hit.sensor, value: viewer.describe(hit).value, x, y });
+        }
+      }
+      return found;
+    });
+    expect(new Set(hits.map((hit) => hit.sensor)).size).toBeGreaterThan(150);
+    for (const hit of hits) {
+      expect(hit.value).toBe((total[hit.sensor] / 1000).toFixed(1));
+    }
+    // And what stands there on the screen has the colour of that value.
+    const pixels = await ask(page, (viewer, places: { x: number; y: number }[]) => {
+      viewer.view.drawNow();
+      const copy = document.createElement("canvas");
+      copy.width = viewer.view.canvas.width;
+      copy.height = viewer.view.canvas.height;
+      const context = copy.getContext("2d")!;
+      context.drawImage(viewer.view.canvas, 0, 0);
+      return places.map(({ x, y }) => [...context.getImageData(Math.floor(x), Math.floor(y), 1, 1).data]);
+    }, hits);
+    const table256 = colorTable("sequential");
+    const lowest = total.reduce((a, b) => Math.min(a, b));
+    const highest = total.reduce((a, b) => Math.max(a, b));
+    const off = hits.filter((hit, i) => {
+      const wanted = colorAt((total[hit.sensor] - lowest) / (highest - lowest), table256);
+      return wanted.some((part, k) => Math.abs(part - pixels[i][k]) > 4);
+    });
+    expect(off.length).toBeLessThan(12); // edges and borders of cells, drawn over some
+    await shot(page, "demo");
+    expect(complaints).toEqual([]);
+  });
+
+  it("shows, pins and lets go of a cell", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    const place = await ask(page, (viewer) => {
+      const { model } = viewer;
+      viewer.view.look(180, 80);
+      return viewer.view.cellOnScreen(model, 10236)!;
+    });
+    await settle(page);
+    const box = (await page.locator("canvas.model").boundingBox())!;
+    await page.mouse.move(box.x + place.x, box.y + place.y);
+    await page.waitForSelector("#hint:not([hidden])");
+    const table = tableOf(`${folder}/courtyard/sensors.csv`);
+    const value = (table.column("total")[10236] / 1000).toFixed(1);
+    expect(await page.locator("#hint").innerText()).toContain(value);
+    expect(await page.locator("#hint").innerText()).toContain("court · surface");
+    await page.mouse.down();
+    await page.mouse.up();
+    await page.waitForSelector("#panel .value");
+    expect(await page.locator("#panel .value").innerText()).toContain(value);
+    const card = page.locator("#panel details", { has: page.locator(".value") }).first();
+    const words = await card.innerText();
+    expect(words).toContain(`${table.column("peak")[10236].toFixed(1)} W/m²`);
+    expect(words).toContain("level, faces up");
+    // Its hours were asked for: a carpet and a mean day.
+    await expect.poll(() => page.locator("canvas.carpet").count()).toBe(1);
+    expect(await page.locator(".uplot").count()).toBe(1);
+    await card.getByRole("button", { name: "Show the sun of the peak" }).click();
+    expect(await page.getByLabel("Show at a moment").isChecked()).toBe(true);
+    expect(await card.innerText()).toContain("In the sun on");
+    await shot(page, "pinned");
+    await page.locator("canvas.model").focus();
+    await page.keyboard.press("Escape");
+    await expect.poll(() => page.locator("#panel .value").isVisible()).toBe(false);
+    expect(complaints).toEqual([]);
+  });
+
+  it("filters by value and says how much is left", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    const table = tableOf(`${folder}/courtyard/sensors.csv`);
+    const [total, area] = [table.column("total"), table.column("area")];
+    const bar = (await page.locator("#legend canvas").boundingBox())!;
+    const lowest = total.reduce((a, b) => Math.min(a, b)) / 1000;
+    const highest = total.reduce((a, b) => Math.max(a, b)) / 1000;
+    const y = bar.y + 0.25 * bar.height;
+    await page.mouse.move(bar.x + 30, bar.y + 1);
+    await page.mouse.down();
+    await page.mouse.move(bar.x + 30, y, { steps: 3 });
+    await page.mouse.up();
+    const words = await page.locator("#legend .filter").innerText();
+    const found = /([\d,]+) m² above ([\d,.]+) kWh/.exec(words);
+    expect(found, words).not.toBeNull();
+    const above = highest - 0.25 * (highest - lowest);
+    expect(Number(found![2].replace(",", ""))).toBeCloseTo(above, -1);
+    const sum = area.reduce((all, own, i) => all + (total[i] / 1000 >= above ? own : 0), 0);
+    expect(Number(found![1].replace(",", "")) / sum).toBeCloseTo(1, 1);
+    await shot(page, "filtered");
+    // What is exported is what is left.
+    const lines = (await ask(page, (viewer) => viewer.table())).trimEnd().split("\n");
+    expect(lines[0]).toContain("total [kWh/m2]");
+    const at = lines[0].split(",").indexOf("total [kWh/m2]");
+    expect(lines.length).toBeGreaterThan(100);
+    for (const line of lines.slice(1)) {
+      expect(Number(line.split(",")[at])).toBeGreaterThanOrEqual(above - 1);
+    }
+    // By the keyboard, too.
+    await page.locator("#legend canvas").focus();
+    await page.keyboard.press("Escape");
+    expect(await page.locator("#legend .filter").innerText()).toBe("");
+    await page.keyboard.press("ArrowUp");
+    expect(await page.locator("#legend .filter").innerText()).toContain("above");
+    expect(complaints).toEqual([]);
+  });
+
+  it("isolates, hides, searches and sorts groups", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    const rows = page.locator("tbody tr");
+    expect(await rows.first().innerText()).toContain("ground"); // the largest
+    await page.getByLabel("Search groups by name").fill("roof_pitched_s");
+    await expect.poll(() => rows.count()).toBe(1);
+    await rows.first().click();
+    const figures = page.locator(".figures");
+    expect(await figures.innerText()).toContain("341"); // m²
+    const muted = await ask(page, (viewer) => viewer.model.states.filter((state) => (state & 2) !== 0).length);
+    expect(muted).toBeGreaterThan(15000);
+    await page.keyboard.press("Escape");
+    await page.getByLabel("Search groups by name").fill("");
+    await page.getByRole("button", { name: "Hide ground" }).click();
+    const hidden = await ask(page, (viewer) => viewer.model.states.filter((state) => (state & 1) !== 0).length);
+    expect(hidden).toBeGreaterThan(5000);
+    await shot(page, "without-ground");
+    await page.getByRole("button", { name: "Show ground" }).click();
+    await page.locator("th", { hasText: "mean" }).click();
+    expect(await rows.first().innerText()).toContain("roof_pitched_south");
+    await page.getByLabel("Group by").selectOption("side");
+    await expect.poll(() => rows.count()).toBe(5); // nothing faces down
+    expect(complaints).toEqual([]);
+  });
+
+  it("turns, looks from the sides, cuts and changes its projection by the keyboard", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    await page.locator("canvas.model").focus();
+    const bearing = (): Promise<{ azimuth: number; altitude: number }> => ask(page, (viewer) => viewer.view.bearing());
+    expect((await bearing()).azimuth).toBeCloseTo(155, 0);
+    await page.keyboard.press("ArrowRight");
+    expect((await bearing()).azimuth).toBeCloseTo(147, 0);
+    const high = (await bearing()).altitude;
+    await page.keyboard.press("ArrowUp");
+    expect((await bearing()).altitude).toBeCloseTo(high + 6, 0);
+    for (const [key, azimuth] of [["n", 0], ["e", 90], ["s", 180], ["w", 270]] as const) {
+      await page.keyboard.press(key);
+      expect(Math.cos(((await bearing()).azimuth - azimuth) * (Math.PI / 180))).toBeGreaterThan(0.9999);
+      expect(Math.abs((await bearing()).altitude)).toBeLessThan(1);
+    }
+    const height = await ask(page, (viewer) => viewer.view.height);
+    await page.keyboard.press("+");
+    expect((await ask(page, (viewer) => viewer.view.height)) / height).toBeCloseTo(0.85, 2);
+    await page.keyboard.press("0");
+    await page.keyboard.press("p");
+    expect(await ask(page, (viewer) => viewer.view.isParallel)).toBe(true);
+    await page.keyboard.press("t");
+    expect((await bearing()).altitude).toBeGreaterThan(89);
+    await shot(page, "plan");
+    await page.locator("summary", { hasText: "Cut off" }).click();
+    await page.getByLabel("Section plane").selectOption("z");
+    await page.getByLabel("Place of the section").fill("0.3");
+    // Nothing that is hit lies above the plane: the tower's roof is gone.
+    const heights = await ask(page, (viewer) => {
+      const seen: number[] = [];
+      for (let x = 40; x < viewer.view.canvas.clientWidth; x += 40) {
+        for (let y = 40; y < viewer.view.canvas.clientHeight; y += 40) {
+          const hit = viewer.view.pick(x, y);
+          if (hit) {
+            seen.push(...hit.model.corners(hit.sensor).map((corner) => corner.z));
+          }
+        }
+      }
+      return seen;
+    });
+    expect(heights.length).toBeGreaterThan(100);
+    expect(Math.max(...heights)).toBeLessThan(0.3 * 26 + 0.8);
+    expect(complaints).toEqual([]);
+  });
+
+  it("saves a picture with title and colours", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    const waiting = page.waitForEvent("download");
+    await page.getByRole("button", { name: "Save the picture as PNG" }).click();
+    const file = await waiting;
+    expect(file.suggestedFilename()).toBe("courtyard.png");
+    const bytes = readFileSync((await file.path())!);
+    expect(bytes.subarray(1, 4).toString()).toBe("PNG");
+    expect(bytes.length).toBeGreaterThan(30_000);
+    writeFileSync(resolve(folder, "saved.png"), bytes);
+    expect(complaints).toEqual([]);
+  });
+
+  it("is at hand in the dark and on a phone", async () => {
+    const dark = await openLive("courtyard/page.html", { colorScheme: "dark" });
+    const ground = await dark.page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+    expect(ground).toBe("rgb(21, 23, 27)");
+    await shot(dark.page, "dark");
+    expect(dark.complaints).toEqual([]);
+    const { page, complaints } = await openLive("courtyard/page.html", {
+      viewport: { width: 390, height: 844 },
+      hasTouch: true,
+      isMobile: true,
+      deviceScaleFactor: 2,
+    });
+    const wide = await page.evaluate(() => document.documentElement.scrollWidth);
+    expect(wide).toBeLessThanOrEqual(390);
+    const box = (await page.locator("canvas.model").boundingBox())!;
+    expect(box.width).toBe(390);
+    await page.touchscreen.tap(box.x + 190, box.y + 0.62 * box.height);
+    await page.waitForSelector("#panel .value");
+    await shot(page, "phone");
+    await page.getByRole("button", { name: "Make the panel smaller or larger" }).click();
+    await expect.poll(async () => (await page.locator("canvas.model").boundingBox())!.height).toBeGreaterThan(650);
+    expect(complaints).toEqual([]);
+  });
+});
+
+describe("the sun of the page", () => {
+  it("casts the shadows of the kernel's rays", async () => {
+    const points = tableOf(`${folder}/level.csv`);
+    const [x, y] = [points.column("x"), points.column("y")];
+    const { page, complaints } = await openLive("courtyard/page.html");
+    for (const [date, day, hour] of [["6/21", 172, 9], ["3/21", 80, 15], ["12/21", 355, 12]] as const) {
+      const out = resolve(folder, `light-${day}`);
+      execFileSync(command, [
+        "sunhours", "--quiet", "--scene", "../examples/courtyard/courtyard.obj", "--sensors", resolve(folder, "level.csv"),
+        "--lat", "47", "--lon", "8", "--tz", "1", "--date", date, "--window", `${hour}:00-${hour}:02`, "--out", out,
+      ]);
+      const hours = tableOf(`${out}/sensors.csv`).column("sun_hours");
+      const lit = await ask(
+        page,
+        (viewer, { at, moment }) => {
+          viewer.setMoment(moment[0], moment[1]);
+          return [...viewer.view.litAt(at)];
+        },
+        { at: Array.from(x).flatMap((_, i) => [x[i], y[i], 0.05]), moment: [day, 60 * hour + 1] },
+      );
+      const wrong = Array.from(hours.keys()).filter((i) => hours[i] > 1 / 60 !== lit[i] >= 0.5);
+      expect(hours.filter((value) => value > 1 / 60).length).toBeGreaterThan(300);
+      expect(wrong.length, date).toBeLessThanOrEqual(20);
+      // Where they disagree an edge of the shadow is near: within half a metre are points of both kinds.
+      const around = await ask(
+        page,
+        (viewer, at) => [...viewer.view.litAt(at)],
+        wrong.flatMap((i) =>
+          Array.from({ length: 16 }, (_, k) => [
+            x[i] + 0.5 * Math.cos((k * Math.PI) / 8), y[i] + 0.5 * Math.sin((k * Math.PI) / 8), 0.05,
+          ]).flat(),
+        ),
+      );
+      wrong.forEach((_, n) => {
+        const ring = around.slice(16 * n, 16 * n + 16);
+        expect(Math.max(...ring) >= 0.5 && Math.min(...ring) < 0.5, `${date}, point ${wrong[n]}`).toBe(true);
+      });
+    }
+    await shot(page, "winter-noon");
+    expect(complaints).toEqual([]);
+  });
+
+  it("moves by its sliders and plays", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    await page.getByLabel("Date").fill("355");
+    expect(await page.getByLabel("Show at a moment").isChecked()).toBe(true);
+    await page.getByLabel("Time of day").fill("720");
+    const card = page.locator("#panel details", { hasText: "Sun and shadows" });
+    expect(await card.innerText()).toContain("21 December");
+    expect(await card.innerText()).toContain("in the south");
+    await page.getByRole("button", { name: "Play through the day" }).click();
+    await expect.poll(() => page.getByLabel("Time of day").inputValue()).not.toBe("720");
+    await page.getByRole("button", { name: "Play through the day" }).click();
+    expect(complaints).toEqual([]);
+  });
+});
+
+describe("several results", () => {
+  it("stand side by side and as a difference", async () => {
+    const { page, complaints } = await openLive("compared.html");
+    const sum = (name: string): number[] => [...tableOf(`${folder}/${name}/sensors.csv`).column("total")];
+    const [year, summer] = [sum("courtyard"), sum("summer")];
+    await page.getByRole("button", { name: "Difference" }).click();
+    const values = await ask(page, (viewer) => [0, 5000, 10236].map((i) => viewer.column.at(i)));
+    [0, 5000, 10236].forEach((i, k) => expect(Math.abs(values[k] - (summer[i] - year[i]) / 1000)).toBeLessThan(0.11));
+    await shot(page, "difference");
+    await page.getByRole("button", { name: "Side by side" }).click();
+    const picked = await ask(page, (viewer) => {
+      const { clientWidth, clientHeight } = viewer.view.canvas;
+      const left = viewer.view.pick(0.25 * clientWidth, 0.5 * clientHeight)!;
+      const right = viewer.view.pick(0.75 * clientWidth, 0.5 * clientHeight)!;
+      return { same: left.sensor === right.sensor, first: left.model === viewer.view.models[0], second: right.model === viewer.view.models[1] };
+    });
+    expect(picked).toEqual({ same: true, first: true, second: true });
+    await shot(page, "beside");
+    expect(complaints).toEqual([]);
+  });
+});
+
+describe("other pages", () => {
+  it("of hostile names stay whole", async () => {
+    const { page, complaints } = await openLive("hostile/page.html");
+    expect(await page.evaluate(() => window.broken)).toBeUndefined();
+    expect(await page.locator("tbody tr").count()).toBe(6);
+    expect(await page.locator("tbody").innerText()).toContain("</script><script>");
+    expect(await page.locator("img").count()).toBe(1); // the picture for browsers without WebGL
+    const lines = (await ask(page, (viewer) => viewer.table())).split("\n");
+    expect(lines.some((line) => /(^|,)=/.test(line))).toBe(false);
+    await shot(page, "hostile");
+    expect(complaints).toEqual([]);
+  });
+
+  it.each(["plane", "points"])("of a %s are drawn", async (name) => {
+    const { page, complaints } = await openLive(`${name}/page.html`);
+    const count = await ask(page, (viewer) => {
+      viewer.view.look(180, 89);
+      let hits = 0;
+      for (let x = 5; x < viewer.view.canvas.clientWidth; x += 10) {
+        for (let y = 5; y < viewer.view.canvas.clientHeight; y += 10) {
+          hits += viewer.view.pick(x, y) ? 1 : 0;
+        }
+      }
+      return hits;
+    });
+    expect(count).toBeGreaterThan(name === "plane" ? 500 : 3);
+    await shot(page, name);
+    expect(complaints).toEqual([]);
+  });
+
+  it.skipIf(!existsSync(resolve(folder, "lyon/page.html")))("of Lyon are drawn", async () => {
+    const { page, complaints } = await openLive("lyon/page.html");
+    await ask(page, (viewer) => viewer.setMoment(172, 8 * 60));
+    await shot(page, "lyon");
+    expect(complaints).toEqual([]);
+  });
+
+  it("say what is missing on old browsers and machines", async () => {
+    for (const missing of ["WebGL 2", "too old"]) {
+      const { page } = await open("courtyard/page.html", {}, missing);
+      await expect.poll(() => page.locator("#reason").innerText()).toContain(missing);
+      expect(await page.locator("#plain img").isVisible()).toBe(true);
+      await shot(page, `plain-${missing === "too old" ? "browser" : "machine"}`);
+    }
+  });
+});
