@@ -24,7 +24,7 @@ void addRunCommand(CLI::App& app, Interruption& interruption) {
     auto run = std::make_shared<RunArguments>();
     study::addRunOptions(run->table, run->options);
     auto arguments =
-        std::make_shared<TableArguments>(*command, run->table, [run] { run->options = {}; });
+        std::make_shared<TableArguments>(*command, run->table, [run] { run->options = study::RunOptions(); });
     command->callback([run, arguments, &interruption] {
         arguments->run(interruption, [&](study::StudyBatch& batch, const std::string& analysis) {
             if (run->options.dryRun) {

@@ -44,7 +44,7 @@ void addSunHoursCommand(CLI::App& app, Interruption& interruption) {
     auto sunHours = std::make_shared<SunHoursArguments>();
     study::addSunHoursOptions(sunHours->table, sunHours->options);
     auto arguments = std::make_shared<TableArguments>(*command, sunHours->table,
-                                                      [sunHours] { sunHours->options = {}; });
+                                                      [sunHours] { sunHours->options = study::SunHoursOptions(); });
     command->add_flag("--list-rules", sunHours->listRules, "Print the published rules and end");
     command->callback([sunHours, arguments, &interruption] {
         if (sunHours->listRules) {

@@ -69,8 +69,8 @@ public:
             const Vector3 normal = grow(seed, number, areas, sizes, patch);
             polygonOfPatch.push_back(noFace);
             if (patch.size() > 1) {
-                std::vector<Vector3> outline = outlineOf(patch, number, normal);
-                if (!outline.empty() && covers(outline, patch, sizes)) {
+                if (std::vector<Vector3> outline = outlineOf(patch, number, normal);
+                    !outline.empty()) {
                     polygonOfPatch.back() = static_cast<std::uint32_t>(polygons.size());
                     polygons.push_back(std::move(outline));
                     triangles += patch.size();
@@ -201,7 +201,8 @@ private:
                 }
                 std::vector<Vector3> loop = loopFrom(f, c, number);
                 const bool isOutline = dot(areaVector(loop), normal) > 0.0;
-                isGood = isGood && loop.size() >= 3 && !(isOutline && !outline.empty());
+                isGood = isGood && loop.size() >= 3 && !(isOutline && !outline.empty()) &&
+                         !crossesItself(loop, normal);
                 if (isOutline) {
                     outline = std::move(loop);
                 } else {
@@ -213,22 +214,6 @@ private:
             return {};
         }
         return bridged(std::move(outline), std::move(holes)).value_or(std::vector<Vector3>());
-    }
-
-    /// Whether the polygon's parts are as large as the triangles. They are larger where it overlaps
-    /// itself, as around a corner at which the triangles make more than a full turn.
-    static bool covers(const std::vector<Vector3>& outline, const std::vector<std::uint32_t>& patch,
-                       const std::vector<double>& sizes) {
-        constexpr double most = 1.0e-4; // the planes' differences explain a hundredth of that
-        double whole = 0.0;
-        for (const std::uint32_t f : patch) {
-            whole += sizes[f];
-        }
-        double parts = 0.0;
-        for (const auto& [a, b, c] : triangulate(outline)) {
-            parts += length(cross(outline[b] - outline[a], outline[c] - outline[a]));
-        }
-        return std::abs(parts - whole) <= most * whole;
     }
 
     [[nodiscard]] bool isBorder(std::uint32_t corner, std::uint32_t number) const {

@@ -223,6 +223,33 @@ std::optional<std::vector<Vector3>> bridged(std::vector<Vector3> outline,
     return result;
 }
 
+bool crossesItself(std::span<const Vector3> ring, const Vector3& normal) {
+    struct Side {
+        FlatPoint from, to;
+        double left = 0.0, right = 0.0; ///< what it spans along u
+    };
+    const Plane plane(ring.front(), normal);
+    std::vector<Side> sides(ring.size());
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        const FlatPoint from = plane(ring[i]);
+        const FlatPoint to = plane(ring[(i + 1) % ring.size()]);
+        sides[i] = {from, to, std::min(from.u, to.u), std::max(from.u, to.u)};
+    }
+    std::sort(sides.begin(), sides.end(),
+              [](const Side& a, const Side& b) { return a.left < b.left; });
+    double looks = 0.0;
+    for (std::size_t i = 0; i < sides.size(); ++i) {
+        const Side& side = sides[i];
+        for (std::size_t j = i + 1; j < sides.size() && sides[j].left <= side.right; ++j) {
+            const Side& other = sides[j];
+            if (++looks > mostLooks || isCrossing(side.from, side.to, other.from, other.to)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 std::vector<Vector3> simplified(std::span<const Vector3> ring) {
     std::vector<Vector3> kept(ring.begin(), ring.end());
     if (ring.size() < 5) {

@@ -19,6 +19,11 @@ namespace insolate::study {
 std::optional<std::vector<Vector3>> bridged(std::vector<Vector3> outline,
                                             std::vector<std::vector<Vector3>> holes);
 
+/// Whether sides of a flat polygon's ring meet in more than their ends, as where the polygon overlaps
+/// itself; also when the ring has too many sides beside each other to look at them all.
+/// @param normal of its plane, of any length but 0
+bool crossesItself(std::span<const Vector3> ring, const Vector3& normal);
+
 /// The ring without corners on a straight line between their neighbours, beginning at the corner
 /// with the least x, then y, then z: what is cut from it depends on its shape alone. A ring that
 /// passes a place twice, and one of three or four corners, stays as it is.

@@ -25,8 +25,8 @@ struct StudyInputs {
 /// What a host has already, in the place of files. What is left out is read from the files that the
 /// options name; their names stand in records and messages in either case.
 struct GivenInputs {
-    std::shared_ptr<const WeatherYear> weather; ///< for the hourly method
-    std::optional<StudyInputs> models;          ///< scene and sensors, both or none
+    std::shared_ptr<const WeatherYear> weather = {}; ///< for the hourly method
+    std::optional<StudyInputs> models = {};          ///< scene and sensors, both or none
 };
 
 /// Reads a model as a study does: with its notes reported and its faces turned as the options say.

@@ -67,7 +67,7 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
     done(study + "--grid 20");
     const auto rows = rowsOf(path("o/sensors.csv"));
     ASSERT_EQ(rows.size(), 3U);
-    constexpr std::size_t area = 18;
+    constexpr std::size_t area = 19;
     EXPECT_EQ(rows[0][area], "area [m2]");
     EXPECT_EQ(rows[1][area] + " " + rows[2][area], "63 3");
     const double up = std::stod(rows[1][6]);
@@ -175,7 +175,7 @@ TEST_F(CommandTest, RunsAndChecksTheAnalysesOfAStudyFile) {
           readFile(path("s.toml")) + "count = 'x'\n[[analysis]]\nname = 'd'\nalbedo = 7\n");
     const Outcome faults = command("study check t.toml --quiet");
     EXPECT_EQ(faults.exitCode, 1);
-    expectAll(faults.out, {"t.toml:15: --count: there is no 'x'", "t.toml:18: --albedo '7': "});
+    expectAll(faults.out, {"t.toml:16: --count: there is no 'x'", "t.toml:19: --albedo '7': "});
     EXPECT_THAT(faults.err, HasSubstr("t.toml: 2 faults; "));
 }
 
@@ -285,7 +285,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {sun + "--dates 3/21 --min 2 --ratio 0.8", 2, "--baseline is missing; "},
              {sun + "--dates 3/21 --min 2 --baseline file", 2, "--ratio is missing; "},
              {sun + "--dates 3/21 --min 2 --ratio 1 --baseline none", 1,
-              "none/sensors.csv: no such"},
+              "none/summary.json: no such"},
              {sun + "--dates 3/21 --sunshine 1,2", 2, "--sunshine: 2 numbers, not twelve; "},
              {sun + "--dates 3/21 --year 1800", 2, "--year 1800: "},
              {sun + "--dates 3/21 --grid 0", 2, "--grid 0"},
