@@ -23,8 +23,8 @@ void addRunCommand(CLI::App& app, Interruption& interruption) {
                "summary.json.");
     auto run = std::make_shared<RunArguments>();
     study::addRunOptions(run->table, run->options);
-    auto arguments =
-        std::make_shared<TableArguments>(*command, run->table, [run] { run->options = study::RunOptions(); });
+    auto arguments = std::make_shared<TableArguments>(
+        *command, run->table, [run, usual = run->options] { run->options = usual; });
     command->callback([run, arguments, &interruption] {
         arguments->run(interruption, [&](study::StudyBatch& batch, const std::string& analysis) {
             if (run->options.dryRun) {

@@ -22,8 +22,8 @@ void addSkyCommand(CLI::App& app, Interruption& interruption) {
                                   "Writes sky.csv, sky.png and sky.json.");
     auto sky = std::make_shared<SkyArguments>();
     study::addSkyOptions(sky->table, sky->options, study::methodNames(study::MethodsOf::aSky));
-    auto arguments =
-        std::make_shared<TableArguments>(*command, sky->table, [sky] { sky->options = study::SkyOptions(); });
+    auto arguments = std::make_shared<TableArguments>(
+        *command, sky->table, [sky, usual = sky->options] { sky->options = usual; });
     command->callback([sky, arguments, &interruption] {
         arguments->run(interruption, [&](study::StudyBatch& batch, const std::string& analysis) {
             sky->options.out = study::folderOf(sky->options.out, analysis);

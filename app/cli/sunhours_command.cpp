@@ -43,8 +43,9 @@ void addSunHoursCommand(CLI::App& app, Interruption& interruption) {
         "Writes sensors.csv, sensors.vtp (ParaView), groups.csv, heatmap.png and summary.json.");
     auto sunHours = std::make_shared<SunHoursArguments>();
     study::addSunHoursOptions(sunHours->table, sunHours->options);
-    auto arguments = std::make_shared<TableArguments>(*command, sunHours->table,
-                                                      [sunHours] { sunHours->options = study::SunHoursOptions(); });
+    auto arguments = std::make_shared<TableArguments>(
+        *command, sunHours->table,
+        [sunHours, usual = sunHours->options] { sunHours->options = usual; });
     command->add_flag("--list-rules", sunHours->listRules, "Print the published rules and end");
     command->callback([sunHours, arguments, &interruption] {
         if (sunHours->listRules) {

@@ -37,13 +37,14 @@ constexpr std::array rules = {
 
 /// Day of a year of 365 days.
 int dayOf(const ClockChange& change, int year) {
-    using namespace std::chrono;
-    const auto month = std::chrono::year{year} / change.month;
-    const year_month_day day =
+    namespace chrono = std::chrono;
+    const chrono::year_month ofYear = chrono::year{year} / change.month;
+    const chrono::sys_days sunday =
         change.sunday == 5
-            ? year_month_day(sys_days(month / Sunday[last]))
-            : year_month_day(sys_days(month / Sunday[static_cast<unsigned>(change.sunday)]));
-    return dayIndex(change.month, static_cast<int>(static_cast<unsigned>(day.day()))) + 1;
+            ? chrono::sys_days(ofYear / chrono::Sunday[chrono::last])
+            : chrono::sys_days(ofYear / chrono::Sunday[static_cast<unsigned>(change.sunday)]);
+    const unsigned date = static_cast<unsigned>(chrono::year_month_day(sunday).day());
+    return dayIndex(change.month, static_cast<int>(date)) + 1;
 }
 
 } // namespace
