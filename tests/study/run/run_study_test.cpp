@@ -62,7 +62,7 @@ TEST(RunOptions, AreRefusedByName) {
     EXPECT_EQ(usedThreads(100'000), usedThreads(0));
 }
 
-TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
+TEST(RunStudy, WarnsOfWhatMakesResultsDoubtful) {
     const test::StudyFolder folder;
     RunOptions options;
     options.weather =
@@ -73,23 +73,17 @@ TEST(RunStudy, WarnsOfWhatMakesResultsDoubtfulAndTurnsThePicture) {
     options.sensors = folder.write("a.csv", "5,5,5,0,0,1\n-5,5,5,0,0,1\n-5,9,5,0,0,1\n");
     options.method = "perez-sky";
     options.period = {.startDay = 1, .endDay = 1, .startHour = 0.0, .endHour = 2.0, .step = 1.0};
-    std::array<std::string, 2> pictures;
-    for (const bool isTurned : {false, true}) { // in the dark nothing else changes
-        options.out = folder.path() / "out";
-        options.north = isTurned ? 90.0 : 0.0;
-        test::Heard heard;
-        runStudy(options, heard);
-        EXPECT_THAT(heard.warnings,
-                    testing::UnorderedElementsAre(
-                        HasSubstr("1 line repeats an hour; the last one stands"),
-                        HasSubstr("1 hour without data counts as without"),
-                        HasSubstr("1 of 1 closed body look partly inwards; 5 faces were turned"),
-                        HasSubstr("no hour of the period has radiation"),
-                        HasSubstr("1 of 3 sensors sees no sky and is left out of means and "
-                                  "colours; it may lie in")));
-        pictures[isTurned ? 1 : 0] = test::readFile(options.out / "heatmap.png");
-    }
-    EXPECT_NE(pictures[0], pictures[1]);
+    options.out = folder.path() / "out";
+    test::Heard heard;
+    runStudy(options, heard);
+    EXPECT_THAT(heard.warnings,
+                testing::UnorderedElementsAre(
+                    HasSubstr("1 line repeats an hour; the last one stands"),
+                    HasSubstr("1 hour without data counts as without"),
+                    HasSubstr("1 of 1 closed body look partly inwards; 5 faces were turned"),
+                    HasSubstr("no hour of the period has radiation"),
+                    HasSubstr("1 of 3 sensors sees no sky and is left out of means and "
+                              "colours; it may lie in")));
 }
 
 /// The column of that heading.

@@ -239,7 +239,7 @@ TEST_F(StudyTest, TrianglesRememberTheRayOfEachSensorApart) {
     takeWeather(test::clearYear());
     rays = RayMethod::octree;
     // In the way of one cell's ray alone, so that no other ray comes between two sensors' rays.
-    const Scene speck = {{{4.8, 4.4, 7.37}, {5.2, 4.4, 7.37}, {4.98, 4.8, 7.37}}};
+    const Scene speck = {{{480, 440, 737}, {520, 440, 737}, {498, 480, 737}}};
     const std::vector<float> seen =
         calculate(speck, pointsFacing({{0, 0, 1}, {0, 0, 1}}))["sky_view"];
     EXPECT_LT(seen[0], open("sky_view"));
