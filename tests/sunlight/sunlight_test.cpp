@@ -56,6 +56,15 @@ struct ClosedForm {
     std::vector<TimeSpan> lit; ///< from cos w = ... of each set-up, solved by hand
 };
 
+TEST(SpanSet, JoinsSpansThatTouchInAnyOrder) {
+    for (const bool isLaterFirst : {false, true}) {
+        SpanSet set;
+        set.add(isLaterFirst ? TimeSpan{10, 20} : TimeSpan{0, 10});
+        set.add(isLaterFirst ? TimeSpan{0, 10} : TimeSpan{10, 20});
+        EXPECT_TRUE(set.covers(0, 20)) << isLaterFirst;
+    }
+}
+
 TEST(Sunlight, AgreesWithClosedForms) {
     const auto wall = [](double height, double distance) {
         return [=](Scene& scene) { addWall(scene, -distance, endless, height); };

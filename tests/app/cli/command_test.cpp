@@ -94,6 +94,12 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     expectAll(run.err, {"kWh/m2\n", "series.csv and summary.json"});
     const auto series = rowsOf(path("h/series.csv"));
     const auto sensors = rowsOf(path("h/sensors.csv"));
+    double highest = 0.0;
+    for (std::size_t row = 1; row < sensors.size(); ++row) {
+        highest = std::max(highest, std::stod(sensors[row][6]));
+    }
+    const std::string said = run.err.substr(run.err.find(" to ", run.err.find("total radiation")));
+    EXPECT_NEAR(std::stod(said.substr(4)), highest / 1000.0, 1e-3 * highest / 1000.0);
     ASSERT_EQ(series.size(), 1U + 4U * 10U);
     EXPECT_THAT(series[0],
                 testing::ElementsAre("hour_of_year", "month", "day", "hour", "beam_3 [Wh/m2]",
@@ -128,7 +134,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
     write("s/points.csv", "5,5,0.1,0,0,1\n");
     write("s/a.toml",
           "weather = '../good.epw'\nscene = ['../court.obj']\nsensors = 'points.csv'\n"
-          "period = '3/1-3/2'\nnorth = 30\nquiet = true\nmethod = 'perez-sky'\nout = 'r'\n");
+          "period = '2/30'\nnorth = 30\nquiet = true\nmethod = 'perez-sky'\nout = 'r'\n");
     EXPECT_EQ(done("run --study s/a.toml --period 3/1").err, "");
     expectAll(readFile(path("s/r/summary.json")), {"\"text\": \"1 March\"", "\"north_deg\": 30.0",
                                                    "\"method\": \"perez-sky\"", "points.csv"});

@@ -316,6 +316,30 @@ TEST_F(StudyTest, EndsWithoutResultsAfterALateStopAndRefusesASecondScene) {
     EXPECT_NO_THROW((void)makeRadiationMethod(options, 0.0));
 }
 
+TEST_F(StudyTest, TakesFinishedSensorsOverAndCalculatesTheOthers) {
+    takeWeather(test::clearYear());
+    const SensorField field = pointsFacing(std::vector<Vector3>(300, {0, 0, 1}));
+    const auto method = makeRadiationMethod(options, north);
+    std::vector<ResultColumn> left = method->columns();
+    for (ResultColumn& column : left) {
+        column.values.assign(field.size(), -7.0f);
+    }
+    PartialResults stopped(folder.path(), {}, false);
+    stopped.attach(left, nullptr, 256);
+    std::this_thread::sleep_for(PartialResults::interval);
+    stopped.finish(0);
+    stopped.detach();
+    PartialResults resumed(folder.path(), {}, true);
+    const Recentring recentring(openScene, field);
+    const auto masks = makeRayMasks(openScene, recentring, rays, {});
+    const std::vector<float> total =
+        calculateSensors(*method, {.field = field, .recentring = recentring, .masks = *masks}, 1,
+                         &resumed, progress, {})[0]
+            .values;
+    EXPECT_EQ(total[255], -7.0f);
+    EXPECT_GT(total[256], 0.0f);
+}
+
 TEST(SkyVisibilityStore, ComesBackFromItsFileAndRefusesAnother) {
     const test::StudyFolder folder;
     const SensorField field = pointsFacing({{0, 0, 1}, {0, 1, 0}});
