@@ -107,6 +107,18 @@ Option& OptionTable::file(std::string name, std::filesystem::path& value, std::s
                 .take = [&value](const std::string& text) { value = text; }});
 }
 
+void OptionTable::noteTexts(std::string_view name, std::map<std::string, std::string>& asked) {
+    for (Option& option : m_options) {
+        if (option.name == name) {
+            option.take = [&asked, name = option.name,
+                           take = std::move(option.take)](const std::string& text) {
+                take(text);
+                asked[name] += text + '\n';
+            };
+        }
+    }
+}
+
 const Option* OptionTable::find(std::string_view name) const {
     const auto found = std::find_if(m_options.begin(), m_options.end(),
                                     [&](const Option& option) { return option.name == name; });

@@ -9,6 +9,7 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -53,6 +54,9 @@ public:
     Option& add(Option option);
 
     [[nodiscard]] const std::deque<Option>& options() const { return m_options; }
+    /// Has the texts that an option is given noted as well, each on a line of its own.
+    /// @param asked outlives the table
+    void noteTexts(std::string_view name, std::map<std::string, std::string>& asked);
     [[nodiscard]] const Option* find(std::string_view name) const;
     [[nodiscard]] std::vector<std::string> names() const;
 

@@ -18,7 +18,7 @@ using Make = std::unique_ptr<RadiationMethod> (*)(const SkyOptions& options, dou
 
 struct ListedMethod {
     const char* name;
-    bool hasSky; ///< one by cells
+    MethodUse use;
     Make make;
 };
 
@@ -34,10 +34,15 @@ std::unique_ptr<RadiationMethod> makeSolarAnalysis(const SkyOptions& options, do
 }
 
 constexpr std::array listedMethods = {
-    ListedMethod{"hourly", true, makeHourlyStudy},
-    ListedMethod{"cumulative-sky", true, makeSolarAnalysis<CalculationMethod_CumulativeSky>},
-    ListedMethod{"perez-sky", true, makeSolarAnalysis<CalculationMethod_PerezSky>},
-    ListedMethod{"perez-point", false, makeSolarAnalysis<CalculationMethod_PerezPoint>},
+    ListedMethod{"hourly", {.hasSky = true, .takesHourlyOptions = true}, makeHourlyStudy},
+    ListedMethod{"cumulative-sky",
+                 {.hasSky = true, .takesMasks = true},
+                 makeSolarAnalysis<CalculationMethod_CumulativeSky>},
+    ListedMethod{"perez-sky",
+                 {.hasSky = true, .takesMasks = true},
+                 makeSolarAnalysis<CalculationMethod_PerezSky>},
+    ListedMethod{
+        "perez-point", {.takesMasks = true}, makeSolarAnalysis<CalculationMethod_PerezPoint>},
 };
 
 const ListedMethod& methodOf(const std::string& name) {
@@ -56,15 +61,15 @@ const ListedMethod& methodOf(const std::string& name) {
 std::vector<std::string> methodNames(MethodsOf use) {
     std::vector<std::string> names;
     for (const ListedMethod& method : listedMethods) {
-        if (use == MethodsOf::aRun || method.hasSky) {
+        if (use == MethodsOf::aRun || method.use.hasSky) {
             names.emplace_back(method.name);
         }
     }
     return names;
 }
 
-void checkMethod(const std::string& name) {
-    methodOf(name);
+MethodUse methodUse(const std::string& name) {
+    return methodOf(name).use;
 }
 
 std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north,

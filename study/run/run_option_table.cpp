@@ -5,6 +5,7 @@
 #include "study/support/numbers.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <utility>
 
@@ -320,6 +321,16 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");
+    // An option of whatever kind counts for --resume unless it is known to leave finished sensors
+    // as they are; of files the content counts, not the name.
+    constexpr std::array leavesSensorsAlone = {"threads", "force", "resume", "series"};
+    for (const std::string& name : table.names()) {
+        if (table.find(name)->path == Option::Path::none &&
+            std::find(leavesSensorsAlone.begin(), leavesSensorsAlone.end(), name) ==
+                leavesSensorsAlone.end()) {
+            table.noteTexts(name, options.asked);
+        }
+    }
 }
 
 } // namespace insolate::study

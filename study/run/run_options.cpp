@@ -21,7 +21,7 @@ void require(bool given, const char* name, const char* fix) {
 
 /// Refuses an option that the chosen method would ignore.
 void requireHourly(const SkyOptions& options, const char* name, bool given) {
-    if (given && options.method != "hourly") {
+    if (given && !methodUse(options.method).takesHourlyOptions) {
         throw UsageError(fmt::format("{} does not belong to --method {}; leave it out or take "
                                      "--method hourly",
                                      name, options.method));
@@ -46,7 +46,7 @@ void checkSkyOptions(const SkyOptions& options) {
     require(!options.weather.empty(), "--weather",
             "give the weather file of the site (.epw, .wea, .mra)");
     checkStep(options.period.step);
-    checkMethod(options.method);
+    (void)methodUse(options.method);
     const HourlyOptions& hourly = options.hourly;
     if (hourly.albedo && !(*hourly.albedo >= 0.0 && *hourly.albedo <= 1.0)) {
         throw UsageError(fmt::format("--albedo '{}': no reflectance; give 0 to 1, or epw for the "
@@ -93,13 +93,13 @@ void checkRunOptions(const RunOptions& options) {
     partsOf(options.period, options.hourly.split, options.hourly.periods);
     requireHourly(options, "--open-ground", options.hourly.openGround);
     requireHourly(options, "--series", !options.hourly.series.empty());
-    if (options.method == "hourly" && (options.saveMasks || options.masks)) {
+    if ((options.saveMasks || options.masks) && !methodUse(options.method).takesMasks) {
         throw UsageError(fmt::format(
-            "--{} does not belong to --method hourly: masks say what is seen of the middles of "
-            "the sky's cells, and the hourly method also looks at the sun's own places, which "
+            "--{} does not belong to --method {}: masks say what is seen of the middles of "
+            "the sky's cells, and this method also looks at the sun's own places, which "
             "change with the weather and the period; leave it out (--resume goes on with a "
             "stopped run), or take one of the other methods",
-            options.saveMasks ? "save-masks" : "masks"));
+            options.saveMasks ? "save-masks" : "masks", options.method));
     }
 }
 

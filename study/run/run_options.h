@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -80,20 +81,30 @@ struct RunOptions : SkyOptions, ModelOptions {
     bool saveMasks = false;                     ///< keep what each sensor sees of the sky
     std::optional<std::filesystem::path> masks; ///< what each sensor sees, from an earlier run
     GroupTableOptions groups;
-    bool keepEnclosed =
-        false;               ///< sensors that see neither sky nor ground count in means and colours
+    /// Sensors that see neither sky nor ground count in means and colours.
+    bool keepEnclosed = false;
     bool page = false;       ///< also leave page.html
     double pageLimit = 25.0; ///< what it may weigh [MB], PageOptions::limit
     bool dryRun = false;     ///< an estimate is wanted and nothing else
     bool resume = false;     ///< go on where a stopped run of the same study was
+    /// What was asked of each option on which finished sensors may depend, as texts by its name;
+    /// addRunOptions() has them noted. Only a run that asks the same takes finished sensors over.
+    std::map<std::string, std::string> asked;
 };
 
 /// The names that --method takes, the usual one first.
 enum class MethodsOf { aRun, aSky };
 INSOLATE_STUDY_EXPORT std::vector<std::string> methodNames(MethodsOf use = MethodsOf::aRun);
 
+/// What a method takes beside the weather and the period.
+struct MethodUse {
+    bool hasSky = false;             ///< one by cells
+    bool takesHourlyOptions = false; ///< those of HourlyOptions; it looks at every hour
+    bool takesMasks = false;         ///< of earlier runs, and can save them
+};
+
 /// @throws UsageError when there is no such method
-INSOLATE_STUDY_EXPORT void checkMethod(const std::string& name);
+INSOLATE_STUDY_EXPORT MethodUse methodUse(const std::string& name);
 
 /// @throws UsageError naming the option that is missing, out of its range, or does not go with the
 ///         method

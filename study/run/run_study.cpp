@@ -40,6 +40,7 @@ PartialResults::Key resumeKey(const PreparedStudy& study) {
     study.method->describeSky(record);
     study.method->describeSensors(record, {});
     record["save_masks"] = options.saveMasks;
+    record["asked"] = options.asked;
     std::vector<std::filesystem::path> files = {options.weather};
     if (options.masks) {
         files.push_back(*options.masks);
@@ -226,11 +227,11 @@ void runStudy(const RunOptions& options, Progress& progress, const std::stop_tok
     runStudy(options, progress, stop, inputs);
 }
 
-void runStudy(const RunOptions& options, Progress& told, const std::stop_token& stop,
+void runStudy(const RunOptions& options, Progress& listener, const std::stop_token& stop,
               std::optional<StudyInputs>& shared) {
     checkRunOptions(options);
     checkOutFolder(options.out);
-    KeptWarnings progress(told);
+    KeptWarnings progress(listener);
     OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
     for (const std::string& note : folder.notes()) {

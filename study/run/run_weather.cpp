@@ -99,7 +99,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
         }
     }
     if (read.report.lastDayEmpty) {
-        text += fmt::format("# {}\n", lastDayText(file, input.format, "hourly"));
+        text += fmt::format("# {}\n", lastDayText(file, input.format, ""));
     }
     if (const std::string odd = sunDownText(file, buildHourlySky(year), read.report.strayDirect);
         !odd.empty()) {

@@ -70,7 +70,7 @@ std::size_t StudySession::enclosed() const {
 
 SensorHours StudySession::hoursOf(std::size_t sensor) const {
     const PreparedStudy& study = m_content->study;
-    if (study.options.method != "hourly") {
+    if (!methodUse(study.options.method).takesHourlyOptions) {
         throw UsageError(
             fmt::format("--method {} has no hours; take --method hourly", study.options.method));
     }

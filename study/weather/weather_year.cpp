@@ -175,24 +175,24 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
 }
 
 std::string lastDayText(const std::filesystem::path& file, WeatherFormat format,
-                        const std::string& method) {
+                        const std::string& storeMethod) {
     if (format == WeatherFormat::Epw) {
         return fmt::format(
             "{}: 31 December counts as dark and 30 December takes the weather of the "
             "31st: so --method {} reads a year; take --method hourly for these days",
-            place(file), method);
+            place(file), storeMethod);
     }
     return fmt::format(
         "{}: 31 December is empty and counts as dark, and 30 December has the weather "
         "of the 31st if 'insolate weather convert' made the file; give the .epw "
         "file{}",
-        place(file), method == "hourly" ? "" : " with --method hourly");
+        place(file), storeMethod.empty() ? "" : " with --method hourly");
 }
 
 void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
-                 const std::string& method, bool touchesLastDays) {
+                 const std::string& storeMethod, bool touchesLastDays) {
     if (report.lastDayEmpty && report.hasLastDay() && touchesLastDays) {
-        report.notes.push_back(lastDayText(file, report.format, method));
+        report.notes.push_back(lastDayText(file, report.format, storeMethod));
     }
 }
 
@@ -208,10 +208,10 @@ std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
     if (report.diffuseHorizontal <= 0.0 && report.directNormal <= 0.0) {
         return noLightText(file);
     }
-    constexpr double worthTelling = 1.0e-3; // dawn and dusk give less in any sound file
-    if (report.diffuseWithoutSun <= worthTelling * report.diffuseHorizontal &&
+    constexpr double leastReported = 1.0e-3; // dawn and dusk give less in any sound file
+    if (report.diffuseWithoutSun <= leastReported * report.diffuseHorizontal &&
         report.directWithoutSun - stray.sum <=
-            worthTelling * (report.directNormal + report.directWithoutSun)) {
+            leastReported * (report.directNormal + report.directWithoutSun)) {
         return {};
     }
     return fmt::format(

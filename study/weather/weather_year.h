@@ -29,14 +29,15 @@ INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const WeatherInput& input);
 /// @throws DataError when it cannot be a usable weather file for them whatever the user allows
 INSOLATE_STUDY_EXPORT WeatherReport inspectWeatherFile(const std::filesystem::path& file);
 
-/// What becomes of the year's last days by the method when the report says that the last one is
-/// empty, and the fix.
+/// What becomes of the year's last days when the report says that the last one is empty, and the
+/// fix.
+/// @param storeMethod the method, where it reads the year from the store; else empty
 INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file,
-                                              WeatherFormat format, const std::string& method);
+                                              WeatherFormat format, const std::string& storeMethod);
 
 /// Adds that to the report's notes where the period touches these days.
 INSOLATE_STUDY_EXPORT void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
-                                       const std::string& method, bool touchesLastDays);
+                                       const std::string& storeMethod, bool touchesLastDays);
 
 /// That a period without any radiation was asked for, and the fix.
 INSOLATE_STUDY_EXPORT std::string noLightText(const std::filesystem::path& file);

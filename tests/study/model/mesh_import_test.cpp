@@ -4,6 +4,7 @@
 #include "study/model/mesh_import.h"
 #include "study/model/model_formats.h"
 #include "study/support/errors.h"
+#include "tests/support/test_data.h"
 #include "tests/study/support/study_fixture.h"
 
 #include <gmock/gmock.h>
@@ -318,7 +319,7 @@ struct Seed {
     std::string content;
 };
 std::vector<Seed> seeds() {
-    const std::filesystem::path source = std::getenv("INSOLATE_SOURCE_DIR");
+    const std::filesystem::path source = test::sourceFolder();
     std::vector<Seed> result;
     for (const auto& entry : std::filesystem::directory_iterator(source / "fuzz/corpus/models")) {
         const std::string bytes = test::readFile(entry.path());

@@ -3,6 +3,7 @@
 #include "study/output/color_map.h"
 #include "study/output/page_bytes.h"
 #include "study/output/page_model.h"
+#include "tests/support/test_data.h"
 #include "tests/study/output/output_support.h"
 
 #include <cmath>
@@ -278,8 +279,7 @@ TEST(PageModel, KeepsStepsInAByteWithCommonEnds) {
 
 /// The same table is read by viewer/tests/unit/colors.test.ts.
 TEST(PageModel, HasTheColoursOfThePictures) {
-    std::ifstream file(std::string(std::getenv("INSOLATE_SOURCE_DIR")) +
-                       "/viewer/tests/colors.json");
+    std::ifstream file(test::sourceFolder() / "viewer/tests/colors.json");
     const nlohmann::json table = nlohmann::json::parse(file);
     for (const auto& [name, scheme] : {std::pair("sequential", ColorScheme::sequential),
                                        std::pair("diverging", ColorScheme::diverging)}) {
