@@ -33,7 +33,7 @@ INSOLATE_FUZZ_TARGET(wea)(const std::uint8_t* bytes, std::size_t size) {
     const bool loaded = read.loadFile_WEA(file.wideName(), 1, result);
     require(loaded == (image.compare(0, 16, signature) == 0), "the signature decides");
     if (!loaded) {
-        require(result == ResultLoadWeatherData_WrongFormat, "the reason is told");
+        require(result == ResultLoadWeatherData_WrongFormat, "the reason is given");
         require(std::memcmp(&read, &before, sizeof(read)) == 0, "a refused file changes nothing");
         return 0;
     }

@@ -72,7 +72,7 @@ void EpwLines::refill() {
 
 bool EpwLines::next(EpwLine& line) {
     const std::size_t longest = m_rules.longestLine;
-    // The byte after the longest line tells whether it ends in CR LF.
+    // The byte after the longest line decides whether it ends in CR LF.
     if (!m_ended && m_size - m_position <= longest) {
         refill();
     }

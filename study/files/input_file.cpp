@@ -93,12 +93,8 @@ InputFile::~InputFile() {
 
 void InputFile::refuseWideText() const {
     const std::string_view begin(m_buffer.data(), m_end);
-    using namespace std::string_view_literals;
-    const char* encoding =
-        begin.starts_with("\xFF\xFE\0\0"sv) || begin.starts_with("\0\0\xFE\xFF"sv) ? "UTF-32"
-        : begin.starts_with("\xFF\xFE"sv) || begin.starts_with("\xFE\xFF"sv)       ? "UTF-16"
-                                                                                   : nullptr;
-    if (encoding != nullptr) {
+    const std::string_view encoding = foreignEncoding(begin);
+    if (!encoding.empty()) {
         throw DataError(fmt::format("{}: the text is {}; save the {} as UTF-8", place(m_file),
                                     encoding, m_kind.name));
     }

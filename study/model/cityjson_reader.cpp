@@ -306,7 +306,7 @@ public:
             readCity(*feature);
         }
         checkCoordinates();
-        tell();
+        noteFindings();
         return std::move(m_mesh);
     }
 
@@ -811,7 +811,7 @@ private:
     }
 
     /// What was left out, as sentences.
-    void tell() {
+    void noteFindings() {
         const auto note = [&](std::size_t count, const std::string& text) {
             m_mesh.notes.push_back(
                 fmt::format("{}: {} {}", place(m_file), groupedDigits(count), text));

@@ -188,8 +188,8 @@ std::size_t countFacesWithoutArea(const Mesh& mesh) {
 
 std::string precisionText(const Mesh& mesh, const std::filesystem::path& file) {
     // Below a millimetre neither faces nor shadows change.
-    constexpr double worthTelling = 1.0e-3;
-    if (!(mesh.coordinateStep >= worthTelling)) {
+    constexpr double leastReported = 1.0e-3;
+    if (!(mesh.coordinateStep >= leastReported)) {
         return {};
     }
     const ModelFormat* format = modelFormatOf(file);

@@ -4,13 +4,13 @@
 #include "study/model/selection.h"
 #include "study/model/winding.h"
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 #include "study/support/readable.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
-#include <numbers>
 #include <span>
 
 #include <fmt/format.h>
@@ -125,7 +125,7 @@ void countDoubles(const Mesh& mesh, std::span<const std::uint32_t> welded,
 
 double azimuthOf(const Vector3& normal, double north) {
     const double azimuth =
-        std::fmod(std::atan2(normal.x, normal.y) * 180.0 / std::numbers::pi - north, 360.0);
+        std::fmod(std::atan2(normal.x, normal.y) / radiansPerDegree - north, 360.0);
     return azimuth < 0.0 ? azimuth + 360.0 : azimuth;
 }
 

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <numbers>
 #include <numeric>
 
 #include <fmt/format.h>
@@ -16,7 +15,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr double degrees = 180.0 / std::numbers::pi;
 constexpr double steepestUp = 60.0; ///< tilt of a face that looks up
 constexpr double flat = 10.0;       ///< tilt up to which a face looks to no side
 
@@ -187,7 +185,7 @@ bool looksTo(Facing facing, const Vector3& normal, double north) {
     if (tilt <= flat || tilt >= 180.0 - flat) {
         return false;
     }
-    const double azimuth = std::atan2(normal.x, normal.y) * degrees - north;
+    const double azimuth = std::atan2(normal.x, normal.y) / radiansPerDegree - north;
     const double wanted = 90.0 * (static_cast<int>(facing) - static_cast<int>(Facing::north));
     const double away = std::remainder(azimuth - wanted, 360.0);
     // Each direction lies in one quarter only, whatever the rounding of a wall that faces
@@ -199,7 +197,7 @@ bool looksTo(Facing facing, const Vector3& normal, double north) {
 } // namespace
 
 double tiltOf(const Vector3& normal) {
-    return std::atan2(std::hypot(normal.x, normal.y), normal.z) * degrees;
+    return std::atan2(std::hypot(normal.x, normal.y), normal.z) / radiansPerDegree;
 }
 
 SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection, double north,

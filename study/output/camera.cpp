@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <numbers>
 #include <utility>
 #include <vector>
 
@@ -159,8 +158,8 @@ void Extent::grow(double margin) {
 
 Projection::Projection(const PictureView& view, double north, const Vector3& center)
     : m_center(center) {
-    const double a = (north + view.azimuth) * std::numbers::pi / 180.0;
-    const double e = view.altitude * std::numbers::pi / 180.0;
+    const double a = (north + view.azimuth) * radiansPerDegree;
+    const double e = view.altitude * radiansPerDegree;
     m_toViewer = {std::sin(a) * std::cos(e), std::cos(a) * std::cos(e), std::sin(e)};
     m_right = {-std::cos(a), std::sin(a), 0.0};
     m_up = cross(m_toViewer, m_right);

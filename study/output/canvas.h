@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <numbers>
 #include <optional>
 #include <span>
 #include <stop_token>

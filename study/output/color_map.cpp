@@ -1,18 +1,19 @@
 #include "study/output/color_map.h"
 
+#include "study/support/numbers.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <numbers>
 
 namespace insolate::study {
 
 namespace {
 
 /// CIE 15:2004, eq. 8.3 to 8.11 backwards, to linear sRGB by the matrix of IEC 61966-2-1; not
-/// clipped, so that it also tells whether the colour can be shown.
+/// clipped, so that it also shows whether the colour can be shown.
 Color linearOf(double lightness, double chroma, double hue) {
-    const double angle = hue * std::numbers::pi / 180.0;
+    const double angle = hue * radiansPerDegree;
     const double fy = (lightness + 16.0) / 116.0;
     const double fx = fy + chroma * std::cos(angle) / 500.0;
     const double fz = fy - chroma * std::sin(angle) / 200.0;

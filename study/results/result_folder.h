@@ -38,7 +38,7 @@ struct StudyFacts {
 
 /// Where the models of a study lie and how they were read.
 struct ResultModel {
-    /// The files that cast shadows: as the study was told, and from the folder of the results.
+    /// The files that cast shadows: as the study named them, and from the folder of the results.
     std::vector<std::filesystem::path> files;
     std::vector<std::filesystem::path> filesFromFolder; ///< as many, or none
     MeshImportOptions import;

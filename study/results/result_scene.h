@@ -20,9 +20,9 @@ struct ResultScene {
     std::string problem;
 };
 
-/// Reads the models again where they are found, from the results' folder or as the study was told,
-/// and are still those of the study. Without them the scene is empty, which is no error: a picture
-/// of the cells alone says much.
+/// Reads the models again where they are found, from the results' folder or as the study named
+/// them, and are still those of the study. Without them the scene is empty, which is no error: a
+/// picture of the cells alone says much.
 /// @throws Stopped
 INSOLATE_STUDY_EXPORT ResultScene loadResultScene(const ResultFolder& results,
                                                   const std::stop_token& stop = {});

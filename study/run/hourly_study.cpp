@@ -3,12 +3,12 @@
 #include "study/run/sun_paths.h"
 
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 #include "study/support/readable.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <numbers>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -52,7 +52,7 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, const S
                 double north) {
     HourlySkyOptions sky;
     sky.stepsPerHour = stepsOfHour(period.step);
-    sky.northOffset = north * std::numbers::pi / 180.0;
+    sky.northOffset = north * radiansPerDegree;
     sky.albedo = options.hourly.albedo.value_or(HourlyOptions::usualAlbedo);
     sky.monthlyAlbedo = options.hourly.monthlyAlbedo;
     AnalysisPeriod days{period.startDay, period.endDay, period.startHour, period.endHour};
@@ -88,7 +88,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear ye
                             HourlyOptions::usualAlbedo, counted(missing, "it", "them")));
         }
     }
-    noteLastDay(m_weather, options.weather, options.method, touchesLastDays(options.period));
+    noteLastDay(m_weather, options.weather, "", touchesLastDays(options.period));
     if (std::string odd = sunDownText(options.weather, sky, m_weather.strayDirect); !odd.empty()) {
         m_weather.notes.push_back(std::move(odd));
     }
@@ -209,8 +209,7 @@ SkyPages HourlyStudy::skyPages() const {
         const MonthAndDay date = monthAndDay(day - 1);
         const SunPosition sun =
             sunPosition(julianDay(2001, date.month, date.day, hour - sky.site.timeZone), sky.site);
-        constexpr double degrees = 180.0 / std::numbers::pi;
-        return SkyPath::Point{sun.azimuth * degrees, sun.altitude * degrees};
+        return SkyPath::Point{sun.azimuth / radiansPerDegree, sun.altitude / radiansPerDegree};
     });
     return pages;
 }

@@ -5,7 +5,6 @@
 #include "study/support/period.h"
 
 #include <cmath>
-#include <numbers>
 
 #include <fmt/format.h>
 #include <insolate/insolate.h>

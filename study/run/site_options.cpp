@@ -6,13 +6,10 @@
 #include "study/weather/weather_store.h"
 
 #include <cmath>
-#include <numbers>
 
 #include <fmt/format.h>
 
 namespace insolate::study {
-
-namespace {} // namespace
 
 NamedSite namedSite(const SiteOptions& options) {
     double latitude = 0.0;

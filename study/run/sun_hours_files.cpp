@@ -281,9 +281,9 @@ void runSunHours(const SunHoursOptions& options, Progress& progress, const std::
     runSunHours(options, progress, stop, inputs);
 }
 
-void runSunHours(const SunHoursOptions& options, Progress& told, const std::stop_token& stop,
+void runSunHours(const SunHoursOptions& options, Progress& listener, const std::stop_token& stop,
                  std::optional<StudyInputs>& shared) {
-    KeptWarnings progress(told);
+    KeptWarnings progress(listener);
     Stopwatch watch;
     ruleOf(options.rule);
     if (options.out.empty()) {

@@ -2,7 +2,6 @@
 #include "study/support/numbers.h"
 
 #include <cmath>
-#include <numbers>
 
 #include <fmt/format.h>
 

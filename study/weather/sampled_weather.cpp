@@ -73,7 +73,7 @@ public:
 
     [[nodiscard]] bool isDark(double hourOfYear) {
         // Below a degree there is hardly light, and programs differ on when the sun rises.
-        constexpr double low = std::numbers::pi / 180.0;
+        constexpr double low = radiansPerDegree;
         const double hour = std::clamp(hourOfYear, 0.0, hoursPerYear - 1.0e-6);
         const auto before = static_cast<std::size_t>(hour);
         const double part = hour - static_cast<double>(before);

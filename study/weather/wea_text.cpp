@@ -20,6 +20,10 @@ namespace insolate::study {
 
 namespace {
 
+/// The lines of the header.
+constexpr std::array<std::string_view, 6> headerKeys = {
+    "place", "latitude", "longitude", "time_zone", "site_elevation", "weather_data_file_units"};
+
 /// What the rows hold, by the code of the header.
 enum class Quantity { normalAndDiffuse = 1, horizontalAndDiffuse = 2, illuminance = 3 };
 
@@ -91,21 +95,18 @@ private:
     }
 
     void takeHeader(const std::vector<std::string_view>& fields, std::string_view line) {
-        constexpr std::array<std::string_view, 6> keys = {
-            "place",     "latitude",       "longitude",
-            "time_zone", "site_elevation", "weather_data_file_units"};
         std::string_view key = fields.front();
         if (key == "weather_data_file_unit") {
-            key = keys.back();
+            key = headerKeys.back();
             note("weather_data_file_unit is read as weather_data_file_units");
         }
-        const auto known = std::find(keys.begin(), keys.end(), key);
-        if (known == keys.end()) {
+        const auto known = std::find(headerKeys.begin(), headerKeys.end(), key);
+        if (known == headerKeys.end()) {
             throw fault(fmt::format("{} is none of the six header lines", quoteText(key)),
                         "the header has place, latitude, longitude, time_zone, site_elevation and "
                         "weather_data_file_units");
         }
-        const auto index = static_cast<std::size_t>(known - keys.begin());
+        const auto index = static_cast<std::size_t>(known - headerKeys.begin());
         if (std::exchange(m_lineOfKey[index], m_line) != 0) {
             throw fault(fmt::format("a second {} line", key), "keep the right one");
         }
@@ -143,12 +144,9 @@ private:
         if (std::exchange(m_headerEnded, true)) {
             return;
         }
-        constexpr std::array<std::string_view, 6> keys = {
-            "place",     "latitude",       "longitude",
-            "time_zone", "site_elevation", "weather_data_file_units"};
-        for (std::size_t i = 1; i < keys.size(); ++i) { // a site may do without a name
+        for (std::size_t i = 1; i < headerKeys.size(); ++i) { // a site may do without a name
             if (m_lineOfKey[i] == 0) {
-                throw fault(fmt::format("the header has no {} line", keys[i]), "add it");
+                throw fault(fmt::format("the header has no {} line", headerKeys[i]), "add it");
             }
         }
         WeatherSite& site = m_result.weather.report.site;
@@ -227,9 +225,8 @@ std::optional<double> shiftOfRows(const WeaText& text, std::optional<double> lat
 /// The zone's other half hour, where a program has cut it off (5.5 to 5): the built-in map of zones
 /// has the site there and the light of the days fits it better.
 std::optional<double> zoneByMap(const WeatherSite& site, std::optional<double> lateness) {
-    constexpr double radians = 3.14159265358979323846 / 180.0;
     const double zone = static_cast<double>(ESolarPosition::Global.determineTimeZone(
-        site.latitude * radians, site.longitude * radians));
+        site.latitude * radiansPerDegree, site.longitude * radiansPerDegree));
     const double difference = zone - site.timeZone;
     const bool isCut = std::abs(difference) == 0.5 && zone != std::trunc(zone) &&
                        std::trunc(zone) == site.timeZone;

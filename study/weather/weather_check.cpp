@@ -75,9 +75,9 @@ std::string oddClockText(const WeatherReport& report, const HourlyRadiation& hou
     const bool isUtc = site.timeZone == 0.0 && !isStoreFormat(report.format);
     if (isUtc || std::abs(difference - 24.0 * std::round(difference / 24.0)) <= 3.5) {
         // More than sound files leave, see latenessOfLight().
-        constexpr double worthTelling = 0.75;
+        constexpr double leastReported = 0.75;
         const double late = latenessOfLight(site, hours).value_or(0.0);
-        if (std::abs(late) <= worthTelling) {
+        if (std::abs(late) <= leastReported) {
             return {};
         }
         double fitting = std::round(2.0 * (site.timeZone + late)) / 2.0 + 0.0; // no -0
@@ -110,8 +110,8 @@ void noteStrayDirect(WeatherReport& report, const HourlyRadiation& hours,
             stray.sum += static_cast<double>(direct);
         }
     }
-    constexpr double worthTelling = 1.0e-3; // as of radiation while the sun is down
-    if (!(stray.sum > worthTelling * whole)) {
+    constexpr double leastReported = 1.0e-3; // as of radiation while the sun is down
+    if (!(stray.sum > leastReported * whole)) {
         return;
     }
     report.strayDirect = stray;

@@ -46,7 +46,7 @@ protected:
         std::error_code none;
         for (const fs::directory_entry& entry : fs::directory_iterator(folder, none)) {
             const std::string name = entry.path().filename().string();
-            if (name == "summary.json") { // it tells times, and comes last
+            if (name == "summary.json") { // it has times, and comes last
                 EXPECT_EQ(readFile(entry.path()).back(), '\n');
                 EXPECT_TRUE(fs::exists(folder / "sensors.csv"));
             } else if (fs::exists(m_reference / name)) {
