@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <insolate/weather/epw_text.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
