@@ -8,6 +8,7 @@
 #include "study/results/label_column.h"
 #include "study/run/study_page.h"
 #include "study/run/study_record.h"
+#include "study/run/sun_hours_study.h"
 
 #include <array>
 #include <limits>
@@ -86,6 +87,10 @@ bool always(const RunOptions&) {
     return true;
 }
 
+bool never(const RunOptions&) {
+    return false;
+}
+
 constexpr std::array listedFiles = {
     ResultFile{"sensors.csv", always, writeCsv, isOurSensorsCsv},
     ResultFile{"groups.csv", always, writeGroups, isOurGroupsCsv},
@@ -98,6 +103,7 @@ constexpr std::array listedFiles = {
                writeSeries, isOurSeriesCsv, true},
     ResultFile{"page.html", [](const RunOptions& o) { return o.page; }, writeStudyPage, isOurPage,
                true},
+    ResultFile{"spans.csv", never, nullptr, isOurSpans, true}, // of the hours of sun
     ResultFile{"summary.json", always, writeSummary, isOurSummary},
 };
 

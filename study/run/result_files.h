@@ -1,4 +1,5 @@
-/// The files that a run leaves. A new one is a writer and one line in the list of result_files.cpp.
+/// The files that a run leaves, and what of other questions' files must not stand beside them. A
+/// new one is a writer and one line in the list of result_files.cpp.
 #pragma once
 
 #include "study/files/output_folder.h"
@@ -20,8 +21,8 @@ struct ResultFile {
                   const std::stop_token& stop);
     /// Whether a file of this name is of an earlier run.
     bool (*isOurs)(const std::filesystem::path& file);
-    /// Whether an earlier run's file, which the options do not ask for, would contradict the new
-    /// results.
+    /// Whether a file that an earlier run has left, and that is not written anew, would contradict
+    /// the new results of whatever question.
     bool contradicts = false;
 };
 

@@ -6,6 +6,7 @@
 #include "study/output/sensor_tables.h"
 #include "study/output/summary.h"
 #include "study/output/text.h"
+#include "study/run/result_files.h"
 #include "study/run/stopwatch.h"
 #include "study/run/study_record.h"
 #include "study/run/sun_hours_study.h"
@@ -200,10 +201,6 @@ void report(const SunHoursStudy& study, const SunHoursResults& results, Progress
         groupedDigits(results.groups.size()), counted(results.groups.size(), "group", "groups")));
 }
 
-bool isOurSpans(const std::filesystem::path& file) {
-    return fileBeginning(file, spansHeader.size()) == spansHeader;
-}
-
 /// What a result must not replace.
 std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
     std::vector<std::filesystem::path> files = options.model.scenes;
@@ -218,6 +215,10 @@ std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
 }
 
 } // namespace
+
+bool isOurSpans(const std::filesystem::path& file) {
+    return fileBeginning(file, spansHeader.size()) == spansHeader;
+}
 
 nlohmann::ordered_json sunRecord(const SunHoursStudy& study) {
     const SunHoursOptions& options = study.options;
@@ -326,12 +327,20 @@ void runSunHours(const SunHoursOptions& options, Progress& listener, const std::
     throwIfStopped(stop);
     if (options.spans) {
         writeSpans(folder.stage(spans), study, results, stop);
-    } else {
-        folder.retire(spans);
+    }
+    std::vector<std::string> retired;
+    for (const ResultFile& file : resultFiles()) {
+        const bool isWritten = options.spans && file.name == spans.name;
+        if (file.contradicts && !isWritten && folder.retire({file.name, file.isOurs})) {
+            retired.emplace_back(file.name);
+        }
     }
     watch.lap("files_s");
     writeSummaryJson(folder.stage(summary), recordOf(study, results, watch, progress.warnings()));
     folder.commit();
+    for (const std::string& name : retired) {
+        progress.note(fmt::format("took away {}, which an earlier run had left", name));
+    }
     report(study, results, progress);
     progress.note(fmt::format("wrote sensors.csv, sensors.vtp, groups.csv, heatmap.png{} and "
                               "summary.json in {} ({})",

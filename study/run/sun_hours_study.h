@@ -7,6 +7,7 @@
 #include "study/run/sun_hours.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,6 +54,9 @@ struct SunHoursStudy {
     NamedSite site;
     StudyInputs inputs;
 };
+
+/// Whether a file is a spans.csv of ours, by its first line.
+bool isOurSpans(const std::filesystem::path& file);
 
 /// Site, sun and rule as they stand in summary.json: all that minutes of sun and their verdict
 /// depend on, beside model and sensors.

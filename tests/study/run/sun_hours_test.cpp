@@ -1,3 +1,4 @@
+#include "study/run/run_study.h"
 #include "study/run/sun_hours_study.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
@@ -403,6 +404,35 @@ TEST_F(SunHoursRun, TakesTheYearOfTheDatesAndTheClockOfTheSummer) {
                 HasSubstr("--dst eu: belongs to hours of the clock, but these are of true solar"));
     EXPECT_THAT(messageOf([] { parseDays("2026-03-21,2027-03-21"); }),
                 HasSubstr("the dates are of several years"));
+}
+
+TEST_F(SunHoursRun, TakesAwayWhatAnotherQuestionHasLeft) {
+    SunHoursOptions options = gardens("left", 8.4);
+    options.model.grid = 10.0;
+    options.spans = true;
+    Progress silent;
+    runSunHours(options, silent);
+    EXPECT_TRUE(std::filesystem::exists(options.out / "spans.csv"));
+    m_folder.write("left/series.csv", "of the user");
+    options.spans = false;
+    runSunHours(options, silent);
+    EXPECT_FALSE(std::filesystem::exists(options.out / "spans.csv"));
+    EXPECT_TRUE(std::filesystem::exists(options.out / "series.csv")) << "it is not ours";
+    options.spans = true;
+    runSunHours(options, silent);
+    RunOptions run;
+    static_cast<ModelOptions&>(run) = options.model;
+    run.weather = m_folder.write("a.epw", test::clearYear());
+    run.period = {.startDay = 80, .endDay = 80};
+    run.out = options.out;
+    runStudy(run, silent);
+    EXPECT_FALSE(std::filesystem::exists(options.out / "spans.csv")) << "of the sun hours";
+    std::filesystem::remove(options.out / "series.csv");
+    run.hourly.series = {0};
+    runStudy(run, silent);
+    EXPECT_TRUE(std::filesystem::exists(options.out / "series.csv"));
+    runSunHours(options, silent);
+    EXPECT_FALSE(std::filesystem::exists(options.out / "series.csv")) << "of the run";
 }
 
 TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {
