@@ -18,11 +18,15 @@
 #include <study/model/winding.h>
 #include <study/output/color_map.h>
 #include <study/output/group_table.h>
+#include <study/output/hours_file.h>
+#include <study/output/hours_table.h>
 #include <study/output/page.h>
 #include <study/output/picture.h>
 #include <study/output/picture_format.h>
 #include <study/output/picture_view.h>
 #include <study/output/sensor_tables.h>
+#include <study/results/cell_neighbours.h>
+#include <study/results/hour_rows.h>
 #include <study/results/label_column.h>
 #include <study/results/result_column.h>
 #include <study/results/result_folder.h>

@@ -47,6 +47,9 @@ public:
     void finish();
 
     [[nodiscard]] const std::string& shownName() const { return m_shownName; }
+    /// Where it is, for a library that writes by name. What that writes takes the place of all
+    /// that write() was given.
+    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
     [[nodiscard]] bool isFinished() const { return m_descriptor < 0; }
 
 private:
@@ -59,6 +62,7 @@ private:
     void flush();
     [[noreturn]] void fail(int reason) const;
 
+    std::filesystem::path m_path;
     std::string m_shownName;
     std::unique_ptr<char[]> m_buffer;
     std::size_t m_used = 0;

@@ -35,7 +35,8 @@ ShownUnit shownUnit(const std::string& unit) {
 }
 
 std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool hasAreas,
-                                    double timeZone) {
+                                    double timeZone, std::span<const double> thresholds,
+                                    double bestArea) {
     std::vector<GroupField> fields;
     const auto add = [&](std::string name, const std::string& unit, auto value) {
         fields.push_back({csvHeading({std::move(name), unit, {}, {}}),
@@ -87,6 +88,34 @@ std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool 
             continue;
         }
         ofValues("_mean", &GroupValues::mean);
+        if (column.name == "unshaded") {
+            add("unshaded_share", "%", [c](const SensorGroup& group) {
+                const double open = group.values[c].sum;
+                return open > 0.0 ? 100.0 * group.values[0].sum / open : 0.0;
+            });
+        }
+    }
+    if (!hasAreas || columns.empty()) {
+        return fields;
+    }
+    const ShownUnit unit = shownUnit(columns.front().unit);
+    for (std::size_t t = 0; t < thresholds.size(); ++t) {
+        add(fmt::format("area_from_{:g}", unit.factor * thresholds[t]), "m2",
+            [t](const SensorGroup& group) { return group.areaAbove[t]; });
+    }
+    if (bestArea > 0.0) {
+        const bool isEnergy = columns.front().unit == "Wh/m2";
+        add("best_area", "m2", [](const SensorGroup& group) { return group.best.area; });
+        add("best_sensors", "", [](const SensorGroup& group) {
+            return static_cast<double>(group.best.sensors);
+        });
+        add("best", isEnergy ? "MWh" : columns.front().unit + "*m2",
+            [factor = isEnergy ? 1.0e-6 : 1.0](const SensorGroup& group) {
+                return factor * group.best.sum;
+            });
+        add("best_lowest", unit.text, [factor = unit.factor](const SensorGroup& group) {
+            return factor * group.best.lowest;
+        });
     }
     return fields;
 }
@@ -94,13 +123,15 @@ std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool 
 } // namespace
 
 void writeGroupsCsv(OutputFile& out, std::span<const SensorGroups> groupings,
-                    std::span<const ResultColumn> columns, double timeZone) {
+                    std::span<const ResultColumn> columns, double timeZone,
+                    std::span<const double> thresholds, double bestArea) {
     const bool hasAreas =
         std::any_of(groupings.begin(), groupings.end(), [](const SensorGroups& grouping) {
             return std::any_of(grouping.groups.begin(), grouping.groups.end(),
                                [](const SensorGroup& group) { return group.area > 0.0; });
         });
-    const std::vector<GroupField> fields = groupFields(columns, hasAreas, timeZone);
+    const std::vector<GroupField> fields = 
+        groupFields(columns, hasAreas, timeZone, thresholds, bestArea);
     out.write(keyHeadings);
     for (const GroupField& field : fields) {
         out.write("," + field.heading);

@@ -117,6 +117,104 @@ void addColumn(SensorGroups& groups, std::size_t column, std::span<const float> 
     }
 }
 
+/// The area of each group in which the values reach the thresholds.
+void addThresholds(SensorGroups& groups, std::span<const float> values,
+                   std::span<const float> areas, const std::vector<double>& thresholds) {
+    for (SensorGroup& group : groups.groups) {
+        group.areaAbove.assign(thresholds.size(), 0.0);
+    }
+    for (std::size_t i = 0; i < areas.size(); ++i) {
+        for (std::size_t t = 0; t < thresholds.size(); ++t) {
+            if (groups.groupOf[i] != SensorGroups::none &&
+                static_cast<double>(values[i]) >= thresholds[t]) {
+                groups.groups[groups.groupOf[i]].areaAbove[t] += static_cast<double>(areas[i]);
+            }
+        }
+    }
+}
+
+/// Finds the best area of each group: cells enter in the order of their values, and areas that
+/// touch become one.
+class AreaJoiner {
+public:
+    AreaJoiner(SensorGroups& groups, std::span<const float> values, std::span<const float> areas,
+               double wanted)
+        : m_groups(groups), m_values(values), m_areas(areas), m_wanted(wanted),
+          m_parent(areas.size()), m_patches(areas.size()), m_entered(areas.size(), false) {}
+
+    void join(std::span<const std::pair<std::uint32_t, std::uint32_t>> neighbours) {
+        const std::size_t cells = m_areas.size();
+        std::vector<std::vector<std::uint32_t>> beside(cells);
+        for (const auto& [a, b] : neighbours) {
+            if (m_groups.groupOf[a] == m_groups.groupOf[b]) {
+                beside[a].push_back(b);
+                beside[b].push_back(a);
+            }
+        }
+        std::vector<std::uint32_t> order;
+        for (std::uint32_t i = 0; i < cells; ++i) {
+            if (m_groups.groupOf[i] != SensorGroups::none && std::isfinite(m_values[i])) {
+                order.push_back(i);
+            }
+        }
+        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            return m_values[a] > m_values[b];
+        });
+        for (const std::uint32_t cell : order) {
+            BestArea& best = m_groups.groups[m_groups.groupOf[cell]].best;
+            if (best.sensors > 0) {
+                continue; // found before this cell
+            }
+            const double area = m_areas[cell];
+            m_parent[cell] = cell;
+            m_patches[cell] = {area, 1, area * static_cast<double>(m_values[cell]),
+                               static_cast<double>(m_values[cell])};
+            m_entered[cell] = true;
+            for (const std::uint32_t other : beside[cell]) {
+                if (m_entered[other]) {
+                    unite(cell, other);
+                }
+            }
+            const BestArea& patch = m_patches[rootOf(cell)];
+            if (patch.area >= m_wanted * (1.0 - 1.0e-6)) { // areas are known to single precision
+                best = patch;
+                best.lowest = static_cast<double>(m_values[cell]);
+            }
+        }
+    }
+
+private:
+    std::uint32_t rootOf(std::uint32_t cell) {
+        while (m_parent[cell] != cell) {
+            m_parent[cell] = m_parent[m_parent[cell]];
+            cell = m_parent[cell];
+        }
+        return cell;
+    }
+    void unite(std::uint32_t a, std::uint32_t b) {
+        a = rootOf(a);
+        b = rootOf(b);
+        if (a == b) {
+            return;
+        }
+        if (m_patches[a].sensors < m_patches[b].sensors) {
+            std::swap(a, b);
+        }
+        m_parent[b] = a;
+        m_patches[a].area += m_patches[b].area;
+        m_patches[a].sensors += m_patches[b].sensors;
+        m_patches[a].sum += m_patches[b].sum;
+    }
+
+    SensorGroups& m_groups;
+    std::span<const float> m_values;
+    std::span<const float> m_areas;
+    double m_wanted;
+    std::vector<std::uint32_t> m_parent;
+    std::vector<BestArea> m_patches; ///< by root
+    std::vector<bool> m_entered;
+};
+
 } // namespace
 
 SensorGroups groupSensors(const SensorField& field, std::span<const ResultColumn> columns,
@@ -170,6 +268,13 @@ SensorGroups groupSensors(const SensorField& field, std::span<const ResultColumn
     for (std::size_t c = 0; c < columns.size(); ++c) {
         addColumn(groups, c, columns[c].values, areas);
     }
+    if (!columns.empty()) {
+        addThresholds(groups, columns.front().values, areas, options.thresholds);
+        if (options.bestArea > 0.0) {
+            AreaJoiner(groups, columns.front().values, areas, options.bestArea)
+                .join(options.neighbours);
+        }
+    }
     return groups;
 }
 
@@ -186,6 +291,20 @@ std::vector<GroupBy> usualGroupings(const SensorField& field) {
         groupings.push_back({GroupKey::orientation});
     }
     return groupings;
+}
+
+std::string groupName(const SensorGroups& groups, std::size_t group) {
+    const SensorGroup& own = groups.groups[group];
+    std::vector<std::string> names;
+    for (const GroupKey key : groups.by) {
+        const std::string& name = key == GroupKey::object        ? own.object
+                                  : key == GroupKey::material    ? own.material
+                                  : key == GroupKey::orientation ? own.orientation
+                                                                 : own.tilt;
+        names.push_back(name.empty() ? "without a name" : name);
+    }
+    return names.empty() ? groupByText(groups.by)
+                         : fmt::format("{} {}", groupByText(groups.by), fmt::join(names, ", "));
 }
 
 std::string groupByText(const GroupBy& by) {

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace insolate::study {
@@ -50,6 +51,14 @@ struct GroupValues {
     std::size_t count = 0;         ///< finite values; the other members are 0 without any
 };
 
+/// The best area of a wanted size that hangs together.
+struct BestArea {
+    double area = 0.0;       ///< [m2]; 0 where the group has no such area
+    std::size_t sensors = 0; ///< cells
+    double sum = 0.0;        ///< of the first column's value times area
+    double lowest = 0.0;     ///< of the first column: its worst cell
+};
+
 struct SensorGroup {
     /// Of the group's keys; empty for keys that the grouping does not have, and for sensors without
     /// such a name.
@@ -60,6 +69,8 @@ struct SensorGroup {
     std::size_t sensors = 0;
     double area = 0.0;               ///< of the cells [m2]; 0 for sensors without cells
     std::vector<GroupValues> values; ///< one for each column
+    std::vector<double> areaAbove;   ///< by threshold: where the first column reaches it [m2]
+    BestArea best;
 };
 
 struct SensorGroups {
@@ -77,6 +88,14 @@ struct GroupingOptions {
     double north = 0.0; ///< from the model's +Y clockwise to true north [degrees]
     /// By sensor: 0 leaves it out; empty: all count.
     std::span<const std::uint8_t> included = {};
+    /// In the unit of the first column: how much area reaches each of them.
+    std::vector<double> thresholds = {};
+    /// Size of the area that hangs together, for SensorGroup::best [m2]; 0: not asked for. Of all
+    /// that are this large it is the one whose worst cell is best: cells join in the order of their
+    /// values until some of them are large enough.
+    double bestArea = 0.0;
+    /// Which cells hang together, neighbouringCells(); only for bestArea.
+    std::span<const std::pair<std::uint32_t, std::uint32_t>> neighbours = {};
 };
 
 /// Groups the sensors of a field by the keys.
@@ -90,6 +109,9 @@ INSOLATE_STUDY_EXPORT SensorGroups groupSensors(const SensorField& field,
 /// The groupings that say most where nobody chose: all sensors, then by object and by material
 /// where cells have such names, then by orientation where sensors have normals.
 INSOLATE_STUDY_EXPORT std::vector<GroupBy> usualGroupings(const SensorField& field);
+
+/// "object roof", "object,tilt hall, 20 to 40"; "all" for the group of all sensors.
+INSOLATE_STUDY_EXPORT std::string groupName(const SensorGroups& groups, std::size_t group);
 
 /// "object,material"; "all" for no keys.
 INSOLATE_STUDY_EXPORT std::string groupByText(const GroupBy& by);

@@ -38,6 +38,14 @@ enum Column {
 constexpr std::size_t partColumns = 5;
 constexpr std::size_t mostFullParts = 31;
 
+/// A scene without triangles.
+class OpenView final : public GetTransparencyValueOnRay {
+public:
+    bool getSurfaceDoubleSided() override { return false; }
+    float getTransparencyValue(const XYZf&, const XYZf&, const XYZf*) override { return 1.0f; }
+    int initialise() override { return 0; }
+};
+
 int stepsOfHour(double step) {
     const double steps = std::round(1.0 / step);
     if (steps > 60.0 || std::abs(steps * step - 1.0) > 1.0e-9) {
@@ -122,6 +130,9 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
         {"sky_view", "%", "Sky view", {}},
         {"ground_view", "%", "Ground view", {}},
         {"direct_sun_hours", "h", "Hours of direct sun", {}}};
+    if (m_options.unshaded) {
+        columns.push_back({"unshaded", "Wh/m2", "Total radiation without the scene", {}});
+    }
     for (const NamedPeriod& part : m_parts) {
         const std::array<std::size_t, partColumns> places = {total, beam, diffuse, ground,
                                                              sunHours};
@@ -146,6 +157,12 @@ Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
 void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
                             std::span<ResultColumn> columns) {
     std::vector<SensorPart> parts(m_parts.size());
+    OpenView nothing;
+    struct Open {
+        XYZf normal;
+        float total;
+    };
+    std::optional<Open> open;
     for (std::size_t i = range.first; i < range.end; ++i) {
         const SensorResult result =
             parts.empty() ? m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i))
@@ -162,6 +179,15 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
         columns[groundView].values[i] = 100.0f * result.groundViewFactor;
         columns[sunHours].values[i] = result.directSunHours;
         std::size_t column = wholeColumns;
+        if (m_options.unshaded) {
+            const Sensor sensor = sensorAt(work, i);
+            // Neighbours mostly look the same way.
+            if (!open || open->normal.x != sensor.normal.x || open->normal.y != sensor.normal.y ||
+                open->normal.z != sensor.normal.z) {
+                open = {sensor.normal, m_analysis->evaluate(nothing, sensor).total};
+            }
+            columns[column++].values[i] = open->total;
+        }
         for (const SensorPart& part : parts) {
             const std::array<float, partColumns> values = {part.total, part.beam, part.sky,
                                                            part.ground, part.directSunHours};

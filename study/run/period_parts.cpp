@@ -123,6 +123,7 @@ std::vector<NamedPeriod> partsOf(const StudyPeriod& whole, PeriodSplit split,
     for (const AskedPeriod& one : asked) {
         NamedPeriod part{dayName(one.period.startDay), {}, one.period};
         part.period.step = whole.step;
+        part.period.summerTime = whole.summerTime;
         if (one.period.endDay != one.period.startDay) {
             part.name += "_" + dayName(one.period.endDay);
         }

@@ -4,7 +4,7 @@
 
 #include "study/model/scene.h"
 #include "study/results/result_column.h"
-#include "study/results/sensor_series.h"
+#include "study/results/hour_rows.h"
 #include "study/results/sky_pages.h"
 #include "study/run/mask_source.h"
 #include "study/run/process_scene.h"
@@ -58,7 +58,7 @@ public:
     /// What an enclosed sensor sees not, for the user: "no sky".
     [[nodiscard]] virtual const char* enclosedText() const = 0;
 
-    /// The hours of a sensor. Only asked of methods that take --series.
+    /// The hours of a sensor. Only asked of methods that take --hours-of.
     [[nodiscard]] virtual SensorHours hoursOf(const SensorWork& /*work*/,
                                               std::size_t /*sensor*/) const {
         return {};

@@ -1,11 +1,13 @@
 #include "study/run/result_files.h"
 
 #include "study/output/group_table.h"
+#include "study/output/hours_file.h"
+#include "study/output/hours_table.h"
 #include "study/output/picture.h"
 #include "study/output/sensor_tables.h"
-#include "study/output/series_table.h"
 #include "study/output/summary.h"
 #include "study/results/label_column.h"
+#include "study/run/calculate_hours.h"
 #include "study/run/study_page.h"
 #include "study/run/study_record.h"
 #include "study/run/sun_hours_study.h"
@@ -34,7 +36,7 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
 }
 
 void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-              const std::stop_token& stop) {
+              Progress&, const std::stop_token& stop) {
     std::vector<LabelColumn> labels;
     if (auto starts = peakStarts(results.columns, study.method->weather().site.timeZone)) {
         labels.push_back(std::move(*starts));
@@ -43,18 +45,19 @@ void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& r
 }
 
 void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-              const std::stop_token& stop) {
+              Progress&, const std::stop_token& stop) {
     writeSensorsVtp(out, study.inputs.field, tableColumns(results),
                     studySubtitle(study.options, study.method->weather()), stop);
 }
 
 void writeGroups(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                 const std::stop_token&) {
-    writeGroupsCsv(out, results.groups, results.columns, study.method->weather().site.timeZone);
+                 Progress&, const std::stop_token&) {
+    writeGroupsCsv(out, results.groups, results.columns, study.method->weather().site.timeZone,
+                   thresholdsOf(study.options.groups), study.options.groups.bestArea);
 }
 
 void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token& stop) {
+                  Progress&, const std::stop_token& stop) {
     ResultColumn shown = inKilowattHours(results.columns.front());
     for (std::size_t i = 0; i < results.included.size(); ++i) {
         if (results.included[i] == 0) {
@@ -69,17 +72,53 @@ void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResult
 }
 
 void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                const std::stop_token&) {
+                Progress&, const std::stop_token&) {
     results.seen.write(out, study.visibility);
 }
 
-void writeSeries(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                 const std::stop_token&) {
-    writeSeriesCsv(out, study.options.period, results.series);
+HoursHead hoursHead(const PreparedStudy& study) {
+    return {hoursOfPeriod(study.options.period), study.method->weather().site.timeZone,
+            studySubtitle(study.options, study.method->weather())};
+}
+
+void writeHours(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                Progress& progress, const std::stop_token& stop) {
+    const HoursOf& wanted = study.options.hourly.hoursOf;
+    if (wanted.groups) {
+        HoursFile file(out, hoursHead(study), results.groups);
+        for (const HourRow& row : results.hours) {
+            file.add(row.hours);
+        }
+        file.finish();
+        return;
+    }
+    const std::vector<std::size_t> sensors =
+        wanted.all ? everySensor(study.inputs.field) : wanted.sensors;
+    HoursFile file(out, hoursHead(study), study.inputs.field, results.areas, sensors);
+    if (wanted.all) {
+        calculateHours(
+            *study.method, study.work(), sensors, study.options.threads,
+            [&](std::size_t, std::span<const SensorHours> hours) {
+                for (const SensorHours& row : hours) {
+                    file.add(row);
+                }
+            },
+            progress, stop);
+    }
+    for (const HourRow& row : results.hours) {
+        file.add(row.hours);
+    }
+    file.finish();
+}
+
+void writeHoursTable(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
+                     Progress&, const std::stop_token&) {
+    writeHoursCsv(out, hoursOfPeriod(study.options.period),
+                  study.method->weather().site.timeZone, results.hours);
 }
 
 void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token&) {
+                  Progress&, const std::stop_token&) {
     writeSummaryJson(out, summaryRecord(study, results));
 }
 
@@ -99,8 +138,15 @@ constexpr std::array listedFiles = {
     // Masks of another study stay: they are expensive, and a run refuses those that do not fit.
     ResultFile{"sensors.masks", [](const RunOptions& o) { return o.saveMasks; }, writeMasks,
                SkyVisibilityStore::isStore},
-    ResultFile{"series.csv", [](const RunOptions& o) { return !o.hourly.series.empty(); },
-               writeSeries, isOurSeriesCsv, true},
+    ResultFile{"hours.nc", [](const RunOptions& o) { return o.hourly.hoursOf.any(); }, writeHours,
+               isOurHoursFile, true},
+    ResultFile{"hours.csv",
+               [](const RunOptions& o) {
+                   return o.hourly.hoursOf.any() && !o.hourly.hoursOf.all;
+               },
+               writeHoursTable, isOurHoursCsv, true},
+    // Earlier versions wrote it where hours.csv stands now.
+    ResultFile{"series.csv", never, nullptr, isOurSeriesCsv, true},
     ResultFile{"page.html", [](const RunOptions& o) { return o.page; }, writeStudyPage, isOurPage,
                true},
     ResultFile{"spans.csv", never, nullptr, isOurSpans, true}, // of the hours of sun

@@ -18,7 +18,7 @@ struct ResultFile {
     /// Whether the options ask for it.
     bool (*isWanted)(const RunOptions& options);
     void (*write)(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                  const std::stop_token& stop);
+                  Progress& progress, const std::stop_token& stop);
     /// Whether a file of this name is of an earlier run.
     bool (*isOurs)(const std::filesystem::path& file);
     /// Whether a file that an earlier run has left, and that is not written anew, would contradict

@@ -36,12 +36,17 @@ void takeAlbedo(HourlyOptions& hourly, const std::string& text) {
     hourly.albedo = number;
 }
 
-/// Sensors whose hours are wanted, each once: a table has no two columns of one name.
-void takeSeries(std::vector<std::size_t>& series, const std::string& text) {
+/// Sensors are taken once each: a table has no two columns of one name.
+void takeHoursOf(HoursOf& hoursOf, const std::string& text) {
+    if (text == "all" || text == "groups") {
+        (text == "all" ? hoursOf.all : hoursOf.groups) = true;
+        return;
+    }
     const std::size_t sensor =
-        countOf("series", text, "numbers of sensors as in sensors.csv: 0,17,4");
-    if (std::find(series.begin(), series.end(), sensor) == series.end()) {
-        series.push_back(sensor);
+        countOf("hours-of", text, "all, groups, or numbers of sensors as in sensors.csv: 0,17,4");
+    if (std::find(hoursOf.sensors.begin(), hoursOf.sensors.end(), sensor) ==
+        hoursOf.sensors.end()) {
+        hoursOf.sensors.push_back(sensor);
     }
 }
 
@@ -263,13 +268,16 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.flag("open-ground", options.hourly.openGround,
                "hourly: the scene does not hide the ground; for a scene that models its own "
                "ground, which would else count as in the way of the ground's light");
-    table.add({.name = "series",
+    table.add({.name = "hours-of",
                .kind = Option::Kind::list,
-               .help = "hourly: also write series.csv, the hours of these sensors, numbered from 0 "
-                       "as in sensors.csv: 0,17,4",
-               .typeName = "N,...",
+               .help = "hourly: also write the hours of all sensors (hours.nc), of the groups of "
+                       "--by, or of these sensors, numbered from 0 as in sensors.csv: 0,17,4 "
+                       "(hours.nc and hours.csv)",
+               .typeName = "all|groups|N,...",
                .separator = ',',
-               .take = [&](const std::string& text) { takeSeries(options.hourly.series, text); }});
+               .take = [&](const std::string& text) {
+                   takeHoursOf(options.hourly.hoursOf, text);
+               }});
     table.add({.name = "split",
                .help = "hourly: also give the results of each month, season or day of the period, "
                        "by the same rays",
@@ -318,6 +326,19 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .take = [&](const std::string& text) { options.keepEnclosed = text == "keep"; }});
     table.flag("dry-run", options.dryRun,
                "Print sensors, area, memory and time that the run would take, and write nothing");
+    table.add({.name = "classes",
+               .help = "Totals [kWh/m2] for which groups.csv says how much area reaches them",
+               .typeName = "KWH,...",
+               .usual = "800,900,1000,1200",
+               .take = [&](const std::string& text) {
+                   options.groups.thresholds = numbersOf("classes", text, "kWh/m2, as in 800,1000");
+               }});
+    table.number("best", options.groups.bestArea, "M2",
+                 "Also find in each group the best area of this size that hangs together [m2]",
+                 "square metres");
+    table.flag("unshaded", options.hourly.unshaded,
+               "hourly: also give what each sensor would get if nothing stood around it, and the "
+               "groups' share of it");
     table.flag("resume", options.resume,
                "Go on where a run of the same study into the same folder was stopped; from the "
                "start if there is none, refused if it was of another study");

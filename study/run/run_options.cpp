@@ -42,6 +42,14 @@ void checkTolerance(const SkyOptions& options, const char* name, double percent,
 
 } // namespace
 
+std::vector<double> thresholdsOf(const GroupTableOptions& options) {
+    std::vector<double> thresholds;
+    for (const double kilowattHours : options.thresholds) {
+        thresholds.push_back(1000.0 * kilowattHours);
+    }
+    return thresholds;
+}
+
 void checkSkyOptions(const SkyOptions& options) {
     require(!options.weather.empty(), "--weather",
             "give the weather file of the site (.epw, .wea, .mra)");
@@ -85,6 +93,11 @@ void checkRunOptions(const RunOptions& options) {
     checkSkyOptions(options);
     checkModelOptions(options);
     checkClasses(options.groups.classes);
+    if (!(options.groups.bestArea >= 0.0 && std::isfinite(options.groups.bestArea))) {
+        throw UsageError(fmt::format("--best {}: no area; give square metres, such as 20",
+                                     options.groups.bestArea));
+    }
+    requireHourly(options, "--unshaded", options.hourly.unshaded);
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
     checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);
     checkTolerance(options, "--sun-tolerance", options.hourly.sunTolerance, 0.02);
@@ -92,7 +105,12 @@ void checkRunOptions(const RunOptions& options) {
     requireHourly(options, "--periods", !options.hourly.periods.empty());
     partsOf(options.period, options.hourly.split, options.hourly.periods);
     requireHourly(options, "--open-ground", options.hourly.openGround);
-    requireHourly(options, "--series", !options.hourly.series.empty());
+    const HoursOf& hoursOf = options.hourly.hoursOf;
+    requireHourly(options, "--hours-of", hoursOf.any());
+    if ((hoursOf.all ? 1 : 0) + (hoursOf.groups ? 1 : 0) + (hoursOf.sensors.empty() ? 0 : 1) > 1) {
+        throw UsageError("--hours-of: all, groups and numbers exclude each other; give one of "
+                         "them");
+    }
     if ((options.saveMasks || options.masks) && !methodUse(options.method).takesMasks) {
         throw UsageError(fmt::format(
             "--{} does not belong to --method {}: masks say what is seen of the middles of "

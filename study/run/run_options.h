@@ -5,6 +5,7 @@
 #include "study/model/mesh_import.h"
 #include "study/model/selection.h"
 #include "study/model/winding.h"
+#include "study/results/hour_rows.h"
 #include "study/results/sensor_groups.h"
 #include "study/run/period_parts.h"
 #include "study/support/period.h"
@@ -30,7 +31,8 @@ struct HourlyOptions {
     std::optional<double> albedo = {};    ///< of the ground, 0..1; absent: usualAlbedo
     bool monthlyAlbedo = false;           ///< from the weather file, where it has one
     bool openGround = false;              ///< the scene does not hide the ground below the horizon
-    std::vector<std::size_t> series = {}; ///< sensors whose hours are wanted
+    bool unshaded = false; ///< also what each sensor would get without the scene
+    HoursOf hoursOf = {};                 ///< whose hours are wanted
 
     PeriodSplit split = PeriodSplit::none; ///< parts of the period with results of their own
     std::vector<AskedPeriod> periods = {}; ///< others of them
@@ -74,6 +76,9 @@ struct ModelOptions {
 struct GroupTableOptions {
     std::vector<GroupBy> by = {}; ///< empty: usualGroupings()
     OrientationClasses classes = {};
+    /// Totals to whose area is reported [kWh/m2]; cadastres of roofs tell apart at these.
+    std::vector<double> thresholds = {800.0, 900.0, 1000.0, 1200.0};
+    double bestArea = 0.0; ///< size of the best contiguous area [m2]; 0: not asked for
 };
 
 struct RunOptions : SkyOptions, ModelOptions {
@@ -91,6 +96,9 @@ struct RunOptions : SkyOptions, ModelOptions {
     /// addRunOptions() has them noted. Only a run that asks the same takes finished sensors over.
     std::map<std::string, std::string> asked;
 };
+
+/// The thresholds in Wh/m2, as results have their totals.
+INSOLATE_STUDY_EXPORT std::vector<double> thresholdsOf(const GroupTableOptions& options);
 
 /// The names that --method takes, the usual one first.
 enum class MethodsOf { aRun, aSky };

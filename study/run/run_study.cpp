@@ -2,7 +2,9 @@
 
 #include "study/files/folder_hold.h"
 #include "study/model/sensor_grid.h"
+#include "study/results/cell_neighbours.h"
 #include "study/output/summary.h"
+#include "study/run/calculate_hours.h"
 #include "study/run/calculate_sensors.h"
 #include "study/run/result_files.h"
 #include "study/run/study_record.h"
@@ -24,10 +26,10 @@ namespace insolate::study {
 
 namespace {
 
-void checkSeries(const RunOptions& options, std::size_t sensors) {
-    for (const std::size_t sensor : options.hourly.series) {
+void checkHoursOf(const RunOptions& options, std::size_t sensors) {
+    for (const std::size_t sensor : options.hourly.hoursOf.sensors) {
         if (sensor >= sensors) {
-            throw UsageError(fmt::format("--series {}: there is no such sensor; give numbers from "
+            throw UsageError(fmt::format("--hours-of {}: there is no such sensor; give numbers from "
                                          "0 to {}, the lines of sensors.csv below its header",
                                          sensor, sensors - 1));
         }
@@ -77,17 +79,62 @@ void checkLeftover(const PartialResults::Leftover& left, const RunOptions& optio
         left.ofThisStudy ? "; --resume would go on after them" : ""));
 }
 
-std::vector<SensorGroups> groupResults(const PreparedStudy& study, const StudyResults& results) {
+std::vector<SensorGroups> groupResults(const PreparedStudy& study, const StudyResults& results,
+                                       const std::stop_token& stop) {
     const GroupTableOptions& options = study.options.groups;
     const SensorField& field = study.inputs.field;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> neighbours;
+    if (options.bestArea > 0.0) {
+        neighbours = neighbouringCells(field, stop);
+    }
     std::vector<SensorGroups> groups;
     for (const GroupBy& by : options.by.empty() ? usualGroupings(field) : options.by) {
         groups.push_back(groupSensors(field, results.columns, results.areas, by,
                                       {.classes = options.classes,
                                        .north = study.options.north,
-                                       .included = results.included}));
+                                       .included = results.included,
+                                       .thresholds = thresholdsOf(options),
+                                       .bestArea = options.bestArea,
+                                       .neighbours = neighbours}));
     }
     return groups;
+}
+
+/// The hours of the chosen sensors or of the groups; those of all sensors go straight to their
+/// file.
+std::vector<HourRow> hoursOfSome(const PreparedStudy& study, const SensorWork& work,
+                                 const StudyResults& results, Progress& progress,
+                                 const std::stop_token& stop) {
+    const HoursOf& wanted = study.options.hourly.hoursOf;
+    std::vector<HourRow> rows;
+    if (!wanted.sensors.empty()) {
+        calculateHours(
+            *study.method, work, wanted.sensors, study.options.threads,
+            [&](std::size_t first, std::span<const SensorHours> hours) {
+                for (std::size_t i = 0; i < hours.size(); ++i) {
+                    rows.push_back({std::to_string(wanted.sensors[first + i]), hours[i]});
+                }
+            },
+            progress, stop);
+    } else if (wanted.groups) {
+        constexpr std::size_t mostGroups = 2000; // 300 kB each
+        std::size_t groups = 0;
+        for (const SensorGroups& grouping : results.groups) {
+            groups += grouping.groups.size();
+        }
+        if (groups > mostGroups) {
+            throw UsageError(fmt::format("--hours-of groups: {} groups are more than {}; choose "
+                                         "fewer with --by or --select, or give --hours-of all",
+                                         groupedDigits(groups), groupedDigits(mostGroups)));
+        }
+        GroupHours sums(results.groups, results.areas);
+        calculateHours(
+            *study.method, work, everySensor(study.inputs.field), study.options.threads,
+            [&](std::size_t first, std::span<const SensorHours> hours) { sums.add(first, hours); },
+            progress, stop);
+        rows = sums.rows();
+    }
+    return rows;
 }
 
 } // namespace
@@ -120,7 +167,7 @@ void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& 
             study.watch.lap("files_s"); // the summary has the times of all others
         }
         if (file.isWanted(study.options)) {
-            file.write(folder.stage({file.name, file.isOurs}), study, results, stop);
+            file.write(folder.stage({file.name, file.isOurs}), study, results, progress, stop);
             written.emplace_back(file.name);
         } else if (file.contradicts && folder.retire({file.name, file.isOurs})) {
             retired.emplace_back(file.name);
@@ -177,7 +224,7 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
     }
     study.watch.lap("weather_and_sky_s");
     study.inputs = given.models ? std::move(*given.models) : readInputs(options, progress, stop);
-    checkSeries(options, study.inputs.field.size());
+    checkHoursOf(options, study.inputs.field.size());
     study.watch.lap("models_s");
     study.recentring = std::make_unique<Recentring>(study.inputs.scene, study.inputs.field);
     study.visibility = visibilityKey(study.inputs.scene, study.inputs.field, options.north);
@@ -213,11 +260,8 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
         std::transform(results.enclosed.begin(), results.enclosed.end(), results.included.begin(),
                        [](float enclosed) { return enclosed == 0.0f ? 1 : 0; });
     }
-    results.groups = groupResults(study, results);
-    for (const std::size_t sensor : study.options.hourly.series) {
-        throwIfStopped(stop);
-        results.series.push_back({sensor, study.method->hoursOf(work, sensor)});
-    }
+    results.groups = groupResults(study, results, stop);
+    results.hours = hoursOfSome(study, work, results, progress, stop);
     study.watch.lap("sensors_s");
     return results;
 }

@@ -155,7 +155,7 @@ std::string pictureBytes(const PageResult& result, const std::string& subtitle,
 }
 
 void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                    const std::stop_token& stop) {
+                    Progress&, const std::stop_token& stop) {
     const RunOptions& options = study.options;
     nlohmann::ordered_json record = runRecord(options, study.method->weather(), study.inputs);
     study.method->describeSensors(record, results.columns);
@@ -168,14 +168,17 @@ void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResu
     result.facts = factsOf(record);
     result.site = pageSiteOf(record);
     result.warnings = results.warnings;
-    for (const SensorSeries& series : results.series) {
+    const std::vector<std::size_t>& asked = options.hourly.hoursOf.sensors;
+    for (std::size_t i = 0; i < results.hours.size(); ++i) {
+        const HourRow& row = results.hours[i];
         PageSeries one;
-        one.sensor = series.sensor;
-        one.hours.assign(8760, 0.0f);
-        for (std::size_t hour = 0; hour < one.hours.size() && hour < series.hours.beam.size();
-             ++hour) {
-            one.hours[hour] =
-                series.hours.beam[hour] + series.hours.sky[hour] + series.hours.ground[hour];
+        one.label = row.name;
+        if (i < asked.size()) {
+            one.sensor = asked[i];
+        }
+        one.hours.resize(row.hours.beam.size());
+        for (std::size_t hour = 0; hour < one.hours.size(); ++hour) {
+            one.hours[hour] = row.hours.beam[hour] + row.hours.sky[hour] + row.hours.ground[hour];
         }
         result.series.push_back(std::move(one));
     }

@@ -24,7 +24,7 @@ std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record);
 
 /// Writes page.html of a run.
 void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                    const std::stop_token& stop);
+                    Progress& progress, const std::stop_token& stop);
 
 /// The bytes of a picture, for browsers that draw no page.
 std::string pictureBytes(const PageResult& result, const std::string& subtitle,

@@ -4,7 +4,7 @@
 #include "study/files/output_folder.h"
 #include "study/results/result_column.h"
 #include "study/results/sensor_groups.h"
-#include "study/results/sensor_series.h"
+#include "study/results/hour_rows.h"
 #include "study/run/mask_source.h"
 #include "study/run/partial_results.h"
 #include "study/run/radiation_method.h"
@@ -52,7 +52,7 @@ struct StudyResults {
     /// By sensor: 0 leaves it out of means and colours; empty: all count.
     std::vector<std::uint8_t> included;
     SkyVisibilityStore seen;           ///< what each sensor sees, where it is to be saved
-    std::vector<SensorSeries> series;  ///< hours of the sensors that were asked for
+    std::vector<HourRow> hours;        ///< of the sensors or groups that were asked for
     std::vector<std::string> warnings; ///< that were given on the way
 };
 

@@ -587,6 +587,76 @@ TEST(HourlyAnalysis, GivesTwoSidesTheSumAndHiddenSensorsNothing) {
     EXPECT_GT(grey.directSunHours, 4000.0f);
 }
 
+// Months and a window of hours by the rays of the year: the months add up to it on every kind of
+// sensor, also where its plane cuts the sun's cells, and each part is what it gives by rays of its
+// own but for the edges of shadows.
+TEST(HourlyAnalysis, PartsAddUpAndAreWhatTheyGiveAlone) {
+    const WeatherSeries weather = chicago();
+    std::vector<HourlySky> parts;
+    for (int month = 1; month <= 12; ++month) {
+        parts.push_back(buildHourlySky(weather, {dayIndex(month, 1) + 1,
+                                                 month < 12 ? dayIndex(month + 1, 1) : 365}));
+    }
+    parts.push_back(buildHourlySky(weather, {152, 243, 9.0, 17.0}));
+    const HourlySky year = buildHourlySky(weather);
+    for (const double tolerance : {0.0, 0.005}) {
+        const HourlyAnalysis analysis(
+            year, {.skyTolerance = tolerance, .sunTolerance = tolerance}, parts);
+        ASSERT_EQ(analysis.partCount(), 13U);
+        for (int kind = 0; kind < 8; ++kind) { // walls, roofs, two sides, a point
+            SCOPED_TRACE(kind);
+            const XYZf normal = kind == 7 ? XYZf{0, 0, 0}
+                                          : test::narrowed(test::direction(
+                                                90.0 * kind + 5.0, kind < 4 ? 0.0 : 30.0 * kind));
+            FormulaScene scene([](const XYZf& d) { return !behindWall(d, 150.0, 0.8); }, kind == 6);
+            std::vector<SensorPart> got(13);
+            const SensorResult whole = analysis.evaluate(scene, {{0, 0, 0}, normal}, got);
+            const double slack = 1e-5 * static_cast<double>(whole.total);
+            for (const auto& [part, of] :
+                 {std::pair{&SensorPart::total, whole.total}, {&SensorPart::beam, whole.beam},
+                  {&SensorPart::sky, whole.sky}, {&SensorPart::ground, whole.ground}}) {
+                double sum = 0.0;
+                for (std::size_t month = 0; month < 12; ++month) {
+                    sum += static_cast<double>(got[month].*part);
+                }
+                EXPECT_NEAR(sum, static_cast<double>(of), slack);
+            }
+            double hours = 0.0;
+            for (std::size_t month = 0; month < 12; ++month) {
+                EXPECT_GE(got[month].beam, 0.0f);
+                hours += static_cast<double>(got[month].directSunHours);
+            }
+            EXPECT_NEAR(hours, static_cast<double>(whole.directSunHours), 0.01);
+            for (const std::size_t p : {0U, 5U, 12U}) {
+                const SensorResult alone =
+                    HourlyAnalysis(parts[p]).evaluate(scene, {{0, 0, 0}, normal});
+                EXPECT_NEAR(got[p].total, alone.total, 0.03f * alone.total) << p;
+                EXPECT_NEAR(got[p].ground, alone.ground, 1e-4f * alone.total) << p;
+                EXPECT_NEAR(got[p].sky, alone.sky, 0.02f * alone.total) << p;
+            }
+        }
+    }
+}
+
+// What a sensor sees, and for how long the sun stands before it, is a matter of site and scene.
+TEST(HourlyAnalysis, CloudsDoNotMoveTheHoursOfSun) {
+    const WeatherSeries some = chicago();
+    WeatherSeries none = some;
+    std::fill(none.directNormal.begin(), none.directNormal.end(), 0.0f);
+    const HourlyAnalysis clear(buildHourlySky(some));
+    const HourlyAnalysis overcast(buildHourlySky(none));
+    for (int i = 0; i < 24; ++i) {
+        const double wall = 15.0 * i;
+        FormulaScene scene([&](const XYZf& d) { return !behindWall(d, wall, 1.1); });
+        const Sensor sensor{{0, 0, 0}, test::narrowed(test::direction(37.0 * i, 4.0 * i - 10.0))};
+        const SensorResult a = clear.evaluate(scene, sensor);
+        const SensorResult b = overcast.evaluate(scene, sensor);
+        EXPECT_EQ(a.directSunHours, b.directSunHours) << i;
+        EXPECT_EQ(a.skyViewFactor, b.skyViewFactor) << i;
+        EXPECT_GT(a.beam, b.beam) << i;
+    }
+}
+
 // Many sensors at once: the bytes of one after the other on every number of threads and at every
 // instruction level, all of them counted, and none begun after a stop.
 TEST(HourlyAnalysis, SharesSensorsAmongThreads) {

@@ -89,10 +89,10 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
 TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     const Outcome run = done(
         "run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
-        "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --series 3,12,3 "
+        "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --hours-of 3,12,3 "
         "--out h");
-    expectAll(run.err, {"kWh/m2\n", "series.csv and summary.json"});
-    const auto series = rowsOf(path("h/series.csv"));
+    expectAll(run.err, {"kWh/m2\n", "hours.nc, hours.csv and summary.json"});
+    const auto series = rowsOf(path("h/hours.csv"));
     const auto sensors = rowsOf(path("h/sensors.csv"));
     double highest = 0.0;
     for (std::size_t row = 1; row < sensors.size(); ++row) {
@@ -102,15 +102,14 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     EXPECT_NEAR(std::stod(said.substr(4)), highest / 1000.0, 1e-3 * highest / 1000.0);
     ASSERT_EQ(series.size(), 1U + 4U * 10U);
     EXPECT_THAT(series[0],
-                testing::ElementsAre("hour_of_year", "month", "day", "hour", "beam_3 [Wh/m2]",
+                testing::ElementsAre("hour_of_year", "start", "beam_3 [Wh/m2]",
                                      "sky_3 [Wh/m2]", "ground_3 [Wh/m2]", "beam_12 [Wh/m2]",
                                      "sky_12 [Wh/m2]", "ground_12 [Wh/m2]"));
-    EXPECT_EQ(series[1][0] + " " + series[1][1] + "/" + series[1][2] + " " + series[1][3],
-              "8721 12/30 9"); // half of it lies in the period
-    EXPECT_EQ(series[21][0], "9");
+    EXPECT_EQ(series[1][0] + " " + series[1][1], "9 2001-01-01T08:00+00:00"); // half of it counts
+    EXPECT_EQ(series[21][0] + " " + series[21][1], "8721 2001-12-30T08:00+00:00");
     double sum = 0.0;
     for (std::size_t row = 1; row < series.size(); ++row) {
-        sum += std::stod(series[row][7]) + std::stod(series[row][8]) + std::stod(series[row][9]);
+        sum += std::stod(series[row][5]) + std::stod(series[row][6]) + std::stod(series[row][7]);
     }
     EXPECT_EQ(sensors[0][6], "total [Wh/m2]");
     EXPECT_NEAR(sum / std::stod(sensors[13][6]), 1.0, 1e-5);
@@ -118,15 +117,19 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
               {"\"albedo\": 0.3", "\"ground\": \"open\"", "\"sun_tolerance_percent\": 1.0",
                "\"sky_tolerance_percent\": 3.0", "\"while_the_sun_is_down\"", "\"highest_peak\""});
 
-    // A run without it takes the earlier run's series away, but no file that only has its name.
+    // A run without it takes the earlier run's hours away, those of earlier versions too, but no file
+    // that only has the name.
+    write("h/series.csv", "hour_of_year,month,day,hour\n");
     const std::string without = "run --weather good.epw --scene court.obj --period 1/1 --out h";
     EXPECT_EQ(command(without + " --grid 0.001").exitCode, 2);
-    EXPECT_TRUE(exists(path("h/series.csv")));
+    EXPECT_TRUE(exists(path("h/hours.nc")));
     done(without);
-    EXPECT_FALSE(exists(path("h/series.csv")));
-    write("h/series.csv", "hour,mine\n");
+    for (const char* name : {"h/hours.nc", "h/hours.csv", "h/series.csv"}) {
+        EXPECT_FALSE(exists(path(name))) << name;
+    }
+    write("h/hours.csv", "hour,mine\n");
     done(without);
-    EXPECT_EQ(readFile(path("h/series.csv")), "hour,mine\n");
+    EXPECT_EQ(readFile(path("h/hours.csv")), "hour,mine\n");
 }
 
 TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {

@@ -30,6 +30,8 @@ TEST(RunOptions, AreRefusedByName) {
     options.scenes = {"a.obj"};
     RunOptions perezSky = options;
     perezSky.method = "perez-sky";
+    RunOptions june = options;
+    june.period = {.startDay = 152, .endDay = 181};
     const std::string other = "does not belong to --method perez-sky";
     const struct {
         RunOptions options;
@@ -43,13 +45,20 @@ TEST(RunOptions, AreRefusedByName) {
         {options, "north", "999", "--north 999: no angle"},
         {options, "threads", "-1", "--threads -1: "},
         {options, "threads", "1.5", "--threads: '1.5' is no whole number; give"},
-        {options, "series", "1,x", "--series: 'x' is no number from 0; give"},
+        {options, "hours-of", "1,x", "--hours-of: 'x' is no number from 0; give"},
+        {options, "hours-of", "all,3", "--hours-of: all, groups and numbers exclude each other"},
+        {options, "by", "roof", "--by 'roof': cells are not grouped by 'roof'"},
+        {options, "tilt-classes", "30,20", "--tilt-classes 30,20: bounds ascend"},
+        {options, "split", "week", "--split: there is no 'week'; choose from"},
+        {options, "periods", "6/31", "--periods '6/31': "},
+        {june, "periods", "6/30-7/1", "1 July does not lie in the study's 1 June to 30 June"},
         {options, "albedo", "2", "--albedo '2': "},
         {options, "sun-tolerance", "-1", "--sun-tolerance -1: "},
         {options, "sky-tolerance", "101", "--sky-tolerance 101: "},
         {options, "sky-tolerance", "0.01", "give 0.05 or more, or 0"},
         {options, "save-masks", "true", "does not belong to --method hourly"},
-        {perezSky, "series", "0", other},
+        {perezSky, "hours-of", "0", other},
+        {perezSky, "split", "month", other},
         {perezSky, "albedo", "epw", other},
         {perezSky, "open-ground", "true", other},
         {perezSky, "sun-tolerance", "1", other},
