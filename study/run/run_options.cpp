@@ -2,6 +2,7 @@
 
 #include "study/run/radiation_method.h"
 #include "study/support/errors.h"
+#include "study/weather/weather_input.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,7 +14,7 @@ namespace insolate::study {
 
 namespace {
 
-void require(bool given, const char* name, const char* fix) {
+void require(bool given, std::string_view name, std::string_view fix) {
     if (!given) {
         throw UsageError(fmt::format("{} is missing; {}", name, fix));
     }
@@ -52,7 +53,7 @@ std::vector<double> thresholdsOf(const GroupTableOptions& options) {
 
 void checkSkyOptions(const SkyOptions& options) {
     require(!options.weather.empty(), "--weather",
-            "give the weather file of the site (.epw, .wea, .mra)");
+            fmt::format("give the weather of the site: {}", weatherFormatsText));
     checkStep(options.period.step);
     (void)methodUse(options.method);
     const HourlyOptions& hourly = options.hourly;

@@ -38,4 +38,8 @@ inline constexpr std::string_view notWeatherText =
     "not a weather file; give an .epw file, a text .wea, TMY3, PSM3, PSM4 or PVGIS file, or a .wea "
     "or .mra file of this program";
 
+/// The formats alone, after "give".
+inline constexpr std::string_view weatherFormatsText =
+    notWeatherText.substr(notWeatherText.find("an .epw"));
+
 } // namespace insolate::study
