@@ -34,9 +34,8 @@ int calculate(const char* weatherFile, const char* modelFile, double north) {
     const study::Mesh mesh = study::importMesh(modelFile, {});
     study::Scene scene;
     study::appendTriangles(mesh, scene);
-    const study::SensorField field =
-        study::cutIntoSensors(mesh, study::selectFaces(mesh, {}, modelFile), {.spacing = 2.0})
-            .field;
+    const study::SelectedFaces all = study::selectFaces(mesh, {}, 0.0, modelFile);
+    const study::SensorField field = study::cutIntoSensors(mesh, all.faces, {.spacing = 2.0}).field;
 
     // Rays are single precision: model and sensors move to the middle of both.
     const study::Recentring recentring(scene, field);

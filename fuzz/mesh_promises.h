@@ -4,6 +4,7 @@
 #include "memory_file.h"
 
 #include "study/model/mesh_import.h"
+#include "study/model/selection.h"
 #include "study/model/sensor_grid.h"
 #include "study/support/errors.h"
 
@@ -34,7 +35,7 @@ inline void checkMesh(study::Mesh raw, study::UpAxis up) {
     study::appendTriangles(mesh, scene);
     require(scene.triangleCount() == mesh.corners.size() - 2 * mesh.faces.size(),
             "a polygon gives its corner count less two triangles");
-    const auto faces = study::selectFaces(mesh, {}, "input");
+    const auto faces = study::selectFaces(mesh, {}, 0.0, "input").faces;
     const study::SensorGridOptions grid{.spacing = 5.0};
     if (const double estimate = study::estimatedSensorCount(mesh, faces, grid); estimate < 2.0e4) {
         const study::SensorGrid cut = study::cutIntoSensors(mesh, faces, grid);

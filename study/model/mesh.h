@@ -78,9 +78,4 @@ triangulate(std::span<const Vector3> polygon);
 /// Appends the mesh's triangles to the scene.
 INSOLATE_STUDY_EXPORT void appendTriangles(const Mesh& mesh, Scene& scene);
 
-/// The faces that the patterns take (study/model/selection.h), all faces when none is given.
-/// @throws DataError when a pattern matches nothing
-INSOLATE_STUDY_EXPORT std::vector<std::uint32_t>
-selectFaces(const Mesh& mesh, std::span<const std::string> names, const std::string& source);
-
 } // namespace insolate::study

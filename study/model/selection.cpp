@@ -269,13 +269,6 @@ SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection, doub
     return result;
 }
 
-std::vector<std::uint32_t> selectFaces(const Mesh& mesh, std::span<const std::string> names,
-                                       const std::string& source) {
-    return selectFaces(mesh, {.patterns = std::vector<std::string>(names.begin(), names.end())},
-                       0.0, source)
-        .faces;
-}
-
 const char* facingName(Facing facing) {
     return facingNames[static_cast<std::size_t>(facing)].data();
 }

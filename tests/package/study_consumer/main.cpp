@@ -11,7 +11,7 @@ int main() {
            "f 4 3 2 1\nf 5 6 7 8\nf 1 2 6 5\nf 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\n";
     const Mesh mesh = importMesh("cube.obj", {});
     const SensorGrid grid =
-        cutIntoSensors(mesh, selectFaces(mesh, {}, "cube.obj"), {.spacing = 0.5});
+        cutIntoSensors(mesh, selectFaces(mesh, {}, 0.0, "cube.obj").faces, {.spacing = 0.5});
     std::printf("%zu sensors\n", grid.field.size());
     try {
         importMesh("none.obj", {});

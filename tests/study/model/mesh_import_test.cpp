@@ -3,6 +3,7 @@
 #include "study/model/assimp_reader.h"
 #include "study/model/mesh_import.h"
 #include "study/model/model_formats.h"
+#include "study/model/selection.h"
 #include "study/support/errors.h"
 #include "tests/support/test_data.h"
 #include "tests/study/support/study_fixture.h"
@@ -192,12 +193,12 @@ TEST(ObjImport, KeepsNamesPolygonsAndDoublePrecision) {
     EXPECT_THAT(mesh.names, ElementsAre("house", "roof", "red tiles", "blue"));
 
     const auto pick = [&](const char* name) {
-        return selectFaces(mesh, std::vector<std::string>{name}, "a.obj");
+        return selectFaces(mesh, {.patterns = {name}}, 0.0, "a.obj").faces;
     };
     EXPECT_THAT(pick("house"), ElementsAre(0, 1));
     EXPECT_THAT(pick("blue"), ElementsAre(1));
     EXPECT_THAT(pick("red tiles, blue"), ElementsAre(0, 1));
-    EXPECT_THAT(selectFaces(mesh, {}, "a.obj"), ElementsAre(0, 1));
+    EXPECT_THAT(selectFaces(mesh, {}, 0.0, "a.obj").faces, ElementsAre(0, 1));
     for (const auto& [name, message] :
          {std::pair{"tower", "'tower'; choose from 'house', 'roof', 'red tiles'"},
           {"roof,bleu", "'bleu'; did you mean 'blue'?"},

@@ -1,3 +1,4 @@
+#include "study/model/selection.h"
 #include "study/model/sensor_csv.h"
 #include "study/model/sensor_grid.h"
 #include "study/support/errors.h"
@@ -17,7 +18,7 @@ using test::StudyFolder;
 using testing::HasSubstr;
 
 SensorGrid cutAll(const Mesh& mesh, const SensorGridOptions& options) {
-    return cutIntoSensors(mesh, selectFaces(mesh, {}, "test"), options);
+    return cutIntoSensors(mesh, selectFaces(mesh, {}, 0.0, "test").faces, options);
 }
 
 std::span<const Vector3> cell(const SensorField& field, std::size_t i) {
@@ -75,7 +76,8 @@ TEST(SensorGrid, CoversEveryFaceWithSmallCellsAndNoSlivers) {
             EXPECT_NEAR(length(grid.field.positions[i] - (centre + normal * 0.05)), 0.0, 1e-9);
         }
         EXPECT_NEAR(covered / whole, 1.0, 1e-9);
-        const double estimate = estimatedSensorCount(mesh, selectFaces(mesh, {}, "test"), options);
+        const double estimate =
+            estimatedSensorCount(mesh, selectFaces(mesh, {}, 0.0, "test").faces, options);
         EXPECT_NEAR(std::log2(estimate / static_cast<double>(grid.field.size())), 0.0, 1.2);
     }
 }
@@ -118,7 +120,8 @@ TEST(SensorGrid, NeedlesAndEndlessCoordinatesGiveFewCells) {
                              meshOf({{{0, 0, 0}, {860, 1e-3, 0}, {86000, 0, 0}}})}) {
         const std::size_t cells = cutAll(mesh, options).field.size();
         EXPECT_LT(cells, 50'000U);
-        const double estimate = estimatedSensorCount(mesh, selectFaces(mesh, {}, "test"), options);
+        const double estimate =
+            estimatedSensorCount(mesh, selectFaces(mesh, {}, 0.0, "test").faces, options);
         EXPECT_NEAR(std::log2(estimate / static_cast<double>(cells)), 0.0, 1.2);
     }
     // Neighbouring numbers at 1e12 are 1e-4 apart: halving ends there.

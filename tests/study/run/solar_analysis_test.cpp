@@ -1,4 +1,5 @@
 #include "study/model/mesh.h"
+#include "study/model/selection.h"
 #include "study/model/sensor_grid.h"
 #include "study/run/calculate_sensors.h"
 #include "study/run/run_sun.h"
@@ -46,7 +47,8 @@ std::pair<Scene, SensorField> courtAt(const Vector3& place) {
     }
     Scene scene;
     appendTriangles(mesh, scene);
-    return {scene, cutIntoSensors(mesh, selectFaces(mesh, {}, ""), {.spacing = 0.7}).field};
+    return {scene,
+            cutIntoSensors(mesh, selectFaces(mesh, {}, 0.0, "").faces, {.spacing = 0.7}).field};
 }
 
 /// Sun in the afternoon only, so that west and east differ.
