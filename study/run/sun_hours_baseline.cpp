@@ -39,6 +39,7 @@ constexpr std::array sunFields = {
     SunField{"/rule/which_days", "--days"},
     SunField{"/rule/time_basis", "--time"},
     SunField{"/rule/window_h", "--hours"},
+    SunField{"/rule/summer_time/text", "--dst"},
     SunField{"/rule/count", "--count"},
     SunField{"/rule/least_span_min", "--min-span"},
     SunField{"/rule/hours", "--min"},
