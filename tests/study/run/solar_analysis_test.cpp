@@ -263,9 +263,10 @@ TEST_F(StudyTest, HourlyOptionsChangeTheResults) {
     // Percent: half of one comes close to what the finest splits give, a hundred split nothing.
     for (const auto& [tolerance, part] :
          {std::pair{&HourlyOptions::skyTolerance, "sky"}, {&HourlyOptions::sunTolerance, "beam"}}) {
-        const auto at = [&, &field = field, &scene = scene](double percent) {
-            options.hourly.*tolerance = percent;
-            return calculate(scene, field)[part];
+        const auto at = [&, &field = field, &scene = scene, toleranceOf = tolerance,
+                         column = part](double percent) {
+            options.hourly.*toleranceOf = percent;
+            return calculate(scene, field)[column];
         };
         const std::vector<float> finest = at(0.02);
         const auto errorOf = [&](const std::vector<float>& values) {
