@@ -5,8 +5,8 @@
 #include "study/model/model_formats.h"
 #include "study/model/selection.h"
 #include "study/support/errors.h"
-#include "tests/support/test_data.h"
 #include "tests/study/support/study_fixture.h"
+#include "tests/support/test_data.h"
 
 #include <gmock/gmock.h>
 
