@@ -320,7 +320,7 @@ struct Seed {
     std::string content;
 };
 std::vector<Seed> seeds() {
-    const std::filesystem::path source = test::sourceFolder();
+    const std::filesystem::path source = insolate::test::sourceFolder();
     std::vector<Seed> result;
     for (const auto& entry : std::filesystem::directory_iterator(source / "fuzz/corpus/models")) {
         const std::string bytes = test::readFile(entry.path());
