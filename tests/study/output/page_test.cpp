@@ -279,7 +279,7 @@ TEST(PageModel, KeepsStepsInAByteWithCommonEnds) {
 
 /// The same table is read by viewer/tests/unit/colors.test.ts.
 TEST(PageModel, HasTheColoursOfThePictures) {
-    std::ifstream file(test::sourceFolder() / "viewer/tests/colors.json");
+    std::ifstream file(insolate::test::sourceFolder() / "viewer/tests/colors.json");
     const nlohmann::json table = nlohmann::json::parse(file);
     for (const auto& [name, scheme] : {std::pair("sequential", ColorScheme::sequential),
                                        std::pair("diverging", ColorScheme::diverging)}) {
