@@ -270,16 +270,15 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.flag("open-ground", options.hourly.openGround,
                "hourly: the scene does not hide the ground; for a scene that models its own "
                "ground, which would else count as in the way of the ground's light");
-    table.add({.name = "hours-of",
-               .kind = Option::Kind::list,
-               .help = "hourly: also write the hours of all sensors (hours.nc), of the groups of "
-                       "--by, or of these sensors, numbered from 0 as in sensors.csv: 0,17,4 "
-                       "(hours.nc and hours.csv)",
-               .typeName = "all|groups|N,...",
-               .separator = ',',
-               .take = [&](const std::string& text) {
-                   takeHoursOf(options.hourly.hoursOf, text);
-               }});
+    table.add(
+        {.name = "hours-of",
+         .kind = Option::Kind::list,
+         .help = "hourly: also write the hours of all sensors (hours.nc), of the groups of "
+                 "--by, or of these sensors, numbered from 0 as in sensors.csv: 0,17,4 "
+                 "(hours.nc and hours.csv)",
+         .typeName = "all|groups|N,...",
+         .separator = ',',
+         .take = [&](const std::string& text) { takeHoursOf(options.hourly.hoursOf, text); }});
     table.add({.name = "split",
                .help = "hourly: also give the results of each month, season or day of the period, "
                        "by the same rays",
@@ -346,7 +345,7 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                "start if there is none, refused if it was of another study");
     // An option of whatever kind counts for --resume unless it is known to leave finished sensors
     // as they are; of files the content counts, not the name.
-    constexpr std::array leavesSensorsAlone = {"threads",  "force",        "resume", "series",
+    constexpr std::array leavesSensorsAlone = {"threads",  "force",        "resume", "hours-of",
                                                "by",       "tilt-classes", "page",   "page-limit",
                                                "enclosed", "dry-run"};
     for (const std::string& name : table.names()) {

@@ -3,8 +3,8 @@
 #include "study/output/color_map.h"
 #include "study/output/page_bytes.h"
 #include "study/output/page_model.h"
-#include "tests/support/test_data.h"
 #include "tests/study/output/output_support.h"
+#include "tests/support/test_data.h"
 
 #include <cmath>
 #include <cstdlib>

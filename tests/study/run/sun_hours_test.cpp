@@ -413,11 +413,11 @@ TEST_F(SunHoursRun, TakesAwayWhatAnotherQuestionHasLeft) {
     Progress silent;
     runSunHours(options, silent);
     EXPECT_TRUE(std::filesystem::exists(options.out / "spans.csv"));
-    m_folder.write("left/series.csv", "of the user");
+    m_folder.write("left/hours.csv", "of the user");
     options.spans = false;
     runSunHours(options, silent);
     EXPECT_FALSE(std::filesystem::exists(options.out / "spans.csv"));
-    EXPECT_TRUE(std::filesystem::exists(options.out / "series.csv")) << "it is not ours";
+    EXPECT_TRUE(std::filesystem::exists(options.out / "hours.csv")) << "it is not ours";
     options.spans = true;
     runSunHours(options, silent);
     RunOptions run;
@@ -427,12 +427,12 @@ TEST_F(SunHoursRun, TakesAwayWhatAnotherQuestionHasLeft) {
     run.out = options.out;
     runStudy(run, silent);
     EXPECT_FALSE(std::filesystem::exists(options.out / "spans.csv")) << "of the sun hours";
-    std::filesystem::remove(options.out / "series.csv");
-    run.hourly.series = {0};
+    std::filesystem::remove(options.out / "hours.csv");
+    run.hourly.hoursOf.sensors = {0};
     runStudy(run, silent);
-    EXPECT_TRUE(std::filesystem::exists(options.out / "series.csv"));
+    EXPECT_TRUE(std::filesystem::exists(options.out / "hours.csv"));
     runSunHours(options, silent);
-    EXPECT_FALSE(std::filesystem::exists(options.out / "series.csv")) << "of the run";
+    EXPECT_FALSE(std::filesystem::exists(options.out / "hours.csv")) << "of the run";
 }
 
 TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {
