@@ -39,6 +39,8 @@ class Soak:
     def __init__(self, command, work, seed):
         self.command, self.work, self.random = os.path.abspath(command), os.path.abspath(work), random.Random(seed)
         os.makedirs(self.work, exist_ok=True)
+        self.is_ending = False
+        signal.signal(signal.SIGTERM, self.end)
         self.weather = os.path.join(os.path.dirname(__file__), "../../examples/courtyard/weather.epw")
         with open(self.path("court.obj"), "w") as file:
             file.write(COURT)
@@ -61,6 +63,10 @@ class Soak:
             if self.start(study, folder).wait() != 0:
                 sys.exit(f"study {number} fails: {self.said(folder)}")
             self.references.append((folder, time.monotonic() - begin))
+
+    def end(self, *_):
+        """A termination request: what was done so far is counted and said."""
+        self.is_ending = True
 
     def path(self, name):
         return os.path.join(self.work, name)
@@ -101,9 +107,9 @@ class Soak:
                 self.fault(f"{name} is not whole", folder)
 
     def signals(self, count):
-        times, stopped = [], 0
-        for i in range(count):
-            number = i % len(self.studies)
+        times, stopped, done = [], 0, 0
+        while done < count and not self.is_ending:
+            number = done % len(self.studies)
             folder = self.path("signals")
             shutil.rmtree(folder, ignore_errors=True)
             process = self.start(self.studies[number], folder)
@@ -121,14 +127,15 @@ class Soak:
             self.check(number, folder, complete=code == 0)
             if code != 0 and os.path.isdir(folder) and set(os.listdir(folder)) & set(OURS):
                 self.check(number, folder, complete=True)  # asked when all had their names
+            done += 1
         times.sort()
         share = lambda part: times[min(len(times) - 1, int(part * len(times)))] if times else 0.0
-        print(f"signals: {count}, {stopped} before the end; until the process had ended: median {share(0.5):.3f} s, "
+        print(f"signals: {done}, {stopped} before the end; until the process had ended: median {share(0.5):.3f} s, "
               f"99 % {share(0.99):.3f} s, longest {share(1.0):.3f} s", flush=True)
 
     def kills(self, count):
         done, completed, folder = 0, 0, self.path("kills")
-        while done < count:
+        while done < count and not self.is_ending:
             number = self.random.randrange(1, len(self.studies))
             shutil.rmtree(folder, ignore_errors=True)
             for _ in range(5):
@@ -144,8 +151,8 @@ class Soak:
         print(f"kills: {done}; {completed} resumed runs with the bytes of an undisturbed one", flush=True)
 
     def disks(self, count):
-        refused = 0
-        for i in range(count):
+        refused, done = 0, 0
+        while done < count and not self.is_ending:
             number = self.random.randrange(1, len(self.studies))
             disk = self.path("disk")
             os.makedirs(disk, exist_ok=True)
@@ -160,14 +167,15 @@ class Soak:
                 if code not in (0, 1) or (code == 1 and "; " not in said):
                     self.fault(f"exit code {code} on {size} bytes: {said}", disk)
                 refused += code
+                done += 1
                 self.check(number, folder, complete=code == 0)
             finally:
                 subprocess.run(["umount", disk], check=True)
-        print(f"full disks: {count} of 16 kB to 16 MB, {refused} too small: exit 1, no result half", flush=True)
+        print(f"full disks: {done} of 16 kB to 16 MB, {refused} too small: exit 1, no result half", flush=True)
 
     def races(self, count):
-        both, folder = 0, self.path("races")
-        for i in range(count):
+        both, done, folder = 0, 0, self.path("races")
+        while done < count and not self.is_ending:
             number = self.random.randrange(1, len(self.studies))
             shutil.rmtree(folder, ignore_errors=True)
             first = self.start(self.studies[number], folder)
@@ -177,8 +185,9 @@ class Soak:
             if codes not in ([0, 0], [0, 1]):
                 self.fault(f"exit codes {codes}", folder)
             both += codes == [0, 0]
+            done += 1
             self.check(number, folder, complete=True)
-        print(f"races: {count} pairs, {both} one after the other, {count - both} with the second refused", flush=True)
+        print(f"races: {done} pairs, {both} one after the other, {done - both} with the second refused", flush=True)
 
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)

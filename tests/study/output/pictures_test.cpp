@@ -537,6 +537,16 @@ TEST(ZBufferTest, trianglesThatShareEdgesLeaveNoGapAndTheNearestWins) {
     }
     EXPECT_GT(blue, 2); // only the corner that rises above depth 5
     EXPECT_LT(blue, 12);
+
+    // Drawn in front of the scene, cells still hide each other.
+    ZBuffer outlined(10, 10, 1);
+    for (const auto& [depth, color] : {std::pair{9.0, 0x0000FFU}, {1.0, 0xFF0000U}}) {
+        outlined.drawTriangle({0, 0, depth}, {40, 0, depth}, {0, 40, depth}, color, {0, 0, 1},
+                              Surface::cellInFront);
+    }
+    pixels.resize(100);
+    outlined.resolve({1.0, 1.0, 1.0}, pixels, 10);
+    EXPECT_EQ(pixels[0], 0xFF0000FFU);
 }
 
 } // namespace

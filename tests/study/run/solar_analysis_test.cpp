@@ -253,6 +253,8 @@ TEST_F(StudyTest, HourlyOptionsChangeTheResults) {
     options.method = "hourly";
     options.period = {.startDay = 172, .endDay = 172};
     EXPECT_EQ(open("peak_hour"), 171.0f * 24.0f + 14.0f) << "the first hour of direct sun";
+    EXPECT_NEAR(open("sky_view", walls), 50.0f, 0.5f);
+    EXPECT_NEAR(open("ground_view", walls), 50.0f, 0.5f);
     auto [scene, field] = courtAt({0, 0, 0});
     EXPECT_EQ(calculate(scene, field)["ground"].back(), 0.0f);
     options.hourly.openGround = true;
