@@ -12,6 +12,8 @@ export interface LegendContent {
   histogram: Histogram;
   /// Values outside of it are muted; null: none are.
   range: [number, number] | null;
+  /// Whether the ends are the reader's own.
+  hasOwnEnds: boolean;
   /// What the filter leaves, in words.
   filterText: string;
 }
@@ -72,6 +74,7 @@ export class Legend {
     const decimals = Math.max(0, Math.min(4, Math.ceil(-Math.log10(content.step) - 1e-9)));
     this.top.value = scale.highest.toFixed(decimals);
     this.bottom.value = scale.lowest.toFixed(decimals);
+    this.reset.hidden = !content.hasOwnEnds;
     this.filter.replaceChildren(content.filterText);
     if (content.range) {
       this.filter.append(
@@ -109,7 +112,7 @@ export class Legend {
   /// Ends beyond which the colours go on are open.
   private opened(a: number, b: number): [number, number] | null {
     const { lowest, highest } = this.content?.scale ?? { lowest: 0, highest: 1 };
-    const near = 0.004 * (highest - lowest);
+    const near = 0.012 * (highest - lowest);
     const from = Math.min(a, b) <= lowest + near ? -Infinity : Math.min(a, b);
     const to = Math.max(a, b) >= highest - near ? Infinity : Math.max(a, b);
     return from === -Infinity && to === Infinity ? null : [from, to];

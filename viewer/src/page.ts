@@ -225,6 +225,7 @@ export class Page {
       step: column.step,
       histogram: areas,
       range: this.range,
+      hasOwnEnds: this.ends[0] !== null || this.ends[1] !== null,
       filterText: this.filterText(column),
     };
   }

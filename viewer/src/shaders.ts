@@ -91,10 +91,10 @@ void main() {
   if (sunOn) { paint *= mix(vec3(0.50, 0.52, 0.60), vec3(1.0), sunlight(world, normal)); }
   // Seen from near, cells have edges.
   vec2 grain = fwidth(within);
-  if (grid.y * grid.z > 1 && max(grain.x, grain.y) < 0.14) {
+  if (grid.y * grid.z > 1 && max(grain.x, grain.y) < 0.06) {
     vec2 edge = abs(fract(within + 0.5) - 0.5) / max(grain, vec2(1e-6));
     float near = 1.0 - smoothstep(0.4, 1.1, min(edge.x, edge.y));
-    paint = mix(paint, lines, 0.28 * near * (1.0 - smoothstep(0.08, 0.14, max(grain.x, grain.y))));
+    paint = mix(paint, lines, 0.28 * near * (1.0 - smoothstep(0.035, 0.06, max(grain.x, grain.y))));
   }
   color = vec4(paint, 1.0);
 }

@@ -749,7 +749,8 @@ export class View {
     const direction = new THREE.Vector3(
       ...directionOf({ azimuth: azimuth + turn, altitude: high }, this.north),
     );
-    this.camera.position.copy(this.controls.target).addScaledVector(direction, this.distance);
+    const distance = this.distance;
+    this.camera.position.copy(this.controls.target).addScaledVector(direction, distance);
     this.controls.update();
     this.onCamera();
     this.draw();
