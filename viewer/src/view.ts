@@ -928,10 +928,10 @@ export class View {
   /// CSS pixels, in the first of the models beside each other; null behind the viewer.
   toScreen(point: THREE.Vector3, beside = 0): { x: number; y: number } | null {
     this.camera.updateMatrixWorld();
-    const at = point.clone().project(this.camera);
-    if (at.z > 1) {
+    if (point.clone().applyMatrix4(this.camera.matrixWorldInverse).z >= 0) {
       return null;
     }
+    const at = point.clone().project(this.camera);
     const { width, height } = this.size();
     const wide = width / this.shown.length;
     return { x: beside * wide + (0.5 + 0.5 * at.x) * wide, y: (0.5 - 0.5 * at.y) * height };
