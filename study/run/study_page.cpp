@@ -1,6 +1,7 @@
 #include "study/run/study_page.h"
 
 #include "study/output/picture.h"
+#include "study/run/result_files.h"
 #include "study/run/study_record.h"
 #include "study/support/readable.h"
 
@@ -157,8 +158,7 @@ std::string pictureBytes(const PageResult& result, const std::string& subtitle,
 void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
                     Progress&, const std::stop_token& stop) {
     const RunOptions& options = study.options;
-    nlohmann::ordered_json record = runRecord(options, study.method->weather(), study.inputs);
-    study.method->describeSensors(record, results.columns);
+    const nlohmann::ordered_json record = summaryRecord(study, results);
     PageResult result;
     result.name = std::filesystem::absolute(options.out / ".").parent_path().filename().string();
     result.scene = &study.inputs.scene;

@@ -73,15 +73,24 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
         throw UsageError(place(to) +
                          " is a folder; give the name of the page: " + (to / "page.html").string());
     }
+    std::vector<std::filesystem::path> inputs;
+    for (const std::filesystem::path& earlier : options.folders) {
+        for (const char* const file : {"sensors.csv", "sensors.vtp", "summary.json"}) {
+            inputs.push_back(earlier / file);
+        }
+    }
     const std::filesystem::path parent = to.parent_path();
-    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {}, place(to));
+    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, inputs, place(to));
     const FolderHold hold(progress, folder);
-    const ResultName result{name, isOurPage};
+    for (const std::string& note : folder.notes()) {
+        progress.note(note);
+    }
+    const ResultName result = {name, isOurPage};
     folder.requireFree(result);
     std::deque<Viewed> viewed;
     std::vector<PageResult> pages;
-    for (const std::filesystem::path& source : options.folders) {
-        read(viewed.emplace_back(), source, progress, stop);
+    for (const std::filesystem::path& one : options.folders) {
+        read(viewed.emplace_back(), one, progress, stop);
     }
     for (const Viewed& one : viewed) {
         pages.push_back(one.page);
