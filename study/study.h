@@ -26,6 +26,7 @@
 #include <study/output/picture_view.h>
 #include <study/output/sensor_tables.h>
 #include <study/results/cell_neighbours.h>
+#include <study/results/comparison.h>
 #include <study/results/hour_rows.h>
 #include <study/results/label_column.h>
 #include <study/results/result_column.h>
@@ -34,8 +35,10 @@
 #include <study/results/sensor_groups.h>
 #include <study/run/option_table.h>
 #include <study/run/period_parts.h>
+#include <study/run/run_compare.h>
 #include <study/run/run_option_table.h>
 #include <study/run/run_options.h>
+#include <study/run/run_picture.h>
 #include <study/run/run_sky.h>
 #include <study/run/run_study.h>
 #include <study/run/run_sun.h>

@@ -60,7 +60,9 @@ int runCommandLine(int argc, const char* const* argv) {
     app.require_subcommand(1);
     addRunCommand(app, interruption);
     addSkyCommand(app, interruption);
+    addCompareCommand(app, interruption);
     addModelCommand(app, interruption);
+    addPictureCommand(app, interruption);
     addStudyCommand(app, interruption);
     addSunCommand(app);
     addSunHoursCommand(app, interruption);

@@ -8,6 +8,8 @@
 
 namespace insolate::app {
 
+void addCompareCommand(CLI::App& app, Interruption& interruption);
+void addPictureCommand(CLI::App& app, Interruption& interruption);
 void addRunCommand(CLI::App& app, Interruption& interruption);
 void addSkyCommand(CLI::App& app, Interruption& interruption);
 void addModelCommand(CLI::App& app, Interruption& interruption);

@@ -1,9 +1,9 @@
 #include "study/results/result_folder.h"
 
-#include "study/files/csv_record.h"
 #include "study/files/input_file.h"
 #include "study/results/vtp_reader.h"
 #include "study/support/errors.h"
+#include "study/support/fields.h"
 #include "study/support/numbers.h"
 #include "study/support/readable.h"
 
@@ -71,7 +71,9 @@ std::vector<std::string> textsAt(const Json& json, std::initializer_list<const c
 StudyFacts factsOf(const Json& summary) {
     StudyFacts facts;
     const bool isSunHours = valueAt(summary, {"rule"}) != nullptr;
-    facts.question = isSunHours ? StudyFacts::Question::sunHours : StudyFacts::Question::radiation;
+    facts.question = valueAt(summary, {"comparison"}) != nullptr ? StudyFacts::Question::comparison
+                     : isSunHours                                ? StudyFacts::Question::sunHours
+                                                                 : StudyFacts::Question::radiation;
     facts.version = textAt(summary, {"versions", "insolate"});
     const char* const site = isSunHours ? "site" : "weather";
     facts.site = textAt(summary, {site, isSunHours ? "text" : "site"});
@@ -94,6 +96,11 @@ ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
     ResultModel model;
     for (const std::string& path : textsAt(summary, {"scene", "files"})) {
         model.files.emplace_back(path);
+    }
+    const auto sensors = std::find(model.files.begin(), model.files.end(),
+                                   std::filesystem::path(textAt(summary, {"sensors", "file"})));
+    if (sensors != model.files.end()) {
+        model.sensorFile = static_cast<std::size_t>(sensors - model.files.begin());
     }
     for (const std::string& path : textsAt(summary, {"scene", "files_from_here"})) {
         model.filesFromFolder.emplace_back(path);
@@ -132,7 +139,7 @@ ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
     return model;
 }
 
-/// "total [Wh/m2]" as name and unit; without a unit the column is one of texts.
+/// "total [Wh/m2]" as name and unit.
 std::pair<std::string_view, std::string_view> headingOf(std::string_view heading) {
     const std::size_t bracket = heading.rfind(" [");
     if (bracket == std::string_view::npos || !heading.ends_with(']')) {
@@ -146,18 +153,17 @@ class TableReader {
 public:
     TableReader(ResultFolder& results, const std::stop_token& stop)
         : m_results(results), m_file(results.folder / tableName),
-          m_in(m_file, inputKinds::sensorTable, stop), m_csv(m_in, m_file) {}
+          m_in(m_file, inputKinds::sensorTable, stop) {}
 
     void read(const Json& summary) {
         readHeader(summary);
-        while (m_csv.next(m_fields)) {
+        while (readRecord()) {
             readSensor();
         }
         if (m_results.field.size() == 0) {
             throw DataError(fmt::format("{}: the table has no sensors; calculate the results again",
                                         place(m_file)));
         }
-        std::erase_if(m_results.texts, [](const TextColumn& c) { return isOrigin(c.name); });
         const auto area =
             std::find_if(m_results.columns.begin(), m_results.columns.end(),
                          [](const ResultColumn& column) { return column.name == "area"; });
@@ -169,62 +175,90 @@ public:
 
 private:
     static constexpr std::size_t coordinates = 6;
+    enum class Kind { quantity, given, origin };
 
-    /// The other file has these, without the marks that keep names from being formulas.
-    static bool isOrigin(std::string_view name) {
-        return name == "face" || name == "object" || name == "material";
+    /// The next line that is not empty, and those after it that are part of a field in quotes.
+    bool readRecord() {
+        do {
+            if (!m_in.readLine(m_text)) {
+                return false;
+            }
+            m_line = ++m_linesRead;
+            m_text.resize(m_text.size() - (m_text.ends_with('\r') ? 1 : 0));
+        } while (m_text.empty());
+        std::string more;
+        while (std::count(m_text.begin(), m_text.end(), '"') % 2 != 0) {
+            if (!m_in.readLine(more) ||
+                m_text.size() + more.size() > inputKinds::sensorTable.mostLineBytes) {
+                throw DataError(fmt::format("{}: quotes are opened and not closed; calculate the "
+                                            "results again",
+                                            place(m_file, m_line)));
+            }
+            ++m_linesRead;
+            m_text += '\n' + more;
+        }
+        splitFields(m_text, ",", m_fields);
+        return true;
     }
 
     void readHeader(const Json& summary) {
         static constexpr std::array<std::string_view, coordinates> wanted = {
             "x [m]", "y [m]", "z [m]", "nx", "ny", "nz"};
-        if (!m_csv.next(m_fields) || m_fields.size() < coordinates ||
+        if (!readRecord() || m_fields.size() < coordinates ||
             !std::equal(wanted.begin(), wanted.end(), m_fields.begin())) {
             throw DataError(fmt::format("{}: does not begin with the columns x, y, z [m], nx, ny, "
                                         "nz of a table of results; calculate the results again",
                                         place(m_file, 1)));
         }
         for (std::size_t i = coordinates; i < m_fields.size(); ++i) {
-            const auto [name, unit] = headingOf(m_fields[i]);
-            m_isText.push_back(unit.empty());
-            if (unit.empty()) {
-                m_results.texts.push_back({std::string(name), {}});
-                continue;
+            const std::string heading = unquoted(m_fields[i]);
+            const auto [name, unit] = headingOf(heading);
+            ResultColumn column{std::string(name), std::string(unit), {}, {}};
+            const bool isQuantity =
+                !unit.empty() && (valueAt(summary, {"results", column.name.c_str()}) != nullptr ||
+                                  heading == "area [m2]");
+            // The cells' file has these, without the marks that keep names from being formulas.
+            const bool isOrigin = heading == "face" || heading == "object" || heading == "material";
+            m_kinds.push_back(isQuantity ? Kind::quantity : isOrigin ? Kind::origin : Kind::given);
+            if (isQuantity) {
+                column.title = textAt(summary, {"results", column.name.c_str(), "title"});
+                if (column.title.empty()) {
+                    column.title = column.name;
+                }
+                m_results.columns.push_back(std::move(column));
+            } else if (!isOrigin) {
+                m_results.field.given.push_back({heading, {}});
             }
-            ResultColumn column;
-            column.name = name;
-            column.unit = unit;
-            column.title = textAt(summary, {"results", column.name.c_str(), "title"});
-            if (column.title.empty()) {
-                column.title = column.name;
-            }
-            m_results.columns.push_back(std::move(column));
         }
     }
 
     void readSensor() {
-        if (m_fields.size() != coordinates + m_isText.size()) {
+        if (m_fields.size() != coordinates + m_kinds.size()) {
             throw DataError(fmt::format("{}: {} fields where the header has {}; calculate the "
                                         "results again",
-                                        place(m_file, m_csv.line()), m_fields.size(),
-                                        coordinates + m_isText.size()));
+                                        place(m_file, m_line), m_fields.size(),
+                                        coordinates + m_kinds.size()));
         }
-        std::array<double, coordinates> place = {};
+        std::array<double, coordinates> numbers = {};
         for (std::size_t i = 0; i < coordinates; ++i) {
-            place[i] = number<double>(i);
+            numbers[i] = number<double>(i);
         }
-        m_results.field.positions.push_back({place[0], place[1], place[2]});
-        m_results.field.normals.push_back({place[3], place[4], place[5]});
-        std::size_t column = 0;
-        std::size_t text = 0;
-        for (std::size_t i = 0; i < m_isText.size(); ++i) {
-            if (m_isText[i]) {
-                TextColumn& texts = m_results.texts[text++];
-                if (!isOrigin(texts.name)) {
-                    texts.values.emplace_back(m_fields[coordinates + i]);
-                }
-            } else {
-                m_results.columns[column++].values.push_back(number<float>(coordinates + i));
+        if (!std::all_of(numbers.begin(), numbers.end(),
+                         [](double v) { return std::isfinite(v); })) {
+            throw DataError(fmt::format("{}: a place or a normal that is none; calculate the "
+                                        "results again",
+                                        place(m_file, m_line)));
+        }
+        m_results.field.positions.push_back({numbers[0], numbers[1], numbers[2]});
+        m_results.field.normals.push_back({numbers[3], numbers[4], numbers[5]});
+        std::size_t quantity = 0;
+        std::size_t given = 0;
+        for (std::size_t i = 0; i < m_kinds.size(); ++i) {
+            const std::size_t field = coordinates + i;
+            if (m_kinds[i] == Kind::quantity) {
+                m_results.columns[quantity++].values.push_back(number<float>(field));
+            } else if (m_kinds[i] == Kind::given) {
+                m_results.field.given[given++].values.push_back(unquoted(m_fields[field]));
             }
         }
     }
@@ -235,7 +269,7 @@ private:
         if (!value) {
             throw DataError(fmt::format("{}: field {}: {} is not a number; calculate the results "
                                         "again",
-                                        place(m_file, m_csv.line()), field + 1,
+                                        place(m_file, m_line), field + 1,
                                         quoteText(m_fields[field])));
         }
         return *value;
@@ -244,9 +278,11 @@ private:
     ResultFolder& m_results;
     std::filesystem::path m_file;
     InputFile m_in;
-    CsvReader m_csv;
+    std::string m_text; ///< of a record
     std::vector<std::string_view> m_fields;
-    std::vector<bool> m_isText; ///< behind the coordinates
+    std::size_t m_line = 0; ///< on which the record begins
+    std::size_t m_linesRead = 0;
+    std::vector<Kind> m_kinds; ///< of the columns behind the coordinates
 };
 
 /// Adds the cells of sensors.vtp, and sees to it that both files have the same sensors.

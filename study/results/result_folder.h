@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -19,10 +20,11 @@ namespace insolate::study {
 /// What a study was about and what made it, as its summary has it. Texts are empty and numbers NaN
 /// where the summary, of an older version perhaps, does not say.
 struct StudyFacts {
-    enum class Question { radiation, sunHours };
+    /// Of `insolate run`, of `insolate sunhours`, of `insolate compare`.
+    enum class Question { radiation, sunHours, comparison };
 
-    Question question = Question::radiation; ///< of `insolate run`, of `insolate sunhours`
-    std::string version;                     ///< of insolate
+    Question question = Question::radiation;
+    std::string version; ///< of insolate
     std::string site;
     double latitude = std::numeric_limits<double>::quiet_NaN();  ///< degrees, north positive
     double longitude = std::numeric_limits<double>::quiet_NaN(); ///< degrees, east positive
@@ -41,6 +43,9 @@ struct ResultModel {
     /// The files that cast shadows: as the study named them, and from the folder of the results.
     std::vector<std::filesystem::path> files;
     std::vector<std::filesystem::path> filesFromFolder; ///< as many, or none
+    /// The one of the files whose faces the sensors were cut from, as a place in them; absent for
+    /// sensors of another model, a table or a plane.
+    std::optional<std::size_t> sensorFile;
     MeshImportOptions import;
     Orient orient = Orient::outward;
     double north = 0.0;        ///< from the model's +Y clockwise to true north [degrees]
@@ -48,22 +53,17 @@ struct ResultModel {
     std::size_t triangles = 0; ///< 0 where the summary does not say
 };
 
-/// A column of the table that is no quantity: names, dates.
-struct TextColumn {
-    std::string name;
-    std::vector<std::string> values; ///< by sensor
-};
-
 struct INSOLATE_STUDY_EXPORT ResultFolder {
     std::filesystem::path folder;
     StudyFacts facts;
     ResultModel model;
-    SensorField field; ///< with cells and, where the results have them, the names of their origins
+    /// With cells and, where the results have them, the names of their origins. Columns of
+    /// sensors.csv that are no quantities, as names and dates, are given ones here.
+    SensorField field;
     /// The quantities of sensors.csv in their order, "area" aside; titles come from the summary.
     std::vector<ResultColumn> columns;
-    std::vector<TextColumn> texts; ///< the others: without a unit, origins aside
-    std::vector<float> areas;      ///< of the cells [m2]; empty for sensors without
-    std::string summary;           ///< summary.json, which is JSON in UTF-8
+    std::vector<float> areas; ///< of the cells [m2]; empty for sensors without
+    std::string summary;      ///< summary.json, which is JSON in UTF-8
 
     /// The quantity of that name, or null.
     [[nodiscard]] const ResultColumn* find(std::string_view name) const;

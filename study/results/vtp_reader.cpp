@@ -1,5 +1,6 @@
 #include "study/results/vtp_reader.h"
 
+#include "study/model/mesh.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 
@@ -113,6 +114,9 @@ std::vector<Vector3> VtpReader::points() {
     points.reserve(m_points);
     for (std::size_t i = 0; i < flat.size(); i += 3) {
         points.push_back({flat[i], flat[i + 1], flat[i + 2]});
+        if (!isFinite(points.back())) {
+            refuse("has corners that are no places");
+        }
     }
     return points;
 }

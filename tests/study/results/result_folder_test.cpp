@@ -8,6 +8,9 @@
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
+#include <cstdint>
+#include <span>
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -59,6 +62,7 @@ TEST_F(ResultFolderTest, GivesBackWhatWasAskedAndWhatCameOut) {
     EXPECT_EQ(results.facts.method, "hourly");
     EXPECT_THAT(results.facts.madeBy, HasSubstr("Testville; 1 June"));
     EXPECT_EQ(results.model.north, 30.0);
+    EXPECT_EQ(results.model.sensorFile, 0U);
     EXPECT_EQ(results.model.import.unit, LengthUnit::foot);
     EXPECT_EQ(results.find("total")->unit, "Wh/m2");
     EXPECT_EQ(results.find("total")->title, "Total radiation");
@@ -66,15 +70,22 @@ TEST_F(ResultFolderTest, GivesBackWhatWasAskedAndWhatCameOut) {
     EXPECT_THAT(results.columnNames(), testing::Contains("direct_sun_hours"));
 
     // Written again, the tables are the same bytes.
+    ASSERT_EQ(results.field.given.size(), 1U);
+    LabelColumn start{results.field.given[0].name, results.field.given[0].values, {}, "peak_hour"};
+    EXPECT_EQ(start.name, "peak_start");
+    for (std::size_t i = 0; i < results.field.size(); ++i) {
+        start.indices.push_back(static_cast<std::int32_t>(i));
+    }
+    SensorField field = results.field;
+    field.given.clear();
     std::vector<ResultColumn> columns = results.columns;
     columns.push_back({"area", "m2", "Area of the cell", results.areas});
     {
         OutputFile csv(folder.path() / "again.csv", "again.csv");
-        writeSensorsCsv(csv, results.field, columns,
-                        std::vector{*peakStarts(columns, results.facts.timeZone)});
+        writeSensorsCsv(csv, field, columns, std::span(&start, 1));
         csv.finish();
         OutputFile vtp(folder.path() / "again.vtp", "again.vtp");
-        writeSensorsVtp(vtp, results.field, columns, results.facts.madeBy);
+        writeSensorsVtp(vtp, field, columns, results.facts.madeBy);
         vtp.finish();
     }
     EXPECT_TRUE(readFile(folder.path() / "again.csv") == readFile(m_options.out / "sensors.csv"));
