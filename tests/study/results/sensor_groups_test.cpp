@@ -2,6 +2,7 @@
 #include "study/results/sensor_groups.h"
 
 #include "study/output/group_table.h"
+#include "study/results/cell_neighbours.h"
 #include "study/results/label_column.h"
 #include "study/support/iso_time.h"
 #include "tests/study/output/output_support.h"
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <numbers>
 #include <random>
+#include <tuple>
 
 namespace insolate::study {
 namespace {
@@ -138,6 +140,44 @@ TEST(SensorGroups, KeysAndClassesAreRefusedByName) {
                     checkClasses({.tilts = {20, 10}});
                 }),
                 HasSubstr("--tilt-classes 20,10"));
+}
+
+// Two rows of unit cells, the upper one shifted by half a cell, and a wall along the lower one:
+//     4   5   6        0.9 0.2 0.8
+//   0   1   2   3    0.7 0.6 0.1 0.5
+TEST(SensorGroups, BestAreaHangsTogetherAndThresholdsCountArea) {
+    SensorField field;
+    ResultColumn total{"total", "Wh/m2", "", {0.7F, 0.6F, 0.1F, 0.5F, 0.9F, 0.2F, 0.8F, 2.0F}};
+    const auto level = [&](double x, double y) {
+        addCell(field, {x, y, 0}, {x + 1, y, 0}, {x + 1, y + 1, 0}, {x, y + 1, 0}, {0, 0, 1});
+    };
+    for (int i = 0; i < 4; ++i) {
+        level(i, 0.0);
+    }
+    for (int i = 0; i < 3; ++i) {
+        level(i + 0.5, 1.0);
+    }
+    addCell(field, {0, 0, -1}, {1, 0, -1}, {1, 0, 0}, {0, 0, 0}, {0, -1, 0});
+    const auto neighbours = neighbouringCells(field);
+    using Pair = std::pair<std::uint32_t, std::uint32_t>;
+    EXPECT_THAT(neighbours, testing::ElementsAre(Pair{0, 1}, Pair{0, 4}, Pair{1, 2}, Pair{1, 4},
+                                                 Pair{1, 5}, Pair{2, 3}, Pair{2, 5}, Pair{2, 6},
+                                                 Pair{3, 6}, Pair{4, 5}, Pair{5, 6}));
+    const std::vector<float> areas(8, 1.0F);
+    for (const auto& [wanted, cells, sum, lowest] : {std::tuple{1.0, 1U, 2.0, 2.0},
+                                                     {2.0, 2U, 1.6, 0.7},
+                                                     {3.0, 3U, 2.2, 0.6},
+                                                     {4.0, 6U, 3.7, 0.2},
+                                                     {8.0, 0U, 0.0, 0.0}}) {
+        const SensorGroups groups =
+            groupSensors(field, std::span(&total, 1), areas, {},
+                         {.thresholds = {0.6, 0.0}, .bestArea = wanted, .neighbours = neighbours});
+        const BestArea& best = groups.groups[0].best;
+        EXPECT_EQ(best.sensors, cells) << wanted;
+        EXPECT_NEAR(best.sum, sum, 1e-6) << wanted;
+        EXPECT_NEAR(best.lowest, lowest, 1e-6) << wanted;
+        EXPECT_THAT(groups.groups[0].areaAbove, testing::ElementsAre(5.0, 8.0));
+    }
 }
 
 TEST_F(GroupsTest, TableHasSumsMeansAndTheDateOfThePeak) {
