@@ -61,7 +61,8 @@ void syncFolder(const fs::path& folder) {
 } // namespace
 
 OutputFile::OutputFile(const fs::path& path, std::string shownName)
-    : m_path(path), m_shownName(std::move(shownName)), m_buffer(std::make_unique<char[]>(bufferSize)) {
+    : m_path(path), m_shownName(std::move(shownName)),
+      m_buffer(std::make_unique<char[]>(bufferSize)) {
     // A name that leads elsewhere (a symbolic link planted in a shared folder) is not followed.
     m_descriptor =
         open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, mode_t{0666});

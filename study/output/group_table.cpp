@@ -106,9 +106,8 @@ std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool 
     if (bestArea > 0.0) {
         const bool isEnergy = columns.front().unit == "Wh/m2";
         add("best_area", "m2", [](const SensorGroup& group) { return group.best.area; });
-        add("best_sensors", "", [](const SensorGroup& group) {
-            return static_cast<double>(group.best.sensors);
-        });
+        add("best_sensors", "",
+            [](const SensorGroup& group) { return static_cast<double>(group.best.sensors); });
         add("best", isEnergy ? "MWh" : columns.front().unit + "*m2",
             [factor = isEnergy ? 1.0e-6 : 1.0](const SensorGroup& group) {
                 return factor * group.best.sum;
@@ -130,7 +129,7 @@ void writeGroupsCsv(OutputFile& out, std::span<const SensorGroups> groupings,
             return std::any_of(grouping.groups.begin(), grouping.groups.end(),
                                [](const SensorGroup& group) { return group.area > 0.0; });
         });
-    const std::vector<GroupField> fields = 
+    const std::vector<GroupField> fields =
         groupFields(columns, hasAreas, timeZone, thresholds, bestArea);
     out.write(keyHeadings);
     for (const GroupField& field : fields) {

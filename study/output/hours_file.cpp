@@ -63,9 +63,10 @@ HoursFile::HoursFile(OutputFile& out, HoursHead head, const SensorField& field,
          {"z", "z_bounds", "height", "Z", &Vector3::z}}};
     std::size_t most = 0;
     for (const std::size_t sensor : sensors) {
-        most = field.hasCells() ? std::max<std::size_t>(most, field.cellStart[sensor + 1] -
-                                                                  field.cellStart[sensor])
-                                : 0;
+        most =
+            field.hasCells()
+                ? std::max<std::size_t>(most, field.cellStart[sensor + 1] - field.cellStart[sensor])
+                : 0;
     }
     const int corner = most > 0 ? file.addDimension("corner", most) : 0;
     for (Coordinate& c : coordinates) {
@@ -92,14 +93,13 @@ HoursFile::HoursFile(OutputFile& out, HoursHead head, const SensorField& field,
     };
     std::vector<Names> names;
     if (!field.origins.empty()) {
-        for (LabelColumn& labels :
-             std::array{objectLabels(field), materialLabels(field)}) {
+        for (LabelColumn& labels : std::array{objectLabels(field), materialLabels(field)}) {
             Names one{std::move(labels)};
             const std::string dimension = one.labels.name + "_name";
             const std::string texts = one.labels.name + "_names";
             one.variable = file.addVariable(one.labels.name.c_str(), Type::int32, {m_row});
-            describe(file, one.variable,
-                     ("place in " + texts + ", from 0; -1 for none").c_str(), "");
+            describe(file, one.variable, ("place in " + texts + ", from 0; -1 for none").c_str(),
+                     "");
             if (!one.labels.labels.empty()) {
                 const int many = file.addDimension(dimension.c_str(), one.labels.labels.size());
                 one.texts = file.addVariable(texts.c_str(), Type::text, {many});
@@ -135,7 +135,8 @@ HoursFile::HoursFile(OutputFile& out, HoursHead head, const SensorField& field,
         }
     }
     each(numbers, tilt, [&](std::size_t sensor) { return tiltOf(field.normals[sensor]); });
-    each(numbers, azimuth, [&](std::size_t sensor) { return azimuthInModel(field.normals[sensor]); });
+    each(numbers, azimuth,
+         [&](std::size_t sensor) { return azimuthInModel(field.normals[sensor]); });
     if (!areas.empty()) {
         each(numbers, area, [&](std::size_t sensor) { return static_cast<double>(areas[sensor]); });
     }
@@ -188,10 +189,10 @@ void HoursFile::addTime() {
     m_time = file.addDimension("time", m_head.hours.size());
     const int two = file.addDimension("two", 2);
     m_timeVariable = file.addVariable("time", Type::float64, {m_time});
-    describe(file, m_timeVariable, "middle of the hour, in a year that stands for any",
-             fmt::format("hours since {}-01-01 00:00:00 {}", nominalYear,
-                         isoOffset(m_head.timeZone))
-                 .c_str());
+    describe(
+        file, m_timeVariable, "middle of the hour, in a year that stands for any",
+        fmt::format("hours since {}-01-01 00:00:00 {}", nominalYear, isoOffset(m_head.timeZone))
+            .c_str());
     file.setText(m_timeVariable, "standard_name", "time");
     file.setText(m_timeVariable, "calendar", "standard");
     file.setText(m_timeVariable, "axis", "T");
@@ -206,15 +207,14 @@ void HoursFile::addValues(const char* coordinates) {
          {"sky", "diffuse radiation of the sky on the surface"},
          {"ground", "radiation reflected by the ground on the surface"}}};
     for (std::size_t p = 0; p < parts.size(); ++p) {
-        const int variable =
-            file.addVariable(parts[p].first, Type::uint16, {m_row, m_time});
+        const int variable = file.addVariable(parts[p].first, Type::uint16, {m_row, m_time});
         describe(file, variable, parts[p].second, "W h m-2");
         file.setText(variable, "cell_methods", "time: sum");
         file.setText(variable, "coordinates", coordinates);
         file.setNumber(variable, "scale_factor", step);
         file.setFill(variable, noValue);
-        file.setChunks(variable, {std::min(chunkRows, m_rows),
-                                  std::min(chunkHours, m_head.hours.size())});
+        file.setChunks(variable,
+                       {std::min(chunkRows, m_rows), std::min(chunkHours, m_head.hours.size())});
         m_variables[p] = variable;
         m_block[p].resize(std::min(chunkRows, m_rows) * m_head.hours.size());
     }

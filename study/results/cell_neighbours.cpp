@@ -28,9 +28,7 @@ bool overlap(const Edge& a, const Edge& b) {
     }
     const Vector3 unit = along * (1.0 / size);
     const auto place = [&](const Vector3& point) { return dot(point - a.from, unit); };
-    const auto distance = [&](const Vector3& point) {
-        return length(cross(point - a.from, unit));
-    };
+    const auto distance = [&](const Vector3& point) { return length(cross(point - a.from, unit)); };
     if (distance(b.from) > samePlace || distance(b.to) > samePlace) {
         return false;
     }
@@ -75,8 +73,7 @@ neighbouringCells(const SensorField& field, const std::stop_token& stop) {
         std::array<std::array<std::int64_t, 2>, 3> range{};
         constexpr std::array members = {&Vector3::x, &Vector3::y, &Vector3::z};
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            const auto [low, high] =
-                std::minmax(edge.from.*members[axis], edge.to.*members[axis]);
+            const auto [low, high] = std::minmax(edge.from.*members[axis], edge.to.*members[axis]);
             range[axis] = {boxOf(low - samePlace), boxOf(high + samePlace)};
         }
         for (std::int64_t x = range[0][0]; x <= range[0][1]; ++x) {

@@ -10,10 +10,10 @@
 
 namespace insolate::study {
 
-void calculateHours(const RadiationMethod& method, const SensorWork& work,
-                    std::span<const std::size_t> sensors, int threads,
-                    const std::function<void(std::size_t first, std::span<const SensorHours>)>& take,
-                    Progress& progress, const std::stop_token& stop) {
+void calculateHours(
+    const RadiationMethod& method, const SensorWork& work, std::span<const std::size_t> sensors,
+    int threads, const std::function<void(std::size_t first, std::span<const SensorHours>)>& take,
+    Progress& progress, const std::stop_token& stop) {
     constexpr std::size_t sensorsAtOnce = 256; // 27 MB
     std::vector<SensorHours> hours(std::min(sensorsAtOnce, sensors.size()));
     tbb::task_arena arena(usedThreads(threads));

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "study/model/scene.h"
-#include "study/results/result_column.h"
 #include "study/results/hour_rows.h"
+#include "study/results/result_column.h"
 #include "study/results/sky_pages.h"
 #include "study/run/mask_source.h"
 #include "study/run/process_scene.h"

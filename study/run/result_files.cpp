@@ -35,8 +35,8 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
     return columns;
 }
 
-void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-              Progress&, const std::stop_token& stop) {
+void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& results, Progress&,
+              const std::stop_token& stop) {
     std::vector<LabelColumn> labels;
     if (auto starts = peakStarts(results.columns, study.method->weather().site.timeZone)) {
         labels.push_back(std::move(*starts));
@@ -44,8 +44,8 @@ void writeCsv(OutputFile& out, const PreparedStudy& study, const StudyResults& r
     writeSensorsCsv(out, study.inputs.field, tableColumns(results), labels, stop);
 }
 
-void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-              Progress&, const std::stop_token& stop) {
+void writeVtp(OutputFile& out, const PreparedStudy& study, const StudyResults& results, Progress&,
+              const std::stop_token& stop) {
     writeSensorsVtp(out, study.inputs.field, tableColumns(results),
                     studySubtitle(study.options, study.method->weather()), stop);
 }
@@ -71,8 +71,8 @@ void writePicture(OutputFile& out, const PreparedStudy& study, const StudyResult
     drawPicture(out, study.inputs.scene, study.inputs.field, shown, picture, stop);
 }
 
-void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                Progress&, const std::stop_token&) {
+void writeMasks(OutputFile& out, const PreparedStudy& study, const StudyResults& results, Progress&,
+                const std::stop_token&) {
     results.seen.write(out, study.visibility);
 }
 
@@ -113,8 +113,8 @@ void writeHours(OutputFile& out, const PreparedStudy& study, const StudyResults&
 
 void writeHoursTable(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
                      Progress&, const std::stop_token&) {
-    writeHoursCsv(out, hoursOfPeriod(study.options.period),
-                  study.method->weather().site.timeZone, results.hours);
+    writeHoursCsv(out, hoursOfPeriod(study.options.period), study.method->weather().site.timeZone,
+                  results.hours);
 }
 
 void writeSummary(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
@@ -141,9 +141,7 @@ constexpr std::array listedFiles = {
     ResultFile{"hours.nc", [](const RunOptions& o) { return o.hourly.hoursOf.any(); }, writeHours,
                isOurHoursFile, true},
     ResultFile{"hours.csv",
-               [](const RunOptions& o) {
-                   return o.hourly.hoursOf.any() && !o.hourly.hoursOf.all;
-               },
+               [](const RunOptions& o) { return o.hourly.hoursOf.any() && !o.hourly.hoursOf.all; },
                writeHoursTable, isOurHoursCsv, true},
     // Earlier versions wrote it where hours.csv stands now.
     ResultFile{"series.csv", never, nullptr, isOurSeriesCsv, true},

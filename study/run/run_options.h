@@ -28,11 +28,11 @@ struct HourlyOptions {
     /// takes what two rays for each sky cell give.
     double skyTolerance = 0.0;
     double sunTolerance = 0.0;
-    std::optional<double> albedo = {};    ///< of the ground, 0..1; absent: usualAlbedo
-    bool monthlyAlbedo = false;           ///< from the weather file, where it has one
-    bool openGround = false;              ///< the scene does not hide the ground below the horizon
-    bool unshaded = false; ///< also what each sensor would get without the scene
-    HoursOf hoursOf = {};                 ///< whose hours are wanted
+    std::optional<double> albedo = {}; ///< of the ground, 0..1; absent: usualAlbedo
+    bool monthlyAlbedo = false;        ///< from the weather file, where it has one
+    bool openGround = false;           ///< the scene does not hide the ground below the horizon
+    bool unshaded = false;             ///< also what each sensor would get without the scene
+    HoursOf hoursOf = {};              ///< whose hours are wanted
 
     PeriodSplit split = PeriodSplit::none; ///< parts of the period with results of their own
     std::vector<AskedPeriod> periods = {}; ///< others of them

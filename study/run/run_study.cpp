@@ -2,8 +2,8 @@
 
 #include "study/files/folder_hold.h"
 #include "study/model/sensor_grid.h"
-#include "study/results/cell_neighbours.h"
 #include "study/output/summary.h"
+#include "study/results/cell_neighbours.h"
 #include "study/run/calculate_hours.h"
 #include "study/run/calculate_sensors.h"
 #include "study/run/result_files.h"
@@ -29,9 +29,10 @@ namespace {
 void checkHoursOf(const RunOptions& options, std::size_t sensors) {
     for (const std::size_t sensor : options.hourly.hoursOf.sensors) {
         if (sensor >= sensors) {
-            throw UsageError(fmt::format("--hours-of {}: there is no such sensor; give numbers from "
-                                         "0 to {}, the lines of sensors.csv below its header",
-                                         sensor, sensors - 1));
+            throw UsageError(
+                fmt::format("--hours-of {}: there is no such sensor; give numbers from "
+                            "0 to {}, the lines of sensors.csv below its header",
+                            sensor, sensors - 1));
         }
     }
 }

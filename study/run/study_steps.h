@@ -2,9 +2,9 @@
 #pragma once
 
 #include "study/files/output_folder.h"
+#include "study/results/hour_rows.h"
 #include "study/results/result_column.h"
 #include "study/results/sensor_groups.h"
-#include "study/results/hour_rows.h"
 #include "study/run/mask_source.h"
 #include "study/run/partial_results.h"
 #include "study/run/radiation_method.h"

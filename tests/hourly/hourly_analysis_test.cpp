@@ -594,14 +594,14 @@ TEST(HourlyAnalysis, PartsAddUpAndAreWhatTheyGiveAlone) {
     const WeatherSeries weather = chicago();
     std::vector<HourlySky> parts;
     for (int month = 1; month <= 12; ++month) {
-        parts.push_back(buildHourlySky(weather, {dayIndex(month, 1) + 1,
-                                                 month < 12 ? dayIndex(month + 1, 1) : 365}));
+        parts.push_back(buildHourlySky(
+            weather, {dayIndex(month, 1) + 1, month < 12 ? dayIndex(month + 1, 1) : 365}));
     }
     parts.push_back(buildHourlySky(weather, {152, 243, 9.0, 17.0}));
     const HourlySky year = buildHourlySky(weather);
     for (const double tolerance : {0.0, 0.005}) {
-        const HourlyAnalysis analysis(
-            year, {.skyTolerance = tolerance, .sunTolerance = tolerance}, parts);
+        const HourlyAnalysis analysis(year, {.skyTolerance = tolerance, .sunTolerance = tolerance},
+                                      parts);
         ASSERT_EQ(analysis.partCount(), 13U);
         for (int kind = 0; kind < 8; ++kind) { // walls, roofs, two sides, a point
             SCOPED_TRACE(kind);
@@ -612,9 +612,10 @@ TEST(HourlyAnalysis, PartsAddUpAndAreWhatTheyGiveAlone) {
             std::vector<SensorPart> got(13);
             const SensorResult whole = analysis.evaluate(scene, {{0, 0, 0}, normal}, got);
             const double slack = 1e-5 * static_cast<double>(whole.total);
-            for (const auto& [part, of] :
-                 {std::pair{&SensorPart::total, whole.total}, {&SensorPart::beam, whole.beam},
-                  {&SensorPart::sky, whole.sky}, {&SensorPart::ground, whole.ground}}) {
+            for (const auto& [part, of] : {std::pair{&SensorPart::total, whole.total},
+                                           {&SensorPart::beam, whole.beam},
+                                           {&SensorPart::sky, whole.sky},
+                                           {&SensorPart::ground, whole.ground}}) {
                 double sum = 0.0;
                 for (std::size_t month = 0; month < 12; ++month) {
                     sum += static_cast<double>(got[month].*part);

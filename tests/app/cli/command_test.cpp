@@ -102,9 +102,9 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     EXPECT_NEAR(std::stod(said.substr(4)), highest / 1000.0, 1e-3 * highest / 1000.0);
     ASSERT_EQ(series.size(), 1U + 4U * 10U);
     EXPECT_THAT(series[0],
-                testing::ElementsAre("hour_of_year", "start", "beam_3 [Wh/m2]",
-                                     "sky_3 [Wh/m2]", "ground_3 [Wh/m2]", "beam_12 [Wh/m2]",
-                                     "sky_12 [Wh/m2]", "ground_12 [Wh/m2]"));
+                testing::ElementsAre("hour_of_year", "start", "beam_3 [Wh/m2]", "sky_3 [Wh/m2]",
+                                     "ground_3 [Wh/m2]", "beam_12 [Wh/m2]", "sky_12 [Wh/m2]",
+                                     "ground_12 [Wh/m2]"));
     EXPECT_EQ(series[1][0] + " " + series[1][1], "9 2001-01-01T08:00+00:00"); // half of it counts
     EXPECT_EQ(series[21][0] + " " + series[21][1], "8721 2001-12-30T08:00+00:00");
     double sum = 0.0;
@@ -117,8 +117,8 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
               {"\"albedo\": 0.3", "\"ground\": \"open\"", "\"sun_tolerance_percent\": 1.0",
                "\"sky_tolerance_percent\": 3.0", "\"while_the_sun_is_down\"", "\"highest_peak\""});
 
-    // A run without it takes the earlier run's hours away, those of earlier versions too, but no file
-    // that only has the name.
+    // A run without it takes the earlier run's hours away, those of earlier versions too, but no
+    // file that only has the name.
     write("h/series.csv", "hour_of_year,month,day,hour\n");
     const std::string without = "run --weather good.epw --scene court.obj --period 1/1 --out h";
     EXPECT_EQ(command(without + " --grid 0.001").exitCode, 2);

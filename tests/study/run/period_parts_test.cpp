@@ -25,9 +25,9 @@ TEST(PeriodParts, SplitsAtMonthsSeasonsAndDays) {
     ASSERT_EQ(months.size(), 12U);
     EXPECT_EQ(months[1], "feb 32-59");
     EXPECT_EQ(months[11], "dec 335-365");
-    EXPECT_THAT(namesOf(partsOf(year, PeriodSplit::season, {})),
-                ElementsAre("dec_feb 335-59", "mar_may 60-151", "jun_aug 152-243",
-                            "sep_nov 244-334"));
+    EXPECT_THAT(
+        namesOf(partsOf(year, PeriodSplit::season, {})),
+        ElementsAre("dec_feb 335-59", "mar_may 60-151", "jun_aug 152-243", "sep_nov 244-334"));
     EXPECT_EQ(partsOf(year, PeriodSplit::day, {}).size(), 365U);
     EXPECT_THAT(namesOf(partsOf({.startDay = 364, .endDay = 1}, PeriodSplit::day, {})),
                 ElementsAre("12_30 364-364", "12_31 365-365", "01_01 1-1"));
@@ -51,9 +51,8 @@ TEST(PeriodParts, TakesPeriodsWithAndWithoutHours) {
     EXPECT_EQ(parts[0].period.startHour, 6.0);
     EXPECT_EQ(parts[1].name, "06_01_08_31_0830_1700");
     EXPECT_EQ(parts[1].text, "1 June to 31 August, 8:30 to 17:00");
-    EXPECT_THAT(test::messageOf([&] {
-                    partsOf(summer, PeriodSplit::none, {parseAskedPeriod("6/21:5-9")});
-                }),
+    EXPECT_THAT(test::messageOf(
+                    [&] { partsOf(summer, PeriodSplit::none, {parseAskedPeriod("6/21:5-9")}); }),
                 testing::HasSubstr("--periods: 21 June, 5:00 to 9:00 does not lie in"));
 }
 

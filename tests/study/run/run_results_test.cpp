@@ -90,8 +90,8 @@ TEST_F(RunResults, GroupsAndMonthsAddUp) {
         byMaterial[sensors["material"][i]] += energy;
         double months = 0.0;
         double hours = 0.0;
-        for (const char* month : {"jan", "feb", "mar", "apr", "may", "jun", "jul", "aug", "sep",
-                                  "oct", "nov", "dec"}) {
+        for (const char* month :
+             {"jan", "feb", "mar", "apr", "may", "jun", "jul", "aug", "sep", "oct", "nov", "dec"}) {
             months += numberAt(sensors, std::string("total_") + month, i);
             hours += numberAt(sensors, std::string("direct_sun_hours_") + month, i);
         }
