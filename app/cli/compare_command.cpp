@@ -1,8 +1,8 @@
 #include "app/cli/commands.h"
 #include "app/cli/table_arguments.h"
-#include "app/terminal/progress.h"
 #include "study/run/run_compare.h"
 
+#include <filesystem>
 #include <memory>
 
 namespace insolate::app {
@@ -10,8 +10,8 @@ namespace insolate::app {
 namespace {
 
 struct CompareArguments {
+    std::filesystem::path a, b; ///< given by their places
     study::CompareRunOptions options;
-    bool quiet = false;
     study::OptionTable table;
 };
 
@@ -23,16 +23,17 @@ void addCompareCommand(CLI::App& app, Interruption& interruption) {
                    "Writes sensors.csv, sensors.vtp (ParaView), groups.csv, heatmap.png and "
                    "summary.json.");
     auto compare = std::make_shared<CompareArguments>();
-    command->add_option("A", compare->options.a, "Folder of results, as they were")->required();
-    command->add_option("B", compare->options.b, "Folder of results, as they are now")->required();
+    command->add_option("A", compare->a, "Folder of results, as they were")->required();
+    command->add_option("B", compare->b, "Folder of results, as they are now")->required();
     study::addCompareOptions(compare->table, compare->options);
-    compare->table.flag("quiet", compare->quiet, "Say nothing but warnings and errors");
-    auto arguments = std::make_shared<TableArguments>(*command, compare->table);
+    auto arguments = std::make_shared<TableArguments>(
+        *command, compare->table,
+        [compare, usual = compare->options] { compare->options = usual; });
     command->callback([compare, arguments, &interruption] {
-        arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, compare->quiet),
-                                      &interruption);
-            study::runCompare(compare->options, progress, interruption.token());
+        arguments->run(interruption, [&](study::StudyBatch& batch, const std::string&) {
+            compare->options.a = compare->a;
+            compare->options.b = compare->b;
+            batch.run(compare->options);
         });
     });
 }

@@ -1,8 +1,8 @@
 #include "app/cli/commands.h"
 #include "app/cli/table_arguments.h"
-#include "app/terminal/progress.h"
 #include "study/run/run_picture.h"
 
+#include <filesystem>
 #include <memory>
 
 namespace insolate::app {
@@ -10,8 +10,8 @@ namespace insolate::app {
 namespace {
 
 struct PictureArguments {
+    std::filesystem::path folder; ///< given by its place
     study::PictureRunOptions options;
-    bool quiet = false;
     study::OptionTable table;
 };
 
@@ -22,15 +22,15 @@ void addPictureCommand(CLI::App& app, Interruption& interruption) {
         "picture", "Draw results of an earlier study: another quantity, view, part or size.\n"
                    "Writes one PNG, SVG or PDF.");
     auto picture = std::make_shared<PictureArguments>();
-    command->add_option("FOLDER", picture->options.folder, "Folder of results")->required();
+    command->add_option("FOLDER", picture->folder, "Folder of results")->required();
     study::addPictureOptions(picture->table, picture->options);
-    picture->table.flag("quiet", picture->quiet, "Say nothing but warnings and errors");
-    auto arguments = std::make_shared<TableArguments>(*command, picture->table);
+    auto arguments = std::make_shared<TableArguments>(
+        *command, picture->table,
+        [picture, usual = picture->options] { picture->options = usual; });
     command->callback([picture, arguments, &interruption] {
-        arguments->run(interruption.token(), [&] {
-            TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, picture->quiet),
-                                      &interruption);
-            study::runPicture(picture->options, progress, interruption.token());
+        arguments->run(interruption, [&](study::StudyBatch& batch, const std::string&) {
+            picture->options.folder = picture->folder;
+            batch.run(picture->options);
         });
     });
 }

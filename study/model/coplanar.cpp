@@ -69,8 +69,8 @@ public:
             const Vector3 normal = grow(seed, number, areas, sizes, patch);
             polygonOfPatch.push_back(noFace);
             if (patch.size() > 1) {
-                if (std::vector<Vector3> outline = outlineOf(patch, number, normal);
-                    !outline.empty()) {
+                std::vector<Vector3> outline = outlineOf(patch, number, normal);
+                if (!outline.empty() && covers(outline, patch, sizes)) {
                     polygonOfPatch.back() = static_cast<std::uint32_t>(polygons.size());
                     polygons.push_back(std::move(outline));
                     triangles += patch.size();
@@ -214,6 +214,22 @@ private:
             return {};
         }
         return bridged(std::move(outline), std::move(holes)).value_or(std::vector<Vector3>());
+    }
+
+    /// Whether the polygon's parts are as large as the triangles: where rounding lets thin parts of
+    /// an outline fold, they are not.
+    static bool covers(const std::vector<Vector3>& outline, const std::vector<std::uint32_t>& patch,
+                       const std::vector<double>& sizes) {
+        constexpr double most = 1.0e-5; // ten times what the planes' differences explain
+        double whole = 0.0;
+        for (const std::uint32_t f : patch) {
+            whole += sizes[f];
+        }
+        double parts = 0.0;
+        for (const auto& [a, b, c] : triangulate(outline)) {
+            parts += length(cross(outline[b] - outline[a], outline[c] - outline[a]));
+        }
+        return std::abs(parts - whole) <= most * whole;
     }
 
     [[nodiscard]] bool isBorder(std::uint32_t corner, std::uint32_t number) const {

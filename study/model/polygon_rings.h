@@ -19,8 +19,8 @@ namespace insolate::study {
 std::optional<std::vector<Vector3>> bridged(std::vector<Vector3> outline,
                                             std::vector<std::vector<Vector3>> holes);
 
-/// Whether sides of a flat polygon's ring meet in more than their ends, as where the polygon overlaps
-/// itself; also when the ring has too many sides beside each other to look at them all.
+/// Whether sides of a flat polygon's ring meet in more than their ends, as where the polygon
+/// overlaps itself; also when the ring has too many sides beside each other to look at them all.
 /// @param normal of its plane, of any length but 0
 bool crossesItself(std::span<const Vector3> ring, const Vector3& normal);
 

@@ -32,7 +32,7 @@ bool overlap(const Edge& a, const Edge& b) {
     if (distance(b.from) > samePlace || distance(b.to) > samePlace) {
         return false;
     }
-    const auto [low, high] = std::minmax(place(b.from), place(b.to));
+    const auto [low, high] = std::minmax({place(b.from), place(b.to)});
     return std::min(high, size) - std::max(low, 0.0) > samePlace;
 }
 

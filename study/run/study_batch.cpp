@@ -122,6 +122,14 @@ void StudyBatch::run(const SunHoursOptions& options) {
     runSunHours(options, m_state->progress, m_state->stop, m_state->inputs);
 }
 
+void StudyBatch::run(const CompareRunOptions& options) {
+    runCompare(options, m_state->progress, m_state->stop);
+}
+
+void StudyBatch::run(const PictureRunOptions& options) {
+    runPicture(options, m_state->progress, m_state->stop);
+}
+
 StudyEstimate StudyBatch::estimate(const RunOptions& options) {
     PreparedStudy study =
         prepareStudy(options, m_state->takeInputs(), m_state->progress, m_state->stop);

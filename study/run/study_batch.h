@@ -3,7 +3,9 @@
 
 #include "study/export.h"
 
+#include "study/run/run_compare.h"
 #include "study/run/run_options.h"
+#include "study/run/run_picture.h"
 #include "study/run/study_estimate.h"
 #include "study/run/study_file.h"
 #include "study/run/sun_hours.h"
@@ -32,6 +34,11 @@ public:
     void run(const RunOptions& options);
     void run(const SkyOptions& options);
     void run(const SunHoursOptions& options);
+
+    /// As runCompare() and runPicture() do.
+    /// @throws Error
+    void run(const CompareRunOptions& options);
+    void run(const PictureRunOptions& options);
 
     /// As estimateStudy() does.
     /// @throws Error

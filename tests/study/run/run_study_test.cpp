@@ -112,16 +112,16 @@ TEST(RunStudy, CountsTheHoursByWatches) {
     options.weather = folder.write("a.epw", test::clearYear());
     options.scenes = {folder.write("a.obj", test::courtModel())};
     options.sensors = folder.write("a.csv", "5,5,5,0,0,1\n");
-    options.hourly.series = {0};
+    options.hourly.hoursOf.sensors = {0};
     options.out = folder.path() / "out";
     test::Heard heard;
     const auto resultsOf = [&](const std::string& method, const std::string& dates,
                                const std::string& hours, const std::string& dst) {
         options.method = method;
-        options.hourly.series.resize(method == "hourly" ? 1 : 0);
+        options.hourly.hoursOf.sensors.resize(method == "hourly" ? 1 : 0);
         runStudy(with(with(with(options, "period", dates), "hours", hours), "dst", dst), heard);
         return test::readFile(options.out / "sensors.csv") +
-               test::readFile(options.out / "series.csv");
+               test::readFile(options.out / "hours.csv");
     };
     for (const char* method : {"hourly", "cumulative-sky", "perez-point"}) {
         const std::string watches = resultsOf(method, "6/1-6/30", "9:30-17", "eu");
@@ -132,7 +132,8 @@ TEST(RunStudy, CountsTheHoursByWatches) {
                 HasSubstr("--dst: watches change within the period (summer time 30 March to"));
     // From the 30th on the hours of the series are those of one hour earlier.
     resultsOf("hourly", "3/29-3/30", "9-10", "eu");
-    EXPECT_EQ(columnOf(options.out / "series.csv", "hour"), (std::vector<double>{10, 9}));
+    EXPECT_EQ(columnOf(options.out / "hours.csv", "hour_of_year"),
+              (std::vector<double>{2098, 2121}));
     EXPECT_THAT(test::readFile(options.out / "summary.json"),
                 testing::AllOf(HasSubstr("9:00 to 10:00 by watches, summer time 30 March"),
                                HasSubstr("\"clock\": \"watches: ")));
