@@ -631,7 +631,9 @@ TEST(HourlyAnalysis, PartsAddUpAndAreWhatTheyGiveAlone) {
             for (const std::size_t p : {0U, 5U, 12U}) {
                 const SensorResult alone =
                     HourlyAnalysis(parts[p]).evaluate(scene, {{0, 0, 0}, normal});
-                EXPECT_NEAR(got[p].total, alone.total, 0.03f * alone.total) << p;
+                // Two rays for a cell leave that much where a wall's top runs along the way of the
+                // sun.
+                EXPECT_NEAR(got[p].total, alone.total, 0.08f * alone.total) << p;
                 EXPECT_NEAR(got[p].ground, alone.ground, 1e-4f * alone.total) << p;
                 EXPECT_NEAR(got[p].sky, alone.sky, 0.02f * alone.total) << p;
             }
