@@ -40,10 +40,19 @@ export function numberText(value: number, digits = 4): string {
   }
   const size = Math.abs(value);
   const decimals = size === 0 ? 0 : Math.max(0, digits - 1 - Math.floor(Math.log10(size)));
-  const text = Math.abs(value).toFixed(Math.min(decimals, 8));
-  const [whole, part] = text.split(".");
+  return fixedText(value, Math.min(decimals, 8));
+}
+
+/// So many decimals, thousands apart.
+export function fixedText(value: number, decimals: number): string {
+  const [whole, part] = Math.abs(value).toFixed(decimals).split(".");
   const grouped = whole.replace(/\B(?=(\d{3})+$)/g, ",");
   return (value < 0 ? "−" : "") + grouped + (part ? `.${part}` : "");
+}
+
+/// The unit of sums over areas that suits the largest of them, and what a kWh is in it.
+export function energyUnit(most: number): { unit: string; factor: number } {
+  return most < 1e4 ? { unit: "kWh", factor: 1 } : most < 1e7 ? { unit: "MWh", factor: 1e-3 } : { unit: "GWh", factor: 1e-6 };
 }
 
 /// "kWh/m²".

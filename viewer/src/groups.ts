@@ -1,6 +1,6 @@
 /// The table of groups: cells that share an object, a material or a side.
 import { h, icon } from "./dom";
-import { numberText, unitText } from "./format";
+import { energyUnit, numberText, unitText } from "./format";
 import { emptySums, type Sums, sumsBy } from "./histogram";
 import { type Column, type Result, sides } from "./packing";
 
@@ -67,6 +67,7 @@ export class GroupTable {
   private sort: SortKey = "area";
   private isDescending = true;
   private chosen: string | null = null;
+  private energy = energyUnit(0);
   private isHidden: (key: GroupKey) => boolean = () => false;
   private readonly search = h("input", {
     type: "search",
@@ -117,7 +118,8 @@ export class GroupTable {
       ["mean", "mean", `Mean by area, ${unitText(column.unit)}`],
     ];
     if (isEnergy) {
-      heads.push(["whole", "MWh", "Sum over the area"]);
+      this.energy = energyUnit(this.groups.reduce((most, group) => Math.max(most, group.whole), 0));
+      heads.push(["whole", this.energy.unit, "Sum over the area"]);
     }
     this.head.replaceChildren(
       ...heads.map(([key, label, title]) =>
@@ -208,7 +210,7 @@ export class GroupTable {
           h("td", { title: text.slice(0, 300) }, h("bdi", {}, text.slice(0, 300))),
           h("td", {}, areaText(group.area)),
           h("td", {}, numberText(group.mean)),
-          isEnergy && h("td", {}, numberText(group.whole / 1000)),
+          isEnergy && h("td", {}, numberText(group.whole * this.energy.factor)),
           h("td", {}, eye),
         );
       }),

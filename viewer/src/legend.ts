@@ -1,7 +1,7 @@
 /// The colour bar with the areas by value beside it: what the colours mean, and a filter.
 import { colorAt, colorTable, placeOf, type Scale, ticks } from "./colors";
 import { h } from "./dom";
-import { numberText } from "./format";
+import { fixedText } from "./format";
 import type { Histogram } from "./histogram";
 
 export interface LegendContent {
@@ -215,10 +215,13 @@ export function drawLegend(
     context.font = "11.5px system-ui, sans-serif";
     context.textAlign = "right";
     context.textBaseline = "middle";
-    for (const value of ticks(scale.lowest, scale.highest, 6)) {
+    const marks = ticks(scale.lowest, scale.highest, 6);
+    const step = marks.length > 1 ? marks[1] - marks[0] : 1;
+    const decimals = [0, 1, 2, 3, 4].find((n) => Math.abs(step * 10 ** n - Math.round(step * 10 ** n)) < 1e-6) ?? 5;
+    for (const value of marks) {
       const y = height * (1 - (value - scale.lowest) / (scale.highest - scale.lowest));
       if (y > 7 && y < height - 7) {
-        context.fillText(numberText(value, 4).replace(/\.0+$/, ""), width, y);
+        context.fillText(fixedText(value, decimals), width, y);
         context.globalAlpha = 0.25;
         context.fillRect(0, y - 0.5, right, 1);
         context.globalAlpha = 1;

@@ -302,12 +302,13 @@ export class Page {
     const { cells } = this.first;
     const [sums] = sumsBy(cells, column, null, 1, this.shown);
     const unit = text.unitText(column.unit);
+    const energy = text.energyUnit(sums.whole);
     const figure = (value: string, label: string): HTMLElement => h("div", {}, h("b", {}, value), h("span", {}, label));
     this.figures.replaceChildren(
       figure(text.numberText(sums.mean), `mean, ${unit}`),
       figure(text.numberText(sums.area, 5).replace(/\.\d+$/, ""), cells.hasAreas ? "m²" : "points"),
       column.unit === "kWh/m2" && cells.hasAreas
-        ? figure(text.numberText(sums.whole / 1000), "MWh in all")
+        ? figure(text.numberText(sums.whole * energy.factor), `${energy.unit} in all`)
         : figure(`${text.numberText(sums.lowest, 3)}–${text.numberText(sums.highest, 3)}`, "range"),
     );
   }

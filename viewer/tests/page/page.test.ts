@@ -334,14 +334,14 @@ describe("other pages", () => {
     const count = await ask(page, (viewer) => {
       viewer.view.look(180, 89);
       let hits = 0;
-      for (let x = 5; x < viewer.view.canvas.clientWidth; x += 10) {
-        for (let y = 5; y < viewer.view.canvas.clientHeight; y += 10) {
+      for (let x = 5; x < viewer.view.canvas.clientWidth; x += 40) {
+        for (let y = 5; y < viewer.view.canvas.clientHeight; y += 40) {
           hits += viewer.view.pick(x, y) ? 1 : 0;
         }
       }
       return hits;
     });
-    expect(count).toBeGreaterThan(name === "plane" ? 500 : 3);
+    expect(count).toBeGreaterThan(name === "plane" ? 60 : 1);
     await shot(page, name);
     expect(complaints).toEqual([]);
   });
