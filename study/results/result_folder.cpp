@@ -216,7 +216,7 @@ private:
             ResultColumn column{std::string(name), std::string(unit), {}, {}};
             const bool isQuantity =
                 !unit.empty() && (valueAt(summary, {"results", column.name.c_str()}) != nullptr ||
-                                  heading == "area [m2]");
+                                  heading == "area [m2]" || name == "enclosed");
             // The cells' file has these, without the marks that keep names from being formulas.
             const bool isOrigin = heading == "face" || heading == "object" || heading == "material";
             m_kinds.push_back(isQuantity ? Kind::quantity : isOrigin ? Kind::origin : Kind::given);

@@ -148,7 +148,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
           {"step = 'x'\n", "bad.toml:1: --step: 'x' is no number; give hours"},
           {"period = { a = 1 }\n", "bad.toml:1: 'period' cannot be a table; write"},
           {"select = [\n'a',\n[1],\n]\n", "bad.toml:3: 'select' cannot be a list of lists; "},
-          {"series = [\n1,\n'x']\n", "bad.toml:3: --series: 'x' is no number"},
+          {"hours-of = [\n1,\n'x']\n", "bad.toml:3: --hours-of: 'x'"},
           {"grid = [1, 2]\n", "bad.toml:1: 'grid' takes one value"},
           {"quiet = 1\n", "bad.toml:1: 'quiet' is on or off; write quiet = true"},
           {"grid = true\n", "bad.toml:1: 'grid' cannot be true"},
@@ -227,7 +227,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
     write("bad.csv", "x,y,z,nx,ny,nz\n1,2,3,0,0,1\n1,2\n");
     write("far.obj", "v 0 0 0\nv 6e4 0 0\nv 6e4 4e4 0\nf 1 2 3\n");
     write("file", "");
-    std::filesystem::create_directories(path("taken/series.csv"));
+    std::filesystem::create_directories(path("taken/hours.csv"));
     struct Case {
         std::string words;
         int exitCode;
@@ -261,7 +261,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
               "--units if the model does not measure 60,000 x 40,000 x 0 m, or give --force"},
              {base + "--north abc", 2, "--north: 'abc' is no number; give degrees"},
              {base + "--step 0.3", 2, "--step 0.3: hours are walked"},
-             {base + "--series 0,100000", 2, "--series 100000: there is no such sensor"},
+             {base + "--hours-of 0,100000", 2, "--hours-of 100000: there is no such sensor"},
              {base + "--method perez-sky --masks good.epw", 1, "good.epw: not a mask file"},
              {base + "--sensors none.obj", 1, "none.obj: no such file"},
              {base + "--sensors bad.csv --select floor", 2, "--select"},
@@ -270,8 +270,8 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {scene + "gap.epw", 1, "--allow-gaps"},
              {"run --scene court.obj --weather good.epw --out file/out", 1, "file/out"},
              {"run --scene court.obj --weather none.epw --out /proc/out", 1, "/proc/out"},
-             {"run --scene court.obj --weather none.epw --out taken --series 0", 1,
-              "taken/series.csv: is a folder; "},
+             {"run --scene court.obj --weather none.epw --out taken --hours-of 0", 1,
+              "taken/hours.csv: is a folder; "},
              {"sky --weather good.epw --out out --method perez-point", 2,
               "there is no 'perez-point'; choose from "},
              {"sun", 2, "give --lat and --lon"},

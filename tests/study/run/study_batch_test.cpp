@@ -107,11 +107,11 @@ TEST_F(StudyBatchTest, ChecksAllAnalysesAndWritesNothing) {
     EXPECT_THAT(checkStudyFile(study(fourAnalyses), heard), ElementsAre());
     EXPECT_THAT(checkStudyFile(study("[[analysis]]\nname = 'a'\nstep = 2\n"
                                      "[[analysis]]\nname = 'b'\n"
-                                     "[[analysis]]\nname = 'c'\nseries = 99\n"
+                                     "[[analysis]]\nname = 'c'\nhours-of = 99\n"
                                      "[[analysis]]\nname = 'd'\ncommand = 'sunhours'\nmin = 2\n"),
                                heard),
                 ElementsAre(HasSubstr("s.toml:9: --step 2: no usable step"),
-                            HasSubstr("s.toml:14: --series 99: there is no such sensor"),
+                            HasSubstr("s.toml:14: --hours-of 99: there is no such sensor"),
                             HasSubstr("--dates is missing")));
     EXPECT_THAT(checkStudyFile(study("lod = '1'\n"), heard),
                 ElementsAre(HasSubstr("s.toml:7: --lod 1: chooses among levels")));
