@@ -244,7 +244,7 @@ TEST(PageModel, KeepsValuesToTheDigitsThatItShows) {
     const std::vector<Case> cases = {
         {{1414523.0f, 108300.0f, noValue, 900000.0f, 1.0f, 2.0f, 70000.0f, 0.0f}, 1.0e-3, 5, 1},
         {{1414523.0f, 108300.0f, 5.0f, 900000.0f, 1.0f, 2.0f, 70000.0f, 0.0f}, 1.0e-3, 4, 0},
-        {{-0.5f, 0.25f, 0.125f, 0.0f, 0.0f, noValue, -0.5f, 0.03f}, 1.0, 5, 5},
+        {{-0.5f, 0.25f, 0.125f, 0.0f, 0.0f, noValue, -0.5f, 0.03f}, 1.0, 5, 4},
         {{8760.0f, 1.0f, 0.0f, 4285.0f, 4285.0f, 4286.0f, 12.0f, 12.0f}, 1.0, 5, 0},
         {{noValue, noValue, noValue, noValue, noValue, noValue, noValue, noValue}, 1.0, 5, 0},
     };
