@@ -9,6 +9,7 @@
 #include <study/model/ground_plane.h>
 #include <study/model/mesh.h>
 #include <study/model/mesh_import.h>
+#include <study/model/mesh_replace.h>
 #include <study/model/model_info.h>
 #include <study/model/recentring.h>
 #include <study/model/scene.h>

@@ -17,6 +17,8 @@ class INSOLATE_STUDY_EXPORT Recentring {
 public:
     Recentring(const Scene& scene, const SensorField& field);
 
+    bool operator==(const Recentring&) const = default;
+
     [[nodiscard]] Vector3 moved(const Vector3& point) const;
     [[nodiscard]] XYZf local(const Vector3& point) const;
     /// The moved corners of all triangles, three numbers each, as OcclusionIndex takes them.

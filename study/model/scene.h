@@ -15,6 +15,8 @@ struct Vector3 {
     double x = 0.0;
     double y = 0.0;
     double z = 0.0;
+
+    bool operator==(const Vector3&) const = default;
 };
 
 /// The obstructing triangles: three consecutive vertices each.

@@ -9,9 +9,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <oneapi/tbb/blocked_range.h>
+#include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/task_arena.h>
 
 namespace insolate::study {
 
@@ -45,6 +49,13 @@ public:
     float getTransparencyValue(const XYZf&, const XYZf&, const XYZf*) override { return 1.0f; }
     int initialise() override { return 0; }
 };
+
+/// Of elements without gaps between their members.
+template <typename Element>
+bool sameBytes(const std::vector<Element>& a, const std::vector<Element>& b) {
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(Element)) == 0);
+}
 
 int stepsOfHour(double step) {
     const double steps = std::round(1.0 / step);
@@ -212,6 +223,56 @@ SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) con
     SensorHours hours;
     m_analysis->evaluate(*work.masks.rays(), sensorAt(work, sensor), &hours);
     return hours;
+}
+
+bool HourlyStudy::isSameAs(const RadiationMethod& other) const {
+    const auto* hourly = dynamic_cast<const HourlyStudy*>(&other);
+    if (hourly == nullptr) {
+        return false;
+    }
+    const HourlySky& a = m_analysis->sky();
+    const HourlySky& b = hourly->m_analysis->sky();
+    const HourlyOptions& mine = m_options;
+    const HourlyOptions& others = hourly->m_options;
+    return mine.skyTolerance == others.skyTolerance && mine.sunTolerance == others.sunTolerance &&
+           mine.openGround == others.openGround && a.options.northOffset == b.options.northOffset &&
+           a.hours == b.hours && a.daylightHours == b.daylightHours &&
+           a.groundReflected == b.groundReflected && sameBytes(a.diffuse, b.diffuse) &&
+           sameBytes(a.sunCells, b.sunCells) && sameBytes(a.sunSteps, b.sunSteps) &&
+           sameBytes(a.skyHours, b.skyHours) && sameBytes(a.beams, b.beams) &&
+           sameBytes(a.patchRadiance, b.patchRadiance) &&
+           a.report.diffuseHorizontal == b.report.diffuseHorizontal &&
+           a.report.directHorizontal == b.report.directHorizontal;
+}
+
+std::vector<std::uint8_t> HourlyStudy::touched(const SensorWork& work,
+                                               const SceneDifference& difference,
+                                               MaskSource& before, int threads,
+                                               const std::stop_token& stop) const {
+    std::vector<std::uint8_t> marks(work.field.size(), 0);
+    const ChangedRays change(difference, work.recentring, *before.rays(), *work.masks.rays());
+    const bool looksAgain = m_options.skyTolerance > 0.0 || m_options.sunTolerance > 0.0;
+    HourlyAnalysisOptions options;
+    options.peak = false; // the search for it casts no rays
+    options.groundRays = m_options.openGround ? 0 : options.groundRays;
+    const HourlyAnalysis analysis(m_analysis->sky(), options);
+    constexpr std::size_t sensorsAtOnce = 64;
+    tbb::task_arena arena(usedThreads(threads));
+    arena.execute([&] {
+        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, marks.size(), sensorsAtOnce),
+                          [&](const tbb::blocked_range<std::size_t>& range) {
+                              for (std::size_t i = range.begin();
+                                   i < range.end() && !stop.stop_requested(); ++i) {
+                                  const Sensor sensor = sensorAt(work, i);
+                                  marks[i] = (looksAgain ? change.mayTouch(sensor)
+                                                         : change.touch(analysis, sensor))
+                                                 ? 1
+                                                 : 0;
+                              }
+                          });
+    });
+    throwIfStopped(stop);
+    return marks;
 }
 
 SkyPages HourlyStudy::skyPages() const {

@@ -28,6 +28,11 @@ public:
     [[nodiscard]] const char* enclosedText() const override { return "neither sky nor ground"; }
     [[nodiscard]] SensorHours hoursOf(const SensorWork& work, std::size_t sensor) const override;
     [[nodiscard]] SkyPages skyPages() const override;
+    [[nodiscard]] bool isSameAs(const RadiationMethod& other) const override;
+    [[nodiscard]] std::vector<std::uint8_t> touched(const SensorWork& work,
+                                                    const SceneDifference& difference,
+                                                    MaskSource& before, int threads,
+                                                    const std::stop_token& stop) const override;
     void describeSky(nlohmann::ordered_json& record) const override;
     void describeSensors(nlohmann::ordered_json& record,
                          std::span<const ResultColumn> columns) const override;

@@ -6,6 +6,7 @@
 #include "study/results/hour_rows.h"
 #include "study/results/result_column.h"
 #include "study/results/sky_pages.h"
+#include "study/run/changed_scene.h"
 #include "study/run/mask_source.h"
 #include "study/run/process_scene.h"
 #include "study/run/run_options.h"
@@ -14,8 +15,10 @@
 #include "study/weather/weather_year.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -76,6 +79,22 @@ public:
 
     /// What the method holds of the process, for other parts of its study; null when nothing.
     [[nodiscard]] virtual std::shared_ptr<const ProcessScene> processScene() const { return {}; }
+    /// Whether the other method gives any sensor the same results, bit by bit, in any scene. A
+    /// false answer is always safe.
+    [[nodiscard]] virtual bool isSameAs(const RadiationMethod& /*other*/) const { return false; }
+    /// By sensor, whether a change of the scene can touch its result. Only asked of methods that
+    /// are the same as that of another study.
+    /// @param work after the change
+    /// @param before the rays through the former scene
+    /// @throws Stopped
+    [[nodiscard]] virtual std::vector<std::uint8_t> touched(const SensorWork& work,
+                                                            const SceneDifference& /*difference*/,
+                                                            MaskSource& /*before*/, int /*threads*/,
+                                                            const std::stop_token& /*stop*/) const {
+        return std::vector<std::uint8_t>(work.field.size(), 1);
+    }
+    /// The sensors are calculated: gives back what only one study of the process can hold.
+    virtual void release() {}
 
     /// Advice that the chosen options call for; empty when there is none.
     [[nodiscard]] virtual std::string advice() const { return {}; }

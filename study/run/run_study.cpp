@@ -245,13 +245,19 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
 StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress& progress,
                             const std::stop_token& stop) {
     StudyResults results;
-    const SensorField& field = study.inputs.field;
     if (study.options.saveMasks) {
-        results.seen = SkyVisibilityStore(field.size());
+        results.seen = SkyVisibilityStore(study.inputs.field.size());
     }
     const SensorWork work = study.work(study.options.saveMasks ? &results.seen : nullptr);
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
+    completeResults(study, results, progress, stop);
+    return results;
+}
+
+void completeResults(PreparedStudy& study, StudyResults& results, Progress& progress,
+                     const std::stop_token& stop) {
+    const SensorField& field = study.inputs.field;
     results.areas = cellAreas(field);
     results.enclosed = enclosedSensors(*study.method, results.columns, field);
     results.enclosedCount = static_cast<std::size_t>(
@@ -262,9 +268,8 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
                        [](float enclosed) { return enclosed == 0.0f ? 1 : 0; });
     }
     results.groups = groupResults(study, results, stop);
-    results.hours = hoursOfSome(study, work, results, progress, stop);
+    results.hours = hoursOfSome(study, study.work(), results, progress, stop);
     study.watch.lap("sensors_s");
-    return results;
 }
 
 void runStudy(const RunOptions& options, Progress& progress, const std::stop_token& stop) {

@@ -43,6 +43,8 @@ public:
     [[nodiscard]] std::shared_ptr<const ProcessScene> processScene() const override {
         return m_processScene;
     }
+    /// Neither pages nor sensors can be asked for afterwards.
+    void release() override { m_processScene.reset(); }
     void describeSky(nlohmann::ordered_json& record) const override;
     void describeSensors(nlohmann::ordered_json&, std::span<const ResultColumn>) const override {}
 

@@ -46,14 +46,31 @@ const SensorField& StudySession::field() const {
     return m_content->study.inputs.field;
 }
 
-void StudySession::calculate(Progress& progress, const std::stop_token& stop) {
+template <typename Calculate>
+void StudySession::finish(Calculate&& calculate, Progress& progress) {
     KeptWarnings kept(progress);
     std::vector<std::string> warnings = std::move(m_content->results.warnings);
-    m_content->results = calculateStudy(m_content->study, nullptr, kept, stop);
+    m_content->results = calculate(kept);
+    m_content->study.method->release();
     reportResults(m_content->study, m_content->results, kept);
     const std::vector<std::string>& late = kept.warnings();
     warnings.insert(warnings.end(), late.begin(), late.end());
     m_content->results.warnings = std::move(warnings);
+}
+
+void StudySession::calculate(Progress& progress, const std::stop_token& stop) {
+    finish([&](Progress& heard) { return calculateStudy(m_content->study, nullptr, heard, stop); },
+           progress);
+}
+
+void StudySession::calculateSince(const StudySession& earlier, Progress& progress,
+                                  const std::stop_token& stop) {
+    finish(
+        [&](Progress& heard) {
+            return calculateStudySince(m_content->study, earlier.m_content->study,
+                                       earlier.m_content->results, heard, stop);
+        },
+        progress);
 }
 
 std::span<const ResultColumn> StudySession::columns() const {

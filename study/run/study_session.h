@@ -46,6 +46,13 @@ public:
     /// @throws Stopped
     void calculate(Progress& progress, const std::stop_token& stop = {});
 
+    /// The same bytes, with the results of sensors that a change of the scene cannot touch taken
+    /// from an earlier session that was calculated. Sensors are the same where place and normal
+    /// are. Where the sessions differ in weather, period or options, all sensors are calculated.
+    /// @throws Stopped
+    void calculateSince(const StudySession& earlier, Progress& progress,
+                        const std::stop_token& stop = {});
+
     /// By sensor; the method's columns, the one to look at first.
     [[nodiscard]] std::span<const ResultColumn> columns() const;
     /// Of the cells [m2]; empty for sensors without.
@@ -67,6 +74,9 @@ public:
 
 private:
     struct Content;
+    template <typename Calculate>
+    void finish(Calculate&& calculate, Progress& progress);
+
     std::unique_ptr<Content> m_content;
 };
 

@@ -78,6 +78,17 @@ void runStudy(const RunOptions& options, Progress& progress, const std::stop_tok
 StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress& progress,
                             const std::stop_token& stop = {});
 
+/// What follows from the columns.
+void completeResults(PreparedStudy& study, StudyResults& results, Progress& progress,
+                     const std::stop_token& stop);
+
+/// Calculates all sensors, with the results of those that a change of the scene cannot touch taken
+/// from an earlier study: the same bytes. Where the studies differ in more than scene and sensors,
+/// all sensors are calculated, and a note says so.
+StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earlier,
+                                 const StudyResults& known, Progress& progress,
+                                 const std::stop_token& stop = {});
+
 /// The inputs, which the results must not replace.
 std::vector<std::filesystem::path> filesRead(const RunOptions& options);
 

@@ -1,0 +1,67 @@
+"""Options of the engine, from keywords to the texts that the command takes.
+
+Names, defaults, checks and help texts stand in the engine's own table of options alone.
+"""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Callable, Iterable, Mapping
+from datetime import date
+from textwrap import fill
+from typing import Any, TypeVar
+
+from . import _core
+
+OptionTexts = list[tuple[str, list[str]]]
+Function = TypeVar("Function", bound=Callable[..., Any])
+
+#: Options whose values are the two ends of a span.
+_spans = {"period", "hours", "tilt"}
+
+
+def _text(value: Any) -> str:
+    if isinstance(value, bool):
+        return "true" if value else "false"
+    if isinstance(value, date):
+        return f"{value.month}/{value.day}"
+    if hasattr(value, "item"):  # a NumPy number
+        value = value.item()
+    if isinstance(value, float) and value.is_integer() and abs(value) < 1e15:
+        return str(int(value))
+    return os.fspath(value) if isinstance(value, os.PathLike) else str(value)
+
+
+def option_texts(values: Mapping[str, Any]) -> OptionTexts:
+    """Texts of all options that are given; None leaves an option at its default."""
+    texts: OptionTexts = []
+    for keyword, value in values.items():
+        if value is None or value is False:
+            continue
+        name = keyword.replace("_", "-")
+        if isinstance(value, (str, bytes)) or not isinstance(value, Iterable):
+            texts.append((name, [_text(value)]))
+        elif name in _spans:
+            texts.append((name, ["-".join(_text(part) for part in value)]))
+        else:
+            texts.append((name, [_text(part) for part in value]))
+    return texts
+
+
+def documented(options: Callable[[], Iterable[_core.Option]], *names: str) -> Callable[[Function], Function]:
+    """Fills "{options}" in a docstring with the engine's texts of the options."""
+
+    def decorate(function: Function) -> Function:
+        table = {option.name: option for option in options()}
+        lines = []
+        for name in names:
+            option = table[name.replace("_", "-")]
+            usual = f", default {option.usual}" if option.usual else ""
+            choices = " {" + ", ".join(option.choices) + "}" if option.choices else ""
+            lines.append(f"    {name} :{choices} {option.type_name.lower() or 'bool'}{usual}".replace(":  ", ": "))
+            lines.append(fill(option.help + ".", 92, initial_indent=" " * 8, subsequent_indent=" " * 8))
+        if function.__doc__:
+            function.__doc__ = function.__doc__.replace("    {options}", "\n".join(lines))
+        return function
+
+    return decorate

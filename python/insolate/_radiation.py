@@ -1,0 +1,346 @@
+"""Radiation on sensors, and what they see."""
+
+from __future__ import annotations
+
+import json
+import os
+from collections.abc import Iterable, Mapping
+from typing import TYPE_CHECKING, Any, Optional, Union
+
+import numpy as np
+
+from . import _core
+from ._model import Array, Model, Path, Selection, Sensors, as_models, as_sensors
+from ._options import documented, option_texts
+from ._reports import Progress, Report
+from ._weather import Weather, _fixed_zone, read_weather
+
+if TYPE_CHECKING:
+    import pandas as pd
+    import xarray as xr
+
+#: pvlib's names of what the hours of a sensor hold.
+_hour_names = ("poa_direct", "poa_sky_diffuse", "poa_ground_diffuse")
+
+
+class Columns(Mapping[str, Array]):
+    """Results by sensor, each by its name: ``result["total"]``; the same as attributes."""
+
+    def __init__(self, columns: Iterable[tuple[str, str, str, Array]], sensors: Sensors, north: float) -> None:
+        self._values: dict[str, Array] = {}
+        self.units: dict[str, str] = {}
+        self.titles: dict[str, str] = {}
+        for name, unit, title, values in columns:
+            self._values[name] = values
+            self.units[name] = unit
+            self.titles[name] = title
+        self.sensors = sensors
+        self.north = north
+
+    def __getitem__(self, name: str) -> Array:
+        return self._values[name]
+
+    def __iter__(self) -> Any:
+        return iter(self._values)
+
+    def __len__(self) -> int:
+        return len(self._values)
+
+    def __getattr__(self, name: str) -> Array:
+        try:
+            return self.__dict__["_values"][name]
+        except KeyError:
+            raise AttributeError(f"{type(self).__name__} has no attribute {name!r}") from None
+
+    def __dir__(self) -> list[str]:
+        return [*super().__dir__(), *self._values]
+
+    def to_dataframe(self) -> pd.DataFrame:
+        """One row for each sensor: place, normal, results, and area and names where cells have them."""
+        import pandas as pd
+
+        sensors = self.sensors
+        data: dict[str, Any] = {}
+        for place, name in enumerate("xyz"):
+            data[name] = sensors.points[:, place]
+        for place, name in enumerate(("nx", "ny", "nz")):
+            data[name] = sensors.normals[:, place]
+        data.update(self._values)
+        if sensors.areas is not None:
+            data["area"] = sensors.areas
+        if sensors.objects:
+            data["object"] = sensors.objects
+            data["material"] = sensors.materials
+        frame = pd.DataFrame(data)
+        frame.index.name = "sensor"
+        frame.attrs["units"] = dict(self.units)
+        return frame
+
+    def to_xarray(self) -> xr.Dataset:
+        """A dataset over the dimension "sensor", with units and long names as attributes."""
+        import xarray as xr
+
+        sensors = self.sensors
+        coordinates: dict[str, Any] = {"sensor": np.arange(len(sensors))}
+        for place, name in enumerate("xyz"):
+            coordinates[name] = ("sensor", sensors.points[:, place], {"units": "m"})
+        degrees = {"units": "degrees"}
+        coordinates["surface_tilt"] = ("sensor", sensors.tilts, degrees)
+        coordinates["surface_azimuth"] = (
+            "sensor",
+            sensors.azimuths(self.north),
+            {**degrees, "long_name": "clockwise from true north"},
+        )
+        if sensors.areas is not None:
+            coordinates["area"] = ("sensor", sensors.areas, {"units": "m2"})
+        if sensors.objects:
+            coordinates["object"] = ("sensor", np.array(sensors.objects))
+            coordinates["material"] = ("sensor", np.array(sensors.materials))
+        data = {
+            name: ("sensor", values, {"units": self.units[name], "long_name": self.titles[name]})
+            for name, values in self._values.items()
+        }
+        return xr.Dataset(data, coordinates)
+
+
+class Radiation(Columns):
+    """Radiation on sensors over a period; made by `radiation`.
+
+    Columns of the hourly method, as attributes and by name: ``total``, ``beam``, ``sky``,
+    ``ground`` [Wh/m2]; ``average_daylight``, ``average_period``, ``peak`` [W/m2]; ``peak_hour``
+    (hour of the year, counted by its end); ``sky_view``, ``ground_view`` [%];
+    ``direct_sun_hours`` [h]. Arrays are views that cannot be written to.
+    """
+
+    def __init__(
+        self, core: _core.Study, models: list[Model], sensors: Sensors, weather: Weather, north: float, report: Report
+    ) -> None:
+        super().__init__(core.columns, sensors, north)
+        self._core = core
+        self.models = models
+        self.weather = weather
+        self.notes = report.notes  #: what the work said
+        self.warnings = report.warnings  #: what should not be overlooked
+
+    @property
+    def summary(self) -> dict[str, Any]:
+        """What summary.json would hold: versions, weather, period, options, ranges."""
+        summary: dict[str, Any] = json.loads(self._core.summary)
+        return summary
+
+    def hours(self, sensors: Iterable[int], *, progress: Progress = None) -> xr.Dataset:
+        """The hours of some sensors.
+
+        Parameters
+        ----------
+        sensors : iterable of int
+            Numbers of sensors, from 0.
+
+        Returns
+        -------
+        xarray.Dataset
+            ``poa_direct``, ``poa_sky_diffuse``, ``poa_ground_diffuse`` and their sum
+            ``poa_global`` [W/m2], means over the hours; dimensions "sensor" and "time", 8,760
+            begins of hours in the site's standard time, of a year without 29 February. They are
+            0 outside of the period.
+
+        Raises
+        ------
+        UsageError
+            When there is no such sensor, or the method is not the hourly one.
+        """
+        import pandas as pd
+        import xarray as xr
+
+        numbers = [int(sensor) for sensor in sensors]
+        if any(number < 0 for number in numbers):
+            raise _core.UsageError(f"there is no sensor {min(numbers)}; sensors are counted from 0")
+        with Report(progress) as report:
+            parts = self._core.hours(numbers, report)
+        zone = _fixed_zone(self.weather.site.time_zone)
+        begins = pd.date_range("2001-01-01", periods=8760, freq="h")
+        attributes = {"units": "W/m2", "cell_methods": "time: mean"}
+        data = {name: (("sensor", "time"), part, attributes) for name, part in zip(_hour_names, parts, strict=True)}
+        data["poa_global"] = (("sensor", "time"), parts[0] + parts[1] + parts[2], attributes)
+        time = ("time", begins, {"time_zone": str(zone), "label": "left"})
+        return xr.Dataset(data, {"sensor": numbers, "time": time})
+
+    def save(self, out: Path, *, progress: Progress = None) -> None:
+        """Writes the files of the command ``insolate run``, byte by byte the same.
+
+        Parameters
+        ----------
+        out : path
+            The folder; made when it is missing. All files appear at once, or none.
+
+        Raises
+        ------
+        OutputError
+            When they cannot be written, or would replace somebody else's.
+        """
+        with Report(progress) as report:
+            self._core.save(os.fspath(out), report)
+
+    def __repr__(self) -> str:
+        return f"<insolate.Radiation: {len(self.sensors)} sensors; {self._core.subtitle}>"
+
+
+_run_keywords = (
+    "period",
+    "hours",
+    "step",
+    "method",
+    "albedo",
+    "allow_gaps",
+    "sky_tolerance",
+    "sun_tolerance",
+    "open_ground",
+    "series",
+    "save_masks",
+    "masks",
+    "threads",
+)
+
+
+@documented(_core.run_options, *_run_keywords)
+def radiation(
+    model: Any,
+    sensors: Union[Sensors, Selection, Model],
+    weather: Union[Weather, Path],
+    *,
+    period: Any = None,
+    hours: Any = None,
+    step: Optional[float] = None,
+    method: Optional[str] = None,
+    albedo: Union[float, str, None] = None,
+    allow_gaps: bool = False,
+    north: Optional[float] = None,
+    sky_tolerance: Optional[float] = None,
+    sun_tolerance: Optional[float] = None,
+    open_ground: bool = False,
+    series: Optional[Iterable[int]] = None,
+    save_masks: bool = False,
+    masks: Optional[Path] = None,
+    threads: Optional[int] = None,
+    since: Optional[Radiation] = None,
+    progress: Progress = None,
+) -> Radiation:
+    """Radiation on sensors of a model over a period.
+
+    Parameters
+    ----------
+    model : Model, a trimesh or pyvista mesh, or a list of such
+        What casts shadows.
+    sensors : Sensors, or a Selection or Model with the default grid
+    weather : Weather or path
+    {options}
+    north : float, optional
+        From the model's +Y clockwise to true north [degrees]; by default the model's own.
+    since : Radiation, optional
+        An earlier result of the same weather, period and options, for a changed model: only
+        sensors whose sky or ground the change can touch are calculated, all others keep their
+        values. The result is the same bytes as without. Sensors are the same where their places
+        and normals are. With tolerances less can be kept, and nothing where the model's middle
+        or extent has changed.
+    progress : bool or function(done, total), optional
+        True for a bar; by default there is one in a terminal or notebook.
+
+    Returns
+    -------
+    Radiation
+
+    Raises
+    ------
+    UsageError, DataError
+        With the text of the command, which names options with their dashes.
+    KeyboardInterrupt
+        Ctrl-C stops the work within a blink.
+
+    Notes
+    -----
+    The interpreter is free meanwhile: other threads of Python go on. Results are the same bytes
+    for every number of threads.
+    """
+    given = {name: value for name, value in locals().items() if name in _run_keywords}
+    models = as_models(model)
+    cells = as_sensors(sensors)
+    year = weather if isinstance(weather, Weather) else read_weather(weather)
+    turned = models[0].north if north is None else float(north)
+    with Report(progress) as report:
+        core = _core.radiation(
+            [one._core for one in models],
+            cells._core,
+            year._core,
+            option_texts({**given, "north": turned}),
+            None if since is None else since._core,
+            report,
+        )
+    return Radiation(core, models, cells, year, turned, report)
+
+
+def sky_view(
+    model: Any,
+    sensors: Union[Sensors, Selection, Model],
+    *,
+    threads: int = 0,
+    progress: Progress = None,
+) -> Columns:
+    """What sensors see of the sky and of the ground: ``sky_view`` and ``ground_view`` [%].
+
+    Parameters
+    ----------
+    model, sensors, threads, progress
+        As for `radiation`.
+
+    Returns
+    -------
+    Columns
+        Cosine-weighted shares of what lies before a surface. They are found with two rays for
+        each of 1,296 cells of the sky; those of `radiation` stand where the period has its sun,
+        and so may differ by tenths of a percent.
+    """
+    models = as_models(model)
+    cells = as_sensors(sensors)
+    north = models[0].north
+    with Report(progress) as report:
+        columns = _core.sky_view([one._core for one in models], cells._core, north, threads, report)
+    return Columns(columns, cells, north)
+
+
+def visible(model: Any, origins: Any, directions: Any, *, progress: Progress = None) -> Array:
+    """Whether rays leave the model without meeting a triangle.
+
+    Parameters
+    ----------
+    model : as for `radiation`
+    origins : array_like of float, shape (3,) or (n, 3)
+        Where the rays begin [m]. What is nearer than a centimetre does not count.
+    directions : array_like of float, shape (3,) or (n, 3)
+        Of any length but zero; one origin goes with many directions, and the reverse.
+
+    Returns
+    -------
+    numpy.ndarray of bool, shape (n,)
+
+    Examples
+    --------
+    >>> import insolate as ins
+    >>> wall = ins.Model([[0, 1, 0], [9, 1, 0], [9, 1, 3], [0, 1, 3]], [[0, 1, 2, 3]])
+    >>> ins.visible(wall, [4, 0, 1], [[0, 1, 0], [0, -1, 0]]).tolist()
+    [False, True]
+    """
+    starts, ways = np.broadcast_arrays(
+        np.atleast_2d(np.asarray(origins, dtype=np.float64)), np.atleast_2d(np.asarray(directions, dtype=np.float64))
+    )
+    if starts.ndim != 2 or starts.shape[1] != 3:
+        raise _core.DataError(f"origins and directions must have the shape (n, 3), not {starts.shape}")
+    lengths = np.linalg.norm(ways, axis=1)
+    if not (np.isfinite(starts).all() and np.isfinite(lengths).all() and (lengths > 0.0).all()):
+        raise _core.DataError("origins and directions must be finite, and no direction zero")
+    with Report(progress) as report:
+        return _core.visible(
+            [one._core for one in as_models(model)],
+            np.ascontiguousarray(starts),
+            np.ascontiguousarray(ways),
+            report,
+        )

@@ -1,0 +1,101 @@
+/// What the parts of the module share.
+#pragma once
+
+#include "work.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nanobind/nanobind.h>
+#include <nanobind/ndarray.h>
+
+namespace insolate::python {
+
+namespace nb = nanobind;
+
+/// Arrays that come in: C order, of exactly this type; Python converts before the call, where a
+/// copy is seen.
+template <typename Number, int dimensions>
+using InArray = nb::ndarray<const Number, nb::ndim<dimensions>, nb::c_contig, nb::device::cpu>;
+
+template <typename Array>
+auto spanOf(const Array& array) {
+    return std::span(array.data(), array.size());
+}
+
+/// A view of numbers that the owner holds, which cannot be written to.
+template <typename Number>
+using View = nb::ndarray<nb::numpy, const Number>;
+
+template <typename Number>
+View<Number> viewOf(const Number* data, std::initializer_list<std::size_t> shape,
+                    nb::handle owner) {
+    return View<Number>(data, shape, owner);
+}
+
+/// An array that owns the numbers.
+template <typename Number>
+nb::ndarray<nb::numpy, Number> arrayOf(std::vector<Number> numbers,
+                                       std::initializer_list<std::size_t> shape) {
+    auto held = std::make_unique<std::vector<Number>>(std::move(numbers));
+    Number* data = held->data();
+    nb::capsule owner(held.release(), [](void* memory) noexcept {
+        delete static_cast<std::vector<Number>*>(memory);
+    });
+    return nb::ndarray<nb::numpy, Number>(data, shape, owner);
+}
+
+/// Points and directions are three doubles, one after the other.
+static_assert(sizeof(study::Vector3) == 3 * sizeof(double));
+inline const double* numbersOf(const std::vector<study::Vector3>& vectors) {
+    return vectors.empty() ? nullptr : &vectors.front().x;
+}
+
+/// Options by their names, with their values as texts.
+using OptionTexts = std::vector<std::pair<std::string, std::vector<std::string>>>;
+
+/// @throws UsageError as for the command
+void giveOptions(const study::OptionTable& table, const OptionTexts& texts);
+/// What of a study's options belongs to the model and its sensors.
+study::ModelOptions modelOptionsOf(const OptionTexts& texts);
+
+struct PyWeather {
+    std::shared_ptr<const study::WeatherYear> year;
+    std::string name; ///< of the file
+    bool isFile = false;
+};
+
+struct PyMesh {
+    std::shared_ptr<const study::Mesh> mesh;
+    std::string name; ///< of the file
+    study::ModelOptions options;
+};
+
+struct PySensors {
+    std::shared_ptr<const study::SensorField> field;
+    double offset = 0.0;
+    study::ModelOptions options; ///< that made them
+};
+
+/// Scene and sensors of the models, for a study.
+study::StudyInputs inputsOf(const std::vector<PyMesh>& models, const PySensors& sensors);
+/// Options that name the models and repeat how the sensors were made, for records.
+void describeInputs(study::ModelOptions& options, const std::vector<PyMesh>& models,
+                    const PySensors& sensors);
+
+/// Name, unit, title and values of each column.
+nb::list columnsOf(std::vector<study::ResultColumn> columns);
+
+void bindOptions(nb::module_& module);
+void bindWeather(nb::module_& module);
+void bindModel(nb::module_& module);
+void bindRadiation(nb::module_& module);
+void bindSun(nb::module_& module);
+void bindSunHours(nb::module_& module);
+
+} // namespace insolate::python

@@ -1,0 +1,167 @@
+#include "bindings.h"
+
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/pair.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/tuple.h>
+#include <nanobind/stl/vector.h>
+
+#include <algorithm>
+#include <optional>
+#include <tuple>
+
+namespace insolate::python {
+
+namespace {
+
+struct PyStudy {
+    std::optional<study::StudySession> session;
+};
+
+PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
+                  const PyWeather& weather, const OptionTexts& texts, const PyStudy* since,
+                  nb::handle report) {
+    study::RunOptions options;
+    describeInputs(options, models, sensors);
+    study::OptionTable table;
+    study::addRunOptions(table, options);
+    giveOptions(table, texts);
+    options.weather = weather.name;
+    study::GivenInputs given;
+    if (options.method == "hourly" || !weather.isFile) {
+        given.weather = weather.year;
+    }
+    PyStudy result;
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        given.models = inputsOf(models, sensors);
+        result.session.emplace(options, std::move(given), progress, stop);
+        if (since != nullptr) {
+            result.session->calculateSince(*since->session, progress, stop);
+        } else {
+            result.session->calculate(progress, stop);
+        }
+    });
+    return result;
+}
+
+/// Beam, sky and ground by sensor and hour, as three arrays.
+nb::list hoursOf(const PyStudy& self, const std::vector<std::size_t>& sensors, nb::handle report) {
+    constexpr auto perYear = static_cast<std::size_t>(hoursPerYear);
+    std::vector<float> parts[3];
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        progress.begin(sensors.size(), "sensors");
+        for (const std::size_t sensor : sensors) {
+            study::throwIfStopped(stop);
+            const SensorHours hours = self.session->hoursOf(sensor);
+            parts[0].insert(parts[0].end(), hours.beam.begin(), hours.beam.end());
+            parts[1].insert(parts[1].end(), hours.sky.begin(), hours.sky.end());
+            parts[2].insert(parts[2].end(), hours.ground.begin(), hours.ground.end());
+            progress.advance(1);
+        }
+    });
+    nb::list arrays;
+    for (std::vector<float>& part : parts) {
+        arrays.append(arrayOf(std::move(part), {sensors.size(), perYear}));
+    }
+    return arrays;
+}
+
+/// Which rays nothing blocks.
+nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
+                                     const InArray<double, 2>& origins,
+                                     const InArray<double, 2>& directions, nb::handle report) {
+    const std::size_t count = origins.shape(0);
+    auto seen = std::make_unique<bool[]>(std::max<std::size_t>(count, 1));
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        study::Scene scene;
+        for (const PyMesh& model : models) {
+            study::appendTriangles(*model.mesh, scene);
+        }
+        study::SensorField field;
+        for (std::size_t i = 0; i < count; ++i) {
+            const double* p = origins.data() + 3 * i;
+            field.positions.push_back({p[0], p[1], p[2]});
+        }
+        const study::Recentring recentring(scene, field);
+        const OcclusionIndex index(recentring.coordinates(scene));
+        progress.begin(count, "rays");
+        constexpr std::size_t block = 65536;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i % block == 0) {
+                study::throwIfStopped(stop);
+                progress.advance(std::min(block, count - i));
+            }
+            const double* d = directions.data() + 3 * i;
+            study::Vector3 direction{d[0], d[1], d[2]};
+            direction = direction * (1.0 / study::length(direction));
+            seen[i] =
+                !index.isOccluded(recentring.local(field.positions[i]), study::narrowed(direction));
+        }
+    });
+    bool* data = seen.release();
+    nb::capsule owner(data, [](void* memory) noexcept { delete[] static_cast<bool*>(memory); });
+    return {data, {count}, owner};
+}
+
+} // namespace
+
+nb::list columnsOf(std::vector<study::ResultColumn> columns) {
+    nb::list listed;
+    for (study::ResultColumn& column : columns) {
+        const std::size_t size = column.values.size();
+        listed.append(nb::make_tuple(column.name, column.unit, column.title,
+                                     arrayOf(std::move(column.values), {size})));
+    }
+    return listed;
+}
+
+void bindRadiation(nb::module_& module) {
+    nb::class_<PyStudy>(module, "Study")
+        .def_prop_ro("columns",
+                     [](nb::handle self) {
+                         nb::list listed;
+                         for (const study::ResultColumn& column :
+                              nb::cast<PyStudy&>(self).session->columns()) {
+                             listed.append(nb::make_tuple(
+                                 column.name, column.unit, column.title,
+                                 viewOf(column.values.data(), {column.values.size()}, self)));
+                         }
+                         return listed;
+                     })
+        .def_prop_ro("enclosed", [](const PyStudy& self) { return self.session->enclosed(); })
+        .def_prop_ro("summary", [](const PyStudy& self) { return self.session->summary(); })
+        .def_prop_ro("subtitle",
+                     [](const PyStudy& self) {
+                         return self.session->weather().site.text() + "; " +
+                                self.session->options().period.text() + "; " +
+                                self.session->options().method;
+                     })
+        .def("hours", &hoursOf, nb::arg("sensors"), nb::arg("report").none())
+        .def(
+            "save",
+            [](PyStudy& self, const std::string& folder, nb::handle report) {
+                doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+                    self.session->save(folder, progress, stop);
+                });
+            },
+            nb::arg("folder"), nb::arg("report").none());
+    module.def("radiation", &radiation, nb::arg("models"), nb::arg("sensors"), nb::arg("weather"),
+               nb::arg("options"), nb::arg("since").none(), nb::arg("report").none());
+    module.def("visible", &visible, nb::arg("models"), nb::arg("origins").noconvert(),
+               nb::arg("directions").noconvert(), nb::arg("report").none());
+    module.def(
+        "sky_view",
+        [](const std::vector<PyMesh>& models, const PySensors& sensors, double north, int threads,
+           nb::handle report) {
+            std::vector<study::ResultColumn> columns;
+            doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+                columns =
+                    study::skyViews(inputsOf(models, sensors), north, threads, progress, stop);
+            });
+            return columnsOf(std::move(columns));
+        },
+        nb::arg("models"), nb::arg("sensors"), nb::arg("north"), nb::arg("threads"),
+        nb::arg("report").none());
+}
+
+} // namespace insolate::python

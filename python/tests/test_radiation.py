@@ -1,0 +1,106 @@
+from __future__ import annotations
+
+import signal
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import insolate as ins
+
+
+def test_labels_name_what_the_arrays_hold(summer, sensors):
+    frame = summer.to_dataframe()
+    assert list(frame.columns[:8]) == ["x", "y", "z", "nx", "ny", "nz", "total", "beam"]
+    assert list(frame.columns[-3:]) == ["area", "object", "material"]
+    np.testing.assert_array_equal(frame["total"], summer.total)
+    data = summer.to_xarray()
+    assert data["total"].attrs == {"units": "Wh/m2", "long_name": "Total radiation"}
+    np.testing.assert_array_equal(data["surface_tilt"], sensors.tilts)
+    weighted = float((data["total"] * data["area"]).sum())
+    assert weighted == pytest.approx(float(summer.total.astype(float) @ sensors.areas), rel=1e-6)
+    assert summer.summary["sensors"]["count"] == len(sensors)
+    with pytest.raises(AttributeError, match="totl"):
+        _ = summer.totl
+
+
+def test_hours_add_up_to_the_sums(summer):
+    data = summer.hours([0, 17])
+    assert data["poa_global"].shape == (2, 8760)
+    for part, name in (("beam", "poa_direct"), ("sky", "poa_sky_diffuse"), ("ground", "poa_ground_diffuse")):
+        sums = data[name].sum("time").to_numpy()
+        np.testing.assert_allclose(sums, summer[part][[0, 17]], atol=1e-4 * summer.total[[0, 17]].max())
+    lit = data["time"].to_numpy()[data["poa_global"].to_numpy().any(axis=0)]
+    assert str(lit.min())[:10] == "2001-06-01"
+    assert str(lit.max())[:10] == "2001-08-31"
+    for wrong in ([-1], [10**6]):
+        with pytest.raises(ins.UsageError, match="no sensor"):
+            summer.hours(wrong)
+
+
+def test_an_open_roof_gets_what_the_weather_has(box, weather):
+    result = ins.radiation(box, box.select("roof").sensors(grid=5), weather)
+    np.testing.assert_allclose(result.total, weather.ghi.astype(float).sum(), rtol=2e-3)
+    np.testing.assert_allclose(result.sky_view, 100.0, atol=1e-3)
+
+
+def test_threads_change_nothing(model, sensors, weather, summer):
+    alone = ins.radiation(model, sensors, weather, period="6/1-8/31", open_ground=True, threads=1)
+    for name in summer:
+        np.testing.assert_array_equal(alone[name], summer[name], err_msg=name)
+
+
+def test_progress_counts_up_to_all(model, sensors, weather):
+    calls = []
+    ins.radiation(model, sensors, weather, period="6/21", sun_tolerance=1, progress=lambda *c: calls.append(c))
+    assert calls == sorted(calls)
+    assert calls[-1] == (len(sensors), len(sensors))
+
+
+def test_an_error_in_progress_ends_the_work(model, weather):
+    class Enough(Exception):
+        pass
+
+    def raising(done, total):
+        raise Enough
+
+    with pytest.raises(Enough):
+        ins.radiation(model, model.sensors(grid=0.5), weather, progress=raising)
+
+
+def test_ctrl_c_stops_soon_and_other_threads_go_on(model, weather):
+    sensors = model.sensors(grid=0.4)
+    beats = []
+    timer = threading.Timer(1.0, lambda: (beats.append(time.monotonic()), signal.raise_signal(signal.SIGINT)))
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        ins.radiation(model, sensors, weather, sun_tolerance=0.25, sky_tolerance=0.25)
+    assert time.monotonic() - beats[0] < 5.0  # a fraction of a second on a machine at rest
+
+
+def test_several_models_cast_shadows(box, weather):
+    tower = ins.Model(box.vertices * [1, 1, 5] + [0, -15, 0], box.faces)
+    roof = box.select("roof").sensors(grid=5)
+    alone = ins.radiation(box, roof, weather).total
+    both = ins.radiation([box, tower], roof, weather).total
+    assert (both < 0.9 * alone).all()
+
+
+def test_views_of_the_sky(box):
+    around = ins.Sensors([[-5, 5, 0.5], [5, 5, 0.5]], [[-1, 0, 0], [0, 0, 1]])
+    view = ins.sky_view(box, around)
+    # A wall without anything before it sees half of its view as sky, half as ground; inside is dark.
+    np.testing.assert_allclose(view.sky_view, [50.0, 0.0], atol=0.1)
+    np.testing.assert_allclose(view.ground_view, [50.0, 0.0], atol=0.1)
+
+
+def test_rays(box):
+    through = [[5, 5, 20], [15, 5, 5], [5, 5, 5]]
+    ways = [[0, 0, -1], [0, 0, -9], [1, 2, 3]]
+    assert ins.visible(box, through, ways).tolist() == [False, True, False]
+    far = ins.Model(box.vertices + 5e6, box.faces)
+    assert ins.visible(far, np.array(through) + 5e6, ways).tolist() == [False, True, False]
+    for directions in ([0, 0, 0], [0, 0, np.nan], [[0, 1]]):
+        with pytest.raises((ins.DataError, ValueError)):
+            ins.visible(box, [5, 5, 20], directions)

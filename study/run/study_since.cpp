@@ -1,0 +1,111 @@
+#include "study/run/calculate_sensors.h"
+#include "study/run/changed_scene.h"
+#include "study/run/study_steps.h"
+#include "study/support/readable.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include <fmt/format.h>
+#include <xxhash.h>
+
+namespace insolate::study {
+
+namespace {
+
+constexpr std::size_t unknownSensor = static_cast<std::size_t>(-1);
+
+using Place = std::array<Vector3, 2>; // and normal
+
+struct SamePlace {
+    bool operator()(const Place& a, const Place& b) const {
+        return std::memcmp(a.data(), b.data(), sizeof a) == 0;
+    }
+};
+struct HashOfPlace {
+    std::size_t operator()(const Place& place) const {
+        return XXH3_64bits(place.data(), sizeof place);
+    }
+};
+
+/// The sensor of the former field that stands and looks alike, by sensor of the new one.
+std::vector<std::size_t> formerSensors(const SensorField& before, const SensorField& after) {
+    std::unordered_map<Place, std::size_t, HashOfPlace, SamePlace> places;
+    places.reserve(before.size());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        places.try_emplace({before.positions[i], before.normals[i]}, i);
+    }
+    std::vector<std::size_t> former(after.size(), unknownSensor);
+    for (std::size_t i = 0; i < after.size(); ++i) {
+        const auto found = places.find({after.positions[i], after.normals[i]});
+        former[i] = found == places.end() ? unknownSensor : found->second;
+    }
+    return former;
+}
+
+/// Places and normals of some sensors.
+SensorField partOf(const SensorField& field, std::span<const std::size_t> sensors) {
+    SensorField part;
+    for (const std::size_t sensor : sensors) {
+        part.positions.push_back(field.positions[sensor]);
+        part.normals.push_back(field.normals[sensor]);
+    }
+    return part;
+}
+
+} // namespace
+
+StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earlier,
+                                 const StudyResults& known, Progress& progress,
+                                 const std::stop_token& stop) {
+    const bool isComparable = study.options.rays == RayMethod::fast &&
+                              earlier.options.rays == RayMethod::fast && !study.options.masks &&
+                              !earlier.options.masks && *study.recentring == *earlier.recentring &&
+                              study.method->isSameAs(*earlier.method);
+    if (!isComparable) {
+        progress.note("more than scene and sensors differs from the earlier study: all sensors are "
+                      "calculated");
+        return calculateStudy(study, nullptr, progress, stop);
+    }
+    const SensorField& field = study.inputs.field;
+    const std::vector<std::size_t> former = formerSensors(earlier.inputs.field, field);
+    const SceneDifference difference = differenceOf(earlier.inputs.scene, study.inputs.scene);
+    std::vector<std::uint8_t> marks(field.size(), 0);
+    if (!difference.isEmpty()) {
+        marks = study.method->touched(study.work(), difference, *earlier.masks,
+                                      study.options.threads, stop);
+    }
+    std::vector<std::size_t> again;
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        if (marks[i] != 0 || former[i] == unknownSensor) {
+            again.push_back(i);
+        }
+    }
+    progress.note(fmt::format("{} of {} sensors are calculated; the change cannot touch the others",
+                              groupedDigits(again.size()), groupedDigits(field.size())));
+    const SensorField part = partOf(field, again);
+    const std::vector<ResultColumn> fresh =
+        calculateSensors(*study.method, {part, *study.recentring, *study.masks},
+                         study.options.threads, nullptr, progress, stop);
+    StudyResults results;
+    results.columns = study.method->columns();
+    for (std::size_t c = 0; c < results.columns.size(); ++c) {
+        std::vector<float>& values = results.columns[c].values;
+        values.resize(field.size());
+        for (std::size_t i = 0; i < field.size(); ++i) {
+            values[i] = former[i] == unknownSensor ? 0.0f : known.columns[c].values[former[i]];
+        }
+        for (std::size_t i = 0; i < again.size(); ++i) {
+            values[again[i]] = fresh[c].values[i];
+        }
+    }
+    completeResults(study, results, stop);
+    return results;
+}
+
+} // namespace insolate::study
