@@ -382,12 +382,13 @@ def as_sensors(sensors: Union[Sensors, Selection, Model]) -> Sensors:
     raise TypeError(f"sensors must be Sensors or a Selection, not {type(sensors).__name__}")
 
 
-@documented(_core.run_options, "units", "up", "orient", "north", "force")
+@documented(_core.run_options, "units", "up", "lod", "orient", "north", "force")
 def read_model(
     file: Path,
     *,
     units: Optional[str] = None,
     up: Optional[str] = None,
+    lod: Union[str, float, None] = None,
     orient: Optional[str] = None,
     north: float = 0.0,
     force: bool = False,
@@ -404,7 +405,7 @@ def read_model(
     DataError
         When the file cannot be read or is no model, with the place and the fix.
     """
-    texts = option_texts({"units": units, "up": up, "orient": orient, "force": force})
+    texts = option_texts({"units": units, "up": up, "lod": lod, "orient": orient, "force": force})
     with Report(False) as report:
         core = _core.read_model(os.fspath(file), texts, report)
     return Model._of(core, north, report)

@@ -48,7 +48,8 @@ class Columns(Mapping[str, Array]):
 
     def __getattr__(self, name: str) -> Array:
         try:
-            return self.__dict__["_values"][name]
+            values: dict[str, Array] = self.__dict__["_values"]
+            return values[name]
         except KeyError:
             raise AttributeError(f"{type(self).__name__} has no attribute {name!r}") from None
 

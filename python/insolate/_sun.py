@@ -105,7 +105,7 @@ def sun_position(
     >>> import numpy as np, insolate as ins
     >>> sun = ins.sun_position(np.array(["2026-06-21T12:00"], "datetime64[m]"), 48.86, 2.35)
     >>> print(f"{sun.apparent_elevation[0]:.1f} {sun.azimuth[0]:.1f}")
-    64.6 183.3
+    64.5 184.0
     """
     if not (abs(latitude) <= 90.0 and abs(longitude) <= 180.0):
         raise _core.UsageError(

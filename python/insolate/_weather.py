@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from typing import TYPE_CHECKING, Any, Literal, NamedTuple, Optional, Union
+from typing import TYPE_CHECKING, Any, Literal, NamedTuple, Optional, Union, cast
 
 import numpy as np
 
@@ -70,11 +70,11 @@ class Weather:
 
     @property
     def dni(self) -> np.ndarray[Any, np.dtype[np.float32]]:
-        return self._core.dni
+        return cast("np.ndarray[Any, np.dtype[np.float32]]", self._core.dni)
 
     @property
     def dhi(self) -> np.ndarray[Any, np.dtype[np.float32]]:
-        return self._core.dhi
+        return cast("np.ndarray[Any, np.dtype[np.float32]]", self._core.dhi)
 
     @property
     def ghi(self) -> Optional[np.ndarray[Any, np.dtype[np.float32]]]:

@@ -1,9 +1,11 @@
 #include "bindings.h"
 
+#include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/vector.h>
 
+#include <optional>
 #include <utility>
 
 namespace insolate::python {
@@ -137,25 +139,31 @@ void bindModel(nb::module_& module) {
     nb::class_<PyMesh>(module, "Mesh")
         .def_ro("name", &PyMesh::name)
         .def_prop_ro("face_count", [](const PyMesh& self) { return self.mesh->faces.size(); })
-        .def_prop_ro("vertices",
-                     [](nb::handle self) {
-                         const auto& vertices = nb::cast<PyMesh&>(self).mesh->vertices;
-                         return viewOf(numbersOf(vertices), {vertices.size(), 3}, self);
-                     })
-        .def_prop_ro("corners",
-                     [](nb::handle self) {
-                         const auto& corners = nb::cast<PyMesh&>(self).mesh->corners;
-                         return viewOf(corners.data(), {corners.size()}, self);
-                     })
-        .def_prop_ro("corner_counts",
-                     [](const PyMesh& self) {
-                         std::vector<std::uint32_t> counts;
-                         for (const study::Mesh::Face& face : self.mesh->faces) {
-                             counts.push_back(face.cornerCount);
-                         }
-                         const std::size_t size = counts.size();
-                         return arrayOf(std::move(counts), {size});
-                     })
+        .def_prop_ro(
+            "vertices",
+            [](nb::handle self) {
+                const auto& vertices = nb::cast<PyMesh&>(self).mesh->vertices;
+                return viewOf(numbersOf(vertices), {vertices.size(), 3}, self);
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "corners",
+            [](nb::handle self) {
+                const auto& corners = nb::cast<PyMesh&>(self).mesh->corners;
+                return viewOf(corners.data(), {corners.size()}, self);
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "corner_counts",
+            [](const PyMesh& self) {
+                std::vector<std::uint32_t> counts;
+                for (const study::Mesh::Face& face : self.mesh->faces) {
+                    counts.push_back(face.cornerCount);
+                }
+                const std::size_t size = counts.size();
+                return arrayOf(std::move(counts), {size});
+            },
+            nb::rv_policy::reference)
         .def_prop_ro("objects",
                      [](const PyMesh& self) { return faceNames(self, &study::Mesh::Face::object); })
         .def_prop_ro(
@@ -166,35 +174,45 @@ void bindModel(nb::module_& module) {
     nb::class_<PySensors>(module, "Sensors")
         .def_prop_ro("size", [](const PySensors& self) { return self.field->size(); })
         .def_ro("offset", &PySensors::offset)
-        .def_prop_ro("points",
-                     [](nb::handle self) {
-                         const auto& points = nb::cast<PySensors&>(self).field->positions;
-                         return viewOf(numbersOf(points), {points.size(), 3}, self);
-                     })
-        .def_prop_ro("normals",
-                     [](nb::handle self) {
-                         const auto& normals = nb::cast<PySensors&>(self).field->normals;
-                         return viewOf(numbersOf(normals), {normals.size(), 3}, self);
-                     })
-        .def_prop_ro("areas",
-                     [](const PySensors& self) -> nb::object {
-                         std::vector<float> areas = study::cellAreas(*self.field);
-                         if (areas.empty()) {
-                             return nb::none();
-                         }
-                         const std::size_t size = areas.size();
-                         return nb::cast(arrayOf(std::move(areas), {size}));
-                     })
-        .def_prop_ro("corners",
-                     [](nb::handle self) {
-                         const auto& corners = nb::cast<PySensors&>(self).field->corners;
-                         return viewOf(numbersOf(corners), {corners.size(), 3}, self);
-                     })
-        .def_prop_ro("cell_start",
-                     [](nb::handle self) {
-                         const auto& start = nb::cast<PySensors&>(self).field->cellStart;
-                         return viewOf(start.data(), {start.size()}, self);
-                     })
+        .def_prop_ro(
+            "points",
+            [](nb::handle self) {
+                const auto& points = nb::cast<PySensors&>(self).field->positions;
+                return viewOf(numbersOf(points), {points.size(), 3}, self);
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "normals",
+            [](nb::handle self) {
+                const auto& normals = nb::cast<PySensors&>(self).field->normals;
+                return viewOf(numbersOf(normals), {normals.size(), 3}, self);
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "areas",
+            [](const PySensors& self) -> std::optional<nb::ndarray<nb::numpy, float>> {
+                std::vector<float> areas = study::cellAreas(*self.field);
+                if (areas.empty()) {
+                    return std::nullopt;
+                }
+                const std::size_t size = areas.size();
+                return arrayOf(std::move(areas), {size});
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "corners",
+            [](nb::handle self) {
+                const auto& corners = nb::cast<PySensors&>(self).field->corners;
+                return viewOf(numbersOf(corners), {corners.size(), 3}, self);
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "cell_start",
+            [](nb::handle self) {
+                const auto& start = nb::cast<PySensors&>(self).field->cellStart;
+                return viewOf(start.data(), {start.size()}, self);
+            },
+            nb::rv_policy::reference)
         .def_prop_ro(
             "objects",
             [](const PySensors& self) { return namesOf(self, &study::CellOrigin::object); })

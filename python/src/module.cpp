@@ -14,9 +14,6 @@ NB_MODULE(_core, module) {
     nb::exception<study::DataError>(module, "DataError", error.ptr());
     nb::exception<study::OutputError>(module, "OutputError", error.ptr());
     nb::exception<study::Stopped>(module, "Stopped", error.ptr());
-    for (const char* name : {"Error", "UsageError", "DataError", "OutputError", "Stopped"}) {
-        module.attr(name).attr("__module__") = "insolate";
-    }
     python::bindOptions(module);
     python::bindWeather(module);
     python::bindModel(module);

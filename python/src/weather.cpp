@@ -1,5 +1,6 @@
 #include "bindings.h"
 
+#include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/tuple.h>
@@ -7,6 +8,7 @@
 
 #include <array>
 #include <chrono>
+#include <optional>
 #include <tuple>
 
 namespace insolate::python {
@@ -67,12 +69,12 @@ PyWeather weatherOf(const std::string& name, double latitude, double longitude, 
 }
 
 template <std::vector<float> WeatherSeries::*series>
-nb::object seriesOf(nb::handle self) {
+std::optional<View<float>> seriesOf(nb::handle self) {
     const std::vector<float>& values = nb::cast<PyWeather&>(self).year->series.*series;
     if (values.empty()) {
-        return nb::none();
+        return std::nullopt;
     }
-    return nb::cast(viewOf(values.data(), {values.size()}, self));
+    return viewOf(values.data(), {values.size()}, self);
 }
 
 } // namespace
@@ -98,12 +100,12 @@ void bindWeather(nb::module_& module) {
                      [](const PyWeather& self) { return self.year->report.gapCount(); })
         .def_prop_ro("sample_offset",
                      [](const PyWeather& self) { return self.year->series.sampleOffset; })
-        .def_prop_ro("dni", &seriesOf<&WeatherSeries::directNormal>)
-        .def_prop_ro("dhi", &seriesOf<&WeatherSeries::diffuseHorizontal>)
-        .def_prop_ro("ghi", &seriesOf<&WeatherSeries::globalHorizontal>)
-        .def_prop_ro("temp_air", &seriesOf<&WeatherSeries::dryBulb>)
-        .def_prop_ro("temp_dew", &seriesOf<&WeatherSeries::dewPoint>)
-        .def_prop_ro("pressure", &seriesOf<&WeatherSeries::pressure>);
+        .def_prop_ro("dni", &seriesOf<&WeatherSeries::directNormal>, nb::rv_policy::reference)
+        .def_prop_ro("dhi", &seriesOf<&WeatherSeries::diffuseHorizontal>, nb::rv_policy::reference)
+        .def_prop_ro("ghi", &seriesOf<&WeatherSeries::globalHorizontal>, nb::rv_policy::reference)
+        .def_prop_ro("temp_air", &seriesOf<&WeatherSeries::dryBulb>, nb::rv_policy::reference)
+        .def_prop_ro("temp_dew", &seriesOf<&WeatherSeries::dewPoint>, nb::rv_policy::reference)
+        .def_prop_ro("pressure", &seriesOf<&WeatherSeries::pressure>, nb::rv_policy::reference);
     module.def("read_weather", &readWeather, nb::arg("file"));
     module.def("weather_of", &weatherOf, nb::arg("name"), nb::arg("latitude"), nb::arg("longitude"),
                nb::arg("time_zone"), nb::arg("elevation"), nb::arg("times").noconvert(),

@@ -10,6 +10,7 @@ from conftest import courtyard
 import insolate as ins
 
 
+@pytest.mark.filterwarnings("ignore::insolate.InsolateWarning")
 @pytest.mark.parametrize(
     ("arguments", "options"),
     [

@@ -96,7 +96,7 @@ def test_views_of_the_sky(box):
 
 
 def test_rays(box):
-    through = [[5, 5, 20], [15, 5, 5], [5, 5, 5]]
+    through = [[4, 5, 20], [15, 5, 5], [5, 5, 5]]
     ways = [[0, 0, -1], [0, 0, -9], [1, 2, 3]]
     assert ins.visible(box, through, ways).tolist() == [False, True, False]
     far = ins.Model(box.vertices + 5e6, box.faces)

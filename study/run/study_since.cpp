@@ -104,7 +104,7 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
             values[again[i]] = fresh[c].values[i];
         }
     }
-    completeResults(study, results, stop);
+    completeResults(study, results, progress, stop);
     return results;
 }
 
