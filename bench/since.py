@@ -39,12 +39,11 @@ def main() -> None:
     model = city(blocks)
     sensors = model.select("house*", exclude=["tower"], tilt=(0, 100)).sensors(grid=8.6)
     print(f"{len(model.triangles):,} triangles, {len(sensors):,} sensors")
-    tower = model.vertices[
-        np.unique(np.concatenate([f for f, o in zip(model.faces, model.objects, strict=True) if o == "tower"]))
-    ]
+    own = [face for face, name in zip(model.faces, model.objects, strict=True) if name == "tower"]
+    tower = model.vertices[np.unique(np.concatenate(own))]
     result = ins.radiation(model, sensors, weather, progress=False)
     for step in range(1, steps + 1):
-        moved = model.replace("tower", ins.Model(tower + [0.5 * step, 0.25 * step, 0.0], faces))
+        moved = model.replace("tower", ins.Model(tower + step * np.array([0.5, 0.25, 0.0]), faces))
         times = {}
         results = {}
         for name, since in (("since", result), ("scratch", None)):

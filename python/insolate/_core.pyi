@@ -4,165 +4,177 @@ from typing import Annotated
 import numpy
 from numpy.typing import NDArray
 
-from insolate import DataError as DataError
-from insolate import Error as Error
-from insolate import OutputError as OutputError
-from insolate import Stopped as Stopped
-from insolate import UsageError as UsageError
 
-version: str = "0.1.0"
+version: str = '0.1.0'
+
+class Error(Exception):
+    pass
+
+class UsageError(Error):
+    pass
+
+class DataError(Error):
+    pass
+
+class OutputError(Error):
+    pass
+
+class Stopped(Error):
+    pass
 
 class Option:
     @property
     def name(self) -> str: ...
+
     @property
     def help(self) -> str: ...
+
     @property
     def type_name(self) -> str: ...
+
     @property
     def choices(self) -> list[str]: ...
+
     @property
     def usual(self) -> str: ...
+
     @property
     def is_list(self) -> bool: ...
 
 def run_options() -> list[Option]: ...
+
 def sun_hours_options() -> list[Option]: ...
 
 class Weather:
     @property
     def name(self) -> str: ...
+
     @property
     def is_file(self) -> bool: ...
+
     @property
     def site(self) -> tuple[float, float, float, float, str]: ...
+
     @property
     def findings(self) -> list[str]: ...
+
     @property
     def gap_count(self) -> int: ...
+
     @property
     def sample_offset(self) -> float: ...
+
     @property
     def dni(self) -> Annotated[NDArray[numpy.float32], dict(writable=False)] | None: ...
+
     @property
     def dhi(self) -> Annotated[NDArray[numpy.float32], dict(writable=False)] | None: ...
+
     @property
     def ghi(self) -> Annotated[NDArray[numpy.float32], dict(writable=False)] | None: ...
+
     @property
     def temp_air(self) -> Annotated[NDArray[numpy.float32], dict(writable=False)] | None: ...
+
     @property
     def temp_dew(self) -> Annotated[NDArray[numpy.float32], dict(writable=False)] | None: ...
+
     @property
     def pressure(self) -> Annotated[NDArray[numpy.float32], dict(writable=False)] | None: ...
 
 def read_weather(file: str) -> Weather: ...
-def weather_of(
-    name: str,
-    latitude: float,
-    longitude: float,
-    time_zone: float,
-    elevation: float,
-    times: Annotated[NDArray[numpy.int64], dict(shape=(None,), order="C", device="cpu", writable=False)],
-    values: Annotated[NDArray[numpy.float32], dict(shape=(None, None), order="C", device="cpu", writable=False)],
-) -> Weather: ...
+
+def weather_of(name: str, latitude: float, longitude: float, time_zone: float, elevation: float, times: Annotated[NDArray[numpy.int64], dict(shape=(None,), order='C', device='cpu', writable=False)], values: Annotated[NDArray[numpy.float32], dict(shape=(None, None), order='C', device='cpu', writable=False)]) -> Weather: ...
 
 class Mesh:
     @property
     def name(self) -> str: ...
+
     @property
     def face_count(self) -> int: ...
+
     @property
     def vertices(self) -> Annotated[NDArray[numpy.float64], dict(writable=False)]: ...
+
     @property
     def corners(self) -> Annotated[NDArray[numpy.uint32], dict(writable=False)]: ...
+
     @property
     def corner_counts(self) -> NDArray[numpy.uint32]: ...
+
     @property
     def objects(self) -> list[str]: ...
+
     @property
     def materials(self) -> list[str]: ...
+
     def triangles(self) -> NDArray[numpy.float64]: ...
+
     def replace(self, object: str, by: Mesh) -> Mesh: ...
 
 class Sensors:
     @property
     def size(self) -> int: ...
+
     @property
     def offset(self) -> float: ...
+
     @property
     def points(self) -> Annotated[NDArray[numpy.float64], dict(writable=False)]: ...
+
     @property
     def normals(self) -> Annotated[NDArray[numpy.float64], dict(writable=False)]: ...
+
     @property
     def areas(self) -> NDArray[numpy.float32] | None: ...
+
     @property
     def corners(self) -> Annotated[NDArray[numpy.float64], dict(writable=False)]: ...
+
     @property
     def cell_start(self) -> Annotated[NDArray[numpy.uint32], dict(writable=False)]: ...
+
     @property
     def objects(self) -> list[str]: ...
+
     @property
     def materials(self) -> list[str]: ...
 
 def read_model(file: str, options: Sequence[tuple[str, Sequence[str]]], report: object | None) -> Mesh: ...
-def model_of(
-    name: str,
-    vertices: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order="C", device="cpu", writable=False)],
-    corners: Annotated[NDArray[numpy.uint32], dict(shape=(None,), order="C", device="cpu", writable=False)],
-    counts: Annotated[NDArray[numpy.uint32], dict(shape=(None,), order="C", device="cpu", writable=False)],
-    objects: Annotated[NDArray[numpy.int32], dict(shape=(None,), order="C", device="cpu", writable=False)],
-    materials: Annotated[NDArray[numpy.int32], dict(shape=(None,), order="C", device="cpu", writable=False)],
-    names: Sequence[str],
-    options: Sequence[tuple[str, Sequence[str]]],
-    report: object | None,
-) -> Mesh: ...
-def cut_sensors(
-    models: Sequence[Mesh], options: Sequence[tuple[str, Sequence[str]]], report: object | None
-) -> Sensors: ...
+
+def model_of(name: str, vertices: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order='C', device='cpu', writable=False)], corners: Annotated[NDArray[numpy.uint32], dict(shape=(None,), order='C', device='cpu', writable=False)], counts: Annotated[NDArray[numpy.uint32], dict(shape=(None,), order='C', device='cpu', writable=False)], objects: Annotated[NDArray[numpy.int32], dict(shape=(None,), order='C', device='cpu', writable=False)], materials: Annotated[NDArray[numpy.int32], dict(shape=(None,), order='C', device='cpu', writable=False)], names: Sequence[str], options: Sequence[tuple[str, Sequence[str]]], report: object | None) -> Mesh: ...
+
+def cut_sensors(models: Sequence[Mesh], options: Sequence[tuple[str, Sequence[str]]], report: object | None) -> Sensors: ...
+
 def read_sensors(file: str, options: Sequence[tuple[str, Sequence[str]]]) -> Sensors: ...
-def sensors_of(
-    name: str,
-    points: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order="C", device="cpu", writable=False)],
-    normals: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order="C", device="cpu", writable=False)],
-    areas: Annotated[NDArray[numpy.float64], dict(shape=(None,), order="C", device="cpu", writable=False)],
-) -> Sensors: ...
+
+def sensors_of(name: str, points: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order='C', device='cpu', writable=False)], normals: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order='C', device='cpu', writable=False)], areas: Annotated[NDArray[numpy.float64], dict(shape=(None,), order='C', device='cpu', writable=False)]) -> Sensors: ...
 
 class Study:
     @property
     def columns(self) -> list: ...
+
     @property
     def enclosed(self) -> int: ...
+
     @property
     def summary(self) -> str: ...
+
     @property
     def subtitle(self) -> str: ...
+
     def hours(self, sensors: Sequence[int], report: object | None) -> list: ...
+
     def save(self, folder: str, report: object | None) -> None: ...
 
-def radiation(
-    models: Sequence[Mesh],
-    sensors: Sensors,
-    weather: Weather,
-    options: Sequence[tuple[str, Sequence[str]]],
-    since: Study | None,
-    report: object | None,
-) -> Study: ...
-def visible(
-    models: Sequence[Mesh],
-    origins: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order="C", device="cpu", writable=False)],
-    directions: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order="C", device="cpu", writable=False)],
-    report: object | None,
-) -> NDArray[numpy.bool_]: ...
+def radiation(models: Sequence[Mesh], sensors: Sensors, weather: Weather, options: Sequence[tuple[str, Sequence[str]]], since: Study | None, report: object | None) -> Study: ...
+
+def visible(models: Sequence[Mesh], origins: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order='C', device='cpu', writable=False)], directions: Annotated[NDArray[numpy.float64], dict(shape=(None, None), order='C', device='cpu', writable=False)], report: object | None) -> NDArray[numpy.bool_]: ...
+
 def sky_view(models: Sequence[Mesh], sensors: Sensors, north: float, threads: int, report: object | None) -> list: ...
-def sun_positions(
-    nanoseconds: Annotated[NDArray[numpy.int64], dict(shape=(None,), order="C", device="cpu", writable=False)],
-    latitude: float,
-    longitude: float,
-    elevation: float,
-    pressure: float,
-    temperature: float,
-) -> NDArray[numpy.float64]: ...
+
+def sun_positions(nanoseconds: Annotated[NDArray[numpy.int64], dict(shape=(None,), order='C', device='cpu', writable=False)], latitude: float, longitude: float, elevation: float, pressure: float, temperature: float) -> NDArray[numpy.float64]: ...
+
 def standard_pressure(elevation: float) -> float: ...
-def sun_hours(
-    models: Sequence[Mesh], sensors: Sensors, options: Sequence[tuple[str, Sequence[str]]], report: object | None
-) -> dict: ...
+
+def sun_hours(models: Sequence[Mesh], sensors: Sensors, options: Sequence[tuple[str, Sequence[str]]], report: object | None) -> dict: ...
