@@ -166,6 +166,47 @@ class Radiation(Columns):
         time = ("time", begins, {"time_zone": str(zone), "label": "left"})
         return xr.Dataset(data, {"sensor": numbers, "time": time})
 
+    def groups(self, *by: str) -> pd.DataFrame:
+        """Results by what sensors have in common.
+
+        Parameters
+        ----------
+        *by : {"object", "material", "orientation", "tilt"}
+            Keys that are told apart together; none for all sensors in one group.
+
+        Returns
+        -------
+        pandas.DataFrame
+            Indexed by the keys; ``sensors``, ``area`` [m2], and of each column the ``mean``,
+            ``lowest``, ``highest`` and ``sum``. Means are weighted by area, and sums are values
+            times area, where sensors have cells.
+
+        Raises
+        ------
+        UsageError
+            When there is no such key.
+        """
+        import pandas as pd
+
+        keys = ("object", "material", "orientation", "tilt")
+        listed = self._core.groups(",".join(by) or "all")
+        columns = {(name, what): [] for name in self for what in ("mean", "lowest", "highest", "sum")}
+        for group in listed:
+            for name, (total, mean, lowest, highest) in zip(self, group[6], strict=True):
+                for what, value in zip(
+                    ("mean", "lowest", "highest", "sum"), (mean, lowest, highest, total), strict=True
+                ):
+                    columns[name, what].append(value)
+        frame = pd.DataFrame(columns)
+        frame.insert(0, ("sensors", ""), [group[4] for group in listed])
+        frame.insert(1, ("area", ""), [group[5] for group in listed])
+        if by:
+            names = [[group[keys.index(key)] for group in listed] for key in by]
+            frame.index = (
+                pd.MultiIndex.from_arrays(names, names=list(by)) if len(by) > 1 else pd.Index(names[0], name=by[0])
+            )
+        return frame
+
     def save(self, out: Path, *, progress: Progress = None) -> None:
         """Writes the files of the command ``insolate run``, byte by byte the same.
 
@@ -199,6 +240,8 @@ _run_keywords = (
     "series",
     "save_masks",
     "masks",
+    "by",
+    "tilt_classes",
     "threads",
 )
 
@@ -222,6 +265,8 @@ def radiation(
     series: Optional[Iterable[int]] = None,
     save_masks: bool = False,
     masks: Optional[Path] = None,
+    by: Optional[Iterable[str]] = None,
+    tilt_classes: Optional[str] = None,
     threads: Optional[int] = None,
     since: Optional[Radiation] = None,
     progress: Progress = None,

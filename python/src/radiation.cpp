@@ -66,6 +66,28 @@ nb::list hoursOf(const PyStudy& self, const std::vector<std::size_t>& sensors, n
     return arrays;
 }
 
+/// By group: object, material, orientation, tilt, number of sensors, area, and sum, mean, lowest
+/// and highest of each column.
+nb::list groupsOf(const PyStudy& self, const std::string& by) {
+    const study::RunOptions& options = self.session->options();
+    study::GroupingOptions grouping;
+    grouping.classes = options.groups.classes;
+    grouping.north = options.north;
+    const study::SensorGroups groups =
+        study::groupSensors(self.session->field(), self.session->columns(), self.session->areas(),
+                            study::parseGroupBy(by), grouping);
+    nb::list listed;
+    for (const study::SensorGroup& group : groups.groups) {
+        nb::list values;
+        for (const study::GroupValues& value : group.values) {
+            values.append(nb::make_tuple(value.sum, value.mean, value.lowest, value.highest));
+        }
+        listed.append(nb::make_tuple(group.object, group.material, group.orientation, group.tilt,
+                                     group.sensors, group.area, values));
+    }
+    return listed;
+}
+
 /// Which rays nothing blocks.
 nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
                                      const InArray<double, 2>& origins,
@@ -136,6 +158,7 @@ void bindRadiation(nb::module_& module) {
                                 self.session->options().period.text() + "; " +
                                 self.session->options().method;
                      })
+        .def("groups", &groupsOf, nb::arg("by"))
         .def("hours", &hoursOf, nb::arg("sensors"), nb::arg("report").none())
         .def(
             "save",

@@ -39,6 +39,22 @@ def test_hours_add_up_to_the_sums(summer):
             summer.hours(wrong)
 
 
+def test_groups_weigh_by_area(summer):
+    frame = summer.to_dataframe()
+    groups = summer.groups("object")
+    energy = (frame["total"].astype(float) * frame["area"]).groupby(frame["object"]).sum()
+    assert set(groups.index) == set(energy.index)
+    for name, sum_of in energy.items():
+        assert groups.loc[name, ("total", "sum")] == pytest.approx(sum_of, rel=1e-6)
+        assert groups.loc[name, ("total", "mean")] * groups.loc[name, ("area", "")] == pytest.approx(sum_of, rel=1e-6)
+    both = summer.groups("orientation", "tilt")
+    assert both[("sensors", "")].sum() == len(frame)
+    assert both.index.names == ["orientation", "tilt"]
+    assert len(summer.groups()) == 1
+    with pytest.raises(ins.UsageError, match="--by"):
+        summer.groups("colour")
+
+
 def test_an_open_roof_gets_what_the_weather_has(box, weather):
     result = ins.radiation(box, box.select("roof").sensors(grid=5), weather)
     np.testing.assert_allclose(result.total, weather.ghi.astype(float).sum(), rtol=2e-3)
