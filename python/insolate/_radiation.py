@@ -190,7 +190,9 @@ class Radiation(Columns):
 
         keys = ("object", "material", "orientation", "tilt")
         listed = self._core.groups(",".join(by) or "all")
-        columns = {(name, what): [] for name in self for what in ("mean", "lowest", "highest", "sum")}
+        columns: dict[tuple[str, str], list[float]] = {
+            (name, what): [] for name in self for what in ("mean", "lowest", "highest", "sum")
+        }
         for group in listed:
             for name, (total, mean, lowest, highest) in zip(self, group[6], strict=True):
                 for what, value in zip(
