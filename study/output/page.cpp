@@ -115,7 +115,8 @@ void addSun(Json& record, Json& arrays, std::string& bytes, const PageSite& site
 
 /// How much of the results goes into the page.
 struct Detail {
-    int digits = 5;
+    int digits = 5;      ///< of the first column
+    int otherDigits = 5; ///< of the others
     bool steps = true;
     bool secondary = true;
     std::string left; ///< what this leaves out, for the reader
@@ -129,6 +130,11 @@ bool isRepeated(const ResultColumn& column) {
 /// Columns that a page beyond its limit goes without.
 bool isSecondary(const ResultColumn& column) {
     return column.name == "ground_view" || column.name == "sky_view" || column.name == "ground";
+}
+
+/// An hour of the year has the digits that it has.
+int digitsOf(const ResultColumn& column, int digits) {
+    return column.unit == "hour of year" ? 5 : digits;
 }
 
 /// Energy is shown in kWh.
@@ -156,7 +162,8 @@ void addColumns(Json& record, Json& arrays, std::string& bytes, const PageResult
             continue;
         }
         const PackedColumn packed =
-            packColumn(column.values, factorOf(column), detail.digits, model.cells);
+            packColumn(column.values, factorOf(column),
+                       i == 0 ? detail.digits : digitsOf(column, detail.otherDigits), model.cells);
         const std::string name = fmt::format("column{}", record["columns"].size());
         append(arrays, bytes, name.c_str(), packed.bytes);
         record["columns"].push_back(columnRecord(column, packed, 2));
@@ -262,16 +269,18 @@ std::vector<Detail> details(std::span<const PageResult> results) {
     constexpr std::size_t many = 200'000; // a fifth digit of noise would be most of such a page
     std::vector<Detail> list;
     if (cells <= many) {
-        list.push_back({5, true, true, ""});
+        list.push_back({5, 5, true, true, ""});
     }
-    list.push_back({4, true, true, cells <= many ? "values are rounded to four digits" : ""});
-    list.push_back({3, true, true, "values are rounded to three digits"});
+    list.push_back({4, cells <= many ? 4 : 3, true, true,
+                    cells <= many ? "values are rounded to four digits"
+                                  : "values other than the first are rounded to three digits"});
+    list.push_back({3, 3, true, true, "values are rounded to three digits"});
     if (anySteps) {
-        list.push_back({3, false, true,
+        list.push_back({3, 3, false, true,
                         "values are rounded to three digits, and the steps of the period are left "
                         "out"});
     }
-    list.push_back({3, false, false,
+    list.push_back({3, 3, false, false,
                     fmt::format("values are rounded to three digits, and {}views and the ground's "
                                 "share are left out",
                                 anySteps ? "the steps of the period, " : "")});
