@@ -376,7 +376,8 @@ void packScene(PackedModel& packed, const Scene& scene, const SensorField& field
         std::uint32_t low;
         std::uint32_t high;
         std::uint32_t triangle;
-        auto operator<=>(const Side&) const = default;
+        auto
+        operator<=>(const Side&) const = default; // NOLINT(modernize-use-nullptr): there is none
     };
     std::vector<Side> sides;
     std::vector<Vector3> normals;

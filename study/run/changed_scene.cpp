@@ -5,8 +5,8 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <limits>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -18,10 +18,12 @@ namespace {
 
 using Triangle = std::array<Vector3, 3>;
 
+std::string_view bytesOf(const Triangle& triangle) {
+    return {reinterpret_cast<const char*>(triangle.data()), sizeof triangle};
+}
+
 struct SameBytes {
-    bool operator()(const Triangle& a, const Triangle& b) const {
-        return std::memcmp(a.data(), b.data(), sizeof a) == 0;
-    }
+    bool operator()(const Triangle& a, const Triangle& b) const { return bytesOf(a) == bytesOf(b); }
 };
 
 struct HashOfBytes {

@@ -64,7 +64,8 @@ std::string refusal(Check&& check) {
 }
 
 /// What the library's own records begin with, a zero included.
-constexpr std::string_view weaSignature("xqt_WEA_ver1.10", 16);
+constexpr std::array weaMark = std::to_array("xqt_WEA_ver1.10");
+constexpr std::string_view weaSignature(weaMark.data(), weaMark.size());
 
 bool isOurWea(const std::filesystem::path& file) {
     return fileBeginning(file, weaSignature.size()) == weaSignature;

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ranges>
 #include <string>
 
 #include <fmt/format.h>
@@ -63,9 +62,10 @@ double hoursAhead(const StudyPeriod& period, const std::string& method) {
     if (!period.summerTime || period.hasWholeDays()) {
         return 0.0;
     }
-    const auto summerDays = std::ranges::count_if(std::views::iota(1, 366), [&](int day) {
-        return period.contains(day) && period.summerTime->contains(day);
-    });
+    int summerDays = 0;
+    for (int day = 1; day <= 365; ++day) {
+        summerDays += period.contains(day) && period.summerTime->contains(day) ? 1 : 0;
+    }
     if (summerDays != 0 && summerDays != period.dayCount()) {
         throw UsageError(
             fmt::format("--dst: watches change within the period ({}), and --method {} "

@@ -6,8 +6,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <span>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -22,10 +22,12 @@ constexpr std::size_t unknownSensor = static_cast<std::size_t>(-1);
 
 using Place = std::array<Vector3, 2>; // and normal
 
+std::string_view placeBytes(const Place& place) {
+    return {reinterpret_cast<const char*>(place.data()), sizeof place};
+}
+
 struct SamePlace {
-    bool operator()(const Place& a, const Place& b) const {
-        return std::memcmp(a.data(), b.data(), sizeof a) == 0;
-    }
+    bool operator()(const Place& a, const Place& b) const { return placeBytes(a) == placeBytes(b); }
 };
 struct HashOfPlace {
     std::size_t operator()(const Place& place) const {

@@ -293,7 +293,7 @@ int yearOf(const SunHoursOptions& options) {
 }
 
 std::optional<SummerTime> summerTimeFor(const SunHoursOptions& options, const SunWindow& window) {
-    const std::optional<SummerTime> summer = summerTimeOf(options.summerTime, options.year);
+    std::optional<SummerTime> summer = summerTimeOf(options.summerTime, options.year);
     if (summer && window.basis != TimeBasis::clock) {
         throw UsageError(fmt::format(
             "--dst {}: belongs to hours of the clock, but these are of {}; "

@@ -75,6 +75,7 @@ std::optional<SummerTime> summerTimeOf(std::string_view text, int year) {
     }
     if (text.find_first_of("0123456789") == text.npos) {
         std::vector<std::string> names;
+        names.reserve(rules.size());
         for (const SummerTimeRule& rule : rules) {
             names.emplace_back(rule.name);
         }
