@@ -89,6 +89,7 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     folder.requireFree(result);
     std::deque<Viewed> viewed;
     std::vector<PageResult> pages;
+    pages.reserve(options.folders.size());
     for (const std::filesystem::path& one : options.folders) {
         read(viewed.emplace_back(), one, progress, stop);
     }
