@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t chunkRows = 2048;
 constexpr std::size_t chunkHours = 336;
-constexpr double step = 0.1; // Wh/m2
+constexpr double packedStep = 0.1; // Wh/m2
 constexpr std::uint16_t noValue = 65535;
 constexpr const char* mark = "made_by_insolate";
 
@@ -211,7 +211,7 @@ void HoursFile::addValues(const char* coordinates) {
         describe(file, variable, parts[p].second, "W h m-2");
         file.setText(variable, "cell_methods", "time: sum");
         file.setText(variable, "coordinates", coordinates);
-        file.setNumber(variable, "scale_factor", step);
+        file.setNumber(variable, "scale_factor", packedStep);
         file.setFill(variable, noValue);
         file.setChunks(variable,
                        {std::min(chunkRows, m_rows), std::min(chunkHours, m_head.hours.size())});
@@ -242,7 +242,7 @@ void HoursFile::add(const SensorHours& row) {
                 to[k] = 0;
                 continue;
             }
-            const double steps = value / step + left;
+            const double steps = value / packedStep + left;
             const double kept = std::clamp(std::round(steps), 0.0, noValue - 1.0);
             left = steps - kept;
             to[k] = static_cast<std::uint16_t>(kept);

@@ -11,7 +11,7 @@ namespace insolate::study {
 
 namespace {
 
-constexpr double sameDirection = 0.9659; // cosine of 15 degrees
+constexpr double neighbouringDirection = 0.9659; // cosine of 15 degrees
 constexpr double samePlace = 1.0e-3;     // metres
 
 struct Edge {
@@ -98,7 +98,7 @@ neighbouringCells(const SensorField& field, const std::stop_token& stop) {
                 const Edge& a = edges[entries[i].edge];
                 const Edge& b = edges[entries[j].edge];
                 if (a.cell != b.cell &&
-                    dot(field.normals[a.cell], field.normals[b.cell]) > sameDirection &&
+                    dot(field.normals[a.cell], field.normals[b.cell]) > neighbouringDirection &&
                     overlap(a, b)) {
                     pairs.emplace_back(std::minmax(a.cell, b.cell));
                 }
