@@ -12,7 +12,7 @@ namespace insolate::study {
 namespace {
 
 constexpr double neighbouringDirection = 0.9659; // cosine of 15 degrees
-constexpr double samePlace = 1.0e-3;     // metres
+constexpr double samePlace = 1.0e-3;             // metres
 
 struct Edge {
     Vector3 from, to;

@@ -345,9 +345,9 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                "start if there is none, refused if it was of another study");
     // An option of whatever kind counts for --resume unless it is known to leave finished sensors
     // as they are; of files the content counts, not the name.
-    constexpr std::array leavesSensorsAlone = {"threads",  "force",        "resume", "hours-of",
-                                               "by",       "tilt-classes", "page",   "page-limit",
-                                               "enclosed", "dry-run"};
+    constexpr std::array leavesSensorsAlone = {"threads",  "force",        "resume",  "hours-of",
+                                               "by",       "tilt-classes", "page",    "page-limit",
+                                               "enclosed", "dry-run",      "classes", "best"};
     for (const std::string& name : table.names()) {
         if (table.find(name)->path == Option::Path::none &&
             std::find(leavesSensorsAlone.begin(), leavesSensorsAlone.end(), name) ==

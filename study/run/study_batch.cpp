@@ -204,7 +204,15 @@ void runStudyFile(const std::filesystem::path& file, Progress& progress,
         if (!task.name.empty()) {
             progress.note(fmt::format("analysis {} ({} of {})", task.name, ++number, tasks.size()));
         }
-        inStudy(task, [&](const auto& options) { batch.run(options); });
+        inStudy(task, [&](const auto& options) {
+            if constexpr (std::is_same_v<std::remove_cvref_t<decltype(options)>, RunOptions>) {
+                if (options.dryRun) {
+                    progress.note(batch.estimate(options).text());
+                    return;
+                }
+            }
+            batch.run(options);
+        });
     }
 }
 

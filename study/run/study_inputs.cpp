@@ -253,6 +253,15 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
     const auto triangles = static_cast<double>(inputs.scene.triangleCount());
     if (const auto plane = parseGroundPlane(sensorFile.string())) {
         refuseSelection(options, "a plane");
+        const auto [lowest, highest] =
+            std::ranges::minmax_element(inputs.scene.vertices, {}, &Vector3::z);
+        if (plane->z < lowest->z) {
+            throw UsageError(
+                fmt::format("--sensors plane:z={:.4g}: lies under the whole scene, which "
+                            "reaches from z = {:.4g} to {:.4g} m; z is a height of the "
+                            "model, not above its ground",
+                            plane->z, lowest->z, highest->z));
+        }
         checkSize(groundPlaneCells(*plane, inputs.scene), triangles, {}, options);
         GroundPlaneSensors cut = cutGroundPlane(*plane, inputs.scene, stop);
         inputs.field = std::move(cut.field);

@@ -3,9 +3,11 @@
 #include "study/run/study_steps.h"
 #include "study/support/readable.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <unordered_map>
@@ -60,6 +62,10 @@ SensorField partOf(const SensorField& field, std::span<const std::size_t> sensor
     return part;
 }
 
+bool haveSameNames(std::span<const ResultColumn> a, std::span<const ResultColumn> b) {
+    return std::ranges::equal(a, b, {}, &ResultColumn::name, &ResultColumn::name);
+}
+
 } // namespace
 
 StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earlier,
@@ -68,7 +74,8 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
     const bool isComparable = study.options.rays == RayMethod::fast &&
                               earlier.options.rays == RayMethod::fast && !study.options.masks &&
                               !earlier.options.masks && *study.recentring == *earlier.recentring &&
-                              study.method->isSameAs(*earlier.method);
+                              study.method->isSameAs(*earlier.method) &&
+                              haveSameNames(study.method->columns(), known.columns);
     if (!isComparable) {
         progress.note("more than scene and sensors differs from the earlier study: all sensors are "
                       "calculated");

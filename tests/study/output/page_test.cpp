@@ -355,7 +355,7 @@ TEST_F(PageTest, SaysWhatItLeavesOutBeyondItsLimit) {
     EXPECT_THAT(record["left_out"].get<std::string>(), HasSubstr("three digits"));
     EXPECT_EQ(record["columns"].size(), 1U);
     tiny.limit = 0.0;
-    EXPECT_THROW(page(tiny), UsageError);
+    EXPECT_THROW((void)page(tiny), UsageError);
     const std::stop_source stopped;
     stopped.request_stop();
     OutputFile out(folder / "stopped.html", "stopped.html");
