@@ -430,6 +430,32 @@ void requireFolder(const std::filesystem::path& folder) {
     }
 }
 
+/// Takes the marks of enclosed sensors out of the quantities, and their values, as the study did.
+void leaveOutEnclosed(ResultFolder& results, const Json& summary) {
+    const auto enclosed = std::find_if(results.columns.begin(), results.columns.end(),
+                                       [](const auto& c) { return c.name == "enclosed"; });
+    if (enclosed == results.columns.end()) {
+        return;
+    }
+    const std::vector<float> marks = std::move(enclosed->values);
+    results.columns.erase(enclosed);
+    const Json* const keeps = valueAt(summary, {"sensors", "enclosed_in_means"});
+    if ((keeps != nullptr && *keeps == true) ||
+        std::find(marks.begin(), marks.end(), 1.0f) == marks.end()) {
+        return;
+    }
+    for (const float mark : marks) {
+        results.included.push_back(mark == 1.0f ? 0 : 1);
+    }
+    for (ResultColumn& column : results.columns) {
+        for (std::size_t i = 0; i < marks.size(); ++i) {
+            if (results.included[i] == 0) {
+                column.values[i] = std::numeric_limits<float>::quiet_NaN();
+            }
+        }
+    }
+}
+
 } // namespace
 
 const ResultColumn* ResultFolder::find(std::string_view name) const {
@@ -463,6 +489,7 @@ ResultFolder readResultFolder(const std::filesystem::path& folder, const std::st
     results.model = modelOf(summary, file);
     TableReader(results, stop).read(summary);
     CellReader(results, stop).read();
+    leaveOutEnclosed(results, summary);
     return results;
 }
 

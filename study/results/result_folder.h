@@ -7,6 +7,7 @@
 #include "study/model/winding.h"
 #include "study/results/result_column.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <limits>
 #include <optional>
@@ -60,10 +61,13 @@ struct INSOLATE_STUDY_EXPORT ResultFolder {
     /// With cells and, where the results have them, the names of their origins. Columns of
     /// sensors.csv that are no quantities, as names and dates, are given ones here.
     SensorField field;
-    /// The quantities of sensors.csv in their order, "area" aside; titles come from the summary.
+    /// The quantities of sensors.csv in their order, "area" and "enclosed" aside; titles come from
+    /// the summary. Values of sensors that the study leaves out of means are NaN.
     std::vector<ResultColumn> columns;
     std::vector<float> areas; ///< of the cells [m2]; empty for sensors without
-    std::string summary;      ///< summary.json, which is JSON in UTF-8
+    /// By sensor: 0 leaves it out of means and colours, as it is enclosed; empty: all count.
+    std::vector<std::uint8_t> included;
+    std::string summary; ///< summary.json, which is JSON in UTF-8
 
     /// The quantity of that name, or null.
     [[nodiscard]] const ResultColumn* find(std::string_view name) const;

@@ -81,15 +81,26 @@ void writeGroups(OutputFile& out, const ResultFolder& a, const ResultFolder& b,
     };
     const std::vector<ResultColumn> columnsA = columnsOf(a);
     const std::vector<ResultColumn> columnsB = columnsOf(b);
+    // A sensor that one side leaves out says nothing of the other's partner.
+    std::vector<std::uint8_t> includedA(a.field.size(), 1);
+    std::vector<std::uint8_t> includedB(b.field.size(), 1);
+    for (const SensorPair& pair : comparison.pairs) {
+        const bool counts = (a.included.empty() || a.included[pair.a] != 0) &&
+                            (b.included.empty() || b.included[pair.b] != 0);
+        if (!counts) {
+            includedA[pair.a] = 0;
+            includedB[pair.b] = 0;
+        }
+    }
     const std::vector<GroupBy> usualA = usualGroupings(a.field);
     std::vector<SensorGroups> groupsA;
     std::vector<SensorGroups> groupsB;
     for (const GroupBy& by : usualGroupings(b.field)) {
         if (std::find(usualA.begin(), usualA.end(), by) != usualA.end()) {
-            groupsA.push_back(
-                groupSensors(a.field, columnsA, a.areas, by, {.north = a.model.north}));
-            groupsB.push_back(
-                groupSensors(b.field, columnsB, b.areas, by, {.north = b.model.north}));
+            groupsA.push_back(groupSensors(a.field, columnsA, a.areas, by,
+                                           {.north = a.model.north, .included = includedA}));
+            groupsB.push_back(groupSensors(b.field, columnsB, b.areas, by,
+                                           {.north = b.model.north, .included = includedB}));
         }
     }
     writeComparedGroupsCsv(out, groupsA, groupsB, columnsB);

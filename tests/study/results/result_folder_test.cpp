@@ -79,6 +79,8 @@ TEST_F(ResultFolderTest, GivesBackWhatWasAskedAndWhatCameOut) {
     SensorField field = results.field;
     field.given.clear();
     std::vector<ResultColumn> columns = results.columns;
+    EXPECT_TRUE(results.included.empty());
+    columns.push_back({"enclosed", "0 or 1", "", std::vector<float>(field.size(), 0.0f)});
     columns.push_back({"area", "m2", "Area of the cell", results.areas});
     {
         OutputFile csv(folder.path() / "again.csv", "again.csv");
