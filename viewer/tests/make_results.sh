@@ -7,7 +7,7 @@ demo=$source/examples/courtyard
 quiet() { "$command" run --quiet "$@"; }
 mkdir -p "$out"
 # With the hours of a cell of the court.
-quiet --study "$demo/study.toml" --series 10236 --page --out "$out/courtyard"
+quiet --study "$demo/study.toml" --hours-of 10236 --page --out "$out/courtyard"
 quiet --study "$demo/study.toml" --period 6/1-8/31 --out "$out/summer"
 "$command" view --quiet "$out/courtyard" "$out/summer" --out "$out/compared.html"
 quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors plane:z=1.5,grid=1 \
