@@ -2,9 +2,15 @@
 
 #include "study/files/input_file.h"
 #include "study/output/text.h"
+#include "study/support/errors.h"
+#include "study/support/fields.h"
 #include "study/support/iso_time.h"
+#include "study/support/numbers.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
+#include <string>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -15,6 +21,47 @@ namespace {
 
 constexpr std::string_view hourHeadings = "hour_of_year,start";
 constexpr std::string_view formerHeadings = "hour_of_year,month,day,hour";
+constexpr std::array<std::string_view, 3> partNames = {"beam", "sky", "ground"};
+constexpr std::string_view unitText = " [Wh/m2]";
+constexpr std::size_t hoursOfYear = 8760;
+/// 2,000 groups, each with a long name.
+constexpr InputKind hoursKind = {
+    .name = "table of hours", .mostBytes = 4ULL << 30U, .mostLineBytes = 64U << 20U};
+
+[[noreturn]] void refuseHours(const std::filesystem::path& file, std::size_t line,
+                              std::string_view what) {
+    throw DataError(fmt::format("{}: {}; calculate the results again", place(file, line), what));
+}
+
+/// The rows that a table's headings announce, without their hours.
+std::vector<HourRow> rowsOf(const std::vector<std::string_view>& headings,
+                            const std::filesystem::path& file) {
+    constexpr std::size_t before = 2;
+    if (headings.size() <= before || (headings.size() - before) % partNames.size() != 0) {
+        refuseHours(file, 1, "does not begin as a table of hours does");
+    }
+    std::vector<HourRow> rows;
+    for (std::size_t i = before; i < headings.size(); ++i) {
+        const std::size_t part = (i - before) % partNames.size();
+        const std::string heading = unquoted(headings[i]);
+        const std::string beginning = fmt::format("{}_", partNames[part]);
+        if (!heading.starts_with(beginning) || !heading.ends_with(unitText) ||
+            heading.size() < beginning.size() + unitText.size()) {
+            refuseHours(file, 1,
+                        fmt::format("column {} is not {} in Wh/m2", i + 1, partNames[part]));
+        }
+        if (part == 0) {
+            HourRow row;
+            row.name = heading.substr(beginning.size(),
+                                      heading.size() - beginning.size() - unitText.size());
+            for (auto* values : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
+                values->assign(hoursOfYear, 0.0f);
+            }
+            rows.push_back(std::move(row));
+        }
+    }
+    return rows;
+}
 
 } // namespace
 
@@ -22,8 +69,8 @@ void writeHoursCsv(OutputFile& out, std::span<const int> hours, double timeZone,
                    std::span<const HourRow> rows) {
     out.write(hourHeadings);
     for (const HourRow& row : rows) {
-        for (const char* part : {"beam", "sky", "ground"}) {
-            out.write("," + csvField(fmt::format("{}_{} [Wh/m2]", part, validText(row.name))));
+        for (const std::string_view part : partNames) {
+            out.write("," + csvField(fmt::format("{}_{}{}", part, validText(row.name), unitText)));
         }
     }
     out.write("\n");
@@ -37,6 +84,48 @@ void writeHoursCsv(OutputFile& out, std::span<const int> hours, double timeZone,
         }
         out.write("\n");
     }
+}
+
+std::vector<HourRow> readHoursCsv(const std::filesystem::path& file, const std::stop_token& stop) {
+    InputFile in(file, hoursKind, stop);
+    std::string text;
+    std::string more;
+    std::size_t line = 1;
+    if (!in.readLine(text) || !text.starts_with(hourHeadings)) {
+        refuseHours(file, 1, "does not begin as a table of hours does");
+    }
+    while (std::count(text.begin(), text.end(), '"') % 2 != 0 && in.readLine(more)) {
+        text += '\n' + more; // a name of several lines
+        ++line;
+    }
+    std::vector<std::string_view> fields;
+    splitFields(text, ",", fields);
+    std::vector<HourRow> rows = rowsOf(fields, file);
+    const std::size_t width = fields.size();
+    while (in.readLine(text)) {
+        ++line;
+        splitFields(text, ",", fields);
+        if (text.empty()) {
+            continue;
+        }
+        const auto hour = parseNumber<int>(fields[0]);
+        if (fields.size() != width || !hour || *hour < 1 || *hour > static_cast<int>(hoursOfYear)) {
+            refuseHours(file, line, "is not the line of an hour");
+        }
+        const auto at = static_cast<std::size_t>(*hour - 1);
+        std::size_t field = 2;
+        for (HourRow& row : rows) {
+            for (auto* values : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
+                const auto value = parseNumber<float>(fields[field]);
+                if (!value) {
+                    refuseHours(file, line, fmt::format("field {} is not a number", field + 1));
+                }
+                (*values)[at] = *value;
+                ++field;
+            }
+        }
+    }
+    return rows;
 }
 
 bool isOurHoursCsv(const std::filesystem::path& file) {

@@ -1,4 +1,4 @@
-/// hours.csv: the hours of a few sensors or of groups as a table.
+/// hours.csv: the hours of a few sensors or of groups as a table, and the table read back.
 #pragma once
 
 #include "study/export.h"
@@ -7,6 +7,8 @@
 
 #include <filesystem>
 #include <span>
+#include <stop_token>
+#include <vector>
 
 namespace insolate::study {
 
@@ -16,6 +18,11 @@ namespace insolate::study {
 /// @param timeZone of the site, hours from UTC
 INSOLATE_STUDY_EXPORT void writeHoursCsv(OutputFile& out, std::span<const int> hours,
                                          double timeZone, std::span<const HourRow> rows);
+
+/// The rows of such a table; hours that it does not have are 0.
+/// @throws DataError, which names the line, when it is damaged; Stopped
+INSOLATE_STUDY_EXPORT std::vector<HourRow> readHoursCsv(const std::filesystem::path& file,
+                                                        const std::stop_token& stop = {});
 
 /// Whether the file begins as such a table does.
 INSOLATE_STUDY_EXPORT bool isOurHoursCsv(const std::filesystem::path& file);

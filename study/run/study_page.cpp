@@ -3,9 +3,12 @@
 #include "study/output/picture.h"
 #include "study/run/result_files.h"
 #include "study/run/study_record.h"
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
 #include "study/support/readable.h"
 
 #include <filesystem>
+#include <set>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -136,6 +139,52 @@ std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record) {
     return site;
 }
 
+PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const nlohmann::ordered_json& record) {
+    std::set<std::string> steps;
+    std::set<std::string> left;
+    if (const auto parts = record.find("periods"); parts != record.end() && parts->is_array()) {
+        for (const nlohmann::ordered_json& part : *parts) {
+            const std::string end = textAt(part, "/name");
+            for (const ResultColumn& column : columns) {
+                left.insert(column.name + "_" + end);
+            }
+            steps.insert(columns.front().name + "_" + end);
+        }
+    }
+    PageColumns page;
+    for (ResultColumn& column : columns) {
+        if (steps.contains(column.name)) {
+            page.steps.push_back(std::move(column));
+        } else if (!left.contains(column.name)) {
+            page.whole.push_back(std::move(column));
+        }
+    }
+    return page;
+}
+
+std::vector<PageSeries> pageSeriesOf(std::span<const HourRow> rows, std::size_t sensors) {
+    std::vector<PageSeries> series;
+    for (const HourRow& row : rows) {
+        PageSeries one;
+        one.label = row.name;
+        // Names of groups begin with what makes them: "object 17".
+        if (row.name.find_first_not_of("0123456789") == std::string::npos) {
+            one.sensor = parseNumber<std::size_t>(row.name);
+            if (!one.sensor || *one.sensor >= sensors) {
+                throw DataError(fmt::format("hours of sensor {}: the results have {} sensors; "
+                                            "calculate them again",
+                                            row.name, groupedDigits(sensors)));
+            }
+        }
+        one.hours.resize(row.hours.beam.size());
+        for (std::size_t hour = 0; hour < one.hours.size(); ++hour) {
+            one.hours[hour] = row.hours.beam[hour] + row.hours.sky[hour] + row.hours.ground[hour];
+        }
+        series.push_back(std::move(one));
+    }
+    return series;
+}
+
 std::string pictureBytes(const PageResult& result, const std::string& subtitle,
                          std::span<const float> areas, const std::stop_token& stop) {
     const PassingFile file;
@@ -163,25 +212,14 @@ void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResu
     result.name = std::filesystem::absolute(options.out / ".").parent_path().filename().string();
     result.scene = &study.inputs.scene;
     result.field = &study.inputs.field;
-    result.columns = results.columns;
+    const PageColumns columns = pageColumnsOf(results.columns, record);
+    result.columns = columns.whole;
+    result.steps = columns.steps;
     result.north = options.north;
     result.facts = factsOf(record);
     result.site = pageSiteOf(record);
     result.warnings = results.warnings;
-    const std::vector<std::size_t>& asked = options.hourly.hoursOf.sensors;
-    for (std::size_t i = 0; i < results.hours.size(); ++i) {
-        const HourRow& row = results.hours[i];
-        PageSeries one;
-        one.label = row.name;
-        if (i < asked.size()) {
-            one.sensor = asked[i];
-        }
-        one.hours.resize(row.hours.beam.size());
-        for (std::size_t hour = 0; hour < one.hours.size(); ++hour) {
-            one.hours[hour] = row.hours.beam[hour] + row.hours.sky[hour] + row.hours.ground[hour];
-        }
-        result.series.push_back(std::move(one));
-    }
+    result.series = pageSeriesOf(results.hours, study.inputs.field.size());
     PageOptions page;
     page.limit = options.pageLimit;
     page.picture =

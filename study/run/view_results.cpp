@@ -2,6 +2,7 @@
 
 #include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
+#include "study/output/hours_table.h"
 #include "study/output/page.h"
 #include "study/results/result_folder.h"
 #include "study/results/result_scene.h"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <deque>
 #include <string>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -23,6 +25,7 @@ namespace {
 struct Viewed {
     ResultFolder folder;
     ResultScene scene;
+    PageColumns columns;
     PageResult page;
 };
 
@@ -51,7 +54,12 @@ void read(Viewed& viewed, const std::filesystem::path& folder, Progress& progres
     page.name = nameOf(folder);
     page.scene = &viewed.scene.scene;
     page.field = &viewed.folder.field;
-    page.columns = viewed.folder.columns;
+    viewed.columns = pageColumnsOf(std::move(viewed.folder.columns), record);
+    page.columns = viewed.columns.whole;
+    page.steps = viewed.columns.steps;
+    if (const std::filesystem::path hours = folder / "hours.csv"; isOurHoursCsv(hours)) {
+        page.series = pageSeriesOf(readHoursCsv(hours, stop), viewed.folder.field.size());
+    }
     page.north = viewed.folder.model.north;
     page.facts = factsOf(record);
     page.site = pageSiteOf(record);
@@ -75,7 +83,7 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     }
     std::vector<std::filesystem::path> inputs;
     for (const std::filesystem::path& earlier : options.folders) {
-        for (const char* const file : {"sensors.csv", "sensors.vtp", "summary.json"}) {
+        for (const char* const file : {"sensors.csv", "sensors.vtp", "hours.csv", "summary.json"}) {
             inputs.push_back(earlier / file);
         }
     }

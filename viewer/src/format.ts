@@ -70,3 +70,18 @@ export function csvField(text: string): string {
   const safe = /^[=+\-@\t\r]/.test(text) && !/^-?[\d.]/.test(text) ? `'${text}` : text;
   return /[",\n\r]/.test(safe) ? `"${safe.replace(/"/g, '""')}"` : safe;
 }
+
+/// The part of the period in a step's title: "Total radiation, 1 June to 31 August" ends with it.
+export function partText(title: string): string {
+  return title.slice(title.indexOf(", ") + 1).trim();
+}
+
+/// Below a chart's bar: "J" for "total_jun", "6/21" for "total_06_21", "jun–aug" for a season.
+export function partShort(name: string): string {
+  const part = name.slice(name.indexOf("_") + 1);
+  const [first, second] = part.split("_");
+  if (/^[a-z]/.test(part)) {
+    return /^[a-z]/.test(second ?? "") ? `${first}–${second}` : first.slice(0, 1).toUpperCase();
+  }
+  return `${Number(first)}/${Number(second)}`;
+}

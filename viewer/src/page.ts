@@ -178,7 +178,9 @@ export class Page {
     }
     const columns: [Result, Column][] =
       this.step >= 0
-        ? this.results[0].record.steps.map((_, i) => [this.results[0], this.results[0].column("step", i)])
+        ? this.results.flatMap((result) =>
+            result.record.steps.map((_, i): [Result, Column] => [result, result.column("step", i)]),
+          )
         : [];
     for (const result of this.results) {
       const own = this.columnOf(result);
@@ -421,11 +423,13 @@ export class Page {
     this.refresh();
   }
 
-  /// The slider through the steps of the period, where there are any.
+  /// The slider through the steps of the period, where all results have the same ones.
   private buildSteps(): void {
     const { steps, columns } = this.results[0].record;
     const isFirst = this.quantity === this.choices[0];
-    if (steps.length === 0 || !isFirst) {
+    const names = (result: Result): string => result.record.steps.map((step) => step.name).join();
+    const areCommon = this.results.every((result) => names(result) === names(this.results[0]));
+    if (steps.length === 0 || !isFirst || !areCommon) {
       this.stepField.replaceChildren();
       return;
     }
@@ -442,7 +446,7 @@ export class Page {
     const go = (value: number): void => {
       slider.value = String(value);
       this.step = value - 1;
-      name.textContent = value === 0 ? whole : steps[value - 1].title;
+      name.textContent = value === 0 ? whole : text.partText(steps[value - 1].title);
       slider.setAttribute("aria-valuetext", name.textContent);
       this.ends = [null, null];
       this.range = null;
@@ -981,10 +985,7 @@ export class Page {
     const unit = text.unitText(steps[0].unit);
     const place = h("div");
     this.cellPlace.append(h("p", { class: "caption" }, `Through the period, ${unit}`), place);
-    const names = steps.map((step) => {
-      const month = text.monthNames.find((name) => step.title.includes(name));
-      return month ? month.slice(0, 1) : step.title.slice(0, 3);
-    });
+    const names = steps.map((step) => text.partShort(step.name));
     chart(place, values, { names, unit, width: this.chartWidth(), bars: true, label: "Through the period" });
   }
 
@@ -995,7 +996,7 @@ export class Page {
   private chartHours(result: Result, sensor: number, object: string): void {
     const series =
       result.series.find((one) => one.sensor === sensor) ??
-      result.series.find((one) => one.sensor === null && object !== "" && one.label === object);
+      result.series.find((one) => one.sensor === null && object !== "" && one.label === `object ${object}`);
     if (!series) {
       return;
     }

@@ -10,6 +10,10 @@ mkdir -p "$out"
 quiet --study "$demo/study.toml" --hours-of 10236 --page --out "$out/courtyard"
 quiet --study "$demo/study.toml" --period 6/1-8/31 --out "$out/summer"
 "$command" view --quiet "$out/courtyard" "$out/summer" --out "$out/compared.html"
+# Months, and the hours of groups; the page of the run and the page of what the folder has.
+quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --grid 3 --split month \
+  --by object --hours-of groups --page --out "$out/months"
+"$command" view --quiet "$out/months" --out "$out/months-view.html"
 quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors plane:z=1.5,grid=1 \
   --period 6/21 --page --out "$out/plane"
 printf 'x,y,z,nx,ny,nz\n0,0,1,0,0,1\n5,5,12,0,0,1\n-30,-30,2,0,-1,0\n40,20,2,1,0,0\n' >"$out/points.csv"

@@ -1,9 +1,11 @@
 #include "tests/study/output/output_support.h"
 
+#include "study/output/hours_table.h"
 #include "study/output/sensor_tables.h"
 #include "study/output/sky_output.h"
 #include "study/output/summary.h"
 #include "study/output/text.h"
+#include "study/support/errors.h"
 #include "study/support/numbers.h"
 
 #include <cstring>
@@ -234,6 +236,51 @@ TEST_F(SensorTablesTest, tablesAreKnownByTheirContentsAndEndWithAStop) {
     OutputFile out(folder / "stopped", "stopped");
     EXPECT_THROW(writeSensorsCsv(out, field, columns, {}, source.get_token()), Stopped);
     EXPECT_THROW(writeSensorsVtp(out, field, columns, "", source.get_token()), Stopped);
+}
+
+TEST_F(SensorTablesTest, HoursAreReadAsTheyWereWritten) {
+    std::vector<HourRow> rows(2);
+    rows[0].name = "17";
+    rows[1].name = "object \"old\", roof\nof slate";
+    float value = 0.1f;
+    for (HourRow& row : rows) {
+        for (auto* part : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
+            part->assign(8760, 0.0f);
+            (*part)[10] = value += 100.7f;
+            (*part)[8759] = value += 100.7f;
+        }
+    }
+    const std::vector<int> hours = {10, 8759};
+    const auto file =
+        written("hours.csv", [&](OutputFile& out) { writeHoursCsv(out, hours, 1.0, rows); });
+    const std::vector<HourRow> back = readHoursCsv(file);
+    ASSERT_EQ(back.size(), rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(back[i].name, rows[i].name);
+        EXPECT_EQ(back[i].hours.beam, rows[i].hours.beam);
+        EXPECT_EQ(back[i].hours.sky, rows[i].hours.sky);
+        EXPECT_EQ(back[i].hours.ground, rows[i].hours.ground);
+    }
+}
+
+TEST_F(SensorTablesTest, DamagedHoursAreRefusedByLine) {
+    const std::string head = "hour_of_year,start,beam_1 [Wh/m2],sky_1 [Wh/m2],ground_1 [Wh/m2]\n";
+    const std::pair<std::string, const char*> tables[] = {
+        {"hour,start\n", ":1: does not begin as a table of hours"},
+        {"hour_of_year,start,beam_1 [Wh/m2],ground_1 [Wh/m2],sky_1 [Wh/m2]\n", ":1: column 4"},
+        {head + "0,t,1,2,3\n", ":2: is not the line of an hour"},
+        {head + "8761,t,1,2,3\n", ":2: is not the line of an hour"},
+        {head + "1,t,1,2,3\n2,t,1,2\n", ":3: is not the line of an hour"},
+        {head + "1,t,1,x,3\n", ":2: field 4 is not a number"}};
+    for (const auto& [text, problem] : tables) {
+        const auto file = written("damaged.csv", [&](OutputFile& out) { out.write(text); });
+        try {
+            readHoursCsv(file);
+            ADD_FAILURE() << text;
+        } catch (const DataError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(problem));
+        }
+    }
 }
 
 } // namespace

@@ -237,6 +237,69 @@ describe("the demo's page", () => {
   });
 });
 
+describe("the months of a page", () => {
+  it.each(["months/page.html", "months-view.html"])("are chosen and played, in %s", async (file) => {
+    const table = tableOf(`${folder}/months/sensors.csv`);
+    const { page, complaints } = await openLive(file);
+    // Months are steps, no quantities among the others.
+    expect((await page.locator("#quantity option").allInnerTexts()).join()).not.toContain("January");
+    const slider = page.getByLabel(/^Part of the period/);
+    const months = ["jan", "feb", "mar", "apr", "may", "jun", "jul", "aug", "sep", "oct", "nov", "dec"];
+    const tables = months.map((month) => table.column(`total_${month}`));
+    const highest = Math.max(...tables.map((values) => values.reduce((a, b) => Math.max(a, b)))) / 1000;
+    for (const month of [1, 6, 12]) {
+      await slider.fill(String(month));
+      const shown = await ask(page, (viewer) => Array.from({ length: viewer.model.result.cells.count }, (_, i) => viewer.column.at(i)));
+      expect(shown.length).toBe(table.rows);
+      // A byte holds the multiples of a round step, common to all months.
+      const step = await ask(page, (viewer) => viewer.column.step);
+      expect(step).toBeLessThan(highest / 100);
+      const off = shown.map((value, i) => Math.abs(value - tables[month - 1][i] / 1000));
+      expect(Math.max(...off)).toBeLessThan(0.501 * step);
+      expect(Math.abs(Number(await page.getByLabel("Upper end of the colours").inputValue()) - highest)).toBeLessThan(step);
+    }
+    expect(await slider.getAttribute("aria-valuetext")).toBe("1 December to 31 December");
+    await slider.fill("6");
+    await shot(page, file.replace("/page", "").replace(".html", ""));
+    await page.getByRole("button", { name: "Play through the period" }).click();
+    await expect.poll(() => slider.inputValue()).not.toBe("6");
+    await page.getByRole("button", { name: "Play through the period" }).click();
+    await slider.fill("0");
+    expect(await ask(page, (viewer) => viewer.column.name)).toBe("total");
+    // The hours of the groups belong to their cells.
+    const hours = await ask(page, (viewer) => {
+      const series = viewer.results[0].series;
+      const one = series.find(({ label }) => label === "object ground")!;
+      return { count: series.length, sum: one.hours.reduce((a: number, b: number) => a + b, 0) };
+    });
+    const groups = readFileSync(`${folder}/months/hours.csv`, "utf8").trimEnd().split("\n").map((line) => line.split(","));
+    const at = groups[0].indexOf("beam_object ground [Wh/m2]");
+    const sum = groups.slice(1).reduce((all, row) => all + Number(row[at]) + Number(row[at + 1]) + Number(row[at + 2]), 0);
+    expect(hours.count).toBe((groups[0].length - 2) / 3);
+    expect(hours.sum / sum).toBeCloseTo(1, 3);
+    await ask(page, (viewer) => viewer.view.look(180, 80));
+    const place = await ask(page, (viewer) => {
+      const { clientWidth, clientHeight } = viewer.view.canvas;
+      for (let y = 0.9 * clientHeight; y > 0; y -= 10) {
+        for (let x = 20; x < clientWidth; x += 20) {
+          const hit = viewer.view.pick(x, y);
+          if (hit && viewer.describe(hit).lines.some((line) => line.includes("ground"))) {
+            return { x, y };
+          }
+        }
+      }
+      return null;
+    });
+    const box = (await page.locator("canvas.model").boundingBox())!;
+    await page.mouse.click(box.x + place!.x, box.y + place!.y);
+    await expect.poll(() => page.locator("canvas.carpet").count()).toBe(1);
+    expect(await page.locator("#panel").innerText()).toContain("of the object");
+    expect(await page.locator(".uplot").count()).toBe(2); // the months and the mean day
+    await shot(page, `${file.slice(0, 6)}-pinned`);
+    expect(complaints).toEqual([]);
+  });
+});
+
 describe("the sun of the page", () => {
   it("casts the shadows of the kernel's rays", async () => {
     const points = tableOf(`${folder}/level.csv`);
