@@ -18,6 +18,8 @@ Function = TypeVar("Function", bound=Callable[..., Any])
 
 #: Options whose values are the two ends of a span.
 _spans = {"period", "hours", "tilt"}
+#: Options whose one value is a list of numbers.
+_rows = {"tilt-classes", "classes"}
 
 
 def _text(value: Any) -> str:
@@ -43,6 +45,8 @@ def option_texts(values: Mapping[str, Any]) -> OptionTexts:
             texts.append((name, [_text(value)]))
         elif name in _spans:
             texts.append((name, ["-".join(_text(part) for part in value)]))
+        elif name in _rows:
+            texts.append((name, [",".join(_text(part) for part in value)]))
         else:
             texts.append((name, [_text(part) for part in value]))
     return texts

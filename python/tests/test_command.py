@@ -17,8 +17,8 @@ import insolate as ins
         (["--period", "6/1-8/31", "--hours", "9-17"], {"period": "6/1-8/31", "hours": (9, 17)}),
         (["--method", "perez-sky", "--north", "30"], {"method": "perez-sky", "north": 30}),
         (
-            ["--period", "6/21", "--sun-tolerance", "0.5", "--albedo", "0.4", "--series", "3,0"],
-            {"period": "6/21", "sun_tolerance": 0.5, "albedo": 0.4, "series": [3, 0]},
+            ["--period", "6/21", "--sun-tolerance", "0.5", "--albedo", "0.4", "--hours-of", "3,0"],
+            {"period": "6/21", "sun_tolerance": 0.5, "albedo": 0.4, "hours_of": [3, 0]},
         ),
     ],
 )
@@ -58,7 +58,7 @@ def test_a_plane_and_a_table_are_the_commands(command, tmp_path, model, weather)
         (["--step", "2"], {"step": 2}, ins.UsageError),
         (["--method", "best"], {"method": "best"}, ins.UsageError),
         (["--albedo", "3"], {"albedo": 3}, ins.UsageError),
-        (["--series", "99999"], {"series": [99999]}, ins.UsageError),
+        (["--hours-of", "99999"], {"hours_of": [99999]}, ins.UsageError),
     ],
 )
 def test_errors_have_the_commands_text(command, tmp_path, model, sensors, weather, arguments, options, kind):
