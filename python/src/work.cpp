@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include <nanobind/stl/string.h>
+
 namespace nb = nanobind;
 
 namespace insolate::python {
@@ -105,7 +107,7 @@ void doWork(nb::handle report, const Work& work) {
         }
         collected.finish();
     });
-    std::optional<nb::python_error> raised;
+    std::exception_ptr raised; // of whatever kind: the thread must be joined first
     for (bool ended = false; !ended;) {
         {
             const nb::gil_scoped_release unlocked;
@@ -119,8 +121,8 @@ void doWork(nb::handle report, const Work& work) {
             if (PyErr_CheckSignals() != 0) {
                 throw nb::python_error();
             }
-        } catch (nb::python_error& error) {
-            raised.emplace(std::move(error));
+        } catch (...) {
+            raised = std::current_exception();
             stop.request_stop();
         }
     }
@@ -129,7 +131,7 @@ void doWork(nb::handle report, const Work& work) {
         thread.join();
     }
     if (raised) {
-        throw nb::python_error(std::move(*raised));
+        std::rethrow_exception(raised);
     }
     if (failure) {
         std::rethrow_exception(failure);
