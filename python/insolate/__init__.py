@@ -28,6 +28,7 @@ _homes = {
     "Sensors": "_model",
     "read_model": "_model",
     "read_sensors": "_model",
+    "Comparison": "_radiation",
     "Radiation": "_radiation",
     "radiation": "_radiation",
     "sky_view": "_radiation",
@@ -45,13 +46,14 @@ if TYPE_CHECKING:
     from ._core import DataError, Error, OutputError, UsageError
     from ._core import version as __version__
     from ._model import Model, Sensors, read_model, read_sensors
-    from ._radiation import Radiation, radiation, sky_view, visible
+    from ._radiation import Comparison, Radiation, radiation, sky_view, visible
     from ._reports import InsolateWarning
     from ._sun import SunPositions, sun_position
     from ._sun_hours import SunHours, sun_hours
     from ._weather import Site, Weather, read_weather
 
 __all__ = [
+    "Comparison",
     "DataError",
     "Error",
     "InsolateWarning",

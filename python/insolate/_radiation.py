@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import html
 import json
 import os
 from collections.abc import Iterable, Mapping
@@ -17,6 +18,7 @@ from ._weather import Weather, _fixed_zone, read_weather
 
 if TYPE_CHECKING:
     import pandas as pd
+    import pyvista as pv
     import xarray as xr
 
 #: pvlib's names of what the hours of a sensor hold.
@@ -102,6 +104,54 @@ class Columns(Mapping[str, Array]):
             for name, values in self._values.items()
         }
         return xr.Dataset(data, coordinates)
+
+    def to_pyvista(self) -> pv.PolyData:
+        """The cells as a mesh with the results as cell data; points where sensors have no cells.
+
+        Needs pyvista. `insolate` objects of the model are not part of it.
+        """
+        import pyvista as pv
+
+        core = self.sensors._core
+        start = np.asarray(core.cell_start, dtype=np.int64)
+        if len(start) > 1:
+            counts = np.diff(start)
+            faces = np.insert(np.arange(start[-1]), start[:-1], counts)
+            mesh = pv.PolyData(np.array(core.corners), faces)
+            data = mesh.cell_data
+        else:
+            mesh = pv.PolyData(np.array(self.sensors.points))
+            data = mesh.point_data
+        for name, values in self._values.items():
+            data[name] = np.array(values)
+        if self._values:
+            data.active_scalars_name = next(iter(self._values))
+        return mesh
+
+
+class Comparison(Columns):
+    """What differs between two results; made by `Radiation.compare`.
+
+    Of each quantity there are four columns: ``total_difference`` (after less before),
+    ``total_ratio`` [percent of before, NaN where that is 0], ``total_a`` (before) and ``total_b``
+    (after). ``sensors`` are those of the result after that have a partner.
+    """
+
+    def __init__(self, found: dict[str, Any], north: float, report: Report) -> None:
+        super().__init__(found["columns"], Sensors._of(found["sensors"]), north)
+        self.sensors_a: Array = found["sensors_a"]  #: numbers of the partners in the result before
+        self.sensors_b: Array = found["sensors_b"]  #: and in the result after, ascending
+        self.distances: Array = found["distances"]  #: between the two [m]
+        self.only_a: Array = found["only_a"]  #: sensors of the result before without a partner
+        self.only_b: Array = found["only_b"]  #: likewise of the result after
+        self.tolerance: float = found["tolerance"]  #: how far apart partners may be [m]
+        self.warnings = report.warnings  #: what makes the comparison doubtful
+
+    def __repr__(self) -> str:
+        return (
+            f"<insolate.Comparison: {len(self.sensors)} pairs, {len(self.only_a)} sensors only before, "
+            f"{len(self.only_b)} only after>"
+        )
 
 
 class Radiation(Columns):
@@ -224,6 +274,101 @@ class Radiation(Columns):
         """
         with Report(progress) as report:
             self._core.save(os.fspath(out), report)
+
+    def page(self, path: Path, *, progress: Progress = None) -> None:
+        """Writes the results in 3-D: one HTML file that every browser opens by itself.
+
+        Parameters
+        ----------
+        path : path
+            The file; its folder is made when it is missing. `page_limit` of `radiation` bounds
+            its size.
+
+        Raises
+        ------
+        OutputError
+            When it cannot be written, or would replace what is no page of results.
+        """
+        with Report(progress) as report:
+            self._core.page(os.fspath(path), report)
+
+    def picture(
+        self,
+        path: Path,
+        *,
+        value: Optional[str] = None,
+        view: Union[str, tuple[float, float], None] = None,
+        only: Union[str, Iterable[str], None] = None,
+        hide: Union[str, Iterable[str], None] = None,
+        scale: Union[str, tuple[float, float], None] = None,
+        title: Optional[str] = None,
+        size: Union[str, tuple[int, int], None] = None,
+        progress: Progress = None,
+    ) -> None:
+        """Draws one column in the model, as ``insolate picture`` does.
+
+        Parameters
+        ----------
+        path : path
+            A .png, .svg or .pdf.
+        value : str, optional
+            The column; by default the first.
+        view : str or (azimuth, altitude), optional
+            "top", "north", "east", "south", "west", or where the viewer stands [degrees].
+        only, hide : str or several, optional
+            Objects or materials: those to colour, those to draw nothing of; patterns as "tree_*".
+        scale : (lowest, highest), optional
+            Ends of the colours in the unit that the picture shows: kWh/m2 for columns in Wh/m2.
+        title : str, optional
+        size : (width, height), optional
+            Pixels; 1600 x 1000 by default.
+
+        Raises
+        ------
+        UsageError, DataError, OutputError
+            With the text of the command.
+        """
+        given = {"value": value, "only": only, "hide": hide, "title": title}
+        pairs = {"view": (view, ","), "scale": (scale, ","), "size": (size, "x")}
+        for name, (pair, between) in pairs.items():
+            given[name] = pair if pair is None or isinstance(pair, str) else between.join(f"{one:g}" for one in pair)
+        with Report(progress) as report:
+            self._core.picture(os.fspath(path), option_texts(given), report)
+
+    def compare(
+        self, after: Radiation, *, value: Union[str, Iterable[str], None] = None, tolerance: Optional[float] = None
+    ) -> Comparison:
+        """What another result, later perhaps, has more or less than this one, sensor by sensor.
+
+        Parameters
+        ----------
+        after : Radiation
+            Of the same period; of other weather or another method with a warning.
+        value : str or several, optional
+            Columns to compare; all that both have by default.
+        tolerance : float, optional
+            How far apart sensors may be that stand for the same place [m]; by default three
+            quarters of the edge of the coarser grid's cells.
+
+        Raises
+        ------
+        UsageError, DataError
+            When the two cannot be compared.
+        """
+        values = [value] if isinstance(value, str) else list(value or [])
+        with Report(False) as report:
+            found = self._core.compare(after._core, values, tolerance, report)
+        return Comparison(found, after.north, report)
+
+    def _repr_html_(self) -> str:
+        frame = self.groups(*(("object",) if self.sensors.objects else ()))
+        means = frame.xs("mean", axis=1, level=1)
+        means.columns = [f"{name} [{self.units[name]}]" for name in means.columns]
+        means.insert(0, "sensors", frame[("sensors", "")])
+        most = 20
+        left = f"<p>and {len(means) - most} more</p>" if len(means) > most else ""
+        heading = html.escape(repr(self)[1:-1])
+        return f"<p>{heading}; means by object</p>{means.head(most).to_html(float_format='{:.4g}'.format)}{left}"
 
     def __repr__(self) -> str:
         return f"<insolate.Radiation: {len(self.sensors)} sensors; {self._core.subtitle}>"

@@ -66,6 +66,7 @@ _rule_keywords = (
     "winter_share",
     "groups",
     "refraction",
+    "dst",
     "threads",
 )
 
@@ -103,6 +104,7 @@ def sun_hours(
     winter_share: Optional[float] = None,
     groups: Optional[str] = None,
     refraction: bool = False,
+    dst: Optional[str] = None,
     threads: Optional[int] = None,
     progress: Progress = None,
 ) -> SunHours:

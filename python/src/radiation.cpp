@@ -16,6 +16,7 @@ namespace {
 
 struct PyStudy {
     std::optional<study::StudySession> session;
+    std::vector<PyMesh> models;
 };
 
 PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
@@ -32,6 +33,7 @@ PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
         given.weather = weather.year;
     }
     PyStudy result;
+    result.models = models;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         given.models = inputsOf(models, sensors);
         result.session.emplace(options, std::move(given), progress, stop);
@@ -86,6 +88,64 @@ nb::list groupsOf(const PyStudy& self, const std::string& by) {
                                      group.sensors, group.area, values));
     }
     return listed;
+}
+
+/// Draws one column in the model; the options are those of `insolate picture`.
+void picture(const PyStudy& self, const std::string& file, const OptionTexts& texts,
+             nb::handle report) {
+    study::PictureRunOptions options;
+    study::OptionTable table;
+    study::addPictureOptions(table, options);
+    giveOptions(table, texts);
+    options.file = file;
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        study::ResultScene scene;
+        scene.scene = self.session->scene();
+        if (!options.only.empty() || !options.hide.empty()) {
+            for (const PyMesh& model : self.models) {
+                scene.meshes.push_back(*model.mesh);
+            }
+        }
+        study::drawResults(options, self.session->results(), scene, progress, stop);
+    });
+}
+
+/// The pairs of sensors and what differs between them.
+nb::dict compare(const PyStudy& a, const PyStudy& b, const std::vector<std::string>& values,
+                 std::optional<double> tolerance, nb::handle report) {
+    study::Comparison comparison;
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        comparison = study::compareResults(a.session->results(), b.session->results(),
+                                           {.values = values, .tolerance = tolerance}, stop);
+        for (const std::string& doubt : comparison.doubts) {
+            progress.warn(doubt);
+        }
+    });
+    std::vector<std::uint32_t> ofA;
+    std::vector<std::uint32_t> ofB;
+    std::vector<float> distances;
+    for (const study::SensorPair& pair : comparison.pairs) {
+        ofA.push_back(pair.a);
+        ofB.push_back(pair.b);
+        distances.push_back(pair.distance);
+    }
+    const auto numbers = [](std::vector<std::uint32_t> listed) {
+        const std::size_t size = listed.size();
+        return arrayOf(std::move(listed), {size});
+    };
+    nb::dict found;
+    found["columns"] = columnsOf(std::move(comparison.columns));
+    found["sensors_a"] = numbers(std::move(ofA));
+    found["sensors_b"] = numbers(std::move(ofB));
+    const std::size_t pairs = distances.size();
+    found["distances"] = arrayOf(std::move(distances), {pairs});
+    found["only_a"] = numbers(std::move(comparison.onlyA));
+    found["only_b"] = numbers(std::move(comparison.onlyB));
+    found["tolerance"] = comparison.tolerance;
+    PySensors sensors;
+    sensors.field = std::make_shared<const study::SensorField>(std::move(comparison.field));
+    found["sensors"] = sensors;
+    return found;
 }
 
 /// Which rays nothing blocks.
@@ -160,6 +220,17 @@ void bindRadiation(nb::module_& module) {
                      })
         .def("groups", &groupsOf, nb::arg("by"))
         .def("hours", &hoursOf, nb::arg("sensors"), nb::arg("report").none())
+        .def("picture", &picture, nb::arg("file"), nb::arg("options"), nb::arg("report").none())
+        .def("compare", &compare, nb::arg("after"), nb::arg("values"), nb::arg("tolerance").none(),
+             nb::arg("report").none())
+        .def(
+            "page",
+            [](PyStudy& self, const std::string& file, nb::handle report) {
+                doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+                    self.session->savePage(file, progress, stop);
+                });
+            },
+            nb::arg("file"), nb::arg("report").none())
         .def(
             "save",
             [](PyStudy& self, const std::string& folder, nb::handle report) {

@@ -37,6 +37,7 @@ elsewhere = {
     "out": "save()",
     "rays": "a check of the command: the answers are the same",
     "resume": "a stopped run of the command",
+    "dry-run": "an estimate of the command",
     "baseline": "results of the command",
     "ratio": "results of the command",
     "spans": "a file of the command",

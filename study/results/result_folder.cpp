@@ -493,4 +493,17 @@ ResultFolder readResultFolder(const std::filesystem::path& folder, const std::st
     return results;
 }
 
+ResultFolder resultsInMemory(std::string summary, SensorField field,
+                             std::vector<ResultColumn> columns, std::vector<float> areas) {
+    ResultFolder results;
+    const Json record = Json::parse(summary);
+    results.facts = factsOf(record);
+    results.model = modelOf(record, summaryName);
+    results.summary = std::move(summary);
+    results.field = std::move(field);
+    results.columns = std::move(columns);
+    results.areas = std::move(areas);
+    return results;
+}
+
 } // namespace insolate::study

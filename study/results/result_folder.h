@@ -82,4 +82,11 @@ struct INSOLATE_STUDY_EXPORT ResultFolder {
 INSOLATE_STUDY_EXPORT ResultFolder readResultFolder(const std::filesystem::path& folder,
                                                     const std::stop_token& stop = {});
 
+/// Results that never were in a folder, as what reads folders takes them; `folder` stays empty.
+/// @param summary what summary.json would say
+/// @throws DataError when it does not say what a comparison needs
+INSOLATE_STUDY_EXPORT ResultFolder resultsInMemory(std::string summary, SensorField field,
+                                                   std::vector<ResultColumn> columns,
+                                                   std::vector<float> areas);
+
 } // namespace insolate::study

@@ -234,16 +234,26 @@ void addPictureOptions(OptionTable& table, PictureRunOptions& options) {
     file.path = Option::Path::output;
 }
 
-void runPicture(const PictureRunOptions& options, Progress& progress, const std::stop_token& stop) {
-    const std::filesystem::path file =
-        options.file.empty() ? options.folder / "picture.png" : options.file;
-    const PictureFormat format = pictureFormat(file);
+void runPicture(const PictureRunOptions& given, Progress& progress, const std::stop_token& stop) {
+    PictureRunOptions options = given;
+    if (options.file.empty()) {
+        options.file = options.folder / "picture.png";
+    }
+    pictureFormat(options.file);
     const ResultFolder results = readResultFolder(options.folder, stop);
-    const ResultColumn value = shownValue(results, options.value);
+    shownValue(results, options.value);
     const ResultScene scene = loadResultScene(results, stop);
     if (!scene.problem.empty()) {
         progress.warn(scene.problem + "; the picture shows the cells alone");
     }
+    drawResults(options, results, scene, progress, stop);
+}
+
+void drawResults(const PictureRunOptions& options, const ResultFolder& results,
+                 const ResultScene& scene, Progress& progress, const std::stop_token& stop) {
+    const std::filesystem::path& file = options.file;
+    const PictureFormat format = pictureFormat(file);
+    const ResultColumn value = shownValue(results, options.value);
     const Shown shown = selectShown(options, results, scene);
     ResultColumn column = value;
     column.values.clear();

@@ -3,6 +3,8 @@
 
 #include "study/export.h"
 #include "study/output/picture_view.h"
+#include "study/results/result_folder.h"
+#include "study/results/result_scene.h"
 #include "study/run/option_table.h"
 #include "study/support/progress.h"
 
@@ -36,5 +38,11 @@ INSOLATE_STUDY_EXPORT void addPictureOptions(OptionTable& table, PictureRunOptio
 /// @throws Error; no file is left then
 INSOLATE_STUDY_EXPORT void runPicture(const PictureRunOptions& options, Progress& progress,
                                       const std::stop_token& stop = {});
+
+/// The same of results in memory and their surroundings. The options' file must be given.
+/// @throws Error; no file is left then
+INSOLATE_STUDY_EXPORT void drawResults(const PictureRunOptions& options,
+                                       const ResultFolder& results, const ResultScene& scene,
+                                       Progress& progress, const std::stop_token& stop = {});
 
 } // namespace insolate::study

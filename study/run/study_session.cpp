@@ -2,7 +2,10 @@
 
 #include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
+#include "study/output/page.h"
 #include "study/run/result_files.h"
+#include "study/run/study_page.h"
+#include "study/run/study_record.h"
 #include "study/run/study_steps.h"
 #include "study/support/errors.h"
 #include "study/support/kept_warnings.h"
@@ -115,6 +118,30 @@ void StudySession::save(const std::filesystem::path& out, Progress& progress,
     }
     requireFreeFolder(folder, study.options);
     writeStudy(folder, study, m_content->results, progress, stop);
+}
+
+void StudySession::savePage(const std::filesystem::path& file, Progress& progress,
+                            const std::stop_token& stop) {
+    const std::filesystem::path parent =
+        file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+    PreparedStudy& study = m_content->study;
+    study.options.out = parent;
+    OutputFolder folder(parent, filesRead(study.options), place(file));
+    const FolderHold hold(progress, folder);
+    writeStudyPage(folder.stage({file.filename().string(), isOurPage}), study, m_content->results,
+                   progress, stop);
+    throwIfStopped(stop);
+    folder.commit();
+}
+
+ResultFolder StudySession::results() const {
+    const StudyResults& results = m_content->results;
+    std::vector<ResultColumn> columns = results.columns;
+    columns.push_back(
+        {"enclosed", "0 or 1", "Whether it looks into closed geometry", results.enclosed});
+    ResultFolder folder = resultsInMemory(summary(), field(), std::move(columns), results.areas);
+    folder.facts.madeBy = studySubtitle(options(), weather());
+    return folder;
 }
 
 } // namespace insolate::study

@@ -10,6 +10,7 @@
 
 #include "study/export.h"
 #include "study/results/result_column.h"
+#include "study/results/result_folder.h"
 #include "study/run/run_options.h"
 #include "study/run/study_inputs.h"
 #include "study/support/progress.h"
@@ -71,6 +72,14 @@ public:
     /// @throws OutputError, Stopped; no file is left then
     void save(const std::filesystem::path& folder, Progress& progress,
               const std::stop_token& stop = {});
+
+    /// Writes page.html of the results as that file; it bears the name of its folder.
+    /// @throws OutputError, Stopped; no file is left then
+    void savePage(const std::filesystem::path& file, Progress& progress,
+                  const std::stop_token& stop = {});
+
+    /// As what reads earlier results takes them: to compare them, to draw them.
+    [[nodiscard]] ResultFolder results() const;
 
 private:
     struct Content;

@@ -1,0 +1,97 @@
+"""What can be made of a result: parts of the period, pictures, pages, comparisons, meshes."""
+
+from __future__ import annotations
+
+import numpy as np
+import pytest
+from conftest import courtyard
+
+import insolate as ins
+
+
+@pytest.fixture(scope="module")
+def raised(model):
+    """The courtyard with its southern pitched roof four metres higher."""
+    used = [face for face, name in zip(model.faces, model.objects, strict=True) if name == "roof_pitched_south"]
+    return model.replace(
+        "roof_pitched_south", ins.Model(model.vertices + np.array([0.0, 0.0, 4.0]), used, orient="keep")
+    )
+
+
+def test_months_and_periods_are_runs_of_their_own(model, sensors, weather):
+    split = ins.radiation(model, sensors, weather, period="6/1-7/31", split="month", periods=["6/21:9-15"])
+    june = ins.radiation(model, sensors, weather, period="6/1-6/30")
+    noon = ins.radiation(model, sensors, weather, period="6/21", hours=(9, 15))
+    # By the same rays, whose cells of the sky have the whole period's sun: sensors may differ, means do not.
+    assert split["total_jun"].mean() == pytest.approx(june.total.mean(), rel=0.005)
+    np.testing.assert_allclose(split["total_jun"] + split["total_jul"], split.total, rtol=1e-5, atol=1.0)
+    part = next(name for name in split if name.startswith("total_06_21"))
+    assert split[part].mean() == pytest.approx(noon.total.mean(), rel=0.02)
+    assert split.units["total_jul"] == "Wh/m2"
+
+
+def test_a_comparison_is_the_commands(command, tmp_path, model, raised, sensors, weather):
+    before, after = (ins.radiation(one, sensors, weather, period="12/1-12/31") for one in (model, raised))
+    found = before.compare(after, value="total")
+    np.testing.assert_array_equal(found.sensors_b, np.arange(len(sensors)))
+    np.testing.assert_array_equal(found["total_difference"], after.total - before.total)
+    assert found["total_difference"].min() < 0.0
+    before.save(tmp_path / "a")
+    after.save(tmp_path / "b")
+    command("compare", tmp_path / "a", tmp_path / "b", "--value", "total", "--out", tmp_path / "out")
+    lines = (tmp_path / "out" / "sensors.csv").read_text().splitlines()
+    place = [name.split(" [")[0].strip('"') for name in lines[0].split(",")].index("total_difference")
+    written = [float(line.split(",")[place]) for line in lines[1:]]
+    np.testing.assert_allclose(found["total_difference"], written, rtol=1e-6)
+    # Half of the sensors have no partner in the other half.
+    half = ins.Sensors(sensors.points[::2], sensors.normals[::2])
+    partial = before.compare(ins.radiation(model, half, weather, period="12/1-12/31"), tolerance=0)
+    assert len(partial.only_b) == 0
+    assert len(partial.sensors) + len(partial.only_a) == len(sensors)
+    with pytest.raises(ins.DataError, match="period"):
+        before.compare(ins.radiation(model, sensors, weather, period="6/21"))
+    with pytest.raises(ins.UsageError, match="totl"):
+        before.compare(after, value="totl")
+
+
+def test_a_picture_is_the_commands(command, tmp_path, model, weather):
+    sensors = model.select("surface").sensors(grid=4.0)
+    result = ins.radiation(model, sensors, weather, period="6/21")
+    result.save(tmp_path / "out")
+    options = ["--value", "beam", "--view", "155,42", "--hide", "tree_*", "--scale", "0,6", "--size", "600x400"]
+    command("picture", tmp_path / "out", *options, "--file", tmp_path / "command.png")
+    result.picture(tmp_path / "python.png", value="beam", view=(155, 42), hide="tree_*", scale=(0, 6), size=(600, 400))
+    assert (tmp_path / "python.png").read_bytes() == (tmp_path / "command.png").read_bytes()
+    with pytest.raises(ins.UsageError, match="--value"):
+        result.picture(tmp_path / "wrong.png", value="beems")
+    assert not (tmp_path / "wrong.png").exists()
+
+
+def test_a_page_is_the_commands(command, tmp_path, model, weather):
+    place = ["--scene", courtyard / "courtyard.obj", "--weather", courtyard / "weather.epw"]
+    out = tmp_path / "out"
+    command("run", *place, "--select", "surface", "--grid", 4, "--period", "6/21", "--page", "--out", out)
+    wanted = (out / "page.html").read_bytes()
+    result = ins.radiation(model, model.select("surface").sensors(grid=4), weather, period="6/21")
+    result.page(out / "page.html")  # replaces the command's own
+    assert (out / "page.html").read_bytes() == wanted
+    mine = tmp_path / "notes.html"
+    mine.write_text("mine")
+    with pytest.raises(ins.OutputError):
+        result.page(mine)
+    assert mine.read_text() == "mine"
+
+
+def test_a_notebook_shows_groups(summer):
+    shown = summer._repr_html_()
+    assert "court_wall_north" in shown or "more</p>" in shown
+    assert "total [Wh/m2]" in shown
+
+
+def test_a_mesh_of_the_cells(summer, sensors):
+    pv = pytest.importorskip("pyvista")
+    mesh = summer.to_pyvista()
+    assert mesh.n_cells == len(sensors)
+    np.testing.assert_allclose(mesh.compute_cell_sizes()["Area"], sensors.areas, rtol=1e-4)
+    np.testing.assert_array_equal(mesh.cell_data["total"], summer.total)
+    assert isinstance(mesh, pv.PolyData)
