@@ -8,7 +8,9 @@
 #include "study/support/readable.h"
 
 #include <filesystem>
+#include <limits>
 #include <set>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -212,7 +214,15 @@ void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResu
     result.name = std::filesystem::absolute(options.out / ".").parent_path().filename().string();
     result.scene = &study.inputs.scene;
     result.field = &study.inputs.field;
-    const PageColumns columns = pageColumnsOf(results.columns, record);
+    std::vector<ResultColumn> shown = results.columns;
+    for (ResultColumn& column : shown) {
+        for (std::size_t i = 0; i < results.included.size(); ++i) {
+            if (results.included[i] == 0) {
+                column.values[i] = std::numeric_limits<float>::quiet_NaN();
+            }
+        }
+    }
+    const PageColumns columns = pageColumnsOf(std::move(shown), record);
     result.columns = columns.whole;
     result.steps = columns.steps;
     result.north = options.north;
