@@ -212,9 +212,16 @@ class Model:
         by = mesh if isinstance(mesh, Model) else Model(mesh)
         return Model._of(self._core.replace(object, by._core), self.north)
 
-    def sensors(self, *, grid: Optional[float] = None, offset: Optional[float] = None, force: bool = False) -> Sensors:
+    def sensors(
+        self,
+        *,
+        grid: Optional[float] = None,
+        offset: Optional[float] = None,
+        merge_faces: bool = True,
+        force: bool = False,
+    ) -> Sensors:
         """Cells of all faces, with a sensor each; see `Selection.sensors`."""
-        return Selection(self, {}).sensors(grid=grid, offset=offset, force=force)
+        return Selection(self, {}).sensors(grid=grid, offset=offset, merge_faces=merge_faces, force=force)
 
     def plane(self, z: float, grid: Optional[float] = None) -> Sensors:
         """Sensors on a level plane under the model, looking up, outside of its buildings.
@@ -237,8 +244,15 @@ class Selection:
         self._model = model
         self._options = options
 
-    @documented(_core.run_options, "grid", "offset", "force")
-    def sensors(self, *, grid: Optional[float] = None, offset: Optional[float] = None, force: bool = False) -> Sensors:
+    @documented(_core.run_options, "grid", "offset", "merge_faces", "force")
+    def sensors(
+        self,
+        *,
+        grid: Optional[float] = None,
+        offset: Optional[float] = None,
+        merge_faces: bool = True,
+        force: bool = False,
+    ) -> Sensors:
         """Cuts the faces into cells and puts a sensor before each.
 
         Parameters
@@ -256,7 +270,9 @@ class Selection:
         UsageError
             When an option is out of its range, or there would be more sensors than memory.
         """
-        return _cut([self._model], {**self._options, "grid": grid, "offset": offset, "force": force})
+        merging = None if merge_faces else "no"
+        options = {"grid": grid, "offset": offset, "merge_faces": merging, "force": force}
+        return _cut([self._model], {**self._options, **options})
 
 
 def _cut(models: list[Model], options: dict[str, Any]) -> Sensors:
