@@ -345,14 +345,15 @@ void HourlyStudy::describeSky(nlohmann::ordered_json& record) const {
 
 void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
                                   std::span<const ResultColumn> columns) const {
-    nlohmann::ordered_json& hourly = record["hourly"];
-    hourly["ground"] = m_options.openGround ? "open" : "open where the scene does not hide it";
+    // A new key moves the others: no reference to one outlives the next.
     if (!m_parts.empty()) {
         nlohmann::ordered_json& parts = record["periods"];
         for (const NamedPeriod& part : m_parts) {
             parts.push_back({{"name", part.name}, {"text", part.text}});
         }
     }
+    nlohmann::ordered_json& hourly = record["hourly"];
+    hourly["ground"] = m_options.openGround ? "open" : "open where the scene does not hide it";
     hourly["sky_tolerance_percent"] = m_options.skyTolerance;
     hourly["sun_tolerance_percent"] = m_options.sunTolerance;
     if (columns.empty()) {

@@ -273,7 +273,8 @@ TEST_F(SensorTablesTest, DamagedHoursAreRefusedByLine) {
         {head + "1,t,1,2,3\n2,t,1,2\n", ":3: is not the line of an hour"},
         {head + "1,t,1,x,3\n", ":2: field 4 is not a number"}};
     for (const auto& [text, problem] : tables) {
-        const auto file = written("damaged.csv", [&](OutputFile& out) { out.write(text); });
+        const auto file =
+            written("damaged.csv", [&content = text](OutputFile& out) { out.write(content); });
         try {
             readHoursCsv(file);
             ADD_FAILURE() << text;
