@@ -52,7 +52,7 @@ INSOLATE_FUZZ_TARGET(partial)(const std::uint8_t* bytes, std::size_t size) {
         }
         SkyVisibilityStore masks(sensors);
         PartialResults results(folder.path(), key, true);
-        require(results.leftover().sensors <= sensors, "no more sensors are left than there are");
+        static_cast<void>(results.leftover()); // of any study, so that its counts may be any
         const std::size_t taken =
             results.attach(columns, (bytes[0] & 4U) != 0 ? &masks : nullptr, blockSize);
         std::size_t counted = 0;
