@@ -222,7 +222,7 @@ class Radiation(Columns):
         Parameters
         ----------
         *by : {"object", "material", "orientation", "tilt"}
-            Keys that are told apart together; none for all sensors in one group.
+            Keys whose values make a group together; none puts all sensors into one group.
 
         Returns
         -------

@@ -156,7 +156,7 @@ class Weather:
         elevation : float
             Metres above the sea.
         time_zone : float, optional
-            Standard time of the site's clock, hours from UTC, by which days are told apart; by
+            Standard time of the site's clock, hours from UTC, which decides where a day begins; by
             default that of the index outside of daylight saving time.
         name : str
             What messages call the frame.

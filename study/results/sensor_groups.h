@@ -24,7 +24,7 @@ enum class GroupKey {
     tilt         ///< their slope, in classes
 };
 
-/// Keys that are told apart together; none: all sensors are one group.
+/// Keys whose values make a group together; with none, all sensors are one group.
 using GroupBy = std::vector<GroupKey>;
 
 /// Bounds of the classes.

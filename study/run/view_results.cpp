@@ -29,7 +29,7 @@ struct Viewed {
     PageResult page;
 };
 
-/// Names of folders, and of those above them where two are alike.
+/// The name of the folder itself, without those above it.
 std::string nameOf(const std::filesystem::path& folder) {
     const std::filesystem::path whole =
         std::filesystem::weakly_canonical(std::filesystem::absolute(folder));

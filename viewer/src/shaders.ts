@@ -1,4 +1,4 @@
-/// What the graphics card is told. Values lie in textures of whole numbers, `width` to a row.
+/// The programs of the graphics card. Values lie in textures of whole numbers, `width` to a row.
 
 export const width = 2048;
 
