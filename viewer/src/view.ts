@@ -337,12 +337,19 @@ export class View {
   private shadowTarget: THREE.WebGLRenderTarget | null = null;
   private readonly sunCamera = new THREE.OrthographicCamera(-1, 1, 1, -1, 0, 1);
   private readonly sunScene = new THREE.Scene();
+  private readonly sunInks = {
+    path: new THREE.MeshBasicMaterial({ color: 0xe0992a }),
+    body: new THREE.MeshBasicMaterial({ color: 0xffb52e }),
+    ray: new THREE.LineBasicMaterial({ color: 0xe0992a, transparent: true, opacity: 0.5 }),
+    ring: new THREE.LineBasicMaterial({ color: 0x8a8a8a, transparent: true, opacity: 0.5 }),
+  };
   private readonly shared: Record<string, THREE.IUniform>;
   private readonly box = new THREE.Box3();
   private readonly whole = new THREE.Box3();
   private shown: number[] = [0];
   private pending = false;
-  private shadowsAreOld = true;
+  /// Whose shadows the map holds for the sun as it stands; null: nobody's.
+  private shadowsOf: ModelView | null = null;
   private restTimer = 0;
   private lastFrame = 0;
   private north = 0;
@@ -364,7 +371,7 @@ export class View {
     this.renderer.autoClear = false;
     this.renderer.info.autoReset = false;
     canvas.addEventListener("webglcontextrestored", () => {
-      this.shadowsAreOld = true;
+      this.shadowsOf = null;
       this.draw();
     });
     this.perspective.up.copy(up);
@@ -415,6 +422,7 @@ export class View {
     if (!scene.isEmpty()) {
       this.whole.union(scene.translate(shift));
     }
+    this.shadowsOf = null; // the map spans all models
     return model;
   }
 
@@ -466,47 +474,51 @@ export class View {
   /// @param path directions of the day's course; null takes the sun away
   setSun(sun: Sun | null, path: Sun[], marks: { sun: Sun }[]): void {
     this.shared.sunOn.value = sun !== null;
+    for (const object of this.sunScene.children) {
+      // What the graphics card holds of it goes only when it is told so. Inks stay.
+      (object as THREE.Mesh | THREE.Line).geometry.dispose();
+    }
     this.sunScene.clear();
     if (sun) {
       const direction = new THREE.Vector3(...directionOf(sun, this.north));
       this.shared.sunDirection.value.copy(direction);
-      this.shadowsAreOld = true;
+      this.shadowsOf = null;
       const middle = this.box.getCenter(new THREE.Vector3());
       middle.z = this.box.min.z;
       const radius = this.domeRadius;
       const at = (s: Sun): THREE.Vector3 =>
         new THREE.Vector3(...directionOf(s, this.north)).multiplyScalar(radius).add(middle);
-      const line = (points: THREE.Vector3[], color: number, opacity: number): void => {
-        const material = new THREE.LineBasicMaterial({ color, transparent: true, opacity });
-        this.sunScene.add(new THREE.Line(new THREE.BufferGeometry().setFromPoints(points), material));
+      const inks = this.sunInks;
+      const line = (points: THREE.Vector3[], ink: THREE.Material): void => {
+        this.sunScene.add(new THREE.Line(new THREE.BufferGeometry().setFromPoints(points), ink));
       };
       const arc = path.filter((s) => s.altitude >= 0);
       if (arc.length > 1) {
         // Lines are one pixel wide everywhere; a tube shows.
         const curve = new THREE.CatmullRomCurve3(arc.map(at));
         const tube = new THREE.TubeGeometry(curve, arc.length * 2, radius * 0.0035, 6);
-        this.sunScene.add(new THREE.Mesh(tube, new THREE.MeshBasicMaterial({ color: 0xe0992a })));
+        this.sunScene.add(new THREE.Mesh(tube, inks.path));
       }
       const dot = new THREE.SphereGeometry(radius * 0.009, 12, 8);
       for (const mark of marks) {
         if (mark.sun.altitude >= 0) {
-          const bead = new THREE.Mesh(dot, new THREE.MeshBasicMaterial({ color: 0xe0992a }));
+          const bead = new THREE.Mesh(dot, inks.path);
           bead.position.copy(at(mark.sun));
           this.sunScene.add(bead);
         }
       }
       if (sun.altitude >= -0.3) {
         const ball = new THREE.SphereGeometry(radius * 0.032, 24, 16);
-        const body = new THREE.Mesh(ball, new THREE.MeshBasicMaterial({ color: 0xffb52e }));
+        const body = new THREE.Mesh(ball, inks.body);
         body.position.copy(at(sun));
         this.sunScene.add(body);
-        line([middle, at(sun)], 0xe0992a, 0.5);
+        line([middle, at(sun)], inks.ray);
       }
       const ring: THREE.Vector3[] = [];
       for (let k = 0; k <= 72; ++k) {
         ring.push(at({ azimuth: 5 * k, altitude: 0 }));
       }
-      line(ring, 0x8a8a8a, 0.5);
+      line(ring, inks.ring);
     }
     this.draw();
   }
@@ -550,8 +562,11 @@ export class View {
     return this.shadowTarget;
   }
 
-  /// The scene as the sun sees it, drawn anew when the sun has moved.
+  /// The model's scene as the sun sees it, drawn anew when the sun has moved or the map is another model's.
   private drawShadows(model: ModelView): void {
+    if (this.shadowsOf === model) {
+      return;
+    }
     const direction: THREE.Vector3 = this.shared.sunDirection.value;
     const camera = this.sunCamera;
     camera.up.copy(Math.abs(direction.z) > 0.99 ? new THREE.Vector3(0, 1, 0) : up);
@@ -588,12 +603,13 @@ export class View {
     this.renderer.render(model.casting, camera);
     this.renderer.setRenderTarget(null);
     this.shared.shadowMap.value = target.depthTexture;
-    this.shadowsAreOld = false;
+    this.shadowsOf = model;
   }
 
   /// How much of the sun reaches points, 0..1, by the shadow map that the picture is drawn with.
-  /// @param points three coordinates each, as the model file has them; all face upwards
-  litAt(points: Float64Array | number[], number = 0): Float32Array {
+  /// @param points three coordinates each, as the model file has them
+  /// @param normals of length 1, three coordinates each; null: all face upwards
+  litAt(points: ArrayLike<number>, normals: ArrayLike<number> | null = null, number = 0): Float32Array {
     const model = this.models[number];
     const centre = this.models[0].result.centre;
     const count = points.length / 3;
@@ -605,8 +621,8 @@ export class View {
     for (let i = 0; i < count; ++i) {
       for (let k = 0; k < 3; ++k) {
         position[3 * i + k] = points[3 * i + k] - centre[k];
+        facing[3 * i + k] = normals ? normals[3 * i + k] : k === 2 ? 1 : 0;
       }
-      facing[3 * i + 2] = 1;
       numbers[i] = i;
     }
     const geometry = new THREE.BufferGeometry();
@@ -860,7 +876,7 @@ export class View {
     this.renderer.setScissorTest(this.shown.length > 1);
     this.shown.forEach((number, i) => {
       const model = this.models[number];
-      if (this.shared.sunOn.value && (this.shadowsAreOld || this.shown.length > 1)) {
+      if (this.shared.sunOn.value) {
         this.renderer.setScissorTest(false);
         this.drawShadows(model);
         this.renderer.setScissorTest(this.shown.length > 1);
@@ -947,22 +963,14 @@ export class View {
     return this.toScreen(middle, beside);
   }
 
-  /// Whether the sun reaches the middle of a cell.
+  /// Whether the sun reaches the middle of a cell, as the picture shows it.
   isLit(model: ModelView, sensor: number): boolean {
     const corners = cornersOf(model.result.cells, sensor);
-    const normal = normalOf(corners);
-    const direction: THREE.Vector3 = this.shared.sunDirection.value;
-    if (direction.z <= 0 || normal[0] * direction.x + normal[1] * direction.y + normal[2] * direction.z <= 0) {
-      return false;
-    }
-    const centre = model.result.centre;
+    const { centre } = model.result;
     const middle = [0, 1, 2].map(
-      (k) =>
-        corners.reduce((sum, corner) => sum + corner[k], 0) / corners.length +
-        centre[k] +
-        0.05 * normal[k],
+      (k) => corners.reduce((sum, corner) => sum + corner[k], 0) / corners.length + centre[k],
     );
-    return this.litAt(middle, this.models.indexOf(model))[0] >= 0.5;
+    return this.litAt(middle, normalOf(corners), this.models.indexOf(model))[0] >= 0.5;
   }
 }
 

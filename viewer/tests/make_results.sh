@@ -21,6 +21,15 @@ quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors "$ou
   --period 6/21 --page --out "$out/points"
 python3 "$source/viewer/tests/hostile.py" >"$out/hostile.obj"
 quiet --weather "$demo/weather.epw" --scene "$out/hostile.obj" --grid 1 --period 6/21 --page --out "$out/hostile"
+# Another design of the demo, with a tower that shades the court and a house so far away that the shadows
+# of a moment are coarse; its sun around noon in winter has other columns.
+printf 'o tower\nv 0 -60 0\nv 20 -60 0\nv 20 -50 0\nv 0 -50 0\nv 0 -60 60\nv 20 -60 60\nv 20 -50 60\nv 0 -50 60
+f 1 2 6 5\nf 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\nf 5 6 7 8\no house\nv 3000 0 0\nv 3010 0 0\nv 3010 0 20\nv 3000 0 20
+f 9 10 11 12\n' >"$out/tower.obj"
+quiet --study "$demo/study.toml" --scene "$demo/courtyard.obj" --scene "$out/tower.obj" --out "$out/tower"
+"$command" sunhours --quiet --scene "$demo/courtyard.obj" --scene "$out/tower.obj" --select surface --grid 0.75 \
+  --lat 47 --lon 8 --tz 1 --dates 12/21 --hours 12:00-12:02 --out "$out/noon"
+"$command" view --quiet "$out/courtyard" "$out/tower" "$out/noon" --out "$out/designs.html"
 # A thousand level sensors over the demo, for the shadows of a moment.
 awk 'BEGIN { srand(7); print "x,y,z,nx,ny,nz"
   for (i = 0; i < 1000; ++i) printf "%.3f,%.3f,0.05,0,0,1\n", -37.9 + 89.8 * rand(), -34.9 + 70.8 * rand() }' >"$out/level.csv"
