@@ -223,6 +223,7 @@ std::string packResult(const PageResult& result, const PackedModel& model, const
     record["made_by"] = INSOLATE_VERSION;
     record["name"] = validText(result.name);
     record["cells"] = model.sensors;
+    record["days"] = result.days;
     record["origin"] = {model.origin.x, model.origin.y, model.origin.z};
     record["step"] = model.step;
     record["north"] = result.north;

@@ -45,6 +45,7 @@ struct PageResult {
     std::span<const ResultColumn> columns;    ///< as in sensors.csv; the first one is shown first
     std::span<const ResultColumn> steps = {}; ///< of the period, month by month; less exact
     std::vector<PageSeries> series = {};
+    int days = 365;     ///< of the period, over which the hours' mean day is taken
     double north = 0.0; ///< from the model's +Y clockwise to true north [degrees]
     std::optional<PageSite> site;
     std::vector<std::pair<std::string, std::string>> facts = {}; ///< what made it: label and text

@@ -249,18 +249,16 @@ private:
 
 std::string packFaces(const SensorField& field, NamesInUse& names) {
     ByteWriter bytes;
-    std::int64_t lastFace = 0;
     for (std::size_t first = 0; first < field.origins.size();) {
+        const CellOrigin& origin = field.origins[first];
         std::size_t end = first + 1;
-        while (end < field.size() && sameOrigin(field, first, end)) {
+        while (end < field.origins.size() && field.origins[end].object == origin.object &&
+               field.origins[end].material == origin.material) {
             ++end;
         }
-        const CellOrigin& origin = field.origins[first];
         bytes.number(end - first);
-        bytes.difference(std::int64_t{origin.face} - lastFace);
         bytes.number(names.numberOf(origin.object));
         bytes.number(names.numberOf(origin.material));
-        lastFace = origin.face;
         first = end;
     }
     return std::move(bytes).take();

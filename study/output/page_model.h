@@ -47,7 +47,7 @@ struct PackedModel {
     Vector3 origin;          ///< lowest corner of scene and cells [m]
     double step = 1.0;       ///< [m]
     std::string blocks;      ///< the cells
-    std::string faces;       ///< runs of cells of one face: count, face, object, material
+    std::string faces;       ///< runs of cells of one name: count, object, material
     std::string vertices;    ///< of the scene
     std::string triangles;   ///< of the scene
     std::string edges;       ///< of the scene, where it folds or ends

@@ -141,6 +141,12 @@ std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record) {
     return site;
 }
 
+int periodDaysOf(const nlohmann::ordered_json& record) {
+    const nlohmann::ordered_json::json_pointer place("/period/days");
+    const bool says = record.contains(place) && record[place].is_number_integer();
+    return says ? std::max(record[place].get<int>(), 1) : 365;
+}
+
 PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const nlohmann::ordered_json& record) {
     std::set<std::string> steps;
     std::set<std::string> left;
@@ -225,6 +231,7 @@ void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResu
     const PageColumns columns = pageColumnsOf(std::move(shown), record);
     result.columns = columns.whole;
     result.steps = columns.steps;
+    result.days = periodDaysOf(record);
     result.north = options.north;
     result.facts = factsOf(record);
     result.site = pageSiteOf(record);

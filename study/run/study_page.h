@@ -25,6 +25,9 @@ std::vector<std::pair<std::string, std::string>> factsOf(const nlohmann::ordered
 /// The site of a summary's record; nothing where it has none.
 std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record);
 
+/// How many days the period of a summary's record has; a year where it does not say.
+int periodDaysOf(const nlohmann::ordered_json& record);
+
 /// What a page shows of a result's columns: the parts of the period by their first quantity alone,
 /// as steps. With all quantities a year of months would weigh five times as much as the whole.
 struct PageColumns {

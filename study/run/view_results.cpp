@@ -61,6 +61,7 @@ void read(Viewed& viewed, const std::filesystem::path& folder, Progress& progres
         page.series = pageSeriesOf(readHoursCsv(hours, stop), viewed.folder.field.size());
     }
     page.north = viewed.folder.model.north;
+    page.days = periodDaysOf(record);
     page.facts = factsOf(record);
     page.site = pageSiteOf(record);
     page.warnings = viewed.folder.facts.warnings;

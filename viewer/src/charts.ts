@@ -51,11 +51,12 @@ export function drawCarpet(canvas: HTMLCanvasElement, hours: Float32Array): void
   }
 }
 
-/// The whole year's mean of each hour of the day.
-export function meanDay(hours: Float32Array): number[] {
-  const days = Math.max(1, Math.floor(hours.length / 24));
+/// The mean of each hour of the day.
+/// @param hours of the year, 0 where they are not of the period
+/// @param days of the period
+export function meanDay(hours: Float32Array, days: number): number[] {
   const sums = new Array<number>(24).fill(0);
-  for (let i = 0; i < 24 * days; ++i) {
+  for (let i = 0; i < hours.length; ++i) {
     sums[i % 24] += hours[i];
   }
   return sums.map((sum) => sum / days);

@@ -65,9 +65,9 @@ export function bearingText(azimuth: number): string {
   return names[Math.round((((azimuth % 360) + 360) % 360) / 45) % 8];
 }
 
-/// A field of a table that no spreadsheet takes for a formula.
+/// A name as a field of a table that no spreadsheet takes for a formula, study/output/text.cpp line by line.
 export function csvField(text: string): string {
-  const safe = /^[=+\-@\t\r]/.test(text) && !/^-?[\d.]/.test(text) ? `'${text}` : text;
+  const safe = /^[=+\-@\t\r]/.test(text) ? `'${text}` : text;
   return /[",\n\r]/.test(safe) ? `"${safe.replace(/"/g, '""')}"` : safe;
 }
 

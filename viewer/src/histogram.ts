@@ -71,8 +71,7 @@ export function sumsBy(
   return list;
 }
 
-/// The values that colours should span: all but the outermost thousandth of the area on either side
-/// where that is far off the rest.
+/// The values that colours should span: the lowest and the highest.
 export function endsOf(cells: Cells, column: Column): [number, number] {
   const [all] = sumsBy(cells, column, null, 1);
   return all.cells === 0 ? [0, 1] : [all.lowest, all.highest];

@@ -23,6 +23,8 @@ interface ResultRecord {
   made_by: string;
   name: string;
   cells: number;
+  /// Of the period.
+  days: number;
   origin: [number, number, number];
   step: number;
   north: number;
@@ -89,7 +91,9 @@ export interface Block {
 }
 
 export const none = 0xffffffff;
-export const sides = ["up", "north", "east", "south", "west", "down"] as const;
+export const sides = ["up", "north", "east", "south", "west", "down", "none"] as const;
+/// Of points that have no normal: no surface.
+export const noSide = sides.indexOf("none");
 
 /// What is drawn of the cells. A vertex has a place within its grid, in cells, and the grid's first
 /// texel, columns and rows; polygons are grids of one cell.
@@ -106,6 +110,8 @@ export interface Cells {
   texels: number;
   /// By texel; null where both are the same.
   sensorOfTexel: Uint32Array | null;
+  /// By sensor; null where both are the same.
+  texelOfSensor: Uint32Array | null;
   area: Float32Array;
   /// By sensor, into `sides`.
   side: Uint8Array;
@@ -234,7 +240,7 @@ export class Result {
 export function sideOf(x: number, y: number, z: number, north: number): number {
   const size = Math.hypot(x, y, z);
   if (size === 0) {
-    return 0;
+    return noSide;
   }
   if (z >= 0.5 * size) {
     return 0;
@@ -340,13 +346,16 @@ function readCells(bytes: Uint8Array, count: number, step: number, north: number
     first += block.count;
   }
   let sensorOfTexel: Uint32Array | null = null;
+  let texelOfSensor: Uint32Array | null = null;
   if (hasGaps) {
     sensorOfTexel = new Uint32Array(texel).fill(none);
+    texelOfSensor = new Uint32Array(count);
     for (const block of blocks) {
       let sensor = block.first;
       const places = block.present ? block.present.length : block.count;
       for (let i = 0; i < places; ++i) {
         if (!block.present || block.present[i] === 1) {
+          texelOfSensor[sensor] = block.texel + i;
           sensorOfTexel[block.texel + i] = sensor++;
         }
       }
@@ -372,6 +381,7 @@ function readCells(bytes: Uint8Array, count: number, step: number, north: number
     blocks,
     texels: texel,
     sensorOfTexel,
+    texelOfSensor,
     area,
     side,
     object: new Uint32Array(count),
@@ -454,7 +464,6 @@ function readFaces(bytes: Uint8Array, cells: Cells): void {
   const reader = new NumberReader(bytes);
   for (let first = 0; !reader.done; ) {
     const count = reader.number();
-    reader.difference();
     cells.object.fill(reader.number(), first, first + count);
     cells.material.fill(reader.number(), first, first + count);
     first += count;
@@ -579,16 +588,7 @@ export function cornersOf(cells: Cells, sensor: number): number[][] {
     }
     return corners;
   }
-  let place = sensor - block.first;
-  if (block.present) {
-    for (let i = 0, seen = -1; i < block.present.length; ++i) {
-      seen += block.present[i];
-      if (seen === place) {
-        place = i;
-        break;
-      }
-    }
-  }
+  const place = cells.texelOfSensor ? cells.texelOfSensor[sensor] - block.texel : sensor - block.first;
   const column = place % block.columns;
   const row = Math.floor(place / block.columns);
   const c = block.corners;

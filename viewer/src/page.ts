@@ -7,7 +7,7 @@ import { type GroupKey, groupName, groupNumbers, GroupTable } from "./groups";
 import { areaWithin, endsOf, histogram, sumsBy } from "./histogram";
 import { drawLegend, Legend, type LegendContent } from "./legend";
 import { differenceOf, sameCells } from "./difference";
-import { type Column, cornersOf, normalOf, type Result } from "./packing";
+import { type Column, cornersOf, noSide, normalOf, type Result } from "./packing";
 import { SunPath } from "./sun";
 import { colorTexture, type Hit, type ModelView, type Section, type Theme, View } from "./view";
 import licences from "../dist/licences.txt";
@@ -859,7 +859,10 @@ export class Page {
     if (object || material) {
       lines.push([object, material].filter(Boolean).map((name) => name.slice(0, 120)).join(" · "));
     }
-    lines.push([this.orientation(result, sensor), this.areaText(result, sensor)].filter(Boolean).join(", "));
+    const place = [this.orientation(result, sensor), this.areaText(result, sensor)].filter(Boolean).join(", ");
+    if (place) {
+      lines.push(place);
+    }
     const peak = this.peakText(result, sensor);
     if (peak) {
       lines.push(peak);
@@ -867,7 +870,11 @@ export class Page {
     return { value: column.text(column.at(sensor)), unit: text.unitText(column.unit), lines };
   }
 
+  /// Empty where a point has no normal.
   private orientation(result: Result, sensor: number): string {
+    if (result.cells.side[sensor] === noSide) {
+      return "";
+    }
     const [x, y, z] = normalOf(cornersOf(result.cells, sensor));
     const tilt = (Math.acos(Math.min(Math.max(z, -1), 1)) * 180) / Math.PI;
     if (tilt < 1) {
@@ -942,7 +949,10 @@ export class Page {
     if (material) {
       rows.push(["Material", material.slice(0, 300)]);
     }
-    rows.push(["Orientation", this.orientation(result, sensor)]);
+    const orientation = this.orientation(result, sensor);
+    if (orientation) {
+      rows.push(["Orientation", orientation]);
+    }
     if (result.cells.hasAreas) {
       rows.push(["Area", this.areaText(result, sensor)]);
     }
@@ -1010,7 +1020,7 @@ export class Page {
       place,
     );
     drawCarpet(carpet, series.hours);
-    chart(place, meanDay(series.hours), { unit: "W/m²", width: this.chartWidth(), bars: false, label: "Mean day" });
+    chart(place, meanDay(series.hours, result.record.days), { unit: "W/m²", width: this.chartWidth(), bars: false, label: "Mean day" });
   }
 
   /// North arrow, scale bar and marks stay where they belong.

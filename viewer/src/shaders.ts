@@ -115,8 +115,6 @@ ${shadowCode}
 uniform vec3 light;      // towards a soft light
 uniform vec3 bright;
 uniform vec3 dim;
-uniform vec3 eye;
-uniform bool parallel;
 uniform bool sunOn;
 out vec4 color;
 void main() {

@@ -2,7 +2,7 @@
 import * as THREE from "three";
 import { OrbitControls } from "three/examples/jsm/controls/OrbitControls.js";
 import { colorTable, type Scale } from "./colors";
-import { type Column, cornersOf, none, normalOf, type Result } from "./packing";
+import { type Column, cornersOf, none, normalOf, noSide, type Result } from "./packing";
 import * as code from "./shaders";
 import { directionOf, type Sun } from "./sun";
 
@@ -970,7 +970,10 @@ export class View {
     const middle = [0, 1, 2].map(
       (k) => corners.reduce((sum, corner) => sum + corner[k], 0) / corners.length + centre[k],
     );
-    return this.litAt(middle, normalOf(corners), this.models.indexOf(model))[0] >= 0.5;
+    // What is no surface is lit where the sun's ray reaches it.
+    const normal =
+      model.result.cells.side[sensor] === noSide ? this.shared.sunDirection.value.toArray() : normalOf(corners);
+    return this.litAt(middle, normal, this.models.indexOf(model))[0] >= 0.5;
   }
 }
 

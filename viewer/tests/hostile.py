@@ -4,6 +4,7 @@ names = [
     "</script><script>window.broken=1</script>",
     "\"'><img/src=x/onerror=window.broken=1>",
     "=cmd|'/C_calc'!A0",
+    "-2+3+cmd|'/C_calc'!A0",
     "\u202egnp.txt",
     "n" * 10_000,
     "<!--",

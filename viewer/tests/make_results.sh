@@ -19,6 +19,9 @@ quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors plan
 printf 'x,y,z,nx,ny,nz\n0,0,1,0,0,1\n5,5,12,0,0,1\n-30,-30,2,0,-1,0\n40,20,2,1,0,0\n' >"$out/points.csv"
 quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors "$out/points.csv" \
   --period 6/21 --page --out "$out/points"
+cut -d, -f1-3 "$out/points.csv" >"$out/bare.csv"
+quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --sensors "$out/bare.csv" \
+  --period 6/21 --page --out "$out/bare"
 python3 "$source/viewer/tests/hostile.py" >"$out/hostile.obj"
 quiet --weather "$demo/weather.epw" --scene "$out/hostile.obj" --grid 1 --period 6/21 --page --out "$out/hostile"
 # Another design of the demo, with a tower that shades the court and a house so far away that the shadows

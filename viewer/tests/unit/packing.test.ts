@@ -27,6 +27,7 @@ describe("sides", () => {
       [-1, 0, 0, 0, "west"],
       [0, 0.5, -0.9, 0, "down"],
       [0, 1, 0, 90, "west"], // +X is north
+      [0, 0, 0, 0, "none"],
     ];
     for (const [x, y, z, north, side] of cases) {
       expect(sides[sideOf(x, y, z, north)], `${x} ${y} ${z}`).toBe(side);

@@ -1,5 +1,6 @@
 import { execFileSync } from "node:child_process";
 import { describe, expect, it } from "vitest";
+import { meanDay } from "../../src/charts";
 import { csvField, dayText, hourOfYearText, numberText } from "../../src/format";
 import { areaWithin, histogram, sumsBy } from "../../src/histogram";
 import { type Cells, Column } from "../../src/packing";
@@ -43,6 +44,20 @@ describe("differences", () => {
   });
 });
 
+describe("the mean day", () => {
+  it("is that of the period's days alone", () => {
+    const hours = new Float32Array(8760);
+    for (const day of [171, 172, 173]) {
+      hours.set([300, 450], 24 * day + 11);
+    }
+    hours[24 * 171 + 11] = 0; // a dark hour counts
+    const mean = meanDay(hours, 3);
+    expect([mean[10], mean[11], mean[12]]).toEqual([0, 200, 450]);
+    const days = ["courtyard", "plane"].map((name) => resultOf(`${folder}/${name}/page.html`).record.days);
+    expect(days).toEqual([365, 1]);
+  });
+});
+
 describe("texts", () => {
   it("name days and hours as summaries do", () => {
     expect([1, 59, 60, 365].map((day) => dayText(day))).toEqual(["1 January", "28 February", "1 March", "31 December"]);
@@ -57,7 +72,7 @@ describe("texts", () => {
   it("keep spreadsheets from running names", () => {
     expect(csvField("=cmd|' /C calc'!A0")).toBe("'=cmd|' /C calc'!A0");
     expect(csvField('a,"b"')).toBe('"a,""b"""');
-    expect(csvField("-3.5")).toBe("-3.5");
+    expect(csvField("-2+3+cmd|' /C calc'!A0")).toBe("'-2+3+cmd|' /C calc'!A0");
   });
 });
 
