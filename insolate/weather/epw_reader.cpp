@@ -15,6 +15,7 @@
 //   - wind speed is taken as whole m/s, unscaled; the sky cover is cleared by complete lines.
 #include <insolate/solar/solar_position.h>
 #include <insolate/weather/epw_text.h>
+#include <insolate/weather/text_lines.h>
 #include <insolate/weather/number_text.h>
 #include <insolate/weather/weather_data.h>
 #include <insolate/weather/weather_file.h>
@@ -28,7 +29,7 @@ using insolate::toField;
 
 namespace {
 
-constexpr insolate::EpwLineRules storeRules{
+constexpr insolate::TextLineRules storeRules{
     .longestLine = 1024, .byteFFEnds = true, .dropsUnfinishedLine = true};
 
 // Of a longer field only so much is looked at.
@@ -36,8 +37,8 @@ constexpr std::size_t maxFieldLength = 255;
 
 // A text of the LOCATION line, cut to fit and filled up with zeros.
 template <std::size_t capacity>
-void copyLocationField(const insolate::EpwLine& line, int wanted, char (&text)[capacity]) {
-    insolate::EpwFieldSplitter fields(line.text);
+void copyLocationField(const insolate::TextLine& line, int wanted, char (&text)[capacity]) {
+    insolate::FieldSplitter fields(line.text);
     std::string_view field;
     bool present = true;
     for (int i = 0; i <= wanted && present; ++i) {
@@ -61,7 +62,7 @@ void copyLocationField(const insolate::EpwLine& line, int wanted, char (&text)[c
     std::memset(text + length, 0, capacity - length);
 }
 
-float locationNumber(const insolate::EpwLine& line, int field) {
+float locationNumber(const insolate::TextLine& line, int field) {
     char text[maxFieldLength + 1];
     copyLocationField(line, field, text);
     return static_cast<float>(leadingDecimal(text));
@@ -71,7 +72,7 @@ float toRadians(float degrees) {
     return degrees / 180.0f * 3.1415927f;
 }
 
-void readLocation(const insolate::EpwLine& line, EWeaFileFormatData& data,
+void readLocation(const insolate::TextLine& line, EWeaFileFormatData& data,
                   bool updateGlobalLocation) {
     copyLocationField(line, 1, data.name);
     copyLocationField(line, 2, data.state);
@@ -156,7 +157,7 @@ void readDataField(int field, std::string_view text, HourOfLine& hour, EWeatherD
 void readDataLine(std::string_view line, EWeatherData& weather) {
     constexpr int lastField = 28;
     HourOfLine hour;
-    insolate::EpwFieldSplitter fields(line);
+    insolate::FieldSplitter fields(line);
     std::string_view field;
     for (int i = 0; i <= lastField && fields.next(field); ++i) {
         readDataField(i, field.substr(0, maxFieldLength), hour, weather);
@@ -172,8 +173,8 @@ bool EWeatherData::loadFile_EPW(const std::wstring& fileName, int updateGlobalLo
         result = ResultLoadWeatherData_CannotOpen;
         return false;
     }
-    insolate::EpwLines lines(file.get(), storeRules);
-    insolate::EpwLine line;
+    insolate::TextLines lines(file.get(), storeRules);
+    insolate::TextLine line;
     while (lines.next(line)) {
         switch (line.text.empty() ? '\0' : line.text.front()) {
         case 'C': // COMMENTS

@@ -1,18 +1,16 @@
 #include <insolate/weather/epw_text.h>
 
+#include <insolate/solar/site_ranges.h>
+#include <insolate/weather/text_lines.h>
 #include <insolate/weather/weather_series.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <utility>
 
 namespace insolate {
 namespace {
-
-constexpr std::size_t epwBlockSize = 64 * 1024;
-constexpr std::string_view utf8Mark = "\xEF\xBB\xBF";
 
 std::string_view trimmed(std::string_view text, std::string_view blanks) {
     const std::size_t first = text.find_first_not_of(blanks);
@@ -33,71 +31,6 @@ bool beginsWith(std::string_view line, std::string_view key) {
 }
 
 } // namespace
-
-// --- Lines ------------------------------------------------------------------------------------
-
-EpwLines::EpwLines(std::string_view text, const EpwLineRules& rules)
-    : m_rules(rules), m_window(text.data()), m_size(text.size()) {
-    if (m_rules.byteFFEnds) {
-        m_size = std::min(m_size, text.find('\xFF'));
-    }
-    m_position = text.substr(0, m_size).starts_with(utf8Mark) ? utf8Mark.size() : 0;
-}
-
-EpwLines::EpwLines(std::FILE* file, const EpwLineRules& rules)
-    : m_rules(rules), m_file(file), m_block(new char[epwBlockSize]), m_window(m_block.get()),
-      m_ended(false) {
-    m_rules.longestLine = std::min(m_rules.longestLine, epwBlockSize / 2);
-    refill();
-    m_position = std::string_view(m_window, m_size).starts_with(utf8Mark) ? utf8Mark.size() : 0;
-}
-
-/// Moves what is left to the front and reads on.
-void EpwLines::refill() {
-    m_size -= m_position;
-    std::memmove(m_block.get(), m_block.get() + m_position, m_size);
-    m_position = 0;
-    char* free = m_block.get() + m_size;
-    const std::size_t wanted = epwBlockSize - m_size;
-    std::size_t got = std::fread(free, 1, wanted, m_file);
-    m_ended = got < wanted;
-    if (m_rules.byteFFEnds) {
-        if (const void* endMark = std::memchr(free, 0xFF, got)) {
-            got = static_cast<std::size_t>(static_cast<const char*>(endMark) - free);
-            m_ended = true;
-        }
-    }
-    m_size += got;
-}
-
-bool EpwLines::next(EpwLine& line) {
-    const std::size_t longest = m_rules.longestLine;
-    // The byte after the longest line decides whether it ends in CR LF.
-    if (!m_ended && m_size - m_position <= longest) {
-        refill();
-    }
-    const std::string_view rest(m_window + m_position, m_size - m_position);
-    const std::size_t lineFeed = rest.substr(0, std::min(rest.size(), longest + 1)).find('\n');
-    std::size_t length = 0;
-    if (lineFeed != std::string_view::npos) {
-        const bool carriageReturn = lineFeed > 0 && rest[lineFeed - 1] == '\r';
-        if (carriageReturn || lineFeed < longest) {
-            m_position += lineFeed + 1;
-            line = {rest.substr(0, lineFeed - (carriageReturn ? 1 : 0)), true, ++m_number};
-            return true;
-        }
-    }
-    if (rest.size() >= longest) {
-        length = longest;
-    } else if (rest.empty() || m_rules.dropsUnfinishedLine) {
-        return false;
-    } else {
-        length = rest.size();
-    }
-    m_position += length;
-    line = {rest.substr(0, length), false, ++m_number};
-    return true;
-}
 
 EpwLineKind epwLineKind(std::string_view line) {
     line = trimmed(line, epwBlanksAndQuotes);
@@ -127,7 +60,7 @@ EpwLineKind epwLineKind(std::string_view line) {
 // --- Fields -----------------------------------------------------------------------------------
 
 EpwFields::EpwFields(std::string_view line) {
-    EpwFieldSplitter splitter(trimmed(line, epwBlanks));
+    FieldSplitter splitter(trimmed(line, epwBlanks));
     std::string_view field;
     while (m_count < m_fields.size() && splitter.next(field)) {
         m_fields[m_count++] = trimmed(field, epwBlanksAndQuotes);
@@ -179,26 +112,27 @@ std::optional<EpwFault> readEpwLocation(const EpwFields& fields, EpwLocation& lo
     location.country = fields[3];
     struct Entry {
         std::size_t column;
-        int low, high;
+        SiteRange range;
         const char* name;
         double* value;
         const char* fix;
     };
     Site& site = location.site;
-    for (const Entry& entry :
-         {Entry{6, -90, 90, "latitude", &site.latitude, "give the site's degrees, north positive"},
-          Entry{7, -180, 180, "longitude", &site.longitude,
-                "give the site's degrees, east positive"},
-          Entry{8, -12, 14, "time zone", &site.timeZone,
-                "give the hours of standard time before UTC, as 5.5"},
-          Entry{9, -1000, 10000, "elevation", &site.elevation,
-                "give the metres above the sea, 0 where unknown"}}) {
+    for (const Entry& entry : {Entry{6, siteRanges::latitude, "latitude", &site.latitude,
+                                     "give the site's degrees, north positive"},
+                               Entry{7, siteRanges::longitude, "longitude", &site.longitude,
+                                     "give the site's degrees, east positive"},
+                               Entry{8, siteRanges::timeZone, "time zone", &site.timeZone,
+                                     "give the hours of standard time before UTC, as 5.5"},
+                               Entry{9, siteRanges::elevation, "elevation", &site.elevation,
+                                     "give the metres above the sea, 0 where unknown"}}) {
         const std::optional<double> value = epwNumber(fields[entry.column]);
-        if (!value || *value < entry.low || *value > entry.high) {
+        if (!value || !entry.range.holds(*value)) {
             return EpwFault{"LOCATION: field " + std::to_string(entry.column + 1) + " (" +
                                 entry.name + "): " + epwQuoted(fields[entry.column]) +
-                                " is not a value from " + std::to_string(entry.low) + " to " +
-                                std::to_string(entry.high),
+                                " is not a value from " +
+                                std::to_string(static_cast<int>(entry.range.low)) + " to " +
+                                std::to_string(static_cast<int>(entry.range.high)),
                             entry.fix, static_cast<int>(entry.column) + 1};
         }
         *entry.value = *value;
@@ -257,17 +191,6 @@ EpwValue readEpwValue(const EpwFields& fields, EpwField field) {
     const bool isMissing =
         *number >= info.missingFrom || (field == EpwField::Pressure && *number <= 0.0);
     return isMissing ? EpwValue{EpwValue::Missing, 0.0} : EpwValue{EpwValue::Number, *number};
-}
-
-std::string_view foreignEncoding(std::string_view text) {
-    // The mark of UTF-32 in little-endian order begins with that of UTF-16.
-    constexpr std::string_view utf32Little("\xFF\xFE\0\0", 4);
-    constexpr std::string_view utf32Big("\0\0\xFE\xFF", 4);
-    if (text.starts_with(utf32Little) || text.starts_with(utf32Big)) {
-        return "UTF-32";
-    }
-    return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ? "UTF-16"
-                                                                        : std::string_view();
 }
 
 } // namespace insolate

@@ -1,8 +1,7 @@
-/// The text of EPW files: lines, fields, numbers, the LOCATION line and the records of the hours.
+/// The text of EPW files: fields, numbers, the LOCATION line and the records of the hours.
 ///
-/// One grammar for all who read such files. A line ends with LF or CR LF, a byte order mark at the
-/// start of the file does not count. Fields stand between commas; commas between double quotes do
-/// not separate. A reader that must depart from this says so by EpwLineRules and at its own head.
+/// One grammar for all who read such files, over the lines and fields of text_lines.h. A reader
+/// that must depart from this says so by TextLineRules and at its own head.
 /// Source: Crawley, Hand, Lawrie (1999), Improving the weather information available to simulation
 /// programs, table 1.
 #pragma once
@@ -12,78 +11,11 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
-#include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace insolate {
-
-struct EpwLine {
-    std::string_view text;  ///< without its end, else as it stands; valid until the next line
-    bool ended = true;      ///< whether a line end follows: not after a cut or at the text's end
-    std::size_t number = 0; ///< counted from 1
-};
-
-/// How the lines are taken; by default as any editor shows them.
-struct EpwLineRules {
-    static constexpr std::size_t noLimit = std::numeric_limits<std::size_t>::max() - 1;
-    std::size_t longestLine = noLimit; ///< with its line feed; the rest of a longer one is a line
-    bool byteFFEnds = false;           ///< a byte 0xFF ends the file
-    bool dropsUnfinishedLine = false;  ///< a last line without a line feed is not read
-};
-
-/// The lines of a text or, block by block, of a file.
-class INSOLATE_EXPORT EpwLines {
-public:
-    explicit EpwLines(std::string_view text, const EpwLineRules& rules = {});
-    /// @param rules with a longest line of at most 32 kB
-    EpwLines(std::FILE* file, const EpwLineRules& rules);
-
-    /// False at the end.
-    bool next(EpwLine& line);
-
-private:
-    void refill();
-
-    EpwLineRules m_rules;
-    std::FILE* m_file = nullptr;
-    std::unique_ptr<char[]> m_block;
-    const char* m_window = nullptr;
-    std::size_t m_size = 0;
-    std::size_t m_position = 0;
-    std::size_t m_number = 0;
-    bool m_ended = true; ///< the window reaches to the end of the text
-};
-
-/// Takes the fields of a line one after the other, as they stand, with blanks and quotes. A line
-/// has one field more than it has commas that separate.
-class EpwFieldSplitter {
-public:
-    explicit EpwFieldSplitter(std::string_view line) : m_line(line) {}
-
-    bool next(std::string_view& field) {
-        if (m_start > m_line.size()) {
-            return false;
-        }
-        bool quoted = false;
-        std::size_t at = m_start;
-        for (; at < m_line.size() && (quoted || m_line[at] != ','); ++at) {
-            quoted = m_line[at] == '"' ? !quoted : quoted;
-        }
-        field = m_line.substr(m_start, at - m_start);
-        m_start = at + 1;
-        return true;
-    }
-    /// Whether the last field has been taken.
-    [[nodiscard]] bool atEnd() const { return m_start > m_line.size(); }
-
-private:
-    std::string_view m_line;
-    std::size_t m_start = 0;
-};
 
 /// The fields of a line, numbered from 0, without blanks and quotes around them.
 class INSOLATE_EXPORT EpwFields {
@@ -166,9 +98,5 @@ struct EpwValue {
     double number = 0.0; ///< of State::Number; negative radiation included
 };
 INSOLATE_EXPORT EpwValue readEpwValue(const EpwFields& fields, EpwField field);
-
-/// The Unicode form other than UTF-8 that the byte order mark at the text's start says: "UTF-16",
-/// "UTF-32" or empty.
-INSOLATE_EXPORT std::string_view foreignEncoding(std::string_view text);
 
 } // namespace insolate

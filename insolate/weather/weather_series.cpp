@@ -1,4 +1,5 @@
 #include <insolate/weather/epw_text.h>
+#include <insolate/weather/text_lines.h>
 #include <insolate/weather/weather_series.h>
 
 #include <algorithm>
@@ -178,8 +179,8 @@ struct Reader {
             return fail(WeatherFindingKind::NotEpw, 0, "the text is " + std::string(encoding),
                         "save it as UTF-8 or ASCII");
         }
-        EpwLines lines(text);
-        EpwLine next;
+        TextLines lines(text);
+        TextLine next;
         while (lines.next(next)) {
             line = static_cast<int>(next.number);
             const EpwLineKind kind = epwLineKind(next.text);

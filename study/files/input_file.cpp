@@ -11,7 +11,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <insolate/weather/epw_text.h>
+#include <insolate/weather/text_lines.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>

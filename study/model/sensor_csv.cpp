@@ -53,9 +53,7 @@ std::string_view separatorsOf(std::string_view line) {
 /// A column's name in small letters and the unit behind it.
 std::pair<std::string, std::string> nameAndUnit(std::string_view heading) {
     const std::size_t bracket = heading.find_first_of("[(");
-    std::string name(trimmed(heading.substr(0, bracket)));
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string name = lowered(trimmed(heading.substr(0, bracket)));
     if (bracket == heading.npos) {
         return {name, ""};
     }

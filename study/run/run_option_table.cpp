@@ -98,7 +98,7 @@ LengthUnit lengthUnitOf(const std::string& option, const std::string& name) {
 void addSkyOptions(OptionTable& table, SkyOptions& options,
                    const std::vector<std::string>& methods) {
     table.file("weather", options.weather,
-               fmt::format("Weather of a year: {}", weatherFormatsText));
+               fmt::format("Weather of a year: {}", weatherFormatsText()));
     table.add({.name = "period",
                .help = "Days, both included: 6/1-8/31, 2026-06-01 to 2026-08-31, 1 June - 31 "
                        "August, days of the year 152-243, 11/1-2/28 over the new year, or one day",

@@ -53,7 +53,7 @@ std::vector<double> thresholdsOf(const GroupTableOptions& options) {
 
 void checkSkyOptions(const SkyOptions& options) {
     require(!options.weather.empty(), "--weather",
-            fmt::format("give the weather of the site: {}", weatherFormatsText));
+            fmt::format("give the weather of the site: {}", weatherFormatsText()));
     checkStep(options.period.step);
     (void)methodUse(options.method);
     const HourlyOptions& hourly = options.hourly;

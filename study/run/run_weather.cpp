@@ -100,7 +100,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
         }
     }
     if (read.report.lastDayEmpty) {
-        text += fmt::format("# {}\n", lastDayText(file, input.format, ""));
+        text += fmt::format("# {}\n", lastDayText(file, *input.format, ""));
     }
     if (const std::string odd = sunDownText(file, buildHourlySky(year), read.report.strayDirect);
         !odd.empty()) {
@@ -108,7 +108,7 @@ WeatherInfo weatherInfo(const std::filesystem::path& file) {
     }
     const std::string hourly = refusal([&] { requireCompleteYear(read.report, file, false); });
     const std::string others = refusal([&] {
-        if (isStoreFormat(input.format)) {
+        if (input.format->store != StoreReader::none) {
             requireCompleteYear(inspectStoredWeather(input).report, file, false);
         }
     });
@@ -135,7 +135,7 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
                                     place(to), place(parent)));
     }
     const WeatherReport report = inspectWeatherFile(from);
-    if (report.format == WeatherFormat::Store) {
+    if (report.format->store == StoreReader::record) {
         throw UsageError(
             fmt::format("{}: is such a file already; give one of another format", place(from)));
     }
@@ -165,7 +165,7 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
             counted(report.gapCount(), "hour without data is", "hours without data are")));
     }
     // The store puts what EPW files give for 31 December at the day before.
-    if (report.format == WeatherFormat::Epw && report.hasLastDay()) {
+    if (report.format->store == StoreReader::epw && report.hasLastDay()) {
         progress.warn(
             fmt::format("{}: the weather of 31 December stands at the 30th, whose own is lost, "
                         "and the 31st is empty: so the methods other than hourly read a year. "

@@ -5,9 +5,8 @@
 #include "study/weather/weather_check.h"
 #include "study/weather/weather_store.h"
 
-#include <cmath>
-
 #include <fmt/format.h>
+#include <insolate/solar/site_ranges.h>
 
 namespace insolate::study {
 
@@ -32,13 +31,13 @@ NamedSite namedSite(const SiteOptions& options) {
         }
         latitude = *options.latitude;
         longitude = *options.longitude;
+        if (!siteRanges::latitude.holds(latitude) || !siteRanges::longitude.holds(longitude)) {
+            throw UsageError(fmt::format("{}, {} is not on earth; --lat runs from -90 to 90, --lon "
+                                         "from -180 to 180 degrees, east positive",
+                                         latitude, longitude));
+        }
     }
-    if (!(std::abs(latitude) <= 90.0) || !(std::abs(longitude) <= 180.0)) {
-        throw UsageError(fmt::format("{}, {} is not on earth; --lat runs from -90 to 90, --lon "
-                                     "from -180 to 180 degrees, east positive",
-                                     latitude, longitude));
-    }
-    if (zone && !(*zone >= -12.0 && *zone <= 14.0)) {
+    if (options.timeZone && !siteRanges::timeZone.holds(*zone)) {
         throw UsageError(fmt::format("--tz {}: time zones run from -12 to 14 hours", *zone));
     }
     if (!zone) {

@@ -1,10 +1,12 @@
-/// Numbers in text, read without regard to the locale; angles in radians; sums of what is there.
+/// Numbers and letters in text, taken without regard to the locale; angles in radians; sums of what
+/// is there.
 #pragma once
 
 #include <charconv>
 #include <cmath>
 #include <numbers>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <system_error>
 
@@ -24,6 +26,15 @@ struct FiniteSum {
         }
     }
 };
+
+/// In small letters, of ASCII's.
+inline std::string lowered(std::string_view text) {
+    std::string result(text);
+    for (char& c : result) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return result;
+}
 
 inline std::string_view trimmed(std::string_view text) {
     constexpr std::string_view blanks = " \t\r\n\v\f";

@@ -9,6 +9,7 @@
 #include <numbers>
 
 #include <fmt/format.h>
+#include <insolate/solar/site_ranges.h>
 
 namespace insolate::study {
 
@@ -121,17 +122,20 @@ void addSample(SampledWeather& weather, const WeatherSample& sample,
 }
 
 void checkSite(const WeatherSite& site, const std::filesystem::path& file, std::size_t line) {
-    const auto check = [&](double value, double low, double high, std::string_view name,
+    const auto check = [&](double value, const SiteRange& range, std::string_view name,
                            std::string_view fix) {
-        if (!(value >= low && value <= high)) {
+        if (!range.holds(value)) {
             throw DataError(fmt::format("{}: {} {} is not a value from {} to {}; {}",
-                                        place(file, line), name, value, low, high, fix));
+                                        place(file, line), name, value, range.low, range.high,
+                                        fix));
         }
     };
-    check(site.latitude, -90.0, 90.0, "latitude", "give the site's degrees, north positive");
-    check(site.longitude, -180.0, 180.0, "longitude", "give the site's degrees");
-    check(site.timeZone, -12.0, 14.0, "time zone", "give the hours of the file's clock before UTC");
-    check(site.elevation, -1000.0, 10000.0, "elevation", "give the metres above the sea");
+    check(site.latitude, siteRanges::latitude, "latitude",
+          "give the site's degrees, north positive");
+    check(site.longitude, siteRanges::longitude, "longitude", "give the site's degrees");
+    check(site.timeZone, siteRanges::timeZone, "time zone",
+          "give the hours of the file's clock before UTC");
+    check(site.elevation, siteRanges::elevation, "elevation", "give the metres above the sea");
 }
 
 WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::path& file) {
@@ -284,6 +288,9 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
     }
     return year;
 }
+
+constinit const WeatherFormat hostSamples = {.name = "samples",
+                                             .siteFix = "check its longitude and time zone"};
 
 WeatherYear weatherOfSamples(const SampledWeather& weather, const std::string& name) {
     checkSite(weather.report.site, name, 0);

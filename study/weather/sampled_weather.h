@@ -32,7 +32,7 @@ struct WeatherSample {
 };
 
 struct SampledWeather {
-    WeatherReport report; ///< format, site, notes and facts so far
+    WeatherReport report; ///< site, notes and facts so far
     std::vector<WeatherSample> samples;
     /// Rows of times with the sun down may be left out of such files: they are dark, not missing.
     bool nightsMayBeLeftOut = false;
@@ -57,12 +57,5 @@ INSOLATE_STUDY_EXPORT WeatherYear weatherOfSamples(const SampledWeather& weather
 
 /// @throws DataError naming the line when the site is not on earth
 void checkSite(const WeatherSite& site, const std::filesystem::path& file, std::size_t line);
-
-/// The readers of the formats. A text's values that cannot be read are refused with their line.
-SampledWeather readTmy3(const WeatherInput& input);
-SampledWeather readNsrdb(const WeatherInput& input);
-SampledWeather readPvgis(const WeatherInput& input);
-/// Whole, since what is wrong with such files shows in the light of the days.
-WeatherYear readWeaText(const WeatherInput& input);
 
 } // namespace insolate::study

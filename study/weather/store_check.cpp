@@ -13,7 +13,9 @@
 
 #include <fmt/format.h>
 #include <insolate/insolate.h>
+#include <insolate/solar/site_ranges.h>
 #include <insolate/weather/epw_text.h>
+#include <insolate/weather/text_lines.h>
 
 namespace insolate::study {
 
@@ -28,10 +30,10 @@ constexpr double greatestRadiation = 1500.0;
 /// The format's own mark for a missing radiation value.
 constexpr double missingMark = 9999.0;
 
-StoredWeather emptyYear(WeatherFormat format) {
+StoredWeather emptyYear(const WeatherFormat& format) {
     const std::vector<float> unknown(hoursOfYear, missingValue);
     StoredWeather year{{}, unknown, unknown, unknown};
-    year.report.format = format;
+    year.report.format = &format;
     return year;
 }
 
@@ -45,16 +47,17 @@ public:
 private:
     void read(std::string_view content) {
         if (content.find('\xFF') != std::string_view::npos) { // where the store's reader stops
-            throw DataError(fmt::format("{}: {}", place(m_file), notWeatherText));
+            throw DataError(fmt::format("{}: {}", place(m_file), notWeatherText()));
         }
-        EpwLines lines(content);
-        EpwLine line;
+        TextLines lines(content);
+        TextLine line;
         while (lines.next(line)) {
             m_line = line.number;
             take(line);
         }
         if (!m_hasLocation) {
-            throw DataError(fmt::format("{}: no LOCATION line; {}", place(m_file), notWeatherText));
+            throw DataError(
+                fmt::format("{}: no LOCATION line; {}", place(m_file), notWeatherText()));
         }
         if (m_dataLines == 0) {
             throw DataError(
@@ -94,7 +97,7 @@ private:
         return DataError(printable(fmt::format("{}: {}; {}", place(m_file, m_line), what, fix)));
     }
 
-    void take(const EpwLine& line) {
+    void take(const TextLine& line) {
         const EpwFields fields(line.text);
         const EpwLineKind kind = epwLineKind(line.text);
         if (kind == EpwLineKind::Blank) {
@@ -112,7 +115,7 @@ private:
         if (kind == EpwLineKind::Location && line.text.front() == 'L') {
             takeLocation(fields);
         } else if (m_line == 1 && kind == EpwLineKind::Unknown) {
-            throw fault("no LOCATION line", notWeatherText);
+            throw fault("no LOCATION line", notWeatherText());
         } else if (std::string_view("CDGHT").find(first) == std::string_view::npos ||
                    (kind == EpwLineKind::Unknown && m_dataLines > 0)) {
             throw fault(fmt::format("{} begins neither a header nor a data line",
@@ -148,7 +151,7 @@ private:
     void takeData(const EpwFields& fields, bool ended) {
         ++m_dataLines;
         if (!m_hasLocation) {
-            throw fault("no LOCATION line stands before the data", notWeatherText);
+            throw fault("no LOCATION line stands before the data", notWeatherText());
         }
         EpwDate date;
         if (const auto wrong = readEpwDate(fields, date)) {
@@ -210,7 +213,7 @@ private:
     std::vector<std::size_t> m_lineOf = std::vector<std::size_t>(hoursOfYear, 0);
     /// The line that marks the hour's radiation as missing, 0 for none.
     std::vector<std::size_t> m_missingAt = std::vector<std::size_t>(hoursOfYear, 0);
-    StoredWeather m_year = emptyYear(WeatherFormat::Epw);
+    StoredWeather m_year = emptyYear(epwFormat);
 };
 
 StoredWeather inspectRecord(const WeatherInput& input) {
@@ -218,7 +221,7 @@ StoredWeather inspectRecord(const WeatherInput& input) {
     constexpr std::string_view signature = "xqt_WEA_ver1.10\0"sv;
     const std::string& content = input.content;
     if (!content.starts_with(signature)) {
-        throw DataError(fmt::format("{}: {}", place(input.file), notWeatherText));
+        throw DataError(fmt::format("{}: {}", place(input.file), notWeatherText()));
     }
     EWeaFileFormatData record;
     if (content.size() != signature.size() + sizeof record) {
@@ -232,7 +235,7 @@ StoredWeather inspectRecord(const WeatherInput& input) {
         const std::string_view whole(std::data(field), std::size(field));
         return printable(whole.substr(0, whole.find('\0')));
     };
-    StoredWeather year = emptyYear(WeatherFormat::Store);
+    StoredWeather year = emptyYear(recordFormat);
     WeatherReport& report = year.report;
     report.site = {.city = text(record.name),
                    .region = text(record.state),
@@ -241,8 +244,9 @@ StoredWeather inspectRecord(const WeatherInput& input) {
                    .longitude = static_cast<double>(record.longitude),
                    .timeZone = static_cast<double>(record.timeZone) / 15.0,
                    .elevation = static_cast<double>(record.altitude)};
-    if (!(std::abs(report.site.latitude) <= 90.0 && std::abs(report.site.longitude) <= 180.0 &&
-          std::abs(report.site.timeZone) <= 14.0)) {
+    if (!siteRanges::latitude.holds(report.site.latitude) ||
+        !siteRanges::longitude.holds(report.site.longitude) ||
+        !siteRanges::timeZone.holds(report.site.timeZone)) {
         throw DataError(fmt::format("{}: the site ({}, {}, UTC{:+}) is not on earth; convert the "
                                     "file again",
                                     place(input.file), report.site.latitude, report.site.longitude,
@@ -272,8 +276,8 @@ StoredWeather inspectRecord(const WeatherInput& input) {
 } // namespace
 
 StoredWeather inspectStoredWeather(const WeatherInput& input) {
-    return input.format == WeatherFormat::Epw ? EpwInspector(input).finished()
-                                              : inspectRecord(input);
+    return input.format->store == StoreReader::record ? inspectRecord(input)
+                                                      : EpwInspector(input).finished();
 }
 
 } // namespace insolate::study

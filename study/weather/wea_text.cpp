@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 #include <insolate/weather/epw_text.h>
+#include <insolate/weather/text_lines.h>
 
 namespace insolate::study {
 
@@ -54,10 +55,9 @@ std::vector<std::string_view> words(std::string_view line) {
 class WeaTextReader {
 public:
     explicit WeaTextReader(const WeatherInput& input) : m_file(input.file) {
-        m_result.weather.report.format = WeatherFormat::WeaText;
         m_result.weather.nightsMayBeLeftOut = true;
-        EpwLines lines(input.content);
-        EpwLine line;
+        TextLines lines(input.content);
+        TextLine line;
         while (lines.next(line)) {
             m_line = line.number;
             const std::vector<std::string_view> fields = words(line.text);
@@ -291,8 +291,7 @@ void turnToTheSun(WeatherYear& year, const std::filesystem::path& file) {
         place(file), limited, counted(limited, "hour", "hours"), moved / 1000.0));
 }
 
-} // namespace
-
+/// Whole, since what is wrong with such files shows in the light of the days.
 WeatherYear readWeaText(const WeatherInput& input) {
     WeaText text = WeaTextReader(input).finished();
     WeatherReport& report = text.weather.report;
@@ -338,5 +337,18 @@ WeatherYear readWeaText(const WeatherInput& input) {
     }
     return year;
 }
+
+} // namespace
+
+/// The text of Radiance's tools.
+extern constinit const WeatherFormat weaTextFormat = {
+    .name = "a text .wea",
+    .isShownBy =
+        [](std::string_view line) {
+            const std::string_view word = line.substr(0, line.find_first_of(" \t"));
+            return word == "place" || word == "weather_data_file_units";
+        },
+    .read = readWeaText,
+    .siteFix = "check its longitude and time_zone (degrees, west positive)"};
 
 } // namespace insolate::study

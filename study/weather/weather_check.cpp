@@ -17,25 +17,6 @@ namespace {
 
 constexpr std::size_t dayLength = 24; ///< [h]
 
-/// Where a file of the format has its site, and how one changes it.
-std::string_view siteFix(WeatherFormat format) {
-    switch (format) {
-    case WeatherFormat::Epw:
-        return "check fields 8 (longitude, east positive) and 9 (time zone) of the LOCATION line";
-    case WeatherFormat::Store:
-        return "check the .epw file and convert it again";
-    case WeatherFormat::WeaText:
-        return "check its longitude and time_zone (degrees, west positive)";
-    case WeatherFormat::Tmy3:
-        return "check its first line: zone, latitude, longitude (east positive)";
-    case WeatherFormat::Nsrdb:
-        return "check its Time Zone and Longitude";
-    case WeatherFormat::Pvgis:
-        break;
-    }
-    return "check its Longitude";
-}
-
 /// The middle of a day's light [h]: opposite that of its longest night, around midnight. None
 /// without both, or where the light's ends are missing.
 std::optional<double> middleOfLight(std::span<const float> day) {
@@ -72,7 +53,7 @@ std::string oddClockText(const WeatherReport& report, const HourlyRadiation& hou
     const double difference = site.timeZone - solarZone;
     // Universal time is no country's clock, but many files keep it everywhere. Across the date line
     // a clock may be a day ahead of the sun.
-    const bool isUtc = site.timeZone == 0.0 && !isStoreFormat(report.format);
+    const bool isUtc = site.timeZone == 0.0 && report.format->store == StoreReader::none;
     if (isUtc || std::abs(difference - 24.0 * std::round(difference / 24.0)) <= 3.5) {
         // More than sound files leave, see latenessOfLight().
         constexpr double leastReported = 0.75;
@@ -86,13 +67,13 @@ std::string oddClockText(const WeatherReport& report, const HourlyRadiation& hou
                            "the time zone UTC{:+}: the hours would fit about UTC{:+}; {}",
                            place(file), std::abs(late), late < 0.0 ? "before" : "after",
                            std::abs(site.longitude), site.longitude < 0.0 ? "W" : "E",
-                           site.timeZone, fitting, siteFix(report.format));
+                           site.timeZone, fitting, report.format->siteFix);
     }
     return fmt::format("{}: the time zone UTC{:+} does not go with longitude {:.2f} {}, where the "
                        "sun keeps UTC{:+.1f}: the sun would stand elsewhere than in the file's "
                        "hours; {}",
                        place(file), site.timeZone, std::abs(site.longitude),
-                       site.longitude < 0.0 ? "W" : "E", solarZone, siteFix(report.format));
+                       site.longitude < 0.0 ? "W" : "E", solarZone, report.format->siteFix);
 }
 
 void noteStrayDirect(WeatherReport& report, const HourlyRadiation& hours,
@@ -121,8 +102,8 @@ void noteStrayDirect(WeatherReport& report, const HourlyRadiation& hours,
         "of the other methods trust no peak; {}",
         place(file), stray.hours, counted(stray.hours, "hour has", "hours have"),
         stray.sum / 1000.0,
-        report.format == WeatherFormat::Store ? "correct the .epw file and convert it again"
-                                              : "set it to 0 in these hours"));
+        report.format->store == StoreReader::record ? "correct the .epw file and convert it again"
+                                                    : "set it to 0 in these hours"));
 }
 
 } // namespace

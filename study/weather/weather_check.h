@@ -44,7 +44,7 @@ struct StrayDirect {
 };
 
 struct INSOLATE_STUDY_EXPORT WeatherReport {
-    WeatherFormat format = WeatherFormat::Epw;
+    const WeatherFormat* format = &hostSamples;
     WeatherSite site;
     std::string oddClock;    ///< what noteOddities() finds of the clock; among the notes too
     StrayDirect strayDirect; ///< nothing where it is not worth a note

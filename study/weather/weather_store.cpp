@@ -62,7 +62,7 @@ void loadWeather(EWeatherData& store, const std::filesystem::path& file,
                                     "folder or copy the file to a shorter name",
                                     place(file), longestName));
     }
-    if (!isStoreFormat(report.format)) {
+    if (report.format->store == StoreReader::none) {
         const WeatherSeries series = readWeatherYear(file).series;
         fillStore(store, series);
         if (site == GlobalSite::move) {
@@ -70,7 +70,7 @@ void loadWeather(EWeatherData& store, const std::filesystem::path& file,
         }
         return;
     }
-    const bool isText = report.format == WeatherFormat::Epw;
+    const bool isText = report.format->store == StoreReader::epw;
     auto result = static_cast<ResultLoadWeatherData>(0);
     // By what the file holds, whatever its name.
     const int moves = site == GlobalSite::move ? 1 : 0;

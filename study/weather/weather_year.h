@@ -33,7 +33,8 @@ INSOLATE_STUDY_EXPORT WeatherReport inspectWeatherFile(const std::filesystem::pa
 /// fix.
 /// @param storeMethod the method, where it reads the year from the store; else empty
 INSOLATE_STUDY_EXPORT std::string lastDayText(const std::filesystem::path& file,
-                                              WeatherFormat format, const std::string& storeMethod);
+                                              const WeatherFormat& format,
+                                              const std::string& storeMethod);
 
 /// Adds that to the report's notes where the period touches these days.
 INSOLATE_STUDY_EXPORT void noteLastDay(WeatherReport& report, const std::filesystem::path& file,
