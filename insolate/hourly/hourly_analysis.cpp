@@ -2,6 +2,7 @@
 
 #include <insolate/hourly/first_rays.h>
 #include <insolate/hourly/ground_rays.h>
+#include <insolate/hourly/north_offset.h>
 #include <insolate/hourly/peak_hours.h>
 #include <insolate/hourly/peak_search.h>
 #include <insolate/hourly/sensor_kernels.h>
@@ -58,11 +59,8 @@ constexpr float lightCellUpwards = 0.0008f;
 /// them out, and often enough for a progress bar.
 constexpr std::size_t sensorsPerBlock = 64;
 
-/// Whoever changed a sky's options may have left no finite number there.
 HourlySky withFiniteNorth(HourlySky sky) {
-    if (!std::isfinite(sky.options.northOffset)) {
-        sky.options.northOffset = 0.0;
-    }
+    sky.options.northOffset = finiteOffset(sky.options.northOffset);
     return sky;
 }
 

@@ -1,5 +1,6 @@
 #include <insolate/hourly/hourly_sky.h>
 
+#include <insolate/hourly/north_offset.h>
 #include <insolate/solar/sun_position.h>
 #include <insolate/weather/all_weather_luminance.h>
 
@@ -196,10 +197,6 @@ AnalysisPeriod heldToRange(AnalysisPeriod period) {
         period.lastSummerDay = std::clamp(period.lastSummerDay, 1, 365);
     }
     return period;
-}
-
-double finiteOffset(double northOffset) {
-    return std::isfinite(northOffset) ? northOffset : 0.0;
 }
 
 HourlySkyOptions heldToRange(HourlySkyOptions options) {

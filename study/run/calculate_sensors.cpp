@@ -1,15 +1,12 @@
 #include "study/run/calculate_sensors.h"
 
+#include "study/run/sensor_blocks.h"
 #include "study/support/errors.h"
 #include "study/support/readable.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
-#include <oneapi/tbb/blocked_range.h>
-#include <oneapi/tbb/parallel_for.h>
-#include <oneapi/tbb/partitioner.h>
-#include <oneapi/tbb/task_arena.h>
 
 namespace insolate::study {
 
@@ -62,10 +59,8 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
     for (ResultColumn& column : columns) {
         column.values.resize(count);
     }
-    // A slot of the arena is a slot in every triangle's memory of rays: no more than processors.
-    tbb::task_arena arena(usedThreads(threads));
-    const std::size_t blockSize = blockSizeFor(count);
-    Keeping keeping(kept, work, columns, blockSize);
+    const SensorBlocks blocks{count, blockSizeFor(count)};
+    Keeping keeping(kept, work, columns, blocks.size);
     if (keeping.sensorsTaken() > 0) {
         progress.note(fmt::format("going on after {} of {} {}",
                                   groupedDigits(keeping.sensorsTaken()), groupedDigits(count),
@@ -73,28 +68,16 @@ std::vector<ResultColumn> calculateSensors(RadiationMethod& method, const Sensor
     }
     const std::size_t left = count - keeping.sensorsTaken();
     progress.begin(left, counted(left, "sensor", "sensors"));
-    arena.execute([&] {
-        const std::size_t blocks = (count + blockSize - 1) / blockSize;
-        tbb::parallel_for(
-            tbb::blocked_range<std::size_t>(0, blocks, 1),
-            [&](const tbb::blocked_range<std::size_t>& range) {
-                for (std::size_t block = range.begin(); block < range.end(); ++block) {
-                    if (stop.stop_requested()) {
-                        return;
-                    }
-                    const SensorRange sensors{block * blockSize,
-                                              std::min((block + 1) * blockSize, count)};
-                    if (keeping.isFinished(sensors.first)) {
-                        continue;
-                    }
-                    method.calculate(work, sensors, tbb::this_task_arena::current_thread_index(),
-                                     columns);
-                    keeping.finish(sensors.first);
-                    progress.advance(sensors.end - sensors.first);
-                }
-            },
-            tbb::simple_partitioner());
-    });
+    forEachBlock(
+        blocks, threads,
+        [&](SensorRange sensors, int slot) {
+            if (!keeping.isFinished(sensors.first)) {
+                method.calculate(work, sensors, slot, columns);
+                keeping.finish(sensors.first);
+                progress.advance(sensors.end - sensors.first);
+            }
+        },
+        stop);
     progress.end();
     throwIfStopped(stop);
     return columns;

@@ -13,9 +13,6 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <oneapi/tbb/blocked_range.h>
-#include <oneapi/tbb/parallel_for.h>
-#include <oneapi/tbb/task_arena.h>
 
 namespace insolate::study {
 
@@ -257,20 +254,17 @@ std::vector<std::uint8_t> HourlyStudy::touched(const SensorWork& work,
     options.groundRays = m_options.openGround ? 0 : options.groundRays;
     const HourlyAnalysis analysis(m_analysis->sky(), options);
     constexpr std::size_t sensorsAtOnce = 64;
-    tbb::task_arena arena(usedThreads(threads));
-    arena.execute([&] {
-        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, marks.size(), sensorsAtOnce),
-                          [&](const tbb::blocked_range<std::size_t>& range) {
-                              for (std::size_t i = range.begin();
-                                   i < range.end() && !stop.stop_requested(); ++i) {
-                                  const Sensor sensor = sensorAt(work, i);
-                                  marks[i] = (looksAgain ? change.mayTouch(sensor)
-                                                         : change.touch(analysis, sensor))
-                                                 ? 1
-                                                 : 0;
-                              }
-                          });
-    });
+    forEachBlock(
+        {marks.size(), sensorsAtOnce}, threads,
+        [&](SensorRange sensors, int) {
+            for (std::size_t i = sensors.first; i < sensors.end && !stop.stop_requested(); ++i) {
+                const Sensor sensor = sensorAt(work, i);
+                const bool isTouched =
+                    looksAgain ? change.mayTouch(sensor) : change.touch(analysis, sensor);
+                marks[i] = isTouched ? 1 : 0;
+            }
+        },
+        stop);
     throwIfStopped(stop);
     return marks;
 }

@@ -10,6 +10,7 @@
 #include "study/run/mask_source.h"
 #include "study/run/process_scene.h"
 #include "study/run/run_options.h"
+#include "study/run/sensor_blocks.h"
 #include "study/run/sky_visibility_store.h"
 #include "study/weather/weather_check.h"
 #include "study/weather/weather_year.h"
@@ -32,12 +33,6 @@ struct SensorWork {
     const Recentring& recentring;
     MaskSource& masks;
     SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
-};
-
-/// Sensors first to end - 1.
-struct SensorRange {
-    std::size_t first = 0;
-    std::size_t end = 0;
 };
 
 class RadiationMethod {

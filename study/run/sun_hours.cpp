@@ -1,6 +1,7 @@
 #include "study/run/sun_hours_study.h"
 
 #include "study/model/sensor_grid.h"
+#include "study/run/sensor_blocks.h"
 #include "study/run/sun_hours_baseline.h"
 #include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
@@ -15,10 +16,6 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <oneapi/tbb/blocked_range.h>
-#include <oneapi/tbb/parallel_for.h>
-#include <oneapi/tbb/partitioner.h>
-#include <oneapi/tbb/task_arena.h>
 
 namespace insolate::study {
 
@@ -349,41 +346,29 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
     }
 
     SunHoursResults results;
-    const int threads = usedThreads(study.options.model.threads);
-    const std::size_t blockSize =
-        std::clamp(count / (4 * static_cast<std::size_t>(threads)), std::size_t{1}, mostInBlock);
-    const std::size_t blocks = (count + blockSize - 1) / blockSize;
-    results.spans.resize(study.options.spans ? blocks : 0);
+    const auto perThread = 4 * static_cast<std::size_t>(usedThreads(study.options.model.threads));
+    const SensorBlocks blocks{count, std::clamp(count / perThread, std::size_t{1}, mostInBlock)};
+    results.spans.resize(study.options.spans ? blocks.number() : 0);
     progress.begin(count, counted(count, "sensor", "sensors"));
-    tbb::task_arena arena(threads);
-    arena.execute([&] {
-        tbb::parallel_for(
-            tbb::blocked_range<std::size_t>(0, blocks, 1),
-            [&](const tbb::blocked_range<std::size_t>& range) {
-                SunOfSensor sensorSun(sun, field);
-                for (std::size_t block = range.begin(); block < range.end(); ++block) {
-                    if (stop.stop_requested()) {
-                        return;
+    forEachBlock(
+        blocks, study.options.model.threads,
+        [&](SensorRange sensors, int) {
+            SunOfSensor sensorSun(sun, field);
+            for (std::size_t i = sensors.first; i < sensors.end; ++i) {
+                sensorSun.moveTo(i);
+                columns.fill(i, [&](std::size_t day) -> const std::vector<TimeSpan>& {
+                    const std::vector<TimeSpan>& lit = sensorSun.litOn(day);
+                    for (const TimeSpan& span : lit) {
+                        if (study.options.spans) {
+                            results.spans[sensors.first / blocks.size].push_back({i, day, span});
+                        }
                     }
-                    const std::size_t first = block * blockSize;
-                    const std::size_t end = std::min(first + blockSize, count);
-                    for (std::size_t i = first; i < end; ++i) {
-                        sensorSun.moveTo(i);
-                        columns.fill(i, [&](std::size_t day) -> const std::vector<TimeSpan>& {
-                            const std::vector<TimeSpan>& lit = sensorSun.litOn(day);
-                            for (const TimeSpan& span : lit) {
-                                if (study.options.spans) {
-                                    results.spans[block].push_back({i, day, span});
-                                }
-                            }
-                            return lit;
-                        });
-                    }
-                    progress.advance(end - first);
-                }
-            },
-            tbb::simple_partitioner());
-    });
+                    return lit;
+                });
+            }
+            progress.advance(sensors.end - sensors.first);
+        },
+        stop);
     progress.end();
     throwIfStopped(stop);
 
