@@ -2,6 +2,7 @@
 
 #include "study/support/readable.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -291,10 +292,8 @@ void OutputFolder::requireFree(const ResultName& result) const {
     if (fs::is_directory(target, error)) {
         refuse("is a folder; move it away or choose");
     }
-    for (const fs::path& input : m_inputs) {
-        if (fs::equivalent(target, input, error)) {
-            refuse("is read by this run, whose result of that name would replace it; choose");
-        }
+    if (isInput(target)) {
+        refuse("is read by this run, whose result of that name would replace it; choose");
     }
     const bool isEmpty = fs::is_regular_file(target, error) && fs::is_empty(target, error);
     if (!isEmpty && !result.isOurs(target)) {
@@ -313,9 +312,15 @@ void OutputFolder::requireNoPartial(const fs::path& partial) const {
     }
 }
 
+bool OutputFolder::isInput(const fs::path& file) const {
+    std::error_code error;
+    return std::any_of(m_inputs.begin(), m_inputs.end(),
+                       [&](const fs::path& input) { return fs::equivalent(file, input, error); });
+}
+
 bool OutputFolder::retire(const ResultName& result) {
     fs::path file = m_folder / result.name;
-    if (!result.isOurs(file)) {
+    if (!result.isOurs(file) || isInput(file)) {
         return false;
     }
     m_retired.push_back(std::move(file));

@@ -109,7 +109,8 @@ public:
 
     /// A file of an earlier run that would contradict the staged ones goes at commit(), once they
     /// are complete.
-    /// @return whether there is such a file; one that somebody else wrote is none
+    /// @return whether there is such a file; one that somebody else wrote, or that this run reads,
+    ///         is none
     bool retire(const ResultName& result);
 
     /// Finishes all staged files and gives them their names, the last staged one last: its presence
@@ -145,6 +146,7 @@ private:
     void lock();
     void tryToWrite();
     void takeOver();
+    [[nodiscard]] bool isInput(const std::filesystem::path& file) const;
     void requireNoPartial(const std::filesystem::path& partial) const;
     void rename(const Staged& staged); ///< with m_mutex held, as release() and discard()
     void writeLock(const std::string& line);

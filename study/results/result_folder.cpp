@@ -493,6 +493,11 @@ ResultFolder readResultFolder(const std::filesystem::path& folder, const std::st
     return results;
 }
 
+std::vector<std::filesystem::path> resultFilesRead(const std::filesystem::path& folder) {
+    return {folder / summaryName, folder / "sensors.csv", folder / "sensors.vtp",
+            folder / "hours.csv"};
+}
+
 ResultFolder resultsInMemory(std::string summary, SensorField field,
                              std::vector<ResultColumn> columns, std::vector<float> areas) {
     ResultFolder results;

@@ -82,6 +82,11 @@ struct INSOLATE_STUDY_EXPORT ResultFolder {
 INSOLATE_STUDY_EXPORT ResultFolder readResultFolder(const std::filesystem::path& folder,
                                                     const std::stop_token& stop = {});
 
+/// The files that are read of a folder, by readResultFolder() and for the page: what is made from
+/// them must not replace them.
+INSOLATE_STUDY_EXPORT std::vector<std::filesystem::path>
+resultFilesRead(const std::filesystem::path& folder);
+
 /// Results that never were in a folder, as what reads folders takes them; `folder` stays empty.
 /// @param summary what summary.json would say
 /// @throws DataError when it does not say what a comparison needs

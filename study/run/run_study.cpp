@@ -7,6 +7,7 @@
 #include "study/run/calculate_hours.h"
 #include "study/run/calculate_sensors.h"
 #include "study/run/result_files.h"
+#include "study/run/run_files.h"
 #include "study/run/study_record.h"
 #include "study/run/study_steps.h"
 #include "study/support/errors.h"
@@ -150,42 +151,6 @@ std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
     return files;
 }
 
-void requireFreeFolder(const OutputFolder& folder, const RunOptions& options) {
-    for (const ResultFile& file : resultFiles()) {
-        if (file.isWanted(options)) {
-            folder.requireFree({file.name, file.isOurs});
-        }
-    }
-}
-
-void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& results,
-                Progress& progress, const std::stop_token& stop) {
-    const std::span<const ResultFile> files = resultFiles();
-    std::vector<std::string> written;
-    std::vector<std::string> retired;
-    for (const ResultFile& file : files) {
-        if (&file == &files.back()) {
-            study.watch.lap("files_s"); // the summary has the times of all others
-        }
-        if (file.isWanted(study.options)) {
-            file.write(folder.stage({file.name, file.isOurs}), study, results, progress, stop);
-            written.emplace_back(file.name);
-        } else if (file.contradicts && folder.retire({file.name, file.isOurs})) {
-            retired.emplace_back(file.name);
-        }
-        throwIfStopped(stop);
-    }
-    folder.commit();
-    for (const std::string& name : retired) {
-        progress.note(fmt::format("took away {}, which an earlier run had left", name));
-    }
-    const std::string last = written.back();
-    written.pop_back();
-    study.watch.lap("last_file_s");
-    progress.note(fmt::format("wrote {} and {} in {} ({})", fmt::join(written, ", "), last,
-                              study.options.out.string(), durationText(study.watch.whole())));
-}
-
 void reportResults(const PreparedStudy& study, const StudyResults& results, Progress& progress) {
     const std::vector<float>& totals = results.columns.front().values;
     if (!study.method->reportsDarkness() && results.enclosedCount < totals.size() &&
@@ -215,7 +180,6 @@ void reportResults(const PreparedStudy& study, const StudyResults& results, Prog
 
 PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
                            const std::stop_token& stop) {
-    checkRunOptions(options);
     PreparedStudy study;
     study.options = options;
     study.method = makeRadiationMethod(options, options.north, given.weather.get());
@@ -287,7 +251,7 @@ void runStudy(const RunOptions& options, Progress& listener, const std::stop_tok
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
-    requireFreeFolder(folder, options);
+    requireFreeFolder<RunAnswer>(folder, options);
     PreparedStudy study =
         prepareStudy(options, {.models = std::exchange(shared, std::nullopt)}, progress, stop);
     PartialResults partial(options.out, resumeKey(study), options.resume);
@@ -296,7 +260,7 @@ void runStudy(const RunOptions& options, Progress& listener, const std::stop_tok
         StudyResults results = calculateStudy(study, &partial, progress, stop);
         reportResults(study, results, progress);
         results.warnings = progress.warnings();
-        writeStudy(folder, study, results, progress, stop);
+        writeResults(folder, RunAnswer{study.options, study.watch, study, results}, progress, stop);
         partial.remove();
         shared = std::move(study.inputs);
     } catch (const Stopped& stopped) {

@@ -131,6 +131,7 @@ void StudyBatch::run(const PictureRunOptions& options) {
 }
 
 StudyEstimate StudyBatch::estimate(const RunOptions& options) {
+    checkRunOptions(options);
     PreparedStudy study =
         prepareStudy(options, m_state->takeInputs(), m_state->progress, m_state->stop);
     StudyEstimate estimate = estimateStudy(study, m_state->stop);
@@ -139,6 +140,7 @@ StudyEstimate StudyBatch::estimate(const RunOptions& options) {
 }
 
 void StudyBatch::check(const RunOptions& options) {
+    checkRunOptions(options);
     checkOutFolder(options.out);
     PreparedStudy study =
         prepareStudy(options, m_state->takeInputs(), m_state->progress, m_state->stop);

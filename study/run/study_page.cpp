@@ -1,7 +1,7 @@
 #include "study/run/study_page.h"
 
 #include "study/output/picture.h"
-#include "study/run/result_files.h"
+#include "study/run/run_files.h"
 #include "study/run/study_record.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"

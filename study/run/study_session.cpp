@@ -4,6 +4,7 @@
 #include "study/files/output_folder.h"
 #include "study/output/page.h"
 #include "study/run/result_files.h"
+#include "study/run/run_files.h"
 #include "study/run/study_page.h"
 #include "study/run/study_record.h"
 #include "study/run/study_steps.h"
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 
@@ -24,6 +26,7 @@ struct StudySession::Content {
 StudySession::StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
                            const std::stop_token& stop)
     : m_content(std::make_unique<Content>()) {
+    checkRunOptions(options);
     KeptWarnings kept(progress);
     m_content->study = prepareStudy(options, std::move(given), kept, stop);
     m_content->results.warnings = kept.warnings();
@@ -116,8 +119,9 @@ void StudySession::save(const std::filesystem::path& out, Progress& progress,
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
-    requireFreeFolder(folder, study.options);
-    writeStudy(folder, study, m_content->results, progress, stop);
+    requireFreeFolder<RunAnswer>(folder, study.options);
+    writeResults(folder, RunAnswer{study.options, study.watch, study, m_content->results}, progress,
+                 stop);
 }
 
 void StudySession::savePage(const std::filesystem::path& file, Progress& progress,

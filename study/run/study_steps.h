@@ -57,6 +57,7 @@ struct StudyResults {
 };
 
 /// Reads weather and models as far as they are not given, builds the sky and the index of the rays.
+/// @param options that checkRunOptions() takes
 /// @throws Error
 PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
                            const std::stop_token& stop = {});
@@ -91,15 +92,6 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
 
 /// The inputs, which the results must not replace.
 std::vector<std::filesystem::path> filesRead(const RunOptions& options);
-
-/// Refuses a folder that holds what the study's files must not replace.
-/// @throws OutputError
-void requireFreeFolder(const OutputFolder& folder, const RunOptions& options);
-
-/// Writes the files that the options ask for, gives them their names, and reports which ones.
-/// @throws OutputError, Stopped; no file is left then
-void writeStudy(OutputFolder& folder, PreparedStudy& study, const StudyResults& results,
-                Progress& progress, const std::stop_token& stop);
 
 /// Reports what a person should know of the results.
 void reportResults(const PreparedStudy& study, const StudyResults& results, Progress& progress);

@@ -1,12 +1,12 @@
+#include "study/run/sun_hours_files.h"
+
 #include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
-#include "study/files/result_name.h"
 #include "study/output/group_table.h"
 #include "study/output/picture.h"
 #include "study/output/sensor_tables.h"
 #include "study/output/summary.h"
 #include "study/output/text.h"
-#include "study/run/result_files.h"
 #include "study/run/stopwatch.h"
 #include "study/run/study_record.h"
 #include "study/run/sun_hours_study.h"
@@ -66,46 +66,6 @@ std::vector<ResultColumn> tableColumns(const SunHoursResults& results) {
     return columns;
 }
 
-void writeGroups(OutputFile& out, const SunHoursStudy& study, const SunHoursResults& results) {
-    const std::string unit = results.columns.front().unit;
-    const bool judged = results.passes.has_value();
-    const bool areas = !results.areas.empty();
-    out.write(groupsHeader);
-    out.write(fmt::format("{}least [{}],greatest [{}]", areas ? "area [m2]," : "", unit, unit));
-    if (judged) {
-        out.write(fmt::format(",sensors that pass,{}share that passes [%],passes [0 or 1]",
-                              areas ? "area that passes [m2]," : ""));
-    }
-    if (judged && !study.options.baseline.empty()) {
-        out.write(",share that passed before [%]");
-    }
-    out.write("\n");
-    const auto number = [&](double value) {
-        out.write(",");
-        out.writeNumber(value);
-    };
-    for (const SunGroupResult& group : results.groups) {
-        out.write(fmt::format("{},{}", csvField(group.name), group.sensors));
-        if (areas) {
-            number(group.area);
-        }
-        number(group.least);
-        number(group.greatest);
-        if (judged) {
-            out.write(fmt::format(",{}", group.passing));
-            if (areas) {
-                number(group.passingArea);
-            }
-            number(100.0 * group.passingArea / group.area);
-            out.write(group.passes ? ",1" : ",0");
-            if (!study.options.baseline.empty()) {
-                number(100.0 * group.formerArea / group.area);
-            }
-        }
-        out.write("\n");
-    }
-}
-
 /// "2025-03-21T09:00:03.4+01:00".
 class IsoTime {
 public:
@@ -127,20 +87,6 @@ private:
     int m_year;
     std::string m_offset;
 };
-
-void writeSpans(OutputFile& out, const SunHoursStudy& study, const SunHoursResults& results,
-                const std::stop_token& stop) {
-    const IsoTime iso(study.options.year, study.site.site.timeZone);
-    out.write(spansHeader);
-    for (const std::vector<SensorSpan>& block : results.spans) {
-        throwIfStopped(stop);
-        for (const auto& [sensor, day, time] : block) {
-            const int dayOfYear = study.rule.days[day];
-            out.write(fmt::format("{},{},{},{:.3f}\n", sensor, iso.text(dayOfYear, time.begin),
-                                  iso.text(dayOfYear, time.end), time.length()));
-        }
-    }
-}
 
 nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResults& results,
                                 const Stopwatch& watch, const std::vector<std::string>& warnings) {
@@ -216,6 +162,94 @@ std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
 
 } // namespace
 
+void writeTable(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+                const std::stop_token& stop) {
+    writeSensorsCsv(out, answer.study.inputs.field, tableColumns(answer.results), {}, stop);
+}
+
+void writeCells(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+                const std::stop_token& stop) {
+    writeSensorsVtp(out, answer.study.inputs.field, tableColumns(answer.results),
+                    subtitleOf(answer.study), stop);
+}
+
+void writeGroups(OutputFile& out, const SunHoursAnswer& answer, Progress&, const std::stop_token&) {
+    const SunHoursStudy& study = answer.study;
+    const SunHoursResults& results = answer.results;
+    const std::string unit = results.columns.front().unit;
+    const bool judged = results.passes.has_value();
+    const bool areas = !results.areas.empty();
+    out.write(groupsHeader);
+    out.write(fmt::format("{}least [{}],greatest [{}]", areas ? "area [m2]," : "", unit, unit));
+    if (judged) {
+        out.write(fmt::format(",sensors that pass,{}share that passes [%],passes [0 or 1]",
+                              areas ? "area that passes [m2]," : ""));
+    }
+    if (judged && !study.options.baseline.empty()) {
+        out.write(",share that passed before [%]");
+    }
+    out.write("\n");
+    const auto number = [&](double value) {
+        out.write(",");
+        out.writeNumber(value);
+    };
+    for (const SunGroupResult& group : results.groups) {
+        out.write(fmt::format("{},{}", csvField(group.name), group.sensors));
+        if (areas) {
+            number(group.area);
+        }
+        number(group.least);
+        number(group.greatest);
+        if (judged) {
+            out.write(fmt::format(",{}", group.passing));
+            if (areas) {
+                number(group.passingArea);
+            }
+            number(100.0 * group.passingArea / group.area);
+            out.write(group.passes ? ",1" : ",0");
+            if (!study.options.baseline.empty()) {
+                number(100.0 * group.formerArea / group.area);
+            }
+        }
+        out.write("\n");
+    }
+}
+
+void writePicture(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+                  const std::stop_token& stop) {
+    PictureOptions picture;
+    picture.subtitle = subtitleOf(answer.study);
+    picture.north = answer.options.model.north;
+    picture.areas = answer.results.areas;
+    drawPicture(out, answer.study.inputs.scene, answer.study.inputs.field,
+                shownColumn(answer.results), picture, stop);
+}
+
+void writeSpans(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+                const std::stop_token& stop) {
+    const SunHoursStudy& study = answer.study;
+    const IsoTime iso(study.options.year, study.site.site.timeZone);
+    out.write(spansHeader);
+    for (const std::vector<SensorSpan>& block : answer.results.spans) {
+        throwIfStopped(stop);
+        for (const auto& [sensor, day, time] : block) {
+            const int dayOfYear = study.rule.days[day];
+            out.write(fmt::format("{},{},{},{:.3f}\n", sensor, iso.text(dayOfYear, time.begin),
+                                  iso.text(dayOfYear, time.end), time.length()));
+        }
+    }
+}
+
+void writeSummary(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+                  const std::stop_token&) {
+    writeSummaryJson(
+        out, recordOf(answer.study, answer.results, answer.watch, answer.warned.warnings()));
+}
+
+bool wantsSpans(const SunHoursOptions& options) {
+    return options.spans;
+}
+
 bool isOurSpans(const std::filesystem::path& file) {
     return fileBeginning(file, spansHeader.size()) == spansHeader;
 }
@@ -286,66 +320,20 @@ void runSunHours(const SunHoursOptions& options, Progress& listener, const std::
                  std::optional<StudyInputs>& shared) {
     KeptWarnings progress(listener);
     Stopwatch watch;
-    ruleOf(options.rule);
-    if (options.out.empty()) {
-        throw UsageError("--out is missing; give the folder for the results");
-    }
-    constexpr ResultName table{"sensors.csv", isOurSensorsCsv};
-    constexpr ResultName surfaces{"sensors.vtp", isOurSensorsVtp};
-    constexpr ResultName groups{"groups.csv", isOurGroupsCsv};
-    constexpr ResultName heatmap{"heatmap.png", isOurPicture};
-    constexpr ResultName spans{"spans.csv", isOurSpans};
-    constexpr ResultName summary{"summary.json", isOurSummary};
+    checkOutFolder(options.out);
     OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
     for (const std::string& note : folder.notes()) {
         progress.note(note);
     }
-    for (const ResultName& result : {table, surfaces, groups, heatmap, summary}) {
-        folder.requireFree(result);
-    }
-    if (options.spans) {
-        folder.requireFree(spans);
-    }
+    requireFreeFolder<SunHoursAnswer>(folder, options);
     SunHoursStudy study =
         prepareSunHours(options, std::exchange(shared, std::nullopt), progress, stop);
     watch.lap("models_s");
     const SunHoursResults results = calculateSunHours(study, progress, stop);
     watch.lap("sensors_s");
-    const SensorField& field = study.inputs.field;
-    const std::string subtitle = subtitleOf(study);
-    const std::vector<ResultColumn> columns = tableColumns(results);
-    writeSensorsCsv(folder.stage(table), field, columns, {}, stop);
-    writeSensorsVtp(folder.stage(surfaces), field, columns, subtitle, stop);
-    writeGroups(folder.stage(groups), study, results);
-    const ResultColumn shown = shownColumn(results);
-    PictureOptions picture;
-    picture.subtitle = subtitle;
-    picture.north = options.model.north;
-    picture.areas = results.areas;
-    drawPicture(folder.stage(heatmap), study.inputs.scene, field, shown, picture, stop);
-    throwIfStopped(stop);
-    if (options.spans) {
-        writeSpans(folder.stage(spans), study, results, stop);
-    }
-    std::vector<std::string> retired;
-    for (const ResultFile& file : resultFiles()) {
-        const bool isWritten = options.spans && file.name == spans.name;
-        if (file.contradicts && !isWritten && folder.retire({file.name, file.isOurs})) {
-            retired.emplace_back(file.name);
-        }
-    }
-    watch.lap("files_s");
-    writeSummaryJson(folder.stage(summary), recordOf(study, results, watch, progress.warnings()));
-    folder.commit();
-    for (const std::string& name : retired) {
-        progress.note(fmt::format("took away {}, which an earlier run had left", name));
-    }
     report(study, results, progress);
-    progress.note(fmt::format("wrote sensors.csv, sensors.vtp, groups.csv, heatmap.png{} and "
-                              "summary.json in {} ({})",
-                              options.spans ? ", spans.csv" : "", options.out.string(),
-                              durationText(watch.whole())));
+    writeResults(folder, SunHoursAnswer{options, watch, study, results, progress}, progress, stop);
     shared = std::move(study.inputs);
 }
 

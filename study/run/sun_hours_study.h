@@ -55,9 +55,6 @@ struct SunHoursStudy {
     StudyInputs inputs;
 };
 
-/// Whether a file is a spans.csv of ours, by its first line.
-bool isOurSpans(const std::filesystem::path& file);
-
 /// Site, sun and rule as they stand in summary.json: all that minutes of sun and their verdict
 /// depend on, beside model and sensors.
 nlohmann::ordered_json sunRecord(const SunHoursStudy& study);

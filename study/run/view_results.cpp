@@ -84,8 +84,8 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     }
     std::vector<std::filesystem::path> inputs;
     for (const std::filesystem::path& earlier : options.folders) {
-        for (const char* const file : {"sensors.csv", "sensors.vtp", "hours.csv", "summary.json"}) {
-            inputs.push_back(earlier / file);
+        for (std::filesystem::path& file : resultFilesRead(earlier)) {
+            inputs.push_back(std::move(file));
         }
     }
     const std::filesystem::path parent = to.parent_path();

@@ -116,20 +116,6 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     expectAll(readFile(path("h/summary.json")),
               {"\"albedo\": 0.3", "\"ground\": \"open\"", "\"sun_tolerance_percent\": 1.0",
                "\"sky_tolerance_percent\": 3.0", "\"while_the_sun_is_down\"", "\"highest_peak\""});
-
-    // A run without it takes the earlier run's hours away, those of earlier versions too, but no
-    // file that only has the name.
-    write("h/series.csv", "hour_of_year,month,day,hour\n");
-    const std::string without = "run --weather good.epw --scene court.obj --period 1/1 --out h";
-    EXPECT_EQ(command(without + " --grid 0.001").exitCode, 2);
-    EXPECT_TRUE(exists(path("h/hours.nc")));
-    done(without);
-    for (const char* name : {"h/hours.nc", "h/hours.csv", "h/series.csv"}) {
-        EXPECT_FALSE(exists(path(name))) << name;
-    }
-    write("h/hours.csv", "hour,mine\n");
-    done(without);
-    EXPECT_EQ(readFile(path("h/hours.csv")), "hour,mine\n");
 }
 
 TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
@@ -403,13 +389,7 @@ TEST_F(CommandTest, CountsHoursOfSun) {
     for (const char* name : {"sensors.csv", "sensors.vtp", "groups.csv", "heatmap.png"}) {
         EXPECT_EQ(readFile(path("a") / name), readFile(path("b") / name)) << name;
     }
-    done("sunhours --study sun.toml --grid 1 --quiet --out a");
-    EXPECT_FALSE(exists(path("a/spans.csv"))) << "spans of another run";
     EXPECT_THAT(done("sunhours --list-rules").out, HasSubstr("to be given: --min-altitude\n"));
-    EXPECT_THAT(command("sunhours --study sun.toml --share 30 --out c").err,
-                HasSubstr("--share belongs to --pass area or groups"));
-    EXPECT_THAT(command("sunhours --study sun.toml --max-shadow 1 --out c").err,
-                HasSubstr("--max-shadow contradicts --min"));
 }
 
 TEST_F(CommandTest, PrintsSunAndWritesSky) {

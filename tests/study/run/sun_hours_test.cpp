@@ -406,35 +406,6 @@ TEST_F(SunHoursRun, TakesTheYearOfTheDatesAndTheClockOfTheSummer) {
                 HasSubstr("the dates are of several years"));
 }
 
-TEST_F(SunHoursRun, TakesAwayWhatAnotherQuestionHasLeft) {
-    SunHoursOptions options = gardens("left", 8.4);
-    options.model.grid = 10.0;
-    options.spans = true;
-    Progress silent;
-    runSunHours(options, silent);
-    EXPECT_TRUE(std::filesystem::exists(options.out / "spans.csv"));
-    m_folder.write("left/hours.csv", "of the user");
-    options.spans = false;
-    runSunHours(options, silent);
-    EXPECT_FALSE(std::filesystem::exists(options.out / "spans.csv"));
-    EXPECT_TRUE(std::filesystem::exists(options.out / "hours.csv")) << "it is not ours";
-    options.spans = true;
-    runSunHours(options, silent);
-    RunOptions run;
-    static_cast<ModelOptions&>(run) = options.model;
-    run.weather = m_folder.write("a.epw", test::clearYear());
-    run.period = {.startDay = 80, .endDay = 80};
-    run.out = options.out;
-    runStudy(run, silent);
-    EXPECT_FALSE(std::filesystem::exists(options.out / "spans.csv")) << "of the sun hours";
-    std::filesystem::remove(options.out / "hours.csv");
-    run.hourly.hoursOf.sensors = {0};
-    runStudy(run, silent);
-    EXPECT_TRUE(std::filesystem::exists(options.out / "hours.csv"));
-    runSunHours(options, silent);
-    EXPECT_FALSE(std::filesystem::exists(options.out / "hours.csv")) << "of the run";
-}
-
 TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {
     const SunHoursOptions before = gardens("before", 8.4);
     groupsOf(before);
