@@ -288,7 +288,7 @@ void shading(const std::string& folder) {
     constexpr int cases = 500;
     std::printf(
         "\n## Shading\n\nRoot mean square / largest error / share of %d random cases within "
-        "the bar in the heading, all in percent.\n\n"
+        "the target in the heading, all in percent.\n\n"
         "| case | sky (1) | beam (2) | sky, 1 %% (1) | beam, 2 %% (2) | beam, 0.5 %% (0.5) | "
         "beam, 0.25 %% (0.5) | rays, usual / 1 and 2 / 0.5 / 0.25 %% |\n"
         "|---|---|---|---|---|---|---|---|\n",
@@ -393,7 +393,7 @@ void denseScenes(const std::string& folder) {
     constexpr int parts = 10;
     std::printf(
         "\n## Dense scenes\n\nRoot mean square / largest error / share of %zu sensors within "
-        "the bar in the heading, in percent; microseconds a sensor.\n\n"
+        "the target in the heading, in percent; microseconds a sensor.\n\n"
         "| scene | sky (1) | beam (2) | time | sky, 1 %% (1) | beam, 2 %% (2) | time |\n"
         "|---|---|---|---|---|---|---|\n",
         sensors);

@@ -192,7 +192,7 @@ TEST(TriangularFacet, IsHitFromItsFrontOnly) {
         {"back", {0.25f, 0.25f, -1}, {0, 0, 1}, false, none},
         {"plane behind", {0.25f, 0.25f, -1}, {0, 0, -1}, false, none},
         {"along the plane", {-1, 0.25f, 0}, {1, 0, 0}, false, none},
-        {"beside: the plane's point is told", {2, 2, 1}, {0, 0, -1}, false, {2, 2, 0}},
+        {"beside: the plane's point is given", {2, 2, 1}, {0, 0, -1}, false, {2, 2, 0}},
         {"beside x", {-0.1f, 0.5f, 1}, {0, 0, -1}, false, {-0.1f, 0.5f, 0}},
         {"beside y", {0.5f, -0.1f, 1}, {0, 0, -1}, false, {0.5f, -0.1f, 0}},
         {"origin on an edge", {0.5f, 0, 0}, {0, 0, -1}, true, {0.5f, 0, 0}},

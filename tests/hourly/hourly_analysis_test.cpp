@@ -303,7 +303,7 @@ TEST(HourlyAnalysis, KeepsTheTolerancesOfAnyPeriod) {
     struct Case {
         AnalysisPeriod period;
         double tolerance;
-        double bar = tolerance; // the bound of so many cells is one of chance
+        double bound = tolerance; // the bound of so many cells is one of chance
     };
     for (const Case& c : {Case{{80, 80}, 0.02}, Case{{80, 80}, 0.002}, Case{{172, 172}, 0.02},
                           Case{{355, 355}, 0.002}, Case{{1, 365}, 0.0005, 0.0015}}) {
@@ -318,7 +318,7 @@ TEST(HourlyAnalysis, KeepsTheTolerancesOfAnyPeriod) {
             const double least = 0.1 * std::max(static_cast<double>(result.total),
                                                 report.directHorizontal + report.diffuseHorizontal);
             EXPECT_NEAR(static_cast<double>(result.beam), expected.beam,
-                        c.bar * std::max(expected.beam, least));
+                        c.bound * std::max(expected.beam, least));
             EXPECT_NEAR(static_cast<double>(result.directSunHours), expected.sunHours,
                         0.35 + 0.04 * expected.sunHours);
         }
