@@ -1,4 +1,5 @@
 #include <insolate/weather/epw_text.h>
+#include <insolate/weather/hour_means.h>
 #include <insolate/weather/text_lines.h>
 #include <insolate/weather/weather_series.h>
 
@@ -259,12 +260,7 @@ struct Reader {
                          "left out: a year has 365 days");
         }
 
-        std::array<std::vector<double>, epwFieldCount> sums;
-        std::array<std::vector<int>, epwFieldCount> counts;
-        for (std::size_t f = 0; f < epwFieldCount; ++f) {
-            sums[f].assign(hoursPerYear, 0.0);
-            counts[f].assign(hoursPerYear, 0);
-        }
+        HourMeans means;
         // Of more records than belong to an hour the last ones hold, as where a correction is
         // appended; the readers of the store do the same.
         std::vector<int> left(hoursPerYear, 0);
@@ -293,10 +289,7 @@ struct Reader {
             lineOf[slot] = record.line;
             series.year[slot] = record.year;
             for (std::size_t f = 0; f < epwFieldCount; ++f) {
-                if (!std::isnan(record.values[f])) {
-                    sums[f][slot] += static_cast<double>(record.values[f]);
-                    ++counts[f][slot];
-                }
+                means.add(static_cast<EpwField>(f), slot, record.values[f]);
             }
         }
         int firstGap = -1;
@@ -317,27 +310,7 @@ struct Reader {
                              (before == 0 ? "" : ", after this line"),
                          "they count as missing");
         }
-        // In the order of EpwField.
-        const std::array<std::vector<float>*, epwFieldCount - 1> targets{
-            &series.dryBulb,          &series.dewPoint,     &series.pressure,
-            &series.globalHorizontal, &series.directNormal, &series.diffuseHorizontal};
-        for (std::size_t f = 0; f < targets.size(); ++f) {
-            const bool radiation = epwFieldInfo(static_cast<EpwField>(f)).radiation;
-            targets[f]->assign(hoursPerYear, missing);
-            for (std::size_t k = 0; k < hoursPerYear; ++k) {
-                // A radiation mean over a part of the hour would change the hour's sum.
-                if (radiation ? counts[f][k] == perHour : counts[f][k] > 0) {
-                    (*targets[f])[k] = static_cast<float>(sums[f][k] / counts[f][k]);
-                }
-            }
-        }
-        std::vector<double> albedo(hoursPerYear, static_cast<double>(missing));
-        for (std::size_t k = 0; k < hoursPerYear; ++k) {
-            if (const int count = counts[indexOf(EpwField::Albedo)][k]; count > 0) {
-                albedo[k] = sums[indexOf(EpwField::Albedo)][k] / count;
-            }
-        }
-        series.monthlyAlbedo = monthlyAlbedoOf(albedo, series.globalHorizontal);
+        means.fill(series, perHour);
         return true;
     }
 };

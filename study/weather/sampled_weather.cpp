@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 #include <insolate/solar/site_ranges.h>
+#include <insolate/weather/hour_means.h>
 
 namespace insolate::study {
 
@@ -102,13 +103,6 @@ bool isRadiation(float value) {
     return value < 9999.0f;
 }
 
-/// Mean of what is there; complete where nothing is missing.
-struct HourMean : FiniteSum {
-    [[nodiscard]] float mean(int atLeast) const {
-        return count >= atLeast ? static_cast<float>(sum / count) : unknownValue;
-    }
-};
-
 } // namespace
 
 void addSample(SampledWeather& weather, const WeatherSample& sample,
@@ -185,19 +179,12 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
         slot = samples[i];
     }
 
-    std::vector<float> direct(hoursPerYear, unknownValue);
-    std::vector<float> diffuse = direct;
-    std::vector<float> global = direct;
-    std::vector<float> dryBulb = direct;
-    std::vector<float> dewPoint = direct;
-    std::vector<float> pressure = direct;
-    std::vector<double> albedo(hoursPerYear, static_cast<double>(unknownValue));
+    HourMeans means;
     std::vector<std::int16_t> years(hoursPerYear, 0);
     Nights night(report.site);
     std::size_t nights = 0;
     std::size_t line = 0;
     for (std::size_t hour = 0; hour < hoursPerYear; ++hour) {
-        HourMean means[7];
         std::size_t absent = 0;
         std::size_t holed = 0;
         for (std::size_t part = 0; part < perHour; ++part) {
@@ -207,8 +194,8 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
                 const double time = (static_cast<double>(step) + clock.phase) / clock.perHour;
                 if (weather.nightsMayBeLeftOut && night.isDark(time)) {
                     ++nights;
-                    means[0].add(0.0f);
-                    means[1].add(0.0f);
+                    means.add(EpwField::Direct, hour, 0.0f);
+                    means.add(EpwField::Diffuse, hour, 0.0f);
                 } else {
                     ++absent;
                 }
@@ -218,12 +205,17 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
             if (!isRadiation(sample->direct) || !isRadiation(sample->diffuse)) {
                 holed = holed == 0 ? sample->line : holed;
             }
-            const float values[7] = {sample->direct,  sample->diffuse,  sample->global,
-                                     sample->dryBulb, sample->dewPoint, sample->pressure,
-                                     sample->albedo};
-            for (std::size_t v = 0; v < 7; ++v) {
-                means[v].add(v > 2 || isRadiation(values[v]) ? values[v] : unknownValue);
-            }
+            const auto add = [&](EpwField field, float value) {
+                const bool isMissing = epwFieldInfo(field).radiation && !isRadiation(value);
+                means.add(field, hour, isMissing ? unknownValue : value);
+            };
+            add(EpwField::Direct, sample->direct);
+            add(EpwField::Diffuse, sample->diffuse);
+            add(EpwField::Global, sample->global);
+            add(EpwField::DryBulb, sample->dryBulb);
+            add(EpwField::DewPoint, sample->dewPoint);
+            add(EpwField::Pressure, sample->pressure);
+            add(EpwField::Albedo, sample->albedo);
         }
         const auto index = static_cast<int>(hour);
         const HourOfYear when(index / 24, index % 24);
@@ -240,31 +232,24 @@ WeatherYear assembleYear(const SampledWeather& weather, const std::filesystem::p
         if (const WeatherSample* last = sampleOf[hour * perHour + perHour - 1]) {
             line = last->line;
         }
-        // A radiation mean over a part of the hour would change the hour's sum.
-        direct[hour] = means[0].mean(clock.perHour);
-        diffuse[hour] = means[1].mean(clock.perHour);
-        global[hour] = means[2].mean(clock.perHour);
-        dryBulb[hour] = means[3].mean(1);
-        dewPoint[hour] = means[4].mean(1);
-        pressure[hour] = means[5].mean(1);
-        albedo[hour] = static_cast<double>(means[6].mean(1));
     }
     report.hoursPresent = hoursPerYear - report.hoursMissing.size();
 
+    means.fill(year.series, clock.perHour);
     const WeatherSite& site = report.site;
     WeatherReading reading = makeWeatherSeries(
-        {site.latitude, site.longitude, site.timeZone, site.elevation}, direct, diffuse, global);
+        {site.latitude, site.longitude, site.timeZone, site.elevation}, year.series.directNormal,
+        year.series.diffuseHorizontal, year.series.globalHorizontal);
     for (const WeatherFinding& finding : reading.findings) {
         report.notes.push_back(fmt::format("{}: {}", place(file), finding.text));
     }
-    year.series = std::move(reading.series);
+    year.series.site = reading.series.site;
+    year.series.directNormal = std::move(reading.series.directNormal);
+    year.series.diffuseHorizontal = std::move(reading.series.diffuseHorizontal);
+    year.series.globalHorizontal = std::move(reading.series.globalHorizontal);
     year.series.place = site.text();
     year.series.sampleOffset = clock.offset();
-    year.series.dryBulb = std::move(dryBulb);
-    year.series.dewPoint = std::move(dewPoint);
-    year.series.pressure = std::move(pressure);
     year.series.year = std::move(years);
-    year.series.monthlyAlbedo = monthlyAlbedoOf(albedo, year.series.globalHorizontal);
 
     if (leapSamples > 0) {
         report.facts.push_back(
