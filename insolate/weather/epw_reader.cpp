@@ -15,8 +15,8 @@
 //   - wind speed is taken as whole m/s, unscaled; the sky cover is cleared by complete lines.
 #include <insolate/solar/solar_position.h>
 #include <insolate/weather/epw_text.h>
-#include <insolate/weather/text_lines.h>
 #include <insolate/weather/number_text.h>
+#include <insolate/weather/text_lines.h>
 #include <insolate/weather/weather_data.h>
 #include <insolate/weather/weather_file.h>
 

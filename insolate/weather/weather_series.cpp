@@ -79,10 +79,6 @@ private:
     std::map<std::pair<int, int>, std::size_t> m_places;
 };
 
-constexpr auto indexOf(EpwField field) {
-    return static_cast<std::size_t>(field);
-}
-
 struct Reader {
     Reader(std::string_view epwText, std::string_view name) : text(epwText), findings(name) {}
 
