@@ -1,5 +1,5 @@
 /// Two results of the same cells.
-import { Column, type Result } from "./packing";
+import { Column } from "./packing";
 
 /// The second less the first.
 export function differenceOf(first: Column, second: Column): Column {
@@ -26,15 +26,4 @@ export function differenceOf(first: Column, second: Column): Column {
   }
   const decimals = Math.min(first.decimals, second.decimals) - Math.round(Math.log10(fine / step));
   return new Column(first.name, `${first.title}, difference`, first.unit, fine, offset, decimals, levels);
-}
-
-/// Whether two results are of the same cells.
-export function sameCells(a: Result, b: Result): boolean {
-  const equal = (x: Uint8Array, y: Uint8Array): boolean =>
-    x.length === y.length && x.every((byte, i) => byte === y[i]);
-  return (
-    a.cells.count === b.cells.count &&
-    equal(a.array("blocks"), b.array("blocks")) &&
-    [0, 1, 2].every((k) => Math.abs(a.record.origin[k] - b.record.origin[k]) < 2 * a.record.step)
-  );
 }

@@ -71,12 +71,6 @@ export function sumsBy(
   return list;
 }
 
-/// The values that colours should span: the lowest and the highest.
-export function endsOf(cells: Cells, column: Column): [number, number] {
-  const [all] = sumsBy(cells, column, null, 1);
-  return all.cells === 0 ? [0, 1] : [all.lowest, all.highest];
-}
-
 /// Area and number of cells whose value lies within the ends, both included.
 export function areaWithin(
   cells: Cells,

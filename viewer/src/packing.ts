@@ -149,6 +149,23 @@ export class Column {
   ) {
     this.missing = 0xffff;
   }
+  private spanned: [number, number] | null = null;
+  /// The lowest and the highest value; 0 and 1 where there is none.
+  get ends(): [number, number] {
+    if (!this.spanned) {
+      let lowest = this.missing;
+      let highest = -1;
+      for (const level of this.levels) {
+        if (level !== this.missing) {
+          lowest = Math.min(lowest, level);
+          highest = Math.max(highest, level);
+        }
+      }
+      const valueOf = (level: number): number => (this.offset + level) * this.step;
+      this.spanned = highest < 0 ? [0, 1] : [valueOf(lowest), valueOf(highest)];
+    }
+    return this.spanned;
+  }
   at(sensor: number): number {
     const level = this.levels[sensor];
     return level === this.missing ? NaN : (this.offset + level) * this.step;

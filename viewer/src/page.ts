@@ -4,10 +4,11 @@ import type { Scale } from "./colors";
 import { h, icon, download } from "./dom";
 import * as text from "./format";
 import { type GroupKey, groupName, groupNumbers, GroupTable } from "./groups";
-import { areaWithin, endsOf, histogram, sumsBy } from "./histogram";
+import { areaWithin, histogram, sumsBy } from "./histogram";
 import { drawLegend, Legend, type LegendContent } from "./legend";
-import { differenceOf, sameCells } from "./difference";
-import { type Column, cornersOf, noSide, normalOf, type Result } from "./packing";
+import { differenceOf } from "./difference";
+import { type Column, type ColumnRecord, cornersOf, noSide, normalOf, type Result } from "./packing";
+import { comparable, sameCells, sharedColumns, shareSteps } from "./shared";
 import { SunPath } from "./sun";
 import { colorTexture, type Hit, type ModelView, type Section, type Theme, View } from "./view";
 import licences from "../dist/licences.txt";
@@ -21,7 +22,7 @@ const dark: Theme = {
   line: "#dadde3", lineOpacity: 0.24, cellLine: "#101010",
 };
 
-/// What is compared with what: a result, two beside each other, or the second less the first.
+/// What is compared with what: a result, several beside each other, or another less the first.
 type Mode = { kind: "one"; result: number } | { kind: "beside" } | { kind: "difference"; with: number };
 
 export class Page {
@@ -46,7 +47,8 @@ export class Page {
   private readonly said = h("p", { class: "hidden", "aria-live": "polite" });
 
   private mode: Mode = { kind: "one", result: 0 };
-  private quantity = 0;
+  /// The name of the column that is shown.
+  private quantity = "";
   private step = -1;
   private ends: [number | null, number | null] = [null, null];
   private colorSteps = 0;
@@ -54,6 +56,9 @@ export class Page {
   private readonly hidden = new Map<string, GroupKey>();
   private isolated: GroupKey | null = null;
   private shown: Uint8Array | null = null;
+  /// The results that stand side by side.
+  private besides: number[] = [0];
+  private difference: { own: Column; other: Column; column: Column } | null = null;
   private pinned: Hit | null = null;
   private section: Section = { axis: "z", place: 0.5, flipped: false };
   private isCut = false;
@@ -90,6 +95,7 @@ export class Page {
   /// Shows the first result as soon as it is there; the rest of the page follows.
   begin(first: Result): void {
     this.results.push(first);
+    this.quantity = this.choices[0].name;
     this.view.add(first);
     this.view.onCamera = () => this.followCamera();
     this.stage.append(this.legend.element);
@@ -105,6 +111,7 @@ export class Page {
       this.results.push(result);
       this.view.add(result);
     }
+    this.besides = comparable(this.results, 4);
     const first = this.results[0];
     const { record } = first;
     document.title = `${record.name} – solar radiation`;
@@ -139,17 +146,23 @@ export class Page {
     return this.results[this.mode.kind === "one" ? this.mode.result : 0];
   }
 
-  /// The columns that a reader chooses from: the hour of the peak belongs to the peak.
-  private get choices(): number[] {
-    const { columns } = this.results[0].record;
-    return columns.map((_, i) => i).filter((i) => columns[i].unit !== "hour of year");
+  /// What the picture is of.
+  private get compared(): Result[] {
+    return this.mode.kind === "difference"
+      ? [this.results[0], this.results[this.mode.with]]
+      : this.shownModels().map((number) => this.results[number]);
+  }
+
+  /// The columns that a reader chooses from: those of all that is compared.
+  private get choices(): ColumnRecord[] {
+    return sharedColumns(this.compared);
   }
 
   private columnOf(result: Result): Column | null {
     if (this.step >= 0) {
       return this.step < result.record.steps.length ? result.column("step", this.step) : null;
     }
-    return result.columnNamed(this.results[0].record.columns[this.quantity].name);
+    return result.columnNamed(this.quantity);
   }
 
   /// What the model on the left, or the only one, shows.
@@ -160,7 +173,13 @@ export class Page {
     }
     if (this.mode.kind === "difference") {
       const other = this.columnOf(this.results[this.mode.with]);
-      return other ? differenceOf(own, other) : own;
+      if (!other) {
+        throw new Error("the other result has no such column");
+      }
+      if (this.difference?.own !== own || this.difference.other !== other) {
+        this.difference = { own, other, column: differenceOf(own, other) };
+      }
+      return this.difference.column;
     }
     return own;
   }
@@ -172,23 +191,17 @@ export class Page {
   /// Of all results and steps that are shown together.
   private commonEnds(column: Column): [number, number] {
     if (this.mode.kind === "difference") {
-      const [low, high] = endsOf(this.first.cells, column);
+      const [low, high] = column.ends;
       const most = Math.max(Math.abs(low), Math.abs(high)) || 1;
       return [-most, most];
     }
-    const columns: [Result, Column][] =
+    const columns =
       this.step >= 0
-        ? this.results.flatMap((result) =>
-            result.record.steps.map((_, i): [Result, Column] => [result, result.column("step", i)]),
-          )
-        : [];
-    for (const result of this.results) {
-      const own = this.columnOf(result);
-      if (own) {
-        columns.push([result, own]);
-      }
-    }
-    const all = columns.map(([result, own]) => endsOf(result.cells, own));
+        ? this.results
+            .filter((result) => shareSteps([this.first, result]))
+            .flatMap((result) => result.record.steps.map((_, i) => result.column("step", i)))
+        : this.results.map((result) => this.columnOf(result));
+    const all = columns.filter((own) => own?.unit === column.unit).map((own) => own!.ends);
     const low = Math.min(...all.map((ends) => ends[0]));
     const high = Math.max(...all.map((ends) => ends[1]));
     return high > low ? [low, high] : [low - 0.5, low + 0.5];
@@ -253,7 +266,7 @@ export class Page {
 
   private shownModels(): number[] {
     if (this.mode.kind === "beside") {
-      return this.results.map((_, i) => i).slice(0, 4);
+      return this.besides;
     }
     return [this.mode.kind === "one" ? this.mode.result : 0];
   }
@@ -293,6 +306,11 @@ export class Page {
         this.shown = any ? state.map((value) => (value === 0 ? 1 : 0)) : null;
       }
     });
+    this.showValues();
+  }
+
+  /// Colours, groups, figures and the pinned cell, of the cells that are marked already.
+  private showValues(): void {
     this.paint();
     const column = this.column;
     this.groups.show(this.first, column, (key) => this.isHiddenKey(key));
@@ -328,18 +346,15 @@ export class Page {
         this.app.classList.toggle("low");
       },
     });
-    for (const number of this.choices) {
-      this.quantitySelect.append(h("option", { value: number }, record.columns[number].title));
-    }
     this.quantitySelect.addEventListener("change", () => {
-      this.quantity = Number(this.quantitySelect.value);
+      this.quantity = this.quantitySelect.value;
       this.step = -1;
       this.ends = [null, null];
       this.range = null;
       this.buildSteps();
-      this.refresh();
+      this.showValues();
     });
-    this.buildSteps();
+    this.buildQuantities();
     this.groups.onChoose = (key) => {
       this.isolated = key;
       this.refresh();
@@ -373,13 +388,25 @@ export class Page {
 
   private resultSwitch(): HTMLElement {
     const modes: [Mode, string][] = this.results.map((result, i) => [{ kind: "one", result: i }, result.record.name]);
-    modes.push([{ kind: "beside" }, "Side by side"]);
-    for (let i = 1; i < this.results.length; ++i) {
-      if (sameCells(this.results[0], this.results[i])) {
-        const label = this.results.length === 2 ? "Difference" : `Difference ${this.results[i].record.name}`;
-        modes.push([{ kind: "difference", with: i }, label]);
+    const notes: string[] = [];
+    if (this.besides.length > 1) {
+      modes.push([{ kind: "beside" }, "Side by side"]);
+      if (this.besides.length < this.results.length) {
+        const names = this.besides.map((i) => this.results[i].record.name.slice(0, 80)).join(", ");
+        notes.push(`Side by side stand the first that have a quantity in common, at most four: ${names}.`);
       }
     }
+    const [first, ...others] = this.results;
+    others.forEach((other, i) => {
+      const name = other.record.name.slice(0, 80);
+      if (sharedColumns([first, other]).length === 0) {
+        notes.push(`No difference with ${name}: it has no quantity in common with the first result.`);
+      } else if (!sameCells(first, other)) {
+        notes.push(`No difference with ${name}: its cells are not those of the first result.`);
+      } else {
+        modes.push([{ kind: "difference", with: i + 1 }, others.length === 1 ? "Difference" : `Difference ${name}`]);
+      }
+    });
     const group = h("div", { class: "switch", role: "group", "aria-label": "Result" });
     modes.forEach(([mode, label], i) => {
       group.append(
@@ -400,11 +427,13 @@ export class Page {
         ),
       );
     });
-    return group;
+    return h("div", {}, group, ...notes.map((note) => h("p", { class: "quiet" }, h("bdi", {}, note))));
   }
 
   private setMode(mode: Mode): void {
     this.mode = mode;
+    this.movePin();
+    this.buildQuantities();
     this.ends = [null, null];
     this.range = null;
     this.view.show(this.shownModels());
@@ -423,34 +452,63 @@ export class Page {
     this.refresh();
   }
 
-  /// The slider through the steps of the period, where all results have the same ones.
+  /// A cell stays pinned in another result of the same cells; else it is let go.
+  private movePin(): void {
+    const [number, ...rest] = this.shownModels();
+    const model = this.view.models[number];
+    if (this.pinned && ![number, ...rest].some((i) => this.view.models[i] === this.pinned?.model)) {
+      const { sensor } = this.pinned;
+      this.pinned = sameCells(this.pinned.model.result, model.result) ? { model, sensor } : null;
+    }
+  }
+
+  /// What can be shown of that which is compared; another quantity where it has not got the one shown.
+  private buildQuantities(): void {
+    const { choices } = this;
+    this.quantitySelect.replaceChildren(...choices.map(({ name, title }) => h("option", { value: name }, title)));
+    if (!choices.some(({ name }) => name === this.quantity)) {
+      this.quantity = choices[0].name;
+      this.step = -1;
+    }
+    this.quantitySelect.value = this.quantity;
+    this.buildSteps();
+  }
+
+  /// The slider through the steps of the period, where all that is compared has the same ones. They are
+  /// of the first quantity.
   private buildSteps(): void {
-    const { steps, columns } = this.results[0].record;
-    const isFirst = this.quantity === this.choices[0];
-    const names = (result: Result): string => result.record.steps.map((step) => step.name).join();
-    const areCommon = this.results.every((result) => names(result) === names(this.results[0]));
-    if (steps.length === 0 || !isFirst || !areCommon) {
+    if (this.stepField.querySelector("[aria-pressed=true]")) {
+      this.stopPlaying();
+    }
+    const { compared } = this;
+    const { steps, columns } = compared[0].record;
+    const areOfIt = compared.every(({ record }) => record.columns[0].name === this.quantity);
+    if (steps.length === 0 || !areOfIt || !shareSteps(compared)) {
+      this.step = -1;
       this.stepField.replaceChildren();
       return;
     }
     const whole = "Whole period";
-    const name = h("span", {}, whole);
+    const name = h("span", {}, this.step < 0 ? whole : text.partText(steps[this.step].title));
     const slider = h("input", {
       type: "range",
       min: 0,
       max: steps.length,
       step: 1,
       value: this.step + 1,
-      "aria-label": `Part of the period, ${columns[this.quantity].title}`,
+      "aria-label": `Part of the period, ${columns[0].title}`,
     });
     const go = (value: number): void => {
+      if ((value === 0) !== this.step < 0) {
+        // Sums of the whole period are of another size than those of its parts, which share their ends.
+        this.ends = [null, null];
+        this.range = null;
+      }
       slider.value = String(value);
       this.step = value - 1;
       name.textContent = value === 0 ? whole : text.partText(steps[value - 1].title);
       slider.setAttribute("aria-valuetext", name.textContent);
-      this.ends = [null, null];
-      this.range = null;
-      this.refresh();
+      this.showValues();
     };
     slider.addEventListener("input", () => go(Number(slider.value)));
     const play = this.playButton("Play through the period", 700, () => {

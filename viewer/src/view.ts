@@ -84,6 +84,7 @@ export class ModelView {
   private readonly sceneMeshes: THREE.Object3D[] = [];
   private readonly edges: THREE.LineSegments;
   private readonly outline: THREE.LineLoop;
+  private hiddenPairs: boolean[] = [];
 
   constructor(
     readonly result: Result,
@@ -262,8 +263,17 @@ export class ModelView {
       this.states.set(stateOf);
     }
     this.stateTexture.needsUpdate = true;
+    this.hideSurroundings(isHidden);
+  }
+
+  /// Leaves what is hidden out of the triangles and edges, which are handed over only when they change.
+  private hideSurroundings(isHidden: (object: number, material: number) => boolean): void {
     const { index, edges, pairs, triangleObject, edgeObject } = this.result.scene;
     const hidden = [false, ...pairs.map(([object, material]) => isHidden(object, material))];
+    if (hidden.every((value, i) => value === (this.hiddenPairs[i] ?? false))) {
+      return;
+    }
+    this.hiddenPairs = hidden;
     const kept = (all: Uint32Array, size: number, objectOf: Uint32Array): Uint32Array => {
       if (!hidden.includes(true)) {
         return all;

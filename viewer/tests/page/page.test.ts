@@ -259,6 +259,14 @@ describe("the months of a page", () => {
       expect(Math.abs(Number(await page.getByLabel("Upper end of the colours").inputValue()) - highest)).toBeLessThan(step);
     }
     expect(await slider.getAttribute("aria-valuetext")).toBe("1 December to 31 December");
+    // Ends of the reader's own last from part to part, and go with the parts.
+    const upper = page.getByLabel("Upper end of the colours");
+    await upper.fill("100");
+    await upper.press("Enter");
+    await slider.fill("3");
+    expect(Number(await upper.inputValue())).toBe(100);
+    await slider.fill("0");
+    expect(Number(await upper.inputValue())).toBeGreaterThan(2 * highest);
     await slider.fill("6");
     await shot(page, file.replace("/page", "").replace(".html", ""));
     await page.getByRole("button", { name: "Play through the period" }).click();
@@ -429,6 +437,35 @@ describe("designs of one place", () => {
     expect(walls.length).toBeGreaterThan(60);
     const lit = await ask(page, (viewer, cells: number[]) => cells.filter((cell) => viewer.view.isLit(viewer.view.models[1], cell)).length, walls);
     expect(lit / walls.length).toBeGreaterThan(0.9);
+    expect(complaints).toEqual([]);
+  });
+
+  it("keep the pinned cell and offer the quantities that they have", async () => {
+    const { page, complaints } = await openLive("designs.html");
+    const results = page.getByRole("group", { name: "Result" });
+    expect(await results.getByRole("button").allInnerTexts()).toEqual([
+      "courtyard", "tower", "noon", "Side by side", "Difference tower",
+    ]);
+    expect(await page.locator("#panel").innerText()).toContain("No difference with noon: it has no quantity in common");
+    await ask(page, (viewer) => viewer.view.look(180, 89));
+    const place = await ask(page, (viewer) => viewer.view.cellOnScreen(viewer.model, 10236)!);
+    const box = (await page.locator("canvas.model").boundingBox())!;
+    await page.mouse.click(box.x + place.x, box.y + place.y);
+    const value = page.locator("#panel .value");
+    const total = (name: string): number => tableOf(`${folder}/${name}/sensors.csv`).column("total")[10236] / 1000;
+    const [own, other] = [total("courtyard"), total("tower")];
+    expect(await value.innerText()).toContain(own.toFixed(1));
+    await results.getByRole("button", { name: "tower", exact: true }).click();
+    expect(await value.innerText()).toContain(other.toFixed(1));
+    await results.getByRole("button", { name: "Difference tower" }).click();
+    expect(Number((await value.innerText()).split(" ")[0])).toBeCloseTo(other - own, 0);
+    await results.getByRole("button", { name: "noon" }).click();
+    expect(await value.innerText()).toMatch(/^0.* min$/);
+    expect(await page.locator("#quantity option").allInnerTexts()).not.toContain("Total radiation");
+    await results.getByRole("button", { name: "Side by side" }).click();
+    expect(await page.locator("#quantity option").allInnerTexts()).toContain("Total radiation");
+    expect(await page.locator(".beside").allInnerTexts()).toEqual(["courtyard", "tower"]);
+    await shot(page, "designs");
     expect(complaints).toEqual([]);
   });
 

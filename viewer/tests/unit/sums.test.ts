@@ -5,6 +5,7 @@ import { csvField, dayText, hourOfYearText, numberText } from "../../src/format"
 import { areaWithin, histogram, sumsBy } from "../../src/histogram";
 import { type Cells, Column } from "../../src/packing";
 import { differenceOf } from "../../src/difference";
+import { comparable, sameCells, sharedColumns } from "../../src/shared";
 import { directionOf, SunPath } from "../../src/sun";
 import { command, folder, resultOf } from "../pages";
 
@@ -41,6 +42,21 @@ describe("differences", () => {
     const other = columnOf([10, 0, 3, 0xffff, 5], 0.1, 0, 1); // 1.0, 0.0, 0.3, none, 0.5
     const difference = differenceOf(column, other);
     expect([0, 1, 2, 3, 4].map((i) => difference.at(i))).toEqual([0, -1.5, NaN, NaN, -3]);
+  });
+});
+
+describe("several results", () => {
+  it("are of the same cells whatever stands around them, and share what both have", () => {
+    const demo = resultOf(`${folder}/courtyard/page.html`);
+    const [, tower, noon] = [0, 1, 2].map((number) => resultOf(`${folder}/designs.html`, number));
+    expect(tower.record.step).toBe(100 * demo.record.step); // its scene is 3 km long
+    expect([tower, noon].map((other) => sameCells(demo, other))).toEqual([true, true]);
+    tower.centre[1] += 0.1;
+    expect(sameCells(demo, tower)).toBe(false);
+    expect(sameCells(demo, resultOf(`${folder}/plane/page.html`))).toBe(false);
+    expect(sharedColumns([demo, tower]).map(({ name }) => name)).toContain("peak");
+    expect(sharedColumns([demo, tower]).map(({ name }) => name)).not.toContain("peak_hour");
+    expect(comparable([demo, noon, tower, demo, demo, demo], 4)).toEqual([0, 2, 3, 4]);
   });
 });
 
