@@ -53,6 +53,9 @@ struct SunArc {
     double begin = 0.0;          ///< [minutes]
     double step = 0.0;           ///< of a chord [minutes]
     std::vector<Vector3d> knots; ///< unit vectors, in the axes of the sun's day
+    /// Of each chord the second derivative of the way by knots: at a place s from 0 to 1 along it
+    /// the way is off the straight line by -s (1 - s) / 2 times this.
+    std::vector<Vector3d> bends;
     /// The way departs from the straight line between the knots i and j by no more than this times
     /// (j - i) squared.
     double bend = 0.0;

@@ -202,21 +202,31 @@ SunFan makeFan(const SunArc& arc, int quarter, std::size_t firstKnot, std::size_
 
 SunArc makeArc(const SunPath::Sun& sun, TimeSpan span, const SkyAxes& axes) {
     SunArc arc;
+    // The bend of a way is known from two chords on.
     const auto chords =
-        static_cast<std::size_t>(std::max(1.0, std::ceil(span.length() / longestChord)));
+        static_cast<std::size_t>(std::max(2.0, std::ceil(span.length() / longestChord)));
     arc.begin = span.begin;
     arc.step = span.length() / static_cast<double>(chords);
     for (std::size_t i = 0; i <= chords; ++i) {
         arc.knots.push_back(axes.polar(axes.model(sun(arc.timeAt(static_cast<double>(i))))));
     }
     double largest = 0.0;
+    std::vector<Vector3d> atKnots(chords + 1); // second differences
     for (std::size_t i = 1; i < chords; ++i) {
-        Vector3d second{};
+        Vector3d& second = atKnots[i];
         for (std::size_t axis = 0; axis < 3; ++axis) {
             second[axis] =
                 arc.knots[i - 1][axis] - 2.0 * arc.knots[i][axis] + arc.knots[i + 1][axis];
         }
         largest = std::max(largest, std::sqrt(dotProduct(second.data(), second.data())));
+    }
+    atKnots.front() = atKnots[1];
+    atKnots.back() = atKnots[chords - 1];
+    for (std::size_t i = 0; i < chords; ++i) {
+        Vector3d& bend = arc.bends.emplace_back();
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            bend[axis] = 0.5 * (atKnots[i][axis] + atKnots[i + 1][axis]);
+        }
     }
     // A sequence whose second differences are bounded departs from its chord like a parabola.
     arc.bend = largest / 8.0 * 1.001;

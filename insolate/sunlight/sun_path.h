@@ -44,10 +44,9 @@ struct SunArc;
 
 /// The spans of a window in which the sun's centre stands at a least altitude or above it.
 ///
-/// The way is held as chords of two minutes at most. Between its ends a chord lies within 4e-6
-/// radians of the sun's course, which the sun takes a twentieth of a second to cross; within 3e-5
-/// where refraction bends the course near the horizon. SunlightIndex finds shadow edges on the
-/// chords in closed form.
+/// The way is held as chords of two minutes at most, each bent to a parabola that lies within 5e-8
+/// radians of the sun's course; within 1e-5 where refraction bends the course near the horizon.
+/// SunlightIndex finds shadow edges on them in closed form.
 class INSOLATE_EXPORT SunPath {
 public:
     /// Where the sun stands at a minute: a unit vector in east, north, up.

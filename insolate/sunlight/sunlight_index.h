@@ -13,9 +13,9 @@ namespace insolate {
 
 /// A scene's triangles, ordered for the question when any of them hides the sun.
 ///
-/// The sun's course is a chain of short chords (SunPath). On each, the condition that a triangle
-/// stands before the sun is a handful of linear inequalities, whose ends are found in closed form:
-/// a slit however narrow lets the sun through, and nothing is sampled. A hit is what it is to
+/// The sun's course is a chain of short parabolas (SunPath). On each, the condition that a triangle
+/// stands before the sun is a handful of quadratic inequalities, whose ends are found in closed
+/// form: a slit however narrow lets the sun through, and nothing is sampled. A hit is what it is to
 /// OcclusionIndex: both sides block, and what is nearer than 0.01 model units does not count. Light
 /// for less than a fifteenth of a second between two triangles does not count either, so that
 /// triangles with a common edge close up. The sun is a point; where its disc is half hidden, the

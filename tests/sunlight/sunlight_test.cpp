@@ -3,6 +3,7 @@
 #include <insolate/sunlight/sunlight_index.h>
 
 #include "tests/rt/scenes.h"
+#include "tests/sunlight/sunlight_cases.h"
 
 #include <cmath>
 #include <functional>
@@ -21,21 +22,12 @@ constexpr double tenth = 0.1; // minutes: what the search promises
 constexpr TimeSpan wholeDay{0.0, 1440.0};
 constexpr double endless = 1.0e8; // metres
 
-double hourOf(int hours, int minutes, int seconds) {
-    return hours * 60.0 + minutes + seconds / 60.0;
-}
-
 double sumOf(const std::vector<TimeSpan>& spans) {
     double sum = 0.0;
     for (const TimeSpan& span : spans) {
         sum += span.length();
     }
     return sum;
-}
-
-/// A wall along x at y, from the ground up.
-void addWall(Scene& scene, double y, double halfWidth, double height) {
-    addQuad(scene, {-halfWidth, y, 0.0}, {2.0 * halfWidth, 0.0, 0.0}, {0.0, 0.0, height});
 }
 
 /// Spans at the origin with a sun of constant declination, in minutes of solar time.
@@ -47,15 +39,6 @@ std::vector<TimeSpan> litAt(double latitude, double declination, const Scene& sc
     return SunlightIndex(scene, axes).sunlight({0.0, 0.0, 0.0}, facings, path);
 }
 
-struct ClosedForm {
-    const char* what;
-    double latitude, declination;
-    std::function<void(Scene&)> build;
-    std::vector<Direction> facings;
-    double leastAltitude;
-    std::vector<TimeSpan> lit; ///< from cos w = ... of each set-up, solved by hand
-};
-
 TEST(SpanSet, JoinsSpansThatTouchInAnyOrder) {
     for (const bool isLaterFirst : {false, true}) {
         SpanSet set;
@@ -66,113 +49,17 @@ TEST(SpanSet, JoinsSpansThatTouchInAnyOrder) {
 }
 
 TEST(Sunlight, AgreesWithClosedForms) {
-    const auto wall = [](double height, double distance) {
-        return [=](Scene& scene) { addWall(scene, -distance, endless, height); };
-    };
-    const auto eastWall = [](double height, double distance) {
-        return [=](Scene& scene) {
-            addQuad(scene, {distance, -endless, 0.0}, {0.0, 2.0 * endless, 0.0},
-                    {0.0, 0.0, height});
-        };
-    };
-    const auto slab = [](double width, double distance) {
-        return [=](Scene& scene) { addWall(scene, -distance, width / 2.0, 1.0e4); };
-    };
-    const auto screen = [](double angle) {
-        return [=](Scene& scene) { addWall(scene, -10.0, 10.0 * std::tan(angle * degree), 1.0e4); };
-    };
-    const auto nothing = [](Scene&) {};
-    const Direction south = {0.0, -1.0, 0.0};
-    const Direction east = {1.0, 0.0, 0.0};
-    const Direction north = {0.0, 1.0, 0.0};
-    const double turn = 4.0 * 64.293; // minutes of 64.293 degrees
-    const std::vector<ClosedForm> cases = {
-        {"least altitude", 52, 0, nothing, {}, 10, {{hourOf(7, 5, 32), hourOf(16, 54, 28)}}},
-        {"least altitude", 50, 0, nothing, {}, 13, {{hourOf(7, 21, 56), hourOf(16, 38, 4)}}},
-        {"winter", 52, -23.45, nothing, {}, 10, {{hourOf(9, 58, 28), hourOf(14, 1, 32)}}},
-        {"wall in summer",
-         50,
-         23.45,
-         wall(6, 2),
-         {},
-         0,
-         {{hourOf(3, 55, 29), hourOf(8, 59, 40)}, {hourOf(15, 0, 20), hourOf(20, 4, 31)}}},
-        {"wall in winter",
-         50,
-         -23.45,
-         wall(1, 4),
-         {},
-         0,
-         {{hourOf(10, 11, 54), hourOf(13, 48, 6)}}},
-        {"wall in spring",
-         50,
-         10,
-         wall(6, 2),
-         {},
-         0,
-         {{hourOf(5, 11, 29), hourOf(7, 6, 43)}, {hourOf(16, 53, 17), hourOf(18, 48, 31)}}},
-        // At the equinox the shadow's edge stands still all day, at 3 tan 50 = 3.5753 m.
-        {"before the still edge", 50, 0, wall(3, 3.56), {}, 0, {}},
-        {"behind the still edge", 50, 0, wall(3, 3.59), {}, 0, {{360, 1080}}},
-        {"east wall, equator", 0, 0, eastWall(5, 5), {}, 0, {{hourOf(9, 0, 0), 1080}}},
-        {"east wall", 52, 0, eastWall(4, 3), {}, 0, {{hourOf(10, 20, 52), 1080}}},
-        {"facade south", 50, 23.45, nothing, {south}, 0, {{hourOf(7, 25, 23), hourOf(16, 34, 37)}}},
-        {"facade east", 50, 23.45, nothing, {east}, 0, {{hourOf(3, 55, 29), 720}}},
-        {"facade north",
-         50,
-         23.45,
-         nothing,
-         {north},
-         0,
-         {{hourOf(3, 55, 29), hourOf(7, 25, 23)}, {hourOf(16, 34, 37), hourOf(20, 4, 31)}}},
-        {"slab",
-         50,
-         0,
-         slab(20, 10),
-         {},
-         0,
-         {{360, hourOf(9, 30, 11)}, {hourOf(14, 29, 49), 1080}}},
-        {"narrow slab",
-         30,
-         0,
-         slab(10, 10),
-         {},
-         0,
-         {{360, hourOf(11, 3, 51)}, {hourOf(12, 56, 9), 1080}}},
-        {"screen at the pole", 90, 23.45, screen(30), {}, 0, {{0, 600}, {840, 1440}}},
-        {"wide screen at the pole", 90, 10, screen(45), {}, 0, {{0, 540}, {900, 1440}}},
-        {"wall at the pole", 90, 23.45, wall(7, 7), {}, 0, {{0, 720 - turn}, {720 + turn, 1440}}},
-    };
-    for (const ClosedForm& one : cases) {
+    for (const SunlightCase& one : sunlightCases()) {
         SCOPED_TRACE(one.what);
-        Scene scene;
-        one.build(scene);
-        const std::vector<TimeSpan> lit =
-            litAt(one.latitude, one.declination, scene, one.facings, one.leastAltitude);
+        const std::vector<TimeSpan> lit = litAt(one.latitude, one.declination, one.obstacle.scene,
+                                                one.facings, one.leastAltitude);
         ASSERT_EQ(lit.size(), one.lit.size());
         for (std::size_t i = 0; i < lit.size(); ++i) {
-            // The figures are rounded to a second.
+            // Most of the figures are rounded to a second.
             EXPECT_NEAR(lit[i].begin, one.lit[i].begin, 0.02);
             EXPECT_NEAR(lit[i].end, one.lit[i].end, 0.02);
         }
     }
-}
-
-/// Crossings of a condition on the real sun, by halving between looks a second apart.
-double minutesOf(const SunPath::Sun& sun,
-                 const std::function<double(const Direction&)>& condition) {
-    constexpr double second = 1.0 / 60.0;
-    double sum = 0.0;
-    double before = condition(sun(0.0));
-    for (double time = second; time <= 1440.0; time += second) {
-        const double now = condition(sun(time));
-        const double share = (before > 0.0) == (now > 0.0)
-                                 ? (now > 0.0 ? 1.0 : 0.0)
-                                 : std::max(before, now) / std::fabs(now - before);
-        sum += share * second;
-        before = now;
-    }
-    return sum;
 }
 
 // The real sun, whose declination drifts, with and without the air: chords against the ephemeris.
@@ -195,7 +82,7 @@ TEST(Sunlight, FollowsTheRealSun) {
         const double side = one.latitude > 0.0 ? -1.0 : 1.0;
         addWall(scene, side * 5.0, endless, 3.0);
         const SunPath path(sun, wholeDay, axes, 4.0 * degree);
-        const double wanted = minutesOf(sun, [&](const Direction& s) {
+        const double wanted = minutesAbove(sun, [&](const Direction& s) {
             const double clear = 5.0 * s[2] - 3.0 * side * s[1];
             return std::min(s[2] - std::sin(4.0 * degree), side * s[1] > 0.0 ? clear : 1.0);
         });
@@ -221,42 +108,6 @@ TEST(Sunlight, FindsTheShortestAppearances) {
     const double low = std::asin(sun(1440.0 + 0.5)[2]);
     const SunPath path(sun, {720.0, 2160.0}, {70.0, 0.0}, low);
     EXPECT_NEAR(1440.0 - sumOf(path.spans()), 1.0, 0.01);
-}
-
-/// Blocks of a city with balconies, blinds with slits of centimetres, and leaves of a tree.
-Scene madeCity(std::mt19937& random) {
-    std::uniform_real_distribution<double> unit(0.0, 1.0);
-    Scene scene;
-    const auto box = [&](Vector3d corner, Vector3d size) {
-        const auto [x, y, z] = corner;
-        const auto [a, b, c] = size;
-        addQuad(scene, {x, y, z + c}, {a, 0, 0}, {0, b, 0});
-        addQuad(scene, {x, y, z}, {a, 0, 0}, {0, 0, c});
-        addQuad(scene, {x, y + b, z}, {a, 0, 0}, {0, 0, c});
-        addQuad(scene, {x, y, z}, {0, b, 0}, {0, 0, c});
-        addQuad(scene, {x + a, y, z}, {0, b, 0}, {0, 0, c});
-    };
-    for (int i = 0; i < 16; ++i) {
-        const double x = 40.0 * (i % 4) + 8.0 * unit(random);
-        const double y = 40.0 * (i / 4) + 8.0 * unit(random);
-        const double height = 9.0 + 20.0 * unit(random);
-        box({x, y, 0}, {15, 12, height});
-        for (double floor = 3.0; floor < height; floor += 3.0) {
-            box({x + 2, y - 1.5, floor}, {4, 1.5, 0.2});
-        }
-        for (int slat = 0; slat < 20; ++slat) {
-            box({x + 8 + 0.12 * slat, y - 0.4, 0.5}, {0.09, 0.02, 2.0});
-        }
-    }
-    for (int leaf = 0; leaf < 400; ++leaf) {
-        const Vector3d at = {60 + 6 * unit(random), 28 + 6 * unit(random), 4 + 5 * unit(random)};
-        const auto near = [&] {
-            return Vector3d{at[0] + 0.4 * unit(random), at[1] + 0.4 * unit(random),
-                            at[2] + 0.4 * unit(random)};
-        };
-        addTriangle(scene, at, near(), near());
-    }
-    return scene;
 }
 
 // The slow twin: the ray caster's own rays, one for every second of the day.
