@@ -7,9 +7,13 @@
 #include "study/support/readable.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <map>
 #include <tuple>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nanoflann.hpp>
@@ -42,21 +46,62 @@ bool looksAlike(const Vector3& m, const Vector3& n, double cosine) {
     return isSurface == (dot(n, n) > 0.25) && (!isSurface || dot(m, n) >= cosine);
 }
 
+/// Whether sensors of two fields belong to one object and one material, by their names. Sensors
+/// without names belong together.
+class SameBody {
+public:
+    SameBody(const SensorField& a, const SensorField& b)
+        : m_a(numbered(a, m_numbers)), m_b(numbered(b, m_numbers)) {}
+
+    bool operator()(std::size_t a, std::size_t b) const { return at(m_a, a) == at(m_b, b); }
+
+private:
+    using Body = std::pair<std::uint32_t, std::uint32_t>;
+    using Numbers = std::map<std::string, std::uint32_t, std::less<>>;
+
+    static std::vector<Body> numbered(const SensorField& field, Numbers& numbers) {
+        std::vector<std::uint32_t> numberOf;
+        numberOf.reserve(field.names.size());
+        for (const std::string& name : field.names) {
+            const auto next = static_cast<std::uint32_t>(numbers.size());
+            numberOf.push_back(numbers.try_emplace(name, next).first->second);
+        }
+        const auto number = [&](std::uint32_t name) {
+            return name == CellOrigin::unnamed ? name : numberOf[name];
+        };
+        std::vector<Body> bodies;
+        bodies.reserve(field.origins.size());
+        for (const CellOrigin& origin : field.origins) {
+            bodies.emplace_back(number(origin.object), number(origin.material));
+        }
+        return bodies;
+    }
+    static Body at(const std::vector<Body>& bodies, std::size_t sensor) {
+        return bodies.empty() ? Body{CellOrigin::unnamed, CellOrigin::unnamed} : bodies[sensor];
+    }
+
+    Numbers m_numbers; ///< of the names of both
+    std::vector<Body> m_a;
+    std::vector<Body> m_b;
+};
+
 /// Keeps the nearest sensor that may be a partner. Of several equally near ones, as where one grid
-/// lies half a cell beside the other, it is the one that comes first by x, y and z.
+/// lies half a cell beside the other, it is one that is preferred, and of these the one that comes
+/// first by x, y and z.
 class NearestPartner {
 public:
     using DistanceType = double;
     using IndexType = std::uint32_t;
     static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
 
-    template <typename MayBe>
+    template <typename MayBe, typename IsPreferred>
     struct Search {
         using DistanceType = double;
         using IndexType = std::uint32_t;
 
         const SensorCloud& cloud;
-        MayBe mayBe;
+        const MayBe& mayBe;
+        const IsPreferred& isPreferred;
         double bound; ///< squared distance that is still of interest
         std::uint32_t index = none;
         double distance = 0.0; ///< squared
@@ -83,6 +128,9 @@ public:
             if (std::abs(squared - distance) > rounding * distance) {
                 return squared < distance;
             }
+            if (const bool prefers = isPreferred(i); prefers != isPreferred(index)) {
+                return prefers;
+            }
             const Vector3& p = cloud.field.positions[i];
             const Vector3& q = cloud.field.positions[index];
             return std::tie(p.x, p.y, p.z, i) < std::tie(q.x, q.y, q.z, index);
@@ -99,9 +147,11 @@ public:
         double distance = 0.0;
     };
     /// @param mayBe whether the sensor of this number may be the partner
-    template <typename MayBe>
-    [[nodiscard]] Found find(const Vector3& place, double reach, const MayBe& mayBe) const {
-        Search<MayBe> search{m_cloud, mayBe, reach * reach};
+    /// @param isPreferred whether it comes before others that are as near
+    template <typename MayBe, typename IsPreferred>
+    [[nodiscard]] Found find(const Vector3& place, double reach, const MayBe& mayBe,
+                             const IsPreferred& isPreferred) const {
+        Search<MayBe, IsPreferred> search{m_cloud, mayBe, isPreferred, reach * reach};
         const double query[3] = {place.x, place.y, place.z};
         m_tree.findNeighbors(search, query, nanoflann::SearchParams());
         return {search.index, std::sqrt(search.distance)};
@@ -155,35 +205,78 @@ double toleranceOf(const ResultFolder& a, const ResultFolder& b, const CompareOp
     return std::min(mostTolerance, 0.75 * std::max(typicalEdge(a.areas), typicalEdge(b.areas)));
 }
 
+constexpr double nearDirection = 0.98480775301221; // cosine of 10 degrees
+
+/// Pairs the sensors at the same places. Where several of one study lie at one place, as on walls
+/// that two bodies share, each gets a partner of its own as long as there are any: the one with its
+/// normal first, among these the one of its object and material, then by their order.
+/// @return by sensor of B
+std::vector<NearestPartner::Found> samePlaces(const ResultFolder& a, const ResultFolder& b,
+                                              const SameBody& sameBody,
+                                              const std::stop_token& stop) {
+    constexpr double oneDirection =
+        0.999999984769131; // cosine of 0.01 degrees: the digits of files
+    constexpr double sameDirection = 0.99984769515639; // of 1 degree
+    struct Round {
+        double direction;
+        bool ofOneBody;
+        bool shares; ///< a sensor that is a partner already, where there are more at its place in B
+    };
+    constexpr std::array<Round, 5> rounds = {{{oneDirection, true, false},
+                                              {oneDirection, false, false},
+                                              {sameDirection, true, false},
+                                              {sameDirection, false, false},
+                                              {sameDirection, false, true}}};
+    std::vector<NearestPartner::Found> partner(b.field.size());
+    std::vector<bool> isTaken(a.field.size(), false);
+    const NearestPartner all(a.field, isTaken);
+    for (const Round& round : rounds) {
+        for (std::size_t i = 0; i < b.field.size(); ++i) {
+            askStopAt(i, stop);
+            if (partner[i].index != NearestPartner::none) {
+                continue;
+            }
+            const auto isOfBody = [&](std::uint32_t other) { return sameBody(other, i); };
+            partner[i] = all.find(
+                b.field.positions[i], CompareOptions::samePlace,
+                [&](std::uint32_t other) {
+                    return (round.shares || !isTaken[other]) &&
+                           looksAlike(a.field.normals[other], b.field.normals[i],
+                                      round.direction) &&
+                           (!round.ofOneBody || isOfBody(other));
+                },
+                isOfBody);
+            if (partner[i].index != NearestPartner::none) {
+                isTaken[partner[i].index] = true;
+            }
+        }
+    }
+    return partner;
+}
+
 void findPairs(const ResultFolder& a, const ResultFolder& b, Comparison& comparison,
                const std::stop_token& stop) {
-    constexpr double sameDirection = 0.99984769515639; // cosine of 1 degree
-    constexpr double nearDirection = 0.98480775301221; // of 10 degrees
     constexpr std::uint32_t none = NearestPartner::none;
-    std::vector<NearestPartner::Found> partner(b.field.size());
+    const SameBody sameBody(a.field, b.field);
+    std::vector<NearestPartner::Found> partner = samePlaces(a, b, sameBody, stop);
     std::vector<bool> isTakenA(a.field.size(), false);
     std::vector<bool> isTakenB(b.field.size(), false);
-    const NearestPartner all(a.field, isTakenA);
-    for (std::size_t i = 0; i < b.field.size(); ++i) {
-        askStopAt(i, stop);
-        partner[i] =
-            all.find(b.field.positions[i], CompareOptions::samePlace, [&](std::uint32_t other) {
-                return looksAlike(a.field.normals[other], b.field.normals[i], sameDirection);
-            });
+    for (std::size_t i = 0; i < partner.size(); ++i) {
         if (partner[i].index != none) {
             isTakenA[partner[i].index] = isTakenB[i] = true;
             ++comparison.samePlaces;
         }
     }
     const NearestPartner restOfA(a.field, isTakenA);
-    const NearestPartner restOfB(b.field, isTakenB);
     for (std::size_t i = 0; i < b.field.size(); ++i) {
         askStopAt(i, stop);
         if (!isTakenB[i]) {
-            partner[i] =
-                restOfA.find(b.field.positions[i], comparison.tolerance, [&](std::uint32_t other) {
+            partner[i] = restOfA.find(
+                b.field.positions[i], comparison.tolerance,
+                [&](std::uint32_t other) {
                     return looksAlike(a.field.normals[other], b.field.normals[i], nearDirection);
-                });
+                },
+                [&](std::uint32_t other) { return sameBody(other, i); });
         }
         if (partner[i].index == none) {
             comparison.onlyB.push_back(static_cast<std::uint32_t>(i));
@@ -193,17 +286,23 @@ void findPairs(const ResultFolder& a, const ResultFolder& b, Comparison& compari
         comparison.pairs.push_back({partner[i].index, static_cast<std::uint32_t>(i),
                                     static_cast<float>(partner[i].distance)});
     }
-    // Where A's cells are the finer ones, not each is a partner, but each has its place in B.
+    // Where A's cells are the finer ones, or several lie at one place, not each is a partner, but
+    // each has its place in B.
+    const NearestPartner restOfB(b.field, isTakenB);
+    const NearestPartner allOfB(b.field, std::vector<bool>(b.field.size(), false));
     for (std::size_t i = 0; i < a.field.size(); ++i) {
         askStopAt(i, stop);
-        const auto hasPlaceInB = [&] {
-            const auto found =
-                restOfB.find(a.field.positions[i], comparison.tolerance, [&](std::uint32_t other) {
+        const auto isNear = [&](const NearestPartner& sensors, double reach) {
+            const auto found = sensors.find(
+                a.field.positions[i], reach,
+                [&](std::uint32_t other) {
                     return looksAlike(b.field.normals[other], a.field.normals[i], nearDirection);
-                });
+                },
+                [](std::uint32_t) { return false; });
             return found.index != none;
         };
-        if (!isTakenA[i] && !hasPlaceInB()) {
+        if (!isTakenA[i] && !isNear(restOfB, comparison.tolerance) &&
+            !isNear(allOfB, CompareOptions::samePlace)) {
             comparison.onlyA.push_back(static_cast<std::uint32_t>(i));
         }
     }
@@ -315,7 +414,20 @@ std::vector<std::string> commonValues(const ResultFolder& a, const ResultFolder&
     return options.values.empty() ? common : options.values;
 }
 
-void addColumns(const ResultColumn& a, const ResultColumn& b, Comparison& comparison) {
+/// By pair, whether neither of the studies leaves its sensor out of means.
+std::vector<bool> countingPairs(const ResultFolder& a, const ResultFolder& b,
+                                const Comparison& comparison) {
+    std::vector<bool> counts;
+    counts.reserve(comparison.pairs.size());
+    for (const SensorPair& pair : comparison.pairs) {
+        counts.push_back((a.included.empty() || a.included[pair.a] != 0) &&
+                         (b.included.empty() || b.included[pair.b] != 0));
+    }
+    return counts;
+}
+
+void addColumns(const ResultColumn& a, const ResultColumn& b, const std::vector<bool>& counts,
+                Comparison& comparison) {
     const auto column = [&](const char* suffix, const std::string& unit, const char* title) {
         ResultColumn one{b.name + suffix, unit, fmt::format("{}: {}", b.title, title), {}};
         one.values.reserve(comparison.pairs.size());
@@ -325,12 +437,13 @@ void addColumns(const ResultColumn& a, const ResultColumn& b, Comparison& compar
     ResultColumn ratio = column("_ratio", "%", "B in percent of A");
     ResultColumn ofA = column("_a", b.unit, "A");
     ResultColumn ofB = column("_b", b.unit, "B");
-    for (const SensorPair& pair : comparison.pairs) {
-        const float x = a.values[pair.a];
-        const float y = b.values[pair.b];
+    constexpr float nothing = std::numeric_limits<float>::quiet_NaN();
+    for (std::size_t i = 0; i < comparison.pairs.size(); ++i) {
+        const SensorPair& pair = comparison.pairs[i];
+        const float x = counts[i] ? a.values[pair.a] : nothing;
+        const float y = counts[i] ? b.values[pair.b] : nothing;
         difference.values.push_back(y - x);
-        ratio.values.push_back(x != 0.0F ? 100.0F * y / x
-                                         : std::numeric_limits<float>::quiet_NaN());
+        ratio.values.push_back(x != 0.0F ? 100.0F * y / x : nothing);
         ofA.values.push_back(x);
         ofB.values.push_back(y);
     }
@@ -395,9 +508,10 @@ Comparison compareResults(const ResultFolder& a, const ResultFolder& b,
         }
     }
     comparison.field = partOf(b.field, paired);
+    const std::vector<bool> counts = countingPairs(a, b, comparison);
     for (const std::string& value : comparison.values) {
         throwIfStopped(stop);
-        addColumns(*a.find(value), *b.find(value), comparison);
+        addColumns(*a.find(value), *b.find(value), counts, comparison);
     }
     return comparison;
 }

@@ -46,7 +46,8 @@ struct Comparison {
     std::vector<float> areas;         ///< of these cells [m2]; empty for sensors without
     std::vector<std::string> values;  ///< the quantities that were compared
     /// Of each quantity four: NAME_difference, B less A; NAME_ratio, B in percent of A, NaN where A
-    /// is 0; NAME_a and NAME_b.
+    /// is 0; NAME_a and NAME_b. All four are NaN where one of the studies leaves its sensor out of
+    /// means, so that those of A and B are of the same cells.
     std::vector<ResultColumn> columns;
     /// What makes the comparison doubtful, as sentences: other weather, other method, ...
     std::vector<std::string> doubts;
@@ -54,7 +55,10 @@ struct Comparison {
 
 /// Finds to each sensor of B the nearest one of A that looks the same way: within a degree where
 /// both are at the same place, else within ten degrees and the tolerance. A sensor of A at the same
-/// place as one of B is nobody else's partner. The order of the sensors has no influence.
+/// place as one of B is nobody else's partner. Where several of a study lie at one place, as on a
+/// wall that two bodies share, each has a partner of its own while there are any: first the one
+/// with its normal, then the one of its object and material. The order of the sensors decides only
+/// between those that agree in all of this.
 /// @throws DataError when the studies cannot be compared (another question, period or rule, other
 ///         units, other sensors) with the reason, UsageError for options that cannot be, Stopped
 INSOLATE_STUDY_EXPORT Comparison compareResults(const ResultFolder& a, const ResultFolder& b,

@@ -51,6 +51,24 @@ void reportComparison(const ResultFolder& a, const ResultFolder& b, const Compar
     };
     noteOnly("A", a, "only_a.csv", comparison.onlyA);
     noteOnly("B", b, "only_b.csv", comparison.onlyB);
+    // A change closes a cell in, as a building on a square does, or opens it.
+    const auto counts = [](const ResultFolder& results, std::uint32_t sensor) {
+        return results.included.empty() || results.included[sensor] != 0;
+    };
+    for (const bool inB : {false, true}) {
+        const auto closed = static_cast<std::size_t>(std::count_if(
+            comparison.pairs.begin(), comparison.pairs.end(), [&](const SensorPair& pair) {
+                return counts(a, pair.a) == inB && counts(b, pair.b) != inB;
+            }));
+        if (closed > 0) {
+            progress.note(fmt::format(
+                "{} {} enclosed in {} only and {} on neither side; --enclosed keep in both runs "
+                "takes {} in, with what {} there",
+                groupedDigits(closed), counted(closed, "sensor is", "sensors are"), inB ? "B" : "A",
+                counted(closed, "counts", "count"), counted(closed, "it", "them"),
+                counted(closed, "it gets", "they get")));
+        }
+    }
     const std::span columns(comparison.columns);
     const auto shown = [](ResultColumn column) {
         return column.unit == "Wh/m2" ? inKilowattHours(std::move(column)) : column;

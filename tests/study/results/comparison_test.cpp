@@ -85,6 +85,56 @@ TEST(Comparison, TakesTheSamePlacesInWhateverOrder) {
     EXPECT_EQ(compareResults(shuffled(a, 5), b).columns[0].values, difference);
 }
 
+/// Says of which of the names each sensor's cell is.
+void setObjects(ResultFolder& results, const std::vector<std::string>& objects) {
+    results.field.names = {"house", "annex"};
+    for (const std::string& object : objects) {
+        results.field.origins.push_back({0, object == "house" ? 0U : 1U, CellOrigin::unnamed});
+    }
+}
+
+TEST(Comparison, PairsCellsAtOnePlaceByNormalThenObjectThenOrder) {
+    // Two bodies share a wall, and one face is there twice: cells at one place that look the same
+    // way, and one that looks half a degree aside.
+    const Vector3 aside = {std::sin(0.0087), std::cos(0.0087), 0.0};
+    ResultFolder a = emptyResults();
+    ResultFolder b = emptyResults();
+    const auto add = [](ResultFolder& to, const Vector3& normal, float total) {
+        addSensor(to, {3, 3, 2}, normal, total, 4.0F);
+    };
+    add(a, {0, 1, 0}, 1.0F); // house
+    add(a, {0, 1, 0}, 2.0F); // annex
+    add(a, aside, 4.0F);     // house
+    add(a, {0, 1, 0}, 8.0F); // annex
+    setObjects(a, {"house", "annex", "house", "annex"});
+    add(b, aside, 4.0F);     // annex: the normal decides before the object
+    add(b, {0, 1, 0}, 2.0F); // annex: the first of two
+    add(b, {0, 1, 0}, 1.0F); // house
+    add(b, {0, 1, 0}, 8.0F); // annex
+    setObjects(b, {"annex", "annex", "house", "annex"});
+    const Comparison same = compareResults(a, b);
+    EXPECT_THAT(same.columns[0].values, ElementsAre(0, 0, 0, 0));
+    EXPECT_EQ(same.samePlaces, 4U);
+    EXPECT_THAT(same.onlyA, IsEmpty());
+
+    // Where one side has fewer, the others still have their place there.
+    ResultFolder single = emptyResults();
+    add(single, {0, 1, 0}, 1.0F);
+    setObjects(single, {"house"});
+    EXPECT_THAT(compareResults(single, a).columns[0].values, ElementsAre(0, 1, 3, 7));
+    const Comparison fewer = compareResults(a, single);
+    EXPECT_THAT(fewer.columns[0].values, ElementsAre(0));
+    EXPECT_THAT(fewer.onlyA, IsEmpty());
+
+    // Within the tolerance the nearest decides, and the object between equally near ones.
+    ResultFolder beside = emptyResults();
+    addSensor(beside, {2, 3, 2}, {0, 1, 0}, 10.0F, 4.0F);
+    addSensor(beside, {4, 3, 2}, {0, 1, 0}, 20.0F, 4.0F);
+    setObjects(beside, {"annex", "house"});
+    EXPECT_THAT(compareResults(beside, single).columns[3].values, ElementsAre(1));
+    EXPECT_THAT(compareResults(beside, single).columns[2].values, ElementsAre(20));
+}
+
 TEST(Comparison, FindsTheCellInWhichACentreLiesWhereGridsDiffer) {
     const ResultFolder coarse = levelGrid(2.0, 6); // 12 by 12 m
     const ResultFolder fine = levelGrid(1.0, 13);  // 13 by 13 m
@@ -127,6 +177,22 @@ TEST(Comparison, GivesNoPartnerThatIsAtThePlaceOfAnother) {
     EXPECT_THAT(comparison.pairs, SizeIs(8));
     EXPECT_THAT(comparison.onlyA, ElementsAre(0));
     EXPECT_THAT(comparison.onlyB, ElementsAre(0, 9));
+}
+
+TEST(Comparison, LeavesOutOnBothSidesWhatOneOfThemLeavesOut) {
+    // B closes the second sensor in, A the third, as buildings on a square do.
+    ResultFolder a = levelGrid(1.0, 2);
+    ResultFolder b = levelGrid(1.0, 2);
+    b.included = {1, 0, 1, 1};
+    a.included = {1, 1, 0, 1};
+    const Comparison comparison = compareResults(a, b);
+    for (const ResultColumn& column : comparison.columns) {
+        std::vector<int> isThere;
+        for (const float value : column.values) {
+            isThere.push_back(std::isfinite(value) ? 1 : 0);
+        }
+        EXPECT_THAT(isThere, ElementsAre(1, 0, 0, 1)) << column.name;
+    }
 }
 
 TEST(Comparison, SubtractsAAndDividesByIt) {
