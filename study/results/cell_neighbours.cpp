@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <set>
+#include <unordered_map>
 
 namespace insolate::study {
 
@@ -36,10 +39,99 @@ bool overlap(const Edge& a, const Edge& b) {
     return std::min(high, size) - std::max(low, 0.0) > samePlace;
 }
 
-/// An edge in one of the boxes of a regular grid that it may pass.
-struct Entry {
-    std::array<std::int64_t, 3> box;
-    std::uint32_t edge;
+/// A box of a grid whose boxes are twice as large as those of the level below.
+struct Box {
+    int level = 0;
+    std::array<std::int64_t, 3> place{};
+
+    bool operator==(const Box&) const = default;
+};
+
+struct BoxHash {
+    std::size_t operator()(const Box& box) const {
+        auto hash = static_cast<std::uint64_t>(box.level);
+        for (const std::int64_t place : box.place) {
+            hash = (hash ^ static_cast<std::uint64_t>(place)) * 0x9E3779B97F4A7C15ULL;
+            hash ^= hash >> 32U;
+        }
+        return static_cast<std::size_t>(hash);
+    }
+};
+
+double sizeOfBoxes(int level) {
+    return std::ldexp(1.0, level); // metres
+}
+
+/// Calls back with the boxes of a level that an edge may pass: eight at most on its own level.
+template <typename Visit>
+void forEachBox(const Edge& edge, int level, const Visit& visit) {
+    std::array<std::array<std::int64_t, 2>, 3> range{};
+    constexpr std::array members = {&Vector3::x, &Vector3::y, &Vector3::z};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        const auto [low, high] = std::minmax(edge.from.*members[axis], edge.to.*members[axis]);
+        const auto boxAt = [&](double place) {
+            return static_cast<std::int64_t>(std::floor(place / sizeOfBoxes(level)));
+        };
+        range[axis] = {boxAt(low - samePlace), boxAt(high + samePlace)};
+    }
+    for (std::int64_t x = range[0][0]; x <= range[0][1]; ++x) {
+        for (std::int64_t y = range[1][0]; y <= range[1][1]; ++y) {
+            for (std::int64_t z = range[2][0]; z <= range[2][1]; ++z) {
+                visit(Box{level, {x, y, z}});
+            }
+        }
+    }
+}
+
+/// Finds the edges that one may overlap. Each edge lies in boxes of about its own size, so that
+/// edges of millimetres and of metres, which detailed models have side by side, neither fill
+/// thousands of boxes nor gather by thousands in one.
+class EdgeBoxes {
+public:
+    EdgeBoxes(const std::vector<Edge>& edges, const std::stop_token& stop) : m_edges(edges) {
+        m_levels.reserve(edges.size());
+        for (std::size_t e = 0; e < edges.size(); ++e) {
+            askStop(e, stop);
+            const double size = length(edges[e].to - edges[e].from) + 2.0 * samePlace;
+            const int level = std::ilogb(size) + 1;
+            m_levels.push_back(level);
+            m_used.insert(level);
+            forEachBox(edges[e], level, [&](const Box& box) {
+                m_boxes[box].push_back(static_cast<std::uint32_t>(e));
+            });
+        }
+    }
+
+    /// Calls back with the edges of the edge's own size that come after it, and with larger ones;
+    /// some of them more than once.
+    template <typename Visit>
+    void forEachNear(std::size_t edge, const Visit& visit) const {
+        for (auto level = m_used.lower_bound(m_levels[edge]); level != m_used.end(); ++level) {
+            forEachBox(m_edges[edge], *level, [&](const Box& box) {
+                const auto found = m_boxes.find(box);
+                if (found == m_boxes.end()) {
+                    return;
+                }
+                const auto& inBox = found->second;
+                const auto first = *level == m_levels[edge]
+                                       ? std::upper_bound(inBox.begin(), inBox.end(), edge)
+                                       : inBox.begin();
+                std::for_each(first, inBox.end(), visit);
+            });
+        }
+    }
+
+    static void askStop(std::size_t count, const std::stop_token& stop) {
+        if (count % 4096 == 0) {
+            throwIfStopped(stop);
+        }
+    }
+
+private:
+    const std::vector<Edge>& m_edges;
+    std::vector<int> m_levels; ///< by edge
+    std::set<int> m_used;
+    std::unordered_map<Box, std::vector<std::uint32_t>, BoxHash> m_boxes;
 };
 
 } // namespace
@@ -52,59 +144,28 @@ neighbouringCells(const SensorField& field, const std::stop_token& stop) {
     }
     std::vector<Edge> edges;
     edges.reserve(field.corners.size());
-    double sum = 0.0;
     for (std::size_t cell = 0; cell < field.size(); ++cell) {
         const std::size_t first = field.cellStart[cell];
         const std::size_t count = field.cellStart[cell + 1] - first;
         for (std::size_t i = 0; i < count; ++i) {
             edges.push_back({field.corners[first + i], field.corners[first + (i + 1) % count],
                              static_cast<std::uint32_t>(cell)});
-            sum += length(edges.back().to - edges.back().from);
         }
     }
-    // Boxes about as large as the edges: each edge passes few of them, and each has few edges.
-    const double box = std::max(2.0 * sum / static_cast<double>(edges.size()), 10.0 * samePlace);
-    const auto boxOf = [&](double coordinate) {
-        return static_cast<std::int64_t>(std::floor(coordinate / box));
-    };
-    std::vector<Entry> entries;
+    const EdgeBoxes boxes(edges, stop);
+    std::size_t compared = 0;
     for (std::size_t e = 0; e < edges.size(); ++e) {
+        EdgeBoxes::askStop(e, stop);
         const Edge& edge = edges[e];
-        std::array<std::array<std::int64_t, 2>, 3> range{};
-        constexpr std::array members = {&Vector3::x, &Vector3::y, &Vector3::z};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const auto [low, high] = std::minmax(edge.from.*members[axis], edge.to.*members[axis]);
-            range[axis] = {boxOf(low - samePlace), boxOf(high + samePlace)};
-        }
-        for (std::int64_t x = range[0][0]; x <= range[0][1]; ++x) {
-            for (std::int64_t y = range[1][0]; y <= range[1][1]; ++y) {
-                for (std::int64_t z = range[2][0]; z <= range[2][1]; ++z) {
-                    entries.push_back({{x, y, z}, static_cast<std::uint32_t>(e)});
-                }
+        boxes.forEachNear(e, [&](std::uint32_t number) {
+            EdgeBoxes::askStop(++compared, stop);
+            const Edge& other = edges[number];
+            if (edge.cell != other.cell &&
+                dot(field.normals[edge.cell], field.normals[other.cell]) > neighbouringDirection &&
+                (e < number ? overlap(edge, other) : overlap(other, edge))) {
+                pairs.emplace_back(std::minmax(edge.cell, other.cell));
             }
-        }
-    }
-    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
-        return a.box != b.box ? a.box < b.box : a.edge < b.edge;
-    });
-    for (std::size_t first = 0; first < entries.size();) {
-        throwIfStopped(stop);
-        std::size_t end = first;
-        while (end < entries.size() && entries[end].box == entries[first].box) {
-            ++end;
-        }
-        for (std::size_t i = first; i < end; ++i) {
-            for (std::size_t j = i + 1; j < end; ++j) {
-                const Edge& a = edges[entries[i].edge];
-                const Edge& b = edges[entries[j].edge];
-                if (a.cell != b.cell &&
-                    dot(field.normals[a.cell], field.normals[b.cell]) > neighbouringDirection &&
-                    overlap(a, b)) {
-                    pairs.emplace_back(std::minmax(a.cell, b.cell));
-                }
-            }
-        }
-        first = end;
+        });
     }
     std::sort(pairs.begin(), pairs.end());
     pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());

@@ -4,12 +4,15 @@
 #include "study/output/group_table.h"
 #include "study/results/cell_neighbours.h"
 #include "study/results/label_column.h"
+#include "study/support/errors.h"
 #include "study/support/iso_time.h"
 #include "tests/study/output/output_support.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <random>
+#include <stop_token>
 #include <tuple>
 
 namespace insolate::study {
@@ -163,6 +166,20 @@ TEST(SensorGroups, BestAreaHangsTogetherAndThresholdsCountArea) {
     EXPECT_THAT(neighbours, testing::ElementsAre(Pair{0, 1}, Pair{0, 4}, Pair{1, 2}, Pair{1, 4},
                                                  Pair{1, 5}, Pair{2, 3}, Pair{2, 5}, Pair{2, 6},
                                                  Pair{3, 6}, Pair{4, 5}, Pair{5, 6}));
+    // The same pairs beside cells a thousand times smaller, each 40 of them on the edge of cell 0.
+    SensorField uneven = field;
+    for (int i = 0; i < 40; ++i) {
+        const double x = 0.025 * i;
+        addCell(uneven, {x, -0.025, 0}, {x + 0.025, -0.025, 0}, {x + 0.025, 0, 0}, {x, 0, 0},
+                {0, 0, 1});
+    }
+    const auto more = neighbouringCells(uneven);
+    EXPECT_EQ(more.size(), neighbours.size() + 40 + 39);
+    EXPECT_EQ(std::count_if(more.begin(), more.end(), [](const Pair& p) { return p.first == 0; }),
+              42);
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_THROW(neighbouringCells(uneven, stop.get_token()), Stopped);
     const std::vector<float> areas(8, 1.0F);
     for (const auto& [wanted, cells, sum, lowest] : {std::tuple{1.0, 1U, 2.0, 2.0},
                                                      {2.0, 2U, 1.6, 0.7},
