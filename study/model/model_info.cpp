@@ -1,5 +1,6 @@
 #include "study/model/model_info.h"
 
+#include "study/model/likely_unit.h"
 #include "study/model/mesh_edges.h"
 #include "study/model/selection.h"
 #include "study/model/winding.h"
@@ -52,41 +53,6 @@ private:
     const Mesh& m_mesh;
     std::vector<PartInfo> m_parts; ///< by name; the last has none
 };
-
-const char* nameOf(LengthUnit unit) {
-    switch (unit) {
-    case LengthUnit::millimetre:
-        return "mm";
-    case LengthUnit::centimetre:
-        return "cm";
-    case LengthUnit::metre:
-        return "m";
-    case LengthUnit::foot:
-        return "ft";
-    case LengthUnit::inch:
-        return "in";
-    }
-    return "m";
-}
-
-/// Whether these are lengths of buildings, cities or terrain [m].
-bool isPlausible(const Vector3& extent, double medianEdge) {
-    const double longest = std::max({extent.x, extent.y, extent.z});
-    const bool isFlat = extent.z < 0.01 * longest;
-    return longest >= 2.0 && longest <= 2.0e5 && extent.z <= 1.0e4 && (isFlat || extent.z >= 1.5) &&
-           medianEdge >= 0.1 && medianEdge <= 100.0;
-}
-
-std::optional<LengthUnit> guessUnit(LengthUnit asRead, const Vector3& extent, double medianEdge) {
-    for (const LengthUnit unit : {asRead, LengthUnit::metre, LengthUnit::millimetre,
-                                  LengthUnit::centimetre, LengthUnit::foot, LengthUnit::inch}) {
-        const double factor = metresIn(unit) / metresIn(asRead);
-        if (isPlausible(extent * factor, medianEdge * factor)) {
-            return unit;
-        }
-    }
-    return std::nullopt;
-}
 
 /// Finds faces with the same corners, wherever they begin and however they wind.
 void countDoubles(const Mesh& mesh, std::span<const std::uint32_t> welded,
@@ -172,7 +138,6 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     PartCounter materials(mesh);
     std::vector<Vector3> areas;
     areas.reserve(info.faces);
-    std::vector<float> edges;
     std::vector<Vector3> polygon;
     for (const Mesh::Face& face : mesh.faces) {
         mesh.polygonOf(face, polygon);
@@ -184,13 +149,11 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
         objects.add(face.object, area);
         groups.add(face.group, area);
         materials.add(face.material, area);
-        for (std::size_t i = 0; i < polygon.size(); ++i) {
-            const Vector3& p = polygon[i];
+        for (const Vector3& p : polygon) {
             info.low = {std::min(info.low.x, p.x), std::min(info.low.y, p.y),
                         std::min(info.low.z, p.z)};
             info.high = {std::max(info.high.x, p.x), std::max(info.high.y, p.y),
                          std::max(info.high.z, p.z)};
-            edges.push_back(static_cast<float>(length(polygon[(i + 1) % polygon.size()] - p)));
         }
         for (const std::uint32_t corner : mesh.cornersOf(face)) {
             info.vertices += isUsed[welded[corner]] == 0 ? 1U : 0U;
@@ -204,9 +167,9 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     info.objects = objects.sorted();
     info.groups = groups.sorted();
     info.materials = materials.sorted();
-    const auto middle = edges.begin() + static_cast<std::ptrdiff_t>(edges.size() / 2);
-    std::nth_element(edges.begin(), middle, edges.end());
-    info.likelyUnit = guessUnit(unit, info.high - info.low, *middle);
+    Scene triangles;
+    appendTriangles(mesh, triangles);
+    info.likelyUnit = likelyUnit(unit, lengthsOf(triangles));
 
     const Bodies bodies = findBodies(mesh);
     info.outward = bodies.count(Winding::outward);
@@ -234,12 +197,13 @@ std::string modelInfoText(const ModelInfo& info, double north) {
                         lengthText(info.high.x), lengthText(info.high.y), lengthText(info.high.z));
     if (!info.likelyUnit) {
         text += fmt::format("units: read as {}; the lengths fit no building in any unit\n",
-                            nameOf(info.unit));
+                            unitName(info.unit));
     } else if (*info.likelyUnit != info.unit) {
         text += fmt::format("units: read as {}, but the lengths look like {}: try --units {}\n",
-                            nameOf(info.unit), nameOf(*info.likelyUnit), nameOf(*info.likelyUnit));
+                            unitName(info.unit), unitName(*info.likelyUnit),
+                            unitName(*info.likelyUnit));
     } else {
-        text += fmt::format("units: {}, which fits the lengths\n", nameOf(info.unit));
+        text += fmt::format("units: {}, which fits the lengths\n", unitName(info.unit));
     }
 
     const std::size_t closed = info.outward + info.inward + info.mixed;
@@ -327,8 +291,8 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
         {"area_m2", info.area},
         {"extent_m", {{"low", point(info.low)}, {"high", point(info.high)}}},
         {"units",
-         {{"read_as", nameOf(info.unit)},
-          {"likely", info.likelyUnit ? JsonText(nameOf(*info.likelyUnit)) : JsonText()}}},
+         {{"read_as", unitName(info.unit)},
+          {"likely", info.likelyUnit ? JsonText(unitName(*info.likelyUnit)) : JsonText()}}},
         {"bodies",
          {{"outward", info.outward},
           {"inward", info.inward},

@@ -11,6 +11,7 @@
 #include "study/support/kept_warnings.h"
 #include "study/support/readable.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>

@@ -10,6 +10,47 @@
 
 namespace insolate::study {
 
+namespace {
+
+/// Hours from UTC by the built-in map of time zones.
+double zoneOfMap(double latitude, double longitude) {
+    return ESolarPosition::Global.determineTimeZone(latitude * radiansPerDegree,
+                                                    longitude * radiansPerDegree);
+}
+
+/// What is odd about coordinates and a time zone that a person typed; empty when nothing is.
+///
+/// Clocks differ from the map by an hour where they keep summer time or a law has changed since.
+/// Universal time may be kept everywhere.
+std::string oddSiteText(double latitude, double longitude, double zone) {
+    const auto offMap = [&](double north, double east) {
+        return std::abs(std::remainder(zone - zoneOfMap(north, east), 24.0));
+    };
+    constexpr double summerTime = 1.0;
+    constexpr double sameZone = 0.5;
+    if (std::abs(latitude) > 89.0 || offMap(latitude, longitude) <= summerTime) {
+        return {};
+    }
+    const std::string odd = fmt::format("--tz {:g} does not go with --lat {:g} --lon {:g}, where "
+                                        "clocks keep about UTC{:+g}",
+                                        zone, latitude, longitude, zoneOfMap(latitude, longitude));
+    if (std::abs(longitude) <= 90.0 && offMap(longitude, latitude) <= sameZone) {
+        return fmt::format("{}: latitude and longitude look swapped; give --lat {:g} --lon {:g} if "
+                           "that is the place",
+                           odd, longitude, latitude);
+    }
+    if (zone == 0.0) {
+        return {};
+    }
+    if (offMap(latitude, -longitude) <= sameZone) {
+        return fmt::format("{}: longitudes are east positive; give --lon {:g} if that is the place",
+                           odd, -longitude);
+    }
+    return odd + "; check all three";
+}
+
+} // namespace
+
 NamedSite namedSite(const SiteOptions& options) {
     double latitude = 0.0;
     double longitude = 0.0;
@@ -41,12 +82,13 @@ NamedSite namedSite(const SiteOptions& options) {
         throw UsageError(fmt::format("--tz {}: time zones run from -12 to 14 hours", *zone));
     }
     if (!zone) {
-        zone = ESolarPosition::Global.determineTimeZone(latitude * radiansPerDegree,
-                                                        longitude * radiansPerDegree);
+        zone = zoneOfMap(latitude, longitude);
         note =
             fmt::format("UTC{:+} is from the built-in map of about 2007, which has no quarters of "
                         "an hour and no daylight saving; set the zone with --tz",
                         *zone);
+    } else if (!options.weather) {
+        note = oddSiteText(latitude, longitude, *zone);
     }
     const Site site{latitude, longitude, *zone, 0.0};
     return {name + siteText(site), site, note};

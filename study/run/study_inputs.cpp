@@ -2,6 +2,7 @@
 
 #include "study/model/coplanar.h"
 #include "study/model/ground_plane.h"
+#include "study/model/likely_unit.h"
 #include "study/model/mesh.h"
 #include "study/model/selection.h"
 #include "study/model/sensor_csv.h"
@@ -182,6 +183,20 @@ SensorField cutSensors(Mesh whole, double triangles, double offset, const ModelO
     return std::move(cut.field);
 }
 
+/// A model of a house in millimetres that is read as metres gives results, but those of a mountain.
+void warnOfUnit(const Scene& scene, const ModelOptions& options, Progress& progress) {
+    const LengthUnit unit = options.import.unit;
+    const ModelLengths lengths = lengthsOf(scene);
+    const auto likely = likelyUnit(unit, lengths);
+    if (likely && *likely != unit) {
+        progress.warn(fmt::format(
+            "the scene measures {} with its lengths read as {}, but they look "
+            "like {}: give --units {} if that is right; 'insolate model info' "
+            "shows the model",
+            extentText(lengths.extent), unitName(unit), unitName(*likely), unitName(*likely)));
+    }
+}
+
 void noteUndersides(const SensorField& field, Progress& progress) {
     const auto down = static_cast<std::size_t>(
         std::count_if(field.normals.begin(), field.normals.end(),
@@ -310,6 +325,7 @@ StudyInputs readInputs(const ModelOptions& options, Progress& progress,
     progress.note(fmt::format("scene: {} {}, {}", groupedDigits(inputs.scene.triangleCount()),
                               counted(inputs.scene.triangleCount(), "triangle", "triangles"),
                               extentText(extentOf(inputs.scene.vertices))));
+    warnOfUnit(inputs.scene, options, progress);
     addSensors(inputs, std::move(sensorMesh), options, progress, stop);
     return inputs;
 }

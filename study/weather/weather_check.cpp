@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string_view>
+#include <utility>
 
 #include <fmt/format.h>
 #include <insolate/insolate.h>
@@ -16,6 +17,11 @@ namespace insolate::study {
 namespace {
 
 constexpr std::size_t dayLength = 24; ///< [h]
+/// Of a clock from the sun's own time [h]; no country's is further away.
+constexpr double mostClockOffset = 3.5;
+/// Of light from the sun's noon that is worth a note [h]: more than sound files leave, see
+/// latenessOfLight().
+constexpr double leastLateness = 0.75;
 
 /// The middle of a day's light [h]: opposite that of its longest night, around midnight. None
 /// without both, or where the light's ends are missing.
@@ -42,6 +48,18 @@ std::optional<double> middleOfLight(std::span<const float> day) {
     return static_cast<double>(begin) + 0.5 * static_cast<double>(night) + 12.0;
 }
 
+/// Whether the light of the days fits the clock once latitude and longitude change places.
+bool looksSwapped(const WeatherSite& site, const HourlyRadiation& hours) {
+    if (std::abs(site.longitude) > 90.0) {
+        return false;
+    }
+    WeatherSite swapped = site;
+    std::swap(swapped.latitude, swapped.longitude);
+    const auto late = latenessOfLight(swapped, hours);
+    return late && std::abs(*late) <= leastLateness &&
+           std::abs(swapped.timeZone - swapped.longitude / 15.0) <= mostClockOffset;
+}
+
 /// What is odd about the site's clock; empty when nothing is.
 std::string oddClockText(const WeatherReport& report, const HourlyRadiation& hours,
                          const std::filesystem::path& file) {
@@ -54,26 +72,31 @@ std::string oddClockText(const WeatherReport& report, const HourlyRadiation& hou
     // Universal time is no country's clock, but many files keep it everywhere. Across the date line
     // a clock may be a day ahead of the sun.
     const bool isUtc = site.timeZone == 0.0 && report.format->store == StoreReader::none;
-    if (isUtc || std::abs(difference - 24.0 * std::round(difference / 24.0)) <= 3.5) {
-        // More than sound files leave, see latenessOfLight().
-        constexpr double leastReported = 0.75;
+    const auto swappedText = [&] {
+        return looksSwapped(site, hours)
+                   ? fmt::format("latitude {:.2f} and longitude {:.2f} look swapped; ",
+                                 site.latitude, site.longitude)
+                   : std::string();
+    };
+    if (isUtc || std::abs(difference - 24.0 * std::round(difference / 24.0)) <= mostClockOffset) {
         const double late = latenessOfLight(site, hours).value_or(0.0);
-        if (std::abs(late) <= leastReported) {
+        if (std::abs(late) <= leastLateness) {
             return {};
         }
         double fitting = std::round(2.0 * (site.timeZone + late)) / 2.0 + 0.0; // no -0
         fitting += fitting < -12.0 ? 24.0 : fitting > 14.0 ? -24.0 : 0.0;
         return fmt::format("{}: the days' light lies {:.1f} h {} the sun's noon at {:.2f} {} by "
-                           "the time zone UTC{:+}: the hours would fit about UTC{:+}; {}",
+                           "the time zone UTC{:+}: the hours would fit about UTC{:+}; {}{}",
                            place(file), std::abs(late), late < 0.0 ? "before" : "after",
                            std::abs(site.longitude), site.longitude < 0.0 ? "W" : "E",
-                           site.timeZone, fitting, report.format->siteFix);
+                           site.timeZone, fitting, swappedText(), report.format->siteFix);
     }
     return fmt::format("{}: the time zone UTC{:+} does not go with longitude {:.2f} {}, where the "
                        "sun keeps UTC{:+.1f}: the sun would stand elsewhere than in the file's "
-                       "hours; {}",
+                       "hours; {}{}",
                        place(file), site.timeZone, std::abs(site.longitude),
-                       site.longitude < 0.0 ? "W" : "E", solarZone, report.format->siteFix);
+                       site.longitude < 0.0 ? "W" : "E", solarZone, swappedText(),
+                       report.format->siteFix);
 }
 
 void noteStrayDirect(WeatherReport& report, const HourlyRadiation& hours,

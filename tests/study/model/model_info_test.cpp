@@ -1,3 +1,4 @@
+#include "study/model/likely_unit.h"
 #include "study/model/model_info.h"
 #include "tests/study/support/test_mesh.h"
 
@@ -88,6 +89,14 @@ TEST(ModelInfo, GuessesTheUnit) {
           {1e-5, LengthUnit::metre, "fit no building"}}) {
         Mesh mesh = test::meshOf(test::boxFaces({0, 0, 0}, {edge * 3, edge * 2, edge}));
         EXPECT_THAT(modelInfoText(modelInfo(mesh, "a", read), 0.0), HasSubstr(expected)) << edge;
+    }
+    // Terrain may have faces of any size, and so may a plain block that is no tower.
+    for (const auto& [lengths, unit] :
+         {std::pair{ModelLengths{{9.0e4, 9.0e4, 2500.0}, 250.0, false}, LengthUnit::metre},
+          {ModelLengths{{150.0, 150.0, 20.0}, 150.0, true}, LengthUnit::metre},
+          {ModelLengths{{60.0, 60.0, 400.0}, 60.0, true}, LengthUnit::metre},
+          {ModelLengths{{5.0e5, 5.0e5, 2.0e4}, 9000.0, true}, LengthUnit::millimetre}}) {
+        EXPECT_EQ(likelyUnit(LengthUnit::metre, lengths), unit) << lengths.extent.x;
     }
     EXPECT_THAT(modelInfoText(modelInfo(Mesh(), "a", LengthUnit::metre), 0.0),
                 Not(HasSubstr("nan")));

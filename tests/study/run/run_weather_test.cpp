@@ -1,11 +1,14 @@
 #include "study/run/run_sun.h"
 #include "study/run/run_weather.h"
+#include "study/run/site_options.h"
 #include "study/support/errors.h"
 #include "study/weather/weather_year.h"
 #include "tests/study/support/study_fixture.h"
 
-#include <gmock/gmock.h>
 #include <stop_token>
+#include <tuple>
+
+#include <gmock/gmock.h>
 
 namespace insolate::study {
 namespace {
@@ -13,6 +16,7 @@ namespace {
 using test::Heard;
 using test::StudyFolder;
 using testing::HasSubstr;
+using testing::Not;
 
 /// The clear year as a text .wea; rows stand at the middle of the hours.
 std::string textWea() {
@@ -119,6 +123,44 @@ TEST(WeatherInfo, SaysHowAFileIsUnderstoodOnce) {
     EXPECT_THAT(odd, HasSubstr("sun's noon"));
 }
 
+TEST(SunTable, WarnsOfPlacesThatDoNotGoWithTheirZone) {
+    const struct {
+        double latitude, longitude, zone;
+        const char* message;
+    } cases[] = {
+        {8.5, 49.5, 1.0, "look swapped; give --lat 49.5 --lon 8.5 if that is the place"},
+        {40.7, 74.0, -5.0, "longitudes are east positive; give --lon -74 if that is the place"},
+        {40.7, -74.0, 5.0,
+         "--tz 5 does not go with --lat 40.7 --lon -74, where clocks keep about "
+         "UTC-5; check all three"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_THAT(namedSite({{}, c.latitude, c.longitude, c.zone}).note, HasSubstr(c.message));
+    }
+    // Summer time, universal time, and countries whose clock is far from the sun.
+    for (const auto& [latitude, longitude, zone] : {std::tuple{49.5, 8.5, 2.0},
+                                                    {40.7, -74.0, -4.0},
+                                                    {40.7, -74.0, 0.0},
+                                                    {43.8, 87.6, 8.0},
+                                                    {27.7, 85.3, 5.75},
+                                                    {-77.8, 166.7, 12.0},
+                                                    {90.0, 0.0, 5.0}}) {
+        EXPECT_EQ(namedSite({{}, latitude, longitude, zone}).note, "") << longitude;
+    }
+}
+
+TEST(WeatherCheck, KnowsSwappedCoordinatesByTheLight) {
+    const StudyFolder folder;
+    const std::string site = "40.0,0.0,0.0,100.0"; // latitude, longitude, zone
+    for (const auto& [other, isSwapped] :
+         {std::pair{"40.0,15.0,1.0,100.0", false}, {"15.0,40.0,1.0,100.0", true}}) {
+        const auto file = folder.write("a.epw", test::withLine(test::clearYear(), 1, site, other));
+        EXPECT_THAT(inspectWeatherFile(file).oddClock,
+                    isSwapped ? HasSubstr("latitude 15.00 and longitude 40.00 look swapped; check")
+                              : testing::Eq(std::string()));
+    }
+}
+
 TEST(SunTable, RefusesZonesThatNoClockKeepsAndTakesHalfHours) {
     SunOptions options;
     options.latitude = 19.1;
@@ -135,6 +177,7 @@ TEST(SunTable, RefusesZonesThatNoClockKeepsAndTakesHalfHours) {
     }
     options.timeZone = 5.5;
     EXPECT_THAT(sunTable(options), HasSubstr("UTC+5.5"));
+    EXPECT_THAT(sunTable(options), Not(HasSubstr("--tz")));
     options.timeZone.reset();
     EXPECT_THAT(sunTable(options), HasSubstr("UTC+5.5 is from the built-in map"));
 }

@@ -55,6 +55,31 @@ TEST(StudyInputs, TakeTheLevelOfDetail) {
                 HasSubstr("--lod: 'high' is no level of detail"));
 }
 
+TEST(StudyInputs, WarnOfLengthsInAnotherUnit) {
+    const StudyFolder folder;
+    const auto warningsOf = [&](const std::string& model, const std::string& unit) {
+        ModelOptions options;
+        OptionTable table;
+        addModelOptions(table, options);
+        OptionTable::give(*table.find("units"), std::span(&unit, 1));
+        options.scenes = {folder.write("a.obj", model)};
+        options.force = true;
+        options.grid = 1.0e6;
+        test::Heard heard;
+        readInputs(options, heard, {});
+        return heard.warnings;
+    };
+    EXPECT_THAT(warningsOf(test::courtModel(), "m"), testing::IsEmpty());
+    EXPECT_THAT(warningsOf(test::courtModel(), "mm"),
+                testing::ElementsAre(HasSubstr("the scene measures 0.01 x 0.01 x 0.01 m with its "
+                                               "lengths read as mm, but they look like m: give "
+                                               "--units m if that is right")));
+    const std::string house = "v 0 0 0\nv 9000 0 0\nv 9000 0 7000\nv 0 0 7000\nv 0 8000 0\n"
+                              "f 1 2 3 4\nf 1 2 5\n";
+    EXPECT_THAT(warningsOf(house, "m"), testing::ElementsAre(HasSubstr("look like mm")));
+    EXPECT_THAT(warningsOf(house, "mm"), testing::IsEmpty());
+}
+
 TEST(StudyInputs, CutTrianglesInOnePlaneAsThePolygonThatTheyMake) {
     const StudyFolder folder;
     const std::string corners = "v 0 0 0\nv 9 0 0\nv 9 6 0\nv 0 6 0\nv 0 0 3\nv 9 0 3\n";
