@@ -3,6 +3,7 @@
 #include "study/output/text.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
+#include "study/support/readable.h"
 
 #include <algorithm>
 #include <array>
@@ -11,6 +12,8 @@
 #include <set>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 namespace insolate::study {
 
@@ -112,30 +115,51 @@ void writeCounting(OutputFile& out, std::size_t count, const std::stop_token& st
     }
 }
 
-/// Headings of the given columns, none of them one that stands before it.
-std::vector<std::string> givenHeadings(const SensorField& field,
-                                       std::span<const ResultColumn> columns,
-                                       std::span<const LabelColumn> labels) {
-    std::set<std::string, std::less<>> taken = {"x [m]", "y [m]", "z [m]", "nx", "ny", "nz"};
-    for (const ResultColumn& column : columns) {
-        taken.insert(csvHeading(column));
-    }
-    for (const LabelColumn& label : labels) {
-        taken.insert(csvField(label.name));
-    }
-    std::vector<std::string> headings;
-    for (const GivenColumn& column : field.given) {
-        std::string heading = csvField(column.name);
-        for (std::string name = column.name; !taken.insert(heading).second;) {
-            name += " of the table";
-            heading = csvField(name);
-        }
-        headings.push_back(std::move(heading));
-    }
-    return headings;
+/// "total" of "total [kWh]".
+std::string_view withoutUnit(std::string_view heading) {
+    return trimmed(heading.substr(0, heading.find_first_of("[(")));
 }
 
 } // namespace
+
+std::vector<std::string> namesOfGiven(const SensorField& field,
+                                      std::span<const ResultColumn> columns,
+                                      std::span<const LabelColumn> labels) {
+    std::set<std::string, std::less<>> ours = {
+        "x", "y", "z", "nx", "ny", "nz", "area", "enclosed", "face", "object", "material"};
+    for (const ResultColumn& column : columns) {
+        ours.insert(column.name);
+    }
+    for (const LabelColumn& label : labels) {
+        ours.insert(label.name);
+    }
+    std::set<std::string, std::less<>> taken;
+    std::vector<std::string> names;
+    for (const GivenColumn& column : field.given) {
+        std::string name = column.name;
+        while (ours.contains(withoutUnit(name)) || !taken.insert(name).second) {
+            name += " of the table";
+        }
+        names.push_back(std::move(name));
+    }
+    return names;
+}
+
+std::string renamedText(const SensorField& field, std::span<const ResultColumn> columns,
+                        std::span<const LabelColumn> labels) {
+    const std::vector<std::string> names = namesOfGiven(field, columns, labels);
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (names[i] != field.given[i].name) {
+            text += fmt::format("{}{} is called {}", text.empty() ? "" : ", ",
+                                quoteText(field.given[i].name), quoteText(names[i]));
+        }
+    }
+    return text.empty() ? text
+                        : fmt::format("columns of the table of sensors have names of results: in "
+                                      "sensors.csv {}",
+                                      text);
+}
 
 void writeSensorsCsv(OutputFile& out, const SensorField& field,
                      std::span<const ResultColumn> columns, std::span<const LabelColumn> labels,
@@ -164,8 +188,8 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
             out.write("," + csvField(label.column->name));
         }
     }
-    for (const std::string& heading : givenHeadings(field, columns, labels)) {
-        out.write("," + heading);
+    for (const std::string& name : namesOfGiven(field, columns, labels)) {
+        out.write("," + csvField(name));
     }
     out.write("\n");
     for (std::size_t i = 0; i < field.size(); ++i) {

@@ -61,13 +61,19 @@ nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResu
     return record;
 }
 
-void writeTable(OutputFile& out, const RunAnswer& answer, Progress&, const std::stop_token& stop) {
+void writeTable(OutputFile& out, const RunAnswer& answer, Progress& progress,
+                const std::stop_token& stop) {
     std::vector<LabelColumn> labels;
     if (auto starts =
             peakStarts(answer.results.columns, answer.study.method->weather().site.timeZone)) {
         labels.push_back(std::move(*starts));
     }
-    writeSensorsCsv(out, answer.study.inputs.field, tableColumns(answer.results), labels, stop);
+    const SensorField& field = answer.study.inputs.field;
+    const std::vector<ResultColumn> columns = tableColumns(answer.results);
+    writeSensorsCsv(out, field, columns, labels, stop);
+    if (const std::string text = renamedText(field, columns, labels); !text.empty()) {
+        progress.note(text);
+    }
 }
 
 void writeCells(OutputFile& out, const RunAnswer& answer, Progress&, const std::stop_token& stop) {

@@ -162,9 +162,14 @@ std::vector<std::filesystem::path> filesRead(const SunHoursOptions& options) {
 
 } // namespace
 
-void writeTable(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+void writeTable(OutputFile& out, const SunHoursAnswer& answer, Progress& progress,
                 const std::stop_token& stop) {
-    writeSensorsCsv(out, answer.study.inputs.field, tableColumns(answer.results), {}, stop);
+    const SensorField& field = answer.study.inputs.field;
+    const std::vector<ResultColumn> columns = tableColumns(answer.results);
+    writeSensorsCsv(out, field, columns, {}, stop);
+    if (const std::string text = renamedText(field, columns); !text.empty()) {
+        progress.note(text);
+    }
 }
 
 void writeCells(OutputFile& out, const SunHoursAnswer& answer, Progress&,

@@ -70,18 +70,24 @@ TEST_F(SensorTablesTest, csvPassesOnWhatTheTableHeld) {
     SensorField field = mixedField();
     field.given = {{"name", {"a;b", "=1+1", "-2.5"}},
                    {"total [Wh/m2]", {"1", "", "3"}},
-                   {"nx", {"4", "5", "6"}}};
-    const auto rows = rowsOf(written("sensors.csv", [&](OutputFile& file) {
-        writeSensorsCsv(file, field, std::vector<ResultColumn>{{"total", "Wh/m2", "", {7, 8, 9}}});
-    }));
+                   {"nx", {"4", "5", "6"}},
+                   {"area (sqft)", {"", "", ""}},
+                   {"total_cost", {"", "", ""}}};
+    const std::vector<ResultColumn> columns = {{"total", "Wh/m2", "", {7, 8, 9}}};
+    const auto rows = rowsOf(
+        written("sensors.csv", [&](OutputFile& file) { writeSensorsCsv(file, field, columns); }));
     const auto tail = [&](std::size_t row) {
         return std::vector<std::string>(rows[row].begin() + 6, rows[row].end());
     };
-    EXPECT_THAT(tail(0), testing::ElementsAre("total [Wh/m2]", "name", "total [Wh/m2] of the table",
-                                              "nx of the table"));
+    EXPECT_THAT(tail(0),
+                testing::ElementsAre("total [Wh/m2]", "name", "total [Wh/m2] of the table",
+                                     "nx of the table", "area (sqft) of the table", "total_cost"));
     EXPECT_THAT(tail(1), testing::ElementsAre("7", "a;b", "1", "4"));
     EXPECT_THAT(tail(2), testing::ElementsAre("8", "'=1+1", "", "5"));
     EXPECT_THAT(tail(3), testing::ElementsAre("9", "-2.5", "3", "6"));
+    EXPECT_THAT(renamedText(field, columns),
+                HasSubstr("in sensors.csv 'total [Wh/m2]' is called 'total [Wh/m2] of the table', "
+                          "'nx' is called 'nx of the table'"));
 }
 
 TEST_F(SensorTablesTest, csvSaysWhatCellsBelongToAndWhenTheirPeakWas) {
