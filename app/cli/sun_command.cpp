@@ -60,8 +60,7 @@ void addSunCommand(CLI::App& app) {
         try {
             options.day = parseDate(arguments->date).day;
         } catch (const UsageError& error) {
-            throw UsageError(
-                fmt::format("--date {}: {}", quoteText(arguments->date), error.what()));
+            throw UsageError(inOption("--date", arguments->date, error.what()));
         }
         options.step = arguments->step;
         printResult(sunTable(options));

@@ -70,6 +70,11 @@ std::vector<NamedPeriod> splitParts(const StudyPeriod& whole, PeriodSplit split)
     return parts;
 }
 
+bool isSame(const StudyPeriod& a, const StudyPeriod& b) {
+    return a.startDay == b.startDay && a.endDay == b.endDay && a.startHour == b.startHour &&
+           a.endHour == b.endHour;
+}
+
 bool contains(const StudyPeriod& whole, const StudyPeriod& part) {
     if (part.startHour < whole.startHour || part.endHour > whole.endHour) {
         return false;
@@ -102,14 +107,17 @@ AskedPeriod parseAskedPeriod(std::string_view text) {
     AskedPeriod asked;
     try {
         const std::size_t colon = text.find(':');
-        parseDates(text.substr(0, colon), asked.period);
+        const DateRange days = parseDateRange(text.substr(0, colon));
+        asked.period.startDay = days.first.day;
+        asked.period.endDay = days.last.day;
         asked.hasHours = colon != std::string_view::npos;
         if (asked.hasHours) {
-            parseHours(text.substr(colon + 1), asked.period);
+            const HourRange hours = parseHourRange(text.substr(colon + 1));
+            asked.period.startHour = hours.start;
+            asked.period.endHour = hours.end;
         }
     } catch (const UsageError& error) {
-        throw UsageError(fmt::format("--periods {}: {}; write such as 3/21 or 6/1-8/31:9-17",
-                                     quoteText(trimmed(text)), error.what()));
+        throw UsageError(inOption("--periods", text, error.what()));
     }
     return asked;
 }
@@ -145,6 +153,11 @@ std::vector<NamedPeriod> partsOf(const StudyPeriod& whole, PeriodSplit split,
         });
         if (same == parts.end()) {
             parts.push_back(std::move(part));
+        } else if (!isSame(same->period, part.period)) {
+            throw UsageError(fmt::format("--periods: {} and another part differ by less than a "
+                                         "minute and would both be called {}; give hours in whole "
+                                         "minutes",
+                                         part.text, part.name));
         }
     }
     return parts;

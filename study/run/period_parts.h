@@ -42,7 +42,8 @@ INSOLATE_STUDY_EXPORT AskedPeriod parseAskedPeriod(std::string_view text);
 
 /// The parts of a period, in their order; a month that the period has at both of its ends is two
 /// parts, "jun" and "jun_2".
-/// @throws UsageError for one that does not lie in the period
+/// @throws UsageError for one that does not lie in the period, or that differs from another by less
+///         than their names say; the same part twice is one
 INSOLATE_STUDY_EXPORT std::vector<NamedPeriod> partsOf(const StudyPeriod& whole, PeriodSplit split,
                                                        const std::vector<AskedPeriod>& asked);
 

@@ -239,7 +239,7 @@ std::vector<int> parseDays(std::string_view text, std::optional<int>* year) {
                 }
             }
         } catch (const UsageError& error) {
-            throw UsageError(fmt::format("--dates {}: {}", quoteText(text), error.what()));
+            throw UsageError(inOption("--dates", text, error.what()));
         }
     }
     if (year != nullptr) {

@@ -19,12 +19,11 @@ constexpr std::array<const char*, 12> monthNames = {
     "January", "February", "March",     "April",   "May",      "June",
     "July",    "August",   "September", "October", "November", "December"};
 
-double parseClock(std::string_view text, std::string_view whole) {
+double parseClock(std::string_view text) {
     const auto fail = [&]() -> UsageError {
-        return UsageError(
-            fmt::format("--hours {}: {} is not a time of day; write hours from 0 to 24 such as "
-                        "8-18, 8:30-18 or 8.5-18",
-                        quoteText(whole), quoteText(trimmed(text))));
+        return UsageError(fmt::format("{} is not a time of day; write hours from 0 to 24 such as "
+                                      "8-18, 8:30-18 or 8.5-18",
+                                      quoteText(trimmed(text))));
     };
     double hours = 0.0;
     if (const std::size_t colon = text.find(':'); colon != std::string_view::npos) {
@@ -90,7 +89,7 @@ StudyDate parseDate(std::string_view text) {
     StudyDate date;
     if (const auto day = parseNumber<int>(text); day || text.empty()) {
         if (!day || *day < 1 || *day > 365) {
-            throw UsageError(fmt::format("date {}: no such day; {}", quoteText(text), dateFix));
+            throw UsageError(fmt::format("{}: no such day; {}", quoteText(text), dateFix));
         }
         date.day = *day;
         return date;
@@ -115,19 +114,18 @@ StudyDate parseDate(std::string_view text) {
         day = parseNumber<int>(monthOf(one) ? other : one);
     }
     if (!month || !day || *month < 1 || *month > 12) {
-        throw UsageError(
-            fmt::format("date {}: no such month and day; {}", quoteText(text), dateFix));
+        throw UsageError(fmt::format("{}: no such month and day; {}", quoteText(text), dateFix));
     }
     if (*month == 2 && *day == 29) {
         throw UsageError(fmt::format(
-            "date {}: the year of the weather has 365 days, without 29 February; write 2/28 or 3/1",
+            "{}: the year of the weather has 365 days, without 29 February; write 2/28 or 3/1",
             quoteText(text)));
     }
     const int index = dayIndex(*month, *day);
     if (index < 0) {
         const int nextMonth = *month == 12 ? 365 : dayIndex(*month + 1, 1);
-        throw UsageError(fmt::format("date {}: {} has {} days; {}", quoteText(text),
-                                     monthName(*month), nextMonth - dayIndex(*month, 1), dateFix));
+        throw UsageError(fmt::format("{}: {} has {} days; {}", quoteText(text), monthName(*month),
+                                     nextMonth - dayIndex(*month, 1), dateFix));
     }
     date.day = index + 1;
     return date;
@@ -156,7 +154,17 @@ DateRange parseDateRange(std::string_view text) {
                                      "one without the dash",
                                      first.empty() ? "first" : "second"));
     }
-    return {parseDate(first), parseDate(last)};
+    const DateRange range{parseDate(first), parseDate(last)};
+    const auto month = parseNumber<int>(first);
+    const auto day = parseNumber<int>(last);
+    if (to == dates.npos && month && day && *month <= 12 && dayIndex(*month, *day) >= 0) {
+        throw UsageError(fmt::format("{}: is that {} {}, or the days {} to {} of the year, {} to "
+                                     "{}? Write {}/{} or {}/{}-{}/{}",
+                                     quoteText(dates), *day, monthName(*month), *month, *day,
+                                     dayText(range.first.day), dayText(range.last.day), *month,
+                                     *day, 1, *month, 1, *day));
+    }
+    return range;
 }
 
 void parseDates(std::string_view text, StudyPeriod& period) {
@@ -165,26 +173,40 @@ void parseDates(std::string_view text, StudyPeriod& period) {
         period.startDay = range.first.day;
         period.endDay = range.last.day;
     } catch (const UsageError& error) {
-        throw UsageError(fmt::format("--period {}: {}", quoteText(text), error.what()));
+        throw UsageError(inOption("--period", text, error.what()));
     }
 }
 
-void parseHours(std::string_view text, StudyPeriod& period) {
+std::string inOption(std::string_view option, std::string_view text, std::string_view message) {
+    const std::string quoted = quoteText(trimmed(text));
+    return message.starts_with(quoted + ":") ? fmt::format("{} {}", option, message)
+                                             : fmt::format("{} {}: {}", option, quoted, message);
+}
+
+HourRange parseHourRange(std::string_view text) {
     const std::string_view hours = trimmed(text);
     const std::size_t dash = hours.find('-', 1);
     if (dash == std::string_view::npos) {
-        throw UsageError(fmt::format(
-            "--hours {}: not a range of hours; write such as 8-18 or 8:30-18", quoteText(text)));
+        throw UsageError(fmt::format("{}: not a range of hours; write such as 8-18 or 8:30-18",
+                                     quoteText(hours)));
     }
-    const double start = parseClock(hours.substr(0, dash), text);
-    const double end = parseClock(hours.substr(dash + 1), text);
-    if (!(start < end)) {
-        throw UsageError(fmt::format(
-            "--hours {}: the range is empty; the second time must be later on the same day",
-            quoteText(text)));
+    const HourRange range{parseClock(hours.substr(0, dash)), parseClock(hours.substr(dash + 1))};
+    if (!(range.start < range.end)) {
+        throw UsageError(
+            fmt::format("{}: the range is empty; the second time must be later on the same day",
+                        quoteText(hours)));
     }
-    period.startHour = start;
-    period.endHour = end;
+    return range;
+}
+
+void parseHours(std::string_view text, StudyPeriod& period) {
+    try {
+        const HourRange range = parseHourRange(text);
+        period.startHour = range.start;
+        period.endHour = range.end;
+    } catch (const UsageError& error) {
+        throw UsageError(inOption("--hours", text, error.what()));
+    }
 }
 
 void checkStep(double step) {

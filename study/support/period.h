@@ -46,19 +46,34 @@ struct DateRange {
 
 /// A date as month/day ("6/21"), year-month-day ("2026-06-21"), in words ("21 June", "Jun 21") or
 /// as day of the year ("172").
-/// @throws UsageError naming what is impossible about it and the fix.
+/// @throws UsageError that begins with the text in quotes, then what is impossible about it and the
+///         fix; without the option, see inOption()
 INSOLATE_STUDY_EXPORT StudyDate parseDate(std::string_view text);
 
 /// "6/1-8/31", "152-243", "11/1-2/28" (over new year), "2026-06-01 to 2026-08-31", "1 June - 31
-/// August", or a single date for one day.
+/// August", or a single date for one day. "6-21", which may be meant for 21 June, is refused.
 /// @throws UsageError as parseDate does
 INSOLATE_STUDY_EXPORT DateRange parseDateRange(std::string_view text);
 
 /// The days of a range; of dates with a year they are those of any year.
 INSOLATE_STUDY_EXPORT void parseDates(std::string_view text, StudyPeriod& period);
 
+struct HourRange {
+    double start = 0.0; ///< clock time in decimal hours, 0..24
+    double end = 24.0;  ///< later than start, not included
+};
+
 /// "8-18", "8:30-17:15" or "8.5-17.25".
+/// @throws UsageError as parseDate does
+INSOLATE_STUDY_EXPORT HourRange parseHourRange(std::string_view text);
+
+/// The hours of --hours.
 INSOLATE_STUDY_EXPORT void parseHours(std::string_view text, StudyPeriod& period);
+
+/// "--period '6/40': no such month and day; ...": what is wrong with an option's text. A message
+/// that begins with the text has it once.
+INSOLATE_STUDY_EXPORT std::string inOption(std::string_view option, std::string_view text,
+                                           std::string_view message);
 
 /// A step in decimal hours.
 INSOLATE_STUDY_EXPORT void checkStep(double step);

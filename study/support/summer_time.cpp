@@ -88,7 +88,7 @@ std::optional<SummerTime> summerTimeOf(std::string_view text, int year) {
         const DateRange days = parseDateRange(text);
         return SummerTime{days.first.day, days.last.day};
     } catch (const UsageError& error) {
-        throw UsageError(fmt::format("--dst {}: {}", quoteText(text), error.what()));
+        throw UsageError(inOption("--dst", text, error.what()));
     }
 }
 

@@ -54,6 +54,15 @@ TEST(PeriodParts, TakesPeriodsWithAndWithoutHours) {
     EXPECT_THAT(test::messageOf(
                     [&] { partsOf(summer, PeriodSplit::none, {parseAskedPeriod("6/21:5-9")}); }),
                 testing::HasSubstr("--periods: 21 June, 5:00 to 9:00 does not lie in"));
+    // Hours in seconds would have one name.
+    EXPECT_THAT(test::messageOf([&] {
+                    partsOf(summer, PeriodSplit::none,
+                            {parseAskedPeriod("6/21:8-9"), parseAskedPeriod("6/21:8.002-9")});
+                }),
+                testing::HasSubstr("would both be called 06_21_0800_0900; give hours in whole"));
+    EXPECT_EQ(test::messageOf([] { parseAskedPeriod("6/21:9-25"); }),
+              "--periods '6/21:9-25': '25' is not a time of day; write hours from 0 to 24 such as "
+              "8-18, 8:30-18 or 8.5-18");
 }
 
 } // namespace

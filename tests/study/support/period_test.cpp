@@ -45,7 +45,11 @@ TEST(Period, RefusesTheImpossibleAndSaysTheFix) {
         void (*parse)(std::string_view, StudyPeriod&);
         const char *text, *message;
     } cases[] = {
-        {parseDates, "2/30-3/1", "February has 28 days"},
+        {parseDates, "2/30-3/1", "--period '2/30-3/1': '2/30': February has 28 days"},
+        {parseDates, "6/40", "--period '6/40': June has 30 days"},
+        {parseDates, "6-21",
+         "--period '6-21': is that 21 June, or the days 6 to 21 of the year, 6 "
+         "January to 21 January? Write 6/21 or 1/6-1/21"},
         {parseDates, "2/29", "without 29 February"},
         {parseDates, "13/1-13/2", "no such month"},
         {parseDates, "6/x", "no such month"},
@@ -63,7 +67,7 @@ TEST(Period, RefusesTheImpossibleAndSaysTheFix) {
         {parseDates, "21 Ju", "no such month and day"},
         {parseDates, "21 June -", "the second date is missing"},
         {parseHours, "8", "not a range"},
-        {parseHours, "8-25", "'25' is not a time"},
+        {parseHours, "8-25", "--hours '8-25': '25' is not a time"},
         {parseHours, "8:60-9", "'8:60' is not a time"},
         {parseHours, "-1-9", "'-1' is not a time"},
         {parseHours, "nan-9", "'nan' is not a time"},
@@ -104,7 +108,7 @@ TEST(SummerTime, FollowsTheLaws) {
     EXPECT_THAT(test::messageOf([] { summerTimeOf("mars", 2025); }),
                 testing::HasSubstr("--dst: there is no 'mars'; choose from eu, uk, us, nz, none"));
     EXPECT_THAT(test::messageOf([] { summerTimeOf("3/20-9/31", 2025); }),
-                testing::HasSubstr("--dst '3/20-9/31': date '9/31': September has 30 days"));
+                testing::HasSubstr("--dst '3/20-9/31': '9/31': September has 30 days"));
 }
 
 } // namespace
