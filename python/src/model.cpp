@@ -24,10 +24,20 @@ void describeInputs(study::ModelOptions& options, const std::vector<PyMesh>& mod
                     const PySensors& sensors) {
     options = sensors.options;
     options.scenes.clear();
+    bool isAlike = true;
     for (const PyMesh& model : models) {
+        const study::MeshImportOptions& import = model.options.import;
+        if (options.scenes.empty()) {
+            options.import = import;
+            options.orient = model.options.orient;
+        }
         options.scenes.emplace_back(model.name);
-        options.import = model.options.import;
-        options.orient = model.options.orient;
+        options.readings.push_back({import, model.options.orient});
+        isAlike = isAlike && import.unit == options.import.unit && import.up == options.import.up &&
+                  import.lod == options.import.lod && model.options.orient == options.orient;
+    }
+    if (isAlike) {
+        options.readings.clear();
     }
 }
 

@@ -92,6 +92,34 @@ StudyFacts factsOf(const Json& summary) {
     return facts;
 }
 
+ResultModel::Reading readingOf(const Json& record, const std::filesystem::path& file) {
+    ResultModel::Reading reading;
+    const double metres = numberAt(record, {"metres_per_unit"}).value_or(1.0);
+    constexpr std::array units = {LengthUnit::metre, LengthUnit::millimetre, LengthUnit::centimetre,
+                                  LengthUnit::foot, LengthUnit::inch};
+    const auto* const unit = std::find_if(units.begin(), units.end(), [&](LengthUnit one) {
+        return std::abs(metresIn(one) - metres) < 1.0e-9;
+    });
+    if (unit == units.end()) {
+        throw DataError(fmt::format("{}: {} metres are no unit of a model that insolate reads; "
+                                    "calculate the results again",
+                                    place(file), metres));
+    }
+    reading.import.unit = *unit;
+    if (const std::string up = textAt(record, {"up"}); !up.empty()) {
+        reading.import.up = up == "y" ? UpAxis::y : UpAxis::z;
+    }
+    reading.import.lod = textAt(record, {"lod"});
+    if (const std::string orient = textAt(record, {"orient"}); !orient.empty()) {
+        try {
+            reading.orient = parseOrient(orient);
+        } catch (const UsageError& error) {
+            throw DataError(fmt::format("{}: {}", place(file), error.what()));
+        }
+    }
+    return reading;
+}
+
 ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
     ResultModel model;
     for (const std::string& path : textsAt(summary, {"scene", "files"})) {
@@ -108,28 +136,11 @@ ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
     if (model.filesFromFolder.size() != model.files.size()) {
         model.filesFromFolder.clear();
     }
-    const double metres = numberAt(summary, {"scene", "metres_per_unit"}).value_or(1.0);
-    constexpr std::array units = {LengthUnit::metre, LengthUnit::millimetre, LengthUnit::centimetre,
-                                  LengthUnit::foot, LengthUnit::inch};
-    const auto* const unit = std::find_if(units.begin(), units.end(), [&](LengthUnit one) {
-        return std::abs(metresIn(one) - metres) < 1.0e-9;
-    });
-    if (unit == units.end()) {
-        throw DataError(fmt::format("{}: {} metres are no unit of a model that insolate reads; "
-                                    "calculate the results again",
-                                    place(file), metres));
-    }
-    model.import.unit = *unit;
-    if (const std::string up = textAt(summary, {"scene", "up"}); !up.empty()) {
-        model.import.up = up == "y" ? UpAxis::y : UpAxis::z;
-    }
-    model.import.lod = textAt(summary, {"scene", "lod"});
-    if (const std::string orient = textAt(summary, {"scene", "orient"}); !orient.empty()) {
-        try {
-            model.orient = parseOrient(orient);
-        } catch (const UsageError& error) {
-            throw DataError(fmt::format("{}: {}", place(file), error.what()));
-        }
+    const Json* const each = valueAt(summary, {"scene", "files_read"});
+    const Json* const scene = valueAt(summary, {"scene"});
+    for (std::size_t i = 0; i < model.files.size(); ++i) {
+        const bool hasOwn = each != nullptr && each->is_array() && i < each->size();
+        model.readings.push_back(readingOf(hasOwn ? (*each)[i] : *scene, file));
     }
     model.north = numberAt(summary, {"scene", "north_deg"}).value_or(0.0);
     model.fingerprint = textAt(summary, {"scene", "fingerprint"});

@@ -47,9 +47,12 @@ struct ResultModel {
     /// The one of the files whose faces the sensors were cut from, as a place in them; absent for
     /// sensors of another model, a table or a plane.
     std::optional<std::size_t> sensorFile;
-    MeshImportOptions import;
-    Orient orient = Orient::outward;
-    double north = 0.0;        ///< from the model's +Y clockwise to true north [degrees]
+    struct Reading {
+        MeshImportOptions import;
+        Orient orient = Orient::outward;
+    };
+    std::vector<Reading> readings; ///< of each of the files
+    double north = 0.0;            ///< from the model's +Y clockwise to true north [degrees]
     std::string fingerprint;   ///< of the triangles, as sceneFingerprint() gives it; may be empty
     std::size_t triangles = 0; ///< 0 where the summary does not say
 };

@@ -46,8 +46,8 @@ ResultScene loadResultScene(const ResultFolder& results, const std::stop_token& 
             return without(fmt::format("{}: no longer there", place(model.files[i])));
         }
         try {
-            Mesh mesh = importMesh(file, model.import, stop);
-            orientFaces(mesh, model.orient);
+            Mesh mesh = importMesh(file, model.readings[i].import, stop);
+            orientFaces(mesh, model.readings[i].orient);
             appendTriangles(mesh, loaded.scene);
             loaded.meshes.push_back(std::move(mesh));
         } catch (const DataError& error) {

@@ -50,6 +50,12 @@ struct SkyOptions {
     std::filesystem::path out;
 };
 
+/// How a model was read.
+struct ModelReading {
+    MeshImportOptions import;
+    Orient orient = Orient::outward;
+};
+
 /// Scene and sensors, and how much of the machine they may take.
 struct ModelOptions {
     std::vector<std::filesystem::path> scenes;
@@ -64,6 +70,9 @@ struct ModelOptions {
     bool mergeFaces = true;          ///< coplanar triangles are cut as one face
     int threads = 0;                 ///< 0: all processors
     bool force = false;              ///< whatever the size
+    /// How each of the scenes was read, for records: a host may read them differently. Empty: all
+    /// of them by `import` and `orient`.
+    std::vector<ModelReading> readings = {};
 
     static constexpr double usualGrid = 2.0;
 

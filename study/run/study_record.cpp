@@ -30,7 +30,7 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
                         {"start_hour", period.startHour}, {"end_hour", period.endHour},
                         {"step_h", period.step}};
     record["period"]["clock"] = "standard time of the weather file";
-    if (period.summerTime) {
+    if (period.summerTime && !period.hasWholeDays()) { // whole days keep to the zone
         record["period"]["clock"] = "watches: standard time, and an hour ahead in summer time";
         record["period"]["summer_time"] = {{"text", period.summerTime->text()},
                                            {"first_day", period.summerTime->firstDay},
@@ -39,6 +39,21 @@ nlohmann::ordered_json studyRecord(const SkyOptions& options, const WeatherRepor
     record["method"] = options.method;
     return record;
 }
+
+namespace {
+
+void describeReading(nlohmann::ordered_json& record, const ModelReading& reading) {
+    record["metres_per_unit"] = metresIn(reading.import.unit);
+    if (reading.import.up) {
+        record["up"] = *reading.import.up == UpAxis::y ? "y" : "z";
+    }
+    if (!reading.import.lod.empty()) {
+        record["lod"] = reading.import.lod;
+    }
+    record["orient"] = orientName(reading.orient);
+}
+
+} // namespace
 
 void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
                    const StudyInputs& inputs, const std::filesystem::path& out) {
@@ -52,15 +67,13 @@ void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
     }
     record["scene"]["fingerprint"] = sceneFingerprint(inputs.scene);
     record["scene"]["triangles"] = inputs.scene.triangleCount();
-    record["scene"]["metres_per_unit"] = metresIn(options.import.unit);
-    if (options.import.up) {
-        record["scene"]["up"] = *options.import.up == UpAxis::y ? "y" : "z";
-    }
-    if (!options.import.lod.empty()) {
-        record["scene"]["lod"] = options.import.lod;
-    }
+    describeReading(record["scene"], {options.import, options.orient});
     record["scene"]["north_deg"] = options.north;
-    record["scene"]["orient"] = orientName(options.orient);
+    for (const ModelReading& reading : options.readings) {
+        nlohmann::ordered_json one;
+        describeReading(one, reading);
+        record["scene"]["files_read"].push_back(std::move(one));
+    }
     record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
     if (inputs.field.hasCells()) {
         record["sensors"]["grid_m"] = options.grid.value_or(ModelOptions::usualGrid);

@@ -63,7 +63,7 @@ TEST_F(ResultFolderTest, GivesBackWhatWasAskedAndWhatCameOut) {
     EXPECT_THAT(results.facts.madeBy, HasSubstr("Testville; 1 June"));
     EXPECT_EQ(results.model.north, 30.0);
     EXPECT_EQ(results.model.sensorFile, 0U);
-    EXPECT_EQ(results.model.import.unit, LengthUnit::foot);
+    EXPECT_EQ(results.model.readings.at(0).import.unit, LengthUnit::foot);
     EXPECT_EQ(results.find("total")->unit, "Wh/m2");
     EXPECT_EQ(results.find("total")->title, "Total radiation");
     EXPECT_EQ(results.find("area"), nullptr);
