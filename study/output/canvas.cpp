@@ -162,9 +162,11 @@ ColorScale scaleOf(const ResultColumn& column, const ColorScaleOptions& options)
     const double least = std::max(std::abs(scale.lowest) * 1.0e-6, 1.0e-12);
     if (!(scale.highest - scale.lowest > least)) {
         // One value everywhere: shown in the middle of a scale of some width.
-        const double margin = std::max(std::abs(scale.lowest) * 0.05, 0.5);
-        scale.lowest -= margin;
-        scale.highest = scale.lowest + 2.0 * margin;
+        const double value = scale.lowest;
+        const double margin = std::max(std::abs(value) * 0.05, 0.5);
+        // What has no negative values has no scale below zero.
+        scale.lowest = value >= 0.0 ? std::max(value - margin, 0.0) : value - margin;
+        scale.highest = std::max(value, margin) + margin;
     }
     return scale;
 }

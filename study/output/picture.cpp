@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <numbers>
 #include <unordered_map>
 #include <vector>
@@ -252,6 +253,33 @@ private:
     double m_sinceAsked = 0.0;
 };
 
+/// The radius of the discs of sensors without cells [pixels], so that they neither hide each other
+/// nor vanish.
+double discRadiusOf(const SensorField& field, const Placement& placeOf, double area) {
+    constexpr double smallest = 2.0;
+    constexpr double usual = 10.0;
+    constexpr double largest = 24.0; // of few sensors, which a person still looks for
+    constexpr std::size_t few = 400; // of which every pair is looked at
+    const double share = area / std::max<double>(1.0, static_cast<double>(field.size()));
+    const double radius = std::clamp(0.38 * std::sqrt(share), smallest, largest);
+    if (radius <= usual || field.size() > few || field.hasCells()) {
+        return std::min(radius, usual);
+    }
+    std::vector<double> gaps; // from each sensor to the next one
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        const ViewPoint p = placeOf(field.positions[i]);
+        double gap = std::numeric_limits<double>::infinity();
+        for (std::size_t k = 0; k < field.size(); ++k) {
+            const ViewPoint q = placeOf(field.positions[k]);
+            gap = k == i ? gap : std::min(gap, std::hypot(p.x - q.x, p.y - q.y));
+        }
+        gaps.push_back(gap);
+    }
+    const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2);
+    std::nth_element(gaps.begin(), middle, gaps.end());
+    return std::clamp(0.45 * *middle, usual, radius);
+}
+
 /// What came of drawing the model.
 struct ModelImage {
     ZBuffer buffer;
@@ -268,9 +296,7 @@ ModelImage drawModel(const Subject& subject, const Camera& camera, int width, in
     // overlaps, and four times as much takes longer than the calculation of their sensors.
     constexpr double mostWork = 0.5e9;
     const double area = static_cast<double>(width) * height;
-    // Discs that neither hide each other nor vanish.
-    const double share = area / std::max<double>(1.0, double(subject.field.size()));
-    const double discRadius = std::clamp(0.38 * std::sqrt(share), 2.0, 10.0);
+    const double discRadius = discRadiusOf(subject.field, Placement(camera, width, height), area);
     // Beyond some four million pixels the steps of an edge are too small to be seen.
     int samples = area <= 4.0e6 ? 2 : 1;
     for (;; --samples) { // in each direction for one pixel of the sheet

@@ -67,6 +67,14 @@ ResultColumn shownValue(const ResultFolder& results, const std::string& name) {
     const ResultColumn* const found = name.empty() ? &results.columns.front() : results.find(name);
     if (found == nullptr) {
         const std::vector<std::string> names = results.columnNames();
+        const auto& given = results.field.given;
+        if (std::any_of(given.begin(), given.end(),
+                        [&](const GivenColumn& column) { return column.name == name; })) {
+            throw UsageError(fmt::format("--value: {} of {} holds dates, names or other texts and "
+                                         "cannot be coloured; choose from {}",
+                                         quoteText(name), place(results.folder),
+                                         fmt::join(names, ", ")));
+        }
         const std::string close = didYouMean(name, names);
         throw UsageError(fmt::format(
             "--value: there is no {} in {}{}", quoteText(name), place(results.folder),

@@ -1,11 +1,14 @@
 #include "study/run/study_estimate.h"
 
 #include "study/model/sensor_grid.h"
+#include "study/results/hour_rows.h"
+#include "study/results/sensor_groups.h"
 #include "study/run/study_steps.h"
 #include "study/support/readable.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <numeric>
 #include <vector>
 
@@ -20,30 +23,68 @@ namespace {
 constexpr std::size_t sampleSize = 400;
 constexpr std::chrono::milliseconds longestSample{1500};
 
-double secondsPerSensor(PreparedStudy& study, const std::stop_token& stop) {
-    const std::size_t sensors = study.inputs.field.size();
-    std::vector<ResultColumn> columns = study.method->columns();
-    for (ResultColumn& column : columns) {
-        column.values.resize(sensors);
-    }
-    const SensorWork work = study.work();
-    const std::size_t count = std::min(sensors, sampleSize);
+/// Mean of the seconds that sensors take which are spread over all.
+template <typename Calculate>
+double secondsPerSensor(std::size_t sensors, const Calculate& calculate,
+                        const std::stop_token& stop) {
     using SteadyClock = std::chrono::steady_clock;
-    study.method->calculate(work, {0, 1}, 0, columns); // what is made once is made here
+    calculate(0); // what is made once is made here
+    const std::size_t count = std::min(sensors, sampleSize);
     const SteadyClock::time_point start = SteadyClock::now();
     std::size_t done = 0;
     // Steps of a fraction that fills the range evenly however early the time is over.
     constexpr double golden = 0.6180339887498949;
     for (double place = 0.5; done < count && SteadyClock::now() - start < longestSample; ++done) {
         throwIfStopped(stop);
-        const auto sensor =
-            std::min(static_cast<std::size_t>(place * static_cast<double>(sensors)), sensors - 1);
-        study.method->calculate(work, {sensor, sensor + 1}, 0, columns);
+        calculate(
+            std::min(static_cast<std::size_t>(place * static_cast<double>(sensors)), sensors - 1));
         place += golden;
         place -= place >= 1.0 ? 1.0 : 0.0;
     }
     return std::chrono::duration<double>(SteadyClock::now() - start).count() /
            static_cast<double>(std::max<std::size_t>(done, 1));
+}
+
+/// Adds what --hours-of takes: a second look at its sensors, rows in memory and in files.
+void addHours(PreparedStudy& study, StudyEstimate& estimate, const std::stop_token& stop) {
+    const HoursOf& wanted = study.options.hourly.hoursOf;
+    if (!wanted.any()) {
+        return;
+    }
+    constexpr double bytesPerRow = 3.0 * sizeof(float) * hoursPerYear;
+    constexpr double rowsAtOnce = 256.0;
+    constexpr double packedRows = 2048.0;      // that wait for hours.nc
+    constexpr double secondsPerValue = 3.0e-8; // rounded, compressed and written by one thread
+    constexpr double secondsPerSum = 1.5e-9;   // of one hour of one sensor to its group
+    const std::size_t all = study.inputs.field.size();
+    const auto sensors = static_cast<double>(wanted.sensors.empty() ? all : wanted.sensors.size());
+    const SensorWork work = study.work();
+    const double each = secondsPerSensor(
+        all, [&](std::size_t sensor) { (void)study.method->hoursOf(work, sensor); }, stop);
+    estimate.seconds += each * sensors / estimate.threads;
+    const double values =
+        3.0 * static_cast<double>(hoursOfPeriod(study.options.period).size()); // of a row
+    double rows = sensors;
+    if (wanted.groups) {
+        const std::vector<GroupBy>& asked = study.options.groups.by;
+        const std::vector<GroupBy> groupings =
+            asked.empty() ? usualGroupings(study.inputs.field) : asked;
+        rows = 0.0;
+        for (const GroupBy& by : groupings) {
+            rows += static_cast<double>(groupSensors(study.inputs.field, {}, {}, by,
+                                                     {.classes = study.options.groups.classes,
+                                                      .north = study.options.north})
+                                            .groups.size());
+        }
+        estimate.bytes += rows * 3.0 * bytesPerRow; // sums in double precision, then means
+        estimate.seconds +=
+            secondsPerSum * 3.0 * hoursPerYear * sensors * static_cast<double>(groupings.size());
+    } else if (!wanted.all) {
+        estimate.bytes += rows * bytesPerRow;
+    }
+    estimate.bytes += std::min(sensors, rowsAtOnce) * bytesPerRow +
+                      std::min(rows, packedRows) * values * sizeof(std::uint16_t);
+    estimate.seconds += secondsPerValue * values * rows;
 }
 
 double bytesNow() {
@@ -56,10 +97,12 @@ double bytesNow() {
 
 StudyEstimate estimateStudy(PreparedStudy& study, const std::stop_token& stop) {
     // For each sensor the result columns twice, for the tables, and its colours in the picture.
-    constexpr double bytesPerSensor = 150.0;
+    constexpr double bytesPerValue = 2.0 * sizeof(float);
+    constexpr double otherBytesPerSensor = 62.0;
     constexpr double picture = 40.0e6;      // 1600 x 1000 points with samples and their depths
     constexpr double pictureSeconds = 0.25; // docs/performance.md has the figures
-    constexpr double fileSecondsPerSensor = 4.0e-6;
+    constexpr double fileSecondsPerValue = 2.4e-7;
+    constexpr double otherValues = 8.0; // position, normal, area, enclosed
     const SensorField& field = study.inputs.field;
     const std::vector<float> areas = cellAreas(field);
     const auto sensors = static_cast<double>(field.size());
@@ -68,9 +111,23 @@ StudyEstimate estimateStudy(PreparedStudy& study, const std::stop_token& stop) {
     estimate.area = std::accumulate(areas.begin(), areas.end(), 0.0);
     estimate.triangles = study.inputs.scene.triangleCount();
     estimate.threads = usedThreads(study.options.threads);
-    estimate.bytes = bytesNow() + picture + sensors * bytesPerSensor;
-    estimate.seconds = secondsPerSensor(study, stop) * sensors / estimate.threads + pictureSeconds +
-                       fileSecondsPerSensor * sensors;
+    std::vector<ResultColumn> columns = study.method->columns();
+    const auto values = static_cast<double>(columns.size());
+    estimate.bytes =
+        bytesNow() + picture + sensors * (otherBytesPerSensor + values * bytesPerValue);
+    for (ResultColumn& column : columns) {
+        column.values.resize(field.size());
+    }
+    const SensorWork work = study.work();
+    const double each = secondsPerSensor(
+        field.size(),
+        [&](std::size_t sensor) {
+            study.method->calculate(work, {sensor, sensor + 1}, 0, columns);
+        },
+        stop);
+    estimate.seconds = each * sensors / estimate.threads + pictureSeconds +
+                       fileSecondsPerValue * (values + otherValues) * sensors;
+    addHours(study, estimate, stop);
     return estimate;
 }
 

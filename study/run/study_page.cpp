@@ -34,11 +34,6 @@ std::string textAt(const nlohmann::ordered_json& record, const char* pointer) {
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-std::string clockTime(double hour) {
-    const auto minutes = static_cast<int>(hour * 60.0 + 0.5);
-    return fmt::format("{}:{:02}", minutes / 60, minutes % 60);
-}
-
 /// A file that goes with the object, for writers that know files alone.
 class PassingFile {
 public:
@@ -91,13 +86,7 @@ std::vector<std::pair<std::string, std::string>> factsOf(const nlohmann::ordered
                                     textAt(record, "/weather/elevation_m")));
     }
     add("Weather", fileName("/weather/file"));
-    std::string period = textAt(record, "/period/text");
-    if (!period.empty()) {
-        const auto& times = record["period"];
-        period += fmt::format(", {} to {}", clockTime(times.value("start_hour", 0.0)),
-                              clockTime(times.value("end_hour", 24.0)));
-    }
-    add("Period", period);
+    add("Period", textAt(record, "/period/text"));
     add("Method", textAt(record, "/method"));
     std::string scene;
     if (record.contains("scene")) {

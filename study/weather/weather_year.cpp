@@ -77,6 +77,12 @@ std::string sunDownText(const std::filesystem::path& file, const HourlySky& sky,
             leastReported * (report.directNormal + report.directWithoutSun)) {
         return {};
     }
+    // In a period about dawn or dusk twilight may be a good part of the whole.
+    constexpr double mostTwilight = 10.0; // Wh/m2 of an hour
+    if (report.diffuseWithoutSun + report.directWithoutSun - stray.sum <=
+        mostTwilight * report.hoursWithoutSun) {
+        return {};
+    }
     return fmt::format(
         "{}: {} {} radiation while the sun is down: {:.4g} kWh/m2 of direct "
         "normal, which has no place in the sky, and {:.4g} kWh/m2 on the level, "

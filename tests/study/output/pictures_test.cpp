@@ -309,6 +309,9 @@ TEST_F(PicturesTest, legendSaysUnitEndsAndMean) {
                                                  : 0.0,
                     1e-6);
     }
+    const ColorScale nothing = scaleOf({"v", "h", "V", {0.0F, 0.0F}});
+    EXPECT_EQ(nothing.lowest, 0.0) << "no hours are no reason for a scale below zero";
+    EXPECT_EQ(nothing.highest, 1.0);
     // The bar has the highest value's colour at its top and the mean's mark beside its place; the
     // mean's number below it is the text "mean 1.75".
     const Picture drawn = picture({}, fourTiles());
