@@ -19,6 +19,7 @@
 #include <cmath>
 #include <cstdio>
 #include <numbers>
+#include <optional>
 #include <random>
 #include <span>
 #include <string>
@@ -127,17 +128,50 @@ struct Day {
     bool refraction;
 };
 
-/// Sums over looks at the middle of equal steps.
+/// Looks at the middle of each second of the path, in order.
+struct Looks {
+    std::vector<double> times;
+    std::vector<bool> free;
+
+    double minutes() const {
+        return second * static_cast<double>(std::count(free.begin(), free.end(), true));
+    }
+};
+
 template <typename IsFree>
-double counted(const SunPath& path, const SunPath::Sun& sun, const Direction& facing, double step,
-               IsFree&& isFree) {
-    double sum = 0.0;
+Looks lookEverySecond(const SunPath& path, const IsFree& isFree) {
+    Looks looks;
     for (const TimeSpan& span : path.spans()) {
-        for (double time = span.begin + 0.5 * step; time < span.end; time += step) {
-            const Direction s = path.axes().model(sun(time));
-            const double before = s[0] * facing[0] + s[1] * facing[1] + s[2] * facing[2];
-            sum += before > 0.0 && isFree(s) ? step : 0.0;
+        for (double time = span.begin + 0.5 * second; time < span.end; time += second) {
+            looks.times.push_back(time);
+            looks.free.push_back(isFree(time));
         }
+    }
+    return looks;
+}
+
+/// The same with twenty exact looks in each second that is near a change of either.
+template <typename IsFree>
+double exactMinutes(const Looks& looks, const std::vector<TimeSpan>& found, const IsFree& isFree) {
+    constexpr std::size_t near = 3; // seconds
+    constexpr int parts = 20;
+    double sum = 0.0;
+    for (std::size_t i = 0; i < looks.times.size(); ++i) {
+        const double time = looks.times[i];
+        const auto isNear = [&](double change) {
+            return std::fabs(change - time) <= static_cast<double>(near) * second;
+        };
+        bool isOpen = std::any_of(found.begin(), found.end(), [&](const TimeSpan& span) {
+            return isNear(span.begin) || isNear(span.end);
+        });
+        for (std::size_t k = i > near ? i - near : 0;
+             k <= std::min(i + near, looks.times.size() - 1); ++k) {
+            isOpen = isOpen || looks.free[k] != looks.free[i];
+        }
+        for (int part = 0; isOpen && part < parts; ++part) {
+            sum += isFree(time + ((part + 0.5) / parts - 0.5) * second) ? second / parts : 0.0;
+        }
+        sum += !isOpen && looks.free[i] ? second : 0.0;
     }
     return sum;
 }
@@ -169,14 +203,24 @@ void againstRays(const scenes::Scene& scene, const Site& site, double north, con
         std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
             .count() /
         static_cast<double>(count);
+    // The sun's direction where it stands before the sensor's surface.
+    const auto sunBefore = [&](std::size_t sensor, double time) {
+        const Direction s = axes.model(sun(time));
+        const Direction n = directionOf(scene.normals[sensor]);
+        return s[0] * n[0] + s[1] * n[1] + s[2] * n[2] > 0.0 ? std::optional(s) : std::nullopt;
+    };
+    const auto looksAt = [&](std::size_t sensor) {
+        return lookEverySecond(path, [&](double time) {
+            const auto s = sunBefore(sensor, time);
+            return s && !rays.isOccluded(scene.sensors[sensor],
+                                         {static_cast<float>((*s)[0]), static_cast<float>((*s)[1]),
+                                          static_cast<float>((*s)[2])});
+        });
+    };
     tbb::parallel_for(std::size_t{0}, count, [&](std::size_t i) {
         const Direction facing = directionOf(scene.normals[i]);
         const auto spans = index.sunlight(directionOf(scene.sensors[i]), {&facing, 1}, path);
-        const double sampled = counted(path, sun, facing, second, [&](const Direction& s) {
-            return !rays.isOccluded(
-                scene.sensors[i],
-                {static_cast<float>(s[0]), static_cast<float>(s[1]), static_cast<float>(s[2])});
-        });
+        const double sampled = looksAt(i).minutes();
         found[i] = sumOf(spans);
         differences[i] = std::fabs(found[i] - sampled);
         order[i] = i;
@@ -201,8 +245,10 @@ void againstRays(const scenes::Scene& scene, const Site& site, double north, con
         const std::size_t i = order[count - 1 - k];
         const Direction origin = directionOf(scene.sensors[i]);
         const Direction facing = directionOf(scene.normals[i]);
-        const double exact = counted(path, sun, facing, 0.05 * second, [&](const Direction& s) {
-            return !isHidden(scene.coordinates, origin, s);
+        const auto spans = index.sunlight(origin, {&facing, 1}, path);
+        const double exact = exactMinutes(looksAt(i), spans, [&](double time) {
+            const auto s = sunBefore(i, time);
+            return s && !isHidden(scene.coordinates, origin, *s);
         });
         std::printf("  sensor %zu: found %.4f, a ray a second differs by %.4f, exact rays by "
                     "%+.4f minutes\n",
