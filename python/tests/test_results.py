@@ -22,8 +22,10 @@ def test_months_and_periods_are_runs_of_their_own(model, sensors, weather):
     split = ins.radiation(model, sensors, weather, period="6/1-7/31", split="month", periods=["6/21:9-15"])
     june = ins.radiation(model, sensors, weather, period="6/1-6/30")
     noon = ins.radiation(model, sensors, weather, period="6/21", hours=(9, 15))
-    # By the same rays, whose cells of the sky have the whole period's sun: sensors may differ, means do not.
-    assert split["total_jun"].mean() == pytest.approx(june.total.mean(), rel=0.005)
+    # By the same rays, whose cells of the sky have the whole period's sun: sensors differ at edges of shadows, by
+    # 0.4 % of the mean here, and means hardly.
+    assert split["total_jun"].mean() == pytest.approx(june.total.mean(), rel=0.001)
+    assert np.sqrt(np.mean((split["total_jun"] - june.total) ** 2)) < 0.01 * june.total.mean()
     np.testing.assert_allclose(split["total_jun"] + split["total_jul"], split.total, rtol=1e-5, atol=1.0)
     part = next(name for name in split if name.startswith("total_06_21"))
     assert split[part].mean() == pytest.approx(noon.total.mean(), rel=0.02)
