@@ -137,8 +137,12 @@ std::vector<std::string> namesOfGiven(const SensorField& field,
     std::vector<std::string> names;
     for (const GivenColumn& column : field.given) {
         std::string name = column.name;
-        while (ours.contains(withoutUnit(name)) || !taken.insert(name).second) {
-            name += " of the table";
+        constexpr const char* apart = " of the table";
+        if (ours.contains(withoutUnit(name))) {
+            name += apart;
+        }
+        while (!taken.insert(name).second) {
+            name += apart;
         }
         names.push_back(std::move(name));
     }

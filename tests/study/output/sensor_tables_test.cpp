@@ -71,8 +71,8 @@ TEST_F(SensorTablesTest, csvPassesOnWhatTheTableHeld) {
     field.given = {{"name", {"a;b", "=1+1", "-2.5"}},
                    {"total [Wh/m2]", {"1", "", "3"}},
                    {"nx", {"4", "5", "6"}},
-                   {"area (sqft)", {"", "", ""}},
-                   {"total_cost", {"", "", ""}}};
+                   {"area (sqft)", {"p", "q", "r"}},
+                   {"total_cost", {"s", "t", "u"}}};
     const std::vector<ResultColumn> columns = {{"total", "Wh/m2", "", {7, 8, 9}}};
     const auto rows = rowsOf(
         written("sensors.csv", [&](OutputFile& file) { writeSensorsCsv(file, field, columns); }));
@@ -82,9 +82,9 @@ TEST_F(SensorTablesTest, csvPassesOnWhatTheTableHeld) {
     EXPECT_THAT(tail(0),
                 testing::ElementsAre("total [Wh/m2]", "name", "total [Wh/m2] of the table",
                                      "nx of the table", "area (sqft) of the table", "total_cost"));
-    EXPECT_THAT(tail(1), testing::ElementsAre("7", "a;b", "1", "4"));
-    EXPECT_THAT(tail(2), testing::ElementsAre("8", "'=1+1", "", "5"));
-    EXPECT_THAT(tail(3), testing::ElementsAre("9", "-2.5", "3", "6"));
+    EXPECT_THAT(tail(1), testing::ElementsAre("7", "a;b", "1", "4", "p", "s"));
+    EXPECT_THAT(tail(2), testing::ElementsAre("8", "'=1+1", "", "5", "q", "t"));
+    EXPECT_THAT(tail(3), testing::ElementsAre("9", "-2.5", "3", "6", "r", "u"));
     EXPECT_THAT(renamedText(field, columns),
                 HasSubstr("in sensors.csv 'total [Wh/m2]' is called 'total [Wh/m2] of the table', "
                           "'nx' is called 'nx of the table'"));
