@@ -15,9 +15,30 @@ constexpr double epochJ2000 = 2451545.0;
 constexpr double riseAltitude = -50.0 / 60.0 * degree;
 
 double wrapTurn(double angle) {
+    if (angle >= 0.0 && angle < 2.0 * pi) {
+        return angle;
+    }
     const double wrapped = std::fmod(angle, 2.0 * pi);
     return wrapped < 0.0 ? wrapped + 2.0 * pi : wrapped;
 }
+
+/// std::fmod(degrees, 360.0), to the last bit and several times as fast: for what is below 2^53,
+/// whole turns and the rest are exact.
+double withoutTurns(double degrees) {
+    const double rest = degrees - 360.0 * std::trunc(degrees / 360.0);
+    // The quotient may have been rounded to the next whole number, on either side of 0.
+    return degrees >= 0.0 ? (rest < 0.0 ? rest + 360.0 : rest) : (rest > 0.0 ? rest - 360.0 : rest);
+}
+
+/// What of a site all instants share.
+struct Place {
+    explicit Place(const Site& site)
+        : longitude(site.longitude * degree), sinLatitude(std::sin(site.latitude * degree)),
+          cosLatitude(std::cos(site.latitude * degree)) {}
+    double longitude; // radians
+    double sinLatitude;
+    double cosLatitude;
+};
 
 /// Refraction of an altitude in degrees [degrees]. Reda and Andreas (2004), Solar Energy 76(5),
 /// eq. 42; below the altitude at which the upper edge disappears there is nothing left to bend.
@@ -65,7 +86,9 @@ double deltaT(double decimalYear) {
     return 62.92 + t * (0.32217 + t * 0.005589);
 }
 
-SunPosition sunPosition(double julianDayUtc, const Site& site, const Air& air) {
+namespace {
+
+SunPosition positionAt(double julianDayUtc, const Place& place, const Air& air) {
     const double days = julianDayUtc - epochJ2000;
     const double T = (days + deltaT(2000.0 + days / 365.25) / 86400.0) / 36525.0;
 
@@ -100,14 +123,12 @@ SunPosition sunPosition(double julianDayUtc, const Site& site, const Air& air) {
     // Apparent sidereal time at Greenwich, eq. 12.4, and the local hour angle.
     const double century = days / 36525.0;
     const double equinoxes = -0.00478 * sinNode * cosEpsilon * degree;
-    const double siderealTime = (280.46061837 + std::fmod(360.98564736629 * days, 360.0) +
-                                 0.000387933 * century * century) *
-                                    degree +
-                                equinoxes;
-    const double H = siderealTime + site.longitude * degree - rightAscension;
+    const double siderealTime =
+        (280.46061837 + withoutTurns(360.98564736629 * days) + 0.000387933 * century * century) *
+            degree +
+        equinoxes;
+    const double H = siderealTime + place.longitude - rightAscension;
     const double cosH = std::cos(H);
-    const double sinLatitude = std::sin(site.latitude * degree);
-    const double cosLatitude = std::cos(site.latitude * degree);
 
     SunPosition sun;
     sun.distance = R;
@@ -118,15 +139,29 @@ SunPosition sunPosition(double julianDayUtc, const Site& site, const Air& air) {
     sun.equationOfTime = equation / degree * 4.0;
     // Eq. 13.5 and 13.6, azimuth from north; the parallax lowers the sun by up to 8.8 arc seconds.
     sun.azimuth =
-        wrapTurn(std::atan2(std::sin(H),
-                            cosH * sinLatitude - sinDeclination / cosDeclination * cosLatitude) +
+        wrapTurn(std::atan2(std::sin(H), cosH * place.sinLatitude -
+                                             sinDeclination / cosDeclination * place.cosLatitude) +
                  pi);
-    const double sine =
-        std::clamp(sinLatitude * sinDeclination + cosLatitude * cosDeclination * cosH, -1.0, 1.0);
+    const double sine = std::clamp(
+        place.sinLatitude * sinDeclination + place.cosLatitude * cosDeclination * cosH, -1.0, 1.0);
     const double parallax = 8.794 / 3600.0 * degree / R * std::sqrt(1.0 - sine * sine);
     sun.geometricAltitude = std::asin(sine) - parallax;
     sun.altitude = sun.geometricAltitude + refraction(sun.geometricAltitude / degree, air) * degree;
     return sun;
+}
+
+} // namespace
+
+SunPosition sunPosition(double julianDayUtc, const Site& site, const Air& air) {
+    return positionAt(julianDayUtc, Place(site), air);
+}
+
+void sunPositions(std::span<const double> julianDaysUtc, const Site& site, const Air& air,
+                  std::span<SunPosition> positions) {
+    const Place place(site);
+    for (std::size_t i = 0; i < std::min(julianDaysUtc.size(), positions.size()); ++i) {
+        positions[i] = positionAt(julianDaysUtc[i], place, air);
+    }
 }
 
 SunTimes sunTimes(int year, int month, int day, const Site& site) {

@@ -8,6 +8,8 @@
 
 #include <insolate/export.h>
 
+#include <span>
+
 namespace insolate {
 
 /// A place on the ground.
@@ -63,6 +65,10 @@ INSOLATE_EXPORT double deltaT(double decimalYear);
 
 /// The sun at a UTC instant given as a Julian day. The site's time zone is not used.
 INSOLATE_EXPORT SunPosition sunPosition(double julianDayUtc, const Site& site, const Air& air = {});
+
+/// The same at many instants; the shorter span counts.
+INSOLATE_EXPORT void sunPositions(std::span<const double> julianDaysUtc, const Site& site,
+                                  const Air& air, std::span<SunPosition> positions);
 
 /// Sunrise, transit and sunset of a calendar date, good to half a minute away from the polar
 /// circles: the sun's centre 50 arc minutes below the horizon (34 of refraction, 16 of radius).

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <vector>
 
 namespace insolate {
 namespace {
@@ -46,6 +47,21 @@ TEST(SunPosition, MatchesTheWorkedExamplesOfMeeus) {
     EXPECT_NEAR(sun.declination / degree, -(7.0 + 47.0 / 60.0 + 1.74 / 3600.0), 0.003);
     EXPECT_NEAR(sun.distance, 0.99760775, 1e-4);
     EXPECT_NEAR(sun.equationOfTime, 13.0 + 42.6 / 60.0, 0.01);
+}
+
+TEST(SunPosition, IsTheSameForManyInstantsAtOnce) {
+    std::vector<double> days;
+    for (int i = 0; i < 2000; ++i) {
+        days.push_back(2433282.5 + 18.2627 * i); // 1950 to 2050
+    }
+    std::vector<SunPosition> suns(days.size());
+    sunPositions(days, golden, {82000.0, 11.0}, suns);
+    for (std::size_t i = 0; i < days.size(); ++i) {
+        const SunPosition sun = sunPosition(days[i], golden, {82000.0, 11.0});
+        ASSERT_EQ(sun.azimuth, suns[i].azimuth);
+        ASSERT_EQ(sun.altitude, suns[i].altitude);
+        ASSERT_EQ(sun.equationOfTime, suns[i].equationOfTime);
+    }
 }
 
 // Horizontal coordinates against the geometry itself: at transit the sun stands in the meridian at
