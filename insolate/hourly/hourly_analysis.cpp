@@ -561,6 +561,17 @@ SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sen
     return Evaluation(*m_prepared, rays, sensor).result(hours);
 }
 
+std::vector<SkyDirections> HourlyAnalysis::firstRays() const {
+    std::vector<SkyDirections> sets;
+    if (m_prepared != nullptr) {
+        sets.assign(m_prepared->first.directions.begin(), m_prepared->first.directions.end());
+        for (const GroundRays& ground : m_prepared->ground) {
+            sets.insert(sets.end(), ground.sets.begin(), ground.sets.end());
+        }
+    }
+    return sets;
+}
+
 std::size_t HourlyAnalysis::partCount() const {
     return m_prepared != nullptr ? m_prepared->parts.size() : 0;
 }

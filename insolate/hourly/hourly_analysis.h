@@ -142,6 +142,10 @@ public:
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
                           SensorHours* hours = nullptr) const;
 
+    /// All rays that evaluate() may cast for a sensor before it looks at edges again: two sets of
+    /// the sky, the rest of the ground. Without tolerances a result depends on their answers alone.
+    std::vector<SkyDirections> firstRays() const;
+
     /// The parts that the analysis was made with.
     std::size_t partCount() const;
     /// The same, with the sensor's radiation in each of the parts, as many as partCount().

@@ -36,9 +36,10 @@ PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
     result.models = models;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         given.models = inputsOf(models, sensors);
-        result.session.emplace(options, std::move(given), progress, stop);
-        if (since != nullptr) {
-            result.session->calculateSince(*since->session, progress, stop);
+        const study::StudySession* earlier = since != nullptr ? &*since->session : nullptr;
+        result.session.emplace(options, std::move(given), progress, stop, earlier);
+        if (earlier != nullptr) {
+            result.session->calculateSince(*earlier, progress, stop);
         } else {
             result.session->calculate(progress, stop);
         }

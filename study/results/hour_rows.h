@@ -20,6 +20,7 @@ struct HoursOf {
     bool groups = false;                   ///< of every group of the groupings
     std::vector<std::size_t> sensors = {}; ///< of these; all and groups are false then
     [[nodiscard]] bool any() const { return all || groups || !sensors.empty(); }
+    bool operator==(const HoursOf&) const = default;
 };
 
 /// The hours of one sensor, or of a group: means by area [Wh/m2].

@@ -11,7 +11,9 @@
 #include <insolate/insolate.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
+#include <vector>
 
 namespace insolate::study {
 
@@ -26,30 +28,50 @@ struct SceneDifference {
 };
 SceneDifference differenceOf(const Scene& before, const Scene& after);
 
-/// Compares the rays that the hourly method casts from a sensor before and after.
+/// Compares the rays that are cast from a sensor before and after.
 class ChangedRays {
 public:
     /// @param recentring of both scenes, which must have the same
     /// @param before,after casters through the whole scenes
+    /// @param rays all that a sensor may cast, HourlyAnalysis::firstRays()
     ChangedRays(const SceneDifference& difference, const Recentring& recentring,
-                GetTransparencyValueOnRay& before, GetTransparencyValueOnRay& after);
+                GetTransparencyValueOnRay& before, GetTransparencyValueOnRay& after,
+                std::vector<SkyDirections> rays);
 
-    /// Whether a ray of the sensor meets something else after than before.
-    /// @param analysis without tolerances, so that it asks the same rays whatever is answered
-    [[nodiscard]] bool touch(const HourlyAnalysis& analysis, const Sensor& sensor) const;
+    /// Whether one of the rays meets something else after than before. One that the sensor would
+    /// not cast, since it looks away, may count: that costs time alone.
+    [[nodiscard]] bool touch(const Sensor& sensor) const;
 
     /// Whether any ray might; for analyses that look again where they see edges.
     [[nodiscard]] bool mayTouch(const Sensor& sensor) const;
 
 private:
-    class Caster;
+    /// The ray of a cell in one of the sets.
+    struct Ray {
+        XYZf direction;
+        std::uint16_t set;
+        std::uint8_t azimuth;
+        std::uint8_t altitude;
+    };
+    struct Box {
+        XYZf lowest;
+        XYZf highest;
+        /// Whether a ray from the origin goes through it.
+        [[nodiscard]] bool isMet(const XYZf& direction) const;
+    };
+    struct Range;
+
+    [[nodiscard]] static Box seenFrom(const XYZf& from, const Box& box);
+    [[nodiscard]] static Range directionsInto(const Box& seen);
+    [[nodiscard]] bool differs(const XYZf& origin, std::span<const SkyCellSet> asked) const;
 
     OcclusionIndex m_removed;
     OcclusionIndex m_added;
-    XYZf m_lowest; ///< of the box around the changed triangles
-    XYZf m_highest;
+    std::vector<Box> m_boxes; ///< around what was removed and around what was added
     GetTransparencyValueOnRay& m_before;
     GetTransparencyValueOnRay& m_after;
+    std::vector<SkyDirections> m_sets;
+    std::vector<std::vector<Ray>> m_rays; ///< by squares of 5 degrees in azimuth and altitude
 };
 
 } // namespace insolate::study

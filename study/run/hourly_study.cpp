@@ -81,21 +81,21 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, const S
 
 } // namespace
 
-HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear year)
-    : m_period(options.period), m_options(options.hourly),
+HourlyStudy::HourlyStudy(const SkyOptions& options, double north,
+                         std::shared_ptr<const WeatherYear> year)
+    : m_asked(options), m_north(north), m_year(std::move(year)),
       m_parts(partsOf(options.period, options.hourly.split, options.hourly.periods)),
-      m_weather(std::move(year.report)) {
-    m_monthlyAlbedo = year.series.monthlyAlbedo;
+      m_weather(m_year->report), m_monthlyAlbedo(m_year->series.monthlyAlbedo) {
     requireCompleteYear(m_weather, options.weather, options.allowGaps);
-    HourlySky sky = skyOf(year.series, options, options.period, north);
+    HourlySky sky = skyOf(m_year->series, options, options.period, north);
     if (!sky.valid) {
         throw DataError(fmt::format("{}: the sky of the period could not be built; choose another "
                                     "period",
                                     place(options.weather)));
     }
-    if (m_options.monthlyAlbedo) {
+    if (m_asked.hourly.monthlyAlbedo) {
         const auto missing = static_cast<std::size_t>(
-            std::count_if(year.series.monthlyAlbedo.begin(), year.series.monthlyAlbedo.end(),
+            std::count_if(m_monthlyAlbedo.begin(), m_monthlyAlbedo.end(),
                           [](float value) { return !std::isfinite(value); }));
         if (missing > 0) {
             m_weather.notes.push_back(
@@ -109,20 +109,20 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north, WeatherYear ye
         m_weather.notes.push_back(std::move(odd));
     }
     HourlyAnalysisOptions analysis;
-    analysis.skyTolerance = m_options.skyTolerance / 100.0;
-    analysis.sunTolerance = m_options.sunTolerance / 100.0;
-    if (m_options.openGround) {
+    analysis.skyTolerance = m_asked.hourly.skyTolerance / 100.0;
+    analysis.sunTolerance = m_asked.hourly.sunTolerance / 100.0;
+    if (m_asked.hourly.openGround) {
         analysis.groundRays = 0;
     }
     std::vector<HourlySky> parts;
     for (const NamedPeriod& part : m_parts) {
-        parts.push_back(skyOf(year.series, options, part.period, north));
+        parts.push_back(skyOf(m_year->series, options, part.period, north));
         HourlySky& made = parts.back(); // the hours of the whole are enough
         made.skyHours = {};
         made.beams = {};
         made.patchRadiance = {};
     }
-    m_analysis.emplace(std::move(sky), analysis, parts);
+    m_analysis = std::make_shared<const HourlyAnalysis>(std::move(sky), analysis, parts);
 }
 
 std::vector<ResultColumn> HourlyStudy::columns() const {
@@ -138,7 +138,7 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
         {"sky_view", "%", "Sky view", {}},
         {"ground_view", "%", "Ground view", {}},
         {"direct_sun_hours", "h", "Hours of direct sun", {}}};
-    if (m_options.unshaded) {
+    if (m_asked.hourly.unshaded) {
         columns.push_back({"unshaded", "Wh/m2", "Total radiation without the scene", {}});
     }
     for (const NamedPeriod& part : m_parts) {
@@ -187,7 +187,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
         columns[groundView].values[i] = 100.0f * result.groundViewFactor;
         columns[sunHours].values[i] = result.directSunHours;
         std::size_t column = wholeColumns;
-        if (m_options.unshaded) {
+        if (m_asked.hourly.unshaded) {
             const Sensor sensor = sensorAt(work, i);
             // Neighbours mostly look the same way.
             if (!open || open->normal.x != sensor.normal.x || open->normal.y != sensor.normal.y ||
@@ -222,15 +222,28 @@ SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) con
     return hours;
 }
 
+std::unique_ptr<RadiationMethod>
+HourlyStudy::again(const SkyOptions& options, double north,
+                   const std::shared_ptr<const WeatherYear>& given) const {
+    SkyOptions asked = options;
+    asked.out = m_asked.out;
+    return given == m_year && north == m_north && asked == m_asked
+               ? std::make_unique<HourlyStudy>(*this)
+               : nullptr;
+}
+
 bool HourlyStudy::isSameAs(const RadiationMethod& other) const {
     const auto* hourly = dynamic_cast<const HourlyStudy*>(&other);
     if (hourly == nullptr) {
         return false;
     }
+    if (m_analysis == hourly->m_analysis) {
+        return true;
+    }
     const HourlySky& a = m_analysis->sky();
     const HourlySky& b = hourly->m_analysis->sky();
-    const HourlyOptions& mine = m_options;
-    const HourlyOptions& others = hourly->m_options;
+    const HourlyOptions& mine = m_asked.hourly;
+    const HourlyOptions& others = hourly->m_asked.hourly;
     return mine.skyTolerance == others.skyTolerance && mine.sunTolerance == others.sunTolerance &&
            mine.openGround == others.openGround && a.options.northOffset == b.options.northOffset &&
            a.hours == b.hours && a.daylightHours == b.daylightHours &&
@@ -247,20 +260,16 @@ std::vector<std::uint8_t> HourlyStudy::touched(const SensorWork& work,
                                                MaskSource& before, int threads,
                                                const std::stop_token& stop) const {
     std::vector<std::uint8_t> marks(work.field.size(), 0);
-    const ChangedRays change(difference, work.recentring, *before.rays(), *work.masks.rays());
-    const bool looksAgain = m_options.skyTolerance > 0.0 || m_options.sunTolerance > 0.0;
-    HourlyAnalysisOptions options;
-    options.peak = false; // the search for it casts no rays
-    options.groundRays = m_options.openGround ? 0 : options.groundRays;
-    const HourlyAnalysis analysis(m_analysis->sky(), options);
+    const ChangedRays change(difference, work.recentring, *before.rays(), *work.masks.rays(),
+                             m_analysis->firstRays());
+    const bool looksAgain = m_asked.hourly.skyTolerance > 0.0 || m_asked.hourly.sunTolerance > 0.0;
     constexpr std::size_t sensorsAtOnce = 64;
     forEachBlock(
         {marks.size(), sensorsAtOnce}, threads,
         [&](SensorRange sensors, int) {
             for (std::size_t i = sensors.first; i < sensors.end && !stop.stop_requested(); ++i) {
                 const Sensor sensor = sensorAt(work, i);
-                const bool isTouched =
-                    looksAgain ? change.mayTouch(sensor) : change.touch(analysis, sensor);
+                const bool isTouched = looksAgain ? change.mayTouch(sensor) : change.touch(sensor);
                 marks[i] = isTouched ? 1 : 0;
             }
         },
@@ -297,7 +306,7 @@ SkyPages HourlyStudy::skyPages() const {
 
 std::string HourlyStudy::advice() const {
     constexpr int week = 7;
-    return m_period.dayCount() <= week && m_options.sunTolerance <= 0.0
+    return m_asked.period.dayCount() <= week && m_asked.hourly.sunTolerance <= 0.0
                ? "in a week or less the edges of shadows count more; --sun-tolerance 0.25 looks "
                  "closer at them"
                : std::string();
@@ -306,9 +315,9 @@ std::string HourlyStudy::advice() const {
 void HourlyStudy::describeSky(nlohmann::ordered_json& record) const {
     const HourlySky& sky = m_analysis->sky();
     const HourlySkyReport& report = sky.report;
-    const double usual = m_options.albedo.value_or(HourlyOptions::usualAlbedo);
+    const double usual = m_asked.hourly.albedo.value_or(HourlyOptions::usualAlbedo);
     nlohmann::ordered_json albedo = usual;
-    if (m_options.monthlyAlbedo) {
+    if (m_asked.hourly.monthlyAlbedo) {
         albedo = nlohmann::ordered_json::array();
         for (const float month : m_monthlyAlbedo) {
             // Six digits: what a float holds, not the double near it.
@@ -318,7 +327,7 @@ void HourlyStudy::describeSky(nlohmann::ordered_json& record) const {
     }
     record["hourly"] = {{"steps_per_hour", sky.options.stepsPerHour},
                         {"albedo", albedo},
-                        {"albedo_of_weather_file", m_options.monthlyAlbedo},
+                        {"albedo_of_weather_file", m_asked.hourly.monthlyAlbedo},
                         {"hours", sky.hours},
                         {"daylight_hours", sky.daylightHours},
                         {"placed",
@@ -347,9 +356,9 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
         }
     }
     nlohmann::ordered_json& hourly = record["hourly"];
-    hourly["ground"] = m_options.openGround ? "open" : "open where the scene does not hide it";
-    hourly["sky_tolerance_percent"] = m_options.skyTolerance;
-    hourly["sun_tolerance_percent"] = m_options.sunTolerance;
+    hourly["ground"] = m_asked.hourly.openGround ? "open" : "open where the scene does not hide it";
+    hourly["sky_tolerance_percent"] = m_asked.hourly.skyTolerance;
+    hourly["sun_tolerance_percent"] = m_asked.hourly.sunTolerance;
     if (columns.empty()) {
         return;
     }
@@ -365,9 +374,11 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
 }
 
 std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,
-                                                 const WeatherYear* given) {
+                                                 const std::shared_ptr<const WeatherYear>& given) {
     return std::make_unique<HourlyStudy>(
-        options, north, given != nullptr ? *given : readWeatherYear(options.weather));
+        options, north,
+        given != nullptr ? given
+                         : std::make_shared<const WeatherYear>(readWeatherYear(options.weather)));
 }
 
 } // namespace insolate::study

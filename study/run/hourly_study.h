@@ -7,7 +7,7 @@
 #include <insolate/insolate.h>
 
 #include <array>
-#include <optional>
+#include <memory>
 
 namespace insolate::study {
 
@@ -16,7 +16,7 @@ public:
     /// @param north from the model's +Y clockwise to true north [degrees]
     /// @param year of options.weather, the name of its file
     /// @throws DataError when the weather cannot be used
-    HourlyStudy(const SkyOptions& options, double north, WeatherYear year);
+    HourlyStudy(const SkyOptions& options, double north, std::shared_ptr<const WeatherYear> year);
 
     [[nodiscard]] const WeatherReport& weather() const override { return m_weather; }
     [[nodiscard]] std::vector<ResultColumn> columns() const override;
@@ -28,6 +28,9 @@ public:
     [[nodiscard]] const char* enclosedText() const override { return "neither sky nor ground"; }
     [[nodiscard]] SensorHours hoursOf(const SensorWork& work, std::size_t sensor) const override;
     [[nodiscard]] SkyPages skyPages() const override;
+    [[nodiscard]] std::unique_ptr<RadiationMethod>
+    again(const SkyOptions& options, double north,
+          const std::shared_ptr<const WeatherYear>& given) const override;
     [[nodiscard]] bool isSameAs(const RadiationMethod& other) const override;
     [[nodiscard]] std::vector<std::uint8_t> touched(const SensorWork& work,
                                                     const SceneDifference& difference,
@@ -44,15 +47,16 @@ private:
     [[nodiscard]] std::size_t columnsOfPart() const;
     [[nodiscard]] Sensor sensorAt(const SensorWork& work, std::size_t index) const;
 
-    StudyPeriod m_period;
-    HourlyOptions m_options;
+    SkyOptions m_asked;
+    double m_north;
+    std::shared_ptr<const WeatherYear> m_year;
     std::vector<NamedPeriod> m_parts; ///< of the period, with results of their own
     WeatherReport m_weather;
-    std::array<float, 12> m_monthlyAlbedo{};  ///< of the weather, NaN where it has none
-    std::optional<HourlyAnalysis> m_analysis; ///< holds a value from construction on
+    std::array<float, 12> m_monthlyAlbedo{}; ///< of the weather, NaN where it has none
+    std::shared_ptr<const HourlyAnalysis> m_analysis;
 };
 
 std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,
-                                                 const WeatherYear* given);
+                                                 const std::shared_ptr<const WeatherYear>& given);
 
 } // namespace insolate::study

@@ -22,6 +22,7 @@ enum class PeriodSplit {
 struct AskedPeriod {
     StudyPeriod period;
     bool hasHours = false;
+    bool operator==(const AskedPeriod&) const = default;
 };
 
 struct NamedPeriod {

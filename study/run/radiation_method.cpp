@@ -14,7 +14,7 @@ namespace insolate::study {
 namespace {
 
 using Make = std::unique_ptr<RadiationMethod> (*)(const SkyOptions& options, double north,
-                                                  const WeatherYear* given);
+                                                  const std::shared_ptr<const WeatherYear>& given);
 
 struct ListedMethod {
     const char* name;
@@ -23,8 +23,9 @@ struct ListedMethod {
 };
 
 template <CalculationMethod method>
-std::unique_ptr<RadiationMethod> makeSolarAnalysis(const SkyOptions& options, double north,
-                                                   const WeatherYear* given) {
+std::unique_ptr<RadiationMethod>
+makeSolarAnalysis(const SkyOptions& options, double north,
+                  const std::shared_ptr<const WeatherYear>& given) {
     if (given != nullptr) {
         throw UsageError(fmt::format("--method {} reads its weather from a file; give one, or take "
                                      "--method hourly",
@@ -72,8 +73,9 @@ MethodUse methodUse(const std::string& name) {
     return methodOf(name).use;
 }
 
-std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north,
-                                                     const WeatherYear* given) {
+std::unique_ptr<RadiationMethod>
+makeRadiationMethod(const SkyOptions& options, double north,
+                    const std::shared_ptr<const WeatherYear>& given) {
     return methodOf(options.method).make(options, north, given);
 }
 

@@ -74,6 +74,14 @@ public:
 
     /// What the method holds of the process, for other parts of its study; null when nothing.
     [[nodiscard]] virtual std::shared_ptr<const ProcessScene> processScene() const { return {}; }
+    /// The same method for another study, sharing what it has built; null where that study asks
+    /// something else.
+    /// @param given the other study's weather, the object itself
+    [[nodiscard]] virtual std::unique_ptr<RadiationMethod>
+    again(const SkyOptions& /*options*/, double /*north*/,
+          const std::shared_ptr<const WeatherYear>& /*given*/) const {
+        return nullptr;
+    }
     /// Whether the other method gives any sensor the same results, bit by bit, in any scene. A
     /// false answer is always safe.
     [[nodiscard]] virtual bool isSameAs(const RadiationMethod& /*other*/) const { return false; }
@@ -101,7 +109,8 @@ public:
 /// @param north from the model's +Y clockwise to true north [degrees]
 /// @param given the weather, for the hourly method; null: options.weather is read
 /// @throws DataError when the weather cannot be used, UsageError when there is no such method
-std::unique_ptr<RadiationMethod> makeRadiationMethod(const SkyOptions& options, double north,
-                                                     const WeatherYear* given = nullptr);
+std::unique_ptr<RadiationMethod>
+makeRadiationMethod(const SkyOptions& options, double north,
+                    const std::shared_ptr<const WeatherYear>& given = {});
 
 } // namespace insolate::study

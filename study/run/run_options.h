@@ -36,6 +36,7 @@ struct HourlyOptions {
 
     PeriodSplit split = PeriodSplit::none; ///< parts of the period with results of their own
     std::vector<AskedPeriod> periods = {}; ///< others of them
+    bool operator==(const HourlyOptions&) const = default;
 
     static constexpr double usualAlbedo = 0.2;
 };
@@ -48,6 +49,7 @@ struct SkyOptions {
     HourlyOptions hourly;
     bool allowGaps = false;
     std::filesystem::path out;
+    bool operator==(const SkyOptions&) const = default;
 };
 
 /// How a model was read.

@@ -179,10 +179,15 @@ void reportResults(const PreparedStudy& study, const StudyResults& results, Prog
 }
 
 PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
-                           const std::stop_token& stop) {
+                           const std::stop_token& stop, const PreparedStudy* earlier) {
     PreparedStudy study;
     study.options = options;
-    study.method = makeRadiationMethod(options, options.north, given.weather.get());
+    if (earlier != nullptr) {
+        study.method = earlier->method->again(options, options.north, given.weather);
+    }
+    if (study.method == nullptr) {
+        study.method = makeRadiationMethod(options, options.north, given.weather);
+    }
     reportStudy(options, study.method->weather(), progress);
     if (const std::string advice = study.method->advice(); !advice.empty()) {
         progress.note(advice);

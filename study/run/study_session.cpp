@@ -24,11 +24,12 @@ struct StudySession::Content {
 };
 
 StudySession::StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
-                           const std::stop_token& stop)
+                           const std::stop_token& stop, const StudySession* earlier)
     : m_content(std::make_unique<Content>()) {
     checkRunOptions(options);
     KeptWarnings kept(progress);
-    m_content->study = prepareStudy(options, std::move(given), kept, stop);
+    m_content->study = prepareStudy(options, std::move(given), kept, stop,
+                                    earlier != nullptr ? &earlier->m_content->study : nullptr);
     m_content->results.warnings = kept.warnings();
 }
 

@@ -31,9 +31,11 @@ namespace insolate::study {
 class INSOLATE_STUDY_EXPORT StudySession {
 public:
     /// Reads what is not given, builds the sky and the index of the rays.
+    /// @param earlier a session whose sky is taken where weather (the same object), period and
+    ///        options are the same, or null
     /// @throws Error
     StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
-                 const std::stop_token& stop = {});
+                 const std::stop_token& stop = {}, const StudySession* earlier = nullptr);
     ~StudySession();
     StudySession(StudySession&&) noexcept;
     StudySession& operator=(StudySession&&) noexcept;

@@ -39,14 +39,24 @@ struct HashOfPlace {
 
 /// The sensor of the former field that stands and looks alike, by sensor of the new one.
 std::vector<std::size_t> formerSensors(const SensorField& before, const SensorField& after) {
-    std::unordered_map<Place, std::size_t, HashOfPlace, SamePlace> places;
-    places.reserve(before.size());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        places.try_emplace({before.positions[i], before.normals[i]}, i);
-    }
+    const auto placeOf = [](const SensorField& field, std::size_t i) {
+        return Place{field.positions[i], field.normals[i]};
+    };
+    std::unordered_map<Place, std::size_t, HashOfPlace, SamePlace> places; // once they are needed
     std::vector<std::size_t> former(after.size(), unknownSensor);
     for (std::size_t i = 0; i < after.size(); ++i) {
-        const auto found = places.find({after.positions[i], after.normals[i]});
+        const Place place = placeOf(after, i);
+        if (i < before.size() && SamePlace()(placeOf(before, i), place)) {
+            former[i] = i;
+            continue;
+        }
+        if (places.empty()) {
+            places.reserve(before.size());
+            for (std::size_t k = 0; k < before.size(); ++k) {
+                places.try_emplace(placeOf(before, k), k);
+            }
+        }
+        const auto found = places.find(place);
         former[i] = found == places.end() ? unknownSensor : found->second;
     }
     return former;

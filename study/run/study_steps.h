@@ -58,9 +58,11 @@ struct StudyResults {
 
 /// Reads weather and models as far as they are not given, builds the sky and the index of the rays.
 /// @param options that checkRunOptions() takes
+/// @param earlier a study whose sky is taken where it is the same, or null
 /// @throws Error
 PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progress& progress,
-                           const std::stop_token& stop = {});
+                           const std::stop_token& stop = {},
+                           const PreparedStudy* earlier = nullptr);
 
 /// What the rest of the study would take: by calculating a few of its sensors, and by the memory
 /// that the process has used.

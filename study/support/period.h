@@ -22,6 +22,8 @@ struct INSOLATE_STUDY_EXPORT StudyPeriod {
 
     static constexpr int yearOfRules = 2025; ///< for the Sundays of summer time
 
+    bool operator==(const StudyPeriod&) const = default;
+
     /// Whether the hours make a difference.
     [[nodiscard]] bool hasWholeDays() const { return startHour <= 0.0 && endHour >= 24.0; }
     [[nodiscard]] int dayCount() const;

@@ -16,6 +16,7 @@ struct INSOLATE_STUDY_EXPORT SummerTime {
     int lastDay = 1;  ///< included; before firstDay the days run over new year
     /// The rule that they come from, "eu 2025"; empty for dates that the user gave.
     std::string rule = {};
+    bool operator==(const SummerTime&) const = default;
 
     /// @param day of the year, 1..365
     [[nodiscard]] bool contains(int day) const;

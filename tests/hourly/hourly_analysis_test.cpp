@@ -11,12 +11,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <numeric>
 #include <random>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <utility>
@@ -469,6 +471,35 @@ TEST(FirstRays, KnowTheLattice) {
 
 // No hour may give a sensor in the open more sky than its block's first bound, nor more sun than
 // its whole beam; the search would miss it.
+TEST(FirstRays, AreAllThatAnAnalysisWithoutTolerancesCasts) {
+    const HourlyAnalysis analysis(chicagoSky());
+    std::set<std::array<float, 3>> known;
+    for (const SkyDirections& set : analysis.firstRays()) {
+        for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
+            const XYZf& d =
+                set.direction(cell % skyGrid::azimuthCount, cell / skyGrid::azimuthCount);
+            known.insert({d.x, d.y, d.z});
+        }
+    }
+    std::set<std::array<float, 3>> cast;
+    for (const bool doubleSided : {false, true}) {
+        FormulaScene scene(
+            [&](const XYZf& d) {
+                cast.insert({d.x, d.y, d.z});
+                return d.x > 0.3f;
+            },
+            doubleSided);
+        for (const double tilt : {0.0, 20.0, 40.0, 90.0, 150.0, 180.0}) {
+            analysis.evaluate(scene,
+                              {{0, 0, 1}, test::narrowed(test::direction(205.0, 90.0 - tilt))});
+        }
+        analysis.evaluate(scene, {{0, 0, 1}, {0, 0, 0}});
+    }
+    EXPECT_TRUE(std::includes(known.begin(), known.end(), cast.begin(), cast.end()));
+    known.erase({0.0f, 0.0f, 0.0f}); // of cells without a ray
+    EXPECT_EQ(cast.size(), known.size());
+}
+
 TEST(PeakHours, BoundWhatHoursGiveInTheOpen) {
     const SkyCells cells(0.0);
     const PeakHours hours(chicagoSky(), cells);
