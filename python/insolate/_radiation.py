@@ -115,9 +115,7 @@ class Columns(Mapping[str, Array]):
         core = self.sensors._core
         start = np.asarray(core.cell_start, dtype=np.int64)
         if len(start) > 1:
-            counts = np.diff(start)
-            faces = np.insert(np.arange(start[-1]), start[:-1], counts)
-            mesh = pv.PolyData(np.array(core.corners), faces)
+            mesh = pv.PolyData(np.array(core.corners), _faces(start))
             data = mesh.cell_data
         else:
             mesh = pv.PolyData(np.array(self.sensors.points))
@@ -127,6 +125,16 @@ class Columns(Mapping[str, Array]):
         if self._values:
             data.active_scalars_name = next(iter(self._values))
         return mesh
+
+
+def _faces(start: np.ndarray[Any, np.dtype[np.int64]]) -> np.ndarray[Any, np.dtype[np.int64]]:
+    """Polygons as VTK lists them, the number of corners before the corners of each.
+
+    Parameters
+    ----------
+    start : where the corners of each polygon begin, and where the last one's end
+    """
+    return np.insert(np.arange(start[-1]), start[:-1], np.diff(start))
 
 
 class Comparison(Columns):

@@ -8,6 +8,7 @@ from importlib import import_module
 from pathlib import Path
 
 import pytest
+from conftest import root
 
 import insolate as ins
 from insolate import _core
@@ -68,6 +69,15 @@ def test_all_names_are_there():
 def test_the_examples_of_the_docstrings_run(name):
     failures, _ = doctest.testmod(import_module("insolate." + name))
     assert failures == 0
+
+
+@pytest.mark.parametrize("text", ["README.md", "docs/python.md"])
+def test_the_first_lines_that_people_see_run(text, tmp_path, monkeypatch, capsys):
+    lines = (root / text).read_text().split("```python\n", 1)[1].split("```", 1)[0]
+    (tmp_path / "examples").symlink_to(root / "examples")
+    monkeypatch.chdir(tmp_path)
+    exec(compile(lines, text, "exec"), {})
+    assert list(tmp_path.glob("out/**/summary.json"))
 
 
 def test_the_stub_is_that_of_the_module(tmp_path):
