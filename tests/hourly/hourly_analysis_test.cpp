@@ -496,8 +496,7 @@ TEST(FirstRays, AreAllThatAnAnalysisWithoutTolerancesCasts) {
         analysis.evaluate(scene, {{0, 0, 1}, {0, 0, 0}});
     }
     EXPECT_TRUE(std::includes(known.begin(), known.end(), cast.begin(), cast.end()));
-    known.erase({0.0f, 0.0f, 0.0f}); // of cells without a ray
-    EXPECT_EQ(cast.size(), known.size());
+    EXPECT_GT(cast.size(), static_cast<std::size_t>(2 * skyGrid::cellCount)); // and the ground's
 }
 
 TEST(PeakHours, BoundWhatHoursGiveInTheOpen) {
