@@ -44,14 +44,17 @@ bool asksForJson(std::span<const char* const> arguments) {
 } // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
-    Interruption interruption;
     const bool asJson = asksForJson(std::span(argv, static_cast<std::size_t>(std::max(argc, 0))));
-    const auto report = [asJson](int exitCode, const std::string& message) {
+    const auto errorLine = [asJson](int exitCode, const std::string& message) {
+        return asJson ? errorAsJson(message, exitCode)
+                      : fmt::format("insolate: error: {}\n", message);
+    };
+    Interruption interruption([=](int exitCode) { // after half a bar, perhaps
+        return (asJson ? "" : "\n") + errorLine(exitCode, Stopped().what());
+    });
+    const auto report = [&](int exitCode, const std::string& message) {
         // Where standard error is closed or full, the exit code must do.
-        std::fputs((asJson ? errorAsJson(message, exitCode)
-                           : fmt::format("insolate: error: {}\n", message))
-                       .c_str(),
-                   stderr);
+        std::fputs(errorLine(exitCode, message).c_str(), stderr);
         return exitCode;
     };
     CLI::App app("Solar radiation on the surfaces of a model, with shade and incidence.",

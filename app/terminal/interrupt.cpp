@@ -4,8 +4,9 @@
 
 #include <csignal>
 #include <ctime>
-#include <string_view>
+#include <utility>
 
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -25,7 +26,7 @@ sigset_t watchedSignals() {
 
 } // namespace
 
-Interruption::Interruption() {
+Interruption::Interruption(LastWords lastWords) : m_lastWords(std::move(lastWords)) {
     // A shell starts background work with SIGINT ignored, and what is ignored cannot be waited for.
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);
@@ -55,6 +56,7 @@ void Interruption::wait() {
     while (sigwait(&signals, &received) == 0 && !m_ended) {
         if (received != SIGUSR1) {
             m_signal = received;
+            m_message = m_lastWords(128 + received);
             m_stop.request_stop();
             break;
         }
@@ -78,8 +80,13 @@ void Interruption::endNow() {
             _exit(128 + m_signal);
         }
     }
-    constexpr std::string_view message = "\ninsolate: error: stopped; no result was written\n";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, message.data(), message.size());
+    // A pipe that nobody reads any more must not hold the end up: what it has no room for at once
+    // is left out, and the exit code says the same.
+    pollfd standardError = {.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+    if (poll(&standardError, 1, 0) == 1 && (standardError.revents & POLLOUT) != 0) {
+        [[maybe_unused]] const ssize_t written =
+            write(STDERR_FILENO, m_message.data(), m_message.size());
+    }
     _exit(128 + m_signal);
 }
 

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <stop_token>
+#include <string>
 #include <thread>
 
 namespace insolate::study {
@@ -19,7 +21,11 @@ namespace insolate::app {
 /// are held back from them.
 class Interruption {
 public:
-    Interruption();
+    /// The line with which a process that must end at once takes its leave on standard error, made
+    /// of the exit code. At most 4,096 bytes, which a pipe takes whole or not at all.
+    using LastWords = std::function<std::string(int exitCode)>;
+
+    explicit Interruption(LastWords lastWords);
     ~Interruption();
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
@@ -34,6 +40,8 @@ private:
     void wait();
     [[noreturn]] void endNow();
 
+    LastWords m_lastWords;
+    std::string m_message; ///< of the signal that came
     std::stop_source m_stop;
     std::atomic<int> m_signal{0};
     std::atomic<bool> m_ended{false};

@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 
 namespace insolate::app {
@@ -130,6 +131,30 @@ TEST_F(FaultsTest, EndsWithinASecondOfASignalInEveryStep) {
         fs::remove(path("out/.insolate-partial")); // finished sensors of a long calculation
         EXPECT_TRUE(!fs::exists(path("out")) || fs::is_empty(path("out"))) << c.words;
     }
+}
+
+TEST_F(FaultsTest, EndsThoughNobodyReadsWhatItSays) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
+    while (::write(ends[1], "x", 1) == 1) {
+    }
+    fcntl(ends[1], F_SETFL, 0);
+    const pid_t child =
+        start("run --weather good.epw --scene court.obj --out out --progress json 2>&9",
+              [&] { dup2(ends[1], 9); });
+    while (!fs::exists(path("out"))) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    kill(child, SIGTERM);
+    int status = 0;
+    for (int i = 0; i < 1000 && waitpid(child, &status, WNOHANG) == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    kill(child, SIGKILL);
+    EXPECT_EQ(WEXITSTATUS(status), 128 + SIGTERM);
+    EXPECT_FALSE(fs::exists(path("out")));
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST_F(FaultsTest, FullDiskAndVanishingFolderEndWithTheFileNamed) {
