@@ -473,12 +473,7 @@ void Canvas::finish() {
 bool isOurPicture(const std::filesystem::path& file) {
     const std::string begin = fileBeginning(file, 256);
     if (begin.starts_with("\x89PNG")) {
-        if (begin.find(pngTextChunk()) == pngHeaderSize) {
-            return true;
-        }
-        // Up to version 0.1 pictures had no mark; the summary beside them was ours then as now.
-        return isOurSummary(file.parent_path() / "summary.json") ||
-               isOurSummary(file.parent_path() / "sky.json");
+        return begin.find(pngTextChunk()) == pngHeaderSize;
     }
     if (begin.starts_with("<?xml")) {
         return begin.find(svgMark.substr(0, svgMark.size() - 1)) != std::string::npos;

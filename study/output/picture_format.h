@@ -14,8 +14,7 @@ enum class PictureFormat { png, svg, pdf };
 /// @throws UsageError for other endings
 INSOLATE_STUDY_EXPORT PictureFormat pictureFormat(const std::filesystem::path& file);
 
-/// Whether insolate wrote this picture: each one says so within. PNG files of versions that left no
-/// mark count when the folder's summary is ours.
+/// Whether insolate wrote this picture: each one says so within.
 INSOLATE_STUDY_EXPORT bool isOurPicture(const std::filesystem::path& file);
 
 } // namespace insolate::study
