@@ -2,12 +2,12 @@
 
 #include "study/files/input_file.h"
 #include "study/output/text.h"
+#include "study/results/table_records.h"
 #include "study/support/errors.h"
 #include "study/support/fields.h"
 #include "study/support/iso_time.h"
 #include "study/support/numbers.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <string>
@@ -87,30 +87,20 @@ void writeHoursCsv(OutputFile& out, std::span<const int> hours, double timeZone,
 }
 
 std::vector<HourRow> readHoursCsv(const std::filesystem::path& file, const std::stop_token& stop) {
-    InputFile in(file, hoursKind, stop);
+    TableRecords records(file, hoursKind, stop);
     std::string text;
-    std::string more;
-    std::size_t line = 1;
-    if (!in.readLine(text) || !text.starts_with(hourHeadings)) {
+    if (!records.next(text) || !text.starts_with(hourHeadings)) {
         refuseHours(file, 1, "does not begin as a table of hours does");
-    }
-    while (std::count(text.begin(), text.end(), '"') % 2 != 0 && in.readLine(more)) {
-        text += '\n' + more; // a name of several lines
-        ++line;
     }
     std::vector<std::string_view> fields;
     splitFields(text, ",", fields);
     std::vector<HourRow> rows = rowsOf(fields, file);
     const std::size_t width = fields.size();
-    while (in.readLine(text)) {
-        ++line;
+    while (records.next(text)) {
         splitFields(text, ",", fields);
-        if (text.empty()) {
-            continue;
-        }
         const auto hour = parseNumber<int>(fields[0]);
         if (fields.size() != width || !hour || *hour < 1 || *hour > static_cast<int>(hoursOfYear)) {
-            refuseHours(file, line, "is not the line of an hour");
+            refuseHours(file, records.line(), "is not the line of an hour");
         }
         const auto at = static_cast<std::size_t>(*hour - 1);
         std::size_t field = 2;
@@ -118,7 +108,8 @@ std::vector<HourRow> readHoursCsv(const std::filesystem::path& file, const std::
             for (auto* values : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
                 const auto value = parseNumber<float>(fields[field]);
                 if (!value) {
-                    refuseHours(file, line, fmt::format("field {} is not a number", field + 1));
+                    refuseHours(file, records.line(),
+                                fmt::format("field {} is not a number", field + 1));
                 }
                 (*values)[at] = *value;
                 ++field;

@@ -1,6 +1,7 @@
 #include "study/results/result_folder.h"
 
 #include "study/files/input_file.h"
+#include "study/results/table_records.h"
 #include "study/results/vtp_reader.h"
 #include "study/support/errors.h"
 #include "study/support/fields.h"
@@ -144,7 +145,8 @@ ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
     }
     model.north = numberAt(summary, {"scene", "north_deg"}).value_or(0.0);
     model.fingerprint = textAt(summary, {"scene", "fingerprint"});
-    if (const auto count = numberAt(summary, {"scene", "triangles"}); count && *count >= 0.0) {
+    if (const auto count = numberAt(summary, {"scene", "triangles"});
+        count && *count >= 0.0 && *count < 1.0e15) {
         model.triangles = static_cast<std::size_t>(*count);
     }
     return model;
@@ -164,7 +166,7 @@ class TableReader {
 public:
     TableReader(ResultFolder& results, const std::stop_token& stop)
         : m_results(results), m_file(results.folder / tableName),
-          m_in(m_file, inputKinds::sensorTable, stop) {}
+          m_records(m_file, inputKinds::sensorTable, stop) {}
 
     void read(const Json& summary) {
         readHeader(summary);
@@ -188,25 +190,9 @@ private:
     static constexpr std::size_t coordinates = 6;
     enum class Kind { quantity, given, origin };
 
-    /// The next line that is not empty, and those after it that are part of a field in quotes.
     bool readRecord() {
-        do {
-            if (!m_in.readLine(m_text)) {
-                return false;
-            }
-            m_line = ++m_linesRead;
-            m_text.resize(m_text.size() - (m_text.ends_with('\r') ? 1 : 0));
-        } while (m_text.empty());
-        std::string more;
-        while (std::count(m_text.begin(), m_text.end(), '"') % 2 != 0) {
-            if (!m_in.readLine(more) ||
-                m_text.size() + more.size() > inputKinds::sensorTable.mostLineBytes) {
-                throw DataError(fmt::format("{}: quotes are opened and not closed; calculate the "
-                                            "results again",
-                                            place(m_file, m_line)));
-            }
-            ++m_linesRead;
-            m_text += '\n' + more;
+        if (!m_records.next(m_text)) {
+            return false;
         }
         splitFields(m_text, ",", m_fields);
         return true;
@@ -247,7 +233,7 @@ private:
         if (m_fields.size() != coordinates + m_kinds.size()) {
             throw DataError(fmt::format("{}: {} fields where the header has {}; calculate the "
                                         "results again",
-                                        place(m_file, m_line), m_fields.size(),
+                                        place(m_file, m_records.line()), m_fields.size(),
                                         coordinates + m_kinds.size()));
         }
         std::array<double, coordinates> numbers = {};
@@ -258,7 +244,7 @@ private:
                          [](double v) { return std::isfinite(v); })) {
             throw DataError(fmt::format("{}: a place or a normal that is none; calculate the "
                                         "results again",
-                                        place(m_file, m_line)));
+                                        place(m_file, m_records.line())));
         }
         m_results.field.positions.push_back({numbers[0], numbers[1], numbers[2]});
         m_results.field.normals.push_back({numbers[3], numbers[4], numbers[5]});
@@ -280,7 +266,7 @@ private:
         if (!value) {
             throw DataError(fmt::format("{}: field {}: {} is not a number; calculate the results "
                                         "again",
-                                        place(m_file, m_line), field + 1,
+                                        place(m_file, m_records.line()), field + 1,
                                         quoteText(m_fields[field])));
         }
         return *value;
@@ -288,11 +274,9 @@ private:
 
     ResultFolder& m_results;
     std::filesystem::path m_file;
-    InputFile m_in;
+    TableRecords m_records;
     std::string m_text; ///< of a record
     std::vector<std::string_view> m_fields;
-    std::size_t m_line = 0; ///< on which the record begins
-    std::size_t m_linesRead = 0;
     std::vector<Kind> m_kinds; ///< of the columns behind the coordinates
 };
 

@@ -128,8 +128,13 @@ std::vector<std::int64_t> VtpReader::indices(std::string_view name, std::size_t 
 
 std::vector<std::int64_t> VtpReader::ends() {
     std::vector<std::int64_t> ends = indices("offsets", m_cells);
-    if (ends.front() < 0 || !std::is_sorted(ends.begin(), ends.end())) {
-        refuse("has cells that end before they begin");
+    std::int64_t before = 0;
+    for (const std::int64_t end : ends) {
+        // Compared this way round because the sum of a negative and a large one may overflow.
+        if (end < 3 || end - 3 < before) {
+            refuse("has cells of fewer than three corners");
+        }
+        before = end;
     }
     return ends;
 }

@@ -1,5 +1,6 @@
 #include "tests/study/output/output_support.h"
 
+#include "study/output/hours_file.h"
 #include "study/output/hours_table.h"
 #include "study/output/sensor_tables.h"
 #include "study/output/sky_output.h"
@@ -16,6 +17,7 @@
 #include <insolate/geometry/sky_grid.h>
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
+#include <sys/stat.h>
 
 namespace insolate::study {
 namespace {
@@ -244,6 +246,15 @@ TEST_F(SensorTablesTest, tablesAreKnownByTheirContentsAndEndWithAStop) {
     EXPECT_THROW(writeSensorsVtp(out, field, columns, "", source.get_token()), Stopped);
 }
 
+TEST_F(SensorTablesTest, AnythingMayStandUnderTheNameOfHours) {
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0); // opened, it would wait for a writer
+    own.write("other.nc", "\x89HDF\r\n\x1A\n of the user");
+    own.write("text.nc", "made_by_insolate");
+    for (const char* name : {"pipe", "other.nc", "text.nc", "none"}) {
+        EXPECT_FALSE(isOurHoursFile(folder / name)) << name;
+    }
+}
+
 TEST_F(SensorTablesTest, HoursAreReadAsTheyWereWritten) {
     std::vector<HourRow> rows(2);
     rows[0].name = "17";
@@ -273,6 +284,8 @@ TEST_F(SensorTablesTest, DamagedHoursAreRefusedByLine) {
     const std::string head = "hour_of_year,start,beam_1 [Wh/m2],sky_1 [Wh/m2],ground_1 [Wh/m2]\n";
     const std::pair<std::string, const char*> tables[] = {
         {"hour,start\n", ":1: does not begin as a table of hours"},
+        // In time that grows with the square of the lines this would take minutes.
+        {"hour_of_year,start,\"" + std::string(4'000'000, '\n'), ":1: quotes are opened and not"},
         {"hour_of_year,start,beam_1 [Wh/m2],ground_1 [Wh/m2],sky_1 [Wh/m2]\n", ":1: column 4"},
         {head + "0,t,1,2,3\n", ":2: is not the line of an hour"},
         {head + "8761,t,1,2,3\n", ":2: is not the line of an hour"},

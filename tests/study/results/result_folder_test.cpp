@@ -162,6 +162,10 @@ TEST_F(ResultFolderTest, RefusesWhatIsDamagedOrForeign) {
     for (const auto& c : cases) {
         EXPECT_THAT(messageAfter(c.file, c.part, c.replacement), HasSubstr(c.message)) << c.part;
     }
+    using namespace std::string_literals;
+    EXPECT_THAT(messageAfter("sensors.vtp", "\4\0\0\0\0\0\0\0\10\0\0\0\0\0\0\0"s,
+                             "\4\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0"s),
+                HasSubstr("sensors.vtp: has cells of fewer than three corners"));
     EXPECT_EQ(messageOf([&] { readResultFolder(m_options.out); }), "nothing is wrong");
 
     // Cut at any place, the file is refused; nothing is read beyond its end.
