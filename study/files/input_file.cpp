@@ -24,10 +24,20 @@ constexpr std::size_t bufferBytes = 256U << 10U;
 /// How long a pipe may be silent; a program that computes for longer writes to a file first.
 constexpr std::chrono::seconds longestSilence(60);
 constexpr int millisecondsBetweenLooks = 50; // for a request to stop
+using Clock = std::chrono::steady_clock;
 
 std::string sizeText(std::uintmax_t bytes) {
     return bytes < 10U << 20U ? fmt::format("{} kB", bytes >> 10U)
                               : fmt::format("{} MB", bytes >> 20U);
+}
+
+void requireShortSilence(Clock::time_point since, const std::filesystem::path& file,
+                         const InputKind& kind) {
+    if (Clock::now() - since > longestSilence) {
+        throw DataError(fmt::format("{}: nothing came for {} s; write the {} to a file and give "
+                                    "that",
+                                    place(file), longestSilence.count(), kind.name));
+    }
 }
 
 } // namespace
@@ -102,30 +112,31 @@ void InputFile::refuseWideText() const {
 }
 
 void InputFile::waitForBytes() {
-    const auto start = std::chrono::steady_clock::now();
-    for (;;) {
+    const Clock::time_point start = Clock::now();
+    pollfd watched = {.fd = m_descriptor, .events = POLLIN, .revents = 0};
+    // A pipe without a writer is ready only when one has come and gone.
+    while (poll(&watched, 1, millisecondsBetweenLooks) <= 0) {
         throwIfStopped(m_stop);
-        pollfd watched = {.fd = m_descriptor, .events = POLLIN, .revents = 0};
-        // A pipe without a writer is ready only when one has come and gone.
-        if (poll(&watched, 1, millisecondsBetweenLooks) > 0) {
-            return;
-        }
-        if (std::chrono::steady_clock::now() - start > longestSilence) {
-            throw DataError(fmt::format("{}: nothing came for {} s; write the {} to a file and "
-                                        "give that",
-                                        place(m_file), longestSilence.count(), m_kind.name));
-        }
+        requireShortSilence(start, m_file, m_kind);
     }
 }
 
 std::size_t InputFile::readSome(std::span<char> bytes) {
     throwIfStopped(m_stop);
+    const Clock::time_point start = Clock::now();
     for (;;) {
         if (m_isStream) {
             waitForBytes();
         }
         const ssize_t count = ::read(m_descriptor, bytes.data(), bytes.size());
-        if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0 && errno == EAGAIN) {
+            // Ready and yet empty: another reader was faster, or a device is always called ready.
+            throwIfStopped(m_stop);
+            requireShortSilence(start, m_file, m_kind);
+            poll(nullptr, 0, millisecondsBetweenLooks);
             continue;
         }
         if (count < 0) {

@@ -262,19 +262,25 @@ void OutputFolder::writeLock(const std::string& line) {
     [[maybe_unused]] const ssize_t written = write(m_lock, text.data(), text.size());
 }
 
-/// A lock file left by a killed run opens even where no new file can be made, so one is tried.
+/// A lock file left by a killed run opens even where no new file can be made, so one is tried. It
+/// need not reach the disk: what is full or read-only says so at once.
 void OutputFolder::tryToWrite() {
-    writeLock(fmt::format("{}{}", partialKey, lockName)); // before there is a file to leave
     const fs::path trial = m_folder / (std::string(lockName) + std::string(partialSuffix));
-    try {
-        OutputFile file(trial, m_onlyFile.empty() ? m_folder.string() : m_onlyFile);
-        file.write("writable\n");
-        file.finish();
-    } catch (...) {
-        unlink(trial.c_str());
-        throw;
+    requireNoPartial(trial);
+    writeLock(fmt::format("{}{}", partialKey, lockName)); // before there is a file to leave
+    const int descriptor =
+        open(trial.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode_t{0666});
+    if (descriptor < 0) {
+        fail("cannot be written", errno);
+    }
+    int reason = write(descriptor, "\n", 1) < 0 ? errno : 0;
+    if (close(descriptor) != 0 && reason == 0) {
+        reason = errno;
     }
     unlink(trial.c_str());
+    if (reason != 0) {
+        fail("cannot be written", reason);
+    }
 }
 
 void OutputFolder::requireFree(const ResultName& result) const {
@@ -364,16 +370,22 @@ void OutputFolder::commit() {
         if (m_staged.empty()) {
             return;
         }
-        // While the names change over, the file that closes the set is absent.
-        unlink(m_staged.back().target.c_str());
-        syncFolder(m_folder);
+        // While several names change over, the file that closes the set is absent; where it is the
+        // only one, the old one stays until the new one takes its place.
+        const bool isSet = m_staged.size() + m_retired.size() > 1;
+        if (isSet) {
+            unlink(m_staged.back().target.c_str());
+            syncFolder(m_folder);
+        }
         for (const fs::path& old : m_retired) {
             unlink(old.c_str());
         }
         for (const Staged& staged : std::span(m_staged).first(m_staged.size() - 1)) {
             rename(staged);
         }
-        syncFolder(m_folder);
+        if (isSet) {
+            syncFolder(m_folder);
+        }
         rename(m_staged.back());
         m_staged.clear();
     }

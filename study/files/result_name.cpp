@@ -1,29 +1,28 @@
 #include "study/files/result_name.h"
 
+#include "study/files/input_file.h"
+
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
-#include <system_error>
+#include <limits>
 
 namespace insolate::study {
 
 namespace {
 
+constexpr InputKind foundFile = {
+    .name = "result", .mostBytes = std::numeric_limits<std::uintmax_t>::max(), .isText = false};
+
 std::string bytesOf(const std::filesystem::path& file, std::size_t size, bool fromEnd) {
-    std::error_code problem;
-    // Opening a pipe would wait for somebody to write into it.
-    if (!std::filesystem::is_regular_file(file, problem)) {
+    const auto in = InputFile::ifReadable(file, foundFile);
+    if (in == nullptr) {
         return {};
     }
-    const std::uintmax_t length = std::filesystem::file_size(file, problem);
-    std::string bytes(
-        problem ? 0 : static_cast<std::size_t>(std::min<std::uintmax_t>(length, size)), '\0');
-    std::ifstream in(file, std::ios::binary);
+    std::string bytes(static_cast<std::size_t>(std::min<std::uintmax_t>(in->size(), size)), '\0');
     if (fromEnd) {
-        in.seekg(static_cast<std::streamoff>(length - bytes.size()));
+        in->seek(in->size() - bytes.size());
     }
-    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+    bytes.resize(in->read(bytes));
     return bytes;
 }
 

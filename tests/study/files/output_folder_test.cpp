@@ -116,6 +116,17 @@ TEST_F(OutputFolderTest, contentsReachTheDiskBeforeNamesAndTheSummaryComesLast) 
                                      "sync results", "unlink gone.txt", "rename a.txt",
                                      "rename b.txt", "sync results", "rename summary.json",
                                      "sync results", "sync " + folder.filename().string()));
+    // One file alone takes the place of the old one in a single step.
+    own.write("picture.png", "old");
+    OutputFolder alone(folder, {});
+    alone.stage(result("picture.png")).write("new");
+    diskLog.clear();
+    logsDisk = true;
+    alone.commit();
+    logsDisk = false;
+    EXPECT_THAT(diskLog,
+                testing::ElementsAre("sync picture.png.insolate-partial", "rename picture.png",
+                                     "sync " + folder.filename().string()));
 }
 
 TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
@@ -149,6 +160,9 @@ TEST_F(OutputFolderTest, takesOverADeadRunAndNothingElse) {
     own.write("out/.insolate.lock", "process 1\nwrites ../victim\n");
     { OutputFolder out(folder / "out", {}); }
     EXPECT_EQ(readFile(folder / "victim.insolate-partial"), "of the user");
+    own.write("out/.insolate.lock.insolate-partial", "of the user");
+    EXPECT_THAT(messageOf([&] { OutputFolder(folder / "out", {}); }), HasSubstr("in the way"));
+    EXPECT_EQ(readFile(folder / "out/.insolate.lock.insolate-partial"), "of the user");
 }
 
 TEST_F(OutputFolderTest, replacesItsOwnResultsAndNothingElse) {
