@@ -1,4 +1,4 @@
-/// Lets the caller of long work know which output folder is in use.
+/// Lets the caller of long work know which output folder is in use, and what there is to say of it.
 #pragma once
 
 #include "study/files/output_folder.h"
@@ -11,6 +11,9 @@ class FolderHold {
 public:
     FolderHold(Progress& progress, OutputFolder& folder) : m_progress(progress) {
         m_progress.holdsFolder(&folder);
+        for (const std::string& note : folder.notes()) {
+            m_progress.note(note);
+        }
     }
     ~FolderHold() { m_progress.holdsFolder(nullptr); }
     FolderHold(const FolderHold&) = delete;

@@ -119,9 +119,6 @@ void runCompare(const CompareRunOptions& options, Progress& told, const std::sto
     checkOutFolder(options.out);
     OutputFolder folder(options.out, filesReadBy(options));
     const FolderHold hold(progress, folder);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     requireFreeFolder<CompareAnswer>(folder, options);
     const ResultFolder a = readResultFolder(options.a, stop);
     const ResultFolder b = readResultFolder(options.b, stop);

@@ -15,8 +15,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
+#include <optional>
 #include <span>
 #include <string_view>
+#include <system_error>
 #include <tuple>
 
 #include <fmt/format.h>
@@ -203,6 +206,69 @@ Shown selectShown(const PictureRunOptions& options, const ResultFolder& results,
     return shown;
 }
 
+/// Where the picture goes: its folder is held, and no file of others has its name.
+class PictureTarget {
+public:
+    PictureTarget(const std::filesystem::path& file, Progress& progress)
+        : m_name(file.filename().string()),
+          m_folder(file.has_parent_path() ? file.parent_path() : ".", {}, place(file)),
+          m_hold(progress, m_folder) {
+        m_folder.requireFree(result());
+    }
+
+    OutputFile& stage() { return m_folder.stage(result()); }
+    void commit() { m_folder.commit(); }
+
+private:
+    [[nodiscard]] ResultName result() const { return {m_name, isOurPicture}; }
+
+    std::string m_name;
+    OutputFolder m_folder;
+    FolderHold m_hold;
+};
+
+void drawInto(PictureTarget& target, const PictureRunOptions& options, const ResultFolder& results,
+              const ResultScene& scene, Progress& progress, const std::stop_token& stop) {
+    const std::filesystem::path& file = options.file;
+    const ResultColumn value = shownValue(results, options.value);
+    const Shown shown = selectShown(options, results, scene);
+    ResultColumn column = value;
+    column.values.clear();
+    std::vector<float> areas;
+    for (const std::uint32_t i : shown.sensors) {
+        column.values.push_back(value.values[i]);
+        if (!results.areas.empty()) {
+            areas.push_back(results.areas[i]);
+        }
+    }
+    PictureOptions picture;
+    picture.title = options.title;
+    picture.subtitle = results.facts.madeBy;
+    picture.north = results.model.north;
+    picture.view = options.view;
+    if (options.scale) {
+        picture.scaleLowest = options.scale->first;
+        picture.scaleHighest = options.scale->second;
+    }
+    picture.colors = isDifference(column) ? ColorScheme::diverging : ColorScheme::sequential;
+    picture.areas = areas;
+    picture.shownTriangles = shown.triangles;
+    picture.width = options.width;
+    picture.height = options.height;
+    picture.format = pictureFormat(file);
+    const std::size_t leftOut = drawPicture(
+        target.stage(), scene.scene, partOf(results.field, shown.sensors), column, picture, stop);
+    throwIfStopped(stop);
+    target.commit();
+    if (leftOut > 0) {
+        progress.note(fmt::format("{} {} behind others not drawn", groupedDigits(leftOut),
+                                  counted(leftOut, "face is", "faces are")));
+    }
+    progress.note(fmt::format("wrote {}: {} of {} {}", place(file), value.name,
+                              groupedDigits(shown.sensors.size()),
+                              counted(shown.sensors.size(), "sensor", "sensors")));
+}
+
 } // namespace
 
 void addPictureOptions(OptionTable& table, PictureRunOptions& options) {
@@ -248,62 +314,25 @@ void runPicture(const PictureRunOptions& given, Progress& progress, const std::s
         options.file = options.folder / "picture.png";
     }
     pictureFormat(options.file);
+    // Before the wait; where the results are missing, reading them says so.
+    std::optional<PictureTarget> target;
+    if (std::error_code none; std::filesystem::is_directory(options.folder, none)) {
+        target.emplace(options.file, progress);
+    }
     const ResultFolder results = readResultFolder(options.folder, stop);
     shownValue(results, options.value);
     const ResultScene scene = loadResultScene(results, stop);
     if (!scene.problem.empty()) {
         progress.warn(scene.problem + "; the picture shows the cells alone");
     }
-    drawResults(options, results, scene, progress, stop);
+    drawInto(target.value(), options, results, scene, progress, stop);
 }
 
 void drawResults(const PictureRunOptions& options, const ResultFolder& results,
                  const ResultScene& scene, Progress& progress, const std::stop_token& stop) {
-    const std::filesystem::path& file = options.file;
-    const PictureFormat format = pictureFormat(file);
-    const ResultColumn value = shownValue(results, options.value);
-    const Shown shown = selectShown(options, results, scene);
-    ResultColumn column = value;
-    column.values.clear();
-    std::vector<float> areas;
-    for (const std::uint32_t i : shown.sensors) {
-        column.values.push_back(value.values[i]);
-        if (!results.areas.empty()) {
-            areas.push_back(results.areas[i]);
-        }
-    }
-    PictureOptions picture;
-    picture.title = options.title;
-    picture.subtitle = results.facts.madeBy;
-    picture.north = results.model.north;
-    picture.view = options.view;
-    if (options.scale) {
-        picture.scaleLowest = options.scale->first;
-        picture.scaleHighest = options.scale->second;
-    }
-    picture.colors = isDifference(column) ? ColorScheme::diverging : ColorScheme::sequential;
-    picture.areas = areas;
-    picture.shownTriangles = shown.triangles;
-    picture.width = options.width;
-    picture.height = options.height;
-    picture.format = format;
-
-    const std::filesystem::path parent = file.parent_path();
-    OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {}, place(file));
-    const FolderHold hold(progress, folder);
-    const std::string name = file.filename().string();
-    const std::size_t leftOut =
-        drawPicture(folder.stage({name, isOurPicture}), scene.scene,
-                    partOf(results.field, shown.sensors), column, picture, stop);
-    throwIfStopped(stop);
-    folder.commit();
-    if (leftOut > 0) {
-        progress.note(fmt::format("{} {} behind others not drawn", groupedDigits(leftOut),
-                                  counted(leftOut, "face is", "faces are")));
-    }
-    progress.note(fmt::format("wrote {}: {} of {} {}", place(file), value.name,
-                              groupedDigits(shown.sensors.size()),
-                              counted(shown.sensors.size(), "sensor", "sensors")));
+    pictureFormat(options.file);
+    PictureTarget target(options.file, progress);
+    drawInto(target, options, results, scene, progress, stop);
 }
 
 } // namespace insolate::study

@@ -41,9 +41,6 @@ void runSky(const SkyOptions& options, Progress& progress, const std::stop_token
     OutputFolder folder(options.out, {options.weather});
     const FolderHold hold(progress, folder);
     requireFreeFolder<SkyAnswer>(folder, options);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     const std::unique_ptr<RadiationMethod> method = makeRadiationMethod(options, 0.0);
     reportStudy(options, method->weather(), progress);
     const SkyPages pages = method->skyPages();

@@ -253,9 +253,6 @@ void runStudy(const RunOptions& options, Progress& listener, const std::stop_tok
     KeptWarnings progress(listener);
     OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     requireFreeFolder<RunAnswer>(folder, options);
     PreparedStudy study =
         prepareStudy(options, {.models = std::exchange(shared, std::nullopt)}, progress, stop);

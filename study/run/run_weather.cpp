@@ -147,9 +147,6 @@ void convertWeather(const std::filesystem::path& from, const std::filesystem::pa
     const std::string name = to.filename().string();
     OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, {from}, place(to));
     const FolderHold hold(progress, folder);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     OutputFile& out = folder.stage({name, isOurWea});
     out.write(weaSignature.data(), weaSignature.size());
     out.write(&record, sizeof record);

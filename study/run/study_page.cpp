@@ -47,12 +47,14 @@ public:
     }
     ~PassingFile() {
         close(m_descriptor);
-        unlink(m_path.c_str());
+        loseName();
     }
     PassingFile(const PassingFile&) = delete;
     PassingFile& operator=(const PassingFile&) = delete;
 
     [[nodiscard]] const std::string& path() const { return m_path; }
+    /// Once the writer has it open, so that a kill leaves nothing behind.
+    void loseName() { unlink(std::exchange(m_path, {}).c_str()); }
     [[nodiscard]] std::string bytes() const {
         const off_t size = lseek(m_descriptor, 0, SEEK_END);
         std::string bytes(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
@@ -184,8 +186,9 @@ std::vector<PageSeries> pageSeriesOf(std::span<const HourRow> rows, std::size_t 
 
 std::string pictureBytes(const PageResult& result, const std::string& subtitle,
                          std::span<const float> areas, const std::stop_token& stop) {
-    const PassingFile file;
+    PassingFile file;
     OutputFile out(file.path(), "the page's picture");
+    file.loseName();
     PictureOptions picture;
     picture.subtitle = subtitle;
     picture.north = result.north;

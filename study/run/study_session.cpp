@@ -117,9 +117,6 @@ void StudySession::save(const std::filesystem::path& out, Progress& progress,
     study.options.out = out;
     OutputFolder folder(out, filesRead(study.options));
     const FolderHold hold(progress, folder);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     requireFreeFolder<RunAnswer>(folder, study.options);
     writeResults(folder, RunAnswer{study.options, study.watch, study, m_content->results}, progress,
                  stop);

@@ -328,9 +328,6 @@ void runSunHours(const SunHoursOptions& options, Progress& listener, const std::
     checkOutFolder(options.out);
     OutputFolder folder(options.out, filesRead(options));
     const FolderHold hold(progress, folder);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     requireFreeFolder<SunHoursAnswer>(folder, options);
     SunHoursStudy study =
         prepareSunHours(options, std::exchange(shared, std::nullopt), progress, stop);

@@ -91,9 +91,6 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     const std::filesystem::path parent = to.parent_path();
     OutputFolder folder(parent.empty() ? std::filesystem::path(".") : parent, inputs, place(to));
     const FolderHold hold(progress, folder);
-    for (const std::string& note : folder.notes()) {
-        progress.note(note);
-    }
     const ResultName result = {name, isOurPage};
     folder.requireFree(result);
     std::deque<Viewed> viewed;
