@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 namespace insolate::study::cityjson {
 
@@ -19,6 +20,14 @@ constexpr std::size_t largestDocument = 512U << 20U;
 /// Many programs write the whole city into one line.
 constexpr InputKind cityFile = {
     .name = "city model", .mostBytes = 64ULL << 30U, .mostLineBytes = largestDocument};
+
+/// What one document may have on this machine. Parsed, it takes up to 28 times its text: lists of
+/// numbers of one digit, doubled as they grow.
+std::size_t mostText() {
+    static const std::size_t memory = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
+                                      static_cast<std::size_t>(sysconf(_SC_PAGE_SIZE));
+    return std::min(largestDocument, memory / 32);
+}
 
 } // namespace
 
@@ -64,11 +73,11 @@ std::optional<Json> CityDocuments::next() {
         isEscaped = false;
         m_text += line;
         m_text += '\n';
-        if (m_text.size() > largestDocument) {
+        if (m_text.size() > mostText()) {
             throw DataError(fmt::format("{}: one CityJSON document of more than {} MB; convert "
                                         "the model to CityJSONSeq "
                                         "(.city.jsonl), which is read feature by feature",
-                                        place(m_file), largestDocument >> 20U));
+                                        place(m_file), mostText() >> 20U));
         }
     }
     if (!hasBegun) {

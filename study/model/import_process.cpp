@@ -93,7 +93,8 @@ std::filesystem::path findProgram(const MeshImportOptions& options,
     const std::filesystem::path folder = ownFolder();
     for (const char* way : {".", "../bin", INSOLATE_PATH_TO_LIBEXEC, "../../libexec"}) {
         std::filesystem::path program = (folder / way / programName).lexically_normal();
-        if (access(program.c_str(), X_OK) == 0) {
+        // Where the own folder is not known, the current one, which is anybody's, is not searched.
+        if (folder.is_absolute() && access(program.c_str(), X_OK) == 0) {
             return program;
         }
     }
@@ -143,16 +144,17 @@ public:
     void receive(std::span<char> bytes) {
         while (!bytes.empty()) {
             throwIfStopped(m_stop);
-            if (Clock::now() >= m_deadline) {
-                throw TimeOver();
-            }
             const ssize_t count = read(m_reply.get(), bytes.data(), bytes.size());
             if (count > 0) {
                 bytes = bytes.subspan(static_cast<std::size_t>(count));
             } else if (count == 0 || (errno != EINTR && (errno != EAGAIN || m_ended))) {
                 throw ReplyCut();
             } else if (errno == EAGAIN) {
-                waitForBytes();
+                // Only with nothing to read: this process may have been suspended, and the other
+                // has been waiting for room in the pipe since.
+                if (!waitForBytes() && Clock::now() >= m_deadline) {
+                    throw TimeOver();
+                }
             }
         }
     }
@@ -229,14 +231,16 @@ private:
         }
     }
 
-    void waitForBytes() {
+    /// Whether anything happened.
+    bool waitForBytes() {
         std::array<pollfd, 2> watched = {{{.fd = m_reply.get(), .events = POLLIN, .revents = 0},
                                           {.fd = m_handle.get(),
                                            .events = POLLIN,
                                            .revents = 0}}}; // a negative one is passed over
-        poll(watched.data(), watched.size(), millisecondsBetweenLooks);
+        const bool isReady = poll(watched.data(), watched.size(), millisecondsBetweenLooks) > 0;
         // Its end of the pipe may live on in a process that another thread of the host has made.
         m_ended = watched[1].revents != 0 && (watched[0].revents & POLLIN) == 0;
+        return isReady;
     }
 
     std::stop_token m_stop;

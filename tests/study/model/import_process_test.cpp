@@ -70,6 +70,19 @@ TEST_F(ImportProcessTest, SaysHowTheProgramFailed) {
                 AllOf(HasSubstr("cannot be started (No such file"), HasSubstr("INSOLATE_IMPORT")));
 }
 
+TEST_F(ImportProcessTest, TakesAReplyThatCameWhileTheReaderWasSuspended) {
+    const MeshImportOptions options = with(
+        "kill -STOP $PPID; head -c 3000000 /dev/zero & sleep 1.5; kill -CONT $PPID; wait", 1.0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string message = messageOf([&] { importMesh(model, options); });
+        _exit(message.find("gave a wrong reply") != std::string::npos ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 #ifndef INSOLATE_SANITIZED
 TEST(ImportSandbox, LeavesTheModelsFolderToBeReadAndNothingElse) {
     const StudyFolder folder;
@@ -89,6 +102,10 @@ TEST(ImportSandbox, LeavesTheModelsFolderToBeReadAndNothingElse) {
         wrong |= isRefused(unlink(inside.c_str())) ? 0 : 16;
         wrong |= isRefused(socket(AF_UNIX, SOCK_STREAM, 0)) ? 0 : 32;
         wrong |= isRefused(fork()) ? 0 : 64;
+        wrong |= isRefused(syscall(SYS_tgkill, getppid(), getppid(), 0)) ? 0 : 128;
+        if (syscall(SYS_tgkill, getpid(), getpid(), 0) != 0) { // as abort() does
+            wrong = 255;
+        }
         _exit(wrong);
     }
     int status = 0;
