@@ -3,7 +3,7 @@
 
     tests/reliability/soak.py build/bin/insolate FOLDER [--signals N] [--kills N] [--disks N] [--races N]
 
-Each run must end in time, leave every result whole or absent, and be completed by --resume with the
+Each run must end within --limit seconds, leave every result whole or absent, and be completed by --resume with the
 bytes of an undisturbed run. Prints one line for each kind; ends with 1 after the first fault, whose
 folder stays. Full disks are file systems in memory, which only the superuser can mount.
 """
@@ -36,7 +36,8 @@ def terrain(side):
 
 
 class Soak:
-    def __init__(self, command, work, seed):
+    def __init__(self, command, work, seed, limit):
+        self.limit = limit
         self.command, self.work, self.random = os.path.abspath(command), os.path.abspath(work), random.Random(seed)
         os.makedirs(self.work, exist_ok=True)
         self.is_ending = False
@@ -60,7 +61,7 @@ class Soak:
             folder = self.path(f"reference{number}")
             shutil.rmtree(folder, ignore_errors=True)
             begin = time.monotonic()
-            if self.start(study, folder).wait() != 0:
+            if self.ended(self.start(study, folder), folder) != 0:
                 sys.exit(f"study {number} fails: {self.said(folder)}")
             self.references.append((folder, time.monotonic() - begin))
 
@@ -76,9 +77,17 @@ class Soak:
             return file.read()
 
     def start(self, study, folder, *more):
-        words = ["run", "--weather", os.path.abspath(self.weather), *study, "--out", folder, "--quiet", *more]
+        words = ["run", "--weather", os.path.abspath(self.weather), *study, "--out", folder, *more]
         with open(folder + ".log", "w") as log:
             return subprocess.Popen([self.command, *words], cwd=self.work, stdout=log, stderr=log)
+
+    def ended(self, process, folder):
+        """The exit code of a process, which does not hang."""
+        try:
+            return process.wait(self.limit)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            self.fault(f"still there after {self.limit:g} s", folder)
 
     def moment(self, duration):
         """Half of them in the last third, where results are written and named."""
@@ -117,9 +126,10 @@ class Soak:
             which = self.random.choice((signal.SIGINT, signal.SIGTERM))
             asked = time.monotonic()
             process.send_signal(which)
-            code = process.wait()
-            # Before the command watches for signals they end it as they end any program.
-            if code not in (0, 128 + which, -which):
+            code = self.ended(process, folder)
+            # Before its first line the command may not be watching for signals yet.
+            ends_raw = -which if not self.said(folder) else 0
+            if code not in (0, 128 + which, ends_raw):
                 self.fault(f"exit code {code} after {which.name}", folder)
             if code != 0:
                 times.append(time.monotonic() - asked)
@@ -142,9 +152,9 @@ class Soak:
                 process = self.start(self.studies[number], folder, "--resume")
                 time.sleep(self.moment(self.references[number][1]))
                 process.kill()
-                done += process.wait() == -signal.SIGKILL
+                done += self.ended(process, folder) == -signal.SIGKILL
                 self.check(number, folder, complete=False)
-            if self.start(self.studies[number], folder, "--resume").wait() != 0:
+            if self.ended(self.start(self.studies[number], folder, "--resume"), folder) != 0:
                 self.fault("the resumed run fails", folder)
             self.check(number, folder, complete=True)
             completed += 1
@@ -162,7 +172,8 @@ class Soak:
                 folder = os.path.join(disk, "out")
                 with open(self.path("disk.log"), "w") as log:
                     words = ["run", "--weather", os.path.abspath(self.weather), *self.studies[number], "--out", folder]
-                    code = subprocess.run([self.command, *words, "--quiet"], cwd=self.work, stdout=log, stderr=log).returncode
+                    process = subprocess.Popen([self.command, *words, "--quiet"], cwd=self.work, stdout=log, stderr=log)
+                    code = self.ended(process, disk)
                 said = self.said(disk)
                 if code not in (0, 1) or (code == 1 and "; " not in said):
                     self.fault(f"exit code {code} on {size} bytes: {said}", disk)
@@ -181,7 +192,7 @@ class Soak:
             first = self.start(self.studies[number], folder)
             time.sleep(self.random.uniform(0.0, 0.2))
             second = self.start(self.studies[number], folder)
-            codes = sorted((first.wait(), second.wait()))
+            codes = sorted((self.ended(first, folder), self.ended(second, folder)))
             if codes not in ([0, 0], [0, 1]):
                 self.fault(f"exit codes {codes}", folder)
             both += codes == [0, 0]
@@ -196,8 +207,9 @@ parser.add_argument("folder")
 for kind, usual in (("signals", 200), ("kills", 500), ("disks", 100), ("races", 20)):
     parser.add_argument("--" + kind, type=int, default=usual)
 parser.add_argument("--seed", type=int, default=7)
+parser.add_argument("--limit", type=float, default=60.0, help="seconds after which a run is taken to hang")
 given = parser.parse_args()
-soak = Soak(given.command, given.folder, given.seed)
+soak = Soak(given.command, given.folder, given.seed, given.limit)
 soak.signals(given.signals)
 soak.races(given.races)
 soak.disks(given.disks)
