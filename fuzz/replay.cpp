@@ -10,6 +10,7 @@
 #include "fuzz_obj.cpp"
 #include "fuzz_partial.cpp"
 #include "fuzz_reply.cpp"
+#include "fuzz_results.cpp"
 #include "fuzz_sensors.cpp"
 #include "fuzz_study.cpp"
 #include "fuzz_wea.cpp"
@@ -23,13 +24,11 @@
 int main(int count, char** words) {
     using Target = int (*)(const std::uint8_t*, std::size_t);
     const std::map<std::string, Target> targets = {
-        {"baseline", baseline}, {"cityjson", cityjson},
-        {"dates", dates},       {"epw", epw},
-        {"masks", masks},       {"mesh", mesh},
-        {"models", models},     {"obj", obj},
-        {"partial", partial},   {"reply", reply},
-        {"sensors", sensors},   {"study", study},
-        {"wea", wea},           {"weather_check", weather_check}};
+        {"baseline", baseline}, {"cityjson", cityjson}, {"dates", dates},
+        {"epw", epw},           {"masks", masks},       {"mesh", mesh},
+        {"models", models},     {"obj", obj},           {"partial", partial},
+        {"reply", reply},       {"results", results},   {"sensors", sensors},
+        {"study", study},       {"wea", wea},           {"weather_check", weather_check}};
     if (count != 3 || !targets.contains(words[1])) {
         std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
         return 2;
