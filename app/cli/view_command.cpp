@@ -20,7 +20,9 @@ void addViewCommand(CLI::App& app, Interruption& interruption) {
         bool quiet = false;
     };
     auto arguments = std::make_shared<Arguments>();
-    command->add_option("FOLDER", arguments->folders, "What insolate run or sunhours has left")
+    command
+        ->add_option("FOLDER", arguments->folders,
+                     "What insolate run, sunhours or compare has left")
         ->required();
     command
         ->add_option("--out", arguments->out,

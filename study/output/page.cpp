@@ -5,6 +5,7 @@
 #include "study/output/page_model.h"
 #include "study/output/text.h"
 #include "study/output/viewer_script.h"
+#include "study/results/comparison.h"
 #include "study/support/errors.h"
 
 #include <algorithm>
@@ -117,7 +118,8 @@ void addSun(Json& record, Json& arrays, std::string& bytes, const PageSite& site
 struct Detail {
     int digits = 5;      ///< of the first column
     int otherDigits = 5; ///< of the others
-    bool steps = true;
+    std::size_t steps = 0;
+    bool exactSteps = false; ///< two bytes a value, else one
     bool secondary = true;
     std::string left; ///< what this leaves out, for the reader
 };
@@ -129,6 +131,11 @@ bool isRepeated(const ResultColumn& column) {
 
 /// Columns that a page beyond its limit goes without.
 bool isSecondary(const ResultColumn& column) {
+    for (const char* const start : {"longest_", "first_", "last_"}) { // of a day of sun
+        if (column.name.starts_with(start)) {
+            return true;
+        }
+    }
     return column.name == "ground_view" || column.name == "sky_view" || column.name == "ground";
 }
 
@@ -137,19 +144,76 @@ int digitsOf(const ResultColumn& column, int digits) {
     return column.unit == "hour of year" ? 5 : digits;
 }
 
-/// Energy is shown in kWh.
+/// Of the unit that is shown, as inShownUnit() has it.
 double factorOf(const ResultColumn& column) {
-    return column.unit == "Wh/m2" ? 1.0e-3 : 1.0;
+    return column.unit == "Wh/m2" ? 1.0e-3 : column.unit == "min" ? 1.0 / 60.0 : 1.0;
 }
 
 Json columnRecord(const ResultColumn& column, const PackedColumn& packed, int bytes) {
     return {{"name", column.name},
             {"title", column.title},
-            {"unit", column.unit == "Wh/m2" ? "kWh/m2" : column.unit},
+            {"unit", column.unit == "Wh/m2" ? "kWh/m2"
+                     : column.unit == "min" ? "h"
+                                            : column.unit},
             {"step", packed.step},
             {"offset", packed.lowest},
             {"decimals", packed.decimals},
-            {"bytes", bytes}};
+            {"bytes", bytes},
+            {"diverging", isDifference(column)}};
+}
+
+/// So many of the steps, evenly chosen, from the first one on.
+std::vector<const ResultColumn*> chosenSteps(std::span<const ResultColumn> steps,
+                                             std::size_t most) {
+    std::vector<const ResultColumn*> chosen;
+    const std::size_t count = std::min(steps.size(), most);
+    for (std::size_t i = 0; i < count; ++i) {
+        chosen.push_back(&steps[i * steps.size() / count]);
+    }
+    return chosen;
+}
+
+void addSteps(Json& record, Json& arrays, std::string& bytes, const PageResult& result,
+              const PackedModel& model, const Detail& detail, const std::stop_token& stop) {
+    record["steps"] = Json::array();
+    record["steps_in_all"] = result.steps.size();
+    const std::vector<const ResultColumn*> steps = chosenSteps(result.steps, detail.steps);
+    double lowest = 0.0; // colours of all steps are compared: their ends are common
+    double highest = 0.0;
+    for (const ResultColumn* const column : steps) {
+        for (const float value : column->values) {
+            if (std::isfinite(value)) {
+                lowest = std::min(lowest, static_cast<double>(value) * factorOf(*column));
+                highest = std::max(highest, static_cast<double>(value) * factorOf(*column));
+            }
+        }
+    }
+    record["step_ends"] = {lowest, highest};
+    for (const ResultColumn* const column : steps) {
+        throwIfStopped(stop);
+        const double factor = factorOf(*column);
+        const PackedColumn packed =
+            detail.exactSteps ? packColumn(column->values, factor, detail.digits, model.cells)
+                              : packBytes(column->values, factor, lowest, highest, model.cells);
+        const std::string name = fmt::format("step{}", record["steps"].size());
+        append(arrays, bytes, name.c_str(), packed.bytes);
+        record["steps"].push_back(columnRecord(*column, packed, detail.exactSteps ? 2 : 1));
+    }
+}
+
+/// Runs of sensors that count and of such that do not, in turn; the first may be empty.
+std::string enclosedRuns(std::span<const std::uint8_t> included) {
+    ByteWriter runs;
+    std::uint8_t now = 1;
+    for (std::size_t first = 0; first < included.size(); now ^= 1U) {
+        std::size_t end = first;
+        while (end < included.size() && (included[end] != 0) == (now != 0)) {
+            ++end;
+        }
+        runs.number(end - first);
+        first = end;
+    }
+    return std::move(runs).take();
 }
 
 void addColumns(Json& record, Json& arrays, std::string& bytes, const PageResult& result,
@@ -167,28 +231,6 @@ void addColumns(Json& record, Json& arrays, std::string& bytes, const PageResult
         const std::string name = fmt::format("column{}", record["columns"].size());
         append(arrays, bytes, name.c_str(), packed.bytes);
         record["columns"].push_back(columnRecord(column, packed, 2));
-    }
-    record["steps"] = Json::array();
-    if (!detail.steps) {
-        return;
-    }
-    double lowest = 0.0; // colours of all steps are compared: their ends are common
-    double highest = 0.0;
-    for (const ResultColumn& column : result.steps) {
-        for (const float value : column.values) {
-            if (std::isfinite(value)) {
-                lowest = std::min(lowest, static_cast<double>(value) * factorOf(column));
-                highest = std::max(highest, static_cast<double>(value) * factorOf(column));
-            }
-        }
-    }
-    for (const ResultColumn& column : result.steps) {
-        throwIfStopped(stop);
-        const PackedColumn packed =
-            packBytes(column.values, factorOf(column), lowest, highest, model.cells);
-        const std::string name = fmt::format("step{}", record["steps"].size());
-        append(arrays, bytes, name.c_str(), packed.bytes);
-        record["steps"].push_back(columnRecord(column, packed, 1));
     }
 }
 
@@ -247,7 +289,9 @@ std::string packResult(const PageResult& result, const PackedModel& model, const
     if (result.site) {
         addSun(record, arrays, bytes, *result.site);
     }
+    append(arrays, bytes, "enclosed", enclosedRuns(result.included));
     addColumns(record, arrays, bytes, result, model, detail, stop);
+    addSteps(record, arrays, bytes, result, model, detail, stop);
     addSeries(record, arrays, bytes, result);
     record["arrays"] = std::move(arrays);
     const std::string text = record.dump(-1, ' ', true, Json::error_handler_t::replace);
@@ -262,29 +306,41 @@ std::string packResult(const PageResult& result, const PackedModel& model, const
 /// From the finest to the coarsest.
 std::vector<Detail> details(std::span<const PageResult> results) {
     std::size_t cells = 0;
-    bool anySteps = false;
+    std::size_t largest = 1;
+    std::size_t inAll = 0;
     for (const PageResult& result : results) {
         cells += result.field->size();
-        anySteps = anySteps || !result.steps.empty();
+        largest = std::max(largest, result.field->size());
+        inAll = std::max(inAll, result.steps.size());
     }
     constexpr std::size_t many = 200'000; // a fifth digit of noise would be most of such a page
+    // A browser unpacks all steps of a pinned cell: 24 million values take it half a second. Every
+    // step of several results is of the same part of the period, so one number holds for all.
+    constexpr std::size_t dozen = 12;
+    constexpr std::size_t mostStepValues = 24'000'000;
+    constexpr std::size_t mostExactValues = 1'000'000;
+    const std::size_t steps = std::min(inAll, std::max(dozen, mostStepValues / largest));
+    const bool exact = inAll * cells <= mostExactValues;
     std::vector<Detail> list;
     if (cells <= many) {
-        list.push_back({5, 5, true, true, ""});
+        list.push_back({5, 5, steps, exact, true, ""});
     }
-    list.push_back({4, cells <= many ? 4 : 3, true, true,
+    list.push_back({4, cells <= many ? 4 : 3, steps, false, true,
                     cells <= many ? "values are rounded to four digits"
                                   : "values other than the first are rounded to three digits"});
-    list.push_back({3, 3, true, true, "values are rounded to three digits"});
-    if (anySteps) {
-        list.push_back({3, 3, false, true,
-                        "values are rounded to three digits, and the steps of the period are left "
-                        "out"});
+    const std::string rounded = "values are rounded to three digits";
+    list.push_back({3, 3, steps, false, true, rounded});
+    if (steps > dozen) {
+        list.push_back({3, 3, dozen, false, true, rounded});
     }
-    list.push_back({3, 3, false, false,
-                    fmt::format("values are rounded to three digits, and {}views and the ground's "
-                                "share are left out",
-                                anySteps ? "the steps of the period, " : "")});
+    const std::string noSteps = inAll > 0 ? ", the parts of the period are left out" : "";
+    if (inAll > 0) {
+        list.push_back({3, 3, 0, false, true, rounded + noSteps});
+    }
+    list.push_back({3, 3, 0, false, false,
+                    rounded + noSteps +
+                        ", and secondary quantities (views, the ground's share, "
+                        "spans of sun) are left out"});
     return list;
 }
 

@@ -12,6 +12,7 @@
 #include "study/results/result_column.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -39,11 +40,16 @@ struct PageSeries {
 
 /// One result of a page. What it points to must outlive the writing.
 struct PageResult {
-    std::string name;                         ///< short, for people: "courtyard"
-    const Scene* scene = nullptr;             ///< what stands around; nullptr: nothing
-    const SensorField* field = nullptr;       ///< cells or points, with their names
-    std::span<const ResultColumn> columns;    ///< as in sensors.csv; the first one is shown first
-    std::span<const ResultColumn> steps = {}; ///< of the period, month by month; less exact
+    std::string name;                      ///< short, for people: "courtyard"
+    const Scene* scene = nullptr;          ///< what stands around; nullptr: nothing
+    const SensorField* field = nullptr;    ///< cells or points, with their names
+    std::span<const ResultColumn> columns; ///< as in sensors.csv; the first one is shown first
+    /// Of the period, month by month. A million values or fewer are as exact as the columns; more
+    /// are rounded to a hundredth of the highest, and of more than 24 million some are left out.
+    std::span<const ResultColumn> steps = {};
+    /// By sensor: 0 for one that is enclosed, which the page shows grey and leaves out of its sums;
+    /// empty: all count.
+    std::span<const std::uint8_t> included = {};
     std::vector<PageSeries> series = {};
     int days = 365;     ///< of the period, over which the hours' mean day is taken
     double north = 0.0; ///< from the model's +Y clockwise to true north [degrees]
@@ -53,9 +59,9 @@ struct PageResult {
 };
 
 struct PageOptions {
-    /// What the page may weigh [MB of 1,000,000 bytes], > 0. Beyond it values lose digits, then the
-    /// steps of the period and the secondary columns are left out; the page says so. What is left
-    /// then is written whatever it weighs.
+    /// What the page may weigh [MB of 1,000,000 bytes], > 0. Beyond it values lose digits, then
+    /// only a dozen of the steps of the period are kept, then none, then the secondary columns go;
+    /// the page says so. What is left then is written whatever it weighs.
     double limit = 25.0;
     /// A PNG for browsers that cannot draw the page; empty: only a sentence.
     std::string picture = {};

@@ -14,6 +14,18 @@ struct ResultColumn {
     std::vector<float> values;
 };
 
+/// A column in the unit that people read: energy in kWh/m2, minutes in hours.
+inline ResultColumn inShownUnit(ResultColumn column) {
+    const float divisor = column.unit == "Wh/m2" ? 1000.0f : column.unit == "min" ? 60.0f : 1.0f;
+    if (divisor != 1.0f) {
+        for (float& value : column.values) {
+            value /= divisor;
+        }
+        column.unit = column.unit == "min" ? "h" : "kWh/m2";
+    }
+    return column;
+}
+
 /// A column in Wh/m2, in the unit that people read.
 inline ResultColumn inKilowattHours(ResultColumn column) {
     for (float& value : column.values) {

@@ -51,10 +51,21 @@ std::string textAt(const Json& json, std::initializer_list<const char*> keys) {
     return value != nullptr && value->is_string() ? value->get<std::string>() : std::string();
 }
 
-std::optional<double> numberAt(const Json& json, std::initializer_list<const char*> keys) {
+/// @param file that the record comes from, for the error about something else than a number
+std::optional<double> numberAt(const Json& json, std::initializer_list<const char*> keys,
+                               const std::filesystem::path& file) {
     const Json* const value = valueAt(json, keys);
-    return value != nullptr && value->is_number() ? std::optional(value->get<double>())
-                                                  : std::nullopt;
+    if (value == nullptr || value->is_null()) { // JSON has no NaN
+        return std::nullopt;
+    }
+    if (!value->is_number()) {
+        throw DataError(fmt::format(
+            "{}: {}: {} is not a number; write the one that was there, or "
+            "calculate the results again",
+            place(file), fmt::join(keys, "."),
+            quoteText(value->is_string() ? value->get<std::string>() : value->type_name())));
+    }
+    return value->get<double>();
 }
 
 std::vector<std::string> textsAt(const Json& json, std::initializer_list<const char*> keys) {
@@ -69,7 +80,24 @@ std::vector<std::string> textsAt(const Json& json, std::initializer_list<const c
     return texts;
 }
 
-StudyFacts factsOf(const Json& summary) {
+std::string albedoOf(const Json& summary, const std::filesystem::path& file) {
+    const Json* const months = valueAt(summary, {"hourly", "albedo"});
+    if (months == nullptr || !months->is_array()) {
+        const auto albedo = numberAt(summary, {"hourly", "albedo"}, file);
+        return albedo ? fmt::format("{:g}", *albedo) : std::string();
+    }
+    double least = 1.0;
+    double most = 0.0;
+    for (const Json& month : *months) {
+        if (month.is_number()) {
+            least = std::min(least, month.get<double>());
+            most = std::max(most, month.get<double>());
+        }
+    }
+    return fmt::format("{:g} to {:g} by month", least, most);
+}
+
+StudyFacts factsOf(const Json& summary, const std::filesystem::path& file) {
     StudyFacts facts;
     const bool isSunHours = valueAt(summary, {"rule"}) != nullptr;
     facts.question = valueAt(summary, {"comparison"}) != nullptr ? StudyFacts::Question::comparison
@@ -79,14 +107,29 @@ StudyFacts factsOf(const Json& summary) {
     const char* const site = isSunHours ? "site" : "weather";
     facts.site = textAt(summary, {site, isSunHours ? "text" : "site"});
     constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
-    facts.latitude = numberAt(summary, {site, "latitude_deg"}).value_or(unknown);
-    facts.longitude = numberAt(summary, {site, "longitude_deg"}).value_or(unknown);
-    facts.timeZone = numberAt(summary, {site, "time_zone_h"}).value_or(unknown);
+    facts.latitude = numberAt(summary, {site, "latitude_deg"}, file).value_or(unknown);
+    facts.longitude = numberAt(summary, {site, "longitude_deg"}, file).value_or(unknown);
+    facts.timeZone = numberAt(summary, {site, "time_zone_h"}, file).value_or(unknown);
+    facts.elevation = numberAt(summary, {site, "elevation_m"}, file).value_or(unknown);
     facts.weather = textAt(summary, {"weather", "file"});
     facts.period = textAt(summary, {"period", "text"});
+    const double days = numberAt(summary, {"period", "days"}, file).value_or(365.0);
+    facts.days = days >= 1.0 && days <= 366.0 ? static_cast<int>(days) : 365;
     facts.method = textAt(summary, {"method"});
+    facts.albedo = albedoOf(summary, file);
+    facts.grid = numberAt(summary, {"sensors", "grid_m"}, file).value_or(unknown);
+    facts.madeA = textAt(summary, {"comparison", "a", "made_by"});
+    facts.madeB = textAt(summary, {"comparison", "b", "made_by"});
     facts.rule = textAt(summary, {"rule", "text"});
-    if (const auto year = numberAt(summary, {"sun", "year"})) {
+    facts.preset = textAt(summary, {"rule", "preset", "title"});
+    if (const Json* const passes = valueAt(summary, {"verdict", "passes"});
+        passes != nullptr && passes->is_boolean()) {
+        facts.verdict =
+            fmt::format("{}: {:g} of {:g} groups", passes->get<bool>() ? "passes" : "does not pass",
+                        numberAt(summary, {"verdict", "groups_that_pass"}, file).value_or(unknown),
+                        numberAt(summary, {"verdict", "groups"}, file).value_or(unknown));
+    }
+    if (const auto year = numberAt(summary, {"sun", "year"}, file)) {
         facts.year = fmt::format("{:g}", *year);
     }
     facts.warnings = textsAt(summary, {"warnings"});
@@ -95,7 +138,7 @@ StudyFacts factsOf(const Json& summary) {
 
 ResultModel::Reading readingOf(const Json& record, const std::filesystem::path& file) {
     ResultModel::Reading reading;
-    const double metres = numberAt(record, {"metres_per_unit"}).value_or(1.0);
+    const double metres = numberAt(record, {"metres_per_unit"}, file).value_or(1.0);
     constexpr std::array units = {LengthUnit::metre, LengthUnit::millimetre, LengthUnit::centimetre,
                                   LengthUnit::foot, LengthUnit::inch};
     const auto* const unit = std::find_if(units.begin(), units.end(), [&](LengthUnit one) {
@@ -143,9 +186,9 @@ ResultModel modelOf(const Json& summary, const std::filesystem::path& file) {
         const bool hasOwn = each != nullptr && each->is_array() && i < each->size();
         model.readings.push_back(readingOf(hasOwn ? (*each)[i] : *scene, file));
     }
-    model.north = numberAt(summary, {"scene", "north_deg"}).value_or(0.0);
+    model.north = numberAt(summary, {"scene", "north_deg"}, file).value_or(0.0);
     model.fingerprint = textAt(summary, {"scene", "fingerprint"});
-    if (const auto count = numberAt(summary, {"scene", "triangles"});
+    if (const auto count = numberAt(summary, {"scene", "triangles"}, file);
         count && *count >= 0.0 && *count < 1.0e15) {
         model.triangles = static_cast<std::size_t>(*count);
     }
@@ -480,7 +523,7 @@ ResultFolder readResultFolder(const std::filesystem::path& folder, const std::st
                                     "again",
                                     place(file)));
     }
-    results.facts = factsOf(summary);
+    results.facts = factsOf(summary, file);
     results.model = modelOf(summary, file);
     TableReader(results, stop).read(summary);
     CellReader(results, stop).read();
@@ -497,7 +540,7 @@ ResultFolder resultsInMemory(std::string summary, SensorField field,
                              std::vector<ResultColumn> columns, std::vector<float> areas) {
     ResultFolder results;
     const Json record = Json::parse(summary);
-    results.facts = factsOf(record);
+    results.facts = factsOf(record, summaryName);
     results.model = modelOf(record, summaryName);
     results.summary = std::move(summary);
     results.field = std::move(field);

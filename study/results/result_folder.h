@@ -30,12 +30,20 @@ struct StudyFacts {
     double latitude = std::numeric_limits<double>::quiet_NaN();  ///< degrees, north positive
     double longitude = std::numeric_limits<double>::quiet_NaN(); ///< degrees, east positive
     double timeZone = std::numeric_limits<double>::quiet_NaN();  ///< hours from UTC
+    double elevation = std::numeric_limits<double>::quiet_NaN(); ///< of the site [m]
     std::string weather;                                         ///< the file, as it was given
     std::string period; ///< "1 June to 31 August, 8:00 to 18:00"
+    int days = 365;     ///< of the period; a year where the summary does not say
     std::string method; ///< "hourly"
-    std::string rule;   ///< of sun hours, in words
-    std::string year;   ///< of sun hours
-    std::string madeBy; ///< all of it in one line, as pictures have it below their title
+    std::string albedo; ///< of the ground: "0.2", "0.15 to 0.6 by month"
+    double grid = std::numeric_limits<double>::quiet_NaN(); ///< longest edge of a cell [m]
+    std::string rule;                                       ///< of sun hours, in words
+    std::string preset;  ///< of sun hours: the published rule that it is, "EN 17037, medium"
+    std::string verdict; ///< of sun hours, where the rule has a threshold, in words
+    std::string year;    ///< of sun hours
+    std::string madeBy;  ///< all of it in one line, as pictures have it below their title
+    std::string madeA;   ///< of a comparison: the same line of what is taken off
+    std::string madeB;   ///< and of what it is taken off from
     std::vector<std::string> warnings; ///< that the study gave
 };
 
@@ -81,7 +89,7 @@ struct INSOLATE_STUDY_EXPORT ResultFolder {
 /// Reads summary.json, sensors.csv and sensors.vtp of a folder that `insolate run` or `insolate
 /// sunhours` has left complete, of this version or an older one.
 /// @throws DataError when one of the files is missing, damaged, or not of the same study as the
-///         others; Stopped
+///         others, and for a summary with a text in the place of a number; Stopped
 INSOLATE_STUDY_EXPORT ResultFolder readResultFolder(const std::filesystem::path& folder,
                                                     const std::stop_token& stop = {});
 

@@ -71,16 +71,13 @@ void reportComparison(const ResultFolder& a, const ResultFolder& b, const Compar
         }
     }
     const std::span columns(comparison.columns);
-    const auto shown = [](ResultColumn column) {
-        return column.unit == "Wh/m2" ? inKilowattHours(std::move(column)) : column;
-    };
-    const ResultColumn difference = shown(columns[0]);
+    const ResultColumn difference = inShownUnit(columns[0]);
     const ColumnRange range = rangeOf(difference.values, comparison.areas);
     progress.note(fmt::format(
         "{}: A {:.4g}, B {:.4g}, difference {:+.4g} {} ({}); {:+.4g} to {:+.4g} by sensor",
         b.find(comparison.values.front())->title,
-        rangeOf(shown(columns[2]).values, comparison.areas).mean,
-        rangeOf(shown(columns[3]).values, comparison.areas).mean, range.mean, difference.unit,
+        rangeOf(inShownUnit(columns[2]).values, comparison.areas).mean,
+        rangeOf(inShownUnit(columns[3]).values, comparison.areas).mean, range.mean, difference.unit,
         comparison.areas.empty() ? "means" : "means by area", range.lowest, range.highest));
 }
 

@@ -83,17 +83,7 @@ ResultColumn shownValue(const ResultFolder& results, const std::string& name) {
             "--value: there is no {} in {}{}", quoteText(name), place(results.folder),
             close.empty() ? fmt::format("; choose from {}", fmt::join(names, ", ")) : close));
     }
-    ResultColumn column = *found;
-    if (column.unit == "Wh/m2") {
-        return inKilowattHours(std::move(column));
-    }
-    if (column.unit == "min") {
-        for (float& value : column.values) {
-            value /= 60.0F;
-        }
-        column.unit = "h";
-    }
-    return column;
+    return inShownUnit(*found);
 }
 
 /// The faces of all models and, behind them, the cells, so that one pattern means both.

@@ -1,12 +1,14 @@
 #include "study/run/study_page.h"
 
 #include "study/output/picture.h"
+#include "study/results/comparison.h"
 #include "study/run/run_files.h"
 #include "study/run/study_record.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 #include "study/support/readable.h"
 
+#include <cmath>
 #include <filesystem>
 #include <limits>
 #include <set>
@@ -20,19 +22,6 @@
 namespace insolate::study {
 
 namespace {
-
-/// The record's text at a path of names; empty where there is none.
-std::string textAt(const nlohmann::ordered_json& record, const char* pointer) {
-    const nlohmann::ordered_json::json_pointer path(pointer);
-    if (!record.contains(path)) {
-        return {};
-    }
-    const nlohmann::ordered_json& value = record.at(path);
-    if (value.is_number_float()) {
-        return fmt::format("{:.6g}", value.get<double>());
-    }
-    return value.is_string() ? value.get<std::string>() : value.dump();
-}
 
 /// A file that goes with the object, for writers that know files alone.
 class PassingFile {
@@ -70,84 +59,105 @@ private:
 
 } // namespace
 
-std::vector<std::pair<std::string, std::string>> factsOf(const nlohmann::ordered_json& record) {
-    std::vector<std::pair<std::string, std::string>> facts;
+std::vector<std::pair<std::string, std::string>> pageFactsOf(const ResultFolder& results,
+                                                             std::size_t cells) {
+    const StudyFacts& facts = results.facts;
+    const ResultModel& model = results.model;
+    std::vector<std::pair<std::string, std::string>> list;
     const auto add = [&](const char* label, std::string text) {
         if (!text.empty()) {
-            facts.emplace_back(label, std::move(text));
+            list.emplace_back(label, std::move(text));
         }
     };
-    const auto fileName = [&](const char* pointer) {
-        return std::filesystem::path(textAt(record, pointer)).filename().string();
+    const auto fileName = [](const std::filesystem::path& file) {
+        return file.filename().string();
     };
-    add("Site", textAt(record, "/weather/site"));
-    if (const std::string latitude = textAt(record, "/weather/latitude_deg"); !latitude.empty()) {
-        add("Position", fmt::format("{}°, {}°; UTC {:+g} h; {} m", latitude,
-                                    textAt(record, "/weather/longitude_deg"),
-                                    record["weather"].value("time_zone_h", 0.0),
-                                    textAt(record, "/weather/elevation_m")));
-    }
-    add("Weather", fileName("/weather/file"));
-    add("Period", textAt(record, "/period/text"));
-    add("Method", textAt(record, "/method"));
-    std::string scene;
-    if (record.contains("scene")) {
-        for (const auto& file : record["scene"].value("files", nlohmann::ordered_json::array())) {
-            scene += (scene.empty() ? "" : ", ") +
-                     (file.is_string()
-                          ? std::filesystem::path(file.get<std::string>()).filename().string()
-                          : std::string());
+    add("A", facts.madeA);
+    add("B", facts.madeB);
+    add("Site", facts.site);
+    if (std::isfinite(facts.latitude) && std::isfinite(facts.longitude)) {
+        std::string position = fmt::format("{:.6g}°, {:.6g}°", facts.latitude, facts.longitude);
+        if (std::isfinite(facts.timeZone)) {
+            position += fmt::format("; UTC {:+g} h", facts.timeZone);
         }
-        add("Model",
-            fmt::format("{}; {} triangles", scene,
-                        groupedDigits(record["scene"].value("triangles", std::size_t{0}))));
-        if (const double north = record["scene"].value("north_deg", 0.0); north != 0.0) {
-            add("North", fmt::format("{:g}° clockwise from the model's +Y", north));
+        if (std::isfinite(facts.elevation)) {
+            position += fmt::format("; {:.6g} m", facts.elevation);
         }
+        add("Position", position);
     }
-    if (record.contains("sensors")) {
-        const auto& sensors = record["sensors"];
-        std::string text = groupedDigits(sensors.value("count", std::size_t{0}));
-        if (sensors.contains("grid_m")) {
-            text += fmt::format(", at most {:g} m", sensors.value("grid_m", 0.0));
-        }
-        add("Cells", text);
+    add("Weather", fileName(facts.weather));
+    add("Period", facts.period);
+    add("Verdict", facts.verdict);
+    add("Published as", facts.preset);
+    add("Rule", facts.rule);
+    add("Year", facts.year);
+    add("Method", facts.method);
+    std::string files;
+    for (const std::filesystem::path& file : model.files) {
+        files += fileName(file) + (&file == &model.files.back() ? "; " : ", ");
     }
-    if (const std::string albedo = textAt(record, "/hourly/albedo"); !albedo.empty()) {
-        add("Ground", fmt::format("reflects {}", albedo));
+    if (model.triangles > 0) {
+        add("Model", fmt::format("{}{} {}", files, groupedDigits(model.triangles),
+                                 counted(model.triangles, "triangle", "triangles")));
     }
-    add("Version", "insolate " + textAt(record, "/versions/insolate"));
-    return facts;
+    if (model.north != 0.0) {
+        add("North", fmt::format("{:g}° clockwise from the model's +Y", model.north));
+    }
+    add("Cells", std::isfinite(facts.grid)
+                     ? fmt::format("{}, at most {:g} m", groupedDigits(cells), facts.grid)
+                     : groupedDigits(cells));
+    add("Ground", facts.albedo.empty() ? "" : "reflects " + facts.albedo);
+    add("Version", "insolate " + facts.version);
+    return list;
 }
 
-std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record) {
-    if (!record.contains("weather") || !record["weather"].contains("latitude_deg")) {
+std::optional<PageSite> pageSiteOf(const ResultFolder& results) {
+    const StudyFacts& facts = results.facts;
+    if (!std::isfinite(facts.latitude) || !std::isfinite(facts.longitude) ||
+        !std::isfinite(facts.timeZone)) {
         return std::nullopt;
     }
-    const auto& weather = record["weather"];
+    if (std::abs(facts.latitude) > 90.0 || std::abs(facts.longitude) > 180.0 ||
+        std::abs(facts.timeZone) > 24.0) {
+        throw DataError(fmt::format("{}: a site at {:g}°, {:g}°, UTC {:+g} h is no place on earth; "
+                                    "write what was there, or calculate the results again",
+                                    place(results.folder / "summary.json"), facts.latitude,
+                                    facts.longitude, facts.timeZone));
+    }
     PageSite site;
-    site.latitude = weather.value("latitude_deg", 0.0);
-    site.longitude = weather.value("longitude_deg", 0.0);
-    site.timeZone = weather.value("time_zone_h", 0.0);
+    site.latitude = facts.latitude;
+    site.longitude = facts.longitude;
+    site.timeZone = facts.timeZone;
+    site.year = parseNumber<int>(facts.year).value_or(site.year);
     return site;
 }
 
-int periodDaysOf(const nlohmann::ordered_json& record) {
-    const nlohmann::ordered_json::json_pointer place("/period/days");
-    const bool says = record.contains(place) && record[place].is_number_integer();
-    return says ? std::max(record[place].get<int>(), 1) : 365;
-}
-
-PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const nlohmann::ordered_json& record) {
+PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const ResultFolder& results) {
     std::set<std::string> steps;
     std::set<std::string> left;
-    if (const auto parts = record.find("periods"); parts != record.end() && parts->is_array()) {
+    const auto summary = nlohmann::ordered_json::parse(results.summary, nullptr, false);
+    if (const auto parts = summary.find("periods"); parts != summary.end() && parts->is_array()) {
         for (const nlohmann::ordered_json& part : *parts) {
-            const std::string end = textAt(part, "/name");
-            for (const ResultColumn& column : columns) {
-                left.insert(column.name + "_" + end);
+            if (!part.is_object() || !part.contains("name") || !part["name"].is_string()) {
+                continue;
             }
-            steps.insert(columns.front().name + "_" + end);
+            const std::string end = "_" + part["name"].get<std::string>();
+            for (const ResultColumn& column : columns) {
+                left.insert(column.name + end);
+            }
+            steps.insert(columns.front().name + end);
+        }
+    }
+    if (results.facts.question == StudyFacts::Question::sunHours) {
+        // "sun_2025_03_21": the hours of a day. One day alone is the whole.
+        const std::string start = columns.front().name + "_" + results.facts.year + "_";
+        for (const ResultColumn& column : columns) {
+            if (column.name.starts_with(start)) {
+                steps.insert(column.name);
+            }
+        }
+        if (steps.size() == 1) {
+            left.swap(steps);
         }
     }
     PageColumns page;
@@ -196,8 +206,10 @@ std::string pictureBytes(const PageResult& result, const std::string& subtitle,
     picture.width = 800;
     picture.height = 500;
     const Scene nothing;
+    const ResultColumn& first = result.columns.front();
+    picture.colors = isDifference(first) ? ColorScheme::diverging : ColorScheme::sequential;
     drawPicture(out, result.scene != nullptr ? *result.scene : nothing, *result.field,
-                inKilowattHours(result.columns.front()), picture, stop);
+                inShownUnit(first), picture, stop);
     if (!out.isFinished()) {
         out.finish();
     }
@@ -207,7 +219,10 @@ std::string pictureBytes(const PageResult& result, const std::string& subtitle,
 void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
                     Progress&, const std::stop_token& stop) {
     const RunOptions& options = study.options;
-    const nlohmann::ordered_json record = summaryRecord(study, results);
+    const ResultFolder made =
+        resultsInMemory(summaryRecord(study, results)
+                            .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace),
+                        {}, {}, {});
     PageResult result;
     result.name = std::filesystem::absolute(options.out / ".").parent_path().filename().string();
     result.scene = &study.inputs.scene;
@@ -220,13 +235,14 @@ void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResu
             }
         }
     }
-    const PageColumns columns = pageColumnsOf(std::move(shown), record);
+    const PageColumns columns = pageColumnsOf(std::move(shown), made);
     result.columns = columns.whole;
     result.steps = columns.steps;
-    result.days = periodDaysOf(record);
+    result.days = made.facts.days;
     result.north = options.north;
-    result.facts = factsOf(record);
-    result.site = pageSiteOf(record);
+    result.included = results.included;
+    result.facts = pageFactsOf(made, study.inputs.field.size());
+    result.site = pageSiteOf(made);
     result.warnings = results.warnings;
     result.series = pageSeriesOf(results.hours, study.inputs.field.size());
     PageOptions page;

@@ -5,6 +5,7 @@
 #include "study/output/page.h"
 #include "study/results/hour_rows.h"
 #include "study/results/result_column.h"
+#include "study/results/result_folder.h"
 #include "study/run/study_steps.h"
 
 #include <cstddef>
@@ -15,27 +16,25 @@
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 namespace insolate::study {
 
-/// What a reader of results wants to know of their making, from a summary's record: label and text.
-std::vector<std::pair<std::string, std::string>> factsOf(const nlohmann::ordered_json& record);
+/// What a reader of results wants to know of their making: label and text.
+std::vector<std::pair<std::string, std::string>> pageFactsOf(const ResultFolder& results,
+                                                             std::size_t cells);
 
-/// The site of a summary's record; nothing where it has none.
-std::optional<PageSite> pageSiteOf(const nlohmann::ordered_json& record);
+/// Where the sun of a study is seen from; nothing where the study does not say.
+/// @throws DataError for a place that is none
+std::optional<PageSite> pageSiteOf(const ResultFolder& results);
 
-/// How many days the period of a summary's record has; a year where it does not say.
-int periodDaysOf(const nlohmann::ordered_json& record);
-
-/// What a page shows of a result's columns: the parts of the period by their first quantity alone,
-/// as steps. With all quantities a year of months would weigh five times as much as the whole.
+/// What a page shows of a result's columns: the parts of the period, or the days of a study of sun
+/// hours, by their first quantity alone, as steps. With all quantities a year of months would weigh
+/// five times as much as the whole.
 struct PageColumns {
     std::vector<ResultColumn> whole;
     std::vector<ResultColumn> steps;
 };
-/// @param record of the summary, which names the parts
-PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const nlohmann::ordered_json& record);
+/// @param results whose summary names the parts
+PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const ResultFolder& results);
 
 /// The hours of sensors, whose names are their numbers, and of groups.
 /// @throws DataError when there is no such sensor

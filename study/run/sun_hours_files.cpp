@@ -48,14 +48,7 @@ std::string subtitleOf(const SunHoursStudy& study) {
 
 /// The first column as people read it: hours.
 ResultColumn shownColumn(const SunHoursResults& results) {
-    ResultColumn column = results.columns.front();
-    if (column.unit == "min") {
-        for (float& value : column.values) {
-            value /= 60.0f;
-        }
-        column.unit = "h";
-    }
-    return column;
+    return inShownUnit(results.columns.front());
 }
 
 std::vector<ResultColumn> tableColumns(const SunHoursResults& results) {

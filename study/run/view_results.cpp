@@ -15,7 +15,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 
@@ -29,41 +28,69 @@ struct Viewed {
     PageResult page;
 };
 
-/// The name of the folder itself, without those above it.
-std::string nameOf(const std::filesystem::path& folder) {
-    const std::filesystem::path whole =
-        std::filesystem::weakly_canonical(std::filesystem::absolute(folder));
-    return whole.filename().empty() ? whole.parent_path().filename().string()
-                                    : whole.filename().string();
+/// Each folder's own name; of folders of the same name as many of those above it as it takes to
+/// know which is which.
+/// @throws UsageError for a folder that is given twice
+std::vector<std::string> namesOf(const std::vector<std::filesystem::path>& folders) {
+    std::vector<std::vector<std::string>> parts; // from the folder upwards
+    for (const std::filesystem::path& folder : folders) {
+        const auto whole = std::filesystem::weakly_canonical(std::filesystem::absolute(folder));
+        std::vector<std::string> own;
+        for (const std::filesystem::path& part : whole) {
+            if (!part.empty() && part != whole.root_directory()) {
+                own.insert(own.begin(), part.string());
+            }
+        }
+        if (std::find(parts.begin(), parts.end(), own) != parts.end()) {
+            throw UsageError(place(folder) + ": is given twice; give each folder once");
+        }
+        parts.push_back(std::move(own));
+    }
+    std::vector<std::string> names(parts.size());
+    std::vector<std::size_t> taken(parts.size(), 0);
+    for (bool isClear = false; !isClear;) {
+        isClear = true;
+        const std::vector<std::string> before = names;
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            if (std::count(before.begin(), before.end(), before[i]) > 1 || taken[i] == 0) {
+                if (taken[i] < parts[i].size()) {
+                    const std::string& above = parts[i][taken[i]++];
+                    names[i] = names[i].empty() ? above : above + "/" + names[i];
+                    isClear = false;
+                }
+            }
+        }
+    }
+    return names;
 }
 
-void read(Viewed& viewed, const std::filesystem::path& folder, Progress& progress,
-          const std::stop_token& stop) {
+void read(Viewed& viewed, const std::filesystem::path& folder, const std::string& name,
+          Progress& progress, const std::stop_token& stop) {
     viewed.folder = readResultFolder(folder, stop);
     if (viewed.folder.columns.empty()) {
         throw DataError(place(folder) + ": the results hold no numbers; give a folder that "
-                                        "insolate run or sunhours has left");
+                                        "insolate run, sunhours or compare has left");
     }
     viewed.scene = loadResultScene(viewed.folder, stop);
     if (!viewed.scene.problem.empty()) {
         progress.warn(fmt::format("{}; the page shows the cells of {} alone", viewed.scene.problem,
                                   place(folder)));
     }
-    const auto record = nlohmann::ordered_json::parse(viewed.folder.summary, nullptr, false);
     PageResult& page = viewed.page;
-    page.name = nameOf(folder);
+    page.name = name;
     page.scene = &viewed.scene.scene;
     page.field = &viewed.folder.field;
-    viewed.columns = pageColumnsOf(std::move(viewed.folder.columns), record);
+    viewed.columns = pageColumnsOf(std::move(viewed.folder.columns), viewed.folder);
     page.columns = viewed.columns.whole;
     page.steps = viewed.columns.steps;
     if (const std::filesystem::path hours = folder / "hours.csv"; isOurHoursCsv(hours)) {
         page.series = pageSeriesOf(readHoursCsv(hours, stop), viewed.folder.field.size());
     }
     page.north = viewed.folder.model.north;
-    page.days = periodDaysOf(record);
-    page.facts = factsOf(record);
-    page.site = pageSiteOf(record);
+    page.days = viewed.folder.facts.days;
+    page.included = viewed.folder.included;
+    page.facts = pageFactsOf(viewed.folder, viewed.folder.field.size());
+    page.site = pageSiteOf(viewed.folder);
     page.warnings = viewed.folder.facts.warnings;
     if (!viewed.scene.problem.empty()) {
         page.warnings.push_back(viewed.scene.problem);
@@ -74,8 +101,10 @@ void read(Viewed& viewed, const std::filesystem::path& folder, Progress& progres
 
 void viewResults(const ViewOptions& options, Progress& progress, const std::stop_token& stop) {
     if (options.folders.empty()) {
-        throw UsageError("no results; give one or several folders that insolate run has left");
+        throw UsageError("no results; give one or several folders that insolate run, sunhours or "
+                         "compare has left");
     }
+    const std::vector<std::string> names = namesOf(options.folders);
     const std::filesystem::path to = options.out.value_or(options.folders.front() / "page.html");
     const std::string name = to.filename().string();
     if (name.empty()) {
@@ -96,8 +125,8 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     std::deque<Viewed> viewed;
     std::vector<PageResult> pages;
     pages.reserve(options.folders.size());
-    for (const std::filesystem::path& one : options.folders) {
-        read(viewed.emplace_back(), one, progress, stop);
+    for (std::size_t i = 0; i < options.folders.size(); ++i) {
+        read(viewed.emplace_back(), options.folders[i], names[i], progress, stop);
     }
     for (const Viewed& one : viewed) {
         pages.push_back(one.page);

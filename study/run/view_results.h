@@ -12,7 +12,7 @@
 namespace insolate::study {
 
 struct ViewOptions {
-    /// As `insolate run` or `insolate sunhours` left them; several are compared on the page.
+    /// As `insolate run`, `sunhours` or `compare` left them; several are compared on the page.
     std::vector<std::filesystem::path> folders;
     std::optional<std::filesystem::path> out; ///< the page; absent: page.html in the first folder
     double limit = 25.0;                      ///< as PageOptions::limit [MB]

@@ -77,6 +77,9 @@ export function chart(place: HTMLElement, values: number[], options: ChartOption
   const accent = style("--accent");
   const axis = { stroke: soft, grid: { stroke: grid, width: 1 }, ticks: { show: false }, font: "10px system-ui" };
   const xs = values.map((_, i) => i);
+  // Names side by side need some width: a letter of a month a quarter of what a date takes.
+  const longest = Math.max(...(options.names ?? []).map((name) => name.length), 1);
+  const every = Math.ceil((xs.length * (8 + 6 * longest)) / (options.width - 40));
   const highest = Math.max(...values, 1e-9);
   const plot = new uPlot(
     {
@@ -95,7 +98,7 @@ export function chart(place: HTMLElement, values: number[], options: ChartOption
           size: 22,
           gap: 2,
           grid: { show: false },
-          splits: options.names ? () => xs : () => [0, 6, 12, 18],
+          splits: options.names ? () => xs.filter((i) => i % every === 0) : () => [0, 6, 12, 18],
           values: (_, splits) => splits.map((i) => options.names?.[i] ?? `${i}`),
         },
         {

@@ -25,5 +25,5 @@ export function differenceOf(first: Column, second: Column): Column {
     levels[i] = Number.isFinite(values[i]) ? Math.round(values[i] / fine) - offset : 0xffff;
   }
   const decimals = Math.min(first.decimals, second.decimals) - Math.round(Math.log10(fine / step));
-  return new Column(first.name, `${first.title}, difference`, first.unit, fine, offset, decimals, levels);
+  return new Column(first.name, `${first.title}, difference`, first.unit, fine, offset, decimals, levels, true);
 }

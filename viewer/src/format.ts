@@ -52,12 +52,40 @@ export function fixedText(value: number, decimals: number): string {
 
 /// The unit of sums over areas that suits the largest of them, and what a kWh is in it.
 export function energyUnit(most: number): { unit: string; factor: number } {
-  return most < 1e4 ? { unit: "kWh", factor: 1 } : most < 1e7 ? { unit: "MWh", factor: 1e-3 } : { unit: "GWh", factor: 1e-6 };
+  const size = Math.abs(most);
+  return size < 1e4 ? { unit: "kWh", factor: 1 } : size < 1e7 ? { unit: "MWh", factor: 1e-3 } : { unit: "GWh", factor: 1e-6 };
 }
 
-/// "kWh/m²".
+/// A mean over areas: of answers the share that says yes, none of dates.
+export function meanText(mean: number, unit: string): string {
+  if (!Number.isFinite(mean) || unit === "day of year") {
+    return "–";
+  }
+  return unit === "0 or 1" ? `${(100 * mean).toFixed(1)} %` : isNumber(unit) ? numberText(mean) : valueText(mean, unit, 0);
+}
+
+/// "kWh/m²"; nothing where the value says by itself what it is.
 export function unitText(unit: string): string {
-  return unit.replace("m2", "m²").replace("hour of year", "");
+  return isNumber(unit) ? unit.replace("m2", "m²") : "";
+}
+
+/// Whether values of a unit are read as numbers: dates, times of the clock and answers are not.
+export function isNumber(unit: string): boolean {
+  return !/^(hour of year|day of year|0 or 1|h of UTC.*)$/.test(unit);
+}
+
+/// A value as people read it: "812.3", "21 June", "9:05", "yes".
+export function valueText(value: number, unit: string, decimals: number): string {
+  if (isNumber(unit)) {
+    return value.toFixed(decimals);
+  }
+  if (unit === "hour of year") {
+    return value > 0 ? hourOfYearText(value) : "never";
+  }
+  if (unit === "day of year") {
+    return dayText(value);
+  }
+  return unit === "0 or 1" ? (value > 0.5 ? "yes" : "no") : timeText(60 * value);
 }
 
 export function bearingText(azimuth: number): string {
@@ -76,9 +104,10 @@ export function partText(title: string): string {
   return title.slice(title.indexOf(", ") + 1).trim();
 }
 
-/// Below a chart's bar: "J" for "total_jun", "6/21" for "total_06_21", "jun–aug" for a season.
+/// Below a chart's bar: "J" for "total_jun", "6/21" for "total_06_21" and "sun_2025_06_21", "jun–aug"
+/// for a season.
 export function partShort(name: string): string {
-  const part = name.slice(name.indexOf("_") + 1);
+  const part = name.slice(name.indexOf("_") + 1).replace(/^\d{4}_/, "");
   const [first, second] = part.split("_");
   if (/^[a-z]/.test(part)) {
     return /^[a-z]/.test(second ?? "") ? `${first}–${second}` : first.slice(0, 1).toUpperCase();

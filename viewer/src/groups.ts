@@ -1,6 +1,6 @@
 /// The table of groups: cells that share an object, a material or a side.
 import { h, icon } from "./dom";
-import { energyUnit, numberText, unitText } from "./format";
+import { energyUnit, meanText, numberText, unitText } from "./format";
 import { emptySums, type Sums, sumsBy } from "./histogram";
 import { type Column, type Result, sides } from "./packing";
 
@@ -68,6 +68,7 @@ export class GroupTable {
   private isDescending = true;
   private chosen: string | null = null;
   private energy = energyUnit(0);
+  private unit = "";
   private isHidden: (key: GroupKey) => boolean = () => false;
   private readonly search = h("input", {
     type: "search",
@@ -94,6 +95,11 @@ export class GroupTable {
       this.onKind();
     });
     this.search.addEventListener("input", () => this.fill());
+    this.search.addEventListener("keydown", (event) => {
+      if (event.key === "Enter") {
+        this.body.querySelector("tr")?.click();
+      }
+    });
     this.element = h(
       "div",
       {},
@@ -111,6 +117,7 @@ export class GroupTable {
   show(result: Result, column: Column, isHidden: (key: GroupKey) => boolean): void {
     this.groups = groupsOf(result, column, this.kind);
     this.isHidden = isHidden;
+    this.unit = column.unit;
     const isEnergy = column.unit === "kWh/m2" && result.cells.hasAreas;
     const heads: [SortKey, string, string][] = [
       ["name", "Name", ""],
@@ -118,7 +125,7 @@ export class GroupTable {
       ["mean", "mean", `Mean by area, ${unitText(column.unit)}`],
     ];
     if (isEnergy) {
-      this.energy = energyUnit(this.groups.reduce((most, group) => Math.max(most, group.whole), 0));
+      this.energy = energyUnit(this.groups.reduce((most, group) => Math.max(most, Math.abs(group.whole)), 0));
       heads.push(["whole", this.energy.unit, "Sum over the area"]);
     }
     this.head.replaceChildren(
@@ -127,18 +134,10 @@ export class GroupTable {
           "th",
           {
             scope: "col",
-            tabindex: 0,
             title,
             "aria-sort": this.sort === key ? (this.isDescending ? "descending" : "ascending") : "none",
-            click: () => this.sortBy(key, result, column),
-            keydown: (event: KeyboardEvent) => {
-              if (event.key === "Enter" || event.key === " ") {
-                event.preventDefault();
-                this.sortBy(key, result, column);
-              }
-            },
           },
-          label,
+          h("button", { type: "button", click: () => this.sortBy(key, result, column) }, label),
         ),
       ),
       h("th", { scope: "col" }, h("span", { class: "hidden" }, "Shown")),
@@ -150,6 +149,8 @@ export class GroupTable {
     this.isDescending = this.sort === key ? !this.isDescending : key !== "name";
     this.sort = key;
     this.show(result, column, this.isHidden);
+    // The heads are new: whoever sorts by the keyboard goes on from the same one.
+    this.head.querySelector<HTMLElement>("th:not([aria-sort=none]) button")?.focus();
   }
 
   private fill(): void {
@@ -199,7 +200,7 @@ export class GroupTable {
           {
             class: `${isChosen ? "chosen" : ""} ${hidden ? "off" : ""}`,
             tabindex: 0,
-            "aria-selected": isChosen ? "true" : "false",
+            "aria-current": isChosen ? "true" : undefined,
             click: choose,
             keydown: (event: KeyboardEvent) => {
               if (event.key === "Enter" && event.target === event.currentTarget) {
@@ -209,7 +210,7 @@ export class GroupTable {
           },
           h("td", { title: text.slice(0, 300) }, h("bdi", {}, text.slice(0, 300))),
           h("td", {}, areaText(group.area)),
-          h("td", {}, numberText(group.mean)),
+          h("td", {}, meanText(group.mean, this.unit)),
           isEnergy && h("td", {}, numberText(group.whole * this.energy.factor)),
           h("td", {}, eye),
         );

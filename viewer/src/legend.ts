@@ -7,6 +7,8 @@ import type { Histogram } from "./histogram";
 export interface LegendContent {
   title: string;
   unit: string;
+  /// Of a value beside the bar; null: numbers with the decimals that they take.
+  label: ((value: number) => string) | null;
   scale: Scale;
   step: number;
   histogram: Histogram;
@@ -74,6 +76,8 @@ export class Legend {
     const decimals = Math.max(0, Math.min(4, Math.ceil(-Math.log10(content.step) - 1e-9)));
     this.top.value = scale.highest.toFixed(decimals);
     this.bottom.value = scale.lowest.toFixed(decimals);
+    this.top.hidden = content.label !== null;
+    this.bottom.hidden = content.label !== null;
     this.reset.hidden = !content.hasOwnEnds;
     this.filter.replaceChildren(content.filterText);
     if (content.range) {
@@ -215,14 +219,16 @@ export function drawLegend(
     context.font = "11.5px system-ui, sans-serif";
     context.textAlign = "right";
     context.textBaseline = "middle";
-    const marks = ticks(scale.lowest, scale.highest, 6);
+    // An answer has two colours, whose names stand beside them.
+    const isAnswer = content.label !== null && scale.steps === 2;
+    const marks = isAnswer ? [0.25, 0.75] : ticks(scale.lowest, scale.highest, 6);
     const step = marks.length > 1 ? marks[1] - marks[0] : 1;
     const decimals = [0, 1, 2, 3, 4].find((n) => Math.abs(step * 10 ** n - Math.round(step * 10 ** n)) < 1e-6) ?? 5;
     for (const value of marks) {
       const y = height * (1 - (value - scale.lowest) / (scale.highest - scale.lowest));
       if (y > 7 && y < height - 7) {
-        context.fillText(fixedText(value, decimals), width, y);
-        context.globalAlpha = 0.25;
+        context.fillText(content.label ? content.label(isAnswer ? Math.round(value) : value) : fixedText(value, decimals), width, y);
+        context.globalAlpha = isAnswer ? 0 : 0.25;
         context.fillRect(0, y - 0.5, right, 1);
         context.globalAlpha = 1;
       }

@@ -1,6 +1,8 @@
 /// Reads what study/output/page_model.cpp packs: whole numbers in as few bytes as they need, places as
 /// differences to the last place, values as differences to their neighbours.
 
+import { valueText } from "./format";
+
 export interface ColumnRecord {
   name: string;
   title: string;
@@ -9,6 +11,8 @@ export interface ColumnRecord {
   offset: number;
   decimals: number;
   bytes: number;
+  /// A difference, whose colours run to both sides of zero.
+  diverging: boolean;
 }
 
 export interface Site {
@@ -36,6 +40,10 @@ interface ResultRecord {
   scene: { vertices: number; triangles: number; edges: number };
   columns: ColumnRecord[];
   steps: ColumnRecord[];
+  /// Before some were left out to keep the page small.
+  steps_in_all: number;
+  /// Lowest and highest value of all steps.
+  step_ends: [number, number];
   series: { label: string; sensor: number | null }[];
   arrays: Record<string, [number, number]>;
 }
@@ -146,6 +154,7 @@ export class Column {
     readonly offset: number,
     readonly decimals: number,
     readonly levels: Uint16Array,
+    readonly diverging = false,
   ) {
     this.missing = 0xffff;
   }
@@ -171,7 +180,7 @@ export class Column {
     return level === this.missing ? NaN : (this.offset + level) * this.step;
   }
   text(value: number): string {
-    return Number.isFinite(value) ? value.toFixed(Math.max(0, this.decimals)) : "no value";
+    return Number.isFinite(value) ? valueText(value, this.unit, Math.max(0, this.decimals)) : "no value";
   }
 }
 
@@ -187,6 +196,8 @@ export class Result {
   readonly cells: Cells;
   readonly scene: SceneMesh;
   readonly series: Series[];
+  /// By sensor, 1 where it is enclosed: it has no values; null where none is.
+  readonly enclosed: Uint8Array | null;
   /// Taken off all places [m], so that single precision does.
   readonly centre: [number, number, number];
   private readonly bytes: Uint8Array;
@@ -204,6 +215,7 @@ export class Result {
     this.cells = readCells(this.array("blocks"), this.record.cells, step, this.record.north);
     readFaces(this.array("faces"), this.cells);
     this.scene = readScene(this);
+    this.enclosed = readEnclosed(this.array("enclosed"), this.cells.count);
     this.series = this.record.series.map((one, i) => ({
       label: one.label,
       sensor: one.sensor,
@@ -241,6 +253,7 @@ export class Result {
         record.offset,
         record.decimals,
         levels,
+        record.diverging,
       );
       this.columns.set(key, column);
     }
@@ -485,6 +498,20 @@ function readFaces(bytes: Uint8Array, cells: Cells): void {
     cells.material.fill(reader.number(), first, first + count);
     first += count;
   }
+}
+
+/// Runs of cells that count and of enclosed ones in turn.
+function readEnclosed(bytes: Uint8Array, count: number): Uint8Array | null {
+  const reader = new NumberReader(bytes);
+  const enclosed = new Uint8Array(count);
+  let any = false;
+  for (let first = 0, own = 0; !reader.done; own ^= 1) {
+    const end = first + reader.number();
+    enclosed.fill(own, first, end);
+    any ||= own === 1 && end > first;
+    first = end;
+  }
+  return any ? enclosed : null;
 }
 
 function readRuns(reader: NumberReader, count: number): Uint32Array {

@@ -1,4 +1,5 @@
 /// The page: its state, its controls, and what happens when one is used.
+import type uPlot from "uplot";
 import { drawCarpet, chart, meanDay } from "./charts";
 import type { Scale } from "./colors";
 import { h, icon, download } from "./dom";
@@ -7,7 +8,7 @@ import { type GroupKey, groupName, groupNumbers, GroupTable } from "./groups";
 import { areaWithin, histogram, sumsBy } from "./histogram";
 import { drawLegend, Legend, type LegendContent } from "./legend";
 import { differenceOf } from "./difference";
-import { type Column, type ColumnRecord, cornersOf, noSide, normalOf, type Result } from "./packing";
+import { Column, type ColumnRecord, cornersOf, noSide, normalOf, type Result, type Series } from "./packing";
 import { comparable, sameCells, sharedColumns, shareSteps } from "./shared";
 import { SunPath } from "./sun";
 import { colorTexture, type Hit, type ModelView, type Section, type Theme, View } from "./view";
@@ -70,9 +71,17 @@ export class Page {
   private playing = 0;
   private groups!: GroupTable;
   private readonly figures = h("div", { class: "figures" });
+  private readonly besideNote = h("p", { class: "quiet", hidden: true });
+  private readonly enclosedNote = h("p", { class: "quiet", hidden: true });
   private readonly quantitySelect = h("select", { id: "quantity" });
   private readonly stepField = h("div");
+  private readonly stepNote = h("p", { class: "quiet" });
   private readonly cellPlace = h("div");
+  private readonly cellSun = h("p", { class: "quiet" });
+  private readonly groupPlace = h("div");
+  private readonly groupCard = h("details", { hidden: true, open: true }, h("summary", {}, "Group"), this.groupPlace);
+  /// Of the cell and of the group; taken down when they are drawn anew.
+  private readonly charts = new Map<HTMLElement, uPlot[]>();
   private readonly cellCard = h("details", { hidden: true }, h("summary", {}, "Cell"), this.cellPlace);
   private sunCard: HTMLElement | null = null;
   private sunParts: { day: HTMLInputElement; time: HTMLInputElement; text: HTMLElement; on: HTMLInputElement; play: HTMLButtonElement } | null = null;
@@ -184,46 +193,52 @@ export class Page {
     return own;
   }
 
-  private get scheme(): Scale["scheme"] {
-    return this.mode.kind === "difference" ? "diverging" : "sequential";
+  private scaleOf(column: Column): Scale {
+    const [low, high] = this.commonEnds(column);
+    return {
+      lowest: this.ends[0] ?? low,
+      highest: this.ends[1] ?? high,
+      steps: column.unit === "0 or 1" ? 2 : this.colorSteps,
+      scheme: column.diverging ? "diverging" : "sequential",
+    };
   }
 
   /// Of all results and steps that are shown together.
   private commonEnds(column: Column): [number, number] {
-    if (this.mode.kind === "difference") {
-      const [low, high] = column.ends;
+    if (column.unit === "0 or 1") {
+      return [0, 1];
+    }
+    const all =
+      this.mode.kind === "difference"
+        ? [column.ends]
+        : this.step >= 0
+          ? this.results.filter((result) => shareSteps([this.first, result])).map(({ record }) => record.step_ends)
+          : this.results
+              .map((result) => this.columnOf(result))
+              .filter((own) => own?.unit === column.unit)
+              .map((own) => own!.ends);
+    const low = Math.min(...all.map((ends) => ends[0]));
+    const high = Math.max(...all.map((ends) => ends[1]));
+    if (column.diverging) {
       const most = Math.max(Math.abs(low), Math.abs(high)) || 1;
       return [-most, most];
     }
-    const columns =
-      this.step >= 0
-        ? this.results
-            .filter((result) => shareSteps([this.first, result]))
-            .flatMap((result) => result.record.steps.map((_, i) => result.column("step", i)))
-        : this.results.map((result) => this.columnOf(result));
-    const all = columns.filter((own) => own?.unit === column.unit).map((own) => own!.ends);
-    const low = Math.min(...all.map((ends) => ends[0]));
-    const high = Math.max(...all.map((ends) => ends[1]));
     return high > low ? [low, high] : [low - 0.5, low + 0.5];
   }
 
   /// Colours and legend; the groups stay as they are.
   private paint(): void {
     const column = this.column;
-    const [low, high] = this.commonEnds(column);
-    const scale: Scale = {
-      lowest: this.ends[0] ?? low,
-      highest: this.ends[1] ?? high,
-      steps: this.colorSteps,
-      scheme: this.scheme,
-    };
-    const colors = colorTexture(this.scheme);
+    const scale = this.scaleOf(column);
+    const colors = colorTexture(scale.scheme);
     const models = this.shownModels();
     models.forEach((number) => {
       const model = this.view.models[number];
       const own = this.mode.kind === "difference" ? column : this.columnOf(this.results[number]);
-      if (own && model.column !== own) {
-        model.showColumn(own);
+      const { count } = this.results[number].cells;
+      const shown = own ?? new Column("", "", "", 1, 0, 0, new Uint16Array(count).fill(0xffff)); // no such quantity
+      if (model.column !== shown) {
+        model.showColumn(shown);
       }
       model.paint(scale, colors, this.range);
     });
@@ -234,8 +249,9 @@ export class Page {
 
   private legendContent(column: Column, scale: Scale, areas: LegendContent["histogram"]): LegendContent {
     return {
-      title: column.title,
+      title: this.columnTitle(column),
       unit: text.unitText(column.unit),
+      label: text.isNumber(column.unit) ? null : (value) => column.text(value),
       scale,
       step: column.step,
       histogram: areas,
@@ -243,6 +259,13 @@ export class Page {
       hasOwnEnds: this.ends[0] !== null || this.ends[1] !== null,
       filterText: this.filterText(column),
     };
+  }
+
+  private columnTitle(column: Column): string {
+    const { mode } = this;
+    return mode.kind === "difference"
+      ? `${column.title.replace(/, difference$/, "")}: ${this.results[mode.with].record.name.slice(0, 40)} less ${this.results[0].record.name.slice(0, 40)}`
+      : column.title;
   }
 
   private filterText(column: Column): string {
@@ -253,8 +276,9 @@ export class Page {
     const { cells } = this.first;
     const within = areaWithin(cells, column, from, to, this.shown);
     const unit = text.unitText(column.unit);
+    const isNumber = text.isNumber(column.unit);
     const much = cells.hasAreas ? `${text.numberText(within.area, 4)} m²` : `${within.cells} points`;
-    const end = (value: number): string => text.numberText(value, 3);
+    const end = (value: number): string => (isNumber ? text.numberText(value, 3) : column.text(value));
     if (to === Infinity) {
       return `${much} above ${end(from)} ${unit}`;
     }
@@ -315,6 +339,7 @@ export class Page {
     const column = this.column;
     this.groups.show(this.first, column, (key) => this.isHiddenKey(key));
     this.showFigures(column);
+    this.showGroup(column);
     this.showPinned();
   }
 
@@ -324,13 +349,26 @@ export class Page {
     const unit = text.unitText(column.unit);
     const energy = text.energyUnit(sums.whole);
     const figure = (value: string, label: string): HTMLElement => h("div", {}, h("b", {}, value), h("span", {}, label));
+    const isAnswer = column.unit === "0 or 1";
     this.figures.replaceChildren(
-      figure(text.numberText(sums.mean), `mean, ${unit}`),
+      figure(text.meanText(sums.mean, column.unit), isAnswer ? (cells.hasAreas ? "of the area" : "of the points") : `mean${unit ? `, ${unit}` : ""}`),
       figure(text.numberText(sums.area, 5).replace(/\.\d+$/, ""), cells.hasAreas ? "m²" : "points"),
       column.unit === "kWh/m2" && cells.hasAreas
         ? figure(text.numberText(sums.whole * energy.factor), `${energy.unit} in all`)
-        : figure(`${text.numberText(sums.lowest, 3)}–${text.numberText(sums.highest, 3)}`, "range"),
+        : isAnswer
+          ? ""
+          : figure(sums.cells > 0 ? this.spanText(column, sums.lowest, sums.highest) : "–", "range"),
     );
+    const enclosed = this.first.enclosed?.reduce((sum, own) => sum + own, 0) ?? 0;
+    this.besideNote.hidden = this.mode.kind !== "beside";
+    this.besideNote.textContent = `Figures, groups and the bar's areas are those of ${this.first.record.name.slice(0, 80)}.`;
+    this.enclosedNote.hidden = enclosed === 0;
+    this.enclosedNote.textContent = `${text.fixedText(enclosed, 0)} enclosed ${enclosed === 1 ? "cell is" : "cells are"} grey and left out of all sums.`;
+  }
+
+  private spanText(column: Column, low: number, high: number): string {
+    const one = (value: number): string => (text.isNumber(column.unit) ? text.numberText(value, 3) : column.text(value));
+    return `${one(low)}–${one(high)}`;
   }
 
   // The panel
@@ -371,13 +409,16 @@ export class Page {
     this.panel.append(
       grip,
       h("h1", { title: record.name.slice(0, 300) }, h("bdi", {}, record.name.slice(0, 300) || "Results")),
-      h("p", { class: "sub" }, h("bdi", {}, [fact("Site"), fact("Period")].filter(Boolean).join(" · "))),
+      h("p", { class: "sub" }, h("bdi", {}, [fact("Site"), fact("Period") || fact("Year")].filter(Boolean).join(" · "))),
       this.results.length > 1 ? this.resultSwitch() : "",
       h("label", { class: "field", for: "quantity" }, "Show"),
       this.quantitySelect,
       this.stepField,
       this.figures,
+      this.besideNote,
+      this.enclosedNote,
       this.cellCard,
+      this.groupCard,
       h("details", { open: true }, h("summary", {}, "Groups"), this.groups.element),
       this.sunPath ? this.buildSun() : "",
       this.buildSection(),
@@ -431,12 +472,19 @@ export class Page {
   }
 
   private setMode(mode: Mode): void {
+    this.stopPlaying();
+    const isOther = (mode.kind === "beside") !== (this.mode.kind === "beside");
     this.mode = mode;
     this.movePin();
     this.buildQuantities();
     this.ends = [null, null];
     this.range = null;
     this.view.show(this.shownModels());
+    if (isOther) {
+      // Each picture is narrower or wider than before.
+      const { azimuth, altitude } = this.view.bearing();
+      this.view.look(azimuth, altitude);
+    }
     for (const label of this.besideNames.splice(0)) {
       label.remove();
     }
@@ -511,12 +559,16 @@ export class Page {
       this.showValues();
     };
     slider.addEventListener("input", () => go(Number(slider.value)));
-    const play = this.playButton("Play through the period", 700, () => {
+    const left = this.results.reduce((most, { record }) => Math.max(most, record.steps_in_all), 0) - steps.length;
+    this.stepNote.hidden = left === 0;
+    this.stepNote.textContent = `${steps.length} of ${steps.length + left} parts of the period, to keep the page small.`;
+    const play = this.playButton("Play through the period", Math.max(150, Math.min(700, 18000 / steps.length)), () => {
       go(Number(slider.value) >= steps.length ? 1 : Number(slider.value) + 1);
     });
     this.stepField.replaceChildren(
       h("div", { class: "clock" }, name),
       h("div", { class: "row" }, play, h("div", { class: "grow" }, slider)),
+      this.stepNote,
     );
   }
 
@@ -624,7 +676,7 @@ export class Page {
     if (!this.sunOn) {
       this.sunWasOn = false;
       this.view.setSun(null, [], []);
-      this.showPinned();
+      this.showCellSun();
       return;
     }
     const course = Array.from({ length: 145 }, (_, i) => path.at(this.day, 10 * i));
@@ -642,12 +694,13 @@ export class Page {
     }
     this.view.setSun(sun, course, marks);
     if (!this.sunWasOn) {
+      // From higher up one looks along the plane of the path, at mid-latitudes, and sees a line.
       const { azimuth, altitude } = this.view.bearing();
-      this.view.look(azimuth, altitude, this.view.domeBox(course));
+      this.view.look(azimuth, Math.min(altitude, 28), this.view.domeBox(course));
     }
     this.sunWasOn = true;
     this.followCamera();
-    this.showPinned();
+    this.showCellSun();
   }
 
   /// Shows the shadows of a moment.
@@ -663,10 +716,10 @@ export class Page {
     const axis = h(
       "select",
       { "aria-label": "Section plane" },
-      h("option", { value: "" }, "Nothing"),
-      h("option", { value: "z" }, "All above a height"),
-      h("option", { value: "y" }, "All beyond a line across Y"),
-      h("option", { value: "x" }, "All beyond a line across X"),
+      h("option", { value: "" }, "None"),
+      h("option", { value: "z" }, "Cut off above a height"),
+      h("option", { value: "y" }, "Cut off beyond a place on Y"),
+      h("option", { value: "x" }, "Cut off beyond a place on X"),
     );
     const place = h("input", { type: "range", min: 0, max: 1, step: 0.002, value: 0.5, "aria-label": "Place of the section" });
     const flip = h("input", { type: "checkbox" });
@@ -691,7 +744,7 @@ export class Page {
     for (const input of [axis, place, flip]) {
       input.addEventListener("input", update);
     }
-    return h("details", {}, h("summary", {}, "Cut off"), axis, rest);
+    return h("details", {}, h("summary", {}, "Section"), axis, rest);
   }
 
   private buildLook(): HTMLElement {
@@ -729,7 +782,12 @@ export class Page {
 
   private buildFacts(): HTMLElement {
     const key = (name: string, what: string): HTMLElement[] => [h("dt", {}, h("kbd", {}, name)), h("dd", {}, what)];
-    const about = h("details", {}, h("summary", {}, "About this study"));
+    const warnings = this.results.reduce((sum, { record }) => sum + record.warnings.length, 0);
+    const about = h(
+      "details",
+      {},
+      h("summary", {}, "About this study", warnings > 0 && h("span", { class: "badge" }, `${warnings} ${warnings === 1 ? "warning" : "warnings"}`)),
+    );
     this.results.forEach((result) => {
       const { record } = result;
       if (this.results.length > 1) {
@@ -768,8 +826,8 @@ export class Page {
   // Over the picture
 
   private toolbar(): void {
-    const button = (label: string, content: string | SVGSVGElement, run: () => void, wide = false): HTMLButtonElement =>
-      h("button", { type: "button", title: label, "aria-label": label, class: wide ? "wide" : "", click: run }, content);
+    const button = (label: string, content: string | SVGSVGElement, run: () => void): HTMLButtonElement =>
+      h("button", { type: "button", title: label, "aria-label": label, click: run }, content);
     this.parallelButton = button("Parallel projection (P)", icon("M4 8l8-4 8 4v8l-8 4-8-4zM4 8l8 4 8-4M12 12v8"), () => this.toggleParallel());
     this.parallelButton.setAttribute("aria-pressed", "false");
     this.stage.append(
@@ -778,12 +836,12 @@ export class Page {
         { id: "bar", role: "toolbar", "aria-label": "View" },
         button("The whole model (0)", icon("M4 9V4h5M15 4h5v5M20 15v5h-5M9 20H4v-5"), () => this.view.look(155, 42)),
         button("Fit to what is chosen (F)", icon("M12 3v3M12 18v3M3 12h3M18 12h3M12 8.500a3.500 3.500 0 1 1 0 7 3.500 3.500 0 0 1 0-7z"), () => this.fit()),
-        h("i", { class: "wide" }),
-        button("From above (T)", "Top", () => this.view.look(180, 90), true),
-        button("From the north (N)", "N", () => this.view.look(0, 0), true),
-        button("From the east (E)", "E", () => this.view.look(90, 0), true),
-        button("From the south (S)", "S", () => this.view.look(180, 0), true),
-        button("From the west (W)", "W", () => this.view.look(270, 0), true),
+        h("i"),
+        button("Top, from above (T)", "Top", () => this.view.look(180, 90)),
+        button("From the north (N)", "N", () => this.view.look(0, 0)),
+        button("From the east (E)", "E", () => this.view.look(90, 0)),
+        button("From the south (S)", "S", () => this.view.look(180, 0)),
+        button("From the west (W)", "W", () => this.view.look(270, 0)),
         this.parallelButton,
         h("i", {}),
         button("Save the picture as PNG", icon("M4 7h3l1.500-2h7L17 7h3v12H4zM12 9.500a3.500 3.500 0 1 1 0 7 3.500 3.500 0 0 1 0-7z"), () => void this.savePicture()),
@@ -925,7 +983,30 @@ export class Page {
     if (peak) {
       lines.push(peak);
     }
+    if (this.isEnclosed(hit)) {
+      return { value: "enclosed", unit: "", lines };
+    }
+    const others = this.othersOf(hit);
+    lines.push(...others.map(([name, value]) => `${name}: ${value}`));
     return { value: column.text(column.at(sensor)), unit: text.unitText(column.unit), lines };
+  }
+
+  private isEnclosed({ model, sensor }: Hit): boolean {
+    return model.result.enclosed?.[sensor] === 1;
+  }
+
+  /// The same cell in all results, where several of the same cells are compared: name and value.
+  private othersOf({ model, sensor }: Hit): [string, string][] {
+    const { compared } = this;
+    if (compared.length < 2 || !compared.every((result) => sameCells(compared[0], result))) {
+      return [];
+    }
+    return compared.flatMap((result): [string, string][] => {
+      const column = this.columnOf(result);
+      return column && (this.mode.kind === "difference" || result !== model.result)
+        ? [[result.record.name.slice(0, 60), `${column.text(column.at(sensor))} ${text.unitText(column.unit)}`]]
+        : [];
+    });
   }
 
   /// Empty where a point has no normal.
@@ -992,13 +1073,16 @@ export class Page {
     const result = model.result;
     const { value, unit } = this.describe(this.pinned);
     this.said.textContent = `${value} ${unit}`;
-    const rows: [string, string][] = [];
-    result.record.columns.forEach((record, i) => {
-      if (record.unit !== "hour of year") {
-        const column = result.column("column", i);
-        rows.push([record.title, `${column.text(column.at(sensor))} ${text.unitText(record.unit)}`]);
-      }
-    });
+    const rows: [string, string][] = this.othersOf(this.pinned);
+    const enclosed = this.isEnclosed(this.pinned);
+    if (!enclosed) {
+      result.record.columns.forEach((record, i) => {
+        if (record.unit !== "hour of year") {
+          const column = result.column("column", i);
+          rows.push([record.title, `${column.text(column.at(sensor))} ${text.unitText(record.unit)}`]);
+        }
+      });
+    }
     const object = groupName(result, "object", sensor);
     const material = groupName(result, "material", sensor);
     if (object) {
@@ -1017,13 +1101,16 @@ export class Page {
     rows.push(["Number", `${sensor}, as in sensors.csv`]);
     const hour = result.columnNamed("peak_hour");
     const peakHour = hour ? hour.at(sensor) : NaN;
+    this.clearCharts(this.cellPlace);
     this.cellPlace.replaceChildren(
       h("div", { class: "value" }, value, " ", h("small", {}, unit)),
-      this.sunOn
-        ? h("p", { class: "quiet" }, `${this.view.isLit(model, sensor) ? "In the sun" : "Without sun"} on ${text.dayText(this.day)} at ${text.timeText(this.minute)}.`)
+      enclosed
+        ? h("p", { class: "quiet" }, "It looks into closed geometry, as inside of a body, and is left out of colours and sums.")
         : "",
+      this.cellSun,
       h("dl", {}, ...rows.flatMap(([label, words]) => [h("dt", {}, label), h("dd", {}, h("bdi", {}, words))])),
     );
+    this.showCellSun();
     if (peakHour > 0) {
       this.cellPlace.append(
         h("p", { class: "quiet" }, `Peak on ${text.hourOfYearText(peakHour)}.`),
@@ -1041,12 +1128,62 @@ export class Page {
       );
     }
     this.chartSteps(result, sensor);
-    this.chartHours(result, sensor, object);
+    const names: [string, string][] = [
+      ["object", object],
+      ["material", material],
+      ["object,material", `${object}, ${material}`],
+    ];
+    this.chartHours(
+      this.cellPlace,
+      result.series.find((one) => one.sensor === sensor) ??
+        names.map(([kind, name]) => seriesOf(result, kind, name)).find((one) => one !== undefined) ??
+        result.series.find((one) => one.label === "all"),
+      result.record.days,
+    );
+  }
+
+  /// Whether the sun reaches the pinned cell at the moment that is shown.
+  private showCellSun(): void {
+    this.cellSun.hidden = !this.sunOn || this.pinned === null;
+    if (this.pinned && this.sunOn) {
+      const isLit = this.view.isLit(this.pinned.model, this.pinned.sensor);
+      this.cellSun.textContent = `${isLit ? "In the sun" : "Without sun"} on ${text.dayText(this.day)} at ${text.timeText(this.minute)}.`;
+    }
+  }
+
+  /// What is known of the group that stands alone, with its hours where the study has them.
+  private showGroup(column: Column): void {
+    const key = this.isolated;
+    this.groupCard.hidden = key === null;
+    this.clearCharts(this.groupPlace);
+    if (!key) {
+      return;
+    }
+    const { names, of } = groupNumbers(this.first, key.kind);
+    const sums = sumsBy(this.first.cells, column, of, names.length)[names.indexOf(key.name)];
+    const unit = text.unitText(column.unit);
+    const rows: [string, string][] = [
+      [this.first.cells.hasAreas ? "Cells" : "Points", text.fixedText(sums.cells, 0)],
+      ["Mean", `${text.meanText(sums.mean, column.unit)} ${unit}`],
+      ["Range", sums.cells > 0 ? `${this.spanText(column, sums.lowest, sums.highest)} ${unit}` : "–"],
+    ];
+    this.groupPlace.replaceChildren(
+      h("p", { class: "name" }, h("bdi", {}, key.name.slice(0, 300) || "(no name)")),
+      h("dl", {}, ...rows.flatMap(([label, words]) => [h("dt", {}, label), h("dd", {}, words)])),
+    );
+    this.chartHours(this.groupPlace, seriesOf(this.first, key.kind, key.name), this.first.record.days);
+  }
+
+  private clearCharts(place: HTMLElement): void {
+    for (const plot of this.charts.get(place) ?? []) {
+      plot.destroy();
+    }
+    this.charts.set(place, []);
   }
 
   private chartSteps(result: Result, sensor: number): void {
     const { steps } = result.record;
-    if (steps.length < 2) {
+    if (steps.length < 2 || this.isEnclosed({ model: this.model, sensor })) {
       return;
     }
     const values = steps.map((_, i) => result.column("step", i).at(sensor));
@@ -1054,36 +1191,37 @@ export class Page {
     const place = h("div");
     this.cellPlace.append(h("p", { class: "caption" }, `Through the period, ${unit}`), place);
     const names = steps.map((step) => text.partShort(step.name));
-    chart(place, values, { names, unit, width: this.chartWidth(), bars: true, label: "Through the period" });
+    this.charts.get(this.cellPlace)?.push(
+      chart(place, values, { names, unit, width: this.chartWidth(), bars: true, label: "Through the period" }),
+    );
   }
 
   private chartWidth(): number {
     return Math.max(this.panel.clientWidth - 40, 200);
   }
 
-  private chartHours(result: Result, sensor: number, object: string): void {
-    const series =
-      result.series.find((one) => one.sensor === sensor) ??
-      result.series.find((one) => one.sensor === null && object !== "" && one.label === `object ${object}`);
+  /// @param days of the period
+  private chartHours(card: HTMLElement, series: Series | undefined, days: number): void {
     if (!series) {
       return;
     }
-    const whose = series.sensor === null ? "of the object" : "of the cell";
+    const whose = series.sensor !== null ? "of the cell" : series.label === "all" ? "of all cells" : `of ${series.label.slice(0, 80)}`;
     const carpet = h("canvas", { class: "carpet", role: "img", "aria-label": `Radiation of each hour of the year ${whose}` });
     const place = h("div");
-    this.cellPlace.append(
-      h("p", { class: "caption" }, `Every hour of the year ${whose}: hours upwards, months across`),
+    card.append(
+      h("p", { class: "caption" }, h("bdi", {}, `Every hour of the year ${whose}`), ": hours upwards, months across"),
       carpet,
       h("p", { class: "caption" }, "Mean day, W/m²"),
       place,
     );
     drawCarpet(carpet, series.hours);
-    chart(place, meanDay(series.hours, result.record.days), { unit: "W/m²", width: this.chartWidth(), bars: false, label: "Mean day" });
+    this.charts.get(card)?.push(
+      chart(place, meanDay(series.hours, days), { unit: "W/m²", width: this.chartWidth(), bars: false, label: "Mean day" }),
+    );
   }
 
-  /// North arrow, scale bar and marks stay where they belong.
-  private followCamera(): void {
-    const { azimuth, altitude } = this.view.bearing();
+  /// A round length and how many pixels it takes in the middle of the picture.
+  private scaleBar(): { words: string; wide: number } {
     const metres = this.view.height;
     const pixels = this.canvas.clientHeight || 1;
     let length = 10 ** Math.floor(Math.log10((metres * 120) / pixels));
@@ -1093,8 +1231,18 @@ export class Page {
         break;
       }
     }
-    const bar = h("div", { class: "length" }, h("span", {}, length >= 1000 ? `${length / 1000} km` : `${Number(length.toPrecision(2))} m`));
-    bar.style.width = `${(length * pixels) / metres}px`;
+    return {
+      words: length >= 1000 ? `${length / 1000} km` : `${Number(length.toPrecision(2))} m`,
+      wide: (length * pixels) / metres,
+    };
+  }
+
+  /// North arrow, scale bar and marks stay where they belong.
+  private followCamera(): void {
+    const { azimuth, altitude } = this.view.bearing();
+    const { words, wide } = this.scaleBar();
+    const bar = h("div", { class: "length" }, h("span", {}, words));
+    bar.style.width = `${wide}px`;
     this.scale.replaceChildren(northArrow(azimuth, altitude), bar);
     const hit = this.pinned;
     const at = hit && (hit.model === this.view.models[this.shownModels()[0]] || this.mode.kind === "beside")
@@ -1140,13 +1288,7 @@ export class Page {
     const width = sheet.width / ratio;
     const height = sheet.height / ratio;
     const column = this.column;
-    const [low, high] = this.commonEnds(column);
-    const scale: Scale = {
-      lowest: this.ends[0] ?? low,
-      highest: this.ends[1] ?? high,
-      steps: this.colorSteps,
-      scheme: this.scheme,
-    };
+    const scale = this.scaleOf(column);
     const areas = histogram(this.first.cells, column, scale.lowest, scale.highest, Legend.bins, this.shown);
     const line = (words: string, x: number, y: number, size: number, bold = false): void => {
       context.fillStyle = ink;
@@ -1157,9 +1299,23 @@ export class Page {
     };
     const { record } = this.first;
     const fact = (label: string): string => record.facts.find((pair) => pair[0] === label)?.[1] ?? "";
-    line(record.name.slice(0, 120), 18, 32, 20, true);
-    line(`${column.title}, ${text.unitText(column.unit)}`, 18, 54, 14);
-    line([fact("Site"), fact("Period"), `${fact("Method")} method`, fact("Version")].filter(Boolean).join(" · "), 18, height - 14, 11.5);
+    const title = this.mode.kind === "one" ? record.name : this.results.map((result) => result.record.name).join(" / ");
+    line(title.slice(0, 120), 18, 32, 20, true);
+    line([this.columnTitle(column), text.unitText(column.unit)].filter(Boolean).join(", "), 18, 54, 14);
+    const state = [
+      this.sunOn ? `shadows of ${text.dayText(this.day)}, ${text.timeText(this.minute)}` : "",
+      this.isolated ? this.isolated.name.slice(0, 80) || "(no name)" : "",
+      this.filterText(column),
+    ];
+    line(state.filter(Boolean).join(" · "), 18, 74, 12);
+    if (this.mode.kind === "beside") {
+      const shown = this.shownModels();
+      shown.forEach((number, i) => {
+        line(this.results[number].record.name.slice(0, 60), (width * (i + 0.5)) / shown.length - 30, height - 66, 13);
+      });
+    }
+    line([fact("Site"), fact("Period"), fact("Rule"), fact("Method") && `${fact("Method")} method`, fact("Version")].filter(Boolean).join(" · "), 18, height - 14, 11.5);
+    this.drawScale(context, 18, height - 40, style);
     context.save();
     context.translate(width - 160, 24);
     const tall = Math.min(240, height - 80);
@@ -1168,6 +1324,38 @@ export class Page {
     return new Promise((resolve, reject) => {
       sheet.toBlob((blob) => (blob ? resolve(blob) : reject(new Error("the picture is too large"))), "image/png");
     });
+  }
+
+  /// North arrow and scale bar, their lower left corner at a place of the picture.
+  private drawScale(context: CanvasRenderingContext2D, x: number, y: number, style: CSSStyleDeclaration): void {
+    const { azimuth, altitude } = this.view.bearing();
+    const { needle, flat, letter } = compass(azimuth, altitude);
+    const { words, wide } = this.scaleBar();
+    context.save();
+    context.translate(x, y - 46);
+    context.lineWidth = 1.4;
+    context.strokeStyle = style.getPropertyValue("--soft");
+    context.beginPath();
+    context.ellipse(23, 23, 16, 16 * flat, 0, 0, 2 * Math.PI);
+    context.stroke();
+    context.fillStyle = style.getPropertyValue("--accent");
+    context.beginPath();
+    needle.forEach(([px, py]) => context.lineTo(px, py));
+    context.fill();
+    context.fillStyle = style.getPropertyValue("--ink");
+    context.textAlign = "center";
+    context.textBaseline = "middle";
+    context.font = "600 11px system-ui, sans-serif";
+    context.fillText("N", letter[0], letter[1]);
+    context.beginPath();
+    context.moveTo(64, 39);
+    context.lineTo(64, 46);
+    context.lineTo(64 + wide, 46);
+    context.lineTo(64 + wide, 39);
+    context.stroke();
+    context.font = "12px system-ui, sans-serif";
+    context.fillText(words, 64 + wide / 2, 36);
+    context.restore();
   }
 
   saveTable(): void {
@@ -1184,6 +1372,9 @@ export class Page {
       columns.push(shownColumn);
     }
     const head = ["sensor", "x [m]", "y [m]", "z [m]", "object", "material", "faces"];
+    if (result.enclosed) {
+      head.push("enclosed");
+    }
     if (cells.hasAreas) {
       head.push("area [m2]");
     }
@@ -1205,10 +1396,13 @@ export class Page {
         text.csvField(groupName(result, "material", sensor)),
         groupName(result, "side", sensor),
       ];
+      if (result.enclosed) {
+        fields.push(String(result.enclosed[sensor]));
+      }
       if (cells.hasAreas) {
         fields.push(cells.area[sensor].toPrecision(4));
       }
-      fields.push(...columns.map((column) => (Number.isFinite(column.at(sensor)) ? column.text(column.at(sensor)) : "")));
+      fields.push(...columns.map((column) => (Number.isFinite(column.at(sensor)) ? column.at(sensor).toFixed(Math.max(0, column.decimals)) : "")));
       lines.push(fields.join(","));
     }
     return `${lines.join("\n")}\n`;
@@ -1220,15 +1414,17 @@ export class Page {
   }
 }
 
+/// The hours of a group, as --by names it.
+function seriesOf(result: Result, kind: string, name: string): Series | undefined {
+  return result.series.find((one) => one.sensor === null && name !== "" && one.label === `${kind} ${name}`);
+}
+
 function fileName(name: string): string {
   return name.replace(/[^\p{L}\p{N}._-]+/gu, "-").slice(0, 60) || "results";
 }
 
-/// A compass lying on the ground, seen as the model is.
-function northArrow(azimuth: number, altitude: number): SVGSVGElement {
-  const space = "http://www.w3.org/2000/svg";
-  const svg = document.createElementNS(space, "svg");
-  svg.setAttribute("viewBox", "0 0 46 46");
+/// A compass lying on the ground, seen as the model is, on a square of 46 pixels.
+function compass(azimuth: number, altitude: number): { needle: [number, number][]; flat: number; letter: [number, number] } {
   const flat = Math.max(Math.abs(Math.sin((altitude * Math.PI) / 180)), 0.12);
   // The viewer stands in the azimuth and looks away from it.
   const turn = ((180 - azimuth) * Math.PI) / 180;
@@ -1236,26 +1432,29 @@ function northArrow(azimuth: number, altitude: number): SVGSVGElement {
     23 + radius * Math.sin(turn + angle),
     23 - flat * radius * Math.cos(turn + angle),
   ];
-  const path = (points: [number, number][], fill: string): void => {
-    const shape = document.createElementNS(space, "path");
-    shape.setAttribute("d", `M${points.map((p) => p.map((v) => v.toFixed(1)).join(" ")).join("L")}Z`);
-    shape.setAttribute("fill", fill);
-    shape.setAttribute("stroke", "none");
-    svg.append(shape);
-  };
-  const ring = document.createElementNS(space, "ellipse");
-  ring.setAttribute("cx", "23");
-  ring.setAttribute("cy", "23");
-  ring.setAttribute("rx", "16");
-  ring.setAttribute("ry", (16 * flat).toFixed(1));
-  ring.setAttribute("stroke", "var(--soft)");
-  svg.append(ring);
-  path([at(0, 14), at(2.5, 6), at(Math.PI, 2), at(-2.5, 6)], "var(--accent)");
-  const name = document.createElementNS(space, "text");
   const [x, y] = at(0, 22.5);
-  name.setAttribute("x", x.toFixed(1));
-  name.setAttribute("y", (flat < 0.3 ? y - 6 * Math.sign(Math.cos(turn) || 1) : y).toFixed(1));
-  name.textContent = "N";
-  svg.append(name);
+  return {
+    needle: [at(0, 14), at(2.5, 6), at(Math.PI, 2), at(-2.5, 6)],
+    flat,
+    letter: [x, flat < 0.3 ? y - 6 * Math.sign(Math.cos(turn) || 1) : y],
+  };
+}
+
+function northArrow(azimuth: number, altitude: number): SVGSVGElement {
+  const space = "http://www.w3.org/2000/svg";
+  const { needle, flat, letter } = compass(azimuth, altitude);
+  const add = (tag: string, attributes: Record<string, string>): Element => {
+    const element = document.createElementNS(space, tag);
+    for (const [name, value] of Object.entries(attributes)) {
+      element.setAttribute(name, value);
+    }
+    svg.append(element);
+    return element;
+  };
+  const svg = document.createElementNS(space, "svg");
+  svg.setAttribute("viewBox", "0 0 46 46");
+  add("ellipse", { cx: "23", cy: "23", rx: "16", ry: (16 * flat).toFixed(1), stroke: "var(--soft)" });
+  add("path", { d: `M${needle.map((p) => p.map((v) => v.toFixed(1)).join(" ")).join("L")}Z`, fill: "var(--accent)", stroke: "none" });
+  add("text", { x: letter[0].toFixed(1), y: letter[1].toFixed(1) }).textContent = "N";
   return svg;
 }

@@ -38,6 +38,23 @@ export function sameCells(a: Result, b: Result): boolean {
   if (a === b) {
     return true;
   }
+  let answers = known.get(a);
+  if (!answers) {
+    answers = new WeakMap();
+    known.set(a, answers);
+  }
+  let answer = answers.get(b);
+  if (answer === undefined) {
+    answer = haveSameCells(a, b);
+    answers.set(b, answer);
+  }
+  return answer;
+}
+
+/// Answers of sameCells(), which is asked for each cell that is pointed at.
+const known = new WeakMap<Result, WeakMap<Result, boolean>>();
+
+function haveSameCells(a: Result, b: Result): boolean {
   if (a.cells.count !== b.cells.count || a.cells.hasAreas !== b.cells.hasAreas) {
     return false;
   }

@@ -33,6 +33,52 @@ quiet --study "$demo/study.toml" --scene "$demo/courtyard.obj" --scene "$out/tow
 "$command" sunhours --quiet --scene "$demo/courtyard.obj" --scene "$out/tower.obj" --select surface --grid 0.75 \
   --lat 47 --lon 8 --tz 1 --dates 12/21 --hours 12:00-12:02 --out "$out/noon"
 "$command" view --quiet "$out/courtyard" "$out/tower" "$out/noon" --out "$out/designs.html"
+# Two houses against each other: the cells of the wall between them are enclosed.
+cat >"$out/houses.obj" <<'OBJ'
+v 0 0 0
+v 6 0 0
+v 6 6 0
+v 0 6 0
+v 0 0 6
+v 6 0 6
+v 6 6 6
+v 0 6 6
+v 12 0 0
+v 12 6 0
+v 12 0 6
+v 12 6 6
+o west
+f 1 2 6 5
+f 2 3 7 6
+f 3 4 8 7
+f 4 1 5 8
+f 5 6 7 8
+f 1 4 3 2
+o east
+f 2 9 11 6
+f 9 10 12 11
+f 10 3 7 12
+f 3 2 6 7
+f 6 11 12 7
+f 2 3 10 9
+OBJ
+quiet --weather "$demo/weather.epw" --scene "$out/houses.obj" --grid 1 --period 6/21 --page --out "$out/houses"
+"$command" view --quiet "$out/houses" --out "$out/houses-view.html"
+# Hours of sun on two days, judged; they need no weather.
+"$command" sunhours --quiet --scene "$demo/courtyard.obj" --grid 3 --lat 47 --lon 8 --tz 1 \
+  --dates 3/21,12/21 --min 2 --out "$out/sun"
+"$command" view --quiet "$out/sun" --out "$out/sun.html"
+# A day before and after a change, in folders of the same name, and what differs.
+for albedo in 0.2 0.6; do
+  quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --grid 3 --period 6/21 --albedo $albedo \
+    --out "$out/albedo-$albedo/result"
+done
+"$command" view --quiet "$out"/albedo-0.{2,6}/result --out "$out/twice.html"
+"$command" compare --quiet "$out"/albedo-0.{2,6}/result --out "$out/change"
+"$command" view --quiet "$out/change" --out "$out/change.html"
+# More days than a small page holds.
+quiet --weather "$demo/weather.epw" --scene "$demo/courtyard.obj" --grid 4 --split day --page --page-limit 0.6 \
+  --out "$out/days"
 # A thousand level sensors over the demo, for the shadows of a moment.
 awk 'BEGIN { srand(7); print "x,y,z,nx,ny,nz"
   for (i = 0; i < 1000; ++i) printf "%.3f,%.3f,0.05,0,0,1\n", -37.9 + 89.8 * rand(), -34.9 + 70.8 * rand() }' >"$out/level.csv"

@@ -361,6 +361,39 @@ TEST_F(PageTest, SaysWhatItLeavesOutBeyondItsLimit) {
     EXPECT_THROW(writePage(out, {&result, 1}, {}, stopped.get_token()), Stopped);
 }
 
+TEST_F(PageTest, HoldsPartsOfThePeriodAndWhatIsEnclosed) {
+    std::vector<ResultColumn> months;
+    for (int month = 0; month < 30; ++month) {
+        const float value = month == 7 ? 9000.0f : 10.0f * static_cast<float>(month);
+        months.push_back({"total_" + std::to_string(month), "Wh/m2", "Total radiation, a month",
+                          std::vector<float>(8, value)});
+    }
+    result.steps = months;
+    const std::vector<std::uint8_t> included = {0, 0, 1, 1, 1, 1, 1, 0};
+    result.included = included;
+    nlohmann::json record = recordOf(page());
+    EXPECT_EQ(record["steps"].size(), 30U);
+    EXPECT_EQ(record["steps"][7]["bytes"], 2); // so few are exact
+    EXPECT_EQ(record["step_ends"], nlohmann::json::array({0.0, 9.0}));
+    EXPECT_EQ(record["arrays"]["enclosed"][1], 4); // none that counts, then two, five and one
+    PageOptions tiny;
+    tiny.limit = 1.0e-6;
+    record = recordOf(page(tiny));
+    EXPECT_EQ(record["steps"].size(), 0U);
+    EXPECT_EQ(record["steps_in_all"], 30);
+    EXPECT_THAT(record["left_out"].get<std::string>(), HasSubstr("the parts of the period"));
+}
+
+TEST_F(PageTest, ShowsMinutesInHoursAndDifferencesToBothSides) {
+    values[0] = {"sun", "min", "Sun on 21 March", {60, 0, 90, 720, 1, 2, 3, 4}};
+    values[1].name = "ground_difference";
+    const nlohmann::json record = recordOf(page());
+    EXPECT_EQ(record["columns"][0]["unit"], "h");
+    EXPECT_EQ(record["columns"][0]["step"], 0.001); // of 12 h, five digits
+    EXPECT_EQ(record["columns"][0]["diverging"], false);
+    EXPECT_EQ(record["columns"][1]["diverging"], true);
+}
+
 TEST_F(PageTest, TakesPointsWithoutCellsAndNoScene) {
     SensorField points;
     points.positions = {{1, 2, 3}, {4, 5, 6}};

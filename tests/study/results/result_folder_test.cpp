@@ -145,6 +145,8 @@ TEST_F(ResultFolderTest, RefusesWhatIsDamagedOrForeign) {
         {"summary.json", "\"insolate\"", "\"other\"", "summary.json: is no summary"},
         {"summary.json", "_unit\": 0.", "_unit\": 7.", " metres are no unit"},
         {"summary.json", "\"outward\"", "\"sideways\"", "summary.json: --orient"},
+        {"summary.json", "\"latitude_deg\": ", "\"latitude_deg\": \"north\", \"was\": ",
+         "summary.json: weather.latitude_deg: 'north' is not a number"},
         {"sensors.csv", "x [m],", "x,", "sensors.csv:1: does not begin with the columns"},
         {"sensors.csv", ",material\n", ",material\n1,2\n", "sensors.csv:2: 2 fields where the"},
         {"sensors.csv", ",0,0,1,", ",0,0,up,", "sensors.csv:2: field 6: 'up' is not a number"},

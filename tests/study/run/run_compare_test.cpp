@@ -1,10 +1,12 @@
 // Folders of two runs compared and drawn: the files that come out, and what is refused.
+#include "study/output/page.h"
 #include "study/output/picture_format.h"
 #include "study/results/result_folder.h"
 #include "study/results/result_scene.h"
 #include "study/run/run_compare.h"
 #include "study/run/run_picture.h"
 #include "study/run/run_study.h"
+#include "study/run/view_results.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
@@ -17,6 +19,7 @@ namespace insolate::study {
 namespace {
 
 using test::messageOf;
+using test::readFile;
 using test::rowsOf;
 using testing::Contains;
 using testing::HasSubstr;
@@ -127,11 +130,11 @@ TEST_F(CompareRunTest, PicturesComeFromTheFolderAlone) {
     options.view = pictureView("top");
     options.file = file("floor.svg");
     EXPECT_THAT(drawn(options).notes, Contains(HasSubstr("direct_sun_hours of 25 sensors")));
-    const std::string plan = test::readFile(file("floor.svg"));
+    const std::string plan = readFile(file("floor.svg"));
     options.scale = {0.0, 24.0};
     options.file = file("scaled.svg");
     drawn(options);
-    EXPECT_NE(test::readFile(file("scaled.svg")), plan);
+    EXPECT_NE(readFile(file("scaled.svg")), plan);
 
     const struct {
         const char *name, *value, *message;
@@ -164,6 +167,30 @@ TEST_F(CompareRunTest, PicturesComeFromTheFolderAlone) {
     options.only = {"stone"};
     EXPECT_THAT(drawn(options).warnings,
                 testing::ElementsAre(HasSubstr("roof.obj: no longer there; the picture shows")));
+}
+
+TEST_F(CompareRunTest, ResultsAreViewedOnceAndOnEarth) {
+    const auto viewed = [&](std::vector<std::filesystem::path> folders) {
+        ViewOptions options;
+        options.folders = std::move(folders);
+        options.out = folder.path() / "page.html";
+        Progress silent;
+        viewResults(options, silent);
+    };
+    EXPECT_THAT(messageOf([&] {
+                    viewed({compare.a, compare.b / ".." / "before"});
+                }),
+                HasSubstr("before: is given twice"));
+    const std::string summary = readFile(compare.a / "summary.json");
+    const std::string key = "\"latitude_deg\": ";
+    std::string wrong = summary;
+    wrong.insert(wrong.find(key) + key.size(), "9");
+    folder.write("before/summary.json", wrong);
+    EXPECT_THAT(messageOf([&] { viewed({compare.a}); }), HasSubstr("is no place on earth"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "page.html"));
+    folder.write("before/summary.json", summary);
+    viewed({compare.a, compare.b});
+    EXPECT_TRUE(isOurPage(folder.path() / "page.html"));
 }
 
 } // namespace

@@ -1,17 +1,19 @@
 /// Debian's Chromium, drawing by software, as people open the page: a file, no network.
 import { mkdirSync } from "node:fs";
 import { resolve } from "node:path";
-import { type Browser, type BrowserContextOptions, chromium, type Page } from "playwright-core";
+import { type Browser, type BrowserContext, type BrowserContextOptions, chromium, type Page } from "playwright-core";
 import type { Page as Viewer } from "../../src/page";
 import { folder } from "../pages";
 
 declare global {
   interface Window {
     broken?: number;
+    axe: { run(place: Document, options: object): Promise<{ violations: { id: string; nodes: { html: string }[] }[] }> };
   }
 }
 
 let browser: Browser | null = null;
+let context: BrowserContext | null = null;
 
 export async function close(): Promise<void> {
   await browser?.close();
@@ -33,7 +35,8 @@ export async function open(file: string, options: BrowserContextOptions = {}, mi
       "--disable-component-update", "--disable-sync", "--use-angle=swiftshader", "--enable-unsafe-swiftshader",
     ],
   });
-  const context = await browser.newContext({ viewport: { width: 1280, height: 800 }, ...options });
+  await context?.close(); // one page at a time: each holds the graphics of its model
+  context = await browser.newContext({ viewport: { width: 1280, height: 800 }, ...options });
   const page = await context.newPage();
   page.setDefaultTimeout(120_000);
   const complaints: string[] = [];

@@ -178,7 +178,7 @@ describe("the demo's page", () => {
     await page.keyboard.press("t");
     expect((await bearing()).altitude).toBeGreaterThan(89);
     await shot(page, "plan");
-    await page.locator("summary", { hasText: "Cut off" }).click();
+    await page.locator("summary", { hasText: "Section" }).click();
     await page.getByLabel("Section plane").selectOption("z");
     await page.getByLabel("Place of the section").fill("0.3");
     // Nothing that is hit lies above the plane: the tower's roof is gone.
@@ -199,8 +199,152 @@ describe("the demo's page", () => {
     expect(complaints).toEqual([]);
   });
 
-  it("saves a picture with title and colours", async () => {
+  it("turns, moves and zooms by the pointer, and looks from where the buttons say", async () => {
     const { page, complaints } = await openLive("courtyard/page.html");
+    const state = (): Promise<{ azimuth: number; altitude: number; height: number; x: number; y: number }> =>
+      ask(page, (viewer) => ({
+        ...viewer.view.bearing(), height: viewer.view.height, ...viewer.view.toScreen(viewer.model.corners(10236)[0])!,
+      }));
+    const box = (await page.locator("canvas.model").boundingBox())!;
+    const [x, y] = [box.x + 0.4 * box.width, box.y + 0.5 * box.height];
+    const drag = async (button: "left" | "right"): Promise<void> => {
+      await page.mouse.move(x, y);
+      await page.mouse.down({ button });
+      await page.mouse.move(x + 60, y + 30, { steps: 2 });
+      await page.mouse.up({ button });
+    };
+    const first = await state();
+    await drag("left");
+    const turned = await state();
+    expect(Math.abs(turned.azimuth - first.azimuth)).toBeGreaterThan(5);
+    expect(turned.height).toBeCloseTo(first.height, 1);
+    await drag("right");
+    const moved = await state();
+    expect(moved.azimuth).toBeCloseTo(turned.azimuth, 3);
+    expect(Math.hypot(moved.x - turned.x - 60, moved.y - turned.y - 30)).toBeLessThan(12);
+    await page.mouse.wheel(0, -300);
+    expect((await state()).height).toBeLessThan(0.95 * moved.height);
+    await page.keyboard.press("Shift+ArrowLeft");
+    expect(await page.locator("#scale .length span").innerText()).toMatch(/^\d+ m$/);
+    await page.getByRole("button", { name: "The whole model (0)" }).click();
+    expect((await state()).height / first.height).toBeCloseTo(1, 3);
+    for (const [name, azimuth] of [["north", 0], ["east", 90], ["south", 180], ["west", 270]] as const) {
+      await page.getByRole("button", { name: `From the ${name}` }).click();
+      expect(Math.cos(((await state()).azimuth - azimuth) * (Math.PI / 180))).toBeGreaterThan(0.9999);
+    }
+    // The arrow points north: from the west that is to the left.
+    const needle = await page.locator("#scale path").getAttribute("d");
+    expect(Number(/^M([\d.]+)/.exec(needle!)![1])).toBeLessThan(12);
+    await page.getByRole("button", { name: "From above (T)" }).click();
+    expect((await state()).altitude).toBeGreaterThan(89);
+    await page.getByRole("button", { name: "Parallel projection (P)" }).click();
+    expect(await ask(page, (viewer) => viewer.view.isParallel)).toBe(true);
+    const whole = (await state()).height;
+    await page.getByLabel("Search groups by name").fill("court");
+    await page.getByLabel("Search groups by name").press("Enter");
+    await page.getByRole("button", { name: "Fit to what is chosen (F)" }).click();
+    expect((await state()).height).toBeLessThan(0.6 * whole);
+    expect(complaints).toEqual([]);
+  });
+
+  it("shows other quantities, ends and steps of the colours, surroundings and sections", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    const table = tableOf(`${folder}/courtyard/sensors.csv`);
+    await page.getByLabel("Show", { exact: true }).selectOption({ label: "Direct radiation" });
+    const [value, name] = await ask(page, (viewer) => [viewer.column.at(10236), viewer.column.name]);
+    expect(name).toBe("beam");
+    expect(value).toBeCloseTo(table.column("beam")[10236] / 1000, 1);
+    await page.getByLabel("Show", { exact: true }).selectOption({ label: "Total radiation" });
+    // A pixel of a cell in the court's middle, from above: where the value stands between the ends.
+    await page.keyboard.press("t");
+    const pixel = (): Promise<number[]> =>
+      ask(page, (viewer) => {
+        const { view } = viewer;
+        const { x, y } = view.cellOnScreen(viewer.model, 10236)!;
+        view.drawNow();
+        const copy = document.createElement("canvas");
+        [copy.width, copy.height] = [view.canvas.width, view.canvas.height];
+        const context = copy.getContext("2d")!;
+        context.drawImage(view.canvas, 0, 0);
+        return [...context.getImageData(Math.round(x), Math.round(y), 1, 1).data].slice(0, 3);
+      });
+    const total = table.column("total")[10236] / 1000;
+    const colors = colorTable("sequential");
+    await page.getByLabel("Upper end of the colours").fill("600");
+    await page.getByLabel("Upper end of the colours").press("Enter");
+    await page.getByLabel("Lower end of the colours").fill("400");
+    await page.getByLabel("Lower end of the colours").press("Enter");
+    expect(await pixel()).toEqual(colorAt((total - 400) / 200, colors));
+    await page.locator("summary", { hasText: "Appearance" }).click();
+    await page.locator("#steps").selectOption("5");
+    expect(await pixel()).toEqual(colorAt(Math.floor((5 * (total - 400)) / 200) / 4, colors));
+    await page.getByRole("button", { name: "auto" }).click();
+    expect(await page.getByLabel("Lower end of the colours").inputValue()).toBe("108.3");
+    // What stands around.
+    const drawn = (): Promise<boolean[]> =>
+      ask(page, (viewer) => {
+        const shown = viewer.model.scene.children.filter((child) => child.visible).map((child) => child.type);
+        return [shown.filter((type) => type === "Mesh").length === 2, shown.includes("LineSegments")];
+      });
+    for (const [choice, expected] of [["solid", [true, true]], ["lines", [false, true]], ["none", [false, false]]] as const) {
+      await page.getByLabel("Surroundings").selectOption(choice);
+      expect(await drawn()).toEqual(expected);
+    }
+    // Half of the model is cut off, and then the other half.
+    await page.locator("summary", { hasText: "Section" }).click();
+    const seen = (): Promise<number[]> =>
+      ask(page, (viewer) => {
+        const found: number[] = [];
+        for (let x = 20; x < viewer.view.canvas.clientWidth; x += 40) {
+          for (let y = 20; y < viewer.view.canvas.clientHeight; y += 40) {
+            const hit = viewer.view.pick(x, y);
+            if (hit) {
+              found.push(hit.model.corners(hit.sensor)[0].y + viewer.results[0].record.origin[1]);
+            }
+          }
+        }
+        return found;
+      });
+    await page.getByLabel("Section plane").selectOption("y");
+    const place = async (): Promise<number> => Number(/[-\d.]+(?= m)/.exec((await page.getByLabel("Place of the section").getAttribute("aria-valuetext"))!)![0]);
+    const near = await seen();
+    expect(near.length).toBeGreaterThan(30);
+    expect(Math.max(...near)).toBeLessThan((await place()) + 71 / 2);
+    const highest = Math.max(...near);
+    await page.getByLabel("the other half").check();
+    expect(Math.min(...(await seen()))).toBeGreaterThan(highest - 1);
+    expect(complaints).toEqual([]);
+  });
+
+  it("can be read by assistive software, in light and dark", async () => {
+    const axe = readFileSync("node_modules/axe-core/axe.min.js", "utf8");
+    for (const colorScheme of ["light", "dark"] as const) {
+      const { page } = await openLive("courtyard/page.html", { colorScheme });
+      await ask(page, (viewer) => viewer.setMoment(172, 600));
+      await page.locator("canvas.model").click({ position: { x: 400, y: 420 } });
+      await page.getByLabel("Search groups by name").press("Enter");
+      for (const name of ["Section", "Appearance", "About this study"]) {
+        await page.locator("summary", { hasText: name }).click();
+      }
+      await page.evaluate(axe);
+      const found = await page.evaluate(async () => {
+        const { violations } = await window.axe.run(document, { resultTypes: ["violations"] });
+        return violations.map((one) => `${one.id}: ${one.nodes.map((node) => node.html.slice(0, 120)).join(" | ").slice(0, 400)}`);
+      });
+      expect(found).toEqual([]);
+    }
+  });
+
+  it("saves a picture with title and colours, and the cells in view", async () => {
+    const { page, complaints } = await openLive("courtyard/page.html");
+    await page.locator("tbody tr", { hasText: "roof_flat" }).click();
+    const table = page.waitForEvent("download");
+    await page.getByRole("button", { name: "Save the cells in view as CSV" }).click();
+    const lines = readFileSync((await (await table).path())!, "utf8").trimEnd().split("\n");
+    const roof = await page.locator("#panel dl").first().innerText();
+    expect(roof.replace(",", "")).toContain(String(lines.length - 1)); // as the group's card counts them
+    expect(lines.slice(1).every((line) => line.includes(",roof_flat,"))).toBe(true);
+    await page.keyboard.press("Escape");
     const waiting = page.waitForEvent("download");
     await page.getByRole("button", { name: "Save the picture as PNG" }).click();
     const file = await waiting;
@@ -231,9 +375,29 @@ describe("the demo's page", () => {
     await page.touchscreen.tap(box.x + 190, box.y + 0.62 * box.height);
     await page.waitForSelector("#panel .value");
     await shot(page, "phone");
+    await page.getByRole("button", { name: "From above (T)" }).tap();
+    expect((await ask(page, (viewer) => viewer.view.bearing())).altitude).toBeGreaterThan(89);
     await page.getByRole("button", { name: "Make the panel smaller or larger" }).click();
     await expect.poll(async () => (await page.locator("canvas.model").boundingBox())!.height).toBeGreaterThan(650);
     expect(complaints).toEqual([]);
+  });
+
+  it.each([1024, 1400, 1920, 390])("has its numbers whole at a width of %d", async (width) => {
+    const { page } = await openLive("courtyard/page.html", { viewport: { width, height: 844 } });
+    for (const action of [async () => undefined, () => page.locator("th button", { hasText: "mean" }).click()]) {
+      await action();
+      const cut = await page.evaluate(() => {
+        const table = document.querySelector(".table")!;
+        const edge = table.getBoundingClientRect().right;
+        return [...table.querySelectorAll("td:not(:first-child), th:not(:last-child)")]
+          .filter((cell) => cell.scrollWidth > cell.clientWidth || cell.getBoundingClientRect().right > edge + 0.5)
+          .map((cell) => cell.textContent);
+      });
+      expect(cut).toEqual([]);
+      const name = (await page.locator("tbody td").first().boundingBox())!;
+      expect(name.width).toBeGreaterThanOrEqual(90);
+    }
+    await shot(page, `width-${width}`);
   });
 });
 
@@ -247,14 +411,14 @@ describe("the months of a page", () => {
     const months = ["jan", "feb", "mar", "apr", "may", "jun", "jul", "aug", "sep", "oct", "nov", "dec"];
     const tables = months.map((month) => table.column(`total_${month}`));
     const highest = Math.max(...tables.map((values) => values.reduce((a, b) => Math.max(a, b)))) / 1000;
+    const enclosed = table.column("enclosed");
     for (const month of [1, 6, 12]) {
       await slider.fill(String(month));
       const shown = await ask(page, (viewer) => Array.from({ length: viewer.model.result.cells.count }, (_, i) => viewer.column.at(i)));
       expect(shown.length).toBe(table.rows);
-      // A byte holds the multiples of a round step, common to all months.
       const step = await ask(page, (viewer) => viewer.column.step);
-      expect(step).toBeLessThan(highest / 100);
-      const off = shown.map((value, i) => Math.abs(value - tables[month - 1][i] / 1000));
+      expect(step).toBeLessThan(highest / 5000); // so few values keep all digits
+      const off = shown.map((value, i) => (enclosed[i] === 1 ? 0 : Math.abs(value - tables[month - 1][i] / 1000)));
       expect(Math.max(...off)).toBeLessThan(0.501 * step);
       expect(Math.abs(Number(await page.getByLabel("Upper end of the colours").inputValue()) - highest)).toBeLessThan(step);
     }
@@ -301,7 +465,7 @@ describe("the months of a page", () => {
     const box = (await page.locator("canvas.model").boundingBox())!;
     await page.mouse.click(box.x + place!.x, box.y + place!.y);
     await expect.poll(() => page.locator("canvas.carpet").count()).toBe(1);
-    expect(await page.locator("#panel").innerText()).toContain("of the object");
+    expect(await page.locator("#panel").innerText()).toContain("of object ground");
     expect(await page.locator(".uplot").count()).toBe(2); // the months and the mean day
     await shot(page, `${file.slice(0, 6)}-pinned`);
     expect(complaints).toEqual([]);
@@ -376,9 +540,9 @@ describe("several results", () => {
     await shot(page, "difference");
     await page.getByRole("button", { name: "Side by side" }).click();
     const picked = await ask(page, (viewer) => {
-      const { clientWidth, clientHeight } = viewer.view.canvas;
-      const left = viewer.view.pick(0.25 * clientWidth, 0.5 * clientHeight)!;
-      const right = viewer.view.pick(0.75 * clientWidth, 0.5 * clientHeight)!;
+      const { x, y } = viewer.view.cellOnScreen(viewer.view.models[0], 10236)!;
+      const left = viewer.view.pick(x, y)!;
+      const right = viewer.view.pick(x + viewer.view.canvas.clientWidth / 2, y)!;
       return { same: left.sensor === right.sensor, first: left.model === viewer.view.models[0], second: right.model === viewer.view.models[1] };
     });
     expect(picked).toEqual({ same: true, first: true, second: true });
@@ -482,6 +646,114 @@ describe("designs of one place", () => {
       return [held(600), held(700)];
     });
     expect(last).toBe(first);
+  });
+
+  it("have quantities of their own", async () => {
+    const { page, complaints } = await openLive("designs.html");
+    const result = (name: string) => page.getByRole("group", { name: "Result" }).getByRole("button", { name, exact: true });
+    await result("noon").click();
+    expect(await ask(page, (viewer) => viewer.column.name)).toBe("sun");
+    expect(await page.getByLabel("Show", { exact: true }).inputValue()).toBe("sun");
+    await result("tower").click();
+    expect(await ask(page, (viewer) => viewer.column.name)).toBe("total");
+    expect(complaints).toEqual([]);
+  });
+});
+
+describe("pages of other questions", () => {
+  it("show hours of sun with site, days and verdict", async () => {
+    const { page, complaints } = await openLive("sun.html");
+    const table = tableOf(`${folder}/sun/sensors.csv`);
+    const area = table.column("area");
+    expect(await page.locator("#legend .unit").innerText()).toContain("\nh");
+    const values = await ask(page, (viewer) => [0, 500, 1000].map((i) => viewer.column.text(viewer.column.at(i))));
+    const step = await ask(page, (viewer) => viewer.column.step);
+    [0, 500, 1000].forEach((i, k) => expect(Math.abs(Number(values[k]) - table.column("sun")[i] / 60)).toBeLessThan(0.51 * step));
+    await page.locator("summary", { hasText: "About" }).click();
+    const facts = await page.locator("#panel dl").last().locator("..").innerText();
+    expect(facts).toContain("47°, 8°");
+    expect(facts).toMatch(/pass/);
+    expect(facts).toMatch(/Rule\s/);
+    const slider = page.getByLabel(/^Part of the period/);
+    expect(await slider.getAttribute("max")).toBe("2");
+    await slider.fill("2");
+    expect(await slider.getAttribute("aria-valuetext")).toContain("21 December");
+    const winter = table.column("sun_2025_12_21");
+    const shown = await ask(page, (viewer) => Array.from({ length: viewer.model.result.cells.count }, (_, i) => viewer.column.at(i)));
+    const fine = await ask(page, (viewer) => viewer.column.step);
+    expect(Math.max(...shown.map((hours, i) => Math.abs(hours - winter[i] / 60)))).toBeLessThan(0.51 * fine);
+    // The verdict: two colours, and the share of the area.
+    await page.getByLabel("Show", { exact: true }).selectOption({ label: "Whether the threshold is reached" });
+    const passes = table.column("passes");
+    const share = area.reduce((sum, own, i) => sum + own * passes[i], 0) / area.reduce((sum, own) => sum + own, 0);
+    expect(await page.locator(".figures").innerText()).toContain(`${(100 * share).toFixed(1)} %`);
+    await shot(page, "sun");
+    // The sun has a site to shine on.
+    await page.getByLabel("Date").fill("355");
+    expect(await page.locator("#panel").innerText()).toContain("21 December");
+    expect(complaints).toEqual([]);
+  });
+
+  it("show a comparison by colours to both sides of nothing", async () => {
+    const { page, complaints } = await openLive("change.html");
+    const table = tableOf(`${folder}/change/sensors.csv`);
+    const differences = table.column("total_difference");
+    const [low, high] = await Promise.all(["Lower", "Upper"].map((end) => page.getByLabel(`${end} end of the colours`).inputValue()));
+    expect(Number(low)).toBe(-Number(high));
+    expect(Number(high)).toBeCloseTo(differences.reduce((a, b) => Math.max(a, Math.abs(b) || 0), 0) / 1000, 2);
+    const first = await ask(page, (viewer) => ({ value: viewer.column.at(700), scheme: viewer.column.diverging, step: viewer.column.step }));
+    expect(first.scheme).toBe(true);
+    expect(Math.abs(first.value - differences[700] / 1000)).toBeLessThan(0.51 * first.step);
+    await page.locator("summary", { hasText: "About" }).click();
+    expect(await page.locator("#panel dl").last().locator("..").innerText()).toMatch(/A\s+Courtyard Demo.*\s+B\s+Courtyard Demo/);
+    await shot(page, "change");
+    expect(complaints).toEqual([]);
+  });
+
+  it("know folders of equal names by those above them, and show both values of a cell", async () => {
+    const { page, complaints } = await openLive("twice.html");
+    const names = await page.locator(".switch button").allInnerTexts();
+    expect(names.slice(0, 2)).toEqual(["albedo-0.2/result", "albedo-0.6/result"]);
+    await page.getByRole("button", { name: "Difference" }).click();
+    const tables = ["0.2", "0.6"].map((albedo) => tableOf(`${folder}/albedo-${albedo}/result/sensors.csv`).column("total")[700] / 1000);
+    const lines = await ask(page, (viewer) => viewer.describe({ model: viewer.model, sensor: 700 }).lines.join("\n"));
+    const [before, after] = [/0\.2\/result: ([\d.]+)/, /0\.6\/result: ([\d.]+)/].map((line) => Number(line.exec(lines)![1]));
+    expect(before).toBeCloseTo(tables[0], 2);
+    expect(after).toBeCloseTo(tables[1], 2);
+    expect(await page.locator("#legend .unit").innerText()).toContain("albedo-0.6/result less albedo-0.2/result");
+    expect(complaints).toEqual([]);
+  });
+
+  it.each(["houses/page.html", "houses-view.html"])("show enclosed cells grey and by that word, in %s", async (file) => {
+    const { page, complaints } = await openLive(file);
+    const table = tableOf(`${folder}/houses/sensors.csv`);
+    const [enclosed, total, area] = ["enclosed", "total", "area"].map((name) => table.column(name));
+    const count = enclosed.reduce((sum, own) => sum + own, 0);
+    expect(count).toBeGreaterThanOrEqual(72);
+    expect(await page.locator("#panel").innerText()).toContain(`${count} enclosed cells are grey`);
+    const open = [...enclosed.keys()].filter((i) => enclosed[i] === 0);
+    const mean = open.reduce((sum, i) => sum + total[i] * area[i], 0) / open.reduce((sum, i) => sum + area[i], 0) / 1000;
+    expect(await page.locator(".figures").innerText()).toContain(String(Number(mean.toPrecision(4))));
+    expect(Number(await page.getByLabel("Lower end of the colours").inputValue())).toBeCloseTo(Math.min(...open.map((i) => total[i])) / 1000, 2);
+    const sensor = enclosed.indexOf(1);
+    const hit = await ask(page, (viewer, number) => viewer.describe({ model: viewer.model, sensor: number }), sensor);
+    expect(hit.value).toBe("enclosed");
+    const lines = (await ask(page, (viewer) => viewer.table())).split("\n");
+    expect(lines[0]).toContain(",enclosed,");
+    expect(complaints).toEqual([]);
+  });
+
+  it("hold as many days as they may weigh, and say so", async () => {
+    expect(statSync(resolve(folder, "days/page.html")).size).toBeLessThan(0.6e6);
+    const { page, complaints } = await openLive("days/page.html");
+    expect(await page.locator("#panel").innerText()).toContain("12 of 365 parts of the period, to keep the page small.");
+    const slider = page.getByLabel(/^Part of the period/);
+    await slider.fill("2");
+    expect(await slider.getAttribute("aria-valuetext")).toBe("31 January"); // the 31st of 365, every 30th
+    const table = tableOf(`${folder}/days/sensors.csv`).column("total_01_31");
+    const [value, step] = await ask(page, (viewer) => [viewer.column.at(100), viewer.column.step]);
+    expect(Math.abs(value - table[100] / 1000)).toBeLessThan(0.51 * step);
+    expect(complaints).toEqual([]);
   });
 });
 
