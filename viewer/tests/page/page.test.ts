@@ -382,10 +382,11 @@ describe("the demo's page", () => {
     expect(complaints).toEqual([]);
   });
 
-  it.each([1024, 1400, 1920, 390])("has its numbers whole at a width of %d", async (width) => {
-    const { page } = await openLive("courtyard/page.html", { viewport: { width, height: 844 } });
-    for (const action of [async () => undefined, () => page.locator("th button", { hasText: "mean" }).click()]) {
-      await action();
+  it("has its numbers whole at every width", async () => {
+    const { page } = await openLive("courtyard/page.html");
+    await page.locator("th button", { hasText: "mean" }).click();
+    for (const width of [1024, 1400, 1920, 390]) {
+      await page.setViewportSize({ width, height: 844 });
       const cut = await page.evaluate(() => {
         const table = document.querySelector(".table")!;
         const edge = table.getBoundingClientRect().right;
@@ -393,11 +394,11 @@ describe("the demo's page", () => {
           .filter((cell) => cell.scrollWidth > cell.clientWidth || cell.getBoundingClientRect().right > edge + 0.5)
           .map((cell) => cell.textContent);
       });
-      expect(cut).toEqual([]);
+      expect(cut, `${width}`).toEqual([]);
       const name = (await page.locator("tbody td").first().boundingBox())!;
       expect(name.width).toBeGreaterThanOrEqual(90);
+      await shot(page, `width-${width}`);
     }
-    await shot(page, `width-${width}`);
   });
 });
 
