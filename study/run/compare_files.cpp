@@ -139,10 +139,7 @@ void writePicture(OutputFile& out, const CompareAnswer& answer, Progress& progre
     if (!scene.problem.empty()) {
         progress.warn(scene.problem + "; the picture shows the cells alone");
     }
-    ResultColumn column = comparison.columns.front();
-    if (column.unit == "Wh/m2") {
-        column = inKilowattHours(std::move(column));
-    }
+    const ResultColumn column = inShownUnit(comparison.columns.front());
     PictureOptions picture;
     picture.subtitle = subtitleOf(answer.a, answer.b);
     picture.north = answer.b.model.north;
