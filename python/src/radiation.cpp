@@ -72,13 +72,11 @@ nb::list hoursOf(const PyStudy& self, const std::vector<std::size_t>& sensors, n
 /// By group: object, material, orientation, tilt, number of sensors, area, and sum, mean, lowest
 /// and highest of each column.
 nb::list groupsOf(const PyStudy& self, const std::string& by) {
-    const study::RunOptions& options = self.session->options();
-    study::GroupingOptions grouping;
-    grouping.classes = options.groups.classes;
-    grouping.north = options.north;
-    const study::SensorGroups groups =
-        study::groupSensors(self.session->field(), self.session->columns(), self.session->areas(),
-                            study::parseGroupBy(by), grouping);
+    study::SensorGroups groups;
+    {
+        const nb::gil_scoped_release unlocked;
+        groups = self.session->groups(study::parseGroupBy(by));
+    }
     nb::list listed;
     for (const study::SensorGroup& group : groups.groups) {
         nb::list values;
@@ -226,7 +224,7 @@ void bindRadiation(nb::module_& module) {
              nb::arg("report").none())
         .def(
             "page",
-            [](PyStudy& self, const std::string& file, nb::handle report) {
+            [](const PyStudy& self, const std::string& file, nb::handle report) {
                 doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
                     self.session->savePage(file, progress, stop);
                 });
@@ -234,7 +232,7 @@ void bindRadiation(nb::module_& module) {
             nb::arg("file"), nb::arg("report").none())
         .def(
             "save",
-            [](PyStudy& self, const std::string& folder, nb::handle report) {
+            [](const PyStudy& self, const std::string& folder, nb::handle report) {
                 doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
                     self.session->save(folder, progress, stop);
                 });

@@ -2,11 +2,16 @@
 
 from __future__ import annotations
 
+import html
 import importlib.util
+import json
+import re
 import sys
 import types
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
+import pandas as pd
 import pytest
 from conftest import courtyard
 
@@ -71,6 +76,37 @@ def test_a_picture_is_the_commands(command, tmp_path, model, weather):
     with pytest.raises(ins.UsageError, match="--value"):
         result.picture(tmp_path / "wrong.png", value="beems")
     assert not (tmp_path / "wrong.png").exists()
+
+
+def test_groups_are_those_of_the_saved_table(tmp_path, box, weather):
+    # A room within the box: its walls see neither sky nor ground, and stay out of means.
+    vertices = np.vstack([box.vertices, 0.2 * (box.vertices - 5.0) + 5.0])
+    faces = [*box.faces, *(face + len(box.vertices) for face in box.faces)]
+    model = ins.Model(vertices, faces, objects=[*box.objects, *box.objects])
+    with pytest.warns(ins.InsolateWarning, match="left out of means"):
+        result = ins.radiation(model, model.select("roof", "wall").sensors(grid=2.0), weather, period="6/21")
+    result.save(tmp_path / "out")
+    table = pd.read_csv(tmp_path / "out" / "groups.csv")
+    table = table[table["by"] == "object"].set_index("object")
+    groups = result.groups("object")
+    assert list(groups.index) == list(table.index)
+    np.testing.assert_array_equal(groups["sensors"], table["sensors"])
+    np.testing.assert_allclose(groups["total", "mean"], table["total_mean [kWh/m2]"] * 1e3, rtol=1e-6)
+    assert groups["sensors"].sum() < len(result.sensors)
+
+
+def test_threads_save_one_result_at_the_same_time(tmp_path, model, sensors, weather):
+    result = ins.radiation(model, sensors, weather, period="6/21", hours_of=[0])
+    before = result.summary
+    folders = [tmp_path / "/".join("abcd"[: depth + 1]) / "out" for depth in range(4)]
+    with ThreadPoolExecutor() as pool:
+        list(pool.map(result.save, folders))
+        list(pool.map(result.page, (folder / "page.html" for folder in folders)))
+    for folder in folders:
+        (place,) = json.loads((folder / "summary.json").read_text())["scene"]["files_from_here"]
+        assert (folder / place).samefile(courtyard / "courtyard.obj")
+        assert (folder / "hours.nc").exists()
+    assert {**result.summary, "timings": None} == {**before, "timings": None}
 
 
 def test_a_page_is_the_commands(command, tmp_path, model, weather):

@@ -13,7 +13,6 @@
 
 #include <fmt/format.h>
 #include <insolate/version.h>
-#include <netcdf.h>
 
 namespace insolate::study {
 

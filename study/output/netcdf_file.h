@@ -1,4 +1,5 @@
-/// A NetCDF-4 file under construction. All failures are OutputErrors.
+/// A NetCDF-4 file under construction. All failures are OutputErrors. Several threads may each have
+/// one of their own.
 #pragma once
 
 #include "study/files/output_folder.h"

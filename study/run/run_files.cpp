@@ -40,12 +40,15 @@ HoursHead hoursHead(const PreparedStudy& study) {
 
 } // namespace
 
-nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResults& results) {
-    nlohmann::ordered_json record = runRecord(study.options, study.method->weather(), study.inputs);
+nlohmann::ordered_json summaryRecord(const RunAnswer& answer) {
+    const PreparedStudy& study = answer.study;
+    const StudyResults& results = answer.results;
+    nlohmann::ordered_json record =
+        runRecord(answer.options, study.method->weather(), study.inputs);
     study.method->describeSky(record);
     study.method->describeSensors(record, results.columns);
     record["sensors"]["enclosed"] = results.enclosedCount;
-    record["sensors"]["enclosed_in_means"] = study.options.keepEnclosed;
+    record["sensors"]["enclosed_in_means"] = answer.options.keepEnclosed;
     if (!results.areas.empty()) {
         record["sensors"]["area_m2"] =
             std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
@@ -53,11 +56,11 @@ nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResu
     record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
     record["results"] = rangesOf(results.columns, results.areas, results.included);
     record["warnings"] = results.warnings;
-    record["threads"] = usedThreads(study.options.threads);
-    for (const auto& [stage, seconds] : study.watch.stages()) {
+    record["threads"] = usedThreads(answer.options.threads);
+    for (const auto& [stage, seconds] : answer.watch.stages()) {
         record["timings"][stage] = seconds;
     }
-    record["timings"]["whole_s"] = study.watch.whole();
+    record["timings"]["whole_s"] = answer.watch.whole();
     return record;
 }
 
@@ -143,12 +146,12 @@ void writeHoursTable(OutputFile& out, const RunAnswer& answer, Progress&, const 
 }
 
 void writeSummary(OutputFile& out, const RunAnswer& answer, Progress&, const std::stop_token&) {
-    writeSummaryJson(out, summaryRecord(answer.study, answer.results));
+    writeSummaryJson(out, summaryRecord(answer));
 }
 
 void writePage(OutputFile& out, const RunAnswer& answer, Progress& progress,
                const std::stop_token& stop) {
-    writeStudyPage(out, answer.study, answer.results, progress, stop);
+    writeStudyPage(out, answer, progress, stop);
 }
 
 bool wantsMasks(const RunOptions& options) {

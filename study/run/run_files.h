@@ -15,14 +15,14 @@ struct RunAnswer {
     using Options = RunOptions;
     static constexpr ResultSet set = ResultSet::sensors;
 
-    const RunOptions& options;
+    const RunOptions& options; ///< the study's, with the folder of these files
     Stopwatch& watch;
     const PreparedStudy& study;
     const StudyResults& results;
 };
 
 /// What made the results, and their ranges.
-nlohmann::ordered_json summaryRecord(const PreparedStudy& study, const StudyResults& results);
+nlohmann::ordered_json summaryRecord(const RunAnswer& answer);
 
 void writeTable(OutputFile& out, const RunAnswer& answer, Progress& progress,
                 const std::stop_token& stop);

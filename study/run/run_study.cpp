@@ -86,18 +86,15 @@ std::vector<SensorGroups> groupResults(const PreparedStudy& study, const StudyRe
     const GroupTableOptions& options = study.options.groups;
     const SensorField& field = study.inputs.field;
     std::vector<std::pair<std::uint32_t, std::uint32_t>> neighbours;
+    GroupingOptions grouping = groupingOf(study, results);
     if (options.bestArea > 0.0) {
         neighbours = neighbouringCells(field, stop);
+        grouping.bestArea = options.bestArea;
+        grouping.neighbours = neighbours;
     }
     std::vector<SensorGroups> groups;
     for (const GroupBy& by : options.by.empty() ? usualGroupings(field) : options.by) {
-        groups.push_back(groupSensors(field, results.columns, results.areas, by,
-                                      {.classes = options.classes,
-                                       .north = study.options.north,
-                                       .included = results.included,
-                                       .thresholds = thresholdsOf(options),
-                                       .bestArea = options.bestArea,
-                                       .neighbours = neighbours}));
+        groups.push_back(groupSensors(field, results.columns, results.areas, by, grouping));
     }
     return groups;
 }
@@ -140,6 +137,13 @@ std::vector<HourRow> hoursOfSome(const PreparedStudy& study, const SensorWork& w
 }
 
 } // namespace
+
+GroupingOptions groupingOf(const PreparedStudy& study, const StudyResults& results) {
+    return {.classes = study.options.groups.classes,
+            .north = study.options.north,
+            .included = results.included,
+            .thresholds = thresholdsOf(study.options.groups)};
+}
 
 std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
     std::vector<std::filesystem::path> files = options.scenes;

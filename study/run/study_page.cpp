@@ -216,12 +216,14 @@ std::string pictureBytes(const PageResult& result, const std::string& subtitle,
     return file.bytes();
 }
 
-void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                    Progress&, const std::stop_token& stop) {
-    const RunOptions& options = study.options;
+void writeStudyPage(OutputFile& out, const RunAnswer& answer, Progress&,
+                    const std::stop_token& stop) {
+    const RunOptions& options = answer.options;
+    const PreparedStudy& study = answer.study;
+    const StudyResults& results = answer.results;
     const ResultFolder made =
-        resultsInMemory(summaryRecord(study, results)
-                            .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace),
+        resultsInMemory(summaryRecord(answer).dump(
+                            -1, ' ', false, nlohmann::ordered_json::error_handler_t::replace),
                         {}, {}, {});
     PageResult result;
     result.name = std::filesystem::absolute(options.out / ".").parent_path().filename().string();

@@ -18,6 +18,8 @@
 
 namespace insolate::study {
 
+struct RunAnswer;
+
 /// What a reader of results wants to know of their making: label and text.
 std::vector<std::pair<std::string, std::string>> pageFactsOf(const ResultFolder& results,
                                                              std::size_t cells);
@@ -41,8 +43,8 @@ PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const ResultFolder&
 std::vector<PageSeries> pageSeriesOf(std::span<const HourRow> rows, std::size_t sensors);
 
 /// Writes page.html of a run.
-void writeStudyPage(OutputFile& out, const PreparedStudy& study, const StudyResults& results,
-                    Progress& progress, const std::stop_token& stop);
+void writeStudyPage(OutputFile& out, const RunAnswer& answer, Progress& progress,
+                    const std::stop_token& stop);
 
 /// The bytes of a picture, for browsers that draw no page.
 std::string pictureBytes(const PageResult& result, const std::string& subtitle,

@@ -106,32 +106,43 @@ SensorHours StudySession::hoursOf(std::size_t sensor) const {
 }
 
 std::string StudySession::summary() const {
-    return summaryRecord(m_content->study, m_content->results)
+    const PreparedStudy& study = m_content->study;
+    Stopwatch watch = study.watch;
+    return summaryRecord({study.options, watch, study, m_content->results})
         .dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
+SensorGroups StudySession::groups(const GroupBy& by) const {
+    const StudyResults& results = m_content->results;
+    return groupSensors(field(), results.columns, results.areas, by,
+                        groupingOf(m_content->study, results));
+}
+
 void StudySession::save(const std::filesystem::path& out, Progress& progress,
-                        const std::stop_token& stop) {
+                        const std::stop_token& stop) const {
     checkOutFolder(out);
-    PreparedStudy& study = m_content->study;
-    study.options.out = out;
-    OutputFolder folder(out, filesRead(study.options));
+    const PreparedStudy& study = m_content->study;
+    RunOptions options = study.options;
+    options.out = out;
+    Stopwatch watch = study.watch;
+    OutputFolder folder(out, filesRead(options));
     const FolderHold hold(progress, folder);
-    requireFreeFolder<RunAnswer>(folder, study.options);
-    writeResults(folder, RunAnswer{study.options, study.watch, study, m_content->results}, progress,
-                 stop);
+    requireFreeFolder<RunAnswer>(folder, options);
+    writeResults(folder, RunAnswer{options, watch, study, m_content->results}, progress, stop);
 }
 
 void StudySession::savePage(const std::filesystem::path& file, Progress& progress,
-                            const std::stop_token& stop) {
+                            const std::stop_token& stop) const {
     const std::filesystem::path parent =
         file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
-    PreparedStudy& study = m_content->study;
-    study.options.out = parent;
-    OutputFolder folder(parent, filesRead(study.options), place(file));
+    const PreparedStudy& study = m_content->study;
+    RunOptions options = study.options;
+    options.out = parent;
+    Stopwatch watch = study.watch;
+    OutputFolder folder(parent, filesRead(options), place(file));
     const FolderHold hold(progress, folder);
-    writeStudyPage(folder.stage({file.filename().string(), isOurPage}), study, m_content->results,
-                   progress, stop);
+    writeStudyPage(folder.stage({file.filename().string(), isOurPage}),
+                   {options, watch, study, m_content->results}, progress, stop);
     throwIfStopped(stop);
     folder.commit();
 }

@@ -6,11 +6,13 @@
 ///     session.save("out", progress);      // the files of `insolate run`
 ///
 /// What comes out is the same, bit for bit, as what `insolate run` writes from the same inputs.
+/// Once it is calculated, any number of threads may call its const members at the same time.
 #pragma once
 
 #include "study/export.h"
 #include "study/results/result_column.h"
 #include "study/results/result_folder.h"
+#include "study/results/sensor_groups.h"
 #include "study/run/run_options.h"
 #include "study/run/study_inputs.h"
 #include "study/support/progress.h"
@@ -70,15 +72,18 @@ public:
     /// What summary.json says, as text.
     [[nodiscard]] std::string summary() const;
 
+    /// The groups of groups.csv by these keys, without their best areas.
+    [[nodiscard]] SensorGroups groups(const GroupBy& by) const;
+
     /// Writes the files of `insolate run` into the folder, which is made when it is missing.
     /// @throws OutputError, Stopped; no file is left then
     void save(const std::filesystem::path& folder, Progress& progress,
-              const std::stop_token& stop = {});
+              const std::stop_token& stop = {}) const;
 
     /// Writes page.html of the results as that file; it bears the name of its folder.
     /// @throws OutputError, Stopped; no file is left then
     void savePage(const std::filesystem::path& file, Progress& progress,
-                  const std::stop_token& stop = {});
+                  const std::stop_token& stop = {}) const;
 
     /// As what reads earlier results takes them: to compare them, to draw them.
     [[nodiscard]] ResultFolder results() const;

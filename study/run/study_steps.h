@@ -92,6 +92,9 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
                                  const StudyResults& known, Progress& progress,
                                  const std::stop_token& stop = {});
 
+/// How groups are made of the results, but for the best areas; holds as long as the results.
+GroupingOptions groupingOf(const PreparedStudy& study, const StudyResults& results);
+
 /// The inputs, which the results must not replace.
 std::vector<std::filesystem::path> filesRead(const RunOptions& options);
 
