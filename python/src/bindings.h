@@ -1,6 +1,7 @@
 /// What the parts of the module share.
 #pragma once
 
+#include "text.h"
 #include "work.h"
 
 #include <cstddef>

@@ -1,7 +1,6 @@
 #include "bindings.h"
 
 #include <nanobind/stl/pair.h>
-#include <nanobind/stl/string.h>
 #include <nanobind/stl/vector.h>
 
 #include <span>

@@ -1,5 +1,7 @@
 #include "work.h"
 
+#include "text.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -11,8 +13,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include <nanobind/stl/string.h>
 
 namespace nb = nanobind;
 

@@ -4,6 +4,7 @@ from types import SimpleNamespace
 
 import numpy as np
 import pytest
+from conftest import courtyard
 
 import insolate as ins
 
@@ -54,6 +55,23 @@ def test_the_models_north_turns_facings(box):
 def test_units_and_axes(box):
     tall = ins.Model(box.vertices[:, [0, 2, 1]] * [1, 1, -1], box.faces, units="mm", up="y")
     np.testing.assert_allclose(tall.vertices, box.vertices / 1000, atol=1e-15)
+
+
+def test_texts_that_are_not_utf_8_reach_python(tmp_path, weather):
+    (tmp_path / "box.obj").write_bytes(b"o w\xe4nde\nusemtl gr\xfcn\nv 0 0 0\nv 9 0 0\nv 9 0 9\nf 1 2 3\n")
+    city = (courtyard / "weather.epw").read_bytes().split(b",", 2)
+    (tmp_path / "year.epw").write_bytes(b",".join([city[0], b"M\xfcnchen", city[2]]))
+    model = ins.read_model(tmp_path / "box.obj", orient="keep")
+    assert (model.objects, model.materials) == (["w\ufffdnde"], ["gr\ufffdn"])
+    with pytest.raises(ins.DataError, match="w\ufffdnde"):
+        model.select("waende").sensors()
+    year = ins.read_weather(tmp_path / "year.epw")
+    assert "M\ufffdnchen" in year.site.name
+    result = ins.radiation(model, model.select("w*nde").sensors(), year, period="6/21")
+    assert "M\ufffdnchen" in repr(result)
+    assert any("M\ufffdnchen" in text for text in result.notes)
+    assert set(result.to_dataframe()["object"]) == {"w\ufffdnde"}
+    assert list(result.groups("object", "material").index) == [("w\ufffdnde", "gr\ufffdn")]
 
 
 @pytest.mark.parametrize(
