@@ -29,6 +29,7 @@ _homes = {
     "read_model": "_model",
     "read_sensors": "_model",
     "Comparison": "_radiation",
+    "Page": "_radiation",
     "Radiation": "_radiation",
     "radiation": "_radiation",
     "sky_view": "_radiation",
@@ -46,7 +47,7 @@ if TYPE_CHECKING:
     from ._core import DataError, Error, OutputError, UsageError
     from ._core import version as __version__
     from ._model import Model, Sensors, read_model, read_sensors
-    from ._radiation import Comparison, Radiation, radiation, sky_view, visible
+    from ._radiation import Comparison, Page, Radiation, radiation, sky_view, visible
     from ._reports import InsolateWarning
     from ._sun import SunPositions, sun_position
     from ._sun_hours import SunHours, sun_hours
@@ -59,6 +60,7 @@ __all__ = [
     "InsolateWarning",
     "Model",
     "OutputError",
+    "Page",
     "Radiation",
     "Sensors",
     "Site",

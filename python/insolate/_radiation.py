@@ -162,6 +162,25 @@ class Comparison(Columns):
         )
 
 
+class Page(os.PathLike[str]):
+    """A file with results in 3-D, made by `Radiation.page`; a notebook shows it in a frame."""
+
+    def __init__(self, path: str) -> None:
+        self.path = path
+
+    def __fspath__(self) -> str:
+        return self.path
+
+    def __repr__(self) -> str:
+        return f"<insolate.Page: {self.path}>"
+
+    def _repr_html_(self) -> str:
+        # The whole text: notebooks that lie elsewhere, or travel, find no file.
+        with open(self.path, encoding="utf-8") as file:
+            text = html.escape(file.read())
+        return f'<iframe srcdoc="{text}" style="width: 100%; height: 40rem; border: 0"></iframe>'
+
+
 class Radiation(Columns):
     """Radiation on sensors over a period; made by `radiation`.
 
@@ -283,7 +302,7 @@ class Radiation(Columns):
         with Report(progress) as report:
             self._core.save(os.fspath(out), report)
 
-    def page(self, path: Path, *, progress: Progress = None) -> None:
+    def page(self, path: Path, *, progress: Progress = None) -> Page:
         """Writes the results in 3-D: one HTML file that every browser opens by itself.
 
         Parameters
@@ -292,6 +311,11 @@ class Radiation(Columns):
             The file; its folder is made when it is missing. `page_limit` of `radiation` bounds
             its size.
 
+        Returns
+        -------
+        Page
+            The file; as the last value of a notebook's cell it is shown in a frame.
+
         Raises
         ------
         OutputError
@@ -299,6 +323,7 @@ class Radiation(Columns):
         """
         with Report(progress) as report:
             self._core.page(os.fspath(path), report)
+        return Page(os.fspath(path))
 
     def picture(
         self,

@@ -115,8 +115,10 @@ def test_a_page_is_the_commands(command, tmp_path, model, weather):
     command("run", *place, "--select", "surface", "--grid", 4, "--period", "6/21", "--page", "--out", out)
     wanted = (out / "page.html").read_bytes()
     result = ins.radiation(model, model.select("surface").sensors(grid=4), weather, period="6/21")
-    result.page(out / "page.html")  # replaces the command's own
+    page = result.page(out / "page.html")  # replaces the command's own
     assert (out / "page.html").read_bytes() == wanted
+    frame = re.fullmatch('<iframe srcdoc="([^"<>]*)" style="[^"<>]*"></iframe>', page._repr_html_())
+    assert html.unescape(frame[1]).encode() == wanted
     mine = tmp_path / "notes.html"
     mine.write_text("mine")
     with pytest.raises(ins.OutputError):
