@@ -233,8 +233,8 @@ class Model:
         grid : float, optional
             Edge of its cells [m].
         """
-        text = f"plane:z={z!r}" + (f",grid={grid!r}" if grid is not None else "")
-        return _cut([self], {"sensors": text})
+        text = f"plane:z={float(z)!r}" + (f",grid={float(grid)!r}" if grid is not None else "")
+        return _cut(self, {"sensors": text})
 
 
 class Selection:
@@ -272,13 +272,13 @@ class Selection:
         """
         merging = None if merge_faces else "no"
         options = {"grid": grid, "offset": offset, "merge_faces": merging, "force": force}
-        return _cut([self._model], {**self._options, **options})
+        return _cut(self._model, {**self._options, **options})
 
 
-def _cut(models: list[Model], options: dict[str, Any]) -> Sensors:
-    texts = option_texts({**options, "north": models[0].north})
+def _cut(model: Model, options: dict[str, Any]) -> Sensors:
+    texts = option_texts({**options, "north": model.north})
     with Report(False) as report:
-        core = _core.cut_sensors([model._core for model in models], texts, report)
+        core = _core.cut_sensors(model._core, texts, report)
     return Sensors._of(core, report)
 
 
@@ -441,4 +441,6 @@ def read_sensors(file: Path, *, units: Optional[str] = None, up: Optional[str] =
     DataError
         With the line of what cannot be read.
     """
-    return Sensors._of(_core.read_sensors(os.fspath(file), option_texts({"units": units, "up": up})))
+    with Report(False) as report:
+        core = _core.read_sensors(os.fspath(file), option_texts({"units": units, "up": up}), report)
+    return Sensors._of(core, report)

@@ -74,30 +74,29 @@ PyMesh replaceObject(const PyMesh& self, const std::string& object, const PyMesh
     return {std::make_shared<const study::Mesh>(std::move(mesh)), self.name, self.options};
 }
 
-PySensors cutSensors(const std::vector<PyMesh>& models, const OptionTexts& texts,
-                     nb::handle report) {
+PySensors cutSensors(const PyMesh& model, const OptionTexts& texts, nb::handle report) {
     study::ModelOptions options = modelOptionsOf(texts);
-    const PyMesh& first = models.front();
-    options.scenes = {first.name};
-    options.import = first.options.import;
-    options.orient = first.options.orient;
+    options.scenes = {model.name};
+    options.import = model.options.import;
+    options.orient = model.options.orient;
     study::checkModelOptions(options);
     study::StudyInputs inputs;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
-        for (const PyMesh& model : models) {
-            study::appendTriangles(*model.mesh, inputs.scene);
-        }
-        study::addSensors(inputs, *first.mesh, options, progress, stop);
+        study::appendTriangles(*model.mesh, inputs.scene);
+        study::addSensors(inputs, *model.mesh, options, progress, stop);
     });
     return {std::make_shared<const study::SensorField>(std::move(inputs.field)), inputs.offset,
             options};
 }
 
-PySensors readSensors(const std::string& file, const OptionTexts& texts) {
+PySensors readSensors(const std::string& file, const OptionTexts& texts, nb::handle report) {
     study::ModelOptions options = modelOptionsOf(texts);
     options.sensors = file;
-    study::SensorField field = study::readSensorCsv(file, options.import.unit,
-                                                    options.import.up.value_or(study::UpAxis::z));
+    study::SensorField field;
+    doWork(report, [&](study::Progress&, const std::stop_token& stop) {
+        field = study::readSensorCsv(file, options.import.unit,
+                                     options.import.up.value_or(study::UpAxis::z), stop);
+    });
     return {std::make_shared<const study::SensorField>(std::move(field)), 0.0, options};
 }
 
@@ -234,9 +233,10 @@ void bindModel(nb::module_& module) {
                nb::arg("corners").noconvert(), nb::arg("counts").noconvert(),
                nb::arg("objects").noconvert(), nb::arg("materials").noconvert(), nb::arg("names"),
                nb::arg("options"), nb::arg("report").none());
-    module.def("cut_sensors", &cutSensors, nb::arg("models"), nb::arg("options"),
+    module.def("cut_sensors", &cutSensors, nb::arg("model"), nb::arg("options"),
                nb::arg("report").none());
-    module.def("read_sensors", &readSensors, nb::arg("file"), nb::arg("options"));
+    module.def("read_sensors", &readSensors, nb::arg("file"), nb::arg("options"),
+               nb::arg("report").none());
     module.def("sensors_of", &sensorsOf, nb::arg("name"), nb::arg("points").noconvert(),
                nb::arg("normals").noconvert(), nb::arg("areas").noconvert());
 }

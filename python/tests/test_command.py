@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import json
 
+import numpy as np
 import pytest
 from conftest import courtyard
 
@@ -43,7 +44,8 @@ def test_a_plane_and_a_table_are_the_commands(command, tmp_path, model, weather)
     place = ["--scene", courtyard / "courtyard.obj", "--weather", courtyard / "weather.epw", "--period", "6/21"]
     table = tmp_path / "points.csv"
     table.write_text("x,y,z,nx,ny,nz\n0,0,1,0,0,1\n5,3,20,0,-2,0\n")
-    for text, sensors in (("plane:z=1.5,grid=8", model.plane(1.5, 8.0)), (table, ins.read_sensors(table))):
+    plane = model.plane(np.float64(1.5), np.int64(8))
+    for text, sensors in (("plane:z=1.5,grid=8", plane), (table, ins.read_sensors(table))):
         out = tmp_path / f"command{len(str(text))}"
         command("run", *place, "--sensors", text, "--out", out)
         made = tmp_path / f"python{len(str(text))}"
