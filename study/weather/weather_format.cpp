@@ -9,6 +9,7 @@
 namespace insolate::study {
 
 // Each stands in the file that reads it.
+// NOLINTNEXTLINE(readability-redundant-declaration): read with the files that define them, it repeats
 extern const WeatherFormat weaTextFormat, tmy3Format, nsrdbFormat, pvgisFormat;
 
 namespace {

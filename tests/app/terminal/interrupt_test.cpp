@@ -33,8 +33,7 @@ using study::OutputFolder;
 TEST(Interruption, SaysThatNothingWasWrittenOnlyWhenItIsSo) {
     const test::TemporaryFolder folder;
     const auto out = folder.path() / "out";
-    EXPECT_EXIT(workOn(out, false), testing::ExitedWithCode(128 + SIGTERM),
-                "stopped");
+    EXPECT_EXIT(workOn(out, false), testing::ExitedWithCode(128 + SIGTERM), "stopped");
     EXPECT_FALSE(std::filesystem::exists(out));
     // The results got their names before the request came through.
     EXPECT_EXIT(workOn(out, true), testing::ExitedWithCode(128 + SIGTERM), "^$");
