@@ -9,7 +9,8 @@
 namespace insolate::study {
 
 // Each stands in the file that reads it.
-// NOLINTNEXTLINE(readability-redundant-declaration): read with the files that define them, it repeats
+// Read together with those files, this repeats their own declarations.
+// NOLINTNEXTLINE(readability-redundant-declaration)
 extern const WeatherFormat weaTextFormat, tmy3Format, nsrdbFormat, pvgisFormat;
 
 namespace {
