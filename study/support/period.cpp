@@ -158,8 +158,8 @@ DateRange parseDateRange(std::string_view text) {
     const auto month = parseNumber<int>(first);
     const auto day = parseNumber<int>(last);
     if (to == dates.npos && month && day && *month <= 12 && dayIndex(*month, *day) >= 0) {
-        throw UsageError(fmt::format("{}: is that {} {}, or the days {} to {} of the year, {} to "
-                                     "{}? Write {}/{} or {}/{}-{}/{}",
+        throw UsageError(fmt::format("{} may be {} {}, or the days {} to {} of the year, {} to {}; "
+                                     "write {}/{} or {}/{}-{}/{}",
                                      quoteText(dates), *day, monthName(*month), *month, *day,
                                      dayText(range.first.day), dayText(range.last.day), *month,
                                      *day, 1, *month, 1, *day));

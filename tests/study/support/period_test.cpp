@@ -48,8 +48,8 @@ TEST(Period, RefusesTheImpossibleAndSaysTheFix) {
         {parseDates, "2/30-3/1", "--period '2/30-3/1': '2/30': February has 28 days"},
         {parseDates, "6/40", "--period '6/40': June has 30 days"},
         {parseDates, "6-21",
-         "--period '6-21': is that 21 June, or the days 6 to 21 of the year, 6 "
-         "January to 21 January? Write 6/21 or 1/6-1/21"},
+         "--period '6-21': '6-21' may be 21 June, or the days 6 to 21 of the year, 6 "
+         "January to 21 January; write 6/21 or 1/6-1/21"},
         {parseDates, "2/29", "without 29 February"},
         {parseDates, "13/1-13/2", "no such month"},
         {parseDates, "6/x", "no such month"},
