@@ -3,7 +3,7 @@
     INSOLATE_TEST_DATA=DATA ./dev python bench/overhead.py [pairs]
 
 The study: buildings and terrain of Lyon, sensors on the buildings, Chicago's year, one thread. Each run is a process of
-its own, the two by turns; the command's time is that of its whole process, Python's without starting the interpreter
+its own, the two alternately; the command's time is that of its whole process, Python's without starting the interpreter
 and importing NumPy. Prints the medians, and of Python what `ins.radiation` takes.
 """
 

@@ -485,7 +485,7 @@ export class View {
   setSun(sun: Sun | null, path: Sun[], marks: { sun: Sun }[]): void {
     this.shared.sunOn.value = sun !== null;
     for (const object of this.sunScene.children) {
-      // What the graphics card holds of it goes only when it is told so. Inks stay.
+      // The graphics card keeps geometries until they are disposed of. Materials are shared and stay.
       (object as THREE.Mesh | THREE.Line).geometry.dispose();
     }
     this.sunScene.clear();
