@@ -77,8 +77,7 @@ WeatherYear readNsrdbYear(const WeatherInput& input) {
 
 } // namespace
 
-/// NSRDB physical solar model 3 and 4 (PSM3, PSM4).
-extern constinit const WeatherFormat nsrdbFormat = {
+constinit const WeatherFormat nsrdbFormat = {
     .name = "PSM3, PSM4",
     .isShownBy =
         [](std::string_view line) {
@@ -86,6 +85,7 @@ extern constinit const WeatherFormat nsrdbFormat = {
                    line.starts_with("year,month,day,hour");
         },
     .read = readNsrdbYear,
-    .siteFix = "check its Time Zone and Longitude"};
+    .siteFix = "check its Time Zone and Longitude",
+};
 
 } // namespace insolate::study

@@ -92,8 +92,7 @@ WeatherYear readPvgisYear(const WeatherInput& input) {
 
 } // namespace
 
-/// Typical year of PVGIS.
-extern constinit const WeatherFormat pvgisFormat = {
+constinit const WeatherFormat pvgisFormat = {
     .name = "PVGIS",
     .isShownBy =
         [](std::string_view line) { return line.starts_with("latitude (decimal degrees)"); },

@@ -58,8 +58,7 @@ WeatherYear readTmy3Year(const WeatherInput& input) {
 
 } // namespace
 
-/// NSRDB typical year of 2008.
-extern constinit const WeatherFormat tmy3Format = {
+constinit const WeatherFormat tmy3Format = {
     .name = "TMY3",
     .isShownBy =
         [](std::string_view line) {

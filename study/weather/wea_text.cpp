@@ -340,8 +340,7 @@ WeatherYear readWeaText(const WeatherInput& input) {
 
 } // namespace
 
-/// The text of Radiance's tools.
-extern constinit const WeatherFormat weaTextFormat = {
+constinit const WeatherFormat weaTextFormat = {
     .name = "a text .wea",
     .isShownBy =
         [](std::string_view line) {

@@ -8,11 +8,6 @@
 
 namespace insolate::study {
 
-// Each stands in the file that reads it.
-// Read together with those files, this repeats their own declarations.
-// NOLINTNEXTLINE(readability-redundant-declaration)
-extern const WeatherFormat weaTextFormat, tmy3Format, nsrdbFormat, pvgisFormat;
-
 namespace {
 
 constexpr std::array listedFormats = {&epwFormat,   &weaTextFormat, &tmy3Format,

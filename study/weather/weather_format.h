@@ -1,5 +1,5 @@
 /// The formats of weather files. A new one is a file like tmy3.cpp, which reads it and has its row,
-/// and the row's name in the list of weather_format.cpp.
+/// its name below, and that name in the list of weather_format.cpp.
 #pragma once
 
 #include "study/export.h"
@@ -35,6 +35,14 @@ struct WeatherFormat {
 INSOLATE_STUDY_EXPORT extern const WeatherFormat epwFormat;
 /// The library's own binary record, .wea or .mra.
 extern const WeatherFormat recordFormat;
+/// Standard text .wea.
+extern const WeatherFormat weaTextFormat;
+/// NSRDB typical year of 2008.
+extern const WeatherFormat tmy3Format;
+/// NSRDB physical solar model 3 and 4 (PSM3, PSM4).
+extern const WeatherFormat nsrdbFormat;
+/// Typical year of PVGIS.
+extern const WeatherFormat pvgisFormat;
 /// No file: a host's own samples.
 INSOLATE_STUDY_EXPORT extern const WeatherFormat hostSamples;
 
