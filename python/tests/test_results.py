@@ -93,6 +93,9 @@ def test_groups_are_those_of_the_saved_table(tmp_path, box, weather):
     np.testing.assert_array_equal(groups["sensors"], table["sensors"])
     np.testing.assert_allclose(groups["total", "mean"], table["total_mean [kWh/m2]"] * 1e3, rtol=1e-6)
     assert groups["sensors"].sum() < len(result.sensors)
+    # Nor do they count in comparisons, as those of saved results.
+    difference = result.compare(result, value="total")["total_difference"]
+    assert np.isnan(difference).sum() == len(result.sensors) - groups["sensors"].sum()
 
 
 def test_threads_save_one_result_at_the_same_time(tmp_path, model, sensors, weather):

@@ -546,6 +546,7 @@ ResultFolder resultsInMemory(std::string summary, SensorField field,
     results.field = std::move(field);
     results.columns = std::move(columns);
     results.areas = std::move(areas);
+    leaveOutEnclosed(results, record);
     return results;
 }
 
