@@ -10,21 +10,32 @@ namespace {
 /// a cell this far from the surface's plane lies on one side of it.
 constexpr float farFromPlane = 0.0629f;
 
+/// The weight on a sensor's surface of the energy that comes along a vector.
+float received(const SkyParts::Seen& seen, const XYZf& vector) {
+    // The length, which points without a surface alone take, costs more than all else here.
+    const float measure = seen.sides == Sides::NoSurface ? vectorLength(vector) : 0.0f;
+    return weightOnSurface(seen.sides, seen.normal, vector, measure);
+}
+
+float received(const SkyParts::Seen& seen, std::span<const XYZf> steps) {
+    double sum = 0.0;
+    for (const XYZf& step : steps) {
+        sum += static_cast<double>(received(seen, step));
+    }
+    return static_cast<float>(sum);
+}
+
 } // namespace
 
-SkyParts::Part SkyParts::partOf(const HourlySky& sky, const std::vector<int>& sunCellOf) {
-    Part part;
-    part.diffuse = sky.diffuse;
-    part.groundReflected = static_cast<float>(sky.groundReflected);
-    part.steps.reserve(sky.sunSteps.size());
+/// Calls use(cell, half, sun) for the sun of a sky in each half of its cells.
+template <typename Use>
+void SkyParts::forEachSun(const HourlySky& sky, Use&& use) {
+    std::vector<XYZf>& steps = m_steps.emplace_back();
+    steps.reserve(sky.sunSteps.size());
     for (const SunStep& step : sky.sunSteps) {
-        part.steps.push_back(step.energy);
+        steps.push_back(step.energy);
     }
     for (const SunCell& cell : sky.sunCells) {
-        const int sunCell = sunCellOf[static_cast<std::size_t>(cell.cell)];
-        if (sunCell < 0) {
-            continue;
-        }
         // The steps of a cell are in the order of their places, the lower half first.
         const auto first = static_cast<std::size_t>(cell.firstStep);
         const std::size_t end = first + static_cast<std::size_t>(cell.stepCount);
@@ -32,10 +43,7 @@ SkyParts::Part SkyParts::partOf(const HourlySky& sky, const std::vector<int>& su
         while (middle < end && FirstRays::halfOf(sky.sunSteps[middle]) == 0) {
             ++middle;
         }
-        for (int half = 0; half < 2; ++half) {
-            HalfSun sun;
-            sun.sunCell = sunCell;
-            sun.half = half;
+        for (std::size_t half = 0; half < 2; ++half) {
             const std::size_t begin = half == 0 ? first : middle;
             const std::size_t stop = half == 0 ? middle : end;
             std::array<double, 3> energy{};
@@ -47,14 +55,14 @@ SkyParts::Part SkyParts::partOf(const HourlySky& sky, const std::vector<int>& su
                 energy[2] += static_cast<double>(step.energy.z);
                 hours += static_cast<double>(step.sunHours);
             }
+            HalfSun sun;
             sun.energy = {static_cast<float>(energy[0]), static_cast<float>(energy[1]),
                           static_cast<float>(energy[2])};
             sun.hours = static_cast<float>(hours);
-            sun.steps = std::span<const XYZf>(part.steps).subspan(begin, stop - begin);
-            part.suns.push_back(sun);
+            sun.steps = std::span<const XYZf>(steps).subspan(begin, stop - begin);
+            use(cell.cell, half, sun);
         }
     }
-    return part;
 }
 
 SkyParts::SkyParts(const HourlySky& whole, const FirstRays& first,
@@ -63,132 +71,93 @@ SkyParts::SkyParts(const HourlySky& whole, const FirstRays& first,
         return;
     }
     const SkyCells cells(whole.options.northOffset);
-    std::vector<int> sunCellOf(static_cast<std::size_t>(skyGrid::cellCount), -1);
+    constexpr std::size_t none = static_cast<std::size_t>(skyGrid::cellCount);
+    std::vector<std::size_t> placeOf(none, none);
     for (const SunCell& cell : whole.sunCells) {
         const auto index = static_cast<std::size_t>(cell.cell);
-        sunCellOf[index] = static_cast<int>(m_cells.size());
-        m_cells.push_back(cell.cell);
-        m_centres.push_back(cells.centre[index]);
-    }
-    for (std::size_t half = 0; half < 2; ++half) {
-        const FirstRays::Sun& sun = first.sun[half];
-        for (std::size_t j = 0; j < m_cells.size(); ++j) {
-            m_rays[half].push_back({sun.rayX[j], sun.rayY[j], sun.rayZ[j]});
+        const std::size_t place = m_cells.size();
+        placeOf[index] = place;
+        m_cells.push_back({cell.cell, cells.centre[index], {}});
+        for (std::size_t half = 0; half < 2; ++half) {
+            const FirstRays::Sun& sun = first.sun[half];
+            m_cells.back().halves[half].ray = {sun.rayX[place], sun.rayY[place], sun.rayZ[place]};
         }
     }
-    m_whole = partOf(whole, sunCellOf);
+    m_steps.reserve(1 + parts.size());
+    forEachSun(whole, [&](int cell, std::size_t half, const HalfSun& sun) {
+        m_cells[placeOf[static_cast<std::size_t>(cell)]].halves[half].whole = sun;
+    });
     for (const HourlySky& part : parts) {
-        m_parts.push_back(partOf(part, sunCellOf));
+        forEachSun(part, [&](int cell, std::size_t half, const HalfSun& sun) {
+            const std::size_t place = placeOf[static_cast<std::size_t>(cell)];
+            if (place != none && !sun.steps.empty()) {
+                m_cells[place].halves[half].parts.push_back({m_parts.size(), sun});
+            }
+        });
+        m_parts.push_back({part.diffuse, static_cast<float>(part.groundReflected)});
     }
 }
 
-/// What one sensor gets from the halves of the whole's sun cells.
-class SkyParts::HalfSums {
-public:
-    HalfSums(const SkyParts& parts, const Seen& seen) : m_parts(parts), m_seen(seen) {
-        const std::vector<HalfSun>& suns = parts.m_whole.suns;
-        m_halves.resize(suns.size());
-        for (std::size_t j = 0; j < parts.m_cells.size(); ++j) {
-            addCell(j, std::span(m_halves).subspan(2 * j, 2), std::span(suns).subspan(2 * j, 2));
-        }
+void SkyParts::addCell(const Seen& seen, std::size_t cell, std::span<SunSums> sums) const {
+    const Cell& sunCell = m_cells[cell];
+    const float height = dotProduct(seen.normal, sunCell.centre);
+    const bool isBehind = seen.sides == Sides::One && height < -farFromPlane;
+    const auto index = static_cast<std::size_t>(sunCell.index);
+    const std::array<float, 2> visible = {seen.visible[0][index], seen.visible[1][index]};
+    const double counted =
+        static_cast<double>(seen.sunWeight[cell]) * static_cast<double>(seen.sunVisible[cell]);
+    if (isBehind || (counted == 0.0 && visible[0] == 0.0f && visible[1] == 0.0f)) {
+        return;
     }
-
-    /// [Wh/m2]
-    double beamOf(const HalfSun& sun) const {
-        const Half& half = halfOf(sun);
-        if (half.factor == 0.0) {
-            return 0.0;
-        }
-        return half.factor *
-               static_cast<double>(half.isCut ? bySteps(sun.steps) : received(sun.energy));
-    }
-    /// [h]
-    double hoursOf(const HalfSun& sun) const {
-        return static_cast<double>(halfOf(sun).timeSeen * sun.hours);
-    }
-
-private:
-    struct Half {
-        bool isCut = false;
-        double factor = 0.0; ///< on what a sun brings there, in the way that isCut says
-        float timeSeen = 0.0f;
+    const bool isCut = seen.sides == Sides::NoSurface || std::abs(height) < farFromPlane;
+    const auto brought = [&](const HalfSun& sun) {
+        return static_cast<double>(isCut ? received(seen, sun.steps) : received(seen, sun.energy));
     };
-
-    const Half& halfOf(const HalfSun& sun) const {
-        return m_halves[static_cast<std::size_t>(2 * sun.sunCell + sun.half)];
+    std::array<double, 2> single{}; // what the whole's steps bring in the halves
+    std::array<double, 2> share{};
+    for (std::size_t half = 0; half < 2; ++half) {
+        const HalfSun& sun = sunCell.halves[half].whole;
+        single[half] = brought(sun);
+        share[half] =
+            static_cast<double>(visible[half]) * static_cast<double>(received(seen, sun.energy));
     }
-    float received(const XYZf& vector) const {
-        // The length, which points without a surface alone take, costs more than all else here.
-        const float measure = m_seen.sides == Sides::NoSurface ? vectorLength(vector) : 0.0f;
-        return weightOnSurface(m_seen.sides, m_seen.normal, vector, measure);
+    // The halves share what was counted by what they let through; a cell that was looked at
+    // again may count more than its first rays saw, and then all of its sun shares.
+    if (!(share[0] + share[1] > 0.0)) {
+        share = single;
     }
-    float bySteps(std::span<const XYZf> steps) const {
-        double sum = 0.0;
-        for (const XYZf& step : steps) {
-            sum += static_cast<double>(received(step));
-        }
-        return static_cast<float>(sum);
-    }
-
-    void addCell(std::size_t j, std::span<Half> halves, std::span<const HalfSun> suns) const {
-        const float height = dotProduct(m_seen.normal, m_parts.m_centres[j]);
-        const bool isBehind = m_seen.sides == Sides::One && height < -farFromPlane;
-        if (isBehind) {
-            return;
-        }
-        const bool isCut = m_seen.sides == Sides::NoSurface || std::abs(height) < farFromPlane;
-        const auto cell = static_cast<std::size_t>(m_parts.m_cells[j]);
-        std::array<double, 2> weight{}; // what the whole counts in the halves
-        std::array<double, 2> single{}; // what its steps bring there
-        std::array<double, 2> visible{};
-        for (std::size_t half = 0; half < 2; ++half) {
-            weight[half] = static_cast<double>(received(suns[half].energy));
-            single[half] = isCut ? static_cast<double>(bySteps(suns[half].steps)) : weight[half];
-            visible[half] = static_cast<double>(m_seen.visible[half][cell]);
-            const bool faced = m_seen.sides != Sides::One ||
-                               dotProduct(m_seen.normal, m_parts.m_rays[half][j]) > 0.0f;
-            halves[half].isCut = isCut;
-            halves[half].timeSeen = faced ? m_seen.visible[half][cell] : 0.0f;
-        }
-        const double counted =
-            static_cast<double>(m_seen.sunWeight[j]) * static_cast<double>(m_seen.sunVisible[j]);
-        // The halves share what was counted by what they let through; a cell that was looked at
-        // again may count more than its first rays saw, and then all of its sun shares.
-        std::array<double, 2> share = {visible[0] * weight[0], visible[1] * weight[1]};
-        if (!(share[0] + share[1] > 0.0)) {
-            share = single;
-        }
-        const double shares = share[0] + share[1];
-        for (std::size_t half = 0; half < 2; ++half) {
-            if (shares > 0.0 && single[half] > 0.0) {
-                halves[half].factor = counted * (share[half] / shares) / single[half];
+    const double shares = share[0] + share[1];
+    for (std::size_t i = 0; i < 2; ++i) {
+        const Half& half = sunCell.halves[i];
+        const bool isFaced = seen.sides != Sides::One || dotProduct(seen.normal, half.ray) > 0.0f;
+        const float timeSeen = isFaced ? visible[i] : 0.0f;
+        const double factor =
+            shares > 0.0 && single[i] > 0.0 ? counted * (share[i] / shares) / single[i] : 0.0;
+        for (const PartSun& entry : half.parts) {
+            SunSums& sum = sums[entry.part];
+            sum.hours += static_cast<double>(timeSeen * entry.sun.hours);
+            if (factor > 0.0) {
+                sum.beam += factor * brought(entry.sun);
             }
         }
     }
-
-    const SkyParts& m_parts;
-    const Seen& m_seen;
-    std::vector<Half> m_halves;
-};
+}
 
 void SkyParts::evaluate(const Seen& seen, std::span<SensorPart> parts) const {
-    const HalfSums halves(*this, seen);
+    std::vector<SunSums> sums(m_parts.size());
+    for (std::size_t cell = 0; cell < m_cells.size(); ++cell) {
+        addCell(seen, cell, sums);
+    }
     for (std::size_t p = 0; p < m_parts.size() && p < parts.size(); ++p) {
         const Part& part = m_parts[p];
-        double beam = 0.0;
-        double hours = 0.0;
-        for (const HalfSun& sun : part.suns) {
-            beam += halves.beamOf(sun);
-            hours += halves.hoursOf(sun);
-        }
         SensorPart& result = parts[p];
-        result.beam = static_cast<float>(beam);
+        result.beam = static_cast<float>(sums[p].beam);
         static_assert(sensorKernels::cellCount % sensorKernels::lanes == 0);
         result.sky =
             sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(), sensorKernels::cellCount);
         result.ground = part.groundReflected * seen.groundView;
         result.total = result.beam + result.sky + result.ground;
-        result.directSunHours = seen.hoursScale * static_cast<float>(hours);
+        result.directSunHours = seen.hoursScale * static_cast<float>(sums[p].hours);
     }
 }
 

@@ -49,28 +49,44 @@ public:
     void evaluate(const Seen& seen, std::span<SensorPart> parts) const;
 
 private:
-    /// The sun in the half of a cell; energies as in FirstRays::Sun.
+    /// What a sun brings that stands in the half of a cell; energies as in FirstRays::Sun.
     struct HalfSun {
-        int sunCell = 0; ///< of the whole
-        int half = 0;
         XYZf energy{0, 0, 0};
         float hours = 0;
         std::span<const XYZf> steps; ///< energies of the sun's single steps
     };
+    /// The sun of one part in the half of one of the whole's cells.
+    struct PartSun {
+        std::size_t part = 0;
+        HalfSun sun;
+    };
+    struct Half {
+        HalfSun whole;
+        XYZf ray{0, 0, 0}; ///< to the whole's sun
+        std::vector<PartSun> parts;
+    };
+    struct Cell {
+        int index = 0; ///< in the sky
+        XYZf centre{0, 0, 0};
+        std::array<Half, 2> halves; ///< the lower one first
+    };
     struct Part {
         std::vector<float> diffuse; ///< as in HourlySky
-        std::vector<HalfSun> suns;
-        std::vector<XYZf> steps; ///< of all suns
         float groundReflected = 0;
     };
-    static Part partOf(const HourlySky& sky, const std::vector<int>& sunCellOf);
-    class HalfSums;
+    /// What a sensor gets from a part's sun.
+    struct SunSums {
+        double beam = 0.0;  ///< [Wh/m2]
+        double hours = 0.0; ///< [h]
+    };
+    template <typename Use>
+    void forEachSun(const HourlySky& sky, Use&& use);
+    void addCell(const Seen& seen, std::size_t cell, std::span<SunSums> sums) const;
 
-    Part m_whole;
     std::vector<Part> m_parts;
-    std::vector<XYZf> m_centres;             ///< of the whole's sun cells
-    std::vector<int> m_cells;                ///< of the whole's sun cells
-    std::array<std::vector<XYZf>, 2> m_rays; ///< to the suns of the halves
+    std::vector<Cell> m_cells; ///< with the whole's sun
+    /// Of the whole and of all parts, which the suns point into.
+    std::vector<std::vector<XYZf>> m_steps;
 };
 
 } // namespace insolate

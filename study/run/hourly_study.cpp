@@ -13,6 +13,7 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <oneapi/tbb/parallel_for.h>
 
 namespace insolate::study {
 
@@ -114,14 +115,13 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north,
     if (m_asked.hourly.openGround) {
         analysis.groundRays = 0;
     }
-    std::vector<HourlySky> parts;
-    for (const NamedPeriod& part : m_parts) {
-        parts.push_back(skyOf(m_year->series, options, part.period, north));
-        HourlySky& made = parts.back(); // the hours of the whole are enough
-        made.skyHours = {};
-        made.beams = {};
-        made.patchRadiance = {};
-    }
+    std::vector<HourlySky> parts(m_parts.size());
+    tbb::parallel_for(std::size_t{0}, parts.size(), [&](std::size_t i) {
+        parts[i] = skyOf(m_year->series, options, m_parts[i].period, north);
+        parts[i].skyHours = {}; // the hours of the whole are enough
+        parts[i].beams = {};
+        parts[i].patchRadiance = {};
+    });
     m_analysis = std::make_shared<const HourlyAnalysis>(std::move(sky), analysis, parts);
 }
 
