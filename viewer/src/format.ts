@@ -77,7 +77,7 @@ export function isNumber(unit: string): boolean {
 /// A value as people read it: "812.3", "21 June", "9:05", "yes".
 export function valueText(value: number, unit: string, decimals: number): string {
   if (isNumber(unit)) {
-    return value.toFixed(decimals);
+    return value === 0 ? "0" : value.toFixed(decimals);
   }
   if (unit === "hour of year") {
     return value > 0 ? hourOfYearText(value) : "never";
