@@ -150,6 +150,11 @@ class Model:
         return self._core.objects
 
     @property
+    def groups(self) -> list[str]:
+        """Names of the faces' groups, "" for none; of CityJSON without groups the types of objects."""
+        return self._core.groups
+
+    @property
     def materials(self) -> list[str]:
         """Names of the faces' materials, "" for none."""
         return self._core.materials
@@ -333,6 +338,12 @@ class Sensors:
     def areas(self) -> Optional[Array]:
         """Of the cells [m2]; None for sensors without cells."""
         return self._core.areas
+
+    @property
+    def faces(self) -> Array:
+        """Numbers of the model's faces that the cells were cut from, the first of several that were
+        cut as one; empty for sensors that were not cut."""
+        return self._core.faces
 
     @property
     def objects(self) -> list[str]:

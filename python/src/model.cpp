@@ -174,6 +174,8 @@ void bindModel(nb::module_& module) {
             nb::rv_policy::reference)
         .def_prop_ro("objects",
                      [](const PyMesh& self) { return faceNames(self, &study::Mesh::Face::object); })
+        .def_prop_ro("groups",
+                     [](const PyMesh& self) { return faceNames(self, &study::Mesh::Face::group); })
         .def_prop_ro(
             "materials",
             [](const PyMesh& self) { return faceNames(self, &study::Mesh::Face::material); })
@@ -219,6 +221,17 @@ void bindModel(nb::module_& module) {
             [](nb::handle self) {
                 const auto& start = nb::cast<PySensors&>(self).field->cellStart;
                 return viewOf(start.data(), {start.size()}, self);
+            },
+            nb::rv_policy::reference)
+        .def_prop_ro(
+            "faces",
+            [](const PySensors& self) {
+                std::vector<std::uint32_t> faces;
+                for (const study::CellOrigin& origin : self.field->origins) {
+                    faces.push_back(origin.face);
+                }
+                const std::size_t size = faces.size();
+                return arrayOf(std::move(faces), {size});
             },
             nb::rv_policy::reference)
         .def_prop_ro(
