@@ -271,6 +271,19 @@ const MadeScene madeScenes[] = {
          }
      }},
     {"walls along the axes with sensors in their planes", addWalls},
+    {"long walls that begin beside the ray of a cell",
+     [](Scene& scene, Random& random) {
+         for (int i = 0; i < 6; ++i) {
+             const Point sensor = {0, 4096.0 * i, 0};
+             const Point p = onARay(random, sensor, 1);
+             const double x = i % 2 == 0 ? (i < 3 ? 1 : -1) : 0; // along an axis, as its box is
+             const double y = i % 2 == 0 ? 0 : (i < 3 ? 1 : -1);
+             scenes::addTriangle(scene, {p[0] - 1e-6 * x, p[1] - 1e-6 * y, p[2] - 500},
+                                 {p[0] - 1e-6 * x, p[1] - 1e-6 * y, p[2] + 500},
+                                 {p[0] + 1000 * x, p[1] + 1000 * y, p[2]});
+             scene.sensors.push_back(scenes::toXyz(sensor));
+         }
+     }},
     {"coordinates that no box can hold",
      [](Scene& scene, Random& random) {
          addSoup(scene, random, 20, 10, 4);
