@@ -38,6 +38,10 @@ _homes = {
     "sun_position": "_sun",
     "SunHours": "_sun_hours",
     "sun_hours": "_sun_hours",
+    "City": "distributed",
+    "Incomplete": "distributed",
+    "city": "distributed",
+    "tiles_of": "distributed",
     "Site": "_weather",
     "Weather": "_weather",
     "read_weather": "_weather",
@@ -52,11 +56,14 @@ if TYPE_CHECKING:
     from ._sun import SunPositions, sun_position
     from ._sun_hours import SunHours, sun_hours
     from ._weather import Site, Weather, read_weather
+    from .distributed import City, Incomplete, city, tiles_of
 
 __all__ = [
+    "City",
     "Comparison",
     "DataError",
     "Error",
+    "Incomplete",
     "InsolateWarning",
     "Model",
     "OutputError",
@@ -69,6 +76,7 @@ __all__ = [
     "UsageError",
     "Weather",
     "__version__",
+    "city",
     "radiation",
     "read_model",
     "read_sensors",
@@ -76,6 +84,7 @@ __all__ = [
     "sky_view",
     "sun_hours",
     "sun_position",
+    "tiles_of",
     "visible",
 ]
 

@@ -469,6 +469,10 @@ def radiation(
     page_limit: Optional[float] = None,
     threads: Optional[int] = None,
     since: Optional[Radiation] = None,
+    client: Any = None,
+    store: Optional[Path] = None,
+    resume: bool = False,
+    block: Optional[int] = None,
     progress: Progress = None,
 ) -> Radiation:
     """Radiation on sensors of a model over a period.
@@ -488,6 +492,17 @@ def radiation(
         values. The result is the same bytes as without. Sensors are the same where their places
         and normals are. With tolerances less can be kept, and nothing where the model's middle
         or extent has changed.
+    client : distributed.Client, optional
+        Whose workers calculate the sensors, in blocks; the result is the same bytes. Needs
+        ``insolate[dask]``; see `insolate.city` for what does not fit into one process.
+    store : path, optional
+        A folder that all workers share under the same name, for finished blocks; by default one
+        that is deleted afterwards, in the machine's own folder of temporary files. Also without a
+        client.
+    resume : bool
+        Go on with the blocks that an earlier run has left in the store.
+    block : int, optional
+        Sensors of a block, a multiple of 2,048.
     progress : bool or function(done, total), optional
         True for a bar; by default there is one in a terminal or notebook.
 
@@ -512,6 +527,17 @@ def radiation(
     cells = as_sensors(sensors)
     year = weather if isinstance(weather, Weather) else read_weather(weather)
     turned = models[0].north if north is None else float(north)
+    if client is not None or store is not None:
+        from .distributed import radiation_of
+
+        if since is not None:
+            raise _core.UsageError("since: runs in one process; leave client and store out")
+        texts = option_texts({**given, "north": turned})
+        with Report(progress) as report:
+            core = radiation_of(
+                models, cells, year, texts, client=client, store=store, resume=resume, block=block, report=report
+            )
+        return Radiation(core, models, cells, year, turned, report)
     with Report(progress) as report:
         core = _core.radiation(
             [one._core for one in models],

@@ -46,8 +46,9 @@ class Weather:
     is missing; None where the source has no such values.
     """
 
-    def __init__(self, core: _core.Weather) -> None:
+    def __init__(self, core: _core.Weather, samples: Optional[tuple[Any, ...]] = None) -> None:
         self._core = core
+        self._samples = samples  # what it was made from, where that is no file
 
     @property
     def name(self) -> str:
@@ -187,7 +188,8 @@ class Weather:
         for place, column in enumerate(_columns):
             if column in frame:
                 values[:, place] = frame[column].to_numpy(dtype=np.float32)
-        return cls(_core.weather_of(name, latitude, longitude, time_zone, elevation, middles, values))
+        samples = (name, latitude, longitude, time_zone, elevation, middles, values)
+        return cls(_core.weather_of(*samples), samples)
 
 
 _hour = 3_600_000_000_000  # nanoseconds

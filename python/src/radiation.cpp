@@ -1,11 +1,13 @@
 #include "bindings.h"
 
+#include <nanobind/stl/array.h>
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <tuple>
 
@@ -18,15 +20,24 @@ struct PyStudy {
     std::vector<PyMesh> models;
 };
 
-PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
-                  const PyWeather& weather, const OptionTexts& texts, const PyStudy* since,
-                  nb::handle report) {
+/// Where rays have their origin: x, y, z and scale.
+using Origin = std::array<double, 4>;
+
+study::RunOptions optionsOf(const std::vector<PyMesh>& models, const PySensors& sensors,
+                            const PyWeather& weather, const OptionTexts& texts) {
     study::RunOptions options;
     describeInputs(options, models, sensors);
     study::OptionTable table;
     study::addRunOptions(table, options);
     giveOptions(table, texts);
     options.weather = weather.name;
+    return options;
+}
+
+PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
+                  const PyWeather& weather, const OptionTexts& texts, const PyStudy* since,
+                  nb::handle report) {
+    const study::RunOptions options = optionsOf(models, sensors, weather, texts);
     study::GivenInputs given;
     if (options.method == "hourly" || !weather.isFile) {
         given.weather = weather.year;
@@ -44,6 +55,90 @@ PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
         }
     });
     return result;
+}
+
+/// A study of the hourly method that is not calculated.
+/// @param sensors null: it has none of its own
+PyStudy prepareStudy(const std::vector<PyMesh>& models, const PySensors* sensors,
+                     const PyWeather& weather, const OptionTexts& texts,
+                     const std::optional<Origin>& origin, nb::handle report) {
+    PySensors none;
+    none.field = std::make_shared<const study::SensorField>();
+    const PySensors& own = sensors != nullptr ? *sensors : none;
+    const study::RunOptions options = optionsOf(models, own, weather, texts);
+    study::GivenInputs given;
+    given.weather = weather.year;
+    if (origin) {
+        const auto& [x, y, z, scale] = *origin;
+        given.recentring.emplace(study::Vector3{x, y, z}, scale);
+    }
+    PyStudy result;
+    result.models = models;
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        given.models = inputsOf(models, own);
+        result.session.emplace(options, std::move(given), progress, stop);
+    });
+    return result;
+}
+
+/// Sensors as a field has them: nothing is checked and normals stay to the last bit.
+study::SensorField fieldOf(const InArray<double, 2>& points, const InArray<double, 2>& normals) {
+    if (points.shape(1) != 3 || normals.shape(1) != 3 || points.shape(0) != normals.shape(0)) {
+        throw nb::value_error("points and normals must have the shape (n, 3)");
+    }
+    study::SensorField field;
+    for (std::size_t i = 0; i < points.shape(0); ++i) {
+        const double* p = points.data() + 3 * i;
+        const double* n = normals.data() + 3 * i;
+        field.positions.push_back({p[0], p[1], p[2]});
+        field.normals.push_back({n[0], n[1], n[2]});
+    }
+    return field;
+}
+
+nb::list columnsOfBlock(const PyStudy& self, const InArray<double, 2>& points,
+                        const InArray<double, 2>& normals, nb::handle report) {
+    const study::SensorField field = fieldOf(points, normals);
+    std::vector<study::ResultColumn> columns;
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        columns = self.session->columnsOf(field, progress, stop);
+    });
+    return columnsOf(std::move(columns));
+}
+
+/// Means of all radiation over the hours, by sensor and hour.
+nb::ndarray<nb::numpy, float> hoursOfBlock(const PyStudy& self, const InArray<double, 2>& points,
+                                           const InArray<double, 2>& normals, nb::handle report) {
+    constexpr auto perYear = static_cast<std::size_t>(hoursPerYear);
+    const study::SensorField field = fieldOf(points, normals);
+    std::vector<float> all(field.size() * perYear);
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        self.session->hoursOf(
+            field,
+            [&](std::size_t first, std::span<const SensorHours> hours) {
+                for (const SensorHours& one : hours) {
+                    float* row = all.data() + first++ * perYear;
+                    for (std::size_t hour = 0; hour < perYear; ++hour) {
+                        row[hour] = one.beam[hour] + one.sky[hour] + one.ground[hour];
+                    }
+                }
+            },
+            progress, stop);
+    });
+    return arrayOf(std::move(all), {field.size(), perYear});
+}
+
+/// Columns that were calculated elsewhere, each with its name.
+void takeColumns(PyStudy& self,
+                 const std::vector<std::pair<std::string, InArray<float, 1>>>& given,
+                 nb::handle report) {
+    std::vector<study::ResultColumn> columns;
+    for (const auto& [name, values] : given) {
+        columns.push_back({name, {}, {}, {values.data(), values.data() + values.size()}});
+    }
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        self.session->take(std::move(columns), progress, stop);
+    });
 }
 
 /// Beam, sky and ground by sensor and hour, as three arrays.
@@ -208,6 +303,17 @@ void bindRadiation(nb::module_& module) {
                          }
                          return listed;
                      })
+        .def_prop_ro("origin",
+                     [](const PyStudy& self) {
+                         const study::Recentring& place = self.session->recentring();
+                         return Origin{place.centre().x, place.centre().y, place.centre().z,
+                                       place.scale()};
+                     })
+        .def("columns_of", &columnsOfBlock, nb::arg("points").noconvert(),
+             nb::arg("normals").noconvert(), nb::arg("report").none())
+        .def("hours_of", &hoursOfBlock, nb::arg("points").noconvert(),
+             nb::arg("normals").noconvert(), nb::arg("report").none())
+        .def("take", &takeColumns, nb::arg("columns"), nb::arg("report").none())
         .def_prop_ro("enclosed", [](const PyStudy& self) { return self.session->enclosed(); })
         .def_prop_ro("summary", [](const PyStudy& self) { return self.session->summary(); })
         .def_prop_ro("subtitle",
@@ -239,6 +345,9 @@ void bindRadiation(nb::module_& module) {
             nb::arg("folder"), nb::arg("report").none());
     module.def("radiation", &radiation, nb::arg("models"), nb::arg("sensors"), nb::arg("weather"),
                nb::arg("options"), nb::arg("since").none(), nb::arg("report").none());
+    module.def("prepare_study", &prepareStudy, nb::arg("models"), nb::arg("sensors").none(),
+               nb::arg("weather"), nb::arg("options"), nb::arg("origin").none(),
+               nb::arg("report").none());
     module.def("visible", &visible, nb::arg("models"), nb::arg("origins").noconvert(),
                nb::arg("directions").noconvert(), nb::arg("report").none());
     module.def(

@@ -16,6 +16,10 @@ namespace insolate::study {
 class INSOLATE_STUDY_EXPORT Recentring {
 public:
     Recentring(const Scene& scene, const SensorField& field);
+    /// As another one: parts of a scene then round alike, whatever each of them spans.
+    /// @param centre in whole metres
+    /// @param scale a power of two
+    Recentring(const Vector3& centre, double scale) : m_centre(centre), m_scale(scale) {}
 
     bool operator==(const Recentring&) const = default;
 
@@ -23,6 +27,9 @@ public:
     [[nodiscard]] XYZf local(const Vector3& point) const;
     /// The moved corners of all triangles, three numbers each, as OcclusionIndex takes them.
     [[nodiscard]] std::vector<double> coordinates(const Scene& scene) const;
+
+    [[nodiscard]] const Vector3& centre() const { return m_centre; }
+    [[nodiscard]] double scale() const { return m_scale; }
 
 private:
     Vector3 m_centre; ///< whole metres, so that a model rounds alike wherever it stands

@@ -4,6 +4,7 @@
 #include "study/export.h"
 
 #include "study/model/mesh.h"
+#include "study/model/recentring.h"
 #include "study/model/scene.h"
 #include "study/run/run_options.h"
 #include "study/support/progress.h"
@@ -27,6 +28,8 @@ struct StudyInputs {
 struct GivenInputs {
     std::shared_ptr<const WeatherYear> weather = {}; ///< for the hourly method
     std::optional<StudyInputs> models = {};          ///< scene and sensors, both or none
+    /// Where the origin of rays is; absent: in the middle of scene and sensors.
+    std::optional<Recentring> recentring = {};
 };
 
 /// Reads a model as a study does: with its notes reported and its faces turned as the options say.

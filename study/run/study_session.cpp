@@ -3,6 +3,8 @@
 #include "study/files/folder_hold.h"
 #include "study/files/output_folder.h"
 #include "study/output/page.h"
+#include "study/run/calculate_hours.h"
+#include "study/run/calculate_sensors.h"
 #include "study/run/result_files.h"
 #include "study/run/run_files.h"
 #include "study/run/study_page.h"
@@ -11,6 +13,7 @@
 #include "study/support/errors.h"
 #include "study/support/kept_warnings.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
@@ -80,6 +83,30 @@ void StudySession::calculateSince(const StudySession& earlier, Progress& progres
         progress);
 }
 
+void StudySession::take(std::vector<ResultColumn> columns, Progress& progress,
+                        const std::stop_token& stop) {
+    PreparedStudy& study = m_content->study;
+    std::vector<ResultColumn> own = study.method->columns();
+    const auto isOwn = [&](const ResultColumn& given, const ResultColumn& wanted) {
+        return given.name == wanted.name && given.values.size() == study.inputs.field.size();
+    };
+    if (!std::equal(columns.begin(), columns.end(), own.begin(), own.end(), isOwn)) {
+        throw DataError("the given columns are not those of this study; calculate them with its "
+                        "options, for all of its sensors");
+    }
+    for (std::size_t i = 0; i < own.size(); ++i) {
+        own[i].values = std::move(columns[i].values);
+    }
+    finish(
+        [&](Progress& heard) {
+            StudyResults results;
+            results.columns = std::move(own);
+            completeResults(study, results, heard, stop);
+            return results;
+        },
+        progress);
+}
+
 std::span<const ResultColumn> StudySession::columns() const {
     return m_content->results.columns;
 }
@@ -92,17 +119,46 @@ std::size_t StudySession::enclosed() const {
     return m_content->results.enclosedCount;
 }
 
+namespace {
+
+void requireHours(const RunOptions& options) {
+    if (!methodUse(options.method).takesHourlyOptions) {
+        throw UsageError(
+            fmt::format("--method {} has no hours; take --method hourly", options.method));
+    }
+}
+
+} // namespace
+
 SensorHours StudySession::hoursOf(std::size_t sensor) const {
     const PreparedStudy& study = m_content->study;
-    if (!methodUse(study.options.method).takesHourlyOptions) {
-        throw UsageError(
-            fmt::format("--method {} has no hours; take --method hourly", study.options.method));
-    }
+    requireHours(study.options);
     if (sensor >= study.inputs.field.size()) {
         throw UsageError(fmt::format("there is no sensor {}; give numbers from 0 to {}", sensor,
                                      study.inputs.field.size() - 1));
     }
     return study.method->hoursOf(study.work(), sensor);
+}
+
+std::vector<ResultColumn> StudySession::columnsOf(const SensorField& sensors, Progress& progress,
+                                                  const std::stop_token& stop) const {
+    const PreparedStudy& study = m_content->study;
+    return calculateSensors(*study.method, {sensors, *study.recentring, *study.masks},
+                            study.options.threads, nullptr, progress, stop);
+}
+
+void StudySession::hoursOf(
+    const SensorField& sensors,
+    const std::function<void(std::size_t, std::span<const SensorHours>)>& take, Progress& progress,
+    const std::stop_token& stop) const {
+    const PreparedStudy& study = m_content->study;
+    requireHours(study.options);
+    calculateHours(*study.method, {sensors, *study.recentring, *study.masks}, everySensor(sensors),
+                   study.options.threads, take, progress, stop);
+}
+
+const Recentring& StudySession::recentring() const {
+    return *m_content->study.recentring;
 }
 
 std::string StudySession::summary() const {

@@ -20,6 +20,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <stop_token>
@@ -58,6 +59,12 @@ public:
     void calculateSince(const StudySession& earlier, Progress& progress,
                         const std::stop_token& stop = {});
 
+    /// What calculate() would find, found by others with columnsOf(): processes on other machines
+    /// for instance. Takes the place of calculate(); of the columns, names and values count.
+    /// @throws DataError when the columns are not those of this study
+    void take(std::vector<ResultColumn> columns, Progress& progress,
+              const std::stop_token& stop = {});
+
     /// By sensor; the method's columns, the one to look at first.
     [[nodiscard]] std::span<const ResultColumn> columns() const;
     /// Of the cells [m2]; empty for sensors without.
@@ -68,6 +75,22 @@ public:
     /// The hours of a sensor; any number of them may be asked for at the same time.
     /// @throws UsageError where there is no such sensor, or the method has no hours
     [[nodiscard]] SensorHours hoursOf(std::size_t sensor) const;
+
+    /// The columns of other sensors before the same scene, which need not be the study's own: the
+    /// bytes that they would have as its own. Needs no calculate().
+    /// @throws Stopped
+    [[nodiscard]] std::vector<ResultColumn> columnsOf(const SensorField& sensors,
+                                                      Progress& progress,
+                                                      const std::stop_token& stop = {}) const;
+    /// Their hours, in their order, some at a time.
+    /// @throws UsageError where the method has no hours; Stopped
+    void
+    hoursOf(const SensorField& sensors,
+            const std::function<void(std::size_t first, std::span<const SensorHours> hours)>& take,
+            Progress& progress, const std::stop_token& stop = {}) const;
+
+    /// Where rays have their origin, for sessions that are to give the same bytes.
+    [[nodiscard]] const Recentring& recentring() const;
 
     /// What summary.json says, as text.
     [[nodiscard]] std::string summary() const;

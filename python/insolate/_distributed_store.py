@@ -1,0 +1,383 @@
+"""The folder that a client and its workers share: inputs, results and receipts.
+
+    manifest.json     what is calculated: made by the client, compared when it comes again
+    files/            scenes, weather and heights, named by the hash of what they hold
+    results.zarr/     a Zarr group for each tile: sensors and results, an array each
+    receipts/         one small file for each finished block
+    journal.jsonl     when which block was begun and finished, and where
+
+A block is finished when its receipt is there: it is written last, once the block's chunks are on the
+disk. Every file gets its name when it is complete, so that a process may die at any moment.
+"""
+
+from __future__ import annotations
+
+import hashlib
+import io
+import json
+import os
+import platform
+import re
+import resource
+import time
+import uuid
+from collections.abc import Iterable, Mapping
+from pathlib import Path
+from typing import Any, Optional
+
+import numpy as np
+
+from . import _core
+from ._model import Array, Model
+from ._weather import Weather, read_weather
+
+#: Sensors and hours of a chunk of hours: a sensor's year is 24 chunks, an hour's map of a million
+#: sensors 489. With (2048, 336) the year was read in 66 ms and that map in 1.2 s; chunks of whole
+#: years take 31 s for the map, chunks of days 0.8 s for one sensor.
+hours_chunk = (2048, 365)
+#: Of the hours' whole numbers [W/m2].
+hours_step = 0.1
+
+
+def write_whole(path: Path, content: bytes) -> None:
+    """Writes a file that is complete or absent, and survives a power cut."""
+    partial = path.with_name(f"{path.name}.{uuid.uuid4().hex}.partial")
+    try:
+        with open(partial, "wb") as file:
+            file.write(content)
+            file.flush()
+            os.fsync(file.fileno())
+        os.replace(partial, path)
+    except BaseException:
+        partial.unlink(missing_ok=True)
+        raise
+
+
+def _sync(path: Path) -> None:
+    handle = os.open(path, os.O_RDONLY)
+    try:
+        os.fsync(handle)
+    finally:
+        os.close(handle)
+
+
+def digest_of(*parts: bytes) -> str:
+    """A name for what the parts hold."""
+    hashed = hashlib.blake2b(digest_size=16)
+    for part in parts:
+        hashed.update(len(part).to_bytes(8, "little"))
+        hashed.update(part)
+    return hashed.hexdigest()
+
+
+def _bytes_of(array: Array) -> bytes:
+    return np.ascontiguousarray(array).tobytes()
+
+
+def checked_name(name: str) -> str:
+    """The name of a tile, which names folders too."""
+    if not re.fullmatch(r"[A-Za-z0-9_][A-Za-z0-9_.+-]*", name):
+        raise _core.UsageError(f"tile {name!r}: names are letters, digits and _ . + -; rename the tile")
+    return name
+
+
+class SceneArrays:
+    """A model as arrays: as files hold it, and to cut faces out of it."""
+
+    def __init__(self, arrays: Mapping[str, Array]) -> None:
+        self._arrays = dict(arrays)
+        self.vertices = self._arrays["vertices"]
+        self.corners = self._arrays["corners"]
+        self.counts = self._arrays["counts"]
+        self.objects = self._arrays["objects"]
+        self.materials = self._arrays["materials"]
+        self.names: list[str] = json.loads(self._arrays["names"].tobytes())
+
+    @classmethod
+    def of(cls, model: Model) -> SceneArrays:
+        names: dict[str, int] = {}
+
+        def indices(listed: list[str]) -> Array:
+            return np.fromiter(
+                (names.setdefault(name, len(names)) if name else -1 for name in listed), np.int32, len(listed)
+            )
+
+        core = model._core
+        objects, materials = indices(core.objects), indices(core.materials)
+        return cls(
+            {
+                "vertices": np.array(core.vertices),
+                "corners": np.array(core.corners),
+                "counts": np.array(core.corner_counts),
+                "objects": objects,
+                "materials": materials,
+                "names": np.frombuffer(json.dumps(list(names)).encode(), dtype=np.uint8),
+            }
+        )
+
+    @property
+    def digest(self) -> str:
+        return digest_of(*(name.encode() + _bytes_of(array) for name, array in sorted(self._arrays.items())))
+
+    def file(self) -> bytes:
+        buffer = io.BytesIO()
+        np.savez(buffer, **self._arrays)  # type: ignore[arg-type, unused-ignore]
+        return buffer.getvalue()
+
+    def box(self) -> Array:
+        """Lowest and highest corner, shape (2, 3)."""
+        if not len(self.vertices):
+            return np.array([[np.inf] * 3, [-np.inf] * 3])
+        return np.stack([self.vertices.min(axis=0), self.vertices.max(axis=0)])
+
+    def near(self, box: Array, radius: float) -> SceneArrays:
+        """The faces that reach to within the radius of a box, in plan."""
+        starts = np.zeros(len(self.counts), dtype=np.int64)
+        np.cumsum(self.counts[:-1], out=starts[1:])
+        kept = np.ones(len(self.counts), dtype=bool)
+        for axis in (0, 1):
+            places = self.vertices[self.corners, axis]
+            kept &= np.minimum.reduceat(places, starts) <= box[1, axis] + radius
+            kept &= np.maximum.reduceat(places, starts) >= box[0, axis] - radius
+        return self if kept.all() else self.only(kept)
+
+    def only(self, kept: Array) -> SceneArrays:
+        """Some of the faces, by a mask."""
+        corners = self.corners[np.repeat(kept, self.counts)]
+        used, places = np.unique(corners, return_inverse=True)
+        return SceneArrays(
+            {
+                **self._arrays,
+                "vertices": self.vertices[used],
+                "corners": places.astype(np.uint32).ravel(),
+                "counts": self.counts[kept],
+                "objects": self.objects[kept],
+                "materials": self.materials[kept],
+            }
+        )
+
+    def mesh(self, name: str) -> Optional[_core.Mesh]:
+        """The same polygons for the engine, to the last bit; None without faces."""
+        if not len(self.counts):
+            return None
+        return _core.model_of(
+            name,
+            np.ascontiguousarray(self.vertices),
+            np.ascontiguousarray(self.corners),
+            np.ascontiguousarray(self.counts),
+            self.objects,
+            self.materials,
+            self.names,
+            [("orient", ["keep"])],
+            None,
+        )
+
+
+class Store:
+    """The folder; every method may be called by any process at any time."""
+
+    def __init__(self, path: str | os.PathLike[str]) -> None:
+        self.path = Path(path).absolute()
+        self.files = self.path / "files"
+        self.receipt_folder = self.path / "receipts"
+        self.results = self.path / "results.zarr"
+
+    # What is calculated.
+
+    def open(self, manifest: dict[str, Any], resume: bool) -> dict[str, Any]:
+        """Makes the folder, or goes on in it.
+
+        Returns
+        -------
+        dict
+            The manifest that holds: of a run before, its block size.
+
+        Raises
+        ------
+        UsageError
+            When there is another study's, or one that is not to be resumed.
+        """
+        place = self.path / "manifest.json"
+        if place.exists():
+            found: dict[str, Any] = json.loads(place.read_bytes())
+            if not resume:
+                raise _core.UsageError(
+                    f"{self.path}: there are results of an earlier run; give resume=True to go on with them, or "
+                    "another store"
+                )
+            different = sorted(key for key in {*found, *manifest} - {"block"} if found.get(key) != manifest.get(key))
+            if different:
+                raise _core.UsageError(
+                    f"{self.path}: the store belongs to a study with other {', '.join(different)}; repeat those of "
+                    "that run, or give another store"
+                )
+            return found
+        if self.path.exists() and any(self.path.iterdir()):
+            raise _core.UsageError(f"{self.path}: is not empty and holds no results; give another store")
+        try:
+            self.files.mkdir(parents=True)
+            self.receipt_folder.mkdir()
+            import zarr
+
+            zarr.create_group(str(self.results))
+            write_whole(place, json.dumps(manifest, indent=1).encode())
+        except OSError as problem:
+            raise _core.OutputError(f"{self.path}: {problem.strerror}; give a store that can be written") from problem
+        return manifest
+
+    def manifest(self) -> dict[str, Any]:
+        try:
+            found: dict[str, Any] = json.loads((self.path / "manifest.json").read_bytes())
+        except FileNotFoundError:
+            raise _core.UsageError(
+                f"{self.path}: there is no store; on workers: give a folder that all machines share under one name"
+            ) from None
+        return found
+
+    # Inputs by the hash of what they hold.
+
+    def add(self, digest: str, suffix: str, content: bytes) -> str:
+        name = digest + suffix
+        if not (self.files / name).exists():
+            write_whole(self.files / name, content)
+        return name
+
+    def add_scene(self, scene: SceneArrays) -> str:
+        digest = scene.digest
+        return self.add(digest, ".npz", b"" if (self.files / (digest + ".npz")).exists() else scene.file())
+
+    def scene(self, name: str) -> SceneArrays:
+        with np.load(self.files / name, allow_pickle=False) as arrays:
+            scene = SceneArrays(arrays)
+        if scene.digest + ".npz" != name:
+            raise _core.DataError(f"{self.files / name}: is damaged; delete it and the receipts, and run again")
+        return scene
+
+    def add_weather(self, weather: Weather) -> str:
+        samples = weather._samples
+        if samples is None:
+            content = Path(weather.name).read_bytes()
+            name = self.add(digest_of(content), "-" + Path(weather.name).name, content)
+            again = read_weather(self.files / name)
+            if not (np.array_equal(again.dni, weather.dni, True) and np.array_equal(again.dhi, weather.dhi, True)):
+                raise _core.DataError(f"{weather.name}: has changed since it was read; read it again")
+            return name
+        buffer = io.BytesIO()
+        name_of_frame, *numbers, times, values = samples
+        np.savez(buffer, site=np.array(numbers), times=times, values=values)
+        content = buffer.getvalue()
+        return self.add(digest_of(name_of_frame.encode(), content), ".weather.npz", content)
+
+    def weather(self, name: str) -> _core.Weather:
+        if not name.endswith(".weather.npz"):
+            return _core.read_weather(str(self.files / name))
+        with np.load(self.files / name, allow_pickle=False) as arrays:
+            latitude, longitude, zone, elevation = map(float, arrays["site"])
+            times, values = arrays["times"], arrays["values"]
+            return _core.weather_of(name, latitude, longitude, zone, elevation, times, values)
+
+    def add_array(self, array: Array) -> str:
+        buffer = io.BytesIO()
+        np.save(buffer, array)
+        return self.add(digest_of(_bytes_of(array)), ".npy", buffer.getvalue())
+
+    def array(self, name: str) -> Array:
+        """Read from the disk where it is used."""
+        return np.load(self.files / name, mmap_mode="r", allow_pickle=False)  # type: ignore[no-any-return, unused-ignore]
+
+    # Receipts.
+
+    def receipt(self, name: str) -> Optional[dict[str, Any]]:
+        try:
+            found: dict[str, Any] = json.loads((self.receipt_folder / (name + ".json")).read_bytes())
+        except FileNotFoundError:
+            return None
+        return found
+
+    def give_receipt(self, name: str, receipt: dict[str, Any]) -> dict[str, Any]:
+        write_whole(self.receipt_folder / (name + ".json"), json.dumps(receipt).encode())
+        return receipt
+
+    def receipts(self) -> set[str]:
+        """Names of what is finished, without reading it."""
+        return {entry.name[:-5] for entry in os.scandir(self.receipt_folder) if entry.name.endswith(".json")}
+
+    def note(self, what: str, block: str, **more: Any) -> None:
+        """A line of the journal: whole lines of many processes, one after the other."""
+        line = {"time": round(time.time(), 3), "what": what, "block": block, "host": platform.node(), **more}
+        with open(self.path / "journal.jsonl", "ab", buffering=0) as file:
+            file.write((json.dumps({**line, "pid": os.getpid()}) + "\n").encode())
+
+    def clear_partial(self) -> None:
+        """Deletes what processes that died have left of files; for when no worker writes."""
+        for folder, _, names in os.walk(self.path):
+            for name in names:
+                if name.endswith(".partial"):
+                    Path(folder, name).unlink(missing_ok=True)
+
+    # Results.
+
+    def group(self, tile: str) -> Any:
+        import zarr
+
+        path = self.results / tile if tile else self.results
+        return zarr.open_group(str(path), mode="r")
+
+    def create_tile(
+        self, tile: str, count: int, block: int, columns: Iterable[tuple[str, str, str]], hours: bool
+    ) -> None:
+        """Makes a tile's empty arrays; whoever comes again finds them as they are."""
+        import zarr
+
+        root = zarr.open_group(str(self.results), mode="r+")
+        group = root.require_group(tile) if tile else root
+        arrays: list[tuple[str, str, dict[str, Any], tuple[int, ...], tuple[int, ...]]] = []
+        chunk = max(1, min(block, count))
+        for axis in "xyz":
+            arrays.append((axis, "float64", {"units": "m"}, (count,), (chunk,)))
+        for axis in ("nx", "ny", "nz"):
+            arrays.append((axis, "float64", {"units": "1"}, (count,), (chunk,)))
+        arrays.append(("area", "float32", {"units": "m2"}, (count,), (chunk,)))
+        arrays.append(("object", "int32", {"long_name": "place in the group's objects"}, (count,), (chunk,)))
+        for name, unit, title in columns:
+            arrays.append((name, "float32", {"units": unit, "long_name": title}, (count,), (chunk,)))
+        if hours:
+            attributes = {"units": "W/m2", "scale_factor": hours_step, "cell_methods": "time: mean"}
+            of_hours = (max(1, min(hours_chunk[0], count)), hours_chunk[1])
+            arrays.append(("poa_global", "uint16", attributes, (count, 8760), of_hours))
+        for name, kind, attributes, shape, chunks in arrays:
+            if name not in group:
+                group.create_array(
+                    name,
+                    shape=shape,
+                    chunks=chunks,
+                    dtype=kind,
+                    attributes=attributes,
+                    dimension_names=("sensor", "time")[: len(shape)],
+                    fill_value=float("nan") if kind.startswith("float") else 0,
+                )
+
+    def write(self, tile: str, name: str, first: int, values: Array) -> None:
+        """Whole chunks of one array, each of them complete or as before, on the disk."""
+        import zarr
+
+        path = self.results / tile / name
+        array = zarr.open_array(str(path), mode="r+").with_config({"write_empty_chunks": True})
+        if first % array.chunks[0] != 0:
+            raise ValueError(f"{name}: sensor {first} does not begin a chunk")
+        array[first : first + len(values)] = values
+        for chunk in range(first // array.chunks[0], -(-(first + len(values)) // array.chunks[0])):
+            for part in range(array.cdata_shape[1]) if values.ndim > 1 else (None,):
+                _sync(path / "c" / (str(chunk) if part is None else f"{chunk}/{part}"))
+
+    def sensors(self, tile: str, first: int, end: int) -> tuple[Array, Array]:
+        """Points and normals of some sensors, shape (n, 3) each."""
+        group = self.group(tile)
+        points = np.stack([group[axis][first:end] for axis in ("x", "y", "z")], axis=1)
+        normals = np.stack([group[axis][first:end] for axis in ("nx", "ny", "nz")], axis=1)
+        return np.ascontiguousarray(points), np.ascontiguousarray(normals)
+
+
+def peak_memory() -> int:
+    """The most memory that this process has held [bytes]."""
+    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024

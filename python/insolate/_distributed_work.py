@@ -1,0 +1,249 @@
+"""What a worker does: it reads a tile, or calculates a block of sensors, and leaves a receipt."""
+
+from __future__ import annotations
+
+import errno
+import os
+import threading
+import time
+from collections.abc import Callable, Mapping
+from typing import Any, NamedTuple, Optional, Union
+
+import numpy as np
+
+from . import _core
+from ._distributed_context import Grid, horizon_walls, mesh_of
+from ._distributed_store import SceneArrays, Store, hours_chunk, hours_step, peak_memory
+from ._model import Array, Model, Sensors, read_model
+from ._options import OptionTexts
+
+#: Where a tile's model comes from: its file, or a function that gives it, with sensors or without.
+Source = Union[str, os.PathLike[str], Model, Callable[[], Union[Model, tuple[Model, Sensors]]]]
+
+
+class Job(NamedTuple):
+    """What all tasks of a run share."""
+
+    store: str
+    weather: str  #: its file in the store
+    texts: OptionTexts
+    block: int  #: sensors of a block, and of a chunk
+    columns: list[tuple[str, str, str]]  #: names, units and titles
+    hours: bool
+    threads: Optional[int]  #: None: those of the worker
+    version: str
+
+
+class TileSource(NamedTuple):
+    """A tile that is to be read."""
+
+    tile: str
+    source: Source
+    reading: Mapping[str, Any]  #: keywords of `read_model`
+    cutting: Mapping[str, Any]  #: keywords of `Model.select` and `Selection.sensors`
+
+
+class Horizon(NamedTuple):
+    """Terrain beyond the geometry."""
+
+    file: str  #: of the heights, in the store
+    west: float
+    north: float
+    step: tuple[float, float]  #: of its cells [m]
+    centre: tuple[float, float]
+    low: float
+    start: float
+    directions: int
+
+
+class TileScene(NamedTuple):
+    """What shades a tile; a key too."""
+
+    tile: str
+    own: tuple[str, ...]  #: files of scenes in the store
+    neighbours: tuple[str, ...] = ()
+    box: tuple[float, float, float, float] = (0.0, 0.0, 0.0, 0.0)  #: of the tile in plan
+    radius: float = 0.0  #: around the box
+    horizon: Optional[Horizon] = None
+    origin: Optional[tuple[float, float, float, float]] = None
+
+
+class Block(NamedTuple):
+    """Sensors that are calculated and stored together."""
+
+    scene: TileScene
+    number: int
+    first: int
+    end: int
+
+    @property
+    def name(self) -> str:
+        return block_name(self.scene.tile, self.number)
+
+
+def block_name(tile: str, number: int) -> str:
+    return f"{tile}.block{number}" if tile else f"block{number}"
+
+
+def survey_name(tile: str) -> str:
+    return f"{tile}.tile"
+
+
+def as_output_error(path: str, problem: OSError) -> _core.OutputError:
+    """A failed write in words, with what to do."""
+    full = problem.errno in (errno.ENOSPC, errno.EDQUOT)
+    fix = "free some space" if full else "put it right"
+    return _core.OutputError(f"{path}: {problem.strerror or problem}; {fix} and run again with resume=True")
+
+
+class Scenes:
+    """The studies that a process keeps ready, the last one of them; one block at a time.
+
+    The engine takes all threads of the process for one block: several at once would only meet.
+    """
+
+    def __init__(self) -> None:
+        self._lock = threading.Lock()
+        self._key: Any = None
+        self._study: Optional[_core.Study] = None
+
+    def survey(self, job: Job, task: TileSource) -> dict[str, Any]:
+        """Reads a tile and cuts its sensors; files and arrays are in the store afterwards."""
+        store = Store(job.store)
+        receipt = store.receipt(survey_name(task.tile))
+        if receipt is not None:
+            return receipt
+        try:
+            return self._survey(store, job, task)
+        except OSError as problem:
+            raise as_output_error(job.store, problem) from None
+
+    def _survey(self, store: Store, job: Job, task: TileSource) -> dict[str, Any]:
+        store.manifest()
+        sensors: Optional[Sensors] = None
+        made: Any = task.source
+        if callable(made) and not isinstance(made, Model):
+            made = made()
+        if isinstance(made, tuple):
+            made, sensors = made
+        model = made if isinstance(made, Model) else read_model(made, **task.reading)
+        nothing = ""
+        if sensors is None:
+            try:
+                sensors = cut(model, task.cutting)
+            except _core.DataError as problem:  # a tile without roofs still shades others
+                nothing = str(problem)
+        count = len(sensors) if sensors is not None else 0
+        scene = SceneArrays.of(model)
+        box = scene.box()
+        receipt: dict[str, Any] = {
+            "tile": task.tile,
+            "scene": store.add_scene(scene),
+            "faces": len(scene.counts),
+            "sensors": count,
+            "nothing": nothing,
+        }
+        if sensors is not None and count:
+            keep_sensors(store, job, task.tile, sensors)
+            receipt["low"] = float(sensors.points[:, 2].min())
+            # Rays begin at sensors: what they span counts for the origin.
+            places = np.concatenate([box, sensors.points])
+            receipt["span"] = [places.min(axis=0).tolist(), places.max(axis=0).tolist()]
+        else:
+            receipt["span"] = box.tolist()
+        receipt["box"] = box.tolist()
+        return store.give_receipt(survey_name(task.tile), receipt)
+
+    def block(self, job: Job, task: Block) -> dict[str, Any]:
+        """Calculates a block and writes it, unless it is finished."""
+        store = Store(job.store)
+        receipt = store.receipt(task.name)
+        if receipt is not None:
+            return receipt
+        try:
+            store.note("begin", task.name)
+            begin = time.monotonic()
+            with self._lock:
+                columns, receipt = self._calculate(store, job, task)
+            for name, _, _, values in columns:
+                store.write(task.scene.tile, name, task.first, values)
+            receipt["seconds"] = round(time.monotonic() - begin, 3)
+            receipt["memory"] = peak_memory()
+            store.give_receipt(task.name, receipt)
+            store.note("finished", task.name, seconds=receipt["seconds"], memory=receipt["memory"])
+            return receipt
+        except OSError as problem:
+            raise as_output_error(job.store, problem) from None
+
+    def _calculate(self, store: Store, job: Job, task: Block) -> tuple[Any, dict[str, Any]]:
+        key = (job.store, job.weather, str(job.texts), task.scene)
+        if self._study is None or key != self._key:
+            self._study = None  # before the next one takes its memory
+            self._study, self._key = _study_of(store, job, task.scene), key
+        tile = task.scene.tile
+        points, normals = store.sensors(tile, task.first, task.end)
+        columns = self._study.columns_of(points, normals, None)
+        if job.hours:
+            for first in range(task.first, task.end, hours_chunk[0]):
+                end = min(first + hours_chunk[0], task.end)
+                part = slice(first - task.first, end - task.first)
+                hours = self._study.hours_of(points[part], normals[part], None)
+                store.write(tile, "poa_global", first, np.rint(hours / hours_step).astype(np.uint16))
+        totals = np.asarray(columns[0][3], dtype=np.float64)
+        areas = np.asarray(store.group(tile)["area"][task.first : task.end], dtype=np.float64)
+        known = np.isfinite(areas)
+        receipt = {
+            "tile": tile,
+            "block": task.number,
+            "sensors": len(totals),
+            "mean": float(totals.mean()),
+            "lowest": float(totals.min()),
+            "highest": float(totals.max()),
+            "area": float(areas[known].sum()),
+            "energy": float((totals * areas)[known].sum()),
+        }
+        return columns, receipt
+
+
+def cut(model: Model, cutting: Mapping[str, Any]) -> Sensors:
+    """Sensors on a model, by keywords of `Model.select` and `Selection.sensors`."""
+    given = dict(cutting)
+    patterns = given.pop("select", None) or ()
+    chosen = {name: given.pop(name, None) for name in ("exclude", "facing", "tilt")}
+    patterns = (patterns,) if isinstance(patterns, str) else patterns
+    return model.select(*patterns, **chosen).sensors(**given)
+
+
+def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
+    """Makes the arrays of a tile and writes what is known of its sensors."""
+    count = len(sensors)
+    store.create_tile(tile, count, job.block, job.columns, job.hours)
+    names: dict[str, int] = {}
+    objects = [names.setdefault(name, len(names)) if name else -1 for name in sensors.objects]
+    given: dict[str, Array] = {
+        **{axis: sensors.points[:, place] for place, axis in enumerate("xyz")},
+        **{axis: sensors.normals[:, place] for place, axis in enumerate(("nx", "ny", "nz"))},
+        "area": np.full(count, np.nan, np.float32) if sensors.areas is None else np.asarray(sensors.areas),
+        "object": np.array(objects or [-1] * count, dtype=np.int32),
+    }
+    for name, values in given.items():
+        store.write(tile, name, 0, np.ascontiguousarray(values))
+    import zarr
+
+    path = store.results / tile if tile else store.results
+    zarr.open_group(str(path), mode="r+").attrs["objects"] = list(names)
+
+
+def _study_of(store: Store, job: Job, scene: TileScene) -> _core.Study:
+    box = np.array([[scene.box[0], scene.box[1]], [scene.box[2], scene.box[3]]])
+    meshes = [store.scene(name).mesh(name) for name in scene.own]
+    meshes += [store.scene(name).near(box, scene.radius).mesh(name) for name in scene.neighbours]
+    if scene.horizon is not None:
+        seen = scene.horizon
+        grid = Grid(store.array(seen.file), seen.west, seen.north, seen.step)
+        walls = horizon_walls(grid, seen.centre, seen.low, seen.start, seen.directions)
+        if len(walls[1]):
+            meshes.append(mesh_of(*walls, "horizon"))
+    return _core.prepare_study(
+        [mesh for mesh in meshes if mesh is not None], None, store.weather(job.weather), job.texts, scene.origin, None
+    )

@@ -1,0 +1,780 @@
+"""Studies on many machines: one scene, or a city in tiles, on dask.distributed.
+
+>>> from dask.distributed import Client, LocalCluster                       # doctest: +SKIP
+>>> client = Client(LocalCluster(n_workers=1, threads_per_worker=8))        # doctest: +SKIP
+>>> result = ins.radiation(model, sensors, weather, client=client)          # doctest: +SKIP
+>>> city = ins.city(tiles, weather, store="city", client=client)            # doctest: +SKIP
+
+Needs the extra ``insolate[dask]``. See docs/cluster.md for machines, plans and what happens when
+something fails.
+"""
+
+from __future__ import annotations
+
+import contextlib
+import math
+import os
+import tempfile
+import threading
+import time
+from collections.abc import Callable, Iterable, Iterator, Mapping
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
+
+import numpy as np
+
+from . import _core
+from ._distributed_context import (
+    Grid,
+    grid_of,
+    light_below,
+    mesh_of,
+    surroundings,
+    usual_min_altitude,
+)
+from ._distributed_store import SceneArrays, Store, checked_name, digest_of, hours_chunk
+from ._distributed_work import (
+    Block,
+    Horizon,
+    Job,
+    Scenes,
+    Source,
+    TileScene,
+    TileSource,
+    block_name,
+    keep_sensors,
+    survey_name,
+)
+from ._model import Array, Model, Names, Path, Sensors
+from ._options import OptionTexts, option_texts
+from ._reports import Progress, Report
+from ._weather import Weather, read_weather
+
+if TYPE_CHECKING:
+    import pandas as pd
+    import xarray as xr
+
+__all__ = ["City", "Incomplete", "city", "tiles_of"]
+
+#: Sensors of a block for each thread of a worker: 15 s at 17,000 sensors a second.
+sensors_per_thread = 262_144
+#: Blocks for each worker, where there are few sensors: the last ones leave few workers idle.
+blocks_per_worker = 24
+#: How often a block is given out again whose workers died; Dask has tried three others each time.
+submissions = 3
+
+
+class Incomplete(_core.OutputError):  # type: ignore[misc, unused-ignore]
+    """Some blocks are missing; ``resume=True`` calculates them and nothing else.
+
+    ``missing`` names them, with the reasons where there are some.
+    """
+
+    def __init__(self, text: str, missing: Optional[dict[str, str]] = None) -> None:
+        super().__init__(text)
+        self.missing = dict(missing or {})
+
+    def __reduce__(self) -> Any:
+        return Incomplete, (self.args[0], self.missing)
+
+
+class _Failure(NamedTuple):
+    text: str
+    is_final: bool  #: nothing else can succeed either
+
+
+class _Here:
+    """Runs tasks in this process."""
+
+    workers = 1
+    threads = 0
+
+    def __init__(self) -> None:
+        self._scenes = Scenes()
+
+    def run(
+        self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[str, dict[str, Any]], None]
+    ) -> dict[str, _Failure]:
+        failures: dict[str, _Failure] = {}
+        job = _with_threads(job, job.threads or 0)
+        for name, task in tasks:
+            try:
+                done(name, _do(self._scenes, job, task))
+            except (_core.Error, MemoryError) as problem:
+                failures[name] = _failure(problem)
+                if failures[name].is_final:
+                    break
+        return failures
+
+
+def _failure(problem: BaseException) -> _Failure:
+    return _Failure(str(problem) or type(problem).__name__, isinstance(problem, _core.OutputError))
+
+
+def _do(scenes: Scenes, job: Job, task: Any) -> dict[str, Any]:
+    return scenes.block(job, task) if isinstance(task, Block) else scenes.survey(job, task)
+
+
+def _do_on_worker(job: Job, task: Any) -> dict[str, Any]:
+    from distributed import get_worker
+
+    worker = get_worker()
+    job = _with_threads(job, job.threads or worker.state.nthreads)
+    with _starting:
+        # A worker that starts while the client registers may be passed over.
+        if _plugin_name not in worker.plugins:
+            plugin = _plugin(job.version)
+            plugin.setup(worker)
+            worker.plugins[_plugin_name] = plugin
+        scenes: Scenes = worker.plugins[_plugin_name].scenes
+    return _do(scenes, job, task)
+
+
+def _with_threads(job: Job, threads: int) -> Job:
+    return job._replace(texts=[*job.texts, ("threads", [str(threads)])])
+
+
+#: Options that sensors do not depend on: those of the whole, which the client sees to.
+_of_the_whole = {"hours-of", "by", "tilt-classes", "classes", "best", "enclosed", "page", "page-limit", "threads"}
+
+
+def _of_sensors(texts: OptionTexts) -> OptionTexts:
+    return [one for one in texts if one[0] not in _of_the_whole]
+
+
+_plugin_name = "insolate"
+_starting = threading.Lock()
+
+
+def _plugin(version: str) -> Any:
+    from ._distributed_plugin import ScenesPlugin
+
+    return ScenesPlugin(version)
+
+
+class _Dask:
+    """Runs tasks on the workers of a client, some more at a time than there are threads."""
+
+    def __init__(self, client: Any) -> None:
+        self._client = client
+        client.register_plugin(_plugin(_core.version), name=_plugin_name)
+        self._look()
+
+    def _look(self) -> None:
+        threads = self._client.nthreads()
+        self.workers = max(1, len(threads))
+        self.threads = max(threads.values(), default=1)
+        self._at_once = 2 * sum(threads.values()) + 2
+        self._looked = time.monotonic()
+
+    def run(
+        self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[str, dict[str, Any]], None]
+    ) -> dict[str, _Failure]:
+        from distributed import as_completed
+        from distributed.scheduler import KilledWorker
+
+        failures: dict[str, _Failure] = {}
+        names: dict[str, tuple[str, Any, int]] = {}  # of the tasks that are out, by their keys
+        active: dict[str, Any] = {}
+        completed = as_completed()
+        waiting = iter(tasks)
+        run = os.urandom(6).hex()
+        stopped = False
+
+        def submit(name: str, task: Any, attempt: int) -> None:
+            key = f"insolate-{name}-{run}-{attempt}"
+            names[key] = (name, task, attempt)
+            active[key] = self._client.submit(_do_on_worker, job, task, key=key, pure=False)
+            completed.add(active[key])
+
+        def fill() -> None:
+            while not stopped and len(active) < self._at_once:
+                following = next(waiting, None)
+                if following is None:
+                    break
+                submit(*following, 1)
+
+        try:
+            fill()
+            while active:
+                future = next(completed)
+                name, task, attempt = names.pop(future.key)
+                del active[future.key]
+                if future.status == "finished":
+                    done(name, future.result())
+                elif future.status == "error":
+                    problem = future.exception()
+                    if isinstance(problem, KilledWorker):
+                        if attempt < submissions:
+                            submit(name, task, attempt + 1)
+                        else:
+                            failures[name] = _Failure(
+                                "its workers died each time, for want of memory perhaps; see their logs", False
+                            )
+                    elif isinstance(problem, (_core.Error, MemoryError)):
+                        failures[name] = _failure(problem)
+                        stopped = stopped or failures[name].is_final
+                    elif problem is not None:
+                        raise problem
+                else:
+                    failures[name] = _Failure("the scheduler is gone, or has cancelled it", True)
+                    stopped = True
+                if time.monotonic() - self._looked > 5.0 and not stopped:
+                    self._look()
+                fill()
+        except OSError as problem:  # the scheduler's address does not answer
+            failures[""] = _Failure(f"the scheduler is gone: {problem}", True)
+        finally:
+            if active:
+                with contextlib.suppress(Exception):  # the failure that led here is what counts
+                    self._client.cancel(list(active.values()))
+        return failures
+
+
+def _runner(client: Any) -> Union[_Here, _Dask]:
+    return _Here() if client is None else _Dask(client)
+
+
+def _needs_extra() -> None:
+    try:
+        import zarr  # noqa: F401
+    except ImportError:
+        raise ImportError("insolate.distributed needs zarr and distributed: pip install 'insolate[dask]'") from None
+
+
+def _block_size(runner: Union[_Here, _Dask], count: Optional[int], block: Optional[int]) -> int:
+    """Sensors of a block: whole chunks of hours too."""
+    if block is None:
+        most = sensors_per_thread * max(1, runner.threads or os.cpu_count() or 1)
+        block = most if count is None else min(most, -(-count // (blocks_per_worker * runner.workers)))
+    elif block < 1:
+        raise _core.UsageError(f"block {block}: give a number of sensors above 0")
+    return -(-int(block) // hours_chunk[0]) * hours_chunk[0]
+
+
+def _columns(weather: Weather, texts: OptionTexts) -> list[tuple[str, str, str]]:
+    """What each sensor gets; refuses wrong options before anything is begun."""
+    method = next((values[0] for name, values in texts if name == "method"), "hourly")
+    if method != "hourly":
+        raise _core.UsageError(f"--method {method}: runs in one process; leave client and store out, or take hourly")
+    plate = np.array([[0.0, 0.0, 0.0], [9.0, 0.0, 0.0], [0.0, 9.0, 0.0]])
+    mesh = mesh_of(plate, np.array([[0, 1, 2]]), "plate")
+    study = _core.prepare_study([mesh], None, weather._core, texts, None, None)
+    found = study.columns_of(np.array([[0.0, 0.0, 1.0]]), np.array([[0.0, 0.0, 1.0]]), None)
+    return [(name, unit, title) for name, unit, title, _ in found]
+
+
+def _blocks(scene: TileScene, count: int, block: int) -> Iterator[Block]:
+    for number in range(-(-count // block)):
+        yield Block(scene, number, number * block, min((number + 1) * block, count))
+
+
+def _raise_incomplete(store: Store, missing: list[str], failures: dict[str, _Failure]) -> None:
+    reasons = {name: failures[name].text for name in missing if name in failures}
+    why = next((failure.text for failure in failures.values()), "")
+    listed = ", ".join(missing[:8]) + (f" and {len(missing) - 8} more" if len(missing) > 8 else "")
+    blocks = "block is" if len(missing) == 1 else "blocks are"
+    raise Incomplete(
+        f"{store.path}: {len(missing)} {blocks} missing ({listed}){': ' + why if why else ''}; "
+        "what is finished stays: run again with resume=True",
+        {name: reasons.get(name, "") for name in missing},
+    )
+
+
+#: Keywords of `radiation` that a run on workers cannot take.
+_alone = ("save_masks", "masks", "since")
+
+
+def radiation_of(
+    models: list[Model],
+    sensors: Sensors,
+    weather: Weather,
+    texts: OptionTexts,
+    *,
+    client: Any,
+    store: Optional[Path],
+    resume: bool,
+    block: Optional[int],
+    report: Report,
+) -> _core.Study:
+    """The study of `radiation`, calculated by workers."""
+    _needs_extra()
+    for name, _ in texts:
+        if name.replace("-", "_") in _alone:
+            raise _core.UsageError(f"--{name}: runs in one process; leave client and store out")
+    columns = _columns(weather, _of_sensors(texts))
+    study = _core.prepare_study([one._core for one in models], sensors._core, weather._core, texts, None, report)
+    if store is None:
+        with tempfile.TemporaryDirectory(prefix="insolate-") as folder:
+            place = os.path.join(folder, "store")
+            return _calculated(study, columns, models, sensors, weather, texts, place, False, client, block, report)
+    return _calculated(study, columns, models, sensors, weather, texts, store, resume, client, block, report)
+
+
+def _calculated(
+    study: _core.Study,
+    columns: list[tuple[str, str, str]],
+    models: list[Model],
+    sensors: Sensors,
+    weather: Weather,
+    texts: OptionTexts,
+    place: Path,
+    resume: bool,
+    client: Any,
+    block: Optional[int],
+    report: Report,
+) -> _core.Study:
+    runner = _runner(client)
+    store = Store(place)
+    asked = _of_sensors(texts)
+    threads = next((int(values[0]) for name, values in texts if name == "threads"), None)
+    scenes = [SceneArrays.of(model) for model in models]
+    manifest = store.open(
+        {
+            "kind": "radiation",
+            "version": _core.version,
+            "options": [list(map(str, one)) for one in asked],
+            "scene": [scene.digest for scene in scenes],
+            "sensors": digest_of(sensors.points.tobytes(), sensors.normals.tobytes()),
+            "weather": digest_of(weather.dni.tobytes(), weather.dhi.tobytes()),
+            "block": _block_size(runner, len(sensors), block),
+        },
+        resume,
+    )
+    job = Job(str(store.path), "", asked, manifest["block"], columns, False, threads, _core.version)
+    with _writing(store):
+        job = job._replace(weather=store.add_weather(weather))
+        own = tuple(store.add_scene(scene) for scene in scenes)
+        if store.receipt("sensors") is None:
+            keep_sensors(store, job, "", sensors)
+            store.give_receipt("sensors", {"sensors": len(sensors)})
+    x, y, z, scale = study.origin
+    blocks = list(_blocks(TileScene("", own, origin=(x, y, z, scale)), len(sensors), job.block))
+    _calculate(runner, store, job, blocks, len(sensors), report)
+    group = store.group("")
+    study.take([(name, np.ascontiguousarray(group[name][:])) for name, _, _ in columns], report)
+    return study
+
+
+class _writing:
+    """Says what to do when the client itself cannot write."""
+
+    def __init__(self, store: Store) -> None:
+        self._store = store
+
+    def __enter__(self) -> None:
+        return None
+
+    def __exit__(self, kind: Any, problem: Any, trace: Any) -> None:
+        from ._distributed_work import as_output_error
+
+        if isinstance(problem, OSError):
+            raise as_output_error(str(self._store.path), problem) from None
+
+
+def _calculate(
+    runner: Union[_Here, _Dask], store: Store, job: Job, blocks: Iterable[Block], total: int, report: Report
+) -> None:
+    """Has all blocks calculated that have no receipt.
+
+    Raises
+    ------
+    Incomplete
+    """
+    finished = store.receipts()
+    done_before = 0
+    waiting: list[Block] = []
+    for block in blocks:
+        if block.name in finished:
+            done_before += block.end - block.first
+        else:
+            waiting.append(block)
+    if done_before:
+        report.note(f"going on after {done_before:,} of {total:,} sensors")
+    done = done_before
+    report.progress(done, total, "sensors")
+
+    def count(name: str, receipt: dict[str, Any]) -> None:
+        nonlocal done
+        done += receipt["sensors"]
+        report.progress(done, total, "sensors")
+
+    failures = runner.run(job, ((block.name, block) for block in waiting), count)
+    finished = store.receipts()
+    missing = [block.name for block in waiting if block.name not in finished]
+    if missing:
+        _raise_incomplete(store, missing, failures)
+    store.clear_partial()
+
+
+class TileInfo(NamedTuple):
+    """What a tile was calculated with."""
+
+    name: str
+    sensors: int
+    faces: int
+    radius: float  #: of the geometry around its box [m]
+    neighbours: int  #: tiles that reach into it
+    cut: float  #: the highest angle at which geometry stands that was left out [degrees]
+    bound: float  #: the most that it can take from a sensor [percent of its open total]
+
+
+class City:
+    """A city's results, on the disk; made by `city`, or opened again by ``City(store)``."""
+
+    def __init__(self, store: Path) -> None:
+        _needs_extra()
+        self._store = Store(store)
+        manifest = self._store.manifest()
+        if manifest["kind"] != "city":
+            raise _core.UsageError(f"{store}: holds the study of one scene; give a store that city() has made")
+        plan = self._store.receipt("plan")
+        if plan is None:
+            raise Incomplete(f"{store}: the tiles have not all been read; run city() again with resume=True")
+        self._block: int = manifest["block"]
+        self.notes: list[str] = []  #: what the work said
+        #: The tiles, in the order in which they were given.
+        self.tiles = [TileInfo(*row) for row in plan["tiles"]]
+
+    @property
+    def store(self) -> str:
+        """The folder."""
+        return str(self._store.path)
+
+    def __len__(self) -> int:
+        """The number of sensors."""
+        return sum(tile.sensors for tile in self.tiles)
+
+    def _names(self) -> Iterator[str]:
+        for tile in self.tiles:
+            for number in range(-(-tile.sensors // self._block)):
+                yield block_name(tile.name, number)
+
+    @property
+    def missing(self) -> list[str]:
+        """Blocks that are not calculated; empty when the city is complete."""
+        finished = self._store.receipts()
+        return [name for name in self._names() if name not in finished]
+
+    def _tile(self, name: str) -> TileInfo:
+        for tile in self.tiles:
+            if tile.name == name:
+                return tile
+        raise _core.UsageError(f"{self.store}: there is no tile {name!r}")
+
+    def __getitem__(self, tile: str) -> dict[str, Array]:
+        """Sensors and results of a tile, by column, in memory.
+
+        Raises
+        ------
+        UsageError, Incomplete
+            When there is no such tile, or it is not complete.
+        """
+        info = self._tile(tile)
+        finished = self._store.receipts()
+        missing = [
+            name for k in range(-(-info.sensors // self._block)) if (name := block_name(tile, k)) not in finished
+        ]
+        if missing:
+            _raise_incomplete(self._store, missing, {})
+        if not info.sensors:
+            return {}
+        group = self._store.group(tile)
+        return {name: array[:] for name, array in sorted(group.arrays()) if array.ndim == 1}
+
+    def to_xarray(self, tile: str) -> xr.Dataset:
+        """A tile as a dataset over "sensor", read from the disk where it is used.
+
+        With ``hours=True`` it has ``poa_global`` [W/m2] over "time" too, 8,760 begins of hours in the
+        site's standard time.
+        """
+        import xarray as xr
+
+        self._tile(tile)
+        data: xr.Dataset = xr.open_zarr(str(self._store.results / tile), consolidated=False, chunks=None)
+        return data
+
+    def table(self) -> pd.DataFrame:
+        """A row for each tile.
+
+        Returns
+        -------
+        pandas.DataFrame
+            What `TileInfo` has, ``area`` [m2], ``energy`` [kWh], ``mean``, ``lowest``, ``highest``
+            total [kWh/m2] (the mean by sensor), seconds and memory [MB] of its blocks; NaN for
+            tiles that are not complete.
+        """
+        import pandas as pd
+
+        rows = []
+        for tile in self.tiles:
+            row: dict[str, Any] = tile._asdict()
+            count = -(-tile.sensors // self._block)
+            receipts = [self._store.receipt(block_name(tile.name, number)) for number in range(count)]
+            whole = [one for one in receipts if one is not None]
+            if whole and len(whole) == count:
+                row["area"] = sum(one["area"] for one in whole)
+                row["energy"] = sum(one["energy"] for one in whole) / 1000.0
+                row["mean"] = sum(one["mean"] * one["sensors"] for one in whole) / tile.sensors / 1000.0
+                row["lowest"] = min(one["lowest"] for one in whole) / 1000.0
+                row["highest"] = max(one["highest"] for one in whole) / 1000.0
+                row["seconds"] = sum(one["seconds"] for one in whole)
+                row["memory"] = max(one["memory"] for one in whole) / 1e6
+            rows.append(row)
+        return pd.DataFrame(rows).set_index("name")
+
+    def __repr__(self) -> str:
+        missing = len(self.missing)
+        state = "complete" if not missing else f"{missing} blocks missing"
+        return f"<insolate.City {self.store}: {len(self)} sensors in {len(self.tiles)} tiles, {state}>"
+
+
+def tiles_of(model: Model, size: float) -> dict[str, Model]:
+    """Cuts a model into square tiles, each face into the one that holds its middle.
+
+    Parameters
+    ----------
+    model : Model
+    size : float
+        Edge of a tile [m].
+
+    Returns
+    -------
+    dict
+        Models by names such as "3_1": columns from the west and rows from the south.
+    """
+    if not size > 0.0:
+        raise _core.UsageError(f"size {size:g}: give an edge above 0 m")
+    scene = SceneArrays.of(model)
+    starts = np.zeros(len(scene.counts), dtype=np.int64)
+    np.cumsum(scene.counts[:-1], out=starts[1:])
+    middles = np.stack(
+        [np.add.reduceat(scene.vertices[scene.corners, axis], starts) / scene.counts for axis in (0, 1)], axis=1
+    )
+    places = np.floor((middles - scene.box()[0, :2]) / size).astype(np.int64)
+    listed, of_face = np.unique(places, axis=0, return_inverse=True)
+    found = {}
+    for number, (column, row) in enumerate(listed):
+        name = f"{column}_{row}"
+        mesh = scene.only(of_face.ravel() == number).mesh(f"{model.name}, tile {name}")
+        assert mesh is not None
+        found[name] = Model._of(mesh, model.north)
+    return found
+
+
+def city(
+    tiles: Mapping[str, Source],
+    weather: Union[Weather, Path],
+    *,
+    store: Path,
+    client: Any = None,
+    resume: bool = False,
+    radius: Optional[float] = None,
+    min_altitude: float = usual_min_altitude,
+    horizon: Any = None,
+    directions: int = 360,
+    reading: Optional[Mapping[str, Any]] = None,
+    select: Names = None,
+    exclude: Names = None,
+    facing: Names = None,
+    tilt: Union[str, float, tuple[float, float], None] = None,
+    grid: Optional[float] = None,
+    offset: Optional[float] = None,
+    merge_faces: bool = True,
+    hours: bool = False,
+    block: Optional[int] = None,
+    threads: Optional[int] = None,
+    progress: Progress = None,
+    **options: Any,
+) -> City:
+    """Radiation on the sensors of a city in tiles, each with what can shade it around.
+
+    Parameters
+    ----------
+    tiles : mapping of names to sources
+        A source is the file of a model, which workers read; a function that gives a `Model`, or a
+        model and its `Sensors`, on the worker; or a `Model`. Coordinates are metres of one system.
+    weather : Weather or path
+    store : path
+        The folder of the results, on a file system that all workers share under the same name.
+    client : distributed.Client, optional
+        Whose workers calculate; without one this process does.
+    resume : bool
+        Go on with what an earlier run has left in the store.
+    radius : float, optional
+        Of the geometry around a tile's box that shades it [m]. By default what rises above the
+        tile's lowest sensor hides the sun at ``min_altitude`` within it, held to 500 to 1,000 m.
+    min_altitude : float
+        Degrees.
+    horizon : geo.Heights or path, optional
+        A height raster for what lies beyond the radius, in metres of the same system; a file is
+        read by rasterio. Other objects do that have ``values``, ``west``, ``north`` and ``step``.
+    directions : int
+        In which the raster is looked along from a tile's middle, 72 or more.
+    reading : mapping, optional
+        Keywords of `read_model` for tiles that are files.
+    select, exclude, facing, tilt, grid, offset, merge_faces
+        Which faces get sensors, and how close; see `Model.select` and `Selection.sensors`.
+    hours : bool
+        Also keep each sensor's 8,760 hours, ``poa_global``, in steps of 0.1 W/m2: about 5 kB a
+        sensor, and several times the time.
+    block : int, optional
+        Sensors that are calculated and stored together, a multiple of 2,048; by default those of
+        about 15 s.
+    threads : int, optional
+        Of a worker; by default as many as Dask counts for it.
+    progress : as for `radiation`
+    **options
+        Others of `radiation`: period, step, albedo, north, split, tolerances.
+
+    Returns
+    -------
+    City
+
+    Raises
+    ------
+    UsageError, DataError
+        When options, tiles or the store cannot be used.
+    Incomplete
+        When blocks are missing; it names them, and finished ones stay.
+
+    Notes
+    -----
+    A sensor gets the same bytes on any number of workers and in blocks of any size; and, where no
+    geometry is cut and the city spans less than 16 km, those of the whole city as one scene.
+    """
+    _needs_extra()
+    if directions < 72:
+        raise _core.UsageError(f"directions {directions}: give 72 or more")
+    if not tiles:
+        raise _core.UsageError("tiles: there are none; give some")
+    if (radius is not None and not radius >= 0.0) or not 0.0 < min_altitude < 90.0:
+        raise _core.UsageError("radius must be 0 m or more, and min_altitude an angle between 0 and 90 degrees")
+    for name in _alone:
+        if options.get(name):
+            raise _core.UsageError(f"{name}: runs in one process; leave it out")
+    year = weather if isinstance(weather, Weather) else read_weather(weather)
+    texts = option_texts(options)
+    columns = _columns(year, texts)
+    cutting = {
+        "select": [select] if isinstance(select, str) else list(select or []),
+        "exclude": exclude,
+        "facing": facing,
+        "tilt": tilt,
+        "grid": grid,
+        "offset": offset,
+        "merge_faces": merge_faces,
+    }
+    raster = None if horizon is None else grid_of(horizon)
+    runner = _runner(client)
+    place = Store(store)
+    sources = [TileSource(checked_name(name), source, dict(reading or {}), cutting) for name, source in tiles.items()]
+    manifest = place.open(
+        {
+            "kind": "city",
+            "version": _core.version,
+            "options": [list(map(str, one)) for one in texts],
+            "sensors": {name: str(value) for name, value in {**cutting, "reading": reading}.items() if value},
+            "weather": digest_of(year.dni.tobytes(), year.dhi.tobytes()),
+            "tiles": list(tiles),
+            "context": [radius, min_altitude, directions],
+            "horizon": None if raster is None else digest_of(raster.values.tobytes(), str(raster[1:]).encode()),
+            "hours": hours,
+            "block": _block_size(runner, None, block),
+        },
+        resume,
+    )
+    with Report(progress) as report, _writing(place):
+        job = Job(
+            str(place.path), place.add_weather(year), texts, manifest["block"], columns, hours, threads, _core.version
+        )
+        surveys = _survey(runner, place, job, sources)
+        scenes, infos = _plan(place, surveys, year, texts, radius, min_altitude, raster, directions)
+        place.give_receipt("plan", {"tiles": [list(info) for info in infos]})
+        counts = {info.name: info.sensors for info in infos}
+        worst = max(infos, key=lambda info: info.bound)
+        report.note(
+            f"geometry left out stands up to {max(info.cut for info in infos):.1f} degrees above the tiles' lowest "
+            f"sensors; it can take at most {worst.bound:.2f} % of a sensor's open total (tile {worst.name})"
+        )
+        blocks = (one for scene in scenes for one in _blocks(scene, counts[scene.tile], job.block))
+        _calculate(runner, place, job, blocks, sum(counts.values()), report)
+    found = City(place.path)
+    found.notes = report.notes
+    return found
+
+
+def _survey(runner: Union[_Here, _Dask], store: Store, job: Job, sources: list[TileSource]) -> list[dict[str, Any]]:
+    """Has all tiles read whose receipts are missing."""
+    finished = store.receipts()
+    left = [one for one in sources if survey_name(one.tile) not in finished]
+    here = [one for one in left if isinstance(one.source, Model)]
+    failures = _Here().run(job, ((one.tile, one) for one in here), lambda name, receipt: None)
+    there = [one for one in left if not isinstance(one.source, Model)]
+    failures |= runner.run(job, ((one.tile, one) for one in there), lambda name, receipt: None)
+    for name, failure in failures.items():
+        raise _core.DataError(f"tile {name}: {failure.text}")
+    surveys = [store.receipt(survey_name(one.tile)) for one in sources]
+    found = [one for one in surveys if one is not None]
+    if len(found) < len(sources):
+        raise Incomplete(f"{store.path}: {len(sources) - len(found)} tiles are not read; run again with resume=True")
+    if not any(one["sensors"] for one in found):
+        raise _core.DataError(found[0]["nothing"] or "the tiles have no sensors")
+    return found
+
+
+#: A city of this extent keeps one origin for all of its rays: positions are exact to half a
+#: millimetre. Larger ones have origins on a grid.
+_common_origin = 16_384.0
+_origin_grid = 4096.0
+
+
+def _plan(
+    store: Store,
+    surveys: list[dict[str, Any]],
+    weather: Weather,
+    texts: OptionTexts,
+    radius: Optional[float],
+    min_altitude: float,
+    raster: Optional[Grid],
+    directions: int,
+) -> tuple[list[TileScene], list[TileInfo]]:
+    boxes = np.array([one["box"] for one in surveys])
+    spans = np.array([one["span"] for one in surveys])
+    lows = np.array([one.get("low", math.inf) for one in surveys])
+    around = surroundings(boxes, lows, radius, min_altitude)
+    low, high = spans[:, 0].min(axis=0), spans[:, 1].max(axis=0)
+    shared = float((high - low).max()) <= _common_origin
+    file = None if raster is None else store.add_array(raster.values)
+    bounds: dict[float, float] = {0.0: 0.0}
+    scenes, infos = [], []
+    for one, box, near, bottom in zip(surveys, boxes, around, lows, strict=True):
+        middle = 0.5 * (low + high)
+        if not shared:
+            middle[:2] = np.floor(0.5 * (box[0, :2] + box[1, :2]) / _origin_grid) * _origin_grid
+        x, y, z = map(float, np.floor(middle))
+        seen: Optional[Horizon] = None
+        if raster is not None and file is not None and one["sensors"]:
+            centre = 0.5 * (box[0, :2] + box[1, :2])
+            half = 0.5 * (box[1, :2] - box[0, :2])
+            start = max(float(half.max()) + near.radius, float(np.hypot(*half)) + max(raster.step))
+            seen = Horizon(file, *raster[1:], (float(centre[0]), float(centre[1])), float(bottom), start, directions)
+        scenes.append(
+            TileScene(
+                one["tile"],
+                (one["scene"],),
+                tuple(surveys[other]["scene"] for other in near.neighbours),
+                (float(box[0, 0]), float(box[0, 1]), float(box[1, 0]), float(box[1, 1])),
+                near.radius,
+                seen,
+                (x, y, z, 1.0),
+            )
+        )
+        angle = math.ceil(2.0 * near.cut) / 2.0  # few different ones, on the safe side
+        if angle not in bounds:
+            bounds[angle] = light_below(angle, weather, texts)
+        infos.append(
+            TileInfo(
+                one["tile"], one["sensors"], one["faces"], near.radius, len(near.neighbours), near.cut, bounds[angle]
+            )
+        )
+    return scenes, infos

@@ -1,0 +1,284 @@
+"""Workers give the bytes of one process, whatever becomes of them."""
+
+from __future__ import annotations
+
+import json
+import math
+import os
+import random
+import signal
+import subprocess
+import threading
+import time
+from collections import Counter
+
+import numpy as np
+import pytest
+
+import insolate as ins
+
+distributed = pytest.importorskip("distributed", reason="needs insolate[dask]")
+pytest.importorskip("zarr", reason="needs insolate[dask]")
+
+from insolate import _distributed_context as context  # noqa: E402
+from insolate import distributed as many  # noqa: E402
+
+quick = {"period": "6/21", "step": 1}
+faces = [[0, 2, 3, 1], [4, 5, 7, 6], [0, 1, 5, 4], [1, 3, 7, 5], [3, 2, 6, 7], [2, 0, 4, 6]]
+
+
+def houses(columns, rows, x=0.0, y=0.0):
+    """Boxes of 12 x 12 m, 20 m apart, of 6 to 30 m."""
+    places = [(x + 20 * i, y + 20 * j, 6 + (7 * i + 5 * j) % 25) for j in range(rows) for i in range(columns)]
+    vertices = [
+        [a + 12 * dx, b + 12 * dy, z * height]
+        for a, b, height in places
+        for z in (0, 1)
+        for dy in (0, 1)
+        for dx in (0, 1)
+    ]
+    listed = [[8 * place + corner for corner in face] for place in range(len(places)) for face in faces]
+    return ins.Model(vertices, listed, objects=[f"house{k}" for k in range(len(places)) for _ in faces])
+
+
+@pytest.fixture(scope="module")
+def cluster():
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None) as started:
+        yield started
+
+
+@pytest.fixture
+def client(cluster):
+    with distributed.Client(cluster) as made:
+        yield made
+
+
+@pytest.fixture(scope="module")
+def town():
+    model = houses(8, 8)
+    return model, model.sensors(grid=2.0)
+
+
+@pytest.fixture(scope="module")
+def alone(town, weather):
+    return ins.radiation(*town, weather, by=["object"], **quick)
+
+
+def assert_same(made, wanted):
+    assert list(made) == list(wanted)
+    for name in wanted:
+        assert made[name].tobytes() == wanted[name].tobytes(), name
+
+
+def journal(store):
+    """How often each block was begun and finished."""
+    lines = [json.loads(line) for line in (store / "journal.jsonl").read_text().splitlines()]
+    return tuple(Counter(line["block"] for line in lines if line["what"] == what) for what in ("begin", "finished"))
+
+
+def test_a_study_is_the_same_on_workers(client, town, weather, alone, tmp_path):
+    made = ins.radiation(*town, weather, client=client, by=["object"], **quick)
+    assert_same(made, alone)
+    assert made.warnings == alone.warnings
+    assert made.groups("object").equals(alone.groups("object"))
+    ignored = {"timings", "created", "finished", "started"}
+    kept = [{k: v for k, v in one.summary.items() if k not in ignored and "time" not in k} for one in (made, alone)]
+    assert kept[0].keys() == kept[1].keys()
+    # Weather of a data frame travels too; without a client the same blocks are walked here.
+    frame = ins.Weather.from_dataframe(
+        weather.to_dataframe(), latitude=weather.site.latitude, longitude=weather.site.longitude, label="left"
+    )
+    wanted = ins.radiation(*town, frame, **quick)
+    assert_same(ins.radiation(*town, frame, client=client, block=4096, **quick), wanted)
+    assert_same(ins.radiation(*town, frame, store=tmp_path / "here", block=10_000, **quick), wanted)
+
+
+def test_a_stopped_run_goes_on_under_another_scheduler(client, town, weather, alone, tmp_path):
+    class Enough(Exception):
+        pass
+
+    def stopping(done, total):
+        if done > 4096:
+            raise Enough
+
+    store = tmp_path / "store"
+    with pytest.raises(Enough):
+        ins.radiation(*town, weather, client=client, store=store, block=2048, progress=stopping, **quick)
+    for _ in range(50):  # what was running is finished
+        before = journal(store)
+        if sum(before[0].values()) == sum(before[1].values()):
+            break
+        time.sleep(0.1)
+    kept = len(list((store / "receipts").glob("block*")))
+    assert 3 <= kept < -(-len(town[1]) // 2048)
+    with pytest.raises(ins.UsageError, match="resume=True"):
+        ins.radiation(*town, weather, store=store, **quick)
+    with pytest.raises(ins.UsageError, match="with other options"):
+        ins.radiation(*town, weather, store=store, resume=True, albedo=0.5, **quick)
+    made = ins.radiation(*town, weather, store=store, resume=True, **quick)
+    assert_same(made, alone)
+    begun, finished = journal(store)
+    assert set(begun.values()) == set(finished.values()) == {1}
+    assert sum(begun.values()) == -(-len(town[1]) // 2048)
+
+
+def test_killed_workers_cost_their_blocks_alone(cluster, client, town, weather, alone, tmp_path):
+    chance = random.Random(5)
+    store = tmp_path / "store"
+    kills = []
+    over = threading.Event()
+
+    def kill():
+        while len(kills) < 3 and not over.wait(chance.uniform(0.05, 0.4)):
+            if (store / "journal.jsonl").exists():
+                worker = chance.choice(list(cluster.workers.values()))
+                if worker.pid:
+                    os.kill(worker.pid, signal.SIGKILL)
+                    kills.append(worker.pid)
+                    over.wait(1.0)
+
+    killer = threading.Thread(target=kill)
+    killer.start()
+    try:
+        made = ins.radiation(*town, weather, client=client, store=store, block=2048, step=0.1, period="6/21")
+    finally:
+        over.set()
+        killer.join()
+    assert kills
+    assert_same(made, ins.radiation(*town, weather, step=0.1, period="6/21"))
+    begun, finished = journal(store)
+    assert set(begun) == set(finished)
+    lost = sum(begun.values()) - len(begun)
+    assert lost <= len(kills)
+    assert not list(store.rglob("*.partial"))
+
+
+def test_a_worker_that_dies_each_time_is_named(client, weather, tmp_path, monkeypatch):
+    monkeypatch.setattr(many, "submissions", 1)
+    client.run_on_scheduler(lambda dask_scheduler: setattr(dask_scheduler, "allowed_failures", 0))
+    with pytest.raises(ins.DataError, match="tile bad: its workers died"):
+        ins.city({"bad": lambda: os._exit(9)}, weather, store=tmp_path / "store", client=client, **quick)
+    client.run_on_scheduler(lambda dask_scheduler: setattr(dask_scheduler, "allowed_failures", 3))
+
+
+def test_a_disk_that_fills_loses_nothing(town, weather, alone, tmp_path):
+    disk = tmp_path / "disk"
+    disk.mkdir()
+    mounted = subprocess.run(
+        ["mount", "-t", "tmpfs", "-o", "size=2100k", "tmpfs", disk], capture_output=True, check=False
+    )
+    if mounted.returncode:
+        pytest.skip("needs to mount a small disk")
+    try:
+        with pytest.raises(ins.Incomplete, match=r"missing .*No space left on device.*resume=True") as caught:
+            ins.radiation(*town, weather, store=disk / "store", block=2048, **quick)
+        assert caught.value.missing
+        kept = set((disk / "store" / "receipts").glob("block*"))
+        assert kept
+        subprocess.run(["mount", "-o", "remount,size=64m", disk], check=True)
+        made = ins.radiation(*town, weather, store=disk / "store", resume=True, **quick)
+        assert_same(made, alone)
+        begun, _ = journal(disk / "store")
+        assert max(begun[path.stem] for path in kept) == 1
+    finally:
+        subprocess.run(["umount", disk], check=True)
+
+
+def test_a_city_is_that_of_one_scene(client, weather, tmp_path):
+    whole = houses(24, 12)
+    tiles = ins.tiles_of(whole, 160.0)
+    assert len(tiles) == 6
+    assert sum(map(len, tiles.values())) == len(whole)
+    made = ins.city(tiles, weather, store=tmp_path / "city", client=client, grid=6, hours=True, **quick)
+    assert repr(made).endswith("6 tiles, complete>")
+    parts = {name: tile.sensors(grid=6) for name, tile in tiles.items()}
+    table = made.table()
+    for name, sensors in parts.items():
+        wanted = ins.radiation(whole, ins.Sensors(sensors.points, sensors.normals), weather, **quick)
+        found = made[name]
+        for column in wanted:
+            assert found[column].tobytes() == wanted[column].tobytes(), column
+        assert table.loc[name, "energy"] == pytest.approx(float(wanted.total.astype(float) @ sensors.areas) / 1e3)
+        assert table.loc[name, ["neighbours", "cut", "bound"]].tolist() == [5, 0, 0]
+        assert found["object"].max() >= 0
+    data = made.to_xarray("0_0")
+    assert data["poa_global"].encoding["chunks"][1] == 365
+    hours = data["poa_global"][7].to_numpy()
+    wanted_hours = ins.radiation(whole, parts["0_0"], weather, **quick).hours([7])["poa_global"][0].to_numpy()
+    np.testing.assert_allclose(hours, wanted_hours, atol=0.051)
+    assert hours.max() > 100
+    again = ins.city(tiles, weather, store=tmp_path / "city", resume=True, grid=6, hours=True, **quick)
+    assert set(journal(tmp_path / "city")[0].values()) == {1}
+    assert ins.City(tmp_path / "city").missing == again.missing == []
+
+
+def test_what_is_cut_is_bounded(weather, tmp_path):
+    # A slab 620 m south of a house; at 500 m it is left out.
+    slab = ins.Model(houses(1, 1).vertices * [30, 1, 40 / 6] + [-180, -620, 0], faces)
+    assert slab.vertices[:, 2].max() == 40
+    tiles = {"house": houses(1, 1), "slab": slab}
+    made = ins.city(tiles, weather, store=tmp_path / "a", radius=500, select=None, grid=3, period="12/21", step=1)
+    whole = ins.city(tiles, weather, store=tmp_path / "b", grid=3, period="12/21", step=1)
+    by_name = {tile.name: tile for tile in made.tiles}
+    assert by_name["house"].cut == pytest.approx(math.degrees(math.atan2(40 - made["house"]["z"].min(), 608)), abs=0.1)
+    assert {tile.name: tile.neighbours for tile in whole.tiles} == {"house": 1, "slab": 0}
+    lost = made["house"]["total"] / whole["house"]["total"] - 1
+    assert 0 < 100 * lost.max() <= by_name["house"].bound < 10
+    assert any("at most" in note for note in made.notes)
+
+
+def test_terrain_beyond_stands_where_it_is():
+    # A ridge along y = 5,000 m, 400 m high, on a plain at 100 m.
+    grid = np.full((240, 240), 100.0)
+    grid[19:21] = 500.0
+    heights = context.Grid(grid, -6000.0, 6000.0, (50.0, 50.0))
+    vertices, quads = context.horizon_walls(heights, (0.0, 0.0), 100.0, 1000.0, 360)
+    walls = ins.Model(vertices, quads, orient="keep")
+
+    def angle(x, y, azimuth):
+        """Of the horizon, between rays that pass and rays that do not."""
+        tilts = np.radians(np.linspace(0.05, 20.0, 2000))
+        turn = math.radians(azimuth)
+        ways = np.stack([np.cos(tilts) * math.sin(turn), np.cos(tilts) * math.cos(turn), np.sin(tilts)], axis=1)
+        free = ins.visible(walls, [x, y, 100.01], ways)
+        return 0.0 if free.all() else math.degrees(tilts[~free].max())
+
+    for x, y in ((0, 0), (300, 500), (-500, -400)):
+        for azimuth in (0, 30, 330):
+            far = (4975 - y) / math.cos(math.radians(azimuth))
+            drop = far**2 / (2 * 6371000 / 0.87)
+            assert angle(x, y, azimuth) == pytest.approx(math.degrees(math.atan2(400 - drop, far)), abs=0.15)
+    assert angle(0, 0, 180) == 0.0
+    with pytest.raises(ins.UsageError, match="72 or more"):
+        ins.city({"a": walls}, "none.epw", store="none", horizon=heights, directions=36)
+
+
+def test_a_horizon_takes_the_light_from_below_it(weather, tmp_path):
+    def roof():
+        return houses(1, 1)
+
+    grid = np.full((200, 200), 0.0)
+    grid[150:] = 600.0
+    ridge = context.Grid(grid, -5000.0, 5000.0, (50.0, 50.0))
+    options = {"select": "house0", "facing": "up", "grid": 6, "period": "12/1-12/31"}
+    free = ins.city({"a": roof}, weather, store=tmp_path / "a", **options)["a"]
+    behind = ins.city({"a": roof}, weather, store=tmp_path / "b", horizon=ridge, **options)["a"]
+    assert (behind["sky"] < free["sky"]).all()
+    assert (behind["beam"] < 0.95 * free["beam"]).all()  # 13 degrees in the south, in December
+
+
+@pytest.mark.parametrize(
+    ("keywords", "text"),
+    [
+        ({"method": "cumulative-sky"}, "runs in one process"),
+        ({"tiles": {"a/b": None}}, "rename the tile"),
+        ({"tiles": {}}, "give some"),
+        ({"grd": 2}, "no such option"),
+        ({"block": 0}, "above 0"),
+        ({"tiles": {"a": "no.obj"}}, "tile a: .*no.obj"),
+    ],
+)
+def test_what_cannot_be_calculated_is_said(weather, tmp_path, keywords, text):
+    given = {"tiles": {"a": houses(1, 1)}, **quick, **keywords}
+    with pytest.raises(ins.Error, match=text):
+        ins.city(given.pop("tiles"), weather, store=tmp_path / "store", **given)
