@@ -129,8 +129,7 @@ nb::ndarray<nb::numpy, float> hoursOfBlock(const PyStudy& self, const InArray<do
 }
 
 /// Columns that were calculated elsewhere, each with its name.
-void takeColumns(PyStudy& self,
-                 const std::vector<std::pair<std::string, InArray<float, 1>>>& given,
+void takeColumns(PyStudy& self, const std::vector<std::pair<std::string, InArray<float, 1>>>& given,
                  nb::handle report) {
     std::vector<study::ResultColumn> columns;
     for (const auto& [name, values] : given) {
@@ -303,12 +302,12 @@ void bindRadiation(nb::module_& module) {
                          }
                          return listed;
                      })
-        .def_prop_ro("origin",
-                     [](const PyStudy& self) {
-                         const study::Recentring& place = self.session->recentring();
-                         return Origin{place.centre().x, place.centre().y, place.centre().z,
-                                       place.scale()};
-                     })
+        .def_prop_ro(
+            "origin",
+            [](const PyStudy& self) {
+                const study::Recentring& place = self.session->recentring();
+                return Origin{place.centre().x, place.centre().y, place.centre().z, place.scale()};
+            })
         .def("columns_of", &columnsOfBlock, nb::arg("points").noconvert(),
              nb::arg("normals").noconvert(), nb::arg("report").none())
         .def("hours_of", &hoursOfBlock, nb::arg("points").noconvert(),

@@ -201,8 +201,7 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
     checkHoursOf(options, study.inputs.field.size());
     study.watch.lap("models_s");
     study.recentring = std::make_unique<Recentring>(
-        given.recentring ? *given.recentring
-                         : Recentring(study.inputs.scene, study.inputs.field));
+        given.recentring ? *given.recentring : Recentring(study.inputs.scene, study.inputs.field));
     study.visibility = visibilityKey(study.inputs.scene, study.inputs.field, options.north);
     if (options.masks) {
         study.stored = std::make_unique<SkyVisibilityStore>(

@@ -1,0 +1,226 @@
+"""Studies on several processes: speed, kills, tiles, and a plan for large cities.
+
+    ./dev python bench/cluster.py two            # two workers over one, 300,000 sensors
+    ./dev python bench/cluster.py kills          # 20 workers killed at random moments
+    ./dev python bench/cluster.py tiles          # a city in tiles against the same city whole
+    ./dev python bench/cluster.py city STORE     # 10 million sensors over 10 million triangles
+    ./dev python bench/cluster.py plan [RATE]    # a simulation for 1e8 and 1e10 sensors
+
+Needs `insolate[dask]`.
+"""
+
+from __future__ import annotations
+
+import functools
+import heapq
+import json
+import os
+import random
+import resource
+import signal
+import statistics
+import sys
+import tempfile
+import threading
+import time
+from collections import Counter
+from pathlib import Path
+
+import numpy as np
+from distributed import Client, LocalCluster
+
+import insolate as ins
+
+weather_file = Path(__file__).resolve().parents[1] / "examples" / "courtyard" / "weather.epw"
+pitch, width = 16.0, 10.0
+
+
+def town(columns: int, rows: int, x: float = 0.0, y: float = 0.0, seed: int = 1) -> ins.Model:
+    """Houses of 10 x 10 m in rows, 6 to 20 m high, one in a hundred up to 60 m: ten triangles each."""
+    chance = np.random.default_rng(seed)
+    count = columns * rows
+    heights = np.where(chance.random(count) < 0.01, chance.uniform(30, 60, count), chance.uniform(6, 20, count))
+    west = x + pitch * (np.arange(count) % columns)
+    south = y + pitch * (np.arange(count) // columns)
+    corner = np.arange(8)
+    vertices = np.stack(
+        [
+            west[:, None] + width * (corner % 2),
+            south[:, None] + width * (corner // 2 % 2),
+            heights[:, None] * (corner // 4),
+        ],
+        axis=2,
+    ).reshape(-1, 3)
+    sides = np.array([[4, 5, 7, 6], [0, 1, 5, 4], [1, 3, 7, 5], [3, 2, 6, 7], [2, 0, 4, 6]])
+    faces = (8 * np.arange(count)[:, None, None] + sides).reshape(-1, 4)
+    return ins.Model(vertices, faces, objects=[f"house{k}" for k in range(count) for _ in sides], orient="keep")
+
+
+def workers(count: int, threads: int = 1) -> LocalCluster:
+    return LocalCluster(n_workers=count, threads_per_worker=threads, dashboard_address=None)
+
+
+def same(a: ins.Radiation, b: ins.Radiation) -> bool:
+    return all(a[name].tobytes() == b[name].tobytes() for name in b)
+
+
+def two() -> None:
+    weather = ins.read_weather(weather_file)
+    model = town(100, 100)
+    sensors = model.select(facing=["up", "south"]).sensors(grid=2.7)
+    sensors = ins.Sensors(sensors.points[:300_000], sensors.normals[:300_000])
+    single = ins.radiation(model, sensors, weather, threads=1)
+    times: dict[int, list[float]] = {1: [], 2: []}
+    with workers(1) as one, workers(2) as both, Client(one) as c1, Client(both) as c2:
+        for _ in range(5):
+            for count, client in ((1, c1), (2, c2)):
+                begin = time.perf_counter()
+                made = ins.radiation(model, sensors, weather, client=client)
+                times[count].append(time.perf_counter() - begin)
+                assert same(made, single)
+    medians = {count: statistics.median(listed) for count, listed in times.items()}
+    print(
+        f"{len(sensors)} sensors, medians of 5: one worker {medians[1]:.2f} s, two {medians[2]:.2f} s, "
+        f"{medians[1] / medians[2]:.2f} times; one thread of this process computes at {300_000 / medians[1]:.0f} /s"
+    )
+    print({count: [round(t, 2) for t in listed] for count, listed in times.items()})
+
+
+def kills(wanted: int = 20) -> None:
+    weather = ins.read_weather(weather_file)
+    model = town(40, 40)
+    sensors = model.sensors(grid=2.5)
+    single = ins.radiation(model, sensors, weather)
+    chance = random.Random(11)
+    killed = runs = twice = 0
+    while killed < wanted:
+        with tempfile.TemporaryDirectory() as folder, workers(2) as cluster, Client(cluster) as client:
+            store = Path(folder, "store")
+            over = threading.Event()
+            here: list[int] = []
+
+            def kill(most: int, cluster=cluster, store=store, over=over, here=here) -> None:
+                while len(here) < most and not over.wait(chance.uniform(0.1, 1.5)):
+                    worker = chance.choice(list(cluster.workers.values()))
+                    if worker.pid and (store / "journal.jsonl").exists():
+                        os.kill(worker.pid, signal.SIGKILL)
+                        here.append(worker.pid)
+
+            killer = threading.Thread(target=kill, args=(min(6, wanted - killed),))
+            killer.start()
+            made = ins.radiation(model, sensors, weather, client=client, store=store, block=4096)
+            over.set()
+            killer.join()
+            assert same(made, single)
+            lines = [json.loads(line) for line in (store / "journal.jsonl").read_text().splitlines()]
+            begun = Counter(line["block"] for line in lines if line["what"] == "begin")
+            finished = Counter(line["block"] for line in lines if line["what"] == "finished")
+            assert set(finished.values()) == {1}
+            again = sum(begun.values()) - len(begun)
+            assert again <= len(here)
+            killed, runs, twice = killed + len(here), runs + 1, twice + again
+    print(f"{killed} kills over {runs} runs of {len(sensors)} sensors: the same bytes each time, {twice} blocks lost")
+
+
+def tiles() -> None:
+    weather = ins.read_weather(weather_file)
+    model = town(200, 200)
+    parts = ins.tiles_of(model, 1000.0)
+    whole = None
+    for radius in (None, 500.0, 200.0, 100.0, 50.0):
+        with tempfile.TemporaryDirectory() as folder:
+            city = ins.city(parts, weather, store=Path(folder, "store"), radius=radius, grid=10.0)
+            found = {name: city[name] for name in parts}
+            stacked = {key: np.concatenate([found[name][key] for name in parts]) for key in found[next(iter(parts))]}
+            if whole is None:
+                points = np.stack([stacked[axis] for axis in "xyz"], axis=1)
+                normals = np.stack([stacked[axis] for axis in ("nx", "ny", "nz")], axis=1)
+                whole = ins.radiation(model, ins.Sensors(points, normals), weather)
+            off = 100.0 * np.abs(stacked["total"] / whole.total.astype(float) - 1.0)
+            used = sorted({round(tile.radius) for tile in city.tiles})
+            print(
+                f"radius {radius or f'default ({used[0]} to {used[-1]} m)'}: {len(off)} sensors in {len(parts)} tiles, "
+                f"off by {off.max():.3g} % at most, {off.mean():.2g} % on average, {(off > 0).mean():.2%} of them; "
+                f"bound {max(tile.bound for tile in city.tiles):.2f} %"
+            )
+
+
+def large(store: str, side: int = 10) -> None:
+    load = os.getloadavg()
+    tile = 100 * pitch
+    sources = {
+        f"{i}_{j}": functools.partial(town, 100, 100, tile * i, tile * j, 100 * i + j)
+        for i in range(side)
+        for j in range(side)
+    }
+    peak = 0.0
+    begin = time.perf_counter()
+    with workers(2) as cluster, Client(cluster) as client:
+        city = ins.city(
+            sources,
+            weather_file,
+            store=store,
+            client=client,
+            facing=["up", "south"],
+            grid=5.0,
+            progress=True,
+            resume=True,
+        )
+        client_memory = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1e3
+    taken = time.perf_counter() - begin
+    table = city.table()
+    peak = table["memory"].max()
+    size = sum(file.stat().st_size for file in Path(store).rglob("*") if file.is_file())
+    print(
+        f"{len(city)} sensors over {2 * table['faces'].sum()} triangles in {len(table)} tiles: {taken:.0f} s, "
+        f"{len(city) / taken:.0f} /s; a worker holds up to {peak:.0f} MB, the client {client_memory:.0f} MB; "
+        f"store {size / 1e6:.0f} MB; load before {load[0]:.1f}, after {os.getloadavg()[0]:.1f}"
+    )
+    print(
+        f"seconds of a block: {table['seconds'].min():.1f} to {table['seconds'].max():.1f}; radius "
+        f"{table['radius'].min():.0f} to {table['radius'].max():.0f} m; cut {table['cut'].max():.1f} degrees, "
+        f"bound {table['bound'].max():.2f} %"
+    )
+
+
+def plan(rate: float = 17_000.0) -> None:
+    """Hosts of 32 threads take blocks from one queue, as the workers do, with hosts lost now and then.
+
+    rate: sensors a second for each thread.
+    """
+    threads, build, transfer, per_task = 32, 3.0, 0.5, 0.005  # s: index, reading and writing, scheduler
+    block = 262_144 * threads
+    for sensors, hosts in ((1e8, 1), (1e8, 4), (1e10, 16), (1e10, 100)):
+        chance = random.Random(1)
+        block = min(262_144 * threads, int(sensors / (24 * hosts)))
+        waiting = int(-(-sensors // block))
+        free = [(0.0, host) for host in range(hosts)]
+        heapq.heapify(free)
+        given = end = 0.0
+        lost = 0
+        busy = 0.0
+        while waiting:
+            at, host = heapq.heappop(free)
+            given = max(given + per_task, at)
+            work = (build + transfer + block / (rate * threads)) * chance.uniform(0.7, 1.3)
+            if chance.random() < work / (200 * 3600):  # a host is lost every 200 hours, and comes back
+                heapq.heappush(free, (given + chance.random() * work + 120.0, host))
+                lost += 1
+                continue
+            waiting -= 1
+            busy += work
+            end = max(end, given + work)
+            heapq.heappush(free, (given + work, host))
+        print(
+            f"{sensors:.0e} sensors, {hosts} hosts of {threads} threads: blocks of {block} "
+            f"({busy / (sensors / block):.0f} s), "
+            f"{end / 60:.1f} min, hosts busy {busy / (end * hosts):.0%}, {lost} blocks lost, "
+            f"{end * hosts * threads / 3600:.0f} thread hours; results {sensors * 44 / 1e9:.0f} GB before compression"
+        )
+
+
+if __name__ == "__main__":
+    actions = {"two": two, "kills": kills, "tiles": tiles, "city": large, "plan": plan}
+    if len(sys.argv) < 2 or sys.argv[1] not in actions:
+        sys.exit(__doc__)
+    actions[sys.argv[1]](*(float(a) if a.replace(".", "").isdigit() else a for a in sys.argv[2:]))
