@@ -250,7 +250,9 @@ def look_into_footprints(source: Any, layer: Optional[str]) -> FootprintSource:
 def _polygons(shapes: Array) -> tuple[Array, Array, Array]:
     """Polygons of whatever areas there are, the row that each comes from, and rows that were repaired."""
     shapes = shapely.force_2d(shapes)
+    places, row = shapely.get_coordinates(shapes, return_index=True)
     is_area = np.isin(shapely.get_type_id(shapes), (3, 6, 7))
+    is_area[row[~np.isfinite(places).all(axis=1)]] = False
     wrong = is_area & ~shapely.is_valid(shapes)
     shapes[~is_area] = None
     if wrong.any():

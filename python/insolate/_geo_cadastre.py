@@ -65,7 +65,7 @@ def cells(result: Columns, *, columns: Union[str, Iterable[str], None] = None) -
     ----------
     result : Radiation or SunHours
     columns : str or several, optional
-        By default the energies, of the parts of the period too.
+        By default the energies, of the parts of the period too; of hours of sun all columns.
 
     Returns
     -------
@@ -82,7 +82,7 @@ def cells(result: Columns, *, columns: Union[str, Iterable[str], None] = None) -
     """
     sensors = _map_sensors(result)
     district = sensors.district
-    names = _columns(result, columns, [name for name in result if result.units[name] == "Wh/m2"])
+    names = _columns(result, columns, [name for name in result if result.units[name] == "Wh/m2"] or list(result))
     start = np.asarray(sensors._core.cell_start, dtype=np.int64)
     places = district.frame.to_map(sensors._core.corners)
     rings = shapely.linearrings(places, indices=np.repeat(np.arange(len(sensors)), np.diff(start)))
@@ -175,6 +175,7 @@ class Cadastre:
             target = pyproj.CRS.from_epsg(4326)
         origin = origin_of(self.result, self.notes) | {"classes_kwh_m2": json.dumps(self.classes)}
         with complete_or_absent(path, overwrite) as partial:
+            rows = {}
             for name in wanted:
                 table = held[name] if name != "cells" else self._cells()
                 assert table is not None
@@ -189,6 +190,12 @@ class Cadastre:
                     if name == wanted[0]:
                         options["dataset_options"] = {"VERSION": "1.3"}  # GDAL before 3.7 warns of 1.4
                 pyogrio.write_dataframe(table, partial, **options)
+                rows[name] = len(table)
+            # What fails while a file is closed, as on a full disk, raises nothing.
+            for name, count in rows.items():
+                layer = None if is_json else name
+                if pyogrio.read_info(partial, layer=layer, force_feature_count=True)["features"] != count:
+                    raise OSError("it does not hold what was written; is the disk full?")
 
     def _cells(self) -> gpd.GeoDataFrame:
         table = cells(self.result)

@@ -50,8 +50,10 @@ def complete_or_absent(path: PathLike, overwrite: bool) -> Iterator[str]:
         text = f"{whole}: cannot be written; {error}".replace(str(partial), str(whole))
         raise _core.OutputError(text) from error
     finally:
-        for left in partial.parent.glob(partial.name + "*"):  # with journals and the like
-            left.unlink(missing_ok=True)
+        if partial.parent.is_dir():
+            for left in list(partial.parent.iterdir()):
+                if left.name.startswith(partial.name):  # with journals and the like
+                    left.unlink(missing_ok=True)
 
 
 def origin_of(result: Columns, notes: list[str]) -> dict[str, str]:

@@ -153,6 +153,8 @@ def working_crs(given: Optional[pyproj.CRS], crs: pyproj.CRS, bounds: Bounds, na
     longitude, latitude = _degrees_of(crs, 0.5 * (bounds[0] + bounds[2]), 0.5 * (bounds[1] + bounds[3]))
     if not (np.isfinite(longitude) and abs(latitude) <= 90.0 and abs(longitude) <= 360.0):
         raise _core.DataError(f"{name}: its places lie outside of {name_of(crs)}; is that its CRS?")
+    if crs.is_projected and max(map(abs, bounds)) <= 360.0 and max(bounds[2] - bounds[0], bounds[3] - bounds[1]) < 1.0:
+        raise _core.DataError(f"{name}: its places look like degrees, but its CRS is {name_of(crs)}; give it its own")
     wanted = crs if given is None else given
     if any(axis.direction.lower() in ("west", "south") for axis in wanted.axis_info) and wanted.is_projected:
         directions = " and ".join(axis.direction for axis in wanted.axis_info)

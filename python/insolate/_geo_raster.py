@@ -62,7 +62,7 @@ class Heights:
         )
 
     def at(self, x: Any, y: Any) -> Array:
-        """Heights between the centres of cells, linear in both directions.
+        """Heights on the triangles of `model`.
 
         Parameters
         ----------
@@ -72,7 +72,7 @@ class Heights:
         Returns
         -------
         numpy.ndarray of float, shape (n,)
-            Cells without data have no weight; NaN where none of the four around has data, and
+            Corners without data have no weight; NaN where none of the triangle has data, and
             outside of the grid.
         """
         rows, columns = self.values.shape
@@ -87,7 +87,10 @@ class Heights:
         for down in (0, 1):
             for along in (0, 1):
                 values = self.values[np.minimum(upper + down, rows - 1), np.minimum(left + along, columns - 1)]
-                weight = np.abs(1.0 - along - (column - left)) * np.abs(1.0 - down - (row - upper))
+                # Of the corners of the triangle: the other two of the four have none.
+                near_x = column - left if along else 1.0 - (column - left)
+                near_y = row - upper if down else 1.0 - (row - upper)
+                weight = np.minimum(near_x, near_y) if down != along else np.maximum(near_x + near_y - 1.0, 0.0)
                 weight = np.where(np.isfinite(values), weight, 0.0)
                 total += np.where(weight > 0.0, values, 0.0) * weight
                 weights += weight
@@ -99,7 +102,8 @@ class Heights:
         return to_east / self.step[0], -to_south / self.step[1]
 
     def model(self, frame: Frame, name: str) -> Optional[Model]:
-        """Two triangles between the centres of each four neighbouring cells that all have data."""
+        """Two triangles between the centres of each four neighbouring cells that all have data, parted
+        from the south-west to the north-east; None where there are none."""
         valid = np.isfinite(self.values)
         whole = valid[:-1, :-1] & valid[1:, :-1] & valid[:-1, 1:] & valid[1:, 1:]
         if not whole.any():
@@ -371,29 +375,28 @@ def write_raster(
     options: dict[str, Any] = {"compress": "deflate", "predictor": 3}
     if rows > 256 and width > 256:
         options |= {"tiled": True, "blockxsize": 256, "blockysize": 256}
-    with (
-        complete_or_absent(path, overwrite) as partial,
-        rasterio.open(
-            partial,
-            "w",
-            driver="GTiff",
-            height=rows,
-            width=width,
-            count=len(names),
-            dtype="float32",
-            nodata=-9999.0,
-            crs=sensors.frame.crs.to_wkt(),
-            transform=rasterio.Affine(*sensors.transform),
-            bigtiff="if_safer",
-            **options,
-        ) as raster,
-    ):
-        for band, name in enumerate(names, 1):
-            unit, _, factor = map_unit(result.units[name])
-            values = sensors.raster(np.where(without, np.nan, np.asarray(result[name], dtype=np.float64) * factor))
-            raster.write(np.nan_to_num(values, nan=-9999.0).astype(np.float32), band)
-            raster.set_band_description(band, f"{name} [{unit}]")
-            raster.set_band_unit(band, unit)
-        raster.update_tags(
-            **{f"INSOLATE_{key.upper()}": text for key, text in origin_of(result, sensors.notes).items()}
-        )
+
+    def values_of(name: str) -> Array:
+        values = np.asarray(result[name], dtype=np.float64) * map_unit(result.units[name])[2]
+        filled = sensors.raster(np.where(without, np.nan, values))
+        return np.asarray(np.nan_to_num(filled, nan=-9999.0).astype(np.float32))
+
+    options |= {"driver": "GTiff", "height": rows, "width": width, "count": len(names), "dtype": "float32"}
+    options |= {"crs": sensors.frame.crs.to_wkt(), "transform": rasterio.Affine(*sensors.transform), "nodata": -9999.0}
+    with complete_or_absent(path, overwrite) as partial:
+        with rasterio.open(partial, "w", bigtiff="if_safer", **options) as raster:
+            for band, name in enumerate(names, 1):
+                unit = map_unit(result.units[name])[0]
+                raster.write(values_of(name), band)
+                raster.set_band_description(band, f"{name} [{unit}]")
+                raster.set_band_unit(band, unit)
+            origin = origin_of(result, sensors.notes)
+            raster.update_tags(**{f"INSOLATE_{key.upper()}": text for key, text in origin.items()})
+        # What fails while the file is closed, as on a full disk, raises nothing.
+        try:
+            with rasterio.open(partial) as raster:
+                is_whole = all(np.array_equal(raster.read(i), values_of(name)) for i, name in enumerate(names, 1))
+        except rasterio.errors.RasterioError:
+            is_whole = False
+        if not is_whole:
+            raise OSError("it does not hold what was written; is the disk full?")

@@ -3,6 +3,7 @@ from __future__ import annotations
 import importlib
 import json
 import re
+import resource
 import shutil
 import subprocess
 import sys
@@ -168,6 +169,11 @@ def test_buildings_stand_on_the_lowest_ground(tmp_path):
     np.testing.assert_allclose(around.at(local, [3.0, -4.0, 0.1]), 400 + 0.1 * x, atol=1e-3)
     assert any("no data" in text for text in district.notes)
     assert np.isnan(around.at(1e4, 0.0))
+    # Between unlike corners, heights are those of the triangles that rays meet.
+    peak = geo.Heights(np.array([[0.0, 0.0], [0.0, 8.0]], dtype=np.float32), 0.0, 4.0, (2.0, 2.0))
+    np.testing.assert_allclose(peak.at([1.5, 2.5, 2.9], [2.5, 1.5, 2.0]), [0.0, 4.0, 3.6], atol=1e-9)
+    mixed = geo.read_district(table.iloc[:2].to_crs(4326), terrain=terrain, height="height", margin=20.0)
+    assert mixed.buildings["ground_m"].tolist() == pytest.approx([398.0, 401.0], abs=0.02)
 
 
 def test_rasters_of_other_kinds(tmp_path):
@@ -205,6 +211,7 @@ def test_rasters_of_other_kinds(tmp_path):
         (outlines([box(0, 0)]), {"crs": 3857}, ins.UsageError, "stretches lengths there by 1.4"),
         (outlines([box(0, 0)]), {"crs": 4326}, ins.UsageError, "is not projected"),
         (outlines([shapely.box(80e3, 3.4e6, 80.1e3, 3.41e6)], crs=2048), {}, ins.DataError, "run west and south"),
+        (outlines([shapely.box(8.0, 47.0, 8.1, 47.1)]), {}, ins.DataError, "look like degrees"),
         (outlines([box(0, 0)]), {"height": "heigth"}, ins.UsageError, "did you mean 'height'"),
         (outlines([box(0, 0)]), {"height": None}, ins.UsageError, "give height="),
         (outlines([box(0, 0)]), {"window": (0, 0, 1, 1)}, ins.DataError, "no building lies in the window"),
@@ -354,6 +361,25 @@ def test_a_failed_write_leaves_what_there_was(street, tmp_path, monkeypatch):
         made.save(file, overwrite=True)
     assert file.read_bytes() == before
     assert [path.name for path in tmp_path.iterdir()] == ["roofs.gpkg"]
+
+
+def test_a_full_disk_leaves_nothing(street, tmp_path, weather):
+    made = geo.cadastre(street[1])
+    sensors = street[0].raster_sensors(0.25)
+    level = ins.radiation(street[0].models, sensors, weather, period="6/21")
+    before = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (32_000, before[1]))  # files end there, as on a full disk
+    try:
+        for write, name in (
+            (lambda file: made.save(file, layers="cells"), "a.gpkg"),
+            (lambda file: made.save(file, layers="cells"), "a.geojson"),
+            (lambda file: geo.write_raster(level, file), "a.tif"),
+        ):
+            with pytest.raises(ins.OutputError, match=f"{name}: cannot be written"):
+                write(tmp_path / name)
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, before)
+    assert not list(tmp_path.iterdir())
 
 
 def test_level_results_lie_where_the_map_has_them(tmp_path, weather):
