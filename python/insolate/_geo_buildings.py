@@ -333,10 +333,10 @@ def read_footprints(
     has_outline = np.zeros(rows, dtype=bool)
     has_outline[row] = True
     if wrong.any():
-        notes.append(f"{name}: {int(wrong.sum()):,} outlines cross or touch themselves and were repaired")
+        notes.append(f"{name}: {int(wrong.sum()):,} outline(s) that cross or touch themselves repaired")
     lost = int((~has_outline).sum())
     if lost:
-        notes.append(f"{name}: {lost:,} features without an area are left out")
+        notes.append(f"{name}: {lost:,} feature(s) without an area left out")
 
     # The ground of a building is the lowest around its outline: walls then reach it everywhere.
     if ground is not None:
@@ -376,7 +376,7 @@ def read_footprints(
     rank[order] = np.arange(len(order))
     building_of = rank[building_of]
     if len(names) < len(ids):
-        notes.append(f"{name}: {len(ids) - len(names):,} features share their id with another and are parts of it")
+        notes.append(f"{name}: {len(ids) - len(names):,} feature(s) with the id of another are parts of it")
     row_building = np.full(rows, -1, dtype=np.int64)
     row_building[has_outline] = building_of
     leading = np.nonzero(has_outline)[0][first[order]]

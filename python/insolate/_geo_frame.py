@@ -150,6 +150,8 @@ def working_crs(given: Optional[pyproj.CRS], crs: pyproj.CRS, bounds: Bounds, na
     UsageError, DataError
         When the CRS that was asked for does not suit, or none does.
     """
+    if not np.isfinite(bounds).all():
+        raise _core.DataError(f"{name}: a place has a coordinate that is no number; repair or remove its outline")
     longitude, latitude = _degrees_of(crs, 0.5 * (bounds[0] + bounds[2]), 0.5 * (bounds[1] + bounds[3]))
     if not (np.isfinite(longitude) and abs(latitude) <= 90.0 and abs(longitude) <= 360.0):
         raise _core.DataError(f"{name}: its places lie outside of {name_of(crs)}; is that its CRS?")

@@ -23,7 +23,10 @@ def _name_indices(names: Names, faces: int, known: list[str], what: str) -> Arra
     """Places of the faces' names in `known`, which gets those that are new; -1 for no name."""
     if names is None:
         return _nothing
-    listed = [names] * faces if isinstance(names, str) else [str(n) if n is not None else "" for n in names]
+    if isinstance(names, str):
+        one = _name_indices([names], 1, known, what)
+        return np.full(faces, one[0], dtype=np.int32)
+    listed = [str(n) if n is not None else "" for n in names]
     if len(listed) != faces:
         raise _core.DataError(f"{len(listed)} {what} for {faces} faces; give one for each")
     places = {name: place for place, name in enumerate(known)}
