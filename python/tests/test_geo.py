@@ -37,12 +37,26 @@ def outlines(shapes, crs=utm, **columns):
     return gpd.GeoDataFrame({"name": [f"B{i}" for i in range(len(shapes))], **columns}, geometry=shapes, crs=crs)
 
 
-def raster(path, heights, *, west=east - 100.0, top=north + 100.0, step=2.0, crs=utm, nodata=-9999.0):
+def raster(
+    path,
+    heights,
+    *,
+    west=east - 100.0,
+    top=north + 100.0,
+    step=2.0,
+    crs=utm,
+    nodata=-9999.0,
+    unit="",
+    scale=1.0,
+    offset=0.0,
+):
     with rasterio.open(
         path, "w", driver="GTiff", width=heights.shape[1], height=heights.shape[0], count=1, dtype="float32", crs=crs,
         nodata=nodata, transform=rasterio.Affine(step, 0.0, west, 0.0, -step, top),
     ) as file:  # fmt: skip
         file.write(heights.astype(np.float32), 1)
+        file.set_band_unit(1, unit)
+        file.scales, file.offsets = (scale,), (offset,)
     return path
 
 
@@ -121,6 +135,7 @@ def test_outlines_become_closed_bodies(name):
     out = sum(f.mean(axis=0)[:2] @ (0.5 * np.cross(f, np.roll(f, -1, axis=0)).sum(axis=0))[:2] for f in made[wall])
     assert out == pytest.approx(2 * 5.0 * area, rel=1e-3)
     assert {z for f in made[roof] for z in f[:, 2]} == {7.0}
+    assert {z for f in made[floor] for z in f[:, 2]} == {2.0}
     assert district.sensors("roof", grid=1.0).areas.sum() == pytest.approx(area, rel=1e-3)
 
 
@@ -183,6 +198,10 @@ def test_rasters_of_other_kinds(tmp_path):
     odd = geo.read_district(terrain=raster(tmp_path / "b.tif", undeclared, nodata=None), margin=0.0)
     assert np.isnan(odd.heights.values).sum() == 100
     assert any("taken as no data" in text for text in odd.notes)
+    scaled = raster(tmp_path / "f.tif", slope() / 0.3048 / 2.0 - 50.0, unit="ft", scale=2.0, offset=100.0)
+    np.testing.assert_allclose(geo.read_district(terrain=scaled, margin=0.0).heights.values, slope(), rtol=1e-5)
+    with pytest.raises(ins.DataError, match="'fathom' are not understood"):
+        geo.read_district(terrain=raster(tmp_path / "g.tif", slope(), unit="fathom"))
     coarse = geo.read_district(terrain=tmp_path / "a.tif", margin=0.0, resolution=10.0)
     np.testing.assert_allclose(coarse.heights.values[3], 400 + 0.1 * (np.arange(20) * 10.0 - 95.0), atol=1e-3)
     # Degrees are warped to a UTM zone, and heights stand where they stood.
@@ -235,7 +254,11 @@ def test_degrees_and_web_maps_go_to_utm(tmp_path):
         assert district.buildings.crs.to_epsg() == 32632
         assert district.sensors().areas.sum() == pytest.approx(200.0, rel=1e-4)
     feet = outlines([shapely.box(980000, 190000, 980100, 190100)], crs=2263)
-    assert geo.read_district(feet, height="height").sensors().areas.sum() == pytest.approx((1200 / 3937 * 100) ** 2)
+    district = geo.read_district(feet, height="height")
+    assert district.sensors().areas.sum() == pytest.approx((1200 / 3937 * 100) ** 2)
+    corners = district.frame.to_map(district.sensors(grid=50.0)._core.corners)
+    assert corners[:, :2].min(axis=0).tolist() == pytest.approx([980000, 190000])
+    assert corners[:, :2].max(axis=0).tolist() == pytest.approx([980100, 190100])
 
 
 def test_windows_side_by_side_share_no_building_but_shadows(weather):
@@ -414,13 +437,14 @@ def test_level_results_lie_where_the_map_has_them(tmp_path, weather):
 
 
 def test_a_city_surface_faces_as_it_slopes(tmp_path, weather):
-    file = raster(tmp_path / "surface.tif", slope(rise=-1.0, rows=40))
+    to_north = 3**0.5 * 2.0 * np.arange(40)[::-1, None]
+    file = raster(tmp_path / "surface.tif", slope(rise=-1.0)[:40, :40] + to_north)
     district = geo.read_district(surface=file, margin=0.0)
     sensors = district.raster_sensors(height=0.1, sloped=True)
     inner = np.isin(sensors.places % 40, range(1, 39))
-    np.testing.assert_allclose(sensors.tilts[inner], 45.0, atol=0.01)
-    np.testing.assert_allclose(sensors.azimuths()[inner], 90.0, atol=0.01)  # falls to the east
-    np.testing.assert_allclose(sensors.areas[inner], 4.0 * 2**0.5, rtol=1e-4)
+    np.testing.assert_allclose(sensors.tilts[inner], 63.435, atol=0.01)  # rises by 2
+    np.testing.assert_allclose(sensors.azimuths()[inner], 150.0, atol=0.01)  # falls to the south and east
+    np.testing.assert_allclose(sensors.areas[inner], 4.0 * 5**0.5, rtol=1e-4)
     result = ins.radiation(district.models, sensors, weather, period="6/21")
     filled = sensors.raster(result.total)
     assert filled.shape == (40, 40)
