@@ -5,6 +5,7 @@ export default defineConfig({
     // A browser that draws without a graphics card, on a machine that does other things.
     testTimeout: 180_000,
     hookTimeout: 180_000,
-    fileParallelism: false,
+    maxWorkers: 2,
+    minWorkers: 1,
   },
 });
