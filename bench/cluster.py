@@ -124,12 +124,14 @@ def kills(wanted: int = 20) -> None:
 
 def tiles() -> None:
     weather = ins.read_weather(weather_file)
-    model = town(200, 200)
-    parts = ins.tiles_of(model, 1000.0)
+    model = town(150, 150)
+    parts = ins.tiles_of(model, 800.0)
     whole = None
-    for radius in (None, 500.0, 200.0, 100.0, 50.0):
+    for radius, altitude in ((500.0, 1.0), (500.0, 3.0), (500.0, 89.0), (200.0, 89.0), (100.0, 89.0), (50.0, 89.0)):
         with tempfile.TemporaryDirectory() as folder:
-            city = ins.city(parts, weather, store=Path(folder, "store"), radius=radius, grid=10.0)
+            city = ins.city(
+                parts, weather, store=Path(folder, "store"), radius=radius, min_altitude=altitude, grid=10.0
+            )
             found = {name: city[name] for name in parts}
             stacked = {key: np.concatenate([found[name][key] for name in parts]) for key in found[next(iter(parts))]}
             if whole is None:
@@ -137,11 +139,11 @@ def tiles() -> None:
                 normals = np.stack([stacked[axis] for axis in ("nx", "ny", "nz")], axis=1)
                 whole = ins.radiation(model, ins.Sensors(points, normals), weather)
             off = 100.0 * np.abs(stacked["total"] / whole.total.astype(float) - 1.0)
-            used = sorted({round(tile.radius) for tile in city.tiles})
             print(
-                f"radius {radius or f'default ({used[0]} to {used[-1]} m)'}: {len(off)} sensors in {len(parts)} tiles, "
-                f"off by {off.max():.3g} % at most, {off.mean():.2g} % on average, {(off > 0).mean():.2%} of them; "
-                f"bound {max(tile.bound for tile in city.tiles):.2f} %"
+                f"{radius:.0f} m, {altitude:.0f} degrees: {len(off)} sensors in {len(parts)} tiles, off by "
+                f"{off.max():.3g} % at most, {off.mean():.2g} % on average, {(off > 0).mean():.2%} of them; "
+                f"bound {max(tile.bound for tile in city.tiles):.2f} %",
+                flush=True,
             )
 
 
@@ -177,8 +179,8 @@ def large(store: str, side: int = 10) -> None:
         f"store {size / 1e6:.0f} MB; load before {load[0]:.1f}, after {os.getloadavg()[0]:.1f}"
     )
     print(
-        f"seconds of a block: {table['seconds'].min():.1f} to {table['seconds'].max():.1f}; radius "
-        f"{table['radius'].min():.0f} to {table['radius'].max():.0f} m; cut {table['cut'].max():.1f} degrees, "
+        f"seconds of a block: {table['seconds'].min():.1f} to {table['seconds'].max():.1f}; "
+        f"{table['neighbours'].min()} to {table['neighbours'].max()} neighbours; cut {table['cut'].max():.1f} degrees, "
         f"bound {table['bound'].max():.2f} %"
     )
 

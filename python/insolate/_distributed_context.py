@@ -1,9 +1,9 @@
 """What can shade a tile: the geometry near it, the terrain beyond, and what is left out.
 
-Buildings near a tile are taken as they are, within a radius of its box. Beyond stands the horizon of
-a height raster: walls at the places where terrain rises highest, by direction and distance. What
-neither has, far buildings for the most part, can hide light from below an angle alone, and the light
-from there bounds the error.
+Within a radius of its box all geometry is taken as it is; farther away what rises above a line from
+the tile's lowest sensor at the lowest altitude that counts. Where the tiles end stands the horizon of a
+height raster: walls at the places where terrain rises highest, by direction and distance. What is left
+out can hide light from below an angle alone, and the light from there bounds the error.
 """
 
 from __future__ import annotations
@@ -11,7 +11,7 @@ from __future__ import annotations
 import math
 import os
 from collections.abc import Sequence
-from typing import Any, NamedTuple, Optional
+from typing import Any, NamedTuple
 
 import numpy as np
 
@@ -20,11 +20,13 @@ from ._model import Array
 from ._options import OptionTexts
 from ._weather import Weather
 
-#: Bounds of the radius [m]. Cutting at 50 m costs facades several percent of their yield; beyond a
-#: kilometre buildings stand lower than the engine's lowest rays, 1.25 degrees.
-radius_bounds = (500.0, 1000.0)
-#: Of the sun that a tile's highest neighbour may hide [degrees].
-usual_min_altitude = 3.0
+#: Within which all geometry stands [m]. Cutting at 50 m costs facades several percent of their yield.
+usual_radius = 500.0
+#: Of the lines above which geometry stands at any distance [degrees]: the engine's lowest rays are a
+#: quarter of a degree higher.
+usual_min_altitude = 1.0
+#: From here on a tile is read without what is lower than the line in this distance [m].
+far = 1000.0
 #: Of the earth, enlarged by the refraction that bends lines of sight (a coefficient of 0.13) [m].
 _earth_radius = 6_371_000.0 / (1.0 - 0.13)
 #: Farther terrain stands below the lowest rays [m].
@@ -130,12 +132,12 @@ def horizon_walls(
 class Surroundings(NamedTuple):
     """What a tile is calculated with."""
 
-    radius: float  #: of the geometry around its box [m]
-    neighbours: list[int]  #: other tiles that reach into it
+    near: list[int]  #: other tiles of which faces count
+    distant: list[int]  #: and those of which tall ones alone can
     cut: float  #: the highest angle at which geometry stands that was left out [degrees]
 
 
-def surroundings(boxes: Array, lows: Array, radius: Optional[float], min_altitude: float) -> list[Surroundings]:
+def surroundings(boxes: Array, lows: Array, radius: float, min_altitude: float) -> list[Surroundings]:
     """Of each tile.
 
     Parameters
@@ -145,25 +147,25 @@ def surroundings(boxes: Array, lows: Array, radius: Optional[float], min_altitud
     lows : shape (n,)
         Heights of their lowest sensors [m]; infinite for tiles without sensors.
     """
+    slope = math.tan(math.radians(min_altitude))
     found = []
     for place, (box, low) in enumerate(zip(boxes, lows, strict=True)):
+        if not np.isfinite(low):
+            found.append(Surroundings([], [], 0.0))
+            continue
         between = np.maximum(np.maximum(boxes[:, 0, :2] - box[1, :2], box[0, :2] - boxes[:, 1, :2]), 0.0)
         distances = np.hypot(between[:, 0], between[:, 1])
+        others = np.arange(len(boxes)) != place
+        counts = others & ((distances <= radius) | (boxes[:, 1, 2] - low > slope * distances))
+        # Those of which a file without low faces has all that can rise above the line.
+        by_tall = (distances > radius) & (boxes[:, 0, 2] + slope * far <= low + slope * distances)
+        # Of the others, what reaches beyond the radius; the line holds back what rises above it.
         farthest = np.maximum(boxes[:, 1, :2] - box[1, :2], box[0, :2] - boxes[:, 0, :2]).max(axis=1)
-        used = radius
-        if used is None:
-            others = distances <= radius_bounds[1]
-            others[place] = False  # its own geometry is there anyway
-            top = boxes[others, 1, 2].max(initial=-math.inf)
-            rise = max(float(top - low), 0.0) if np.isfinite(low) else 0.0
-            used = min(max(rise / math.tan(math.radians(min_altitude)), radius_bounds[0]), radius_bounds[1])
-        near = [int(other) for other in np.flatnonzero(distances <= used) if other != place]
-        beyond = farthest > used
-        cut = 0.0
-        if beyond.any() and np.isfinite(low):
-            rises = (boxes[beyond, 1, 2] - low) / np.maximum(distances[beyond], used)
-            cut = max(0.0, math.degrees(math.atan(rises.max())))
-        found.append(Surroundings(float(used), near, cut))
+        beyond = others & (farthest > radius)
+        rises = (boxes[beyond, 1, 2] - low) / np.maximum(np.maximum(distances[beyond], radius), 1e-3)
+        cut = math.degrees(math.atan(min(max(rises.max(initial=0.0), 0.0), slope)))
+        near, distant = np.flatnonzero(counts & ~by_tall), np.flatnonzero(counts & by_tall)
+        found.append(Surroundings(near.tolist(), distant.tolist(), cut))
     return found
 
 

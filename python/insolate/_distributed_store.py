@@ -130,16 +130,33 @@ class SceneArrays:
             return np.array([[np.inf] * 3, [-np.inf] * 3])
         return np.stack([self.vertices.min(axis=0), self.vertices.max(axis=0)])
 
-    def near(self, box: Array, radius: float) -> SceneArrays:
-        """The faces that reach to within the radius of a box, in plan."""
+    def tall(self, height: float) -> SceneArrays:
+        """The faces that rise above a height."""
+        return self if not len(self.counts) else self.only(self._ends(2)[1] > height)
+
+    def shading(self, box: Array, radius: float, low: float, slope: float) -> SceneArrays:
+        """The faces within a radius of a box, in plan, and those that rise above a line from it.
+
+        Parameters
+        ----------
+        low, slope : height at which the line begins [m], and what it rises by the metre
+        """
+        if not len(self.counts):
+            return self
+        between = []
+        for axis in (0, 1):
+            lowest, highest = self._ends(axis)
+            between.append(np.maximum(np.maximum(lowest - box[1, axis], box[0, axis] - highest), 0.0))
+        distances = np.hypot(*between)
+        kept = (distances <= radius) | (self._ends(2)[1] - low > slope * distances)
+        return self if kept.all() else self.only(kept)
+
+    def _ends(self, axis: int) -> tuple[Array, Array]:
+        """Lowest and highest coordinates of the faces."""
         starts = np.zeros(len(self.counts), dtype=np.int64)
         np.cumsum(self.counts[:-1], out=starts[1:])
-        kept = np.ones(len(self.counts), dtype=bool)
-        for axis in (0, 1):
-            places = self.vertices[self.corners, axis]
-            kept &= np.minimum.reduceat(places, starts) <= box[1, axis] + radius
-            kept &= np.maximum.reduceat(places, starts) >= box[0, axis] - radius
-        return self if kept.all() else self.only(kept)
+        places = self.vertices[self.corners, axis]
+        return np.minimum.reduceat(places, starts), np.maximum.reduceat(places, starts)
 
     def only(self, kept: Array) -> SceneArrays:
         """Some of the faces, by a mask."""

@@ -41,6 +41,7 @@ class TileSource(NamedTuple):
     source: Source
     reading: Mapping[str, Any]  #: keywords of `read_model`
     cutting: Mapping[str, Any]  #: keywords of `Model.select` and `Selection.sensors`
+    tall: float  #: above the tile's lowest corner, what distant tiles see of it at most [m]
 
 
 class Horizon(NamedTuple):
@@ -63,7 +64,9 @@ class TileScene(NamedTuple):
     own: tuple[str, ...]  #: files of scenes in the store
     neighbours: tuple[str, ...] = ()
     box: tuple[float, float, float, float] = (0.0, 0.0, 0.0, 0.0)  #: of the tile in plan
-    radius: float = 0.0  #: around the box
+    radius: float = 0.0  #: around the box, within which all faces count
+    low: float = 0.0  #: of the tile's lowest sensor, where the line begins above which others count
+    slope: float = 0.0  #: of the line
     horizon: Optional[Horizon] = None
     origin: Optional[tuple[float, float, float, float]] = None
 
@@ -139,6 +142,7 @@ class Scenes:
         receipt: dict[str, Any] = {
             "tile": task.tile,
             "scene": store.add_scene(scene),
+            "tall": store.add_scene(scene.tall(float(box[0, 2]) + task.tall)),
             "faces": len(scene.counts),
             "sensors": count,
             "nothing": nothing,
@@ -161,9 +165,9 @@ class Scenes:
         if receipt is not None:
             return receipt
         try:
-            store.note("begin", task.name)
-            begin = time.monotonic()
             with self._lock:
+                store.note("begin", task.name)
+                begin = time.monotonic()
                 columns, receipt = self._calculate(store, job, task)
             for name, _, _, values in columns:
                 store.write(task.scene.tile, name, task.first, values)
@@ -237,7 +241,8 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
 def _study_of(store: Store, job: Job, scene: TileScene) -> _core.Study:
     box = np.array([[scene.box[0], scene.box[1]], [scene.box[2], scene.box[3]]])
     meshes = [store.scene(name).mesh(name) for name in scene.own]
-    meshes += [store.scene(name).near(box, scene.radius).mesh(name) for name in scene.neighbours]
+    for name in scene.neighbours:
+        meshes.append(store.scene(name).shading(box, scene.radius, scene.low, scene.slope).mesh(name))
     if scene.horizon is not None:
         seen = scene.horizon
         grid = Grid(store.array(seen.file), seen.west, seen.north, seen.step)

@@ -25,11 +25,13 @@ import numpy as np
 from . import _core
 from ._distributed_context import (
     Grid,
+    far,
     grid_of,
     light_below,
     mesh_of,
     surroundings,
     usual_min_altitude,
+    usual_radius,
 )
 from ._distributed_store import SceneArrays, Store, checked_name, digest_of, hours_chunk
 from ._distributed_work import (
@@ -152,7 +154,11 @@ def _plugin(version: str) -> Any:
 
 
 class _Dask:
-    """Runs tasks on the workers of a client, some more at a time than there are threads."""
+    """Runs tasks on the workers of a client.
+
+    A worker has two at a time: it calculates one of them, with all of its threads, while the other
+    is written or waits. More would wait where an idle worker cannot fetch them.
+    """
 
     def __init__(self, client: Any) -> None:
         self._client = client
@@ -163,7 +169,7 @@ class _Dask:
         threads = self._client.nthreads()
         self.workers = max(1, len(threads))
         self.threads = max(threads.values(), default=1)
-        self._at_once = 2 * sum(threads.values()) + 2
+        self._at_once = 2 * self.workers
         self._looked = time.monotonic()
 
     def run(
@@ -412,8 +418,7 @@ class TileInfo(NamedTuple):
     name: str
     sensors: int
     faces: int
-    radius: float  #: of the geometry around its box [m]
-    neighbours: int  #: tiles that reach into it
+    neighbours: int  #: other tiles of which something may shade it
     cut: float  #: the highest angle at which geometry stands that was left out [degrees]
     bound: float  #: the most that it can take from a sensor [percent of its open total]
 
@@ -568,7 +573,7 @@ def city(
     store: Path,
     client: Any = None,
     resume: bool = False,
-    radius: Optional[float] = None,
+    radius: float = usual_radius,
     min_altitude: float = usual_min_altitude,
     horizon: Any = None,
     directions: int = 360,
@@ -600,11 +605,12 @@ def city(
         Whose workers calculate; without one this process does.
     resume : bool
         Go on with what an earlier run has left in the store.
-    radius : float, optional
-        Of the geometry around a tile's box that shades it [m]. By default what rises above the
-        tile's lowest sensor hides the sun at ``min_altitude`` within it, held to 500 to 1,000 m.
+    radius : float
+        Within this distance of a tile's box all geometry shades it [m].
     min_altitude : float
-        Degrees.
+        Farther away what rises above this altitude over the tile's lowest sensor shades it
+        [degrees], at any distance. The engine's lowest rays are at 1.25 degrees, those of
+        tolerances at less.
     horizon : geo.Heights or path, optional
         A height raster for what lies beyond the radius, in metres of the same system; a file is
         read by rasterio. Other objects do that have ``values``, ``west``, ``north`` and ``step``.
@@ -647,7 +653,7 @@ def city(
         raise _core.UsageError(f"directions {directions}: give 72 or more")
     if not tiles:
         raise _core.UsageError("tiles: there are none; give some")
-    if (radius is not None and not radius >= 0.0) or not 0.0 < min_altitude < 90.0:
+    if not radius >= 0.0 or not 0.0 < min_altitude < 90.0:
         raise _core.UsageError("radius must be 0 m or more, and min_altitude an angle between 0 and 90 degrees")
     for name in _alone:
         if options.get(name):
@@ -667,7 +673,10 @@ def city(
     raster = None if horizon is None else grid_of(horizon)
     runner = _runner(client)
     place = Store(store)
-    sources = [TileSource(checked_name(name), source, dict(reading or {}), cutting) for name, source in tiles.items()]
+    tall = far * math.tan(math.radians(min_altitude))
+    sources = [
+        TileSource(checked_name(name), source, dict(reading or {}), cutting, tall) for name, source in tiles.items()
+    ]
     manifest = place.open(
         {
             "kind": "city",
@@ -733,7 +742,7 @@ def _plan(
     surveys: list[dict[str, Any]],
     weather: Weather,
     texts: OptionTexts,
-    radius: Optional[float],
+    radius: float,
     min_altitude: float,
     raster: Optional[Grid],
     directions: int,
@@ -756,25 +765,30 @@ def _plan(
         if raster is not None and file is not None and one["sensors"]:
             centre = 0.5 * (box[0, :2] + box[1, :2])
             half = 0.5 * (box[1, :2] - box[0, :2])
-            start = max(float(half.max()) + near.radius, float(np.hypot(*half)) + max(raster.step))
+            start = max(float(half.max()) + radius, float(np.hypot(*half)) + max(raster.step))
             seen = Horizon(file, *raster[1:], (float(centre[0]), float(centre[1])), float(bottom), start, directions)
         scenes.append(
             TileScene(
                 one["tile"],
                 (one["scene"],),
-                tuple(surveys[other]["scene"] for other in near.neighbours),
+                (
+                    *(surveys[other]["scene"] for other in near.near),
+                    *(surveys[other]["tall"] for other in near.distant),
+                ),
                 (float(box[0, 0]), float(box[0, 1]), float(box[1, 0]), float(box[1, 1])),
-                near.radius,
+                radius,
+                float(bottom) if one["sensors"] else 0.0,
+                math.tan(math.radians(min_altitude)),
                 seen,
                 (x, y, z, 1.0),
             )
         )
-        angle = math.ceil(2.0 * near.cut) / 2.0  # few different ones, on the safe side
+        angle = math.ceil(2.0 * near.cut - 1e-6) / 2.0  # few different ones, on the safe side
         if angle not in bounds:
             bounds[angle] = light_below(angle, weather, texts)
         infos.append(
             TileInfo(
-                one["tile"], one["sensors"], one["faces"], near.radius, len(near.neighbours), near.cut, bounds[angle]
+                one["tile"], one["sensors"], one["faces"], len(near.near) + len(near.distant), near.cut, bounds[angle]
             )
         )
     return scenes, infos

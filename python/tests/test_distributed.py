@@ -213,11 +213,13 @@ def test_a_city_is_that_of_one_scene(client, weather, tmp_path):
 
 
 def test_what_is_cut_is_bounded(weather, tmp_path):
-    # A slab 620 m south of a house; at 500 m it is left out.
+    # A slab 620 m south of a house, 3.6 degrees high, is left out below 5 degrees.
     slab = ins.Model(houses(1, 1).vertices * [30, 1, 40 / 6] + [-180, -620, 0], faces)
     assert slab.vertices[:, 2].max() == 40
     tiles = {"house": houses(1, 1), "slab": slab}
-    made = ins.city(tiles, weather, store=tmp_path / "a", radius=500, select=None, grid=3, period="12/21", step=1)
+    made = ins.city(
+        tiles, weather, store=tmp_path / "a", radius=500, min_altitude=5, select=None, grid=3, period="12/21", step=1
+    )
     whole = ins.city(tiles, weather, store=tmp_path / "b", grid=3, period="12/21", step=1)
     by_name = {tile.name: tile for tile in made.tiles}
     assert by_name["house"].cut == pytest.approx(math.degrees(math.atan2(40 - made["house"]["z"].min(), 608)), abs=0.1)
