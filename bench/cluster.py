@@ -35,13 +35,17 @@ weather_file = Path(__file__).resolve().parents[1] / "examples" / "courtyard" / 
 pitch, width = 16.0, 10.0
 
 
-def town(columns: int, rows: int, x: float = 0.0, y: float = 0.0, seed: int = 1) -> ins.Model:
-    """Houses of 10 x 10 m in rows, 6 to 20 m high, one in a hundred up to 60 m: ten triangles each."""
+def town(columns: int, rows: int, x: float = 0.0, y: float = 0.0, seed: int = 1, shift: float = 0.0) -> ins.Model:
+    """Houses of 10 x 10 m in rows, 6 to 20 m high, one in a hundred up to 60 m: ten triangles each.
+
+    shift: how far they may stand out of their rows [m]; in rows some sensors look along whole streets.
+    """
     chance = np.random.default_rng(seed)
     count = columns * rows
     heights = np.where(chance.random(count) < 0.01, chance.uniform(30, 60, count), chance.uniform(6, 20, count))
     west = x + pitch * (np.arange(count) % columns)
     south = y + pitch * (np.arange(count) // columns)
+    west, south = west + chance.uniform(-shift, shift, count), south + chance.uniform(-shift, shift, count)
     corner = np.arange(8)
     vertices = np.stack(
         [
@@ -124,10 +128,16 @@ def kills(wanted: int = 20) -> None:
 
 def tiles() -> None:
     weather = ins.read_weather(weather_file)
-    model = town(150, 150)
+    for shift in (0.0, 2.5):
+        print(f"houses out of their rows by up to {shift} m")
+        compare(weather, town(150, 150, shift=shift))
+
+
+def compare(weather: ins.Weather, model: ins.Model) -> None:
     parts = ins.tiles_of(model, 800.0)
     whole = None
-    for radius, altitude in ((500.0, 1.0), (500.0, 3.0), (500.0, 89.0), (200.0, 89.0), (100.0, 89.0), (50.0, 89.0)):
+    altitudes = (0.25, 0.5, 1.0, 3.0)
+    for radius, altitude in (*((500.0, angle) for angle in altitudes), (500.0, 89.0), (100.0, 89.0), (50.0, 89.0)):
         with tempfile.TemporaryDirectory() as folder:
             city = ins.city(
                 parts, weather, store=Path(folder, "store"), radius=radius, min_altitude=altitude, grid=10.0
@@ -140,15 +150,15 @@ def tiles() -> None:
                 whole = ins.radiation(model, ins.Sensors(points, normals), weather)
             off = 100.0 * np.abs(stacked["total"] / whole.total.astype(float) - 1.0)
             print(
-                f"{radius:.0f} m, {altitude:.0f} degrees: {len(off)} sensors in {len(parts)} tiles, off by "
+                f"{radius:.0f} m, {altitude:g} degrees: {len(off)} sensors in {len(parts)} tiles, off by "
                 f"{off.max():.3g} % at most, {off.mean():.2g} % on average, {(off > 0).mean():.2%} of them; "
                 f"bound {max(tile.bound for tile in city.tiles):.2f} %",
                 flush=True,
             )
 
 
-def large(store: str, side: int = 10) -> None:
-    load = os.getloadavg()
+def large(store: str, side: float = 10) -> None:
+    load, side = os.getloadavg(), int(side)
     tile = 100 * pitch
     sources = {
         f"{i}_{j}": functools.partial(town, 100, 100, tile * i, tile * j, 100 * i + j)
@@ -179,7 +189,8 @@ def large(store: str, side: int = 10) -> None:
         f"store {size / 1e6:.0f} MB; load before {load[0]:.1f}, after {os.getloadavg()[0]:.1f}"
     )
     print(
-        f"seconds of a block: {table['seconds'].min():.1f} to {table['seconds'].max():.1f}; "
+        f"{table['processor_seconds'].sum():.0f} processor seconds in blocks, which take "
+        f"{table['seconds'].min():.1f} to {table['seconds'].max():.1f} s; "
         f"{table['neighbours'].min()} to {table['neighbours'].max()} neighbours; cut {table['cut'].max():.1f} degrees, "
         f"bound {table['bound'].max():.2f} %"
     )

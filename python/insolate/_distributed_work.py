@@ -41,7 +41,7 @@ class TileSource(NamedTuple):
     source: Source
     reading: Mapping[str, Any]  #: keywords of `read_model`
     cutting: Mapping[str, Any]  #: keywords of `Model.select` and `Selection.sensors`
-    tall: float  #: above the tile's lowest corner, what distant tiles see of it at most [m]
+    tall: tuple[float, ...]  #: heights above its lowest corner, with a file each of what rises above [m]
 
 
 class Horizon(NamedTuple):
@@ -141,8 +141,10 @@ class Scenes:
         box = scene.box()
         receipt: dict[str, Any] = {
             "tile": task.tile,
-            "scene": store.add_scene(scene),
-            "tall": store.add_scene(scene.tall(float(box[0, 2]) + task.tall)),
+            "scenes": [
+                store.add_scene(scene),
+                *(store.add_scene(scene.tall(float(box[0, 2]) + height)) for height in task.tall),
+            ],
             "faces": len(scene.counts),
             "sensors": count,
             "nothing": nothing,
@@ -167,11 +169,12 @@ class Scenes:
         try:
             with self._lock:
                 store.note("begin", task.name)
-                begin = time.monotonic()
+                begin, used = time.monotonic(), time.process_time()
                 columns, receipt = self._calculate(store, job, task)
             for name, _, _, values in columns:
                 store.write(task.scene.tile, name, task.first, values)
             receipt["seconds"] = round(time.monotonic() - begin, 3)
+            receipt["processor_seconds"] = round(time.process_time() - used, 3)
             receipt["memory"] = peak_memory()
             store.give_receipt(task.name, receipt)
             store.note("finished", task.name, seconds=receipt["seconds"], memory=receipt["memory"])

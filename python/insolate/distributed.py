@@ -505,8 +505,8 @@ class City:
         -------
         pandas.DataFrame
             What `TileInfo` has, ``area`` [m2], ``energy`` [kWh], ``mean``, ``lowest``, ``highest``
-            total [kWh/m2] (the mean by sensor), seconds and memory [MB] of its blocks; NaN for
-            tiles that are not complete.
+            total [kWh/m2] (the mean by sensor), ``seconds``, ``processor_seconds`` and ``memory``
+            [MB] of its blocks; NaN for tiles that are not complete.
         """
         import pandas as pd
 
@@ -523,6 +523,7 @@ class City:
                 row["lowest"] = min(one["lowest"] for one in whole) / 1000.0
                 row["highest"] = max(one["highest"] for one in whole) / 1000.0
                 row["seconds"] = sum(one["seconds"] for one in whole)
+                row["processor_seconds"] = sum(one["processor_seconds"] for one in whole)
                 row["memory"] = max(one["memory"] for one in whole) / 1e6
             rows.append(row)
         return pd.DataFrame(rows).set_index("name")
@@ -609,8 +610,7 @@ def city(
         Within this distance of a tile's box all geometry shades it [m].
     min_altitude : float
         Farther away what rises above this altitude over the tile's lowest sensor shades it
-        [degrees], at any distance. The engine's lowest rays are at 1.25 degrees, those of
-        tolerances at less.
+        [degrees], at any distance.
     horizon : geo.Heights or path, optional
         A height raster for what lies beyond the radius, in metres of the same system; a file is
         read by rasterio. Other objects do that have ``values``, ``west``, ``north`` and ``step``.
@@ -673,7 +673,7 @@ def city(
     raster = None if horizon is None else grid_of(horizon)
     runner = _runner(client)
     place = Store(store)
-    tall = far * math.tan(math.radians(min_altitude))
+    tall = tuple(distance * math.tan(math.radians(min_altitude)) for distance in far)
     sources = [
         TileSource(checked_name(name), source, dict(reading or {}), cutting, tall) for name, source in tiles.items()
     ]
@@ -770,11 +770,8 @@ def _plan(
         scenes.append(
             TileScene(
                 one["tile"],
-                (one["scene"],),
-                (
-                    *(surveys[other]["scene"] for other in near.near),
-                    *(surveys[other]["tall"] for other in near.distant),
-                ),
+                (one["scenes"][0],),
+                tuple(surveys[other]["scenes"][level] for other, level in near.others),
                 (float(box[0, 0]), float(box[0, 1]), float(box[1, 0]), float(box[1, 1])),
                 radius,
                 float(bottom) if one["sensors"] else 0.0,
@@ -786,9 +783,5 @@ def _plan(
         angle = math.ceil(2.0 * near.cut - 1e-6) / 2.0  # few different ones, on the safe side
         if angle not in bounds:
             bounds[angle] = light_below(angle, weather, texts)
-        infos.append(
-            TileInfo(
-                one["tile"], one["sensors"], one["faces"], len(near.near) + len(near.distant), near.cut, bounds[angle]
-            )
-        )
+        infos.append(TileInfo(one["tile"], one["sensors"], one["faces"], len(near.others), near.cut, bounds[angle]))
     return scenes, infos

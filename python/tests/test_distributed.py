@@ -220,7 +220,7 @@ def test_what_is_cut_is_bounded(weather, tmp_path):
     made = ins.city(
         tiles, weather, store=tmp_path / "a", radius=500, min_altitude=5, select=None, grid=3, period="12/21", step=1
     )
-    whole = ins.city(tiles, weather, store=tmp_path / "b", grid=3, period="12/21", step=1)
+    whole = ins.city(tiles, weather, store=tmp_path / "b", min_altitude=1, grid=3, period="12/21", step=1)
     by_name = {tile.name: tile for tile in made.tiles}
     assert by_name["house"].cut == pytest.approx(math.degrees(math.atan2(40 - made["house"]["z"].min(), 608)), abs=0.1)
     assert {tile.name: tile.neighbours for tile in whole.tiles} == {"house": 1, "slab": 0}
