@@ -129,6 +129,19 @@ def test_a_page_is_the_commands(command, tmp_path, model, weather):
     assert mine.read_text() == "mine"
 
 
+def test_models_of_different_units_come_back_as_they_were_read(command, tmp_path, model, weather):
+    # A tower given in centimetres beside the court in metres: the saved results know how to read each.
+    tower = tmp_path / "tower.obj"
+    tower.write_text("v 2000 2000 0\nv 3000 2000 0\nv 3000 2000 9000\nv 2000 2000 9000\nf 1 2 3 4\n")
+    scene = [model, ins.read_model(tower, units="cm")]
+    result = ins.radiation(scene, model.select("surface").sensors(grid=4), weather, period="6/21")
+    result.save(tmp_path / "out")
+    said = command("view", tmp_path / "out", "--out", tmp_path / "later.html")
+    assert "warning" not in said  # the models give the scene that was computed, so the page shows it
+    read = result.summary["scene"]["files_read"]
+    assert [one["metres_per_unit"] for one in read] == [1, 0.01]
+
+
 def test_a_notebook_shows_groups(summer):
     shown = summer._repr_html_()
     assert "court_wall_north" in shown or "more</p>" in shown
