@@ -442,7 +442,7 @@ def city_crs(path: Path) -> Any:
         if not found:
             return None
         value = json.loads(found[1])
-    code = re.search(r"EPSG[:/]+[^:/]*[:/]*(\d+)$", value)
+    code = re.search(r"EPSG\b.*?(\d+)$", value)
     return crs_of(f"EPSG:{code[1]}" if code else value, os.fspath(path))
 
 

@@ -220,6 +220,28 @@ def _class_of(values: Array, names: list[str], bounds: Array, insufficient: str)
     return np.where(np.isfinite(values), np.array(names, dtype=object)[places], insufficient)
 
 
+def _pieces(pairs: Array, chosen: Array) -> Array:
+    """By cell: a number that the chosen cells of each connected piece have in common.
+
+    Parameters
+    ----------
+    pairs : shape (n, 2), of cells that lie side by side
+    chosen : array of bool, by cell
+    """
+    label = np.arange(len(chosen))
+    pairs = pairs[chosen[pairs].all(axis=1)]
+    # Of two pieces that touch, the one of the greater number is joined to the other; then every cell looks up the
+    # piece of its piece, until it has the least number of all that were joined.
+    while len(pairs):
+        ends = label[pairs]
+        apart = ends[:, 0] != ends[:, 1]
+        pairs, ends = pairs[apart], ends[apart]
+        np.minimum.at(label, ends.max(axis=1), ends.min(axis=1))
+        while not np.array_equal(further := label[label], label):
+            label = further
+    return label
+
+
 class _Sums:
     """Sums over the cells of each of some things."""
 
@@ -260,8 +282,8 @@ def cadastre(
     thresholds : iterable of float
         Further radiations [kWh/m2] for which tables say how much area gets that or more.
     min_area : float
-        A roof, wall or building is of a class when so much of its area reaches the class's bound
-        [m2]; what is below it in all classes is of the lowest.
+        A roof, wall or building is of a class when so much area that hangs together reaches the
+        class's bound [m2]; what has less in all classes is of the lowest.
     least_data : float
         Share of the area that must have data, 0 to 1; the rest is of the class `insufficient`.
     insufficient : str
@@ -314,20 +336,28 @@ def cadastre(
     areas = np.asarray(sensors.areas, dtype=np.float64)
     shell = district._buildings.shell
     kind = shell.kind[sensors.shell_faces]
+    neighbours = np.empty((0, 2), dtype=np.int64)
+    if len(names) > 1:
+        neighbours = sensors.neighbours().astype(np.int64)
     if not counts.all():
         notes.append(
             f"{int((~counts).sum()):,} cells lie within something and have no data, at walls between houses mostly"
         )
 
     def table_of(of: Array, number: int, chosen: Array, prefix: str) -> dict[str, Any]:
+        pairs = neighbours[(of[neighbours[:, 0]] == of[neighbours[:, 1]])]
         sums = _Sums(of[chosen], number, areas[chosen], counts[chosen])
         total = values["total_kwh_m2"][chosen]
         data: dict[str, Any] = {f"{prefix}area_m2": sums.whole}
         if names:
             best = np.zeros(number, dtype=np.int64)
-            for place, bound in enumerate(bounds):
-                reaching = sums.sum(areas[chosen], counts[chosen] & (total >= bound))
-                best = np.where((reaching >= min_area) & (reaching > 0.0), place, best)
+            largest = {}
+            for place, bound in enumerate(bounds[1:], 1):
+                reaching = chosen & counts & (values["total_kwh_m2"] >= bound)
+                piece = np.bincount(_pieces(pairs, reaching), weights=np.where(reaching, areas, 0.0))
+                largest[place] = np.zeros(number)
+                np.maximum.at(largest[place], of[: len(piece)], piece)
+                best = np.where((largest[place] >= min_area) & (largest[place] > 0.0), place, best)
             known = (sums.valid > 0.0) & (sums.valid >= least_data * sums.whole)
             data[f"{prefix}class"] = np.where(known, np.array(names, dtype=object)[best], insufficient)
         for name, one in values.items():
@@ -341,6 +371,8 @@ def cadastre(
         places = np.clip(np.searchsorted(bounds, total, side="right") - 1, 0, None)
         for place, name in enumerate(names):
             data[f"{prefix}{_slug(name)}_m2"] = sums.sum(areas[chosen], counts[chosen] & (places == place))
+        for place in range(1, len(names)):
+            data[f"{prefix}largest_{_slug(names[place])}_m2"] = largest[place]
         for bound in wanted:
             data[f"{prefix}from_{bound:g}_kwh_m2_m2".replace(".", "_")] = sums.sum(
                 areas[chosen], counts[chosen] & (total >= bound)

@@ -72,13 +72,14 @@ def crs_of(value: Any, what: str) -> pyproj.CRS:
 
     Raises
     ------
-    UsageError
-        When it names none.
+    UsageError, DataError
+        When it names none: the argument "crs", or a file.
     """
     try:
         crs = pyproj.CRS.from_user_input(value)
     except pyproj.exceptions.CRSError as error:
-        raise _core.UsageError(f"{what}: {value!r} is no coordinate reference system ({error})") from None
+        kind = _core.UsageError if what == "crs" else _core.DataError
+        raise kind(f"{what}: {value!r} is no coordinate reference system ({error})") from None
     if crs.is_compound:
         crs = crs.sub_crs_list[0]
     return crs.to_2d() if len(crs.axis_info) > 2 else crs

@@ -364,6 +364,11 @@ class Sensors:
         start = self._core.cell_start
         return np.split(self._core.corners, start[1:-1]) if len(start) else None
 
+    def neighbours(self) -> Array:
+        """Pairs of cells that share an edge, or a part of one, and look the same way within 15
+        degrees; shape (pairs, 2), each once, the lower number first."""
+        return self._core.neighbours()
+
     @property
     def tilts(self) -> Array:
         """Slopes [degrees]: 0 looks up, 90 is a wall; NaN for points without a surface."""

@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include <study/results/cell_neighbours.h>
+
 namespace insolate::python {
 
 study::StudyInputs inputsOf(const std::vector<PyMesh>& models, const PySensors& sensors) {
@@ -118,6 +120,19 @@ std::vector<std::string> namesOf(const PySensors& sensors,
         names.push_back(name == study::CellOrigin::unnamed ? std::string() : field.names[name]);
     }
     return names;
+}
+
+/// Pairs of cells that lie side by side.
+nb::ndarray<nb::numpy, std::uint32_t> neighboursOf(const PySensors& self) {
+    std::vector<std::uint32_t> numbers;
+    {
+        const nb::gil_scoped_release unlocked;
+        for (const auto& [first, second] : study::neighbouringCells(*self.field)) {
+            numbers.insert(numbers.end(), {first, second});
+        }
+    }
+    const std::size_t pairs = numbers.size() / 2;
+    return arrayOf(std::move(numbers), {pairs, 2});
 }
 
 /// The corners of the scene's triangles, nine numbers each.
@@ -237,9 +252,10 @@ void bindModel(nb::module_& module) {
         .def_prop_ro(
             "objects",
             [](const PySensors& self) { return namesOf(self, &study::CellOrigin::object); })
-        .def_prop_ro("materials", [](const PySensors& self) {
-            return namesOf(self, &study::CellOrigin::material);
-        });
+        .def_prop_ro(
+            "materials",
+            [](const PySensors& self) { return namesOf(self, &study::CellOrigin::material); })
+        .def("neighbours", &neighboursOf);
     module.def("read_model", &readModel, nb::arg("file"), nb::arg("options"),
                nb::arg("report").none());
     module.def("model_of", &modelOf, nb::arg("name"), nb::arg("vertices").noconvert(),

@@ -99,6 +99,8 @@ def test_a_map_in_another_projection_gives_the_same_radiation(weather):
         district = geo.read_district(table, id="name", height="height", crs=crs)
         result = ins.radiation(district.models, district.sensors("wall", grid=1.0), weather, period="12/1-12/31")
         means.append(geo.cadastre(result).walls.sort_values(["building", "azimuth_deg"]))
+        stand = shapely.union_all(means[-1].geometry.array)
+        assert stand.hausdorff_distance(shapely.boundary(shapely.union_all(district.buildings.geometry.array))) < 1e-3
     np.testing.assert_allclose(means[0]["azimuth_deg"], means[1]["azimuth_deg"], atol=0.1)
     np.testing.assert_allclose(means[0]["total_kwh_m2"], means[1]["total_kwh_m2"], rtol=0.02)
 
@@ -291,8 +293,9 @@ def test_tables_are_sums_over_cells(street, weather):
             assert row[f"{surface}_energy_kwh"] == pytest.approx(group["energy"].sum())
             assert row[f"{surface}_area_m2"] == pytest.approx(group["area_m2"].sum())
             assert row[f"{surface}_total_kwh_m2"] == pytest.approx(group["energy"].sum() / group["area_m2"].sum())
-            over = group["area_m2"][group["total_kwh_m2"] >= 1000.5].sum()
-            assert row[f"{surface}_from_1000_5_kwh_m2_m2"] == pytest.approx(over)
+            for bound, text in ((500.0, "500"), (1000.5, "1000_5")):
+                over = group["area_m2"][group["total_kwh_m2"] >= bound].sum()
+                assert row[f"{surface}_from_{text}_kwh_m2_m2"] == pytest.approx(over)
             classes = [row[f"{surface}_{one}_m2"] for one in ("low", "good", "best")]
             bins = np.histogram(group["total_kwh_m2"], [0, 900, 1150, 1e9], weights=group["area_m2"])[0]
             np.testing.assert_allclose(classes, bins, atol=1e-6)
@@ -328,12 +331,39 @@ def test_classes_say_when_data_do_not_suffice(weather):
     assert made.buildings["roof_class"].tolist()[0] == "very good"
     assert made.buildings["roof_class"].tolist()[1:] == ["insufficient data"] * 2
     assert made.buildings["roof_no_data_m2"].tolist() == pytest.approx([0.0, 80.0, 0.0])
+    # Of the low roof's strip of 2 m the shade leaves less than 25 m2, and nothing else hangs together with it.
     strip = geo.cadastre(result, least_data=0.15, min_area=25.0).roofs
     assert strip["class"].tolist() == ["very good", "unsuitable"]
     assert geo.cadastre(result, least_data=0.15, min_area=5.0).roofs["class"].tolist()[1] != "insufficient data"
     assert np.isnan(geo.cells(result)["total_kwh_m2"]).sum() == 80
     with pytest.raises(ins.UsageError, match="ascending"):
         geo.cadastre(result, classes={"b": 900, "a": 100})
+
+
+def test_areas_must_hang_together(weather):
+    parts = shapely.MultiPolygon([box(0, 0, 3, 4), box(6, 0, 3, 4), box(12, 0, 3, 5)])
+    district = geo.read_district(outlines([parts]), height="height")
+    result = ins.radiation(district.models, district.sensors(grid=1.0), weather)
+    made = geo.cadastre(result, min_area=16.0)
+    first = made.buildings.iloc[0]
+    assert first["roof_class"] == "unsuitable"
+    assert first["roof_very_good_m2"] == pytest.approx(39.0)
+    assert first["roof_largest_good_m2"] == pytest.approx(15.0)
+    assert sorted(made.roofs["largest_very_good_m2"]) == pytest.approx([12.0, 12.0, 15.0])
+    assert geo.cadastre(result, min_area=15.0).buildings["roof_class"].tolist() == ["very good"]
+    # As found by walking from cell to cell.
+    random = np.random.default_rng(7)
+    pairs, chosen = np.sort(random.integers(0, 300, (260, 2)), axis=1), random.uniform(size=300) < 0.8
+    label = importlib.import_module("insolate._geo_cadastre")._pieces(pairs, chosen)
+    near = {i: [] for i in range(300)}
+    for a, b in pairs[chosen[pairs].all(axis=1)]:
+        near[a].append(b)
+        near[b].append(a)
+    for start in range(300):
+        reached, ahead = {start}, [start]
+        while ahead:
+            ahead = [new for one in ahead for new in near[one] if new not in reached and not reached.add(new)]
+        assert set(np.nonzero(label == label[start])[0]) == reached
 
 
 def test_files_are_what_others_read(street, tmp_path):
@@ -488,6 +518,14 @@ def test_roofs_of_city_models_know_their_building(tmp_path, weather):
     assert south["total_kwh_m2"] > 1.3 * north_side["total_kwh_m2"]
     assert south.geometry.area == pytest.approx(40.0)
     assert made.walls["area_m2"].sum() == pytest.approx(2 * 60 + 2 * (48 + 16))
+    # Without semantics the slopes say what is a roof; a CRS with heights counts by its plane.
+    kinds_of = district._buildings.shell.kind.tolist()
+    del solid["semantics"]
+    city["metadata"]["referenceSystem"] = "urn:ogc:def:crs:EPSG::5555"
+    file.write_text(json.dumps(city))
+    plain = geo.read_district(file)
+    assert plain._buildings.shell.kind.tolist() == kinds_of
+    assert plain.frame.crs.to_epsg() == 25832
 
 
 def test_what_is_missing_is_named():
