@@ -492,7 +492,9 @@ def read_city(source: CitySource, frame: Frame, bounds: Bounds) -> Buildings:
     # Newell's sum by face gives its normal, whatever its corners.
     following = np.arange(1, len(corners) + 1)
     following[start + counts - 1] = start
-    normals = np.add.reduceat(np.cross(corners, corners[following]), start, axis=0)
+    # It is taken about the first one, since places far from the origin would cost the sum its digits.
+    about = corners - np.repeat(corners[start], counts, axis=0)
+    normals = np.add.reduceat(np.cross(about, about[following]), start, axis=0)
     length = np.linalg.norm(normals, axis=1)
     tilt = np.degrees(np.arccos(np.clip(normals[:, 2] / np.where(length > 0.0, length, 1.0), -1.0, 1.0)))
     kind = np.select([tilt < 75.0, tilt <= 105.0], [roof, wall], floor)

@@ -225,6 +225,7 @@ def read_district(
     window: Any = None,
     margin: float = 500.0,
     crs: Any = None,
+    origin: Optional[Sequence[float]] = None,
     layer: Optional[str] = None,
     id: Optional[str] = None,
     height: Union[str, Sequence[str], None] = None,
@@ -259,6 +260,9 @@ def read_district(
         The CRS to compute and write in, as an EPSG code for instance; by default that of the
         buildings, or of the raster, or the UTM zone where that is not projected or stretches
         lengths by more than 1 %. Files that name none are taken to be in it.
+    origin : (easting, northing), optional
+        Where x = y = 0 of the models lies [units of the CRS]; by default in the middle of the
+        window. Tiles of a city need one for all of them.
     layer : str, optional
         Of a file with several.
     id : str, optional
@@ -350,7 +354,7 @@ def read_district(
         area, bounds = window, checked_window(window.bounds)
     else:
         bounds = checked_window(window)
-    frame = frame_at(computed, bounds)
+    frame = frame_at(computed, bounds, origin)
     notes = [frame.note] + ([why] if why else [])
     reach = _reach(bounds, margin / frame.unit)
     heights = None

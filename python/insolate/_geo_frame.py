@@ -28,9 +28,9 @@ class Frame:
     crs: pyproj.CRS  #: horizontal and projected
     origin: tuple[float, float]  #: easting and northing of x = y = 0 [units of the CRS]
     unit: float  #: metres in a unit of the CRS
-    latitude: float  #: of the origin [degrees]
-    longitude: float  #: of the origin [degrees, east positive]
-    north: float  #: from grid north clockwise to true north at the origin [degrees]
+    latitude: float  #: of the window's middle [degrees]
+    longitude: float  #: of the window's middle [degrees, east positive]
+    north: float  #: from grid north clockwise to true north there [degrees]
 
     def to_map(self, points: Any) -> Array:
         """Eastings and northings of x and y; further columns stay as they are.
@@ -178,12 +178,21 @@ def working_crs(given: Optional[pyproj.CRS], crs: pyproj.CRS, bounds: Bounds, na
     return utm, f"{name}: {name_of(crs)} {why}; computed and written in {name_of(utm)}, unless crs= names another"
 
 
-def frame_at(crs: pyproj.CRS, bounds: Bounds) -> Frame:
-    """The frame about the middle of bounds, at whole units of the CRS."""
+def frame_at(crs: pyproj.CRS, bounds: Bounds, origin: Optional[Sequence[float]]) -> Frame:
+    """The frame for bounds, from an origin or from their middle, at whole units of the CRS.
+
+    Raises
+    ------
+    UsageError
+    """
     x, y = (float(np.round(0.5 * (bounds[i] + bounds[i + 2]))) for i in (0, 1))
     longitude, latitude = _degrees_of(crs, x, y)
     to_north = _around(crs, longitude, latitude)[0]
     north = float(np.degrees(np.arctan2(to_north[0], to_north[1])))
+    if origin is not None:
+        if len(origin) != 2 or not np.isfinite(origin).all():
+            raise _core.UsageError(f"origin {tuple(origin)}: give an easting and a northing")
+        x, y = float(origin[0]), float(origin[1])
     return Frame(crs, (x, y), _metres(crs), latitude, longitude, north)
 
 

@@ -279,6 +279,25 @@ def test_windows_side_by_side_share_no_building_but_shadows(weather):
     assert means[1][1] < 0.9 * means[0][1]
 
 
+def test_windows_are_tiles_of_a_city(tmp_path, weather):
+    pytest.importorskip("zarr", reason="the extra insolate[dask] is not installed")
+    table = outlines([box(30 * i, 0) for i in range(4)], height=[20.0, 5.0, 25.0, 5.0])
+    options = {"id": "name", "height": "height", "origin": (0, 0)}
+    whole = geo.read_district(table, **options)
+    total = ins.radiation(whole.models, whole.sensors(["roof", "wall"], grid=5.0), weather, period="3/21").total
+
+    def tile(west):
+        window = (east + west, north - 5, east + west + 60, north + 20)
+        district = geo.read_district(table, window=window, margin=0.0, **options)
+        return district.models[0], district.sensors(["roof", "wall"], grid=5.0)
+
+    tiles = {"a": lambda: tile(-5.0), "b": lambda: tile(55.0)}
+    city = ins.city(tiles, weather, store=tmp_path / "city", north=whole.north, period="3/21")
+    order = np.argsort(whole.sensors(["roof", "wall"], grid=5.0).points[:, 0] >= east + 55.0, kind="stable")
+    np.testing.assert_array_equal(np.concatenate([city["a"]["total"], city["b"]["total"]]), total[order])
+    assert whole.models[0].vertices[:, :2].min(axis=0).tolist() == pytest.approx([east, north])
+
+
 def test_tables_are_sums_over_cells(street, weather):
     district, result = street
     made = geo.cadastre(result, thresholds=[500, 1000.5], classes={"low": 0, "good": 900, "best": 1150})
