@@ -4,7 +4,7 @@
     ./dev python bench/cluster.py kills          # 20 workers killed at random moments
     ./dev python bench/cluster.py tiles          # a city in tiles against the same city whole
     ./dev python bench/cluster.py city STORE     # 10 million sensors over 10 million triangles
-    ./dev python bench/cluster.py plan [RATE]    # a simulation for 1e8 and 1e10 sensors
+    ./dev python bench/cluster.py plan STORE     # that run in a simulation, and 1e8 and 1e10 sensors by its rates
 
 Needs `insolate[dask]`.
 """
@@ -14,6 +14,7 @@ from __future__ import annotations
 import functools
 import heapq
 import json
+import math
 import os
 import random
 import resource
@@ -92,7 +93,7 @@ def two() -> None:
 
 def kills(wanted: int = 20) -> None:
     weather = ins.read_weather(weather_file)
-    model = town(40, 40)
+    model = town(30, 30)
     sensors = model.sensors(grid=2.5)
     single = ins.radiation(model, sensors, weather)
     chance = random.Random(11)
@@ -112,7 +113,7 @@ def kills(wanted: int = 20) -> None:
 
             killer = threading.Thread(target=kill, args=(min(6, wanted - killed),))
             killer.start()
-            made = ins.radiation(model, sensors, weather, client=client, store=store, block=4096)
+            made = ins.radiation(model, sensors, weather, client=client, store=store, block=2048)
             over.set()
             killer.join()
             assert same(made, single)
@@ -196,39 +197,61 @@ def large(store: str, side: float = 10) -> None:
     )
 
 
-def plan(rate: float = 17_000.0) -> None:
-    """Hosts of 32 threads take blocks from one queue, as the workers do, with hosts lost now and then.
+def queued(seconds: list[float], hosts: int, chance: random.Random, lost_every: float = math.inf) -> tuple[float, int]:
+    """When hosts are done that take blocks from one queue, and how many blocks they lose.
 
-    rate: sensors a second for each thread.
+    lost_every: mean time after which a host is lost [s]; it is back two minutes later.
     """
-    threads, build, transfer, per_task = 32, 3.0, 0.5, 0.005  # s: index, reading and writing, scheduler
-    block = 262_144 * threads
-    for sensors, hosts in ((1e8, 1), (1e8, 4), (1e10, 16), (1e10, 100)):
+    per_task = 0.005  # of the scheduler, for each block [s]
+    waiting = list(reversed(seconds))
+    free = [(0.0, host) for host in range(hosts)]
+    given = end = 0.0
+    lost = 0
+    while waiting:
+        at, host = heapq.heappop(free)
+        given = max(given + per_task, at)
+        work = waiting.pop()
+        if chance.random() < work / lost_every:
+            waiting.append(work)
+            heapq.heappush(free, (given + chance.random() * work + 120.0, host))
+            lost += 1
+            continue
+        end = max(end, given + work)
+        heapq.heappush(free, (given + work, host))
+    return end, lost
+
+
+def plan(store: str) -> None:
+    """First the run in the store again, as a check; then larger ones by its rates."""
+    receipts = [json.loads(path.read_bytes()) for path in Path(store, "receipts").glob("*.block*.json")]
+    lines = [json.loads(line) for line in Path(store, "journal.jsonl").read_text().splitlines()]
+    real = max(line["time"] for line in lines) - min(line["time"] for line in lines)
+    sensors = sum(one["sensors"] for one in receipts)
+    processor = sum(one["processor_seconds"] for one in receipts)
+    workers_seen = len({line["pid"] for line in lines})
+    order = [line["block"] for line in lines if line["what"] == "finished"]
+    seconds = {f"{one['tile']}.block{one['block']}": one["seconds"] for one in receipts}
+    again, _ = queued([seconds[name] for name in order], workers_seen, random.Random(1))
+    size = sum(file.stat().st_size for file in Path(store, "results.zarr").rglob("*") if file.is_file()) / sensors
+    files = sum(file.stat().st_size for file in Path(store, "files").iterdir()) / sensors
+    rate = sensors / processor
+    print(
+        f"the run of {sensors} sensors on {workers_seen} workers: {real:.0f} s, simulated {again:.0f} s; "
+        f"{rate:.0f} sensors for a processor second with all that belongs to tiles; {size:.0f} B a sensor in results, "
+        f"{files:.0f} in scenes"
+    )
+    threads, spread = 32, 0.3
+    for wanted, hosts in ((1e8, 1), (1e8, 4), (1e10, 16), (1e10, 100)):
         chance = random.Random(1)
-        block = min(262_144 * threads, int(sensors / (24 * hosts)))
-        waiting = int(-(-sensors // block))
-        free = [(0.0, host) for host in range(hosts)]
-        heapq.heapify(free)
-        given = end = 0.0
-        lost = 0
-        busy = 0.0
-        while waiting:
-            at, host = heapq.heappop(free)
-            given = max(given + per_task, at)
-            work = (build + transfer + block / (rate * threads)) * chance.uniform(0.7, 1.3)
-            if chance.random() < work / (200 * 3600):  # a host is lost every 200 hours, and comes back
-                heapq.heappush(free, (given + chance.random() * work + 120.0, host))
-                lost += 1
-                continue
-            waiting -= 1
-            busy += work
-            end = max(end, given + work)
-            heapq.heappush(free, (given + work, host))
+        tile = 1e6  # sensors
+        block = tile / (0.9 * threads * rate)  # s; a tenth is lost to what has one thread
+        listed = [block * chance.uniform(1 - spread, 1 + spread) for _ in range(int(wanted / tile))]
+        end, lost = queued(listed, hosts, chance, lost_every=200 * 3600.0)
         print(
-            f"{sensors:.0e} sensors, {hosts} hosts of {threads} threads: blocks of {block} "
-            f"({busy / (sensors / block):.0f} s), "
-            f"{end / 60:.1f} min, hosts busy {busy / (end * hosts):.0%}, {lost} blocks lost, "
-            f"{end * hosts * threads / 3600:.0f} thread hours; results {sensors * 44 / 1e9:.0f} GB before compression"
+            f"{wanted:.0e} sensors in tiles of {tile:.0e}, {hosts} hosts of {threads} cores: {len(listed)} blocks of "
+            f"{block:.1f} s, {end / 60:.1f} min, hosts busy {sum(listed) / (end * hosts):.0%}, {lost} blocks lost, "
+            f"{end * hosts * threads / 3600:.0f} core hours; {wanted * size / 1e9:.0f} GB of results, "
+            f"{wanted * files / 1e9:.0f} GB of scenes"
         )
 
 

@@ -2,12 +2,14 @@
 
 from __future__ import annotations
 
+import contextlib
 import json
 import math
 import os
 import random
 import signal
 import subprocess
+import sys
 import threading
 import time
 from collections import Counter
@@ -151,6 +153,43 @@ def test_killed_workers_cost_their_blocks_alone(cluster, client, town, weather, 
     lost = sum(begun.values()) - len(begun)
     assert lost <= len(kills)
     assert not list(store.rglob("*.partial"))
+
+
+@pytest.fixture
+def other_host():
+    """A network of its own with the address 10.201.7.2, whose neighbour is 10.201.7.1 here."""
+    name = "insolate-test"
+    commands = [
+        ["netns", "add", name],
+        ["link", "add", "insolate0", "type", "veth", "peer", "name", "insolate1", "netns", name],
+        ["addr", "add", "10.201.7.1/24", "dev", "insolate0"],
+        ["link", "set", "insolate0", "up"],
+        ["-n", name, "addr", "add", "10.201.7.2/24", "dev", "insolate1"],
+        ["-n", name, "link", "set", "insolate1", "up"],
+    ]
+    try:
+        for command in commands:
+            subprocess.run(["ip", *command], check=True, capture_output=True)
+        yield ["ip", "netns", "exec", name]
+    except (OSError, subprocess.CalledProcessError):
+        pytest.skip("needs to make a network")
+    finally:
+        with contextlib.suppress(OSError):
+            subprocess.run(["ip", "netns", "delete", name], check=False, capture_output=True)
+
+
+def test_a_worker_on_another_host(other_host, town, weather, alone, tmp_path):
+    with distributed.LocalCluster(n_workers=0, host="10.201.7.1", dashboard_address=None) as cluster:
+        command = [sys.executable, "-m", "distributed.cli.dask_worker", cluster.scheduler_address, "--nthreads", "2"]
+        worker = subprocess.Popen([*other_host, *command, "--no-dashboard"], cwd=tmp_path, stderr=subprocess.DEVNULL)
+        try:
+            with distributed.Client(cluster) as client:
+                client.wait_for_workers(1, timeout=60)
+                assert all("10.201.7.2" in address for address in client.nthreads())
+                assert_same(ins.radiation(*town, weather, client=client, by=["object"], **quick), alone)
+        finally:
+            worker.terminate()
+            worker.wait()
 
 
 def test_a_worker_that_dies_each_time_is_named(client, weather, tmp_path, monkeypatch):
