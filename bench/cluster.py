@@ -62,7 +62,7 @@ def town(columns: int, rows: int, x: float = 0.0, y: float = 0.0, seed: int = 1,
 
 
 def workers(count: int, threads: int = 1) -> LocalCluster:
-    return LocalCluster(n_workers=count, threads_per_worker=threads, dashboard_address=None)
+    return LocalCluster(n_workers=count, threads_per_worker=threads, dashboard_address=":0")
 
 
 def same(a: ins.Radiation, b: ins.Radiation) -> bool:

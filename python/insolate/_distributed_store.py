@@ -198,6 +198,7 @@ class Store:
         self.files = self.path / "files"
         self.receipt_folder = self.path / "receipts"
         self.results = self.path / "results.zarr"
+        self._open: tuple[str, dict[str, Any]] = ("", {})  # arrays of the tile in hand
 
     # What is calculated.
 
@@ -376,10 +377,8 @@ class Store:
 
     def write(self, tile: str, name: str, first: int, values: Array) -> None:
         """Whole chunks of one array, each of them complete or as before, on the disk."""
-        import zarr
-
         path = self.results / tile / name
-        array = zarr.open_array(str(path), mode="r+").with_config({"write_empty_chunks": True})
+        array = self._array(tile, name)
         if first % array.chunks[0] != 0:
             raise ValueError(f"{name}: sensor {first} does not begin a chunk")
         array[first : first + len(values)] = values
@@ -389,10 +388,25 @@ class Store:
 
     def sensors(self, tile: str, first: int, end: int) -> tuple[Array, Array]:
         """Points and normals of some sensors, shape (n, 3) each."""
-        group = self.group(tile)
-        points = np.stack([group[axis][first:end] for axis in ("x", "y", "z")], axis=1)
-        normals = np.stack([group[axis][first:end] for axis in ("nx", "ny", "nz")], axis=1)
+        points = np.stack([self.part(tile, axis, first, end) for axis in ("x", "y", "z")], axis=1)
+        normals = np.stack([self.part(tile, axis, first, end) for axis in ("nx", "ny", "nz")], axis=1)
         return np.ascontiguousarray(points), np.ascontiguousarray(normals)
+
+    def part(self, tile: str, name: str, first: int, end: int) -> Array:
+        """Some of a column."""
+        return np.asarray(self._array(tile, name)[first:end])
+
+    def _array(self, tile: str, name: str) -> Any:
+        import zarr
+
+        held, arrays = self._open
+        if held != tile:
+            arrays = {}
+            self._open = (tile, arrays)
+        if name not in arrays:
+            array = zarr.open_array(str(self.results / tile / name), mode="r+")
+            arrays[name] = array.with_config({"write_empty_chunks": True})
+        return arrays[name]
 
 
 def peak_memory() -> int:

@@ -109,10 +109,17 @@ class Scenes:
         self._lock = threading.Lock()
         self._key: Any = None
         self._study: Optional[_core.Study] = None
+        self._store: Optional[Store] = None
+
+    def _store_at(self, path: str) -> Store:
+        store = self._store
+        if store is None or str(store.path) != path:
+            store = self._store = Store(path)
+        return store
 
     def survey(self, job: Job, task: TileSource) -> dict[str, Any]:
         """Reads a tile and cuts its sensors; files and arrays are in the store afterwards."""
-        store = Store(job.store)
+        store = self._store_at(job.store)
         receipt = store.receipt(survey_name(task.tile))
         if receipt is not None:
             return receipt
@@ -162,7 +169,7 @@ class Scenes:
 
     def block(self, job: Job, task: Block) -> dict[str, Any]:
         """Calculates a block and writes it, unless it is finished."""
-        store = Store(job.store)
+        store = self._store_at(job.store)
         receipt = store.receipt(task.name)
         if receipt is not None:
             return receipt
@@ -197,7 +204,7 @@ class Scenes:
                 hours = self._study.hours_of(points[part], normals[part], None)
                 store.write(tile, "poa_global", first, np.rint(hours / hours_step).astype(np.uint16))
         totals = np.asarray(columns[0][3], dtype=np.float64)
-        areas = np.asarray(store.group(tile)["area"][task.first : task.end], dtype=np.float64)
+        areas = store.part(tile, "area", task.first, task.end).astype(np.float64)
         known = np.isfinite(areas)
         receipt = {
             "tile": tile,

@@ -60,7 +60,7 @@ __all__ = ["City", "Incomplete", "city", "tiles_of"]
 #: Sensors of a block for each thread of a worker: 15 s at 17,000 sensors a second.
 sensors_per_thread = 262_144
 #: Blocks for each worker, where there are few sensors: the last ones leave few workers idle.
-blocks_per_worker = 24
+blocks_per_worker = 12
 #: How often a block is given out again whose workers died; Dask has tried three others each time.
 submissions = 3
 
@@ -257,16 +257,24 @@ def _block_size(runner: Union[_Here, _Dask], count: Optional[int], block: Option
     return -(-int(block) // hours_chunk[0]) * hours_chunk[0]
 
 
-def _columns(weather: Weather, texts: OptionTexts) -> list[tuple[str, str, str]]:
-    """What each sensor gets; refuses wrong options before anything is begun."""
+def _check_method(texts: OptionTexts) -> None:
     method = next((values[0] for name, values in texts if name == "method"), "hourly")
     if method != "hourly":
         raise _core.UsageError(f"--method {method}: runs in one process; leave client and store out, or take hourly")
-    plate = np.array([[0.0, 0.0, 0.0], [9.0, 0.0, 0.0], [0.0, 9.0, 0.0]])
-    mesh = mesh_of(plate, np.array([[0, 1, 2]]), "plate")
-    study = _core.prepare_study([mesh], None, weather._core, texts, None, None)
+
+
+def _columns_of(study: _core.Study) -> list[tuple[str, str, str]]:
+    """Names, units and titles of what each sensor gets."""
     found = study.columns_of(np.array([[0.0, 0.0, 1.0]]), np.array([[0.0, 0.0, 1.0]]), None)
     return [(name, unit, title) for name, unit, title, _ in found]
+
+
+def _columns(weather: Weather, texts: OptionTexts) -> list[tuple[str, str, str]]:
+    """The same without a scene; refuses wrong options before anything is begun."""
+    _check_method(texts)
+    plate = np.array([[0.0, 0.0, 0.0], [9.0, 0.0, 0.0], [0.0, 9.0, 0.0]])
+    mesh = mesh_of(plate, np.array([[0, 1, 2]]), "plate")
+    return _columns_of(_core.prepare_study([mesh], None, weather._core, texts, None, None))
 
 
 def _blocks(scene: TileScene, count: int, block: int) -> Iterator[Block]:
@@ -307,8 +315,9 @@ def radiation_of(
     for name, _ in texts:
         if name.replace("-", "_") in _alone:
             raise _core.UsageError(f"--{name}: runs in one process; leave client and store out")
-    columns = _columns(weather, _of_sensors(texts))
+    _check_method(texts)
     study = _core.prepare_study([one._core for one in models], sensors._core, weather._core, texts, None, report)
+    columns = _columns_of(study)
     if store is None:
         with tempfile.TemporaryDirectory(prefix="insolate-") as folder:
             place = os.path.join(folder, "store")

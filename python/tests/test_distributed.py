@@ -45,7 +45,7 @@ def houses(columns, rows, x=0.0, y=0.0):
 
 @pytest.fixture(scope="module")
 def cluster():
-    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None) as started:
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=":0") as started:
         yield started
 
 
@@ -179,7 +179,7 @@ def other_host():
 
 
 def test_a_worker_on_another_host(other_host, town, weather, alone, tmp_path):
-    with distributed.LocalCluster(n_workers=0, host="10.201.7.1", dashboard_address=None) as cluster:
+    with distributed.LocalCluster(n_workers=0, host="10.201.7.1", dashboard_address=":0") as cluster:
         command = [sys.executable, "-m", "distributed.cli.dask_worker", cluster.scheduler_address, "--nthreads", "2"]
         worker = subprocess.Popen([*other_host, *command, "--no-dashboard"], cwd=tmp_path, stderr=subprocess.DEVNULL)
         try:
@@ -268,11 +268,12 @@ def test_what_is_cut_is_bounded(weather, tmp_path):
     assert any("at most" in note for note in made.notes)
 
 
-def test_terrain_beyond_stands_where_it_is():
-    # A ridge along y = 5,000 m, 400 m high, on a plain at 100 m.
+@pytest.mark.parametrize(("cell", "ridge"), [(50.0, 400.0), (600.0, 2500.0)])
+def test_terrain_beyond_stands_where_it_is(cell, ridge):
+    # A ridge along y = 99.5 cells on a plain at 100 m: 5 km away, and 60, where the earth hides 245 m of it.
     grid = np.full((240, 240), 100.0)
-    grid[19:21] = 500.0
-    heights = context.Grid(grid, -6000.0, 6000.0, (50.0, 50.0))
+    grid[19:21] = 100.0 + ridge
+    heights = context.Grid(grid, -120 * cell, 120 * cell, (cell, cell))
     vertices, quads = context.horizon_walls(heights, (0.0, 0.0), 100.0, 1000.0, 360)
     walls = ins.Model(vertices, quads, orient="keep")
 
@@ -286,9 +287,9 @@ def test_terrain_beyond_stands_where_it_is():
 
     for x, y in ((0, 0), (300, 500), (-500, -400)):
         for azimuth in (0, 30, 330):
-            far = (4975 - y) / math.cos(math.radians(azimuth))
+            far = (99.5 * cell - y) / math.cos(math.radians(azimuth))
             drop = far**2 / (2 * 6371000 / 0.87)
-            assert angle(x, y, azimuth) == pytest.approx(math.degrees(math.atan2(400 - drop, far)), abs=0.15)
+            assert angle(x, y, azimuth) == pytest.approx(math.degrees(math.atan2(ridge - drop, far)), abs=0.12)
     assert angle(0, 0, 180) == 0.0
     with pytest.raises(ins.UsageError, match="72 or more"):
         ins.city({"a": walls}, "none.epw", store="none", horizon=heights, directions=36)
