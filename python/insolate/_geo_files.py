@@ -64,7 +64,7 @@ def origin_of(result: Columns, notes: list[str]) -> dict[str, str]:
     summary: dict[str, Any] = getattr(result, "summary", {})
     if summary:
         weather = summary["weather"]
-        texts["weather"] = f"{weather['file']}: {weather['site']}"
+        texts["weather"] = f"{os.path.basename(weather['file'])}: {weather['site']}"
         texts["period"] = summary["period"]["text"]
         texts["method"] = summary["method"]
         options = {
