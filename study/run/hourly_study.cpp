@@ -1,5 +1,6 @@
 #include "study/run/hourly_study.h"
 
+#include "study/run/enclosed.h"
 #include "study/run/sun_paths.h"
 
 #include "study/support/errors.h"
@@ -208,12 +209,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
 
 bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const SensorField&,
                              std::size_t sensor) const {
-    // Sums of views that were taken out again are not quite 0, and a nearly level roof's part of
-    // the ground is not looked for.
-    constexpr float leastSky = 0.001f;
-    constexpr float leastGround = 0.5f;
-    return columns[skyView].values[sensor] < leastSky &&
-           !(columns[groundView].values[sensor] >= leastGround);
+    return isEnclosedView(columns[skyView].values[sensor], columns[groundView].values[sensor]);
 }
 
 SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) const {

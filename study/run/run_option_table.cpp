@@ -86,6 +86,16 @@ void addSummerTimeOption(OptionTable& table, std::function<void(const std::strin
                }});
 }
 
+void addEnclosedOption(OptionTable& table, bool& keep) {
+    table.add({.name = "enclosed",
+               .help = "Whether sensors that see neither sky nor ground, as inside of a body or "
+                       "against one, count in means, groups and colours (keep) or not (drop)",
+               .typeName = "NAME",
+               .choices = {"keep", "drop"},
+               .usual = "drop",
+               .take = [&](const std::string& text) { keep = text == "keep"; }});
+}
+
 LengthUnit lengthUnitOf(const std::string& option, const std::string& name) {
     const auto found = unitNames.find(name);
     if (found == unitNames.end()) {
@@ -318,13 +328,7 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.number("page-limit", options.pageLimit, "MB",
                  "What page.html may weigh; beyond it values lose digits and columns are left out",
                  "MB above 0");
-    table.add({.name = "enclosed",
-               .help = "Whether sensors that see neither sky nor ground, as inside of a body or "
-                       "against one, count in means and colours (keep) or not (drop)",
-               .typeName = "NAME",
-               .choices = {"keep", "drop"},
-               .usual = "drop",
-               .take = [&](const std::string& text) { options.keepEnclosed = text == "keep"; }});
+    addEnclosedOption(table, options.keepEnclosed);
     table.flag("dry-run", options.dryRun,
                "Print sensors, area, memory and time that the run would take, and write nothing");
     table.add({.name = "classes",

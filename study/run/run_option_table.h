@@ -18,6 +18,9 @@ INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options
 /// --dst, which gives a text that summerTimeOf() takes.
 void addSummerTimeOption(OptionTable& table, std::function<void(const std::string&)> take);
 
+/// --enclosed
+void addEnclosedOption(OptionTable& table, bool& keep);
+
 /// The unit of that name: mm, cm, m, ft or in.
 /// @throws UsageError beginning with "--OPTION"
 INSOLATE_STUDY_EXPORT LengthUnit lengthUnitOf(const std::string& option, const std::string& name);

@@ -6,6 +6,7 @@
 #include "study/results/cell_neighbours.h"
 #include "study/run/calculate_hours.h"
 #include "study/run/calculate_sensors.h"
+#include "study/run/enclosed.h"
 #include "study/run/result_files.h"
 #include "study/run/run_files.h"
 #include "study/run/study_record.h"
@@ -162,18 +163,8 @@ void reportResults(const PreparedStudy& study, const StudyResults& results, Prog
         progress.warn(noLightText(study.options.weather));
     }
     if (results.enclosedCount > 0) {
-        const std::size_t sensors = study.inputs.field.size();
-        progress.warn(fmt::format(
-            "{} of {} {} {} {}{}; {} may lie inside closed geometry or face into it: check "
-            "the faces' normals, --offset and --select",
-            groupedDigits(results.enclosedCount), groupedDigits(sensors),
-            counted(sensors, "sensor", "sensors"), counted(results.enclosedCount, "sees", "see"),
-            study.method->enclosedText(),
-            study.options.keepEnclosed
-                ? ""
-                : counted(results.enclosedCount, " and is left out of means and colours",
-                          " and are left out of means and colours"),
-            counted(results.enclosedCount, "it", "they")));
+        progress.warn(enclosedWarning(results.enclosedCount, study.inputs.field.size(),
+                                      study.method->enclosedText(), study.options.keepEnclosed));
     }
     const ColumnRange range =
         rangeOf(inKilowattHours(results.columns.front()).values, results.areas, results.included);

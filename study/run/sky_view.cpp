@@ -1,10 +1,15 @@
 #include "study/run/sky_view.h"
 
 #include "study/model/recentring.h"
+#include "study/run/enclosed.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 #include "study/support/readable.h"
 
+#include <algorithm>
+#include <cmath>
+
+#include <fmt/format.h>
 #include <insolate/insolate.h>
 
 namespace insolate::study {
@@ -23,6 +28,37 @@ HourlyAnalysis analysisWithoutSun(double north) {
         buildHourlySky(makeWeatherSeries(Site{}, dark, dark).series, midnight, sky), analysis);
 }
 
+/// @throws Stopped
+std::vector<SensorResult> viewsOf(const std::vector<Sensor>& sensors, const OcclusionIndex& index,
+                                  const HourlyAnalysis& analysis,
+                                  const EvaluateOptions& evaluation) {
+    std::vector<SensorResult> views(sensors.size());
+    if (!analysis.evaluate(index, sensors, views, evaluation)) {
+        throw Stopped();
+    }
+    return views;
+}
+
+/// A few of the rays to the sky, well before the surface and neither at the horizon nor at the
+/// zenith: any of them alone is more than an enclosed sensor sees.
+SkyCellSet tellingCells(const SkyDirections& directions, const XYZf& normal) {
+    constexpr int sectorsApart = 6;
+    constexpr int bandsApart = 3;
+    constexpr int lastBand = 14;
+    constexpr float leastCosine = 0.2f;
+    const float length = std::hypot(normal.x, normal.y, normal.z);
+    SkyCellSet cells;
+    for (int altitude = 1; altitude < lastBand; altitude += bandsApart) {
+        for (int azimuth = 0; azimuth < skyGrid::azimuthCount; azimuth += sectorsApart) {
+            const XYZf& d = directions.direction(azimuth, altitude);
+            if (normal.x * d.x + normal.y * d.y + normal.z * d.z >= leastCosine * length) {
+                cells.insert(azimuth, altitude);
+            }
+        }
+    }
+    return cells;
+}
+
 } // namespace
 
 std::vector<ResultColumn> skyViews(const StudyInputs& inputs, double north, int threads,
@@ -35,17 +71,14 @@ std::vector<ResultColumn> skyViews(const StudyInputs& inputs, double north, int 
     for (std::size_t i = 0; i < field.size(); ++i) {
         sensors.push_back({recentring.local(field.positions[i]), narrowed(field.normals[i])});
     }
-    std::vector<SensorResult> results(sensors.size());
     EvaluateOptions evaluation;
     evaluation.threads = threads;
     evaluation.progress = [&](std::size_t finished) { progress.advance(finished); };
     evaluation.stop = stop;
     progress.begin(sensors.size(), counted(sensors.size(), "sensor", "sensors"));
-    const bool isComplete = analysisWithoutSun(north).evaluate(index, sensors, results, evaluation);
+    const std::vector<SensorResult> results =
+        viewsOf(sensors, index, analysisWithoutSun(north), evaluation);
     progress.end();
-    if (!isComplete) {
-        throw Stopped();
-    }
     std::vector<ResultColumn> columns = {{"sky_view", "%", "Sky view", {}},
                                          {"ground_view", "%", "Ground view", {}}};
     for (const SensorResult& result : results) {
@@ -53,6 +86,57 @@ std::vector<ResultColumn> skyViews(const StudyInputs& inputs, double north, int 
         columns[1].values.push_back(100.0f * result.groundViewFactor);
     }
     return columns;
+}
+
+std::vector<float> enclosedAmong(std::span<const std::uint8_t> asked, const StudyInputs& inputs,
+                                 double north, int threads, const std::stop_token& stop) {
+    const SensorField& field = inputs.field;
+    std::vector<float> enclosed(field.size(), 0.0f);
+    if (std::ranges::count(asked, 0) == static_cast<std::ptrdiff_t>(asked.size())) {
+        return enclosed;
+    }
+    const Recentring recentring(inputs.scene, field);
+    const OcclusionIndex index(recentring.coordinates(inputs.scene));
+    const HourlyAnalysis analysis = analysisWithoutSun(north);
+    const SkyDirections directions = analysis.firstRays().front();
+    std::vector<Sensor> sensors;
+    std::vector<std::size_t> places;
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        throwIfStopped(stop);
+        if (asked[i] == 0) {
+            continue;
+        }
+        const Sensor sensor{recentring.local(field.positions[i]), narrowed(field.normals[i])};
+        const SkyCellSet free =
+            index.visibleSky(sensor.position, directions, tellingCells(directions, sensor.normal));
+        if (free.count() == 0) {
+            sensors.push_back(sensor);
+            places.push_back(i);
+        }
+    }
+    EvaluateOptions evaluation;
+    evaluation.threads = threads;
+    evaluation.stop = stop;
+    const std::vector<SensorResult> views = viewsOf(sensors, index, analysis, evaluation);
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        const bool is =
+            isEnclosedView(100.0f * views[i].skyViewFactor, 100.0f * views[i].groundViewFactor);
+        enclosed[places[i]] = is ? 1.0f : 0.0f;
+    }
+    return enclosed;
+}
+
+std::string enclosedWarning(std::size_t enclosed, std::size_t sensors, const char* unseen,
+                            bool areKept) {
+    return fmt::format(
+        "{} of {} {} {} {}{}; {} may lie inside closed geometry or face into it: check "
+        "the faces' normals, --offset and --select",
+        groupedDigits(enclosed), groupedDigits(sensors), counted(sensors, "sensor", "sensors"),
+        counted(enclosed, "sees", "see"), unseen,
+        areKept ? ""
+                : counted(enclosed, " and is left out of means and colours",
+                          " and are left out of means and colours"),
+        counted(enclosed, "it", "they"));
 }
 
 } // namespace insolate::study

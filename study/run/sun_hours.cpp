@@ -1,6 +1,7 @@
 #include "study/run/sun_hours_study.h"
 
 #include "study/model/sensor_grid.h"
+#include "study/run/enclosed.h"
 #include "study/run/sensor_blocks.h"
 #include "study/run/sun_hours_baseline.h"
 #include "study/run/sun_of_days.h"
@@ -212,6 +213,9 @@ std::vector<SunGroupResult> judgeGroups(const SunHoursStudy& study, const SunHou
         judged[g].greatest = -std::numeric_limits<double>::infinity();
     }
     for (std::size_t i = 0; i < groups.of.size(); ++i) {
+        if (!results.included.empty() && results.included[i] == 0) {
+            continue;
+        }
         SunGroupResult& group = judged[groups.of[i]];
         const double area = results.areas.empty() ? 1.0 : static_cast<double>(results.areas[i]);
         const auto value = static_cast<double>(results.columns.front().values[i]);
@@ -224,6 +228,7 @@ std::vector<SunGroupResult> judgeGroups(const SunHoursStudy& study, const SunHou
         group.least = std::min(group.least, value);
         group.greatest = std::max(group.greatest, value);
     }
+    std::erase_if(judged, [](const SunGroupResult& group) { return group.sensors == 0; });
     // Sums of thousands of areas differ in their last digits.
     constexpr double slack = 1.0e-9;
     const SunlightRule& rule = study.rule;
@@ -251,7 +256,32 @@ bool allPass(const std::vector<SunGroupResult>& groups, const SunlightRule& rule
     const auto passing = std::count_if(groups.begin(), groups.end(),
                                        [](const SunGroupResult& group) { return group.passes; });
     const double wanted = rule.pass == SunPass::groups ? rule.share / 100.0 : 1.0;
-    return static_cast<double>(passing) >= wanted * static_cast<double>(groups.size()) - 1.0e-9;
+    return !groups.empty() &&
+           static_cast<double>(passing) >= wanted * static_cast<double>(groups.size()) - 1.0e-9;
+}
+
+/// Marks sensors that are enclosed, and leaves out those that are to be.
+/// @param dark by sensor, whether no sun reached it on any day
+void findEnclosed(SunHoursResults& results, const SunHoursStudy& study,
+                  std::span<const std::uint8_t> dark, const Baseline* former, Progress& progress,
+                  const std::stop_token& stop) {
+    const SunHoursOptions& options = study.options;
+    results.enclosed =
+        enclosedAmong(dark, study.inputs, options.model.north, options.model.threads, stop);
+    results.enclosedCount = static_cast<std::size_t>(std::ranges::count(results.enclosed, 1.0f));
+    if (results.enclosedCount == 0) {
+        return;
+    }
+    progress.warn(enclosedWarning(results.enclosedCount, dark.size(), "neither sky nor ground",
+                                  options.keepEnclosed));
+    if (options.keepEnclosed) {
+        return;
+    }
+    results.included.resize(dark.size());
+    for (std::size_t i = 0; i < dark.size(); ++i) {
+        const bool isLost = former != nullptr && former->passes[i];
+        results.included[i] = results.enclosed[i] == 0.0f || isLost ? 1 : 0;
+    }
 }
 
 void checkOptions(const SunHoursOptions& options, const SunlightRule& rule) {
@@ -348,6 +378,7 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
     SunHoursResults results;
     const auto perThread = 4 * static_cast<std::size_t>(usedThreads(study.options.model.threads));
     const SensorBlocks blocks{count, std::clamp(count / perThread, std::size_t{1}, mostInBlock)};
+    std::vector<std::uint8_t> dark(count, 1);
     results.spans.resize(study.options.spans ? blocks.number() : 0);
     progress.begin(count, counted(count, "sensor", "sensors"));
     forEachBlock(
@@ -358,6 +389,9 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
                 sensorSun.moveTo(i);
                 columns.fill(i, [&](std::size_t day) -> const std::vector<TimeSpan>& {
                     const std::vector<TimeSpan>& lit = sensorSun.litOn(day);
+                    if (!lit.empty()) {
+                        dark[i] = 0;
+                    }
                     for (const TimeSpan& span : lit) {
                         if (study.options.spans) {
                             results.spans[sensors.first / blocks.size].push_back({i, day, span});
@@ -378,6 +412,7 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
     if (former && study.rule.pass != SunPass::area) {
         passByBaseline(results.columns, *passes, *former, study.rule);
     }
+    findEnclosed(results, study, dark, former ? &*former : nullptr, progress, stop);
     results.groups = judgeGroups(study, results, passes, former ? &*former : nullptr);
     if (passes) {
         results.passes = allPass(results.groups, study.rule);

@@ -32,6 +32,8 @@ struct SunHoursOptions {
     SunGroups groups = SunGroups::object;
     std::filesystem::path baseline; ///< results of an earlier run on the same sensors; or empty
     bool spans = false;             ///< spans.csv is wanted, too
+    /// Sensors that see neither sky nor ground count in groups, verdict and colours.
+    bool keepEnclosed = false;
     std::filesystem::path out;
 
     static constexpr int usualYear = 2025;

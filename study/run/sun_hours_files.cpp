@@ -17,6 +17,7 @@
 #include "study/support/readable.h"
 
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <utility>
 
@@ -46,13 +47,21 @@ std::string subtitleOf(const SunHoursStudy& study) {
                        study.options.refraction ? "with" : "without", INSOLATE_VERSION);
 }
 
-/// The first column as people read it: hours.
+/// The first column as people read it: hours, of the sensors that count.
 ResultColumn shownColumn(const SunHoursResults& results) {
-    return inShownUnit(results.columns.front());
+    ResultColumn shown = inShownUnit(results.columns.front());
+    for (std::size_t i = 0; i < results.included.size(); ++i) {
+        if (results.included[i] == 0) {
+            shown.values[i] = std::numeric_limits<float>::quiet_NaN();
+        }
+    }
+    return shown;
 }
 
 std::vector<ResultColumn> tableColumns(const SunHoursResults& results) {
     std::vector<ResultColumn> columns = results.columns;
+    columns.push_back(
+        {"enclosed", "0 or 1", "Whether it looks into closed geometry", results.enclosed});
     if (!results.areas.empty()) {
         columns.push_back({"area", "m2", "Area of the cell", results.areas});
     }
@@ -94,12 +103,14 @@ nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResult
         record["rule"]["ratio"] = *rule.baselineRatio;
     }
     describeModel(record, options.model, study.inputs, options.out);
+    record["sensors"]["enclosed"] = results.enclosedCount;
+    record["sensors"]["enclosed_in_means"] = options.keepEnclosed;
     if (!results.areas.empty()) {
         record["sensors"]["area_m2"] =
             std::accumulate(results.areas.begin(), results.areas.end(), 0.0);
     }
     record["sensors"]["means_weighted_by"] = results.areas.empty() ? "count" : "area";
-    record["results"] = rangesOf(results.columns, results.areas);
+    record["results"] = rangesOf(results.columns, results.areas, results.included);
     if (results.passes) {
         std::size_t passing = 0;
         for (const SunGroupResult& group : results.groups) {
@@ -118,7 +129,7 @@ nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResult
     return record;
 }
 
-void report(const SunHoursStudy& study, const SunHoursResults& results, Progress& progress) {
+void report(const SunHoursResults& results, Progress& progress) {
     const ResultColumn shown = shownColumn(results);
     const ColumnRange range = rangeOf(shown.values, results.areas);
     progress.note(fmt::format("{}: {:.4g} to {:.4g}, {} {:.4g} {}", shown.title, range.lowest,
@@ -128,16 +139,18 @@ void report(const SunHoursStudy& study, const SunHoursResults& results, Progress
         return;
     }
     std::size_t sensors = 0;
+    std::size_t passing = 0;
     std::size_t groups = 0;
     for (const SunGroupResult& group : results.groups) {
-        sensors += group.passing;
+        sensors += group.sensors;
+        passing += group.passing;
         groups += group.passes ? 1 : 0;
     }
-    progress.note(fmt::format(
-        "{}: {} of {} {} and {} of {} {} pass", *results.passes ? "PASS" : "FAIL",
-        groupedDigits(sensors), groupedDigits(study.inputs.field.size()),
-        counted(study.inputs.field.size(), "sensor", "sensors"), groupedDigits(groups),
-        groupedDigits(results.groups.size()), counted(results.groups.size(), "group", "groups")));
+    progress.note(fmt::format("{}: {} of {} {} and {} of {} {} pass",
+                              *results.passes ? "PASS" : "FAIL", groupedDigits(passing),
+                              groupedDigits(sensors), counted(sensors, "sensor", "sensors"),
+                              groupedDigits(groups), groupedDigits(results.groups.size()),
+                              counted(results.groups.size(), "group", "groups")));
 }
 
 /// What a result must not replace.
@@ -327,7 +340,7 @@ void runSunHours(const SunHoursOptions& options, Progress& listener, const std::
     watch.lap("models_s");
     const SunHoursResults results = calculateSunHours(study, progress, stop);
     watch.lap("sensors_s");
-    report(study, results, progress);
+    report(results, progress);
     writeResults(folder, SunHoursAnswer{options, watch, study, results, progress}, progress, stop);
     shared = std::move(study.inputs);
 }

@@ -192,6 +192,7 @@ void addSunHoursOptions(OptionTable& table, SunHoursOptions& options) {
                .choices = {"object", "material", "all"},
                .usual = "object",
                .take = [&](const std::string& text) { options.groups = groupWords.at(text); }});
+    addEnclosedOption(table, options.keepEnclosed);
     Option& baseline =
         table.file("baseline", options.baseline,
                    "Results of an earlier run on the same sensors, to compare with; needs --ratio "

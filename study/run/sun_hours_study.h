@@ -7,6 +7,7 @@
 #include "study/run/sun_hours.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -41,8 +42,14 @@ struct SunHoursResults {
     /// sun.
     std::vector<ResultColumn> columns;
     std::vector<float> areas; ///< of the cells [m2]; empty for sensors without
-    std::vector<SunGroupResult> groups;
-    std::optional<bool> passes; ///< nothing where the rule has no threshold
+    /// By sensor: 1 where neither sky nor ground lies before it, as inside of a body.
+    std::vector<float> enclosed;
+    std::size_t enclosedCount = 0;
+    /// By sensor: 0 leaves it out of groups, verdict, means and colours; empty: all count. An
+    /// enclosed sensor that passed in the baseline counts: what is built over it has taken its sun.
+    std::vector<std::uint8_t> included;
+    std::vector<SunGroupResult> groups; ///< those in which a sensor counts
+    std::optional<bool> passes;         ///< nothing where the rule has no threshold
     /// Of all sensors, where the options ask for them: by sensor, day and time, in pieces.
     std::vector<std::vector<SensorSpan>> spans;
 };

@@ -370,6 +370,35 @@ TEST_F(SunHoursRun, JudgesPointsAreasAndGroups) {
     EXPECT_THAT(readFile(options.out / "summary.json"), HasSubstr("\"passes\": true"));
 }
 
+// A closed shed stands on 25 of the 100 m2 of the open garden. Its ground is nobody's garden, but
+// where it takes the sun of an earlier one, that is lost.
+TEST_F(SunHoursRun, LeavesEnclosedGroundOut) {
+    SunHoursOptions before = gardens("bare", 8.4);
+    before.model.selection.patterns = {"open"};
+    groupsOf(before);
+    SunHoursOptions options = before;
+    options.out = m_folder.path() / "shed";
+    options.model.sensors = before.model.scenes.front();
+    options.model.scenes.push_back(m_folder.write(
+        "shed.obj", "v 0 0 0\nv 5 0 0\nv 5 5 0\nv 0 5 0\nv 0 0 .1\nv 5 0 .1\nv 5 5 .1\nv 0 5 .1\n"
+                    "f 5 6 7 8\nf 1 2 6 5\nf 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\n"));
+    auto groups = groupsOf(options);
+    EXPECT_EQ(groups["open"]["sensors"], "300");
+    EXPECT_EQ(groups["open"]["passes [0 or 1]"], "1");
+    EXPECT_GT(std::stod(groups["open"]["least [min]"]), 120.0);
+    EXPECT_THAT(readFile(options.out / "summary.json"), HasSubstr("\"enclosed\": 100"));
+    options.keepEnclosed = true;
+    groups = groupsOf(options);
+    EXPECT_EQ(groups["open"]["sensors"], "400");
+    EXPECT_EQ(groups["open"]["passes [0 or 1]"], "0");
+    options.keepEnclosed = false;
+    options.baseline = before.out;
+    options.rule.ratio = 0.8;
+    groups = groupsOf(options);
+    EXPECT_EQ(groups["open"]["sensors"], "400") << "all had sun before";
+    EXPECT_EQ(groups["open"]["passes [0 or 1]"], "0");
+}
+
 TEST_F(SunHoursRun, TakesTheYearOfTheDatesAndTheClockOfTheSummer) {
     SunHoursOptions options = gardens("y", 8.4);
     options.model.grid = 5.0;
