@@ -79,7 +79,8 @@ struct PyMesh {
 
 struct PySensors {
     std::shared_ptr<const study::SensorField> field;
-    double offset = 0.0;
+    std::optional<double> offset = {}; ///< as in StudyInputs
+    std::optional<double> spacing = {};
     study::ModelOptions options; ///< that made them
 };
 

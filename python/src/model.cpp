@@ -18,6 +18,7 @@ study::StudyInputs inputsOf(const std::vector<PyMesh>& models, const PySensors& 
     }
     inputs.field = *sensors.field;
     inputs.offset = sensors.offset;
+    inputs.spacing = sensors.spacing;
     return inputs;
 }
 
@@ -88,7 +89,7 @@ PySensors cutSensors(const PyMesh& model, const OptionTexts& texts, nb::handle r
         study::addSensors(inputs, *model.mesh, options, progress, stop);
     });
     return {std::make_shared<const study::SensorField>(std::move(inputs.field)), inputs.offset,
-            options};
+            inputs.spacing, options};
 }
 
 PySensors readSensors(const std::string& file, const OptionTexts& texts, nb::handle report) {
@@ -99,7 +100,7 @@ PySensors readSensors(const std::string& file, const OptionTexts& texts, nb::han
         field = study::readSensorCsv(file, options.import.unit,
                                      options.import.up.value_or(study::UpAxis::z), stop);
     });
-    return {std::make_shared<const study::SensorField>(std::move(field)), 0.0, options};
+    return {std::make_shared<const study::SensorField>(std::move(field)), {}, {}, options};
 }
 
 PySensors sensorsOf(const std::string& name, const InArray<double, 2>& points,
@@ -108,7 +109,7 @@ PySensors sensorsOf(const std::string& name, const InArray<double, 2>& points,
     options.sensors = name;
     study::SensorField field =
         study::sensorsFromArrays(spanOf(points), spanOf(normals), spanOf(areas), name);
-    return {std::make_shared<const study::SensorField>(std::move(field)), 0.0, options};
+    return {std::make_shared<const study::SensorField>(std::move(field)), {}, {}, options};
 }
 
 std::vector<std::string> namesOf(const PySensors& sensors,

@@ -18,6 +18,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -154,16 +155,14 @@ MergedMesh mergeFaces(Mesh mesh, const ModelOptions& options, Progress& progress
     return merged;
 }
 
-SensorField cutSensors(Mesh whole, double triangles, double offset, const ModelOptions& options,
-                       Progress& progress) {
+SensorField cutSensors(Mesh whole, double triangles, const SensorGridOptions& grid,
+                       const ModelOptions& options, Progress& progress) {
     const MergedMesh merged = mergeFaces(std::move(whole), options, progress);
     const Mesh& mesh = merged.mesh;
     const std::string source = place(options.sensorFile());
     const SelectedFaces selected = selectFaces(mesh, options.selection, options.north, source);
     const std::vector<std::uint32_t>& faces = selected.faces;
     noteSelection(selected, progress);
-    const SensorGridOptions grid{.spacing = options.grid.value_or(ModelOptions::usualGrid),
-                                 .offset = offset};
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid);
     if (cut.emptyFaces > 0) {
@@ -208,19 +207,21 @@ void noteUndersides(const SensorField& field, Progress& progress) {
     }
 }
 
-/// What chooses faces has no meaning without a sensor model.
-void refuseSelection(const ModelOptions& options, const char* source) {
+/// What chooses faces, and says how they are cut, has no meaning without a sensor model.
+void refuseFaceOptions(const ModelOptions& options, const char* source, const char* insteadOfGrid) {
     const FaceSelection& selection = options.selection;
-    const char* option = !selection.patterns.empty()  ? "--select"
-                         : !selection.exclude.empty() ? "--exclude"
-                         : !selection.facing.empty()  ? "--facing"
-                         : selection.tilt             ? "--tilt"
+    const char* option = !selection.patterns.empty()  ? "--select chooses"
+                         : !selection.exclude.empty() ? "--exclude chooses"
+                         : !selection.facing.empty()  ? "--facing chooses"
+                         : selection.tilt             ? "--tilt chooses"
+                         : options.grid               ? "--grid cuts"
+                         : options.offset             ? "--offset sets sensors off"
+                         : !options.mergeFaces        ? "--merge-faces cuts"
                                                       : nullptr;
     if (option != nullptr) {
-        throw UsageError(
-            fmt::format("{} chooses faces of a sensor model, but the sensors come from "
-                        "{}; leave it out",
-                        option, source));
+        throw UsageError(fmt::format(
+            "{} the faces of a sensor model, but the sensors come from {}; {}", option, source,
+            std::string_view(option).starts_with("--grid") ? insteadOfGrid : "leave it out"));
     }
 }
 
@@ -267,7 +268,8 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
     const std::filesystem::path& sensorFile = options.sensorFile();
     const auto triangles = static_cast<double>(inputs.scene.triangleCount());
     if (const auto plane = parseGroundPlane(sensorFile.string())) {
-        refuseSelection(options, "a plane");
+        refuseFaceOptions(options, "a plane", "give the grid with it: plane:z=1.5,grid=1");
+        inputs.spacing = plane->grid;
         const auto [lowest, highest] =
             std::ranges::minmax_element(inputs.scene.vertices, {}, &Vector3::z);
         if (plane->z < lowest->z) {
@@ -290,11 +292,7 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
                             "the ground; choose another height z");
         }
     } else if (hasExtension(sensorFile, {".csv", ".txt"})) {
-        refuseSelection(options, "a table");
-        if (options.grid) {
-            throw UsageError("--grid cuts the faces of a sensor model, but the sensors come from a "
-                             "table; leave it out");
-        }
+        refuseFaceOptions(options, "a table", "leave it out");
         const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
         inputs.field = readSensorCsv(sensorFile, options.import.unit, up, stop);
         checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
@@ -302,8 +300,11 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
         if (!mesh) {
             mesh = readModel(sensorFile, options, progress, stop);
         }
+        inputs.spacing = options.grid.value_or(ModelOptions::usualGrid);
         inputs.offset = sensorOffset(inputs.scene, *mesh, options, progress);
-        inputs.field = cutSensors(std::move(*mesh), triangles, inputs.offset, options, progress);
+        inputs.field =
+            cutSensors(std::move(*mesh), triangles,
+                       {.spacing = *inputs.spacing, .offset = *inputs.offset}, options, progress);
     }
     progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
     noteUndersides(inputs.field, progress);

@@ -20,7 +20,9 @@ namespace insolate::study {
 struct StudyInputs {
     Scene scene;
     SensorField field;
-    double offset = 0.0; ///< of the sensors from their faces [m]; 0 for those of a table
+    /// Of the sensors from their faces [m]; absent for those that were not cut from faces.
+    std::optional<double> offset = {};
+    std::optional<double> spacing = {}; ///< largest edge of a cell [m]; absent for those of a table
 };
 
 /// What a host has already, in the place of files. What is left out is read from the files that the

@@ -75,9 +75,11 @@ void describeModel(nlohmann::ordered_json& record, const ModelOptions& options,
         record["scene"]["files_read"].push_back(std::move(one));
     }
     record["sensors"] = {{"file", options.sensorFile().string()}, {"count", inputs.field.size()}};
-    if (inputs.field.hasCells()) {
-        record["sensors"]["grid_m"] = options.grid.value_or(ModelOptions::usualGrid);
-        record["sensors"]["offset_m"] = inputs.offset;
+    if (inputs.spacing) {
+        record["sensors"]["grid_m"] = *inputs.spacing;
+    }
+    if (inputs.offset) {
+        record["sensors"]["offset_m"] = *inputs.offset;
         record["sensors"]["merge_faces"] = options.mergeFaces;
         record["sensors"]["select"] = options.selection.patterns;
         record["sensors"]["exclude"] = options.selection.exclude;

@@ -1,6 +1,7 @@
 // Models and tables as a study takes them, by its options.
 #include "study/run/run_option_table.h"
 #include "study/run/study_inputs.h"
+#include "study/run/study_record.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
@@ -8,6 +9,7 @@
 #include <set>
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 namespace insolate::study {
 namespace {
@@ -108,6 +110,45 @@ TEST(StudyInputs, CutTrianglesInOnePlaneAsThePolygonThatTheyMake) {
     const StudyInputs single = fieldOf(triangles, "no");
     EXPECT_GT(single.field.size(), 9U);
     EXPECT_EQ(single.field.origins.back().face, 3U);
+}
+
+// What the sensors did not come from must not stand in their record, nor be asked for.
+TEST(StudyInputs, RecordHowTheSensorsWereMade) {
+    const StudyFolder folder;
+    const std::string court = folder.write("a.obj", test::courtModel()).string();
+    const std::string table = folder.write("a.csv", "x,y,z\n1,2,3\n").string();
+    struct Case {
+        std::string sensors;
+        std::vector<std::string> keys;
+        double grid;
+        std::string refusal; ///< of --grid
+    };
+    for (const Case& c :
+         {Case{court, {"grid_m", "offset_m", "merge_faces", "select"}, 2.0, "nothing is wrong"},
+          Case{"plane:z=20,grid=4", {"grid_m"}, 4.0, "from a plane; give the grid with it: plane:"},
+          Case{table, {}, 0.0, "from a table; leave it out"}}) {
+        SCOPED_TRACE(c.sensors);
+        ModelOptions options;
+        options.scenes = {court};
+        options.sensors = c.sensors;
+        Progress silent;
+        nlohmann::ordered_json record;
+        describeModel(record, options, readInputs(options, silent, {}), folder.path());
+        for (const char* key : {"grid_m", "offset_m", "merge_faces", "select"}) {
+            EXPECT_EQ(record["sensors"].contains(key), std::ranges::count(c.keys, key) == 1) << key;
+        }
+        EXPECT_EQ(record["sensors"].value("grid_m", 0.0), c.grid);
+        const auto refusalOf = [&](const char* option, const char* text) {
+            return messageOf([&] {
+                inputsBy({{"scene", court}, {"sensors", c.sensors}, {option, text}});
+            });
+        };
+        EXPECT_THAT(refusalOf("grid", "3"), HasSubstr(c.refusal));
+        for (const auto& [option, text] :
+             {std::pair{"offset", "0.1"}, {"merge-faces", "no"}, {"facing", "up"}}) {
+            EXPECT_EQ(refusalOf(option, text) == "nothing is wrong", c.sensors == court) << option;
+        }
+    }
 }
 
 } // namespace
