@@ -5,7 +5,7 @@
 #include "study/run/run_study.h"
 #include "study/run/study_record.h"
 #include "study/run/study_steps.h"
-#include "study/run/sun_hours_study.h"
+#include "study/run/sun_hours_steps.h"
 #include "study/support/errors.h"
 
 #include <algorithm>

@@ -4,6 +4,7 @@
 #include "study/run/enclosed.h"
 #include "study/run/sensor_blocks.h"
 #include "study/run/sun_hours_baseline.h"
+#include "study/run/sun_hours_steps.h"
 #include "study/run/sun_of_days.h"
 #include "study/support/errors.h"
 #include "study/support/period.h"

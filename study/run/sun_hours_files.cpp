@@ -9,7 +9,7 @@
 #include "study/output/text.h"
 #include "study/run/stopwatch.h"
 #include "study/run/study_record.h"
-#include "study/run/sun_hours_study.h"
+#include "study/run/sun_hours_steps.h"
 #include "study/support/errors.h"
 #include "study/support/iso_time.h"
 #include "study/support/kept_warnings.h"

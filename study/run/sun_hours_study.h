@@ -13,8 +13,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 namespace insolate::study {
 
 /// What of a group satisfies the rule.
@@ -62,21 +60,12 @@ struct SunHoursStudy {
     StudyInputs inputs;
 };
 
-/// Site, sun and rule as they stand in summary.json: all that minutes of sun and their verdict
-/// depend on, beside model and sensors.
-nlohmann::ordered_json sunRecord(const SunHoursStudy& study);
-
 /// Checks the options and reads the models, unless they are given; their names stand in messages.
 /// @throws Error
 INSOLATE_STUDY_EXPORT SunHoursStudy prepareSunHours(const SunHoursOptions& options,
                                                     std::optional<StudyInputs> given,
                                                     Progress& progress,
                                                     const std::stop_token& stop = {});
-
-/// The whole as runSunHours() does it.
-/// @param shared as for the runStudy() of study_steps.h
-void runSunHours(const SunHoursOptions& options, Progress& progress, const std::stop_token& stop,
-                 std::optional<StudyInputs>& shared);
 
 /// Equal inputs give equal bytes for every number of threads.
 /// @throws Stopped; DataError when the baseline does not fit

@@ -13,6 +13,12 @@ if [ -n "$strays$internal" ]; then
   printf 'exported, but not public:\n%s\n%s\n' "$strays" "$internal"
   exit 1
 fi
+# What the libraries in use are must not be needed to compile a host: our headers and standard ones only.
+foreign=$(grep -rnE '^ *# *include' "$2/study" | grep -vE '[<"](study/[^>"]*|insolate/[^>"]*|[a-z_]+)[>"]' || true)
+if [ -n "$foreign" ]; then
+  printf 'installed headers include what the package does not bring:\n%s\n' "$foreign"
+  exit 1
+fi
 for name in importMesh cutIntoSensors readWeatherYear runStudy writeSensorsCsv OutputFolder DataError; do
   grep -q "insolate::study::$name" <<<"$exported" || { echo "not exported: $name"; exit 1; }
 done
