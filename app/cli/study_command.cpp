@@ -6,6 +6,7 @@
 #include "study/support/errors.h"
 #include "study/support/readable.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,8 +41,17 @@ void addStudyCommand(CLI::App& app, Interruption& interruption) {
     addPart(*command, "run", "Run all analyses of the file over its scene, which is read once.",
             *arguments)
         ->callback([arguments, &interruption] {
-            const auto progress = progressOf(arguments->progress, arguments->quiet, interruption);
-            study::runStudyFile(arguments->file, *progress, interruption.token());
+            const std::vector<study::StudyTask> tasks =
+                study::readStudyTasks(arguments->file, interruption.token());
+            const bool quiet =
+                arguments->quiet || std::ranges::any_of(tasks, &study::StudyTask::quiet);
+            const auto progress = progressOf(arguments->progress, quiet, interruption);
+            study::runStudyTasks(
+                tasks, *progress,
+                [](const std::string& name, const study::StudyEstimate& estimate) {
+                    printResult((name.empty() ? "" : name + "\n") + estimate.text());
+                },
+                interruption.token());
         });
     addPart(*command, "check",
             "Check the file without a calculation: keys and values, weather, scene and sensors.\n"

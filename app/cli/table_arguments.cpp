@@ -112,11 +112,8 @@ void TableArguments::run(
             keys = take(analysis);
             progress->note("analysis " + analysis->name);
         }
-        try {
-            work(batch, analysis == nullptr ? "" : analysis->name);
-        } catch (const study::UsageError& error) {
-            study::failInStudy(keys, error);
-        }
+        const std::string name = analysis == nullptr ? "" : analysis->name;
+        batch.analyse(name, keys, [&] { work(batch, name); });
     }
 }
 

@@ -55,8 +55,12 @@ OptionTable tableOf(Options& options, bool& quiet) {
         addRunOptions(table, options);
     } else if constexpr (std::is_same_v<Options, SkyOptions>) {
         addSkyOptions(table, options, methodNames(MethodsOf::aSky));
-    } else {
+    } else if constexpr (std::is_same_v<Options, SunHoursOptions>) {
         addSunHoursOptions(table, options);
+    } else if constexpr (std::is_same_v<Options, CompareRunOptions>) {
+        addCompareOptions(table, options);
+    } else {
+        addPictureOptions(table, options);
     }
     table.flag(quietOption, quiet, "");
     return table;
@@ -69,6 +73,7 @@ StudyTask taskOf(const StudyFile& file, const StudyAnalysis* analysis) {
     const OptionTable table = tableOf(options, quiet);
     StudyTask task;
     task.keys = file.apply(table, {}, analysis);
+    task.quiet = quiet;
     if (analysis != nullptr) {
         task.name = analysis->name;
         options.out = folderOf(options.out, analysis->name);
@@ -83,14 +88,11 @@ StudyTask taskOf(const StudyFile& file, const StudyAnalysis& analysis) {
                                             : taskOf<RunOptions>(file, &analysis);
 }
 
-/// Does it, and gives errors the place of the option that they begin with.
-template <typename Work>
-void inStudy(const StudyTask& task, Work&& work) {
-    try {
-        std::visit(work, task.options);
-    } catch (const UsageError& error) {
-        failInStudy(task.keys, error);
-    }
+/// The error with the analyses whose results are written.
+template <typename Fault>
+[[noreturn]] void failAfter(const std::vector<std::string>& written, const Fault& error) {
+    throw Fault(
+        fmt::format("{}; the results of {} are written", error.what(), fmt::join(written, ", ")));
 }
 
 } // namespace
@@ -101,6 +103,8 @@ struct StudyBatch::State {
     OnceProgress progress;
     std::stop_token stop;
     std::optional<StudyInputs> inputs; ///< of the study before
+    bool hasWritten = false;           ///< since the analysis began
+    std::vector<std::string> written;  ///< analyses whose results are complete
 
     GivenInputs takeInputs() { return {.models = std::exchange(inputs, std::nullopt)}; }
 };
@@ -112,14 +116,17 @@ StudyBatch::~StudyBatch() = default;
 
 void StudyBatch::run(const RunOptions& options) {
     runStudy(options, m_state->progress, m_state->stop, m_state->inputs);
+    m_state->hasWritten = true;
 }
 
 void StudyBatch::run(const SkyOptions& options) {
     runSky(options, m_state->progress, m_state->stop);
+    m_state->hasWritten = true;
 }
 
 void StudyBatch::run(const SunHoursOptions& options) {
     runSunHours(options, m_state->progress, m_state->stop, m_state->inputs);
+    m_state->hasWritten = true;
 }
 
 void StudyBatch::run(const CompareRunOptions& options) {
@@ -128,6 +135,47 @@ void StudyBatch::run(const CompareRunOptions& options) {
 
 void StudyBatch::run(const PictureRunOptions& options) {
     runPicture(options, m_state->progress, m_state->stop);
+}
+
+void StudyBatch::analyse(const std::string& name, const StudyKeys& keys,
+                         const std::function<void()>& work) {
+    const std::vector<std::string>& written = m_state->written;
+    m_state->hasWritten = false;
+    try {
+        try {
+            work();
+        } catch (const UsageError& error) {
+            failInStudy(keys, error);
+        }
+    } catch (const Stopped& stopped) {
+        constexpr std::string_view nothing = "no result was written";
+        std::string text = stopped.what();
+        const std::size_t at = text.find(nothing);
+        if (written.empty() || at == std::string::npos) {
+            throw;
+        }
+        throw Stopped(text.replace(at, nothing.size(),
+                                   fmt::format("no result of {} was written, but those of {}", name,
+                                               fmt::join(written, ", "))));
+    } catch (const UsageError& error) {
+        if (written.empty()) {
+            throw;
+        }
+        failAfter(written, error);
+    } catch (const OutputError& error) {
+        if (written.empty()) {
+            throw;
+        }
+        failAfter(written, error);
+    } catch (const DataError& error) {
+        if (written.empty()) {
+            throw;
+        }
+        failAfter(written, error);
+    }
+    if (m_state->hasWritten && !name.empty()) {
+        m_state->written.push_back(name);
+    }
 }
 
 StudyEstimate StudyBatch::estimate(const RunOptions& options) {
@@ -178,9 +226,13 @@ std::vector<std::string> studyFileKeys() {
     RunOptions run;
     SkyOptions sky;
     SunHoursOptions sunHours;
+    CompareRunOptions compare;
+    PictureRunOptions picture;
     collect(tableOf(run, quiet));
     collect(tableOf(sky, quiet));
     collect(tableOf(sunHours, quiet));
+    collect(tableOf(compare, quiet));
+    collect(tableOf(picture, quiet));
     return names;
 }
 
@@ -197,24 +249,26 @@ std::vector<StudyTask> readStudyTasks(const std::filesystem::path& file,
     return tasks;
 }
 
-void runStudyFile(const std::filesystem::path& file, Progress& progress,
-                  const std::stop_token& stop) {
-    const std::vector<StudyTask> tasks = readStudyTasks(file, stop);
+void runStudyTasks(
+    const std::vector<StudyTask>& tasks, Progress& progress,
+    const std::function<void(const std::string& name, const StudyEstimate& estimate)>& estimated,
+    const std::stop_token& stop) {
     StudyBatch batch(progress, stop);
     std::size_t number = 0;
     for (const StudyTask& task : tasks) {
         if (!task.name.empty()) {
             progress.note(fmt::format("analysis {} ({} of {})", task.name, ++number, tasks.size()));
         }
-        inStudy(task, [&](const auto& options) {
+        const auto work = [&](const auto& options) {
             if constexpr (std::is_same_v<std::remove_cvref_t<decltype(options)>, RunOptions>) {
                 if (options.dryRun) {
-                    progress.note(batch.estimate(options).text());
+                    estimated(task.name, batch.estimate(options));
                     return;
                 }
             }
             batch.run(options);
-        });
+        };
+        batch.analyse(task.name, task.keys, [&] { std::visit(work, task.options); });
     }
 }
 
@@ -235,7 +289,9 @@ std::vector<std::string> checkStudyFile(const std::filesystem::path& file, Progr
         }
     };
     const auto check = [&](const StudyTask& task) {
-        inStudy(task, [&](const auto& options) { batch.check(options); });
+        batch.analyse(task.name, task.keys, [&] {
+            std::visit([&](const auto& options) { batch.check(options); }, task.options);
+        });
     };
     if (study.analyses().empty()) {
         note([&] { check(taskOf<RunOptions>(study, nullptr)); });

@@ -12,6 +12,7 @@
 #include "study/support/progress.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <stop_token>
 #include <string>
@@ -44,6 +45,12 @@ public:
     /// @throws Error
     [[nodiscard]] StudyEstimate estimate(const RunOptions& options);
 
+    /// Does the work of one analysis: calls of the functions above. An error is given the place of
+    /// the option that it begins with, and says which analyses have left their results before it.
+    /// @param name empty where the study is one question
+    /// @throws Error
+    void analyse(const std::string& name, const StudyKeys& keys, const std::function<void()>& work);
+
     /// Goes as far as it goes without a calculation: options, weather and sky, scene and sensors.
     /// Writes nothing.
     /// @throws Error
@@ -60,7 +67,8 @@ private:
 struct StudyTask {
     std::string name; ///< of the analysis; empty where the whole file is one question
     std::variant<RunOptions, SkyOptions, SunHoursOptions> options;
-    StudyKeys keys; ///< where the file gives which option
+    StudyKeys keys;     ///< where the file gives which option
+    bool quiet = false; ///< whether the file asks for warnings and errors alone
 };
 
 /// The analyses of a study file; a file without any is one question of `insolate run`. The results
@@ -70,9 +78,12 @@ INSOLATE_STUDY_EXPORT std::vector<StudyTask> readStudyTasks(const std::filesyste
                                                             const std::stop_token& stop = {});
 
 /// Runs the analyses of a study file in its order.
+/// @param estimated gets what those would take that ask for no more (`dry-run`), with their names
 /// @throws Error; what earlier analyses have written stays
-INSOLATE_STUDY_EXPORT void runStudyFile(const std::filesystem::path& file, Progress& progress,
-                                        const std::stop_token& stop = {});
+INSOLATE_STUDY_EXPORT void runStudyTasks(
+    const std::vector<StudyTask>& tasks, Progress& progress,
+    const std::function<void(const std::string& name, const StudyEstimate& estimate)>& estimated,
+    const std::stop_token& stop = {});
 
 /// What is wrong with a study file, a line each, as a run would say it; empty when nothing is.
 /// Reads all of its inputs and writes nothing.

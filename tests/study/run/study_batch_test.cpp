@@ -47,7 +47,7 @@ const std::string fourAnalyses =
 
 TEST_F(StudyBatchTest, GivesWhatSingleRunsGiveFromOneReadingOfTheScene) {
     Heard heard;
-    runStudyFile(study(fourAnalyses), heard);
+    runStudyTasks(readStudyTasks(study(fourAnalyses)), heard, {});
     const auto count = [](const std::vector<std::string>& texts, const char* part) {
         return std::count_if(texts.begin(), texts.end(), [&](const std::string& text) {
             return text.find(part) != std::string::npos;
@@ -100,6 +100,42 @@ TEST_F(StudyBatchTest, NamesTheLineOfAFault) {
         EXPECT_THAT(messageOf([&, text = std::string(more)] { readStudyTasks(study(text)); }),
                     HasSubstr(message));
     }
+}
+
+TEST_F(StudyBatchTest, SaysWhatIsWrittenWhenALaterAnalysisFails) {
+    const std::vector<StudyTask> tasks = readStudyTasks(study(
+        "quiet = true\ntolerance = 1\nvalue = 'total'\n[[analysis]]\nname = 'a'\ndry-run = true\n"
+        "[[analysis]]\nname = 'b'\n[[analysis]]\nname = 'c'\nhours-of = 99\n"));
+    EXPECT_TRUE(tasks.front().quiet);
+    EXPECT_FALSE(readStudyTasks(study("")).front().quiet);
+    Heard heard;
+    std::vector<std::string> estimated;
+    EXPECT_THAT(messageOf([&] {
+                    runStudyTasks(tasks, heard,
+                                  [&](const std::string& name, const StudyEstimate& estimate) {
+                                      EXPECT_THAT(estimate.text(), HasSubstr("sensors "));
+                                      estimated.push_back(name);
+                                  });
+                }),
+                testing::AllOf(HasSubstr("s.toml:17: --hours-of 99: there is no such sensor"),
+                               testing::EndsWith("; the results of b are written")));
+    EXPECT_THAT(estimated, ElementsAre("a"));
+    EXPECT_FALSE(std::filesystem::exists(path("r/a")));
+    // A stop: its source asks for it once the first analysis is written.
+    struct Stopping final : Progress {
+        void note(const std::string& text) override {
+            if (text.starts_with("analysis d")) {
+                source.request_stop();
+            }
+        }
+        std::stop_source source;
+    } stopping;
+    EXPECT_THAT(messageOf([&] {
+                    runStudyTasks(readStudyTasks(study("[[analysis]]\nname = 'b'\n"
+                                                       "[[analysis]]\nname = 'd'\n")),
+                                  stopping, {}, stopping.source.get_token());
+                }),
+                HasSubstr("stopped; no result of d was written, but those of b"));
 }
 
 TEST_F(StudyBatchTest, ChecksAllAnalysesAndWritesNothing) {
