@@ -1,6 +1,6 @@
 #include "app/cli/arguments.h"
 #include "app/cli/commands.h"
-#include "app/terminal/progress.h"
+#include "app/terminal/reports.h"
 #include "study/run/view_results.h"
 
 #include <memory>
@@ -18,6 +18,7 @@ void addViewCommand(CLI::App& app, Interruption& interruption) {
         std::string out;
         double limit = study::ViewOptions().limit;
         bool quiet = false;
+        std::string progress;
     };
     auto arguments = std::make_shared<Arguments>();
     command
@@ -36,6 +37,7 @@ void addViewCommand(CLI::App& app, Interruption& interruption) {
         ->type_name("MB")
         ->capture_default_str();
     command->add_flag("--quiet", arguments->quiet, "Say nothing but warnings and errors");
+    addProgressOption(*command, arguments->progress);
     command->callback([arguments, &interruption] {
         study::ViewOptions options;
         options.folders.assign(arguments->folders.begin(), arguments->folders.end());
@@ -43,9 +45,8 @@ void addViewCommand(CLI::App& app, Interruption& interruption) {
             options.out = arguments->out;
         }
         options.limit = arguments->limit;
-        TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, arguments->quiet),
-                                  &interruption);
-        study::viewResults(options, progress, interruption.token());
+        const auto progress = progressOf(arguments->progress, arguments->quiet, interruption);
+        study::viewResults(options, *progress, interruption.token());
     });
 }
 

@@ -1,5 +1,5 @@
 #include "app/cli/commands.h"
-#include "app/terminal/progress.h"
+#include "app/terminal/reports.h"
 #include "app/terminal/standard_output.h"
 #include "study/run/run_weather.h"
 #include "study/support/errors.h"
@@ -18,6 +18,7 @@ void addWeatherCommand(CLI::App& app, Interruption& interruption) {
     struct Arguments {
         std::string from;
         std::string to;
+        std::string progress;
         bool allowGaps = false;
     };
     auto arguments = std::make_shared<Arguments>();
@@ -41,9 +42,10 @@ void addWeatherCommand(CLI::App& app, Interruption& interruption) {
     convert->add_option("TO", arguments->to, "File to write: .wea")->required();
     convert->add_flag("--allow-gaps", arguments->allowGaps,
                       "Store hours without weather data as hours without radiation");
+    addProgressOption(*convert, arguments->progress);
     convert->callback([arguments, &interruption] {
-        TerminalProgress progress(stderr, TerminalProgress::styleOf(stderr, false), &interruption);
-        convertWeather(arguments->from, arguments->to, arguments->allowGaps, progress,
+        const auto progress = progressOf(arguments->progress, false, interruption);
+        convertWeather(arguments->from, arguments->to, arguments->allowGaps, *progress,
                        interruption.token());
     });
 }
