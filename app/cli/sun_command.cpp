@@ -45,7 +45,9 @@ void addSunCommand(CLI::App& app) {
         ->excludes("--lat")
         ->excludes("--lon")
         ->excludes("--tz");
-    command->add_option("--date", arguments->date, "6/21, 2026-06-21, 21 June or day of the year")
+    command
+        ->add_option("--date", arguments->date,
+                     "6/21, 2026-06-21, 21 June or day of the year; without a year, of 2001")
         ->type_name("DATE")
         ->capture_default_str();
     command->add_option("--step", arguments->step, "Time step [h], 0.01 to 1")
@@ -58,7 +60,9 @@ void addSunCommand(CLI::App& app) {
             options.weather = arguments->weather;
         }
         try {
-            options.day = parseDate(arguments->date).day;
+            const StudyDate date = parseDate(arguments->date);
+            options.day = date.day;
+            options.year = date.year.value_or(SunOptions::usualYear);
         } catch (const UsageError& error) {
             throw UsageError(inOption("--date", arguments->date, error.what()));
         }

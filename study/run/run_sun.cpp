@@ -13,8 +13,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr int almanacYear = 2001; ///< a year without a leap day, as that of the weather
-
 /// Clock times as exact as the steps of the table need them.
 class Clock {
 public:
@@ -59,10 +57,15 @@ bool isUp(double time, const SunTimes& times) {
 
 std::string sunTable(const SunOptions& options) {
     checkStep(options.step);
+    if (options.year < 1950 || options.year > 2050) {
+        throw UsageError(fmt::format("--date: the sun's place is known from 1950 to 2050, not in "
+                                     "{}; give a year of these",
+                                     options.year));
+    }
     const auto [name, site, note] = namedSite(options);
     const MonthAndDay date = monthAndDay(options.day - 1);
-    const SunTimes times = sunTimes(almanacYear, date.month, date.day, site);
-    std::string table = fmt::format("# {}, {}\n", name, dayText(options.day));
+    const SunTimes times = sunTimes(options.year, date.month, date.day, site);
+    std::string table = fmt::format("# {}, {} {}\n", name, dayText(options.day), options.year);
     if (!note.empty()) {
         table += fmt::format("# {}\n", note);
     }
@@ -85,7 +88,7 @@ std::string sunTable(const SunOptions& options) {
             continue;
         }
         const SunPosition sun =
-            sunPosition(julianDay(almanacYear, date.month, date.day, time - site.timeZone), site);
+            sunPosition(julianDay(options.year, date.month, date.day, time - site.timeZone), site);
         table += fmt::format("{:>8}  {:13.2f}  {:12.2f}  {:18.2f}\n", clock.text(time),
                              sun.altitude / radiansPerDegree, sun.azimuth / radiansPerDegree,
                              sun.geometricAltitude / radiansPerDegree);

@@ -461,10 +461,19 @@ TEST(Sun, IsTabledByClockTime) {
     options.timeZone = -6.0;
     const std::string table = sunTable(options);
     for (const char* part :
-         {"41.98 N, 87.92 W, UTC-6, 21 June", "sunrise 4:16, sunset 19:31", "\n   12:00 "}) {
+         {"41.98 N, 87.92 W, UTC-6, 21 June 2001\n", "sunrise 4:16, sunset 19:31", "\n   12:00 "}) {
         EXPECT_THAT(table, HasSubstr(part)); // the times of almanacs
     }
     EXPECT_THAT(table, testing::Not(HasSubstr("\n    2:00 ")));
+    options.day = 60; // by years, 1 March is up to 0.3 degrees of declination apart
+    EXPECT_THAT(sunTable(options), HasSubstr("\n   12:00          40.67 "));
+    options.year = 2024;
+    EXPECT_THAT(sunTable(options), HasSubstr("1 March 2024\n"));
+    EXPECT_THAT(sunTable(options), HasSubstr("\n   12:00          40.84 "));
+    options.year = 2051;
+    EXPECT_THAT(messageOf([&] { sunTable(options); }), HasSubstr("from 1950 to 2050, not in 2051"));
+    options.year = SunOptions::usualYear;
+    options.day = 172;
     // Fine steps have times of their own; the first row's centre lies half a sun below the horizon.
     options.step = 0.01;
     EXPECT_THAT(sunTable(options), testing::ContainsRegex("\n +4:16:48 +-0\\.1[^\n]*\n +4:17:24 "));
