@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include <fmt/format.h>
+
 namespace insolate::app {
 
 void addModelCommand(CLI::App& app, Interruption& interruption) {
@@ -18,6 +20,7 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     struct Arguments {
         std::string file;
         std::string units = "m";
+        std::string up;
         std::string lod;
         double north = 0.0;
         bool asJson = false;
@@ -31,6 +34,10 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     info->add_option("--units", arguments->units, "Length unit of the model")
         ->type_name("NAME:{mm,cm,m,ft,in}")
         ->capture_default_str();
+    info->add_option(
+            "--up", arguments->up,
+            fmt::format("Axis that points up in the file; by default {}", study::upAxisText()))
+        ->type_name("AXIS:{y,z}");
     info->add_option("--lod", arguments->lod, "Level of detail of a CityJSON model: 1 or 2.2")
         ->type_name("LEVEL");
     info->add_option("--north", arguments->north,
@@ -42,6 +49,13 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
     info->callback([arguments, &interruption] {
         study::MeshImportOptions import;
         import.unit = study::lengthUnitOf("units", arguments->units);
+        if (!arguments->up.empty()) {
+            if (arguments->up != "y" && arguments->up != "z") {
+                throw study::UsageError(fmt::format("--up: there is no {}; choose from y, z",
+                                                    study::quoteText(arguments->up)));
+            }
+            import.up = arguments->up == "y" ? study::UpAxis::y : study::UpAxis::z;
+        }
         import.lod = arguments->lod;
         const study::Mesh mesh = study::importMesh(arguments->file, import, interruption.token());
         const study::ModelInfo found =

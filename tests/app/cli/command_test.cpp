@@ -166,6 +166,10 @@ TEST_F(CommandTest, RunsAndChecksTheAnalysesOfAStudyFile) {
     EXPECT_TRUE(exists(path("r/c/groups.csv")));
     EXPECT_THAT(command("sky --study s.toml").err,
                 HasSubstr("s.toml: none of the analyses has command = \"sky\"; "));
+    write("q.toml", "quiet = true\ndry-run = true\n" + readFile(path("s.toml")));
+    const Outcome quiet = done("study run q.toml");
+    expectAll(quiet.out, {"a\nsensors    ", "b\nsensors    "});
+    EXPECT_EQ(quiet.err, "");
     write("t.toml",
           readFile(path("s.toml")) + "count = 'x'\n[[analysis]]\nname = 'd'\nalbedo = 7\n");
     const Outcome faults = command("study check t.toml --quiet");
@@ -200,6 +204,12 @@ TEST_F(CommandTest, ReportsToProgramsInJson) {
     EXPECT_EQ(events["end"], 1);
     EXPECT_GT(events["note"], 3);
     EXPECT_EQ(events["error"], 0);
+    for (const char* other : {"view r", "weather convert good.epw a.wea"}) {
+        std::istringstream said(done(std::string(other) + " --progress json").err);
+        std::string line;
+        std::getline(said, line);
+        EXPECT_TRUE(nlohmann::json::parse(line).contains("event")) << other;
+    }
     const nlohmann::json error =
         nlohmann::json::parse(command(words + "--grid 0 --quiet --progress=json").err);
     EXPECT_EQ(error["event"], "error");
@@ -284,6 +294,8 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {sun + "--dates 3/21 --sunshine 1,2", 2, "--sunshine: 2 numbers, not twelve; "},
              {sun + "--dates 3/21 --year 1800", 2, "--year 1800: "},
              {sun + "--dates 3/21 --grid 0", 2, "--grid 0"},
+             {"model info court.obj --up x", 2, "--up: there is no 'x'; choose from y, z"},
+             {"sun --lat 4 --lon 4 --date 2049-13-01", 2, "--date '2049-13-01': "},
              {"sun --lat 4 --lon 4 --date 2/30", 2, "--date '2/30': February has 28"}}) {
         const Outcome bad = command(c.words);
         EXPECT_EQ(bad.exitCode, c.exitCode) << c.words << "\n" << bad.err;
