@@ -67,7 +67,10 @@ ResultColumn shownValue(const ResultFolder& results, const std::string& name) {
                                     "again",
                                     place(results.folder)));
     }
-    const ResultColumn* const found = name.empty() ? &results.columns.front() : results.find(name);
+    const ResultColumn* found = name.empty() ? &results.columns.front() : results.find(name);
+    if (found == nullptr) { // a part of the period by its name alone: "dec" is "total_dec"
+        found = results.find(results.columns.front().name + "_" + name);
+    }
     if (found == nullptr) {
         const std::vector<std::string> names = results.columnNames();
         const auto& given = results.field.given;
@@ -264,7 +267,8 @@ void drawInto(PictureTarget& target, const PictureRunOptions& options, const Res
 void addPictureOptions(OptionTable& table, PictureRunOptions& options) {
     table.text("value", options.value, "NAME",
                "Quantity to show, by its name in sensors.csv: total, beam, peak, sky_view, "
-               "direct_sun_hours, ...; by default the first");
+               "direct_sun_hours, ..., or by that of a part of the period, dec; by default the "
+               "first");
     table.add({.name = "view",
                .help = "From where: top, north, east, south, west, or the viewer's bearing and "
                        "height in degrees as 155,42; by default where most of the coloured cells "

@@ -121,7 +121,11 @@ TEST_F(CompareRunTest, PicturesComeFromTheFolderAlone) {
     PictureRunOptions options;
     options.folder = compare.b;
     const auto file = [&](const char* name) { return folder.path() / name; };
+    m_run.hourly.split = PeriodSplit::month;
+    calculate(compare.b);
     EXPECT_THAT(drawn(options).notes, Contains(HasSubstr("total of 125 sensors")));
+    options.value = "jun";
+    EXPECT_THAT(drawn(options).notes, Contains(HasSubstr("total_jun of 125 sensors")));
     EXPECT_TRUE(isOurPicture(compare.b / "picture.png"));
 
     options.only = {"floor"};
