@@ -141,7 +141,10 @@ std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& r
     if (method == RayMethod::octree) {
         return std::make_unique<OctreeMasks>(scene, recentring, stop, std::move(held));
     }
-    return std::make_unique<FastMasks>(scene, recentring);
+    throwIfStopped(stop);
+    auto masks = std::make_unique<FastMasks>(scene, recentring);
+    throwIfStopped(stop);
+    return masks;
 }
 
 std::unique_ptr<MaskSource> makeStoredMasks(const SkyVisibilityStore& store, double north) {

@@ -61,7 +61,14 @@ void StudySession::finish(Calculate&& calculate, Progress& progress) {
     KeptWarnings kept(progress);
     std::vector<std::string> warnings = std::move(m_content->results.warnings);
     m_content->results = calculate(kept);
-    m_content->study.method->release();
+    PreparedStudy& study = m_content->study;
+    study.method->release();
+    if (study.options.rays == RayMethod::octree && !study.options.masks) {
+        // The octree is the process's, and this session may live long. What it is asked later is
+        // answered by an index of its own, with the same answers.
+        study.masks.reset();
+        study.masks = makeRayMasks(study.inputs.scene, *study.recentring, RayMethod::fast, {});
+    }
     reportResults(m_content->study, m_content->results, kept);
     const std::vector<std::string>& late = kept.warnings();
     warnings.insert(warnings.end(), late.begin(), late.end());
