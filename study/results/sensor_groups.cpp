@@ -346,12 +346,12 @@ GroupBy parseGroupBy(std::string_view text) {
 
 void checkClasses(const OrientationClasses& classes) {
     if (!(classes.flat >= 0.0 && classes.flat <= 90.0)) {
-        throw UsageError(
-            fmt::format("flat surfaces to {} degrees: no such slope; give 0 to 90", classes.flat));
+        throw UsageError(fmt::format(
+            "--flat {}: no slope of a flat surface; give degrees from 0 to 90", classes.flat));
     }
     if (classes.sectors != 4 && classes.sectors != 8 && classes.sectors != 16) {
         throw UsageError(
-            fmt::format("{} compass sectors have no names; give 4, 8 or 16", classes.sectors));
+            fmt::format("--sectors {}: so many have no names; give 4, 8 or 16", classes.sectors));
     }
     double before = 0.0;
     for (const double bound : classes.tilts) {

@@ -114,9 +114,13 @@ void writeGroups(OutputFile& out, const CompareAnswer& answer, Progress&, const 
     for (const GroupBy& by : usualGroupings(b.field)) {
         if (std::find(usualA.begin(), usualA.end(), by) != usualA.end()) {
             groupsA.push_back(groupSensors(a.field, columnsA, a.areas, by,
-                                           {.north = a.model.north, .included = includedA}));
+                                           {.classes = answer.options.classes,
+                                            .north = a.model.north,
+                                            .included = includedA}));
             groupsB.push_back(groupSensors(b.field, columnsB, b.areas, by,
-                                           {.north = b.model.north, .included = includedB}));
+                                           {.classes = answer.options.classes,
+                                            .north = b.model.north,
+                                            .included = includedB}));
         }
     }
     writeComparedGroupsCsv(out, groupsA, groupsB, columnsB);

@@ -6,6 +6,7 @@
 #include "study/results/result_folder.h"
 #include "study/run/compare_files.h"
 #include "study/run/result_files.h"
+#include "study/run/run_option_table.h"
 #include "study/run/run_options.h"
 #include "study/run/stopwatch.h"
 #include "study/support/kept_warnings.h"
@@ -105,6 +106,7 @@ void addCompareOptions(OptionTable& table, CompareRunOptions& options) {
                  "differ; by default three quarters of the edge of the coarser study's cells. 0 "
                  "compares the same places alone",
                  "metres");
+    addOrientationOptions(table, options.classes);
     Option& out = table.file("out", options.out, "Folder for the results; made when missing");
     out.typeName = "FOLDER";
     out.path = Option::Path::output;
@@ -114,6 +116,7 @@ void runCompare(const CompareRunOptions& options, Progress& told, const std::sto
     Stopwatch watch;
     KeptWarnings progress(told);
     checkOutFolder(options.out);
+    checkClasses(options.classes);
     OutputFolder folder(options.out, filesReadBy(options));
     const FolderHold hold(progress, folder);
     requireFreeFolder<CompareAnswer>(folder, options);

@@ -3,6 +3,7 @@
 
 #include "study/export.h"
 #include "study/results/comparison.h"
+#include "study/results/sensor_groups.h"
 #include "study/run/option_table.h"
 #include "study/support/progress.h"
 
@@ -15,6 +16,7 @@ struct CompareRunOptions {
     std::filesystem::path a; ///< folder of results, as they were
     std::filesystem::path b; ///< as they are now
     CompareOptions matching;
+    OrientationClasses classes = {}; ///< of the groups
     std::filesystem::path out;
 };
 

@@ -86,6 +86,23 @@ void addSummerTimeOption(OptionTable& table, std::function<void(const std::strin
                }});
 }
 
+void addOrientationOptions(OptionTable& table, OrientationClasses& classes) {
+    table
+        .number("flat", classes.flat, "DEG",
+                "Surfaces as close to level as this, or closer, are in the groups up and down, "
+                "whichever side they face",
+                "degrees")
+        .usual = fmt::format("{}", OrientationClasses().flat);
+    table.add({.name = "sectors",
+               .help = "Compass directions of --by orientation",
+               .typeName = "NUMBER",
+               .choices = {"4", "8", "16"},
+               .usual = fmt::format("{}", OrientationClasses().sectors),
+               .take = [&](const std::string& text) {
+                   classes.sectors = static_cast<int>(countOf("sectors", text, "4, 8 or 16"));
+               }});
+}
+
 void addEnclosedOption(OptionTable& table, bool& keep) {
     table.add({.name = "enclosed",
                .help = "Whether sensors that see neither sky nor ground, as inside of a body or "
@@ -323,6 +340,7 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                    options.groups.classes.tilts =
                        numbersOf("tilt-classes", text, "degrees, as in 10,30,60");
                }});
+    addOrientationOptions(table, options.groups.classes);
     table.flag("page", options.page,
                "Also write page.html: the results in 3-D, one file that every browser opens");
     table.number("page-limit", options.pageLimit, "MB",
@@ -349,9 +367,9 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                "start if there is none, refused if it was of another study");
     // An option of whatever kind counts for --resume unless it is known to leave finished sensors
     // as they are; of files the content counts, not the name.
-    constexpr std::array leavesSensorsAlone = {"threads",  "force",        "resume",  "hours-of",
-                                               "by",       "tilt-classes", "page",    "page-limit",
-                                               "enclosed", "dry-run",      "classes", "best"};
+    constexpr std::array leavesSensorsAlone = {
+        "threads", "force", "resume",     "hours-of", "by",      "tilt-classes", "flat",
+        "sectors", "page",  "page-limit", "enclosed", "dry-run", "classes",      "best"};
     for (const std::string& name : table.names()) {
         if (table.find(name)->path == Option::Path::none &&
             std::find(leavesSensorsAlone.begin(), leavesSensorsAlone.end(), name) ==

@@ -18,6 +18,9 @@ INSOLATE_STUDY_EXPORT void addSkyOptions(OptionTable& table, SkyOptions& options
 /// --dst, which gives a text that summerTimeOf() takes.
 void addSummerTimeOption(OptionTable& table, std::function<void(const std::string&)> take);
 
+/// --flat and --sectors: how `orientation` divides directions into groups.
+void addOrientationOptions(OptionTable& table, OrientationClasses& classes);
+
 /// --enclosed
 void addEnclosedOption(OptionTable& table, bool& keep);
 

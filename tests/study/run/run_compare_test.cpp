@@ -117,6 +117,22 @@ TEST_F(CompareRunTest, ReplacesNoInputAndTakesNoOtherPeriod) {
     EXPECT_FALSE(std::filesystem::exists(compare.out));
 }
 
+TEST_F(CompareRunTest, DividesDirectionsAsAsked) {
+    const auto rowsWith = [&](const char* orientation) {
+        compared();
+        const auto rows = test::rowsOf(compare.out / "groups.csv");
+        return std::ranges::count_if(
+            rows, [&](const auto& row) { return std::ranges::count(row, orientation) > 0; });
+    };
+    EXPECT_GT(rowsWith("north"), 0);
+    const auto up = rowsWith("up");
+    compare.classes.flat = 90.0;
+    EXPECT_EQ(rowsWith("north"), 0);
+    EXPECT_EQ(rowsWith("up"), up);
+    compare.classes.sectors = 5;
+    EXPECT_THAT(messageOf([&] { compared(); }), HasSubstr("--sectors 5: so many have no names"));
+}
+
 TEST_F(CompareRunTest, PicturesComeFromTheFolderAlone) {
     PictureRunOptions options;
     options.folder = compare.b;

@@ -1,6 +1,7 @@
 // A run as a program starts it: what it refuses, and what it says.
 #include "study/run/run_option_table.h"
 #include "study/run/run_study.h"
+#include "study/run/study_session.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
@@ -49,6 +50,8 @@ TEST(RunOptions, AreRefusedByName) {
         {options, "hours-of", "all,3", "--hours-of: all, groups and numbers exclude each other"},
         {options, "by", "roof", "--by 'roof': cells are not grouped by 'roof'"},
         {options, "tilt-classes", "30,20", "--tilt-classes 30,20: bounds ascend"},
+        {options, "flat", "91", "--flat 91: no slope of a flat surface"},
+        {options, "sectors", "5", "--sectors: there is no '5'; choose from 4, 8, 16"},
         {options, "split", "week", "--split: there is no 'week'; choose from"},
         {options, "periods", "6/31", "--periods '6/31': "},
         {june, "periods", "6/30-7/1", "1 July does not lie in the study's 1 June to 30 June"},
@@ -190,6 +193,31 @@ TEST(RunStudy, LeavesWhatStandsAgainstAnotherBodyOutOfMeansAndColours) {
     EXPECT_NEAR(summaryOf()["results"]["total"]["mean"], seen / 8.0, 1e-5 * seen);
     EXPECT_EQ(summaryOf()["results"]["total"]["lowest"], 0.0);
     EXPECT_NE(test::readFile(options.out / "heatmap.png"), picture);
+}
+
+// What a kept session has of the process must not stand in the way of the next study.
+TEST(StudySession, HoldsNothingOfTheProcessWhenItIsKept) {
+    const test::StudyFolder folder;
+    RunOptions fast;
+    fast.weather = folder.write("a.epw", test::clearYear());
+    fast.scenes = {folder.write("a.obj", test::courtModel())};
+    fast.period = {.startDay = 152, .endDay = 152};
+    RunOptions octree = fast;
+    octree.rays = RayMethod::octree;
+    RunOptions other = octree;
+    other.method = "perez-sky";
+    Progress silent;
+    StudySession kept(octree, {}, silent);
+    kept.calculate(silent);
+    StudySession second(other, {}, silent);
+    second.calculate(silent);
+    StudySession third(other, {}, silent);
+    third.calculate(silent);
+    EXPECT_EQ(second.columns().front().values, third.columns().front().values);
+    StudySession same(fast, {}, silent);
+    same.calculate(silent);
+    EXPECT_EQ(kept.columns().front().values, same.columns().front().values);
+    EXPECT_EQ(kept.hoursOf(0).beam, same.hoursOf(0).beam);
 }
 
 } // namespace
