@@ -58,8 +58,8 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
         }
         import.lod = arguments->lod;
         const study::Mesh mesh = study::importMesh(arguments->file, import, interruption.token());
-        const study::ModelInfo found =
-            study::modelInfo(mesh, study::place(arguments->file), import.unit);
+        const study::ModelInfo found = study::modelInfo(mesh, study::place(arguments->file),
+                                                        import.unit, interruption.token());
         printResult(arguments->asJson ? study::modelInfoJson(found, arguments->north)
                                       : study::modelInfoText(found, arguments->north));
     });

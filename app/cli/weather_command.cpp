@@ -27,8 +27,8 @@ void addWeatherCommand(CLI::App& app, Interruption& interruption) {
                 "Fails when 'insolate run' would not take the file.");
     info->add_option("FILE", arguments->from, "Weather file of any format that is read")
         ->required();
-    info->callback([arguments] {
-        const WeatherInfo found = weatherInfo(arguments->from);
+    info->callback([arguments, &interruption] {
+        const WeatherInfo found = weatherInfo(arguments->from, interruption.token());
         printResult(found.text);
         if (!found.refusal.empty()) {
             throw DataError(found.refusal);

@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Any, Literal, NamedTuple, Optional, Union, cas
 import numpy as np
 
 from . import _core
+from ._reports import Report
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -218,4 +219,5 @@ def read_weather(file: Union[str, os.PathLike[str]]) -> Weather:
     DataError
         When it is no weather file; files with gaps are read, and `Weather.findings` names them.
     """
-    return Weather(_core.read_weather(os.fspath(file)))
+    with Report(False) as report:
+        return Weather(_core.read_weather(os.fspath(file), report))

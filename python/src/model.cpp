@@ -66,8 +66,8 @@ PyMesh modelOf(const std::string& name, const InArray<double, 2>& vertices,
                                               .materials = spanOf(materials),
                                               .names = names},
                                              name, options.import);
-    doWork(report, [&](study::Progress& progress, const std::stop_token&) {
-        study::orientModel(mesh, name, options, progress);
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        study::orientModel(mesh, name, options, progress, stop);
     });
     return {std::make_shared<const study::Mesh>(std::move(mesh)), name, options};
 }

@@ -29,7 +29,9 @@ nb::ndarray<nb::numpy, double> sunPositionsAt(const InArray<std::int64_t, 1>& na
             const std::size_t size = std::min(atOnce, count - first);
             for (std::size_t k = 0; k < size; ++k) {
                 const std::int64_t time = nanoseconds.data()[first + k];
-                // Whole days apart from the rest, so that nothing of a microsecond is lost.
+                // Whole days apart from the rest: nanoseconds since 1970 have more digits than a
+                // double. The day itself is good to 40 microseconds, in which the sun moves by
+                // 2e-7 degrees.
                 const double day = julianDayOf1970 + static_cast<double>(time / perDay);
                 days[k] = day + static_cast<double>(time % perDay) / static_cast<double>(perDay);
             }

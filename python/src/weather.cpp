@@ -16,12 +16,11 @@ namespace {
 
 constexpr std::int64_t nanosecondsPerHour = 3'600'000'000'000;
 
-PyWeather readWeather(const std::string& file) {
+PyWeather readWeather(const std::string& file, nb::handle report) {
     study::WeatherYear year;
-    {
-        const nb::gil_scoped_release unlocked;
-        year = study::readWeatherYear(file);
-    }
+    doWork(report, [&](study::Progress&, const std::stop_token& stop) {
+        year = study::readWeatherYear(file, stop);
+    });
     return {std::make_shared<const study::WeatherYear>(std::move(year)), file, true};
 }
 
@@ -105,7 +104,7 @@ void bindWeather(nb::module_& module) {
         .def_prop_ro("temp_air", &seriesOf<&WeatherSeries::dryBulb>, nb::rv_policy::reference)
         .def_prop_ro("temp_dew", &seriesOf<&WeatherSeries::dewPoint>, nb::rv_policy::reference)
         .def_prop_ro("pressure", &seriesOf<&WeatherSeries::pressure>, nb::rv_policy::reference);
-    module.def("read_weather", &readWeather, nb::arg("file"));
+    module.def("read_weather", &readWeather, nb::arg("file"), nb::arg("report").none());
     module.def("weather_of", &weatherOf, nb::arg("name"), nb::arg("latitude"), nb::arg("longitude"),
                nb::arg("time_zone"), nb::arg("elevation"), nb::arg("times").noconvert(),
                nb::arg("values").noconvert());

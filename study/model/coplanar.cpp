@@ -2,6 +2,7 @@
 
 #include "study/model/mesh_edges.h"
 #include "study/model/polygon_rings.h"
+#include "study/support/errors.h"
 
 #include <algorithm>
 #include <array>
@@ -41,7 +42,8 @@ public:
         m_farthest = 1.0e-6 * length(high - low);
     }
 
-    MergedMesh merge() {
+    /// @throws Stopped
+    MergedMesh merge(const std::stop_token& stop) {
         const std::size_t count = m_mesh.faces.size();
         std::vector<Vector3> areas(count);
         std::vector<double> sizes(count, -1.0);
@@ -62,6 +64,7 @@ public:
         std::vector<std::uint32_t> patch;
         std::size_t triangles = 0;
         for (const std::uint32_t seed : seeds) {
+            throwIfStopped(stop);
             if (m_patchOf[seed] != noFace || !(sizes[seed] > 0.0)) {
                 continue;
             }
@@ -268,8 +271,8 @@ private:
 
 } // namespace
 
-MergedMesh mergeCoplanarTriangles(const Mesh& mesh) {
-    return Merger(mesh).merge();
+MergedMesh mergeCoplanarTriangles(const Mesh& mesh, const std::stop_token& stop) {
+    return Merger(mesh).merge(stop);
 }
 
 } // namespace insolate::study

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stop_token>
 #include <vector>
 
 namespace insolate::study {
@@ -25,6 +26,8 @@ struct MergedMesh {
 /// A triangle lies in the plane of others when its corners are off it by no more than a millionth
 /// of the model's extent, and its normal by no more than a tenth of a degree and what that
 /// millionth explains of a narrow one.
-INSOLATE_STUDY_EXPORT MergedMesh mergeCoplanarTriangles(const Mesh& mesh);
+/// @throws Stopped
+INSOLATE_STUDY_EXPORT MergedMesh mergeCoplanarTriangles(const Mesh& mesh,
+                                                        const std::stop_token& stop = {});
 
 } // namespace insolate::study

@@ -56,7 +56,7 @@ double angleBelowZenith(const Vector3& a, const Vector3& b) {
 /// Whether places of a scene lie in its bodies.
 class Insides {
 public:
-    explicit Insides(const Scene& scene) : m_surfaces(0) {
+    Insides(const Scene& scene, const std::stop_token& stop) : m_surfaces(0) {
         Mesh mesh;
         mesh.vertices = scene.vertices;
         mesh.corners.resize(scene.vertices.size());
@@ -66,7 +66,7 @@ public:
         for (std::uint32_t i = 0; i + 2 < mesh.corners.size(); i += 3) {
             mesh.faces.push_back({.firstCorner = i, .cornerCount = 3});
         }
-        const Bodies bodies = findBodies(mesh);
+        const Bodies bodies = findBodies(mesh, stop);
         m_surfaces = bodies.bodies.size();
         m_kinds.assign(m_surfaces, Kind::closed);
         findGround(mesh, bodies, planOf(scene));
@@ -296,7 +296,7 @@ GroundPlaneSensors cutGroundPlane(const GroundPlane& plane, const Scene& scene,
     }
     const double columns = pieces(box.highX - box.lowX, plane.grid);
     const double rows = pieces(box.highY - box.lowY, plane.grid);
-    Insides insides(scene);
+    Insides insides(scene, stop);
     SensorField& field = result.field;
     field.cellStart.push_back(0);
     const auto at = [&](double column, double row) {

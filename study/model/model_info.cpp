@@ -121,7 +121,8 @@ std::string lengthText(double metres) {
 
 } // namespace
 
-ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit) {
+ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit,
+                    const std::stop_token& stop) {
     ModelInfo info;
     info.source = source;
     info.unit = unit;
@@ -140,6 +141,7 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     areas.reserve(info.faces);
     std::vector<Vector3> polygon;
     for (const Mesh::Face& face : mesh.faces) {
+        throwIfStopped(stop);
         mesh.polygonOf(face, polygon);
         const Vector3 area = areaVector(polygon);
         areas.push_back(area);
@@ -171,7 +173,7 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     appendTriangles(mesh, triangles);
     info.likelyUnit = likelyUnit(unit, lengthsOf(triangles));
 
-    const Bodies bodies = findBodies(mesh);
+    const Bodies bodies = findBodies(mesh, stop);
     info.outward = bodies.count(Winding::outward);
     info.inward = bodies.count(Winding::inward);
     info.mixed = bodies.count(Winding::mixed);

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -49,8 +50,9 @@ struct ModelInfo {
 };
 
 /// @param unit in which the file was read
+/// @throws Stopped
 INSOLATE_STUDY_EXPORT ModelInfo modelInfo(const Mesh& mesh, const std::string& source,
-                                          LengthUnit unit);
+                                          LengthUnit unit, const std::stop_token& stop = {});
 
 /// A page for a person: the largest parts, and what may be wrong, with the option that helps.
 /// @param north from the model's +Y clockwise to true north [degrees]

@@ -1,6 +1,7 @@
 #include "study/model/sensor_grid.h"
 
 #include "study/model/polygon_rings.h"
+#include "study/support/errors.h"
 
 #include <algorithm>
 #include <array>
@@ -265,10 +266,11 @@ double estimatedSensorCount(const Mesh& mesh, std::span<const std::uint32_t> fac
 }
 
 SensorGrid cutIntoSensors(const Mesh& mesh, std::span<const std::uint32_t> faces,
-                          const SensorGridOptions& options) {
+                          const SensorGridOptions& options, const std::stop_token& stop) {
     Cutter cutter(options);
     std::vector<Vector3> polygon;
     for (const std::uint32_t index : faces) {
+        throwIfStopped(stop);
         const Mesh::Face& face = mesh.faces[index];
         const std::uint32_t object = face.object != Mesh::unnamed ? face.object : face.group;
         cutter.addFace(outlineOf(mesh, face, polygon),

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <span>
+#include <stop_token>
 #include <vector>
 
 namespace insolate::study {
@@ -48,9 +49,11 @@ INSOLATE_STUDY_EXPORT double estimatedSensorCount(const Mesh& mesh,
 /// or a flat triangle, is sliced across instead.
 /// The order of the sensors is the order of the faces; each knows the face that it comes from, with
 /// its object and material.
+/// @throws Stopped
 INSOLATE_STUDY_EXPORT SensorGrid cutIntoSensors(const Mesh& mesh,
                                                 std::span<const std::uint32_t> faces,
-                                                const SensorGridOptions& options);
+                                                const SensorGridOptions& options,
+                                                const std::stop_token& stop = {});
 
 /// Areas of the sensors' cells, or those that the field gives [m2]; none where there are neither.
 INSOLATE_STUDY_EXPORT std::vector<float> cellAreas(const SensorField& field);

@@ -92,8 +92,8 @@ void cancelBridges(std::vector<EdgeUse>& uses) {
 
 class BodyFinder {
 public:
-    explicit BodyFinder(const Mesh& mesh)
-        : m_mesh(mesh), m_sets(mesh.faces.size()), m_isOpen(mesh.faces.size(), 0) {}
+    BodyFinder(const Mesh& mesh, const std::stop_token& stop)
+        : m_mesh(mesh), m_stop(stop), m_sets(mesh.faces.size()), m_isOpen(mesh.faces.size(), 0) {}
 
     Bodies find() {
         joinFaces();
@@ -115,6 +115,7 @@ private:
         std::vector<EdgeUse> edge;
         std::vector<EdgeUse> crowded; // edges of more than two faces, for a second look
         forEachEdge(std::span(uses), [&](std::span<const EdgeUse> all) {
+            throwIfStopped(m_stop);
             if (all.size() == 2 && all[0].face != all[1].face) { // nearly every edge
                 join(all[0], all[1]);
                 return;
@@ -180,6 +181,7 @@ private:
         std::vector<double> largestArea;
         std::vector<Vector3> polygon;
         for (std::uint32_t f = 0; f < count; ++f) {
+            throwIfStopped(m_stop);
             const WindingSets::Place place = m_sets.find(f);
             std::uint32_t& body = bodyOfSet[place.set];
             if (body == none) {
@@ -340,6 +342,7 @@ private:
         std::vector<char> changes(bodies.size(), 0);
         std::vector<std::uint32_t> above;
         for (const std::uint32_t b : order) { // what holds a body is larger
+            throwIfStopped(m_stop);
             if (asRead[b] == Winding::open || asRead[b] == Winding::mixed) {
                 continue;
             }
@@ -378,6 +381,7 @@ private:
     }
 
     const Mesh& m_mesh;
+    const std::stop_token& m_stop;
     WindingSets m_sets;
     std::vector<char> m_isOpen;           ///< by face: whether its surface is not closed at it
     std::vector<double> m_signed;         ///< volumes, as the first face of each set is wound
@@ -392,12 +396,12 @@ std::size_t Bodies::count(Winding winding) const {
         bodies.begin(), bodies.end(), [&](const Body& body) { return body.winding == winding; }));
 }
 
-Bodies findBodies(const Mesh& mesh) {
-    return BodyFinder(mesh).find();
+Bodies findBodies(const Mesh& mesh, const std::stop_token& stop) {
+    return BodyFinder(mesh, stop).find();
 }
 
-OrientReport orientFaces(Mesh& mesh, Orient orient) {
-    const Bodies found = findBodies(mesh);
+OrientReport orientFaces(Mesh& mesh, Orient orient, const std::stop_token& stop) {
+    const Bodies found = findBodies(mesh, stop);
     OrientReport report;
     report.inward = found.count(Winding::inward);
     report.mixed = found.count(Winding::mixed);

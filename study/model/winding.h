@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,7 +46,8 @@ struct INSOLATE_STUDY_EXPORT Bodies {
 };
 
 /// Faces without area belong to bodies like others.
-INSOLATE_STUDY_EXPORT Bodies findBodies(const Mesh& mesh);
+/// @throws Stopped
+INSOLATE_STUDY_EXPORT Bodies findBodies(const Mesh& mesh, const std::stop_token& stop = {});
 
 /// What becomes of the winding: closed bodies turned outward, every face turned, or nothing.
 enum class Orient { outward, flip, keep };
@@ -60,7 +62,9 @@ struct OrientReport {
 };
 
 /// Turns faces by reversing their corners behind the first.
-INSOLATE_STUDY_EXPORT OrientReport orientFaces(Mesh& mesh, Orient orient);
+/// @throws Stopped; the mesh is as it was then
+INSOLATE_STUDY_EXPORT OrientReport orientFaces(Mesh& mesh, Orient orient,
+                                               const std::stop_token& stop = {});
 
 /// A sentence for the user about bodies that pointed inwards and what was done about them; empty
 /// when there is nothing to say.

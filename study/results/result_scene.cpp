@@ -47,7 +47,7 @@ ResultScene loadResultScene(const ResultFolder& results, const std::stop_token& 
         }
         try {
             Mesh mesh = importMesh(file, model.readings[i].import, stop);
-            orientFaces(mesh, model.readings[i].orient);
+            orientFaces(mesh, model.readings[i].orient, stop);
             appendTriangles(mesh, loaded.scene);
             loaded.meshes.push_back(std::move(mesh));
         } catch (const DataError& error) {

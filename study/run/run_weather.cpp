@@ -73,9 +73,10 @@ bool isOurWea(const std::filesystem::path& file) {
 
 } // namespace
 
-WeatherInfo weatherInfo(const std::filesystem::path& file) {
-    const WeatherInput input = openWeather(file);
+WeatherInfo weatherInfo(const std::filesystem::path& file, const std::stop_token& stop) {
+    const WeatherInput input = openWeather(file, stop);
     const WeatherYear read = readWeatherYear(input);
+    throwIfStopped(stop);
     const WeatherSeries& year = read.series;
     std::array<MonthTotals, 12> months;
     MonthTotals whole;

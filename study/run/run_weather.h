@@ -16,8 +16,9 @@ struct WeatherInfo {
     std::string refusal; ///< why `insolate run` would not take the file; empty when it would
 };
 
-/// @throws DataError when it is no weather file
-INSOLATE_STUDY_EXPORT WeatherInfo weatherInfo(const std::filesystem::path& file);
+/// @throws DataError when it is no weather file; Stopped
+INSOLATE_STUDY_EXPORT WeatherInfo weatherInfo(const std::filesystem::path& file,
+                                              const std::stop_token& stop = {});
 
 /// Writes the year as the library reads it into a .wea file.
 /// @throws Error, Stopped; no file is left then

@@ -137,14 +137,15 @@ void noteSelection(const SelectedFaces& selected, Progress& progress) {
 }
 
 /// Puts triangles together, unless the user wants each cut by itself.
-MergedMesh mergeFaces(Mesh mesh, const ModelOptions& options, Progress& progress) {
+MergedMesh mergeFaces(Mesh mesh, const ModelOptions& options, Progress& progress,
+                      const std::stop_token& stop) {
     if (!options.mergeFaces) {
         MergedMesh same{.mesh = std::move(mesh), .firstFace = {}, .triangles = 0};
         same.firstFace.resize(same.mesh.faces.size());
         std::iota(same.firstFace.begin(), same.firstFace.end(), 0U);
         return same;
     }
-    MergedMesh merged = mergeCoplanarTriangles(mesh);
+    MergedMesh merged = mergeCoplanarTriangles(mesh, stop);
     if (merged.triangles > 0) {
         const std::size_t faces = merged.mesh.faces.size() + merged.triangles - mesh.faces.size();
         progress.note(fmt::format("{} coplanar triangles are cut as {} {}; --merge-faces no cuts "
@@ -156,15 +157,16 @@ MergedMesh mergeFaces(Mesh mesh, const ModelOptions& options, Progress& progress
 }
 
 SensorField cutSensors(Mesh whole, double triangles, const SensorGridOptions& grid,
-                       const ModelOptions& options, Progress& progress) {
-    const MergedMesh merged = mergeFaces(std::move(whole), options, progress);
+                       const ModelOptions& options, Progress& progress,
+                       const std::stop_token& stop) {
+    const MergedMesh merged = mergeFaces(std::move(whole), options, progress, stop);
     const Mesh& mesh = merged.mesh;
     const std::string source = place(options.sensorFile());
     const SelectedFaces selected = selectFaces(mesh, options.selection, options.north, source);
     const std::vector<std::uint32_t>& faces = selected.faces;
     noteSelection(selected, progress);
     checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
-    SensorGrid cut = cutIntoSensors(mesh, faces, grid);
+    SensorGrid cut = cutIntoSensors(mesh, faces, grid, stop);
     if (cut.emptyFaces > 0) {
         progress.warn(
             fmt::format("{}: {} {} left out", source, groupedDigits(cut.emptyFaces),
@@ -245,19 +247,19 @@ Mesh readModel(const std::filesystem::path& file, const ModelOptions& options, P
                const std::stop_token& stop) {
     checkFileSize(file, options);
     Mesh mesh = importMesh(file, options.import, stop);
-    orientModel(mesh, file, options, progress);
+    orientModel(mesh, file, options, progress, stop);
     return mesh;
 }
 
 void orientModel(Mesh& mesh, const std::filesystem::path& file, const ModelOptions& options,
-                 Progress& progress) {
+                 Progress& progress, const std::stop_token& stop) {
     if (const std::string text = precisionText(mesh, file); !text.empty()) {
         progress.warn(text);
     }
     for (const std::string& note : mesh.notes) {
         progress.note(note);
     }
-    const OrientReport turned = orientFaces(mesh, options.orient);
+    const OrientReport turned = orientFaces(mesh, options.orient, stop);
     if (const std::string text = orientText(turned, options.orient, place(file)); !text.empty()) {
         progress.warn(text);
     }
@@ -302,9 +304,9 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
         }
         inputs.spacing = options.grid.value_or(ModelOptions::usualGrid);
         inputs.offset = sensorOffset(inputs.scene, *mesh, options, progress);
-        inputs.field =
-            cutSensors(std::move(*mesh), triangles,
-                       {.spacing = *inputs.spacing, .offset = *inputs.offset}, options, progress);
+        inputs.field = cutSensors(std::move(*mesh), triangles,
+                                  {.spacing = *inputs.spacing, .offset = *inputs.offset}, options,
+                                  progress, stop);
     }
     progress.note(fmt::format("sensors: {}", groupedDigits(inputs.field.size())));
     noteUndersides(inputs.field, progress);

@@ -41,8 +41,10 @@ INSOLATE_STUDY_EXPORT Mesh readModel(const std::filesystem::path& file, const Mo
                                      Progress& progress, const std::stop_token& stop = {});
 
 /// Reports what a person should know of a model, and turns its faces as the options say.
+/// @throws Stopped
 INSOLATE_STUDY_EXPORT void orientModel(Mesh& mesh, const std::filesystem::path& file,
-                                       const ModelOptions& options, Progress& progress);
+                                       const ModelOptions& options, Progress& progress,
+                                       const std::stop_token& stop = {});
 
 /// Adds the sensors that the options ask for to the scene in the inputs: cut from a plane or from
 /// the faces of a model, or read from a table.

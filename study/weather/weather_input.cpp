@@ -8,8 +8,8 @@
 
 namespace insolate::study {
 
-WeatherInput openWeather(const std::filesystem::path& file) {
-    WeatherInput input{file, InputFile(file, inputKinds::weather).readAll()};
+WeatherInput openWeather(const std::filesystem::path& file, const std::stop_token& stop) {
+    WeatherInput input{file, InputFile(file, inputKinds::weather, stop).readAll()};
     if (input.content.starts_with("\xEF\xBB\xBF")) {
         input.content.erase(0, 3);
     }

@@ -5,6 +5,7 @@
 #include "study/weather/weather_format.h"
 
 #include <filesystem>
+#include <stop_token>
 #include <string>
 
 namespace insolate::study {
@@ -16,7 +17,9 @@ struct WeatherInput {
 };
 
 /// Reads the file and recognises its format by what it holds, whatever its name.
-/// @throws DataError when it cannot be read, is too large for a year of minutes, or is no weather
-INSOLATE_STUDY_EXPORT WeatherInput openWeather(const std::filesystem::path& file);
+/// @throws DataError when it cannot be read, is too large for a year of minutes, or is no weather;
+///         Stopped
+INSOLATE_STUDY_EXPORT WeatherInput openWeather(const std::filesystem::path& file,
+                                               const std::stop_token& stop = {});
 
 } // namespace insolate::study

@@ -12,8 +12,10 @@
 
 namespace insolate::study {
 
-WeatherYear readWeatherYear(const std::filesystem::path& file) {
-    return readWeatherYear(openWeather(file));
+WeatherYear readWeatherYear(const std::filesystem::path& file, const std::stop_token& stop) {
+    WeatherYear year = readWeatherYear(openWeather(file, stop));
+    throwIfStopped(stop);
+    return year;
 }
 
 WeatherYear readWeatherYear(const WeatherInput& input) {

@@ -8,6 +8,7 @@
 #include <insolate/insolate.h>
 
 #include <filesystem>
+#include <stop_token>
 #include <string>
 
 namespace insolate::study {
@@ -21,8 +22,9 @@ struct WeatherYear {
 /// through the library's store, which holds no global radiation; of other texts with each value
 /// where its label says.
 /// @throws DataError when the file gives no year; one with gaps is for requireCompleteYear() to
-///         judge
-INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const std::filesystem::path& file);
+///         judge; Stopped
+INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const std::filesystem::path& file,
+                                                  const std::stop_token& stop = {});
 INSOLATE_STUDY_EXPORT WeatherYear readWeatherYear(const WeatherInput& input);
 
 /// The year as the store of the methods other than hourly takes it.
