@@ -10,11 +10,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <oneapi/tbb/parallel_for.h>
+#include <xxhash.h>
 
 namespace insolate::study {
 
@@ -49,12 +49,31 @@ public:
     int initialise() override { return 0; }
 };
 
-/// Of elements without gaps between their members.
-template <typename Element>
-bool sameBytes(const std::vector<Element>& a, const std::vector<Element>& b) {
-    return a.size() == b.size() &&
-           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(Element)) == 0);
-}
+/// Collects bytes on which results depend.
+class Digest {
+public:
+    /// Of values and of elements without gaps between their members.
+    template <typename Value>
+    void add(const Value& value) {
+        add(&value, sizeof value);
+    }
+    template <typename Element>
+    void add(const std::vector<Element>& elements) {
+        add(elements.size());
+        add(elements.data(), elements.size() * sizeof(Element));
+    }
+    [[nodiscard]] std::string text() const {
+        const XXH128_hash_t hash = XXH3_128bits(m_bytes.data(), m_bytes.size());
+        return fmt::format("{:016x}{:016x}", hash.high64, hash.low64);
+    }
+
+private:
+    void add(const void* bytes, std::size_t size) {
+        m_bytes.append(static_cast<const char*>(bytes), size);
+    }
+
+    std::string m_bytes;
+};
 
 int stepsOfHour(double step) {
     const double steps = std::round(1.0 / step);
@@ -228,27 +247,26 @@ HourlyStudy::again(const SkyOptions& options, double north,
                : nullptr;
 }
 
-bool HourlyStudy::isSameAs(const RadiationMethod& other) const {
-    const auto* hourly = dynamic_cast<const HourlyStudy*>(&other);
-    if (hourly == nullptr) {
-        return false;
-    }
-    if (m_analysis == hourly->m_analysis) {
-        return true;
-    }
-    const HourlySky& a = m_analysis->sky();
-    const HourlySky& b = hourly->m_analysis->sky();
-    const HourlyOptions& mine = m_asked.hourly;
-    const HourlyOptions& others = hourly->m_asked.hourly;
-    return mine.skyTolerance == others.skyTolerance && mine.sunTolerance == others.sunTolerance &&
-           mine.openGround == others.openGround && a.options.northOffset == b.options.northOffset &&
-           a.hours == b.hours && a.daylightHours == b.daylightHours &&
-           a.groundReflected == b.groundReflected && sameBytes(a.diffuse, b.diffuse) &&
-           sameBytes(a.sunCells, b.sunCells) && sameBytes(a.sunSteps, b.sunSteps) &&
-           sameBytes(a.skyHours, b.skyHours) && sameBytes(a.beams, b.beams) &&
-           sameBytes(a.patchRadiance, b.patchRadiance) &&
-           a.report.diffuseHorizontal == b.report.diffuseHorizontal &&
-           a.report.directHorizontal == b.report.directHorizontal;
+std::string HourlyStudy::digest() const {
+    const HourlySky& sky = m_analysis->sky();
+    const HourlyOptions& asked = m_asked.hourly;
+    Digest digest;
+    digest.add(asked.skyTolerance);
+    digest.add(asked.sunTolerance);
+    digest.add(asked.openGround);
+    digest.add(sky.options.northOffset);
+    digest.add(sky.hours);
+    digest.add(sky.daylightHours);
+    digest.add(sky.groundReflected);
+    digest.add(sky.diffuse);
+    digest.add(sky.sunCells);
+    digest.add(sky.sunSteps);
+    digest.add(sky.skyHours);
+    digest.add(sky.beams);
+    digest.add(sky.patchRadiance);
+    digest.add(sky.report.diffuseHorizontal);
+    digest.add(sky.report.directHorizontal);
+    return digest.text();
 }
 
 std::vector<std::uint8_t> HourlyStudy::touched(const SensorWork& work,

@@ -31,7 +31,7 @@ public:
     [[nodiscard]] std::unique_ptr<RadiationMethod>
     again(const SkyOptions& options, double north,
           const std::shared_ptr<const WeatherYear>& given) const override;
-    [[nodiscard]] bool isSameAs(const RadiationMethod& other) const override;
+    [[nodiscard]] std::string digest() const override;
     [[nodiscard]] std::vector<std::uint8_t> touched(const SensorWork& work,
                                                     const SceneDifference& difference,
                                                     MaskSource& before, int threads,
