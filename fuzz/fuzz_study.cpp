@@ -13,7 +13,7 @@ INSOLATE_FUZZ_TARGET(study)(const std::uint8_t* bytes, std::size_t size) {
     OptionTable table;
     addRunOptions(table, options);
     try {
-        applyStudyFile(table, file.name(), {}, "'insolate run --help'");
+        StudyFile(file.name()).apply(table, {}, nullptr);
     } catch (const Error& error) {
         insolate::fuzz::requireFix(error);
     }

@@ -523,7 +523,7 @@ inline void ShadowEdges::count(Cell& cell, int level, int x, int y, float value,
 }
 
 /// The same for the sun in a square, or for a step of it. The time counts where the surface faces
-/// the ray, whether the sun radiates or not: would its energy tell, a surface with a wall behind it
+/// the ray, whether the sun radiates or not. If its energy decided, a surface with a wall behind it
 /// would lose time where the ray lies on one side of its plane and the energy on the other.
 inline void ShadowEdges::countSun(Cell& cell, const EdgeTables::Sun& sun, bool faced, float value,
                                   float sign) const {

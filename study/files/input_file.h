@@ -31,7 +31,7 @@ struct InputKind {
 inline constexpr std::uintmax_t mostStreamBytes = 64U << 20U;
 
 namespace inputKinds {
-/// Larger studies than 4 MB would be lists of sensors, which belong into tables.
+/// Larger studies than 4 MB would be lists of sensors, which belong in tables.
 inline constexpr InputKind study = {
     .name = "study file", .mostBytes = 4U << 20U, .mayStream = true};
 /// A year of minutes in the EPW format has 105 MB.

@@ -137,9 +137,10 @@ PictureView pictureView(std::string_view text) {
             return {*azimuth, *altitude};
         }
     }
-    throw UsageError(fmt::format("--view {}: is no view; give top, north, east, south, west, or "
-                                 "the viewer's bearing and height in degrees, 155,42",
-                                 quoteText(text)));
+    throw UsageError(
+        fmt::format("--view {}: there is no such view; give top, north, east, south, west, or "
+                    "the viewer's bearing and height in degrees, 155,42",
+                    quoteText(text)));
 }
 
 void Extent::add(double x, double y) {

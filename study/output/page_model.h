@@ -38,7 +38,7 @@ struct CellBlock {
     std::vector<std::uint8_t> present; ///< of a grid with gaps: its places, 1 where a cell is
 };
 
-/// Finds the grids. A grid is at least `2` cells of one face, object and material that lie on the
+/// Finds the grids. A grid is two or more cells of one face, object and material that lie on the
 /// lattice of the first within the tolerance; a grid on a level plane may have gaps where
 /// buildings stand.
 std::vector<CellBlock> cellBlocks(const SensorField& field, double tolerance);

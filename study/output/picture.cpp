@@ -225,8 +225,8 @@ private:
                    const Triangle& triangle) const {
         const bool hasNormal = dot(sensorNormal, sensorNormal) > 0.25;
         const Vector3 normal = hasNormal ? unit(sensorNormal) : m_projection.toViewer();
-        const Vector3 helper = std::abs(normal.z) < 0.9 ? Vector3{0, 0, 1} : Vector3{1, 0, 0};
-        const Vector3 u = unit(cross(helper, normal));
+        const Vector3 notAlong = std::abs(normal.z) < 0.9 ? Vector3{0, 0, 1} : Vector3{1, 0, 0};
+        const Vector3 u = unit(cross(notAlong, normal));
         const Vector3 w = cross(normal, u);
         const double radius = m_discRadius / m_place.scale();
         std::array<Vector3, 16> rim;

@@ -53,7 +53,7 @@ public:
     /// where the method looks for it, no ground. One that faces straight down sees no sky anyway.
     [[nodiscard]] virtual bool isEnclosed(std::span<const ResultColumn> columns,
                                           const SensorField& field, std::size_t sensor) const = 0;
-    /// What an enclosed sensor sees not, for the user: "no sky".
+    /// What lies before an enclosed sensor, for the user: "no sky".
     [[nodiscard]] virtual const char* enclosedText() const = 0;
 
     /// The hours of a sensor. Only asked of methods that take --hours-of.

@@ -299,29 +299,6 @@ StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>
     return taken;
 }
 
-StudyKeys applyStudyFile(const OptionTable& table, const std::filesystem::path& file,
-                         const std::set<std::string>& given, const std::string& help,
-                         const std::stop_token& stop) {
-    const toml::table study = readTable(file, stop);
-    StudyKeys taken;
-    for (const auto& [key, value] : study) {
-        const std::string name(key.str());
-        const std::string where = linePlace(file, key.source());
-        const Option* option = table.find(name);
-        if (option == nullptr) {
-            throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
-                                        "{} without their dashes",
-                                        where, quoteText(name), didYouMean(name, table.names()),
-                                        help));
-        }
-        if (!given.contains(name)) {
-            giveKey(*option, value, file);
-            taken["--" + name] = where;
-        }
-    }
-    return taken;
-}
-
 void failInStudy(const StudyKeys& keys, const UsageError& error) {
     const std::string text = error.what();
     if (const auto key = keys.find(text.substr(0, text.find_first_of(": "))); key != keys.end()) {

@@ -64,18 +64,6 @@ private:
     std::vector<StudyAnalysis> m_analyses;
 };
 
-/// Gives every key of the file to the option of the same name, unless it is given already: what is
-/// said beside the study file wins. File names are relative to the study file's folder.
-/// @param given names of options that have their values
-/// @param help where the options are listed, "'insolate run --help'"
-/// @throws DataError with file and line when the file cannot be read or a key or value is wrong;
-///         Stopped
-INSOLATE_STUDY_EXPORT StudyKeys applyStudyFile(const OptionTable& table,
-                                               const std::filesystem::path& file,
-                                               const std::set<std::string>& given,
-                                               const std::string& help,
-                                               const std::stop_token& stop = {});
-
 /// Throws the error again: with the place of the option that it begins with, when a study file has
 /// given that one.
 [[noreturn]] INSOLATE_STUDY_EXPORT void failInStudy(const StudyKeys& keys, const UsageError& error);

@@ -2,6 +2,7 @@
 
 #include "study/files/input_file.h"
 #include "study/model/mesh.h"
+#include "study/results/table_records.h"
 #include "study/support/errors.h"
 #include "study/support/fields.h"
 #include "study/support/numbers.h"
@@ -83,9 +84,9 @@ void requireSameSun(const std::filesystem::path& folder, const Json& record) {
 Baseline readBaseline(const std::filesystem::path& folder, const SensorField& field, bool probable,
                       const std::stop_token& stop) {
     const std::filesystem::path file = folder / "sensors.csv";
-    InputFile in(file, inputKinds::sensorTable, stop);
+    TableRecords records(file, inputKinds::sensorTable, stop);
     std::string line;
-    in.readLine(line);
+    records.next(line);
     const std::string first = line;
     std::vector<std::string_view> header;
     splitFields(first, ",", header);
@@ -101,18 +102,18 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
     const std::size_t value = columnOf(probable ? "probable_sun [%]" : "sun [min]");
     const std::size_t winter = probable ? columnOf("probable_sun_winter [%]") : 0;
     const std::size_t passes = columnOf("passes [0 or 1]");
-    // Names at the end of a line may have commas within.
+    // Names at the end of a record may have commas and line ends within.
     const std::size_t width = header.size();
     Baseline baseline;
     std::vector<std::string_view> fields;
-    for (std::size_t number = 2; in.readLine(line); ++number) {
+    while (records.next(line)) {
         splitFields(line, ",", fields);
         const auto at = [&](std::size_t column) {
             const auto parsed =
                 fields.size() >= width ? parseNumber<double>(fields[column]) : std::nullopt;
             if (!parsed) {
                 throw DataError(fmt::format("{}: not a line of results; write the baseline again",
-                                            place(file, number)));
+                                            place(file, records.line())));
             }
             return *parsed;
         };
@@ -122,7 +123,7 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
             length(Vector3{at(0), at(1), at(2)} - field.positions[sensor]) > samePlace) {
             throw DataError(fmt::format("{}: not the sensors of this study; make the baseline with "
                                         "the same --sensors, --select, --grid and --offset",
-                                        place(file, number)));
+                                        place(file, records.line())));
         }
         baseline.values.push_back(at(value));
         baseline.winter.push_back(probable ? at(winter) : 0.0);

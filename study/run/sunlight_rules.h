@@ -19,7 +19,7 @@ namespace insolate::study {
 /// What the hours of a window are counted by.
 enum class TimeBasis {
     clock,   ///< of the site's time zone
-    solar,   ///< true solar time: the sun is due south at 12 (due north in the tropics and beyond)
+    solar,   ///< true solar time: the sun crosses the meridian at 12
     daylight ///< from sunrise and to sunset, the disc's upper edge on the horizon
 };
 

@@ -166,7 +166,7 @@ TEST_F(CompareRunTest, PicturesComeFromTheFolderAlone) {
         {"scale", "5", "--scale: '5' are no two numbers"},
         {"scale", "5,1", "--scale 5,1: the first must be below the second"},
         {"size", "10x10", "--size: '10x10' is no size"},
-        {"view", "behind", "--view 'behind': is no view"},
+        {"view", "behind", "--view 'behind': there is no such view"},
         {"file", "a.jpg", "a.jpg"},
     };
     for (const auto& c : cases) {

@@ -101,7 +101,8 @@ TEST_F(RunResults, GroupsAndMonthsAddUp) {
     }
     const Table groups = tableOf(options.out / "groups.csv");
     EXPECT_NEAR(numberAt(groups, "total", 0), 1e-6 * all, 1e-12 * all);
-    // The field before the quote's comma is a column of its own to this reader.
+    // rowsOf() knows no quotes: "material,orientation" is two of its columns, the first with the
+    // quote.
     std::map<std::string, double> written;
     for (const auto& row : rowsOf(options.out / "groups.csv")) {
         if (row[0] == "\"material") {

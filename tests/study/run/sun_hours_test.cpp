@@ -112,7 +112,7 @@ TEST(SunHours, CountsByTheClockOrTheSun) {
     EXPECT_EQ(windowOf({TimeBasis::daylight, 9.0, 9.0}, 2025, 3, 20, warsaw).length(), 0.0);
 }
 
-// Altitude, angle in plan, refraction and year, each against the sun's own place.
+// The window moves with the clock on the days on which summer time begins and ends.
 TEST(SunHours, GoesByWatchesInSummerTime) {
     const Site site{52.0, 21.0, 1.0, 0.0};
     const SunWindow clock{TimeBasis::clock, 9.0, 15.0, summerTimeOf("eu", 2025)};
@@ -124,6 +124,7 @@ TEST(SunHours, GoesByWatchesInSummerTime) {
     EXPECT_EQ(windowOf(day, 2025, 6, 21, site).begin, 0.0) << "dates begin at midnight";
 }
 
+// Altitude, angle in plan, refraction and year, each against the sun's own place.
 TEST(SunHours, LeavesOutWhatTheRuleLeavesOut) {
     const Site site{52.0, 5.0, 1.0, 0.0};
     const auto counted = [&](const Vector3& normal, bool refraction, double altitude, double plan) {
@@ -438,6 +439,12 @@ TEST_F(SunHoursRun, TakesTheYearOfTheDatesAndTheClockOfTheSummer) {
 TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {
     const SunHoursOptions before = gardens("before", 8.4);
     groupsOf(before);
+    // As another tool may have written them: a name that goes over the end of its line.
+    std::string table = readFile(before.out / "sensors.csv");
+    for (std::size_t at = 0; (at = table.find(",open,", at)) != std::string::npos; ++at) {
+        table.replace(at, 6, ",\"op\nen\",");
+    }
+    m_folder.write("before/sensors.csv", table);
     SunHoursOptions after = gardens("after", 9.3); // to 11.1 m: 89 % of what there was
     after.baseline = before.out;
     after.rule.pass = SunPass::area;
