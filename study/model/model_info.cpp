@@ -89,9 +89,9 @@ void countDoubles(const Mesh& mesh, std::span<const std::uint32_t> welded,
     }
 }
 
-double azimuthOf(const Vector3& normal, double north) {
-    const double azimuth =
-        std::fmod(std::atan2(normal.x, normal.y) / radiansPerDegree - north, 360.0);
+/// 0..360.
+double bearingOf(const Vector3& normal, double north) {
+    const double azimuth = std::fmod(azimuthOf(normal, north), 360.0);
     return azimuth < 0.0 ? azimuth + 360.0 : azimuth;
 }
 
@@ -101,16 +101,14 @@ std::string orientationText(const PartInfo& part, double north) {
     if (!(agreement >= 0.05)) {
         return "all around";
     }
-    constexpr std::array<const char*, 8> points = {"north", "northeast", "east", "southeast",
-                                                   "south", "southwest", "west", "northwest"};
     const double tilt = tiltOf(part.meanNormal);
-    const auto point =
-        static_cast<std::size_t>(std::lround(azimuthOf(part.meanNormal, north) / 45.0)) % 8;
+    const char* const point = compassName(
+        static_cast<int>(std::lround(bearingOf(part.meanNormal, north) / 45.0)) % 8 * 2);
     const std::string side = tilt <= 10.0    ? "up"
                              : tilt >= 170.0 ? "down"
                              : std::abs(tilt - 90.0) <= 5.0
-                                 ? points[point]
-                                 : fmt::format("{}, tilt {:.0f}", points[point], tilt);
+                                 ? point
+                                 : fmt::format("{}, tilt {:.0f}", point, tilt);
     return agreement < 0.9 ? "mainly " + side : side;
 }
 
@@ -280,7 +278,7 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
                 {"agreement", agreement},
                 {"tilt", agreement > 0.0 ? JsonText(tiltOf(part.meanNormal)) : JsonText()},
                 {"azimuth",
-                 agreement > 0.0 ? JsonText(azimuthOf(part.meanNormal, north)) : JsonText()}};
+                 agreement > 0.0 ? JsonText(bearingOf(part.meanNormal, north)) : JsonText()}};
             all.push_back(std::move(entry));
         }
         return all;

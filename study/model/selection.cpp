@@ -185,7 +185,7 @@ bool looksTo(Facing facing, const Vector3& normal, double north) {
     if (tilt <= flat || tilt >= 180.0 - flat) {
         return false;
     }
-    const double azimuth = std::atan2(normal.x, normal.y) / radiansPerDegree - north;
+    const double azimuth = azimuthOf(normal, north);
     const double wanted = 90.0 * (static_cast<int>(facing) - static_cast<int>(Facing::north));
     const double away = std::remainder(azimuth - wanted, 360.0);
     // Each direction lies in one quarter only, whatever the rounding of a wall that faces
@@ -198,6 +198,19 @@ bool looksTo(Facing facing, const Vector3& normal, double north) {
 
 double tiltOf(const Vector3& normal) {
     return std::atan2(std::hypot(normal.x, normal.y), normal.z) / radiansPerDegree;
+}
+
+double azimuthOf(const Vector3& normal, double north) {
+    return std::atan2(normal.x, normal.y) / radiansPerDegree - north;
+}
+
+const char* compassName(int sixteenth) {
+    constexpr std::array<const char*, 16> names = {
+        "north", "north-northeast", "northeast", "east-northeast",
+        "east",  "east-southeast",  "southeast", "south-southeast",
+        "south", "south-southwest", "southwest", "west-southwest",
+        "west",  "west-northwest",  "northwest", "north-northwest"};
+    return names[static_cast<std::size_t>(sixteenth)];
 }
 
 SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection, double north,

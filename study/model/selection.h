@@ -69,6 +69,13 @@ INSOLATE_STUDY_EXPORT SelectedFaces selectFaces(const Mesh& mesh, const FaceSele
 /// Angle between a face and the level plane by its normal of any length [degrees], 0 to 180.
 INSOLATE_STUDY_EXPORT double tiltOf(const Vector3& normal);
 
+/// Where a normal looks in plan, clockwise from true north [degrees]; not brought into one turn.
+/// @param north from the model's +Y clockwise to true north [degrees]
+INSOLATE_STUDY_EXPORT double azimuthOf(const Vector3& normal, double north);
+
+/// "north", "north-northeast", "northeast" and so on, clockwise by sixteenths of a turn: 0..15.
+INSOLATE_STUDY_EXPORT const char* compassName(int sixteenth);
+
 /// "up", "down", "north", "east", "south" or "west".
 INSOLATE_STUDY_EXPORT const char* facingName(Facing facing);
 

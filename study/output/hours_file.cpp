@@ -35,7 +35,7 @@ void describe(NetcdfFile& file, int variable, const char* longName, const char* 
 
 /// Azimuth of a normal in the model's plan [degrees clockwise from +Y], 0..360.
 double azimuthInModel(const Vector3& normal) {
-    const double azimuth = std::atan2(normal.x, normal.y) / radiansPerDegree;
+    const double azimuth = azimuthOf(normal, 0.0);
     return azimuth < 0.0 ? azimuth + 360.0 : azimuth;
 }
 

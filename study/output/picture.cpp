@@ -1,6 +1,7 @@
 #include "study/output/picture.h"
 
 #include "study/model/mesh.h"
+#include "study/model/selection.h"
 #include "study/output/camera.h"
 #include "study/output/canvas.h"
 #include "study/output/z_buffer.h"
@@ -438,14 +439,12 @@ void drawSmallPlaces(const Canvas& canvas, const std::vector<SmallPlace>& places
 void drawNorthArrow(const Canvas& canvas, const Camera& camera, double north, double x, double y) {
     cairo_t* const cr = canvas.context();
     if (std::abs(camera.view.altitude) < 8.0) { // the ground is a line
-        constexpr std::array<const char*, 8> names = {"north", "north-east", "east", "south-east",
-                                                      "south", "south-west", "west", "north-west"};
         const double eighths = std::fmod(camera.view.azimuth + 360.0, 360.0) / 45.0;
         const bool named = std::abs(eighths - std::round(eighths)) < 0.01;
         canvas.setColor({0.13, 0.14, 0.16});
         canvas.text(x, y, "seen from", 16.0 * canvas.unit(), Align::center);
         canvas.text(x, y + 24.0 * canvas.unit(),
-                    named ? names[static_cast<std::size_t>(std::lround(eighths)) % names.size()]
+                    named ? compassName(static_cast<int>(std::lround(eighths)) % 8 * 2)
                           : fmt::format("{:g}°", camera.view.azimuth),
                     20.0 * canvas.unit(), Align::center, true);
         return;

@@ -20,10 +20,6 @@ namespace insolate::study {
 namespace {
 
 constexpr std::array<std::string_view, 4> keyNames = {"object", "material", "orientation", "tilt"};
-constexpr std::array<std::string_view, 16> compass = {
-    "north",     "north-northeast", "northeast", "east-northeast",  "east",      "east-southeast",
-    "southeast", "south-southeast", "south",     "south-southwest", "southwest", "west-southwest",
-    "west",      "west-northwest",  "northwest", "north-northwest"};
 /// Angles of faces are known to the digits of their corners.
 constexpr double angleSlack = 1.0e-6; // degrees
 
@@ -41,7 +37,7 @@ std::int32_t orientationClass(const Vector3& normal, double north,
         return classes.sectors + 1;
     }
     const double width = 360.0 / classes.sectors;
-    const double azimuth = std::atan2(normal.x, normal.y) / radiansPerDegree - north;
+    const double azimuth = azimuthOf(normal, north);
     const double turns = (azimuth + 0.5 * width) / 360.0;
     const auto sector =
         static_cast<std::int32_t>(std::floor((turns - std::floor(turns)) * classes.sectors));
@@ -50,7 +46,7 @@ std::int32_t orientationClass(const Vector3& normal, double north,
 
 std::string orientationName(std::int32_t index, const OrientationClasses& classes) {
     if (index < classes.sectors) {
-        return std::string(compass[static_cast<std::size_t>(index * (16 / classes.sectors))]);
+        return compassName(index * (16 / classes.sectors));
     }
     constexpr std::array<const char*, 3> others = {"up", "down", "none"};
     return others[static_cast<std::size_t>(index - classes.sectors)];
