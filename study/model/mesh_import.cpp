@@ -178,11 +178,7 @@ std::size_t countFacesWithoutArea(const Mesh& mesh) {
     std::vector<Vector3> polygon;
     return static_cast<std::size_t>(
         std::count_if(mesh.faces.begin(), mesh.faces.end(), [&](const Mesh::Face& face) {
-            polygon.clear();
-            for (const std::uint32_t corner : mesh.cornersOf(face)) {
-                polygon.push_back(mesh.vertices[corner]);
-            }
-            return !(length(areaVector(polygon)) > 0.0);
+            return !(length(areaVector(mesh.polygonOf(face, polygon))) > 0.0);
         }));
 }
 

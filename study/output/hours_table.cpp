@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include <fmt/format.h>
+#include <insolate/weather/weather_series.h>
 
 namespace insolate::study {
 
@@ -23,7 +24,7 @@ constexpr std::string_view hourHeadings = "hour_of_year,start";
 constexpr std::string_view formerHeadings = "hour_of_year,month,day,hour";
 constexpr std::array<std::string_view, 3> partNames = {"beam", "sky", "ground"};
 constexpr std::string_view unitText = " [Wh/m2]";
-constexpr std::size_t hoursOfYear = 8760;
+constexpr std::size_t hoursOfYear = hoursPerYear;
 /// 2,000 groups, each with a long name.
 constexpr InputKind hoursKind = {
     .name = "table of hours", .mostBytes = 4ULL << 30U, .mostLineBytes = 64U << 20U};

@@ -22,13 +22,6 @@ namespace {
 constexpr std::string_view coordinateHeadings = "x [m],y [m],z [m],nx,ny,nz";
 constexpr std::string_view provenanceName = "Name=\"made_by\"";
 
-/// Asks now and then, in a loop over sensors.
-void askStop(const std::stop_token& stop, std::size_t sensor) {
-    if (sensor % 4096 == 0) {
-        throwIfStopped(stop);
-    }
-}
-
 /// The raw blocks of appended data, each behind its length as an unsigned 64-bit number.
 class AppendedData {
 public:
@@ -109,7 +102,7 @@ void writePoints(OutputFile& out, const std::vector<Vector3>& points) {
 void writeCounting(OutputFile& out, std::size_t count, const std::stop_token& stop) {
     writeBlockSize(out, count * sizeof(std::int64_t));
     for (std::size_t i = 0; i < count; ++i) {
-        askStop(stop, i);
+        throwIfStoppedAt(i, stop);
         const auto index = static_cast<std::int64_t>(i);
         out.write(&index, sizeof index);
     }
@@ -197,7 +190,7 @@ void writeSensorsCsv(OutputFile& out, const SensorField& field,
     }
     out.write("\n");
     for (std::size_t i = 0; i < field.size(); ++i) {
-        askStop(stop, i);
+        throwIfStoppedAt(i, stop);
         const Vector3& p = field.positions[i];
         const Vector3& n = field.normals[i];
         const std::array<double, 6> coordinates = {p.x, p.y, p.z, n.x, n.y, n.z};
@@ -291,7 +284,7 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
     }
     writeBlockSize(out, sensors * 3 * sizeof(float));
     for (std::size_t i = 0; i < sensors; ++i) {
-        askStop(stop, i);
+        throwIfStoppedAt(i, stop);
         const Vector3& n = field.normals[i];
         const std::array<float, 3> normal = {static_cast<float>(n.x), static_cast<float>(n.y),
                                              static_cast<float>(n.z)};
@@ -300,7 +293,7 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
     if (!origins.names.empty()) {
         writeBlockSize(out, sensors * sizeof(std::uint32_t));
         for (std::size_t i = 0; i < sensors; ++i) {
-            askStop(stop, i);
+            throwIfStoppedAt(i, stop);
             out.write(&field.origins[i].face, sizeof field.origins[i].face);
         }
     }
@@ -312,7 +305,7 @@ void writeSensorsVtp(OutputFile& out, const SensorField& field,
     writeCounting(out, points.size(), stop);
     writeBlockSize(out, sensors * sizeof(std::int64_t));
     for (std::size_t i = 0; i < sensors; ++i) {
-        askStop(stop, i);
+        throwIfStoppedAt(i, stop);
         const auto end = field.hasCells() ? static_cast<std::int64_t>(field.cellStart[i + 1])
                                           : static_cast<std::int64_t>(i + 1);
         out.write(&end, sizeof end);

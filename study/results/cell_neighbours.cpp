@@ -91,7 +91,7 @@ public:
     EdgeBoxes(const std::vector<Edge>& edges, const std::stop_token& stop) : m_edges(edges) {
         m_levels.reserve(edges.size());
         for (std::size_t e = 0; e < edges.size(); ++e) {
-            askStop(e, stop);
+            throwIfStoppedAt(e, stop);
             const double size = length(edges[e].to - edges[e].from) + 2.0 * samePlace;
             const int level = std::ilogb(size) + 1;
             m_levels.push_back(level);
@@ -118,12 +118,6 @@ public:
                                        : inBox.begin();
                 std::for_each(first, inBox.end(), visit);
             });
-        }
-    }
-
-    static void askStop(std::size_t count, const std::stop_token& stop) {
-        if (count % 4096 == 0) {
-            throwIfStopped(stop);
         }
     }
 
@@ -155,10 +149,10 @@ neighbouringCells(const SensorField& field, const std::stop_token& stop) {
     const EdgeBoxes boxes(edges, stop);
     std::size_t compared = 0;
     for (std::size_t e = 0; e < edges.size(); ++e) {
-        EdgeBoxes::askStop(e, stop);
+        throwIfStoppedAt(e, stop);
         const Edge& edge = edges[e];
         boxes.forEachNear(e, [&](std::uint32_t number) {
-            EdgeBoxes::askStop(++compared, stop);
+            throwIfStoppedAt(++compared, stop);
             const Edge& other = edges[number];
             if (edge.cell != other.cell &&
                 dot(field.normals[edge.cell], field.normals[other.cell]) > neighbouringDirection &&

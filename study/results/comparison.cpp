@@ -176,13 +176,6 @@ private:
     Tree m_tree;
 };
 
-/// Asks now and then, in a loop over sensors.
-void askStopAt(std::size_t sensor, const std::stop_token& stop) {
-    if (sensor % 4096 == 0) {
-        throwIfStopped(stop);
-    }
-}
-
 /// The edge of a square of the middle one of the areas; 0 without any.
 double typicalEdge(std::vector<float> areas) {
     if (areas.empty()) {
@@ -232,7 +225,7 @@ std::vector<NearestPartner::Found> samePlaces(const ResultFolder& a, const Resul
     const NearestPartner all(a.field, isTaken);
     for (const Round& round : rounds) {
         for (std::size_t i = 0; i < b.field.size(); ++i) {
-            askStopAt(i, stop);
+            throwIfStoppedAt(i, stop);
             if (partner[i].index != NearestPartner::none) {
                 continue;
             }
@@ -269,7 +262,7 @@ void findPairs(const ResultFolder& a, const ResultFolder& b, Comparison& compari
     }
     const NearestPartner restOfA(a.field, isTakenA);
     for (std::size_t i = 0; i < b.field.size(); ++i) {
-        askStopAt(i, stop);
+        throwIfStoppedAt(i, stop);
         if (!isTakenB[i]) {
             partner[i] = restOfA.find(
                 b.field.positions[i], comparison.tolerance,
@@ -291,7 +284,7 @@ void findPairs(const ResultFolder& a, const ResultFolder& b, Comparison& compari
     const NearestPartner restOfB(b.field, isTakenB);
     const NearestPartner allOfB(b.field, std::vector<bool>(b.field.size(), false));
     for (std::size_t i = 0; i < a.field.size(); ++i) {
-        askStopAt(i, stop);
+        throwIfStoppedAt(i, stop);
         const auto isNear = [&](const NearestPartner& sensors, double reach) {
             const auto found = sensors.find(
                 a.field.positions[i], reach,

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <utility>
 #include <vector>
 
@@ -96,7 +97,7 @@ public:
         const double x = static_cast<double>(direction.x);
         const double y = static_cast<double>(direction.y);
         const double z = static_cast<double>(direction.z);
-        constexpr double turn = 2.0 * 3.141592653589793;
+        constexpr double turn = 2.0 * std::numbers::pi;
         double azimuth = 0.25 * turn - std::atan2(y, x) - m_northOffset;
         azimuth -= turn * std::floor(azimuth / turn);
         const double altitude = std::atan2(z, std::hypot(x, y));

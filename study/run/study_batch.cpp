@@ -7,6 +7,7 @@
 #include "study/run/study_steps.h"
 #include "study/run/sun_hours_steps.h"
 #include "study/support/errors.h"
+#include "study/support/handed_progress.h"
 
 #include <algorithm>
 #include <optional>
@@ -22,25 +23,17 @@ namespace insolate::study {
 namespace {
 
 /// Passes everything on, each warning once.
-class OnceProgress final : public Progress {
+class OnceProgress final : public HandedProgress {
 public:
-    explicit OnceProgress(Progress& heard) : m_heard(heard) {}
+    using HandedProgress::HandedProgress;
 
-    void note(const std::string& text) override { m_heard.note(text); }
     void warn(const std::string& text) override {
         if (m_said.insert(text).second) {
-            m_heard.warn(text);
+            HandedProgress::warn(text);
         }
     }
-    void begin(std::size_t total, std::string_view things) override {
-        m_heard.begin(total, things);
-    }
-    void advance(std::size_t count) override { m_heard.advance(count); }
-    void end() override { m_heard.end(); }
-    void holdsFolder(OutputFolder* folder) override { m_heard.holdsFolder(folder); }
 
 private:
-    Progress& m_heard;
     std::set<std::string> m_said;
 };
 

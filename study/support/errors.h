@@ -51,6 +51,13 @@ inline void throwIfStopped(const std::stop_token& stop) {
     }
 }
 
+/// The same in a long loop of short steps: asks at every 4,096th of them.
+inline void throwIfStoppedAt(std::size_t step, const std::stop_token& stop) {
+    if (step % 4096 == 0) {
+        throwIfStopped(stop);
+    }
+}
+
 /// The text with control characters replaced: names from files must not steer the terminal.
 INSOLATE_STUDY_EXPORT std::string printable(std::string_view text);
 
