@@ -66,20 +66,4 @@ std::optional<LengthUnit> likelyUnit(LengthUnit asRead, const ModelLengths& leng
     return std::nullopt;
 }
 
-const char* unitName(LengthUnit unit) {
-    switch (unit) {
-    case LengthUnit::millimetre:
-        return "mm";
-    case LengthUnit::centimetre:
-        return "cm";
-    case LengthUnit::metre:
-        return "m";
-    case LengthUnit::foot:
-        return "ft";
-    case LengthUnit::inch:
-        return "in";
-    }
-    return "m";
-}
-
 } // namespace insolate::study

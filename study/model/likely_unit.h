@@ -25,7 +25,4 @@ INSOLATE_STUDY_EXPORT ModelLengths lengthsOf(const Scene& scene);
 INSOLATE_STUDY_EXPORT std::optional<LengthUnit> likelyUnit(LengthUnit asRead,
                                                            const ModelLengths& lengths);
 
-/// "mm", as --units takes it.
-INSOLATE_STUDY_EXPORT const char* unitName(LengthUnit unit);
-
 } // namespace insolate::study

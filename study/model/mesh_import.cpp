@@ -9,6 +9,7 @@
 #include "study/support/readable.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 #include <utility>
@@ -19,20 +20,33 @@
 
 namespace insolate::study {
 
-double metresIn(LengthUnit unit) {
-    switch (unit) {
-    case LengthUnit::millimetre:
-        return 0.001;
-    case LengthUnit::centimetre:
-        return 0.01;
-    case LengthUnit::metre:
-        break;
-    case LengthUnit::foot:
-        return 0.3048;
-    case LengthUnit::inch:
-        return 0.0254;
+std::span<const NamedUnit> lengthUnits() {
+    static constexpr std::array units = {
+        NamedUnit{LengthUnit::millimetre, "mm", 0.001},
+        NamedUnit{LengthUnit::centimetre, "cm", 0.01}, NamedUnit{LengthUnit::metre, "m", 1.0},
+        NamedUnit{LengthUnit::foot, "ft", 0.3048}, NamedUnit{LengthUnit::inch, "in", 0.0254}};
+    return units;
+}
+
+std::string lengthUnitNames() {
+    std::string names;
+    for (const NamedUnit& one : lengthUnits()) {
+        names += names.empty() ? one.name : std::string(", ") + one.name;
     }
-    return 1.0;
+    return names;
+}
+
+std::optional<LengthUnit> lengthUnitNamed(std::string_view name) {
+    const auto found = std::ranges::find(lengthUnits(), name, &NamedUnit::name);
+    return found == lengthUnits().end() ? std::nullopt : std::optional(found->unit);
+}
+
+const char* unitName(LengthUnit unit) {
+    return std::ranges::find(lengthUnits(), unit, &NamedUnit::unit)->name;
+}
+
+double metresIn(LengthUnit unit) {
+    return std::ranges::find(lengthUnits(), unit, &NamedUnit::unit)->metres;
 }
 
 namespace {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -20,6 +21,24 @@ struct ModelFormat;
 
 enum class LengthUnit { millimetre, centimetre, metre, foot, inch };
 enum class UpAxis { y, z };
+
+struct NamedUnit {
+    LengthUnit unit;
+    const char* name; ///< "mm"
+    double metres;    ///< in one unit
+};
+
+/// All units, from the shortest metric one on.
+INSOLATE_STUDY_EXPORT std::span<const NamedUnit> lengthUnits();
+
+/// Their names: "mm, cm, m, ft, in".
+INSOLATE_STUDY_EXPORT std::string lengthUnitNames();
+
+/// The unit of that name; nothing when there is none.
+INSOLATE_STUDY_EXPORT std::optional<LengthUnit> lengthUnitNamed(std::string_view name);
+
+/// "mm", "cm", "m", "ft" or "in".
+INSOLATE_STUDY_EXPORT const char* unitName(LengthUnit unit);
 
 /// Metres in one unit.
 INSOLATE_STUDY_EXPORT double metresIn(LengthUnit unit);

@@ -98,19 +98,13 @@ bool isHeader(std::string_view row, const std::vector<std::string>& headings) {
 }
 
 double metresInUnit(const std::string& unit, const std::string& heading, const LinePlace& where) {
-    constexpr std::array<std::pair<std::string_view, LengthUnit>, 5> units = {
-        {{"mm", LengthUnit::millimetre},
-         {"cm", LengthUnit::centimetre},
-         {"m", LengthUnit::metre},
-         {"ft", LengthUnit::foot},
-         {"in", LengthUnit::inch}}};
-    const auto* const found = std::find_if(units.begin(), units.end(),
-                                           [&](const auto& known) { return known.first == unit; });
-    if (found == units.end()) {
-        throw DataError(fmt::format("{}: column {}: there is no unit {}; write mm, cm, m, ft or in",
-                                    where.text(), quoteText(heading), quoteText(unit)));
+    const std::optional<LengthUnit> known = lengthUnitNamed(unit);
+    if (!known) {
+        throw DataError(fmt::format("{}: column {}: there is no unit {}; choose from {}",
+                                    where.text(), quoteText(heading), quoteText(unit),
+                                    lengthUnitNames()));
     }
-    return metresIn(found->second);
+    return metresIn(*known);
 }
 
 /// A normal's component under another name would be lost among what is passed on.

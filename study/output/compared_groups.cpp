@@ -71,7 +71,7 @@ void writeComparedGroupsCsv(OutputFile& out, std::span<const SensorGroups> a,
                             std::span<const ResultColumn> columns) {
     const bool hasSums = !columns.empty() && columns.front().unit == "Wh/m2" && !b.empty() &&
                          !b.front().groups.empty() && b.front().groups.front().area > 0.0;
-    const auto heading = [&](const std::string& name, const char* ending, const char* unit) {
+    const auto heading = [&](const std::string& name, const char* ending, const std::string& unit) {
         out.write("," + csvHeading({name + ending, unit, {}, {}}));
     };
     out.write("by,object,material,orientation,tilt,sensors_a,sensors_b");
@@ -83,7 +83,7 @@ void writeComparedGroupsCsv(OutputFile& out, std::span<const SensorGroups> a,
         }
     }
     for (const ResultColumn& column : columns) {
-        const char* const unit = column.unit == "Wh/m2" ? "kWh/m2" : column.unit.c_str();
+        const std::string unit = tableUnit(column.unit).name;
         for (const char* const ending : {"_mean_a", "_mean_b", "_mean_difference"}) {
             heading(column.name, ending, unit);
         }
@@ -109,7 +109,7 @@ void writeComparedGroupsCsv(OutputFile& out, std::span<const SensorGroups> a,
                 });
             }
             for (std::size_t c = 0; c < columns.size(); ++c) {
-                const double factor = columns[c].unit == "Wh/m2" ? 1.0e-3 : 1.0;
+                const double factor = 1.0 / tableUnit(columns[c].unit).divisor;
                 writeBoth(out, pair, true, [&](const SensorGroup& group) {
                     const GroupValues& values = group.values[c];
                     return values.count > 0 ? std::optional(factor * values.mean) : std::nullopt;

@@ -24,16 +24,6 @@ struct GroupField {
     std::function<void(OutputFile&, const SensorGroup&)> write;
 };
 
-/// How values of a unit are shown.
-struct ShownUnit {
-    double factor = 1.0;
-    std::string text;
-};
-
-ShownUnit shownUnit(const std::string& unit) {
-    return unit == "Wh/m2" ? ShownUnit{1.0e-3, "kWh/m2"} : ShownUnit{1.0, unit};
-}
-
 std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool hasAreas,
                                     double timeZone, std::span<const double> thresholds,
                                     double bestArea) {
@@ -53,10 +43,10 @@ std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool 
     });
     for (std::size_t c = 0; c < columns.size(); ++c) {
         const ResultColumn& column = columns[c];
-        const ShownUnit unit = shownUnit(column.unit);
+        const ShownUnit unit = tableUnit(column.unit);
         const auto ofValues = [&](const char* ending, double GroupValues::*member) {
-            add(column.name + ending, unit.text,
-                [c, member, factor = unit.factor](const SensorGroup& group) {
+            add(column.name + ending, unit.name,
+                [c, member, factor = 1.0 / unit.divisor](const SensorGroup& group) {
                     return factor * group.values[c].*member;
                 });
         };
@@ -98,9 +88,9 @@ std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool 
     if (!hasAreas || columns.empty()) {
         return fields;
     }
-    const ShownUnit unit = shownUnit(columns.front().unit);
+    const ShownUnit unit = tableUnit(columns.front().unit);
     for (std::size_t t = 0; t < thresholds.size(); ++t) {
-        add(fmt::format("area_from_{:g}", unit.factor * thresholds[t]), "m2",
+        add(fmt::format("area_from_{:g}", thresholds[t] / unit.divisor), "m2",
             [t](const SensorGroup& group) { return group.areaAbove[t]; });
     }
     if (bestArea > 0.0) {
@@ -112,7 +102,7 @@ std::vector<GroupField> groupFields(std::span<const ResultColumn> columns, bool 
             [factor = isEnergy ? 1.0e-6 : 1.0](const SensorGroup& group) {
                 return factor * group.best.sum;
             });
-        add("best_lowest", unit.text, [factor = unit.factor](const SensorGroup& group) {
+        add("best_lowest", unit.name, [factor = 1.0 / unit.divisor](const SensorGroup& group) {
             return factor * group.best.lowest;
         });
     }

@@ -144,17 +144,14 @@ int digitsOf(const ResultColumn& column, int digits) {
     return column.unit == "hour of year" ? 5 : digits;
 }
 
-/// Of the unit that is shown, as inShownUnit() has it.
 double factorOf(const ResultColumn& column) {
-    return column.unit == "Wh/m2" ? 1.0e-3 : column.unit == "min" ? 1.0 / 60.0 : 1.0;
+    return 1.0 / shownUnit(column.unit).divisor;
 }
 
 Json columnRecord(const ResultColumn& column, const PackedColumn& packed, int bytes) {
     return {{"name", column.name},
             {"title", column.title},
-            {"unit", column.unit == "Wh/m2" ? "kWh/m2"
-                     : column.unit == "min" ? "h"
-                                            : column.unit},
+            {"unit", shownUnit(column.unit).name},
             {"step", packed.step},
             {"offset", packed.lowest},
             {"decimals", packed.decimals},

@@ -14,24 +14,32 @@ struct ResultColumn {
     std::vector<float> values;
 };
 
-/// A column in the unit that people read: energy in kWh/m2, minutes in hours.
-inline ResultColumn inShownUnit(ResultColumn column) {
-    const float divisor = column.unit == "Wh/m2" ? 1000.0f : column.unit == "min" ? 60.0f : 1.0f;
-    if (divisor != 1.0f) {
-        for (float& value : column.values) {
-            value /= divisor;
-        }
-        column.unit = column.unit == "min" ? "h" : "kWh/m2";
-    }
-    return column;
+/// How values of a unit are shown to people: energy in kWh/m2, minutes in hours.
+struct ShownUnit {
+    double divisor = 1.0;
+    std::string name;
+};
+
+inline ShownUnit shownUnit(const std::string& unit) {
+    return unit == "Wh/m2" ? ShownUnit{1000.0, "kWh/m2"}
+           : unit == "min" ? ShownUnit{60.0, "h"}
+                           : ShownUnit{1.0, unit};
 }
 
-/// A column in Wh/m2, in the unit that people read.
-inline ResultColumn inKilowattHours(ResultColumn column) {
-    for (float& value : column.values) {
-        value /= 1000.0f;
+/// The same in tables of groups, which keep minutes.
+inline ShownUnit tableUnit(const std::string& unit) {
+    return unit == "min" ? ShownUnit{1.0, unit} : shownUnit(unit);
+}
+
+/// A column in the unit that is shown.
+inline ResultColumn inShownUnit(ResultColumn column) {
+    const ShownUnit shown = shownUnit(column.unit);
+    if (shown.divisor != 1.0) {
+        for (float& value : column.values) {
+            value /= static_cast<float>(shown.divisor);
+        }
+        column.unit = shown.name;
     }
-    column.unit = "kWh/m2";
     return column;
 }
 

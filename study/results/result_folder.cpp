@@ -139,17 +139,16 @@ StudyFacts factsOf(const Json& summary, const std::filesystem::path& file) {
 ResultModel::Reading readingOf(const Json& record, const std::filesystem::path& file) {
     ResultModel::Reading reading;
     const double metres = numberAt(record, {"metres_per_unit"}, file).value_or(1.0);
-    constexpr std::array units = {LengthUnit::metre, LengthUnit::millimetre, LengthUnit::centimetre,
-                                  LengthUnit::foot, LengthUnit::inch};
-    const auto* const unit = std::find_if(units.begin(), units.end(), [&](LengthUnit one) {
-        return std::abs(metresIn(one) - metres) < 1.0e-9;
+    const auto units = lengthUnits();
+    const auto unit = std::find_if(units.begin(), units.end(), [&](const NamedUnit& one) {
+        return std::abs(one.metres - metres) < 1.0e-9;
     });
     if (unit == units.end()) {
         throw DataError(fmt::format("{}: {} metres are no unit of a model that insolate reads; "
                                     "calculate the results again",
                                     place(file), metres));
     }
-    reading.import.unit = *unit;
+    reading.import.unit = unit->unit;
     if (const std::string up = textAt(record, {"up"}); !up.empty()) {
         reading.import.up = up == "y" ? UpAxis::y : UpAxis::z;
     }

@@ -92,7 +92,7 @@ void writeGroups(OutputFile& out, const RunAnswer& answer, Progress&, const std:
 
 void writePicture(OutputFile& out, const RunAnswer& answer, Progress&,
                   const std::stop_token& stop) {
-    ResultColumn shown = inKilowattHours(answer.results.columns.front());
+    ResultColumn shown = inShownUnit(answer.results.columns.front());
     for (std::size_t i = 0; i < answer.results.included.size(); ++i) {
         if (answer.results.included[i] == 0) {
             shown.values[i] = std::numeric_limits<float>::quiet_NaN();

@@ -7,20 +7,16 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
 namespace insolate::study {
 
 namespace {
-
-const std::map<std::string, LengthUnit> unitNames = {{"mm", LengthUnit::millimetre},
-                                                     {"cm", LengthUnit::centimetre},
-                                                     {"m", LengthUnit::metre},
-                                                     {"ft", LengthUnit::foot},
-                                                     {"in", LengthUnit::inch}};
 
 void takeAlbedo(HourlyOptions& hourly, const std::string& text) {
     hourly.monthlyAlbedo = text == "epw";
@@ -114,12 +110,12 @@ void addEnclosedOption(OptionTable& table, bool& keep) {
 }
 
 LengthUnit lengthUnitOf(const std::string& option, const std::string& name) {
-    const auto found = unitNames.find(name);
-    if (found == unitNames.end()) {
-        throw UsageError(fmt::format("--{}: there is no {}; choose from mm, cm, m, ft, in", option,
-                                     quoteText(name)));
+    const std::optional<LengthUnit> unit = lengthUnitNamed(name);
+    if (!unit) {
+        throw UsageError(fmt::format("--{}: there is no {}; choose from {}", option,
+                                     quoteText(name), lengthUnitNames()));
     }
-    return found->second;
+    return *unit;
 }
 
 void addSkyOptions(OptionTable& table, SkyOptions& options,
@@ -178,10 +174,14 @@ void addModelOptions(OptionTable& table, ModelOptions& options) {
                .path = Option::Path::input,
                .isNoPath = [](const std::string& text) { return text.starts_with("plane:"); },
                .take = [&](const std::string& text) { options.sensors = text; }});
+    std::vector<std::string> unitNames;
+    for (const NamedUnit& one : lengthUnits()) {
+        unitNames.emplace_back(one.name);
+    }
     table.add({.name = "units",
                .help = "Length unit of the models and the table",
                .typeName = "NAME",
-               .choices = {"mm", "cm", "m", "ft", "in"},
+               .choices = unitNames,
                .usual = "m",
                .take = [&](const std::string& text) {
                    options.import.unit = lengthUnitOf("units", text);

@@ -167,7 +167,7 @@ void reportResults(const PreparedStudy& study, const StudyResults& results, Prog
                                       study.method->enclosedText(), study.options.keepEnclosed));
     }
     const ColumnRange range =
-        rangeOf(inKilowattHours(results.columns.front()).values, results.areas, results.included);
+        rangeOf(inShownUnit(results.columns.front()).values, results.areas, results.included);
     progress.note(fmt::format("total radiation {:.4g} to {:.4g}, {} {:.4g} kWh/m2", range.lowest,
                               range.highest, results.areas.empty() ? "mean" : "mean by area",
                               range.mean));
