@@ -15,8 +15,6 @@ namespace insolate::study {
 namespace {
 
 constexpr std::string_view keyHeadings = "by,object,material,orientation,tilt,sensors";
-/// Of `insolate sunhours`.
-constexpr std::string_view sunGroupHeadings = "group,sensors,";
 
 /// A column of the table, and how a group fills it.
 struct GroupField {

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <span>
+#include <string_view>
 
 namespace insolate::study {
 
@@ -27,6 +28,9 @@ INSOLATE_STUDY_EXPORT void writeGroupsCsv(OutputFile& out, std::span<const Senso
                                           std::span<const ResultColumn> columns, double timeZone,
                                           std::span<const double> thresholds = {},
                                           double bestArea = 0.0);
+
+/// What the table of groups of `insolate sunhours` begins with.
+inline constexpr std::string_view sunGroupHeadings = "group,sensors,";
 
 /// Whether the file begins as such a table, of radiation or of hours of sun.
 INSOLATE_STUDY_EXPORT bool isOurGroupsCsv(const std::filesystem::path& file);

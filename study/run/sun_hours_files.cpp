@@ -29,7 +29,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr std::string_view groupsHeader = "group,sensors,";
 constexpr std::string_view spansHeader = "sensor,begin,end,length [min]\n";
 
 std::string presetText(const SunHoursStudy& study) {
@@ -190,7 +189,7 @@ void writeGroups(OutputFile& out, const SunHoursAnswer& answer, Progress&, const
     const std::string unit = results.columns.front().unit;
     const bool judged = results.passes.has_value();
     const bool areas = !results.areas.empty();
-    out.write(groupsHeader);
+    out.write(sunGroupHeadings);
     out.write(fmt::format("{}least [{}],greatest [{}]", areas ? "area [m2]," : "", unit, unit));
     if (judged) {
         out.write(fmt::format(",sensors that pass,{}share that passes [%],passes [0 or 1]",

@@ -2,10 +2,13 @@
 #include "study/run/sun_hours_study.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
+#include "tests/support/test_data.h"
 
 #include <cmath>
 #include <map>
 #include <numbers>
+#include <set>
+#include <sstream>
 
 #include <gmock/gmock.h>
 
@@ -211,82 +214,33 @@ TEST(SunHours, WeighsTheYearByItsClouds) {
     EXPECT_EQ(july.passes, false);
 }
 
-// The figures as published.
+// The figures as published stand in the table of docs/sun-hours.md.
 TEST(SunlightRules, HoldThePublishedFigures) {
-    struct Row {
-        const char* name;
-        const char* days;
-        DayRule dayRule;
-        TimeBasis basis;
-        double start, end, altitude, plan;
-        double hours; ///< 0: none
-        SunPass pass;
-        double share;
-        std::vector<std::string> needed;
-    };
-    using enum SunPass;
-    constexpr auto every = DayRule::every;
-    constexpr auto any = DayRule::any;
-    constexpr auto clock = TimeBasis::clock;
-    constexpr auto solar = TimeBasis::solar;
-    constexpr auto daylight = TimeBasis::daylight;
-    // clang-format off
-    const std::vector<Row> rows = {
-        {"en17037", "2/1-3/21", any, clock, 0, 24, 0, 0, 1.5, groups, 100, {"min-altitude"}},
-        {"en17037-de", "2/1-3/21", any, clock, 0, 24, 11, 0, 1.5, groups, 100, {}},
-        {"en17037-cz", "2/1-3/21", any, clock, 0, 24, 13, 0, 1.5, groups, 100, {}},
-        {"de-din5034", "1/17", every, clock, 0, 24, 0, 0, 1, groups, 100, {"min-altitude", "count"}},
-        {"ee-dwelling", "4/22-8/22", every, clock, 0, 24, 0, 0, 2.5, points, 100, {"days"}},
-        {"bre209-garden", "3/21", every, clock, 0, 24, 0, 0, 2, area, 50, {}},
-        {"bre209-garden-1991", "3/21", every, clock, 0, 24, 0, 0, 0.1 / 60.0, area, 60, {}},
-        {"bre209-dwelling", "3/21", every, clock, 0, 24, 0, 0, 1.5, groups, 100, {"min-altitude"}},
-        {"bre209-apsh", "1/1-12/31", every, clock, 0, 24, 0, 0, 0, points, 100, {"sunshine"}},
-        {"cn-great-cold", "1/20", every, solar, 8, 16, 0, 0, 0, points, 100, {"min", "count"}},
-        {"cn-great-cold-renewal", "1/20", every, solar, 8, 16, 0, 0, 1, points, 100, {"count"}},
-        {"cn-solstice", "12/21", every, solar, 9, 15, 0, 0, 1, points, 100, {"count"}},
-        {"cn-elderly", "12/21", every, solar, 9, 15, 0, 0, 2, points, 100, {"count"}},
-        {"cn-nursery", "12/21", every, solar, 9, 15, 0, 0, 3, points, 100, {"count"}},
-        {"cn-hospital", "12/21", every, solar, 9, 15, 0, 0, 2, points, 100, {"count"}},
-        {"nl-light", "2/19-10/21", every, clock, 0, 24, 0, 0, 2, points, 100, {}},
-        {"nl-light-the-hague", "2/19-10/21", every, clock, 0, 24, 10, 0, 2, points, 100, {}},
-        {"nl-strict", "1/21-11/22", every, clock, 0, 24, 0, 0, 3, points, 100, {}},
-        {"se-solklart", "3/20,9/22", every, clock, 9, 17, 0, 0, 5, points, 100, {}},
-        {"sk-dwelling", "3/1-10/13", every, clock, 0, 24, 5, 25, 1.5, points, 100, {}},
-        {"pl-dwelling", "3/20,9/22", every, clock, 7, 17, 0, 0, 3, groups, 100, {"time", "count"}},
-        {"pl-nursery", "3/20,9/22", every, clock, 8, 16, 0, 0, 3, points, 100, {"time", "count"}},
-        {"jp-shadow", "12/21", every, solar, 8, 16, 0, 0, 0, points, 100, {"max-shadow"}},
-        {"jp-shadow-hokkaido", "12/21", every, solar, 9, 15, 0, 0, 0, points, 100, {"max-shadow"}},
-        {"ru-st-petersburg", "4/22-8/22", every, clock, 0, 24, 0, 0, 0, points, 100, {"min", "count", "days"}},
-        {"us-new-york", "3/21,5/6,6/21,12/21", every, daylight, 1.5, 1.5, 0, 0, 0, points, 100, {}},
-        {"us-san-francisco", "1/1-12/31", every, daylight, 1, 1, 0, 0, 0, points, 100, {}},
-        {"ca-montreal-sidewalk", "3/20", every, clock, 12, 15, 0, 0, 2.5, points, 100, {}},
-        {"ca-montreal-park", "3/20", every, clock, 8, 18, 0, 0, 8, area, 50, {}},
-        {"au-victoria", "9/22", every, clock, 9, 15, 0, 0, 5, area, 75, {}},
-        {"au-nsw", "6/21", every, clock, 9, 15, 0, 0, 2, groups, 70, {}},
-    };
-    // clang-format on
-    EXPECT_EQ(rows.size(), sunlightPresets().size());
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        const SunlightPreset& preset = sunlightPreset(row.name);
-        const SunlightRule& rule = preset.rule;
-        EXPECT_EQ(rule.days, parseDays(row.days));
-        EXPECT_EQ(rule.dayRule, row.dayRule);
-        EXPECT_EQ(rule.window.basis, row.basis);
-        EXPECT_EQ(std::pair(rule.window.start, rule.window.end), std::pair(row.start, row.end));
-        EXPECT_EQ(std::pair(rule.leastAltitude, rule.leastPlanAngle),
-                  std::pair(row.altitude, row.plan));
-        EXPECT_DOUBLE_EQ(rule.hours.value_or(0.0), row.hours);
-        EXPECT_EQ(rule.pass, row.pass);
-        EXPECT_EQ(rule.share, row.share);
-        EXPECT_EQ(preset.needed, row.needed);
-        EXPECT_FALSE(preset.country.empty() || preset.edition.empty());
+    const std::string page = readFile(insolate::test::sourceFolder() / "docs/sun-hours.md");
+    std::istringstream lines(page.substr(std::min(page.find("| `--rule` |"), page.size())));
+    std::set<std::string> published;
+    std::string line;
+    for (std::getline(lines, line); std::getline(lines, line);) {
+        if (line.starts_with("| `")) {
+            published.insert(line);
+        }
+    }
+    for (const SunlightPreset& preset : sunlightPresets()) {
+        std::string needed;
+        for (const std::string& name : preset.needed) {
+            needed += (needed.empty() ? "`--" : " `--") + name + "`";
+        }
+        const std::string row =
+            fmt::format("| `{}` | {}, {} | {} | {} | {} |", preset.name, preset.title,
+                        preset.country, preset.edition, ruleText(preset.rule), needed);
+        EXPECT_EQ(published.erase(row), 1U) << row;
         // What sources leave open is asked for.
         SunlightChoices choices;
-        choices.preset = row.name;
+        choices.preset = preset.name;
         EXPECT_THAT(messageOf([&] { ruleOf(choices); }),
-                    HasSubstr(row.needed.empty() ? "nothing is wrong" : " is missing; "));
+                    HasSubstr(needed.empty() ? "nothing is wrong" : " is missing; "));
     }
+    EXPECT_THAT(published, testing::IsEmpty());
     EXPECT_EQ(sunlightPreset("ee-dwelling").rule.hoursWithGap, 3.5);
     EXPECT_EQ(sunlightPreset("ca-montreal-park").rule.count, SunCount::longest);
     EXPECT_EQ(sunlightPreset("bre209-garden").rule.baselineRatio, 0.8);
