@@ -2,6 +2,7 @@
 
 #include "study/model/recentring.h"
 #include "study/run/enclosed.h"
+#include "study/run/sensor_blocks.h"
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 #include "study/support/readable.h"
@@ -92,25 +93,37 @@ std::vector<float> enclosedAmong(std::span<const std::uint8_t> asked, const Stud
                                  double north, int threads, const std::stop_token& stop) {
     const SensorField& field = inputs.field;
     std::vector<float> enclosed(field.size(), 0.0f);
-    if (std::ranges::count(asked, 0) == static_cast<std::ptrdiff_t>(asked.size())) {
+    if (std::ranges::all_of(asked, [](std::uint8_t one) { return one == 0; })) {
         return enclosed;
     }
     const Recentring recentring(inputs.scene, field);
     const OcclusionIndex index(recentring.coordinates(inputs.scene));
     const HourlyAnalysis analysis = analysisWithoutSun(north);
     const SkyDirections directions = analysis.firstRays().front();
+    const auto sensorAt = [&](std::size_t i) {
+        return Sensor{recentring.local(field.positions[i]), narrowed(field.normals[i])};
+    };
+    std::vector<std::uint8_t> seesNothing(field.size(), 0); // as far as a few rays say
+    constexpr std::size_t sensorsAtOnce = 256;
+    forEachBlock(
+        {field.size(), sensorsAtOnce}, threads,
+        [&](SensorRange range, int) {
+            for (std::size_t i = range.first; i < range.end; ++i) {
+                if (asked[i] != 0) {
+                    const Sensor sensor = sensorAt(i);
+                    const SkyCellSet free = index.visibleSky(
+                        sensor.position, directions, tellingCells(directions, sensor.normal));
+                    seesNothing[i] = free.count() == 0 ? 1 : 0;
+                }
+            }
+        },
+        stop);
+    throwIfStopped(stop);
     std::vector<Sensor> sensors;
     std::vector<std::size_t> places;
     for (std::size_t i = 0; i < field.size(); ++i) {
-        throwIfStopped(stop);
-        if (asked[i] == 0) {
-            continue;
-        }
-        const Sensor sensor{recentring.local(field.positions[i]), narrowed(field.normals[i])};
-        const SkyCellSet free =
-            index.visibleSky(sensor.position, directions, tellingCells(directions, sensor.normal));
-        if (free.count() == 0) {
-            sensors.push_back(sensor);
+        if (seesNothing[i] != 0) {
+            sensors.push_back(sensorAt(i));
             places.push_back(i);
         }
     }
