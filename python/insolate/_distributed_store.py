@@ -288,7 +288,7 @@ class Store:
 
     def weather(self, name: str) -> _core.Weather:
         if not name.endswith(".weather.npz"):
-            return _core.read_weather(str(self.files / name))
+            return _core.read_weather(str(self.files / name), None)
         with np.load(self.files / name, allow_pickle=False) as arrays:
             latitude, longitude, zone, elevation = map(float, arrays["site"])
             times, values = arrays["times"], arrays["values"]
