@@ -81,13 +81,9 @@ CityTransform readHead(const Json& city, const CityDocuments& source) {
 }
 
 void requireMetres(const Mesh& mesh, const std::filesystem::path& file) {
-    constexpr double most = std::numeric_limits<double>::max();
-    Vector3 low{most, most, most};
-    Vector3 high{-most, -most, -most};
-    for (const Vector3& p : mesh.vertices) {
-        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-    }
+    Bounds bounds;
+    bounds.add(mesh.vertices);
+    const auto& [low, high] = bounds;
     const bool isOnGlobe = std::max(std::abs(low.x), std::abs(high.x)) <= 180.0 &&
                            std::max(std::abs(low.y), std::abs(high.y)) <= 180.0 &&
                            std::max(std::abs(low.x), std::abs(low.y)) > 1.0;

@@ -28,18 +28,9 @@ public:
         : m_mesh(mesh), m_welded(weldedVertices(mesh)), m_mates(mesh.corners.size()),
           m_patchOf(mesh.faces.size(), noFace), m_isTraced(mesh.corners.size(), 0) {
         findMates();
-        Vector3 low;
-        Vector3 high;
-        for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
-            const Vector3& p = mesh.vertices[i];
-            low = i == 0
-                      ? p
-                      : Vector3{std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-            high = i == 0 ? p
-                          : Vector3{std::max(high.x, p.x), std::max(high.y, p.y),
-                                    std::max(high.z, p.z)};
-        }
-        m_farthest = 1.0e-6 * length(high - low);
+        Bounds bounds;
+        bounds.add(mesh.vertices);
+        m_farthest = 1.0e-6 * length(bounds.extent());
     }
 
     /// @throws Stopped

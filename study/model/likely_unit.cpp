@@ -29,8 +29,7 @@ ModelLengths lengthsOf(const Scene& scene) {
     if (scene.vertices.empty()) {
         return lengths;
     }
-    Vector3 low = scene.vertices.front();
-    Vector3 high = low;
+    Bounds bounds;
     std::vector<float> edges;
     edges.reserve(scene.vertices.size());
     double area = 0.0;
@@ -39,8 +38,7 @@ ModelLengths lengthsOf(const Scene& scene) {
         const Vector3* const corner = &scene.vertices[i];
         for (std::size_t k = 0; k < 3; ++k) {
             const Vector3& p = corner[k];
-            low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-            high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+            bounds.add(p);
             edges.push_back(static_cast<float>(length(corner[(k + 1) % 3] - p)));
         }
         const Vector3 normal = cross(corner[1] - corner[0], corner[2] - corner[0]);
@@ -49,7 +47,7 @@ ModelLengths lengthsOf(const Scene& scene) {
     }
     const auto middle = edges.begin() + static_cast<std::ptrdiff_t>(edges.size() / 2);
     std::nth_element(edges.begin(), middle, edges.end());
-    lengths.extent = high - low;
+    lengths.extent = bounds.extent();
     lengths.medianEdge = static_cast<double>(*middle);
     lengths.hasWalls = upright > 0.1 * area;
     return lengths;

@@ -127,9 +127,7 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
     info.notes = mesh.notes;
     info.coordinateStep = mesh.coordinateStep;
     info.faces = mesh.faces.size();
-    constexpr double most = std::numeric_limits<double>::max();
-    info.low = {most, most, most};
-    info.high = {-most, -most, -most};
+    Bounds bounds;
     const std::vector<std::uint32_t> welded = weldedVertices(mesh);
     std::vector<char> isUsed(mesh.vertices.size(), 0);
     PartCounter objects(mesh);
@@ -149,21 +147,17 @@ ModelInfo modelInfo(const Mesh& mesh, const std::string& source, LengthUnit unit
         objects.add(face.object, area);
         groups.add(face.group, area);
         materials.add(face.material, area);
-        for (const Vector3& p : polygon) {
-            info.low = {std::min(info.low.x, p.x), std::min(info.low.y, p.y),
-                        std::min(info.low.z, p.z)};
-            info.high = {std::max(info.high.x, p.x), std::max(info.high.y, p.y),
-                         std::max(info.high.z, p.z)};
-        }
+        bounds.add(polygon);
         for (const std::uint32_t corner : mesh.cornersOf(face)) {
             info.vertices += isUsed[welded[corner]] == 0 ? 1U : 0U;
             isUsed[welded[corner]] = 1;
         }
     }
     if (mesh.faces.empty()) {
-        info.low = info.high = {};
         return info;
     }
+    info.low = bounds.low;
+    info.high = bounds.high;
     info.objects = objects.sorted();
     info.groups = groups.sorted();
     info.materials = materials.sorted();

@@ -12,22 +12,13 @@ namespace insolate::study {
 constexpr double largestScale = 0x1p23;
 
 Recentring::Recentring(const Scene& scene, const SensorField& field) {
-    Vector3 lowest = {1e300, 1e300, 1e300};
-    Vector3 highest = {-1e300, -1e300, -1e300};
-    const auto fold = [&](const std::vector<Vector3>& points) {
-        for (const Vector3& p : points) {
-            lowest = {std::min(lowest.x, p.x), std::min(lowest.y, p.y), std::min(lowest.z, p.z)};
-            highest = {std::max(highest.x, p.x), std::max(highest.y, p.y),
-                       std::max(highest.z, p.z)};
-        }
-    };
-    fold(scene.vertices);
-    fold(field.positions);
-    if (lowest.x <= highest.x) {
-        const Vector3 middle = (lowest + highest) * 0.5;
+    Bounds bounds;
+    bounds.add(scene.vertices);
+    bounds.add(field.positions);
+    if (!bounds.isEmpty()) {
+        const Vector3 middle = (bounds.low + bounds.high) * 0.5;
         m_centre = {std::floor(middle.x), std::floor(middle.y), std::floor(middle.z)};
-        const Vector3 extent = highest - lowest;
-        const double longest = std::max({extent.x, extent.y, extent.z});
+        const double longest = bounds.longest();
         while (longest > 0.0 && longest * m_scale < smallScene && m_scale < largestScale) {
             m_scale *= 2.0;
         }

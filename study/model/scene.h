@@ -4,8 +4,11 @@
 /// model; the calculation works on a recentred single-precision copy.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,6 +20,34 @@ struct Vector3 {
     double z = 0.0;
 
     bool operator==(const Vector3&) const = default;
+};
+
+/// The box around points, along the axes.
+struct Bounds {
+    static constexpr double farthest = std::numeric_limits<double>::infinity();
+
+    Vector3 low = {farthest, farthest, farthest};
+    Vector3 high = {-farthest, -farthest, -farthest};
+
+    void add(const Vector3& point) {
+        low = {std::min(low.x, point.x), std::min(low.y, point.y), std::min(low.z, point.z)};
+        high = {std::max(high.x, point.x), std::max(high.y, point.y), std::max(high.z, point.z)};
+    }
+    void add(std::span<const Vector3> points) {
+        for (const Vector3& point : points) {
+            add(point);
+        }
+    }
+    [[nodiscard]] bool isEmpty() const { return !(low.x <= high.x); }
+    /// Lengths of the edges; 0 without points.
+    [[nodiscard]] Vector3 extent() const {
+        return isEmpty() ? Vector3() : Vector3{high.x - low.x, high.y - low.y, high.z - low.z};
+    }
+    /// The longest of them.
+    [[nodiscard]] double longest() const {
+        const Vector3 edges = extent();
+        return std::max({edges.x, edges.y, edges.z});
+    }
 };
 
 /// The obstructing triangles: three consecutive vertices each.

@@ -20,16 +20,14 @@ namespace {
 /// The middle of the sensors' bounding box, else of the scene's.
 Vector3 centerOf(const Scene& scene, const SensorField& field) {
     for (const std::vector<Vector3>* points : {&field.positions, &scene.vertices}) {
-        constexpr double inf = std::numeric_limits<double>::infinity();
-        Vector3 low{inf, inf, inf};
-        Vector3 high{-inf, -inf, -inf};
+        Bounds bounds;
         for (const Vector3& p : *points) {
             if (isFinite(p)) {
-                low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-                high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+                bounds.add(p);
             }
         }
-        if (low.x <= high.x) {
+        if (!bounds.isEmpty()) {
+            const auto& [low, high] = bounds;
             return {0.5 * (low.x + high.x), 0.5 * (low.y + high.y), 0.5 * (low.z + high.z)};
         }
     }

@@ -137,22 +137,6 @@ CellBlock gridFrom(const SensorField& field, std::size_t first, double tolerance
     return block;
 }
 
-struct Box {
-    Vector3 low = {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity(),
-                   std::numeric_limits<double>::infinity()};
-    Vector3 high = low * -1.0;
-
-    void add(std::span<const Vector3> points) {
-        for (const Vector3& p : points) {
-            low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-            high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-        }
-    }
-    [[nodiscard]] double longest() const {
-        return std::max({high.x - low.x, high.y - low.y, high.z - low.z, 0.0});
-    }
-};
-
 /// Writes places as differences to the ones before.
 class PlaceWriter {
 public:
@@ -453,7 +437,7 @@ void packScene(PackedModel& packed, const Scene& scene, const SensorField& field
 
     // Edges where the surface ends, branches or folds by more than 25 degrees, as in the pictures.
     const double sharp = std::cos(25.0 * std::numbers::pi / 180.0);
-    Box box;
+    Bounds box;
     box.add(scene.vertices);
     const double little = box.longest() / 120.0;
     std::sort(sides.begin(), sides.end());
@@ -566,7 +550,7 @@ std::vector<CellBlock> cellBlocks(const SensorField& field, double tolerance) {
 
 PackedModel packModel(const Scene& scene, const SensorField& field, const std::stop_token& stop) {
     PackedModel packed;
-    Box box;
+    Bounds box;
     box.add(scene.vertices);
     box.add(field.hasCells() ? field.corners : field.positions);
     const double longest = box.longest();

@@ -37,17 +37,12 @@ bool fitsMemory(double bytes) {
                         static_cast<double>(sysconf(_SC_PAGE_SIZE));
 }
 
-/// Edges of the box around the points; there is at least one.
+/// Edges of the box around the points.
 Vector3 extentOf(std::span<const Vector3> points, std::span<const Vector3> others = {}) {
-    Vector3 low = points.front();
-    Vector3 high = low;
-    for (const std::span<const Vector3> some : {points, others}) {
-        for (const Vector3& p : some) {
-            low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-            high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-        }
-    }
-    return high - low;
+    Bounds bounds;
+    bounds.add(points);
+    bounds.add(others);
+    return bounds.extent();
 }
 
 /// "60 x 40 x 18 m"; a wrong unit or axis shows here first.
