@@ -205,7 +205,8 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
           {"x,y,z,nx,nz\n1,2,3,0,1\n", "a.csv:1: the header has no column ny; known are"},
           {"x,y,z,Normal X\n1,2,3,0\n", "a.csv:1: there is no column 'Normal X'; if it is part of "
                                         "the normal, write nx; known"},
-          {"x [yd],y,z\n1,2,3\n", "a.csv:1: column 'x [yd]': there is no unit 'yd'; choose from mm"},
+          {"x [yd],y,z\n1,2,3\n",
+           "a.csv:1: column 'x [yd]': there is no unit 'yd'; choose from mm"},
           {"x,y,z,X\n1,2,3,4\n", "a.csv:1: the header has two columns 'x'"},
           {"x,y,z,name\n1,2,3,a\n1,2,3\n", "a.csv:3: 3 fields where the lines above have 4"},
           {"x,y,z,name\n1,,3,a\n", "a.csv:2: field 2: '' is not a usable number"},
