@@ -295,7 +295,7 @@ def _raise_incomplete(store: Store, missing: list[str], failures: dict[str, _Fai
 
 
 #: Keywords of `radiation` that a run on workers cannot take.
-_alone = ("save_masks", "masks", "since")
+_alone = ("save_masks", "masks", "materials", "since")
 
 
 def radiation_of(

@@ -86,6 +86,8 @@ def test_a_study_is_the_same_on_workers(client, town, weather, alone, tmp_path):
     ignored = {"timings", "created", "finished", "started"}
     kept = [{k: v for k, v in one.summary.items() if k not in ignored and "time" not in k} for one in (made, alone)]
     assert kept[0].keys() == kept[1].keys()
+    with pytest.raises(ins.DataError, match="not those of this study"):
+        made._core.take([("total", np.zeros(3, dtype=np.float32))], None)
     # Weather of a data frame travels too; without a client the same blocks are walked here.
     frame = ins.Weather.from_dataframe(
         weather.to_dataframe(), latitude=weather.site.latitude, longitude=weather.site.longitude, label="left"
