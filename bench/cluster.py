@@ -77,7 +77,7 @@ def two() -> None:
     single = ins.radiation(model, sensors, weather, threads=1)
     times: dict[int, list[float]] = {1: [], 2: []}
     with workers(1) as one, workers(2) as both, Client(one) as c1, Client(both) as c2:
-        for _ in range(5):
+        for _ in range(3):
             for count, client in ((1, c1), (2, c2)):
                 begin = time.perf_counter()
                 made = ins.radiation(model, sensors, weather, client=client)
@@ -85,7 +85,7 @@ def two() -> None:
                 assert same(made, single)
     medians = {count: statistics.median(listed) for count, listed in times.items()}
     print(
-        f"{len(sensors)} sensors, medians of 5: one worker {medians[1]:.2f} s, two {medians[2]:.2f} s, "
+        f"{len(sensors)} sensors, medians of 3: one worker {medians[1]:.2f} s, two {medians[2]:.2f} s, "
         f"{medians[1] / medians[2]:.2f} times; one thread of this process computes at {300_000 / medians[1]:.0f} /s"
     )
     print({count: [round(t, 2) for t in listed] for count, listed in times.items()})
