@@ -240,18 +240,22 @@ def plan(store: str) -> None:
         f"{rate:.0f} sensors for a processor second with all that belongs to tiles; {size:.0f} B a sensor in results, "
         f"{files:.0f} in scenes"
     )
-    threads, spread = 32, 0.3
+    # Of a tile's processor time a sixth is in one thread: reading what is around, 75 MB, and choosing faces.
+    alone, read, threads, spread = 0.17, 75e6, 2, 0.3
+    tile = sensors / len(receipts)
+    seconds_of_tile = processor / len(receipts) * (alone + (1.0 - alone) / (0.95 * threads))
     for wanted, hosts in ((1e8, 1), (1e8, 4), (1e10, 16), (1e10, 100)):
         chance = random.Random(1)
-        tile = 1e6  # sensors
-        block = tile / (0.9 * threads * rate)  # s; a tenth is lost to what has one thread
-        listed = [block * chance.uniform(1 - spread, 1 + spread) for _ in range(int(wanted / tile))]
-        end, lost = queued(listed, hosts, chance, lost_every=200 * 3600.0)
+        count, workers_at_once = int(wanted / tile), 16 * hosts
+        listed = [seconds_of_tile * chance.uniform(1 - spread, 1 + spread) for _ in range(count)]
+        end, lost = queued(listed, workers_at_once, chance, lost_every=200 * 3600.0)
         print(
-            f"{wanted:.0e} sensors in tiles of {tile:.0e}, {hosts} hosts of {threads} cores: {len(listed)} blocks of "
-            f"{block:.1f} s, {end / 60:.1f} min, hosts busy {sum(listed) / (end * hosts):.0%}, {lost} blocks lost, "
-            f"{end * hosts * threads / 3600:.0f} core hours; {wanted * size / 1e9:.0f} GB of results, "
-            f"{wanted * files / 1e9:.0f} GB of scenes"
+            f"{wanted:.0e} sensors, {hosts} hosts of 32 cores in 16 workers: {count} blocks "
+            f"of {seconds_of_tile:.1f} s, "
+            f"{end / 60:.1f} min, workers busy {sum(listed) / (end * workers_at_once):.0%}, {lost} blocks lost, "
+            f"{end * hosts * 32 / 3600:.0f} core hours; {wanted * size / 1e9:.0f} GB of results, "
+            f"{wanted * files / 1e9:.0f} GB of scenes, {count * read / 1e12:.2f} TB read, "
+            f"{count * read / end / hosts / 1e6:.0f} MB/s a host"
         )
 
 
