@@ -89,7 +89,7 @@ export function valueText(value: number, unit: string, decimals: number): string
 }
 
 export function bearingText(azimuth: number): string {
-  const names = ["north", "north-east", "east", "south-east", "south", "south-west", "west", "north-west"];
+  const names = ["north", "northeast", "east", "southeast", "south", "southwest", "west", "northwest"];
   return names[Math.round((((azimuth % 360) + 360) % 360) / 45) % 8];
 }
 
