@@ -207,6 +207,7 @@ private:
                 extent.add(m_items[i]);
                 m_items[kept++] = m_items[i];
             } else {
+                m_storage->unboundedNumbers.push_back(static_cast<std::uint32_t>(i));
                 m_storage->unbounded.resize(m_storage->unbounded.size() + doublesPerTriangle);
                 packTriangle(i, m_storage->unbounded.data() + m_storage->unbounded.size() -
                                     doublesPerTriangle);
@@ -242,6 +243,7 @@ private:
         for (std::size_t i = 0; i < count; ++i) {
             double* exact = m_storage->exact.data() + doublesPerTriangle * (begin + i);
             packTriangle(m_items[begin + i].triangle(), exact);
+            m_storage->numbers[begin + i] = m_items[begin + i].triangle();
             double reach = 0;
             double edges[2] = {0, 0};
             for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -461,13 +463,16 @@ private:
         const std::size_t nodeBytes = wide * sizeof(OcclusionNode);
         const std::size_t leafBytes = leafCount * sizeof(OcclusionLeafUnit);
         const std::size_t doubles = count * doublesPerTriangle;
-        m_storage->block = LargeBlock(nodeBytes + leafBytes + doubles * sizeof(double));
+        m_storage->block = LargeBlock(nodeBytes + leafBytes + doubles * sizeof(double) +
+                                      count * sizeof(std::uint32_t));
         std::byte* memory = m_storage->block.data();
         m_storage->nodes = {reinterpret_cast<OcclusionNode*>(memory), wide};
         memory += nodeBytes;
         m_storage->leaves = {reinterpret_cast<OcclusionLeafUnit*>(memory), leafCount};
         memory += leafBytes;
         m_storage->exact = {reinterpret_cast<double*>(memory), doubles};
+        memory += doubles * sizeof(double);
+        m_storage->numbers = {reinterpret_cast<std::uint32_t*>(memory), count};
         m_storage->leaves.back() = {};
         forRange(count, [&](std::size_t begin, std::size_t end) {
             for (std::size_t i = begin; i < end; ++i) {

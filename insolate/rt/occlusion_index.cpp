@@ -38,9 +38,29 @@ bool hitsOneOf(std::span<const double> triangles, const Vector3d& origin,
     return false;
 }
 
+/// Calls add(distance, number) for each hit of some triangles.
+template <class Add>
+void addHits(std::span<const double> triangles, std::span<const std::uint32_t> numbers,
+             const Vector3d& origin, const Vector3d& direction, const Add& add) {
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        const double* triangle = triangles.data() + doublesPerTriangle * i;
+        double distance = 0.0;
+        if (hitsTriangle(origin.data(), direction.data(), triangle, triangle + 3, triangle + 6,
+                         distance)) {
+            add(distance, numbers[i]);
+        }
+    }
+}
+
 /// Whether the boxes can judge rays from this origin; false for NaN.
 bool withinReach(const Vector3d& origin) {
     return isFinite(origin) && largestMagnitude(origin) <= largestCoordinate;
+}
+
+/// Whether the boxes can judge rays in this direction.
+bool isRegular(const Vector3d& direction) {
+    const double length = largestMagnitude(direction);
+    return isFinite(direction) && length >= 1e-15 && length <= 1e15;
 }
 
 } // namespace
@@ -83,20 +103,82 @@ std::size_t OcclusionIndex::triangleCount() const {
 
 std::size_t OcclusionIndex::memoryBytes() const {
     return sizeof(Storage) + storage().block.size() +
-           storage().unbounded.capacity() * sizeof(double);
+           storage().unbounded.capacity() * sizeof(double) +
+           storage().unboundedNumbers.capacity() * sizeof(std::uint32_t);
 }
 
 bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const {
     const Vector3d from = widened(origin);
     const Vector3d along = widened(direction);
-    const double length = largestMagnitude(along);
-    if (!withinReach(from) || !isFinite(along) || length < 1e-15 || length > 1e15) {
+    if (!withinReach(from) || !isRegular(along)) {
         // Every triangle, without the help of any box.
         return hitsOneOf(storage().exact, from, along) ||
                hitsOneOf(storage().unbounded, from, along);
     }
     return occludedInHierarchy(storage(), from, direction) ||
            hitsOneOf(storage().unbounded, from, along);
+}
+
+RayHit OcclusionIndex::nearestHit(const XYZf& origin, const XYZf& direction) const {
+    RayHit hit;
+    nearestHits(origin, {&direction, 1}, {&hit, 1});
+    return hit;
+}
+
+void OcclusionIndex::nearestHits(const XYZf& origin, std::span<const XYZf> directions,
+                                 std::span<RayHit> hits) const {
+    const std::size_t count = std::min(directions.size(), hits.size());
+    const Vector3d from = widened(origin);
+    const Storage& all = storage();
+    const bool near = withinReach(from);
+    const auto addAll = [&](std::size_t i, std::span<const double> triangles,
+                            std::span<const std::uint32_t> numbers) {
+        addHits(triangles, numbers, from, widened(directions[i]),
+                [&](double distance, std::uint32_t number) {
+                    if (distance < hits[i].distance ||
+                        (distance == hits[i].distance && number < hits[i].triangle)) {
+                        hits[i] = {distance, number};
+                    }
+                });
+    };
+    bool together = near;
+    for (std::size_t i = 0; i < count; ++i) {
+        hits[i] = {};
+        together = together && isRegular(widened(directions[i]));
+    }
+    if (together) {
+        nearestInHierarchy(all, from, directions.first(count), hits.first(count));
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!together) {
+            if (near && isRegular(widened(directions[i]))) {
+                nearestInHierarchy(all, from, directions.subspan(i, 1), hits.subspan(i, 1));
+            } else {
+                addAll(i, all.exact, all.numbers);
+            }
+        }
+        addAll(i, all.unbounded, all.unboundedNumbers);
+    }
+}
+
+void OcclusionIndex::allHits(const XYZf& origin, const XYZf& direction,
+                             std::vector<RayHit>& hits) const {
+    hits.clear();
+    const Vector3d from = widened(origin);
+    const Vector3d along = widened(direction);
+    const Storage& all = storage();
+    const auto add = [&](double distance, std::uint32_t number) {
+        hits.push_back({distance, number});
+    };
+    if (withinReach(from) && isRegular(along)) {
+        allHitsInHierarchy(all, from, direction, hits);
+    } else {
+        addHits(all.exact, all.numbers, from, along, add);
+    }
+    addHits(all.unbounded, all.unboundedNumbers, from, along, add);
+    std::sort(hits.begin(), hits.end(), [](const RayHit& a, const RayHit& b) {
+        return a.distance != b.distance ? a.distance < b.distance : a.triangle < b.triangle;
+    });
 }
 
 SkyCellSet OcclusionIndex::visibleSky(const XYZf& origin, const SkyDirections& directions,

@@ -1,4 +1,5 @@
-/// A fast index over the triangles of a scene that answers: does anything block this ray?
+/// A fast index over the triangles of a scene that answers: does anything block this ray, and what
+/// does it hit?
 ///
 /// Hits are those of the library's ray/triangle test, to the last bit: bounds are strict, both
 /// sides block, and hits nearer than 0.01 direction lengths do not count. There is no upper limit
@@ -15,13 +16,26 @@
 #include <insolate/rt/sky_visibility.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <span>
+#include <vector>
 
 namespace insolate {
 
 struct OcclusionIndexOptions {
     bool parallel = true; ///< build on all processors; the index is the same either way
+};
+
+/// Where a ray hits a triangle.
+struct RayHit {
+    static constexpr std::uint32_t none = 0xFFFFFFFFU;
+
+    double distance = std::numeric_limits<double>::infinity(); ///< [multiples of the direction]
+    std::uint32_t triangle = none; ///< its place in the coordinates; none without a hit
+
+    bool operator==(const RayHit&) const = default;
 };
 
 class INSOLATE_EXPORT OcclusionIndex {
@@ -50,6 +64,17 @@ public:
 
     /// Whether any triangle blocks the ray. The direction is used as given, not normalised.
     bool isOccluded(const XYZf& origin, const XYZf& direction) const;
+
+    /// The nearest hit of the ray, by the same exact test of every triangle; of triangles at exactly
+    /// the same distance that of the lowest place.
+    RayHit nearestHit(const XYZf& origin, const XYZf& direction) const;
+
+    /// The same for several rays of one origin; the shorter span counts.
+    void nearestHits(const XYZf& origin, std::span<const XYZf> directions,
+                     std::span<RayHit> hits) const;
+
+    /// Every hit of the ray, by distance, then by place. hits is cleared first.
+    void allHits(const XYZf& origin, const XYZf& direction, std::vector<RayHit>& hits) const;
 
     /// The cells among `wanted` that have a direction and whose ray from origin nothing blocks: the
     /// same as asking isOccluded() for each of them.

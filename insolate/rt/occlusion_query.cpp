@@ -1,9 +1,12 @@
-// The walks through an OcclusionIndex: a few rays together, or all cells of a mask at once.
+// The walks through an OcclusionIndex: a few rays together, one ray to its hits, or all cells of a
+// mask at once.
 //
-// Both walk the same hierarchy of boxes from the root, eight boxes in a few vector operations, with
+// All walk the same hierarchy of boxes from the root, eight boxes in a few vector operations, with
 // a stack of entries that are still to be visited.
 //
 // - RayWalk carries up to 32 rays as bits. Each entry holds the rays that may meet its box.
+// - HitWalk carries one ray and asks the nearest box first: for the nearest hit it leaves out what
+//   begins behind the hit that it has, for all hits nothing.
 // - MaskWalk carries the open cells of the sky, a bit each, and no rays. A box seen from the origin
 //   spans a range of azimuths and altitudes; it matters when a cell in that range is still open.
 //   The nearest box comes first, since what it blocks need not be asked of those behind it. In a
@@ -24,6 +27,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "insolate/rt/occlusion_query.cpp"
@@ -144,6 +148,24 @@ inline bool anyOpen(const std::uint64_t* open, const CellRange& range) {
     }
     return any != 0;
 }
+
+/// Keeps the nearest hit; of hits at one distance that of the lowest number, so that the answer does
+/// not depend on the order of the walk.
+struct NearestFound {
+    RayHit* hit;
+    void add(double distance, std::uint32_t number) const {
+        if (distance < hit->distance || (distance == hit->distance && number < hit->triangle)) {
+            *hit = {distance, number};
+        }
+    }
+    double limit() const { return hit->distance; }
+};
+
+struct AllFound {
+    std::vector<RayHit>* hits;
+    void add(double distance, std::uint32_t number) const { hits->push_back({distance, number}); }
+    static double limit() { return std::numeric_limits<double>::infinity(); }
+};
 
 /// The exact test of one triangle of a leaf.
 inline bool hitsExactly(const OcclusionIndex::Storage& index, const OcclusionLeaf& leaf,
@@ -460,6 +482,157 @@ bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
                             {direction.x / largest, direction.y / largest, direction.z / largest}));
     const BoundedOrigin bounded(origin, index.centre);
     return RayWalk(index, origin, bounded, rays, largest).blockedBelow(index.root) != 0;
+}
+
+// ---------------------------------------------------------------------------------------------
+// One ray to its hits
+
+template <class Found>
+class HitWalk {
+public:
+    /// length: the direction's largest component; distances of boxes are measured in that.
+    HitWalk(const OcclusionIndex::Storage& index, const Vector3d& origin,
+            const BoundedOrigin& bounded, const XYZf& direction, float length, Found found)
+        : m_index(index), m_origin(origin), m_bounded(bounded), m_direction(direction),
+          m_inverse(inverseDirection(
+              {direction.x / length, direction.y / length, direction.z / length})),
+          m_length(length), m_found(found) {}
+
+    HWY_NOINLINE void run(std::uint32_t top) const {
+        Held stack[stackSize];
+        std::size_t held = 0;
+        stack[held++] = {top, 0.0f};
+        while (held != 0) {
+            const Held entry = stack[--held];
+            if (entry.distance > limit()) {
+                continue;
+            }
+            if (occlusionChild::isLeaf(entry.child)) {
+                findInLeaf(entry.child);
+            } else {
+                held += holdChildren(m_index.nodes[entry.child], stack + held);
+            }
+        }
+    }
+
+private:
+    struct Held {
+        std::uint32_t child;
+        float distance;
+    };
+
+    /// Boxes that begin beyond this hold nothing nearer. Distances of boxes are off by three
+    /// roundings, as in RayWalk::childrenMet(); four times as much is left. A hit that the exact
+    /// test finds by its roundings alone lies within a millionth of its distance of its box, and
+    /// that has its room here too.
+    HWY_INLINE float limit() const {
+        return static_cast<float>(m_found.limit() * static_cast<double>(m_length)) *
+                   (1.0f + 0x1p-17f) +
+               1e-20f;
+    }
+
+    /// Puts the children that the ray may meet on the stack, the nearest last.
+    HWY_INLINE std::size_t holdChildren(const OcclusionNode& node, Held* stack) const {
+        const Floats d;
+        alignas(32) std::array<float, OcclusionNode::width> distances;
+        const auto inverseX = hn::Set(d, m_inverse.x);
+        const auto inverseY = hn::Set(d, m_inverse.y);
+        const auto inverseZ = hn::Set(d, m_inverse.z);
+        const auto farthest = hn::Set(d, limit());
+        std::uint32_t children = 0;
+        for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
+            const RelativeBoxes box(node, m_bounded, lane);
+            const auto ax = hn::Mul(box.x0, inverseX);
+            const auto bx = hn::Mul(box.x1, inverseX);
+            const auto ay = hn::Mul(box.y0, inverseY);
+            const auto by = hn::Mul(box.y1, inverseY);
+            const auto az = hn::Mul(box.z0, inverseZ);
+            const auto bz = hn::Mul(box.z1, inverseZ);
+            const auto in = hn::Max(hn::Max(hn::Min(ax, bx), hn::Min(ay, by)),
+                                    hn::Max(hn::Min(az, bz), hn::Zero(d)));
+            const auto out = hn::Min(hn::Min(hn::Max(ax, bx), hn::Max(ay, by)), hn::Max(az, bz));
+            const auto meets = hn::And(hn::Le(in, hn::Mul(out, hn::Set(d, 1.0f + 0x1p-20f))),
+                                       hn::Le(in, farthest));
+            hn::Store(in, d, distances.data() + lane);
+            children |= bitsOf(d, meets) << lane;
+        }
+        std::size_t count = 0;
+        for (children &= allLanes(node.childCount); children != 0; children &= children - 1) {
+            const auto lane = static_cast<std::size_t>(std::countr_zero(children));
+            const float distance = distances[lane];
+            std::size_t place = count++;
+            for (; place > 0 && stack[place - 1].distance < distance; --place) {
+                stack[place] = stack[place - 1];
+            }
+            stack[place] = {node.child[lane], distance};
+            prefetchEntry(m_index, node.child[lane]);
+        }
+        return count;
+    }
+
+    HWY_INLINE void findInLeaf(std::uint32_t child) const {
+        const OcclusionLeaf leaf(m_index, child);
+        const LeafOrigin from(*leaf.header, m_origin);
+        const Floats d;
+        const auto x = hn::Set(d, m_direction.x);
+        const auto y = hn::Set(d, m_direction.y);
+        const auto z = hn::Set(d, m_direction.z);
+        for (std::size_t lane = 0; lane < leaf.count; lane += hn::Lanes(d)) {
+            const SeenLanes seen(leaf, from, lane, m_length);
+            const auto u = dotOf(x, y, z, seen.ux, seen.uy, seen.uz);
+            const auto v = dotOf(x, y, z, seen.vx, seen.vy, seen.vz);
+            const auto w = dotOf(x, y, z, seen.wx, seen.wy, seen.wz);
+            const auto least = hn::Min(hn::Min(u, v), w);
+            const auto greatest = hn::Max(hn::Max(u, v), w);
+            std::uint32_t maybe =
+                (bitsOf(d, hn::Ge(least, hn::Neg(seen.error))) |
+                 (bitsOf(d, hn::Le(greatest, seen.error)) & bitsOf(d, seen.edgeOn))) &
+                bitsOf(d, seen.possible) &
+                allLanes(std::min<std::size_t>(leaf.count - lane, hn::Lanes(d)));
+            for (; maybe != 0; maybe &= maybe - 1) {
+                const std::size_t place = leaf.header->firstTriangle + lane +
+                                          static_cast<std::size_t>(std::countr_zero(maybe));
+                const double direction[3] = {static_cast<double>(m_direction.x),
+                                             static_cast<double>(m_direction.y),
+                                             static_cast<double>(m_direction.z)};
+                const double* exact = m_index.exact.data() + doublesPerTriangle * place;
+                double distance = 0.0;
+                if (hitsTriangle(m_origin.data(), direction, exact, exact + 3, exact + 6,
+                                 distance)) {
+                    m_found.add(distance, m_index.numbers[place]);
+                }
+            }
+        }
+    }
+
+    const OcclusionIndex::Storage& m_index;
+    const Vector3d& m_origin;
+    const BoundedOrigin& m_bounded;
+    XYZf m_direction;
+    XYZf m_inverse;
+    float m_length;
+    Found m_found;
+};
+
+inline float largestComponent(const XYZf& v) {
+    return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
+}
+
+void NearestInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                        std::span<const XYZf> directions, std::span<RayHit> hits) {
+    const BoundedOrigin bounded(origin, index.centre);
+    for (std::size_t i = 0; i < directions.size(); ++i) {
+        HitWalk<NearestFound>(index, origin, bounded, directions[i],
+                              largestComponent(directions[i]), {&hits[i]})
+            .run(index.root);
+    }
+}
+
+void AllHitsInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                        const XYZf& direction, std::vector<RayHit>& hits) {
+    const BoundedOrigin bounded(origin, index.centre);
+    HitWalk<AllFound>(index, origin, bounded, direction, largestComponent(direction), {&hits})
+        .run(index.root);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -944,6 +1117,8 @@ HWY_AFTER_NAMESPACE();
 namespace insolate {
 
 HWY_EXPORT(OccludedInHierarchy);
+HWY_EXPORT(NearestInHierarchy);
+HWY_EXPORT(AllHitsInHierarchy);
 HWY_EXPORT(CloseBlockedCells);
 
 bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
@@ -953,6 +1128,24 @@ bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
     }
     applySimdChoice();
     return HWY_DYNAMIC_DISPATCH(OccludedInHierarchy)(index, origin, direction);
+}
+
+void nearestInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                        std::span<const XYZf> directions, std::span<RayHit> hits) {
+    if (index.nodes.empty()) {
+        return;
+    }
+    applySimdChoice();
+    HWY_DYNAMIC_DISPATCH(NearestInHierarchy)(index, origin, directions, hits);
+}
+
+void allHitsInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                        const XYZf& direction, std::vector<RayHit>& hits) {
+    if (index.nodes.empty()) {
+        return;
+    }
+    applySimdChoice();
+    HWY_DYNAMIC_DISPATCH(AllHitsInHierarchy)(index, origin, direction, hits);
 }
 
 void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,

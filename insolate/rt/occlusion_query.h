@@ -6,6 +6,7 @@
 #include <insolate/rt/triangle.h>
 
 #include <span>
+#include <vector>
 
 namespace insolate {
 
@@ -13,6 +14,15 @@ namespace insolate {
 /// components finite and its length within a factor of 1e15 of 1.
 bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
                          const XYZf& direction);
+
+/// The nearest hit of each ray in the hierarchy, where it is nearer than the one that `hits` holds,
+/// or as near with a lower number. The origin and the directions as above.
+void nearestInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                        std::span<const XYZf> directions, std::span<RayHit> hits);
+
+/// Appends every hit of the ray in the hierarchy, in no order.
+void allHitsInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                        const XYZf& direction, std::vector<RayHit>& hits);
 
 /// One set of directions and its cells that are not known to be blocked.
 struct OpenSky {

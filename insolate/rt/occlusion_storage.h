@@ -83,7 +83,7 @@ inline constexpr std::size_t doublesPerTriangle = 9;
 inline constexpr double largestCoordinate = 1e9;
 
 struct OcclusionIndex::Storage {
-    /// Holds nodes, leaves and exact, one behind the other.
+    /// Holds nodes, leaves, exact and numbers, one behind the other.
     LargeBlock block;
 
     std::span<OcclusionNode> nodes; ///< the root is nodes[root]; empty without triangles
@@ -94,9 +94,13 @@ struct OcclusionIndex::Storage {
     /// Triangles as the exact test takes them, in the order of the leaves.
     std::span<double> exact;
 
+    /// The places of those triangles in the input.
+    std::span<std::uint32_t> numbers;
+
     /// Triangles with a coordinate beyond largestCoordinate (or not finite), and those beyond
     /// largestScene, as in exact: tested for every ray.
     std::vector<double> unbounded;
+    std::vector<std::uint32_t> unboundedNumbers;
 
     std::array<double, 3> centre{}; ///< of the scene; boxes are relative to it
 

@@ -83,9 +83,10 @@ inline RT::Triangle makeTriangle(const double* coordinates) {
 /// There is no upper limit of distance. The comparisons decide as they stand when a value is NaN:
 /// it passes the bounds of u and v, and the last comparison, which it cannot pass, says "no hit".
 ///
-/// This is the one definition of a hit: whatever finds candidates faster ends here.
+/// This is the one definition of a hit: whatever finds candidates faster ends here. distance is set
+/// only where there is one [multiples of the direction].
 inline bool hitsTriangle(const double* origin, const double* direction, const double* p0,
-                         const double* edge1, const double* edge2) {
+                         const double* edge1, const double* edge2, double& distance) {
     const Vector3d p = crossProduct(direction, edge2);
     const double det = dotProduct(edge1, p.data());
     if (std::fabs(det) < parallelLimit) {
@@ -103,7 +104,17 @@ inline bool hitsTriangle(const double* origin, const double* direction, const do
         return false;
     }
     const double t = dotProduct(edge2, q.data()) * inverse;
-    return t >= nearestHit;
+    if (!(t >= nearestHit)) {
+        return false;
+    }
+    distance = t;
+    return true;
+}
+
+inline bool hitsTriangle(const double* origin, const double* direction, const double* p0,
+                         const double* edge1, const double* edge2) {
+    double distance = 0.0;
+    return hitsTriangle(origin, direction, p0, edge1, edge2, distance);
 }
 
 inline bool hitsTriangle(const Vector3d& origin, const Vector3d& direction,

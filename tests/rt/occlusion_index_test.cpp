@@ -63,6 +63,35 @@ int differingCells(const OcclusionIndex& index, const Scene& scene, const XYZf& 
     return differing;
 }
 
+/// Every hit of a ray by every triangle, by distance, then by place.
+std::vector<RayHit> plainHits(const Scene& scene, const XYZf& origin, const XYZf& direction) {
+    const double from[3] = {origin.x, origin.y, origin.z};
+    const double along[3] = {direction.x, direction.y, direction.z};
+    std::vector<RayHit> hits;
+    for (std::size_t i = 0; i < scene.triangleCount(); ++i) {
+        const RT::Triangle triangle = makeTriangle(scene.coordinates.data() + 9 * i);
+        double distance = -1.0;
+        if (hitsTriangle(from, along, triangle.p0.data(), triangle.edge1.data(),
+                         triangle.edge2.data(), distance)) {
+            hits.push_back({distance, static_cast<std::uint32_t>(i)});
+        }
+    }
+    std::stable_sort(hits.begin(), hits.end(), [](const RayHit& a, const RayHit& b) {
+        return a.distance < b.distance;
+    });
+    return hits;
+}
+
+/// One ray's hits against every triangle; the number of answers that differ.
+int differingHits(const OcclusionIndex& index, const Scene& scene, const XYZf& origin,
+                  const XYZf& direction) {
+    const std::vector<RayHit> expected = plainHits(scene, origin, direction);
+    std::vector<RayHit> hits(3);
+    index.allHits(origin, direction, hits);
+    const RayHit nearest = expected.empty() ? RayHit() : expected.front();
+    return (hits != expected ? 1 : 0) + (index.nearestHit(origin, direction) != nearest ? 1 : 0);
+}
+
 /// Several sets of directions at once against each of them alone; the number that differ.
 int differingSets(const OcclusionIndex& index, const XYZf& origin,
                   const std::vector<SkyDirections>& directions,
@@ -319,6 +348,14 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleInMadeScenes) {
                 std::vector<SkyDirections> sets{centreDirections, scattered};
                 std::vector<SkyCellSet> cells{wanted, SkyCellSet::all()};
                 differing += differingSets(index, sensor, sets, cells);
+                for (int cell = 0; cell < skyGrid::cellCount; cell += 5 + round) {
+                    const int azimuth = cell % skyGrid::azimuthCount;
+                    const int altitude = cell / skyGrid::azimuthCount;
+                    const SkyDirections& some = cell % 2 == 0 ? centreDirections : scattered;
+                    const XYZf direction = some.direction(azimuth, altitude);
+                    differing += differingHits(index, scene, sensor,
+                                               cell % 3 == 0 ? scaled(direction, -1) : direction);
+                }
                 // Halves that fit to each other make one finer mask, others do not.
                 const double north = random(-7, 7);
                 for (std::size_t more = random.below(8); more > 0; --more) {
@@ -356,6 +393,7 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleForAnyDirection) {
         const bool expected = isBlocked(scene.coordinates, origin, direction);
         blocked += expected ? 1 : 0;
         differing += index.isOccluded(origin, direction) != expected ? 1 : 0;
+        differing += differingHits(index, scene, origin, direction);
     }
     EXPECT_GT(blocked, 500);
     // The same for a whole sky, whose wide loops take lengths near 1 alone.
