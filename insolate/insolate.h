@@ -25,6 +25,8 @@
 
 #include <insolate/solar/sun_position.h>
 
+#include <insolate/rt/light_scene.h>
+#include <insolate/rt/material.h>
 #include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/sky_visibility.h>
 

@@ -119,6 +119,29 @@ bool OcclusionIndex::isOccluded(const XYZf& origin, const XYZf& direction) const
            hitsOneOf(storage().unbounded, from, along);
 }
 
+void OcclusionIndex::areOccluded(const XYZf& origin, std::span<const XYZf> directions,
+                                 std::span<std::uint8_t> occluded) const {
+    constexpr std::size_t together = 32;
+    const std::size_t count = std::min(directions.size(), occluded.size());
+    const Vector3d from = widened(origin);
+    for (std::size_t first = 0; first < count; first += together) {
+        const std::span<const XYZf> some =
+            directions.subspan(first, std::min(together, count - first));
+        const bool regular = withinReach(from) && storage().unbounded.empty() &&
+                             std::all_of(some.begin(), some.end(), [](const XYZf& direction) {
+                                 // Lengths of one order share their bounds of error.
+                                 const Vector3d along = widened(direction);
+                                 return isFinite(along) && largestMagnitude(along) > 0.1 &&
+                                        largestMagnitude(along) < 10.0;
+                             });
+        const std::uint32_t blocked = regular ? occludedInHierarchy(storage(), from, some) : 0;
+        for (std::size_t i = 0; i < some.size(); ++i) {
+            occluded[first + i] = regular ? static_cast<std::uint8_t>(blocked >> i & 1U)
+                                          : static_cast<std::uint8_t>(isOccluded(origin, some[i]));
+        }
+    }
+}
+
 RayHit OcclusionIndex::nearestHit(const XYZf& origin, const XYZf& direction) const {
     RayHit hit;
     nearestHits(origin, {&direction, 1}, {&hit, 1});

@@ -65,8 +65,13 @@ public:
     /// Whether any triangle blocks the ray. The direction is used as given, not normalised.
     bool isOccluded(const XYZf& origin, const XYZf& direction) const;
 
-    /// The nearest hit of the ray, by the same exact test of every triangle; of triangles at exactly
-    /// the same distance that of the lowest place.
+    /// The same for several rays of one origin, which share the work: occluded[i] is 1 where
+    /// something blocks directions[i], else 0. The shorter span counts.
+    void areOccluded(const XYZf& origin, std::span<const XYZf> directions,
+                     std::span<std::uint8_t> occluded) const;
+
+    /// The nearest hit of the ray, by the same exact test of every triangle; of triangles at
+    /// exactly the same distance that of the lowest place.
     RayHit nearestHit(const XYZf& origin, const XYZf& direction) const;
 
     /// The same for several rays of one origin; the shorter span counts.

@@ -149,8 +149,8 @@ inline bool anyOpen(const std::uint64_t* open, const CellRange& range) {
     return any != 0;
 }
 
-/// Keeps the nearest hit; of hits at one distance that of the lowest number, so that the answer does
-/// not depend on the order of the walk.
+/// Keeps the nearest hit; of hits at one distance that of the lowest number, so that the answer
+/// does not depend on the order of the walk.
 struct NearestFound {
     RayHit* hit;
     void add(double distance, std::uint32_t number) const {
@@ -484,6 +484,21 @@ bool OccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
     return RayWalk(index, origin, bounded, rays, largest).blockedBelow(index.root) != 0;
 }
 
+std::uint32_t ManyOccludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                                      std::span<const XYZf> directions) {
+    RaySet rays;
+    float largest = 0.0f;
+    for (const XYZf& direction : directions) {
+        const float length =
+            std::max({std::fabs(direction.x), std::fabs(direction.y), std::fabs(direction.z)});
+        rays.add(direction, inverseDirection({direction.x / length, direction.y / length,
+                                              direction.z / length}));
+        largest = std::max(largest, length);
+    }
+    const BoundedOrigin bounded(origin, index.centre);
+    return RayWalk(index, origin, bounded, rays, largest).blockedBelow(index.root);
+}
+
 // ---------------------------------------------------------------------------------------------
 // One ray to its hits
 
@@ -494,8 +509,8 @@ public:
     HitWalk(const OcclusionIndex::Storage& index, const Vector3d& origin,
             const BoundedOrigin& bounded, const XYZf& direction, float length, Found found)
         : m_index(index), m_origin(origin), m_bounded(bounded), m_direction(direction),
-          m_inverse(inverseDirection(
-              {direction.x / length, direction.y / length, direction.z / length})),
+          m_inverse(
+              inverseDirection({direction.x / length, direction.y / length, direction.z / length})),
           m_length(length), m_found(found) {}
 
     HWY_NOINLINE void run(std::uint32_t top) const {
@@ -1117,6 +1132,7 @@ HWY_AFTER_NAMESPACE();
 namespace insolate {
 
 HWY_EXPORT(OccludedInHierarchy);
+HWY_EXPORT(ManyOccludedInHierarchy);
 HWY_EXPORT(NearestInHierarchy);
 HWY_EXPORT(AllHitsInHierarchy);
 HWY_EXPORT(CloseBlockedCells);
@@ -1128,6 +1144,15 @@ bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& o
     }
     applySimdChoice();
     return HWY_DYNAMIC_DISPATCH(OccludedInHierarchy)(index, origin, direction);
+}
+
+std::uint32_t occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                                  std::span<const XYZf> directions) {
+    if (index.nodes.empty()) {
+        return 0;
+    }
+    applySimdChoice();
+    return HWY_DYNAMIC_DISPATCH(ManyOccludedInHierarchy)(index, origin, directions);
 }
 
 void nearestInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,

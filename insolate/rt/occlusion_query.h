@@ -15,6 +15,10 @@ namespace insolate {
 bool occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
                          const XYZf& direction);
 
+/// The same for up to 32 rays of one origin, the first in the lowest bit.
+std::uint32_t occludedInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,
+                                  std::span<const XYZf> directions);
+
 /// The nearest hit of each ray in the hierarchy, where it is nearer than the one that `hits` holds,
 /// or as near with a lower number. The origin and the directions as above.
 void nearestInHierarchy(const OcclusionIndex::Storage& index, const Vector3d& origin,

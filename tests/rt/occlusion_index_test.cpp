@@ -76,9 +76,8 @@ std::vector<RayHit> plainHits(const Scene& scene, const XYZf& origin, const XYZf
             hits.push_back({distance, static_cast<std::uint32_t>(i)});
         }
     }
-    std::stable_sort(hits.begin(), hits.end(), [](const RayHit& a, const RayHit& b) {
-        return a.distance < b.distance;
-    });
+    std::stable_sort(hits.begin(), hits.end(),
+                     [](const RayHit& a, const RayHit& b) { return a.distance < b.distance; });
     return hits;
 }
 
@@ -348,7 +347,13 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleInMadeScenes) {
                 std::vector<SkyDirections> sets{centreDirections, scattered};
                 std::vector<SkyCellSet> cells{wanted, SkyCellSet::all()};
                 differing += differingSets(index, sensor, sets, cells);
+                std::vector<std::uint8_t> occluded(skyGrid::cellCount);
+                index.areOccluded(sensor, centres(), occluded);
                 for (int cell = 0; cell < skyGrid::cellCount; cell += 5 + round) {
+                    const auto place = static_cast<std::size_t>(cell);
+                    differing +=
+                        index.isOccluded(sensor, centres()[place]) != (occluded[place] != 0) ? 1
+                                                                                             : 0;
                     const int azimuth = cell % skyGrid::azimuthCount;
                     const int altitude = cell / skyGrid::azimuthCount;
                     const SkyDirections& some = cell % 2 == 0 ? centreDirections : scattered;
