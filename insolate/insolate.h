@@ -20,6 +20,7 @@
 // Namespace insolate.
 #include <insolate/hourly/hourly_analysis.h>
 #include <insolate/hourly/hourly_sky.h>
+#include <insolate/hourly/reflected_light.h>
 
 #include <insolate/weather/weather_series.h>
 

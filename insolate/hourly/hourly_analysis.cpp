@@ -83,6 +83,7 @@ void clear(SensorHours& hours) {
     for (std::vector<float>* series : {&hours.beam, &hours.sky, &hours.ground}) {
         series->assign(hoursPerYear, 0.0f);
     }
+    hours.reflected.clear();
 }
 
 bool isFinite(const XYZf& v) {
@@ -104,7 +105,15 @@ struct HourlyAnalysis::Prepared {
     SkyParts parts;
     float openTotal = 0.0f;                      // of open ground [Wh/m2]
     std::array<float, patchCount> patchTotals{}; // the hours' radiance, summed
-    PeakHours peakHours;
+    /// What falls in a season of the scene's materials, as shares of the period's.
+    struct Season {
+        std::array<float, patchCount> patches{};
+        std::vector<float> sunCells;
+        float ground = 0.0f;
+        PeakHours peakHours;
+        std::vector<int> hours; // of the year, by PeakHour::skyHour
+    };
+    std::vector<Season> seasons;
 
     Prepared(HourlySky&& theSky, const std::vector<HourlySky>& theParts,
              const HourlyAnalysisOptions& theOptions)
@@ -126,8 +135,70 @@ struct HourlyAnalysis::Prepared {
             parts = SkyParts(sky, first, theParts);
         }
         openTotal = static_cast<float>(sky.report.diffuseHorizontal + sky.report.directHorizontal);
-        if (options.peak && sky.valid) {
-            peakHours = PeakHours(sky, cells);
+        if (sky.valid) {
+            prepareSeasons();
+        }
+    }
+
+    std::size_t seasonOf(const SkyHour& hour) const {
+        return options.seasons.ofDay[static_cast<std::size_t>(hour.hour / 24)];
+    }
+
+    void prepareSeasons() {
+        seasons.resize(static_cast<std::size_t>(std::max(options.seasons.count, 1)));
+        for (std::uint16_t& season : options.seasons.ofDay) {
+            season = std::min(season, static_cast<std::uint16_t>(seasons.size() - 1));
+        }
+        std::vector<double> energy(sky.sunCells.size(), 0.0);
+        const auto lengthOf = [](const BeamPart& part) {
+            return static_cast<double>(vectorLength(part.energy));
+        };
+        for (const BeamPart& part : sky.beams) {
+            energy[static_cast<std::size_t>(part.sunCell)] += lengthOf(part);
+        }
+        for (std::size_t s = 0; s < seasons.size(); ++s) {
+            Season& season = seasons[s];
+            HourlySky part;
+            std::array<double, patchCount> patches{};
+            std::vector<double> suns(sky.sunCells.size(), 0.0);
+            double groundLight = 0.0;
+            for (std::size_t h = 0; h < sky.skyHours.size(); ++h) {
+                const SkyHour& hour = sky.skyHours[h];
+                if (seasonOf(hour) != s) {
+                    continue;
+                }
+                season.hours.push_back(hour.hour);
+                part.skyHours.push_back(hour);
+                part.patchRadiance.insert(part.patchRadiance.end(), patchesOf(h),
+                                          patchesOf(h) + patchCount);
+                for (std::size_t p = 0; p < patchCount; ++p) {
+                    patches[p] += static_cast<double>(patchesOf(h)[p]);
+                }
+                for (int b = 0; b < hour.beamCount; ++b) {
+                    const BeamPart& beam = sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+                    suns[static_cast<std::size_t>(beam.sunCell)] += lengthOf(beam);
+                }
+                groundLight += static_cast<double>(hour.groundReflected);
+            }
+            const auto shareOf = [&](double one, double all) {
+                return all > 0.0 ? static_cast<float>(one / all) : s == 0 ? 1.0f : 0.0f;
+            };
+            for (std::size_t p = 0; p < patchCount; ++p) {
+                season.patches[p] = shareOf(patches[p], static_cast<double>(patchTotals[p]));
+            }
+            for (std::size_t j = 0; j < suns.size(); ++j) {
+                season.sunCells.push_back(shareOf(suns[j], energy[j]));
+            }
+            season.ground = shareOf(groundLight, sky.groundReflected);
+            if (options.peak && seasons.size() == 1) {
+                season.peakHours = PeakHours(sky, cells);
+            } else if (options.peak) {
+                part.valid = true;
+                part.sunCells = sky.sunCells;
+                part.beams = sky.beams;
+                part.options = sky.options;
+                season.peakHours = PeakHours(part, cells);
+            }
         }
     }
 
@@ -146,8 +217,11 @@ class HourlyAnalysis::Evaluation {
 public:
     Evaluation(const Evaluation&) = delete;
     Evaluation& operator=(const Evaluation&) = delete;
-    Evaluation(const Prepared& prepared, GetTransparencyValueOnRay& caster, const Sensor& sensor)
-        : m_shared(prepared), m_rays(caster, sensor.position) {
+    /// light: where translucent triangles are to be asked, else null.
+    Evaluation(const Prepared& prepared, GetTransparencyValueOnRay& caster, const LightScene* light,
+               const Sensor& sensor)
+        : m_shared(prepared), m_light(light), m_origin(sensor.position),
+          m_rays(caster, sensor.position) {
         m_normal = unitVector(sensor.normal);
         if (vectorLength(m_normal) > 0.0f) {
             m_sides = m_rays.doubleSided() ? Sides::Two : Sides::One;
@@ -164,6 +238,9 @@ public:
         const float firstHours = m_sunHours;
         if (m_shared.edges) {
             lookAgain();
+        }
+        if (m_light != nullptr) {
+            lookThrough();
         }
         seeGround();
         const float whole = m_sides == Sides::NoSurface ? 2.0f * pi : pi;
@@ -342,6 +419,119 @@ private:
         m_sunHours = std::max(m_sunHours, 0.0f);
     }
 
+    /// A cell with a ray that meets translucent triangles: what they let through of what is seen of
+    /// its sky and of its sun, by season.
+    struct ThroughCell {
+        std::size_t cell;
+        int sunCell;            // -1 for none
+        float seen, sunVisible; // before
+        std::vector<float> sky, sun;
+    };
+
+    /// Weakens what comes through glass and crowns. Only cells that opaque triangles leave open and
+    /// translucent ones do not are asked ray by ray.
+    void lookThrough() {
+        std::array<SkyCellSet, 2> asked;
+        std::array<SkyCellSet, 2> untouched;
+        for (std::size_t half = 0; half < 2; ++half) {
+            asked[half] = m_look.asked[half];
+            asked[half] &= m_look.free[half];
+            untouched[half] = asked[half];
+        }
+        m_light->translucent().visibleSkies(m_origin, m_shared.first.directions, untouched);
+        const std::size_t seasons = m_shared.seasons.size();
+        std::vector<float> through(seasons);
+        for (std::size_t j = 0, cell = 0; cell < cellCount; ++cell) {
+            const int azimuth = static_cast<int>(cell) % skyGrid::azimuthCount;
+            const int altitude = static_cast<int>(cell) / skyGrid::azimuthCount;
+            while (j < m_shared.sky.sunCells.size() &&
+                   m_shared.sky.sunCells[j].cell < static_cast<int>(cell)) {
+                ++j;
+            }
+            const bool hasSun = j < m_shared.sky.sunCells.size() &&
+                                m_shared.sky.sunCells[j].cell == static_cast<int>(cell);
+            const auto contains = [&](const SkyCellSet& set) {
+                return set.contains(azimuth, altitude);
+            };
+            if (contains(asked[0]) == contains(untouched[0]) &&
+                contains(asked[1]) == contains(untouched[1])) {
+                continue;
+            }
+            ThroughCell touched{cell,
+                                hasSun ? static_cast<int>(j) : -1,
+                                m_seen[cell],
+                                hasSun ? m_sunVisible[j] : 0.0f,
+                                std::vector<float>(seasons, 0.0f),
+                                std::vector<float>(seasons, 0.0f)};
+            float rays = 0.0f;
+            float sunRays = 0.0f;
+            for (std::size_t half = 0; half < 2; ++half) {
+                if (!contains(asked[half])) {
+                    continue;
+                }
+                m_light->transmittances(
+                    m_origin, m_shared.first.directions[half].direction(azimuth, altitude),
+                    through);
+                // Of the other half too, where only this one has a ray.
+                float sun = 0.0f;
+                for (std::size_t other = 0; other < 2 && hasSun; ++other) {
+                    if (other == half || !contains(m_look.asked[other])) {
+                        const FirstRays::Sun& part = m_shared.first.sun[other];
+                        const XYZf energy{part.energyX[j], part.energyY[j], part.energyZ[j]};
+                        sun += received(energy, vectorLength(energy));
+                    }
+                }
+                rays += 1.0f;
+                sunRays += sun;
+                for (std::size_t s = 0; s < seasons; ++s) {
+                    touched.sky[s] += through[s];
+                    touched.sun[s] += sun * through[s];
+                }
+            }
+            for (std::size_t s = 0; s < seasons; ++s) {
+                touched.sky[s] /= rays;
+                touched.sun[s] = sunRays > 0.0f ? touched.sun[s] / sunRays : touched.sky[s];
+            }
+            weaken(touched);
+            m_through.push_back(std::move(touched));
+        }
+    }
+
+    void weaken(const ThroughCell& touched) {
+        const auto patch =
+            static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(touched.cell)));
+        float sky = 0.0f;
+        float sun = 0.0f;
+        for (std::size_t s = 0; s < m_shared.seasons.size(); ++s) {
+            const Prepared::Season& season = m_shared.seasons[s];
+            sky += season.patches[patch] * touched.sky[s];
+            if (touched.sunCell >= 0) {
+                sun += season.sunCells[static_cast<std::size_t>(touched.sunCell)] * touched.sun[s];
+            }
+        }
+        const float lost = m_seen[touched.cell] * (1.0f - sky);
+        m_seen[touched.cell] -= lost;
+        m_view = std::max(m_view - lost, 0.0f);
+        m_sky = std::max(m_sky - lost * m_shared.sky.diffuse[touched.cell], 0.0f);
+        if (touched.sunCell >= 0) {
+            const auto j = static_cast<std::size_t>(touched.sunCell);
+            m_beam = std::max(m_beam - m_sunWeight[j] * m_sunVisible[j] * (1.0f - sun), 0.0f);
+            m_sunHours = std::max(m_sunHours - sunHoursOf(touched.cell, j) * (1.0f - sun), 0.0f);
+            m_sunVisible[j] *= sun;
+        }
+    }
+
+    /// Puts what is seen in one season in the place of the means over all.
+    void takeSeason(std::size_t season) {
+        for (const ThroughCell& touched : m_through) {
+            m_seen[touched.cell] = touched.seen * touched.sky[season];
+            if (touched.sunCell >= 0) {
+                m_sunVisible[static_cast<std::size_t>(touched.sunCell)] =
+                    touched.sunVisible * touched.sun[season];
+            }
+        }
+    }
+
     /// What sumSun() counted for a cell.
     float sunHoursOf(std::size_t cell, std::size_t sunCell) const {
         float hours = 0.0f;
@@ -374,6 +564,10 @@ private:
             }
         }
         m_rays.skies(ground.sets, free);
+        std::vector<SkyCellSet> untouched = free;
+        if (m_light != nullptr) {
+            m_light->translucent().visibleSkies(m_origin, ground.sets, untouched);
+        }
         float seen = 0.0f;
         float all = 0.0f;
         for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
@@ -385,15 +579,56 @@ private:
                     (m_rays.allOrNothing()
                          ? static_cast<float>(free[cell.set].contains(cell.azimuth, cell.altitude))
                          : m_rays.one(ground.pieces[i].direction));
+                if (free[cell.set].contains(cell.azimuth, cell.altitude) &&
+                    !untouched[cell.set].contains(cell.azimuth, cell.altitude)) {
+                    seen -= weights[i] * (1.0f - groundThrough(ground.pieces[i].direction));
+                }
             }
         }
         m_groundView = all > 0.0f ? open * seen / all : open;
     }
 
-    /// The visible weights on the patches, scaled so that the hours' diffuse adds up to the one
-    /// from the cells.
+    /// What comes through of the ground's light over the period.
+    float groundThrough(const XYZf& direction) const {
+        std::vector<float> through(m_shared.seasons.size());
+        m_light->transmittances(m_origin, direction, through);
+        float share = 0.0f;
+        for (std::size_t s = 0; s < through.size(); ++s) {
+            share += m_shared.seasons[s].ground * through[s];
+        }
+        return share;
+    }
+
+    /// What is seen of the patches in each season (one, where the sensor sees no difference),
+    /// scaled so that the hours' diffuse adds up to that of the cells.
     void gatherPatches() {
-        float* patch = m_patchWeight.data();
+        const std::size_t count = m_through.empty() ? 1 : m_shared.seasons.size();
+        m_patchWeights.resize(count);
+        double all = 0.0;
+        for (std::size_t s = 0; s < count; ++s) {
+            if (count > 1) {
+                takeSeason(s);
+            }
+            sumPatches(m_patchWeights[s]);
+            std::array<float, patchCount> totals = m_shared.patchTotals;
+            for (std::size_t p = 0; p < patchCount && count > 1; ++p) {
+                totals[p] *= m_shared.seasons[s].patches[p];
+            }
+            all += static_cast<double>(
+                sumOfProducts(m_patchWeights[s].data(), totals.data(), patchCount));
+        }
+        const auto whole = static_cast<float>(all);
+        m_patchScale = whole > 0.0f ? m_sky / whole : 0.0f;
+        for (std::array<float, patchCount>& weights : m_patchWeights) {
+            for (float& weight : weights) {
+                weight *= m_patchScale;
+            }
+        }
+    }
+
+    void sumPatches(std::array<float, patchCount>& weights) const {
+        weights.fill(0.0f);
+        float* patch = weights.data();
         for (std::size_t row = 0; row < skyGrid::altitudeCount / 2; ++row) {
             const float* lower = m_seen.data() + 2 * row * skyGrid::azimuthCount;
             const float* upper = lower + skyGrid::azimuthCount;
@@ -409,12 +644,6 @@ private:
                 }
                 *patch++ = sum;
             }
-        }
-        const float sum =
-            sumOfProducts(m_patchWeight.data(), m_shared.patchTotals.data(), patchCount);
-        m_patchScale = sum > 0.0f ? m_sky / sum : 0.0f;
-        for (float& weight : m_patchWeight) {
-            weight *= m_patchScale;
         }
     }
 
@@ -460,7 +689,10 @@ private:
     }
 
     float skyOf(std::size_t skyHour) const {
-        return sumOfProducts(m_patchWeight.data(), m_shared.patchesOf(skyHour), patchCount);
+        const std::size_t season =
+            m_patchWeights.size() > 1 ? m_shared.seasonOf(m_shared.sky.skyHours[skyHour]) : 0;
+        return sumOfProducts(m_patchWeights[season].data(), m_shared.patchesOf(skyHour),
+                             patchCount);
     }
 
     void findPeak(SensorResult& result) {
@@ -482,25 +714,51 @@ private:
     void findPeakOfOneSide(SensorResult& result) {
         PeakSensor sensor;
         sensor.normal = m_normal;
-        sensor.patchWeight = m_patchWeight.data();
         sensor.sunVisible = m_sunVisible.data();
         sensor.openScale = m_patchScale;
-        sensor.view = m_view * m_patchScale;
         sensor.groundView = m_groundView;
-        const Peak peak = highestHour(m_shared.peakHours, sensor);
-        if (peak.hour >= 0) {
-            result.peak = peak.value;
-            const int skyHour =
-                m_shared.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;
-            result.peakHour = m_shared.sky.skyHours[static_cast<std::size_t>(skyHour)].hour;
+        float highest = 0.0f;
+        for (std::size_t s = 0; s < m_shared.seasons.size(); ++s) {
+            const bool differs = m_patchWeights.size() > 1;
+            if (differs) {
+                takeSeason(s);
+            }
+            sensor.patchWeight = m_patchWeights[differs ? s : 0].data();
+            sensor.view = (differs ? seenView() : m_view) * m_patchScale;
+            const Prepared::Season& season = m_shared.seasons[s];
+            const Peak peak = highestHour(season.peakHours, sensor);
+            if (peak.hour >= 0 && peak.value > highest) {
+                highest = peak.value;
+                result.peak = peak.value;
+                const int skyHour =
+                    season.peakHours.hours[static_cast<std::size_t>(peak.hour)].skyHour;
+                result.peakHour = season.hours[static_cast<std::size_t>(skyHour)];
+            }
         }
     }
 
-    void fill(SensorHours& hours) const {
+    float seenView() const {
+        float view = 0.0f;
+        for (const float seen : m_seen) {
+            view += seen;
+        }
+        return view;
+    }
+
+    void fill(SensorHours& hours) {
         clear(hours);
-        const std::vector<CellShare> shares = sharesOfSunCells();
+        const bool seasonal = m_patchWeights.size() > 1;
+        std::vector<std::vector<CellShare>> sharesOfSeason(m_patchWeights.size());
+        for (std::size_t s = 0; s < sharesOfSeason.size(); ++s) {
+            if (seasonal) {
+                takeSeason(s);
+            }
+            sharesOfSeason[s] = sharesOfSunCells();
+        }
         for (std::size_t h = 0; h < m_shared.sky.skyHours.size(); ++h) {
             const SkyHour& hour = m_shared.sky.skyHours[h];
+            const std::vector<CellShare>& shares =
+                sharesOfSeason[seasonal ? m_shared.seasonOf(hour) : 0];
             const auto k = static_cast<std::size_t>(hour.hour);
             double beam = 0.0;
             for (int b = 0; b < hour.beamCount; ++b) {
@@ -517,14 +775,17 @@ private:
     }
 
     const Prepared& m_shared;
+    const LightScene* m_light;
+    XYZf m_origin;
     Rays m_rays;
     Sides m_sides = Sides::One;
     XYZf m_normal{0, 0, 0};
     ShadowEdges::FirstLook m_look;
     std::array<float, cellCount> m_weight; // projected solid angle of the cells [sr]
     std::array<float, cellCount> m_seen;   // the visible part of it
-    std::array<std::array<float, cellCount>, 2> m_visible; // of the cells' halves
-    std::array<float, patchCount> m_patchWeight{};
+    std::array<std::array<float, cellCount>, 2> m_visible;     // of the cells' halves
+    std::vector<std::array<float, patchCount>> m_patchWeights; // by season
+    std::vector<ThroughCell> m_through;
     // Of the sun cells: energy on the surface [Wh/m2], its visible share.
     std::array<float, cellCount + lanes> m_sunWeight;
     std::array<float, cellCount + lanes> m_sunVisible;
@@ -550,15 +811,27 @@ const HourlySky& HourlyAnalysis::sky() const {
     return m_prepared != nullptr ? m_prepared->sky : none;
 }
 
-SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
-                                      SensorHours* hours) const {
-    if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal)) {
+const HourlyAnalysisOptions& HourlyAnalysis::options() const {
+    static const HourlyAnalysisOptions none;
+    return m_prepared != nullptr ? m_prepared->options : none;
+}
+
+SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
+                                      const Sensor& sensor, SensorHours* hours) const {
+    if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal) ||
+        (light != nullptr && light->seasons() != options().seasons)) {
         if (hours != nullptr) {
             clear(*hours);
         }
         return {};
     }
-    return Evaluation(*m_prepared, rays, sensor).result(hours);
+    const bool looksThrough = light != nullptr && light->hasTranslucent();
+    return Evaluation(*m_prepared, rays, looksThrough ? light : nullptr, sensor).result(hours);
+}
+
+SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
+                                      SensorHours* hours) const {
+    return evaluate(rays, nullptr, sensor, hours);
 }
 
 std::vector<SkyDirections> HourlyAnalysis::firstRays() const {
@@ -588,19 +861,38 @@ SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sen
 SensorResult HourlyAnalysis::evaluate(const OcclusionIndex& scene, const Sensor& sensor,
                                       SensorHours* hours) const {
     FastRayTransparency rays(scene);
-    return evaluate(rays, sensor, hours);
+    return evaluate(rays, nullptr, sensor, hours);
+}
+
+SensorResult HourlyAnalysis::evaluate(const LightScene& scene, const Sensor& sensor,
+                                      SensorHours* hours) const {
+    FastRayTransparency rays(scene.opaque());
+    return evaluate(rays, &scene, sensor, hours);
 }
 
 bool HourlyAnalysis::evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
                               std::span<SensorResult> results, const EvaluateOptions& options,
                               std::span<SensorHours> hours) const {
     FastRayTransparency rays(scene);
-    return evaluate(rays, sensors, results, options, hours);
+    return evaluate(rays, nullptr, sensors, results, options, hours);
+}
+
+bool HourlyAnalysis::evaluate(const LightScene& scene, std::span<const Sensor> sensors,
+                              std::span<SensorResult> results, const EvaluateOptions& options,
+                              std::span<SensorHours> hours) const {
+    FastRayTransparency rays(scene.opaque());
+    return evaluate(rays, &scene, sensors, results, options, hours);
 }
 
 bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, std::span<const Sensor> sensors,
                               std::span<SensorResult> results, const EvaluateOptions& options,
                               std::span<SensorHours> hours) const {
+    return evaluate(rays, nullptr, sensors, results, options, hours);
+}
+
+bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
+                              std::span<const Sensor> sensors, std::span<SensorResult> results,
+                              const EvaluateOptions& options, std::span<SensorHours> hours) const {
     const std::size_t count = std::min(sensors.size(), results.size());
     std::size_t finished = 0;
     const int threads =
@@ -615,7 +907,7 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, std::span<const S
         std::size_t next = first;
         for (; next < end && !options.stop.stop_requested(); ++next) {
             results[next] =
-                evaluate(rays, sensors[next], next < hours.size() ? &hours[next] : nullptr);
+                evaluate(rays, light, sensors[next], next < hours.size() ? &hours[next] : nullptr);
         }
         if (next > first) {
             const std::lock_guard lock(reporting);

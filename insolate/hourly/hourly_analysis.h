@@ -9,14 +9,15 @@
 /// once, and one analysis may evaluate on any number of threads.
 ///
 /// What a sensor gets: direct sun where the scene leaves it free, the diffuse sky that it sees, and
-/// the light of the open ground. Not modelled: radiation reflected by the scene's own surfaces, the
-/// shadow that the scene casts on the reflecting ground, a circumsolar disc that is cut by an edge
-/// finer than a cell, and mirrors.
+/// the light of the open ground. ReflectedLight adds what the scene's own surfaces and the ground
+/// in their shadow reflect. Not modelled: a circumsolar disc that is cut by an edge finer than a
+/// cell, and mirrors.
 #pragma once
 
 #include <insolate/export.h>
 #include <insolate/geometry/xyzf.h>
 #include <insolate/hourly/hourly_sky.h>
+#include <insolate/rt/light_scene.h>
 #include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/ray_transparency.h>
 
@@ -58,14 +59,18 @@ struct HourlyAnalysisOptions {
     /// ground, which would count as hiding it.
     int groundRays = 128;
     bool peak = true; ///< whether to find the peak and its hour
+    /// LightScene::seasons() of the scene that will be asked, where its materials change with the
+    /// date. A scene with other seasons gives results of 0.
+    Seasons seasons = {};
 };
 
 /// Radiation on one sensor. Two-sided surfaces add both sides.
 struct SensorResult {
-    float total = 0;           ///< beam + sky + ground [Wh/m2]
-    float beam = 0;            ///< direct sun [Wh/m2]
-    float sky = 0;             ///< diffuse sky [Wh/m2]
-    float ground = 0;          ///< reflected by the ground [Wh/m2]
+    float total = 0;     ///< beam + sky + ground + reflected [Wh/m2]
+    float beam = 0;      ///< direct sun [Wh/m2]
+    float sky = 0;       ///< diffuse sky [Wh/m2]
+    float ground = 0;    ///< reflected by the open ground [Wh/m2]
+    float reflected = 0; ///< by the scene's surfaces [Wh/m2]; 0 before ReflectedLight::addTo()
     float averageDaylight = 0; ///< total over the hours with the sun above the horizon [W/m2]
     float averagePeriod = 0;   ///< total over all hours of the period [W/m2]
     float peak = 0;            ///< highest mean of an hour [W/m2]; 0 when not asked for
@@ -90,6 +95,7 @@ struct SensorHours {
     std::vector<float> beam;
     std::vector<float> sky;
     std::vector<float> ground;
+    std::vector<float> reflected; ///< empty before ReflectedLight::addTo()
 };
 
 /// Radiation on one sensor in a part of the period. Parts that make up the period, each hour in one
@@ -132,8 +138,16 @@ public:
     /// The sky as it was taken over; an invalid one in an analysis that was moved from.
     const HourlySky& sky() const;
 
+    const HourlyAnalysisOptions& options() const;
+
     /// One-sided sensors in a scene. hours, where given, gets the sensor's hours.
     SensorResult evaluate(const OcclusionIndex& scene, const Sensor& sensor,
+                          SensorHours* hours = nullptr) const;
+
+    /// The same where surfaces have materials: glass and crowns weaken what comes through them on
+    /// its day. Cells at the edges of their shadows are not split. See ReflectedLight for what the
+    /// surfaces reflect.
+    SensorResult evaluate(const LightScene& scene, const Sensor& sensor,
                           SensorHours* hours = nullptr) const;
 
     /// Through any ray caster, with its transparencies and its choice of one or two sides. Casters
@@ -163,6 +177,10 @@ public:
                   std::span<SensorResult> results, const EvaluateOptions& options = {},
                   std::span<SensorHours> hours = {}) const;
 
+    bool evaluate(const LightScene& scene, std::span<const Sensor> sensors,
+                  std::span<SensorResult> results, const EvaluateOptions& options = {},
+                  std::span<SensorHours> hours = {}) const;
+
     /// The same through any ray caster. All threads share it: one that is not safe on threads takes
     /// options.threads = 1.
     bool evaluate(GetTransparencyValueOnRay& rays, std::span<const Sensor> sensors,
@@ -172,6 +190,11 @@ public:
 private:
     struct Prepared;
     class Evaluation;
+    SensorResult evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
+                          const Sensor& sensor, SensorHours* hours) const;
+    bool evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
+                  std::span<const Sensor> sensors, std::span<SensorResult> results,
+                  const EvaluateOptions& options, std::span<SensorHours> hours) const;
     std::unique_ptr<const Prepared> m_prepared;
 };
 

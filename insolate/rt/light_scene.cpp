@@ -207,8 +207,8 @@ struct LightScene::Content {
                 passed.insert(passed.end(), corners, corners + doublesOfTriangle);
             }
         }
-        opaque = OcclusionIndex(
-            allOpaque ? coordinates : std::span<const double>(blocking), options);
+        opaque =
+            OcclusionIndex(allOpaque ? coordinates : std::span<const double>(blocking), options);
         translucent = OcclusionIndex(passed, options);
         bodies = Bodies(passed, isHull);
         prepareSeasons();
@@ -274,9 +274,10 @@ struct LightScene::Content {
                 continue;
             }
             for (std::size_t s = 0; s < bySeason.size() && hit.distance < distance; ++s) {
-                bySeason[s] *= passage == Material::Passage::Pane
-                                   ? panes[material][firstSeason + s].at(std::fabs(cosine)).transmitted
-                                   : passing[material][firstSeason + s];
+                bySeason[s] *=
+                    passage == Material::Passage::Pane
+                        ? panes[material][firstSeason + s].at(std::fabs(cosine)).transmitted
+                        : passing[material][firstSeason + s];
             }
         }
         for (const BodyPath& path : paths) {

@@ -61,8 +61,8 @@ public:
 
     /// A surface that a ray of opaque().nearestHit() has met.
     struct Surface {
-        XYZf normal;             ///< unit, by the order of the corners; zero without an area
-        std::uint16_t material;  ///< place in materials()
+        XYZf normal;            ///< unit, by the order of the corners; zero without an area
+        std::uint16_t material; ///< place in materials()
     };
     const Surface& surface(std::uint32_t hitOfOpaque) const;
 

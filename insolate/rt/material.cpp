@@ -37,8 +37,9 @@ SeasonalValue SeasonalValue::monthly(const std::array<float, 12>& values) {
 }
 
 float SeasonalValue::on(int day) const {
-    return m_days.size() == 1 ? m_days.front()
-                              : m_days[static_cast<std::size_t>(std::clamp(day, 1, daysOfYear)) - 1];
+    return m_days.size() == 1
+               ? m_days.front()
+               : m_days[static_cast<std::size_t>(std::clamp(day, 1, daysOfYear)) - 1];
 }
 
 float SeasonalValue::lowest() const {

@@ -75,8 +75,7 @@ TEST(PaneGlass, KeepsItsTransmittanceAtNormalIncidenceAndLosesNothing) {
 TEST(SeasonalValue, ChangesOnItsDays) {
     const SeasonalValue north = SeasonalValue::leafSeason(0.1f, 0.6f, 105, 304);
     const SeasonalValue south = SeasonalValue::leafSeason(0.1f, 0.6f, 280, 118);
-    const SeasonalValue months =
-        SeasonalValue::monthly({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    const SeasonalValue months = SeasonalValue::monthly({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
     const struct {
         int day;
         float north, south, month;
@@ -148,8 +147,8 @@ TEST(LightScene, WeakensByThePathThroughCrowns) {
     int inside = 0;
     for (int i = 0; i < 4000; ++i) {
         const double shift = i % 8 == 0 ? 1002 : 0;
-        const XYZf origin = scenes::toXyz(
-            {shift + random(-9, 9), shift + random(-9, 9), random(-1, 11)});
+        const XYZf origin =
+            scenes::toXyz({shift + random(-9, 9), shift + random(-9, 9), random(-1, 11)});
         const double up = random(-1, 1);
         const double turn = random(0, 2 * std::numbers::pi);
         const double flat = std::sqrt(1 - up * up);
@@ -165,7 +164,8 @@ TEST(LightScene, WeakensByThePathThroughCrowns) {
     // Up to a surface within the crown only that far.
     EXPECT_NEAR(light.transmittance({0.3f, 0.1f, 0}, {0, 0, 1}, 0, 5.0), std::exp(-extinction * 3),
                 1e-5);
-    EXPECT_NEAR(light.transmittance({0.3f, 0.1f, 5}, {0, 0, 1}, 0, 1.0), std::exp(-extinction), 1e-5);
+    EXPECT_NEAR(light.transmittance({0.3f, 0.1f, 5}, {0, 0, 1}, 0, 1.0), std::exp(-extinction),
+                1e-5);
 }
 
 TEST(LightScene, FindsHullsThatAreNotClosed) {
@@ -186,10 +186,10 @@ TEST(LightScene, FindsHullsThatAreNotClosed) {
                          std::vector<std::uint16_t>(closed, 0), crown)
                   .openCrowns(),
               0U);
-    EXPECT_EQ(LightScene(scene.coordinates, std::vector<std::uint16_t>(scene.triangleCount(), 0),
-                         crown)
-                  .openCrowns(),
-              2U); // a hole, and a triangle turned around
+    EXPECT_EQ(
+        LightScene(scene.coordinates, std::vector<std::uint16_t>(scene.triangleCount(), 0), crown)
+            .openCrowns(),
+        2U); // a hole, and a triangle turned around
 }
 
 TEST(LightScene, MultipliesWhatARayCrosses) {

@@ -1,0 +1,362 @@
+// Reflected light beside path tracing: every sensor's light by tens of thousands of random paths,
+// which share nothing with the library's cells but the scene, the sky and the ray casts. Prints the
+// differences and the times.
+//
+//     bench_reflection <weather.epw> [paths, 20000] [scene]
+#include <insolate/insolate.h>
+
+#include <bench/scenes.h>
+
+#include <oneapi/tbb/parallel_for.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace insolate;
+using scenes::Point;
+using scenes::Random;
+using scenes::Scene;
+
+float dot(const XYZf& a, const XYZf& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+
+XYZf along(const XYZf& origin, const XYZf& direction, double distance) {
+    return {static_cast<float>(origin.x + distance * direction.x),
+            static_cast<float>(origin.y + distance * direction.y),
+            static_cast<float>(origin.z + distance * direction.z)};
+}
+
+/// A random direction over a surface, evenly by projected solid angle.
+XYZf scattered(const XYZf& normal, Random& random) {
+    const XYZf aside = std::fabs(normal.x) < 0.7f ? XYZf{1, 0, 0} : XYZf{0, 1, 0};
+    XYZf a{normal.y * aside.z - normal.z * aside.y, normal.z * aside.x - normal.x * aside.z,
+           normal.x * aside.y - normal.y * aside.x};
+    const float length = std::sqrt(dot(a, a));
+    a = {a.x / length, a.y / length, a.z / length};
+    const XYZf b{normal.y * a.z - normal.z * a.y, normal.z * a.x - normal.x * a.z,
+                 normal.x * a.y - normal.y * a.x};
+    const double u = random(0, 1);
+    const double turn = random(0, 2 * std::numbers::pi);
+    const auto x = static_cast<float>(std::sqrt(u) * std::cos(turn));
+    const auto y = static_cast<float>(std::sqrt(u) * std::sin(turn));
+    const auto z = static_cast<float>(std::sqrt(1 - u));
+    return {x * a.x + y * b.x + z * normal.x, x * a.y + y * b.y + z * normal.y,
+            x * a.z + y * b.z + z * normal.z};
+}
+
+/// Light that surfaces, and the ground in their shadow, throw on sensors, by random paths.
+class PathTracing {
+public:
+    PathTracing(const HourlyAnalysis& analysis, const LightScene& scene, double reach)
+        : m_sky(analysis.sky()), m_scene(scene) {
+        for (const SunCell& sun : m_sky.sunCells) {
+            m_sun.push_back((m_sun.empty() ? 0.0 : m_sun.back()) + sun.directNormal);
+        }
+        m_open = m_sky.report.directHorizontal + m_sky.report.diffuseHorizontal;
+        m_margin = reach * (scene.high().z - scene.low().z);
+    }
+
+    struct Light {
+        double surfaces = 0, ground = 0, openGround = 0;
+    };
+    Light of(const Sensor& sensor, int paths, std::uint64_t seed) const {
+        Random random(seed);
+        Light light;
+        for (int path = 0; path < paths; ++path) {
+            follow(sensor, random, light);
+        }
+        light.surfaces /= paths;
+        light.ground /= paths;
+        light.openGround /= paths;
+        return light;
+    }
+
+private:
+    enum class Met { Sky, Surface, Ground, FarGround };
+    Met meet(const XYZf& origin, const XYZf& direction, XYZf& place, XYZf& normal,
+             double& reflectance) const {
+        const RayHit hit = m_scene.opaque().nearestHit(origin, direction);
+        if (hit.triangle != RayHit::none) {
+            place = along(origin, direction, hit.distance);
+            normal = m_scene.surface(hit.triangle).normal;
+            if (dot(normal, direction) > 0) {
+                normal = {-normal.x, -normal.y, -normal.z};
+            }
+            reflectance = m_scene.materials()[m_scene.surface(hit.triangle).material].reflectance;
+            return Met::Surface;
+        }
+        if (direction.z >= 0) {
+            return Met::Sky;
+        }
+        const double distance = (m_scene.low().z - origin.z) / direction.z;
+        place = along(origin, direction, distance);
+        normal = {0, 0, 1};
+        reflectance = m_sky.groundReflected / m_open;
+        const bool near = distance > 0 && place.x > m_scene.low().x - m_margin &&
+                          place.x < m_scene.high().x + m_margin &&
+                          place.y > m_scene.low().y - m_margin &&
+                          place.y < m_scene.high().y + m_margin;
+        return near ? Met::Ground : Met::FarGround;
+    }
+
+    void follow(const Sensor& sensor, Random& random, Light& light) const {
+        XYZf origin = sensor.position;
+        XYZf normal = sensor.normal;
+        double factor = 1;
+        double* sum = nullptr;
+        for (int bounce = 0; bounce < 200; ++bounce) {
+            const XYZf direction = scattered(normal, random);
+            XYZf place{};
+            double reflectance = 0;
+            const Met met = meet(origin, direction, place, normal, reflectance);
+            if (met == Met::Sky) {
+                if (sum != nullptr) {
+                    *sum += factor * std::numbers::pi * radiance(direction);
+                }
+                return;
+            }
+            if (sum == nullptr) {
+                sum = met == Met::Surface ? &light.surfaces : &light.ground;
+                light.openGround += met == Met::Surface ? 0.0 : m_sky.groundReflected;
+            }
+            if (met == Met::FarGround) {
+                *sum += factor * m_sky.groundReflected;
+                return;
+            }
+            factor *= reflectance;
+            origin = along(place, normal,
+                           0.002 + 1e-7 * std::max(std::fabs(place.x), std::fabs(place.y)));
+            if (!m_sun.empty()) {
+                const double drawn = random(0, m_sun.back());
+                const auto cell = static_cast<std::size_t>(
+                    std::upper_bound(m_sun.begin(), m_sun.end() - 1, drawn) - m_sun.begin());
+                const SunCell& sun = m_sky.sunCells[cell];
+                const double cosine = dot(sun.energy, normal) / sun.directNormal;
+                if (cosine > 0 && !m_scene.opaque().isOccluded(origin, sun.direction)) {
+                    *sum += factor * m_sun.back() * cosine;
+                }
+            }
+            if (factor < 0.1) { // some of the weak paths go on for all
+                if (random(0, 1) > 0.5) {
+                    return;
+                }
+                factor *= 2;
+            }
+        }
+    }
+
+    double radiance(const XYZf& direction) const {
+        const double turn = std::atan2(direction.x, direction.y);
+        int azimuth = static_cast<int>(std::floor(turn / skyGrid::cellWidth));
+        azimuth = (azimuth + skyGrid::azimuthCount) % skyGrid::azimuthCount;
+        const int altitude =
+            std::min(static_cast<int>(std::asin(std::min(direction.z, 1.0f)) / skyGrid::cellWidth),
+                     skyGrid::altitudeCount - 1);
+        return m_sky.diffuse[static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude))];
+    }
+
+    const HourlySky& m_sky;
+    const LightScene& m_scene;
+    std::vector<double> m_sun;
+    double m_open = 0;
+    double m_margin = 0;
+};
+
+void addBlock(Scene& scene, double x0, double y0, double x1, double y1, double z) {
+    scenes::addQuad(scene, {x0, y0, 0}, {x1, y0, 0}, {x1, y0, z}, {x0, y0, z});
+    scenes::addQuad(scene, {x1, y0, 0}, {x1, y1, 0}, {x1, y1, z}, {x1, y0, z});
+    scenes::addQuad(scene, {x1, y1, 0}, {x0, y1, 0}, {x0, y1, z}, {x1, y1, z});
+    scenes::addQuad(scene, {x0, y1, 0}, {x0, y0, 0}, {x0, y0, z}, {x0, y1, z});
+    scenes::addQuad(scene, {x0, y0, z}, {x1, y0, z}, {x1, y1, z}, {x0, y1, z});
+}
+
+void addGround(Scene& scene, double half) {
+    scenes::addQuad(scene, {-half, -half, 0}, {half, -half, 0}, {half, half, 0}, {-half, half, 0});
+}
+
+void addSensors(Scene& scene, std::size_t count, std::size_t first, std::size_t last) {
+    Random random(7);
+    for (const std::size_t end = scene.sensors.size() + count; scene.sensors.size() < end;) {
+        scenes::addSurfaceSensor(scene, random, first, last);
+    }
+}
+
+/// Sensors on a square grid over each wall and roof, as a study has them.
+struct Case {
+    std::string name;
+    Scene scene;
+    double reflectance;
+    std::size_t compared; ///< sensors that are traced
+};
+
+std::vector<Case> cases(const std::string& only) {
+    std::vector<Case> all;
+    const auto add = [&](const std::string& name, double reflectance, std::size_t compared,
+                         const auto& make) {
+        if (only.empty() || name.find(only) != std::string::npos) {
+            all.push_back({name, make(), reflectance, compared});
+        }
+    };
+    const auto court = [](bool ground) {
+        Scene scene;
+        if (ground) {
+            addGround(scene, 200);
+        }
+        addBlock(scene, -20, -20, 20, -10, 18);
+        addBlock(scene, -20, 10, 20, 20, 18);
+        addBlock(scene, -20, -10, -10, 10, 18);
+        addBlock(scene, 10, -10, 20, 10, 18);
+        // The court's floor, or the walls alone.
+        Random random(2);
+        for (int i = 0; i < 2000; ++i) {
+            const double u = random(-9.9, 9.9);
+            const double v = random(-9.9, 9.9);
+            const double z = random(0.1, 17.9);
+            const int side = ground ? i % 5 : 1 + i % 4;
+            const Point places[] = {
+                {u, v, 0.05}, {u, 9.95, z}, {u, -9.95, z}, {9.95, u, z}, {-9.95, u, z}};
+            const XYZf normals[] = {{0, 0, 1}, {0, -1, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 0, 0}};
+            scene.sensors.push_back(scenes::toXyz(places[side]));
+            scene.normals.push_back(normals[side]);
+        }
+        return scene;
+    };
+    const auto canyon = [] {
+        Scene scene;
+        addGround(scene, 300);
+        addBlock(scene, -150, 8, 150, 20, 20);
+        addBlock(scene, -150, -20, 150, -8, 20);
+        Random random(3);
+        for (int i = 0; i < 3000; ++i) {
+            const double u = random(-60, 60);
+            const double z = random(0.1, 19.9);
+            const Point places[] = {{u, random(-7.9, 7.9), 0.05}, {u, 7.95, z}, {u, -7.95, z}};
+            const XYZf normals[] = {{0, 0, 1}, {0, -1, 0}, {0, 1, 0}};
+            scene.sensors.push_back(scenes::toXyz(places[i % 3]));
+            scene.normals.push_back(normals[i % 3]);
+        }
+        return scene;
+    };
+    const auto dense = [] {
+        Scene scene = scenes::city(6000, 0, 5);
+        for (std::size_t i = 2; i < scene.coordinates.size(); i += 3) {
+            scene.coordinates[i] *= 2; // twice the height
+        }
+        addSensors(scene, 20000, 0, scene.triangleCount());
+        return scene;
+    };
+    for (const double reflectance : {0.2, 0.5}) {
+        const std::string text = reflectance < 0.3 ? " 0.2" : " 0.5";
+        add("court with ground" + text, reflectance, 150, [&] { return court(true); });
+        add("court without ground" + text, reflectance, 150, [&] { return court(false); });
+        add("canyon" + text, reflectance, 150, canyon);
+        add("Lyon, scattered" + text, reflectance, 300, [] {
+            const char* folder = std::getenv("INSOLATE_TEST_DATA");
+            return scenes::lyon(folder != nullptr ? folder : "", 10000);
+        });
+        add("Lyon, dense" + text, reflectance, 300, [] {
+            const char* folder = std::getenv("INSOLATE_TEST_DATA");
+            return scenes::lyon(folder != nullptr ? folder : "", 60000);
+        });
+        add("dense city" + text, reflectance, 300, dense);
+        add("city of 10000" + text, reflectance, 300, [] { return scenes::city(10000, 20000); });
+    }
+    add("scattered over 1000000 0.2", 0.2, 100, [] { return scenes::city(1000000, 10000); });
+    return all;
+}
+
+double secondsOf(const auto& run) {
+    const auto start = std::clock(); // of all threads
+    run();
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+void compare(const Case& one, const HourlyAnalysis& analysis, int paths) {
+    Material material;
+    material.reflectance = static_cast<float>(one.reflectance);
+    const LightScene scene(one.scene.coordinates,
+                           std::vector<std::uint16_t>(one.scene.triangleCount(), 0), {material});
+    std::vector<Sensor> sensors;
+    for (std::size_t i = 0; i < one.scene.sensors.size(); ++i) {
+        sensors.push_back({one.scene.sensors[i], one.scene.normals[i]});
+    }
+    std::vector<SensorResult> results(sensors.size());
+    const double direct = secondsOf([&] { analysis.evaluate(scene.opaque(), sensors, results); });
+    const ReflectionOptions options;
+    std::unique_ptr<ReflectedLight> light;
+    const double more =
+        secondsOf([&] { light = std::make_unique<ReflectedLight>(analysis, scene, sensors); });
+    const ReflectionReport& report = light->report();
+    const double count = static_cast<double>(sensors.size());
+    std::printf("%-24s %zu sensors: direct %.1f us, reflected %.1f us (%.2f), cells %.2f, rays %.0f"
+                " a sensor, %d bounces, %.1f MB\n",
+                one.name.c_str(), sensors.size(), direct / count * 1e6, more / count * 1e6,
+                1 + more / direct, report.cells / count, report.rays / count, report.bounces,
+                report.bytes / 1e6);
+    const PathTracing tracing(analysis, scene, options.groundReach);
+    struct Difference {
+        double total, difference, noiseless;
+    };
+    const std::size_t compared = std::min(one.compared, sensors.size());
+    std::vector<Difference> differences(compared);
+    tbb::parallel_for(std::size_t{0}, compared, [&](std::size_t k) {
+        const std::size_t i = k * (sensors.size() / compared);
+        const PathTracing::Light traced = tracing.of(sensors[i], paths, 1000 + i);
+        SensorResult result = results[i];
+        const double shadow = traced.openGround > 0 ? traced.ground / traced.openGround : 1.0;
+        const double expected = result.beam + result.sky + result.ground * shadow + traced.surfaces;
+        light->addTo(i, result);
+        differences[k] = {expected, result.total - expected, traced.surfaces};
+    });
+    double mean = 0;
+    double bias = 0;
+    double squares = 0;
+    double reflected = 0;
+    std::vector<double> relative;
+    for (const Difference& d : differences) {
+        mean += d.total / static_cast<double>(compared);
+    }
+    for (const Difference& d : differences) {
+        bias += d.difference / static_cast<double>(compared);
+        reflected += d.noiseless / static_cast<double>(compared);
+        squares += d.difference * d.difference / static_cast<double>(compared);
+        relative.push_back(100 * std::fabs(d.difference) / std::max(d.total, 0.05 * mean));
+    }
+    std::sort(relative.begin(), relative.end());
+    const auto within = static_cast<double>(
+        std::upper_bound(relative.begin(), relative.end(), 5.0) - relative.begin());
+    std::printf("    mean %.0f kWh/m2, reflected %.1f %%; bias %+.2f %%, rms %.2f %%, within 5 %%: "
+                "%.1f %%, worst %.1f %%\n",
+                mean / 1000, 100 * reflected / mean, 100 * bias / mean,
+                100 * std::sqrt(squares) / mean, 100 * within / static_cast<double>(compared),
+                relative.back());
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "bench_reflection <weather.epw> [paths] [scene]\n");
+        return 2;
+    }
+    const WeatherReading weather = readWeatherSeries(argv[1]);
+    if (!weather.ok) {
+        return 1;
+    }
+    const HourlyAnalysis analysis(buildHourlySky(weather.series));
+    const int paths = argc > 2 ? std::atoi(argv[2]) : 20000;
+    for (const Case& one : cases(argc > 3 ? argv[3] : "")) {
+        compare(one, analysis, paths);
+    }
+    return 0;
+}

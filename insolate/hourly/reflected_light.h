@@ -1,0 +1,102 @@
+/// Light that the surfaces of a scene, and the ground in its shadow, throw on sensors.
+///
+///     const LightScene scene(coordinates, materialOfTriangle, materials);
+///     const ReflectedLight light(analysis, scene, sensors);
+///     analysis.evaluate(scene, sensors, results);
+///     for (std::size_t i = 0; i < results.size(); ++i) light.addTo(i, results[i]);
+///
+/// From each sensor a lattice of rays looks for surfaces. Where they land the surfaces are divided
+/// into cells, whose size grows with the distance of the sensors that see them; a cell gets the
+/// light of the period by some rays to the sky and the sun, more the more it counts, and light of
+/// other cells by a few rays that land in coarser ones. Surfaces scatter what they do not absorb
+/// evenly (Lambert). The lattice averages over the cells: nothing is interpolated, and as a cell is
+/// represented by a place where a ray landed, no light leaks through walls.
+///
+/// Where the scene has no ground, light of the open ground below is as in HourlyAnalysis, but the
+/// ground lies in the scene's shadow: a plane at the scene's lowest point, up to
+/// ReflectionOptions::groundReach heights of the scene around it. Beyond it is open.
+///
+/// Results are the same bytes for every number of threads. They depend on which sensors are asked
+/// together, since these choose the cells: within what the rays leave uncertain anyway.
+#pragma once
+
+#include <insolate/export.h>
+#include <insolate/hourly/hourly_analysis.h>
+#include <insolate/rt/light_scene.h>
+
+#include <cstddef>
+#include <memory>
+#include <span>
+
+namespace insolate {
+
+struct ReflectionOptions {
+    /// Times that light is reflected before it reaches a sensor, 1 or more; 0 goes on until what is
+    /// left is below a thousandth of the reflected light.
+    int bounces = 0;
+    /// Rays of the lattice of a sensor, 1..256: `rays` for all, up to four times as many, 256 at
+    /// most, where much of what is seen reflects well.
+    int rays = 32;
+    /// Rays to sky and sun of a cell that many rays have found, 1..1,024.
+    int cellRays = 48;
+    /// Rays of such a cell to other cells, 1..256.
+    int linkRays = 24;
+    double leastCell = 2.0;     ///< edge of the finest cells [model units], above 0
+    double leastLinkCell = 4.0; ///< the same of cells that other cells find
+    double groundReach = 4.0;   ///< how far ground is in the scene's shadow [heights of the scene]
+    /// Keeps the reflected light of parts of the sun's year by themselves, for hours and peaks:
+    /// some 100 bytes a sensor.
+    bool hours = true;
+};
+
+/// What became of the light.
+struct ReflectionReport {
+    std::size_t cells = 0; ///< of surfaces that were lit
+    std::size_t rays = 0;  ///< that were cast, those of the sensors included
+    std::size_t bytes = 0; ///< that cells and sensors took at most
+    int bounces = 0;       ///< reflections that were followed one by one
+    /// Of the light that the sensors' cells scatter, the part that came with the reflections beyond
+    /// those, estimated and added; 0 for a chosen number.
+    double beyond = 0.0;
+    /// Whether the light of each reflection is less than that of the one before. It is not in a
+    /// closed scene that absorbs nothing: then the results hold `bounces` reflections and would
+    /// grow without end.
+    bool converged = true;
+};
+
+class INSOLATE_EXPORT ReflectedLight {
+public:
+    /// All sensors at once; one-sided, as HourlyAnalysis::evaluate() with a LightScene takes them.
+    /// The analysis says which sky, and whether the ground is open (groundRays of 0: then the
+    /// surfaces below the horizon throw nothing back, as the open ground's light stands for
+    /// theirs). Takes `threads`, `stop` and `progress` as evaluate() does.
+    ReflectedLight(const HourlyAnalysis& analysis, const LightScene& scene,
+                   std::span<const Sensor> sensors, const ReflectionOptions& options = {},
+                   const EvaluateOptions& run = {});
+    ReflectedLight(ReflectedLight&&) noexcept;
+    ReflectedLight& operator=(ReflectedLight&&) noexcept;
+    ~ReflectedLight();
+
+    /// False after a stop: there are no results.
+    bool complete() const;
+    const ReflectionReport& report() const;
+
+    /// Light reflected on the sensor [Wh/m2], by the lattice alone.
+    float reflected(std::size_t sensor) const;
+    /// Light of the ground that the sensor sees over that of open ground, both without what the
+    /// scene hides.
+    float groundShare(std::size_t sensor) const;
+
+    /// Puts the light into a result of evaluate(). Of the view that the scene takes, evaluate()
+    /// knows more than the lattice: the reflected light is scaled to it. What changes: `reflected`,
+    /// the ground in the scene's shadow, the total and its averages. The peak gets what is
+    /// reflected in its hour; another hour that would only be the highest with it is not looked
+    /// for.
+    void addTo(std::size_t sensor, SensorResult& result, SensorHours* hours = nullptr) const;
+
+private:
+    struct Content;
+    std::unique_ptr<const Content> m_content;
+};
+
+} // namespace insolate

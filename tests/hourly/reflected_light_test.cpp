@@ -1,0 +1,392 @@
+// Light that is reflected, and light that comes through glass and leaves, against closed forms and
+// direct evaluation.
+
+#include <insolate/hourly/reflected_light.h>
+
+#include <insolate/platform/simd.h>
+
+#include <bench/scenes.h>
+
+#include "made_weather.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+namespace {
+
+using namespace insolate;
+using scenes::Point;
+using scenes::Random;
+using scenes::Scene;
+
+/// A sky of the same radiance everywhere that gives open ground 1 Wh/m2, and ground of an albedo.
+HourlySky uniformSky(double albedo) {
+    HourlySky sky;
+    sky.valid = true;
+    sky.hours = 1;
+    sky.options.albedo = albedo;
+    sky.report.diffuseHorizontal = 1;
+    sky.groundReflected = albedo;
+    sky.diffuse.assign(skyGrid::cellCount, static_cast<float>(1 / std::numbers::pi));
+    return sky;
+}
+
+HourlyAnalysis uniformAnalysis(double albedo = 0) {
+    HourlyAnalysisOptions options;
+    options.peak = false;
+    options.groundRays = 1024;
+    return HourlyAnalysis(uniformSky(albedo), options);
+}
+
+/// Surfaces in groups of one reflectance.
+struct MadeScene {
+    Scene scene;
+    std::vector<std::uint16_t> materialOf;
+    std::vector<Material> materials;
+
+    std::uint16_t material(float reflectance) {
+        Material one;
+        one.reflectance = reflectance;
+        materials.push_back(one);
+        return static_cast<std::uint16_t>(materials.size() - 1);
+    }
+    void quad(std::uint16_t material, const Point& a, const Point& b, const Point& c,
+              const Point& d) {
+        scenes::addQuad(scene, a, b, c, d);
+        materialOf.insert(materialOf.end(), 2, material);
+    }
+    LightScene light() const { return LightScene(scene.coordinates, materialOf, materials); }
+};
+
+std::vector<SensorResult> resultsOf(const HourlyAnalysis& analysis, const LightScene& scene,
+                                    const std::vector<Sensor>& sensors,
+                                    const ReflectionOptions& options = {}) {
+    std::vector<SensorResult> results(sensors.size());
+    analysis.evaluate(scene, sensors, results);
+    const ReflectedLight light(analysis, scene, sensors, options);
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        light.addTo(i, results[i]);
+    }
+    return results;
+}
+
+/// More rays and finer cells, where a closed form is to be met closely.
+ReflectionOptions fine() {
+    ReflectionOptions options;
+    options.rays = 128;
+    options.cellRays = 256;
+    options.linkRays = 128;
+    options.leastCell = 1;
+    options.leastLinkCell = 1;
+    return options;
+}
+
+double meanTotal(const std::vector<SensorResult>& results, std::size_t first, std::size_t step) {
+    double sum = 0;
+    double count = 0;
+    for (std::size_t i = first; i < results.size(); i += step) {
+        sum += results[i].total;
+        ++count;
+    }
+    return sum / count;
+}
+
+TEST(ReflectedLight, FillsACanyonLikeItsRadiosity) {
+    // An endless street of walls of 0.4 and a floor of 0.2 under a uniform sky: radiosity with 400
+    // strips on each side, worked out independently (the lumped solution with one value a side
+    // gives 0.5048 and 0.3865 at a height of the width).
+    const struct {
+        double height, floor, wall, floorMiddle, wallMiddle;
+    } table[] = {{0.5, 0.689644, 0.478776, 0.765473, 0.478075},
+                 {1, 0.496827, 0.385691, 0.531598, 0.373150},
+                 {2, 0.295752, 0.267257, 0.305679, 0.227891}};
+    const HourlyAnalysis analysis = uniformAnalysis();
+    for (const auto& row : table) {
+        constexpr double width = 12;
+        constexpr double end = 1500;
+        const double high = row.height * width;
+        MadeScene made;
+        const std::uint16_t floor = made.material(0.2f);
+        const std::uint16_t wall = made.material(0.4f);
+        made.quad(floor, {0, -end, 0}, {width, -end, 0}, {width, end, 0}, {0, end, 0});
+        made.quad(wall, {0, -end, 0}, {0, end, 0}, {0, end, high}, {0, -end, high});
+        made.quad(wall, {width, -end, 0}, {width, end, 0}, {width, end, high}, {width, -end, high});
+        std::vector<Sensor> sensors;
+        Random random(5);
+        constexpr int strips = 400;
+        for (int i = 0; i < strips; ++i) {
+            const double place = (i + 0.5) / strips;
+            const auto y = [&] { return random(-400, 400); };
+            sensors.push_back({scenes::toXyz({width * place, y(), 0.001}), {0, 0, 1}});
+            sensors.push_back({scenes::toXyz({0.001, y(), high * place}), {1, 0, 0}});
+            sensors.push_back({scenes::toXyz({width / 2, y(), 0.001}), {0, 0, 1}});
+            sensors.push_back({scenes::toXyz({width - 0.001, y(), high / 2}), {-1, 0, 0}});
+        }
+        const struct {
+            ReflectionOptions options;
+            double bound;
+        } settings[] = {{{}, 0.012}, {fine(), 0.005}};
+        std::vector<SensorResult> results;
+        for (const auto& setting : settings) {
+            results = resultsOf(analysis, made.light(), sensors, setting.options);
+            const double expected[] = {row.floor, row.wall, row.floorMiddle, row.wallMiddle};
+            for (std::size_t place = 0; place < 4; ++place) {
+                EXPECT_NEAR(meanTotal(results, place, 4) / expected[place], 1, setting.bound)
+                    << "height " << row.height << ", place " << place << ", rays "
+                    << setting.options.rays;
+            }
+        }
+        EXPECT_EQ(results[0].total,
+                  results[0].beam + results[0].sky + results[0].ground + results[0].reflected);
+    }
+}
+
+/// Half a sphere of radius 1 that opens upwards.
+MadeScene bowl(float reflectance) {
+    MadeScene made;
+    const std::uint16_t inside = made.material(reflectance);
+    constexpr int rows = 24;
+    constexpr int columns = 96;
+    const auto at = [&](int row, int column) -> Point {
+        const double down = std::numbers::pi / 2 * row / rows;
+        const double turn = 2 * std::numbers::pi * column / columns;
+        return {30 * std::cos(down) * std::cos(turn), 30 * std::cos(down) * std::sin(turn),
+                -30 * std::sin(down)};
+    };
+    for (int row = 0; row < rows; ++row) {
+        for (int column = 0; column < columns; ++column) {
+            made.quad(inside, at(row, column), at(row, column + 1), at(row + 1, column + 1),
+                      at(row + 1, column));
+        }
+    }
+    return made;
+}
+
+TEST(ReflectedLight, LightsABowlEvenly) {
+    // All of a sphere's surface sees every part of it alike: with an opening of half the sphere E =
+    // f / (1 - r (1 - f)) at all places.
+    const HourlyAnalysis analysis = uniformAnalysis();
+    for (const float reflectance : {0.2f, 0.5f, 0.9f}) {
+        const MadeScene made = bowl(reflectance);
+        std::vector<Sensor> sensors;
+        Random random(6);
+        for (int i = 0; i < 300; ++i) {
+            const double up = -random(0.05, 0.99);
+            const double turn = random(0, 2 * std::numbers::pi);
+            const double flat = std::sqrt(1 - up * up);
+            const Point inward = {-flat * std::cos(turn), -flat * std::sin(turn), -up};
+            // Inside of the flat pieces, which lie up to 0.02 within the sphere.
+            sensors.push_back(
+                {scenes::toXyz({-29.9 * inward[0], -29.9 * inward[1], -29.9 * inward[2]}),
+                 scenes::toXyz(inward)});
+        }
+        const double expected = 0.5 / (1 - 0.5 * static_cast<double>(reflectance));
+        const std::vector<SensorResult> results =
+            resultsOf(analysis, made.light(), sensors, fine());
+        EXPECT_NEAR(meanTotal(results, 0, 1) / expected, 1, 0.005) << reflectance;
+        double worst = 0;
+        for (const SensorResult& result : results) {
+            worst = std::max(worst, std::fabs(result.total / expected - 1));
+        }
+        EXPECT_LT(worst, reflectance < 0.6f ? 0.02 : 0.04) << reflectance;
+
+        // Each reflection less is a term of the geometric series less.
+        ReflectionOptions once = fine();
+        once.bounces = 1;
+        const double one = 0.5 * (1 + 0.5 * static_cast<double>(reflectance));
+        EXPECT_NEAR(meanTotal(resultsOf(analysis, made.light(), sensors, once), 0, 1) / one, 1,
+                    0.005)
+            << reflectance;
+    }
+}
+
+TEST(ReflectedLight, StaysFiniteInAWhiteEnclosure) {
+    // Closed, with a hole of a thousandth of its surface, and white: light gets in and goes on.
+    MadeScene made;
+    const std::uint16_t white = made.material(1.0f);
+    constexpr double s = 10;
+    made.quad(white, {0, 0, 0}, {s, 0, 0}, {s, s, 0}, {0, s, 0});
+    made.quad(white, {0, 0, 0}, {s, 0, 0}, {s, 0, s}, {0, 0, s});
+    made.quad(white, {0, s, 0}, {s, s, 0}, {s, s, s}, {0, s, s});
+    made.quad(white, {0, 0, 0}, {0, s, 0}, {0, s, s}, {0, 0, s});
+    made.quad(white, {s, 0, 0}, {s, s, 0}, {s, s, s}, {s, 0, s});
+    made.quad(white, {0, 0, s}, {9.2, 0, s}, {9.2, s, s}, {0, s, s});
+    made.quad(white, {9.2, 0, s}, {s, 0, s}, {s, 9.2, s}, {9.2, 9.2, s});
+    std::vector<Sensor> sensors;
+    Random random(7);
+    for (int i = 0; i < 200; ++i) {
+        sensors.push_back({scenes::toXyz({random(1, 9), random(1, 9), 0.001}), {0, 0, 1}});
+    }
+    const HourlyAnalysis analysis = uniformAnalysis();
+    const LightScene scene = made.light();
+    const ReflectedLight light(analysis, scene, sensors);
+    EXPECT_FALSE(light.report().converged && light.report().bounces < 20);
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        EXPECT_TRUE(std::isfinite(light.reflected(i)));
+        // No more than the sky's own light comes back, but for the few rays that find the hole.
+        EXPECT_LT(light.reflected(i), 2.0f);
+        EXPECT_GT(light.reflected(i), 0.0f);
+    }
+}
+
+TEST(ReflectedLight, LaysOpenGroundInTheScenesShadow) {
+    // A black wall without end on open ground, under a uniform sky: at a distance x from its foot
+    // the ground gets (1 + x / sqrt(x^2 + h^2)) / 2, and a place on the wall at height z sees the
+    // strip at x with z x / (z^2 + x^2)^(3/2) dx / 2.
+    constexpr double high = 10;
+    MadeScene made;
+    made.quad(made.material(0), {0, -3000, 0}, {0, 3000, 0}, {0, 3000, high}, {0, -3000, high});
+    const HourlyAnalysis analysis = uniformAnalysis(0.3);
+    for (const double z : {0.5, 2.0, 5.0, 9.0}) {
+        double shadowed = 0;
+        double open = 0;
+        for (double x = 0.0005; x < 4000; x *= 1.001) {
+            const double strip = 0.001 * x * z * x / std::pow(z * z + x * x, 1.5);
+            open += strip;
+            // Ground beyond four heights is taken as open.
+            shadowed += strip * (x < 4 * high ? 0.5 * (1 + x / std::hypot(x, high)) : 1);
+        }
+        std::vector<Sensor> sensors;
+        Random random(8);
+        for (int i = 0; i < 200; ++i) {
+            sensors.push_back({scenes::toXyz({0.001, random(-300, 300), z}), {1, 0, 0}});
+        }
+        const LightScene scene = made.light();
+        const ReflectedLight light(analysis, scene, sensors);
+        double mean = 0;
+        for (std::size_t i = 0; i < sensors.size(); ++i) {
+            mean += light.groundShare(i) / static_cast<double>(sensors.size());
+        }
+        EXPECT_NEAR(mean, shadowed / open, 0.012) << z;
+        EXPECT_EQ(light.reflected(0), 0.0f);
+    }
+}
+
+TEST(ReflectedLight, IsTheSameForAnyThreadsAndInstructions) {
+    const Scene city = scenes::city(3000, 300);
+    const LightScene scene(city.coordinates, {}, {});
+    std::vector<Sensor> sensors;
+    for (std::size_t i = 0; i < city.sensors.size(); ++i) {
+        sensors.push_back({city.sensors[i], city.normals[i]});
+    }
+    const HourlyAnalysis analysis(
+        buildHourlySky(test::clearYear({48.2, 16.4, 1, 200}), {}, {.stepsPerHour = 2}));
+    std::vector<float> first;
+    for (const SimdLevel level : availableSimdLevels()) {
+        setSimdLevel(level);
+        for (const int threads : {1, 0}) {
+            const ReflectedLight light(analysis, scene, sensors, {}, {.threads = threads});
+            ASSERT_TRUE(light.complete());
+            std::vector<float> values;
+            for (std::size_t i = 0; i < sensors.size(); ++i) {
+                values.push_back(light.reflected(i));
+                values.push_back(light.groundShare(i));
+            }
+            if (first.empty()) {
+                first = values;
+            }
+            EXPECT_EQ(values, first) << simdLevelName(level) << ", threads " << threads;
+        }
+    }
+    setSimdLevel(availableSimdLevels().back());
+    // The hours add up to the year's light.
+    std::vector<SensorResult> results(1);
+    std::vector<SensorHours> hours(1);
+    analysis.evaluate(scene, std::span(sensors).first(1), results, {}, hours);
+    const ReflectedLight light(analysis, scene, sensors);
+    light.addTo(0, results[0], hours.data());
+    double sum = 0;
+    for (const float hour : hours[0].reflected) {
+        sum += hour;
+    }
+    EXPECT_NEAR(sum, results[0].reflected, 1e-4 * results[0].reflected);
+    EXPECT_GT(results[0].reflected, 0.0f);
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_FALSE(
+        ReflectedLight(analysis, scene, sensors, {}, {.stop = stop.get_token()}).complete());
+}
+
+/// A sheet over everything at 1 above the sensor.
+LightScene sheet(const Material& material) {
+    Scene scene;
+    scenes::addQuad(scene, {-9000, -9000, 1}, {9000, -9000, 1}, {9000, 9000, 1}, {-9000, 9000, 1});
+    return LightScene(scene.coordinates, std::vector<std::uint16_t>(2, 0), {material});
+}
+
+TEST(HourlyThroughGlass, WeakensSunAndSkyByTheirAngles) {
+    const HourlySky sky = buildHourlySky(test::clearYear({41.9, 12.5, 1, 20}));
+    const HourlyAnalysis analysis(sky);
+    Material glass;
+    glass.passage = Material::Passage::Pane;
+    glass.passing = 0.876f;
+    const SensorResult result = analysis.evaluate(sheet(glass), {{0, 0, 0}, {0, 0, 1}});
+    const PaneGlass pane(0.876f);
+    double beam = 0;
+    for (const SunStep& step : sky.sunSteps) {
+        const double length = std::hypot(step.energy.x, step.energy.y, step.energy.z);
+        beam += length > 0 ? step.energy.z *
+                                 pane.at(static_cast<float>(step.energy.z / length)).transmitted
+                           : 0;
+    }
+    const SkyCells cells(0);
+    double diffuse = 0;
+    for (std::size_t i = 0; i < sky.diffuse.size(); ++i) {
+        const double length = std::hypot(cells.momentX[i], cells.momentY[i], cells.momentZ[i]);
+        diffuse += sky.diffuse[i] * cells.momentZ[i] *
+                   pane.at(static_cast<float>(cells.momentZ[i] / length)).transmitted;
+    }
+    EXPECT_NEAR(result.beam / beam, 1, 0.003);
+    EXPECT_NEAR(result.sky / diffuse, 1, 0.003);
+    // Clear leaves change nothing, and an opaque scene is the index that it holds.
+    const SensorResult open = analysis.evaluate(OcclusionIndex(), {{0, 0, 0}, {0, 0, 1}});
+    Material nothing;
+    nothing.passage = Material::Passage::Leaves;
+    nothing.passing = 1.0f;
+    const SensorResult clear = analysis.evaluate(sheet(nothing), {{0, 0, 0}, {0, 0, 1}});
+    EXPECT_FLOAT_EQ(clear.total, open.total);
+    EXPECT_FLOAT_EQ(clear.peak, open.peak);
+    EXPECT_EQ(clear.peakHour, open.peakHour);
+    EXPECT_EQ(analysis.evaluate(LightScene(), {{0, 0, 0}, {0, 0, 1}}).total, open.total);
+}
+
+TEST(HourlyThroughGlass, PassesTheCrownOfTheDay) {
+    const HourlySky sky = buildHourlySky(test::clearYear({48.2, 16.4, 1, 200}));
+    Material crown;
+    crown.passage = Material::Passage::Leaves;
+    crown.passing = SeasonalValue::leafSeason(0.12f, 0.55f, 105, 304);
+    const LightScene scene = sheet(crown);
+    HourlyAnalysisOptions options;
+    options.seasons = scene.seasons();
+    const HourlyAnalysis analysis(sky, options);
+    const Sensor sensor{{0, 0, 0}, {0, 0.6f, 0.8f}};
+    SensorHours open;
+    SensorHours hours;
+    analysis.evaluate(OcclusionIndex(), sensor, &open);
+    const SensorResult result = analysis.evaluate(scene, sensor, &hours);
+    double beam = 0;
+    double diffuse = 0;
+    double peak = 0;
+    double off = 0;
+    for (int hour = 0; hour < hoursPerYear; ++hour) {
+        const auto k = static_cast<std::size_t>(hour);
+        const int day = hour / 24 + 1;
+        const double passing = day >= 105 && day <= 304 ? 0.12 : 0.55;
+        beam += passing * open.beam[k];
+        diffuse += passing * open.sky[k];
+        peak = std::max(peak, passing * (open.beam[k] + open.sky[k]) + open.ground[k]);
+        off = std::max(off, std::fabs(hours.beam[k] - passing * open.beam[k]) +
+                                std::fabs(hours.sky[k] - passing * open.sky[k]));
+    }
+    EXPECT_NEAR(result.beam / beam, 1, 0.005);
+    EXPECT_NEAR(result.sky / diffuse, 1, 0.005);
+    EXPECT_NEAR(result.peak / peak, 1, 0.01);
+    EXPECT_LT(off, 3.0); // Wh/m2 in an hour of some hundreds
+    // An analysis that does not know the scene's seasons gives nothing.
+    EXPECT_EQ(HourlyAnalysis(sky).evaluate(scene, sensor).total, 0.0f);
+}
+
+} // namespace
