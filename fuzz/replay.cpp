@@ -5,6 +5,7 @@
 #include "fuzz_dates.cpp"
 #include "fuzz_epw.cpp"
 #include "fuzz_masks.cpp"
+#include "fuzz_materials.cpp"
 #include "fuzz_mesh.cpp"
 #include "fuzz_models.cpp"
 #include "fuzz_obj.cpp"
@@ -24,11 +25,14 @@
 int main(int count, char** words) {
     using Target = int (*)(const std::uint8_t*, std::size_t);
     const std::map<std::string, Target> targets = {
-        {"baseline", baseline}, {"cityjson", cityjson}, {"dates", dates},
-        {"epw", epw},           {"masks", masks},       {"mesh", mesh},
-        {"models", models},     {"obj", obj},           {"partial", partial},
-        {"reply", reply},       {"results", results},   {"sensors", sensors},
-        {"study", study},       {"wea", wea},           {"weather_check", weather_check}};
+        {"baseline", baseline}, {"cityjson", cityjson},
+        {"dates", dates},       {"epw", epw},
+        {"masks", masks},       {"materials", materials},
+        {"mesh", mesh},         {"models", models},
+        {"obj", obj},           {"partial", partial},
+        {"reply", reply},       {"results", results},
+        {"sensors", sensors},   {"study", study},
+        {"wea", wea},           {"weather_check", weather_check}};
     if (count != 3 || !targets.contains(words[1])) {
         std::fprintf(stderr, "usage: replay TARGET FOLDER\n");
         return 2;

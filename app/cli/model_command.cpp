@@ -4,6 +4,7 @@
 #include "study/model/mesh_import.h"
 #include "study/model/model_info.h"
 #include "study/run/run_option_table.h"
+#include "study/run/study_batch.h"
 #include "study/support/errors.h"
 
 #include <memory>
@@ -22,6 +23,7 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
         std::string units = "m";
         std::string up;
         std::string lod;
+        std::string materials;
         double north = 0.0;
         bool asJson = false;
     };
@@ -40,6 +42,9 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
         ->type_name("AXIS:{y,z}");
     info->add_option("--lod", arguments->lod, "Level of detail of a CityJSON model: 1 or 2.2")
         ->type_name("LEVEL");
+    info->add_option("--materials", arguments->materials,
+                     "Say what the faces are taken for by this file of materials")
+        ->type_name("FILE");
     info->add_option("--north", arguments->north,
                      "Where true north lies in plan: degrees clockwise from the model's +Y")
         ->check(numberCheck("degrees clockwise from the model's +Y"))
@@ -58,8 +63,16 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
         }
         import.lod = arguments->lod;
         const study::Mesh mesh = study::importMesh(arguments->file, import, interruption.token());
-        const study::ModelInfo found = study::modelInfo(mesh, study::place(arguments->file),
-                                                        import.unit, interruption.token());
+        study::ModelInfo found = study::modelInfo(mesh, study::place(arguments->file), import.unit,
+                                                  interruption.token());
+        if (!arguments->materials.empty()) {
+            const study::MaterialRules rules = study::readMaterials(
+                arguments->materials, study::studyFileKeys(), interruption.token());
+            study::Scene scene;
+            study::appendTriangles(mesh, scene);
+            found.uses =
+                study::sceneMaterials(scene, &rules, study::MaterialRules::usualReflectance).uses;
+        }
         printResult(arguments->asJson ? study::modelInfoJson(found, arguments->north)
                                       : study::modelInfoText(found, arguments->north));
     });

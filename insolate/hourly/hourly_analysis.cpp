@@ -110,10 +110,20 @@ struct HourlyAnalysis::Prepared {
         std::array<float, patchCount> patches{};
         std::vector<float> sunCells;
         float ground = 0.0f;
+        std::vector<float> patchRadiance; // of its hours; the peak's hours point into it
         PeakHours peakHours;
         std::vector<int> hours; // of the year, by PeakHour::skyHour
     };
     std::vector<Season> seasons;
+    /// By part and season, where there are several: what falls in the season, as shares of the
+    /// part's.
+    struct PartSeason {
+        std::array<float, patchCount> patches{};
+        float ground = 0.0f;
+        std::vector<float> sunCells; // of the whole sky
+    };
+    std::vector<std::vector<PartSeason>> partSeasons;
+    std::vector<PartLight> partLights;
 
     Prepared(HourlySky&& theSky, const std::vector<HourlySky>& theParts,
              const HourlyAnalysisOptions& theOptions)
@@ -138,6 +148,56 @@ struct HourlyAnalysis::Prepared {
         if (sky.valid) {
             prepareSeasons();
         }
+        for (const HourlySky& part : theParts) {
+            partLights.push_back(
+                {part.report.diffuseHorizontal, part.groundReflected, part.sunCells});
+            if (seasons.size() > 1) {
+                partSeasons.push_back(seasonsOf(part));
+            }
+        }
+    }
+
+    std::vector<PartSeason> seasonsOf(const HourlySky& part) const {
+        std::vector<int> sunCellOf(static_cast<std::size_t>(skyGrid::cellCount), -1);
+        for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
+            sunCellOf[static_cast<std::size_t>(sky.sunCells[j].cell)] = static_cast<int>(j);
+        }
+        std::vector<PartSeason> result(seasons.size());
+        for (PartSeason& season : result) {
+            season.sunCells.assign(sky.sunCells.size(), 0.0f);
+        }
+        for (std::size_t h = 0; h < part.skyHours.size(); ++h) {
+            const SkyHour& hour = part.skyHours[h];
+            PartSeason& season = result[seasonOf(hour)];
+            for (std::size_t p = 0; p < patchCount; ++p) {
+                season.patches[p] += part.patchRadiance[h * patchCount + p];
+            }
+            season.ground += hour.groundReflected;
+            for (int b = 0; b < hour.beamCount; ++b) {
+                const BeamPart& beam = part.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+                const int cell = part.sunCells[static_cast<std::size_t>(beam.sunCell)].cell;
+                if (const int j = sunCellOf[static_cast<std::size_t>(cell)]; j >= 0) {
+                    season.sunCells[static_cast<std::size_t>(j)] += vectorLength(beam.energy);
+                }
+            }
+        }
+        const auto makeShares = [&](const auto& valueOf) {
+            float all = 0.0f;
+            for (PartSeason& season : result) {
+                all += valueOf(season);
+            }
+            for (PartSeason& season : result) {
+                valueOf(season) = all > 0.0f ? valueOf(season) / all : 0.0f;
+            }
+        };
+        for (std::size_t p = 0; p < patchCount; ++p) {
+            makeShares([p](PartSeason& season) -> float& { return season.patches[p]; });
+        }
+        makeShares([](PartSeason& season) -> float& { return season.ground; });
+        for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
+            makeShares([j](PartSeason& season) -> float& { return season.sunCells[j]; });
+        }
+        return result;
     }
 
     std::size_t seasonOf(const SkyHour& hour) const {
@@ -198,6 +258,7 @@ struct HourlyAnalysis::Prepared {
                 part.beams = sky.beams;
                 part.options = sky.options;
                 season.peakHours = PeakHours(part, cells);
+                season.patchRadiance = std::move(part.patchRadiance); // stays in its place
             }
         }
     }
@@ -255,16 +316,7 @@ public:
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
         if (!parts.empty()) {
-            m_shared.parts.evaluate(
-                {.sides = m_sides,
-                 .normal = m_normal,
-                 .cells = m_seen.data(),
-                 .visible = {m_visible[0].data(), m_visible[1].data()},
-                 .sunWeight = m_sunWeight.data(),
-                 .sunVisible = m_sunVisible.data(),
-                 .groundView = m_groundView,
-                 .hoursScale = firstHours > 0.0f ? m_sunHours / firstHours : 1.0f},
-                parts);
+            evaluateParts(parts, firstHours > 0.0f ? m_sunHours / firstHours : 1.0f);
         }
         if (m_shared.options.peak || hours != nullptr) {
             gatherPatches();
@@ -279,6 +331,50 @@ public:
     }
 
 private:
+    void evaluateParts(std::span<SensorPart> parts, float hoursScale) {
+        const SkyParts::Seen seen{.sides = m_sides,
+                                  .normal = m_normal,
+                                  .cells = m_seen.data(),
+                                  .visible = {m_visible[0].data(), m_visible[1].data()},
+                                  .sunWeight = m_sunWeight.data(),
+                                  .sunVisible = m_sunVisible.data(),
+                                  .groundView = m_groundView,
+                                  .hoursScale = hoursScale};
+        if (m_shared.partSeasons.empty() || (m_through.empty() && m_groundThrough.empty())) {
+            m_shared.parts.evaluate(seen, 0, parts);
+            return;
+        }
+        // What is seen in each part is a mean over the part's own days.
+        const std::array<float, cellCount> cells = m_seen;
+        const std::array<float, cellCount + lanes> suns = m_sunVisible;
+        for (std::size_t p = 0; p < std::min(parts.size(), m_shared.partSeasons.size()); ++p) {
+            const std::vector<Prepared::PartSeason>& seasons = m_shared.partSeasons[p];
+            for (const ThroughCell& touched : m_through) {
+                float sky = 0.0f;
+                float sun = 0.0f;
+                const auto j = static_cast<std::size_t>(std::max(touched.sunCell, 0));
+                const auto patch =
+                    static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(touched.cell)));
+                for (std::size_t s = 0; s < seasons.size(); ++s) {
+                    sky += seasons[s].patches[patch] * touched.sky[s];
+                    sun += touched.sunCell >= 0 ? seasons[s].sunCells[j] * touched.sun[s] : 0.0f;
+                }
+                m_seen[touched.cell] = touched.seen * sky;
+                if (touched.sunCell >= 0) {
+                    m_sunVisible[j] = touched.sunVisible * sun;
+                }
+            }
+            SkyParts::Seen ofPart = seen;
+            for (std::size_t s = 0; s < m_groundThrough.size(); ++s) {
+                ofPart.groundView +=
+                    (seasons[s].ground - m_shared.seasons[s].ground) * m_groundThrough[s];
+            }
+            m_shared.parts.evaluate(ofPart, p, parts.subspan(p, 1));
+        }
+        m_seen = cells;
+        m_sunVisible = suns;
+    }
+
     static float over(float total, double hours) {
         return hours > 0.0 ? static_cast<float>(static_cast<double>(total) / hours) : 0.0f;
     }
@@ -581,20 +677,26 @@ private:
                          : m_rays.one(ground.pieces[i].direction));
                 if (free[cell.set].contains(cell.azimuth, cell.altitude) &&
                     !untouched[cell.set].contains(cell.azimuth, cell.altitude)) {
-                    seen -= weights[i] * (1.0f - groundThrough(ground.pieces[i].direction));
+                    seen -=
+                        weights[i] * (1.0f - groundThrough(ground.pieces[i].direction, weights[i]));
                 }
             }
         }
         m_groundView = all > 0.0f ? open * seen / all : open;
+        for (float& view : m_groundThrough) {
+            view *= all > 0.0f ? open / all : 0.0f;
+        }
     }
 
     /// What comes through of the ground's light over the period.
-    float groundThrough(const XYZf& direction) const {
+    float groundThrough(const XYZf& direction, float weight) {
         std::vector<float> through(m_shared.seasons.size());
         m_light->transmittances(m_origin, direction, through);
+        m_groundThrough.resize(through.size(), 0.0f);
         float share = 0.0f;
         for (std::size_t s = 0; s < through.size(); ++s) {
             share += m_shared.seasons[s].ground * through[s];
+            m_groundThrough[s] += weight * through[s];
         }
         return share;
     }
@@ -786,6 +888,7 @@ private:
     std::array<std::array<float, cellCount>, 2> m_visible;     // of the cells' halves
     std::vector<std::array<float, patchCount>> m_patchWeights; // by season
     std::vector<ThroughCell> m_through;
+    std::vector<float> m_groundThrough; // by season: of m_groundView, what comes through something
     // Of the sun cells: energy on the surface [Wh/m2], its visible share.
     std::array<float, cellCount + lanes> m_sunWeight;
     std::array<float, cellCount + lanes> m_sunVisible;
@@ -817,7 +920,9 @@ const HourlyAnalysisOptions& HourlyAnalysis::options() const {
 }
 
 SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
-                                      const Sensor& sensor, SensorHours* hours) const {
+                                      const Sensor& sensor, std::span<SensorPart> parts,
+                                      SensorHours* hours) const {
+    std::fill(parts.begin(), parts.end(), SensorPart());
     if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal) ||
         (light != nullptr && light->seasons() != options().seasons)) {
         if (hours != nullptr) {
@@ -826,12 +931,13 @@ SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Lig
         return {};
     }
     const bool looksThrough = light != nullptr && light->hasTranslucent();
-    return Evaluation(*m_prepared, rays, looksThrough ? light : nullptr, sensor).result(hours);
+    return Evaluation(*m_prepared, rays, looksThrough ? light : nullptr, sensor)
+        .result(hours, parts);
 }
 
 SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
                                       SensorHours* hours) const {
-    return evaluate(rays, nullptr, sensor, hours);
+    return evaluate(rays, nullptr, sensor, {}, hours);
 }
 
 std::vector<SkyDirections> HourlyAnalysis::firstRays() const {
@@ -849,25 +955,30 @@ std::size_t HourlyAnalysis::partCount() const {
     return m_prepared != nullptr ? m_prepared->parts.size() : 0;
 }
 
+const HourlyAnalysis::PartLight& HourlyAnalysis::partLight(std::size_t part) const {
+    return m_prepared->partLights[part];
+}
+
 SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
                                       std::span<SensorPart> parts, SensorHours* hours) const {
-    std::fill(parts.begin(), parts.end(), SensorPart());
-    if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal)) {
-        return evaluate(rays, sensor, hours);
-    }
-    return Evaluation(*m_prepared, rays, sensor).result(hours, parts);
+    return evaluate(rays, nullptr, sensor, parts, hours);
 }
 
 SensorResult HourlyAnalysis::evaluate(const OcclusionIndex& scene, const Sensor& sensor,
                                       SensorHours* hours) const {
     FastRayTransparency rays(scene);
-    return evaluate(rays, nullptr, sensor, hours);
+    return evaluate(rays, nullptr, sensor, {}, hours);
 }
 
 SensorResult HourlyAnalysis::evaluate(const LightScene& scene, const Sensor& sensor,
                                       SensorHours* hours) const {
+    return evaluate(scene, sensor, {}, hours);
+}
+
+SensorResult HourlyAnalysis::evaluate(const LightScene& scene, const Sensor& sensor,
+                                      std::span<SensorPart> parts, SensorHours* hours) const {
     FastRayTransparency rays(scene.opaque());
-    return evaluate(rays, &scene, sensor, hours);
+    return evaluate(rays, &scene, sensor, parts, hours);
 }
 
 bool HourlyAnalysis::evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
@@ -906,8 +1017,8 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene*
         const std::size_t end = std::min(first + blockSize, count);
         std::size_t next = first;
         for (; next < end && !options.stop.stop_requested(); ++next) {
-            results[next] =
-                evaluate(rays, light, sensors[next], next < hours.size() ? &hours[next] : nullptr);
+            results[next] = evaluate(rays, light, sensors[next], {},
+                                     next < hours.size() ? &hours[next] : nullptr);
         }
         if (next > first) {
             const std::lock_guard lock(reporting);

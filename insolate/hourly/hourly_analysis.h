@@ -99,12 +99,14 @@ struct SensorHours {
 };
 
 /// Radiation on one sensor in a part of the period. Parts that make up the period, each hour in one
-/// of them, add up to the sensor's beam, sky, ground and hours of sun within 1e-5 of its total.
+/// of them, add up to the sensor's beam, sky, ground and hours of sun within 1e-5 of its total;
+/// within 1e-3 where what materials let through changes with the date.
 struct SensorPart {
-    float total = 0;          ///< beam + sky + ground [Wh/m2]
+    float total = 0;          ///< beam + sky + ground + reflected [Wh/m2]
     float beam = 0;           ///< direct sun [Wh/m2]
     float sky = 0;            ///< diffuse sky [Wh/m2]
-    float ground = 0;         ///< reflected by the ground [Wh/m2]
+    float ground = 0;         ///< reflected by the open ground [Wh/m2]
+    float reflected = 0;      ///< see SensorResult
     float directSunHours = 0; ///< [hours]
 };
 
@@ -128,7 +130,8 @@ public:
     explicit HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options = {});
     /// Radiation in parts of the period as well, such as the months of a year, by the same rays.
     /// @param parts skies of the same weather with the same options, each of a period within the
-    ///        sky's own; they may overlap and leave gaps
+    ///        sky's own; they may overlap and leave gaps. Their skyHours, beams and patchRadiance
+    ///        may be left out where there is one season.
     HourlyAnalysis(HourlySky sky, const HourlyAnalysisOptions& options,
                    const std::vector<HourlySky>& parts);
     HourlyAnalysis(HourlyAnalysis&&) noexcept;
@@ -162,8 +165,17 @@ public:
 
     /// The parts that the analysis was made with.
     std::size_t partCount() const;
+    /// The light of a part, for what is known of directions alone.
+    struct PartLight {
+        double diffuseHorizontal = 0.0; ///< [Wh/m2]
+        double groundReflected = 0.0;   ///< by open ground [Wh/m2]
+        std::vector<SunCell> sunCells;
+    };
+    const PartLight& partLight(std::size_t part) const;
     /// The same, with the sensor's radiation in each of the parts, as many as partCount().
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,
+                          std::span<SensorPart> parts, SensorHours* hours = nullptr) const;
+    SensorResult evaluate(const LightScene& scene, const Sensor& sensor,
                           std::span<SensorPart> parts, SensorHours* hours = nullptr) const;
 
     /// The same for many sensors, in parallel. results[i] is that of sensors[i], and hours[i],
@@ -191,7 +203,8 @@ private:
     struct Prepared;
     class Evaluation;
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
-                          const Sensor& sensor, SensorHours* hours) const;
+                          const Sensor& sensor, std::span<SensorPart> parts,
+                          SensorHours* hours) const;
     bool evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
                   std::span<const Sensor> sensors, std::span<SensorResult> results,
                   const EvaluateOptions& options, std::span<SensorHours> hours) const;

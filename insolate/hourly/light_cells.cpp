@@ -11,6 +11,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <span>
 #include <tuple>
 
 namespace insolate {
@@ -41,26 +42,41 @@ std::uint64_t bitsOfPlace(const XYZf& p, const XYZf& n) {
 /// (Roberts 2018, "The unreasonable effectiveness of quasirandom sequences").
 constexpr double plasticX = 0.7548776662466927;
 constexpr double plasticY = 0.5698402909980532;
+/// A third coordinate: the golden ratio's fraction, which has no simple ratio to the others.
+constexpr double golden = 0.6180339887498949;
 
-double fraction(double value) {
+/// From 0 to below 1.
+double wrapped(double value) {
     return value - std::floor(value);
 }
 
 /// The cell of a landing: a cube of space of the size, the side of the surface in steps of some 19
 /// degrees, and its material. Cubes are moved off the round numbers on which surfaces like to lie.
-std::uint64_t keyOf(const std::array<double, 3>& position, const XYZf& normal,
-                    std::uint32_t material, int level) {
+std::uint64_t keyOf(const XYZf& place, const XYZf& normal, std::uint32_t material, int level) {
     constexpr std::array<double, 3> move{0.3719, 0.4127, 0.3361};
+    const std::array<double, 3> position{static_cast<double>(place.x), static_cast<double>(place.y),
+                                         static_cast<double>(place.z)};
     const double size = std::ldexp(1.0, level);
     std::uint64_t key = mixedBits(static_cast<std::uint64_t>(level + 128), material);
     for (std::size_t k = 0; k < 3; ++k) {
-        const double place = std::clamp(std::floor(position[k] / size + move[k]), -1e15, 1e15);
-        key = mixedBits(key, static_cast<std::uint64_t>(static_cast<std::int64_t>(place)));
+        const double cube = std::clamp(std::floor(position[k] / size + move[k]), -1e15, 1e15);
+        key = mixedBits(key, static_cast<std::uint64_t>(static_cast<std::int64_t>(cube)));
     }
     for (const float component : {normal.x, normal.y, normal.z}) {
         key = mixedBits(key, static_cast<std::uint64_t>(std::lround(3.0f * component) + 8));
     }
     return key;
+}
+
+std::array<double, 3> placeAt(const XYZf& origin, const XYZf& direction, double distance) {
+    return {static_cast<double>(origin.x) + distance * static_cast<double>(direction.x),
+            static_cast<double>(origin.y) + distance * static_cast<double>(direction.y),
+            static_cast<double>(origin.z) + distance * static_cast<double>(direction.z)};
+}
+
+/// The side of a surface that a ray meets.
+XYZf against(const XYZf& normal, const XYZf& direction) {
+    return dotProduct(normal, direction) > 0.0f ? scaled(normal, -1.0f) : normal;
 }
 
 /// Rays of a cell in proportion to what hangs on it.
@@ -72,12 +88,34 @@ std::size_t raysFor(std::uint32_t weight, double perRay, std::size_t most) {
 bool before(const Landing& a, const Landing& b) {
     const auto rank = [](const Landing& l) {
         return std::tie(l.key, l.order, l.position.x, l.position.y, l.position.z, l.normal.x,
-                        l.normal.y, l.normal.z, l.weight);
+                        l.normal.y, l.normal.z, l.weight, l.start);
     };
     return rank(a) < rank(b);
 }
 
 } // namespace
+
+std::uint64_t LightGatherer::placeInSpace(const XYZf& position) const {
+    // Bits of the three coordinates in turn (Morton 1966, "A computer oriented geodetic data
+    // base").
+    constexpr int bits = 16;
+    const XYZf size = difference(m_scene.high(), m_scene.low());
+    const float largest = std::max({size.x, size.y, size.z, 1e-6f});
+    const auto steps = [&](float value, float low) {
+        const float place = (value - low) / largest * 65535.0f;
+        return static_cast<std::uint64_t>(place > 0.0f ? std::min(place, 65535.0f) : 0.0f);
+    };
+    const std::array<std::uint64_t, 3> places{steps(position.x, m_scene.low().x),
+                                              steps(position.y, m_scene.low().y),
+                                              steps(position.z, m_scene.low().z)};
+    std::uint64_t code = 0;
+    for (int bit = bits - 1; bit >= 0; --bit) {
+        for (const std::uint64_t place : places) {
+            code = code << 1U | (place >> bit & 1U);
+        }
+    }
+    return code;
+}
 
 float LightGatherer::through(const XYZf& origin, const XYZf& direction, double distance) const {
     if (!m_scene.hasTranslucent()) {
@@ -93,21 +131,72 @@ float LightGatherer::through(const XYZf& origin, const XYZf& direction, double d
     return share;
 }
 
+std::uint32_t LightGatherer::append(const Ray& ray, double distance, const XYZf& facing,
+                                    std::uint32_t material, Gathered& gathered) {
+    const std::array<double, 3> position = placeAt(ray.origin, ray.direction, distance);
+    Landing landing{};
+    landing.position = {static_cast<float>(position[0]), static_cast<float>(position[1]),
+                        static_cast<float>(position[2])};
+    landing.normal = facing;
+    landing.material = material;
+    landing.start = ray.start;
+    landing.distance = static_cast<float>(distance);
+    landing.order = bitsOfPlace(landing.position, facing);
+    gathered.landings.push_back(landing);
+    return static_cast<std::uint32_t>(gathered.landings.size() - 1);
+}
+
+void LightGatherer::appendCrossed(const Ray& ray, double distance, Gathered& gathered) const {
+    static thread_local std::vector<RayHit> hits;
+    m_scene.translucent().allHits(ray.origin, ray.direction, hits);
+    std::erase_if(hits, [&](const RayHit& hit) {
+        const LightScene::Surface& surface = m_scene.translucentSurface(hit.triangle);
+        const Material& material = m_scene.materials()[surface.material];
+        return !(hit.distance < distance) || material.passage == Material::Passage::Crown ||
+               !(material.reflectance > 0.0f) || vectorLength(surface.normal) == 0.0f;
+    });
+    if (hits.empty()) {
+        return;
+    }
+    const auto count = static_cast<double>(hits.size());
+    const double draw = unitNumber(mixedBits(bitsOfPlace(ray.origin, ray.direction), 5));
+    const RayHit& hit = hits[static_cast<std::size_t>(std::floor(draw * count))];
+    const LightScene::Surface& surface = m_scene.translucentSurface(hit.triangle);
+    gathered.through.push_back(static_cast<float>(count) *
+                               through(ray.origin, ray.direction, hit.distance));
+    gathered.found.push_back(append(ray, hit.distance, against(surface.normal, ray.direction),
+                                    surface.material, gathered));
+}
+
+void LightGatherer::divide(Gathered& gathered, std::size_t spread, double leastCell,
+                           std::uint32_t weight) {
+    // Twice the distance between neighbouring rays where they land. With four times, one place
+    // stands for too much of a deep street: 15 % off in the closed form of two widths. Finer cells
+    // cost more, and the lattice averages over them all the same.
+    const double growth = 2.0 * std::sqrt(std::numbers::pi / static_cast<double>(spread));
+    for (Landing& landing : gathered.landings) {
+        const double size = std::max(leastCell, growth * static_cast<double>(landing.distance));
+        landing.key = keyOf(landing.position, landing.normal, landing.material,
+                            static_cast<int>(std::floor(std::log2(size))));
+        landing.weight = weight;
+    }
+}
+
 void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::size_t first,
-                           std::size_t end, std::size_t spread, double leastCell,
-                           std::uint32_t weight, Gathered& gathered) const {
+                           std::size_t end, Gathered& gathered) const {
     const bool everywhere = vectorLength(normal) == 0.0f;
     const std::array<XYZf, 2> across = acrossOf(everywhere ? XYZf{0, 0, 1} : normal);
     const std::uint64_t seed = bitsOfPlace(origin, normal);
     const double shiftX = unitNumber(mixedBits(seed, 1));
     const double shiftY = unitNumber(mixedBits(seed, 2));
+    const double shiftStart = unitNumber(mixedBits(seed, 4));
     static thread_local std::vector<XYZf> directions;
     static thread_local std::vector<RayHit> hits;
     directions.clear();
     for (std::size_t ray = first; ray < end; ++ray) {
         const auto number = static_cast<double>(ray);
-        const double u = fraction(shiftX + number * plasticX);
-        const double turn = 2.0 * std::numbers::pi * fraction(shiftY + number * plasticY);
+        const double u = wrapped(shiftX + number * plasticX);
+        const double turn = 2.0 * std::numbers::pi * wrapped(shiftY + number * plasticY);
         // Evenly by projected solid angle, or over the whole sphere.
         const double up = everywhere ? 1.0 - 2.0 * u : std::sqrt(1.0 - u);
         const double flat = std::sqrt(std::max(1.0 - up * up, 0.0));
@@ -119,66 +208,47 @@ void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::size_t f
     }
     hits.resize(directions.size());
     m_scene.opaque().nearestHits(origin, directions, hits);
-    // Twice the distance between neighbouring rays where they land. With four times, one place
-    // stands for too much of a deep street: 15 % off in the closed form of two widths. Finer cells
-    // cost more, and the lattice averages over them all the same.
-    const double growth =
-        2.0 * std::sqrt((everywhere ? 4.0 : 1.0) * std::numbers::pi / static_cast<double>(spread));
+    const bool hasTranslucent = m_scene.hasTranslucent();
     for (std::size_t i = 0; i < directions.size(); ++i) {
-        const XYZf& direction = directions[i];
-        gathered.found.push_back(Gathered::nothing);
-        gathered.through.push_back(1.0f);
+        const Ray ray{
+            origin, directions[i],
+            static_cast<float>(wrapped(shiftStart + golden * static_cast<double>(first + i)))};
+        const XYZf& direction = ray.direction;
+        ++gathered.rays;
         double distance = hits[i].distance;
         XYZf facing{0, 0, 1};
         std::uint32_t material = groundMaterial;
-        if (hits[i].triangle != RayHit::none) {
-            if (!m_ground.lit && direction.z < 0.0f) {
-                continue;
-            }
+        const bool blocked = hits[i].triangle != RayHit::none;
+        const bool below = direction.z < 0.0f;
+        if (below && !m_ground.lit) {
+            continue; // what is there throws back what open ground does, in the ground's own light
+        }
+        if (hasTranslucent) {
+            appendCrossed(ray, blocked ? distance : std::numeric_limits<double>::infinity(),
+                          gathered);
+        }
+        if (blocked) {
             ++gathered.blocked;
             const LightScene::Surface& surface = m_scene.surface(hits[i].triangle);
-            facing = surface.normal;
-            if (dotProduct(facing, direction) > 0.0f) {
-                facing = scaled(facing, -1.0f);
-            }
+            facing = against(surface.normal, direction);
             material = surface.material;
-        } else if (m_ground.lit && direction.z < 0.0f) {
+        } else if (below) {
             distance = (m_ground.height - static_cast<double>(origin.z)) /
                        static_cast<double>(direction.z);
+            if (!(distance > 0.0) || !m_ground.isShadowed(placeAt(origin, direction, distance)) ||
+                !(m_ground.reflectance > 0.0f)) {
+                gathered.found.push_back(Gathered::farGround);
+                gathered.through.push_back(1.0f);
+                continue;
+            }
         } else {
             continue;
         }
-        const std::array<double, 3> position{
-            static_cast<double>(origin.x) + distance * static_cast<double>(direction.x),
-            static_cast<double>(origin.y) + distance * static_cast<double>(direction.y),
-            static_cast<double>(origin.z) + distance * static_cast<double>(direction.z)};
-        if (material == groundMaterial &&
-            !(distance > 0.0 && position[0] >= static_cast<double>(m_ground.low.x) &&
-              position[0] <= static_cast<double>(m_ground.high.x) &&
-              position[1] >= static_cast<double>(m_ground.low.y) &&
-              position[1] <= static_cast<double>(m_ground.high.y))) {
-            gathered.found.back() = Gathered::farGround;
-            continue;
-        }
-        gathered.through.back() = through(origin, direction, distance);
         if (!(reflectance(material) > 0.0f) || vectorLength(facing) == 0.0f) {
-            if (material == groundMaterial) {
-                gathered.found.back() = Gathered::farGround; // dark ground, with shadow or without
-            }
             continue;
         }
-        const int level =
-            static_cast<int>(std::floor(std::log2(std::max(leastCell, growth * distance))));
-        Landing landing;
-        landing.position = {static_cast<float>(position[0]), static_cast<float>(position[1]),
-                            static_cast<float>(position[2])};
-        landing.normal = facing;
-        landing.material = material;
-        landing.key = keyOf(position, facing, material, level);
-        landing.order = bitsOfPlace(landing.position, facing);
-        landing.weight = weight;
-        gathered.found.back() = static_cast<std::uint32_t>(gathered.landings.size());
-        gathered.landings.push_back(landing);
+        gathered.through.push_back(through(origin, direction, distance));
+        gathered.found.push_back(append(ray, distance, facing, material, gathered));
     }
 }
 
@@ -216,29 +286,37 @@ std::uint32_t LightCells::find(std::uint64_t key) const {
 
 std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const LightSources& sources,
                                        const Options& options, bool withLinks) {
-    /// Rays of a cell for each ray of a sensor that found it. Four to the sources leave less than
-    /// the lattice itself does.
-    constexpr double sourceRays = 4.0;
-    constexpr double linkRays = 1.0;
+    /// Rays of a cell for each ray of a sensor that found it. Two to the sources leave less than
+    /// the lattice itself does; what comes to a cell from others is a small part of its light.
+    constexpr double sourceRays = 2.0;
+    constexpr double linkRays = 0.5;
     m_bins = sources.binCount();
-    m_received.resize(m_cells.size() * m_bins, 0.0f);
+    m_direct.resize(m_cells.size() * m_bins, 0.0f);
     const std::size_t first = m_lit;
     const std::size_t count = m_cells.size() - first;
     const std::size_t blocks = (count + cellsPerBlock - 1) / cellsPerBlock;
-    struct Block {
+    struct LitCells {
         std::vector<Link> links;
         std::vector<Landing> landings;
         std::size_t rays = 0;
     };
-    std::vector<Block> done(blocks);
+    std::vector<LitCells> done(blocks);
+    // Neighbours follow each other: they meet the same parts of the scene.
+    std::vector<std::pair<std::uint64_t, std::size_t>> order;
+    order.reserve(count);
+    for (std::size_t c = first; c < m_cells.size(); ++c) {
+        order.emplace_back(gatherer.placeInSpace(m_cells[c].landing.position), c);
+    }
+    tbb::parallel_sort(order.begin(), order.end());
     tbb::parallel_for(std::size_t{0}, blocks, [&](std::size_t number) {
-        Block& block = done[number];
+        LitCells& block = done[number];
         std::vector<LightSources::Ray> rays;
         std::vector<XYZf> directions;
         std::vector<std::uint8_t> occluded;
         Gathered gathered;
-        const std::size_t end = std::min(first + (number + 1) * cellsPerBlock, m_cells.size());
-        for (std::size_t c = first + number * cellsPerBlock; c < end; ++c) {
+        const std::size_t end = std::min((number + 1) * cellsPerBlock, count);
+        for (std::size_t i = number * cellsPerBlock; i < end; ++i) {
+            const std::size_t c = order[i].second;
             Cell& cell = m_cells[c];
             const Landing& landing = cell.landing;
             // Off the surface by more than positions are rounded, and by less than the hundredth
@@ -248,7 +326,7 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
                           std::fabs(landing.position.z)});
             const XYZf origin =
                 sum(landing.position, scaled(landing.normal, 0.002f + size * 0x1p-22f));
-            sources.draw(landing.normal, landing.order,
+            sources.draw(landing.normal, landing.order, landing.start,
                          raysFor(landing.weight, sourceRays, options.cellRays), rays);
             directions.clear();
             for (const LightSources::Ray& ray : rays) {
@@ -256,35 +334,44 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
             }
             occluded.assign(rays.size(), 0);
             gatherer.scene().opaque().areOccluded(origin, directions, occluded);
-            float* received = m_received.data() + c * m_bins;
-            for (std::size_t i = 0; i < rays.size(); ++i) {
-                if (occluded[i] == 0) {
-                    received[rays[i].bin] +=
-                        rays[i].light * gatherer.through(origin, rays[i].direction,
+            float* received = m_direct.data() + c * m_bins;
+            for (std::size_t r = 0; r < rays.size(); ++r) {
+                if (occluded[r] == 0) {
+                    received[rays[r].bin] +=
+                        rays[r].light * gatherer.through(origin, rays[r].direction,
                                                          std::numeric_limits<double>::infinity());
                 }
             }
             block.rays += rays.size();
+            cell.isLinked = !withLinks; // nothing to be known
             if (!withLinks) {
                 continue;
             }
-            const std::size_t links = raysFor(landing.weight, linkRays, options.linkRays);
+            // Cells on which little hangs have links by chance.
+            const double wanted = linkRays * static_cast<double>(landing.weight) / Landing::oneRay;
+            const auto links = static_cast<std::size_t>(
+                std::min(std::floor(wanted + unitNumber(mixedBits(landing.order, 3))),
+                         static_cast<double>(options.linkRays)));
+            cell.chance = static_cast<float>(std::min(wanted, 1.0));
+            cell.linkRays = static_cast<std::uint32_t>(links);
+            cell.firstLink = block.links.size();
+            if (links == 0) {
+                continue;
+            }
             gathered.clear();
             const double share = static_cast<double>(landing.weight) *
                                  static_cast<double>(gatherer.reflectance(landing.material)) /
                                  static_cast<double>(links);
-            gatherer.gather(origin, landing.normal, 0, links, std::max<std::size_t>(links, 16),
-                            options.leastLinkCell,
-                            static_cast<std::uint32_t>(std::clamp(share, 1.0, 4.0e9)), gathered);
+            gatherer.gather(origin, landing.normal, 0, links, gathered);
+            LightGatherer::divide(gathered, std::max<std::size_t>(links, 16), options.leastLinkCell,
+                                  static_cast<std::uint32_t>(std::clamp(share, 1.0, 4.0e9)));
             block.rays += links;
-            cell.linkRays = static_cast<std::uint32_t>(links);
-            cell.firstLink = block.links.size();
-            for (std::size_t i = 0; i < gathered.found.size(); ++i) {
-                if (gathered.found[i] == Gathered::farGround) {
+            for (std::size_t r = 0; r < gathered.found.size(); ++r) {
+                if (gathered.found[r] == Gathered::farGround) {
                     cell.farGround += 1.0f / static_cast<float>(links);
-                } else if (gathered.found[i] != Gathered::nothing) {
-                    const Landing& found = gathered.landings[gathered.found[i]];
-                    block.links.push_back({found.key, gathered.through[i], none});
+                } else {
+                    const Landing& found = gathered.landings[gathered.found[r]];
+                    block.links.push_back({found.key, gathered.through[r], none});
                     block.landings.push_back(found);
                 }
             }
@@ -293,10 +380,10 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     });
     std::vector<Landing> landings;
     for (std::size_t number = 0; number < blocks; ++number) {
-        Block& block = done[number];
-        const std::size_t end = std::min(first + (number + 1) * cellsPerBlock, m_cells.size());
-        for (std::size_t c = first + number * cellsPerBlock; c < end; ++c) {
-            m_cells[c].firstLink += m_links.size();
+        LitCells& block = done[number];
+        const std::size_t end = std::min((number + 1) * cellsPerBlock, count);
+        for (std::size_t i = number * cellsPerBlock; i < end; ++i) {
+            m_cells[order[i].second].firstLink += m_links.size();
         }
         m_links.insert(m_links.end(), block.links.begin(), block.links.end());
         landings.insert(landings.end(), block.landings.begin(), block.landings.end());
@@ -307,96 +394,218 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     return landings;
 }
 
+/// Values of cells without links of their own: the mean of cells with links that look the same way
+/// and that some cell sees as well as them; where there are none, of the cells that see them.
+class LightCells::Unlinked {
+public:
+    explicit Unlinked(const LightCells& cells) : m_cells(cells.m_cells) {
+        constexpr float sameWay = 0.5f;
+        constexpr std::size_t mostAlike = 8;
+        for (std::size_t c = 0; c < m_cells.size(); ++c) {
+            const Cell& cell = m_cells[c];
+            const std::span<const Link> links =
+                std::span(cells.m_links).subspan(cell.firstLink, cell.linkCount);
+            for (const Link& link : links) {
+                if (!cell.isLinked || link.cell == none || m_cells[link.cell].isLinked) {
+                    continue;
+                }
+                const XYZf& normal = m_cells[link.cell].landing.normal;
+                std::size_t alike = 0;
+                for (const Link& other : links) {
+                    if (other.cell != none && m_cells[other.cell].isLinked && alike < mostAlike &&
+                        dotProduct(normal, m_cells[other.cell].landing.normal) > sameWay) {
+                        m_models.push_back({link.cell, false, other.cell});
+                        ++alike;
+                    }
+                }
+                m_models.push_back({link.cell, true, static_cast<std::uint32_t>(c)});
+            }
+        }
+        tbb::parallel_sort(m_models.begin(), m_models.end());
+        for (std::size_t i = 0; i < m_models.size(); ++i) {
+            const bool isFirst = i == 0 || m_models[i].cell != m_models[i - 1].cell;
+            if (isFirst) {
+                m_runs.push_back({i, i});
+            }
+            if (m_models[i].isFinder == m_models[m_runs.back().first].isFinder) {
+                m_runs.back().second = i + 1;
+            }
+        }
+    }
+
+    void fill(std::vector<float>& values, std::size_t bins) const {
+        tbb::parallel_for(std::size_t{0}, m_runs.size(), [&](std::size_t k) {
+            const auto [first, end] = m_runs[k];
+            float* const to = values.data() + std::size_t{m_models[first].cell} * bins;
+            const auto count = static_cast<float>(end - first);
+            for (std::size_t b = 0; b < bins; ++b) {
+                float all = 0.0f;
+                for (std::size_t i = first; i < end; ++i) {
+                    all += values[std::size_t{m_models[i].model} * bins + b];
+                }
+                to[b] = all / count;
+            }
+        });
+    }
+
+    /// What nobody sees but sensors: the mean of the cells that look up, aside or down like it, by
+    /// what hangs on them.
+    void fillOthers(std::vector<float>& values, std::size_t bins) const {
+        constexpr std::size_t classes = 3;
+        const auto classOf = [&](std::size_t c) -> std::size_t {
+            constexpr float steep = 0.5f;
+            const float up = m_cells[c].landing.normal.z;
+            return up > steep ? 0 : up < -steep ? 2 : 1;
+        };
+        std::vector<double> sums(classes * bins, 0.0);
+        std::array<double, classes> weights{};
+        std::vector<bool> isKnown(m_cells.size(), false);
+        for (const auto& [first, end] : m_runs) {
+            isKnown[m_models[first].cell] = true;
+        }
+        for (std::size_t c = 0; c < m_cells.size(); ++c) {
+            if (m_cells[c].isLinked) {
+                isKnown[c] = true;
+                const double weight = m_cells[c].expected();
+                weights[classOf(c)] += weight;
+                for (std::size_t b = 0; b < bins; ++b) {
+                    sums[classOf(c) * bins + b] +=
+                        weight * static_cast<double>(values[c * bins + b]);
+                }
+            }
+        }
+        for (std::size_t c = 0; c < m_cells.size(); ++c) {
+            const double weight = weights[classOf(c)];
+            for (std::size_t b = 0; b < bins && !isKnown[c] && weight > 0.0; ++b) {
+                values[c * bins + b] = static_cast<float>(sums[classOf(c) * bins + b] / weight);
+            }
+        }
+    }
+
+private:
+    const std::vector<Cell>& m_cells;
+    struct Model {
+        std::uint32_t cell;
+        bool isFinder;       ///< which sees the cell, and is not like it
+        std::uint32_t model; ///< the cell whose values it takes
+        auto operator<=>(const Model&) const = default;
+    };
+    std::vector<Model> m_models;
+    std::vector<std::pair<std::size_t, std::size_t>> m_runs; ///< in m_models, of each cell
+};
+
+/// Light of the cells' links on them, by bin.
+void LightCells::receive(const std::vector<float>& thrown, std::vector<float>& received) const {
+    tbb::parallel_for(std::size_t{0}, m_cells.size(), [&](std::size_t c) {
+        const Cell& cell = m_cells[c];
+        float* const out = received.data() + c * m_bins;
+        std::fill(out, out + m_bins, 0.0f);
+        if (!cell.isLinked || cell.linkRays == 0) {
+            return;
+        }
+        // Links into cells that nobody lit take the mean of the others.
+        std::uint32_t missing = 0;
+        for (std::size_t l = cell.firstLink; l < cell.firstLink + cell.linkCount; ++l) {
+            if (m_links[l].cell == none) {
+                ++missing;
+                continue;
+            }
+            const float* const from = thrown.data() + std::size_t{m_links[l].cell} * m_bins;
+            for (std::size_t b = 0; b < m_bins; ++b) {
+                out[b] += m_links[l].through * from[b];
+            }
+        }
+        if (missing < cell.linkCount) {
+            const float scale =
+                static_cast<float>(cell.linkCount) /
+                (static_cast<float>(cell.linkCount - missing) * static_cast<float>(cell.linkRays));
+            for (std::size_t b = 0; b < m_bins; ++b) {
+                out[b] *= scale;
+            }
+        }
+    });
+}
+
 LightCells::Exchange LightCells::exchange(const LightGatherer& gatherer, const Options& options) {
     constexpr int mostBounces = 500;
     constexpr double enough = 1e-3; // of the reflected light, left beyond the last reflection
     tbb::parallel_for(std::size_t{0}, m_links.size(),
                       [&](std::size_t i) { m_links[i].cell = find(m_links[i].key); });
     const std::size_t count = m_cells.size();
-    // What the cells throw back of the light of the n-th reflection, and of all so far.
-    std::vector<float> term(m_received.size());
-    std::vector<float> next(m_received.size());
-    const auto reflectanceOf = [&](std::size_t c) {
-        return gatherer.reflectance(m_cells[c].landing.material);
-    };
-    const auto sumOf = [&](const std::vector<float>& thrown) {
+    m_indirect.assign(m_direct.size(), 0.0f);
+    for (std::size_t c = 0; c < count; ++c) {
+        Cell& cell = m_cells[c];
+        const auto links = m_links.begin() + static_cast<std::ptrdiff_t>(cell.firstLink);
+        cell.isLinked =
+            cell.isLinked ||
+            (cell.linkRays > 0 &&
+             (cell.linkCount == 0 || std::any_of(links, links + cell.linkCount,
+                                                 [](const Link& l) { return l.cell != none; })));
+        // Light of the open ground far away arrives like that of the sky.
+        m_indirect[c * m_bins] = cell.isLinked ? cell.farGround * gatherer.ground().light : 0.0f;
+    }
+    const Unlinked unlinked(*this);
+    unlinked.fill(m_indirect, m_bins);
+    // What the cells throw back of the light of the n-th reflection.
+    std::vector<float> thrown(m_direct.size());
+    std::vector<float> received = m_direct;
+    for (std::size_t i = 0; i < received.size(); ++i) {
+        received[i] += m_indirect[i];
+    }
+    const auto throwBack = [&] {
         double all = 0.0;
         for (std::size_t c = 0; c < count; ++c) {
+            const float reflectance = gatherer.reflectance(m_cells[c].landing.material);
             double light = 0.0;
-            for (std::size_t b = 0; b < m_bins; ++b) {
-                light += static_cast<double>(thrown[c * m_bins + b]);
+            for (std::size_t i = c * m_bins; i < (c + 1) * m_bins; ++i) {
+                thrown[i] = reflectance * received[i];
+                light += static_cast<double>(thrown[i]);
             }
-            all += light * static_cast<double>(m_cells[c].landing.weight);
+            all += m_cells[c].isLinked ? light * m_cells[c].expected() : 0.0;
         }
         return all;
     };
-    for (std::size_t c = 0; c < count; ++c) {
-        // Light of the open ground far away arrives like that of the sky.
-        m_received[c * m_bins] += m_cells[c].farGround * gatherer.ground().light;
-        for (std::size_t b = 0; b < m_bins; ++b) {
-            term[c * m_bins + b] = reflectanceOf(c) * m_received[c * m_bins + b];
-        }
-    }
-    std::vector<float> whole = term;
     Exchange result;
-    double last = sumOf(term);
+    double last = throwBack();
     double all = last;
+    double least = 1.0;
     const int most = options.bounces > 0 ? options.bounces : mostBounces;
     while (result.bounces < most && last > 0.0) {
-        tbb::parallel_for(std::size_t{0}, count, [&](std::size_t c) {
-            const Cell& cell = m_cells[c];
-            float* out = next.data() + c * m_bins;
-            std::fill(out, out + m_bins, 0.0f);
-            // Links into cells that nobody lit take the mean of the others.
-            std::uint32_t missing = 0;
-            for (std::size_t l = cell.firstLink; l < cell.firstLink + cell.linkCount; ++l) {
-                if (m_links[l].cell == none) {
-                    ++missing;
-                    continue;
-                }
-                const float* from = term.data() + std::size_t{m_links[l].cell} * m_bins;
-                for (std::size_t b = 0; b < m_bins; ++b) {
-                    out[b] += m_links[l].through * from[b];
-                }
-            }
-            if (missing < cell.linkCount) {
-                const float scale = reflectanceOf(c) * static_cast<float>(cell.linkCount) /
-                                    (static_cast<float>(cell.linkCount - missing) *
-                                     static_cast<float>(cell.linkRays));
-                for (std::size_t b = 0; b < m_bins; ++b) {
-                    out[b] *= scale;
-                }
-            }
-        });
-        std::swap(term, next);
+        receive(thrown, received);
+        unlinked.fill(received, m_bins);
         ++result.bounces;
-        for (std::size_t i = 0; i < whole.size(); ++i) {
-            whole[i] += term[i];
+        for (std::size_t i = 0; i < received.size(); ++i) {
+            m_indirect[i] += received[i];
         }
-        const double now = sumOf(term);
+        const double now = throwBack();
         all += now;
+        // Few links make closed circles between some cells, which in the end are all that is left:
+        // of a ratio that rises for that, the least one is the scene's.
+        constexpr double risen = 1.1;
         const double ratio = now / last;
+        least = std::min(least, ratio);
         last = now;
         if (options.bounces == 0) {
-            result.converged = ratio < 0.9999;
-            const double beyond = result.converged ? now * ratio / (1.0 - ratio) : 0.0;
+            const double kept = ratio > risen * least ? least : ratio;
+            result.converged = kept < 0.9999;
+            const double beyond = result.converged ? now * kept / (1.0 - kept) : 0.0;
             if (result.converged && beyond <= enough * all) {
-                const auto factor = static_cast<float>(ratio / (1.0 - ratio));
-                for (std::size_t i = 0; i < whole.size(); ++i) {
-                    whole[i] += factor * term[i];
+                const auto factor = static_cast<float>(kept / (1.0 - kept));
+                for (std::size_t i = 0; i < received.size(); ++i) {
+                    m_indirect[i] += factor * received[i];
                 }
                 result.beyond = all > 0.0 ? beyond / (all + beyond) : 0.0;
                 break;
             }
         }
     }
-    m_received = std::move(whole);
+    unlinked.fillOthers(m_indirect, m_bins);
     return result;
 }
 
 std::size_t LightCells::bytes() const {
     return m_cells.capacity() * sizeof(Cell) + m_links.capacity() * sizeof(Link) +
-           m_places.capacity() * sizeof(m_places[0]) + 3 * m_received.capacity() * sizeof(float);
+           m_places.capacity() * sizeof(m_places[0]) + 4 * m_direct.capacity() * sizeof(float);
 }
 
 } // namespace insolate

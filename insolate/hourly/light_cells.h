@@ -4,9 +4,12 @@
 #include <insolate/hourly/light_sources.h>
 #include <insolate/rt/light_scene.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace insolate {
@@ -18,6 +21,11 @@ struct OpenGround {
     XYZf low{0, 0, 0}, high{0, 0, 0}; ///< x and y within which it lies in the scene's shadow
     float light = 0.0f;               ///< thrown back by the ground without a scene [Wh/m2]
     float reflectance = 0.0f;
+
+    bool isShadowed(const std::array<double, 3>& place) const {
+        return place[0] >= static_cast<double>(low.x) && place[0] <= static_cast<double>(high.x) &&
+               place[1] >= static_cast<double>(low.y) && place[1] <= static_cast<double>(high.y);
+    }
 };
 
 /// Where a ray met a surface.
@@ -27,24 +35,28 @@ struct Landing {
     XYZf position, normal;
     std::uint32_t material;
     std::uint32_t weight; ///< how much hangs on the cell, in rays of sensors times 2^12
+    float start;          ///< 0..1, even over the rays of a lattice: where draws of sources begin
+    float distance;       ///< of the ray that landed [model units]
 
     static constexpr std::uint32_t oneRay = 1U << 12U;
 };
 
-/// What the rays of one place found. Numbers of landings are places in `landings`.
+/// What the rays of one place found: an entry for each that ended on a surface or on the ground,
+/// and one for each that met glass or leaves on its way.
 struct Gathered {
-    static constexpr std::uint32_t nothing = 0xFFFFFFFFU;   ///< the sky, or what throws nothing
-    static constexpr std::uint32_t farGround = 0xFFFFFFFEU; ///< open ground without a shadow
+    static constexpr std::uint32_t farGround = 0xFFFFFFFFU; ///< open ground without a shadow
 
     std::vector<Landing> landings;
-    std::vector<std::uint32_t> found; ///< by ray
-    std::vector<float> through;       ///< by ray, what translucent surfaces let through
-    std::size_t blocked = 0;          ///< rays that met a surface, dark ones included
+    std::vector<std::uint32_t> found; ///< by entry, places in `landings`
+    std::vector<float> through;       ///< by entry, what translucent surfaces let through
+    std::size_t rays = 0;
+    std::size_t blocked = 0; ///< rays that met an opaque surface, dark ones included
 
     void clear() {
         landings.clear();
         found.clear();
         through.clear();
+        rays = 0;
         blocked = 0;
     }
 };
@@ -57,20 +69,36 @@ public:
                   std::vector<float> seasonShares)
         : m_scene(scene), m_ground(ground), m_seasonShares(std::move(seasonShares)) {}
 
-    /// Casts the rays `first` to `end` of the lattice of a place whose whole lattice has about
-    /// `spread` rays, and appends what they find. normal: unit, or zero for all directions.
-    /// leastCell: edge of the finest cells. weight: of each ray.
+    /// Casts the rays `first` to `end` of the lattice of a place and appends what they find, for
+    /// divide() to complete. normal: unit, or zero for all directions.
     void gather(const XYZf& origin, const XYZf& normal, std::size_t first, std::size_t end,
-                std::size_t spread, double leastCell, std::uint32_t weight,
                 Gathered& gathered) const;
+    /// Gives the landings of a place their cells and weights.
+    /// @param spread rays of its whole lattice, a quarter of them for one of all directions: the
+    ///        more, the finer the cells
+    /// @param leastCell edge of the finest cells
+    /// @param weight of each ray
+    static void divide(Gathered& gathered, std::size_t spread, double leastCell,
+                       std::uint32_t weight);
 
     /// What translucent surfaces let through over the period, of a ray into the sky or up to a
     /// distance.
     float through(const XYZf& origin, const XYZf& direction, double distance) const;
 
+    /// A number that is near for places near to each other.
+    std::uint64_t placeInSpace(const XYZf& position) const;
+
     float reflectance(std::uint32_t material) const {
         return material == groundMaterial ? m_ground.reflectance
                                           : m_scene.materials()[material].reflectance;
+    }
+    /// Of the scene's materials, each counted once: a guess before a lattice has met anything.
+    float meanReflectance() const {
+        float all = 0.0f;
+        for (const Material& material : m_scene.materials()) {
+            all += material.reflectance;
+        }
+        return all / static_cast<float>(m_scene.materials().size());
     }
     const LightScene& scene() const { return m_scene; }
     const OpenGround& ground() const { return m_ground; }
@@ -78,6 +106,17 @@ public:
     static constexpr std::uint32_t groundMaterial = 0xFFFFFFFFU;
 
 private:
+    struct Ray {
+        XYZf origin, direction;
+        float start; ///< see Landing
+    };
+    /// Appends a landing on a surface at a distance; gives its number.
+    static std::uint32_t append(const Ray& ray, double distance, const XYZf& facing,
+                                std::uint32_t material, Gathered& gathered);
+    /// Appends an entry for what a ray meets of panes and leaves on its way: one of them, drawn by
+    /// chance, stands for all. Crowns that are hulls reflect nothing.
+    void appendCrossed(const Ray& ray, double distance, Gathered& gathered) const;
+
     const LightScene& m_scene;
     OpenGround m_ground;
     std::vector<float> m_seasonShares;
@@ -110,9 +149,18 @@ public:
     };
     Exchange exchange(const LightGatherer& gatherer, const Options& options);
 
-    /// Light that a cell throws back, by bin [Wh/m2].
-    const float* thrownBack(std::uint32_t cell) const {
-        return m_received.data() + std::size_t{cell} * m_bins;
+    /// Light of the sun and the sky on a cell, by bin [Wh/m2].
+    const float* direct(std::uint32_t cell) const {
+        return m_direct.data() + std::size_t{cell} * m_bins;
+    }
+    /// Light of other surfaces on a cell, by bin [Wh/m2]: where it has no links of its own, that of
+    /// cells which see it, or else the mean of those that look like it up, aside or down.
+    const float* indirect(std::uint32_t cell) const {
+        return m_indirect.data() + std::size_t{cell} * m_bins;
+    }
+    /// The chance that a cell had of links, 0..1, where it has some; else 0.
+    float chanceOfLinks(std::uint32_t cell) const {
+        return m_cells[cell].isLinked ? m_cells[cell].chance : 0.0f;
     }
     std::size_t size() const { return m_cells.size(); }
     std::size_t rays() const { return m_rays; }
@@ -125,16 +173,28 @@ private:
         std::uint32_t linkCount = 0; ///< of m_links
         std::uint32_t linkRays = 0;  ///< that were cast
         float farGround = 0.0f;      ///< share of them that met open ground
+        float chance = 1.0f;         ///< that it had of any
+        bool isLinked = false;       ///< has rays to other cells that are known
+
+        /// What hangs on it and on those that had the same chance and no luck.
+        double expected() const {
+            return static_cast<double>(landing.weight) /
+                   std::max(static_cast<double>(chance), 1e-6);
+        }
     };
+    class Unlinked;
     struct Link {
         std::uint64_t key;
         float through;
         std::uint32_t cell;
     };
+    void receive(const std::vector<float>& thrown, std::vector<float>& received) const;
+
     std::vector<Cell> m_cells;
     std::vector<std::pair<std::uint64_t, std::uint32_t>> m_places; ///< by key
     std::vector<Link> m_links;
-    std::vector<float> m_received; ///< by cell and bin; after exchange() what is thrown back
+    std::vector<float> m_direct;   ///< by cell and bin
+    std::vector<float> m_indirect; ///< the same, after exchange()
     std::size_t m_bins = 1;
     std::size_t m_lit = 0;
     std::size_t m_rays = 0;

@@ -7,12 +7,11 @@
 #include <array>
 #include <cmath>
 #include <map>
+#include <span>
 #include <utility>
 
 namespace insolate {
 namespace {
-
-constexpr std::uint32_t noBin = 0xFFFFFFFFU;
 
 /// Parts of the sun's year: a sixth of the compass, below and above 35 degrees. What a scene lets
 /// through and throws back changes with the sun's direction; finer parts would leave few rays for
@@ -49,14 +48,14 @@ LightSources::LightSources(const HourlySky& sky, bool manyBins) {
         addGroup(std::move(patch));
     }
     std::vector<std::uint32_t> binOfSun;
-    std::map<std::uint32_t, std::uint32_t> bins;
     std::map<std::pair<int, int>, std::vector<Child>> suns;
     for (const SunCell& sun : sky.sunCells) {
         std::uint32_t bin = 0;
         if (manyBins) {
-            bin =
-                bins.emplace(binOfDirection(sun.cell), static_cast<std::uint32_t>(bins.size() + 1))
-                    .first->second;
+            bin = m_binOfPart
+                      .emplace(binOfDirection(sun.cell),
+                               static_cast<std::uint32_t>(m_binOfPart.size() + 1))
+                      .first->second;
         }
         binOfSun.push_back(bin);
         const float length = vectorLength(sun.energy);
@@ -70,8 +69,8 @@ LightSources::LightSources(const HourlySky& sky, bool manyBins) {
     for (auto& [place, group] : suns) {
         addGroup(std::move(group));
     }
-    arrange();
-    m_binCount = bins.size() + 1;
+    weigh();
+    m_binCount = m_binOfPart.size() + 1;
     findShares(sky, binOfSun);
 }
 
@@ -84,28 +83,67 @@ void LightSources::addGroup(std::vector<Child> children) {
         length += child.length;
         child.upTo = length;
     }
-    m_groups.push_back({std::move(children)});
+    XYZf vector{0, 0, 0};
+    for (const Child& child : children) {
+        vector = sum(vector, child.vector);
+    }
+    m_groups.push_back({std::move(children), vector});
 }
 
-void LightSources::arrange() {
-    m_laneLength = (m_groups.size() + lanes - 1) / lanes;
-    for (std::vector<float>* values : {&m_x, &m_y, &m_z, &m_length}) {
-        values->assign(m_laneLength * lanes, 0.0f);
+std::size_t LightSources::normalLike(const XYZf& n) {
+    const std::array<float, 3> v{n.x, n.y, n.z};
+    std::size_t axis = 0;
+    for (std::size_t k = 1; k < 3; ++k) {
+        axis = std::fabs(v[k]) > std::fabs(v[axis]) ? k : axis;
     }
-    for (std::size_t g = 0; g < m_groups.size(); ++g) {
-        const std::size_t at = place(g / m_laneLength, g % m_laneLength);
-        for (const Child& child : m_groups[g].children) {
-            m_x[at] += child.vector.x;
-            m_y[at] += child.vector.y;
-            m_z[at] += child.vector.z;
+    const float length = std::fabs(v[axis]);
+    const auto square = [&](float value) {
+        const float place = 0.5f * (value / length + 1.0f) * static_cast<float>(squares);
+        return std::min(static_cast<std::size_t>(std::max(place, 0.0f)), squares - 1);
+    };
+    const std::size_t side = 2 * axis + (v[axis] < 0.0f ? 1 : 0);
+    return (side * squares + square(v[(axis + 1) % 3])) * squares + square(v[(axis + 2) % 3]);
+}
+
+XYZf LightSources::normalOf(std::size_t number) {
+    const std::size_t side = number / (squares * squares);
+    const auto middle = [](std::size_t square) {
+        return 2.0f * (static_cast<float>(square) + 0.5f) / static_cast<float>(squares) - 1.0f;
+    };
+    std::array<float, 3> v{};
+    v[side / 2] = side % 2 == 0 ? 1.0f : -1.0f;
+    v[(side / 2 + 1) % 3] = middle(number / squares % squares);
+    v[(side / 2 + 2) % 3] = middle(number % squares);
+    const XYZf normal{v[0], v[1], v[2]};
+    return scaled(normal, 1.0f / vectorLength(normal));
+}
+
+void LightSources::weigh() {
+    // A group whose middle lies behind the surface may have cells in front of it: those within ten
+    // degrees, and the nine that the normal's place in its square may add, keep a small weight,
+    // which their rays make up for.
+    constexpr float behind = -0.33f;
+    constexpr float least = 0.06f;
+    m_weightsUpTo.reserve((everyDirection + 1) * m_groups.size());
+    for (std::size_t number = 0; number <= everyDirection; ++number) {
+        const XYZf normal = number < everyDirection ? normalOf(number) : XYZf{0, 0, 0};
+        float upTo = 0.0f;
+        for (const Group& group : m_groups) {
+            const float length = group.children.back().upTo;
+            const float along = dotProduct(normal, group.vector);
+            if (number == everyDirection) {
+                upTo += length;
+            } else if (along > behind * length) {
+                upTo += std::max(along, 0.0f) + least * length;
+            }
+            m_weightsUpTo.push_back(upTo);
         }
-        m_length[at] = m_groups[g].children.back().upTo;
     }
 }
 
 void LightSources::findShares(const HourlySky& sky, const std::vector<std::uint32_t>& binOfSun) {
     m_shares.assign(sky.skyHours.size() * m_binCount, 0.0f);
-    std::vector<double> sums(m_binCount, 0.0);
+    m_sums.assign(m_binCount, 0.0);
     const auto forAll = [&](const auto& take) {
         for (std::size_t h = 0; h < sky.skyHours.size(); ++h) {
             const SkyHour& hour = sky.skyHours[h];
@@ -117,60 +155,58 @@ void LightSources::findShares(const HourlySky& sky, const std::vector<std::uint3
             }
         }
     };
-    forAll([&](std::size_t, std::uint32_t bin, double light) { sums[bin] += light; });
+    forAll([&](std::size_t, std::uint32_t bin, double light) { m_sums[bin] += light; });
     forAll([&](std::size_t hour, std::uint32_t bin, double light) {
-        if (sums[bin] > 0.0) {
-            m_shares[hour * m_binCount + bin] += static_cast<float>(light / sums[bin]);
+        if (m_sums[bin] > 0.0) {
+            m_shares[hour * m_binCount + bin] += static_cast<float>(light / m_sums[bin]);
         }
     });
 }
 
-void LightSources::draw(const XYZf& normal, std::uint64_t seed, std::size_t count,
+std::vector<float> LightSources::sharesOfPart(double diffuseHorizontal,
+                                              const std::vector<SunCell>& sunCells) const {
+    std::vector<double> light(m_binCount, 0.0);
+    light[0] = diffuseHorizontal;
+    for (const SunCell& sun : sunCells) {
+        const auto found = m_binOfPart.find(binOfDirection(sun.cell));
+        light[found != m_binOfPart.end() ? found->second : 0] +=
+            static_cast<double>(vectorLength(sun.energy));
+    }
+    std::vector<float> shares(m_binCount, 0.0f);
+    for (std::size_t bin = 0; bin < m_sums.size(); ++bin) {
+        shares[bin] = m_sums[bin] > 0.0 ? static_cast<float>(light[bin] / m_sums[bin]) : 0.0f;
+    }
+    return shares;
+}
+
+void LightSources::draw(const XYZf& normal, std::uint64_t seed, float start, std::size_t count,
                         std::vector<Ray>& rays) const {
     rays.clear();
     const bool everywhere = vectorLength(normal) == 0.0f;
-    static thread_local std::vector<float> weights;
-    weights.resize(m_length.size());
-    // A group whose middle lies behind the surface may have cells in front of it: those within ten
-    // degrees keep a small weight, which their rays make up for.
-    constexpr float behind = -0.17f;
-    constexpr float least = 0.06f;
-    std::array<float, lanes> laneSums{};
-    for (std::size_t i = 0; i < weights.size(); i += lanes) {
-        for (std::size_t lane = 0; lane < lanes; ++lane) {
-            const std::size_t g = i + lane;
-            const float along = normal.x * m_x[g] + normal.y * m_y[g] + normal.z * m_z[g];
-            const float weight = std::max(along, 0.0f) + least * m_length[g];
-            const float front = along > behind * m_length[g] ? weight : 0.0f;
-            weights[g] = everywhere ? m_length[g] : front;
-            laneSums[lane] += weights[g];
-        }
-    }
-    double whole = 0.0;
-    for (const float part : laneSums) {
-        whole += static_cast<double>(part);
-    }
-    if (!(whole > 0.0) || count == 0) {
+    const std::size_t groups = m_groups.size();
+    const std::span<const float> upTo =
+        std::span(m_weightsUpTo)
+            .subspan((everywhere ? everyDirection : normalLike(normal)) * groups, groups);
+    if (groups == 0 || !(upTo.back() > 0.0f) || count == 0) {
         return;
     }
-    const double step = whole / static_cast<double>(count);
-    double next = step * unitNumber(mixedBits(seed));
-    double before = 0.0;
-    for (std::size_t lane = 0; lane < lanes && rays.size() < count; ++lane) {
-        const double laneEnd = before + static_cast<double>(laneSums[lane]);
-        double from = before;
-        for (std::size_t i = 0; i < m_laneLength && next < laneEnd && rays.size() < count; ++i) {
-            const std::size_t at = place(lane, i);
-            const auto weight = static_cast<double>(weights[at]);
-            for (; next < from + weight && rays.size() < count; next += step) {
-                const float inside = static_cast<float>((next - from) / weight) * m_length[at];
-                drawFrom(m_groups[lane * m_laneLength + i], inside,
-                         static_cast<float>(step / weight) * m_length[at], normal, everywhere,
-                         mixedBits(seed, rays.size() + 1), rays);
-            }
-            from += weight;
+    const double step = static_cast<double>(upTo.back()) / static_cast<double>(count);
+    const auto first = static_cast<double>(start);
+    auto group = upTo.begin();
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto place = static_cast<float>(step * (static_cast<double>(i) + first));
+        group = std::upper_bound(group, upTo.end() - 1, place);
+        const auto number = static_cast<std::size_t>(group - upTo.begin());
+        const float before = number > 0 ? upTo[number - 1] : 0.0f;
+        const float weight = *group - before;
+        if (!(weight > 0.0f)) {
+            continue; // by rounding, at the end
         }
-        before = laneEnd;
+        const Group& drawn = m_groups[number];
+        const float length = drawn.children.back().upTo;
+        drawFrom(drawn, std::clamp((place - before) / weight, 0.0f, 1.0f) * length,
+                 static_cast<float>(step) / weight * length, normal, everywhere,
+                 mixedBits(seed, i + 1), rays);
     }
 }
 

@@ -1,9 +1,10 @@
 /// The sun and the sky of a period as sources from which a surface draws a few rays.
 ///
-/// Sky cells and sun cells lie in groups of about ten degrees. A surface weighs the groups by its
-/// normal and draws from them in even steps, so that every ray stands for about the same light; the
-/// group's ray goes to one of its cells, drawn by what it has. The sum over the rays that nothing
-/// blocks is an unbiased estimate of what the surface receives.
+/// Sky cells and sun cells lie in groups of about ten degrees. The groups are weighed for some
+/// hundred normals; a surface draws from the weights of the one nearest to its own in even steps,
+/// so that every ray stands for about the same light; the group's ray goes to one of its cells,
+/// drawn by what it has. The sum over the rays that nothing blocks is an unbiased estimate of what
+/// the surface receives.
 ///
 /// Each ray also has a bin: 0 for the sky, others for parts of the sun's year. An hour's light of a
 /// bin is its share of the bin's sum, which is how sums are told apart into hours.
@@ -15,6 +16,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 namespace insolate {
@@ -43,8 +45,8 @@ public:
         std::uint32_t bin;
     };
     /// Draws `count` rays, or none without any light in front of the surface. normal: unit, or zero
-    /// for a point that takes light from everywhere.
-    void draw(const XYZf& normal, std::uint64_t seed, std::size_t count,
+    /// for a point that takes light from everywhere. start: 0..1, of the first of the even steps.
+    void draw(const XYZf& normal, std::uint64_t seed, float start, std::size_t count,
               std::vector<Ray>& rays) const;
 
     std::size_t binCount() const { return m_binCount; }
@@ -52,6 +54,10 @@ public:
     const float* sharesOfHour(std::size_t skyHour) const {
         return m_shares.data() + skyHour * m_binCount;
     }
+    /// The same for a part of the period, by bin.
+    /// @param diffuseHorizontal of the part [Wh/m2]
+    std::vector<float> sharesOfPart(double diffuseHorizontal,
+                                    const std::vector<SunCell>& sunCells) const;
 
 private:
     struct Child {
@@ -63,24 +69,28 @@ private:
     };
     struct Group {
         std::vector<Child> children;
+        XYZf vector{0, 0, 0}; ///< sum of the children's
     };
     static void drawFrom(const Group& group, float inside, float light, const XYZf& normal,
                          bool everywhere, std::uint64_t bits, std::vector<Ray>& rays);
     void addGroup(std::vector<Child> children);
-    void arrange();
+    void weigh();
     void findShares(const HourlySky& sky, const std::vector<std::uint32_t>& binOfSun);
 
-    /// Sums of weights run in as many lanes, each over neighbouring groups: the same sums for
-    /// every width of vectors.
-    static constexpr std::size_t lanes = 16;
-    std::size_t place(std::size_t lane, std::size_t inLane) const { return inLane * lanes + lane; }
+    /// Directions that stand for all normals: the middles of 9 by 9 squares on each side of a cube,
+    /// so that level and upright surfaces along the axes have their own.
+    static constexpr std::size_t squares = 9;
+    static std::size_t normalLike(const XYZf& normal);
+    static XYZf normalOf(std::size_t number);
+    static constexpr std::size_t everyDirection = 6 * squares * squares; ///< for points
 
     std::vector<Group> m_groups;
-    std::size_t m_laneLength = 0;
-    /// Of the groups, the lanes' first ones in front: vectors and lengths.
-    std::vector<float> m_x, m_y, m_z, m_length;
+    /// For each of the normals, and for points: sums of the weights of the groups up to each.
+    std::vector<float> m_weightsUpTo;
     std::size_t m_binCount = 1;
-    std::vector<float> m_shares; ///< by hour, then by bin
+    std::vector<float> m_shares;                        ///< by hour, then by bin
+    std::map<std::uint32_t, std::uint32_t> m_binOfPart; ///< of the sun's year; empty for one bin
+    std::vector<double> m_sums;                         ///< light by bin
 };
 
 } // namespace insolate

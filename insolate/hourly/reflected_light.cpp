@@ -5,35 +5,56 @@
 #include <insolate/platform/processor_count.h>
 
 #include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/parallel_sort.h>
 #include <oneapi/tbb/task_arena.h>
 
 #include <algorithm>
 #include <cmath>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace insolate {
 namespace {
 
-/// Sensors whose landings are sorted into cells together: fewer leave more landings to keep at
-/// once, more would not fit the 16 bits of a landing's number.
-constexpr std::size_t sensorsPerBlock = 256;
 constexpr std::size_t mostRays = 256;
+/// Sensors whose landings are sorted into cells together, where a ray has one landing, or a second
+/// one on glass: fewer leave more landings to keep at once, more would not fit the 16 bits of a
+/// landing's number.
+constexpr std::size_t sensorsSorted = 255;
+constexpr std::size_t sensorsSortedThrough = 127;
 
-/// Shares of the lattice's light, if all that it meets were lit like open ground, from which
-/// sensors get twice and four times the rays.
+/// Of the light on open ground, what a surface in view gets, about: also in courts, less only where
+/// next to no sky is seen, as below the ground and in rooms.
+constexpr float usualLight = 0.45f;
+constexpr float usualSkyView = 0.05f;
+constexpr float leastOpen = 0.1f;
+/// Totals below this share of the light on open ground are not told more closely than it.
+constexpr float leastShare = 0.05f;
+/// The share of reflected light in a total, and the part of the view that the scene takes, for
+/// which ReflectionOptions::rays are: in Lyon and a dense city they leave a root mean square of 1.4
+/// and 2 % of the mean total (bench_reflection); a share of 0.22 leaves 2.3 % and takes two thirds
+/// of the time, one of 0.14 leaves 1.7 % and takes half as much again.
+constexpr double usualShare = 0.165;
+constexpr double usualView = 0.5;
+constexpr float leastView = 0.05f;
+
+/// Rays of a cell for each ray of a sensor whose lattice would have to be larger than the largest.
+constexpr double mostWeight = 4.0;
+
+/// Where totals are not known: shares of the lattice's light, if all that it meets were lit like
+/// open ground, from which sensors get twice and four times the rays.
 constexpr float muchReflected = 0.15f;
 constexpr float mostlyReflected = 0.35f;
 
 /// Cells that cells find, beyond those that sensors find: so many times new ones are lit.
 constexpr int generations = 3;
 
-constexpr std::uint16_t nothing = 0xFFFFU;
-
 /// What a sensor's rays have found, by number in its block.
 struct SensorRays {
     std::uint32_t first = 0; ///< in Block::found
     std::uint16_t count = 0;
+    std::uint16_t rays = 0;
     std::uint16_t farGround = 0;
     std::uint16_t blocked = 0;
 };
@@ -44,13 +65,14 @@ struct Block {
     std::vector<float> through;
     std::vector<SensorRays> sensors;
     std::vector<std::uint32_t> cells; ///< of the landings
+    std::size_t rays = 0;
 };
 
 /// One landing for each cell.
 class UniqueLandings {
 public:
     explicit UniqueLandings(std::vector<Landing>& landings) : m_landings(landings) {
-        m_places.assign(2 * sensorsPerBlock * mostRays, empty);
+        m_places.assign(std::size_t{1} << 17U, empty);
     }
     std::uint16_t add(const Landing& landing) {
         for (std::size_t at = landing.key % m_places.size();; at = (at + 1) % m_places.size()) {
@@ -75,6 +97,44 @@ private:
     static constexpr std::uint32_t empty = 0xFFFFFFFFU;
     std::vector<Landing>& m_landings;
     std::vector<std::uint32_t> m_places;
+};
+
+/// Sum over landings of what they throw back, by bin. Few cells know the light of others; those
+/// that a place sees and that know it stand for all that it sees.
+class LightSum {
+public:
+    explicit LightSum(std::size_t bins) : m_direct(bins), m_known(bins), m_filled(bins) {}
+
+    void clear() {
+        m_weight = 0.0;
+        m_knownWeight = 0.0;
+        for (std::vector<double>* sums : {&m_direct, &m_known, &m_filled}) {
+            std::fill(sums->begin(), sums->end(), 0.0);
+        }
+    }
+    /// share: of the cell's light.
+    void add(const LightCells& cells, std::uint32_t cell, float share) {
+        const auto weight = static_cast<double>(share);
+        const float chance = cells.chanceOfLinks(cell);
+        const double known = chance > 0.0f ? weight / static_cast<double>(chance) : 0.0;
+        m_weight += weight;
+        m_knownWeight += known;
+        for (std::size_t b = 0; b < m_direct.size(); ++b) {
+            const auto light = static_cast<double>(cells.indirect(cell)[b]);
+            m_direct[b] += weight * static_cast<double>(cells.direct(cell)[b]);
+            m_known[b] += known * light;
+            m_filled[b] += weight * light;
+        }
+    }
+    double of(std::size_t bin) const {
+        return m_direct[bin] +
+               (m_knownWeight > 0.0 ? m_known[bin] * m_weight / m_knownWeight : m_filled[bin]);
+    }
+
+private:
+    std::vector<double> m_direct, m_known, m_filled;
+    double m_weight = 0.0;
+    double m_knownWeight = 0.0;
 };
 
 OpenGround openGround(const HourlyAnalysis& analysis, const LightScene& scene, double reach) {
@@ -114,7 +174,31 @@ std::vector<float> seasonShares(const HourlySky& sky, const Seasons& seasons) {
     return shares;
 }
 
-bool isFinite(const XYZf& v) {
+/// Neighbours follow each other: they meet the same parts of the scene, and share cells.
+std::vector<std::uint32_t> orderInSpace(const LightGatherer& gatherer,
+                                        std::span<const Sensor> sensors) {
+    std::vector<std::pair<std::uint64_t, std::uint32_t>> places;
+    places.reserve(sensors.size());
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        places.emplace_back(gatherer.placeInSpace(sensors[i].position),
+                            static_cast<std::uint32_t>(i));
+    }
+    tbb::parallel_sort(places.begin(), places.end());
+    std::vector<std::uint32_t> order;
+    order.reserve(places.size());
+    for (const auto& [place, sensor] : places) {
+        order.push_back(sensor);
+    }
+    return order;
+}
+
+std::span<const std::uint32_t> ofBlock(const std::vector<std::uint32_t>& order, std::size_t size,
+                                       std::size_t number) {
+    const std::size_t first = number * size;
+    return std::span(order).subspan(first, std::min(size, order.size() - first));
+}
+
+bool hasFinite(const XYZf& v) {
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
 
@@ -128,13 +212,15 @@ struct ReflectedLight::Content {
     std::vector<float> ground;
     std::vector<float> seen; ///< share of the lattice that met surfaces; 0 where that says nothing
     LightSources sources;
+    float openLight = 0.0f; ///< on open ground [Wh/m2]
     double hours, daylightHours, groundReflected;
     std::vector<SkyHour> skyHours;
+    std::vector<std::vector<float>> shares; ///< by part of the period and bin
     ReflectionOptions options;
 
     Content(const HourlyAnalysis& analysis, const LightScene& scene,
             std::span<const Sensor> sensors, const ReflectionOptions& theOptions,
-            const EvaluateOptions& run)
+            const EvaluateOptions& run, std::span<const SensorResult> direct)
         : sources(analysis.sky(), theOptions.hours), hours(analysis.sky().hours),
           daylightHours(analysis.sky().daylightHours),
           groundReflected(analysis.sky().groundReflected), options(theOptions) {
@@ -145,6 +231,10 @@ struct ReflectedLight::Content {
         if (options.hours) {
             skyHours = analysis.sky().skyHours;
         }
+        for (std::size_t p = 0; p < analysis.partCount() && analysis.sky().valid; ++p) {
+            const HourlyAnalysis::PartLight& part = analysis.partLight(p);
+            shares.push_back(sources.sharesOfPart(part.diffuseHorizontal, part.sunCells));
+        }
         bins = sources.binCount();
         byBin.assign(sensors.size() * bins, 0.0f);
         ground.assign(sensors.size(), 1.0f);
@@ -152,24 +242,30 @@ struct ReflectedLight::Content {
         const int threads =
             run.threads > 0 ? std::min(run.threads, processorCount()) : processorCount();
         tbb::task_arena arena(threads);
-        arena.execute([&] { calculate(analysis, scene, sensors, run); });
+        arena.execute([&] {
+            calculate(analysis, scene, sensors, run,
+                      direct.size() == sensors.size() ? direct : std::span<const SensorResult>());
+        });
     }
 
     void calculate(const HourlyAnalysis& analysis, const LightScene& scene,
-                   std::span<const Sensor> sensors, const EvaluateOptions& run) {
+                   std::span<const Sensor> sensors, const EvaluateOptions& run,
+                   std::span<const SensorResult> direct) {
+        openLight = static_cast<float>(analysis.sky().report.directHorizontal +
+                                       analysis.sky().report.diffuseHorizontal);
         const LightGatherer gatherer(scene, openGround(analysis, scene, options.groundReach),
                                      seasonShares(analysis.sky(), scene.seasons()));
-        const std::size_t blockCount = (sensors.size() + sensorsPerBlock - 1) / sensorsPerBlock;
+        const std::size_t sorted = scene.hasTranslucent() ? sensorsSortedThrough : sensorsSorted;
+        const std::size_t blockCount = (sensors.size() + sorted - 1) / sorted;
         std::vector<Block> blocks(blockCount);
+        const std::vector<std::uint32_t> order = orderInSpace(gatherer, sensors);
         std::mutex reporting;
         tbb::parallel_for(std::size_t{0}, blockCount, [&](std::size_t number) {
             if (run.stop.stop_requested()) {
                 return;
             }
-            const std::span<const Sensor> some = sensors.subspan(
-                number * sensorsPerBlock,
-                std::min(sensorsPerBlock, sensors.size() - number * sensorsPerBlock));
-            look(gatherer, some, blocks[number]);
+            const std::span<const std::uint32_t> some = ofBlock(order, sorted, number);
+            look(gatherer, sensors, direct, some, blocks[number]);
             const std::lock_guard lock(reporting);
             if (run.progress) {
                 run.progress(some.size());
@@ -185,7 +281,7 @@ struct ReflectedLight::Content {
             landings.insert(landings.end(), block.landings.begin(), block.landings.end());
             report.bytes += block.landings.size() * (sizeof(Landing) + sizeof(std::uint32_t)) +
                             block.found.size() * sizeof(std::uint16_t);
-            report.rays += block.found.size();
+            report.rays += block.rays;
         }
         const LightCells::Options cellOptions{
             options.bounces, static_cast<std::size_t>(options.cellRays),
@@ -207,104 +303,175 @@ struct ReflectedLight::Content {
         report.bounces = exchange.bounces;
         report.beyond = exchange.beyond;
         report.converged = exchange.converged;
+        const std::vector<float> usual = usualLightThrown(gatherer, cells, blocks);
         tbb::parallel_for(std::size_t{0}, blockCount, [&](std::size_t number) {
-            collect(gatherer, cells, sensors, number * sensorsPerBlock, blocks[number]);
+            collect(gatherer, cells, usual, sensors, ofBlock(order, sorted, number),
+                    blocks[number]);
             blocks[number] = {};
         });
         complete = true;
     }
 
-    void look(const LightGatherer& gatherer, std::span<const Sensor> sensors, Block& block) const {
+    /// Rays that a sensor's reflected light needs, of which a first few have told the reflectance
+    /// of what it sees. The error that they leave in the total goes with what is shared out among
+    /// them over the total, and with one over the root of those that meet something.
+    double raysNeeded(float reflectance, const SensorResult& direct) const {
+        const float view =
+            std::clamp(1.0f - direct.skyViewFactor - direct.groundViewFactor, 0.0f, 1.0f);
+        const float open = std::clamp(direct.skyViewFactor / usualSkyView, leastOpen, 1.0f);
+        // The ground's shadow is found by the same rays.
+        const float shared = open * (view * reflectance * usualLight * openLight + direct.ground);
+        const float whole = std::max(shared + direct.beam + direct.sky, leastShare * openLight);
+        if (!(whole > 0.0f)) {
+            return 0.0;
+        }
+        const auto share = static_cast<double>(shared / whole) / usualShare;
+        const auto met = static_cast<double>(std::max(view + direct.groundViewFactor, leastView));
+        return options.rays * share * share * usualView / met;
+    }
+
+    /// @param some the sensors of the block
+    void look(const LightGatherer& gatherer, std::span<const Sensor> sensors,
+              std::span<const SensorResult> direct, std::span<const std::uint32_t> some,
+              Block& block) const {
         UniqueLandings unique(block.landings);
         Gathered gathered;
         const auto rays = static_cast<std::size_t>(options.rays);
-        for (const Sensor& sensor : sensors) {
+        for (const std::uint32_t i : some) {
+            const Sensor& sensor = sensors[i];
             gathered.clear();
-            if (isFinite(sensor.position) && isFinite(sensor.normal)) {
+            if (hasFinite(sensor.position) && hasFinite(sensor.normal)) {
                 const float length = vectorLength(sensor.normal);
                 const XYZf normal =
                     length > 0.0f ? scaled(sensor.normal, 1.0f / length) : XYZf{0, 0, 0};
-                const auto gather = [&](std::size_t first, std::size_t end) {
-                    gatherer.gather(sensor.position, normal, first, end, rays, options.leastCell,
-                                    Landing::oneRay, gathered);
-                };
-                gather(0, rays);
+                // A few rays tell what is seen, and with it how many it takes.
+                const std::size_t few = direct.empty() ? rays : (rays + 2) / 3;
+                gatherer.gather(sensor.position, normal, 0, few, gathered);
                 float scattering = 0.0f;
                 for (const Landing& landing : gathered.landings) {
-                    scattering += gatherer.reflectance(landing.material) / static_cast<float>(rays);
+                    scattering += landing.material == LightGatherer::groundMaterial
+                                      ? 0.0f
+                                      : gatherer.reflectance(landing.material);
                 }
-                const std::size_t more = scattering > mostlyReflected ? 4
-                                         : scattering > muchReflected ? 2
-                                                                      : 1;
-                gather(rays, std::min(more * rays, mostRays));
+                double needed = static_cast<double>(rays);
+                if (direct.empty()) {
+                    const float share = scattering / static_cast<float>(rays);
+                    needed *= share > mostlyReflected ? 4.0 : share > muchReflected ? 2.0 : 1.0;
+                } else {
+                    const float reflectance =
+                        gathered.blocked > 0
+                            ? std::min(scattering / static_cast<float>(gathered.blocked), 1.0f)
+                            : gatherer.meanReflectance();
+                    needed = raysNeeded(reflectance, direct[i]);
+                }
+                const std::size_t count =
+                    std::clamp(static_cast<std::size_t>(needed), few, mostRays);
+                gatherer.gather(sensor.position, normal, few, count, gathered);
+                // Few rays of little weight, or as many as there are of more.
+                const double weight = std::min(needed / static_cast<double>(count), mostWeight);
+                const std::size_t spread = std::max(rays, count);
+                LightGatherer::divide(
+                    gathered, length > 0.0f ? spread : (spread + 3) / 4, options.leastCell,
+                    static_cast<std::uint32_t>(std::max(weight * Landing::oneRay, 1.0)));
             }
             SensorRays known;
             known.first = static_cast<std::uint32_t>(block.found.size());
-            known.count = static_cast<std::uint16_t>(gathered.found.size());
+            known.rays = static_cast<std::uint16_t>(gathered.rays);
             known.blocked = static_cast<std::uint16_t>(gathered.blocked);
-            for (std::size_t i = 0; i < gathered.found.size(); ++i) {
-                const std::uint32_t found = gathered.found[i];
-                std::uint16_t place = nothing;
+            for (std::size_t entry = 0; entry < gathered.found.size(); ++entry) {
+                const std::uint32_t found = gathered.found[entry];
                 if (found == Gathered::farGround) {
                     ++known.farGround;
-                } else if (found != Gathered::nothing) {
-                    place = unique.add(gathered.landings[found]);
+                    continue;
                 }
-                block.found.push_back(place);
+                ++known.count;
+                block.found.push_back(unique.add(gathered.landings[found]));
                 if (gatherer.scene().hasTranslucent()) {
-                    block.through.push_back(gathered.through[i]);
+                    block.through.push_back(gathered.through[entry]);
                 }
             }
+            block.rays += gathered.rays;
             block.sensors.push_back(known);
         }
     }
 
+    /// What the surfaces that sensors see throw back on the mean, by bin: for those few of which no
+    /// ray has met any.
+    std::vector<float> usualLightThrown(const LightGatherer& gatherer, const LightCells& cells,
+                                        const std::vector<Block>& blocks) const {
+        LightSum sum(bins);
+        double weights = 0.0;
+        for (const Block& block : blocks) {
+            for (const Landing& landing : block.landings) {
+                if (landing.material != LightGatherer::groundMaterial) {
+                    const auto weight = static_cast<float>(landing.weight);
+                    weights += static_cast<double>(weight);
+                    sum.add(cells, cells.find(landing.key),
+                            weight * gatherer.reflectance(landing.material));
+                }
+            }
+        }
+        std::vector<float> usual(bins, 0.0f);
+        for (std::size_t b = 0; b < bins && weights > 0.0; ++b) {
+            usual[b] = static_cast<float>(sum.of(b) / weights);
+        }
+        return usual;
+    }
+
     void collect(const LightGatherer& gatherer, const LightCells& cells,
-                 std::span<const Sensor> sensors, std::size_t firstSensor, Block& block) {
+                 const std::vector<float>& usual, std::span<const Sensor> sensors,
+                 std::span<const std::uint32_t> some, Block& block) {
         for (const Landing& landing : block.landings) {
             block.cells.push_back(cells.find(landing.key));
         }
-        const float openLight = gatherer.ground().light;
+        const float openGroundLight = gatherer.ground().light;
+        LightSum surfaces(bins);
+        LightSum groundNear(bins);
         for (std::size_t s = 0; s < block.sensors.size(); ++s) {
             const SensorRays& rays = block.sensors[s];
-            if (rays.count == 0) {
+            if (rays.rays == 0) {
                 continue;
             }
-            // A point without a surface takes light of the whole sphere: four times the mean.
-            const Sensor& sensor = sensors[firstSensor + s];
-            const float share =
-                (vectorLength(sensor.normal) > 0.0f ? 1.0f : 4.0f) / static_cast<float>(rays.count);
-            if (vectorLength(sensor.normal) > 0.0f && block.through.empty()) {
-                seen[firstSensor + s] =
-                    static_cast<float>(rays.blocked) / static_cast<float>(rays.count);
-            }
-            float* out = byBin.data() + (firstSensor + s) * bins;
-            double groundLight =
-                static_cast<double>(rays.farGround) * static_cast<double>(openLight);
+            surfaces.clear();
+            groundNear.clear();
             std::size_t groundRays = rays.farGround;
             for (std::size_t i = 0; i < rays.count; ++i) {
                 const std::uint16_t place = block.found[rays.first + i];
-                if (place == nothing) {
-                    continue;
-                }
-                const float* light = cells.thrownBack(block.cells[place]);
-                if (block.landings[place].material == LightGatherer::groundMaterial) {
+                const std::uint32_t material = block.landings[place].material;
+                const float reflectance = gatherer.reflectance(material);
+                if (material == LightGatherer::groundMaterial) {
                     ++groundRays;
-                    for (std::size_t b = 0; b < bins; ++b) {
-                        groundLight += static_cast<double>(light[b]);
-                    }
-                    continue;
-                }
-                const float weight =
-                    share * (block.through.empty() ? 1.0f : block.through[rays.first + i]);
-                for (std::size_t b = 0; b < bins; ++b) {
-                    out[b] += weight * light[b];
+                    groundNear.add(cells, block.cells[place], reflectance);
+                } else {
+                    surfaces.add(cells, block.cells[place],
+                                 reflectance * (block.through.empty()
+                                                    ? 1.0f
+                                                    : block.through[rays.first + i]));
                 }
             }
-            if (groundRays > 0 && openLight > 0.0f) {
-                ground[firstSensor + s] =
-                    static_cast<float>(groundLight / (static_cast<double>(groundRays) *
-                                                      static_cast<double>(openLight)));
+            const std::uint32_t sensor = some[s];
+            const bool hasNormal = vectorLength(sensors[sensor].normal) > 0.0f;
+            float* const out = byBin.data() + sensor * bins;
+            // A point without a surface takes light of the whole sphere: four times the mean.
+            const double share = (hasNormal ? 1.0 : 4.0) / static_cast<double>(rays.rays);
+            for (std::size_t b = 0; b < bins; ++b) {
+                out[b] = static_cast<float>(share * surfaces.of(b));
+            }
+            if (hasNormal && !gatherer.scene().hasTranslucent()) {
+                seen[sensor] = static_cast<float>(rays.blocked) / static_cast<float>(rays.rays);
+                if (rays.blocked == 0) {
+                    seen[sensor] = 1.0f; // of all that is in view
+                    std::copy(usual.begin(), usual.end(), out);
+                }
+            }
+            if (groundRays > 0 && openGroundLight > 0.0f) {
+                double light =
+                    static_cast<double>(rays.farGround) * static_cast<double>(openGroundLight);
+                for (std::size_t b = 0; b < bins; ++b) {
+                    light += groundNear.of(b);
+                }
+                ground[sensor] = static_cast<float>(light / (static_cast<double>(groundRays) *
+                                                             static_cast<double>(openGroundLight)));
             }
         }
     }
@@ -312,8 +479,8 @@ struct ReflectedLight::Content {
 
 ReflectedLight::ReflectedLight(const HourlyAnalysis& analysis, const LightScene& scene,
                                std::span<const Sensor> sensors, const ReflectionOptions& options,
-                               const EvaluateOptions& run)
-    : m_content(std::make_unique<Content>(analysis, scene, sensors, options, run)) {}
+                               const EvaluateOptions& run, std::span<const SensorResult> direct)
+    : m_content(std::make_unique<Content>(analysis, scene, sensors, options, run, direct)) {}
 ReflectedLight::ReflectedLight(ReflectedLight&&) noexcept = default;
 ReflectedLight& ReflectedLight::operator=(ReflectedLight&&) noexcept = default;
 ReflectedLight::~ReflectedLight() = default;
@@ -338,7 +505,8 @@ float ReflectedLight::groundShare(std::size_t sensor) const {
     return m_content->ground[sensor];
 }
 
-void ReflectedLight::addTo(std::size_t sensor, SensorResult& result, SensorHours* hours) const {
+void ReflectedLight::addTo(std::size_t sensor, SensorResult& result, SensorHours* hours,
+                           std::span<SensorPart> parts) const {
     const Content& all = *m_content;
     const float open = result.ground;
     // Few rays that met something, by chance, are not scaled up without bounds.
@@ -355,6 +523,15 @@ void ReflectedLight::addTo(std::size_t sensor, SensorResult& result, SensorHours
     result.averageDaylight = over(all.daylightHours);
     result.averagePeriod = over(all.hours);
     const float* light = all.byBin.data() + sensor * all.bins;
+    for (std::size_t p = 0; p < std::min(parts.size(), all.shares.size()); ++p) {
+        SensorPart& part = parts[p];
+        part.ground *= groundShare(sensor);
+        part.reflected = 0.0f;
+        for (std::size_t b = 0; b < all.bins; ++b) {
+            part.reflected += scale * light[b] * all.shares[p][b];
+        }
+        part.total = part.beam + part.sky + part.ground + part.reflected;
+    }
     if (hours != nullptr) {
         hours->reflected.assign(hoursPerYear, 0.0f);
         for (float& value : hours->ground) {

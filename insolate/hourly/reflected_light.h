@@ -1,8 +1,8 @@
 /// Light that the surfaces of a scene, and the ground in its shadow, throw on sensors.
 ///
 ///     const LightScene scene(coordinates, materialOfTriangle, materials);
-///     const ReflectedLight light(analysis, scene, sensors);
 ///     analysis.evaluate(scene, sensors, results);
+///     const ReflectedLight light(analysis, scene, sensors, {}, {}, results);
 ///     for (std::size_t i = 0; i < results.size(); ++i) light.addTo(i, results[i]);
 ///
 /// From each sensor a lattice of rays looks for surfaces. Where they land the surfaces are divided
@@ -34,18 +34,20 @@ struct ReflectionOptions {
     /// Times that light is reflected before it reaches a sensor, 1 or more; 0 goes on until what is
     /// left is below a thousandth of the reflected light.
     int bounces = 0;
-    /// Rays of the lattice of a sensor, 1..256: `rays` for all, up to four times as many, 256 at
-    /// most, where much of what is seen reflects well.
-    int rays = 32;
+    /// Rays of the lattice of a sensor that sees the scene in half of its view and gets a sixth of
+    /// its light from it, 1..256: others have more or fewer by the square of that share, a third at
+    /// least, 256 at most. Without results of
+    /// evaluate() all have them, and up to four times as many where much of what is seen reflects.
+    int rays = 20;
     /// Rays to sky and sun of a cell that many rays have found, 1..1,024.
     int cellRays = 48;
     /// Rays of such a cell to other cells, 1..256.
     int linkRays = 24;
-    double leastCell = 2.0;     ///< edge of the finest cells [model units], above 0
+    double leastCell = 1.0;     ///< edge of the finest cells [model units], above 0
     double leastLinkCell = 4.0; ///< the same of cells that other cells find
     double groundReach = 4.0;   ///< how far ground is in the scene's shadow [heights of the scene]
-    /// Keeps the reflected light of parts of the sun's year by themselves, for hours and peaks:
-    /// some 100 bytes a sensor.
+    /// Keeps the reflected light of parts of the sun's year by themselves, for hours, peaks and
+    /// parts of the period: some 100 bytes a sensor.
     bool hours = true;
 };
 
@@ -70,9 +72,11 @@ public:
     /// The analysis says which sky, and whether the ground is open (groundRays of 0: then the
     /// surfaces below the horizon throw nothing back, as the open ground's light stands for
     /// theirs). Takes `threads`, `stop` and `progress` as evaluate() does.
+    /// @param direct what evaluate() gave the sensors, before addTo(): with it rays go where they
+    ///        count; of another size than sensors: not known
     ReflectedLight(const HourlyAnalysis& analysis, const LightScene& scene,
                    std::span<const Sensor> sensors, const ReflectionOptions& options = {},
-                   const EvaluateOptions& run = {});
+                   const EvaluateOptions& run = {}, std::span<const SensorResult> direct = {});
     ReflectedLight(ReflectedLight&&) noexcept;
     ReflectedLight& operator=(ReflectedLight&&) noexcept;
     ~ReflectedLight();
@@ -92,7 +96,10 @@ public:
     /// the ground in the scene's shadow, the total and its averages. The peak gets what is
     /// reflected in its hour; another hour that would only be the highest with it is not looked
     /// for.
-    void addTo(std::size_t sensor, SensorResult& result, SensorHours* hours = nullptr) const;
+    /// @param parts of the sensor, as evaluate() gives them; with ReflectionOptions::hours off they
+    ///        share the reflected light by their own light alone
+    void addTo(std::size_t sensor, SensorResult& result, SensorHours* hours = nullptr,
+               std::span<SensorPart> parts = {}) const;
 
 private:
     struct Content;

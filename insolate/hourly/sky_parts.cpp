@@ -143,21 +143,21 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::span<SunSums> su
     }
 }
 
-void SkyParts::evaluate(const Seen& seen, std::span<SensorPart> parts) const {
+void SkyParts::evaluate(const Seen& seen, std::size_t first, std::span<SensorPart> parts) const {
     std::vector<SunSums> sums(m_parts.size());
     for (std::size_t cell = 0; cell < m_cells.size(); ++cell) {
         addCell(seen, cell, sums);
     }
-    for (std::size_t p = 0; p < m_parts.size() && p < parts.size(); ++p) {
-        const Part& part = m_parts[p];
+    for (std::size_t p = 0; first + p < m_parts.size() && p < parts.size(); ++p) {
+        const Part& part = m_parts[first + p];
         SensorPart& result = parts[p];
-        result.beam = static_cast<float>(sums[p].beam);
+        result.beam = static_cast<float>(sums[first + p].beam);
         static_assert(sensorKernels::cellCount % sensorKernels::lanes == 0);
         result.sky =
             sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(), sensorKernels::cellCount);
         result.ground = part.groundReflected * seen.groundView;
         result.total = result.beam + result.sky + result.ground;
-        result.directSunHours = seen.hoursScale * static_cast<float>(sums[p].hours);
+        result.directSunHours = seen.hoursScale * static_cast<float>(sums[first + p].hours);
     }
 }
 

@@ -45,8 +45,8 @@ public:
         float groundView = 0;                  ///< what the ground's light counts by
         float hoursScale = 1;                  ///< counted hours of sun over those of the halves
     };
-    /// @param parts as many as size()
-    void evaluate(const Seen& seen, std::span<SensorPart> parts) const;
+    /// @param first place of the part that parts begins with
+    void evaluate(const Seen& seen, std::size_t first, std::span<SensorPart> parts) const;
 
 private:
     /// What a sun brings that stands in the half of a cell; energies as in FirstRays::Sun.

@@ -122,7 +122,17 @@ private:
     std::vector<std::uint32_t> m_first;  // where the corner first stands in the coordinates
 };
 
-/// Days on which all materials agree, numbered by their first day.
+/// The way of a ray through one body.
+struct BodyPath {
+    std::uint32_t body;
+    std::uint16_t material;
+    bool inside;
+    double entered;
+    double length;
+};
+
+} // namespace
+
 Seasons seasonsOf(std::span<const Material> materials) {
     Seasons seasons;
     std::vector<std::vector<float>> known;
@@ -141,17 +151,6 @@ Seasons seasonsOf(std::span<const Material> materials) {
     seasons.count = static_cast<int>(known.size());
     return seasons;
 }
-
-/// The way of a ray through one body.
-struct BodyPath {
-    std::uint32_t body;
-    std::uint16_t material;
-    bool inside;
-    double entered;
-    double length;
-};
-
-} // namespace
 
 struct LightScene::Content {
     std::vector<Material> materials{Material()};
@@ -350,6 +349,9 @@ const Seasons& LightScene::seasons() const {
 }
 const LightScene::Surface& LightScene::surface(std::uint32_t hitOfOpaque) const {
     return content().surfaces[hitOfOpaque];
+}
+const LightScene::Surface& LightScene::translucentSurface(std::uint32_t hitOfTranslucent) const {
+    return content().through[hitOfTranslucent];
 }
 XYZf LightScene::low() const {
     return content().low;

@@ -35,6 +35,9 @@ struct Seasons {
     bool operator==(const Seasons&) const = default;
 };
 
+/// Those of the materials, numbered by their first days.
+INSOLATE_EXPORT Seasons seasonsOf(std::span<const Material> materials);
+
 class INSOLATE_EXPORT LightScene {
 public:
     /// Without triangles: all light passes.
@@ -65,6 +68,8 @@ public:
         std::uint16_t material; ///< place in materials()
     };
     const Surface& surface(std::uint32_t hitOfOpaque) const;
+    /// The same of a ray of translucent().
+    const Surface& translucentSurface(std::uint32_t hitOfTranslucent) const;
 
     /// Corners of the box around all triangles; low above high without any [model units].
     XYZf low() const;

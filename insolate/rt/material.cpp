@@ -46,6 +46,14 @@ float SeasonalValue::lowest() const {
     return *std::min_element(m_days.begin(), m_days.end());
 }
 
+SeasonalValue SeasonalValue::scaled(float factor) const {
+    SeasonalValue value = *this;
+    for (float& day : value.m_days) {
+        day *= factor;
+    }
+    return value;
+}
+
 float SeasonalValue::highest() const {
     return *std::max_element(m_days.begin(), m_days.end());
 }

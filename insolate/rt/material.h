@@ -24,6 +24,8 @@ public:
     float on(int day) const;
     float lowest() const;
     float highest() const;
+    /// All values times the factor.
+    SeasonalValue scaled(float factor) const;
 
 private:
     std::vector<float> m_days; ///< one value, or 365

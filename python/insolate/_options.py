@@ -5,6 +5,7 @@ Names, defaults, checks and help texts stand in the engine's own table of option
 
 from __future__ import annotations
 
+import json
 import os
 from collections.abc import Callable, Iterable, Mapping
 from datetime import date
@@ -50,6 +51,25 @@ def option_texts(values: Mapping[str, Any]) -> OptionTexts:
         else:
             texts.append((name, [_text(part) for part in value]))
     return texts
+
+
+def _toml(value: Any) -> str:
+    if isinstance(value, Mapping):
+        return "{ " + ", ".join(f"{json.dumps(str(key))} = {_toml(part)}" for key, part in value.items()) + " }"
+    if isinstance(value, str):
+        return json.dumps(value, ensure_ascii=False)
+    if isinstance(value, Iterable):
+        return "[" + ", ".join(_toml(part) for part in value) + "]"
+    return _text(value)
+
+
+def materials_toml(materials: Mapping[str, Mapping[str, Any]]) -> str:
+    """The tables of a file of materials."""
+    tables = []
+    for name, keys in materials.items():
+        tables.append(f"[material.{json.dumps(name, ensure_ascii=False)}]")
+        tables += [f"{json.dumps(str(key))} = {_toml(value)}" for key, value in keys.items()]
+    return "\n".join(tables) + "\n"
 
 
 def documented(options: Callable[[], Iterable[_core.Option]], *names: str) -> Callable[[Function], Function]:

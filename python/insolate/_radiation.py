@@ -12,7 +12,7 @@ import numpy as np
 
 from . import _core
 from ._model import Array, Model, Path, Selection, Sensors, as_models, as_sensors
-from ._options import documented, option_texts
+from ._options import documented, materials_toml, option_texts
 from ._reports import Progress, Report
 from ._weather import Weather, _fixed_zone, read_weather
 
@@ -22,7 +22,7 @@ if TYPE_CHECKING:
     import xarray as xr
 
 #: pvlib's names of what the hours of a sensor hold.
-_hour_names = ("poa_direct", "poa_sky_diffuse", "poa_ground_diffuse")
+_hour_names = ("poa_direct", "poa_sky_diffuse", "poa_ground_diffuse", "poa_reflected")
 
 
 class Columns(Mapping[str, Array]):
@@ -187,7 +187,7 @@ class Radiation(Columns):
     Columns of the hourly method, as attributes and by name: ``total``, ``beam``, ``sky``,
     ``ground`` [Wh/m2]; ``average_daylight``, ``average_period``, ``peak`` [W/m2]; ``peak_hour``
     (hour of the year, counted by its end); ``sky_view``, ``ground_view`` [%];
-    ``direct_sun_hours`` [h]. Arrays are views that cannot be written to.
+    ``direct_sun_hours`` [h]; ``reflected`` [Wh/m2] where surfaces reflect. Arrays are views that cannot be written to.
     """
 
     def __init__(
@@ -217,8 +217,8 @@ class Radiation(Columns):
         Returns
         -------
         xarray.Dataset
-            ``poa_direct``, ``poa_sky_diffuse``, ``poa_ground_diffuse`` and their sum
-            ``poa_global`` [W/m2], means over the hours; dimensions "sensor" and "time", 8,760
+            ``poa_direct``, ``poa_sky_diffuse``, ``poa_ground_diffuse``, where surfaces reflect
+            ``poa_reflected``, and their sum ``poa_global`` [W/m2], means over the hours; dimensions "sensor" and "time", 8,760
             begins of hours in the site's standard time, of a year without 29 February. They are
             0 outside of the period.
 
@@ -238,8 +238,8 @@ class Radiation(Columns):
         zone = _fixed_zone(self.weather.site.time_zone)
         begins = pd.date_range("2001-01-01", periods=8760, freq="h")
         attributes = {"units": "W/m2", "cell_methods": "time: mean"}
-        data = {name: (("sensor", "time"), part, attributes) for name, part in zip(_hour_names, parts, strict=True)}
-        data["poa_global"] = (("sensor", "time"), parts[0] + parts[1] + parts[2], attributes)
+        data = {name: (("sensor", "time"), part, attributes) for name, part in zip(_hour_names, parts, strict=False)}
+        data["poa_global"] = (("sensor", "time"), sum(parts[1:], parts[0]), attributes)
         time = ("time", begins, {"time_zone": str(zone), "label": "left"})
         return xr.Dataset(data, {"sensor": numbers, "time": time})
 
@@ -417,6 +417,8 @@ _run_keywords = (
     "sky_tolerance",
     "sun_tolerance",
     "open_ground",
+    "reflectance",
+    "bounces",
     "rays",
     "save_masks",
     "masks",
@@ -454,6 +456,9 @@ def radiation(
     sky_tolerance: Optional[float] = None,
     sun_tolerance: Optional[float] = None,
     open_ground: bool = False,
+    reflectance: Optional[float] = None,
+    bounces: Optional[int] = None,
+    materials: Union[Mapping[str, Mapping[str, Any]], Path, None] = None,
     rays: Optional[str] = None,
     save_masks: bool = False,
     masks: Optional[Path] = None,
@@ -488,6 +493,10 @@ def radiation(
     sensors : Sensors, or a Selection or Model with the default grid
     weather : Weather or path
     {options}
+    materials : path or mapping of names to mappings, optional
+        What surfaces reflect and let through: a TOML file, or its tables [material."NAME"] as
+        ``{"glass*": {"transmittance": 0.72}, "roof": {"reflectance": 0.3}}``. Others then
+        reflect 0.2 unless `reflectance` says otherwise.
     north : float, optional
         From the model's +Y clockwise to true north [degrees]; by default the model's own.
     since : Radiation, optional
@@ -536,18 +545,25 @@ def radiation(
 
         if since is not None:
             raise _core.UsageError("since: runs in one process; leave client and store out")
+        if materials is not None or given.get("reflectance"):
+            raise _core.UsageError(
+                "reflectance, materials: light between surfaces needs all sensors at once; leave client and store out"
+            )
         texts = option_texts({**given, "north": turned})
         with Report(progress) as report:
             core = radiation_of(
                 models, cells, year, texts, client=client, store=store, resume=resume, block=block, report=report
             )
         return Radiation(core, models, cells, year, turned, report)
+    tables = materials_toml(materials) if isinstance(materials, Mapping) else ""
+    file = None if isinstance(materials, Mapping) else materials
     with Report(progress) as report:
         core = _core.radiation(
             [one._core for one in models],
             cells._core,
             year._core,
-            option_texts({**given, "north": turned}),
+            option_texts({**given, "north": turned, "materials": file}),
+            tables,
             None if since is None else since._core,
             report,
         )

@@ -24,20 +24,25 @@ struct PyStudy {
 using Origin = std::array<double, 4>;
 
 study::RunOptions optionsOf(const std::vector<PyMesh>& models, const PySensors& sensors,
-                            const PyWeather& weather, const OptionTexts& texts) {
+                            const PyWeather& weather, const OptionTexts& texts,
+                            const std::string& materials = {}) {
     study::RunOptions options;
     describeInputs(options, models, sensors);
     study::OptionTable table;
     study::addRunOptions(table, options);
     giveOptions(table, texts);
     options.weather = weather.name;
+    if (!materials.empty()) {
+        options.hourly.rules = std::make_shared<const study::MaterialRules>(
+            study::parseMaterials(materials, "materials"));
+    }
     return options;
 }
 
 PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
-                  const PyWeather& weather, const OptionTexts& texts, const PyStudy* since,
-                  nb::handle report) {
-    const study::RunOptions options = optionsOf(models, sensors, weather, texts);
+                  const PyWeather& weather, const OptionTexts& texts, const std::string& materials,
+                  const PyStudy* since, nb::handle report) {
+    const study::RunOptions options = optionsOf(models, sensors, weather, texts, materials);
     study::GivenInputs given;
     if (options.method == "hourly" || !weather.isFile) {
         given.weather = weather.year;
@@ -140,23 +145,26 @@ void takeColumns(PyStudy& self, const std::vector<std::pair<std::string, InArray
     });
 }
 
-/// Beam, sky and ground by sensor and hour, as three arrays.
+/// The parts of the radiation by sensor and hour, as an array each.
 nb::list hoursOf(const PyStudy& self, const std::vector<std::size_t>& sensors, nb::handle report) {
     constexpr auto perYear = static_cast<std::size_t>(hoursPerYear);
-    std::vector<float> parts[3];
+    const std::span<const study::HourPart> parts =
+        study::hourParts(self.session->options().hourly.reflects());
+    std::vector<std::vector<float>> values(parts.size());
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         progress.begin(sensors.size(), "sensors");
         for (const std::size_t sensor : sensors) {
             study::throwIfStopped(stop);
             const SensorHours hours = self.session->hoursOf(sensor);
-            parts[0].insert(parts[0].end(), hours.beam.begin(), hours.beam.end());
-            parts[1].insert(parts[1].end(), hours.sky.begin(), hours.sky.end());
-            parts[2].insert(parts[2].end(), hours.ground.begin(), hours.ground.end());
+            for (std::size_t p = 0; p < parts.size(); ++p) {
+                const std::vector<float>& part = hours.*parts[p].values;
+                values[p].insert(values[p].end(), part.begin(), part.end());
+            }
             progress.advance(1);
         }
     });
     nb::list arrays;
-    for (std::vector<float>& part : parts) {
+    for (std::vector<float>& part : values) {
         arrays.append(arrayOf(std::move(part), {sensors.size(), perYear}));
     }
     return arrays;
@@ -343,7 +351,8 @@ void bindRadiation(nb::module_& module) {
             },
             nb::arg("folder"), nb::arg("report").none());
     module.def("radiation", &radiation, nb::arg("models"), nb::arg("sensors"), nb::arg("weather"),
-               nb::arg("options"), nb::arg("since").none(), nb::arg("report").none());
+               nb::arg("options"), nb::arg("materials"), nb::arg("since").none(),
+               nb::arg("report").none());
     module.def("prepare_study", &prepareStudy, nb::arg("models"), nb::arg("sensors").none(),
                nb::arg("weather"), nb::arg("options"), nb::arg("origin").none(),
                nb::arg("report").none());

@@ -39,6 +39,23 @@ def test_hours_add_up_to_the_sums(summer):
             summer.hours(wrong)
 
 
+def test_surfaces_reflect_by_their_materials(model, sensors, weather, tmp_path):
+    file = tmp_path / "m.toml"
+    file.write_text('[material."*"]\nreflectance = 0.4\n')
+    options = {"period": "6/21", "split": "day"}
+    by_file = ins.radiation(model, sensors, weather, materials=file, **options)
+    by_name = ins.radiation(model, sensors, weather, materials={"*": {"reflectance": 0.4}}, **options)
+    np.testing.assert_array_equal(by_file.total, by_name.total)
+    parts = by_file.beam + by_file.sky + by_file.ground + by_file.reflected
+    np.testing.assert_allclose(parts, by_file.total, rtol=1e-5)
+    np.testing.assert_allclose(by_file["reflected_06_21"], by_file.reflected, rtol=1e-3)
+    assert "poa_reflected" in by_file.hours([0])
+    once = ins.radiation(model, sensors, weather, reflectance=0.4, bounces=1, **options)
+    assert 0 < once.reflected.sum() < by_file.reflected.sum()
+    with pytest.raises(ins.DataError, match="twelve"):
+        ins.radiation(model, sensors, weather, materials={"*": {"density": [1, 2]}}, **options)
+
+
 def test_groups_weigh_by_area(summer):
     frame = summer.to_dataframe()
     groups = summer.groups("object")

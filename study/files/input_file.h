@@ -34,6 +34,8 @@ namespace inputKinds {
 /// Larger studies than 4 MB would be lists of sensors, which belong in tables.
 inline constexpr InputKind study = {
     .name = "study file", .mostBytes = 4U << 20U, .mayStream = true};
+inline constexpr InputKind materials = {
+    .name = "file of materials", .mostBytes = 4U << 20U, .mayStream = true};
 /// A year of minutes in the EPW format has 105 MB.
 inline constexpr InputKind weather = {.name = "weather file", .mostBytes = 256U << 20U};
 inline constexpr InputKind sensorTable = {

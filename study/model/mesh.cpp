@@ -1,9 +1,14 @@
 #include "study/model/mesh.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
+#include <iterator>
+#include <map>
 #include <numeric>
+#include <optional>
+#include <string_view>
 #include <utility>
 
 namespace insolate::study {
@@ -412,9 +417,69 @@ std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> p
     return EarCutter(points).cut();
 }
 
+namespace {
+
+/// Gives the triangles of a model's faces their names.
+class NamesOfTriangles {
+public:
+    NamesOfTriangles(const Mesh& mesh, Scene& scene) : m_scene(scene) {
+        std::unordered_map<std::string_view, std::uint32_t> known;
+        m_scene.kindOf.resize(m_scene.triangleCount(), kindOf({unnamed, unnamed, unnamed}));
+        for (std::size_t i = 0; i < m_scene.names.size(); ++i) {
+            known.emplace(m_scene.names[i], static_cast<std::uint32_t>(i));
+        }
+        const std::size_t before = m_scene.names.size();
+        std::vector<std::string> fresh;
+        for (const std::string& name : mesh.names) {
+            const auto [found, isNew] =
+                known.emplace(name, static_cast<std::uint32_t>(before + fresh.size()));
+            m_names.push_back(found->second);
+            if (isNew) {
+                fresh.push_back(name);
+            }
+        }
+        m_scene.names.insert(m_scene.names.end(), std::make_move_iterator(fresh.begin()),
+                             std::make_move_iterator(fresh.end()));
+    }
+
+    /// The last triangles of the scene, up to its end, belong to the face.
+    void give(const Mesh::Face& face) {
+        const TriangleNames names = {nameOf(face.object), nameOf(face.group),
+                                     nameOf(face.material)};
+        if (!m_last || !(m_scene.kinds[*m_last] == names)) {
+            m_last = kindOf(names);
+        }
+        m_scene.kindOf.resize(m_scene.triangleCount(), *m_last);
+    }
+
+private:
+    static constexpr std::uint32_t unnamed = CellOrigin::unnamed;
+
+    [[nodiscard]] std::uint32_t nameOf(std::uint32_t ofMesh) const {
+        return ofMesh == unnamed ? unnamed : m_names[ofMesh];
+    }
+    std::uint32_t kindOf(const TriangleNames& names) {
+        const auto [found, isNew] =
+            m_kinds.emplace(std::array{names.object, names.group, names.material},
+                            static_cast<std::uint32_t>(m_scene.kinds.size()));
+        if (isNew) {
+            m_scene.kinds.push_back(names);
+        }
+        return found->second;
+    }
+
+    Scene& m_scene;
+    std::vector<std::uint32_t> m_names; ///< by the mesh's
+    std::map<std::array<std::uint32_t, 3>, std::uint32_t> m_kinds;
+    std::optional<std::uint32_t> m_last;
+};
+
+} // namespace
+
 void appendTriangles(const Mesh& mesh, Scene& scene) {
     scene.vertices.reserve(scene.vertices.size() +
                            3 * (mesh.corners.size() - 2 * mesh.faces.size()));
+    NamesOfTriangles names(mesh, scene);
     std::vector<Vector3> polygon;
     for (const Mesh::Face& face : mesh.faces) {
         const auto corners = mesh.cornersOf(face);
@@ -422,6 +487,7 @@ void appendTriangles(const Mesh& mesh, Scene& scene) {
             for (const std::uint32_t corner : corners) {
                 scene.vertices.push_back(mesh.vertices[corner]);
             }
+            names.give(face);
             continue;
         }
         for (const auto& triangle : triangulate(mesh.polygonOf(face, polygon))) {
@@ -429,6 +495,7 @@ void appendTriangles(const Mesh& mesh, Scene& scene) {
                 scene.vertices.push_back(polygon[corner]);
             }
         }
+        names.give(face);
     }
 }
 

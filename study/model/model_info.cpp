@@ -257,6 +257,14 @@ std::string modelInfoText(const ModelInfo& info, double north) {
                                 groupedDigits(parts->size() - mostRows));
         }
     }
+    if (!info.uses.empty()) {
+        text += fmt::format("\n{:<32} {:>10} {:>12}  taken for\n", "light", "triangles", "m2");
+    }
+    for (const MaterialUse& use : info.uses) {
+        text += fmt::format("{:<32} {:>10} {:>12}  {}\n",
+                            use.pattern.empty() ? "(all others)" : printable(use.pattern),
+                            groupedDigits(use.triangles), lengthText(use.area), use.text);
+    }
     return text;
 }
 
@@ -277,7 +285,7 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
         }
         return all;
     };
-    const JsonText json = {
+    JsonText json = {
         {"file", info.source},
         {"faces", info.faces},
         {"triangles", info.triangles},
@@ -303,6 +311,12 @@ std::string modelInfoJson(const ModelInfo& info, double north) {
         {"groups", parts(info.groups)},
         {"materials", parts(info.materials)},
     };
+    for (const MaterialUse& use : info.uses) {
+        json["light"].push_back({{"names", use.pattern.empty() ? "*" : use.pattern},
+                                 {"taken_for", use.text},
+                                 {"triangles", use.triangles},
+                                 {"area_m2", use.area}});
+    }
     return json.dump(2, ' ', false, JsonText::error_handler_t::replace) + "\n";
 }
 

@@ -3,6 +3,7 @@
 
 #include "study/export.h"
 
+#include "study/model/materials.h"
 #include "study/model/mesh.h"
 #include "study/model/mesh_import.h"
 
@@ -47,6 +48,8 @@ struct ModelInfo {
     /// formats in double precision.
     double coordinateStep = 0.0;
     std::vector<std::string> notes; ///< of the reading of the file
+    /// What the faces were taken for, where there is a file of materials.
+    std::vector<MaterialUse> uses;
 };
 
 /// @param unit in which the file was read

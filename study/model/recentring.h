@@ -23,13 +23,14 @@ public:
 
     bool operator==(const Recentring&) const = default;
 
+    /// Units of the moved coordinates in a metre.
+    [[nodiscard]] double scale() const { return m_scale; }
     [[nodiscard]] Vector3 moved(const Vector3& point) const;
     [[nodiscard]] XYZf local(const Vector3& point) const;
     /// The moved corners of all triangles, three numbers each, as OcclusionIndex takes them.
     [[nodiscard]] std::vector<double> coordinates(const Scene& scene) const;
 
     [[nodiscard]] const Vector3& centre() const { return m_centre; }
-    [[nodiscard]] double scale() const { return m_scale; }
 
 private:
     Vector3 m_centre; ///< whole metres, so that a model rounds alike wherever it stands

@@ -50,9 +50,22 @@ struct Bounds {
     }
 };
 
+/// What a triangle belongs to: into Scene::names, or CellOrigin::unnamed.
+struct TriangleNames {
+    std::uint32_t object = 0;
+    std::uint32_t group = 0;
+    std::uint32_t material = 0;
+
+    bool operator==(const TriangleNames&) const = default;
+};
+
 /// The obstructing triangles: three consecutive vertices each.
 struct Scene {
     std::vector<Vector3> vertices;
+    /// By triangle into kinds; shorter, or empty, where triangles have no names.
+    std::vector<std::uint32_t> kindOf = {};
+    std::vector<TriangleNames> kinds = {}; ///< each once for a model
+    std::vector<std::string> names = {};   ///< of objects, groups and materials
     [[nodiscard]] std::size_t triangleCount() const { return vertices.size() / 3; }
 };
 

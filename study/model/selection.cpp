@@ -282,6 +282,17 @@ SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection, doub
     return result;
 }
 
+std::vector<bool> facesTaken(const Mesh& mesh, std::string_view pattern, std::string_view option,
+                             const std::string& source) {
+    std::vector<bool> marks(mesh.faces.size(), false);
+    PatternReader(mesh, option, source).read(pattern, [&](std::string_view, const auto& takes) {
+        for (std::size_t i = 0; i < marks.size(); ++i) {
+            marks[i] = marks[i] || takes(mesh.faces[i]);
+        }
+    });
+    return marks;
+}
+
 const char* facingName(Facing facing) {
     return facingNames[static_cast<std::size_t>(facing)].data();
 }

@@ -66,6 +66,13 @@ struct SelectedFaces {
 INSOLATE_STUDY_EXPORT SelectedFaces selectFaces(const Mesh& mesh, const FaceSelection& selection,
                                                 double north, const std::string& source);
 
+/// Marks the faces that a pattern, or a list of them, takes.
+/// @param option what a message names as where the pattern stands
+/// @throws DataError beginning with `source` when one matches nothing, with the nearest name
+INSOLATE_STUDY_EXPORT std::vector<bool> facesTaken(const Mesh& mesh, std::string_view pattern,
+                                                   std::string_view option,
+                                                   const std::string& source);
+
 /// Angle between a face and the level plane by its normal of any length [degrees], 0 to 180.
 INSOLATE_STUDY_EXPORT double tiltOf(const Vector3& normal);
 

@@ -201,21 +201,17 @@ void HoursFile::addTime() {
 
 void HoursFile::addValues(const char* coordinates) {
     NetcdfFile& file = *m_file;
-    constexpr std::array<std::pair<const char*, const char*>, 3> parts = {
-        {{"beam", "direct sun on the surface"},
-         {"sky", "diffuse radiation of the sky on the surface"},
-         {"ground", "radiation reflected by the ground on the surface"}}};
-    for (std::size_t p = 0; p < parts.size(); ++p) {
-        const int variable = file.addVariable(parts[p].first, Type::uint16, {m_row, m_time});
-        describe(file, variable, parts[p].second, "W h m-2");
+    for (const HourPart& part : hourParts(m_head.reflected)) {
+        const int variable = file.addVariable(part.name, Type::uint16, {m_row, m_time});
+        describe(file, variable, part.text, "W h m-2");
         file.setText(variable, "cell_methods", "time: sum");
         file.setText(variable, "coordinates", coordinates);
         file.setNumber(variable, "scale_factor", packedStep);
         file.setFill(variable, noValue);
         file.setChunks(variable,
                        {std::min(chunkRows, m_rows), std::min(chunkHours, m_head.hours.size())});
-        m_variables[p] = variable;
-        m_block[p].resize(std::min(chunkRows, m_rows) * m_head.hours.size());
+        m_variables.push_back(variable);
+        m_block.emplace_back(std::min(chunkRows, m_rows) * m_head.hours.size());
     }
     std::vector<double> middles;
     std::vector<double> bounds;
@@ -230,13 +226,13 @@ void HoursFile::addValues(const char* coordinates) {
 
 void HoursFile::add(const SensorHours& row) {
     const std::size_t width = m_head.hours.size();
-    const std::array<const std::vector<float>*, 3> parts = {&row.beam, &row.sky, &row.ground};
-    for (std::size_t p = 0; p < parts.size(); ++p) {
+    for (std::size_t p = 0; p < m_block.size(); ++p) {
+        const std::vector<float>& values = row.*everyHourPart[p].values;
         std::uint16_t* to = m_block[p].data() + m_held * width;
         double left = 0.0; // what rounding has taken so far [steps]
         for (std::size_t k = 0; k < width; ++k) {
             const auto value =
-                static_cast<double>((*parts[p])[static_cast<std::size_t>(m_head.hours[k])]);
+                static_cast<double>(values[static_cast<std::size_t>(m_head.hours[k])]);
             if (!(value > 0.0)) {
                 to[k] = 0;
                 continue;

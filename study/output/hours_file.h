@@ -23,10 +23,11 @@ struct HoursHead {
     std::vector<int> hours; ///< of the year, 0..8,759, ascending
     double timeZone = 0.0;  ///< of the site, hours from UTC
     std::string provenance; ///< site, period, method and version
+    bool reflected = false; ///< whether rows have that part
 };
 
 /// A file of discrete samples (featureType timeSeries): a row for each sensor or group, a column
-/// for each hour, the variables beam, sky and ground in Wh/m2.
+/// for each hour, the variables beam, sky, ground and, where surfaces reflect, reflected in Wh/m2.
 ///
 /// Values are steps of 0.1 Wh/m2 in 16 bits. What rounding takes from an hour the next one gets, so
 /// that a row's sum is right to 0.1 Wh/m2. Chunks of 2,048 rows by 336 hours suit both who reads a
@@ -62,8 +63,8 @@ private:
     int m_time = 0;
     int m_timeVariable = 0;
     int m_timeBounds = 0;
-    std::array<int, 3> m_variables{};
-    std::array<std::vector<std::uint16_t>, 3> m_block;
+    std::vector<int> m_variables; ///< of the parts
+    std::vector<std::vector<std::uint16_t>> m_block;
 };
 
 /// By its signature and our mark.

@@ -8,7 +8,6 @@
 #include "study/support/iso_time.h"
 #include "study/support/numbers.h"
 
-#include <array>
 #include <cmath>
 #include <string>
 #include <string_view>
@@ -22,7 +21,6 @@ namespace {
 
 constexpr std::string_view hourHeadings = "hour_of_year,start";
 constexpr std::string_view formerHeadings = "hour_of_year,month,day,hour";
-constexpr std::array<std::string_view, 3> partNames = {"beam", "sky", "ground"};
 constexpr std::string_view unitText = " [Wh/m2]";
 constexpr std::size_t hoursOfYear = hoursPerYear;
 /// 2,000 groups, each with a long name.
@@ -38,25 +36,29 @@ constexpr InputKind hoursKind = {
 std::vector<HourRow> rowsOf(const std::vector<std::string_view>& headings,
                             const std::filesystem::path& file) {
     constexpr std::size_t before = 2;
-    if (headings.size() <= before || (headings.size() - before) % partNames.size() != 0) {
+    const std::size_t ofReflected = before + hourParts(false).size();
+    const std::span<const HourPart> parts = hourParts(
+        headings.size() > ofReflected &&
+        unquoted(headings[ofReflected]).starts_with(fmt::format("{}_", everyHourPart.back().name)));
+    if (headings.size() <= before || (headings.size() - before) % parts.size() != 0) {
         refuseHours(file, 1, "does not begin as a table of hours does");
     }
     std::vector<HourRow> rows;
     for (std::size_t i = before; i < headings.size(); ++i) {
-        const std::size_t part = (i - before) % partNames.size();
+        const std::size_t part = (i - before) % parts.size();
         const std::string heading = unquoted(headings[i]);
-        const std::string beginning = fmt::format("{}_", partNames[part]);
+        const std::string beginning = fmt::format("{}_", parts[part].name);
         if (!heading.starts_with(beginning) || !heading.ends_with(unitText) ||
             heading.size() < beginning.size() + unitText.size()) {
             refuseHours(file, 1,
-                        fmt::format("column {} is not {} in Wh/m2", i + 1, partNames[part]));
+                        fmt::format("column {} is not {} in Wh/m2", i + 1, parts[part].name));
         }
         if (part == 0) {
             HourRow row;
             row.name = heading.substr(beginning.size(),
                                       heading.size() - beginning.size() - unitText.size());
-            for (auto* values : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
-                values->assign(hoursOfYear, 0.0f);
+            for (const HourPart& one : parts) {
+                (row.hours.*one.values).assign(hoursOfYear, 0.0f);
             }
             rows.push_back(std::move(row));
         }
@@ -70,17 +72,18 @@ void writeHoursCsv(OutputFile& out, std::span<const int> hours, double timeZone,
                    std::span<const HourRow> rows) {
     out.write(hourHeadings);
     for (const HourRow& row : rows) {
-        for (const std::string_view part : partNames) {
-            out.write("," + csvField(fmt::format("{}_{}{}", part, validText(row.name), unitText)));
+        for (const HourPart& part : hourParts(row.hours)) {
+            out.write("," +
+                      csvField(fmt::format("{}_{}{}", part.name, validText(row.name), unitText)));
         }
     }
     out.write("\n");
     for (const int hour : hours) {
         out.write(fmt::format("{},{}", hour + 1, isoHourStart(hour, timeZone)));
         for (const HourRow& row : rows) {
-            for (const auto* part : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
+            for (const HourPart& part : hourParts(row.hours)) {
                 out.write(",");
-                out.writeNumber((*part)[static_cast<std::size_t>(hour)]);
+                out.writeNumber((row.hours.*part.values)[static_cast<std::size_t>(hour)]);
             }
         }
         out.write("\n");
@@ -106,13 +109,13 @@ std::vector<HourRow> readHoursCsv(const std::filesystem::path& file, const std::
         const auto at = static_cast<std::size_t>(*hour - 1);
         std::size_t field = 2;
         for (HourRow& row : rows) {
-            for (auto* values : {&row.hours.beam, &row.hours.sky, &row.hours.ground}) {
+            for (const HourPart& part : hourParts(row.hours)) {
                 const auto value = parseNumber<float>(fields[field]);
                 if (!value) {
                     refuseHours(file, records.line(),
                                 fmt::format("field {} is not a number", field + 1));
                 }
-                (*values)[at] = *value;
+                (row.hours.*part.values)[at] = *value;
                 ++field;
             }
         }

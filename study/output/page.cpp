@@ -136,7 +136,8 @@ bool isSecondary(const ResultColumn& column) {
             return true;
         }
     }
-    return column.name == "ground_view" || column.name == "sky_view" || column.name == "ground";
+    return column.name == "ground_view" || column.name == "sky_view" || column.name == "ground" ||
+           column.name == "reflected";
 }
 
 /// An hour of the year has the digits that it has.

@@ -27,8 +27,8 @@ GroupHours::GroupHours(std::span<const SensorGroups> groupings, std::span<const 
     for (const SensorGroups& grouping : groupings) {
         m_sums.emplace_back(grouping.groups.size());
         for (Sum& sum : m_sums.back()) {
-            for (std::vector<double>* part : {&sum.beam, &sum.sky, &sum.ground}) {
-                part->assign(hoursPerYear, 0.0);
+            for (std::size_t p = 0; p < hourParts(false).size(); ++p) {
+                sum.parts[p].assign(hoursPerYear, 0.0);
             }
         }
     }
@@ -44,14 +44,15 @@ void GroupHours::add(std::size_t first, std::span<const SensorHours> sensors) {
             }
             Sum& sum = m_sums[g][group];
             sum.weight += weight;
-            const auto addPart = [&](std::vector<double>& to, const std::vector<float>& from) {
+            const std::span<const HourPart> parts = hourParts(sensors[i]);
+            for (std::size_t p = 0; p < parts.size(); ++p) {
+                const std::vector<float>& from = sensors[i].*parts[p].values;
+                std::vector<double>& to = sum.parts[p];
+                to.resize(hoursPerYear, 0.0);
                 for (std::size_t k = 0; k < to.size(); ++k) {
                     to[k] += weight * static_cast<double>(from[k]);
                 }
-            };
-            addPart(sum.beam, sensors[i].beam);
-            addPart(sum.sky, sensors[i].sky);
-            addPart(sum.ground, sensors[i].ground);
+            }
         }
     }
 }
@@ -64,14 +65,13 @@ std::vector<HourRow> GroupHours::rows() const {
             HourRow row;
             row.name = groupName(m_groupings[g], i);
             const double factor = sum.weight > 0.0 ? 1.0 / sum.weight : 0.0;
-            const auto mean = [&](std::vector<float>& to, const std::vector<double>& from) {
+            for (std::size_t p = 0; p < everyHourPart.size(); ++p) {
+                const std::vector<double>& from = sum.parts[p];
+                std::vector<float>& to = row.hours.*everyHourPart[p].values;
                 to.resize(from.size());
                 std::transform(from.begin(), from.end(), to.begin(),
                                [&](double value) { return static_cast<float>(factor * value); });
-            };
-            mean(row.hours.beam, sum.beam);
-            mean(row.hours.sky, sum.sky);
-            mean(row.hours.ground, sum.ground);
+            }
             rows.push_back(std::move(row));
         }
     }

@@ -5,6 +5,7 @@
 #include "study/results/sensor_groups.h"
 #include "study/support/period.h"
 
+#include <array>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -29,6 +30,28 @@ struct HourRow {
     SensorHours hours;
 };
 
+/// A part of an hour's radiation.
+struct HourPart {
+    const char* name; ///< in files: "beam"
+    const char* text; ///< for people
+    std::vector<float> SensorHours::*values;
+};
+
+/// All parts, in the order of files; the last one only exists where surfaces reflect.
+inline constexpr std::array<HourPart, 4> everyHourPart = {
+    {{"beam", "direct sun on the surface", &SensorHours::beam},
+     {"sky", "diffuse radiation of the sky on the surface", &SensorHours::sky},
+     {"ground", "radiation reflected by the ground on the surface", &SensorHours::ground},
+     {"reflected", "radiation reflected by the scene on the surface", &SensorHours::reflected}}};
+
+/// The parts that there are.
+inline std::span<const HourPart> hourParts(bool withReflected) {
+    return std::span(everyHourPart).first(withReflected ? 4 : 3);
+}
+inline std::span<const HourPart> hourParts(const SensorHours& hours) {
+    return hourParts(!hours.reflected.empty());
+}
+
 /// Hours of the year, 0..8,759 and ascending, that touch the period.
 INSOLATE_STUDY_EXPORT std::vector<int> hoursOfPeriod(const StudyPeriod& period);
 
@@ -47,7 +70,7 @@ public:
 private:
     struct Sum {
         double weight = 0.0;
-        std::vector<double> beam, sky, ground;
+        std::array<std::vector<double>, everyHourPart.size()> parts; ///< empty without any
     };
     std::span<const SensorGroups> m_groupings;
     std::span<const float> m_areas;

@@ -33,12 +33,13 @@ enum Column {
     skyView,
     groundView,
     sunHours,
-    wholeColumns ///< how many
+    wholeColumns, ///< how many there always are
+    reflected = wholeColumns
 };
 
-/// Of a part of the period. Where there are very many parts, all but the first would make tables
-/// that nobody reads.
-constexpr std::size_t partColumns = 5;
+/// Of a part of the period: the first ones, the hours of sun, and what is reflected. Where there
+/// are very many parts, all but the first would make tables that nobody reads.
+constexpr std::array partColumns = {total, beam, diffuse, ground, sunHours, reflected};
 constexpr std::size_t mostFullParts = 31;
 
 /// A scene without triangles.
@@ -135,12 +136,21 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north,
     if (m_asked.hourly.openGround) {
         analysis.groundRays = 0;
     }
+    if (m_asked.hourly.rules != nullptr) {
+        std::vector<Material> materials;
+        for (const MaterialRule& rule : m_asked.hourly.rules->rules) {
+            materials.push_back(rule.material);
+        }
+        analysis.seasons = seasonsOf(materials);
+    }
     std::vector<HourlySky> parts(m_parts.size());
     tbb::parallel_for(std::size_t{0}, parts.size(), [&](std::size_t i) {
         parts[i] = skyOf(m_year->series, options, m_parts[i].period, north);
-        parts[i].skyHours = {}; // the hours of the whole are enough
-        parts[i].beams = {};
-        parts[i].patchRadiance = {};
+        if (analysis.seasons.count == 1) { // the hours of the whole are enough
+            parts[i].skyHours = {};
+            parts[i].beams = {};
+            parts[i].patchRadiance = {};
+        }
     });
     m_analysis = std::make_shared<const HourlyAnalysis>(std::move(sky), analysis, parts);
 }
@@ -158,14 +168,15 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
         {"sky_view", "%", "Sky view", {}},
         {"ground_view", "%", "Ground view", {}},
         {"direct_sun_hours", "h", "Hours of direct sun", {}}};
+    if (m_asked.hourly.reflects()) {
+        columns.push_back({"reflected", "Wh/m2", "Radiation reflected by the scene", {}});
+    }
     if (m_asked.hourly.unshaded) {
         columns.push_back({"unshaded", "Wh/m2", "Total radiation without the scene", {}});
     }
     for (const NamedPeriod& part : m_parts) {
-        const std::array<std::size_t, partColumns> places = {total, beam, diffuse, ground,
-                                                             sunHours};
         for (std::size_t i = 0; i < columnsOfPart(); ++i) {
-            const ResultColumn& whole = columns[places[i]];
+            const ResultColumn& whole = columns[partColumns[i]];
             columns.push_back(
                 {whole.name + "_" + part.name, whole.unit, whole.title + ", " + part.text, {}});
         }
@@ -174,12 +185,27 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
 }
 
 std::size_t HourlyStudy::columnsOfPart() const {
-    return m_parts.size() <= mostFullParts ? partColumns : 1;
+    return m_parts.size() > mostFullParts
+               ? 1
+               : partColumns.size() - (m_asked.hourly.reflects() ? 0 : 1);
+}
+
+std::size_t HourlyStudy::firstPartColumn() const {
+    return std::size_t{wholeColumns} + (m_asked.hourly.reflects() ? 1 : 0) +
+           (m_asked.hourly.unshaded ? 1 : 0);
 }
 
 Sensor HourlyStudy::sensorAt(const SensorWork& work, std::size_t index) const {
     return {work.recentring.local(work.field.positions[index]),
             narrowed(work.field.normals[index])};
+}
+
+SensorResult HourlyStudy::evaluate(const SensorWork& work, std::size_t index,
+                                   std::span<SensorPart> parts, SensorHours* hours) const {
+    const Sensor sensor = sensorAt(work, index);
+    return work.masks.light() != nullptr
+               ? m_analysis->evaluate(*work.masks.light(), sensor, parts, hours)
+               : m_analysis->evaluate(*work.masks.rays(), sensor, parts, hours);
 }
 
 void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
@@ -192,9 +218,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
     };
     std::optional<Open> open;
     for (std::size_t i = range.first; i < range.end; ++i) {
-        const SensorResult result =
-            parts.empty() ? m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i))
-                          : m_analysis->evaluate(*work.masks.rays(), sensorAt(work, i), parts);
+        const SensorResult result = evaluate(work, i, parts, nullptr);
         columns[total].values[i] = result.total;
         columns[beam].values[i] = result.beam;
         columns[diffuse].values[i] = result.sky;
@@ -206,7 +230,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
         columns[skyView].values[i] = 100.0f * result.skyViewFactor;
         columns[groundView].values[i] = 100.0f * result.groundViewFactor;
         columns[sunHours].values[i] = result.directSunHours;
-        std::size_t column = wholeColumns;
+        std::size_t column = firstPartColumn();
         if (m_asked.hourly.unshaded) {
             const Sensor sensor = sensorAt(work, i);
             // Neighbours mostly look the same way.
@@ -214,16 +238,115 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
                 open->normal.z != sensor.normal.z) {
                 open = {sensor.normal, m_analysis->evaluate(nothing, sensor).total};
             }
-            columns[column++].values[i] = open->total;
+            columns[column - 1].values[i] = open->total;
         }
         for (const SensorPart& part : parts) {
-            const std::array<float, partColumns> values = {part.total, part.beam, part.sky,
-                                                           part.ground, part.directSunHours};
+            const std::array<float, partColumns.size()> values = {
+                part.total, part.beam, part.sky, part.ground, part.directSunHours, part.reflected};
             for (std::size_t k = 0; k < columnsOfPart(); ++k) {
                 columns[column++].values[i] = values[k];
             }
         }
     }
+}
+
+SensorResult HourlyStudy::resultIn(std::span<const ResultColumn> columns, std::size_t i) {
+    SensorResult result;
+    result.total = columns[total].values[i];
+    result.beam = columns[beam].values[i];
+    result.sky = columns[diffuse].values[i];
+    result.ground = columns[ground].values[i];
+    result.peak = columns[peak].values[i];
+    result.peakHour = static_cast<int>(columns[peakHour].values[i]) - 1;
+    result.skyViewFactor = columns[skyView].values[i] / 100.0f;
+    result.groundViewFactor = columns[groundView].values[i] / 100.0f;
+    return result;
+}
+
+void HourlyStudy::addReflected(const SensorWork& work, int threads, std::span<ResultColumn> columns,
+                               Progress& progress, const std::stop_token& stop) {
+    if (!m_asked.hourly.reflects()) {
+        return;
+    }
+    std::vector<Sensor> sensors(work.field.size());
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        sensors[i] = sensorAt(work, i);
+    }
+    progress.begin(sensors.size(), "sensors, reflected light");
+    EvaluateOptions run;
+    run.threads = threads;
+    run.stop = stop;
+    run.progress = [&](std::size_t count) { progress.advance(count); };
+    ReflectionOptions options;
+    options.bounces = m_asked.hourly.bounces;
+    options.leastCell *= work.recentring.scale();
+    options.leastLinkCell *= work.recentring.scale();
+    std::vector<SensorResult> direct(sensors.size());
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        direct[i] = resultIn(columns, i);
+    }
+    m_light = std::make_shared<const ReflectedLight>(*m_analysis, *work.masks.light(), sensors,
+                                                     options, run, direct);
+    progress.end();
+    throwIfStopped(stop);
+    const ReflectionReport& report = m_light->report();
+    progress.note(fmt::format(
+        "reflected light: {} cells, {} {}, {:.1f} MB", groupedDigits(report.cells), report.bounces,
+        counted(static_cast<std::size_t>(report.bounces), "reflection", "reflections"),
+        static_cast<double>(report.bytes) / 1.0e6));
+    if (!report.converged) {
+        progress.warn(fmt::format("the scene is closed and absorbs next to nothing: its light "
+                                  "grows with every reflection, and {} were counted; give a lower "
+                                  "--reflectance, or --bounces",
+                                  report.bounces));
+    }
+    std::vector<SensorPart> parts(m_parts.size());
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        addReflected(i, columns, parts);
+    }
+}
+
+void HourlyStudy::addReflected(std::size_t i, std::span<ResultColumn> columns,
+                               std::span<SensorPart> parts) const {
+    SensorResult result = resultIn(columns, i);
+    const bool allOfParts = columnsOfPart() > 1;
+    std::size_t column = firstPartColumn();
+    for (std::size_t p = 0; p < parts.size(); ++p, column += columnsOfPart()) {
+        SensorPart& part = parts[p];
+        if (allOfParts) {
+            part.beam = columns[column + 1].values[i];
+            part.sky = columns[column + 2].values[i];
+            part.ground = columns[column + 3].values[i];
+        } else {
+            const double all = m_analysis->sky().groundReflected;
+            part.ground = all > 0.0
+                              ? static_cast<float>(static_cast<double>(result.ground) *
+                                                   m_analysis->partLight(p).groundReflected / all)
+                              : 0.0f;
+            part.sky = columns[column].values[i] - part.ground; // with the sun: only sums count
+            part.beam = 0.0f;
+        }
+    }
+    m_light->addTo(i, result, nullptr, parts);
+    columns[total].values[i] = result.total;
+    columns[ground].values[i] = result.ground;
+    columns[averageDaylight].values[i] = result.averageDaylight;
+    columns[averagePeriod].values[i] = result.averagePeriod;
+    columns[peak].values[i] = result.peak;
+    columns[reflected].values[i] = result.reflected;
+    column = firstPartColumn();
+    for (std::size_t p = 0; p < parts.size(); ++p, column += columnsOfPart()) {
+        columns[column].values[i] = parts[p].total;
+        if (allOfParts) {
+            columns[column + 3].values[i] = parts[p].ground;
+            columns[column + 5].values[i] = parts[p].reflected;
+        }
+    }
+}
+
+double HourlyStudy::timeWithReflected() const {
+    // bench_reflection, sensors 2 m apart in Lyon; scattered ones take more.
+    return m_asked.hourly.reflects() ? 2.0 : 1.0;
 }
 
 bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const SensorField&,
@@ -233,7 +356,10 @@ bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const Sensor
 
 SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) const {
     SensorHours hours;
-    m_analysis->evaluate(*work.masks.rays(), sensorAt(work, sensor), &hours);
+    SensorResult result = evaluate(work, sensor, {}, &hours);
+    if (m_light) {
+        m_light->addTo(sensor, result, &hours);
+    }
     return hours;
 }
 
@@ -242,14 +368,20 @@ HourlyStudy::again(const SkyOptions& options, double north,
                    const std::shared_ptr<const WeatherYear>& given) const {
     SkyOptions asked = options;
     asked.out = m_asked.out;
-    return given == m_year && north == m_north && asked == m_asked
-               ? std::make_unique<HourlyStudy>(*this)
-               : nullptr;
+    if (given != m_year || north != m_north || asked != m_asked) {
+        return nullptr;
+    }
+    auto same = std::make_unique<HourlyStudy>(*this);
+    same->m_light = nullptr; // of the scene before
+    return same;
 }
 
 std::string HourlyStudy::digest() const {
     const HourlySky& sky = m_analysis->sky();
     const HourlyOptions& asked = m_asked.hourly;
+    if (asked.hasMaterials()) {
+        return {}; // what surfaces reflect reaches sensors that no changed ray touches
+    }
     Digest digest;
     digest.add(asked.skyTolerance);
     digest.add(asked.sunTolerance);
@@ -371,6 +503,20 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
     }
     nlohmann::ordered_json& hourly = record["hourly"];
     hourly["ground"] = m_asked.hourly.openGround ? "open" : "open where the scene does not hide it";
+    if (m_asked.hourly.reflects()) {
+        hourly["ground"] = m_asked.hourly.openGround ? "open" : "in the scene's shadow";
+        hourly["reflectance"] = m_asked.hourly.otherReflectance();
+        hourly["bounces"] = m_asked.hourly.bounces;
+    }
+    if (m_light) {
+        const ReflectionReport& report = m_light->report();
+        hourly["reflected"] = {{"reflections_followed", report.bounces},
+                               {"share_beyond", report.beyond},
+                               {"converged", report.converged},
+                               {"cells", report.cells},
+                               {"rays", report.rays},
+                               {"bytes", report.bytes}};
+    }
     hourly["sky_tolerance_percent"] = m_asked.hourly.skyTolerance;
     hourly["sun_tolerance_percent"] = m_asked.hourly.sunTolerance;
     if (columns.empty()) {

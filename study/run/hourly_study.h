@@ -23,6 +23,9 @@ public:
     /// Needs a source that casts rays.
     void calculate(const SensorWork& work, SensorRange range, int slot,
                    std::span<ResultColumn> columns) override;
+    void addReflected(const SensorWork& work, int threads, std::span<ResultColumn> columns,
+                      Progress& progress, const std::stop_token& stop) override;
+    [[nodiscard]] double timeWithReflected() const override;
     [[nodiscard]] bool isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
                                   std::size_t sensor) const override;
     [[nodiscard]] const char* enclosedText() const override { return "neither sky nor ground"; }
@@ -45,6 +48,13 @@ public:
 private:
     /// The columns that a part of the period has.
     [[nodiscard]] std::size_t columnsOfPart() const;
+    [[nodiscard]] std::size_t firstPartColumn() const;
+    [[nodiscard]] SensorResult evaluate(const SensorWork& work, std::size_t index,
+                                        std::span<SensorPart> parts, SensorHours* hours) const;
+    /// Of the direct light.
+    static SensorResult resultIn(std::span<const ResultColumn> columns, std::size_t sensor);
+    void addReflected(std::size_t sensor, std::span<ResultColumn> columns,
+                      std::span<SensorPart> parts) const;
     [[nodiscard]] Sensor sensorAt(const SensorWork& work, std::size_t index) const;
 
     SkyOptions m_asked;
@@ -54,6 +64,7 @@ private:
     WeatherReport m_weather;
     std::array<float, 12> m_monthlyAlbedo{}; ///< of the weather, NaN where it has none
     std::shared_ptr<const HourlyAnalysis> m_analysis;
+    std::shared_ptr<const ReflectedLight> m_light; ///< after addReflected(), where surfaces reflect
 };
 
 std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,

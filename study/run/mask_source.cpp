@@ -81,6 +81,26 @@ private:
     FastRayTransparency m_rays;
 };
 
+class LightMasks final : public MaskSource {
+public:
+    LightMasks(const Scene& scene, const Recentring& recentring,
+               std::span<const std::uint16_t> materialOfTriangle, std::vector<Material> materials)
+        : m_scene(recentring.coordinates(scene), materialOfTriangle, std::move(materials)),
+          m_rays(m_scene.opaque()) {}
+
+    void updateMask(ECalculationPoint& point, std::size_t, int) override {
+        LightSceneTransparency rays(m_scene);
+        point.updateShadingMask(&rays);
+    }
+
+    GetTransparencyValueOnRay* rays() override { return &m_rays; }
+    [[nodiscard]] const LightScene* light() const override { return &m_scene; }
+
+private:
+    LightScene m_scene;
+    FastRayTransparency m_rays;
+};
+
 /// Answers for one sensor from the store.
 class StoredSky final : public GetTransparencyValueOnRay, public SkyVisibilityQuery {
 public:
@@ -146,6 +166,13 @@ std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& r
     auto masks = std::make_unique<FastMasks>(scene, recentring);
     throwIfStopped(stop);
     return masks;
+}
+
+std::unique_ptr<MaskSource> makeLightMasks(const Scene& scene, const Recentring& recentring,
+                                           std::span<const std::uint16_t> materialOfTriangle,
+                                           std::vector<Material> materials) {
+    return std::make_unique<LightMasks>(scene, recentring, materialOfTriangle,
+                                        std::move(materials));
 }
 
 std::unique_ptr<MaskSource> makeStoredMasks(const SkyVisibilityStore& store, double north) {

@@ -10,8 +10,11 @@
 #include <insolate/insolate.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <stop_token>
+#include <vector>
 
 namespace insolate::study {
 
@@ -26,6 +29,9 @@ public:
 
     /// The caster for rays into any direction, for all threads; null where none are cast.
     virtual GetTransparencyValueOnRay* rays() { return nullptr; }
+    /// The scene with its materials, where light is reflected or passes; else null. rays() then
+    /// meets the opaque triangles alone.
+    [[nodiscard]] virtual const LightScene* light() const { return nullptr; }
 };
 
 /// Rays through the scene; builds what they walk through. The octree's triangles are the process's.
@@ -34,6 +40,12 @@ public:
 std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& recentring,
                                          RayMethod method, const std::stop_token& stop,
                                          std::shared_ptr<const ProcessScene> held = {});
+
+/// Rays through a scene whose triangles have materials.
+/// @param materialOfTriangle as for LightScene
+std::unique_ptr<MaskSource> makeLightMasks(const Scene& scene, const Recentring& recentring,
+                                           std::span<const std::uint16_t> materialOfTriangle,
+                                           std::vector<Material> materials);
 
 /// Masks with the visibility of the store, as if the rays were cast again: the same bytes.
 /// @param north as the masks were made with [degrees]; the store must outlive the source

@@ -12,6 +12,7 @@
 #include "study/run/run_options.h"
 #include "study/run/sensor_blocks.h"
 #include "study/run/sky_visibility_store.h"
+#include "study/support/progress.h"
 #include "study/weather/weather_check.h"
 #include "study/weather/weather_year.h"
 
@@ -48,6 +49,15 @@ public:
     /// each on a slot of its own.
     virtual void calculate(const SensorWork& work, SensorRange range, int slot,
                            std::span<ResultColumn> columns) = 0;
+
+    /// Adds to the finished columns what only all sensors together give: the light that the scene's
+    /// surfaces reflect. Nothing for a method, or options, without it.
+    /// @throws Stopped
+    virtual void addReflected(const SensorWork& /*work*/, int /*threads*/,
+                              std::span<ResultColumn> /*columns*/, Progress& /*progress*/,
+                              const std::stop_token& /*stop*/) {}
+    /// Time of all sensors with addReflected() over that without, about: for estimates.
+    [[nodiscard]] virtual double timeWithReflected() const { return 1.0; }
 
     /// Whether nothing is open before the sensor, whatever the period and its light: no sky and,
     /// where the method looks for it, no ground. One that faces straight down sees no sky anyway.

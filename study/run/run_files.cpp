@@ -35,7 +35,7 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
 
 HoursHead hoursHead(const PreparedStudy& study) {
     return {hoursOfPeriod(study.options.period), study.method->weather().site.timeZone,
-            studySubtitle(study.options, study.method->weather())};
+            studySubtitle(study.options, study.method->weather()), study.options.hourly.reflects()};
 }
 
 } // namespace
@@ -47,6 +47,12 @@ nlohmann::ordered_json summaryRecord(const RunAnswer& answer) {
         runRecord(answer.options, study.method->weather(), study.inputs);
     study.method->describeSky(record);
     study.method->describeSensors(record, results.columns);
+    for (const MaterialUse& use : study.materials) {
+        record["hourly"]["materials"].push_back({{"names", use.pattern.empty() ? "*" : use.pattern},
+                                                 {"taken_for", use.text},
+                                                 {"triangles", use.triangles},
+                                                 {"area_m2", use.area}});
+    }
     record["sensors"]["enclosed"] = results.enclosedCount;
     record["sensors"]["enclosed_in_means"] = answer.options.keepEnclosed;
     if (!results.areas.empty()) {

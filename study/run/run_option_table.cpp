@@ -297,6 +297,19 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
     table.flag("open-ground", options.hourly.openGround,
                "hourly: the scene does not hide the ground; for a scene that models its own "
                "ground, which would else count as in the way of the ground's light");
+    table.number("reflectance", options.hourly.reflectance, "VALUE",
+                 "hourly: what surfaces reflect that --materials does not name, 0 to 1, evenly to "
+                 "all sides; 0.2 for a usual city. Adds the column reflected, and lays the open "
+                 "ground in the scene's shadow. Without it and --materials surfaces are black",
+                 "reflectance");
+    table.file("materials", options.hourly.materials,
+               "hourly: what surfaces reflect and let through, by names of objects and materials: "
+               "tables [material.\"glass*\"] of a TOML file, which may be the study file");
+    table.wholeNumber(
+        "bounces", options.hourly.bounces, "N",
+        "hourly: reflections that light may take on its way to a sensor; 0: until what is "
+        "left is below a thousandth of the reflected light",
+        "number of reflections");
     table.add(
         {.name = "hours-of",
          .kind = Option::Kind::list,

@@ -41,7 +41,45 @@ void checkTolerance(const SkyOptions& options, const char* name, double percent,
     }
 }
 
+void checkReflection(const RunOptions& options) {
+    const HourlyOptions& hourly = options.hourly;
+    if (hourly.reflectance && !(*hourly.reflectance >= 0.0 && *hourly.reflectance <= 1.0)) {
+        throw UsageError(fmt::format("--reflectance {}: no reflectance; give 0 to 1, 0.2 for a "
+                                     "usual city",
+                                     *hourly.reflectance));
+    }
+    if (hourly.bounces < 0) {
+        throw UsageError(fmt::format("--bounces {}: no number of reflections; give 1 or more, or 0 "
+                                     "to follow them until hardly anything is left",
+                                     hourly.bounces));
+    }
+    const bool hasFile = !hourly.materials.empty() || hourly.rules != nullptr;
+    requireHourly(options, "--reflectance", hourly.reflectance.has_value());
+    requireHourly(options, "--bounces", hourly.bounces != 0);
+    requireHourly(options, "--materials", hasFile);
+    if (hourly.bounces != 0 && !hourly.reflects() && !hasFile) {
+        throw UsageError("--bounces counts reflections, and without --reflectance or --materials "
+                         "nothing reflects; give --reflectance 0.2, or leave --bounces out");
+    }
+    if (options.rays == RayMethod::octree && (hasFile || hourly.reflects())) {
+        throw UsageError("--rays octree knows no materials; leave it out, or --reflectance and "
+                         "--materials");
+    }
+}
+
 } // namespace
+
+double HourlyOptions::otherReflectance() const {
+    const bool hasFile = !materials.empty() || rules != nullptr;
+    return reflectance.value_or(hasFile ? MaterialRules::usualReflectance : 0.0);
+}
+
+bool HourlyOptions::reflects() const {
+    return otherReflectance() > 0.0 ||
+           (rules != nullptr &&
+            std::any_of(rules->rules.begin(), rules->rules.end(),
+                        [](const MaterialRule& rule) { return rule.material.reflectance > 0.0f; }));
+}
 
 std::vector<double> thresholdsOf(const GroupTableOptions& options) {
     std::vector<double> thresholds;
@@ -110,6 +148,7 @@ void checkRunOptions(const RunOptions& options) {
     requireHourly(options, "--periods", !options.hourly.periods.empty());
     partsOf(options.period, options.hourly.split, options.hourly.periods);
     requireHourly(options, "--open-ground", options.hourly.openGround);
+    checkReflection(options);
     const HoursOf& hoursOf = options.hourly.hoursOf;
     requireHourly(options, "--hours-of", hoursOf.any());
     if ((hoursOf.all ? 1 : 0) + (hoursOf.groups ? 1 : 0) + (hoursOf.sensors.empty() ? 0 : 1) > 1) {

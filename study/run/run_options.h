@@ -2,6 +2,7 @@
 #pragma once
 
 #include "study/export.h"
+#include "study/model/materials.h"
 #include "study/model/mesh_import.h"
 #include "study/model/selection.h"
 #include "study/model/winding.h"
@@ -13,6 +14,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,15 +32,29 @@ struct HourlyOptions {
     double sunTolerance = 0.0;
     std::optional<double> albedo = {}; ///< of the ground, 0..1; absent: usualAlbedo
     bool monthlyAlbedo = false;        ///< from the weather file, where it has one
-    bool openGround = false;           ///< the scene does not hide the ground below the horizon
-    bool unshaded = false;             ///< also what each sensor would get without the scene
-    HoursOf hoursOf = {};              ///< whose hours are wanted
+    /// Of the scene's surfaces that no material fits, 0..1; 0: they are black. Absent: 0, with
+    /// materials MaterialRules::usualReflectance.
+    std::optional<double> reflectance = {};
+    int bounces = 0; ///< reflections on the way to a sensor; 0: until hardly anything is left
+    std::filesystem::path materials = {}; ///< a file of them, see materials.h; empty: none
+    /// What the file says, or a host in its place. Read by whoever prepares a study.
+    std::shared_ptr<const MaterialRules> rules = {};
+    bool openGround = false; ///< the scene does not hide the ground below the horizon
+    bool unshaded = false;   ///< also what each sensor would get without the scene
+    HoursOf hoursOf = {};    ///< whose hours are wanted
 
     PeriodSplit split = PeriodSplit::none; ///< parts of the period with results of their own
     std::vector<AskedPeriod> periods = {}; ///< others of them
     bool operator==(const HourlyOptions&) const = default;
 
     static constexpr double usualAlbedo = 0.2;
+
+    /// Of surfaces that no material fits.
+    [[nodiscard]] double otherReflectance() const;
+    /// Whether any surface reflects; without, the open ground lies in the sun.
+    [[nodiscard]] bool reflects() const;
+    /// Whether any surface has a material, or reflects.
+    [[nodiscard]] bool hasMaterials() const { return rules != nullptr || reflects(); }
 };
 
 /// The weather and the period: what a sky is made from.

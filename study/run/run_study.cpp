@@ -9,6 +9,7 @@
 #include "study/run/enclosed.h"
 #include "study/run/result_files.h"
 #include "study/run/run_files.h"
+#include "study/run/study_batch.h"
 #include "study/run/study_record.h"
 #include "study/run/study_steps.h"
 #include "study/support/errors.h"
@@ -50,9 +51,60 @@ PartialResults::Key resumeKey(const PreparedStudy& study) {
     if (options.masks) {
         files.push_back(*options.masks);
     }
+    if (!options.hourly.materials.empty()) {
+        files.push_back(options.hourly.materials);
+    }
     return PartialResults::keyOf(
         record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace),
         study.visibility, files);
+}
+
+void readRules(RunOptions& options, const std::stop_token& stop) {
+    HourlyOptions& hourly = options.hourly;
+    if (!hourly.materials.empty()) {
+        hourly.rules = std::make_shared<const MaterialRules>(
+            readMaterials(hourly.materials, studyFileKeys(), stop));
+    }
+    if (hourly.rules == nullptr || !hourly.rules->albedo) {
+        return;
+    }
+    if (hourly.albedo || hourly.monthlyAlbedo) {
+        throw UsageError(fmt::format("--albedo: [ground] of {} has an albedo as well; keep one of "
+                                     "them",
+                                     place(hourly.rules->file)));
+    }
+    hourly.albedo = hourly.rules->albedo;
+}
+
+/// Gives the scene its materials, and says which surfaces have which.
+void takeMaterials(PreparedStudy& study, Progress& progress) {
+    const HourlyOptions& hourly = study.options.hourly;
+    SceneMaterials found =
+        sceneMaterials(study.inputs.scene, hourly.rules.get(), hourly.otherReflectance());
+    for (const MaterialUse& use : found.uses) {
+        if (use.triangles > 0 || !use.pattern.empty()) {
+            progress.note(fmt::format(
+                "{}: {} {}, {:.4g} m2: {}",
+                use.pattern.empty() ? "other surfaces" : "material " + quoteText(use.pattern),
+                groupedDigits(use.triangles), counted(use.triangles, "triangle", "triangles"),
+                use.area, use.text));
+        }
+    }
+    for (Material& material : found.materials) {
+        if (material.passage == Material::Passage::Crown) {
+            material.passing =
+                material.passing.scaled(static_cast<float>(1.0 / study.recentring->scale()));
+        }
+    }
+    study.masks = makeLightMasks(study.inputs.scene, *study.recentring, found.ofTriangle,
+                                 std::move(found.materials));
+    study.materials = std::move(found.uses);
+    if (const std::size_t open = study.masks->light()->openCrowns(); open > 0) {
+        progress.warn(fmt::format("{} {} with a density {} not closed: what passes is measured "
+                                  "where rays enter and leave; close {}, or give a transmittance",
+                                  groupedDigits(open), counted(open, "hull", "hulls"),
+                                  counted(open, "is", "are"), counted(open, "it", "them")));
+    }
 }
 
 /// Finished sensors of another study may have taken hours: they go only where the user knows.
@@ -153,6 +205,9 @@ std::vector<std::filesystem::path> filesRead(const RunOptions& options) {
     if (options.masks) {
         files.push_back(*options.masks);
     }
+    if (!options.hourly.materials.empty()) {
+        files.push_back(options.hourly.materials);
+    }
     return files;
 }
 
@@ -177,11 +232,12 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
                            const std::stop_token& stop, const PreparedStudy* earlier) {
     PreparedStudy study;
     study.options = options;
+    readRules(study.options, stop);
     if (earlier != nullptr) {
-        study.method = earlier->method->again(options, options.north, given.weather);
+        study.method = earlier->method->again(study.options, options.north, given.weather);
     }
     if (study.method == nullptr) {
-        study.method = makeRadiationMethod(options, options.north, given.weather);
+        study.method = makeRadiationMethod(study.options, options.north, given.weather);
     }
     reportStudy(options, study.method->weather(), progress);
     if (const std::string advice = study.method->advice(); !advice.empty()) {
@@ -198,6 +254,8 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
         study.stored = std::make_unique<SkyVisibilityStore>(
             SkyVisibilityStore::read(*options.masks, study.visibility));
         study.masks = makeStoredMasks(*study.stored, options.north);
+    } else if (study.options.hourly.hasMaterials()) {
+        takeMaterials(study, progress);
     } else {
         study.masks = makeRayMasks(study.inputs.scene, *study.recentring, options.rays, stop,
                                    study.method->processScene());
@@ -216,6 +274,7 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     const SensorWork work = study.work(study.options.saveMasks ? &results.seen : nullptr);
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
+    study.method->addReflected(work, study.options.threads, results.columns, progress, stop);
     completeResults(study, results, progress, stop);
     return results;
 }

@@ -51,7 +51,8 @@ void addHours(PreparedStudy& study, StudyEstimate& estimate, const std::stop_tok
     if (!wanted.any()) {
         return;
     }
-    constexpr double bytesPerRow = 3.0 * sizeof(float) * hoursPerYear;
+    const double parts = study.options.hourly.reflects() ? 4.0 : 3.0;
+    const double bytesPerRow = parts * sizeof(float) * hoursPerYear;
     constexpr double rowsAtOnce = 256.0;
     constexpr double packedRows = 2048.0;      // that wait for hours.nc
     constexpr double secondsPerValue = 3.0e-8; // rounded, compressed and written by one thread
@@ -63,7 +64,7 @@ void addHours(PreparedStudy& study, StudyEstimate& estimate, const std::stop_tok
         all, [&](std::size_t sensor) { (void)study.method->hoursOf(work, sensor); }, stop);
     estimate.seconds += each * sensors / estimate.threads;
     const double values =
-        3.0 * static_cast<double>(hoursOfPeriod(study.options.period).size()); // of a row
+        parts * static_cast<double>(hoursOfPeriod(study.options.period).size()); // of a row
     double rows = sensors;
     if (wanted.groups) {
         const std::vector<GroupBy>& asked = study.options.groups.by;
@@ -78,7 +79,7 @@ void addHours(PreparedStudy& study, StudyEstimate& estimate, const std::stop_tok
         }
         estimate.bytes += rows * 3.0 * bytesPerRow; // sums in double precision, then means
         estimate.seconds +=
-            secondsPerSum * 3.0 * hoursPerYear * sensors * static_cast<double>(groupings.size());
+            secondsPerSum * parts * hoursPerYear * sensors * static_cast<double>(groupings.size());
     } else if (!wanted.all) {
         estimate.bytes += rows * bytesPerRow;
     }
@@ -125,8 +126,8 @@ StudyEstimate estimateStudy(PreparedStudy& study, const std::stop_token& stop) {
             study.method->calculate(work, {sensor, sensor + 1}, 0, columns);
         },
         stop);
-    estimate.seconds = each * sensors / estimate.threads + pictureSeconds +
-                       fileSecondsPerValue * (values + otherValues) * sensors;
+    estimate.seconds = each * study.method->timeWithReflected() * sensors / estimate.threads +
+                       pictureSeconds + fileSecondsPerValue * (values + otherValues) * sensors;
     addHours(study, estimate, stop);
     return estimate;
 }

@@ -1,6 +1,6 @@
 #include "study/run/study_file.h"
 
-#include "study/files/input_file.h"
+#include "study/files/toml_file.h"
 #include "study/run/run_option_table.h"
 #include "study/run/study_batch.h"
 #include "study/support/closest_name.h"
@@ -17,27 +17,10 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <toml++/toml.h>
 
 namespace insolate::study {
 
 namespace {
-
-std::optional<std::string> textOf(const toml::node& value) {
-    if (const auto* text = value.as_string()) {
-        return text->get();
-    }
-    if (const auto* number = value.as_integer()) {
-        return fmt::format("{}", number->get());
-    }
-    if (const auto* number = value.as_floating_point()) {
-        return fmt::format("{}", number->get());
-    }
-    if (const auto* flag = value.as_boolean()) {
-        return flag->get() ? "true" : "false";
-    }
-    return std::nullopt;
-}
 
 /// A value that no option takes, in words.
 const char* kindOf(const toml::node& value) {
@@ -47,51 +30,12 @@ const char* kindOf(const toml::node& value) {
                                 : "a date or time without quotes";
 }
 
-std::string linePlace(const std::filesystem::path& file, const toml::source_region& source) {
-    return place(file, static_cast<std::size_t>(source.begin.line));
-}
-
-/// The line's text, without what surrounds it.
-std::string_view lineOf(std::string_view text, std::size_t number) {
-    for (; number > 1 && text.find('\n') != std::string_view::npos; --number) {
-        text.remove_prefix(text.find('\n') + 1);
-    }
-    return trimmed(text.substr(0, text.find('\n')));
-}
-
-/// What is wrong where the parser stopped. Its own words speak of grammar.
-std::string syntaxFault(std::string_view line, std::string_view parserSays) {
-    if (parserSays.find("redefine") != std::string_view::npos) {
-        return fmt::format("{} is given a second time; keep one of the lines",
-                           quoteText(trimmed(line.substr(0, line.find('=')))));
-    }
-    if (parserSays.find("utf-8") != std::string_view::npos) {
-        return "the text is not UTF-8; save the file as UTF-8";
-    }
-    return fmt::format("{} cannot be read; write NAME = VALUE, with texts in quotes ({}), decimals "
-                       "as 0.5, true or false, lists as [1, 2]",
-                       quoteText(line),
-                       line.find('\\') == std::string_view::npos ? "\"6/21\""
-                                                                 : "in '...' where they hold a \\");
-}
-
-toml::table readTable(const std::filesystem::path& file, const std::stop_token& stop) {
-    const std::string text = InputFile(file, inputKinds::study, stop).readAll();
-    try {
-        return toml::parse(text);
-    } catch (const toml::parse_error& error) {
-        const toml::source_position& at = error.source().begin;
-        throw DataError(fmt::format("{}:{}: {}", linePlace(file, error.source()), at.column,
-                                    syntaxFault(lineOf(text, at.line), error.description())));
-    }
-}
-
 /// The value's texts, each with the node that it stands in.
 /// @throws DataError with the line of what the option cannot take
 std::vector<std::pair<const toml::node*, std::string>>
 textsOf(const Option& option, const toml::node& value, const std::filesystem::path& file) {
     const auto fail = [&](const toml::node& at, const std::string& what) {
-        return DataError(fmt::format("{}: {}", linePlace(file, at.source()), what));
+        return DataError(fmt::format("{}: {}", tomlPlace(file, at.source()), what));
     };
     const std::string& name = option.name;
     const bool isFlag = option.kind == Option::Kind::flag;
@@ -100,7 +44,7 @@ textsOf(const Option& option, const toml::node& value, const std::filesystem::pa
     }
     std::vector<std::pair<const toml::node*, std::string>> texts;
     const auto take = [&](const toml::node& item) {
-        std::optional<std::string> text = textOf(item);
+        std::optional<std::string> text = tomlText(item);
         if (!text || (item.is_boolean() && !isFlag)) {
             throw fail(item, fmt::format("'{0}' cannot be {1}; write {0} = VALUE with a text or a "
                                          "number",
@@ -138,12 +82,15 @@ void giveKey(const Option& option, const toml::node& value, const std::filesyste
         try {
             OptionTable::give(option, std::span(&text, 1));
         } catch (const UsageError& error) {
-            throw DataError(fmt::format("{}: {}", linePlace(file, node->source()), error.what()));
+            throw DataError(fmt::format("{}: {}", tomlPlace(file, node->source()), error.what()));
         }
     }
 }
 
 constexpr std::string_view analysisKey = "analysis";
+/// Tables of the file that stand for a file of materials.
+constexpr std::array<std::string_view, 2> materialTables = {"material", "ground"};
+constexpr std::string_view materialsOption = "materials";
 constexpr std::array<std::string_view, 3> commands = {"run", "sky", "sunhours"};
 
 /// Options that all analyses share, as they share the scene.
@@ -166,14 +113,14 @@ std::string textIn(const toml::table& table, std::string_view key,
     }
     if (!node->is_string()) {
         throw DataError(fmt::format("{}: '{}' is a text; write it in quotes",
-                                    linePlace(file, node->source()), key));
+                                    tomlPlace(file, node->source()), key));
     }
     return node->as_string()->get();
 }
 
 StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
                          const std::filesystem::path& file) {
-    const std::string where = linePlace(file, node.source());
+    const std::string where = tomlPlace(file, node.source());
     if (!node.is_table()) {
         throw DataError(fmt::format("{}: an analysis is a table; begin each with a line "
                                     "[[analysis]]",
@@ -186,7 +133,7 @@ StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
     }
     if (std::find(commands.begin(), commands.end(), analysis.command) == commands.end()) {
         throw DataError(fmt::format("{}: there is no command {}; choose from {}",
-                                    linePlace(file, table.get("command")->source()),
+                                    tomlPlace(file, table.get("command")->source()),
                                     quoteText(analysis.command), fmt::join(commands, ", ")));
     }
     if (analysis.name.empty()) {
@@ -198,7 +145,7 @@ StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
         analysis.name.find_first_not_of('.') == std::string::npos ||
         printable(analysis.name) != analysis.name) {
         throw DataError(fmt::format("{}: {} is no name of a folder; take letters, digits, - and _",
-                                    linePlace(file, table.get("name")->source()),
+                                    tomlPlace(file, table.get("name")->source()),
                                     quoteText(analysis.name)));
     }
     static const std::vector<std::string> shared = sharedNames();
@@ -206,7 +153,7 @@ StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
         if (std::find(shared.begin(), shared.end(), key.str()) != shared.end()) {
             throw DataError(fmt::format("{}: '{}' holds for all analyses, which share one scene; "
                                         "write it above them{}",
-                                        linePlace(file, key.source()), key.str(),
+                                        tomlPlace(file, key.source()), key.str(),
                                         key.str() == "out" ? " (each has the folder of its name "
                                                              "in it)"
                                                            : ""));
@@ -223,12 +170,12 @@ struct StudyFile::Content {
 
 StudyFile::StudyFile(std::filesystem::path file, const std::stop_token& stop)
     : m_file(std::move(file)), m_content(std::make_unique<Content>()) {
-    m_content->table = readTable(m_file, stop);
+    m_content->table = readToml(m_file, inputKinds::study, stop);
     const toml::node* node = m_content->table.get(analysisKey);
     if (node == nullptr) {
         return;
     }
-    const std::string where = linePlace(m_file, node->source());
+    const std::string where = tomlPlace(m_file, node->source());
     if (!node->is_array() || node->as_array()->empty()) {
         throw DataError(
             fmt::format("{}: analyses are tables; begin each with a line [[analysis]]", where));
@@ -239,7 +186,7 @@ StudyFile::StudyFile(std::filesystem::path file, const std::stop_token& stop)
             if (other.name == analysis.name) {
                 throw DataError(fmt::format("{}: there is an analysis {} already; give each a name "
                                             "of its own",
-                                            linePlace(m_file, one.source()),
+                                            tomlPlace(m_file, one.source()),
                                             quoteText(analysis.name)));
             }
         }
@@ -251,7 +198,11 @@ StudyFile::~StudyFile() = default;
 
 StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>& given,
                            const StudyAnalysis* analysis) const {
-    static const std::vector<std::string> known = studyFileKeys();
+    static const std::vector<std::string> known = [] {
+        std::vector<std::string> names = studyFileKeys();
+        names.insert(names.end(), materialTables.begin(), materialTables.end());
+        return names;
+    }();
     StudyKeys taken;
     const toml::table* own = nullptr;
     if (analysis != nullptr) {
@@ -261,12 +212,16 @@ StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>
                             const std::vector<std::string>& names, const std::string& of) {
         throw DataError(fmt::format("{}: there is no option {}{}; the keys are the options of "
                                     "'insolate {} --help' without their dashes",
-                                    linePlace(m_file, key.source()), quoteText(name),
+                                    tomlPlace(m_file, key.source()), quoteText(name),
                                     didYouMean(name, names), of));
     };
+    giveMaterials(table, given, own != nullptr && own->contains(materialsOption), taken);
     for (const auto& [key, value] : m_content->table) {
         const std::string name(key.str());
         const Option* option = table.find(name);
+        if (std::find(materialTables.begin(), materialTables.end(), name) != materialTables.end()) {
+            continue;
+        }
         if (option == nullptr && name != analysisKey &&
             std::find(known.begin(), known.end(), name) == known.end()) {
             refuse(name, key, known, "run");
@@ -274,7 +229,7 @@ StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>
         if (option != nullptr && !given.contains(name) &&
             !(own != nullptr && own->contains(name))) {
             giveKey(*option, value, m_file);
-            taken["--" + name] = linePlace(m_file, key.source());
+            taken["--" + name] = tomlPlace(m_file, key.source());
         }
     }
     if (own == nullptr) {
@@ -293,10 +248,31 @@ StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>
         }
         if (!given.contains(name)) {
             giveKey(*option, value, m_file);
-            taken["--" + name] = linePlace(m_file, key.source());
+            taken["--" + name] = tomlPlace(m_file, key.source());
         }
     }
     return taken;
+}
+
+void StudyFile::giveMaterials(const OptionTable& table, const std::set<std::string>& given,
+                              bool isOwn, StudyKeys& taken) const {
+    const std::string name(materialsOption);
+    for (const std::string_view key : materialTables) {
+        const toml::node* const node = m_content->table.get(key);
+        if (node == nullptr) {
+            continue;
+        }
+        const std::string where = tomlPlace(m_file, node->source());
+        if (m_content->table.contains(name)) {
+            throw DataError(fmt::format("{}: the file has {} and [{}]; keep one of them", where,
+                                        materialsOption, key));
+        }
+        const Option* const option = table.find(name);
+        if (option != nullptr && !given.contains(name) && !isOwn) {
+            OptionTable::give(*option, std::array{m_file.string()});
+            taken["--" + name] = where;
+        }
+    }
 }
 
 void failInStudy(const StudyKeys& keys, const UsageError& error) {

@@ -58,6 +58,11 @@ public:
                     const StudyAnalysis* analysis = nullptr) const;
 
 private:
+    /// Gives the file itself to the option materials where it has tables of them.
+    /// @param isOwn whether the analysis has an option of its own
+    void giveMaterials(const OptionTable& table, const std::set<std::string>& given, bool isOwn,
+                       StudyKeys& taken) const;
+
     struct Content;
     std::filesystem::path m_file;
     std::unique_ptr<Content> m_content;

@@ -187,7 +187,9 @@ std::vector<PageSeries> pageSeriesOf(std::span<const HourRow> rows, std::size_t 
         }
         one.hours.resize(row.hours.beam.size());
         for (std::size_t hour = 0; hour < one.hours.size(); ++hour) {
-            one.hours[hour] = row.hours.beam[hour] + row.hours.sky[hour] + row.hours.ground[hour];
+            for (const HourPart& part : hourParts(row.hours)) {
+                one.hours[hour] += (row.hours.*part.values)[hour];
+            }
         }
         series.push_back(std::move(one));
     }

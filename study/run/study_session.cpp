@@ -135,6 +135,14 @@ void requireHours(const RunOptions& options) {
     }
 }
 
+/// Cells that reflect light are made for all sensors together.
+void requireBlack(const RunOptions& options) {
+    if (options.hourly.reflects()) {
+        throw UsageError("--reflectance: sensors that are calculated in parts get no reflected "
+                         "light; calculate all at once, or leave it and --materials out");
+    }
+}
+
 } // namespace
 
 SensorHours StudySession::hoursOf(std::size_t sensor) const {
@@ -150,6 +158,7 @@ SensorHours StudySession::hoursOf(std::size_t sensor) const {
 std::vector<ResultColumn> StudySession::columnsOf(const SensorField& sensors, Progress& progress,
                                                   const std::stop_token& stop) const {
     const PreparedStudy& study = m_content->study;
+    requireBlack(study.options);
     return calculateSensors(*study.method, {sensors, *study.recentring, *study.masks},
                             study.options.threads, nullptr, progress, stop);
 }
@@ -160,6 +169,7 @@ void StudySession::hoursOf(
     const std::stop_token& stop) const {
     const PreparedStudy& study = m_content->study;
     requireHours(study.options);
+    requireBlack(study.options);
     calculateHours(*study.method, {sensors, *study.recentring, *study.masks}, everySensor(sensors),
                    study.options.threads, take, progress, stop);
 }

@@ -34,6 +34,7 @@ struct PreparedStudy {
     VisibilityKey visibility;
     std::unique_ptr<SkyVisibilityStore> stored; ///< masks of an earlier run, where asked for
     std::unique_ptr<MaskSource> masks;
+    std::vector<MaterialUse> materials; ///< of the scene; empty where surfaces have none
     Stopwatch watch;
 
     [[nodiscard]] SensorWork work(SkyVisibilityStore* saved = nullptr) const {

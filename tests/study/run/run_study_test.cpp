@@ -1,7 +1,9 @@
 // A run as a program starts it: what it refuses, and what it says.
 #include "study/run/run_option_table.h"
 #include "study/run/run_study.h"
+#include "study/run/study_batch.h"
 #include "study/run/study_session.h"
+#include "study/run/study_steps.h"
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
@@ -62,6 +64,11 @@ TEST(RunOptions, AreRefusedByName) {
         {options, "save-masks", "true", "does not belong to --method hourly"},
         {perezSky, "hours-of", "0", other},
         {perezSky, "split", "month", other},
+        {options, "reflectance", "1.2", "--reflectance 1.2: no reflectance; give 0 to 1"},
+        {options, "bounces", "2", "without --reflectance or --materials nothing"},
+        {with(options, "reflectance", "0.2"), "bounces", "-1", "--bounces -1: "},
+        {perezSky, "reflectance", "0.2", other},
+        {perezSky, "materials", "m.toml", other},
         {perezSky, "albedo", "epw", other},
         {perezSky, "open-ground", "true", other},
         {perezSky, "sun-tolerance", "1", other},
@@ -218,6 +225,105 @@ TEST(StudySession, HoldsNothingOfTheProcessWhenItIsKept) {
     same.calculate(silent);
     EXPECT_EQ(kept.columns().front().values, same.columns().front().values);
     EXPECT_EQ(kept.hoursOf(0).beam, same.hoursOf(0).beam);
+}
+
+TEST(RunStudy, AddsWhatTheSceneReflects) {
+    // A place between walls; the other looks away from everything.
+    const test::StudyFolder folder;
+    RunOptions options;
+    options.weather = folder.write("a.epw", test::clearYear());
+    options.scenes = {folder.write("box.obj", test::courtModel())};
+    options.sensors = folder.write("a.csv", "5,5,1,1,0,0\n5,5,50,0,0,1\n");
+    options.period = {
+        .startDay = 170, .endDay = 175, .startHour = 0.0, .endHour = 24.0, .step = 1.0};
+    options.hourly.hoursOf.sensors = {0, 1};
+    options.out = folder.path() / "out";
+    // Half of the days have parts of their own, or only totals of many parts.
+    const std::vector<std::string> parts = {"6/19-6/21", "6/22-6/24"};
+    const auto resultsOf = [&](double reflectance, std::size_t repeat) {
+        RunOptions run = options;
+        run.hourly.reflectance = reflectance;
+        for (std::size_t i = 0; i < repeat; ++i) {
+            run = with(with(run, "periods", parts[0]), "periods", parts[1]);
+        }
+        test::Heard heard;
+        PreparedStudy study = prepareStudy(run, {}, heard);
+        return calculateStudy(study, nullptr, heard);
+    };
+    const auto valueOf = [](const StudyResults& results, const std::string& name, std::size_t at) {
+        for (const ResultColumn& column : results.columns) {
+            if (column.name == name) {
+                return static_cast<double>(column.values[at]);
+            }
+        }
+        return 0.0;
+    };
+    const StudyResults black = resultsOf(0.0, 1);
+    const StudyResults grey = resultsOf(0.4, 1);
+    for (std::size_t at = 0; at < 2; ++at) {
+        for (const StudyResults* one : {&black, &grey}) {
+            const double total = valueOf(*one, "total", at);
+            double sum = 0.0;
+            double hours = 0.0;
+            double ofParts = 0.0;
+            for (const HourPart& part : everyHourPart) {
+                const double value = valueOf(*one, part.name, at);
+                double partSum = 0.0;
+                for (const ResultColumn& column : one->columns) {
+                    partSum += column.name.starts_with(std::string(part.name) + "_") &&
+                                       column.unit == "Wh/m2"
+                                   ? static_cast<double>(column.values[at])
+                                   : 0.0;
+                }
+                EXPECT_NEAR(partSum, value, 1e-4 * total) << part.name << at;
+                sum += value;
+                ofParts += partSum;
+                for (const float hour : one->hours[at].hours.*part.values) {
+                    hours += static_cast<double>(hour);
+                }
+            }
+            EXPECT_NEAR(sum, total, 1e-5 * total);
+            EXPECT_NEAR(ofParts, total, 1e-4 * total);
+            EXPECT_NEAR(hours, total, 1e-3 * total);
+        }
+        EXPECT_EQ(valueOf(black, "beam", at), valueOf(grey, "beam", at));
+        EXPECT_EQ(valueOf(black, "sky", at), valueOf(grey, "sky", at));
+    }
+    EXPECT_GT(valueOf(grey, "reflected", 0), 0.1 * valueOf(black, "total", 0));
+    EXPECT_NEAR(valueOf(grey, "total", 1) / valueOf(black, "total", 1), 1.0, 1e-6);
+}
+
+TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
+    // A pane lies over a level sensor; its own ground reflects three tenths in the study file.
+    const test::StudyFolder folder;
+    folder.write("a.epw", test::clearYear());
+    folder.write("pane.obj", "v -50 -50 3\nv 50 -50 3\nv 50 50 3\nv -50 50 3\nusemtl skylight\n"
+                             "f 1 2 3 4\n");
+    folder.write("a.csv", "0,0,1,0,0,1\n");
+    const std::string head = "weather = \"a.epw\"\nscene = \"pane.obj\"\nsensors = \"a.csv\"\n"
+                             "period = \"6/21\"\nout = \"out\"\n";
+    const auto totalOf = [&](const std::string& tables) {
+        test::Heard heard;
+        runStudyFile(folder.write("study.toml", head + tables), heard);
+        return columnOf(folder.path() / "out" / "sensors.csv", "total [Wh/m2]").front();
+    };
+    const double open = totalOf("[material.\"sky*\"]\ntransmittance = 1\nindex = 1\n");
+    const double half = totalOf("[material.skylight]\ntransmittance = { leaf = 0.5 }\n");
+    const double blocked = totalOf("");
+    EXPECT_NEAR(half / open, 0.5, 0.005);
+    EXPECT_LT(blocked, 0.05 * open);
+    const auto summary =
+        nlohmann::json::parse(test::readFile(folder.path() / "out" / "summary.json"));
+    EXPECT_FALSE(summary["hourly"].contains("materials"));
+    for (const auto& [tables, message] : std::vector<std::pair<std::string, std::string>>{
+             {"[material.skyligth]\nreflectance = 0.1\n", "study.toml:6: no object, group or "
+                                                          "material is called 'skyligth'; did you "
+                                                          "mean 'skylight'?"},
+             {"materials = \"a.csv\"\n[ground]\nalbedo = 0.3\n", "keep one of them"},
+             {"albedo = 0.2\n[ground]\nalbedo = 0.3\n", "--albedo: [ground] of "},
+             {"[materail.a]\n", "did you mean 'material'?"}}) {
+        EXPECT_THAT(messageOf([&] { totalOf(tables); }), HasSubstr(message)) << tables;
+    }
 }
 
 } // namespace

@@ -1,0 +1,73 @@
+#include "study/files/toml_file.h"
+
+#include "study/support/errors.h"
+#include "study/support/numbers.h"
+
+#include <fmt/format.h>
+
+namespace insolate::study {
+
+namespace {
+
+/// The line's text, without what surrounds it.
+std::string_view lineOf(std::string_view text, std::size_t number) {
+    for (; number > 1 && text.find('\n') != std::string_view::npos; --number) {
+        text.remove_prefix(text.find('\n') + 1);
+    }
+    return trimmed(text.substr(0, text.find('\n')));
+}
+
+/// What is wrong where the parser stopped. Its own words speak of grammar.
+std::string syntaxFault(std::string_view line, std::string_view parserSays) {
+    if (parserSays.find("redefine") != std::string_view::npos) {
+        return fmt::format("{} is given a second time; keep one of the lines",
+                           quoteText(trimmed(line.substr(0, line.find('=')))));
+    }
+    if (parserSays.find("utf-8") != std::string_view::npos) {
+        return "the text is not UTF-8; save the file as UTF-8";
+    }
+    return fmt::format("{} cannot be read; write NAME = VALUE, with texts in quotes ({}), decimals "
+                       "as 0.5, true or false, lists as [1, 2]",
+                       quoteText(line),
+                       line.find('\\') == std::string_view::npos ? "\"6/21\""
+                                                                 : "in '...' where they hold a \\");
+}
+
+} // namespace
+
+toml::table readToml(const std::filesystem::path& file, const InputKind& kind,
+                     const std::stop_token& stop) {
+    return parseToml(InputFile(file, kind, stop).readAll(), file);
+}
+
+toml::table parseToml(const std::string& text, const std::filesystem::path& name) {
+    try {
+        return toml::parse(text);
+    } catch (const toml::parse_error& error) {
+        const toml::source_position& at = error.source().begin;
+        throw DataError(fmt::format("{}:{}: {}", tomlPlace(name, error.source()), at.column,
+                                    syntaxFault(lineOf(text, at.line), error.description())));
+    }
+}
+
+std::string tomlPlace(const std::filesystem::path& file, const toml::source_region& source) {
+    return place(file, static_cast<std::size_t>(source.begin.line));
+}
+
+std::optional<std::string> tomlText(const toml::node& value) {
+    if (const auto* text = value.as_string()) {
+        return text->get();
+    }
+    if (const auto* number = value.as_integer()) {
+        return fmt::format("{}", number->get());
+    }
+    if (const auto* number = value.as_floating_point()) {
+        return fmt::format("{}", number->get());
+    }
+    if (const auto* flag = value.as_boolean()) {
+        return flag->get() ? "true" : "false";
+    }
+    return std::nullopt;
+}
+
+} // namespace insolate::study
