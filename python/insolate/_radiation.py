@@ -218,9 +218,9 @@ class Radiation(Columns):
         -------
         xarray.Dataset
             ``poa_direct``, ``poa_sky_diffuse``, ``poa_ground_diffuse``, where surfaces reflect
-            ``poa_reflected``, and their sum ``poa_global`` [W/m2], means over the hours; dimensions "sensor" and "time", 8,760
-            begins of hours in the site's standard time, of a year without 29 February. They are
-            0 outside of the period.
+            ``poa_reflected``, and their sum ``poa_global`` [W/m2], means over the hours; dimensions
+            "sensor" and "time", 8,760 begins of hours in the site's standard time, of a year
+            without 29 February. They are 0 outside of the period.
 
         Raises
         ------
