@@ -304,7 +304,7 @@ TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
                              "period = \"6/21\"\nout = \"out\"\n";
     const auto totalOf = [&](const std::string& tables) {
         test::Heard heard;
-        runStudyFile(folder.write("study.toml", head + tables), heard);
+        runStudyTasks(readStudyTasks(folder.write("study.toml", head + tables)), heard, {});
         return columnOf(folder.path() / "out" / "sensors.csv", "total [Wh/m2]").front();
     };
     const double open = totalOf("[material.\"sky*\"]\ntransmittance = 1\nindex = 1\n");
