@@ -488,7 +488,10 @@ private:
         std::uint32_t cell;
         bool isFinder;       ///< which sees the cell, and is not like it
         std::uint32_t model; ///< the cell whose values it takes
-        auto operator<=>(const Model&) const = default;
+        bool operator<(const Model& other) const {
+            return std::tie(cell, isFinder, model) <
+                   std::tie(other.cell, other.isFinder, other.model);
+        }
     };
     std::vector<Model> m_models;
     std::vector<std::pair<std::size_t, std::size_t>> m_runs; ///< in m_models, of each cell

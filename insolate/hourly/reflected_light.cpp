@@ -167,6 +167,7 @@ std::vector<float> seasonShares(const HourlySky& sky, const Seasons& seasons) {
         whole += sum;
     }
     std::vector<float> shares;
+    shares.reserve(light.size());
     for (const double one : light) {
         shares.push_back(whole > 0.0 ? static_cast<float>(one / whole)
                                      : 1.0f / static_cast<float>(light.size()));
