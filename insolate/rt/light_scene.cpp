@@ -131,6 +131,18 @@ struct BodyPath {
     double length;
 };
 
+/// What a ray crosses.
+struct Crossed {
+    std::vector<RayHit> hits;
+    std::vector<BodyPath> paths;
+};
+
+/// One ray after the other on each thread: nothing is allocated for most of them.
+Crossed& crossedOfThread() {
+    static thread_local Crossed crossed;
+    return crossed;
+}
+
 } // namespace
 
 Seasons seasonsOf(std::span<const Material> materials) {
@@ -256,9 +268,7 @@ struct LightScene::Content {
     /// Multiplies what each season has with what the translucent triangles let through.
     void weaken(const XYZf& origin, const XYZf& direction, std::span<float> bySeason,
                 std::size_t firstSeason, double distance) const {
-        // One ray after the other on each thread: nothing is allocated for most of them.
-        static thread_local std::vector<RayHit> hits;
-        static thread_local std::vector<BodyPath> paths;
+        auto& [hits, paths] = crossedOfThread();
         translucent.allHits(origin, direction, hits);
         paths.clear();
         for (const RayHit& hit : hits) {
