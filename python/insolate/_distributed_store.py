@@ -23,7 +23,7 @@ import time
 import uuid
 from collections.abc import Iterable, Mapping
 from pathlib import Path
-from typing import Any, Optional
+from typing import Any, NamedTuple, Optional
 
 import numpy as np
 
@@ -37,6 +37,8 @@ from ._weather import Weather, read_weather
 hours_chunk = (2048, 365)
 #: Of the hours' whole numbers [W/m2].
 hours_step = 0.1
+#: What stands for an hour that is not calculated: no sun reaches 6,553.5 W/m2.
+missing_hour = 65535
 
 
 def write_whole(path: Path, content: bytes) -> None:
@@ -190,6 +192,37 @@ class SceneArrays:
         )
 
 
+class WeatherFile(NamedTuple):
+    """A weather as the store keeps it: year, site, albedo and all else that the engine reads."""
+
+    digest: str
+    suffix: str
+    content: bytes
+
+    @classmethod
+    def of(cls, weather: Weather) -> WeatherFile:
+        """
+        Raises
+        ------
+        DataError
+            When its file is gone.
+        """
+        samples = weather._samples
+        if samples is None:
+            path = Path(weather.name)
+            try:
+                content = path.read_bytes()
+            except OSError as problem:
+                raise _core.DataError(
+                    f"{path}: cannot be read again ({problem.strerror}); put it back for the workers"
+                ) from None
+            return cls(digest_of(content), "-" + path.name, content)
+        buffer = io.BytesIO()
+        _, *numbers, times, values = samples
+        np.savez(buffer, site=np.array(numbers), times=times, values=values)
+        return cls(digest_of(buffer.getvalue()), ".weather.npz", buffer.getvalue())
+
+
 class Store:
     """The folder; every method may be called by any process at any time."""
 
@@ -271,20 +304,16 @@ class Store:
             raise _core.DataError(f"{self.files / name}: is damaged; delete it and the receipts, and run again")
         return scene
 
-    def add_weather(self, weather: Weather) -> str:
-        samples = weather._samples
-        if samples is None:
-            content = Path(weather.name).read_bytes()
-            name = self.add(digest_of(content), "-" + Path(weather.name).name, content)
+    def add_weather(self, weather: Weather, file: WeatherFile) -> str:
+        name = self.add(*file)
+        if weather._samples is None:
             again = read_weather(self.files / name)
-            if not (np.array_equal(again.dni, weather.dni, True) and np.array_equal(again.dhi, weather.dhi, True)):
+            is_same = again.site[:4] == weather.site[:4]
+            for column in ("dni", "dhi"):
+                is_same = is_same and np.array_equal(getattr(again, column), getattr(weather, column), True)
+            if not is_same:
                 raise _core.DataError(f"{weather.name}: has changed since it was read; read it again")
-            return name
-        buffer = io.BytesIO()
-        name_of_frame, *numbers, times, values = samples
-        np.savez(buffer, site=np.array(numbers), times=times, values=values)
-        content = buffer.getvalue()
-        return self.add(digest_of(name_of_frame.encode(), content), ".weather.npz", content)
+        return name
 
     def weather(self, name: str) -> _core.Weather:
         if not name.endswith(".weather.npz"):
@@ -361,6 +390,7 @@ class Store:
             arrays.append((name, "float32", {"units": unit, "long_name": title}, (count,), (chunk,)))
         if hours:
             attributes = {"units": "W/m2", "scale_factor": hours_step, "cell_methods": "time: mean"}
+            attributes["_FillValue"] = missing_hour
             of_hours = (max(1, min(hours_chunk[0], count)), hours_chunk[1])
             arrays.append(("poa_global", "uint16", attributes, (count, 8760), of_hours))
         for name, kind, attributes, shape, chunks in arrays:
@@ -372,8 +402,18 @@ class Store:
                     dtype=kind,
                     attributes=attributes,
                     dimension_names=("sensor", "time")[: len(shape)],
-                    fill_value=float("nan") if kind.startswith("float") else 0,
+                    fill_value=float("nan") if kind.startswith("float") else attributes.get("_FillValue", 0),
                 )
+        if hours:
+            times = group.require_array(
+                "time",
+                shape=(8760,),
+                chunks=(8760,),
+                dtype="int32",
+                attributes={"units": "hours since 2001-01-01", "long_name": "begin of the hour in standard time"},
+                dimension_names=("time",),
+            )
+            times[:] = np.arange(8760, dtype=np.int32)
 
     def write(self, tile: str, name: str, first: int, values: Array) -> None:
         """Whole chunks of one array, each of them complete or as before, on the disk."""

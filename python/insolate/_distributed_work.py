@@ -44,6 +44,22 @@ class TileSource(NamedTuple):
     tall: tuple[float, ...]  #: heights above its lowest corner, with a file each of what rises above [m]
 
 
+def identity_of(source: Source) -> Optional[list[Any]]:
+    """What tells whether a source is still the one that was read; None of a file that cannot be seen.
+
+    What a function gives cannot be known without calling it: all functions are the same.
+    """
+    if isinstance(source, Model):
+        return ["model", SceneArrays.of(source).digest, source.north]
+    if callable(source):
+        return ["function"]
+    try:
+        status = os.stat(source)
+    except OSError:
+        return None
+    return ["file", status.st_size, status.st_mtime_ns]
+
+
 class Horizon(NamedTuple):
     """Terrain beyond the geometry."""
 
@@ -131,6 +147,7 @@ class Scenes:
     def _survey(self, store: Store, job: Job, task: TileSource) -> dict[str, Any]:
         store.manifest()
         sensors: Optional[Sensors] = None
+        identity = identity_of(task.source)  # before it is read: a file that changes meanwhile is found out
         made: Any = task.source
         if callable(made) and not isinstance(made, Model):
             made = made()
@@ -148,6 +165,8 @@ class Scenes:
         box = scene.box()
         receipt: dict[str, Any] = {
             "tile": task.tile,
+            "source": identity,
+            "north": model.north,
             "scenes": [
                 store.add_scene(scene),
                 *(store.add_scene(scene.tall(float(box[0, 2]) + height)) for height in task.tall),

@@ -33,7 +33,7 @@ from ._distributed_context import (
     usual_min_altitude,
     usual_radius,
 )
-from ._distributed_store import SceneArrays, Store, checked_name, digest_of, hours_chunk
+from ._distributed_store import SceneArrays, Store, WeatherFile, checked_name, digest_of, hours_chunk
 from ._distributed_work import (
     Block,
     Horizon,
@@ -43,6 +43,7 @@ from ._distributed_work import (
     TileScene,
     TileSource,
     block_name,
+    identity_of,
     keep_sensors,
     survey_name,
 )
@@ -84,6 +85,10 @@ class _Failure(NamedTuple):
     is_final: bool  #: nothing else can succeed either
 
 
+class _ProgressError(Exception):
+    """Carries an OSError of the caller's progress function past those of the store and the scheduler."""
+
+
 class _Here:
     """Runs tasks in this process."""
 
@@ -93,14 +98,13 @@ class _Here:
     def __init__(self) -> None:
         self._scenes = Scenes()
 
-    def run(
-        self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[str, dict[str, Any]], None]
-    ) -> dict[str, _Failure]:
+    def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
         failures: dict[str, _Failure] = {}
         job = _with_threads(job, job.threads or 0)
         for name, task in tasks:
             try:
-                done(name, _do(self._scenes, job, task))
+                _do(self._scenes, job, task)
+                done(task)
             except (_core.Error, MemoryError) as problem:
                 failures[name] = _failure(problem)
                 if failures[name].is_final:
@@ -172,9 +176,7 @@ class _Dask:
         self._at_once = 2 * self.workers
         self._looked = time.monotonic()
 
-    def run(
-        self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[str, dict[str, Any]], None]
-    ) -> dict[str, _Failure]:
+    def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
         from distributed import as_completed
         from distributed.scheduler import KilledWorker
 
@@ -206,7 +208,7 @@ class _Dask:
                 name, task, attempt = names.pop(future.key)
                 del active[future.key]
                 if future.status == "finished":
-                    done(name, future.result())
+                    done(task)  # the receipt is in the store: nothing is fetched, the worker may be gone
                 elif future.status == "error":
                     problem = future.exception()
                     if isinstance(problem, KilledWorker):
@@ -343,6 +345,7 @@ def _calculated(
     asked = _of_sensors(texts)
     threads = next((int(values[0]) for name, values in texts if name == "threads"), None)
     scenes = [SceneArrays.of(model) for model in models]
+    weather_file = WeatherFile.of(weather)
     manifest = store.open(
         {
             "kind": "radiation",
@@ -350,14 +353,14 @@ def _calculated(
             "options": [list(map(str, one)) for one in asked],
             "scene": [scene.digest for scene in scenes],
             "sensors": digest_of(sensors.points.tobytes(), sensors.normals.tobytes()),
-            "weather": digest_of(weather.dni.tobytes(), weather.dhi.tobytes()),
+            "weather": weather_file.digest,
             "block": _block_size(runner, len(sensors), block),
         },
         resume,
     )
     job = Job(str(store.path), "", asked, manifest["block"], columns, False, threads, _core.version)
     with _writing(store):
-        job = job._replace(weather=store.add_weather(weather))
+        job = job._replace(weather=store.add_weather(weather, weather_file))
         own = tuple(store.add_scene(scene) for scene in scenes)
         if store.receipt("sensors") is None:
             keep_sensors(store, job, "", sensors)
@@ -382,6 +385,8 @@ class _writing:
     def __exit__(self, kind: Any, problem: Any, trace: Any) -> None:
         from ._distributed_work import as_output_error
 
+        if isinstance(problem, _ProgressError) and problem.__cause__ is not None:
+            raise problem.__cause__ from None
         if isinstance(problem, OSError):
             raise as_output_error(str(self._store.path), problem) from None
 
@@ -406,13 +411,19 @@ def _calculate(
     if done_before:
         report.note(f"going on after {done_before:,} of {total:,} sensors")
     done = done_before
-    report.progress(done, total, "sensors")
 
-    def count(name: str, receipt: dict[str, Any]) -> None:
+    def show() -> None:
+        try:
+            report.progress(done, total, "sensors")
+        except OSError as problem:
+            raise _ProgressError from problem
+
+    def count(block: Block) -> None:
         nonlocal done
-        done += receipt["sensors"]
-        report.progress(done, total, "sensors")
+        done += block.end - block.first
+        show()
 
+    show()
     failures = runner.run(job, ((block.name, block) for block in waiting), count)
     finished = store.receipts()
     missing = [block.name for block in waiting if block.name not in finished]
@@ -483,6 +494,12 @@ class City:
         UsageError, Incomplete
             When there is no such tile, or it is not complete.
         """
+        if not self._complete(tile).sensors:
+            return {}
+        group = self._store.group(tile)
+        return {name: array[:] for name, array in sorted(group.arrays()) if array.ndim == 1 and name != "time"}
+
+    def _complete(self, tile: str) -> TileInfo:
         info = self._tile(tile)
         finished = self._store.receipts()
         missing = [
@@ -490,20 +507,23 @@ class City:
         ]
         if missing:
             _raise_incomplete(self._store, missing, {})
-        if not info.sensors:
-            return {}
-        group = self._store.group(tile)
-        return {name: array[:] for name, array in sorted(group.arrays()) if array.ndim == 1}
+        return info
 
     def to_xarray(self, tile: str) -> xr.Dataset:
         """A tile as a dataset over "sensor", read from the disk where it is used.
 
         With ``hours=True`` it has ``poa_global`` [W/m2] over "time" too, 8,760 begins of hours in the
-        site's standard time.
+        site's standard time, of the year 2001.
+
+        Raises
+        ------
+        UsageError, Incomplete
+            When there is no such tile, or it is not complete.
         """
         import xarray as xr
 
-        self._tile(tile)
+        if not self._complete(tile).sensors:
+            return xr.Dataset()
         data: xr.Dataset = xr.open_zarr(str(self._store.results / tile), consolidated=False, chunks=None)
         return data
 
@@ -614,7 +634,9 @@ def city(
     client : distributed.Client, optional
         Whose workers calculate; without one this process does.
     resume : bool
-        Go on with what an earlier run has left in the store.
+        Go on with what an earlier run has left in the store. Options, weather and tiles must be
+        those of that run: models are compared by what they hold, files by size and time. What a
+        function gives cannot be checked.
     radius : float
         Within this distance of a tile's box all geometry shades it [m].
     min_altitude : float
@@ -630,7 +652,7 @@ def city(
     select, exclude, facing, tilt, grid, offset, merge_faces
         Which faces get sensors, and how close; see `Model.select` and `Selection.sensors`.
     hours : bool
-        Also keep each sensor's 8,760 hours, ``poa_global``, in steps of 0.1 W/m2: about 5 kB a
+        Also keep each sensor's 8,760 hours, ``poa_global``, in steps of 0.1 W/m2: 6.8 kB a
         sensor, and several times the time.
     block : int, optional
         Sensors that are calculated and stored together, a multiple of 2,048; by default those of
@@ -639,7 +661,8 @@ def city(
         Of a worker; by default as many as Dask counts for it.
     progress : as for `radiation`
     **options
-        Others of `radiation`: period, step, albedo, north, split, tolerances.
+        Others of `radiation`: period, step, albedo, split, tolerances; and north, by default that
+        of the tiles' models, which must have one.
 
     Returns
     -------
@@ -680,6 +703,7 @@ def city(
         "merge_faces": merge_faces,
     }
     raster = None if horizon is None else grid_of(horizon)
+    weather_file = WeatherFile.of(year)
     runner = _runner(client)
     place = Store(store)
     tall = tuple(distance * math.tan(math.radians(min_altitude)) for distance in far)
@@ -691,8 +715,10 @@ def city(
             "kind": "city",
             "version": _core.version,
             "options": [list(map(str, one)) for one in texts],
-            "sensors": {name: str(value) for name, value in {**cutting, "reading": reading}.items() if value},
-            "weather": digest_of(year.dni.tobytes(), year.dhi.tobytes()),
+            "sensors": {
+                name: str(value) for name, value in {**cutting, "reading": reading or None}.items() if value is not None
+            },
+            "weather": weather_file.digest,
             "tiles": list(tiles),
             "context": [radius, min_altitude, directions],
             "horizon": None if raster is None else digest_of(raster.values.tobytes(), str(raster[1:]).encode()),
@@ -702,10 +728,12 @@ def city(
         resume,
     )
     with Report(progress) as report, _writing(place):
-        job = Job(
-            str(place.path), place.add_weather(year), texts, manifest["block"], columns, hours, threads, _core.version
-        )
+        kept = place.add_weather(year, weather_file)
+        job = Job(str(place.path), kept, texts, manifest["block"], columns, hours, threads, _core.version)
         surveys = _survey(runner, place, job, sources)
+        if options.get("north") is None:
+            texts = [*texts, *option_texts({"north": _north_of(surveys)})]
+            job = job._replace(texts=texts)
         scenes, infos = _plan(place, surveys, year, texts, radius, min_altitude, raster, directions)
         place.give_receipt("plan", {"tiles": [list(info) for info in infos]})
         counts = {info.name: info.sensors for info in infos}
@@ -722,13 +750,16 @@ def city(
 
 
 def _survey(runner: Union[_Here, _Dask], store: Store, job: Job, sources: list[TileSource]) -> list[dict[str, Any]]:
-    """Has all tiles read whose receipts are missing."""
+    """Has all tiles read whose receipts are missing, and sees that the others are as they were."""
     finished = store.receipts()
+    for one in sources:
+        if survey_name(one.tile) in finished:
+            _check_unchanged(store, one)
     left = [one for one in sources if survey_name(one.tile) not in finished]
     here = [one for one in left if isinstance(one.source, Model)]
-    failures = _Here().run(job, ((one.tile, one) for one in here), lambda name, receipt: None)
+    failures = _Here().run(job, ((one.tile, one) for one in here), lambda task: None)
     there = [one for one in left if not isinstance(one.source, Model)]
-    failures |= runner.run(job, ((one.tile, one) for one in there), lambda name, receipt: None)
+    failures |= runner.run(job, ((one.tile, one) for one in there), lambda task: None)
     for name, failure in failures.items():
         raise _core.DataError(f"tile {name}: {failure.text}")
     surveys = [store.receipt(survey_name(one.tile)) for one in sources]
@@ -738,6 +769,28 @@ def _survey(runner: Union[_Here, _Dask], store: Store, job: Job, sources: list[T
     if not any(one["sensors"] for one in found):
         raise _core.DataError(found[0]["nothing"] or "the tiles have no sensors")
     return found
+
+
+def _check_unchanged(store: Store, source: TileSource) -> None:
+    receipt = store.receipt(survey_name(source.tile))
+    identity = identity_of(source.source)
+    if receipt and identity and receipt["source"] and identity != receipt["source"]:
+        raise _core.UsageError(
+            f"{store.path}: tile {source.tile} is no longer the {receipt['source'][0]} that was read for it; give that "
+            "one, or another store"
+        )
+
+
+def _north_of(surveys: list[dict[str, Any]]) -> float:
+    """True north of the tiles, which must have one."""
+    first = surveys[0]
+    for one in surveys:
+        if one["north"] != first["north"]:
+            raise _core.UsageError(
+                f"tiles {first['tile']} and {one['tile']} have their true north at {first['north']:g} and "
+                f"{one['north']:g} degrees; give north=, one for the whole city"
+            )
+    return float(first["north"])
 
 
 #: A city of this extent keeps one origin for all of its rays: positions are exact to half a

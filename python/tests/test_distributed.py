@@ -197,9 +197,11 @@ def test_a_worker_on_another_host(other_host, town, weather, alone, tmp_path):
 def test_a_worker_that_dies_each_time_is_named(client, weather, tmp_path, monkeypatch):
     monkeypatch.setattr(many, "submissions", 1)
     client.run_on_scheduler(lambda dask_scheduler: setattr(dask_scheduler, "allowed_failures", 0))
-    with pytest.raises(ins.DataError, match="tile bad: its workers died"):
-        ins.city({"bad": lambda: os._exit(9)}, weather, store=tmp_path / "store", client=client, **quick)
-    client.run_on_scheduler(lambda dask_scheduler: setattr(dask_scheduler, "allowed_failures", 3))
+    try:
+        with pytest.raises(ins.DataError, match="tile bad: its workers died"):
+            ins.city({"bad": lambda: os._exit(9)}, weather, store=tmp_path / "store", client=client, **quick)
+    finally:
+        client.run_on_scheduler(lambda dask_scheduler: setattr(dask_scheduler, "allowed_failures", 3))
 
 
 def test_a_disk_that_fills_loses_nothing(town, weather, alone, tmp_path):
@@ -248,9 +250,69 @@ def test_a_city_is_that_of_one_scene(client, weather, tmp_path):
     wanted_hours = ins.radiation(whole, parts["0_0"], weather, **quick).hours([7])["poa_global"][0].to_numpy()
     np.testing.assert_allclose(hours, wanted_hours, atol=0.051)
     assert hours.max() > 100
+    assert str(data["time"][4000].to_numpy())[:16] == "2001-06-16T16:00"
+    assert "time" not in found
     again = ins.city(tiles, weather, store=tmp_path / "city", resume=True, grid=6, hours=True, **quick)
     assert set(journal(tmp_path / "city")[0].values()) == {1}
     assert ins.City(tmp_path / "city").missing == again.missing == []
+    (tmp_path / "city" / "receipts" / "0_0.block0.json").unlink()
+    with pytest.raises(ins.Incomplete, match=r"0_0\.block0"):
+        again.to_xarray("0_0")
+    fill = ins.city({"a": houses(1, 1)}, weather, store=tmp_path / "fill", hours=True, **quick)._store.group("a")
+    assert fill["poa_global"].fill_value == fill["poa_global"].attrs["_FillValue"] == 65535
+
+
+def test_a_city_is_turned_as_its_tiles(weather, tmp_path):
+    def turned(columns, angle):
+        model = houses(columns, 2)
+        return ins.Model(model.vertices, model.faces, objects=model.objects, north=angle)
+
+    whole = turned(6, 30.0)
+    tiles = ins.tiles_of(whole, 60.0)
+    parts = {name: tile.sensors(grid=6) for name, tile in tiles.items()}
+    made = ins.city(tiles, weather, store=tmp_path / "a", grid=6, **quick)
+    straight = ins.city(tiles, weather, store=tmp_path / "b", grid=6, north=0, **quick)
+    for name, sensors in parts.items():
+        wanted = ins.radiation(whole, ins.Sensors(sensors.points, sensors.normals), weather, **quick)
+        assert made[name]["total"].tobytes() == wanted.total.tobytes()
+        assert (made[name]["total"] != straight[name]["total"]).any()
+    with pytest.raises(ins.UsageError, match=r"tiles a and b .* 30 and 20 degrees; give north="):
+        ins.city({"a": turned(1, 30.0), "b": turned(1, 20.0)}, weather, store=tmp_path / "c", **quick)
+
+
+def test_a_store_takes_what_it_was_made_from_alone(weather, tmp_path):
+    def year(**changed):
+        site = {"latitude": weather.site.latitude, "longitude": weather.site.longitude, "label": "left"}
+        return ins.Weather.from_dataframe(weather.to_dataframe(), **{**site, **changed})
+
+    def go(tiles=None, year=year(), **options):  # noqa: B008
+        given = {"tiles": tiles or {"a": houses(1, 1), "b": file}, "weather": year, "store": tmp_path / "store"}
+        return ins.city(**given, resume=True, **{"grid": 6, **quick, **options})
+
+    file = tmp_path / "b.obj"
+    file.write_text("v 40 0 0\nv 50 0 0\nv 50 9 0\nf 1 2 3\n")
+    first = go()
+    assert go()["a"]["total"].tobytes() == first["a"]["total"].tobytes()
+    for changed in ({"latitude": 10.0}, {"time_zone": weather.site.time_zone + 1}):
+        with pytest.raises(ins.UsageError, match="with other weather"):
+            go(year=year(**changed))
+    with pytest.raises(ins.UsageError, match="with other sensors"):
+        go(offset=0)
+    with pytest.raises(ins.UsageError, match="tile a is no longer the model"):
+        go({"a": houses(1, 2), "b": file})
+    file.write_text("v 40 0 0\nv 50 0 0\nv 50 19 0\nf 1 2 3\n")
+    with pytest.raises(ins.UsageError, match="tile b is no longer the file"):
+        go()
+
+
+def test_an_error_of_the_progress_function_stays_what_it_is(client, weather, tmp_path):
+    def failing(done, total):
+        if done:
+            raise ConnectionResetError("of the caller")
+
+    for number, one in enumerate((client, None)):
+        with pytest.raises(ConnectionResetError, match="of the caller"):
+            ins.city({"a": houses(1, 1)}, weather, store=tmp_path / str(number), client=one, progress=failing, **quick)
 
 
 def test_what_is_cut_is_bounded(weather, tmp_path):
