@@ -138,7 +138,8 @@ def compare(weather: ins.Weather, model: ins.Model) -> None:
     parts = ins.tiles_of(model, 800.0)
     whole = None
     altitudes = (0.25, 0.5, 1.0, 3.0)
-    for radius, altitude in (*((500.0, angle) for angle in altitudes), (500.0, 89.0), (100.0, 89.0), (50.0, 89.0)):
+    alone = (1000.0, 500.0, 100.0, 50.0)
+    for radius, altitude in (*((500.0, angle) for angle in altitudes), *((distance, 89.0) for distance in alone)):
         with tempfile.TemporaryDirectory() as folder:
             city = ins.city(
                 parts, weather, store=Path(folder, "store"), radius=radius, min_altitude=altitude, grid=10.0
