@@ -183,6 +183,36 @@ def _numbers(column: Any, keyword: str, source: str, notes: list[str]) -> Array:
     return np.asarray(numbers.to_numpy(dtype=np.float64, na_value=np.nan))
 
 
+def _ids(column: Any, numbers: Any, attribute: str, source: str, notes: list[str]) -> Array:
+    """An attribute as names of buildings; features without one are called by their numbers.
+
+    Whole numbers with gaps come as floats: 12.0 is 12.
+    """
+    values = column.to_numpy(dtype=object)
+    texts = [str(int(one)) if isinstance(one, float) and one.is_integer() else str(one) for one in values]
+    found = np.array(texts, dtype=object)
+    without = pd.isna(values) | np.array([not text.strip() for text in texts], dtype=bool)
+    if without.any():
+        found[without] = [f"feature {number}" for number in np.asarray(numbers)[without]]
+        notes.append(
+            f"{source}: {int(without.sum()):,} feature(s) without {attribute!r}; each is a building of its own, called "
+            "by its number"
+        )
+    return found
+
+
+#: Columns of districts; attributes that are kept need other names.
+_own_columns = ("building", "status", "ground_m", "height_m", "geometry")
+
+
+def _check_kept(names: Sequence[str]) -> None:
+    for name in names:
+        if name in _own_columns:
+            raise _core.UsageError(
+                f"keep {name!r} is what a column of the results is called; rename the attribute, or leave it out"
+            )
+
+
 def _listed(names: Union[str, Sequence[str], None]) -> list[str]:
     return [] if names is None else [names] if isinstance(names, str) else list(names)
 
@@ -303,10 +333,12 @@ def read_footprints(
         data = data.set_crs(source_crs, allow_override=True).to_crs(frame.crs)
     if source.data is not None:
         data = data[shapely.intersects(np.asarray(data.geometry.array), shapely.box(*bounds))]
-    ids = (
-        (data.index if options.id is None else _column(data, options.id, "id", name)).astype(str).to_numpy(dtype=object)
-    )
     rows = len(data)
+    if options.id is None:
+        ids = data.index.astype(str).to_numpy(dtype=object)
+    else:
+        numbers = data.index if data.index.is_unique else np.arange(rows)
+        ids = _ids(_column(data, options.id, "id", name), numbers, options.id, name, notes)
 
     height = np.full(rows, np.nan)
     for attribute in _listed(options.height):
@@ -321,6 +353,7 @@ def read_footprints(
     base = np.full(rows, np.nan)
     if options.base is not None:
         base = _numbers(_column(data, options.base, "base", name), "base", name, notes) * options.metres
+    _check_kept(options.keep)
     kept = {one: _column(data, one, "keep", name).to_numpy() for one in options.keep}
 
     shapes = np.asarray(data.geometry.array, dtype=object)

@@ -394,6 +394,11 @@ def cadastre(
             result, sensors, which, chosen, every, surfaces, table_of(every, len(surfaces), chosen, "")
         )
     buildings = own.drop(columns="geometry").copy()
+    twice = [name for name in buildings if name in data]
+    if twice:
+        raise _core.UsageError(
+            f"keep {twice[0]!r} is what a column of the results is called; rename the attribute, or leave it out"
+        )
     for name, column in data.items():
         buildings[name] = column
     table = gpd.GeoDataFrame(buildings, geometry=own.geometry, crs=own.crs)[district._inside].reset_index(drop=True)

@@ -267,7 +267,7 @@ def read_district(
         Of a file with several.
     id : str, optional
         The attribute that names a building; by default the feature's number. Features with one id
-        are parts of one building.
+        are parts of one building, those without are called "feature" and their number.
     height : str or several, optional
         Attributes with the height above the ground, of eaves or of the roof's middle; the first of
         them that a feature has is taken.
@@ -282,7 +282,8 @@ def read_district(
     missing_height : float, optional
         Taken for buildings without [m]; by default they stay out of the scene and are reported.
     keep : str or several
-        Attributes that results have too.
+        Attributes that results have too, under names that are not those of results. CityJSON takes
+        none of the arguments from layer to keep.
     lod : str or float, optional
         Level of detail of CityJSON; by default the highest.
     resolution : float, optional
@@ -331,6 +332,22 @@ def read_district(
     says_height = any(one is not None for one in (height, top, storeys, missing_height))
     if buildings is not None and not for_city and not says_height:
         raise _core.UsageError("give height=, top= or storeys=: the attribute that says how high buildings are")
+    if for_city:
+        of_outlines = {
+            "layer": layer,
+            "id": id,
+            "height": height,
+            "top": top,
+            "storeys": storeys,
+            "base": base,
+            "missing_height": missing_height,
+            "keep": keep or None,
+        }
+        useless = ", ".join(sorted(name for name, value in of_outlines.items() if value is not None))
+        if useless:
+            raise _core.UsageError(
+                f"{useless}: of outlines alone, and a city model has heights and names of its own; leave them out"
+            )
     given = None if crs is None else crs_of(crs, "crs")
     raster_path = terrain if surface is None else surface
     raster = None if raster_path is None else look_into(raster_path)

@@ -98,20 +98,23 @@ def moved_bounds(bounds: Bounds, source: pyproj.CRS, target: pyproj.CRS) -> Boun
     return (west, south, east, north)
 
 
+#: Degrees from Greenwich, which a CRS's own geographic system need not have: France's older one
+#: counts grads from Paris.
+_degrees = pyproj.CRS.from_epsg(4326)
+
+
 def _degrees_of(crs: pyproj.CRS, x: float, y: float) -> tuple[float, float]:
-    if crs.is_geographic:
-        return x, y
-    geographic = crs.geodetic_crs
-    if geographic is None:
-        raise _core.DataError(f"{name_of(crs)} is not tied to the Earth; give crs=, one that is")
-    longitude, latitude = pyproj.Transformer.from_crs(crs, geographic, always_xy=True).transform(x, y)
+    try:
+        longitude, latitude = pyproj.Transformer.from_crs(crs, _degrees, always_xy=True).transform(x, y)
+    except pyproj.exceptions.ProjError:
+        raise _core.DataError(f"{name_of(crs)} is not tied to the Earth; give crs=, one that is") from None
     return float(longitude), float(latitude)
 
 
 def _around(crs: pyproj.CRS, longitude: float, latitude: float) -> tuple[Array, Array]:
     """What a step of some hundred metres to true north, and one to the east, is on the map, in
     units of the CRS for a metre on the ground."""
-    change = pyproj.Transformer.from_crs(crs.geodetic_crs, crs, always_xy=True)
+    change = pyproj.Transformer.from_crs(_degrees, crs, always_xy=True)
     ellipsoid = crs.get_geod() or pyproj.Geod(ellps="WGS84")
     steps = []
     for east, north in ((0.0, 0.0005), (0.0005, 0.0)):

@@ -77,7 +77,13 @@ def street(weather):
 
 @pytest.mark.parametrize(
     ("crs", "longitude", "latitude", "meridian"),
-    [(25832, 8.0, 47.0, 9.0), (25831, 8.0, 47.0, 3.0), (32733, 17.5, -33.0, 15.0), (2056, 9.5, 46.8, 7.43958)],
+    [
+        (25832, 8.0, 47.0, 9.0),
+        (25831, 8.0, 47.0, 3.0),
+        (32733, 17.5, -33.0, 15.0),
+        (2056, 9.5, 46.8, 7.43958),
+        (27572, 3.5, 46.8, 2.33723),  # grads from Paris
+    ],
 )
 def test_true_north_is_where_meridians_run(crs, longitude, latitude, meridian):
     x, y = pyproj.Transformer.from_crs(4326, crs, always_xy=True).transform(longitude, latitude)
@@ -169,6 +175,16 @@ def test_every_height_has_its_answer():
     parts = geo.read_district(twice, id="key", height="height")
     assert parts.buildings[["building", "height_m"]].values.tolist() == [["x", 9.0]]
     assert parts.buildings.geometry.area.tolist() == pytest.approx([200.0])
+    # Those without an id are buildings of their own, and whole numbers stay what they are.
+    for keys, wanted in (
+        ([12, None, None], ["12", "feature 1", "feature 2"]),
+        (["x", None, " "], ["x", "feature 1", "feature 2"]),
+    ):
+        holed = geo.read_district(
+            outlines([box(20 * i, 0) for i in range(3)], height=[5.0] * 3, key=keys), id="key", height="height"
+        )
+        assert holed.buildings["building"].tolist() == wanted
+        assert any("2 feature(s) without 'key'" in text for text in holed.notes)
 
 
 def test_buildings_stand_on_the_lowest_ground(tmp_path):
@@ -235,6 +251,8 @@ def test_rasters_of_other_kinds(tmp_path):
         (outlines([shapely.box(8.0, 47.0, 8.1, 47.1)]), {}, ins.DataError, "look like degrees"),
         (outlines([box(0, 0)]), {"height": "heigth"}, ins.UsageError, "did you mean 'height'"),
         (outlines([box(0, 0)]), {"height": None}, ins.UsageError, "give height="),
+        (outlines([box(0, 0)], status=["new"]), {"keep": "status"}, ins.UsageError, "'status' .* rename"),
+        ("a.city.json", {"keep": "use", "id": "key"}, ins.UsageError, "height, id, keep: .* outlines"),
         (outlines([box(0, 0)]), {"window": (0, 0, 1, 1)}, ins.DataError, "no building lies in the window"),
         (outlines([box(0, 0)]), {"window": (0, 0, 0, 1)}, ins.UsageError, "west, south, east, north"),
         (outlines([box(0, 0)]), {"surface": "a.tif"}, ins.UsageError, "leave terrain and buildings out"),
@@ -370,6 +388,9 @@ def test_areas_must_hang_together(weather):
     assert first["roof_largest_good_m2"] == pytest.approx(15.0)
     assert sorted(made.roofs["largest_very_good_m2"]) == pytest.approx([12.0, 12.0, 15.0])
     assert geo.cadastre(result, min_area=15.0).buildings["roof_class"].tolist() == ["very good"]
+    taken = geo.read_district(outlines([parts], roof_class=["flat"]), height="height", keep="roof_class")
+    with pytest.raises(ins.UsageError, match=r"'roof_class' .* rename"):
+        geo.cadastre(ins.radiation(taken.models, taken.sensors(grid=1.0), weather))
     # As found by walking from cell to cell.
     random = np.random.default_rng(7)
     pairs, chosen = np.sort(random.integers(0, 300, (260, 2)), axis=1), random.uniform(size=300) < 0.8
