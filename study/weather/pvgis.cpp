@@ -39,13 +39,13 @@ SampledWeather readPvgis(const WeatherInput& input) {
         const std::string_view text =
             colon == std::string_view::npos ? std::string_view() : table.text().substr(colon + 1);
         if (key.starts_with("Latitude")) {
-            report.site.latitude = table.number(text, key);
+            report.site.latitude = table.number(text, "Latitude");
         } else if (key.starts_with("Longitude")) {
-            report.site.longitude = table.number(text, key);
+            report.site.longitude = table.number(text, "Longitude");
         } else if (key.starts_with("Elevation")) {
-            report.site.elevation = table.number(text, key);
+            report.site.elevation = table.number(text, "Elevation");
         } else if (key.starts_with("Irradiance Time Offset")) {
-            offset = table.number(text, key);
+            offset = table.number(text, "Irradiance Time Offset");
             if (!(std::abs(*offset) <= 1.0)) {
                 throw table.fault("the offset is not a value from -1 to 1 h");
             }

@@ -83,7 +83,7 @@ TEST(Materials, AreRefusedWithLineAndFix) {
              {"[ground]\nalbedo = 2\n", "m.toml:2: albedo is out of range"},
              {"[ground]\nreflectance = 0.2\n", "[ground] has one key"},
              {head + "reflectance = \n", "m.toml:2"}}) {
-        EXPECT_THAT(messageOf([&] { rulesOf(text); }), HasSubstr(message)) << text;
+        EXPECT_THAT(messageOf([&rules = text] { rulesOf(rules); }), HasSubstr(message)) << text;
     }
 }
 
