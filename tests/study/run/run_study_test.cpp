@@ -322,7 +322,8 @@ TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
              {"materials = \"a.csv\"\n[ground]\nalbedo = 0.3\n", "keep one of them"},
              {"albedo = 0.2\n[ground]\nalbedo = 0.3\n", "--albedo: [ground] of "},
              {"[materail.a]\n", "did you mean 'material'?"}}) {
-        EXPECT_THAT(messageOf([&] { totalOf(tables); }), HasSubstr(message)) << tables;
+        EXPECT_THAT(messageOf([&, &given = tables] { totalOf(given); }), HasSubstr(message))
+            << tables;
     }
 }
 
