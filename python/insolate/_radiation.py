@@ -249,7 +249,8 @@ class Radiation(Columns):
         Parameters
         ----------
         *by : {"object", "material", "orientation", "tilt"}
-            Keys whose values make a group together; none puts all sensors into one group.
+            Keys whose values make a group together, one by one or with commas; none, or "all",
+            puts all sensors into one group.
 
         Returns
         -------
@@ -266,6 +267,7 @@ class Radiation(Columns):
         import pandas as pd
 
         keys = ("object", "material", "orientation", "tilt")
+        by = tuple(key.strip() for words in by for key in words.split(",") if words != "all")
         listed = self._core.groups(",".join(by) or "all")
         columns: dict[tuple[str, str], list[float]] = {
             (name, what): [] for name in self for what in ("mean", "lowest", "highest", "sum")

@@ -67,7 +67,8 @@ def test_groups_weigh_by_area(summer):
     both = summer.groups("orientation", "tilt")
     assert both[("sensors", "")].sum() == len(frame)
     assert both.index.names == ["orientation", "tilt"]
-    assert len(summer.groups()) == 1
+    assert summer.groups("orientation,tilt").equals(both)
+    assert len(summer.groups()) == len(summer.groups("all")) == 1
     with pytest.raises(ins.UsageError, match="--by"):
         summer.groups("colour")
 
