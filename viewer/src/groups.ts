@@ -72,7 +72,7 @@ export class GroupTable {
   private isHidden: (key: GroupKey) => boolean = () => false;
   private readonly search = h("input", {
     type: "search",
-    placeholder: "Search by name",
+    placeholder: "Search",
     "aria-label": "Search groups by name",
   });
   private readonly kinds = h("select", { "aria-label": "Group by" });
