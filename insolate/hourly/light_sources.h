@@ -7,7 +7,7 @@
 /// the surface receives.
 ///
 /// Each ray also has a bin: 0 for the sky, others for parts of the sun's year. An hour's light of a
-/// bin is its share of the bin's sum, which is how sums are told apart into hours.
+/// bin is its share of the bin's sum, by which sums are divided among hours.
 #pragma once
 
 #include <insolate/geometry/xyzf.h>
