@@ -1,5 +1,6 @@
 #include <insolate/hourly/hourly_analysis.h>
 
+#include <insolate/hourly/first_masks.h>
 #include <insolate/hourly/first_rays.h>
 #include <insolate/hourly/ground_rays.h>
 #include <insolate/hourly/north_offset.h>
@@ -273,7 +274,9 @@ struct HourlyAnalysis::Prepared {
     }
 };
 
-/// The work of one sensor: first what it sees, then what comes through.
+/// The work of one sensor in three steps: what it wants to know of the scene (wanted()), the
+/// scene's answer (answer(), or a walk that several sensors share), and all that follows from it
+/// (result()).
 class HourlyAnalysis::Evaluation {
 public:
     Evaluation(const Evaluation&) = delete;
@@ -292,18 +295,50 @@ public:
         }
     }
 
-    SensorResult result(SensorHours* hours, std::span<SensorPart> parts = {}) {
-        see();
+    /// The rays that answer for the sky's halves and for the pieces of the ground.
+    FirstMasks wanted() {
+        FirstMasks masks;
+        weighSky();
+        masks.sky = m_look.asked;
+        weighGround(masks);
+        return masks;
+    }
+
+    /// Asks the sensor's own caster for them.
+    void answer(FirstMasks& masks) {
+        if (m_rays.allOrNothing()) {
+            m_rays.skies(m_shared.first.directions, masks.sky);
+            if (masks.ground != nullptr) {
+                m_rays.skies(masks.ground->sets, masks.groundCells);
+            }
+            return;
+        }
+        for (std::size_t half = 0; half < 2; ++half) {
+            m_visible[half].fill(0.0f);
+            m_rays.oneByOne(m_shared.first.directions[half], masks.sky[half],
+                            m_visible[half].data());
+        }
+        for (std::size_t i = 0; i < m_groundWeights.size(); ++i) {
+            if (m_groundWeights[i] > 0.0f) {
+                m_groundVisible[i] = m_rays.one(masks.ground->pieces[i].direction);
+            }
+        }
+    }
+
+    /// @param masks as wanted() gave and answer() or a shared walk answered them
+    SensorResult result(const FirstMasks& masks, SensorHours* hours,
+                        std::span<SensorPart> parts = {}) {
+        see(masks);
         sumSky();
         sumSun();
+        sumGround(masks);
         const float firstHours = m_sunHours;
         if (m_shared.edges) {
             lookAgain();
         }
         if (m_light != nullptr) {
-            lookThrough();
+            lookThrough(masks);
         }
-        seeGround();
         const float whole = m_sides == Sides::NoSurface ? 2.0f * pi : pi;
         SensorResult result;
         result.beam = m_beam > FirstRays::leastEnergy ? m_beam : 0.0f;
@@ -396,11 +431,10 @@ private:
         return set;
     }
 
-    /// Weighs the sky's cells and asks for them, one ray in each half; cells that weigh little have
-    /// one ray, in the lower or the upper half alternately.
-    void see() {
+    /// Weighs the sky's cells. They have one ray in each half; those that weigh little have one
+    /// ray, in the lower or the upper half alternately.
+    void weighSky() {
         m_look.front = m_look.asked[0] = m_look.asked[1] = SkyCellSet::all();
-        std::array<SkyCellSet, 2> alone; // the cells that only the other half is asked for
         if (m_sides == Sides::One) {
             std::array<std::uint8_t, cellCount / 8> frontBits;
             std::array<std::uint8_t, cellCount / 8> heavyBits;
@@ -424,10 +458,10 @@ private:
                                             (near.words[word] & m_shared.first.withSun.words[word]);
                 const std::uint64_t light = asked & ~heavy.words[word] & ~cut.words[word];
                 const std::uint64_t even = word / 2 % 2 == 0 ? everySecond : ~everySecond;
-                alone[0].words[word] = light & even;
-                alone[1].words[word] = light & ~even;
+                m_alone[0].words[word] = light & even;
+                m_alone[1].words[word] = light & ~even;
                 for (std::size_t half = 0; half < 2; ++half) {
-                    m_look.asked[half].words[word] = asked & ~alone[half].words[word];
+                    m_look.asked[half].words[word] = asked & ~m_alone[half].words[word];
                 }
             }
         } else {
@@ -437,9 +471,24 @@ private:
                                        m_shared.cells.solidAngle[i]);
             }
         }
-        m_look.free = m_look.asked;
-        m_rays.skies(m_shared.first.directions, m_look.free, {{&m_visible[0], &m_visible[1]}},
-                     alone);
+    }
+
+    /// Takes what the rays of the sky saw: cells with one ray take it for both halves.
+    void see(const FirstMasks& masks) {
+        m_look.free = masks.sky;
+        for (std::size_t half = 0; half < 2; ++half) {
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                m_look.free[half].words[word] |=
+                    m_alone[half].words[word] & masks.sky[1 - half].words[word];
+            }
+            if (m_rays.allOrNothing()) {
+                sensorKernels::expandSet(m_look.free[half], m_visible[half].data());
+            } else {
+                Rays::forEach(m_alone[half], [&](std::size_t cell, int, int) {
+                    m_visible[half][cell] = m_visible[1 - half][cell];
+                });
+            }
+        }
     }
 
     void sumSky() {
@@ -526,7 +575,8 @@ private:
 
     /// Weakens what comes through glass and crowns. Only cells that opaque triangles leave open and
     /// translucent ones do not are asked ray by ray.
-    void lookThrough() {
+    void lookThrough(const FirstMasks& masks) {
+        lookThroughAtGround(masks);
         std::array<SkyCellSet, 2> asked;
         std::array<SkyCellSet, 2> untouched;
         for (std::size_t half = 0; half < 2; ++half) {
@@ -641,51 +691,66 @@ private:
         return hours;
     }
 
-    void seeGround() {
-        const float open = m_sides == Sides::One   ? 0.5f * (1.0f - m_normal.z)
-                           : m_sides == Sides::Two ? 1.0f
-                                                   : 2.0f;
-        m_groundView = open;
-        if (open < smallGroundView || m_shared.ground[0].pieces.empty()) {
+    void weighGround(FirstMasks& masks) {
+        m_openGround = m_sides == Sides::One   ? 0.5f * (1.0f - m_normal.z)
+                       : m_sides == Sides::Two ? 1.0f
+                                               : 2.0f;
+        if (m_openGround < smallGroundView || m_shared.ground[0].pieces.empty()) {
             return;
         }
-        const GroundRays& ground = m_shared.ground[open < littleGroundView ? 1 : 0];
-        std::vector<SkyCellSet> free(ground.sets.size());
-        std::vector<float> weights(ground.pieces.size());
+        const GroundRays& ground = m_shared.ground[m_openGround < littleGroundView ? 1 : 0];
+        masks.ground = &ground;
+        masks.groundCells.resize(ground.sets.size());
+        m_groundWeights.resize(ground.pieces.size());
+        m_groundVisible.resize(ground.pieces.size(), 0.0f);
         for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
-            weights[i] = received(ground.pieces[i].moment, ground.pieces[i].solidAngle);
-            if (weights[i] > 0.0f) {
+            m_groundWeights[i] = received(ground.pieces[i].moment, ground.pieces[i].solidAngle);
+            if (m_groundWeights[i] > 0.0f) {
                 const GroundRays::Cell& cell = ground.cells[i];
-                free[cell.set].insert(cell.azimuth, cell.altitude);
+                masks.groundCells[cell.set].insert(cell.azimuth, cell.altitude);
             }
         }
-        m_rays.skies(ground.sets, free);
-        std::vector<SkyCellSet> untouched = free;
-        if (m_light != nullptr) {
-            m_light->translucent().visibleSkies(m_origin, ground.sets, untouched);
-        }
+    }
+
+    void sumGround(const FirstMasks& masks) {
         float seen = 0.0f;
         float all = 0.0f;
-        for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
-            if (weights[i] > 0.0f) {
-                const GroundRays::Cell& cell = ground.cells[i];
-                all += weights[i];
-                seen +=
-                    weights[i] *
-                    (m_rays.allOrNothing()
-                         ? static_cast<float>(free[cell.set].contains(cell.azimuth, cell.altitude))
-                         : m_rays.one(ground.pieces[i].direction));
-                if (free[cell.set].contains(cell.azimuth, cell.altitude) &&
-                    !untouched[cell.set].contains(cell.azimuth, cell.altitude)) {
-                    seen -=
-                        weights[i] * (1.0f - groundThrough(ground.pieces[i].direction, weights[i]));
+        for (std::size_t i = 0; i < m_groundWeights.size(); ++i) {
+            if (m_groundWeights[i] > 0.0f) {
+                if (m_rays.allOrNothing()) {
+                    m_groundVisible[i] = isFree(masks, i) ? 1.0f : 0.0f;
                 }
+                all += m_groundWeights[i];
+                seen += m_groundWeights[i] * m_groundVisible[i];
             }
         }
-        m_groundView = all > 0.0f ? open * seen / all : open;
-        for (float& view : m_groundThrough) {
-            view *= all > 0.0f ? open / all : 0.0f;
+        // What a weight counts of the ground's light.
+        m_groundScale = all > 0.0f ? m_openGround / all : 0.0f;
+        m_groundView = all > 0.0f ? m_groundScale * seen : m_openGround;
+    }
+
+    static bool isFree(const FirstMasks& masks, std::size_t piece) {
+        const GroundRays::Cell& cell = masks.ground->cells[piece];
+        return masks.groundCells[cell.set].contains(cell.azimuth, cell.altitude);
+    }
+
+    /// Weakens what comes of the ground's light through glass and crowns.
+    void lookThroughAtGround(const FirstMasks& masks) {
+        if (masks.ground == nullptr) {
+            return;
         }
+        std::vector<SkyCellSet> untouched = masks.groundCells;
+        m_light->translucent().visibleSkies(m_origin, masks.ground->sets, untouched);
+        for (std::size_t i = 0; i < m_groundWeights.size(); ++i) {
+            const GroundRays::Cell& cell = masks.ground->cells[i];
+            if (m_groundWeights[i] > 0.0f && isFree(masks, i) &&
+                !untouched[cell.set].contains(cell.azimuth, cell.altitude)) {
+                const float seen = m_groundScale * m_groundWeights[i] * m_groundVisible[i];
+                m_groundView -=
+                    seen * (1.0f - groundThrough(masks.ground->pieces[i].direction, seen));
+            }
+        }
+        m_groundView = std::max(m_groundView, 0.0f);
     }
 
     /// What comes through of the ground's light over the period.
@@ -883,6 +948,11 @@ private:
     Sides m_sides = Sides::One;
     XYZf m_normal{0, 0, 0};
     ShadowEdges::FirstLook m_look;
+    std::array<SkyCellSet, 2> m_alone; // the cells that only the other half is asked for
+    // Of the pieces of the ground; empty where it is not asked for.
+    std::vector<float> m_groundWeights, m_groundVisible;
+    float m_openGround = 0.0f;             // what the whole ground's light counts by
+    float m_groundScale = 0.0f;            // the same of a weight of 1
     std::array<float, cellCount> m_weight; // projected solid angle of the cells [sr]
     std::array<float, cellCount> m_seen;   // the visible part of it
     std::array<std::array<float, cellCount>, 2> m_visible;     // of the cells' halves
@@ -931,8 +1001,10 @@ SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Lig
         return {};
     }
     const bool looksThrough = light != nullptr && light->hasTranslucent();
-    return Evaluation(*m_prepared, rays, looksThrough ? light : nullptr, sensor)
-        .result(hours, parts);
+    Evaluation evaluation(*m_prepared, rays, looksThrough ? light : nullptr, sensor);
+    FirstMasks masks = evaluation.wanted();
+    evaluation.answer(masks);
+    return evaluation.result(masks, hours, parts);
 }
 
 SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const Sensor& sensor,

@@ -54,39 +54,27 @@ public:
         }
     }
 
-    /// Visibility of two sets of directions, by cell index, 0 for the cells that are not wanted.
-    /// cells: for each set the wanted ones; they become those that are free. Cells in `alone` take
-    /// what the other set says.
-    void skies(const std::array<SkyDirections, 2>& directions, std::array<SkyCellSet, 2>& cells,
-               const std::array<std::array<float, skyGrid::cellCount>*, 2>& visibility,
-               const std::array<SkyCellSet, 2>& alone) {
-        if (m_query == nullptr) {
-            for (std::size_t i = 0; i < 2; ++i) {
-                visibility[i]->fill(0.0f);
-                SkyCellSet free;
-                forEach(cells[i], [&](std::size_t cell, int azimuth, int altitude) {
-                    const float value = one(directions[i].direction(azimuth, altitude));
-                    (*visibility[i])[cell] = value;
-                    if (value == 1.0f) {
-                        free.insert(azimuth, altitude);
-                    }
-                });
-                cells[i] = free;
+    /// Visibility of the wanted cells of a set, by cell index, ray by ray. The cells become those
+    /// that are clear; others keep what visibility has.
+    void oneByOne(const SkyDirections& directions, SkyCellSet& cells, float* visibility) const {
+        SkyCellSet free;
+        forEach(cells, [&](std::size_t cell, int azimuth, int altitude) {
+            visibility[cell] = one(directions.direction(azimuth, altitude));
+            if (visibility[cell] == 1.0f) {
+                free.insert(azimuth, altitude);
             }
-        } else {
-            skies(directions, cells);
-        }
-        const std::array<SkyCellSet, 2> free = cells;
-        for (std::size_t i = 0; i < 2; ++i) {
-            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                cells[i].words[word] |= alone[i].words[word] & free[1 - i].words[word];
-            }
-            if (m_query != nullptr) {
-                sensorKernels::expandSet(cells[i], visibility[i]->data());
-            } else {
-                forEach(alone[i], [&](std::size_t cell, int, int) {
-                    (*visibility[i])[cell] = (*visibility[1 - i])[cell];
-                });
+        });
+        cells = free;
+    }
+
+    template <typename Function>
+    static void forEach(const SkyCellSet& set, Function&& function) {
+        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+            const auto altitude = static_cast<int>(word / 2);
+            for (std::uint64_t bits = set.words[word]; bits != 0; bits &= bits - 1) {
+                const int azimuth = static_cast<int>(word % 2) * 64 + std::countr_zero(bits);
+                function(static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude)), azimuth,
+                         altitude);
             }
         }
     }
@@ -105,18 +93,6 @@ public:
     bool allOrNothing() const { return m_query != nullptr; }
 
 private:
-    template <typename Function>
-    static void forEach(const SkyCellSet& set, Function&& function) {
-        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-            const auto altitude = static_cast<int>(word / 2);
-            for (std::uint64_t bits = set.words[word]; bits != 0; bits &= bits - 1) {
-                const int azimuth = static_cast<int>(word % 2) * 64 + std::countr_zero(bits);
-                function(static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude)), azimuth,
-                         altitude);
-            }
-        }
-    }
-
     GetTransparencyValueOnRay& m_caster;
     RayCasterAbilities m_abilities;
     SkyVisibilityQuery* m_query;

@@ -3,6 +3,7 @@
 #include <insolate/rt/input_package.h>
 #include <insolate/rt/occlusion_build.h>
 #include <insolate/rt/occlusion_query.h>
+#include <insolate/rt/ray_caster_abilities.h>
 #include <insolate/rt/triangle.h>
 
 #include <algorithm>
@@ -266,6 +267,7 @@ void OcclusionIndex::castOneByOne(const XYZf& origin, const SkyDirections& direc
 
 bool FastRayTransparency::getSurfaceDoubleSided() {
     offerWholeSkies(*this);
+    offerIndex(*this, *m_index);
     return m_doubleSided;
 }
 

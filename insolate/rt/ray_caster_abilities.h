@@ -6,10 +6,16 @@
 
 namespace insolate {
 
+class OcclusionIndex;
+
 struct RayCasterAbilities {
     bool doubleSided;               ///< receiving surfaces have two sides
     SkyVisibilityQuery* wholeSkies; ///< answers all cells of a mask at once; null without an offer
+    const OcclusionIndex* index;    ///< answers whatever the caster does; null without an offer
 };
+
+/// Called by a caster in getSurfaceDoubleSided() all of whose rays an index answers.
+void offerIndex(const GetTransparencyValueOnRay& caster, const OcclusionIndex& index);
 
 /// Asks getSurfaceDoubleSided(), once, and takes the offer that the caster makes meanwhile.
 RayCasterAbilities abilitiesOf(GetTransparencyValueOnRay& caster);

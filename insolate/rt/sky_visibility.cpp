@@ -74,6 +74,7 @@ std::shared_ptr<const SkyDirectionTable> emptyTable() {
 struct Question {
     const GetTransparencyValueOnRay* caster;
     SkyVisibilityQuery* offer = nullptr;
+    const OcclusionIndex* index = nullptr;
 };
 thread_local Question* askedNow = nullptr;
 
@@ -91,7 +92,13 @@ RayCasterAbilities abilitiesOf(GetTransparencyValueOnRay& caster) {
     Question question{&caster};
     const Asking asking(question);
     const bool doubleSided = caster.getSurfaceDoubleSided();
-    return {doubleSided, question.offer};
+    return {doubleSided, question.offer, question.index};
+}
+
+void offerIndex(const GetTransparencyValueOnRay& caster, const OcclusionIndex& index) {
+    if (askedNow != nullptr && askedNow->caster == &caster) {
+        askedNow->index = &index;
+    }
 }
 
 void SkyVisibilityQuery::offerWholeSkies(const GetTransparencyValueOnRay& caster) {

@@ -39,7 +39,7 @@ bool EShadingMask::calculate(GetTransparencyValueOnRay* rayQuery, const XYZf& po
     if (rayQuery == nullptr) {
         return false;
     }
-    const auto [doubleSided, wholeSkies] = insolate::abilitiesOf(*rayQuery);
+    const insolate::RayCasterAbilities abilities = insolate::abilitiesOf(*rayQuery);
     const std::shared_ptr<const CellDirections> directions = insolate::allCellDirections();
 
     std::optional<insolate::MaskSurface> surface;
@@ -48,15 +48,16 @@ bool EShadingMask::calculate(GetTransparencyValueOnRay* rayQuery, const XYZf& po
     if (normal != nullptr) {
         const XYZf tip = insolate::sum(point, insolate::scaled(*normal, 100.0f));
         surfaceNormalAltitude = EGeometry::Altitude(point, tip);
-        surface.emplace(point, *normal, doubleSided);
+        surface.emplace(point, *normal, abilities.doubleSided);
         faced = insolate::faceSky(*surface, directions, incidence[0]);
     }
 
     const insolate::MaskSurface* known = surface ? &*surface : nullptr;
     const insolate::MaskPlanes planes{exposure[0], incidence[0]};
     insolate::MaskSums sums;
-    if (wholeSkies != nullptr) {
-        const SkyCellSet visible = wholeSkies->visibleSky(point, directions->sky, faced.wanted);
+    if (abilities.wholeSkies != nullptr) {
+        const SkyCellSet visible =
+            abilities.wholeSkies->visibleSky(point, directions->sky, faced.wanted);
         sums = insolate::fillMask(known, &faced, *directions, visible, planes);
     } else {
         CellValues transparency;
