@@ -3,6 +3,7 @@
 #include "app/cli/arguments.h"
 #include "app/terminal/reports.h"
 #include "study/run/study_file.h"
+#include "study/run/study_inputs.h"
 #include "study/support/errors.h"
 
 #include <algorithm>
@@ -49,8 +50,13 @@ TableArguments::TableArguments(CLI::App& command, study::OptionTable& table,
 std::set<std::string> TableArguments::given() const {
     std::set<std::string> names;
     for (const Argument& argument : m_arguments) {
-        if (argument.onCommand->count() > 0) {
-            names.insert(argument.option->name);
+        if (argument.onCommand->count() == 0) {
+            continue;
+        }
+        names.insert(argument.option->name);
+        if (argument.option->name == "sensors") {
+            const auto without = study::optionsWithoutMeaning(argument.value);
+            names.insert(without.begin(), without.end());
         }
     }
     return names;

@@ -43,6 +43,8 @@ private:
         bool isSet = false;              ///< of flags
     };
 
+    /// The options for which the study file is not asked: those of the command line, and where
+    /// that takes the sensors from a plane or a table, what chooses among faces.
     [[nodiscard]] std::set<std::string> given() const;
     void giveOwn() const;
 

@@ -83,12 +83,12 @@ public:
 
     Place placeOf(const Vector3& p) {
         m_above.clear();
-        double below = 0.0; // of open surfaces: those that look up less those that look down
+        m_below.clear();
         double under = 0.0; // crossings of the ground above
         bool isCovered = false;
         m_lines->forEachCrossing(p.x, p.y, [&](std::uint32_t surface, double z, bool looksUp) {
             if (m_kinds[surface] == Kind::open && z < p.z) {
-                below += looksUp ? 1.0 : -1.0;
+                m_below.emplace_back(surface, looksUp ? 1.0 : -1.0);
             } else if (m_kinds[surface] == Kind::open) {
                 isCovered = true;
             } else if (m_kinds[surface] == Kind::ground && z > p.z) {
@@ -112,20 +112,38 @@ public:
         if (!isCovered) {
             return Place::free; // a court, whose walls may hide more than half too
         }
-        // What the surfaces hide is what their borders enclose, counted from the zenith, but for
-        // each surface below, which turns it by the whole sphere.
-        double hidden = 0.0;
+        double windingNumber = 0.0;
         m_openPlan->forEachAt(p.x, p.y, [&](std::uint32_t i) {
-            for (std::uint32_t k = m_borderStart[i]; k < m_borderStart[i + 1]; ++k) {
-                hidden += angleBelowZenith(m_borders[k][0] - p, m_borders[k][1] - p);
+            if (const double share = shareHidden(p, i); std::abs(share) >= leastShareOfAWall) {
+                windingNumber += share;
             }
         });
-        const double windingNumber = hidden / (4.0 * std::numbers::pi) - below;
         return std::abs(windingNumber) > 0.5 + 1.0e-9 ? Place::inside : Place::free;
     }
 
 private:
     enum class Kind : char { closed, open, ground };
+
+    /// What hides less than this of all directions is no wall or roof of the building around a
+    /// place, but a leaf of a crown above it. The walls of a hall of 50 by 50 by 6 m hide 0.027
+    /// each from its middle; a leaf of a square metre hides that from 2 m.
+    static constexpr double leastShareOfAWall = 0.02;
+
+    /// The share of all directions that an open surface hides from a place, positive where it looks
+    /// away from it. What a surface hides is what its borders enclose, counted from the zenith, but
+    /// for each of its faces below, which turns it by the whole sphere. m_below must be that of the
+    /// place.
+    double shareHidden(const Vector3& p, std::uint32_t openNumber) const {
+        double hidden = 0.0;
+        for (std::uint32_t k = m_borderStart[openNumber]; k < m_borderStart[openNumber + 1]; ++k) {
+            hidden += angleBelowZenith(m_borders[k][0] - p, m_borders[k][1] - p);
+        }
+        double share = hidden / (4.0 * std::numbers::pi);
+        for (const auto& [surface, turns] : m_below) {
+            share -= surface == m_openSurfaces[openNumber] ? turns : 0.0;
+        }
+        return share;
+    }
 
     void findGround(const Mesh& mesh, const Bodies& bodies, const PlanBox& whole) {
         m_plans.assign(m_surfaces, {infinity, infinity, -infinity, -infinity});
@@ -171,6 +189,7 @@ private:
         for (std::size_t i = 0; i < m_surfaces; ++i) {
             if (m_kinds[i] == Kind::open) {
                 openNumber[i] = static_cast<std::uint32_t>(plans.size());
+                m_openSurfaces.push_back(static_cast<std::uint32_t>(i));
                 // Walls close a house though no place in it lies under them, and so do the houses
                 // beside it where they share one; what is farther off hides little.
                 const PlanBox& box = m_plans[i];
@@ -228,9 +247,11 @@ private:
     std::vector<PlanBox> m_plans; ///< likewise
     std::optional<PlumbLines> m_lines;
     std::optional<PlanTree> m_openPlan;            ///< of the open surfaces
+    std::vector<std::uint32_t> m_openSurfaces;     ///< their surfaces
     std::vector<std::uint32_t> m_borderStart;      ///< of each of them in m_borders
     std::vector<std::array<Vector3, 2>> m_borders; ///< along the direction of their faces
     std::vector<std::uint32_t> m_above;
+    std::vector<std::pair<std::uint32_t, double>> m_below; ///< open surfaces, up 1 and down -1
 };
 
 double metresOf(std::string_view name, std::string_view text, bool mayBeNegative) {

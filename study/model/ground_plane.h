@@ -37,7 +37,8 @@ struct GroundPlaneSensors {
 /// - in an open one, such as a house without a floor: under a surface, and where the surfaces above
 ///   and around the place hide more than half of all directions, by the generalized winding number
 ///   (Jacobson, Kavan, Sorkine-Hornung 2013, ACM Transactions on Graphics 32(4), 33), so that
-///   places under a roof on posts stay;
+///   places under a roof on posts stay; surfaces that hide less than a fiftieth do not count, so
+///   that places under the loose leaves of a crown stay;
 /// - under an open surface as wide as the scene, which is its ground.
 /// @throws Stopped
 INSOLATE_STUDY_EXPORT GroundPlaneSensors cutGroundPlane(const GroundPlane& plane,

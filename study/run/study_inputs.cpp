@@ -13,6 +13,7 @@
 #include "study/support/readable.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numeric>
 #include <optional>
@@ -204,6 +205,10 @@ void noteUndersides(const SensorField& field, Progress& progress) {
     }
 }
 
+bool isTable(const std::filesystem::path& sensors) {
+    return hasExtension(sensors, {".csv", ".txt"});
+}
+
 /// What chooses faces, and says how they are cut, has no meaning without a sensor model.
 void refuseFaceOptions(const ModelOptions& options, const char* source, const char* insteadOfGrid) {
     const FaceSelection& selection = options.selection;
@@ -260,6 +265,13 @@ void orientModel(Mesh& mesh, const std::filesystem::path& file, const ModelOptio
     }
 }
 
+std::span<const std::string_view> optionsWithoutMeaning(const std::filesystem::path& sensors) {
+    static constexpr std::array<std::string_view, 7> ofFaces = {
+        "select", "exclude", "facing", "tilt", "grid", "offset", "merge-faces"};
+    const bool hasFaces = !isTable(sensors) && !parseGroundPlane(sensors.string());
+    return hasFaces ? std::span<const std::string_view>() : ofFaces;
+}
+
 void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOptions& options,
                 Progress& progress, const std::stop_token& stop) {
     const std::filesystem::path& sensorFile = options.sensorFile();
@@ -288,7 +300,7 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
             throw DataError("--sensors plane: the whole plane lies inside of buildings or under "
                             "the ground; choose another height z");
         }
-    } else if (hasExtension(sensorFile, {".csv", ".txt"})) {
+    } else if (isTable(sensorFile)) {
         refuseFaceOptions(options, "a table", "leave it out");
         const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
         inputs.field = readSensorCsv(sensorFile, options.import.unit, up, stop);

@@ -13,7 +13,9 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stop_token>
+#include <string_view>
 
 namespace insolate::study {
 
@@ -33,6 +35,12 @@ struct GivenInputs {
     /// Where the origin of rays is; absent: in the middle of scene and sensors.
     std::optional<Recentring> recentring = {};
 };
+
+/// The options that choose or cut the faces of a sensor model, which have no meaning for sensors of
+/// a plane or a table; none where the sensors come from a model.
+/// @param sensors as given to --sensors
+INSOLATE_STUDY_EXPORT std::span<const std::string_view>
+optionsWithoutMeaning(const std::filesystem::path& sensors);
 
 /// Reads a model as a study does: with its notes reported and its faces turned as the options say.
 /// Refuses what the machine cannot hold before memory is taken, unless the options force it.

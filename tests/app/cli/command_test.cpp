@@ -127,6 +127,12 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
     EXPECT_EQ(done("run --study s/a.toml --period 3/1").err, "");
     expectAll(readFile(path("s/r/summary.json")), {"\"text\": \"1 March\"", "\"north_deg\": 30.0",
                                                    "\"method\": \"perez-sky\"", "points.csv"});
+    // What chooses among faces goes with the sensors of the file.
+    write("faces.toml", "weather = 'good.epw'\nscene = 'court.obj'\nselect = 'no*'\ngrid = 0.1\n"
+                        "period = '3/1'\nout = 'p'\n");
+    done("run --study faces.toml --sensors plane:z=20,grid=5");
+    EXPECT_THAT(command("run --study faces.toml --sensors s/points.csv --facing up").err,
+                HasSubstr("--facing chooses the faces"));
     for (const auto& [content, message] :
          {std::pair{"step = 0.1\nwether = 'a'\n",
                     "bad.toml:2: there is no option 'wether'; did you mean 'weather'?"},

@@ -85,6 +85,19 @@ TEST(GroundPlane, LeavesOutWhatLiesInBuildings) {
     EXPECT_EQ(cutGroundPlane({.z = -0.5, .grid = 1.0}, scene).buried, 200U);
 }
 
+TEST(GroundPlane, CrownsOfLooseLeavesAreNoBuildings) {
+    Faces faces = {{{0, 0, 0}, {20, 0, 0}, {20, 10, 0}, {0, 10, 0}}};
+    for (int layer = 0; layer < 6; ++layer) {
+        const double z = 3.5 + 0.5 * layer;
+        for (double x = 10.0 + 0.1 * layer; x < 18.0; x += 0.9) {
+            for (double y = 1.0 + 0.1 * layer; y < 9.0; y += 0.9) {
+                faces.push_back({{x, y, z}, {x + 0.8, y, z + 0.2}, {x + 0.4, y + 0.8, z}});
+            }
+        }
+    }
+    EXPECT_EQ(cutGroundPlane({.z = 1.5, .grid = 1.0}, sceneOf(faces)).field.size(), 200U);
+}
+
 TEST(GroundPlane, CellsAreEqualLevelAndCoverTheScene) {
     const Scene scene = sceneOf({{{-3, 2, 7}, {7.5, 2, 7}, {7.5, 4.9, 8}}});
     const GroundPlane plane{.z = 9.0, .grid = 2.0};
