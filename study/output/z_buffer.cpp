@@ -172,15 +172,21 @@ void ZBuffer::compareNeighbours(std::size_t here, std::size_t there,
     if (depthHere == nothing && depthThere == nothing) {
         return;
     }
+    // Most neighbours are of one face: neither test can find an edge within it.
+    constexpr float leastGap = 3.0F;
+    const float gap = std::abs(depthHere - depthThere);
+    if (m_normal[here] == m_normal[there] && gap <= leastGap) {
+        return;
+    }
     const std::array<float, 3> n = unpackNormal(m_normal[here]);
     const std::array<float, 3> m = unpackNormal(m_normal[there]);
     bool apart = depthHere == nothing || depthThere == nothing;
-    if (!apart) {
+    if (!apart && gap > leastGap) {
         // One sample further, the depth of a surface changes by its slope; more is a gap.
         const auto slope = [](const std::array<float, 3>& k) {
             return std::hypot(k[0], k[1]) / std::max(std::abs(k[2]), 0.02F);
         };
-        apart = std::abs(depthHere - depthThere) > 3.0F + 2.0F * std::max(slope(n), slope(m));
+        apart = gap > leastGap + 2.0F * std::max(slope(n), slope(m));
     }
     if (apart) {
         const std::size_t nearer = depthHere > depthThere ? here : there;

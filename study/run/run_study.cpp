@@ -317,6 +317,9 @@ void runStudy(const RunOptions& options, Progress& listener, const std::stop_tok
         StudyResults results = calculateStudy(study, &partial, progress, stop);
         reportResults(study, results, progress);
         results.warnings = progress.warnings();
+        if (!study.options.hourly.hoursOf.all) {
+            study.masks.reset(); // the index of the rays makes room for what the files take
+        }
         writeResults(folder, RunAnswer{study.options, study.watch, study, results}, progress, stop);
         partial.remove();
         shared = std::move(study.inputs);
