@@ -49,8 +49,10 @@ int runCommandLine(int argc, const char* const* argv) {
         return asJson ? errorAsJson(message, exitCode)
                       : fmt::format("insolate: error: {}\n", message);
     };
-    Interruption interruption([=](int exitCode) { // after half a bar, perhaps
-        return (asJson ? "" : "\n") + errorLine(exitCode, Stopped().what());
+    // After half a bar, perhaps. Which analyses of a study file have their results is not known here.
+    Interruption interruption([=](int exitCode) {
+        return (asJson ? "" : "\n") +
+               errorLine(exitCode, "stopped at once; no result is half written");
     });
     const auto report = [&](int exitCode, const std::string& message) {
         // Where standard error is closed or full, the exit code must do.
