@@ -74,13 +74,13 @@ def two() -> None:
     model = town(100, 100)
     sensors = model.select(facing=["up", "south"]).sensors(grid=2.7)
     sensors = ins.Sensors(sensors.points[:300_000], sensors.normals[:300_000])
-    single = ins.radiation(model, sensors, weather, threads=1)
+    single = ins.radiation(model, sensors, weather, reflectance=0, threads=1)
     times: dict[int, list[float]] = {1: [], 2: []}
     with workers(1) as one, workers(2) as both, Client(one) as c1, Client(both) as c2:
         for _ in range(3):
             for count, client in ((1, c1), (2, c2)):
                 begin = time.perf_counter()
-                made = ins.radiation(model, sensors, weather, client=client)
+                made = ins.radiation(model, sensors, weather, reflectance=0, client=client)
                 times[count].append(time.perf_counter() - begin)
                 assert same(made, single)
     medians = {count: statistics.median(listed) for count, listed in times.items()}
@@ -95,7 +95,7 @@ def kills(wanted: int = 20) -> None:
     weather = ins.read_weather(weather_file)
     model = town(30, 30)
     sensors = model.sensors(grid=2.5)
-    single = ins.radiation(model, sensors, weather)
+    single = ins.radiation(model, sensors, weather, reflectance=0)
     chance = random.Random(11)
     killed = runs = twice = 0
     while killed < wanted:
@@ -113,7 +113,7 @@ def kills(wanted: int = 20) -> None:
 
             killer = threading.Thread(target=kill, args=(min(6, wanted - killed),))
             killer.start()
-            made = ins.radiation(model, sensors, weather, client=client, store=store, block=2048)
+            made = ins.radiation(model, sensors, weather, client=client, store=store, block=2048, reflectance=0)
             over.set()
             killer.join()
             assert same(made, single)
@@ -142,14 +142,20 @@ def compare(weather: ins.Weather, model: ins.Model) -> None:
     for radius, altitude in (*((500.0, angle) for angle in altitudes), *((distance, 89.0) for distance in alone)):
         with tempfile.TemporaryDirectory() as folder:
             city = ins.city(
-                parts, weather, store=Path(folder, "store"), radius=radius, min_altitude=altitude, grid=10.0
+                parts,
+                weather,
+                store=Path(folder, "store"),
+                radius=radius,
+                min_altitude=altitude,
+                grid=10.0,
+                reflectance=0,
             )
             found = {name: city[name] for name in parts}
             stacked = {key: np.concatenate([found[name][key] for name in parts]) for key in found[next(iter(parts))]}
             if whole is None:
                 points = np.stack([stacked[axis] for axis in "xyz"], axis=1)
                 normals = np.stack([stacked[axis] for axis in ("nx", "ny", "nz")], axis=1)
-                whole = ins.radiation(model, ins.Sensors(points, normals), weather)
+                whole = ins.radiation(model, ins.Sensors(points, normals), weather, reflectance=0)
             off = 100.0 * np.abs(stacked["total"] / whole.total.astype(float) - 1.0)
             print(
                 f"{radius:.0f} m, {altitude:g} degrees: {len(off)} sensors in {len(parts)} tiles, off by "
@@ -177,6 +183,7 @@ def large(store: str, side: float = 10) -> None:
             client=client,
             facing=["up", "south"],
             grid=5.0,
+            reflectance=0,
             progress=True,
             resume=True,
         )

@@ -35,7 +35,7 @@ def study(out: str) -> None:
     sensors = models[0].sensors(grid=2.0)
     year = ins.read_weather(weather)
     before = time.process_time()
-    result = ins.radiation(models, sensors, year, threads=1, progress=False)
+    result = ins.radiation(models, sensors, year, reflectance=0, threads=1, progress=False)
     call = time.process_time() - before
     result.save(out, progress=False)
     print(len(sensors), call, time.process_time() - begin)
@@ -53,7 +53,18 @@ def main() -> None:
     times: dict[str, list[float]] = {"command": [], "python": [], "radiation": []}
     with tempfile.TemporaryDirectory() as folder:
         command, python = Path(folder) / "command", Path(folder) / "python"
-        run = [os.environ["INSOLATE_COMMAND"], "run", "--threads", "1", "--grid", "2", "--out", str(command)]
+        run = [
+            os.environ["INSOLATE_COMMAND"],
+            "run",
+            "--threads",
+            "1",
+            "--reflectance",
+            "0",
+            "--grid",
+            "2",
+            "--out",
+            str(command),
+        ]
         run += ["--weather", str(weather), "--scene", str(buildings), "--scene", str(terrain)]
         for _ in range(pairs):
             times["command"].append(seconds_of_children(run))

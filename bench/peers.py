@@ -92,7 +92,7 @@ def open_surfaces(weather: ins.Weather) -> None:
     nothing = ins.Model([[0, 0, -1000], [0.1, 0, -1000], [0, 0.1, -1000]], [[0, 1, 2]])
     sensors = ins.Sensors(np.zeros((len(tilted), 3)), normals)
     span, ours = processor_seconds(
-        lambda: ins.radiation(nothing, sensors, weather, open_ground=True, threads=1, progress=False)
+        lambda: ins.radiation(nothing, sensors, weather, open_ground=True, reflectance=0, threads=1, progress=False)
     )
     frame = weather.to_dataframe()
     # The mean of an hour is set to six instants of it, each with its own sun, as is done for such data.
@@ -155,7 +155,7 @@ def lyon() -> None:
     normals = np.array([normal.to_array() for normal in mesh.face_normals])
     sensors = ins.Sensors(points + offset * normals, normals)
     span, ours = processor_seconds(
-        lambda: ins.radiation(models, sensors, ins.read_weather(weather), threads=1, progress=False)
+        lambda: ins.radiation(models, sensors, ins.read_weather(weather), reflectance=0, threads=1, progress=False)
     )
     mine = np.asarray(ours.total, dtype=float) / 1000.0
     print(f"Lyon, Chicago's year, {len(mine):,} sensors; insolate {span:.1f} s, mean {mine.mean():.1f} kWh/m2")

@@ -8,6 +8,7 @@
 #include "study/support/errors.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <fmt/format.h>
@@ -42,8 +43,9 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
         ->type_name("AXIS:{y,z}");
     info->add_option("--lod", arguments->lod, "Level of detail of a CityJSON model: 1 or 2.2")
         ->type_name("LEVEL");
-    info->add_option("--materials", arguments->materials,
-                     "Say what the faces are taken for by this file of materials")
+    info->add_option(
+            "--materials", arguments->materials,
+            "Say what the faces are taken for by this file of materials; without it, by default")
         ->type_name("FILE");
     info->add_option("--north", arguments->north,
                      "Where true north lies in plan: degrees clockwise from the model's +Y")
@@ -65,14 +67,16 @@ void addModelCommand(CLI::App& app, Interruption& interruption) {
         const study::Mesh mesh = study::importMesh(arguments->file, import, interruption.token());
         study::ModelInfo found = study::modelInfo(mesh, study::place(arguments->file), import.unit,
                                                   interruption.token());
+        std::optional<study::MaterialRules> rules;
         if (!arguments->materials.empty()) {
-            const study::MaterialRules rules = study::readMaterials(
-                arguments->materials, study::studyFileKeys(), interruption.token());
-            study::Scene scene;
-            study::appendTriangles(mesh, scene);
-            found.uses =
-                study::sceneMaterials(scene, &rules, study::MaterialRules::usualReflectance).uses;
+            rules = study::readMaterials(arguments->materials, study::studyFileKeys(),
+                                         interruption.token());
         }
+        study::Scene scene;
+        study::appendTriangles(mesh, scene);
+        found.uses = study::sceneMaterials(scene, rules ? &*rules : nullptr,
+                                           study::MaterialRules::usualReflectance)
+                         .uses;
         printResult(arguments->asJson ? study::modelInfoJson(found, arguments->north)
                                       : study::modelInfoText(found, arguments->north));
     });

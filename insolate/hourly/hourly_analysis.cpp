@@ -336,6 +336,7 @@ public:
         if (m_shared.edges) {
             lookAgain();
         }
+        const float lookedHours = m_sunHours; // before anything weakens them
         if (m_light != nullptr) {
             lookThrough(masks);
         }
@@ -351,7 +352,7 @@ public:
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
         if (!parts.empty()) {
-            evaluateParts(parts, firstHours > 0.0f ? m_sunHours / firstHours : 1.0f);
+            evaluateParts(parts, firstHours > 0.0f ? lookedHours / firstHours : 1.0f);
         }
         if (m_shared.options.peak || hours != nullptr) {
             gatherPatches();
@@ -367,12 +368,22 @@ public:
 
 private:
     void evaluateParts(std::span<SensorPart> parts, float hoursScale) {
+        std::vector<float> timeThrough;
+        if (!m_through.empty()) {
+            timeThrough.assign(m_shared.sky.sunCells.size(), 1.0f);
+            for (const ThroughCell& touched : m_through) {
+                if (touched.sunCell >= 0) { // of several seasons each part has its own
+                    timeThrough[static_cast<std::size_t>(touched.sunCell)] = touched.sun.front();
+                }
+            }
+        }
         const SkyParts::Seen seen{.sides = m_sides,
                                   .normal = m_normal,
                                   .cells = m_seen.data(),
                                   .visible = {m_visible[0].data(), m_visible[1].data()},
                                   .sunWeight = m_sunWeight.data(),
                                   .sunVisible = m_sunVisible.data(),
+                                  .timeThrough = timeThrough.empty() ? nullptr : timeThrough.data(),
                                   .groundView = m_groundView,
                                   .hoursScale = hoursScale};
         if (m_shared.partSeasons.empty() || (m_through.empty() && m_groundThrough.empty())) {
@@ -397,6 +408,7 @@ private:
                 m_seen[touched.cell] = touched.seen * sky;
                 if (touched.sunCell >= 0) {
                     m_sunVisible[j] = touched.sunVisible * sun;
+                    timeThrough[j] = sun;
                 }
             }
             SkyParts::Seen ofPart = seen;
@@ -582,8 +594,11 @@ private:
         for (std::size_t half = 0; half < 2; ++half) {
             asked[half] = m_look.asked[half];
             asked[half] &= m_look.free[half];
-            untouched[half] = asked[half];
         }
+        if (m_shared.edges) {
+            askBehindEdges(asked);
+        }
+        untouched = asked;
         m_light->translucent().visibleSkies(m_origin, m_shared.first.directions, untouched);
         const std::size_t seasons = m_shared.seasons.size();
         std::vector<float> through(seasons);
@@ -640,6 +655,33 @@ private:
             }
             weaken(touched);
             m_through.push_back(std::move(touched));
+        }
+    }
+
+    /// A second look may have found something open in a cell whose first rays are blocked: these
+    /// stand for what is in its way all the same.
+    void askBehindEdges(std::array<SkyCellSet, 2>& asked) const {
+        const auto askAt = [&](std::size_t cell) {
+            const int azimuth = static_cast<int>(cell) % skyGrid::azimuthCount;
+            const int altitude = static_cast<int>(cell) / skyGrid::azimuthCount;
+            if (asked[0].contains(azimuth, altitude) || asked[1].contains(azimuth, altitude)) {
+                return;
+            }
+            for (std::size_t half = 0; half < 2; ++half) {
+                if (m_look.asked[half].contains(azimuth, altitude)) {
+                    asked[half].insert(azimuth, altitude);
+                }
+            }
+        };
+        for (std::size_t cell = 0; cell < cellCount; ++cell) {
+            if (m_seen[cell] > 0.0f) {
+                askAt(cell);
+            }
+        }
+        for (std::size_t j = 0; j < m_shared.sky.sunCells.size(); ++j) {
+            if (m_sunVisible[j] > 0.0f) {
+                askAt(static_cast<std::size_t>(m_shared.first.cellOfSun[j]));
+            }
         }
     }
 

@@ -156,6 +156,12 @@ void LightSources::findShares(const HourlySky& sky, const std::vector<std::uint3
         }
     };
     forAll([&](std::size_t, std::uint32_t bin, double light) { m_sums[bin] += light; });
+    // Parts are known by these sums, to which theirs add up.
+    m_periodSums.assign(m_binCount, 0.0);
+    m_periodSums[0] = sky.report.diffuseHorizontal;
+    for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
+        m_periodSums[binOfSun[j]] += static_cast<double>(sky.sunCells[j].directNormal);
+    }
     forAll([&](std::size_t hour, std::uint32_t bin, double light) {
         if (m_sums[bin] > 0.0) {
             m_shares[hour * m_binCount + bin] += static_cast<float>(light / m_sums[bin]);
@@ -170,11 +176,12 @@ std::vector<float> LightSources::sharesOfPart(double diffuseHorizontal,
     for (const SunCell& sun : sunCells) {
         const auto found = m_binOfPart.find(binOfDirection(sun.cell));
         light[found != m_binOfPart.end() ? found->second : 0] +=
-            static_cast<double>(vectorLength(sun.energy));
+            static_cast<double>(sun.directNormal);
     }
     std::vector<float> shares(m_binCount, 0.0f);
-    for (std::size_t bin = 0; bin < m_sums.size(); ++bin) {
-        shares[bin] = m_sums[bin] > 0.0 ? static_cast<float>(light[bin] / m_sums[bin]) : 0.0f;
+    for (std::size_t bin = 0; bin < m_periodSums.size(); ++bin) {
+        const double all = m_periodSums[bin];
+        shares[bin] = all > 0.0 ? static_cast<float>(light[bin] / all) : 0.0f;
     }
     return shares;
 }

@@ -90,7 +90,8 @@ private:
     std::size_t m_binCount = 1;
     std::vector<float> m_shares;                        ///< by hour, then by bin
     std::map<std::uint32_t, std::uint32_t> m_binOfPart; ///< of the sun's year; empty for one bin
-    std::vector<double> m_sums;                         ///< light by bin
+    std::vector<double> m_sums;                         ///< light of the hours by bin
+    std::vector<double> m_periodSums;                   ///< the same as a part's light is known
 };
 
 } // namespace insolate

@@ -1,7 +1,9 @@
 #include <insolate/hourly/sensor_kernels.h>
 #include <insolate/hourly/sky_parts.h>
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace insolate {
 namespace {
@@ -70,14 +72,14 @@ SkyParts::SkyParts(const HourlySky& whole, const FirstRays& first,
     if (parts.empty()) {
         return;
     }
-    const SkyCells cells(whole.options.northOffset);
+    const SkyCells skyCells(whole.options.northOffset);
     constexpr std::size_t none = static_cast<std::size_t>(skyGrid::cellCount);
     std::vector<std::size_t> placeOf(none, none);
     for (const SunCell& cell : whole.sunCells) {
         const auto index = static_cast<std::size_t>(cell.cell);
         const std::size_t place = m_cells.size();
         placeOf[index] = place;
-        m_cells.push_back({cell.cell, cells.centre[index], {}});
+        m_cells.push_back({cell.cell, skyCells.centre[index], {}});
         for (std::size_t half = 0; half < 2; ++half) {
             const FirstRays::Sun& sun = first.sun[half];
             m_cells.back().halves[half].ray = {sun.rayX[place], sun.rayY[place], sun.rayZ[place]};
@@ -88,17 +90,23 @@ SkyParts::SkyParts(const HourlySky& whole, const FirstRays& first,
         m_cells[placeOf[static_cast<std::size_t>(cell)]].halves[half].whole = sun;
     });
     for (const HourlySky& part : parts) {
+        std::vector<std::size_t> cells;
         forEachSun(part, [&](int cell, std::size_t half, const HalfSun& sun) {
             const std::size_t place = placeOf[static_cast<std::size_t>(cell)];
             if (place != none && !sun.steps.empty()) {
                 m_cells[place].halves[half].parts.push_back({m_parts.size(), sun});
+                if (cells.empty() || cells.back() != place) { // the halves follow each other
+                    cells.push_back(place);
+                }
             }
         });
-        m_parts.push_back({part.diffuse, static_cast<float>(part.groundReflected)});
+        m_parts.push_back(
+            {part.diffuse, static_cast<float>(part.groundReflected), std::move(cells)});
     }
 }
 
-void SkyParts::addCell(const Seen& seen, std::size_t cell, std::span<SunSums> sums) const {
+void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
+                       std::span<SunSums> sums) const {
     const Cell& sunCell = m_cells[cell];
     const float height = dotProduct(seen.normal, sunCell.centre);
     const bool isBehind = seen.sides == Sides::One && height < -farFromPlane;
@@ -130,34 +138,49 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::span<SunSums> su
     for (std::size_t i = 0; i < 2; ++i) {
         const Half& half = sunCell.halves[i];
         const bool isFaced = seen.sides != Sides::One || dotProduct(seen.normal, half.ray) > 0.0f;
-        const float timeSeen = isFaced ? visible[i] : 0.0f;
+        const float through = seen.timeThrough != nullptr ? seen.timeThrough[cell] : 1.0f;
+        const float timeSeen = isFaced ? visible[i] * through : 0.0f;
         const double factor =
             shares > 0.0 && single[i] > 0.0 ? counted * (share[i] / shares) / single[i] : 0.0;
-        for (const PartSun& entry : half.parts) {
-            SunSums& sum = sums[entry.part];
-            sum.hours += static_cast<double>(timeSeen * entry.sun.hours);
+        auto entry = half.parts.begin();
+        if (first > 0) {
+            entry = std::lower_bound(
+                entry, half.parts.end(), first,
+                [](const PartSun& one, std::size_t part) { return one.part < part; });
+        }
+        for (; entry != half.parts.end() && entry->part < first + sums.size(); ++entry) {
+            SunSums& sum = sums[entry->part - first];
+            sum.hours += static_cast<double>(timeSeen * entry->sun.hours);
             if (factor > 0.0) {
-                sum.beam += factor * brought(entry.sun);
+                sum.beam += factor * brought(entry->sun);
             }
         }
     }
 }
 
 void SkyParts::evaluate(const Seen& seen, std::size_t first, std::span<SensorPart> parts) const {
-    std::vector<SunSums> sums(m_parts.size());
-    for (std::size_t cell = 0; cell < m_cells.size(); ++cell) {
-        addCell(seen, cell, sums);
+    const std::size_t count =
+        first < m_parts.size() ? std::min(parts.size(), m_parts.size() - first) : 0;
+    std::vector<SunSums> sums(count);
+    if (count == 1) { // of many: few cells have its sun
+        for (const std::size_t cell : m_parts[first].cells) {
+            addCell(seen, cell, first, sums);
+        }
+    } else {
+        for (std::size_t cell = 0; cell < m_cells.size(); ++cell) {
+            addCell(seen, cell, first, sums);
+        }
     }
-    for (std::size_t p = 0; first + p < m_parts.size() && p < parts.size(); ++p) {
+    for (std::size_t p = 0; p < count; ++p) {
         const Part& part = m_parts[first + p];
         SensorPart& result = parts[p];
-        result.beam = static_cast<float>(sums[first + p].beam);
+        result.beam = static_cast<float>(sums[p].beam);
         static_assert(sensorKernels::cellCount % sensorKernels::lanes == 0);
         result.sky =
             sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(), sensorKernels::cellCount);
         result.ground = part.groundReflected * seen.groundView;
         result.total = result.beam + result.sky + result.ground;
-        result.directSunHours = seen.hoursScale * static_cast<float>(sums[first + p].hours);
+        result.directSunHours = seen.hoursScale * static_cast<float>(sums[p].hours);
     }
 }
 

@@ -42,8 +42,10 @@ public:
         std::array<const float*, 2> visible{}; ///< of the cells' halves, by cell
         const float* sunWeight = nullptr;      ///< by sun cell: energy on the surface [Wh/m2]
         const float* sunVisible = nullptr;     ///< by sun cell: its visible share
-        float groundView = 0;                  ///< what the ground's light counts by
-        float hoursScale = 1;                  ///< counted hours of sun over those of the halves
+        /// By sun cell: the share of its time that glass and crowns let through; null: all of it.
+        const float* timeThrough = nullptr;
+        float groundView = 0; ///< what the ground's light counts by
+        float hoursScale = 1; ///< counted hours of sun over those of the halves
     };
     /// @param first place of the part that parts begins with
     void evaluate(const Seen& seen, std::size_t first, std::span<SensorPart> parts) const;
@@ -62,8 +64,8 @@ private:
     };
     struct Half {
         HalfSun whole;
-        XYZf ray{0, 0, 0}; ///< to the whole's sun
-        std::vector<PartSun> parts;
+        XYZf ray{0, 0, 0};          ///< to the whole's sun
+        std::vector<PartSun> parts; ///< in their order
     };
     struct Cell {
         int index = 0; ///< in the sky
@@ -73,6 +75,7 @@ private:
     struct Part {
         std::vector<float> diffuse; ///< as in HourlySky
         float groundReflected = 0;
+        std::vector<std::size_t> cells; ///< with its sun, in m_cells
     };
     /// What a sensor gets from a part's sun.
     struct SunSums {
@@ -81,7 +84,9 @@ private:
     };
     template <typename Use>
     void forEachSun(const HourlySky& sky, Use&& use);
-    void addCell(const Seen& seen, std::size_t cell, std::span<SunSums> sums) const;
+    /// @param first the part that sums begin with
+    void addCell(const Seen& seen, std::size_t cell, std::size_t first,
+                 std::span<SunSums> sums) const;
 
     std::vector<Part> m_parts;
     std::vector<Cell> m_cells; ///< with the whole's sun

@@ -215,13 +215,17 @@ class Scenes:
             self._study, self._key = _study_of(store, job, task.scene), key
         tile = task.scene.tile
         points, normals = store.sensors(tile, task.first, task.end)
-        columns = self._study.columns_of(points, normals, None)
-        if job.hours:
-            for first in range(task.first, task.end, hours_chunk[0]):
-                end = min(first + hours_chunk[0], task.end)
-                part = slice(first - task.first, end - task.first)
+        # Sensors that are asked together share what the scene reflects: hours that are to add up to
+        # the columns are those of the same sensors.
+        step = hours_chunk[0] if job.hours else task.end - task.first
+        made = []
+        for first in range(task.first, task.end, step):
+            part = slice(first - task.first, min(first + step, task.end) - task.first)
+            made.append(self._study.columns_of(points[part], normals[part], None))
+            if job.hours:
                 hours = self._study.hours_of(points[part], normals[part], None)
                 store.write(tile, "poa_global", first, np.rint(hours / hours_step).astype(np.uint16))
+        columns = [(*one[:3], np.concatenate([part[place][3] for part in made])) for place, one in enumerate(made[0])]
         totals = np.asarray(columns[0][3], dtype=np.float64)
         areas = store.part(tile, "area", task.first, task.end).astype(np.float64)
         known = np.isfinite(areas)

@@ -497,8 +497,8 @@ def radiation(
     {options}
     materials : path or mapping of names to mappings, optional
         What surfaces reflect and let through: a TOML file, or its tables [material."NAME"] as
-        ``{"glass*": {"transmittance": 0.72}, "roof": {"reflectance": 0.3}}``. Others then
-        reflect 0.2 unless `reflectance` says otherwise.
+        ``{"glass*": {"transmittance": 0.72}, "roof": {"reflectance": 0.3}}``. Others reflect
+        what `reflectance` says.
     north : float, optional
         From the model's +Y clockwise to true north [degrees]; by default the model's own.
     since : Radiation, optional
@@ -506,9 +506,10 @@ def radiation(
         sensors whose sky or ground the change can touch are calculated, all others keep their
         values. The result is the same bytes as without. Sensors are the same where their places
         and normals are. With tolerances less can be kept, and nothing where the model's middle
-        or extent has changed.
+        or extent has changed, or where surfaces reflect: take ``reflectance=0``.
     client : distributed.Client, optional
-        Whose workers calculate the sensors, in blocks; the result is the same bytes. Needs
+        Whose workers calculate the sensors, in blocks; the result is the same bytes, but for the
+        reflected light: each block finds it by itself, and blocks agree within its error. Needs
         ``insolate[dask]``; see `insolate.city` for what does not fit into one process.
     store : path, optional
         A folder that all workers share under the same name, for finished blocks; by default one
@@ -547,10 +548,8 @@ def radiation(
 
         if since is not None:
             raise _core.UsageError("since: runs in one process; leave client and store out")
-        if materials is not None or given.get("reflectance"):
-            raise _core.UsageError(
-                "reflectance, materials: light between surfaces needs all sensors at once; leave client and store out"
-            )
+        if materials is not None:
+            raise _core.UsageError("materials: runs in one process; leave client and store out")
         texts = option_texts({**given, "north": turned})
         with Report(progress) as report:
             core = radiation_of(

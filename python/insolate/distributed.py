@@ -677,8 +677,9 @@ def city(
 
     Notes
     -----
-    A sensor gets the same bytes on any number of workers and in blocks of any size; and, where no
-    geometry is cut and the city spans less than 16 km, those of the whole city as one scene.
+    A sensor gets the same bytes on any number of workers; with ``reflectance=0`` also in blocks of
+    any size and, where no geometry is cut and the city spans less than 16 km, those of the whole
+    city as one scene. What surfaces reflect is found for each block by itself, within its error.
     """
     _needs_extra()
     if directions < 72:

@@ -124,7 +124,8 @@ nb::ndarray<nb::numpy, float> hoursOfBlock(const PyStudy& self, const InArray<do
                 for (const SensorHours& one : hours) {
                     float* row = all.data() + first++ * perYear;
                     for (std::size_t hour = 0; hour < perYear; ++hour) {
-                        row[hour] = one.beam[hour] + one.sky[hour] + one.ground[hour];
+                        row[hour] = one.beam[hour] + one.sky[hour] + one.ground[hour] +
+                                    (one.reflected.empty() ? 0.0f : one.reflected[hour]);
                     }
                 }
             },
@@ -149,7 +150,7 @@ void takeColumns(PyStudy& self, const std::vector<std::pair<std::string, InArray
 nb::list hoursOf(const PyStudy& self, const std::vector<std::size_t>& sensors, nb::handle report) {
     constexpr auto perYear = static_cast<std::size_t>(hoursPerYear);
     const std::span<const study::HourPart> parts =
-        study::hourParts(self.session->options().hourly.reflects());
+        study::hourParts(self.session->options().reflects());
     std::vector<std::vector<float>> values(parts.size());
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         progress.begin(sensors.size(), "sensors");

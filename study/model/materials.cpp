@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string_view>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -64,12 +66,13 @@ public:
         } else if (density != nullptr) {
             material.passage = Material::Passage::Crown;
             material.passing = seasonalValue("density", *density, mostDensity).scaled(areaShown);
+            material.reflectance = 0.0f;
+            refuseBeside("reflectance", "a surface, and a hull with a density reflects nothing");
         } else {
             refuseBeside("leaf", "a transmittance or a density with leaf and bare");
         }
         readIndex();
         readReflectance();
-        m_rule.text = text();
         return std::move(m_rule);
     }
 
@@ -184,34 +187,33 @@ private:
         }
     }
 
-    [[nodiscard]] std::string text() const {
-        const Material& material = m_rule.material;
-        const float least = material.passing.lowest();
-        const float most = material.passing.highest();
-        const auto range = [&](float factor) {
-            return least == most ? fmt::format("{:.3g}", factor * least)
-                                 : fmt::format("{:.3g} to {:.3g}", factor * least, factor * most);
-        };
-        switch (material.passage) {
-        case Material::Passage::Pane:
-            return fmt::format("glass, {} passes straight on, refractive index {:.4g}, reflects "
-                               "{:.2g}",
-                               range(1.0f), material.refractiveIndex, material.reflectance);
-        case Material::Passage::Leaves:
-            return fmt::format("leaves, {} passes at each crossing, reflects {:.2g}", range(1.0f),
-                               material.reflectance);
-        case Material::Passage::Crown:
-            return fmt::format("crown, leaf area of {} m2/m3, reflects {:.2g}",
-                               range(1.0f / areaShown), material.reflectance);
-        default:
-            return fmt::format("opaque, reflects {:.4g}", material.reflectance);
-        }
-    }
-
     const std::filesystem::path& m_file;
     const toml::table& m_table;
     MaterialRule m_rule;
 };
+
+/// What surfaces of a material are taken for.
+std::string textOf(const Material& material) {
+    const float least = material.passing.lowest();
+    const float most = material.passing.highest();
+    const auto range = [&](float factor) {
+        return least == most ? fmt::format("{:.3g}", factor * least)
+                             : fmt::format("{:.3g} to {:.3g}", factor * least, factor * most);
+    };
+    switch (material.passage) {
+    case Material::Passage::Pane:
+        return fmt::format("glass, {} passes straight on, refractive index {:.4g}, reflects {:.2g}",
+                           range(1.0f), material.refractiveIndex, material.reflectance);
+    case Material::Passage::Leaves:
+        return fmt::format("leaves, {} passes at each crossing, reflects {:.2g}", range(1.0f),
+                           material.reflectance);
+    case Material::Passage::Crown:
+        return fmt::format("crown, leaf area of {} m2/m3, reflects nothing",
+                           range(1.0f / areaShown));
+    default:
+        return fmt::format("opaque, reflects {:.4g}", material.reflectance);
+    }
+}
 
 double albedoIn(const toml::node& ground, const std::filesystem::path& file) {
     const toml::table* const table = ground.as_table();
@@ -270,6 +272,53 @@ MaterialRules rulesIn(const toml::table& table, const std::filesystem::path& fil
     return result;
 }
 
+/// By kind of the scene's triangles the first rule that takes it; their number where none does.
+std::vector<std::uint16_t> rulesOfKinds(const Scene& scene, const MaterialRules* rules) {
+    // Names are the same for many triangles: each combination is looked at once.
+    Mesh kinds;
+    kinds.names = scene.names;
+    for (const TriangleNames& names : scene.kinds) {
+        kinds.faces.push_back(
+            {.object = names.object, .group = names.group, .material = names.material});
+    }
+    const std::size_t count = rules != nullptr ? rules->rules.size() : 0;
+    std::vector<std::uint16_t> ofKind(kinds.faces.size(), static_cast<std::uint16_t>(count));
+    const auto take = [&](std::size_t kind, std::size_t rule) {
+        ofKind[kind] = std::min(ofKind[kind], static_cast<std::uint16_t>(rule));
+    };
+    // Most patterns of many are plain names, whose kinds stand in a table: a city that has a
+    // material for each building would else be walked once for each of them.
+    std::unordered_map<std::string_view, std::vector<std::size_t>> kindsOf;
+    for (const std::string& name : kinds.names) {
+        kindsOf.try_emplace(name);
+    }
+    for (std::size_t i = 0; i < kinds.faces.size(); ++i) {
+        const Mesh::Face& face = kinds.faces[i];
+        for (const std::uint32_t name : {face.object, face.group, face.material}) {
+            if (name != Mesh::unnamed) {
+                kindsOf[kinds.names[name]].push_back(i);
+            }
+        }
+    }
+    for (std::size_t r = 0; r < count; ++r) {
+        const MaterialRule& rule = rules->rules[r];
+        if (const auto named = kindsOf.find(rule.pattern); named != kindsOf.end()) {
+            for (const std::size_t kind : named->second) {
+                take(kind, r);
+            }
+            continue;
+        }
+        const std::vector<bool> taken =
+            facesTaken(kinds, rule.pattern, "the material", place(rules->file, rule.line));
+        for (std::size_t i = 0; i < taken.size(); ++i) {
+            if (taken[i]) {
+                take(i, r);
+            }
+        }
+    }
+    return ofKind;
+}
+
 double areaOf(const Scene& scene, std::size_t triangle) {
     const Vector3* const p = scene.vertices.data() + 3 * triangle;
     return 0.5 * length(cross(p[1] - p[0], p[2] - p[0]));
@@ -289,33 +338,19 @@ MaterialRules parseMaterials(const std::string& text, const std::filesystem::pat
 
 SceneMaterials sceneMaterials(const Scene& scene, const MaterialRules* rules, double others) {
     SceneMaterials result;
-    // Names are the same for many triangles: each combination is looked at once.
-    Mesh kinds;
-    kinds.names = scene.names;
-    for (const TriangleNames& names : scene.kinds) {
-        kinds.faces.push_back(
-            {.object = names.object, .group = names.group, .material = names.material});
-    }
     const std::size_t count = rules != nullptr ? rules->rules.size() : 0;
-    std::vector<std::uint16_t> ofKind(kinds.faces.size(), static_cast<std::uint16_t>(count));
-    for (std::size_t r = count; r-- > 0;) { // the first one is written last
-        const MaterialRule& rule = rules->rules[r];
-        const std::vector<bool> taken =
-            facesTaken(kinds, rule.pattern, "the material", place(rules->file, rule.line));
-        for (std::size_t i = 0; i < taken.size(); ++i) {
-            if (taken[i]) {
-                ofKind[i] = static_cast<std::uint16_t>(r);
-            }
-        }
-        result.materials.insert(result.materials.begin(), rule.material);
-    }
+    const std::vector<std::uint16_t> ofKind = rulesOfKinds(scene, rules);
     for (std::size_t r = 0; r < count; ++r) {
-        result.uses.push_back({rules->rules[r].pattern, rules->rules[r].text});
+        result.materials.push_back(rules->rules[r].material);
+        result.uses.push_back({rules->rules[r].pattern, {}});
     }
-    Material other;
-    other.reflectance = static_cast<float>(others);
-    result.materials.push_back(other);
-    result.uses.push_back({"", fmt::format("opaque, reflects {:.4g}", others)});
+    result.materials.emplace_back().reflectance = static_cast<float>(others);
+    result.uses.emplace_back();
+    for (std::size_t m = 0; m < result.materials.size(); ++m) {
+        Material& material = result.materials[m];
+        material.reflectance = others > 0.0 ? material.reflectance : 0.0f;
+        result.uses[m].text = textOf(material);
+    }
     const std::size_t triangles = scene.triangleCount();
     result.ofTriangle.assign(triangles, static_cast<std::uint16_t>(count));
     for (std::size_t i = 0; i < std::min(triangles, scene.kindOf.size()); ++i) {

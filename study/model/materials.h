@@ -38,7 +38,6 @@ struct MaterialRule {
     std::size_t line = 0; ///< in the file
     /// Of a crown, `passing` is the extinction for each metre.
     Material material;
-    std::string text; ///< what it was taken for, "glass, 0.72 passes straight on"
 };
 
 struct INSOLATE_STUDY_EXPORT MaterialRules {
@@ -67,7 +66,7 @@ INSOLATE_STUDY_EXPORT MaterialRules parseMaterials(const std::string& text,
 /// What became of one rule, or of the surfaces that none fits.
 struct MaterialUse {
     std::string pattern; ///< empty: all other surfaces
-    std::string text;
+    std::string text;    ///< what they were taken for, "glass, 0.72 passes straight on"
     std::size_t triangles = 0;
     double area = 0.0; ///< [m2]
 };
@@ -79,7 +78,8 @@ struct SceneMaterials {
 };
 
 /// @param rules null: no surface has one of its own
-/// @param others reflectance of surfaces that no rule fits, 0..1
+/// @param others reflectance of surfaces that no rule fits, 0..1; 0: nothing reflects, whatever the
+///        rules say
 /// @throws DataError when a rule fits no name of the scene, with the nearest one
 INSOLATE_STUDY_EXPORT SceneMaterials sceneMaterials(const Scene& scene, const MaterialRules* rules,
                                                     double others);

@@ -262,7 +262,9 @@ std::string modelInfoText(const ModelInfo& info, double north) {
     }
     for (const MaterialUse& use : info.uses) {
         text += fmt::format("{:<32} {:>10} {:>12}  {}\n",
-                            use.pattern.empty() ? "(all others)" : printable(use.pattern),
+                            !use.pattern.empty()    ? printable(use.pattern)
+                            : info.uses.size() == 1 ? "(all)"
+                                                    : "(all others)",
                             groupedDigits(use.triangles), lengthText(use.area), use.text);
     }
     return text;

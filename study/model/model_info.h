@@ -48,7 +48,7 @@ struct ModelInfo {
     /// formats in double precision.
     double coordinateStep = 0.0;
     std::vector<std::string> notes; ///< of the reading of the file
-    /// What the faces were taken for, where there is a file of materials.
+    /// What the faces are taken for in the hourly method; filled by whoever knows the materials.
     std::vector<MaterialUse> uses;
 };
 

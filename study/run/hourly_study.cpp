@@ -168,7 +168,7 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
         {"sky_view", "%", "Sky view", {}},
         {"ground_view", "%", "Ground view", {}},
         {"direct_sun_hours", "h", "Hours of direct sun", {}}};
-    if (m_asked.hourly.reflects()) {
+    if (m_asked.reflects()) {
         columns.push_back({"reflected", "Wh/m2", "Radiation reflected by the scene", {}});
     }
     if (m_asked.hourly.unshaded) {
@@ -185,13 +185,11 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
 }
 
 std::size_t HourlyStudy::columnsOfPart() const {
-    return m_parts.size() > mostFullParts
-               ? 1
-               : partColumns.size() - (m_asked.hourly.reflects() ? 0 : 1);
+    return m_parts.size() > mostFullParts ? 1 : partColumns.size() - (m_asked.reflects() ? 0 : 1);
 }
 
 std::size_t HourlyStudy::firstPartColumn() const {
-    return std::size_t{wholeColumns} + (m_asked.hourly.reflects() ? 1 : 0) +
+    return std::size_t{wholeColumns} + (m_asked.reflects() ? 1 : 0) +
            (m_asked.hourly.unshaded ? 1 : 0);
 }
 
@@ -263,10 +261,12 @@ SensorResult HourlyStudy::resultIn(std::span<const ResultColumn> columns, std::s
     return result;
 }
 
-void HourlyStudy::addReflected(const SensorWork& work, int threads, std::span<ResultColumn> columns,
-                               Progress& progress, const std::stop_token& stop) {
-    if (!m_asked.hourly.reflects()) {
-        return;
+std::shared_ptr<const ReflectedLight> HourlyStudy::addReflected(const SensorWork& work, int threads,
+                                                                std::span<ResultColumn> columns,
+                                                                Progress& progress,
+                                                                const std::stop_token& stop) const {
+    if (!m_asked.reflects()) {
+        return {};
     }
     std::vector<Sensor> sensors(work.field.size());
     for (std::size_t i = 0; i < sensors.size(); ++i) {
@@ -285,11 +285,11 @@ void HourlyStudy::addReflected(const SensorWork& work, int threads, std::span<Re
     for (std::size_t i = 0; i < sensors.size(); ++i) {
         direct[i] = resultIn(columns, i);
     }
-    m_light = std::make_shared<const ReflectedLight>(*m_analysis, *work.masks.light(), sensors,
-                                                     options, run, direct);
+    auto light = std::make_shared<const ReflectedLight>(*m_analysis, *work.masks.light(), sensors,
+                                                        options, run, direct);
     progress.end();
     throwIfStopped(stop);
-    const ReflectionReport& report = m_light->report();
+    const ReflectionReport& report = light->report();
     progress.note(fmt::format(
         "reflected light: {} cells, {} {}, {:.1f} MB", groupedDigits(report.cells), report.bounces,
         counted(static_cast<std::size_t>(report.bounces), "reflection", "reflections"),
@@ -302,12 +302,13 @@ void HourlyStudy::addReflected(const SensorWork& work, int threads, std::span<Re
     }
     std::vector<SensorPart> parts(m_parts.size());
     for (std::size_t i = 0; i < sensors.size(); ++i) {
-        addReflected(i, columns, parts);
+        addReflected(*light, i, columns, parts);
     }
+    return light;
 }
 
-void HourlyStudy::addReflected(std::size_t i, std::span<ResultColumn> columns,
-                               std::span<SensorPart> parts) const {
+void HourlyStudy::addReflected(const ReflectedLight& light, std::size_t i,
+                               std::span<ResultColumn> columns, std::span<SensorPart> parts) const {
     SensorResult result = resultIn(columns, i);
     const bool allOfParts = columnsOfPart() > 1;
     std::size_t column = firstPartColumn();
@@ -327,7 +328,7 @@ void HourlyStudy::addReflected(std::size_t i, std::span<ResultColumn> columns,
             part.beam = 0.0f;
         }
     }
-    m_light->addTo(i, result, nullptr, parts);
+    light.addTo(i, result, nullptr, parts);
     columns[total].values[i] = result.total;
     columns[ground].values[i] = result.ground;
     columns[averageDaylight].values[i] = result.averageDaylight;
@@ -346,7 +347,7 @@ void HourlyStudy::addReflected(std::size_t i, std::span<ResultColumn> columns,
 
 double HourlyStudy::timeWithReflected() const {
     // bench_reflection, sensors 2 m apart in Lyon; scattered ones take more.
-    return m_asked.hourly.reflects() ? 2.0 : 1.0;
+    return m_asked.reflects() ? 2.0 : 1.0;
 }
 
 bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const SensorField&,
@@ -357,8 +358,8 @@ bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const Sensor
 SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) const {
     SensorHours hours;
     SensorResult result = evaluate(work, sensor, {}, &hours);
-    if (m_light) {
-        m_light->addTo(sensor, result, &hours);
+    if (work.reflected != nullptr) {
+        work.reflected->addTo(sensor, result, &hours);
     }
     return hours;
 }
@@ -371,15 +372,13 @@ HourlyStudy::again(const SkyOptions& options, double north,
     if (given != m_year || north != m_north || asked != m_asked) {
         return nullptr;
     }
-    auto same = std::make_unique<HourlyStudy>(*this);
-    same->m_light = nullptr; // of the scene before
-    return same;
+    return std::make_unique<HourlyStudy>(*this);
 }
 
 std::string HourlyStudy::digest() const {
     const HourlySky& sky = m_analysis->sky();
     const HourlyOptions& asked = m_asked.hourly;
-    if (asked.hasMaterials()) {
+    if (asked.rules != nullptr || m_asked.reflects()) {
         return {}; // what surfaces reflect reaches sensors that no changed ray touches
     }
     Digest digest;
@@ -503,19 +502,10 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
     }
     nlohmann::ordered_json& hourly = record["hourly"];
     hourly["ground"] = m_asked.hourly.openGround ? "open" : "open where the scene does not hide it";
-    if (m_asked.hourly.reflects()) {
+    hourly["reflectance"] = m_asked.hourly.otherReflectance();
+    if (m_asked.reflects()) {
         hourly["ground"] = m_asked.hourly.openGround ? "open" : "in the scene's shadow";
-        hourly["reflectance"] = m_asked.hourly.otherReflectance();
         hourly["bounces"] = m_asked.hourly.bounces;
-    }
-    if (m_light) {
-        const ReflectionReport& report = m_light->report();
-        hourly["reflected"] = {{"reflections_followed", report.bounces},
-                               {"share_beyond", report.beyond},
-                               {"converged", report.converged},
-                               {"cells", report.cells},
-                               {"rays", report.rays},
-                               {"bytes", report.bytes}};
     }
     hourly["sky_tolerance_percent"] = m_asked.hourly.skyTolerance;
     hourly["sun_tolerance_percent"] = m_asked.hourly.sunTolerance;

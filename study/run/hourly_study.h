@@ -23,8 +23,10 @@ public:
     /// Needs a source that casts rays.
     void calculate(const SensorWork& work, SensorRange range, int slot,
                    std::span<ResultColumn> columns) override;
-    void addReflected(const SensorWork& work, int threads, std::span<ResultColumn> columns,
-                      Progress& progress, const std::stop_token& stop) override;
+    std::shared_ptr<const ReflectedLight> addReflected(const SensorWork& work, int threads,
+                                                       std::span<ResultColumn> columns,
+                                                       Progress& progress,
+                                                       const std::stop_token& stop) const override;
     [[nodiscard]] double timeWithReflected() const override;
     [[nodiscard]] bool isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
                                   std::size_t sensor) const override;
@@ -53,8 +55,8 @@ private:
                                         std::span<SensorPart> parts, SensorHours* hours) const;
     /// Of the direct light.
     static SensorResult resultIn(std::span<const ResultColumn> columns, std::size_t sensor);
-    void addReflected(std::size_t sensor, std::span<ResultColumn> columns,
-                      std::span<SensorPart> parts) const;
+    void addReflected(const ReflectedLight& light, std::size_t sensor,
+                      std::span<ResultColumn> columns, std::span<SensorPart> parts) const;
     [[nodiscard]] Sensor sensorAt(const SensorWork& work, std::size_t index) const;
 
     SkyOptions m_asked;
@@ -64,7 +66,6 @@ private:
     WeatherReport m_weather;
     std::array<float, 12> m_monthlyAlbedo{}; ///< of the weather, NaN where it has none
     std::shared_ptr<const HourlyAnalysis> m_analysis;
-    std::shared_ptr<const ReflectedLight> m_light; ///< after addReflected(), where surfaces reflect
 };
 
 std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,

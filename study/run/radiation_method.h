@@ -34,6 +34,8 @@ struct SensorWork {
     const Recentring& recentring;
     MaskSource& masks;
     SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
+    /// What RadiationMethod::addReflected() has found for these sensors, where it was called.
+    const ReflectedLight* reflected = nullptr;
 };
 
 class RadiationMethod {
@@ -51,11 +53,13 @@ public:
                            std::span<ResultColumn> columns) = 0;
 
     /// Adds to the finished columns what only all sensors together give: the light that the scene's
-    /// surfaces reflect. Nothing for a method, or options, without it.
+    /// surfaces reflect. Gives it for SensorWork; null for a method, or options, without it.
     /// @throws Stopped
-    virtual void addReflected(const SensorWork& /*work*/, int /*threads*/,
-                              std::span<ResultColumn> /*columns*/, Progress& /*progress*/,
-                              const std::stop_token& /*stop*/) {}
+    virtual std::shared_ptr<const ReflectedLight>
+    addReflected(const SensorWork& /*work*/, int /*threads*/, std::span<ResultColumn> /*columns*/,
+                 Progress& /*progress*/, const std::stop_token& /*stop*/) const {
+        return {};
+    }
     /// Time of all sensors with addReflected() over that without, about: for estimates.
     [[nodiscard]] virtual double timeWithReflected() const { return 1.0; }
 

@@ -35,7 +35,7 @@ std::vector<ResultColumn> tableColumns(const StudyResults& results) {
 
 HoursHead hoursHead(const PreparedStudy& study) {
     return {hoursOfPeriod(study.options.period), study.method->weather().site.timeZone,
-            studySubtitle(study.options, study.method->weather()), study.options.hourly.reflects()};
+            studySubtitle(study.options, study.method->weather()), study.options.reflects()};
 }
 
 } // namespace
@@ -47,6 +47,15 @@ nlohmann::ordered_json summaryRecord(const RunAnswer& answer) {
         runRecord(answer.options, study.method->weather(), study.inputs);
     study.method->describeSky(record);
     study.method->describeSensors(record, results.columns);
+    if (study.reflected != nullptr) {
+        const ReflectionReport& report = study.reflected->report();
+        record["hourly"]["reflected"] = {{"reflections_followed", report.bounces},
+                                         {"share_beyond", report.beyond},
+                                         {"converged", report.converged},
+                                         {"cells", report.cells},
+                                         {"rays", report.rays},
+                                         {"bytes", report.bytes}};
+    }
     for (const MaterialUse& use : study.materials) {
         record["hourly"]["materials"].push_back({{"names", use.pattern.empty() ? "*" : use.pattern},
                                                  {"taken_for", use.text},

@@ -295,12 +295,14 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                  "off by 20 % at the edges of shadows. 0, or at least 0.02",
                  "percent of the direct sun");
     table.flag("open-ground", options.hourly.openGround,
-               "hourly: the scene does not hide the ground; for a scene that models its own "
-               "ground, which would else count as in the way of the ground's light");
+               "hourly: the scene does not hide the open ground, whose light then stands for that "
+               "of all surfaces below the horizon; with --reflectance 0, for a scene that models "
+               "its own ground, which would else only be in the way of the open ground's light");
     table.number("reflectance", options.hourly.reflectance, "VALUE",
                  "hourly: what surfaces reflect that --materials does not name, 0 to 1, evenly to "
-                 "all sides; 0.2 for a usual city. Adds the column reflected, and lays the open "
-                 "ground in the scene's shadow. Without it and --materials surfaces are black",
+                 "all sides; 0.2 unless given, as a usual city does. 0: all surfaces are black, "
+                 "those of --materials too; then there is no column reflected, and the open ground "
+                 "lies in no shadow",
                  "reflectance");
     table.file("materials", options.hourly.materials,
                "hourly: what surfaces reflect and let through, by names of objects and materials: "

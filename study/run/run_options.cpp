@@ -57,28 +57,20 @@ void checkReflection(const RunOptions& options) {
     requireHourly(options, "--reflectance", hourly.reflectance.has_value());
     requireHourly(options, "--bounces", hourly.bounces != 0);
     requireHourly(options, "--materials", hasFile);
-    if (hourly.bounces != 0 && !hourly.reflects() && !hasFile) {
-        throw UsageError("--bounces counts reflections, and without --reflectance or --materials "
-                         "nothing reflects; give --reflectance 0.2, or leave --bounces out");
+    if (hourly.bounces != 0 && !options.reflects()) {
+        throw UsageError("--bounces counts reflections, and with --reflectance 0 there are none; "
+                         "leave one of them out");
     }
-    if (options.rays == RayMethod::octree && (hasFile || hourly.reflects())) {
-        throw UsageError("--rays octree knows no materials; leave it out, or --reflectance and "
-                         "--materials");
+    if (options.rays == RayMethod::octree && (hasFile || options.reflects())) {
+        throw UsageError("--rays octree knows no materials; leave it out, or give --reflectance 0 "
+                         "for black surfaces and no --materials");
     }
 }
 
 } // namespace
 
-double HourlyOptions::otherReflectance() const {
-    const bool hasFile = !materials.empty() || rules != nullptr;
-    return reflectance.value_or(hasFile ? MaterialRules::usualReflectance : 0.0);
-}
-
-bool HourlyOptions::reflects() const {
-    return otherReflectance() > 0.0 ||
-           (rules != nullptr &&
-            std::any_of(rules->rules.begin(), rules->rules.end(),
-                        [](const MaterialRule& rule) { return rule.material.reflectance > 0.0f; }));
+bool SkyOptions::reflects() const {
+    return methodUse(method).takesHourlyOptions && hourly.otherReflectance() > 0.0;
 }
 
 std::vector<double> thresholdsOf(const GroupTableOptions& options) {

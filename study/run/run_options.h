@@ -32,8 +32,8 @@ struct HourlyOptions {
     double sunTolerance = 0.0;
     std::optional<double> albedo = {}; ///< of the ground, 0..1; absent: usualAlbedo
     bool monthlyAlbedo = false;        ///< from the weather file, where it has one
-    /// Of the scene's surfaces that no material fits, 0..1; 0: they are black. Absent: 0, with
-    /// materials MaterialRules::usualReflectance.
+    /// Of the scene's surfaces that no material fits, 0..1; absent:
+    /// MaterialRules::usualReflectance. 0: nothing reflects, whatever the materials say.
     std::optional<double> reflectance = {};
     int bounces = 0; ///< reflections on the way to a sensor; 0: until hardly anything is left
     std::filesystem::path materials = {}; ///< a file of them, see materials.h; empty: none
@@ -50,11 +50,9 @@ struct HourlyOptions {
     static constexpr double usualAlbedo = 0.2;
 
     /// Of surfaces that no material fits.
-    [[nodiscard]] double otherReflectance() const;
-    /// Whether any surface reflects; without, the open ground lies in the sun.
-    [[nodiscard]] bool reflects() const;
-    /// Whether any surface has a material, or reflects.
-    [[nodiscard]] bool hasMaterials() const { return rules != nullptr || reflects(); }
+    [[nodiscard]] double otherReflectance() const {
+        return reflectance.value_or(MaterialRules::usualReflectance);
+    }
 };
 
 /// The weather and the period: what a sky is made from.
@@ -66,6 +64,10 @@ struct SkyOptions {
     bool allowGaps = false;
     std::filesystem::path out;
     bool operator==(const SkyOptions&) const = default;
+
+    /// Whether surfaces reflect, as only the hourly method knows; where none does, the open ground
+    /// lies in the sun.
+    [[nodiscard]] bool reflects() const;
 };
 
 /// How a model was read.

@@ -83,11 +83,13 @@ void takeMaterials(PreparedStudy& study, Progress& progress) {
         sceneMaterials(study.inputs.scene, hourly.rules.get(), hourly.otherReflectance());
     for (const MaterialUse& use : found.uses) {
         if (use.triangles > 0 || !use.pattern.empty()) {
-            progress.note(fmt::format(
-                "{}: {} {}, {:.4g} m2: {}",
-                use.pattern.empty() ? "other surfaces" : "material " + quoteText(use.pattern),
-                groupedDigits(use.triangles), counted(use.triangles, "triangle", "triangles"),
-                use.area, use.text));
+            progress.note(fmt::format("{}: {} {}, {:.4g} m2: {}",
+                                      !use.pattern.empty() ? "material " + quoteText(use.pattern)
+                                      : found.uses.size() == 1 ? "all surfaces"
+                                                               : "other surfaces",
+                                      groupedDigits(use.triangles),
+                                      counted(use.triangles, "triangle", "triangles"), use.area,
+                                      use.text));
         }
     }
     for (Material& material : found.materials) {
@@ -254,7 +256,7 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
         study.stored = std::make_unique<SkyVisibilityStore>(
             SkyVisibilityStore::read(*options.masks, study.visibility));
         study.masks = makeStoredMasks(*study.stored, options.north);
-    } else if (study.options.hourly.hasMaterials()) {
+    } else if (study.options.hourly.rules != nullptr || study.options.reflects()) {
         takeMaterials(study, progress);
     } else {
         study.masks = makeRayMasks(study.inputs.scene, *study.recentring, options.rays, stop,
@@ -274,7 +276,8 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     const SensorWork work = study.work(study.options.saveMasks ? &results.seen : nullptr);
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
-    study.method->addReflected(work, study.options.threads, results.columns, progress, stop);
+    study.reflected =
+        study.method->addReflected(work, study.options.threads, results.columns, progress, stop);
     completeResults(study, results, progress, stop);
     return results;
 }

@@ -51,7 +51,7 @@ void addHours(PreparedStudy& study, StudyEstimate& estimate, const std::stop_tok
     if (!wanted.any()) {
         return;
     }
-    const double parts = study.options.hourly.reflects() ? 4.0 : 3.0;
+    const double parts = study.options.reflects() ? 4.0 : 3.0;
     const double bytesPerRow = parts * sizeof(float) * hoursPerYear;
     constexpr double rowsAtOnce = 256.0;
     constexpr double packedRows = 2048.0;      // that wait for hours.nc

@@ -108,6 +108,11 @@ void StudySession::take(std::vector<ResultColumn> columns, Progress& progress,
         [&](Progress& heard) {
             StudyResults results;
             results.columns = std::move(own);
+            if (study.options.reflects() && study.options.hourly.hoursOf.any()) {
+                std::vector<ResultColumn> again = results.columns;
+                study.reflected = study.method->addReflected(study.work(), study.options.threads,
+                                                             again, heard, stop);
+            }
             completeResults(study, results, heard, stop);
             return results;
         },
@@ -135,14 +140,6 @@ void requireHours(const RunOptions& options) {
     }
 }
 
-/// Cells that reflect light are made for all sensors together.
-void requireBlack(const RunOptions& options) {
-    if (options.hourly.reflects()) {
-        throw UsageError("--reflectance: sensors that are calculated in parts get no reflected "
-                         "light; calculate all at once, or leave it and --materials out");
-    }
-}
-
 } // namespace
 
 SensorHours StudySession::hoursOf(std::size_t sensor) const {
@@ -152,15 +149,28 @@ SensorHours StudySession::hoursOf(std::size_t sensor) const {
         throw UsageError(fmt::format("there is no sensor {}; give numbers from 0 to {}", sensor,
                                      study.inputs.field.size() - 1));
     }
+    if (study.reflected == nullptr && study.options.reflects()) { // the columns were given
+        SensorField one;
+        one.positions = {study.inputs.field.positions[sensor]};
+        one.normals = {study.inputs.field.normals[sensor]};
+        SensorHours hours;
+        Progress silent;
+        hoursOf(
+            one, [&](std::size_t, std::span<const SensorHours> made) { hours = made.front(); },
+            silent);
+        return hours;
+    }
     return study.method->hoursOf(study.work(), sensor);
 }
 
 std::vector<ResultColumn> StudySession::columnsOf(const SensorField& sensors, Progress& progress,
                                                   const std::stop_token& stop) const {
     const PreparedStudy& study = m_content->study;
-    requireBlack(study.options);
-    return calculateSensors(*study.method, {sensors, *study.recentring, *study.masks},
-                            study.options.threads, nullptr, progress, stop);
+    const SensorWork work{sensors, *study.recentring, *study.masks};
+    std::vector<ResultColumn> columns =
+        calculateSensors(*study.method, work, study.options.threads, nullptr, progress, stop);
+    study.method->addReflected(work, study.options.threads, columns, progress, stop);
+    return columns;
 }
 
 void StudySession::hoursOf(
@@ -169,9 +179,17 @@ void StudySession::hoursOf(
     const std::stop_token& stop) const {
     const PreparedStudy& study = m_content->study;
     requireHours(study.options);
-    requireBlack(study.options);
-    calculateHours(*study.method, {sensors, *study.recentring, *study.masks}, everySensor(sensors),
-                   study.options.threads, take, progress, stop);
+    SensorWork work{sensors, *study.recentring, *study.masks};
+    std::shared_ptr<const ReflectedLight> reflected;
+    if (study.options.reflects()) {
+        std::vector<ResultColumn> columns =
+            calculateSensors(*study.method, work, study.options.threads, nullptr, progress, stop);
+        reflected =
+            study.method->addReflected(work, study.options.threads, columns, progress, stop);
+        work.reflected = reflected.get();
+    }
+    calculateHours(*study.method, work, everySensor(sensors), study.options.threads, take, progress,
+                   stop);
 }
 
 const Recentring& StudySession::recentring() const {

@@ -77,7 +77,8 @@ public:
     [[nodiscard]] SensorHours hoursOf(std::size_t sensor) const;
 
     /// The columns of other sensors before the same scene, which need not be the study's own: the
-    /// bytes that they would have as its own. Needs no calculate().
+    /// bytes that they would have as its only ones. Needs no calculate(). Reflected light depends
+    /// on which sensors are asked together, within its own error; all else does not.
     /// @throws Stopped
     [[nodiscard]] std::vector<ResultColumn> columnsOf(const SensorField& sensors,
                                                       Progress& progress,

@@ -87,8 +87,11 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
                               study.method->isSameAs(*earlier.method) &&
                               haveSameNames(study.method->columns(), known.columns);
     if (!isComparable) {
-        progress.note("more than scene and sensors differs from the earlier study: all sensors are "
-                      "calculated");
+        progress.note(study.options.reflects() || study.options.hourly.rules != nullptr
+                          ? "what a change reflects or lets through may reach every sensor: all "
+                            "are calculated; --reflectance 0 without --materials keeps the others"
+                          : "more than scene and sensors differs from the earlier study: all "
+                            "sensors are calculated");
         return calculateStudy(study, nullptr, progress, stop);
     }
     const SensorField& field = study.inputs.field;

@@ -59,7 +59,7 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
                      "v 20 0 9\nv 23 0 9\nv 20 2 9\nf 5 7 6\n");
     write("two.csv", "4.5,3.5,20.05,0,0,1\n21,0.5,8.95,0,0,-1\n");
     const std::string study =
-        "run --weather good.epw --period 6/1 --quiet --out o --scene two.obj ";
+        "run --weather good.epw --period 6/1 --reflectance 0 --quiet --out o --scene two.obj ";
     const auto meanOf = [&] {
         const std::string summary = readFile(path("o/summary.json"));
         return std::stod(summary.substr(summary.find("\"mean\": ") + 8));
@@ -101,21 +101,24 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     const std::string said = run.err.substr(run.err.find(" to ", run.err.find("total radiation")));
     EXPECT_NEAR(std::stod(said.substr(4)), highest / 1000.0, 1e-3 * highest / 1000.0);
     ASSERT_EQ(series.size(), 1U + 4U * 10U);
-    EXPECT_THAT(series[0],
-                testing::ElementsAre("hour_of_year", "start", "beam_3 [Wh/m2]", "sky_3 [Wh/m2]",
-                                     "ground_3 [Wh/m2]", "beam_12 [Wh/m2]", "sky_12 [Wh/m2]",
-                                     "ground_12 [Wh/m2]"));
+    EXPECT_THAT(series[0], testing::ElementsAre(
+                               "hour_of_year", "start", "beam_3 [Wh/m2]", "sky_3 [Wh/m2]",
+                               "ground_3 [Wh/m2]", "reflected_3 [Wh/m2]", "beam_12 [Wh/m2]",
+                               "sky_12 [Wh/m2]", "ground_12 [Wh/m2]", "reflected_12 [Wh/m2]"));
     EXPECT_EQ(series[1][0] + " " + series[1][1], "9 2001-01-01T08:00+00:00"); // half of it counts
     EXPECT_EQ(series[21][0] + " " + series[21][1], "8721 2001-12-30T08:00+00:00");
     double sum = 0.0;
     for (std::size_t row = 1; row < series.size(); ++row) {
-        sum += std::stod(series[row][5]) + std::stod(series[row][6]) + std::stod(series[row][7]);
+        for (std::size_t column = 6; column < 10; ++column) {
+            sum += std::stod(series[row][column]);
+        }
     }
     EXPECT_EQ(sensors[0][6], "total [Wh/m2]");
     EXPECT_NEAR(sum / std::stod(sensors[13][6]), 1.0, 1e-5);
     expectAll(readFile(path("h/summary.json")),
-              {"\"albedo\": 0.3", "\"ground\": \"open\"", "\"sun_tolerance_percent\": 1.0",
-               "\"sky_tolerance_percent\": 3.0", "\"while_the_sun_is_down\"", "\"highest_peak\""});
+              {"\"albedo\": 0.3", "\"reflectance\": 0.2", "\"ground\": \"open\"",
+               "\"sun_tolerance_percent\": 1.0", "\"sky_tolerance_percent\": 3.0",
+               "\"while_the_sun_is_down\"", "\"highest_peak\""});
 }
 
 TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
@@ -206,8 +209,8 @@ TEST_F(CommandTest, ReportsToProgramsInJson) {
             EXPECT_EQ(object["total"], 500 / 4);
         }
     }
-    EXPECT_EQ(events["begin"], 1);
-    EXPECT_EQ(events["end"], 1);
+    EXPECT_EQ(events["begin"], 2); // the sensors, and what reaches them by reflection
+    EXPECT_EQ(events["end"], 2);
     EXPECT_GT(events["note"], 3);
     EXPECT_EQ(events["error"], 0);
     for (const char* other : {"view r", "weather convert good.epw a.wea"}) {

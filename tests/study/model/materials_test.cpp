@@ -27,7 +27,6 @@ transmittance = { leaf = 0.1, bare = 0.6 }
 leaf = "11/1-2/28"
 [material.crown]
 density = [1, 1, 1, 1, 1, 1, 2, 2, 2, 1, 1, 1]
-reflectance = 0.15
 [material.pine]
 transmittance = { leaf = 0.3 }
 [material.white]
@@ -53,6 +52,7 @@ albedo = 0.3
     EXPECT_EQ(crown.passage, Material::Passage::Crown);
     EXPECT_FLOAT_EQ(crown.passing.on(181), 0.5f); // half of the leaf area is in the way
     EXPECT_FLOAT_EQ(crown.passing.on(182), 1.0f);
+    EXPECT_EQ(crown.reflectance, 0.0f);
     EXPECT_FLOAT_EQ(rules.rules[3].material.passing.on(1), 0.3f);
     EXPECT_EQ(rules.rules[4].material.passage, Material::Passage::Opaque);
     EXPECT_FLOAT_EQ(rules.rules[4].material.reflectance, 1.0f);
@@ -76,6 +76,7 @@ TEST(Materials, AreRefusedWithLineAndFix) {
              {head + "density = { leaf = 1, full = 2 }", "has no 'full'"},
              {head + "transmittance = { leaf = 0.1, bare = 0.5 }\nleaf = \"4/31-9/1\"", "m.toml:3"},
              {head + "density = 1\nindex = 1.5", "index belongs to a pane"},
+             {head + "density = 1\nreflectance = 0.1", "reflectance belongs to a surface"},
              {head + "reflectance = 0.3\nleaf = \"4/1-9/1\"", "leaf belongs to"},
              {"[materials.a]\n",
               "m.toml:1: no material and no [ground]: 'materials'; did you mean"},
@@ -109,6 +110,11 @@ TEST(Materials, FitTheTrianglesOfTheirNames) {
     }
     EXPECT_EQ(found.uses[0].triangles, 6U);
     EXPECT_NEAR(found.uses[0].area, 2.0 + 2.0 + 2.0, 1e-9); // bottom, top and the other bottom
+    EXPECT_EQ(found.uses[1].text, "opaque, reflects 0.4");
+    const SceneMaterials black = sceneMaterials(scene, &rules, 0.0);
+    EXPECT_EQ(black.ofTriangle, found.ofTriangle);
+    EXPECT_EQ(black.materials[1].reflectance, 0.0f);
+    EXPECT_EQ(black.uses[1].text, "opaque, reflects 0");
     const MaterialRules wrong = rulesOf("[material.houze]\nreflectance = 0.4\n");
     EXPECT_THAT(messageOf([&] { sceneMaterials(scene, &wrong, 0.1); }),
                 HasSubstr("m.toml:1: no object, group or material is called 'houze'; did you mean "

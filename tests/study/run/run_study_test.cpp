@@ -65,7 +65,8 @@ TEST(RunOptions, AreRefusedByName) {
         {perezSky, "hours-of", "0", other},
         {perezSky, "split", "month", other},
         {options, "reflectance", "1.2", "--reflectance 1.2: no reflectance; give 0 to 1"},
-        {options, "bounces", "2", "without --reflectance or --materials nothing"},
+        {with(options, "reflectance", "0"), "bounces", "2", "with --reflectance 0 there are none"},
+        {options, "rays", "octree", "--rays octree knows no materials; leave it out, or give"},
         {with(options, "reflectance", "0.2"), "bounces", "-1", "--bounces -1: "},
         {perezSky, "reflectance", "0.2", other},
         {perezSky, "materials", "m.toml", other},
@@ -209,10 +210,12 @@ TEST(StudySession, HoldsNothingOfTheProcessWhenItIsKept) {
     fast.weather = folder.write("a.epw", test::clearYear());
     fast.scenes = {folder.write("a.obj", test::courtModel())};
     fast.period = {.startDay = 152, .endDay = 152};
+    fast.hourly.reflectance = 0.0;
     RunOptions octree = fast;
     octree.rays = RayMethod::octree;
     RunOptions other = octree;
     other.method = "perez-sky";
+    other.hourly.reflectance.reset();
     Progress silent;
     StudySession kept(octree, {}, silent);
     kept.calculate(silent);
@@ -240,7 +243,7 @@ TEST(RunStudy, AddsWhatTheSceneReflects) {
     options.out = folder.path() / "out";
     // Half of the days have parts of their own, or only totals of many parts.
     const std::vector<std::string> parts = {"6/19-6/21", "6/22-6/24"};
-    const auto resultsOf = [&](double reflectance, std::size_t repeat) {
+    const auto resultsOf = [&](std::optional<double> reflectance, std::size_t repeat) {
         RunOptions run = options;
         run.hourly.reflectance = reflectance;
         for (std::size_t i = 0; i < repeat; ++i) {
@@ -291,6 +294,8 @@ TEST(RunStudy, AddsWhatTheSceneReflects) {
     }
     EXPECT_GT(valueOf(grey, "reflected", 0), 0.1 * valueOf(black, "total", 0));
     EXPECT_NEAR(valueOf(grey, "total", 1) / valueOf(black, "total", 1), 1.0, 1e-6);
+    EXPECT_EQ(valueOf(resultsOf({}, 1), "total", 0), valueOf(resultsOf(0.2, 1), "total", 0));
+    EXPECT_EQ(valueOf(black, "reflected", 0), 0.0);
 }
 
 TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
@@ -301,7 +306,7 @@ TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
                              "f 1 2 3 4\n");
     folder.write("a.csv", "0,0,1,0,0,1\n");
     const std::string head = "weather = \"a.epw\"\nscene = \"pane.obj\"\nsensors = \"a.csv\"\n"
-                             "period = \"6/21\"\nout = \"out\"\n";
+                             "period = \"6/21\"\nreflectance = 0\nout = \"out\"\n";
     const auto totalOf = [&](const std::string& tables) {
         test::Heard heard;
         runStudyTasks(readStudyTasks(folder.write("study.toml", head + tables)), heard, {});
@@ -312,11 +317,20 @@ TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
     const double blocked = totalOf("");
     EXPECT_NEAR(half / open, 0.5, 0.005);
     EXPECT_LT(blocked, 0.05 * open);
-    const auto summary =
-        nlohmann::json::parse(test::readFile(folder.path() / "out" / "summary.json"));
-    EXPECT_FALSE(summary["hourly"].contains("materials"));
+    const auto hourly = [&] {
+        return nlohmann::json::parse(
+            test::readFile(folder.path() / "out" / "summary.json"))["hourly"];
+    };
+    EXPECT_FALSE(hourly().contains("materials"));
+    // In a black world glass reflects nothing either.
+    EXPECT_EQ(totalOf("[material.skylight]\ntransmittance = { leaf = 0.5 }\nreflectance = 0.4\n"),
+              half);
+    EXPECT_EQ(hourly()["materials"][0]["taken_for"], "leaves, 0.5 passes at each crossing, "
+                                                     "reflects 0");
+    EXPECT_FALSE(hourly().contains("reflected"));
+    EXPECT_EQ(hourly()["reflectance"], 0.0);
     for (const auto& [tables, message] : std::vector<std::pair<std::string, std::string>>{
-             {"[material.skyligth]\nreflectance = 0.1\n", "study.toml:6: no object, group or "
+             {"[material.skyligth]\nreflectance = 0.1\n", "study.toml:7: no object, group or "
                                                           "material is called 'skyligth'; did you "
                                                           "mean 'skylight'?"},
              {"materials = \"a.csv\"\n[ground]\nalbedo = 0.3\n", "keep one of them"},
