@@ -260,6 +260,11 @@ def test_a_city_is_that_of_one_scene(client, weather, tmp_path):
         again.to_xarray("0_0")
     fill = ins.city({"a": houses(1, 1)}, weather, store=tmp_path / "fill", hours=True, **quick)._store.group("a")
     assert fill["poa_global"].fill_value == fill["poa_global"].attrs["_FillValue"] == 65535
+    # Hours and columns are of the same light between houses.
+    bright = ins.city({"a": houses(2, 1)}, weather, store=tmp_path / "bright", hours=True, grid=4, period="6/21")
+    assert (bright["a"]["reflected"] > 0).mean() > 0.5
+    hours_sum = bright.to_xarray("a")["poa_global"].sum("time").to_numpy()
+    np.testing.assert_allclose(hours_sum, bright["a"]["total"], rtol=1e-3, atol=3)
 
 
 def test_a_city_is_turned_as_its_tiles(weather, tmp_path):
