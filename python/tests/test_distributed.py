@@ -262,7 +262,7 @@ def test_a_city_is_that_of_one_scene(client, weather, tmp_path):
     assert fill["poa_global"].fill_value == fill["poa_global"].attrs["_FillValue"] == 65535
     # Hours and columns are of the same light between houses.
     bright = ins.city({"a": houses(2, 1)}, weather, store=tmp_path / "bright", hours=True, grid=4, period="6/21")
-    assert (bright["a"]["reflected"] > 0).mean() > 0.5
+    assert bright["a"]["reflected"].max() > 0.01 * bright["a"]["total"].max()
     hours_sum = bright.to_xarray("a")["poa_global"].sum("time").to_numpy()
     np.testing.assert_allclose(hours_sum, bright["a"]["total"], rtol=1e-3, atol=3)
 
