@@ -137,49 +137,130 @@ class Surroundings(NamedTuple):
     cut: float  #: the highest angle at which geometry stands that was left out [degrees]
 
 
-def surroundings(boxes: Array, lows: Array, radius: float, min_altitude: float) -> list[Surroundings]:
-    """Of each tile.
+class Neighbourhood:
+    """Finds what may shade each tile, in the time of the tiles that may.
+
+    Tiles lie in square buckets by their middles, about as many as a bucket has tiles. A bucket of which
+    not even the box of all its tiles can reach a tile is not looked into.
 
     Parameters
     ----------
     boxes : shape (n, 2, 3)
         Lowest and highest corners of the tiles' geometry [m].
-    lows : shape (n,)
-        Heights of their lowest sensors [m]; infinite for tiles without sensors.
+    radius, min_altitude : as for `insolate.city`
     """
-    slope = math.tan(math.radians(min_altitude))
-    found = []
-    for place, (box, low) in enumerate(zip(boxes, lows, strict=True)):
-        if not np.isfinite(low):
-            found.append(Surroundings([], 0.0))
-            continue
-        between = np.maximum(np.maximum(boxes[:, 0, :2] - box[1, :2], box[0, :2] - boxes[:, 1, :2]), 0.0)
-        distances = np.hypot(between[:, 0], between[:, 1])
-        others = np.arange(len(boxes)) != place
-        counts = others & ((distances <= radius) | (boxes[:, 1, 2] - low > slope * distances))
+
+    def __init__(self, boxes: Array, radius: float, min_altitude: float) -> None:
+        self._boxes = boxes
+        self._radius = radius
+        self._slope = math.tan(math.radians(min_altitude))
+        middles = 0.5 * (boxes[:, 0, :2] + boxes[:, 1, :2])
+        side = math.ceil(len(boxes) ** 0.25)
+        low, extent = middles.min(axis=0), np.maximum(np.ptp(middles, axis=0), 1e-3)
+        places = np.minimum((middles - low) / extent * side, side - 1).astype(np.int64)
+        buckets = places[:, 0] * side + places[:, 1]
+        self._order = np.argsort(buckets, kind="stable")
+        self._starts = np.flatnonzero(np.diff(buckets[self._order], prepend=-1))
+        self._ends = np.append(self._starts[1:], len(boxes))
+        self._bucket_boxes = np.stack(
+            [
+                np.minimum.reduceat(boxes[self._order, 0], self._starts),
+                np.maximum.reduceat(boxes[self._order, 1], self._starts),
+            ],
+            axis=1,
+        )
+
+    def of(self, place: int, low: float) -> Surroundings:
+        """Of a tile.
+
+        Parameters
+        ----------
+        place : the tile's, in `boxes`
+        low : height of its lowest sensor [m]; infinite without sensors
+        """
+        if not math.isfinite(low):
+            return Surroundings([], 0.0)
+        box = self._boxes[place]
+        distances = _distances(self._bucket_boxes, box)
+        tops = self._bucket_boxes[:, 1, 2] - low
+        reach = (distances <= self._radius) | (tops > self._slope * distances)
+        near = np.sort(np.concatenate([self._tiles(bucket) for bucket in np.flatnonzero(reach)]))
+        others, steepest = self._among(near[near != place], box, low)
+        # What the other buckets hold is left out; only those are looked into that may rise higher.
+        left_out = np.flatnonzero(~reach)
+        most = tops[left_out] / np.maximum(np.maximum(distances[left_out], self._radius), 1e-3)
+        for at in np.argsort(-most).tolist():
+            if most[at] <= steepest:
+                break
+            steepest = max(steepest, self._among(self._tiles(int(left_out[at])), box, low)[1])
+        return Surroundings(others, math.degrees(math.atan(min(steepest, self._slope))))
+
+    def _tiles(self, bucket: int) -> Array:
+        return self._order[self._starts[bucket] : self._ends[bucket]]
+
+    def _among(self, tiles: Array, box: Array, low: float) -> tuple[list[tuple[int, int]], float]:
+        """Which of some tiles count, and how steeply the others rise at most."""
+        boxes = self._boxes[tiles]
+        distances = _distances(boxes, box)
+        counts = (distances <= self._radius) | (boxes[:, 1, 2] - low > self._slope * distances)
         # By how much less of a tile all is known that can rise above the line.
-        levels = np.zeros(len(boxes), dtype=int)
+        levels = np.zeros(len(tiles), dtype=int)
         for distance in far:
-            levels += (distances > radius) & (boxes[:, 0, 2] + slope * distance <= low + slope * distances)
-        # Of the others, what reaches beyond the radius; the line holds back what rises above it.
+            levels += (distances > self._radius) & (
+                boxes[:, 0, 2] + self._slope * distance <= low + self._slope * distances
+            )
+        # Of tiles that reach beyond the radius; the line holds back what rises above it.
         farthest = np.maximum(boxes[:, 1, :2] - box[1, :2], box[0, :2] - boxes[:, 0, :2]).max(axis=1)
-        beyond = others & (farthest > radius)
-        rises = (boxes[beyond, 1, 2] - low) / np.maximum(np.maximum(distances[beyond], radius), 1e-3)
-        cut = math.degrees(math.atan(min(max(rises.max(initial=0.0), 0.0), slope)))
-        found.append(Surroundings([(int(other), int(levels[other])) for other in np.flatnonzero(counts)], cut))
-    return found
+        beyond = farthest > self._radius
+        rises = (boxes[beyond, 1, 2] - low) / np.maximum(np.maximum(distances[beyond], self._radius), 1e-3)
+        listed = [(int(tile), int(level)) for tile, level in zip(tiles[counts], levels[counts], strict=True)]
+        return listed, float(rises.max(initial=0.0))
 
 
-def light_below(angle: float, weather: Weather, texts: OptionTexts) -> float:
-    """The most that everything below an angle can take from a sensor [percent of its open total].
+def _distances(boxes: Array, box: Array) -> Array:
+    """Of boxes from a box, in plan [m]."""
+    between = np.maximum(np.maximum(boxes[:, 0, :2] - box[1, :2], box[0, :2] - boxes[:, 1, :2]), 0.0)
+    return np.asarray(np.hypot(between[:, 0], between[:, 1]))
 
-    A level sensor and walls to eight sides are calculated in the open and within a ring that hides
-    all sky below the angle.
+
+#: Slopes of the sensors for which `light_below` is calculated, and between which it is taken [degrees].
+_slopes = np.arange(0.0, 181.0, 15.0)
+#: Options of light between surfaces: what hides the sky gives none back.
+_of_reflection = ("reflectance", "bounces", "materials")
+
+
+def slope_classes(tilts: Array) -> list[int]:
+    """Places in the answer of `light_below` that stand for sensors of these slopes.
+
+    Parameters
+    ----------
+    tilts : array of float
+        In degrees; NaN for points without a surface.
+    """
+    known = tilts[np.isfinite(tilts)] / 15.0
+    found = {*np.floor(known).astype(int).tolist(), *np.ceil(known).astype(int).tolist()}
+    return sorted(found | ({len(_slopes)} if len(known) < len(tilts) else set()))
+
+
+def light_below(angle: float, weather: Weather, texts: OptionTexts) -> Array:
+    """The most that everything below an angle can take from sensors [percent of their open total].
+
+    Sensors to 16 sides are calculated in the open and within a black ring that hides all sky below the
+    angle.
+
+    Returns
+    -------
+    numpy.ndarray of float
+        The highest of all sides for slopes of 0, 15, ... 180 degrees, and for points without a surface.
     """
     around = np.arange(144) * (2.0 * math.pi / 144)
     plan = 1000.0 * np.stack([np.sin(around), np.cos(around)], axis=1)
-    sides = np.arange(8) * (2.0 * math.pi / 8)
-    normals = np.array([[0.0, 0.0, 1.0], *([math.sin(a), math.cos(a), 0.0] for a in sides)])
+    slopes, sides = (
+        grid.ravel() for grid in np.meshgrid(np.radians(_slopes), np.arange(16) * (math.pi / 8), indexing="ij")
+    )
+    normals = np.stack([np.sin(slopes) * np.sin(sides), np.sin(slopes) * np.cos(sides), np.cos(slopes)], axis=1)
+    normals = np.concatenate([normals, np.zeros((16, 3))])
+    black: OptionTexts = [*(one for one in texts if one[0] not in _of_reflection), ("reflectance", ["0"])]
     totals = []
     for height in (0.0, 1000.0 * math.tan(math.radians(angle))):
         low = np.column_stack([plan, np.full(144, -1.0)])
@@ -187,8 +268,9 @@ def light_below(angle: float, weather: Weather, texts: OptionTexts) -> float:
         this = np.arange(144)
         then = np.roll(this, -1)
         faces = np.stack([this, then, then + 144, this + 144], axis=1).astype(np.uint32)
-        totals.append(columns_of_scene([(np.concatenate([low, high]), faces)], normals, weather._core, texts))
-    return float(100.0 * (1.0 - totals[1] / totals[0]).max())
+        totals.append(columns_of_scene([(np.concatenate([low, high]), faces)], normals, weather._core, black))
+    open_totals = np.maximum(totals[0], 1e-9)
+    return np.asarray((100.0 * (open_totals - totals[1]) / open_totals).reshape(-1, 16).max(axis=1))
 
 
 def mesh_of(vertices: Array, faces: Array, name: str) -> _core.Mesh:
@@ -202,6 +284,7 @@ def mesh_of(vertices: Array, faces: Array, name: str) -> _core.Mesh:
         np.full(count, faces.shape[1], dtype=np.uint32),
         none,
         none,
+        none,
         [],
         [("orient", ["keep"])],
         None,
@@ -213,6 +296,6 @@ def columns_of_scene(
 ) -> Any:
     """Totals of sensors at the origin [Wh/m2]."""
     meshes = [mesh_of(*part, "surroundings") for part in parts]
-    study = _core.prepare_study(meshes, None, weather, texts, None, None)
-    points = np.zeros((len(normals), 3))
-    return np.asarray(study.columns_of(points, normals, None)[0][3], dtype=np.float64)
+    study = _core.prepare_study(meshes, None, weather, texts, "", None, None)
+    others = study.others(np.zeros((len(normals), 3)), np.ascontiguousarray(normals), None)
+    return np.asarray(others.columns[0][3], dtype=np.float64)

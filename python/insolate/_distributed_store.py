@@ -4,6 +4,7 @@
     files/            scenes, weather and heights, named by the hash of what they hold
     results.zarr/     a Zarr group for each tile: sensors and results, an array each
     receipts/         one small file for each finished block
+    warnings/         one for each text that workers have warned with
     journal.jsonl     when which block was begun and finished, and where
 
 A block is finished when its receipt is there: it is written last, once the block's chunks are on the
@@ -21,7 +22,8 @@ import re
 import resource
 import time
 import uuid
-from collections.abc import Iterable, Mapping
+import zipfile
+from collections.abc import Callable, Iterable, Mapping, Sequence
 from pathlib import Path
 from typing import Any, NamedTuple, Optional
 
@@ -50,12 +52,14 @@ def write_whole(path: Path, content: bytes) -> None:
             file.flush()
             os.fsync(file.fileno())
         os.replace(partial, path)
+        _sync(path.parent)
     except BaseException:
         partial.unlink(missing_ok=True)
         raise
 
 
 def _sync(path: Path) -> None:
+    """Has the disk hold a file, or the names of what is in a folder."""
     handle = os.open(path, os.O_RDONLY)
     try:
         os.fsync(handle)
@@ -83,6 +87,14 @@ def checked_name(name: str) -> str:
     return name
 
 
+#: What faces are called by.
+_named = ("objects", "materials", "groups")
+
+
+def _names_array(names: Iterable[str]) -> Array:
+    return np.frombuffer(json.dumps(list(names)).encode(), dtype=np.uint8)
+
+
 class SceneArrays:
     """A model as arrays: as files hold it, and to cut faces out of it."""
 
@@ -92,7 +104,6 @@ class SceneArrays:
         self.corners = self._arrays["corners"]
         self.counts = self._arrays["counts"]
         self.objects = self._arrays["objects"]
-        self.materials = self._arrays["materials"]
         self.names: list[str] = json.loads(self._arrays["names"].tobytes())
 
     @classmethod
@@ -105,15 +116,38 @@ class SceneArrays:
             )
 
         core = model._core
-        objects, materials = indices(core.objects), indices(core.materials)
+        of_faces = {name: indices(getattr(core, name)) for name in _named}
         return cls(
             {
                 "vertices": np.array(core.vertices),
                 "corners": np.array(core.corners),
                 "counts": np.array(core.corner_counts),
-                "objects": objects,
-                "materials": materials,
-                "names": np.frombuffer(json.dumps(list(names)).encode(), dtype=np.uint8),
+                **of_faces,
+                "names": _names_array(names),
+            }
+        )
+
+    @classmethod
+    def joined(cls, parts: Sequence[SceneArrays]) -> SceneArrays:
+        """Several as one, their faces one after the other."""
+        if len(parts) == 1:
+            return parts[0]
+        names: dict[str, int] = {}
+        # The last place stands for "no name", which is -1.
+        places = [
+            np.array([*(names.setdefault(name, len(names)) for name in part.names), -1], np.int32) for part in parts
+        ]
+        first = np.cumsum([0, *(len(part.vertices) for part in parts[:-1])]).astype(np.uint32)
+        return cls(
+            {
+                "vertices": np.concatenate([part.vertices for part in parts]),
+                "corners": np.concatenate([part.corners + at for part, at in zip(parts, first, strict=True)]),
+                "counts": np.concatenate([part.counts for part in parts]),
+                **{
+                    one: np.concatenate([place[part._arrays[one]] for part, place in zip(parts, places, strict=True)])
+                    for one in _named
+                },
+                "names": _names_array(names),
             }
         )
 
@@ -170,8 +204,7 @@ class SceneArrays:
                 "vertices": self.vertices[used],
                 "corners": places.astype(np.uint32).ravel(),
                 "counts": self.counts[kept],
-                "objects": self.objects[kept],
-                "materials": self.materials[kept],
+                **{name: self._arrays[name][kept] for name in _named},
             }
         )
 
@@ -185,7 +218,8 @@ class SceneArrays:
             np.ascontiguousarray(self.corners),
             np.ascontiguousarray(self.counts),
             self.objects,
-            self.materials,
+            self._arrays["materials"],
+            self._arrays["groups"],
             self.names,
             [("orient", ["keep"])],
             None,
@@ -230,8 +264,10 @@ class Store:
         self.path = Path(path).absolute()
         self.files = self.path / "files"
         self.receipt_folder = self.path / "receipts"
+        self.warning_folder = self.path / "warnings"
         self.results = self.path / "results.zarr"
         self._open: tuple[str, dict[str, Any]] = ("", {})  # arrays of the tile in hand
+        self._sound: set[str] = set()  # files that were found to hold what their names say
 
     # What is calculated.
 
@@ -263,18 +299,27 @@ class Store:
                     "that run, or give another store"
                 )
             return found
-        if self.path.exists() and any(self.path.iterdir()):
+        if self.path.exists() and not self._is_begun():
             raise _core.UsageError(f"{self.path}: is not empty and holds no results; give another store")
         try:
-            self.files.mkdir(parents=True)
-            self.receipt_folder.mkdir()
+            self.files.mkdir(parents=True, exist_ok=True)
+            self.receipt_folder.mkdir(exist_ok=True)
             import zarr
 
-            zarr.create_group(str(self.results))
+            zarr.open_group(str(self.results), mode="a")
             write_whole(place, json.dumps(manifest, indent=1).encode())
         except OSError as problem:
             raise _core.OutputError(f"{self.path}: {problem.strerror}; give a store that can be written") from problem
         return manifest
+
+    def _is_begun(self) -> bool:
+        """Whether there is nothing, or what `open` makes before the manifest: its process was killed then."""
+        for entry in self.path.iterdir():
+            own = {self.files: set[str](), self.receipt_folder: set[str](), self.results: {"zarr.json"}}
+            is_partial = entry.name.startswith("manifest.json.") and entry.name.endswith(".partial")
+            if not is_partial and (entry not in own or {one.name for one in entry.iterdir()} - own[entry]):
+                return False
+        return True
 
     def manifest(self) -> dict[str, Any]:
         try:
@@ -288,24 +333,51 @@ class Store:
     # Inputs by the hash of what they hold.
 
     def add(self, digest: str, suffix: str, content: bytes) -> str:
+        """Keeps a file, in the place of one that was damaged meanwhile."""
         name = digest + suffix
-        if not (self.files / name).exists():
-            write_whole(self.files / name, content)
+        path = self.files / name
+        if not path.exists() or path.read_bytes() != content:
+            write_whole(path, content)
         return name
 
     def add_scene(self, scene: SceneArrays) -> str:
-        digest = scene.digest
-        return self.add(digest, ".npz", b"" if (self.files / (digest + ".npz")).exists() else scene.file())
+        name = scene.digest + ".npz"
+        if not (self.files / name).exists():
+            write_whole(self.files / name, scene.file())
+        return name
+
+    def has_files(self, names: Iterable[str]) -> bool:
+        return all((self.files / name).exists() for name in names)
 
     def scene(self, name: str) -> SceneArrays:
-        with np.load(self.files / name, allow_pickle=False) as arrays:
-            scene = SceneArrays(arrays)
-        if scene.digest + ".npz" != name:
-            raise _core.DataError(f"{self.files / name}: is damaged; delete it and the receipts, and run again")
+        try:
+            with np.load(self.files / name, allow_pickle=False) as arrays:
+                scene = SceneArrays(arrays)
+        except (ValueError, KeyError, EOFError, zipfile.BadZipFile):
+            raise self._damaged(name) from None
+        self._check(name, lambda: scene.digest)
         return scene
 
+    def _check(self, name: str, digest: Callable[[], str]) -> None:
+        """Compares what a file holds with its name, once in a process.
+
+        Raises
+        ------
+        DataError
+        """
+        if name not in self._sound:
+            if not name.startswith(digest()):
+                raise self._damaged(name)
+            self._sound.add(name)
+
+    def _damaged(self, name: str) -> _core.DataError:
+        return _core.DataError(
+            f"{self.files / name}: is damaged and does not hold what its name says; delete it and run again with "
+            "resume=True"
+        )
+
     def add_weather(self, weather: Weather, file: WeatherFile) -> str:
-        name = self.add(*file)
+        name = self.add(file.digest, file.suffix, file.content)
         if weather._samples is None:
             again = read_weather(self.files / name)
             is_same = again.site[:4] == weather.site[:4]
@@ -316,6 +388,7 @@ class Store:
         return name
 
     def weather(self, name: str) -> _core.Weather:
+        self._check(name, lambda: digest_of((self.files / name).read_bytes()))
         if not name.endswith(".weather.npz"):
             return _core.read_weather(str(self.files / name), None)
         with np.load(self.files / name, allow_pickle=False) as arrays:
@@ -326,10 +399,11 @@ class Store:
     def add_array(self, array: Array) -> str:
         buffer = io.BytesIO()
         np.save(buffer, array)
-        return self.add(digest_of(_bytes_of(array)), ".npy", buffer.getvalue())
+        return self.add(digest_of(buffer.getvalue()), ".npy", buffer.getvalue())
 
     def array(self, name: str) -> Array:
         """Read from the disk where it is used."""
+        self._check(name, lambda: digest_of((self.files / name).read_bytes()))
         return np.load(self.files / name, mmap_mode="r", allow_pickle=False)  # type: ignore[no-any-return, unused-ignore]
 
     # Receipts.
@@ -344,6 +418,16 @@ class Store:
     def give_receipt(self, name: str, receipt: dict[str, Any]) -> dict[str, Any]:
         write_whole(self.receipt_folder / (name + ".json"), json.dumps(receipt).encode())
         return receipt
+
+    def keep_warning(self, text: str) -> None:
+        """Keeps a warning of a worker, once however many have it."""
+        path = self.warning_folder / (digest_of(text.encode()) + ".txt")
+        if not path.exists():
+            self.warning_folder.mkdir(exist_ok=True)
+            write_whole(path, text.encode())
+
+    def warnings(self) -> list[str]:
+        return sorted(path.read_text() for path in self.warning_folder.glob("*.txt"))
 
     def receipts(self) -> set[str]:
         """Names of what is finished, without reading it."""
@@ -371,15 +455,26 @@ class Store:
         return zarr.open_group(str(path), mode="r")
 
     def create_tile(
-        self, tile: str, count: int, block: int, columns: Iterable[tuple[str, str, str]], hours: bool
+        self,
+        tile: str,
+        count: int,
+        block: int,
+        columns: Iterable[tuple[str, str, str]],
+        hours: bool,
+        numbered: bool,
     ) -> None:
-        """Makes a tile's empty arrays; whoever comes again finds them as they are."""
+        """Makes a tile's empty arrays; whoever comes again finds them as they are.
+
+        numbered: sensors are in another order than their numbers, which have an array too.
+        """
         import zarr
 
         root = zarr.open_group(str(self.results), mode="r+")
         group = root.require_group(tile) if tile else root
         arrays: list[tuple[str, str, dict[str, Any], tuple[int, ...], tuple[int, ...]]] = []
         chunk = max(1, min(block, count))
+        if numbered:
+            arrays.append(("sensor", "int64", {"long_name": "number of the sensor"}, (count,), (chunk,)))
         for axis in "xyz":
             arrays.append((axis, "float64", {"units": "m"}, (count,), (chunk,)))
         for axis in ("nx", "ny", "nz"):
@@ -414,6 +509,8 @@ class Store:
                 dimension_names=("time",),
             )
             times[:] = np.arange(8760, dtype=np.int32)
+        for folder in {self.results, self.results / tile}:
+            _sync(folder)
 
     def write(self, tile: str, name: str, first: int, values: Array) -> None:
         """Whole chunks of one array, each of them complete or as before, on the disk."""
@@ -422,9 +519,14 @@ class Store:
         if first % array.chunks[0] != 0:
             raise ValueError(f"{name}: sensor {first} does not begin a chunk")
         array[first : first + len(values)] = values
+        folders = {path, path / "c"}
         for chunk in range(first // array.chunks[0], -(-(first + len(values)) // array.chunks[0])):
             for part in range(array.cdata_shape[1]) if values.ndim > 1 else (None,):
-                _sync(path / "c" / (str(chunk) if part is None else f"{chunk}/{part}"))
+                file = path / "c" / (str(chunk) if part is None else f"{chunk}/{part}")
+                _sync(file)
+                folders.add(file.parent)
+        for folder in folders:  # the chunks' names too
+            _sync(folder)
 
     def sensors(self, tile: str, first: int, end: int) -> tuple[Array, Array]:
         """Points and normals of some sensors, shape (n, 3) each."""

@@ -6,19 +6,22 @@ import errno
 import os
 import threading
 import time
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Mapping, Sequence
 from typing import Any, NamedTuple, Optional, Union
 
 import numpy as np
 
 from . import _core
-from ._distributed_context import Grid, horizon_walls, mesh_of
+from ._distributed_context import Grid, horizon_walls, mesh_of, slope_classes
 from ._distributed_store import SceneArrays, Store, hours_chunk, hours_step, peak_memory
 from ._model import Array, Model, Sensors, read_model
 from ._options import OptionTexts
+from ._reports import Report
 
-#: Where a tile's model comes from: its file, or a function that gives it, with sensors or without.
-Source = Union[str, os.PathLike[str], Model, Callable[[], Union[Model, tuple[Model, Sensors]]]]
+#: A tile's model, or where to read it; or several, of which the first has the sensors.
+Models = Union[str, os.PathLike[str], Model, Sequence[Union[str, os.PathLike[str], Model]]]
+#: Where a tile comes from: its models, or a function that gives them, with their sensors or without.
+Source = Union[Models, Callable[[], Union[Models, tuple[Models, Optional[Sensors]]]]]
 
 
 class Job(NamedTuple):
@@ -27,6 +30,8 @@ class Job(NamedTuple):
     store: str
     weather: str  #: its file in the store
     texts: OptionTexts
+    materials: str  #: the text of their file
+    about_reflected: str  #: what the results say of reflected light; "" without
     block: int  #: sensors of a block, and of a chunk
     columns: list[tuple[str, str, str]]  #: names, units and titles
     hours: bool
@@ -53,11 +58,51 @@ def identity_of(source: Source) -> Optional[list[Any]]:
         return ["model", SceneArrays.of(source).digest, source.north]
     if callable(source):
         return ["function"]
+    if isinstance(source, (list, tuple)):
+        parts = [identity_of(part) for part in source]
+        return None if None in parts else ["list of models", *parts]
     try:
-        status = os.stat(source)
+        status = os.stat(source)  # type: ignore[arg-type, unused-ignore]
     except OSError:
         return None
     return ["file", status.st_size, status.st_mtime_ns]
+
+
+def holds_models(source: Source) -> bool:
+    """Whether a source is in the memory of this process, and not to be read."""
+    return isinstance(source, Model) or (isinstance(source, (list, tuple)) and any(map(holds_models, source)))
+
+
+def _given_by(source: Source, reading: Mapping[str, Any]) -> tuple[list[Model], Optional[Sensors], bool]:
+    """The models of a tile, its sensors, and whether these are still to be cut.
+
+    Raises
+    ------
+    DataError
+        When a file cannot be read, or the models do not go together.
+    """
+    made: Any = source
+    if callable(made) and not isinstance(made, Model):
+        try:
+            made = made()
+        except OSError as problem:  # of a file of the caller's, not of the store
+            raise _core.DataError(f"{problem}; give a function that can read its files on every worker") from None
+    sensors: Optional[Sensors] = None
+    is_open = True
+    if isinstance(made, tuple) and len(made) == 2 and (made[1] is None or isinstance(made[1], Sensors)):
+        made, sensors = made
+        is_open = False
+    parts = list(made) if isinstance(made, (list, tuple)) else [made]
+    models = [one if isinstance(one, Model) else read_model(one, **reading) for one in parts]
+    if not models:
+        raise _core.DataError("has no model; give one, or leave the tile out")
+    for one in models:
+        if one.north != models[0].north:
+            raise _core.DataError(
+                f"{models[0].name} and {one.name} have their true north at {models[0].north:g} and {one.north:g} "
+                "degrees; give the models of a tile one north"
+            )
+    return models, sensors, is_open
 
 
 class Horizon(NamedTuple):
@@ -125,6 +170,7 @@ class Scenes:
         self._lock = threading.Lock()
         self._key: Any = None
         self._study: Optional[_core.Study] = None
+        self._report = Report(False)
         self._store: Optional[Store] = None
 
     def _store_at(self, path: str) -> Store:
@@ -137,47 +183,52 @@ class Scenes:
         """Reads a tile and cuts its sensors; files and arrays are in the store afterwards."""
         store = self._store_at(job.store)
         receipt = store.receipt(survey_name(task.tile))
-        if receipt is not None:
+        if receipt is not None and store.has_files(receipt["scenes"]):
             return receipt
         try:
-            return self._survey(store, job, task)
+            store.manifest()
+            identity = identity_of(task.source)  # before it is read: a file that changes meanwhile is found out
+        except OSError as problem:
+            raise as_output_error(job.store, problem) from None
+        models, sensors, is_open = _given_by(task.source, task.reading)
+        nothing = ""
+        if is_open:
+            try:
+                sensors = cut(models[0], task.cutting)
+            except _core.DataError as problem:  # a tile without roofs still shades others
+                nothing = str(problem)
+        try:
+            return self._survey(store, job, task, models, sensors, {"source": identity, "nothing": nothing})
         except OSError as problem:
             raise as_output_error(job.store, problem) from None
 
-    def _survey(self, store: Store, job: Job, task: TileSource) -> dict[str, Any]:
-        store.manifest()
-        sensors: Optional[Sensors] = None
-        identity = identity_of(task.source)  # before it is read: a file that changes meanwhile is found out
-        made: Any = task.source
-        if callable(made) and not isinstance(made, Model):
-            made = made()
-        if isinstance(made, tuple):
-            made, sensors = made
-        model = made if isinstance(made, Model) else read_model(made, **task.reading)
-        nothing = ""
-        if sensors is None:
-            try:
-                sensors = cut(model, task.cutting)
-            except _core.DataError as problem:  # a tile without roofs still shades others
-                nothing = str(problem)
+    def _survey(
+        self,
+        store: Store,
+        job: Job,
+        task: TileSource,
+        models: list[Model],
+        sensors: Optional[Sensors],
+        known: dict[str, Any],
+    ) -> dict[str, Any]:
         count = len(sensors) if sensors is not None else 0
-        scene = SceneArrays.of(model)
+        scene = SceneArrays.joined([SceneArrays.of(model) for model in models])
         box = scene.box()
         receipt: dict[str, Any] = {
+            **known,
             "tile": task.tile,
-            "source": identity,
-            "north": model.north,
+            "north": models[0].north,
             "scenes": [
                 store.add_scene(scene),
                 *(store.add_scene(scene.tall(float(box[0, 2]) + height)) for height in task.tall),
             ],
             "faces": len(scene.counts),
             "sensors": count,
-            "nothing": nothing,
         }
         if sensors is not None and count:
             keep_sensors(store, job, task.tile, sensors)
             receipt["low"] = float(sensors.points[:, 2].min())
+            receipt["slopes"] = slope_classes(sensors.tilts)
             # Rays begin at sensors: what they span counts for the origin.
             places = np.concatenate([box, sensors.points])
             receipt["span"] = [places.min(axis=0).tolist(), places.max(axis=0).tolist()]
@@ -197,10 +248,11 @@ class Scenes:
                 store.note("begin", task.name)
                 begin, used = time.monotonic(), time.process_time()
                 columns, receipt = self._calculate(store, job, task)
+                # Of the whole process, which calculates one block at a time: with the writing of the one before.
+                receipt["processor_seconds"] = round(time.process_time() - used, 3)
             for name, _, _, values in columns:
                 store.write(task.scene.tile, name, task.first, values)
             receipt["seconds"] = round(time.monotonic() - begin, 3)
-            receipt["processor_seconds"] = round(time.process_time() - used, 3)
             receipt["memory"] = peak_memory()
             store.give_receipt(task.name, receipt)
             store.note("finished", task.name, seconds=receipt["seconds"], memory=receipt["memory"])
@@ -209,23 +261,24 @@ class Scenes:
             raise as_output_error(job.store, problem) from None
 
     def _calculate(self, store: Store, job: Job, task: Block) -> tuple[Any, dict[str, Any]]:
-        key = (job.store, job.weather, str(job.texts), task.scene)
+        key = (job.store, job.weather, str(job.texts), job.materials, task.scene)
         if self._study is None or key != self._key:
             self._study = None  # before the next one takes its memory
-            self._study, self._key = _study_of(store, job, task.scene), key
+            self._report = Report(False)
+            self._study, self._key = _study_of(store, job, task.scene, self._report), key
         tile = task.scene.tile
         points, normals = store.sensors(tile, task.first, task.end)
-        # Sensors that are asked together share what the scene reflects: hours that are to add up to
-        # the columns are those of the same sensors.
-        step = hours_chunk[0] if job.hours else task.end - task.first
-        made = []
-        for first in range(task.first, task.end, step):
-            part = slice(first - task.first, min(first + step, task.end) - task.first)
-            made.append(self._study.columns_of(points[part], normals[part], None))
-            if job.hours:
-                hours = self._study.hours_of(points[part], normals[part], None)
+        others = self._study.others(points, normals, self._report)
+        columns = [(*known, np.array(values)) for *known, values in others.columns]
+        if job.hours:
+            for first in range(task.first, task.end, hours_chunk[0]):
+                end = min(first + hours_chunk[0], task.end)
+                hours = others.hours(first - task.first, end - task.first, None)
                 store.write(tile, "poa_global", first, np.rint(hours / hours_step).astype(np.uint16))
-        columns = [(*one[:3], np.concatenate([part[place][3] for part in made])) for place, one in enumerate(made[0])]
+        del others  # it holds the scene
+        for text in self._report.warnings:
+            store.keep_warning(text)
+        self._report.warnings.clear()
         totals = np.asarray(columns[0][3], dtype=np.float64)
         areas = store.part(tile, "area", task.first, task.end).astype(np.float64)
         known = np.isfinite(areas)
@@ -251,10 +304,25 @@ def cut(model: Model, cutting: Mapping[str, Any]) -> Sensors:
     return model.select(*patterns, **chosen).sensors(**given)
 
 
-def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
-    """Makes the arrays of a tile and writes what is known of its sensors."""
+def order_in_space(points: Array) -> Array:
+    """Neighbours follow each other: bits of x and y in turn (Morton 1966, "A computer oriented geodetic
+    data base")."""
+    low, extent = points[:, :2].min(axis=0), max(float(np.ptp(points[:, :2], axis=0).max()), 1e-3)
+    places = ((points[:, :2] - low) / extent * 65535.0).astype(np.uint64)
+    code = np.zeros(len(points), dtype=np.uint64)
+    for bit in range(16):
+        for axis in (0, 1):
+            code |= (places[:, axis] >> np.uint64(bit) & np.uint64(1)) << np.uint64(2 * bit + axis)
+    return np.argsort(code, kind="stable")
+
+
+def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors, order: Optional[Array] = None) -> None:
+    """Makes the arrays of a tile and writes what is known of its sensors.
+
+    order : their numbers in the order of the arrays; None for that of the numbers
+    """
     count = len(sensors)
-    store.create_tile(tile, count, job.block, job.columns, job.hours)
+    store.create_tile(tile, count, job.block, job.columns, job.hours, order is not None)
     names: dict[str, int] = {}
     objects = [names.setdefault(name, len(names)) if name else -1 for name in sensors.objects]
     given: dict[str, Array] = {
@@ -263,15 +331,21 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
         "area": np.full(count, np.nan, np.float32) if sensors.areas is None else np.asarray(sensors.areas),
         "object": np.array(objects or [-1] * count, dtype=np.int32),
     }
+    if order is not None:
+        given = {"sensor": np.arange(count), **given}
+        given = {name: values[order] for name, values in given.items()}
     for name, values in given.items():
         store.write(tile, name, 0, np.ascontiguousarray(values))
     import zarr
 
     path = store.results / tile if tile else store.results
-    zarr.open_group(str(path), mode="r+").attrs["objects"] = list(names)
+    group = zarr.open_group(str(path), mode="r+")
+    group.attrs["objects"] = list(names)
+    if job.about_reflected:
+        group.attrs["reflected_light"] = job.about_reflected
 
 
-def _study_of(store: Store, job: Job, scene: TileScene) -> _core.Study:
+def _study_of(store: Store, job: Job, scene: TileScene, report: Report) -> _core.Study:
     box = np.array([[scene.box[0], scene.box[1]], [scene.box[2], scene.box[3]]])
     meshes = [store.scene(name).mesh(name) for name in scene.own]
     for name in scene.neighbours:
@@ -283,5 +357,11 @@ def _study_of(store: Store, job: Job, scene: TileScene) -> _core.Study:
         if len(walls[1]):
             meshes.append(mesh_of(*walls, "horizon"))
     return _core.prepare_study(
-        [mesh for mesh in meshes if mesh is not None], None, store.weather(job.weather), job.texts, scene.origin, None
+        [mesh for mesh in meshes if mesh is not None],
+        None,
+        store.weather(job.weather),
+        job.texts,
+        job.materials,
+        scene.origin,
+        report,
     )

@@ -76,7 +76,7 @@ class Model:
     vertices : array_like of float, shape (n, 3), or a trimesh or pyvista mesh
     faces : array_like of int, shape (m, corners), or a sequence of m sequences
         Numbers of vertices, 3 or more to a face. Left out with a mesh.
-    objects, materials : str or sequence of m str, optional
+    objects, materials, groups : str or sequence of m str, optional
         Of the faces; "" or None for a face without one.
     units : {"mm", "cm", "m", "ft", "in"}, default m
     up : {"y", "z"}, default z
@@ -101,6 +101,7 @@ class Model:
         *,
         objects: Names = None,
         materials: Names = None,
+        groups: Names = None,
         units: Optional[str] = None,
         up: Optional[str] = None,
         orient: Optional[str] = None,
@@ -114,11 +115,14 @@ class Model:
             raise _core.DataError(f"{name}: vertices must have the shape (n, 3), not {places.shape}")
         corners, counts = _polygons(faces)
         names: list[str] = []
-        object_indices = _name_indices(objects, len(counts), names, "objects")
-        material_indices = _name_indices(materials, len(counts), names, "materials")
+        of_objects = _name_indices(objects, len(counts), names, "objects")
+        of_materials = _name_indices(materials, len(counts), names, "materials")
+        of_groups = _name_indices(groups, len(counts), names, "groups")
         texts = option_texts({"units": units, "up": up, "orient": orient})
         with Report(False) as report:
-            core = _core.model_of(name, places, corners, counts, object_indices, material_indices, names, texts, report)
+            core = _core.model_of(
+                name, places, corners, counts, of_objects, of_materials, of_groups, names, texts, report
+            )
         self._set(core, north, report)
 
     def _set(self, core: _core.Mesh, north: float, report: Optional[Report] = None) -> None:

@@ -508,9 +508,10 @@ def radiation(
         and normals are. With tolerances less can be kept, and nothing where the model's middle
         or extent has changed, or where surfaces reflect: take ``reflectance=0``.
     client : distributed.Client, optional
-        Whose workers calculate the sensors, in blocks; the result is the same bytes, but for the
-        reflected light: each block finds it by itself, and blocks agree within its error. Needs
-        ``insolate[dask]``; see `insolate.city` for what does not fit into one process.
+        Whose workers calculate the sensors, in blocks; where surfaces are black the result is the
+        same bytes. Reflected light is found block by block, and differs from that of one run within
+        what its rays leave uncertain. Needs ``insolate[dask]``; see `insolate.city` for what does
+        not fit into one process.
     store : path, optional
         A folder that all workers share under the same name, for finished blocks; by default one
         that is deleted afterwards, in the machine's own folder of temporary files. Also without a
@@ -518,7 +519,7 @@ def radiation(
     resume : bool
         Go on with the blocks that an earlier run has left in the store.
     block : int, optional
-        Sensors of a block, a multiple of 2,048.
+        Sensors of a block, a multiple of 2,048; by default their number decides alone.
     progress : bool or function(done, total), optional
         True for a bar; by default there is one in a terminal or notebook.
 
@@ -548,12 +549,20 @@ def radiation(
 
         if since is not None:
             raise _core.UsageError("since: runs in one process; leave client and store out")
-        if materials is not None:
-            raise _core.UsageError("materials: runs in one process; leave client and store out")
         texts = option_texts({**given, "north": turned})
+        tables = _materials_text(materials)
         with Report(progress) as report:
             core = radiation_of(
-                models, cells, year, texts, client=client, store=store, resume=resume, block=block, report=report
+                models,
+                cells,
+                year,
+                texts,
+                tables,
+                client=client,
+                store=store,
+                resume=resume,
+                block=block,
+                report=report,
             )
         return Radiation(core, models, cells, year, turned, report)
     tables = materials_toml(materials) if isinstance(materials, Mapping) else ""
@@ -569,6 +578,19 @@ def radiation(
             report,
         )
     return Radiation(core, models, cells, year, turned, report)
+
+
+def _materials_text(materials: Union[Mapping[str, Mapping[str, Any]], Path, None]) -> str:
+    """What a file of materials holds, for machines that may not have it."""
+    if materials is None:
+        return ""
+    if isinstance(materials, Mapping):
+        return materials_toml(materials)
+    try:
+        with open(materials, encoding="utf-8") as file:
+            return file.read()
+    except OSError as problem:
+        raise _core.DataError(f"{os.fspath(materials)}: cannot be read; {problem.strerror}") from None
 
 
 def sky_view(

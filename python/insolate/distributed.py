@@ -25,11 +25,11 @@ import numpy as np
 from . import _core
 from ._distributed_context import (
     Grid,
+    Neighbourhood,
     far,
     grid_of,
     light_below,
     mesh_of,
-    surroundings,
     usual_min_altitude,
     usual_radius,
 )
@@ -43,8 +43,10 @@ from ._distributed_work import (
     TileScene,
     TileSource,
     block_name,
+    holds_models,
     identity_of,
     keep_sensors,
+    order_in_space,
     survey_name,
 )
 from ._model import Array, Model, Names, Path, Sensors
@@ -58,18 +60,24 @@ if TYPE_CHECKING:
 
 __all__ = ["City", "Incomplete", "city", "tiles_of"]
 
-#: Sensors of a block for each thread of a worker: 15 s at 17,000 sensors a second.
-sensors_per_thread = 262_144
-#: Blocks for each worker, where there are few sensors: the last ones leave few workers idle.
-blocks_per_worker = 12
+#: Sensors of a block of one scene: at least half a second of a thread at 17,000 sensors a second, so that
+#: what belongs to blocks is a twentieth of it, and in large studies 128 blocks, which leave few workers idle.
+#: Blocks depend on neither the cluster nor its workers' threads: reflected light depends on blocks.
+least_block, most_block, blocks_of_scene = 10_240, 262_144, 128
+#: And of a tile: 31 s of a thread. Hours take ten times as long.
+tile_block, tile_block_with_hours = 524_288, 65_536
+#: How long the cluster may be without any worker [s].
+patience = 300.0
 #: How often a block is given out again whose workers died; Dask has tried three others each time.
 submissions = 3
 
 
 class Incomplete(_core.OutputError):  # type: ignore[misc, unused-ignore]
-    """Some blocks are missing; ``resume=True`` calculates them and nothing else.
+    """Something is missing that the same call with ``resume=True`` can calculate, and calculates alone.
 
-    ``missing`` names them, with the reasons where there are some.
+    A disk, the memory, workers or the scheduler have failed. What is wrong with inputs or options raises
+    `DataError` and `UsageError`, since another call would meet it again. ``missing`` names the blocks, or
+    the tiles that are still to be read, with the reasons where there are some.
     """
 
     def __init__(self, text: str, missing: Optional[dict[str, str]] = None) -> None:
@@ -82,7 +90,8 @@ class Incomplete(_core.OutputError):  # type: ignore[misc, unused-ignore]
 
 class _Failure(NamedTuple):
     text: str
-    is_final: bool  #: nothing else can succeed either
+    is_final: bool = False  #: nothing else can succeed either
+    error: type[_core.Error] = Incomplete
 
 
 class _ProgressError(Exception):
@@ -91,9 +100,6 @@ class _ProgressError(Exception):
 
 class _Here:
     """Runs tasks in this process."""
-
-    workers = 1
-    threads = 0
 
     def __init__(self) -> None:
         self._scenes = Scenes()
@@ -113,7 +119,12 @@ class _Here:
 
 
 def _failure(problem: BaseException) -> _Failure:
-    return _Failure(str(problem) or type(problem).__name__, isinstance(problem, _core.OutputError))
+    text = str(problem) or type(problem).__name__
+    if isinstance(problem, MemoryError):
+        return _Failure(f"{text}: the memory is full; calculate on a machine with more, or in smaller tiles")
+    if isinstance(problem, _core.OutputError):
+        return _Failure(text, True)
+    return _Failure(text, False, _core.UsageError if isinstance(problem, _core.UsageError) else _core.DataError)
 
 
 def _do(scenes: Scenes, job: Job, task: Any) -> dict[str, Any]:
@@ -167,18 +178,34 @@ class _Dask:
     def __init__(self, client: Any) -> None:
         self._client = client
         client.register_plugin(_plugin(_core.version), name=_plugin_name)
+        try:
+            client.wait_for_workers(1, timeout=patience)
+        except TimeoutError:
+            raise Incomplete(f"{_no_worker()}; then run again, with resume=True where the store has results") from None
+        self._seen = time.monotonic()
         self._look()
 
     def _look(self) -> None:
-        threads = self._client.nthreads()
-        self.workers = max(1, len(threads))
-        self.threads = max(threads.values(), default=1)
-        self._at_once = 2 * self.workers
+        """Counts the workers, of which new ones may have come and all may be gone."""
         self._looked = time.monotonic()
+        workers = len(self._client.nthreads())
+        if workers:
+            self._seen = self._looked
+        self._at_once = 2 * max(1, workers)
+
+    def _wait(self, completed: Any) -> bool:
+        """Waits for the next task to end; False when there has been no worker for too long."""
+        while not completed.has_ready():
+            if time.monotonic() - self._looked > 1.0:
+                self._look()
+                if self._looked - self._seen > patience:
+                    return False
+            time.sleep(0.01)
+        return True
 
     def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
         from distributed import as_completed
-        from distributed.scheduler import KilledWorker
+        from distributed.scheduler import KilledWorker, NoValidWorkerError
 
         failures: dict[str, _Failure] = {}
         names: dict[str, tuple[str, Any, int]] = {}  # of the tasks that are out, by their keys
@@ -204,6 +231,9 @@ class _Dask:
         try:
             fill()
             while active:
+                if not self._wait(completed):
+                    failures[""] = _Failure(_no_worker(), True)
+                    break
                 future = next(completed)
                 name, task, attempt = names.pop(future.key)
                 del active[future.key]
@@ -216,8 +246,11 @@ class _Dask:
                             submit(name, task, attempt + 1)
                         else:
                             failures[name] = _Failure(
-                                "its workers died each time, for want of memory perhaps; see their logs", False
+                                "its workers died each time, for want of memory perhaps; see their logs"
                             )
+                    elif isinstance(problem, NoValidWorkerError):
+                        failures[name] = _Failure(_no_worker(), True)
+                        stopped = True
                     elif isinstance(problem, (_core.Error, MemoryError)):
                         failures[name] = _failure(problem)
                         stopped = stopped or failures[name].is_final
@@ -238,6 +271,10 @@ class _Dask:
         return failures
 
 
+def _no_worker() -> str:
+    return f"the cluster has had no worker for {patience:g} s; start some, as by cluster.scale(2)"
+
+
 def _runner(client: Any) -> Union[_Here, _Dask]:
     return _Here() if client is None else _Dask(client)
 
@@ -249,55 +286,77 @@ def _needs_extra() -> None:
         raise ImportError("insolate.distributed needs zarr and distributed: pip install 'insolate[dask]'") from None
 
 
-def _block_size(runner: Union[_Here, _Dask], count: Optional[int], block: Optional[int]) -> int:
+def _block_size(usual: int, block: Optional[int]) -> int:
     """Sensors of a block: whole chunks of hours too."""
     if block is None:
-        most = sensors_per_thread * max(1, runner.threads or os.cpu_count() or 1)
-        block = most if count is None else min(most, -(-count // (blocks_per_worker * runner.workers)))
+        block = usual
     elif block < 1:
         raise _core.UsageError(f"block {block}: give a number of sensors above 0")
     return -(-int(block) // hours_chunk[0]) * hours_chunk[0]
 
 
 def _check_method(texts: OptionTexts) -> None:
-    method = next((values[0] for name, values in texts if name == "method"), "hourly")
-    if method != "hourly":
-        raise _core.UsageError(f"--method {method}: runs in one process; leave client and store out, or take hourly")
+    """Refuses what only the method of blocks, or its rays, cannot do."""
+    for option, wanted in (("method", "hourly"), ("rays", "fast")):
+        value = next((values[0] for name, values in texts if name == option), wanted)
+        if value != wanted:
+            raise _core.UsageError(
+                f"--{option} {value}: runs in one process; leave client and store out, or take {wanted}"
+            )
 
 
 def _columns_of(study: _core.Study) -> list[tuple[str, str, str]]:
     """Names, units and titles of what each sensor gets."""
-    found = study.columns_of(np.array([[0.0, 0.0, 1.0]]), np.array([[0.0, 0.0, 1.0]]), None)
-    return [(name, unit, title) for name, unit, title, _ in found]
+    found = study.others(np.array([[0.0, 0.0, 1.0]]), np.array([[0.0, 0.0, 1.0]]), None)
+    return [(name, unit, title) for name, unit, title, _ in found.columns]
 
 
-def _columns(weather: Weather, texts: OptionTexts) -> list[tuple[str, str, str]]:
-    """The same without a scene; refuses wrong options before anything is begun."""
+def _study_without_scene(weather: Weather, texts: OptionTexts, report: Report) -> _core.Study:
+    """Refuses wrong options before anything is begun, and says what is odd about the weather."""
     _check_method(texts)
     plate = np.array([[0.0, 0.0, 0.0], [9.0, 0.0, 0.0], [0.0, 9.0, 0.0]])
     mesh = mesh_of(plate, np.array([[0, 1, 2]]), "plate")
-    return _columns_of(_core.prepare_study([mesh], None, weather._core, texts, None, None))
+    heard = Report(False)
+    study = _core.prepare_study([mesh], None, weather._core, texts, "", None, heard)
+    report.warnings += heard.warnings
+    return study
 
 
-def _blocks(scene: TileScene, count: int, block: int) -> Iterator[Block]:
-    for number in range(-(-count // block)):
-        yield Block(scene, number, number * block, min((number + 1) * block, count))
+def _about_reflected(study: _core.Study, block: int) -> str:
+    """What results of reflected light say of themselves; "" without."""
+    if not study.reflects:
+        return ""
+    return (
+        f"light reflected by surfaces was found for blocks of up to {block:,} sensors by themselves: in other blocks, "
+        "or in one run, it differs within what its rays leave uncertain (docs/cluster.md)"
+    )
 
 
-def _raise_incomplete(store: Store, missing: list[str], failures: dict[str, _Failure]) -> None:
+def _raise_missing(store: Store, what: str, missing: list[str], failures: dict[str, _Failure]) -> None:
+    """
+    Raises
+    ------
+    DataError, UsageError
+        When something is missing for what the caller has given.
+    Incomplete
+        When the same call may find it.
+    """
+    for name, failure in failures.items():
+        if failure.error is not Incomplete:
+            raise failure.error(f"{what} {name}: {failure.text}")
     reasons = {name: failures[name].text for name in missing if name in failures}
     why = next((failure.text for failure in failures.values()), "")
     listed = ", ".join(missing[:8]) + (f" and {len(missing) - 8} more" if len(missing) > 8 else "")
-    blocks = "block is" if len(missing) == 1 else "blocks are"
     raise Incomplete(
-        f"{store.path}: {len(missing)} {blocks} missing ({listed}){': ' + why if why else ''}; "
+        f"{store.path}: {len(missing)} {what}{' is' if len(missing) == 1 else 's are'} "
+        f"{'missing' if what == 'block' else 'not read'} ({listed}){': ' + why if why else ''}; "
         "what is finished stays: run again with resume=True",
         {name: reasons.get(name, "") for name in missing},
     )
 
 
 #: Keywords of `radiation` that a run on workers cannot take.
-_alone = ("save_masks", "masks", "materials", "since")
+_alone = ("save_masks", "masks", "since")
 
 
 def radiation_of(
@@ -305,6 +364,7 @@ def radiation_of(
     sensors: Sensors,
     weather: Weather,
     texts: OptionTexts,
+    materials: str,
     *,
     client: Any,
     store: Optional[Path],
@@ -318,22 +378,23 @@ def radiation_of(
         if name.replace("-", "_") in _alone:
             raise _core.UsageError(f"--{name}: runs in one process; leave client and store out")
     _check_method(texts)
-    study = _core.prepare_study([one._core for one in models], sensors._core, weather._core, texts, None, report)
-    columns = _columns_of(study)
+    study = _core.prepare_study(
+        [one._core for one in models], sensors._core, weather._core, texts, materials, None, report
+    )
+    given = (study, models, sensors, weather, texts, materials)
     if store is None:
         with tempfile.TemporaryDirectory(prefix="insolate-") as folder:
-            place = os.path.join(folder, "store")
-            return _calculated(study, columns, models, sensors, weather, texts, place, False, client, block, report)
-    return _calculated(study, columns, models, sensors, weather, texts, store, resume, client, block, report)
+            return _calculated(*given, os.path.join(folder, "store"), False, client, block, report)
+    return _calculated(*given, store, resume, client, block, report)
 
 
 def _calculated(
     study: _core.Study,
-    columns: list[tuple[str, str, str]],
     models: list[Model],
     sensors: Sensors,
     weather: Weather,
     texts: OptionTexts,
+    materials: str,
     place: Path,
     resume: bool,
     client: Any,
@@ -343,6 +404,8 @@ def _calculated(
     runner = _runner(client)
     store = Store(place)
     asked = _of_sensors(texts)
+    columns = _columns_of(study)
+    usual = min(max(-(-len(sensors) // blocks_of_scene), least_block), most_block)
     threads = next((int(values[0]) for name, values in texts if name == "threads"), None)
     scenes = [SceneArrays.of(model) for model in models]
     weather_file = WeatherFile.of(weather)
@@ -351,25 +414,33 @@ def _calculated(
             "kind": "radiation",
             "version": _core.version,
             "options": [list(map(str, one)) for one in asked],
+            "materials": materials,
             "scene": [scene.digest for scene in scenes],
             "sensors": digest_of(sensors.points.tobytes(), sensors.normals.tobytes()),
             "weather": weather_file.digest,
-            "block": _block_size(runner, len(sensors), block),
+            "block": _block_size(usual, block),
         },
         resume,
     )
-    job = Job(str(store.path), "", asked, manifest["block"], columns, False, threads, _core.version)
+    about = _about_reflected(study, manifest["block"])
+    job = Job(str(store.path), "", asked, materials, about, manifest["block"], columns, False, threads, _core.version)
+    # Blocks of neighbours share the cells from which light is reflected.
+    order = order_in_space(sensors.points) if about else None
     with _writing(store):
         job = job._replace(weather=store.add_weather(weather, weather_file))
         own = tuple(store.add_scene(scene) for scene in scenes)
         if store.receipt("sensors") is None:
-            keep_sensors(store, job, "", sensors)
+            keep_sensors(store, job, "", sensors, order)
             store.give_receipt("sensors", {"sensors": len(sensors)})
     x, y, z, scale = study.origin
-    blocks = list(_blocks(TileScene("", own, origin=(x, y, z, scale)), len(sensors), job.block))
-    _calculate(runner, store, job, blocks, len(sensors), report)
+    scene = TileScene("", own, origin=(x, y, z, scale))
+    _calculate(runner, store, job, {"": len(sensors)}, lambda _: scene, report)
+    _warn_as_workers(store, job, weather, report)
+    if about and len(sensors) > job.block:
+        report.note(about)
     group = store.group("")
-    study.take([(name, np.ascontiguousarray(group[name][:])) for name, _, _ in columns], report)
+    places = slice(None) if order is None else np.argsort(order)
+    study.take([(name, np.ascontiguousarray(group[name][:][places])) for name, _, _ in columns], report)
     return study
 
 
@@ -391,26 +462,60 @@ class _writing:
             raise as_output_error(str(self._store.path), problem) from None
 
 
+def _warn_as_workers(store: Store, job: Job, weather: Weather, report: Report) -> None:
+    """Passes on what workers have warned of, once each."""
+    most = 20
+    listed = [text.replace(str(store.files / job.weather), weather.name) for text in store.warnings()]
+    new = [text for text in listed if text not in report.warnings]
+    for text in new[:most]:
+        report.warn(text)
+    if len(new) > most:
+        report.warn(f"{store.warning_folder} has {len(new) - most} more warnings of tiles")
+
+
 def _calculate(
-    runner: Union[_Here, _Dask], store: Store, job: Job, blocks: Iterable[Block], total: int, report: Report
+    runner: Union[_Here, _Dask],
+    store: Store,
+    job: Job,
+    counts: Mapping[str, int],
+    scene_of: Callable[[str], TileScene],
+    report: Report,
 ) -> None:
     """Has all blocks calculated that have no receipt.
 
+    Parameters
+    ----------
+    counts : of the sensors, by tile
+    scene_of : gives a tile's scene, where blocks of it are left
+
     Raises
     ------
-    Incomplete
+    Incomplete, DataError, UsageError
     """
     finished = store.receipts()
-    done_before = 0
-    waiting: list[Block] = []
-    for block in blocks:
-        if block.name in finished:
-            done_before += block.end - block.first
-        else:
-            waiting.append(block)
-    if done_before:
-        report.note(f"going on after {done_before:,} of {total:,} sensors")
-    done = done_before
+    total = sum(counts.values())
+
+    def left() -> Iterator[tuple[str, int]]:
+        for tile, count in counts.items():
+            for number in range(-(-count // job.block)):
+                if block_name(tile, number) not in finished:
+                    yield tile, number
+
+    def size_of(tile: str, number: int) -> int:
+        return min((number + 1) * job.block, counts[tile]) - number * job.block
+
+    def blocks() -> Iterator[tuple[str, Block]]:
+        scene: Optional[TileScene] = None
+        for tile, number in left():
+            if scene is None or scene.tile != tile:
+                scene = scene_of(tile)
+            first = number * job.block
+            block = Block(scene, number, first, first + size_of(tile, number))
+            yield block.name, block
+
+    done = total - sum(size_of(*block) for block in left())
+    if done:
+        report.note(f"going on after {done:,} of {total:,} sensors")
 
     def show() -> None:
         try:
@@ -424,11 +529,11 @@ def _calculate(
         show()
 
     show()
-    failures = runner.run(job, ((block.name, block) for block in waiting), count)
+    failures = runner.run(job, blocks(), count)
     finished = store.receipts()
-    missing = [block.name for block in waiting if block.name not in finished]
+    missing = [block_name(*block) for block in left()]
     if missing:
-        _raise_incomplete(store, missing, failures)
+        _raise_missing(store, "block", missing, failures)
     store.clear_partial()
 
 
@@ -440,7 +545,7 @@ class TileInfo(NamedTuple):
     faces: int
     neighbours: int  #: other tiles of which something may shade it
     cut: float  #: the highest angle at which geometry stands that was left out [degrees]
-    bound: float  #: the most that it can take from a sensor [percent of its open total]
+    bound: float  #: the most that it can take from a sensor of the tile's slopes [percent of its open total]
 
 
 class City:
@@ -457,6 +562,7 @@ class City:
             raise Incomplete(f"{store}: the tiles have not all been read; run city() again with resume=True")
         self._block: int = manifest["block"]
         self.notes: list[str] = []  #: what the work said
+        self.warnings: list[str] = []  #: what should not be overlooked
         #: The tiles, in the order in which they were given.
         self.tiles = [TileInfo(*row) for row in plan["tiles"]]
 
@@ -506,7 +612,7 @@ class City:
             name for k in range(-(-info.sensors // self._block)) if (name := block_name(tile, k)) not in finished
         ]
         if missing:
-            _raise_incomplete(self._store, missing, {})
+            _raise_missing(self._store, "block", missing, {})
         return info
 
     def to_xarray(self, tile: str) -> xr.Dataset:
@@ -626,8 +732,10 @@ def city(
     Parameters
     ----------
     tiles : mapping of names to sources
-        A source is the file of a model, which workers read; a function that gives a `Model`, or a
-        model and its `Sensors`, on the worker; or a `Model`. Coordinates are metres of one system.
+        A source is the file of a model, which workers read; a `Model`; a list of such, of which the
+        first has the sensors and all cast shadows, as houses and the terrain below them; or a
+        function that gives these, or them and their `Sensors` (None for none), on the worker.
+        Coordinates are metres of one system.
     weather : Weather or path
     store : path
         The folder of the results, on a file system that all workers share under the same name.
@@ -677,9 +785,10 @@ def city(
 
     Notes
     -----
-    A sensor gets the same bytes on any number of workers; with ``reflectance=0`` also in blocks of
-    any size and, where no geometry is cut and the city spans less than 16 km, those of the whole
-    city as one scene. What surfaces reflect is found for each block by itself, within its error.
+    A sensor gets the same bytes on any number of workers and threads. Where surfaces are black
+    (``reflectance=0``) blocks of any size give the same bytes too; and, where no geometry is cut and
+    the city spans less than 16 km, those of the whole city as one scene. Light between surfaces
+    depends on which sensors share a block, within what its rays leave uncertain.
     """
     _needs_extra()
     if directions < 72:
@@ -691,9 +800,15 @@ def city(
     for name in _alone:
         if options.get(name):
             raise _core.UsageError(f"{name}: runs in one process; leave it out")
+    if options.get("materials") is not None:
+        raise _core.UsageError(
+            "materials: are for one scene, since tiles may lack some of the names; leave them out and give reflectance="
+        )
     year = weather if isinstance(weather, Weather) else read_weather(weather)
     texts = option_texts(options)
-    columns = _columns(year, texts)
+    heard = Report(False)
+    without_scene = _study_without_scene(year, texts, heard)
+    columns = _columns_of(without_scene)
     cutting = {
         "select": [select] if isinstance(select, str) else list(select or []),
         "exclude": exclude,
@@ -711,6 +826,7 @@ def city(
     sources = [
         TileSource(checked_name(name), source, dict(reading or {}), cutting, tall) for name, source in tiles.items()
     ]
+    usual = tile_block_with_hours if hours else tile_block
     manifest = place.open(
         {
             "kind": "city",
@@ -724,18 +840,22 @@ def city(
             "context": [radius, min_altitude, directions],
             "horizon": None if raster is None else digest_of(raster.values.tobytes(), str(raster[1:]).encode()),
             "hours": hours,
-            "block": _block_size(runner, None, block),
+            "block": _block_size(usual, block),
+            "reflects": without_scene.reflects,
         },
         resume,
     )
     with Report(progress) as report, _writing(place):
+        report.warnings += heard.warnings
         kept = place.add_weather(year, weather_file)
-        job = Job(str(place.path), kept, texts, manifest["block"], columns, hours, threads, _core.version)
-        surveys = _survey(runner, place, job, sources)
+        about = _about_reflected(without_scene, manifest["block"])
+        job = Job(str(place.path), kept, texts, "", about, manifest["block"], columns, hours, threads, _core.version)
+        surveyed = _survey(runner, place, job, sources)
         if options.get("north") is None:
-            texts = [*texts, *option_texts({"north": _north_of(surveys)})]
+            texts = [*texts, *option_texts({"north": surveyed.north()})]
             job = job._replace(texts=texts)
-        scenes, infos = _plan(place, surveys, year, texts, radius, min_altitude, raster, directions)
+        plan = _Plan(place, surveyed, radius, min_altitude, raster, directions)
+        infos = list(plan.infos(year, texts))
         place.give_receipt("plan", {"tiles": [list(info) for info in infos]})
         counts = {info.name: info.sensors for info in infos}
         worst = max(infos, key=lambda info: info.bound)
@@ -743,55 +863,54 @@ def city(
             f"geometry left out stands up to {max(info.cut for info in infos):.1f} degrees above the tiles' lowest "
             f"sensors; it can take at most {worst.bound:.2f} % of a sensor's open total (tile {worst.name})"
         )
-        blocks = (one for scene in scenes for one in _blocks(scene, counts[scene.tile], job.block))
-        _calculate(runner, place, job, blocks, sum(counts.values()), report)
+        if about:
+            report.note(about)
+        _calculate(runner, place, job, counts, plan.scene_of, report)
+        _warn_as_workers(place, job, year, report)
     found = City(place.path)
     found.notes = report.notes
+    found.warnings = report.warnings
     return found
 
 
-def _survey(runner: Union[_Here, _Dask], store: Store, job: Job, sources: list[TileSource]) -> list[dict[str, Any]]:
+def _survey(runner: Union[_Here, _Dask], store: Store, job: Job, sources: list[TileSource]) -> _Surveyed:
     """Has all tiles read whose receipts are missing, and sees that the others are as they were."""
     finished = store.receipts()
-    for one in sources:
-        if survey_name(one.tile) in finished:
-            _check_unchanged(store, one)
-    left = [one for one in sources if survey_name(one.tile) not in finished]
-    here = [one for one in left if isinstance(one.source, Model)]
+    left = [one for one in sources if survey_name(one.tile) not in finished or not _is_read(store, one)]
+    here = [one for one in left if holds_models(one.source)]
     failures = _Here().run(job, ((one.tile, one) for one in here), lambda task: None)
-    there = [one for one in left if not isinstance(one.source, Model)]
-    failures |= runner.run(job, ((one.tile, one) for one in there), lambda task: None)
-    for name, failure in failures.items():
-        raise _core.DataError(f"tile {name}: {failure.text}")
-    surveys = [store.receipt(survey_name(one.tile)) for one in sources]
-    found = [one for one in surveys if one is not None]
-    if len(found) < len(sources):
-        raise Incomplete(f"{store.path}: {len(sources) - len(found)} tiles are not read; run again with resume=True")
-    if not any(one["sensors"] for one in found):
-        raise _core.DataError(found[0]["nothing"] or "the tiles have no sensors")
+    if not any(failure.is_final for failure in failures.values()):
+        there = [one for one in left if not holds_models(one.source)]
+        failures |= runner.run(job, ((one.tile, one) for one in there), lambda task: None)
+    finished = store.receipts()
+    missing = [one.tile for one in sources if survey_name(one.tile) not in finished]
+    if missing or failures:
+        _raise_missing(store, "tile", missing, failures)
+    receipts = (store.receipt(survey_name(one.tile)) for one in sources)
+    found = _Surveyed(receipt for receipt in receipts if receipt is not None)
+    if not found.sizes[:, 0].any():
+        raise _core.DataError(found.nothing or "the tiles have no sensors")
     return found
 
 
-def _check_unchanged(store: Store, source: TileSource) -> None:
+def _is_read(store: Store, source: TileSource) -> bool:
+    """Whether all is there of a tile that has a receipt.
+
+    Raises
+    ------
+    UsageError
+        When it is no longer what was read.
+    """
     receipt = store.receipt(survey_name(source.tile))
+    if receipt is None or not store.has_files(receipt["scenes"]):
+        return False
     identity = identity_of(source.source)
-    if receipt and identity and receipt["source"] and identity != receipt["source"]:
+    if identity and receipt["source"] and identity != receipt["source"]:
         raise _core.UsageError(
             f"{store.path}: tile {source.tile} is no longer the {receipt['source'][0]} that was read for it; give that "
             "one, or another store"
         )
-
-
-def _north_of(surveys: list[dict[str, Any]]) -> float:
-    """True north of the tiles, which must have one."""
-    first = surveys[0]
-    for one in surveys:
-        if one["north"] != first["north"]:
-            raise _core.UsageError(
-                f"tiles {first['tile']} and {one['tile']} have their true north at {first['north']:g} and "
-                f"{one['north']:g} degrees; give north=, one for the whole city"
-            )
-    return float(first["north"])
+    return True
 
 
 #: A city of this extent keeps one origin for all of its rays: positions are exact to half a
@@ -800,51 +919,100 @@ _common_origin = 16_384.0
 _origin_grid = 4096.0
 
 
-def _plan(
-    store: Store,
-    surveys: list[dict[str, Any]],
-    weather: Weather,
-    texts: OptionTexts,
-    radius: float,
-    min_altitude: float,
-    raster: Optional[Grid],
-    directions: int,
-) -> tuple[list[TileScene], list[TileInfo]]:
-    boxes = np.array([one["box"] for one in surveys])
-    spans = np.array([one["span"] for one in surveys])
-    lows = np.array([one.get("low", math.inf) for one in surveys])
-    around = surroundings(boxes, lows, radius, min_altitude)
-    low, high = spans[:, 0].min(axis=0), spans[:, 1].max(axis=0)
-    shared = float((high - low).max()) <= _common_origin
-    file = None if raster is None else store.add_array(raster.values)
-    bounds: dict[float, float] = {0.0: 0.0}
-    scenes, infos = [], []
-    for one, box, near, bottom in zip(surveys, boxes, around, lows, strict=True):
-        middle = 0.5 * (low + high)
-        if not shared:
+class _Surveyed:
+    """What is known of all tiles: some 400 bytes of each, so that countries fit into a client."""
+
+    def __init__(self, receipts: Iterable[dict[str, Any]]) -> None:
+        boxes, spans, lows, scenes, sizes, slopes, norths = [], [], [], [], [], [], []
+        self.names: list[str] = []
+        self.nothing = ""
+        for one in receipts:
+            self.names.append(one["tile"])
+            self.nothing = self.nothing or one["nothing"]
+            boxes.append(np.array(one["box"]))
+            spans.append(np.array(one["span"]))
+            lows.append(one.get("low", math.inf))
+            scenes.append(np.array([name.encode() for name in one["scenes"]]))
+            sizes.append((one["sensors"], one["faces"]))
+            slopes.append(sum(1 << place for place in one.get("slopes", [])))
+            norths.append(one["north"])
+        self.places = {name: place for place, name in enumerate(self.names)}
+        self.boxes, self.spans, self.lows = np.array(boxes), np.array(spans), np.array(lows)
+        self.scenes, self.sizes, self.norths = np.array(scenes), np.array(sizes), np.array(norths)
+        self._slopes = slopes
+
+    def north(self) -> float:
+        """True north of the tiles, which must have one."""
+        other = np.flatnonzero(self.norths != self.norths[0])
+        if len(other):
+            raise _core.UsageError(
+                f"tiles {self.names[0]} and {self.names[other[0]]} have their true north at {self.norths[0]:g} and "
+                f"{self.norths[other[0]]:g} degrees; give north=, one for the whole city"
+            )
+        return float(self.norths[0])
+
+    def slopes(self, place: int) -> list[int]:
+        return [at for at in range(self._slopes[place].bit_length()) if self._slopes[place] >> at & 1]
+
+
+class _Plan:
+    """What shades each tile, and what is left out."""
+
+    def __init__(
+        self,
+        store: Store,
+        surveyed: _Surveyed,
+        radius: float,
+        min_altitude: float,
+        raster: Optional[Grid],
+        directions: int,
+    ) -> None:
+        self._surveyed = surveyed
+        self._radius = radius
+        self._min_altitude = min_altitude
+        self._raster = raster
+        self._directions = directions
+        self._file = None if raster is None else store.add_array(raster.values)
+        self._around = Neighbourhood(surveyed.boxes, radius, min_altitude)
+        spans = surveyed.spans
+        self._span = np.stack([spans[:, 0].min(axis=0), spans[:, 1].max(axis=0)])
+
+    def infos(self, weather: Weather, texts: OptionTexts) -> Iterator[TileInfo]:
+        """In the order of the tiles."""
+        losses: dict[float, Array] = {}
+        for place, name in enumerate(self._surveyed.names):
+            near = self._around.of(place, float(self._surveyed.lows[place]))
+            angle = math.ceil(2.0 * near.cut - 1e-6) / 2.0  # few different ones, on the safe side
+            if angle > 0.0 and angle not in losses:
+                losses[angle] = light_below(angle, weather, texts)
+            bound = float(losses[angle][self._surveyed.slopes(place)].max()) if angle > 0.0 else 0.0
+            sensors, faces = map(int, self._surveyed.sizes[place])
+            yield TileInfo(name, sensors, faces, len(near.others), near.cut, bound)
+
+    def scene_of(self, tile: str) -> TileScene:
+        surveyed = self._surveyed
+        place = surveyed.places[tile]
+        box, low = surveyed.boxes[place], float(surveyed.lows[place])
+        near = self._around.of(place, low)
+        middle = self._span.mean(axis=0)
+        if float((self._span[1] - self._span[0]).max()) > _common_origin:
             middle[:2] = np.floor(0.5 * (box[0, :2] + box[1, :2]) / _origin_grid) * _origin_grid
         x, y, z = map(float, np.floor(middle))
         seen: Optional[Horizon] = None
-        if raster is not None and file is not None and one["sensors"]:
+        if self._raster is not None and self._file is not None:
             centre = 0.5 * (box[0, :2] + box[1, :2])
             half = 0.5 * (box[1, :2] - box[0, :2])
-            start = max(float(half.max()) + radius, float(np.hypot(*half)) + max(raster.step))
-            seen = Horizon(file, *raster[1:], (float(centre[0]), float(centre[1])), float(bottom), start, directions)
-        scenes.append(
-            TileScene(
-                one["tile"],
-                (one["scenes"][0],),
-                tuple(surveys[other]["scenes"][level] for other, level in near.others),
-                (float(box[0, 0]), float(box[0, 1]), float(box[1, 0]), float(box[1, 1])),
-                radius,
-                float(bottom) if one["sensors"] else 0.0,
-                math.tan(math.radians(min_altitude)),
-                seen,
-                (x, y, z, 1.0),
-            )
+            start = max(float(half.max()) + self._radius, float(np.hypot(*half)) + max(self._raster.step))
+            middle_of_tile = (float(centre[0]), float(centre[1]))
+            seen = Horizon(self._file, *self._raster[1:], middle_of_tile, low, start, self._directions)
+        return TileScene(
+            tile,
+            (surveyed.scenes[place, 0].decode(),),
+            tuple(surveyed.scenes[other, level].decode() for other, level in near.others),
+            (float(box[0, 0]), float(box[0, 1]), float(box[1, 0]), float(box[1, 1])),
+            self._radius,
+            low,
+            math.tan(math.radians(self._min_altitude)),
+            seen,
+            (x, y, z, 1.0),
         )
-        angle = math.ceil(2.0 * near.cut - 1e-6) / 2.0  # few different ones, on the safe side
-        if angle not in bounds:
-            bounds[angle] = light_below(angle, weather, texts)
-        infos.append(TileInfo(one["tile"], one["sensors"], one["faces"], len(near.others), near.cut, bounds[angle]))
-    return scenes, infos

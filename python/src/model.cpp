@@ -57,13 +57,15 @@ PyMesh readModel(const std::string& file, const OptionTexts& texts, nb::handle r
 PyMesh modelOf(const std::string& name, const InArray<double, 2>& vertices,
                const InArray<std::uint32_t, 1>& corners, const InArray<std::uint32_t, 1>& counts,
                const InArray<std::int32_t, 1>& objects, const InArray<std::int32_t, 1>& materials,
-               const std::vector<std::string>& names, const OptionTexts& texts, nb::handle report) {
+               const InArray<std::int32_t, 1>& groups, const std::vector<std::string>& names,
+               const OptionTexts& texts, nb::handle report) {
     const study::ModelOptions options = modelOptionsOf(texts);
     study::Mesh mesh = study::meshFromArrays({.coordinates = spanOf(vertices),
                                               .corners = spanOf(corners),
                                               .cornerCounts = spanOf(counts),
                                               .objects = spanOf(objects),
                                               .materials = spanOf(materials),
+                                              .groups = spanOf(groups),
                                               .names = names},
                                              name, options.import);
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
@@ -261,8 +263,9 @@ void bindModel(nb::module_& module) {
                nb::arg("report").none());
     module.def("model_of", &modelOf, nb::arg("name"), nb::arg("vertices").noconvert(),
                nb::arg("corners").noconvert(), nb::arg("counts").noconvert(),
-               nb::arg("objects").noconvert(), nb::arg("materials").noconvert(), nb::arg("names"),
-               nb::arg("options"), nb::arg("report").none());
+               nb::arg("objects").noconvert(), nb::arg("materials").noconvert(),
+               nb::arg("groups").noconvert(), nb::arg("names"), nb::arg("options"),
+               nb::arg("report").none());
     module.def("cut_sensors", &cutSensors, nb::arg("model"), nb::arg("options"),
                nb::arg("report").none());
     module.def("read_sensors", &readSensors, nb::arg("file"), nb::arg("options"),

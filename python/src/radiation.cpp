@@ -20,6 +20,16 @@ struct PyStudy {
     std::vector<PyMesh> models;
 };
 
+/// Name, unit, title and a view of the values of columns that the owner holds.
+nb::list viewsOf(std::span<const study::ResultColumn> columns, nb::handle owner) {
+    nb::list listed;
+    for (const study::ResultColumn& column : columns) {
+        listed.append(nb::make_tuple(column.name, column.unit, column.title,
+                                     viewOf(column.values.data(), {column.values.size()}, owner)));
+    }
+    return listed;
+}
+
 /// Where rays have their origin: x, y, z and scale.
 using Origin = std::array<double, 4>;
 
@@ -66,11 +76,12 @@ PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
 /// @param sensors null: it has none of its own
 PyStudy prepareStudy(const std::vector<PyMesh>& models, const PySensors* sensors,
                      const PyWeather& weather, const OptionTexts& texts,
-                     const std::optional<Origin>& origin, nb::handle report) {
+                     const std::string& materials, const std::optional<Origin>& origin,
+                     nb::handle report) {
     PySensors none;
     none.field = std::make_shared<const study::SensorField>();
     const PySensors& own = sensors != nullptr ? *sensors : none;
-    const study::RunOptions options = optionsOf(models, own, weather, texts);
+    const study::RunOptions options = optionsOf(models, own, weather, texts, materials);
     study::GivenInputs given;
     given.weather = weather.year;
     if (origin) {
@@ -101,25 +112,25 @@ study::SensorField fieldOf(const InArray<double, 2>& points, const InArray<doubl
     return field;
 }
 
-nb::list columnsOfBlock(const PyStudy& self, const InArray<double, 2>& points,
-                        const InArray<double, 2>& normals, nb::handle report) {
-    const study::SensorField field = fieldOf(points, normals);
-    std::vector<study::ResultColumn> columns;
+study::OtherSensors calculateOthers(const PyStudy& self, const InArray<double, 2>& points,
+                                    const InArray<double, 2>& normals, nb::handle report) {
+    study::SensorField field = fieldOf(points, normals);
+    std::optional<study::OtherSensors> others;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
-        columns = self.session->columnsOf(field, progress, stop);
+        others = self.session->calculateOthers(std::move(field), progress, stop);
     });
-    return columnsOf(std::move(columns));
+    return *std::move(others);
 }
 
 /// Means of all radiation over the hours, by sensor and hour.
-nb::ndarray<nb::numpy, float> hoursOfBlock(const PyStudy& self, const InArray<double, 2>& points,
-                                           const InArray<double, 2>& normals, nb::handle report) {
+nb::ndarray<nb::numpy, float> hoursOfOthers(const study::OtherSensors& self, std::size_t begin,
+                                            std::size_t end, nb::handle report) {
     constexpr auto perYear = static_cast<std::size_t>(hoursPerYear);
-    const study::SensorField field = fieldOf(points, normals);
-    std::vector<float> all(field.size() * perYear);
+    const std::size_t count = end - std::min(begin, end);
+    std::vector<float> all(count * perYear);
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
-        self.session->hoursOf(
-            field,
+        self.hoursOf(
+            begin, end,
             [&](std::size_t first, std::span<const SensorHours> hours) {
                 for (const SensorHours& one : hours) {
                     float* row = all.data() + first++ * perYear;
@@ -131,7 +142,7 @@ nb::ndarray<nb::numpy, float> hoursOfBlock(const PyStudy& self, const InArray<do
             },
             progress, stop);
     });
-    return arrayOf(std::move(all), {field.size(), perYear});
+    return arrayOf(std::move(all), {count, perYear});
 }
 
 /// Columns that were calculated elsewhere, each with its name.
@@ -299,17 +310,16 @@ nb::list columnsOf(std::vector<study::ResultColumn> columns) {
 }
 
 void bindRadiation(nb::module_& module) {
+    nb::class_<study::OtherSensors>(module, "OtherSensors")
+        .def_prop_ro("columns",
+                     [](nb::handle self) {
+                         return viewsOf(nb::cast<study::OtherSensors&>(self).columns(), self);
+                     })
+        .def("hours", &hoursOfOthers, nb::arg("first"), nb::arg("end"), nb::arg("report").none());
     nb::class_<PyStudy>(module, "Study")
         .def_prop_ro("columns",
                      [](nb::handle self) {
-                         nb::list listed;
-                         for (const study::ResultColumn& column :
-                              nb::cast<PyStudy&>(self).session->columns()) {
-                             listed.append(nb::make_tuple(
-                                 column.name, column.unit, column.title,
-                                 viewOf(column.values.data(), {column.values.size()}, self)));
-                         }
-                         return listed;
+                         return viewsOf(nb::cast<PyStudy&>(self).session->columns(), self);
                      })
         .def_prop_ro(
             "origin",
@@ -317,10 +327,10 @@ void bindRadiation(nb::module_& module) {
                 const study::Recentring& place = self.session->recentring();
                 return Origin{place.centre().x, place.centre().y, place.centre().z, place.scale()};
             })
-        .def("columns_of", &columnsOfBlock, nb::arg("points").noconvert(),
-             nb::arg("normals").noconvert(), nb::arg("report").none())
-        .def("hours_of", &hoursOfBlock, nb::arg("points").noconvert(),
-             nb::arg("normals").noconvert(), nb::arg("report").none())
+        .def("others", &calculateOthers, nb::arg("points").noconvert(),
+             nb::arg("normals").noconvert(), nb::arg("report").none(), nb::keep_alive<0, 1>())
+        .def_prop_ro("reflects",
+                     [](const PyStudy& self) { return self.session->options().reflects(); })
         .def("take", &takeColumns, nb::arg("columns"), nb::arg("report").none())
         .def_prop_ro("enclosed", [](const PyStudy& self) { return self.session->enclosed(); })
         .def_prop_ro("summary", [](const PyStudy& self) { return self.session->summary(); })
@@ -355,8 +365,8 @@ void bindRadiation(nb::module_& module) {
                nb::arg("options"), nb::arg("materials"), nb::arg("since").none(),
                nb::arg("report").none());
     module.def("prepare_study", &prepareStudy, nb::arg("models"), nb::arg("sensors").none(),
-               nb::arg("weather"), nb::arg("options"), nb::arg("origin").none(),
-               nb::arg("report").none());
+               nb::arg("weather"), nb::arg("options"), nb::arg("materials"),
+               nb::arg("origin").none(), nb::arg("report").none());
     module.def("visible", &visible, nb::arg("models"), nb::arg("origins").noconvert(),
                nb::arg("directions").noconvert(), nb::arg("report").none());
     module.def(

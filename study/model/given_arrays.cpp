@@ -46,6 +46,7 @@ Mesh meshFromArrays(const MeshArrays& arrays, const std::string& name,
     const std::size_t faces = arrays.cornerCounts.size();
     requireEqual(arrays.objects.size(), faces, name, "objects");
     requireEqual(arrays.materials.size(), faces, name, "materials");
+    requireEqual(arrays.groups.size(), faces, name, "groups");
     Mesh mesh;
     const std::size_t vertices = arrays.coordinates.size() / 3;
     const double scale = metresIn(options.unit);
@@ -82,6 +83,7 @@ Mesh meshFromArrays(const MeshArrays& arrays, const std::string& name,
         face.cornerCount = count;
         face.object = nameOf(arrays, arrays.objects, i, mesh, name);
         face.material = nameOf(arrays, arrays.materials, i, mesh, name);
+        face.group = nameOf(arrays, arrays.groups, i, mesh, name);
         mesh.faces.push_back(face);
         first += count;
     }

@@ -20,6 +20,7 @@ struct MeshArrays {
     std::span<const std::uint32_t> cornerCounts; ///< by face, 3 or more
     std::span<const std::int32_t> objects;       ///< by face, into names; -1 for none
     std::span<const std::int32_t> materials;     ///< the same
+    std::span<const std::int32_t> groups = {};   ///< the same
     std::vector<std::string> names;
 };
 

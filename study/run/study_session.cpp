@@ -14,6 +14,7 @@
 #include "study/support/kept_warnings.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 #include <fmt/format.h>
@@ -24,6 +25,20 @@ namespace insolate::study {
 struct StudySession::Content {
     PreparedStudy study;
     StudyResults results;
+};
+
+struct OtherSensors::Content {
+    Content(const PreparedStudy& theStudy, SensorField sensors)
+        : study(theStudy), field(std::move(sensors)) {}
+
+    [[nodiscard]] SensorWork work() const {
+        return {field, *study.recentring, *study.masks, nullptr, reflected.get()};
+    }
+
+    const PreparedStudy& study;
+    SensorField field;
+    std::vector<ResultColumn> columns;
+    std::shared_ptr<const ReflectedLight> reflected;
 };
 
 StudySession::StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
@@ -155,40 +170,48 @@ SensorHours StudySession::hoursOf(std::size_t sensor) const {
         one.normals = {study.inputs.field.normals[sensor]};
         SensorHours hours;
         Progress silent;
-        hoursOf(
-            one, [&](std::size_t, std::span<const SensorHours> made) { hours = made.front(); },
-            silent);
+        calculateOthers(std::move(one), silent)
+            .hoursOf(
+                0, 1, [&](std::size_t, std::span<const SensorHours> made) { hours = made.front(); },
+                silent);
         return hours;
     }
     return study.method->hoursOf(study.work(), sensor);
 }
 
-std::vector<ResultColumn> StudySession::columnsOf(const SensorField& sensors, Progress& progress,
-                                                  const std::stop_token& stop) const {
+OtherSensors StudySession::calculateOthers(SensorField sensors, Progress& progress,
+                                           const std::stop_token& stop) const {
     const PreparedStudy& study = m_content->study;
-    const SensorWork work{sensors, *study.recentring, *study.masks};
-    std::vector<ResultColumn> columns =
-        calculateSensors(*study.method, work, study.options.threads, nullptr, progress, stop);
-    study.method->addReflected(work, study.options.threads, columns, progress, stop);
-    return columns;
+    auto others = std::make_unique<OtherSensors::Content>(study, std::move(sensors));
+    const SensorWork work = others->work();
+    const int threads = study.options.threads;
+    others->columns = calculateSensors(*study.method, work, threads, nullptr, progress, stop);
+    others->reflected = study.method->addReflected(work, threads, others->columns, progress, stop);
+    return OtherSensors(std::move(others));
 }
 
-void StudySession::hoursOf(
-    const SensorField& sensors,
+OtherSensors::OtherSensors(std::unique_ptr<Content> content) : m_content(std::move(content)) {}
+OtherSensors::~OtherSensors() = default;
+OtherSensors::OtherSensors(OtherSensors&&) noexcept = default;
+OtherSensors& OtherSensors::operator=(OtherSensors&&) noexcept = default;
+
+std::span<const ResultColumn> OtherSensors::columns() const {
+    return m_content->columns;
+}
+
+void OtherSensors::hoursOf(
+    std::size_t first, std::size_t end,
     const std::function<void(std::size_t, std::span<const SensorHours>)>& take, Progress& progress,
     const std::stop_token& stop) const {
     const PreparedStudy& study = m_content->study;
     requireHours(study.options);
-    SensorWork work{sensors, *study.recentring, *study.masks};
-    std::shared_ptr<const ReflectedLight> reflected;
-    if (study.options.reflects()) {
-        std::vector<ResultColumn> columns =
-            calculateSensors(*study.method, work, study.options.threads, nullptr, progress, stop);
-        reflected =
-            study.method->addReflected(work, study.options.threads, columns, progress, stop);
-        work.reflected = reflected.get();
+    if (first > end || end > m_content->field.size()) {
+        throw UsageError(fmt::format("there are no sensors {} to {}; there are {}", first, end,
+                                     m_content->field.size()));
     }
-    calculateHours(*study.method, work, everySensor(sensors), study.options.threads, take, progress,
+    std::vector<std::size_t> sensors(end - first);
+    std::iota(sensors.begin(), sensors.end(), first);
+    calculateHours(*study.method, m_content->work(), sensors, study.options.threads, take, progress,
                    stop);
 }
 

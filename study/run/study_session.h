@@ -31,6 +31,31 @@
 
 namespace insolate::study {
 
+/// Sensors that are not a study's own, calculated before its scene; made by
+/// StudySession::calculateOthers(), whose session must outlive it.
+class INSOLATE_STUDY_EXPORT OtherSensors {
+public:
+    ~OtherSensors();
+    OtherSensors(OtherSensors&&) noexcept;
+    OtherSensors& operator=(OtherSensors&&) noexcept;
+
+    /// By sensor, the columns of the study.
+    [[nodiscard]] std::span<const ResultColumn> columns() const;
+    /// The hours of the sensors from first to before end, in their order, some at a time.
+    /// @throws UsageError where the method has no hours, or there are no such sensors; Stopped
+    void
+    hoursOf(std::size_t first, std::size_t end,
+            const std::function<void(std::size_t first, std::span<const SensorHours> hours)>& take,
+            Progress& progress, const std::stop_token& stop = {}) const;
+
+private:
+    friend class StudySession;
+    struct Content;
+    explicit OtherSensors(std::unique_ptr<Content> content);
+
+    std::unique_ptr<Content> m_content;
+};
+
 class INSOLATE_STUDY_EXPORT StudySession {
 public:
     /// Reads what is not given, builds the sky and the index of the rays.
@@ -59,8 +84,9 @@ public:
     void calculateSince(const StudySession& earlier, Progress& progress,
                         const std::stop_token& stop = {});
 
-    /// What calculate() would find, found by others with columnsOf(): processes on other machines
-    /// for instance. Takes the place of calculate(); of the columns, names and values count.
+    /// What calculate() would find, found by others with calculateOthers(): processes on other
+    /// machines for instance. Takes the place of calculate(); of the columns, names and values
+    /// count.
     /// @throws DataError when the columns are not those of this study
     void take(std::vector<ResultColumn> columns, Progress& progress,
               const std::stop_token& stop = {});
@@ -76,19 +102,13 @@ public:
     /// @throws UsageError where there is no such sensor, or the method has no hours
     [[nodiscard]] SensorHours hoursOf(std::size_t sensor) const;
 
-    /// The columns of other sensors before the same scene, which need not be the study's own: the
-    /// bytes that they would have as its only ones. Needs no calculate(). Reflected light depends
-    /// on which sensors are asked together, within its own error; all else does not.
+    /// Calculates other sensors before the same scene, which need not be the study's own. Where
+    /// surfaces are black they get the bytes that they would have as its own. Reflected light
+    /// depends on which sensors are asked together, within its error; for the same sensors it is
+    /// the same. Needs no calculate().
     /// @throws Stopped
-    [[nodiscard]] std::vector<ResultColumn> columnsOf(const SensorField& sensors,
-                                                      Progress& progress,
-                                                      const std::stop_token& stop = {}) const;
-    /// Their hours, in their order, some at a time.
-    /// @throws UsageError where the method has no hours; Stopped
-    void
-    hoursOf(const SensorField& sensors,
-            const std::function<void(std::size_t first, std::span<const SensorHours> hours)>& take,
-            Progress& progress, const std::stop_token& stop = {}) const;
+    [[nodiscard]] OtherSensors calculateOthers(SensorField sensors, Progress& progress,
+                                               const std::stop_token& stop = {}) const;
 
     /// Where rays have their origin, for sessions that are to give the same bytes.
     [[nodiscard]] const Recentring& recentring() const;
