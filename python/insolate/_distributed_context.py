@@ -184,7 +184,7 @@ class Neighbourhood:
         distances = _distances(self._bucket_boxes, box)
         tops = self._bucket_boxes[:, 1, 2] - low
         reach = (distances <= self._radius) | (tops > self._slope * distances)
-        near = np.sort(np.concatenate([self._tiles(bucket) for bucket in np.flatnonzero(reach)]))
+        near = np.sort(np.concatenate([self._tiles(bucket) for bucket in np.flatnonzero(reach).tolist()]))
         others, steepest = self._among(near[near != place], box, low)
         # What the other buckets hold is left out; only those are looked into that may rise higher.
         left_out = np.flatnonzero(~reach)

@@ -232,8 +232,8 @@ def test_reflected_light_of_blocks_agrees_within_its_error(client, weather, tmp_
         assert 0 < np.sqrt((off**2).mean()) < 0.028 * wanted.mean()
 
     model = houses(4, 4)
-    sensors = model.sensors(grid=2.0)
-    bright = {**quick, "period": "6/1-6/30", "reflectance": 0.3}
+    sensors = model.sensors(grid=3.0)
+    bright = {**quick, "reflectance": 0.3}
     whole = ins.radiation(model, sensors, weather, **bright)
     made = ins.radiation(model, sensors, weather, client=client, store=tmp_path / "a", block=2048, **bright)
     assert_same(made, ins.radiation(model, sensors, weather, store=tmp_path / "b", block=2048, threads=1, **bright))
@@ -244,19 +244,16 @@ def test_reflected_light_of_blocks_agrees_within_its_error(client, weather, tmp_
     some = range(0, len(sensors), 99)
     hours = made.hours(some)["poa_reflected"].sum("time").to_numpy()
     assert hours.mean() == pytest.approx(made.reflected[some].mean(), rel=0.1)
-    paint = {"house*": {"reflectance": 0.3}}
-    black = {**bright, "reflectance": 0}
-    painted = ins.radiation(model, sensors, weather, store=tmp_path / "c", block=2048, materials=paint, **black)
+    paint, dim = {"house*": {"reflectance": 0.3}}, {**bright, "reflectance": 0.1}
+    painted = ins.radiation(model, sensors, weather, store=tmp_path / "c", block=2048, materials=paint, **dim)
     assert_near(painted.total, whole.total)
 
     tiles = ins.tiles_of(model, 40.0)
-    city = ins.city(tiles, weather, store=tmp_path / "city", grid=2.0, hours=True, **bright)
+    city = ins.city(tiles, weather, store=tmp_path / "city", grid=3.0, **bright)
     found = city["0_0"]
     own = ins.Sensors(*(np.stack([found[k] for k in names], axis=1) for names in (("x", "y", "z"), ("nx", "ny", "nz"))))
     assert_near(found["total"], ins.radiation(model, own, weather, **bright).total)
-    data = city.to_xarray("0_0")
-    assert "in other blocks" in data.attrs["reflected_light"]
-    np.testing.assert_allclose(data["poa_global"].sum("time"), found["total"], rtol=2e-3, atol=50)
+    assert "in other blocks" in city.to_xarray("0_0").attrs["reflected_light"]
 
 
 def test_a_disk_that_fills_loses_nothing(town, weather, alone, tmp_path):
@@ -365,17 +362,17 @@ def test_tiles_keep_what_faces_are_called():
 
 def test_neighbours_are_found_as_by_asking_all():
     chance = np.random.default_rng(3)
-    low = np.column_stack([chance.uniform(0, 20_000, (300, 2)), chance.uniform(0, 50, 300)])
-    boxes = np.stack([low, low + chance.uniform([100, 100, 5], [900, 900, 40], (300, 3))], axis=1)
-    boxes[::50, 1, 2] += 150.0
-    lows = np.where(chance.random(300) < 0.1, np.inf, boxes[:, 0, 2] + 2.0)
+    low = np.column_stack([chance.uniform(0, 12_000, (100, 2)), chance.uniform(0, 50, 100)])
+    boxes = np.stack([low, low + chance.uniform([100, 100, 5], [900, 900, 40], (100, 3))], axis=1)
+    boxes[::20, 1, 2] += 150.0
+    lows = np.where(chance.random(100) < 0.1, np.inf, boxes[:, 0, 2] + 2.0)
     for radius, altitude in ((500.0, 0.5), (0.0, 0.5), (2000.0, 3.0), (50.0, 80.0)):
         slope = math.tan(math.radians(altitude))
         quick_one = context.Neighbourhood(boxes, radius, altitude)
-        for place in range(300):
+        for place in range(100):
             found, own, low = quick_one.of(place, lows[place]), boxes[place], lows[place]
             others, steepest = [], 0.0
-            for other in range(300) if np.isfinite(low) else ():
+            for other in range(100) if np.isfinite(low) else ():
                 box = boxes[other]
                 gap = [max(box[0, k] - own[1, k], own[0, k] - box[1, k], 0.0) for k in (0, 1)]
                 far = max(max(box[1, k] - own[1, k], own[0, k] - box[0, k]) for k in (0, 1))
