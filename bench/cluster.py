@@ -3,6 +3,7 @@
     ./dev python bench/cluster.py two            # two workers over one, 300,000 sensors
     ./dev python bench/cluster.py kills          # 20 workers killed at random moments
     ./dev python bench/cluster.py tiles          # a city in tiles against the same city whole
+    ./dev python bench/cluster.py light          # reflected light of blocks and tiles against that of one run
     ./dev python bench/cluster.py city STORE     # 10 million sensors over 10 million triangles
     ./dev python bench/cluster.py plan STORE     # that run in a simulation, and 1e8 and 1e10 sensors by its rates
 
@@ -165,6 +166,52 @@ def compare(weather: ins.Weather, model: ins.Model) -> None:
             )
 
 
+def light() -> None:
+    weather = ins.read_weather(weather_file)
+    model = town(60, 60, shift=2.5)
+    sensors = model.sensors(grid=4.0)
+    sensors = ins.Sensors(sensors.points, sensors.normals)
+    mixed = np.random.default_rng(1).permutation(len(sensors))
+    for reflectance in (0.2, 0.5):
+        whole = ins.radiation(model, sensors, weather, reflectance=reflectance)
+
+        def show(name: str, total, whole=whole) -> None:
+            off = np.asarray(total, dtype=float) - whole.total
+            share = np.sort(100.0 * np.abs(off) / whole.total)
+            print(
+                f"{name}: bias {100.0 * off.mean() / whole.total.mean():+.3f} %, root mean square "
+                f"{100.0 * math.sqrt((off**2).mean()) / whole.total.mean():.2f} % of the mean total, 99 % of sensors "
+                f"within {share[int(0.99 * len(share))]:.1f} % of their own, worst {share[-1]:.0f} %",
+                flush=True,
+            )
+
+        share = whole.reflected.mean() / whole.total.mean()
+        print(f"{len(sensors)} sensors, reflectance {reflectance}: {share:.1%} of the light is reflected by surfaces")
+        with tempfile.TemporaryDirectory() as folder:
+            for block in (65_536, 10_240):
+                made = ins.radiation(
+                    model, sensors, weather, store=Path(folder, str(block)), block=block, reflectance=reflectance
+                )
+                show(f"blocks of {block}", made.total)
+            shuffled = ins.Sensors(sensors.points[mixed], sensors.normals[mixed])
+            made = ins.radiation(
+                model, shuffled, weather, store=Path(folder, "mixed"), block=10_240, reflectance=reflectance
+            )
+            show("blocks of 10240, sensors in random order", made.total[np.argsort(mixed)])
+            parts = ins.tiles_of(model, 320.0)
+            city = ins.city(parts, weather, store=Path(folder, "city"), grid=4.0, reflectance=reflectance)
+            found = {tuple(place): t for name in parts for place, t in zip(*places_of(city[name]), strict=True)}
+            show(
+                f"{len(parts)} tiles of 320 m",
+                [found[tuple(np.round(p, 3))] for p in np.hstack([sensors.points, sensors.normals])],
+            )
+
+
+def places_of(tile: dict) -> tuple:
+    """Places with directions, and totals of a tile."""
+    return np.round(np.stack([tile[name] for name in ("x", "y", "z", "nx", "ny", "nz")], axis=1), 3), tile["total"]
+
+
 def large(store: str, side: float = 10) -> None:
     load, side = os.getloadavg(), int(side)
     tile = 100 * pitch
@@ -268,7 +315,7 @@ def plan(store: str) -> None:
 
 
 if __name__ == "__main__":
-    actions = {"two": two, "kills": kills, "tiles": tiles, "city": large, "plan": plan}
+    actions = {"two": two, "kills": kills, "tiles": tiles, "light": light, "city": large, "plan": plan}
     if len(sys.argv) < 2 or sys.argv[1] not in actions:
         sys.exit(__doc__)
     actions[sys.argv[1]](*(float(a) if a.replace(".", "").isdigit() else a for a in sys.argv[2:]))

@@ -371,10 +371,11 @@ def read_footprints(
     if lost:
         notes.append(f"{name}: {lost:,} feature(s) without an area left out")
 
-    # The ground of a building is the lowest around its outline: walls then reach it everywhere.
+    # The ground of a building is the lowest around its outline: walls then reach it everywhere, and so
+    # long ones are looked along, by the cells of the raster.
     if ground is not None:
-        corners, of = shapely.get_coordinates(smooth, return_index=True)
-        around = ground.at(corners[:, 0], corners[:, 1])
+        places, of = shapely.get_coordinates(shapely.segmentize(smooth, min(ground.step)), return_index=True)
+        around = ground.at(places[:, 0], places[:, 1])
         lowest = np.full(rows, np.inf)
         np.fmin.at(lowest, row[of], around)
         base = np.where(np.isfinite(base), base, np.where(np.isfinite(lowest), lowest, np.nan))
@@ -470,11 +471,16 @@ def is_city(path: Any) -> bool:
 
 def city_crs(path: Path) -> Any:
     """The CRS that a city model names; None where it names none."""
-    with open(path, "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as text:
-        found = re.search(rb'"referenceSystem"\s*:\s*("(?:[^"\\]|\\.)*")', text)
-        if not found:
-            return None
-        value = json.loads(found[1])
+    try:
+        with open(path, "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as text:
+            found = re.search(rb'"referenceSystem"\s*:\s*("(?:[^"\\]|\\.)*")', text)
+            if not found:
+                return None
+            value = json.loads(found[1])
+    except OSError as problem:
+        raise _core.DataError(f"{os.fspath(path)}: cannot be read; {problem.strerror}") from None
+    except ValueError:  # an empty file is not mapped, and not every text is JSON
+        raise _core.DataError(f"{os.fspath(path)}: is no city model; it is empty or broken") from None
     code = re.search(r"EPSG\b.*?(\d+)$", value)
     return crs_of(f"EPSG:{code[1]}" if code else value, os.fspath(path))
 

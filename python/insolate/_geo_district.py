@@ -66,9 +66,11 @@ class District:
         heights: Optional[Heights],
         is_surface: bool,
         notes: list[str],
+        area: Any = None,
     ) -> None:
         self.frame = frame  #: from metres to the map and back
         self.window = window  #: west, south, east, north of what results are for [units of the CRS]
+        self.area = area  #: the polygon of the window, where it is one
         self.heights = heights  #: of the raster; None without one
         self.notes = notes  #: what was read, repaired, left out and assumed; a sentence each
         self._buildings = buildings
@@ -153,7 +155,8 @@ class District:
         Returns
         -------
         GridSensors
-            Without cells whose centre lies in an outline, or has no height.
+            Without cells whose centre lies in an outline or outside of the window's polygon, or has no
+            height.
 
         Raises
         ------
@@ -184,6 +187,8 @@ class District:
         outlines = [one for one in self._buildings.table.geometry.array if one is not None and not one.is_empty]
         if outlines:
             used &= rasterio.features.geometry_mask(outlines, (rows, columns), transform).ravel()
+        if self.area is not None:
+            used &= rasterio.features.geometry_mask([self.area], (rows, columns), transform, invert=True).ravel()
         if not used.any():
             raise _core.DataError("no cell of the window has a height and lies outside of buildings")
         normals = np.tile([0.0, 0.0, 1.0], (int(used.sum()), 1))
@@ -301,7 +306,8 @@ def read_district(
     Raises
     ------
     DataError
-        When a file cannot be read, has no CRS, or holds nothing of the window.
+        When a file cannot be read, has no CRS, or holds nothing of the window; where there is a raster,
+        a window without buildings is ground alone.
     UsageError
         When an argument cannot be used, an attribute is missing, or no CRS suits.
 
@@ -409,7 +415,10 @@ def read_district(
     inside = _inside(made.table, bounds, area)
     if outlines is not None and not inside.any():
         held = ", ".join(f"{value:.0f}" for value in moved_bounds(source.bounds, own, computed))
-        raise _core.DataError(f"{name}: no building lies in the window; the file holds {held} in {computed.name}")
+        text = f"{name}: no building lies in the window; the file holds {held} in {computed.name}"
+        if raster is None:
+            raise _core.DataError(text)
+        notes.append(text)
     for text in made.warnings:
         _warnings.warn(text, InsolateWarning, stacklevel=2)
-    return District(frame, bounds, inside, made, heights, surface is not None, notes)
+    return District(frame, bounds, inside, made, heights, surface is not None, notes, area)

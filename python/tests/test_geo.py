@@ -602,3 +602,34 @@ def test_the_page_on_maps_and_the_notebook_run(tmp_path, monkeypatch):
     book = nbformat.read(root / "examples" / "district_roofs.ipynb", as_version=4)
     nbclient.NotebookClient(book, timeout=200, resources={"metadata": {"path": str(root / "examples")}}).execute()
     assert "very good" in str(book.cells[7].outputs[0].data)
+
+
+def test_long_walls_reach_the_ground_of_a_hollow(tmp_path):
+    # A valley of 8 m runs below the middle of a house of 100 m, whose corners stand at its edges.
+    x = np.arange(100) * 2.0 + 1.0 - 100.0
+    terrain = raster(tmp_path / "t.tif", np.tile(400.0 - 8.0 * np.maximum(0.0, 1.0 - np.abs(x) / 30.0), (100, 1)))
+    district = geo.read_district(outlines([box(-50, 0, 100.0, 10.0)]), terrain=terrain, height="height")
+    assert district.buildings["ground_m"].item() == pytest.approx(392.0, abs=0.3)
+    assert district.buildings["height_m"].item() == pytest.approx(10.0)
+
+
+def test_a_polygon_is_a_window_of_raster_cells(tmp_path):
+    terrain = raster(tmp_path / "t.tif", slope())
+    triangle = shapely.Polygon([(east, north), (east + 40, north), (east, north + 40)])
+    sensors = geo.read_district(terrain=terrain, window=triangle, margin=0.0).raster_sensors(2.0)
+    assert sensors.areas.sum() == pytest.approx(triangle.area, rel=0.06)
+    assert shapely.contains_xy(triangle.buffer(0.01), *sensors.frame.to_map(sensors.points)[:, :2].T).all()
+    # A window without buildings is ground alone, as tiles of a city have it.
+    empty = {"window": (east + 50, north + 50, east + 90, north + 90), "height": "height"}
+    district = geo.read_district(outlines([box(0, 0)]), terrain=terrain, **empty)
+    assert len(district.buildings) == 0
+    assert "no building lies in the window" in " ".join(district.notes)
+    with pytest.raises(ins.DataError, match="no building lies in the window"):
+        geo.read_district(outlines([box(0, 0)]), **empty)
+
+
+def test_a_city_model_that_cannot_be_read_is_named(tmp_path):
+    (tmp_path / "empty.city.json").write_bytes(b"")
+    for name, text in (("nowhere.city.json", "No such file"), ("empty.city.json", "empty or broken")):
+        with pytest.raises(ins.DataError, match=f"{name}: .*{text}"):
+            geo.read_district(tmp_path / name)
