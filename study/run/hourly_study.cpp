@@ -261,18 +261,14 @@ SensorResult HourlyStudy::resultIn(std::span<const ResultColumn> columns, std::s
     return result;
 }
 
-std::shared_ptr<const ReflectedLight> HourlyStudy::addReflected(const SensorWork& work, int threads,
-                                                                std::span<ResultColumn> columns,
-                                                                Progress& progress,
-                                                                const std::stop_token& stop) const {
+std::shared_ptr<const ReflectedSensors>
+HourlyStudy::addReflected(const SensorWork& work, int threads, bool isKept,
+                          std::span<ResultColumn> columns, Progress& progress,
+                          const std::stop_token& stop) const {
     if (!m_asked.reflects()) {
         return {};
     }
-    std::vector<Sensor> sensors(work.field.size());
-    for (std::size_t i = 0; i < sensors.size(); ++i) {
-        sensors[i] = sensorAt(work, i);
-    }
-    progress.begin(sensors.size(), "sensors, reflected light");
+    progress.begin(work.field.size(), "sensors, reflected light");
     EvaluateOptions run;
     run.threads = threads;
     run.stop = stop;
@@ -281,15 +277,27 @@ std::shared_ptr<const ReflectedLight> HourlyStudy::addReflected(const SensorWork
     options.bounces = m_asked.hourly.bounces;
     options.leastCell *= work.recentring.scale();
     options.leastLinkCell *= work.recentring.scale();
-    std::vector<SensorResult> direct(sensors.size());
-    for (std::size_t i = 0; i < sensors.size(); ++i) {
-        direct[i] = resultIn(columns, i);
+    auto all = std::make_shared<ReflectedSensors>();
+    std::vector<Sensor> sensors;
+    std::vector<SensorResult> direct;
+    std::vector<SensorPart> parts(m_parts.size());
+    for (std::size_t first = 0; first < work.field.size(); first += ReflectedSensors::blockSize) {
+        const std::size_t end = std::min(first + ReflectedSensors::blockSize, work.field.size());
+        sensors.clear();
+        direct.clear();
+        for (std::size_t i = first; i < end; ++i) {
+            sensors.push_back(sensorAt(work, i));
+            direct.push_back(resultIn(columns, i));
+        }
+        ReflectedLight light(*m_analysis, *work.masks.light(), sensors, options, run, direct);
+        throwIfStopped(stop);
+        for (std::size_t i = first; i < end; ++i) {
+            addReflected(light, first, i, columns, parts);
+        }
+        all->add(std::move(light), isKept);
     }
-    auto light = std::make_shared<const ReflectedLight>(*m_analysis, *work.masks.light(), sensors,
-                                                        options, run, direct);
     progress.end();
-    throwIfStopped(stop);
-    const ReflectionReport& report = light->report();
+    const ReflectionReport& report = all->report();
     progress.note(fmt::format(
         "reflected light: {} cells, {} {}, {:.1f} MB", groupedDigits(report.cells), report.bounces,
         counted(static_cast<std::size_t>(report.bounces), "reflection", "reflections"),
@@ -300,14 +308,10 @@ std::shared_ptr<const ReflectedLight> HourlyStudy::addReflected(const SensorWork
                                   "--reflectance, or --bounces",
                                   report.bounces));
     }
-    std::vector<SensorPart> parts(m_parts.size());
-    for (std::size_t i = 0; i < sensors.size(); ++i) {
-        addReflected(*light, i, columns, parts);
-    }
-    return light;
+    return all;
 }
 
-void HourlyStudy::addReflected(const ReflectedLight& light, std::size_t i,
+void HourlyStudy::addReflected(const ReflectedLight& light, std::size_t first, std::size_t i,
                                std::span<ResultColumn> columns, std::span<SensorPart> parts) const {
     SensorResult result = resultIn(columns, i);
     const bool allOfParts = columnsOfPart() > 1;
@@ -328,7 +332,7 @@ void HourlyStudy::addReflected(const ReflectedLight& light, std::size_t i,
             part.beam = 0.0f;
         }
     }
-    light.addTo(i, result, nullptr, parts);
+    light.addTo(i - first, result, nullptr, parts);
     columns[total].values[i] = result.total;
     columns[ground].values[i] = result.ground;
     columns[averageDaylight].values[i] = result.averageDaylight;

@@ -23,10 +23,9 @@ public:
     /// Needs a source that casts rays.
     void calculate(const SensorWork& work, SensorRange range, int slot,
                    std::span<ResultColumn> columns) override;
-    std::shared_ptr<const ReflectedLight> addReflected(const SensorWork& work, int threads,
-                                                       std::span<ResultColumn> columns,
-                                                       Progress& progress,
-                                                       const std::stop_token& stop) const override;
+    std::shared_ptr<const ReflectedSensors>
+    addReflected(const SensorWork& work, int threads, bool isKept, std::span<ResultColumn> columns,
+                 Progress& progress, const std::stop_token& stop) const override;
     [[nodiscard]] double timeWithReflected() const override;
     [[nodiscard]] bool isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
                                   std::size_t sensor) const override;
@@ -55,7 +54,8 @@ private:
                                         std::span<SensorPart> parts, SensorHours* hours) const;
     /// Of the direct light.
     static SensorResult resultIn(std::span<const ResultColumn> columns, std::size_t sensor);
-    void addReflected(const ReflectedLight& light, std::size_t sensor,
+    /// @param first of the light's sensors
+    void addReflected(const ReflectedLight& light, std::size_t first, std::size_t sensor,
                       std::span<ResultColumn> columns, std::span<SensorPart> parts) const;
     [[nodiscard]] Sensor sensorAt(const SensorWork& work, std::size_t index) const;
 

@@ -9,6 +9,7 @@
 #include "study/run/changed_scene.h"
 #include "study/run/mask_source.h"
 #include "study/run/process_scene.h"
+#include "study/run/reflected_sensors.h"
 #include "study/run/run_options.h"
 #include "study/run/sensor_blocks.h"
 #include "study/run/sky_visibility_store.h"
@@ -35,7 +36,7 @@ struct SensorWork {
     MaskSource& masks;
     SkyVisibilityStore* saved = nullptr; ///< receives what each sensor sees, when given
     /// What RadiationMethod::addReflected() has found for these sensors, where it was called.
-    const ReflectedLight* reflected = nullptr;
+    const ReflectedSensors* reflected = nullptr;
 };
 
 class RadiationMethod {
@@ -54,10 +55,12 @@ public:
 
     /// Adds to the finished columns what only all sensors together give: the light that the scene's
     /// surfaces reflect. Gives it for SensorWork; null for a method, or options, without it.
+    /// @param isKept whether SensorWork will be asked for hours; without it only the report is kept
     /// @throws Stopped
-    virtual std::shared_ptr<const ReflectedLight>
-    addReflected(const SensorWork& /*work*/, int /*threads*/, std::span<ResultColumn> /*columns*/,
-                 Progress& /*progress*/, const std::stop_token& /*stop*/) const {
+    virtual std::shared_ptr<const ReflectedSensors>
+    addReflected(const SensorWork& /*work*/, int /*threads*/, bool /*isKept*/,
+                 std::span<ResultColumn> /*columns*/, Progress& /*progress*/,
+                 const std::stop_token& /*stop*/) const {
         return {};
     }
     /// Time of all sensors with addReflected() over that without, about: for estimates.

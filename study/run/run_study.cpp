@@ -276,8 +276,8 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     const SensorWork work = study.work(study.options.saveMasks ? &results.seen : nullptr);
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
-    study.reflected =
-        study.method->addReflected(work, study.options.threads, results.columns, progress, stop);
+    study.reflected = study.method->addReflected(work, study.options.threads, study.mayAskHours,
+                                                 results.columns, progress, stop);
     completeResults(study, results, progress, stop);
     return results;
 }
@@ -314,6 +314,7 @@ void runStudy(const RunOptions& options, Progress& listener, const std::stop_tok
     requireFreeFolder<RunAnswer>(folder, options);
     PreparedStudy study =
         prepareStudy(options, {.models = std::exchange(shared, std::nullopt)}, progress, stop);
+    study.mayAskHours = options.hourly.hoursOf.any();
     PartialResults partial(options.out, resumeKey(study), options.resume);
     checkLeftover(partial.leftover(), options, progress);
     try {

@@ -38,7 +38,7 @@ struct OtherSensors::Content {
     const PreparedStudy& study;
     SensorField field;
     std::vector<ResultColumn> columns;
-    std::shared_ptr<const ReflectedLight> reflected;
+    std::shared_ptr<const ReflectedSensors> reflected;
 };
 
 StudySession::StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
@@ -126,7 +126,7 @@ void StudySession::take(std::vector<ResultColumn> columns, Progress& progress,
             if (study.options.reflects() && study.options.hourly.hoursOf.any()) {
                 std::vector<ResultColumn> again = results.columns;
                 study.reflected = study.method->addReflected(study.work(), study.options.threads,
-                                                             again, heard, stop);
+                                                             true, again, heard, stop);
             }
             completeResults(study, results, heard, stop);
             return results;
@@ -186,7 +186,8 @@ OtherSensors StudySession::calculateOthers(SensorField sensors, Progress& progre
     const SensorWork work = others->work();
     const int threads = study.options.threads;
     others->columns = calculateSensors(*study.method, work, threads, nullptr, progress, stop);
-    others->reflected = study.method->addReflected(work, threads, others->columns, progress, stop);
+    others->reflected =
+        study.method->addReflected(work, threads, true, others->columns, progress, stop);
     return OtherSensors(std::move(others));
 }
 

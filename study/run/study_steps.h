@@ -35,7 +35,9 @@ struct PreparedStudy {
     std::unique_ptr<SkyVisibilityStore> stored; ///< masks of an earlier run, where asked for
     std::unique_ptr<MaskSource> masks;
     std::vector<MaterialUse> materials; ///< of the scene; empty where surfaces have none
-    std::shared_ptr<const ReflectedLight> reflected; ///< on the sensors, once they are calculated
+    /// On the sensors, once they are calculated.
+    std::shared_ptr<const ReflectedSensors> reflected;
+    bool mayAskHours = true; ///< of single sensors or all, after they are calculated
     Stopwatch watch;
 
     [[nodiscard]] SensorWork work(SkyVisibilityStore* saved = nullptr) const {
