@@ -1,5 +1,6 @@
 // A run as a program starts it: what it refuses, and what it says.
 #include "study/run/run_option_table.h"
+#include "study/run/reflected_sensors.h"
 #include "study/run/run_study.h"
 #include "study/run/study_batch.h"
 #include "study/run/study_session.h"
@@ -228,6 +229,48 @@ TEST(StudySession, HoldsNothingOfTheProcessWhenItIsKept) {
     same.calculate(silent);
     EXPECT_EQ(kept.columns().front().values, same.columns().front().values);
     EXPECT_EQ(kept.hoursOf(0).beam, same.hoursOf(0).beam);
+}
+
+TEST(RunStudy, PartsOfAStudyGetTheReflectedLightOfTheWhole) {
+    const test::StudyFolder folder;
+    constexpr std::size_t block = ReflectedSensors::blockSize;
+    SensorField all;
+    for (std::size_t i = 0; i < block + 50; ++i) {
+        const double place = static_cast<double>(i) / (block + 50);
+        all.positions.push_back({1.0 + 8.0 * place, 5.0, 1.0 + 3.0 * place});
+        all.normals.push_back({1, 0, 0});
+    }
+    SensorField part;
+    part.positions.assign(all.positions.begin() + block, all.positions.end());
+    part.normals.assign(all.normals.begin() + block, all.normals.end());
+    RunOptions options;
+    options.weather = folder.write("a.epw", test::clearYear());
+    options.scenes = {folder.write("box.obj", test::courtModel())};
+    options.sensors = folder.write("a.csv", "5,5,1,1,0,0\n");
+    options.period = {
+        .startDay = 170, .endDay = 171, .startHour = 0.0, .endHour = 24.0, .step = 1.0};
+    test::Heard heard;
+    const StudySession session(options, {}, heard);
+    const OtherSensors whole = session.calculateOthers(all, heard);
+    const OtherSensors rest = session.calculateOthers(part, heard);
+    for (std::size_t c = 0; c < rest.columns().size(); ++c) {
+        const std::vector<float>& values = whole.columns()[c].values;
+        EXPECT_EQ(rest.columns()[c].values,
+                  std::vector<float>(values.begin() + block, values.end()))
+            << whole.columns()[c].name;
+    }
+    const auto hourOf = [&](const OtherSensors& from, std::size_t at) {
+        float light = 0.0f;
+        from.hoursOf(
+            at, at + 1,
+            [&](std::size_t, std::span<const SensorHours> hours) {
+                light = hours[0].reflected[170 * 24 + 12];
+            },
+            heard);
+        return light;
+    };
+    EXPECT_GT(hourOf(rest, 49), 0.0f);
+    EXPECT_EQ(hourOf(rest, 49), hourOf(whole, block + 49));
 }
 
 TEST(RunStudy, AddsWhatTheSceneReflects) {
