@@ -7,6 +7,8 @@ from numpy.typing import NDArray
 
 version: str = '0.1.0'
 
+reflected_block: int = 16384
+
 class Error(Exception):
     pass
 

@@ -461,20 +461,14 @@ class Store:
         block: int,
         columns: Iterable[tuple[str, str, str]],
         hours: bool,
-        numbered: bool,
     ) -> None:
-        """Makes a tile's empty arrays; whoever comes again finds them as they are.
-
-        numbered: sensors are in another order than their numbers, which have an array too.
-        """
+        """Makes a tile's empty arrays; whoever comes again finds them as they are."""
         import zarr
 
         root = zarr.open_group(str(self.results), mode="r+")
         group = root.require_group(tile) if tile else root
         arrays: list[tuple[str, str, dict[str, Any], tuple[int, ...], tuple[int, ...]]] = []
         chunk = max(1, min(block, count))
-        if numbered:
-            arrays.append(("sensor", "int64", {"long_name": "number of the sensor"}, (count,), (chunk,)))
         for axis in "xyz":
             arrays.append((axis, "float64", {"units": "m"}, (count,), (chunk,)))
         for axis in ("nx", "ny", "nz"):

@@ -304,25 +304,10 @@ def cut(model: Model, cutting: Mapping[str, Any]) -> Sensors:
     return model.select(*patterns, **chosen).sensors(**given)
 
 
-def order_in_space(points: Array) -> Array:
-    """Neighbours follow each other: bits of x and y in turn (Morton 1966, "A computer oriented geodetic
-    data base")."""
-    low, extent = points[:, :2].min(axis=0), max(float(np.ptp(points[:, :2], axis=0).max()), 1e-3)
-    places = ((points[:, :2] - low) / extent * 65535.0).astype(np.uint64)
-    code = np.zeros(len(points), dtype=np.uint64)
-    for bit in range(16):
-        for axis in (0, 1):
-            code |= (places[:, axis] >> np.uint64(bit) & np.uint64(1)) << np.uint64(2 * bit + axis)
-    return np.argsort(code, kind="stable")
-
-
-def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors, order: Optional[Array] = None) -> None:
-    """Makes the arrays of a tile and writes what is known of its sensors.
-
-    order : their numbers in the order of the arrays; None for that of the numbers
-    """
+def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
+    """Makes the arrays of a tile and writes what is known of its sensors."""
     count = len(sensors)
-    store.create_tile(tile, count, job.block, job.columns, job.hours, order is not None)
+    store.create_tile(tile, count, job.block, job.columns, job.hours)
     names: dict[str, int] = {}
     objects = [names.setdefault(name, len(names)) if name else -1 for name in sensors.objects]
     given: dict[str, Array] = {
@@ -331,9 +316,6 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors, order: Opt
         "area": np.full(count, np.nan, np.float32) if sensors.areas is None else np.asarray(sensors.areas),
         "object": np.array(objects or [-1] * count, dtype=np.int32),
     }
-    if order is not None:
-        given = {"sensor": np.arange(count), **given}
-        given = {name: values[order] for name, values in given.items()}
     for name, values in given.items():
         store.write(tile, name, 0, np.ascontiguousarray(values))
     import zarr

@@ -46,7 +46,6 @@ from ._distributed_work import (
     holds_models,
     identity_of,
     keep_sensors,
-    order_in_space,
     survey_name,
 )
 from ._model import Array, Model, Names, Path, Sensors
@@ -62,7 +61,6 @@ __all__ = ["City", "Incomplete", "city", "tiles_of"]
 
 #: Sensors of a block of one scene: at least half a second of a thread at 17,000 sensors a second, so that
 #: what belongs to blocks is a twentieth of it, and in large studies 128 blocks, which leave few workers idle.
-#: Blocks depend on neither the cluster nor its workers' threads: reflected light depends on blocks.
 least_block, most_block, blocks_of_scene = 10_240, 262_144, 128
 #: And of a tile: 31 s of a thread. Hours take ten times as long.
 tile_block, tile_block_with_hours = 524_288, 65_536
@@ -286,13 +284,14 @@ def _needs_extra() -> None:
         raise ImportError("insolate.distributed needs zarr and distributed: pip install 'insolate[dask]'") from None
 
 
-def _block_size(usual: int, block: Optional[int]) -> int:
-    """Sensors of a block: whole chunks of hours too."""
+def _block_size(usual: int, block: Optional[int], reflects: bool) -> int:
+    """Sensors of a block: whole chunks of hours too, and all that light is reflected on together."""
     if block is None:
         block = usual
     elif block < 1:
         raise _core.UsageError(f"block {block}: give a number of sensors above 0")
-    return -(-int(block) // hours_chunk[0]) * hours_chunk[0]
+    whole = _core.reflected_block if reflects else hours_chunk[0]
+    return -(-int(block) // whole) * whole
 
 
 def _check_method(texts: OptionTexts) -> None:
@@ -322,13 +321,13 @@ def _study_without_scene(weather: Weather, texts: OptionTexts, report: Report) -
     return study
 
 
-def _about_reflected(study: _core.Study, block: int) -> str:
-    """What results of reflected light say of themselves; "" without."""
+def _about_reflected(study: _core.Study) -> str:
+    """What the results of tiles say of themselves; "" without reflected light."""
     if not study.reflects:
         return ""
     return (
-        f"light reflected by surfaces was found for blocks of up to {block:,} sensors by themselves: in other blocks, "
-        "or in one run, it differs within what its rays leave uncertain (docs/cluster.md)"
+        "light reflected by surfaces was found for the sensors of the tile by themselves: in other tiles, or in one "
+        "run, it differs within what its rays leave uncertain (docs/cluster.md)"
     )
 
 
@@ -418,29 +417,23 @@ def _calculated(
             "scene": [scene.digest for scene in scenes],
             "sensors": digest_of(sensors.points.tobytes(), sensors.normals.tobytes()),
             "weather": weather_file.digest,
-            "block": _block_size(usual, block),
+            "block": _block_size(usual, block, study.reflects),
         },
         resume,
     )
-    about = _about_reflected(study, manifest["block"])
-    job = Job(str(store.path), "", asked, materials, about, manifest["block"], columns, False, threads, _core.version)
-    # Blocks of neighbours share the cells from which light is reflected.
-    order = order_in_space(sensors.points) if about else None
+    job = Job(str(store.path), "", asked, materials, "", manifest["block"], columns, False, threads, _core.version)
     with _writing(store):
         job = job._replace(weather=store.add_weather(weather, weather_file))
         own = tuple(store.add_scene(scene) for scene in scenes)
         if store.receipt("sensors") is None:
-            keep_sensors(store, job, "", sensors, order)
+            keep_sensors(store, job, "", sensors)
             store.give_receipt("sensors", {"sensors": len(sensors)})
     x, y, z, scale = study.origin
     scene = TileScene("", own, origin=(x, y, z, scale))
     _calculate(runner, store, job, {"": len(sensors)}, lambda _: scene, report)
     _warn_as_workers(store, job, weather, report)
-    if about and len(sensors) > job.block:
-        report.note(about)
     group = store.group("")
-    places = slice(None) if order is None else np.argsort(order)
-    study.take([(name, np.ascontiguousarray(group[name][:][places])) for name, _, _ in columns], report)
+    study.take([(name, np.ascontiguousarray(group[name][:])) for name, _, _ in columns], report)
     return study
 
 
@@ -840,7 +833,7 @@ def city(
             "context": [radius, min_altitude, directions],
             "horizon": None if raster is None else digest_of(raster.values.tobytes(), str(raster[1:]).encode()),
             "hours": hours,
-            "block": _block_size(usual, block),
+            "block": _block_size(usual, block, without_scene.reflects),
             "reflects": without_scene.reflects,
         },
         resume,
@@ -848,7 +841,7 @@ def city(
     with Report(progress) as report, _writing(place):
         report.warnings += heard.warnings
         kept = place.add_weather(year, weather_file)
-        about = _about_reflected(without_scene, manifest["block"])
+        about = _about_reflected(without_scene)
         job = Job(str(place.path), kept, texts, "", about, manifest["block"], columns, hours, threads, _core.version)
         surveyed = _survey(runner, place, job, sources)
         if options.get("north") is None:

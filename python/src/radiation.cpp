@@ -1,5 +1,7 @@
 #include "bindings.h"
 
+#include "study/run/reflected_sensors.h"
+
 #include <nanobind/stl/array.h>
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
@@ -316,6 +318,7 @@ void bindRadiation(nb::module_& module) {
                          return viewsOf(nb::cast<study::OtherSensors&>(self).columns(), self);
                      })
         .def("hours", &hoursOfOthers, nb::arg("first"), nb::arg("end"), nb::arg("report").none());
+    module.attr("reflected_block") = study::ReflectedSensors::blockSize;
     nb::class_<PyStudy>(module, "Study")
         .def_prop_ro("columns",
                      [](nb::handle self) {
