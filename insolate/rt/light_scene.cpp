@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <tuple>
 #include <utility>
 
 namespace insolate {
@@ -29,45 +30,55 @@ XYZf unitNormal(const double* corners) {
             static_cast<float>(n[2] / length)};
 }
 
-/// Closed hulls among triangles: those that share corners belong to one body. A body turned inside
-/// out has outward -1.
+/// Closed hulls among triangles: those of one material that share corners belong to one body. A
+/// body turned inside out has outward -1.
 struct Bodies {
     std::vector<std::uint32_t> ofTriangle;
     std::vector<float> outward;
+    /// Boxes around the bodies: rays from outside of one did not begin within it.
+    std::vector<std::array<Vector3d, 2>> boxes;
     std::size_t open = 0; ///< bodies that are not closed
 
-    /// coordinates: of the triangles of hulls, others have `isHull` false.
-    Bodies(std::span<const double> coordinates, const std::vector<bool>& isHull)
-        : ofTriangle(isHull.size(), noBody) {
-        const std::vector<std::uint32_t> corners = weld(coordinates, isHull);
+    /// coordinates: of the triangles of hulls, others have no entry in hullMaterials (notAHull).
+    static constexpr std::uint32_t notAHull = 0xFFFFFFFFU;
+    Bodies(std::span<const double> coordinates, const std::vector<std::uint32_t>& hullMaterials)
+        : ofTriangle(hullMaterials.size(), noBody) {
+        const std::vector<std::array<std::uint32_t, 3>> corners = weld(coordinates, hullMaterials);
         std::map<std::uint32_t, std::uint32_t> bodyOfRoot;
         std::vector<double> volume;
         std::vector<std::map<std::pair<std::uint32_t, std::uint32_t>, int>> edges;
-        for (std::size_t i = 0; i < isHull.size(); ++i) {
-            if (!isHull[i]) {
+        for (std::size_t i = 0; i < corners.size(); ++i) {
+            if (corners[i][0] == noBody) {
                 continue;
             }
-            const std::uint32_t root = find(corners[3 * i]);
+            const std::uint32_t root = find(corners[i][0]);
             const auto [found, isNew] =
                 bodyOfRoot.emplace(root, static_cast<std::uint32_t>(volume.size()));
+            const double* p = coordinates.data() + doublesOfTriangle * i;
             if (isNew) {
                 volume.push_back(0.0);
                 edges.emplace_back();
+                boxes.push_back({Vector3d{p[0], p[1], p[2]}, Vector3d{p[0], p[1], p[2]}});
             }
             const std::uint32_t body = found->second;
             ofTriangle[i] = body;
+            for (std::size_t k = 0; k < doublesOfTriangle; ++k) {
+                double& low = boxes[body][0][k % 3];
+                double& high = boxes[body][1][k % 3];
+                low = std::min(low, p[k]);
+                high = std::max(high, p[k]);
+            }
             // Six times the volume against a corner of the body itself, so that bodies far from the
             // origin keep their digits.
             const double* from = coordinates.data() + 3 * std::size_t{m_first[root]};
-            const double* p = coordinates.data() + doublesOfTriangle * i;
             const Vector3d a{p[0] - from[0], p[1] - from[1], p[2] - from[2]};
             const Vector3d b{p[3] - from[0], p[4] - from[1], p[5] - from[2]};
             const Vector3d c{p[6] - from[0], p[7] - from[1], p[8] - from[2]};
             const Vector3d n = crossProduct(b.data(), c.data());
             volume[body] += dotProduct(a.data(), n.data());
             for (std::size_t k = 0; k < 3; ++k) {
-                const std::uint32_t one = corners[3 * i + k];
-                const std::uint32_t next = corners[3 * i + (k + 1) % 3];
+                const std::uint32_t one = corners[i][k];
+                const std::uint32_t next = corners[i][(k + 1) % 3];
                 edges[body][std::minmax(one, next)] += one < next ? 1 : -1;
             }
         }
@@ -80,29 +91,46 @@ struct Bodies {
         }
     }
 
+    /// Whether rays from a place may begin within a body: they see nothing in their first
+    /// hundredth.
+    bool mayHold(std::uint32_t body, const XYZf& place) const {
+        constexpr double unseen = 0.011;
+        const std::array<double, 3> p{static_cast<double>(place.x), static_cast<double>(place.y),
+                                      static_cast<double>(place.z)};
+        const auto& [low, high] = boxes[body];
+        bool holds = true;
+        for (std::size_t k = 0; k < 3; ++k) {
+            holds = holds && p[k] >= low[k] - unseen && p[k] <= high[k] + unseen;
+        }
+        return holds;
+    }
+
 private:
-    /// Numbers equal corners alike and joins those of each triangle.
-    std::vector<std::uint32_t> weld(std::span<const double> coordinates,
-                                    const std::vector<bool>& isHull) {
-        std::map<std::array<double, 3>, std::uint32_t> numbers;
-        std::vector<std::uint32_t> corners(3 * isHull.size(), noBody);
-        for (std::size_t corner = 0; corner < corners.size(); ++corner) {
-            if (isHull[corner / 3]) {
-                const double* p = coordinates.data() + 3 * corner;
+    /// Numbers equal corners of a material alike and joins those of each triangle.
+    std::vector<std::array<std::uint32_t, 3>>
+    weld(std::span<const double> coordinates, const std::vector<std::uint32_t>& hullMaterials) {
+        std::map<std::tuple<std::uint32_t, double, double, double>, std::uint32_t> numbers;
+        std::vector<std::array<std::uint32_t, 3>> corners(hullMaterials.size(),
+                                                          {noBody, noBody, noBody});
+        for (std::size_t i = 0; i < hullMaterials.size(); ++i) {
+            const double* p = coordinates.data() + doublesOfTriangle * i;
+            if (hullMaterials[i] == notAHull ||
+                !std::all_of(p, p + doublesOfTriangle,
+                             [](double value) { return std::isfinite(value); })) {
+                continue;
+            }
+            for (std::size_t k = 0; k < 3; ++k) {
                 const auto [found, isNew] = numbers.emplace(
-                    std::array{p[0], p[1], p[2]}, static_cast<std::uint32_t>(m_parent.size()));
+                    std::tuple{hullMaterials[i], p[3 * k], p[3 * k + 1], p[3 * k + 2]},
+                    static_cast<std::uint32_t>(m_parent.size()));
                 if (isNew) {
                     m_parent.push_back(found->second);
-                    m_first.push_back(static_cast<std::uint32_t>(corner));
+                    m_first.push_back(static_cast<std::uint32_t>(3 * i + k));
                 }
-                corners[corner] = found->second;
+                corners[i][k] = found->second;
             }
-        }
-        for (std::size_t i = 0; i < isHull.size(); ++i) {
-            if (isHull[i]) {
-                join(corners[3 * i], corners[3 * i + 1]);
-                join(corners[3 * i], corners[3 * i + 2]);
-            }
+            join(corners[i][0], corners[i][1]);
+            join(corners[i][0], corners[i][2]);
         }
         return corners;
     }
@@ -122,19 +150,18 @@ private:
     std::vector<std::uint32_t> m_first;  // where the corner first stands in the coordinates
 };
 
-/// The way of a ray through one body.
-struct BodyPath {
+/// Where a ray meets the surface of a body.
+struct Crossing {
     std::uint32_t body;
     std::uint16_t material;
-    bool inside;
-    double entered;
-    double length;
+    bool enters;
+    double at;
 };
 
 /// What a ray crosses.
 struct Crossed {
     std::vector<RayHit> hits;
-    std::vector<BodyPath> paths;
+    std::vector<Crossing> crossings; ///< of bodies, by body, then by distance
 };
 
 /// One ray after the other on each thread: nothing is allocated for most of them.
@@ -197,7 +224,7 @@ struct LightScene::Content {
         findBox(coordinates.first(count * doublesOfTriangle));
         std::vector<double> blocking;
         std::vector<double> passed;
-        std::vector<bool> isHull;
+        std::vector<std::uint32_t> hullMaterials;
         const bool allOpaque =
             std::all_of(materials.begin(), materials.end(), [](const Material& material) {
                 return material.passage == Material::Passage::Opaque;
@@ -214,14 +241,15 @@ struct LightScene::Content {
                 }
             } else {
                 through.push_back(surface);
-                isHull.push_back(passage == Material::Passage::Crown);
+                hullMaterials.push_back(passage == Material::Passage::Crown ? surface.material
+                                                                            : Bodies::notAHull);
                 passed.insert(passed.end(), corners, corners + doublesOfTriangle);
             }
         }
         opaque =
             OcclusionIndex(allOpaque ? coordinates : std::span<const double>(blocking), options);
         translucent = OcclusionIndex(passed, options);
-        bodies = Bodies(passed, isHull);
+        bodies = Bodies(passed, hullMaterials);
         prepareSeasons();
     }
 
@@ -268,9 +296,9 @@ struct LightScene::Content {
     /// Multiplies what each season has with what the translucent triangles let through.
     void weaken(const XYZf& origin, const XYZf& direction, std::span<float> bySeason,
                 std::size_t firstSeason, double distance) const {
-        auto& [hits, paths] = crossedOfThread();
+        auto& [hits, crossings] = crossedOfThread();
         translucent.allHits(origin, direction, hits);
-        paths.clear();
+        crossings.clear();
         for (const RayHit& hit : hits) {
             const Surface& surface = through[hit.triangle];
             const auto material = static_cast<std::size_t>(surface.material);
@@ -278,8 +306,10 @@ struct LightScene::Content {
             const Material::Passage passage = materials[material].passage;
             if (passage == Material::Passage::Crown) {
                 const std::uint32_t body = bodies.ofTriangle[hit.triangle];
-                cross(paths, body, surface.material, cosine * bodies.outward[body], hit.distance,
-                      distance);
+                if (body != noBody) {
+                    crossings.push_back({body, surface.material,
+                                         cosine * bodies.outward[body] < 0.0f, hit.distance});
+                }
                 continue;
             }
             for (std::size_t s = 0; s < bySeason.size() && hit.distance < distance; ++s) {
@@ -289,39 +319,47 @@ struct LightScene::Content {
                         : passing[material][firstSeason + s];
             }
         }
-        for (const BodyPath& path : paths) {
-            const double left = path.inside && std::isfinite(distance)
-                                    ? std::max(distance - path.entered, 0.0)
-                                    : 0.0;
+        std::stable_sort(crossings.begin(), crossings.end(),
+                         [](const Crossing& a, const Crossing& b) { return a.body < b.body; });
+        for (std::size_t first = 0; first < crossings.size();) {
+            std::size_t end = first;
+            while (end < crossings.size() && crossings[end].body == crossings[first].body) {
+                ++end;
+            }
+            const double length =
+                pathWithin(std::span(crossings).subspan(first, end - first), origin, distance);
             for (std::size_t s = 0; s < bySeason.size(); ++s) {
                 const auto extinction =
-                    static_cast<double>(passing[path.material][firstSeason + s]);
-                bySeason[s] *= static_cast<float>(std::exp(-extinction * (path.length + left)));
+                    static_cast<double>(passing[crossings[first].material][firstSeason + s]);
+                bySeason[s] *= static_cast<float>(std::exp(-extinction * length));
             }
+            first = end;
         }
     }
 
 private:
-    /// Notes that a ray enters a body (cosine below 0) or leaves it. A ray whose first crossing is
-    /// an exit began inside. Rays may slip out through an edge: what is entered and never left
-    /// counts nothing, and neither does an exit without an entry.
-    static void cross(std::vector<BodyPath>& paths, std::uint32_t body, std::uint16_t material,
-                      float cosine, double at, double end) {
-        auto path = std::find_if(paths.begin(), paths.end(),
-                                 [&](const BodyPath& one) { return one.body == body; });
-        if (path == paths.end()) {
-            paths.push_back({body, material, cosine > 0.0f, 0.0, 0.0});
-            path = paths.end() - 1;
+    /// The way of a ray within a body up to a distance, counted twice where parts of the body that
+    /// overlap or touch are both around it.
+    double pathWithin(std::span<const Crossing> crossings, const XYZf& origin,
+                      double distance) const {
+        // More exits than entries on the way to some place mean that the ray began within.
+        int depth = 0;
+        int least = 0;
+        for (const Crossing& crossing : crossings) {
+            depth += crossing.enters ? 1 : -1;
+            least = std::min(least, depth);
         }
-        if (cosine > 0.0f) {
-            if (path->inside) {
-                path->length += std::max(std::min(at, end) - path->entered, 0.0);
-            }
-            path->inside = false;
-        } else if (!path->inside) {
-            path->inside = true;
-            path->entered = at;
+        depth = bodies.mayHold(crossings.front().body, origin) ? -least : 0;
+        double length = 0.0;
+        double from = 0.0;
+        for (const Crossing& crossing : crossings) {
+            const double to = std::min(crossing.at, distance);
+            length += depth * std::max(to - from, 0.0);
+            from = to;
+            depth = std::max(depth + (crossing.enters ? 1 : -1), 0);
         }
+        // Rays may slip out through an edge: what is entered and never left counts nothing.
+        return std::isfinite(distance) ? length + depth * std::max(distance - from, 0.0) : length;
     }
 };
 

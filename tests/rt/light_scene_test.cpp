@@ -168,6 +168,50 @@ TEST(LightScene, WeakensByThePathThroughCrowns) {
                 1e-5);
 }
 
+TEST(LightScene, TellsCrownsApartThatTouch) {
+    // Two crowns of one kind side by side, wall against wall; one in front that shares a corner
+    // with the first and overlaps the second; another kind on top of them; and a triangle of no
+    // place.
+    const struct {
+        Point low, high;
+        std::uint16_t material;
+    } boxes[] = {{{0, 0, 2}, {4, 4, 6}, 0},
+                 {{4, 0, 2}, {8, 4, 6}, 0},
+                 {{4, -3, 2}, {7, 4, 5}, 0},
+                 {{0, 0, 6}, {4, 4, 9}, 1}};
+    Scene scene;
+    std::vector<std::uint16_t> materials;
+    for (const auto& box : boxes) {
+        addBox(scene, box.low, box.high);
+        materials.resize(scene.triangleCount(), box.material);
+    }
+    scene.coordinates.insert(scene.coordinates.end(), 9, std::numeric_limits<double>::quiet_NaN());
+    materials.push_back(1);
+    const double extinctions[] = {0.2, 0.5};
+    const LightScene light(
+        scene.coordinates, materials,
+        {made(Material::Passage::Crown, 0.2f), made(Material::Passage::Crown, 0.5f)});
+    EXPECT_EQ(light.openCrowns(), 0U);
+    scenes::Random random(4);
+    for (int i = 0; i < 4000; ++i) {
+        const XYZf origin = scenes::toXyz({random(-4, 12), random(-6, 8), random(0, 11)});
+        const double up = random(-1, 1);
+        const double turn = random(0, 2 * std::numbers::pi);
+        const double flat = std::sqrt(1 - up * up);
+        const XYZf direction = scenes::toXyz({flat * std::cos(turn), flat * std::sin(turn), up});
+        double depth = 0;
+        for (const auto& box : boxes) {
+            depth += extinctions[box.material] * pathInBox(origin, direction, box.low, box.high);
+        }
+        ASSERT_NEAR(light.transmittance(origin, direction, 0), std::exp(-depth), 5e-3)
+            << origin.x << " " << origin.y << " " << origin.z << " to " << direction.x << " "
+            << direction.y << " " << direction.z;
+    }
+    // From within what overlaps, and up to a surface there.
+    EXPECT_NEAR(light.transmittance({5, 2, 4}, {0, -1, 0}, 0), std::exp(-0.2 * (2 + 5)), 1e-5);
+    EXPECT_NEAR(light.transmittance({5, 2, 4}, {0, -1, 0}, 0, 3), std::exp(-0.2 * (2 + 3)), 1e-5);
+}
+
 TEST(LightScene, FindsHullsThatAreNotClosed) {
     Scene scene;
     addBox(scene, {0, 0, 0}, {1, 1, 1});
