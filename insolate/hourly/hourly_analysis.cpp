@@ -151,9 +151,10 @@ struct HourlyAnalysis::Prepared {
         }
         for (const HourlySky& part : theParts) {
             partLights.push_back(
-                {part.report.diffuseHorizontal, part.groundReflected, part.sunCells});
+                {part.report.diffuseHorizontal, part.groundReflected, part.sunCells, {}, {}});
             if (seasons.size() > 1) {
                 partSeasons.push_back(seasonsOf(part));
+                divideAmongSeasons(part, partLights.back());
             }
         }
     }
@@ -199,6 +200,33 @@ struct HourlyAnalysis::Prepared {
             makeShares([j](PartSeason& season) -> float& { return season.sunCells[j]; });
         }
         return result;
+    }
+
+    void divideAmongSeasons(const HourlySky& part, PartLight& light) const {
+        light.diffuseShares.assign(seasons.size(), 0.0f);
+        light.sunShares.assign(part.sunCells.size() * seasons.size(), 0.0f);
+        for (const SkyHour& hour : part.skyHours) {
+            const std::size_t season = seasonOf(hour);
+            light.diffuseShares[season] += hour.diffuse;
+            for (int b = 0; b < hour.beamCount; ++b) {
+                const BeamPart& beam = part.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+                light.sunShares[static_cast<std::size_t>(beam.sunCell) * seasons.size() + season] +=
+                    vectorLength(beam.energy);
+            }
+        }
+        const auto makeShares = [](std::span<float> values) {
+            float all = 0.0f;
+            for (const float value : values) {
+                all += value;
+            }
+            for (float& value : values) {
+                value = all > 0.0f ? value / all : 0.0f;
+            }
+        };
+        makeShares(light.diffuseShares);
+        for (std::size_t j = 0; j < part.sunCells.size(); ++j) {
+            makeShares(std::span(light.sunShares).subspan(j * seasons.size(), seasons.size()));
+        }
     }
 
     std::size_t seasonOf(const SkyHour& hour) const {

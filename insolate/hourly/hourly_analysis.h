@@ -170,6 +170,8 @@ public:
         double diffuseHorizontal = 0.0; ///< [Wh/m2]
         double groundReflected = 0.0;   ///< by open ground [Wh/m2]
         std::vector<SunCell> sunCells;
+        /// Shares of the diffuse light by season, and of each sun cell's; empty for one season.
+        std::vector<float> diffuseShares, sunShares;
     };
     const PartLight& partLight(std::size_t part) const;
     /// The same, with the sensor's radiation in each of the parts, as many as partCount().

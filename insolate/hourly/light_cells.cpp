@@ -19,6 +19,11 @@ namespace {
 
 /// Cells are lit in blocks of this many: enough to be worth handing out.
 constexpr std::size_t cellsPerBlock = 32;
+/// Places of a cell that share its rays, and rays that each of them has at least. With one place
+/// for a cell of several metres the light of a court is that of a hundred places: by chance 1 % of
+/// the total too little in bright ones.
+constexpr std::size_t mostPoints = 8;
+constexpr std::size_t raysOfPoint = 4;
 
 /// Two directions across a unit vector (Duff et al. 2017, "Building an orthonormal basis,
 /// revisited", Journal of Computer Graphics Techniques 6(1)).
@@ -85,6 +90,14 @@ std::size_t raysFor(std::uint32_t weight, double perRay, std::size_t most) {
     return static_cast<std::size_t>(std::clamp(std::ceil(wanted), 1.0, static_cast<double>(most)));
 }
 
+/// Off the surface by more than positions are rounded, and by less than the hundredth within which
+/// rays see nothing.
+XYZf originAt(const Landing& landing) {
+    const float size = std::max({std::fabs(landing.position.x), std::fabs(landing.position.y),
+                                 std::fabs(landing.position.z)});
+    return sum(landing.position, scaled(landing.normal, 0.002f + size * 0x1p-22f));
+}
+
 bool before(const Landing& a, const Landing& b) {
     const auto rank = [](const Landing& l) {
         return std::tie(l.key, l.order, l.position.x, l.position.y, l.position.z, l.normal.x,
@@ -117,18 +130,22 @@ std::uint64_t LightGatherer::placeInSpace(const XYZf& position) const {
     return code;
 }
 
-float LightGatherer::through(const XYZf& origin, const XYZf& direction, double distance) const {
-    if (!m_scene.hasTranslucent()) {
-        return 1.0f;
-    }
-    static thread_local std::vector<float> bySeason;
-    bySeason.resize(m_seasonShares.size());
+void LightGatherer::through(const XYZf& origin, const XYZf& direction, double distance,
+                            std::span<float> bySeason) const {
     m_scene.transmittances(origin, direction, bySeason, distance);
-    float share = 0.0f;
-    for (std::size_t s = 0; s < bySeason.size(); ++s) {
-        share += m_seasonShares[s] * bySeason[s];
+}
+
+void LightGatherer::appendThrough(const Ray& ray, double distance, float factor,
+                                  Gathered& gathered) const {
+    const std::size_t first = gathered.through.size();
+    gathered.through.resize(first + seasonCount(), factor);
+    if (m_scene.hasTranslucent()) {
+        const std::span<float> own = std::span(gathered.through).subspan(first);
+        through(ray.origin, ray.direction, distance, own);
+        for (float& one : own) {
+            one *= factor;
+        }
     }
-    return share;
 }
 
 std::uint32_t LightGatherer::append(const Ray& ray, double distance, const XYZf& facing,
@@ -162,8 +179,7 @@ void LightGatherer::appendCrossed(const Ray& ray, double distance, Gathered& gat
     const double draw = unitNumber(mixedBits(bitsOfPlace(ray.origin, ray.direction), 5));
     const RayHit& hit = hits[static_cast<std::size_t>(std::floor(draw * count))];
     const LightScene::Surface& surface = m_scene.translucentSurface(hit.triangle);
-    gathered.through.push_back(static_cast<float>(count) *
-                               through(ray.origin, ray.direction, hit.distance));
+    appendThrough(ray, hit.distance, static_cast<float>(count), gathered);
     gathered.found.push_back(append(ray, hit.distance, against(surface.normal, ray.direction),
                                     surface.material, gathered));
 }
@@ -184,9 +200,13 @@ void LightGatherer::divide(Gathered& gathered, std::size_t spread, double leastC
 
 void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::size_t first,
                            std::size_t end, Gathered& gathered) const {
+    gather(origin, normal, bitsOfPlace(origin, normal), first, end, gathered);
+}
+
+void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::uint64_t seed,
+                           std::size_t first, std::size_t end, Gathered& gathered) const {
     const bool everywhere = vectorLength(normal) == 0.0f;
     const std::array<XYZf, 2> across = acrossOf(everywhere ? XYZf{0, 0, 1} : normal);
-    const std::uint64_t seed = bitsOfPlace(origin, normal);
     const double shiftX = unitNumber(mixedBits(seed, 1));
     const double shiftY = unitNumber(mixedBits(seed, 2));
     const double shiftStart = unitNumber(mixedBits(seed, 4));
@@ -238,7 +258,7 @@ void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::size_t f
             if (!(distance > 0.0) || !m_ground.isShadowed(placeAt(origin, direction, distance)) ||
                 !(m_ground.reflectance > 0.0f)) {
                 gathered.found.push_back(Gathered::farGround);
-                gathered.through.push_back(1.0f);
+                appendThrough(ray, std::numeric_limits<double>::infinity(), 1.0f, gathered);
                 continue;
             }
         } else {
@@ -247,7 +267,7 @@ void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::size_t f
         if (!(reflectance(material) > 0.0f) || vectorLength(facing) == 0.0f) {
             continue;
         }
-        gathered.through.push_back(through(origin, direction, distance));
+        appendThrough(ray, distance, 1.0f, gathered);
         gathered.found.push_back(append(ray, distance, facing, material, gathered));
     }
 }
@@ -258,6 +278,7 @@ std::size_t LightCells::add(std::vector<Landing>& landings) {
     for (std::size_t i = 0; i < landings.size();) {
         Cell cell;
         cell.landing = landings[i];
+        const std::size_t first = i;
         std::uint64_t weight = 0;
         for (const std::uint64_t key = landings[i].key;
              i < landings.size() && landings[i].key == key; ++i) {
@@ -268,6 +289,15 @@ std::size_t LightCells::add(std::vector<Landing>& landings) {
         }
         cell.landing.weight =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(weight, 0xFFFFFFFFU));
+        cell.firstPoint = m_points.size();
+        std::uint64_t last = cell.landing.order;
+        for (std::size_t k = first + 1; k < i && cell.pointCount + 1 < mostPoints; ++k) {
+            if (landings[k].order != last) {
+                last = landings[k].order;
+                m_points.push_back(landings[k]);
+                ++cell.pointCount;
+            }
+        }
         m_cells.push_back(cell);
     }
     m_places.reserve(m_cells.size());
@@ -290,16 +320,27 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     /// the lattice itself does; what comes to a cell from others is a small part of its light.
     constexpr double sourceRays = 2.0;
     constexpr double linkRays = 0.5;
+    /// Cells that have links have this many at least. With one or two, pairs of cells that only see
+    /// each other would hold their light for ever: a white street got 3 % too much.
+    constexpr double leastLinks = 8.0;
     m_bins = sources.binCount();
+    m_seasons = gatherer.seasonCount();
+    m_seasonOfBin.resize(m_bins);
+    for (std::size_t b = 0; b < m_bins; ++b) {
+        m_seasonOfBin[b] = static_cast<std::uint16_t>(sources.seasonOf(b));
+    }
     m_direct.resize(m_cells.size() * m_bins, 0.0f);
+    m_farGround.resize(m_cells.size() * m_seasons, 0.0f);
     const std::size_t first = m_lit;
     const std::size_t count = m_cells.size() - first;
     const std::size_t blocks = (count + cellsPerBlock - 1) / cellsPerBlock;
     struct LitCells {
         std::vector<Link> links;
+        std::vector<float> through; // by link and season
         std::vector<Landing> landings;
         std::size_t rays = 0;
     };
+    const bool hasTranslucent = gatherer.scene().hasTranslucent();
     std::vector<LitCells> done(blocks);
     // Neighbours follow each other: they meet the same parts of the scene.
     std::vector<std::pair<std::uint64_t, std::size_t>> order;
@@ -313,46 +354,64 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
         std::vector<LightSources::Ray> rays;
         std::vector<XYZf> directions;
         std::vector<std::uint8_t> occluded;
+        std::vector<float> through(m_seasons, 1.0f);
         Gathered gathered;
         const std::size_t end = std::min((number + 1) * cellsPerBlock, count);
+        if (options.stop.stop_requested()) {
+            return;
+        }
         for (std::size_t i = number * cellsPerBlock; i < end; ++i) {
             const std::size_t c = order[i].second;
             Cell& cell = m_cells[c];
             const Landing& landing = cell.landing;
-            // Off the surface by more than positions are rounded, and by less than the hundredth
-            // within which rays see nothing.
-            const float size =
-                std::max({std::fabs(landing.position.x), std::fabs(landing.position.y),
-                          std::fabs(landing.position.z)});
-            const XYZf origin =
-                sum(landing.position, scaled(landing.normal, 0.002f + size * 0x1p-22f));
-            sources.draw(landing.normal, landing.order, landing.start,
-                         raysFor(landing.weight, sourceRays, options.cellRays), rays);
-            directions.clear();
-            for (const LightSources::Ray& ray : rays) {
-                directions.push_back(ray.direction);
-            }
-            occluded.assign(rays.size(), 0);
-            gatherer.scene().opaque().areOccluded(origin, directions, occluded);
+            const auto pointOf = [&](std::size_t k) -> const Landing& {
+                return k == 0 ? landing : m_points[cell.firstPoint + k - 1];
+            };
+            const auto pointsFor = [&](std::size_t rayCount) {
+                return std::clamp<std::size_t>(rayCount / raysOfPoint, 1, cell.pointCount + 1U);
+            };
+            const std::size_t sourceCount = raysFor(landing.weight, sourceRays, options.cellRays);
             float* received = m_direct.data() + c * m_bins;
-            for (std::size_t r = 0; r < rays.size(); ++r) {
-                if (occluded[r] == 0) {
-                    received[rays[r].bin] +=
-                        rays[r].light * gatherer.through(origin, rays[r].direction,
-                                                         std::numeric_limits<double>::infinity());
+            const std::size_t points = pointsFor(sourceCount);
+            for (std::size_t k = 0; k < points; ++k) {
+                const XYZf origin = originAt(pointOf(k));
+                sources.draw(pointOf(k).normal,
+                             {landing.order, landing.start, sourceCount, k, points}, rays);
+                directions.clear();
+                for (const LightSources::Ray& ray : rays) {
+                    directions.push_back(ray.direction);
                 }
+                occluded.assign(rays.size(), 0);
+                gatherer.scene().opaque().areOccluded(origin, directions, occluded);
+                for (std::size_t r = 0; r < rays.size(); ++r) {
+                    if (occluded[r] != 0) {
+                        continue;
+                    }
+                    if (hasTranslucent) {
+                        gatherer.through(origin, rays[r].direction,
+                                         std::numeric_limits<double>::infinity(), through);
+                    }
+                    for (const LightSources::BinShare& one : sources.binsOf(rays[r].source)) {
+                        received[one.bin] +=
+                            rays[r].light * one.share * through[m_seasonOfBin[one.bin]];
+                    }
+                }
+                block.rays += rays.size();
             }
-            block.rays += rays.size();
             cell.isLinked = !withLinks; // nothing to be known
             if (!withLinks) {
                 continue;
             }
             // Cells on which little hangs have links by chance.
             const double wanted = linkRays * static_cast<double>(landing.weight) / Landing::oneRay;
+            const double least = std::min(leastLinks, static_cast<double>(options.linkRays));
+            const double chance = std::min(wanted / least, 1.0);
+            const double drawn = unitNumber(mixedBits(landing.order, 3));
             const auto links = static_cast<std::size_t>(
-                std::min(std::floor(wanted + unitNumber(mixedBits(landing.order, 3))),
-                         static_cast<double>(options.linkRays)));
-            cell.chance = static_cast<float>(std::min(wanted, 1.0));
+                wanted >= least  ? std::min(wanted + drawn, static_cast<double>(options.linkRays))
+                : drawn < chance ? least
+                                 : 0.0);
+            cell.chance = static_cast<float>(chance);
             cell.linkRays = static_cast<std::uint32_t>(links);
             cell.firstLink = block.links.size();
             if (links == 0) {
@@ -362,20 +421,32 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
             const double share = static_cast<double>(landing.weight) *
                                  static_cast<double>(gatherer.reflectance(landing.material)) /
                                  static_cast<double>(links);
-            gatherer.gather(origin, landing.normal, 0, links, gathered);
+            const std::size_t linkPoints = pointsFor(links);
+            for (std::size_t k = 0; k < linkPoints; ++k) {
+                const Landing& point = pointOf(k);
+                gatherer.gather(originAt(point), point.normal, landing.order,
+                                links * k / linkPoints, links * (k + 1) / linkPoints, gathered);
+            }
             LightGatherer::divide(gathered, std::max<std::size_t>(links, 16), options.leastLinkCell,
                                   static_cast<std::uint32_t>(std::clamp(share, 1.0, 4.0e9)));
             block.rays += links;
             for (std::size_t r = 0; r < gathered.found.size(); ++r) {
+                const float* const passed = gathered.through.data() + r * m_seasons;
                 if (gathered.found[r] == Gathered::farGround) {
-                    cell.farGround += 1.0f / static_cast<float>(links);
+                    for (std::size_t s = 0; s < m_seasons; ++s) {
+                        m_farGround[c * m_seasons + s] += passed[s] / static_cast<float>(links);
+                    }
                 } else {
                     const Landing& found = gathered.landings[gathered.found[r]];
-                    block.links.push_back({found.key, gathered.through[r], none});
+                    block.links.push_back({found.key, none});
+                    block.through.insert(block.through.end(), passed, passed + m_seasons);
                     block.landings.push_back(found);
                 }
             }
             cell.linkCount = static_cast<std::uint32_t>(block.links.size() - cell.firstLink);
+        }
+        if (options.advance) {
+            options.advance(1.0 / static_cast<double>(blocks));
         }
     });
     std::vector<Landing> landings;
@@ -386,11 +457,13 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
             m_cells[order[i].second].firstLink += m_links.size();
         }
         m_links.insert(m_links.end(), block.links.begin(), block.links.end());
+        m_through.insert(m_through.end(), block.through.begin(), block.through.end());
         landings.insert(landings.end(), block.landings.begin(), block.landings.end());
         m_rays += block.rays;
         block = {};
     }
     m_lit = m_cells.size();
+    m_points = {};
     return landings;
 }
 
@@ -514,8 +587,9 @@ void LightCells::receive(const std::vector<float>& thrown, std::vector<float>& r
                 continue;
             }
             const float* const from = thrown.data() + std::size_t{m_links[l].cell} * m_bins;
+            const float* const passed = m_through.data() + l * m_seasons;
             for (std::size_t b = 0; b < m_bins; ++b) {
-                out[b] += m_links[l].through * from[b];
+                out[b] += passed[m_seasonOfBin[b]] * from[b];
             }
         }
         if (missing < cell.linkCount) {
@@ -529,9 +603,18 @@ void LightCells::receive(const std::vector<float>& thrown, std::vector<float>& r
     });
 }
 
+void LightCells::addFarGround(const LightGatherer& gatherer, std::vector<float>& received) const {
+    for (std::size_t c = 0; c < m_cells.size(); ++c) {
+        for (std::size_t s = 0; s < m_seasons && m_cells[c].isLinked; ++s) { // bins of the sky
+            received[c * m_bins + s] += m_farGround[c * m_seasons + s] * gatherer.ground().light *
+                                        gatherer.seasonShares()[s];
+        }
+    }
+}
+
 LightCells::Exchange LightCells::exchange(const LightGatherer& gatherer, const Options& options) {
     constexpr int mostBounces = 500;
-    constexpr double enough = 1e-3; // of the reflected light, left beyond the last reflection
+    constexpr double enough = 1e-3; // of a cell's light, left beyond the last reflection
     tbb::parallel_for(std::size_t{0}, m_links.size(),
                       [&](std::size_t i) { m_links[i].cell = find(m_links[i].key); });
     const std::size_t count = m_cells.size();
@@ -544,9 +627,8 @@ LightCells::Exchange LightCells::exchange(const LightGatherer& gatherer, const O
             (cell.linkRays > 0 &&
              (cell.linkCount == 0 || std::any_of(links, links + cell.linkCount,
                                                  [](const Link& l) { return l.cell != none; })));
-        // Light of the open ground far away arrives like that of the sky.
-        m_indirect[c * m_bins] = cell.isLinked ? cell.farGround * gatherer.ground().light : 0.0f;
     }
+    addFarGround(gatherer, m_indirect);
     const Unlinked unlinked(*this);
     unlinked.fill(m_indirect, m_bins);
     // What the cells throw back of the light of the n-th reflection.
@@ -571,44 +653,65 @@ LightCells::Exchange LightCells::exchange(const LightGatherer& gatherer, const O
     Exchange result;
     double last = throwBack();
     double all = last;
-    double least = 1.0;
+    double lastWorst = 0.0;
     const int most = options.bounces > 0 ? options.bounces : mostBounces;
-    while (result.bounces < most && last > 0.0) {
+    while (result.bounces < most && last > 0.0 && !options.stop.stop_requested()) {
         receive(thrown, received);
         unlinked.fill(received, m_bins);
         ++result.bounces;
         for (std::size_t i = 0; i < received.size(); ++i) {
             m_indirect[i] += received[i];
         }
+        const double worst = largestGain(received);
         const double now = throwBack();
         all += now;
-        // Few links make closed circles between some cells, which in the end are all that is left:
-        // of a ratio that rises for that, the least one is the scene's.
-        constexpr double risen = 1.1;
         const double ratio = now / last;
-        least = std::min(least, ratio);
         last = now;
-        if (options.bounces == 0) {
-            const double kept = ratio > risen * least ? least : ratio;
-            result.converged = kept < 0.9999;
-            const double beyond = result.converged ? now * kept / (1.0 - kept) : 0.0;
-            if (result.converged && beyond <= enough * all) {
-                const auto factor = static_cast<float>(kept / (1.0 - kept));
-                for (std::size_t i = 0; i < received.size(); ++i) {
-                    m_indirect[i] += factor * received[i];
-                }
-                result.beyond = all > 0.0 ? beyond / (all + beyond) : 0.0;
-                break;
+        // Places differ: a bright room keeps its light long after the street outside has lost its.
+        // What the worst of them gains beyond goes by how its gain falls.
+        const double falls = lastWorst > 0.0 ? worst / lastWorst : 1.0;
+        lastWorst = worst;
+        const double rest =
+            falls < 1.0 ? worst * falls / (1.0 - falls) : std::numeric_limits<double>::infinity();
+        if (options.bounces == 0 && (result.bounces == most || rest <= enough)) {
+            constexpr double known = 0.05; // more than this share is not told from its beginning
+            result.converged = rest <= known && ratio < 1.0;
+            const double beyond = result.converged ? now * ratio / (1.0 - ratio) : 0.0;
+            const auto factor = static_cast<float>(result.converged ? ratio / (1.0 - ratio) : 0.0);
+            for (std::size_t i = 0; i < received.size(); ++i) {
+                m_indirect[i] += factor * received[i];
             }
+            result.beyond = all > 0.0 ? beyond / (all + beyond) : 0.0;
+            break;
         }
     }
     unlinked.fillOthers(m_indirect, m_bins);
     return result;
 }
 
+/// The largest share of a linked cell's light that has just come.
+double LightCells::largestGain(const std::vector<float>& received) const {
+    double worst = 0.0;
+    for (std::size_t c = 0; c < m_cells.size(); ++c) {
+        double gain = 0.0;
+        double light = 0.0;
+        for (std::size_t i = c * m_bins; i < (c + 1) * m_bins; ++i) {
+            gain += static_cast<double>(received[i]);
+            light += static_cast<double>(m_direct[i] + m_indirect[i]);
+        }
+        if (m_cells[c].isLinked && gain > 0.0) {
+            worst = std::max(worst, gain / light);
+        }
+    }
+    return worst;
+}
+
 std::size_t LightCells::bytes() const {
-    return m_cells.capacity() * sizeof(Cell) + m_links.capacity() * sizeof(Link) +
-           m_places.capacity() * sizeof(m_places[0]) + 4 * m_direct.capacity() * sizeof(float);
+    return m_cells.capacity() * sizeof(Cell) + m_points.capacity() * sizeof(Landing) +
+           m_links.capacity() * sizeof(Link) + m_places.capacity() * sizeof(m_places[0]) +
+           m_seasonOfBin.capacity() * 2 +
+           (m_through.capacity() + m_farGround.capacity() + 4 * m_direct.capacity()) *
+               sizeof(float);
 }
 
 } // namespace insolate

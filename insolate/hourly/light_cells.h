@@ -8,7 +8,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
+#include <stop_token>
 #include <utility>
 #include <vector>
 
@@ -48,7 +50,8 @@ struct Gathered {
 
     std::vector<Landing> landings;
     std::vector<std::uint32_t> found; ///< by entry, places in `landings`
-    std::vector<float> through;       ///< by entry, what translucent surfaces let through
+    /// By entry and season, what translucent surfaces let through.
+    std::vector<float> through;
     std::size_t rays = 0;
     std::size_t blocked = 0; ///< rays that met an opaque surface, dark ones included
 
@@ -73,6 +76,9 @@ public:
     /// divide() to complete. normal: unit, or zero for all directions.
     void gather(const XYZf& origin, const XYZf& normal, std::size_t first, std::size_t end,
                 Gathered& gathered) const;
+    /// The same of a lattice that several places share, by its number.
+    void gather(const XYZf& origin, const XYZf& normal, std::uint64_t lattice, std::size_t first,
+                std::size_t end, Gathered& gathered) const;
     /// Gives the landings of a place their cells and weights.
     /// @param spread rays of its whole lattice, a quarter of them for one of all directions: the
     ///        more, the finer the cells
@@ -81,9 +87,20 @@ public:
     static void divide(Gathered& gathered, std::size_t spread, double leastCell,
                        std::uint32_t weight);
 
-    /// What translucent surfaces let through over the period, of a ray into the sky or up to a
+    /// What translucent surfaces let through in each season, of a ray into the sky or up to a
     /// distance.
-    float through(const XYZf& origin, const XYZf& direction, double distance) const;
+    void through(const XYZf& origin, const XYZf& direction, double distance,
+                 std::span<float> bySeason) const;
+    std::size_t seasonCount() const { return m_seasonShares.size(); }
+    const std::vector<float>& seasonShares() const { return m_seasonShares; }
+    /// The mean over the period of what is known by season.
+    float meanOf(const float* bySeason) const {
+        float mean = 0.0f;
+        for (std::size_t s = 0; s < m_seasonShares.size(); ++s) {
+            mean += m_seasonShares[s] * bySeason[s];
+        }
+        return mean;
+    }
 
     /// A number that is near for places near to each other.
     std::uint64_t placeInSpace(const XYZf& position) const;
@@ -110,6 +127,8 @@ private:
         XYZf origin, direction;
         float start; ///< see Landing
     };
+    /// Appends what comes through on the way of an entry, by season, times a factor.
+    void appendThrough(const Ray& ray, double distance, float factor, Gathered& gathered) const;
     /// Appends a landing on a surface at a distance; gives its number.
     static std::uint32_t append(const Ray& ray, double distance, const XYZf& facing,
                                 std::uint32_t material, Gathered& gathered);
@@ -129,7 +148,9 @@ public:
         int bounces;
         std::size_t cellRays, linkRays;
         double leastLinkCell;
-        int threads;
+        std::stop_token stop = {}; ///< asked now and then; after a stop nothing is complete
+        /// Called with parts of the work of light(), of 1 in all, from any thread.
+        std::function<void(double part)> advance = {};
     };
     /// Adds cells for landings; those of one key become one. New ones have to be lit. Gives the
     /// number of new ones.
@@ -172,9 +193,11 @@ private:
         std::size_t firstLink = 0;
         std::uint32_t linkCount = 0; ///< of m_links
         std::uint32_t linkRays = 0;  ///< that were cast
-        float farGround = 0.0f;      ///< share of them that met open ground
         float chance = 1.0f;         ///< that it had of any
-        bool isLinked = false;       ///< has rays to other cells that are known
+        /// Other landings in it, of m_points: its light is the mean over several places.
+        std::uint32_t pointCount = 0;
+        std::size_t firstPoint = 0;
+        bool isLinked = false; ///< has rays to other cells that are known
 
         /// What hangs on it and on those that had the same chance and no luck.
         double expected() const {
@@ -185,14 +208,21 @@ private:
     class Unlinked;
     struct Link {
         std::uint64_t key;
-        float through;
         std::uint32_t cell;
     };
     void receive(const std::vector<float>& thrown, std::vector<float>& received) const;
+    double largestGain(const std::vector<float>& received) const;
+    /// Light of the open ground far away, which arrives like that of the sky.
+    void addFarGround(const LightGatherer& gatherer, std::vector<float>& received) const;
 
     std::vector<Cell> m_cells;
+    std::vector<Landing> m_points; ///< of the cells that are to be lit
     std::vector<std::pair<std::uint64_t, std::uint32_t>> m_places; ///< by key
     std::vector<Link> m_links;
+    std::vector<float> m_through;   ///< by link and season
+    std::vector<float> m_farGround; ///< by cell and season: share of its rays that met open ground
+    std::vector<std::uint16_t> m_seasonOfBin;
+    std::size_t m_seasons = 1;
     std::vector<float> m_direct;   ///< by cell and bin
     std::vector<float> m_indirect; ///< the same, after exchange()
     std::size_t m_bins = 1;

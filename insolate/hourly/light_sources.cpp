@@ -13,19 +13,47 @@
 namespace insolate {
 namespace {
 
-/// Parts of the sun's year: a sixth of the compass, below and above 35 degrees. What a scene lets
-/// through and throws back changes with the sun's direction; finer parts would leave few rays for
-/// each, and take memory for each cell and sensor.
-std::uint32_t binOfDirection(int cell) {
-    constexpr int sectors = skyGrid::azimuthCount / 6;
+/// Parts of the sun's year in a season. What a scene lets through and throws back changes with the
+/// sun's direction; finer parts would leave few rays for each, and take memory for each cell and
+/// sensor, as many seasons do.
+constexpr int sixthsAndHeights = 12; // of the compass, below and above 35 degrees
+constexpr int sixths = 6;
+constexpr int halves = 2; // before and after noon
+int partsOfSun(int seasons, bool many) {
+    return !many ? 0 : seasons <= 2 ? sixthsAndHeights : seasons <= 4 ? sixths : halves;
+}
+std::uint32_t partOf(int cell, int parts) {
     constexpr int low = 7;
+    const int sectors = skyGrid::azimuthCount / std::min(parts, sixths);
     const int sector = cell % skyGrid::azimuthCount / sectors;
-    return static_cast<std::uint32_t>(cell / skyGrid::azimuthCount < low ? sector : 6 + sector);
+    const bool isHigh = parts == sixthsAndHeights && cell / skyGrid::azimuthCount >= low;
+    return static_cast<std::uint32_t>(isHigh ? sixths + sector : sector);
+}
+constexpr std::uint32_t noBin = 0xFFFFFFFFU;
+
+std::size_t seasonOfHour(const SkyHour& hour, const Seasons& seasons) {
+    const std::size_t season = seasons.ofDay[static_cast<std::size_t>(hour.hour / 24)];
+    return std::min(season, static_cast<std::size_t>(std::max(seasons.count, 1)) - 1);
+}
+
+/// Shares of a sum; where there is none, all alike.
+std::vector<float> sharesOf(std::span<const double> light) {
+    double sum = 0.0;
+    for (const double one : light) {
+        sum += one;
+    }
+    std::vector<float> shares;
+    for (const double one : light) {
+        shares.push_back(sum > 0.0 ? static_cast<float>(one / sum)
+                                   : 1.0f / static_cast<float>(light.size()));
+    }
+    return shares;
 }
 
 } // namespace
 
-LightSources::LightSources(const HourlySky& sky, bool manyBins) {
+LightSources::LightSources(const HourlySky& sky, const Seasons& seasons, bool manyBins) {
+    makeBins(sky, seasons, manyBins);
     if (!sky.valid) {
         return;
     }
@@ -47,31 +75,77 @@ LightSources::LightSources(const HourlySky& sky, bool manyBins) {
     for (std::vector<Child>& patch : patches) {
         addGroup(std::move(patch));
     }
-    std::vector<std::uint32_t> binOfSun;
     std::map<std::pair<int, int>, std::vector<Child>> suns;
+    std::uint32_t source = 0;
     for (const SunCell& sun : sky.sunCells) {
-        std::uint32_t bin = 0;
-        if (manyBins) {
-            bin = m_binOfPart
-                      .emplace(binOfDirection(sun.cell),
-                               static_cast<std::uint32_t>(m_binOfPart.size() + 1))
-                      .first->second;
-        }
-        binOfSun.push_back(bin);
+        ++source;
         const float length = vectorLength(sun.energy);
         if (length > 0.0f) {
             const int azimuth = sun.cell % skyGrid::azimuthCount;
             const int altitude = sun.cell / skyGrid::azimuthCount;
             suns[{altitude / 2, azimuth / 2}].push_back(
-                {sun.energy, {sun.direction, sun.direction}, length, 0.0f, bin});
+                {sun.energy, {sun.direction, sun.direction}, length, 0.0f, source});
         }
     }
     for (auto& [place, group] : suns) {
         addGroup(std::move(group));
     }
     weigh();
-    m_binCount = m_binOfPart.size() + 1;
-    findShares(sky, binOfSun);
+    findShares(sky, seasons);
+}
+
+std::uint32_t LightSources::binOfSun(int cell, std::size_t season) const {
+    if (m_partsOfSun == 0) {
+        return static_cast<std::uint32_t>(season); // the season's light has one bin
+    }
+    const auto found = m_binOfPart.find({partOf(cell, m_partsOfSun), season});
+    return found != m_binOfPart.end() ? found->second : noBin;
+}
+
+void LightSources::makeBins(const HourlySky& sky, const Seasons& seasons, bool manyBins) {
+    const auto seasonCount = static_cast<std::size_t>(std::max(seasons.count, 1));
+    m_partsOfSun = partsOfSun(seasons.count, manyBins);
+    // Light of the sky, of all and of each sun cell by season.
+    std::vector<double> diffuse(seasonCount, 0.0);
+    std::vector<double> all(seasonCount, 0.0);
+    std::vector<double> suns(sky.sunCells.size() * seasonCount, 0.0);
+    for (const SkyHour& hour : sky.skyHours) {
+        const std::size_t season = seasonOfHour(hour, seasons);
+        diffuse[season] += static_cast<double>(hour.diffuse);
+        all[season] += static_cast<double>(hour.diffuse);
+        for (int b = 0; b < hour.beamCount; ++b) {
+            const BeamPart& part = sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
+            suns[static_cast<std::size_t>(part.sunCell) * seasonCount + season] +=
+                static_cast<double>(vectorLength(part.energy));
+            all[season] += static_cast<double>(part.energy.z);
+        }
+    }
+    m_seasonShares = sharesOf(all);
+    m_firstShare = {0};
+    const std::vector<float> ofSky = sharesOf(diffuse);
+    for (std::size_t s = 0; s < seasonCount; ++s) {
+        m_seasonOfBin.push_back(static_cast<std::uint16_t>(s));
+        m_binShares.push_back({static_cast<std::uint32_t>(s), ofSky[s]});
+    }
+    m_firstShare.push_back(m_binShares.size());
+    for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
+        const int cell = sky.sunCells[j].cell;
+        const std::vector<float> shares =
+            sharesOf(std::span(suns).subspan(j * seasonCount, seasonCount));
+        for (std::size_t s = 0; s < seasonCount; ++s) {
+            if (!(shares[s] > 0.0f)) {
+                continue;
+            }
+            std::uint32_t bin = binOfSun(cell, s);
+            if (bin == noBin) {
+                bin = static_cast<std::uint32_t>(m_seasonOfBin.size());
+                m_binOfPart[{partOf(cell, m_partsOfSun), s}] = bin;
+                m_seasonOfBin.push_back(static_cast<std::uint16_t>(s));
+            }
+            m_binShares.push_back({bin, shares[s]});
+        }
+        m_firstShare.push_back(m_binShares.size());
+    }
 }
 
 void LightSources::addGroup(std::vector<Child> children) {
@@ -141,44 +215,59 @@ void LightSources::weigh() {
     }
 }
 
-void LightSources::findShares(const HourlySky& sky, const std::vector<std::uint32_t>& binOfSun) {
-    m_shares.assign(sky.skyHours.size() * m_binCount, 0.0f);
-    m_sums.assign(m_binCount, 0.0);
+void LightSources::findShares(const HourlySky& sky, const Seasons& seasons) {
+    const std::size_t bins = binCount();
+    m_shares.assign(sky.skyHours.size() * bins, 0.0f);
+    std::vector<double> sums(bins, 0.0);
     const auto forAll = [&](const auto& take) {
         for (std::size_t h = 0; h < sky.skyHours.size(); ++h) {
             const SkyHour& hour = sky.skyHours[h];
-            take(h, 0U, static_cast<double>(hour.diffuse));
+            const std::size_t season = seasonOfHour(hour, seasons);
+            take(h, season, static_cast<double>(hour.diffuse));
             for (int b = 0; b < hour.beamCount; ++b) {
                 const BeamPart& part = sky.beams[static_cast<std::size_t>(hour.firstBeam + b)];
-                take(h, binOfSun[static_cast<std::size_t>(part.sunCell)],
-                     static_cast<double>(vectorLength(part.energy)));
+                const int cell = sky.sunCells[static_cast<std::size_t>(part.sunCell)].cell;
+                if (const std::uint32_t bin = binOfSun(cell, season); bin != noBin) {
+                    take(h, std::size_t{bin}, static_cast<double>(vectorLength(part.energy)));
+                }
             }
         }
     };
-    forAll([&](std::size_t, std::uint32_t bin, double light) { m_sums[bin] += light; });
-    // Parts are known by these sums, to which theirs add up.
-    m_periodSums.assign(m_binCount, 0.0);
-    m_periodSums[0] = sky.report.diffuseHorizontal;
-    for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
-        m_periodSums[binOfSun[j]] += static_cast<double>(sky.sunCells[j].directNormal);
-    }
-    forAll([&](std::size_t hour, std::uint32_t bin, double light) {
-        if (m_sums[bin] > 0.0) {
-            m_shares[hour * m_binCount + bin] += static_cast<float>(light / m_sums[bin]);
+    forAll([&](std::size_t, std::size_t bin, double light) { sums[bin] += light; });
+    forAll([&](std::size_t hour, std::size_t bin, double light) {
+        if (sums[bin] > 0.0) {
+            m_shares[hour * bins + bin] += static_cast<float>(light / sums[bin]);
         }
     });
+    // Parts are known by these sums, to which theirs add up.
+    m_periodSums.assign(bins, 0.0);
+    for (std::uint32_t source = 0; source <= sky.sunCells.size(); ++source) {
+        const double light = source == 0
+                                 ? sky.report.diffuseHorizontal
+                                 : static_cast<double>(sky.sunCells[source - 1].directNormal);
+        for (const BinShare& one : binsOf(source)) {
+            m_periodSums[one.bin] += light * static_cast<double>(one.share);
+        }
+    }
 }
 
-std::vector<float> LightSources::sharesOfPart(double diffuseHorizontal,
-                                              const std::vector<SunCell>& sunCells) const {
-    std::vector<double> light(m_binCount, 0.0);
-    light[0] = diffuseHorizontal;
-    for (const SunCell& sun : sunCells) {
-        const auto found = m_binOfPart.find(binOfDirection(sun.cell));
-        light[found != m_binOfPart.end() ? found->second : 0] +=
-            static_cast<double>(sun.directNormal);
+std::vector<float> LightSources::sharesOfPart(const Part& part) const {
+    const std::size_t seasons = seasonCount();
+    std::vector<double> light(binCount(), 0.0);
+    const auto shareAt = [](std::span<const float> shares, std::size_t place) {
+        return place < shares.size() ? static_cast<double>(shares[place]) : 1.0;
+    };
+    for (std::size_t s = 0; s < seasons; ++s) {
+        light[s] += part.diffuseHorizontal * shareAt(part.diffuseShares, s);
+        for (std::size_t j = 0; j < part.sunCells.size(); ++j) {
+            const SunCell& sun = part.sunCells[j];
+            if (const std::uint32_t bin = binOfSun(sun.cell, s); bin != noBin) {
+                light[bin] += static_cast<double>(sun.directNormal) *
+                              shareAt(part.sunShares, j * seasons + s);
+            }
+        }
     }
-    std::vector<float> shares(m_binCount, 0.0f);
+    std::vector<float> shares(binCount(), 0.0f);
     for (std::size_t bin = 0; bin < m_periodSums.size(); ++bin) {
         const double all = m_periodSums[bin];
         shares[bin] = all > 0.0 ? static_cast<float>(light[bin] / all) : 0.0f;
@@ -186,21 +275,20 @@ std::vector<float> LightSources::sharesOfPart(double diffuseHorizontal,
     return shares;
 }
 
-void LightSources::draw(const XYZf& normal, std::uint64_t seed, float start, std::size_t count,
-                        std::vector<Ray>& rays) const {
+void LightSources::draw(const XYZf& normal, const Steps& steps, std::vector<Ray>& rays) const {
     rays.clear();
     const bool everywhere = vectorLength(normal) == 0.0f;
     const std::size_t groups = m_groups.size();
     const std::span<const float> upTo =
         std::span(m_weightsUpTo)
             .subspan((everywhere ? everyDirection : normalLike(normal)) * groups, groups);
-    if (groups == 0 || !(upTo.back() > 0.0f) || count == 0) {
+    if (groups == 0 || !(upTo.back() > 0.0f) || steps.count == 0) {
         return;
     }
-    const double step = static_cast<double>(upTo.back()) / static_cast<double>(count);
-    const auto first = static_cast<double>(start);
+    const double step = static_cast<double>(upTo.back()) / static_cast<double>(steps.count);
+    const auto first = static_cast<double>(steps.start);
     auto group = upTo.begin();
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = steps.first; i < steps.count; i += steps.every) {
         const auto place = static_cast<float>(step * (static_cast<double>(i) + first));
         group = std::upper_bound(group, upTo.end() - 1, place);
         const auto number = static_cast<std::size_t>(group - upTo.begin());
@@ -213,7 +301,7 @@ void LightSources::draw(const XYZf& normal, std::uint64_t seed, float start, std
         const float length = drawn.children.back().upTo;
         drawFrom(drawn, std::clamp((place - before) / weight, 0.0f, 1.0f) * length,
                  static_cast<float>(step) / weight * length, normal, everywhere,
-                 mixedBits(seed, i + 1), rays);
+                 mixedBits(steps.seed, i + 1), rays);
     }
 }
 
@@ -228,7 +316,7 @@ void LightSources::drawFrom(const Group& group, float inside, float light, const
     if (!everywhere && along > 0.0f && !(dotProduct(normal, direction) > 0.0f)) {
         direction = scaled(child->vector, 1.0f / child->length);
     }
-    rays.push_back({direction, light / child->length * std::max(along, 0.0f), child->bin});
+    rays.push_back({direction, light / child->length * std::max(along, 0.0f), child->source});
 }
 
 } // namespace insolate

@@ -6,17 +6,21 @@
 /// drawn by what it has. The sum over the rays that nothing blocks is an unbiased estimate of what
 /// the surface receives.
 ///
-/// Each ray also has a bin: 0 for the sky, others for parts of the sun's year. An hour's light of a
+/// The light of each source is divided into bins: the sky or a part of the sun's year, in a season
+/// of the scene's materials. What passes glass and crowns is known by bin, and an hour's light of a
 /// bin is its share of the bin's sum, by which sums are divided among hours.
 #pragma once
 
 #include <insolate/geometry/xyzf.h>
 #include <insolate/hourly/hourly_sky.h>
+#include <insolate/rt/light_scene.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace insolate {
@@ -36,28 +40,53 @@ inline double unitNumber(std::uint64_t bits) {
 
 class LightSources {
 public:
-    /// manyBins: tell the parts of the sun's year apart; otherwise all light has bin 0.
-    LightSources(const HourlySky& sky, bool manyBins);
+    /// manyBins: tell the parts of the sun's year apart; otherwise a season's light has one bin.
+    LightSources(const HourlySky& sky, const Seasons& seasons, bool manyBins);
 
     struct Ray {
         XYZf direction;
         float light; ///< on the surface, if nothing blocks the ray [Wh/m2]
-        std::uint32_t bin;
+        std::uint32_t source;
     };
-    /// Draws `count` rays, or none without any light in front of the surface. normal: unit, or zero
-    /// for a point that takes light from everywhere. start: 0..1, of the first of the even steps.
-    void draw(const XYZf& normal, std::uint64_t seed, float start, std::size_t count,
-              std::vector<Ray>& rays) const;
+    struct BinShare {
+        std::uint32_t bin;
+        float share;
+    };
+    /// The light of a ray's source by bin: shares that add up to 1.
+    std::span<const BinShare> binsOf(std::uint32_t source) const {
+        return std::span(m_binShares)
+            .subspan(m_firstShare[source], m_firstShare[source + 1] - m_firstShare[source]);
+    }
+    /// Even steps through the sources, of which several places of a surface share the rays.
+    struct Steps {
+        std::uint64_t seed;
+        float start;                      ///< 0..1, of the first step
+        std::size_t count;                ///< rays of all places
+        std::size_t first = 0, every = 1; ///< of this place
+    };
+    /// Draws rays, or none without any light in front of the surface. normal: unit, or zero for a
+    /// point that takes light from everywhere.
+    void draw(const XYZf& normal, const Steps& steps, std::vector<Ray>& rays) const;
 
-    std::size_t binCount() const { return m_binCount; }
+    std::size_t binCount() const { return m_seasonOfBin.size(); }
+    /// Of a bin; the first bins are those of the sky, one for each season in turn.
+    std::size_t seasonOf(std::size_t bin) const { return m_seasonOfBin[bin]; }
+    std::size_t seasonCount() const { return m_seasonShares.size(); }
+    /// Of the light of the whole period on open ground, by season.
+    const std::vector<float>& seasonShares() const { return m_seasonShares; }
     /// Share of a bin's sum that falls in an hour of HourlySky::skyHours.
     const float* sharesOfHour(std::size_t skyHour) const {
-        return m_shares.data() + skyHour * m_binCount;
+        return m_shares.data() + skyHour * binCount();
     }
-    /// The same for a part of the period, by bin.
-    /// @param diffuseHorizontal of the part [Wh/m2]
-    std::vector<float> sharesOfPart(double diffuseHorizontal,
-                                    const std::vector<SunCell>& sunCells) const;
+    /// What is known of a part of the period.
+    struct Part {
+        double diffuseHorizontal; ///< [Wh/m2]
+        const std::vector<SunCell>& sunCells;
+        /// Of the diffuse light by season, and of each sun cell's by season; empty: all in one.
+        std::span<const float> diffuseShares, sunShares;
+    };
+    /// The same for a part, by bin.
+    std::vector<float> sharesOfPart(const Part& part) const;
 
 private:
     struct Child {
@@ -65,7 +94,7 @@ private:
         std::array<XYZf, 2> directions;
         float length;
         float upTo; ///< sum of the lengths in its group so far
-        std::uint32_t bin;
+        std::uint32_t source;
     };
     struct Group {
         std::vector<Child> children;
@@ -75,7 +104,10 @@ private:
                          bool everywhere, std::uint64_t bits, std::vector<Ray>& rays);
     void addGroup(std::vector<Child> children);
     void weigh();
-    void findShares(const HourlySky& sky, const std::vector<std::uint32_t>& binOfSun);
+    /// The bin of the sun in a sky cell and a season; none where the period has no such sun.
+    std::uint32_t binOfSun(int cell, std::size_t season) const;
+    void makeBins(const HourlySky& sky, const Seasons& seasons, bool manyBins);
+    void findShares(const HourlySky& sky, const Seasons& seasons);
 
     /// Directions that stand for all normals: the middles of 9 by 9 squares on each side of a cube,
     /// so that level and upright surfaces along the axes have their own.
@@ -87,11 +119,15 @@ private:
     std::vector<Group> m_groups;
     /// For each of the normals, and for points: sums of the weights of the groups up to each.
     std::vector<float> m_weightsUpTo;
-    std::size_t m_binCount = 1;
-    std::vector<float> m_shares;                        ///< by hour, then by bin
-    std::map<std::uint32_t, std::uint32_t> m_binOfPart; ///< of the sun's year; empty for one bin
-    std::vector<double> m_sums;                         ///< light of the hours by bin
-    std::vector<double> m_periodSums;                   ///< the same as a part's light is known
+    std::vector<std::uint16_t> m_seasonOfBin;
+    std::vector<float> m_seasonShares;
+    std::vector<BinShare> m_binShares; ///< of the sky, then of each sun cell
+    std::vector<std::size_t> m_firstShare;
+    std::vector<float> m_shares; ///< by hour, then by bin
+    int m_partsOfSun = 0;        ///< that are told apart in a season; 0: none
+    /// Of the parts of the sun's year, by part and season.
+    std::map<std::pair<std::uint32_t, std::size_t>, std::uint32_t> m_binOfPart;
+    std::vector<double> m_periodSums; ///< light by bin as that of parts is known
 };
 
 } // namespace insolate

@@ -18,11 +18,13 @@ namespace insolate {
 namespace {
 
 constexpr std::size_t mostRays = 256;
-/// Sensors whose landings are sorted into cells together, where a ray has one landing, or a second
-/// one on glass: fewer leave more landings to keep at once, more would not fit the 16 bits of a
-/// landing's number.
-constexpr std::size_t sensorsSorted = 255;
-constexpr std::size_t sensorsSortedThrough = 127;
+constexpr std::size_t mostRaysOfTolerance = 2048;
+/// Landings whose numbers fit into 16 bits: sensors are sorted into cells together that cannot have
+/// more. Fewer would leave more landings to keep at once.
+constexpr std::size_t mostLandings = 65'535;
+
+/// The error that the default options leave about [of the mean total], see usualShare.
+constexpr double usualError = 0.018;
 
 /// Of the light on open ground, what a surface in view gets, about: also in courts, less only where
 /// next to no sky is seen, as below the ground and in rooms.
@@ -55,34 +57,89 @@ struct SensorRays {
     std::uint32_t first = 0; ///< in Block::found
     std::uint16_t count = 0;
     std::uint16_t rays = 0;
-    std::uint16_t farGround = 0;
     std::uint16_t blocked = 0;
+    float farGround = 0.0f; ///< rays that met open ground, by what comes through on their way
+};
+
+/// What is left of a landing once the cells have it.
+struct FoundCell {
+    std::uint64_t key;
+    std::uint32_t cell;
+    std::uint32_t material;
+    std::uint32_t weight;
 };
 
 struct Block {
-    std::vector<Landing> landings;
+    std::vector<Landing> landings; ///< until the cells have them
+    std::vector<FoundCell> cells;  ///< of the landings
     std::vector<std::uint16_t> found;
-    std::vector<float> through;
+    std::vector<float> through; ///< by entry of found and season; empty where nothing is in the way
     std::vector<SensorRays> sensors;
-    std::vector<std::uint32_t> cells; ///< of the landings
     std::size_t rays = 0;
+
+    std::size_t bytes() const {
+        return landings.capacity() * sizeof(Landing) + cells.capacity() * sizeof(FoundCell) +
+               found.capacity() * sizeof(std::uint16_t) + through.capacity() * sizeof(float) +
+               sensors.capacity() * sizeof(SensorRays);
+    }
 };
 
-/// One landing for each cell.
+/// Reports the work as finished sensors, of which each of its phases stands for a share.
+class PhaseProgress {
+public:
+    PhaseProgress(const EvaluateOptions& run, std::size_t sensors)
+        : m_run(run), m_sensors(static_cast<double>(sensors)) {}
+
+    /// From any thread. share: of all the work.
+    void advance(double share) {
+        if (m_run.progress) {
+            const std::lock_guard lock(m_mutex);
+            m_done += share;
+            tell(static_cast<std::size_t>(m_sensors * std::min(m_done, 1.0)));
+        }
+    }
+    /// Whatever the phases have left out.
+    void finish() {
+        if (m_run.progress) {
+            tell(static_cast<std::size_t>(m_sensors));
+        }
+    }
+
+private:
+    void tell(std::size_t sensors) {
+        if (sensors > m_told) {
+            m_run.progress(sensors - m_told);
+            m_told = sensors;
+        }
+    }
+    const EvaluateOptions& m_run;
+    double m_sensors;
+    std::mutex m_mutex;
+    double m_done = 0.0;
+    std::size_t m_told = 0;
+};
+
+/// Phases of the work, as shares of its time in cities (bench_reflection).
+constexpr double lookingPart = 0.5;
+constexpr double firstCellsPart = 0.35;
+constexpr double laterCellsPart = 0.03; // of each generation
+
+/// A few landings for each cell.
 class UniqueLandings {
 public:
     explicit UniqueLandings(std::vector<Landing>& landings) : m_landings(landings) {
         m_places.assign(std::size_t{1} << 17U, empty);
     }
     std::uint16_t add(const Landing& landing) {
-        for (std::size_t at = landing.key % m_places.size();; at = (at + 1) % m_places.size()) {
+        const std::size_t home = (landing.key + slotOf(landing)) % m_places.size();
+        for (std::size_t at = home;; at = (at + 1) % m_places.size()) {
             if (m_places[at] == empty) {
                 m_places[at] = static_cast<std::uint32_t>(m_landings.size());
                 m_landings.push_back(landing);
                 return static_cast<std::uint16_t>(m_landings.size() - 1);
             }
             Landing& known = m_landings[m_places[at]];
-            if (known.key == landing.key) {
+            if (known.key == landing.key && slotOf(known) == slotOf(landing)) {
                 const std::uint32_t weight = known.weight + landing.weight;
                 if (landing.order < known.order) {
                     known = landing;
@@ -94,6 +151,7 @@ public:
     }
 
 private:
+    static std::uint64_t slotOf(const Landing& landing) { return landing.order % 4; }
     static constexpr std::uint32_t empty = 0xFFFFFFFFU;
     std::vector<Landing>& m_landings;
     std::vector<std::uint32_t> m_places;
@@ -103,39 +161,82 @@ private:
 /// that a place sees and that know it stand for all that it sees.
 class LightSum {
 public:
-    explicit LightSum(std::size_t bins) : m_direct(bins), m_known(bins), m_filled(bins) {}
+    explicit LightSum(const LightSources& sources)
+        : m_sources(sources), m_direct(sources.binCount()), m_known(sources.binCount()),
+          m_filled(sources.binCount()), m_weight(sources.seasonCount()),
+          m_knownWeight(sources.seasonCount()) {}
 
     void clear() {
-        m_weight = 0.0;
-        m_knownWeight = 0.0;
-        for (std::vector<double>* sums : {&m_direct, &m_known, &m_filled}) {
+        for (std::vector<double>* sums :
+             {&m_direct, &m_known, &m_filled, &m_weight, &m_knownWeight}) {
             std::fill(sums->begin(), sums->end(), 0.0);
         }
     }
-    /// share: of the cell's light.
-    void add(const LightCells& cells, std::uint32_t cell, float share) {
-        const auto weight = static_cast<double>(share);
+    /// share: of the cell's light. through: of it by season; null: all.
+    void add(const LightCells& cells, std::uint32_t cell, float share, const float* through) {
         const float chance = cells.chanceOfLinks(cell);
-        const double known = chance > 0.0f ? weight / static_cast<double>(chance) : 0.0;
-        m_weight += weight;
-        m_knownWeight += known;
+        const double more = chance > 0.0f ? 1.0 / static_cast<double>(chance) : 0.0;
+        const auto weightOf = [&](std::size_t season) {
+            return static_cast<double>(through != nullptr ? share * through[season] : share);
+        };
+        for (std::size_t s = 0; s < m_weight.size(); ++s) {
+            m_weight[s] += weightOf(s);
+            m_knownWeight[s] += more * weightOf(s);
+        }
         for (std::size_t b = 0; b < m_direct.size(); ++b) {
+            const double weight = weightOf(m_sources.seasonOf(b));
             const auto light = static_cast<double>(cells.indirect(cell)[b]);
             m_direct[b] += weight * static_cast<double>(cells.direct(cell)[b]);
-            m_known[b] += known * light;
+            m_known[b] += more * weight * light;
             m_filled[b] += weight * light;
         }
     }
     double of(std::size_t bin) const {
-        return m_direct[bin] +
-               (m_knownWeight > 0.0 ? m_known[bin] * m_weight / m_knownWeight : m_filled[bin]);
+        const std::size_t season = m_sources.seasonOf(bin);
+        return m_direct[bin] + (m_knownWeight[season] > 0.0
+                                    ? m_known[bin] * m_weight[season] / m_knownWeight[season]
+                                    : m_filled[bin]);
     }
 
 private:
-    std::vector<double> m_direct, m_known, m_filled;
-    double m_weight = 0.0;
-    double m_knownWeight = 0.0;
+    const LightSources& m_sources;
+    std::vector<double> m_direct, m_known, m_filled; // by bin
+    std::vector<double> m_weight, m_knownWeight;     // by season
 };
+
+/// A length of the options, in whose place the usual one holds where it is none.
+double lengthOr(double given, double usual) {
+    return given > 0.0 && std::isfinite(given) ? given : usual;
+}
+
+/// The options that leave no more than the tolerance: errors fall with the root of the rays, and
+/// those of cells with their size.
+ReflectionOptions withTolerance(ReflectionOptions options) {
+    const ReflectionOptions usual;
+    options.leastCell = lengthOr(options.leastCell, usual.leastCell);
+    options.leastLinkCell = lengthOr(options.leastLinkCell, usual.leastLinkCell);
+    options.groundReach = options.groundReach >= 0.0 && std::isfinite(options.groundReach)
+                              ? std::min(options.groundReach, 1e6)
+                              : usual.groundReach;
+    options.rays = std::clamp(options.rays, 1, static_cast<int>(mostRays));
+    options.cellRays = std::clamp(options.cellRays, 1, 1024);
+    options.linkRays = std::clamp(options.linkRays, 1, 256);
+    options.bounces = std::max(options.bounces, 0);
+    if (options.tolerance > 0.0 && options.tolerance < usualError) {
+        constexpr double mostMore = 64.0;
+        const double finer = usualError / options.tolerance;
+        const double more = std::min(finer * finer, mostMore);
+        const auto times = [&](int rays, double most) {
+            return static_cast<int>(std::min(std::ceil(rays * more), most));
+        };
+        options.rays = times(options.rays, static_cast<double>(mostRaysOfTolerance) / 4.0);
+        options.cellRays = times(options.cellRays, 1024.0);
+        options.linkRays = times(options.linkRays, 256.0);
+        options.leastCell /= std::min(finer, 4.0);
+        options.leastLinkCell /= std::min(finer, 4.0);
+    }
+    return options;
+}
 
 OpenGround openGround(const HourlyAnalysis& analysis, const LightScene& scene, double reach) {
     const HourlySky& sky = analysis.sky();
@@ -152,27 +253,6 @@ OpenGround openGround(const HourlyAnalysis& analysis, const LightScene& scene, d
     const double open = sky.report.directHorizontal + sky.report.diffuseHorizontal;
     ground.reflectance = open > 0.0 ? static_cast<float>(sky.groundReflected / open) : 0.0f;
     return ground;
-}
-
-std::vector<float> seasonShares(const HourlySky& sky, const Seasons& seasons) {
-    std::vector<double> light(static_cast<std::size_t>(seasons.count), 0.0);
-    double whole = 0.0;
-    for (const SkyHour& hour : sky.skyHours) {
-        double sum = static_cast<double>(hour.diffuse);
-        for (int b = 0; b < hour.beamCount; ++b) {
-            sum += static_cast<double>(
-                sky.beams[static_cast<std::size_t>(hour.firstBeam + b)].energy.z);
-        }
-        light[seasons.ofDay[static_cast<std::size_t>(hour.hour / 24)]] += sum;
-        whole += sum;
-    }
-    std::vector<float> shares;
-    shares.reserve(light.size());
-    for (const double one : light) {
-        shares.push_back(whole > 0.0 ? static_cast<float>(one / whole)
-                                     : 1.0f / static_cast<float>(light.size()));
-    }
-    return shares;
 }
 
 /// Neighbours follow each other: they meet the same parts of the scene, and share cells.
@@ -222,19 +302,16 @@ struct ReflectedLight::Content {
     Content(const HourlyAnalysis& analysis, const LightScene& scene,
             std::span<const Sensor> sensors, const ReflectionOptions& theOptions,
             const EvaluateOptions& run, std::span<const SensorResult> direct)
-        : sources(analysis.sky(), theOptions.hours), hours(analysis.sky().hours),
+        : sources(analysis.sky(), scene.seasons(), theOptions.hours), hours(analysis.sky().hours),
           daylightHours(analysis.sky().daylightHours),
-          groundReflected(analysis.sky().groundReflected), options(theOptions) {
-        options.rays = std::clamp(options.rays, 1, static_cast<int>(mostRays));
-        options.cellRays = std::clamp(options.cellRays, 1, 1024);
-        options.linkRays = std::clamp(options.linkRays, 1, 256);
-        options.bounces = std::max(options.bounces, 0);
+          groundReflected(analysis.sky().groundReflected), options(withTolerance(theOptions)) {
         if (options.hours) {
             skyHours = analysis.sky().skyHours;
         }
         for (std::size_t p = 0; p < analysis.partCount() && analysis.sky().valid; ++p) {
             const HourlyAnalysis::PartLight& part = analysis.partLight(p);
-            shares.push_back(sources.sharesOfPart(part.diffuseHorizontal, part.sunCells));
+            shares.push_back(sources.sharesOfPart(
+                {part.diffuseHorizontal, part.sunCells, part.diffuseShares, part.sunShares}));
         }
         bins = sources.binCount();
         byBin.assign(sensors.size() * bins, 0.0f);
@@ -255,62 +332,111 @@ struct ReflectedLight::Content {
         openLight = static_cast<float>(analysis.sky().report.directHorizontal +
                                        analysis.sky().report.diffuseHorizontal);
         const LightGatherer gatherer(scene, openGround(analysis, scene, options.groundReach),
-                                     seasonShares(analysis.sky(), scene.seasons()));
-        const std::size_t sorted = scene.hasTranslucent() ? sensorsSortedThrough : sensorsSorted;
+                                     sources.seasonShares());
+        PhaseProgress progress(run, sensors.size());
+        // A ray has a second landing where it crosses glass or leaves.
+        const std::size_t sorted =
+            mostLandings / (largestLattice() * (scene.hasTranslucent() ? 2 : 1));
         const std::size_t blockCount = (sensors.size() + sorted - 1) / sorted;
         std::vector<Block> blocks(blockCount);
         const std::vector<std::uint32_t> order = orderInSpace(gatherer, sensors);
-        std::mutex reporting;
         tbb::parallel_for(std::size_t{0}, blockCount, [&](std::size_t number) {
             if (run.stop.stop_requested()) {
                 return;
             }
             const std::span<const std::uint32_t> some = ofBlock(order, sorted, number);
             look(gatherer, sensors, direct, some, blocks[number]);
-            const std::lock_guard lock(reporting);
-            if (run.progress) {
-                run.progress(some.size());
-            }
+            progress.advance(lookingPart / static_cast<double>(blockCount));
         });
         if (run.stop.stop_requested() || !analysis.sky().valid) {
             complete = !run.stop.stop_requested();
             return;
         }
+        std::vector<Landing> landings = landingsOf(blocks);
         LightCells cells;
-        std::vector<Landing> landings;
-        for (const Block& block : blocks) {
-            landings.insert(landings.end(), block.landings.begin(), block.landings.end());
-            report.bytes += block.landings.size() * (sizeof(Landing) + sizeof(std::uint32_t)) +
-                            block.found.size() * sizeof(std::uint16_t);
-            report.rays += block.rays;
-        }
+        double part = firstCellsPart;
         const LightCells::Options cellOptions{
-            options.bounces, static_cast<std::size_t>(options.cellRays),
-            static_cast<std::size_t>(options.linkRays), options.leastLinkCell, 0};
+            options.bounces,
+            static_cast<std::size_t>(options.cellRays),
+            static_cast<std::size_t>(options.linkRays),
+            options.leastLinkCell,
+            run.stop,
+            [&](double share) { progress.advance(part * share); }};
         const bool oneBounce = options.bounces == 1;
         for (int generation = 0; generation <= generations; ++generation) {
             if (cells.add(landings) == 0 || run.stop.stop_requested()) {
                 break;
             }
+            count(blocks, cells, landings);
             landings = cells.light(gatherer, sources, cellOptions, !oneBounce);
+            part = laterCellsPart;
         }
+        count(blocks, cells, landings);
+        landings = {};
         if (run.stop.stop_requested()) {
             return;
         }
         const LightCells::Exchange exchange = cells.exchange(gatherer, cellOptions);
+        if (run.stop.stop_requested()) {
+            return;
+        }
+        count(blocks, cells, landings);
         report.cells = cells.size();
         report.rays += cells.rays();
-        report.bytes += cells.bytes() + (byBin.size() + ground.size()) * sizeof(float);
         report.bounces = exchange.bounces;
         report.beyond = exchange.beyond;
         report.converged = exchange.converged;
         const std::vector<float> usual = usualLightThrown(gatherer, cells, blocks);
         tbb::parallel_for(std::size_t{0}, blockCount, [&](std::size_t number) {
+            if (run.stop.stop_requested()) {
+                return;
+            }
             collect(gatherer, cells, usual, sensors, ofBlock(order, sorted, number),
                     blocks[number]);
             blocks[number] = {};
         });
-        complete = true;
+        complete = !run.stop.stop_requested();
+        if (complete) {
+            progress.finish();
+        }
+    }
+
+    /// Rays of the largest lattice that a sensor may have.
+    std::size_t largestLattice() const {
+        return options.tolerance > 0.0
+                   ? std::max(mostRays, std::size_t{4} * static_cast<std::size_t>(options.rays))
+                   : mostRays;
+    }
+
+    /// Takes the landings out of the blocks, which keep what they need of them.
+    std::vector<Landing> landingsOf(std::vector<Block>& blocks) {
+        std::size_t all = 0;
+        for (const Block& block : blocks) {
+            all += block.landings.size();
+            report.rays += block.rays;
+        }
+        std::vector<Landing> landings;
+        landings.reserve(all);
+        for (Block& block : blocks) {
+            block.cells.reserve(block.landings.size());
+            for (const Landing& landing : block.landings) {
+                block.cells.push_back({landing.key, 0, landing.material, landing.weight});
+            }
+            landings.insert(landings.end(), block.landings.begin(), block.landings.end());
+            block.landings = {};
+        }
+        return landings;
+    }
+
+    /// Notes the memory that is taken now.
+    void count(const std::vector<Block>& blocks, const LightCells& cells,
+               const std::vector<Landing>& landings) {
+        std::size_t bytes = cells.bytes() + landings.capacity() * sizeof(Landing) +
+                            (byBin.size() + ground.size() + seen.size()) * sizeof(float);
+        for (const Block& block : blocks) {
+            bytes += block.bytes();
+        }
+        report.bytes = std::max(report.bytes, bytes);
     }
 
     /// Rays that a sensor's reflected light needs, of which a first few have told the reflectance
@@ -366,7 +492,7 @@ struct ReflectedLight::Content {
                     needed = raysNeeded(reflectance, direct[i]);
                 }
                 const std::size_t count =
-                    std::clamp(static_cast<std::size_t>(needed), few, mostRays);
+                    std::clamp(static_cast<std::size_t>(needed), few, largestLattice());
                 gatherer.gather(sensor.position, normal, few, count, gathered);
                 // Few rays of little weight, or as many as there are of more.
                 const double weight = std::min(needed / static_cast<double>(count), mostWeight);
@@ -381,14 +507,17 @@ struct ReflectedLight::Content {
             known.blocked = static_cast<std::uint16_t>(gathered.blocked);
             for (std::size_t entry = 0; entry < gathered.found.size(); ++entry) {
                 const std::uint32_t found = gathered.found[entry];
+                const float* const through =
+                    gathered.through.data() + entry * gatherer.seasonCount();
                 if (found == Gathered::farGround) {
-                    ++known.farGround;
+                    known.farGround += gatherer.meanOf(through);
                     continue;
                 }
                 ++known.count;
                 block.found.push_back(unique.add(gathered.landings[found]));
                 if (gatherer.scene().hasTranslucent()) {
-                    block.through.push_back(gathered.through[entry]);
+                    block.through.insert(block.through.end(), through,
+                                         through + gatherer.seasonCount());
                 }
             }
             block.rays += gathered.rays;
@@ -399,16 +528,17 @@ struct ReflectedLight::Content {
     /// What the surfaces that sensors see throw back on the mean, by bin: for those few of which no
     /// ray has met any.
     std::vector<float> usualLightThrown(const LightGatherer& gatherer, const LightCells& cells,
-                                        const std::vector<Block>& blocks) const {
-        LightSum sum(bins);
+                                        std::vector<Block>& blocks) const {
+        LightSum sum(sources);
         double weights = 0.0;
-        for (const Block& block : blocks) {
-            for (const Landing& landing : block.landings) {
-                if (landing.material != LightGatherer::groundMaterial) {
-                    const auto weight = static_cast<float>(landing.weight);
+        for (Block& block : blocks) {
+            for (FoundCell& found : block.cells) {
+                found.cell = cells.find(found.key);
+                if (found.material != LightGatherer::groundMaterial) {
+                    const auto weight = static_cast<float>(found.weight);
                     weights += static_cast<double>(weight);
-                    sum.add(cells, cells.find(landing.key),
-                            weight * gatherer.reflectance(landing.material));
+                    sum.add(cells, found.cell, weight * gatherer.reflectance(found.material),
+                            nullptr);
                 }
             }
         }
@@ -422,12 +552,9 @@ struct ReflectedLight::Content {
     void collect(const LightGatherer& gatherer, const LightCells& cells,
                  const std::vector<float>& usual, std::span<const Sensor> sensors,
                  std::span<const std::uint32_t> some, Block& block) {
-        for (const Landing& landing : block.landings) {
-            block.cells.push_back(cells.find(landing.key));
-        }
         const float openGroundLight = gatherer.ground().light;
-        LightSum surfaces(bins);
-        LightSum groundNear(bins);
+        LightSum surfaces(sources);
+        LightSum groundNear(sources);
         for (std::size_t s = 0; s < block.sensors.size(); ++s) {
             const SensorRays& rays = block.sensors[s];
             if (rays.rays == 0) {
@@ -435,19 +562,19 @@ struct ReflectedLight::Content {
             }
             surfaces.clear();
             groundNear.clear();
-            std::size_t groundRays = rays.farGround;
+            float groundRays = rays.farGround;
             for (std::size_t i = 0; i < rays.count; ++i) {
-                const std::uint16_t place = block.found[rays.first + i];
-                const std::uint32_t material = block.landings[place].material;
-                const float reflectance = gatherer.reflectance(material);
-                if (material == LightGatherer::groundMaterial) {
-                    ++groundRays;
-                    groundNear.add(cells, block.cells[place], reflectance);
+                const FoundCell& found = block.cells[block.found[rays.first + i]];
+                const float reflectance = gatherer.reflectance(found.material);
+                const float* const through =
+                    block.through.empty()
+                        ? nullptr
+                        : block.through.data() + (rays.first + i) * gatherer.seasonCount();
+                if (found.material == LightGatherer::groundMaterial) {
+                    groundRays += through != nullptr ? gatherer.meanOf(through) : 1.0f;
+                    groundNear.add(cells, found.cell, reflectance, through);
                 } else {
-                    surfaces.add(cells, block.cells[place],
-                                 reflectance * (block.through.empty()
-                                                    ? 1.0f
-                                                    : block.through[rays.first + i]));
+                    surfaces.add(cells, found.cell, reflectance, through);
                 }
             }
             const std::uint32_t sensor = some[s];
@@ -465,7 +592,7 @@ struct ReflectedLight::Content {
                     std::copy(usual.begin(), usual.end(), out);
                 }
             }
-            if (groundRays > 0 && openGroundLight > 0.0f) {
+            if (groundRays > 0.0f && openGroundLight > 0.0f) {
                 double light =
                     static_cast<double>(rays.farGround) * static_cast<double>(openGroundLight);
                 for (std::size_t b = 0; b < bins; ++b) {

@@ -34,10 +34,15 @@ struct ReflectionOptions {
     /// Times that light is reflected before it reaches a sensor, 1 or more; 0 goes on until what is
     /// left is below a thousandth of the reflected light.
     int bounces = 0;
+    /// The error that may be left in a sensor's total, as a share of it (0.01 is 1 %): a root mean
+    /// square over sensors, not a bound for each. 0, and more than the default options leave (about
+    /// 0.018), takes the members below as they are; less takes more rays and smaller cells, by
+    /// which the time grows with the square of what is asked, up to 64 times the rays.
+    double tolerance = 0.0;
     /// Rays of the lattice of a sensor that sees the scene in half of its view and gets a sixth of
     /// its light from it, 1..256: others have more or fewer by the square of that share, a third at
-    /// least, 256 at most. Without results of
-    /// evaluate() all have them, and up to four times as many where much of what is seen reflects.
+    /// least, 256 at most. Without results of evaluate() all have them, and up to four times as
+    /// many where much of what is seen reflects.
     int rays = 20;
     /// Rays to sky and sun of a cell that many rays have found, 1..1,024.
     int cellRays = 48;
@@ -45,7 +50,9 @@ struct ReflectionOptions {
     int linkRays = 24;
     double leastCell = 1.0;     ///< edge of the finest cells [model units], above 0
     double leastLinkCell = 4.0; ///< the same of cells that other cells find
-    double groundReach = 4.0;   ///< how far ground is in the scene's shadow [heights of the scene]
+    /// How far ground is in the scene's shadow [heights of the scene], 0..1e6. Of this and the
+    /// edges, what is no such number counts as the default.
+    double groundReach = 4.0;
     /// Keeps the reflected light of parts of the sun's year by themselves, for hours, peaks and
     /// parts of the period: some 100 bytes a sensor.
     bool hours = true;
@@ -60,9 +67,8 @@ struct ReflectionReport {
     /// Of the light that the sensors' cells scatter, the part that came with the reflections beyond
     /// those, estimated and added; 0 for a chosen number.
     double beyond = 0.0;
-    /// Whether the light of each reflection is less than that of the one before. It is not in a
-    /// closed scene that absorbs nothing: then the results hold `bounces` reflections and would
-    /// grow without end.
+    /// Whether what is left beyond is known: it is not in a closed scene that absorbs next to
+    /// nothing, whose light grows with every reflection. Then the results hold `bounces` of them.
     bool converged = true;
 };
 
@@ -71,7 +77,8 @@ public:
     /// All sensors at once; one-sided, as HourlyAnalysis::evaluate() with a LightScene takes them.
     /// The analysis says which sky, and whether the ground is open (groundRays of 0: then the
     /// surfaces below the horizon throw nothing back, as the open ground's light stands for
-    /// theirs). Takes `threads`, `stop` and `progress` as evaluate() does.
+    /// theirs). Takes `threads`, `stop` and `progress` as evaluate() does, where a sensor counts as
+    /// finished by the share of all the work that is done.
     /// @param direct what evaluate() gave the sensors, before addTo(): with it rays go where they
     ///        count; of another size than sensors: not known
     ReflectedLight(const HourlyAnalysis& analysis, const LightScene& scene,
