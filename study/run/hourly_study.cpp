@@ -364,6 +364,8 @@ SensorHours HourlyStudy::hoursOf(const SensorWork& work, std::size_t sensor) con
     SensorResult result = evaluate(work, sensor, {}, &hours);
     if (work.reflected != nullptr) {
         work.reflected->addTo(sensor, result, &hours);
+    } else if (m_asked.reflects()) {
+        hours.reflected.assign(hoursPerYear, 0.0f); // rows have that part
     }
     return hours;
 }
