@@ -238,7 +238,8 @@ class Radiation(Columns):
         zone = _fixed_zone(self.weather.site.time_zone)
         begins = pd.date_range("2001-01-01", periods=8760, freq="h")
         attributes = {"units": "W/m2", "cell_methods": "time: mean"}
-        data = {name: (("sensor", "time"), part, attributes) for name, part in zip(_hour_names, parts, strict=False)}
+        names = _hour_names[: len(parts)]  # the last one only where surfaces reflect
+        data = {name: (("sensor", "time"), part, attributes) for name, part in zip(names, parts, strict=True)}
         data["poa_global"] = (("sensor", "time"), sum(parts[1:], parts[0]), attributes)
         time = ("time", begins, {"time_zone": str(zone), "label": "left"})
         return xr.Dataset(data, {"sensor": numbers, "time": time})
