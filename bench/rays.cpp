@@ -2,6 +2,8 @@
 /// the contenders taking turns at random.
 ///
 ///     bench_rays masks [scene]     time per mask against each mode of Embree
+///     bench_rays neighbours [scene]   the same for sensors that follow each other in a study,
+///                                  one by one and in blocks
 ///     bench_rays whole [scene]     EShadingMask::calculate with a normal, over its rays alone
 ///     bench_rays threads [scene]   two threads over one
 ///     bench_rays build             time and memory of the index
@@ -135,6 +137,67 @@ void masks(const std::string& only) {
             std::printf("\n");
         }
         std::fflush(stdout);
+    }
+}
+
+/// All masks of a scene, 16 sensors that follow each other together.
+long castBlocks(const OcclusionIndex& index, const Scene& scene, const SkyDirections& directions) {
+    constexpr std::size_t together = 16;
+    std::array<SkyCellSet, together> cells;
+    long visible = 0;
+    for (std::size_t first = 0; first < scene.sensors.size(); first += together) {
+        const std::size_t count = std::min(together, scene.sensors.size() - first);
+        std::fill_n(cells.begin(), count, SkyCellSet::all());
+        index.visibleSkies({scene.sensors.data() + first, count}, {&directions, 1},
+                           {cells.data(), count});
+        for (std::size_t i = 0; i < count; ++i) {
+            visible += cells[i].count();
+        }
+    }
+    return visible;
+}
+
+void neighbours(const std::string& only) {
+    const SkyDirections directions(centres());
+    const bool narrow = simdLevel() != SimdLevel::avx512;
+    const std::string isa = narrow ? "threads=1,isa=avx2" : "threads=1";
+    std::printf("%s, microseconds per mask (1,296 rays) of sensors in the order of a study\n"
+                "%-16s %8s %10s %8s %8s %7s %7s  Embree's best mode\n",
+                simdLevelName(simdLevel()), "scene", "spacing", "one by one", "blocks", "Embree",
+                "ratio", "ratio");
+    for (Scene& scene : benchScenes(1, only)) {
+        const OcclusionIndex index(scene.coordinates);
+        EmbreeMasks embree(scene.coordinates, centres(), isa);
+        for (const double spacing : {2.0, 0.5, 0.1}) {
+            scenes::takeStudySensors(scene, spacing, 4, 128);
+            long visible = 0;
+            long inBlocks = 0;
+            std::vector<Contender> contenders;
+            contenders.push_back(
+                {"one by one", [&] { visible = castMasks(index, scene, directions); }});
+            contenders.push_back(
+                {"blocks", [&] { inBlocks = castBlocks(index, scene, directions); }});
+            for (const EmbreeMasks::Mode& mode : EmbreeMasks::modes()) {
+                contenders.push_back({mode.name, [&] {
+                                          for (const XYZf& sensor : scene.sensors) {
+                                              embree.blockedCells(sensor, mode);
+                                          }
+                                      }});
+            }
+            const std::vector<Timing> timings = race(contenders);
+            const auto best = std::min_element(
+                timings.begin() + 2, timings.end(),
+                [](const Timing& a, const Timing& b) { return a.median < b.median; });
+            const double other = microsecondsPerMask(*best, scene);
+            std::printf("%-16s %8.2f %10.1f %8.1f %8.1f %7.2f %7.2f  %s%s\n", scene.name.c_str(),
+                        spacing, microsecondsPerMask(timings[0], scene),
+                        microsecondsPerMask(timings[1], scene), other,
+                        timings[0].median > 0 ? best->median / timings[0].median : 0.0,
+                        best->median / timings[1].median,
+                        contenders[static_cast<std::size_t>(best - timings.begin())].name.c_str(),
+                        visible == inBlocks ? "" : "  THE ANSWERS DIFFER");
+            std::fflush(stdout);
+        }
     }
 }
 
@@ -293,6 +356,8 @@ int main(int count, char** arguments) {
     const std::string more = count > 2 ? arguments[2] : "";
     if (what == "masks") {
         masks(more);
+    } else if (what == "neighbours") {
+        neighbours(more);
     } else if (what == "whole") {
         wholeMasks(more);
     } else if (what == "threads") {
@@ -304,7 +369,8 @@ int main(int count, char** arguments) {
     } else if (what == "compare") {
         return compare(more.empty() ? 1500 : std::stoul(more), count > 3 ? arguments[3] : "");
     } else {
-        std::puts("bench_rays [--benchmark_repetitions=N] masks [scene] | whole [scene] | threads "
+        std::puts("bench_rays [--benchmark_repetitions=N] masks [scene] | neighbours [scene] | "
+                  "whole [scene] | threads "
                   "[scene] | build | growth | compare [sensors [scene]]");
         return 2;
     }

@@ -248,6 +248,74 @@ inline Scene lyon(const std::filesystem::path& dataFolder, std::size_t sensorCou
     return scene;
 }
 
+/// Cuts a triangle as a study cuts faces of a model: halves across the longest edge until the area
+/// is at most the spacing's square and the longest edge at most twice the spacing.
+inline void cutTriangle(const std::array<Point, 3>& p, double spacing,
+                        std::vector<Point>& centres) {
+    std::array<Point, 3> edge{};
+    std::array<double, 3> length{};
+    std::size_t longest = 0;
+    for (std::size_t k = 0; k < 3; ++k) {
+        const Point& from = p[k];
+        const Point& to = p[(k + 1) % 3];
+        edge[k] = {to[0] - from[0], to[1] - from[1], to[2] - from[2]};
+        length[k] = std::hypot(edge[k][0], edge[k][1], edge[k][2]);
+        longest = length[k] > length[longest] ? k : longest;
+    }
+    const Point& a = edge[0];
+    const Point& b = edge[1];
+    const double area = 0.5 * std::hypot(a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
+                                         a[0] * b[1] - a[1] * b[0]);
+    if (area <= spacing * spacing && length[longest] <= 2 * spacing) {
+        centres.push_back({(p[0][0] + p[1][0] + p[2][0]) / 3, (p[0][1] + p[1][1] + p[2][1]) / 3,
+                           (p[0][2] + p[1][2] + p[2][2]) / 3});
+        return;
+    }
+    const Point& from = p[longest];
+    const Point& to = p[(longest + 1) % 3];
+    const Point& apex = p[(longest + 2) % 3];
+    const Point middle = {(from[0] + to[0]) / 2, (from[1] + to[1]) / 2, (from[2] + to[2]) / 2};
+    cutTriangle({from, middle, apex}, spacing, centres);
+    cutTriangle({middle, to, apex}, spacing, centres);
+}
+
+/// Replaces the sensors by those of a study of the whole scene, face after face, 0.05 off each on
+/// the side of its normal: `runs` runs of `length` sensors that follow each other, at even
+/// distances in the order of the faces.
+inline void takeStudySensors(Scene& scene, double spacing, std::size_t runs, std::size_t length) {
+    scene.sensors.clear();
+    scene.normals.clear();
+    for (std::size_t run = 0; run < runs; ++run) {
+        const std::size_t end = (run + 1) * length;
+        for (std::size_t t = (2 * run + 1) * scene.triangleCount() / (2 * runs);
+             t < scene.triangleCount() && scene.sensors.size() < end; ++t) {
+            const double* v = scene.coordinates.data() + 9 * t;
+            const std::array<Point, 3> p = {Point{v[0], v[1], v[2]}, Point{v[3], v[4], v[5]},
+                                            Point{v[6], v[7], v[8]}};
+            const Point a = {v[3] - v[0], v[4] - v[1], v[5] - v[2]};
+            const Point b = {v[6] - v[0], v[7] - v[1], v[8] - v[2]};
+            Point n = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
+                       a[0] * b[1] - a[1] * b[0]};
+            const double size = std::hypot(n[0], n[1], n[2]);
+            if (!(size > 0)) {
+                continue;
+            }
+            std::vector<Point> centres;
+            cutTriangle(p, spacing, centres);
+            for (Point& c : centres) {
+                if (scene.sensors.size() == end) {
+                    break;
+                }
+                for (std::size_t k = 0; k < 3; ++k) {
+                    c[k] += 0.05 * n[k] / size;
+                }
+                scene.sensors.push_back(toXyz(c));
+                scene.normals.push_back(toXyz({n[0] / size, n[1] / size, n[2] / size}));
+            }
+        }
+    }
+}
+
 /// The unit vectors through the centres of the sky cells, with north along y.
 inline std::array<XYZf, skyGrid::cellCount> cellCentres() {
     std::array<XYZf, skyGrid::cellCount> directions{};

@@ -64,6 +64,44 @@ bool isRegular(const Vector3d& direction) {
     return isFinite(direction) && length >= 1e-15 && length <= 1e15;
 }
 
+/// Whether a common walk for a block of origins is worth a try. A walk that is given up costs as
+/// much as one by one takes a few origins, and neighbours of such a block fare alike: a thread
+/// tries again after 8 blocks, and after twice as many each time that it fails.
+class BlockHabit {
+public:
+    static BlockHabit& ofThread() {
+        static thread_local BlockHabit habit;
+        return habit;
+    }
+
+    bool tries(const void* scene) {
+        if (m_scene != scene) {
+            *this = BlockHabit();
+            m_scene = scene;
+        }
+        if (m_left > 0) {
+            --m_left;
+            return false;
+        }
+        return true;
+    }
+    void gaveUp() {
+        m_left = m_pause;
+        m_pause = std::min(2 * m_pause, longestPause);
+    }
+    void succeeded() { m_pause = shortestPause; }
+
+private:
+    static constexpr int shortestPause = 8;
+    static constexpr int longestPause = 64;
+    const void* m_scene = nullptr;
+    int m_left = 0;
+    int m_pause = shortestPause;
+};
+
+/// Fewer origins leave too many lanes of the common walk empty.
+constexpr std::size_t fewestOriginsOfBlock = 6;
+
 } // namespace
 
 OcclusionIndex::OcclusionIndex() = default;
@@ -246,6 +284,66 @@ void OcclusionIndex::visibleSkies(const XYZf& origin, std::span<const SkyDirecti
     }
 }
 
+void OcclusionIndex::visibleSkies(std::span<const XYZf> origins,
+                                  std::span<const SkyDirections> directions,
+                                  std::span<SkyCellSet> cells) const {
+    const std::size_t sets = directions.size();
+    const std::size_t count = sets == 0 ? 0 : std::min(origins.size(), cells.size() / sets);
+    const bool regular = std::all_of(directions.begin(), directions.end(),
+                                     [](const SkyDirections& one) { return one.table().regular; });
+    for (std::size_t first = 0; first < count; first += mostOriginsOfBlock) {
+        const std::size_t some = std::min(mostOriginsOfBlock, count - first);
+        const std::span<const XYZf> from = origins.subspan(first, some);
+        const std::span<SkyCellSet> own = cells.subspan(first * sets, some * sets);
+        if (regular && closeInOneWalk(from, directions, own)) {
+            continue;
+        }
+        for (std::size_t i = 0; i < some; ++i) {
+            visibleSkies(from[i], directions, own.subspan(i * sets, sets));
+        }
+    }
+}
+
+/// Takes out the cells that something blocks, for all origins together where that is likely to pay.
+/// False where it did not come to the end.
+bool OcclusionIndex::closeInOneWalk(std::span<const XYZf> origins,
+                                    std::span<const SkyDirections> directions,
+                                    std::span<SkyCellSet> cells) const {
+    BlockHabit& habit = BlockHabit::ofThread();
+    std::array<Vector3d, mostOriginsOfBlock> from;
+    std::transform(origins.begin(), origins.end(), from.begin(), widened);
+    const std::span<const Vector3d> some(from.data(), origins.size());
+    if (origins.size() < fewestOriginsOfBlock ||
+        !std::all_of(some.begin(), some.end(), withinReach) || !habit.tries(&storage())) {
+        return false;
+    }
+    const std::size_t sets = directions.size();
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        cells[i] &= directions[i % sets].table().cells;
+    }
+    for (std::size_t k = 0; k < sets; ++k) {
+        std::array<const SkyDirectionTable*, 2> tables{&directions[k].table(), nullptr};
+        std::optional<SkyReach> both;
+        if (k + 1 < sets) {
+            tables[1] = &directions[k + 1].table();
+            both = tables[0]->reach.halves(tables[1]->reach);
+        }
+        if (!closeBlockedCellsOfBlock(storage(), some, {tables.data(), both ? 2U : 1U},
+                                      both ? *both : tables[0]->reach, cells.data() + k, sets)) {
+            habit.gaveUp();
+            return false;
+        }
+        k += both ? 1 : 0;
+    }
+    habit.succeeded();
+    if (!storage().unbounded.empty()) {
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            castOneByOne(origins[i / sets], directions[i % sets], true, cells[i]);
+        }
+    }
+    return true;
+}
+
 /// Takes out the cells that something blocks; only what no box holds where the boxes have been
 /// asked.
 void OcclusionIndex::castOneByOne(const XYZf& origin, const SkyDirections& directions,
@@ -289,6 +387,12 @@ void FastRayTransparency::visibleSkies(const XYZf& origin,
                                        std::span<const SkyDirections> directions,
                                        std::span<SkyCellSet> cells) {
     m_index->visibleSkies(origin, directions, cells);
+}
+
+void FastRayTransparency::visibleSkies(std::span<const XYZf> origins,
+                                       std::span<const SkyDirections> directions,
+                                       std::span<SkyCellSet> cells) {
+    m_index->visibleSkies(origins, directions, cells);
 }
 
 } // namespace insolate

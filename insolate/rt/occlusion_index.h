@@ -93,12 +93,20 @@ public:
     void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
                       std::span<SkyCellSet> cells) const;
 
+    /// The same for several origins, which share the work where they lie close together: as
+    /// neighbours on a face do. cells: for each origin as many sets as there are directions, one
+    /// behind the other. Any origins give the answers of each by itself.
+    void visibleSkies(std::span<const XYZf> origins, std::span<const SkyDirections> directions,
+                      std::span<SkyCellSet> cells) const;
+
     struct Storage;
 
 private:
     const Storage& storage() const;
     void castOneByOne(const XYZf& origin, const SkyDirections& directions, bool boxesAsked,
                       SkyCellSet& open) const;
+    bool closeInOneWalk(std::span<const XYZf> origins, std::span<const SkyDirections> directions,
+                        std::span<SkyCellSet> cells) const;
 
     std::unique_ptr<const Storage> m_storage; ///< null without triangles
 };
@@ -127,6 +135,8 @@ public:
     SkyCellSet visibleSky(const XYZf& origin, const SkyDirections& directions,
                           const SkyCellSet& wanted) override;
     void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
+                      std::span<SkyCellSet> cells) override;
+    void visibleSkies(std::span<const XYZf> origins, std::span<const SkyDirections> directions,
                       std::span<SkyCellSet> cells) override;
 
 private:

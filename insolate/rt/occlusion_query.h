@@ -41,4 +41,15 @@ struct OpenSky {
 void closeBlockedCells(const OcclusionIndex::Storage& index, const Vector3d& origin,
                        std::span<const OpenSky> skies, const SkyReach& reach);
 
+/// Origins that one walk takes.
+inline constexpr std::size_t mostOriginsOfBlock = 16;
+
+/// The same for up to mostOriginsOfBlock origins and one or two tables. sets: for each origin, by
+/// the stride, those of the tables. False where the origins see too different things for a common
+/// walk to pay: then some cells are left in the sets whose rays are blocked.
+bool closeBlockedCellsOfBlock(const OcclusionIndex::Storage& index,
+                              std::span<const Vector3d> origins,
+                              std::span<const SkyDirectionTable* const> skies,
+                              const SkyReach& reach, SkyCellSet* sets, std::size_t stride);
+
 } // namespace insolate

@@ -67,6 +67,9 @@ struct SkyDirectionTable {
     /// The largest absolute component.
     float largestComponent = 0;
 
+    /// The largest length, rounded up.
+    float largestLength = 0;
+
     /// Directions that are not finite, or far from unit length, are cast one by one.
     bool regular = true;
 

@@ -37,6 +37,8 @@ void measureReach(SkyDirectionTable& table) {
             }
             table.largestComponent =
                 std::max({table.largestComponent, std::fabs(d.x), std::fabs(d.y), std::fabs(d.z)});
+            table.largestLength = std::max(table.largestLength,
+                                           static_cast<float>(std::sqrt(squared) * (1 + 0x1p-20)));
             const double turned = std::atan2(y, x) * sectorsPerRadian;
             const double band = std::atan2(z, std::hypot(x, y)) * sectorsPerRadian - altitude;
             if (first) {
@@ -145,6 +147,16 @@ void SkyVisibilityQuery::visibleSkies(const XYZf& origin, std::span<const SkyDir
                                       std::span<SkyCellSet> cells) {
     for (std::size_t i = 0; i < std::min(directions.size(), cells.size()); ++i) {
         cells[i] = visibleSky(origin, directions[i], cells[i]);
+    }
+}
+
+void SkyVisibilityQuery::visibleSkies(std::span<const XYZf> origins,
+                                      std::span<const SkyDirections> directions,
+                                      std::span<SkyCellSet> cells) {
+    const std::size_t sets = directions.size();
+    const std::size_t count = sets == 0 ? 0 : std::min(origins.size(), cells.size() / sets);
+    for (std::size_t i = 0; i < count; ++i) {
+        visibleSkies(origins[i], directions, cells.subspan(i * sets, sets));
     }
 }
 

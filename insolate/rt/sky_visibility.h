@@ -153,6 +153,12 @@ public:
     virtual void visibleSkies(const XYZf& origin, std::span<const SkyDirections> directions,
                               std::span<SkyCellSet> cells);
 
+    /// The same for several origins, such as neighbours on a face, which may share the work. cells:
+    /// for each origin as many sets as there are directions, one behind the other.
+    virtual void visibleSkies(std::span<const XYZf> origins,
+                              std::span<const SkyDirections> directions,
+                              std::span<SkyCellSet> cells);
+
 protected:
     /// Offers this object's answers for the rays of `caster`, the object that the library is asking
     /// at the moment: for this one mask and on this thread. An offer for any other object counts

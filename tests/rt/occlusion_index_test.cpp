@@ -132,17 +132,47 @@ Point randomPoint(Random& random, double size) {
     return {random(-size, size), random(-size, size), random(-size, size)};
 }
 
-struct MadeScene {
-    const char* name;
-    std::function<void(Scene&, Random&)> make;
-};
-
 Point shifted(Point p, const Point& by) {
     for (std::size_t k = 0; k < 3; ++k) {
         p[k] += by[k];
     }
     return p;
 }
+
+/// A block of origins at most `size` from a place at once, against each of them alone; the number
+/// of sets that differ.
+int differingBlock(const OcclusionIndex& index, Random& random, const XYZf& place, double size,
+                   const std::vector<SkyDirections>& directions) {
+    std::vector<XYZf> origins(6 + random.below(14), place);
+    for (XYZf& origin : origins) {
+        if (random.below(5) > 0) {
+            origin = scenes::toXyz(shifted({place.x, place.y, place.z}, randomPoint(random, size)));
+        }
+    }
+    std::vector<SkyCellSet> together(origins.size() * directions.size());
+    for (SkyCellSet& set : together) {
+        set = random.below(2) == 0 ? SkyCellSet::all() : mostCells(random, 1 + random.below(5));
+    }
+    std::vector<SkyCellSet> alone = together;
+    // A thread that has met another scene tries a common walk in any case.
+    std::vector<SkyCellSet> none(together.size());
+    OcclusionIndex().visibleSkies(origins, directions, none);
+    index.visibleSkies(origins, directions, together);
+    int differing = 0;
+    for (std::size_t i = 0; i < origins.size(); ++i) {
+        const auto own = std::span(alone).subspan(i * directions.size(), directions.size());
+        index.visibleSkies(origins[i], directions, own);
+        for (std::size_t k = 0; k < own.size(); ++k) {
+            differing += own[k] != together[i * own.size() + k] ? 1 : 0;
+        }
+    }
+    return differing;
+}
+
+struct MadeScene {
+    const char* name;
+    std::function<void(Scene&, Random&)> make;
+};
 
 /// A point on the ray of a random cell from an origin.
 Point onARay(Random& random, const Point& from, double distance) {
@@ -371,6 +401,8 @@ TEST_P(OcclusionIndexAtLevel, AnswersLikeEveryTriangleInMadeScenes) {
                     cells.push_back(mostCells(random, 1 + random.below(3)));
                 }
                 differing += differingSets(index, sensor, sets, cells);
+                constexpr std::array sizes{1e-5, 0.02, 0.4};
+                differing += differingBlock(index, random, sensor, sizes[random.below(3)], sets);
             }
             EXPECT_EQ(differing, 0) << made.name << ", round " << round;
         }
