@@ -7,6 +7,7 @@
 #include <insolate/hourly/peak_hours.h>
 #include <insolate/hourly/peak_search.h>
 #include <insolate/hourly/sensor_kernels.h>
+#include <insolate/hourly/sensor_order.h>
 #include <insolate/hourly/sensor_rays.h>
 #include <insolate/hourly/shadow_edges.h>
 #include <insolate/hourly/sky_parts.h>
@@ -57,8 +58,11 @@ constexpr float lightCell = 0.0016f;
 constexpr float lightCellUpwards = 0.0008f;
 
 /// Sensors that a thread evaluates in one go: a few milliseconds, far above what it costs to hand
-/// them out, and often enough for a progress bar.
-constexpr std::size_t sensorsPerBlock = 64;
+/// them out, and often enough for a progress bar; enough to put neighbours together.
+constexpr std::size_t sensorsPerBlock = 256;
+
+/// Sensors that ask the scene together: as many as one walk takes.
+constexpr std::size_t sensorsTogether = 16;
 
 HourlySky withFiniteNorth(HourlySky sky) {
     sky.options.northOffset = finiteOffset(sky.options.northOffset);
@@ -349,6 +353,52 @@ public:
         for (std::size_t i = 0; i < m_groundWeights.size(); ++i) {
             if (m_groundWeights[i] > 0.0f) {
                 m_groundVisible[i] = m_rays.one(masks.ground->pieces[i].direction);
+            }
+        }
+    }
+
+    /// Asks for several sensors at once, by walks that they share where the caster answers for
+    /// whole skies; else each its own.
+    template <class Each>
+    static void answerTogether(std::span<Each> sensors, std::span<FirstMasks> masks) {
+        const bool shared = std::all_of(sensors.begin(), sensors.end(), [&](const Each& one) {
+            return one->m_rays.sharesWith(sensors.front()->m_rays);
+        });
+        if (!shared) {
+            for (std::size_t i = 0; i < sensors.size(); ++i) {
+                sensors[i]->answer(masks[i]);
+            }
+            return;
+        }
+        const Prepared& prepared = sensors.front()->m_shared;
+        std::vector<XYZf> origins;
+        std::vector<SkyCellSet> cells;
+        for (std::size_t i = 0; i < sensors.size(); ++i) {
+            origins.push_back(sensors[i]->m_origin);
+            cells.insert(cells.end(), masks[i].sky.begin(), masks[i].sky.end());
+        }
+        sensors.front()->m_rays.skies(origins, prepared.first.directions, cells);
+        for (std::size_t i = 0; i < sensors.size(); ++i) {
+            std::copy_n(cells.begin() + static_cast<std::ptrdiff_t>(2 * i), 2,
+                        masks[i].sky.begin());
+        }
+        for (const GroundRays& ground : prepared.ground) {
+            origins.clear();
+            cells.clear();
+            for (std::size_t i = 0; i < sensors.size(); ++i) {
+                if (masks[i].ground == &ground) {
+                    origins.push_back(sensors[i]->m_origin);
+                    cells.insert(cells.end(), masks[i].groundCells.begin(),
+                                 masks[i].groundCells.end());
+                }
+            }
+            sensors.front()->m_rays.skies(origins, ground.sets, cells);
+            auto next = cells.begin();
+            for (FirstMasks& mask : masks) {
+                if (mask.ground == &ground) {
+                    std::copy_n(next, mask.groundCells.size(), mask.groundCells.begin());
+                    next += static_cast<std::ptrdiff_t>(mask.groundCells.size());
+                }
             }
         }
     }
@@ -1059,12 +1109,17 @@ const HourlyAnalysisOptions& HourlyAnalysis::options() const {
     return m_prepared != nullptr ? m_prepared->options : none;
 }
 
+/// Whether there is anything to compute; results are 0 else.
+bool HourlyAnalysis::canEvaluate(const LightScene* light, const Sensor& sensor) const {
+    return sky().valid && isFinite(sensor.position) && isFinite(sensor.normal) &&
+           (light == nullptr || light->seasons() == options().seasons);
+}
+
 SensorResult HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
                                       const Sensor& sensor, std::span<SensorPart> parts,
                                       SensorHours* hours) const {
     std::fill(parts.begin(), parts.end(), SensorPart());
-    if (!sky().valid || !isFinite(sensor.position) || !isFinite(sensor.normal) ||
-        (light != nullptr && light->seasons() != options().seasons)) {
+    if (!canEvaluate(light, sensor)) {
         if (hours != nullptr) {
             clear(*hours);
         }
@@ -1125,28 +1180,28 @@ SensorResult HourlyAnalysis::evaluate(const LightScene& scene, const Sensor& sen
 
 bool HourlyAnalysis::evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
                               std::span<SensorResult> results, const EvaluateOptions& options,
-                              std::span<SensorHours> hours) const {
+                              std::span<SensorHours> hours, std::span<SensorPart> parts) const {
     FastRayTransparency rays(scene);
-    return evaluate(rays, nullptr, sensors, results, options, hours);
+    return evaluate(rays, nullptr, {sensors, results, hours, parts}, options);
 }
 
 bool HourlyAnalysis::evaluate(const LightScene& scene, std::span<const Sensor> sensors,
                               std::span<SensorResult> results, const EvaluateOptions& options,
-                              std::span<SensorHours> hours) const {
+                              std::span<SensorHours> hours, std::span<SensorPart> parts) const {
     FastRayTransparency rays(scene.opaque());
-    return evaluate(rays, &scene, sensors, results, options, hours);
+    return evaluate(rays, &scene, {sensors, results, hours, parts}, options);
 }
 
 bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, std::span<const Sensor> sensors,
                               std::span<SensorResult> results, const EvaluateOptions& options,
-                              std::span<SensorHours> hours) const {
-    return evaluate(rays, nullptr, sensors, results, options, hours);
+                              std::span<SensorHours> hours, std::span<SensorPart> parts) const {
+    return evaluate(rays, nullptr, {sensors, results, hours, parts}, options);
 }
 
-bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
-                              std::span<const Sensor> sensors, std::span<SensorResult> results,
-                              const EvaluateOptions& options, std::span<SensorHours> hours) const {
-    const std::size_t count = std::min(sensors.size(), results.size());
+bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene* light, Work work,
+                              const EvaluateOptions& options) const {
+    work.partCount = partCount();
+    const std::size_t count = std::min(work.sensors.size(), work.results.size());
     std::size_t finished = 0;
     const int threads =
         options.threads > 0 ? std::min(options.threads, processorCount()) : processorCount();
@@ -1156,17 +1211,13 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene*
     std::mutex reporting; // guards finished, and keeps the reports apart
     const auto evaluateBlock = [&](std::size_t block) {
         const std::size_t first = block * blockSize;
-        const std::size_t end = std::min(first + blockSize, count);
-        std::size_t next = first;
-        for (; next < end && !options.stop.stop_requested(); ++next) {
-            results[next] = evaluate(rays, light, sensors[next], {},
-                                     next < hours.size() ? &hours[next] : nullptr);
-        }
-        if (next > first) {
+        const std::size_t done = evaluateNeighbours(
+            rays, light, work, first, std::min(first + blockSize, count), options.stop);
+        if (done > 0) {
             const std::lock_guard lock(reporting);
-            finished += next - first;
+            finished += done;
             if (options.progress) {
-                options.progress(next - first);
+                options.progress(done);
             }
         }
     };
@@ -1180,6 +1231,52 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene*
         arena.execute([&] { tbb::parallel_for(std::size_t{0}, blocks, evaluateBlock); });
     }
     return finished == count;
+}
+
+/// Evaluates the sensors from begin to end on this thread, those that lie close together in one go;
+/// how many before a stop was asked for.
+std::size_t HourlyAnalysis::evaluateNeighbours(GetTransparencyValueOnRay& rays,
+                                               const LightScene* light, const Work& work,
+                                               std::size_t begin, std::size_t end,
+                                               const std::stop_token& stop) const {
+    std::size_t done = 0;
+    std::vector<std::uint32_t> asked;
+    std::vector<Sensor> finite;
+    std::vector<std::uint32_t> places;
+    for (std::size_t i = begin; i < end && !stop.stop_requested(); ++i) {
+        if (canEvaluate(light, work.sensors[i])) {
+            finite.push_back(work.sensors[i]);
+            places.push_back(static_cast<std::uint32_t>(i));
+        } else {
+            work.results[i] =
+                evaluate(rays, light, work.sensors[i], work.partsOf(i), work.hoursOf(i));
+            ++done;
+        }
+    }
+    for (const std::uint32_t place : alongCurve(finite)) {
+        asked.push_back(places[place]);
+    }
+    const LightScene* through = light != nullptr && light->hasTranslucent() ? light : nullptr;
+    std::vector<std::optional<Evaluation>> evaluations(std::min(asked.size(), sensorsTogether));
+    std::array<FirstMasks, sensorsTogether> masks;
+    for (std::size_t first = 0; first < asked.size() && !stop.stop_requested();
+         first += sensorsTogether) {
+        const std::size_t some = std::min(sensorsTogether, asked.size() - first);
+        for (std::size_t k = 0; k < some; ++k) {
+            evaluations[k].emplace(*m_prepared, rays, through, work.sensors[asked[first + k]]);
+            masks[k] = evaluations[k]->wanted();
+        }
+        Evaluation::answerTogether(std::span(evaluations).first(some),
+                                   std::span(masks).first(some));
+        for (std::size_t k = 0; k < some; ++k) {
+            const std::size_t i = asked[first + k];
+            const std::span<SensorPart> parts = work.partsOf(i);
+            std::fill(parts.begin(), parts.end(), SensorPart());
+            work.results[i] = evaluations[k]->result(masks[k], work.hoursOf(i), parts);
+        }
+        done += some;
+    }
+    return done;
 }
 
 } // namespace insolate

@@ -182,24 +182,26 @@ public:
 
     /// The same for many sensors, in parallel. results[i] is that of sensors[i], and hours[i],
     /// where there is such an element, gets its hours (105 kB a sensor); the shorter of sensors and
-    /// results counts.
+    /// results counts. parts, where given, has partCount() elements for each sensor. Neighbours
+    /// share their work: sensors that lie close together had best follow each other, within some
+    /// 256.
     ///
     /// Gives true when every sensor was evaluated, false when a stop came before: the elements of
     /// the sensors left out are then as the caller gave them. What the ray caster or the progress
     /// function throws ends the run and is passed on.
     bool evaluate(const OcclusionIndex& scene, std::span<const Sensor> sensors,
                   std::span<SensorResult> results, const EvaluateOptions& options = {},
-                  std::span<SensorHours> hours = {}) const;
+                  std::span<SensorHours> hours = {}, std::span<SensorPart> parts = {}) const;
 
     bool evaluate(const LightScene& scene, std::span<const Sensor> sensors,
                   std::span<SensorResult> results, const EvaluateOptions& options = {},
-                  std::span<SensorHours> hours = {}) const;
+                  std::span<SensorHours> hours = {}, std::span<SensorPart> parts = {}) const;
 
     /// The same through any ray caster. All threads share it: one that is not safe on threads takes
     /// options.threads = 1.
     bool evaluate(GetTransparencyValueOnRay& rays, std::span<const Sensor> sensors,
                   std::span<SensorResult> results, const EvaluateOptions& options = {},
-                  std::span<SensorHours> hours = {}) const;
+                  std::span<SensorHours> hours = {}, std::span<SensorPart> parts = {}) const;
 
 private:
     struct Prepared;
@@ -207,9 +209,26 @@ private:
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
                           const Sensor& sensor, std::span<SensorPart> parts,
                           SensorHours* hours) const;
-    bool evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
-                  std::span<const Sensor> sensors, std::span<SensorResult> results,
-                  const EvaluateOptions& options, std::span<SensorHours> hours) const;
+    /// Sensors, and where their results go.
+    struct Work {
+        std::span<const Sensor> sensors;
+        std::span<SensorResult> results;
+        std::span<SensorHours> hours;
+        std::span<SensorPart> parts;
+        std::size_t partCount = 0; ///< of each sensor
+
+        SensorHours* hoursOf(std::size_t i) const { return i < hours.size() ? &hours[i] : nullptr; }
+        std::span<SensorPart> partsOf(std::size_t i) const {
+            return (i + 1) * partCount <= parts.size() ? parts.subspan(i * partCount, partCount)
+                                                       : std::span<SensorPart>();
+        }
+    };
+    bool evaluate(GetTransparencyValueOnRay& rays, const LightScene* light, Work work,
+                  const EvaluateOptions& options) const;
+    std::size_t evaluateNeighbours(GetTransparencyValueOnRay& rays, const LightScene* light,
+                                   const Work& work, std::size_t begin, std::size_t end,
+                                   const std::stop_token& stop) const;
+    bool canEvaluate(const LightScene* light, const Sensor& sensor) const;
     std::unique_ptr<const Prepared> m_prepared;
 };
 

@@ -54,6 +54,20 @@ public:
         }
     }
 
+    /// The same for several origins, this one or others, of the same caster. cells: for each origin
+    /// as many sets as there are directions.
+    void skies(std::span<const XYZf> origins, std::span<const SkyDirections> directions,
+               std::span<SkyCellSet> cells) {
+        if (m_query != nullptr) {
+            m_query->visibleSkies(origins, directions, cells);
+        }
+    }
+
+    /// Whether both ask the same object for whole skies.
+    bool sharesWith(const Rays& other) const {
+        return m_query != nullptr && m_query == other.m_query;
+    }
+
     /// Visibility of the wanted cells of a set, by cell index, ray by ray. The cells become those
     /// that are clear; others keep what visibility has.
     void oneByOne(const SkyDirections& directions, SkyCellSet& cells, float* visibility) const {

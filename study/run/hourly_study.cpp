@@ -208,7 +208,20 @@ SensorResult HourlyStudy::evaluate(const SensorWork& work, std::size_t index,
 
 void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
                             std::span<ResultColumn> columns) {
-    std::vector<SensorPart> parts(m_parts.size());
+    const std::size_t count = range.end - range.first;
+    std::vector<Sensor> sensors(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        sensors[i] = sensorAt(work, range.first + i);
+    }
+    std::vector<SensorResult> results(count);
+    std::vector<SensorPart> allParts(count * m_parts.size());
+    EvaluateOptions here;
+    here.threads = 1;
+    if (work.masks.light() != nullptr) {
+        m_analysis->evaluate(*work.masks.light(), sensors, results, here, {}, allParts);
+    } else {
+        m_analysis->evaluate(*work.masks.rays(), sensors, results, here, {}, allParts);
+    }
     OpenView nothing;
     struct Open {
         XYZf normal;
@@ -216,7 +229,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
     };
     std::optional<Open> open;
     for (std::size_t i = range.first; i < range.end; ++i) {
-        const SensorResult result = evaluate(work, i, parts, nullptr);
+        const SensorResult& result = results[i - range.first];
         columns[total].values[i] = result.total;
         columns[beam].values[i] = result.beam;
         columns[diffuse].values[i] = result.sky;
@@ -230,7 +243,7 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
         columns[sunHours].values[i] = result.directSunHours;
         std::size_t column = firstPartColumn();
         if (m_asked.hourly.unshaded) {
-            const Sensor sensor = sensorAt(work, i);
+            const Sensor& sensor = sensors[i - range.first];
             // Neighbours mostly look the same way.
             if (!open || open->normal.x != sensor.normal.x || open->normal.y != sensor.normal.y ||
                 open->normal.z != sensor.normal.z) {
@@ -238,7 +251,8 @@ void HourlyStudy::calculate(const SensorWork& work, SensorRange range, int,
             }
             columns[column - 1].values[i] = open->total;
         }
-        for (const SensorPart& part : parts) {
+        for (const SensorPart& part :
+             std::span(allParts).subspan((i - range.first) * m_parts.size(), m_parts.size())) {
             const std::array<float, partColumns.size()> values = {
                 part.total, part.beam, part.sky, part.ground, part.directSunHours, part.reflected};
             for (std::size_t k = 0; k < columnsOfPart(); ++k) {

@@ -693,8 +693,9 @@ TEST(HourlyAnalysis, CloudsDoNotMoveTheHoursOfSun) {
     }
 }
 
-// Many sensors at once: the bytes of one after the other on every number of threads and at every
-// instruction level, all of them counted, and none begun after a stop.
+// Many sensors at once, half of them neighbours on a face that ask the scene together: the bytes of
+// one after the other on every number of threads and at every instruction level, their parts too,
+// all of them counted, and none begun after a stop.
 TEST(HourlyAnalysis, SharesSensorsAmongThreads) {
     std::vector<double> wall;
     addBox(wall, {-50, 3, 0}, {50, 5, 9});
@@ -703,30 +704,41 @@ TEST(HourlyAnalysis, SharesSensorsAmongThreads) {
     for (int i = 0; i < 300; ++i) {
         sensors.push_back({{0.1f * static_cast<float>(i) - 20.0f, 0.0f, 0.1f},
                            test::narrowed(test::direction(27.0 * i, 3.0 * (i % 60) - 90.0))});
+        if (i % 2 == 0) {
+            sensors.back() = {{1.0f, -0.2f, 0.1f}, {0, 1, 0}};
+            sensors.back().position.x += 0.1f * static_cast<float>(i / 2 % 15);
+            sensors.back().position.z += 0.1f * static_cast<float>(i / 30);
+        }
     }
-    const HourlyAnalysis analysis(chicagoSky());
+    const HourlyAnalysis analysis(chicagoSky(), {}, {chicagoSky()});
     std::vector<SensorResult> expected;
+    std::vector<SensorPart> expectedParts(sensors.size());
     std::vector<SensorHours> expectedHours(1);
-    for (const Sensor& sensor : sensors) {
-        expected.push_back(
-            analysis.evaluate(scene, sensor, expected.empty() ? expectedHours.data() : nullptr));
+    FastRayTransparency caster(scene);
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        expected.push_back(analysis.evaluate(caster, sensors[i], std::span(&expectedParts[i], 1),
+                                             i == 0 ? expectedHours.data() : nullptr));
     }
     for (const int threads : {1, 2}) {
         for (const SimdLevel level : availableSimdLevels()) {
             setSimdLevel(level);
             std::vector<SensorResult> results(sensors.size());
             std::vector<SensorHours> hours(1);
+            std::vector<SensorPart> parts(sensors.size());
             std::size_t reported = 0;
             EXPECT_TRUE(
                 analysis.evaluate(scene, sensors, results,
                                   {.threads = threads,
                                    .progress = [&](std::size_t finished) { reported += finished; }},
-                                  hours));
+                                  hours, parts));
             EXPECT_EQ(reported, sensors.size());
             EXPECT_EQ(
                 std::memcmp(results.data(), expected.data(), sensors.size() * sizeof(SensorResult)),
                 0)
                 << threads << ' ' << simdLevelName(level);
+            EXPECT_EQ(
+                std::memcmp(parts.data(), expectedParts.data(), parts.size() * sizeof(SensorPart)),
+                0);
             EXPECT_EQ(hours[0].sky, expectedHours[0].sky);
         }
         std::stop_source stop;
