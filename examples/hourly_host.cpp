@@ -39,7 +39,7 @@ int calculate(const char* weatherFile, const char* modelFile, double north) {
 
     // Rays are single precision: model and sensors move to the middle of both.
     const study::Recentring recentring(scene, field);
-    const OcclusionIndex rays(recentring.coordinates(scene));
+    const LightScene surfaces(recentring.coordinates(scene), {}, {}); // each reflects 0.2
     std::vector<Sensor> sensors;
     for (std::size_t i = 0; i < field.size(); ++i) {
         sensors.push_back(
@@ -54,8 +54,14 @@ int calculate(const char* weatherFile, const char* modelFile, double north) {
         done += finished;
         std::fprintf(stderr, "\r%zu of %zu sensors", done, sensors.size());
     };
-    analysis.evaluate(rays, sensors, results, options);
+    analysis.evaluate(surfaces, sensors, results, options);
     std::fprintf(stderr, "\n");
+
+    // And what surfaces reflect on each other and on the sensors.
+    const ReflectedLight light(analysis, surfaces, sensors, {}, {}, results);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        light.addTo(i, results[i]);
+    }
 
     // Files appear under their names when all of them are complete.
     study::ResultColumn total{"total", "Wh/m2", "Total radiation", {}};
@@ -67,9 +73,9 @@ int calculate(const char* weatherFile, const char* modelFile, double north) {
     const std::vector<study::ResultColumn> columns = {total, peak};
     study::OutputFolder folder("radiation", {weatherFile, modelFile});
     const study::ResultName table{"sensors.csv", study::isOurSensorsCsv};
-    const study::ResultName surfaces{"sensors.vtp", study::isOurSensorsVtp};
+    const study::ResultName cells{"sensors.vtp", study::isOurSensorsVtp};
     study::writeSensorsCsv(folder.stage(table), field, columns);
-    study::writeSensorsVtp(folder.stage(surfaces), field, columns);
+    study::writeSensorsVtp(folder.stage(cells), field, columns);
     folder.commit();
     std::printf("%zu sensors, the first one %.1f kWh/m2\n", results.size(),
                 static_cast<double>(results.front().total) / 1000.0);

@@ -7,8 +7,6 @@ from numpy.typing import NDArray
 
 version: str = '0.1.0'
 
-reflected_block: int = 16384
-
 class Error(Exception):
     pass
 
@@ -165,6 +163,8 @@ class OtherSensors:
     def columns(self) -> list: ...
 
     def hours(self, first: int, end: int, report: object | None) -> NDArray[numpy.float32]: ...
+
+reflected_block: int = 16384
 
 class Study:
     @property
