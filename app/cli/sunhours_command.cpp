@@ -40,7 +40,8 @@ void addSunHoursCommand(CLI::App& app, Interruption& interruption) {
         "sunhours",
         "Calculate how long the sun shines on sensors of a model, to 0.1 minute, and judge it by a "
         "rule. Needs no weather.\n"
-        "Writes sensors.csv, sensors.vtp (ParaView), groups.csv, heatmap.png and summary.json.");
+        "Writes sensors.csv, sensors.vtp (ParaView), groups.csv, heatmap.png and summary.json; "
+        "with --page also page.html.");
     auto sunHours = std::make_shared<SunHoursArguments>();
     study::addSunHoursOptions(sunHours->table, sunHours->options);
     auto arguments = std::make_shared<TableArguments>(

@@ -33,6 +33,7 @@ _homes = {
     "Radiation": "_radiation",
     "radiation": "_radiation",
     "sky_view": "_radiation",
+    "view": "_radiation",
     "visible": "_radiation",
     "SunPositions": "_sun",
     "sun_position": "_sun",
@@ -51,7 +52,7 @@ if TYPE_CHECKING:
     from ._core import DataError, Error, OutputError, UsageError
     from ._core import version as __version__
     from ._model import Model, Sensors, read_model, read_sensors
-    from ._radiation import Comparison, Page, Radiation, radiation, sky_view, visible
+    from ._radiation import Comparison, Page, Radiation, radiation, sky_view, view, visible
     from ._reports import InsolateWarning
     from ._sun import SunPositions, sun_position
     from ._sun_hours import SunHours, sun_hours
@@ -85,6 +86,7 @@ __all__ = [
     "sun_hours",
     "sun_position",
     "tiles_of",
+    "view",
     "visible",
 ]
 

@@ -28,6 +28,9 @@ _hour_names = ("poa_direct", "poa_sky_diffuse", "poa_ground_diffuse", "poa_refle
 class Columns(Mapping[str, Array]):
     """Results by sensor, each by its name: ``result["total"]``; the same as attributes."""
 
+    _enclosed: Optional[Array] = None  #: by sensor, 1 where it looks into closed geometry
+    _zone: Optional[float] = None  #: of the clock by which hours are counted
+
     def __init__(self, columns: Iterable[tuple[str, str, str, Array]], sensors: Sensors, north: float) -> None:
         self._values: dict[str, Array] = {}
         self.units: dict[str, str] = {}
@@ -59,7 +62,9 @@ class Columns(Mapping[str, Array]):
         return [*super().__dir__(), *self._values]
 
     def to_dataframe(self) -> pd.DataFrame:
-        """One row for each sensor: place, normal, results, and area and names where cells have them."""
+        """One row for each sensor: place, normal, results; where there are such, when its highest hour begins
+        (``peak_start``, in the site's standard time of the year 2001), whether it looks into closed
+        geometry (``enclosed``), and area, face and names of its cell."""
         import pandas as pd
 
         sensors = self.sensors
@@ -69,9 +74,16 @@ class Columns(Mapping[str, Array]):
         for place, name in enumerate(("nx", "ny", "nz")):
             data[name] = sensors.normals[:, place]
         data.update(self._values)
+        if self._zone is not None and "peak_hour" in self:
+            ends = np.asarray(self["peak_hour"])  # counted from 1; 0 where nothing shines
+            begin = pd.Timestamp("2001-01-01", tz=_fixed_zone(self._zone))
+            data["peak_start"] = begin + pd.to_timedelta(np.where(ends > 0, ends - 1.0, np.nan), unit="h")
+        if self._enclosed is not None:
+            data["enclosed"] = np.asarray(self._enclosed) > 0
         if sensors.areas is not None:
             data["area"] = sensors.areas
         if sensors.objects:
+            data["face"] = sensors.faces
             data["object"] = sensors.objects
             data["material"] = sensors.materials
         frame = pd.DataFrame(data)
@@ -137,33 +149,8 @@ def _faces(start: np.ndarray[Any, np.dtype[np.int64]]) -> np.ndarray[Any, np.dty
     return np.insert(np.arange(start[-1]), start[:-1], np.diff(start))
 
 
-class Comparison(Columns):
-    """What differs between two results; made by `Radiation.compare`.
-
-    Of each quantity there are four columns: ``total_difference`` (after less before),
-    ``total_ratio`` [percent of before, NaN where that is 0], ``total_a`` (before) and ``total_b``
-    (after). ``sensors`` are those of the result after that have a partner.
-    """
-
-    def __init__(self, found: dict[str, Any], north: float, report: Report) -> None:
-        super().__init__(found["columns"], Sensors._of(found["sensors"]), north)
-        self.sensors_a: Array = found["sensors_a"]  #: numbers of the partners in the result before
-        self.sensors_b: Array = found["sensors_b"]  #: and in the result after, ascending
-        self.distances: Array = found["distances"]  #: between the two [m]
-        self.only_a: Array = found["only_a"]  #: sensors of the result before without a partner
-        self.only_b: Array = found["only_b"]  #: likewise of the result after
-        self.tolerance: float = found["tolerance"]  #: how far apart partners may be [m]
-        self.warnings = report.warnings  #: what makes the comparison doubtful
-
-    def __repr__(self) -> str:
-        return (
-            f"<insolate.Comparison: {len(self.sensors)} pairs, {len(self.only_a)} sensors only before, "
-            f"{len(self.only_b)} only after>"
-        )
-
-
 class Page(os.PathLike[str]):
-    """A file with results in 3-D, made by `Radiation.page`; a notebook shows it in a frame."""
+    """A file with results in 3-D, made by `Radiation.page` or `view`; a notebook shows it in a frame."""
 
     def __init__(self, path: str) -> None:
         self.path = path
@@ -181,7 +168,149 @@ class Page(os.PathLike[str]):
         return f'<iframe srcdoc="{text}" style="width: 100%; height: 40rem; border: 0"></iframe>'
 
 
-class Radiation(Columns):
+def view(folders: Union[Path, Iterable[Path]], path: Optional[Path] = None, *, progress: Progress = None) -> Page:
+    """A page of saved results, as ``insolate view`` makes it: side by side and as differences.
+
+    Parameters
+    ----------
+    folders : path or several
+        As the command or `save` has left them.
+    path : path, optional
+        The page to write; page.html in the first folder by default.
+
+    Returns
+    -------
+    Page
+
+    Raises
+    ------
+    UsageError, DataError, OutputError
+        With the text of the command.
+    """
+    listed = [folders] if isinstance(folders, (str, os.PathLike)) else list(folders)
+    names = [os.fspath(folder) for folder in listed]
+    page = None if path is None else os.fspath(path)
+    with Report(progress) as report:
+        _core.view(names, page, report)
+    return Page(page if page is not None else os.path.join(names[0], "page.html"))
+
+
+class Results(Columns):
+    """Columns of a study that the engine holds: to draw, and to save as the command does."""
+
+    _core: Any
+    warnings: list[str]
+
+    def save(self, out: Path, *, progress: Progress = None) -> None:
+        """Writes the files of the command, byte by byte the same; a comparison's have no paths of folders.
+
+        Parameters
+        ----------
+        out : path
+            The folder; made when it is missing. All files appear at once, or none.
+
+        Raises
+        ------
+        OutputError
+            When they cannot be written, or would replace somebody else's.
+        """
+        with Report(progress) as report:
+            self._core.save(os.fspath(out), report)
+
+    def page(self, path: Path, *, progress: Progress = None) -> Page:
+        """Writes the results in 3-D: one HTML file that every browser opens by itself.
+
+        Parameters
+        ----------
+        path : path
+            The file; its folder is made when it is missing. `page_limit` of `radiation` and
+            `sun_hours` bounds its size.
+
+        Returns
+        -------
+        Page
+            The file; as the last value of a notebook's cell it is shown in a frame.
+
+        Raises
+        ------
+        OutputError
+            When it cannot be written, or would replace what is no page of results.
+        """
+        with Report(progress) as report:
+            self._core.page(os.fspath(path), report)
+        return Page(os.fspath(path))
+
+    def picture(
+        self,
+        path: Path,
+        *,
+        value: Optional[str] = None,
+        view: Union[str, tuple[float, float], None] = None,
+        only: Union[str, Iterable[str], None] = None,
+        hide: Union[str, Iterable[str], None] = None,
+        scale: Union[str, tuple[float, float], None] = None,
+        title: Optional[str] = None,
+        size: Union[str, tuple[int, int], None] = None,
+        progress: Progress = None,
+    ) -> None:
+        """Draws one column in the model, as ``insolate picture`` does.
+
+        Parameters
+        ----------
+        path : path
+            A .png, .svg or .pdf.
+        value : str, optional
+            The column; by default the first.
+        view : str or (azimuth, altitude), optional
+            "top", "north", "east", "south", "west", or where the viewer stands [degrees].
+        only, hide : str or several, optional
+            Objects or materials: those to colour, those to draw nothing of; patterns as "tree_*".
+        scale : (lowest, highest), optional
+            Ends of the colours in the unit that the picture shows: kWh/m2 for columns in Wh/m2.
+        title : str, optional
+        size : (width, height), optional
+            Pixels; 1600 x 1000 by default.
+
+        Raises
+        ------
+        UsageError, DataError, OutputError
+            With the text of the command.
+        """
+        given = {"value": value, "only": only, "hide": hide, "title": title}
+        pairs = {"view": (view, ","), "scale": (scale, ","), "size": (size, "x")}
+        for name, (pair, between) in pairs.items():
+            given[name] = pair if pair is None or isinstance(pair, str) else between.join(f"{one:g}" for one in pair)
+        with Report(progress) as report:
+            self._core.picture(os.fspath(path), option_texts(given), report)
+
+
+class Comparison(Results):
+    """What differs between two results; made by `Radiation.compare`.
+
+    Of each quantity there are four columns: ``total_difference`` (after less before),
+    ``total_ratio`` [percent of before, NaN where that is 0], ``total_a`` (before) and ``total_b``
+    (after). ``sensors`` are those of the result after that have a partner.
+    """
+
+    def __init__(self, core: _core.Comparison, north: float, report: Report) -> None:
+        super().__init__(core.columns, Sensors._of(core.sensors), north)
+        self._core = core
+        self.sensors_a: Array = core.sensors_a  #: numbers of the partners in the result before
+        self.sensors_b: Array = core.sensors_b  #: and in the result after, ascending
+        self.distances: Array = core.distances  #: between the two [m]
+        self.only_a: Array = core.only_a  #: sensors of the result before without a partner
+        self.only_b: Array = core.only_b  #: likewise of the result after
+        self.tolerance: float = core.tolerance  #: how far apart partners may be [m]
+        self.warnings = report.warnings  #: what makes the comparison doubtful
+
+    def __repr__(self) -> str:
+        return (
+            f"<insolate.Comparison: {len(self.sensors)} pairs, {len(self.only_a)} sensors only before, "
+            f"{len(self.only_b)} only after>"
+        )
+
+
+class Radiation(Results):
     """Radiation on sensors over a period; made by `radiation`.
 
     Columns of the hourly method, as attributes and by name: ``total``, ``beam``, ``sky``,
@@ -195,6 +324,8 @@ class Radiation(Columns):
     ) -> None:
         super().__init__(core.columns, sensors, north)
         self._core = core
+        self._enclosed = core.enclosed_sensors
+        self._zone = weather.site.time_zone
         self.models = models
         self.weather = weather
         self.notes = report.notes  #: what the work said
@@ -289,88 +420,6 @@ class Radiation(Columns):
             )
         return frame
 
-    def save(self, out: Path, *, progress: Progress = None) -> None:
-        """Writes the files of the command ``insolate run``, byte by byte the same.
-
-        Parameters
-        ----------
-        out : path
-            The folder; made when it is missing. All files appear at once, or none.
-
-        Raises
-        ------
-        OutputError
-            When they cannot be written, or would replace somebody else's.
-        """
-        with Report(progress) as report:
-            self._core.save(os.fspath(out), report)
-
-    def page(self, path: Path, *, progress: Progress = None) -> Page:
-        """Writes the results in 3-D: one HTML file that every browser opens by itself.
-
-        Parameters
-        ----------
-        path : path
-            The file; its folder is made when it is missing. `page_limit` of `radiation` bounds
-            its size.
-
-        Returns
-        -------
-        Page
-            The file; as the last value of a notebook's cell it is shown in a frame.
-
-        Raises
-        ------
-        OutputError
-            When it cannot be written, or would replace what is no page of results.
-        """
-        with Report(progress) as report:
-            self._core.page(os.fspath(path), report)
-        return Page(os.fspath(path))
-
-    def picture(
-        self,
-        path: Path,
-        *,
-        value: Optional[str] = None,
-        view: Union[str, tuple[float, float], None] = None,
-        only: Union[str, Iterable[str], None] = None,
-        hide: Union[str, Iterable[str], None] = None,
-        scale: Union[str, tuple[float, float], None] = None,
-        title: Optional[str] = None,
-        size: Union[str, tuple[int, int], None] = None,
-        progress: Progress = None,
-    ) -> None:
-        """Draws one column in the model, as ``insolate picture`` does.
-
-        Parameters
-        ----------
-        path : path
-            A .png, .svg or .pdf.
-        value : str, optional
-            The column; by default the first.
-        view : str or (azimuth, altitude), optional
-            "top", "north", "east", "south", "west", or where the viewer stands [degrees].
-        only, hide : str or several, optional
-            Objects or materials: those to colour, those to draw nothing of; patterns as "tree_*".
-        scale : (lowest, highest), optional
-            Ends of the colours in the unit that the picture shows: kWh/m2 for columns in Wh/m2.
-        title : str, optional
-        size : (width, height), optional
-            Pixels; 1600 x 1000 by default.
-
-        Raises
-        ------
-        UsageError, DataError, OutputError
-            With the text of the command.
-        """
-        given = {"value": value, "only": only, "hide": hide, "title": title}
-        pairs = {"view": (view, ","), "scale": (scale, ","), "size": (size, "x")}
-        for name, (pair, between) in pairs.items():
-            given[name] = pair if pair is None or isinstance(pair, str) else between.join(f"{one:g}" for one in pair)
-        with Report(progress) as report:
-            self._core.picture(os.fspath(path), option_texts(given), report)
-
     def compare(
         self, after: Radiation, *, value: Union[str, Iterable[str], None] = None, tolerance: Optional[float] = None
     ) -> Comparison:
@@ -393,8 +442,8 @@ class Radiation(Columns):
         """
         values = [value] if isinstance(value, str) else list(value or [])
         with Report(False) as report:
-            found = self._core.compare(after._core, values, tolerance, report)
-        return Comparison(found, after.north, report)
+            core = _core.compare(self._core, after._core, values, tolerance, report)
+        return Comparison(core, after.north, report)
 
     def _repr_html_(self) -> str:
         frame = self.groups(*(("object",) if self.sensors.objects else ()))

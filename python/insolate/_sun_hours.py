@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 from . import _core
 from ._model import Model, Path, Selection, Sensors, as_models, as_sensors
 from ._options import documented, option_texts
-from ._radiation import Columns
+from ._radiation import Results
 from ._reports import Progress, Report
 from ._weather import Weather
 
@@ -20,14 +20,15 @@ if TYPE_CHECKING:
 _group_columns = ("group", "sensors", "passing", "area", "passing_area", "least", "greatest", "passes")
 
 
-class SunHours(Columns):
+class SunHours(Results):
     """Hours of sun by sensor; made by `sun_hours`. The columns are those of ``insolate sunhours``."""
 
-    def __init__(self, told: dict[str, Any], sensors: Sensors, north: float, report: Report) -> None:
-        super().__init__(told["columns"], sensors, north)
-        self._groups = told["groups"]
-        self.judgement: Optional[bool] = told["passes"]  #: of the rule; None where it has no threshold
-        self.rule: str = told["rule"]  #: all that was asked, in words
+    def __init__(self, core: _core.SunHours, sensors: Sensors, north: float, report: Report) -> None:
+        super().__init__(core.columns, sensors, north)
+        self._core = core
+        self._enclosed = core.enclosed
+        self.judgement: Optional[bool] = core.passes  #: of the rule; None where it has no threshold
+        self.rule: str = core.rule  #: all that was asked, in words
         self.notes = report.notes
         self.warnings = report.warnings
 
@@ -35,7 +36,7 @@ class SunHours(Columns):
         """What of each group satisfies the rule: counts of sensors, areas [m2], range of the first column."""
         import pandas as pd
 
-        return pd.DataFrame(self._groups, columns=list(_group_columns)).set_index("group")
+        return pd.DataFrame(self._core.groups, columns=list(_group_columns)).set_index("group")
 
     def __repr__(self) -> str:
         return f"<insolate.SunHours: {len(self.sensors)} sensors; {self.rule}>"
@@ -66,6 +67,8 @@ _rule_keywords = (
     "winter_share",
     "groups",
     "enclosed",
+    "page",
+    "page_limit",
     "refraction",
     "dst",
     "threads",
@@ -105,6 +108,8 @@ def sun_hours(
     winter_share: Optional[float] = None,
     groups: Optional[str] = None,
     enclosed: Optional[str] = None,
+    page: bool = False,
+    page_limit: Optional[float] = None,
     refraction: bool = False,
     dst: Optional[str] = None,
     threads: Optional[int] = None,
@@ -169,5 +174,5 @@ def sun_hours(
     given.update(lat=latitude, lon=longitude, tz=time_zone, year=year, north=turned)
     given["pass"] = passing
     with Report(progress) as report:
-        told = _core.sun_hours([one._core for one in models], cells._core, option_texts(given), report)
-    return SunHours(told, cells, turned, report)
+        core = _core.sun_hours([one._core for one in models], cells._core, option_texts(given), report)
+    return SunHours(core, cells, turned, report)

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -90,13 +91,28 @@ study::StudyInputs inputsOf(const std::vector<PyMesh>& models, const PySensors& 
 void describeInputs(study::ModelOptions& options, const std::vector<PyMesh>& models,
                     const PySensors& sensors);
 
+/// A study of radiation; it may be asked while another thread asks it.
+struct PyStudy {
+    std::shared_ptr<study::StudySession> session;
+    std::vector<PyMesh> models;
+};
+
 /// Name, unit, title and values of each column.
 nb::list columnsOf(std::vector<study::ResultColumn> columns);
+/// The same with views of values that the owner holds.
+nb::list viewsOf(std::span<const study::ResultColumn> columns, nb::handle owner);
+
+/// Draws one column in the model; the options are those of `insolate picture`.
+/// @param results gives what is drawn, without the interpreter's lock
+void drawPicture(const std::string& file, const OptionTexts& texts, const study::Scene& scene,
+                 const std::vector<PyMesh>& models,
+                 const std::function<study::ResultFolder()>& results, nb::handle report);
 
 void bindOptions(nb::module_& module);
 void bindWeather(nb::module_& module);
 void bindModel(nb::module_& module);
 void bindRadiation(nb::module_& module);
+void bindComparison(nb::module_& module);
 void bindSun(nb::module_& module);
 void bindSunHours(nb::module_& module);
 

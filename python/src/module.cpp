@@ -49,6 +49,7 @@ NB_MODULE(_core, module) {
     python::bindWeather(module);
     python::bindModel(module);
     python::bindRadiation(module);
+    python::bindComparison(module);
     python::bindSun(module);
     python::bindSunHours(module);
 }

@@ -17,21 +17,6 @@ namespace insolate::python {
 
 namespace {
 
-struct PyStudy {
-    std::optional<study::StudySession> session;
-    std::vector<PyMesh> models;
-};
-
-/// Name, unit, title and a view of the values of columns that the owner holds.
-nb::list viewsOf(std::span<const study::ResultColumn> columns, nb::handle owner) {
-    nb::list listed;
-    for (const study::ResultColumn& column : columns) {
-        listed.append(nb::make_tuple(column.name, column.unit, column.title,
-                                     viewOf(column.values.data(), {column.values.size()}, owner)));
-    }
-    return listed;
-}
-
 /// Where rays have their origin: x, y, z and scale.
 using Origin = std::array<double, 4>;
 
@@ -63,8 +48,9 @@ PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
     result.models = models;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         given.models = inputsOf(models, sensors);
-        const study::StudySession* earlier = since != nullptr ? &*since->session : nullptr;
-        result.session.emplace(options, std::move(given), progress, stop, earlier);
+        const study::StudySession* earlier = since != nullptr ? since->session.get() : nullptr;
+        result.session = std::make_shared<study::StudySession>(options, std::move(given), progress,
+                                                               stop, earlier);
         if (earlier != nullptr) {
             result.session->calculateSince(*earlier, progress, stop);
         } else {
@@ -94,7 +80,8 @@ PyStudy prepareStudy(const std::vector<PyMesh>& models, const PySensors* sensors
     result.models = models;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         given.models = inputsOf(models, own);
-        result.session.emplace(options, std::move(given), progress, stop);
+        result.session =
+            std::make_shared<study::StudySession>(options, std::move(given), progress, stop);
     });
     return result;
 }
@@ -204,64 +191,6 @@ nb::list groupsOf(const PyStudy& self, const std::string& by) {
     return listed;
 }
 
-/// Draws one column in the model; the options are those of `insolate picture`.
-void picture(const PyStudy& self, const std::string& file, const OptionTexts& texts,
-             nb::handle report) {
-    study::PictureRunOptions options;
-    study::OptionTable table;
-    study::addPictureOptions(table, options);
-    giveOptions(table, texts);
-    options.file = file;
-    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
-        study::ResultScene scene;
-        scene.scene = self.session->scene();
-        if (!options.only.empty() || !options.hide.empty()) {
-            for (const PyMesh& model : self.models) {
-                scene.meshes.push_back(*model.mesh);
-            }
-        }
-        study::drawResults(options, self.session->results(), scene, progress, stop);
-    });
-}
-
-/// The pairs of sensors and what differs between them.
-nb::dict compare(const PyStudy& a, const PyStudy& b, const std::vector<std::string>& values,
-                 std::optional<double> tolerance, nb::handle report) {
-    study::Comparison comparison;
-    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
-        comparison = study::compareResults(a.session->results(), b.session->results(),
-                                           {.values = values, .tolerance = tolerance}, stop);
-        for (const std::string& doubt : comparison.doubts) {
-            progress.warn(doubt);
-        }
-    });
-    std::vector<std::uint32_t> ofA;
-    std::vector<std::uint32_t> ofB;
-    std::vector<float> distances;
-    for (const study::SensorPair& pair : comparison.pairs) {
-        ofA.push_back(pair.a);
-        ofB.push_back(pair.b);
-        distances.push_back(pair.distance);
-    }
-    const auto numbers = [](std::vector<std::uint32_t> listed) {
-        const std::size_t size = listed.size();
-        return arrayOf(std::move(listed), {size});
-    };
-    nb::dict found;
-    found["columns"] = columnsOf(std::move(comparison.columns));
-    found["sensors_a"] = numbers(std::move(ofA));
-    found["sensors_b"] = numbers(std::move(ofB));
-    const std::size_t pairs = distances.size();
-    found["distances"] = arrayOf(std::move(distances), {pairs});
-    found["only_a"] = numbers(std::move(comparison.onlyA));
-    found["only_b"] = numbers(std::move(comparison.onlyB));
-    found["tolerance"] = comparison.tolerance;
-    PySensors sensors;
-    sensors.field = std::make_shared<const study::SensorField>(std::move(comparison.field));
-    found["sensors"] = sensors;
-    return found;
-}
-
 /// Which rays nothing blocks.
 nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
                                      const InArray<double, 2>& origins,
@@ -311,6 +240,35 @@ nb::list columnsOf(std::vector<study::ResultColumn> columns) {
     return listed;
 }
 
+nb::list viewsOf(std::span<const study::ResultColumn> columns, nb::handle owner) {
+    nb::list listed;
+    for (const study::ResultColumn& column : columns) {
+        listed.append(nb::make_tuple(column.name, column.unit, column.title,
+                                     viewOf(column.values.data(), {column.values.size()}, owner)));
+    }
+    return listed;
+}
+
+void drawPicture(const std::string& file, const OptionTexts& texts, const study::Scene& scene,
+                 const std::vector<PyMesh>& models,
+                 const std::function<study::ResultFolder()>& results, nb::handle report) {
+    study::PictureRunOptions options;
+    study::OptionTable table;
+    study::addPictureOptions(table, options);
+    giveOptions(table, texts);
+    options.file = file;
+    doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
+        study::ResultScene drawn;
+        drawn.scene = scene;
+        if (!options.only.empty() || !options.hide.empty()) {
+            for (const PyMesh& model : models) {
+                drawn.meshes.push_back(*model.mesh);
+            }
+        }
+        study::drawResults(options, results(), drawn, progress, stop);
+    });
+}
+
 void bindRadiation(nb::module_& module) {
     nb::class_<study::OtherSensors>(module, "OtherSensors")
         .def_prop_ro("columns",
@@ -345,9 +303,22 @@ void bindRadiation(nb::module_& module) {
                      })
         .def("groups", &groupsOf, nb::arg("by"))
         .def("hours", &hoursOf, nb::arg("sensors"), nb::arg("report").none())
-        .def("picture", &picture, nb::arg("file"), nb::arg("options"), nb::arg("report").none())
-        .def("compare", &compare, nb::arg("after"), nb::arg("values"), nb::arg("tolerance").none(),
-             nb::arg("report").none())
+        .def(
+            "picture",
+            [](const PyStudy& self, const std::string& file, const OptionTexts& texts,
+               nb::handle report) {
+                drawPicture(
+                    file, texts, self.session->scene(), self.models,
+                    [&] { return self.session->results(); }, report);
+            },
+            nb::arg("file"), nb::arg("options"), nb::arg("report").none())
+        .def_prop_ro(
+            "enclosed_sensors",
+            [](nb::handle self) {
+                const auto enclosed = nb::cast<PyStudy&>(self).session->enclosedSensors();
+                return viewOf(enclosed.data(), {enclosed.size()}, self);
+            },
+            nb::rv_policy::reference)
         .def(
             "page",
             [](const PyStudy& self, const std::string& file, nb::handle report) {

@@ -13,7 +13,7 @@ import insolate as ins
 def test_labels_name_what_the_arrays_hold(summer, sensors):
     frame = summer.to_dataframe()
     assert list(frame.columns[:8]) == ["x", "y", "z", "nx", "ny", "nz", "total", "beam"]
-    assert list(frame.columns[-3:]) == ["area", "object", "material"]
+    assert list(frame.columns[-4:]) == ["area", "face", "object", "material"]
     np.testing.assert_array_equal(frame["total"], summer.total)
     data = summer.to_xarray()
     assert data["total"].attrs == {"units": "Wh/m2", "long_name": "Total radiation"}

@@ -9,6 +9,7 @@ import re
 import sys
 import types
 from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
 
 import numpy as np
 import pandas as pd
@@ -55,6 +56,21 @@ def test_a_comparison_is_the_commands(command, tmp_path, model, raised, sensors,
     place = [name.split(" [")[0].strip('"') for name in lines[0].split(",")].index("total_difference")
     written = [float(line.split(",")[place]) for line in lines[1:]]
     np.testing.assert_allclose(found["total_difference"], written, rtol=1e-6)
+    # Saved from memory it is what the command makes of the two folders, which passes on the dates of peaks, too.
+    found.save(tmp_path / "saved")
+    saved, made = (pd.read_csv(tmp_path / one / "sensors.csv", dtype=str) for one in ("saved", "out"))
+    pd.testing.assert_frame_equal(saved, made[saved.columns])
+    assert (tmp_path / "saved" / "groups.csv").read_bytes() == (tmp_path / "out" / "groups.csv").read_bytes()
+    back = after.compare(before, value="total")  # whose model is that of a file, which the command finds again
+    back.save(tmp_path / "back")
+    back.picture(tmp_path / "mine.png", value="total_difference", view="top")
+    command(
+        "picture", tmp_path / "back", "--value", "total_difference", "--view", "top", "--file", tmp_path / "its.png"
+    )
+    assert (tmp_path / "mine.png").read_bytes() == (tmp_path / "its.png").read_bytes()
+    page = back.page(tmp_path / "back" / "mine.html")
+    viewed = ins.view(tmp_path / "back", tmp_path / "back" / "its.html")
+    assert Path(page).read_bytes() == Path(viewed).read_bytes()
     # Half of the sensors have no partner in the other half.
     half = ins.Sensors(sensors.points[::2], sensors.normals[::2])
     partial = before.compare(ins.radiation(model, half, weather, period="12/1-12/31"), tolerance=0)
@@ -77,6 +93,45 @@ def test_a_picture_is_the_commands(command, tmp_path, model, weather):
     with pytest.raises(ins.UsageError, match="--value"):
         result.picture(tmp_path / "wrong.png", value="beems")
     assert not (tmp_path / "wrong.png").exists()
+
+
+def test_sun_hours_are_saved_and_drawn_as_by_the_command(command, tmp_path, model):
+    sensors = model.select("surface").sensors(grid=4.0)
+    place = {"latitude": 41.98, "longitude": -87.92, "time_zone": -6.0}
+    result = ins.sun_hours(model, sensors, dates="2025-03-21", hours=(9, 15), min=2, page=True, **place)
+    result.save(tmp_path / "out")
+    files = {one.name: one.read_bytes() for one in (tmp_path / "out").iterdir() if one.name != "summary.json"}
+    options = ["--lat", 41.98, "--lon", -87.92, "--tz", -6, "--dates", "3/21", "--hours", "9-15", "--min", 2]
+    cells = ["--scene", courtyard / "courtyard.obj", "--select", "surface", "--grid", 4]
+    command("sunhours", *cells, *options, "--page", "--out", tmp_path / "out")
+    assert files.keys() >= {"page.html", "sensors.csv", "groups.csv", "heatmap.png"}
+    for name, held in files.items():
+        assert (tmp_path / "out" / name).read_bytes() == held, name
+    result.page(tmp_path / "out" / "page.html")
+    assert (tmp_path / "out" / "page.html").read_bytes() == files["page.html"]
+    command("picture", tmp_path / "out", "--view", "top", "--only", "surface", "--file", tmp_path / "command.png")
+    result.picture(tmp_path / "python.png", view="top", only="surface")
+    assert (tmp_path / "python.png").read_bytes() == (tmp_path / "command.png").read_bytes()
+
+
+def test_rows_say_when_the_peak_is_and_what_is_closed_in(box, weather):
+    inner = 0.2 * (box.vertices - 5.0) + 5.0  # a room within the box
+    faces = [*box.faces, *(face + len(box.vertices) for face in box.faces)]
+    model = ins.Model(np.vstack([box.vertices, inner]), faces, objects=[*box.objects, *box.objects])
+    with pytest.warns(ins.InsolateWarning, match="left out of means"):
+        result = ins.radiation(model, model.select("roof").sensors(grid=2.0), weather, period="6/21", reflectance=0)
+    frame = result.to_dataframe()
+    inside = (np.abs(result.sensors.points - 5.0) < 1.5).all(axis=1)
+    assert 0 < inside.sum() < len(frame)
+    np.testing.assert_array_equal(frame["enclosed"], inside)
+    assert frame["peak_start"][inside].isna().all()
+    # The hour of the file that is brightest on the roof lies near noon of 21 June, by the site's clock.
+    first = frame[~inside].iloc[0]
+    hours = result.hours([int(frame.index[~inside][0])])["poa_global"].isel(sensor=0)
+    assert first["peak_start"] == pd.Timestamp(hours["time"].values[hours.values.argmax()]).tz_localize(
+        first["peak_start"].tz
+    )
+    assert (frame["face"] == result.sensors.faces).all()
 
 
 def test_groups_are_those_of_the_saved_table(tmp_path, box, weather):

@@ -24,12 +24,14 @@ namespace {
 
 /// "A: before: Testville; ...; insolate 0.1.0".
 std::string sideText(const char* side, const ResultFolder& results) {
-    return fmt::format("{}: {}{}{}", side, printable(results.folder.string()),
-                       results.facts.madeBy.empty() ? "" : ": ", results.facts.madeBy);
+    const std::string folder = printable(results.folder.string());
+    const std::string& madeBy = results.facts.madeBy;
+    return fmt::format("{}: {}{}{}", side, folder, folder.empty() || madeBy.empty() ? "" : ": ",
+                       madeBy);
 }
 
 std::string subtitleOf(const ResultFolder& a, const ResultFolder& b) {
-    if (a.facts.madeBy == b.facts.madeBy) {
+    if (a.facts.madeBy == b.facts.madeBy && !a.folder.empty() && !b.folder.empty()) {
         return fmt::format("A: {}; B: {}; {}", printable(a.folder.string()),
                            printable(b.folder.string()), b.facts.madeBy);
     }
@@ -68,6 +70,61 @@ std::vector<ResultColumn> comparedColumns(const Comparison& comparison) {
         columns.push_back({"distance", "m", "Distance between the pair", std::move(distances)});
     }
     return columns;
+}
+
+nlohmann::ordered_json recordOf(const CompareAnswer& answer) {
+    const ResultFolder& a = answer.a;
+    const ResultFolder& b = answer.b;
+    const Comparison& comparison = answer.comparison;
+    nlohmann::ordered_json record;
+    record["versions"] = versionsInUse();
+    const auto side = [&](const ResultFolder& results, std::size_t only) {
+        nlohmann::ordered_json said;
+        if (!results.folder.empty()) {
+            std::error_code problem;
+            said["folder"] = results.folder.string();
+            said["folder_from_here"] =
+                std::filesystem::proximate(results.folder, answer.options.out, problem).string();
+        }
+        said["made_by"] = results.facts.madeBy;
+        said["sensors"] = results.field.size();
+        said["without_a_partner"] = only;
+        return said;
+    };
+    record["comparison"] = {{"a", side(a, comparison.onlyA.size())},
+                            {"b", side(b, comparison.onlyB.size())},
+                            {"values", comparison.values},
+                            {"pairs", comparison.pairs.size()},
+                            {"pairs_at_the_same_place", comparison.samePlaces},
+                            {"tolerance_m", comparison.tolerance},
+                            {"doubts", comparison.doubts}};
+    if (!b.facts.period.empty()) {
+        record["period"]["text"] = b.facts.period;
+    }
+    // The surroundings are those of B; their place is said from the new folder.
+    const auto summary = nlohmann::ordered_json::parse(b.summary);
+    if (const auto scene = summary.find("scene"); scene != summary.end() && scene->is_object()) {
+        record["scene"] = *scene;
+        record["scene"]["files_from_here"] = nlohmann::ordered_json::array();
+        for (const std::filesystem::path& file : b.model.filesFromFolder) {
+            std::error_code problem;
+            record["scene"]["files_from_here"].push_back(
+                std::filesystem::proximate(b.folder / file, answer.options.out, problem).string());
+        }
+    }
+    record["sensors"]["count"] = comparison.field.size();
+    if (!comparison.areas.empty()) {
+        record["sensors"]["area_m2"] =
+            std::accumulate(comparison.areas.begin(), comparison.areas.end(), 0.0);
+    }
+    record["sensors"]["means_weighted_by"] = comparison.areas.empty() ? "count" : "area";
+    record["results"] = rangesOf(comparison.columns, comparison.areas);
+    record["warnings"] = answer.warned.warnings();
+    for (const auto& [stage, seconds] : answer.watch.stages()) {
+        record["timings"][stage] = seconds;
+    }
+    record["timings"]["whole_s"] = answer.watch.whole();
+    return record;
 }
 
 } // namespace
@@ -139,9 +196,12 @@ void writeOnlyB(OutputFile& out, const CompareAnswer& answer, Progress&,
 void writePicture(OutputFile& out, const CompareAnswer& answer, Progress& progress,
                   const std::stop_token& stop) {
     const Comparison& comparison = answer.comparison;
-    const ResultScene scene = loadResultScene(answer.b, stop);
-    if (!scene.problem.empty()) {
-        progress.warn(scene.problem + "; the picture shows the cells alone");
+    ResultScene read;
+    if (answer.scene == nullptr) {
+        read = loadResultScene(answer.b, stop);
+        if (!read.problem.empty()) {
+            progress.warn(read.problem + "; the picture shows the cells alone");
+        }
     }
     const ResultColumn column = inShownUnit(comparison.columns.front());
     PictureOptions picture;
@@ -149,59 +209,12 @@ void writePicture(OutputFile& out, const CompareAnswer& answer, Progress& progre
     picture.north = answer.b.model.north;
     picture.areas = comparison.areas;
     picture.colors = ColorScheme::diverging;
-    drawPicture(out, scene.scene, comparison.field, column, picture, stop);
+    drawPicture(out, answer.scene != nullptr ? *answer.scene : read.scene, comparison.field, column,
+                picture, stop);
 }
 
 void writeSummary(OutputFile& out, const CompareAnswer& answer, Progress&, const std::stop_token&) {
-    const ResultFolder& a = answer.a;
-    const ResultFolder& b = answer.b;
-    const Comparison& comparison = answer.comparison;
-    nlohmann::ordered_json record;
-    record["versions"] = versionsInUse();
-    const auto side = [&](const ResultFolder& results, std::size_t only) {
-        std::error_code problem;
-        return nlohmann::ordered_json{
-            {"folder", results.folder.string()},
-            {"folder_from_here",
-             std::filesystem::proximate(results.folder, answer.options.out, problem).string()},
-            {"made_by", results.facts.madeBy},
-            {"sensors", results.field.size()},
-            {"without_a_partner", only}};
-    };
-    record["comparison"] = {{"a", side(a, comparison.onlyA.size())},
-                            {"b", side(b, comparison.onlyB.size())},
-                            {"values", comparison.values},
-                            {"pairs", comparison.pairs.size()},
-                            {"pairs_at_the_same_place", comparison.samePlaces},
-                            {"tolerance_m", comparison.tolerance},
-                            {"doubts", comparison.doubts}};
-    if (!b.facts.period.empty()) {
-        record["period"]["text"] = b.facts.period;
-    }
-    // The surroundings are those of B; their place is said from the new folder.
-    const auto summary = nlohmann::ordered_json::parse(b.summary);
-    if (const auto scene = summary.find("scene"); scene != summary.end() && scene->is_object()) {
-        record["scene"] = *scene;
-        record["scene"]["files_from_here"] = nlohmann::ordered_json::array();
-        for (const std::filesystem::path& file : b.model.filesFromFolder) {
-            std::error_code problem;
-            record["scene"]["files_from_here"].push_back(
-                std::filesystem::proximate(b.folder / file, answer.options.out, problem).string());
-        }
-    }
-    record["sensors"]["count"] = comparison.field.size();
-    if (!comparison.areas.empty()) {
-        record["sensors"]["area_m2"] =
-            std::accumulate(comparison.areas.begin(), comparison.areas.end(), 0.0);
-    }
-    record["sensors"]["means_weighted_by"] = comparison.areas.empty() ? "count" : "area";
-    record["results"] = rangesOf(comparison.columns, comparison.areas);
-    record["warnings"] = answer.warned.warnings();
-    for (const auto& [stage, seconds] : answer.watch.stages()) {
-        record["timings"][stage] = seconds;
-    }
-    record["timings"]["whole_s"] = answer.watch.whole();
-    writeSummaryJson(out, record);
+    writeSummaryJson(out, recordOf(answer));
 }
 
 bool hasOnlyA(const CompareAnswer& answer) {
@@ -210,6 +223,23 @@ bool hasOnlyA(const CompareAnswer& answer) {
 
 bool hasOnlyB(const CompareAnswer& answer) {
     return !answer.comparison.onlyB.empty();
+}
+
+ResultFolder comparisonInMemory(const ResultFolder& a, const ResultFolder& b,
+                                const Comparison& comparison) {
+    const CompareRunOptions options;
+    Stopwatch watch;
+    Progress silent;
+    KeptWarnings warned(silent);
+    for (const std::string& doubt : comparison.doubts) {
+        warned.warn(doubt);
+    }
+    ResultFolder folder =
+        resultsInMemory(recordOf({options, watch, a, b, comparison, warned})
+                            .dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace),
+                        comparison.field, comparison.columns, comparison.areas);
+    folder.facts.madeBy = subtitleOf(a, b);
+    return folder;
 }
 
 } // namespace insolate::study

@@ -23,6 +23,7 @@ struct CompareAnswer {
     const ResultFolder& b;
     const Comparison& comparison;
     const KeptWarnings& warned;
+    const Scene* scene = nullptr; ///< around B; null: of its files, where they are still there
 };
 
 void writeTable(OutputFile& out, const CompareAnswer& answer, Progress& progress,

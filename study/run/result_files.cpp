@@ -55,7 +55,8 @@ constexpr std::array listedFiles = {
     ListedFile{.name = {"hours.csv", isOurHoursCsv}, .run = {writeHoursTable, wantsHoursTable}},
     // Earlier versions wrote it where hours.csv stands now.
     ListedFile{.name = {"series.csv", isOurSeriesCsv}},
-    ListedFile{.name = {"page.html", isOurPage}, .run = {writePage, wantsPage}},
+    ListedFile{.name = {"page.html", isOurPage}, .run = {writePage, wantsPage},
+               .sunHours = {writePage, wantsPage}},
     ListedFile{.name = {"picture.png", isOurPicture}}, // of insolate picture
     ListedFile{.name = {"spans.csv", isOurSpans}, .sunHours = {writeSpans, wantsSpans}},
     ListedFile{.name = {"summary.json", isOurSummary},

@@ -129,4 +129,25 @@ void runCompare(const CompareRunOptions& options, Progress& told, const std::sto
     writeResults(folder, CompareAnswer{options, watch, a, b, comparison, progress}, progress, stop);
 }
 
+void saveComparison(const ResultFolder& a, const ResultFolder& b, const Comparison& comparison,
+                    const Scene& scene, const std::filesystem::path& out, Progress& progress,
+                    const std::stop_token& stop) {
+    checkOutFolder(out);
+    CompareRunOptions options;
+    options.out = out;
+    Stopwatch watch;
+    Progress silent; // they were heard when the two were compared
+    KeptWarnings warned(silent);
+    for (const std::string& doubt : comparison.doubts) {
+        warned.warn(doubt);
+    }
+    std::vector<std::filesystem::path> read = a.model.files;
+    read.insert(read.end(), b.model.files.begin(), b.model.files.end());
+    OutputFolder folder(out, std::move(read));
+    const FolderHold hold(progress, folder);
+    requireFreeFolder<CompareAnswer>(folder, options);
+    writeResults(folder, CompareAnswer{options, watch, a, b, comparison, warned, &scene}, progress,
+                 stop);
+}
+
 } // namespace insolate::study

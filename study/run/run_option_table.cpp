@@ -109,6 +109,14 @@ void addEnclosedOption(OptionTable& table, bool& keep) {
                .take = [&](const std::string& text) { keep = text == "keep"; }});
 }
 
+void addPageOptions(OptionTable& table, bool& page, double& limit) {
+    table.flag("page", page,
+               "Also write page.html: the results in 3-D, one file that every browser opens");
+    table.number("page-limit", limit, "MB",
+                 "What page.html may weigh; beyond it values lose digits and columns are left out",
+                 "MB above 0");
+}
+
 LengthUnit lengthUnitOf(const std::string& option, const std::string& name) {
     const std::optional<LengthUnit> unit = lengthUnitNamed(name);
     if (!unit) {
@@ -356,11 +364,7 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                        numbersOf("tilt-classes", text, "degrees, as in 10,30,60");
                }});
     addOrientationOptions(table, options.groups.classes);
-    table.flag("page", options.page,
-               "Also write page.html: the results in 3-D, one file that every browser opens");
-    table.number("page-limit", options.pageLimit, "MB",
-                 "What page.html may weigh; beyond it values lose digits and columns are left out",
-                 "MB above 0");
+    addPageOptions(table, options.page, options.pageLimit);
     addEnclosedOption(table, options.keepEnclosed);
     table.flag("dry-run", options.dryRun,
                "Print sensors, area, memory and time that the run would take, and write nothing");

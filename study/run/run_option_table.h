@@ -24,6 +24,9 @@ void addOrientationOptions(OptionTable& table, OrientationClasses& classes);
 /// --enclosed
 void addEnclosedOption(OptionTable& table, bool& keep);
 
+/// --page and --page-limit
+void addPageOptions(OptionTable& table, bool& page, double& limit);
+
 /// The unit of that name: mm, cm, m, ft or in.
 /// @throws UsageError beginning with "--OPTION"
 INSOLATE_STUDY_EXPORT LengthUnit lengthUnitOf(const std::string& option, const std::string& name);

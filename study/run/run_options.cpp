@@ -120,6 +120,12 @@ void checkModelOptions(const ModelOptions& options) {
     }
 }
 
+void checkPageLimit(double limit) {
+    if (!(limit > 0.0)) {
+        throw UsageError(fmt::format("--page-limit {}: a page has a size; give MB above 0", limit));
+    }
+}
+
 void checkRunOptions(const RunOptions& options) {
     checkSkyOptions(options);
     checkModelOptions(options);
@@ -128,10 +134,7 @@ void checkRunOptions(const RunOptions& options) {
         throw UsageError(fmt::format("--best {}: no area; give square metres, such as 20",
                                      options.groups.bestArea));
     }
-    if (!(options.pageLimit > 0.0)) {
-        throw UsageError(
-            fmt::format("--page-limit {}: a page has a size; give MB above 0", options.pageLimit));
-    }
+    checkPageLimit(options.pageLimit);
     requireHourly(options, "--unshaded", options.hourly.unshaded);
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
     checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);

@@ -143,6 +143,9 @@ struct MethodUse {
 /// @throws UsageError when there is no such method
 INSOLATE_STUDY_EXPORT MethodUse methodUse(const std::string& name);
 
+/// @throws UsageError where a page could not weigh so much
+void checkPageLimit(double limit);
+
 /// @throws UsageError naming the option that is missing, out of its range, or does not go with the
 ///         method
 INSOLATE_STUDY_EXPORT void checkSkyOptions(const SkyOptions& options);

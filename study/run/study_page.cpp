@@ -218,6 +218,38 @@ std::string pictureBytes(const PageResult& result, const std::string& subtitle,
     return file.bytes();
 }
 
+PageResult pageResultOf(ResultFolder& folder, PageColumns& columns, const Scene& scene,
+                        std::string name) {
+    PageResult page;
+    page.name = std::move(name);
+    page.scene = &scene;
+    page.field = &folder.field;
+    columns = pageColumnsOf(std::move(folder.columns), folder);
+    page.columns = columns.whole;
+    page.steps = columns.steps;
+    page.north = folder.model.north;
+    page.days = folder.facts.days;
+    page.included = folder.included;
+    page.facts = pageFactsOf(folder, folder.field.size());
+    page.site = pageSiteOf(folder);
+    page.warnings = folder.facts.warnings;
+    return page;
+}
+
+void writeResultsPage(OutputFile& out, ResultFolder results, const Scene& scene, std::string name,
+                      double limit, const std::stop_token& stop) {
+    PageColumns columns;
+    const PageResult result = pageResultOf(results, columns, scene, std::move(name));
+    PageOptions page;
+    page.limit = limit;
+    page.picture = pictureBytes(result, results.facts.madeBy, results.areas, stop);
+    writePage(out, {&result, 1}, page, stop);
+}
+
+std::string pageNameIn(const std::filesystem::path& folder) {
+    return std::filesystem::absolute(folder / ".").parent_path().filename().string();
+}
+
 void writeStudyPage(OutputFile& out, const RunAnswer& answer, Progress&,
                     const std::stop_token& stop) {
     const RunOptions& options = answer.options;
@@ -228,7 +260,7 @@ void writeStudyPage(OutputFile& out, const RunAnswer& answer, Progress&,
                             -1, ' ', false, nlohmann::ordered_json::error_handler_t::replace),
                         {}, {}, {});
     PageResult result;
-    result.name = std::filesystem::absolute(options.out / ".").parent_path().filename().string();
+    result.name = pageNameIn(options.out);
     result.scene = &study.inputs.scene;
     result.field = &study.inputs.field;
     std::vector<ResultColumn> shown = results.columns;

@@ -9,6 +9,7 @@
 #include "study/run/study_steps.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <stop_token>
@@ -41,6 +42,18 @@ PageColumns pageColumnsOf(std::vector<ResultColumn> columns, const ResultFolder&
 /// The hours of sensors, whose names are their numbers, and of groups.
 /// @throws DataError when there is no such sensor
 std::vector<PageSeries> pageSeriesOf(std::span<const HourRow> rows, std::size_t sensors);
+
+/// Results as a page shows them.
+/// @param folder whose columns go into `columns`; both, and the scene, must outlive what comes back
+PageResult pageResultOf(ResultFolder& folder, PageColumns& columns, const Scene& scene,
+                        std::string name);
+
+/// Writes the page of results that are not those of a run, as of hours of sun or of a comparison.
+void writeResultsPage(OutputFile& out, ResultFolder results, const Scene& scene, std::string name,
+                      double limit, const std::stop_token& stop);
+
+/// Of a page that lies there: "courtyard".
+std::string pageNameIn(const std::filesystem::path& folder);
 
 /// Writes page.html of a run.
 void writeStudyPage(OutputFile& out, const RunAnswer& answer, Progress& progress,

@@ -146,6 +146,10 @@ std::size_t StudySession::enclosed() const {
     return m_content->results.enclosedCount;
 }
 
+std::span<const float> StudySession::enclosedSensors() const {
+    return m_content->results.enclosed;
+}
+
 namespace {
 
 void requireHours(const RunOptions& options) {

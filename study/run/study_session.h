@@ -97,6 +97,8 @@ public:
     [[nodiscard]] std::span<const float> areas() const;
     /// Sensors that look into closed geometry.
     [[nodiscard]] std::size_t enclosed() const;
+    /// By sensor, 1 for those.
+    [[nodiscard]] std::span<const float> enclosedSensors() const;
 
     /// The hours of a sensor; any number of them may be asked for at the same time.
     /// @throws UsageError where there is no such sensor, or the method has no hours

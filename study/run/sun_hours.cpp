@@ -292,6 +292,7 @@ void checkOptions(const SunHoursOptions& options, const SunlightRule& rule) {
                                      options.year));
     }
     checkModelOptions(options.model);
+    checkPageLimit(options.pageLimit);
     if (!options.baseline.empty()) {
         if (rule.sense == SunSense::shadowAtMost) {
             throw UsageError("--baseline: shares of former sun do not belong to --max-shadow; "

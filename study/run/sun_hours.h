@@ -32,6 +32,8 @@ struct SunHoursOptions {
     SunGroups groups = SunGroups::object;
     std::filesystem::path baseline; ///< results of an earlier run on the same sensors; or empty
     bool spans = false;             ///< spans.csv is wanted, too
+    bool page = false;              ///< also leave page.html
+    double pageLimit = 25.0;        ///< what it may weigh [MB], PageOptions::limit
     /// Sensors that see neither sky nor ground count in groups, verdict and colours.
     bool keepEnclosed = false;
     std::filesystem::path out;
@@ -42,8 +44,8 @@ struct SunHoursOptions {
 /// All options of the command, bound to the values that they set.
 INSOLATE_STUDY_EXPORT void addSunHoursOptions(OptionTable& table, SunHoursOptions& options);
 
-/// Does the whole, and writes sensors.csv, sensors.vtp, groups.csv, heatmap.png, spans.csv where
-/// asked for and, last, summary.json.
+/// Does the whole, and writes sensors.csv, sensors.vtp, groups.csv, heatmap.png, page.html and
+/// spans.csv where asked for and, last, summary.json.
 /// @throws Error; no file is left then
 INSOLATE_STUDY_EXPORT void runSunHours(const SunHoursOptions& options, Progress& progress,
                                        const std::stop_token& stop = {});

@@ -8,6 +8,7 @@
 #include "study/output/summary.h"
 #include "study/output/text.h"
 #include "study/run/stopwatch.h"
+#include "study/run/study_page.h"
 #include "study/run/study_record.h"
 #include "study/run/sun_hours_steps.h"
 #include "study/support/errors.h"
@@ -89,9 +90,10 @@ private:
     std::string m_offset;
 };
 
-nlohmann::ordered_json recordOf(const SunHoursStudy& study, const SunHoursResults& results,
-                                const Stopwatch& watch, const std::vector<std::string>& warnings) {
-    const SunHoursOptions& options = study.options;
+/// @param options the study's, but for the folder of the results
+nlohmann::ordered_json recordOf(const SunHoursOptions& options, const SunHoursStudy& study,
+                                const SunHoursResults& results, const Stopwatch& watch,
+                                const std::vector<std::string>& warnings) {
     const SunlightRule& rule = study.rule;
     nlohmann::ordered_json record;
     record["versions"] = versionsInUse();
@@ -250,14 +252,25 @@ void writeSpans(OutputFile& out, const SunHoursAnswer& answer, Progress&,
     }
 }
 
+void writePage(OutputFile& out, const SunHoursAnswer& answer, Progress&,
+               const std::stop_token& stop) {
+    writeResultsPage(out, sunHoursInMemory(answer.study, answer.results, answer.warned.warnings()),
+                     answer.study.inputs.scene, pageNameIn(answer.options.out),
+                     answer.options.pageLimit, stop);
+}
+
 void writeSummary(OutputFile& out, const SunHoursAnswer& answer, Progress&,
                   const std::stop_token&) {
-    writeSummaryJson(
-        out, recordOf(answer.study, answer.results, answer.watch, answer.warned.warnings()));
+    writeSummaryJson(out, recordOf(answer.options, answer.study, answer.results, answer.watch,
+                                   answer.warned.warnings()));
 }
 
 bool wantsSpans(const SunHoursOptions& options) {
     return options.spans;
+}
+
+bool wantsPage(const SunHoursOptions& options) {
+    return options.page;
 }
 
 bool isOurSpans(const std::filesystem::path& file) {
@@ -342,6 +355,38 @@ void runSunHours(const SunHoursOptions& options, Progress& listener, const std::
     report(results, progress);
     writeResults(folder, SunHoursAnswer{options, watch, study, results, progress}, progress, stop);
     shared = std::move(study.inputs);
+}
+
+void saveSunHours(const SunHoursStudy& study, const SunHoursResults& results,
+                  const std::vector<std::string>& warnings, const std::filesystem::path& out,
+                  Progress& progress, const std::stop_token& stop) {
+    checkOutFolder(out);
+    SunHoursOptions options = study.options;
+    options.out = out;
+    Stopwatch watch;
+    Progress silent; // they were heard when they came up
+    KeptWarnings warned(silent);
+    for (const std::string& warning : warnings) {
+        warned.warn(warning);
+    }
+    OutputFolder folder(out, filesRead(options));
+    const FolderHold hold(progress, folder);
+    requireFreeFolder<SunHoursAnswer>(folder, options);
+    writeResults(folder, SunHoursAnswer{options, watch, study, results, warned}, progress, stop);
+}
+
+ResultFolder sunHoursInMemory(const SunHoursStudy& study, const SunHoursResults& results,
+                              const std::vector<std::string>& warnings) {
+    std::vector<ResultColumn> columns = results.columns;
+    columns.push_back(
+        {"enclosed", "0 or 1", "Whether it looks into closed geometry", results.enclosed});
+    const Stopwatch watch;
+    ResultFolder folder =
+        resultsInMemory(recordOf(study.options, study, results, watch, warnings)
+                            .dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace),
+                        study.inputs.field, std::move(columns), results.areas);
+    folder.facts.madeBy = subtitleOf(study);
+    return folder;
 }
 
 } // namespace insolate::study

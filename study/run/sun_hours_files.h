@@ -36,7 +36,11 @@ void writeSpans(OutputFile& out, const SunHoursAnswer& answer, Progress& progres
 void writeSummary(OutputFile& out, const SunHoursAnswer& answer, Progress& progress,
                   const std::stop_token& stop);
 
+void writePage(OutputFile& out, const SunHoursAnswer& answer, Progress& progress,
+               const std::stop_token& stop);
+
 bool wantsSpans(const SunHoursOptions& options);
+bool wantsPage(const SunHoursOptions& options);
 
 /// Whether a file is a spans.csv of ours, by its first line.
 bool isOurSpans(const std::filesystem::path& file);

@@ -198,6 +198,7 @@ void addSunHoursOptions(OptionTable& table, SunHoursOptions& options) {
                    "Results of an earlier run on the same sensors, to compare with; needs --ratio "
                    "or a rule that has one");
     baseline.typeName = "FOLDER";
+    addPageOptions(table, options.page, options.pageLimit);
     table.flag("spans", options.spans, "Also write spans.csv: every span of sun of every sensor");
     addModelOptions(table, options.model);
     Option& out = table.file("out", options.out, "Folder for the results; made when missing");

@@ -3,6 +3,7 @@
 
 #include "study/export.h"
 #include "study/results/result_column.h"
+#include "study/results/result_folder.h"
 #include "study/run/study_inputs.h"
 #include "study/run/sun_hours.h"
 
@@ -72,5 +73,19 @@ INSOLATE_STUDY_EXPORT SunHoursStudy prepareSunHours(const SunHoursOptions& optio
 INSOLATE_STUDY_EXPORT SunHoursResults calculateSunHours(const SunHoursStudy& study,
                                                         Progress& progress,
                                                         const std::stop_token& stop = {});
+
+/// Writes the files of `insolate sunhours` into the folder, which is made when it is missing.
+/// @param warnings that were given on the way
+/// @throws OutputError, Stopped; no file is left then
+INSOLATE_STUDY_EXPORT void saveSunHours(const SunHoursStudy& study, const SunHoursResults& results,
+                                        const std::vector<std::string>& warnings,
+                                        const std::filesystem::path& out, Progress& progress,
+                                        const std::stop_token& stop = {});
+
+/// As what reads earlier results takes them: to draw them.
+/// @param warnings that were given on the way
+INSOLATE_STUDY_EXPORT ResultFolder sunHoursInMemory(const SunHoursStudy& study,
+                                                    const SunHoursResults& results,
+                                                    const std::vector<std::string>& warnings);
 
 } // namespace insolate::study

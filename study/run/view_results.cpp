@@ -77,21 +77,10 @@ void read(Viewed& viewed, const std::filesystem::path& folder, const std::string
                                   place(folder)));
     }
     PageResult& page = viewed.page;
-    page.name = name;
-    page.scene = &viewed.scene.scene;
-    page.field = &viewed.folder.field;
-    viewed.columns = pageColumnsOf(std::move(viewed.folder.columns), viewed.folder);
-    page.columns = viewed.columns.whole;
-    page.steps = viewed.columns.steps;
+    page = pageResultOf(viewed.folder, viewed.columns, viewed.scene.scene, name);
     if (const std::filesystem::path hours = folder / "hours.csv"; isOurHoursCsv(hours)) {
         page.series = pageSeriesOf(readHoursCsv(hours, stop), viewed.folder.field.size());
     }
-    page.north = viewed.folder.model.north;
-    page.days = viewed.folder.facts.days;
-    page.included = viewed.folder.included;
-    page.facts = pageFactsOf(viewed.folder, viewed.folder.field.size());
-    page.site = pageSiteOf(viewed.folder);
-    page.warnings = viewed.folder.facts.warnings;
     if (!viewed.scene.problem.empty()) {
         page.warnings.push_back(viewed.scene.problem);
     }
@@ -138,6 +127,18 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     writePage(folder.stage(result), pages, page, stop);
     folder.commit();
     progress.note("wrote " + to.string());
+}
+
+void saveResultsPage(const std::filesystem::path& file, ResultFolder results, const Scene& scene,
+                     double limit, Progress& progress, const std::stop_token& stop) {
+    const std::filesystem::path parent =
+        file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+    OutputFolder folder(parent, results.model.files, place(file));
+    const FolderHold hold(progress, folder);
+    writeResultsPage(folder.stage({file.filename().string(), isOurPage}), std::move(results), scene,
+                     pageNameIn(parent), limit, stop);
+    throwIfStopped(stop);
+    folder.commit();
 }
 
 } // namespace insolate::study

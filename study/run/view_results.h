@@ -2,6 +2,8 @@
 #pragma once
 
 #include "study/export.h"
+#include "study/model/scene.h"
+#include "study/results/result_folder.h"
 #include "study/support/progress.h"
 
 #include <filesystem>
@@ -22,5 +24,13 @@ struct ViewOptions {
 /// @throws Error; no file is left then
 INSOLATE_STUDY_EXPORT void viewResults(const ViewOptions& options, Progress& progress,
                                        const std::stop_token& stop = {});
+
+/// Writes the page of results in memory and their surroundings as that file; it bears the name of
+/// its folder.
+/// @param limit as PageOptions::limit [MB]
+/// @throws OutputError, Stopped; no file is left then
+INSOLATE_STUDY_EXPORT void saveResultsPage(const std::filesystem::path& file, ResultFolder results,
+                                           const Scene& scene, double limit, Progress& progress,
+                                           const std::stop_token& stop = {});
 
 } // namespace insolate::study

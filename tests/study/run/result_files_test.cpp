@@ -41,6 +41,7 @@ public:
         options.site.longitude = 0.0;
         options.rule.days = parseDays("3/21");
         options.spans = true;
+        options.page = true;
         options.out = out;
         runSunHours(options, m_silent);
     }
@@ -77,7 +78,7 @@ TEST_F(ResultFiles, AreThoseOfTheLastQuestionAlone) {
         Names own;
     };
     const Question asRun = {"run", &ResultFiles::run, {"hours.nc", "hours.csv", "page.html"}};
-    const Question asSunHours = {"sunhours", &ResultFiles::sunHours, {"spans.csv"}};
+    const Question asSunHours = {"sunhours", &ResultFiles::sunHours, {"page.html", "spans.csv"}};
     const Question asCompare = {"compare", &ResultFiles::compare, {"only_a.csv"}};
     const Folder out = m_folder.path() / "out";
     sky(out); // stands beside whatever else
@@ -116,6 +117,7 @@ TEST_F(ResultFiles, LeaveWhatOthersWroteAndWhatIsBeingRead) {
     run(out);
     EXPECT_FALSE(namesIn(out).contains("only_a.csv"));
     std::filesystem::remove(out / "spans.csv");
+    std::filesystem::remove(out / "page.html");
     sunHours(out);
     EXPECT_TRUE(namesIn(out).contains("sensors.masks")) << "they are expensive";
 }
