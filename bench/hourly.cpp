@@ -38,13 +38,13 @@ struct Extent {
     const char* name;
     bool peak;
     int groundRays;
-    bool edges; // to 1 % of the sky's part, 2 % of the direct one
+    double tolerance; // of the total
 };
 const Extent extents[] = {
-    {"sums", false, 0, false},
-    {"and ground rays", false, HourlyAnalysisOptions{}.groundRays, false},
-    {"and peak", true, HourlyAnalysisOptions{}.groundRays, false},
-    {"and shadow edges", true, HourlyAnalysisOptions{}.groundRays, true},
+    {"sums", false, 0, 0.0},
+    {"and ground rays", false, HourlyAnalysisOptions{}.groundRays, 0.0},
+    {"and peak", true, HourlyAnalysisOptions{}.groundRays, 0.0},
+    {"and 1 % of the total", true, HourlyAnalysisOptions{}.groundRays, 0.01},
 };
 
 const ECumulativeSky& definedSky() {
@@ -70,8 +70,7 @@ const HourlyAnalysis& analysis(const Extent& extent) {
     HourlyAnalysisOptions options;
     options.peak = extent.peak;
     options.groundRays = extent.groundRays;
-    options.skyTolerance = extent.edges ? 0.01 : 0.0;
-    options.sunTolerance = extent.edges ? 0.02 : 0.0;
+    options.tolerance = extent.tolerance;
     return made.emplace(extent.name, HourlyAnalysis(buildHourlySky(weather.series), options))
         .first->second;
 }

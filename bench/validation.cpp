@@ -3,13 +3,14 @@
 ///     bench_validation <folder with amsterdam.epw, chicago.epw, mannheim.epw, tokyo.epw>
 ///     <plot.svg> [section...]
 ///
-/// Sections are closure, walls, symmetry, shading, scenes, ground and methods (which draws the
-/// plot); all of them when none is named.
+/// Sections are closure, walls, symmetry, shading, scenes, totals, ground and methods (which draws
+/// the plot); all of them when none is named.
 #include <insolate/insolate.h>
 
 #include <insolate/weather/all_weather_luminance.h>
 
 #include <bench/scenes.h>
+#include <bench/total_accuracy.h>
 #include <tests/hourly/made_weather.h>
 
 #include <algorithm>
@@ -296,6 +297,7 @@ void shading(const std::string& folder) {
     const HourlySky sky = buildHourlySky(readWeatherSeries(folder + "/chicago.epw").series);
     const auto analysis = [&](double skyTolerance, double sunTolerance) {
         HourlyAnalysisOptions options;
+        options.tolerance = 0.0;
         options.skyTolerance = skyTolerance;
         options.sunTolerance = sunTolerance;
         options.groundRays = 0;
@@ -451,6 +453,7 @@ void denseScenes(const std::string& folder) {
         std::printf("| %s |", place.name.c_str());
         for (const bool tolerances : {false, true}) {
             HourlyAnalysisOptions options;
+            options.tolerance = 0.0;
             options.peak = false;
             options.groundRays = 0;
             if (tolerances) {
@@ -490,11 +493,14 @@ void ground(const std::string& folder) {
     std::printf(
         "\n## Ground\n\nFacades of a canyon 12 m wide and 18 m high, at 60 heights and three "
         "bearings. Error of the ground's part, in percent of the sensor's total: root mean "
-        "square / largest.\n\n| rays | error |\n|---|---|\n");
+        "square / largest.\n\n| rays | tolerance | error |\n|---|---|---|\n");
     const HourlySky sky = buildHourlySky(readWeatherSeries(folder + "/chicago.epw").series);
-    for (const int rays : {48, HourlyAnalysisOptions().groundRays, 384}) {
+    const int usual = HourlyAnalysisOptions().groundRays;
+    for (const auto& [rays, tolerance] :
+         {std::pair{48, 0.0}, {128, 0.0}, {usual, 0.0}, {usual, 0.01}, {usual, 0.003}}) {
         HourlyAnalysisOptions options;
         options.groundRays = rays;
+        options.tolerance = tolerance;
         options.peak = false;
         const HourlyAnalysis analysis(sky, options);
         double squares = 0.0;
@@ -521,8 +527,8 @@ void ground(const std::string& folder) {
                 ++count;
             }
         }
-        std::printf("| %d | %.2f / %.2f |\n", rays, 100.0 * std::sqrt(squares / count),
-                    100.0 * largest);
+        std::printf("| %d | %g | %.2f / %.2f |\n", rays, 100.0 * tolerance,
+                    100.0 * std::sqrt(squares / count), 100.0 * largest);
     }
 }
 
@@ -607,6 +613,12 @@ int main(int argc, char** argv) {
         {"symmetry", [] { symmetry(); }},
         {"shading", [&] { shading(argv[1]); }},
         {"scenes", [&] { denseScenes(argv[1]); }},
+        {"totals",
+         [&] {
+             std::printf("\n## Totals\n");
+             printTotalAccuracy(argv[1], {"chicago", "tokyo", "south"},
+                                {0.0, HourlyAnalysisOptions().tolerance, 0.005, 0.002});
+         }},
         {"ground", [&] { ground(argv[1]); }},
         {"methods", [&] { fourMethods(argv[1], argv[2]); }}};
     const std::vector<std::string> wanted(argv + std::min(argc, 3), argv + argc);
@@ -616,7 +628,7 @@ int main(int argc, char** argv) {
     });
     if (argc < 3 || !known) {
         std::fprintf(stderr, "usage: bench_validation <weather folder> <plot.svg> [closure] "
-                             "[walls] [symmetry] [shading] [scenes] [ground] [methods]\n");
+                             "[walls] [symmetry] [shading] [scenes] [totals] [ground] [methods]\n");
         return 2;
     }
     for (const auto& [name, run] : sections) {

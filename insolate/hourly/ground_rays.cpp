@@ -8,14 +8,18 @@
 namespace insolate {
 namespace {
 
-std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
+int bandsOf(int rays) {
+    return rays <= 0 ? 0
+                     : std::max(1, static_cast<int>(std::lround(
+                                       std::sqrt(std::min(rays, GroundRays::mostRays) / 3.0))));
+}
+
+int sectorsOf(int rays) {
+    return rays <= 0 ? 0 : std::max(3, std::min(rays, GroundRays::mostRays) / bandsOf(rays));
+}
+
+std::vector<GroundPiece> groundPieces(int bands, int sectors, double northOffset) {
     std::vector<GroundPiece> pieces;
-    if (rays <= 0) {
-        return pieces;
-    }
-    const int bands = std::max(
-        1, static_cast<int>(std::lround(std::sqrt(std::min(rays, GroundRays::mostRays) / 3.0))));
-    const int sectors = std::max(3, std::min(rays, GroundRays::mostRays) / bands);
     const auto spread = [](int i) {
         const double place = 0.25 + i / std::numbers::phi;
         return place - std::floor(place);
@@ -31,9 +35,17 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
             const double a0 = sector * width + northOffset;
             const double a1 = a0 + width;
             GroundPiece piece;
-            piece.moment = {static_cast<float>(level * (std::cos(a0) - std::cos(a1))),
-                            static_cast<float>(level * (std::sin(a1) - std::sin(a0))),
-                            static_cast<float>(-down)};
+            const auto moment = [&](double from, double to) {
+                return XYZf{static_cast<float>(level * (std::cos(from) - std::cos(to))),
+                            static_cast<float>(level * (std::sin(to) - std::sin(from))),
+                            static_cast<float>(-down * (to - from) / width)};
+            };
+            piece.moment = moment(a0, a1);
+            for (std::size_t part = 0; part < piece.moments.size(); ++part) {
+                const double size = width / static_cast<double>(piece.moments.size());
+                const double from = a0 + static_cast<double>(part) * size;
+                piece.moments[part] = moment(from, from + size);
+            }
             const double sine = (band + spread(sector)) / bands;
             const double turn = a0 + spread(band) * width;
             const double cosine = std::sqrt(1.0 - sine * sine);
@@ -49,7 +61,9 @@ std::vector<GroundPiece> groundPieces(int rays, double northOffset) {
 
 } // namespace
 
-GroundRays::GroundRays(int rays, double northOffset) : pieces(groundPieces(rays, northOffset)) {
+GroundRays::GroundRays(int rays, double northOffset)
+    : pieces(groundPieces(bandsOf(rays), sectorsOf(rays), northOffset)), bands(bandsOf(rays)),
+      sectors(sectorsOf(rays)) {
     std::vector<SkyCellSet> taken;
     std::vector<std::vector<XYZf>> directions;
     for (const GroundPiece& piece : pieces) {

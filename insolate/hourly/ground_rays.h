@@ -4,6 +4,7 @@
 #include <insolate/geometry/xyzf.h>
 #include <insolate/rt/sky_visibility.h>
 
+#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -11,8 +12,10 @@ namespace insolate {
 
 /// A piece of the lower hemisphere, with one ray.
 struct GroundPiece {
-    XYZf direction;   ///< of the ray, unit
-    XYZf moment;      ///< integral of the direction over the piece [sr]
+    XYZf direction; ///< of the ray, unit
+    XYZf moment;    ///< integral of the direction over the piece [sr]
+    /// The same of four parts, sector by sector.
+    std::array<XYZf, 4> moments;
     float solidAngle; ///< [sr]
 };
 
@@ -30,7 +33,10 @@ struct GroundRays {
         std::size_t set;
         int azimuth, altitude;
     };
+    /// The pieces stand band by band, from the horizon down, sector by sector from north.
     std::vector<GroundPiece> pieces;
+    int bands = 0;
+    int sectors = 0;
     std::vector<Cell> cells; ///< of the pieces
     std::vector<SkyDirections> sets;
 

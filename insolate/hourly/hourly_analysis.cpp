@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <mutex>
 #include <numbers>
 #include <optional>
@@ -44,9 +45,20 @@ constexpr float smallGroundView = 0.005f;
 /// rays more without need.
 constexpr float littleGroundView = 0.15f;
 
+/// Pieces of the ground whose mean direction is nearer to the surface's plane than this (a sine)
+/// may be cut by it: half of a piece of 20 degrees, and of 8 in height.
+constexpr float nearPlane = 0.24f;
+
+/// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more.
+constexpr float farFromPlane = 0.0629f;
+
 /// A part of the radiation counts for its tolerance as at least this share of the sensor's own
 /// total and of that of open ground. It is part of what the tolerances promise, not an estimate.
 constexpr float smallPart = 0.1f;
+
+/// A sensor's total counts for its tolerance as at least this share of open ground's, which is part
+/// of the promise too: what sees next to nothing has nothing to be exact about.
+constexpr float smallTotal = 0.02f;
 
 /// Cells of less projected solid angle than this count too little for two rays [sr]: a fifth of the
 /// heaviest cell of a facade. A level surface sees all around, where errors even out, and has half
@@ -104,6 +116,7 @@ struct HourlyAnalysis::Prepared {
     HourlySky sky;
     HourlyAnalysisOptions options;
     SkyCells cells;
+    std::array<float, skyGrid::altitudeCount> cosines{}; // of the bands' middle altitudes
     FirstRays first;
     std::array<GroundRays, 2> ground; // for surfaces that face it, and that see little of it
     std::optional<EdgeTables> edges;  // where a tolerance is given
@@ -136,6 +149,10 @@ struct HourlyAnalysis::Prepared {
           cells(sky.options.northOffset),
           first(sky), ground{GroundRays(raysOfGround(1), sky.options.northOffset),
                              GroundRays(raysOfGround(4), sky.options.northOffset)} {
+        for (std::size_t band = 0; band < cosines.size(); ++band) {
+            cosines[band] = static_cast<float>(
+                std::cos((static_cast<double>(band) + 0.5) * skyGrid::cellWidth));
+        }
         std::array<double, patchCount> totals{};
         for (std::size_t i = 0; i < sky.patchRadiance.size(); ++i) {
             totals[i % patchCount] += static_cast<double>(sky.patchRadiance[i]);
@@ -143,8 +160,9 @@ struct HourlyAnalysis::Prepared {
         for (std::size_t p = 0; p < patchCount; ++p) {
             patchTotals[p] = static_cast<float>(totals[p]);
         }
-        if (sky.valid && (options.skyTolerance > 0.0 || options.sunTolerance > 0.0)) {
-            edges.emplace(sky, first);
+        if (sky.valid &&
+            (options.tolerance > 0.0 || options.skyTolerance > 0.0 || options.sunTolerance > 0.0)) {
+            edges.emplace(sky, first, ground);
         }
         if (sky.valid) {
             parts = SkyParts(sky, first, theParts);
@@ -412,7 +430,7 @@ public:
         sumGround(masks);
         const float firstHours = m_sunHours;
         if (m_shared.edges) {
-            lookAgain();
+            lookAgain(masks, !parts.empty());
         }
         const float lookedHours = m_sunHours; // before anything weakens them
         if (m_light != nullptr) {
@@ -426,7 +444,7 @@ public:
         result.total = result.beam + result.sky + result.ground;
         result.averageDaylight = over(result.total, m_shared.sky.daylightHours);
         result.averagePeriod = over(result.total, m_shared.sky.hours);
-        result.skyViewFactor = m_view / whole;
+        result.skyViewFactor = (m_shared.options.skyTolerance > 0.0 ? m_view : m_firstView) / whole;
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
         if (!parts.empty()) {
@@ -455,10 +473,17 @@ private:
                 }
             }
         }
+        const float ofCells = sumOfProducts(m_seen.data(), m_shared.sky.diffuse.data(), cellCount);
+        const float skyScale = ofCells > 0.0f ? m_sky / ofCells : 0.0f;
+        const std::span<const std::array<float, cellCount>> shares =
+            m_sunShares.empty() ? std::span<const std::array<float, cellCount>>(m_visible)
+                                : m_sunShares;
         const SkyParts::Seen seen{.sides = m_sides,
                                   .normal = m_normal,
                                   .cells = m_seen.data(),
+                                  .skyScale = skyScale,
                                   .visible = {m_visible[0].data(), m_visible[1].data()},
+                                  .sunShares = {shares[0].data(), shares[1].data()},
                                   .sunWeight = m_sunWeight.data(),
                                   .sunVisible = m_sunVisible.data(),
                                   .timeThrough = timeThrough.empty() ? nullptr : timeThrough.data(),
@@ -587,8 +612,60 @@ private:
                                           {m_visible[0].data(), m_visible[1].data()},
                                           m_shared.sky.diffuse.data(),
                                           m_seen.data()});
-        m_view = sums.view;
+        m_view = m_firstView = sums.view;
         m_sky = sums.diffuse;
+        m_sky += skyAtPlane();
+    }
+
+    /// The sky that cells lose which the surface's own plane cuts: they count with the side of
+    /// their middle, so what of them lies in front counts for too little if the middle does, and
+    /// not at all otherwise. Over a cell the cosine x is about even between x - h and x + h, and
+    /// the mean of its positive part is (x + h)^2 / 4h, above max(x, 0) by (h - |x|)^2 / 4h. A cell
+    /// behind the plane is seen as the one before it. Two sides lose both.
+    float skyAtPlane() const {
+        float lost = 0.0f;
+        const auto add = [&](std::size_t cell, int azimuth, int altitude) {
+            const XYZf& centre = m_shared.cells.centre[cell];
+            const float x = dotProduct(m_normal, centre);
+            if (std::abs(x) > farFromPlane) {
+                return;
+            }
+            const float turn = m_normal.x * centre.y - m_normal.y * centre.x;
+            const float rise =
+                (m_normal.z - centre.z * x) / m_shared.cosines[static_cast<std::size_t>(altitude)];
+            constexpr auto half = static_cast<float>(0.5 * skyGrid::cellWidth);
+            const float h = half * (std::abs(turn) + std::abs(rise));
+            const float inside = h - std::abs(x);
+            if (!(inside > 0.0f)) {
+                return;
+            }
+            std::size_t seen = cell;
+            if (!m_look.front.contains(azimuth, altitude)) {
+                const bool aside = std::abs(turn) >= std::abs(rise);
+                const int step = (aside ? turn : rise) > 0.0f ? 1 : -1;
+                azimuth =
+                    (azimuth + (aside ? step : 0) + skyGrid::azimuthCount) % skyGrid::azimuthCount;
+                altitude = std::clamp(altitude + (aside ? 0 : step), 0, skyGrid::altitudeCount - 1);
+                seen = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
+            }
+            lost += m_shared.cells.solidAngle[cell] * inside * inside / (4.0f * h) * 0.5f *
+                    (m_visible[0][seen] + m_visible[1][seen]) * m_shared.sky.diffuse[cell];
+        };
+        if (m_sides == Sides::NoSurface) {
+            return 0.0f;
+        }
+        if (m_sides == Sides::Two) {
+            Rays::forEach(SkyCellSet::all(), add);
+            return 2.0f * lost;
+        }
+        SkyCellSet behind = SkyCellSet::all();
+        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+            behind.words[word] &= ~m_look.front.words[word];
+        }
+        SkyCellSet cut = behind.grown();
+        cut &= m_look.front.grown();
+        Rays::forEach(cut, add);
+        return lost;
     }
 
     void sumSun() {
@@ -622,36 +699,92 @@ private:
     }
 
     /// Puts right what the edges of shadows leave too uncertain.
-    void lookAgain() {
+    void lookAgain(const FirstMasks& masks, bool hasParts) {
         m_look.visible = {m_visible[0].data(), m_visible[1].data()};
         m_look.weight = m_weight.data();
-        m_look.sunWeight = m_sunWeight.data();
-        const float least = smallPart * std::max(m_sky + m_beam, m_shared.openTotal);
+        m_look.alone = m_alone;
+        m_look.ground = masks.ground;
+        m_look.groundWeights = &m_groundWeights;
+        m_look.groundVisible = &m_groundVisible;
+        m_look.groundLight = static_cast<float>(m_shared.sky.groundReflected) * m_groundScale;
+        const float light = m_sky + m_beam;
+        const float whole = light + static_cast<float>(m_shared.sky.groundReflected) * m_groundView;
+        const float part = smallPart * std::max(light, m_shared.openTotal);
+        const auto allowed = [](double tolerance, float of) {
+            return tolerance > 0.0 ? static_cast<float>(tolerance) * of
+                                   : std::numeric_limits<float>::infinity();
+        };
+        const HourlyAnalysisOptions& options = m_shared.options;
         const EdgeTolerance tolerance{
-            static_cast<float>(m_shared.options.skyTolerance) * std::max(m_sky, least),
-            static_cast<float>(m_shared.options.sunTolerance) * std::max(m_beam, least)};
-        ShadowEdges edges(*m_shared.edges, m_shared.sky, m_sides, m_normal);
-        for (const ShadowEdges::Cell& cell : edges.refine(m_rays, m_look, tolerance)) {
-            const auto i = static_cast<std::size_t>(cell.cell);
-            const float seen = std::max(cell.seen, 0.0f);
-            const float gained = seen - m_seen[i];
-            m_seen[i] = seen;
-            m_view += gained;
-            m_sky += gained * m_shared.sky.diffuse[i];
-            if (cell.sunCell >= 0) {
-                const auto j = static_cast<std::size_t>(cell.sunCell);
-                m_beam += cell.beamSeen - m_sunWeight[j] * m_sunVisible[j];
-                m_sunHours += cell.directHours - sunHoursOf(i, j);
-                m_sunWeight[j] = cell.beam;
-                // Where squares were taken out again, sums of nothing are not quite 0.
-                m_sunVisible[j] =
-                    cell.beam > 0.0f ? std::clamp(cell.beamSeen / cell.beam, 0.0f, 1.0f) : 0.0f;
+            allowed(options.tolerance, std::max(whole, smallTotal * m_shared.openTotal)),
+            allowed(options.skyTolerance, std::max(m_sky, part)),
+            allowed(options.sunTolerance, std::max(m_beam, part))};
+        ShadowEdges edges(*m_shared.edges, m_sides, m_normal, m_look);
+        for (const ShadowEdges::Fan& fan : edges.lookAgain(m_rays, tolerance)) {
+            switch (fan.rays > 0 ? fan.kind : ShadowEdges::Kind::None) {
+            case ShadowEdges::Kind::Sky:
+                takeSky(fan);
+                break;
+            case ShadowEdges::Kind::Sun:
+                takeSun(fan, hasParts);
+                break;
+            case ShadowEdges::Kind::Ground:
+                m_groundView += m_groundScale * m_groundWeights[fan.place] *
+                                (fan.visible - m_groundVisible[fan.place]);
+                m_groundVisible[fan.place] = fan.visible;
+                break;
+            case ShadowEdges::Kind::None:
+                break;
             }
         }
         m_view = std::max(m_view, 0.0f);
         m_sky = std::max(m_sky, 0.0f);
         m_beam = std::max(m_beam, 0.0f);
         m_sunHours = std::max(m_sunHours, 0.0f);
+        m_groundView = std::max(m_groundView, 0.0f);
+    }
+
+    /// Two halves that are seen alike count by their own weights from the first, others by half of
+    /// the cell's until they are looked at again, which they are together.
+    void takeSky(const ShadowEdges::Fan& fan) {
+        const std::size_t cell = fan.place;
+        const XYZf& moment = m_shared.edges->lowerMoment(cell);
+        const float lower = std::min(received(moment, vectorLength(moment)), m_weight[cell]);
+        const float weight = fan.half == 0 ? lower : m_weight[cell] - lower;
+        const float before = m_visible[fan.half][cell];
+        const bool alike = m_visible[0][cell] == m_visible[1][cell];
+        const float gained =
+            weight * fan.visible - (alike ? weight : 0.5f * m_weight[cell]) * before;
+        m_seen[cell] = std::max(m_seen[cell] + gained, 0.0f);
+        m_view += gained;
+        m_sky += gained * m_shared.sky.diffuse[cell];
+    }
+
+    void takeSun(const ShadowEdges::Fan& fan, bool hasParts) {
+        const std::size_t j = fan.place;
+        const auto cell = static_cast<std::size_t>(m_shared.first.cellOfSun[j]);
+        const FirstRays::Sun& sun = m_shared.first.sun[fan.half];
+        const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
+        const XYZf ray{sun.rayX[j], sun.rayY[j], sun.rayZ[j]};
+        const float before = m_visible[fan.half][cell];
+        const float weight = received(energy, vectorLength(energy));
+        const float gained = fan.weight * fan.visible - weight * before;
+        const float seen = m_sunWeight[j] * m_sunVisible[j] + gained;
+        m_sunWeight[j] += fan.weight - weight;
+        // Differences of sums are not quite 0 where nothing is left.
+        m_sunVisible[j] =
+            m_sunWeight[j] > 0.0f ? std::clamp(seen / m_sunWeight[j], 0.0f, 1.0f) : 0.0f;
+        m_beam += gained;
+        if (m_shared.options.sunTolerance > 0.0) {
+            const bool faced = m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f;
+            m_sunHours += fan.hours - (faced ? sun.hours[j] * before : 0.0f);
+        }
+        if (hasParts) {
+            if (m_sunShares.empty()) {
+                m_sunShares.assign(m_visible.begin(), m_visible.end());
+            }
+            m_sunShares[fan.half][cell] = fan.visible;
+        }
     }
 
     /// A cell with a ray that meets translucent triangles: what they let through of what is seen of
@@ -778,6 +911,7 @@ private:
         const float lost = m_seen[touched.cell] * (1.0f - sky);
         m_seen[touched.cell] -= lost;
         m_view = std::max(m_view - lost, 0.0f);
+        m_firstView = std::max(m_firstView - lost, 0.0f);
         m_sky = std::max(m_sky - lost * m_shared.sky.diffuse[touched.cell], 0.0f);
         if (touched.sunCell >= 0) {
             const auto j = static_cast<std::size_t>(touched.sunCell);
@@ -824,12 +958,25 @@ private:
         m_groundWeights.resize(ground.pieces.size());
         m_groundVisible.resize(ground.pieces.size(), 0.0f);
         for (std::size_t i = 0; i < ground.pieces.size(); ++i) {
-            m_groundWeights[i] = received(ground.pieces[i].moment, ground.pieces[i].solidAngle);
+            m_groundWeights[i] = weightOf(ground.pieces[i]);
             if (m_groundWeights[i] > 0.0f) {
                 const GroundRays::Cell& cell = ground.cells[i];
                 masks.groundCells[cell.set].insert(cell.azimuth, cell.altitude);
             }
         }
+    }
+
+    /// Of a piece that the surface's plane may cut, the sum of its parts' weights.
+    float weightOf(const GroundPiece& piece) const {
+        if (m_sides == Sides::NoSurface ||
+            std::abs(dotProduct(m_normal, piece.moment)) > nearPlane * piece.solidAngle) {
+            return received(piece.moment, piece.solidAngle);
+        }
+        float weight = 0.0f;
+        for (const XYZf& moment : piece.moments) {
+            weight += received(moment, 0.0f);
+        }
+        return weight;
     }
 
     void sumGround(const FirstMasks& masks) {
@@ -1082,7 +1229,10 @@ private:
     // Of the sun cells: energy on the surface [Wh/m2], its visible share.
     std::array<float, cellCount + lanes> m_sunWeight;
     std::array<float, cellCount + lanes> m_sunVisible;
+    /// Of the cells' halves, of their sun; empty where it is as m_visible.
+    std::vector<std::array<float, cellCount>> m_sunShares;
     float m_view = 0.0f;
+    float m_firstView = 0.0f; // the same by the first rays, a figure of geometry alone
     float m_sky = 0.0f;
     float m_beam = 0.0f;
     float m_sunHours = 0.0f;

@@ -41,23 +41,24 @@ struct Sensor {
 };
 
 struct HourlyAnalysisOptions {
-    /// Errors that the edges of shadows may leave in the sky's part and in the direct part, as
-    /// shares of that part (0.01 is 1 %); of a tenth of the sensor's total, or of open ground's,
-    /// where the part is less. 0 accepts what two rays for each cell of 5 degrees leave: about 1 %
-    /// and 2 % of a year before walls and in courts, but of one day's sun a few percent and in
-    /// places 20 %, since the day lies in few cells. Otherwise, where the cells at edges could
-    /// leave more, the heaviest of them are split. The bound is one of chance: one sensor in a
-    /// hundred, up to three in dense cities, may exceed it. Cells are split down to 0.6 degrees,
-    /// then by the sun's own steps: in short periods a single square of the sky may hold much of
-    /// the sun. Below 0.0005 of the sky and 0.0002 of the sun nothing gets better.
+    /// Error that a sensor's total may have, as a share of it (0.01 is 1 %), of a fiftieth of open
+    /// ground's where the total is less: of sky, direct sun and ground together, over the whole
+    /// period. Where the edges of shadows could leave more, the heaviest places at edges get
+    /// further rays. The bound is one of chance, which two or three sensors in a hundred may exceed
+    /// (docs/validation.md); what first rays miss altogether, such as gaps of a degree, no
+    /// tolerance finds. 0 takes the first rays for all; below 0.001 little gets better.
+    double tolerance = 0.01;
+    /// The same for the sky's part and the direct part, beside the tolerance of the total: as
+    /// shares of that part, of a tenth of the sensor's total, or of open ground's, where the part
+    /// is less. 0 asks for nothing. skyViewFactor and directSunHours come from the first rays
+    /// unless these are given. Below 0.0005 of the sky and 0.0002 of the sun nothing gets better.
     double skyTolerance = 0.0;
     double sunTolerance = 0.0;
-    /// Rays into the lower hemisphere that find the part of the ground hidden by the scene;
-    /// surfaces that see little of it have a quarter of them. 128 leave a facade in a deep canyon
-    /// within 1 % of its total (root mean square), 384 within half of that. 0 or less takes the
-    /// ground as open, more than 4,096 are 4,096. Take 0 also for a scene that models its own
-    /// ground, which would count as hiding it.
-    int groundRays = 128;
+    /// Rays into the lower hemisphere that first find the part of the ground hidden by the scene;
+    /// surfaces that see little of it have a quarter of them. 0 or less takes the ground as open,
+    /// more than 4,096 are 4,096. Take 0 also for a scene that models its own ground, which would
+    /// count as hiding it.
+    int groundRays = 384;
     bool peak = true; ///< whether to find the peak and its hour
     /// LightScene::seasons() of the scene that will be asked, where its materials change with the
     /// date. A scene with other seasons gives results of 0.
@@ -79,8 +80,8 @@ struct SensorResult {
     int peakHour = -1;
     float skyViewFactor = 0;    ///< cosine-weighted share of the view that is sky, 0..1
     float groundViewFactor = 0; ///< the same for open ground
-    /// See HourlySkyOptions::sunshineThreshold [hours]; with its default, and without tolerances
-    /// for edges, the same for each weather of a site.
+    /// See HourlySkyOptions::sunshineThreshold [hours]; with its default, and without a tolerance
+    /// for the direct sun, the same for each weather of a site.
     float directSunHours = 0;
 };
 
@@ -160,7 +161,8 @@ public:
                           SensorHours* hours = nullptr) const;
 
     /// All rays that evaluate() may cast for a sensor before it looks at edges again: two sets of
-    /// the sky, the rest of the ground. Without tolerances a result depends on their answers alone.
+    /// the sky, the rest of the ground. With tolerances of 0 a result depends on their answers
+    /// alone.
     std::vector<SkyDirections> firstRays() const;
 
     /// The parts that the analysis was made with.

@@ -3,6 +3,7 @@
 
 #include <insolate/geometry/vector_math.h>
 #include <insolate/hourly/sensor_kernels.h>
+#include <insolate/rt/occlusion_index.h>
 #include <insolate/rt/ray_caster_abilities.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <bit>
 #include <cmath>
 #include <span>
+#include <vector>
 
 namespace insolate {
 
@@ -93,14 +95,19 @@ public:
         }
     }
 
-    /// Visibility of a cell's direction of a set that skies() was asked for; free: what became of
-    /// its cells.
-    float visible(const SkyDirections& directions, const SkyCellSet& free, int azimuth,
-                  int altitude) const {
-        if (m_query == nullptr) {
-            return one(directions.direction(azimuth, altitude));
+    /// Visibility of any directions; the shorter span counts.
+    void many(std::span<const XYZf> directions, std::span<float> visibility) const {
+        const std::size_t count = std::min(directions.size(), visibility.size());
+        if (m_abilities.index != nullptr) {
+            std::vector<std::uint8_t> occluded(count);
+            m_abilities.index->areOccluded(m_origin, directions, occluded);
+            std::ranges::transform(occluded, visibility.begin(),
+                                   [](std::uint8_t is) { return is != 0 ? 0.0f : 1.0f; });
+            return;
         }
-        return free.contains(azimuth, altitude) ? 1.0f : 0.0f;
+        for (std::size_t i = 0; i < count; ++i) {
+            visibility[i] = one(directions[i]);
+        }
     }
 
     /// Whether every visibility is 0 or 1.

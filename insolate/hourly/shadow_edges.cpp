@@ -1,26 +1,10 @@
-// How the cells at the edges of shadows are found, and which of them are split.
+// How the places at the edges of shadows are found, and how many rays they get.
 //
-// After the first look a cell counts by two rays, one in each of its halves. That is wrong only
-// where the edge of a shadow passes: in cells whose rays, or those of a neighbour, are seen
-// differently. refine() works on these.
-//
-// 1. Each cell at an edge could be wrong by about what it weighs: its sky and its beam on the
-//    surface. The errors of different cells have either sign, so their squares add up, and the root
-//    of the sum, times an empirical factor, bounds the error of the sensor. Cells that the
-//    surface's own plane cuts lose instead of erring, all in one direction, and add up plainly.
-// 2. While the bound exceeds the tolerance, the heaviest cells are split into squares, two by two
-//    (level 1, 2.5 degrees), then those of the squares at edges again (1.25, 0.6 degrees). A split
-//    square has one ray for each of its four. How heavy a square must be to be split is read from a
-//    histogram of the errors.
-// 3. When one more split of some squares is enough, no others are looked at, and this is the last
-//    round. Otherwise all squares at edges are split but the light ones that together leave a
-//    quarter of what is tolerated.
-// 4. Beyond the smallest squares the sun's own steps are asked one by one; the sky has no finer
-//    detail.
-//
-// The sums of a cell (Cell) hold at any time what its squares give: a square that is split is taken
-// out and its four are put in. A map of each such cell holds what is seen of it, in eighths of its
-// width and height, so that squares of different levels can be compared with their neighbours.
+// With K rays that fill a place evenly the share of it that is seen is off by about K^-0.75: an
+// edge crosses the cells of some sqrt(K) of them. To make the sum of e^2 K^-1.5 small with few rays
+// in all, a place whose error is e gets rays as e^0.8. One limit decides for all places: those
+// below it keep their first ray, those above it get rays by how far they are above it. The limit is
+// the highest that keeps the tolerance, and is read from a histogram of the errors.
 #include <insolate/hourly/shadow_edges.h>
 
 #include <algorithm>
@@ -33,549 +17,495 @@ namespace insolate {
 namespace {
 
 constexpr int sectors = skyGrid::azimuthCount;
-constexpr int bands = skyGrid::altitudeCount;
-constexpr int deepest = EdgeTables::deepest;
-constexpr int side = EdgeTables::side;
+constexpr std::size_t halfBands = 2 * skyGrid::altitudeCount;
 
-// The constants below are measured by `bench_validation <weather folder> <plot.svg> shading
-// scenes`: 500 random cases of each kind of surroundings, and 400 sensors of Lyon and of a dense
-// city.
+// The constants below are measured by `bench_validation <weather folder> <plot.svg> totals`.
 
-/// These times the root of the summed squares of the weights at edges bound the error. Of facades
-/// before a wall, the hardest case, 98.0 % keep half a percent of the beam at a tolerance of 0.25
-/// %, of those in a court 98.6 % keep 1 % of the sky. With 0.3 and 0.65 the rays are 5 % fewer and
-/// the shares 96.4 % and 97.8 %; with 0.45 and 1.0 the rays are 6 % more, the shares 99.6 %
-/// and 98.8 %.
-constexpr float skyFactor = 0.36f;
-constexpr float beamFactor = 0.8f;
+/// These times what a place brings, squared, summed and rooted, bound the error of 98 sensors in a
+/// hundred: with a tolerance of 1 % the root mean square is 0.3 to 0.5 % of the total. A sixth less
+/// leaves 96 sensors in a hundred within, for three quarters of the rays. The suns of one edge err
+/// alike more often than its sky, whose rays are spread; a place that differs only from one across
+/// its corner is seldom cut by the edge.
+constexpr float halfSkyFactor = 0.42f; ///< half a cell's sky is half of the cell's
+constexpr float sunFactor = 0.95f;
+constexpr float cornerFactor = 0.3f;
+constexpr float groundFactor = 0.7f;
 
-/// The share of a square's squared error that is left when it is split. Halves of these save 3 % of
-/// the rays, doubles take 2 % more; the share of facades before a wall within half a percent of the
-/// beam, 88.4 % at that tolerance, becomes 86.6 % and 89.4 %.
-struct Shrinking {
-    float sky, beam;
+/// Half of what the cosine spans in half a cell, about [sine].
+constexpr float halfReach = 0.04f;
+
+/// Places with less than this share of the tolerance, squared, are not asked again: they would be
+/// the last, and hundreds of them make no difference.
+constexpr float smallError = 1.0f / 2048.0f;
+
+/// The rays of a place whose squared error is at least 2^i times the limit, and what is left of
+/// that.
+struct Step {
+    std::uint32_t rays;
+    float left;
 };
-constexpr Shrinking unchanged{1.0f, 1.0f};
-constexpr Shrinking quartered{0.2f, 0.22f};
-constexpr Shrinking gone{0.0f, 0.0f};
+constexpr std::size_t stepCount = 18;
+using Schedule = std::array<Step, stepCount>;
 
-/// Of what is tolerated, the part that squares may take which are left as they are while others are
-/// still to be split further. The errors are the same from 0.1 to 0.5; the rays are 5 % more with
-/// 0.1 and 2 % fewer with 0.5.
-constexpr float shareOfLightSquares = 0.25f;
+/// @param factor of what is left with one ray, were the first one not as good as several
+constexpr Schedule scheduleOf(const std::array<std::uint32_t, stepCount>& rays, double factor) {
+    Schedule schedule{};
+    for (std::size_t i = 0; i < stepCount; ++i) {
+        const double k = rays[i];
+        double root = k; // by Newton's steps, since std::sqrt is not constexpr
+        for (int n = 0; n < 20; ++n) {
+            root = 0.5 * (root + k / root);
+        }
+        schedule[i] = {rays[i], static_cast<float>(factor / (k * root))};
+    }
+    return schedule;
+}
 
-/// Squared errors of squares, summed by the power of two of each: the limit above which squares
-/// must be split is found without sorting them.
+/// By kind. The first ray of the sky's halves and of the ground's pieces is one of a lattice, and
+/// better than a single one; the sun's is not. Fewer rays than these at first would gain less for
+/// each.
+constexpr std::array<Schedule, 3> schedules{
+    scheduleOf({4, 5, 7, 9, 12, 16, 21, 27, 36, 47, 62, 64, 64, 64, 64, 64, 64, 64}, 2.0),
+    scheduleOf({4, 4, 4, 4, 6, 8, 10, 14, 18, 24, 31, 41, 54, 72, 95, 125, 165, 217}, 0.8),
+    scheduleOf({4, 4, 4, 6, 8, 10, 13, 17, 23, 30, 40, 53, 64, 64, 64, 64, 64, 64}, 2.0)};
+
+/// Fewer rays than these agree too often though an edge passes between them. With this first third
+/// a sensor gets 14 % (courts) to 36 % (facades) fewer rays at the same error than without.
+constexpr std::uint32_t fewestAtFirst = 4;
+
+/// Squared errors, summed by kind and by the power of two of each.
 class ErrorHistogram {
 public:
-    void add(float value) {
-        const std::size_t exponent = std::bit_cast<std::uint32_t>(value) >> exponentShift & 0xFF;
-        m_sums[exponent] += value;
-        m_sum += value;
-        m_end = std::max(m_end, exponent + 1);
+    static constexpr int binCount = 64;
+
+    /// Errors below a 2^-binCount-th of the largest fall into the lowest bin.
+    explicit ErrorHistogram(float largest) : m_first(exponentOf(largest) - binCount + 1) {}
+
+    std::size_t binOf(float value) const {
+        return static_cast<std::size_t>(std::max(exponentOf(value) - m_first, 0));
     }
-    float sum() const { return m_sum; }
-    /// The highest power of two such that, when all values from there on shrink by the factor, the
-    /// sum of all is no more than allowed: infinity when nothing need shrink, 0 when shrinking all
-    /// of them is not enough.
-    float limit(float allowed, float factor) const {
+    void add(std::size_t kind, float value) {
+        m_sums[kind][binOf(value)] += value;
+        m_sum += value;
+    }
+    /// The highest bin from which on places need further rays so that all together leave no more
+    /// than allowed.
+    std::size_t limit(float allowed) const {
+        std::size_t limit = binCount;
         float left = m_sum;
-        std::size_t exponent = m_end;
-        while (left > allowed && exponent > 1) {
-            --exponent;
-            left -= (1.0f - factor) * m_sums[exponent];
+        while (left > allowed && limit > 0) {
+            --limit;
+            left = m_sum;
+            for (std::size_t kind = 0; kind < schedules.size(); ++kind) {
+                for (std::size_t bin = limit; bin < binCount; ++bin) {
+                    const Step& step = schedules[kind][std::min(bin - limit, stepCount - 1)];
+                    left -= m_sums[kind][bin] * (1.0f - step.left);
+                }
+            }
         }
-        if (left > allowed) {
-            return 0.0f;
-        }
-        return exponent == m_end
-                   ? std::numeric_limits<float>::infinity()
-                   : std::bit_cast<float>(static_cast<std::uint32_t>(exponent) << exponentShift);
+        return limit;
     }
 
 private:
-    static constexpr unsigned exponentShift = 23;
-    std::array<float, 256> m_sums{};
+    static int exponentOf(float value) {
+        return static_cast<int>(std::bit_cast<std::uint32_t>(value) >> 23);
+    }
+    int m_first;
+    std::array<std::array<float, binCount>, 3> m_sums{};
     float m_sum = 0.0f;
-    std::size_t m_end = 0;
 };
 
-/// The upper `level` of six interleaved bits of an axis (0: azimuth, 1: altitude).
-int highBits(std::uint32_t place, int axis, int level) {
-    int value = 0;
-    for (int bit = 0; bit < level; ++bit) {
-        value = value * 2 + static_cast<int>(place >> (10 - 2 * bit + axis) & 1U);
+/// The sectors of a half band, a bit each.
+struct Row {
+    std::uint64_t low = 0, high = 0;
+
+    friend Row operator&(const Row& a, const Row& b) { return {a.low & b.low, a.high & b.high}; }
+    friend Row operator|(const Row& a, const Row& b) { return {a.low | b.low, a.high | b.high}; }
+    Row without(const Row& other) const { return {low & ~other.low, high & ~other.high}; }
+    /// The sectors beside these.
+    Row beside() const {
+        return {low << 1 | high >> 7 | low >> 1 | high << 63,
+                (high << 1 | low >> 63 | high >> 1 | low << 7) & 0xFF};
     }
-    return value;
+};
+
+/// Calls use(cell) for the sectors of a row in a band.
+template <typename Use>
+void forEach(const Row& row, std::size_t band, Use&& use) {
+    for (std::uint64_t bits = row.low; bits != 0; bits &= bits - 1) {
+        use(band * sectors + static_cast<std::size_t>(std::countr_zero(bits)));
+    }
+    for (std::uint64_t bits = row.high; bits != 0; bits &= bits - 1) {
+        use(band * sectors + 64 + static_cast<std::size_t>(std::countr_zero(bits)));
+    }
 }
 
-constexpr float squared(float value) {
-    return value * value;
-}
-
-/// Solid angle of a square whose moment has length 1 [sr].
-float solidAngle(int level) {
-    constexpr auto width = static_cast<float>(skyGrid::cellWidth);
-    return width * width / static_cast<float>(1 << 2 * level);
-}
-
-/// The cell of a word's lowest bit.
-int cellOf(std::size_t word, std::uint64_t bits) {
-    return static_cast<int>(word / 2) * sectors + static_cast<int>(word % 2) * 64 +
-           std::countr_zero(bits);
+Row rowOf(const std::array<SkyCellSet, 2>& sets, std::size_t halfBand) {
+    const SkyCellSet& set = sets[halfBand % 2];
+    return {set.words[halfBand / 2 * 2], set.words[halfBand / 2 * 2 + 1]};
 }
 
 } // namespace
 
-EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& firstRays)
-    : m_sky(&sky), m_firstRays(&firstRays), m_sunCellOf(skyGrid::cellCount, -1) {
+EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& first,
+                       std::span<const GroundRays> ground)
+    : m_sky(&sky), m_first(&first), m_groundRays(ground), m_sunCellOf(skyGrid::cellCount, -1) {
+    const auto x = [](std::size_t k) { return (static_cast<double>(49 * k % 64) + 0.5) / 64.0; };
+    const auto y = [](std::size_t k) { return (static_cast<double>(37 * k % 64) + 0.5) / 64.0; };
+    const auto angle = [](double value) {
+        return Angle{static_cast<float>(std::sin(value)), static_cast<float>(std::cos(value))};
+    };
+    for (std::size_t halfBand = 0; halfBand < halfBands; ++halfBand) {
+        for (std::size_t k = 0; k < fanSize; ++k) {
+            const double altitude =
+                (static_cast<double>(halfBand) + y(k)) * 0.5 * skyGrid::cellWidth;
+            const double azimuth = x(k) * skyGrid::cellWidth;
+            const double level = std::cos(altitude);
+            m_skyFans.push_back({{static_cast<float>(level * std::sin(azimuth)),
+                                  static_cast<float>(level * std::cos(azimuth)),
+                                  static_cast<float>(std::sin(altitude))},
+                                 static_cast<float>(level)});
+        }
+    }
     const double north = sky.options.northOffset;
-    for (int level = 1; level <= deepest; ++level) {
-        const int squares = 1 << level;
-        auto& pairs = m_pairOfMove[static_cast<std::size_t>(level)];
-        for (int move = 0; move < squares * squares; ++move) {
-            const int x = move % squares;
-            const int y = move / squares;
-            const int other = ((y + squares / 2) % squares) * squares + (x + squares / 2) % squares;
-            std::uint8_t& pair = pairs[static_cast<std::size_t>(move)];
-            if (level > 1 && x % 2 == 0 && y % 2 == 0) {
-                pair = m_pairOfMove[static_cast<std::size_t>(level - 1)]
-                                   [static_cast<std::size_t>(y / 2 << (level - 1) | x / 2)];
-            } else if (other < move) {
-                pair = pairs[static_cast<std::size_t>(other)];
-            } else {
-                pair = static_cast<std::uint8_t>(m_sets.size() / 2);
-                for (const std::vector<XYZf>& half :
-                     rayLattice::pair(static_cast<double>(x) / squares,
-                                      static_cast<double>(y) / squares, north)) {
-                    m_sets.emplace_back(
-                        std::span<const XYZf, skyGrid::cellCount>(half.data(), half.size()));
-                }
+    for (std::size_t sector = 0; sector < m_sectors.size(); ++sector) {
+        m_sectors[sector] = angle(static_cast<double>(sector) * skyGrid::cellWidth + north);
+    }
+    for (std::size_t cell = 0; cell < static_cast<std::size_t>(skyGrid::cellCount); ++cell) {
+        const double low = static_cast<double>(cell / sectors) * skyGrid::cellWidth;
+        const double high = low + 0.5 * skyGrid::cellWidth;
+        const double left = static_cast<double>(cell % sectors) * skyGrid::cellWidth + north;
+        const double right = left + skyGrid::cellWidth;
+        const double level =
+            0.5 * (high - low) + 0.25 * (std::sin(2.0 * high) - std::sin(2.0 * low));
+        const double up = 0.5 * (std::sin(high) * std::sin(high) - std::sin(low) * std::sin(low));
+        m_lowerMoments.push_back({static_cast<float>(level * (std::cos(left) - std::cos(right))),
+                                  static_cast<float>(level * (std::sin(right) - std::sin(left))),
+                                  static_cast<float>(up * skyGrid::cellWidth)});
+    }
+    for (const GroundRays& rays : ground) {
+        GroundFans& fans = m_ground.emplace_back();
+        const double width = 2.0 * std::numbers::pi / std::max(rays.sectors, 1);
+        for (int band = 0; band < rays.bands; ++band) {
+            for (std::size_t k = 0; k < fanSize; ++k) {
+                const double sine = (band + y(k)) / rays.bands;
+                const double level = std::sqrt(1.0 - sine * sine);
+                fans.rays.push_back({{static_cast<float>(level * std::sin(x(k) * width)),
+                                      static_cast<float>(level * std::cos(x(k) * width)),
+                                      static_cast<float>(-sine)},
+                                     1.0f});
             }
         }
-    }
-    for (int cell = 0; cell < skyGrid::cellCount; ++cell) {
-        m_first[static_cast<std::size_t>(cell)] = {
-            static_cast<std::uint8_t>(rayLattice::placeX(cell / sectors) * side),
-            static_cast<std::uint8_t>(rayLattice::placeY(cell % sectors) * side)};
-    }
-    // From the middle of an eighth to the ray in it.
-    const auto shift = [](double place) {
-        const double over = place * side - std::floor(place * side) - 0.5;
-        const double angle = over / side * skyGrid::cellWidth;
-        return Angle{static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle))};
-    };
-    for (int altitude = 0; altitude < bands; ++altitude) {
-        m_shiftX[static_cast<std::size_t>(altitude)] = shift(rayLattice::placeX(altitude));
-    }
-    for (int azimuth = 0; azimuth < sectors; ++azimuth) {
-        m_shiftY[static_cast<std::size_t>(azimuth)] = shift(rayLattice::placeY(azimuth));
-    }
-    const auto angles = [](int cells, double offset) {
-        std::vector<Angle> result;
-        for (int i = 0; i < cells * 2 * side; ++i) {
-            const double angle = i * std::numbers::pi / (36.0 * 2 * side) + offset;
-            result.push_back(
-                {static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle))});
+        for (int sector = 0; sector < rays.sectors; ++sector) {
+            fans.sectors.push_back(angle(sector * width + north));
         }
-        return result;
-    };
-    m_azimuths = angles(sectors, north);
-    m_altitudes = angles(bands, 0.0);
-
-    for (int level = 0; level <= deepest; ++level) {
-        m_suns[static_cast<std::size_t>(level)].resize(sky.sunCells.size() << 2 * level);
     }
     for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
         const SunCell& sun = sky.sunCells[j];
-        m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<int>(j);
-        for (int s = sun.firstStep; s < sun.firstStep + sun.stepCount; ++s) {
-            const SunStep& step = sky.sunSteps[static_cast<std::size_t>(s)];
-            for (int level = 0; level <= deepest; ++level) {
-                Sun& square = m_suns[static_cast<std::size_t>(level)][static_cast<std::size_t>(
-                    (static_cast<int>(j) << 2 * level) + (highBits(step.place, 1, level) << level) +
-                    highBits(step.place, 0, level))];
-                square.energy = sum(square.energy, step.energy);
-                square.hours += step.sunHours;
-            }
+        m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<std::int16_t>(j);
+        const int end = sun.firstStep + sun.stepCount;
+        int middle = sun.firstStep;
+        while (middle < end &&
+               FirstRays::halfOf(sky.sunSteps[static_cast<std::size_t>(middle)]) == 0) {
+            ++middle;
         }
+        m_steps.push_back({sun.firstStep, middle, end});
     }
 }
 
-XYZf EdgeTables::rayOf(int level, int cell, int x, int y) const {
-    const Place first = m_first[static_cast<std::size_t>(cell)];
-    const int below = deepest - level;
-    const int rest = (1 << below) - 1;
-    const int azimuth = cell % sectors;
-    const int altitude = cell / sectors;
-    const auto turned = [](const Angle& angle, const Angle& by) {
-        return Angle{angle.sine * by.cosine + angle.cosine * by.sine,
-                     angle.cosine * by.cosine - angle.sine * by.sine};
+/// Adds the halves of cells that are seen differently from one beside, above or below them.
+void ShadowEdges::addSky() {
+    std::array<Row, halfBands + 2> clear; // with an empty one before and after
+    std::array<Row, halfBands + 2> hidden;
+    for (std::size_t i = 0; i < halfBands; ++i) {
+        clear[i + 1] = rowOf(m_first.free, i);
+        hidden[i + 1] = (rowOf(m_first.asked, i) | rowOf(m_first.alone, i)).without(clear[i + 1]);
+    }
+    const auto doubtful = [&](std::size_t i) {
+        const Row upDownHidden = hidden[i] | hidden[i + 2];
+        const Row upDownClear = clear[i] | clear[i + 2];
+        return (clear[i + 1] & (upDownHidden | hidden[i + 1].beside())) |
+               (hidden[i + 1] & (upDownClear | clear[i + 1].beside()));
     };
-    const int eighthX = (x << below) + (first.x & rest);
-    const int eighthY = (y << below) + (first.y & rest);
-    const Angle turn =
-        turned(m_azimuths[static_cast<std::size_t>((azimuth * side + eighthX) * 2 + 1)],
-               m_shiftX[static_cast<std::size_t>(altitude)]);
-    const Angle height =
-        turned(m_altitudes[static_cast<std::size_t>((altitude * side + eighthY) * 2 + 1)],
-               m_shiftY[static_cast<std::size_t>(azimuth)]);
-    return {height.cosine * turn.sine, height.cosine * turn.cosine, height.sine};
-}
-
-std::span<const SunStep> EdgeTables::stepsOf(int sunCell, int x, int y) const {
-    const SunCell& sun = m_sky->sunCells[static_cast<std::size_t>(sunCell)];
-    const std::span<const SunStep> steps = std::span(m_sky->sunSteps)
-                                               .subspan(static_cast<std::size_t>(sun.firstStep),
-                                                        static_cast<std::size_t>(sun.stepCount));
-    constexpr int below = 2 * (6 - deepest);
-    std::uint32_t square = 0;
-    for (unsigned bit = 0; bit < deepest; ++bit) {
-        square |= (static_cast<std::uint32_t>(x) >> bit & 1U) << 2 * bit |
-                  (static_cast<std::uint32_t>(y) >> bit & 1U) << (2 * bit + 1);
-    }
-    const auto first = std::partition_point(steps.begin(), steps.end(), [&](const SunStep& step) {
-        return step.place >> below < square;
-    });
-    const auto end = std::partition_point(
-        first, steps.end(), [&](const SunStep& step) { return step.place >> below == square; });
-    return {first, end};
-}
-
-/// The cells whose halves are seen differently, or a neighbour's.
-std::vector<ShadowEdges::Square> ShadowEdges::cellsAtEdges() const {
-    SkyCellSet free;
-    SkyCellSet hidden;
-    for (std::size_t half = 0; half < 2; ++half) {
-        for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-            free.words[i] |= m_first.free[half].words[i];
-            hidden.words[i] |= m_first.asked[half].words[i] & ~m_first.free[half].words[i];
+    const auto atCorner = [&](std::size_t i) {
+        return (clear[i + 1] & (hidden[i] | hidden[i + 2]).beside()) |
+               (hidden[i + 1] & (clear[i] | clear[i + 2]).beside());
+    };
+    const std::vector<float>& diffuse = m_tables.sky().diffuse;
+    for (std::size_t band = 0; band < skyGrid::altitudeCount; ++band) {
+        std::array<Row, 2> rows{doubtful(2 * band), doubtful(2 * band + 1)};
+        // An edge that a single ray does not meet may pass either half.
+        const Row single = rowOf(m_first.alone, 2 * band) | rowOf(m_first.alone, 2 * band + 1);
+        const Row both = (rows[0] | rows[1]) & single;
+        const Row withSun{m_tables.first().withSun.words[2 * band],
+                          m_tables.first().withSun.words[2 * band + 1]};
+        for (std::size_t half = 0; half < 2; ++half) {
+            const Row beside = rows[half] | both;
+            forEach(beside, band, [&](std::size_t cell) {
+                add(Kind::Sky, half, cell, halfSkyFactor * m_first.weight[cell] * diffuse[cell]);
+            });
+            const auto addSun = [&](std::size_t cell, float factor) {
+                const auto j = static_cast<std::size_t>(m_tables.sunCellOf(cell));
+                const FirstRays::Sun& sun = m_tables.first().sun[half];
+                const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
+                add(Kind::Sun, half, j,
+                    factor * (m_sides == Sides::One ? dotProduct(m_normal, energy)
+                                                    : received(energy, vectorLength(energy))));
+            };
+            const Row corners = (atCorner(2 * band + half) & withSun).without(beside);
+            m_suns[half].words[2 * band] = (beside.low & withSun.low) | corners.low;
+            m_suns[half].words[2 * band + 1] = (beside.high & withSun.high) | corners.high;
+            forEach(beside & withSun, band, [&](std::size_t cell) { addSun(cell, sunFactor); });
+            forEach(corners, band, [&](std::size_t cell) { addSun(cell, cornerFactor); });
         }
     }
-    SkyCellSet both = free.grown();
-    both &= hidden.grown();
-    both &= m_first.front;
-    std::vector<Square> edges;
-    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        for (std::uint64_t bits = both.words[i]; bits != 0; bits &= bits - 1) {
-            const int cell = cellOf(i, bits);
-            const auto at = static_cast<std::size_t>(cell);
-            const int sunCell = m_tables.sunCellOf(cell);
-            const float beam = sunCell < 0 ? 0.0f : m_first.sunWeight[sunCell];
-            edges.push_back({squared(m_first.weight[at] * m_hourlySky.diffuse[at]), squared(beam),
-                             static_cast<std::uint16_t>(cell), 0, 0});
-        }
-    }
-    if (m_sides == Sides::One) {
-        addCutCells(edges);
-    }
-    return edges;
 }
 
-/// Adds the cells that the surface's own plane cuts. The first look weighs such a cell by its
-/// middle alone, and loses what lies in front of the plane in the corners. These losses have one
-/// sign: a cell's squared error is its loss times the loss of all, so that the sum of these is the
-/// square of the whole loss. The empirical factor, which holds for errors of either sign, is
-/// divided out.
-void ShadowEdges::addCutCells(std::vector<Square>& edges) const {
-    SkyCellSet behind = SkyCellSet::all();
-    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        behind.words[i] &= ~m_first.front.words[i];
-    }
-    if (behind == SkyCellSet()) {
+/// Adds the suns that the surface's own plane may cut. The first look takes the sun of half a cell
+/// as one vector, and loses what single steps bring in front of the plane when others lie behind
+/// it. These losses have one sign: a place's squared error is its loss times the loss of all, so
+/// that the sum of these is the square of the whole loss.
+void ShadowEdges::addCutSuns() {
+    if (m_sides != Sides::One) {
         return;
     }
-    SkyCellSet free = m_first.front;
-    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        free.words[i] &= m_first.free[0].words[i] | m_first.free[1].words[i];
+    SkyCellSet behind = SkyCellSet::all();
+    SkyCellSet free;
+    for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+        behind.words[word] &= ~m_first.front.words[word];
+        free.words[word] = m_first.free[0].words[word] | m_first.free[1].words[word];
     }
     SkyCellSet cut = behind.grown();
-    cut &= free;
-    SkyCellSet beyond = free.grown();
-    beyond &= behind;
-    struct Lost {
-        std::size_t edge;
-        float sky, beam;
-    };
-    std::vector<Lost> lost;
-    float lostSky = 0.0f;
-    float lostBeam = 0.0f;
-    std::size_t edge = 0;
-    const std::size_t count = edges.size();
-    for (std::size_t i = 0; i < SkyCellSet::wordCount; ++i) {
-        for (std::uint64_t bits = cut.words[i] | beyond.words[i]; bits != 0; bits &= bits - 1) {
-            const int cell = cellOf(i, bits);
-            const auto at = static_cast<std::size_t>(cell);
-            const int sunCell = m_tables.sunCellOf(cell);
-            float sky = -m_first.weight[at];
-            float beam = sunCell < 0 ? 0.0f : -m_first.sunWeight[sunCell];
-            for (int y = 0; y < 2; ++y) {
-                for (int x = 0; x < 2; ++x) {
-                    sky += solidAngle(1) * projected(m_tables.moment(1, cell, x, y));
-                    beam += sunCell < 0 ? 0.0f : projected(m_tables.sunOf(1, sunCell, x, y).energy);
-                }
+    cut &= m_first.front.grown();
+    cut &= free.grown();
+    cut &= m_tables.first().withSun;
+    const std::size_t first = m_doubtCount;
+    float lost = 0.0f;
+    Rays::forEach(cut, [&](std::size_t cell, int azimuth, int altitude) {
+        const auto j = static_cast<std::size_t>(m_tables.sunCellOf(cell));
+        for (std::size_t half = 0; half < 2; ++half) {
+            if (m_suns[half].contains(azimuth, altitude)) {
+                continue; // its fan finds that too
             }
-            sky = std::max(sky * m_hourlySky.diffuse[at], 0.0f);
-            beam = std::max(beam, 0.0f);
-            lostSky += sky;
-            lostBeam += beam;
-            while (edge < count && edges[edge].cell < cell) {
-                ++edge;
-            }
-            if (edge < count && edges[edge].cell == cell) {
-                lost.push_back({edge, sky, beam});
-            } else {
-                lost.push_back({edges.size(), sky, beam});
-                edges.push_back({0.0f, 0.0f, static_cast<std::uint16_t>(cell), 0, 0});
+            const FirstRays::Sun& sun = m_tables.first().sun[half];
+            const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
+            const float x = std::abs(dotProduct(m_normal, energy));
+            const float reach = halfReach * vectorLength(energy);
+            if (x < reach) {
+                const float loss = (reach - x) * (reach - x) / (4.0f * reach);
+                lost += loss;
+                m_doubts[m_doubtCount++] = {loss, static_cast<std::uint16_t>(j),
+                                            static_cast<std::uint8_t>(half), Kind::Sun};
             }
         }
+    });
+    m_sums[static_cast<std::size_t>(Kind::Sun)] += lost * lost;
+    std::size_t count = first;
+    for (std::size_t i = first; i < m_doubtCount; ++i) {
+        m_doubts[i].error *= lost;
+        if (m_doubts[i].error > m_least) {
+            m_doubts[count++] = m_doubts[i];
+        }
     }
-    for (const Lost& cell : lost) {
-        edges[cell.edge].sky += cell.sky * lostSky / squared(skyFactor);
-        edges[cell.edge].beam += cell.beam * lostBeam / squared(beamFactor);
-    }
+    m_doubtCount = count;
 }
 
-std::span<const ShadowEdges::Cell> ShadowEdges::refine(Rays& rays, const FirstLook& first,
-                                                       const EdgeTolerance& tolerance) {
-    m_first = first;
-    // The tolerances as sums of squares that are allowed, and what the squares that stay as they
-    // are take of them.
-    const auto allowed = [](float error, float factor) {
-        return error > 0.0f ? squared(error / factor) : std::numeric_limits<float>::infinity();
+/// Adds the pieces of the ground that are seen differently from one beside, above or below them.
+void ShadowEdges::addGround() {
+    if (m_first.ground == nullptr) {
+        return;
+    }
+    const auto columns = static_cast<std::size_t>(m_first.ground->sectors);
+    const std::vector<float>& weights = *m_first.groundWeights;
+    const std::vector<float>& visible = *m_first.groundVisible;
+    // What stands on the ground hides the sky above its foot.
+    const auto isHiddenAbove = [&](std::size_t sector) {
+        const auto azimuth =
+            static_cast<int>((2 * sector + 1) * skyGrid::azimuthCount / columns / 2);
+        return !m_first.free[0].contains(azimuth, 0) && !m_first.free[1].contains(azimuth, 0);
     };
-    const float allowedSky = allowed(tolerance.sky, skyFactor);
-    const float allowedBeam = allowed(tolerance.beam, beamFactor);
-    float fixedSky = 0.0f;
-    float fixedBeam = 0.0f;
-    std::vector<Square> squares = cellsAtEdges();
-    std::vector<Square> chosen;
-    for (int level = 1;; ++level) {
-        ErrorHistogram sky;
-        ErrorHistogram beam;
-        for (const Square& square : squares) {
-            sky.add(square.sky);
-            beam.add(square.beam);
+    for (std::size_t i = 0; i < weights.size(); ++i) {
+        if (!(weights[i] > 0.0f)) {
+            continue;
         }
-        const auto enough = [&](const Shrinking& shrinking) {
-            return fixedSky + shrinking.sky * sky.sum() <= allowedSky &&
-                   fixedBeam + shrinking.beam * beam.sum() <= allowedBeam;
+        const auto differs = [&](std::size_t other) {
+            return weights[other] > 0.0f && visible[other] != visible[i];
         };
-        if (enough(unchanged)) {
-            break;
-        }
-        // The last round splits no more than needed; the steps of the sun are always the last.
-        const bool steps = level > EdgeTables::deepest;
-        const bool reached = steps || enough(quartered);
-        const Shrinking& shrinking = steps || !reached ? gone : quartered;
-        const float share = reached ? 1.0f : shareOfLightSquares;
-        const float skyLimit = steps ? std::numeric_limits<float>::infinity()
-                                     : sky.limit(share * allowedSky - fixedSky, shrinking.sky);
-        const float beamLimit = beam.limit(share * allowedBeam - fixedBeam, shrinking.beam);
-        chosen.clear();
-        for (const Square& square : squares) {
-            if ((square.sky > 0.0f && square.sky >= skyLimit) ||
-                (square.beam > 0.0f && square.beam >= beamLimit)) {
-                chosen.push_back(square);
-            } else {
-                fixedSky += square.sky;
-                fixedBeam += square.beam;
-            }
-        }
-        if (steps) {
-            for (const Square& square : chosen) {
-                lookAtSteps(rays, square);
-            }
-            break;
-        }
-        look(rays, level, chosen);
-        if (reached) {
-            break;
-        }
-        // The next round's squares: those of the new ones that an edge crosses.
-        squares.clear();
-        for (const Square& parent : chosen) {
-            const Cell& cell = m_cells[static_cast<std::size_t>(m_place[parent.cell])];
-            for (int quarter = 0; quarter < 4; ++quarter) {
-                const int x = 2 * parent.x + quarter % 2;
-                const int y = 2 * parent.y + quarter / 2;
-                if (atEdge(level, parent.cell, x, y)) {
-                    const float energy =
-                        cell.sunCell < 0
-                            ? 0.0f
-                            : projected(m_tables.sunOf(level, cell.sunCell, x, y).energy);
-                    // A quarter of the parent's sky is near enough for a bound, squared a
-                    // sixteenth.
-                    squares.push_back({parent.sky / 16.0f, squared(energy), parent.cell,
-                                       static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y)});
-                }
-            }
-        }
-    }
-    return m_cells;
-}
-
-/// Asks a square of the deepest level for each step of the sun. Steps without radiation keep what
-/// the square's own ray saw.
-void ShadowEdges::lookAtSteps(Rays& rays, const Square& square) {
-    Cell& cell = m_cells[static_cast<std::size_t>(m_place[square.cell])];
-    const float value = mapOf(square.cell)[mapPlace(deepest, square.x, square.y)];
-    const bool faced = facesRay(deepest, square.cell, square.x, square.y);
-    countSun(cell, m_tables.sunOf(deepest, cell.sunCell, square.x, square.y), faced, value, -1.0f);
-    for (const SunStep& step : m_tables.stepsOf(cell.sunCell, square.x, square.y)) {
-        const float size = vectorLength(step.energy);
-        if (projected(step.energy) > 0.0f) {
-            countSun(cell, {step.energy, step.sunHours}, true,
-                     rays.one(scaled(step.energy, 1.0f / size)), 1.0f);
-        } else if (size == 0.0f) {
-            countSun(cell, {step.energy, step.sunHours}, faced, value, 1.0f);
+        const std::size_t sector = i % columns;
+        if (differs(sector == 0 ? i + columns - 1 : i - 1) ||
+            differs(sector + 1 == columns ? i + 1 - columns : i + 1) ||
+            (i >= columns ? differs(i - columns) : (visible[i] > 0.0f) == isHiddenAbove(sector)) ||
+            (i + columns < weights.size() && differs(i + columns))) {
+            add(Kind::Ground, 0, i, groundFactor * weights[i] * m_first.groundLight);
         }
     }
 }
 
-/// Asks the squares of the level that lie in the chosen ones of the level before.
-void ShadowEdges::look(Rays& rays, int level, const std::vector<Square>& squares) {
-    const std::span<const SkyDirections> sets = m_tables.setsOf(level);
-    const std::size_t firstSet = EdgeTables::firstSetOf(level);
-    std::vector<SkyCellSet> cells(sets.size());
-    const auto setOf = [&](const Square& square, unsigned quarter) {
-        return m_tables.setOfSquare(level, square.cell,
-                                    2 * square.x + static_cast<int>(quarter & 1U),
-                                    2 * square.y + static_cast<int>(quarter >> 1));
+std::span<const ShadowEdges::Fan> ShadowEdges::lookAgain(const Rays& rays,
+                                                         const EdgeTolerance& tolerance) {
+    const auto squared = [](float value) { return value * value; };
+    const EdgeTolerance allowed{squared(tolerance.total), squared(tolerance.sky),
+                                squared(tolerance.beam)};
+    m_least = std::min({allowed.total, allowed.sky, allowed.beam}) * smallError;
+    addSky();
+    addGround();
+    addCutSuns();
+    if (m_sums[0] + m_sums[1] + m_sums[2] <= allowed.total && m_sums[0] <= allowed.sky &&
+        m_sums[1] <= allowed.beam) {
+        return {};
+    }
+    chooseFans(allowed);
+    for (Fan& fan : m_fans) {
+        spread(fan);
+    }
+    ask(rays, false);
+    ask(rays, true);
+    for (Fan& fan : m_fans) {
+        take(fan);
+    }
+    return m_fans;
+}
+
+/// Gives the heaviest doubtful places as many rays as the tolerances (squared) ask for.
+void ShadowEdges::chooseFans(const EdgeTolerance& allowed) {
+    float largest = 0.0f;
+    for (std::size_t i = 0; i < m_doubtCount; ++i) {
+        largest = std::max(largest, m_doubts[i].error);
+    }
+    const auto limitOf = [&](auto&& isMeant, float most) {
+        ErrorHistogram histogram(largest);
+        for (std::size_t i = 0; i < m_doubtCount; ++i) {
+            const Doubt& doubt = m_doubts[i];
+            if (isMeant(doubt.kind)) {
+                histogram.add(static_cast<std::size_t>(doubt.kind), doubt.error);
+            }
+        }
+        return histogram.limit(most);
     };
-    const auto isKnown = [&](const Square& square, unsigned quarter, std::size_t set) {
-        if (level > 1) {
-            return quarter == m_tables.knownQuarter(level, square.cell);
+    std::array<std::size_t, 3> limits;
+    limits.fill(limitOf([](Kind) { return true; }, allowed.total));
+    for (const Kind kind : {Kind::Sky, Kind::Sun}) {
+        if (const float most = kind == Kind::Sky ? allowed.sky : allowed.beam;
+            most < std::numeric_limits<float>::infinity()) {
+            std::size_t& limit = limits[static_cast<std::size_t>(kind)];
+            limit = std::min(limit, limitOf([&](Kind other) { return other == kind; }, most));
         }
-        const int azimuth = square.cell % sectors;
-        const int altitude = square.cell / sectors;
-        return m_tables.isFirst(set, azimuth, altitude) &&
-               m_first.asked[set].contains(azimuth, altitude);
+    }
+    const ErrorHistogram bins(largest);
+    for (std::size_t i = 0; i < m_doubtCount; ++i) {
+        const Doubt& doubt = m_doubts[i];
+        const auto kind = static_cast<std::size_t>(doubt.kind);
+        const std::size_t bin = bins.binOf(doubt.error);
+        if (bin >= limits[kind]) {
+            m_fans.push_back(
+                {.kind = doubt.kind,
+                 .half = doubt.half,
+                 .place = doubt.place,
+                 .rays = schedules[kind][std::min(bin - limits[kind], stepCount - 1)].rays});
+        }
+    }
+}
+
+/// Adds the samples of a fan, those that are asked first before the others.
+void ShadowEdges::spread(Fan& fan) {
+    const std::uint32_t wanted = fan.rays;
+    fan.rays = 0;
+    fan.first = static_cast<std::uint32_t>(m_samples.size());
+    const auto add = [&](const XYZf& direction, float weight, float hours) {
+        m_samples.push_back({direction, weight, hours, 0.0f});
+        fan.weight += weight;
+        ++fan.rays;
     };
-    for (const Square& square : squares) {
-        for (unsigned quarter = 0; quarter < 4; ++quarter) {
-            const std::size_t set = setOf(square, quarter);
-            if (!isKnown(square, quarter, set)) {
-                cells[set - firstSet].insert(square.cell % sectors, square.cell / sectors);
+    if (fan.kind == Kind::Sun) {
+        const auto cell = static_cast<std::size_t>(m_tables.first().cellOfSun[fan.place]);
+        const float before = m_first.visible[fan.half][cell];
+        const std::span<const SunStep> steps = m_tables.steps(fan.place, fan.half);
+        const std::size_t groups = std::min<std::size_t>(wanted, steps.size());
+        const auto addGroup = [&](std::size_t group) {
+            XYZf energy{0, 0, 0};
+            float hours = 0.0f;
+            const std::size_t end = (group + 1) * steps.size() / groups;
+            for (std::size_t s = group * steps.size() / groups; s < end; ++s) {
+                energy = sum(energy, steps[s].energy);
+                hours += steps[s].sunHours;
+            }
+            const float length = vectorLength(energy);
+            if (const float weight = received(energy, length); weight > 0.0f) {
+                add(scaled(energy, 1.0f / length), weight, hours);
+            } else if (length == 0.0f) {
+                fan.hours += before * hours; // without radiation time keeps what the first ray saw
+            }
+        };
+        // Steps follow each other by their places: every third group lies in all of the place.
+        for (std::size_t start = 0; start < 3; ++start) {
+            for (std::size_t group = start; group < groups; group += 3) {
+                addGroup(group);
             }
         }
+        return;
     }
-    rays.skies(sets, cells);
-    if (level == 1) {
-        m_place.assign(skyGrid::cellCount, -1);
-        m_cells.reserve(squares.size());
-        m_maps.resize(squares.size());
-    }
-    for (const Square& square : squares) {
-        if (level == 1) {
-            start(square.cell);
-        }
-        std::array<float, 4> values;
-        for (unsigned quarter = 0; quarter < 4; ++quarter) {
-            const std::size_t set = setOf(square, quarter);
-            values[quarter] = !isKnown(square, quarter, set)
-                                  ? rays.visible(sets[set - firstSet], cells[set - firstSet],
-                                                 square.cell % sectors, square.cell / sectors)
-                              : level == 1
-                                  ? m_first.visible[set][square.cell]
-                                  : mapOf(square.cell)[mapPlace(level - 1, square.x, square.y)];
-        }
-        replace(level, square, values);
-    }
-}
-
-/// Begins the record of a cell.
-void ShadowEdges::start(int index) {
-    m_place[static_cast<std::size_t>(index)] = static_cast<std::int16_t>(m_cells.size());
-    Cell& cell = m_cells.emplace_back();
-    cell.cell = index;
-    cell.sunCell = m_tables.sunCellOf(index);
-}
-
-/// Puts the four squares of a level in the place of the one that they make up.
-void ShadowEdges::replace(int level, const Square& square, const std::array<float, 4>& values) {
-    Cell& cell = m_cells[static_cast<std::size_t>(m_place[square.cell])];
-    if (level > 1) {
-        const float value = mapOf(cell.cell)[mapPlace(level - 1, square.x, square.y)];
-        count(cell, level - 1, square.x, square.y, value, -1.0f);
-    }
-    const int width = side >> level;
-    for (int quarter = 0; quarter < 4; ++quarter) {
-        const int x = 2 * square.x + quarter % 2;
-        const int y = 2 * square.y + quarter / 2;
-        const float value = values[static_cast<std::size_t>(quarter)];
-        count(cell, level, x, y, value, 1.0f);
-        for (int row = 0; row < width; ++row) {
-            std::fill_n(mapOf(cell.cell).begin() + (y * width + row) * side + x * width, width,
-                        value);
+    const std::size_t count = std::min<std::size_t>(wanted, EdgeTables::fanSize);
+    for (std::size_t k = 0; k < count; ++k) {
+        const EdgeTables::Ray ray =
+            fan.kind == Kind::Sky
+                ? m_tables.skyRay(fan.place % sectors, 2 * (fan.place / sectors) + fan.half, k)
+                : m_tables.groundRay(*m_first.ground, fan.place, k);
+        if (const float weight = ray.measure * received(ray.direction, 1.0f); weight > 0.0f) {
+            add(ray.direction, weight, 0.0f);
         }
     }
 }
 
-/// Adds a square to its cell's sums, or takes it out with a sign of -1.
-inline void ShadowEdges::count(Cell& cell, int level, int x, int y, float value, float sign) const {
-    cell.seen +=
-        sign * value * solidAngle(level) * projected(m_tables.moment(level, cell.cell, x, y));
-    if (cell.sunCell >= 0) {
-        countSun(cell, m_tables.sunOf(level, cell.sunCell, x, y),
-                 value > 0.0f && facesRay(level, cell.cell, x, y), value, sign);
-    }
+std::uint32_t ShadowEdges::raysAtFirst(const Fan& fan) {
+    return std::min(fan.rays, std::max(fewestAtFirst, (fan.rays + 2) / 3));
 }
 
-/// The same for the sun in a square, or for a step of it. The time counts where the surface faces
-/// the ray, whether the sun radiates or not. If its energy decided, a surface with a wall behind it
-/// would lose time where the ray lies on one side of its plane and the energy on the other.
-inline void ShadowEdges::countSun(Cell& cell, const EdgeTables::Sun& sun, bool faced, float value,
-                                  float sign) const {
-    const float beam = sign * projected(sun.energy);
-    cell.beam += beam;
-    cell.beamSeen += beam * value;
-    cell.directHours += faced ? sign * sun.hours * value : 0.0f;
+/// Whether the rays that were asked first saw the same.
+bool ShadowEdges::agrees(const Fan& fan) const {
+    const auto asked = std::span(m_samples).subspan(fan.first, raysAtFirst(fan));
+    return std::ranges::all_of(
+        asked, [&](const Sample& one) { return one.visible == asked.front().visible; });
 }
 
-/// Whether the surface faces the ray of a square.
-inline bool ShadowEdges::facesRay(int level, int cell, int x, int y) const {
-    return m_sides != Sides::One || dotProduct(m_normal, m_tables.rayOf(level, cell, x, y)) > 0.0f;
-}
-
-/// Visibility of a place in a cell's map or, one step beyond it, in its neighbour's; -1 where the
-/// sensor does not look.
-float ShadowEdges::valueAt(int azimuth, int altitude, int x, int y) const {
-    azimuth += x < 0 ? -1 : x >= side ? 1 : 0;
-    altitude += y < 0 ? -1 : y >= side ? 1 : 0;
-    azimuth = azimuth < 0 ? azimuth + sectors : azimuth >= sectors ? azimuth - sectors : azimuth;
-    if (altitude < 0 || altitude >= bands || !m_first.front.contains(azimuth, altitude)) {
-        return -1.0f;
-    }
-    const auto cell = static_cast<std::size_t>(skyGrid::cellIndex(azimuth, altitude));
-    const std::int16_t place = m_place[cell];
-    return place < 0 ? m_first.visible[(y & (side - 1)) >= side / 2 ? 1 : 0][cell]
-                     : m_maps[static_cast<std::size_t>(place)]
-                             [static_cast<std::size_t>((y & (side - 1)) * side + (x & (side - 1)))];
-}
-
-/// Whether a square differs from one beside it.
-bool ShadowEdges::atEdge(int level, int cell, int x, int y) {
-    const int width = side >> level;
-    const int x0 = x * width;
-    const int y0 = y * width;
-    const int azimuth = cell % sectors;
-    const int altitude = cell / sectors;
-    const float own = mapOf(cell)[static_cast<std::size_t>(y0 * side + x0)];
-    const Map& map = m_maps[static_cast<std::size_t>(m_place[static_cast<std::size_t>(cell)])];
-    const auto differs = [&](int px, int py) {
-        const bool inside = static_cast<unsigned>(px) < side && static_cast<unsigned>(py) < side;
-        const float value = inside ? map[static_cast<std::size_t>(py * side + px)]
-                                   : valueAt(azimuth, altitude, px, py);
-        return value >= 0.0f && value != own;
-    };
-    for (const int i : {0, width - 1}) {
-        if (differs(x0 - 1, y0 + i) || differs(x0 + width, y0 + i) || differs(x0 + i, y0 - 1) ||
-            differs(x0 + i, y0 + width)) {
-            return true;
+/// Asks each fan's first rays; again: the others, where the first ones differ.
+void ShadowEdges::ask(const Rays& rays, bool again) {
+    std::vector<XYZf> directions;
+    std::vector<Sample*> asked;
+    directions.reserve(m_samples.size());
+    asked.reserve(m_samples.size());
+    for (const Fan& fan : m_fans) {
+        const std::uint32_t atFirst = raysAtFirst(fan);
+        if (again && (atFirst == fan.rays || agrees(fan))) {
+            continue;
+        }
+        const std::size_t begin = fan.first + (again ? atFirst : 0);
+        const std::size_t end = fan.first + (again ? fan.rays : atFirst);
+        for (std::size_t i = begin; i < end; ++i) {
+            directions.push_back(m_samples[i].direction);
+            asked.push_back(&m_samples[i]);
         }
     }
-    return false;
+    std::vector<float> visible(directions.size());
+    rays.many(directions, visible);
+    for (std::size_t i = 0; i < asked.size(); ++i) {
+        asked[i]->visible = visible[i];
+    }
+}
+
+/// Takes the answers to a fan's rays.
+void ShadowEdges::take(Fan& fan) const {
+    if (fan.rays == 0) {
+        return;
+    }
+    const auto samples = std::span(m_samples).subspan(fan.first, fan.rays);
+    const bool all = agrees(fan);
+    float seen = 0.0f;
+    for (const Sample& sample : samples) {
+        const float visible = all ? samples.front().visible : sample.visible;
+        seen += sample.weight * visible;
+        fan.hours += sample.hours * visible;
+    }
+    fan.visible = seen / fan.weight;
 }
 
 } // namespace insolate

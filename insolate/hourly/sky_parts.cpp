@@ -10,7 +10,7 @@ namespace {
 
 /// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more:
 /// a cell this far from the surface's plane lies on one side of it.
-constexpr float farFromPlane = 0.0629f;
+constexpr float farFromCut = 0.0629f;
 
 /// The weight on a sensor's surface of the energy that comes along a vector.
 float received(const SkyParts::Seen& seen, const XYZf& vector) {
@@ -109,7 +109,7 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
                        std::span<SunSums> sums) const {
     const Cell& sunCell = m_cells[cell];
     const float height = dotProduct(seen.normal, sunCell.centre);
-    const bool isBehind = seen.sides == Sides::One && height < -farFromPlane;
+    const bool isBehind = seen.sides == Sides::One && height < -farFromCut;
     const auto index = static_cast<std::size_t>(sunCell.index);
     const std::array<float, 2> visible = {seen.visible[0][index], seen.visible[1][index]};
     const double counted =
@@ -117,7 +117,7 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
     if (isBehind || (counted == 0.0 && visible[0] == 0.0f && visible[1] == 0.0f)) {
         return;
     }
-    const bool isCut = seen.sides == Sides::NoSurface || std::abs(height) < farFromPlane;
+    const bool isCut = seen.sides == Sides::NoSurface || std::abs(height) < farFromCut;
     const auto brought = [&](const HalfSun& sun) {
         return static_cast<double>(isCut ? received(seen, sun.steps) : received(seen, sun.energy));
     };
@@ -126,8 +126,8 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
     for (std::size_t half = 0; half < 2; ++half) {
         const HalfSun& sun = sunCell.halves[half].whole;
         single[half] = brought(sun);
-        share[half] =
-            static_cast<double>(visible[half]) * static_cast<double>(received(seen, sun.energy));
+        share[half] = static_cast<double>(seen.sunShares[half][index]) *
+                      static_cast<double>(received(seen, sun.energy));
     }
     // The halves share what was counted by what they let through; a cell that was looked at
     // again may count more than its first rays saw, and then all of its sun shares.
@@ -176,8 +176,8 @@ void SkyParts::evaluate(const Seen& seen, std::size_t first, std::span<SensorPar
         SensorPart& result = parts[p];
         result.beam = static_cast<float>(sums[p].beam);
         static_assert(sensorKernels::cellCount % sensorKernels::lanes == 0);
-        result.sky =
-            sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(), sensorKernels::cellCount);
+        result.sky = seen.skyScale * sensorKernels::sumOfProducts(seen.cells, part.diffuse.data(),
+                                                                  sensorKernels::cellCount);
         result.ground = part.groundReflected * seen.groundView;
         result.total = result.beam + result.sky + result.ground;
         result.directSunHours = seen.hoursScale * static_cast<float>(sums[p].hours);

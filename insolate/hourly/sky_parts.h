@@ -38,10 +38,12 @@ public:
     struct Seen {
         Sides sides = Sides::One;
         XYZf normal{0, 0, 0};
-        const float* cells = nullptr;          ///< visible projected solid angles [sr]
-        std::array<const float*, 2> visible{}; ///< of the cells' halves, by cell
-        const float* sunWeight = nullptr;      ///< by sun cell: energy on the surface [Wh/m2]
-        const float* sunVisible = nullptr;     ///< by sun cell: its visible share
+        const float* cells = nullptr;            ///< visible projected solid angles [sr]
+        float skyScale = 1;                      ///< what the sky counts by, over that of the cells
+        std::array<const float*, 2> visible{};   ///< of the cells' halves, by cell
+        std::array<const float*, 2> sunShares{}; ///< the same of their sun, looked at again
+        const float* sunWeight = nullptr;        ///< by sun cell: energy on the surface [Wh/m2]
+        const float* sunVisible = nullptr;       ///< by sun cell: its visible share
         /// By sun cell: the share of its time that glass and crowns let through; null: all of it.
         const float* timeThrough = nullptr;
         float groundView = 0; ///< what the ground's light counts by

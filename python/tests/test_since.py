@@ -9,7 +9,7 @@ from hypothesis import strategies as st
 
 import insolate as ins
 
-quick = {"period": "3/21", "step": 1, "reflectance": 0}
+quick = {"period": "3/21", "step": 1, "reflectance": 0, "tolerance": 0}
 faces = [[0, 2, 3, 1], [4, 5, 7, 6], [0, 1, 5, 4], [1, 3, 7, 5], [3, 2, 6, 7], [2, 0, 4, 6]]
 
 

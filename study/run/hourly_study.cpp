@@ -131,6 +131,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north,
         m_weather.notes.push_back(std::move(odd));
     }
     HourlyAnalysisOptions analysis;
+    analysis.tolerance = m_asked.hourly.toleranceOfTotal() / 100.0;
     analysis.skyTolerance = m_asked.hourly.skyTolerance / 100.0;
     analysis.sunTolerance = m_asked.hourly.sunTolerance / 100.0;
     if (m_asked.hourly.openGround) {
@@ -402,6 +403,7 @@ std::string HourlyStudy::digest() const {
         return {}; // what surfaces reflect reaches sensors that no changed ray touches
     }
     Digest digest;
+    digest.add(asked.toleranceOfTotal());
     digest.add(asked.skyTolerance);
     digest.add(asked.sunTolerance);
     digest.add(asked.openGround);
@@ -427,7 +429,9 @@ std::vector<std::uint8_t> HourlyStudy::touched(const SensorWork& work,
     std::vector<std::uint8_t> marks(work.field.size(), 0);
     const ChangedRays change(difference, work.recentring, *before.rays(), *work.masks.rays(),
                              m_analysis->firstRays());
-    const bool looksAgain = m_asked.hourly.skyTolerance > 0.0 || m_asked.hourly.sunTolerance > 0.0;
+    const HourlyOptions& asked = m_asked.hourly;
+    const bool looksAgain =
+        asked.toleranceOfTotal() > 0.0 || asked.skyTolerance > 0.0 || asked.sunTolerance > 0.0;
     constexpr std::size_t sensorsAtOnce = 64;
     forEachBlock(
         {marks.size(), sensorsAtOnce}, threads,
@@ -471,9 +475,10 @@ SkyPages HourlyStudy::skyPages() const {
 
 std::string HourlyStudy::advice() const {
     constexpr int week = 7;
-    return m_asked.period.dayCount() <= week && m_asked.hourly.sunTolerance <= 0.0
-               ? "in a week or less the edges of shadows count more; --sun-tolerance 0.25 looks "
-                 "closer at them"
+    return m_asked.period.dayCount() <= week && m_asked.hourly.toleranceOfTotal() <= 0.0 &&
+                   m_asked.hourly.sunTolerance <= 0.0
+               ? "in a week or less the edges of shadows count more; --tolerance 1 looks closer at "
+                 "them"
                : std::string();
 }
 
@@ -527,6 +532,7 @@ void HourlyStudy::describeSensors(nlohmann::ordered_json& record,
         hourly["ground"] = m_asked.hourly.openGround ? "open" : "in the scene's shadow";
         hourly["bounces"] = m_asked.hourly.bounces;
     }
+    hourly["tolerance_percent"] = m_asked.hourly.toleranceOfTotal();
     hourly["sky_tolerance_percent"] = m_asked.hourly.skyTolerance;
     hourly["sun_tolerance_percent"] = m_asked.hourly.sunTolerance;
     if (columns.empty()) {

@@ -291,16 +291,18 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .typeName = "FILE",
                .path = Option::Path::input,
                .take = [&](const std::string& text) { options.masks = text; }});
+    table.number("tolerance", options.hourly.tolerance, "PERCENT",
+                 "hourly: error that a sensor's total may have in sky, sun and ground together, in "
+                 "percent of it; further rays look at the edges of shadows where they could leave "
+                 "more. 1 unless told otherwise; 0: the first rays alone; else at least 0.1",
+                 "percent of the sensor's total");
     table.number("sky-tolerance", options.hourly.skyTolerance, "PERCENT",
-                 "hourly: error that shadow edges may leave in a sensor's diffuse sky, in percent "
-                 "of it; splits the sky's cells at edges where needed, which takes up to three "
-                 "times as long. 0: two rays for each cell; else at least 0.05, where the smallest "
-                 "splits end",
+                 "hourly, for experts: the same for the diffuse sky by itself, in percent of it. 0 "
+                 "asks for nothing beside --tolerance; else at least 0.05",
                  "percent of the diffuse sky");
     table.number("sun-tolerance", options.hourly.sunTolerance, "PERCENT",
-                 "hourly: the same for the direct sun; 0.25 keeps half a percent in practically "
-                 "all places of a year's sum, and 2 % of a single day's; without it a day may be "
-                 "off by 20 % at the edges of shadows. 0, or at least 0.02",
+                 "hourly, for experts: the same for the direct sun; 0.25 keeps 2 % of a single "
+                 "day's in practically all places. 0, or at least 0.02",
                  "percent of the direct sun");
     table.flag("open-ground", options.hourly.openGround,
                "hourly: the scene does not hide the open ground, whose light then stands for that "

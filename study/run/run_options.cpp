@@ -29,14 +29,15 @@ void requireHourly(const SkyOptions& options, const char* name, bool given) {
     }
 }
 
-void checkTolerance(const SkyOptions& options, const char* name, double percent, double least) {
+void checkTolerance(const SkyOptions& options, const char* name, bool given, double percent,
+                    double least) {
     if (!(percent >= 0.0 && percent <= 100.0)) {
         throw UsageError(fmt::format("{} {}: no share; give percent from 0 to 100", name, percent));
     }
-    requireHourly(options, name, percent != 0.0);
+    requireHourly(options, name, given);
     if (percent > 0.0 && percent < least) {
         throw UsageError(fmt::format("{} {}: below {} % nothing gets better; give {} or more, or 0 "
-                                     "for two rays a cell",
+                                     "for the first rays alone",
                                      name, percent, least, least));
     }
 }
@@ -137,8 +138,13 @@ void checkRunOptions(const RunOptions& options) {
     checkPageLimit(options.pageLimit);
     requireHourly(options, "--unshaded", options.hourly.unshaded);
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).
-    checkTolerance(options, "--sky-tolerance", options.hourly.skyTolerance, 0.05);
-    checkTolerance(options, "--sun-tolerance", options.hourly.sunTolerance, 0.02);
+    const HourlyOptions& hourly = options.hourly;
+    checkTolerance(options, "--tolerance", hourly.tolerance.has_value(), hourly.toleranceOfTotal(),
+                   0.1);
+    checkTolerance(options, "--sky-tolerance", hourly.skyTolerance != 0.0, hourly.skyTolerance,
+                   0.05);
+    checkTolerance(options, "--sun-tolerance", hourly.sunTolerance != 0.0, hourly.sunTolerance,
+                   0.02);
     requireHourly(options, "--split", options.hourly.split != PeriodSplit::none);
     requireHourly(options, "--periods", !options.hourly.periods.empty());
     partsOf(options.period, options.hourly.split, options.hourly.periods);

@@ -26,10 +26,15 @@ enum class RayMethod { fast, octree };
 
 /// What only the hourly method asks for.
 struct HourlyOptions {
-    /// Errors that shadow edges may leave, in percent of the sensor's diffuse sky and direct sun; 0
-    /// takes what two rays for each sky cell give.
+    /// Error that a sensor's total may have, in percent of it; 0 takes what the first rays give.
+    /// Absent: usualTolerance.
+    std::optional<double> tolerance = {};
+    static constexpr double usualTolerance = 1.0;
+    /// Errors that shadow edges may leave beside that, in percent of the sensor's diffuse sky and
+    /// direct sun; 0 asks for nothing.
     double skyTolerance = 0.0;
     double sunTolerance = 0.0;
+    double toleranceOfTotal() const { return tolerance.value_or(usualTolerance); }
     std::optional<double> albedo = {}; ///< of the ground, 0..1; absent: usualAlbedo
     bool monthlyAlbedo = false;        ///< from the weather file, where it has one
     /// Of the scene's surfaces that no material fits, 0..1; absent:

@@ -25,6 +25,7 @@ HourlyAnalysis analysisWithoutSun(double north) {
     sky.northOffset = north * radiansPerDegree;
     HourlyAnalysisOptions analysis;
     analysis.peak = false;
+    analysis.tolerance = 0.0; // no light, nothing to be exact about
     return HourlyAnalysis(
         buildHourlySky(makeWeatherSeries(Site{}, dark, dark).series, midnight, sky), analysis);
 }

@@ -76,10 +76,10 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
     expectAll(readFile(path("o/summary.json")),
               {"\"area_m2\": 66.0", "\"means_weighted_by\": \"area\""});
     EXPECT_THAT(readFile(path("o/sensors.vtp")), HasSubstr("Name=\"area\""));
-    EXPECT_THAT(
-        done("run --weather good.epw --period 6/1 --grid 20 --albedo epw --out o --scene two.obj")
-            .err,
-        testing::AllOf(HasSubstr("of them faces down: "), HasSubstr("--sun-tolerance 0.25")));
+    EXPECT_THAT(done("run --weather good.epw --period 6/1 --grid 20 --albedo epw --tolerance 0 "
+                     "--out o --scene two.obj")
+                    .err,
+                testing::AllOf(HasSubstr("of them faces down: "), HasSubstr("--tolerance 1 ")));
     expectAll(readFile(path("o/summary.json")), {"\"albedo\": [\n      0.2,\n"});
     done(study + "--sensors two.csv");
     EXPECT_EQ(rowsOf(path("o/sensors.csv"))[0].back(), "enclosed [0 or 1]");
@@ -89,8 +89,8 @@ TEST_F(CommandTest, WeighsTheMeanByTheCellsAreas) {
 TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     const Outcome run = done(
         "run --weather good.epw --scene court.obj --select floor --period 12/30-1/2 --hours "
-        "8:30-18 --albedo 0.3 --sun-tolerance 1 --sky-tolerance 3 --open-ground --hours-of 3,12,3 "
-        "--out h");
+        "8:30-18 --albedo 0.3 --tolerance 0.5 --sun-tolerance 1 --sky-tolerance 3 --open-ground "
+        "--hours-of 3,12,3 --out h");
     expectAll(run.err, {"kWh/m2\n", "hours.nc, hours.csv and summary.json"});
     const auto series = rowsOf(path("h/hours.csv"));
     const auto sensors = rowsOf(path("h/sensors.csv"));
@@ -117,8 +117,8 @@ TEST_F(CommandTest, WritesTheHoursOfChosenSensors) {
     EXPECT_NEAR(sum / std::stod(sensors[13][6]), 1.0, 1e-5);
     expectAll(readFile(path("h/summary.json")),
               {"\"albedo\": 0.3", "\"reflectance\": 0.2", "\"ground\": \"open\"",
-               "\"sun_tolerance_percent\": 1.0", "\"sky_tolerance_percent\": 3.0",
-               "\"while_the_sun_is_down\"", "\"highest_peak\""});
+               "\"tolerance_percent\": 0.5", "\"sun_tolerance_percent\": 1.0",
+               "\"sky_tolerance_percent\": 3.0", "\"while_the_sun_is_down\"", "\"highest_peak\""});
 }
 
 TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {

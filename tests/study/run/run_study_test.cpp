@@ -1,6 +1,6 @@
 // A run as a program starts it: what it refuses, and what it says.
-#include "study/run/run_option_table.h"
 #include "study/run/reflected_sensors.h"
+#include "study/run/run_option_table.h"
 #include "study/run/run_study.h"
 #include "study/run/study_batch.h"
 #include "study/run/study_session.h"
@@ -62,6 +62,7 @@ TEST(RunOptions, AreRefusedByName) {
         {options, "sun-tolerance", "-1", "--sun-tolerance -1: "},
         {options, "sky-tolerance", "101", "--sky-tolerance 101: "},
         {options, "sky-tolerance", "0.01", "give 0.05 or more, or 0"},
+        {options, "tolerance", "0.05", "--tolerance 0.05: below 0.1 % nothing gets better"},
         {options, "save-masks", "true", "does not belong to --method hourly"},
         {perezSky, "hours-of", "0", other},
         {perezSky, "split", "month", other},
@@ -73,7 +74,7 @@ TEST(RunOptions, AreRefusedByName) {
         {perezSky, "materials", "m.toml", other},
         {perezSky, "albedo", "epw", other},
         {perezSky, "open-ground", "true", other},
-        {perezSky, "sun-tolerance", "1", other},
+        {perezSky, "tolerance", "1", other},
     };
     for (const auto& c : cases) {
         EXPECT_THAT(messageOf([&] { checkRunOptions(with(c.options, c.name, c.value)); }),
