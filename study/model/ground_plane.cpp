@@ -114,7 +114,8 @@ public:
         }
         double windingNumber = 0.0;
         m_openPlan->forEachAt(p.x, p.y, [&](std::uint32_t i) {
-            if (const double share = shareHidden(p, i); std::abs(share) >= leastShareOfAWall) {
+            const double share = shareHidden(p, i);
+            if (std::abs(share) >= leastShareOfAWall || !mayBeLeaf(m_openSurfaces[i])) {
                 windingNumber += share;
             }
         });
@@ -124,10 +125,15 @@ public:
 private:
     enum class Kind : char { closed, open, ground };
 
-    /// What hides less than this of all directions is no wall or roof of the building around a
-    /// place, but a leaf of a crown above it. The walls of a hall of 50 by 50 by 6 m hide 0.027
-    /// each from its middle; a leaf of a square metre hides that from 2 m.
+    /// A small surface that hides less than this of all directions is no wall or roof of the
+    /// building around a place, but a leaf of a crown above it: a square metre hides it from 2 m.
     static constexpr double leastShareOfAWall = 0.02;
+
+    bool mayBeLeaf(std::uint32_t surface) const {
+        constexpr double widestLeaf = 2.0; // metres, of a spray of leaves drawn as one polygon
+        const PlanBox& box = m_plans[surface];
+        return std::max(box.highX - box.lowX, box.highY - box.lowY) < widestLeaf;
+    }
 
     /// The share of all directions that an open surface hides from a place, positive where it looks
     /// away from it. What a surface hides is what its borders enclose, counted from the zenith, but

@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 
 #include <fmt/format.h>
@@ -36,6 +37,7 @@ public:
         : m_file(file), m_table(table) {
         m_rule.pattern = pattern.str();
         m_rule.line = pattern.source().begin.line;
+        m_rule.column = pattern.source().begin.column;
     }
 
     MaterialRule read() {
@@ -159,6 +161,23 @@ private:
         } else if (const toml::node* const index = m_table.get("index"); index != nullptr) {
             m_rule.material.refractiveIndex = numberIn("index", *index, 1.0, mostIndex);
         }
+        if (isPane) {
+            refuseClearerThanGlass();
+        }
+    }
+
+    /// Both surfaces of a pane reflect, so that glass that absorbs nothing still keeps light back.
+    void refuseClearerThanGlass() const {
+        const Material& material = m_rule.material;
+        const float most = PaneGlass(1.0f, material.refractiveIndex).at(1.0f).transmitted;
+        constexpr float rounding = 1e-3f;
+        if (const float given = material.passing.highest(); given > most + rounding) {
+            fail(m_table.get("transmittance")->source(),
+                 fmt::format("transmittance {} is more than glass of refractive index {:.4g} lets "
+                             "through, {:.3g}; give less, or transmittance = {{ leaf = {} }} for "
+                             "an opening or a net",
+                             given, material.refractiveIndex, most, given));
+        }
     }
 
     void readReflectance() {
@@ -231,10 +250,24 @@ double albedoIn(const toml::node& ground, const std::filesystem::path& file) {
     return *value;
 }
 
+/// Whether a file of materials is a study file too: it then has keys that only a study has.
+bool isStudy(const toml::table& table, std::span<const std::string> otherKeys) {
+    constexpr std::array<std::string_view, 3> ofLight = {"reflectance", "albedo", "bounces"};
+    return std::any_of(table.begin(), table.end(), [&](const auto& entry) {
+        const std::string_view name = entry.first.str();
+        return !entry.second.is_table() &&
+               std::find(otherKeys.begin(), otherKeys.end(), name) != otherKeys.end() &&
+               std::find(ofLight.begin(), ofLight.end(), name) == ofLight.end();
+    });
+}
+
 MaterialRules rulesIn(const toml::table& table, const std::filesystem::path& file,
                       std::span<const std::string> otherKeys) {
     MaterialRules result;
     result.file = file;
+    if (!isStudy(table, otherKeys)) {
+        otherKeys = {};
+    }
     for (const auto& [key, value] : table) {
         const std::string name(key.str());
         if (name == "ground") {
@@ -254,12 +287,17 @@ MaterialRules rulesIn(const toml::table& table, const std::filesystem::path& fil
                 }
                 result.rules.push_back(RuleReader(file, pattern, *keys.as_table()).read());
             }
-        } else if (std::find(otherKeys.begin(), otherKeys.end(), name) == otherKeys.end()) {
+        } else if (value.is_table() ||
+                   std::find(otherKeys.begin(), otherKeys.end(), name) == otherKeys.end()) {
             const std::vector<std::string> names = {"material", "ground"};
             const std::string close = didYouMean(name, names);
-            throw DataError(fmt::format("{}: no material and no [ground]: {}{}",
-                                        tomlPlace(file, key.source()), quoteText(name),
-                                        close.empty() ? "; write [material.\"NAME\"]" : close));
+            throw DataError(fmt::format(
+                "{}: no material and no [ground]: {}{}", tomlPlace(file, key.source()),
+                quoteText(name),
+                !close.empty()     ? close
+                : value.is_table() ? "; write [material.\"NAME\"]"
+                                   : "; write it below a line [material.\"NAME\"], or in a study "
+                                     "file"));
         }
     }
     if (result.rules.size() > mostRules) {
@@ -268,7 +306,9 @@ MaterialRules rulesIn(const toml::table& table, const std::filesystem::path& fil
                                     place(file), result.rules.size(), mostRules));
     }
     std::stable_sort(result.rules.begin(), result.rules.end(),
-                     [](const MaterialRule& a, const MaterialRule& b) { return a.line < b.line; });
+                     [](const MaterialRule& a, const MaterialRule& b) {
+                         return std::tie(a.line, a.column) < std::tie(b.line, b.column);
+                     });
     return result;
 }
 
@@ -328,7 +368,13 @@ double areaOf(const Scene& scene, std::size_t triangle) {
 
 MaterialRules readMaterials(const std::filesystem::path& file,
                             std::span<const std::string> otherKeys, const std::stop_token& stop) {
-    return rulesIn(readToml(file, inputKinds::materials, stop), file, otherKeys);
+    MaterialRules rules = rulesIn(readToml(file, inputKinds::materials, stop), file, otherKeys);
+    if (rules.rules.empty() && !rules.albedo) {
+        throw DataError(fmt::format("{}: has no material; begin one with a line "
+                                    "[material.\"NAME\"]",
+                                    place(file)));
+    }
+    return rules;
 }
 
 MaterialRules parseMaterials(const std::string& text, const std::filesystem::path& name,

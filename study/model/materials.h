@@ -36,6 +36,7 @@ struct MaterialRule {
     /// A name, or several, as for FaceSelection.
     std::string pattern;
     std::size_t line = 0; ///< in the file
+    std::size_t column = 0;
     /// Of a crown, `passing` is the extinction for each metre.
     Material material;
 };
@@ -50,10 +51,10 @@ struct INSOLATE_STUDY_EXPORT MaterialRules {
     static constexpr double usualReflectance = 0.2;
 };
 
-/// @param otherKeys top-level keys that may stand in the file and mean something else: those of a
-///        study file
+/// @param otherKeys top-level keys of a study file, which may hold the materials: a file with any
+///        but those that speak of light (reflectance, albedo, bounces) is taken for one
 /// @throws DataError with file and line for an unknown key, a value out of its range, shares that
-///         add up to more than 1; Stopped
+///         add up to more than 1, glass clearer than glass can be, no material at all; Stopped
 INSOLATE_STUDY_EXPORT MaterialRules readMaterials(const std::filesystem::path& file,
                                                   std::span<const std::string> otherKeys = {},
                                                   const std::stop_token& stop = {});

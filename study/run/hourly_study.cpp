@@ -318,10 +318,12 @@ HourlyStudy::addReflected(const SensorWork& work, int threads, bool isKept,
         counted(static_cast<std::size_t>(report.bounces), "reflection", "reflections"),
         static_cast<double>(report.bytes) / 1.0e6));
     if (!report.converged) {
-        progress.warn(fmt::format("the scene is closed and absorbs next to nothing: its light "
-                                  "grows with every reflection, and {} were counted; give a lower "
-                                  "--reflectance, or --bounces",
-                                  report.bounces));
+        progress.warn(
+            fmt::format("light is caught between surfaces that absorb next to nothing, in "
+                        "a closed scene or a room that is met through a gap: it grows "
+                        "with every reflection, and {} were counted; give a lower "
+                        "--reflectance, or --bounces",
+                        report.bounces));
     }
     return all;
 }

@@ -65,15 +65,10 @@ void readRules(RunOptions& options, const std::stop_token& stop) {
         hourly.rules = std::make_shared<const MaterialRules>(
             readMaterials(hourly.materials, studyFileKeys(), stop));
     }
-    if (hourly.rules == nullptr || !hourly.rules->albedo) {
-        return;
+    // What is said for one run holds before what a file says of the ground.
+    if (hourly.rules != nullptr && !hourly.albedo && !hourly.monthlyAlbedo) {
+        hourly.albedo = hourly.rules->albedo;
     }
-    if (hourly.albedo || hourly.monthlyAlbedo) {
-        throw UsageError(fmt::format("--albedo: [ground] of {} has an albedo as well; keep one of "
-                                     "them",
-                                     place(hourly.rules->file)));
-    }
-    hourly.albedo = hourly.rules->albedo;
 }
 
 /// Gives the scene its materials, and says which surfaces have which.

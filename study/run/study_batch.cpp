@@ -207,7 +207,7 @@ std::filesystem::path folderOf(const std::filesystem::path& out, const std::stri
 }
 
 std::vector<std::string> studyFileKeys() {
-    std::vector<std::string> names = {quietOption};
+    std::vector<std::string> names = {quietOption, "analysis"};
     const auto collect = [&](const OptionTable& table) {
         for (std::string& name : table.names()) {
             if (std::find(names.begin(), names.end(), name) == names.end()) {

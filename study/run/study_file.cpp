@@ -222,8 +222,7 @@ StudyKeys StudyFile::apply(const OptionTable& table, const std::set<std::string>
         if (std::find(materialTables.begin(), materialTables.end(), name) != materialTables.end()) {
             continue;
         }
-        if (option == nullptr && name != analysisKey &&
-            std::find(known.begin(), known.end(), name) == known.end()) {
+        if (option == nullptr && std::find(known.begin(), known.end(), name) == known.end()) {
             refuse(name, key, known, "run");
         }
         if (option != nullptr && !given.contains(name) &&
@@ -266,6 +265,10 @@ void StudyFile::giveMaterials(const OptionTable& table, const std::set<std::stri
         if (m_content->table.contains(name)) {
             throw DataError(fmt::format("{}: the file has {} and [{}]; keep one of them", where,
                                         materialsOption, key));
+        }
+        if (key == "ground" && m_content->table.contains("albedo")) {
+            throw DataError(
+                fmt::format("{}: the file has albedo and [ground]; keep one of them", where));
         }
         const Option* const option = table.find(name);
         if (option != nullptr && !given.contains(name) && !isOwn) {

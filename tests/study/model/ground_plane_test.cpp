@@ -98,6 +98,21 @@ TEST(GroundPlane, CrownsOfLooseLeavesAreNoBuildings) {
     EXPECT_EQ(cutGroundPlane({.z = 1.5, .grid = 1.0}, sceneOf(faces)).field.size(), 200U);
 }
 
+TEST(GroundPlane, WallsOfAWideHallCountThoughTheyHideLittle) {
+    // 100 by 100 by 6 m, of walls and a roof that do not touch.
+    constexpr double gap = 0.02;
+    Faces faces = test::boxFaces({0, 0, 0}, {100, 100, 6});
+    for (std::size_t i = 0; i < faces.size(); ++i) {
+        for (Vector3& p : faces[i]) {
+            const Vector3 middle{50, 50, 3};
+            p = middle + (p - middle) * (1.0 + gap / 100.0 * static_cast<double>(i));
+        }
+    }
+    faces.push_back({{-10, -10, 0}, {110, -10, 0}, {110, 110, 0}, {-10, 110, 0}});
+    const GroundPlaneSensors found = cutGroundPlane({.z = 1.5, .grid = 5.0}, sceneOf(faces));
+    EXPECT_EQ(found.inside, 400U);
+}
+
 TEST(GroundPlane, CellsAreEqualLevelAndCoverTheScene) {
     const Scene scene = sceneOf({{{-3, 2, 7}, {7.5, 2, 7}, {7.5, 4.9, 8}}});
     const GroundPlane plane{.z = 9.0, .grid = 2.0};

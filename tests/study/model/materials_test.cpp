@@ -13,7 +13,7 @@ using test::messageOf;
 using testing::HasSubstr;
 
 MaterialRules rulesOf(const std::string& text) {
-    const std::vector<std::string> others = {"weather"};
+    const std::vector<std::string> others = {"weather", "reflectance"};
     return parseMaterials(text, "m.toml", others);
 }
 
@@ -34,6 +34,9 @@ reflectance = 1
 [ground]
 albedo = 0.3
 )");
+    const MaterialRules line = rulesOf("material = { tree_1 = {}, \"tree_*\" = {}, b = {} }");
+    ASSERT_EQ(line.rules.size(), 3U);
+    EXPECT_EQ(line.rules[1].pattern, "tree_*"); // the order of the file
     ASSERT_EQ(rules.rules.size(), 5U);
     EXPECT_EQ(rules.albedo, 0.3);
     const Material& glass = rules.rules[0].material;
@@ -80,6 +83,10 @@ TEST(Materials, AreRefusedWithLineAndFix) {
              {head + "reflectance = 0.3\nleaf = \"4/1-9/1\"", "leaf belongs to"},
              {"[materials.a]\n",
               "m.toml:1: no material and no [ground]: 'materials'; did you mean"},
+             {"reflectance = 0.5\n" + head, "m.toml:1: no material and no [ground]: 'reflectance'"},
+             {head + "transmittance = 0.93", "m.toml:2: material 'a': transmittance 0.93 is more "
+                                             "than glass of refractive index 1.526 lets through, "
+                                             "0.917"},
              {"material = 3\n", "begin each with a line"},
              {"[ground]\nalbedo = 2\n", "m.toml:2: albedo is out of range"},
              {"[ground]\nreflectance = 0.2\n", "[ground] has one key"},

@@ -373,12 +373,17 @@ TEST(RunStudy, TakesMaterialsFromTheStudyFile) {
                                                      "reflects 0");
     EXPECT_FALSE(hourly().contains("reflected"));
     EXPECT_EQ(hourly()["reflectance"], 0.0);
+    // Analyses share the materials, and what one says of the ground holds before the file's.
+    (void)totalOf("[ground]\nalbedo = 0.5\n[[analysis]]\nname = \"a\"\nalbedo = 0.3\n");
+    EXPECT_EQ(nlohmann::json::parse(
+                  test::readFile(folder.path() / "out" / "a" / "summary.json"))["hourly"]["albedo"],
+              0.3);
     for (const auto& [tables, message] : std::vector<std::pair<std::string, std::string>>{
              {"[material.skyligth]\nreflectance = 0.1\n", "study.toml:7: no object, group or "
                                                           "material is called 'skyligth'; did you "
                                                           "mean 'skylight'?"},
              {"materials = \"a.csv\"\n[ground]\nalbedo = 0.3\n", "keep one of them"},
-             {"albedo = 0.2\n[ground]\nalbedo = 0.3\n", "--albedo: [ground] of "},
+             {"albedo = 0.2\n[ground]\nalbedo = 0.3\n", "albedo and [ground]; keep one"},
              {"[materail.a]\n", "did you mean 'material'?"}}) {
         EXPECT_THAT(messageOf([&, &given = tables] { totalOf(given); }), HasSubstr(message))
             << tables;
