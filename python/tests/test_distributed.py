@@ -235,7 +235,7 @@ def test_reflected_light_is_the_same_in_blocks_and_agrees_in_tiles(client, weath
     assert whole.reflected.mean() > 0.02 * whole.total.mean()
     some = range(0, len(sensors), 999)
     hours = made.hours(some)["poa_reflected"].sum("time").to_numpy()
-    assert hours.mean() == pytest.approx(made.reflected[some].mean(), rel=0.1)
+    np.testing.assert_allclose(hours, made.reflected[some], rtol=1e-3, atol=1)
     paint, dim = {"house*": {"reflectance": 0.3}}, {**bright, "reflectance": 0.1}
     painted = ins.radiation(model, sensors, weather, store=tmp_path / "c", materials=paint, **dim)
     assert_same(painted, ins.radiation(model, sensors, weather, materials=paint, **dim))

@@ -350,6 +350,8 @@ std::vector<std::string> doubtsOf(const ResultFolder& a, const ResultFolder& b) 
                    "run one of them again with the --method of the other");
     }
     doubt("methods", x.method, y.method);
+    doubt("reflectances of surfaces", x.reflectance, y.reflectance);
+    doubt("albedos of the ground", x.albedo, y.albedo);
     doubt("sites", x.site, y.site);
     if (std::abs(x.latitude - y.latitude) > 1.0e-3 ||
         std::abs(x.longitude - y.longitude) > 1.0e-3) {

@@ -117,6 +117,11 @@ StudyFacts factsOf(const Json& summary, const std::filesystem::path& file) {
     facts.days = days >= 1.0 && days <= 366.0 ? static_cast<int>(days) : 365;
     facts.method = textAt(summary, {"method"});
     facts.albedo = albedoOf(summary, file);
+    if (valueAt(summary, {"hourly"}) != nullptr) {
+        // Before surfaces could reflect, all were black.
+        facts.reflectance =
+            fmt::format("{:g}", numberAt(summary, {"hourly", "reflectance"}, file).value_or(0.0));
+    }
     facts.grid = numberAt(summary, {"sensors", "grid_m"}, file).value_or(unknown);
     facts.madeA = textAt(summary, {"comparison", "a", "made_by"});
     facts.madeB = textAt(summary, {"comparison", "b", "made_by"});

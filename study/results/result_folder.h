@@ -36,6 +36,8 @@ struct StudyFacts {
     int days = 365;     ///< of the period; a year where the summary does not say
     std::string method; ///< "hourly"
     std::string albedo; ///< of the ground: "0.2", "0.15 to 0.6 by month"
+    /// Of surfaces that have no material, where the method knows of reflected light: "0.2".
+    std::string reflectance;
     double grid = std::numeric_limits<double>::quiet_NaN(); ///< longest edge of a cell [m]
     std::string rule;                                       ///< of sun hours, in words
     std::string preset;  ///< of sun hours: the published rule that it is, "EN 17037, medium"

@@ -143,6 +143,7 @@ HourlyStudy::HourlyStudy(const SkyOptions& options, double north,
             materials.push_back(rule.material);
         }
         analysis.seasons = seasonsOf(materials);
+        m_hasSeasons = analysis.seasons.count > 1;
     }
     std::vector<HourlySky> parts(m_parts.size());
     tbb::parallel_for(std::size_t{0}, parts.size(), [&](std::size_t i) {
@@ -186,7 +187,11 @@ std::vector<ResultColumn> HourlyStudy::columns() const {
 }
 
 std::size_t HourlyStudy::columnsOfPart() const {
-    return m_parts.size() > mostFullParts ? 1 : partColumns.size() - (m_asked.reflects() ? 0 : 1);
+    // Light of the ground that leaves let through has no fixed share of a part's: it is needed.
+    const bool needsGround = m_asked.reflects() && m_hasSeasons;
+    return m_parts.size() > mostFullParts && !needsGround
+               ? 1
+               : partColumns.size() - (m_asked.reflects() ? 0 : 1);
 }
 
 std::size_t HourlyStudy::firstPartColumn() const {
@@ -364,11 +369,6 @@ void HourlyStudy::addReflected(const ReflectedLight& light, std::size_t first, s
             columns[column + 5].values[i] = parts[p].reflected;
         }
     }
-}
-
-double HourlyStudy::timeWithReflected() const {
-    // bench_reflection, sensors 2 m apart in Lyon; scattered ones take more.
-    return m_asked.reflects() ? 2.0 : 1.0;
 }
 
 bool HourlyStudy::isEnclosed(std::span<const ResultColumn> columns, const SensorField&,

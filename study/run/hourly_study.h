@@ -26,7 +26,6 @@ public:
     std::shared_ptr<const ReflectedSensors>
     addReflected(const SensorWork& work, int threads, bool isKept, std::span<ResultColumn> columns,
                  Progress& progress, const std::stop_token& stop) const override;
-    [[nodiscard]] double timeWithReflected() const override;
     [[nodiscard]] bool isEnclosed(std::span<const ResultColumn> columns, const SensorField& field,
                                   std::size_t sensor) const override;
     [[nodiscard]] const char* enclosedText() const override { return "neither sky nor ground"; }
@@ -66,6 +65,7 @@ private:
     WeatherReport m_weather;
     std::array<float, 12> m_monthlyAlbedo{}; ///< of the weather, NaN where it has none
     std::shared_ptr<const HourlyAnalysis> m_analysis;
+    bool m_hasSeasons = false; ///< of materials
 };
 
 std::unique_ptr<RadiationMethod> makeHourlyStudy(const SkyOptions& options, double north,

@@ -63,8 +63,6 @@ public:
                  const std::stop_token& /*stop*/) const {
         return {};
     }
-    /// Time of all sensors with addReflected() over that without, about: for estimates.
-    [[nodiscard]] virtual double timeWithReflected() const { return 1.0; }
 
     /// Whether nothing is open before the sensor, whatever the period and its light: no sky and,
     /// where the method looks for it, no ground. One that faces straight down sees no sky anyway.

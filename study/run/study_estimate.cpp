@@ -3,6 +3,7 @@
 #include "study/model/sensor_grid.h"
 #include "study/results/hour_rows.h"
 #include "study/results/sensor_groups.h"
+#include "study/run/reflected_sensors.h"
 #include "study/run/study_steps.h"
 #include "study/support/readable.h"
 
@@ -43,6 +44,41 @@ double secondsPerSensor(std::size_t sensors, const Calculate& calculate,
     }
     return std::chrono::duration<double>(SteadyClock::now() - start).count() /
            static_cast<double>(std::max<std::size_t>(done, 1));
+}
+
+/// Adds the light that surfaces reflect. It is found for sensors together: some that follow each
+/// other stand for all, and take somewhat more each than larger blocks do.
+void addReflected(PreparedStudy& study, StudyEstimate& estimate, const std::stop_token& stop) {
+    if (!study.options.reflects()) {
+        return;
+    }
+    constexpr std::size_t together = 2048;
+    const SensorField& all = study.inputs.field;
+    const std::size_t count = std::min(all.size(), together);
+    const std::size_t first = (all.size() - count) / 2;
+    SensorField some;
+    for (std::size_t i = first; i < first + count; ++i) {
+        some.positions.push_back(all.positions[i]);
+        some.normals.push_back(all.normals[i]);
+    }
+    std::vector<ResultColumn> columns = study.method->columns();
+    for (ResultColumn& column : columns) {
+        column.values.resize(count);
+    }
+    const SensorWork work{some, *study.recentring, *study.masks};
+    study.method->calculate(work, {0, count}, 0, columns);
+    Progress silent;
+    Stopwatch watch;
+    const auto light =
+        study.method->addReflected(work, study.options.threads, false, columns, silent, stop);
+    const double share = static_cast<double>(all.size()) / static_cast<double>(count);
+    estimate.seconds += watch.whole() * share;
+    estimate.bytes += static_cast<double>(light->report().bytes) *
+                      std::min(share, static_cast<double>(ReflectedSensors::blockSize) / together);
+    if (study.options.hourly.hoursOf.any()) {
+        constexpr double keptBytes = 220.0; // of each sensor, for its hours
+        estimate.bytes += keptBytes * static_cast<double>(all.size());
+    }
 }
 
 /// Adds what --hours-of takes: a second look at its sensors, rows in memory and in files.
@@ -126,8 +162,9 @@ StudyEstimate estimateStudy(PreparedStudy& study, const std::stop_token& stop) {
             study.method->calculate(work, {sensor, sensor + 1}, 0, columns);
         },
         stop);
-    estimate.seconds = each * study.method->timeWithReflected() * sensors / estimate.threads +
-                       pictureSeconds + fileSecondsPerValue * (values + otherValues) * sensors;
+    estimate.seconds = each * sensors / estimate.threads + pictureSeconds +
+                       fileSecondsPerValue * (values + otherValues) * sensors;
+    addReflected(study, estimate, stop);
     addHours(study, estimate, stop);
     return estimate;
 }

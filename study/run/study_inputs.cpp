@@ -56,7 +56,8 @@ std::string extentText(const Vector3& extent) {
 }
 
 /// Refuses what the machine cannot hold, before memory is taken.
-void checkSize(double sensors, double triangles, const Vector3& extent,
+/// @param advice how there would be fewer sensors
+void checkSize(double sensors, double triangles, const Vector3& extent, const char* advice,
                const ModelOptions& options) {
     constexpr double bytesPerSensor = 210.0; // position, normal, cell, results
     constexpr double secondsPerSensor = 1.0e-4;
@@ -70,9 +71,9 @@ void checkSize(double sensors, double triangles, const Vector3& extent,
          !options.force)) {
         throw UsageError(fmt::format(
             "about {:.2g} sensors over {:.2g} triangles would take some {:.1f} GB of memory and "
-            "{}; choose a larger --grid or fewer faces with --select{}{}",
+            "{}; {}{}{}",
             sensors, triangles, bytes / 1.0e9,
-            durationText(sensors * secondsPerSensor / usedThreads(options.threads)),
+            durationText(sensors * secondsPerSensor / usedThreads(options.threads)), advice,
             std::max(extent.x, extent.y) > largestCity
                 ? fmt::format(", or --units if the model does not measure {}", extentText(extent))
                 : "",
@@ -161,7 +162,8 @@ SensorField cutSensors(Mesh whole, double triangles, const SensorGridOptions& gr
     const SelectedFaces selected = selectFaces(mesh, options.selection, options.north, source);
     const std::vector<std::uint32_t>& faces = selected.faces;
     noteSelection(selected, progress);
-    checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices), options);
+    checkSize(estimatedSensorCount(mesh, faces, grid), triangles, extentOf(mesh.vertices),
+              "choose a larger --grid or fewer faces with --select", options);
     SensorGrid cut = cutIntoSensors(mesh, faces, grid, stop);
     if (cut.emptyFaces > 0) {
         progress.warn(
@@ -209,21 +211,30 @@ bool isTable(const std::filesystem::path& sensors) {
     return hasExtension(sensors, {".csv", ".txt"});
 }
 
-/// What chooses faces, and says how they are cut, has no meaning without a sensor model.
+/// What chooses faces, or says how they are cut, has no meaning without a sensor model.
+struct FaceOption {
+    std::string_view name;
+    const char* does;
+    bool (*isGiven)(const ModelOptions&);
+};
+constexpr std::array<FaceOption, 7> faceOptions = {{
+    {"select", "chooses", [](const ModelOptions& o) { return !o.selection.patterns.empty(); }},
+    {"exclude", "chooses", [](const ModelOptions& o) { return !o.selection.exclude.empty(); }},
+    {"facing", "chooses", [](const ModelOptions& o) { return !o.selection.facing.empty(); }},
+    {"tilt", "chooses", [](const ModelOptions& o) { return o.selection.tilt.has_value(); }},
+    {"grid", "cuts", [](const ModelOptions& o) { return o.grid.has_value(); }},
+    {"offset", "moves sensors off", [](const ModelOptions& o) { return o.offset.has_value(); }},
+    {"merge-faces", "cuts", [](const ModelOptions& o) { return !o.mergeFaces; }},
+}};
+
 void refuseFaceOptions(const ModelOptions& options, const char* source, const char* insteadOfGrid) {
-    const FaceSelection& selection = options.selection;
-    const char* option = !selection.patterns.empty()  ? "--select chooses"
-                         : !selection.exclude.empty() ? "--exclude chooses"
-                         : !selection.facing.empty()  ? "--facing chooses"
-                         : selection.tilt             ? "--tilt chooses"
-                         : options.grid               ? "--grid cuts"
-                         : options.offset             ? "--offset sets sensors off"
-                         : !options.mergeFaces        ? "--merge-faces cuts"
-                                                      : nullptr;
-    if (option != nullptr) {
-        throw UsageError(fmt::format(
-            "{} the faces of a sensor model, but the sensors come from {}; {}", option, source,
-            std::string_view(option).starts_with("--grid") ? insteadOfGrid : "leave it out"));
+    for (const FaceOption& option : faceOptions) {
+        if (option.isGiven(options)) {
+            throw UsageError(
+                fmt::format("--{} {} the faces of a sensor model, but the sensors come from {}; {}",
+                            option.name, option.does, source,
+                            option.name == "grid" ? insteadOfGrid : "leave it out"));
+        }
     }
 }
 
@@ -265,11 +276,14 @@ void orientModel(Mesh& mesh, const std::filesystem::path& file, const ModelOptio
     }
 }
 
-std::span<const std::string_view> optionsWithoutMeaning(const std::filesystem::path& sensors) {
-    static constexpr std::array<std::string_view, 7> ofFaces = {
-        "select", "exclude", "facing", "tilt", "grid", "offset", "merge-faces"};
-    const bool hasFaces = !isTable(sensors) && !parseGroundPlane(sensors.string());
-    return hasFaces ? std::span<const std::string_view>() : ofFaces;
+std::vector<std::string_view> optionsWithoutMeaning(const std::filesystem::path& sensors) {
+    std::vector<std::string_view> names;
+    if (isTable(sensors) || parseGroundPlane(sensors.string())) {
+        for (const FaceOption& option : faceOptions) {
+            names.push_back(option.name);
+        }
+    }
+    return names;
 }
 
 void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOptions& options,
@@ -288,7 +302,8 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
                             "model, not above its ground",
                             plane->z, lowest->z, highest->z));
         }
-        checkSize(groundPlaneCells(*plane, inputs.scene), triangles, {}, options);
+        checkSize(groundPlaneCells(*plane, inputs.scene), triangles, {},
+                  "choose a larger grid= in --sensors plane:", options);
         GroundPlaneSensors cut = cutGroundPlane(*plane, inputs.scene, stop);
         inputs.field = std::move(cut.field);
         if (cut.inside + cut.buried > 0) {
@@ -304,7 +319,8 @@ void addSensors(StudyInputs& inputs, std::optional<Mesh> mesh, const ModelOption
         refuseFaceOptions(options, "a table", "leave it out");
         const UpAxis up = options.import.up.value_or(defaultUpAxis(options.scenes.front()));
         inputs.field = readSensorCsv(sensorFile, options.import.unit, up, stop);
-        checkSize(static_cast<double>(inputs.field.size()), triangles, {}, options);
+        checkSize(static_cast<double>(inputs.field.size()), triangles, {},
+                  "give a table of fewer lines", options);
     } else {
         if (!mesh) {
             mesh = readModel(sensorFile, options, progress, stop);

@@ -13,9 +13,9 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <span>
 #include <stop_token>
 #include <string_view>
+#include <vector>
 
 namespace insolate::study {
 
@@ -39,7 +39,7 @@ struct GivenInputs {
 /// The options that choose or cut the faces of a sensor model, which have no meaning for sensors of
 /// a plane or a table; none where the sensors come from a model.
 /// @param sensors as given to --sensors
-INSOLATE_STUDY_EXPORT std::span<const std::string_view>
+INSOLATE_STUDY_EXPORT std::vector<std::string_view>
 optionsWithoutMeaning(const std::filesystem::path& sensors);
 
 /// Reads a model as a study does: with its notes reported and its faces turned as the options say.

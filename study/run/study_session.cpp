@@ -5,6 +5,7 @@
 #include "study/output/page.h"
 #include "study/run/calculate_hours.h"
 #include "study/run/calculate_sensors.h"
+#include "study/run/reflected_sensors.h"
 #include "study/run/result_files.h"
 #include "study/run/run_files.h"
 #include "study/run/study_page.h"
@@ -14,18 +15,15 @@
 #include "study/support/kept_warnings.h"
 
 #include <algorithm>
+#include <mutex>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace insolate::study {
-
-struct StudySession::Content {
-    PreparedStudy study;
-    StudyResults results;
-};
 
 struct OtherSensors::Content {
     Content(const PreparedStudy& theStudy, SensorField sensors)
@@ -39,6 +37,16 @@ struct OtherSensors::Content {
     SensorField field;
     std::vector<ResultColumn> columns;
     std::shared_ptr<const ReflectedSensors> reflected;
+};
+
+struct StudySession::Content {
+    PreparedStudy study;
+    StudyResults results;
+    /// The sensors that were calculated again for their hours, where the columns were given: those
+    /// on which light is reflected together.
+    std::mutex mutex;
+    std::optional<OtherSensors> again;
+    std::size_t firstAgain = 0;
 };
 
 StudySession::StudySession(const RunOptions& options, GivenInputs given, Progress& progress,
@@ -75,6 +83,7 @@ template <typename Calculate>
 void StudySession::finish(Calculate&& calculate, Progress& progress) {
     KeptWarnings kept(progress);
     std::vector<std::string> warnings = std::move(m_content->results.warnings);
+    m_content->again.reset();
     m_content->results = calculate(kept);
     PreparedStudy& study = m_content->study;
     study.method->release();
@@ -169,15 +178,24 @@ SensorHours StudySession::hoursOf(std::size_t sensor) const {
                                      study.inputs.field.size() - 1));
     }
     if (study.reflected == nullptr && study.options.reflects()) { // the columns were given
-        SensorField one;
-        one.positions = {study.inputs.field.positions[sensor]};
-        one.normals = {study.inputs.field.normals[sensor]};
-        SensorHours hours;
+        constexpr std::size_t together = ReflectedSensors::blockSize;
+        const std::size_t first = sensor / together * together;
+        const std::lock_guard lock(m_content->mutex);
         Progress silent;
-        calculateOthers(std::move(one), silent)
-            .hoursOf(
-                0, 1, [&](std::size_t, std::span<const SensorHours> made) { hours = made.front(); },
-                silent);
+        if (!m_content->again || m_content->firstAgain != first) {
+            const SensorField& all = study.inputs.field;
+            SensorField block;
+            for (std::size_t i = first; i < std::min(first + together, all.size()); ++i) {
+                block.positions.push_back(all.positions[i]);
+                block.normals.push_back(all.normals[i]);
+            }
+            m_content->again.emplace(calculateOthers(std::move(block), silent));
+            m_content->firstAgain = first;
+        }
+        SensorHours hours;
+        m_content->again->hoursOf(
+            sensor - first, sensor - first + 1,
+            [&](std::size_t, std::span<const SensorHours> made) { hours = made.front(); }, silent);
         return hours;
     }
     return study.method->hoursOf(study.work(), sensor);
