@@ -44,14 +44,15 @@ def main() -> None:
     print(f"{len(model.triangles):,} triangles, {len(sensors):,} sensors")
     own = [face for face, name in zip(model.faces, model.objects, strict=True) if name == "tower"]
     tower = model.vertices[np.unique(np.concatenate(own))]
-    result = ins.radiation(model, sensors, weather, reflectance=0, tolerance=0, progress=False)
+    options = {"reflectance": 0, "tolerance": 0, "progress": False}
+    result = ins.radiation(model, sensors, weather, **options)
     for step in range(1, steps + 1):
         moved = model.replace("tower", ins.Model(tower + step * np.array([0.5, 0.25, 0.0]), faces))
         times = {}
         results = {}
         for name, since in (("since", result), ("scratch", None)):
             begin, work = time.perf_counter(), time.process_time()
-            results[name] = ins.radiation(moved, sensors, weather, reflectance=0, tolerance=0, since=since, progress=False)
+            results[name] = ins.radiation(moved, sensors, weather, since=since, **options)
             times[name] = time.perf_counter() - begin, time.process_time() - work
         same = all(results["since"][name].tobytes() == values.tobytes() for name, values in results["scratch"].items())
         note = next(note for note in results["since"].notes if "are calculated" in note)

@@ -44,7 +44,7 @@ struct HourlyAnalysisOptions {
     /// Error that a sensor's total may have, as a share of it (0.01 is 1 %), of a fiftieth of open
     /// ground's where the total is less: of sky, direct sun and ground together, over the whole
     /// period. Where the edges of shadows could leave more, the heaviest places at edges get
-    /// further rays. The bound is one of chance, which two or three sensors in a hundred may exceed
+    /// further rays. The bound is one of chance, which some sensors in a hundred may exceed
     /// (docs/validation.md); what first rays miss altogether, such as gaps of a degree, no
     /// tolerance finds. 0 takes the first rays for all; below 0.001 little gets better.
     double tolerance = 0.01;
