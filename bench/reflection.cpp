@@ -271,6 +271,7 @@ std::vector<Case> cases(const std::string& only) {
             return scenes::lyon(folder != nullptr ? folder : "", 60000);
         });
         add("dense city" + text, reflectance, 300, dense);
+        add("city, 2 m apart" + text, reflectance, 300, [] { return scenes::city(2000, 28000); });
         add("city of 10000" + text, reflectance, 300, [] { return scenes::city(10000, 20000); });
     }
     add("scattered over 1000000 0.2", 0.2, 100, [] { return scenes::city(1000000, 10000); });

@@ -22,7 +22,7 @@ constexpr std::size_t cellsPerBlock = 32;
 /// Places of a cell that share its rays, and rays that each of them has at least. With one place
 /// for a cell of several metres the light of a court is that of a hundred places: by chance 1 % of
 /// the total too little in bright ones.
-constexpr std::size_t mostPoints = 8;
+constexpr std::size_t mostPoints = 64;
 constexpr std::size_t raysOfPoint = 4;
 
 /// Two directions across a unit vector (Duff et al. 2017, "Building an orthonormal basis,
@@ -56,18 +56,21 @@ double wrapped(double value) {
 }
 
 /// The cell of a landing: a cube of space of the size, the side of the surface in steps of some 19
-/// degrees, and its material. Cubes are moved off the round numbers on which surfaces like to lie.
-std::uint64_t keyOf(const XYZf& place, const XYZf& normal, std::uint32_t material, int level) {
+/// degrees, its material and the landing's kind. Cubes are moved off the round numbers on which
+/// surfaces like to lie.
+std::uint64_t keyOf(const Landing& landing, int level) {
     constexpr std::array<double, 3> move{0.3719, 0.4127, 0.3361};
+    const XYZf& place = landing.position;
     const std::array<double, 3> position{static_cast<double>(place.x), static_cast<double>(place.y),
                                          static_cast<double>(place.z)};
     const double size = std::ldexp(1.0, level);
-    std::uint64_t key = mixedBits(static_cast<std::uint64_t>(level + 128), material);
+    std::uint64_t key = mixedBits(static_cast<std::uint64_t>(level + 128),
+                                  std::uint64_t{landing.kind} << 32U | landing.material);
     for (std::size_t k = 0; k < 3; ++k) {
         const double cube = std::clamp(std::floor(position[k] / size + move[k]), -1e15, 1e15);
         key = mixedBits(key, static_cast<std::uint64_t>(static_cast<std::int64_t>(cube)));
     }
-    for (const float component : {normal.x, normal.y, normal.z}) {
+    for (const float component : {landing.normal.x, landing.normal.y, landing.normal.z}) {
         key = mixedBits(key, static_cast<std::uint64_t>(std::lround(3.0f * component) + 8));
     }
     return key;
@@ -84,10 +87,12 @@ XYZf against(const XYZf& normal, const XYZf& direction) {
     return dotProduct(normal, direction) > 0.0f ? scaled(normal, -1.0f) : normal;
 }
 
-/// Rays of a cell in proportion to what hangs on it.
-std::size_t raysFor(std::uint32_t weight, double perRay, std::size_t most) {
+/// Rays of a cell in proportion to what hangs on it; from the usual most on with the root of that,
+/// as what very many sensors see is to be known better than what a few see.
+double raysFor(std::uint32_t weight, double perRay, std::size_t usualMost) {
+    const auto most = static_cast<double>(usualMost);
     const double wanted = perRay * static_cast<double>(weight) / Landing::oneRay;
-    return static_cast<std::size_t>(std::clamp(std::ceil(wanted), 1.0, static_cast<double>(most)));
+    return wanted > most ? std::sqrt(wanted * most) : wanted;
 }
 
 /// Off the surface by more than positions are rounded, and by less than the hundredth within which
@@ -98,10 +103,11 @@ XYZf originAt(const Landing& landing) {
     return sum(landing.position, scaled(landing.normal, 0.002f + size * 0x1p-22f));
 }
 
+/// Of landings of one key and order.
 bool before(const Landing& a, const Landing& b) {
     const auto rank = [](const Landing& l) {
-        return std::tie(l.key, l.order, l.position.x, l.position.y, l.position.z, l.normal.x,
-                        l.normal.y, l.normal.z, l.weight, l.start);
+        return std::tie(l.position.x, l.position.y, l.position.z, l.normal.x, l.normal.y,
+                        l.normal.z, l.weight, l.start);
     };
     return rank(a) < rank(b);
 }
@@ -185,15 +191,15 @@ void LightGatherer::appendCrossed(const Ray& ray, double distance, Gathered& gat
 }
 
 void LightGatherer::divide(Gathered& gathered, std::size_t spread, double leastCell,
-                           std::uint32_t weight) {
+                           std::uint32_t weight, std::uint32_t kind) {
     // Twice the distance between neighbouring rays where they land. With four times, one place
     // stands for too much of a deep street: 15 % off in the closed form of two widths. Finer cells
     // cost more, and the lattice averages over them all the same.
     const double growth = 2.0 * std::sqrt(std::numbers::pi / static_cast<double>(spread));
     for (Landing& landing : gathered.landings) {
         const double size = std::max(leastCell, growth * static_cast<double>(landing.distance));
-        landing.key = keyOf(landing.position, landing.normal, landing.material,
-                            static_cast<int>(std::floor(std::log2(size))));
+        landing.kind = kind;
+        landing.key = keyOf(landing, static_cast<int>(std::floor(std::log2(size))));
         landing.weight = weight;
     }
 }
@@ -272,46 +278,93 @@ void LightGatherer::gather(const XYZf& origin, const XYZf& normal, std::uint64_t
     }
 }
 
-std::size_t LightCells::add(std::vector<Landing>& landings) {
-    tbb::parallel_sort(landings.begin(), landings.end(), before);
-    const std::size_t known = m_cells.size();
-    for (std::size_t i = 0; i < landings.size();) {
-        Cell cell;
-        cell.landing = landings[i];
+std::size_t LightCells::add(std::span<const Landing> landings, const LightGatherer& gatherer) {
+    struct Place {
+        std::uint64_t key, order;
+        std::size_t landing;
+    };
+    std::vector<Place> sorted;
+    sorted.reserve(landings.size());
+    for (std::size_t i = 0; i < landings.size(); ++i) {
+        sorted.push_back({landings[i].key, landings[i].order, i});
+    }
+    tbb::parallel_sort(sorted.begin(), sorted.end(), [&](const Place& a, const Place& b) {
+        return std::tie(a.key, a.order) < std::tie(b.key, b.order) ||
+               (a.key == b.key && a.order == b.order &&
+                before(landings[a.landing], landings[b.landing]));
+    });
+    struct NewCell {
+        std::uint64_t place;
+        std::size_t first, end; // of its landings
+        bool operator<(const NewCell& other) const {
+            return std::tie(place, first) < std::tie(other.place, other.first);
+        }
+    };
+    std::vector<NewCell> fresh;
+    for (std::size_t i = 0; i < sorted.size();) {
         const std::size_t first = i;
-        std::uint64_t weight = 0;
-        for (const std::uint64_t key = landings[i].key;
-             i < landings.size() && landings[i].key == key; ++i) {
-            weight += landings[i].weight;
+        while (i < sorted.size() && sorted[i].key == sorted[first].key) {
+            ++i;
         }
-        if (find(cell.landing.key) != none) {
-            continue; // lit before, by what hung on it then
+        if (find(sorted[first].key) == none) { // else lit before, by what hung on it then
+            fresh.push_back({0, first, i});
         }
-        cell.landing.weight =
-            static_cast<std::uint32_t>(std::min<std::uint64_t>(weight, 0xFFFFFFFFU));
+    }
+    tbb::parallel_for(std::size_t{0}, fresh.size(), [&](std::size_t i) {
+        fresh[i].place = gatherer.placeInSpace(landings[sorted[fresh[i].first].landing].position);
+    });
+    tbb::parallel_sort(fresh.begin(), fresh.end());
+    const std::size_t known = m_cells.size();
+    if (m_cells.capacity() < known + fresh.size()) { // each generation is much smaller
+        m_cells.reserve(std::max(known + fresh.size(), known + known / 4));
+    }
+    for (const NewCell& one : fresh) {
+        Cell cell;
+        cell.landing = landings[sorted[one.first].landing];
         cell.firstPoint = m_points.size();
+        std::uint64_t weight = 0;
         std::uint64_t last = cell.landing.order;
-        for (std::size_t k = first + 1; k < i && cell.pointCount + 1 < mostPoints; ++k) {
-            if (landings[k].order != last) {
-                last = landings[k].order;
-                m_points.push_back(landings[k]);
+        for (std::size_t k = one.first; k < one.end; ++k) {
+            const Landing& landing = landings[sorted[k].landing];
+            weight += landing.weight;
+            if (landing.order != last && cell.pointCount + 1 < mostPoints) {
+                last = landing.order;
+                m_points.push_back(landing);
                 ++cell.pointCount;
             }
         }
+        cell.landing.weight =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(weight, 0xFFFFFFFFU));
         m_cells.push_back(cell);
     }
-    m_places.reserve(m_cells.size());
-    const auto middle = static_cast<std::ptrdiff_t>(m_places.size());
-    for (std::size_t i = known; i < m_cells.size(); ++i) {
-        m_places.emplace_back(m_cells[i].landing.key, static_cast<std::uint32_t>(i));
+    addSlots(known);
+    return fresh.size();
+}
+
+void LightCells::addSlots(std::size_t firstCell) {
+    if (m_slots.size() < 2 * m_cells.size()) {
+        m_slots.assign(std::bit_ceil(2 * m_cells.size()), Slot());
+        firstCell = 0;
     }
-    std::inplace_merge(m_places.begin(), m_places.begin() + middle, m_places.end());
-    return m_cells.size() - known;
+    for (std::size_t c = firstCell; c < m_cells.size(); ++c) {
+        const std::uint64_t key = m_cells[c].landing.key;
+        std::size_t at = key & (m_slots.size() - 1); // keys are well mixed
+        while (m_slots[at].cell != none) {
+            at = (at + 1) & (m_slots.size() - 1);
+        }
+        m_slots[at] = {key, static_cast<std::uint32_t>(c)};
+    }
 }
 
 std::uint32_t LightCells::find(std::uint64_t key) const {
-    const auto found = std::lower_bound(m_places.begin(), m_places.end(), std::pair(key, 0U));
-    return found != m_places.end() && found->first == key ? found->second : none;
+    if (m_slots.empty()) {
+        return none;
+    }
+    std::size_t at = key & (m_slots.size() - 1);
+    while (m_slots[at].cell != none && m_slots[at].key != key) {
+        at = (at + 1) & (m_slots.size() - 1);
+    }
+    return m_slots[at].cell;
 }
 
 std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const LightSources& sources,
@@ -319,7 +372,7 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     /// Rays of a cell for each ray of a sensor that found it. Two to the sources leave less than
     /// the lattice itself does; what comes to a cell from others is a small part of its light.
     constexpr double sourceRays = 2.0;
-    constexpr double linkRays = 0.5;
+    constexpr double linkRays = 0.33;
     /// Cells that have links have this many at least. With one or two, pairs of cells that only see
     /// each other would hold their light for ever: a white street got 3 % too much.
     constexpr double leastLinks = 8.0;
@@ -342,13 +395,6 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     };
     const bool hasTranslucent = gatherer.scene().hasTranslucent();
     std::vector<LitCells> done(blocks);
-    // Neighbours follow each other: they meet the same parts of the scene.
-    std::vector<std::pair<std::uint64_t, std::size_t>> order;
-    order.reserve(count);
-    for (std::size_t c = first; c < m_cells.size(); ++c) {
-        order.emplace_back(gatherer.placeInSpace(m_cells[c].landing.position), c);
-    }
-    tbb::parallel_sort(order.begin(), order.end());
     tbb::parallel_for(std::size_t{0}, blocks, [&](std::size_t number) {
         LitCells& block = done[number];
         std::vector<LightSources::Ray> rays;
@@ -356,12 +402,11 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
         std::vector<std::uint8_t> occluded;
         std::vector<float> through(m_seasons, 1.0f);
         Gathered gathered;
-        const std::size_t end = std::min((number + 1) * cellsPerBlock, count);
+        const std::size_t end = first + std::min((number + 1) * cellsPerBlock, count);
         if (options.stop.stop_requested()) {
             return;
         }
-        for (std::size_t i = number * cellsPerBlock; i < end; ++i) {
-            const std::size_t c = order[i].second;
+        for (std::size_t c = first + number * cellsPerBlock; c < end; ++c) {
             Cell& cell = m_cells[c];
             const Landing& landing = cell.landing;
             const auto pointOf = [&](std::size_t k) -> const Landing& {
@@ -370,7 +415,8 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
             const auto pointsFor = [&](std::size_t rayCount) {
                 return std::clamp<std::size_t>(rayCount / raysOfPoint, 1, cell.pointCount + 1U);
             };
-            const std::size_t sourceCount = raysFor(landing.weight, sourceRays, options.cellRays);
+            const auto sourceCount = static_cast<std::size_t>(
+                std::max(std::ceil(raysFor(landing.weight, sourceRays, options.cellRays)), 1.0));
             float* received = m_direct.data() + c * m_bins;
             const std::size_t points = pointsFor(sourceCount);
             for (std::size_t k = 0; k < points; ++k) {
@@ -403,14 +449,13 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
                 continue;
             }
             // Cells on which little hangs have links by chance.
-            const double wanted = linkRays * static_cast<double>(landing.weight) / Landing::oneRay;
+            const double wanted = raysFor(landing.weight, linkRays, options.linkRays);
             const double least = std::min(leastLinks, static_cast<double>(options.linkRays));
             const double chance = std::min(wanted / least, 1.0);
             const double drawn = unitNumber(mixedBits(landing.order, 3));
-            const auto links = static_cast<std::size_t>(
-                wanted >= least  ? std::min(wanted + drawn, static_cast<double>(options.linkRays))
-                : drawn < chance ? least
-                                 : 0.0);
+            const auto links = static_cast<std::size_t>(wanted >= least  ? wanted + drawn
+                                                        : drawn < chance ? least
+                                                                         : 0.0);
             cell.chance = static_cast<float>(chance);
             cell.linkRays = static_cast<std::uint32_t>(links);
             cell.firstLink = block.links.size();
@@ -428,7 +473,8 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
                                 links * k / linkPoints, links * (k + 1) / linkPoints, gathered);
             }
             LightGatherer::divide(gathered, std::max<std::size_t>(links, 16), options.leastLinkCell,
-                                  static_cast<std::uint32_t>(std::clamp(share, 1.0, 4.0e9)));
+                                  static_cast<std::uint32_t>(std::clamp(share, 1.0, 4.0e9)),
+                                  landing.kind);
             block.rays += links;
             for (std::size_t r = 0; r < gathered.found.size(); ++r) {
                 const float* const passed = gathered.through.data() + r * m_seasons;
@@ -439,7 +485,9 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
                 } else {
                     const Landing& found = gathered.landings[gathered.found[r]];
                     block.links.push_back({found.key, none});
-                    block.through.insert(block.through.end(), passed, passed + m_seasons);
+                    if (hasTranslucent) {
+                        block.through.insert(block.through.end(), passed, passed + m_seasons);
+                    }
                     block.landings.push_back(found);
                 }
             }
@@ -452,9 +500,9 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     std::vector<Landing> landings;
     for (std::size_t number = 0; number < blocks; ++number) {
         LitCells& block = done[number];
-        const std::size_t end = std::min((number + 1) * cellsPerBlock, count);
-        for (std::size_t i = number * cellsPerBlock; i < end; ++i) {
-            m_cells[order[i].second].firstLink += m_links.size();
+        const std::size_t end = first + std::min((number + 1) * cellsPerBlock, count);
+        for (std::size_t c = first + number * cellsPerBlock; c < end; ++c) {
+            m_cells[c].firstLink += m_links.size();
         }
         m_links.insert(m_links.end(), block.links.begin(), block.links.end());
         m_through.insert(m_through.end(), block.through.begin(), block.through.end());
@@ -467,114 +515,176 @@ std::vector<Landing> LightCells::light(const LightGatherer& gatherer, const Ligh
     return landings;
 }
 
-/// Values of cells without links of their own: the mean of cells with links that look the same way
-/// and that some cell sees as well as them; where there are none, of the cells that see them.
+namespace {
+
+/// Cells that look up, aside or down and are of one kind stand for each other.
+constexpr std::size_t waysToLook = 3;
+constexpr std::size_t alikes = waysToLook * Landing::kinds;
+std::size_t alikeOf(const Landing& landing) {
+    constexpr float steep = 0.5f;
+    const std::size_t way = landing.normal.z > steep ? 0 : landing.normal.z < -steep ? 2 : 1;
+    return std::min(landing.kind, Landing::kinds - 1) * waysToLook + way;
+}
+
+} // namespace
+
+/// Means over cells with links that are alike, by what hangs on them and by bin.
+std::vector<float> LightCells::meansOfAlike(const std::vector<float>& values) const {
+    std::vector<double> sums(alikes * m_bins, 0.0);
+    std::array<double, alikes> weights{};
+    for (std::size_t row = 0; row < m_cellOf.size(); ++row) {
+        const Cell& cell = m_cells[m_cellOf[row]];
+        if (cell.isLinked) {
+            const std::size_t alike = alikeOf(cell.landing);
+            weights[alike] += cell.expected();
+            for (std::size_t b = 0; b < m_bins; ++b) {
+                sums[alike * m_bins + b] +=
+                    cell.expected() * static_cast<double>(values[row * m_bins + b]);
+            }
+        }
+    }
+    std::vector<float> means(alikes * m_bins, 0.0f);
+    for (std::size_t alike = 0; alike < alikes; ++alike) {
+        // Where a kind has none, those of the others that look the same way.
+        double weight = weights[alike];
+        std::vector<double> sum(sums.begin() + static_cast<std::ptrdiff_t>(alike * m_bins),
+                                sums.begin() + static_cast<std::ptrdiff_t>((alike + 1) * m_bins));
+        for (std::size_t i = alike % waysToLook; i < alikes && weights[alike] == 0.0;
+             i += waysToLook) {
+            weight += weights[i];
+            for (std::size_t b = 0; b < m_bins; ++b) {
+                sum[b] += sums[i * m_bins + b];
+            }
+        }
+        for (std::size_t b = 0; b < m_bins && weight > 0.0; ++b) {
+            means[alike * m_bins + b] = static_cast<float>(sum[b] / weight);
+        }
+    }
+    return means;
+}
+
+/// Values of cells without links of their own, by row: the mean of cells with links that look the
+/// same way and that some cell sees as well as them; where there are none, of all that are alike.
 class LightCells::Unlinked {
 public:
-    explicit Unlinked(const LightCells& cells) : m_cells(cells.m_cells) {
+    explicit Unlinked(const LightCells& cells) : m_cells(cells) {
         constexpr float sameWay = 0.5f;
-        constexpr std::size_t mostAlike = 8;
-        for (std::size_t c = 0; c < m_cells.size(); ++c) {
-            const Cell& cell = m_cells[c];
+        constexpr std::size_t mostModels = 8;
+        const auto cellOf = [&](std::uint32_t row) -> const Cell& {
+            return cells.m_cells[cells.m_cellOf[row]];
+        };
+        std::vector<std::uint8_t> hasModel(cells.m_cellOf.size(), 0);
+        for (std::uint32_t row = 0; row < cells.m_cellOf.size(); ++row) {
+            const Cell& cell = cellOf(row);
+            if (!cell.isLinked) {
+                continue;
+            }
+            hasModel[row] = 1; // needs none
             const std::span<const Link> links =
                 std::span(cells.m_links).subspan(cell.firstLink, cell.linkCount);
             for (const Link& link : links) {
-                if (!cell.isLinked || link.cell == none || m_cells[link.cell].isLinked) {
+                if (link.row == none || cellOf(link.row).isLinked) {
                     continue;
                 }
-                const XYZf& normal = m_cells[link.cell].landing.normal;
-                std::size_t alike = 0;
+                const XYZf& normal = cellOf(link.row).landing.normal;
+                std::size_t models = 0;
                 for (const Link& other : links) {
-                    if (other.cell != none && m_cells[other.cell].isLinked && alike < mostAlike &&
-                        dotProduct(normal, m_cells[other.cell].landing.normal) > sameWay) {
-                        m_models.push_back({link.cell, false, other.cell});
-                        ++alike;
+                    if (other.row != none && cellOf(other.row).isLinked && models < mostModels &&
+                        dotProduct(normal, cellOf(other.row).landing.normal) > sameWay) {
+                        m_models.push_back({link.row, other.row});
+                        hasModel[link.row] = 1;
+                        ++models;
                     }
                 }
-                m_models.push_back({link.cell, true, static_cast<std::uint32_t>(c)});
             }
         }
         tbb::parallel_sort(m_models.begin(), m_models.end());
         for (std::size_t i = 0; i < m_models.size(); ++i) {
-            const bool isFirst = i == 0 || m_models[i].cell != m_models[i - 1].cell;
-            if (isFirst) {
+            if (i == 0 || m_models[i].first != m_models[i - 1].first) {
                 m_runs.push_back({i, i});
             }
-            if (m_models[i].isFinder == m_models[m_runs.back().first].isFinder) {
-                m_runs.back().second = i + 1;
+            m_runs.back().second = i + 1;
+        }
+        for (std::uint32_t row = 0; row < cells.m_cellOf.size(); ++row) {
+            if (hasModel[row] == 0) {
+                m_alone.push_back(row);
             }
         }
     }
 
-    void fill(std::vector<float>& values, std::size_t bins) const {
+    void fill(std::vector<float>& values) const {
+        const std::size_t bins = m_cells.m_bins;
         tbb::parallel_for(std::size_t{0}, m_runs.size(), [&](std::size_t k) {
             const auto [first, end] = m_runs[k];
-            float* const to = values.data() + std::size_t{m_models[first].cell} * bins;
+            float* const to = values.data() + std::size_t{m_models[first].first} * bins;
             const auto count = static_cast<float>(end - first);
             for (std::size_t b = 0; b < bins; ++b) {
                 float all = 0.0f;
                 for (std::size_t i = first; i < end; ++i) {
-                    all += values[std::size_t{m_models[i].model} * bins + b];
+                    all += values[std::size_t{m_models[i].second} * bins + b];
                 }
                 to[b] = all / count;
             }
         });
-    }
-
-    /// What nobody sees but sensors: the mean of the cells that look up, aside or down like it, by
-    /// what hangs on them.
-    void fillOthers(std::vector<float>& values, std::size_t bins) const {
-        constexpr std::size_t classes = 3;
-        const auto classOf = [&](std::size_t c) -> std::size_t {
-            constexpr float steep = 0.5f;
-            const float up = m_cells[c].landing.normal.z;
-            return up > steep ? 0 : up < -steep ? 2 : 1;
-        };
-        std::vector<double> sums(classes * bins, 0.0);
-        std::array<double, classes> weights{};
-        std::vector<bool> isKnown(m_cells.size(), false);
-        for (const auto& [first, end] : m_runs) {
-            isKnown[m_models[first].cell] = true;
+        if (m_alone.empty()) {
+            return;
         }
-        for (std::size_t c = 0; c < m_cells.size(); ++c) {
-            if (m_cells[c].isLinked) {
-                isKnown[c] = true;
-                const double weight = m_cells[c].expected();
-                weights[classOf(c)] += weight;
-                for (std::size_t b = 0; b < bins; ++b) {
-                    sums[classOf(c) * bins + b] +=
-                        weight * static_cast<double>(values[c * bins + b]);
-                }
-            }
-        }
-        for (std::size_t c = 0; c < m_cells.size(); ++c) {
-            const double weight = weights[classOf(c)];
-            for (std::size_t b = 0; b < bins && !isKnown[c] && weight > 0.0; ++b) {
-                values[c * bins + b] = static_cast<float>(sums[classOf(c) * bins + b] / weight);
-            }
-        }
+        const std::vector<float> means = m_cells.meansOfAlike(values);
+        tbb::parallel_for(std::size_t{0}, m_alone.size(), [&](std::size_t k) {
+            const Cell& cell = m_cells.m_cells[m_cells.m_cellOf[m_alone[k]]];
+            const float* const from = means.data() + alikeOf(cell.landing) * bins;
+            std::copy(from, from + bins, values.data() + std::size_t{m_alone[k]} * bins);
+        });
     }
 
 private:
-    const std::vector<Cell>& m_cells;
-    struct Model {
-        std::uint32_t cell;
-        bool isFinder;       ///< which sees the cell, and is not like it
-        std::uint32_t model; ///< the cell whose values it takes
-        bool operator<(const Model& other) const {
-            return std::tie(cell, isFinder, model) <
-                   std::tie(other.cell, other.isFinder, other.model);
-        }
-    };
-    std::vector<Model> m_models;
-    std::vector<std::pair<std::size_t, std::size_t>> m_runs; ///< in m_models, of each cell
+    const LightCells& m_cells;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> m_models; ///< rows and what they take
+    std::vector<std::pair<std::size_t, std::size_t>> m_runs;       ///< in m_models, of each row
+    std::vector<std::uint32_t> m_alone;
 };
 
-/// Light of the cells' links on them, by bin.
+void LightCells::makeRows() {
+    tbb::parallel_for(std::size_t{0}, m_links.size(),
+                      [&](std::size_t i) { m_links[i].row = find(m_links[i].key); });
+    std::vector<std::uint8_t> takesPart(m_cells.size(), 0);
+    for (const Link& link : m_links) {
+        if (link.row != none) {
+            takesPart[link.row] = 1;
+        }
+    }
+    m_cellOf.clear();
+    m_rowOf.assign(m_cells.size(), 0);
+    for (std::size_t c = 0; c < m_cells.size(); ++c) {
+        Cell& cell = m_cells[c];
+        const std::span<const Link> links =
+            std::span(m_links).subspan(cell.firstLink, cell.linkCount);
+        cell.isLinked =
+            cell.isLinked ||
+            (cell.linkRays > 0 &&
+             (links.empty() || std::any_of(links.begin(), links.end(),
+                                           [](const Link& link) { return link.row != none; })));
+        if (takesPart[c] != 0 || (cell.isLinked && cell.linkRays > 0)) {
+            m_rowOf[c] = static_cast<std::uint32_t>(m_cellOf.size());
+            m_cellOf.push_back(static_cast<std::uint32_t>(c));
+            takesPart[c] = 1;
+        }
+    }
+    for (std::size_t c = 0; c < m_cells.size(); ++c) {
+        if (takesPart[c] == 0) {
+            m_rowOf[c] = static_cast<std::uint32_t>(m_cellOf.size() + alikeOf(m_cells[c].landing));
+        }
+    }
+    for (Link& link : m_links) {
+        link.row = link.row != none ? m_rowOf[link.row] : none;
+    }
+}
+
+/// Light of the cells' links on them, by row and bin.
 void LightCells::receive(const std::vector<float>& thrown, std::vector<float>& received) const {
-    tbb::parallel_for(std::size_t{0}, m_cells.size(), [&](std::size_t c) {
-        const Cell& cell = m_cells[c];
-        float* const out = received.data() + c * m_bins;
+    tbb::parallel_for(std::size_t{0}, m_cellOf.size(), [&](std::size_t row) {
+        const Cell& cell = m_cells[m_cellOf[row]];
+        float* const out = received.data() + row * m_bins;
         std::fill(out, out + m_bins, 0.0f);
         if (!cell.isLinked || cell.linkRays == 0) {
             return;
@@ -582,11 +692,17 @@ void LightCells::receive(const std::vector<float>& thrown, std::vector<float>& r
         // Links into cells that nobody lit take the mean of the others.
         std::uint32_t missing = 0;
         for (std::size_t l = cell.firstLink; l < cell.firstLink + cell.linkCount; ++l) {
-            if (m_links[l].cell == none) {
+            if (m_links[l].row == none) {
                 ++missing;
                 continue;
             }
-            const float* const from = thrown.data() + std::size_t{m_links[l].cell} * m_bins;
+            const float* const from = thrown.data() + std::size_t{m_links[l].row} * m_bins;
+            if (m_through.empty()) {
+                for (std::size_t b = 0; b < m_bins; ++b) {
+                    out[b] += from[b];
+                }
+                continue;
+            }
             const float* const passed = m_through.data() + l * m_seasons;
             for (std::size_t b = 0; b < m_bins; ++b) {
                 out[b] += passed[m_seasonOfBin[b]] * from[b];
@@ -604,10 +720,11 @@ void LightCells::receive(const std::vector<float>& thrown, std::vector<float>& r
 }
 
 void LightCells::addFarGround(const LightGatherer& gatherer, std::vector<float>& received) const {
-    for (std::size_t c = 0; c < m_cells.size(); ++c) {
+    for (std::size_t row = 0; row < m_cellOf.size(); ++row) {
+        const std::size_t c = m_cellOf[row];
         for (std::size_t s = 0; s < m_seasons && m_cells[c].isLinked; ++s) { // bins of the sky
-            received[c * m_bins + s] += m_farGround[c * m_seasons + s] * gatherer.ground().light *
-                                        gatherer.seasonShares()[s];
+            received[row * m_bins + s] += m_farGround[c * m_seasons + s] * gatherer.ground().light *
+                                          gatherer.seasonShares()[s];
         }
     }
 }
@@ -615,68 +732,80 @@ void LightCells::addFarGround(const LightGatherer& gatherer, std::vector<float>&
 LightCells::Exchange LightCells::exchange(const LightGatherer& gatherer, const Options& options) {
     constexpr int mostBounces = 500;
     constexpr double enough = 1e-3; // of a cell's light, left beyond the last reflection
-    tbb::parallel_for(std::size_t{0}, m_links.size(),
-                      [&](std::size_t i) { m_links[i].cell = find(m_links[i].key); });
-    const std::size_t count = m_cells.size();
-    m_indirect.assign(m_direct.size(), 0.0f);
-    for (std::size_t c = 0; c < count; ++c) {
-        Cell& cell = m_cells[c];
-        const auto links = m_links.begin() + static_cast<std::ptrdiff_t>(cell.firstLink);
-        cell.isLinked =
-            cell.isLinked ||
-            (cell.linkRays > 0 &&
-             (cell.linkCount == 0 || std::any_of(links, links + cell.linkCount,
-                                                 [](const Link& l) { return l.cell != none; })));
-    }
+    makeRows();
+    const std::size_t rows = m_cellOf.size();
+    m_indirect.assign((rows + alikes) * m_bins, 0.0f);
     addFarGround(gatherer, m_indirect);
     const Unlinked unlinked(*this);
-    unlinked.fill(m_indirect, m_bins);
+    unlinked.fill(m_indirect);
+    const auto directOf = [&](std::size_t row) {
+        return m_direct.data() + std::size_t{m_cellOf[row]} * m_bins;
+    };
     // What the cells throw back of the light of the n-th reflection.
-    std::vector<float> thrown(m_direct.size());
-    std::vector<float> received = m_direct;
-    for (std::size_t i = 0; i < received.size(); ++i) {
-        received[i] += m_indirect[i];
+    std::vector<float> thrown(rows * m_bins);
+    std::vector<float> received(rows * m_bins);
+    for (std::size_t row = 0; row < rows; ++row) {
+        for (std::size_t b = 0; b < m_bins; ++b) {
+            received[row * m_bins + b] = directOf(row)[b] + m_indirect[row * m_bins + b];
+        }
     }
+    struct Sums {
+        double thrown = 0.0;
+        double gain = 0.0; ///< the share of a linked cell's light that has just come
+    };
+    std::vector<Sums> ofRow(rows);
     const auto throwBack = [&] {
-        double all = 0.0;
-        for (std::size_t c = 0; c < count; ++c) {
-            const float reflectance = gatherer.reflectance(m_cells[c].landing.material);
-            double light = 0.0;
-            for (std::size_t i = c * m_bins; i < (c + 1) * m_bins; ++i) {
+        tbb::parallel_for(std::size_t{0}, rows, [&](std::size_t row) {
+            const Cell& cell = m_cells[m_cellOf[row]];
+            const float reflectance = gatherer.reflectance(cell.landing.material);
+            const std::size_t first = row * m_bins;
+            for (std::size_t i = first; i < first + m_bins; ++i) {
                 thrown[i] = reflectance * received[i];
-                light += static_cast<double>(thrown[i]);
             }
-            all += m_cells[c].isLinked ? light * m_cells[c].expected() : 0.0;
+            if (cell.isLinked) {
+                float come = 0.0f;
+                float light = 0.0f;
+                for (std::size_t b = 0; b < m_bins; ++b) {
+                    come += received[first + b];
+                    light += directOf(row)[b] + m_indirect[first + b];
+                }
+                ofRow[row] = {static_cast<double>(reflectance * come) * cell.expected(),
+                              come > 0.0f ? static_cast<double>(come / light) : 0.0};
+            }
+        });
+        Sums all;
+        for (const Sums& one : ofRow) {
+            all.thrown += one.thrown;
+            all.gain = std::max(all.gain, one.gain);
         }
         return all;
     };
     Exchange result;
-    double last = throwBack();
+    double last = throwBack().thrown;
     double all = last;
     double lastWorst = 0.0;
     const int most = options.bounces > 0 ? options.bounces : mostBounces;
     while (result.bounces < most && last > 0.0 && !options.stop.stop_requested()) {
         receive(thrown, received);
-        unlinked.fill(received, m_bins);
+        unlinked.fill(received);
         ++result.bounces;
         for (std::size_t i = 0; i < received.size(); ++i) {
             m_indirect[i] += received[i];
         }
-        const double worst = largestGain(received);
-        const double now = throwBack();
-        all += now;
-        const double ratio = now / last;
-        last = now;
+        const Sums now = throwBack();
+        all += now.thrown;
+        const double ratio = now.thrown / last;
+        last = now.thrown;
         // Places differ: a bright room keeps its light long after the street outside has lost its.
         // What the worst of them gains beyond goes by how its gain falls.
-        const double falls = lastWorst > 0.0 ? worst / lastWorst : 1.0;
-        lastWorst = worst;
-        const double rest =
-            falls < 1.0 ? worst * falls / (1.0 - falls) : std::numeric_limits<double>::infinity();
+        const double falls = lastWorst > 0.0 ? now.gain / lastWorst : 1.0;
+        lastWorst = now.gain;
+        const double rest = falls < 1.0 ? now.gain * falls / (1.0 - falls)
+                                        : std::numeric_limits<double>::infinity();
         if (options.bounces == 0 && (result.bounces == most || rest <= enough)) {
             constexpr double known = 0.05; // more than this share is not told from its beginning
             result.converged = rest <= known && ratio < 1.0;
-            const double beyond = result.converged ? now * ratio / (1.0 - ratio) : 0.0;
+            const double beyond = result.converged ? now.thrown * ratio / (1.0 - ratio) : 0.0;
             const auto factor = static_cast<float>(result.converged ? ratio / (1.0 - ratio) : 0.0);
             for (std::size_t i = 0; i < received.size(); ++i) {
                 m_indirect[i] += factor * received[i];
@@ -685,32 +814,19 @@ LightCells::Exchange LightCells::exchange(const LightGatherer& gatherer, const O
             break;
         }
     }
-    unlinked.fillOthers(m_indirect, m_bins);
+    const std::vector<float> means = meansOfAlike(m_indirect);
+    std::copy(means.begin(), means.end(),
+              m_indirect.begin() + static_cast<std::ptrdiff_t>(rows * m_bins));
     return result;
-}
-
-/// The largest share of a linked cell's light that has just come.
-double LightCells::largestGain(const std::vector<float>& received) const {
-    double worst = 0.0;
-    for (std::size_t c = 0; c < m_cells.size(); ++c) {
-        double gain = 0.0;
-        double light = 0.0;
-        for (std::size_t i = c * m_bins; i < (c + 1) * m_bins; ++i) {
-            gain += static_cast<double>(received[i]);
-            light += static_cast<double>(m_direct[i] + m_indirect[i]);
-        }
-        if (m_cells[c].isLinked && gain > 0.0) {
-            worst = std::max(worst, gain / light);
-        }
-    }
-    return worst;
 }
 
 std::size_t LightCells::bytes() const {
     return m_cells.capacity() * sizeof(Cell) + m_points.capacity() * sizeof(Landing) +
-           m_links.capacity() * sizeof(Link) + m_places.capacity() * sizeof(m_places[0]) +
+           m_links.capacity() * sizeof(Link) + m_slots.capacity() * sizeof(Slot) +
+           (m_rowOf.capacity() + m_cellOf.capacity()) * sizeof(std::uint32_t) +
            m_seasonOfBin.capacity() * 2 +
-           (m_through.capacity() + m_farGround.capacity() + 4 * m_direct.capacity()) *
+           (m_through.capacity() + m_farGround.capacity() + m_direct.capacity() +
+            3 * m_indirect.capacity()) *
                sizeof(float);
 }
 

@@ -37,8 +37,12 @@ struct Landing {
     XYZf position, normal;
     std::uint32_t material;
     std::uint32_t weight; ///< how much hangs on the cell, in rays of sensors times 2^12
-    float start;          ///< 0..1, even over the rays of a lattice: where draws of sources begin
-    float distance;       ///< of the ray that landed [model units]
+    /// Landings of other kinds have other cells: places that see next to no sky do not share those
+    /// of lit ones, into which a large cell may reach through a thin wall.
+    std::uint32_t kind;
+    static constexpr std::uint32_t kinds = 3;
+    float start;    ///< 0..1, even over the rays of a lattice: where draws of sources begin
+    float distance; ///< of the ray that landed [model units]
 
     static constexpr std::uint32_t oneRay = 1U << 12U;
 };
@@ -84,8 +88,9 @@ public:
     ///        more, the finer the cells
     /// @param leastCell edge of the finest cells
     /// @param weight of each ray
+    /// @param kind see Landing
     static void divide(Gathered& gathered, std::size_t spread, double leastCell,
-                       std::uint32_t weight);
+                       std::uint32_t weight, std::uint32_t kind);
 
     /// What translucent surfaces let through in each season, of a ray into the sky or up to a
     /// distance.
@@ -153,8 +158,8 @@ public:
         std::function<void(double part)> advance = {};
     };
     /// Adds cells for landings; those of one key become one. New ones have to be lit. Gives the
-    /// number of new ones.
-    std::size_t add(std::vector<Landing>& landings);
+    /// number of new ones. Neighbours follow each other: they meet the same parts of the scene.
+    std::size_t add(std::span<const Landing> landings, const LightGatherer& gatherer);
     /// The number of the cell of a key, or none.
     std::uint32_t find(std::uint64_t key) const;
     static constexpr std::uint32_t none = 0xFFFFFFFFU;
@@ -174,10 +179,11 @@ public:
     const float* direct(std::uint32_t cell) const {
         return m_direct.data() + std::size_t{cell} * m_bins;
     }
-    /// Light of other surfaces on a cell, by bin [Wh/m2]: where it has no links of its own, that of
-    /// cells which see it, or else the mean of those that look like it up, aside or down.
+    /// Light of other surfaces on a cell after exchange(), by bin [Wh/m2]: where it has no links of
+    /// its own, that of cells which see it, or else the mean of those that look like it up, aside
+    /// or down.
     const float* indirect(std::uint32_t cell) const {
-        return m_indirect.data() + std::size_t{cell} * m_bins;
+        return m_indirect.data() + std::size_t{m_rowOf[cell]} * m_bins;
     }
     /// The chance that a cell had of links, 0..1, where it has some; else 0.
     float chanceOfLinks(std::uint32_t cell) const {
@@ -208,23 +214,34 @@ private:
     class Unlinked;
     struct Link {
         std::uint64_t key;
-        std::uint32_t cell;
+        std::uint32_t row; ///< of the cell that it leads to; none where that was not lit
     };
+    struct Slot {
+        std::uint64_t key = 0;
+        std::uint32_t cell = none;
+    };
+    void addSlots(std::size_t firstCell);
+    /// Finds where links lead, and gives rows to the cells that take part in the exchange: those
+    /// with links and those that links lead to, by cell. All others have a row for all that are
+    /// alike, behind them.
+    void makeRows();
     void receive(const std::vector<float>& thrown, std::vector<float>& received) const;
-    double largestGain(const std::vector<float>& received) const;
     /// Light of the open ground far away, which arrives like that of the sky.
     void addFarGround(const LightGatherer& gatherer, std::vector<float>& received) const;
+    std::vector<float> meansOfAlike(const std::vector<float>& values) const;
 
     std::vector<Cell> m_cells;
     std::vector<Landing> m_points; ///< of the cells that are to be lit
-    std::vector<std::pair<std::uint64_t, std::uint32_t>> m_places; ///< by key
+    std::vector<Slot> m_slots; ///< of the cells by their keys: a power of two, half full at most
     std::vector<Link> m_links;
-    std::vector<float> m_through;   ///< by link and season
+    std::vector<std::uint32_t> m_rowOf;  ///< by cell
+    std::vector<std::uint32_t> m_cellOf; ///< by row
+    std::vector<float> m_through;        ///< by link and season
     std::vector<float> m_farGround; ///< by cell and season: share of its rays that met open ground
     std::vector<std::uint16_t> m_seasonOfBin;
     std::size_t m_seasons = 1;
     std::vector<float> m_direct;   ///< by cell and bin
-    std::vector<float> m_indirect; ///< the same, after exchange()
+    std::vector<float> m_indirect; ///< by row and bin, after exchange()
     std::size_t m_bins = 1;
     std::size_t m_lit = 0;
     std::size_t m_rays = 0;

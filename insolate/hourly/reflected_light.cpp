@@ -9,6 +9,7 @@
 #include <oneapi/tbb/task_arena.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <mutex>
 #include <utility>
@@ -19,6 +20,11 @@ namespace {
 
 constexpr std::size_t mostRays = 256;
 constexpr std::size_t mostRaysOfTolerance = 2048;
+/// Parts of the view that are neither sky nor open ground from which sensors have cells for
+/// themselves, see Landing::kind. With cells that all share, one inside of a building in Lyon got
+/// ten times its light.
+constexpr std::array<float, Landing::kinds - 1> closedIn{0.8f, 0.95f};
+
 /// Landings whose numbers fit into 16 bits: sensors are sorted into cells together that cannot have
 /// more. Fewer would leave more landings to keep at once.
 constexpr std::size_t mostLandings = 65'535;
@@ -29,6 +35,9 @@ constexpr double usualError = 0.018;
 /// Of the light on open ground, what a surface in view gets, about: also in courts, less only where
 /// next to no sky is seen, as below the ground and in rooms.
 constexpr float usualLight = 0.45f;
+/// Of what such a surface gets, the part that others have thrown on it, over the reflectance of
+/// what it sees.
+constexpr float usualReturn = 0.7f;
 constexpr float usualSkyView = 0.05f;
 constexpr float leastOpen = 0.1f;
 /// Totals below this share of the light on open ground are not told more closely than it.
@@ -364,7 +373,7 @@ struct ReflectedLight::Content {
             [&](double share) { progress.advance(part * share); }};
         const bool oneBounce = options.bounces == 1;
         for (int generation = 0; generation <= generations; ++generation) {
-            if (cells.add(landings) == 0 || run.stop.stop_requested()) {
+            if (cells.add(landings, gatherer) == 0 || run.stop.stop_requested()) {
                 break;
             }
             count(blocks, cells, landings);
@@ -447,7 +456,8 @@ struct ReflectedLight::Content {
             std::clamp(1.0f - direct.skyViewFactor - direct.groundViewFactor, 0.0f, 1.0f);
         const float open = std::clamp(direct.skyViewFactor / usualSkyView, leastOpen, 1.0f);
         // The ground's shadow is found by the same rays.
-        const float shared = open * (view * reflectance * usualLight * openLight + direct.ground);
+        const float lit = usualLight / (1.0f - usualReturn * view * reflectance);
+        const float shared = open * (view * reflectance * lit * openLight + direct.ground);
         const float whole = std::max(shared + direct.beam + direct.sky, leastShare * openLight);
         if (!(whole > 0.0f)) {
             return 0.0;
@@ -455,6 +465,16 @@ struct ReflectedLight::Content {
         const auto share = static_cast<double>(shared / whole) / usualShare;
         const auto met = static_cast<double>(std::max(view + direct.groundViewFactor, leastView));
         return options.rays * share * share * usualView / met;
+    }
+
+    /// The kind of landings of a sensor. direct: null where it is not known.
+    static std::uint32_t kindOf(const Gathered& gathered, const SensorResult* direct) {
+        const float view =
+            direct != nullptr
+                ? 1.0f - direct->skyViewFactor - direct->groundViewFactor
+                : static_cast<float>(gathered.blocked) / static_cast<float>(gathered.rays);
+        return static_cast<std::uint32_t>(
+            std::count_if(closedIn.begin(), closedIn.end(), [&](float one) { return view > one; }));
     }
 
     /// @param some the sensors of the block
@@ -496,10 +516,14 @@ struct ReflectedLight::Content {
                 gatherer.gather(sensor.position, normal, few, count, gathered);
                 // Few rays of little weight, or as many as there are of more.
                 const double weight = std::min(needed / static_cast<double>(count), mostWeight);
-                const std::size_t spread = std::max(rays, count);
+                // Three times the distance between neighbouring rays where they land: as a cell is
+                // lit at many places, finer ones gain nothing.
+                const std::size_t spread = std::max(rays, count) / 2;
                 LightGatherer::divide(
-                    gathered, length > 0.0f ? spread : (spread + 3) / 4, options.leastCell,
-                    static_cast<std::uint32_t>(std::max(weight * Landing::oneRay, 1.0)));
+                    gathered, std::max<std::size_t>(length > 0.0f ? spread : spread / 4, 1),
+                    options.leastCell,
+                    static_cast<std::uint32_t>(std::max(weight * Landing::oneRay, 1.0)),
+                    kindOf(gathered, direct.empty() ? nullptr : &direct[i]));
             }
             SensorRays known;
             known.first = static_cast<std::uint32_t>(block.found.size());
@@ -529,11 +553,15 @@ struct ReflectedLight::Content {
     /// ray has met any.
     std::vector<float> usualLightThrown(const LightGatherer& gatherer, const LightCells& cells,
                                         std::vector<Block>& blocks) const {
+        tbb::parallel_for(std::size_t{0}, blocks.size(), [&](std::size_t number) {
+            for (FoundCell& found : blocks[number].cells) {
+                found.cell = cells.find(found.key);
+            }
+        });
         LightSum sum(sources);
         double weights = 0.0;
-        for (Block& block : blocks) {
-            for (FoundCell& found : block.cells) {
-                found.cell = cells.find(found.key);
+        for (const Block& block : blocks) {
+            for (const FoundCell& found : block.cells) {
                 if (found.material != LightGatherer::groundMaterial) {
                     const auto weight = static_cast<float>(found.weight);
                     weights += static_cast<double>(weight);

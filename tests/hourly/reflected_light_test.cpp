@@ -81,8 +81,8 @@ std::vector<SensorResult> resultsOf(const HourlyAnalysis& analysis, const LightS
 ReflectionOptions fine() {
     ReflectionOptions options;
     options.rays = 128;
-    options.cellRays = 256;
-    options.linkRays = 128;
+    options.cellRays = 1024;
+    options.linkRays = 256;
     options.leastCell = 1;
     options.leastLinkCell = 1;
     return options;
@@ -210,7 +210,7 @@ TEST(ReflectedLight, LightsABowlEvenly) {
         once.bounces = 1;
         const double one = opening * (1 + closed);
         EXPECT_NEAR(meanTotal(resultsOf(analysis, made.light(), sensors, once), 0, 1) / one, 1,
-                    0.005)
+                    closed < 0.9 ? 0.005 : 0.01) // few rays find the small opening
             << reflectance;
     }
 }
@@ -639,14 +639,29 @@ TEST(HourlyThroughGlass, PassesTheCrownOfTheDay) {
     made.materials.push_back(crown);
     made.quad(1, {-9e3, -9e3, 4}, {9e3, -9e3, 4}, {9e3, 9e3, 4}, {-9e3, 9e3, 4});
     const LightScene garden = made.light();
-    const std::vector<Sensor> below(1, {{0, 0, 2}, {0, 0, -1}});
-    std::vector<SensorResult> total(1);
+    constexpr std::size_t places = 8;
+    std::vector<Sensor> below;
+    std::vector<SensorResult> total(places);
+    for (std::size_t i = 0; i < places; ++i) {
+        below.push_back({{7.3f * static_cast<float>(i), 0, 2}, {0, 0, -1}});
+        total[i] = analysis.evaluate(garden, below[i]);
+    }
     SensorHours level;
-    SensorHours reflected;
     analysis.evaluate(OcclusionIndex(), {{0, 0, 2}, {0, 0, 1}}, &level);
-    total[0] = analysis.evaluate(garden, below[0], parts, &reflected);
     const ReflectedLight bounced(analysis, garden, below, fine(), {}, total);
-    bounced.addTo(0, total[0], &reflected, parts);
+    std::array<double, 2> found{};
+    std::vector<double> foundHours(hoursPerYear, 0.0);
+    for (std::size_t i = 0; i < places; ++i) {
+        SensorHours reflected;
+        total[i] = analysis.evaluate(garden, below[i], parts, &reflected);
+        bounced.addTo(i, total[i], &reflected, parts);
+        for (std::size_t p = 0; p < parts.size(); ++p) {
+            found[p] += static_cast<double>(parts[p].reflected) / places;
+        }
+        for (std::size_t h = 0; h < foundHours.size(); ++h) {
+            foundHours[h] += static_cast<double>(reflected.reflected[h]) / places;
+        }
+    }
     std::array<double, 2> expected{};
     double worst = 0;
     for (int hour = 0; hour < hoursPerYear; ++hour) {
@@ -656,10 +671,12 @@ TEST(HourlyThroughGlass, PassesTheCrownOfTheDay) {
                              static_cast<double>(level.beam[k] + level.sky[k]);
         expected[0] += light * (day <= 80 ? 1 : 0);
         expected[1] += light * (day > 80 && day <= 200 ? 1 : 0);
-        worst = std::max(worst, std::fabs(static_cast<double>(reflected.reflected[k]) - light));
+        worst = std::max(worst, std::fabs(foundHours[k] - light));
     }
-    EXPECT_NEAR(parts[0].reflected / expected[0], 1, 0.05);
-    EXPECT_NEAR(parts[1].reflected / expected[1], 1, 0.05);
+    // All suns of a sixth of the compass above 35 degrees share alike, though the highest bring
+    // more on the floor.
+    EXPECT_NEAR(found[0] / expected[0], 1, 0.03);
+    EXPECT_NEAR(found[1] / expected[1], 1, 0.08);
     EXPECT_LT(worst, 70.0); // Wh/m2 in an hour of up to 250: of a sixth of the compass all alike
     // An analysis that does not know the scene's seasons gives nothing.
     EXPECT_EQ(HourlyAnalysis(sky).evaluate(scene, sensor).total, 0.0f);
