@@ -106,6 +106,7 @@ struct BlockLeaf {
     // U, V and W from the middle, turned so that a hit has positive dot products with all three.
     alignas(32) std::array<Lanes, 3> u, v, w;
     alignas(32) std::array<Lanes, 3> s, edge1, edge2;
+    alignas(32) Lanes edge;                   ///< the bound e
     alignas(32) Lanes error;                  ///< E
     alignas(32) Lanes boundU, boundV, boundW; ///< E, and what origins may differ by
     alignas(32) Lanes volumeError;
@@ -301,6 +302,7 @@ private:
         store(seen.s, lanes.sx, lanes.sy, lanes.sz);
         store(seen.edge1, lanes.e1x, lanes.e1y, lanes.e1z);
         store(seen.edge2, lanes.e2x, lanes.e2y, lanes.e2z);
+        hn::Store(lanes.edge, d, seen.edge.data() + lane);
         hn::Store(lanes.error, d, seen.error.data() + lane);
         hn::Store(lanes.volumeError, d, seen.volumeError.data() + lane);
         hn::Store(lanes.sign, d, seen.sign.data() + lane);
@@ -334,7 +336,7 @@ private:
         triangle.d = {e2.y * e1.z - e2.z * e1.y, e2.z * e1.x - e2.x * e1.z,
                       e2.x * e1.y - e2.y * e1.x};
         const XYZf& det = triangle.d;
-        const float edge = seen.leaf.runs[9 * seen.leaf.count + lane];
+        const float edge = seen.edge[lane];
         const float largestDet =
             m_largestComponent * 1.001f *
             (std::fabs(det.x) + std::fabs(det.y) + std::fabs(det.z) + 0x1p-20f * edge * edge);
@@ -482,7 +484,7 @@ private:
     CellSpan spanOf(const BlockLeaf& seen, std::size_t lane) const {
         const Floats d;
         CellSpan span{{0, 0}, bandCount, 0, 0};
-        const float edge = seen.leaf.runs[9 * seen.leaf.count + lane];
+        const float edge = seen.edge[lane];
         const float margin = 0x1p-19f * edge + seen.margin;
         std::array<float, 3> low;
         std::array<float, 3> high;

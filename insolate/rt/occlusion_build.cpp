@@ -245,18 +245,14 @@ private:
             packTriangle(m_items[begin + i].triangle(), exact);
             m_storage->numbers[begin + i] = m_items[begin + i].triangle();
             double reach = 0;
-            double edges[2] = {0, 0};
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 const double local = exact[axis] - header.anchor[axis];
                 reach += std::fabs(local);
-                edges[0] += std::fabs(exact[3 + axis]);
-                edges[1] += std::fabs(exact[6 + axis]);
                 runs[axis * count + i] = static_cast<float>(local);
                 runs[(3 + axis) * count + i] = static_cast<float>(exact[3 + axis]);
                 runs[(6 + axis) * count + i] = static_cast<float>(exact[6 + axis]);
             }
             constexpr double upwards = 1 + 0x1p-22;
-            runs[9 * count + i] = static_cast<float>(std::max(edges[0], edges[1]) * upwards);
             header.reach = std::max(header.reach, static_cast<float>(reach * upwards));
         }
         std::memcpy(place, &header, sizeof(header));

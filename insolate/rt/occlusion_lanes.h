@@ -140,7 +140,9 @@ struct SeenLanes {
         e2x = hn::LoadU(d, first + 6 * n);
         e2y = hn::LoadU(d, first + 7 * n);
         e2z = hn::LoadU(d, first + 8 * n);
-        edge = hn::LoadU(d, first + 9 * n);
+        // Above the exact sums by more than they round.
+        edge = hn::Mul(hn::Max(sumOfMagnitudes(e1x, e1y, e1z), sumOfMagnitudes(e2x, e2y, e2z)),
+                       hn::Set(d, 1.0f + 0x1p-20f));
 
         vx = crossTerm(sy, e1z, sz, e1y);
         vy = crossTerm(sz, e1x, sx, e1z);

@@ -53,8 +53,8 @@ constexpr std::uint32_t triangleCount(std::uint32_t child) {
 } // namespace occlusionChild
 
 /// Leaves' triangles in single precision, in units of 32 bytes. A leaf's first unit is its header;
-/// behind it stand ten runs of as many floats as it has triangles: x, y, z of p0 relative to the
-/// anchor, of edge1 and of edge2, and a bound of the edges' lengths.
+/// behind it stand nine runs of as many floats as it has triangles: x, y, z of p0 relative to the
+/// anchor, of edge1 and of edge2.
 struct alignas(32) OcclusionLeafUnit {
     std::array<float, 8> values;
 };
@@ -66,7 +66,7 @@ struct alignas(32) OcclusionLeafHeader {
 };
 static_assert(sizeof(OcclusionLeafHeader) == sizeof(OcclusionLeafUnit));
 
-inline constexpr std::size_t floatsPerTriangle = 10;
+inline constexpr std::size_t floatsPerTriangle = 9;
 
 constexpr std::uint32_t leafUnits(std::uint32_t triangles) {
     return 1 + (static_cast<std::uint32_t>(floatsPerTriangle) * triangles + 7) / 8;
