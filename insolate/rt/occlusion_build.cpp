@@ -134,8 +134,8 @@ bool makeItem(const double* vertices, const std::array<double, 3>& centre, std::
 
 class Builder {
 public:
-    Builder(const TriangleSource& source, bool parallel)
-        : m_source(source), m_parallel(parallel),
+    Builder(const TriangleSource& source, const OcclusionIndexOptions& options)
+        : m_source(source), m_parallel(options.parallel), m_stop(options.stop),
           m_storage(std::make_unique<OcclusionIndex::Storage>()), m_items(source.count),
           m_binary(source.count) {}
 
@@ -146,11 +146,17 @@ public:
         }
         const auto count = static_cast<std::uint32_t>(m_items.size());
         const std::uint32_t top = split(0, count, extent, 0);
+        if (m_stop.stop_requested()) {
+            return std::make_unique<OcclusionIndex::Storage>();
+        }
         if (top == noNode) {
             // One leaf: a root with a single child.
             m_binary[0] = {extent.box, 0, count, noNode, noNode};
         }
         emit(top == noNode ? 0 : top);
+        if (m_stop.stop_requested()) {
+            return std::make_unique<OcclusionIndex::Storage>();
+        }
         return std::move(m_storage);
     }
 
@@ -263,8 +269,8 @@ private:
     /// Binned surface-area heuristic: Wald (2007), "On fast construction of SAH-based bounding
     /// volume hierarchies", IEEE Symposium on Interactive Ray Tracing.
     std::uint32_t split(std::uint32_t begin, std::uint32_t end, const Extent& extent, int depth) {
-        if (end - begin <= leafItems) {
-            return noNode;
+        if (end - begin <= leafItems || (end - begin > parallelItems && m_stop.stop_requested())) {
+            return noNode; // after a stop nothing is made of it
         }
         Extent left;
         Extent right;
@@ -471,7 +477,7 @@ private:
         m_storage->numbers = {reinterpret_cast<std::uint32_t*>(memory), count};
         m_storage->leaves.back() = {};
         forRange(count, [&](std::size_t begin, std::size_t end) {
-            for (std::size_t i = begin; i < end; ++i) {
+            for (std::size_t i = begin; i < end && !m_stop.stop_requested(); ++i) {
                 if (place[i] != noNode) {
                     emitNode(static_cast<std::uint32_t>(i), place);
                 }
@@ -513,6 +519,7 @@ private:
 
     TriangleSource m_source;
     bool m_parallel;
+    std::stop_token m_stop;
     std::unique_ptr<OcclusionIndex::Storage> m_storage;
     LargeArray<Item> m_items;
     LargeArray<BinaryNode> m_binary;
@@ -521,9 +528,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<const OcclusionIndex::Storage> buildOcclusionStorage(const TriangleSource& source,
-                                                                     bool parallel) {
-    return Builder(source, parallel).build();
+std::unique_ptr<const OcclusionIndex::Storage>
+buildOcclusionStorage(const TriangleSource& source, const OcclusionIndexOptions& options) {
+    return Builder(source, options).build();
 }
 
 } // namespace insolate

@@ -18,7 +18,8 @@ struct TriangleSource {
     }
 };
 
-std::unique_ptr<const OcclusionIndex::Storage> buildOcclusionStorage(const TriangleSource& source,
-                                                                     bool parallel);
+/// Without triangles where a stop came before the end.
+std::unique_ptr<const OcclusionIndex::Storage>
+buildOcclusionStorage(const TriangleSource& source, const OcclusionIndexOptions& options);
 
 } // namespace insolate

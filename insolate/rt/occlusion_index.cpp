@@ -110,7 +110,7 @@ OcclusionIndex::OcclusionIndex(std::span<const double> coordinates,
                                const OcclusionIndexOptions& options)
     : m_storage(buildOcclusionStorage({reinterpret_cast<const std::byte*>(coordinates.data()),
                                        9 * sizeof(double), coordinates.size() / 9},
-                                      options.parallel)) {}
+                                      options)) {}
 
 OcclusionIndex OcclusionIndex::fromInputPackage(const OcclusionIndexOptions& options) {
     const std::vector<RT::Triangle>& triangles = RT::InputPackage::instance().triangles;
@@ -119,7 +119,7 @@ OcclusionIndex OcclusionIndex::fromInputPackage(const OcclusionIndexOptions& opt
         index.m_storage =
             buildOcclusionStorage({reinterpret_cast<const std::byte*>(triangles.front().p0.data()),
                                    sizeof(RT::Triangle), triangles.size()},
-                                  options.parallel);
+                                  options);
     }
     return index;
 }

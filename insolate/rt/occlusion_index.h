@@ -20,12 +20,15 @@
 #include <limits>
 #include <memory>
 #include <span>
+#include <stop_token>
 #include <vector>
 
 namespace insolate {
 
 struct OcclusionIndexOptions {
     bool parallel = true; ///< build on all processors; the index is the same either way
+    /// Ends the build within milliseconds: an index that it reached has no triangles.
+    std::stop_token stop{};
 };
 
 /// Where a ray hits a triangle.

@@ -448,7 +448,7 @@ SunlightIndex::SunlightIndex(std::span<const double> coordinates, const SkyAxes&
     }
     const TriangleSource source{reinterpret_cast<const std::byte*>(turned.data()),
                                 9 * sizeof(double), turned.size() / 9};
-    m_tree = std::make_unique<const Tree>(Tree{buildOcclusionStorage(source, true)});
+    m_tree = std::make_unique<const Tree>(Tree{buildOcclusionStorage(source, {})});
 }
 
 SunlightIndex::SunlightIndex(SunlightIndex&&) noexcept = default;

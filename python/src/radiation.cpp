@@ -208,7 +208,7 @@ nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
             field.positions.push_back({p[0], p[1], p[2]});
         }
         const study::Recentring recentring(scene, field);
-        const OcclusionIndex index(recentring.coordinates(scene));
+        const OcclusionIndex index(recentring.coordinates(scene), {.stop = stop});
         progress.begin(count, "rays");
         constexpr std::size_t block = 65536;
         for (std::size_t i = 0; i < count; ++i) {

@@ -66,8 +66,8 @@ private:
 
 class FastMasks final : public MaskSource {
 public:
-    FastMasks(const Scene& scene, const Recentring& recentring)
-        : m_index(recentring.coordinates(scene)), m_rays(m_index) {}
+    FastMasks(const Scene& scene, const Recentring& recentring, const std::stop_token& stop)
+        : m_index(recentring.coordinates(scene), {.stop = stop}), m_rays(m_index) {}
 
     void updateMask(ECalculationPoint& point, std::size_t, int) override {
         FastRayTransparency rays(m_rays);
@@ -84,8 +84,10 @@ private:
 class LightMasks final : public MaskSource {
 public:
     LightMasks(const Scene& scene, const Recentring& recentring,
-               std::span<const std::uint16_t> materialOfTriangle, std::vector<Material> materials)
-        : m_scene(recentring.coordinates(scene), materialOfTriangle, std::move(materials)),
+               std::span<const std::uint16_t> materialOfTriangle, std::vector<Material> materials,
+               const std::stop_token& stop)
+        : m_scene(recentring.coordinates(scene), materialOfTriangle, std::move(materials),
+                  {.stop = stop}),
           m_rays(m_scene.opaque()) {}
 
     void updateMask(ECalculationPoint& point, std::size_t, int) override {
@@ -163,16 +165,19 @@ std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& r
         return std::make_unique<OctreeMasks>(scene, recentring, stop, std::move(held));
     }
     throwIfStopped(stop);
-    auto masks = std::make_unique<FastMasks>(scene, recentring);
+    auto masks = std::make_unique<FastMasks>(scene, recentring, stop);
     throwIfStopped(stop);
     return masks;
 }
 
 std::unique_ptr<MaskSource> makeLightMasks(const Scene& scene, const Recentring& recentring,
                                            std::span<const std::uint16_t> materialOfTriangle,
-                                           std::vector<Material> materials) {
-    return std::make_unique<LightMasks>(scene, recentring, materialOfTriangle,
-                                        std::move(materials));
+                                           std::vector<Material> materials,
+                                           const std::stop_token& stop) {
+    auto masks = std::make_unique<LightMasks>(scene, recentring, materialOfTriangle,
+                                              std::move(materials), stop);
+    throwIfStopped(stop);
+    return masks;
 }
 
 std::unique_ptr<MaskSource> makeStoredMasks(const SkyVisibilityStore& store, double north) {

@@ -43,9 +43,11 @@ std::unique_ptr<MaskSource> makeRayMasks(const Scene& scene, const Recentring& r
 
 /// Rays through a scene whose triangles have materials.
 /// @param materialOfTriangle as for LightScene
+/// @throws Stopped
 std::unique_ptr<MaskSource> makeLightMasks(const Scene& scene, const Recentring& recentring,
                                            std::span<const std::uint16_t> materialOfTriangle,
-                                           std::vector<Material> materials);
+                                           std::vector<Material> materials,
+                                           const std::stop_token& stop);
 
 /// Masks with the visibility of the store, as if the rays were cast again: the same bytes.
 /// @param north as the masks were made with [degrees]; the store must outlive the source

@@ -72,7 +72,7 @@ void readRules(RunOptions& options, const std::stop_token& stop) {
 }
 
 /// Gives the scene its materials, and says which surfaces have which.
-void takeMaterials(PreparedStudy& study, Progress& progress) {
+void takeMaterials(PreparedStudy& study, Progress& progress, const std::stop_token& stop) {
     const HourlyOptions& hourly = study.options.hourly;
     SceneMaterials found =
         sceneMaterials(study.inputs.scene, hourly.rules.get(), hourly.otherReflectance());
@@ -94,7 +94,7 @@ void takeMaterials(PreparedStudy& study, Progress& progress) {
         }
     }
     study.masks = makeLightMasks(study.inputs.scene, *study.recentring, found.ofTriangle,
-                                 std::move(found.materials));
+                                 std::move(found.materials), stop);
     study.materials = std::move(found.uses);
     if (const std::size_t open = study.masks->light()->openCrowns(); open > 0) {
         progress.warn(fmt::format("{} {} with a density {} not closed: what passes is measured "
@@ -252,7 +252,7 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
             SkyVisibilityStore::read(*options.masks, study.visibility));
         study.masks = makeStoredMasks(*study.stored, options.north);
     } else if (study.options.hourly.rules != nullptr || study.options.reflects()) {
-        takeMaterials(study, progress);
+        takeMaterials(study, progress, stop);
     } else {
         study.masks = makeRayMasks(study.inputs.scene, *study.recentring, options.rays, stop,
                                    study.method->processScene());

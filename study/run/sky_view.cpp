@@ -67,7 +67,8 @@ std::vector<ResultColumn> skyViews(const StudyInputs& inputs, double north, int 
                                    Progress& progress, const std::stop_token& stop) {
     const SensorField& field = inputs.field;
     const Recentring recentring(inputs.scene, field);
-    const OcclusionIndex index(recentring.coordinates(inputs.scene));
+    const OcclusionIndex index(recentring.coordinates(inputs.scene), {.stop = stop});
+    throwIfStopped(stop);
     std::vector<Sensor> sensors;
     sensors.reserve(field.size());
     for (std::size_t i = 0; i < field.size(); ++i) {
@@ -98,7 +99,8 @@ std::vector<float> enclosedAmong(std::span<const std::uint8_t> asked, const Stud
         return enclosed;
     }
     const Recentring recentring(inputs.scene, field);
-    const OcclusionIndex index(recentring.coordinates(inputs.scene));
+    const OcclusionIndex index(recentring.coordinates(inputs.scene), {.stop = stop});
+    throwIfStopped(stop);
     const HourlyAnalysis analysis = analysisWithoutSun(north);
     const SkyDirections directions = analysis.firstRays().front();
     const auto sensorAt = [&](std::size_t i) {

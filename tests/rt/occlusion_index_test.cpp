@@ -462,6 +462,9 @@ TEST(OcclusionIndex, IsTheSameWhateverTheThreadsAndSurvivesAMove) {
     EXPECT_EQ(serial.memoryBytes(), parallel.memoryBytes());
     constexpr std::size_t largePage = std::size_t{2} << 20; // of which the index takes whole ones
     EXPECT_LE(serial.memoryBytes(), 132 * scene.triangleCount() + largePage);
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_EQ(OcclusionIndex(scene.coordinates, {.stop = stop.get_token()}).triangleCount(), 0U);
     const SkyDirections directions(centres());
     for (const XYZf& sensor : scene.sensors) {
         EXPECT_EQ(serial.visibleSky(sensor, directions), parallel.visibleSky(sensor, directions));
