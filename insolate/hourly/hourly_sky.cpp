@@ -1,5 +1,6 @@
 #include <insolate/hourly/hourly_sky.h>
 
+#include <insolate/hourly/luminance_table.h>
 #include <insolate/hourly/north_offset.h>
 #include <insolate/solar/sun_position.h>
 #include <insolate/weather/all_weather_luminance.h>
@@ -40,12 +41,16 @@ constexpr PatchTable patchTable;
 /// The hour's luminance relative to the other cells, added over its sun positions.
 ///
 /// Both factors of the model are separate: the one of the horizon depends on the band alone and is
-/// averaged over it, the one of the sun depends on the angle to the sun alone. The latter is taken
-/// from a table over the sine of half that angle, in which it is smooth also at the sun; the sine
-/// comes from the scalar product by a square root.
+/// averaged over it, the one of the sun depends on the angle to the sun alone and comes from a
+/// table.
 class LuminanceSum {
 public:
-    LuminanceSum() {
+    explicit LuminanceSum(const SkyCells& cells) {
+        for (std::size_t i = 0; i < cellCount; ++i) {
+            m_centres.x[i] = cells.centre[i].x;
+            m_centres.y[i] = cells.centre[i].y;
+            m_centres.z[i] = cells.centre[i].z;
+        }
         for (std::size_t i = 0; i <= tableSize; ++i) {
             m_angles[i] = 2.0 * std::asin(static_cast<double>(i) / tableSize);
             m_squaredCosines[i] = std::cos(m_angles[i]) * std::cos(m_angles[i]);
@@ -71,15 +76,14 @@ public:
     }
 
     void start(const AllWeatherSky& sky) {
-        m_sum.fill(0.0f);
-        std::array<float, tableSize + 1> values{};
+        m_suns.clear();
+        std::array<float, tableSize + 1>& values = m_table.values;
         for (std::size_t i = 0; i <= tableSize; ++i) {
             values[i] = static_cast<float>(sunFactor(sky, m_angles[i], m_squaredCosines[i]));
         }
         for (std::size_t i = 0; i < tableSize; ++i) {
-            m_table[i] = {values[i], values[i + 1] - values[i]};
+            m_table.steps[i] = values[i + 1] - values[i];
         }
-        m_table[tableSize] = {values[tableSize], 0.0f};
         for (std::size_t band = 0; band < bandCount; ++band) {
             double mean = 0.0;
             for (std::size_t i = 0; i < 4; ++i) {
@@ -89,25 +93,13 @@ public:
         }
     }
 
-    void addSun(const SkyCells& cells, const XYZf& sun) {
-        std::array<float, cellCount> place;
-        const XYZf* centre = cells.centre.data();
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            const float cosine = centre[i].x * sun.x + centre[i].y * sun.y + centre[i].z * sun.z;
-            place[i] =
-                std::sqrt(std::max(0.5f - 0.5f * cosine, 0.0f)) * static_cast<float>(tableSize);
-        }
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            const int entry = static_cast<int>(place[i]);
-            const Entry& e = m_table[static_cast<std::size_t>(entry)];
-            m_sum[i] += e.value + (place[i] - static_cast<float>(entry)) * e.step;
-        }
-    }
+    void addSun(const XYZf& sun) { m_suns.push_back(sun); }
 
     /// The radiance of each cell, scaled so that it gives the diffuse horizontal. A sky without any
     /// light after the model's limits is a uniform one.
     void finish(const SkyCells& cells, double diffuseHorizontal,
                 std::span<float, cellCount> radiance) {
+        sumOverSuns(m_centres, m_suns, m_table, m_sum);
         double horizontal = 0.0;
         for (std::size_t i = 0; i < cellCount; ++i) {
             m_sum[i] *= m_horizon[i / sectorCount];
@@ -121,15 +113,14 @@ public:
     }
 
 private:
-    static constexpr std::size_t tableSize = 512;
-    struct Entry {
-        float value, step;
-    };
+    static constexpr std::size_t tableSize = LuminanceTable::size;
+    CellCentres m_centres;
     std::array<double, tableSize + 1> m_angles{};
     std::array<double, tableSize + 1> m_squaredCosines{};
     std::array<std::array<double, 4>, bandCount> m_bandSine{};
     std::array<std::array<double, 4>, bandCount> m_bandWeight{};
-    std::array<Entry, tableSize + 1> m_table{};
+    LuminanceTable m_table;
+    std::vector<XYZf> m_suns;
     std::array<float, bandCount> m_horizon{};
     std::array<float, cellCount> m_sum{};
 };
@@ -210,7 +201,7 @@ class Builder {
 public:
     Builder(const WeatherSeries& weather, const AnalysisPeriod& period,
             const HourlySkyOptions& options)
-        : m_weather(weather), m_cells(options.northOffset) {
+        : m_weather(weather), m_cells(options.northOffset), m_luminance(m_cells) {
         m_sky.site = weather.site;
         m_sky.period = period;
         m_sky.options = options;
@@ -390,7 +381,7 @@ private:
         m_luminance.start(coefficients);
         for (const Step& step : m_steps) {
             if (step.inPeriod) {
-                m_luminance.addSun(m_cells, step.direction);
+                m_luminance.addSun(step.direction);
             }
         }
         m_luminance.finish(m_cells, placed, m_radiance);

@@ -1,5 +1,6 @@
 #include <insolate/hourly/hourly_sky.h>
 
+#include <insolate/platform/simd.h>
 #include <insolate/weather/all_weather_luminance.h>
 
 #include <tests/hourly/made_weather.h>
@@ -135,6 +136,12 @@ TEST(HourlySky, EqualsThePlainLuminance) {
             const double expected = plain[i] / horizontal * diffuseHere;
             EXPECT_NEAR(sky.diffuse[i], expected, 2e-3 * expected + 2e-4)
                 << month << ' ' << hour << ' ' << i;
+        }
+        for (const SimdLevel level : availableSimdLevels()) {
+            setSimdLevel(level);
+            EXPECT_EQ(buildHourlySky(makeWeatherSeries(site, direct, diffuse).series).patchRadiance,
+                      sky.patchRadiance)
+                << simdLevelName(level);
         }
     }
 }
