@@ -1,13 +1,18 @@
 // The hourly method beside the defined default one, sensor by sensor, masks included, in one run
 // whose repetitions are mixed. Ends with a table of the times and their ratios.
+//
+//     bench_hourly                 sensors all over the scene, by what is asked of them
+//     bench_hourly neighbours      sensors in the order of a study: each by itself over together
 #include <insolate/insolate.h>
 
 #include <insolate/platform/simd.h>
 
+#include <bench/race.h>
 #include <bench/scenes.h>
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -119,6 +124,40 @@ void timeHourly(benchmark::State& state, Place& place, const Extent& extent) {
     }
 }
 
+/// Sums with ground and peak of sensors in the order of a study, on one thread.
+void timeNeighbours(std::vector<Place>& places, const Extent& extent) {
+    constexpr std::size_t runs = 2;
+    constexpr std::size_t length = 512;
+    const HourlyAnalysis& hourly = analysis(extent);
+    std::printf("%s, %s: microseconds a sensor in the order of a study\n%-20s %8s %10s %9s %7s\n",
+                simdLevelName(simdLevel()), extent.name, "scene", "grid [m]", "by itself",
+                "together", "ratio");
+    for (Place& place : places) {
+        const OcclusionIndex& index = place.ready();
+        for (const double grid : {2.0, 0.5}) {
+            scenes::takeStudySensors(place.scene, grid, runs, length);
+            std::vector<Sensor> sensors;
+            for (std::size_t i = 0; i < place.scene.sensors.size(); ++i) {
+                sensors.push_back({place.scene.sensors[i], place.scene.normals[i]});
+            }
+            std::vector<SensorResult> results(sensors.size());
+            const std::vector<bench::Timing> timings = bench::race(
+                {{"by itself",
+                  [&] {
+                      for (std::size_t i = 0; i < sensors.size(); ++i) {
+                          results[i] = hourly.evaluate(index, sensors[i]);
+                      }
+                  }},
+                 {"together", [&] { hourly.evaluate(index, sensors, results, {.threads = 1}); }}});
+            const double each = 1e6 / static_cast<double>(sensors.size());
+            std::printf("%-20s %8.1f %10.1f %9.1f %7.2f\n", place.name.c_str(), grid,
+                        each * timings[0].median, each * timings[1].median,
+                        timings[0].median / timings[1].median);
+            std::fflush(stdout);
+        }
+    }
+}
+
 /// Prints the medians side by side when all is measured.
 class Table : public benchmark::ConsoleReporter {
 public:
@@ -167,6 +206,14 @@ int main(int argc, char** argv) {
     for (const std::size_t triangles : {10'000U, 100'000U, 1'000'000U}) {
         places.push_back({"city of " + std::to_string(triangles),
                           [triangles] { return scenes::city(triangles, sensorCount); }});
+    }
+    if (std::find(argv, argv + argc, std::string("neighbours")) != argv + argc) {
+        if (!std::filesystem::exists(dataFolder() / "meshes")) {
+            places.erase(places.begin());
+        }
+        bench::prepareRaces(argc, argv, 9);
+        timeNeighbours(places, extents[2]);
+        return 0;
     }
     // Mixed repetitions, so that the machine's moods fall on all alike.
     std::vector<std::string> words{argv[0], "--benchmark_enable_random_interleaving=true"};
