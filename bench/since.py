@@ -44,7 +44,15 @@ def main() -> None:
     print(f"{len(model.triangles):,} triangles, {len(sensors):,} sensors")
     own = [face for face, name in zip(model.faces, model.objects, strict=True) if name == "tower"]
     tower = model.vertices[np.unique(np.concatenate(own))]
-    options = {"reflectance": 0, "tolerance": 0, "progress": False}
+    for reflectance in (0.0, 0.2):
+        print(f"reflectance {reflectance}")
+        measure(model, tower, sensors, weather, steps, reflectance)
+
+
+def measure(
+    model: ins.Model, tower: np.ndarray, sensors: ins.Sensors, weather: ins.Weather, steps: int, reflectance: float
+) -> None:
+    options = {"reflectance": reflectance, "tolerance": 0, "progress": False}
     result = ins.radiation(model, sensors, weather, **options)
     for step in range(1, steps + 1):
         moved = model.replace("tower", ins.Model(tower + step * np.array([0.5, 0.25, 0.0]), faces))

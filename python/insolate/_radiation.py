@@ -555,15 +555,14 @@ def radiation(
         From the model's +Y clockwise to true north [degrees]; by default the model's own.
     since : Radiation, optional
         An earlier result of the same weather, period and options, for a changed model: only
-        sensors whose sky or ground the change can touch are calculated, all others keep their
-        values. The result is the same bytes as without. Sensors are the same where their places
+        sensors whose sky or ground the change can touch are calculated, all others keep their sun,
+        sky and ground. What surfaces reflect is found anew for all; with ``reflectance=0`` there
+        is none. The result is the same bytes as without. Sensors are the same where their places
         and normals are. With tolerances less can be kept, and nothing where the model's middle
-        or extent has changed, or where surfaces reflect: take ``reflectance=0``.
+        or extent has changed, with materials, or of a result that workers have calculated.
     client : distributed.Client, optional
-        Whose workers calculate the sensors, in blocks; where surfaces are black the result is the
-        same bytes. Reflected light is found block by block, and differs from that of one run within
-        what its rays leave uncertain. Needs ``insolate[dask]``; see `insolate.city` for what does
-        not fit into one process.
+        Whose workers calculate the sensors, in blocks; the result is the same bytes. Needs
+        ``insolate[dask]``; see `insolate.city` for what does not fit into one process.
     store : path, optional
         A folder that all workers share under the same name, for finished blocks; by default one
         that is deleted afterwards, in the machine's own folder of temporary files. Also without a
@@ -571,7 +570,8 @@ def radiation(
     resume : bool
         Go on with the blocks that an earlier run has left in the store.
     block : int, optional
-        Sensors of a block, a multiple of 2,048; by default their number decides alone.
+        Sensors of a block, rounded up to whole ones of 2,048, or where surfaces reflect of 16,384;
+        by default their number decides alone.
     progress : bool or function(done, total), optional
         True for a bar; by default there is one in a terminal or notebook.
 

@@ -401,11 +401,12 @@ HourlyStudy::again(const SkyOptions& options, double north,
 std::string HourlyStudy::digest() const {
     const HourlySky& sky = m_analysis->sky();
     const HourlyOptions& asked = m_asked.hourly;
-    if (asked.rules != nullptr || m_asked.reflects()) {
-        return {}; // what surfaces reflect reaches sensors that no changed ray touches
+    if (asked.rules != nullptr) {
+        return {}; // light passes through what rays meet
     }
     Digest digest;
     digest.add(asked.toleranceOfTotal());
+    digest.add(m_asked.reflects());
     digest.add(asked.skyTolerance);
     digest.add(asked.sunTolerance);
     digest.add(asked.openGround);

@@ -97,16 +97,17 @@ public:
           const std::shared_ptr<const WeatherYear>& /*given*/) const {
         return nullptr;
     }
-    /// A digest of all on which results depend but scene and sensors: methods of one digest give
-    /// any sensor the same results, bit by bit. Empty where there is none; none is always safe.
+    /// A digest of all on which the results of calculate() depend but scene and sensors: methods of
+    /// one digest give any sensor the same results there, bit by bit. Empty where there is none;
+    /// none is always safe.
     [[nodiscard]] virtual std::string digest() const { return {}; }
-    /// Whether the other method gives any sensor the same results in any scene.
+    /// Whether calculate() of the other method gives any sensor the same results in any scene.
     [[nodiscard]] bool isSameAs(const RadiationMethod& other) const {
         const std::string own = digest();
         return !own.empty() && own == other.digest();
     }
-    /// By sensor, whether a change of the scene can touch its result. Only asked of methods that
-    /// are the same as that of another study.
+    /// By sensor, whether a change of the scene can touch its result of calculate(). Only asked of
+    /// methods that are the same as that of another study.
     /// @param work after the change
     /// @param before the rays through the former scene
     /// @throws Stopped

@@ -271,10 +271,18 @@ StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress
     const SensorWork work = study.work(study.options.saveMasks ? &results.seen : nullptr);
     results.columns =
         calculateSensors(*study.method, work, study.options.threads, kept, progress, stop);
-    study.reflected = study.method->addReflected(work, study.options.threads, study.mayAskHours,
-                                                 results.columns, progress, stop);
+    addReflected(study, results, progress, stop);
     completeResults(study, results, progress, stop);
     return results;
+}
+
+void addReflected(PreparedStudy& study, StudyResults& results, Progress& progress,
+                  const std::stop_token& stop) {
+    if (study.mayBeFollowed && study.options.reflects()) {
+        results.direct = results.columns;
+    }
+    study.reflected = study.method->addReflected(
+        study.work(), study.options.threads, study.mayAskHours, results.columns, progress, stop);
 }
 
 void completeResults(PreparedStudy& study, StudyResults& results, Progress& progress,

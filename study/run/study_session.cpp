@@ -56,6 +56,7 @@ StudySession::StudySession(const RunOptions& options, GivenInputs given, Progres
     KeptWarnings kept(progress);
     m_content->study = prepareStudy(options, std::move(given), kept, stop,
                                     earlier != nullptr ? &earlier->m_content->study : nullptr);
+    m_content->study.mayBeFollowed = true;
     m_content->results.warnings = kept.warnings();
 }
 

@@ -77,9 +77,10 @@ public:
     /// @throws Stopped
     void calculate(Progress& progress, const std::stop_token& stop = {});
 
-    /// The same bytes, with the results of sensors that a change of the scene cannot touch taken
-    /// from an earlier session that was calculated. Sensors are the same where place and normal
-    /// are. Where the sessions differ in weather, period or options, all sensors are calculated.
+    /// The same bytes, with the sun, sky and ground of sensors that a change of the scene cannot
+    /// touch taken from an earlier session that was calculated; what surfaces reflect is found
+    /// anew. Sensors are the same where place and normal are. Where the sessions differ in weather,
+    /// period or options, or have materials, all sensors are calculated.
     /// @throws Stopped
     void calculateSince(const StudySession& earlier, Progress& progress,
                         const std::stop_token& stop = {});

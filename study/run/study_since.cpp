@@ -81,15 +81,20 @@ bool haveSameNames(std::span<const ResultColumn> a, std::span<const ResultColumn
 StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earlier,
                                  const StudyResults& known, Progress& progress,
                                  const std::stop_token& stop) {
+    const bool reflects = study.options.reflects();
+    const std::vector<ResultColumn>& knownColumns = reflects ? known.direct : known.columns;
     const bool isComparable = study.options.rays == RayMethod::fast &&
                               earlier.options.rays == RayMethod::fast && !study.options.masks &&
                               !earlier.options.masks && *study.recentring == *earlier.recentring &&
                               study.method->isSameAs(*earlier.method) &&
-                              haveSameNames(study.method->columns(), known.columns);
+                              haveSameNames(study.method->columns(), knownColumns);
     if (!isComparable) {
-        progress.note(study.options.reflects() || study.options.hourly.rules != nullptr
-                          ? "what a change reflects or lets through may reach every sensor: all "
-                            "are calculated; --reflectance 0 without --materials keeps the others"
+        progress.note(study.options.hourly.rules != nullptr
+                          ? "what a change lets through may reach every sensor: all are "
+                            "calculated; without --materials the others are kept"
+                      : reflects && earlier.options.reflects() && known.direct.empty()
+                          ? "the earlier study was calculated by others, without its parts: all "
+                            "sensors are calculated"
                           : "more than scene and sensors differs from the earlier study: all "
                             "sensors are calculated");
         return calculateStudy(study, nullptr, progress, stop);
@@ -108,8 +113,11 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
             again.push_back(i);
         }
     }
-    progress.note(fmt::format("{} of {} sensors are calculated; the change cannot touch the others",
-                              groupedDigits(again.size()), groupedDigits(field.size())));
+    progress.note(fmt::format("{} of {} sensors are calculated; the change cannot touch {}the "
+                              "others{}",
+                              groupedDigits(again.size()), groupedDigits(field.size()),
+                              reflects ? "sun, sky and ground of " : "",
+                              reflects ? ", and what surfaces reflect is found anew for all" : ""));
     const SensorField part = partOf(field, again);
     const std::vector<ResultColumn> fresh =
         calculateSensors(*study.method, {part, *study.recentring, *study.masks},
@@ -120,12 +128,13 @@ StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earl
         std::vector<float>& values = results.columns[c].values;
         values.resize(field.size());
         for (std::size_t i = 0; i < field.size(); ++i) {
-            values[i] = former[i] == unknownSensor ? 0.0f : known.columns[c].values[former[i]];
+            values[i] = former[i] == unknownSensor ? 0.0f : knownColumns[c].values[former[i]];
         }
         for (std::size_t i = 0; i < again.size(); ++i) {
             values[again[i]] = fresh[c].values[i];
         }
     }
+    addReflected(study, results, progress, stop);
     completeResults(study, results, progress, stop);
     return results;
 }

@@ -37,7 +37,8 @@ struct PreparedStudy {
     std::vector<MaterialUse> materials; ///< of the scene; empty where surfaces have none
     /// On the sensors, once they are calculated.
     std::shared_ptr<const ReflectedSensors> reflected;
-    bool mayAskHours = true; ///< of single sensors or all, after they are calculated
+    bool mayAskHours = true;    ///< of single sensors or all, after they are calculated
+    bool mayBeFollowed = false; ///< by a study of a changed scene: calculateStudySince()
     Stopwatch watch;
 
     [[nodiscard]] SensorWork work(SkyVisibilityStore* saved = nullptr) const {
@@ -48,8 +49,10 @@ struct PreparedStudy {
 /// What came out, by sensor.
 struct StudyResults {
     std::vector<ResultColumn> columns; ///< the method's, the one to look at first
-    std::vector<float> areas;          ///< of the cells [m2]; empty for sensors without cells
-    std::vector<SensorGroups> groups;  ///< by each of the groupings asked for
+    /// The same before light that surfaces reflect was added, for a study that follows; else empty.
+    std::vector<ResultColumn> direct;
+    std::vector<float> areas;         ///< of the cells [m2]; empty for sensors without cells
+    std::vector<SensorGroups> groups; ///< by each of the groupings asked for
     /// By sensor: 1 when it looks into closed geometry.
     std::vector<float> enclosed;
     std::size_t enclosedCount = 0;
@@ -85,13 +88,19 @@ void runStudy(const RunOptions& options, Progress& progress, const std::stop_tok
 StudyResults calculateStudy(PreparedStudy& study, PartialResults* kept, Progress& progress,
                             const std::stop_token& stop = {});
 
+/// Adds what surfaces reflect to the columns of the sun, sky and ground, where they reflect.
+/// @throws Stopped
+void addReflected(PreparedStudy& study, StudyResults& results, Progress& progress,
+                  const std::stop_token& stop);
+
 /// What follows from the columns.
 void completeResults(PreparedStudy& study, StudyResults& results, Progress& progress,
                      const std::stop_token& stop);
 
-/// Calculates all sensors, with the results of those that a change of the scene cannot touch taken
-/// from an earlier study: the same bytes. Where the studies differ in more than scene and sensors,
-/// all sensors are calculated, and a note says so.
+/// Calculates all sensors, with the sun, sky and ground of those that a change of the scene cannot
+/// touch taken from an earlier study: the same bytes. What surfaces reflect is found anew for all.
+/// Where the studies differ in more than scene and sensors, all sensors are calculated, and a note
+/// says so.
 StudyResults calculateStudySince(PreparedStudy& study, const PreparedStudy& earlier,
                                  const StudyResults& known, Progress& progress,
                                  const std::stop_token& stop = {});
