@@ -1,6 +1,6 @@
 """Studies on several processes: speed, kills, tiles, and a plan for large cities.
 
-    ./dev python bench/cluster.py two            # two workers over one, 300,000 sensors
+    ./dev python bench/cluster.py two            # two workers over one, 300,000 sensors; on two idle cores
     ./dev python bench/cluster.py kills          # 20 workers killed at random moments
     ./dev python bench/cluster.py tiles          # a city in tiles against the same city whole
     ./dev python bench/cluster.py light          # reflected light of blocks and tiles against that of one run
@@ -71,23 +71,30 @@ def same(a: ins.Radiation, b: ins.Radiation) -> bool:
 
 
 def two() -> None:
+    """From the call to the result, by clients that are connected to workers that have calculated before."""
     weather = ins.read_weather(weather_file)
     model = town(100, 100)
     sensors = model.select(facing=["up", "south"]).sensors(grid=2.7)
     sensors = ins.Sensors(sensors.points[:300_000], sensors.normals[:300_000])
-    single = ins.radiation(model, sensors, weather, reflectance=0, threads=1)
+    block = town(3, 3)
+    begin = time.perf_counter()
+    single = ins.radiation(model, sensors, weather, threads=1)
+    alone = time.perf_counter() - begin
     times: dict[int, list[float]] = {1: [], 2: []}
-    with workers(1) as one, workers(2) as both, Client(one) as c1, Client(both) as c2:
-        for _ in range(3):
-            for count, client in ((1, c1), (2, c2)):
+    load = os.getloadavg()[0]
+    for _ in range(3):
+        for count, listed in times.items():
+            with workers(count) as cluster, Client(cluster) as client:
+                ins.radiation(block, block.sensors(grid=5.0), weather, client=client)
                 begin = time.perf_counter()
-                made = ins.radiation(model, sensors, weather, reflectance=0, client=client)
-                times[count].append(time.perf_counter() - begin)
+                made = ins.radiation(model, sensors, weather, client=client)
+                listed.append(time.perf_counter() - begin)
                 assert same(made, single)
     medians = {count: statistics.median(listed) for count, listed in times.items()}
     print(
         f"{len(sensors)} sensors, medians of 3: one worker {medians[1]:.2f} s, two {medians[2]:.2f} s, "
-        f"{medians[1] / medians[2]:.2f} times; one thread of this process computes at {300_000 / medians[1]:.0f} /s"
+        f"{medians[1] / medians[2]:.2f} times; one thread without workers {alone:.2f} s; load {load:.1f} to "
+        f"{os.getloadavg()[0]:.1f}, of which this run has 1 to 2"
     )
     print({count: [round(t, 2) for t in listed] for count, listed in times.items()})
 

@@ -198,7 +198,7 @@ class _Dask:
                 self._look()
                 if self._looked - self._seen > patience:
                     return False
-            time.sleep(0.01)
+            time.sleep(0.03)  # short beside a block, and rare: the processor may be a worker's
         return True
 
     def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
