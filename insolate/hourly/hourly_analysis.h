@@ -116,11 +116,11 @@ struct EvaluateOptions {
     /// Threads that share the work, the caller's included; 0, and more than there are processors,
     /// takes one for each processor. 1 stays on the caller's thread.
     int threads = 0;
-    /// Called with the number of sensors that were finished since the last call, some dozens at a
-    /// time; over a run that finishes these numbers add up to all sensors. Calls come from any of
+    /// Called with the number of sensors that were finished since the last call, some hundred at
+    /// a time; over a run that finishes these numbers add up to all sensors. Calls come from any of
     /// the threads, never two at once.
     std::function<void(std::size_t finished)> progress = {};
-    /// Asked before each sensor; those that have begun are finished.
+    /// Asked before each sixteen sensors; those that have begun are finished.
     std::stop_token stop = {};
 };
 

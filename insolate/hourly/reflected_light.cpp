@@ -338,11 +338,16 @@ struct ReflectedLight::Content {
     void calculate(const HourlyAnalysis& analysis, const LightScene& scene,
                    std::span<const Sensor> sensors, const EvaluateOptions& run,
                    std::span<const SensorResult> direct) {
+        PhaseProgress progress(run, sensors.size());
+        if (!analysis.sky().valid || scene.seasons() != analysis.options().seasons) {
+            complete = !run.stop.stop_requested(); // evaluate() gives 0 too
+            progress.finish();
+            return;
+        }
         openLight = static_cast<float>(analysis.sky().report.directHorizontal +
                                        analysis.sky().report.diffuseHorizontal);
         const LightGatherer gatherer(scene, openGround(analysis, scene, options.groundReach),
                                      sources.seasonShares());
-        PhaseProgress progress(run, sensors.size());
         // A ray has a second landing where it crosses glass or leaves.
         const std::size_t sorted =
             mostLandings / (largestLattice() * (scene.hasTranslucent() ? 2 : 1));
@@ -357,8 +362,7 @@ struct ReflectedLight::Content {
             look(gatherer, sensors, direct, some, blocks[number]);
             progress.advance(lookingPart / static_cast<double>(blockCount));
         });
-        if (run.stop.stop_requested() || !analysis.sky().valid) {
-            complete = !run.stop.stop_requested();
+        if (run.stop.stop_requested()) {
             return;
         }
         std::vector<Landing> landings = landingsOf(blocks);

@@ -11,7 +11,7 @@ std::vector<std::uint32_t> alongCurve(std::span<const Sensor> sensors) {
     constexpr float infinity = std::numeric_limits<float>::infinity();
     constexpr int bits = 10; // of a coordinate
     std::array<float, 3> low{infinity, infinity, infinity};
-    float extent = 0.0f;
+    double extent = 0.0; // of finite floats never beyond a double
     const auto place = [&](std::size_t i) {
         const XYZf& p = sensors[i].position;
         return std::array{p.x, p.y, p.z};
@@ -22,18 +22,18 @@ std::vector<std::uint32_t> alongCurve(std::span<const Sensor> sensors) {
             low[axis] = std::min(low[axis], place(i)[axis]);
             high = std::max(high, place(i)[axis]);
         }
-        extent = std::max(extent, high - low[axis]);
+        extent = std::max(extent, static_cast<double>(high) - static_cast<double>(low[axis]));
     }
     struct Place {
         std::uint32_t code, sensor;
     };
-    const float scale = extent > 0.0f ? static_cast<float>((1 << bits) - 1) / extent : 0.0f;
+    const double scale = extent > 0.0 ? ((1 << bits) - 1) / extent : 0.0;
     std::vector<Place> places(sensors.size());
     for (std::size_t i = 0; i < sensors.size(); ++i) {
         std::uint32_t code = 0;
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            const auto coordinate =
-                static_cast<std::uint32_t>((place(i)[axis] - low[axis]) * scale);
+            const auto coordinate = static_cast<std::uint32_t>(
+                (static_cast<double>(place(i)[axis]) - static_cast<double>(low[axis])) * scale);
             for (unsigned bit = 0; bit < bits; ++bit) {
                 code |= (coordinate >> bit & 1U) << (3 * bit + axis);
             }
