@@ -49,7 +49,8 @@ int runCommandLine(int argc, const char* const* argv) {
         return asJson ? errorAsJson(message, exitCode)
                       : fmt::format("insolate: error: {}\n", message);
     };
-    // After half a bar, perhaps. Which analyses of a study file have their results is not known here.
+    // After half a bar, perhaps. Which analyses of a study file have their results is not known
+    // here.
     Interruption interruption([=](int exitCode) {
         return (asJson ? "" : "\n") +
                errorLine(exitCode, "stopped at once; no result is half written");
