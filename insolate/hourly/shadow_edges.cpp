@@ -172,7 +172,8 @@ EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& first,
         m_sectors[sector] = angle(static_cast<double>(sector) * skyGrid::cellWidth + north);
     }
     for (std::size_t cell = 0; cell < static_cast<std::size_t>(skyGrid::cellCount); ++cell) {
-        const double low = static_cast<double>(cell / sectors) * skyGrid::cellWidth;
+        const std::size_t band = cell / sectors;
+        const double low = static_cast<double>(band) * skyGrid::cellWidth;
         const double high = low + 0.5 * skyGrid::cellWidth;
         const double left = static_cast<double>(cell % sectors) * skyGrid::cellWidth + north;
         const double right = left + skyGrid::cellWidth;

@@ -337,8 +337,10 @@ bool OcclusionIndex::closeInOneWalk(std::span<const XYZf> origins,
     }
     habit.succeeded();
     if (!storage().unbounded.empty()) {
-        for (std::size_t i = 0; i < cells.size(); ++i) {
-            castOneByOne(origins[i / sets], directions[i % sets], true, cells[i]);
+        for (std::size_t i = 0; i < origins.size(); ++i) {
+            for (std::size_t k = 0; k < sets; ++k) {
+                castOneByOne(origins[i], directions[k], true, cells[i * sets + k]);
+            }
         }
     }
     return true;
