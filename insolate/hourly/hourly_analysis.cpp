@@ -39,10 +39,10 @@ using sensorKernels::sumOfProducts;
 constexpr float smallGroundView = 0.005f;
 
 /// For less than this share of the view a quarter of the ground's rays are enough. By
-/// `bench_validation <weather folder> <plot.svg> ground` 48 rays leave a facade, with a share of
-/// 0.5, 2.4 % of its total (root mean square), 128 rays 1.0 %: with 0.15 the 32 rays leave less
-/// than 1 % too. At 0.3 they would leave up to twice that, at 0.05 roofs and slopes would take 96
-/// rays more without need.
+/// `bench_validation <weather folder> <plot.svg> ground` 128 rays leave a facade, with a share of
+/// 0.5, 1.0 % of its total (root mean square): with 0.15 the quarter of 384, 96 rays, leaves less
+/// than 0.5 %. At 0.3 it would leave up to twice that, at 0.05 roofs and slopes would take 288 rays
+/// more without need.
 constexpr float littleGroundView = 0.15f;
 
 /// Pieces of the ground whose mean direction is nearer to the surface's plane than this (a sine)

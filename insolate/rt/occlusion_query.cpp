@@ -13,10 +13,10 @@
 //   leaf, each triangle closes the cells of its own range whose directions pass through it. Where
 //   few cells of a range are open they go on as rays.
 //
-// A leaf's triangles are tested in single precision with a bound of the error, derived below. What
-// lies within the bound goes to hitsTriangle() in double precision, which is the one definition of
-// a hit: so both walks answer as if every ray had been tested with every triangle. The file is
-// compiled once for each instruction set.
+// A leaf's triangles are tested in single precision with a bound of the error (occlusion_walk.h).
+// What lies within the bound goes to hitsTriangle() in double precision, which is the one
+// definition of a hit: so all walks answer as if every ray had been tested with every triangle. The
+// file is compiled once for each instruction set.
 
 #include <insolate/rt/occlusion_query.h>
 
