@@ -75,9 +75,10 @@ constexpr std::size_t sensorsPerBlock = 256;
 
 /// Sensors that ask the scene together: as many as one walk takes.
 constexpr std::size_t sensorsTogether = 16;
-/// Wider blocks ask one by one [model units]: their sensors see different triangles, and telling
-/// them apart takes longer than their own walks. Of a grid of 0.5 m, blocks of 1.5 m, sums took up
-/// to 1.9 times less with others, of 2 m 0.88 to 1.03 times (`bench_hourly neighbours`).
+/// In wider blocks each sensor asks by itself [model units]: they see different triangles, and what
+/// must be asked for each of them takes longer than walks of their own. On a grid of 0.5 m, with
+/// blocks of 1.5 m, sums are up to 1.9 times as fast together; on one of 2 m 0.88 to 1.03 times
+/// (`bench_hourly neighbours`).
 constexpr float widestBlock = 4.0f;
 
 HourlySky withFiniteNorth(HourlySky sky) {
@@ -1385,7 +1386,7 @@ bool HourlyAnalysis::evaluate(GetTransparencyValueOnRay& rays, const LightScene*
     // A few sensors are shared out too: each may take milliseconds.
     const std::size_t blockSize = std::clamp(count / (4 * static_cast<std::size_t>(threads)),
                                              std::size_t{1}, sensorsPerBlock);
-    std::mutex reporting; // guards finished, and keeps the reports apart
+    std::mutex reporting; // guards finished, and lets one report after the other through
     const auto evaluateBlock = [&](std::size_t block) {
         const std::size_t first = block * blockSize;
         const std::size_t done = evaluateNeighbours(

@@ -40,7 +40,7 @@ inline double unitNumber(std::uint64_t bits) {
 
 class LightSources {
 public:
-    /// manyBins: tell the parts of the sun's year apart; otherwise a season's light has one bin.
+    /// manyBins: a bin for each part of the sun's year; otherwise a season's light has one bin.
     LightSources(const HourlySky& sky, const Seasons& seasons, bool manyBins);
 
     struct Ray {
@@ -124,7 +124,7 @@ private:
     std::vector<BinShare> m_binShares; ///< of the sky, then of each sun cell
     std::vector<std::size_t> m_firstShare;
     std::vector<float> m_shares; ///< by hour, then by bin
-    int m_partsOfSun = 0;        ///< that are told apart in a season; 0: none
+    int m_partsOfSun = 0;        ///< in a season, each with a bin of its own; 0: none
     /// Of the parts of the sun's year, by part and season.
     std::map<std::pair<std::uint32_t, std::size_t>, std::uint32_t> m_binOfPart;
     std::vector<double> m_periodSums; ///< light by bin as that of parts is known

@@ -8,8 +8,8 @@
 // d.U, d.V and d.W of the exact test is linear in the origin: between two origins it differs by at
 // most their distance times the length of an edge. Where the values of the middle exceed that, all
 // origins or none are blocked, and a cell that is blocked for all is closed. In the cells between,
-// along the edges of what is near, the origins are told apart: a direction's values for 16 of them
-// are three dot products
+// along the edges of what is near, each origin is asked by itself: a direction's values for 16 of
+// them are three dot products
 //
 //     d.U = s . (d x edge2),   d.V = s . (edge1 x d),   det = d.D
 //
@@ -35,6 +35,7 @@
 #include <hwy/highway.h>
 
 #include <insolate/rt/occlusion_lanes.h>
+#include <insolate/rt/occlusion_open_cells.h>
 
 #ifndef INSOLATE_OCCLUSION_BLOCKS_ONCE
 #define INSOLATE_OCCLUSION_BLOCKS_ONCE
@@ -147,30 +148,11 @@ public:
     /// Whether the walk came to its end; else it was given up, and cells are open whose rays are
     /// blocked.
     bool run() {
-        HeldEntry stack[stackSize];
-        std::size_t held = 0;
-        stack[held].child = m_index.root;
-        stack[held++].range = {0, 72, 0, bandCount - 1};
-        while (held != 0) {
-            if (m_toldApart > mostToldApart * m_block.origins.size()) {
-                return false;
-            }
-            const HeldEntry entry = stack[--held];
-            const int cells = openCells(m_open.data(), entry.range, fewCells);
-            if (cells == 0) {
-                continue;
-            }
-            if (cells <= fewCells) {
-                castCells(entry);
-                continue;
-            }
-            if (occlusionChild::isLeaf(entry.child)) {
-                closeBehindLeaf(entry.child);
-                continue;
-            }
-            held += holdChildren(m_index.nodes[entry.child], stack + held);
-        }
-        return true;
+        return m_open.walk(
+            m_index, m_block.bounded, m_reachOfSkies, fewCells,
+            [&](const HeldEntry& entry) HWY_ATTR { castCells(entry); },
+            [&](std::uint32_t leaf) HWY_ATTR { closeBehindLeaf(leaf); },
+            [&] { return m_separated <= mostSeparated * m_block.origins.size(); });
     }
 
     /// Leaves what is still open in the sets.
@@ -179,12 +161,12 @@ public:
             for (std::size_t k = 0; k < split; ++k) {
                 SkyCellSet& set = m_sets[i * m_stride + k];
                 for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                    set.words[word] &= m_open[placeOfWord(word, k)];
+                    set.words[word] &= m_open.words[OpenCells<split>::placeOf(word, k)];
                 }
             }
         }
-        for (std::size_t word = 0; word < m_open.size(); ++word) {
-            for (std::uint64_t bits = m_open[word]; bits != 0; bits &= bits - 1) {
+        for (std::size_t word = 0; word < m_open.words.size(); ++word) {
+            for (std::uint64_t bits = m_open.words[word]; bits != 0; bits &= bits - 1) {
                 const auto bit = static_cast<std::size_t>(std::countr_zero(bits));
                 const std::size_t band = word / 2;
                 std::uint32_t blocked = m_blocked[band * rowLength + word % 2 * 64 + bit] & m_real;
@@ -198,18 +180,13 @@ public:
     }
 
 private:
-    static constexpr int bandCount = skyGrid::altitudeCount * split;
+    static constexpr int bandCount = OpenCells<split>::bandCount;
     static constexpr std::size_t rowLength = SkyDirectionTable::rowLength;
     static constexpr int fewCells = RaySet::largest;
 
-    /// Of a triangle and a direction at which the origins were told apart, for each origin: where
-    /// there are more, walks one by one are faster (./dev bench rays neighbours).
-    static constexpr std::size_t mostToldApart = 350 * split;
-
-    struct HeldEntry {
-        std::uint32_t child;
-        CellRange range;
-    };
+    /// Pairs of a triangle and a direction at which each origin was asked by itself, for each
+    /// origin: where there are more, walks one by one are faster (./dev bench rays neighbours).
+    static constexpr std::size_t mostSeparated = 350 * split;
 
     /// Cells sectors x [altitudeLow, altitudeHigh] that something may block for some origins.
     struct CellSpan {
@@ -217,10 +194,6 @@ private:
         std::size_t altitudeLow, altitudeHigh;
         std::uint32_t origins;
     };
-
-    static constexpr std::size_t placeOfWord(std::size_t word, std::size_t k) {
-        return (word / 2 * split + k) * 2 + word % 2;
-    }
 
     /// Cells that some origins do not ask count as blocked for these.
     void begin() {
@@ -233,8 +206,8 @@ private:
                 for (std::size_t i = 0; i < count; ++i) {
                     any |= m_sets[i * m_stride + k].words[word];
                 }
-                const std::size_t place = placeOfWord(word, k);
-                m_open[place] = any;
+                const std::size_t place = OpenCells<split>::placeOf(word, k);
+                m_open.words[place] = any;
                 std::uint16_t* row = &m_blocked[place / 2 * rowLength + word % 2 * 64];
                 for (std::size_t i = 0; i < count; ++i) {
                     for (std::uint64_t bits = any & ~m_sets[i * m_stride + k].words[word];
@@ -244,41 +217,6 @@ private:
                 }
             }
         }
-    }
-
-    /// Puts the children that may block an open cell on the stack, the nearest last.
-    HWY_INLINE std::size_t holdChildren(const OcclusionNode& node, HeldEntry* stack) const {
-        BoxReach reach;
-        alignas(32) std::array<float, 8> boxDistance; // squared
-        std::uint32_t reached = 0;
-        const Floats d;
-        for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-            const RelativeBoxes box(node, m_block.bounded, lane);
-            reached |= reachOfBoxes<split>(box, m_reachOfSkies, reach, lane, noCeiling());
-            hn::Store(squaredDistance(box), d, boxDistance.data() + lane);
-        }
-        float distances[OcclusionNode::width];
-        std::size_t count = 0;
-        for (std::uint32_t lanes = reached & allLanes(node.childCount); lanes != 0;
-             lanes &= lanes - 1) {
-            const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
-            HeldEntry entry;
-            entry.child = node.child[lane];
-            entry.range = rangeOf(reach, lane);
-            if (!anyOpen(m_open.data(), entry.range)) {
-                continue;
-            }
-            const float distance = boxDistance[lane];
-            std::size_t place = count++;
-            for (; place > 0 && distances[place - 1] < distance; --place) {
-                distances[place] = distances[place - 1];
-                stack[place] = stack[place - 1];
-            }
-            distances[place] = distance;
-            stack[place] = entry;
-            prefetchEntry(m_index, entry.child);
-        }
-        return count;
     }
 
     // -----------------------------------------------------------------------------------------
@@ -374,7 +312,7 @@ private:
                                             std::uint32_t asked, const XYZf& a, const XYZf& b,
                                             float det, const XYZf& along) {
         const Origins d;
-        ++m_toldApart;
+        ++m_separated;
         const BlockLeaf::Triangle& triangle = seen.triangles[lane];
         const auto error = hn::Set(d, seen.error[lane]);
         std::uint32_t hit = 0;
@@ -427,7 +365,7 @@ private:
             const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
             const CellRange range = rangeOf(reach, lane);
             CellSpan span{sectorsOf(range), range.altitudeLow, range.altitudeHigh, m_block.all()};
-            if (!anyOpen(m_open.data(), range)) {
+            if (!anyOpen(m_open.words.data(), range)) {
                 continue;
             }
             bool apart = (seen.apart >> lane & 1U) != 0;
@@ -559,7 +497,7 @@ private:
                 static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
             half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
             for (std::size_t band = span.altitudeLow; band <= span.altitudeHigh; ++band) {
-                const std::uint32_t still = window(band, azimuth) & asked;
+                const std::uint32_t still = m_open.window(band, azimuth) & asked;
                 if (still == 0) {
                     continue;
                 }
@@ -585,10 +523,10 @@ private:
                 }
                 between &= still & ~closed;
                 if (between != 0) {
-                    closed |= tellApart<apart>(seen, lane, span, x, y, z, u, v, w, band, azimuth,
-                                               between);
+                    closed |=
+                        separate<apart>(seen, lane, span, x, y, z, u, v, w, band, azimuth, between);
                 }
-                close(band, azimuth, closed);
+                m_open.close(band, azimuth, closed);
             }
         }
     }
@@ -610,10 +548,10 @@ private:
     /// Looks closer at some cells of a row: first by how much their own values may differ within
     /// the block, then origin by origin. Gives those that are now blocked for all.
     template <bool apart>
-    HWY_INLINE std::uint32_t tellApart(BlockLeaf& seen, std::size_t lane, const CellSpan& span,
-                                       CellLanes x, CellLanes y, CellLanes z, CellLanes u,
-                                       CellLanes v, CellLanes w, std::size_t band,
-                                       std::size_t azimuth, std::uint32_t between) {
+    HWY_INLINE std::uint32_t separate(BlockLeaf& seen, std::size_t lane, const CellSpan& span,
+                                      CellLanes x, CellLanes y, CellLanes z, CellLanes u,
+                                      CellLanes v, CellLanes w, std::size_t band,
+                                      std::size_t azimuth, std::uint32_t between) {
         const Cells d;
         if ((seen.prepared >> lane & 1U) == 0) {
             prepare(seen, lane);
@@ -720,7 +658,7 @@ private:
             const SkyDirectionTable& table = *m_skies[band % split];
             for (std::size_t word = 0; word < 2; ++word) {
                 std::uint64_t cells =
-                    m_open[2 * band + word] & (word == 0 ? asked.low : asked.high);
+                    m_open.words[2 * band + word] & (word == 0 ? asked.low : asked.high);
                 for (; cells != 0; cells &= cells - 1) {
                     const std::size_t sector =
                         64 * word + static_cast<std::size_t>(std::countr_zero(cells));
@@ -761,7 +699,7 @@ private:
         }
         for (std::uint32_t blocked = beams.all() & ~open; blocked != 0; blocked &= blocked - 1) {
             const auto beam = static_cast<std::size_t>(std::countr_zero(blocked));
-            m_open[2 * std::size_t{bands[beam]} + sectors[beam] / 64] &=
+            m_open.words[2 * std::size_t{bands[beam]} + sectors[beam] / 64] &=
                 ~(std::uint64_t{1} << sectors[beam] % 64);
         }
     }
@@ -837,26 +775,6 @@ private:
         return all;
     }
 
-    /// As many cells as a vector has lanes lie in one such part of a set.
-    using Part =
-        std::conditional_t<(HWY_MAX_BYTES / sizeof(float) >= 16), std::uint16_t, std::uint8_t>;
-
-    HWY_INLINE void* placeOf(std::size_t band, std::size_t azimuth) {
-        static_assert(std::endian::native == std::endian::little);
-        return reinterpret_cast<char*>(&m_open[2 * band]) + azimuth / 8;
-    }
-    HWY_INLINE std::uint32_t window(std::size_t band, std::size_t azimuth) {
-        Part part;
-        std::memcpy(&part, placeOf(band, azimuth), sizeof(part));
-        return static_cast<std::uint32_t>(part) >> azimuth % 8;
-    }
-    HWY_INLINE void close(std::size_t band, std::size_t azimuth, std::uint32_t cells) {
-        Part part;
-        std::memcpy(&part, placeOf(band, azimuth), sizeof(part));
-        part = static_cast<Part>(part & ~(cells << azimuth % 8));
-        std::memcpy(placeOf(band, azimuth), &part, sizeof(part));
-    }
-
     const OcclusionIndex::Storage& m_index;
     const OriginBlock& m_block;
     std::span<const SkyDirectionTable* const> m_skies;
@@ -864,11 +782,11 @@ private:
     SkyCellSet* m_sets;
     std::size_t m_stride;
     std::uint32_t m_real = 0; ///< the block's own origins
-    std::array<std::uint64_t, SkyCellSet::wordCount * split> m_open;
+    OpenCells<split> m_open;
     std::array<std::uint16_t, bandCount * rowLength> m_blocked; ///< by cell, a bit for each origin
     float m_largestComponent = 0.0f;
     float m_largestLength = 0.0f;
-    std::size_t m_toldApart = 0;
+    std::size_t m_separated = 0;
 };
 
 bool CloseBlockedCellsOfBlock(const OcclusionIndex::Storage& index,

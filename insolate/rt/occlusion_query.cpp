@@ -36,6 +36,7 @@
 #include <hwy/highway.h>
 
 #include <insolate/rt/occlusion_lanes.h>
+#include <insolate/rt/occlusion_open_cells.h>
 
 #ifndef INSOLATE_OCCLUSION_QUERY_ONCE
 #define INSOLATE_OCCLUSION_QUERY_ONCE
@@ -343,7 +344,7 @@ public:
             m_largestComponent =
                 std::max(m_largestComponent, m_skies[k].directions->largestComponent);
             for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                m_open[(word / 2 * split + k) * 2 + word % 2] = m_skies[k].open->words[word];
+                m_open.words[OpenCells<split>::placeOf(word, k)] = m_skies[k].open->words[word];
             }
         }
     }
@@ -352,81 +353,22 @@ public:
     void finish() const {
         for (std::size_t k = 0; k < split; ++k) {
             for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
-                m_skies[k].open->words[word] = m_open[(word / 2 * split + k) * 2 + word % 2];
+                m_skies[k].open->words[word] = m_open.words[OpenCells<split>::placeOf(word, k)];
             }
         }
     }
 
     void run() {
-        HeldEntry stack[stackSize];
-        std::size_t held = 0;
-        stack[held].child = m_index.root;
-        stack[held++].range = {0, 72, 0, bandCount - 1};
-        while (held != 0) {
-            const HeldEntry entry = stack[--held];
-            const int cells = openCells(m_open.data(), entry.range, fewCells);
-            if (cells == 0) {
-                continue;
-            }
-            if (cells <= fewCells) {
-                castCells(entry);
-                continue;
-            }
-            if (occlusionChild::isLeaf(entry.child)) {
-                closeBehindLeaf(entry.child);
-                continue;
-            }
-            held += holdChildren(m_index.nodes[entry.child], stack + held);
-        }
+        m_open.walk(
+            m_index, m_bounded, m_reachOfSkies, fewCells,
+            [&](const HeldEntry& entry) HWY_ATTR { castCells(entry); },
+            [&](std::uint32_t leaf) HWY_ATTR { closeBehindLeaf(leaf); }, [] { return true; });
     }
 
 private:
-    static constexpr int bandCount = skyGrid::altitudeCount * split;
-
-    /// An entry that the walk holds back, with the cells that it may block.
-    struct HeldEntry {
-        std::uint32_t child;
-        CellRange range;
-    };
-
     /// So few open cells of a range are cheaper as rays (./dev bench rays masks). As many as a set
     /// of rays takes: with more, a range would be walked twice.
     static constexpr int fewCells = RaySet::largest;
-
-    /// Puts the children that may block an open cell on the stack, the nearest last.
-    HWY_INLINE std::size_t holdChildren(const OcclusionNode& node, HeldEntry* stack) const {
-        BoxReach reach;
-        alignas(32) std::array<float, 8> boxDistance; // squared
-        std::uint32_t reached = 0;
-        const Floats d;
-        for (std::size_t lane = 0; lane < OcclusionNode::width; lane += hn::Lanes(d)) {
-            const RelativeBoxes box(node, m_bounded, lane);
-            reached |= reachOfBoxes<split>(box, m_reachOfSkies, reach, lane, noCeiling());
-            hn::Store(squaredDistance(box), d, boxDistance.data() + lane);
-        }
-        float distances[OcclusionNode::width];
-        std::size_t count = 0;
-        for (std::uint32_t lanes = reached & allLanes(node.childCount); lanes != 0;
-             lanes &= lanes - 1) {
-            const auto lane = static_cast<std::size_t>(std::countr_zero(lanes));
-            HeldEntry entry;
-            entry.child = node.child[lane];
-            entry.range = rangeOf(reach, lane);
-            if (!anyOpen(m_open.data(), entry.range)) {
-                continue;
-            }
-            const float distance = boxDistance[lane];
-            std::size_t place = count++;
-            for (; place > 0 && distances[place - 1] < distance; --place) {
-                distances[place] = distances[place - 1];
-                stack[place] = stack[place - 1];
-            }
-            distances[place] = distance;
-            stack[place] = entry;
-            prefetchEntry(m_index, entry.child);
-        }
-        return count;
-    }
 
     /// Casts the open cells of an entry, few as they are.
     void castCells(const HeldEntry& entry) {
@@ -438,7 +380,7 @@ private:
             for (std::uint32_t blocked = walk.blockedBelow(entry.child); blocked != 0;
                  blocked &= blocked - 1) {
                 const auto ray = static_cast<std::size_t>(std::countr_zero(blocked));
-                m_open[2 * bands[ray] + sectors[ray] / 64] &=
+                m_open.words[2 * bands[ray] + sectors[ray] / 64] &=
                     ~(std::uint64_t{1} << sectors[ray] % 64);
             }
             rays.count = 0;
@@ -449,7 +391,7 @@ private:
             const SkyDirectionTable& table = *m_skies[band % split].directions;
             for (std::size_t word = 0; word < 2; ++word) {
                 std::uint64_t cells =
-                    m_open[2 * band + word] & (word == 0 ? asked.low : asked.high);
+                    m_open.words[2 * band + word] & (word == 0 ? asked.low : asked.high);
                 for (; cells != 0; cells &= cells - 1) {
                     const std::size_t sector =
                         64 * word + static_cast<std::size_t>(std::countr_zero(cells));
@@ -561,7 +503,7 @@ private:
                 static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
             half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
             for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
-                const std::uint32_t still = window(band, azimuth) & asked;
+                const std::uint32_t still = m_open.window(band, azimuth) & asked;
                 if (still == 0) {
                     continue;
                 }
@@ -610,34 +552,9 @@ private:
                         closed |= 1U << cell;
                     }
                 }
-                close(band, azimuth, closed);
+                m_open.close(band, azimuth, closed);
             }
         }
-    }
-
-    /// As many cells as a vector has lanes lie in one such part of a set.
-    using Part =
-        std::conditional_t<(HWY_MAX_BYTES / sizeof(float) >= 16), std::uint16_t, std::uint8_t>;
-
-    HWY_INLINE void* placeOf(std::size_t band, std::size_t azimuth) {
-        static_assert(std::endian::native == std::endian::little);
-        return reinterpret_cast<char*>(&m_open[2 * band]) + azimuth / 8;
-    }
-
-    /// The part of the open cells in a band from a sector on, a multiple of the lanes; the sector's
-    /// own in bit 0.
-    HWY_INLINE std::uint32_t window(std::size_t band, std::size_t azimuth) {
-        Part part;
-        std::memcpy(&part, placeOf(band, azimuth), sizeof(part));
-        return static_cast<std::uint32_t>(part) >> azimuth % 8;
-    }
-
-    /// Closes cells of such a part.
-    HWY_INLINE void close(std::size_t band, std::size_t azimuth, std::uint32_t cells) {
-        Part part;
-        std::memcpy(&part, placeOf(band, azimuth), sizeof(part));
-        part = static_cast<Part>(part & ~(cells << azimuth % 8));
-        std::memcpy(placeOf(band, azimuth), &part, sizeof(part));
     }
 
     const OcclusionIndex::Storage& m_index;
@@ -645,8 +562,7 @@ private:
     std::span<const OpenSky, split> m_skies;
     BoundedOrigin m_bounded;
     SkyReach m_reachOfSkies;
-    std::array<std::uint64_t, SkyCellSet::wordCount * split>
-        m_open;                      ///< band by band, as SkyCellSet
+    OpenCells<split> m_open;
     float m_largestComponent = 0.0f; ///< of all directions
 };
 
