@@ -46,7 +46,9 @@ constexpr float smallGroundView = 0.005f;
 constexpr float littleGroundView = 0.15f;
 
 /// Pieces of the ground whose mean direction is nearer to the surface's plane than this (a sine)
-/// may be cut by it: half of a piece of 20 degrees, and of 8 in height.
+/// may be cut by it: 14 degrees, half the diagonal of the largest. Of 384 rays pieces are 10.6
+/// degrees wide and 5 (horizon) to 25 (nadir) high; of a quarter of them 22.5 wide and 10 to 15 high
+/// down to where the plane of a surface that takes so few passes.
 constexpr float nearPlane = 0.24f;
 
 /// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more.
@@ -446,11 +448,9 @@ public:
         sumSky();
         sumSun();
         sumGround(masks);
-        const float firstHours = m_sunHours;
         if (m_shared.edges) {
             lookAgain(masks, !parts.empty());
         }
-        const float lookedHours = m_sunHours; // before anything weakens them
         if (m_light != nullptr) {
             lookThrough(masks);
         }
@@ -466,7 +466,7 @@ public:
         result.groundViewFactor = m_sides == Sides::NoSurface ? 0.5f * m_groundView : m_groundView;
         result.directSunHours = m_sunHours;
         if (!parts.empty()) {
-            evaluateParts(parts, firstHours > 0.0f ? lookedHours / firstHours : 1.0f);
+            evaluateParts(parts);
         }
         if (m_shared.options.peak || hours != nullptr) {
             gatherPatches();
@@ -481,7 +481,7 @@ public:
     }
 
 private:
-    void evaluateParts(std::span<SensorPart> parts, float hoursScale) {
+    void evaluateParts(std::span<SensorPart> parts) {
         std::vector<float> timeThrough;
         if (!m_through.empty()) {
             timeThrough.assign(m_shared.sky.sunCells.size(), 1.0f);
@@ -502,11 +502,12 @@ private:
                                   .skyScale = skyScale,
                                   .visible = {m_visible[0].data(), m_visible[1].data()},
                                   .sunShares = {shares[0].data(), shares[1].data()},
+                                  .sunTimes = {m_sunTimes.empty() ? nullptr : m_sunTimes[0].data(),
+                                               m_sunTimes.empty() ? nullptr : m_sunTimes[1].data()},
                                   .sunWeight = m_sunWeight.data(),
                                   .sunVisible = m_sunVisible.data(),
                                   .timeThrough = timeThrough.empty() ? nullptr : timeThrough.data(),
-                                  .groundView = m_groundView,
-                                  .hoursScale = hoursScale};
+                                  .groundView = m_groundView};
         if (m_shared.partSeasons.empty() || (m_through.empty() && m_groundThrough.empty())) {
             m_shared.parts.evaluate(seen, 0, parts);
             return;
@@ -762,17 +763,20 @@ private:
         m_groundView = std::max(m_groundView, 0.0f);
     }
 
-    /// Two halves that are seen alike count by their own weights from the first, others by half of
-    /// the cell's until they are looked at again, which they are together.
+    /// The halves of a cell count by half of its weight each until one of them is looked at again,
+    /// and then by their own.
     void takeSky(const ShadowEdges::Fan& fan) {
         const std::size_t cell = fan.place;
         const XYZf& moment = m_shared.edges->lowerMoment(cell);
         const float lower = std::min(received(moment, vectorLength(moment)), m_weight[cell]);
         const float weight = fan.half == 0 ? lower : m_weight[cell] - lower;
-        const float before = m_visible[fan.half][cell];
-        const bool alike = m_visible[0][cell] == m_visible[1][cell];
-        const float gained =
-            weight * fan.visible - (alike ? weight : 0.5f * m_weight[cell]) * before;
+        float gained = weight * (fan.visible - m_visible[fan.half][cell]);
+        const auto azimuth = static_cast<int>(cell % skyGrid::azimuthCount);
+        const auto altitude = static_cast<int>(cell / skyGrid::azimuthCount);
+        if (!m_lookedAt.contains(azimuth, altitude)) {
+            m_lookedAt.insert(azimuth, altitude);
+            gained += (lower - 0.5f * m_weight[cell]) * (m_visible[0][cell] - m_visible[1][cell]);
+        }
         m_seen[cell] = std::max(m_seen[cell] + gained, 0.0f);
         m_view += gained;
         m_sky += gained * m_shared.sky.diffuse[cell];
@@ -783,7 +787,6 @@ private:
         const auto cell = static_cast<std::size_t>(m_shared.first.cellOfSun[j]);
         const FirstRays::Sun& sun = m_shared.first.sun[fan.half];
         const XYZf energy{sun.energyX[j], sun.energyY[j], sun.energyZ[j]};
-        const XYZf ray{sun.rayX[j], sun.rayY[j], sun.rayZ[j]};
         const float before = m_visible[fan.half][cell];
         const float weight = received(energy, vectorLength(energy));
         const float gained = fan.weight * fan.visible - weight * before;
@@ -794,8 +797,12 @@ private:
             m_sunWeight[j] > 0.0f ? std::clamp(seen / m_sunWeight[j], 0.0f, 1.0f) : 0.0f;
         m_beam += gained;
         if (m_shared.options.sunTolerance > 0.0) {
-            const bool faced = m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f;
-            m_sunHours += fan.hours - (faced ? sun.hours[j] * before : 0.0f);
+            if (m_sunTimes.empty()) {
+                m_sunTimes = firstSunTimes();
+            }
+            float& time = m_sunTimes[fan.half][j];
+            m_sunHours += fan.hours - sun.hours[j] * time;
+            time = sun.hours[j] > 0.0f ? fan.hours / sun.hours[j] : 0.0f;
         }
         if (hasParts) {
             if (m_sunShares.empty()) {
@@ -936,7 +943,7 @@ private:
         if (touched.sunCell >= 0) {
             const auto j = static_cast<std::size_t>(touched.sunCell);
             m_beam = std::max(m_beam - m_sunWeight[j] * m_sunVisible[j] * (1.0f - sun), 0.0f);
-            m_sunHours = std::max(m_sunHours - sunHoursOf(touched.cell, j) * (1.0f - sun), 0.0f);
+            m_sunHours = std::max(m_sunHours - sunHoursOf(j) * (1.0f - sun), 0.0f);
             m_sunVisible[j] *= sun;
         }
     }
@@ -952,15 +959,31 @@ private:
         }
     }
 
-    /// What sumSun() counted for a cell.
-    float sunHoursOf(std::size_t cell, std::size_t sunCell) const {
+    /// The share of the sun's time in half a cell that its first ray sees.
+    float firstSunTime(std::size_t half, std::size_t sunCell) const {
+        const FirstRays::Sun& sun = m_shared.first.sun[half];
+        const XYZf ray{sun.rayX[sunCell], sun.rayY[sunCell], sun.rayZ[sunCell]};
+        const bool faced = m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f;
+        const auto cell = static_cast<std::size_t>(m_shared.first.cellOfSun[sunCell]);
+        return faced ? m_visible[half][cell] : 0.0f;
+    }
+
+    std::vector<std::vector<float>> firstSunTimes() const {
+        std::vector<std::vector<float>> times(2);
+        for (std::size_t half = 0; half < 2; ++half) {
+            for (std::size_t j = 0; j < m_shared.sky.sunCells.size(); ++j) {
+                times[half].push_back(firstSunTime(half, j));
+            }
+        }
+        return times;
+    }
+
+    /// The hours that a sun cell counts before anything weakens them.
+    float sunHoursOf(std::size_t sunCell) const {
         float hours = 0.0f;
         for (std::size_t half = 0; half < 2; ++half) {
-            const FirstRays::Sun& sun = m_shared.first.sun[half];
-            const XYZf ray{sun.rayX[sunCell], sun.rayY[sunCell], sun.rayZ[sunCell]};
-            if (m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f) {
-                hours += sun.hours[sunCell] * m_visible[half][cell];
-            }
+            hours += m_shared.first.sun[half].hours[sunCell] *
+                     (m_sunTimes.empty() ? firstSunTime(half, sunCell) : m_sunTimes[half][sunCell]);
         }
         return hours;
     }
@@ -1259,6 +1282,10 @@ private:
     std::array<float, cellCount + lanes> m_sunVisible;
     /// Of the cells' halves, of their sun; empty where it is as m_visible.
     std::vector<std::array<float, cellCount>> m_sunShares;
+    /// Of the halves, by sun cell: the share of its time that counts as seen; empty where the first
+    /// rays decide.
+    std::vector<std::vector<float>> m_sunTimes;
+    SkyCellSet m_lookedAt; // cells whose halves count by their own weights
     float m_view = 0.0f;
     float m_firstView = 0.0f; // the same by the first rays, a figure of geometry alone
     float m_sky = 0.0f;

@@ -95,8 +95,9 @@ double raysFor(std::uint32_t weight, double perRay, std::size_t usualMost) {
     return wanted > most ? std::sqrt(wanted * most) : wanted;
 }
 
-/// Off the surface by more than positions are rounded, and by less than the hundredth within which
-/// rays see nothing.
+/// Off the surface by more than positions are rounded. Up to 33,000 units from the origin of the
+/// coordinates that is less than the hundredth within which rays see nothing; beyond it single
+/// precision itself rounds positions by several thousandths.
 XYZf originAt(const Landing& landing) {
     const float size = std::max({std::fabs(landing.position.x), std::fabs(landing.position.y),
                                  std::fabs(landing.position.z)});

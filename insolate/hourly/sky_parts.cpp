@@ -111,10 +111,17 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
     const float height = dotProduct(seen.normal, sunCell.centre);
     const bool isBehind = seen.sides == Sides::One && height < -farFromCut;
     const auto index = static_cast<std::size_t>(sunCell.index);
-    const std::array<float, 2> visible = {seen.visible[0][index], seen.visible[1][index]};
+    std::array<float, 2> times{};
+    for (std::size_t half = 0; half < 2; ++half) {
+        const bool isFaced =
+            seen.sides != Sides::One || dotProduct(seen.normal, sunCell.halves[half].ray) > 0.0f;
+        times[half] = seen.sunTimes[half] != nullptr ? seen.sunTimes[half][cell]
+                      : isFaced                      ? seen.visible[half][index]
+                                                     : 0.0f;
+    }
     const double counted =
         static_cast<double>(seen.sunWeight[cell]) * static_cast<double>(seen.sunVisible[cell]);
-    if (isBehind || (counted == 0.0 && visible[0] == 0.0f && visible[1] == 0.0f)) {
+    if (isBehind || (counted == 0.0 && times[0] == 0.0f && times[1] == 0.0f)) {
         return;
     }
     const bool isCut = seen.sides == Sides::NoSurface || std::abs(height) < farFromCut;
@@ -137,9 +144,8 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
     const double shares = share[0] + share[1];
     for (std::size_t i = 0; i < 2; ++i) {
         const Half& half = sunCell.halves[i];
-        const bool isFaced = seen.sides != Sides::One || dotProduct(seen.normal, half.ray) > 0.0f;
         const float through = seen.timeThrough != nullptr ? seen.timeThrough[cell] : 1.0f;
-        const float timeSeen = isFaced ? visible[i] * through : 0.0f;
+        const float timeSeen = times[i] * through;
         const double factor =
             shares > 0.0 && single[i] > 0.0 ? counted * (share[i] / shares) / single[i] : 0.0;
         auto entry = half.parts.begin();
@@ -180,7 +186,7 @@ void SkyParts::evaluate(const Seen& seen, std::size_t first, std::span<SensorPar
                                                                   sensorKernels::cellCount);
         result.ground = part.groundReflected * seen.groundView;
         result.total = result.beam + result.sky + result.ground;
-        result.directSunHours = seen.hoursScale * static_cast<float>(sums[p].hours);
+        result.directSunHours = static_cast<float>(sums[p].hours);
     }
 }
 

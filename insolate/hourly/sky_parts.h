@@ -42,12 +42,14 @@ public:
         float skyScale = 1;                      ///< what the sky counts by, over that of the cells
         std::array<const float*, 2> visible{};   ///< of the cells' halves, by cell
         std::array<const float*, 2> sunShares{}; ///< the same of their sun, looked at again
-        const float* sunWeight = nullptr;        ///< by sun cell: energy on the surface [Wh/m2]
-        const float* sunVisible = nullptr;       ///< by sun cell: its visible share
+        /// Of the cells' halves, by sun cell: the seen share of the sun's time; null: as visible,
+        /// where the half's ray stands before the surface.
+        std::array<const float*, 2> sunTimes{};
+        const float* sunWeight = nullptr;  ///< by sun cell: energy on the surface [Wh/m2]
+        const float* sunVisible = nullptr; ///< by sun cell: its visible share
         /// By sun cell: the share of its time that glass and crowns let through; null: all of it.
         const float* timeThrough = nullptr;
         float groundView = 0; ///< what the ground's light counts by
-        float hoursScale = 1; ///< counted hours of sun over those of the halves
     };
     /// @param first place of the part that parts begins with
     void evaluate(const Seen& seen, std::size_t first, std::span<SensorPart> parts) const;

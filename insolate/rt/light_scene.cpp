@@ -358,8 +358,9 @@ private:
             from = to;
             depth = std::max(depth + (crossing.enters ? 1 : -1), 0);
         }
-        // Rays may slip out through an edge: what is entered and never left counts nothing.
-        return std::isfinite(distance) ? length + depth * std::max(distance - from, 0.0) : length;
+        // Rays may slip out through an edge: what is entered and never left, on the whole ray and
+        // not only up to the distance, counts nothing.
+        return length;
     }
 };
 

@@ -29,22 +29,22 @@ namespace {
 using test::degree;
 using test::Vector;
 
-/// A scene given by a formula: whether a direction is free.
+/// A scene given by a formula: whether a direction is free, or what it lets through.
 class FormulaScene final : public GetTransparencyValueOnRay {
 public:
-    explicit FormulaScene(std::function<bool(const XYZf&)> isFree, bool doubleSided = false)
+    explicit FormulaScene(std::function<float(const XYZf&)> isFree, bool doubleSided = false)
         : m_isFree(std::move(isFree)), m_doubleSided(doubleSided) {}
     bool getSurfaceDoubleSided() override { return m_doubleSided; }
     float getTransparencyValue(const XYZf&, const XYZf& direction, const XYZf*) override {
         ++rays;
-        return m_isFree(direction) ? 1.0f : 0.0f;
+        return m_isFree(direction);
     }
     int initialise() override { return 0; }
 
     std::atomic<int> rays = 0;
 
 private:
-    std::function<bool(const XYZf&)> m_isFree;
+    std::function<float(const XYZf&)> m_isFree;
     bool m_doubleSided;
 };
 
@@ -728,6 +728,46 @@ TEST(HourlyAnalysis, PartsAddUpAndAreWhatTheyGiveAlone) {
             }
         }
     }
+    // Hours that no first ray sees: the rays to the sun are blocked, all beside them is free.
+    const HourlyAnalysis analysis(year, {.tolerance = 0.0, .sunTolerance = 0.005}, parts);
+    const std::vector<SkyDirections> rays = analysis.firstRays();
+    std::vector<XYZf> hidden;
+    for (const SunCell& cell : year.sunCells) {
+        for (std::size_t half = 0; half < 2; ++half) {
+            hidden.push_back(rays[half].direction(cell.cell % skyGrid::azimuthCount,
+                                                  cell.cell / skyGrid::azimuthCount));
+        }
+    }
+    FormulaScene scene([&](const XYZf& d) {
+        return std::ranges::none_of(hidden, [&](const XYZf& other) {
+            return d.x == other.x && d.y == other.y && d.z == other.z;
+        });
+    });
+    EXPECT_EQ(HourlyAnalysis(year, {.tolerance = 0.0}).evaluate(scene, Sensor{}).directSunHours,
+              0.0f);
+    std::vector<SensorPart> got(13);
+    const SensorResult whole = analysis.evaluate(scene, Sensor{}, got);
+    EXPECT_GT(whole.directSunHours, 100.0f);
+    EXPECT_NEAR(std::accumulate(
+                    got.begin(), got.begin() + 12, 0.0f,
+                    [](float sum, const SensorPart& month) { return sum + month.directSunHours; }),
+                whole.directSunHours, 0.01f);
+}
+
+// Half of a cell that is looked at again leaves the other half its own weight, whatever both let
+// through.
+TEST(HourlyAnalysis, WeighsHalvesOfCellsByTheirOwn) {
+    const auto sine = [](double altitude) {
+        return static_cast<float>(std::sin(altitude * degree));
+    };
+    FormulaScene scene([&](const XYZf& d) {
+        return d.z < sine(22.5) ? 0.9f : d.z < sine(25.0) ? 0.1f : 1.0f;
+    });
+    const float view = Analyses::get().fine.evaluate(scene, Sensor{}).skyViewFactor;
+    EXPECT_NEAR(view,
+                1.0f - 0.1f * sine(22.5) * sine(22.5) -
+                    0.9f * (sine(25.0) * sine(25.0) - sine(22.5) * sine(22.5)),
+                1e-4f);
 }
 
 // What a sensor sees, and for how long the sun stands before it, is a matter of site and scene.

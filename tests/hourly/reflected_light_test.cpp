@@ -573,6 +573,7 @@ TEST(HourlyThroughGlass, WeakensWhatASecondLookFinds) {
     const SensorResult half = resultUnder(0.5f);
     EXPECT_NEAR(half.sky / open.sky, 0.5, 1e-4);
     EXPECT_NEAR(half.beam / open.beam, 0.5, 1e-4);
+    EXPECT_NEAR(half.directSunHours / open.directSunHours, 0.5, 1e-4);
 }
 
 TEST(HourlyThroughGlass, PassesTheCrownOfTheDay) {

@@ -230,10 +230,16 @@ TEST(LightScene, FindsHullsThatAreNotClosed) {
                          std::vector<std::uint16_t>(closed, 0), crown)
                   .openCrowns(),
               0U);
-    EXPECT_EQ(
-        LightScene(scene.coordinates, std::vector<std::uint16_t>(scene.triangleCount(), 0), crown)
-            .openCrowns(),
-        2U); // a hole, and a triangle turned around
+    const LightScene light(scene.coordinates, std::vector<std::uint16_t>(scene.triangleCount(), 0),
+                           crown);
+    EXPECT_EQ(light.openCrowns(), 2U); // a hole, and a triangle turned around
+    // What is entered and left through a hole counts nothing, whatever stands behind.
+    Scene sheet;
+    scenes::addQuad(sheet, {-1, -1, 1}, {-1, 1, 1}, {1, 1, 1}, {1, -1, 1});
+    const LightScene open(sheet.coordinates, std::vector<std::uint16_t>(2, 0), crown);
+    EXPECT_EQ(open.openCrowns(), 1U);
+    EXPECT_EQ(open.transmittance({0.1f, 0.2f, 0}, {0, 0, 1}, 0), 1.0f);
+    EXPECT_EQ(open.transmittance({0.1f, 0.2f, 0}, {0, 0, 1}, 0, 5.0), 1.0f);
 }
 
 TEST(LightScene, MultipliesWhatARayCrosses) {
