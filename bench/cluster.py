@@ -85,7 +85,7 @@ def two() -> None:
     for _ in range(3):
         for count, listed in times.items():
             with workers(count) as cluster, Client(cluster) as client:
-                ins.radiation(block, block.sensors(grid=5.0), weather, client=client)
+                ins.radiation(block, block.sensors(grid=0.5), weather, client=client, block=2048, reflectance=0)
                 begin = time.perf_counter()
                 made = ins.radiation(model, sensors, weather, client=client)
                 listed.append(time.perf_counter() - begin)

@@ -21,6 +21,8 @@ class ScenesPlugin(WorkerPlugin):  # type: ignore[misc, unused-ignore]
                 f"this worker has insolate {_core.version}, the client {self.version}: results would differ; "
                 "install the same version"
             )
+        import zarr  # noqa: F401  # takes half a second, which the first block need not wait for
+
         self.scenes = Scenes()
 
     def __getstate__(self) -> dict[str, str]:

@@ -81,9 +81,11 @@ def _bytes_of(array: Array) -> bytes:
 
 
 def checked_name(name: str) -> str:
-    """The name of a tile, which names folders too."""
-    if not re.fullmatch(r"[A-Za-z0-9_][A-Za-z0-9_.+-]*", name):
-        raise _core.UsageError(f"tile {name!r}: names are letters, digits and _ . + -; rename the tile")
+    """The name of a tile, which names folders too, beside Zarr's own file."""
+    if not re.fullmatch(r"[A-Za-z0-9_][A-Za-z0-9_.+-]*", name) or name.lower() == "zarr.json":
+        raise _core.UsageError(
+            f"tile {name!r}: names are letters, digits and _ . + -, and not zarr.json; rename the tile"
+        )
     return name
 
 

@@ -66,6 +66,8 @@ least_block, most_block, blocks_of_scene = 10_240, 262_144, 128
 tile_block, tile_block_with_hours = 524_288, 65_536
 #: How long the cluster may be without any worker [s].
 patience = 300.0
+#: How often its workers are counted [s].
+looking = 5.0
 #: How often a block is given out again whose workers died; Dask has tried three others each time.
 submissions = 3
 
@@ -120,7 +122,7 @@ def _failure(problem: BaseException) -> _Failure:
     text = str(problem) or type(problem).__name__
     if isinstance(problem, MemoryError):
         return _Failure(f"{text}: the memory is full; calculate on a machine with more, or in smaller tiles")
-    if isinstance(problem, _core.OutputError):
+    if isinstance(problem, (_core.OutputError, OSError)):
         return _Failure(text, True)
     return _Failure(text, False, _core.UsageError if isinstance(problem, _core.UsageError) else _core.DataError)
 
@@ -194,7 +196,7 @@ class _Dask:
     def _wait(self, completed: Any) -> bool:
         """Waits for the next task to end; False when there has been no worker for too long."""
         while not completed.has_ready():
-            if time.monotonic() - self._looked > 1.0:
+            if time.monotonic() - self._looked > looking:
                 self._look()
                 if self._looked - self._seen > patience:
                     return False
@@ -249,7 +251,7 @@ class _Dask:
                     elif isinstance(problem, NoValidWorkerError):
                         failures[name] = _Failure(_no_worker(), True)
                         stopped = True
-                    elif isinstance(problem, (_core.Error, MemoryError)):
+                    elif isinstance(problem, (_core.Error, MemoryError, OSError)):
                         failures[name] = _failure(problem)
                         stopped = stopped or failures[name].is_final
                     elif problem is not None:
@@ -257,7 +259,7 @@ class _Dask:
                 else:
                     failures[name] = _Failure("the scheduler is gone, or has cancelled it", True)
                     stopped = True
-                if time.monotonic() - self._looked > 5.0 and not stopped:
+                if time.monotonic() - self._looked > looking and not stopped:
                     self._look()
                 fill()
         except OSError as problem:  # the scheduler's address does not answer

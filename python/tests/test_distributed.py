@@ -208,6 +208,7 @@ def test_a_worker_that_dies_each_time_is_named(client, weather, tmp_path, monkey
 
 def test_a_cluster_without_workers_is_not_waited_for(town, weather, tmp_path, monkeypatch):
     monkeypatch.setattr(many, "patience", 1.0)
+    monkeypatch.setattr(many, "looking", 0.5)
     with (
         distributed.LocalCluster(n_workers=1, threads_per_worker=1, dashboard_address=":0") as cluster,
         distributed.Client(cluster) as client,
@@ -553,6 +554,7 @@ def test_a_horizon_takes_the_light_from_below_it(weather, tmp_path):
         ({"materials": {"glass": {"reflectance": 0.1}}}, "materials: .*one scene"),
         ({"tiles": {"a": lambda: os.stat("nowhere.obj")}}, "tile a: .*nowhere.obj.*on every worker"),
         ({"tiles": {"a/b": None}}, "rename the tile"),
+        ({"tiles": {"zarr.json": None}}, "rename the tile"),
         ({"tiles": {}}, "give some"),
         ({"grd": 2}, "no such option"),
         ({"block": 0}, "above 0"),
