@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <numeric>
 #include <optional>
@@ -394,7 +395,10 @@ Vector3 areaVector(std::span<const Vector3> polygon) {
     for (std::size_t i = 2; i < polygon.size(); ++i) {
         sum = sum + cross(polygon[i - 1] - polygon[0], polygon[i] - polygon[0]);
     }
-    return sum;
+    // Less is no area in the results, which are floats, and squares to nothing long before it has
+    // no direction.
+    constexpr double smallest = std::numeric_limits<float>::min();
+    return length(sum) < smallest ? Vector3() : sum;
 }
 
 std::vector<std::array<std::uint32_t, 3>> triangulate(std::span<const Vector3> polygon) {
