@@ -49,7 +49,7 @@ struct ReflectionOptions {
     /// Rays of such a cell to other cells, 1..256.
     int linkRays = 24;
     double leastCell = 1.0;     ///< edge of the finest cells [model units], above 0
-    double leastLinkCell = 4.0; ///< the same of cells that other cells find
+    double leastLinkCell = 2.0; ///< the same of cells that other cells find
     /// How far ground is in the scene's shadow [heights of the scene], 0..1e6. Of this and the
     /// edges, what is no such number counts as the default.
     double groundReach = 4.0;
