@@ -284,7 +284,9 @@ double secondsOf(const auto& run) {
     return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-void compare(const Case& one, const HourlyAnalysis& analysis, int paths, double tolerance) {
+/// quick: the same without a tolerance, for another time to compare with.
+void compare(const Case& one, const HourlyAnalysis& analysis, const HourlyAnalysis& quick,
+             int paths, double tolerance) {
     Material material;
     material.reflectance = static_cast<float>(one.reflectance);
     const LightScene scene(one.scene.coordinates,
@@ -294,6 +296,7 @@ void compare(const Case& one, const HourlyAnalysis& analysis, int paths, double 
         sensors.push_back({one.scene.sensors[i], one.scene.normals[i]});
     }
     std::vector<SensorResult> results(sensors.size());
+    const double first = secondsOf([&] { quick.evaluate(scene.opaque(), sensors, results); });
     const double direct = secondsOf([&] { analysis.evaluate(scene.opaque(), sensors, results); });
     ReflectionOptions options;
     options.tolerance = tolerance;
@@ -304,10 +307,10 @@ void compare(const Case& one, const HourlyAnalysis& analysis, int paths, double 
     });
     const ReflectionReport& report = light->report();
     const double count = static_cast<double>(sensors.size());
-    std::printf("%-24s %zu sensors: direct %.1f us, reflected %.1f us (%.2f), cells %.2f, rays %.0f"
-                " a sensor, %d bounces, %.1f MB\n",
+    std::printf("%-24s %zu sensors: direct %.1f us, reflected %.1f us (%.2f, without a tolerance"
+                " %.2f), cells %.2f, rays %.0f a sensor, %d bounces, %.1f MB\n",
                 one.name.c_str(), sensors.size(), direct / count * 1e6, more / count * 1e6,
-                1 + more / direct, static_cast<double>(report.cells) / count,
+                1 + more / direct, 1 + more / first, static_cast<double>(report.cells) / count,
                 static_cast<double>(report.rays) / count, report.bounces,
                 static_cast<double>(report.bytes) / 1e6);
     const PathTracing tracing(analysis, scene, options.groundReach);
@@ -358,7 +361,8 @@ void compare(const Case& one, const HourlyAnalysis& analysis, int paths, double 
     std::fflush(stdout);
 }
 
-/// What evaluate() takes where a tenth of the triangles let light through, over an opaque scene.
+/// What evaluate() takes where a tenth of the triangles let light through, over an opaque scene;
+/// and where they are left out, as the holes alone have more edges of shadows to look at.
 void timeThrough(const Case& one, const HourlyAnalysis& analysis) {
     std::vector<Material> materials(3);
     materials[1].passage = Material::Passage::Pane;
@@ -371,6 +375,14 @@ void timeThrough(const Case& one, const HourlyAnalysis& analysis) {
         sensors.push_back({one.scene.sensors[i], one.scene.normals[i]});
     }
     std::vector<SensorResult> results(sensors.size());
+    std::vector<double> others;
+    for (std::size_t i = 0; i < one.scene.coordinates.size(); ++i) {
+        if (i / 9 % 10 != 0) {
+            others.push_back(one.scene.coordinates[i]);
+        }
+    }
+    const LightScene without(others, std::vector<std::uint16_t>(others.size() / 9, 0), materials);
+    const double holes = secondsOf([&] { analysis.evaluate(without, sensors, results); });
     double seconds[3] = {};
     for (std::uint16_t kind = 0; kind < 3; ++kind) {
         for (std::size_t i = 0; i < materialOf.size(); i += 10) {
@@ -379,8 +391,10 @@ void timeThrough(const Case& one, const HourlyAnalysis& analysis) {
         const LightScene scene(one.scene.coordinates, materialOf, materials);
         seconds[kind] = secondsOf([&] { analysis.evaluate(scene, sensors, results); });
     }
-    std::printf("%-24s a tenth of glass %.2f, of leaves %.2f times the time of the opaque scene\n",
-                one.name.c_str(), seconds[1] / seconds[0], seconds[2] / seconds[0]);
+    std::printf("%-24s a tenth of glass %.2f, of leaves %.2f, left out %.2f times the time of the"
+                " opaque scene\n",
+                one.name.c_str(), seconds[1] / seconds[0], seconds[2] / seconds[0],
+                holes / seconds[0]);
     std::fflush(stdout);
 }
 
@@ -396,10 +410,13 @@ int main(int argc, char** argv) {
         return 1;
     }
     const HourlyAnalysis analysis(buildHourlySky(weather.series));
+    HourlyAnalysisOptions noTolerance;
+    noTolerance.tolerance = 0.0;
+    const HourlyAnalysis quick(analysis.sky(), noTolerance);
     const int paths = argc > 2 ? std::atoi(argv[2]) : 20000;
     const double tolerance = argc > 4 ? std::atof(argv[4]) : 0.0;
     for (const Case& one : cases(argc > 3 ? argv[3] : "")) {
-        compare(one, analysis, paths, tolerance);
+        compare(one, analysis, quick, paths, tolerance);
         if (one.reflectance < 0.3 && one.hasTerrain && tolerance == 0.0) {
             timeThrough(one, analysis);
         }

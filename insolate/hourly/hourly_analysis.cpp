@@ -47,8 +47,8 @@ constexpr float littleGroundView = 0.15f;
 
 /// Pieces of the ground whose mean direction is nearer to the surface's plane than this (a sine)
 /// may be cut by it: 14 degrees, half the diagonal of the largest. Of 384 rays pieces are 10.6
-/// degrees wide and 5 (horizon) to 25 (nadir) high; of a quarter of them 22.5 wide and 10 to 15 high
-/// down to where the plane of a surface that takes so few passes.
+/// degrees wide and 5 (horizon) to 25 (nadir) high; of a quarter of them 22.5 wide and 10 to 15
+/// high down to where the plane of a surface that takes so few passes.
 constexpr float nearPlane = 0.24f;
 
 /// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more.
@@ -487,7 +487,7 @@ private:
             timeThrough.assign(m_shared.sky.sunCells.size(), 1.0f);
             for (const ThroughCell& touched : m_through) {
                 if (touched.sunCell >= 0) { // of several seasons each part has its own
-                    timeThrough[static_cast<std::size_t>(touched.sunCell)] = touched.sun.front();
+                    timeThrough[static_cast<std::size_t>(touched.sunCell)] = *sunThrough(touched);
                 }
             }
         }
@@ -524,8 +524,9 @@ private:
                 const auto patch =
                     static_cast<std::size_t>(skyPatches::ofCell(static_cast<int>(touched.cell)));
                 for (std::size_t s = 0; s < seasons.size(); ++s) {
-                    sky += seasons[s].patches[patch] * touched.sky[s];
-                    sun += touched.sunCell >= 0 ? seasons[s].sunCells[j] * touched.sun[s] : 0.0f;
+                    sky += seasons[s].patches[patch] * skyThrough(touched)[s];
+                    sun += touched.sunCell >= 0 ? seasons[s].sunCells[j] * sunThrough(touched)[s]
+                                                : 0.0f;
                 }
                 m_seen[touched.cell] = touched.seen * sky;
                 if (touched.sunCell >= 0) {
@@ -818,8 +819,15 @@ private:
         std::size_t cell;
         int sunCell;            // -1 for none
         float seen, sunVisible; // before
-        std::vector<float> sky, sun;
+        std::size_t first;      // of its shares in m_throughShares
     };
+    /// What comes through in each season: of the sky's light, and of the sun's.
+    const float* skyThrough(const ThroughCell& touched) const {
+        return m_throughShares.data() + touched.first;
+    }
+    const float* sunThrough(const ThroughCell& touched) const {
+        return skyThrough(touched) + m_shared.seasons.size();
+    }
 
     /// Weakens what comes through glass and crowns. Only cells that opaque triangles leave open and
     /// translucent ones do not are asked ray by ray.
@@ -836,43 +844,46 @@ private:
         }
         untouched = asked;
         m_light->translucent().visibleSkies(m_origin, m_shared.first.directions, untouched);
+        SkyCellSet changed;
+        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+            changed.words[word] = (asked[0].words[word] ^ untouched[0].words[word]) |
+                                  (asked[1].words[word] ^ untouched[1].words[word]);
+        }
         const std::size_t seasons = m_shared.seasons.size();
         std::vector<float> through(seasons);
-        for (std::size_t j = 0, cell = 0; cell < cellCount; ++cell) {
-            const int azimuth = static_cast<int>(cell) % skyGrid::azimuthCount;
-            const int altitude = static_cast<int>(cell) / skyGrid::azimuthCount;
+        const auto cells = static_cast<std::size_t>(changed.count());
+        m_through.reserve(cells);
+        m_throughShares.assign(2 * cells * seasons, 0.0f);
+        std::size_t j = 0;
+        Rays::forEach(changed, [&](std::size_t cell, int azimuth, int altitude) {
             while (j < m_shared.sky.sunCells.size() &&
                    m_shared.sky.sunCells[j].cell < static_cast<int>(cell)) {
                 ++j;
             }
             const bool hasSun = j < m_shared.sky.sunCells.size() &&
                                 m_shared.sky.sunCells[j].cell == static_cast<int>(cell);
-            const auto contains = [&](const SkyCellSet& set) {
-                return set.contains(azimuth, altitude);
-            };
-            if (contains(asked[0]) == contains(untouched[0]) &&
-                contains(asked[1]) == contains(untouched[1])) {
-                continue;
-            }
-            ThroughCell touched{cell,
-                                hasSun ? static_cast<int>(j) : -1,
-                                m_seen[cell],
-                                hasSun ? m_sunVisible[j] : 0.0f,
-                                std::vector<float>(seasons, 0.0f),
-                                std::vector<float>(seasons, 0.0f)};
+            const ThroughCell touched{cell, hasSun ? static_cast<int>(j) : -1, m_seen[cell],
+                                      hasSun ? m_sunVisible[j] : 0.0f,
+                                      2 * seasons * m_through.size()};
+            float* const sky = m_throughShares.data() + touched.first;
+            float* const suns = sky + seasons;
             float rays = 0.0f;
             float sunRays = 0.0f;
             for (std::size_t half = 0; half < 2; ++half) {
-                if (!contains(asked[half])) {
+                if (!asked[half].contains(azimuth, altitude)) {
                     continue;
                 }
-                m_light->transmittances(
-                    m_origin, m_shared.first.directions[half].direction(azimuth, altitude),
-                    through);
+                if (untouched[half].contains(azimuth, altitude)) {
+                    std::fill(through.begin(), through.end(), 1.0f);
+                } else {
+                    m_light->transmittances(
+                        m_origin, m_shared.first.directions[half].direction(azimuth, altitude),
+                        through);
+                }
                 // Of the other half too, where only this one has a ray.
                 float sun = 0.0f;
                 for (std::size_t other = 0; other < 2 && hasSun; ++other) {
-                    if (other == half || !contains(m_look.asked[other])) {
+                    if (other == half || !m_look.asked[other].contains(azimuth, altitude)) {
                         const FirstRays::Sun& part = m_shared.first.sun[other];
                         const XYZf energy{part.energyX[j], part.energyY[j], part.energyZ[j]};
                         sun += received(energy, vectorLength(energy));
@@ -881,42 +892,43 @@ private:
                 rays += 1.0f;
                 sunRays += sun;
                 for (std::size_t s = 0; s < seasons; ++s) {
-                    touched.sky[s] += through[s];
-                    touched.sun[s] += sun * through[s];
+                    sky[s] += through[s];
+                    suns[s] += sun * through[s];
                 }
             }
             for (std::size_t s = 0; s < seasons; ++s) {
-                touched.sky[s] /= rays;
-                touched.sun[s] = sunRays > 0.0f ? touched.sun[s] / sunRays : touched.sky[s];
+                sky[s] /= rays;
+                suns[s] = sunRays > 0.0f ? suns[s] / sunRays : sky[s];
             }
             weaken(touched);
-            m_through.push_back(std::move(touched));
-        }
+            m_through.push_back(touched);
+        });
     }
 
     /// A second look may have found something open in a cell whose first rays are blocked: these
     /// stand for what is in its way all the same.
     void askBehindEdges(std::array<SkyCellSet, 2>& asked) const {
-        const auto askAt = [&](std::size_t cell) {
-            const int azimuth = static_cast<int>(cell) % skyGrid::azimuthCount;
-            const int altitude = static_cast<int>(cell) / skyGrid::azimuthCount;
-            if (asked[0].contains(azimuth, altitude) || asked[1].contains(azimuth, altitude)) {
-                return;
-            }
-            for (std::size_t half = 0; half < 2; ++half) {
-                if (m_look.asked[half].contains(azimuth, altitude)) {
-                    asked[half].insert(azimuth, altitude);
-                }
-            }
-        };
-        for (std::size_t cell = 0; cell < cellCount; ++cell) {
+        SkyCellSet left;
+        for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+            left.words[word] = (m_look.asked[0].words[word] | m_look.asked[1].words[word]) &
+                               ~(asked[0].words[word] | asked[1].words[word]);
+        }
+        SkyCellSet open;
+        Rays::forEach(left, [&](std::size_t cell, int azimuth, int altitude) {
             if (m_seen[cell] > 0.0f) {
-                askAt(cell);
+                open.insert(azimuth, altitude);
+            }
+        });
+        for (std::size_t j = 0; j < m_shared.sky.sunCells.size(); ++j) {
+            const int cell = m_shared.sky.sunCells[j].cell;
+            if (m_sunVisible[j] > 0.0f) {
+                open.insert(cell % skyGrid::azimuthCount, cell / skyGrid::azimuthCount);
             }
         }
-        for (std::size_t j = 0; j < m_shared.sky.sunCells.size(); ++j) {
-            if (m_sunVisible[j] > 0.0f) {
-                askAt(static_cast<std::size_t>(m_shared.first.cellOfSun[j]));
+        open &= left;
+        for (std::size_t half = 0; half < 2; ++half) {
+            for (std::size_t word = 0; word < SkyCellSet::wordCount; ++word) {
+                asked[half].words[word] |= m_look.asked[half].words[word] & open.words[word];
             }
         }
     }
@@ -928,9 +940,10 @@ private:
         float sun = 0.0f;
         for (std::size_t s = 0; s < m_shared.seasons.size(); ++s) {
             const Prepared::Season& season = m_shared.seasons[s];
-            sky += season.patches[patch] * touched.sky[s];
+            sky += season.patches[patch] * skyThrough(touched)[s];
             if (touched.sunCell >= 0) {
-                sun += season.sunCells[static_cast<std::size_t>(touched.sunCell)] * touched.sun[s];
+                sun += season.sunCells[static_cast<std::size_t>(touched.sunCell)] *
+                       sunThrough(touched)[s];
             }
         }
         const float lost = m_seen[touched.cell] * (1.0f - sky);
@@ -951,10 +964,10 @@ private:
     /// Puts what is seen in one season in the place of the means over all.
     void takeSeason(std::size_t season) {
         for (const ThroughCell& touched : m_through) {
-            m_seen[touched.cell] = touched.seen * touched.sky[season];
+            m_seen[touched.cell] = touched.seen * skyThrough(touched)[season];
             if (touched.sunCell >= 0) {
                 m_sunVisible[static_cast<std::size_t>(touched.sunCell)] =
-                    touched.sunVisible * touched.sun[season];
+                    touched.sunVisible * sunThrough(touched)[season];
             }
         }
     }
@@ -1276,6 +1289,7 @@ private:
     std::array<std::array<float, cellCount>, 2> m_visible;     // of the cells' halves
     std::vector<std::array<float, patchCount>> m_patchWeights; // by season
     std::vector<ThroughCell> m_through;
+    std::vector<float> m_throughShares;
     std::vector<float> m_groundThrough; // by season: of m_groundView, what comes through something
     // Of the sun cells: energy on the surface [Wh/m2], its visible share.
     std::array<float, cellCount + lanes> m_sunWeight;
