@@ -5,6 +5,8 @@
 #include <insolate/solar/sun_position.h>
 #include <insolate/weather/all_weather_luminance.h>
 
+#include <oneapi/tbb/parallel_for.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -38,14 +40,24 @@ struct PatchTable {
 };
 constexpr PatchTable patchTable;
 
-/// The hour's luminance relative to the other cells, added over its sun positions.
+/// Light of an hour's sky, of which the radiance of the cells is still to be found.
+struct LitSky {
+    std::size_t skyHour;
+    double diffuseHorizontal;   ///< in the period [Wh/m2]
+    bool isUniform;             ///< no sun is up; the rest holds for other hours alone
+    AllWeatherSky coefficients; ///< of the whole hour
+    std::size_t firstSun;       ///< places of the sun in the period
+    std::size_t sunCount;
+};
+
+/// The radiance of an hour's sky: the model's luminance added over the places of the sun.
 ///
 /// Both factors of the model are separate: the one of the horizon depends on the band alone and is
 /// averaged over it, the one of the sun depends on the angle to the sun alone and comes from a
 /// table.
-class LuminanceSum {
+class SkyRadiance {
 public:
-    explicit LuminanceSum(const SkyCells& cells) {
+    explicit SkyRadiance(const SkyCells& cells) : m_cells(cells) {
         for (std::size_t i = 0; i < cellCount; ++i) {
             m_centres.x[i] = cells.centre[i].x;
             m_centres.y[i] = cells.centre[i].y;
@@ -75,54 +87,52 @@ public:
         }
     }
 
-    void start(const AllWeatherSky& sky) {
-        m_suns.clear();
-        std::array<float, tableSize + 1>& values = m_table.values;
+    /// The radiance of each cell, scaled so that it gives the diffuse horizontal. A sky without any
+    /// light after the model's limits is a uniform one. May be asked by several threads at once.
+    void find(const LitSky& sky, std::span<const XYZf> suns,
+              std::span<float, cellCount> radiance) const {
+        if (sky.isUniform) {
+            std::fill(radiance.begin(), radiance.end(),
+                      static_cast<float>(sky.diffuseHorizontal / pi));
+            return;
+        }
+        LuminanceTable table;
         for (std::size_t i = 0; i <= tableSize; ++i) {
-            values[i] = static_cast<float>(sunFactor(sky, m_angles[i], m_squaredCosines[i]));
+            table.values[i] =
+                static_cast<float>(sunFactor(sky.coefficients, m_angles[i], m_squaredCosines[i]));
         }
         for (std::size_t i = 0; i < tableSize; ++i) {
-            m_table.steps[i] = values[i + 1] - values[i];
+            table.steps[i] = table.values[i + 1] - table.values[i];
         }
+        sumOverSuns(m_centres, suns.subspan(sky.firstSun, sky.sunCount), table, radiance);
+        double horizontal = 0.0;
         for (std::size_t band = 0; band < bandCount; ++band) {
             double mean = 0.0;
             for (std::size_t i = 0; i < 4; ++i) {
-                mean += m_bandWeight[band][i] * horizonFactor(sky, m_bandSine[band][i]);
+                mean +=
+                    m_bandWeight[band][i] * horizonFactor(sky.coefficients, m_bandSine[band][i]);
             }
-            m_horizon[band] = static_cast<float>(mean);
-        }
-    }
-
-    void addSun(const XYZf& sun) { m_suns.push_back(sun); }
-
-    /// The radiance of each cell, scaled so that it gives the diffuse horizontal. A sky without any
-    /// light after the model's limits is a uniform one.
-    void finish(const SkyCells& cells, double diffuseHorizontal,
-                std::span<float, cellCount> radiance) {
-        sumOverSuns(m_centres, m_suns, m_table, m_sum);
-        double horizontal = 0.0;
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            m_sum[i] *= m_horizon[i / sectorCount];
-            horizontal += static_cast<double>(m_sum[i]) * static_cast<double>(cells.momentZ[i]);
+            for (std::size_t i = band * sectorCount; i < (band + 1) * sectorCount; ++i) {
+                radiance[i] *= static_cast<float>(mean);
+                horizontal +=
+                    static_cast<double>(radiance[i]) * static_cast<double>(m_cells.momentZ[i]);
+            }
         }
         const bool dark = !(horizontal > 1e-9);
-        const auto scale = static_cast<float>(diffuseHorizontal / (dark ? pi : horizontal));
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            radiance[i] = dark ? scale : m_sum[i] * scale;
+        const auto scale = static_cast<float>(sky.diffuseHorizontal / (dark ? pi : horizontal));
+        for (float& one : radiance) {
+            one = dark ? scale : one * scale;
         }
     }
 
 private:
     static constexpr std::size_t tableSize = LuminanceTable::size;
+    const SkyCells& m_cells;
     CellCentres m_centres;
     std::array<double, tableSize + 1> m_angles{};
     std::array<double, tableSize + 1> m_squaredCosines{};
     std::array<std::array<double, 4>, bandCount> m_bandSine{};
     std::array<std::array<double, 4>, bandCount> m_bandWeight{};
-    LuminanceTable m_table;
-    std::vector<XYZf> m_suns;
-    std::array<float, bandCount> m_horizon{};
-    std::array<float, cellCount> m_sum{};
 };
 
 /// A sub-step with the sun up.
@@ -201,11 +211,10 @@ class Builder {
 public:
     Builder(const WeatherSeries& weather, const AnalysisPeriod& period,
             const HourlySkyOptions& options)
-        : m_weather(weather), m_cells(options.northOffset), m_luminance(m_cells) {
+        : m_weather(weather), m_cells(options.northOffset) {
         m_sky.site = weather.site;
         m_sky.period = period;
         m_sky.options = options;
-        m_diffuse.fill(0.0);
     }
 
     HourlySky build() {
@@ -217,10 +226,7 @@ public:
                 walkHour(day, hour);
             }
         }
-        m_sky.diffuse.resize(cellCount);
-        for (std::size_t i = 0; i < cellCount; ++i) {
-            m_sky.diffuse[i] = static_cast<float>(m_diffuse[i]);
-        }
+        lightSkies();
         collectSun();
         m_sky.valid = true;
         return std::move(m_sky);
@@ -309,12 +315,14 @@ private:
         if (!m_steps.empty()) {
             directHorizontal = placeDirect(direct);
             if (placedDiffuse > 0.0) {
-                placeDiffuse(direct, diffuse, placedDiffuse);
+                addSky(direct, diffuse, placedDiffuse);
             }
         } else if (direct > 0.0 || diffuse > 0.0) {
             const double global = valueOrZero(m_weather.globalHorizontal[k]);
             placedDiffuse += std::max(direct > 0.0 ? global - diffuse : 0.0, 0.0) * share;
-            m_radiance.fill(static_cast<float>(placedDiffuse / pi));
+            if (placedDiffuse > 0.0) {
+                m_lit.push_back({m_sky.skyHours.size(), placedDiffuse, true, {}, 0, 0});
+            }
             report.directWithoutSun += direct * share;
             report.diffuseWithoutSun += placedDiffuse;
             ++report.hoursWithoutSun;
@@ -334,7 +342,6 @@ private:
         skyHour.diffuse = static_cast<float>(placedDiffuse);
         skyHour.groundReflected = static_cast<float>(reflected);
         m_sky.skyHours.push_back(skyHour);
-        storePatches(placedDiffuse > 0.0);
     }
 
     /// Shares the direct radiation among the steps; gives what fell on the horizontal in the
@@ -365,7 +372,7 @@ private:
 
     /// One set of coefficients an hour, from the hour's own means and its mean sun, as the model
     /// was fitted with hourly values; the sun's place itself moves with the steps.
-    void placeDiffuse(double direct, double diffuse, double placed) {
+    void addSky(double direct, double diffuse, double placed) {
         XYZf mean{0, 0, 0};
         for (const Step& step : m_steps) {
             mean = {mean.x + step.direction.x, mean.y + step.direction.y,
@@ -378,27 +385,47 @@ private:
         const AllWeatherSky coefficients =
             allWeatherSky(direct * rate, diffuse * rate, zenith, m_steps.front().distance);
         m_sky.report.skiesLimited += coefficients.limited ? 1 : 0;
-        m_luminance.start(coefficients);
+        const std::size_t firstSun = m_suns.size();
         for (const Step& step : m_steps) {
             if (step.inPeriod) {
-                m_luminance.addSun(step.direction);
+                m_suns.push_back(step.direction);
             }
         }
-        m_luminance.finish(m_cells, placed, m_radiance);
+        m_lit.push_back({m_sky.skyHours.size(), placed, false, coefficients, firstSun,
+                         m_suns.size() - firstSun});
     }
 
-    void storePatches(bool lit) {
-        const std::size_t first = m_sky.patchRadiance.size();
-        m_sky.patchRadiance.resize(first + patchCount, 0.0f);
-        if (!lit) {
-            return;
+    /// Finds the radiance of all hours' skies, which is most of the work, several at once; they are
+    /// added up in the order of time, so that sums are the same for any number of threads.
+    void lightSkies() {
+        constexpr std::size_t atOnce = 256; // of 5 kB each
+        const SkyRadiance radianceOf(m_cells);
+        m_sky.patchRadiance.assign(m_sky.skyHours.size() * patchCount, 0.0f);
+        std::vector<std::array<float, cellCount>> radiance(std::min(atOnce, m_lit.size()));
+        std::vector<double> sum(cellCount, 0.0);
+        for (std::size_t first = 0; first < m_lit.size(); first += atOnce) {
+            const std::size_t count = std::min(atOnce, m_lit.size() - first);
+            tbb::parallel_for(std::size_t{0}, count, [&](std::size_t i) {
+                radianceOf.find(m_lit[first + i], m_suns, radiance[i]);
+                storePatches(m_lit[first + i].skyHour, radiance[i]);
+            });
+            for (std::size_t i = 0; i < count; ++i) {
+                for (std::size_t cell = 0; cell < cellCount; ++cell) {
+                    sum[cell] += static_cast<double>(radiance[i][cell]);
+                }
+            }
         }
-        float* patches = m_sky.patchRadiance.data() + first;
+        m_sky.diffuse.resize(cellCount);
+        std::transform(sum.begin(), sum.end(), m_sky.diffuse.begin(),
+                       [](double all) { return static_cast<float>(all); });
+    }
+
+    void storePatches(std::size_t skyHour, std::span<const float, cellCount> radiance) {
+        float* patches = m_sky.patchRadiance.data() + skyHour * patchCount;
         std::array<float, patchCount> solidAngle{};
         for (std::size_t i = 0; i < cellCount; ++i) {
             const std::size_t patch = patchTable.ofCell[i];
-            m_diffuse[i] += static_cast<double>(m_radiance[i]);
-            patches[patch] += m_radiance[i] * m_cells.solidAngle[i];
+            patches[patch] += radiance[i] * m_cells.solidAngle[i];
             solidAngle[patch] += m_cells.solidAngle[i];
         }
         for (std::size_t p = 0; p < patchCount; ++p) {
@@ -495,11 +522,10 @@ private:
     const WeatherSeries& m_weather;
     SkyCells m_cells;
     HourlySky m_sky;
-    LuminanceSum m_luminance;
     std::vector<Step> m_steps;
     std::vector<PlacedStep> m_placed;
-    std::array<float, cellCount> m_radiance{};
-    std::array<double, cellCount> m_diffuse{};
+    std::vector<LitSky> m_lit;
+    std::vector<XYZf> m_suns; ///< of the lit skies
 };
 
 } // namespace
