@@ -129,8 +129,12 @@ def sky_of(weather: Path, folder: Path) -> str:
     )
 
 
-def traced(folder: Path, scene: str, sensors: tuple[Array, Array], bounces: int) -> Array:
-    """Irradiation of the sensors by Radiance [kWh/m2]."""
+def traced(folder: Path, scene: str, sensors: tuple[Array, Array], bounces: int, samples: int = 0) -> Array:
+    """Irradiation of the sensors by Radiance [kWh/m2].
+
+    samples: rays of each sensor that are followed one by one, without interpolation and with no light left out
+    (weak rays go on by chance); 0 takes settings as they are usual.
+    """
     environment = dict(os.environ, RAYPATH=f".:{library}", PATH=f"{programs}:{os.environ['PATH']}")
     (folder / "scene.rad").write_text(scene, encoding="utf-8")
     tree = subprocess.run(
@@ -141,6 +145,8 @@ def traced(folder: Path, scene: str, sensors: tuple[Array, Array], bounces: int)
     quality = f"-ab {bounces} -aa 0.2 -ar 64 -ad 512 -as 128 -lw 1e-3 -lr 8 -dj 0.9 -dt 0.03 -dc 0.8 -ds 0 -st 1"
     if bounces == 1:
         quality = "-ab 1 -aa 0 -ad 4096 -as 1024 -lw 1e-6 -dj 0.9 -dt 0 -dc 1 -ds 0 -st 1"
+    if samples > 0:
+        quality = f"-ab {bounces} -aa 0 -ad {samples} -as 0 -lw 1e-6 -lr -20 -dj 0.9 -dt 0 -dc 1 -ds 0 -st 1"
     found = subprocess.run(
         [programs / "rtrace", "-h", "-I+", "-n", "2", *quality.split(), "scene.oct"],
         cwd=folder, env=environment, capture_output=True, input=rays + "\n", text=True,
@@ -150,7 +156,7 @@ def traced(folder: Path, scene: str, sensors: tuple[Array, Array], bounces: int)
     return np.array([[float(value) for value in line.split()] for line in found.stdout.splitlines()])[:, 1]
 
 
-def compare(weather: Path, folder: Path, sky: str, *, height: float, court: float, wall: float) -> None:
+def compare(weather: Path, folder: Path, sky: str, *, height: float, court: float, wall: float, samples: int) -> None:
     made = quads(height, court)
     reflectances = {"ground": 0.2, "wall": wall, "roof": 0.3}
     corners: list[tuple[float, float, float]] = []
@@ -183,7 +189,7 @@ def compare(weather: Path, folder: Path, sky: str, *, height: float, court: floa
                 text += f"{name} polygon {name}{number}\n0\n0\n12 {points}\n"
         return text
 
-    theirs = traced(folder, scene(reflectances), (positions, normals), 5)
+    theirs = traced(folder, scene(reflectances), (positions, normals), 12 if samples > 0 else 5, samples)
     theirs_black = traced(folder, scene(dict.fromkeys(reflectances, 0.0)), (positions, normals), 1)
     print(f"walls of {wall}, houses of {height:.0f} m and more, a court of {2 * court:.0f} m")
     print(
@@ -206,11 +212,12 @@ def compare(weather: Path, folder: Path, sky: str, *, height: float, court: floa
 def main() -> None:
     data = Path(os.environ.get("INSOLATE_TEST_DATA", "."))
     weather = Path(sys.argv[1]) if len(sys.argv) > 1 else data / "weather" / "chicago.epw"
+    samples = int(sys.argv[2]) if len(sys.argv) > 2 else 0
     print(f"insolate {ins.__version__}, pyradiance {version('pyradiance')}")
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
         sky = sky_of(weather, folder)
-        compare(weather, folder, sky, height=12.0, court=8.0, wall=0.35)
+        compare(weather, folder, sky, height=12.0, court=8.0, wall=0.35, samples=samples)
 
 
 if __name__ == "__main__":

@@ -192,10 +192,14 @@ public:
             m_weight[s] += weightOf(s);
             m_knownWeight[s] += more * weightOf(s);
         }
+        const float* const direct = cells.direct(cell);
+        const float* const indirect = cells.indirect(cell);
+        const bool hasSeasons = m_weight.size() > 1;
+        double weight = weightOf(0);
         for (std::size_t b = 0; b < m_direct.size(); ++b) {
-            const double weight = weightOf(m_sources.seasonOf(b));
-            const auto light = static_cast<double>(cells.indirect(cell)[b]);
-            m_direct[b] += weight * static_cast<double>(cells.direct(cell)[b]);
+            weight = hasSeasons ? weightOf(m_sources.seasonOf(b)) : weight;
+            const auto light = static_cast<double>(indirect[b]);
+            m_direct[b] += weight * static_cast<double>(direct[b]);
             m_known[b] += more * weight * light;
             m_filled[b] += weight * light;
         }
