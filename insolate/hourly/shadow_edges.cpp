@@ -12,6 +12,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <numeric>
 
 namespace insolate {
 namespace {
@@ -69,9 +70,24 @@ constexpr std::array<Schedule, 3> schedules{
     scheduleOf({4, 4, 4, 4, 6, 8, 10, 14, 18, 24, 31, 41, 54, 72, 95, 125, 165, 217}, 0.8),
     scheduleOf({4, 4, 4, 6, 8, 10, 13, 17, 23, 30, 40, 53, 64, 64, 64, 64, 64, 64}, 2.0)};
 
+/// The numbers of the sun's rays, each once.
+constexpr auto sunFanSizes = [] {
+    std::array<std::size_t, stepCount> sizes{};
+    std::size_t count = 0;
+    for (const Step& step : schedules[1]) {
+        if (count == 0 || sizes[count - 1] != step.rays) {
+            sizes[count++] = step.rays;
+        }
+    }
+    return sizes;
+}();
+
 /// Fewer rays than these agree too often though an edge passes between them. With this first third
 /// a sensor gets 14 % (courts) to 36 % (facades) fewer rays at the same error than without.
-constexpr std::uint32_t fewestAtFirst = 4;
+constexpr std::size_t fewestAtFirst = 4;
+
+/// Parts of the compass, of 20 degrees: rays of one of them are asked one after the other.
+constexpr std::size_t columnCount = 18;
 
 /// Squared errors, summed by kind and by the power of two of each.
 class ErrorHistogram {
@@ -204,14 +220,51 @@ EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& first,
     for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
         const SunCell& sun = sky.sunCells[j];
         m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<std::int16_t>(j);
-        const int end = sun.firstStep + sun.stepCount;
-        int middle = sun.firstStep;
-        while (middle < end &&
-               FirstRays::halfOf(sky.sunSteps[static_cast<std::size_t>(middle)]) == 0) {
-            ++middle;
-        }
-        m_steps.push_back({sun.firstStep, middle, end});
+        const std::span<const SunStep> steps =
+            std::span(sky.sunSteps)
+                .subspan(static_cast<std::size_t>(sun.firstStep),
+                         static_cast<std::size_t>(sun.stepCount));
+        const auto middle = static_cast<std::size_t>(
+            std::ranges::find(steps, std::size_t{1}, FirstRays::halfOf) - steps.begin());
+        m_sunFans.push_back({addSunFans(steps.first(middle)), addSunFans(steps.subspan(middle))});
     }
+}
+
+EdgeTables::SunFans EdgeTables::addSunFans(std::span<const SunStep> steps) {
+    const SunFans fans{steps.size(), m_sunRays.size()};
+    for (const std::size_t planned : sunFanSizes) {
+        const std::size_t count = std::min(planned, steps.size());
+        // Every third ray, and then those beside.
+        for (std::size_t start = 0; start < 3; ++start) {
+            for (std::size_t ray = start; ray < count; ray += 3) {
+                XYZf energy{0, 0, 0};
+                float hours = 0.0f;
+                for (std::size_t s = ray * steps.size() / count;
+                     s < (ray + 1) * steps.size() / count; ++s) {
+                    energy = sum(energy, steps[s].energy);
+                    hours += steps[s].sunHours;
+                }
+                const float length = vectorLength(energy);
+                m_sunRays.push_back(
+                    {length > 0.0f ? scaled(energy, 1.0f / length) : energy, length, hours});
+            }
+        }
+        if (planned >= steps.size()) {
+            break;
+        }
+    }
+    return fans;
+}
+
+std::span<const EdgeTables::SunRay> EdgeTables::sunRays(std::size_t sunCell, std::size_t half,
+                                                        std::size_t planned) const {
+    const SunFans& fans = m_sunFans[sunCell][half];
+    const std::size_t count = std::min(planned, fans.steps);
+    std::size_t first = fans.first;
+    for (std::size_t i = 0; sunFanSizes[i] < count; ++i) {
+        first += sunFanSizes[i];
+    }
+    return std::span(m_sunRays).subspan(first, count);
 }
 
 /// Adds the halves of cells that are seen differently from one beside, above or below them.
@@ -356,14 +409,7 @@ std::span<const ShadowEdges::Fan> ShadowEdges::lookAgain(const Rays& rays,
         return {};
     }
     chooseFans(allowed);
-    for (Fan& fan : m_fans) {
-        spread(fan);
-    }
-    ask(rays, false);
-    ask(rays, true);
-    for (Fan& fan : m_fans) {
-        take(fan);
-    }
+    askFans(rays);
     return m_fans;
 }
 
@@ -393,120 +439,161 @@ void ShadowEdges::chooseFans(const EdgeTolerance& allowed) {
         }
     }
     const ErrorHistogram bins(largest);
+    // Rays that go together are asked faster: column by column, the ground after the sky.
+    std::array<std::uint16_t, 2 * columnCount + 1> ends{};
+    const auto isChosen = [&](const Doubt& doubt) {
+        return bins.binOf(doubt.error) >= limits[static_cast<std::size_t>(doubt.kind)];
+    };
+    for (std::size_t i = 0; i < m_doubtCount; ++i) {
+        if (isChosen(m_doubts[i])) {
+            ++ends[columnOf(m_doubts[i]) + 1];
+        }
+    }
+    std::partial_sum(ends.begin(), ends.end(), ends.begin());
+    m_fans.resize(ends.back());
     for (std::size_t i = 0; i < m_doubtCount; ++i) {
         const Doubt& doubt = m_doubts[i];
-        const auto kind = static_cast<std::size_t>(doubt.kind);
-        const std::size_t bin = bins.binOf(doubt.error);
-        if (bin >= limits[kind]) {
-            m_fans.push_back(
-                {.kind = doubt.kind,
-                 .half = doubt.half,
-                 .place = doubt.place,
-                 .rays = schedules[kind][std::min(bin - limits[kind], stepCount - 1)].rays});
+        if (isChosen(doubt)) {
+            const auto kind = static_cast<std::size_t>(doubt.kind);
+            const std::size_t above = bins.binOf(doubt.error) - limits[kind];
+            m_fans[ends[columnOf(doubt)]++] = {
+                .kind = doubt.kind,
+                .half = doubt.half,
+                .place = doubt.place,
+                .planned = schedules[kind][std::min(above, stepCount - 1)].rays};
         }
     }
 }
 
-/// Adds the samples of a fan, those that are asked first before the others.
-void ShadowEdges::spread(Fan& fan) {
-    const std::uint32_t wanted = fan.rays;
-    fan.rays = 0;
-    fan.first = static_cast<std::uint32_t>(m_samples.size());
-    const auto add = [&](const XYZf& direction, float weight, float hours) {
-        m_samples.push_back({direction, weight, hours, 0.0f});
-        fan.weight += weight;
-        ++fan.rays;
-    };
+/// Which of the columns of the sky a place lies in, or of those of the ground behind them.
+std::size_t ShadowEdges::columnOf(const Doubt& doubt) const {
+    if (doubt.kind == Kind::Ground) {
+        const auto count = static_cast<std::size_t>(m_first.ground->sectors);
+        return columnCount + doubt.place % count * columnCount / count;
+    }
+    const std::size_t cell =
+        doubt.kind == Kind::Sky ? doubt.place
+                                : static_cast<std::size_t>(m_tables.first().cellOfSun[doubt.place]);
+    return cell % sectors / (sectors / columnCount);
+}
+
+/// How many samples make up a fan.
+std::size_t ShadowEdges::samplesOf(const Fan& fan) const {
+    return fan.kind == Kind::Sun ? m_tables.sunRays(fan.place, fan.half, fan.planned).size()
+                                 : std::min<std::size_t>(fan.planned, EdgeTables::fanSize);
+}
+
+/// Calls use(direction, weight, hours) for samples of a fan; those behind the surface, and those
+/// without radiation, weigh nothing.
+template <typename Use>
+void ShadowEdges::forEachSample(const Fan& fan, std::size_t begin, std::size_t end,
+                                Use&& use) const {
     if (fan.kind == Kind::Sun) {
-        const auto cell = static_cast<std::size_t>(m_tables.first().cellOfSun[fan.place]);
-        const float before = m_first.visible[fan.half][cell];
-        const std::span<const SunStep> steps = m_tables.steps(fan.place, fan.half);
-        const std::size_t groups = std::min<std::size_t>(wanted, steps.size());
-        const auto addGroup = [&](std::size_t group) {
-            XYZf energy{0, 0, 0};
-            float hours = 0.0f;
-            const std::size_t end = (group + 1) * steps.size() / groups;
-            for (std::size_t s = group * steps.size() / groups; s < end; ++s) {
-                energy = sum(energy, steps[s].energy);
-                hours += steps[s].sunHours;
-            }
-            const float length = vectorLength(energy);
-            if (const float weight = received(energy, length); weight > 0.0f) {
-                add(scaled(energy, 1.0f / length), weight, hours);
-            } else if (length == 0.0f) {
-                fan.hours += before * hours; // without radiation time keeps what the first ray saw
-            }
-        };
-        // Steps follow each other by their places: every third group lies in all of the place.
-        for (std::size_t start = 0; start < 3; ++start) {
-            for (std::size_t group = start; group < groups; group += 3) {
-                addGroup(group);
-            }
+        for (const EdgeTables::SunRay& ray :
+             m_tables.sunRays(fan.place, fan.half, fan.planned).subspan(begin, end - begin)) {
+            use(ray.direction, ray.energy * received(ray.direction, 1.0f), ray.hours);
         }
         return;
     }
-    const std::size_t count = std::min<std::size_t>(wanted, EdgeTables::fanSize);
-    for (std::size_t k = 0; k < count; ++k) {
+    for (std::size_t k = begin; k < end; ++k) {
         const EdgeTables::Ray ray =
             fan.kind == Kind::Sky
                 ? m_tables.skyRay(fan.place % sectors, 2 * (fan.place / sectors) + fan.half, k)
                 : m_tables.groundRay(*m_first.ground, fan.place, k);
-        if (const float weight = ray.measure * received(ray.direction, 1.0f); weight > 0.0f) {
-            add(ray.direction, weight, 0.0f);
-        }
+        use(ray.direction, ray.measure * received(ray.direction, 1.0f), 0.0f);
     }
 }
 
-std::uint32_t ShadowEdges::raysAtFirst(const Fan& fan) {
-    return std::min(fan.rays, std::max(fewestAtFirst, (fan.rays + 2) / 3));
+/// Adds samples of a fan to the rays.
+ShadowEdges::Asked ShadowEdges::add(Fan& fan, std::size_t begin, std::size_t end) {
+    const std::size_t first = m_directions.size();
+    forEachSample(fan, begin, end, [&](const XYZf& direction, float weight, float hours) {
+        if (weight > 0.0f) {
+            m_directions.push_back(direction);
+            m_worth.push_back({weight, hours});
+            fan.weight += weight;
+        } else {
+            fan.hours += hoursWithoutLight(fan, direction, hours);
+        }
+    });
+    fan.rays += static_cast<std::uint32_t>(m_directions.size() - first);
+    return {first, m_directions.size()};
 }
 
-/// Whether the rays that were asked first saw the same.
-bool ShadowEdges::agrees(const Fan& fan) const {
-    const auto asked = std::span(m_samples).subspan(fan.first, raysAtFirst(fan));
-    return std::ranges::all_of(
-        asked, [&](const Sample& one) { return one.visible == asked.front().visible; });
+/// Time without radiation keeps what the first ray saw.
+float ShadowEdges::hoursWithoutLight(const Fan& fan, const XYZf& direction, float hours) const {
+    if (direction.x != 0.0f || direction.y != 0.0f || direction.z != 0.0f) {
+        return 0.0f;
+    }
+    return m_first
+               .visible[fan.half][static_cast<std::size_t>(m_tables.first().cellOfSun[fan.place])] *
+           hours;
 }
 
-/// Asks each fan's first rays; again: the others, where the first ones differ.
-void ShadowEdges::ask(const Rays& rays, bool again) {
-    std::vector<XYZf> directions;
-    std::vector<Sample*> asked;
-    directions.reserve(m_samples.size());
-    asked.reserve(m_samples.size());
+/// Asks the rays that were added since.
+void ShadowEdges::ask(const Rays& rays) {
+    const std::size_t first = m_visible.size();
+    m_visible.resize(m_directions.size());
+    rays.many(std::span(m_directions).subspan(first), std::span(m_visible).subspan(first));
+}
+
+/// Whether some rays, one at least, saw the same.
+bool ShadowEdges::agree(const Asked& asked) const {
+    std::size_t i = asked.begin;
+    while (i < asked.end && m_visible[i] == m_visible[asked.begin]) {
+        ++i;
+    }
+    return i == asked.end && asked.begin < asked.end;
+}
+
+/// Asks a third of each fan's rays, and the others where these differ.
+void ShadowEdges::askFans(const Rays& rays) {
+    std::size_t planned = 0;
     for (const Fan& fan : m_fans) {
-        const std::uint32_t atFirst = raysAtFirst(fan);
-        if (again && (atFirst == fan.rays || agrees(fan))) {
+        planned += fan.planned;
+    }
+    m_directions.reserve(planned);
+    m_worth.reserve(planned);
+    m_visible.reserve(planned);
+    std::vector<std::array<Asked, 2>> asked(m_fans.size());
+    const auto countAtFirst = [](std::size_t count) {
+        return std::min(count, std::max(fewestAtFirst, (count + 2) / 3));
+    };
+    for (std::size_t i = 0; i < m_fans.size(); ++i) {
+        asked[i][0] = add(m_fans[i], 0, countAtFirst(samplesOf(m_fans[i])));
+    }
+    ask(rays);
+    for (std::size_t i = 0; i < m_fans.size(); ++i) {
+        if (!agree(asked[i][0])) {
+            const std::size_t count = samplesOf(m_fans[i]);
+            asked[i][1] = add(m_fans[i], countAtFirst(count), count);
+        }
+    }
+    ask(rays);
+    for (std::size_t i = 0; i < m_fans.size(); ++i) {
+        Fan& fan = m_fans[i];
+        float seen = 0.0f;
+        for (const Asked& some : asked[i]) {
+            for (std::size_t k = some.begin; k < some.end; ++k) {
+                seen += m_worth[k][0] * m_visible[k];
+                fan.hours += m_worth[k][1] * m_visible[k];
+            }
+        }
+        if (!agree(asked[i][0])) {
+            fan.visible = fan.weight > 0.0f ? seen / fan.weight : 0.0f;
             continue;
         }
-        const std::size_t begin = fan.first + (again ? atFirst : 0);
-        const std::size_t end = fan.first + (again ? fan.rays : atFirst);
-        for (std::size_t i = begin; i < end; ++i) {
-            directions.push_back(m_samples[i].direction);
-            asked.push_back(&m_samples[i]);
+        fan.visible = m_visible[asked[i][0].begin];
+        if (fan.kind == Kind::Sun) { // the others are seen as those that were asked
+            const std::size_t count = samplesOf(fan);
+            forEachSample(fan, countAtFirst(count), count,
+                          [&](const XYZf& direction, float weight, float hours) {
+                              fan.weight += weight;
+                              fan.hours += weight > 0.0f ? hours * fan.visible
+                                                         : hoursWithoutLight(fan, direction, hours);
+                          });
         }
     }
-    std::vector<float> visible(directions.size());
-    rays.many(directions, visible);
-    for (std::size_t i = 0; i < asked.size(); ++i) {
-        asked[i]->visible = visible[i];
-    }
-}
-
-/// Takes the answers to a fan's rays.
-void ShadowEdges::take(Fan& fan) const {
-    if (fan.rays == 0) {
-        return;
-    }
-    const auto samples = std::span(m_samples).subspan(fan.first, fan.rays);
-    const bool all = agrees(fan);
-    float seen = 0.0f;
-    for (const Sample& sample : samples) {
-        const float visible = all ? samples.front().visible : sample.visible;
-        seen += sample.weight * visible;
-        fan.hours += sample.hours * visible;
-    }
-    fan.visible = seen / fan.weight;
 }
 
 } // namespace insolate

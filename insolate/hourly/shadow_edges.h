@@ -55,13 +55,17 @@ public:
 
     /// The place of a cell among the sun cells, -1 for none.
     int sunCellOf(std::size_t cell) const { return m_sunCellOf[cell]; }
-    /// The sun's steps in half a cell.
-    std::span<const SunStep> steps(std::size_t sunCell, std::size_t half) const {
-        const std::array<int, 3>& ends = m_steps[sunCell];
-        return std::span(m_sky->sunSteps)
-            .subspan(static_cast<std::size_t>(ends[half]),
-                     static_cast<std::size_t>(ends[half + 1] - ends[half]));
-    }
+    /// A ray to some steps of the sun that follow each other by their places.
+    struct SunRay {
+        XYZf direction; ///< 0 for steps without radiation
+        float energy;   ///< [Wh/m2]
+        float hours;
+    };
+    /// Half a cell's steps in as many rays of about as many steps each, as far as there are steps.
+    /// The first third of the rays lies in all of the place.
+    /// @param planned a number of the sun's schedule
+    std::span<const SunRay> sunRays(std::size_t sunCell, std::size_t half,
+                                    std::size_t planned) const;
     const FirstRays& first() const { return *m_first; }
     const HourlySky& sky() const { return *m_sky; }
     /// Integral of the direction over the lower half of a cell [sr].
@@ -88,7 +92,14 @@ private:
     std::array<Angle, skyGrid::azimuthCount> m_sectors{};
     std::vector<GroundFans> m_ground;
     std::vector<std::int16_t> m_sunCellOf;
-    std::vector<std::array<int, 3>> m_steps;
+    /// By the halves of the sun cells: the number of steps, and where in m_sunRays the fans begin,
+    /// that of the fewest rays first.
+    struct SunFans {
+        std::size_t steps, first;
+    };
+    SunFans addSunFans(std::span<const SunStep> steps);
+    std::vector<std::array<SunFans, 2>> m_sunFans;
+    std::vector<SunRay> m_sunRays;
     std::vector<XYZf> m_lowerMoments;
 };
 
@@ -123,12 +134,12 @@ public:
     struct Fan {
         Kind kind = Kind::None;
         std::uint8_t half = 0;
-        std::uint16_t place = 0; ///< cell, sun cell or piece of the ground
-        std::uint32_t rays = 0;  ///< those planned, then those before the surface
-        std::uint32_t first = 0; ///< of its samples
-        float visible = 0;       ///< share of what the place brings, 0..1
-        float weight = 0;        ///< of a sun: energy on the surface [Wh/m2]
-        float hours = 0;         ///< of a sun: visible time [h]
+        std::uint16_t place = 0;   ///< cell, sun cell or piece of the ground
+        std::uint32_t planned = 0; ///< rays
+        std::uint32_t rays = 0;    ///< those that were asked
+        float visible = 0;         ///< share of what the place brings, 0..1
+        float weight = 0;          ///< of a sun: energy on the surface [Wh/m2]
+        float hours = 0;           ///< of a sun: visible time [h]
     };
 
     /// Looks again where it is needed.
@@ -146,11 +157,18 @@ private:
         m_doubtCount += squared > m_least ? 1 : 0;
     }
     void chooseFans(const EdgeTolerance& allowed);
-    void spread(Fan& fan);
-    static std::uint32_t raysAtFirst(const Fan& fan);
-    bool agrees(const Fan& fan) const;
-    void ask(const Rays& rays, bool again);
-    void take(Fan& fan) const;
+    std::size_t samplesOf(const Fan& fan) const;
+    template <typename Use>
+    void forEachSample(const Fan& fan, std::size_t begin, std::size_t end, Use&& use) const;
+    /// Places in m_directions.
+    struct Asked {
+        std::size_t begin = 0, end = 0;
+    };
+    Asked add(Fan& fan, std::size_t begin, std::size_t end);
+    float hoursWithoutLight(const Fan& fan, const XYZf& direction, float hours) const;
+    void ask(const Rays& rays);
+    bool agree(const Asked& asked) const;
+    void askFans(const Rays& rays);
     float received(const XYZf& vector, float measure) const {
         return weightOnSurface(m_sides, m_normal, vector, measure);
     }
@@ -166,19 +184,17 @@ private:
         std::uint8_t half;
         Kind kind;
     };
+    std::size_t columnOf(const Doubt& doubt) const;
     std::array<Doubt, 6 * skyGrid::cellCount + GroundRays::mostRays + 1> m_doubts;
     std::size_t m_doubtCount = 0;
     std::array<SkyCellSet, 2> m_suns; ///< halves with suns in doubt at edges
     float m_least = 0;
     std::array<float, 3> m_sums{}; ///< of the squared errors, by kind
     std::vector<Fan> m_fans;
-    /// What a ray of a fan stands for, and what it saw.
-    struct Sample {
-        XYZf direction;
-        float weight, hours;
-        float visible;
-    };
-    std::vector<Sample> m_samples; ///< of all fans
+    // Of the rays of all fans, those that are asked first before the others.
+    std::vector<XYZf> m_directions;
+    std::vector<std::array<float, 2>> m_worth; ///< weight and hours
+    std::vector<float> m_visible;              ///< what they saw
 };
 
 } // namespace insolate
