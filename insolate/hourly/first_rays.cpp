@@ -1,5 +1,6 @@
 #include <insolate/hourly/first_rays.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -81,6 +82,16 @@ std::array<std::vector<XYZf>, 2> rayLattice::pair(double moveX, double moveY, do
         }
     }
     return directions;
+}
+
+std::array<std::span<const SunStep>, 2> FirstRays::stepsOf(const HourlySky& sky,
+                                                           const SunCell& cell) {
+    const std::span<const SunStep> steps = std::span(sky.sunSteps)
+                                               .subspan(static_cast<std::size_t>(cell.firstStep),
+                                                        static_cast<std::size_t>(cell.stepCount));
+    const auto middle = static_cast<std::size_t>(
+        std::ranges::find(steps, std::size_t{1}, FirstRays::halfOf) - steps.begin());
+    return {steps.first(middle), steps.subspan(middle)};
 }
 
 FirstRays::FirstRays(const HourlySky& sky) : ofLattice{SkyCellSet::all(), SkyCellSet::all()} {

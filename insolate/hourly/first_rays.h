@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace insolate {
@@ -37,6 +38,11 @@ struct FirstRays {
 
     /// The half of its cell in which a step of the sun lies: 0 is the lower one.
     static std::size_t halfOf(const SunStep& step) { return step.place >> 11 & 1U; }
+
+    /// The sun's steps in the lower and the upper half of a cell: they are in the order of their
+    /// places.
+    static std::array<std::span<const SunStep>, 2> stepsOf(const HourlySky& sky,
+                                                           const SunCell& cell);
 
     SkyCellSet withSun;
     /// Sums of energies below this come from directions without energy [Wh/m2].

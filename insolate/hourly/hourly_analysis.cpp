@@ -3,6 +3,7 @@
 #include <insolate/hourly/first_masks.h>
 #include <insolate/hourly/first_rays.h>
 #include <insolate/hourly/ground_rays.h>
+#include <insolate/hourly/light_sources.h>
 #include <insolate/hourly/north_offset.h>
 #include <insolate/hourly/peak_hours.h>
 #include <insolate/hourly/peak_search.h>
@@ -12,6 +13,7 @@
 #include <insolate/hourly/shadow_edges.h>
 #include <insolate/hourly/sky_parts.h>
 #include <insolate/platform/processor_count.h>
+#include <insolate/rt/occlusion_query.h>
 
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/task_arena.h>
@@ -19,6 +21,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <mutex>
 #include <numbers>
@@ -51,9 +54,6 @@ constexpr float littleGroundView = 0.15f;
 /// high down to where the plane of a surface that takes so few passes.
 constexpr float nearPlane = 0.24f;
 
-/// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more.
-constexpr float farFromPlane = 0.0629f;
-
 /// A part of the radiation counts for its tolerance as at least this share of the sensor's own
 /// total and of that of open ground. It is part of what the tolerances promise, not an estimate.
 constexpr float smallPart = 0.1f;
@@ -75,13 +75,24 @@ constexpr float lightCellUpwards = 0.0008f;
 /// them out, and often enough for a progress bar; enough to put neighbours together.
 constexpr std::size_t sensorsPerBlock = 256;
 
-/// Sensors that ask the scene together: as many as one walk takes.
-constexpr std::size_t sensorsTogether = 16;
-/// In wider blocks each sensor asks by itself [model units]: they see different triangles, and what
+/// As many sensors as one walk takes ask the scene together. In wider blocks than this each asks by
+/// itself [model units]: they see different triangles, and what
 /// must be asked for each of them takes longer than walks of their own. On a grid of 0.5 m, with
 /// blocks of 1.5 m, sums are up to 1.9 times as fast together; on one of 2 m 0.88 to 1.03 times
 /// (`bench_hourly neighbours`).
 constexpr float widestBlock = 4.0f;
+
+/// Makes values shares of their sum; of none all are 0.
+template <class Range, class Value = std::identity>
+void makeShares(Range&& of, Value valueOf = {}) {
+    float all = 0.0f;
+    for (auto& one : of) {
+        all += valueOf(one);
+    }
+    for (auto& one : of) {
+        valueOf(one) = all > 0.0f ? valueOf(one) / all : 0.0f;
+    }
+}
 
 HourlySky withFiniteNorth(HourlySky sky) {
     sky.options.northOffset = finiteOffset(sky.options.northOffset);
@@ -212,21 +223,12 @@ struct HourlyAnalysis::Prepared {
                 }
             }
         }
-        const auto makeShares = [&](const auto& valueOf) {
-            float all = 0.0f;
-            for (PartSeason& season : result) {
-                all += valueOf(season);
-            }
-            for (PartSeason& season : result) {
-                valueOf(season) = all > 0.0f ? valueOf(season) / all : 0.0f;
-            }
-        };
         for (std::size_t p = 0; p < patchCount; ++p) {
-            makeShares([p](PartSeason& season) -> float& { return season.patches[p]; });
+            makeShares(result, [p](PartSeason& season) -> float& { return season.patches[p]; });
         }
-        makeShares([](PartSeason& season) -> float& { return season.ground; });
+        makeShares(result, [](PartSeason& season) -> float& { return season.ground; });
         for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
-            makeShares([j](PartSeason& season) -> float& { return season.sunCells[j]; });
+            makeShares(result, [j](PartSeason& season) -> float& { return season.sunCells[j]; });
         }
         return result;
     }
@@ -243,24 +245,13 @@ struct HourlyAnalysis::Prepared {
                     vectorLength(beam.energy);
             }
         }
-        const auto makeShares = [](std::span<float> values) {
-            float all = 0.0f;
-            for (const float value : values) {
-                all += value;
-            }
-            for (float& value : values) {
-                value = all > 0.0f ? value / all : 0.0f;
-            }
-        };
-        makeShares(light.diffuseShares);
+        makeShares(std::span(light.diffuseShares));
         for (std::size_t j = 0; j < part.sunCells.size(); ++j) {
             makeShares(std::span(light.sunShares).subspan(j * seasons.size(), seasons.size()));
         }
     }
 
-    std::size_t seasonOf(const SkyHour& hour) const {
-        return options.seasons.ofDay[static_cast<std::size_t>(hour.hour / 24)];
-    }
+    std::size_t seasonOf(const SkyHour& hour) const { return seasonOfHour(hour, options.seasons); }
 
     void prepareSeasons() {
         seasons.resize(static_cast<std::size_t>(std::max(options.seasons.count, 1)));
@@ -1476,11 +1467,11 @@ std::size_t HourlyAnalysis::evaluateNeighbours(GetTransparencyValueOnRay& rays,
         asked.push_back(places[place]);
     }
     const LightScene* through = light != nullptr && light->hasTranslucent() ? light : nullptr;
-    std::vector<std::optional<Evaluation>> evaluations(std::min(asked.size(), sensorsTogether));
-    std::array<FirstMasks, sensorsTogether> masks;
+    std::vector<std::optional<Evaluation>> evaluations(std::min(asked.size(), mostOriginsOfBlock));
+    std::array<FirstMasks, mostOriginsOfBlock> masks;
     for (std::size_t first = 0; first < asked.size() && !stop.stop_requested();
-         first += sensorsTogether) {
-        const std::size_t some = std::min(sensorsTogether, asked.size() - first);
+         first += mostOriginsOfBlock) {
+        const std::size_t some = std::min(mostOriginsOfBlock, asked.size() - first);
         for (std::size_t k = 0; k < some; ++k) {
             evaluations[k].emplace(*m_prepared, rays, through, work.sensors[asked[first + k]]);
             masks[k] = evaluations[k]->wanted();

@@ -1,6 +1,7 @@
 #include <insolate/hourly/light_cells.h>
 
 #include <insolate/geometry/vector_math.h>
+#include <insolate/hourly/sensor_order.h>
 
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/parallel_sort.h>
@@ -116,24 +117,14 @@ bool before(const Landing& a, const Landing& b) {
 } // namespace
 
 std::uint64_t LightGatherer::placeInSpace(const XYZf& position) const {
-    // Bits of the three coordinates in turn (Morton 1966, "A computer oriented geodetic data
-    // base"), the first coordinate's foremost.
     const XYZf size = difference(m_scene.high(), m_scene.low());
     const float largest = std::max({size.x, size.y, size.z, 1e-6f});
     const auto steps = [&](float value, float low) {
         const float place = (value - low) / largest * 65535.0f;
-        return static_cast<std::uint64_t>(place > 0.0f ? std::min(place, 65535.0f) : 0.0f);
+        return static_cast<std::uint32_t>(place > 0.0f ? std::min(place, 65535.0f) : 0.0f);
     };
-    // Of 16 bits each goes to three times its place: halves of what is left move apart.
-    const auto spread = [](std::uint64_t bits) {
-        bits = (bits | bits << 16U) & 0x00FF0000FFU;
-        bits = (bits | bits << 8U) & 0xF00F00F00FU;
-        bits = (bits | bits << 4U) & 0xC30C30C30C3U;
-        return (bits | bits << 2U) & 0x249249249249U;
-    };
-    return spread(steps(position.x, m_scene.low().x)) << 2U |
-           spread(steps(position.y, m_scene.low().y)) << 1U |
-           spread(steps(position.z, m_scene.low().z));
+    return placeOnCurve({steps(position.z, m_scene.low().z), steps(position.y, m_scene.low().y),
+                         steps(position.x, m_scene.low().x)});
 }
 
 void LightGatherer::through(const XYZf& origin, const XYZf& direction, double distance,

@@ -31,11 +31,6 @@ std::uint32_t partOf(int cell, int parts) {
 }
 constexpr std::uint32_t noBin = 0xFFFFFFFFU;
 
-std::size_t seasonOfHour(const SkyHour& hour, const Seasons& seasons) {
-    const std::size_t season = seasons.ofDay[static_cast<std::size_t>(hour.hour / 24)];
-    return std::min(season, static_cast<std::size_t>(std::max(seasons.count, 1)) - 1);
-}
-
 /// Shares of a sum; where there is none, all alike.
 std::vector<float> sharesOf(std::span<const double> light) {
     double sum = 0.0;
@@ -51,6 +46,11 @@ std::vector<float> sharesOf(std::span<const double> light) {
 }
 
 } // namespace
+
+std::size_t seasonOfHour(const SkyHour& hour, const Seasons& seasons) {
+    const std::size_t season = seasons.ofDay[static_cast<std::size_t>(hour.hour / 24)];
+    return std::min(season, static_cast<std::size_t>(std::max(seasons.count, 1)) - 1);
+}
 
 LightSources::LightSources(const HourlySky& sky, const Seasons& seasons, bool manyBins) {
     makeBins(sky, seasons, manyBins);

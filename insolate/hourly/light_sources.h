@@ -25,6 +25,9 @@
 
 namespace insolate {
 
+/// The season of an hour's day, held to those that there are.
+std::size_t seasonOfHour(const SkyHour& hour, const Seasons& seasons);
+
 /// Well mixed bits of two numbers (Steele, Lea, Flood 2014, "Fast splittable pseudorandom number
 /// generators", the finaliser of SplitMix64).
 inline std::uint64_t mixedBits(std::uint64_t a, std::uint64_t b = 0) {

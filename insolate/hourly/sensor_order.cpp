@@ -7,9 +7,20 @@
 
 namespace insolate {
 
+std::uint64_t placeOnCurve(const std::array<std::uint32_t, 3>& coordinates) {
+    // Each bit goes to three times its place: halves of what is left move apart.
+    const auto spread = [](std::uint64_t bits) {
+        bits = (bits | bits << 16U) & 0x00FF0000FFU;
+        bits = (bits | bits << 8U) & 0xF00F00F00FU;
+        bits = (bits | bits << 4U) & 0xC30C30C30C3U;
+        return (bits | bits << 2U) & 0x249249249249U;
+    };
+    return spread(coordinates[0]) | spread(coordinates[1]) << 1U | spread(coordinates[2]) << 2U;
+}
+
 std::vector<std::uint32_t> alongCurve(std::span<const Sensor> sensors) {
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    constexpr int bits = 10; // of a coordinate
+    constexpr unsigned bits = 10; // of a coordinate
     std::array<float, 3> low{infinity, infinity, infinity};
     double extent = 0.0; // of finite floats never beyond a double
     const auto place = [&](std::size_t i) {
@@ -25,20 +36,18 @@ std::vector<std::uint32_t> alongCurve(std::span<const Sensor> sensors) {
         extent = std::max(extent, static_cast<double>(high) - static_cast<double>(low[axis]));
     }
     struct Place {
-        std::uint32_t code, sensor;
+        std::uint64_t code;
+        std::uint32_t sensor;
     };
     const double scale = extent > 0.0 ? ((1 << bits) - 1) / extent : 0.0;
     std::vector<Place> places(sensors.size());
     for (std::size_t i = 0; i < sensors.size(); ++i) {
-        std::uint32_t code = 0;
+        std::array<std::uint32_t, 3> coordinates{};
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            const auto coordinate = static_cast<std::uint32_t>(
+            coordinates[axis] = static_cast<std::uint32_t>(
                 (static_cast<double>(place(i)[axis]) - static_cast<double>(low[axis])) * scale);
-            for (unsigned bit = 0; bit < bits; ++bit) {
-                code |= (coordinate >> bit & 1U) << (3 * bit + axis);
-            }
         }
-        places[i] = {code, static_cast<std::uint32_t>(i)};
+        places[i] = {placeOnCurve(coordinates), static_cast<std::uint32_t>(i)};
     }
     std::sort(places.begin(), places.end(), [](const Place& a, const Place& b) {
         return a.code != b.code ? a.code < b.code : a.sensor < b.sensor;

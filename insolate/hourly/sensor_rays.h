@@ -18,6 +18,10 @@ namespace insolate {
 /// How a surface weighs what comes from a direction.
 enum class Sides { One, Two, NoSurface };
 
+/// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more:
+/// a cell this far from the surface's plane lies on one side of it.
+inline constexpr float farFromPlane = 0.0629f;
+
 /// The weight of a vector whose length, or measure without direction, is given.
 inline float weightOnSurface(Sides sides, const XYZf& normal, const XYZf& vector, float measure) {
     switch (sides) {

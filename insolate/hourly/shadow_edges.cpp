@@ -220,13 +220,8 @@ EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& first,
     for (std::size_t j = 0; j < sky.sunCells.size(); ++j) {
         const SunCell& sun = sky.sunCells[j];
         m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<std::int16_t>(j);
-        const std::span<const SunStep> steps =
-            std::span(sky.sunSteps)
-                .subspan(static_cast<std::size_t>(sun.firstStep),
-                         static_cast<std::size_t>(sun.stepCount));
-        const auto middle = static_cast<std::size_t>(
-            std::ranges::find(steps, std::size_t{1}, FirstRays::halfOf) - steps.begin());
-        m_sunFans.push_back({addSunFans(steps.first(middle)), addSunFans(steps.subspan(middle))});
+        const auto [lower, upper] = FirstRays::stepsOf(sky, sun);
+        m_sunFans.push_back({addSunFans(lower), addSunFans(upper)});
     }
 }
 

@@ -8,10 +8,6 @@
 namespace insolate {
 namespace {
 
-/// Sine of the angle from a cell's middle to its farthest corner, 3.54 degrees, and a little more:
-/// a cell this far from the surface's plane lies on one side of it.
-constexpr float farFromCut = 0.0629f;
-
 /// The weight on a sensor's surface of the energy that comes along a vector.
 float received(const SkyParts::Seen& seen, const XYZf& vector) {
     // The length, which points without a surface alone take, costs more than all else here.
@@ -38,20 +34,12 @@ void SkyParts::forEachSun(const HourlySky& sky, Use&& use) {
         steps.push_back(step.energy);
     }
     for (const SunCell& cell : sky.sunCells) {
-        // The steps of a cell are in the order of their places, the lower half first.
-        const auto first = static_cast<std::size_t>(cell.firstStep);
-        const std::size_t end = first + static_cast<std::size_t>(cell.stepCount);
-        std::size_t middle = first;
-        while (middle < end && FirstRays::halfOf(sky.sunSteps[middle]) == 0) {
-            ++middle;
-        }
+        auto begin = static_cast<std::size_t>(cell.firstStep);
         for (std::size_t half = 0; half < 2; ++half) {
-            const std::size_t begin = half == 0 ? first : middle;
-            const std::size_t stop = half == 0 ? middle : end;
+            const std::span<const SunStep> own = FirstRays::stepsOf(sky, cell)[half];
             std::array<double, 3> energy{};
             double hours = 0.0;
-            for (std::size_t s = begin; s < stop; ++s) {
-                const SunStep& step = sky.sunSteps[s];
+            for (const SunStep& step : own) {
                 energy[0] += static_cast<double>(step.energy.x);
                 energy[1] += static_cast<double>(step.energy.y);
                 energy[2] += static_cast<double>(step.energy.z);
@@ -61,7 +49,8 @@ void SkyParts::forEachSun(const HourlySky& sky, Use&& use) {
             sun.energy = {static_cast<float>(energy[0]), static_cast<float>(energy[1]),
                           static_cast<float>(energy[2])};
             sun.hours = static_cast<float>(hours);
-            sun.steps = std::span<const XYZf>(steps).subspan(begin, stop - begin);
+            sun.steps = std::span<const XYZf>(steps).subspan(begin, own.size());
+            begin += own.size();
             use(cell.cell, half, sun);
         }
     }
@@ -109,7 +98,7 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
                        std::span<SunSums> sums) const {
     const Cell& sunCell = m_cells[cell];
     const float height = dotProduct(seen.normal, sunCell.centre);
-    const bool isBehind = seen.sides == Sides::One && height < -farFromCut;
+    const bool isBehind = seen.sides == Sides::One && height < -farFromPlane;
     const auto index = static_cast<std::size_t>(sunCell.index);
     std::array<float, 2> times{};
     for (std::size_t half = 0; half < 2; ++half) {
@@ -124,7 +113,7 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
     if (isBehind || (counted == 0.0 && times[0] == 0.0f && times[1] == 0.0f)) {
         return;
     }
-    const bool isCut = seen.sides == Sides::NoSurface || std::abs(height) < farFromCut;
+    const bool isCut = seen.sides == Sides::NoSurface || std::abs(height) < farFromPlane;
     const auto brought = [&](const HalfSun& sun) {
         return static_cast<double>(isCut ? received(seen, sun.steps) : received(seen, sun.energy));
     };
