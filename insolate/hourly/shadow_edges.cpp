@@ -26,7 +26,10 @@ constexpr std::size_t halfBands = 2 * skyGrid::altitudeCount;
 /// hundred: with a tolerance of 1 % the root mean square is 0.3 to 0.5 % of the total. A sixth less
 /// leaves 96 sensors in a hundred within, for three quarters of the rays. The suns of one edge err
 /// alike more often than its sky, whose rays are spread; a place that differs only from one across
-/// its corner is seldom cut by the edge.
+/// its corner is seldom cut by the edge: half of that factor takes 1 % fewer rays and leaves errors
+/// of 2.2 % in place of 1.9 at most, twice takes 1 % more and leaves a fiftieth less. Half of the
+/// ground's leaves 97.1 sensors in a hundred within 1 % in place of 98.1, for 4 % fewer rays; twice
+/// 98.6, for 10 % more.
 constexpr float halfSkyFactor = 0.42f; ///< half a cell's sky is half of the cell's
 constexpr float sunFactor = 0.95f;
 constexpr float cornerFactor = 0.3f;
@@ -36,7 +39,8 @@ constexpr float groundFactor = 0.7f;
 constexpr float halfReach = 0.04f;
 
 /// Places with less than this share of the tolerance, squared, are not asked again: they would be
-/// the last, and hundreds of them make no difference.
+/// the last, and hundreds of them make no difference. A quarter of it changes nothing, four times
+/// leave 97.8 sensors in a hundred within 1 % in place of 98.1, for 1 % fewer rays.
 constexpr float smallError = 1.0f / 2048.0f;
 
 /// The rays of a place whose squared error is at least 2^i times the limit, and what is left of
@@ -83,7 +87,9 @@ constexpr auto sunFanSizes = [] {
 }();
 
 /// Fewer rays than these agree too often though an edge passes between them. With this first third
-/// a sensor gets 14 % (courts) to 36 % (facades) fewer rays at the same error than without.
+/// a sensor gets 14 % (courts) to 36 % (facades) fewer rays at the same error than without. Two
+/// leave 96.7 sensors in a hundred within 1 % in place of 98.1, for 6 % fewer rays; eight leave
+/// 98.8, for 6 % more.
 constexpr std::size_t fewestAtFirst = 4;
 
 /// Parts of the compass, of 20 degrees: rays of one of them are asked one after the other.
