@@ -6,6 +6,9 @@
 Radiance gets the sky that `insolate sky` writes: 1,296 cells of even radiance, and a small source in the middle of each
 cell with sun. What is compared is the light of the scene, not the models of the sky. Prints totals and what
 surfaces add to them by kind of place; `docs/validation.md` has them.
+
+Arguments: weather file, rays of each sensor that Radiance follows one by one (0: interpolated, as is usual), sensors
+of each kind of place.
 """
 
 from __future__ import annotations
@@ -64,10 +67,9 @@ def quads(height: float, court: float) -> dict[str, list[list[tuple[float, float
     return made
 
 
-def places(height: float, court: float) -> dict[str, tuple[Array, Array]]:
+def places(height: float, court: float, count: int) -> dict[str, tuple[Array, Array]]:
     """Sensors by kind of place: positions and normals."""
     random = np.random.default_rng(3)
-    count = 16
     off = 0.05
     along, up = random.uniform(-14, 14, count), random.uniform(0.3, height - 0.3, count)
     level = np.tile([0.0, 0.0, 1.0], (count, 1))
@@ -156,7 +158,9 @@ def traced(folder: Path, scene: str, sensors: tuple[Array, Array], bounces: int,
     return np.array([[float(value) for value in line.split()] for line in found.stdout.splitlines()])[:, 1]
 
 
-def compare(weather: Path, folder: Path, sky: str, *, height: float, court: float, wall: float, samples: int) -> None:
+def compare(
+    weather: Path, folder: Path, sky: str, *, height: float, court: float, wall: float, samples: int, count: int
+) -> None:
     made = quads(height, court)
     reflectances = {"ground": 0.2, "wall": wall, "roof": 0.3}
     corners: list[tuple[float, float, float]] = []
@@ -168,7 +172,7 @@ def compare(weather: Path, folder: Path, sky: str, *, height: float, court: floa
             corners += surface
             names.append(name)
     model = ins.Model(corners, faces, materials=names)
-    groups = places(height, court)
+    groups = places(height, court, count)
     positions = np.concatenate([place for place, _ in groups.values()])
     normals = np.concatenate([normal for _, normal in groups.values()])
     sensors = ins.Sensors(positions, normals)
@@ -213,11 +217,12 @@ def main() -> None:
     data = Path(os.environ.get("INSOLATE_TEST_DATA", "."))
     weather = Path(sys.argv[1]) if len(sys.argv) > 1 else data / "weather" / "chicago.epw"
     samples = int(sys.argv[2]) if len(sys.argv) > 2 else 0
+    count = int(sys.argv[3]) if len(sys.argv) > 3 else 16
     print(f"insolate {ins.__version__}, pyradiance {version('pyradiance')}")
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
         sky = sky_of(weather, folder)
-        compare(weather, folder, sky, height=12.0, court=8.0, wall=0.35, samples=samples)
+        compare(weather, folder, sky, height=12.0, court=8.0, wall=0.35, samples=samples, count=count)
 
 
 if __name__ == "__main__":

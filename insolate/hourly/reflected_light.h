@@ -39,7 +39,7 @@ struct ReflectionOptions {
     /// 0.018), takes the members below as they are; less takes more rays and smaller cells, by
     /// which the time grows with the square of what is asked, up to 64 times the rays.
     double tolerance = 0.0;
-    /// Rays of the lattice of a sensor that sees the scene in half of its view and gets a sixth of
+    /// Rays of the lattice of a sensor that sees the scene in half of its view and gets 15 % of
     /// its light from it, 1..256: others have more or fewer by the square of that share, a third at
     /// least, 256 at most. Without results of evaluate() all have them, and up to four times as
     /// many where much of what is seen reflects.
