@@ -264,13 +264,17 @@ private:
         return from;
     }
 
+    static XYZf vectorAt(const std::array<BlockLeaf::Lanes, 3>& lanes, std::size_t lane) {
+        return {lanes[0][lane], lanes[1][lane], lanes[2][lane]};
+    }
+
     /// Fills in what the origins have of their own of a triangle, and judges by it whether they
     /// are apart.
     void prepare(BlockLeaf& seen, std::size_t lane) const {
         const Origins d;
         BlockLeaf::Triangle& triangle = seen.triangles[lane];
-        const XYZf e1{seen.edge1[0][lane], seen.edge1[1][lane], seen.edge1[2][lane]};
-        const XYZf e2{seen.edge2[0][lane], seen.edge2[1][lane], seen.edge2[2][lane]};
+        const XYZf e1 = vectorAt(seen.edge1, lane);
+        const XYZf e2 = vectorAt(seen.edge2, lane);
         triangle.d = {e2.y * e1.z - e2.z * e1.y, e2.z * e1.x - e2.x * e1.z,
                       e2.x * e1.y - e2.y * e1.x};
         const XYZf& det = triangle.d;
@@ -630,8 +634,8 @@ private:
     /// Adds the origins for which a triangle blocks a direction; whether all are blocked now.
     HWY_INLINE bool blockOne(const BlockLeaf& seen, std::size_t lane, std::uint16_t& blocked,
                              const XYZf& along) {
-        const XYZf e1{seen.edge1[0][lane], seen.edge1[1][lane], seen.edge1[2][lane]};
-        const XYZf e2{seen.edge2[0][lane], seen.edge2[1][lane], seen.edge2[2][lane]};
+        const XYZf e1 = vectorAt(seen.edge1, lane);
+        const XYZf e2 = vectorAt(seen.edge2, lane);
         const XYZf& normal = seen.triangles[lane].d;
         const XYZf a{along.y * e2.z - along.z * e2.y, along.z * e2.x - along.x * e2.z,
                      along.x * e2.y - along.y * e2.x};
