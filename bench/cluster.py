@@ -114,10 +114,13 @@ def kills(wanted: int = 20) -> None:
 
             def kill(most: int, cluster=cluster, store=store, over=over, here=here) -> None:
                 while len(here) < most and not over.wait(chance.uniform(0.1, 1.5)):
-                    worker = chance.choice(list(cluster.workers.values()))
-                    if worker.pid and (store / "journal.jsonl").exists():
-                        os.kill(worker.pid, signal.SIGKILL)
-                        here.append(worker.pid)
+                    # Dask gives a worker up that dies while it starts, and in the end has none.
+                    started = {worker.nanny for worker in cluster.scheduler.workers.values()}
+                    victims = [one for one in cluster.workers.values() if one.pid and one.address in started]
+                    if victims and (store / "journal.jsonl").exists():
+                        victim = chance.choice(victims)
+                        os.kill(victim.pid, signal.SIGKILL)
+                        here.append(victim.pid)
 
             killer = threading.Thread(target=kill, args=(min(6, wanted - killed),))
             killer.start()
