@@ -115,8 +115,8 @@ def kills(wanted: int = 20) -> None:
             def kill(most: int, cluster=cluster, store=store, over=over, here=here) -> None:
                 while len(here) < most and not over.wait(chance.uniform(0.1, 1.5)):
                     # Dask gives a worker up that dies while it starts, and in the end has none.
-                    started = {worker.nanny for worker in cluster.scheduler.workers.values()}
-                    victims = [one for one in cluster.workers.values() if one.pid and one.address in started]
+                    started = {worker.nanny for worker in list(cluster.scheduler.workers.values())}
+                    victims = [one for one in list(cluster.workers.values()) if one.pid and one.address in started]
                     if victims and (store / "journal.jsonl").exists():
                         victim = chance.choice(victims)
                         os.kill(victim.pid, signal.SIGKILL)

@@ -75,9 +75,9 @@ constexpr float lightCellUpwards = 0.0008f;
 /// them out, and often enough for a progress bar; enough to put neighbours together.
 constexpr std::size_t sensorsPerBlock = 256;
 
-/// As many sensors as one walk takes ask the scene together. In wider blocks than this each asks by
-/// itself [model units]: they see different triangles, and what
-/// must be asked for each of them takes longer than walks of their own. On a grid of 0.5 m, with
+/// The sensors of one walk ask the scene together, unless their block is wider than this [model
+/// units]: then they see different triangles, and what must be asked for each of them takes longer
+/// than walks of their own. On a grid of 0.5 m, with
 /// blocks of 1.5 m, sums are up to 1.9 times as fast together; on one of 2 m 0.88 to 1.03 times
 /// (`bench_hourly neighbours`).
 constexpr float widestBlock = 4.0f;

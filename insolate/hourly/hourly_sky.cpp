@@ -217,7 +217,7 @@ public:
         m_sky.options = options;
     }
 
-    HourlySky build() {
+    HourlySky build(bool isParallel) {
         const AnalysisPeriod& period = m_sky.period;
         const int days = (period.lastDay - period.firstDay + 365) % 365 + 1;
         for (int d = 0; d < days; ++d) {
@@ -226,7 +226,7 @@ public:
                 walkHour(day, hour);
             }
         }
-        lightSkies();
+        lightSkies(isParallel);
         collectSun();
         m_sky.valid = true;
         return std::move(m_sky);
@@ -397,7 +397,7 @@ private:
 
     /// Finds the radiance of all hours' skies, which is most of the work, several at once; they are
     /// added up in the order of time, so that sums are the same for any number of threads.
-    void lightSkies() {
+    void lightSkies(bool isParallel) {
         constexpr std::size_t atOnce = 256; // of 5 kB each
         const SkyRadiance radianceOf(m_cells);
         m_sky.patchRadiance.assign(m_sky.skyHours.size() * patchCount, 0.0f);
@@ -405,10 +405,17 @@ private:
         std::vector<double> sum(cellCount, 0.0);
         for (std::size_t first = 0; first < m_lit.size(); first += atOnce) {
             const std::size_t count = std::min(atOnce, m_lit.size() - first);
-            tbb::parallel_for(std::size_t{0}, count, [&](std::size_t i) {
+            const auto light = [&](std::size_t i) {
                 radianceOf.find(m_lit[first + i], m_suns, radiance[i]);
                 storePatches(m_lit[first + i].skyHour, radiance[i]);
-            });
+            };
+            if (isParallel) {
+                tbb::parallel_for(std::size_t{0}, count, light);
+            } else {
+                for (std::size_t i = 0; i < count; ++i) {
+                    light(i);
+                }
+            }
             for (std::size_t i = 0; i < count; ++i) {
                 for (std::size_t cell = 0; cell < cellCount; ++cell) {
                     sum[cell] += static_cast<double>(radiance[i][cell]);
@@ -566,7 +573,7 @@ SkyCells::SkyCells(double northOffset)
 }
 
 HourlySky buildHourlySky(const WeatherSeries& weather, const AnalysisPeriod& period,
-                         const HourlySkyOptions& options) {
+                         const HourlySkyOptions& options, bool isParallel) {
     for (const std::vector<float>* series :
          {&weather.dryBulb, &weather.pressure, &weather.globalHorizontal, &weather.directNormal,
           &weather.diffuseHorizontal}) {
@@ -574,7 +581,7 @@ HourlySky buildHourlySky(const WeatherSeries& weather, const AnalysisPeriod& per
             return {};
         }
     }
-    return Builder(weather, heldToRange(period), heldToRange(options)).build();
+    return Builder(weather, heldToRange(period), heldToRange(options)).build(isParallel);
 }
 
 } // namespace insolate

@@ -123,9 +123,12 @@ struct HourlySky {
 };
 
 /// The sky of a period. Needs no more than the weather; may run on several threads at once.
+/// @param isParallel whether it takes all threads of the oneTBB arena that it is called in, and not
+/// the calling thread alone; the same bytes either way
 INSOLATE_EXPORT HourlySky buildHourlySky(const WeatherSeries& weather,
                                          const AnalysisPeriod& period = {},
-                                         const HourlySkyOptions& options = {});
+                                         const HourlySkyOptions& options = {},
+                                         bool isParallel = false);
 
 /// Cells in groups of about ten degrees, for what is computed hour by hour.
 namespace skyPatches {

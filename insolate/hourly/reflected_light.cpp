@@ -44,8 +44,8 @@ constexpr float leastOpen = 0.1f;
 constexpr float leastShare = 0.05f;
 /// The share of reflected light in a total, and the part of the view that the scene takes, for
 /// which ReflectionOptions::rays are: in Lyon and in a dense city they leave a root mean square of
-/// 1.3 and 1.5 % of the mean total, where surfaces reflect half of their light 2.0 and 1.6 %
-/// (bench_reflection). A share of 0.165 leaves a tenth more and takes a sixth less rays.
+/// 1.2 to 1.5 % of the mean total, where surfaces reflect half of their light 1.7 to 2.0 %
+/// (bench_reflection). A share of 0.165 leaves a tenth more and takes a sixth fewer rays.
 constexpr double usualShare = 0.15;
 constexpr double usualView = 0.5;
 constexpr float leastView = 0.05f;

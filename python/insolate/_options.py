@@ -67,6 +67,8 @@ def materials_toml(materials: Mapping[str, Mapping[str, Any]]) -> str:
     """The tables of a file of materials."""
     tables = []
     for name, keys in materials.items():
+        if not isinstance(keys, Mapping):
+            raise _core.UsageError(f'materials: {name} is {keys!r}; give a mapping, as {{"reflectance": 0.3}}')
         tables.append(f"[material.{json.dumps(name, ensure_ascii=False)}]")
         tables += [f"{json.dumps(str(key))} = {_toml(value)}" for key, value in keys.items()]
     return "\n".join(tables) + "\n"

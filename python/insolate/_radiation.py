@@ -361,6 +361,8 @@ class Radiation(Results):
         import pandas as pd
         import xarray as xr
 
+        if not isinstance(sensors, Iterable):
+            raise _core.UsageError(f"sensors {sensors!r}: give their numbers, as [{sensors!r}]")
         numbers = [int(sensor) for sensor in sensors]
         if any(number < 0 for number in numbers):
             raise _core.UsageError(f"there is no sensor {min(numbers)}; sensors are counted from 0")

@@ -111,7 +111,7 @@ class _Here:
             try:
                 _do(self._scenes, job, task)
                 done(task)
-            except (_core.Error, MemoryError) as problem:
+            except (_core.Error, MemoryError, OSError) as problem:
                 failures[name] = _failure(problem)
                 if failures[name].is_final:
                     break

@@ -54,6 +54,10 @@ def test_surfaces_reflect_by_their_materials(model, sensors, weather, tmp_path):
     assert 0 < once.reflected.sum() < by_file.reflected.sum()
     with pytest.raises(ins.DataError, match="twelve"):
         ins.radiation(model, sensors, weather, materials={"*": {"density": [1, 2]}}, **options)
+    with pytest.raises(ins.UsageError, match=r"materials: \* is 0.5; give a mapping"):
+        ins.radiation(model, sensors, weather, materials={"*": 0.5}, **options)
+    with pytest.raises(ins.UsageError, match=r"sensors 3: give their numbers, as \[3\]"):
+        by_name.hours(3)
 
 
 def test_groups_weigh_by_area(summer):

@@ -67,7 +67,8 @@ INSOLATE_STUDY_EXPORT Vector3 cross(const Vector3& a, const Vector3& b);
 INSOLATE_STUDY_EXPORT double length(const Vector3& a);
 
 /// Twice the polygon's area along its normal (Newell's sum: right for concave and slightly warped
-/// polygons); the zero vector for a degenerate one, as is one below the smallest area of a float.
+/// polygons); the zero vector for a degenerate one, of which twice the area is below the smallest
+/// normal float.
 INSOLATE_STUDY_EXPORT Vector3 areaVector(std::span<const Vector3> polygon);
 
 /// Splits a simple polygon into triangles by cutting ears; corner numbers, three per triangle.

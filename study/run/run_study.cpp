@@ -17,6 +17,8 @@
 #include "study/support/readable.h"
 #include "study/weather/weather_year.h"
 
+#include <oneapi/tbb/task_arena.h>
+
 #include <algorithm>
 #include <span>
 #include <string>
@@ -234,7 +236,10 @@ PreparedStudy prepareStudy(const RunOptions& options, GivenInputs given, Progres
         study.method = earlier->method->again(study.options, options.north, given.weather);
     }
     if (study.method == nullptr) {
-        study.method = makeRadiationMethod(study.options, options.north, given.weather);
+        tbb::task_arena arena(usedThreads(options.threads));
+        arena.execute([&] {
+            study.method = makeRadiationMethod(study.options, options.north, given.weather);
+        });
     }
     reportStudy(options, study.method->weather(), progress);
     if (const std::string advice = study.method->advice(); !advice.empty()) {

@@ -32,19 +32,19 @@ using test::Vector;
 /// A scene given by a formula: whether a direction is free, or what it lets through.
 class FormulaScene final : public GetTransparencyValueOnRay {
 public:
-    explicit FormulaScene(std::function<float(const XYZf&)> isFree, bool doubleSided = false)
-        : m_isFree(std::move(isFree)), m_doubleSided(doubleSided) {}
+    explicit FormulaScene(std::function<float(const XYZf&)> passing, bool doubleSided = false)
+        : m_passing(std::move(passing)), m_doubleSided(doubleSided) {}
     bool getSurfaceDoubleSided() override { return m_doubleSided; }
     float getTransparencyValue(const XYZf&, const XYZf& direction, const XYZf*) override {
         ++rays;
-        return m_isFree(direction);
+        return m_passing(direction);
     }
     int initialise() override { return 0; }
 
     std::atomic<int> rays = 0;
 
 private:
-    std::function<float(const XYZf&)> m_isFree;
+    std::function<float(const XYZf&)> m_passing;
     bool m_doubleSided;
 };
 

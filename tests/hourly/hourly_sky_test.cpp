@@ -255,6 +255,14 @@ TEST(HourlySky, SharesTheHourOfSunriseByTheSunsTime) {
     EXPECT_GT(diffuse(hour, hour + 0.5), 0.0);
 }
 
+TEST(HourlySky, IsTheSameOnAllThreads) {
+    const WeatherSeries weather = test::clearYear({35.7, 139.8, 9.0, 6.0});
+    const HourlySky alone = buildHourlySky(weather);
+    const HourlySky together = buildHourlySky(weather, {}, {}, true);
+    EXPECT_EQ(alone.diffuse, together.diffuse);
+    EXPECT_EQ(alone.patchRadiance, together.patchRadiance);
+}
+
 TEST(HourlySky, RunsAnywhere) {
     // Poles, polar circle, both sides of the date line, equator, half and quarter zones.
     for (const Site& site : {Site{90, 0, 0, 0}, Site{-90, 0, 12, 2800}, Site{67, 25, 2, 0},
