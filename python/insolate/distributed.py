@@ -67,7 +67,7 @@ tile_block, tile_block_with_hours = 524_288, 65_536
 #: How long the cluster may be without any worker [s].
 patience = 300.0
 #: How often its workers are counted [s].
-looking = 5.0
+looking = 1.0
 #: How often a block is given out again whose workers died; Dask has tried three others each time.
 submissions = 3
 
