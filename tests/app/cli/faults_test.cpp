@@ -35,9 +35,9 @@ void limitTo(decltype(RLIMIT_AS) resource, rlim_t most) {
 class FaultsTest : public test::CommandFixture {
 protected:
 #ifdef INSOLATE_SANITIZED
-    const std::string grid = "0.25";
+    const std::string grid = "0.3";
 #else
-    const std::string grid = "0.07";
+    const std::string grid = "0.11";
 #endif
     const std::string spoken =
         "run --scene court.obj --weather good.epw --period 6/1-6/3 --grid " + grid;
