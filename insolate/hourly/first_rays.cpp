@@ -36,26 +36,6 @@ struct Mean {
     }
 };
 
-/// The mean of places in a cell, in shares of its width and height.
-struct MeanPlace {
-    double sumX = 0.0;
-    double sumY = 0.0;
-    int count = 0;
-
-    /// @param place as in SunStep
-    void add(std::uint32_t place) {
-        std::array<unsigned, 2> axes{};
-        for (unsigned bit = 0; bit < 12; ++bit) {
-            axes[bit % 2] |= (place >> bit & 1U) << bit / 2;
-        }
-        sumX += (axes[0] + 0.5) / 64.0;
-        sumY += (axes[1] + 0.5) / 64.0;
-        ++count;
-    }
-    double x() const { return sumX / count; }
-    double y() const { return sumY / count; }
-};
-
 } // namespace
 
 double rayLattice::placeX(int altitude) {
@@ -94,6 +74,22 @@ std::array<std::span<const SunStep>, 2> FirstRays::stepsOf(const HourlySky& sky,
     return {steps.first(middle), steps.subspan(middle)};
 }
 
+XYZf FirstRays::towards(const HourlySky& sky, const SunCell& cell, std::span<const SunStep> steps) {
+    std::array<double, 2> sums{}; // in shares of the cell's width and height
+    for (const SunStep& step : steps) {
+        std::array<unsigned, 2> axes{};
+        for (unsigned bit = 0; bit < 12; ++bit) {
+            axes[bit % 2] |= (step.place >> bit & 1U) << bit / 2;
+        }
+        sums[0] += (axes[0] + 0.5) / 64.0;
+        sums[1] += (axes[1] + 0.5) / 64.0;
+    }
+    const auto count = static_cast<double>(steps.size());
+    return directionOf(cell.cell % skyGrid::azimuthCount + sums[0] / count,
+                       cell.cell / skyGrid::azimuthCount + sums[1] / count,
+                       sky.options.northOffset);
+}
+
 FirstRays::FirstRays(const HourlySky& sky) : ofLattice{SkyCellSet::all(), SkyCellSet::all()} {
     std::array<std::vector<XYZf>, 2> rays = rayLattice::pair(0.0, 0.0, sky.options.northOffset);
     for (const SunCell& cell : sky.sunCells) {
@@ -101,31 +97,27 @@ FirstRays::FirstRays(const HourlySky& sky) : ofLattice{SkyCellSet::all(), SkyCel
         const int altitude = cell.cell / skyGrid::azimuthCount;
         withSun.insert(azimuth, altitude);
         cellOfSun.push_back(cell.cell);
-        std::array<Mean, 2> energy;
-        std::array<MeanPlace, 2> places;
-        std::array<double, 2> hours{};
-        for (int s = cell.firstStep; s < cell.firstStep + cell.stepCount; ++s) {
-            const SunStep& step = sky.sunSteps[static_cast<std::size_t>(s)];
-            const std::size_t half = halfOf(step);
-            places[half].add(step.place);
-            energy[half].add(step.energy);
-            hours[half] += static_cast<double>(step.sunHours);
-        }
+        const std::array<std::span<const SunStep>, 2> steps = stepsOf(sky, cell);
         for (std::size_t half = 0; half < 2; ++half) {
+            Mean energy;
+            double hours = 0.0;
+            for (const SunStep& step : steps[half]) {
+                energy.add(step.energy);
+                hours += static_cast<double>(step.sunHours);
+            }
             XYZf& ray = rays[half][static_cast<std::size_t>(cell.cell)];
-            XYZf kept = energy[half].scaled(1.0);
-            if (places[half].count > 0) {
-                ray = directionOf(azimuth + places[half].x(), altitude + places[half].y(),
-                                  sky.options.northOffset);
+            XYZf kept = energy.scaled(1.0);
+            if (!steps[half].empty()) {
+                ray = towards(sky, cell, steps[half]);
                 ofLattice[half].erase(azimuth, altitude);
             }
-            if (!(energy[half].length() > 0.0)) {
+            if (!(energy.length() > 0.0)) {
                 kept = {ray.x * directionOnly, ray.y * directionOnly, ray.z * directionOnly};
             }
             sun[half].energyX.push_back(kept.x);
             sun[half].energyY.push_back(kept.y);
             sun[half].energyZ.push_back(kept.z);
-            sun[half].hours.push_back(static_cast<float>(hours[half]));
+            sun[half].hours.push_back(static_cast<float>(hours));
             sun[half].rayX.push_back(ray.x);
             sun[half].rayY.push_back(ray.y);
             sun[half].rayZ.push_back(ray.z);

@@ -44,6 +44,10 @@ struct FirstRays {
     static std::array<std::span<const SunStep>, 2> stepsOf(const HourlySky& sky,
                                                            const SunCell& cell);
 
+    /// The direction to the mean of the places of some steps of a cell, at least one, each counted
+    /// alike.
+    static XYZf towards(const HourlySky& sky, const SunCell& cell, std::span<const SunStep> steps);
+
     SkyCellSet withSun;
     /// Sums of energies below this come from directions without energy [Wh/m2].
     static constexpr float leastEnergy = 1e-15f;

@@ -227,11 +227,11 @@ EdgeTables::EdgeTables(const HourlySky& sky, const FirstRays& first,
         const SunCell& sun = sky.sunCells[j];
         m_sunCellOf[static_cast<std::size_t>(sun.cell)] = static_cast<std::int16_t>(j);
         const auto [lower, upper] = FirstRays::stepsOf(sky, sun);
-        m_sunFans.push_back({addSunFans(lower), addSunFans(upper)});
+        m_sunFans.push_back({addSunFans(sun, lower), addSunFans(sun, upper)});
     }
 }
 
-EdgeTables::SunFans EdgeTables::addSunFans(std::span<const SunStep> steps) {
+EdgeTables::SunFans EdgeTables::addSunFans(const SunCell& cell, std::span<const SunStep> steps) {
     const SunFans fans{steps.size(), m_sunRays.size()};
     for (const std::size_t planned : sunFanSizes) {
         const std::size_t count = std::min(planned, steps.size());
@@ -240,14 +240,17 @@ EdgeTables::SunFans EdgeTables::addSunFans(std::span<const SunStep> steps) {
             for (std::size_t ray = start; ray < count; ray += 3) {
                 XYZf energy{0, 0, 0};
                 float hours = 0.0f;
-                for (std::size_t s = ray * steps.size() / count;
-                     s < (ray + 1) * steps.size() / count; ++s) {
-                    energy = sum(energy, steps[s].energy);
-                    hours += steps[s].sunHours;
+                const std::size_t begin = ray * steps.size() / count;
+                const std::size_t end = (ray + 1) * steps.size() / count;
+                const std::span<const SunStep> own = steps.subspan(begin, end - begin);
+                for (const SunStep& step : own) {
+                    energy = sum(energy, step.energy);
+                    hours += step.sunHours;
                 }
                 const float length = vectorLength(energy);
-                m_sunRays.push_back(
-                    {length > 0.0f ? scaled(energy, 1.0f / length) : XYZf{0, 0, 0}, length, hours});
+                m_sunRays.push_back({length > 0.0f ? scaled(energy, 1.0f / length)
+                                                   : FirstRays::towards(*m_sky, cell, own),
+                                     length, hours});
             }
         }
         if (planned >= steps.size()) {
@@ -484,15 +487,16 @@ std::size_t ShadowEdges::samplesOf(const Fan& fan) const {
                                  : std::min<std::size_t>(fan.planned, EdgeTables::fanSize);
 }
 
-/// Calls use(direction, weight, hours) for samples of a fan; those behind the surface, and those
-/// without radiation, weigh nothing.
+/// Calls use(direction, weight, hours) for samples of a fan. Those behind the surface weigh nothing
+/// and count no hours; those without radiation weigh nothing.
 template <typename Use>
 void ShadowEdges::forEachSample(const Fan& fan, std::size_t begin, std::size_t end,
                                 Use&& use) const {
     if (fan.kind == Kind::Sun) {
         for (const EdgeTables::SunRay& ray :
              m_tables.sunRays(fan.place, fan.half, fan.planned).subspan(begin, end - begin)) {
-            use(ray.direction, ray.energy * received(ray.direction, 1.0f), ray.hours);
+            const float facing = received(ray.direction, 1.0f);
+            use(ray.direction, ray.energy * facing, facing > 0.0f ? ray.hours : 0.0f);
         }
         return;
     }
@@ -513,22 +517,18 @@ ShadowEdges::Asked ShadowEdges::add(Fan& fan, std::size_t begin, std::size_t end
             m_directions.push_back(direction);
             m_worth.push_back({weight, hours});
             fan.weight += weight;
-        } else {
-            fan.hours += hoursWithoutLight(fan, direction, hours);
+        } else if (hours > 0.0f) {
+            fan.hours += hours * firstVisible(fan);
         }
     });
     fan.rays += static_cast<std::uint32_t>(m_directions.size() - first);
     return {first, m_directions.size()};
 }
 
-/// Time without radiation keeps what the first ray saw.
-float ShadowEdges::hoursWithoutLight(const Fan& fan, const XYZf& direction, float hours) const {
-    if (direction.x != 0.0f || direction.y != 0.0f || direction.z != 0.0f) {
-        return 0.0f;
-    }
-    return m_first
-               .visible[fan.half][static_cast<std::size_t>(m_tables.first().cellOfSun[fan.place])] *
-           hours;
+/// What the first ray of a sun's half saw: time without radiation keeps that.
+float ShadowEdges::firstVisible(const Fan& fan) const {
+    const auto cell = static_cast<std::size_t>(m_tables.first().cellOfSun[fan.place]);
+    return m_first.visible[fan.half][cell];
 }
 
 /// Asks the rays that were added since.
@@ -587,12 +587,11 @@ void ShadowEdges::askFans(const Rays& rays) {
         fan.visible = m_visible[asked[i][0].begin];
         if (fan.kind == Kind::Sun) { // the others are seen as those that were asked
             const std::size_t count = samplesOf(fan);
-            forEachSample(fan, countAtFirst(count), count,
-                          [&](const XYZf& direction, float weight, float hours) {
-                              fan.weight += weight;
-                              fan.hours += weight > 0.0f ? hours * fan.visible
-                                                         : hoursWithoutLight(fan, direction, hours);
-                          });
+            forEachSample(
+                fan, countAtFirst(count), count, [&](const XYZf&, float weight, float hours) {
+                    fan.weight += weight;
+                    fan.hours += hours * (weight > 0.0f ? fan.visible : firstVisible(fan));
+                });
         }
     }
 }

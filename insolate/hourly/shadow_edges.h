@@ -57,8 +57,8 @@ public:
     int sunCellOf(std::size_t cell) const { return m_sunCellOf[cell]; }
     /// A ray to some steps of the sun that follow each other by their places.
     struct SunRay {
-        XYZf direction; ///< 0 for steps without radiation
-        float energy;   ///< [Wh/m2]
+        XYZf direction;
+        float energy; ///< [Wh/m2]
         float hours;
     };
     /// Half a cell's steps in as many rays of about as many steps each, as far as there are steps.
@@ -97,7 +97,7 @@ private:
     struct SunFans {
         std::size_t steps, first;
     };
-    SunFans addSunFans(std::span<const SunStep> steps);
+    SunFans addSunFans(const SunCell& cell, std::span<const SunStep> steps);
     std::vector<std::array<SunFans, 2>> m_sunFans;
     std::vector<SunRay> m_sunRays;
     std::vector<XYZf> m_lowerMoments;
@@ -165,7 +165,7 @@ private:
         std::size_t begin = 0, end = 0;
     };
     Asked add(Fan& fan, std::size_t begin, std::size_t end);
-    float hoursWithoutLight(const Fan& fan, const XYZf& direction, float hours) const;
+    float firstVisible(const Fan& fan) const;
     void ask(const Rays& rays);
     bool agree(const Asked& asked) const;
     void askFans(const Rays& rays);

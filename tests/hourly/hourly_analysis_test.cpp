@@ -455,6 +455,27 @@ TEST(HourlyAnalysis, LosesNothingToAWallBehindTheSensor) {
     }
 }
 
+// Time with the sun up is one of geometry: under dark skies, in half a cell that the surface's own
+// plane cuts, no more of it counts than what lies before the plane.
+TEST(HourlyAnalysis, CountsDarkHoursBeforeTheSurfaceAlone) {
+    WeatherSeries weather = test::clearYear({41.98, -87.92, -6.0, 201.0});
+    const HourlySky clear = buildHourlySky(weather);
+    test::keepDays(weather, 10);
+    const HourlyAnalysis dark(buildHourlySky(weather), {.tolerance = 0.0, .sunTolerance = 5e-4});
+    const auto isFree = [](const XYZf&) { return true; };
+    FormulaScene scene(isFree);
+    for (int compass = 0; compass < 360; compass += 20) {
+        for (const double altitude : {-30.0, 0.0, 30.0}) {
+            const XYZf normal = test::narrowed(test::direction(compass, altitude));
+            const double expected = bruteForce(clear, normal, isFree).sunHours;
+            const SensorResult result = dark.evaluate(scene, {{0, 0, 0}, normal});
+            // Cells that bring too little to be looked at again leave up to 13 hours.
+            EXPECT_NEAR(static_cast<double>(result.directSunHours), expected, 15.0)
+                << compass << " " << altitude;
+        }
+    }
+}
+
 /// Whether part of an hour's sun stands within 7.5 degrees of the surface's plane, where the hours
 /// are scaled to the sums.
 bool isGrazed(const HourlySky& sky, int hour, const XYZf& normal) {
