@@ -183,7 +183,7 @@ struct HourlyAnalysis::Prepared {
             edges.emplace(sky, first, ground);
         }
         if (sky.valid) {
-            parts = SkyParts(sky, first, theParts);
+            parts = SkyParts(sky, theParts);
         }
         openTotal = static_cast<float>(sky.report.diffuseHorizontal + sky.report.directHorizontal);
         if (sky.valid) {
@@ -487,14 +487,13 @@ private:
         const std::span<const std::array<float, cellCount>> shares =
             m_sunShares.empty() ? std::span<const std::array<float, cellCount>>(m_visible)
                                 : m_sunShares;
+        const std::array<std::vector<float>, 2>& times = sunTimes();
         const SkyParts::Seen seen{.sides = m_sides,
                                   .normal = m_normal,
                                   .cells = m_seen.data(),
                                   .skyScale = skyScale,
-                                  .visible = {m_visible[0].data(), m_visible[1].data()},
                                   .sunShares = {shares[0].data(), shares[1].data()},
-                                  .sunTimes = {m_sunTimes.empty() ? nullptr : m_sunTimes[0].data(),
-                                               m_sunTimes.empty() ? nullptr : m_sunTimes[1].data()},
+                                  .sunTimes = {times[0].data(), times[1].data()},
                                   .sunWeight = m_sunWeight.data(),
                                   .sunVisible = m_sunVisible.data(),
                                   .timeThrough = timeThrough.empty() ? nullptr : timeThrough.data(),
@@ -789,10 +788,7 @@ private:
             m_sunWeight[j] > 0.0f ? std::clamp(seen / m_sunWeight[j], 0.0f, 1.0f) : 0.0f;
         m_beam += gained;
         if (m_shared.options.sunTolerance > 0.0) {
-            if (m_sunTimes.empty()) {
-                m_sunTimes = firstSunTimes();
-            }
-            float& time = m_sunTimes[fan.half][j];
+            float& time = sunTimes()[fan.half][j];
             m_sunHours += fan.hours - sun.hours[j] * time;
             time = sun.hours[j] > 0.0f ? fan.hours / sun.hours[j] : 0.0f;
         }
@@ -963,31 +959,26 @@ private:
         }
     }
 
-    /// The share of the sun's time in half a cell that its first ray sees.
-    float firstSunTime(std::size_t half, std::size_t sunCell) const {
-        const FirstRays::Sun& sun = m_shared.first.sun[half];
-        const XYZf ray{sun.rayX[sunCell], sun.rayY[sunCell], sun.rayZ[sunCell]};
-        const bool faced = m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f;
-        const auto cell = static_cast<std::size_t>(m_shared.first.cellOfSun[sunCell]);
-        return faced ? m_visible[half][cell] : 0.0f;
-    }
-
-    std::vector<std::vector<float>> firstSunTimes() const {
-        std::vector<std::vector<float>> times(2);
-        for (std::size_t half = 0; half < 2; ++half) {
+    /// The share of the sun's time that counts as seen, by halves and sun cells: what the first ray
+    /// of a half saw, where it lies before the surface, until the half is looked at again.
+    std::array<std::vector<float>, 2>& sunTimes() {
+        for (std::size_t half = 0; half < 2 && m_sunTimes[half].empty(); ++half) {
+            const FirstRays::Sun& sun = m_shared.first.sun[half];
             for (std::size_t j = 0; j < m_shared.sky.sunCells.size(); ++j) {
-                times[half].push_back(firstSunTime(half, j));
+                const XYZf ray{sun.rayX[j], sun.rayY[j], sun.rayZ[j]};
+                const bool faced = m_sides != Sides::One || dotProduct(m_normal, ray) > 0.0f;
+                const auto cell = static_cast<std::size_t>(m_shared.first.cellOfSun[j]);
+                m_sunTimes[half].push_back(faced ? m_visible[half][cell] : 0.0f);
             }
         }
-        return times;
+        return m_sunTimes;
     }
 
     /// The hours that a sun cell counts before anything weakens them.
-    float sunHoursOf(std::size_t sunCell) const {
+    float sunHoursOf(std::size_t sunCell) {
         float hours = 0.0f;
         for (std::size_t half = 0; half < 2; ++half) {
-            hours += m_shared.first.sun[half].hours[sunCell] *
-                     (m_sunTimes.empty() ? firstSunTime(half, sunCell) : m_sunTimes[half][sunCell]);
+            hours += m_shared.first.sun[half].hours[sunCell] * sunTimes()[half][sunCell];
         }
         return hours;
     }
@@ -1287,10 +1278,8 @@ private:
     std::array<float, cellCount + lanes> m_sunVisible;
     /// Of the cells' halves, of their sun; empty where it is as m_visible.
     std::vector<std::array<float, cellCount>> m_sunShares;
-    /// Of the halves, by sun cell: the share of its time that counts as seen; empty where the first
-    /// rays decide.
-    std::vector<std::vector<float>> m_sunTimes;
-    SkyCellSet m_lookedAt; // cells whose halves count by their own weights
+    std::array<std::vector<float>, 2> m_sunTimes; // for sunTimes()
+    SkyCellSet m_lookedAt;                        // cells whose halves count by their own weights
     float m_view = 0.0f;
     float m_firstView = 0.0f; // the same by the first rays, a figure of geometry alone
     float m_sky = 0.0f;

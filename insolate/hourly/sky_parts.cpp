@@ -35,8 +35,9 @@ void SkyParts::forEachSun(const HourlySky& sky, Use&& use) {
     }
     for (const SunCell& cell : sky.sunCells) {
         auto begin = static_cast<std::size_t>(cell.firstStep);
+        const std::array<std::span<const SunStep>, 2> ofHalves = FirstRays::stepsOf(sky, cell);
         for (std::size_t half = 0; half < 2; ++half) {
-            const std::span<const SunStep> own = FirstRays::stepsOf(sky, cell)[half];
+            const std::span<const SunStep> own = ofHalves[half];
             std::array<double, 3> energy{};
             double hours = 0.0;
             for (const SunStep& step : own) {
@@ -56,8 +57,7 @@ void SkyParts::forEachSun(const HourlySky& sky, Use&& use) {
     }
 }
 
-SkyParts::SkyParts(const HourlySky& whole, const FirstRays& first,
-                   const std::vector<HourlySky>& parts) {
+SkyParts::SkyParts(const HourlySky& whole, const std::vector<HourlySky>& parts) {
     if (parts.empty()) {
         return;
     }
@@ -66,13 +66,8 @@ SkyParts::SkyParts(const HourlySky& whole, const FirstRays& first,
     std::vector<std::size_t> placeOf(none, none);
     for (const SunCell& cell : whole.sunCells) {
         const auto index = static_cast<std::size_t>(cell.cell);
-        const std::size_t place = m_cells.size();
-        placeOf[index] = place;
+        placeOf[index] = m_cells.size();
         m_cells.push_back({cell.cell, skyCells.centre[index], {}});
-        for (std::size_t half = 0; half < 2; ++half) {
-            const FirstRays::Sun& sun = first.sun[half];
-            m_cells.back().halves[half].ray = {sun.rayX[place], sun.rayY[place], sun.rayZ[place]};
-        }
     }
     m_steps.reserve(1 + parts.size());
     forEachSun(whole, [&](int cell, std::size_t half, const HalfSun& sun) {
@@ -100,14 +95,7 @@ void SkyParts::addCell(const Seen& seen, std::size_t cell, std::size_t first,
     const float height = dotProduct(seen.normal, sunCell.centre);
     const bool isBehind = seen.sides == Sides::One && height < -farFromPlane;
     const auto index = static_cast<std::size_t>(sunCell.index);
-    std::array<float, 2> times{};
-    for (std::size_t half = 0; half < 2; ++half) {
-        const bool isFaced =
-            seen.sides != Sides::One || dotProduct(seen.normal, sunCell.halves[half].ray) > 0.0f;
-        times[half] = seen.sunTimes[half] != nullptr ? seen.sunTimes[half][cell]
-                      : isFaced                      ? seen.visible[half][index]
-                                                     : 0.0f;
-    }
+    const std::array<float, 2> times{seen.sunTimes[0][cell], seen.sunTimes[1][cell]};
     const double counted =
         static_cast<double>(seen.sunWeight[cell]) * static_cast<double>(seen.sunVisible[cell]);
     if (isBehind || (counted == 0.0 && times[0] == 0.0f && times[1] == 0.0f)) {

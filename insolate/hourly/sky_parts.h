@@ -27,10 +27,9 @@ public:
     SkyParts(SkyParts&&) noexcept = default; // the suns point into the steps
     SkyParts& operator=(SkyParts&&) noexcept = default;
     ~SkyParts() = default;
-    /// @param first the rays of the whole
     /// @param parts of the same weather and options, each within the whole's period; what of one
     ///        lies outside is left out
-    SkyParts(const HourlySky& whole, const FirstRays& first, const std::vector<HourlySky>& parts);
+    SkyParts(const HourlySky& whole, const std::vector<HourlySky>& parts);
 
     std::size_t size() const { return m_parts.size(); }
 
@@ -40,13 +39,10 @@ public:
         XYZf normal{0, 0, 0};
         const float* cells = nullptr;            ///< visible projected solid angles [sr]
         float skyScale = 1;                      ///< what the sky counts by, over that of the cells
-        std::array<const float*, 2> visible{};   ///< of the cells' halves, by cell
-        std::array<const float*, 2> sunShares{}; ///< the same of their sun, looked at again
-        /// Of the cells' halves, by sun cell: the seen share of the sun's time; null: as visible,
-        /// where the half's ray stands before the surface.
-        std::array<const float*, 2> sunTimes{};
-        const float* sunWeight = nullptr;  ///< by sun cell: energy on the surface [Wh/m2]
-        const float* sunVisible = nullptr; ///< by sun cell: its visible share
+        std::array<const float*, 2> sunShares{}; ///< of the cells' halves, by cell: seen of the sun
+        std::array<const float*, 2> sunTimes{};  ///< of the halves, by sun cell: seen of its time
+        const float* sunWeight = nullptr;        ///< by sun cell: energy on the surface [Wh/m2]
+        const float* sunVisible = nullptr;       ///< by sun cell: its visible share
         /// By sun cell: the share of its time that glass and crowns let through; null: all of it.
         const float* timeThrough = nullptr;
         float groundView = 0; ///< what the ground's light counts by
@@ -68,7 +64,6 @@ private:
     };
     struct Half {
         HalfSun whole;
-        XYZf ray{0, 0, 0};          ///< to the whole's sun
         std::vector<PartSun> parts; ///< in their order
     };
     struct Cell {
