@@ -2,10 +2,26 @@
 
 from __future__ import annotations
 
+import ctypes
+import platform
+
 from distributed import WorkerPlugin
 
 from . import _core
 from ._distributed_work import Scenes
+
+
+def keep_freed_memory() -> None:
+    """Lets the process keep up to 128 MB of what it has freed for the next block.
+
+    By Dask's setting (MALLOC_TRIM_THRESHOLD_) it is given back at once: 30,000 page faults for each
+    block of 16,384 sensors, 5 % of its time.
+    """
+    if platform.libc_ver()[0] == "glibc":
+        trim_threshold, mmap_threshold = -1, -3  # of malloc.h
+        library = ctypes.CDLL(None)
+        library.mallopt(trim_threshold, 1 << 27)
+        library.mallopt(mmap_threshold, 1 << 25)  # the highest
 
 
 class ScenesPlugin(WorkerPlugin):  # type: ignore[misc, unused-ignore]
@@ -23,6 +39,7 @@ class ScenesPlugin(WorkerPlugin):  # type: ignore[misc, unused-ignore]
             )
         import zarr  # noqa: F401  # takes half a second, which the first block need not wait for
 
+        keep_freed_memory()
         self.scenes = Scenes()
 
     def __getstate__(self) -> dict[str, str]:

@@ -43,16 +43,21 @@ hours_step = 0.1
 missing_hour = 65535
 
 
-def write_whole(path: Path, content: bytes) -> None:
-    """Writes a file that is complete or absent, and survives a power cut."""
+def write_whole(path: Path, content: bytes, survives: bool = True) -> None:
+    """Writes a file that is complete or absent, whoever dies meanwhile.
+
+    survives: a power cut too.
+    """
     partial = path.with_name(f"{path.name}.{uuid.uuid4().hex}.partial")
     try:
         with open(partial, "wb") as file:
             file.write(content)
-            file.flush()
-            os.fsync(file.fileno())
+            if survives:
+                file.flush()
+                os.fsync(file.fileno())
         os.replace(partial, path)
-        _sync(path.parent)
+        if survives:
+            _sync(path.parent)
     except BaseException:
         partial.unlink(missing_ok=True)
         raise
@@ -260,10 +265,15 @@ class WeatherFile(NamedTuple):
 
 
 class Store:
-    """The folder; every method may be called by any process at any time."""
+    """The folder; every method may be called by any process at any time.
 
-    def __init__(self, path: str | os.PathLike[str]) -> None:
+    survives: a power cut. The disk must be waited for then, which a store that is deleted at the end
+    need not.
+    """
+
+    def __init__(self, path: str | os.PathLike[str], survives: bool = True) -> None:
         self.path = Path(path).absolute()
+        self._survives = survives
         self.files = self.path / "files"
         self.receipt_folder = self.path / "receipts"
         self.warning_folder = self.path / "warnings"
@@ -309,10 +319,13 @@ class Store:
             import zarr
 
             zarr.open_group(str(self.results), mode="a")
-            write_whole(place, json.dumps(manifest, indent=1).encode())
+            self._write_whole(place, json.dumps(manifest, indent=1).encode())
         except OSError as problem:
             raise _core.OutputError(f"{self.path}: {problem.strerror}; give a store that can be written") from problem
         return manifest
+
+    def _write_whole(self, path: Path, content: bytes) -> None:
+        write_whole(path, content, self._survives)
 
     def _is_begun(self) -> bool:
         """Whether there is nothing, or what `open` makes before the manifest: its process was killed then."""
@@ -339,13 +352,13 @@ class Store:
         name = digest + suffix
         path = self.files / name
         if not path.exists() or path.read_bytes() != content:
-            write_whole(path, content)
+            self._write_whole(path, content)
         return name
 
     def add_scene(self, scene: SceneArrays) -> str:
         name = scene.digest + ".npz"
         if not (self.files / name).exists():
-            write_whole(self.files / name, scene.file())
+            self._write_whole(self.files / name, scene.file())
         return name
 
     def has_files(self, names: Iterable[str]) -> bool:
@@ -418,7 +431,7 @@ class Store:
         return found
 
     def give_receipt(self, name: str, receipt: dict[str, Any]) -> dict[str, Any]:
-        write_whole(self.receipt_folder / (name + ".json"), json.dumps(receipt).encode())
+        self._write_whole(self.receipt_folder / (name + ".json"), json.dumps(receipt).encode())
         return receipt
 
     def keep_warning(self, text: str) -> None:
@@ -426,7 +439,7 @@ class Store:
         path = self.warning_folder / (digest_of(text.encode()) + ".txt")
         if not path.exists():
             self.warning_folder.mkdir(exist_ok=True)
-            write_whole(path, text.encode())
+            self._write_whole(path, text.encode())
 
     def warnings(self) -> list[str]:
         return sorted(path.read_text() for path in self.warning_folder.glob("*.txt"))
@@ -505,24 +518,33 @@ class Store:
                 dimension_names=("time",),
             )
             times[:] = np.arange(8760, dtype=np.int32)
-        for folder in {self.results, self.results / tile}:
-            _sync(folder)
+        self.settle({self.results, self.results / tile})
 
-    def write(self, tile: str, name: str, first: int, values: Array) -> None:
-        """Whole chunks of one array, each of them complete or as before, on the disk."""
+    def write(self, tile: str, name: str, first: int, values: Array) -> set[Path]:
+        """Writes whole chunks of one array, each of them complete or as before.
+
+        Returns
+        -------
+        set of pathlib.Path
+            Files and folders for `settle`.
+        """
         path = self.results / tile / name
         array = self._array(tile, name)
         if first % array.chunks[0] != 0:
             raise ValueError(f"{name}: sensor {first} does not begin a chunk")
         array[first : first + len(values)] = values
-        folders = {path, path / "c"}
+        written = {path, path / "c"}
         for chunk in range(first // array.chunks[0], -(-(first + len(values)) // array.chunks[0])):
             for part in range(array.cdata_shape[1]) if values.ndim > 1 else (None,):
                 file = path / "c" / (str(chunk) if part is None else f"{chunk}/{part}")
-                _sync(file)
-                folders.add(file.parent)
-        for folder in folders:  # the chunks' names too
-            _sync(folder)
+                written |= {file, file.parent}  # the folder has the chunk's name
+        return written
+
+    def settle(self, written: set[Path]) -> None:
+        """Has the disk hold what was written; all of a block at once, which is faster by far."""
+        if self._survives:
+            for path in sorted(written, reverse=True):
+                _sync(path)
 
     def sensors(self, tile: str, first: int, end: int) -> tuple[Array, Array]:
         """Points and normals of some sensors, shape (n, 3) each."""

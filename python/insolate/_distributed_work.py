@@ -7,6 +7,7 @@ import os
 import threading
 import time
 from collections.abc import Callable, Mapping, Sequence
+from pathlib import Path
 from typing import Any, NamedTuple, Optional, Union
 
 import numpy as np
@@ -28,6 +29,7 @@ class Job(NamedTuple):
     """What all tasks of a run share."""
 
     store: str
+    survives: bool  #: the store, a power cut
     weather: str  #: its file in the store
     texts: OptionTexts
     materials: str  #: the text of their file
@@ -173,15 +175,15 @@ class Scenes:
         self._report = Report(False)
         self._store: Optional[Store] = None
 
-    def _store_at(self, path: str) -> Store:
+    def _store_of(self, job: Job) -> Store:
         store = self._store
-        if store is None or str(store.path) != path:
-            store = self._store = Store(path)
+        if store is None or str(store.path) != job.store:
+            store = self._store = Store(job.store, job.survives)
         return store
 
     def survey(self, job: Job, task: TileSource) -> dict[str, Any]:
         """Reads a tile and cuts its sensors; files and arrays are in the store afterwards."""
-        store = self._store_at(job.store)
+        store = self._store_of(job)
         receipt = store.receipt(survey_name(task.tile))
         if receipt is not None and store.has_files(receipt["scenes"]):
             return receipt
@@ -239,7 +241,7 @@ class Scenes:
 
     def block(self, job: Job, task: Block) -> dict[str, Any]:
         """Calculates a block and writes it, unless it is finished."""
-        store = self._store_at(job.store)
+        store = self._store_of(job)
         receipt = store.receipt(task.name)
         if receipt is not None:
             return receipt
@@ -247,11 +249,12 @@ class Scenes:
             with self._lock:
                 store.note("begin", task.name)
                 begin, used = time.monotonic(), time.process_time()
-                columns, receipt = self._calculate(store, job, task)
+                columns, receipt, written = self._calculate(store, job, task)
                 # Of the whole process, which calculates one block at a time: with the writing of the one before.
                 receipt["processor_seconds"] = round(time.process_time() - used, 3)
             for name, _, _, values in columns:
-                store.write(task.scene.tile, name, task.first, values)
+                written |= store.write(task.scene.tile, name, task.first, values)
+            store.settle(written)
             receipt["seconds"] = round(time.monotonic() - begin, 3)
             receipt["memory"] = peak_memory()
             store.give_receipt(task.name, receipt)
@@ -260,7 +263,7 @@ class Scenes:
         except OSError as problem:
             raise as_output_error(job.store, problem) from None
 
-    def _calculate(self, store: Store, job: Job, task: Block) -> tuple[Any, dict[str, Any]]:
+    def _calculate(self, store: Store, job: Job, task: Block) -> tuple[Any, dict[str, Any], set[Path]]:
         key = (job.store, job.weather, str(job.texts), job.materials, task.scene)
         if self._study is None or key != self._key:
             self._study = None  # before the next one takes its memory
@@ -270,11 +273,12 @@ class Scenes:
         points, normals = store.sensors(tile, task.first, task.end)
         others = self._study.others(points, normals, self._report)
         columns = [(*known, np.array(values)) for *known, values in others.columns]
+        written: set[Path] = set()
         if job.hours:
             for first in range(task.first, task.end, hours_chunk[0]):
                 end = min(first + hours_chunk[0], task.end)
                 hours = others.hours(first - task.first, end - task.first, None)
-                store.write(tile, "poa_global", first, np.rint(hours / hours_step).astype(np.uint16))
+                written |= store.write(tile, "poa_global", first, np.rint(hours / hours_step).astype(np.uint16))
         del others  # it holds the scene
         for text in self._report.warnings:
             store.keep_warning(text)
@@ -292,7 +296,7 @@ class Scenes:
             "area": float(areas[known].sum()),
             "energy": float((totals * areas)[known].sum()),
         }
-        return columns, receipt
+        return columns, receipt, written
 
 
 def cut(model: Model, cutting: Mapping[str, Any]) -> Sensors:
@@ -316,8 +320,10 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
         "area": np.full(count, np.nan, np.float32) if sensors.areas is None else np.asarray(sensors.areas),
         "object": np.array(objects or [-1] * count, dtype=np.int32),
     }
+    written: set[Path] = set()
     for name, values in given.items():
-        store.write(tile, name, 0, np.ascontiguousarray(values))
+        written |= store.write(tile, name, 0, np.ascontiguousarray(values))
+    store.settle(written)
     import zarr
 
     path = store.results / tile if tile else store.results

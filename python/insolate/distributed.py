@@ -385,8 +385,8 @@ def radiation_of(
     given = (study, models, sensors, weather, texts, materials)
     if store is None:
         with tempfile.TemporaryDirectory(prefix="insolate-") as folder:
-            return _calculated(*given, os.path.join(folder, "store"), False, client, block, report)
-    return _calculated(*given, store, resume, client, block, report)
+            return _calculated(*given, os.path.join(folder, "store"), False, False, client, block, report)
+    return _calculated(*given, store, True, resume, client, block, report)
 
 
 def _calculated(
@@ -397,13 +397,14 @@ def _calculated(
     texts: OptionTexts,
     materials: str,
     place: Path,
+    survives: bool,
     resume: bool,
     client: Any,
     block: Optional[int],
     report: Report,
 ) -> _core.Study:
     runner = _runner(client)
-    store = Store(place)
+    store = Store(place, survives)
     asked = _of_sensors(texts)
     columns = _columns_of(study)
     usual = min(max(-(-len(sensors) // blocks_of_scene), least_block), most_block)
@@ -423,7 +424,9 @@ def _calculated(
         },
         resume,
     )
-    job = Job(str(store.path), "", asked, materials, "", manifest["block"], columns, False, threads, _core.version)
+    job = Job(
+        str(store.path), survives, "", asked, materials, "", manifest["block"], columns, False, threads, _core.version
+    )
     with _writing(store):
         job = job._replace(weather=store.add_weather(weather, weather_file))
         own = tuple(store.add_scene(scene) for scene in scenes)
@@ -844,7 +847,9 @@ def city(
         report.warnings += heard.warnings
         kept = place.add_weather(year, weather_file)
         about = _about_reflected(without_scene)
-        job = Job(str(place.path), kept, texts, "", about, manifest["block"], columns, hours, threads, _core.version)
+        job = Job(
+            str(place.path), True, kept, texts, "", about, manifest["block"], columns, hours, threads, _core.version
+        )
         surveyed = _survey(runner, place, job, sources)
         if options.get("north") is None:
             texts = [*texts, *option_texts({"north": surveyed.north()})]
