@@ -1,6 +1,7 @@
 """Studies on several processes: speed, kills, tiles, and a plan for large cities.
 
     ./dev python bench/cluster.py two            # two workers over one, 300,000 sensors; on two idle cores
+    ./dev python bench/cluster.py two usual      # with Dask's own settings
     ./dev python bench/cluster.py kills          # 20 workers killed at random moments
     ./dev python bench/cluster.py tiles          # a city in tiles against the same city whole
     ./dev python bench/cluster.py light          # reflected light of blocks and tiles against that of one run
@@ -28,6 +29,7 @@ import time
 from collections import Counter
 from pathlib import Path
 
+import dask
 import numpy as np
 from distributed import Client, LocalCluster
 
@@ -62,6 +64,11 @@ def town(columns: int, rows: int, x: float = 0.0, y: float = 0.0, seed: int = 1,
     return ins.Model(vertices, faces, objects=[f"house{k}" for k in range(count) for _ in sides], orient="keep")
 
 
+#: Dask watches itself a hundred times a second in each process: 14 % of a processor with two workers,
+#: by these 5 %. Where workers have all processors it is theirs (docs/cluster.md).
+less_watching = {"distributed.worker.profile.enabled": False, "distributed.admin.tick.interval": "1s"}
+
+
 def workers(count: int, threads: int = 1) -> LocalCluster:
     return LocalCluster(n_workers=count, threads_per_worker=threads, dashboard_address=":0")
 
@@ -70,8 +77,12 @@ def same(a: ins.Radiation, b: ins.Radiation) -> bool:
     return all(a[name].tobytes() == b[name].tobytes() for name in b)
 
 
-def two() -> None:
-    """From the call to the result, by clients that are connected to workers that have calculated before."""
+def two(settings: str = "less") -> None:
+    """From the call to the result, by clients that are connected to workers that have calculated before.
+
+    settings: of Dask, "less" watching or the "usual" ones
+    """
+    dask.config.set(less_watching if settings == "less" else {})
     weather = ins.read_weather(weather_file)
     model = town(100, 100)
     sensors = model.select(facing=["up", "south"]).sensors(grid=2.7)

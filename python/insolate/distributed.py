@@ -435,11 +435,33 @@ def _calculated(
             store.give_receipt("sensors", {"sensors": len(sensors)})
     x, y, z, scale = study.origin
     scene = TileScene("", own, origin=(x, y, z, scale))
-    _calculate(runner, store, job, {"": len(sensors)}, lambda _: scene, report)
+    gathered = _Gathered(store, job, len(sensors))
+    _calculate(runner, store, job, {"": len(sensors)}, lambda _: scene, report, gathered.read)
     _warn_as_workers(store, job, weather, report)
-    group = store.group("")
-    study.take([(name, np.ascontiguousarray(group[name][:])) for name, _, _ in columns], report)
+    with _writing(store):
+        study.take(gathered.columns(), report)
     return study
+
+
+class _Gathered:
+    """The columns of one scene, each block read while workers calculate others."""
+
+    def __init__(self, store: Store, job: Job, count: int) -> None:
+        self._store = store
+        self._columns = {name: np.empty(count, np.float32) for name, _, _ in job.columns}
+        self._left = {first: min(first + job.block, count) for first in range(0, count, job.block)}
+
+    def read(self, first: int) -> None:
+        end = self._left[first]
+        for name, values in self._columns.items():
+            values[first:end] = self._store.part("", name, first, end)
+        del self._left[first]
+
+    def columns(self) -> list[tuple[str, Array]]:
+        """All of them: blocks of an earlier run, and what could not be read at once, are read now."""
+        for first in list(self._left):
+            self.read(first)
+        return list(self._columns.items())
 
 
 class _writing:
@@ -478,6 +500,7 @@ def _calculate(
     counts: Mapping[str, int],
     scene_of: Callable[[str], TileScene],
     report: Report,
+    take: Callable[[int], None] = lambda first: None,
 ) -> None:
     """Has all blocks calculated that have no receipt.
 
@@ -485,6 +508,7 @@ def _calculate(
     ----------
     counts : of the sensors, by tile
     scene_of : gives a tile's scene, where blocks of it are left
+    take : called with the first sensor of a block that is finished; its `OSError` is ignored
 
     Raises
     ------
@@ -525,6 +549,8 @@ def _calculate(
         nonlocal done
         done += block.end - block.first
         show()
+        with contextlib.suppress(OSError):  # else the runner would take it for the scheduler's
+            take(block.first)
 
     show()
     failures = runner.run(job, blocks(), count)
