@@ -296,6 +296,6 @@ def columns_of_scene(
 ) -> Any:
     """Totals of sensors at the origin [Wh/m2]."""
     meshes = [mesh_of(*part, "surroundings") for part in parts]
-    study = _core.prepare_study(meshes, None, weather, texts, "", None, None)
+    study = _core.prepare_study(meshes, None, weather, texts, "", None, None, None)
     others = study.others(np.zeros((len(normals), 3)), np.ascontiguousarray(normals), None)
     return np.asarray(others.columns[0][3], dtype=np.float64)

@@ -29,7 +29,6 @@ from ._distributed_context import (
     far,
     grid_of,
     light_below,
-    mesh_of,
     usual_min_altitude,
     usual_radius,
 )
@@ -46,6 +45,7 @@ from ._distributed_work import (
     holds_models,
     identity_of,
     keep_sensors,
+    sky_alone,
     survey_name,
 )
 from ._model import Array, Model, Names, Path, Sensors
@@ -315,10 +315,8 @@ def _columns_of(study: _core.Study) -> list[tuple[str, str, str]]:
 def _study_without_scene(weather: Weather, texts: OptionTexts, report: Report) -> _core.Study:
     """Refuses wrong options before anything is begun, and says what is odd about the weather."""
     _check_method(texts)
-    plate = np.array([[0.0, 0.0, 0.0], [9.0, 0.0, 0.0], [0.0, 9.0, 0.0]])
-    mesh = mesh_of(plate, np.array([[0, 1, 2]]), "plate")
     heard = Report(False)
-    study = _core.prepare_study([mesh], None, weather._core, texts, "", None, heard)
+    study = sky_alone(weather._core, texts, heard)
     report.warnings += heard.warnings
     return study
 
@@ -380,7 +378,7 @@ def radiation_of(
             raise _core.UsageError(f"--{name}: runs in one process; leave client and store out")
     _check_method(texts)
     study = _core.prepare_study(
-        [one._core for one in models], sensors._core, weather._core, texts, materials, None, report
+        [one._core for one in models], sensors._core, weather._core, texts, materials, None, None, report
     )
     given = (study, models, sensors, weather, texts, materials)
     if store is None:

@@ -62,10 +62,11 @@ PyStudy radiation(const std::vector<PyMesh>& models, const PySensors& sensors,
 
 /// A study of the hourly method that is not calculated.
 /// @param sensors null: it has none of its own
+/// @param earlier a study whose sky is taken where weather and options are the same; or null
 PyStudy prepareStudy(const std::vector<PyMesh>& models, const PySensors* sensors,
                      const PyWeather& weather, const OptionTexts& texts,
                      const std::string& materials, const std::optional<Origin>& origin,
-                     nb::handle report) {
+                     const PyStudy* earlier, nb::handle report) {
     PySensors none;
     none.field = std::make_shared<const study::SensorField>();
     const PySensors& own = sensors != nullptr ? *sensors : none;
@@ -80,8 +81,9 @@ PyStudy prepareStudy(const std::vector<PyMesh>& models, const PySensors* sensors
     result.models = models;
     doWork(report, [&](study::Progress& progress, const std::stop_token& stop) {
         given.models = inputsOf(models, own);
-        result.session =
-            std::make_shared<study::StudySession>(options, std::move(given), progress, stop);
+        result.session = std::make_shared<study::StudySession>(
+            options, std::move(given), progress, stop,
+            earlier != nullptr ? earlier->session.get() : nullptr);
     });
     return result;
 }
@@ -340,7 +342,7 @@ void bindRadiation(nb::module_& module) {
                nb::arg("report").none());
     module.def("prepare_study", &prepareStudy, nb::arg("models"), nb::arg("sensors").none(),
                nb::arg("weather"), nb::arg("options"), nb::arg("materials"),
-               nb::arg("origin").none(), nb::arg("report").none());
+               nb::arg("origin").none(), nb::arg("earlier").none(), nb::arg("report").none());
     module.def("visible", &visible, nb::arg("models"), nb::arg("origins").noconvert(),
                nb::arg("directions").noconvert(), nb::arg("report").none());
     module.def(
