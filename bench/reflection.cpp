@@ -2,7 +2,7 @@
 // which share nothing with the library's cells but the scene, the sky and the ray casts. Prints the
 // differences and the times.
 //
-//     bench_reflection <weather.epw> [paths, 20000] [scene]
+//     bench_reflection <weather.epw> [paths, 20000] [scene] [tolerances in percent, 1: 2,1,0.5]
 #include <insolate/insolate.h>
 
 #include <bench/scenes.h>
@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,8 +37,13 @@ XYZf along(const XYZf& origin, const XYZf& direction, double distance) {
             static_cast<float>(origin.z + distance * direction.z)};
 }
 
-/// A random direction over a surface, evenly by projected solid angle.
-XYZf scattered(const XYZf& normal, Random& random) {
+/// Three numbers of 0..1 that decide how a path goes on: over the sphere and which sun is asked.
+struct Draw {
+    double u, turn, sun;
+};
+
+/// A direction over a surface, evenly by projected solid angle.
+XYZf scattered(const XYZf& normal, const Draw& draw) {
     const XYZf aside = std::fabs(normal.x) < 0.7f ? XYZf{1, 0, 0} : XYZf{0, 1, 0};
     XYZf a{normal.y * aside.z - normal.z * aside.y, normal.z * aside.x - normal.x * aside.z,
            normal.x * aside.y - normal.y * aside.x};
@@ -44,8 +51,8 @@ XYZf scattered(const XYZf& normal, Random& random) {
     a = {a.x / length, a.y / length, a.z / length};
     const XYZf b{normal.y * a.z - normal.z * a.y, normal.z * a.x - normal.x * a.z,
                  normal.x * a.y - normal.y * a.x};
-    const double u = random(0, 1);
-    const double turn = random(0, 2 * std::numbers::pi);
+    const double u = draw.u;
+    const double turn = 2 * std::numbers::pi * draw.turn;
     const auto x = static_cast<float>(std::sqrt(u) * std::cos(turn));
     const auto y = static_cast<float>(std::sqrt(u) * std::sin(turn));
     const auto z = static_cast<float>(std::sqrt(1 - u));
@@ -71,8 +78,16 @@ public:
     Light of(const Sensor& sensor, int paths, std::uint64_t seed) const {
         Random random(seed);
         Light light;
+        // The first reflection of all paths is spread evenly, by a lattice with a random shift
+        // (Roberts 2018, the same as the library's in two dimensions, here in three).
+        const Draw shift{random(0, 1), random(0, 1), random(0, 1)};
+        const auto wrapped = [](double value) { return value - std::floor(value); };
         for (int path = 0; path < paths; ++path) {
-            follow(sensor, random, light);
+            follow(sensor,
+                   {wrapped(shift.u + path * 0.8191725133961645),
+                    wrapped(shift.turn + path * 0.6710436067037893),
+                    wrapped(shift.sun + path * 0.5497004779019703)},
+                   random, light);
         }
         light.surfaces /= paths;
         light.ground /= paths;
@@ -108,13 +123,16 @@ private:
         return near ? Met::Ground : Met::FarGround;
     }
 
-    void follow(const Sensor& sensor, Random& random, Light& light) const {
+    void follow(const Sensor& sensor, Draw draw, Random& random, Light& light) const {
         XYZf origin = sensor.position;
         XYZf normal = sensor.normal;
         double factor = 1;
         double* sum = nullptr;
         for (int bounce = 0; bounce < 200; ++bounce) {
-            const XYZf direction = scattered(normal, random);
+            if (bounce > 0) {
+                draw = {random(0, 1), random(0, 1), random(0, 1)};
+            }
+            const XYZf direction = scattered(normal, draw);
             XYZf place{};
             double reflectance = 0;
             const Met met = meet(origin, direction, place, normal, reflectance);
@@ -136,7 +154,7 @@ private:
             origin = along(place, normal,
                            0.002 + 1e-7 * std::max(std::fabs(place.x), std::fabs(place.y)));
             if (!m_sun.empty()) {
-                const double drawn = random(0, m_sun.back());
+                const double drawn = draw.sun * m_sun.back();
                 const auto cell = static_cast<std::size_t>(
                     std::upper_bound(m_sun.begin(), m_sun.end() - 1, drawn) - m_sun.begin());
                 const SunCell& sun = m_sky.sunCells[cell];
@@ -284,39 +302,44 @@ double secondsOf(const auto& run) {
     return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-/// quick: the same without a tolerance, for another time to compare with.
-void compare(const Case& one, const HourlyAnalysis& analysis, const HourlyAnalysis& quick,
-             int paths, double tolerance) {
+/// What path tracing finds at some sensors of a scene: what reflected light is compared with.
+struct Reference {
+    std::vector<std::size_t> sensors;
+    std::vector<PathTracing::Light> traced;
+    std::vector<double> totals; ///< with sun, sky and ground by a small tolerance [Wh/m2]
+};
+
+LightScene sceneOf(const Case& one) {
     Material material;
     material.reflectance = static_cast<float>(one.reflectance);
-    const LightScene scene(one.scene.coordinates,
-                           std::vector<std::uint16_t>(one.scene.triangleCount(), 0), {material});
+    return LightScene(one.scene.coordinates,
+                      std::vector<std::uint16_t>(one.scene.triangleCount(), 0), {material});
+}
+
+std::vector<Sensor> sensorsOf(const Case& one) {
     std::vector<Sensor> sensors;
     for (std::size_t i = 0; i < one.scene.sensors.size(); ++i) {
         sensors.push_back({one.scene.sensors[i], one.scene.normals[i]});
     }
-    std::vector<SensorResult> results(sensors.size());
-    const double first = secondsOf([&] { quick.evaluate(scene.opaque(), sensors, results); });
-    const double direct = secondsOf([&] { analysis.evaluate(scene.opaque(), sensors, results); });
-    ReflectionOptions options;
-    options.tolerance = tolerance;
-    std::unique_ptr<ReflectedLight> light;
-    const double more = secondsOf([&] {
-        light = std::make_unique<ReflectedLight>(analysis, scene, sensors, options,
-                                                 EvaluateOptions(), results);
-    });
-    const ReflectionReport& report = light->report();
-    const double count = static_cast<double>(sensors.size());
-    std::printf("%-24s %zu sensors: direct %.1f us, reflected %.1f us (%.2f, without a tolerance"
-                " %.2f), cells %.2f, rays %.0f a sensor, %d bounces, %.1f MB\n",
-                one.name.c_str(), sensors.size(), direct / count * 1e6, more / count * 1e6,
-                1 + more / direct, 1 + more / first, static_cast<double>(report.cells) / count,
-                static_cast<double>(report.rays) / count, report.bounces,
-                static_cast<double>(report.bytes) / 1e6);
-    const PathTracing tracing(analysis, scene, options.groundReach);
-    struct Difference {
-        double total, difference, noiseless;
-    };
+    return sensors;
+}
+
+/// The total of a result before ReflectedLight::addTo(), with what was traced.
+double totalOf(const SensorResult& direct, const PathTracing::Light& traced) {
+    const double shadow = traced.openGround > 0 ? traced.ground / traced.openGround : 1.0;
+    return direct.beam + direct.sky + direct.ground * shadow + traced.surfaces;
+}
+
+Reference trace(const Case& one, const LightScene& scene, const std::vector<Sensor>& sensors,
+                const HourlySky& sky, int paths) {
+    HourlyAnalysisOptions fine;
+    fine.tolerance = 0.001;
+    fine.skyTolerance = 0.0005;
+    fine.sunTolerance = 0.0002;
+    fine.groundRays = 4096;
+    fine.peak = false;
+    const HourlyAnalysis analysis(sky, fine);
+    const PathTracing tracing(analysis, scene, ReflectionOptions().groundReach);
     // Terrain goes on below buildings, and walls of made cities below the terrain: no places for
     // sensors.
     std::vector<std::size_t> places;
@@ -326,38 +349,83 @@ void compare(const Case& one, const HourlyAnalysis& analysis, const HourlyAnalys
         }
     }
     const std::size_t compared = std::min(one.compared, places.size());
-    std::vector<Difference> differences(compared);
+    Reference reference;
+    reference.sensors.resize(compared);
+    reference.traced.resize(compared);
+    reference.totals.resize(compared);
     tbb::parallel_for(std::size_t{0}, compared, [&](std::size_t k) {
         const std::size_t i = places[k * (places.size() / compared)];
-        const PathTracing::Light traced = tracing.of(sensors[i], paths, 1000 + i);
-        SensorResult result = results[i];
-        const double shadow = traced.openGround > 0 ? traced.ground / traced.openGround : 1.0;
-        const double expected = result.beam + result.sky + result.ground * shadow + traced.surfaces;
-        light->addTo(i, result);
-        differences[k] = {expected, result.total - expected, traced.surfaces};
+        reference.sensors[k] = i;
+        reference.traced[k] = tracing.of(sensors[i], paths, 1000 + i);
+        reference.totals[k] =
+            totalOf(analysis.evaluate(scene.opaque(), sensors[i]), reference.traced[k]);
     });
+    return reference;
+}
+
+/// Percent of the values that are at most a bound.
+double shareWithin(const std::vector<double>& values, double bound) {
+    const auto count = std::count_if(values.begin(), values.end(),
+                                     [&](double value) { return value <= bound; });
+    return 100.0 * static_cast<double>(count) / static_cast<double>(values.size());
+}
+
+/// One row: errors and times by a tolerance.
+/// @param first time of evaluate() without any tolerance [s], 0: not known
+void compare(const Case& one, const LightScene& scene, const std::vector<Sensor>& sensors,
+             const HourlySky& sky, const Reference& reference, double percent, double first) {
+    HourlyAnalysisOptions asked;
+    asked.tolerance = percent / 100.0;
+    const HourlyAnalysis analysis(sky, asked);
+    std::vector<SensorResult> results(sensors.size());
+    const double direct = secondsOf([&] { analysis.evaluate(scene.opaque(), sensors, results); });
+    std::unique_ptr<ReflectedLight> light;
+    const double more = secondsOf([&] {
+        light = std::make_unique<ReflectedLight>(analysis, scene, sensors, ReflectionOptions(),
+                                                 EvaluateOptions(), results);
+    });
+    const ReflectionReport& report = light->report();
+    const auto count = static_cast<double>(sensors.size());
+    std::printf("%-24s %g %%: %zu sensors: direct %.1f us, reflected %.1f us (%.2f", one.name.c_str(),
+                percent, sensors.size(), direct / count * 1e6, more / count * 1e6,
+                1 + more / direct);
+    if (first > 0.0) {
+        std::printf(", without a tolerance %.2f", 1 + more / first);
+    }
+    std::printf("), cells %.2f, rays %.0f a sensor, %d bounces, %.1f MB\n",
+                static_cast<double>(report.cells) / count, static_cast<double>(report.rays) / count,
+                report.bounces, static_cast<double>(report.bytes) / 1e6);
+    const auto compared = static_cast<double>(reference.sensors.size());
     double mean = 0;
+    for (const double total : reference.totals) {
+        mean += total / compared;
+    }
     double bias = 0;
     double squares = 0;
     double reflected = 0;
-    std::vector<double> relative;
-    for (const Difference& d : differences) {
-        mean += d.total / static_cast<double>(compared);
+    std::vector<double> relative; // of the reflected light alone, in percent of the total
+    std::vector<double> all;      // of all parts
+    for (std::size_t k = 0; k < reference.sensors.size(); ++k) {
+        SensorResult result = results[reference.sensors[k]];
+        const double expected = totalOf(result, reference.traced[k]);
+        light->addTo(reference.sensors[k], result);
+        const double difference = result.total - expected;
+        bias += difference / compared;
+        squares += difference * difference / compared;
+        reflected += reference.traced[k].surfaces / compared;
+        // A total below a twentieth of the mean counts as that.
+        const double whole = std::max(reference.totals[k], 0.05 * mean) / 100.0;
+        relative.push_back(std::fabs(difference) / whole);
+        all.push_back(std::fabs(result.total - reference.totals[k]) / whole);
     }
-    for (const Difference& d : differences) {
-        bias += d.difference / static_cast<double>(compared);
-        reflected += d.noiseless / static_cast<double>(compared);
-        squares += d.difference * d.difference / static_cast<double>(compared);
-        relative.push_back(100 * std::fabs(d.difference) / std::max(d.total, 0.05 * mean));
-    }
-    std::sort(relative.begin(), relative.end());
-    const auto within = static_cast<double>(
-        std::upper_bound(relative.begin(), relative.end(), 5.0) - relative.begin());
-    std::printf("    mean %.0f kWh/m2, reflected %.1f %%; bias %+.2f %%, rms %.2f %%, within 5 %%: "
-                "%.1f %%, worst %.1f %%\n",
+    std::printf("    mean %.0f kWh/m2, reflected %.1f %%; bias %+.2f %%, rms %.2f %%, within %g %%: "
+                "%.1f %%, %g %%: %.1f %%, 5 %%: %.1f %%, worst %.1f %%; all parts within %g %%: "
+                "%.1f %%, %g %%: %.1f %%\n",
                 mean / 1000, 100 * reflected / mean, 100 * bias / mean,
-                100 * std::sqrt(squares) / mean, 100 * within / static_cast<double>(compared),
-                relative.back());
+                100 * std::sqrt(squares) / mean, percent, shareWithin(relative, percent),
+                2 * percent, shareWithin(relative, 2 * percent), shareWithin(relative, 5),
+                *std::max_element(relative.begin(), relative.end()), percent,
+                shareWithin(all, percent), 2 * percent, shareWithin(all, 2 * percent));
     std::fflush(stdout);
 }
 
@@ -402,23 +470,36 @@ void timeThrough(const Case& one, const HourlyAnalysis& analysis) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "bench_reflection <weather.epw> [paths] [scene] [tolerance]\n");
+        std::fprintf(stderr, "bench_reflection <weather.epw> [paths] [scene] [tolerances]\n");
         return 2;
     }
     const WeatherReading weather = readWeatherSeries(argv[1]);
     if (!weather.ok) {
         return 1;
     }
-    const HourlyAnalysis analysis(buildHourlySky(weather.series));
-    HourlyAnalysisOptions noTolerance;
-    noTolerance.tolerance = 0.0;
-    const HourlyAnalysis quick(analysis.sky(), noTolerance);
+    const HourlySky sky = buildHourlySky(weather.series);
     const int paths = argc > 2 ? std::atoi(argv[2]) : 20000;
-    const double tolerance = argc > 4 ? std::atof(argv[4]) : 0.0;
+    std::vector<double> tolerances;
+    for (std::istringstream text(argc > 4 ? argv[4] : "1"); !text.eof() && text.good();) {
+        std::string one;
+        std::getline(text, one, ',');
+        tolerances.push_back(std::atof(one.c_str()));
+    }
+    HourlyAnalysisOptions none;
+    none.tolerance = 0.0;
+    const HourlyAnalysis quick(sky, none);
+    const HourlyAnalysis usual(sky);
     for (const Case& one : cases(argc > 3 ? argv[3] : "")) {
-        compare(one, analysis, quick, paths, tolerance);
-        if (one.reflectance < 0.3 && one.hasTerrain && tolerance == 0.0) {
-            timeThrough(one, analysis);
+        const LightScene scene = sceneOf(one);
+        const std::vector<Sensor> sensors = sensorsOf(one);
+        const Reference reference = trace(one, scene, sensors, sky, paths);
+        std::vector<SensorResult> results(sensors.size());
+        const double first = secondsOf([&] { quick.evaluate(scene.opaque(), sensors, results); });
+        for (const double percent : tolerances) {
+            compare(one, scene, sensors, sky, reference, percent, first);
+        }
+        if (argc <= 4 && one.reflectance < 0.3 && one.hasTerrain) {
+            timeThrough(one, usual);
         }
     }
     return 0;
