@@ -365,8 +365,8 @@ Reference trace(const Case& one, const LightScene& scene, const std::vector<Sens
 
 /// Percent of the values that are at most a bound.
 double shareWithin(const std::vector<double>& values, double bound) {
-    const auto count = std::count_if(values.begin(), values.end(),
-                                     [&](double value) { return value <= bound; });
+    const auto count =
+        std::count_if(values.begin(), values.end(), [&](double value) { return value <= bound; });
     return 100.0 * static_cast<double>(count) / static_cast<double>(values.size());
 }
 
@@ -386,8 +386,8 @@ void compare(const Case& one, const LightScene& scene, const std::vector<Sensor>
     });
     const ReflectionReport& report = light->report();
     const auto count = static_cast<double>(sensors.size());
-    std::printf("%-24s %g %%: %zu sensors: direct %.1f us, reflected %.1f us (%.2f", one.name.c_str(),
-                percent, sensors.size(), direct / count * 1e6, more / count * 1e6,
+    std::printf("%-24s %g %%: %zu sensors: direct %.1f us, reflected %.1f us (%.2f",
+                one.name.c_str(), percent, sensors.size(), direct / count * 1e6, more / count * 1e6,
                 1 + more / direct);
     if (first > 0.0) {
         std::printf(", without a tolerance %.2f", 1 + more / first);
@@ -418,14 +418,14 @@ void compare(const Case& one, const LightScene& scene, const std::vector<Sensor>
         relative.push_back(std::fabs(difference) / whole);
         all.push_back(std::fabs(result.total - reference.totals[k]) / whole);
     }
-    std::printf("    mean %.0f kWh/m2, reflected %.1f %%; bias %+.2f %%, rms %.2f %%, within %g %%: "
-                "%.1f %%, %g %%: %.1f %%, 5 %%: %.1f %%, worst %.1f %%; all parts within %g %%: "
-                "%.1f %%, %g %%: %.1f %%\n",
-                mean / 1000, 100 * reflected / mean, 100 * bias / mean,
-                100 * std::sqrt(squares) / mean, percent, shareWithin(relative, percent),
-                2 * percent, shareWithin(relative, 2 * percent), shareWithin(relative, 5),
-                *std::max_element(relative.begin(), relative.end()), percent,
-                shareWithin(all, percent), 2 * percent, shareWithin(all, 2 * percent));
+    std::printf(
+        "    mean %.0f kWh/m2, reflected %.1f %%; bias %+.2f %%, rms %.2f %%, within %g %%: "
+        "%.1f %%, %g %%: %.1f %%, 5 %%: %.1f %%, worst %.1f %%; all parts within %g %%: "
+        "%.1f %%, %g %%: %.1f %%\n",
+        mean / 1000, 100 * reflected / mean, 100 * bias / mean, 100 * std::sqrt(squares) / mean,
+        percent, shareWithin(relative, percent), 2 * percent, shareWithin(relative, 2 * percent),
+        shareWithin(relative, 5), *std::max_element(relative.begin(), relative.end()), percent,
+        shareWithin(all, percent), 2 * percent, shareWithin(all, 2 * percent));
     std::fflush(stdout);
 }
 

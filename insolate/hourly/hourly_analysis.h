@@ -46,7 +46,8 @@ struct HourlyAnalysisOptions {
     /// period. Where the edges of shadows could leave more, the heaviest places at edges get
     /// further rays. The bound is one of chance, which some sensors in a hundred may exceed
     /// (docs/validation.md); what first rays miss altogether, such as gaps of a degree, no
-    /// tolerance finds. 0 takes the first rays for all; below 0.001 little gets better.
+    /// tolerance finds. 0 takes the first rays for all; below 0.001 little gets better. It governs
+    /// ReflectedLight too, with 0 as with the usual one.
     double tolerance = 0.01;
     /// The same for the sky's part and the direct part, beside the tolerance of the total: as
     /// shares of that part, of a tenth of the sensor's total, or of open ground's, where the part

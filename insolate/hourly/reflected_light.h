@@ -16,6 +16,12 @@
 /// ground lies in the scene's shadow: a plane at the scene's lowest point, up to
 /// ReflectionOptions::groundReach heights of the scene around it. Beyond it is open.
 ///
+/// The analysis's tolerance governs this light too: the options are those of a tolerance of 1 %,
+/// and of 0. A smaller one takes more rays of sensors, by its fourth power up to 64 times, and
+/// smaller cells, by its square down to a quarter, with up to twice the rays; a larger one down to
+/// half of the sensors' rays. Sensors are then found in groups of 16384 over the 3/4th power of the
+/// factor of rays, which bounds the memory.
+///
 /// Results are the same bytes for every number of threads. They depend on which sensors are asked
 /// together, since these choose the cells: within what the rays leave uncertain anyway.
 #pragma once
@@ -34,11 +40,6 @@ struct ReflectionOptions {
     /// Times that light is reflected before it reaches a sensor, 1 or more; 0 goes on until what is
     /// left is below a thousandth of the reflected light.
     int bounces = 0;
-    /// The error that may be left in a sensor's total, as a share of it (0.01 is 1 %): a root mean
-    /// square over sensors, not a bound for each. 0, and more than the default options leave (about
-    /// 0.018), takes the members below as they are; less takes more rays and smaller cells, by
-    /// which the time grows with the square of what is asked, up to 64 times the rays.
-    double tolerance = 0.0;
     /// Rays of the lattice of a sensor that sees the scene in half of its view and gets 15 % of
     /// its light from it, 1..256: others have more or fewer by the square of that share, a third at
     /// least, 256 at most. Without results of evaluate() all have them, and up to four times as

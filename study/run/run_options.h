@@ -26,7 +26,8 @@ enum class RayMethod { fast, octree };
 
 /// What only the hourly method asks for.
 struct HourlyOptions {
-    /// Error that a sensor's total may have, in percent of it; 0 takes what the first rays give.
+    /// Error that a sensor's total may have, in percent of it, reflected light included; 0 takes
+    /// what the first rays give, and reflected light as by the usual one.
     /// Absent: usualTolerance.
     std::optional<double> tolerance = {};
     static constexpr double usualTolerance = 1.0;

@@ -433,27 +433,30 @@ TEST(ReflectedLight, LeavesLessErrorWhereLessIsAsked) {
     for (int i = 0; i < 300; ++i) {
         sensors.push_back({scenes::toXyz({6, random(-300, 300), 0.001}), {0, 0, 1}});
     }
-    const HourlyAnalysis analysis = uniformAnalysis();
-    const auto spreadOf = [&](const ReflectionOptions& options) {
+    const LightScene scene = made.light();
+    const auto spreadOf = [&](double tolerance, const ReflectionOptions& options = {}) {
+        HourlyAnalysisOptions asked;
+        asked.tolerance = tolerance;
+        const ReflectedLight light(HourlyAnalysis(uniformSky(0), asked), scene, sensors, options);
         double sum = 0;
         double squares = 0;
-        for (const SensorResult& result : resultsOf(analysis, made.light(), sensors, options)) {
-            sum += result.reflected;
-            squares += result.reflected * result.reflected;
+        for (std::size_t i = 0; i < sensors.size(); ++i) {
+            sum += light.reflected(i);
+            squares += light.reflected(i) * light.reflected(i);
         }
         const double mean = sum / 300;
         return std::sqrt(squares / 300 - mean * mean) / mean;
     };
-    ReflectionOptions options;
-    const double usual = spreadOf(options);
-    options.tolerance = 0.006; // a third of the usual error
-    EXPECT_LT(spreadOf(options), 0.5 * usual);
-    // Lengths that are none, and errors that are larger than the usual, change nothing.
-    options.tolerance = 0.5;
-    options.leastCell = std::numeric_limits<double>::quiet_NaN();
-    options.leastLinkCell = -1;
-    options.groundReach = std::numeric_limits<double>::infinity();
-    EXPECT_EQ(spreadOf(options), usual);
+    // Sixteen times the rays leave a quarter, half of them 1.4 times as much.
+    const double usual = spreadOf(HourlyAnalysisOptions().tolerance);
+    EXPECT_LT(spreadOf(0.005), 0.4 * usual);
+    EXPECT_GT(spreadOf(0.02), 1.15 * usual);
+    // Without a tolerance, and with lengths that are none, nothing changes.
+    ReflectionOptions odd;
+    odd.leastCell = std::numeric_limits<double>::quiet_NaN();
+    odd.leastLinkCell = -1;
+    odd.groundReach = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(spreadOf(0, odd), usual);
 }
 
 TEST(ReflectedLight, ReportsItsWorkAndStopsInAllOfIt) {
@@ -470,6 +473,25 @@ TEST(ReflectedLight, ReportsItsWorkAndStopsInAllOfIt) {
     run.progress = [&](std::size_t count) { reported += count; };
     EXPECT_TRUE(ReflectedLight(analysis, scene, sensors, {}, run).complete());
     EXPECT_EQ(reported, sensors.size());
+    // By a small tolerance sensors are found in groups. Few rays of each are enough here.
+    HourlyAnalysisOptions small;
+    small.tolerance = 0.003;
+    ReflectionOptions few;
+    few.rays = 1;
+    std::vector<Sensor> many = sensors;
+    many.insert(many.end(), sensors.begin(), sensors.begin() + 100);
+    reported = 0;
+    const ReflectedLight light(HourlyAnalysis(uniformSky(0), small), scene, many, few, run);
+    EXPECT_TRUE(light.complete());
+    EXPECT_EQ(reported, many.size());
+    const auto dark = [&](std::size_t first) {
+        std::size_t count = 0;
+        for (std::size_t i = first; i < first + 100; ++i) {
+            count += light.reflected(i) == 0.0f ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_EQ(dark(2000), dark(0));
     reported = 0;
     run.stop = stop.get_token();
     run.progress = [&](std::size_t count) {

@@ -339,6 +339,15 @@ TEST(RunStudy, AddsWhatTheSceneReflects) {
     EXPECT_GT(valueOf(grey, "reflected", 0), 0.1 * valueOf(black, "total", 0));
     EXPECT_NEAR(valueOf(grey, "total", 1) / valueOf(black, "total", 1), 1.0, 1e-6);
     EXPECT_EQ(valueOf(resultsOf({}, 1), "total", 0), valueOf(resultsOf(0.2, 1), "total", 0));
+    // The one tolerance reaches reflected light.
+    const auto raysBy = [&](const char* tolerance) {
+        RunOptions run = with(options, "tolerance", tolerance);
+        test::Heard heard;
+        PreparedStudy study = prepareStudy(run, {}, heard);
+        calculateStudy(study, nullptr, heard);
+        return study.reflected->report().rays;
+    };
+    EXPECT_GT(raysBy("0.5"), 8 * raysBy("1"));
     EXPECT_EQ(valueOf(black, "reflected", 0), 0.0);
 }
 
