@@ -111,6 +111,8 @@ def two(settings: str = "less") -> None:
 
 
 def kills(wanted: int = 20) -> None:
+    # By itself a LocalCluster ends workers that take 15 s to start again, as they do on a busy machine.
+    dask.config.set({"distributed.deploy.lost-worker-timeout": "5 minutes"})
     weather = ins.read_weather(weather_file)
     model = town(30, 30)
     sensors = model.sensors(grid=2.5)
@@ -125,7 +127,7 @@ def kills(wanted: int = 20) -> None:
 
             def kill(most: int, cluster=cluster, store=store, over=over, here=here) -> None:
                 while len(here) < most and not over.wait(chance.uniform(0.1, 1.5)):
-                    # Dask gives a worker up that dies while it starts, and in the end has none.
+                    # Those that start again hold no block that could be lost.
                     started = {worker.nanny for worker in list(cluster.scheduler.workers.values())}
                     victims = [one for one in list(cluster.workers.values()) if one.pid and one.address in started]
                     if victims and (store / "journal.jsonl").exists():
