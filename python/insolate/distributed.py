@@ -272,7 +272,10 @@ class _Dask:
 
 
 def _no_worker() -> str:
-    return f"the cluster has had no worker for {patience:g} s; start some, as by cluster.scale(2)"
+    return (
+        f"the cluster has had no worker for {patience:g} s; start some, as by cluster.scale(2) (Dask's log says what "
+        "ended those that there were)"
+    )
 
 
 def _runner(client: Any) -> Union[_Here, _Dask]:
