@@ -62,7 +62,7 @@ public:
         float hours;
     };
     /// Half a cell's steps in as many rays of about as many steps each, as far as there are steps.
-    /// The first third of the rays lies in all of the place.
+    /// The first third of the rays lies around the rim of the place.
     /// @param planned a number of the sun's schedule
     std::span<const SunRay> sunRays(std::size_t sunCell, std::size_t half,
                                     std::size_t planned) const;
@@ -98,6 +98,7 @@ private:
         std::size_t steps, first;
     };
     SunFans addSunFans(const SunCell& cell, std::span<const SunStep> steps);
+    void putRimFirst(std::span<SunRay> rays, const SunCell& cell) const;
     std::vector<std::array<SunFans, 2>> m_sunFans;
     std::vector<SunRay> m_sunRays;
     std::vector<XYZf> m_lowerMoments;

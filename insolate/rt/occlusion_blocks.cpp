@@ -185,7 +185,8 @@ private:
     static constexpr int fewCells = RaySet::largest;
 
     /// Pairs of a triangle and a direction at which each origin was asked by itself, for each
-    /// origin: where there are more, walks one by one are faster (./dev bench rays neighbours).
+    /// origin: where there are more, a quarter of a mask's cells, walks one by one are faster
+    /// (./dev bench rays neighbours).
     static constexpr std::size_t mostSeparated = 350 * split;
 
     /// Cells sectors x [altitudeLow, altitudeHigh] that something may block for some origins.

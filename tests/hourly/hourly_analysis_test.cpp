@@ -784,7 +784,7 @@ TEST(HourlyAnalysis, WeighsHalvesOfCellsByTheirOwn) {
     FormulaScene scene([&](const XYZf& d) {
         return d.z < sine(22.5) ? 0.9f : d.z < sine(25.0) ? 0.1f : 1.0f;
     });
-    const float view = Analyses::get().fine.evaluate(scene, Sensor{}).skyViewFactor;
+    const float view = Analyses::with(0.001, 0.0).evaluate(scene, Sensor{}).skyViewFactor;
     EXPECT_NEAR(view,
                 1.0f - 0.1f * sine(22.5) * sine(22.5) -
                     0.9f * (sine(25.0) * sine(25.0) - sine(22.5) * sine(22.5)),
