@@ -132,7 +132,7 @@ TEST(ReflectedLight, FillsACanyonLikeItsRadiosity) {
         const struct {
             ReflectionOptions options;
             double bound;
-        } settings[] = {{{}, 0.009}, {fine(), 0.006}};
+        } settings[] = {{{}, 0.005}, {fine(), 0.005}};
         std::vector<SensorResult> results;
         for (const auto& setting : settings) {
             results = resultsOf(analysis, made.light(), sensors, setting.options);
