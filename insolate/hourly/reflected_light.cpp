@@ -224,7 +224,7 @@ double lengthOr(double given, double usual) {
 ///
 /// Errors fall with the root of a sensor's rays: for half the error four times as many. By the
 /// usual tolerance half to four fifths of the sensors keep it, for the sake of time; a smaller one
-/// that is asked for is to be kept by nearly all, which takes the same again: the fourth power of
+/// that is asked for is to be kept by most, which takes the same again: the fourth power of
 /// what is asked. In courts and streets the rays are all that matters. In Lyon and in dense cities
 /// cells of 1 m then hide what more rays gain, as they reach around corners and through walls: at
 /// sixteen times the rays and a reflectance of 0.5 the root mean square in Lyon is 1.2 % with cells
@@ -469,8 +469,8 @@ struct ReflectedLight::Content {
 
     /// Rays of the largest lattice that a sensor may have.
     std::size_t largestLattice() const {
-        return std::max(mostRays,
-                        static_cast<std::size_t>(static_cast<double>(mostRays) * refinement.rays));
+        const double most = std::ceil(static_cast<double>(mostRays) * refinement.rays);
+        return std::max(mostRays, static_cast<std::size_t>(most));
     }
 
     /// Takes the landings out of the blocks, which keep what they need of them.

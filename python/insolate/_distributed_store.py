@@ -319,6 +319,7 @@ class Store:
             import zarr
 
             zarr.open_group(str(self.results), mode="a")
+            self.settle({self.results, self.results / "zarr.json"})
             self._write_whole(place, json.dumps(manifest, indent=1).encode())
         except OSError as problem:
             raise _core.OutputError(f"{self.path}: {problem.strerror}; give a store that can be written") from problem

@@ -335,7 +335,6 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
     written: set[Path] = set()
     for name, values in given.items():
         written |= store.write(tile, name, 0, np.ascontiguousarray(values))
-    store.settle(written)
     import zarr
 
     path = store.results / tile if tile else store.results
@@ -343,6 +342,7 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
     group.attrs["objects"] = list(names)
     if job.about_reflected:
         group.attrs["reflected_light"] = job.about_reflected
+    store.settle(written.union([path / "zarr.json"], path.glob("*/zarr.json")))
 
 
 def sky_alone(weather: _core.Weather, texts: OptionTexts, report: Report) -> _core.Study:

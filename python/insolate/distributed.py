@@ -437,10 +437,11 @@ def _calculated(
     x, y, z, scale = study.origin
     scene = TileScene("", own, origin=(x, y, z, scale))
     gathered = _Gathered(store, job, len(sensors))
-    _calculate(runner, store, job, {"": len(sensors)}, lambda _: scene, report, gathered.read)
-    _warn_as_workers(store, job, weather, report)
     with _writing(store):
-        study.take(gathered.columns(), report)
+        _calculate(runner, store, job, {"": len(sensors)}, lambda _: scene, report, gathered.read)
+        _warn_as_workers(store, job, weather, report)
+        calculated = gathered.columns()
+    study.take(calculated, report)
     return study
 
 

@@ -15,6 +15,13 @@
 
 #include <nanobind/nanobind.h>
 #include <nanobind/ndarray.h>
+// All of them here: a source without one would convert the same type in its own way, and the linker
+// keeps either.
+#include <nanobind/stl/array.h>
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/pair.h>
+#include <nanobind/stl/tuple.h>
+#include <nanobind/stl/vector.h>
 
 namespace insolate::python {
 

@@ -1,8 +1,5 @@
 #include "bindings.h"
 
-#include <nanobind/stl/optional.h>
-#include <nanobind/stl/vector.h>
-
 #include <optional>
 
 namespace insolate::python {

@@ -1,9 +1,5 @@
 #include "bindings.h"
 
-#include <nanobind/stl/optional.h>
-#include <nanobind/stl/pair.h>
-#include <nanobind/stl/vector.h>
-
 #include <optional>
 #include <utility>
 

@@ -1,8 +1,5 @@
 #include "bindings.h"
 
-#include <nanobind/stl/pair.h>
-#include <nanobind/stl/vector.h>
-
 #include <span>
 
 namespace insolate::python {

@@ -2,12 +2,6 @@
 
 #include "study/run/reflected_sensors.h"
 
-#include <nanobind/stl/array.h>
-#include <nanobind/stl/optional.h>
-#include <nanobind/stl/pair.h>
-#include <nanobind/stl/tuple.h>
-#include <nanobind/stl/vector.h>
-
 #include <algorithm>
 #include <array>
 #include <optional>

@@ -2,10 +2,6 @@
 
 #include "study/support/kept_warnings.h"
 
-#include <nanobind/stl/optional.h>
-#include <nanobind/stl/pair.h>
-#include <nanobind/stl/vector.h>
-
 #include <optional>
 
 namespace insolate::python {

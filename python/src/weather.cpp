@@ -1,10 +1,5 @@
 #include "bindings.h"
 
-#include <nanobind/stl/optional.h>
-#include <nanobind/stl/pair.h>
-#include <nanobind/stl/tuple.h>
-#include <nanobind/stl/vector.h>
-
 #include <array>
 #include <chrono>
 #include <optional>

@@ -467,7 +467,7 @@ def test_a_store_whose_maker_died_at_once_is_taken(weather, tmp_path):
         ins.city(tiles, weather, store=died, resume=True, **quick)
 
 
-def test_an_error_of_the_progress_function_stays_what_it_is(client, weather, tmp_path):
+def test_an_error_of_the_progress_function_stays_what_it_is(client, town, weather, tmp_path):
     def failing(done, total):
         if done:
             raise ConnectionResetError("of the caller")
@@ -475,6 +475,8 @@ def test_an_error_of_the_progress_function_stays_what_it_is(client, weather, tmp
     for number, one in enumerate((client, None)):
         with pytest.raises(ConnectionResetError, match="of the caller"):
             ins.city({"a": houses(1, 1)}, weather, store=tmp_path / str(number), client=one, progress=failing, **quick)
+    with pytest.raises(ConnectionResetError, match="of the caller"):
+        ins.radiation(*town, weather, store=tmp_path / "radiation", progress=failing, **quick)
 
 
 def test_what_is_cut_is_bounded(weather, tmp_path):

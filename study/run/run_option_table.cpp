@@ -293,10 +293,10 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                .take = [&](const std::string& text) { options.masks = text; }});
     table.number("tolerance", options.hourly.tolerance, "PERCENT",
                  "hourly: error that a sensor's total may have, sky, sun, ground and reflected "
-                 "light together, in percent of it; further rays look at the edges of shadows "
-                 "where they could leave more, and below 1 many more rays look for reflected "
-                 "light. 1 unless told otherwise; 0: the first rays alone, reflected light as by "
-                 "1; else at least 0.1",
+                 "light together, in percent of it. Direct light keeps it by further rays at the "
+                 "edges of shadows; reflected light aims at it, by many more rays below 1 and "
+                 "fewer above. 1 unless given; 0: the first rays alone, reflected light as by 1; "
+                 "else at least 0.1",
                  "percent of the sensor's total");
     table.number("sky-tolerance", options.hourly.skyTolerance, "PERCENT",
                  "hourly, for experts: the same for the diffuse sky by itself, in percent of it. 0 "

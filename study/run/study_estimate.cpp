@@ -73,8 +73,12 @@ void addReflected(PreparedStudy& study, StudyEstimate& estimate, const std::stop
         study.method->addReflected(work, study.options.threads, false, columns, silent, stop);
     const double share = static_cast<double>(all.size()) / static_cast<double>(count);
     estimate.seconds += watch.whole() * share;
-    estimate.bytes += static_cast<double>(light->report().bytes) *
-                      std::min(share, static_cast<double>(ReflectedSensors::blockSize) / together);
+    // By small tolerances the kernel finds fewer sensors at once than a block has.
+    const double blocks = study.options.hourly.tolerance.value_or(HourlyOptions::usualTolerance) <
+                                  HourlyOptions::usualTolerance
+                              ? 1.0
+                              : static_cast<double>(ReflectedSensors::blockSize) / together;
+    estimate.bytes += static_cast<double>(light->report().bytes) * std::min(share, blocks);
     if (study.options.hourly.hoursOf.any()) {
         constexpr double keptBytes = 220.0; // of each sensor, for its hours
         estimate.bytes += keptBytes * static_cast<double>(all.size());
