@@ -85,8 +85,9 @@ XYZf FirstRays::towards(const HourlySky& sky, const SunCell& cell, std::span<con
         sums[1] += (axes[1] + 0.5) / 64.0;
     }
     const auto count = static_cast<double>(steps.size());
-    return directionOf(cell.cell % skyGrid::azimuthCount + sums[0] / count,
-                       cell.cell / skyGrid::azimuthCount + sums[1] / count,
+    const int azimuth = cell.cell % skyGrid::azimuthCount;
+    const int altitude = cell.cell / skyGrid::azimuthCount;
+    return directionOf(azimuth + sums[0] / count, altitude + sums[1] / count,
                        sky.options.northOffset);
 }
 
