@@ -102,8 +102,9 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
     const std::size_t value = columnOf(probable ? "probable_sun [%]" : "sun [min]");
     const std::size_t winter = probable ? columnOf("probable_sun_winter [%]") : 0;
     const std::size_t passes = columnOf("passes [0 or 1]");
-    // Names at the end of a record may have commas and line ends within.
-    const std::size_t width = header.size();
+    // The place comes first. Names at the end of a record may have commas and line ends within.
+    constexpr std::size_t ofPlace = 3;
+    const std::size_t width = std::max(header.size(), ofPlace);
     Baseline baseline;
     std::vector<std::string_view> fields;
     while (records.next(line)) {
