@@ -37,7 +37,7 @@ constexpr float usualLight = 0.45f;
 constexpr float usualReturn = 0.7f;
 constexpr float usualSkyView = 0.05f;
 constexpr float leastOpen = 0.1f;
-/// Totals below this share of the light on open ground are not told more closely than it.
+/// Totals below this share of the light on open ground get no more rays than a total of that share.
 constexpr float leastShare = 0.05f;
 /// The share of reflected light in a total, and the part of the view that the scene takes, for
 /// which ReflectionOptions::rays are: in Lyon and in a dense city they leave a root mean square of

@@ -92,14 +92,13 @@ private:
     std::array<Angle, skyGrid::azimuthCount> m_sectors{};
     std::vector<GroundFans> m_ground;
     std::vector<std::int16_t> m_sunCellOf;
-    /// By the halves of the sun cells: the number of steps, and where in m_sunRays the fans begin,
-    /// that of the fewest rays first.
+    /// The number of steps, and where in m_sunRays the fans begin, that of the fewest rays first.
     struct SunFans {
         std::size_t steps, first;
     };
     SunFans addSunFans(const SunCell& cell, std::span<const SunStep> steps);
     void putRimFirst(std::span<SunRay> rays, const SunCell& cell) const;
-    std::vector<std::array<SunFans, 2>> m_sunFans;
+    std::vector<std::array<SunFans, 2>> m_sunFans; ///< of the halves of each sun cell
     std::vector<SunRay> m_sunRays;
     std::vector<XYZf> m_lowerMoments;
 };

@@ -358,8 +358,8 @@ private:
             from = to;
             depth = std::max(depth + (crossing.enters ? 1 : -1), 0);
         }
-        // Rays may slip out through an edge: what is entered and never left, on the whole ray and
-        // not only up to the distance, counts nothing.
+        // A ray may slip out through an edge between two triangles. A hull that it enters and never
+        // leaves, on its whole length and not only up to the distance, weakens nothing.
         return length;
     }
 };

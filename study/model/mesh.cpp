@@ -395,8 +395,8 @@ Vector3 areaVector(std::span<const Vector3> polygon) {
     for (std::size_t i = 2; i < polygon.size(); ++i) {
         sum = sum + cross(polygon[i - 1] - polygon[0], polygon[i] - polygon[0]);
     }
-    // Less is no area in the results, which are floats, and squares to nothing long before it has
-    // no direction.
+    // Areas in the results are floats: a smaller one is 0 there. It still has a direction here,
+    // which its square, too small for a double, would lose later on.
     constexpr double smallest = std::numeric_limits<float>::min();
     return length(sum) < smallest ? Vector3() : sum;
 }
