@@ -3,7 +3,6 @@
 #include "study/model/model_formats.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
-#include "study/support/numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -315,7 +314,7 @@ Mesh readWithAssimp(const std::filesystem::path& file, int descriptor) {
     importer.SetIOHandler(new FolderIo(file, descriptor)); // the importer owns it
     const aiScene* scene = importer.ReadFile(file.string(), aiProcess_RemoveComponent);
     if (scene == nullptr) {
-        const std::string reason = printable(trimmed(importer.GetErrorString()));
+        const std::string reason = foreignReason(importer.GetErrorString());
         if (reason.find("bad_alloc") != std::string::npos) { // all that is left of the exception
             throw std::bad_alloc();
         }

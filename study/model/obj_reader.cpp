@@ -236,7 +236,7 @@ Mesh readObj(const std::filesystem::path& file, const std::stop_token& stop) {
     }
     if (!good) {
         throw DataError(fmt::format("{}: cannot be read as OBJ ({}); export the model again",
-                                    place(file), printable(trimmed(error))));
+                                    place(file), foreignReason(error)));
     }
     return std::move(state.mesh);
 }

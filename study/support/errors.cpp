@@ -1,5 +1,7 @@
 #include "study/support/errors.h"
 
+#include "study/support/numbers.h"
+
 #include <fmt/format.h>
 
 namespace insolate::study {
@@ -23,12 +25,20 @@ std::string place(const std::filesystem::path& file, std::size_t line) {
     return line == 0 ? place(file) : fmt::format("{}:{}", place(file), line);
 }
 
+namespace {
+
+std::string cutWhenLong(std::string_view text, std::size_t longest) {
+    return text.size() <= longest ? printable(text) : printable(text.substr(0, longest)) + "...";
+}
+
+} // namespace
+
 std::string quoteText(std::string_view text) {
-    constexpr std::size_t longest = 60;
-    if (text.size() <= longest) {
-        return "'" + printable(text) + "'";
-    }
-    return "'" + printable(text.substr(0, longest)) + "...'";
+    return "'" + cutWhenLong(text, 60) + "'";
+}
+
+std::string foreignReason(std::string_view text) {
+    return cutWhenLong(trimmed(text), 300);
 }
 
 } // namespace insolate::study

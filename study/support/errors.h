@@ -68,4 +68,7 @@ INSOLATE_STUDY_EXPORT std::string place(const std::filesystem::path& file, std::
 /// "'FILE'"-like quoting for text from the user or a file, cut when long.
 INSOLATE_STUDY_EXPORT std::string quoteText(std::string_view text);
 
+/// What another library says of a file, as a part of our message: it may quote half the file.
+INSOLATE_STUDY_EXPORT std::string foreignReason(std::string_view text);
+
 } // namespace insolate::study

@@ -1,21 +1,26 @@
 #!/usr/bin/env python3
-"""Signals, kills, full disks and races at random moments, by hand and for as long as one likes:
+"""Signals, kills, full disks, races and damaged models, by hand and for as long as one likes:
 
-    tests/reliability/soak.py build/bin/insolate FOLDER [--signals N] [--kills N] [--disks N] [--races N]
+    tests/reliability/soak.py build/bin/insolate FOLDER [--signals N] [--kills N] [--disks N] [--races N] [--models N]
 
 Each run must end within --limit seconds, leave every result whole or absent, and be completed by --resume with the
-bytes of an undisturbed run. Prints one line for each kind; ends with 1 after the first fault, whose
-folder stays. Full disks are file systems in memory, which only the superuser can mount.
+bytes of an undisturbed run. Every damaged model is read or refused with an error that names it, within --limit
+seconds. Prints one line for each kind; ends with 1 after the first fault, whose folder stays. Full disks are file
+systems in memory, which only the superuser can mount.
 """
 import argparse
+import io
 import os
 import random
+import re
 import shutil
 import signal
 import struct
 import subprocess
 import sys
+import threading
 import time
+import zipfile
 
 COURT = """v 0 0 0\nv 10 0 0\nv 10 10 0\nv 0 10 0\nv 0 0 10\nv 10 0 10\nv 10 10 10\nv 0 10 10
 f 1 2 3 4\nf 1 5 6 2\nf 2 6 7 3\nf 3 7 8 4\nf 4 8 5 1
@@ -33,6 +38,65 @@ def terrain(side):
             for corners in ((a, b, c), (a, c, d)):
                 triangles += struct.pack("<12fH", 0, 0, 0, *corners[0], *corners[1], *corners[2], 0)
     return bytes(80) + struct.pack("<I", 2 * side * side) + bytes(triangles)
+
+
+class Damage:
+    """Bytes of a file as a faulty program, a broken transfer or an attacker leaves them."""
+
+    WORDS = [struct.pack("<I", value) for value in (0, 1, 2**16, 2**24, 2**30, 2**31 - 1, 2**31, 2**32 - 1)]
+    NUMBERS = [b"0", b"-1", b"3", b"65536", b"2147483647", b"4294967295", b"18446744073709551616", b"1e38", b"-1e39",
+               b"1e-45", b"nan", b"inf", b"0x10", b"3.7", b"", b"9" * 400]
+
+    def __init__(self, choose):
+        self.choose = choose
+
+    def __call__(self, whole):
+        if whole.startswith(b"PK") and self.choose.random() < 0.8:
+            return self.within_archive(whole)
+        for _ in range(self.choose.randint(1, 6)):
+            whole = self.choose.choice((self.cut, self.bit, self.word, self.number, self.repeat, self.drop))(whole)
+        return whole
+
+    def within_archive(self, whole):
+        """Damage to one file of an archive, whose check values still hold."""
+        with zipfile.ZipFile(io.BytesIO(whole)) as archive:
+            parts = [(name, archive.read(name)) for name in archive.namelist()]
+        damaged = self.choose.randrange(len(parts))
+        made = io.BytesIO()
+        with zipfile.ZipFile(made, "w", zipfile.ZIP_DEFLATED) as archive:
+            for place, (name, part) in enumerate(parts):
+                archive.writestr(name, self(part) if place == damaged else part)
+        return made.getvalue()
+
+    def place(self, whole):
+        return self.choose.randint(0, len(whole))
+
+    def cut(self, whole):
+        return whole[: self.place(whole)] if self.choose.random() < 0.3 else whole
+
+    def bit(self, whole):
+        at = self.place(whole)
+        return whole[:at] + bytes(byte ^ 1 << self.choose.randrange(8) for byte in whole[at : at + 1]) + whole[at + 1 :]
+
+    def word(self, whole):
+        at = self.place(whole)
+        return whole[:at] + self.choose.choice(self.WORDS) + whole[at + 4 :]
+
+    def number(self, whole):
+        found = list(re.finditer(rb"-?\d[\d.eE+-]*", whole))
+        if not found:
+            return self.word(whole)
+        one = self.choose.choice(found)
+        return whole[: one.start()] + self.choose.choice(self.NUMBERS) + whole[one.end() :]
+
+    def repeat(self, whole):
+        a, b = sorted((self.place(whole), self.place(whole)))
+        times = self.choose.choice((1, 1, 2, 50, 20000 if b - a < 50 else 1))
+        return whole[:b] + times * whole[a:b] + whole[b:]
+
+    def drop(self, whole):
+        a, b = sorted((self.place(whole), self.place(whole)))
+        return whole[:a] + whole[b:]
 
 
 class Soak:
@@ -200,17 +264,60 @@ class Soak:
             self.check(number, folder, complete=True)
         print(f"races: {done} pairs, {both} one after the other, {done - both} with the second refused", flush=True)
 
+    def models(self, count):
+        """The seeds of the fuzz target, damaged, each read as the command reads a model: by the import program."""
+        seeds_folder = os.path.join(os.path.dirname(__file__), "../../fuzz/corpus/models")
+        seeds = []
+        for name in sorted(os.listdir(seeds_folder)):
+            with open(os.path.join(seeds_folder, name), "rb") as file:
+                seeds.append((name.split("_")[0], file.read()[1:]))  # the first byte is the fuzz target's own
+        damage = Damage(self.random)
+        folder = self.path("models")
+        shutil.rmtree(folder, ignore_errors=True)
+        os.makedirs(folder)
+        done, read, longest, most = 0, 0, 0.0, 0
+        while done < count and not self.is_ending:
+            kind, whole = self.random.choice(seeds)
+            name = "model." + kind
+            model = os.path.join(folder, name)
+            with open(model, "wb") as file:
+                file.write(damage(whole))
+            begin = time.monotonic()
+            with open(folder + ".log", "w") as log:
+                process = subprocess.Popen([self.command, "model", "info", name], cwd=folder, stdout=log, stderr=log)
+            alarm = threading.Timer(self.limit, process.kill)
+            alarm.start()
+            _, status, used = os.wait4(process.pid, 0)
+            alarm.cancel()
+            process.returncode = code = os.waitstatus_to_exitcode(status)
+            took = time.monotonic() - begin
+            if took >= self.limit:
+                self.fault(f"still there after {self.limit:g} s", folder)
+            with open(folder + ".log", errors="replace") as log:
+                said = log.read()
+            error = [line for line in said.splitlines() if line.startswith("insolate: error: ")]
+            is_refused = code in (1, 2) and len(error) == 1 and name in error[0] and "; " in error[0]
+            if not is_refused and (code != 0 or error):
+                self.fault(f"exit code {code}: {said}", folder)
+            if os.listdir(folder) != [name]:
+                self.fault(f"{os.listdir(folder)} beside the model", folder)
+            os.remove(model)
+            read += code == 0
+            longest, most = max(longest, took), max(most, used.ru_maxrss // 1024)
+            done += 1
+        print(f"damaged models: {done} of {len(seeds)} seeds, {read} read, all others refused with the file and a way "
+              f"out; longest {longest:.2f} s, most memory {most} MB", flush=True)
+
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
 parser.add_argument("command")
 parser.add_argument("folder")
-for kind, usual in (("signals", 200), ("kills", 500), ("disks", 100), ("races", 20)):
+for kind, usual in (("signals", 200), ("kills", 500), ("disks", 100), ("races", 20), ("models", 100_000)):
     parser.add_argument("--" + kind, type=int, default=usual)
 parser.add_argument("--seed", type=int, default=7)
 parser.add_argument("--limit", type=float, default=60.0, help="seconds after which a run is taken to hang")
 given = parser.parse_args()
 soak = Soak(given.command, given.folder, given.seed, given.limit)
-soak.signals(given.signals)
-soak.races(given.races)
-soak.disks(given.disks)
-soak.kills(given.kills)
+for kind in ("signals", "races", "models", "disks", "kills"):
+    if count := getattr(given, kind):
+        getattr(soak, kind)(count)

@@ -233,6 +233,9 @@ TEST(MeshImport, NamesFilePlaceAndFixOfABadModel) {
              {"mac.obj", "v 0 0 0\rv 1 0 0\rv 0 1 0\rf 1 2 4\r", "mac.obj:4: the face names"},
              {"wide.stl", "\xFF\xFEs", "wide.stl: the text is UTF-16; save the model as UTF-8"},
              {"empty.stl", "", "empty.stl: cannot be read as STL (File is empty)"},
+             {"long.stl", // the importer's message quotes all of it
+              "solid a\nfacet normal x" + std::string(5000, 'x') + "\nendsolid\n",
+              "xxx...); export the model again"},
              {"model.blend", "BLENDER", "model.blend: models of this name's ending are not read"},
              {"cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\n",
               "cut.ply: the PLY header has no line end_header"},
