@@ -19,7 +19,7 @@ namespace {
 /// The clock of the samples: step k lies at (k + phase) / perHour hours of the year.
 struct SampleClock {
     int perHour = 1;
-    double phase = 0.0; ///< in steps, from just below 0 to below 1
+    double phase = 0.0; ///< in steps, from 0 to below 1
 
     /// How much later than the middle of the hour the mean of its samples lies [h], to 4 s.
     [[nodiscard]] double offset() const {
@@ -60,8 +60,8 @@ SampleClock clockOf(const std::vector<double>& times, const WeatherSample& first
         cosine += std::cos(turn);
     }
     clock.phase = std::atan2(sine, cosine) / (2.0 * std::numbers::pi);
-    constexpr double roundedDown = -0.02; // "0.166" for a sixth belongs to the step that it begins
-    clock.phase += clock.phase < roundedDown ? 1.0 : 0.0;
+    constexpr double roundedDown = -0.02; // "0.166" for a sixth means the step's very beginning
+    clock.phase = clock.phase < roundedDown ? clock.phase + 1.0 : std::max(clock.phase, 0.0);
     return clock;
 }
 
