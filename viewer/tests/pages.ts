@@ -9,6 +9,11 @@ export const folder = process.env.INSOLATE_PAGE_RESULTS ?? "../out/page-tests";
 export const command = process.env.INSOLATE_COMMAND ?? "../build/bin/insolate";
 
 export function resultOf(page: string, number = 0): Result {
+  return new Result(dataOf(page, number));
+}
+
+/// The unpacked bytes of a result.
+export function dataOf(page: string, number = 0): ArrayBuffer {
   const text = readFileSync(page, "utf8");
   const match = new RegExp(`id="result${number}">([A-Za-z0-9+/=]*)<`).exec(text);
   if (!match) {
@@ -17,7 +22,7 @@ export function resultOf(page: string, number = 0): Result {
   const bytes = inflateSync(Buffer.from(match[1], "base64"));
   const buffer = new ArrayBuffer(bytes.length);
   new Uint8Array(buffer).set(bytes);
-  return new Result(buffer);
+  return buffer;
 }
 
 export interface Table {
