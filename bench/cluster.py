@@ -82,6 +82,8 @@ def two(settings: str = "less") -> None:
 
     settings: of Dask, "less" watching or the "usual" ones
     """
+    if settings not in ("less", "usual"):
+        sys.exit(f"settings {settings!r} are unknown; give less or usual")
     dask.config.set(less_watching if settings == "less" else {})
     weather = ins.read_weather(weather_file)
     model = town(100, 100)

@@ -217,7 +217,7 @@ public:
         m_sky.options = options;
     }
 
-    HourlySky build(bool isParallel) {
+    HourlySky build(SkyThreads threads) {
         const AnalysisPeriod& period = m_sky.period;
         const int days = (period.lastDay - period.firstDay + 365) % 365 + 1;
         for (int d = 0; d < days; ++d) {
@@ -226,7 +226,7 @@ public:
                 walkHour(day, hour);
             }
         }
-        lightSkies(isParallel);
+        lightSkies(threads);
         collectSun();
         m_sky.valid = true;
         return std::move(m_sky);
@@ -397,7 +397,7 @@ private:
 
     /// Finds the radiance of all hours' skies, which is most of the work, several at once; they are
     /// added up in the order of time, so that sums are the same for any number of threads.
-    void lightSkies(bool isParallel) {
+    void lightSkies(SkyThreads threads) {
         constexpr std::size_t atOnce = 256; // of 5 kB each
         const SkyRadiance radianceOf(m_cells);
         m_sky.patchRadiance.assign(m_sky.skyHours.size() * patchCount, 0.0f);
@@ -409,7 +409,7 @@ private:
                 radianceOf.find(m_lit[first + i], m_suns, radiance[i]);
                 storePatches(m_lit[first + i].skyHour, radiance[i]);
             };
-            if (isParallel) {
+            if (threads == SkyThreads::all) {
                 tbb::parallel_for(std::size_t{0}, count, light);
             } else {
                 for (std::size_t i = 0; i < count; ++i) {
@@ -573,7 +573,7 @@ SkyCells::SkyCells(double northOffset)
 }
 
 HourlySky buildHourlySky(const WeatherSeries& weather, const AnalysisPeriod& period,
-                         const HourlySkyOptions& options, bool isParallel) {
+                         const HourlySkyOptions& options, SkyThreads threads) {
     for (const std::vector<float>* series :
          {&weather.dryBulb, &weather.pressure, &weather.globalHorizontal, &weather.directNormal,
           &weather.diffuseHorizontal}) {
@@ -581,7 +581,7 @@ HourlySky buildHourlySky(const WeatherSeries& weather, const AnalysisPeriod& per
             return {};
         }
     }
-    return Builder(weather, heldToRange(period), heldToRange(options)).build(isParallel);
+    return Builder(weather, heldToRange(period), heldToRange(options)).build(threads);
 }
 
 } // namespace insolate

@@ -122,13 +122,15 @@ struct HourlySky {
     std::vector<float> patchRadiance;
 };
 
+/// Who builds a sky: the calling thread alone, or all threads of the oneTBB arena that it is in.
+enum class SkyThreads { calling, all };
+
 /// The sky of a period. Needs no more than the weather; may run on several threads at once.
-/// @param isParallel whether it takes all threads of the oneTBB arena that it is called in, and not
-/// the calling thread alone; the same bytes either way
+/// @param threads change the time that it takes, and no byte
 INSOLATE_EXPORT HourlySky buildHourlySky(const WeatherSeries& weather,
                                          const AnalysisPeriod& period = {},
                                          const HourlySkyOptions& options = {},
-                                         bool isParallel = false);
+                                         SkyThreads threads = SkyThreads::calling);
 
 /// Cells in groups of about ten degrees, for what is computed hour by hour.
 namespace skyPatches {

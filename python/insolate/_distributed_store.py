@@ -43,20 +43,20 @@ hours_step = 0.1
 missing_hour = 65535
 
 
-def write_whole(path: Path, content: bytes, survives: bool = True) -> None:
+def write_whole(path: Path, content: bytes, durable: bool = True) -> None:
     """Writes a file that is complete or absent, whoever dies meanwhile.
 
-    survives: a power cut too.
+    durable: whether it outlasts a power cut too.
     """
     partial = path.with_name(f"{path.name}.{uuid.uuid4().hex}.partial")
     try:
         with open(partial, "wb") as file:
             file.write(content)
-            if survives:
+            if durable:
                 file.flush()
                 os.fsync(file.fileno())
         os.replace(partial, path)
-        if survives:
+        if durable:
             _sync(path.parent)
     except BaseException:
         partial.unlink(missing_ok=True)
@@ -267,13 +267,13 @@ class WeatherFile(NamedTuple):
 class Store:
     """The folder; every method may be called by any process at any time.
 
-    survives: a power cut. The disk must be waited for then, which a store that is deleted at the end
-    need not.
+    durable: whether the store outlasts a power cut. The disk must be waited for then, which a store
+    that is deleted at the end need not.
     """
 
-    def __init__(self, path: str | os.PathLike[str], survives: bool = True) -> None:
+    def __init__(self, path: str | os.PathLike[str], durable: bool = True) -> None:
         self.path = Path(path).absolute()
-        self._survives = survives
+        self._durable = durable
         self.files = self.path / "files"
         self.receipt_folder = self.path / "receipts"
         self.warning_folder = self.path / "warnings"
@@ -326,7 +326,7 @@ class Store:
         return manifest
 
     def _write_whole(self, path: Path, content: bytes) -> None:
-        write_whole(path, content, self._survives)
+        write_whole(path, content, self._durable)
 
     def _is_begun(self) -> bool:
         """Whether there is nothing, or what `open` makes before the manifest: its process was killed then."""
@@ -543,7 +543,7 @@ class Store:
 
     def settle(self, written: set[Path]) -> None:
         """Has the disk hold what was written; all of a block at once, which is faster by far."""
-        if self._survives:
+        if self._durable:
             for path in sorted(written, reverse=True):
                 _sync(path)
 

@@ -29,7 +29,7 @@ class Job(NamedTuple):
     """What all tasks of a run share."""
 
     store: str
-    survives: bool  #: the store, a power cut
+    durable: bool  #: whether the store outlasts a power cut
     weather: str  #: its file in the store
     texts: OptionTexts
     materials: str  #: the text of their file
@@ -180,7 +180,7 @@ class Scenes:
     def _store_of(self, job: Job) -> Store:
         store = self._store
         if store is None or str(store.path) != job.store:
-            store = self._store = Store(job.store, job.survives)
+            store = self._store = Store(job.store, job.durable)
         return store
 
     def survey(self, job: Job, task: TileSource) -> dict[str, Any]:

@@ -67,7 +67,7 @@ tile_block, tile_block_with_hours = 524_288, 65_536
 #: How long the cluster may be without any worker [s].
 patience = 300.0
 #: How often its workers are counted [s].
-looking = 1.0
+seconds_between_looks = 1.0
 #: How often a block is given out again whose workers died; Dask has tried three others each time.
 submissions = 3
 
@@ -98,7 +98,7 @@ class _ProgressError(Exception):
     """Carries an OSError of the caller's progress function past those of the store and the scheduler."""
 
 
-class _Here:
+class _ThisProcess:
     """Runs tasks in this process."""
 
     def __init__(self) -> None:
@@ -196,7 +196,7 @@ class _Dask:
     def _wait(self, completed: Any) -> bool:
         """Waits for the next task to end; False when there has been no worker for too long."""
         while not completed.has_ready():
-            if time.monotonic() - self._looked > looking:
+            if time.monotonic() - self._looked > seconds_between_looks:
                 self._look()
                 if self._looked - self._seen > patience:
                     return False
@@ -259,7 +259,7 @@ class _Dask:
                 else:
                     failures[name] = _Failure("the scheduler is gone, or has cancelled it", True)
                     stopped = True
-                if time.monotonic() - self._looked > looking and not stopped:
+                if time.monotonic() - self._looked > seconds_between_looks and not stopped:
                     self._look()
                 fill()
         except OSError as problem:  # the scheduler's address does not answer
@@ -278,8 +278,8 @@ def _no_worker() -> str:
     )
 
 
-def _runner(client: Any) -> Union[_Here, _Dask]:
-    return _Here() if client is None else _Dask(client)
+def _runner(client: Any) -> Union[_ThisProcess, _Dask]:
+    return _ThisProcess() if client is None else _Dask(client)
 
 
 def _needs_extra() -> None:
@@ -398,14 +398,14 @@ def _calculated(
     texts: OptionTexts,
     materials: str,
     place: Path,
-    survives: bool,
+    durable: bool,
     resume: bool,
     client: Any,
     block: Optional[int],
     report: Report,
 ) -> _core.Study:
     runner = _runner(client)
-    store = Store(place, survives)
+    store = Store(place, durable)
     asked = _of_sensors(texts)
     columns = _columns_of(study)
     usual = min(max(-(-len(sensors) // blocks_of_scene), least_block), most_block)
@@ -426,7 +426,7 @@ def _calculated(
         resume,
     )
     job = Job(
-        str(store.path), survives, "", asked, materials, "", manifest["block"], columns, False, threads, _core.version
+        str(store.path), durable, "", asked, materials, "", manifest["block"], columns, False, threads, _core.version
     )
     with _writing(store):
         job = job._replace(weather=store.add_weather(weather, weather_file))
@@ -496,7 +496,7 @@ def _warn_as_workers(store: Store, job: Job, weather: Weather, report: Report) -
 
 
 def _calculate(
-    runner: Union[_Here, _Dask],
+    runner: Union[_ThisProcess, _Dask],
     store: Store,
     job: Job,
     counts: Mapping[str, int],
@@ -901,12 +901,12 @@ def city(
     return found
 
 
-def _survey(runner: Union[_Here, _Dask], store: Store, job: Job, sources: list[TileSource]) -> _Surveyed:
+def _survey(runner: Union[_ThisProcess, _Dask], store: Store, job: Job, sources: list[TileSource]) -> _Surveyed:
     """Has all tiles read whose receipts are missing, and sees that the others are as they were."""
     finished = store.receipts()
     left = [one for one in sources if survey_name(one.tile) not in finished or not _is_read(store, one)]
     here = [one for one in left if holds_models(one.source)]
-    failures = _Here().run(job, ((one.tile, one) for one in here), lambda task: None)
+    failures = _ThisProcess().run(job, ((one.tile, one) for one in here), lambda task: None)
     if not any(failure.is_final for failure in failures.values()):
         there = [one for one in left if not holds_models(one.source)]
         failures |= runner.run(job, ((one.tile, one) for one in there), lambda task: None)

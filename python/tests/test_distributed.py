@@ -208,7 +208,7 @@ def test_a_worker_that_dies_each_time_is_named(client, weather, tmp_path, monkey
 
 def test_a_cluster_without_workers_is_not_waited_for(town, weather, tmp_path, monkeypatch):
     monkeypatch.setattr(many, "patience", 1.0)
-    monkeypatch.setattr(many, "looking", 0.5)
+    monkeypatch.setattr(many, "seconds_between_looks", 0.5)
     with (
         distributed.LocalCluster(n_workers=1, threads_per_worker=1, dashboard_address=":0") as cluster,
         distributed.Client(cluster) as client,

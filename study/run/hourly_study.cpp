@@ -98,7 +98,7 @@ HourlySky skyOf(const WeatherSeries& weather, const SkyOptions& options, const S
         days.firstSummerDay = summer->firstDay;
         days.lastSummerDay = summer->lastDay;
     }
-    return buildHourlySky(weather, days, sky, true);
+    return buildHourlySky(weather, days, sky, SkyThreads::all);
 }
 
 } // namespace

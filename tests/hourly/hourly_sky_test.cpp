@@ -258,7 +258,7 @@ TEST(HourlySky, SharesTheHourOfSunriseByTheSunsTime) {
 TEST(HourlySky, IsTheSameOnAllThreads) {
     const WeatherSeries weather = test::clearYear({35.7, 139.8, 9.0, 6.0});
     const HourlySky alone = buildHourlySky(weather);
-    const HourlySky together = buildHourlySky(weather, {}, {}, true);
+    const HourlySky together = buildHourlySky(weather, {}, {}, SkyThreads::all);
     EXPECT_EQ(alone.diffuse, together.diffuse);
     EXPECT_EQ(alone.patchRadiance, together.patchRadiance);
 }
