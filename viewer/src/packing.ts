@@ -282,7 +282,18 @@ export function sideOf(x: number, y: number, z: number, north: number): number {
   return 1 + (Math.round((((azimuth % 360) + 360) % 360) / 90) % 4);
 }
 
+/// More cells, and more places of grids with gaps, than a page can show; damaged numbers are larger.
+const mostCells = 2 ** 27;
+
+/// Numbers that are followed without reading must fit what is there: they would cost any time and memory.
+function require(fits: boolean): void {
+  if (!fits) {
+    throw new Error("the page's data are damaged");
+  }
+}
+
 function readCells(bytes: Uint8Array, count: number, step: number, north: number): Cells {
+  require(count <= mostCells);
   const reader = new NumberReader(bytes);
   const blocks: Block[] = [];
   const area = new Float32Array(count);
@@ -315,6 +326,7 @@ function readCells(bytes: Uint8Array, count: number, step: number, north: number
       present: null,
       corners: null,
     };
+    require(block.count <= count - first);
     blocks.push(block);
     if (kind === BlockKind.grid) {
       block.columns = reader.number();
@@ -326,6 +338,7 @@ function readCells(bytes: Uint8Array, count: number, step: number, north: number
       const u = [b[0] - a[0], b[1] - a[1], b[2] - a[2]];
       const v = [d[0] - a[0], d[1] - a[1], d[2] - a[2]];
       const places = block.columns * block.rows;
+      require(places >= block.count && places <= mostCells);
       if (places > block.count) {
         hasGaps = true;
         block.present = new Uint8Array(places);
@@ -527,6 +540,12 @@ function readRuns(reader: NumberReader, count: number): Uint32Array {
 function readScene(result: Result): SceneMesh {
   const { vertices, triangles, edges } = result.record.scene;
   const step = result.record.step;
+  // Each number takes a byte at least.
+  require(
+    3 * vertices <= result.array("vertices").length &&
+      3 * triangles <= result.array("triangles").length &&
+      2 * edges <= result.array("edges").length,
+  );
   const position = new Float32Array(3 * vertices);
   const places = new NumberReader(result.array("vertices"));
   const last = [0, 0, 0];
