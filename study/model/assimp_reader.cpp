@@ -13,6 +13,7 @@
 #include <new>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <assimp/BaseImporter.h>
@@ -314,13 +315,13 @@ Mesh readWithAssimp(const std::filesystem::path& file, int descriptor) {
     importer.SetIOHandler(new FolderIo(file, descriptor)); // the importer owns it
     const aiScene* scene = importer.ReadFile(file.string(), aiProcess_RemoveComponent);
     if (scene == nullptr) {
-        const std::string reason = foreignReason(importer.GetErrorString());
-        if (reason.find("bad_alloc") != std::string::npos) { // all that is left of the exception
+        const std::string_view reason = importer.GetErrorString();
+        if (reason.find("bad_alloc") != std::string_view::npos) { // all that is left of it
             throw std::bad_alloc();
         }
         throw DataError(fmt::format("{}: cannot be read as {} ({}); export the model again, or "
                                     "as OBJ",
-                                    place(file), modelFormatOf(file)->name, reason));
+                                    place(file), modelFormatOf(file)->name, foreignReason(reason)));
     }
     return meshFromAssimp(*scene, file);
 }

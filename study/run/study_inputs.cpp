@@ -207,8 +207,12 @@ void noteUndersides(const SensorField& field, Progress& progress) {
     }
 }
 
+/// By its name, or a pipe or device: models do not come through those.
 bool isTable(const std::filesystem::path& sensors) {
-    return hasExtension(sensors, {".csv", ".txt"});
+    std::error_code none;
+    const auto kind = std::filesystem::status(sensors, none).type();
+    return hasExtension(sensors, {".csv", ".txt"}) || kind == std::filesystem::file_type::fifo ||
+           kind == std::filesystem::file_type::character;
 }
 
 /// What chooses faces, or says how they are cut, has no meaning without a sensor model.

@@ -28,7 +28,15 @@ std::string place(const std::filesystem::path& file, std::size_t line) {
 namespace {
 
 std::string cutWhenLong(std::string_view text, std::size_t longest) {
-    return text.size() <= longest ? printable(text) : printable(text.substr(0, longest)) + "...";
+    if (text.size() <= longest) {
+        return printable(text);
+    }
+    // A character of several bytes stays whole: all but its first begin with the bits 10.
+    std::size_t end = longest;
+    while (end > longest - 3 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
+        --end;
+    }
+    return printable(text.substr(0, end)) + "...";
 }
 
 } // namespace

@@ -4,10 +4,12 @@
     tests/reliability/soak.py build/bin/insolate FOLDER [--signals N] [--kills N] [--disks N] [--races N] [--models N]
 
 Each run must end within --limit seconds, leave every result whole or absent, and be completed by --resume with the
-bytes of an undisturbed run. Every damaged model is read or refused with an error that names it, within --limit
-seconds. Prints one line for each kind; ends with 1 after the first fault, whose folder stays. Full disks are file
-systems in memory, which only the superuser can mount.
+bytes of an undisturbed run; asked by a signal it must end within --soon seconds and leave no unfinished files. Every
+damaged model is read, or refused with an error that names it, within the seconds of --model-limit. What is counted are
+the runs that a signal, a kill or a full disk ended. Prints one line for each kind; ends with 1 after the first fault,
+whose folder stays. Full disks are file systems in memory, which only the superuser can mount.
 """
+
 import argparse
 import io
 import os
@@ -31,7 +33,10 @@ OURS = ("sensors.csv", "sensors.vtp", "heatmap.png", "sensors.masks", "summary.j
 def terrain(side):
     """A rolling surface as binary STL, which the import program reads."""
     triangles = bytearray()
-    height = lambda x, y: (x * 7 + y * 13) % 5 * 0.1
+
+    def height(x, y):
+        return (x * 7 + y * 13) % 5 * 0.1
+
     for x in range(side):
         for y in range(side):
             a, b, c, d = [(i, j, height(i, j)) for i, j in ((x, y), (x + 1, y), (x + 1, y + 1), (x, y + 1))]
@@ -43,9 +48,12 @@ def terrain(side):
 class Damage:
     """Bytes of a file as a faulty program, a broken transfer or an attacker leaves them."""
 
-    WORDS = [struct.pack("<I", value) for value in (0, 1, 2**16, 2**24, 2**30, 2**31 - 1, 2**31, 2**32 - 1)]
-    NUMBERS = [b"0", b"-1", b"3", b"65536", b"2147483647", b"4294967295", b"18446744073709551616", b"1e38", b"-1e39",
-               b"1e-45", b"nan", b"inf", b"0x10", b"3.7", b"", b"9" * 400]
+    WORDS = tuple(struct.pack("<I", value) for value in (0, 1, 2**16, 2**24, 2**30, 2**31 - 1, 2**31, 2**32 - 1))
+    NUMBERS = (
+        *b"0 -1 3 65536 2147483647 4294967295 18446744073709551616 1e38 -1e39 1e-45 nan inf 0x10 3.7".split(),
+        b"",
+        b"9" * 400,
+    )
 
     def __init__(self, choose):
         self.choose = choose
@@ -53,8 +61,9 @@ class Damage:
     def __call__(self, whole):
         if whole.startswith(b"PK") and self.choose.random() < 0.8:
             return self.within_archive(whole)
+        kinds = (self.cut, self.bit, self.word, self.number, self.repeat, self.drop)
         for _ in range(self.choose.randint(1, 6)):
-            whole = self.choose.choice((self.cut, self.bit, self.word, self.number, self.repeat, self.drop))(whole)
+            whole = self.choose.choices(kinds, (1, 4, 4, 4, 4, 4))[0](whole)
         return whole
 
     def within_archive(self, whole):
@@ -72,10 +81,10 @@ class Damage:
         return self.choose.randint(0, len(whole))
 
     def cut(self, whole):
-        return whole[: self.place(whole)] if self.choose.random() < 0.3 else whole
+        return whole[: self.place(whole)]
 
     def bit(self, whole):
-        at = self.place(whole)
+        at = self.choose.randrange(max(len(whole), 1))
         return whole[:at] + bytes(byte ^ 1 << self.choose.randrange(8) for byte in whole[at : at + 1]) + whole[at + 1 :]
 
     def word(self, whole):
@@ -100,8 +109,8 @@ class Damage:
 
 
 class Soak:
-    def __init__(self, command, work, seed, limit):
-        self.limit = limit
+    def __init__(self, command, work, seed, limit, soon, model_limit):
+        self.limit, self.soon, self.model_limit = limit, soon, model_limit
         self.command, self.work, self.random = os.path.abspath(command), os.path.abspath(work), random.Random(seed)
         os.makedirs(self.work, exist_ok=True)
         self.is_ending = False
@@ -161,8 +170,8 @@ class Soak:
     def fault(self, what, folder):
         sys.exit(f"fault: {what}; see {folder} and {folder}.log")
 
-    def check(self, number, folder, complete):
-        """Every result is absent or has the reference's bytes."""
+    def check(self, number, folder, complete, is_killed=True):
+        """Every result is absent or has the reference's bytes; only who is killed leaves unfinished files."""
         reference = self.references[number][0]
         names = set(os.listdir(folder)) if os.path.isdir(folder) else set()
         wanted = set(os.listdir(reference))
@@ -170,18 +179,21 @@ class Soak:
             self.fault(f"{sorted(names)} instead of {sorted(wanted)}", folder)
         for name in names:
             if name == "summary.json":  # it holds times
-                whole = names >= wanted and open(os.path.join(folder, name)).read().endswith("}\n")
+                with open(os.path.join(folder, name)) as file:
+                    whole = names >= wanted and file.read().endswith("}\n")
             elif name in wanted:
                 with open(os.path.join(folder, name), "rb") as a, open(os.path.join(reference, name), "rb") as b:
                     whole = a.read() == b.read()
             else:
-                whole = name.endswith(".insolate-partial") or name == ".insolate.lock"
+                whole = name == ".insolate-partial" or (
+                    is_killed and (name.endswith(".insolate-partial") or name == ".insolate.lock")
+                )
             if not whole:
                 self.fault(f"{name} is not whole", folder)
 
     def signals(self, count):
-        times, stopped, done = [], 0, 0
-        while done < count and not self.is_ending:
+        times, done = [], 0
+        while len(times) < count and not self.is_ending:
             number = done % len(self.studies)
             folder = self.path("signals")
             shutil.rmtree(folder, ignore_errors=True)
@@ -197,20 +209,27 @@ class Soak:
                 self.fault(f"exit code {code} after {which.name}", folder)
             if code != 0:
                 times.append(time.monotonic() - asked)
-                stopped += 1
-            self.check(number, folder, complete=code == 0)
+                if times[-1] > self.soon:
+                    self.fault(f"ended {times[-1]:.2f} s after {which.name}", folder)
+            self.check(number, folder, complete=code == 0, is_killed=False)
             if code != 0 and os.path.isdir(folder) and set(os.listdir(folder)) & set(OURS):
                 self.check(number, folder, complete=True)  # asked when all had their names
             done += 1
         times.sort()
-        share = lambda part: times[min(len(times) - 1, int(part * len(times)))] if times else 0.0
-        print(f"signals: {done}, {stopped} before the end; until the process had ended: median {share(0.5):.3f} s, "
-              f"99 % {share(0.99):.3f} s, longest {share(1.0):.3f} s", flush=True)
+
+        def share(part):
+            return times[min(len(times) - 1, int(part * len(times)))] if times else 0.0
+
+        print(
+            f"signals: {len(times)} of {done} before the end; until the process had ended: median {share(0.5):.3f} "
+            f"s, 99 % {share(0.99):.3f} s, longest {share(1.0):.3f} s",
+            flush=True,
+        )
 
     def kills(self, count):
         done, completed, folder = 0, 0, self.path("kills")
         while done < count and not self.is_ending:
-            number = self.random.randrange(1, len(self.studies))
+            number = self.random.randrange(len(self.studies))
             shutil.rmtree(folder, ignore_errors=True)
             for _ in range(5):
                 process = self.start(self.studies[number], folder, "--resume")
@@ -226,7 +245,7 @@ class Soak:
 
     def disks(self, count):
         refused, done = 0, 0
-        while done < count and not self.is_ending:
+        while refused < count and not self.is_ending:
             number = self.random.randrange(1, len(self.studies))
             disk = self.path("disk")
             os.makedirs(disk, exist_ok=True)
@@ -265,7 +284,9 @@ class Soak:
         print(f"races: {done} pairs, {both} one after the other, {done - both} with the second refused", flush=True)
 
     def models(self, count):
-        """The seeds of the fuzz target, damaged, each read as the command reads a model: by the import program."""
+        """The seeds of the fuzz target, damaged, each read as the command reads a model: OBJ by itself, all others
+        by the import program.
+        """
         seeds_folder = os.path.join(os.path.dirname(__file__), "../../fuzz/corpus/models")
         seeds = []
         for name in sorted(os.listdir(seeds_folder)):
@@ -275,7 +296,8 @@ class Soak:
         folder = self.path("models")
         shutil.rmtree(folder, ignore_errors=True)
         os.makedirs(folder)
-        done, read, longest, most = 0, 0, 0.0, 0
+        endings = {"did not finish within": 0, "needs more than": 0, " failed (": 0}
+        done, read, longest, most, spent = 0, 0, 0.0, 0, 0.0
         while done < count and not self.is_ending:
             kind, whole = self.random.choice(seeds)
             name = "model." + kind
@@ -285,14 +307,14 @@ class Soak:
             begin = time.monotonic()
             with open(folder + ".log", "w") as log:
                 process = subprocess.Popen([self.command, "model", "info", name], cwd=folder, stdout=log, stderr=log)
-            alarm = threading.Timer(self.limit, process.kill)
+            alarm = threading.Timer(self.model_limit, process.kill)
             alarm.start()
             _, status, used = os.wait4(process.pid, 0)
             alarm.cancel()
             process.returncode = code = os.waitstatus_to_exitcode(status)
             took = time.monotonic() - begin
-            if took >= self.limit:
-                self.fault(f"still there after {self.limit:g} s", folder)
+            if took >= self.model_limit:
+                self.fault(f"still there after {self.model_limit:g} s", folder)
             with open(folder + ".log", errors="replace") as log:
                 said = log.read()
             error = [line for line in said.splitlines() if line.startswith("insolate: error: ")]
@@ -302,11 +324,20 @@ class Soak:
             if os.listdir(folder) != [name]:
                 self.fault(f"{os.listdir(folder)} beside the model", folder)
             os.remove(model)
+            for ending in endings:
+                endings[ending] += is_refused and ending in error[0]
             read += code == 0
             longest, most = max(longest, took), max(most, used.ru_maxrss // 1024)
+            spent += used.ru_utime + used.ru_stime
             done += 1
-        print(f"damaged models: {done} of {len(seeds)} seeds, {read} read, all others refused with the file and a way "
-              f"out; longest {longest:.2f} s, most memory {most} MB", flush=True)
+        over_time, over_memory, crashed = endings.values()
+        print(
+            f"damaged models: {done} of {len(seeds)} seeds, {read} read, all others refused with the file and a way "
+            f"out, {over_time} for their time, {over_memory} for their memory, {crashed} as the importer crashed; "
+            f"longest {longest:.2f} s, most memory {most} MB, {spent:.0f} s of processor "
+            f"time",
+            flush=True,
+        )
 
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -316,8 +347,10 @@ for kind, usual in (("signals", 200), ("kills", 500), ("disks", 100), ("races", 
     parser.add_argument("--" + kind, type=int, default=usual)
 parser.add_argument("--seed", type=int, default=7)
 parser.add_argument("--limit", type=float, default=60.0, help="seconds after which a run is taken to hang")
+parser.add_argument("--soon", type=float, default=1.0, help="of an idle machine, from a signal to the end [s]")
+parser.add_argument("--model-limit", type=float, default=12.0, help="of an idle machine, for a damaged model [s]")
 given = parser.parse_args()
-soak = Soak(given.command, given.folder, given.seed, given.limit)
+soak = Soak(given.command, given.folder, given.seed, given.limit, given.soon, given.model_limit)
 for kind in ("signals", "races", "models", "disks", "kills"):
     if count := getattr(given, kind):
         getattr(soak, kind)(count)

@@ -60,6 +60,20 @@ protected:
         }
     }
 
+    /// What a run has not finished, but for the sensors that --resume takes up.
+    static std::vector<std::string> unfinishedFiles(const fs::path& folder) {
+        std::vector<std::string> names;
+        std::error_code none;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder, none)) {
+            const std::string name = entry.path().filename().string();
+            if (name == ".insolate.lock" ||
+                (name.ends_with(".insolate-partial") && name != ".insolate-partial")) {
+                names.push_back(name);
+            }
+        }
+        return names;
+    }
+
     void makeReference() {
         const auto begin = std::chrono::steady_clock::now();
         const Outcome run = command(study + " --out reference");
@@ -82,10 +96,14 @@ TEST_F(FaultsTest, KilledAtAnyMomentLeavesNothingHalf) {
         const int signal = std::array<int, 3>{SIGKILL, SIGINT, SIGTERM}[random() % 3];
         const std::chrono::duration<double> delay(moment(random));
         SCOPED_TRACE(fmt::format("kill {} with signal {} after {} s", i, signal, delay.count()));
+        const std::vector<std::string> ofKilled = unfinishedFiles(path("out"));
         const pid_t child = start(spoken + " --resume --out out");
         std::this_thread::sleep_for(delay);
         kill(child, signal);
         const Outcome ended = finish(child);
+        if (signal != SIGKILL) {
+            EXPECT_THAT(unfinishedFiles(path("out")), testing::IsSubsetOf(ofKilled));
+        }
         // Only before its first line may the program not have taken the signals over yet.
         const bool endsRaw = signal == SIGKILL || ended.err.empty();
         EXPECT_THAT(ended.exitCode, testing::AnyOf(0, endsRaw ? -signal : 128 + signal))

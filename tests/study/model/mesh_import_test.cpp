@@ -208,6 +208,14 @@ TEST(ObjImport, KeepsNamesPolygonsAndDoublePrecision) {
     }
 }
 
+std::string repeated(std::string_view text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) {
+        all += text;
+    }
+    return all;
+}
+
 TEST(MeshImport, NamesFilePlaceAndFixOfABadModel) {
     struct Case {
         std::string name, content, message;
@@ -236,6 +244,8 @@ TEST(MeshImport, NamesFilePlaceAndFixOfABadModel) {
              {"long.stl", // the importer's message quotes all of it
               "solid a\nfacet normal x" + std::string(5000, 'x') + "\nendsolid\n",
               "xxx...); export the model again"},
+             {"bytes.obj", triangle + "f 1 2 x" + repeated("\u00e4", 40) + "\n",
+              "'x" + repeated("\u00e4", 29) + "...'"}, // no half of a character
              {"model.blend", "BLENDER", "model.blend: models of this name's ending are not read"},
              {"cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\n",
               "cut.ply: the PLY header has no line end_header"},
@@ -246,7 +256,8 @@ TEST(MeshImport, NamesFilePlaceAndFixOfABadModel) {
               "nan.ply: vertex 1 is at (nan"}}) {
         const auto file = folder.write(c.name, c.content);
         EXPECT_THAT(messageOf([&] { importMesh(file, {}); }),
-                    testing::AllOf(HasSubstr(c.message), HasSubstr("; ")));
+                    testing::AllOf(HasSubstr(c.message), HasSubstr("; "),
+                                   testing::SizeIs(testing::Lt(file.string().size() + 400))));
     }
     for (const char* name : {"none.obj", "folder.obj"}) {
         EXPECT_THROW(importMesh(folder.path() / name, {}), DataError);

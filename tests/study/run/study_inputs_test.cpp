@@ -5,8 +5,12 @@
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
+#include <fstream>
 #include <map>
 #include <set>
+#include <thread>
+
+#include <sys/stat.h>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -55,6 +59,17 @@ TEST(StudyInputs, TakeTheLevelOfDetail) {
                     inputsBy({{"scene", city}, {"lod", "high"}});
                 }),
                 HasSubstr("--lod: 'high' is no level of detail"));
+}
+
+TEST(StudyInputs, TakeAPipeOfAnyNameForATableOfSensors) {
+    const StudyFolder folder;
+    const std::string court = folder.write("a.obj", test::courtModel()).string();
+    const std::string pipe = (folder.path() / "pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::jthread writer([&] { std::ofstream(pipe) << "x,y,z\n1,2,3\n4,5,6\n"; });
+    const StudyInputs inputs = inputsBy({{"scene", court}, {"sensors", pipe}});
+    ASSERT_EQ(inputs.field.size(), 2U);
+    EXPECT_EQ(inputs.field.positions[1].z, 6.0);
 }
 
 TEST(StudyInputs, WarnOfLengthsInAnotherUnit) {

@@ -210,6 +210,7 @@ TEST(WeatherFormats, GiveTheSameSumsWhateverTheirLabels) {
         double offset; // of the values from the middle of the hour [h]
     };
     const std::string stated = "Irradiance Time Offset (h): 0.1761\r\n";
+    const std::string before = "Irradiance Time Offset (h): -0.01\r\n";
     const Site& site = stJohns;
     const std::array<double, 3> beam = trueBeam(site);
     const Sums reference = sumsOf(read(epw(site)).series);
@@ -226,7 +227,8 @@ TEST(WeatherFormats, GiveTheSameSumsWhateverTheirLabels) {
                           {"PSM, half past", psm(site, 1, 30, zone), 0.0},
                           {"PSM, half hours", psm(site, 2, 0, zone), -0.25},
                           {"PSM, whole hours", psm(site, 1, 0, zone), -0.5},
-                          {"PVGIS", pvgis(site, stated, 0.1761), -0.324}}) {
+                          {"PVGIS", pvgis(site, stated, 0.1761), -0.324},
+                          {"PVGIS, before the hour", pvgis(site, before, -0.01), -0.5}}) {
         SCOPED_TRACE(c.name);
         const WeatherYear year = read(c.text);
         EXPECT_DOUBLE_EQ(year.series.sampleOffset, c.offset);
