@@ -139,6 +139,9 @@ TEST_F(Controller, CountsTimeSlices) {
     }
     controller.getCumulativeSky().setDateRange(20, 10); // dates without a build
     EXPECT_EQ(controller.getTimeSliceCount(), 375);
+    controller.getCumulativeSky().setDateRange(10, 10);
+    controller.getCumulativeSky().setTimeRange(0.0f, 1.0e9f, 1.0f); // more than an integer holds
+    EXPECT_EQ(controller.getTimeSliceCount(), 0);
 }
 
 TEST_F(Controller, ThePeriodIsBuiltAtTheSharedSite) {
