@@ -49,6 +49,8 @@ def terrain(side):
 class Damage:
     """Bytes of a file as a faulty program, a broken transfer or an attacker leaves them."""
 
+    #: Bytes. The system counts the peak memory of this process as that of the processes which it starts.
+    MOST = 4_000_000
     WORDS = tuple(struct.pack("<I", value) for value in (0, 1, 2**16, 2**24, 2**30, 2**31 - 1, 2**31, 2**32 - 1))
     NUMBERS = (
         *b"0 -1 3 65536 2147483647 4294967295 18446744073709551616 1e38 -1e39 1e-45 nan inf 0x10 3.7".split(),
@@ -64,7 +66,7 @@ class Damage:
             return self.within_archive(whole)
         kinds = (self.cut, self.bit, self.word, self.number, self.repeat, self.drop)
         for _ in range(self.choose.randint(1, 6)):
-            whole = self.choose.choices(kinds, (1, 4, 4, 4, 4, 4))[0](whole)
+            whole = self.choose.choices(kinds, (1, 4, 4, 4, 4, 4))[0](whole)[: self.MOST]
         return whole
 
     def within_archive(self, whole):
