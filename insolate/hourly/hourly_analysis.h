@@ -125,6 +125,8 @@ struct EvaluateOptions {
     std::stop_token stop = {};
 };
 
+struct HourlyPreparation;
+
 class INSOLATE_EXPORT HourlyAnalysis {
 public:
     /// Takes the sky over. An invalid sky gives results of 0, and so does an analysis that was
@@ -207,8 +209,6 @@ public:
                   std::span<SensorHours> hours = {}, std::span<SensorPart> parts = {}) const;
 
 private:
-    struct Prepared;
-    class Evaluation;
     SensorResult evaluate(GetTransparencyValueOnRay& rays, const LightScene* light,
                           const Sensor& sensor, std::span<SensorPart> parts,
                           SensorHours* hours) const;
@@ -232,7 +232,7 @@ private:
                                    const Work& work, std::size_t begin, std::size_t end,
                                    const std::stop_token& stop) const;
     bool canEvaluate(const LightScene* light, const Sensor& sensor) const;
-    std::unique_ptr<const Prepared> m_prepared;
+    std::unique_ptr<const HourlyPreparation> m_prepared;
 };
 
 } // namespace insolate
