@@ -473,7 +473,6 @@ private:
     template <bool apart>
     HWY_INLINE void closeBehindTriangle(BlockLeaf& seen, std::size_t lane, const CellSpan& span) {
         const Cells d;
-        const std::size_t lanes = hn::Lanes(d);
         const auto set = [&](const std::array<BlockLeaf::Lanes, 3>& from, std::size_t axis)
                              HWY_ATTR { return hn::Set(d, from[axis][lane]); };
         const auto ux = set(seen.u, 0);
@@ -493,14 +492,7 @@ private:
         const bool forAll = !apart && span.origins == m_block.all();
         BandBits sectors = span.sectors;
         while ((sectors.low | sectors.high) != 0) {
-            const std::size_t azimuth =
-                (sectors.low != 0 ? static_cast<std::size_t>(std::countr_zero(sectors.low))
-                                  : 64 + static_cast<std::size_t>(std::countr_zero(sectors.high))) &
-                ~(lanes - 1);
-            std::uint64_t& half = azimuth < 64 ? sectors.low : sectors.high;
-            const std::uint32_t asked =
-                static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
-            half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
+            const auto [azimuth, asked] = takeSectors(sectors);
             for (std::size_t band = span.altitudeLow; band <= span.altitudeHigh; ++band) {
                 const std::uint32_t still = m_open.window(band, azimuth) & asked;
                 if (still == 0) {

@@ -28,6 +28,25 @@ struct HeldEntry {
     CellRange range;
 };
 
+/// Some sectors next to each other, as many as a vector of cells has lanes.
+struct SectorWindow {
+    std::size_t azimuth; ///< the first one, a multiple of the lanes
+    std::uint32_t asked; ///< those that are wanted, the first in bit 0
+};
+
+/// Takes the first window with a sector out of a set that has one.
+HWY_INLINE SectorWindow takeSectors(BandBits& sectors) {
+    const std::size_t lanes = hn::Lanes(Cells());
+    const std::size_t azimuth =
+        (sectors.low != 0 ? static_cast<std::size_t>(std::countr_zero(sectors.low))
+                          : 64 + static_cast<std::size_t>(std::countr_zero(sectors.high))) &
+        ~(lanes - 1);
+    std::uint64_t& half = azimuth < 64 ? sectors.low : sectors.high;
+    const std::uint32_t asked = static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
+    half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
+    return {azimuth, asked};
+}
+
 /// split: 1 for a mask's cells, 2 where each band of them is split in two, the first set of
 /// directions in the lower halves.
 template <std::size_t split>

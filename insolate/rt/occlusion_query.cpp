@@ -480,7 +480,6 @@ private:
     HWY_INLINE void closeBehindTriangle(const SeenTriangles& seen, std::size_t lane,
                                         const CellRange& range, const OcclusionLeaf& leaf) {
         const Cells d;
-        const std::size_t lanes = hn::Lanes(d);
         const auto ux = hn::Set(d, seen.u[0][lane]);
         const auto uy = hn::Set(d, seen.u[1][lane]);
         const auto uz = hn::Set(d, seen.u[2][lane]);
@@ -494,14 +493,7 @@ private:
         const bool edgeOn = near && (seen.edgeOn >> lane & 1U) != 0;
         BandBits sectors = sectorsOf(range);
         while ((sectors.low | sectors.high) != 0) {
-            const std::size_t azimuth =
-                (sectors.low != 0 ? static_cast<std::size_t>(std::countr_zero(sectors.low))
-                                  : 64 + static_cast<std::size_t>(std::countr_zero(sectors.high))) &
-                ~(lanes - 1);
-            std::uint64_t& half = azimuth < 64 ? sectors.low : sectors.high;
-            const std::uint32_t asked =
-                static_cast<std::uint32_t>(half >> azimuth % 64) & allLanes(lanes);
-            half &= ~(std::uint64_t{allLanes(lanes)} << azimuth % 64);
+            const auto [azimuth, asked] = takeSectors(sectors);
             for (std::size_t band = range.altitudeLow; band <= range.altitudeHigh; ++band) {
                 const std::uint32_t still = m_open.window(band, azimuth) & asked;
                 if (still == 0) {
