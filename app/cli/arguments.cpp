@@ -63,6 +63,14 @@ CLI::Validator numberCheck(const std::string& wanted) {
         std::string());
 }
 
+CLI::Validator fileNameCheck() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            return text.empty() ? std::string("the name is empty; give FILE") : std::string();
+        },
+        std::string());
+}
+
 std::vector<std::string> optionNames(const CLI::App& command) {
     std::vector<std::string> names;
     for (const CLI::Option* option : command.get_options()) {

@@ -24,6 +24,7 @@ TableArguments::TableArguments(CLI::App& command, study::OptionTable& table,
     command
         .add_option("--study", m_study,
                     "Study file (TOML) with any of these options as keys; the command line wins")
+        ->check(fileNameCheck())
         ->type_name("FILE");
     for (const Option& option : table.options()) {
         Argument& argument = m_arguments.emplace_back();

@@ -27,7 +27,8 @@ void addViewCommand(CLI::App& app, Interruption& interruption) {
         ->required();
     command
         ->add_option("--out", arguments->out,
-                     "The page to write; page.html in the first folder when absent")
+                     "The page to write: .html; page.html in the first folder when absent")
+        ->check(fileNameCheck())
         ->type_name("FILE");
     command
         ->add_option("--page-limit", arguments->limit,

@@ -14,7 +14,7 @@ void addProgressOption(CLI::App& command, std::string& value) {
                     "How the work reports on standard error: text, or json for programs, an object "
                     "a line")
         ->check(CLI::IsMember({"text", "json"}))
-        ->type_name("NAME:{text,json}")
+        ->type_name("NAME")
         ->capture_default_str();
 }
 

@@ -40,6 +40,8 @@ inline constexpr InputKind materials = {
 inline constexpr InputKind weather = {.name = "weather file", .mostBytes = 256U << 20U};
 inline constexpr InputKind sensorTable = {
     .name = "sensor table", .mostBytes = 16ULL << 30U, .mayStream = true};
+/// Is read again for each picture and page; a pipe would keep them waiting for a writer.
+inline constexpr InputKind resultTable = {.name = "table of results", .mostBytes = 16ULL << 30U};
 /// A polygon's corners stand in one line of an OBJ.
 inline constexpr InputKind model = {
     .name = "model", .mostBytes = 64ULL << 30U, .mostLineBytes = 64U << 20U};

@@ -195,12 +195,27 @@ void OutputFolder::createFolder() {
     }
 }
 
+/// What stands under the lock's name and is not of a run is somebody's; it stays as it is.
+void OutputFolder::refuseForeignLock() {
+    if (m_lock >= 0) {
+        close(std::exchange(m_lock, -1));
+    }
+    throw OutputError(fmt::format("{}: was not written by insolate, and a run keeps its lock under "
+                                  "that name; remove or rename it",
+                                  place(m_folder / lockName)));
+}
+
 void OutputFolder::lock() {
     const fs::path name = m_folder / lockName;
     for (;;) {
-        m_lock = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, mode_t{0666});
-        if (m_lock < 0) {
+        struct stat ours = {};
+        m_lock = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+                      mode_t{0666});
+        if (m_lock < 0 && errno != ELOOP && errno != EISDIR) {
             fail("cannot be written", errno);
+        }
+        if (m_lock < 0 || fstat(m_lock, &ours) != 0 || !S_ISREG(ours.st_mode)) {
+            refuseForeignLock(); // a link, a folder, a pipe
         }
         if (flock(m_lock, LOCK_EX | LOCK_NB) != 0) {
             const int reason = errno;
@@ -214,10 +229,9 @@ void OutputFolder::lock() {
         }
         // The run before may have removed the file between our open and our lock; then the lock
         // is on a file that nobody else will find.
-        struct stat ours = {};
         struct stat named = {};
-        if (fstat(m_lock, &ours) == 0 && stat(name.c_str(), &named) == 0 &&
-            ours.st_ino == named.st_ino && ours.st_dev == named.st_dev) {
+        if (stat(name.c_str(), &named) == 0 && ours.st_ino == named.st_ino &&
+            ours.st_dev == named.st_dev) {
             break;
         }
         close(std::exchange(m_lock, -1));
@@ -227,7 +241,15 @@ void OutputFolder::lock() {
 /// A lock file that nobody holds is of a run that died: what it had begun is removed, by the names
 /// that it holds, and it becomes ours.
 void OutputFolder::takeOver() {
-    std::istringstream content(fileBeginning(m_folder / lockName, 65'536));
+    const std::string lines = fileBeginning(m_folder / lockName, 65'536);
+    // A full disk may have cut its first line.
+    const auto beginsWith = [&](std::string_view key) {
+        return lines.starts_with(key.substr(0, lines.size()));
+    };
+    if (!beginsWith(processKey) && !beginsWith(partialKey)) {
+        refuseForeignLock();
+    }
+    std::istringstream content(lines);
     std::string process;
     std::size_t removed = 0;
     for (std::string line; std::getline(content, line);) {

@@ -144,6 +144,7 @@ private:
 
     void createFolder();
     void lock();
+    [[noreturn]] void refuseForeignLock();
     void tryToWrite();
     void takeOver();
     [[nodiscard]] bool isInput(const std::filesystem::path& file) const;

@@ -3,6 +3,9 @@
 #include "study/support/errors.h"
 #include "study/support/numbers.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include <fmt/format.h>
 
 namespace insolate::study {
@@ -33,6 +36,38 @@ std::string syntaxFault(std::string_view line, std::string_view parserSays) {
                                                                  : "in '...' where they hold a \\");
 }
 
+/// Each part of a dotted name (a.b.c) nests a table, which the parser takes apart by recursion:
+/// some ten thousand parts would exhaust the stack. Braces nest up to 256 such names.
+/// @throws DataError
+void refuseDeepNames(std::string_view text, const std::filesystem::path& file) {
+    constexpr int mostParts = 16;
+    int parts = 1;
+    std::size_t line = 1;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"' || c == '\'') { // a part in quotes, or a value
+            std::size_t end = i + 1;
+            while (end < text.size() && text[end] != c && text[end] != '\n') {
+                end += c == '"' && text[end] == '\\' ? 2 : 1;
+            }
+            i = end < text.size() && text[end] == c ? end : i;
+        } else if (c == '#') { // the line's end stays, for the count
+            i = std::min(text.find('\n', i), text.size()) - 1;
+        } else if (c == '.') {
+            if (++parts > mostParts) {
+                throw DataError(
+                    fmt::format("{}: a name has more than {} parts; put names that hold "
+                                "dots in quotes",
+                                place(file, line), mostParts));
+            }
+        } else if (std::isalnum(static_cast<unsigned char>(c)) == 0 &&
+                   std::string_view("_- \t").find(c) == std::string_view::npos) {
+            parts = 1;
+        }
+        line += c == '\n' ? 1 : 0;
+    }
+}
+
 } // namespace
 
 toml::table readToml(const std::filesystem::path& file, const InputKind& kind,
@@ -41,6 +76,7 @@ toml::table readToml(const std::filesystem::path& file, const InputKind& kind,
 }
 
 toml::table parseToml(const std::string& text, const std::filesystem::path& name) {
+    refuseDeepNames(text, name);
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {

@@ -1,6 +1,7 @@
 #include "study/model/assimp_reader.h"
 
 #include "study/model/model_formats.h"
+#include "study/model/whole_model.h"
 #include "study/support/errors.h"
 #include "study/support/file_name.h"
 
@@ -108,6 +109,8 @@ public:
     }
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
+
+    [[nodiscard]] std::string_view bytes() const { return {m_bytes, m_size}; }
 
     /// Whole items only, as fread gives them.
     std::size_t Read(void* to, std::size_t itemSize, std::size_t count) override {
@@ -304,6 +307,10 @@ Mesh meshFromAssimp(const aiScene& scene, const std::filesystem::path& file) {
 }
 
 Mesh readWithAssimp(const std::filesystem::path& file, int descriptor) {
+    const ModelFormat& format = *modelFormatOf(file);
+    if (const auto whole = MappedFile::of(descriptor)) {
+        checkIsWhole(whole->bytes(), file, format);
+    }
     Assimp::Importer importer;
     keepReadersOf(file, importer);
     // Only what shapes the surfaces is read.
@@ -319,9 +326,12 @@ Mesh readWithAssimp(const std::filesystem::path& file, int descriptor) {
         if (reason.find("bad_alloc") != std::string_view::npos) { // all that is left of it
             throw std::bad_alloc();
         }
-        throw DataError(fmt::format("{}: cannot be read as {} ({}); export the model again, or "
-                                    "as OBJ",
-                                    place(file), modelFormatOf(file)->name, foreignReason(reason)));
+        throw DataError(fmt::format(
+            "{}: cannot be read as {} ({}); {}: export the model again, or as OBJ", place(file),
+            format.name, foreignReason(reason),
+            format.extension == ".gltf"
+                ? "the file may be cut off, or lack the files that it names beside it or below"
+                : "the file may be cut off or damaged"));
     }
     return meshFromAssimp(*scene, file);
 }

@@ -127,23 +127,6 @@ ImportLimits defaultImportLimits(std::uintmax_t fileBytes) {
             .bytes = std::min(bytesAtLeast + bytesPerByte * fileBytes, memory / 5 * 4)};
 }
 
-void checkHeader(InputFile& in, const std::filesystem::path& file, const ModelFormat& format) {
-    if (format.extension != ".ply") {
-        return;
-    }
-    // Without the end of its header assimp reads a PLY for ever.
-    constexpr int mostLines = 10'000;
-    std::string line;
-    for (int i = 0; i < mostLines && in.readLine(line); ++i) {
-        if (trimmed(line) == "end_header") {
-            return;
-        }
-    }
-    throw DataError(fmt::format("{}: the PLY header has no line end_header; the file is cut off or "
-                                "damaged: export the model again",
-                                place(file)));
-}
-
 namespace {
 
 std::string headOf(InputFile& in) {
@@ -169,7 +152,6 @@ Mesh readModel(const std::filesystem::path& file, const MeshImportOptions& optio
     if (format->extension == ".obj") {
         return readObj(file, stop);
     }
-    checkHeader(in, file, *format);
     return readInProcess(file, in.descriptor(), *format, options,
                          options.limits.value_or(defaultImportLimits(in.size())), stop);
 }

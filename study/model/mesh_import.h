@@ -16,9 +16,6 @@
 
 namespace insolate::study {
 
-class InputFile;
-struct ModelFormat;
-
 enum class LengthUnit { millimetre, centimetre, metre, foot, inch };
 enum class UpAxis { y, z };
 
@@ -90,10 +87,6 @@ std::size_t countFacesWithoutArea(const Mesh& mesh);
 /// What a person should know of the precision that the file kept, "" when it is fine.
 INSOLATE_STUDY_EXPORT std::string precisionText(const Mesh& mesh,
                                                 const std::filesystem::path& file);
-
-/// The cheap first part: what its importer would stumble over before it reads a face.
-/// @throws DataError when the header is cut off or damaged
-void checkHeader(InputFile& in, const std::filesystem::path& file, const ModelFormat& format);
 
 /// The last part of the import: metres, z up, every coordinate checked.
 Mesh placedMesh(Mesh mesh, const std::filesystem::path& file, const MeshImportOptions& options);

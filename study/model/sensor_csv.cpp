@@ -5,6 +5,7 @@
 #include "study/support/fields.h"
 #include "study/support/numbers.h"
 #include "study/support/readable.h"
+#include "study/support/utf8.h"
 
 #include <algorithm>
 #include <array>
@@ -155,6 +156,11 @@ Layout layoutOf(const std::vector<std::string>& headings, std::string_view separ
     layout.width = headings.size();
     layout.scale.fill(scale);
     for (std::size_t i = 0; i < headings.size(); ++i) {
+        if (!isUtf8(headings[i])) {
+            throw DataError(fmt::format("{}: column {}: the text is not UTF-8; save the sensor "
+                                        "table as UTF-8",
+                                        where.text(), i + 1));
+        }
         const auto [name, unit] = nameAndUnit(headings[i]);
         const std::optional<std::size_t> known = knownColumn(name);
         if (!known) {
@@ -219,6 +225,21 @@ double numberIn(std::string_view field, std::size_t column, const LinePlace& whe
     return *number;
 }
 
+/// What is passed on stands in the results, which are UTF-8.
+std::string givenText(std::string_view field, std::size_t column, const LinePlace& where) {
+    const auto refuse = [&](const char* what) {
+        throw DataError(fmt::format("{}: field {}: {}", where.text(), column + 1, what));
+    };
+    if (!isUtf8(field)) {
+        refuse("the text is not UTF-8; save the sensor table as UTF-8");
+    }
+    if (field.starts_with('"') && (field.size() < 2 || !field.ends_with('"'))) {
+        refuse("the quotation mark at the text's beginning has none at its end; add it, on the "
+               "same line");
+    }
+    return unquoted(field);
+}
+
 /// Adds the sensor of a line.
 void addSensor(const std::vector<std::string_view>& fields, const Layout& layout, UpAxis up,
                const LinePlace& where, SensorField& field) {
@@ -243,7 +264,8 @@ void addSensor(const std::vector<std::string_view>& fields, const Layout& layout
     field.positions.push_back(toModelAxes({values[0], values[1], values[2]}, 1.0, up));
     field.normals.push_back(normal);
     for (std::size_t i = 0; i < layout.given.size(); ++i) {
-        field.given[i].values.push_back(unquoted(fields[layout.given[i]]));
+        const std::size_t column = layout.given[i];
+        field.given[i].values.push_back(givenText(fields[column], column, where));
     }
 }
 

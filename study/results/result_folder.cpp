@@ -213,7 +213,7 @@ class TableReader {
 public:
     TableReader(ResultFolder& results, const std::stop_token& stop)
         : m_results(results), m_file(results.folder / tableName),
-          m_records(m_file, inputKinds::sensorTable, stop) {}
+          m_records(m_file, inputKinds::resultTable, stop) {}
 
     void read(const Json& summary) {
         readHeader(summary);

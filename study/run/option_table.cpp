@@ -3,6 +3,7 @@
 #include "study/support/numbers.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,8 +17,11 @@ Number parsed(const std::string& name, const std::string& text, const char* kind
               const std::string& wanted) {
     const std::optional<Number> number = parseNumber<Number>(text);
     if (!number) {
-        throw UsageError(
-            fmt::format("--{}: {} is no {}; give {}", name, quoteText(text), kind, wanted));
+        const std::string_view digits = trimmed(text);
+        const bool isTooLarge =
+            !digits.empty() && digits.find_first_not_of("0123456789") == digits.npos;
+        throw UsageError(fmt::format("--{}: {} is {}{}; give {}", name, quoteText(text),
+                                     isTooLarge ? "too large a " : "no ", kind, wanted));
     }
     return *number;
 }

@@ -180,15 +180,13 @@ StudyFile::StudyFile(std::filesystem::path file, const std::stop_token& stop)
         throw DataError(
             fmt::format("{}: analyses are tables; begin each with a line [[analysis]]", where));
     }
+    std::set<std::string> names;
     for (const toml::node& one : *node->as_array()) {
         StudyAnalysis analysis = analysisOf(one, m_analyses.size(), m_file);
-        for (const StudyAnalysis& other : m_analyses) {
-            if (other.name == analysis.name) {
-                throw DataError(fmt::format("{}: there is an analysis {} already; give each a name "
-                                            "of its own",
-                                            tomlPlace(m_file, one.source()),
-                                            quoteText(analysis.name)));
-            }
+        if (!names.insert(analysis.name).second) {
+            throw DataError(fmt::format("{}: there is an analysis {} already; give each a name "
+                                        "of its own",
+                                        tomlPlace(m_file, one.source()), quoteText(analysis.name)));
         }
         m_analyses.push_back(std::move(analysis));
     }

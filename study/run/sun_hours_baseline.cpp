@@ -84,7 +84,7 @@ void requireSameSun(const std::filesystem::path& folder, const Json& record) {
 Baseline readBaseline(const std::filesystem::path& folder, const SensorField& field, bool probable,
                       const std::stop_token& stop) {
     const std::filesystem::path file = folder / "sensors.csv";
-    TableRecords records(file, inputKinds::sensorTable, stop);
+    TableRecords records(file, inputKinds::resultTable, stop);
     std::string line;
     records.next(line);
     const std::string first = line;

@@ -206,7 +206,7 @@ void writeGroups(OutputFile& out, const SunHoursAnswer& answer, Progress&, const
         out.writeNumber(value);
     };
     for (const SunGroupResult& group : results.groups) {
-        out.write(fmt::format("{},{}", csvField(group.name), group.sensors));
+        out.write(fmt::format("{},{}", csvField(validText(group.name)), group.sensors));
         if (areas) {
             number(group.area);
         }

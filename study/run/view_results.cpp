@@ -8,6 +8,7 @@
 #include "study/results/result_scene.h"
 #include "study/run/study_page.h"
 #include "study/support/errors.h"
+#include "study/support/file_name.h"
 
 #include <algorithm>
 #include <deque>
@@ -99,6 +100,9 @@ void viewResults(const ViewOptions& options, Progress& progress, const std::stop
     if (name.empty()) {
         throw UsageError(place(to) +
                          " is a folder; give the name of the page: " + (to / "page.html").string());
+    }
+    if (!hasExtension(to, {".html", ".htm"})) {
+        throw UsageError(place(to) + ": no page has this ending; give a name that ends in .html");
     }
     std::vector<std::filesystem::path> inputs;
     for (const std::filesystem::path& earlier : options.folders) {

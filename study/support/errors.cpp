@@ -18,7 +18,7 @@ std::string printable(std::string_view text) {
 }
 
 std::string place(const std::filesystem::path& file) {
-    return printable(file.string());
+    return file.empty() ? "''" : printable(file.string());
 }
 
 std::string place(const std::filesystem::path& file, std::size_t line) {

@@ -136,11 +136,20 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
     done("run --study faces.toml --sensors plane:z=20,grid=5");
     EXPECT_THAT(command("run --study faces.toml --sensors s/points.csv --facing up").err,
                 HasSubstr("--facing chooses the faces"));
+    std::string deep = "1";
+    for (int i = 0; i < 50'000; ++i) {
+        deep += ".1";
+    }
+    using Case = std::pair<std::string, const char*>;
     for (const auto& [content, message] :
-         {std::pair{"step = 0.1\nwether = 'a'\n",
-                    "bad.toml:2: there is no option 'wether'; did you mean 'weather'?"},
+         {Case{"step = 0.1\nwether = 'a'\n",
+               "bad.toml:2: there is no option 'wether'; did you mean 'weather'?"},
           {"study = 'a'\n", "bad.toml:1: there is no option 'study'; the keys"},
           {"step = 'x'\n", "bad.toml:1: --step: 'x' is no number; give hours"},
+          {"# " + deep + "\nout = 'o'\n" + deep + " = 1\n",
+           "bad.toml:3: a name has more than 16 parts; put names that hold dots in quotes"},
+          {"a = { [" + deep + "]\n", "bad.toml:1: a name has more than 16 parts"},
+          {"'" + deep + "' = 1\n", "bad.toml:1: there is no option '1.1"},
           {"period = { a = 1 }\n", "bad.toml:1: 'period' cannot be a table; write"},
           {"select = [\n'a',\n[1],\n]\n", "bad.toml:3: 'select' cannot be a list of lists; "},
           {"hours-of = [\n1,\n'x']\n", "bad.toml:3: --hours-of: 'x'"},
@@ -264,6 +273,9 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--grid 1 --grid 2", 2, "--grid is given more than once; "},
              {"run --scene far.obj --weather good.epw --out out", 2,
               "--units if the model does not measure 60,000 x 40,000 x 0 m, or give --force"},
+             {base + "--study ''", 2, "--study: the name is empty; give FILE"},
+             {"view somewhere --out ''", 2, "--out: the name is empty; give FILE"},
+             {"picture somewhere --file ''", 2, "--file: the name is empty; give FILE"},
              {base + "--north abc", 2, "--north: 'abc' is no number; give degrees"},
              {base + "--step 0.3", 2, "--step 0.3: hours are walked"},
              {base + "--hours-of 0,100000", 2, "--hours-of 100000: there is no such sensor"},

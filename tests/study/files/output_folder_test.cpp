@@ -210,7 +210,19 @@ TEST_F(OutputFolderTest, followsNoLinkThatSomebodyPlanted) {
     const fs::path out = folder / "out";
     fs::create_directory(out);
     fs::create_symlink(victim, out / ".insolate.lock");
-    EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), HasSubstr("cannot be written"));
+    const auto refused = AllOf(HasSubstr("out/.insolate.lock: was not written by insolate"),
+                               HasSubstr("; remove or rename it"));
+    EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), refused);
+    fs::remove(out / ".insolate.lock");
+    ASSERT_EQ(mkfifo((out / ".insolate.lock").c_str(), 0600), 0);
+    EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), refused);
+    fs::remove(out / ".insolate.lock");
+    own.write("out/.insolate.lock", "of the user\nwrites victim\n");
+    EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), refused);
+    EXPECT_EQ(readFile(out / ".insolate.lock"), "of the user\nwrites victim\n");
+    own.write("out/.insolate.lock", "proc"); // all that a full disk took of a run's line
+    { OutputFolder taken(out, {}); }
+    EXPECT_FALSE(fs::exists(out / ".insolate.lock"));
     fs::create_symlink(victim, out / "result");
     EXPECT_THAT(messageOf([&] { OutputFile(out / "result", "result"); }),
                 HasSubstr("cannot be written"));

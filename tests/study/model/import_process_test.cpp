@@ -155,14 +155,7 @@ TEST_F(ImportProcessTest, TakesNothingOfTheHostAlong) {
 }
 
 TEST_F(ImportProcessTest, BoundsWhatHangsNestsAndGrows) {
-    // A PLY without the end of its header, past the check of it, and 20,000 nodes in one another.
-    const auto ply = folder.write("a.ply", "ply\nformat ascii 1.0\nelement vertex 3\n");
-    const InputFile in(ply, inputKinds::model);
-    EXPECT_THAT(messageOf([&] {
-                    readInProcess(ply, in.descriptor(), *modelFormatOf(ply), {},
-                                  {.seconds = 0.5, .bytes = 1U << 29U}, {});
-                }),
-                HasSubstr("a.ply: the PLY importer did not finish within 500 ms"));
+    // 20,000 nodes in one another, brackets, and a count without anything behind it.
     std::string nodes =
         R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[)";
     for (int i = 1; i <= 20'000; ++i) {

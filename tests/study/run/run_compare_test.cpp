@@ -190,10 +190,11 @@ TEST_F(CompareRunTest, PicturesComeFromTheFolderAlone) {
 }
 
 TEST_F(CompareRunTest, ResultsAreViewedOnceAndOnEarth) {
-    const auto viewed = [&](std::vector<std::filesystem::path> folders) {
+    const auto viewed = [&](std::vector<std::filesystem::path> folders,
+                            const char* name = "page.html") {
         ViewOptions options;
         options.folders = std::move(folders);
-        options.out = folder.path() / "page.html";
+        options.out = folder.path() / name;
         Progress silent;
         viewResults(options, silent);
     };
@@ -208,6 +209,8 @@ TEST_F(CompareRunTest, ResultsAreViewedOnceAndOnEarth) {
     folder.write("before/summary.json", wrong);
     EXPECT_THAT(messageOf([&] { viewed({compare.a}); }), HasSubstr("is no place on earth"));
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "page.html"));
+    EXPECT_THAT(messageOf([&] { viewed({compare.a}, "page.txt"); }),
+                HasSubstr("page.txt: no page has this ending; give a name that ends in .html"));
     folder.write("before/summary.json", summary);
     viewed({compare.a, compare.b});
     EXPECT_TRUE(isOurPage(folder.path() / "page.html"));

@@ -49,6 +49,7 @@ TEST(RunOptions, AreRefusedByName) {
         {options, "north", "999", "--north 999: no angle"},
         {options, "threads", "-1", "--threads -1: "},
         {options, "threads", "1.5", "--threads: '1.5' is no whole number; give"},
+        {options, "threads", "99999999999", "'99999999999' is too large a whole number; give"},
         {options, "hours-of", "1,x", "--hours-of: 'x' is no number from 0; give"},
         {options, "hours-of", "all,3", "--hours-of: all, groups and numbers exclude each other"},
         {options, "by", "roof", "--by 'roof': cells are not grouped by 'roof'"},
