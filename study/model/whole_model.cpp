@@ -72,8 +72,7 @@ public:
     void ply() const;
     void off() const;
     void stl() const;
-    /// @param lengthAt where the file's length stands, or that of the chunk that it is
-    void length(std::string_view mark, std::size_t lengthAt) const;
+    void threeDs() const;
     /// @param head of the files that end so
     void endMark(std::string_view head, std::string_view mark) const;
 
@@ -315,14 +314,13 @@ void Check::stl() const {
     }
 }
 
-void Check::length(std::string_view mark, std::size_t lengthAt) const {
-    constexpr std::size_t lengthBytes = 4;
-    if (!m_bytes.starts_with(mark)) {
+void Check::threeDs() const {
+    // The first chunk is the whole file: its mark, its length, what it holds.
+    constexpr std::size_t headBytes = 6;
+    if (!m_bytes.starts_with("MM")) {
         return;
     }
-    const std::uint64_t promised = m_bytes.size() < lengthAt + lengthBytes
-                                       ? lengthAt + lengthBytes
-                                       : numberAt(lengthAt, lengthBytes);
+    const std::uint64_t promised = m_bytes.size() < headBytes ? headBytes : numberAt(2, 4);
     if (m_bytes.size() < promised) {
         refuseCount(promised, "bytes", m_bytes.size());
     }
@@ -361,9 +359,7 @@ void checkIsWhole(std::string_view bytes, const std::filesystem::path& file,
     } else if (format.extension == ".ifc") {
         check.endMark("iso-10303-21", "END-ISO-10303-21");
     } else if (format.extension == ".3ds") {
-        check.length("MM", 2);
-    } else if (format.extension == ".glb") {
-        check.length("glTF", 8);
+        check.threeDs();
     }
 }
 
