@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <numbers>
