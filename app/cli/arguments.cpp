@@ -66,7 +66,7 @@ CLI::Validator numberCheck(const std::string& wanted) {
 CLI::Validator fileNameCheck() {
     return CLI::Validator(
         [](const std::string& text) {
-            return text.empty() ? std::string("the name is empty; give FILE") : std::string();
+            return text.empty() ? std::string("the name is empty; give one") : std::string();
         },
         std::string());
 }

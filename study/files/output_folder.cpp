@@ -49,6 +49,24 @@ std::string remedyFor(int reason) {
 constexpr std::string_view processKey = "process ";
 constexpr std::string_view partialKey = "writes ";
 
+/// Whether a run has written these lines. A full disk may have cut the last of them.
+bool isOfALock(std::string_view lines) {
+    for (std::size_t end = 0; !lines.empty(); lines.remove_prefix(end)) {
+        end = std::min(lines.find('\n'), lines.size() - 1) + 1;
+        const std::string_view line = lines.substr(0, end);
+        const bool isCut = line.back() != '\n';
+        const auto beginsWith = [&](std::string_view key) {
+            return line.starts_with(isCut ? key.substr(0, line.size()) : key);
+        };
+        if (!beginsWith(partialKey) &&
+            (!beginsWith(processKey) ||
+             line.find_first_not_of("0123456789\n", processKey.size()) != line.npos)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// Makes the folder's names as they are now survive a loss of power. File systems that cannot do it
 /// are not refused.
 void syncFolder(const fs::path& folder) {
@@ -211,11 +229,11 @@ void OutputFolder::lock() {
         struct stat ours = {};
         m_lock = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
                       mode_t{0666});
-        if (m_lock < 0 && errno != ELOOP && errno != EISDIR) {
+        if (m_lock < 0 && errno != ELOOP && errno != EISDIR && errno != ENXIO) {
             fail("cannot be written", errno);
         }
         if (m_lock < 0 || fstat(m_lock, &ours) != 0 || !S_ISREG(ours.st_mode)) {
-            refuseForeignLock(); // a link, a folder, a pipe
+            refuseForeignLock(); // a link, a folder, a pipe, a socket
         }
         if (flock(m_lock, LOCK_EX | LOCK_NB) != 0) {
             const int reason = errno;
@@ -242,11 +260,9 @@ void OutputFolder::lock() {
 /// that it holds, and it becomes ours.
 void OutputFolder::takeOver() {
     const std::string lines = fileBeginning(m_folder / lockName, 65'536);
-    // A full disk may have cut its first line.
-    const auto beginsWith = [&](std::string_view key) {
-        return lines.starts_with(key.substr(0, lines.size()));
-    };
-    if (!beginsWith(processKey) && !beginsWith(partialKey)) {
+    // A loss of power may leave zeros of what had not reached the disk.
+    const bool isEmpty = lines.find_first_not_of('\0') == lines.npos;
+    if (!isEmpty && !isOfALock(lines)) {
         refuseForeignLock();
     }
     std::istringstream content(lines);

@@ -4,7 +4,7 @@
 #include "study/support/numbers.h"
 
 #include <algorithm>
-#include <cctype>
+#include <cstddef>
 
 #include <fmt/format.h>
 
@@ -36,35 +36,54 @@ std::string syntaxFault(std::string_view line, std::string_view parserSays) {
                                                                  : "in '...' where they hold a \\");
 }
 
+/// Where a text in quotes, which begins at `at`, has ended; npos where it does not.
+std::size_t textEnd(std::string_view toml, std::size_t at) {
+    const char quote = toml[at];
+    const std::string longMark(3, quote);
+    const bool isLong = toml.substr(at).starts_with(longMark);
+    const std::string_view mark = isLong ? std::string_view(longMark) : toml.substr(at, 1);
+    for (std::size_t i = at + mark.size(); i < toml.size(); ++i) {
+        if (toml.substr(i).starts_with(mark)) {
+            const std::size_t end = i + mark.size();
+            // One or two quotes before the mark belong to the text.
+            return isLong ? std::min(toml.find_first_not_of(quote, end),
+                                     std::min(end + 2, toml.size()))
+                          : end;
+        }
+        if (toml[i] == '\n' && !isLong) {
+            return toml.npos;
+        }
+        i += toml[i] == '\\' && quote == '"' ? 1 : 0;
+    }
+    return toml.npos;
+}
+
 /// Each part of a dotted name (a.b.c) nests a table, which the parser takes apart by recursion:
 /// some ten thousand parts would exhaust the stack. Braces nest up to 256 such names.
 /// @throws DataError
-void refuseDeepNames(std::string_view text, const std::filesystem::path& file) {
+void refuseDeepNames(std::string_view toml, const std::filesystem::path& file) {
     constexpr int mostParts = 16;
     int parts = 1;
-    std::size_t line = 1;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (c == '"' || c == '\'') { // a part in quotes, or a value
-            std::size_t end = i + 1;
-            while (end < text.size() && text[end] != c && text[end] != '\n') {
-                end += c == '"' && text[end] == '\\' ? 2 : 1;
-            }
-            i = end < text.size() && text[end] == c ? end : i;
-        } else if (c == '#') { // the line's end stays, for the count
-            i = std::min(text.find('\n', i), text.size()) - 1;
-        } else if (c == '.') {
-            if (++parts > mostParts) {
-                throw DataError(
-                    fmt::format("{}: a name has more than {} parts; put names that hold "
-                                "dots in quotes",
-                                place(file, line), mostParts));
-            }
-        } else if (std::isalnum(static_cast<unsigned char>(c)) == 0 &&
-                   std::string_view("_- \t").find(c) == std::string_view::npos) {
+    for (std::size_t i = 0; i < toml.size();) {
+        const char c = toml[i];
+        if (c == '"' || c == '\'') { // a part of a name, or a value
+            i = textEnd(toml, i);    // without an end the parser stops here too
+            continue;
+        }
+        if (c == '#') {
+            i = toml.find('\n', i);
+            continue;
+        }
+        if (c == '.' && ++parts > mostParts) {
+            const auto line = 1 + std::count(toml.begin(), toml.begin() + std::ptrdiff_t(i), '\n');
+            throw DataError(fmt::format("{}: a name has more than {} parts; put names that hold "
+                                        "dots in quotes",
+                                        place(file, static_cast<std::size_t>(line)), mostParts));
+        }
+        if (std::string_view("=,[]{}\n").find(c) != std::string_view::npos) {
             parts = 1;
         }
-        line += c == '\n' ? 1 : 0;
+        ++i;
     }
 }
 

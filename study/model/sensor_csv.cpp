@@ -69,16 +69,33 @@ std::optional<std::size_t> knownColumn(const std::string& name) {
                : std::optional(static_cast<std::size_t>(found - knownNames.begin()));
 }
 
+/// A column's name, or a text that is passed on: both stand in the results, which are UTF-8.
+std::string textOf(std::string_view field, std::size_t column, const LinePlace& where) {
+    const auto refuse = [&](const char* what) {
+        throw DataError(fmt::format("{}: field {}: {}", where.text(), column + 1, what));
+    };
+    if (!isUtf8(field)) {
+        refuse("the text is not UTF-8; save the sensor table as UTF-8");
+    }
+    if (!hasClosedQuotes(field)) {
+        refuse(
+            "quotes are opened and not closed at the field's end; write them twice within a text "
+            "in quotes");
+    }
+    return unquoted(field);
+}
+
 /// The fields of a header. A unit is no field of its own where blanks separate.
-std::vector<std::string> headingsOf(std::string_view row, std::string_view separators) {
+std::vector<std::string> headingsOf(std::string_view row, std::string_view separators,
+                                    const LinePlace& where) {
     std::vector<std::string_view> fields;
     splitFields(row, separators, fields);
     std::vector<std::string> headings;
-    for (const std::string_view field : fields) {
-        if (!headings.empty() && field.find_first_of("[(") == 0) {
-            headings.back() += field;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (!headings.empty() && fields[i].find_first_of("[(") == 0) {
+            headings.back() += fields[i];
         } else {
-            headings.push_back(unquoted(field));
+            headings.push_back(textOf(fields[i], i, where));
         }
     }
     return headings;
@@ -156,11 +173,6 @@ Layout layoutOf(const std::vector<std::string>& headings, std::string_view separ
     layout.width = headings.size();
     layout.scale.fill(scale);
     for (std::size_t i = 0; i < headings.size(); ++i) {
-        if (!isUtf8(headings[i])) {
-            throw DataError(fmt::format("{}: column {}: the text is not UTF-8; save the sensor "
-                                        "table as UTF-8",
-                                        where.text(), i + 1));
-        }
         const auto [name, unit] = nameAndUnit(headings[i]);
         const std::optional<std::size_t> known = knownColumn(name);
         if (!known) {
@@ -225,21 +237,6 @@ double numberIn(std::string_view field, std::size_t column, const LinePlace& whe
     return *number;
 }
 
-/// What is passed on stands in the results, which are UTF-8.
-std::string givenText(std::string_view field, std::size_t column, const LinePlace& where) {
-    const auto refuse = [&](const char* what) {
-        throw DataError(fmt::format("{}: field {}: {}", where.text(), column + 1, what));
-    };
-    if (!isUtf8(field)) {
-        refuse("the text is not UTF-8; save the sensor table as UTF-8");
-    }
-    if (field.starts_with('"') && (field.size() < 2 || !field.ends_with('"'))) {
-        refuse("the quotation mark at the text's beginning has none at its end; add it, on the "
-               "same line");
-    }
-    return unquoted(field);
-}
-
 /// Adds the sensor of a line.
 void addSensor(const std::vector<std::string_view>& fields, const Layout& layout, UpAxis up,
                const LinePlace& where, SensorField& field) {
@@ -265,7 +262,7 @@ void addSensor(const std::vector<std::string_view>& fields, const Layout& layout
     field.normals.push_back(normal);
     for (std::size_t i = 0; i < layout.given.size(); ++i) {
         const std::size_t column = layout.given[i];
-        field.given[i].values.push_back(givenText(fields[column], column, where));
+        field.given[i].values.push_back(textOf(fields[column], column, where));
     }
 }
 
@@ -297,7 +294,7 @@ SensorField readSensorCsv(const std::filesystem::path& file, LengthUnit unit, Up
         if (!layout) {
             const bool byTabs = separators.size() > 1 && row.find('\t') != row.npos;
             const std::string_view ofHeader = byTabs ? "\t" : separators;
-            const std::vector<std::string> headings = headingsOf(row, ofHeader);
+            const std::vector<std::string> headings = headingsOf(row, ofHeader, where);
             if (isHeader(row, headings)) {
                 layout = layoutOf(headings, ofHeader, metresIn(unit), where, field.given);
                 continue;

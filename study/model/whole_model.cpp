@@ -18,6 +18,7 @@ namespace insolate::study {
 
 namespace {
 
+constexpr std::string_view solid = "solid";
 constexpr const char* cutOff = "the file is cut off or damaged: export the model again";
 
 /// The next word of a text, which loses it; "" at its end.
@@ -32,8 +33,10 @@ std::string_view takeWord(std::string_view& text) {
 /// The lines of a text, with their numbers.
 class Lines {
 public:
-    explicit Lines(std::string_view text)
-        : m_rest(text), m_end(text.find('\n') == text.npos ? '\r' : '\n') {}
+    explicit Lines(std::string_view text) : m_rest(text) {
+        const std::size_t end = text.find_first_of("\r\n");
+        m_end = end == text.npos || text.substr(end).starts_with("\r\n") ? '\n' : text[end];
+    }
 
     /// False at the end.
     bool next(std::string_view& line) {
@@ -60,7 +63,7 @@ public:
 
 private:
     std::string_view m_rest;
-    char m_end;
+    char m_end = '\n';
     std::size_t m_number = 0;
 };
 
@@ -72,9 +75,8 @@ public:
     void ply() const;
     void off() const;
     void stl() const;
-    void threeDs() const;
-    /// @param head of the files that end so
-    void endMark(std::string_view head, std::string_view mark) const;
+    void dxf() const;
+    void ifc() const;
 
 private:
     struct PlyProperty {
@@ -92,7 +94,7 @@ private:
     void plyText(Lines lines, const std::vector<PlyElement>& elements) const;
     void plyBinary(std::string_view data, const std::vector<PlyElement>& elements,
                    bool bigEndian) const;
-    [[nodiscard]] std::uint64_t numberAt(std::size_t at, std::size_t size) const;
+    [[nodiscard]] bool isBinaryStl() const;
 
     [[noreturn]] void refuseCount(std::uint64_t promised, std::string_view what,
                                   std::uint64_t found) const {
@@ -105,18 +107,13 @@ private:
             fmt::format("{}: the line of a {} ends early; {}", place(m_file, line), what, cutOff));
     }
 
+    [[noreturn]] void refuseEnd(std::string_view mark) const {
+        throw DataError(fmt::format("{}: does not end with {}; {}", place(m_file), mark, cutOff));
+    }
+
     std::string_view m_bytes;
     const std::filesystem::path& m_file;
 };
-
-/// An unsigned number with its least significant byte first.
-std::uint64_t Check::numberAt(std::size_t at, std::size_t size) const {
-    std::uint64_t number = 0;
-    for (std::size_t i = size; i-- > 0;) {
-        number = number << 8U | static_cast<unsigned char>(m_bytes[at + i]);
-    }
-    return number;
-}
 
 /// 0 for what is no type.
 std::size_t Check::bytesOfPlyType(std::string_view name) {
@@ -293,50 +290,63 @@ void Check::off() const {
     }
 }
 
+/// As text; binary files are refused by the reader unless they have the length that they promise.
 void Check::stl() const {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    std::string_view text = m_bytes;
+    text.remove_prefix(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
+    if (!lowered(trimmed(text.substr(0, 512))).starts_with(solid) || isBinaryStl()) {
+        return;
+    }
+    // Only names and blanks are as long as that behind the last mark.
+    constexpr std::size_t tailBytes = 4096;
+    text = text.substr(0, text.find_last_not_of(std::string_view(" \t\r\n\v\f\0\x1A", 8)) + 1);
+    const std::string tail = lowered(text.substr(text.size() - std::min(text.size(), tailBytes)));
+    const std::size_t mark = tail.rfind("endsolid");
+    if (mark == tail.npos) {
+        refuseEnd("endsolid");
+    }
+    // The line may go on with the name, and further bodies follow.
+    const std::size_t end = std::min(tail.find_first_of("\r\n", mark), tail.size());
+    const std::string_view rest = trimmed(std::string_view(tail).substr(end));
+    if (!rest.empty() &&
+        (rest.starts_with(solid.substr(0, rest.size())) || rest.find("facet") != rest.npos)) {
+        refuseEnd("endsolid");
+    }
+}
+
+bool Check::isBinaryStl() const {
     constexpr std::size_t headBytes = 84; // 80 of any content, and the number of triangles
     constexpr std::size_t triangleBytes = 50;
-    const std::uint64_t triangles = m_bytes.size() < headBytes ? 0 : numberAt(headBytes - 4, 4);
-    if (m_bytes.size() >= headBytes && m_bytes.size() - headBytes == triangles * triangleBytes) {
+    if (m_bytes.size() < headBytes) {
+        return false;
+    }
+    std::uint32_t triangles = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        triangles |= std::uint32_t{static_cast<unsigned char>(m_bytes[headBytes - 4 + i])}
+                     << 8U * static_cast<unsigned>(i);
+    }
+    return m_bytes.size() - headBytes == std::uint64_t{triangles} * triangleBytes;
+}
+
+void Check::dxf() const {
+    if (m_bytes.find('\0') != m_bytes.npos) { // binary
         return;
     }
-    // The head of a binary file may begin with "solid" as well.
-    const std::string head = lowered(trimmed(m_bytes.substr(0, 512)));
-    if (head.starts_with("solid") &&
-        (head.find("facet") != head.npos || head.find("endsolid") != head.npos)) {
-        endMark("solid", "endsolid");
-    } else if (m_bytes.size() < headBytes) {
-        throw DataError(fmt::format("{}: the header has {} of {} bytes; {}", place(m_file),
-                                    m_bytes.size(), headBytes, cutOff));
-    } else if (const std::size_t found = (m_bytes.size() - headBytes) / triangleBytes;
-               found < triangles) {
-        refuseCount(triangles, "triangles", found);
+    const std::size_t mark = m_bytes.rfind("EOF");
+    const auto isBlankUpToLineEnd = [](std::string_view text) {
+        const std::size_t at = text.find_first_not_of(" \t\x1A");
+        return at == text.npos || text[at] == '\r' || text[at] == '\n';
+    };
+    if (mark == m_bytes.npos || !isBlankUpToLineEnd(m_bytes.substr(mark + 3))) {
+        refuseEnd("EOF");
     }
 }
 
-void Check::threeDs() const {
-    // The first chunk is the whole file: its mark, its length, what it holds.
-    constexpr std::size_t headBytes = 6;
-    if (!m_bytes.starts_with("MM")) {
-        return;
-    }
-    const std::uint64_t promised = m_bytes.size() < headBytes ? headBytes : numberAt(2, 4);
-    if (m_bytes.size() < promised) {
-        refuseCount(promised, "bytes", m_bytes.size());
-    }
-}
-
-void Check::endMark(std::string_view head, std::string_view mark) const {
-    if (!lowered(trimmed(m_bytes.substr(0, 512))).starts_with(head)) {
-        return;
-    }
-    // A name or a comment may follow in the last line, and zeros behind it.
-    constexpr std::size_t tailBytes = 4096;
-    std::string_view tail = m_bytes.substr(m_bytes.size() - std::min(m_bytes.size(), tailBytes));
-    tail = tail.substr(0, tail.find_last_not_of(std::string_view(" \t\r\n\v\f\0\x1A", 8)) + 1);
-    if (!lowered(trimmed(tail.substr(tail.find_last_of("\r\n") + 1))).starts_with(lowered(mark))) {
-        throw DataError(fmt::format("{}: the last line does not begin with {}; {}", place(m_file),
-                                    mark, cutOff));
+void Check::ifc() const {
+    if (trimmed(m_bytes.substr(0, 512)).starts_with("ISO-10303-21") &&
+        m_bytes.rfind("END-ISO-10303-21") == m_bytes.npos) {
+        refuseEnd("END-ISO-10303-21");
     }
 }
 
@@ -354,12 +364,10 @@ void checkIsWhole(std::string_view bytes, const std::filesystem::path& file,
         check.off();
     } else if (format.extension == ".stl") {
         check.stl();
-    } else if (format.extension == ".dxf" && bytes.find('\0') == bytes.npos) { // as text
-        check.endMark("", "EOF");
+    } else if (format.extension == ".dxf") {
+        check.dxf();
     } else if (format.extension == ".ifc") {
-        check.endMark("iso-10303-21", "END-ISO-10303-21");
-    } else if (format.extension == ".3ds") {
-        check.threeDs();
+        check.ifc();
     }
 }
 

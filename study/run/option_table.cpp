@@ -104,11 +104,16 @@ Option& OptionTable::wholeNumber(std::string name, int& value, std::string typeN
 }
 
 Option& OptionTable::file(std::string name, std::filesystem::path& value, std::string help) {
-    return add({.name = std::move(name),
+    return add({.name = name,
                 .help = std::move(help),
                 .typeName = "FILE",
                 .path = Option::Path::input,
-                .take = [&value](const std::string& text) { value = text; }});
+                .take = [&value, name](const std::string& text) {
+                    if (text.empty()) { // a shell's unset variable is no wish for the default
+                        throw UsageError(fmt::format("--{}: the name is empty; give one", name));
+                    }
+                    value = text;
+                }});
 }
 
 void OptionTable::noteTexts(std::string_view name, std::map<std::string, std::string>& asked) {

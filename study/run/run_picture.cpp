@@ -300,12 +300,6 @@ void addPictureOptions(OptionTable& table, PictureRunOptions& options) {
                               "Picture to write: .png, .svg or .pdf; by default picture.png in the "
                               "folder of the results");
     file.path = Option::Path::output;
-    file.take = [&options](const std::string& text) {
-        if (text.empty()) { // a shell's unset variable is no wish for the default
-            throw UsageError("--file: the name is empty; give FILE");
-        }
-        options.file = text;
-    };
 }
 
 void runPicture(const PictureRunOptions& given, Progress& progress, const std::stop_token& stop) {

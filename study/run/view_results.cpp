@@ -35,6 +35,10 @@ struct Viewed {
 std::vector<std::string> namesOf(const std::vector<std::filesystem::path>& folders) {
     std::vector<std::vector<std::string>> parts; // from the folder upwards
     for (const std::filesystem::path& folder : folders) {
+        if (folder.empty()) {
+            throw UsageError("the name of a folder is empty; give one that insolate run, sunhours "
+                             "or compare has left");
+        }
         const auto whole = std::filesystem::weakly_canonical(std::filesystem::absolute(folder));
         std::vector<std::string> own;
         for (const std::filesystem::path& part : whole) {

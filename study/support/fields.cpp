@@ -8,17 +8,21 @@ namespace insolate::study {
 
 namespace {
 
+/// The quote that closes the one at `open`; npos when there is none.
+std::size_t closingQuote(std::string_view text, std::size_t open) {
+    std::size_t quote = text.find('"', open + 1);
+    // Two quotes between quotes belong to the text.
+    while (quote != text.npos && text.substr(quote + 1).starts_with('"')) {
+        quote = text.find('"', quote + 2);
+    }
+    return quote;
+}
+
 /// Where the field at the line's beginning ends.
 std::size_t fieldEnd(std::string_view line, std::string_view separators) {
     const std::size_t first = line.find_first_not_of(' ');
-    std::size_t from = 0;
-    if (first != line.npos && line[first] == '"') {
-        // Two quotes between quotes belong to the text.
-        from = line.find('"', first + 1);
-        while (from != line.npos && line.substr(from + 1).starts_with('"')) {
-            from = line.find('"', from + 2);
-        }
-    }
+    const std::size_t from =
+        first != line.npos && line[first] == '"' ? closingQuote(line, first) : 0;
     return from == line.npos ? line.npos : line.find_first_of(separators, from);
 }
 
@@ -38,6 +42,10 @@ void splitFields(std::string_view line, std::string_view separators,
         const std::size_t next = byBlanks ? line.find_first_not_of(blanks, end) : end + 1;
         line.remove_prefix(next == line.npos ? line.size() : next);
     }
+}
+
+bool hasClosedQuotes(std::string_view field) {
+    return !field.starts_with('"') || closingQuote(field, 0) + 1 == field.size();
 }
 
 std::string unquoted(std::string_view field) {

@@ -13,6 +13,9 @@ namespace insolate::study {
 void splitFields(std::string_view line, std::string_view separators,
                  std::vector<std::string_view>& fields);
 
+/// Whether a field that begins with a quote also ends with the one that closes it.
+bool hasClosedQuotes(std::string_view field);
+
 /// The text of a field: without its quotes, with one for each two between them.
 std::string unquoted(std::string_view field);
 

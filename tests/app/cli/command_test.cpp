@@ -140,6 +140,10 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
     for (int i = 0; i < 50'000; ++i) {
         deep += ".1";
     }
+    std::string quotes;
+    for (int i = 0; i < 500'000; ++i) {
+        quotes += "\\\"";
+    }
     using Case = std::pair<std::string, const char*>;
     for (const auto& [content, message] :
          {Case{"step = 0.1\nwether = 'a'\n",
@@ -149,6 +153,11 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
           {"# " + deep + "\nout = 'o'\n" + deep + " = 1\n",
            "bad.toml:3: a name has more than 16 parts; put names that hold dots in quotes"},
           {"a = { [" + deep + "]\n", "bad.toml:1: a name has more than 16 parts"},
+          {"x = { a = \"\"\"\n # \"\"\", " + deep + " = 1 }\n", "bad.toml:2: a name has more than"},
+          {"x = '''\n" + deep + "\n# '''\n" + deep + " = 1\n", "bad.toml:4: a name has more than"},
+          {"title = \"\"\"\n" + deep + "\\\"\"\"\"\n\ngird = 1\n",
+           "bad.toml:4: there is no option 'gird'"},
+          {"title = \"" + quotes, "bad.toml:1:"}, // at once, however many
           {"'" + deep + "' = 1\n", "bad.toml:1: there is no option '1.1"},
           {"period = { a = 1 }\n", "bad.toml:1: 'period' cannot be a table; write"},
           {"select = [\n'a',\n[1],\n]\n", "bad.toml:3: 'select' cannot be a list of lists; "},
@@ -273,9 +282,9 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
              {base + "--grid 1 --grid 2", 2, "--grid is given more than once; "},
              {"run --scene far.obj --weather good.epw --out out", 2,
               "--units if the model does not measure 60,000 x 40,000 x 0 m, or give --force"},
-             {base + "--study ''", 2, "--study: the name is empty; give FILE"},
-             {"view somewhere --out ''", 2, "--out: the name is empty; give FILE"},
-             {"picture somewhere --file ''", 2, "--file: the name is empty; give FILE"},
+             {base + "--study ''", 2, "--study: the name is empty; give one"},
+             {"view somewhere --out ''", 2, "--out: the name is empty; give one"},
+             {"picture somewhere --file ''", 2, "--file: the name is empty; give one"},
              {base + "--north abc", 2, "--north: 'abc' is no number; give degrees"},
              {base + "--step 0.3", 2, "--step 0.3: hours are walked"},
              {base + "--hours-of 0,100000", 2, "--hours-of 100000: there is no such sensor"},

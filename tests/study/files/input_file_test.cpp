@@ -61,7 +61,6 @@ TEST_F(InputFileTest, RefusesWhatIsNoFileOfItsKindAtOnce) {
              {"/none", inputKinds::weather, "/none: no such file; check the name of the weather"},
              {"folder", inputKinds::study, "folder: cannot be read (it is a folder); give a study"},
              {"pipe", inputKinds::masks, "cannot be read (it is no regular file); write the mask"},
-             {"pipe", inputKinds::resultTable, "cannot be read (it is no regular file); write the"},
              {"/dev/zero", inputKinds::weather, "it is no regular file"},
              {"/dev/zero", inputKinds::study, "more than 4096 kB is too much for a study file; "},
              {"/dev/zero", inputKinds::sensorTable, ":1: the line has more than 63 kB"},

@@ -217,12 +217,19 @@ TEST_F(OutputFolderTest, followsNoLinkThatSomebodyPlanted) {
     ASSERT_EQ(mkfifo((out / ".insolate.lock").c_str(), 0600), 0);
     EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), refused);
     fs::remove(out / ".insolate.lock");
-    own.write("out/.insolate.lock", "of the user\nwrites victim\n");
-    EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), refused);
-    EXPECT_EQ(readFile(out / ".insolate.lock"), "of the user\nwrites victim\n");
-    own.write("out/.insolate.lock", "proc"); // all that a full disk took of a run's line
-    { OutputFolder taken(out, {}); }
-    EXPECT_FALSE(fs::exists(out / ".insolate.lock"));
+    for (const char* foreign : {"of the user\nwrites victim\n", "process 12\nof the user\n",
+                                "process of the user\n", "proc\n"}) {
+        own.write("out/.insolate.lock", foreign);
+        EXPECT_THAT(messageOf([&] { OutputFolder locked(out, {}); }), refused);
+        EXPECT_EQ(readFile(out / ".insolate.lock"), foreign);
+    }
+    // What a full disk took of a run's lines, and what a loss of power left.
+    using namespace std::string_literals;
+    for (const std::string& cut : {"proc"s, "process 12\nwri"s, "process 1"s, "\0\0\0"s}) {
+        own.write("out/.insolate.lock", cut);
+        { OutputFolder taken(out, {}); }
+        EXPECT_FALSE(fs::exists(out / ".insolate.lock")) << cut;
+    }
     fs::create_symlink(victim, out / "result");
     EXPECT_THAT(messageOf([&] { OutputFile(out / "result", "result"); }),
                 HasSubstr("cannot be written"));

@@ -210,10 +210,11 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
           {"x,y,z,X\n1,2,3,4\n", "a.csv:1: the header has two columns 'x'"},
           {"x,y,z,name\n1,2,3,a\n1,2,3\n", "a.csv:3: 3 fields where the lines above have 4"},
           {"x,y,z,name\n1,,3,a\n", "a.csv:2: field 2: '' is not a usable number"},
-          {"x,y,z,name\n1,2,3,\"a \"\"b\"\"\"\n1,2,3,\"a\n",
-           "a.csv:3: field 4: the quotation mark"},
+          {"x,y,z,name\n1,2,3,\"a \"\"b\"\"\"\n1,2,3,\"a\n", "a.csv:3: field 4: quotes are"},
           {"x,y,z,name\n1,2,3,caf\xE9\n", "a.csv:2: field 4: the text is not UTF-8; save the"},
-          {"x,y,z,h\xF6he\n1,2,3,4\n", "a.csv:1: column 4: the text is not UTF-8; save the"},
+          {"x,y,z,name\n1,2,3,\"a\"\"\n", "a.csv:2: field 4: quotes are opened and not closed"},
+          {"x,y,z,\"name\n1,2,3,4\n", "a.csv:1: field 4: quotes are opened and not closed"},
+          {"x,y,z,h\xF6he\n1,2,3,4\n", "a.csv:1: field 4: the text is not UTF-8; save the"},
           {"\xFF\xFEx", "a.csv: the text is UTF-16; save the sensor table as UTF-8"},
           {"", "a.csv: the table has no sensors"}}) {
         const auto file = folder.write("a.csv", content);

@@ -13,6 +13,7 @@
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 namespace insolate::study {
 namespace {
@@ -169,6 +170,15 @@ TEST_F(ResultFolderTest, RefusesWhatIsDamagedOrForeign) {
                              "\4\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0"s),
                 HasSubstr("sensors.vtp: has cells of fewer than three corners"));
     EXPECT_EQ(messageOf([&] { readResultFolder(m_options.out); }), "nothing is wrong");
+    // A pipe would be waited for.
+    const std::filesystem::path table = m_options.out / "sensors.csv";
+    const std::string sensors = readFile(table);
+    std::filesystem::remove(table);
+    ASSERT_EQ(mkfifo(table.c_str(), 0600), 0);
+    EXPECT_THAT(messageOf([&] { readResultFolder(m_options.out); }),
+                HasSubstr("sensors.csv: cannot be read (it is no regular file)"));
+    std::filesystem::remove(table);
+    folder.write("out/sensors.csv", sensors);
 
     // Cut at any place, the file is refused; nothing is read beyond its end.
     const std::string vtp = readFile(m_options.out / "sensors.vtp");

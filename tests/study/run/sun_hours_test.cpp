@@ -323,6 +323,12 @@ TEST_F(SunHoursRun, JudgesPointsAreasAndGroups) {
     options.rule.share = 60.0; // two of three
     EXPECT_EQ(verdict(groupsOf(options)), "110");
     EXPECT_THAT(readFile(options.out / "summary.json"), HasSubstr("\"passes\": true"));
+    // Names in the encoding of another program are UTF-8 in the table.
+    std::string model = gardensModel(8.4);
+    model.replace(model.find("o pit"), 5, "o p\xEEt");
+    m_folder.write("a.obj", model);
+    options.model.selection.patterns = {"p*"};
+    EXPECT_EQ(groupsOf(options).count("p\uFFFDt"), 1U);
 }
 
 // A closed shed stands on 25 of the 100 m2 of the open garden. Its ground is nobody's garden, but
