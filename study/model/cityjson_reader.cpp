@@ -11,6 +11,7 @@
 #include <map>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -103,17 +104,22 @@ private:
     /// A whole city, or one feature with its own vertices.
     void readCity(const Json& city) {
         const Json none = Json::object();
-        const Json* objects = memberOf(city, "CityObjects");
-        if (objects != nullptr && !objects->is_object()) {
+        const auto found = city.find("CityObjects");
+        if (found != city.end() && !found->is_object()) {
             m_source.fail("\"CityObjects\" is not an object; export the model again");
         }
-        objects = objects == nullptr ? &none : objects;
+        const Json* const objects = found == city.end() ? &none : &*found;
         m_geometry.begin(city, m_transform);
         findGroups(*objects);
         m_bestLods.clear();
         m_bestLodsOfParts.clear();
         for (const auto& [id, object] : objects->items()) {
-            if (object.is_object()) {
+            if (!object.is_object() ||
+                (object.contains("geometry") && !object["geometry"].is_array())) {
+                ++m_counts["damaged, as they or their geometry are not what CityJSON prescribes"];
+            } else if (!m_read.insert(id).second) {
+                ++m_counts["given a second time, left out"];
+            } else {
                 readObject(*objects, id, object);
             }
         }
@@ -304,9 +310,11 @@ private:
         }
         if (findings.closedHoles > 0) {
             note(findings.closedHoles,
-                 fmt::format("{} whose holes cross or leave the outline {} taken without them",
-                             counted(findings.closedHoles, "surface", "surfaces"),
-                             counted(findings.closedHoles, "was", "were")));
+                 fmt::format(
+                     "{} whose holes cross or leave the outline, or are many thousand, {} taken "
+                     "without them",
+                     counted(findings.closedHoles, "surface", "surfaces"),
+                     counted(findings.closedHoles, "was", "were")));
         }
     }
 
@@ -315,6 +323,7 @@ private:
     CityTransform m_transform;
     CityGeometry m_geometry{m_source};
     std::unordered_map<std::string, std::string> m_groupOf; ///< by object
+    std::unordered_set<std::string> m_read;                 ///< ids; a sequence may repeat them
     /// By object of the document.
     std::unordered_map<const Json*, std::optional<Lod>> m_bestLods;
     std::unordered_map<const Json*, std::optional<Lod>> m_bestLodsOfParts;

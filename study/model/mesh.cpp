@@ -100,9 +100,15 @@ public:
     /// Whether the triangle, which winds counter-clockwise, is free of all present corners but its
     /// own: holds none, and none at its corners' places reaches into it.
     /// @param reachesIn (corner, its place, the triangle's next two corners)
+    /// @param looks how many corners may still be looked at; with none the answer is no
     template <typename ReachesIn>
-    [[nodiscard]] bool isEmpty(const Ear& ear, const ReachesIn& reachesIn) const {
+    [[nodiscard]] bool isEmpty(const Ear& ear, const ReachesIn& reachesIn,
+                               std::size_t& looks) const {
         const auto blocks = [&](std::uint32_t corner) {
+            if (looks == 0) {
+                return true;
+            }
+            --looks;
             const PlanePoint& p = m_points[corner];
             return isSame(p, ear.a)   ? reachesIn(corner, ear.a, ear.b, ear.c)
                    : isSame(p, ear.b) ? reachesIn(corner, ear.b, ear.c, ear.a)
@@ -263,7 +269,7 @@ private:
 
     [[nodiscard]] bool isEar(std::uint32_t b) {
         const Ear ear{m_points[m_before[b]], m_points[b], m_points[m_after[b]]};
-        if (!(turn(ear.a, ear.b, ear.c) > 0.0)) {
+        if (m_looks == 0 || !(turn(ear.a, ear.b, ear.c) > 0.0)) {
             return false;
         }
         // Another corner at one of the ear's places is in the way when an edge leads from it
@@ -280,7 +286,7 @@ private:
                                       turn(at, x, from) == 0.0 && turn(at, to, y) == 0.0);
             return leadsIn(from) || leadsIn(to);
         };
-        return m_corners.isEmpty(ear, reachesIn) && !(mayBeHole && isOutside(ear));
+        return m_corners.isEmpty(ear, reachesIn, m_looks) && !(mayBeHole && isOutside(ear));
     }
 
     /// Whether the middle of a triangle that no edge enters lies outside of what is left: a ray
@@ -332,6 +338,8 @@ private:
     std::size_t m_queued;
     std::uint32_t m_last = 0;                                       ///< a corner that is left
     std::size_t m_stepsAround = std::size_t{200} * m_points.size(); ///< bounds the work
+    /// Bounds it too: thousands of corners at a few places are all looked at for each ear there.
+    std::size_t m_looks = 20'000'000 + std::size_t{200} * m_points.size();
     std::vector<std::array<std::uint32_t, 3>> m_triangles;
 };
 

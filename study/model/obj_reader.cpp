@@ -56,6 +56,10 @@ protected:
         if (m_text.back() != '\n') { // a file that ends in a backslash
             m_text += '\n';
         }
+        // The loader passes over a vertex or face that lost all of its numbers.
+        if (const std::string_view word = trimmed(m_text); word == "v" || word == "f") {
+            m_text.insert(m_text.size() - 1, " 0");
+        }
         setg(m_text.data(), m_text.data(), m_text.data() + m_text.size());
         return traits_type::to_int_type(m_text.front());
     }
@@ -160,6 +164,10 @@ struct ObjBuilder {
                  "several files");
             return;
         }
+        if (count < 3) {
+            fail("the face has less than three corners; repair the model and export it again");
+            return;
+        }
         Mesh::Face face;
         face.firstCorner = static_cast<std::uint32_t>(mesh.corners.size());
         std::string_view rest = trimmed(source.text()).substr(1);
@@ -179,10 +187,6 @@ struct ObjBuilder {
                 return;
             }
             mesh.corners.push_back(static_cast<std::uint32_t>(vertex));
-        }
-        if (count < 3) {
-            fail("the face has less than three corners; repair the model and export it again");
-            return;
         }
         face.cornerCount = static_cast<std::uint32_t>(count);
         face.object = object;

@@ -100,20 +100,25 @@ std::vector<HourRow> readHoursCsv(const std::filesystem::path& file, const std::
     splitFields(text, ",", fields);
     std::vector<HourRow> rows = rowsOf(fields, file);
     const std::size_t width = fields.size();
+    int last = 0;
     while (records.next(text)) {
         splitFields(text, ",", fields);
         const auto hour = parseNumber<int>(fields[0]);
         if (fields.size() != width || !hour || *hour < 1 || *hour > static_cast<int>(hoursOfYear)) {
             refuseHours(file, records.line(), "is not the line of an hour");
         }
+        if (*hour <= last) {
+            refuseHours(file, records.line(), "does not follow the hour before it");
+        }
+        last = *hour;
         const auto at = static_cast<std::size_t>(*hour - 1);
         std::size_t field = 2;
         for (HourRow& row : rows) {
             for (const HourPart& part : hourParts(row.hours)) {
                 const auto value = parseNumber<float>(fields[field]);
-                if (!value) {
+                if (!value || !(*value >= 0.0F) || std::isinf(*value)) {
                     refuseHours(file, records.line(),
-                                fmt::format("field {} is not a number", field + 1));
+                                fmt::format("field {} is not an hour's radiation", field + 1));
                 }
                 (row.hours.*part.values)[at] = *value;
                 ++field;

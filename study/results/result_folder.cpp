@@ -13,6 +13,7 @@
 #include <cmath>
 #include <map>
 #include <optional>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -254,6 +255,7 @@ private:
                                         "nz of a table of results; calculate the results again",
                                         place(m_file, 1)));
         }
+        std::set<std::string> quantities;
         for (std::size_t i = coordinates; i < m_fields.size(); ++i) {
             const std::string heading = unquoted(m_fields[i]);
             const auto [name, unit] = headingOf(heading);
@@ -265,6 +267,11 @@ private:
             const bool isOrigin = heading == "face" || heading == "object" || heading == "material";
             m_kinds.push_back(isQuantity ? Kind::quantity : isOrigin ? Kind::origin : Kind::given);
             if (isQuantity) {
+                if (!quantities.insert(heading).second) {
+                    throw DataError(fmt::format("{}: the column {} stands there twice; calculate "
+                                                "the results again",
+                                                place(m_file, 1), quoteText(heading)));
+                }
                 column.title = textAt(summary, {"results", column.name.c_str(), "title"});
                 if (column.title.empty()) {
                     column.title = column.name;
@@ -300,10 +307,25 @@ private:
         for (std::size_t i = 0; i < m_kinds.size(); ++i) {
             const std::size_t field = coordinates + i;
             if (m_kinds[i] == Kind::quantity) {
-                m_results.columns[quantity++].values.push_back(number<float>(field));
+                ResultColumn& column = m_results.columns[quantity++];
+                const auto value = number<float>(field);
+                requirePossible(column, value, field);
+                column.values.push_back(value);
             } else if (m_kinds[i] == Kind::given) {
                 m_results.field.given[given++].values.push_back(unquoted(m_fields[field]));
             }
+        }
+    }
+
+    /// Areas weigh what is averaged, and marks choose it: a wrong one spoils all sums in silence.
+    void requirePossible(const ResultColumn& column, float value, std::size_t field) const {
+        const bool isMark = column.name == "enclosed" || column.name == "passes";
+        const bool isArea = column.unit == "m2";
+        if ((isMark && value != 0.0F && value != 1.0F) ||
+            (isArea && !(value >= 0.0F && std::isfinite(value)))) {
+            throw DataError(fmt::format("{}: field {}: {} is no {}; calculate the results again",
+                                        place(m_file, m_records.line()), field + 1,
+                                        quoteText(m_fields[field]), isArea ? "area" : "mark"));
         }
     }
 

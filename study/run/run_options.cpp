@@ -135,6 +135,12 @@ void checkRunOptions(const RunOptions& options) {
         throw UsageError(fmt::format("--best {}: no area; give square metres, such as 20",
                                      options.groups.bestArea));
     }
+    for (const double threshold : options.groups.thresholds) {
+        if (!(threshold > 0.0 && threshold < 1.0e9)) {
+            throw UsageError(fmt::format(
+                "--classes {}: no total; give kWh/m2 above 0, as in 800,1000", threshold));
+        }
+    }
     checkPageLimit(options.pageLimit);
     requireHourly(options, "--unshaded", options.hourly.unshaded);
     // Below these the errors on walls and in courts no longer fall (docs/hourly-method.md).

@@ -69,7 +69,7 @@ textsOf(const Option& option, const toml::node& value, const std::filesystem::pa
     } else {
         take(value);
     }
-    if (texts.size() > 1 && option.kind != Option::Kind::list) {
+    if (texts.size() != 1 && option.kind != Option::Kind::list) {
         throw fail(value,
                    fmt::format("'{0}' takes one value, not a list; write {0} = VALUE", name));
     }
@@ -141,10 +141,12 @@ StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
                                     "of its results within 'out'",
                                     where));
     }
-    if (analysis.name.find_first_of("/\\") != std::string::npos ||
-        analysis.name.find_first_not_of('.') == std::string::npos ||
+    constexpr std::size_t longestName = 200; // bytes; file systems take 255
+    if (analysis.name.find_first_of("/\\") != std::string::npos || analysis.name.front() == '.' ||
+        trimmed(analysis.name) != analysis.name || analysis.name.size() > longestName ||
         printable(analysis.name) != analysis.name) {
-        throw DataError(fmt::format("{}: {} is no name of a folder; take letters, digits, - and _",
+        throw DataError(fmt::format("{}: {} is no name of a folder; take letters, digits, - and _, "
+                                    "up to 200 of them",
                                     tomlPlace(file, table.get("name")->source()),
                                     quoteText(analysis.name)));
     }

@@ -102,6 +102,8 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
     const std::size_t value = columnOf(probable ? "probable_sun [%]" : "sun [min]");
     const std::size_t winter = probable ? columnOf("probable_sun_winter [%]") : 0;
     const std::size_t passes = columnOf("passes [0 or 1]");
+    constexpr double wholePercent = 100.0 + 1.0e-3;   // rounding allowed for
+    constexpr double wholeYear = 366.0 * 24.0 * 60.0; // minutes
     // The place comes first. Names at the end of a record may have commas and line ends within.
     constexpr std::size_t ofPlace = 3;
     const std::size_t width = std::max(header.size(), ofPlace);
@@ -126,9 +128,19 @@ Baseline readBaseline(const std::filesystem::path& folder, const SensorField& fi
                                         "the same --sensors, --select, --grid and --offset",
                                         place(file, records.line())));
         }
-        baseline.values.push_back(at(value));
-        baseline.winter.push_back(probable ? at(winter) : 0.0);
-        baseline.passes.push_back(at(passes) != 0.0);
+        const auto within = [&](std::size_t column, double highest) {
+            const double read = at(column);
+            if (!(read >= 0.0 && read <= highest)) {
+                throw DataError(fmt::format("{}: field {}: {} is no value from 0 to {}; write the "
+                                            "baseline again",
+                                            place(file, records.line()), column + 1,
+                                            quoteText(fields[column]), highest));
+            }
+            return read;
+        };
+        baseline.values.push_back(within(value, probable ? wholePercent : wholeYear));
+        baseline.winter.push_back(probable ? within(winter, wholePercent) : 0.0);
+        baseline.passes.push_back(within(passes, 1.0) != 0.0);
     }
     if (baseline.values.size() != field.size()) {
         throw DataError(fmt::format("{}: {} sensors, but this study has {}; make the baseline with "

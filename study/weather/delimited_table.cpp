@@ -32,10 +32,23 @@ bool DelimitedTable::next() {
             for (std::string_view field; splitter.next(field);) {
                 m_fields.push_back(unquoted(field));
             }
+            requireWidth();
             return true;
         }
     }
     return false;
+}
+
+/// A comma too many or too few moves all values behind it into other columns.
+void DelimitedTable::requireWidth() {
+    if (m_columns.empty() || !beginsWithDigit()) {
+        return;
+    }
+    m_width = m_width == 0 ? m_fields.size() : m_width;
+    if (m_fields.size() != m_width) {
+        throw fault(
+            fmt::format("{} fields where the first record has {}", m_fields.size(), m_width));
+    }
 }
 
 void DelimitedTable::need(std::string_view what) {

@@ -24,6 +24,8 @@ public:
         : m_file(input.file), m_lines(input.content) {}
 
     /// False at the end. Empty lines are passed over.
+    /// @throws DataError for a record below the columns' names that has not as many fields as the
+    ///         first
     bool next();
     /// @throws DataError when the file ends here
     void need(std::string_view what);
@@ -57,12 +59,15 @@ public:
     [[nodiscard]] float value(const std::string& column) const;
 
 private:
+    void requireWidth();
+
     const std::filesystem::path& m_file;
     TextLines m_lines;
     std::string_view m_text;
     std::size_t m_line = 0;
     std::vector<std::string_view> m_fields;
     std::map<std::string, std::size_t> m_columns;
+    std::size_t m_width = 0; ///< fields of each record
 };
 
 } // namespace insolate::study

@@ -1,5 +1,6 @@
 #include "study/support/errors.h"
 #include "study/support/readable.h"
+#include "study/weather/epw_records.h"
 #include "study/weather/weather_year.h"
 
 #include <algorithm>
@@ -86,6 +87,9 @@ WeatherYear readEpwYear(const WeatherInput& input) {
                    .timeZone = site.timeZone,
                    .elevation = site.elevation};
     listGaps(year);
+    if (auto note = unevenRecordsNote(input)) {
+        report.notes.push_back(*std::move(note));
+    }
     return year;
 }
 

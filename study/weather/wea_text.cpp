@@ -163,7 +163,7 @@ private:
     }
 
     void takeRow(const std::vector<std::string_view>& fields) {
-        if (fields.size() < 5) {
+        if (fields.size() != 5) {
             throw fault(fmt::format("the row has {} {}", fields.size(),
                                     counted(fields.size(), "value", "values")),
                         "month, day, hour, direct and diffuse belong there; correct the line");

@@ -2,6 +2,7 @@
 
 #include "study/support/errors.h"
 #include "study/support/readable.h"
+#include "study/weather/epw_records.h"
 #include "study/weather/store_check.h"
 #include "study/weather/weather_store.h"
 
@@ -35,6 +36,11 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
         return readWeatherYear(input).report;
     }
     StoredWeather stored = inspectStoredWeather(input);
+    if (input.format->store == StoreReader::epw) {
+        if (auto note = unevenRecordsNote(input)) {
+            stored.report.notes.push_back(*std::move(note));
+        }
+    }
     noteOddities(stored.report, stored.hours(), file);
     return std::move(stored.report);
 }

@@ -162,6 +162,7 @@ TEST_F(CommandTest, TakesAStudyFileAndLetsTheCommandLineWin) {
           {"period = { a = 1 }\n", "bad.toml:1: 'period' cannot be a table; write"},
           {"select = [\n'a',\n[1],\n]\n", "bad.toml:3: 'select' cannot be a list of lists; "},
           {"hours-of = [\n1,\n'x']\n", "bad.toml:3: --hours-of: 'x'"},
+          {"period = []\n", "bad.toml:1: 'period' takes one value, not a list"},
           {"grid = [1, 2]\n", "bad.toml:1: 'grid' takes one value"},
           {"quiet = 1\n", "bad.toml:1: 'quiet' is on or off; write quiet = true"},
           {"grid = true\n", "bad.toml:1: 'grid' cannot be true"},

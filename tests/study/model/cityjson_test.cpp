@@ -168,7 +168,8 @@ TEST_F(CityJson, NamesGroupsRootsAndWhatIsLeftOut) {
             "gate", "Road",
             R"({"type":"MultiSurface","lod":"1","boundaries":[[[0,1,2]],[[0,1,5]],[[1,2,6]]],"semantics":{)" +
                 surfaces + R"(,"values":[4,99,null]}})") +
-        "," + object("cross", "LandUse", surface("\"1\"", "[[[0,1,2],[0,2,3]]]"))));
+        R"(,"null":null,"bare":{"type":"Road","geometry":null},)" +
+        object("cross", "LandUse", surface("\"1\"", "[[[0,1,2],[0,2,3]]]"))));
     const Parts expected = {{"h/quarter/-", {2, 16.0}},
                             {"loop/Building/-", {1, 8.0}},
                             {"thin/Road/-", {1, 6.0}},
@@ -182,6 +183,7 @@ TEST_F(CityJson, NamesGroupsRootsAndWhatIsLeftOut) {
             HasSubstr("1 city object: rooms"), HasSubstr("1 city object: without surfaces"),
             HasSubstr("2 city objects of unknown type ('+Noise', 'Spaceship') were left out"),
             HasSubstr("4 rings with less than three corners"),
+            HasSubstr("2 city objects: damaged, as they or their geometry are not"),
             HasSubstr("1 surface whose holes cross")));
 }
 
@@ -260,6 +262,8 @@ TEST_F(CityJson, RefusesWhatItCannotRead) {
               "the transform is missing"},
              {R"({"type":"FeatureCollection","CityObjects":{}})", "this is not CityJSON"},
              {R"({"type":"CityJSON","version":"2.0",)" + transform + R"(,"CityObjects":[]})",
+              "\"CityObjects\" is not an object"},
+             {R"({"type":"CityJSON","version":"2.0",)" + transform + R"(,"CityObjects":null})",
               "\"CityObjects\" is not an object"},
              {city("").substr(0, 150), "no JSON, or the file is cut off"},
              {city(object("h", "Road", surface("\"1\"", "[[[0,1,12]]]"))),

@@ -181,6 +181,15 @@ TEST(PolygonRings, BridgesCoverThePolygonWithoutItsHolesWhereverRingsBegin) {
             EXPECT_EQ(length((*ring)[i] - (*again)[i]), 0.0);
         }
     }
+    std::vector<Ring> windows;
+    for (int i = 0; i < 63 * 63; ++i) {
+        const double x = 0.25 + i % 63;
+        const double y = 0.25 + i / 63;
+        windows.push_back(rectangle(x, y, x + 0.5, y + 0.5));
+    }
+    const auto facade = bridged(rectangle(0, 0, 63, 63), windows);
+    ASSERT_TRUE(facade);
+    EXPECT_NEAR(areaVector(*facade).z / 2.0, 63.0 * 63.0 * 0.75, 1e-6);
     EXPECT_FALSE(bridged(rectangle(0, 0, 2, 2), {rectangle(3, 0, 4, 1)})); // outside
     EXPECT_FALSE(bridged(rectangle(0, 0, 2, 2), {{{1, 1, 0}, {1, 1.5, 0}}}));
 }

@@ -164,10 +164,12 @@ TEST(Mesh, CutsDegeneratePolygonsOfManyCornersInTime) {
     const std::size_t count = 100'000;
     std::mt19937 random(12);
     std::uniform_real_distribution<double> place(-1.0, 1.0);
-    std::array<std::vector<Vector3>, 3> polygons; // a line, a tangle, there and back
+    std::array<std::vector<Vector3>, 4>
+        polygons; // a line, a tangle, there and back, round and round
     for (std::size_t i = 0; i < count; ++i) {
         polygons[0].push_back({static_cast<double>(i), 0.0, 0.0});
         polygons[1].push_back({place(random), place(random), 0.0});
+        polygons[3].push_back({i % 4 < 2 ? 0.0 : 1.0, i % 4 % 3 == 0 ? 0.0 : 1.0, 0.0});
         polygons[2].push_back({i % 2 == 0 ? 0.0 : 1.0, 0.0, i % 3 == 0 ? 1.0 : 0.0});
     }
     for (const auto& polygon : polygons) {
@@ -231,6 +233,8 @@ TEST(MeshImport, NamesFilePlaceAndFixOfABadModel) {
              {"index.obj", triangle + "f 1 2 4\n", "index.obj:4: the face names"},
              {"index0.obj", triangle + "f 0 0 0\n", "index0.obj:4: the face names vertex 0"},
              {"back.obj", triangle + "f -2 -3 -4\n", "back.obj:4: the face names vertex -4"},
+             {"bare.obj", triangle + "v\nv 1 1 0\nf 1 2 3\n", "bare.obj:4: the vertex has less"},
+             {"none.obj", triangle + " f\nf 1 2 3\n", "none.obj:4: the face has less than three"},
              {"two.obj", triangle + "f 1 2\n", "two.obj:4: the face has less than three"},
              {"points.obj", triangle + "l 1 2\n", "points.obj: the model has no faces"},
              {"far.obj", "v 1e13 0 0\n" + triangle + "f 1 2 3\n", "far.obj: vertex 1"},

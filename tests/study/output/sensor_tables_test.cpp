@@ -290,7 +290,10 @@ TEST_F(SensorTablesTest, DamagedHoursAreRefusedByLine) {
         {head + "0,t,1,2,3\n", ":2: is not the line of an hour"},
         {head + "8761,t,1,2,3\n", ":2: is not the line of an hour"},
         {head + "1,t,1,2,3\n2,t,1,2\n", ":3: is not the line of an hour"},
-        {head + "1,t,1,x,3\n", ":2: field 4 is not a number"}};
+        {head + "2,t,1,2,3\n1,t,1,2,3\n", ":3: does not follow the hour before it"},
+        {head + "1,t,1,2,-3\n", ":2: field 5 is not an hour's radiation"},
+        {head + "1,t,nan,2,3\n", ":2: field 3 is not an hour's radiation"},
+        {head + "1,t,1,x,3\n", ":2: field 4 is not an hour's radiation"}};
     for (const auto& [text, problem] : tables) {
         const auto file =
             written("damaged.csv", [&content = text](OutputFile& out) { out.write(content); });

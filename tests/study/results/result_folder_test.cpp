@@ -8,6 +8,8 @@
 #include "study/support/errors.h"
 #include "tests/study/support/study_fixture.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -153,6 +155,10 @@ TEST_F(ResultFolderTest, RefusesWhatIsDamagedOrForeign) {
         {"sensors.csv", ",0,0,1,", ",0,0,up,", "sensors.csv:2: field 6: 'up' is not a number"},
         {"sensors.csv", ",0,0,1,", ",0,1,0,", "sensors.vtp: does not agree with sensors.csv on"},
         {"sensors.csv", ",0,0,1,", ",0,0,1,9", "sensors.vtp: does not agree with sensors.csv on"},
+        {"sensors.csv", ",sky [", ",beam [",
+         "sensors.csv:1: the column 'beam [Wh/m2]' stands there"},
+        {"sensors.csv", ",enclosed [0 or 1],area [m2]", ",area [m2],enclosed [0 or 1]",
+         "sensors.csv:2: field 21: "},
         {"sensors.csv", "\n", "\n\"", "sensors.csv:2: quotes are opened and not closed"},
         {"sensors.vtp", "NumberOfPolys=\"", "NumberOfPolys=\"1", "cells, but sensors.csv has "},
         {"sensors.vtp", "NumberOfPoints=\"", "NumberOfPoints=\"9", "is cut off within 'Points'"},
@@ -170,6 +176,22 @@ TEST_F(ResultFolderTest, RefusesWhatIsDamagedOrForeign) {
                              "\4\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0"s),
                 HasSubstr("sensors.vtp: has cells of fewer than three corners"));
     EXPECT_EQ(messageOf([&] { readResultFolder(m_options.out); }), "nothing is wrong");
+    // Areas weigh all means.
+    const std::string ownTable = readFile(m_options.out / "sensors.csv");
+    const auto column = std::count(
+        ownTable.begin(), ownTable.begin() + std::ptrdiff_t(ownTable.find("area [m2]")), ',');
+    std::size_t begin = ownTable.find('\n') + 1;
+    for (std::ptrdiff_t i = 0; i < column; ++i) {
+        begin = ownTable.find(',', begin) + 1;
+    }
+    for (const char* area : {"nan", "-1", "inf"}) {
+        std::string changed = ownTable;
+        folder.write("out/sensors.csv",
+                     changed.replace(begin, ownTable.find(',', begin) - begin, area));
+        EXPECT_THAT(messageOf([&] { readResultFolder(m_options.out); }),
+                    HasSubstr("' is no area; "));
+    }
+    folder.write("out/sensors.csv", ownTable);
     // A pipe would be waited for.
     const std::filesystem::path table = m_options.out / "sensors.csv";
     const std::string sensors = readFile(table);

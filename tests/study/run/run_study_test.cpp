@@ -50,6 +50,7 @@ TEST(RunOptions, AreRefusedByName) {
         {options, "threads", "-1", "--threads -1: "},
         {options, "threads", "1.5", "--threads: '1.5' is no whole number; give"},
         {options, "threads", "99999999999", "'99999999999' is too large a whole number; give"},
+        {options, "classes", "800,nan", "--classes nan: no total; give kWh/m2 above 0"},
         {options, "hours-of", "1,x", "--hours-of: 'x' is no number from 0; give"},
         {options, "hours-of", "all,3", "--hours-of: all, groups and numbers exclude each other"},
         {options, "by", "roof", "--by 'roof': cells are not grouped by 'roof'"},

@@ -81,6 +81,7 @@ TEST_F(StudyBatchTest, NamesTheLineOfAFault) {
     const std::string first = "[[analysis]]\nname = 'a'\n"; // lines 7 and 8
     for (const auto& [more, message] :
          {std::pair{"[[analysis]]\nperiod = '6/2'\n", "s.toml:7: the analysis has no name; add"},
+          {"[[analysis]]\nname = '.insolate.lock'\n", "is no name of a folder; "},
           {"[[analysis]]\nname = '../a'\n", "s.toml:8: '../a' is no name of a folder; "},
           {"[[analysis]]\nname = 'a'\ncommand = 'fly'\n",
            "s.toml:9: there is no command 'fly'; choose from run, sky, sunhours"},

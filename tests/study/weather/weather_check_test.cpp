@@ -155,11 +155,20 @@ TEST(WeatherCheck, TellsDirectRadiationThatNoOtherGoesWith) {
     EXPECT_EQ(inspectWeatherFile(folder.write("a.epw", shone)).strayDirect.hours, 0U);
 }
 
+/// Fields at the end of a record.
+std::string zeros(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        text += ",0";
+    }
+    return text + "\n";
+}
+
 TEST(WeatherCheck, RepeatedHoursAreRefusedByBothReadingsAndElseTheLastHolds) {
     const StudyFolder folder;
     std::string text = test::clearYear();
     const std::size_t at = text.find("2001,3,5,13,");
-    text.insert(at, "2001,3,5,12,0,?9,10.0,5.0,50,100000,0,0,300,0,321,45,0\n");
+    text.insert(at, "2001,3,5,12,0,?9,10.0,5.0,50,100000,0,0,300,0,321,45" + zeros(13));
     const auto file = folder.write("a.epw", text);
     const std::string said =
         fmt::format("a.epw:{}: the hour was given before (1 such line); give a file with one "
@@ -194,11 +203,14 @@ TEST(WeatherCheck, KnowsLeapDaysAndTheUnreadLastLine) {
         return inspectWeatherFile(folder.write("a.epw", text));
     };
     std::string text = test::clearYear();
-    text.insert(text.find("2001,3,1,1,"), "2004,2,29,1,0,?,1,1,1,1,1,1,1,1,0,0\n");
+    text.insert(text.find("2001,3,1,1,"), "2004,2,29,1,0,?,1,1,1,1,1,1,1,1,0,0" + zeros(13));
     EXPECT_EQ(inspect(text).hoursPresent, 8760U);
     EXPECT_EQ(inspect(text).hoursRepeated, 0U);
     EXPECT_THAT(inspect(text).notes, testing::ElementsAre(HasSubstr("29 February")));
     // What stands in the place of 28 February is what counts: the leap day, or a later line.
+    EXPECT_THAT(inspect(withLine(text, 4, ",0,0", ",0,0,0")).notes,
+                testing::Contains(HasSubstr("a.epw:4: 30 fields where the first record has 29 (1 "
+                                            "such record); if a comma is too many")));
     const std::string marked = withLine(text, weatherLine(3, 1, 1), ",0,0", ",9999,0");
     EXPECT_THAT(inspect(marked).radiationMissing, testing::ElementsAre(HourOfYear(58, 0)));
     EXPECT_EQ(inspect(marked).firstRadiationMissingLine, weatherLine(3, 1, 1));
