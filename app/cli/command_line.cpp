@@ -10,11 +10,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include <fmt/format.h>
 #include <insolate/insolate.h>
@@ -98,6 +100,13 @@ int runCommandLine(int argc, const char* const* argv) {
         return report(exitUsage, error.what());
     } catch (const Error& error) {
         return report(exitData, error.what());
+    } catch (const std::filesystem::filesystem_error& error) {
+        std::error_code isGone;
+        if (std::filesystem::current_path(isGone).empty()) {
+            return report(exitData, "the working folder is no longer there; change to one that is");
+        }
+        return report(exitData, fmt::format("{}: {}; choose another name", place(error.path1()),
+                                            error.code().message()));
     } catch (const std::bad_alloc&) {
         return report(exitData, "not enough memory; choose a larger --grid, a smaller model or a "
                                 "machine with more memory");

@@ -100,7 +100,12 @@ void addCompareOptions(OptionTable& table, CompareRunOptions& options) {
                        "default all that both have. The picture shows the first",
                .typeName = "NAME,...",
                .separator = ',',
-               .take = [&](const std::string& text) { options.matching.values.push_back(text); }});
+               .take = [&](const std::string& text) {
+                   std::vector<std::string>& values = options.matching.values;
+                   if (std::find(values.begin(), values.end(), text) == values.end()) {
+                       values.push_back(text);
+                   }
+               }});
     table.number("tolerance", options.matching.tolerance, "M",
                  "How far apart sensors may be that stand for the same place [m], where the grids "
                  "differ; by default three quarters of the edge of the coarser study's cells. 0 "

@@ -357,7 +357,11 @@ void addRunOptions(OptionTable& table, RunOptions& options) {
                    "the other. By default all, object, material and orientation",
                .typeName = "KEY,...",
                .take = [&](const std::string& text) {
-                   options.groups.by.push_back(parseGroupBy(text));
+                   const auto keys = parseGroupBy(text);
+                   auto& by = options.groups.by;
+                   if (std::find(by.begin(), by.end(), keys) == by.end()) {
+                       by.push_back(keys);
+                   }
                }});
     table.add({.name = "tilt-classes",
                .help = "Bounds between the slopes of --by tilt [degrees]",

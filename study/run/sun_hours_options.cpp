@@ -165,11 +165,18 @@ void addRuleOptions(OptionTable& table, SunlightChoices& rule) {
 
 void addSunHoursOptions(OptionTable& table, SunHoursOptions& options) {
     addSiteOptions(table, options.site);
-    table
-        .wholeNumber("year", options.year, "YEAR",
-                     "Year of the calendar: the sun of a date moves by 0.1 degrees between years",
-                     "a year from 1950 to 2050")
-        .usual = fmt::format("{}, or that of --dates", SunHoursOptions::usualYear);
+    Option& year = table.wholeNumber(
+        "year", options.year, "YEAR",
+        "Year of the calendar: the sun of a date moves by 0.1 degrees between years",
+        "a year from 1950 to 2050");
+    year.usual = fmt::format("{}, or that of --dates", SunHoursOptions::usualYear);
+    year.take = [&options, take = year.take](const std::string& text) {
+        take(text);
+        if (options.year == 0) { // stands for no year elsewhere
+            throw UsageError("--year 0: the sun's place is known from 1950 to 2050; give a year "
+                             "of these");
+        }
+    };
     table.flag("refraction", options.refraction,
                "Let the air lift the sun, by half a degree at the horizon");
     std::vector<std::string> names;

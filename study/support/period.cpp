@@ -117,9 +117,9 @@ StudyDate parseDate(std::string_view text) {
         throw UsageError(fmt::format("{}: no such month and day; {}", quoteText(text), dateFix));
     }
     if (*month == 2 && *day == 29) {
-        throw UsageError(fmt::format(
-            "{}: the year of the weather has 365 days, without 29 February; write 2/28 or 3/1",
-            quoteText(text)));
+        throw UsageError(
+            fmt::format("{}: the years here have 365 days, without 29 February; write 2/28 or 3/1",
+                        quoteText(text)));
     }
     const int index = dayIndex(*month, *day);
     if (index < 0) {

@@ -310,6 +310,7 @@ TEST_F(CommandTest, AnswersBadInputWithOneLineAndNoFiles) {
               "--min-altitude is missing; en17037 (EN 17037:2018+A1:2021"},
              {sun + "--dates 3/21 --count most", 2,
               "--count: there is no 'most'; choose from sum, "},
+             {sun + "--dates 3/21 --year 0", 2, "--year 0: the sun's place is known from 1950"},
              {sun + "--dates 3/21 --min 25", 2, "--min 25: out of range; give hours from 0 to 24"},
              {sun + "--dates 3/21 --min 2 --max-shadow 2", 2, "--max-shadow contradicts --min; "},
              {sun + "--dates 3/21 --min-with-gap 2", 2,

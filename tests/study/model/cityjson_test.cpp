@@ -231,6 +231,10 @@ TEST_F(CityJson, ReadsSequencesOfFeaturesByLine) {
     ASSERT_EQ(mesh.vertices.size(), 6U);
     EXPECT_NEAR(mesh.vertices[3].x, 85002.0, 1e-9);
     EXPECT_NEAR(mesh.vertices[4].x, 84999.0, 1e-9);
+    const Mesh twice = read(head + feature("one", 1) + feature("two", 1) + feature("one", 1));
+    EXPECT_EQ(twice.faces.size(), 2U);
+    EXPECT_THAT(twice.notes,
+                ElementsAre(HasSubstr("2 city objects: given a second time, left out")));
     EXPECT_THAT(messageOf([&] { read(head + "\n" + feature("one", 1) + "{\"type\":\"X\"}\n"); }),
                 HasSubstr("a.city.json:4: a line of the sequence is no CityJSONFeature"));
     EXPECT_THAT(messageOf([&] { read(head + feature("one", 1) + "{\"type\":\n[}\n"); }),

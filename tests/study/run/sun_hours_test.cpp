@@ -436,6 +436,22 @@ TEST_F(SunHoursRun, ComparesWithWhatWasThereBefore) {
     other = after;
     other.rule.count = SunCount::longest;
     EXPECT_THAT(messageOf([&] { runSunHours(other, silent); }), HasSubstr("another --count"));
+    const std::size_t row = table.find('\n') + 1;
+    std::size_t sun = row;
+    for (auto i = std::count(table.begin(), table.begin() + std::ptrdiff_t(table.find("sun [min]")),
+                             ',');
+         i > 0; --i) {
+        sun = table.find(',', sun) + 1;
+    }
+    for (const char* minutes : {"-1", "nan", "1e9"}) {
+        std::string changed = table;
+        m_folder.write("before/sensors.csv",
+                       changed.replace(sun, table.find(',', sun) - sun, minutes));
+        EXPECT_THAT(
+            messageOf([&] { runSunHours(after, silent); }),
+            AllOf(HasSubstr("before/sensors.csv:2: field "), HasSubstr("is no value from 0")));
+    }
+    m_folder.write("before/sensors.csv", table);
     after.model.grid = 1.0;
     EXPECT_THAT(messageOf([&] { runSunHours(after, silent); }),
                 HasSubstr("before/sensors.csv:2: not the sensors of this study; "));
