@@ -237,8 +237,10 @@ class _Dask:
                 future = next(completed)
                 name, task, attempt = names.pop(future.key)
                 del active[future.key]
-                if future.status == "finished":
-                    done(task)  # the receipt is in the store: nothing is fetched, the worker may be gone
+                if future.status in ("finished", "lost", "pending"):
+                    # The receipt is in the store: nothing is fetched, and the worker may be gone. If it went since
+                    # the task had ended, Dask calls the task lost, or pending as it begins it anew.
+                    done(task)
                 elif future.status == "error":
                     problem = future.exception()
                     if isinstance(problem, KilledWorker):

@@ -153,7 +153,9 @@ def test_killed_workers_cost_their_blocks_alone(cluster, client, town, weather, 
     assert kills
     assert_same(made, ins.radiation(*town, weather, **{**quick, "step": 0.1}))
     begun, finished = journal(store)
-    assert set(begun) == set(finished)
+    assert {path.stem for path in (store / "receipts").glob("block*")} == set(begun)
+    # A worker may die between a receipt and its line in the journal.
+    assert len(set(begun) - set(finished)) <= len(kills)
     lost = sum(begun.values()) - len(begun)
     assert lost <= len(kills)
     assert not list(store.rglob("*.partial"))
