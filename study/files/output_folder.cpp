@@ -259,10 +259,10 @@ void OutputFolder::lock() {
 /// A lock file that nobody holds is of a run that died: what it had begun is removed, by the names
 /// that it holds, and it becomes ours.
 void OutputFolder::takeOver() {
-    const std::string lines = fileBeginning(m_folder / lockName, 65'536);
-    // A loss of power may leave zeros of what had not reached the disk.
-    const bool isEmpty = lines.find_first_not_of('\0') == lines.npos;
-    if (!isEmpty && !isOfALock(lines)) {
+    std::string lines = fileBeginning(m_folder / lockName, 65'536);
+    // A loss of power may leave zeros in the place of what had not reached the disk.
+    lines.resize(lines.find_last_not_of('\0') + 1);
+    if (!isOfALock(lines)) {
         refuseForeignLock();
     }
     std::istringstream content(lines);

@@ -116,9 +116,7 @@ private:
         for (const auto& [id, object] : objects->items()) {
             if (!object.is_object() ||
                 (object.contains("geometry") && !object["geometry"].is_array())) {
-                ++m_counts["damaged, as they or their geometry are not what CityJSON prescribes"];
-            } else if (!m_read.insert(id).second) {
-                ++m_counts["given a second time, left out"];
+                ++m_counts["damaged (no object, or geometry that is no list), left out"];
             } else {
                 readObject(*objects, id, object);
             }
@@ -133,8 +131,12 @@ private:
             }
             for (const char* list : {"children", "members"}) {
                 for (const Json& member : elementsOf(object, list)) {
-                    if (member.is_string() &&
-                        !m_groupOf.try_emplace(member.get<std::string>(), id).second) {
+                    if (!member.is_string()) {
+                        continue;
+                    }
+                    const auto [entry, isNew] =
+                        m_groupOf.try_emplace(member.get<std::string>(), id);
+                    if (!isNew && entry->second != id) {
                         ++m_counts["named by more than one group, put into the first"];
                     }
                 }
@@ -212,6 +214,10 @@ private:
         const std::string type = textOf(object, "type");
         const Json& geometries = elementsOf(object, "geometry");
         if (geometries.empty()) {
+            return;
+        }
+        if (!m_read.insert(id).second) {
+            ++m_counts["given a second time, left out"];
             return;
         }
         switch (treatmentOf(type)) {
@@ -323,7 +329,8 @@ private:
     CityTransform m_transform;
     CityGeometry m_geometry{m_source};
     std::unordered_map<std::string, std::string> m_groupOf; ///< by object
-    std::unordered_set<std::string> m_read;                 ///< ids; a sequence may repeat them
+    std::unordered_set<std::string>
+        m_read; ///< ids of objects with geometry; a sequence may repeat them
     /// By object of the document.
     std::unordered_map<const Json*, std::optional<Lod>> m_bestLods;
     std::unordered_map<const Json*, std::optional<Lod>> m_bestLodsOfParts;

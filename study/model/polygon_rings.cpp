@@ -20,7 +20,7 @@ bool isSamePlace(const Vector3& a, const Vector3& b) {
     return a.x == b.x && a.y == b.y && a.z == b.z;
 }
 
-/// A polygon of many thousand holes and corners would keep one waiting: two seconds' work.
+/// A polygon of many thousand holes and corners would keep one waiting: a few seconds' work.
 constexpr double mostLooks = 4.0e8;
 
 /// A corner in the plane of the polygon.
@@ -147,9 +147,9 @@ std::optional<std::size_t> bridgeEnd(const Ring& ring, const std::vector<Ring>& 
             return false;
         };
         // Holes that begin to the right of the way, as all behind them do, cannot meet it.
-        const auto last = std::find_if(
+        const auto last = std::partition_point(
             holes.begin() + static_cast<std::ptrdiff_t>(hole), holes.end(),
-            [&](const Ring& other) { return other.front().flat.u > std::max(from.u, to.u); });
+            [&](const Ring& other) { return other.front().flat.u <= std::max(from.u, to.u); });
         if (!crosses(ring) &&
             std::none_of(holes.begin() + static_cast<std::ptrdiff_t>(hole), last, crosses)) {
             return end;

@@ -93,7 +93,7 @@ std::vector<std::string> headingsOf(std::string_view row, std::string_view separ
     std::vector<std::string> headings;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         if (!headings.empty() && fields[i].find_first_of("[(") == 0) {
-            headings.back() += fields[i];
+            headings.back() += textOf(fields[i], i, where);
         } else {
             headings.push_back(textOf(fields[i], i, where));
         }

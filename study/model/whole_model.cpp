@@ -18,7 +18,6 @@ namespace insolate::study {
 
 namespace {
 
-constexpr std::string_view solid = "solid";
 constexpr const char* cutOff = "the file is cut off or damaged: export the model again";
 
 /// The next word of a text, which loses it; "" at its end.
@@ -94,7 +93,8 @@ private:
     void plyText(Lines lines, const std::vector<PlyElement>& elements) const;
     void plyBinary(std::string_view data, const std::vector<PlyElement>& elements,
                    bool bigEndian) const;
-    [[nodiscard]] bool isBinaryStl() const;
+    [[nodiscard]] std::string_view withoutPadding() const;
+    [[nodiscard]] std::string loweredTail() const;
 
     [[noreturn]] void refuseCount(std::uint64_t promised, std::string_view what,
                                   std::uint64_t found) const {
@@ -290,18 +290,33 @@ void Check::off() const {
     }
 }
 
-/// As text; binary files are refused by the reader unless they have the length that they promise.
+/// By the word at its beginning the reader takes a file for text. Other binary files it refuses
+/// unless they have the length that they promise.
 void Check::stl() const {
+    constexpr std::string_view solid = "solid";
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    std::string_view text = m_bytes;
-    text.remove_prefix(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
-    if (!lowered(trimmed(text.substr(0, 512))).starts_with(solid) || isBinaryStl()) {
+    std::string_view head = withoutPadding().substr(0, 512);
+    const bool isBinary = head.find('\0') != head.npos;
+    head.remove_prefix(head.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
+    if (!lowered(trimmed(head)).starts_with(solid)) {
         return;
     }
-    // Only names and blanks are as long as that behind the last mark.
-    constexpr std::size_t tailBytes = 4096;
-    text = text.substr(0, text.find_last_not_of(std::string_view(" \t\r\n\v\f\0\x1A", 8)) + 1);
-    const std::string tail = lowered(text.substr(text.size() - std::min(text.size(), tailBytes)));
+    if (isBinary) {
+        constexpr std::size_t headBytes = 84; // 80 of any content, and the number of triangles
+        constexpr std::size_t triangleBytes = 50;
+        std::uint64_t promised = 0;
+        for (std::size_t i = headBytes; i-- > headBytes - 4;) {
+            promised = promised << 8U |
+                       (i < m_bytes.size() ? static_cast<unsigned char>(m_bytes[i]) : 0xFFU);
+        }
+        const std::size_t found =
+            m_bytes.size() < headBytes ? 0 : (m_bytes.size() - headBytes) / triangleBytes;
+        if (found < promised) {
+            refuseCount(promised, "triangles", found);
+        }
+        return;
+    }
+    const std::string tail = loweredTail();
     const std::size_t mark = tail.rfind("endsolid");
     if (mark == tail.npos) {
         refuseEnd("endsolid");
@@ -315,32 +330,29 @@ void Check::stl() const {
     }
 }
 
-bool Check::isBinaryStl() const {
-    constexpr std::size_t headBytes = 84; // 80 of any content, and the number of triangles
-    constexpr std::size_t triangleBytes = 50;
-    if (m_bytes.size() < headBytes) {
-        return false;
-    }
-    std::uint32_t triangles = 0;
-    for (std::size_t i = 0; i < 4; ++i) {
-        triangles |= std::uint32_t{static_cast<unsigned char>(m_bytes[headBytes - 4 + i])}
-                     << 8U * static_cast<unsigned>(i);
-    }
-    return m_bytes.size() - headBytes == std::uint64_t{triangles} * triangleBytes;
-}
-
 void Check::dxf() const {
-    if (m_bytes.find('\0') != m_bytes.npos) { // binary
+    if (withoutPadding().find('\0') != m_bytes.npos) { // binary
         return;
     }
-    const std::size_t mark = m_bytes.rfind("EOF");
-    const auto isBlankUpToLineEnd = [](std::string_view text) {
-        const std::size_t at = text.find_first_not_of(" \t\x1A");
-        return at == text.npos || text[at] == '\r' || text[at] == '\n';
-    };
-    if (mark == m_bytes.npos || !isBlankUpToLineEnd(m_bytes.substr(mark + 3))) {
+    const std::string tail = loweredTail();
+    const std::size_t mark = tail.rfind("eof");
+    const std::size_t behind = mark == tail.npos ? mark : tail.find_first_not_of(" \t", mark + 3);
+    if (mark == tail.npos ||
+        (behind != tail.npos && tail[behind] != '\r' && tail[behind] != '\n')) {
         refuseEnd("EOF");
     }
+}
+
+std::string_view Check::withoutPadding() const {
+    constexpr std::string_view padding(" \t\r\n\v\f\0\x1A", 8);
+    return m_bytes.substr(0, m_bytes.find_last_not_of(padding) + 1);
+}
+
+/// The end in small letters, long enough for a mark with a name or a comment behind it.
+std::string Check::loweredTail() const {
+    constexpr std::size_t tailBytes = 4096;
+    const std::string_view text = withoutPadding();
+    return lowered(text.substr(text.size() - std::min(text.size(), tailBytes)));
 }
 
 void Check::ifc() const {

@@ -40,7 +40,7 @@ std::vector<HourRow> rowsOf(const std::vector<std::string_view>& headings,
     const std::span<const HourPart> parts = hourParts(
         headings.size() > ofReflected &&
         unquoted(headings[ofReflected]).starts_with(fmt::format("{}_", everyHourPart.back().name)));
-    if (headings.size() <= before || (headings.size() - before) % parts.size() != 0) {
+    if (headings.size() < before || (headings.size() - before) % parts.size() != 0) {
         refuseHours(file, 1, "does not begin as a table of hours does");
     }
     std::vector<HourRow> rows;

@@ -145,8 +145,8 @@ StudyAnalysis analysisOf(const toml::node& node, std::size_t index,
     if (analysis.name.find_first_of("/\\") != std::string::npos || analysis.name.front() == '.' ||
         trimmed(analysis.name) != analysis.name || analysis.name.size() > longestName ||
         printable(analysis.name) != analysis.name) {
-        throw DataError(fmt::format("{}: {} is no name of a folder; take letters, digits, - and _, "
-                                    "up to 200 of them",
+        throw DataError(fmt::format("{}: {} is no name of a folder; take up to 200 letters, "
+                                    "digits, - and _",
                                     tomlPlace(file, table.get("name")->source()),
                                     quoteText(analysis.name)));
     }

@@ -371,8 +371,9 @@ SunHoursResults calculateSunHours(const SunHoursStudy& study, Progress& progress
     const SensorField& field = study.inputs.field;
     const SunOfDays sun(study);
     if (std::ranges::all_of(sun.days(), [](const SunOfDay& day) { return day.possible.empty(); })) {
-        progress.warn("the sun does not rise in the window on any of the days: nothing has sun, "
-                      "and limits of shadow hold everywhere");
+        progress.warn("there is no sun to count on any of the days, above the horizon or "
+                      "--min-altitude and within the window: nothing has sun, and limits of shadow "
+                      "hold everywhere");
     }
     SunColumns columns(study, sun.days());
     const std::size_t count = field.size();

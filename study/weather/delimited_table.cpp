@@ -3,6 +3,7 @@
 #include "study/support/numbers.h"
 #include "study/weather/sampled_weather.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <fmt/format.h>
@@ -39,16 +40,31 @@ bool DelimitedTable::next() {
     return false;
 }
 
-/// A comma too many or too few moves all values behind it into other columns.
+/// A comma too many or too few moves all values behind it into other columns. Commas behind the
+/// last value, which spreadsheets add to some lines, move nothing.
 void DelimitedTable::requireWidth() {
     if (m_columns.empty() || !beginsWithDigit()) {
         return;
     }
-    m_width = m_width == 0 ? m_fields.size() : m_width;
-    if (m_fields.size() != m_width) {
-        throw fault(
-            fmt::format("{} fields where the first record has {}", m_fields.size(), m_width));
+    const std::size_t filled = filledFields();
+    if (m_most == 0) {
+        m_most = std::max(m_named, filled);
+        m_least = std::min(m_named, m_fields.size());
     }
+    if (filled > m_most || m_fields.size() < m_least) {
+        throw fault(
+            fmt::format("{} fields where {} are expected, as in the line of the columns' names",
+                        filled, filled > m_most ? m_most : m_least));
+    }
+}
+
+/// Without empty ones at the end.
+std::size_t DelimitedTable::filledFields() const {
+    std::size_t count = m_fields.size();
+    while (count > 0 && m_fields[count - 1].empty()) {
+        --count;
+    }
+    return count;
 }
 
 void DelimitedTable::need(std::string_view what) {
@@ -73,6 +89,7 @@ std::map<std::string, std::size_t> DelimitedTable::names() const {
 
 void DelimitedTable::takeColumns(std::initializer_list<std::string_view> required) {
     m_columns = names();
+    m_named = filledFields();
     for (const std::string_view name : required) {
         if (!m_columns.contains(std::string(name))) {
             throw fault(fmt::format("there is no column {}", quoteText(name)));

@@ -24,8 +24,7 @@ public:
         : m_file(input.file), m_lines(input.content) {}
 
     /// False at the end. Empty lines are passed over.
-    /// @throws DataError for a record below the columns' names that has not as many fields as the
-    ///         first
+    /// @throws DataError for a record with too many or too few fields
     bool next();
     /// @throws DataError when the file ends here
     void need(std::string_view what);
@@ -60,6 +59,7 @@ public:
 
 private:
     void requireWidth();
+    [[nodiscard]] std::size_t filledFields() const;
 
     const std::filesystem::path& m_file;
     TextLines m_lines;
@@ -67,7 +67,9 @@ private:
     std::size_t m_line = 0;
     std::vector<std::string_view> m_fields;
     std::map<std::string, std::size_t> m_columns;
-    std::size_t m_width = 0; ///< fields of each record
+    std::size_t m_named = 0; ///< columns with a name
+    std::size_t m_most = 0;  ///< fields of a record with something in them
+    std::size_t m_least = 0; ///< fields of a record, empty ones among them
 };
 
 } // namespace insolate::study

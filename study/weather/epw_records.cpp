@@ -1,6 +1,7 @@
 #include "study/weather/epw_records.h"
 
 #include "study/support/errors.h"
+#include "study/support/numbers.h"
 #include "study/support/readable.h"
 
 #include <cstddef>
@@ -12,37 +13,38 @@
 
 namespace insolate::study {
 
-std::optional<std::string> unevenRecordsNote(const WeatherInput& input) {
+void noteUnevenRecords(const WeatherInput& input, WeatherReport& report) {
     TextLines lines(input.content);
     TextLine line;
-    std::size_t width = 0;
+    std::size_t width = 0; // of the first record, without empty fields at its end
     std::size_t uneven = 0;
     std::size_t firstLine = 0;
-    std::size_t firstWidth = 0;
+    std::size_t firstCount = 0;
     while (lines.next(line)) {
         if (epwLineKind(line.text) != EpwLineKind::Record) {
             continue;
         }
         FieldSplitter splitter(line.text);
         std::size_t count = 0;
+        std::size_t filled = 0;
         for (std::string_view field; splitter.next(field);) {
             ++count;
+            filled = trimmed(field).empty() ? filled : count;
         }
-        width = width == 0 ? count : width;
-        if (count != width && ++uneven == 1) {
+        width = width == 0 ? filled : width;
+        if ((filled > width || count < width) && ++uneven == 1) {
             firstLine = line.number;
-            firstWidth = count;
+            firstCount = filled;
         }
     }
-    if (uneven == 0) {
-        return std::nullopt;
+    if (uneven > 0) {
+        report.notes.push_back(fmt::format(
+            "{}: {} fields where the first record has {} ({} such {}); if a comma is too many or "
+            "missing, the values behind it are in wrong columns: correct the line or download the "
+            "file again",
+            place(input.file, firstLine), firstCount, width, groupedDigits(uneven),
+            counted(uneven, "record", "records")));
     }
-    return fmt::format(
-        "{}: {} fields where the first record has {} ({} such {}); if a comma is too "
-        "many or missing, the values behind it are in wrong columns: correct the "
-        "line or download the file again",
-        place(input.file, firstLine), firstWidth, width, groupedDigits(uneven),
-        counted(uneven, "record", "records"));
 }
 
 } // namespace insolate::study

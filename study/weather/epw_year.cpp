@@ -87,9 +87,7 @@ WeatherYear readEpwYear(const WeatherInput& input) {
                    .timeZone = site.timeZone,
                    .elevation = site.elevation};
     listGaps(year);
-    if (auto note = unevenRecordsNote(input)) {
-        report.notes.push_back(*std::move(note));
-    }
+    noteUnevenRecords(input, report);
     return year;
 }
 

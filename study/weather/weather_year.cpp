@@ -37,9 +37,7 @@ WeatherReport inspectWeatherFile(const std::filesystem::path& file) {
     }
     StoredWeather stored = inspectStoredWeather(input);
     if (input.format->store == StoreReader::epw) {
-        if (auto note = unevenRecordsNote(input)) {
-            stored.report.notes.push_back(*std::move(note));
-        }
+        noteUnevenRecords(input, stored.report);
     }
     noteOddities(stored.report, stored.hours(), file);
     return std::move(stored.report);

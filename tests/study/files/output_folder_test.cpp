@@ -225,7 +225,8 @@ TEST_F(OutputFolderTest, followsNoLinkThatSomebodyPlanted) {
     }
     // What a full disk took of a run's lines, and what a loss of power left.
     using namespace std::string_literals;
-    for (const std::string& cut : {"proc"s, "process 12\nwri"s, "process 1"s, "\0\0\0"s}) {
+    for (const std::string& cut :
+         {"proc"s, "process 12\nwri"s, "process 1"s, "\0\0\0"s, "process 12\n\0\0"s}) {
         own.write("out/.insolate.lock", cut);
         { OutputFolder taken(out, {}); }
         EXPECT_FALSE(fs::exists(out / ".insolate.lock")) << cut;

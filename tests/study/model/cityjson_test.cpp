@@ -183,7 +183,7 @@ TEST_F(CityJson, NamesGroupsRootsAndWhatIsLeftOut) {
             HasSubstr("1 city object: rooms"), HasSubstr("1 city object: without surfaces"),
             HasSubstr("2 city objects of unknown type ('+Noise', 'Spaceship') were left out"),
             HasSubstr("4 rings with less than three corners"),
-            HasSubstr("2 city objects: damaged, as they or their geometry are not"),
+            HasSubstr("2 city objects: damaged (no object, or geometry that is no list), left out"),
             HasSubstr("1 surface whose holes cross")));
 }
 
@@ -231,10 +231,13 @@ TEST_F(CityJson, ReadsSequencesOfFeaturesByLine) {
     ASSERT_EQ(mesh.vertices.size(), 6U);
     EXPECT_NEAR(mesh.vertices[3].x, 85002.0, 1e-9);
     EXPECT_NEAR(mesh.vertices[4].x, 84999.0, 1e-9);
-    const Mesh twice = read(head + feature("one", 1) + feature("two", 1) + feature("one", 1));
+    const Mesh twice = read(
+        head +
+        R"({"type":"CityJSONFeature","CityObjects":{"one":{"type":"Building"}},"vertices":[]})" +
+        "\n" + feature("one", 1) + feature("two", 1) + feature("one", 1));
     EXPECT_EQ(twice.faces.size(), 2U);
     EXPECT_THAT(twice.notes,
-                ElementsAre(HasSubstr("2 city objects: given a second time, left out")));
+                ElementsAre(HasSubstr("1 city object: given a second time, left out")));
     EXPECT_THAT(messageOf([&] { read(head + "\n" + feature("one", 1) + "{\"type\":\"X\"}\n"); }),
                 HasSubstr("a.city.json:4: a line of the sequence is no CityJSONFeature"));
     EXPECT_THAT(messageOf([&] { read(head + feature("one", 1) + "{\"type\":\n[}\n"); }),

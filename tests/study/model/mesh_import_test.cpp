@@ -164,17 +164,30 @@ TEST(Mesh, CutsDegeneratePolygonsOfManyCornersInTime) {
     const std::size_t count = 100'000;
     std::mt19937 random(12);
     std::uniform_real_distribution<double> place(-1.0, 1.0);
-    std::array<std::vector<Vector3>, 4>
-        polygons; // a line, a tangle, there and back, round and round
+    // A line, a tangle, there and back, round and round.
+    std::array<std::vector<Vector3>, 4> polygons;
     for (std::size_t i = 0; i < count; ++i) {
         polygons[0].push_back({static_cast<double>(i), 0.0, 0.0});
         polygons[1].push_back({place(random), place(random), 0.0});
-        polygons[3].push_back({i % 4 < 2 ? 0.0 : 1.0, i % 4 % 3 == 0 ? 0.0 : 1.0, 0.0});
         polygons[2].push_back({i % 2 == 0 ? 0.0 : 1.0, 0.0, i % 3 == 0 ? 1.0 : 0.0});
+        polygons[3].push_back({i % 4 < 2 ? 0.0 : 1.0, i % 4 % 3 == 0 ? 0.0 : 1.0, 0.0});
     }
     for (const auto& polygon : polygons) {
         EXPECT_EQ(triangulate(polygon).size(), count - 2);
     }
+    // A thousand lenses side by side between the same two places are no such case.
+    std::vector<Vector3> lenses;
+    for (int i = 0; i < 1000; ++i) {
+        lenses.push_back({-1.0, 0.0, 0.0});
+        lenses.push_back({0.0, 2.0 * i, 0.0});
+        lenses.push_back({1.0, 0.0, 0.0});
+        lenses.push_back({0.0, 2.0 * i + 1.0, 0.0});
+    }
+    double covered = 0.0;
+    for (const auto& t : triangulate(lenses)) {
+        covered += 0.5 * length(areaVector(std::array{lenses[t[0]], lenses[t[1]], lenses[t[2]]}));
+    }
+    EXPECT_NEAR(covered, 1000.0, 1e-6);
 }
 
 TEST(ObjImport, KeepsNamesPolygonsAndDoublePrecision) {
@@ -517,7 +530,7 @@ TEST(MeshImport, RefusesWhatEndsBeforeItsOwnCountOrMark) {
          {{8, "faces is said to be 3, but the file has 2; "},
           {27, "a.off:6: the line of a vertex ends early; "}}},
         {"a.stl", stl, {{15, "a.stl: does not end with endsolid; "}}},
-        {"b.stl", stlBinary, {{1, "b.stl: does not end with endsolid; "}}},
+        {"b.stl", stlBinary, {{1, "triangles is said to be 3, but the file has 2; "}}},
         {"a.3ds", threeDs, {{1, "a.3ds: cannot be read as 3DS"}}},
         {"a.dxf", dxf, {{4, "a.dxf: does not end with EOF; "}}},
         {"a.ifc", ifc, {{18, "a.ifc: does not end with END-ISO-10303-21; "}}},
@@ -558,6 +571,7 @@ TEST(MeshImport, RefusesWhatEndsBeforeItsOwnCountOrMark) {
              {"name.stl", with(stl, "court", std::string(1000, 'c') + " facet")},
              {"mark.stl", "\xEF\xBB\xBF" + stl},
              {"line.stl", with(stl, "\nend", " end")},
+             {"small.dxf", with(dxf, "EOF", "eof")},
              {"comment.dxf", dxf + "999\nmade by hand\n"},
              {"line.ifc",
               with(ifc, "ENDSEC;\nEND-", "ENDSEC; /* all */ END-") + "/* of it */\n"}}) {

@@ -214,6 +214,9 @@ TEST(SensorCsv, NamesTheLineOfAFault) {
           {"x,y,z,name\n1,2,3,caf\xE9\n", "a.csv:2: field 4: the text is not UTF-8; save the"},
           {"x,y,z,name\n1,2,3,\"a\"\"\n", "a.csv:2: field 4: quotes are opened and not closed"},
           {"x,y,z,\"name\n1,2,3,4\n", "a.csv:1: field 4: quotes are opened and not closed"},
+          {"x y z temp [\xB0"
+           "C]\n1 2 3 4\n",
+           "a.csv:1: field 5: the text is not UTF-8; save the"},
           {"x,y,z,h\xF6he\n1,2,3,4\n", "a.csv:1: field 4: the text is not UTF-8; save the"},
           {"\xFF\xFEx", "a.csv: the text is UTF-16; save the sensor table as UTF-8"},
           {"", "a.csv: the table has no sensors"}}) {
