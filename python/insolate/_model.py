@@ -46,7 +46,9 @@ def _polygons(faces: Any) -> tuple[Array, Array]:
         corners = faces
         counts = np.full(len(faces), faces.shape[1], dtype=np.uint32)
     else:
-        listed = [np.asarray(face).ravel() for face in faces]
+        listed = [np.asarray(face) for face in faces]
+        if any(face.ndim != 1 for face in listed):
+            raise _core.DataError("faces must have the shape (m, corners), or be m lists of corners")
         counts = np.array([len(face) for face in listed], dtype=np.uint32)
         corners = np.concatenate(listed) if listed else np.empty(0, dtype=np.int64)
     if corners.size and (corners.dtype.kind not in "iu" or corners.min() < 0 or corners.max() >= 2**32):
@@ -411,6 +413,19 @@ def as_models(model: Any) -> list[Model]:
             raise _core.UsageError("--scene is missing; give the model that casts shadows")
         return [one for part in model for one in as_models(part)]
     return [Model(model)]
+
+
+def north_of(models: list[Model], north: Optional[float] = None) -> float:
+    """True north of all: what is given, or what the models have in common."""
+    if north is not None:
+        return float(north)
+    for one in models:
+        if one.north != models[0].north:
+            raise _core.UsageError(
+                f"{models[0].name} and {one.name} have their true north at {models[0].north:g} and {one.north:g} "
+                "degrees; give the models one north"
+            )
+    return models[0].north
 
 
 def as_sensors(sensors: Union[Sensors, Selection, Model]) -> Sensors:

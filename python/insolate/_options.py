@@ -12,6 +12,8 @@ from datetime import date
 from textwrap import fill
 from typing import Any, TypeVar
 
+import numpy as np
+
 from . import _core
 
 OptionTexts = list[tuple[str, list[str]]]
@@ -24,7 +26,7 @@ _rows = {"tilt-classes", "classes"}
 
 
 def _text(value: Any) -> str:
-    if isinstance(value, bool):
+    if isinstance(value, (bool, np.bool_)):
         return "true" if value else "false"
     if isinstance(value, date):
         return f"{value.month}/{value.day}"

@@ -11,7 +11,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 import numpy as np
 
 from . import _core
-from ._model import Array, Model, Path, Selection, Sensors, as_models, as_sensors
+from ._model import Array, Model, Path, Selection, Sensors, as_models, as_sensors, north_of
 from ._options import documented, materials_toml, option_texts
 from ._reports import Progress, Report
 from ._weather import Weather, _fixed_zone, read_weather
@@ -343,7 +343,7 @@ class Radiation(Results):
         Parameters
         ----------
         sensors : iterable of int
-            Numbers of sensors, from 0.
+            Numbers of sensors, from 0, or a mask of all of them.
 
         Returns
         -------
@@ -363,7 +363,12 @@ class Radiation(Results):
 
         if not isinstance(sensors, Iterable):
             raise _core.UsageError(f"sensors {sensors!r}: give their numbers, as [{sensors!r}]")
-        numbers = [int(sensor) for sensor in sensors]
+        given = np.asarray(sensors if hasattr(sensors, "__len__") else list(sensors))
+        if given.dtype == np.bool_ and given.shape == (len(self.sensors),):
+            given = np.flatnonzero(given)
+        if given.ndim != 1 or (given.size and given.dtype.kind not in "iu"):
+            raise _core.UsageError("sensors: give their numbers, counted from 0, or a mask as long as the sensors")
+        numbers = [int(sensor) for sensor in given]
         if any(number < 0 for number in numbers):
             raise _core.UsageError(f"there is no sensor {min(numbers)}; sensors are counted from 0")
         with Report(progress) as report:
@@ -597,7 +602,7 @@ def radiation(
     models = as_models(model)
     cells = as_sensors(sensors)
     year = weather if isinstance(weather, Weather) else read_weather(weather)
-    turned = models[0].north if north is None else float(north)
+    turned = north_of(models, north)
     if client is not None or store is not None:
         from .distributed import radiation_of
 
@@ -670,7 +675,7 @@ def sky_view(
     """
     models = as_models(model)
     cells = as_sensors(sensors)
-    north = models[0].north
+    north = north_of(models)
     with Report(progress) as report:
         columns = _core.sky_view([one._core for one in models], cells._core, north, threads, report)
     return Columns(columns, cells, north)
@@ -685,7 +690,8 @@ def visible(model: Any, origins: Any, directions: Any, *, progress: Progress = N
     origins : array_like of float, shape (3,) or (n, 3)
         Where the rays begin [m]. What is nearer than a centimetre does not count.
     directions : array_like of float, shape (3,) or (n, 3)
-        Of any length but zero; one origin goes with many directions, and the reverse.
+        Of any length but zero; one origin goes with many directions, and the reverse. A ray along the
+        common edge of two triangles meets them.
 
     Returns
     -------

@@ -52,11 +52,17 @@ def _nanoseconds(times: Any) -> np.ndarray[Any, np.dtype[np.int64]]:
     array = np.asarray(times)
     if array.dtype.kind not in "Mi":
         texts = [t if getattr(t, "tzinfo", None) is None else _naive(t) for t in np.atleast_1d(array).tolist()]
-        array = np.array(texts, dtype="datetime64[ns]").reshape(array.shape)
+        array = np.array(texts, dtype="datetime64[us]").reshape(array.shape)
     if array.dtype.kind == "i":
         raise TypeError("times must be instants (datetime64, datetime or a DatetimeIndex), not numbers")
     if np.isnat(array).any():
         raise ValueError("times must not hold NaT")
+    outside = (array < np.datetime64("1950-01-01")) | (array >= np.datetime64("2051-01-01"))
+    if outside.any():
+        raise _core.UsageError(
+            f"{np.atleast_1d(array)[np.atleast_1d(outside)][0]}: the sun's place is known from 1950 to 2050; give "
+            "times of these years"
+        )
     return np.ascontiguousarray(np.atleast_1d(array).ravel().astype("datetime64[ns]").astype(np.int64))
 
 
@@ -112,6 +118,13 @@ def sun_position(
             f"{latitude}, {longitude} is not on earth; latitude runs from -90 to 90, longitude from -180 to 180 "
             "degrees, east positive"
         )
+    for name, value, lowest, highest, unit in (
+        ("elevation", elevation, -1000.0, 10000.0, "metres"),
+        ("pressure", 0.0 if pressure is None else pressure, 0.0, 150000.0, "Pa"),
+        ("temperature", temperature, -100.0, 100.0, "degrees C"),
+    ):
+        if not lowest <= value <= highest:
+            raise _core.UsageError(f"{name} {value!r} is none of the air; give {lowest:g} to {highest:g} {unit}")
     if pressure is None:
         pressure = _core.standard_pressure(elevation)
     values = _core.sun_positions(_nanoseconds(times), latitude, longitude, elevation, pressure, temperature)

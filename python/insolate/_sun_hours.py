@@ -8,7 +8,7 @@ from datetime import date
 from typing import TYPE_CHECKING, Any, Optional, Union
 
 from . import _core
-from ._model import Model, Path, Selection, Sensors, as_models, as_sensors
+from ._model import Model, Path, Selection, Sensors, as_models, as_sensors, north_of
 from ._options import documented, option_texts
 from ._radiation import Results
 from ._reports import Progress, Report
@@ -170,7 +170,7 @@ def sun_hours(
         given["weather"] = os.fspath(weather)
     models = as_models(model)
     cells = as_sensors(sensors)
-    turned = models[0].north if north is None else float(north)
+    turned = north_of(models, north)
     given.update(lat=latitude, lon=longitude, tz=time_zone, year=year, north=turned)
     given["pass"] = passing
     with Report(progress) as report:

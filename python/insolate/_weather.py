@@ -189,8 +189,26 @@ class Weather:
         for place, column in enumerate(_columns):
             if column in frame:
                 values[:, place] = frame[column].to_numpy(dtype=np.float32)
+        values[np.isinf(values)] = np.nan  # no measurement, in either direction
+        _refuse_repeated(middles, index, name)
         samples = (name, latitude, longitude, time_zone, elevation, middles, values)
         return cls(_core.weather_of(*samples), samples)
+
+
+def _refuse_repeated(middles: np.ndarray[Any, np.dtype[np.int64]], index: Any, name: str) -> None:
+    """Of rows for one time of the year the last would count: those of other years, or given twice."""
+    times = middles.astype("datetime64[ns]")
+    days = times.astype("datetime64[D]")
+    months = times.astype("datetime64[M]")
+    key = months.astype(np.int64) % 12 * 31 + (days - months.astype("datetime64[D]")).astype(np.int64)
+    key = key * (24 * _hour) + (times - days.astype("datetime64[ns]")).astype(np.int64)
+    first = np.full(len(key), True)
+    first[np.unique(key, return_index=True)[1]] = False
+    if first.any():
+        raise _core.DataError(
+            f"{name}: {int(first.sum())} rows are of times of the year that others have as well, the first at "
+            f"{index[int(np.argmax(first))]}; give one year, each time once"
+        )
 
 
 _hour = 3_600_000_000_000  # nanoseconds

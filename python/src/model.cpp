@@ -124,12 +124,12 @@ std::vector<std::string> namesOf(const PySensors& sensors,
 /// Pairs of cells that lie side by side.
 nb::ndarray<nb::numpy, std::uint32_t> neighboursOf(const PySensors& self) {
     std::vector<std::uint32_t> numbers;
-    {
-        const nb::gil_scoped_release unlocked;
-        for (const auto& [first, second] : study::neighbouringCells(*self.field)) {
+    doWork(nb::none(), [&](study::Progress&, const std::stop_token& stop) {
+        for (const auto& [first, second] : study::neighbouringCells(*self.field, stop)) {
             numbers.insert(numbers.end(), {first, second});
         }
-    }
+        study::throwIfStopped(stop);
+    });
     const std::size_t pairs = numbers.size() / 2;
     return arrayOf(std::move(numbers), {pairs, 2});
 }

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <limits>
 #include <optional>
+#include <span>
 #include <tuple>
 
 namespace insolate::python {
@@ -187,6 +190,42 @@ nb::list groupsOf(const PyStudy& self, const std::string& by) {
     return listed;
 }
 
+/// A ray along an edge that two triangles share passes between them; one beside it, by more than
+/// rounding, does not.
+class ClosedEdges {
+public:
+    /// @param scene triangles as the index has them
+    ClosedEdges(const OcclusionIndex& index, std::span<const double> scene) : m_index(index) {
+        double farthest = 0.0;
+        for (const double coordinate : scene) {
+            farthest = std::max(farthest, std::abs(coordinate));
+        }
+        constexpr double steps = 8.0; // of single precision, at the farthest corner
+        m_aside = steps * static_cast<double>(std::numeric_limits<float>::epsilon()) * farthest;
+    }
+
+    [[nodiscard]] bool isOccluded(const XYZf& origin, const study::Vector3& direction) const {
+        const XYZf way = study::narrowed(direction);
+        if (m_index.isOccluded(origin, way)) {
+            return true;
+        }
+        // Across the ray, along none of the axes in which models are drawn.
+        study::Vector3 across = study::cross(direction, {0.36, 0.48, 0.80});
+        if (study::length(across) < 0.1) {
+            across = study::cross(direction, {0.80, 0.36, 0.48});
+        }
+        across = across * (m_aside / study::length(across));
+        const study::Vector3 at{static_cast<double>(origin.x), static_cast<double>(origin.y),
+                                static_cast<double>(origin.z)};
+        return m_index.isOccluded(study::narrowed(at + across), way) &&
+               m_index.isOccluded(study::narrowed(at - across), way);
+    }
+
+private:
+    const OcclusionIndex& m_index;
+    double m_aside;
+};
+
 /// Which rays nothing blocks.
 nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
                                      const InArray<double, 2>& origins,
@@ -204,7 +243,9 @@ nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
             field.positions.push_back({p[0], p[1], p[2]});
         }
         const study::Recentring recentring(scene, field);
-        const OcclusionIndex index(recentring.coordinates(scene), {.stop = stop});
+        const std::vector<double> triangles = recentring.coordinates(scene);
+        const OcclusionIndex index(triangles, {.stop = stop});
+        const ClosedEdges closed(index, triangles);
         progress.begin(count, "rays");
         constexpr std::size_t block = 65536;
         for (std::size_t i = 0; i < count; ++i) {
@@ -215,8 +256,7 @@ nb::ndarray<nb::numpy, bool> visible(const std::vector<PyMesh>& models,
             const double* d = directions.data() + 3 * i;
             study::Vector3 direction{d[0], d[1], d[2]};
             direction = direction * (1.0 / study::length(direction));
-            seen[i] =
-                !index.isOccluded(recentring.local(field.positions[i]), study::narrowed(direction));
+            seen[i] = !closed.isOccluded(recentring.local(field.positions[i]), direction);
         }
     });
     bool* data = seen.release();

@@ -85,6 +85,7 @@ def test_texts_that_are_not_utf_8_reach_python(tmp_path, weather):
         ([[0, 0, 0]] * 3, [[0.0, 1.0, 2.0]], {}, "numbers of vertices"),
         ([[0, 0, 0]] * 3, [[0, 1, 2]], {"objects": ["a", "b"]}, "2 objects for 1 face"),
         ([[0, 0, 0]] * 3, [], {}, "no faces"),
+        ([[0, 0, 0]] * 24, np.arange(24).reshape(1, 6, 4), {}, r"shape \(m, corners\)"),
         ([[0, 0, 0]] * 3, [[0, 1, 2]], {"units": "yard"}, "--units"),
     ],
 )

@@ -37,6 +37,11 @@ def test_hours_add_up_to_the_sums(summer):
     for wrong in ([-1], [10**6]):
         with pytest.raises(ins.UsageError, match="no sensor"):
             summer.hours(wrong)
+    mask = np.arange(len(summer.sensors)) == 17
+    np.testing.assert_array_equal(summer.hours(mask)["poa_direct"][0], data["poa_direct"][1])
+    for wrong in (mask[:-1], [0.5], "01", [[0]]):
+        with pytest.raises(ins.UsageError, match="give their numbers"):
+            summer.hours(wrong)
 
 
 def test_surfaces_reflect_by_their_materials(model, sensors, weather, tmp_path):
@@ -123,6 +128,22 @@ def test_several_models_cast_shadows(box, weather):
     alone = ins.radiation(box, roof, weather).total
     both = ins.radiation([box, tower], roof, weather).total
     assert (both < 0.9 * alone).all()
+    turned = ins.Model(tower.vertices, tower.faces, north=90, name="tower")
+    with pytest.raises(ins.UsageError, match="true north at 0 and 90"):
+        ins.radiation([box, turned], roof, weather)
+
+
+def test_switches_are_on_or_off(box, weather):
+    wall = box.select(facing="south").sensors(grid=10)
+    given = {"period": "6/21", "reflectance": 0}
+    totals = [
+        ins.radiation(box, wall, weather, open_ground=on, **given).total for on in (True, np.True_, False, np.False_)
+    ]
+    np.testing.assert_array_equal(totals[0], totals[1])
+    np.testing.assert_array_equal(totals[2], totals[3])
+    for wrong in (1, "yes"):
+        with pytest.raises(ins.UsageError, match="neither true nor false"):
+            ins.radiation(box, wall, weather, open_ground=wrong, **given)
 
 
 def test_views_of_the_sky(box):
@@ -139,6 +160,12 @@ def test_rays(box):
     assert ins.visible(box, through, ways).tolist() == [False, True, False]
     far = ins.Model(box.vertices + 5e6, box.faces)
     assert ins.visible(far, np.array(through) + 5e6, ways).tolist() == [False, True, False]
+    # The edge between two triangles is closed, wherever the rays come from; the rim of all is one.
+    roof = ins.Model(
+        np.array([[0, 0, 10], [10, 0, 10], [10, 10, 10], [0, 10, 10]]) + [450000, 4640000, 0], [[0, 1, 2, 3]]
+    )
+    below = np.array([[x + 0.5, x + 0.5, 0] for x in range(-2, 12)]) + [450000, 4640000, 0]
+    assert ins.visible(roof, below, [0, 0, 1]).tolist() == [True] * 2 + [False] * 10 + [True] * 2
     for directions in ([0, 0, 0], [0, 0, np.nan], [[0, 1]]):
         with pytest.raises((ins.DataError, ValueError)):
             ins.visible(box, [5, 5, 20], directions)

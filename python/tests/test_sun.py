@@ -48,3 +48,18 @@ def test_what_is_no_instant(times):
 def test_places_off_the_earth():
     with pytest.raises(ins.UsageError, match="not on earth"):
         ins.sun_position(np.array(["2026-01-01"], "datetime64[D]"), 91, 0)
+
+
+@pytest.mark.parametrize("time", ["1600-06-21T12:00", "1949-12-31T23:59", "2051-01-01", "9999-01-01"])
+def test_years_without_a_known_sun(time):
+    for times in (np.array([time], "datetime64[s]"), [datetime.fromisoformat(time)]):
+        with pytest.raises(ins.UsageError, match="known from 1950 to 2050"):
+            ins.sun_position(times, 48, 0)
+
+
+@pytest.mark.parametrize(
+    "air", [{"temperature": -273}, {"temperature": np.nan}, {"pressure": 1e30}, {"elevation": np.nan}]
+)
+def test_air_that_is_none(air):
+    with pytest.raises(ins.UsageError, match="is none of the air"):
+        ins.sun_position(["2026-06-21"], 48, 0, **air)

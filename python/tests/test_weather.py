@@ -61,6 +61,8 @@ def test_what_a_frame_lacks_is_refused(weather):
         (frame, "middle", "no such label"),
         (frame.iloc[:0], "left", "no hourly data"),
         (frame.iloc[::5], "left", "300 minutes apart"),
+        (pd.concat([frame, frame.iloc[100:103]]), "left", "3 rows are of times of the year that others have"),
+        (pd.concat([frame, frame.shift(freq=pd.Timedelta(days=365))]), "left", "8760 rows are of times"),
     ):
         with pytest.raises(ins.Error, match=text):
             of_frame(broken, weather, label, time_zone=1)
@@ -69,6 +71,9 @@ def test_what_a_frame_lacks_is_refused(weather):
 
 
 def test_gaps_need_leave(weather, model, sensors):
+    endless = weather.to_dataframe()
+    endless.iloc[4000:4010, endless.columns.get_loc("dni")] = -np.inf
+    assert of_frame(endless, weather, "left").gaps == 10
     holed = of_frame(weather.to_dataframe().drop(index=weather.to_dataframe().index[4000:4010]), weather, "left")
     assert holed.gaps == 10
     with pytest.raises(ins.DataError, match="data frame"):

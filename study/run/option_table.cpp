@@ -56,10 +56,16 @@ Option& OptionTable::add(Option option) {
 }
 
 Option& OptionTable::flag(std::string name, bool& value, std::string help) {
-    return add({.name = std::move(name),
+    return add({.name = name,
                 .kind = Option::Kind::flag,
                 .help = std::move(help),
-                .take = [&value](const std::string& text) { value = text == "true"; }});
+                .take = [&value, name](const std::string& text) {
+                    if (text != "true" && text != "false") { // by a host; others know no such text
+                        throw UsageError(fmt::format("--{}: {} is neither true nor false", name,
+                                                     quoteText(text)));
+                    }
+                    value = text == "true";
+                }});
 }
 
 Option& OptionTable::text(std::string name, std::string& value, std::string typeName,
