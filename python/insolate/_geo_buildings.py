@@ -254,6 +254,9 @@ def look_into_footprints(source: Any, layer: Optional[str]) -> FootprintSource:
     if isinstance(source, gpd.GeoDataFrame):
         if not len(source):
             raise _core.DataError("the data frame has no outlines")
+        shapes = np.asarray(source.geometry.array, dtype=object)
+        if (shapely.is_missing(shapes) | shapely.is_empty(shapes)).all():
+            raise _core.DataError("no feature of the data frame has an outline; all geometries are empty")
         west, south, east, north = source.total_bounds
         crs = None if source.crs is None else crs_of(source.crs, "the data frame")
         return FootprintSource("data frame", crs, (west, south, east, north), source)
@@ -271,10 +274,14 @@ def look_into_footprints(source: Any, layer: Optional[str]) -> FootprintSource:
         info = pyogrio.read_info(name, layer=layer, force_total_bounds=True, force_feature_count=True)
     except (pyogrio.errors.DataSourceError, pyogrio.errors.DataLayerError) as error:
         raise _core.DataError(f"{name}: cannot be read as a map; {error}") from None
-    if not info["features"] or info["total_bounds"] is None:
+    if not info["features"]:
         raise _core.DataError(f"{name}: layer {layer!r} has no outlines")
+    # Of nothing but empty geometries some formats have no bounds, some have them from inf to -inf, and some all 0.
+    held = info["total_bounds"]
+    if held is None or held[0] > held[2] or not any(held):
+        raise _core.DataError(f"{name}: no feature of layer {layer!r} has an outline; all geometries are empty")
     crs = None if info["crs"] is None else crs_of(info["crs"], name)
-    return FootprintSource(name, crs, tuple(float(value) for value in info["total_bounds"]), None)  # type: ignore[arg-type]
+    return FootprintSource(name, crs, tuple(float(value) for value in held), None)  # type: ignore[arg-type]
 
 
 def _polygons(shapes: Array) -> tuple[Array, Array, Array]:
@@ -296,6 +303,30 @@ def _polygons(shapes: Array) -> tuple[Array, Array, Array]:
     parts, row = parts[order], row[order]
     whole = (shapely.get_type_id(parts) == 3) & ~shapely.is_empty(parts)
     return parts[whole], row[whole], wrong
+
+
+def _without_repeats(parts: Array) -> Array:
+    """Polygons without places within a millimetre of the one before, and without holes of which no triangle
+    is left then; a polygon whose outer ring would be lost stays as it is.
+
+    Parameters
+    ----------
+    parts : array of shapely.Polygon, none of them empty
+    """
+    rings, part = shapely.get_rings(parts, return_index=True)
+    places, ring = shapely.get_coordinates(rings, return_index=True)
+    # As lines: a ring of too few places would be an error for the whole array.
+    lines = shapely.remove_repeated_points(shapely.linestrings(places, indices=ring), 1e-3)
+    is_ring = shapely.get_num_points(lines) >= 4
+    is_outer = np.append(True, part[1:] != part[:-1])[: len(part)]
+    is_whole = is_ring[is_outer]
+    used = is_ring & is_whole[part]
+    made: Array = parts.copy()
+    places, ring = shapely.get_coordinates(lines[used], return_index=True)
+    made[is_whole] = shapely.polygons(
+        shapely.linearrings(places, indices=ring), indices=np.unique(part[used], return_inverse=True)[1]
+    )
+    return made
 
 
 def read_footprints(
@@ -359,7 +390,7 @@ def read_footprints(
     shapes = np.asarray(data.geometry.array, dtype=object)
     parts, row, wrong = _polygons(shapes)
     local = shapely.transform(parts, frame.to_local)
-    smooth = shapely.remove_repeated_points(local, 1e-3)
+    smooth = _without_repeats(local)
     smooth = np.where(shapely.is_valid(smooth) & ~shapely.is_empty(smooth), smooth, local)
     large = shapely.area(smooth) >= _least_part
     parts, row, smooth = parts[large], row[large], smooth[large]

@@ -52,10 +52,38 @@ def _in_map_units(result: Columns, name: str) -> tuple[str, Array]:
 
 def _class_list(classes: Mapping[str, float]) -> tuple[list[str], Array]:
     names, bounds = list(classes), np.array([float(value) for value in classes.values()])
-    slugs = [_slug(name) for name in names]
-    if not names or not np.isfinite(bounds).all() or (np.diff(bounds) <= 0.0).any() or len(set(slugs)) < len(slugs):
+    if not names or not np.isfinite(bounds).all() or (np.diff(bounds) <= 0.0).any():
         raise _core.UsageError(f"classes {dict(classes)}: give names with ascending lower bounds [kWh/m2]")
     return names, bounds
+
+
+def _threshold_column(bound: float) -> str:
+    return f"from_{bound:g}_kwh_m2_m2".replace(".", "_")
+
+
+def _check_columns(names: Iterable[str], thresholds: Iterable[float], results: Iterable[str]) -> None:
+    """That every class and threshold has columns of its own, so that none takes the place of another's.
+
+    Parameters
+    ----------
+    names : of the classes
+    thresholds : [kWh/m2]
+    results : columns of means
+
+    Raises
+    ------
+    UsageError
+    """
+    owners = {column: f"the tables' own {column}" for column in ("area_m2", "no_data_m2", *results)}
+    wanted = []
+    for name in names:
+        # The lowest class has no largest area, but another class's area would be read as that.
+        wanted += [(f"{kind}{_slug(name)}_m2", f"class {name!r}") for kind in ("", "largest_")]
+    wanted += [(_threshold_column(bound), f"threshold {bound!r}") for bound in dict.fromkeys(thresholds)]
+    for column, owner in wanted:
+        other = owners.setdefault(column, owner)
+        if other != owner:
+            raise _core.UsageError(f"{owner} and {other} would have one column, {column!r}; change the former")
 
 
 def cells(result: Columns, *, columns: Union[str, Iterable[str], None] = None) -> gpd.GeoDataFrame:
@@ -166,7 +194,9 @@ class Cadastre:
         for name in wanted:
             if name not in (*there, "cells"):
                 raise _core.UsageError(f"layers: there is no {name!r}; choose from {', '.join([*there, 'cells'])}")
-        if not wanted or (is_json and len(wanted) != 1):
+        if not wanted:
+            raise _core.UsageError(f"layers: none is named; choose from {', '.join([*there, 'cells'])}")
+        if is_json and len(wanted) != 1:
             raise _core.UsageError(f"{os.fspath(path)}: GeoJSON holds one layer; choose one of {', '.join(wanted)}")
         target = None if crs is None else crs_of(crs, "crs")
         if is_json:
@@ -299,7 +329,8 @@ def cadastre(
     Raises
     ------
     UsageError
-        When the sensors are of no district, or an argument cannot be used.
+        When the sensors are of no district, an argument cannot be used, or columns of classes and
+        thresholds would have names that others have.
     """
     sensors = _map_sensors(result)
     district = sensors.district
@@ -332,6 +363,7 @@ def cadastre(
     values = dict(_in_map_units(result, name) for name in listed)
     if "unshaded" in result:
         values["unshaded_kwh_m2"] = _in_map_units(result, "unshaded")[1]
+    _check_columns(names, wanted, values)
     counts = ~without_data(result)
     areas = np.asarray(sensors.areas, dtype=np.float64)
     shell = district._buildings.shell
@@ -374,9 +406,7 @@ def cadastre(
         for place in range(1, len(names)):
             data[f"{prefix}largest_{_slug(names[place])}_m2"] = largest[place]
         for bound in wanted:
-            data[f"{prefix}from_{bound:g}_kwh_m2_m2".replace(".", "_")] = sums.sum(
-                areas[chosen], counts[chosen] & (total >= bound)
-            )
+            data[prefix + _threshold_column(bound)] = sums.sum(areas[chosen], counts[chosen] & (total >= bound))
         return data
 
     own = district._buildings.table

@@ -26,7 +26,7 @@ from ._geo_buildings import (
     read_city,
     read_footprints,
 )
-from ._geo_frame import Bounds, Frame, checked_window, crs_of, frame_at, moved_bounds, working_crs
+from ._geo_frame import Bounds, Frame, checked_place, checked_window, crs_of, frame_at, moved_bounds, working_crs
 from ._geo_raster import GridSensors, Heights, HeightSource, look_into, metres_of, read_heights
 from ._model import Array, Model, Path, Sensors
 from ._reports import InsolateWarning
@@ -370,6 +370,8 @@ def read_district(
             raise _core.DataError(f"{what}: does not say its coordinate reference system; give crs=")
     own: pyproj.CRS = given if source.crs is None else source.crs  # type: ignore[assignment]
     computed, why = working_crs(given, own, source.bounds, name)
+    if raster is not None and raster is not source and raster.crs is not None:
+        checked_place(raster.crs, raster.bounds, raster.path)
     area = None
     if window is None:
         bounds = moved_bounds(source.bounds, own, computed)

@@ -141,6 +141,24 @@ def _metres(crs: pyproj.CRS) -> float:
     return float(crs.axis_info[0].unit_conversion_factor)
 
 
+def checked_place(crs: pyproj.CRS, bounds: Bounds, name: str) -> tuple[float, float]:
+    """Longitude and latitude of the middle of a file's bounds.
+
+    Raises
+    ------
+    DataError
+        When places like these cannot be in the CRS that the file names.
+    """
+    longitude, latitude = _degrees_of(crs, 0.5 * (bounds[0] + bounds[2]), 0.5 * (bounds[1] + bounds[3]))
+    if not (np.isfinite(longitude) and abs(latitude) <= 90.0 and abs(longitude) <= 360.0):
+        raise _core.DataError(
+            f"{name}: its places lie outside of its CRS, which is {name_of(crs)}; give it the one that it was made in"
+        )
+    if crs.is_projected and max(map(abs, bounds)) <= 360.0 and max(bounds[2] - bounds[0], bounds[3] - bounds[1]) < 1.0:
+        raise _core.DataError(f"{name}: its places look like degrees, but its CRS is {name_of(crs)}; give it its own")
+    return longitude, latitude
+
+
 def working_crs(given: Optional[pyproj.CRS], crs: pyproj.CRS, bounds: Bounds, name: str) -> tuple[pyproj.CRS, str]:
     """The CRS to compute in, and why it is not the file's, or "".
 
@@ -156,11 +174,7 @@ def working_crs(given: Optional[pyproj.CRS], crs: pyproj.CRS, bounds: Bounds, na
     """
     if not np.isfinite(bounds).all():
         raise _core.DataError(f"{name}: a place has a coordinate that is no number; repair or remove its outline")
-    longitude, latitude = _degrees_of(crs, 0.5 * (bounds[0] + bounds[2]), 0.5 * (bounds[1] + bounds[3]))
-    if not (np.isfinite(longitude) and abs(latitude) <= 90.0 and abs(longitude) <= 360.0):
-        raise _core.DataError(f"{name}: its places lie outside of {name_of(crs)}; is that its CRS?")
-    if crs.is_projected and max(map(abs, bounds)) <= 360.0 and max(bounds[2] - bounds[0], bounds[3] - bounds[1]) < 1.0:
-        raise _core.DataError(f"{name}: its places look like degrees, but its CRS is {name_of(crs)}; give it its own")
+    longitude, latitude = checked_place(crs, bounds, name)
     wanted = crs if given is None else given
     if any(axis.direction.lower() in ("west", "south") for axis in wanted.axis_info) and wanted.is_projected:
         directions = " and ".join(axis.direction for axis in wanted.axis_info)

@@ -201,6 +201,11 @@ def read_heights(
             if declared and declared not in _unit_names:
                 raise _core.DataError(f"{name}: heights in {declared!r} are not understood; convert them to metres")
             metres = metres_of(declared or height_unit, "height_unit")
+            if min(raster.width, raster.height) < 2:
+                raise _core.DataError(
+                    f"{name}: has {raster.width} x {raster.height} cells; the ground is spanned between their centres, "
+                    "so give a raster of at least 2 x 2"
+                )
             grid = raster.transform
             is_level = grid.b == 0.0 and grid.d == 0.0 and grid.a > 0.0 and grid.e < 0.0
             source_crs = frame.crs if source.crs is None else source.crs
@@ -270,7 +275,8 @@ def _window(
     if columns < 2 or rows < 2:
         held = ", ".join(f"{value:.0f}" for value in raster.bounds)
         asked = ", ".join(f"{value:.0f}" for value in bounds)
-        raise _core.DataError(f"{name}: does not reach the window; it holds {held}, the window {asked}")
+        reached = "does not reach the window" if min(columns, rows) < 1 else "has less than 2 x 2 cells for the window"
+        raise _core.DataError(f"{name}: {reached}; it holds {held}, window and margin are {asked}")
     own = math.sqrt(grid.a * -grid.e) * frame.unit
     factor = 1.0 if resolution is None else max(1.0, resolution / own)
     fewer = math.sqrt(columns * rows / (factor * factor) / most_cells)
@@ -354,7 +360,7 @@ def write_raster(
     Raises
     ------
     UsageError
-        When the sensors stand on no raster, or there is no such column.
+        When the sensors stand on no raster, no column is named, or there is no such column.
     OutputError
         When the file exists or cannot be written. It is complete or absent.
 
@@ -367,6 +373,8 @@ def write_raster(
     if not isinstance(sensors, GridSensors):
         raise _core.UsageError("these sensors stand on no raster; make them by District.raster_sensors")
     names = [columns] if isinstance(columns, str) else list(columns)
+    if not names:
+        raise _core.UsageError(f"columns: a raster needs a band; choose from {', '.join(result)}")
     for name in names:
         if name not in result:
             raise _core.UsageError(f"columns: there is no {name!r}; choose from {', '.join(result)}")

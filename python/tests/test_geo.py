@@ -120,6 +120,18 @@ shapes = {
     "parts": (shapely.MultiPolygon([shapely.box(0, 0, 1, 1), shapely.box(3, 0, 5, 1)]), 3.0, 10.0),
     "bow tie": (shapely.Polygon([(0, 0), (4, 4), (4, 0), (0, 4)]), 8.0, 8.0 + 4 * 8**0.5),
     "points twice": (shapely.Polygon([(0, 0), (5, 0), (5, 0), (5, 2), (0, 2), (0, 0.0001)]), 10.0, 14.0),
+    # A hole and a part of half a millimetre are nothing; a part of 150 cm2 as narrow stays.
+    "specks": (
+        shapely.MultiPolygon(
+            [
+                shapely.box(0, 0, 10, 10) - shapely.box(5, 5, 5.0005, 5.0005),
+                shapely.box(20, 0, 20.0005, 0.0005),
+                shapely.box(30, 0, 30.0005, 30),
+            ]
+        ),
+        100.015,
+        40.0 + 60.001,
+    ),
     "collection": (shapely.GeometryCollection([shapely.box(0, 0, 2, 2), shapely.Point(9, 9)]), 4.0, 8.0),
 }
 
@@ -238,6 +250,20 @@ def test_rasters_of_other_kinds(tmp_path):
     assert "UTM" in geo.read_district(terrain=degrees).frame.crs.name
     with pytest.raises(ins.DataError, match="does not reach the window"):
         geo.read_district(terrain=tmp_path / "a.tif", window=(0, 0, 100, 100), crs=utm)
+    with pytest.raises(ins.DataError, match=r"one.tif: has 1 x 1 cells; .* at least 2 x 2"):
+        geo.read_district(terrain=raster(tmp_path / "one.tif", np.full((1, 1), 400.0), step=200.0))
+    beside = (east - 110, north, east - 99.5, north + 10)  # the last half metre is the raster's
+    with pytest.raises(ins.DataError, match="has less than 2 x 2 cells for the window"):
+        geo.read_district(terrain=tmp_path / "a.tif", window=beside, margin=0.0)
+    # Beside outlines too, whose own CRS is right.
+    for place, text in (
+        ({"crs": 4326}, "h.tif: .* outside of its CRS"),
+        ({"west": 8, "top": 47, "step": 1e-5}, "degrees"),
+    ):
+        with pytest.raises(ins.DataError, match=text):
+            geo.read_district(
+                outlines([box(0, 0)]), terrain=raster(tmp_path / "h.tif", slope(), **place), height="height"
+            )
     assert len(wanted.models) == 1
 
 
@@ -263,6 +289,15 @@ def test_rasters_of_other_kinds(tmp_path):
 def test_what_cannot_be_read_is_said(table, options, error, text):
     with pytest.raises(error, match=text):
         geo.read_district(table, **{"height": "height", **options})
+
+
+def test_a_map_of_empty_geometries_has_no_outline(tmp_path):
+    table = outlines([shapely.Polygon(), None])
+    for name in (None, "a.gpkg", "a.geojson", "a.shp"):  # their formats each have other bounds for nothing
+        if name is not None:
+            table.to_file(tmp_path / name)
+        with pytest.raises(ins.DataError, match="has an outline; all geometries are empty"):
+            geo.read_district(table if name is None else tmp_path / name, height="height")
 
 
 def test_degrees_and_web_maps_go_to_utm(tmp_path):
@@ -378,6 +413,23 @@ def test_classes_say_when_data_do_not_suffice(weather):
         geo.cadastre(result, classes={"b": 900, "a": 100})
 
 
+@pytest.mark.parametrize(
+    ("classes", "options", "text"),
+    [
+        ({"low": 0, "area": 1000}, {}, "class 'area' and the tables' own area_m2 .* 'area_m2'"),
+        ({"no data": 0}, {}, "class 'no data' and the tables' own no_data_m2"),
+        ({"low": 0, "total kWh": 900}, {}, "class 'total kWh' and the tables' own total_kwh_m2"),
+        ({"good": 0, "largest_good": 5}, {}, "class 'largest_good' and class 'good'"),
+        ({"good": 0, "Good ": 900}, {}, "class 'Good ' and class 'good'"),
+        ({"from 900 kWh m2": 0}, {"thresholds": [900]}, "threshold 900.0 and class 'from 900 kWh m2'"),
+        ({"low": 0}, {"thresholds": [1000.001, 1000.002]}, "threshold 1000.002 and threshold 1000.001"),
+    ],
+)
+def test_no_column_takes_the_place_of_another(street, classes, options, text):
+    with pytest.raises(ins.UsageError, match=text):
+        geo.cadastre(street[1], classes=classes, **options)
+
+
 def test_areas_must_hang_together(weather):
     parts = shapely.MultiPolygon([box(0, 0, 3, 4), box(6, 0, 3, 4), box(12, 0, 3, 5)])
     district = geo.read_district(outlines([parts]), height="height")
@@ -425,6 +477,9 @@ def test_files_are_what_others_read(street, tmp_path):
     assert "Courtyard Demo" in said["insolate_weather"]
     with pytest.raises(ins.OutputError, match="exists already"):
         made.save(file)
+    for name in ("none.gpkg", "none.geojson"):
+        with pytest.raises(ins.UsageError, match="none is named; choose from buildings, roofs, walls, cells"):
+            made.save(tmp_path / name, layers=[])
     degrees = tmp_path / "roofs.geojson"
     made.save(degrees)
     first = json.loads(degrees.read_text())["features"][0]
@@ -514,6 +569,8 @@ def test_level_results_lie_where_the_map_has_them(tmp_path, weather):
         north_of, south_of = band[list(rows), list(columns)]
         assert north_of < 0.95 * south_of
     np.testing.assert_allclose(sensors.points[:, 2], 401.5 + 0.1 * (places[:, 0] - east), atol=0.01)
+    with pytest.raises(ins.UsageError, match=r"needs a band; choose from .*total"):
+        geo.write_raster(result, tmp_path / "b.tif", columns=[])
     with pytest.raises(ins.UsageError, match="stand on no raster"):
         geo.write_raster(ins.radiation(district.models, district.sensors(), weather, period="6/21"), tmp_path / "b.tif")
 
