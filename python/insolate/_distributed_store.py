@@ -13,6 +13,7 @@ disk. Every file gets its name when it is complete, so that a process may die at
 
 from __future__ import annotations
 
+import contextlib
 import hashlib
 import io
 import json
@@ -23,7 +24,8 @@ import resource
 import time
 import uuid
 import zipfile
-from collections.abc import Callable, Iterable, Mapping, Sequence
+import zlib
+from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any, NamedTuple, Optional
 
@@ -92,6 +94,56 @@ def checked_name(name: str) -> str:
             f"tile {name!r}: names are letters, digits and _ . + -, and not zarr.json; rename the tile"
         )
     return name
+
+
+def block_name(tile: str, number: int) -> str:
+    return f"{tile}.block{number}" if tile else f"block{number}"
+
+
+def survey_name(tile: str) -> str:
+    """The receipt of a tile's sensors; of one scene's for ""."""
+    return f"{tile}.tile" if tile else "sensors"
+
+
+#: Columns that are known of sensors before anything is calculated.
+place_columns = ("x", "y", "z", "nx", "ny", "nz", "area", "object")
+
+
+def sum_of(values: Array) -> int:
+    """What tells values that were read back from those that were written."""
+    return zlib.crc32(_bytes_of(values))
+
+
+def _needed_of(receipt: str) -> tuple[str, ...]:
+    """What a receipt must have to be of use."""
+    if receipt == "plan":
+        return ("tiles",)
+    if receipt == survey_name(""):
+        return ("sensors",)
+    if receipt.endswith(".tile"):
+        return ("tile", "scenes", "sensors", "faces", "north", "box", "span", "source", "nothing")
+    return ("sensors", "mean", "area", "energy")
+
+
+def _json_of(path: Path, needed: Iterable[str], fix: str) -> Optional[dict[str, Any]]:
+    """What a file holds; None without one.
+
+    Raises
+    ------
+    DataError
+        When it is cut, or lacks a key.
+    """
+    try:
+        content = path.read_bytes()
+    except (FileNotFoundError, NotADirectoryError):
+        return None
+    try:
+        found = json.loads(content)
+    except ValueError:
+        found = None
+    if not isinstance(found, dict) or not found.keys() >= set(needed):
+        raise _core.DataError(f"{path}: is damaged; {fix}")
+    return found
 
 
 #: What faces are called by.
@@ -279,6 +331,7 @@ class Store:
         self.warning_folder = self.path / "warnings"
         self.results = self.path / "results.zarr"
         self._open: tuple[str, dict[str, Any]] = ("", {})  # arrays of the tile in hand
+        self._places: tuple[Any, list[dict[str, int]]] = (None, [])  # sums of the tile in hand, by block
         self._sound: set[str] = set()  # files that were found to hold what their names say
 
     # What is calculated.
@@ -298,12 +351,12 @@ class Store:
         """
         place = self.path / "manifest.json"
         if place.exists():
-            found: dict[str, Any] = json.loads(place.read_bytes())
             if not resume:
                 raise _core.UsageError(
                     f"{self.path}: there are results of an earlier run; give resume=True to go on with them, or "
                     "another store"
                 )
+            found = self.manifest()
             different = sorted(key for key in {*found, *manifest} - {"block"} if found.get(key) != manifest.get(key))
             if different:
                 raise _core.UsageError(
@@ -311,6 +364,8 @@ class Store:
                     "that run, or give another store"
                 )
             return found
+        if self.path.exists() and not self.path.is_dir():
+            raise _core.UsageError(f"{self.path}: is a file; give a folder")
         if self.path.exists() and not self._is_begun():
             raise _core.UsageError(f"{self.path}: is not empty and holds no results; give another store")
         try:
@@ -338,13 +393,30 @@ class Store:
         return True
 
     def manifest(self) -> dict[str, Any]:
-        try:
-            found: dict[str, Any] = json.loads((self.path / "manifest.json").read_bytes())
-        except FileNotFoundError:
-            raise _core.UsageError(
-                f"{self.path}: there is no store; on workers: give a folder that all machines share under one name"
-            ) from None
+        fix = "what was calculated is not known any more; delete the store and run again, or give another one"
+        found = _json_of(self.path / "manifest.json", ("kind", "version", "block"), fix)
+        if found is None:
+            raise self._gone()
         return found
+
+    def _gone(self) -> _core.UsageError:
+        return _core.UsageError(
+            f"{self.path}: there is no store; on workers: give a folder that all machines share under one name"
+        )
+
+    def check_is_there(self) -> None:
+        """
+        Raises
+        ------
+        UsageError
+            When the store was deleted: who writes then would leave a part of one.
+        """
+        if not (self.path / "manifest.json").exists():
+            raise self._gone()
+
+    def forget(self) -> None:
+        """Has workers write nothing more, by `check_is_there`, before the store is deleted."""
+        (self.path / "manifest.json").unlink(missing_ok=True)
 
     # Inputs by the hash of what they hold.
 
@@ -425,11 +497,25 @@ class Store:
     # Receipts.
 
     def receipt(self, name: str) -> Optional[dict[str, Any]]:
-        try:
-            found: dict[str, Any] = json.loads((self.receipt_folder / (name + ".json")).read_bytes())
-        except FileNotFoundError:
-            return None
-        return found
+        """A receipt; None without one.
+
+        Raises
+        ------
+        DataError
+            When it is damaged.
+        """
+        path = self.receipt_folder / (name + ".json")
+        return _json_of(path, _needed_of(name), "delete it and run again with resume=True")
+
+    def sums(self, tile: str, number: int) -> dict[str, int]:
+        """Of the columns of a block as they were written, by `sum_of`; some are not known of earlier versions."""
+        path = self.receipt_folder / (survey_name(tile) + ".json")
+        key = (path, path.stat().st_mtime_ns if path.exists() else 0)
+        if key != self._places[0]:  # it may have thousands of blocks, each of which asks
+            self._places = key, (self.receipt(survey_name(tile)) or {}).get("sums", [])
+        places = self._places[1]
+        results = self.receipt(block_name(tile, number)) or {}
+        return {**(places[number] if number < len(places) else {}), **results.get("sums", {})}
 
     def give_receipt(self, name: str, receipt: dict[str, Any]) -> dict[str, Any]:
         self._write_whole(self.receipt_folder / (name + ".json"), json.dumps(receipt).encode())
@@ -467,8 +553,27 @@ class Store:
     def group(self, tile: str) -> Any:
         import zarr
 
-        path = self.results / tile if tile else self.results
-        return zarr.open_group(str(path), mode="r")
+        with self._reading(tile):
+            return zarr.open_group(str(self.results / tile), mode="r")
+
+    @contextlib.contextmanager
+    def _reading(self, tile: str, name: str = "") -> Iterator[None]:
+        """Says which group or array is damaged, whose errors are of many kinds."""
+        try:
+            yield
+        except (_core.Error, MemoryError):
+            raise
+        except Exception as problem:
+            if isinstance(problem, OSError) and not isinstance(problem, FileNotFoundError):
+                raise
+            fix = "delete the store and run again" if name else "delete it and run again with resume=True"
+            if tile:
+                fix = (
+                    f"delete {self.results / tile} and the receipts {self.receipt_folder / tile}.*.json, and run again "
+                    "with resume=True"
+                )
+            path = self.results / tile / name / "zarr.json"
+            raise _core.DataError(f"{path}: is gone or damaged; {fix}") from problem
 
     def create_tile(
         self,
@@ -481,8 +586,11 @@ class Store:
         """Makes a tile's empty arrays; whoever comes again finds them as they are."""
         import zarr
 
-        root = zarr.open_group(str(self.results), mode="r+")
-        group = root.require_group(tile) if tile else root
+        with self._reading(""):
+            group = zarr.open_group(str(self.results), mode="a")
+        if tile:
+            with self._reading(tile):
+                group = group.require_group(tile)
         arrays: list[tuple[str, str, dict[str, Any], tuple[int, ...], tuple[int, ...]]] = []
         chunk = max(1, min(block, count))
         for axis in "xyz":
@@ -499,7 +607,9 @@ class Store:
             of_hours = (max(1, min(hours_chunk[0], count)), hours_chunk[1])
             arrays.append(("poa_global", "uint16", attributes, (count, 8760), of_hours))
         for name, kind, attributes, shape, chunks in arrays:
-            if name not in group:
+            with self._reading(tile, name):
+                is_new = name not in group
+            if is_new:
                 group.create_array(
                     name,
                     shape=shape,
@@ -548,14 +658,78 @@ class Store:
                 _sync(path)
 
     def sensors(self, tile: str, first: int, end: int) -> tuple[Array, Array]:
-        """Points and normals of some sensors, shape (n, 3) each."""
-        points = np.stack([self.part(tile, axis, first, end) for axis in ("x", "y", "z")], axis=1)
-        normals = np.stack([self.part(tile, axis, first, end) for axis in ("nx", "ny", "nz")], axis=1)
+        """Points and normals of a block, shape (n, 3) each."""
+        sums = self.sums(tile, first // int(self._array(tile, "x").chunks[0]))
+        points, normals = (
+            np.stack([self.checked_part(tile, axis, first, end, sums) for axis in axes], axis=1)
+            for axes in (place_columns[:3], place_columns[3:6])
+        )
         return np.ascontiguousarray(points), np.ascontiguousarray(normals)
 
     def part(self, tile: str, name: str, first: int, end: int) -> Array:
-        """Some of a column."""
-        return np.asarray(self._array(tile, name)[first:end])
+        """Some of a column.
+
+        Raises
+        ------
+        DataError
+            When a chunk of it is missing or damaged.
+        """
+        array = self._array(tile, name)
+        chunk = array.chunks[0]
+        for number in range(first // chunk, -(-end // chunk)):
+            if not (self.results / tile / name / "c" / str(number)).exists():  # Zarr would give the fill value
+                raise self._damaged_block(tile, name, number, "is missing")
+        try:
+            return np.asarray(array[first:end])
+        except (RuntimeError, ValueError, TypeError) as problem:
+            raise self._damaged_block(tile, name, first // chunk, f"cannot be read ({problem})") from None
+
+    def checked_part(self, tile: str, name: str, first: int, end: int, sums: Mapping[str, int]) -> Array:
+        """A block of a column, compared with what was written.
+
+        Raises
+        ------
+        DataError
+        """
+        values = self.part(tile, name, first, end)
+        if name in sums and sum_of(values) != sums[name]:
+            number = first // int(self._array(tile, name).chunks[0])
+            raise self._damaged_block(tile, name, number, "has changed since it was written")
+        return values
+
+    def _damaged_block(self, tile: str, name: str, number: int, what: str) -> _core.DataError:
+        receipt = survey_name(tile) if name in place_columns else block_name(tile, number)
+        return _core.DataError(
+            f"{self.results / tile / name}: the chunk of {block_name(tile, number)} {what}; delete "
+            f"{self.receipt_folder / receipt}.json and run again with resume=True, which calculates it anew"
+        )
+
+    def check_chunks(self, tile: str, block: int) -> list[str]:
+        """Sees that all chunks of a tile are there, since Zarr gives the fill value for those that are not.
+
+        Returns
+        -------
+        list of str
+            The names of its columns.
+
+        Raises
+        ------
+        DataError
+        """
+        self.group(tile)
+        of_folder = {path.name for path in (self.results / tile).iterdir() if path.is_dir()}
+        names = sorted({*of_folder, *place_columns, *self.sums(tile, 0)} - {"time"})
+        for name in names:
+            array = self._array(tile, name)
+            chunks = self.results / tile / name / "c"
+            for number in range(array.cdata_shape[0]):
+                of_rows = chunks / str(number)
+                is_whole = of_rows.exists()
+                if is_whole and array.ndim > 1:
+                    is_whole = len(os.listdir(of_rows)) >= array.cdata_shape[1]
+                if not is_whole:
+                    raise self._damaged_block(tile, name, number * int(array.chunks[0]) // block, "is missing")
+        return [name for name in names if self._array(tile, name).ndim == 1]
 
     def _array(self, tile: str, name: str) -> Any:
         import zarr
@@ -565,7 +739,8 @@ class Store:
             arrays = {}
             self._open = (tile, arrays)
         if name not in arrays:
-            array = zarr.open_array(str(self.results / tile / name), mode="r+")
+            with self._reading(tile, name):
+                array = zarr.open_array(str(self.results / tile / name), mode="r+")
             arrays[name] = array.with_config({"write_empty_chunks": True})
         return arrays[name]
 

@@ -6,6 +6,7 @@ import errno
 import os
 import threading
 import time
+import traceback
 from collections.abc import Callable, Mapping, Sequence
 from pathlib import Path
 from typing import Any, NamedTuple, Optional, Union
@@ -14,7 +15,16 @@ import numpy as np
 
 from . import _core
 from ._distributed_context import Grid, horizon_walls, mesh_of, slope_classes
-from ._distributed_store import SceneArrays, Store, hours_chunk, hours_step, peak_memory
+from ._distributed_store import (
+    SceneArrays,
+    Store,
+    block_name,
+    hours_chunk,
+    hours_step,
+    peak_memory,
+    sum_of,
+    survey_name,
+)
 from ._model import Array, Model, Sensors, read_model
 from ._options import OptionTexts
 from ._reports import Report
@@ -70,6 +80,20 @@ def identity_of(source: Source) -> Optional[list[Any]]:
     return ["file", status.st_size, status.st_mtime_ns]
 
 
+def check_source(source: Source) -> None:
+    """
+    Raises
+    ------
+    DataError
+        When a source is nothing that can be read.
+    """
+    parts = source if isinstance(source, (list, tuple)) else [source]
+    for part in parts:
+        is_function = callable(part) and part is source
+        if not isinstance(part, (Model, str, os.PathLike)) and not is_function:
+            raise _core.DataError(f"is {part!r}; give a file, a Model, a list of these, or a function that gives them")
+
+
 def holds_models(source: Source) -> bool:
     """Whether a source is in the memory of this process, and not to be read."""
     return isinstance(source, Model) or (isinstance(source, (list, tuple)) and any(map(holds_models, source)))
@@ -89,12 +113,20 @@ def _given_by(source: Source, reading: Mapping[str, Any]) -> tuple[list[Model], 
             made = made()
         except OSError as problem:  # of a file of the caller's, not of the store
             raise _core.DataError(f"{problem}; give a function that can read its files on every worker") from None
+        except (_core.Error, MemoryError):
+            raise
+        except Exception as problem:
+            place = traceback.extract_tb(problem.__traceback__)[-1]
+            raise _core.DataError(
+                f"its function raised {type(problem).__name__}: {problem} ({place.filename}, line {place.lineno})"
+            ) from problem
     sensors: Optional[Sensors] = None
     is_open = True
     if isinstance(made, tuple) and len(made) == 2 and (made[1] is None or isinstance(made[1], Sensors)):
         made, sensors = made
         is_open = False
     parts = list(made) if isinstance(made, (list, tuple)) else [made]
+    check_source(parts)
     models = [one if isinstance(one, Model) else read_model(one, **reading) for one in parts]
     if not models:
         raise _core.DataError("has no model; give one, or leave the tile out")
@@ -145,14 +177,6 @@ class Block(NamedTuple):
     @property
     def name(self) -> str:
         return block_name(self.scene.tile, self.number)
-
-
-def block_name(tile: str, number: int) -> str:
-    return f"{tile}.block{number}" if tile else f"block{number}"
-
-
-def survey_name(tile: str) -> str:
-    return f"{tile}.tile"
 
 
 def as_output_error(path: str, problem: OSError) -> _core.OutputError:
@@ -230,7 +254,7 @@ class Scenes:
             "sensors": count,
         }
         if sensors is not None and count:
-            keep_sensors(store, job, task.tile, sensors)
+            receipt["sums"] = keep_sensors(store, job, task.tile, sensors)
             receipt["low"] = float(sensors.points[:, 2].min())
             receipt["slopes"] = slope_classes(sensors.tilts)
             # Rays begin at sensors: what they span counts for the origin.
@@ -254,6 +278,7 @@ class Scenes:
                 columns, receipt, written = self._calculate(store, job, task)
                 # Of the whole process, which calculates one block at a time: with the writing of the one before.
                 receipt["processor_seconds"] = round(time.process_time() - used, 3)
+            store.check_is_there()
             for name, _, _, values in columns:
                 written |= store.write(task.scene.tile, name, task.first, values)
             store.settle(written)
@@ -307,6 +332,7 @@ class Scenes:
             "highest": float(totals.max()),
             "area": float(areas[known].sum()),
             "energy": float((totals * areas)[known].sum()),
+            "sums": {name: sum_of(np.asarray(values, np.float32)) for name, _, _, values in columns},
         }
         return columns, receipt, written
 
@@ -320,8 +346,14 @@ def cut(model: Model, cutting: Mapping[str, Any]) -> Sensors:
     return model.select(*patterns, **chosen).sensors(**given)
 
 
-def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
-    """Makes the arrays of a tile and writes what is known of its sensors."""
+def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> list[dict[str, int]]:
+    """Makes the arrays of a tile and writes what is known of its sensors.
+
+    Returns
+    -------
+    list of dict
+        For each block the sums of its columns.
+    """
     count = len(sensors)
     store.create_tile(tile, count, job.block, job.columns, job.hours)
     names: dict[str, int] = {}
@@ -329,7 +361,7 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
     given: dict[str, Array] = {
         **{axis: sensors.points[:, place] for place, axis in enumerate("xyz")},
         **{axis: sensors.normals[:, place] for place, axis in enumerate(("nx", "ny", "nz"))},
-        "area": np.full(count, np.nan, np.float32) if sensors.areas is None else np.asarray(sensors.areas),
+        "area": np.full(count, np.nan, np.float32) if sensors.areas is None else np.asarray(sensors.areas, np.float32),
         "object": np.array(objects or [-1] * count, dtype=np.int32),
     }
     written: set[Path] = set()
@@ -343,6 +375,10 @@ def keep_sensors(store: Store, job: Job, tile: str, sensors: Sensors) -> None:
     if job.about_reflected:
         group.attrs["reflected_light"] = job.about_reflected
     store.settle(written.union([path / "zarr.json"], path.glob("*/zarr.json")))
+    return [
+        {name: sum_of(values[first : first + job.block]) for name, values in given.items()}
+        for first in range(0, count, job.block)
+    ]
 
 
 def sky_alone(weather: _core.Weather, texts: OptionTexts, report: Report) -> _core.Study:

@@ -14,6 +14,7 @@ from __future__ import annotations
 import contextlib
 import math
 import os
+import shutil
 import tempfile
 import threading
 import time
@@ -32,7 +33,16 @@ from ._distributed_context import (
     usual_min_altitude,
     usual_radius,
 )
-from ._distributed_store import SceneArrays, Store, WeatherFile, checked_name, digest_of, hours_chunk
+from ._distributed_store import (
+    SceneArrays,
+    Store,
+    WeatherFile,
+    block_name,
+    checked_name,
+    digest_of,
+    hours_chunk,
+    survey_name,
+)
 from ._distributed_work import (
     Block,
     Horizon,
@@ -41,12 +51,11 @@ from ._distributed_work import (
     Source,
     TileScene,
     TileSource,
-    block_name,
+    check_source,
     holds_models,
     identity_of,
     keep_sensors,
     sky_alone,
-    survey_name,
 )
 from ._model import Array, Model, Names, Path, Sensors
 from ._options import OptionTexts, option_texts
@@ -70,6 +79,8 @@ patience = 300.0
 seconds_between_looks = 1.0
 #: How often a block is given out again whose workers died; Dask has tried three others each time.
 submissions = 3
+#: How long a run that fails waits for the tasks that its workers are in the midst of [s].
+patience_at_end = 5.0
 
 
 class Incomplete(_core.OutputError):  # type: ignore[misc, unused-ignore]
@@ -103,6 +114,9 @@ class _ThisProcess:
 
     def __init__(self) -> None:
         self._scenes = Scenes()
+
+    def wait_for_end(self) -> None:
+        """Nothing runs on."""
 
     def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
         failures: dict[str, _Failure] = {}
@@ -203,6 +217,15 @@ class _Dask:
             time.sleep(0.03)  # short beside a block, and rare: the processor may be a worker's
         return True
 
+    def wait_for_end(self) -> None:
+        """Waits a little for tasks that were cancelled while they ran: no worker can stop them."""
+        end = time.monotonic() + patience_at_end
+        with contextlib.suppress(Exception):  # the failure that led here is what counts
+            while self._client.status == "running" and time.monotonic() < end:
+                if not any(self._client.run(_is_busy, on_error="ignore").values()):
+                    break
+                time.sleep(0.05)
+
     def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
         from distributed import as_completed
         from distributed.scheduler import KilledWorker, NoValidWorkerError
@@ -271,6 +294,11 @@ class _Dask:
                 with contextlib.suppress(Exception):  # the failure that led here is what counts
                     self._client.cancel(list(active.values()))
         return failures
+
+
+def _is_busy(dask_worker: Any) -> bool:
+    """Whether a worker runs a task of ours, be it cancelled."""
+    return any(str(task.key).startswith("insolate-") for task in dask_worker.state.all_running_tasks)
 
 
 def _no_worker() -> str:
@@ -386,10 +414,32 @@ def radiation_of(
         [one._core for one in models], sensors._core, weather._core, texts, materials, None, None, report
     )
     given = (study, models, sensors, weather, texts, materials)
+    runner = _runner(client)
     if store is None:
-        with tempfile.TemporaryDirectory(prefix="insolate-") as folder:
-            return _calculated(*given, os.path.join(folder, "store"), False, False, client, block, report)
-    return _calculated(*given, store, True, resume, client, block, report)
+        with _temporary_folder(runner) as folder:
+            return _calculated(*given, os.path.join(folder, "store"), False, False, runner, block, report)
+    return _calculated(*given, store, True, resume, runner, block, report)
+
+
+@contextlib.contextmanager
+def _temporary_folder(runner: Union[_ThisProcess, _Dask]) -> Iterator[str]:
+    """A folder for a store, which is deleted at the end."""
+    folder = tempfile.mkdtemp(prefix="insolate-")
+    store = Store(os.path.join(folder, "store"), False)
+    try:
+        yield folder
+    except BaseException:
+        # Workers still write, and would make folders again that are deleted under them.
+        with contextlib.suppress(OSError):
+            store.forget()
+        runner.wait_for_end()
+        raise
+    finally:
+        for pause in (0.0, 0.1, 0.3, 1.0):
+            time.sleep(pause)
+            shutil.rmtree(folder, ignore_errors=True)
+            if not os.path.exists(folder):
+                break
 
 
 def _calculated(
@@ -402,11 +452,10 @@ def _calculated(
     place: Path,
     durable: bool,
     resume: bool,
-    client: Any,
+    runner: Union[_ThisProcess, _Dask],
     block: Optional[int],
     report: Report,
 ) -> _core.Study:
-    runner = _runner(client)
     store = Store(place, durable)
     asked = _of_sensors(texts)
     columns = _columns_of(study)
@@ -433,9 +482,9 @@ def _calculated(
     with _writing(store):
         job = job._replace(weather=store.add_weather(weather, weather_file))
         own = tuple(store.add_scene(scene) for scene in scenes)
-        if store.receipt("sensors") is None:
-            keep_sensors(store, job, "", sensors)
-            store.give_receipt("sensors", {"sensors": len(sensors)})
+        if store.receipt(survey_name("")) is None:
+            sums = keep_sensors(store, job, "", sensors)
+            store.give_receipt(survey_name(""), {"sensors": len(sensors), "sums": sums})
     x, y, z, scale = study.origin
     scene = TileScene("", own, origin=(x, y, z, scale))
     gathered = _Gathered(store, job, len(sensors))
@@ -452,13 +501,15 @@ class _Gathered:
 
     def __init__(self, store: Store, job: Job, count: int) -> None:
         self._store = store
+        self._block = job.block
         self._columns = {name: np.empty(count, np.float32) for name, _, _ in job.columns}
         self._left = {first: min(first + job.block, count) for first in range(0, count, job.block)}
 
     def read(self, first: int) -> None:
         end = self._left[first]
+        receipt = self._store.receipt(block_name("", first // self._block)) or {}
         for name, values in self._columns.items():
-            values[first:end] = self._store.part("", name, first, end)
+            values[first:end] = self._store.checked_part("", name, first, end, receipt.get("sums", {}))
         del self._left[first]
 
     def columns(self) -> list[tuple[str, Array]]:
@@ -512,7 +563,7 @@ def _calculate(
     ----------
     counts : of the sensors, by tile
     scene_of : gives a tile's scene, where blocks of it are left
-    take : called with the first sensor of a block that is finished; its `OSError` is ignored
+    take : called with the first sensor of a block that is finished; its `OSError` and `DataError` are ignored
 
     Raises
     ------
@@ -553,7 +604,7 @@ def _calculate(
         nonlocal done
         done += block.end - block.first
         show()
-        with contextlib.suppress(OSError):  # else the runner would take it for the scheduler's
+        with contextlib.suppress(OSError, _core.DataError):  # else the runner would take it for the scheduler's
             take(block.first)
 
     show()
@@ -627,11 +678,20 @@ class City:
         ------
         UsageError, Incomplete
             When there is no such tile, or it is not complete.
+        DataError
+            When the store does not hold what was written.
         """
-        if not self._complete(tile).sensors:
+        count = self._complete(tile).sensors
+        if not count:
             return {}
-        group = self._store.group(tile)
-        return {name: array[:] for name, array in sorted(group.arrays()) if array.ndim == 1 and name != "time"}
+        found: dict[str, list[Array]] = {name: [] for name in self._store.check_chunks(tile, self._block)}
+        for number, first in enumerate(range(0, count, self._block)):
+            sums = self._store.sums(tile, number)
+            end = min(first + self._block, count)
+            for name, parts in found.items():
+                parts.append(self._store.checked_part(tile, name, first, end, sums))
+        # Each column's parts are freed before the next one is joined.
+        return {name: np.concatenate(found.pop(name)) for name in list(found)}
 
     def _complete(self, tile: str) -> TileInfo:
         info = self._tile(tile)
@@ -653,11 +713,15 @@ class City:
         ------
         UsageError, Incomplete
             When there is no such tile, or it is not complete.
+        DataError
+            When something of it is missing in the store. Values are not compared with those that were
+            written, since they are not read yet.
         """
         import xarray as xr
 
         if not self._complete(tile).sensors:
             return xr.Dataset()
+        self._store.check_chunks(tile, self._block)
         data: xr.Dataset = xr.open_zarr(str(self._store.results / tile), consolidated=False, chunks=None)
         return data
 
@@ -819,6 +883,12 @@ def city(
     depends on which sensors share a block, within what its rays leave uncertain.
     """
     _needs_extra()
+    if not isinstance(hours, (bool, np.bool_)):
+        raise _core.UsageError(
+            f"hours {hours!r}: is a switch here, True to keep the hours of each sensor; the window of the day that "
+            "radiation() calls hours= cannot be had for a city, but for one scene by radiation(client=, hours=)"
+        )
+    hours = bool(hours)
     if directions < 72:
         raise _core.UsageError(f"directions {directions}: give 72 or more")
     if not tiles:
@@ -851,9 +921,13 @@ def city(
     runner = _runner(client)
     place = Store(store)
     tall = tuple(distance * math.tan(math.radians(min_altitude)) for distance in far)
-    sources = [
-        TileSource(checked_name(name), source, dict(reading or {}), cutting, tall) for name, source in tiles.items()
-    ]
+    for name, source in tiles.items():
+        checked_name(name)
+        try:
+            check_source(source)
+        except _core.DataError as problem:
+            raise _core.DataError(f"tile {name}: {problem}") from None
+    sources = [TileSource(name, source, dict(reading or {}), cutting, tall) for name, source in tiles.items()]
     usual = tile_block_with_hours if hours else tile_block
     manifest = place.open(
         {

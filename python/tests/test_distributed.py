@@ -8,9 +8,11 @@ import json
 import math
 import os
 import random
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 from collections import Counter
@@ -21,7 +23,7 @@ import pytest
 import insolate as ins
 
 distributed = pytest.importorskip("distributed", reason="needs insolate[dask]")
-pytest.importorskip("zarr", reason="needs insolate[dask]")
+zarr = pytest.importorskip("zarr", reason="needs insolate[dask]")
 
 from insolate import _distributed_context as context  # noqa: E402
 from insolate import distributed as many  # noqa: E402
@@ -481,6 +483,99 @@ def test_an_error_of_the_progress_function_stays_what_it_is(client, town, weathe
         ins.radiation(*town, weather, store=tmp_path / "radiation", progress=failing, **quick)
 
 
+@pytest.mark.parametrize("error", [ValueError("of the caller"), KeyboardInterrupt("of the caller")])
+def test_a_stopped_run_leaves_no_temporary_folder(client, town, weather, tmp_path, monkeypatch, error):
+    def stopping(done, total):
+        if done:
+            raise error
+
+    monkeypatch.setattr(tempfile, "tempdir", str(tmp_path))
+    # Blocks that take a while, so that workers are in the midst of some.
+    slow = {**quick, "step": 0.1, "block": 4096}
+    with pytest.raises(type(error), match="of the caller"):
+        ins.radiation(*town, weather, client=client, progress=stopping, **slow)
+    assert not list(tmp_path.iterdir())
+    time.sleep(1.0)
+    assert not list(tmp_path.iterdir())
+
+
+def test_damage_of_a_store_is_named_and_undone(town, weather, alone, tmp_path):
+    def go():
+        tiles = {"a": houses(3, 3)}
+        return ins.city(tiles, weather, store=store, resume=True, grid=2, hours=np.True_, block=2048, **quick)
+
+    def change(path):
+        array = zarr.open_array(str(path), mode="r+")
+        array[2100] = array[2100] + 1.0
+
+    def cut(path):
+        path.write_bytes(path.read_bytes()[:9])
+
+    def fill(content):
+        return lambda path: path.write_text(content)
+
+    def delete(path):
+        shutil.rmtree(path) if path.is_dir() else path.unlink()
+
+    store = tmp_path / "city"
+    wanted = go()["a"]
+    assert len(wanted["x"]) > 2100
+    group, receipts = store / "results.zarr" / "a", store / "receipts"
+    whole_tile = [group, "a.block0", "a.block1", "a.tile"]
+    cases = [
+        (group / "total", change, ["a.block1"]),
+        (group / "z", change, ["a.tile"]),
+        (group / "total" / "c" / "1", cut, ["a.block1"]),
+        (group / "total" / "c" / "1", delete, ["a.block1"]),
+        (group / "area" / "c" / "1", delete, ["a.tile"]),
+        (group / "poa_global" / "c" / "1" / "7", delete, ["a.block1"]),
+        (group / "total" / "zarr.json", fill("{}"), whole_tile),
+        (group / "total", delete, whole_tile),
+        (group, delete, whole_tile[1:]),
+        (store / "results.zarr", delete, whole_tile[1:]),
+        (receipts / "a.block1.json", fill(""), ["a.block1"]),
+        (receipts / "a.block1.json", fill("[]"), ["a.block1"]),
+        (receipts / "a.tile.json", fill("{"), ["a.tile"]),
+        (receipts / "plan.json", fill("{}"), ["plan"]),
+    ]
+    for path, damage, to_delete in cases:
+        damage(path)
+        with pytest.raises(ins.DataError) as caught:
+            ins.City(store)["a"]
+        text = str(caught.value)
+        assert str(path).partition("/c/")[0] in text
+        if len(to_delete) == 1 and path.parent != receipts:
+            assert "the chunk of a.block1 " in text
+            assert f"{receipts / to_delete[0]}.json and run again with resume=True" in text
+        for name in to_delete:
+            delete(receipts / f"{name}.json" if isinstance(name, str) else name)
+        assert_same(go()["a"], wanted)
+    # Results of versions that kept no sums are read, without the chunks that are gone.
+    for receipt in receipts.glob("a.*.json"):
+        receipt.write_text(json.dumps({k: v for k, v in json.loads(receipt.read_bytes()).items() if k != "sums"}))
+    assert_same(ins.City(store)["a"], wanted)
+    delete(group / "total" / "c" / "0")
+    for read in (lambda city: city["a"], lambda city: city.to_xarray("a")):
+        with pytest.raises(ins.DataError, match=r"total: the chunk of a\.block0 is missing"):
+            read(ins.City(store))
+    for content in ("", "[]", "{}"):
+        (store / "manifest.json").write_text(content)
+        for again in (go, lambda: ins.City(store)):
+            with pytest.raises(ins.DataError, match=r"manifest.json: is damaged; .*delete the store"):
+                again()
+
+    store = tmp_path / "scene"
+    ins.radiation(*town, weather, store=store, block=2048, **quick)
+    for column, receipt in (("total", "block1"), ("nx", "sensors")):
+        change(store / "results.zarr" / column)
+        if column == "nx":  # which is read where the block is calculated
+            (store / "receipts" / "block1.json").unlink()
+        with pytest.raises(ins.DataError, match=f"{column}: the chunk of block1 has changed .*{receipt}.json"):
+            ins.radiation(*town, weather, store=store, resume=True, **quick)
+        (store / "receipts" / f"{receipt}.json").unlink()
+        assert_same(ins.radiation(*town, weather, store=store, resume=True, **quick), alone)
+
+
 def test_what_is_cut_is_bounded(weather, tmp_path):
     # A slab 620 m south of a house, 3.6 degrees high, is left out below 5 degrees.
     slab = ins.Model(houses(1, 1).vertices * [30, 1, 40 / 6] + [-180, -620, 0], faces)
@@ -563,9 +658,24 @@ def test_a_horizon_takes_the_light_from_below_it(weather, tmp_path):
         ({"grd": 2}, "no such option"),
         ({"block": 0}, "above 0"),
         ({"tiles": {"a": "no.obj"}}, "tile a: .*no.obj"),
+        ({"tiles": {"a": houses(1, 1), "b": [houses(1, 1), 5]}}, "tile b: is 5; give a file"),
+        ({"tiles": {"a": lambda: (None, None)}}, "tile a: is None; give a file"),
+        ({"tiles": {"a": [os.getcwd]}}, "tile a: is <built-in function getcwd>; give a file"),
+        ({"tiles": {"a": lambda: {}["key"]}}, r"tile a: its function raised KeyError: 'key' \(.*, line \d+\)"),
+        ({"hours": (8, 18)}, "hours .*is a switch here.*window of the day.*for one scene by radiation"),
+        ({"hours": "no"}, "hours 'no': is a switch here"),
     ],
 )
 def test_what_cannot_be_calculated_is_said(weather, tmp_path, keywords, text):
     given = {"tiles": {"a": houses(1, 1)}, **quick, **keywords}
     with pytest.raises(ins.Error, match=text):
         ins.city(given.pop("tiles"), weather, store=tmp_path / "store", **given)
+
+
+def test_a_file_is_no_store(weather, tmp_path):
+    file = tmp_path / "file"
+    file.write_text("mine")
+    with pytest.raises(ins.UsageError, match="file: is a file; give a folder"):
+        ins.city({"a": houses(1, 1)}, weather, store=file, **quick)
+    with pytest.raises(ins.UsageError, match="there is no store"):
+        ins.City(file)
