@@ -220,11 +220,18 @@ class _Dask:
     def wait_for_end(self) -> None:
         """Waits a little for tasks that were cancelled while they ran: no worker can stop them."""
         end = time.monotonic() + patience_at_end
-        with contextlib.suppress(Exception):  # the failure that led here is what counts
-            while self._client.status == "running" and time.monotonic() < end:
-                if not any(self._client.run(_is_busy, on_error="ignore").values()):
-                    break
-                time.sleep(0.05)
+
+        def wait() -> None:
+            with contextlib.suppress(Exception):  # the failure that led here is what counts
+                while self._client.status == "running" and time.monotonic() < end:
+                    if not any(self._client.run(_is_busy, on_error="ignore").values()):
+                        break
+                    time.sleep(0.05)
+
+        # Dask waits without end for the answer of a worker that dies meanwhile, as by Ctrl-C in a terminal.
+        waiting = threading.Thread(target=wait, daemon=True)
+        waiting.start()
+        waiting.join(patience_at_end)
 
     def run(self, job: Job, tasks: Iterable[tuple[str, Any]], done: Callable[[Any], None]) -> dict[str, _Failure]:
         from distributed import as_completed
