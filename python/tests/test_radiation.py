@@ -161,9 +161,9 @@ def test_rays(box):
     far = ins.Model(box.vertices + 5e6, box.faces)
     assert ins.visible(far, np.array(through) + 5e6, ways).tolist() == [False, True, False]
     # The edge between two triangles is closed, wherever the rays come from; the rim of all is one.
-    there = np.array([450000, 4640000, 0])
-    roof = ins.Model(there + [[0, 0, 10], [10, 0, 10], [10, 10, 10], [0, 10, 10]], [[0, 1, 2, 3]])
-    below = there + [[x + 0.5, x + 0.5, 0] for x in range(-2, 12)]
+    east, north = 450000, 4640000
+    roof = ins.Model([[east + x, north + y, 10] for x, y in ((0, 0), (10, 0), (10, 10), (0, 10))], [[0, 1, 2, 3]])
+    below = [[east + x + 0.5, north + x + 0.5, 0] for x in range(-2, 12)]
     assert ins.visible(roof, below, [0, 0, 1]).tolist() == [True] * 2 + [False] * 10 + [True] * 2
     for directions in ([0, 0, 0], [0, 0, np.nan], [[0, 1]]):
         with pytest.raises((ins.DataError, ValueError)):
