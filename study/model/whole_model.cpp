@@ -106,7 +106,6 @@ private:
         throw DataError(
             fmt::format("{}: the line of a {} ends early; {}", place(m_file, line), what, cutOff));
     }
-
     [[noreturn]] void refuseEnd(std::string_view mark) const {
         throw DataError(fmt::format("{}: does not end with {}; {}", place(m_file), mark, cutOff));
     }

@@ -1,8 +1,9 @@
 /// Whether a model's file is whole, as far as its format says how much it holds.
 ///
 /// Readers take a file that is cut off for a smaller model, or fill it up with copies of what they
-/// read last. What says where it ends is asked here first: counts, lengths and end marks. A format
-/// with nothing of the kind (OBJ, ASCII FBX) and a last number that is cut in its middle look
+/// read last. So counts and end marks of PLY, OFF, STL, DXF and IFC are compared with what is there.
+/// Readers of the other formats refuse what is cut by themselves (3DS, GLB and all of XML), but for
+/// those that say nowhere where they end (ASCII FBX). A last number that is cut in its middle looks
 /// whole.
 #pragma once
 
